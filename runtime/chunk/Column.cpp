@@ -1,0 +1,116 @@
+#include "kv/runtime/Column.h"
+
+#include <arrow/array/data.h>
+#include <arrow/buffer.h>
+#include <arrow/type.h>
+#include <arrow/type_fwd.h>
+#include <arrow/util/bit_util.h>
+
+#include <array>
+#include <cassert>
+#include <utility>
+
+namespace kv::runtime {
+namespace {
+
+struct TypeRow {
+  std::string_view name;
+  std::size_t size;
+  const std::shared_ptr<arrow::DataType>& (*arrowType)();
+};
+
+/// Indexed by ElementType. A Logical column is a run of bytes, which Arrow calls uint8.
+constexpr std::array kTypes{
+    TypeRow{"logical", 1, &arrow::uint8},  TypeRow{"double", 8, &arrow::float64},
+    TypeRow{"single", 4, &arrow::float32}, TypeRow{"int8", 1, &arrow::int8},
+    TypeRow{"uint8", 1, &arrow::uint8},    TypeRow{"int16", 2, &arrow::int16},
+    TypeRow{"uint16", 2, &arrow::uint16},  TypeRow{"int32", 4, &arrow::int32},
+    TypeRow{"uint32", 4, &arrow::uint32},  TypeRow{"int64", 8, &arrow::int64},
+    TypeRow{"uint64", 8, &arrow::uint64},  TypeRow{"string", 0, &arrow::utf8},
+};
+
+const TypeRow& rowOf(ElementType type) { return kTypes[static_cast<std::size_t>(type)]; }
+
+/// Bytes of the validity bitmap of `rows` rows, none when the column has none.
+std::int64_t bitmapBytes(const arrow::ArrayData& data) {
+  return data.buffers[0] ? arrow::bit_util::BytesForBits(data.length) : 0;
+}
+
+}  // namespace
+
+std::string_view elementTypeName(ElementType type) { return rowOf(type).name; }
+
+std::optional<ElementType> elementTypeNamed(std::string_view name) {
+  for (std::size_t i = 0; i < kTypes.size(); ++i) {
+    if (kTypes[i].name == name) return static_cast<ElementType>(i);
+  }
+  return std::nullopt;
+}
+
+std::span<const ElementType> allElementTypes() {
+  static const auto types = [] {
+    std::array<ElementType, kTypes.size()> all{};
+    for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<ElementType>(i);
+    return all;
+  }();
+  return types;
+}
+
+std::size_t elementSize(ElementType type) { return rowOf(type).size; }
+
+const std::shared_ptr<arrow::DataType>& arrowTypeOf(ElementType type) {
+  return rowOf(type).arrowType();
+}
+
+Column::Column(ElementType type, std::shared_ptr<arrow::ArrayData> data)
+    : type_(type), data_(std::move(data)) {
+  assert(data_ && data_->buffers.size() == (type == ElementType::String ? 3U : 2U));
+}
+
+Column::Column(ElementType type, std::int64_t rows, std::shared_ptr<arrow::Buffer> buffer)
+    : type_(type),
+      data_(arrow::ArrayData::Make(arrowTypeOf(type), rows, {nullptr, std::move(buffer)},
+                                   /*null_count=*/0)) {
+  assert(type != ElementType::String);
+  assert(data_->buffers[1]->size() >= rows * static_cast<std::int64_t>(elementSize(type)));
+}
+
+std::int64_t Column::rows() const { return data_->length; }
+
+bool Column::isMissingText(std::int64_t row) const {
+  assert(type_ == ElementType::String);
+  const auto bit = static_cast<std::uint64_t>(data_->offset + row);
+  return data_->buffers[0] && !arrow::bit_util::GetBit(data_->buffers[0]->data(), bit);
+}
+
+std::string_view Column::text(std::int64_t row) const {
+  if (isMissingText(row)) return {};
+  const auto* offsets = data_->GetValues<std::int32_t>(1);
+  if (offsets[row] == offsets[row + 1]) return {};
+  const auto* bytes = data_->buffers[2]->data_as<char>();
+  return {bytes + offsets[row], static_cast<std::size_t>(offsets[row + 1] - offsets[row])};
+}
+
+Column Column::slice(std::int64_t first, std::int64_t count) const {
+  assert(first >= 0 && count >= 0 && first + count <= rows());
+  if (first == 0 && count == rows()) return *this;
+  return Column(type_, data_->Slice(first, count));
+}
+
+std::int64_t Column::byteSize() const {
+  if (type_ != ElementType::String) {
+    return data_->length * static_cast<std::int64_t>(elementSize(type_));
+  }
+  if (data_->length == 0) return 0;
+  const auto* offsets = data_->GetValues<std::int32_t>(1);
+  const auto offsetBytes = data_->length * static_cast<std::int64_t>(sizeof(std::int32_t));
+  return offsets[data_->length] - offsets[0] + offsetBytes + bitmapBytes(*data_);
+}
+
+const void* Column::rawValues([[maybe_unused]] std::size_t width) const {
+  assert(width == elementSize(type_));
+  const auto skipped = static_cast<std::size_t>(data_->offset) * elementSize(type_);
+  return data_->buffers[1]->data() + skipped;
+}
+
+}  // namespace kv::runtime

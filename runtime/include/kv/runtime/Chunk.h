@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kv/runtime/Column.h"
+
+namespace kv::runtime {
+
+/// Bytes of one column that a source aims at in a chunk: what stays in cache is fast.
+inline constexpr std::int64_t kChunkBytesPerColumn = 256 * 1024;
+
+/// Where the rows of a chunk stood in their partition of the source, counted from 0, ascending.
+///
+/// A source gives a range; a filter leaves what survives of it. Reductions work in fixed blocks of
+/// ordinals, so that an answer doesn't depend on how the rows were cut into chunks.
+class RowOrdinals {
+ public:
+  /// The range [first, first + rows).
+  RowOrdinals(std::int64_t first, std::int64_t rows);
+
+  /// The ordinals in `list`, which ascend.
+  explicit RowOrdinals(std::shared_ptr<const std::vector<std::int64_t>> list);
+
+  std::int64_t rows() const { return rows_; }
+
+  /// True if the ordinals are the range [at(0), at(0) + rows()).
+  bool isRange() const { return list_ == nullptr; }
+
+  /// Requires: 0 <= row < rows().
+  std::int64_t at(std::int64_t row) const {
+    return list_ ? (*list_)[static_cast<std::size_t>(first_ + row)] : first_ + row;
+  }
+
+  /// The ordinals of rows [first, first + count).
+  RowOrdinals slice(std::int64_t first, std::int64_t count) const;
+
+  /// The ordinals of the rows named in `kept`, which ascend.
+  RowOrdinals select(const std::vector<std::int64_t>& kept) const;
+
+ private:
+  std::int64_t first_;
+  std::int64_t rows_;
+  std::shared_ptr<const std::vector<std::int64_t>> list_;
+};
+
+/// The rows that flow between two steps at a time.
+///
+/// 1. All columns of a chunk have `rows()` rows. A chunk of one unnamed column is an array.
+/// 2. All chunks of one partition come in ascending order of ordinals, and no ordinal twice.
+/// 3. A chunk may have no rows: a filter may leave none.
+/// 4. A chunk is immutable; steps make new ones that share buffers where they can.
+/// 5. A step that takes long looks at the cancellation token of its unit between chunks.
+struct Chunk {
+  std::int64_t partition = 0;  ///< of the source, counted from 0
+  RowOrdinals ordinals{0, 0};
+  std::shared_ptr<const std::vector<std::string>> names;  ///< of the columns; null for an array
+  std::vector<Column> columns;
+
+  std::int64_t rows() const { return ordinals.rows(); }
+
+  /// Bytes that the columns occupy: what counts against a memory limit.
+  std::int64_t byteSize() const;
+};
+
+}  // namespace kv::runtime

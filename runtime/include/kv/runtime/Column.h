@@ -1,0 +1,97 @@
+#pragma once
+
+#include <arrow/type_fwd.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string_view>
+
+namespace kv::runtime {
+
+/// The types that an element of a column may have.
+enum class ElementType : std::uint8_t {
+  Logical,
+  Double,
+  Single,
+  Int8,
+  UInt8,
+  Int16,
+  UInt16,
+  Int32,
+  UInt32,
+  Int64,
+  UInt64,
+  String,
+};
+
+/// Name of a type as users write it: "logical", "double", "single", "int8" ... "uint64", "string".
+std::string_view elementTypeName(ElementType type);
+
+/// The type that users call `name`; nothing when there is none of that name.
+std::optional<ElementType> elementTypeNamed(std::string_view name);
+
+/// All types, in the order of the enumeration.
+std::span<const ElementType> allElementTypes();
+
+/// Bytes of one element in a column's buffer; 0 for String.
+std::size_t elementSize(ElementType type);
+
+/// Arrow's type of a column's buffers; uint8 for Logical, which Arrow has no byte-wide type for.
+const std::shared_ptr<arrow::DataType>& arrowTypeOf(ElementType type);
+
+/// A column: an immutable run of elements of one type, in Arrow's layout.
+///
+/// 1. A numeric column is the Arrow primitive array of the same type, without nulls: a missing
+///    value of Double or Single is NaN; an integer column has no missing values.
+/// 2. A Logical column holds one byte an element, 0 or 1 (Arrow's bool8 layout), without nulls.
+/// 3. A String column is an Arrow utf8 array; a missing value is a null in its validity bitmap.
+///
+/// A Column is a handle: copies share the buffers. Buffers may belong to a reader, a host value or
+/// a memory pool; the handle keeps them alive.
+///
+/// Threads: may be read by several threads.
+class Column {
+ public:
+  /// Requires: `data` is laid out as `type` demands.
+  Column(ElementType type, std::shared_ptr<arrow::ArrayData> data);
+
+  /// A numeric or logical column over `buffer`, which holds `rows` elements.
+  Column(ElementType type, std::int64_t rows, std::shared_ptr<arrow::Buffer> buffer);
+
+  ElementType type() const { return type_; }
+  std::int64_t rows() const;
+
+  /// The elements of a numeric or logical column; `T` has the width of the type.
+  ///
+  /// Lives: as long as a handle on the column.
+  template <class T>
+  std::span<const T> values() const {
+    return {static_cast<const T*>(rawValues(sizeof(T))), static_cast<std::size_t>(rows())};
+  }
+
+  /// True if element `row` of a String column is missing.
+  bool isMissingText(std::int64_t row) const;
+
+  /// Element `row` of a String column, UTF-8; empty when missing.
+  ///
+  /// Lives: as long as a handle on the column.
+  std::string_view text(std::int64_t row) const;
+
+  /// Rows [first, first + count) of this column; shares the buffers.
+  Column slice(std::int64_t first, std::int64_t count) const;
+
+  /// Bytes that the rows of this column occupy, buffers of a slice counted by their part.
+  std::int64_t byteSize() const;
+
+  const std::shared_ptr<arrow::ArrayData>& data() const { return data_; }
+
+ private:
+  const void* rawValues(std::size_t width) const;
+
+  ElementType type_;
+  std::shared_ptr<arrow::ArrayData> data_;
+};
+
+}  // namespace kv::runtime
