@@ -38,4 +38,6 @@ else()
   endif()
   message(STATUS "Arrow from the wheel in ${kvWheel}")
   kv_arrow_from_wheel(${kvWheel})
+  # The link path of what lies below the root isn't taken over at install; this one stays.
+  list(APPEND CMAKE_INSTALL_RPATH ${kvWheel})
 endif()

@@ -1,0 +1,40 @@
+# Everything a developer types. Each target sets up what it needs first.
+JOBS ?= $(shell nproc)
+PREFIX ?= $(CURDIR)/build/install
+
+.DEFAULT_GOAL := help
+.PHONY: help setup build run test asan bench format lint install
+
+help: ## Show this list
+	@awk -F ':.*## ' '/^[a-z]+:.*## / {printf "  make %-8s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
+
+setup: ## Install what the project needs (quick when all is there)
+	@scripts/setup.sh
+
+build: build-dev ## Build everything for everyday work (build/dev)
+
+run: build-release ## Build, then a short tour on 336,776 flights
+	@scripts/tour.sh build/release/bin/kvbig
+
+test: build-dev ## Build, then run all tests
+	ctest --preset dev --parallel $(JOBS)
+
+asan: build-asan ## Run all tests under the sanitizers
+	ctest --preset asan --parallel $(JOBS)
+
+bench: build-bench ## Measure, and write docs/performance.md
+	@scripts/bench.sh build/bench
+
+format: setup ## Lay out all sources with clang-format
+	@git ls-files '*.h' '*.cpp' | xargs clang-format-16 -i
+
+lint: setup ## Check layout, floors and file sizes
+	@scripts/lint.sh
+
+install: build-release ## Install below PREFIX (default build/install)
+	cmake --install build/release --prefix $(PREFIX)
+
+build-release: targets = kvbig kvhost kvbigdata kvruntime kvarray
+build-%: setup
+	@[ -f build/$*/build.ninja ] || cmake --preset $*
+	cmake --build --preset $* --parallel $(JOBS) $(addprefix --target ,$(targets))
