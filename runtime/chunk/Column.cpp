@@ -113,4 +113,12 @@ const void* Column::rawValues([[maybe_unused]] std::size_t width) const {
   return data_->buffers[1]->data() + skipped;
 }
 
+Column emptyColumn(ElementType type) {
+  static constexpr std::int32_t kFirstOffset = 0;
+  static const auto noBytes = std::make_shared<arrow::Buffer>(nullptr, 0);
+  if (type != ElementType::String) return Column(type, 0, noBytes);
+  auto offsets = arrow::Buffer::Wrap(&kFirstOffset, 1);
+  return Column(type, arrow::ArrayData::Make(arrow::utf8(), 0, {nullptr, offsets, noBytes}, 0));
+}
+
 }  // namespace kv::runtime

@@ -94,4 +94,7 @@ class Column {
   std::shared_ptr<arrow::ArrayData> data_;
 };
 
+/// A column of no rows.
+Column emptyColumn(ElementType type);
+
 }  // namespace kv::runtime

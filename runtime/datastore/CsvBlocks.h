@@ -1,0 +1,102 @@
+#pragma once
+
+#include <arrow/csv/options.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "datastore/SourceFile.h"
+
+namespace arrow::csv {
+class BlockParser;
+}
+namespace arrow::io {
+class ReadableFile;
+}
+
+namespace kv::runtime {
+
+/// Bytes that are read from a CSV file at a time.
+inline constexpr std::int64_t kCsvBlockBytes = 1 << 20;
+
+/// Records of one block at most, so that the columns of narrow tables keep to the size of a chunk.
+inline constexpr std::int32_t kCsvBlockRows = 32 * 1024;
+
+/// Bytes of one record at most; more than that is taken for a quote that was never closed.
+inline constexpr std::size_t kCsvRecordBytes = 16 << 20;
+
+/// Some whole records of a CSV file, parted into fields.
+struct CsvBlock {
+  std::unique_ptr<arrow::csv::BlockParser> fields;
+  std::int64_t firstRow = 0;     ///< row of data of the first record, counted from 0
+  std::int64_t byteOffset = 0;   ///< of `records` in the file
+  std::string_view records;      ///< lives until the next block is asked for
+
+  std::int64_t rows() const;
+};
+
+/// Reads a CSV file block by block on the calling thread, in bounded memory.
+///
+/// Arrow's parser parts the fields; this class reads bytes, checks that they are text, and says
+/// what is wrong with records. Arrow's own reader of whole streams does the same with a thread that
+/// reads up to 32 blocks ahead, and lets go of the text of a field before it is known to be good.
+///
+/// Invariant: buffer_[begin_, end_) is what has been read and not handed out; it begins with a
+/// record, and stands at `offset_` in the file.
+class CsvBlocks {
+ public:
+  /// Opens the file, which must be as it was when `file` was noted.
+  ///
+  /// Errors: DataError "KALVEX:datastore:SourceChanged", "KALVEX:datastore:FileNotReadable".
+  explicit CsvBlocks(SourceFile file, std::int64_t blockBytes = kCsvBlockBytes);
+  ~CsvBlocks();
+  CsvBlocks(const CsvBlocks&) = delete;
+  CsvBlocks& operator=(const CsvBlocks&) = delete;
+
+  const SourceFile& file() const { return file_; }
+
+  /// The names of the columns, from the first record of the file. Called once, before `next`.
+  ///
+  /// Errors: DataError "KALVEX:datastore:EmptyFile" when there is no record, and as `next`.
+  std::vector<std::string> readHeader();
+
+  /// The next records, at least one and at most kCsvBlockRows; nothing after the last.
+  ///
+  /// Errors: DataError "NotText", "RaggedRow", "UnterminatedQuote", "RecordTooLong" or
+  ///         "FileNotReadable", each with "KALVEX:datastore:" before it.
+  std::optional<CsvBlock> next();
+
+ private:
+  std::optional<CsvBlock> parse(std::int32_t columns, std::int32_t maxRows);
+  std::optional<CsvBlock> nextOf(std::int32_t columns, std::int32_t maxRows);
+  std::string_view unread() const { return {buffer_.data() + begin_, end_ - begin_}; }
+  void refill();
+  void checkText();
+  void skipByteOrderMark();
+  [[noreturn]] void throwEndlessRecord() const;
+
+  SourceFile file_;
+  std::size_t blockBytes_;
+  std::shared_ptr<arrow::io::ReadableFile> input_;
+  arrow::csv::ParseOptions options_;
+  std::vector<char> buffer_;
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
+  std::size_t checked_ = 0;       ///< bytes of the buffer known to be text
+  std::int64_t offset_ = 0;       ///< of buffer_[begin_] in the file
+  bool isAtEnd_ = false;          ///< the file has no more bytes
+  bool mayHoldRecords_ = false;   ///< the unread bytes may hold a whole record
+  std::int32_t columns_ = 0;
+  std::int64_t nextRow_ = 0;
+};
+
+/// The line of the file in which byte `offset` stands, counted from 1: for messages.
+///
+/// Cost: reads the file up to there.
+std::int64_t lineOfOffset(const SourceFile& file, std::int64_t offset);
+
+}  // namespace kv::runtime

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "kv/runtime/Column.h"
+
+namespace arrow::csv {
+class BlockParser;
+class Converter;
+}  // namespace arrow::csv
+
+namespace kv::runtime {
+
+/// What may be wrong with a field of a CSV file.
+enum class FieldFault {
+  None,
+  Unfit,     ///< isn't a value of its column's type
+  Missing,   ///< is missing in a column whose type has no missing value
+  TooLarge,  ///< is a whole number beyond 2^53, which a double can't hold exactly
+};
+
+/// A column made from the fields of a block, or what is wrong with one of them.
+struct ConvertedColumn {
+  std::optional<Column> column;  ///< empty exactly if there is a fault
+  FieldFault fault = FieldFault::None;
+};
+
+/// Turns the text of one column of a CSV file into values, by Arrow's converter of the type.
+///
+/// Threads: one at a time.
+class CsvColumn {
+ public:
+  /// For fields of column `index`, counted from 0, of the file.
+  CsvColumn(std::int32_t index, ElementType type);
+
+  ElementType type() const { return type_; }
+
+  /// The values of the column in `block`. What is at fault is found by converting rows one by one.
+  ConvertedColumn convert(const arrow::csv::BlockParser& block) const;
+
+  /// The text of the column in the last row of `block`, without quotes.
+  std::string lastText(const arrow::csv::BlockParser& block) const;
+
+ private:
+  bool holdsUnsafeWhole(const arrow::csv::BlockParser& block) const;
+
+  std::int32_t index_;
+  ElementType type_;
+  std::shared_ptr<arrow::csv::Converter> converter_;
+};
+
+}  // namespace kv::runtime

@@ -1,0 +1,102 @@
+#include "datastore/CsvErrorLocator.h"
+
+#include <arrow/csv/options.h>
+#include <arrow/csv/parser.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <string_view>
+#include <vector>
+
+#include "kv/runtime/DataError.h"
+
+namespace kv::runtime {
+namespace {
+
+struct FaultyField {
+  FieldFault fault = FieldFault::None;
+  std::int64_t row = 0;         ///< of data, counted from 1
+  std::int64_t byteOffset = 0;  ///< of its record in the file
+  std::string text;
+};
+
+/// Skips the empty lines in front of a record, so that its own line is the one that is told.
+std::size_t emptyLines(std::string_view records) {
+  return std::min(records.find_first_not_of("\r\n"), records.size());
+}
+
+FaultyField firstFault(const CsvBlock& block, const CsvColumn& column) {
+  auto options = arrow::csv::ParseOptions::Defaults();
+  options.newlines_in_values = true;
+  std::size_t at = 0;
+  for (std::int64_t row = 1; row <= block.rows(); ++row) {
+    at += emptyLines(block.records.substr(at));
+    arrow::csv::BlockParser record(options, block.fields->num_cols(), /*first_row=*/row,
+                                   /*max_num_rows=*/1);
+    std::uint32_t bytes = 0;
+    if (!record.Parse(block.records.substr(at), &bytes).ok()) break;
+    if (const FieldFault fault = column.convert(record).fault; fault != FieldFault::None) {
+      const auto byteOffset = block.byteOffset + static_cast<std::int64_t>(at);
+      return {fault, block.firstRow + row, byteOffset, column.lastText(record)};
+    }
+    at += bytes;
+  }
+  throw std::logic_error("A block of records has a fault that none of its records has.");
+}
+
+struct FaultText {
+  FieldFault fault;
+  const char* id;
+  const char* problem;  ///< of text {0} and type {1}
+};
+
+constexpr std::array kFaultTexts{
+    FaultText{FieldFault::Unfit, "KALVEX:datastore:BadField",
+              "\"{0}\" isn't a value of type {1}, which the column has"},
+    FaultText{FieldFault::Missing, "KALVEX:datastore:MissingField",
+              "\"{0}\" is a missing value, and a column of type {1} can't hold one"},
+    FaultText{FieldFault::TooLarge, "KALVEX:datastore:NumberTooLarge",
+              "the whole number \"{0}\" is beyond 2^53, and a column of type {1} can't hold it "
+              "exactly"},
+};
+
+const FaultText& textsOf(FieldFault fault) {
+  for (const FaultText& texts : kFaultTexts) {
+    if (texts.fault == fault) return texts;
+  }
+  throw std::logic_error("A field without a fault has no error.");
+}
+
+/// Types that the field could be read as.
+const char* wayOut(FieldFault fault) {
+  switch (fault) {
+    case FieldFault::Missing:
+      return "double or string";
+    case FieldFault::TooLarge:
+      return "int64, uint64 or string";
+    default:
+      return "string";
+  }
+}
+
+}  // namespace
+
+void throwFieldError(const SourceFile& file, const CsvBlock& block, const CsvColumn& column,
+                     const std::string& columnName) {
+  const FaultyField field = firstFault(block, column);
+  const FaultText& texts = textsOf(field.fault);
+  const std::int64_t line = lineOfOffset(file, field.byteOffset);
+  const std::string type(elementTypeName(column.type()));
+  const std::string problem = fmt::format(fmt::runtime(texts.problem), field.text, type);
+  throw DataError(texts.id,
+                  {file.path, std::to_string(field.row), std::to_string(line), columnName,
+                   field.text, type},
+                  fmt::format("'{}', row {} (line {}), column '{}': {}; fix the type of the column "
+                              "to {} to read it.",
+                              file.path, field.row, line, columnName, problem,
+                              wayOut(field.fault)));
+}
+
+}  // namespace kv::runtime

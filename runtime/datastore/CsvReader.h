@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "datastore/CsvBlocks.h"
+#include "datastore/CsvColumn.h"
+#include "kv/runtime/Datastore.h"
+
+namespace kv::runtime {
+
+/// Reads one CSV file as a partition: a chunk a block. Other columns than those asked for are parted
+/// into fields and not converted.
+class CsvReader final : public ChunkReader {
+ public:
+  /// Requires: `columns` are in `schema`; `cancellation` outlives the reader.
+  /// Errors:   DataError "KALVEX:datastore:SourceChanged" when `file` isn't as it was noted or hasn't
+  ///           the columns of `schema`, "KALVEX:datastore:UnknownColumn".
+  CsvReader(const SourceFile& file, std::int64_t partition, const Schema& schema,
+            const std::vector<std::string>& columns, const CancellationToken& cancellation);
+
+  std::optional<Chunk> next() override;
+
+ private:
+  CsvBlocks blocks_;
+  std::int64_t partition_;
+  std::shared_ptr<const std::vector<std::string>> names_;
+  std::vector<CsvColumn> columns_;
+  const CancellationToken& cancellation_;
+};
+
+}  // namespace kv::runtime
