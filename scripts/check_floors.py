@@ -52,6 +52,7 @@ FLOORS = {
         ("arrow", "fmt", "boost"),
     ),
     "tools/kvbig": Floor("tools/kvbig", ("tools/kvbig",), ("array/include",), ("CLI", "fmt")),
+    "examples": Floor("examples", ("examples",), ("array/include",)),
 }
 
 SYSTEM_HEADERS = ("sys/", "glob.h", "unistd.h", "dlfcn.h", "signal.h", "fcntl.h", "pthread.h", "cxxabi.h")
@@ -101,7 +102,7 @@ def walk() -> tuple[list[str], dict[str, dict[str, str]]]:
             target = resolve(include, source)
             if target is None:
                 if not is_allowed_library(include, FLOORS[name]):
-                    wrong.append(f"{source}: <{include}> is no library that {name} may use")
+                    wrong.append(f"{source}: '{include}' is no file of ours and no library of {name}")
                 continue
             if floor_of(target) not in (name, *FLOORS[name].sees):
                 wrong.append(f"{source}: '{include}' is in {floor_of(target)}, above {name}")
