@@ -1,0 +1,153 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "heap/Object.h"
+#include "heap/ObjectClass.h"
+#include "kx/array.h"
+
+namespace kv::host {
+
+class ReleaseQueue;
+class ReferencePayload;
+struct Slab;
+
+/// The objects of one session, and who lives.
+///
+///  1. Roots are: objects with a strong reference, objects under construction, and what stands in a
+///     reference payload (object array, cell, structure, function handle) that has an outside
+///     header. A header is outside unless it was adopted into a property, or stands in a slot or in
+///     another payload.
+///  2. A reachable object reaches the children of its edges, its slots and its adopted arrays; a
+///     reachable payload reaches its elements.
+///  3. Accounted and weak references keep the storage of an object readable and nothing else.
+///  4. A deleted object reaches nothing. Its edges are gone at once; its native part, slots and C++
+///     value are destroyed at once too, or when the last running member of that object returns.
+///  5. An object that has no strong reference and that no edge, slot or payload leads to is deleted
+///     at once, through a worklist. What only a cycle holds is found by tracing at safe points.
+///  6. All garbage of a collection is marked deleted before the first destructor runs.
+///  7. The collector allocates nothing, runs no user code, recurses nowhere and asks no property
+///     enumeration. Callables are released from a queue when it is done.
+///  8. Storage is freed when an object is deleted, its contents are gone and no reference of any
+///     kind is left. After `close`, remaining storage belongs to the release queue, which outlives
+///     the heap until the last reference is dropped.
+///
+/// Threads: one at a time, while it is that thread's current heap. References in arrays that are
+/// dropped elsewhere wait in the release queue for the next safe point; a `COSInterfacePtr` dropped
+/// while another heap is current leaves its object to the next collection.
+class Heap {
+ public:
+  struct Options {
+    bool stress = false;  ///< collect and verify at every creation of an object
+  };
+  struct Counters {
+    std::uint64_t created = 0;
+    std::uint64_t collections = 0;
+    std::uint64_t visited = 0;           ///< live objects seen by collections
+    std::uint64_t freedByCollector = 0;
+    std::uint64_t collectorNanoseconds = 0;
+  };
+
+  explicit Heap(Options options);
+  ~Heap();
+  Heap(const Heap&) = delete;
+  Heap& operator=(const Heap&) = delete;
+
+  /// The heap of this thread's current session, or null.
+  static Heap* current() noexcept { return current_; }
+  /// Result: the one that was current before.
+  static Heap* setCurrent(Heap* heap) noexcept;
+  /// The heap of an object, or null if its session is closed.
+  static Heap* of(const kcos::COSInterface& object) noexcept;
+
+  // --- Construction -----------------------------------------------------------------------------
+
+  /// A new object under construction, with null slots. A safe point.
+  /// Errors: std::bad_alloc; nothing is left behind then.
+  Object* allocate(ObjectClass& objectClass);
+  /// From here on the object lives by its references.
+  void finishConstruction(Object& object) noexcept;
+  /// Deletes a half-made object and what it holds already.
+  void abandonConstruction(Object& object) noexcept;
+
+  // --- Contents ---------------------------------------------------------------------------------
+
+  /// Lives: until the slot is set again or the object is deleted. Null until set.
+  const kxArray* slot(const Object& object, std::size_t index) const noexcept;
+  /// Takes the value over (a shared copy of it, if it has more than one owner).
+  void setSlot(Object& object, std::size_t index, matrix::ArrayPtr value);
+
+  NativeValue* nativeValue(const Object& object) const noexcept;
+  void setNativeValue(Object& object, std::unique_ptr<NativeValue> value);
+
+  // --- Running and deleting ---------------------------------------------------------------------
+
+  /// Brackets a member of the object that runs.
+  void enterMember(Object& object) noexcept { object.flags_ += Object::kMemberUnit; }
+  void leaveMember(Object& object) noexcept;
+
+  /// Shows at once; see invariant 4. An object that is deleted already stays as it is.
+  void deleteObject(Object& object) noexcept;
+
+  // --- Edges: see kxAddParentRoot and its family -------------------------------------------------
+
+  void addEdge(Object& parent, Object& child);
+  void removeEdge(Object& parent, Object& child) noexcept;
+  /// Puts an inside array into the parent's list of adopted arrays.
+  /// Errors: std::bad_alloc.
+  void adopt(Object& parent, kxArray& array);
+
+  // --- Collection -------------------------------------------------------------------------------
+
+  /// Drops what waits in the release queue; collects if enough was created since the last time.
+  void safePoint();
+  /// Result: the number of objects freed.
+  std::size_t collect() noexcept;
+  /// Deletes every object. The classes must still be there. The heap makes no more objects.
+  void close() noexcept;
+
+  /// Every broken invariant, in words; empty when all hold.
+  std::vector<std::string> verify() const;
+
+  std::size_t liveObjects() const noexcept { return live_; }
+  /// Objects of that very class. Cost: O(slabs).
+  std::size_t liveObjects(const ObjectClass& objectClass) const noexcept;
+
+  bool stress() const noexcept { return options_.stress; }
+  void setStress(bool stress) noexcept { options_.stress = stress; }
+  const Counters& counters() const noexcept { return counters_; }
+
+ private:
+  friend class kcos::COSInterface;
+  friend class HeapVerifier;
+  friend class ReferencePayload;
+  friend class ReleaseQueue;
+  friend class ::kxArray;
+
+  static thread_local constinit Heap* current_ __attribute__((tls_model("initial-exec")));
+
+  Options options_;
+  Counters counters_;
+  std::size_t live_ = 0;
+};
+
+/// Brackets a member that runs on an object.
+class MemberScope {
+ public:
+  MemberScope(Heap& heap, Object& object) noexcept : heap_(heap), object_(object) {
+    heap_.enterMember(object_);
+  }
+  ~MemberScope() { heap_.leaveMember(object_); }
+  MemberScope(const MemberScope&) = delete;
+  MemberScope& operator=(const MemberScope&) = delete;
+
+ private:
+  Heap& heap_;
+  Object& object_;
+};
+
+}  // namespace kv::host
