@@ -1,7 +1,9 @@
 # Arrow C++ as one target, kv_arrow: the system's where find_package knows it, else the one inside
-# the pyarrow wheel of the project's virtual environment (headers and libraries lie in the package).
+# a pyarrow wheel (headers and libraries lie in the package). Also part of the installed package.
 
-add_library(kv_arrow INTERFACE)
+set(KV_ARROW_WHEEL "" CACHE PATH "Folder of the Python package pyarrow; empty: the one in .venv")
+
+add_library(kv_arrow INTERFACE IMPORTED GLOBAL)
 
 # kv_arrow_from_wheel(<folder>): links the libraries of an unpacked pyarrow wheel.
 function(kv_arrow_from_wheel folder)
@@ -20,18 +22,19 @@ function(kv_arrow_from_wheel folder)
 endfunction()
 
 find_package(Arrow QUIET CONFIG)
-find_package(Parquet QUIET CONFIG)
+find_package(ArrowCompute QUIET CONFIG)  # a library of its own since Arrow 21
 find_package(ArrowDataset QUIET CONFIG)
-find_package(ArrowCompute QUIET CONFIG)
-if(Arrow_FOUND AND Parquet_FOUND AND ArrowDataset_FOUND)
+find_package(Parquet QUIET CONFIG)
+if(Arrow_FOUND AND ArrowCompute_FOUND AND ArrowDataset_FOUND AND Parquet_FOUND)
   message(STATUS "Arrow ${ARROW_VERSION} from the system")
   target_link_libraries(kv_arrow INTERFACE
-    Arrow::arrow_shared Parquet::parquet_shared ArrowDataset::arrow_dataset_shared)
-  if(TARGET ArrowCompute::arrow_compute_shared)  # a library of its own since Arrow 21
-    target_link_libraries(kv_arrow INTERFACE ArrowCompute::arrow_compute_shared)
-  endif()
+    Arrow::arrow_shared ArrowCompute::arrow_compute_shared
+    ArrowDataset::arrow_dataset_shared Parquet::parquet_shared)
 else()
-  file(GLOB kvWheel ${PROJECT_SOURCE_DIR}/.venv/lib/python3*/site-packages/pyarrow)
+  set(kvWheel ${KV_ARROW_WHEEL})
+  if(NOT kvWheel)
+    file(GLOB kvWheel ${PROJECT_SOURCE_DIR}/.venv/lib/python3*/site-packages/pyarrow)
+  endif()
   if(NOT kvWheel)
     message(FATAL_ERROR "Arrow C++ is missing: neither find_package(Arrow) nor the virtual "
                         "environment .venv has it. 'make setup' installs it.")
