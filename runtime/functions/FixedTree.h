@@ -1,0 +1,60 @@
+#pragma once
+
+#include <bit>
+#include <cstdint>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace kv::runtime {
+
+/// Merges leaves in the shape of a binary tree over all numbers 0, 1, 2 ..., in which node i of a
+/// level covers nodes 2i and 2i + 1 of the level below, and a missing leaf changes nothing.
+///
+/// The shape follows from the numbers of the leaves alone, not from how they come. At most 64 nodes
+/// are held: those whose part of the tree isn't complete.
+///
+/// `T` has `void merge(const T& later)`.
+template <class T>
+class FixedTree {
+ public:
+  /// Requires: `number` is above those of earlier calls, and not negative.
+  void push(std::int64_t number, T leaf) {
+    while (nodes_.size() >= 2 && lastPairLevel() < meetLevel(nodes_.back().number, number)) {
+      mergeLastPair();
+    }
+    nodes_.push_back({number, std::move(leaf)});
+  }
+
+  /// The value of the root; nothing if there was no leaf.
+  std::optional<T> finish() {
+    while (nodes_.size() >= 2) mergeLastPair();
+    if (nodes_.empty()) return std::nullopt;
+    return std::move(nodes_.front().value);
+  }
+
+ private:
+  struct Node {
+    std::int64_t number;  ///< of one of its leaves
+    T value;
+  };
+
+  /// Height of the smallest subtree that holds both leaves.
+  static int meetLevel(std::int64_t a, std::int64_t b) {
+    return static_cast<int>(std::bit_width(static_cast<std::uint64_t>(a ^ b)));
+  }
+
+  int lastPairLevel() const {
+    return meetLevel(nodes_[nodes_.size() - 2].number, nodes_.back().number);
+  }
+
+  void mergeLastPair() {
+    const T later = std::move(nodes_.back().value);
+    nodes_.pop_back();
+    nodes_.back().value.merge(later);
+  }
+
+  std::vector<Node> nodes_;
+};
+
+}  // namespace kv::runtime

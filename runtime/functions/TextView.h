@@ -1,0 +1,45 @@
+#pragma once
+
+#include <arrow/array/data.h>
+#include <arrow/util/bit_util.h>
+
+#include <cstdint>
+#include <string_view>
+
+#include "kv/runtime/Column.h"
+
+namespace kv::runtime {
+
+/// The rows of a String column, with its buffers at hand: for loops over many rows.
+///
+/// Requires: the column is of type String, and outlives the view.
+class TextView {
+ public:
+  explicit TextView(const Column& column) {
+    const arrow::ArrayData& data = *column.data();
+    offsets_ = data.GetValues<std::int32_t>(1);
+    bytes_ = data.buffers[2] ? reinterpret_cast<const char*>(data.buffers[2]->data()) : nullptr;
+    offset_ = data.offset;
+    if (data.buffers[0] && data.GetNullCount() > 0) validity_ = data.buffers[0]->data();
+  }
+
+  bool hasMissing() const { return validity_ != nullptr; }
+
+  bool isMissing(std::int64_t row) const {
+    return validity_ != nullptr &&
+           !arrow::bit_util::GetBit(validity_, static_cast<std::uint64_t>(offset_ + row));
+  }
+
+  std::string_view operator[](std::int64_t row) const {
+    const std::int32_t begin = offsets_[row];
+    return {bytes_ + begin, static_cast<std::size_t>(offsets_[row + 1] - begin)};
+  }
+
+ private:
+  const std::int32_t* offsets_;
+  const char* bytes_;
+  const std::uint8_t* validity_ = nullptr;
+  std::int64_t offset_;
+};
+
+}  // namespace kv::runtime

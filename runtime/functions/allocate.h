@@ -1,0 +1,29 @@
+#pragma once
+
+#include <arrow/buffer.h>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "kv/runtime/Column.h"
+
+namespace kv::runtime {
+
+/// A new buffer of `bytes` bytes, whose contents are undefined, from Arrow's default memory pool.
+///
+/// Errors: std::bad_alloc when memory is short.
+std::shared_ptr<arrow::Buffer> allocateBuffer(std::int64_t bytes);
+
+/// A column of one row that holds `value`.
+///
+/// Requires: `T` is the C++ type of an element of `type`.
+template <class T>
+Column scalarColumn(ElementType type, T value) {
+  auto buffer = allocateBuffer(sizeof(T));
+  std::memcpy(buffer->mutable_data(), &value, sizeof(T));
+  return Column(type, 1, std::move(buffer));
+}
+
+}  // namespace kv::runtime

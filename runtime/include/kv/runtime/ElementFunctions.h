@@ -1,0 +1,134 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "kv/runtime/Column.h"
+
+namespace kv::runtime {
+
+// Functions that work element by element: `plus`, `lt`, `sqrt` and the like.
+//
+// Types, NaN and division follow NumPy: integers wrap, x / 0 is Inf, 0 / 0 is NaN, and nothing
+// traps. Where this system differs:
+//
+// 1. A comparison with a missing value (NaN, or a missing text) is false, `ne` as well.
+// 2. There is no half precision: the mathematical functions of logical and 8-bit columns give
+// single.
+// 3. `floor`, `ceil` and `round` keep logical and integer columns as they are.
+//
+// Everything here may be used by several threads at once.
+
+/// An input of an element function.
+struct Operand {
+  Column column;
+  bool isScalar = false;  ///< a column of one row that stands for every row
+  bool isWeak = false;    ///< a constant that the user wrote: it adapts to the types it meets.
+                          ///< Counts for scalars of type Logical, Int64 and Double.
+};
+
+/// What the type of a result depends on.
+struct OperandType {
+  ElementType type = ElementType::Double;
+  bool isWeak = false;
+};
+
+/// How a function finds its types.
+enum class TypeRule : std::uint8_t {
+  Promoted,    ///< computes and results in the common type
+  Counting,    ///< the same, but logical counts as int8
+  Power,       ///< the same, and refuses negative exponents of integers
+  Quotient,    ///< integers compute in double
+  Floating,    ///< integers of up to 16 bits compute in single, larger ones in double
+  Comparison,  ///< computes in the common type, results in logical
+  Truth,       ///< computes in logical: what isn't zero is true, NaN too
+  Class,       ///< computes in single or double, results in logical
+};
+
+/// Computes `count` elements of a block.
+///
+/// `left` and `right` are elements of the type in which the function computes (`right` is null for
+/// a function of one input), `output` of the type in which it results; logical is one byte, 0 or 1.
+/// Requires: the output overlaps no input.
+using BlockFunction = void (*)(const void* left, const void* right, void* output,
+                               std::size_t count);
+
+/// Which input of a block is a single element that stands for all.
+enum class Spread : std::uint8_t { None, Left, Right };
+
+/// Elements of a block: what stays in the innermost cache.
+inline constexpr std::size_t kBlockElements = 4096;
+
+inline constexpr std::size_t kNumericTypes = 11;  ///< all of ElementType but String
+
+/// The block functions of an element function by computing type and spread; null where there is
+/// none.
+using BlockTable = std::array<std::array<BlockFunction, 3>, kNumericTypes>;
+
+/// Computes all rows of text inputs into `output`, one byte a row.
+using TextFunction = void (*)(std::span<const Operand> inputs, std::int64_t rows,
+                              std::uint8_t* output);
+
+/// One row of the table of element functions.
+struct ElementFunction {
+  std::string_view name;
+  std::string_view symbol;  ///< its operator in a formula; empty if it has none
+  std::size_t arity;
+  TypeRule rule;
+  const BlockTable* blocks;
+  TextFunction text;  ///< null if it isn't defined for texts
+  std::string_view summary;
+};
+
+/// The types in which a function computes and results.
+struct Signature {
+  ElementType compute = ElementType::Double;
+  ElementType result = ElementType::Double;
+};
+
+/// All element functions, in the order in which help shows them.
+std::span<const ElementFunction> elementFunctions();
+
+/// The function of that name, or null.
+const ElementFunction* findElementFunction(std::string_view name);
+
+/// The function behind an operator of a formula (`-` with arity 1 is `uminus`), or null.
+const ElementFunction* findOperator(std::string_view symbol, std::size_t arity);
+
+/// The common type of two numeric types, as `numpy.promote_types` gives it.
+///
+/// Requires: neither is String.
+ElementType promoteTypes(ElementType a, ElementType b);
+
+/// The type with which an operand takes part.
+///
+/// A weak double that is a whole number of at most 2^53 counts as a weak integer, because constants
+/// in formulas come as doubles: `int8Column * 2` stays int8, `int8Column * 2.5` becomes double.
+OperandType operandType(const Operand& operand);
+
+/// The types in which `function` computes and results for inputs of such types.
+///
+/// Weak inputs follow NumPy's rule for Python's scalars: they raise the kind of the result
+/// (logical, integer, floating) but not its width. Weak numbers among themselves are double.
+/// Errors: "KALVEX:function:BadArity" for a wrong number of inputs; "KALVEX:function:BadTypes" if
+///         the function isn't defined for these types (FunctionError).
+Signature resolve(const ElementFunction& function, std::span<const OperandType> types);
+
+/// The block function for a computing type that `resolve` gave; null for String.
+BlockFunction blockFunction(const ElementFunction& function, ElementType compute, Spread spread);
+
+/// Applies `function` to `rows` rows.
+///
+/// Result: a column of `rows` rows, of the type that `resolve` says.
+/// Shapes: an input has `rows` rows, or one if it is scalar.
+/// Errors: those of `resolve`; "KALVEX:function:RowCounts" for an input of another length;
+///         "KALVEX:function:OutOfRange" for a constant that doesn't fit the integer column it
+///         meets; "KALVEX:function:NegativePower" for an integer to the power of a negative integer
+///         (FunctionError). std::bad_alloc when memory is short.
+Column evaluate(const ElementFunction& function, std::span<const Operand> inputs,
+                std::int64_t rows);
+
+}  // namespace kv::runtime
