@@ -31,7 +31,8 @@ T valueOf(const SourceFile& file, arrow::Result<T> result) {
 }
 
 std::string shortened(std::string_view record) {
-  while (!record.empty() && (record.back() == '\n' || record.back() == '\r')) record.remove_suffix(1);
+  while (!record.empty() && (record.back() == '\n' || record.back() == '\r'))
+    record.remove_suffix(1);
   if (record.size() <= kShownRecordBytes) return std::string(record);
   std::size_t end = kShownRecordBytes;
   while (end > 0 && (static_cast<unsigned char>(record[end]) & 0xC0U) == 0x80U) --end;
@@ -46,11 +47,11 @@ struct RaggedRow {
   std::string record;
 
   [[noreturn]] void raise(const SourceFile& file) const {
-    throw DataError("KALVEX:datastore:RaggedRow",
-                    {file.path, std::to_string(row), std::to_string(found),
-                     std::to_string(expected), record},
-                    fmt::format("'{}', row {}: the row has {} field{}, the header has {}: {}",
-                                file.path, row, found, found == 1 ? "" : "s", expected, record));
+    throw DataError(
+        "KALVEX:datastore:RaggedRow",
+        {file.path, std::to_string(row), std::to_string(found), std::to_string(expected), record},
+        fmt::format("'{}', row {}: the row has {} field{}, the header has {}: {}", file.path, row,
+                    found, found == 1 ? "" : "s", expected, record));
   }
 };
 
@@ -107,6 +108,9 @@ std::optional<CsvBlock> CsvBlocks::nextOf(std::int32_t columns, std::int32_t max
 }
 
 std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxRows) {
+  mayHoldRecords_ = false;
+  skipEmptyLines();
+  if (unread().empty()) return std::nullopt;
   RaggedRow ragged;
   options_.invalid_row_handler = [&ragged](const arrow::csv::InvalidRow& row) {
     ragged = {row.number, row.actual_columns, row.expected_columns, shortened(row.text)};
@@ -118,13 +122,14 @@ std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxR
   std::uint32_t parsedBytes = 0;
   const arrow::Status status = block.fields->Parse(unread(), &parsedBytes);
   if (ragged.row > 0) ragged.raise(file_);
+  // Only for a header does the parser count it as an error that there is no whole record.
+  if (!status.ok() && columns == kAnyColumns) return std::nullopt;
   if (!status.ok()) throwNotReadable(file_, status);
 
   block.firstRow = nextRow_;
   block.byteOffset = offset_;
   block.records = unread().substr(0, parsedBytes);
-  begin_ += parsedBytes;
-  offset_ += parsedBytes;
+  advance(parsedBytes);
   nextRow_ += block.rows();
   mayHoldRecords_ = block.rows() == maxRows;
   if (block.rows() == 0) return std::nullopt;
@@ -158,15 +163,22 @@ void CsvBlocks::checkText() {
   const std::int64_t line = lineOfOffset(file_, at);
   throw DataError("KALVEX:datastore:NotText",
                   {file_.path, std::to_string(line), std::to_string(at)},
-                  fmt::format("'{}', line {}: byte {} of the file (0x{:02X}) isn't text in UTF-8.",
-                              file_.path, line, at,
-                              static_cast<unsigned char>(unchecked[good])));
+                  fmt::format("'{}', line {}: the byte 0x{:02X} at offset {} isn't text in UTF-8.",
+                              file_.path, line, static_cast<unsigned char>(unchecked[good]), at));
 }
 
 void CsvBlocks::skipByteOrderMark() {
-  if (!unread().starts_with(kByteOrderMark)) return;
-  begin_ += kByteOrderMark.size();
-  offset_ += static_cast<std::int64_t>(kByteOrderMark.size());
+  if (unread().starts_with(kByteOrderMark)) advance(kByteOrderMark.size());
+}
+
+/// So that what is left after the last record is empty, and a record's line is its own.
+void CsvBlocks::skipEmptyLines() {
+  advance(std::min(unread().find_first_not_of("\r\n"), unread().size()));
+}
+
+void CsvBlocks::advance(std::size_t bytes) {
+  begin_ += bytes;
+  offset_ += static_cast<std::int64_t>(bytes);
 }
 
 void CsvBlocks::throwEndlessRecord() const {

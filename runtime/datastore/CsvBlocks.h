@@ -32,9 +32,9 @@ inline constexpr std::size_t kCsvRecordBytes = 16 << 20;
 /// Some whole records of a CSV file, parted into fields.
 struct CsvBlock {
   std::unique_ptr<arrow::csv::BlockParser> fields;
-  std::int64_t firstRow = 0;     ///< row of data of the first record, counted from 0
-  std::int64_t byteOffset = 0;   ///< of `records` in the file
-  std::string_view records;      ///< lives until the next block is asked for
+  std::int64_t firstRow = 0;    ///< row of data of the first record, counted from 0
+  std::int64_t byteOffset = 0;  ///< of `records` in the file
+  std::string_view records;     ///< lives until the next block is asked for
 
   std::int64_t rows() const;
 };
@@ -42,15 +42,19 @@ struct CsvBlock {
 /// Reads a CSV file block by block on the calling thread, in bounded memory.
 ///
 /// Arrow's parser parts the fields; this class reads bytes, checks that they are text, and says
-/// what is wrong with records. Arrow's own reader of whole streams does the same with a thread that
-/// reads up to 32 blocks ahead, and lets go of the text of a field before it is known to be good.
+/// what is wrong with records. It stands in the place of Arrow's reader of whole streams, which
+/// reads many blocks ahead on a thread of its own, and has let go of the text of a field by the
+/// time that its value is known to be wrong.
 ///
-/// Invariant: buffer_[begin_, end_) is what has been read and not handed out; it begins with a
-/// record, and stands at `offset_` in the file.
+/// Invariants:
+/// 1. buffer_[begin_, end_) is what has been read and not handed out. It begins with a record or
+///    with empty lines, and stands at `offset_` in the file.
+/// 2. buffer_[begin_, checked_) is text; the rest, if any, is the beginning of one character.
 class CsvBlocks {
  public:
   /// Opens the file, which must be as it was when `file` was noted.
   ///
+  /// Requires: blockBytes >= 3, room for a byte order mark.
   /// Errors: DataError "KALVEX:datastore:SourceChanged", "KALVEX:datastore:FileNotReadable".
   explicit CsvBlocks(SourceFile file, std::int64_t blockBytes = kCsvBlockBytes);
   ~CsvBlocks();
@@ -77,6 +81,8 @@ class CsvBlocks {
   void refill();
   void checkText();
   void skipByteOrderMark();
+  void skipEmptyLines();
+  void advance(std::size_t bytes);
   [[noreturn]] void throwEndlessRecord() const;
 
   SourceFile file_;
@@ -86,10 +92,10 @@ class CsvBlocks {
   std::vector<char> buffer_;
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
-  std::size_t checked_ = 0;       ///< bytes of the buffer known to be text
-  std::int64_t offset_ = 0;       ///< of buffer_[begin_] in the file
-  bool isAtEnd_ = false;          ///< the file has no more bytes
-  bool mayHoldRecords_ = false;   ///< the unread bytes may hold a whole record
+  std::size_t checked_ = 0;      ///< bytes of the buffer known to be text
+  std::int64_t offset_ = 0;      ///< of buffer_[begin_] in the file
+  bool isAtEnd_ = false;         ///< the file has no more bytes
+  bool mayHoldRecords_ = false;  ///< the unread bytes may hold a whole record
   std::int32_t columns_ = 0;
   std::int64_t nextRow_ = 0;
 };

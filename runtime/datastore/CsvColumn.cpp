@@ -129,8 +129,7 @@ std::string_view viewOf(const std::uint8_t* text, std::uint32_t size) {
 CsvColumn::CsvColumn(std::int32_t index, ElementType type)
     : index_(index),
       type_(type),
-      converter_(
-          arrow::csv::Converter::Make(convertedType(type), optionsFor(type)).ValueOrDie()) {}
+      converter_(arrow::csv::Converter::Make(convertedType(type), optionsFor(type)).ValueOrDie()) {}
 
 ConvertedColumn CsvColumn::convert(const arrow::csv::BlockParser& block) const {
   const auto array = converter_->Convert(block, index_);

@@ -90,13 +90,12 @@ void throwFieldError(const SourceFile& file, const CsvBlock& block, const CsvCol
   const std::int64_t line = lineOfOffset(file, field.byteOffset);
   const std::string type(elementTypeName(column.type()));
   const std::string problem = fmt::format(fmt::runtime(texts.problem), field.text, type);
-  throw DataError(texts.id,
-                  {file.path, std::to_string(field.row), std::to_string(line), columnName,
-                   field.text, type},
-                  fmt::format("'{}', row {} (line {}), column '{}': {}; fix the type of the column "
-                              "to {} to read it.",
-                              file.path, field.row, line, columnName, problem,
-                              wayOut(field.fault)));
+  throw DataError(
+      texts.id,
+      {file.path, std::to_string(field.row), std::to_string(line), columnName, field.text, type},
+      fmt::format("'{}', row {} (line {}), column '{}': {}; fix the type of the column "
+                  "to {} to read it.",
+                  file.path, field.row, line, columnName, problem, wayOut(field.fault)));
 }
 
 }  // namespace kv::runtime

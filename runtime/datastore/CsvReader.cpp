@@ -10,8 +10,7 @@
 namespace kv::runtime {
 
 CsvReader::CsvReader(const SourceFile& file, std::int64_t partition, const Schema& schema,
-                     const std::vector<std::string>& columns,
-                     const CancellationToken& cancellation)
+                     const std::vector<std::string>& columns, const CancellationToken& cancellation)
     : blocks_(file),
       partition_(partition),
       names_(std::make_shared<const std::vector<std::string>>(columns)),

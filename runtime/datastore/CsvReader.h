@@ -11,12 +11,13 @@
 
 namespace kv::runtime {
 
-/// Reads one CSV file as a partition: a chunk a block. Other columns than those asked for are parted
-/// into fields and not converted.
+/// Reads one CSV file as a partition: a chunk a block. Other columns than those asked for are
+/// parted into fields and not converted.
 class CsvReader final : public ChunkReader {
  public:
   /// Requires: `columns` are in `schema`; `cancellation` outlives the reader.
-  /// Errors:   DataError "KALVEX:datastore:SourceChanged" when `file` isn't as it was noted or hasn't
+  /// Errors:   DataError "KALVEX:datastore:SourceChanged" when `file` isn't as it was noted or
+  /// hasn't
   ///           the columns of `schema`, "KALVEX:datastore:UnknownColumn".
   CsvReader(const SourceFile& file, std::int64_t partition, const Schema& schema,
             const std::vector<std::string>& columns, const CancellationToken& cancellation);

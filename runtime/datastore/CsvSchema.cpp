@@ -75,12 +75,11 @@ void throwIfColumnsDiffer(const SourceFile& file, const SourceFile& first, const
   const std::vector<std::string> names = CsvBlocks(file, kHeaderBytes).readHeader();
   const std::vector<std::string> expected = columnNames(schema);
   if (names == expected) return;
-  throw DataError(
-      "KALVEX:datastore:DifferentColumns",
-      {file.path, joined(names), first.path, joined(expected)},
-      fmt::format("Files of one table must have the same columns in the same order. "
-                  "'{}' has: {}. '{}' has: {}.",
-                  file.path, joined(names), first.path, joined(expected)));
+  throw DataError("KALVEX:datastore:DifferentColumns",
+                  {file.path, joined(names), first.path, joined(expected)},
+                  fmt::format("Files of one table must have the same columns in the same order. "
+                              "'{}' has: {}. '{}' has: {}.",
+                              file.path, joined(names), first.path, joined(expected)));
 }
 
 std::size_t columnIndex(const Schema& schema, const std::string& name) {

@@ -16,7 +16,8 @@ namespace kv::runtime {
 ///         "KALVEX:datastore:UnknownType", and as CsvBlocks.
 Schema readCsvSchema(const SourceFile& file, const std::vector<TypeOverride>& types);
 
-/// Errors: DataError "KALVEX:datastore:DifferentColumns" when the header of `file` has other columns
+/// Errors: DataError "KALVEX:datastore:DifferentColumns" when the header of `file` has other
+/// columns
 ///         than `schema`, which `first` has, or has them in another order; and as CsvBlocks.
 void throwIfColumnsDiffer(const SourceFile& file, const SourceFile& first, const Schema& schema);
 

@@ -52,7 +52,8 @@ void SourceFile::throwIfChanged() const {
 void SourceFile::throwChanged() const {
   throw DataError(
       "KALVEX:datastore:SourceChanged", {path},
-      fmt::format("The file '{}' has changed since it was opened; open it again to read it.", path));
+      fmt::format("The file '{}' has changed since it was opened; open it again to read it.",
+                  path));
 }
 
 std::string SourceFile::fingerprint() const {

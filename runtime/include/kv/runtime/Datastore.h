@@ -32,7 +32,8 @@ class ChunkReader {
 
   /// The next rows of the partition; nothing after the last.
   ///
-  /// Result:   the columns asked for, in that order, with their names. A chunk has at least one row;
+  /// Result:   the columns asked for, in that order, with their names. A chunk has at least one
+  /// row;
   ///           how rows are cut into chunks follows from the source alone, not from the columns.
   /// Errors:   DataError when the data can't be read, Cancelled when the token says so; after
   ///           either the reader can only be destroyed.

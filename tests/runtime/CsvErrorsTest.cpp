@@ -1,0 +1,157 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "kv/runtime/csv.h"
+#include "runtime/TempFolder.h"
+#include "runtime/readAll.h"
+
+namespace kv::runtime {
+namespace {
+
+using namespace std::string_literals;
+using test::dataErrorOf;
+using test::namesOf;
+using test::readAll;
+using test::TempFolder;
+
+struct BadFile {
+  std::string text;
+  std::vector<TypeOverride> types;
+  std::string id;                      ///< after "KALVEX:datastore:"
+  std::vector<std::string> arguments;  ///< after the path
+};
+
+/// Reads all columns of all rows of the files.
+void readWhole(const std::vector<std::string>& paths, const std::vector<TypeOverride>& types) {
+  const auto source = openCsv(paths, types);
+  readAll(*source, namesOf(*source), [](const Chunk&) {});
+}
+
+void expectError(const TempFolder& folder, const BadFile& bad) {
+  SCOPED_TRACE(bad.text.substr(0, 60));
+  const std::string path = folder.write("bad.csv", bad.text);
+  const DataError error = dataErrorOf([&] { readWhole({path}, bad.types); });
+  std::vector<std::string> arguments{path};
+  arguments.insert(arguments.end(), bad.arguments.begin(), bad.arguments.end());
+  EXPECT_EQ(error.id(), "KALVEX:datastore:" + bad.id);
+  EXPECT_EQ(error.arguments(), arguments);
+  for (const std::string& argument : arguments) {
+    EXPECT_THAT(error.what(), testing::HasSubstr(argument));
+  }
+}
+
+TEST(CsvErrors, nameTheFormThatIsWrong) {
+  const TempFolder folder;
+  const std::string manyRows = [] {
+    std::string rows;
+    for (int i = 0; i < 400000; ++i) rows += "1,2\n";
+    return rows;
+  }();
+  const BadFile files[] = {
+      {"", {}, "EmptyFile", {}},
+      {"\r\n\n", {}, "EmptyFile", {}},
+      {"\xEF\xBB\xBF", {}, "EmptyFile", {}},
+      {"a,b\n1,2\n3\n", {}, "RaggedRow", {"2", "1", "2", "3"}},
+      {"a,b\n1,2\n\n3,4,5\n", {}, "RaggedRow", {"2", "3", "2", "3,4,5"}},
+      {"a,b\n1,2\n3", {}, "RaggedRow", {"2", "1", "2", "3"}},
+      {"a,b\n" + manyRows + "3\n", {}, "RaggedRow", {"400001", "1", "2", "3"}},
+      {"a,b\n1,\0\n"s, {}, "NotText", {"2", "6"}},
+      {"a,b\n1,2\n3,caf\xE9\n", {}, "NotText", {"3", "13"}},
+      {"a,b\n1,\xC3", {}, "NotText", {"2", "6"}},
+      {"a,b\n" + manyRows + "\xFF", {}, "NotText", {"400002", "1600004"}},
+      {"\xFF\xFE"
+       "a\0,\0b\0\n\0"s,
+       {},
+       "NotText",
+       {"1", "0"}},
+      {"a,b\n1,2\n3,\"x\n4,5\n", {}, "UnterminatedQuote", {"3"}},
+      {"a,\"b\n1,2\n", {}, "UnterminatedQuote", {"1"}},
+      {"a\n\"" + std::string(18 << 20, 'x'), {}, "RecordTooLong", {"2", "16777216"}},
+      {"a,b,a\n1,2,3\n", {}, "DuplicateColumn", {"a"}},
+  };
+  for (const BadFile& bad : files) expectError(folder, bad);
+}
+
+TEST(CsvErrors, nameTheFieldThatAColumnCannotHold) {
+  const TempFolder folder;
+  std::string manyRows;
+  for (int i = 0; i < 400000; ++i) manyRows += i % 2 ? "1,\"a\r\nb\"\n" : "\n1,c\n";
+  const BadFile files[] = {
+      {"a\n1\nx\n", {{"a", "double"}}, "BadField", {"2", "3", "a", "x", "double"}},
+      {"a\n1\n300\n", {{"a", "int8"}}, "BadField", {"2", "3", "a", "300", "int8"}},
+      {"a\n-1\n", {{"a", "uint64"}}, "BadField", {"1", "2", "a", "-1", "uint64"}},
+      {"a\n1.5\n", {{"a", "int32"}}, "BadField", {"1", "2", "a", "1.5", "int32"}},
+      {"a\nyes\n", {{"a", "logical"}}, "BadField", {"1", "2", "a", "yes", "logical"}},
+      {"a,b\n1,2\n,3\n", {{"a", "int64"}}, "MissingField", {"2", "3", "a", "", "int64"}},
+      {"a\n1\nNA\n", {{"a", "logical"}}, "MissingField", {"2", "3", "a", "NA", "logical"}},
+      {"a\n9007199254740993\n",
+       {},
+       "NumberTooLarge",
+       {"1", "2", "a", "9007199254740993", "double"}},
+      {"a\n1\n-0009007199254740994\n",
+       {},
+       "NumberTooLarge",
+       {"2", "3", "a", "-0009007199254740994", "double"}},
+      {"a,b\n" + manyRows + "\nx,z\n", {}, "BadField", {"400001", "800003", "a", "x", "double"}},
+  };
+  for (const BadFile& bad : files) expectError(folder, bad);
+}
+
+TEST(CsvErrors, nameWhatIsNotThere) {
+  const TempFolder folder;
+  const std::string file = folder.write("a.csv", "x,y\n1,2\n");
+  const std::string other = folder.write("b.csv", "y,x\n1,2\n");
+  const std::string hollow = folder.path("hollow");
+  std::filesystem::create_directory(hollow);
+
+  struct Case {
+    std::vector<std::string> paths;
+    std::vector<TypeOverride> types;
+    std::string id;
+    std::vector<std::string> arguments;
+  };
+  const std::string types =
+      "logical, double, single, int8, uint8, int16, uint16, int32, uint32, int64, uint64, string";
+  const Case cases[] = {
+      {{folder.path("none.csv")}, {}, "FileNotFound", {folder.path("none.csv")}},
+      {{folder.path("none*")}, {}, "NoFiles", {folder.path("none*")}},
+      {{hollow}, {}, "NoFiles", {hollow}},
+      {{file, other}, {}, "DifferentColumns", {other, "y, x", file, "x, y"}},
+      {{file}, {{"z", "double"}}, "UnknownColumn", {"z", "x, y"}},
+      {{file}, {{"x", "float"}}, "UnknownType", {"x", "float", types}},
+  };
+  for (const Case& bad : cases) {
+    const DataError error = dataErrorOf([&] { readWhole(bad.paths, bad.types); });
+    EXPECT_EQ(error.id(), "KALVEX:datastore:" + bad.id);
+    EXPECT_EQ(error.arguments(), bad.arguments);
+  }
+  const CancellationToken never;
+  const auto source = openCsv({file});
+  EXPECT_EQ(dataErrorOf([&] { source->openPartition(0, {"z"}, never); }).id(),
+            "KALVEX:datastore:UnknownColumn");
+  EXPECT_EQ(dataErrorOf([] { parseTypeOverride("x:double"); }).id(),
+            "KALVEX:datastore:BadTypeOverride");
+}
+
+TEST(CsvErrors, ofTheFormComeForAnyColumnsAndOfAFieldForItsColumnOnly) {
+  const TempFolder folder;
+  std::string rows;
+  for (int i = 0; i < 400000; ++i) rows += "1,2\n";
+  const auto readRows = [&](const std::string& last, const std::vector<std::string>& columns) {
+    const auto source = openCsv({folder.write("a.csv", "x,y\n" + rows + last)});
+    readAll(*source, columns, [](const Chunk&) {});
+  };
+  for (const char* broken : {"3\n", "1,\xFF\n", "1,\"\n"}) {
+    const DataError one = dataErrorOf([&] { readRows(broken, {"x"}); });
+    const DataError none = dataErrorOf([&] { readRows(broken, {}); });
+    EXPECT_STREQ(one.what(), none.what());
+  }
+  EXPECT_NO_THROW(readRows("1,oops\n", {"x"}));
+}
+
+}  // namespace
+}  // namespace kv::runtime

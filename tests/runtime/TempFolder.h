@@ -1,0 +1,34 @@
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+namespace kv::runtime::test {
+
+/// A folder of its own for one test, removed with all that is in it.
+class TempFolder {
+ public:
+  TempFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "kv-test-XXXXXX").string();
+    path_ = ::mkdtemp(pattern.data());
+  }
+  ~TempFolder() { std::filesystem::remove_all(path_); }
+  TempFolder(const TempFolder&) = delete;
+  TempFolder& operator=(const TempFolder&) = delete;
+
+  std::string path(std::string_view name = {}) const { return (path_ / name).string(); }
+
+  /// Writes `bytes` to the file `name` in this folder and gives its path.
+  std::string write(std::string_view name, std::string_view bytes) const {
+    std::filesystem::create_directories((path_ / name).parent_path());
+    std::ofstream(path_ / name, std::ios::binary) << bytes;
+    return path(name);
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+}  // namespace kv::runtime::test
