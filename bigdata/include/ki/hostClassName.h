@@ -1,0 +1,23 @@
+#pragma once
+
+#include "kcos/interned.h"
+
+namespace bigdata::ki {
+
+/// The full host class name of `T`, which the class states once:
+///
+///     static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.FunctionHandle";
+template <class T>
+constexpr kcos::NameRef hostClassName() {
+  static_assert(requires { T::kHostClassName; },
+                "a managed class states its full host class name as kHostClassName");
+  return T::kHostClassName;
+}
+
+/// The interned full class name of `T`.
+template <class T>
+kcos::COSInternedBase classKey() {
+  return kcos::internal::makeInterned(hostClassName<T>());
+}
+
+}  // namespace bigdata::ki
