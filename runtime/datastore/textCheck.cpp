@@ -12,10 +12,10 @@ namespace {
 constexpr std::size_t kBlockBytes = 256;
 
 bool isAsciiText(const char* bytes) {
-  unsigned bad = 0;
+  std::uint8_t bad = 0;  // as wide as what is looked at: more of them fit in a vector
   for (std::size_t i = 0; i < kBlockBytes; ++i) {
-    const auto byte = static_cast<signed char>(bytes[i]);
-    bad |= static_cast<unsigned>(byte <= 0);
+    const bool isBad = static_cast<signed char>(bytes[i]) <= 0;
+    bad = static_cast<std::uint8_t>(bad | static_cast<std::uint8_t>(isBad));
   }
   return bad == 0;
 }
