@@ -9,9 +9,6 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
-# A static library waits for nothing that only its users link.
-set(CMAKE_OPTIMIZE_DEPENDENCIES ON)
-
 # Installed binaries find ours beside them and Arrow's where it was linked from.
 include(GNUInstallDirs)
 file(RELATIVE_PATH kvLibFromBin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
