@@ -64,9 +64,11 @@ def floor_of(file: Path) -> str | None:
 
 
 def folder_of(file: Path) -> str:
-    """The folder that stands for `file` in the edges."""
+    """The folder that stands for `file` in the edges; `detail` is the inside of its parent."""
     floor = FLOORS[floor_of(file)]
-    return floor.folder if floor.is_one else str(file.parent)
+    if floor.is_one:
+        return floor.folder
+    return str(file.parent.parent if file.parent.name == "detail" else file.parent)
 
 
 def resolve(include: str, source: Path) -> Path | None:
