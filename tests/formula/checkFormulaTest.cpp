@@ -1,0 +1,63 @@
+#include "formula/checkFormula.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "formula/FormulaError.h"
+#include "formula/nearNames.h"
+#include "formula/parseFormula.h"
+
+namespace kv::shell {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// What is wrong with a formula; empty if nothing is.
+std::string verdict(std::string_view text, Purpose purpose = Purpose::Result) {
+  static const Vocabulary vocabulary = {{{"plus", 2}, {"gt", 2}, {"abs", 1}}, {"mean", "std"}};
+  try {
+    checkFormula(parseFormula(text), vocabulary, purpose);
+  } catch (const FormulaError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(CheckFormula, LetsPassWhatGivesWhatItIsFor) {
+  EXPECT_EQ(verdict("mean(x)"), "");
+  EXPECT_EQ(verdict("mean(x) + 1"), "");
+  EXPECT_EQ(verdict("std(x + mean(x))"), "");
+  EXPECT_EQ(verdict("mean(mean(x))"), "");
+  EXPECT_EQ(verdict("x > mean(x)", Purpose::Condition), "");
+}
+
+TEST(CheckFormula, RefusesFunctionsThatThereAreNot) {
+  EXPECT_THAT(verdict("maen(x)"), HasSubstr("no function \"maen\"\n    maen(x)\n    ^^^^\n"));
+  EXPECT_THAT(verdict("maen(x)"), HasSubstr("Did you mean mean?"));
+  EXPECT_THAT(verdict("mean(x, 1)"), HasSubstr("mean takes 1 input, and got 2"));
+  EXPECT_THAT(verdict("mean(plus(x))"), HasSubstr("plus takes 2 inputs, and got 1"));
+  EXPECT_THAT(verdict("mean()"), HasSubstr("mean takes 1 input, and got 0"));
+}
+
+TEST(CheckFormula, RefusesFormulasThatDontGiveWhatTheyAreFor) {
+  EXPECT_THAT(verdict("x + 1"), HasSubstr("a value for each row"));
+  EXPECT_THAT(verdict("1 + 1"), HasSubstr("no column"));
+  EXPECT_THAT(verdict("mean(1 + 1)"),
+              HasSubstr("this is a constant\n    mean(1 + 1)\n           ^"));
+  EXPECT_THAT(verdict("mean(x) > 1", Purpose::Condition), HasSubstr("nothing about single rows"));
+}
+
+TEST(NearNames, FindsSlipsOfTheFingersAndNothingElse) {
+  const std::vector<std::string> names = {"dep_delay", "arr_delay", "origin", "x"};
+  EXPECT_THAT(nearNames("dep_dealy", names), ElementsAre("dep_delay"));
+  EXPECT_THAT(nearNames("ORIGIN", names), ElementsAre("origin"));
+  EXPECT_THAT(nearNames("tailnum", names), IsEmpty());
+  EXPECT_THAT(nearNames(std::string(100'000, 'a'), names), IsEmpty());
+}
+
+}  // namespace
+}  // namespace kv::shell

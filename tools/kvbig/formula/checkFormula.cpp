@@ -1,0 +1,112 @@
+#include "formula/checkFormula.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <span>
+
+#include "formula/FormulaError.h"
+#include "formula/nearNames.h"
+
+namespace kv::shell {
+
+namespace {
+
+/// How many rows a part of a formula has; of several parts that meet, the longest counts.
+enum class Rows : std::uint8_t { Constant, One, Many };
+
+struct Part {
+  Rows rows;
+  Span place;
+};
+
+class Checker {
+ public:
+  Checker(const Formula& formula, const Vocabulary& vocabulary)
+      : formula_(formula), vocabulary_(vocabulary) {}
+
+  Rows run() {
+    for (const Step& step : formula_.steps) {
+      place_ = step.place;
+      parts_.push_back(
+          {std::visit([&](const auto& what) { return rowsOf(what); }, step.what), step.place});
+    }
+    return parts_.back().rows;
+  }
+
+ private:
+  Rows rowsOf(const Constant&) const { return Rows::Constant; }
+  Rows rowsOf(const Column&) const { return Rows::Many; }
+
+  Rows rowsOf(const Call& call) {
+    const std::size_t expected = inputsOf(call.function);
+    if (call.inputs != expected) {
+      fail(fmt::format("{} takes {} input{}, and got {}", call.function, expected,
+                       expected == 1 ? "" : "s", call.inputs));
+    }
+    const std::span<const Part> inputs = std::span(parts_).last(expected);
+    const Rows rows = isAggregate(call.function) ? reduce(call, inputs[0])
+                                                 : std::ranges::max(inputs, {}, &Part::rows).rows;
+    parts_.resize(parts_.size() - expected);
+    return rows;
+  }
+
+  Rows reduce(const Call& call, const Part& input) {
+    if (input.rows == Rows::Constant) {
+      place_ = input.place;
+      fail(fmt::format("{} takes rows, and this is a constant", call.function),
+           fmt::format("Give it a column, such as {}(x).", call.function));
+    }
+    return Rows::One;
+  }
+
+  bool isAggregate(const std::string& name) const {
+    return std::ranges::find(vocabulary_.aggregates, name) != vocabulary_.aggregates.end();
+  }
+
+  std::size_t inputsOf(const std::string& name) const {
+    if (isAggregate(name)) return 1;
+    const auto found =
+        std::ranges::find(vocabulary_.elementFunctions, name, &Vocabulary::ElementFunction::name);
+    if (found != vocabulary_.elementFunctions.end()) return found->inputs;
+    fail(fmt::format("there is no function \"{}\"", name),
+         listNames("functions", name, vocabulary_.names()));
+  }
+
+  [[noreturn]] void fail(std::string_view sentence, std::string_view advice = {}) const {
+    throw FormulaError(formula_.text, place_, sentence, advice);
+  }
+
+  const Formula& formula_;
+  const Vocabulary& vocabulary_;
+  std::vector<Part> parts_;
+  Span place_;
+};
+
+}  // namespace
+
+std::vector<std::string> Vocabulary::names() const {
+  std::vector<std::string> all = aggregates;
+  for (const ElementFunction& function : elementFunctions) all.push_back(function.name);
+  return all;
+}
+
+void checkFormula(const Formula& formula, const Vocabulary& vocabulary, Purpose purpose) {
+  const Rows rows = Checker(formula, vocabulary).run();
+  const Span place = formula.steps.back().place;
+  if (purpose == Purpose::Condition && rows != Rows::Many) {
+    throw FormulaError(formula.text, place, "this says nothing about single rows",
+                       "A condition is of columns, as in dep_delay > 60.");
+  }
+  if (purpose == Purpose::Result && rows == Rows::Constant) {
+    throw FormulaError(formula.text, place, "there is no column in this formula");
+  }
+  if (purpose == Purpose::Result && rows == Rows::Many) {
+    throw FormulaError(
+        formula.text, place, "this has a value for each row, and a result has one",
+        fmt::format("Put an aggregate around it, as in {}(...).",
+                    vocabulary.aggregates.empty() ? "mean" : vocabulary.aggregates.front()));
+  }
+}
+
+}  // namespace kv::shell

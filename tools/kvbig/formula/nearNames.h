@@ -1,0 +1,18 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kv::shell {
+
+/// Those of `names` that `wanted` may have been meant to be, nearest first, at most three: few
+/// letters changed, added, left out, or only the case differs.
+std::vector<std::string> nearNames(std::string_view wanted, std::span<const std::string> names);
+
+/// Advice for a name that isn't there: near ones, and which there are (the first forty).
+std::string listNames(std::string_view kind, std::string_view wanted,
+                      std::span<const std::string> names);
+
+}  // namespace kv::shell

@@ -1,0 +1,224 @@
+#include "formula/parseFormula.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <utility>
+
+#include "formula/FormulaError.h"
+#include "formula/tokens.h"
+
+namespace kv::shell {
+
+namespace {
+
+enum Precedence : int { kLowest, kOr, kAnd, kNot, kComparison, kSum, kProduct, kSign, kPower };
+
+struct Operator {
+  std::string_view symbol;
+  Precedence precedence;
+  std::string_view function;
+};
+
+constexpr Operator kInfix[] = {
+    {"|", kOr, "or"},          {"&", kAnd, "and"},        {"==", kComparison, "eq"},
+    {"!=", kComparison, "ne"}, {"<", kComparison, "lt"},  {"<=", kComparison, "le"},
+    {">", kComparison, "gt"},  {">=", kComparison, "ge"}, {"+", kSum, "plus"},
+    {"-", kSum, "minus"},      {"*", kProduct, "times"},  {"/", kProduct, "rdivide"},
+    {"%", kProduct, "mod"},    {"^", kPower, "power"},
+};
+constexpr Operator kPrefix[] = {{"!", kNot, "not"}, {"-", kSign, "uminus"}};
+
+template <std::size_t N>
+const Operator* findOperator(const Operator (&table)[N], const Token& token) {
+  const auto* found =
+      std::ranges::find_if(table, [&](const Operator& row) { return token.isSymbol(row.symbol); });
+  return found == std::end(table) ? nullptr : found;
+}
+
+std::string trimmed(std::string_view text) {
+  const auto first = text.find_first_not_of(" \t\n\r");
+  if (first == std::string_view::npos) return {};
+  return std::string(text.substr(first, text.find_last_not_of(" \t\n\r") - first + 1));
+}
+
+/// Precedence climbing. Each function reads from the current token and leaves the token behind what
+/// it read as the current one.
+class Parser {
+ public:
+  explicit Parser(std::string_view text)
+      : formula_{std::string(text), trimmed(text), {}}, tokens_(tokenize(text)) {}
+
+  Formula run() {
+    readLabel();
+    if (current().kind == Token::Kind::End) fail(current().place, "there is no formula here");
+    readExpression(kLowest);
+    if (current().kind != Token::Kind::End) failAtLeftover();
+    return std::move(formula_);
+  }
+
+ private:
+  using Kind = Token::Kind;
+
+  struct Nesting {
+    explicit Nesting(Parser& parser) : depth(parser.depth_) {
+      if (++depth > kDeepestNesting) {
+        --depth;
+        parser.fail(parser.current().place,
+                    fmt::format("nested too deep: more than {} levels", kDeepestNesting));
+      }
+    }
+    ~Nesting() { --depth; }
+    Nesting(const Nesting&) = delete;
+    Nesting& operator=(const Nesting&) = delete;
+    int& depth;
+  };
+
+  const Token& current() const { return tokens_[at_]; }
+
+  void readLabel() {
+    const bool isName = current().kind == Kind::Name || current().kind == Kind::QuotedName;
+    if (!isName || !tokens_[at_ + 1].isSymbol("=")) return;
+    formula_.label = current().text;
+    at_ += 2;
+  }
+
+  void readExpression(int loosest) {
+    const Nesting nesting(*this);
+    readOperand();
+    while (const Operator* infix = findOperator(kInfix, current())) {
+      if (infix->precedence < loosest) return;
+      const Span place = current().place;
+      ++at_;
+      const bool groupsFromRight = infix->precedence == kPower;
+      readExpression(groupsFromRight ? infix->precedence : infix->precedence + 1);
+      add(Call{std::string(infix->function), 2}, place);
+      if (infix->precedence == kComparison) refuseChain();
+    }
+  }
+
+  void refuseChain() const {
+    const Operator* next = findOperator(kInfix, current());
+    if (next != nullptr && next->precedence == kComparison) {
+      fail(current().place, "comparisons don't chain", "Join two with &, as in a < b & b < c.");
+    }
+  }
+
+  void readOperand() {
+    const Token& token = current();
+    if (const Operator* prefix = findOperator(kPrefix, token)) return readPrefixed(*prefix);
+    switch (token.kind) {
+      case Kind::Number:
+        ++at_;
+        return add(Constant{token.number}, token.place);
+      case Kind::Text:
+        ++at_;
+        return add(Constant{token.text}, token.place);
+      case Kind::QuotedName:
+        ++at_;
+        return add(Column{token.text}, token.place);
+      case Kind::Name:
+        return readName();
+      case Kind::Symbol:
+        if (token.isSymbol("(")) return readParenthesized();
+        [[fallthrough]];
+      case Kind::End:
+        failAtMissingOperand();
+    }
+  }
+
+  void readPrefixed(const Operator& prefix) {
+    const Span place = current().place;
+    const std::size_t before = formula_.steps.size();
+    ++at_;
+    readExpression(prefix.precedence);
+    // A sign and a number are one constant: it adapts to a column's type as one.
+    if (prefix.precedence == kSign && formula_.steps.size() == before + 1) {
+      auto* constant = std::get_if<Constant>(&formula_.steps.back().what);
+      if (auto* number = constant ? std::get_if<double>(&constant->value) : nullptr) {
+        *number = -*number;
+        formula_.steps.back().place.begin = place.begin;
+        return;
+      }
+    }
+    add(Call{std::string(prefix.function), 1}, place);
+  }
+
+  void readParenthesized() {
+    const Span open = current().place;
+    ++at_;
+    readExpression(kLowest);
+    close(open);
+  }
+
+  void readName() {
+    const Token& name = current();
+    ++at_;
+    if (current().isSymbol("(")) return readCall(name);
+    if (name.text == "true") return add(Constant{true}, name.place);
+    if (name.text == "false") return add(Constant{false}, name.place);
+    add(Column{name.text}, name.place);
+  }
+
+  void readCall(const Token& name) {
+    const Span open = current().place;
+    ++at_;
+    std::size_t inputs = 0;
+    if (!current().isSymbol(")")) {
+      do {
+        if (inputs++ > 0) ++at_;
+        readExpression(kLowest);
+      } while (current().isSymbol(","));
+    }
+    close(open);
+    add(Call{name.text, inputs}, name.place);
+  }
+
+  void close(Span open) {
+    if (current().kind == Kind::End) fail(open, "this \"(\" is never closed");
+    if (!current().isSymbol(")")) failAtLeftover();
+    ++at_;
+  }
+
+  template <class What>
+  void add(What what, Span place) {
+    formula_.steps.push_back({std::move(what), place});
+  }
+
+  std::string shown(const Token& token) const {
+    return formula_.text.substr(token.place.begin, token.place.end - token.place.begin);
+  }
+
+  [[noreturn]] void failAtMissingOperand() const {
+    if (current().kind == Kind::End) fail(current().place, "the formula ends too early");
+    fail(current().place,
+         fmt::format("expected a column, a value or a function before \"{}\"", shown(current())));
+  }
+
+  [[noreturn]] void failAtLeftover() const {
+    if (current().isSymbol("=")) {
+      fail(current().place, "\"=\" names a result and stands behind the formula's first word only",
+           "Write == to compare.");
+    }
+    if (current().isSymbol(")")) fail(current().place, "this \")\" closes nothing");
+    fail(current().place, fmt::format("expected an operator before \"{}\"", shown(current())));
+  }
+
+  [[noreturn]] void fail(Span place, std::string_view sentence,
+                         std::string_view advice = {}) const {
+    throw FormulaError(formula_.text, place, sentence, advice);
+  }
+
+  Formula formula_;
+  std::vector<Token> tokens_;
+  std::size_t at_ = 0;
+  int depth_ = 0;
+};
+
+}  // namespace
+
+Formula parseFormula(std::string_view text) { return Parser(text).run(); }
+
+}  // namespace kv::shell

@@ -1,0 +1,193 @@
+#include "formula/tokens.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+#include <system_error>
+
+#include "formula/FormulaError.h"
+#include "formula/utf8.h"
+
+namespace kv::shell {
+
+namespace {
+
+constexpr std::uint64_t kLargestExactWhole = std::uint64_t{1} << 53;
+
+// Longest first, so that `<=` isn't read as `<` and `=`.
+constexpr std::string_view kSymbols[] = {"==", "!=", "<=", ">=", "+", "-", "*", "/", "%", "^",
+                                         "<",  ">",  "&",  "|",  "!", "(", ")", ",", "="};
+
+/// What people bring along from other languages, and what it is here.
+struct Foreign {
+  std::string_view symbol;
+  std::string_view ours;
+};
+constexpr Foreign kForeign[] = {{"&&", "&"}, {"||", "|"}, {"**", "^"}, {"<>", "!="}, {"~", "!"}};
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+bool startsName(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
+         static_cast<unsigned char>(c) >= 0x80;
+}
+bool continuesName(char c) { return startsName(c) || isDigit(c) || c == '.'; }
+
+/// True for digits alone that stand for a number beyond 2^53.
+bool isWholeBeyondDouble(std::string_view digits) {
+  if (!std::ranges::all_of(digits, isDigit)) return false;
+  std::uint64_t whole = 0;
+  const auto [end, status] = std::from_chars(digits.data(), digits.data() + digits.size(), whole);
+  return status != std::errc() || whole > kLargestExactWhole;
+}
+
+std::optional<char> unescape(char c) {
+  switch (c) {
+    case '\\':
+    case '"':
+    case '\'':
+      return c;
+    case 'n':
+      return '\n';
+    case 'r':
+      return '\r';
+    case 't':
+      return '\t';
+    default:
+      return std::nullopt;
+  }
+}
+
+class Tokenizer {
+ public:
+  explicit Tokenizer(std::string_view formula) : formula_(formula) {}
+
+  std::vector<Token> run() {
+    if (const auto bad = findInvalidUtf8(formula_)) {
+      throw FormulaError(formula_.substr(0, *bad), {*bad, *bad},
+                         "the formula goes on with bytes that aren't UTF-8 text");
+    }
+    while (skipSpace(), at_ < formula_.size()) tokens_.push_back(next());
+    tokens_.push_back({Token::Kind::End, "", 0, {at_, at_}});
+    return std::move(tokens_);
+  }
+
+ private:
+  void skipSpace() {
+    while (at_ < formula_.size() && isSpace(formula_[at_])) ++at_;
+  }
+
+  Token next() {
+    const char c = formula_[at_];
+    const char following = at_ + 1 < formula_.size() ? formula_[at_ + 1] : '\0';
+    if (isDigit(c) || (c == '.' && isDigit(following))) return number();
+    if (startsName(c)) return name();
+    if (c == '"' || c == '\'') return quotedText(c);
+    if (c == '`') return quotedName();
+    return symbol();
+  }
+
+  Token number() {
+    const std::size_t begin = at_;
+    double value = 0;
+    const char* const first = formula_.data() + begin;
+    const auto [end, status] = std::from_chars(first, formula_.data() + formula_.size(), value);
+    at_ = begin + static_cast<std::size_t>(end - first);
+    if (at_ < formula_.size() && continuesName(formula_[at_])) {
+      while (at_ < formula_.size() && continuesName(formula_[at_])) ++at_;
+      fail({begin, at_}, fmt::format("\"{}\" is neither a number nor a name", since(begin)),
+           "A column's name that starts with a digit stands in backquotes.");
+    }
+    if (status == std::errc::result_out_of_range) {
+      fail({begin, at_}, "the number is beyond what a double can hold");
+    }
+    if (isWholeBeyondDouble(since(begin))) {
+      fail({begin, at_}, "the whole number is beyond 2^53, where a double skips numbers",
+           fmt::format("If an approximation will do, write {:e}.", value));
+    }
+    return {Token::Kind::Number, "", value, {begin, at_}};
+  }
+
+  Token name() {
+    const std::size_t begin = at_;
+    while (at_ < formula_.size() && continuesName(formula_[at_])) ++at_;
+    return {Token::Kind::Name, std::string(since(begin)), 0, {begin, at_}};
+  }
+
+  Token quotedText(char quote) {
+    const std::size_t begin = at_++;
+    std::string text;
+    for (; at_ < formula_.size() && formula_[at_] != quote; ++at_) {
+      if (formula_[at_] != '\\') {
+        text += formula_[at_];
+        continue;
+      }
+      if (++at_ == formula_.size()) break;
+      const std::optional<char> meant = unescape(formula_[at_]);
+      if (!meant) {
+        fail({at_ - 1, at_ + 1}, "unknown escape in a text",
+             R"(Known ones are \\ \" \' \n \r \t.)");
+      }
+      text += *meant;
+    }
+    if (at_ >= formula_.size()) {
+      fail({begin, begin + 1}, fmt::format("the text that starts here has no closing {}", quote));
+    }
+    ++at_;
+    return {Token::Kind::Text, std::move(text), 0, {begin, at_}};
+  }
+
+  Token quotedName() {
+    const std::size_t begin = at_++;
+    std::string text;
+    for (; at_ < formula_.size(); ++at_) {
+      if (formula_[at_] == '`') {
+        if (at_ + 1 >= formula_.size() || formula_[at_ + 1] != '`') break;
+        ++at_;
+      }
+      text += formula_[at_];
+    }
+    if (at_ >= formula_.size()) {
+      fail({begin, begin + 1}, "the name that starts here has no closing backquote");
+    }
+    ++at_;
+    return {Token::Kind::QuotedName, std::move(text), 0, {begin, at_}};
+  }
+
+  Token symbol() {
+    const std::string_view rest = formula_.substr(at_);
+    for (const Foreign& foreign : kForeign) {
+      if (rest.starts_with(foreign.symbol)) {
+        fail({at_, at_ + foreign.symbol.size()},
+             fmt::format("\"{}\" isn't an operator here", foreign.symbol),
+             fmt::format("Write {} instead.", foreign.ours));
+      }
+    }
+    for (const std::string_view known : kSymbols) {
+      if (rest.starts_with(known)) {
+        at_ += known.size();
+        return {Token::Kind::Symbol, std::string(known), 0, {at_ - known.size(), at_}};
+      }
+    }
+    fail({at_, at_ + 1}, fmt::format("\"{}\" has no meaning in a formula", rest.front()));
+  }
+
+  std::string_view since(std::size_t begin) const { return formula_.substr(begin, at_ - begin); }
+
+  [[noreturn]] void fail(Span place, std::string_view sentence,
+                         std::string_view advice = {}) const {
+    throw FormulaError(formula_, place, sentence, advice);
+  }
+
+  std::string_view formula_;
+  std::size_t at_ = 0;
+  std::vector<Token> tokens_;
+};
+
+}  // namespace
+
+std::vector<Token> tokenize(std::string_view formula) { return Tokenizer(formula).run(); }
+
+}  // namespace kv::shell
