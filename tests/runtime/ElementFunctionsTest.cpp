@@ -1,0 +1,254 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kv/runtime/ElementFunctions.h"
+#include "kv/runtime/FunctionError.h"
+#include "runtime/makeColumn.h"
+
+namespace kv::runtime {
+namespace {
+
+using enum ElementType;
+
+constexpr double kTiny = std::numeric_limits<double>::denorm_min();
+
+Column call(std::string_view function, const std::vector<Operand>& inputs) {
+  std::int64_t rows = 1;
+  for (const Operand& input : inputs) {
+    if (!input.isScalar) rows = input.column.rows();
+  }
+  return evaluate(*findElementFunction(function), inputs, rows);
+}
+
+Operand constant(double value) { return {doubles({value}), true, true}; }
+
+std::string idOfError(std::string_view function, const std::vector<Operand>& inputs) {
+  try {
+    call(function, inputs);
+  } catch (const FunctionError& error) {
+    return error.id();
+  }
+  return "none";
+}
+
+void expectSame(const std::vector<double>& actual, const std::vector<double>& expected,
+                const std::string& what) {
+  ASSERT_EQ(actual.size(), expected.size()) << what;
+  for (std::size_t i = 0; i < actual.size(); ++i) {
+    EXPECT_TRUE(isSame(actual[i], expected[i]))
+        << what << ", row " << i << ": got " << actual[i] << ", expected " << expected[i];
+  }
+}
+
+struct Truth {
+  std::string_view function;
+  std::vector<double> left, right, expected;
+};
+
+void checkTruths(const std::vector<Truth>& truths, ElementType type) {
+  for (const Truth& truth : truths) {
+    std::vector<Operand> inputs{{numbers(type, truth.left)}};
+    if (!truth.right.empty()) inputs.push_back({numbers(type, truth.right)});
+    expectSame(numbersOf(call(truth.function, inputs)), truth.expected,
+               std::string(truth.function));
+  }
+}
+
+TEST(ElementFunctions, FloatingTruthTable) {
+  const std::vector<Truth> kTruths = {
+      {"plus", {1, kInf, kNaN, -0.0}, {2, -kInf, 1, 0}, {3, kNaN, kNaN, 0}},
+      {"minus", {1, kInf, kNaN, 0}, {2, kInf, 1, 0}, {-1, kNaN, kNaN, 0}},
+      {"times", {2, 0, kInf, -0.0}, {3, kInf, -1, 5}, {6, kNaN, -kInf, -0.0}},
+      {"rdivide", {1, -1, 0, 1, 7}, {0, 0, 0, -0.0, 2}, {kInf, -kInf, kNaN, -kInf, 3.5}},
+      {"power",
+       {2, 0, 0, kNaN, 1, -1, -8, 3},
+       {-1, 0, -1, 0, kNaN, kInf, 0.5, 2},
+       {0.5, 1, kInf, 1, 1, 1, kNaN, 9}},
+      {"mod",
+       {5.5, -5.5, 5.5, -5.5, 1, -0.0, 5, kInf, 1, -1},
+       {2, 2, -2, -2, 0, 3, kNaN, 2, kInf, kInf},
+       {1.5, 0.5, -0.5, -1.5, kNaN, 0, kNaN, kNaN, 1, kInf}},
+      {"minimum", {1, kNaN, 2, -kInf}, {2, 1, kNaN, 0}, {1, kNaN, kNaN, -kInf}},
+      {"maximum", {1, kNaN, 2, -kInf}, {2, 1, kNaN, 0}, {2, kNaN, kNaN, 0}},
+      {"uminus", {1, 0, kInf, kNaN}, {}, {-1, -0.0, -kInf, kNaN}},
+      {"abs", {-1.5, -0.0, -kInf, kNaN}, {}, {1.5, 0, kInf, kNaN}},
+      {"sign", {-3, 0, kInf, kNaN}, {}, {-1, 0, 1, kNaN}},
+      {"sqrt", {4, -1, -0.0, kInf}, {}, {2, kNaN, -0.0, kInf}},
+      {"exp", {0, -kInf, kInf, kNaN}, {}, {1, 0, kInf, kNaN}},
+      {"log", {1, 0, -1, kInf}, {}, {0, -kInf, kNaN, kInf}},
+      {"log2", {8, 0.25}, {}, {3, -2}},
+      {"log10", {1000, 0}, {}, {3, -kInf}},
+      {"sin", {0, kInf}, {}, {0, kNaN}},
+      {"cos", {0, kInf}, {}, {1, kNaN}},
+      {"tan", {0, kInf}, {}, {0, kNaN}},
+      {"floor", {1.5, -1.5, -0.0, kNaN}, {}, {1, -2, -0.0, kNaN}},
+      {"ceil", {1.5, -1.5, kInf, kNaN}, {}, {2, -1, kInf, kNaN}},
+      {"round", {0.5, 1.5, 2.5, -0.5, -3.5}, {}, {0, 2, 2, -0.0, -4}},
+      {"isnan", {kNaN, kInf, 0}, {}, {1, 0, 0}},
+      {"ismissing", {kNaN, 1}, {}, {1, 0}},
+      {"isfinite", {kNaN, kInf, -kInf, 0, 1e30}, {}, {0, 0, 0, 1, 1}},
+  };
+  checkTruths(kTruths, Double);
+  checkTruths(kTruths, Single);
+}
+
+TEST(ElementFunctions, AComparisonWithAMissingValueIsFalse) {
+  const std::vector<double> left{1, 2, 2, kNaN, kNaN, 0, -kInf};
+  const std::vector<double> right{2, 1, 2, 1, kNaN, -0.0, kInf};
+  const std::vector<Truth> kTruths = {
+      {"eq", left, right, {0, 0, 1, 0, 0, 1, 0}}, {"ne", left, right, {1, 1, 0, 0, 0, 0, 1}},
+      {"lt", left, right, {1, 0, 0, 0, 0, 0, 1}}, {"le", left, right, {1, 0, 1, 0, 0, 1, 1}},
+      {"gt", left, right, {0, 1, 0, 0, 0, 0, 0}}, {"ge", left, right, {0, 1, 1, 0, 0, 1, 0}},
+  };
+  checkTruths(kTruths, Double);
+  checkTruths(kTruths, Single);
+}
+
+TEST(ElementFunctions, LogicalTruthTable) {
+  const std::vector<double> left{0, 0, 1, 1};
+  const std::vector<double> right{0, 1, 0, 1};
+  checkTruths({{"and", left, right, {0, 0, 0, 1}},
+               {"or", left, right, {0, 1, 1, 1}},
+               {"xor", left, right, {0, 1, 1, 0}},
+               {"plus", left, right, {0, 1, 1, 1}},
+               {"times", left, right, {0, 0, 0, 1}},
+               {"lt", left, right, {0, 1, 0, 0}},
+               {"power", left, right, {1, 0, 1, 1}},
+               {"mod", left, right, {0, 0, 0, 0}},
+               {"not", {0, 1}, {}, {1, 0}}},
+              Logical);
+  // What isn't zero is true; a missing value isn't zero.
+  checkTruths(
+      {{"and", {kNaN, 0, kTiny, -2}, {1, 1, 1, 1}, {1, 0, 1, 1}}, {"not", {kNaN, 0}, {}, {0, 1}}},
+      Double);
+}
+
+TEST(ElementFunctions, IntegersWrapAndNeverTrap) {
+  checkTruths({{"plus", {127, -128}, {1, -1}, {-128, 127}},
+               {"minus", {-128}, {1}, {127}},
+               {"times", {64, -128}, {2, -1}, {-128, -128}},
+               {"power", {3, -2, 2, 5}, {5, 7, 7, 0}, {-13, -128, -128, 1}},
+               {"mod", {7, -7, 7, -7, 7, -128}, {3, 3, -3, -3, 0, -1}, {1, 2, -2, -1, 0, 0}},
+               {"rdivide", {1, -1, 0}, {0, 0, 0}, {kInf, -kInf, kNaN}},
+               {"uminus", {-128, 5}, {}, {-128, -5}},
+               {"abs", {-128, -5}, {}, {-128, 5}},
+               {"sign", {-128, 0, 9}, {}, {-1, 0, 1}}},
+              Int8);
+  checkTruths({{"times", {65535}, {65535}, {1}}, {"minus", {0}, {1}, {65535}}}, UInt16);
+  checkTruths({{"power", {3}, {200}, {161}}, {"uminus", {1}, {}, {255}}}, UInt8);
+  checkTruths({{"times", {-9223372036854775808.0}, {-1}, {-9223372036854775808.0}},
+               {"mod", {-9223372036854775808.0}, {-1}, {0}}},
+              Int64);
+}
+
+TEST(ElementFunctions, TextsCompareByTheirBytes) {
+  const Column left = texts({"a", "b", "", std::nullopt, "Z", "\xC3\xA9", "ab"});
+  const Column right = texts({"a", "a", "a", "a", std::nullopt, "z", "a"});
+  const struct {
+    std::string_view function;
+    std::vector<double> ofTwo, withA, aWith;
+  } kCases[] = {
+      {"eq", {1, 0, 0, 0, 0, 0, 0}, {1, 0, 0, 0, 0, 0, 0}, {1, 0, 0, 0, 0, 0, 0}},
+      {"ne", {0, 1, 1, 0, 0, 1, 1}, {0, 1, 1, 0, 1, 1, 1}, {0, 1, 1, 0, 1, 1, 1}},
+      {"lt", {0, 0, 1, 0, 0, 0, 0}, {0, 0, 1, 0, 1, 0, 0}, {0, 1, 0, 0, 0, 1, 1}},
+      {"le", {1, 0, 1, 0, 0, 0, 0}, {1, 0, 1, 0, 1, 0, 0}, {1, 1, 0, 0, 0, 1, 1}},
+      {"gt", {0, 1, 0, 0, 0, 1, 1}, {0, 1, 0, 0, 0, 1, 1}, {0, 0, 1, 0, 1, 0, 0}},
+      {"ge", {1, 1, 0, 0, 0, 1, 1}, {1, 1, 0, 0, 0, 1, 1}, {1, 0, 1, 0, 1, 0, 0}},
+  };
+  const Operand a{texts({"a"}), true, true};
+  for (const auto& row : kCases) {
+    const std::string name(row.function);
+    expectSame(numbersOf(call(name, {{left}, {right}})), row.ofTwo, name);
+    expectSame(numbersOf(call(name, {{left}, a})), row.withA, name + " with a constant");
+    expectSame(numbersOf(call(name, {a, {left}})), row.aWith, "a constant " + name);
+    expectSame(numbersOf(call(name, {{left.slice(2, 4)}, a})),
+               {row.withA.begin() + 2, row.withA.begin() + 6}, name + " of a slice");
+  }
+  expectSame(numbersOf(call("ismissing", {{left}})), {0, 0, 0, 1, 0, 0, 0}, "ismissing");
+}
+
+TEST(ElementFunctions, ConstantsAdaptToTheTypeTheyMeet) {
+  const Operand bytes{numbers(Int8, {100, -1})};
+  const struct {
+    std::string_view function;
+    std::vector<Operand> inputs;
+    ElementType type;
+    std::vector<double> expected;
+  } kCases[] = {
+      {"plus", {bytes, constant(100)}, Int8, {-56, 99}},
+      {"times", {bytes, constant(0.5)}, Double, {50, -0.5}},
+      {"times", {{numbers(Single, {1, 2})}, constant(0.1)}, Single, {0.1F, 0.2F}},
+      {"times", {bytes, constant(-0.0)}, Double, {-0.0, 0}},
+      {"power", {constant(2), {numbers(UInt8, {3, 8})}}, UInt8, {8, 0}},
+      {"plus", {constant(1), constant(2)}, Double, {3}},
+      {"or", {bytes, constant(0)}, Logical, {1, 1}},
+      // No element of the column can be such a number, and still the answer is clear.
+      {"lt", {bytes, constant(300)}, Logical, {1, 1}},
+      {"gt", {{numbers(UInt64, {0, 1.8e19})}, constant(-1)}, Logical, {1, 1}},
+      {"eq", {bytes, constant(99.5)}, Logical, {0, 0}},
+  };
+  for (const auto& row : kCases) {
+    const Column result = call(row.function, row.inputs);
+    EXPECT_EQ(result.type(), row.type) << row.function;
+    expectSame(numbersOf(result), row.expected, std::string(row.function));
+  }
+  // 2^53 + 1 is no double: an int64 column is compared with a constant as integers.
+  const Column large = columnOf<std::int64_t>(Int64, {9007199254740993});
+  EXPECT_EQ(numbersOf(call("gt", {{large}, constant(9007199254740992.0)}))[0], 1);
+}
+
+TEST(ElementFunctions, BadInputsAreRefused) {
+  const Operand bytes{numbers(Int8, {1, 2})};
+  EXPECT_EQ(idOfError("plus", {bytes, constant(300)}), "KALVEX:function:OutOfRange");
+  EXPECT_EQ(idOfError("power", {bytes, constant(-1)}), "KALVEX:function:NegativePower");
+  EXPECT_EQ(idOfError("power", {bytes, {numbers(Int16, {1, -3})}}),
+            "KALVEX:function:NegativePower");
+  EXPECT_EQ(idOfError("plus", {bytes, {doubles({1, 2, 3})}}), "KALVEX:function:RowCounts");
+  EXPECT_EQ(idOfError("plus", {bytes, {doubles({1, 2}), true}}), "KALVEX:function:RowCounts");
+  EXPECT_EQ(idOfError("plus", {{texts({"a", "b"})}, bytes}), "KALVEX:function:BadTypes");
+}
+
+/// Every numeric pair of types, in every way to spread, over block edges, against one row at a
+/// time.
+TEST(ElementFunctions, BlocksConversionsAndSpreadsAgreeWithSingleRows) {
+  const unsigned seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const auto small = [&](std::size_t count) {
+    std::vector<double> values(count);
+    for (double& value : values) value = static_cast<double>(random() % 5);
+    return values;
+  };
+  const ElementFunction& minus = *findElementFunction("minus");
+  const ElementFunction& le = *findElementFunction("le");
+  constexpr std::size_t kRows = kBlockElements + 3;
+  for (std::size_t a = 1; a < kNumericTypes; ++a) {
+    for (std::size_t b = 0; b < kNumericTypes; ++b) {
+      const Column left = numbers(static_cast<ElementType>(a), small(kRows + 5)).slice(5, kRows);
+      const Column right = numbers(static_cast<ElementType>(b), small(kRows));
+      for (const auto* function : {&minus, &le}) {
+        for (const int spread : {0, 1, 2, 3}) {
+          const Operand x{spread & 1 ? left.slice(7, 1) : left, (spread & 1) != 0};
+          const Operand y{spread & 2 ? right.slice(9, 1) : right, (spread & 2) != 0};
+          const auto all = numbersOf(evaluate(*function, std::vector{x, y}, kRows));
+          for (const std::int64_t row : {std::int64_t{0}, std::int64_t{4095}, std::int64_t{4098}}) {
+            const Operand xRow{x.isScalar ? x.column : left.slice(row, 1)};
+            const Operand yRow{y.isScalar ? y.column : right.slice(row, 1)};
+            const auto one = numbersOf(evaluate(*function, std::vector{xRow, yRow}, 1));
+            ASSERT_TRUE(isSame(all[static_cast<std::size_t>(row)], one[0]))
+                << function->name << " of " << elementTypeName(left.type()) << " and "
+                << elementTypeName(right.type()) << ", spread " << spread << ", row " << row;
+          }
+        }
+      }
+    }
+  }
+  EXPECT_EQ(evaluate(minus, std::vector<Operand>{{doubles({})}, constant(1)}, 0).rows(), 0);
+}
+
+}  // namespace
+}  // namespace kv::runtime

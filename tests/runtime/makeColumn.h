@@ -1,0 +1,82 @@
+#pragma once
+
+#include <arrow/array/builder_binary.h>
+#include <arrow/array/data.h>
+#include <arrow/buffer.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "functions/elementTypes.h"
+#include "kv/runtime/Column.h"
+
+namespace kv::runtime {
+
+inline constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+inline constexpr double kInf = std::numeric_limits<double>::infinity();
+
+template <class T>
+Column columnOf(ElementType type, const std::vector<T>& values) {
+  auto buffer = arrow::Buffer::FromVector(values);
+  return Column(type, static_cast<std::int64_t>(values.size()), std::move(buffer));
+}
+
+inline Column doubles(const std::vector<double>& values) {
+  return columnOf(ElementType::Double, values);
+}
+
+inline Column logicals(const std::vector<std::uint8_t>& values) {
+  return columnOf(ElementType::Logical, values);
+}
+
+/// Texts; what is empty is missing.
+inline Column texts(const std::vector<std::optional<std::string>>& values) {
+  arrow::StringBuilder builder;
+  for (const auto& value : values) {
+    EXPECT_TRUE((value ? builder.Append(*value) : builder.AppendNull()).ok());
+  }
+  return Column(ElementType::String, builder.Finish().ValueOrDie()->data());
+}
+
+/// A numeric column of any type from doubles that it can hold.
+inline Column numbers(ElementType type, const std::vector<double>& values) {
+  return visitNumeric(type, [&]<class T>() {
+    std::vector<T> converted;
+    for (const double value : values) converted.push_back(static_cast<T>(value));
+    return columnOf(type, converted);
+  });
+}
+
+inline std::vector<double> numbersOf(const Column& column) {
+  return visitNumeric(column.type(), [&]<class T>() {
+    std::vector<double> values;
+    for (const T value : column.values<T>()) values.push_back(static_cast<double>(value));
+    return values;
+  });
+}
+
+inline std::vector<std::optional<std::string>> textsOf(const Column& column) {
+  std::vector<std::optional<std::string>> values;
+  for (std::int64_t row = 0; row < column.rows(); ++row) {
+    if (column.isMissingText(row))
+      values.emplace_back();
+    else
+      values.emplace_back(column.text(row));
+  }
+  return values;
+}
+
+/// The same number, signs of zeros told apart; NaN is NaN.
+inline bool isSame(double a, double b) {
+  if (std::isnan(a) || std::isnan(b)) return std::isnan(a) && std::isnan(b);
+  return a == b && std::signbit(a) == std::signbit(b);
+}
+
+}  // namespace kv::runtime

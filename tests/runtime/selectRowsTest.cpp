@@ -1,0 +1,91 @@
+#include "kv/runtime/selectRows.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kv/runtime/FunctionError.h"
+#include "runtime/makeColumn.h"
+
+namespace kv::runtime {
+namespace {
+
+using testing::ElementsAre;
+
+Chunk fruit() {
+  Chunk chunk;
+  chunk.partition = 3;
+  chunk.ordinals = RowOrdinals(100, 4);
+  chunk.names = std::make_shared<std::vector<std::string>>(std::vector<std::string>{"n", "name"});
+  chunk.columns = {doubles({0, 1, 2, 3, 4}).slice(1, 4),
+                   texts({"x", "fig", std::nullopt, "", "date"}).slice(1, 4)};
+  return chunk;
+}
+
+TEST(SelectRows, WhatStaysKeepsItsOrdinal) {
+  const Chunk kept = selectRows(fruit(), logicals({0, 1, 0, 1, 1, 0}).slice(1, 4));
+  EXPECT_EQ(kept.partition, 3);
+  EXPECT_EQ(kept.rows(), 3);
+  EXPECT_EQ(kept.ordinals.at(0), 100);
+  EXPECT_EQ(kept.ordinals.at(2), 103);
+  EXPECT_THAT(numbersOf(kept.columns[0]), ElementsAre(1, 3, 4));
+  EXPECT_THAT(textsOf(kept.columns[1]), ElementsAre("fig", "", "date"));
+
+  const Chunk twice = selectRows(kept, logicals({0, 1, 1}));
+  EXPECT_EQ(twice.ordinals.at(0), 102);
+  EXPECT_EQ(*twice.names, *fruit().names);
+  EXPECT_THAT(textsOf(selectRows(fruit(), logicals({0, 1, 0, 1})).columns[1]),
+              ElementsAre(std::nullopt, "date"));
+}
+
+TEST(SelectRows, AllAndNoneAreTheEasyEnds) {
+  const Chunk chunk = fruit();
+  const Chunk all = selectRows(chunk, logicals({1, 1, 1, 1}));
+  EXPECT_EQ(all.columns[0].data(), chunk.columns[0].data());
+  const Chunk none = selectRows(chunk, logicals({0, 0, 0, 0}));
+  EXPECT_EQ(none.rows(), 0);
+  EXPECT_EQ(none.columns[1].rows(), 0);
+  EXPECT_EQ(selectRows(none, logicals({})).rows(), 0);
+}
+
+TEST(SelectRows, EveryTypeAgreesWithAPlainLoop) {
+  const unsigned seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  constexpr std::size_t kRows = 1234;
+  Chunk chunk;
+  chunk.ordinals = RowOrdinals(7, kRows);
+  std::vector<double> values(kRows);
+  std::vector<std::uint8_t> keep(kRows);
+  std::vector<double> expected;
+  for (std::size_t row = 0; row < kRows; ++row) {
+    values[row] = static_cast<double>(random() % 2);
+    keep[row] = random() % 3 == 0;
+    if (keep[row]) expected.push_back(values[row]);
+  }
+  for (std::size_t type = 0; type < std::tuple_size_v<NumericTypes>; ++type) {
+    chunk.columns.push_back(numbers(static_cast<ElementType>(type), values));
+  }
+  for (const Column& column : selectRows(chunk, logicals(keep)).columns) {
+    EXPECT_EQ(numbersOf(column), expected) << elementTypeName(column.type());
+  }
+}
+
+TEST(SelectRows, OnlyALogicalConditionOfAsManyRowsIsTaken) {
+  const auto refusal = [](const Column& keep) {
+    try {
+      selectRows(fruit(), keep);
+    } catch (const FunctionError& error) {
+      return error.id() + " " + error.arguments().back();
+    }
+    return std::string("none");
+  };
+  EXPECT_EQ(refusal(doubles({1, 0, 1, 0})), "KALVEX:function:BadTypes double");
+  EXPECT_EQ(refusal(logicals({1, 0})), "KALVEX:function:RowCounts 2");
+}
+
+}  // namespace
+}  // namespace kv::runtime
