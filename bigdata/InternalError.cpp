@@ -1,0 +1,11 @@
+#include "InternalError.h"
+
+#include "ErrorIds.h"
+
+namespace bigdata {
+
+void throwInternalError(std::string_view text) {
+  foundation::core::except::raise<KALVEX::bigdata::array::InternalError>(text);
+}
+
+}  // namespace bigdata

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <initializer_list>
+#include <span>
+
+#include "kcos/calls.h"
+#include "kcos/interned.h"
+#include "kx/array.h"
+
+/// Calls out of native code into the host, with their outputs owned at once.
+namespace bigdata::ki {
+
+using matrix::ArrayPtr;
+
+/// Calls the host function `name` with one output.
+/// Result: the output; null if the function set none.
+/// Errors: those of the host, as KExceptionEnvelope.
+ArrayPtr callHost(kcos::NameRef name, std::span<const kxArray* const> inputs);
+inline ArrayPtr callHost(kcos::NameRef name, std::initializer_list<const kxArray*> inputs = {}) {
+  return callHost(name, std::span(inputs.begin(), inputs.size()));
+}
+
+/// Calls the host function `name` for what it does.
+void callHostForEffect(kcos::NameRef name, std::initializer_list<const kxArray*> inputs);
+
+/// Calls a method of a class by name with one output, with the rights of `client`.
+/// Errors: "KALVEX:bigdata:array:InternalError" with "Could not find method ", class and method, if
+///         the class has no such method.
+ArrayPtr callHostMethod(kcos::COSInternedBase className, kcos::NameRef method,
+                        const kcos::COSClient* client, std::span<const kxArray* const> inputs);
+inline ArrayPtr callHostMethod(kcos::COSInternedBase className, kcos::NameRef method,
+                               const kcos::COSClient* client,
+                               std::initializer_list<const kxArray*> inputs) {
+  return callHostMethod(className, method, client, std::span(inputs.begin(), inputs.size()));
+}
+
+/// The same without an output.
+void callHostMethodForEffect(kcos::COSInternedBase className, kcos::NameRef method,
+                             const kcos::COSClient* client,
+                             std::initializer_list<const kxArray*> inputs);
+
+/// The property of a scalar object, shared.
+ArrayPtr readHostProperty(const kxArray* object, kcos::NameRef name);
+
+}  // namespace bigdata::ki
