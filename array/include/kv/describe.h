@@ -33,6 +33,7 @@ struct ClassDescription {
 /// Full names of the classes that the native core entered, in that order.
 std::vector<std::string> classNames(Session& session);
 
+/// A class as it was registered, by its full name.
 /// Errors: Error "KALVEX:UndefinedFunction" with the name.
 ClassDescription describe(Session& session, std::string_view name);
 

@@ -1,0 +1,60 @@
+#include <cstdint>
+
+#include "handles.h"
+#include "hostValues.h"
+
+namespace kv {
+
+namespace {
+
+CallInputs asInputs(std::span<const Array> arrays) {
+  CallInputs inputs;
+  for (const Array& array : arrays) inputs.lend(array.handle().value);
+  return inputs;
+}
+
+Facts lastFacts() {
+  const host::Value facts = host::call("kv.lastEvaluation");
+  const auto field = [&](std::string_view name) {
+    return host::toDouble(kxGetField(facts.get(), 0, name));
+  };
+  return {static_cast<std::int64_t>(field("rows")), static_cast<int>(field("passes")),
+          field("seconds"), static_cast<std::int64_t>(field("peakBytes"))};
+}
+
+Gathered gatherIn(Session::Impl& session, std::span<const Array> arrays, const Where& where) {
+  return publicCall(session, where, [&] {
+    const auto outputs =
+        host::callMany("gather", static_cast<int>(arrays.size()), asInputs(arrays).list());
+    Gathered gathered;
+    for (const host::Value& output : outputs) gathered.values.push_back(toValue(output.get()));
+    gathered.facts = lastFacts();
+    return gathered;
+  });
+}
+
+void requireOwn(const Session::Impl& session, std::span<const Array> arrays) {
+  if (sessionOf(arrays).get() != &session) raiseTwoSessions();
+}
+
+}  // namespace
+
+Gathered Session::gather(std::span<const Array> arrays, Where where) {
+  if (arrays.empty()) return {};
+  requireOwn(*impl_, arrays);
+  return gatherIn(*impl_, arrays, where);
+}
+
+std::string Session::explain(std::span<const Array> arrays, Where where) {
+  requireOwn(*impl_, arrays);
+  return publicCall(*impl_, where, [&] {
+    return host::toText(host::call("kv.explain", asInputs(arrays).list()).get());
+  });
+}
+
+Value Array::gather(Where where) const {
+  const std::span<const Array> alone(this, 1);
+  return gatherIn(*live(handle_->session), alone, where).values.front();
+}
+
+}  // namespace kv

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kv/array.h"
+#include "kv/host/values.h"
+#include "kv/runtime/ElementFunctions.h"
+#include "publicCall.h"
+
+namespace kv {
+
+/// Holds its host object strongly; the host takes it back from whatever thread drops it.
+struct Array::Handle {
+  std::weak_ptr<Session::Impl> session;
+  host::Value value;
+  /// What the elements will be, so that wrong types are refused where the user writes them.
+  runtime::OperandType type;
+};
+
+struct Table::Handle {
+  std::weak_ptr<Session::Impl> session;
+  host::Value value;  ///< an array of rows with all columns
+  std::vector<std::string> names;
+  std::vector<runtime::ElementType> types;
+};
+
+Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value,
+                runtime::OperandType type);
+
+/// The type with which an operand takes part in promotions.
+runtime::OperandType typeOf(const Operand& operand);
+
+/// Inputs of a call by name, and what of them was made for it.
+class CallInputs {
+ public:
+  void lend(const host::Value& value) { list_.push_back(value.get()); }
+  void give(host::Value value) {
+    list_.push_back(value.get());
+    owned_.push_back(std::move(value));
+  }
+  /// An array as it is, a constant as a value of the host.
+  void add(const Operand& operand);
+
+  std::span<const kxArray* const> list() const { return list_; }
+
+ private:
+  std::vector<host::Value> owned_;
+  std::vector<const kxArray*> list_;
+};
+
+/// The one session of the arrays in `arrays`.
+/// Errors: "KALVEX:array:NoArray" if there is none, "KALVEX:array:TwoSessions".
+std::shared_ptr<Session::Impl> sessionOf(std::span<const Array> arrays);
+
+[[noreturn]] void raiseTwoSessions();
+
+/// Errors: "KALVEX:array:NotLogical".
+void requireLogical(const Array& keep);
+
+}  // namespace kv

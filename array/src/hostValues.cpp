@@ -1,0 +1,117 @@
+#include "hostValues.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "fl/i18n.h"
+#include "kv/error.h"
+#include "kx/string.h"
+
+namespace kv {
+
+namespace {
+
+template <class T>
+std::span<const T> elements(const kxArray* column) {
+  return {static_cast<const T*>(kxGetData(column)), kxGetNumberOfElements(column)};
+}
+
+/// Calls `use` with the elements of a numeric column in their own type.
+/// Result: false, and nothing called, for a column that isn't numeric.
+template <class Use>
+bool withNumbers(const kxArray* column, Use&& use) {
+  switch (kxGetClassID(column)) {
+    case kxDOUBLE_CLASS:
+      use(elements<double>(column));
+      return true;
+    case kxSINGLE_CLASS:
+      use(elements<float>(column));
+      return true;
+    case kxINT8_CLASS:
+      use(elements<std::int8_t>(column));
+      return true;
+    case kxINT16_CLASS:
+      use(elements<std::int16_t>(column));
+      return true;
+    case kxINT32_CLASS:
+      use(elements<std::int32_t>(column));
+      return true;
+    case kxINT64_CLASS:
+      use(elements<std::int64_t>(column));
+      return true;
+    case kxUINT8_CLASS:
+      use(elements<std::uint8_t>(column));
+      return true;
+    case kxUINT16_CLASS:
+      use(elements<std::uint16_t>(column));
+      return true;
+    case kxUINT32_CLASS:
+      use(elements<std::uint32_t>(column));
+      return true;
+    case kxUINT64_CLASS:
+      use(elements<std::uint64_t>(column));
+      return true;
+    default:
+      return false;
+  }
+}
+
+/// The widest type of the kind of `T`.
+template <class T>
+using Widest =
+    std::conditional_t<std::is_floating_point_v<T>, double,
+                       std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>>;
+
+Value::Logicals logicalsOf(const kxArray* column) {
+  const bool* first = kxGetLogicals(column);
+  return Value::Logicals(first, first + kxGetNumberOfElements(column));
+}
+
+Value::Texts textsOf(const kxArray* column) {
+  Value::Texts texts;
+  for (std::size_t row = 0; row < kxGetNumberOfElements(column); ++row) {
+    const auto text = Torvane::String::getString(column, row);
+    texts.push_back(text ? std::optional(fl::i18n::to_string(*text)) : std::nullopt);
+  }
+  return texts;
+}
+
+}  // namespace
+
+Value toValue(const kxArray* column) {
+  if (kxGetClassID(column) == kxLOGICAL_CLASS) return Value(logicalsOf(column));
+  if (Torvane::String::isString(column)) return Value(textsOf(column));
+  Value::Data data;
+  const bool isNumeric = withNumbers(column, [&]<class T>(std::span<const T> numbers) {
+    data = std::vector<Widest<T>>(numbers.begin(), numbers.end());
+  });
+  if (isNumeric) return Value(std::move(data));
+  const std::string came = kxGetClassName(column);
+  throw Error(
+      "KALVEX:array:NotAColumn",
+      fmt::format("A column of numbers, logicals or texts was expected, and {} came.", came),
+      {came});
+}
+
+std::span<const double> numbersOf(const kxArray* column, std::vector<double>& store) {
+  if (kxGetClassID(column) == kxDOUBLE_CLASS) return elements<double>(column);
+  const auto toDouble = [](auto number) { return static_cast<double>(number); };
+  const auto copy = [&](const auto& numbers) {
+    store.resize(numbers.size());
+    std::ranges::transform(numbers, store.begin(), toDouble);
+  };
+  if (kxGetClassID(column) == kxLOGICAL_CLASS) {
+    copy(std::span(kxGetLogicals(column), kxGetNumberOfElements(column)));
+  } else if (!withNumbers(column, copy)) {
+    const std::string came = kxGetClassName(column);
+    throw Error("KALVEX:array:NotANumber",
+                fmt::format("A column of numbers was expected, and {} came.", came), {came});
+  }
+  return store;
+}
+
+}  // namespace kv

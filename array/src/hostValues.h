@@ -1,0 +1,23 @@
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "kv/value.h"
+#include "kx/array.h"
+
+/// Values of the host as values of this floor.
+namespace kv {
+
+/// A column of the host in memory.
+/// Errors: Error "KALVEX:array:NotAColumn" with the class of what is no column of numbers, logicals
+/// or texts.
+Value toValue(const kxArray* column);
+
+/// The numbers of a numeric or logical column of the host: in place if it is double, else copied to
+/// `store`.
+/// Errors: Error "KALVEX:array:NotANumber" with its class for anything else.
+/// Lives: as long as `column` and `store`.
+std::span<const double> numbersOf(const kxArray* column, std::vector<double>& store);
+
+}  // namespace kv

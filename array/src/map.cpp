@@ -1,0 +1,97 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <utility>
+
+#include "handles.h"
+#include "hostValues.h"
+#include "kv/host/errors.h"
+#include "kv/runtime/runtime.h"
+
+namespace kv {
+
+namespace {
+
+/// The inputs of one call as numbers, all of the same length.
+class Block {
+ public:
+  explicit Block(const host::Call& call) : stores_(static_cast<std::size_t>(call.nrhs)) {
+    for (int i = 0; i < call.nrhs; ++i) {
+      columns_.push_back(numbersOf(call.in(i), stores_[columns_.size()]));
+      rows_ = std::max(rows_, columns_.back().size());
+    }
+    const bool isEmpty = std::ranges::any_of(columns_, [](auto& column) { return column.empty(); });
+    if (isEmpty) rows_ = 0;
+    for (std::size_t i = 0; i < columns_.size(); ++i) spread(i);
+  }
+
+  std::size_t rows() const { return rows_; }
+  std::span<const std::span<const double>> columns() const { return columns_; }
+
+ private:
+  /// An input of one row, such as an aggregate, stands for every row.
+  void spread(std::size_t i) {
+    if (columns_[i].size() != 1 || rows_ == 1) return;
+    stores_[i] = std::vector<double>(rows_, columns_[i].front());
+    columns_[i] = stores_[i];
+  }
+
+  std::vector<std::vector<double>> stores_;
+  std::vector<std::span<const double>> columns_;
+  std::size_t rows_ = 0;
+};
+
+host::Value columnOf(std::vector<double> numbers) {
+  const auto shared = std::make_shared<const std::vector<double>>(std::move(numbers));
+  const std::array<std::size_t, 2> dimensions = {shared->size(), 1};
+  return matrix::from_kalvex(
+      kxCreateBorrowedArray(dimensions, kxDOUBLE_CLASS, shared->data(), shared));
+}
+
+std::vector<double> callUser(const BlockFunction& function, const Block& block) {
+  std::vector<double> result = function(block.columns());
+  if (result.size() == block.rows()) return result;
+  throw Error("KALVEX:array:WrongCount",
+              fmt::format("A function of a block of {} rows returned {} numbers.", block.rows(),
+                          result.size()),
+              {fmt::format("{}", block.rows()), fmt::format("{}", result.size())});
+}
+
+/// The user's function as the host calls it: what it throws keeps its id on the way through.
+host::NativeBody bodyOf(BlockFunction function) {
+  return [function = std::move(function)](const host::Call& call) {
+    try {
+      call.out(0, columnOf(callUser(function, Block(call))));
+    } catch (const Error& error) {
+      host::raiseWithMessage(error.identifier(), error.what(), error.arguments());
+    } catch (const Interrupted&) {
+      throw runtime::Interrupted();
+    }
+  };
+}
+
+void refuseTexts(std::span<const Array> inputs) {
+  for (const Array& input : inputs) {
+    if (input.handle().type.type != runtime::ElementType::String) continue;
+    throw Error("KALVEX:array:NotANumber", "A function of blocks takes numbers, not texts.",
+                {"string"});
+  }
+}
+
+}  // namespace
+
+Array map(BlockFunction function, std::span<const Array> inputs, Where where) {
+  const auto session = sessionOf(inputs);
+  refuseTexts(inputs);
+  return publicCall(*session, where, [&] {
+    CallInputs call;
+    call.give(host::makeFunctionHandle("kv.map", bodyOf(std::move(function))));
+    for (const Array& input : inputs) call.lend(input.handle().value);
+    return makeArray(session, host::call("elementfun", call.list()),
+                     {runtime::ElementType::Double});
+  });
+}
+
+}  // namespace kv

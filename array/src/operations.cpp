@@ -1,0 +1,141 @@
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "handles.h"
+#include "kv/runtime/Aggregates.h"
+#include "kv/runtime/functionNames.h"
+
+namespace kv {
+
+namespace {
+
+using runtime::ElementType;
+
+[[noreturn]] void raiseUnknownFunction(std::string_view kind, std::string_view name) {
+  throw Error("KALVEX:array:UnknownFunction", fmt::format("There is no {} \"{}\".", kind, name),
+              {std::string(name)});
+}
+
+runtime::OperandType resultType(const runtime::ElementFunction& function,
+                                std::span<const Operand> inputs) {
+  std::vector<runtime::OperandType> types;
+  for (const Operand& input : inputs) types.push_back(typeOf(input));
+  return {runtime::resolve(function, types).result};
+}
+
+std::vector<Array> arraysAmong(std::span<const Operand> operands) {
+  std::vector<Array> arrays;
+  for (const Operand& operand : operands) {
+    if (const auto* array = std::get_if<Array>(&operand.value())) arrays.push_back(*array);
+  }
+  return arrays;
+}
+
+Array applyHere(std::string_view function, const Operand& a) {
+  return apply(function, std::span(&a, 1), a.where());
+}
+
+Array applyHere(std::string_view function, const Operand& a, const Operand& b) {
+  return apply(function, std::array{a, b}, a.where());
+}
+
+}  // namespace
+
+Array apply(std::string_view function, std::span<const Operand> inputs, Where where) {
+  const auto* row = runtime::findElementFunction(function);
+  if (row == nullptr) raiseUnknownFunction("element function", function);
+  const auto session = sessionOf(arraysAmong(inputs));
+  return publicCall(*session, where, [&] {
+    const runtime::OperandType type = resultType(*row, inputs);
+    CallInputs call;
+    call.give(host::makeFunctionHandle(runtime::elementFunctionName(function)));
+    for (const Operand& input : inputs) call.add(input);
+    return makeArray(session, host::call("elementfun", call.list()), type);
+  });
+}
+
+Array aggregate(std::string_view name, const Array& input, Missing missing, Where where) {
+  const auto* row = runtime::findAggregateFunction(name);
+  if (row == nullptr) raiseUnknownFunction("aggregate", name);
+  const auto rule =
+      missing == Missing::Skip ? runtime::MissingRule::Skip : runtime::MissingRule::Propagate;
+  const auto session = live(input.handle().session);
+  return publicCall(*session, where, [&] {
+    const ElementType type = runtime::aggregateType(row->kind, input.handle().type.type);
+    const auto handle = host::makeFunctionHandle(runtime::aggregateFunctionName(name, rule));
+    auto result =
+        host::call("aggregatefun", {handle.get(), handle.get(), input.handle().value.get()});
+    return makeArray(session, std::move(result), {type});
+  });
+}
+
+Array filter(const Array& input, const Array& keep, Where where) {
+  requireLogical(keep);
+  const auto session = sessionOf(std::array{input, keep});
+  return publicCall(*session, where, [&] {
+    auto rows = host::call("filterslices", {keep.handle().value.get(), input.handle().value.get()});
+    return makeArray(session, std::move(rows), input.handle().type);
+  });
+}
+
+Array operator+(const Operand& a, const Operand& b) { return applyHere("plus", a, b); }
+Array operator-(const Operand& a, const Operand& b) { return applyHere("minus", a, b); }
+Array operator*(const Operand& a, const Operand& b) { return applyHere("times", a, b); }
+Array operator/(const Operand& a, const Operand& b) { return applyHere("rdivide", a, b); }
+Array operator%(const Operand& a, const Operand& b) { return applyHere("mod", a, b); }
+Array operator==(const Operand& a, const Operand& b) { return applyHere("eq", a, b); }
+Array operator!=(const Operand& a, const Operand& b) { return applyHere("ne", a, b); }
+Array operator<(const Operand& a, const Operand& b) { return applyHere("lt", a, b); }
+Array operator<=(const Operand& a, const Operand& b) { return applyHere("le", a, b); }
+Array operator>(const Operand& a, const Operand& b) { return applyHere("gt", a, b); }
+Array operator>=(const Operand& a, const Operand& b) { return applyHere("ge", a, b); }
+Array operator&(const Operand& a, const Operand& b) { return applyHere("and", a, b); }
+Array operator|(const Operand& a, const Operand& b) { return applyHere("or", a, b); }
+Array operator!(const Operand& a) { return applyHere("not", a); }
+Array operator-(const Operand& a) { return applyHere("uminus", a); }
+
+Array abs(const Operand& a) { return applyHere("abs", a); }
+Array sqrt(const Operand& a) { return applyHere("sqrt", a); }
+Array exp(const Operand& a) { return applyHere("exp", a); }
+Array log(const Operand& a) { return applyHere("log", a); }
+Array isnan(const Operand& a) { return applyHere("isnan", a); }
+
+Array sum(const Array& a, Missing missing, Where where) {
+  return aggregate("sum", a, missing, where);
+}
+Array mean(const Array& a, Missing missing, Where where) {
+  return aggregate("mean", a, missing, where);
+}
+Array min(const Array& a, Missing missing, Where where) {
+  return aggregate("min", a, missing, where);
+}
+Array max(const Array& a, Missing missing, Where where) {
+  return aggregate("max", a, missing, where);
+}
+Array count(const Array& a, Where where) { return aggregate("count", a, Missing::Skip, where); }
+Array std(const Array& a, Missing missing, Where where) {
+  return aggregate("std", a, missing, where);
+}
+Array var(const Array& a, Missing missing, Where where) {
+  return aggregate("var", a, missing, where);
+}
+
+std::vector<FunctionFacts> elementFunctions() {
+  std::vector<FunctionFacts> facts;
+  for (const runtime::ElementFunction& row : runtime::elementFunctions()) {
+    facts.push_back(
+        {std::string(row.name), std::string(row.symbol), row.arity, std::string(row.summary)});
+  }
+  return facts;
+}
+
+std::vector<FunctionFacts> aggregates() {
+  std::vector<FunctionFacts> facts;
+  for (const runtime::AggregateFunction& row : runtime::aggregateFunctions()) {
+    facts.push_back({std::string(row.name), "", 1, std::string(row.summary)});
+  }
+  return facts;
+}
+
+}  // namespace kv

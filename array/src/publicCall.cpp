@@ -1,0 +1,61 @@
+#include "publicCall.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fl/i18n.h"
+#include "foundation/exception.h"
+#include "kv/host/errors.h"
+#include "kv/runtime/DataError.h"
+#include "kv/runtime/FunctionError.h"
+#include "kv/runtime/runtime.h"
+
+namespace kv {
+
+namespace {
+
+Error toError(const host::ErrorRecord& record) {
+  std::vector<StackFrame> stack;
+  for (const host::Frame& frame : record.stack) {
+    stack.push_back({frame.file, frame.name, frame.line});
+  }
+  std::shared_ptr<const Error> cause;
+  if (!record.causes.empty()) cause = std::make_shared<Error>(toError(record.causes.front()));
+  return {record.identifier, record.message, record.arguments, std::move(stack), std::move(cause)};
+}
+
+Error toError(const foundation::core::except::IMsgIDException& native) {
+  std::vector<std::string> arguments;
+  for (const std::u16string& argument : native.get_arguments()) {
+    arguments.push_back(fl::i18n::to_string(argument));
+  }
+  const std::string identifier = native.get_error_id();
+  return {identifier, host::catalogueText(identifier, arguments), arguments};
+}
+
+}  // namespace
+
+Session::Impl::Impl() { runtime::load(host); }
+
+void rethrowAsOurs() {
+  try {
+    throw;
+  } catch (const Torvane::KException::KExceptionEnvelope& envelope) {
+    throw toError(host::errorRecord(envelope));
+  } catch (const foundation::core::except::IMsgIDException& native) {
+    throw toError(native);
+  } catch (const runtime::DataError& error) {
+    throw Error(error.id(), error.what(), error.arguments());
+  } catch (const runtime::FunctionError& error) {
+    throw Error(error.id(), error.what(), error.arguments());
+  } catch (const runtime::Interrupted&) {
+    throw Interrupted();
+  }
+}
+
+void raiseClosed() {
+  throw Error("KALVEX:session:Closed", "The session of this array or table has been closed.");
+}
+
+}  // namespace kv

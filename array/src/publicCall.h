@@ -1,0 +1,53 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <source_location>
+
+#include "kv/array.h"
+#include "kv/host/session.h"
+#include "kv/host/values.h"
+
+namespace kv {
+
+/// A session of the host with core and runtime loaded, and its lock.
+struct Session::Impl {
+  Impl();
+
+  /// A user's function may record arrays while it is evaluated, so the lock is taken again then.
+  std::recursive_mutex mutex;
+  host::Session host;
+};
+
+/// Rethrows the exception in flight as one of this floor: errors of the host and the runtime become
+/// Error with all that they carry, an interrupt becomes Interrupted, others stay what they are.
+/// Requires: called in a catch clause, in the scope of the session.
+[[noreturn]] void rethrowAsOurs();
+
+/// Raises "KALVEX:session:Closed".
+[[noreturn]] void raiseClosed();
+
+/// Runs `body` as one public call: the session leased and current, the user's line on its stack,
+/// and what the call captures as the user's stack standing still until its end.
+template <class Body>
+auto publicCall(Session::Impl& session, const Where& where, Body&& body) {
+  const std::lock_guard lease(session.mutex);
+  if (session.host.isClosed()) raiseClosed();
+  const host::Session::Scope scope(session.host);
+  try {
+    const host::CallSite site(where);
+    const host::Value frame = host::call("kalvex.bigdata.internal.InternalStackFrame");
+    return body();
+  } catch (...) {
+    rethrowAsOurs();
+  }
+}
+
+/// The session behind a handle. Errors: "KALVEX:session:Closed" once it is gone.
+inline std::shared_ptr<Session::Impl> live(const std::weak_ptr<Session::Impl>& session) {
+  auto impl = session.lock();
+  if (impl == nullptr) raiseClosed();
+  return impl;
+}
+
+}  // namespace kv
