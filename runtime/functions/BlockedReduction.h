@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -72,6 +73,7 @@ class BlockedReduction {
 
   void openBlock(std::int64_t block) {
     if (block == block_) return;
+    assert(block > block_);
     closeBlock();
     block_ = block;
   }

@@ -51,7 +51,8 @@ struct Truth {
 
 void checkTruths(const std::vector<Truth>& truths, ElementType type) {
   for (const Truth& truth : truths) {
-    std::vector<Operand> inputs{{numbers(type, truth.left)}};
+    std::vector<Operand> inputs;
+    inputs.push_back({numbers(type, truth.left)});
     if (!truth.right.empty()) inputs.push_back({numbers(type, truth.right)});
     expectSame(numbersOf(call(truth.function, inputs)), truth.expected,
                std::string(truth.function));

@@ -19,6 +19,7 @@ namespace kv::runtime {
 // 2. There is no half precision: the mathematical functions of logical and 8-bit columns give
 // single.
 // 3. `floor`, `ceil` and `round` keep logical and integer columns as they are.
+// 4. A signed integer column is compared with a uint64 one in their common type, double.
 //
 // Everything here may be used by several threads at once.
 
