@@ -23,6 +23,15 @@ struct KV_HOST_API IncompatibleTallExecutor {
 
 }  // namespace KALVEX::bigdata::array
 
+namespace KALVEX {
+
+/// Arguments: the count, the largest one that is taken.
+struct KV_HOST_API CountTooLarge {
+  static constexpr const char *category = "KALVEX", *key = "CountTooLarge";
+};
+
+}  // namespace KALVEX
+
 namespace KALVEX::validateattributes {
 
 /// Arguments: the role ("Input" or "Argument"), the expected type, what came.

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string>
+
+#include "ki/KalvexManagedObject.h"
+#include "ki/KalvexManagedPtr.h"
+#include "ki/PropertyPtr.h"
+#include "lazyeval/lazyGraph.h"
+
+namespace bigdata::lazyeval {
+
+/// The handle by which a consumer refers to a value that may not exist yet.
+///
+/// It has no state but its promise, which `ClosurePromise::swap` can exchange without any consumer
+/// being told; so its id is the promise's.
+///
+/// Errors: each read raises "KALVEX:class:InvalidHandle" if the promise was deleted.
+class ClosureFuture final : public ki::KalvexManagedObject {
+ public:
+  static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.lazyeval.ClosureFuture";
+
+  /// Without a promise, for load.
+  explicit ClosureFuture(const ki::KalvexManagedConstructInfo& info);
+  ClosureFuture(const ki::KalvexManagedConstructInfo& info,
+                ki::KalvexManagedPtr<ClosurePromise> promise);
+
+  const ki::PropertyPtr<ClosurePromise>& getPromise() const { return promise_; }
+  void setPromise(ki::KalvexManagedPtr<ClosurePromise> promise);
+
+  std::u16string getIdStr() const;
+  bool isDone() const;
+  /// The promise's value as it stands; null until it is done.
+  const kxArray* getValue() const;
+
+ private:
+  ki::PropertyPtr<ClosurePromise> promise_;
+};
+
+}  // namespace bigdata::lazyeval

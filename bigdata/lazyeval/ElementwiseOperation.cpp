@@ -1,0 +1,98 @@
+#include "lazyeval/ElementwiseOperation.h"
+
+#include <cmath>
+
+#include "FunctionHandle.h"
+#include "PartitionedArrayOptions.h"
+#include "ki/ClassKcosRegistration.h"
+#include "ki/CosClassBuilder.h"
+#include "ki/createManagedObject.h"
+#include "ki/hostCalls.h"
+#include "lazyeval/selfCalls.h"
+#include "util/CosClientTraits.h"
+
+namespace bigdata::lazyeval {
+
+using ki::KalvexManagedPtr;
+
+ElementwiseOperation::ElementwiseOperation(const ki::KalvexManagedConstructInfo& info)
+    : SlicewiseFusableOperation(info),
+      functionHandle_(selfInterface(),
+                      ki::createManagedObject<FunctionHandle>(matrix::ArrayPtr())) {
+  setOptions(ki::createManagedObject<PartitionedArrayOptions>());
+}
+
+ElementwiseOperation::ElementwiseOperation(const ki::KalvexManagedConstructInfo& info,
+                                           KalvexManagedPtr<PartitionedArrayOptions> options,
+                                           KalvexManagedPtr<FunctionHandle> functionHandle,
+                                           std::size_t numInputs, std::size_t numOutputs)
+    : SlicewiseFusableOperation(info, numInputs, numOutputs, /*supportsPreview=*/true,
+                                /*dependsOnOnlyHead=*/false),
+      functionHandle_(selfInterface(), functionHandle) {
+  setOptions(std::move(options));
+  setSupportsDirectEvaluation(takesAnyNumberOfSlices());
+}
+
+ElementwiseOperation::~ElementwiseOperation() = default;
+
+matrix::ArrayPtr ElementwiseOperation::createExecutionTasks(const kxArray* first,
+                                                            const kxArray* second) {
+  return callCreateExecutionTasks(*this, first, second);
+}
+
+KalvexManagedPtr<FunctionHandle> ElementwiseOperation::getCheckedFunctionHandle() const {
+  return ki::createManagedObject<FunctionHandle>(
+      ki::callHost("getCheckedFunctionHandle", {selfArray(*this).get()}));
+}
+
+bool ElementwiseOperation::isSlicewiseFusable() const {
+  // The wrapper that the default rule asks is always unbounded; the bound stands in the own handle.
+  return isSlicewiseFusableDefault() && takesAnyNumberOfSlices();
+}
+
+void ElementwiseOperation::setFunctionHandle(KalvexManagedPtr<FunctionHandle> functionHandle) {
+  functionHandle_ = {selfInterface(), functionHandle};
+}
+
+void ElementwiseOperation::directEvaluateImpl(int nlhs, kxArray** plhs, int nrhs,
+                                              const kxArray** prhs) {
+  callOwnMethod(*this, "directEvaluateImpl", util::keptCosClient<ElementwiseOperation>(), nlhs,
+                plhs, nrhs, prhs);
+}
+
+bool ElementwiseOperation::takesAnyNumberOfSlices() const {
+  return std::isinf(functionHandle_->getMaxNumSlices());
+}
+
+namespace {
+
+class ElementwiseOperationCosClassInfo final
+    : public ki::KalvexManagedCosClassInfo<ElementwiseOperation> {
+ public:
+  void initializeClass(kcos::COSClass* cls, const kcos::COSClient* client) override {
+    using ki::Access;
+    util::keepCosClient<ElementwiseOperation>(client);
+    ki::CosClassBuilder<ElementwiseOperation>(cls)
+        .superclass("kalvex.bigdata.internal.lazyeval.SlicewiseFusableOperation")
+        .constructor<>(Access::Private)
+        .constructor<KalvexManagedPtr<PartitionedArrayOptions>, KalvexManagedPtr<FunctionHandle>,
+                     std::size_t, std::size_t>(Access::Public)
+        .property("FunctionHandle", &ElementwiseOperation::getFunctionHandle,
+                  &ElementwiseOperation::setFunctionHandle, Access::Public, Access::Immutable)
+        .declareMethod("createExecutionTasks", Access::Public)
+        .declareMethod("directEvaluateImpl", Access::Protected)
+        .declareMethod("getCheckedFunctionHandle", Access::Public)
+        .method("isSlicewiseFusable", &ElementwiseOperation::isSlicewiseFusable, Access::Public);
+  }
+
+ protected:
+  ElementwiseOperation* createHostImplemented(const ki::KalvexManagedConstructInfo& info) override {
+    return new ElementwiseOperation(info);
+  }
+};
+
+const ki::ClassKcosRegistration<ElementwiseOperationCosClassInfo> registration;
+
+}  // namespace
+
+}  // namespace bigdata::lazyeval

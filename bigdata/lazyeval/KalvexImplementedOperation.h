@@ -1,0 +1,31 @@
+#pragma once
+
+#include "lazyeval/Operation.h"
+
+namespace kcos {
+class COSClient;
+}
+
+namespace bigdata::lazyeval {
+
+struct OperationArguments;
+
+/// The native part of an operation class that is written in the host's language: each virtual
+/// operation becomes a call of the like-named method of the host object.
+class KalvexImplementedOperation final : public Operation {
+ public:
+  /// `client` has the rights of the class; it lives as long as the class.
+  KalvexImplementedOperation(const ki::KalvexManagedConstructInfo& info,
+                             const OperationArguments& arguments, const kcos::COSClient* client);
+
+  matrix::ArrayPtr createExecutionTasks(const kxArray* first, const kxArray* second) override;
+
+ protected:
+  /// A class that says it evaluates directly and lacks the method gets empty outputs and no error.
+  void directEvaluateImpl(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs) override;
+
+ private:
+  const kcos::COSClient* client_;
+};
+
+}  // namespace bigdata::lazyeval

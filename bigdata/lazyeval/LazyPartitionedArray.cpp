@@ -1,0 +1,65 @@
+#include "lazyeval/LazyPartitionedArray.h"
+
+#include <utility>
+
+#include "PartitionMetadata.h"
+#include "executor/PartitionStrategy.h"
+#include "ki/conversions.h"
+#include "ki/hostCalls.h"
+#include "lazyeval/ClosureFuture.h"
+#include "lazyeval/ClosurePromise.h"
+
+namespace bigdata::lazyeval {
+
+using ki::KalvexManagedPtr;
+using matrix::ArrayPtr;
+
+LazyPartitionedArray::LazyPartitionedArray(const ki::KalvexManagedConstructInfo& info)
+    : KalvexManagedObject(info) {}
+
+LazyPartitionedArray::LazyPartitionedArray(const ki::KalvexManagedConstructInfo& info,
+                                           ArrayConstructionArgs args)
+    : KalvexManagedObject(info),
+      valueFuture_(selfInterface(), args.future),
+      partitionMetadata_(selfInterface(), args.metadata),
+      executor_(ki::adoptPropertyArray(selfInterface(), std::move(args.executor))) {
+  ki::callHostForEffect("keepAlive", {executor_.get()});
+}
+
+void LazyPartitionedArray::setValueFuture(KalvexManagedPtr<ClosureFuture> future) {
+  valueFuture_ = {selfInterface(), future};
+}
+
+void LazyPartitionedArray::setPartitionMetadata(KalvexManagedPtr<PartitionMetadata> metadata) {
+  partitionMetadata_ = {selfInterface(), metadata};
+}
+
+ArrayPtr LazyPartitionedArray::getExecutor() const {
+  ArrayPtr overriding =
+      ki::callHost("kalvex.bigdata.internal.executor.PartitionedArrayExecutor.override");
+  if (!kxIsEmpty(overriding.get())) {
+    return overriding;
+  }
+  return matrix::sharedCopy(executor_.get());
+}
+
+bool LazyPartitionedArray::isValid() const {
+  return ki::fromArray<bool>(ki::callHost("checkIsValidNow", {getExecutor().get()}).get());
+}
+
+std::size_t LazyPartitionedArray::numpartitions() const {
+  const ArrayPtr executor = getExecutor();
+  const ArrayPtr strategy = ki::toArray(partitionMetadata_->getStrategy());
+  return ki::fromArray<std::size_t>(
+      ki::callHost("numPartitions", {executor.get(), strategy.get()}).get());
+}
+
+const kxArray* LazyPartitionedArray::hGetMetadata() const { return promise().getMetadata(); }
+
+void LazyPartitionedArray::hSetMetadata(ArrayPtr metadata) {
+  promise().setMetadata(std::move(metadata));
+}
+
+ClosurePromise& LazyPartitionedArray::promise() const { return *valueFuture_->getPromise(); }
+
+}  // namespace bigdata::lazyeval

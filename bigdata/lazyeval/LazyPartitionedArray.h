@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstddef>
+
+#include "ki/KalvexManagedObject.h"
+#include "ki/KalvexManagedPtr.h"
+#include "ki/PropertyArrayPtr.h"
+#include "ki/PropertyPtr.h"
+#include "lazyeval/lazyGraph.h"
+
+namespace bigdata {
+class PartitionMetadata;
+}
+
+namespace bigdata::lazyeval {
+
+/// What an array is made of; all three are there.
+struct ArrayConstructionArgs {
+  ki::KalvexManagedPtr<ClosureFuture> future;
+  ki::KalvexManagedPtr<PartitionMetadata> metadata;
+  matrix::ArrayPtr executor;
+};
+
+/// A partitioned array that may not have been computed: the value that will exist, how it is
+/// partitioned, and the executor that will run it. It holds no data.
+///
+/// A chain of array, future, promise, closure, input future and so on lives for as long as the host
+/// holds any array at its end.
+///
+/// Errors: every use raises "KALVEX:class:InvalidHandle" where a link leads to a deleted object,
+/// or,
+///         in a default-made array, nowhere.
+class LazyPartitionedArray final : public ki::KalvexManagedObject {
+ public:
+  static constexpr kcos::NameRef kHostClassName =
+      "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray";
+
+  /// A shell with nothing in it, for the host's class system.
+  explicit LazyPartitionedArray(const ki::KalvexManagedConstructInfo& info);
+
+  /// Tells the executor that it is in use ("keepAlive").
+  LazyPartitionedArray(const ki::KalvexManagedConstructInfo& info, ArrayConstructionArgs args);
+
+  const ki::PropertyPtr<ClosureFuture>& getValueFuture() const { return valueFuture_; }
+  void setValueFuture(ki::KalvexManagedPtr<ClosureFuture> future);
+
+  const ki::PropertyPtr<PartitionMetadata>& getPartitionMetadata() const {
+    return partitionMetadata_;
+  }
+  void setPartitionMetadata(ki::KalvexManagedPtr<PartitionMetadata> metadata);
+
+  /// The executor given at construction.
+  const kxArray* getStoredExecutor() const { return executor_.get(); }
+
+  /// The executor in force: the host's override where there is one, else the stored one. Nothing is
+  /// cached.
+  matrix::ArrayPtr getExecutor() const;
+
+  /// Whether the executor in force can still run this array.
+  bool isValid() const;
+
+  /// Number of partitions that the executor in force gives the array's strategy.
+  std::size_t numpartitions() const;
+
+  /// Metadata of the value, kept with its promise; null until set.
+  const kxArray* hGetMetadata() const;
+  void hSetMetadata(matrix::ArrayPtr metadata);
+
+  /// The promise behind the array's future.
+  ClosurePromise& promise() const;
+
+ private:
+  ki::PropertyPtr<ClosureFuture> valueFuture_;
+  ki::PropertyPtr<PartitionMetadata> partitionMetadata_;
+  ki::PropertyArrayPtr executor_;
+};
+
+}  // namespace bigdata::lazyeval

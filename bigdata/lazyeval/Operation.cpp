@@ -1,0 +1,135 @@
+#include "lazyeval/Operation.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "InternalError.h"
+#include "InternalStackFrame.h"
+#include "PartitionedArrayOptions.h"
+#include "kcos/class.h"
+#include "ki/ClassKcosRegistration.h"
+#include "ki/CosClassBuilder.h"
+#include "ki/hostCalls.h"
+#include "lazyeval/KalvexImplementedOperation.h"
+#include "lazyeval/operationArguments.h"
+
+namespace bigdata::lazyeval {
+
+namespace {
+
+/// Keeps the session's random stream while another one is in force, and puts it back.
+class GlobalStreamGuard {
+ public:
+  GlobalStreamGuard() = default;
+  GlobalStreamGuard(const GlobalStreamGuard&) = delete;
+  GlobalStreamGuard& operator=(const GlobalStreamGuard&) = delete;
+  ~GlobalStreamGuard() {
+    if (previous_ == nullptr) {
+      return;
+    }
+    try {
+      ki::callHostForEffect("RandStream.setGlobalStream", {previous_.get()});
+    } catch (...) {
+      // What the guarded code raised, or returned, is what the caller has to see.
+    }
+  }
+
+  /// Puts the stream that `factory` has for partition 1 in force.
+  void usePartitionStream(const kxArray* factory) {
+    previous_ = ki::callHost("RandStream.getGlobalStream");
+    const matrix::ArrayPtr partition = matrix::from_kalvex(kxCreateDoubleScalar(1.0));
+    const matrix::ArrayPtr stream =
+        ki::callHost("getRandStreamForPartition", {factory, partition.get()});
+    ki::callHostForEffect("RandStream.setGlobalStream", {stream.get()});
+  }
+
+ private:
+  matrix::ArrayPtr previous_;
+};
+
+}  // namespace
+
+Operation::Operation(const ki::KalvexManagedConstructInfo& info, std::size_t numInputs,
+                     std::size_t numOutputs, bool supportsPreview, bool dependsOnOnlyHead)
+    : KalvexManagedObject(info),
+      numInputs_(numInputs),
+      numOutputs_(numOutputs),
+      supportsPreview_(supportsPreview),
+      dependsOnOnlyHead_(dependsOnOnlyHead) {
+  setStack(getUserStack());
+}
+
+Operation::~Operation() = default;
+
+void Operation::directEvaluate(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs) {
+  GlobalStreamGuard guard;
+  if (options_ && options_->getRequiresRandState()) {
+    guard.usePartitionStream(options_->getRandStreamFactory());
+  }
+  directEvaluateImpl(nlhs, plhs, nrhs, prhs);
+}
+
+void Operation::directEvaluateImpl(int, kxArray**, int, const kxArray**) {
+  throwInternalError(std::string(selfInterface()->getClassObject()->getName()) +
+                     "does not support direct evaluation.");
+}
+
+void Operation::setOptions(ki::KalvexManagedPtr<PartitionedArrayOptions> options) {
+  options_ = {selfInterface(), options};
+}
+
+void Operation::setStack(matrix::ArrayPtr stack) {
+  stack_ = ki::adoptPropertyArray(selfInterface(), std::move(stack));
+}
+
+namespace {
+
+/// Beside its table the class keeps the client with whose rights the operations of its subclasses
+/// call back.
+class OperationCosClassInfo final : public ki::KalvexManagedCosClassInfo<Operation> {
+ public:
+  void initializeClass(kcos::COSClass* cls, const kcos::COSClient* client) override {
+    using ki::Access;
+    client_ = client;
+    ki::CosClassBuilder<Operation>(cls)
+        .variadicConstructor(
+            [client](const ki::KalvexManagedConstructInfo& info, int nrhs, const kxArray** prhs) {
+              return std::unique_ptr<Operation>(new KalvexImplementedOperation(
+                  info, parseOperationArguments(nrhs, prhs), client));
+            },
+            Access::Protected)
+        .property("NumInputs", &Operation::getNumInputs, &Operation::setNumInputs, Access::Public,
+                  Access::Private)
+        .property("NumOutputs", &Operation::getNumOutputs, &Operation::setNumOutputs,
+                  Access::Public, Access::Private)
+        .property("SupportsPreview", &Operation::supportsPreview, &Operation::setSupportsPreview,
+                  Access::Public, Access::Private)
+        .property("DependsOnOnlyHead", &Operation::dependsOnOnlyHead,
+                  &Operation::setDependsOnOnlyHead, Access::Public, Access::Private)
+        .property("SupportsDirectEvaluation", &Operation::supportsDirectEvaluation,
+                  &Operation::setSupportsDirectEvaluation, Access::Public, Access::Protected)
+        .property("Options", &Operation::getOptions, &Operation::setOptions, Access::Protected,
+                  Access::Protected)
+        .property("Stack", &Operation::getStack, &Operation::setStack, Access::Public,
+                  Access::Private)
+        .variadicMethod("directEvaluate", &Operation::directEvaluate, Access::Public)
+        .abstractMethod("createExecutionTasks", Access::Public)
+        .declareMethod("isInputBroadcast", Access::Protected)
+        .declareMethod("directEvaluateImpl", Access::Protected);
+  }
+
+ protected:
+  Operation* createHostImplemented(const ki::KalvexManagedConstructInfo& info) override {
+    return new KalvexImplementedOperation(info, OperationArguments{}, client_);
+  }
+
+ private:
+  const kcos::COSClient* client_ = nullptr;
+};
+
+const ki::ClassKcosRegistration<OperationCosClassInfo> registration;
+
+}  // namespace
+
+}  // namespace bigdata::lazyeval

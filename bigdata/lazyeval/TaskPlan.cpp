@@ -1,0 +1,126 @@
+#include "lazyeval/TaskPlan.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <variant>
+
+#include "ErrorIds.h"
+#include "InternalError.h"
+#include "kcos/calls.h"
+#include "ki/conversions.h"
+#include "ki/hostCalls.h"
+#include "lazyeval/Closure.h"
+#include "lazyeval/ClosureDependencyWalker.h"
+#include "lazyeval/LazyTaskGraph.h"
+#include "util/CosClientTraits.h"
+
+namespace bigdata::lazyeval {
+
+using ki::KalvexManagedPtr;
+using matrix::ArrayPtr;
+
+namespace {
+
+using Closures = std::vector<KalvexManagedPtr<Closure>>;
+
+/// By id, so that the order in which inputs reach the host doesn't depend on addresses.
+void sortById(Closures& closures) {
+  if (closures.size() > 1) {
+    std::ranges::sort(closures,
+                      [](const KalvexManagedPtr<Closure>& a, const KalvexManagedPtr<Closure>& b) {
+                        return a->uniqueId() < b->uniqueId();
+                      });
+  }
+}
+
+/// Builds a plan closure by closure.
+class Planner {
+ public:
+  explicit Planner(bool isProfiling)
+      : profilerFlag_(matrix::from_kalvex(kxCreateLogicalScalar(isProfiling))) {}
+
+  void add(const KalvexManagedPtr<Closure>& closure) {
+    Closures dependencies = closure->getDirectDependencies();
+    sortById(dependencies);
+    const ArrayPtr created = createExecutionTasks(closure, dependencies);
+    append(created.get(), *closure);
+    taskOf_.emplace(closure.get(), tasks_.back());
+    closureTasks_.push_back(
+        {closure, matrix::from_kalvex(kcos::omCreateKCOSScalar(tasks_.back()))});
+  }
+
+  TaskPlan finish() && { return {std::move(closureTasks_), makeTaskArray(tasks_)}; }
+
+ private:
+  ArrayPtr createExecutionTasks(const KalvexManagedPtr<Closure>& closure,
+                                const Closures& dependencies) const {
+    const ArrayPtr closureArray = ki::toArray(closure);
+    const ArrayPtr dependencyArray = ki::toArray(dependencies);
+    const ArrayPtr inputTasks = tasksOf(dependencies);
+    return ki::callHostMethod(
+        ki::classKey<LazyTaskGraph>(), "createExecutionTasks", util::keptCosClient<LazyTaskGraph>(),
+        {closureArray.get(), dependencyArray.get(), inputTasks.get(), profilerFlag_.get()});
+  }
+
+  /// The output tasks of closures that were planned before.
+  ArrayPtr tasksOf(const Closures& closures) const {
+    std::vector<kcos::COSInterfacePtr> tasks;
+    tasks.reserve(closures.size());
+    for (const KalvexManagedPtr<Closure>& closure : closures) {
+      tasks.push_back(taskOf_.at(closure.get()));
+    }
+    return makeTaskArray(tasks);
+  }
+
+  void append(const kxArray* created, const Closure& closure) {
+    if (!kxIsEmpty(created) && !kxIsA(created, kExecutionTaskClass)) {
+      foundation::core::except::raise<KALVEX::validateattributes::invalidType>(
+          "Input", kExecutionTaskClass.text(), kxGetClassName(created));
+    }
+    const std::size_t count = kxGetNumberOfElements(created);
+    for (std::size_t i = 0; i < count; ++i) {
+      tasks_.push_back(kcos::omGetArrayElement(created, i));
+    }
+    // A closure without tasks of its own shares the latest one; the first closure has none to
+    // share.
+    if (tasks_.empty()) {
+      throwInternalError("createExecutionTasks gave no task for " +
+                         fl::i18n::to_string(closure.getIdStr()) +
+                         ", the first closure of the plan");
+    }
+  }
+
+  ArrayPtr profilerFlag_;
+  std::vector<ClosureTask> closureTasks_;
+  std::vector<kcos::COSInterfacePtr> tasks_;
+  std::unordered_map<const Closure*, kcos::COSInterfacePtr> taskOf_;
+};
+
+}  // namespace
+
+TaskPlan makeTaskPlan(std::span<const KalvexManagedPtr<Closure>> closures) {
+  Planner planner(ki::fromArray<bool>(
+      ki::callHost("kalvex.bigdata.internal.debug.TallProfiler.enabled").get()));
+  ClosureDependencyWalker walker;
+  for (const KalvexManagedPtr<Closure>& closure : closures) {
+    walker.walk(closure);
+  }
+  for (const ClosureGraphNode& node : walker.nodes()) {
+    if (const auto* closure = std::get_if<KalvexManagedPtr<Closure>>(&node)) {
+      planner.add(*closure);
+    }
+  }
+  return std::move(planner).finish();
+}
+
+ArrayPtr makeTaskArray(std::span<const kcos::COSInterfacePtr> tasks) {
+  ArrayPtr array = matrix::from_kalvex(
+      kcos::omCreateKCOSMatrix(tasks.size(), 1, kcos::internal::makeInterned(kExecutionTaskClass)));
+  for (std::size_t i = 0; i < tasks.size(); ++i) {
+    kcos::omSetArrayElement(array.get(), i, tasks[i]);
+  }
+  return array;
+}
+
+}  // namespace bigdata::lazyeval
