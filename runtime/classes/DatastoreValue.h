@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "kv/host/values.h"
+#include "kv/runtime/Datastore.h"
+
+namespace kv::runtime {
+
+/// The C++ value of a datastore object.
+struct DatastoreValue final : host::NativeValue {
+  explicit DatastoreValue(std::shared_ptr<const Datastore> value) : datastore(std::move(value)) {}
+
+  std::shared_ptr<const Datastore> datastore;
+};
+
+/// The source behind a datastore object.
+/// Errors: "KALVEX:validateattributes:invalidType" for anything else.
+inline const std::shared_ptr<const Datastore>& datastoreOf(const kxArray* object) {
+  return host::nativeValue<DatastoreValue>(object, "scalar kalvex.io.Datastore").datastore;
+}
+
+/// Equal for sources whose rows and types are the same: their arrays go row by row.
+std::string sourceKey(const Datastore& datastore);
+
+}  // namespace kv::runtime

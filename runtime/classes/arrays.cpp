@@ -1,0 +1,122 @@
+#include "classes/arrays.h"
+
+#include <algorithm>
+#include <unordered_set>
+#include <vector>
+
+#include "classes/classes.h"
+#include "classes/definitionHelpers.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Call;
+using host::Value;
+
+void constructWrapper(const Call& call) {
+  host::setSlot(call.in(0), "Value", matrix::sharedCopy(call.in(1)));
+}
+
+Value objectColumn(const std::vector<Value>& scalars, kcos::NameRef className) {
+  Value column = matrix::from_kalvex(
+      kcos::omCreateKCOSMatrix(scalars.size(), 1, kcos::internal::makeInterned(className)));
+  for (std::size_t i = 0; i < scalars.size(); ++i) {
+    kcos::omSetArrayElement(column.get(), i, kcos::omGetArrayElement(scalars[i].get(), 0));
+  }
+  return column;
+}
+
+/// Collects scalars of objects, each object once.
+class DistinctObjects {
+ public:
+  void add(Value scalar) {
+    if (seen_.insert(kcos::omGetArrayElement(scalar.get(), 0).get()).second) {
+      scalars_.push_back(std::move(scalar));
+    }
+  }
+  const std::vector<Value>& scalars() const { return scalars_; }
+
+ private:
+  std::unordered_set<const kcos::COSInterface*> seen_;
+  std::vector<Value> scalars_;
+};
+
+void takeExecutor(Value& executor, const kxArray* array) {
+  Value next = host::call("getExecutor", {array});
+  if (executor == nullptr) {
+    executor = std::move(next);
+  } else if (!kxIsSameValue(executor.get(), next.get())) {
+    host::call("checkSameExecutor", {executor.get(), next.get()});
+  }
+}
+
+void getEvaluationObjects(const Call& call) {
+  EvaluationObjects objects = evaluationObjects({call.prhs, static_cast<std::size_t>(call.nrhs)});
+  call.out(0, std::move(objects.taskGraph));
+  call.out(1, std::move(objects.executor));
+  call.out(2, std::move(objects.promises));
+}
+
+Value gathered(const kxArray* array) {
+  if (!kxIsA(array, kLazyArray)) {
+    return matrix::sharedCopy(array);
+  }
+  return host::getProperty(host::getProperty(array, "ValueFuture").get(), "Value");
+}
+
+/// [a, b, ...] = gather(x, y, ...): evaluates what is pending, all in one go.
+void gather(const Call& call) {
+  call.expect(std::max(1, call.nrhs), 1, -1);
+  const EvaluationObjects objects =
+      evaluationObjects({call.prhs, static_cast<std::size_t>(call.nrhs)});
+  if (objects.taskGraph != nullptr) {
+    host::callMany("execute", 0,
+                   std::vector<const kxArray*>{objects.executor.get(), objects.taskGraph.get(),
+                                               objects.promises.get()});
+  }
+  for (int i = 0; i < std::max(1, call.nlhs); ++i) {
+    call.out(i, gathered(call.in(i)));
+  }
+}
+
+}  // namespace
+
+EvaluationObjects evaluationObjects(std::span<const kxArray* const> arrays) {
+  EvaluationObjects objects;
+  DistinctObjects promises;
+  DistinctObjects closures;
+  for (const kxArray* array : arrays) {
+    if (!kxIsA(array, kLazyArray)) {
+      continue;
+    }
+    Value promise = host::getProperty(host::getProperty(array, "ValueFuture").get(), "Promise");
+    if (!host::toLogical(host::getProperty(promise.get(), "IsDone").get())) {
+      takeExecutor(objects.executor, array);
+      closures.add(host::getProperty(promise.get(), "Closure"));
+      promises.add(std::move(promise));
+    }
+  }
+  objects.promises = objectColumn(promises.scalars(), kClosurePromise);
+  if (!closures.scalars().empty()) {
+    const Value column = objectColumn(closures.scalars(), kClosure);
+    objects.taskGraph = host::call(kLazyTaskGraph, {column.get()});
+  }
+  return objects;
+}
+
+void defineArrays(host::Session& session) {
+  define(session, {.name = kPartitionedArray});
+  define(session, {.name = kLocalArray,
+                   .superclasses = {kPartitionedArray},
+                   .properties = {readOnly("Value")},
+                   .constructor = constructor(constructWrapper, 2, 2)});
+  define(session, {.name = kBroadcastArray,
+                   .properties = {readOnly("Value")},
+                   .constructor = constructor(constructWrapper, 2, 2)});
+  complete(session, kLazyArray,
+           {method("gather", gather, 1, -1),
+            method("getEvaluationObjects", getEvaluationObjects, 1, -1)});
+}
+
+}  // namespace kv::runtime

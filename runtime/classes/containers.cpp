@@ -1,0 +1,140 @@
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "classes/classes.h"
+#include "classes/definitionHelpers.h"
+#include "kv/host/errors.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Call;
+using host::Value;
+
+/// Where each key's value stands in the cell of values.
+struct MapIndex final : host::NativeValue {
+  std::unordered_map<std::string, std::size_t> positions;
+};
+
+MapIndex& indexOf(const kxArray* map) {
+  return host::nativeValue<MapIndex>(map, "scalar containers.Map");
+}
+
+/// containers.Map(keys, values): keys are texts, values a cell with one entry a key.
+void constructMap(const Call& call) {
+  auto index = std::make_unique<MapIndex>();
+  const std::vector<std::string> keys =
+      call.nrhs > 1 ? host::toTexts(call.in(1)) : std::vector<std::string>{};
+  const std::size_t count = call.nrhs > 2 ? kxGetNumberOfElements(call.in(2)) : 0;
+  if (keys.size() != count) {
+    host::raise("KALVEX:Containers:CountMismatch",
+                {std::to_string(keys.size()), std::to_string(count)});
+  }
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    index->positions.insert_or_assign(keys[i], i);
+  }
+  host::setSlot(call.in(0), "Keys", host::makeStringColumn(keys));
+  host::setSlot(call.in(0), "Values", matrix::sharedCopy(call.in(2)));
+  host::setNativeValue(call.in(0), std::move(index));
+}
+
+/// lookup(map, key)
+void lookup(const Call& call) {
+  const auto& positions = indexOf(call.in(0)).positions;
+  const std::string key = host::toText(call.in(1));
+  const auto found = positions.find(key);
+  if (found == positions.end()) {
+    host::raise("KALVEX:Containers:NoKey", {key});
+  }
+  const Value values = host::getSlot(call.in(0), "Values");
+  call.out(0, matrix::sharedCopy(kxGetCell(values.get(), found->second)));
+}
+
+void isKey(const Call& call) {
+  call.out(0, host::makeLogical(indexOf(call.in(0)).positions.contains(host::toText(call.in(1)))));
+}
+
+void slotOut(const Call& call, kcos::NameRef name) { call.out(0, host::getSlot(call.in(0), name)); }
+
+void count(const Call& call) {
+  call.out(0, host::makeDouble(static_cast<double>(indexOf(call.in(0)).positions.size())));
+}
+
+bool isText(const kxArray* value) {
+  return kxGetClassID(value) == kxCHAR_CLASS ||
+         (Torvane::String::isString(value) && kxIsScalar(value));
+}
+
+/// table(column, ..., "VariableNames", names): columns of one length, with a name each.
+void constructTable(const Call& call) {
+  int columns = call.nrhs - 1;
+  std::vector<std::string> names;
+  if (columns >= 2 && isText(call.in(columns - 1)) &&
+      host::toText(call.in(columns - 1)) == "VariableNames") {
+    names = host::toTexts(call.in(columns));
+    columns -= 2;
+  }
+  for (int i = static_cast<int>(names.size()); i < columns; ++i) {
+    names.push_back(fmt::format("Var{}", i + 1));
+  }
+  std::vector<Value> values;
+  for (int i = 1; i <= columns; ++i) {
+    if (kxGetM(call.in(i)) != kxGetM(call.in(1))) {
+      host::raise("KALVEX:table:UnequalHeights",
+                  {std::to_string(kxGetM(call.in(1))), std::to_string(kxGetM(call.in(i)))});
+    }
+    values.push_back(matrix::sharedCopy(call.in(i)));
+  }
+  if (names.size() != values.size()) {
+    host::raise("KALVEX:table:CountMismatch",
+                {std::to_string(names.size()), std::to_string(values.size())});
+  }
+  host::setSlot(call.in(0), "Height",
+                host::makeDouble(columns > 0 ? static_cast<double>(kxGetM(call.in(1))) : 0));
+  host::setSlot(call.in(0), "VariableNames", host::makeStringRow(names));
+  host::setSlot(call.in(0), "Columns", host::makeCell(std::move(values)));
+}
+
+/// column(table, name)
+void tableColumn(const Call& call) {
+  const std::vector<std::string> names =
+      host::toTexts(host::getSlot(call.in(0), "VariableNames").get());
+  const std::string name = host::toText(call.in(1));
+  const Value columns = host::getSlot(call.in(0), "Columns");
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    if (names[i] == name) {
+      call.out(0, matrix::sharedCopy(kxGetCell(columns.get(), i)));
+      return;
+    }
+  }
+  host::raise("KALVEX:array:UnknownColumn", {name, fmt::format("{}", fmt::join(names, ", "))});
+}
+
+}  // namespace
+
+void defineContainers(host::Session& session) {
+  define(
+      session,
+      {.name = "containers.Map",
+       .properties = {readOnly("Keys"),
+                      readOnly("Values"),
+                      {.name = "Count", .setAccess = host::MemberAccess::None, .compute = count}},
+       .constructor = constructor(constructMap, 1, 3),
+       .methods = {method("lookup", lookup, 2, 2), method("isKey", isKey, 2, 2),
+                   method(
+                       "keys", [](const Call& call) { slotOut(call, "Keys"); }, 1, 1),
+                   method(
+                       "values", [](const Call& call) { slotOut(call, "Values"); }, 1, 1)}});
+  define(session,
+         {.name = "table",
+          .properties = {readOnly("Height"), readOnly("VariableNames"), readOnly("Columns")},
+          .constructor = constructor(constructTable, 1, -1),
+          .methods = {method("column", tableColumn, 2, 2)}});
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,107 @@
+#include <fmt/core.h>
+
+#include <vector>
+
+#include "classes/DatastoreValue.h"
+#include "classes/classes.h"
+#include "classes/definitionHelpers.h"
+#include "execution/failures.h"
+#include "kv/runtime/csv.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Call;
+using host::Value;
+
+/// CsvDatastore(paths, names of columns, names of their types)
+void constructCsv(const Call& call) {
+  const std::vector<std::string> paths = host::toTexts(call.in(1));
+  const std::vector<std::string> columns =
+      call.nrhs > 2 ? host::toTexts(call.in(2)) : std::vector<std::string>{};
+  const std::vector<std::string> types =
+      call.nrhs > 3 ? host::toTexts(call.in(3)) : std::vector<std::string>{};
+  if (columns.size() != types.size()) {
+    host::raise("KALVEX:NotEnoughInputs");
+  }
+  std::vector<TypeOverride> overrides;
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    overrides.push_back({columns[i], types[i]});
+  }
+  withHostErrors([&] {
+    host::setNativeValue(call.in(0), std::make_unique<DatastoreValue>(openCsv(paths, overrides)));
+  });
+}
+
+Value columnTexts(const Call& call, std::string (*textOf)(const ColumnInfo&)) {
+  std::vector<std::string> texts;
+  for (const ColumnInfo& column : datastoreOf(call.in(0))->schema()) {
+    texts.push_back(textOf(column));
+  }
+  return host::makeStringColumn(texts);
+}
+
+void columnNames(const Call& call) {
+  call.out(0, columnTexts(call, [](const ColumnInfo& column) { return column.name; }));
+}
+
+void columnTypes(const Call& call) {
+  call.out(0, columnTexts(call, [](const ColumnInfo& column) {
+             return std::string(elementTypeName(column.type));
+           }));
+}
+
+void numPartitions(const Call& call) {
+  call.out(0, host::makeDouble(static_cast<double>(datastoreOf(call.in(0))->numPartitions())));
+}
+
+void displayName(const Call& call) {
+  call.out(0, host::makeChars(datastoreOf(call.in(0))->displayName()));
+}
+
+host::PropertyDefinition computed(std::string name, host::NativeBody body) {
+  return {
+      .name = std::move(name), .setAccess = host::MemberAccess::None, .compute = std::move(body)};
+}
+
+/// copy(datastore): the sources are immutable, so the copy shares what it reads from.
+void copyDatastore(const Call& call) {
+  Value copied = host::call(kCsvDatastore, {});
+  host::setNativeValue(copied.get(), std::make_unique<DatastoreValue>(datastoreOf(call.in(0))));
+  call.out(0, std::move(copied));
+}
+
+}  // namespace
+
+std::string sourceKey(const Datastore& datastore) {
+  std::string key = datastore.fingerprint();
+  for (const ColumnInfo& column : datastore.schema()) {
+    key += fmt::format("\n{}={}", column.name, elementTypeName(column.type));
+  }
+  return key;
+}
+
+void defineDatastores(host::Session& session) {
+  define(session,
+         {.name = kDatastore,
+          .properties = {computed("ColumnNames", columnNames), computed("ColumnTypes", columnTypes),
+                         computed("NumPartitions", numPartitions),
+                         computed("DisplayName", displayName)},
+          .methods = {method("copy", copyDatastore, 1, 1)}});
+  define(session, {.name = kCsvDatastore,
+                   .superclasses = {kDatastore},
+                   .constructor = constructor(
+                       [](const Call& call) {
+                         if (call.nrhs > 1) {
+                           constructCsv(call);
+                         }
+                       },
+                       1, 4)});
+  session.defineFunction("kalvex.io.datastore.internal.shim.isDatastore", [](const Call& call) {
+    call.expect(1, 1, 1);
+    call.out(0, host::makeLogical(kxIsScalar(call.in(0)) && kxIsA(call.in(0), kDatastore)));
+  });
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kv/host/definitions.h"
+#include "kv/host/session.h"
+
+/// Short forms in which the runtime writes its class definitions as tables.
+namespace kv::runtime {
+
+inline host::MethodDefinition method(std::string name, host::NativeBody body, int minInputs,
+                                     int maxInputs) {
+  return {.name = std::move(name), .body = std::move(body), .arity = {minInputs, maxInputs}};
+}
+
+inline host::MethodDefinition staticMethod(std::string name, host::NativeBody body, int minInputs,
+                                           int maxInputs) {
+  return {.name = std::move(name),
+          .body = std::move(body),
+          .arity = {minInputs, maxInputs},
+          .isStatic = true};
+}
+
+inline host::MethodDefinition abstractMethod(std::string name) {
+  return {.name = std::move(name), .isAbstract = true};
+}
+
+/// A constructor whose body gets the object first; counts include it.
+inline host::MethodDefinition constructor(host::NativeBody body, int minInputs, int maxInputs) {
+  return {.body = std::move(body), .arity = {minInputs, maxInputs}};
+}
+
+/// A property that everybody reads and only the class writes.
+inline host::PropertyDefinition readOnly(std::string name) {
+  return {.name = std::move(name), .setAccess = host::MemberAccess::Private};
+}
+
+inline void define(host::Session& session, host::ClassDefinition definition) {
+  session.defineClass(std::make_shared<const host::ClassDefinition>(std::move(definition)));
+}
+
+inline void complete(host::Session& session, std::string name,
+                     std::vector<host::MethodDefinition> methods) {
+  session.completeClass(std::make_shared<const host::ClassCompletion>(
+      host::ClassCompletion{std::move(name), std::move(methods)}));
+}
+
+}  // namespace kv::runtime

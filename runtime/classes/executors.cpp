@@ -1,0 +1,161 @@
+#include <atomic>
+#include <unordered_set>
+#include <vector>
+
+#include "classes/arrays.h"
+#include "classes/classes.h"
+#include "classes/definitionHelpers.h"
+#include "classes/sessionValues.h"
+#include "execution/Evaluation.h"
+#include "execution/Plan.h"
+#include "kv/host/errors.h"
+#include "kv/runtime/runtime.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Call;
+using host::Value;
+
+CancellationToken interruptToken;
+
+void defaultExecutor(const Call& call) {
+  RuntimeState& state = runtimeState();
+  if (state.defaultExecutor == nullptr) {
+    state.defaultExecutor = host::call(kSerialExecutor);
+  }
+  call.out(0, matrix::sharedCopy(state.defaultExecutor.get()));
+}
+
+void overrideExecutor(const Call& call) {
+  call.out(0, matrix::sharedCopy(runtimeState().executorOverride.get()));
+}
+
+/// setOverride(executor): `[]` takes the override away.
+void setOverride(const Call& call) {
+  runtimeState().executorOverride = matrix::sharedCopy(call.in(0));
+}
+
+void checkDatastore(const Call& call) {
+  if (!kxIsA(call.in(0), kDatastore)) {
+    host::raise("KALVEX:datastore:NotSupported", {kxGetClassName(call.in(0))});
+  }
+}
+
+/// Executors share nothing, so only one and the same object will do.
+void checkSameExecutor(const Call& call) {
+  if (!kxIsSameValue(call.in(0), call.in(1))) {
+    host::raise("KALVEX:bigdata:array:IncompatibleTallExecutor");
+  }
+  call.out(0, host::makeLogical(true));
+}
+
+/// numPartitions(executor, strategy): as many as the strategy has by itself.
+void numPartitions(const Call& call) { call.out(0, host::call("numpartitions", {call.in(1)})); }
+
+/// The promises that a task graph completes: those asked for, and those of the tasks that leave the
+/// graph with whole values.
+Value awaitedPromises(const kxArray* taskGraph, const kxArray* asked) {
+  std::vector<kcos::COSInterfacePtr> promises;
+  std::unordered_set<const kcos::COSInterface*> seen;
+  const auto add = [&](const kxArray* objects, std::size_t index) {
+    kcos::COSInterfacePtr promise = kcos::omGetArrayElement(objects, index);
+    if (seen.insert(promise.get()).second) {
+      promises.push_back(std::move(promise));
+    }
+  };
+  for (std::size_t i = 0; i < kxGetNumberOfElements(asked); ++i) {
+    add(asked, i);
+  }
+  const Value tasks = host::getProperty(taskGraph, "OutputTasks");
+  const Value closures = host::getProperty(taskGraph, "TaskToClosureMap");
+  for (std::size_t i = 0; i < kxGetNumberOfElements(tasks.get()); ++i) {
+    const Value task =
+        matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(tasks.get(), i)));
+    const Value strategy = host::getProperty(task.get(), "OutputPartitionStrategy");
+    if (!kcos::omIsKCOS(strategy.get())) {
+      continue;
+    }
+    const Value id = host::getProperty(task.get(), "Id");
+    const Value closure = host::call("lookup", {closures.get(), id.get()});
+    const Value outputs = host::getProperty(closure.get(), "OutputPromises");
+    for (std::size_t k = 0; k < kxGetNumberOfElements(outputs.get()); ++k) {
+      add(outputs.get(), k);
+    }
+  }
+  Value column = matrix::from_kalvex(
+      kcos::omCreateKCOSMatrix(promises.size(), 1, kcos::internal::makeInterned(kClosurePromise)));
+  for (std::size_t i = 0; i < promises.size(); ++i) {
+    kcos::omSetArrayElement(column.get(), i, promises[i]);
+  }
+  return column;
+}
+
+/// execute(executor, taskGraph, promises): runs the tasks and completes the promises.
+void execute(const Call& call) {
+  const Value promises = awaitedPromises(call.in(1), call.in(2));
+  const Plan plan = makePlan(call.in(1), promises.get());
+  try {
+    runtimeState().lastEvaluation = Evaluation(plan, interruptToken).run();
+  } catch (const Cancelled&) {
+    interruptToken.reset();
+    throw Interrupted();
+  }
+}
+
+/// lastEvaluation(): a structure with what the last evaluation of this session did.
+void lastEvaluation(const Call& call) {
+  constexpr std::array<std::string_view, 4> kFields{"rows", "passes", "seconds", "peakBytes"};
+  const EvaluationFacts& facts = runtimeState().lastEvaluation;
+  const std::array<double, 4> numbers{static_cast<double>(facts.rows),
+                                      static_cast<double>(facts.passes), facts.seconds,
+                                      static_cast<double>(facts.peakBytes)};
+  Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, kFields));
+  for (std::size_t i = 0; i < kFields.size(); ++i) {
+    kxSetField(record.get(), 0, kFields[i], host::makeDouble(numbers[i]).release());
+  }
+  call.out(0, std::move(record));
+}
+
+/// explain(arrays...): the plan that gathering them would run; touches no data.
+void explain(const Call& call) {
+  const EvaluationObjects objects =
+      evaluationObjects({call.prhs, static_cast<std::size_t>(call.nrhs)});
+  if (objects.taskGraph == nullptr) {
+    call.out(0, host::makeString("Everything is there: no pass over the data.\n"));
+    return;
+  }
+  const Value promises = awaitedPromises(objects.taskGraph.get(), objects.promises.get());
+  call.out(0, host::makeString(describePlan(makePlan(objects.taskGraph.get(), promises.get()))));
+}
+
+}  // namespace
+
+void requestInterrupt() noexcept { interruptToken.cancel(); }
+
+void defineExecutors(host::Session& session) {
+  define(session, {.name = kExecutor,
+                   .methods = {
+                       staticMethod("default", defaultExecutor, 0, 0),
+                       staticMethod("override", overrideExecutor, 0, 0),
+                       staticMethod("setOverride", setOverride, 1, 1),
+                       staticMethod("checkDatastoreSupportForDefault", checkDatastore, 1, 1),
+                       method(
+                           "keepAlive", [](const Call&) {}, 1, 1),
+                       method("numPartitions", numPartitions, 2, 2),
+                       method(
+                           "checkIsValidNow",
+                           [](const Call& call) { call.out(0, host::makeLogical(true)); }, 1, 1),
+                       method("checkSameExecutor", checkSameExecutor, 2, 2),
+                       abstractMethod("execute"),
+                   }});
+  define(session, {.name = kSerialExecutor,
+                   .superclasses = {kExecutor},
+                   .methods = {method("execute", execute, 3, 3)}});
+  session.defineFunction("keepAlive", [](const Call&) {});
+  session.defineFunction("kv.lastEvaluation", lastEvaluation);
+  session.defineFunction("kv.explain", explain);
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,135 @@
+#include <limits>
+
+#include "classes/DatastoreValue.h"
+#include "classes/classes.h"
+#include "classes/definitionHelpers.h"
+#include "kv/host/errors.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Call;
+using host::Value;
+
+void constructPartition(const Call& call) {
+  host::setSlot(call.in(0), "PartitionIndex", matrix::sharedCopy(call.in(1)));
+  host::setSlot(call.in(0), "NumPartitions", matrix::sharedCopy(call.in(2)));
+}
+
+void constructStrategy(const Call& call) {
+  host::constructSuperclass(call.in(0), kPartitionStrategy, {});
+  datastoreOf(call.in(1));
+  host::setSlot(call.in(0), "Datastore", matrix::sharedCopy(call.in(1)));
+}
+
+const Datastore& sourceOf(const kxArray* strategy) {
+  return *datastoreOf(host::getSlot(strategy, "Datastore").get());
+}
+
+/// The partitions of a datastore are what its files make them: no more and no fewer.
+void countPartitions(const Call& call) {
+  call.out(0, host::makeDouble(static_cast<double>(sourceOf(call.in(0)).numPartitions())));
+}
+
+host::PropertyDefinition computed(std::string name, host::NativeBody body) {
+  return {.name = std::move(name),
+          .setAccess = host::MemberAccess::Immutable,
+          .compute = std::move(body)};
+}
+
+host::NativeBody constant(bool value) {
+  return [value](const Call& call) { call.out(0, host::makeLogical(value)); };
+}
+
+std::size_t numPartitionsOf(const kxArray* strategy) {
+  return static_cast<std::size_t>(sourceOf(strategy).numPartitions());
+}
+
+void refuse(const char* what, std::size_t count, std::size_t expected) {
+  host::raise("KALVEX:datastore:PartitionCount",
+              {what, std::to_string(count), std::to_string(expected)});
+}
+
+/// createPartition(strategy, index, numPartitions)
+void createPartition(const Call& call) {
+  const std::size_t expected = numPartitionsOf(call.in(0));
+  const std::size_t index = host::toCount(call.in(1), std::numeric_limits<std::uint32_t>::max());
+  const std::size_t count = host::toCount(call.in(2), std::numeric_limits<std::uint32_t>::max());
+  if (count != expected) {
+    refuse("NumPartitions", count, expected);
+  }
+  if (index == 0 || index > expected) {
+    refuse("PartitionIndex", index, expected);
+  }
+  call.out(0, host::call(kSimplePartition, {call.in(1), call.in(2)}));
+}
+
+void fixNumPartitions(const Call& call) {
+  const std::size_t expected = numPartitionsOf(call.in(0));
+  const std::size_t count = host::toCount(call.in(1), std::numeric_limits<std::uint32_t>::max());
+  if (count != expected) {
+    refuse("NumPartitions", count, expected);
+  }
+  call.out(0, matrix::sharedCopy(call.in(0)));
+}
+
+void returnSelf(const Call& call) { call.out(0, matrix::sharedCopy(call.in(0))); }
+
+bool areCompatible(const kxArray* a, const kxArray* b) {
+  return kxIsA(b, kDatastoreStrategy) && sourceKey(sourceOf(a)) == sourceKey(sourceOf(b));
+}
+
+void typedIsCompatible(const Call& call) {
+  call.out(0, host::makeLogical(areCompatible(call.in(0), call.in(1))));
+}
+
+/// Two sources are never aligned by chance: their contents must be the same.
+void throwIfIncompatible(const Call& call) {
+  if (!areCompatible(call.in(0), call.in(1))) {
+    host::raise("KALVEX:bigdata:array:IncompatibleTallIndexing");
+  }
+}
+
+void typedAlign(const Call& call) {
+  throwIfIncompatible(call);
+  returnSelf(call);
+}
+
+void isKnownSinglePartition(const Call& call) {
+  call.out(0, host::makeLogical(numPartitionsOf(call.in(0)) == 1));
+}
+
+host::MethodDefinition protectedMethod(std::string name, host::NativeBody body) {
+  host::MethodDefinition definition = method(std::move(name), std::move(body), 2, 2);
+  definition.access = host::MemberAccess::Protected;
+  return definition;
+}
+
+}  // namespace
+
+void definePartitioning(host::Session& session) {
+  define(session, {.name = kSimplePartition,
+                   .properties = {readOnly("PartitionIndex"), readOnly("NumPartitions")},
+                   .constructor = constructor(constructPartition, 3, 3)});
+  define(session,
+         {.name = kDatastoreStrategy,
+          .superclasses = {kPartitionStrategy},
+          .properties = {computed("MinNumPartitions", countPartitions),
+                         computed("MaxNumPartitions", countPartitions),
+                         computed("IsDatastorePartitioning", constant(true)),
+                         computed("IsBroadcast", constant(false)),
+                         computed("MaxNumReadFailures",
+                                  [](const Call& call) { call.out(0, host::makeDouble(0)); }),
+                         readOnly("Datastore")},
+          .constructor = constructor(constructStrategy, 2, 2),
+          .methods = {method("createPartition", createPartition, 3, 4),
+                      method("fixNumPartitions", fixNumPartitions, 2, 2),
+                      method("resolve", returnSelf, 4, 4),
+                      method("isKnownSinglePartition", isKnownSinglePartition, 1, 1),
+                      protectedMethod("typedIsCompatible", typedIsCompatible),
+                      protectedMethod("typedThrowIfIncompatible", throwIfIncompatible),
+                      protectedMethod("typedAlign", typedAlign)}});
+}
+
+}  // namespace kv::runtime

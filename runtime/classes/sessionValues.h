@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+#include <typeinfo>
+
+#include "execution/Evaluation.h"
+#include "foundation/usm.h"
+#include "kv/host/values.h"
+
+/// What the runtime keeps in the session store.
+namespace kv::runtime {
+
+struct RuntimeState {
+  host::Value defaultExecutor;   ///< made when it is first asked for
+  host::Value executorOverride;  ///< null or empty: none
+  EvaluationFacts lastEvaluation;
+};
+
+/// The runtime's state in the current session; made at first use, gone with the session.
+inline RuntimeState& runtimeState() {
+  using Store = foundation::usm::Detail<foundation::usm::scope::Kvm>;
+  static const std::size_t id = Store::getNextID(typeid(RuntimeState));
+  if (foundation::usm::Slot* slot = Store::find(id, typeid(RuntimeState))) {
+    return *static_cast<RuntimeState*>(slot->get());
+  }
+  auto state = std::make_unique<RuntimeState>();
+  foundation::usm::Slot slot(state.release(),
+                             [](void* stored) { delete static_cast<RuntimeState*>(stored); });
+  return *static_cast<RuntimeState*>(
+      Store::findOrInsert(id, typeid(RuntimeState), std::move(slot)).get());
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,121 @@
+#include <atomic>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "classes/classes.h"
+#include "classes/definitionHelpers.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Call;
+using host::Value;
+
+std::string nextTaskId() {
+  static std::atomic<std::uint64_t> next{1};
+  return "task_" + std::to_string(next.fetch_add(1, std::memory_order_relaxed));
+}
+
+/// ExecutionTask(dependencies, dataProcessorFactory, outputPartitionStrategy, numOutputs)
+void constructTask(const Call& call) {
+  const kxArray* task = call.in(0);
+  host::setSlot(task, "Id", host::makeChars(nextTaskId()));
+  host::setSlot(task, "Dependencies", matrix::sharedCopy(call.in(1)));
+  host::setSlot(task, "DataProcessorFactory", matrix::sharedCopy(call.in(2)));
+  host::setSlot(task, "OutputPartitionStrategy", matrix::sharedCopy(call.in(3)));
+  host::setSlot(task, "NumOutputs", matrix::sharedCopy(call.in(4)));
+}
+
+/// Which task makes the outputs of which closure.
+class TasksOfClosures {
+ public:
+  TasksOfClosures(const kxArray* closures, const kxArray* tasks) : tasks_(tasks) {
+    const std::size_t count = kxGetNumberOfElements(closures);
+    for (std::size_t i = 0; i < count; ++i) {
+      indexOf_.emplace(kcos::omGetArrayElement(closures, i).get(), i);
+    }
+  }
+
+  Value taskOf(const kxArray* closure) const {
+    const std::size_t index = indexOf_.at(kcos::omGetArrayElement(closure, 0).get());
+    return matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(tasks_, index)));
+  }
+
+ private:
+  const kxArray* tasks_;
+  std::unordered_map<const kcos::COSInterface*, std::size_t> indexOf_;
+};
+
+bool isBroadcastTask(const kxArray* task) {
+  const Value strategy = host::getProperty(task, "OutputPartitionStrategy");
+  return kcos::omIsKCOS(strategy.get()) &&
+         host::toLogical(host::getProperty(strategy.get(), "IsBroadcast").get());
+}
+
+/// What a closure reads from one promise: {value, metadata, is a constant} when it is complete,
+/// {task, output counted from 1} when it isn't.
+struct Dependency {
+  Value entry;
+  bool isBroadcast = false;
+};
+
+Dependency completeDependency(const kxArray* promise) {
+  std::vector<Value> entry;
+  entry.push_back(host::getProperty(promise, "CachedValue"));
+  entry.push_back(host::getProperty(promise, "Metadata"));
+  const bool isBroadcast = kxIsEmpty(entry[1].get());
+  const Value output = host::getProperty(promise, "ArgoutIndex");
+  entry.push_back(host::makeLogical(isBroadcast && kxGetScalar(output.get()) == 0));
+  return {host::makeCell(std::move(entry)), isBroadcast};
+}
+
+Dependency pendingDependency(const kxArray* promise, const TasksOfClosures& tasks) {
+  const Value closure = host::getProperty(promise, "Closure");
+  std::vector<Value> entry;
+  entry.push_back(tasks.taskOf(closure.get()));
+  entry.push_back(host::getProperty(promise, "ArgoutIndex"));
+  const bool isBroadcast = isBroadcastTask(entry[0].get());
+  return {host::makeCell(std::move(entry)), isBroadcast};
+}
+
+/// createExecutionTasks(closure, closures it depends on, their tasks, profiling)
+void createExecutionTasks(const Call& call) {
+  const Value futures = host::getProperty(call.in(0), "InputFutures");
+  const Value operation = host::getProperty(call.in(0), "Operation");
+  const TasksOfClosures tasks(call.in(1), call.in(2));
+  const std::size_t count = kxGetNumberOfElements(futures.get());
+  std::vector<Value> entries;
+  const Value isBroadcast = matrix::from_kalvex(
+      kxCreateNumericArray(std::array<std::size_t, 2>{1, count}, kxLOGICAL_CLASS));
+  auto* flags = static_cast<bool*>(kxGetMutableData(isBroadcast.get()));
+  for (std::size_t i = 0; i < count; ++i) {
+    const Value future =
+        matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(futures.get(), i)));
+    const Value promise = host::getProperty(future.get(), "Promise");
+    const bool isDone = host::toLogical(host::getProperty(promise.get(), "IsDone").get());
+    Dependency dependency =
+        isDone ? completeDependency(promise.get()) : pendingDependency(promise.get(), tasks);
+    entries.push_back(std::move(dependency.entry));
+    flags[i] = dependency.isBroadcast;
+  }
+  const Value dependencies = host::makeCell(std::move(entries));
+  call.out(0, host::call("createExecutionTasks",
+                         {operation.get(), dependencies.get(), isBroadcast.get()}));
+}
+
+}  // namespace
+
+void defineTasks(host::Session& session) {
+  define(session, {.name = kTaskGraph});
+  define(session,
+         {.name = kExecutionTask,
+          .properties = {readOnly("Id"), readOnly("Dependencies"), readOnly("DataProcessorFactory"),
+                         readOnly("OutputPartitionStrategy"), readOnly("NumOutputs")},
+          .constructor = constructor(constructTask, 5, 5)});
+  complete(session, kLazyTaskGraph,
+           {staticMethod("createExecutionTasks", createExecutionTasks, 4, 4)});
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,203 @@
+#include "execution/Evaluation.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "execution/SessionFunctions.h"
+#include "execution/Unit.h"
+#include "execution/clientTasks.h"
+#include "execution/failures.h"
+#include "values/columnValues.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Value;
+
+std::int64_t peakResidentBytes() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return std::int64_t{usage.ru_maxrss} * 1024;
+}
+
+/// Raises the failure of a unit with the line where the failed step's operation was made.
+[[noreturn]] void raiseUnitFailure(const AssembledStage& stage, const UnitResult& result) {
+  const UnitFailure& failure = *result.failure;
+  const Value factory = stage.factoryOf(failure.step);
+  Value stack;
+  if (kcos::omIsKCOS(factory.get())) {
+    stack = host::getProperty(factory.get(), "SubmissionStack");
+  }
+  raiseStepFailure(failure.error, stack.get(),
+                   FailedRows{result.partition + 1, failure.firstRow + 1, failure.lastRow});
+}
+
+/// The source from which the rows of each task flow, as a number; -1 for whole values.
+std::vector<int> sourceOfTasks(const Plan& plan) {
+  std::map<std::string, int> numbers;
+  std::vector<int> sourceOf(plan.tasks.size(), -1);
+  for (std::size_t i = 0; i < plan.tasks.size(); ++i) {
+    if (const auto& source = plan.tasks[i].spec->source) {
+      const int next = static_cast<int>(numbers.size());
+      sourceOf[i] = numbers.emplace(source->fingerprint(), next).first->second;
+    }
+    for (const PlanInput& input : plan.tasks[i].inputs) {
+      if (input.task >= 0 && plan.tasks[static_cast<std::size_t>(input.task)].isPartitioned) {
+        sourceOf[i] = std::max(sourceOf[i], sourceOf[static_cast<std::size_t>(input.task)]);
+      }
+    }
+  }
+  return sourceOf;
+}
+
+/// Joins what the chunks of all partitions gave for one output of a user's aggregate.
+Value joinPartials(std::size_t sink, std::size_t output, const std::vector<UnitResult>& results) {
+  std::vector<Column> parts;
+  for (const UnitResult& result : results) {
+    for (const std::vector<Column>& ofChunk : result.sinks[sink].partials) {
+      parts.push_back(ofChunk.at(output));
+    }
+  }
+  return toValue(concatenate(parts));
+}
+
+}  // namespace
+
+Evaluation::Evaluation(const Plan& plan, const CancellationToken& cancellation)
+    : plan_(plan), cancellation_(cancellation), values_(plan.tasks.size()) {}
+
+EvaluationFacts Evaluation::run() {
+  const auto start = std::chrono::steady_clock::now();
+  runClientTasks(0);
+  for (int pass = 1; pass <= plan_.passes; ++pass) {
+    runPass(pass);
+    runClientTasks(pass);
+  }
+  completePromises();
+  facts_.passes = plan_.passes;
+  facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  facts_.peakBytes = peakResidentBytes();
+  return facts_;
+}
+
+void Evaluation::runClientTasks(int pass) {
+  for (std::size_t i = 0; i < plan_.tasks.size(); ++i) {
+    const PlanTask& task = plan_.tasks[i];
+    if (task.runsInClient && task.pass == pass) {
+      cancellation_.throwIfCancelled();
+      values_[i] = runClientTask(task, values_);
+    }
+  }
+}
+
+void Evaluation::runPass(int pass) {
+  for (const std::vector<PassSink>& sinks : sinksBySource(pass)) {
+    runStage(sinks);
+  }
+}
+
+std::vector<std::vector<PassSink>> Evaluation::sinksBySource(int pass) const {
+  const std::vector<int> sourceOf = sourceOfTasks(plan_);
+  std::map<int, std::vector<PassSink>> bySource;
+  for (const int task : plan_.aggregatesOf(pass)) {
+    bySource[sourceOf[static_cast<std::size_t>(task)]].push_back({task, 0, true});
+  }
+  for (const Plan::Kept& kept : plan_.keptIn(pass)) {
+    bySource[sourceOf[static_cast<std::size_t>(kept.task)]].push_back(
+        {kept.task, kept.output, false});
+  }
+  std::vector<std::vector<PassSink>> groups;
+  for (auto& [source, sinks] : bySource) {
+    groups.push_back(std::move(sinks));
+  }
+  return groups;
+}
+
+void Evaluation::runStage(const std::vector<PassSink>& sinks) {
+  const AssembledStage assembled = assembleStage(plan_, sinks, values_);
+  const Stage& stage = assembled.stage();
+  SessionFunctions functions(assembled);
+  const std::uint64_t number = nextStage_++;
+  std::vector<UnitResult> results;
+  for (std::int64_t i = 0; i < stage.source().numPartitions(); ++i) {
+    const Unit unit{
+        .stage = number, .partition = i, .numPartitions = stage.source().numPartitions()};
+    results.push_back(runUnit(stage, unit.toBytes(), assembled.inputs, functions, cancellation_));
+    if (results.back().failure) {
+      raiseUnitFailure(assembled, results.back());
+    }
+  }
+  noteRows(stage, results);
+  takeResults(sinks, results);
+}
+
+void Evaluation::noteRows(const Stage& stage, const std::vector<UnitResult>& results) {
+  std::string source = stage.source().fingerprint();
+  if (std::find(sourcesSeen_.begin(), sourcesSeen_.end(), source) != sourcesSeen_.end()) {
+    return;
+  }
+  sourcesSeen_.push_back(std::move(source));
+  for (const UnitResult& result : results) {
+    facts_.rows += result.rows;
+  }
+}
+
+void Evaluation::takeResults(const std::vector<PassSink>& sinks, std::vector<UnitResult>& results) {
+  for (std::size_t sink = 0; sink < sinks.size(); ++sink) {
+    const auto index = static_cast<std::size_t>(sinks[sink].task);
+    const PlanTask& task = plan_.tasks[index];
+    if (sinks[sink].isAggregate) {
+      values_[index] = mergeAggregate(task, sink, results);
+      continue;
+    }
+    std::vector<std::vector<Chunk>> partitions;
+    for (UnitResult& result : results) {
+      partitions.push_back(std::move(result.sinks[sink].chunks));
+    }
+    values_[index].resize(task.spec->numOutputs);
+    values_[index][sinks[sink].output] = joinRows(partitions);
+  }
+}
+
+std::vector<WholeValue> Evaluation::mergeAggregate(const PlanTask& task, std::size_t sink,
+                                                   const std::vector<UnitResult>& results) const {
+  if (const AggregateFunction* function = task.spec->function.aggregate) {
+    std::vector<AggregatePartial> partials;
+    for (const UnitResult& result : results) {
+      partials.push_back(AggregatePartial::fromBytes(result.sinks[sink].partial));
+    }
+    std::vector<WholeValue> outputs;
+    outputs.push_back({toValue(combinePartials(function->kind, partials)), nullptr});
+    return outputs;
+  }
+  std::vector<Value> partials;
+  for (std::size_t output = 0; output < task.spec->numOutputs; ++output) {
+    partials.push_back(joinPartials(sink, output, results));
+  }
+  try {
+    return reducePartials(task.factory.get(), task.spec->numOutputs, partials);
+  } catch (...) {
+    const Value stack = host::getProperty(task.factory.get(), "SubmissionStack");
+    raiseStepFailure(std::current_exception(), stack.get(), std::nullopt);
+  }
+}
+
+void Evaluation::completePromises() {
+  for (const PlanResult& result : plan_.results) {
+    WholeValue& whole = values_[static_cast<std::size_t>(result.task)].at(result.output);
+    if (whole.metadata != nullptr) {
+      host::callMany("hSetMetadata", 0,
+                     std::vector<const kxArray*>{result.promise.get(), whole.metadata.get()});
+    }
+    host::callMany("setValue", 0,
+                   std::vector<const kxArray*>{result.promise.get(), whole.value.get()});
+  }
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "execution/Plan.h"
+#include "execution/assembleStage.h"
+#include "execution/runUnit.h"
+#include "execution/wholeValues.h"
+#include "kv/runtime/Cancellation.h"
+
+namespace kv::runtime {
+
+/// What an evaluation did.
+struct EvaluationFacts {
+  std::int64_t rows = 0;       ///< read from the sources, each source counted once
+  int passes = 0;              ///< over the data
+  double seconds = 0;          ///< wall time
+  std::int64_t peakBytes = 0;  ///< peak resident memory of the process so far
+};
+
+/// Runs a plan pass by pass, in this thread, and completes the promises of its results.
+///
+/// Results of a pass are whole values, which the client's tasks and the next pass read. The
+/// partitions of a source are run in order, and what they give is merged in that order.
+///
+/// Lives: one evaluation; the plan and the token outlive it.
+class Evaluation {
+ public:
+  Evaluation(const Plan& plan, const CancellationToken& cancellation);
+
+  /// Errors: Cancelled within a chunk of the token's being set; failures of steps (see
+  ///         raiseStepFailure). No promise is completed then.
+  EvaluationFacts run();
+
+ private:
+  void runClientTasks(int pass);
+  void runPass(int pass);
+  void runStage(const std::vector<PassSink>& sinks);
+  std::vector<std::vector<PassSink>> sinksBySource(int pass) const;
+  void noteRows(const Stage& stage, const std::vector<UnitResult>& results);
+  void takeResults(const std::vector<PassSink>& sinks, std::vector<UnitResult>& results);
+  std::vector<WholeValue> mergeAggregate(const PlanTask& task, std::size_t sink,
+                                         const std::vector<UnitResult>& results) const;
+  void completePromises();
+
+  const Plan& plan_;
+  const CancellationToken& cancellation_;
+  WholeValues values_;
+  std::vector<std::string> sourcesSeen_;
+  std::uint64_t nextStage_ = 0;
+  EvaluationFacts facts_;
+};
+
+}  // namespace kv::runtime

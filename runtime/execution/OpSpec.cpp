@@ -1,0 +1,77 @@
+#include "execution/OpSpec.h"
+
+#include <fmt/core.h>
+
+#include <filesystem>
+#include <string_view>
+
+#include "kv/runtime/functionNames.h"
+
+namespace kv::runtime {
+namespace {
+
+constexpr std::string_view kElementPrefix = "kv.element.";
+constexpr std::string_view kAggregatePrefix = "kv.aggregate.";
+constexpr std::string_view kPropagateSuffix = ".propagate";
+
+}  // namespace
+
+std::string elementFunctionName(std::string_view function) {
+  return fmt::format("{}{}", kElementPrefix, function);
+}
+
+std::string aggregateFunctionName(std::string_view aggregate, MissingRule missing) {
+  return fmt::format("{}{}{}", kAggregatePrefix, aggregate,
+                     missing == MissingRule::Propagate ? kPropagateSuffix : "");
+}
+
+std::string originOf(const kxArray* stack) {
+  if (kxGetClassID(stack) != kxSTRUCT_CLASS || kxIsEmpty(stack)) {
+    return {};
+  }
+  const kxArray* file = kxGetField(stack, 0, "file");
+  const kxArray* line = kxGetField(stack, 0, "line");
+  if (file == nullptr || line == nullptr) {
+    return {};
+  }
+  return fmt::format("{}:{:.0f}", std::filesystem::path(host::toText(file)).filename().string(),
+                     kxGetScalar(line));
+}
+
+OpFunction builtInFunction(const kxArray* handle) {
+  OpFunction function;
+  if (kxGetClassID(handle) != kxFUNCTION_CLASS) {
+    return function;
+  }
+  const std::string name = host::functionName(handle);
+  std::string_view rest = name;
+  if (rest.starts_with(kElementPrefix)) {
+    function.element = findElementFunction(rest.substr(kElementPrefix.size()));
+  } else if (rest.starts_with(kAggregatePrefix)) {
+    rest.remove_prefix(kAggregatePrefix.size());
+    if (rest.ends_with(kPropagateSuffix)) {
+      rest.remove_suffix(kPropagateSuffix.size());
+      function.missing = MissingRule::Propagate;
+    }
+    function.aggregate = findAggregateFunction(rest);
+  }
+  return function;
+}
+
+std::string functionLabel(const kxArray* handle) {
+  if (kxGetClassID(handle) != kxFUNCTION_CLASS) {
+    return kxGetClassName(handle);
+  }
+  const OpFunction function = builtInFunction(handle);
+  if (function.element != nullptr) {
+    return std::string(function.element->name);
+  }
+  if (function.aggregate != nullptr) {
+    return fmt::format("{}{}", function.aggregate->name,
+                       function.missing == MissingRule::Propagate ? " (missing propagate)" : "");
+  }
+  const std::string name = host::functionName(handle);
+  return name.empty() ? "user's function" : name;
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,176 @@
+#include "execution/Plan.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "kv/host/errors.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+using ObjectIndex = std::unordered_map<const kcos::COSInterface*, int>;
+
+const kcos::COSInterface* objectOf(const kxArray* scalar) {
+  return kcos::omGetArrayElement(scalar, 0);
+}
+
+host::Value elementOf(const kxArray* objects, std::size_t index) {
+  return matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(objects, index)));
+}
+
+/// One entry of a task's dependencies: {task, output from 1} or {value, metadata, whether it is a
+/// constant}.
+PlanInput readInput(const kxArray* entry, const ObjectIndex& indexOf) {
+  PlanInput input;
+  const kxArray* first = kxGetCell(entry, 0);
+  if (kxGetNumberOfElements(entry) == 2) {
+    input.task = indexOf.at(objectOf(first));
+    input.output = static_cast<std::size_t>(kxGetScalar(kxGetCell(entry, 1))) - 1;
+  } else {
+    input.value = matrix::sharedCopy(first);
+    input.metadata = matrix::sharedCopy(kxGetCell(entry, 1));
+    input.isConstant = host::toLogical(kxGetCell(entry, 2));
+  }
+  return input;
+}
+
+PlanTask readTask(const host::Value& object, const ObjectIndex& indexOf) {
+  PlanTask task;
+  task.id = host::toText(host::getProperty(object.get(), "Id").get());
+  task.factory = host::getProperty(object.get(), "DataProcessorFactory");
+  auto* spec = kcos::omIsKCOS(task.factory.get())
+                   ? dynamic_cast<OpSpecValue*>(host::getNativeValue(task.factory.get()))
+                   : nullptr;
+  if (spec == nullptr) {
+    host::raise("KALVEX:array:NotRunnable", {kxGetClassName(task.factory.get())});
+  }
+  task.spec = spec->spec;
+  const host::Value dependencies = host::getProperty(object.get(), "Dependencies");
+  for (std::size_t i = 0; i < kxGetNumberOfElements(dependencies.get()); ++i) {
+    task.inputs.push_back(readInput(kxGetCell(dependencies.get(), i), indexOf));
+  }
+  return task;
+}
+
+/// Where a task runs and in which pass, from those of its inputs.
+void placeTask(PlanTask& task, const std::vector<PlanTask>& before) {
+  int flowing = 0;  // the latest pass in which a partitioned input flows
+  int whole = 0;    // the number of passes until all whole inputs are there
+  for (const PlanInput& input : task.inputs) {
+    if (input.task >= 0) {
+      const PlanTask& source = before[static_cast<std::size_t>(input.task)];
+      int& latest = source.isPartitioned ? flowing : whole;
+      latest = std::max(latest, source.pass);
+    }
+  }
+  const OpKind kind = task.spec->kind;
+  const bool hasRows = flowing > 0 || kind == OpKind::Read;
+  const bool endsPass = kind == OpKind::Aggregate || kind == OpKind::Client;
+  task.isPartitioned = hasRows && !endsPass;
+  task.runsInClient = !hasRows || kind == OpKind::Client;
+  if (!hasRows) {
+    task.pass = whole;
+  } else if (kind == OpKind::Client) {
+    task.pass = std::max(flowing, whole);
+  } else {
+    task.pass = std::max({1, flowing, whole + 1});
+  }
+}
+
+std::vector<PlanResult> findResults(const kxArray* taskGraph, const kxArray* promises,
+                                    const ObjectIndex& indexOf) {
+  std::vector<PlanResult> results;
+  const host::Value map = host::getProperty(taskGraph, "ClosureToTaskMap");
+  for (std::size_t i = 0; i < kxGetNumberOfElements(promises); ++i) {
+    host::Value promise = elementOf(promises, i);
+    const host::Value closure = host::getProperty(promise.get(), "Closure");
+    const host::Value id = host::getProperty(closure.get(), "Id");
+    const host::Value task = host::call("lookup", {map.get(), id.get()});
+    const host::Value output = host::getProperty(promise.get(), "ArgoutIndex");
+    results.push_back({indexOf.at(objectOf(task.get())),
+                       static_cast<std::size_t>(kxGetScalar(output.get())) - 1,
+                       std::move(promise)});
+  }
+  return results;
+}
+
+}  // namespace
+
+Plan makePlan(const kxArray* taskGraph, const kxArray* promises) {
+  Plan plan;
+  ObjectIndex indexOf;
+  const host::Value tasks = host::getProperty(taskGraph, "Tasks");
+  const std::size_t count = kxGetNumberOfElements(tasks.get());
+  plan.tasks.reserve(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    const host::Value object = elementOf(tasks.get(), i);
+    plan.tasks.push_back(readTask(object, indexOf));
+    placeTask(plan.tasks.back(), plan.tasks);
+    indexOf.emplace(objectOf(object.get()), static_cast<int>(i));
+  }
+  plan.results = findResults(taskGraph, promises, indexOf);
+  for (const PlanTask& task : plan.tasks) {
+    plan.passes = std::max(plan.passes, task.pass);
+  }
+  return plan;
+}
+
+std::vector<Plan::Kept> Plan::keptIn(int pass) const {
+  std::vector<Kept> kept;
+  const auto keep = [&](int task, std::size_t output) {
+    const PlanTask& source = tasks[static_cast<std::size_t>(task)];
+    const bool isKnown = std::any_of(kept.begin(), kept.end(), [&](const Kept& entry) {
+      return entry.task == task && entry.output == output;
+    });
+    if (source.isPartitioned && source.pass == pass && !isKnown) {
+      kept.push_back({task, output});
+    }
+  };
+  for (const PlanTask& task : tasks) {
+    for (const PlanInput& input : task.inputs) {
+      if (task.runsInClient && input.task >= 0) {
+        keep(input.task, input.output);
+      }
+    }
+  }
+  for (const PlanResult& result : results) {
+    keep(result.task, result.output);
+  }
+  return kept;
+}
+
+std::vector<int> Plan::aggregatesOf(int pass) const {
+  std::vector<int> found;
+  for (std::size_t i = 0; i < tasks.size(); ++i) {
+    const PlanTask& task = tasks[i];
+    if (task.spec->kind == OpKind::Aggregate && !task.runsInClient && task.pass == pass) {
+      found.push_back(static_cast<int>(i));
+    }
+  }
+  return found;
+}
+
+std::vector<int> Plan::upstreamOf(const std::vector<int>& sinks) const {
+  std::vector<bool> needed(tasks.size(), false);
+  for (const int sink : sinks) {
+    needed[static_cast<std::size_t>(sink)] = true;
+  }
+  for (std::size_t i = tasks.size(); i-- > 0;) {
+    for (const PlanInput& input : tasks[i].inputs) {
+      if (needed[i] && input.task >= 0) {
+        const auto source = static_cast<std::size_t>(input.task);
+        needed[source] = needed[source] || tasks[source].isPartitioned;
+      }
+    }
+  }
+  std::vector<int> upstream;
+  for (std::size_t i = 0; i < tasks.size(); ++i) {
+    if (needed[i]) {
+      upstream.push_back(static_cast<int>(i));
+    }
+  }
+  return upstream;
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "execution/OpSpec.h"
+#include "kv/runtime/Chunk.h"
+#include "kv/runtime/Column.h"
+#include "kv/runtime/Datastore.h"
+
+namespace kv::runtime {
+
+/// One step of a stage.
+struct StageStep {
+  std::shared_ptr<const OpSpec> spec;
+  std::vector<std::size_t> inputs;  ///< steps that stand before this one
+};
+
+/// The steps between the reading of one source and the results of a pass over it, in an order in
+/// which each stands behind its inputs; the last is the one of kind Outputs.
+///
+/// Immutable; refers to no host object; may be given to any number of workers.
+class Stage {
+ public:
+  /// Works out which columns of the source are asked for.
+  ///
+  /// Requires: the order of steps above.
+  /// Errors: "KALVEX:array:DifferentSources" with both names if steps read two sources.
+  explicit Stage(std::vector<StageStep> steps);
+
+  const std::vector<StageStep>& steps() const { return steps_; }
+
+  /// The steps whose results the stage gives, in order.
+  const std::vector<std::size_t>& outputs() const { return steps_.back().inputs; }
+
+  const Datastore& source() const { return *source_; }
+
+  /// Columns to read, in the order of the source's schema.
+  const std::vector<std::string>& columns() const { return columns_; }
+
+ private:
+  void findSource();
+  void findColumns();
+
+  std::vector<StageStep> steps_;
+  std::shared_ptr<const Datastore> source_;
+  std::vector<std::string> columns_;
+};
+
+/// A value that is there before a pass, as a stage uses it.
+struct StageInput {
+  Column column;
+  bool isWeak = false;  ///< a constant that the user wrote
+  /// Set for a value that was gathered from partitions of the source: the ordinals of its rows, and
+  /// where each partition's rows begin.
+  struct Partitioned {
+    std::vector<std::int64_t> firstRow;  ///< by partition, and the number of rows at the end
+    std::optional<Column> ordinals;      ///< Int64; none if each partition is there from row 0 on
+  };
+  std::optional<Partitioned> partitioned;
+
+  /// The rows of the value that belong to rows [first, last) of a partition.
+  /// Requires: `partitioned`, with that partition.
+  Chunk rowsOf(std::int64_t partition, std::int64_t first, std::int64_t last) const;
+};
+
+}  // namespace kv::runtime

@@ -1,0 +1,128 @@
+#include "execution/assembleStage.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "execution/StageValue.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Value;
+
+/// Makes the builders of a pass: one for each task that flows in it, one for each value that it
+/// reads.
+class BuilderGraphMaker {
+ public:
+  BuilderGraphMaker(const Plan& plan, const WholeValues& values)
+      : plan_(plan), values_(values), ofTask_(plan.tasks.size()) {}
+
+  /// The builders of all partitioned tasks and of the sinks are made in dependency order.
+  void addTask(int index) {
+    const PlanTask& task = plan_.tasks[static_cast<std::size_t>(index)];
+    std::vector<Value> inputs;
+    for (const PlanInput& input : task.inputs) {
+      inputs.push_back(flows(input) ? outputOf(input.task, input.output) : inputBuilder(input));
+    }
+    ofTask_[static_cast<std::size_t>(index)] = builder(inputs, task.factory.get());
+  }
+
+  /// The builder of one output of a task.
+  Value outputOf(int index, std::size_t output) const {
+    const auto at = static_cast<std::size_t>(index);
+    if (plan_.tasks[at].spec->numOutputs <= 1) {
+      return matrix::sharedCopy(ofTask_[at].get());
+    }
+    std::vector<Value> inputs;
+    inputs.push_back(matrix::sharedCopy(ofTask_[at].get()));
+    return specBuilder(inputs, {.kind = OpKind::Select,
+                                .label = plan_.tasks[at].spec->label,
+                                .origin = plan_.tasks[at].spec->origin,
+                                .index = output});
+  }
+
+  Value whole(int index) const {
+    return matrix::sharedCopy(ofTask_[static_cast<std::size_t>(index)].get());
+  }
+
+  /// A builder with a factory of the runtime's own.
+  static Value specBuilder(const std::vector<Value>& inputs, OpSpec spec) {
+    const Value factory = host::call(kSpecFactory, {});
+    host::setNativeValue(factory.get(),
+                         std::make_unique<OpSpecValue>(std::make_shared<OpSpec>(std::move(spec))));
+    return builder(inputs, factory.get());
+  }
+
+  std::vector<StageInput> takeInputs() { return std::move(inputs_); }
+
+ private:
+  bool flows(const PlanInput& input) const {
+    return input.task >= 0 && plan_.tasks[static_cast<std::size_t>(input.task)].isPartitioned;
+  }
+
+  static Value builder(const std::vector<Value>& inputs, const kxArray* factory) {
+    const Value column = matrix::from_kalvex(kcos::omCreateKCOSMatrix(
+        inputs.size(), 1, kcos::internal::makeInterned(kProcessorBuilder)));
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+      kcos::omSetArrayElement(column.get(), i, kcos::omGetArrayElement(inputs[i].get(), 0));
+    }
+    return host::call(kProcessorBuilder, {column.get(), factory});
+  }
+
+  Value inputBuilder(const PlanInput& input) {
+    const Value value = inputValue(input, values_);
+    const kxArray* metadata = input.metadata.get();
+    if (input.task >= 0) {
+      metadata = values_[static_cast<std::size_t>(input.task)][input.output].metadata.get();
+    }
+    inputs_.push_back(stageInput(value.get(), metadata, input.isConstant));
+    const Value ordinal = host::makeDouble(static_cast<double>(inputs_.size()));
+    return host::call(kProcessorBuilder, {ordinal.get()});
+  }
+
+  const Plan& plan_;
+  const WholeValues& values_;
+  std::vector<Value> ofTask_;
+  std::vector<StageInput> inputs_;
+};
+
+}  // namespace
+
+const Stage& AssembledStage::stage() const {
+  return host::nativeValue<StageValue>(composite.get(), kCompositeGraph).stage;
+}
+
+Value AssembledStage::factoryOf(std::size_t step) const {
+  const Value factories = host::getProperty(composite.get(), "Factories");
+  return matrix::sharedCopy(kxGetCell(factories.get(), step));
+}
+
+AssembledStage assembleStage(const Plan& plan, const std::vector<PassSink>& sinks,
+                             const WholeValues& values) {
+  std::vector<int> tasks;
+  for (const PassSink& sink : sinks) {
+    tasks.push_back(sink.task);
+  }
+  BuilderGraphMaker maker(plan, values);
+  for (const int task : plan.upstreamOf(tasks)) {
+    maker.addTask(task);
+  }
+  std::vector<Value> outputs;
+  for (const PassSink& sink : sinks) {
+    if (sink.isAggregate) {
+      outputs.push_back(maker.whole(sink.task));
+      continue;
+    }
+    std::vector<Value> kept;
+    kept.push_back(maker.outputOf(sink.task, sink.output));
+    outputs.push_back(
+        BuilderGraphMaker::specBuilder(kept, {.kind = OpKind::Collect, .label = "keep rows"}));
+  }
+  const Value root =
+      BuilderGraphMaker::specBuilder(outputs, {.kind = OpKind::Outputs, .label = "outputs"});
+  return {host::call("feval", {root.get()}), maker.takeInputs()};
+}
+
+}  // namespace kv::runtime

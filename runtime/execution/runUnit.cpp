@@ -1,0 +1,289 @@
+#include "execution/runUnit.h"
+
+#include <fmt/core.h>
+
+#include <memory>
+#include <utility>
+
+#include "execution/Unit.h"
+#include "execution/chunkSteps.h"
+#include "kv/host/errors.h"
+#include "kv/runtime/Aggregates.h"
+#include "kv/runtime/selectRows.h"
+
+namespace kv::runtime {
+namespace {
+
+/// What a step has made of the rows at hand: a chunk an output, or a value that stood before.
+struct Slot {
+  std::vector<Chunk> outputs;
+  const StageInput* whole = nullptr;
+
+  bool isWhole() const { return whole != nullptr; }
+};
+
+/// One run of a unit: its slots and sinks.
+class UnitRun {
+ public:
+  UnitRun(const Stage& stage, std::int64_t partition, std::span<const StageInput> inputs,
+          UserFunctions& functions)
+      : stage_(stage), inputs_(inputs), functions_(functions), slots_(stage.steps().size()) {
+    result_.partition = partition;
+    result_.sinks.resize(stage.outputs().size());
+    for (const std::size_t output : stage.outputs()) {
+      const OpFunction& function = stage.steps()[output].spec->function;
+      states_.push_back(function.aggregate ? std::make_unique<AggregateState>(
+                                                 function.aggregate->kind, function.missing)
+                                           : nullptr);
+    }
+  }
+
+  /// Takes one chunk of the source through all steps. False after a failure.
+  bool advance(const Chunk& source) {
+    result_.rows += source.rows();
+    for (std::size_t step = 0; step + 1 < stage_.steps().size(); ++step) {
+      try {
+        runStep(step, source);
+      } catch (...) {
+        fail(step, source);
+        return false;
+      }
+    }
+    return true;
+  }
+
+  void failReading(std::exception_ptr error) {
+    result_.failure = UnitFailure{0, result_.rows, result_.rows, std::move(error)};
+  }
+
+  UnitResult finish() {
+    for (std::size_t i = 0; i < states_.size() && !result_.failure; ++i) {
+      if (states_[i]) {
+        result_.sinks[i].partial = states_[i]->finish().toBytes();
+      }
+    }
+    return std::move(result_);
+  }
+
+ private:
+  void fail(std::size_t step, const Chunk& source) {
+    const std::int64_t rows = source.rows();
+    const std::int64_t first = rows > 0 ? source.ordinals.at(0) : 0;
+    const std::int64_t last = rows > 0 ? source.ordinals.at(rows - 1) + 1 : 0;
+    result_.failure = UnitFailure{step, first, last, std::current_exception()};
+  }
+
+  void runStep(std::size_t step, const Chunk& source) {
+    const OpSpec& spec = *stage_.steps()[step].spec;
+    Slot& slot = slots_[step];
+    switch (spec.kind) {
+      case OpKind::Read:
+        slot.outputs = {source};
+        break;
+      case OpKind::Input:
+        bindInput(slot, inputs_[spec.index - 1], source);
+        break;
+      case OpKind::Variable:
+        slot.outputs = {takeVariables(spec, chunkOf(step, 0))};
+        break;
+      case OpKind::Filter:
+        filter(step, slot);
+        break;
+      case OpKind::Elementwise:
+        slot.outputs = elementwise(step);
+        break;
+      case OpKind::Select:
+        slot.outputs = {slots_[stage_.steps()[step].inputs[0]].outputs.at(spec.index)};
+        break;
+      case OpKind::Aggregate:
+      case OpKind::Collect:
+        feedSinks(step);
+        break;
+      case OpKind::Client:
+      case OpKind::Outputs:
+        throw std::logic_error("a step of this kind doesn't run in a stage");
+    }
+  }
+
+  static void bindInput(Slot& slot, const StageInput& input, const Chunk& source) {
+    if (!input.partitioned) {
+      slot.whole = &input;
+      return;
+    }
+    const std::int64_t rows = source.rows();
+    const std::int64_t first = rows > 0 ? source.ordinals.at(0) : 0;
+    slot.outputs = {input.rowsOf(source.partition, first, first + rows)};
+  }
+
+  const Slot& inputSlot(std::size_t step, std::size_t input) const {
+    return slots_[stage_.steps()[step].inputs.at(input)];
+  }
+
+  const Chunk& chunkOf(std::size_t step, std::size_t input) const {
+    const Slot& slot = inputSlot(step, input);
+    if (slot.isWhole()) {
+      host::raise("KALVEX:array:NeedsRows", {stage_.steps()[step].spec->label});
+    }
+    return slot.outputs.front();
+  }
+
+  const Column& columnOf(std::size_t step, std::size_t input) const {
+    const Chunk& chunk = chunkOf(step, input);
+    if (chunk.names != nullptr) {
+      host::raise("KALVEX:array:NeedsColumn", {stage_.steps()[step].spec->label});
+    }
+    return chunk.columns.front();
+  }
+
+  /// Where the array that is input `input` of `step` was made, for messages.
+  std::string describeInput(std::size_t step, std::size_t input) const {
+    const OpSpec& spec = *stage_.steps()[stage_.steps()[step].inputs[input]].spec;
+    return spec.origin.empty() ? spec.label : fmt::format("{} at {}", spec.label, spec.origin);
+  }
+
+  void checkRows(std::size_t step, std::size_t a, std::size_t b) const {
+    const RowOrdinals& rowsA = chunkOf(step, a).ordinals;
+    const RowOrdinals& rowsB = chunkOf(step, b).ordinals;
+    if (!haveSameRows(rowsA, rowsB)) {
+      host::raise("KALVEX:array:RowsDiffer",
+                  {std::to_string(rowsA.rows()), describeInput(step, a),
+                   std::to_string(rowsB.rows()), describeInput(step, b)});
+    }
+  }
+
+  void filter(std::size_t step, Slot& slot) const {
+    const std::size_t count = stage_.steps()[step].inputs.size();
+    const Column& keep = columnOf(step, 0);
+    slot.outputs.clear();
+    for (std::size_t input = 1; input < count; ++input) {
+      checkRows(step, 0, input);
+      slot.outputs.push_back(selectRows(chunkOf(step, input), keep));
+    }
+  }
+
+  /// The inputs of a step as operands, and the chunk that says which rows they are.
+  std::pair<std::vector<Operand>, const Chunk*> operandsOf(std::size_t step) const {
+    std::vector<Operand> operands;
+    const Chunk* rows = nullptr;
+    std::size_t rowsInput = 0;
+    const std::size_t count = stage_.steps()[step].inputs.size();
+    operands.reserve(count);
+    for (std::size_t input = 0; input < count; ++input) {
+      const Slot& slot = inputSlot(step, input);
+      if (slot.isWhole()) {
+        operands.push_back({slot.whole->column, true, slot.whole->isWeak});
+        continue;
+      }
+      operands.push_back({columnOf(step, input), false, false});
+      if (rows == nullptr) {
+        rows = &slot.outputs.front();
+        rowsInput = input;
+      } else {
+        checkRows(step, rowsInput, input);
+      }
+    }
+    checkWholeInputs(step, rows);
+    return {std::move(operands), rows};
+  }
+
+  /// A value that has several rows, but none that are known to be rows of the source, fits nothing.
+  void checkWholeInputs(std::size_t step, const Chunk* rows) const {
+    for (std::size_t input = 0; input < stage_.steps()[step].inputs.size(); ++input) {
+      const Slot& slot = inputSlot(step, input);
+      if (slot.isWhole() && slot.whole->column.rows() != 1) {
+        host::raise("KALVEX:array:RowsDiffer",
+                    {std::to_string(slot.whole->column.rows()), "a value in memory",
+                     std::to_string(rows ? rows->rows() : 0), stage_.steps()[step].spec->label});
+      }
+    }
+  }
+
+  std::vector<Chunk> elementwise(std::size_t step) {
+    const OpSpec& spec = *stage_.steps()[step].spec;
+    const auto [operands, rows] = operandsOf(step);
+    std::vector<Column> columns;
+    if (spec.function.element != nullptr) {
+      columns.push_back(evaluate(*spec.function.element, operands, rows->rows()));
+    } else if (rows->rows() == 0) {
+      columns.assign(spec.numOutputs, emptyColumn(ElementType::Double));
+    } else {
+      columns = functions_.call(step, operands);
+    }
+    std::vector<Chunk> chunks;
+    for (Column& column : columns) {
+      if (column.rows() != rows->rows()) {
+        host::raise("KALVEX:array:WrongRowCount",
+                    {spec.label, std::to_string(rows->rows()), std::to_string(column.rows())});
+      }
+      chunks.push_back({rows->partition, rows->ordinals, nullptr, {std::move(column)}});
+    }
+    return chunks;
+  }
+
+  void feedSinks(std::size_t step) {
+    for (std::size_t i = 0; i < stage_.outputs().size(); ++i) {
+      if (stage_.outputs()[i] == step) {
+        feedSink(step, i);
+      }
+    }
+  }
+
+  void feedSink(std::size_t step, std::size_t sink) {
+    if (states_[sink]) {
+      states_[sink]->update(columnOf(step, 0), chunkOf(step, 0).ordinals);
+    } else if (stage_.steps()[step].spec->kind == OpKind::Collect) {
+      result_.sinks[sink].chunks.push_back(chunkOf(step, 0));
+    } else if (const auto [operands, rows] = operandsOf(step); rows->rows() > 0) {
+      result_.sinks[sink].partials.push_back(functions_.call(step, operands));
+    }
+  }
+
+  const Stage& stage_;
+  std::span<const StageInput> inputs_;
+  UserFunctions& functions_;
+  std::vector<Slot> slots_;
+  std::vector<std::unique_ptr<AggregateState>> states_;
+  UnitResult result_;
+};
+
+/// A chunk without rows, so that results of a source without rows have their types.
+Chunk emptyChunk(const Stage& stage, std::int64_t partition) {
+  Chunk chunk;
+  chunk.partition = partition;
+  chunk.names = std::make_shared<const std::vector<std::string>>(stage.columns());
+  for (const std::string& name : stage.columns()) {
+    for (const ColumnInfo& column : stage.source().schema()) {
+      if (column.name == name) {
+        chunk.columns.push_back(emptyColumn(column.type));
+      }
+    }
+  }
+  return chunk;
+}
+
+}  // namespace
+
+UnitResult runUnit(const Stage& stage, std::string_view unitBytes,
+                   std::span<const StageInput> inputs, UserFunctions& functions,
+                   const CancellationToken& cancellation) {
+  const Unit unit = Unit::fromBytes(unitBytes);
+  UnitRun run(stage, unit.partition, inputs, functions);
+  try {
+    const std::unique_ptr<ChunkReader> reader =
+        stage.source().openPartition(unit.partition, stage.columns(), cancellation);
+    std::optional<Chunk> chunk = reader->next();
+    if (!chunk) {
+      run.advance(emptyChunk(stage, unit.partition));
+    }
+    while (chunk && run.advance(*chunk)) {
+      chunk = reader->next();
+    }
+  } catch (const Cancelled&) {
+    throw;
+  } catch (...) {
+    run.failReading(std::current_exception());
+  }
+  return run.finish();
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "kv/runtime/Aggregates.h"
+
+/// Names under which the built-in functions stand in a session; function handles on them are
+/// recognised when a plan is made and run as kernels.
+namespace kv::runtime {
+
+/// "kv.element.plus" and the like.
+std::string elementFunctionName(std::string_view function);
+
+/// "kv.aggregate.mean", or "kv.aggregate.mean.propagate" for the form that propagates missing values.
+std::string aggregateFunctionName(std::string_view aggregate, MissingRule missing);
+
+}  // namespace kv::runtime

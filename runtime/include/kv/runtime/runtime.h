@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "kv/host/errors.h"
+#include "kv/host/session.h"
+#include "kv/runtime/Cancellation.h"
+
+/// What the native core reaches by name: operations, tasks, processors, executors, datastores.
+namespace kv::runtime {
+
+/// Enters everything in a session: the core's classes and builtins, the runtime's classes and
+/// functions, and their message texts.
+///
+/// Errors: what a definition raises; std::bad_alloc.
+void load(host::Session& session);
+
+/// The release of this runtime, which the function "version" answers.
+std::string_view release() noexcept;
+
+/// Asks the evaluation that runs in this process to stop within a chunk.
+/// Threads: any; may be called from a signal handler.
+void requestInterrupt() noexcept;
+
+/// An evaluation that was asked to stop. Passes through calls as itself.
+class Interrupted : public host::PassThrough {
+ public:
+  const char* what() const noexcept override { return "interrupted"; }
+};
+
+}  // namespace kv::runtime

@@ -1,0 +1,164 @@
+#include "values/columnValues.h"
+
+#include <arrow/array/builder_binary.h>
+#include <arrow/array/concatenate.h>
+#include <arrow/array/data.h>
+#include <arrow/array/util.h>
+#include <arrow/buffer.h>
+#include <arrow/result.h>
+#include <fmt/core.h>
+
+#include <array>
+#include <new>
+#include <optional>
+#include <utility>
+
+#include "fl/i18n.h"
+#include "kv/host/errors.h"
+
+namespace kv::runtime {
+namespace {
+
+struct ClassPair {
+  kxClassID classId;
+  ElementType type;
+};
+
+constexpr std::array kClasses{
+    ClassPair{kxLOGICAL_CLASS, ElementType::Logical},
+    ClassPair{kxDOUBLE_CLASS, ElementType::Double},
+    ClassPair{kxSINGLE_CLASS, ElementType::Single},
+    ClassPair{kxINT8_CLASS, ElementType::Int8},
+    ClassPair{kxUINT8_CLASS, ElementType::UInt8},
+    ClassPair{kxINT16_CLASS, ElementType::Int16},
+    ClassPair{kxUINT16_CLASS, ElementType::UInt16},
+    ClassPair{kxINT32_CLASS, ElementType::Int32},
+    ClassPair{kxUINT32_CLASS, ElementType::UInt32},
+    ClassPair{kxINT64_CLASS, ElementType::Int64},
+    ClassPair{kxUINT64_CLASS, ElementType::UInt64},
+};
+
+std::optional<ElementType> numericType(kxClassID classId) {
+  for (const ClassPair& pair : kClasses) {
+    if (pair.classId == classId) {
+      return pair.type;
+    }
+  }
+  return std::nullopt;
+}
+
+kxClassID classOf(ElementType type) {
+  for (const ClassPair& pair : kClasses) {
+    if (pair.type == type) {
+      return pair.classId;
+    }
+  }
+  return kxSTRING_CLASS;
+}
+
+void checkArrow(const arrow::Status& status) {
+  if (status.IsOutOfMemory()) {
+    throw std::bad_alloc();
+  }
+  if (!status.ok()) {
+    throw std::runtime_error(status.ToString());
+  }
+}
+
+/// A buffer over the memory of a host array, which it keeps.
+class ValueBuffer final : public arrow::Buffer {
+ public:
+  ValueBuffer(host::Value value, std::int64_t bytes)
+      : arrow::Buffer(static_cast<const std::uint8_t*>(kxGetData(value.get())), bytes),
+        value_(std::move(value)) {}
+
+ private:
+  host::Value value_;
+};
+
+Column textColumn(std::size_t rows, auto&& textAt) {
+  arrow::StringBuilder builder;
+  checkArrow(builder.Reserve(static_cast<std::int64_t>(rows)));
+  for (std::size_t row = 0; row < rows; ++row) {
+    const std::optional<std::u16string_view> text = textAt(row);
+    checkArrow(text ? builder.Append(fl::i18n::to_string(*text)) : builder.AppendNull());
+  }
+  std::shared_ptr<arrow::ArrayData> data;
+  checkArrow(builder.FinishInternal(&data));
+  return {ElementType::String, std::move(data)};
+}
+
+const void* firstElement(const Column& column) {
+  const arrow::ArrayData& data = *column.data();
+  const auto skipped = static_cast<std::size_t>(data.offset) * elementSize(column.type());
+  return data.buffers[1] ? data.buffers[1]->data() + skipped : nullptr;
+}
+
+bool isCharRow(const kxArray* value) {
+  return kxGetClassID(value) == kxCHAR_CLASS && (kxGetM(value) == 1 || kxIsEmpty(value));
+}
+
+}  // namespace
+
+host::Value toValue(const Column& column) {
+  const auto rows = static_cast<std::size_t>(column.rows());
+  if (column.type() != ElementType::String) {
+    const std::array<std::size_t, 2> dimensions{rows, 1};
+    return matrix::from_kalvex(kxCreateBorrowedArray(dimensions, classOf(column.type()),
+                                                     firstElement(column), column.data()));
+  }
+  host::Value value = Torvane::String::createStringArray(rows, 1);
+  for (std::size_t row = 0; row < rows; ++row) {
+    const auto at = static_cast<std::int64_t>(row);
+    if (!column.isMissingText(at)) {
+      Torvane::String::setString(value.get(), row, fl::i18n::to_ustring(column.text(at)));
+    }
+  }
+  return value;
+}
+
+bool isColumn(const kxArray* value) noexcept {
+  if (isCharRow(value)) {
+    return true;
+  }
+  const bool holdsElements =
+      numericType(kxGetClassID(value)).has_value() || Torvane::String::isString(value);
+  return holdsElements && (kxGetN(value) == 1 || kxGetNumberOfElements(value) == 0);
+}
+
+Column toColumn(const kxArray* value) {
+  if (!isColumn(value)) {
+    host::raise("KALVEX:array:NotAColumn",
+                {fmt::format("{}x{}", kxGetM(value), kxGetN(value)), kxGetClassName(value)});
+  }
+  if (isCharRow(value)) {
+    return textColumn(1, [&](std::size_t) { return std::optional(kxGetChars(value)); });
+  }
+  const std::size_t rows = kxGetNumberOfElements(value);
+  if (Torvane::String::isString(value)) {
+    return textColumn(rows,
+                      [&](std::size_t row) { return Torvane::String::getString(value, row); });
+  }
+  const auto bytes = static_cast<std::int64_t>(rows * kxGetElementSize(kxGetClassID(value)));
+  return {*numericType(kxGetClassID(value)), static_cast<std::int64_t>(rows),
+          std::make_shared<ValueBuffer>(matrix::sharedCopy(value), bytes)};
+}
+
+Column concatenate(const std::vector<Column>& columns) {
+  if (columns.size() == 1) {
+    return columns.front();
+  }
+  if (columns.empty()) {
+    return {ElementType::Double, 0, std::make_shared<arrow::Buffer>(nullptr, 0)};
+  }
+  arrow::ArrayVector parts;
+  parts.reserve(columns.size());
+  for (const Column& column : columns) {
+    parts.push_back(arrow::MakeArray(column.data()));
+  }
+  arrow::Result<std::shared_ptr<arrow::Array>> whole = arrow::Concatenate(parts);
+  checkArrow(whole.status());
+  return {columns.front().type(), (*whole)->data()};
+}
+
+}  // namespace kv::runtime

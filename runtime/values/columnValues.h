@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "kv/host/values.h"
+#include "kv/runtime/Column.h"
+
+/// Columns as host values and back, for user's callables and for results.
+namespace kv::runtime {
+
+/// An n-by-1 host array of the column's class. Numeric and logical memory is borrowed, texts are
+/// copied to UTF-16.
+host::Value toValue(const Column& column);
+
+/// The column of an n-by-1 numeric, logical or string array, a char row or a scalar. Numeric and
+/// logical memory is borrowed, texts are copied.
+///
+/// Errors: "KALVEX:array:NotAColumn" with the shape and class of another value.
+Column toColumn(const kxArray* value);
+
+/// True if `toColumn` accepts the value.
+bool isColumn(const kxArray* value) noexcept;
+
+/// The rows of all columns in order, as one column; texts and numbers don't mix.
+///
+/// Requires: all of one type, or `columns` empty, which gives a Double column without rows.
+Column concatenate(const std::vector<Column>& columns);
+
+}  // namespace kv::runtime
