@@ -8,13 +8,12 @@
 
 #include "heap/Object.h"
 #include "heap/ObjectClass.h"
+#include "heap/ReleaseQueue.h"
+#include "heap/Slab.h"
 #include "kx/array.h"
 
 namespace kv::host {
 
-class ReleaseQueue;
-class ReferencePayload;
-struct Slab;
 
 /// The objects of one session, and who lives.
 ///
@@ -100,6 +99,8 @@ class Heap {
   /// Puts an inside array into the parent's list of adopted arrays.
   /// Errors: std::bad_alloc.
   void adopt(Object& parent, kxArray& array);
+  /// Takes an array out of its parent's list.
+  static void disown(kxArray& array) noexcept;
 
   // --- Collection -------------------------------------------------------------------------------
 
@@ -121,18 +122,54 @@ class Heap {
   void setStress(bool stress) noexcept { options_.stress = stress; }
   const Counters& counters() const noexcept { return counters_; }
 
- private:
-  friend class kcos::COSInterface;
-  friend class HeapVerifier;
-  friend class ReferencePayload;
-  friend class ReleaseQueue;
-  friend class ::kxArray;
+  // --- For the rest of this folder and for payloads ----------------------------------------------
 
-  static thread_local constinit Heap* current_ __attribute__((tls_model("initial-exec")));
+  ReleaseQueue* queue() const noexcept { return queue_; }
+  /// Destroys the next object of the worklist. Result: false if there was none.
+  bool destroyNext() noexcept;
+  /// Counts bytes of payloads towards the next collection.
+  void chargeBytes(std::size_t bytes) noexcept { bytesSinceCollection_ += bytes; }
+  /// Something that held the object is gone: deletes it, or frees its storage, if that was the last.
+  static void holdGone(Object& object) noexcept;
+
+ private:
+  friend class HeapVerifier;
+  friend class Marker;
+  friend class ReleaseQueue;
+
+  // Storage
+  void* takePlace();
+  void addSlab();
+  void freeIfUnreferenced(Object& object) noexcept;
+
+  // Deletion
+  void markDeleted(Object& object) noexcept;
+  void enqueue(Object& object) noexcept;
+  void destroyContents(Object& object) noexcept;
+  ObjectExtension& extensionOf(Object& object);
+
+  // Collection
+  bool isDue() const noexcept;
+  void dropWaiting() noexcept;
+  void sweep() noexcept;
+  void stopIfBroken() const noexcept;
+
+  static constinit thread_local Heap* current_ __attribute__((tls_model("initial-exec")));
 
   Options options_;
   Counters counters_;
+  ReleaseQueue* queue_;  ///< null after close
+  std::vector<SlabPtr> slabs_;
+  void* freePlaces_ = nullptr;       ///< linked through their first word
+  std::size_t nextPlace_ = Slab::kPlaces;  ///< first place of the newest slab that was never used
+  std::vector<Object*> worklist_;    ///< room for every object: filling it can't fail
+  std::vector<Object*> markStack_;   ///< likewise
   std::size_t live_ = 0;
+  std::uint32_t epoch_ = 0;  ///< number of the last collection, as payloads are marked with it
+  std::uint64_t createdSinceCollection_ = 0;
+  std::uint64_t bytesSinceCollection_ = 0;
+  std::size_t liveAfterCollection_ = 0;
+  std::uint64_t bytesAfterCollection_ = 0;
 };
 
 /// Brackets a member that runs on an object.

@@ -3,9 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "heap/EdgeList.h"
 #include "heap/ObjectClass.h"
+#include "heap/Pool.h"
 #include "kcos/interface.h"
 #include "kv/host/values.h"
 
@@ -13,8 +15,12 @@ namespace kv::host {
 
 class Heap;
 
+/// What keeps an object: an outside header or a strong reference, which makes it a root; or an edge,
+/// a slot or an element, which leads to it.
+enum class Hold { Outside, Inside };
+
 /// What only some objects have: property slots, an owned C++ value, adopted arrays.
-struct ObjectExtension {
+struct ObjectExtension : Pooled {
   explicit ObjectExtension(std::size_t slotTotal) : slots(slotTotal, nullptr) {}
 
   std::vector<kxArray*> slots;        ///< owned; inside arrays
@@ -36,9 +42,20 @@ class Object final : public kcos::COSInterface {
   bool isUnderConstruction() const noexcept { return (flags_ & kUnderConstruction) != 0; }
   void* instanceData() const noexcept { return instanceData_; }
 
+  void addHold(Hold how) noexcept { ++(how == Hold::Outside ? strongCount_ : heldCount_); }
+  /// Deletes the object, when nothing keeps it any more.
+  void removeHold(Hold how) noexcept {
+    std::uint32_t& count = how == Hold::Outside ? strongCount_ : heldCount_;
+    if (--count == 0) {
+      lastHoldGone();
+    }
+  }
+
  private:
   friend class Heap;
   friend class HeapVerifier;
+  friend class Marker;
+  friend class ReleaseQueue;
   friend class kcos::COSInterface;
 
   static constexpr std::uint32_t kUnderConstruction = 2;
@@ -49,6 +66,8 @@ class Object final : public kcos::COSInterface {
   explicit Object(ObjectClass& objectClass)
       : COSInterface(&objectClass), edges_(), extension_(nullptr) {}
   ~Object() = default;
+
+  void lastHoldGone() noexcept;
 
   bool hasRunningMember() const noexcept { return flags_ >= kMemberUnit; }
   bool isHeld() const noexcept {

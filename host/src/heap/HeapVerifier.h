@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "heap/Heap.h"
+#include "value/Array.h"
+
+namespace kv::host {
+
+/// Counts again what the heap keeps count of, and compares; then asks the native properties what
+/// they refer to, which must be what edges and adopted arrays know.
+class HeapVerifier {
+ public:
+  explicit HeapVerifier(const Heap& heap) : heap_(heap) {}
+
+  std::vector<std::string> run();
+
+ private:
+  /// What leads to an object or to a payload from inside the heap.
+  template <class T>
+  using Counts = std::unordered_map<const T*, std::uint32_t>;
+
+  void countFrom(const Object& object);
+  void countFrom(const ReferencePayload& payload);
+  void countFrom(const kxArray* inside);
+  void checkObject(const Object& object);
+  void checkAdopted(const Object& object);
+  void checkProperties(Object& object);
+  void checkPayload(const ReferencePayload& payload, bool isListedOutside);
+  void report(const Object& object, const std::string& what);
+
+  template <class Visit>
+  void forEachObject(Visit visit) const;
+  template <class Visit>
+  void forEachPayload(Visit visit) const;
+
+  const Heap& heap_;
+  Counts<Object> held_;
+  Counts<Payload> insideArrays_;
+  std::vector<std::string> broken_;
+};
+
+}  // namespace kv::host

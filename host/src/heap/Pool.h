@@ -1,0 +1,121 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace kv::host {
+
+/// What the process counts of its memory; see `Ledger`.
+enum class Counted : std::size_t { Objects, Arrays, Payloads, PayloadBytes };
+inline constexpr std::size_t kCountedKinds = 4;
+
+/// Memory for what the host makes and frees by the million: blocks of 64 to 256 bytes, aligned to 64,
+/// from lists of the calling thread; larger ones come from `operator new`.
+///
+/// 1. A block may be freed by any thread. Lists that grow too long go to a depot of the process,
+///    from which other threads refill.
+/// 2. The pool keeps its memory until the process ends.
+/// 3. A build with the address sanitizer takes each block from `operator new`, so that a use after
+///    free is seen.
+///
+/// Threads: any.
+class Pool {
+ public:
+  static constexpr std::size_t kStep = 64;
+  static constexpr std::size_t kLargest = 256;
+
+  /// Errors: std::bad_alloc.
+  static void* allocate(std::size_t bytes) {
+    if (bytes > kLargest || kBypass) {
+      return allocateLarge(bytes);
+    }
+    if (Cache* cache = cache_) {
+      List& list = cache->lists[listOf(bytes)];
+      if (Block* block = list.first) {
+        list.first = block->next;
+        --list.size;
+        return block;
+      }
+    }
+    return allocateSlowly(bytes);
+  }
+
+  /// `bytes` as given to `allocate`. Null does nothing.
+  static void free(void* memory, std::size_t bytes) noexcept {
+    Cache* cache = cache_;
+    if (bytes > kLargest || kBypass || memory == nullptr || cache == nullptr) {
+      freeSlowly(memory, bytes);
+      return;
+    }
+    List& list = cache->lists[listOf(bytes)];
+    list.first = new (memory) Block{list.first, nullptr};
+    if (++list.size > 2 * kBatch) {
+      giveBatch(list, listOf(bytes));
+    }
+  }
+
+  /// Adds to a count of the process. Cost: no locked instruction.
+  static void count(Counted kind, std::int64_t change) noexcept {
+    if (Cache* cache = cache_) {
+      std::atomic<std::int64_t>& sum = cache->counts[static_cast<std::size_t>(kind)];
+      sum.store(sum.load(std::memory_order_relaxed) + change, std::memory_order_relaxed);
+    } else {
+      countSlowly(kind, change);
+    }
+  }
+
+  /// The sum over all threads.
+  static std::int64_t total(Counted kind) noexcept;
+
+ private:
+  struct Block {
+    Block* next;
+    Block* nextBatch;  ///< of the first block of a batch in the depot
+  };
+  struct List {
+    Block* first = nullptr;
+    std::size_t size = 0;
+  };
+  /// What a thread has; after its end, what the next new thread takes over.
+  struct Cache {
+    std::array<List, kLargest / kStep> lists;
+    std::array<std::atomic<std::int64_t>, kCountedKinds> counts{};
+    Cache* nextIdle = nullptr;
+    Cache* nextOfAll = nullptr;
+  };
+  struct Depot;
+  struct CacheGuard;
+
+  static constexpr std::size_t kBatch = 128;
+#if defined(__SANITIZE_ADDRESS__)
+  static constexpr bool kBypass = true;
+#else
+  static constexpr bool kBypass = false;
+#endif
+
+  static constexpr std::size_t listOf(std::size_t bytes) noexcept {
+    return bytes == 0 ? 0 : (bytes - 1) / kStep;
+  }
+  static Depot& depot() noexcept;
+  static Cache& cache();
+  static void* allocateLarge(std::size_t bytes);
+  static void* allocateSlowly(std::size_t bytes);
+  static void freeSlowly(void* memory, std::size_t bytes) noexcept;
+  static void refill(List& list, std::size_t index);
+  static void giveBatch(List& list, std::size_t index) noexcept;
+  static void countSlowly(Counted kind, std::int64_t change) noexcept;
+
+  static constinit thread_local Cache* cache_ __attribute__((tls_model("initial-exec")));
+};
+
+/// Base of types whose single objects live in the pool.
+struct Pooled {
+  static void* operator new(std::size_t bytes) { return Pool::allocate(bytes); }
+  static void operator delete(void* memory, std::size_t bytes) noexcept {
+    Pool::free(memory, bytes);
+  }
+};
+
+}  // namespace kv::host

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
+
+namespace kv::host {
+
+class Heap;
+class Object;
+class ReleaseQueue;
+
+/// Memory for objects of one heap, with their bitmaps beside them. Aligned to its size, so that an
+/// object's address tells its slab.
+struct Slab {
+  static constexpr std::size_t kBytes = 256 * 1024;
+  static constexpr std::size_t kObjectBytes = 64;
+  static constexpr std::size_t kPlaces = kBytes / kObjectBytes;
+  static constexpr std::size_t kWords = kPlaces / 64;
+
+  Slab(Heap& owner, ReleaseQueue& releaseQueue) : heap(&owner), queue(&releaseQueue) {}
+
+  static Slab& of(const void* object) noexcept {
+    return *reinterpret_cast<Slab*>(reinterpret_cast<std::uintptr_t>(object) & ~(kBytes - 1));
+  }
+  static Slab& of(const Object& object) noexcept { return of(static_cast<const void*>(&object)); }
+
+  void* place(std::size_t index) noexcept {
+    return reinterpret_cast<std::byte*>(this) + index * kObjectBytes;
+  }
+  static std::size_t indexOf(const void* object) noexcept {
+    return (reinterpret_cast<std::uintptr_t>(object) & (kBytes - 1)) / kObjectBytes;
+  }
+
+  void add(const void* object) noexcept { used[indexOf(object) / 64] |= bitOf(object); }
+  /// Result: false if the object wasn't there.
+  bool remove(const Object& object) noexcept {
+    std::uint64_t& word = used[indexOf(&object) / 64];
+    const bool was = (word & bitOf(&object)) != 0;
+    word &= ~bitOf(&object);
+    return was;
+  }
+  /// Result: false if it was marked before.
+  bool mark(const void* object) noexcept {
+    std::uint64_t& word = marked[indexOf(object) / 64];
+    const std::uint64_t bit = bitOf(object);
+    if ((word & bit) != 0) {
+      return false;
+    }
+    word |= bit;
+    return true;
+  }
+
+  /// Calls `visit(Object*)` for each object whose bit is set in `bits(word index)`.
+  template <class Bits, class Visit>
+  void forEach(Bits bits, Visit visit) {
+    for (std::size_t word = 0; word < kWords; ++word) {
+      for (std::uint64_t rest = bits(word); rest != 0; rest &= rest - 1) {
+        const auto bit = static_cast<std::size_t>(std::countr_zero(rest));
+        visit(reinterpret_cast<Object*>(place(word * 64 + bit)));
+      }
+    }
+  }
+  template <class Visit>
+  void forEachUsed(Visit visit) {
+    forEach([this](std::size_t word) { return used[word]; }, visit);
+  }
+
+  Heap* heap;           ///< null after close
+  ReleaseQueue* queue;  ///< outlives the slab
+  std::array<std::uint64_t, kWords> used{};
+  std::array<std::uint64_t, kWords> marked{};
+
+ private:
+  static std::uint64_t bitOf(const void* object) noexcept {
+    return std::uint64_t{1} << (indexOf(object) % 64);
+  }
+};
+
+/// The first place behind the head of a slab.
+inline constexpr std::size_t kFirstPlace =
+    (sizeof(Slab) + Slab::kObjectBytes - 1) / Slab::kObjectBytes;
+
+struct SlabDeleter {
+  void operator()(Slab* slab) const noexcept {
+    slab->~Slab();
+    ::operator delete(slab, std::align_val_t(Slab::kBytes));
+  }
+};
+using SlabPtr = std::unique_ptr<Slab, SlabDeleter>;
+
+/// Errors: std::bad_alloc.
+inline SlabPtr makeSlab(Heap& heap, ReleaseQueue& queue) {
+  void* memory = ::operator new(Slab::kBytes, std::align_val_t(Slab::kBytes));
+  return SlabPtr(new (memory) Slab(heap, queue));
+}
+
+}  // namespace kv::host

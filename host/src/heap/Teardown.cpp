@@ -1,0 +1,78 @@
+#include "heap/Teardown.h"
+
+#include <utility>
+
+#include "heap/Heap.h"
+#include "heap/ReleaseQueue.h"
+
+namespace kv::host {
+
+constinit thread_local int Teardown::depth_ = 0;
+constinit thread_local Payload* Teardown::payloads_ = nullptr;
+constinit thread_local Payload* Teardown::callables_ = nullptr;
+constinit thread_local bool Teardown::releasing_ = false;
+
+namespace {
+
+Payload* pop(Payload*& list) noexcept {
+  Payload* first = list;
+  list = first->next;
+  return first;
+}
+
+}  // namespace
+
+void Teardown::bury(Payload* payload) noexcept {
+  Payload** list = &payloads_;
+  if (payload->kind == PayloadKind::Function) {
+    auto* function = static_cast<FunctionPayload*>(payload);
+    if (function->isCallable()) {
+      if (ReleaseQueue* home = std::exchange(function->home, nullptr)) {
+        home->forget(*function);
+      }
+      list = &callables_;
+    }
+  }
+  payload->next = *list;
+  *list = payload;
+  run();
+}
+
+void Teardown::destroyPayloads() noexcept {
+  while (payloads_ != nullptr) {
+    delete pop(payloads_);
+  }
+}
+
+void Teardown::releaseCallables() noexcept {
+  if (releasing_) {
+    return;
+  }
+  releasing_ = true;
+  while (callables_ != nullptr) {
+    delete pop(callables_);
+  }
+  releasing_ = false;
+}
+
+void Teardown::run() noexcept {
+  if (depth_ != 0) {
+    return;
+  }
+  ++depth_;
+  do {
+    destroyPayloads();
+  } while (Heap::current() != nullptr && Heap::current()->destroyNext());
+  --depth_;
+  releaseCallables();
+}
+
+Teardown::Nested::Nested() noexcept : outer_(std::exchange(payloads_, nullptr)) { ++depth_; }
+
+Teardown::Nested::~Nested() {
+  destroyPayloads();
+  payloads_ = outer_;
+  --depth_;
+}
+
+}  // namespace kv::host

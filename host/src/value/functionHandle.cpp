@@ -1,0 +1,43 @@
+#include <memory>
+
+#include "heap/Heap.h"
+#include "value/Array.h"
+#include "value/FunctionValue.h"
+
+namespace kv::host {
+namespace {
+
+Value makeHandle(FunctionValue handle) {
+  auto payload = std::make_unique<FunctionPayload>(std::move(handle));
+  const bool isCallable = payload->isCallable();
+  Value array = matrix::from_kalvex(new kxArray(kxFUNCTION_CLASS, 1, 1));
+  array->putPayload(payload.release());
+  if (Heap* heap = Heap::current(); heap != nullptr && isCallable) {
+    array->settleIn(heap->queue());  // whatever it captured is dropped where it was made
+  }
+  return array;
+}
+
+}  // namespace
+
+const FunctionValue* functionValue(const kxArray* handle) noexcept {
+  return kxGetClassID(handle) == kxFUNCTION_CLASS
+             ? &static_cast<const FunctionPayload*>(handle->payload)->value
+             : nullptr;
+}
+
+Value makeFunctionHandle(std::string_view name) {
+  return makeHandle({kcos::internal::makeInterned(kcos::NameRef::of(name)), nullptr});
+}
+
+Value makeFunctionHandle(std::string name, NativeBody body) {
+  return makeHandle({kcos::internal::makeInterned(kcos::NameRef::of(name)), std::move(body)});
+}
+
+std::string functionName(const kxArray* handle) {
+  const FunctionValue* function = functionValue(handle);
+  return function != nullptr && function->body == nullptr ? std::string(function->name.text())
+                                                          : std::string();
+}
+
+}  // namespace kv::host

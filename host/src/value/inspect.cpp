@@ -1,0 +1,119 @@
+#include "heap/Heap.h"
+#include "kv/host/errors.h"
+#include "kx/array.h"
+#include "value/Array.h"
+#include "value/classIds.h"
+
+using kv::host::classIdFacts;
+using kv::host::ObjectClass;
+
+namespace {
+
+kcos::COSInternedBase objectClassName(const kxArray& array) {
+  switch (array.form) {
+    case kxArray::Form::Bare: return kcos::COSInternedBase(array.bareClass);
+    case kxArray::Form::Payload:
+      return static_cast<const kv::host::ObjectsPayload*>(array.payload)->className;
+    case kxArray::Form::Object:
+    case kxArray::Form::Scalar: break;
+  }
+  const kcos::COSClass* objectClass = array.object->getClassObject();
+  return objectClass != nullptr ? objectClass->getClassId() : kcos::COSInternedBase();
+}
+
+}  // namespace
+
+kxClassID kxGetClassID(const kxArray* array) noexcept {
+  return array != nullptr ? array->classId() : kxUNKNOWN_CLASS;
+}
+
+std::string kxGetClassName(const kxArray* array) {
+  if (array != nullptr && array->classId() == kxOBJECT_CLASS) {
+    return std::string(objectClassName(*array).text());
+  }
+  return std::string(classIdFacts(kxGetClassID(array)).name);
+}
+
+bool kxIsA(const kxArray* array, kcos::NameRef className) {
+  if (array == nullptr) {
+    return false;
+  }
+  if (array->classId() != kxOBJECT_CLASS) {
+    return classIdFacts(array->classId()).name == className.text();
+  }
+  const kcos::COSInternedBase asked = kcos::internal::makeInterned(className);
+  const kcos::COSInternedBase own = objectClassName(*array);
+  if (own == asked) {
+    return true;
+  }
+  const kcos::COSClass* objectClass = array->form == kxArray::Form::Object
+                                          ? array->object->getClassObject()
+                                          : kcos::COSClass::getClass(own);
+  return objectClass != nullptr && static_cast<const ObjectClass*>(objectClass)->isA(asked);
+}
+
+bool kxIsNumeric(const kxArray* array) noexcept {
+  return classIdFacts(kxGetClassID(array)).isNumeric;
+}
+
+bool kxIsScalar(const kxArray* array) noexcept {
+  return array != nullptr && array->rows() == 1 && array->columns() == 1;
+}
+
+bool kxIsEmpty(const kxArray* array) noexcept { return kxGetNumberOfElements(array) == 0; }
+
+std::size_t kxGetNumberOfElements(const kxArray* array) noexcept {
+  return array != nullptr ? array->elementCount() : 0;
+}
+
+std::size_t kxGetM(const kxArray* array) noexcept { return array != nullptr ? array->rows() : 0; }
+
+std::size_t kxGetN(const kxArray* array) noexcept { return array != nullptr ? array->columns() : 0; }
+
+std::span<const std::size_t> kxGetDimensions(const kxArray* array) noexcept {
+  static constexpr std::size_t kNone[2] = {0, 0};
+  if (array == nullptr) {
+    return kNone;
+  }
+  if (array->form == kxArray::Form::Payload && array->payload->kind == kv::host::PayloadKind::Data) {
+    if (const auto& dimensions = array->dataPayload()->dimensions; !dimensions.empty()) {
+      return dimensions;
+    }
+  }
+  return array->extents;
+}
+
+void kxAddReference(kxArray* array) noexcept { array->addOwner(); }
+
+std::size_t kxGetReferenceCount(const kxArray* array) noexcept {
+  return array->moreOwners.load(std::memory_order_relaxed);
+}
+
+bool kxIsSameValue(const kxArray* a, const kxArray* b) noexcept {
+  if (a == nullptr || b == nullptr || a == b) {
+    return a == b;
+  }
+  return a->classId() == b->classId() && a->form == b->form && a->rows() == b->rows() &&
+         a->columns() == b->columns() && a->bits == b->bits;  // bits, object, payload or class alike
+}
+
+kxArray* kxGetPropertyShared(const kxArray* array, std::size_t index, kcos::NameRef name) {
+  const kcos::COSInterfacePtr object = kcos::omGetArrayElement(array, index);
+  if (object.get() == nullptr || object->isDeleted()) {
+    kv::host::raise("KALVEX:class:InvalidHandle");
+  }
+  kv::host::Object& target = *kv::host::Object::of(object.get());
+  return target.objectClass().readProperty(target, kcos::internal::makeInterned(name));
+}
+
+void kxSetArrayScope(kxArray* array, kxVariableScope scope) noexcept {
+  array->scope = static_cast<std::uint8_t>(scope);
+}
+
+namespace matrix::detail {
+
+void error_maxlhs() { kv::host::raise("KALVEX:TooManyOutputs"); }
+void error_maxrhs() { kv::host::raise("KALVEX:TooManyInputs"); }
+void error_minrhs() { kv::host::raise("KALVEX:NotEnoughInputs"); }
+
+}  // namespace matrix::detail

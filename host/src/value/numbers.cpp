@@ -1,0 +1,111 @@
+#include <memory>
+#include <span>
+#include <stdexcept>
+
+#include "kx/array.h"
+#include "value/Array.h"
+#include "value/classIds.h"
+#include "value/counts.h"
+
+using kv::host::classIdFacts;
+using kv::host::DataPayload;
+
+namespace {
+
+template <class T>
+kxArray* scalar(kxClassID classId, T value) {
+  auto* array = new kxArray(classId, 1, 1);
+  array->putScalar(&value, sizeof(value));
+  return array;
+}
+
+/// Without the extents of 1 that stand behind the second.
+std::span<const std::size_t> trimmed(std::span<const std::size_t> dimensions) {
+  while (dimensions.size() > 2 && dimensions.back() == 1) {
+    dimensions = dimensions.first(dimensions.size() - 1);
+  }
+  return dimensions;
+}
+
+matrix::ArrayPtr makeHeader(std::span<const std::size_t> dimensions, kxClassID classId) {
+  const std::size_t columns = kv::host::columnCount(dimensions, classIdFacts(classId).elementBytes);
+  return matrix::from_kalvex(new kxArray(classId, dimensions[0], columns));
+}
+
+kxArray* give(matrix::ArrayPtr array, std::span<const std::size_t> dimensions,
+              std::unique_ptr<DataPayload> payload) {
+  if (dimensions.size() > 2) {
+    payload->dimensions.assign(dimensions.begin(), dimensions.end());
+  }
+  array->putPayload(payload.release());
+  return array.release();
+}
+
+}  // namespace
+
+kxArray* kxCreateDoubleScalar(double value) { return scalar(kxDOUBLE_CLASS, value); }
+
+kxArray* kxCreateLogicalScalar(bool value) { return scalar(kxLOGICAL_CLASS, value); }
+
+kxArray* kxCreateDoubleMatrix(std::size_t rows, std::size_t columns, int /*complexity*/) {
+  const std::size_t dimensions[] = {rows, columns};
+  return kxCreateNumericArray(dimensions, kxDOUBLE_CLASS);
+}
+
+kxArray* kxCreateNumericArray(std::span<const std::size_t> allDimensions, kxClassID classId) {
+  const std::span<const std::size_t> dimensions = trimmed(allDimensions);
+  matrix::ArrayPtr array = makeHeader(dimensions, classId);
+  const std::size_t count = array->elementCount();
+  if (count == 1) {
+    const std::uint64_t zero = 0;
+    array->putScalar(&zero, sizeof(zero));
+    return array.release();
+  }
+  if (count == 0 && dimensions.size() == 2) {
+    return array.release();
+  }
+  return give(std::move(array), dimensions,
+              std::make_unique<DataPayload>(count * classIdFacts(classId).elementBytes));
+}
+
+kxArray* kxCreateBorrowedArray(std::span<const std::size_t> allDimensions, kxClassID classId,
+                               const void* data, std::shared_ptr<const void> keepAlive) {
+  const std::span<const std::size_t> dimensions = trimmed(allDimensions);
+  return give(makeHeader(dimensions, classId), dimensions,
+              std::make_unique<DataPayload>(data, std::move(keepAlive)));
+}
+
+double kxGetScalar(const kxArray* array) noexcept {
+  double value = 0;
+  kv::host::withElementType(array->classId(), [&]<class T>(const T*) {
+    value = static_cast<double>(*static_cast<const T*>(array->data()));
+  });
+  return value;
+}
+
+const bool* kxGetLogicals(const kxArray* array) noexcept {
+  return static_cast<const bool*>(array->data());
+}
+
+const void* kxGetData(const kxArray* array) noexcept { return array->data(); }
+
+void* kxGetMutableData(kxArray* array) {
+  if (array->form == kxArray::Form::Payload) {
+    DataPayload& payload = *array->dataPayload();
+    if (payload.arrays.load(std::memory_order_relaxed) != 1 || !payload.isOwn()) {
+      throw std::logic_error("data that is shared or borrowed doesn't change");
+    }
+    return payload.large != nullptr ? payload.large : payload.small;
+  }
+  return array->form == kxArray::Form::Scalar ? &array->bits : nullptr;
+}
+
+std::size_t kxGetElementSize(kxClassID classId) noexcept {
+  return classIdFacts(classId).elementBytes;
+}
+
+std::u16string_view kxGetChars(const kxArray* array) noexcept {
+  const std::size_t count = kxGetNumberOfElements(array);
+  return count == 0 ? std::u16string_view()
+                    : std::u16string_view(static_cast<const char16_t*>(array->data()), count);
+}
