@@ -17,17 +17,25 @@ std::size_t sessionSlotId() {
   return id;
 }
 
+/// The `Stored` of the current session under `Tag`; null if the session has none.
+template <class Tag, class Stored>
+Stored* findSessionSlot() {
+  const foundation::usm::Slot* slot = SessionStore::find(sessionSlotId<Tag>(), typeid(Tag));
+  return slot == nullptr ? nullptr : static_cast<Stored*>(slot->get());
+}
+
 /// The `Stored` of the current session under `Tag`; on first use in the session, what `make` returns.
 /// Lives: as long as the session.
 template <class Tag, class Stored, class Make>
 Stored& sessionSlot(const Make& make) {
-  const std::size_t id = sessionSlotId<Tag>();
-  if (foundation::usm::Slot* slot = SessionStore::find(id, typeid(Tag))) {
-    return *static_cast<Stored*>(slot->get());
+  if (Stored* stored = findSessionSlot<Tag, Stored>()) {
+    return *stored;
   }
   foundation::usm::Slot made(new Stored(make()),
                              [](void* stored) { delete static_cast<Stored*>(stored); });
-  return *static_cast<Stored*>(SessionStore::findOrInsert(id, typeid(Tag), std::move(made)).get());
+  foundation::usm::Slot& slot =
+      SessionStore::findOrInsert(sessionSlotId<Tag>(), typeid(Tag), std::move(made));
+  return *static_cast<Stored*>(slot.get());
 }
 
 }  // namespace bigdata::util

@@ -91,6 +91,18 @@ class CosClassBuilder {
     return addConstructor(std::function(std::move(callable)), access);
   }
 
+  /// Constructs a `T` from the construction context, a count and a list of any inputs.
+  CosClassBuilder& variadicConstructor(Access access) {
+    static_assert(
+        std::constructible_from<T, const KalvexManagedConstructInfo&, int, const kxArray**>,
+        "the class has no constructor from a construction context, a count and a list");
+    return variadicConstructor(
+        [](const KalvexManagedConstructInfo& info, int nrhs, const kxArray** prhs) {
+          return std::make_unique<T>(info, nrhs, prhs);
+        },
+        access);
+  }
+
   using VariadicConstructor = typename detail::VariadicCosConstructorInfo<T>::Function;
   CosClassBuilder& variadicConstructor(VariadicConstructor function, Access access) {
     return addMethod<detail::VariadicCosConstructorInfo<T>>(ownName(), std::move(function), access);

@@ -8,15 +8,15 @@ namespace bigdata::ki {
 
 namespace {
 
-bool isNumberScalar(const kxArray* array) {
-  return array != nullptr && kxIsScalar(array) &&
-         (kxIsNumeric(array) || kxGetClassID(array) == kxLOGICAL_CLASS);
-}
-
 /// What the conversion of NaN gives: the indefinite integer of the machine.
 constexpr std::size_t kNotACount = std::size_t{1} << 63;
 
 }  // namespace
+
+bool isNumberScalar(const kxArray* array) {
+  return array != nullptr && kxIsScalar(array) &&
+         (kxIsNumeric(array) || kxGetClassID(array) == kxLOGICAL_CLASS);
+}
 
 double toDouble(const kxArray* array) {
   if (!isNumberScalar(array)) {

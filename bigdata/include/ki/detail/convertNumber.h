@@ -6,6 +6,9 @@
 
 namespace bigdata::ki {
 
+/// True for a scalar of numeric or logical class.
+bool isNumberScalar(const kxArray* array);
+
 /// A numeric or logical scalar.
 /// Errors: "KALVEX:validateattributes:invalidType" with "scalar double" and what came.
 double toDouble(const kxArray* array);

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "executor/PartitionStrategy.h"
+#include "ki/PropertyPtr.h"
+
+namespace bigdata {
+
+/// What an array knows about how it is partitioned: its strategy.
+class PartitionMetadata : public ki::KalvexManagedObject {
+ public:
+  static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.PartitionMetadata";
+
+  /// For an object that is loaded: no strategy until it is set.
+  explicit PartitionMetadata(const ki::KalvexManagedConstructInfo& info);
+  /// From whatever stands for a strategy (`createPartitionStrategy`).
+  PartitionMetadata(const ki::KalvexManagedConstructInfo& info, matrix::ArrayPtr partitioning);
+  PartitionMetadata(const ki::KalvexManagedConstructInfo& info,
+                    const ki::KalvexManagedPtr<executor::PartitionStrategy>& strategy);
+
+  const ki::PropertyPtr<executor::PartitionStrategy>& getStrategy() const { return strategy_; }
+  void setStrategy(const ki::KalvexManagedPtr<executor::PartitionStrategy>& strategy);
+
+ private:
+  ki::PropertyPtr<executor::PartitionStrategy> strategy_;
+};
+
+}  // namespace bigdata
