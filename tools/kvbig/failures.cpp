@@ -1,0 +1,70 @@
+#include "failures.h"
+
+#include <fmt/format.h>
+#include <kv/error.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <new>
+#include <string_view>
+
+#include "formula/FormulaError.h"
+
+namespace kv::shell {
+
+namespace {
+
+constexpr std::string_view kSource = "KALVEX:datastore:";
+
+/// Errors of the datastore that lie in the request, not in the data.
+constexpr std::string_view kRequest[] = {"KALVEX:datastore:UnknownColumn",
+                                         "KALVEX:datastore:UnknownType",
+                                         "KALVEX:datastore:BadTypeOverride"};
+
+void say(std::string_view message) { fmt::print(stderr, "kvbig: {}\n", message); }
+
+/// The exit code of an error, or of what caused it.
+ExitCode codeOf(const Error& error) {
+  for (const Error* each = &error; each != nullptr; each = each->cause().get()) {
+    if (std::ranges::find(kRequest, each->identifier()) != std::end(kRequest)) return kWrongUsage;
+    if (each->identifier().starts_with(kSource)) return kBadInput;
+  }
+  return kFailed;
+}
+
+void tell(const Error& error) {
+  say(error.what());
+  std::string_view said = error.what();
+  for (const Error* cause = error.cause().get(); cause != nullptr; cause = cause->cause().get()) {
+    if (said != cause->what()) fmt::print(stderr, "  caused by: {}\n", cause->what());
+    said = cause->what();
+  }
+}
+
+}  // namespace
+
+ExitCode reportFailure() {
+  try {
+    throw;
+  } catch (const FormulaError& error) {
+    say(error.what());
+    return kWrongUsage;
+  } catch (const UsageError& error) {
+    say(error.what());
+    return kWrongUsage;
+  } catch (const Interrupted&) {
+    say("interrupted");
+    return kInterrupted;
+  } catch (const Error& error) {
+    tell(error);
+    return codeOf(error);
+  } catch (const std::bad_alloc&) {
+    say("out of memory");
+    return kFailed;
+  } catch (const std::exception& error) {
+    say(error.what());
+    return kFailed;
+  }
+}
+
+}  // namespace kv::shell

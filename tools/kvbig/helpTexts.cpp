@@ -1,0 +1,54 @@
+#include "helpTexts.h"
+
+#include <fmt/format.h>
+#include <kv/array.h>
+
+#include <string_view>
+
+namespace kv::shell {
+
+namespace {
+
+// Tried by the tests, in a folder with that file.
+constexpr std::string_view kExamples = R"(Examples:
+  kvbig query flights.csv 'mean(dep_delay)' 'late = mean(arr_delay > 60)'
+  kvbig query flights.csv 'count(dep_delay)' --where 'origin == "JFK" & month <= 3'
+  kvbig query flights.csv 'std(dep_delay - mean(dep_delay))'
+  kvbig query 'flight*.csv' 'sum(distance)' --type distance=int64 --json
+  kvbig query flights.csv 'max(dep_delay)' --explain
+  kvbig describe kalvex.bigdata.internal.lazyeval.Closure
+)";
+
+constexpr std::string_view kFormulas = R"(Expressions:
+  x  `odd name`       columns; odd names stand in backquotes
+  60  1.5e3  "JFK"    numbers; texts in " or ', with \" \' \\ \n \r \t
+  true  false         logicals
+  name = mean(x)      names the result
+  |   &   !   == != < <= > >=   + -   * / %   - in front   ^
+                      operators, those that bind least first
+  Missing values are skipped by aggregates, and a comparison with one is false.
+  An expression that starts with - goes behind a word of two dashes: -- '-mean(x)'
+)";
+
+constexpr std::string_view kExits = R"(Exit codes:
+  0 done   2 wrong usage or expression   3 input data   4 evaluation failed   130 interrupted
+)";
+
+std::string listed(std::string_view title, const std::vector<FunctionFacts>& functions) {
+  std::string text = fmt::format("{}:\n", title);
+  for (const FunctionFacts& function : functions) {
+    text += fmt::format("  {:<10} {:<2}  {}\n", function.name, function.symbol, function.summary);
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string generalHelp() { return fmt::format("{}\n{}", kExamples, kExits); }
+
+std::string queryHelp() {
+  return fmt::format("{}\n{}\n{}\n{}\n{}", kFormulas, listed("Aggregates", aggregates()),
+                     listed("Functions of each row", elementFunctions()), kExamples, kExits);
+}
+
+}  // namespace kv::shell

@@ -1,0 +1,82 @@
+// The command kvbig: formulas over files, and what classes there are.
+#include <fmt/format.h>
+#include <kv/describe.h>
+
+#include <CLI/CLI.hpp>
+#include <optional>
+#include <string>
+
+#include "describeCommand.h"
+#include "failures.h"
+#include "helpTexts.h"
+#include "interrupts.h"
+#include "output.h"
+#include "queryCommand.h"
+
+namespace {
+
+using kv::shell::QueryRequest;
+
+struct DescribeRequest {
+  std::optional<std::string> name;
+  bool json = false;
+};
+
+void addQuery(CLI::App& app, QueryRequest& request) {
+  CLI::App* query = app.add_subcommand("query", "Evaluate expressions over a table in CSV files");
+  query->footer(kv::shell::queryHelp());
+  query->add_option("PATH", request.path, "A file, a folder (its *.csv), or a quoted glob")
+      ->required();
+  query->add_option("EXPR", request.expressions, "Such as mean(x), or late = mean(x > 60)")
+      ->required();
+  query->add_option("-f,--file", request.furtherPaths, "One more path with rows of the same table")
+      ->type_name("PATH")
+      ->allow_extra_args(false);
+  query->add_option("--where", request.where, "Only rows for which this holds")->type_name("EXPR");
+  query->add_option("--type", request.types, "Fix the type of a column")
+      ->type_name("NAME=TYPE")
+      ->allow_extra_args(false);
+  query->add_flag("--json", request.json, "Print one JSON object");
+  query->add_flag("--explain", request.explain, "Print the plan and read no data");
+  query->callback([&] { kv::shell::runQuery(request); });
+}
+
+void addDescribe(CLI::App& app, DescribeRequest& request) {
+  CLI::App* describe = app.add_subcommand("describe", "Show a class of the core, or list them all");
+  describe->add_option("NAME", request.name, "Full name of a class");
+  describe->add_flag("--json", request.json, "Print JSON");
+  describe->callback([&] { kv::shell::runDescribe(request.name, request.json); });
+}
+
+void printVersion() { kv::shell::writeOut(fmt::format("kvbig {}\n", kv::release())); }
+
+kv::shell::ExitCode run(int argc, char** argv) {
+  CLI::App app("Array mathematics over tables larger than memory.", "kvbig");
+  app.require_subcommand(1);
+  app.footer(kv::shell::generalHelp());
+  app.set_version_flag("--version", fmt::format("kvbig {}", kv::release()));
+  QueryRequest queryRequest;
+  DescribeRequest describeRequest;
+  addQuery(app, queryRequest);
+  addDescribe(app, describeRequest);
+  app.add_subcommand("version", "Print the release")->callback(printVersion);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& help) {
+    app.exit(help);
+  } catch (const CLI::ParseError& error) {
+    throw kv::shell::UsageError(fmt::format("{}\n\"kvbig --help\" tells more.", error.what()));
+  }
+  return kv::shell::kDone;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  kv::shell::installSignalHandlers();
+  try {
+    return run(argc, argv);
+  } catch (...) {
+    return kv::shell::reportFailure();
+  }
+}

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kv::shell {
+
+/// Writes all of `text` to standard output.
+/// Errors: std::runtime_error with the system's reason.
+void writeOut(std::string_view text);
+
+/// A text as a JSON string, in quotes.
+std::string jsonText(std::string_view text);
+
+/// A JSON array of texts.
+std::string jsonTexts(const std::vector<std::string>& texts);
+
+/// Characters of a UTF-8 text, which is its width on a terminal for most scripts.
+std::size_t displayWidth(std::string_view text);
+
+/// `text` and blanks up to `width`.
+std::string padded(std::string_view text, std::size_t width);
+
+}  // namespace kv::shell

@@ -1,0 +1,119 @@
+#include "queryCommand.h"
+
+#include <fmt/format.h>
+#include <kv/array.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <set>
+#include <system_error>
+
+#include "failures.h"
+#include "formula/FormulaError.h"
+#include "formula/checkFormula.h"
+#include "formula/parseFormula.h"
+#include "interrupts.h"
+#include "output.h"
+#include "recordFormula.h"
+#include "results.h"
+
+namespace kv::shell {
+
+namespace {
+
+struct Query {
+  std::vector<Formula> formulas;
+  std::optional<Formula> where;
+};
+
+/// Runs `read`; a formula that turns out to be the name of a file is told as what it is.
+template <class Read>
+auto readingFormula(const std::string& text, Read&& read) {
+  try {
+    return read();
+  } catch (const FormulaError&) {
+    std::error_code ignored;
+    if (!std::filesystem::exists(text, ignored)) throw;
+    throw UsageError(
+        fmt::format("\"{}\" is a file where an expression was expected\n"
+                    "Give further files with -f, or put quotes around a pattern such as '*.csv'.",
+                    text));
+  }
+}
+
+Formula readFormula(const std::string& text, const Vocabulary& vocabulary, Purpose purpose) {
+  return readingFormula(text, [&] {
+    Formula formula = parseFormula(text);
+    checkFormula(formula, vocabulary, purpose);
+    return formula;
+  });
+}
+
+Query readQuery(const QueryRequest& request) {
+  const Vocabulary vocabulary = arrayVocabulary();
+  Query query;
+  std::set<std::string> labels;
+  for (const std::string& text : request.expressions) {
+    query.formulas.push_back(readFormula(text, vocabulary, Purpose::Result));
+    const std::string& label = query.formulas.back().label;
+    if (!labels.insert(label).second) {
+      throw UsageError(fmt::format(
+          "two results are called \"{}\"\nGive one a name of its own: name = expression.", label));
+    }
+  }
+  if (request.where) query.where = readFormula(*request.where, vocabulary, Purpose::Condition);
+  return query;
+}
+
+ReadOptions readOptions(const std::vector<std::string>& types) {
+  ReadOptions options;
+  for (const std::string& text : types) {
+    const std::size_t parting = text.rfind('=');  // a column's name may hold one
+    if (parting == std::string::npos || parting == 0 || parting + 1 == text.size()) {
+      throw UsageError(fmt::format("--type expects NAME=TYPE, and got \"{}\"", text));
+    }
+    const std::string name = text.substr(0, parting);
+    if (!options.types.emplace(name, text.substr(parting + 1)).second) {
+      throw UsageError(fmt::format("--type is given twice for the column \"{}\"", name));
+    }
+  }
+  return options;
+}
+
+std::vector<Array> record(Session& session, Table table, const Query& query) {
+  if (query.where) table = keepRows(session, table, *query.where);
+  std::vector<Array> arrays;
+  for (const Formula& formula : query.formulas) {
+    arrays.push_back(
+        readingFormula(formula.text, [&] { return recordFormula(session, table, formula); }));
+  }
+  return arrays;
+}
+
+std::string planAsText(std::string plan, bool json) {
+  if (json) return "{\"plan\": " + jsonText(plan) + "}\n";
+  if (!plan.ends_with('\n')) plan += '\n';
+  return plan;
+}
+
+}  // namespace
+
+void runQuery(const QueryRequest& request) {
+  const Query query = readQuery(request);
+  const ReadOptions options = readOptions(request.types);
+  Session session;
+  std::vector<std::string> paths = {request.path};
+  paths.insert(paths.end(), request.furtherPaths.begin(), request.furtherPaths.end());
+  const Table table = session.read(paths, options);
+  const std::vector<Array> arrays = record(session, table, query);
+  throwIfInterrupted();
+  if (request.explain) return writeOut(planAsText(session.explain(arrays), request.json));
+
+  const Gathered gathered = session.gather(arrays);
+  std::vector<std::string> labels;
+  for (const Formula& formula : query.formulas) labels.push_back(formula.label);
+  writeOut(request.json ? resultsAsJson(labels, gathered) : resultsAsTable(labels, gathered));
+}
+
+}  // namespace kv::shell

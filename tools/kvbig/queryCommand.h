@@ -1,0 +1,26 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kv::shell {
+
+/// What `kvbig query` was asked.
+struct QueryRequest {
+  std::string path;
+  std::vector<std::string> furtherPaths;
+  std::vector<std::string> expressions;
+  std::optional<std::string> where;  ///< none: all rows
+  std::vector<std::string> types;    ///< each `NAME=TYPE`
+  bool json = false;
+  bool explain = false;
+};
+
+/// Evaluates all expressions in one go and prints the answers, or only the plan.
+///
+/// Formulas are looked through before a file is opened, and columns before the data is read.
+/// Errors: FormulaError, UsageError, Error, Interrupted.
+void runQuery(const QueryRequest& request);
+
+}  // namespace kv::shell

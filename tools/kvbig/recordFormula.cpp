@@ -1,0 +1,101 @@
+#include "recordFormula.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "formula/FormulaError.h"
+#include "formula/nearNames.h"
+
+namespace kv::shell {
+
+namespace {
+
+/// Works through the steps of a formula; what hasn't been used yet stands on a stack.
+class Recorder {
+ public:
+  Recorder(Session& session, const Table& table, const Formula& formula)
+      : session_(session), table_(table), formula_(formula) {
+    for (const FunctionFacts& facts : aggregates()) aggregates_.push_back(facts.name);
+  }
+
+  Array run() {
+    for (const Step& step : formula_.steps) {
+      stack_.push_back(
+          std::visit([&](const auto& what) { return record(what, step.place); }, step.what));
+    }
+    return std::get<Array>(stack_.back().value());
+  }
+
+ private:
+  Operand record(const Constant& constant, Span) const {
+    return std::visit([](const auto& value) { return Operand(value); }, constant.value);
+  }
+
+  Operand record(const Column& column, Span place) const {
+    const std::vector<std::string>& names = table_.columns();
+    if (std::ranges::find(names, column.name) != names.end()) return table_.column(column.name);
+    throw FormulaError(formula_.text, place, fmt::format("there is no column \"{}\"", column.name),
+                       listNames("columns", column.name, names));
+  }
+
+  Operand record(const Call& call, Span place) {
+    const auto first = stack_.end() - static_cast<std::ptrdiff_t>(call.inputs);
+    const std::vector<Operand> inputs(first, stack_.end());
+    stack_.erase(first, stack_.end());
+    try {
+      return recordCall(call.function, inputs);
+    } catch (const Error& error) {
+      if (!error.identifier().starts_with("KALVEX:function:")) throw;
+      throw FormulaError(formula_.text, place, error.what());
+    }
+  }
+
+  Array recordCall(const std::string& function, std::vector<Operand> inputs) {
+    if (std::ranges::find(aggregates_, function) != aggregates_.end()) {
+      return kv::aggregate(function, std::get<Array>(inputs.front().value()));
+    }
+    const bool hasArray = std::ranges::any_of(
+        inputs, [](const Operand& input) { return std::holds_alternative<Array>(input.value()); });
+    // Constants alone make an array too; it is computed as it is recorded.
+    if (!hasArray) inputs.front() = session_.constant(inputs.front());
+    return kv::apply(function, inputs);
+  }
+
+  Session& session_;
+  const Table& table_;
+  const Formula& formula_;
+  std::vector<std::string> aggregates_;
+  std::vector<Operand> stack_;
+};
+
+}  // namespace
+
+Vocabulary arrayVocabulary() {
+  Vocabulary vocabulary;
+  for (const FunctionFacts& facts : elementFunctions()) {
+    vocabulary.elementFunctions.push_back({facts.name, facts.inputs});
+  }
+  for (const FunctionFacts& facts : aggregates()) vocabulary.aggregates.push_back(facts.name);
+  return vocabulary;
+}
+
+Array recordFormula(Session& session, const Table& table, const Formula& formula) {
+  return Recorder(session, table, formula).run();
+}
+
+Table keepRows(Session& session, const Table& table, const Formula& condition) {
+  const Array keep = recordFormula(session, table, condition);
+  if (keep.type() != "logical") {
+    throw FormulaError(condition.text, condition.steps.back().place,
+                       fmt::format("a condition is true or false, and this is {}", keep.type()),
+                       "Compare it with something, as in dep_delay > 60.");
+  }
+  return table.filter(keep);
+}
+
+}  // namespace kv::shell

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <kv/array.h>
+
+#include "formula/Formula.h"
+#include "formula/checkFormula.h"
+
+namespace kv::shell {
+
+/// The functions that arrays have, for formulas.
+Vocabulary arrayVocabulary();
+
+/// Records a formula over the columns of a table as an array; aggregates skip missing values.
+///
+/// Requires: `formula` passed `checkFormula` with `arrayVocabulary()`.
+/// Errors: FormulaError with the place for a column that isn't there and for a function that isn't
+///         defined for the types that it meets.
+Array recordFormula(Session& session, const Table& table, const Formula& formula);
+
+/// The rows of `table` for which `condition` holds.
+/// Errors: as `recordFormula`; FormulaError also if the condition isn't true or false.
+Table keepRows(Session& session, const Table& table, const Formula& condition);
+
+}  // namespace kv::shell

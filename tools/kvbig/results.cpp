@@ -1,0 +1,111 @@
+#include "results.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <variant>
+
+#include "output.h"
+
+namespace kv::shell {
+
+namespace {
+
+constexpr std::size_t kWidestLabel = 60;  // longer ones don't push the others' values away
+
+/// The first element of a column, written out; each kind has one way for people and one for JSON.
+struct Written {
+  bool isJson;
+
+  std::string operator()(const Value::Numbers& column) const {
+    const double number = column.at(0);
+    if (std::isnan(number)) return isJson ? "null" : "NaN";
+    if (std::isinf(number)) return infinity(number > 0);
+    return fmt::format("{}", number);
+  }
+  std::string operator()(const Value::Integers& column) const {
+    return fmt::format("{}", column.at(0));
+  }
+  std::string operator()(const Value::Unsigneds& column) const {
+    return fmt::format("{}", column.at(0));
+  }
+  std::string operator()(const Value::Logicals& column) const {
+    return column.at(0) ? "true" : "false";
+  }
+  std::string operator()(const Value::Texts& column) const {
+    const std::optional<std::string>& text = column.at(0);
+    if (isJson) return text ? jsonText(*text) : "null";
+    return text ? *text : "missing";
+  }
+
+ private:
+  std::string infinity(bool isPositive) const {
+    if (isJson) return isPositive ? "\"Infinity\"" : "\"-Infinity\"";
+    return isPositive ? "Inf" : "-Inf";
+  }
+};
+
+std::string write(const Value& value, bool isJson) {
+  return std::visit(Written{isJson}, value.data());
+}
+
+/// Characters in front of the point: what is aligned. A text has none, so it is aligned at its end.
+std::size_t widthBeforePoint(const std::string& written) {
+  return displayWidth(written.substr(0, written.find_first_of(".e")));
+}
+
+std::size_t widthAtPoint(const Value& value, const std::string& written) {
+  return value.isText() || value.isLogical() ? displayWidth(written) : widthBeforePoint(written);
+}
+
+/// 336776 as 336,776.
+std::string grouped(std::int64_t number) {
+  std::string digits = fmt::format("{}", number);
+  for (std::size_t at = digits.size(); at > 3;) digits.insert(at -= 3, ",");
+  return digits;
+}
+
+std::string factsLine(const Facts& facts) {
+  constexpr double kBytesPerMegabyte = 1e6;
+  return fmt::format("{} row{}, {} pass{}, {:.2f} s, peak memory {:.1f} MB\n", grouped(facts.rows),
+                     facts.rows == 1 ? "" : "s", facts.passes, facts.passes == 1 ? "" : "es",
+                     facts.seconds, static_cast<double>(facts.peakBytes) / kBytesPerMegabyte);
+}
+
+}  // namespace
+
+std::string resultsAsTable(const std::vector<std::string>& labels, const Gathered& gathered) {
+  std::vector<std::string> written;
+  std::size_t labelWidth = 0;
+  std::size_t pointWidth = 0;
+  for (std::size_t i = 0; i < labels.size(); ++i) {
+    const Value& value = gathered.values[i];
+    written.push_back(write(value, false));
+    pointWidth = std::max(pointWidth, widthAtPoint(value, written.back()));
+    const std::size_t width = displayWidth(labels[i]);
+    if (width <= kWidestLabel) labelWidth = std::max(labelWidth, width);
+  }
+  std::string table;
+  for (std::size_t i = 0; i < labels.size(); ++i) {
+    const std::size_t indent = pointWidth - widthAtPoint(gathered.values[i], written[i]);
+    table += padded(labels[i], labelWidth) + "  " + std::string(indent, ' ') + written[i] + '\n';
+  }
+  return table + '\n' + factsLine(gathered.facts);
+}
+
+std::string resultsAsJson(const std::vector<std::string>& labels, const Gathered& gathered) {
+  std::string results;
+  for (std::size_t i = 0; i < labels.size(); ++i) {
+    results += fmt::format("{}{}: {}", i == 0 ? "" : ", ", jsonText(labels[i]),
+                           write(gathered.values[i], true));
+  }
+  const Facts& facts = gathered.facts;
+  return fmt::format(
+      "{{\"results\": {{{}}}, \"rows\": {}, \"passes\": {}, \"seconds\": {}, \"peak_bytes\": "
+      "{}}}\n",
+      results, facts.rows, facts.passes, facts.seconds, facts.peakBytes);
+}
+
+}  // namespace kv::shell
