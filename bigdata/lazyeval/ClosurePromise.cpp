@@ -136,7 +136,8 @@ class ClosurePromiseCosClassInfo final : public ki::KalvexManagedCosClassInfo<Cl
 
   void instanceLoaded(kcos::COSInterface* object) override {
     KalvexManagedPtr<ClosurePromise>(
-        static_cast<ClosurePromise*>(object->getInstanceData(ki::classKey<ClosurePromise>())), object)
+        static_cast<ClosurePromise*>(object->getInstanceData(ki::classKey<ClosurePromise>())),
+        object)
         ->onLoaded();
   }
 };

@@ -18,7 +18,6 @@
 
 namespace bigdata::lazyeval {
 
-using executor::PartitionStrategy;
 using ki::KalvexManagedPtr;
 using matrix::ArrayPtr;
 

@@ -8,7 +8,7 @@
 #include "InternalError.h"
 #include "PartitionMetadata.h"
 #include "PartitionedArrayOptions.h"
-#include "executor/PartitionStrategy.h"
+#include "executor/StrategyAlignment.h"
 #include "ki/conversions.h"
 #include "ki/createManagedObject.h"
 #include "ki/hostCalls.h"
@@ -19,7 +19,6 @@
 
 namespace bigdata::lazyeval {
 
-using executor::PartitionStrategy;
 using ki::KalvexManagedPtr;
 using matrix::ArrayPtr;
 
@@ -53,14 +52,6 @@ LazyArrayPtr createBroadcastFromLazy(const kxArray* array) {
   kxArray* output = nullptr;
   clientfun(std::move(options), std::move(wrap), 1, &output, 1, &array);
   return ki::fromArray<LazyArrayPtr>(matrix::from_kalvex(output).get());
-}
-
-void alignStrategy(KalvexManagedPtr<PartitionStrategy>& running,
-                   KalvexManagedPtr<PartitionStrategy> strategy) {
-  if (!strategy || strategy->getIsBroadcast()) {
-    return;
-  }
-  running = running ? executor::alignStrategies(running, strategy) : std::move(strategy);
 }
 
 void agreeOnExecutor(ArrayPtr& running, ArrayPtr executor) {
@@ -109,12 +100,14 @@ ParsedArrayInput parseArrayInput(const kxArray* input) {
 ParsedArrayInputs parseArrayInputs(int nrhs, const kxArray** prhs) {
   ParsedArrayInputs parsed;
   parsed.futures.reserve(static_cast<std::size_t>(nrhs));
+  executor::StrategyAlignment alignment;
   for (int i = 0; i < nrhs; ++i) {
     ParsedArrayInput input = parseArrayInput(prhs[i]);
     parsed.futures.push_back(std::move(input.future));
-    alignStrategy(parsed.strategy, std::move(input.strategy));
+    alignment.add(input.strategy);
     agreeOnExecutor(parsed.executor, std::move(input.executor));
   }
+  parsed.strategy = alignment.result();
   return parsed;
 }
 
