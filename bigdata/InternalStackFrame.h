@@ -11,8 +11,8 @@ namespace bigdata {
 /// Shapes: n-by-1 structure with the fields "file", "name" and "line", innermost first.
 matrix::ArrayPtr getUserStack();
 
-/// A span of internal work on a user's behalf. Of nested frames the outermost holds a snapshot of the
-/// user's stack in the session; when it goes, the snapshot goes.
+/// A span of internal work on a user's behalf. Of nested frames the outermost holds a snapshot of
+/// the user's stack in the session; when it goes, the snapshot goes.
 class InternalStackFrame : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.InternalStackFrame";

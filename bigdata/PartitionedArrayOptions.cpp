@@ -15,8 +15,9 @@ using ki::Access;
 using matrix::ArrayPtr;
 
 const ki::NameValueMap& permittedNames() {
-  static const ki::NameValueMap names = {
-      {"RequiresRandState", nullptr}, {"RandStreamFactory", nullptr}, {"PassTaggedInputs", nullptr}};
+  static const ki::NameValueMap names = {{"RequiresRandState", nullptr},
+                                         {"RandStreamFactory", nullptr},
+                                         {"PassTaggedInputs", nullptr}};
   return names;
 }
 
@@ -32,8 +33,8 @@ class PartitionedArrayOptionsCosClassInfo final
         .readOnly("RequiresGlobalState", &Options::getRequiresGlobalState)
         .property("RandStreamFactory", &Options::getRandStreamFactory,
                   &Options::setRandStreamFactory, Access::Public, Access::Public)
-        .property("PassTaggedInputs", &Options::getPassTaggedInputs,
-                  &Options::setPassTaggedInputs, Access::Public, Access::Public);
+        .property("PassTaggedInputs", &Options::getPassTaggedInputs, &Options::setPassTaggedInputs,
+                  Access::Public, Access::Public);
   }
 };
 

@@ -8,8 +8,7 @@ namespace bigdata {
 /// Settings that travel with an operation.
 class PartitionedArrayOptions : public ki::KalvexManagedObject {
  public:
-  static constexpr kcos::NameRef kHostClassName =
-      "kalvex.bigdata.internal.PartitionedArrayOptions";
+  static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.PartitionedArrayOptions";
 
   /// The defaults.
   explicit PartitionedArrayOptions(const ki::KalvexManagedConstructInfo& info);

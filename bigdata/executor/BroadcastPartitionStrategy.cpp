@@ -26,8 +26,7 @@ const ki::ClassKcosRegistration<BroadcastPartitionStrategyCosClassInfo> registra
 
 void requireOne(std::string_view what, std::size_t value) {
   if (value != 1) {
-    throwInternalError(std::string(what) + " is " + std::to_string(value) +
-                       " when it must be 1.");
+    throwInternalError(std::string(what) + " is " + std::to_string(value) + " when it must be 1.");
   }
 }
 

@@ -4,8 +4,8 @@
 
 namespace bigdata::executor {
 
-/// One value that every partition of its partners sees whole: a single partition, which fits any other
-/// strategy in alignment.
+/// One value that every partition of its partners sees whole: a single partition, which fits any
+/// other strategy in alignment.
 class BroadcastPartitionStrategy final : public PartitionStrategy {
  public:
   static constexpr kcos::NameRef kHostClassName =

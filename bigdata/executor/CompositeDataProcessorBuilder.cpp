@@ -66,13 +66,12 @@ Builder::CompositeDataProcessorBuilder(const ki::KalvexManagedConstructInfo& inf
     : KalvexManagedObject(info), id_(util::nextUniqueId<Builder>()) {}
 
 Builder::CompositeDataProcessorBuilder(const ki::KalvexManagedConstructInfo& info,
-                                       const Builders& inputBuilders,
-                                       ArrayPtr dataProcessorFactory)
-    : CompositeDataProcessorBuilder(info, inputBuilders, std::move(dataProcessorFactory), nullptr) {}
+                                       const Builders& inputBuilders, ArrayPtr dataProcessorFactory)
+    : CompositeDataProcessorBuilder(info, inputBuilders, std::move(dataProcessorFactory),
+                                    StrategyPtr()) {}
 
 Builder::CompositeDataProcessorBuilder(const ki::KalvexManagedConstructInfo& info,
-                                       const Builders& inputBuilders,
-                                       ArrayPtr dataProcessorFactory,
+                                       const Builders& inputBuilders, ArrayPtr dataProcessorFactory,
                                        const StrategyPtr& outputPartitionStrategy)
     : CompositeDataProcessorBuilder(info, NewId{}) {
   setDataProcessorFactory(std::move(dataProcessorFactory));

@@ -12,9 +12,9 @@
 
 namespace bigdata::executor {
 
-/// One node of a graph of data processors that will run as a single composite one: an inner node with
-/// the builders of its inputs and a factory for its processor, or a global input, which tells which
-/// outer input it stands for.
+/// One node of a graph of data processors that will run as a single composite one: an inner node
+/// with the builders of its inputs and a factory for its processor, or a global input, which tells
+/// which outer input it stands for.
 class CompositeDataProcessorBuilder : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName =
@@ -37,8 +37,7 @@ class CompositeDataProcessorBuilder : public ki::KalvexManagedObject {
                                 const StrategyPtr& outputPartitionStrategy);
   /// A global input: by position for a number, by name for a text.
   /// Errors: those of the conversions to count and text.
-  CompositeDataProcessorBuilder(const ki::KalvexManagedConstructInfo& info,
-                                matrix::ArrayPtr input);
+  CompositeDataProcessorBuilder(const ki::KalvexManagedConstructInfo& info, matrix::ArrayPtr input);
   CompositeDataProcessorBuilder(const ki::KalvexManagedConstructInfo& info, std::u16string inputId);
   CompositeDataProcessorBuilder(const ki::KalvexManagedConstructInfo& info,
                                 std::size_t inputOrdinal);
@@ -79,15 +78,16 @@ class CompositeDataProcessorBuilder : public ki::KalvexManagedObject {
   /// Calls the object's own method "feval" with two arguments.
   matrix::ArrayPtr feval(const kxArray* first, const kxArray* second) const;
 
-  /// All builders that this one reaches, itself first, each once: depth first, the last input of each
-  /// before the others.
+  /// All builders that this one reaches, itself first, each once: depth first, the last input of
+  /// each before the others.
+  ///
   /// Errors: "KALVEX:class:InvalidHandle" if one was deleted.
   Builders findAllBuilders() const;
 
   /// The graph of all builders: the builders as by `findAllBuilders`; the edges, an N-by-2 string
-  /// array of the ids of input and target; and for each edge the position of the input among those of
-  /// its target, an N-by-1 double array counting from 1.
-  /// Shapes: edges stand builder by builder, each in the order of its inputs.
+  /// array of the ids of input and target; and for each edge the position of the input among those
+  /// of its target, an N-by-1 double array counting from 1. Edges stand builder by builder, each in
+  /// the order of its inputs.
   std::tuple<Builders, matrix::ArrayPtr, matrix::ArrayPtr> findAllDependencies() const;
 
  private:

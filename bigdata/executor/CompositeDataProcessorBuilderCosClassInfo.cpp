@@ -34,8 +34,7 @@ class CompositeDataProcessorBuilderCosClassInfo final
                   Access::Public, Access::Private)
         .property("OutputPartitionStrategy", &Builder::getOutputPartitionStrategy,
                   &Builder::setOutputPartitionStrategy, Access::Public, Access::Private)
-        .property("Graph", &Builder::getGraph, &Builder::setGraph, Access::Private,
-                  Access::Private)
+        .property("Graph", &Builder::getGraph, &Builder::setGraph, Access::Private, Access::Private)
         .readOnly("AllInputIds", &Builder::getAllInputIds)
         .readOnly("IsGlobalInput", &Builder::getIsGlobalInput)
         .method("findAllBuilders", &Builder::findAllBuilders, Access::Private)

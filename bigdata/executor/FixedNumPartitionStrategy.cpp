@@ -30,8 +30,8 @@ const ki::ClassKcosRegistration<FixedNumPartitionStrategyCosClassInfo> registrat
 
 void requireCount(std::string_view what, std::size_t value, std::size_t expected) {
   if (value != expected) {
-    throwInternalError("NumPartitions used " + std::string(what) + " is " +
-                       std::to_string(value) + " when it must be " + std::to_string(expected));
+    throwInternalError("NumPartitions used " + std::string(what) + " is " + std::to_string(value) +
+                       " when it must be " + std::to_string(expected));
   }
 }
 

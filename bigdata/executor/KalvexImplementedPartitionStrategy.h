@@ -13,8 +13,8 @@ namespace bigdata::executor {
 /// The native face of a strategy that is written in the language: each operation asks the object's
 /// own property or method of that name.
 ///
-/// Errors: "KALVEX:bigdata:array:InternalError" with "Could not find method ", class and method for a
-/// missing one; those of the conversion of what comes back.
+/// Errors: "KALVEX:bigdata:array:InternalError" with "Could not find method ", class and method for
+/// a missing one; those of the conversion of what comes back.
 class KalvexImplementedPartitionStrategy final : public PartitionStrategy {
  public:
   KalvexImplementedPartitionStrategy(const ki::KalvexManagedConstructInfo& info,

@@ -73,8 +73,9 @@ void raiseIncompatibleIndexing() {
 
 PartitionStrategy::~PartitionStrategy() = default;
 
-ki::KalvexManagedPtr<PartitionStrategy> PartitionStrategy::resolve(
-    std::size_t defaultNumPartitions, std::size_t maxNumPartitions, bool /*flag*/) const {
+ki::KalvexManagedPtr<PartitionStrategy> PartitionStrategy::resolve(std::size_t defaultNumPartitions,
+                                                                   std::size_t maxNumPartitions,
+                                                                   bool /*flag*/) const {
   const std::size_t wanted = getMaxNumPartitions().value_or(defaultNumPartitions);
   return fixNumPartitions(std::max(std::min(wanted, maxNumPartitions), getMinNumPartitions()));
 }

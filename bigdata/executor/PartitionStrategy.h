@@ -8,8 +8,8 @@
 
 namespace bigdata::executor {
 
-/// Into how many partitions an array may be cut, and the partition objects that an executor hands to
-/// its workers. Immutable, and shared freely.
+/// Into how many partitions an array may be cut, and the partition objects that an executor hands
+/// to its workers. Immutable, and shared freely.
 class PartitionStrategy : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName =

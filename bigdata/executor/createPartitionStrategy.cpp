@@ -20,7 +20,8 @@ bool isEmptyDouble(const kxArray* value) {
 }
 
 bool isDatastore(const kxArray* value) {
-  return ki::toLogical(ki::callHost("kalvex.io.datastore.internal.shim.isDatastore", {value}).get());
+  return ki::toLogical(
+      ki::callHost("kalvex.io.datastore.internal.shim.isDatastore", {value}).get());
 }
 
 StrategyPtr asStrategy(const ArrayPtr& value) { return ki::fromArray<StrategyPtr>(value.get()); }
@@ -29,8 +30,7 @@ StrategyPtr asStrategy(const ArrayPtr& value) { return ki::fromArray<StrategyPtr
 
 StrategyPtr createPartitionStrategy(const kxArray* value) {
   if (isEmptyDouble(value)) {
-    return asStrategy(
-        ki::callHost("kalvex.bigdata.internal.executor.ArbitraryPartitionStrategy"));
+    return asStrategy(ki::callHost("kalvex.bigdata.internal.executor.ArbitraryPartitionStrategy"));
   }
   if (!kxIsScalar(value)) {
     throwInternalError("createPartitionStrategy expects a scalar input");

@@ -24,7 +24,9 @@ Stored* findSessionSlot() {
   return slot == nullptr ? nullptr : static_cast<Stored*>(slot->get());
 }
 
-/// The `Stored` of the current session under `Tag`; on first use in the session, what `make` returns.
+/// The `Stored` of the current session under `Tag`; on first use in the session, what `make`
+/// returns.
+///
 /// Lives: as long as the session.
 template <class Tag, class Stored, class Make>
 Stored& sessionSlot(const Make& make) {

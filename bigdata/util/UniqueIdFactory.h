@@ -12,8 +12,9 @@ namespace bigdata::util {
 
 /// An identifier that is unique across sessions and workers: its factory's base and a count.
 ///
-/// It is text to everybody who looks at it; making the text is put off until then, since most ids are
-/// never read. Equality and order are those of the text, by UTF-16 code units. Empty by default.
+/// It is text to everybody who looks at it; making the text is put off until then, since most ids
+/// are never read. Equality and order are those of the text, by UTF-16 code units. Empty by
+/// default.
 class UniqueId {
  public:
   UniqueId() = default;
@@ -63,9 +64,9 @@ struct UniqueIdFactoryStorage {};
 /// The next id of class `T` in this session. `T::kIdPrefix` begins its ids.
 template <class T>
 UniqueId nextUniqueId() {
-  return sessionSlot<detail::UniqueIdFactoryStorage<T>, UniqueIdFactory>([] {
-           return UniqueIdFactory(T::kIdPrefix);
-         }).nextId();
+  using Tag = detail::UniqueIdFactoryStorage<T>;
+  const auto makeFactory = [] { return UniqueIdFactory(T::kIdPrefix); };
+  return sessionSlot<Tag, UniqueIdFactory>(makeFactory).nextId();
 }
 
 }  // namespace bigdata::util

@@ -12,8 +12,8 @@ kcos::COSPackage* packageOf(std::string_view className) {
   for (std::size_t dot = className.find('.'); dot != std::string_view::npos;
        dot = className.find('.')) {
     const std::string_view part = className.substr(0, dot);
-    package = package == nullptr ? kcos::omGetNamespace(part)
-                                 : kcos::omGetInnerNamespace(package, part);
+    package =
+        package == nullptr ? kcos::omGetNamespace(part) : kcos::omGetInnerNamespace(package, part);
     className.remove_prefix(dot + 1);
   }
   return package;

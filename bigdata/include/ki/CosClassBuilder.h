@@ -55,8 +55,8 @@ struct Overload {
 template <class... P>
 inline constexpr detail::Overload<P...> overload{};
 
-/// Fills a class of the host with the bound members of the native class `T`: one row a member, in the
-/// order in which the class publishes them.
+/// Fills a class of the host with the bound members of the native class `T`: one row a member, in
+/// the order in which the class publishes them.
 ///
 /// Parameters and results of members may have any type with a conversion (`ki/conversions.h`); a
 /// parameter may also be a managed class by constant reference, and a tuple result gives as many

@@ -13,7 +13,8 @@ void raiseInvalidHandle() {
 }
 
 void* requireInstanceData(const kcos::COSInterface* object, kcos::COSInternedBase classKey) {
-  void* data = object == nullptr || object->isDeleted() ? nullptr : object->getInstanceData(classKey);
+  void* data =
+      object == nullptr || object->isDeleted() ? nullptr : object->getInstanceData(classKey);
   if (data == nullptr) {
     raiseInvalidHandle();
   }

@@ -16,8 +16,8 @@ using NameValueMap = std::map<std::string, const kxArray*>;
 ///
 /// Lives:  the values belong to the inputs.
 /// Errors: "KALVEX:InputParser:ParamMustBeChar" for a name that isn't text,
-///         "KALVEX:InputParser:ParamMissingValue" and "KALVEX:InputParser:UnmatchedParameter" with the
-///         name; the first in the order of the list.
+///         "KALVEX:InputParser:ParamMissingValue" and "KALVEX:InputParser:UnmatchedParameter" with
+///         the name; the first in the order of the list.
 NameValueMap parseNameValueList(const NameValueMap& defaults, int nrhs, const kxArray** prhs);
 
 }  // namespace bigdata::ki

@@ -4,9 +4,7 @@ namespace bigdata::ki::detail {
 
 namespace {
 
-bool isLinked(const kcos::COSInterface* child) {
-  return child != nullptr && !child->isDeleted();
-}
+bool isLinked(const kcos::COSInterface* child) { return child != nullptr && !child->isDeleted(); }
 
 }  // namespace
 

@@ -8,5 +8,5 @@
 #include "ki/detail/convertText.h"
 
 /// Every value that crosses between the host and native code, each by the type that native code
-/// gives it. `fromArray<P>(array)` and `toArray(value)` choose the conversion by type; bound members
-/// use it for their parameters and results.
+/// gives it. `fromArray<P>(array)` and `toArray(value)` choose the conversion by type; bound
+/// members use it for their parameters and results.

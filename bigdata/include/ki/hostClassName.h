@@ -9,8 +9,9 @@ namespace bigdata::ki {
 ///     static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.FunctionHandle";
 template <class T>
 constexpr kcos::NameRef hostClassName() {
-  static_assert(requires { T::kHostClassName; },
-                "a managed class states its full host class name as kHostClassName");
+  static_assert(
+      requires { T::kHostClassName; },
+      "a managed class states its full host class name as kHostClassName");
   return T::kHostClassName;
 }
 

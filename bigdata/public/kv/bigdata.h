@@ -4,8 +4,8 @@
 
 #define KV_BIGDATA_API __attribute__((visibility("default")))
 
-/// What libkvbigdata exports: two entry points, and the builtins that a host enters under their plain
-/// names. Everything else is reached through the classes that the entry point registers.
+/// What libkvbigdata exports: two entry points, and the builtins that a host enters under their
+/// plain names. Everything else is reached through the classes that the entry point registers.
 ///
 /// Threads: that of the current session.
 

@@ -13,7 +13,8 @@
 
 namespace bigdata::ki::detail {
 
-/// A host object taken out of an array, with its native part; the part is null for a deleted object.
+/// A host object taken out of an array, with its native part; the part is null for a deleted
+/// object.
 struct ManagedElement {
   kcos::COSInterfacePtr object;
   void* raw = nullptr;

@@ -17,8 +17,8 @@ class typed_row_vector<bool> {
  public:
   typed_row_vector() = default;
 
-  /// Errors: "KALVEX:validateattributes:invalidType" with "Argument", "row vector" and what came, if
-  ///         `value` isn't of class logical with two dimensions, the first of size 1.
+  /// Errors: "KALVEX:validateattributes:invalidType" with "Argument", "row vector" and what came,
+  ///         if `value` isn't of class logical with two dimensions, the first of size 1.
   explicit typed_row_vector(ArrayPtr value);
 
   explicit operator bool() const noexcept { return value_ != nullptr; }

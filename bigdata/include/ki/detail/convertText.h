@@ -8,8 +8,8 @@
 namespace bigdata::ki {
 
 enum class TextShape : bool {
-  Row,        ///< a char row or 0-by-0
-  AnyChars,   ///< a char array of any shape, read column by column
+  Row,       ///< a char row or 0-by-0
+  AnyChars,  ///< a char array of any shape, read column by column
 };
 
 /// The characters of a char array of the given shape, or of a string scalar, UTF-16.
