@@ -10,17 +10,19 @@ namespace {
 
 /// The core's builtins, under their plain names.
 void defineBuiltins(host::Session& session) {
-  using namespace bigdata;  // NOLINT(google-build-using-namespace): a table of its names
-  session.defineBuiltin("createFromConstantBuiltin", lazyeval::createFromConstantBuiltin);
-  session.defineBuiltin("createFromDatastoreBuiltin", lazyeval::createFromDatastoreBuiltin);
-  session.defineBuiltin("createFromFutureBuiltin", lazyeval::createFromFutureBuiltin);
-  session.defineBuiltin("applyOperationBuiltin", lazyeval::applyOperationBuiltin);
-  session.defineBuiltin("createPartitionStrategyBuiltin", executor::createPartitionStrategyBuiltin);
-  session.defineBuiltin("alignPartitionStrategyBuiltin", executor::alignPartitionStrategyBuiltin);
-  session.defineBuiltin("alignPartitionMetadataBuiltin", alignPartitionMetadataBuiltin);
-  session.defineBuiltin("vertcatPartitionMetadataBuiltin", vertcatPartitionMetadataBuiltin);
-  session.defineBuiltin("hasInternalStackFramesBuiltin", hasInternalStackFramesBuiltin);
-  session.defineBuiltin("userStackBuiltin", userStackBuiltin);
+  namespace core = ::bigdata;
+  session.defineBuiltin("createFromConstantBuiltin", core::lazyeval::createFromConstantBuiltin);
+  session.defineBuiltin("createFromDatastoreBuiltin", core::lazyeval::createFromDatastoreBuiltin);
+  session.defineBuiltin("createFromFutureBuiltin", core::lazyeval::createFromFutureBuiltin);
+  session.defineBuiltin("applyOperationBuiltin", core::lazyeval::applyOperationBuiltin);
+  session.defineBuiltin("createPartitionStrategyBuiltin",
+                        core::executor::createPartitionStrategyBuiltin);
+  session.defineBuiltin("alignPartitionStrategyBuiltin",
+                        core::executor::alignPartitionStrategyBuiltin);
+  session.defineBuiltin("alignPartitionMetadataBuiltin", core::alignPartitionMetadataBuiltin);
+  session.defineBuiltin("vertcatPartitionMetadataBuiltin", core::vertcatPartitionMetadataBuiltin);
+  session.defineBuiltin("hasInternalStackFramesBuiltin", core::hasInternalStackFramesBuiltin);
+  session.defineBuiltin("userStackBuiltin", core::userStackBuiltin);
 }
 
 }  // namespace

@@ -43,12 +43,12 @@ struct OpSpec {
   OpKind kind = OpKind::Client;
   std::size_t numInputs = 0;
   std::size_t numOutputs = 1;
-  std::string label;   ///< what it does, as plans show it
-  std::string origin;  ///< the user's line, "file:line"; empty if none is known
-  OpFunction function;
-  std::shared_ptr<const Datastore> source;  ///< of Read
-  std::vector<std::string> variables;       ///< of Variable
-  bool content = false;                     ///< of Variable: an array, not a table
+  std::string label{};   ///< what it does, as plans show it
+  std::string origin{};  ///< the user's line, "file:line"; empty if none is known
+  OpFunction function{};
+  std::shared_ptr<const Datastore> source{};  ///< of Read
+  std::vector<std::string> variables{};       ///< of Variable
+  bool content = false;                       ///< of Variable: an array, not a table
   std::size_t index = 0;  ///< of Select: the output; of Input: its ordinal, from 1
 };
 

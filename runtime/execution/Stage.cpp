@@ -1,24 +1,12 @@
 #include "execution/Stage.h"
 
 #include <algorithm>
-#include <set>
 #include <utility>
 
 #include "kv/host/errors.h"
 
 namespace kv::runtime {
 namespace {
-
-/// Names of a table's columns that somebody asks for; all of them once `all` is set.
-struct ColumnNeeds {
-  bool all = false;
-  std::set<std::string> names;
-
-  void add(const ColumnNeeds& other) {
-    all = all || other.all;
-    names.insert(other.names.begin(), other.names.end());
-  }
-};
 
 /// What a step asks of the table that it reads, given what is asked of the step.
 ColumnNeeds needsOfInput(const OpSpec& spec, const ColumnNeeds& asked) {
@@ -34,6 +22,31 @@ ColumnNeeds needsOfInput(const OpSpec& spec, const ColumnNeeds& asked) {
 }
 
 }  // namespace
+
+void ColumnNeeds::add(const ColumnNeeds& other) {
+  all = all || other.all;
+  names.insert(other.names.begin(), other.names.end());
+}
+
+std::vector<std::string> ColumnNeeds::columnsOf(const Schema& schema) const {
+  std::vector<std::string> columns;
+  for (const ColumnInfo& column : schema) {
+    if (all || names.contains(column.name)) {
+      columns.push_back(column.name);
+    }
+  }
+  return columns;
+}
+
+std::vector<ColumnNeeds> columnNeeds(const std::vector<StageStep>& steps) {
+  std::vector<ColumnNeeds> asked(steps.size());
+  for (std::size_t i = steps.size(); i-- > 0;) {
+    for (const std::size_t input : steps[i].inputs) {
+      asked[input].add(needsOfInput(*steps[i].spec, asked[i]));
+    }
+  }
+  return asked;
+}
 
 Stage::Stage(std::vector<StageStep> steps) : steps_(std::move(steps)) {
   findSource();
@@ -52,21 +65,14 @@ void Stage::findSource() {
 }
 
 void Stage::findColumns() {
-  std::vector<ColumnNeeds> asked(steps_.size());
+  const std::vector<ColumnNeeds> asked = columnNeeds(steps_);
   ColumnNeeds ofSource;
-  for (std::size_t i = steps_.size(); i-- > 0;) {
+  for (std::size_t i = 0; i < steps_.size(); ++i) {
     if (steps_[i].spec->kind == OpKind::Read) {
       ofSource.add(asked[i]);
     }
-    for (const std::size_t input : steps_[i].inputs) {
-      asked[input].add(needsOfInput(*steps_[i].spec, asked[i]));
-    }
   }
-  for (const ColumnInfo& column : source_->schema()) {
-    if (ofSource.all || ofSource.names.contains(column.name)) {
-      columns_.push_back(column.name);
-    }
-  }
+  columns_ = ofSource.columnsOf(source_->schema());
 }
 
 Chunk StageInput::rowsOf(std::int64_t partition, std::int64_t first, std::int64_t last) const {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,22 @@ struct StageStep {
   std::shared_ptr<const OpSpec> spec;
   std::vector<std::size_t> inputs;  ///< steps that stand before this one
 };
+
+/// Names of a table's columns that somebody asks for; every one once `all` is set.
+struct ColumnNeeds {
+  bool all = false;
+  std::set<std::string> names{};
+
+  void add(const ColumnNeeds& other);
+
+  /// What is asked for of a source, in its order.
+  std::vector<std::string> columnsOf(const Schema& schema) const;
+};
+
+/// What is asked of the result of each step by those behind it; columns that nobody asks for aren't
+/// read.
+/// Requires: each step stands behind its inputs.
+std::vector<ColumnNeeds> columnNeeds(const std::vector<StageStep>& steps);
 
 /// The steps between the reading of one source and the results of a pass over it, in an order in
 /// which each stands behind its inputs; the last is the one of kind Outputs.

@@ -1,10 +1,15 @@
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 
 #include <iterator>
+#include <map>
+#include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "execution/Plan.h"
+#include "execution/Stage.h"
 
 namespace kv::runtime {
 namespace {
@@ -51,16 +56,50 @@ class PlanText {
 
   void writeFlow(int pass) {
     std::vector<int> sinks = plan_.aggregatesOf(pass);
-    for (const Plan::Kept& kept : plan_.keptIn(pass)) {
-      sinks.push_back(kept.task);
-    }
     const std::set<int> keptTasks = keptIn(pass);
-    for (const int task : plan_.upstreamOf(sinks)) {
-      const OpSpec& spec = *plan_.tasks[static_cast<std::size_t>(task)].spec;
-      writeStep(task, spec.kind == OpKind::Aggregate ? "reduces all rows"
-                      : keptTasks.contains(task)     ? "rows are kept"
-                                                     : "");
+    sinks.insert(sinks.end(), keptTasks.begin(), keptTasks.end());
+    const std::vector<int> upstream = plan_.upstreamOf(sinks);
+    const std::vector<ColumnNeeds> needs = columnNeeds(stepsOf(upstream, keptTasks));
+    for (std::size_t i = 0; i < upstream.size(); ++i) {
+      const OpSpec& spec = *plan_.tasks[static_cast<std::size_t>(upstream[i])].spec;
+      std::string note;
+      if (spec.kind == OpKind::Read) {
+        note = readNote(spec, needs[i]);
+      } else if (spec.kind == OpKind::Aggregate) {
+        note = "reduces all rows";
+      } else if (keptTasks.contains(upstream[i])) {
+        note = "rows are kept";
+      }
+      writeStep(upstream[i], note);
     }
+  }
+
+  /// The tasks of a pass as steps, for the question which columns they ask for.
+  std::vector<StageStep> stepsOf(const std::vector<int>& tasks, const std::set<int>& kept) const {
+    std::map<int, std::size_t> stepOf;
+    std::vector<StageStep> steps;
+    for (const int task : tasks) {
+      const PlanTask& planned = plan_.tasks[static_cast<std::size_t>(task)];
+      stepOf.emplace(task, steps.size());
+      StageStep step{planned.spec, {}};
+      for (const PlanInput& input : planned.inputs) {
+        if (const auto found = stepOf.find(input.task); found != stepOf.end()) {
+          step.inputs.push_back(found->second);
+        }
+      }
+      steps.push_back(std::move(step));
+    }
+    const auto collect = std::make_shared<OpSpec>(OpSpec{.kind = OpKind::Collect});
+    for (const int task : kept) {
+      steps.push_back({collect, {stepOf.at(task)}});
+    }
+    return steps;
+  }
+
+  static std::string readNote(const OpSpec& read, const ColumnNeeds& needs) {
+    const std::size_t all = read.source->schema().size();
+    const std::vector<std::string> columns = needs.columnsOf(read.source->schema());
+    return fmt::format("{} of {} columns: {}", columns.size(), all, fmt::join(columns, ", "));
   }
 
   std::set<int> keptIn(int pass) const {

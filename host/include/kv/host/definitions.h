@@ -18,12 +18,12 @@ using kcos::MemberAccess;
 using PropertyDefault = std::function<Value()>;
 
 struct PropertyDefinition {
-  std::string name;
-  PropertyDefault makeDefault;
+  std::string name{};
+  PropertyDefault makeDefault{};
   MemberAccess getAccess = MemberAccess::Public;
   MemberAccess setAccess = MemberAccess::Public;
   /// Computes the value on each read instead of storing one: called as a method with one output.
-  NativeBody compute;
+  NativeBody compute{};
 };
 
 /// Number of inputs, the object included, that a body takes; -1 as maximum means any number.
@@ -33,34 +33,39 @@ struct Arity {
 };
 
 struct MethodDefinition {
-  std::string name;
-  NativeBody body;  ///< none for an abstract method
+  std::string name{};
+  NativeBody body{};  ///< none for an abstract method
   MemberAccess access = MemberAccess::Public;
-  Arity arity;
+  Arity arity{};
   bool isStatic = false;
   bool isAbstract = false;
 };
 
 struct ClassDefinition {
-  std::string name;  ///< full, with packages
-  std::vector<std::string> superclasses;
-  std::vector<PropertyDefinition> properties;
+  std::string name{};  ///< full, with packages
+  std::vector<std::string> superclasses{};
+  std::vector<PropertyDefinition> properties{};
   /// Called with the new object first. A superclass constructor that it doesn't run by
   /// `constructSuperclass` is run by the host, without inputs, before the body's first use of it.
-  std::optional<MethodDefinition> constructor;
-  std::vector<MethodDefinition> methods;
+  std::optional<MethodDefinition> constructor{};
+  std::vector<MethodDefinition> methods{};
   bool isSealed = false;
 };
 
 /// Bodies for methods that a native class only declares.
 struct ClassCompletion {
-  std::string name;
-  std::vector<MethodDefinition> methods;
+  std::string name{};
+  std::vector<MethodDefinition> methods{};
 };
 
 /// Runs the constructor of a superclass on an object under construction; for constructor bodies.
-/// Errors: "KALVEX:class:NoSuchMember" if `superclass` isn't one of the object's.
+/// Errors: "KALVEX:class:NoSuchMember" if `superclass` isn't a direct one of the class whose
+/// constructor runs.
 KV_HOST_API void constructSuperclass(const kxArray* object, kcos::NameRef superclass,
-                                     std::initializer_list<const kxArray*> inputs);
+                                     std::span<const kxArray* const> inputs);
+inline void constructSuperclass(const kxArray* object, kcos::NameRef superclass,
+                                std::initializer_list<const kxArray*> inputs) {
+  constructSuperclass(object, superclass, std::span(inputs.begin(), inputs.size()));
+}
 
 }  // namespace kv::host
