@@ -192,6 +192,13 @@ namespace kcos {
 /// Errors: std::bad_alloc.
 KV_HOST_API void kcosConvertArrayToInternalInPlace(kxArray* array, bool flag);
 
+/// Memory for native parts, which are made and freed by the million: small blocks come from lists of
+/// the calling thread. For class-level `operator new` and `operator delete`.
+/// Errors: std::bad_alloc.
+[[nodiscard]] KV_HOST_API void* utAllocatePart(std::size_t bytes);
+/// `bytes` as given to `utAllocatePart`. Null does nothing.
+KV_HOST_API void utFreePart(void* memory, std::size_t bytes) noexcept;
+
 /// Deleter of an array that lives inside an object: withdraws it from its parent, then destroys it.
 struct property_array_deleter {
   KV_HOST_API void operator()(kxArray* array) const noexcept;

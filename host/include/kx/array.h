@@ -143,13 +143,14 @@ KV_HOST_API bool kxIsSameValue(const kxArray* a, const kxArray* b) noexcept;
 KV_HOST_API double kxGetScalar(const kxArray* array) noexcept;
 /// Requires: class logical.
 KV_HOST_API const bool* kxGetLogicals(const kxArray* array) noexcept;
-/// Elements of a numeric, logical or char array. Lives: as long as the payload.
+/// Elements of a numeric, logical or char array; null where there are none.
+/// Lives: as long as the array, since a single element stands in the array itself.
 KV_HOST_API const void* kxGetData(const kxArray* array) noexcept;
 /// For the maker of an array that nobody shares yet.
 KV_HOST_API void* kxGetMutableData(kxArray* array);
 /// Bytes of an element of a numeric, logical or char class; 0 for others.
 KV_HOST_API std::size_t kxGetElementSize(kxClassID classId) noexcept;
-/// The characters of a char array, column-major.
+/// The characters of a char array, column-major. Lives: as long as the array.
 KV_HOST_API std::u16string_view kxGetChars(const kxArray* array) noexcept;
 
 // --- Cells and structures -----------------------------------------------------------------------

@@ -152,6 +152,9 @@ class KV_HOST_API CallSite {
   ~CallSite();
   CallSite(const CallSite&) = delete;
   CallSite& operator=(const CallSite&) = delete;
+
+ private:
+  SessionState* session_;
 };
 
 /// What the process holds: zero when every session is closed and every value dropped.

@@ -1,0 +1,51 @@
+#include "error/edge.h"
+
+#include <cxxabi.h>
+
+#include <new>
+
+#include "error/NativeError.h"
+#include "foundation/exception.h"
+#include "kv/host/errors.h"
+#include "session/SessionState.h"
+
+namespace kv::host {
+namespace {
+
+using foundation::core::except::IMsgIDException;
+using Torvane::KException::KExceptionEnvelope;
+
+std::vector<std::string> argumentsOf(const IMsgIDException& error) {
+  std::vector<std::string> arguments;
+  for (const std::u16string& argument : error.get_arguments()) {
+    arguments.push_back(fl::i18n::to_string(argument));
+  }
+  return arguments;
+}
+
+}  // namespace
+
+void throwAtEdge() {
+  if (currentSession() == nullptr) {
+    throw;  // nothing can hold a KException
+  }
+  try {
+    throw;
+  } catch (const KExceptionEnvelope&) {
+    throw;
+  } catch (const PassThrough&) {
+    throw;
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (const IMsgIDException& error) {
+    raise(error.get_error_id(), argumentsOf(error));
+  } catch (const std::bad_alloc&) {
+    raise("KALVEX:OutOfMemory");
+  } catch (const std::exception& error) {
+    raise("KALVEX:NativeException", {error.what()});
+  } catch (...) {
+    raise("KALVEX:NativeException", {"an exception that isn't a std::exception"});
+  }
+}
+
+}  // namespace kv::host

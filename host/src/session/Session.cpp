@@ -1,0 +1,280 @@
+#include "kv/host/session.h"
+
+#include <atomic>
+#include <utility>
+
+#include "call/dispatch.h"
+#include "call/invoke.h"
+#include "call/overloads.h"
+#include "call/running.h"
+#include "class/access.h"
+#include "class/describe.h"
+#include "class/instances.h"
+#include "class/objects.h"
+#include "class/properties.h"
+#include "error/NativeError.h"
+#include "error/edge.h"
+#include "error/kException.h"
+
+namespace kv::host {
+namespace {
+
+std::atomic<int> openSessions{0};
+std::atomic<bool> isProcessTaken{false};  ///< by a session that keeps its classes per process
+
+/// Counts a session in; one that keeps its classes per process must be alone.
+void enterProcess(const SessionOptions& options) {
+  const int others = openSessions++;
+  if (isProcessTaken || (!options.classesPerSession && others > 0)) {
+    --openSessions;
+    throw NativeError("KALVEX:session:NotAlone", {});
+  }
+  isProcessTaken = !options.classesPerSession;
+}
+
+void refuseClosed(bool isClosed) {
+  if (isClosed) {
+    throw NativeError("KALVEX:session:Closed", {});
+  }
+}
+
+kcos::COSInternedBase interned(std::string_view text) {
+  return kcos::internal::makeInterned(kcos::NameRef::of(text));
+}
+
+/// Runs `body` as a call from outside: in the session, native exceptions leaving as KExceptions.
+template <class Body>
+decltype(auto) inSession(Session& session, Body&& body) {
+  const Session::Scope scope(session);
+  session.state().heap.safePoint();
+  return atEdge(std::forward<Body>(body));
+}
+
+/// The class whose rights a caller asks for; null for public code.
+const ClassRecord* rightsOf(const SessionState& session, std::string_view asClass) {
+  return asClass.empty() ? nullptr : &session.classes.require(interned(asClass));
+}
+
+/// Outputs of a call on their way to the caller.
+class Outputs {
+ public:
+  explicit Outputs(int nlhs) : raw_(static_cast<std::size_t>(nlhs > 1 ? nlhs : 1), nullptr) {}
+  ~Outputs() { take(); }
+  Outputs(const Outputs&) = delete;
+  Outputs& operator=(const Outputs&) = delete;
+
+  kxArray** data() { return raw_.data(); }
+  std::vector<Value> take() {
+    std::vector<Value> values;
+    for (kxArray*& array : raw_) {
+      values.push_back(matrix::from_kalvex(std::exchange(array, nullptr)));
+    }
+    return values;
+  }
+
+ private:
+  std::vector<kxArray*> raw_;
+};
+
+/// Calls a method on an object, or a static one of its class without it.
+void invokeOn(SessionState& session, Object& object, kcos::COSInternedBase name,
+              const Call& withObject) {
+  const ClassRecord& record = classOf(object);
+  const MethodSet* set = record.linked().methods.find(name);
+  if (set == nullptr) {
+    raiseNoSuchMember(record, name);
+  }
+  const auto choose = [&](MethodKind kind, int inputs) {
+    return chooseOverload(*set, kind, withObject.nlhs, inputs, session.caller);
+  };
+  if (const Method* method = choose(MethodKind::Instance, withObject.nrhs)) {
+    invokeMethod(session, *method, withObject, &object);
+  } else if (const Method* shared = choose(MethodKind::Static, withObject.nrhs - 1)) {
+    invokeMethod(session, *shared,
+                 {withObject.nlhs, withObject.plhs, withObject.nrhs - 1, withObject.prhs + 1},
+                 nullptr);
+  } else {
+    raiseNoSuchMember(record, name);
+  }
+}
+
+}  // namespace
+
+Session::Session(SessionOptions options) {
+  enterProcess(options);
+  try {
+    state_ = std::make_unique<SessionState>(options);
+    defineClass(kExceptionDefinition());
+  } catch (...) {
+    isProcessTaken = false;
+    --openSessions;
+    throw;
+  }
+}
+
+Session::~Session() { close(); }
+
+void Session::close() noexcept {
+  if (!isClosed()) {
+    closeSession(*state_);
+    isProcessTaken = false;
+    --openSessions;
+  }
+}
+
+bool Session::isClosed() const noexcept { return state_->isClosed; }
+
+Session::Scope::Scope(Session& session) {
+  refuseClosed(session.isClosed());
+  previous_ = setCurrentSession(session.state_.get());
+}
+
+Session::Scope::~Scope() {
+  setCurrentSession(previous_ != nullptr && previous_->isClosed ? nullptr : previous_);
+}
+
+void Session::defineFunction(std::string_view name, NativeBody body) {
+  inSession(*this, [&] { state_->calls.defineFunction(interned(name), std::move(body)); });
+}
+
+void Session::defineBuiltin(std::string_view name, RawBuiltin builtin) {
+  inSession(*this, [&] { state_->calls.binding(interned(name)).rawBuiltin = builtin; });
+}
+
+void Session::defineBuiltin(std::string_view name, OwningBuiltin builtin) {
+  inSession(*this, [&] { state_->calls.binding(interned(name)).owningBuiltin = builtin; });
+}
+
+void Session::defineClass(std::shared_ptr<const ClassDefinition> definition) {
+  inSession(*this, [&] { state_->classes.define(std::move(definition)); });
+}
+
+void Session::completeClass(std::shared_ptr<const ClassCompletion> completion) {
+  inSession(*this, [&] { state_->classes.complete(std::move(completion)); });
+}
+
+void Session::load(const std::function<void()>& entry) {
+  inSession(*this, [&] { entry(); });
+}
+
+std::vector<Value> Session::call(std::string_view name, int nlhs,
+                                 std::span<const kxArray* const> inputs,
+                                 std::string_view asClass) {
+  return inSession(*this, [&] {
+    Outputs outputs(nlhs);
+    const RunningScope running(*state_, rightsOf(*state_, asClass));
+    callByName(*state_, interned(name),
+               {nlhs, outputs.data(), static_cast<int>(inputs.size()), inputs.data()});
+    return outputs.take();
+  });
+}
+
+Value Session::get(const kxArray* object, std::string_view property, std::string_view asClass) {
+  return inSession(*this, [&] {
+    return readProperty(*state_, requireObject(object), interned(property),
+                        rightsOf(*state_, asClass));
+  });
+}
+
+void Session::set(const kxArray* object, std::string_view property, const kxArray* value,
+                  std::string_view asClass) {
+  inSession(*this, [&] {
+    writeProperty(*state_, requireObject(object), interned(property), value,
+                  rightsOf(*state_, asClass));
+  });
+}
+
+std::vector<Value> Session::invoke(const kxArray* object, std::string_view method, int nlhs,
+                                   std::span<const kxArray* const> inputs,
+                                   std::string_view asClass) {
+  return inSession(*this, [&] {
+    Outputs outputs(nlhs);
+    std::vector<const kxArray*> all{object};
+    all.insert(all.end(), inputs.begin(), inputs.end());
+    const RunningScope running(*state_, rightsOf(*state_, asClass));
+    invokeOn(*state_, requireObject(object), interned(method),
+             {nlhs, outputs.data(), static_cast<int>(all.size()), all.data()});
+    return outputs.take();
+  });
+}
+
+void Session::deleteObject(const kxArray* object) {
+  inSession(*this, [&] {
+    if (Object* target = scalarObject(object)) {
+      state_->heap.deleteObject(*target);
+    } else {
+      raiseInvalidType("Input", "scalar object", object);
+    }
+  });
+}
+
+Value Session::loadInstance(std::string_view className,
+                            std::span<const std::pair<std::string, const kxArray*>> properties) {
+  return inSession(*this, [&] {
+    return kv::host::loadInstance(*state_, state_->classes.require(interned(className)),
+                                  properties);
+  });
+}
+
+Value Session::copyInstance(const kxArray* object) {
+  return inSession(*this, [&] { return kv::host::copyInstance(*state_, requireObject(object)); });
+}
+
+ClassDescription Session::describe(std::string_view name) {
+  return inSession(*this,
+                   [&] { return describeClass(state_->classes.require(interned(name))); });
+}
+
+std::vector<std::string> Session::classes() const {
+  refuseClosed(isClosed());
+  std::vector<std::string> names;
+  for (const ClassRecord* record : state_->classes.entered()) {
+    names.emplace_back(record->getName());
+  }
+  return names;
+}
+
+std::size_t Session::collect() {
+  const Scope scope(*this);
+  return state_->heap.collect();
+}
+
+std::size_t Session::liveObjects(std::optional<std::string_view> className) const {
+  refuseClosed(isClosed());
+  if (!className) {
+    return state_->heap.liveObjects();
+  }
+  const ClassRecord* record = state_->classes.find(interned(*className));
+  return record != nullptr ? state_->heap.liveObjects(*record) : 0;
+}
+
+std::vector<std::string> Session::verify() const {
+  refuseClosed(isClosed());
+  return state_->heap.verify();
+}
+
+std::vector<Warning> Session::warnings() const {
+  refuseClosed(isClosed());
+  return state_->warnings;
+}
+
+void Session::clearWarnings() {
+  refuseClosed(isClosed());
+  state_->warnings.clear();
+}
+
+void Session::setStackProvider(std::function<std::vector<Frame>()> provider) {
+  refuseClosed(isClosed());
+  state_->stacks.setProvider(std::move(provider));
+}
+
+bool hasCurrentSession() noexcept { return currentSession() != nullptr; }
+
+}  // namespace kv::host
+
+void kxWarningMsgId(std::string_view identifier, std::span<const std::string> arguments) {
+  kv::host::requireSession().warnings.push_back(
+      {std::string(identifier),
+       {arguments.begin(), arguments.end()},
+       kv::host::catalogueText(identifier, arguments)});
+}

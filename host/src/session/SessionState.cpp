@@ -1,0 +1,59 @@
+#include "session/SessionState.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "error/NativeError.h"
+#include "error/kException.h"
+#include "kv/host/errors.h"
+
+namespace kv::host {
+namespace {
+
+/// KV_STRESS turns stress on for all sessions of the process.
+SessionOptions withEnvironment(SessionOptions options) {
+  const char* stress = std::getenv("KV_STRESS");
+  options.stress =
+      options.stress || (stress != nullptr && *stress != '\0' && std::strcmp(stress, "0") != 0);
+  return options;
+}
+
+}  // namespace
+
+namespace detail {
+constinit thread_local SessionState* tCurrentSession = nullptr;
+}
+
+SessionState::SessionState(const SessionOptions& asked)
+    : options(withEnvironment(asked)),
+      classes(*this, calls),
+      heap(Heap::Options{.stress = options.stress}) {}
+
+SessionState::~SessionState() = default;
+
+SessionState* setCurrentSession(SessionState* session) noexcept {
+  Heap::setCurrent(session != nullptr ? &session->heap : nullptr);
+  return std::exchange(detail::tCurrentSession, session);
+}
+
+SessionState& requireSession() {
+  SessionState* session = currentSession();
+  if (session == nullptr) {
+    throw NativeError("KALVEX:session:Closed", {});
+  }
+  return *session;
+}
+
+void closeSession(SessionState& session) noexcept {
+  SessionState* before = setCurrentSession(&session);
+  session.heap.close();
+  session.store.clear();
+  session.stacks.clear();
+  session.warnings.clear();
+  session.calls.clear();
+  session.classes.clear();
+  session.isClosed = true;
+  setCurrentSession(before != nullptr && before->isClosed ? nullptr : before);
+}
+
+}  // namespace kv::host

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "call/CallTable.h"
+#include "class/ClassTable.h"
+#include "heap/Heap.h"
+#include "kv/host/session.h"
+#include "session/SessionStore.h"
+#include "session/UserStacks.h"
+
+namespace kv::host {
+
+class ClassRecord;
+class Construction;
+
+/// What a session holds. Everything in it is touched by one thread at a time.
+struct SessionState {
+  explicit SessionState(const SessionOptions& options);
+  ~SessionState();
+  SessionState(const SessionState&) = delete;
+  SessionState& operator=(const SessionState&) = delete;
+
+  const SessionOptions options;
+  CallTable calls;
+  ClassTable classes;
+  SessionStore store;
+  UserStacks stacks;
+  std::vector<Warning> warnings;
+  Heap heap;
+
+  /// Whose code runs now: its rights decide about access. Null is public code.
+  const ClassRecord* caller = nullptr;
+  /// The innermost of the objects that are being constructed.
+  Construction* construction = nullptr;
+  bool isClosed = false;
+};
+
+namespace detail {
+extern constinit thread_local SessionState* tCurrentSession
+    __attribute__((tls_model("initial-exec")));
+}
+
+/// The thread's current session, or null.
+inline SessionState* currentSession() noexcept { return detail::tCurrentSession; }
+
+/// Result: the session that was current before.
+SessionState* setCurrentSession(SessionState* session) noexcept;
+
+/// Deletes all objects while classes and store still answer their destructors, then drops what is
+/// stored, and then functions and definitions.
+void closeSession(SessionState& session) noexcept;
+
+/// The thread's current session.
+/// Errors: "KALVEX:session:Closed" as a native exception if the thread has none.
+SessionState& requireSession();
+
+}  // namespace kv::host

@@ -1,0 +1,138 @@
+#include "session/UserStacks.h"
+
+#include <string_view>
+
+#include "session/SessionState.h"
+
+namespace kv::host {
+namespace {
+
+/// The name in a function's signature: "int kv::Foo::bar(double) const" gives "kv::Foo::bar".
+std::string_view functionNameOf(std::string_view signature) {
+  const std::string_view head = signature.substr(0, signature.find('('));
+  const std::size_t blank = head.rfind(' ');
+  const std::string_view name = blank == std::string_view::npos ? head : head.substr(blank + 1);
+  return name.empty() ? signature : name;
+}
+
+std::size_t mix(std::size_t hash, std::size_t more) {
+  return (hash ^ more) * 0x9E3779B97F4A7C15ull;
+}
+
+template <class T>
+std::size_t bitsOf(const T* pointer) {
+  return reinterpret_cast<std::uintptr_t>(pointer) >> 3;
+}
+
+}  // namespace
+
+std::size_t UserStacks::Hash::operator()(const Step& step) const noexcept {
+  return mix(mix(0, bitsOf(step.from)), bitsOf(step.frame));
+}
+
+std::size_t UserStacks::Hash::operator()(const Place& place) const noexcept {
+  return mix(mix(mix(mix(0, bitsOf(place.from)), bitsOf(place.file)), bitsOf(place.function)),
+             place.line);
+}
+
+std::size_t UserStacks::Hash::operator()(const Frame& frame) const noexcept {
+  const std::hash<std::string_view> text;
+  return mix(mix(text(frame.file), text(frame.name)), static_cast<std::size_t>(frame.line));
+}
+
+UserStacks::UserStacks() : current_(&nodes_.emplace_back()) {}
+
+UserStacks::Node* UserStacks::step(Node* from, const Frame& frame) {
+  const Frame& interned = *frames_.insert(frame).first;
+  Node*& to = steps_[{from, &interned}];
+  if (to == nullptr) {
+    to = &nodes_.emplace_back(Node{from, &interned, nullptr});
+  }
+  return to;
+}
+
+void UserStacks::open(const std::source_location& where) {
+  Node*& to = places_[{current_, where.file_name(), where.function_name(), where.line()}];
+  if (to == nullptr) {
+    to = step(current_, {where.file_name(), std::string(functionNameOf(where.function_name())),
+                         static_cast<int>(where.line())});
+  }
+  current_ = to;
+}
+
+void UserStacks::close() noexcept {
+  if (current_->parent != nullptr) {
+    current_ = current_->parent;
+  }
+}
+
+UserStacks::Node* UserStacks::live() {
+  if (!provider_ || isAsking_) {
+    return current_;
+  }
+  isAsking_ = true;
+  const std::unique_ptr<bool, void (*)(bool*)> asked(&isAsking_, [](bool* flag) { *flag = false; });
+  const std::vector<Frame> frames = provider_();
+  Node* stack = &nodes_.front();
+  for (auto frame = frames.rbegin(); frame != frames.rend(); ++frame) {
+    stack = step(stack, *frame);
+  }
+  return stack;
+}
+
+std::vector<Frame> UserStacks::frames() {
+  std::vector<Frame> frames;
+  for (const Node* stack = live(); stack->frame != nullptr; stack = stack->parent) {
+    frames.push_back(*stack->frame);
+  }
+  return frames;
+}
+
+Value UserStacks::array() {
+  Node* stack = live();
+  if (stack->array == nullptr) {
+    stack->array = makeArray(*stack);
+  }
+  return matrix::sharedCopy(stack->array.get());
+}
+
+Value UserStacks::makeArray(const Node& stack) {
+  std::size_t depth = 0;
+  for (const Node* at = &stack; at->frame != nullptr; at = at->parent) {
+    ++depth;
+  }
+  static constexpr std::string_view kFields[] = {"file", "name", "line"};
+  Value array = matrix::from_kalvex(kxCreateStructMatrix(depth, 1, kFields));
+  std::size_t index = 0;
+  for (const Node* at = &stack; at->frame != nullptr; at = at->parent, ++index) {
+    kxSetField(array.get(), index, "file", makeChars(at->frame->file).release());
+    kxSetField(array.get(), index, "name", makeChars(at->frame->name).release());
+    kxSetField(array.get(), index, "line", makeDouble(at->frame->line).release());
+  }
+  return array;
+}
+
+void UserStacks::clear() noexcept {
+  provider_ = nullptr;
+  for (Node& node : nodes_) {
+    node.array = nullptr;
+  }
+}
+
+CallSite::CallSite(const std::source_location& where) : session_(currentSession()) {
+  if (session_ != nullptr) {
+    session_->stacks.open(where);
+  }
+}
+
+CallSite::~CallSite() {
+  if (session_ != nullptr) {
+    session_->stacks.close();
+  }
+}
+
+}  // namespace kv::host
+
+kxArray* inGetKfunctionStack(int /*skipInternal*/, int /*withNames*/, int /*flags*/) {
+  return matrix::to_kalvex(kv::host::requireSession().stacks.array());
+}

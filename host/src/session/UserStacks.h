@@ -1,0 +1,86 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <source_location>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "kv/host/errors.h"
+#include "kv/host/values.h"
+
+namespace kv::host {
+
+/// The user stacks of a session.
+///
+/// Frames are interned, and so are stacks: a stack is a node whose parent is the stack without its
+/// innermost frame. The array of a stack is made once, when it is first asked for.
+class UserStacks {
+ public:
+  using Provider = std::function<std::vector<Frame>()>;
+
+  UserStacks();
+  UserStacks(const UserStacks&) = delete;
+  UserStacks& operator=(const UserStacks&) = delete;
+
+  void setProvider(Provider provider) { provider_ = std::move(provider); }
+
+  /// Puts a frame on the stack of open call sites.
+  void open(const std::source_location& where);
+  void close() noexcept;
+
+  /// The live stack, innermost frame first.
+  std::vector<Frame> frames();
+  /// The live stack as an n-by-1 structure with the fields "file", "name" and "line".
+  Value array();
+
+  /// Drops all values and the provider.
+  void clear() noexcept;
+
+ private:
+  struct Node {
+    Node* parent = nullptr;
+    const Frame* frame = nullptr;  ///< innermost; null for the empty stack
+    Value array;
+  };
+  /// A step from a stack to the one with a frame more.
+  struct Step {
+    const Node* from;
+    const Frame* frame;
+    bool operator==(const Step&) const = default;
+  };
+  /// The same, before the frame is known: by the addresses that the compiler gave it.
+  struct Place {
+    const Node* from;
+    const char* file;
+    const char* function;
+    unsigned line;
+    bool operator==(const Place&) const = default;
+  };
+  struct Hash {
+    std::size_t operator()(const Step& step) const noexcept;
+    std::size_t operator()(const Place& place) const noexcept;
+    std::size_t operator()(const Frame& frame) const noexcept;
+  };
+  struct SameFrame {
+    bool operator()(const Frame& a, const Frame& b) const noexcept {
+      return a.line == b.line && a.name == b.name && a.file == b.file;
+    }
+  };
+
+  Node* step(Node* from, const Frame& frame);
+  Node* live();
+  static Value makeArray(const Node& stack);
+
+  Provider provider_;
+  bool isAsking_ = false;  ///< the provider runs; an error in it must not ask again
+  std::unordered_set<Frame, Hash, SameFrame> frames_;
+  std::deque<Node> nodes_;
+  std::unordered_map<Step, Node*, Hash> steps_;
+  std::unordered_map<Place, Node*, Hash> places_;
+  Node* current_;
+};
+
+}  // namespace kv::host
