@@ -32,6 +32,10 @@ RootRecordPtr omGetRootRecord(const COSInterface* object) noexcept {
 
 void kcosConvertArrayToInternalInPlace(kxArray* array, bool /*flag*/) { array->moveInside(); }
 
+void* utAllocatePart(std::size_t bytes) { return kv::host::Pool::allocate(bytes); }
+
+void utFreePart(void* memory, std::size_t bytes) noexcept { kv::host::Pool::free(memory, bytes); }
+
 void property_array_deleter::operator()(kxArray* array) const noexcept {
   if (array == nullptr) {
     return;
