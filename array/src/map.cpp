@@ -1,8 +1,7 @@
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "handles.h"
@@ -52,11 +51,11 @@ host::Value columnOf(std::vector<double> numbers) {
 
 std::vector<double> callUser(const BlockFunction& function, const Block& block) {
   std::vector<double> result = function(block.columns());
-  if (result.size() == block.rows()) return result;
-  throw Error("KALVEX:array:WrongCount",
-              fmt::format("A function of a block of {} rows returned {} numbers.", block.rows(),
-                          result.size()),
-              {fmt::format("{}", block.rows()), fmt::format("{}", result.size())});
+  if (result.size() != block.rows()) {
+    host::raise("KALVEX:array:WrongRowCount",
+                {"The function", std::to_string(block.rows()), std::to_string(result.size())});
+  }
+  return result;
 }
 
 /// The user's function as the host calls it: what it throws keeps its id on the way through.

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "failures.h"
@@ -36,7 +37,11 @@ std::string accessName(int access) {
   }
 }
 
-std::string countName(int count) { return count < 0 ? "any" : fmt::format("{}", count); }
+/// `2 inputs`, `1 output`, `any inputs`.
+std::string counted(int count, std::string_view noun) {
+  if (count < 0) return fmt::format("any {}s", noun);
+  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
 
 using Row = std::array<std::string, 4>;  // kind, name, access, the rest
 
@@ -48,12 +53,11 @@ Row rowOf(const MemberDescription& member) {
         fmt::format("flags {}", member.flags)};
   }
   if (member.kind == "constructor") {
-    return {member.kind, "", accessName(member.access),
-            fmt::format("{} inputs", countName(member.inputs))};
+    return {member.kind, "", accessName(member.access), counted(member.inputs, "input")};
   }
   return {member.kind, member.name, accessName(member.access),
-          fmt::format("{}{}, {} inputs, {} outputs", member.isStatic ? "static, " : "", member.form,
-                      countName(member.inputs), countName(member.outputs))};
+          fmt::format("{}{}, {}, {}", member.isStatic ? "static, " : "", member.form,
+                      counted(member.inputs, "input"), counted(member.outputs, "output"))};
 }
 
 std::string asText(const ClassDescription& description) {

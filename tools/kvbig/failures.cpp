@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <new>
+#include <string>
 #include <string_view>
 
 #include "formula/FormulaError.h"
+#include "output.h"
 
 namespace kv::shell {
 
@@ -21,7 +23,18 @@ constexpr std::string_view kRequest[] = {"KALVEX:datastore:UnknownColumn",
                                          "KALVEX:datastore:UnknownType",
                                          "KALVEX:datastore:BadTypeOverride"};
 
-void say(std::string_view message) { fmt::print(stderr, "kvbig: {}\n", message); }
+/// A message may quote a file; its own line ends stay.
+std::string harmless(std::string_view message) {
+  std::string lines;
+  for (std::size_t begin = 0; begin <= message.size();) {
+    const std::size_t end = std::min(message.find('\n', begin), message.size());
+    lines += (begin > 0 ? "\n" : "") + printable(message.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return lines;
+}
+
+void say(std::string_view message) { fmt::print(stderr, "kvbig: {}\n", harmless(message)); }
 
 /// The exit code of an error, or of what caused it.
 ExitCode codeOf(const Error& error) {
@@ -36,7 +49,7 @@ void tell(const Error& error) {
   say(error.what());
   std::string_view said = error.what();
   for (const Error* cause = error.cause().get(); cause != nullptr; cause = cause->cause().get()) {
-    if (said != cause->what()) fmt::print(stderr, "  caused by: {}\n", cause->what());
+    if (said != cause->what()) fmt::print(stderr, "  caused by: {}\n", harmless(cause->what()));
     said = cause->what();
   }
 }

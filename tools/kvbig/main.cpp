@@ -3,11 +3,16 @@
 #include <kv/describe.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "describeCommand.h"
 #include "failures.h"
+#include "formula/nearNames.h"
 #include "helpTexts.h"
 #include "interrupts.h"
 #include "output.h"
@@ -50,6 +55,32 @@ void addDescribe(CLI::App& app, DescribeRequest& request) {
 
 void printVersion() { kv::shell::writeOut(fmt::format("kvbig {}\n", kv::release())); }
 
+/// Errors: UsageError if the first word is neither an option nor a command.
+void refuseUnknownCommand(const CLI::App& app, std::span<char*> words) {
+  const std::string_view first = words.size() > 1 ? words[1] : "-";
+  if (first.starts_with('-')) return;
+  std::vector<std::string> names;
+  for (const CLI::App* command : app.get_subcommands({})) names.push_back(command->get_name());
+  if (std::ranges::find(names, first) != names.end()) return;
+  throw kv::shell::UsageError(fmt::format("there is no command \"{}\"\n{}", first,
+                                          kv::shell::listNames("commands", first, names)));
+}
+
+[[noreturn]] void raiseUsageError(const CLI::App& app, const CLI::ParseError& error,
+                                  std::span<char*> words) {
+  const auto looksLikeExpression = [](std::string_view word) {
+    return word.starts_with('-') && word.find('(') != std::string_view::npos;
+  };
+  if (std::ranges::any_of(words, looksLikeExpression)) {
+    throw kv::shell::UsageError(
+        "an expression that starts with \"-\" is taken for an option\n"
+        "Put a word of two dashes in front of it, behind all options: -- '-mean(x)'");
+  }
+  std::string command = "kvbig";
+  for (const CLI::App* given : app.get_subcommands()) command += ' ' + given->get_name();
+  throw kv::shell::UsageError(fmt::format("{}\n\"{} --help\" tells more.", error.what(), command));
+}
+
 kv::shell::ExitCode run(int argc, char** argv) {
   CLI::App app("Array mathematics over tables larger than memory.", "kvbig");
   app.require_subcommand(1);
@@ -60,12 +91,14 @@ kv::shell::ExitCode run(int argc, char** argv) {
   addQuery(app, queryRequest);
   addDescribe(app, describeRequest);
   app.add_subcommand("version", "Print the release")->callback(printVersion);
+  const std::span words(argv, static_cast<std::size_t>(argc));
+  refuseUnknownCommand(app, words);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& help) {
     app.exit(help);
   } catch (const CLI::ParseError& error) {
-    throw kv::shell::UsageError(fmt::format("{}\n\"kvbig --help\" tells more.", error.what()));
+    raiseUsageError(app, error, words);
   }
   return kv::shell::kDone;
 }

@@ -16,6 +16,23 @@ void writeOut(std::string_view text) {
   throw std::runtime_error(fmt::format("can't write the results: {}", std::strerror(errno)));
 }
 
+std::string printable(std::string_view text) {
+  std::string shown;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const auto following = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
+    if (byte < 0x20 || byte == 0x7F) {
+      shown += fmt::format("\\x{:02x}", byte);
+    } else if (byte == 0xC2 && following >= 0x80 && following < 0xA0) {  // U+0080 to U+009F
+      shown += fmt::format("\\x{:02x}", following);
+      ++i;
+    } else {
+      shown += text[i];
+    }
+  }
+  return shown;
+}
+
 std::string jsonText(std::string_view text) {
   std::string quoted = "\"";
   for (const char c : text) {

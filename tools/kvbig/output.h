@@ -10,6 +10,9 @@ namespace kv::shell {
 /// Errors: std::runtime_error with the system's reason.
 void writeOut(std::string_view text);
 
+/// A text from a file, safe for a terminal: control characters show as \xNN.
+std::string printable(std::string_view text);
+
 /// A text as a JSON string, in quotes.
 std::string jsonText(std::string_view text);
 

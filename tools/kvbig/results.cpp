@@ -37,7 +37,7 @@ struct Written {
   std::string operator()(const Value::Texts& column) const {
     const std::optional<std::string>& text = column.at(0);
     if (isJson) return text ? jsonText(*text) : "null";
-    return text ? *text : "missing";
+    return text ? printable(*text) : "missing";
   }
 
  private:

@@ -1,0 +1,216 @@
+#include <gmock/gmock.h>
+#include <kv/describe.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <source_location>
+#include <stdexcept>
+#include <thread>
+
+#include "array/ArrayTest.h"
+#include "kv/host/session.h"
+
+namespace kv::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Gather = ArrayTest;
+
+std::string flightsPath() { return std::string(std::getenv("KV_DATA")) + "/flights.csv"; }
+
+// The answers were computed with Arrow from the same file.
+TEST_F(Gather, AnswersSeveralQuestionsAboutFlightsInOnePass) {
+  const Table flights = session.read(flightsPath());
+  const Array delay = flights.column("dep_delay");
+  const Table jfk = flights.filter(flights.column("origin") == "JFK");
+  const std::vector<Array> questions = {mean(delay),
+                                        kv::std(delay),
+                                        count(delay),
+                                        sum(flights.column("distance")),
+                                        mean(flights.column("arr_delay") > 60),
+                                        count(jfk.column("year")),
+                                        mean(jfk.column("dep_delay"))};
+
+  const auto [values, facts] = session.gather(questions);
+
+  EXPECT_DOUBLE_EQ(values[0].number(), 12.639070257304708);
+  EXPECT_DOUBLE_EQ(values[1].number(), 40.21006089212995);
+  EXPECT_EQ(values[2].number(), 328'521);
+  EXPECT_EQ(values[3].number(), 350'217'607);
+  EXPECT_DOUBLE_EQ(values[4].number(), 0.08251478727700311);
+  EXPECT_EQ(values[5].number(), 111'279);
+  EXPECT_DOUBLE_EQ(values[6].number(), 12.112159099217665);
+  EXPECT_EQ(facts.rows, 336'776);
+  EXPECT_EQ(facts.passes, 1);
+}
+
+TEST_F(Gather, TakesAsManyPassesAsAnswersDependOnEachOther) {
+  const Array x = read("x\n1\n2\n3\n4\n").column("x");
+  const Array centred = x - mean(x);
+  const Array scaled = centred / kv::std(centred);
+
+  const auto [values, facts] = session.gather(std::vector{mean(scaled), kv::std(scaled)});
+
+  EXPECT_NEAR(values[0].number(), 0, 1e-15);
+  EXPECT_NEAR(values[1].number(), 1, 1e-15);
+  EXPECT_EQ(facts.passes, 3);
+}
+
+TEST_F(Gather, DoesNotComputeWhatIsThereAlready) {
+  const Array x = read("x\n1\n2\n").column("x");
+  const Array total = sum(x);
+  EXPECT_EQ(number(total), 3);
+  EXPECT_EQ(session.gather(std::vector{total}).facts.passes, 0);
+  EXPECT_EQ(number(sum(x - total)), -3);
+}
+
+TEST_F(Gather, FiltersRowsOfTablesAndArraysAlike) {
+  const Table table = read("x,y\n1,10\n2,20\n3,30\n");
+  const Array keep = table.column("x") != 2;
+  EXPECT_THAT(numbers(filter(table.column("y"), keep)), ElementsAre(10, 30));
+  EXPECT_THAT(numbers(table.filter(keep).column("y")), ElementsAre(10, 30));
+  EXPECT_THAT(numbers(filter(table.column("y"), keep) + filter(table.column("x"), keep)),
+              ElementsAre(11, 33));
+  EXPECT_THAT(numbers(filter(table.column("y"), table.column("x") > 9)), ElementsAre());
+}
+
+TEST_F(Gather, RefusesInputsWhoseRowsDontMatch) {
+  const Array x = read("x\n1\n2\n3\n").column("x");
+  const Error error = errorOf([&] { (x + filter(x, x > 1)).gather(); });
+  EXPECT_EQ(error.identifier(), "KALVEX:array:RowsDiffer");
+  EXPECT_EQ(number(sum(x)), 6) << "the session goes on";
+}
+
+TEST_F(Gather, TellsWhatIsWrongWithAFile) {
+  EXPECT_EQ(errorOf([&] { session.read(folder.path("gone.csv")); }).identifier(),
+            "KALVEX:datastore:FileNotFound");
+  const Array x = read("x,y\n1,2\n3\n").column("x");
+  const Error error = errorOf([&] { x.gather(); });
+  EXPECT_EQ(error.identifier(), "KALVEX:datastore:RaggedRow");
+  EXPECT_THAT(error.what(), HasSubstr("table.csv"));
+}
+
+TEST_F(Gather, ExplainsAPlanWithoutReading) {
+  const Table table = read("x,y\n1,2\n3\n");
+  const std::string plan = session.explain(std::vector{mean(table.column("x"))});
+  EXPECT_THAT(plan, HasSubstr("mean"));
+  EXPECT_THAT(plan, HasSubstr("table.csv"));
+}
+
+using Map = ArrayTest;
+
+TEST_F(Map, RunsTheUsersFunctionOnBlocksOfEquallyLongInputs) {
+  const Table table = read("x,b\n1,true\n2,false\n3,true\n", {{{"b", "logical"}}});
+  const Array x = table.column("x");
+  const auto weigh = [](std::span<const std::span<const double>> in) {
+    std::vector<double> out;
+    for (std::size_t i = 0; i < in[0].size(); ++i) out.push_back(in[0][i] * in[1][i] + in[2][i]);
+    return out;
+  };
+  const Array result = map(weigh, std::vector{x, table.column("b"), mean(x)});
+  EXPECT_THAT(numbers(result), ElementsAre(3, 2, 5));
+  EXPECT_EQ(result.type(), "double");
+}
+
+TEST_F(Map, AFailureComesBackOnceWithTheLineThatMadeTheArray) {
+  const Array x = read("x\n1\n2\n").column("x");
+  const auto fail = [](auto) -> std::vector<double> {
+    throw Error("MYLAB:sensor:Broken", "sensor 7 is broken", {"7"});
+  };
+  const std::source_location here = std::source_location::current();
+  const Array bad = map(fail, std::vector{x});
+  const Error error = errorOf([&] { sum(bad + 1).gather(); });
+
+  EXPECT_EQ(error.identifier(), "MYLAB:sensor:Broken");
+  EXPECT_THAT(error.what(), HasSubstr("sensor 7 is broken"));
+  const auto isHere = [&](const StackFrame& frame) {
+    return frame.file == here.file_name() && frame.line == static_cast<int>(here.line()) + 1;
+  };
+  EXPECT_EQ(std::ranges::count_if(error.stack(), isHere), 1);
+  EXPECT_EQ(number(sum(x)), 3) << "the session goes on";
+}
+
+TEST_F(Map, OtherFailuresKeepTheirText) {
+  const Array x = read("x\n1\n2\n").column("x");
+  const auto fail = [](auto) -> std::vector<double> { throw std::runtime_error("out of ink"); };
+  const auto tooFew = [](auto) { return std::vector<double>{1}; };
+  const Error error = errorOf([&] { map(fail, std::vector{x}).gather(); });
+  EXPECT_EQ(error.identifier(), "KALVEX:NativeException");
+  EXPECT_THAT(error.what(), HasSubstr("out of ink"));
+  EXPECT_EQ(errorOf([&] { map(tooFew, std::vector{x}).gather(); }).identifier(),
+            "KALVEX:array:WrongRowCount");
+  EXPECT_EQ(errorOf([&] { map(tooFew, std::vector<Array>{}); }).identifier(),
+            "KALVEX:array:NoArray");
+}
+
+TEST_F(Map, AnInterruptEndsTheEvaluationAndNotTheSession) {
+  std::string rows = "x\n";
+  for (int i = 0; i < 200'000; ++i) rows += "1\n";
+  const Array x = read(rows).column("x");
+  int blocks = 0;
+  const auto pressCtrlC = [&](std::span<const std::span<const double>> in) {
+    ++blocks;
+    interrupt();
+    return std::vector<double>(in[0].begin(), in[0].end());
+  };
+  EXPECT_THROW(sum(map(pressCtrlC, std::vector{x})).gather(), Interrupted);
+  EXPECT_EQ(blocks, 1) << "stops within a chunk";
+  EXPECT_EQ(number(sum(x)), 200'000);
+}
+
+class Lifetime : public testing::Test {
+ protected:
+  host::Ledger before = host::ledger();
+};
+
+TEST_F(Lifetime, ArraysMayOutliveTheirSessionAndBeDroppedOnAnyThread) {
+  runtime::test::TempFolder folder;
+  auto session = std::make_unique<Session>();
+  std::optional<Table> table = session->read(folder.write("t.csv", "x\n1\n2\n"));
+  std::optional<Array> x = table->column("x");
+  std::optional<Array> total = sum(*x + 1);
+  std::thread([&] { total.reset(); }).join();
+  EXPECT_EQ(x->gather().number(1), 2);
+
+  session.reset();
+  EXPECT_EQ(errorOf([&] { x->gather(); }).identifier(), "KALVEX:session:Closed");
+  EXPECT_EQ(errorOf([&] { *x + 1; }).identifier(), "KALVEX:session:Closed");
+  EXPECT_EQ(errorOf([&] { table->column("x"); }).identifier(), "KALVEX:session:Closed");
+  std::thread([&] { x.reset(); }).join();
+  table.reset();
+
+  const host::Ledger after = host::ledger();
+  EXPECT_EQ(after.objects, before.objects);
+  EXPECT_EQ(after.arrays, before.arrays);
+  EXPECT_EQ(after.payloadBytes, before.payloadBytes);
+}
+
+TEST_F(Lifetime, AFailedEvaluationLeavesNothingBehind) {
+  {
+    Session session;
+    const Array one = session.constant(1);
+    const auto fail = [](auto) -> std::vector<double> { throw std::runtime_error("no"); };
+    EXPECT_THROW(map(fail, std::vector{one}).gather(), Error);
+  }
+  EXPECT_EQ(host::ledger().objects, before.objects);
+  EXPECT_EQ(host::ledger().arrays, before.arrays);
+}
+
+TEST(Describe, ShowsClassesAsTheyWereRegistered) {
+  Session session;
+  const std::vector<std::string> names = classNames(session);
+  ASSERT_THAT(names, testing::Contains("kalvex.bigdata.internal.InternalStackFrame"));
+  const ClassDescription frame = describe(session, "kalvex.bigdata.internal.InternalStackFrame");
+  ASSERT_EQ(frame.members.size(), 2U);
+  EXPECT_EQ(frame.members[0].kind, "constructor");
+  EXPECT_EQ(frame.members[1].inputs, 1);
+  EXPECT_TRUE(frame.isNative);
+  EXPECT_EQ(errorOf([&] { describe(session, "no.such.Class"); }).identifier(),
+            "KALVEX:UndefinedFunction");
+}
+
+}  // namespace
+}  // namespace kv::test

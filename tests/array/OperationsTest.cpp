@@ -1,0 +1,119 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <optional>
+
+#include "array/ArrayTest.h"
+
+namespace kv::test {
+namespace {
+
+using testing::ElementsAre;
+using Operations = ArrayTest;
+
+constexpr std::string_view kSmall = "x,y,word\n1,4,a\n2,NA,b\n3,6,\n";
+
+TEST_F(Operations, GoRowByRowOverArraysNumbersAndTexts) {
+  const Table table = read(kSmall);
+  const Array x = table.column("x");
+  const Array y = table.column("y");
+
+  EXPECT_THAT(numbers(x + 1), ElementsAre(2, 3, 4));
+  EXPECT_THAT(numbers(10 - x * 2.5F), ElementsAre(7.5, 5, 2.5));
+  EXPECT_THAT(numbers(-x / 2L), ElementsAre(-0.5, -1, -1.5));
+  EXPECT_THAT(numbers(x % 2U), ElementsAre(1, 0, 1));
+  EXPECT_THAT(numbers((x >= 2) & !(x == 3)), ElementsAre(0, 1, 0));
+  EXPECT_THAT(numbers((y > 5) | isnan(y)), ElementsAre(0, 1, 1));
+  EXPECT_THAT(numbers(table.column("word") != "a"), ElementsAre(0, 1, 0)) << "missing is false";
+  EXPECT_THAT(numbers(kv::sqrt(kv::abs(x * x))), ElementsAre(1, 2, 3));
+}
+
+TEST_F(Operations, AggregatesSkipMissingValuesOrPropagateThem) {
+  const Array y = read(kSmall).column("y");
+
+  EXPECT_EQ(number(mean(y)), 5);
+  EXPECT_EQ(number(count(y)), 2);
+  EXPECT_EQ(number(max(y) - min(y)), 2);
+  EXPECT_EQ(number(sum(y)), 10);
+  EXPECT_EQ(number(kv::std(y) * kv::std(y)), number(var(y)));
+  EXPECT_TRUE(std::isnan(number(mean(y, Missing::Propagate))));
+  EXPECT_TRUE(std::isnan(number(max(y, Missing::Propagate))));
+}
+
+TEST_F(Operations, ValuesKeepTheirKind) {
+  const Table table = read("n,u,b,t\n-9007199254740993,18446744073709551615,true,ü\n0,1,false,\n",
+                           {{{"n", "int64"}, {"u", "uint64"}, {"b", "logical"}}});
+  using I = Value::Integers;
+  using U = Value::Unsigneds;
+
+  EXPECT_EQ(std::get<I>(min(table.column("n")).gather().data()), I{-9007199254740993});
+  EXPECT_EQ(std::get<U>(table.column("u").gather().data()),
+            (U{std::numeric_limits<std::uint64_t>::max(), 1}));
+  EXPECT_TRUE(table.column("b").gather().isLogical());
+  const Value texts = table.column("t").gather();
+  EXPECT_EQ(texts.text(0), "ü");
+  EXPECT_EQ(texts.text(1), std::nullopt);
+  EXPECT_EQ(errorOf([&] { texts.number(); }).identifier(), "KALVEX:array:NotANumber");
+  EXPECT_THROW(texts.text(2), std::out_of_range);
+}
+
+TEST_F(Operations, TypesAreKnownBeforeAnythingIsRead) {
+  const Table table = read("x,n,word\n1,2,a\n", {{{"n", "int8"}}});
+
+  EXPECT_EQ(table.column("x").type(), "double");
+  EXPECT_EQ((table.column("n") * 2).type(), "int8");
+  EXPECT_EQ((table.column("n") * 2.5).type(), "double");
+  EXPECT_EQ((table.column("word") == "a").type(), "logical");
+  EXPECT_EQ(count(table.column("word")).type(), "double");
+  EXPECT_EQ(table.filter(table.column("x") > 0).column("n").type(), "int8");
+}
+
+TEST_F(Operations, WhatCantBeDoneIsRefusedWhereItIsWritten) {
+  const Table table = read(kSmall);
+  const Array x = table.column("x");
+  const Array word = table.column("word");
+  Session other;
+  const Array stranger = other.constant(1);
+  const std::vector<Operand> constants = {1, 2};
+
+  EXPECT_EQ(errorOf([&] { word + 1; }).identifier(), "KALVEX:function:BadTypes");
+  EXPECT_EQ(errorOf([&] { mean(word); }).identifier(), "KALVEX:function:BadTypes");
+  EXPECT_EQ(errorOf([&] { kv::apply("plus", std::vector<Operand>{x}); }).identifier(),
+            "KALVEX:function:BadArity");
+  EXPECT_EQ(errorOf([&] { kv::apply("plus", constants); }).identifier(), "KALVEX:array:NoArray");
+  EXPECT_EQ(errorOf([&] { kv::apply("nope", constants); }).arguments(),
+            std::vector<std::string>{"nope"});
+  EXPECT_EQ(errorOf([&] { aggregate("nope", x); }).identifier(), "KALVEX:array:UnknownFunction");
+  EXPECT_EQ(errorOf([&] { table.column("nope"); }).identifier(), "KALVEX:array:UnknownColumn");
+  EXPECT_EQ(errorOf([&] { table.filter(x); }).identifier(), "KALVEX:array:NotLogical");
+  EXPECT_EQ(errorOf([&] { filter(x, x); }).identifier(), "KALVEX:array:NotLogical");
+  EXPECT_EQ(errorOf([&] { x + stranger; }).identifier(), "KALVEX:array:TwoSessions");
+  EXPECT_EQ(errorOf([&] { x + ((1LL << 53) + 1); }).identifier(), "KALVEX:array:NotExact");
+  EXPECT_EQ(number(sum(x)), 6) << "the session goes on";
+}
+
+TEST_F(Operations, ConstantsAloneAreComputedAtOnce) {
+  const Array hour = session.constant(60) * 60;
+  const Gathered gathered = session.gather(std::vector<Array>{hour});
+  EXPECT_EQ(gathered.values[0].number(), 3600);
+  EXPECT_EQ(gathered.facts.passes, 0);
+}
+
+TEST_F(Operations, EveryFunctionInTheListsCanBeCalledByName) {
+  const Array x = read(kSmall).column("x");
+  const Array truth = x > 1;
+  for (const FunctionFacts& function : elementFunctions()) {
+    const std::vector<Operand> inputs(function.inputs, x);
+    EXPECT_EQ(kv::apply(function.name, inputs).gather().rows(), 3U) << function.name;
+  }
+  for (const FunctionFacts& function : aggregates()) {
+    const bool takesLogicals = function.name == "any" || function.name == "all";
+    const Array result = aggregate(function.name, takesLogicals ? truth : x);
+    EXPECT_EQ(result.gather().rows(), 1U) << function.name;
+  }
+}
+
+}  // namespace
+}  // namespace kv::test

@@ -1,0 +1,31 @@
+"""The command kvbig, as the tests run it."""
+
+import json
+import subprocess
+from pathlib import Path
+
+
+class Run:
+    """The command, run in a folder."""
+
+    def __init__(self, tool: Path, folder: Path):
+        self.tool = tool
+        self.folder = folder
+
+    def __call__(self, *words: str, **options) -> subprocess.CompletedProcess:
+        return subprocess.run(
+            [self.tool, *words], cwd=self.folder, capture_output=True, text=True, timeout=300, **options
+        )
+
+    def query(self, *words: str) -> dict:
+        """The answer as JSON of a query that must succeed."""
+        done = self("query", *words, "--json")
+        assert (done.returncode, done.stderr) == (0, ""), done.stderr
+        return json.loads(done.stdout)
+
+    def refusal(self, *words: str, code: int = 2) -> str:
+        """What stderr says when a query fails with `code`; nothing may be on stdout."""
+        done = self("query", *words)
+        assert (done.returncode, done.stdout) == (code, ""), done.stderr
+        assert done.stderr.startswith("kvbig: ")
+        return done.stderr

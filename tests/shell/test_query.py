@@ -1,0 +1,250 @@
+"""kvbig query: what it prints, on which stream, and with which exit code."""
+
+import json
+import re
+import shlex
+import signal
+import subprocess
+import time
+from pathlib import Path
+
+import pytest
+
+from command import Run
+
+ROWS = 336_776
+
+# Computed with Arrow from the same file.
+TRUTH = {
+    "mean(dep_delay)": 12.639070257304708,
+    "std(dep_delay)": 40.21006089212995,
+    "max(dep_delay)": 1301,
+    "count(dep_delay)": 328_521,
+    "mean(arr_delay)": 6.89537675731489,
+    "sum(distance)": 350_217_607,
+    "mean(arr_delay > 60)": 0.08251478727700311,
+}
+
+
+@pytest.fixture
+def run(tool: Path, tmp_path: Path, flights: Path) -> Run:
+    (tmp_path / "flights.csv").symlink_to(flights)
+    (tmp_path / "small.csv").write_text("x,y,word,two words\n1,4,a,1\n2,,b,2\n3,6,,3\n")
+    (tmp_path / "wide.csv").write_text("x\n9007199254740993\n5\n")
+    (tmp_path / "more").mkdir()
+    (tmp_path / "more" / "a.csv").write_text("x,y,word,two words\n4,1,c,4\n")
+    (tmp_path / "more" / "b.csv").write_text("x,y,word,two words\n5,1,d,5\n")
+    return Run(tool, tmp_path)
+
+
+def test_answers_about_flights_are_right_and_take_one_pass(run: Run) -> None:
+    answer = run.query("flights.csv", *TRUTH)
+    assert answer["results"] == pytest.approx(TRUTH, rel=1e-14)
+    assert list(answer["results"]) == list(TRUTH)
+    assert (answer["rows"], answer["passes"]) == (ROWS, 1)
+    assert answer["seconds"] > 0
+    assert 1e6 < answer["peak_bytes"] < 1e9
+
+
+def test_where_keeps_rows_for_all_expressions(run: Run) -> None:
+    answer = run.query("flights.csv", "mean(dep_delay)", "n = count(year)", "--where", 'origin == "JFK"')
+    assert answer["results"] == pytest.approx({"mean(dep_delay)": 12.112159099217665, "n": 111_279})
+    assert answer["rows"] == ROWS
+
+
+def test_an_answer_that_needs_another_one_takes_a_pass_more(run: Run) -> None:
+    answer = run.query("flights.csv", "spread = std(dep_delay - mean(dep_delay))")
+    assert answer["results"]["spread"] == pytest.approx(TRUTH["std(dep_delay)"], rel=1e-12)
+    assert answer["passes"] == 2
+
+
+@pytest.mark.parametrize(
+    ("expression", "value"),
+    [
+        ("sum(x * 2 + 1)", 15),
+        ("sum(-x ^ 2)", -14),
+        ("sum(x % 2)", 2),
+        ("sum(x / 2)", 3),
+        ("mean(y)", 5),
+        ("count(y)", 2),
+        ("count(word)", 2),
+        ('sum(word == "a" | x >= 3)', 2),
+        ("sum(!(x > 1) & true)", 1),
+        ("sum(isnan(y))", 1),
+        ("sum(y > 0)", 2),
+        ("sum(`two words`)", 6),
+        ("max(x) - min(x)", 2),
+        ("sum(x) * (60 * 60)", 21_600),
+        ("mean(x) > 1", True),
+        ("sum(x > mean(x))", 1),
+        ("mean(minimum(x, 2))", 5 / 3),
+        ("max(word)", "b"),
+        ("mean(log(x - 1) > -1)", 2 / 3),
+        ("sum(x / 0)", "Infinity"),
+        ("mean(y - y / 0)", "-Infinity"),
+    ],
+)
+def test_expressions_mean_what_they_say(run: Run, expression: str, value) -> None:
+    assert run.query("small.csv", f"r = {expression}")["results"]["r"] == pytest.approx(value)
+
+
+def test_nothing_to_average_is_null(run: Run) -> None:
+    (run.folder / "empty.csv").write_text("x,y\n")
+    answer = run.query("empty.csv", "mean(x)", "count(x)", "sum(x)")
+    assert answer["results"] == {"mean(x)": None, "count(x)": 0, "sum(x)": 0}
+    assert answer["rows"] == 0
+    assert run.query("small.csv", "mean(x)", "--where", "x > 99")["results"] == {"mean(x)": None}
+
+
+@pytest.mark.parametrize(
+    ("words", "total"),
+    [
+        (["small.csv", "-f", "more/a.csv", "--file", "more/b.csv"], 15),
+        (["more"], 9),
+        (["more/*.csv"], 9),
+    ],
+)
+def test_files_folders_and_globs_make_one_table(run: Run, words: list[str], total: int) -> None:
+    path, *rest = words
+    assert run.query(path, "sum(x)", *rest)["results"] == {"sum(x)": total}
+
+
+def test_a_fixed_type_keeps_whole_numbers_exact(run: Run) -> None:
+    assert "9007199254740993" in run.refusal("wide.csv", "max(x)", code=3)
+    assert run.query("wide.csv", "max(x)", "--type", "x=int64")["results"] == {"max(x)": 2**53 + 1}
+
+
+def test_people_get_an_aligned_table_and_a_line_of_facts(run: Run) -> None:
+    done = run("query", "small.csv", "mean(y)", "third = sum(x) / 18", "max(word)", "mean(y - y / 0)")
+    assert done.returncode == 0
+    *table, blank, facts = done.stdout.splitlines()
+    assert table == [
+        "mean(y)             5",
+        "third               0.3333333333333333",
+        "max(word)           b",
+        "mean(y - y / 0)  -Inf",
+    ]
+    assert blank == ""
+    assert re.fullmatch(r"3 rows, 1 pass, \d+\.\d\d s, peak memory \d+\.\d MB", facts)
+
+
+def test_a_text_from_a_file_cant_drive_the_terminal(run: Run) -> None:
+    (run.folder / "evil.csv").write_text("x,word\n1,\x1b]0;owned\x07\n")
+    done = run("query", "evil.csv", "max(word)")
+    assert (done.returncode, "\x1b" in done.stdout) == (0, False)
+    assert r"\x1b]0;owned\x07" in done.stdout
+    assert "\x1b" not in run.refusal("evil.csv", "max(x)", "--type", "word=int64", "--where", "word > 0", code=3)
+
+
+def test_a_plan_reads_no_data(run: Run) -> None:
+    (run.folder / "bad.csv").write_text("x,y\n" + "1,2\n" * 1_000_000 + "1,2,3\n")
+    done = run("query", "bad.csv", "mean(x)", "--explain")
+    assert (done.returncode, done.stderr) == (0, "")
+    assert "x" in done.stdout and "mean" in done.stdout
+    plan = run("query", "bad.csv", "mean(x)", "--explain", "--json")
+    assert json.loads(plan.stdout)["plan"].strip() == done.stdout.strip()
+    run.refusal("bad.csv", "mean(x)", code=3)
+
+
+@pytest.mark.parametrize(
+    ("words", "said"),
+    [
+        (["maen(x)"], ['no function "maen"', "\n    maen(x)\n    ^^^^\n", "mean"]),
+        (["mean(yy)"], ['no column "yy"', "    mean(yy)\n         ^^\n", "y", "two words"]),
+        (["mean(x"], ["never closed", "    mean(x\n        ^"]),
+        (["x"], ["for each row"]),
+        (["1 + 1"], ["no column"]),
+        (["mean(1)"], ["constant"]),
+        (["mean(x, y)"], ["1 input"]),
+        (["mean(word + 1)"], ["plus", "string", "^"]),
+        (["mean(word)"], ["mean", "string", "^"]),
+        (["(" * 100_000], ["nested too deep"]),
+        (["mean(x)", "mean(x)"], ["two results"]),
+        (["mean(x)", "more"], ['"more" is a file', "-f"]),
+        (["mean(x)", "--where", "x"], ["condition", "double"]),
+        (["mean(x)", "--where", "mean(x) > 1"], ["single rows"]),
+        (["mean(x)", "--type", "x"], ["NAME=TYPE"]),
+        (["mean(x)", "--type", "x=float"], ["float", "double"]),
+        (["mean(x)", "--type", "z=double"], ["z"]),
+        (["mean(x)", "--nonsense"], ["--nonsense"]),
+        (["-mean(x)"], ["-- '-mean(x)'"]),
+        ([], ["EXPR is required"]),
+    ],
+)
+def test_wrong_usage_is_told_and_ends_with_2(run: Run, words: list[str], said: list[str]) -> None:
+    message = run.refusal("small.csv", *words)
+    for part in said:
+        assert part in message
+    assert len(message) < 3000
+
+
+def test_a_long_expression_is_fine(run: Run) -> None:
+    terms = 10_000
+    assert run.query("small.csv", "r = sum(x" + "+x" * terms + ")")["results"]["r"] == 6 * (terms + 1)
+
+
+@pytest.mark.parametrize(
+    ("name", "content", "said"),
+    [
+        ("gone.csv", None, ["gone.csv"]),
+        ("nothing.csv", b"", ["nothing.csv"]),
+        ("ragged.csv", b"x,y\n1,2\n3\n", ["ragged.csv", "2"]),
+        ("binary.csv", b"x,y\n1,\xff\xfe\n", ["binary.csv"]),
+    ],
+)
+def test_bad_input_is_told_and_ends_with_3(run: Run, name: str, content: bytes | None, said: list[str]) -> None:
+    if content is not None:
+        (run.folder / name).write_bytes(content)
+    message = run.refusal(name, "sum(x)", "count(y)", code=3)
+    for part in said:
+        assert part in message
+
+
+def test_what_fails_in_evaluation_ends_with_4(run: Run) -> None:
+    message = run.refusal("small.csv", "sum(x * 300)", "--type", "x=int8", code=4)
+    assert "300" in message and "int8" in message
+
+
+def test_results_that_cant_be_written_end_with_4(run: Run) -> None:
+    with open("/dev/full", "w") as full:
+        done = subprocess.run(
+            [run.tool, "query", "small.csv", "mean(x)"],
+            cwd=run.folder, stdout=full, stderr=subprocess.PIPE, text=True,
+        )
+    assert done.returncode == 4
+    assert "No space left" in done.stderr
+
+
+def test_a_reader_that_leaves_is_no_error_to_talk_about(run: Run) -> None:
+    process = subprocess.Popen(
+        [run.tool, "query", "flights.csv", "mean(dep_delay)"],
+        cwd=run.folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+    )
+    process.stdout.close()
+    assert process.stderr.read() == b""
+    assert process.wait() == -signal.SIGPIPE
+
+
+def test_an_interrupt_ends_with_130_and_one_line(run: Run) -> None:
+    block = "x,y\n" + "1.25,2\n" * 5_000_000
+    (run.folder / "large.csv").write_text(block)
+    files = [word for _ in range(40) for word in ("-f", "large.csv")]
+    process = subprocess.Popen(
+        [run.tool, "query", "large.csv", *files, "mean(sin(x) + cos(y))"],
+        cwd=run.folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+    )
+    time.sleep(1.0)
+    process.send_signal(signal.SIGINT)
+    sent = time.monotonic()
+    out, err = process.communicate(timeout=60)
+    assert (process.returncode, out, err) == (130, "", "kvbig: interrupted\n")
+    assert time.monotonic() - sent < 2
+
+
+def test_the_examples_in_help_work(run: Run) -> None:
+    text = run("query", "--help").stdout
+    examples = re.findall(r"^  (kvbig .*)$", text, re.MULTILINE)
+    assert len(examples) >= 5
+    for example in examples:
+        done = run(*shlex.split(example)[1:])
+        assert (done.returncode, done.stderr) == (0, ""), example
