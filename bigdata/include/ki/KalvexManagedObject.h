@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include "kcos/interface.h"
 #include "ki/KalvexManagedPtr.h"
 #include "ki/hostClassName.h"
@@ -30,6 +32,12 @@ class KalvexManagedObject {
  public:
   KalvexManagedObject(const KalvexManagedObject&) = delete;
   KalvexManagedObject& operator=(const KalvexManagedObject&) = delete;
+
+  /// Native parts come from the host's pool.
+  static void* operator new(std::size_t bytes) { return kcos::utAllocatePart(bytes); }
+  static void operator delete(void* memory, std::size_t bytes) noexcept {
+    kcos::utFreePart(memory, bytes);
+  }
 
   /// This object, viewed as the class `T` of its chain. Makes no check.
   template <class T>

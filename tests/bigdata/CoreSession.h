@@ -1,0 +1,76 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundation/exception.h"
+#include "kv/host/session.h"
+
+namespace bigdata {
+
+using kv::host::Call;
+using kv::host::Value;
+
+/// The id of the error that `action` ends with and its arguments, separated by " | ", whether it
+/// comes from native code or from the host; "no error" if there is none.
+std::string errorOf(const std::function<void()>& action);
+
+/// What `errorOf` gives for an internal error of that text.
+std::string internalError(std::string_view text);
+
+/// A session with the core in it, its builtins entered, and nothing else: what the core reaches by
+/// name is absent until a test defines it. After each test the heap is verified.
+class CoreSession : public ::testing::Test {
+ protected:
+  CoreSession();
+  void TearDown() override;
+
+  // Calls by name, by the rights of public code.
+  template <class... Inputs>
+  Value call(std::string_view name, const Inputs&... inputs) {
+    return callWith(name, {raw(inputs)...});
+  }
+  template <class... Inputs>
+  Value invoke(const Value& object, std::string_view method, const Inputs&... inputs) {
+    return invokeWith(object, method, {raw(inputs)...});
+  }
+  /// Makes an object of the class with that name behind "kalvex.bigdata.internal.".
+  template <class... Inputs>
+  Value make(const std::string& className, const Inputs&... inputs) {
+    return callWith("kalvex.bigdata.internal." + className, {raw(inputs)...});
+  }
+  Value callWith(std::string_view name, std::initializer_list<const kxArray*> inputs);
+  Value invokeWith(const Value& object, std::string_view method,
+                   std::initializer_list<const kxArray*> inputs);
+
+  Value get(const Value& object, std::string_view property) {
+    return session.get(object.get(), property);
+  }
+  double getDouble(const Value& object, std::string_view property);
+  bool getFlag(const Value& object, std::string_view property);
+  std::string getText(const Value& object, std::string_view property);
+
+  /// Defines a host function that notes its name and then runs `body`.
+  void define(const std::string& name, kv::host::NativeBody body = {});
+  /// Names of the calls of such functions since the last look, separated by blanks.
+  std::string takeCalls();
+
+  kv::host::Session session;
+  kv::host::Session::Scope scope{session};
+
+ private:
+  static const kxArray* raw(const Value& value) { return value.get(); }
+  static const kxArray* raw(const kxArray* value) { return value; }
+
+  std::string calls_;
+};
+
+/// True if both are the same host object.
+bool isSameObject(const Value& a, const Value& b);
+
+}  // namespace bigdata
