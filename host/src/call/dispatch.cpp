@@ -225,11 +225,3 @@ bool kcos::omCallMethod(COSInternedBase className, COSInternedBase methodName,
                                     client != nullptr ? &client->record() : nullptr,
                                     {nlhs, plhs, nrhs, prhs});
 }
-
-namespace matrix::detail {
-
-void error_maxlhs() { kv::host::raise("KALVEX:TooManyOutputs"); }
-void error_maxrhs() { kv::host::raise("KALVEX:TooManyInputs"); }
-void error_minrhs() { kv::host::raise("KALVEX:NotEnoughInputs"); }
-
-}  // namespace matrix::detail
