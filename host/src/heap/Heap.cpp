@@ -169,6 +169,9 @@ void Heap::disown(kxArray& array) noexcept {
   }
   (array.previous != nullptr ? array.previous->next : parent->extension_->adopted) = array.next;
   array.previous = array.next = nullptr;
+  if (parent->isDeleted()) {
+    holdGone(*parent);  // its storage waited for the array
+  }
 }
 
 // --- Deletion -------------------------------------------------------------------------------------
@@ -232,17 +235,11 @@ void Heap::destroyContents(Object& object) noexcept {
     object.objectClass().destroyInstanceData(data);
   }
   object.flags_ |= Object::kContentsGone;
-  const std::unique_ptr<ObjectExtension> extension = std::move(object.extension_);
-  if (extension == nullptr) {
-    return;
-  }
-  while (kxArray* array = extension->adopted) {  // whoever owns it let it outlive the native part
-    extension->adopted = array->next;
-    array->parent = nullptr;
-    array->previous = array->next = nullptr;
-  }
-  for (kxArray* value : extension->slots) {
-    matrix::destroyArray(value);
+  if (ObjectExtension* extension = object.extension_.get()) {
+    extension->value.reset();
+    for (kxArray* value : std::exchange(extension->slots, {})) {
+      matrix::destroyArray(value);
+    }
   }
 }
 

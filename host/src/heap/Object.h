@@ -73,7 +73,11 @@ class Object final : public kcos::COSInterface {
   bool isHeld() const noexcept {
     return strongCount_ != 0 || heldCount_ != 0 || isUnderConstruction();
   }
-  bool isReferenced() const noexcept { return isHeld() || storageCount_ != 0; }
+  /// True if the storage is still needed; adopted arrays point to their parent.
+  bool isReferenced() const noexcept {
+    return isHeld() || storageCount_ != 0 ||
+           (extension_ != nullptr && extension_->adopted != nullptr);
+  }
 
   EdgeList edges_;
   std::unique_ptr<ObjectExtension> extension_;

@@ -40,8 +40,8 @@ void property_array_deleter::operator()(kxArray* array) const noexcept {
   if (array == nullptr) {
     return;
   }
-  Heap::disown(*array);
   if (kxGetReferenceCount(array) != 0) {
+    Heap::disown(*array);
     array->moveOutside();
   }
   matrix::detail::kxDestroy_deleter()(array);

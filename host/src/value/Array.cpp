@@ -142,6 +142,9 @@ bool kxArray::removeOwner() noexcept {
 }
 
 ReleaseQueue* kxArray::home() const noexcept {
+  if (parent != nullptr) {
+    return Slab::of(*parent).queue;
+  }
   if (form == Form::Object) {
     return Slab::of(*object).queue;
   }
