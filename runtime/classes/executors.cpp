@@ -97,7 +97,8 @@ void execute(const Call& call) {
   const Value promises = awaitedPromises(call.in(1), call.in(2));
   const Plan plan = makePlan(call.in(1), promises.get());
   try {
-    runtimeState().lastEvaluation = Evaluation(plan, interruptToken).run();
+    RuntimeState& state = runtimeState();
+    state.lastEvaluation = Evaluation(plan, interruptToken, state.sourceRows).run();
   } catch (const Cancelled&) {
     interruptToken.reset();
     throw Interrupted();
@@ -126,8 +127,8 @@ void explain(const Call& call) {
     call.out(0, host::makeString("Everything is there: no pass over the data.\n"));
     return;
   }
-  const Value promises = awaitedPromises(objects.taskGraph.get(), objects.promises.get());
-  call.out(0, host::makeString(describePlan(makePlan(objects.taskGraph.get(), promises.get()))));
+  const Plan plan = makePlan(objects.taskGraph.get(), objects.promises.get());
+  call.out(0, host::makeString(describePlan(plan)));
 }
 
 }  // namespace

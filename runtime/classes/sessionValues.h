@@ -14,6 +14,7 @@ struct RuntimeState {
   host::Value defaultExecutor;   ///< made when it is first asked for
   host::Value executorOverride;  ///< null or empty: none
   EvaluationFacts lastEvaluation;
+  SourceRows sourceRows;
 };
 
 /// The runtime's state in the current session; made at first use, gone with the session.

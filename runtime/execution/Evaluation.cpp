@@ -69,8 +69,12 @@ Value joinPartials(std::size_t sink, std::size_t output, const std::vector<UnitR
 
 }  // namespace
 
-Evaluation::Evaluation(const Plan& plan, const CancellationToken& cancellation)
-    : plan_(plan), cancellation_(cancellation), values_(plan.tasks.size()) {}
+Evaluation::Evaluation(const Plan& plan, const CancellationToken& cancellation,
+                       SourceRows& sourceRows)
+    : plan_(plan),
+      cancellation_(cancellation),
+      values_(plan.tasks.size()),
+      sourceRows_(sourceRows) {}
 
 EvaluationFacts Evaluation::run() {
   const auto start = std::chrono::steady_clock::now();
@@ -120,7 +124,8 @@ std::vector<std::vector<PassSink>> Evaluation::sinksBySource(int pass) const {
 }
 
 void Evaluation::runStage(const std::vector<PassSink>& sinks) {
-  const AssembledStage assembled = assembleStage(plan_, sinks, values_);
+  AssembledStage assembled = assembleStage(plan_, sinks, values_);
+  placeRows(assembled);
   const Stage& stage = assembled.stage();
   SessionFunctions functions(assembled);
   const std::uint64_t number = nextStage_++;
@@ -137,15 +142,30 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   takeResults(sinks, results);
 }
 
+/// A value computed at once from gathered ones doesn't tell where its rows stood. If it has as many
+/// as the source, they are the source's.
+void Evaluation::placeRows(AssembledStage& assembled) const {
+  const auto known = sourceRows_.find(assembled.stage().source().fingerprint());
+  for (StageInput& input : assembled.inputs) {
+    const std::int64_t rows = input.column.rows();
+    if (!input.partitioned && rows != 1 && known != sourceRows_.end() &&
+        known->second.back() == rows) {
+      input.partitioned = StageInput::Partitioned{known->second, std::nullopt};
+    }
+  }
+}
+
 void Evaluation::noteRows(const Stage& stage, const std::vector<UnitResult>& results) {
-  std::string source = stage.source().fingerprint();
-  if (std::find(sourcesSeen_.begin(), sourcesSeen_.end(), source) != sourcesSeen_.end()) {
+  const std::string source = stage.source().fingerprint();
+  if (!sourcesSeen_.insert(source).second) {
     return;
   }
-  sourcesSeen_.push_back(std::move(source));
+  std::vector<std::int64_t> firstRow{0};
   for (const UnitResult& result : results) {
-    facts_.rows += result.rows;
+    firstRow.push_back(firstRow.back() + result.rows);
   }
+  facts_.rows += firstRow.back();
+  sourceRows_[source] = std::move(firstRow);
 }
 
 void Evaluation::takeResults(const std::vector<PassSink>& sinks, std::vector<UnitResult>& results) {

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "execution/Plan.h"
@@ -19,6 +22,10 @@ struct EvaluationFacts {
   std::int64_t peakBytes = 0;  ///< peak resident memory of the process so far
 };
 
+/// By fingerprint of a source that has been read: the first row of each partition, and the number
+/// of rows behind them.
+using SourceRows = std::map<std::string, std::vector<std::int64_t>>;
+
 /// Runs a plan pass by pass, in this thread, and completes the promises of its results.
 ///
 /// Results of a pass are whole values, which the client's tasks and the next pass read. The
@@ -27,7 +34,8 @@ struct EvaluationFacts {
 /// Lives: one evaluation; the plan and the token outlive it.
 class Evaluation {
  public:
-  Evaluation(const Plan& plan, const CancellationToken& cancellation);
+  /// `sourceRows`: what earlier evaluations have learned; this one adds to it.
+  Evaluation(const Plan& plan, const CancellationToken& cancellation, SourceRows& sourceRows);
 
   /// Errors: Cancelled within a chunk of the token's being set; failures of steps (see
   ///         raiseStepFailure). No promise is completed then.
@@ -38,6 +46,7 @@ class Evaluation {
   void runPass(int pass);
   void runStage(const std::vector<PassSink>& sinks);
   std::vector<std::vector<PassSink>> sinksBySource(int pass) const;
+  void placeRows(AssembledStage& assembled) const;
   void noteRows(const Stage& stage, const std::vector<UnitResult>& results);
   void takeResults(const std::vector<PassSink>& sinks, std::vector<UnitResult>& results);
   std::vector<WholeValue> mergeAggregate(const PlanTask& task, std::size_t sink,
@@ -47,7 +56,8 @@ class Evaluation {
   const Plan& plan_;
   const CancellationToken& cancellation_;
   WholeValues values_;
-  std::vector<std::string> sourcesSeen_;
+  SourceRows& sourceRows_;
+  std::set<std::string> sourcesSeen_;
   std::uint64_t nextStage_ = 0;
   EvaluationFacts facts_;
 };

@@ -1,7 +1,7 @@
 #include <fmt/core.h>
 #include <fmt/ranges.h>
 
-#include <iterator>
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <set>
@@ -35,25 +35,22 @@ class PlanText {
   explicit PlanText(const Plan& plan) : plan_(plan), lines_(plan.tasks.size(), 0) {}
 
   std::string write() {
-    append("Plan: {} {} over the data\n", plan_.passes, plan_.passes == 1 ? "pass" : "passes");
+    writeHeading(fmt::format("Plan: {} {} over the data", plan_.passes,
+                             plan_.passes == 1 ? "pass" : "passes"));
     writeClientTasks(0);
     for (int pass = 1; pass <= plan_.passes; ++pass) {
-      append("Pass {}\n", pass);
+      writeHeading(fmt::format("Pass {}", pass));
       writeFlow(pass);
       writeClientTasks(pass);
     }
     for (std::size_t i = 0; i < plan_.results.size(); ++i) {
-      append("Result {}: #{}\n", i + 1, lines_[static_cast<std::size_t>(plan_.results[i].task)]);
+      writeHeading(fmt::format("Result {}: #{}", i + 1,
+                               lines_[static_cast<std::size_t>(plan_.results[i].task)]));
     }
-    return std::move(text_);
+    return align();
   }
 
  private:
-  template <class... Arguments>
-  void append(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
-    fmt::format_to(std::back_inserter(text_), format, std::forward<Arguments>(arguments)...);
-  }
-
   void writeFlow(int pass) {
     std::vector<int> sinks = plan_.aggregatesOf(pass);
     const std::set<int> keptTasks = keptIn(pass);
@@ -70,7 +67,7 @@ class PlanText {
       } else if (keptTasks.contains(upstream[i])) {
         note = "rows are kept";
       }
-      writeStep(upstream[i], note);
+      writeStep(upstream[i], std::move(note));
     }
   }
 
@@ -118,7 +115,7 @@ class PlanText {
     }
   }
 
-  void writeStep(int index, std::string_view note) {
+  void writeStep(int index, std::string note) {
     const PlanTask& task = plan_.tasks[static_cast<std::size_t>(index)];
     int& line = lines_[static_cast<std::size_t>(index)];
     if (line == 0) {
@@ -128,17 +125,41 @@ class PlanText {
     for (const PlanInput& input : task.inputs) {
       inputs += (inputs.empty() ? "" : ", ") + inputName(input, lines_);
     }
-    std::string step = fmt::format("  #{:<3} {}{}", line, task.spec->label,
-                                   inputs.empty() ? "" : fmt::format("({})", inputs));
-    append("{:<48}{:<18}{}", step, note, task.spec->origin);
-    text_.erase(text_.find_last_not_of(' ') + 1);
-    text_ += '\n';
+    rows_.push_back({fmt::format("  #{:<3} {}{}", line, task.spec->label,
+                                 inputs.empty() ? "" : fmt::format("({})", inputs)),
+                     std::move(note), task.spec->origin});
   }
+
+  void writeHeading(std::string text) { rows_.push_back({std::move(text), {}, {}}); }
+
+  /// The rows, with notes and origins one below the other.
+  std::string align() const {
+    std::size_t stepWidth = 0;
+    std::size_t noteWidth = 0;
+    for (const Row& row : rows_) {
+      stepWidth = std::max(stepWidth, row.step.size());
+      noteWidth = std::max(noteWidth, row.note.size());
+    }
+    std::string text;
+    for (const Row& row : rows_) {
+      text +=
+          fmt::format("{:<{}}  {:<{}}  {}", row.step, stepWidth, row.note, noteWidth, row.origin);
+      text.erase(text.find_last_not_of(' ') + 1);
+      text += '\n';
+    }
+    return text;
+  }
+
+  struct Row {
+    std::string step;
+    std::string note;
+    std::string origin;
+  };
 
   const Plan& plan_;
   std::vector<int> lines_;
   int lastLine_ = 0;
-  std::string text_;
+  std::vector<Row> rows_;
 };
 
 }  // namespace
