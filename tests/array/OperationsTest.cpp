@@ -37,7 +37,7 @@ TEST_F(Operations, AggregatesSkipMissingValuesOrPropagateThem) {
   EXPECT_EQ(number(count(y)), 2);
   EXPECT_EQ(number(max(y) - min(y)), 2);
   EXPECT_EQ(number(sum(y)), 10);
-  EXPECT_EQ(number(kv::std(y) * kv::std(y)), number(var(y)));
+  EXPECT_EQ(number(kv::std(y)), std::sqrt(number(var(y))));
   EXPECT_TRUE(std::isnan(number(mean(y, Missing::Propagate))));
   EXPECT_TRUE(std::isnan(number(max(y, Missing::Propagate))));
 }

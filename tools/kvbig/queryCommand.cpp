@@ -1,7 +1,7 @@
 #include "queryCommand.h"
 
 #include <fmt/format.h>
-#include <kv/array.h>
+#include <kv/userPlace.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -26,6 +26,14 @@ struct Query {
   std::vector<Formula> formulas;
   std::optional<Formula> where;
 };
+
+const std::string kWhereSource = "--where";
+
+/// How plans and errors call an expression.
+std::string sourceOf(const Query& query, std::size_t index) {
+  const Formula& formula = query.formulas[index];
+  return formula.isNamed ? formula.label : fmt::format("expression {}", index + 1);
+}
 
 /// Runs `read`; a formula that turns out to be the name of a file is told as what it is.
 template <class Read>
@@ -81,14 +89,36 @@ ReadOptions readOptions(const std::vector<std::string>& types) {
   return options;
 }
 
+Table openTable(Session& session, const QueryRequest& request) {
+  const ReadOptions options = readOptions(request.types);
+  std::vector<std::string> paths = {request.path};
+  paths.insert(paths.end(), request.furtherPaths.begin(), request.furtherPaths.end());
+  const UserPlace here(session, {"PATH", "", 1});
+  return session.read(paths, options);
+}
+
 std::vector<Array> record(Session& session, Table table, const Query& query) {
-  if (query.where) table = keepRows(session, table, *query.where);
+  if (query.where) table = keepRows(session, table, *query.where, kWhereSource);
   std::vector<Array> arrays;
-  for (const Formula& formula : query.formulas) {
-    arrays.push_back(
-        readingFormula(formula.text, [&] { return recordFormula(session, table, formula); }));
+  for (std::size_t i = 0; i < query.formulas.size(); ++i) {
+    const Formula& formula = query.formulas[i];
+    arrays.push_back(readingFormula(
+        formula.text, [&] { return recordFormula(session, table, formula, sourceOf(query, i)); }));
   }
   return arrays;
+}
+
+/// Evaluates; an error that arose in a step of a formula comes with the formula and a mark.
+Gathered evaluate(Session& session, const std::vector<Array>& arrays, const Query& query) {
+  try {
+    return session.gather(arrays);
+  } catch (const Error& error) {
+    Error marked = query.where ? markedError(error, *query.where, kWhereSource) : error;
+    for (std::size_t i = 0; i < query.formulas.size(); ++i) {
+      marked = markedError(marked, query.formulas[i], sourceOf(query, i));
+    }
+    throw marked;
+  }
 }
 
 std::string planAsText(std::string plan, bool json) {
@@ -101,16 +131,13 @@ std::string planAsText(std::string plan, bool json) {
 
 void runQuery(const QueryRequest& request) {
   const Query query = readQuery(request);
-  const ReadOptions options = readOptions(request.types);
   Session session;
-  std::vector<std::string> paths = {request.path};
-  paths.insert(paths.end(), request.furtherPaths.begin(), request.furtherPaths.end());
-  const Table table = session.read(paths, options);
+  const Table table = openTable(session, request);
   const std::vector<Array> arrays = record(session, table, query);
   throwIfInterrupted();
   if (request.explain) return writeOut(planAsText(session.explain(arrays), request.json));
 
-  const Gathered gathered = session.gather(arrays);
+  const Gathered gathered = evaluate(session, arrays, query);
   std::vector<std::string> labels;
   for (const Formula& formula : query.formulas) labels.push_back(formula.label);
   writeOut(request.json ? resultsAsJson(labels, gathered) : resultsAsTable(labels, gathered));

@@ -1,6 +1,7 @@
 #include "recordFormula.h"
 
 #include <fmt/format.h>
+#include <kv/userPlace.h>
 
 #include <algorithm>
 #include <iterator>
@@ -15,16 +16,21 @@ namespace kv::shell {
 
 namespace {
 
+StackFrame placeOf(const Step& step, const std::string& source) {
+  return {source, "", static_cast<int>(step.place.begin) + 1};
+}
+
 /// Works through the steps of a formula; what hasn't been used yet stands on a stack.
 class Recorder {
  public:
-  Recorder(Session& session, const Table& table, const Formula& formula)
-      : session_(session), table_(table), formula_(formula) {
+  Recorder(Session& session, const Table& table, const Formula& formula, const std::string& source)
+      : session_(session), table_(table), formula_(formula), source_(source) {
     for (const FunctionFacts& facts : aggregates()) aggregates_.push_back(facts.name);
   }
 
   Array run() {
     for (const Step& step : formula_.steps) {
+      const UserPlace here(session_, placeOf(step, source_));
       stack_.push_back(
           std::visit([&](const auto& what) { return record(what, step.place); }, step.what));
     }
@@ -69,6 +75,7 @@ class Recorder {
   Session& session_;
   const Table& table_;
   const Formula& formula_;
+  const std::string& source_;
   std::vector<std::string> aggregates_;
   std::vector<Operand> stack_;
 };
@@ -84,18 +91,33 @@ Vocabulary arrayVocabulary() {
   return vocabulary;
 }
 
-Array recordFormula(Session& session, const Table& table, const Formula& formula) {
-  return Recorder(session, table, formula).run();
+Array recordFormula(Session& session, const Table& table, const Formula& formula,
+                    const std::string& source) {
+  return Recorder(session, table, formula, source).run();
 }
 
-Table keepRows(Session& session, const Table& table, const Formula& condition) {
-  const Array keep = recordFormula(session, table, condition);
+Table keepRows(Session& session, const Table& table, const Formula& condition,
+               const std::string& source) {
+  const Array keep = recordFormula(session, table, condition, source);
+  const Step& last = condition.steps.back();
   if (keep.type() != "logical") {
-    throw FormulaError(condition.text, condition.steps.back().place,
+    throw FormulaError(condition.text, last.place,
                        fmt::format("a condition is true or false, and this is {}", keep.type()),
                        "Compare it with something, as in dep_delay > 60.");
   }
+  const UserPlace here(session, placeOf(last, source));
   return table.filter(keep);
+}
+
+Error markedError(const Error& error, const Formula& formula, const std::string& source) {
+  if (error.stack().empty() || error.stack().front().file != source) return error;
+  const int line = error.stack().front().line;
+  const auto isThere = [&](const Step& step) { return placeOf(step, source).line == line; };
+  const auto step = std::ranges::find_if(formula.steps, isThere);
+  if (step == formula.steps.end()) return error;
+  return {error.identifier(),
+          fmt::format("{}\n{}", error.what(), markedFormula(formula.text, step->place)),
+          error.arguments(), error.stack(), error.cause()};
 }
 
 }  // namespace kv::shell

@@ -37,8 +37,9 @@ struct Step {
 /// A formula in postfix order, `x + 1` as x, 1, plus: whoever works through it needs a loop and a
 /// stack, however long or deep it is.
 struct Formula {
-  std::string text;   ///< as the user wrote it
-  std::string label;  ///< what its result is called: the given name, or the text
+  std::string text;      ///< as the user wrote it
+  std::string label;     ///< what its result is called: the given name, or the text
+  bool isNamed = false;  ///< the label was given
   std::vector<Step> steps;
 };
 

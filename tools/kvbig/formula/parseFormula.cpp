@@ -49,7 +49,7 @@ std::string trimmed(std::string_view text) {
 class Parser {
  public:
   explicit Parser(std::string_view text)
-      : formula_{std::string(text), trimmed(text), {}}, tokens_(tokenize(text)) {}
+      : formula_{std::string(text), trimmed(text), false, {}}, tokens_(tokenize(text)) {}
 
   Formula run() {
     readLabel();
@@ -82,6 +82,7 @@ class Parser {
     const bool isName = current().kind == Kind::Name || current().kind == Kind::QuotedName;
     if (!isName || !tokens_[at_ + 1].isSymbol("=")) return;
     formula_.label = current().text;
+    formula_.isNamed = true;
     at_ += 2;
   }
 

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "kv/array.h"
+
+namespace kv {
+
+/// Says, for the span of its life, where the user of a session wrote what is being recorded: for
+/// front ends with a language of their own, whose users have no line of C++. Plans and errors show
+/// it.
+///
+/// Threads: that of the calls that it is about. Lives: within the session's life; one at a time.
+class UserPlace {
+ public:
+  UserPlace(Session& session, StackFrame place);
+  ~UserPlace();
+  UserPlace(const UserPlace&) = delete;
+  UserPlace& operator=(const UserPlace&) = delete;
+
+ private:
+  Session& session_;
+};
+
+}  // namespace kv
