@@ -6,6 +6,7 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
+#include "classes/sessionValues.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -70,7 +71,9 @@ void gather(const Call& call) {
   call.expect(std::max(1, call.nrhs), 1, -1);
   const EvaluationObjects objects =
       evaluationObjects({call.prhs, static_cast<std::size_t>(call.nrhs)});
-  if (objects.taskGraph != nullptr) {
+  if (objects.taskGraph == nullptr) {
+    runtimeState().lastEvaluation = nothingToEvaluate();
+  } else {
     host::callMany("execute", 0,
                    std::vector<const kxArray*>{objects.executor.get(), objects.taskGraph.get(),
                                                objects.promises.get()});

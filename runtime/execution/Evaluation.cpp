@@ -69,6 +69,8 @@ Value joinPartials(std::size_t sink, std::size_t output, const std::vector<UnitR
 
 }  // namespace
 
+EvaluationFacts nothingToEvaluate() { return {.peakBytes = peakResidentBytes()}; }
+
 Evaluation::Evaluation(const Plan& plan, const CancellationToken& cancellation,
                        SourceRows& sourceRows)
     : plan_(plan),

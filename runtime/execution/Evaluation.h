@@ -26,6 +26,9 @@ struct EvaluationFacts {
 /// of rows behind them.
 using SourceRows = std::map<std::string, std::vector<std::int64_t>>;
 
+/// The facts when everything that was asked for is there already.
+EvaluationFacts nothingToEvaluate();
+
 /// Runs a plan pass by pass, in this thread, and completes the promises of its results.
 ///
 /// Results of a pass are whole values, which the client's tasks and the next pass read. The
