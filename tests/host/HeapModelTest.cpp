@@ -11,8 +11,8 @@ namespace {
 using Id = HeapModel::Id;
 using ValueTree = HeapModel::ValueTree;
 
-/// Random steps on a heap and on its model side by side. Objects are watched through weak references,
-/// so that their storage stays and tells whether they are deleted.
+/// Random steps on a heap and on its model side by side. Objects are watched through weak
+/// references, so that their storage stays and tells whether they are deleted.
 class ModelRun {
  public:
   ModelRun(Heap& heap, TestClass& objectClass, std::uint64_t seed)

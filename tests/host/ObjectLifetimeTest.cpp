@@ -117,9 +117,7 @@ TEST_F(ObjectLifetimeTest, CycleIsGarbageOnceNothingOutsideReachesIt) {
 
 TEST_F(ObjectLifetimeTest, ObjectUnderConstructionIsARoot) {
   Object* made = heap.allocate(plain);
-  {
-    const COSInterfacePtr passing(made, COSReferenceType::Strong);
-  }
+  { const COSInterfacePtr passing(made, COSReferenceType::Strong); }
   EXPECT_EQ(heap.collect(), 0u);
   heap.finishConstruction(*made);
   EXPECT_EQ(heap.liveObjects(), 0u);

@@ -179,8 +179,7 @@ TEST_F(ReferenceValuesTest, CallableIsReleasedAfterTheSweep) {
   {
     COSInterfacePtr object = make(slotted);
     seen = weak(object);
-    const std::shared_ptr<void> guard(nullptr,
-                                      [&](void*) { liveAtRelease = heap.liveObjects(); });
+    const std::shared_ptr<void> guard(nullptr, [&](void*) { liveAtRelease = heap.liveObjects(); });
     heap.setSlot(in(object), 0, host::makeFunctionHandle("f", [guard](const host::Call&) {}));
     heap.setSlot(in(object), 1, scalarOf(object));
     const COSInterfacePtr partner = make();

@@ -12,11 +12,11 @@
 namespace kv::test {
 
 struct Sizes {
-  std::size_t modelSteps;    ///< random steps of one run against a model
-  std::size_t modelRuns;     ///< runs, each with a seed of its own
-  std::size_t children;      ///< of one parent
-  std::size_t chain;         ///< depth of what must not be walked by recursion
-  std::size_t recorded;      ///< objects or operations made in a row
+  std::size_t modelSteps;  ///< random steps of one run against a model
+  std::size_t modelRuns;   ///< runs, each with a seed of its own
+  std::size_t children;    ///< of one parent
+  std::size_t chain;       ///< depth of what must not be walked by recursion
+  std::size_t recorded;    ///< objects or operations made in a row
 };
 
 inline constexpr Sizes kQuick = {5'000, 8, 100'000, 100'000, 200'000};

@@ -14,7 +14,9 @@ class Object;
 class EdgeList {
  public:
   EdgeList() = default;
-  ~EdgeList() { clear([](Object*) {}); }
+  ~EdgeList() {
+    clear([](Object*) {});
+  }
   EdgeList(const EdgeList&) = delete;
   EdgeList& operator=(const EdgeList&) = delete;
 

@@ -21,7 +21,8 @@ Heap* Heap::of(const kcos::COSInterface& object) noexcept {
   return Slab::of(static_cast<const void*>(&object)).heap;
 }
 
-// --- Storage --------------------------------------------------------------------------------------
+// --- Storage
+// --------------------------------------------------------------------------------------
 
 void Heap::addSlab() {
   const std::size_t places = (slabs_.size() + 1) * Slab::kPlaces;
@@ -58,7 +59,8 @@ void Heap::freeIfUnreferenced(Object& object) noexcept {
   Pool::count(Counted::Objects, -1);
 }
 
-// --- Construction ---------------------------------------------------------------------------------
+// --- Construction
+// ---------------------------------------------------------------------------------
 
 Object* Heap::allocate(ObjectClass& objectClass) {
   if (queue_ == nullptr) {
@@ -90,7 +92,8 @@ void Heap::abandonConstruction(Object& object) noexcept {
   deleteObject(object);
 }
 
-// --- Contents -------------------------------------------------------------------------------------
+// --- Contents
+// -------------------------------------------------------------------------------------
 
 ObjectExtension& Heap::extensionOf(Object& object) {
   if (object.extension_ == nullptr) {
@@ -127,7 +130,8 @@ void Heap::setNativeValue(Object& object, std::unique_ptr<NativeValue> value) {
   }
 }
 
-// --- Edges ----------------------------------------------------------------------------------------
+// --- Edges
+// ----------------------------------------------------------------------------------------
 
 void Heap::addEdge(Object& parent, Object& child) {
   if (parent.isDeleted()) {
@@ -174,7 +178,8 @@ void Heap::disown(kxArray& array) noexcept {
   }
 }
 
-// --- Deletion -------------------------------------------------------------------------------------
+// --- Deletion
+// -------------------------------------------------------------------------------------
 
 void Object::lastHoldGone() noexcept { Heap::holdGone(*this); }
 

@@ -14,7 +14,6 @@
 
 namespace kv::host {
 
-
 /// The objects of one session, and who lives.
 ///
 ///  1. Roots are: objects with a strong reference, objects under construction, and what stands in a
@@ -46,7 +45,7 @@ class Heap {
   struct Counters {
     std::uint64_t created = 0;
     std::uint64_t collections = 0;
-    std::uint64_t visited = 0;           ///< live objects seen by collections
+    std::uint64_t visited = 0;  ///< live objects seen by collections
     std::uint64_t freedByCollector = 0;
     std::uint64_t collectorNanoseconds = 0;
   };
@@ -129,7 +128,8 @@ class Heap {
   bool destroyNext() noexcept;
   /// Counts bytes of payloads towards the next collection.
   void chargeBytes(std::size_t bytes) noexcept { bytesSinceCollection_ += bytes; }
-  /// Something that held the object is gone: deletes it, or frees its storage, if that was the last.
+  /// Something that held the object is gone: deletes it, or frees its storage, if that was the
+  /// last.
   static void holdGone(Object& object) noexcept;
 
  private:
@@ -160,10 +160,10 @@ class Heap {
   Counters counters_;
   ReleaseQueue* queue_;  ///< null after close
   std::vector<SlabPtr> slabs_;
-  void* freePlaces_ = nullptr;       ///< linked through their first word
+  void* freePlaces_ = nullptr;             ///< linked through their first word
   std::size_t nextPlace_ = Slab::kPlaces;  ///< first place of the newest slab that was never used
-  std::vector<Object*> worklist_;    ///< room for every object: filling it can't fail
-  std::vector<Object*> markStack_;   ///< likewise
+  std::vector<Object*> worklist_;          ///< room for every object: filling it can't fail
+  std::vector<Object*> markStack_;         ///< likewise
   std::size_t live_ = 0;
   std::uint32_t epoch_ = 0;  ///< number of the last collection, as payloads are marked with it
   std::uint64_t createdSinceCollection_ = 0;

@@ -96,7 +96,8 @@ void Marker::follow(const ReferencePayload& payload) noexcept {
       break;
     case PayloadKind::Function:
     case PayloadKind::Data:
-    case PayloadKind::Strings: break;
+    case PayloadKind::Strings:
+      break;
   }
 }
 

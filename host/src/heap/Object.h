@@ -15,17 +15,17 @@ namespace kv::host {
 
 class Heap;
 
-/// What keeps an object: an outside header or a strong reference, which makes it a root; or an edge,
-/// a slot or an element, which leads to it.
+/// What keeps an object: an outside header or a strong reference, which makes it a root; or an
+/// edge, a slot or an element, which leads to it.
 enum class Hold { Outside, Inside };
 
 /// What only some objects have: property slots, an owned C++ value, adopted arrays.
 struct ObjectExtension : Pooled {
   explicit ObjectExtension(std::size_t slotTotal) : slots(slotTotal, nullptr) {}
 
-  std::vector<kxArray*> slots;        ///< owned; inside arrays
+  std::vector<kxArray*> slots;  ///< owned; inside arrays
   std::unique_ptr<NativeValue> value;
-  kxArray* adopted = nullptr;         ///< first of a list through the headers; owned by native code
+  kxArray* adopted = nullptr;  ///< first of a list through the headers; owned by native code
 };
 
 /// A host object as the heap sees it. 64 bytes, in a slab of its heap.
@@ -59,8 +59,8 @@ class Object final : public kcos::COSInterface {
   friend class kcos::COSInterface;
 
   static constexpr std::uint32_t kUnderConstruction = 2;
-  static constexpr std::uint32_t kQueued = 4;         ///< stands in the heap's worklist
-  static constexpr std::uint32_t kContentsGone = 8;   ///< native part, slots and value destroyed
+  static constexpr std::uint32_t kQueued = 4;            ///< stands in the heap's worklist
+  static constexpr std::uint32_t kContentsGone = 8;      ///< native part, slots and value destroyed
   static constexpr std::uint32_t kMemberUnit = 1u << 8;  ///< members that run, from this bit up
 
   explicit Object(ObjectClass& objectClass)

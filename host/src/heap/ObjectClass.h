@@ -38,7 +38,8 @@ class ObjectClass : public kcos::COSClass {
 
   /// Property `name` of an object that isn't deleted, by the rights of public code; owned by the
   /// caller.
-  /// Errors: "KALVEX:class:NoSuchMember", "KALVEX:class:AccessDenied"; those of a computed property.
+  /// Errors: "KALVEX:class:NoSuchMember", "KALVEX:class:AccessDenied"; those of a computed
+  /// property.
   [[nodiscard]] virtual kxArray* readProperty(Object& object, kcos::COSInternedBase name) const = 0;
 
  protected:

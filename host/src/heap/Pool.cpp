@@ -93,8 +93,8 @@ void Pool::refill(List& list, std::size_t index) {
     return;
   }
   const std::size_t blockBytes = (index + 1) * kStep;
-  auto* chunk = static_cast<std::byte*>(
-      ::operator new(Depot::kChunkBytes, std::align_val_t(kStep)));
+  auto* chunk =
+      static_cast<std::byte*>(::operator new(Depot::kChunkBytes, std::align_val_t(kStep)));
   for (std::size_t at = Depot::kChunkBytes / blockBytes; at-- > 0;) {
     list.first = new (chunk + at * blockBytes) Block{list.first, nullptr};
     ++list.size;

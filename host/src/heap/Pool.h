@@ -11,8 +11,8 @@ namespace kv::host {
 enum class Counted : std::size_t { Objects, Arrays, Payloads, PayloadBytes };
 inline constexpr std::size_t kCountedKinds = 4;
 
-/// Memory for what the host makes and frees by the million: blocks of 64 to 256 bytes, aligned to 64,
-/// from lists of the calling thread; larger ones come from `operator new`.
+/// Memory for what the host makes and frees by the million: blocks of 64 to 256 bytes, aligned to
+/// 64, from lists of the calling thread; larger ones come from `operator new`.
 ///
 /// 1. A block may be freed by any thread. Lists that grow too long go to a depot of the process,
 ///    from which other threads refill.

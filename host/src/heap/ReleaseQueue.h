@@ -15,8 +15,8 @@ class Heap;
 class Object;
 struct ReferencePayload;
 
-/// Where arrays that refer to a session's objects go when they are dropped on another thread, or while
-/// another session is current; and what is left of a session's heap after it was closed.
+/// Where arrays that refer to a session's objects go when they are dropped on another thread, or
+/// while another session is current; and what is left of a session's heap after it was closed.
 ///
 /// Owner: counted: the heap, each payload that has it as home, and, after close, each object whose
 /// storage is still referenced hold it. The last one frees it.
@@ -30,8 +30,8 @@ class ReleaseQueue {
   /// True if this thread may touch what belongs to the session.
   bool isHere() const noexcept;
 
-  /// Takes an array over that was dropped where its session isn't: it waits for the next safe point.
-  /// After close it is destroyed at once.
+  /// Takes an array over that was dropped where its session isn't: it waits for the next safe
+  /// point. After close it is destroyed at once.
   void drop(kxArray* array) noexcept;
 
   /// A reference to the storage of an object went away after close.

@@ -7,8 +7,8 @@ namespace kv::host {
 /// Destroys payloads and objects of a thread one after the other, so that however deeply values and
 /// objects are nested, no destructor calls the next one.
 ///
-/// Callables are released last, one by one: their destructors are code that isn't the host's and may
-/// do anything.
+/// Callables are released last, one by one: their destructors are code that isn't the host's and
+/// may do anything.
 class Teardown {
  public:
   /// Takes over a payload that no array shares any more.

@@ -69,8 +69,8 @@ std::size_t Heap::collect() noexcept {
   counters_.freedByCollector += liveBefore - live_;
   createdSinceCollection_ = bytesSinceCollection_ = 0;
   liveAfterCollection_ = live_;
-  bytesAfterCollection_ = static_cast<std::uint64_t>(
-      std::max<std::int64_t>(Pool::total(Counted::PayloadBytes), 0));
+  bytesAfterCollection_ =
+      static_cast<std::uint64_t>(std::max<std::int64_t>(Pool::total(Counted::PayloadBytes), 0));
   counters_.collectorNanoseconds += static_cast<std::uint64_t>(
       std::chrono::nanoseconds(std::chrono::steady_clock::now() - start).count());
   setCurrent(previous);

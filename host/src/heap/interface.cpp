@@ -57,8 +57,10 @@ bool kxHasRootRecord(const kxArray* array) noexcept {
     case kxCELL_CLASS:
     case kxSTRUCT_CLASS:
     case kxFUNCTION_CLASS:
-    case kxOBJECT_CLASS: return true;
-    default: return false;
+    case kxOBJECT_CLASS:
+      return true;
+    default:
+      return false;
   }
 }
 

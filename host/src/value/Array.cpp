@@ -38,8 +38,12 @@ kxArray::~kxArray() {
 kxArray* kxArray::share() const {
   auto* copy = new kxArray(classId(), rows(), columns());
   switch (form) {
-    case Form::Object: copy->putObject(object); break;
-    case Form::Payload: copy->putPayload(payload); break;
+    case Form::Object:
+      copy->putObject(object);
+      break;
+    case Form::Payload:
+      copy->putPayload(payload);
+      break;
     case Form::Bare:
     case Form::Scalar:
       copy->form = form;
@@ -181,7 +185,9 @@ void kxDestroy_deleter::operator()(kxArray* array) const noexcept {
   }
 }
 
-kxArray* do_shared_copy(const kxArray* array) { return array != nullptr ? array->share() : nullptr; }
+kxArray* do_shared_copy(const kxArray* array) {
+  return array != nullptr ? array->share() : nullptr;
+}
 
 }  // namespace detail
 }  // namespace matrix

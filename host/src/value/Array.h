@@ -89,7 +89,7 @@ class kxArray final : public kv::host::Pooled {
   Form form = Form::Bare;
   bool isInside = false;
   std::uint8_t scope = kxLocalScope;
-  std::array<std::size_t, 2> extents;        ///< first dimension, product of the others
+  std::array<std::size_t, 2> extents;  ///< first dimension, product of the others
   union {
     std::uint64_t bits;
     kv::host::Object* object;

@@ -34,9 +34,7 @@ struct Payload {
   Payload& operator=(const Payload&) = delete;
 
   static void* operator new(std::size_t size) { return Pool::allocate(size); }
-  static void operator delete(void* memory, std::size_t size) noexcept {
-    Pool::free(memory, size);
-  }
+  static void operator delete(void* memory, std::size_t size) noexcept { Pool::free(memory, size); }
 
   /// Accounts for `more` bytes, in the ledger and towards the current heap's next collection.
   void charge(std::size_t more) noexcept;

@@ -21,19 +21,44 @@ const ClassIdFacts& classIdFacts(kxClassID classId) noexcept;
 template <class Visit>
 void withElementType(kxClassID classId, Visit visit) {
   switch (classId) {
-    case kxLOGICAL_CLASS: visit(static_cast<const bool*>(nullptr)); break;
-    case kxCHAR_CLASS: visit(static_cast<const char16_t*>(nullptr)); break;
-    case kxDOUBLE_CLASS: visit(static_cast<const double*>(nullptr)); break;
-    case kxSINGLE_CLASS: visit(static_cast<const float*>(nullptr)); break;
-    case kxINT8_CLASS: visit(static_cast<const std::int8_t*>(nullptr)); break;
-    case kxUINT8_CLASS: visit(static_cast<const std::uint8_t*>(nullptr)); break;
-    case kxINT16_CLASS: visit(static_cast<const std::int16_t*>(nullptr)); break;
-    case kxUINT16_CLASS: visit(static_cast<const std::uint16_t*>(nullptr)); break;
-    case kxINT32_CLASS: visit(static_cast<const std::int32_t*>(nullptr)); break;
-    case kxUINT32_CLASS: visit(static_cast<const std::uint32_t*>(nullptr)); break;
-    case kxINT64_CLASS: visit(static_cast<const std::int64_t*>(nullptr)); break;
-    case kxUINT64_CLASS: visit(static_cast<const std::uint64_t*>(nullptr)); break;
-    default: break;
+    case kxLOGICAL_CLASS:
+      visit(static_cast<const bool*>(nullptr));
+      break;
+    case kxCHAR_CLASS:
+      visit(static_cast<const char16_t*>(nullptr));
+      break;
+    case kxDOUBLE_CLASS:
+      visit(static_cast<const double*>(nullptr));
+      break;
+    case kxSINGLE_CLASS:
+      visit(static_cast<const float*>(nullptr));
+      break;
+    case kxINT8_CLASS:
+      visit(static_cast<const std::int8_t*>(nullptr));
+      break;
+    case kxUINT8_CLASS:
+      visit(static_cast<const std::uint8_t*>(nullptr));
+      break;
+    case kxINT16_CLASS:
+      visit(static_cast<const std::int16_t*>(nullptr));
+      break;
+    case kxUINT16_CLASS:
+      visit(static_cast<const std::uint16_t*>(nullptr));
+      break;
+    case kxINT32_CLASS:
+      visit(static_cast<const std::int32_t*>(nullptr));
+      break;
+    case kxUINT32_CLASS:
+      visit(static_cast<const std::uint32_t*>(nullptr));
+      break;
+    case kxINT64_CLASS:
+      visit(static_cast<const std::int64_t*>(nullptr));
+      break;
+    case kxUINT64_CLASS:
+      visit(static_cast<const std::uint64_t*>(nullptr));
+      break;
+    default:
+      break;
   }
 }
 

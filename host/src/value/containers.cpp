@@ -41,8 +41,8 @@ void store(kxArray* container, kxArray*& element, kxArray* value) {
 
 /// Index of a field; the number of fields where there is none of that name.
 std::size_t fieldIndex(const StructPayload& payload, std::string_view field) noexcept {
-  return static_cast<std::size_t>(
-      std::find(payload.fields.begin(), payload.fields.end(), field) - payload.fields.begin());
+  return static_cast<std::size_t>(std::find(payload.fields.begin(), payload.fields.end(), field) -
+                                  payload.fields.begin());
 }
 
 const StructPayload& structOf(const kxArray* array) noexcept {
@@ -96,7 +96,8 @@ void kxSetField(kxArray* array, std::size_t index, std::string_view field, kxArr
   store(array, payload.elements[index * payload.fields.size() + at], value);
 }
 
-// --- Object arrays --------------------------------------------------------------------------------
+// --- Object arrays
+// --------------------------------------------------------------------------------
 
 namespace kcos {
 

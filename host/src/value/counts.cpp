@@ -12,7 +12,8 @@ std::size_t columnCount(std::span<const std::size_t> dimensions, std::size_t ele
   std::size_t bytes = elementBytes;
   for (const std::size_t extent : dimensions) {
     if (__builtin_mul_overflow(bytes, extent, &bytes) || bytes > kLimit) {
-      raise("KALVEX:CountTooLarge", {std::to_string(extent), std::to_string(kLimit / elementBytes)});
+      raise("KALVEX:CountTooLarge",
+            {std::to_string(extent), std::to_string(kLimit / elementBytes)});
     }
   }
   std::size_t columns = 1;

@@ -11,11 +11,13 @@ namespace {
 
 kcos::COSInternedBase objectClassName(const kxArray& array) {
   switch (array.form) {
-    case kxArray::Form::Bare: return kcos::COSInternedBase(array.bareClass);
+    case kxArray::Form::Bare:
+      return kcos::COSInternedBase(array.bareClass);
     case kxArray::Form::Payload:
       return static_cast<const kv::host::ObjectsPayload*>(array.payload)->className;
     case kxArray::Form::Object:
-    case kxArray::Form::Scalar: break;
+    case kxArray::Form::Scalar:
+      break;
   }
   const kcos::COSClass* objectClass = array.object->getClassObject();
   return objectClass != nullptr ? objectClass->getClassId() : kcos::COSInternedBase();
@@ -68,14 +70,17 @@ std::size_t kxGetNumberOfElements(const kxArray* array) noexcept {
 
 std::size_t kxGetM(const kxArray* array) noexcept { return array != nullptr ? array->rows() : 0; }
 
-std::size_t kxGetN(const kxArray* array) noexcept { return array != nullptr ? array->columns() : 0; }
+std::size_t kxGetN(const kxArray* array) noexcept {
+  return array != nullptr ? array->columns() : 0;
+}
 
 std::span<const std::size_t> kxGetDimensions(const kxArray* array) noexcept {
   static constexpr std::size_t kNone[2] = {0, 0};
   if (array == nullptr) {
     return kNone;
   }
-  if (array->form == kxArray::Form::Payload && array->payload->kind == kv::host::PayloadKind::Data) {
+  if (array->form == kxArray::Form::Payload &&
+      array->payload->kind == kv::host::PayloadKind::Data) {
     if (const auto& dimensions = array->dataPayload()->dimensions; !dimensions.empty()) {
       return dimensions;
     }
@@ -94,7 +99,8 @@ bool kxIsSameValue(const kxArray* a, const kxArray* b) noexcept {
     return a == b;
   }
   return a->classId() == b->classId() && a->form == b->form && a->rows() == b->rows() &&
-         a->columns() == b->columns() && a->bits == b->bits;  // bits, object, payload or class alike
+         a->columns() == b->columns() &&
+         a->bits == b->bits;  // bits, object, payload or class alike
 }
 
 kxArray* kxGetPropertyShared(const kxArray* array, std::size_t index, kcos::NameRef name) {

@@ -57,10 +57,10 @@ void appendText(std::vector<std::string>& texts, std::optional<std::u16string_vi
 
 /// The object in a scalar object array.
 Object& scalarObject(const kxArray* array) {
-  const Object* object = kcos::omIsKCOS(array) && kxIsScalar(array) &&
-                                 array->form == kxArray::Form::Object
-                             ? array->object
-                             : nullptr;
+  const Object* object =
+      kcos::omIsKCOS(array) && kxIsScalar(array) && array->form == kxArray::Form::Object
+          ? array->object
+          : nullptr;
   if (object == nullptr) {
     raiseInvalidType("Input", "scalar object", array);
   }
