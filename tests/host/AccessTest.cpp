@@ -16,12 +16,14 @@ class Access : public HostSession {
                                                            {"guarded", MemberAccess::Protected},
                                                            {"secret", MemberAccess::Private}};
     for (const auto& [name, access] : levels) {
-      base.methods.push_back({.name = std::string(name) + "Method", .body = says(name), .access = access});
+      base.methods.push_back(
+          {.name = std::string(name) + "Method", .body = says(name), .access = access});
       base.properties.push_back({name, nullptr, access, access, {}});
-      base.methods.push_back({.name = std::string("reach_") + name,
-                              .body = forwardsTo(std::string(name) + "Method")});
+      base.methods.push_back(
+          {.name = std::string("reach_") + name, .body = forwardsTo(std::string(name) + "Method")});
     }
-    base.properties.push_back({"fixed", nullptr, MemberAccess::Public, MemberAccess::Immutable, {}});
+    base.properties.push_back(
+        {"fixed", nullptr, MemberAccess::Public, MemberAccess::Immutable, {}});
     base.properties.push_back({"frozen", nullptr, MemberAccess::Public, MemberAccess::None, {}});
     define(base);
 
@@ -106,7 +108,8 @@ TEST_F(Access, ASuperclassReachesWhatItsSubclassMadeOfAProtectedMember) {
   define(real);
   const Value object = call("lab.RealPlan");
   EXPECT_EQ(said("run", object), "stepped");
-  EXPECT_EQ(failure([&] { call("step", object); }), "KALVEX:class:AccessDenied | lab.RealPlan | step");
+  EXPECT_EQ(failure([&] { call("step", object); }),
+            "KALVEX:class:AccessDenied | lab.RealPlan | step");
 }
 
 TEST_F(Access, MembersThatArentThereAreNamedWithTheClassThatWasAsked) {

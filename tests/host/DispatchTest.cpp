@@ -68,15 +68,14 @@ TEST_F(Dispatch, FevalLooksAtItsFirstInputAlone) {
   ClassDefinition callee = thing("lab.Callee");
   callee.methods.push_back({.name = "feval", .body = says("the object's feval")});
   define(callee);
-  session.defineFunction("second", [](const Call& call) {
-    call.out(0, matrix::sharedCopy(call.in(1)));
-  });
+  session.defineFunction("second",
+                         [](const Call& call) { call.out(0, matrix::sharedCopy(call.in(1))); });
   const Value object = call("lab.Callee");
   EXPECT_EQ(said("feval", object), "the object's feval");
   EXPECT_EQ(said("feval", host::makeChars("second"), object, host::makeChars("b")), "b");
-  EXPECT_EQ(said("feval", call("str2func", host::makeString("second")), object,
-                 host::makeChars("c")),
-            "c");
+  EXPECT_EQ(
+      said("feval", call("str2func", host::makeString("second")), object, host::makeChars("c")),
+      "c");
   EXPECT_EQ(said("feval", host::makeFunctionHandle("lambda", says("callable"))), "callable");
   EXPECT_EQ(failure([&] { call("feval"); }), "KALVEX:NotEnoughInputs");
   EXPECT_EQ(failure([&] { call("feval", host::makeDouble(1)); }).substr(0, 35),
@@ -134,8 +133,8 @@ TEST_F(Dispatch, CallMethodGoesByClassAndName) {
   const auto callMethod = [&](std::string_view method, int nrhs) {
     kxArray* output = nullptr;
     const kxArray* inputs[] = {object.get()};
-    const bool called = kcos::omCallMethod(id("lab.Native"), id(method), client, 1, &output, nrhs,
-                                           inputs, false);
+    const bool called =
+        kcos::omCallMethod(id("lab.Native"), id(method), client, 1, &output, nrhs, inputs, false);
     const Value owned = matrix::from_kalvex(output);
     return called ? host::toText(owned.get()) : "not called";
   };

@@ -8,7 +8,7 @@ namespace {
 class NativeClasses : public HostSession {
  protected:
   void enterBoth() {
-    enter(new NativeClass("Derived", [](COSClass* cls, const COSClient*) {
+    auto* derived = new NativeClass("Derived", [](COSClass* cls, const COSClient*) {
       cls->addSuperclass(id("lab.Root"), 1, 0, 1);
       cls->addMethod(partConstructor("lab.Derived", MemberAccess::Private, 0));
       cls->addMethod(partConstructor("lab.Derived", MemberAccess::Public, 1));
@@ -20,9 +20,11 @@ class NativeClasses : public HostSession {
       cls->addMethod(new NativeMethod("spread", MemberAccess::Public, -1, answers("any")));
       cls->addMethod(new NativeMethod("anywhere", MemberAccess::Public, -1, answers("anywhere"),
                                       NativeMethod::kFree));
-    }));
+    });
+    enter(derived->implementedByHost(5));
     enter(new NativeClass("Root", [](COSClass* cls, const COSClient*) {
-      cls->addMethod(new NativeMethod("act", MemberAccess::Public, -1, {}, NativeMethod::kAbstract));
+      cls->addMethod(
+          new NativeMethod("act", MemberAccess::Public, -1, {}, NativeMethod::kAbstract));
       cls->addMethod(new NativeMethod("inherited", MemberAccess::Public, 1, answers("root")));
     }));
   }
@@ -52,6 +54,7 @@ TEST_F(NativeClasses, AreLinkedByNameInWhateverOrderTheyCame) {
   const Value object = call("lab.Real");
   EXPECT_EQ(said("act", object), "acted");
   EXPECT_EQ(said("inherited", object), "root");
+  EXPECT_EQ(partOf(object.get(), "lab.Root").value, 5) << "the class info made the native part";
   for (const char* name : {"lab.Real", "lab.Derived", "lab.Root", "lab.Later"}) {
     EXPECT_TRUE(kxIsA(object.get(), kcos::NameRef::of(name))) << name;
   }
@@ -168,7 +171,8 @@ TEST_F(HostSession, DeclaredMethodsAreMissingUntilTheyAreCompleted) {
   }));
   const Value object = call("lab.Half");
   EXPECT_EQ(failure([&] { call("rest", object); }), "KALVEX:UndefinedFunction | rest");
-  EXPECT_EQ(failure([&] { invoke(object, "rest"); }), "KALVEX:class:NoSuchMember | lab.Half | rest");
+  EXPECT_EQ(failure([&] { invoke(object, "rest"); }),
+            "KALVEX:class:NoSuchMember | lab.Half | rest");
   EXPECT_EQ(failure([&] { call("inner", object); }), "KALVEX:class:AccessDenied | lab.Half | inner")
       << "access goes before a missing body";
   EXPECT_EQ(failure([&] { call("lab.Half.make"); }), "KALVEX:UndefinedFunction | lab.Half.make");
@@ -179,7 +183,8 @@ TEST_F(HostSession, DeclaredMethodsAreMissingUntilTheyAreCompleted) {
                         {.name = "make", .body = says("made"), .isStatic = true}}});
   EXPECT_EQ(said("rest", object), "inner");
   EXPECT_EQ(said("lab.Half.make"), "made");
-  EXPECT_EQ(failure([&] { call("inner", object); }), "KALVEX:class:AccessDenied | lab.Half | inner");
+  EXPECT_EQ(failure([&] { call("inner", object); }),
+            "KALVEX:class:AccessDenied | lab.Half | inner");
 
   complete({.name = "lab.Half", .methods = {{.name = "inner", .body = says("again")}}});
   EXPECT_EQ(said("rest", object), "again");

@@ -24,8 +24,8 @@ bool callOnObject(SessionState& session, kcos::COSInternedBase name, const Call&
     if (set == nullptr) {
       continue;
     }
-    if (const Method* method = chooseOverload(*set, MethodKind::Instance, call.nlhs, call.nrhs,
-                                              session.caller)) {
+    if (const Method* method =
+            chooseOverload(*set, MethodKind::Instance, call.nlhs, call.nrhs, session.caller)) {
       invokeMethod(session, *method, call, scalarObject(call.prhs[i]));
       return true;
     }
@@ -36,10 +36,9 @@ bool callOnObject(SessionState& session, kcos::COSInternedBase name, const Call&
 bool callStatic(SessionState& session, const ClassRecord& record, kcos::COSInternedBase name,
                 const Call& call) {
   const MethodSet* set = record.linked().methods.find(name);
-  const Method* method =
-      set != nullptr
-          ? chooseOverload(*set, MethodKind::Static, call.nlhs, call.nrhs, session.caller)
-          : nullptr;
+  const Method* method = set != nullptr ? chooseOverload(*set, MethodKind::Static, call.nlhs,
+                                                         call.nrhs, session.caller)
+                                        : nullptr;
   if (method != nullptr) {
     invokeMethod(session, *method, call, nullptr);
   }
@@ -70,7 +69,8 @@ void callRawBuiltin(RawBuiltin builtin, const Call& call) {
 
 void callOwningBuiltin(OwningBuiltin builtin, const Call& call) {
   boost::container::small_vector<const kxArray*, 6> inputs(call.prhs, call.prhs + call.nrhs);
-  boost::container::small_vector<Value, 4> outputs(static_cast<std::size_t>(std::max(call.nlhs, 1)));
+  boost::container::small_vector<Value, 4> outputs(
+      static_cast<std::size_t>(std::max(call.nlhs, 1)));
   builtin(call.nlhs, outputs.data(), call.nrhs, inputs.data());
   for (std::size_t i = 0; i < outputs.size(); ++i) {
     call.plhs[i] = outputs[i].release();
@@ -213,8 +213,7 @@ void inCallFcn(int nlhs, kxArray** plhs, int nrhs, const kxArray* const* prhs,
   kv::host::callAtEdge(kv::host::requireSession(), name, {nlhs, plhs, nrhs, prhs});
 }
 
-void inCallFcn(int nlhs, kxArray** plhs, int nrhs, const kxArray* const* prhs,
-               kcos::NameRef name) {
+void inCallFcn(int nlhs, kxArray** plhs, int nrhs, const kxArray* const* prhs, kcos::NameRef name) {
   inCallFcn(nlhs, plhs, nrhs, prhs, kcos::internal::makeInterned(name));
 }
 

@@ -8,9 +8,9 @@ namespace kv::host {
 class ClassRecord;
 struct SessionState;
 
-/// Calls what `name` stands for, with the rights of the session's caller. In this order: a method of
-/// the leftmost input that is an object whose class has a method of that name, a function, a class
-/// constructor, a static method "Class.name", a builtin.
+/// Calls what `name` stands for, with the rights of the session's caller. In this order: a method
+/// of the leftmost input that is an object whose class has a method of that name, a function, a
+/// class constructor, a static method "Class.name", a builtin.
 ///
 /// Errors: "KALVEX:UndefinedFunction" with the name; what the callee raises, native exceptions as
 /// they are.

@@ -28,7 +28,8 @@ class NativeInputs {
 /// Room for what a native method writes; frees what isn't handed over.
 class NativeOutputs {
  public:
-  explicit NativeOutputs(const Call& call) : values_(static_cast<std::size_t>(std::max(call.nlhs, 1))) {}
+  explicit NativeOutputs(const Call& call)
+      : values_(static_cast<std::size_t>(std::max(call.nlhs, 1))) {}
   ~NativeOutputs() {
     for (const kcos::COSValue& value : values_) {
       matrix::from_kalvex(value.array);
@@ -57,8 +58,8 @@ void invokeNative(SessionState& session, const Method& method, const Call& call)
   outputs.handOver(call);
 }
 
-/// Native code takes its object on trust: something else first, or an object of the class that never
-/// got a native part, must not reach it.
+/// Native code takes its object on trust: something else first, or an object of the class that
+/// never got a native part, must not reach it.
 void checkObjectFirst(const Method& method, const kxArray* first) {
   const bool isObject = kcos::omIsKCOS(first) && !kxIsEmpty(first);
   if (!isObject && method.counts.maxInputs < 0) {

@@ -8,8 +8,8 @@ namespace kv::host {
 
 struct SessionState;
 
-/// Runs a method whose counts and access have been checked. `target` is the object that the call was
-/// dispatched on; null for a static method.
+/// Runs a method whose counts and access have been checked. `target` is the object that the call
+/// was dispatched on; null for a static method.
 ///
 /// Errors: what the method raises; "KALVEX:class:InvalidHandle" or
 /// "KALVEX:validateattributes:invalidType" if a native method that needs its object first doesn't

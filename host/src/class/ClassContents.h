@@ -37,9 +37,9 @@ struct CompletedMethods {
 class ClassRecord;
 
 /// A class together with all that it inherits, as look-ups need it. Made from the contents of the
-/// class and its superclasses, and made again when any class of the session has changed.
+/// class and its superclasses, and made again when one of them has changed.
 struct LinkedClass {
-  std::uint64_t epoch = 0;  ///< of the class table at the time of linking
+  bool isCurrent = false;                        ///< if not, so are those of all subclasses
   std::vector<const ClassRecord*> superclasses;  ///< direct ones that are defined
   std::vector<const ClassRecord*> lineage;  ///< all defined ones and the class, superclasses first
   kcos::COSInternedBase missing;            ///< a superclass that isn't defined, if there is one
@@ -50,8 +50,8 @@ struct LinkedClass {
   NameMap<PropertyPlace> properties;
   std::vector<const Property*> slots;
   bool isAbstract = false;
-  bool hasDefaults = false;             ///< a slot has a default other than `[]`
-  bool inheritsConstructors = false;    ///< a superclass written in a language has a constructor
+  bool hasDefaults = false;           ///< a slot has a default other than `[]`
+  bool inheritsConstructors = false;  ///< a superclass written in a language has a constructor
 };
 
 }  // namespace kv::host

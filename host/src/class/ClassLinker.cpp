@@ -16,7 +16,8 @@ namespace {
 }
 
 bool isAbstract(const MethodSet& set) {
-  return std::any_of(set.begin(), set.end(), [](const Method* method) { return method->isAbstract; });
+  return std::any_of(set.begin(), set.end(),
+                     [](const Method* method) { return method->isAbstract; });
 }
 
 /// Inherited overloads of a name: those that came first, unless they only await a body.
@@ -55,7 +56,7 @@ void inheritProperties(LinkedClass& linked, const LinkedClass& super) {
 
 void ClassLinker::link(ClassRecord& record) {
   for (ClassRecord* next : superclassesFirst(record)) {
-    if (next->linked_.epoch != table_.epoch()) {
+    if (!next->linked_.isCurrent) {
       linkOne(*next);
     }
   }
@@ -94,7 +95,7 @@ std::vector<ClassRecord*> ClassLinker::superclassesFirst(ClassRecord& record) {
 
 void ClassLinker::linkOne(ClassRecord& record) {
   LinkedClass linked;
-  linked.epoch = table_.epoch();
+  linked.isCurrent = true;
   linked.ancestors[record.name()] = true;
   if (record.isNative()) {
     linked.native = &record;
@@ -148,7 +149,8 @@ void ClassLinker::chooseNative(LinkedClass& linked, const ClassRecord& record,
     return;
   }
   if (record.isNative() && !super.isNative()) {
-    refuse(record, super.name(), "a native class can't derive from a native class by way of another");
+    refuse(record, super.name(),
+           "a native class can't derive from a native class by way of another");
   }
   const bool isSecond = record.isNative()
                             ? std::any_of(linked.superclasses.begin(), linked.superclasses.end(),
@@ -171,7 +173,8 @@ void ClassLinker::addOwnMembers(LinkedClass& linked, const ClassRecord& record) 
     linked.methods[method.name].clear();
   }
   for (const Method& method : contents.methods) {
-    const bool isDeclared = method.native == nullptr && method.body == nullptr && !method.isAbstract;
+    const bool isDeclared =
+        method.native == nullptr && method.body == nullptr && !method.isAbstract;
     const MethodSet* bodies =
         isDeclared && record.completed_ ? record.completed_->sets.find(method.name) : nullptr;
     if (bodies != nullptr) {
@@ -198,12 +201,11 @@ void ClassLinker::summarize(LinkedClass& linked, const ClassRecord& record) {
   linked.properties.forEach([&](kcos::COSInternedBase, const PropertyPlace& place) {
     linked.isAbstract = linked.isAbstract || place.property->isAbstract();
   });
-  linked.hasDefaults =
-      std::any_of(linked.slots.begin(), linked.slots.end(), [](const Property* property) {
-        return property->definition->makeDefault != nullptr;
-      });
-  linked.inheritsConstructors = std::any_of(
-      linked.lineage.begin(), linked.lineage.end(), [&](const ClassRecord* ancestor) {
+  linked.hasDefaults = std::any_of(
+      linked.slots.begin(), linked.slots.end(),
+      [](const Property* property) { return property->definition->makeDefault != nullptr; });
+  linked.inheritsConstructors =
+      std::any_of(linked.lineage.begin(), linked.lineage.end(), [&](const ClassRecord* ancestor) {
         return ancestor != &record && !ancestor->isNative() &&
                !ancestor->contents_->constructors.empty();
       });

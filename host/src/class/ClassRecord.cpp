@@ -58,7 +58,7 @@ void ClassRecord::initialize() {
 }
 
 const LinkedClass& ClassRecord::linked() const {
-  if (linked_.epoch != table_.epoch()) {
+  if (!linked_.isCurrent) {
     ClassLinker(table_).link(const_cast<ClassRecord&>(*this));
   }
   return linked_;
@@ -80,7 +80,7 @@ std::vector<const kcos::COSPropT*> ClassRecord::nativeProperties() const {
 }
 
 bool ClassRecord::isA(kcos::COSInternedBase className) const noexcept {
-  if (linked_.epoch != table_.epoch()) {
+  if (!linked_.isCurrent) {
     try {
       linked();
     } catch (...) {
@@ -96,9 +96,8 @@ void ClassRecord::destroyInstanceData(void* data) const noexcept {
 }
 
 kxArray* ClassRecord::readProperty(Object& object, kcos::COSInternedBase name) const {
-  return atEdge([&] {
-    return kv::host::readProperty(table_.session(), object, name, nullptr).release();
-  });
+  return atEdge(
+      [&] { return kv::host::readProperty(table_.session(), object, name, nullptr).release(); });
 }
 
 std::vector<const kcos::COSMethodBase*> ClassRecord::getMethods(kcos::COSInternedBase name) const {
@@ -135,8 +134,7 @@ void ClassRecord::addProperty(kcos::COSPropT* property) {
 
 void ClassRecord::addMethod(kcos::COSMethodBase* method) {
   contents_->nativeMethods.emplace_back(method);
-  auto& members =
-      method->getName() == shortName_ ? contents_->constructors : contents_->methods;
+  auto& members = method->getName() == shortName_ ? contents_->constructors : contents_->methods;
   members.push_back({.name = method->getName(),
                      .owner = this,
                      .access = method->getMemberAccess(),

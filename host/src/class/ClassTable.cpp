@@ -57,7 +57,7 @@ void ClassTable::enter(const std::string& fullName, std::unique_ptr<kcos::COSCla
   ClassRecord& record = makeRecord(name);
   record.info_ = std::move(info);
   entered_.push_back(&record);
-  ++epoch_;
+  makeStale(name);
 }
 
 void ClassTable::define(std::shared_ptr<const ClassDefinition> definition) {
@@ -73,12 +73,12 @@ void ClassTable::define(std::shared_ptr<const ClassDefinition> definition) {
   }
   std::shared_ptr<ClassContents> former = record->contents_;
   record->contents_ = languageContents(*record, std::move(definition));
-  ++epoch_;
+  makeStale(name);
   try {
     record->linked();
   } catch (...) {
     record->contents_ = std::move(former);
-    ++epoch_;
+    makeStale(name);
     if (isNew) {
       calls_.binding(name).classRecord = nullptr;
       records_.pop_back();
@@ -86,6 +86,14 @@ void ClassTable::define(std::shared_ptr<const ClassDefinition> definition) {
     throw;
   }
   calls_.retire(std::move(former));
+}
+
+void ClassTable::makeStale(kcos::COSInternedBase name) noexcept {
+  for (const auto& record : records_) {
+    if (record->linked_.ancestors.contains(name)) {
+      record->linked_.isCurrent = false;
+    }
+  }
 }
 
 /// Instances of subclasses count: their slots follow from this class.
@@ -103,7 +111,7 @@ void ClassTable::complete(std::shared_ptr<const ClassCompletion> completion) {
   std::shared_ptr<CompletedMethods> completed =
       completedMethods(record, record.completed_.get(), std::move(completion));
   calls_.retire(std::exchange(record.completed_, std::move(completed)));
-  ++epoch_;
+  makeStale(record.name());
 }
 
 Package& ClassTable::package(const std::string& fullName) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,8 +26,8 @@ class Package final : public kcos::COSPackage {
 
 /// The classes of a session, by full name.
 ///
-/// Each change of what any class is raises the epoch; classes link themselves again when they are
-/// used next. Nothing is linked before it is used, so classes may be entered in any order.
+/// A change of what a class is makes the links of its heirs stale; they link themselves again when
+/// they are used next. Nothing is linked before it is used, so classes may be entered in any order.
 class ClassTable {
  public:
   ClassTable(SessionState& session, CallTable& calls);
@@ -55,7 +54,6 @@ class ClassTable {
   /// Native classes, in the order in which they were entered.
   const std::vector<ClassRecord*>& entered() const noexcept { return entered_; }
 
-  std::uint64_t epoch() const noexcept { return epoch_; }
   SessionState& session() const noexcept { return session_; }
 
   /// Drops what definitions hold of values and callables. The classes answer nothing afterwards.
@@ -63,6 +61,8 @@ class ClassTable {
 
  private:
   ClassRecord& makeRecord(kcos::COSInternedBase name);
+  /// The class of that name, present or still missing, has changed.
+  void makeStale(kcos::COSInternedBase name) noexcept;
   void refuseInstances(const ClassRecord& record) const;
 
   SessionState& session_;
@@ -70,7 +70,6 @@ class ClassTable {
   std::vector<std::unique_ptr<ClassRecord>> records_;
   std::vector<ClassRecord*> entered_;
   NameMap<std::unique_ptr<Package>> packages_;
-  std::uint64_t epoch_ = 1;
 };
 
 }  // namespace kv::host

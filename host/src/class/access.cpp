@@ -31,8 +31,7 @@ bool mayAccess(MemberAccess access, const ClassRecord& owner, kcos::COSInternedB
 }
 
 void raiseAccessDenied(const ClassRecord& owner, kcos::COSInternedBase member) {
-  raise("KALVEX:class:AccessDenied",
-        {std::string(owner.getName()), std::string(member.text())});
+  raise("KALVEX:class:AccessDenied", {std::string(owner.getName()), std::string(member.text())});
 }
 
 void raiseNoSuchMember(const ClassRecord& asked, kcos::COSInternedBase member) {

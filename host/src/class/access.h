@@ -6,8 +6,8 @@ namespace kv::host {
 
 /// True if code with the rights of `caller` (null: public code) may use a member of `owner`.
 ///
-/// Private: code of the class itself. Protected: also of its subclasses, and of a superclass that has
-/// a member of that name. `Immutable` and `None`, which are levels of setting, admit nobody.
+/// Private: code of the class itself. Protected: also of its subclasses, and of a superclass that
+/// has a member of that name. `Immutable` and `None`, which are levels of setting, admit nobody.
 bool mayAccess(MemberAccess access, const ClassRecord& owner, kcos::COSInternedBase member,
                const ClassRecord* caller);
 

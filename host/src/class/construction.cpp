@@ -108,8 +108,8 @@ void makeParts(SessionState& session, Construction& construction, const ClassRec
 void runNativeConstructor(SessionState& session, Construction& construction,
                           const ClassRecord& record, const Call& inputs,
                           const ClassRecord* caller) {
-  const Method* constructor = chooseOverload(record.linked().constructors, MethodKind::Any, 0,
-                                             inputs.nrhs, caller);
+  const Method* constructor =
+      chooseOverload(record.linked().constructors, MethodKind::Any, 0, inputs.nrhs, caller);
   if (constructor == nullptr && inputs.nrhs > 0) {
     matrix::detail::error_maxrhs();
   }
@@ -256,9 +256,8 @@ void constructSuperclass(const kxArray* object, kcos::NameRef superclass,
     Construction* construction = Construction::of(session, target);
     const kcos::COSInternedBase name = kcos::internal::makeInterned(superclass);
     const ClassRecord* running = session.caller;
-    const ClassRecord* super = construction != nullptr && running != nullptr
-                                   ? directSuperclass(*running, name)
-                                   : nullptr;
+    const ClassRecord* super =
+        construction != nullptr && running != nullptr ? directSuperclass(*running, name) : nullptr;
     if (super == nullptr) {
       raiseNoSuchMember(classOf(target), name);
     }

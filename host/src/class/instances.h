@@ -12,8 +12,8 @@ namespace kv::host {
 
 struct SessionState;
 
-/// Load construction: an object without a constructor of a language run, its properties set by their
-/// setters in the order given, whatever their access; then told that it was loaded.
+/// Load construction: an object without a constructor of a language run, its properties set by
+/// their setters in the order given, whatever their access; then told that it was loaded.
 ///
 /// Errors: "KALVEX:class:NoSuchMember"; "KALVEX:UndefinedFunction" with a missing superclass.
 Value loadInstance(SessionState& session, ClassRecord& record,

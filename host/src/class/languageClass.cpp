@@ -55,8 +55,8 @@ void addMethod(CompletedMethods& completed, Method method) {
 
 }  // namespace
 
-std::shared_ptr<ClassContents> languageContents(
-    const ClassRecord& record, std::shared_ptr<const ClassDefinition> definition) {
+std::shared_ptr<ClassContents> languageContents(const ClassRecord& record,
+                                                std::shared_ptr<const ClassDefinition> definition) {
   auto contents = std::make_shared<ClassContents>();
   for (const std::string& name : definition->superclasses) {
     contents->superclasses.push_back(interned(name));

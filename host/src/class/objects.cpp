@@ -42,8 +42,8 @@ const ClassRecord* classOf(const SessionState& session, const kxArray* array) {
 }
 
 matrix::ArrayPtr arrayOf(Object& object) {
-  return matrix::from_kalvex(kcos::omCreateKCOSScalar(
-      kcos::COSInterfacePtr(&object, kcos::COSReferenceType::Strong)));
+  return matrix::from_kalvex(
+      kcos::omCreateKCOSScalar(kcos::COSInterfacePtr(&object, kcos::COSReferenceType::Strong)));
 }
 
 }  // namespace kv::host

@@ -8,8 +8,8 @@ namespace kv::host {
 
 struct SessionState;
 
-/// The value of a property, with the rights of `caller` (null: public code). A property whose target
-/// was deleted gives the deleted object.
+/// The value of a property, with the rights of `caller` (null: public code). A property whose
+/// target was deleted gives the deleted object.
 ///
 /// Errors: "KALVEX:class:InvalidHandle" if the object is deleted, "KALVEX:class:NoSuchMember",
 /// "KALVEX:class:AccessDenied"; what a getter raises.

@@ -21,7 +21,8 @@ constexpr CatalogueEntry kHostCatalogue[] = {
      "The property or method '{1}' of class '{0}' can't be accessed from here."},
     {"KALVEX:class:AbstractClass",
      "No object of class '{0}' can be made: the class has abstract methods or properties."},
-    {"KALVEX:class:SealedClass", "Class '{0}' is sealed: it can be neither derived from nor redefined."},
+    {"KALVEX:class:SealedClass",
+     "Class '{0}' is sealed: it can be neither derived from nor redefined."},
     {"KALVEX:class:HasInstances", "Class '{0}' can't be redefined while it has instances."},
     {"KALVEX:class:InvalidSuperclass", "Class '{0}' can't have the superclass '{1}': {2}."},
 

@@ -4,8 +4,8 @@
 
 namespace kv::host {
 
-/// Throws the exception that is being handled as what may cross an edge of the host: a KException in
-/// its envelope, made by id and arguments if the exception has them; or a PassThrough as it is.
+/// Throws the exception that is being handled as what may cross an edge of the host: a KException
+/// in its envelope, made by id and arguments if the exception has them; or a PassThrough as it is.
 ///
 /// Requires: called inside a handler.
 [[noreturn]] void throwAtEdge();

@@ -111,7 +111,8 @@ std::shared_ptr<const ClassDefinition> kExceptionDefinition() {
     auto made = std::make_shared<ClassDefinition>();
     made->name = "KException";
     for (const char* name : kProperties) {
-      made->properties.push_back({name, nullptr, MemberAccess::Public, MemberAccess::Protected, {}});
+      made->properties.push_back(
+          {name, nullptr, MemberAccess::Public, MemberAccess::Protected, {}});
     }
     made->constructor = MethodDefinition{.name = "KException", .body = construct, .arity = {1, 4}};
     return std::shared_ptr<const ClassDefinition>(std::move(made));

@@ -17,7 +17,8 @@ struct SessionState;
 ///
 /// Properties, all read by anybody and set by the class and its subclasses: "identifier" and
 /// "message" (texts), "stack" (n-by-1 structure), "cause" (a KException, or `[]`), "arguments"
-/// (1-by-n cell of texts). The constructor takes up to three inputs: identifier, message, arguments.
+/// (1-by-n cell of texts). The constructor takes up to three inputs: identifier, message,
+/// arguments.
 std::shared_ptr<const ClassDefinition> kExceptionDefinition();
 
 /// A new KException with the live user stack.

@@ -158,8 +158,7 @@ void Session::load(const std::function<void()>& entry) {
 }
 
 std::vector<Value> Session::call(std::string_view name, int nlhs,
-                                 std::span<const kxArray* const> inputs,
-                                 std::string_view asClass) {
+                                 std::span<const kxArray* const> inputs, std::string_view asClass) {
   return inSession(*this, [&] {
     Outputs outputs(nlhs);
     const RunningScope running(*state_, rightsOf(*state_, asClass));
@@ -221,8 +220,7 @@ Value Session::copyInstance(const kxArray* object) {
 }
 
 ClassDescription Session::describe(std::string_view name) {
-  return inSession(*this,
-                   [&] { return describeClass(state_->classes.require(interned(name))); });
+  return inSession(*this, [&] { return describeClass(state_->classes.require(interned(name))); });
 }
 
 std::vector<std::string> Session::classes() const {
@@ -273,8 +271,7 @@ bool hasCurrentSession() noexcept { return currentSession() != nullptr; }
 }  // namespace kv::host
 
 void kxWarningMsgId(std::string_view identifier, std::span<const std::string> arguments) {
-  kv::host::requireSession().warnings.push_back(
-      {std::string(identifier),
-       {arguments.begin(), arguments.end()},
-       kv::host::catalogueText(identifier, arguments)});
+  kv::host::requireSession().warnings.push_back({std::string(identifier),
+                                                 {arguments.begin(), arguments.end()},
+                                                 kv::host::catalogueText(identifier, arguments)});
 }

@@ -22,9 +22,9 @@ struct ErrorRecord {
   std::string identifier;
   std::string message;
   std::vector<std::string> arguments;
-  std::vector<Frame> stack;             ///< innermost first
-  std::vector<ErrorRecord> causes;      ///< at most one; its own causes follow inside
-  std::string className;                ///< "KException" or a subclass
+  std::vector<Frame> stack;         ///< innermost first
+  std::vector<ErrorRecord> causes;  ///< at most one; its own causes follow inside
+  std::string className;            ///< "KException" or a subclass
 };
 
 /// Reads the exception out of its envelope.

@@ -41,7 +41,7 @@ struct MemberDescription {
   unsigned flags = 0;
   std::string form;  ///< of methods: "fixed", "variadic", "abstract" or "declared"
   bool isStatic = false;
-  int inputs = -1;   ///< a count, the object included; -1 means variadic
+  int inputs = -1;  ///< a count, the object included; -1 means variadic
   int outputs = -1;
 };
 
@@ -61,7 +61,8 @@ using OwningBuiltin = void (*)(int nlhs, Value* plhs, int nrhs, const kxArray** 
 /// warnings. A process may hold many.
 ///
 /// 1. A session belongs to the thread that made it, or to whoever leases it under a lock.
-/// 2. The platform interface takes no session: it works in the thread's current one, which a `Scope`
+/// 2. The platform interface takes no session: it works in the thread's current one, which a
+/// `Scope`
 ///    sets and restores at each public edge.
 /// 3. Closing frees every object; values and references that outlive the session may still be
 ///    dropped, on any thread.
@@ -131,8 +132,8 @@ class KV_HOST_API Session {
   std::vector<Warning> warnings() const;
   void clearWarnings();
 
-  /// The live user stack comes from `provider` while it is set, innermost frame first; otherwise from
-  /// the call sites that are open (see CallSite).
+  /// The live user stack comes from `provider` while it is set, innermost frame first; otherwise
+  /// from the call sites that are open (see CallSite).
   void setStackProvider(std::function<std::vector<Frame>()> provider);
 
   SessionState& state() noexcept { return *state_; }

@@ -50,7 +50,7 @@ inline Value makeLogical(bool value) { return matrix::from_kalvex(kxCreateLogica
 inline Value makeString(std::string_view utf8) { return matrix::create(utf8); }
 inline Value makeChars(std::string_view utf8) { return matrix::createChars(utf8); }
 inline Value makeEmptyDouble() { return matrix::from_kalvex(kxCreateDoubleMatrix(0, 0, 0)); }
-KV_HOST_API Value makeCell(std::vector<Value> elements);        ///< 1-by-n
+KV_HOST_API Value makeCell(std::vector<Value> elements);                ///< 1-by-n
 KV_HOST_API Value makeStringColumn(std::span<const std::string> utf8);  ///< n-by-1 string array
 KV_HOST_API Value makeStringRow(std::span<const std::string> utf8);     ///< 1-by-n string array
 
@@ -74,6 +74,8 @@ KV_HOST_API std::vector<std::string> toTexts(const kxArray* value);
 
 /// The name that a function handle refers to; empty for a handle of a callable.
 KV_HOST_API std::string functionName(const kxArray* handle);
+/// What the function or callable behind a handle is called in stacks and messages.
+KV_HOST_API std::string callableName(const kxArray* handle);
 
 // --- Calls --------------------------------------------------------------------------------------
 
@@ -115,7 +117,7 @@ template <class T>
 T& nativeValue(const kxArray* object, std::string_view expected);
 
 [[noreturn]] KV_HOST_API void raiseInvalidType(std::string_view role, std::string_view expected,
-                                  const kxArray* came);
+                                               const kxArray* came);
 
 template <class T>
 T& nativeValue(const kxArray* object, std::string_view expected) {

@@ -1,0 +1,127 @@
+#include <new>
+
+#include "HostSession.h"
+#include "foundation/exception.h"
+
+namespace kv::test {
+namespace {
+
+using Errors = HostSession;
+using Torvane::KException::KExceptionEnvelope;
+
+struct Interrupt final : host::PassThrough {};
+
+struct LabTag {
+  static constexpr const char* category = "KALVEX:bigdata:array";
+  static constexpr const char* key = "InvalidTallVersion";
+};
+
+TEST_F(Errors, NativeExceptionsBecomeKExceptionsAtTheEdge) {
+  struct Row {
+    const char* expected;
+    std::function<void()> thrown;
+  };
+  const Row rows[] = {
+      {"KALVEX:bigdata:array:InvalidTallVersion | 2015a",
+       [] { foundation::core::except::raise<LabTag>("2015a"); }},
+      {"KALVEX:OutOfMemory", [] { throw std::bad_alloc(); }},
+      {"KALVEX:NativeException | went wrong", [] { throw std::runtime_error("went wrong"); }},
+      {"KALVEX:NativeException | an exception that isn't a std::exception", [] { throw 42; }},
+      {"KALVEX:InputParser:UnmatchedParameter | Size | ",
+       [] {
+         host::raise("KALVEX:InputParser:UnmatchedParameter", {"Size", ""});
+       }},
+  };
+  for (const Row& row : rows) {
+    session.defineFunction("fails", [&row](const Call&) { row.thrown(); });
+    session.defineFunction("outer", forwardsTo("fails"));
+    EXPECT_EQ(failure([&] { call("outer"); }), row.expected);
+  }
+}
+
+TEST_F(Errors, AnInterruptPassesAsItIs) {
+  session.defineFunction("fails", [](const Call&) { throw Interrupt(); });
+  session.defineFunction("outer", forwardsTo("fails"));
+  EXPECT_THROW(call("outer"), Interrupt);
+  session.defineFunction("fine", says("still usable"));
+  EXPECT_EQ(said("fine"), "still usable");
+}
+
+TEST_F(Errors, TextsComeFromTheCatalogue) {
+  const std::vector<std::string> arguments{"lab.A", "x"};
+  EXPECT_EQ(host::catalogueText("KALVEX:class:NoSuchMember", arguments),
+            "Class 'lab.A' has no property or method 'x'.");
+  EXPECT_EQ(host::catalogueText("lab:unknown", arguments), "lab:unknown: lab.A, x");
+  const host::CatalogueEntry entries[] = {{"lab:order", "{1} before {0}, not {2} or {"}};
+  host::addToCatalogue(entries);
+  EXPECT_EQ(host::catalogueText("lab:order", arguments), "x before lab.A, not {2} or {");
+}
+
+TEST_F(Errors, CarryTheLiveUserStack) {
+  session.defineFunction("fails", [](const Call&) { throw std::runtime_error("no"); });
+  const host::CallSite site(std::source_location::current());
+  const ErrorRecord error = errorOf([&] { call("fails"); });
+  ASSERT_EQ(error.stack.size(), 1u);
+  EXPECT_EQ(error.stack[0].file, std::source_location::current().file_name());
+  EXPECT_NE(error.stack[0].name.find("TestBody"), std::string::npos);
+}
+
+TEST_F(Errors, AFailingStackProviderHidesNoError) {
+  session.setStackProvider([]() -> std::vector<host::Frame> { host::raise("lab:provider"); });
+  const ErrorRecord error = errorOf([&] { call("nobody"); });
+  EXPECT_EQ(error.identifier, "KALVEX:UndefinedFunction");
+  EXPECT_TRUE(error.stack.empty());
+}
+
+TEST_F(Errors, AreObjectsOfTheHost) {
+  const Value error = call("KException", host::makeChars("lab:own"), host::makeChars("own text"),
+                           call("feval", host::makeFunctionHandle("list", [](const Call& call) {
+                                  std::vector<Value> texts;
+                                  texts.push_back(host::makeChars("first"));
+                                  call.out(0, host::makeCell(std::move(texts)));
+                                })));
+  EXPECT_EQ(host::toText(get(error, "identifier").get()), "lab:own");
+  EXPECT_EQ(host::toText(get(error, "message").get()), "own text");
+  const Value cause = call("KException", host::makeChars("KALVEX:OutOfMemory"));
+  set(error, "cause", cause, "KException");
+  const ErrorRecord record = errorOf([&] { host::throwException(error.get()); });
+  EXPECT_EQ(record.identifier, "lab:own");
+  EXPECT_EQ(record.arguments, std::vector<std::string>{"first"});
+  ASSERT_EQ(record.causes.size(), 1u);
+  EXPECT_EQ(record.causes[0].message, "Out of memory.");
+  EXPECT_EQ(failure([&] { host::throwException(host::makeDouble(1).get()); }).substr(0, 37),
+            "KALVEX:validateattributes:invalidType");
+}
+
+TEST_F(Errors, SubclassesAreErrorsTooAndARingOfCausesEnds) {
+  ClassDefinition special;
+  special.name = "lab.Special";
+  special.properties = {{"Extra", nullptr, {}, {}, {}}};
+  special.superclasses = {"KException"};
+  define(special);
+  const Value error = call("lab.Special", host::makeChars("lab:special"), host::makeChars("text"));
+  set(error, "cause", error, "lab.Special");
+  const ErrorRecord record = errorOf([&] { host::throwException(error.get()); });
+  EXPECT_EQ(record.className, "lab.Special");
+  EXPECT_EQ(record.identifier, "lab:special");
+  EXPECT_FALSE(record.causes.empty());
+  set(error, "cause", nullptr, "lab.Special");
+}
+
+TEST_F(Errors, AnEnvelopeOutlivesItsSession) {
+  std::unique_ptr<KExceptionEnvelope> kept;
+  {
+    host::Session shortLived;
+    try {
+      shortLived.call("nobody", 1, {});
+    } catch (const KExceptionEnvelope& envelope) {
+      kept = std::make_unique<KExceptionEnvelope>(envelope);
+    }
+  }
+  ASSERT_NE(kept, nullptr);
+  EXPECT_STREQ(kept->what(), "KALVEX:UndefinedFunction: Undefined function or class 'nobody'.");
+  EXPECT_EQ(host::errorRecord(*kept).className, "KException");
+}
+
+}  // namespace
+}  // namespace kv::test
