@@ -44,9 +44,13 @@ TEST_F(Conversions, NumbersComeFromNumericAndLogicalScalarsOnly) {
   EXPECT_EQ(errorOf([&] { ki::toDouble(nullptr); }), missing("scalar double", "[]"));
   EXPECT_EQ(errorOf([&] { ki::toDouble(makeEmptyDouble().get()); }),
             missing("scalar double", "0x0 double"));
-  EXPECT_EQ(errorOf([&] { ki::toDouble(matrixOf(kxDOUBLE_CLASS, {3, 2}).get()); }),
+  EXPECT_EQ(errorOf([&] {
+              ki::toDouble(matrixOf(kxDOUBLE_CLASS, {3, 2}).get());
+            }),
             missing("scalar double", "3x2 double"));
-  EXPECT_EQ(errorOf([&] { ki::toDouble(matrixOf(kxSINGLE_CLASS, {3, 2, 4}).get()); }),
+  EXPECT_EQ(errorOf([&] {
+              ki::toDouble(matrixOf(kxSINGLE_CLASS, {3, 2, 4}).get());
+            }),
             missing("scalar double", "3x2x4 single"));
   EXPECT_EQ(errorOf([&] { ki::toDouble(makeChars("7").get()); }),
             missing("scalar double", "1x1 char"));
@@ -110,7 +114,9 @@ TEST_F(Conversions, ARowOfFlagsIsALogicalRowOfAnyLength) {
   EXPECT_EQ(ki::fromArray<Flags>(matrixOf(kxLOGICAL_CLASS, {1, 3}).get()).size(), 3u);
   EXPECT_EQ(ki::fromArray<Flags>(matrixOf(kxLOGICAL_CLASS, {1, 0}).get()).size(), 0u);
   EXPECT_TRUE(ki::fromArray<Flags>(makeLogical(true).get())[0]);
-  EXPECT_EQ(errorOf([&] { ki::fromArray<Flags>(matrixOf(kxLOGICAL_CLASS, {3, 1}).get()); }),
+  EXPECT_EQ(errorOf([&] {
+              ki::fromArray<Flags>(matrixOf(kxLOGICAL_CLASS, {3, 1}).get());
+            }),
             refused + "3x1 logical");
   EXPECT_EQ(errorOf([&] { ki::fromArray<Flags>(makeDouble(1).get()); }), refused + "1x1 double");
   EXPECT_EQ(errorOf([&] { ki::fromArray<Flags>(nullptr); }), refused + "[]");

@@ -42,7 +42,7 @@ class FixedTypeCosPropertyInfo final : public kcos::COSPropT {
   kcos::Enumeration<kcos::COSInterface*> getReferencedObjects(
       kcos::COSInterface* object) const override {
     if constexpr (References<GetType>::kObjects) {
-      if (const T* target = find(object)) {
+      if (const T* target = findOwner(object)) {
         return References<GetType>::objects((target->*getter_)());
       }
     }
@@ -51,7 +51,7 @@ class FixedTypeCosPropertyInfo final : public kcos::COSPropT {
 
   kcos::Enumeration<const kxArray*> getReferencedArrays(kcos::COSInterface* object) const override {
     if constexpr (References<GetType>::kArrays) {
-      if (const T* target = find(object)) {
+      if (const T* target = findOwner(object)) {
         return References<GetType>::arrays((target->*getter_)());
       }
     }
@@ -63,9 +63,10 @@ class FixedTypeCosPropertyInfo final : public kcos::COSPropT {
     return *static_cast<T*>(requireInstanceData(object, classKey_));
   }
 
-  /// For the tracer, which may ask an object that has no native part yet.
-  const T* find(const kcos::COSInterface* object) const {
-    return object == nullptr || object->isDeleted()
+  /// For the tracer: the native part whose field this property is. Null for an object that has none
+  /// yet, and for a derived property, which stands for no field and may raise when it is computed.
+  const T* findOwner(const kcos::COSInterface* object) const {
+    return object == nullptr || object->isDeleted() || flags() == kDerived
                ? nullptr
                : static_cast<const T*>(object->getInstanceData(classKey_));
   }

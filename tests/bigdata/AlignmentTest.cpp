@@ -1,0 +1,173 @@
+#include "CoreSession.h"
+
+namespace bigdata {
+namespace {
+
+using kv::host::makeCell;
+using kv::host::makeDouble;
+using kv::host::makeEmptyDouble;
+using kv::host::makeLogical;
+
+const char* const kIncompatible = "KALVEX:bigdata:array:IncompatibleTallIndexing";
+
+/// What a host value stands for as a strategy, and how several are brought together.
+class Alignment : public CoreSession {
+ protected:
+  Alignment() {
+    define("kalvex.io.datastore.internal.shim.isDatastore", [this](const Call& call) {
+      call.out(0, makeLogical(kxGetClassID(call.in(0)) == kxSTRING_CLASS));
+    });
+    define("kalvex.bigdata.internal.executor.DatastorePartitionStrategy",
+           [this](const Call& c) { c.out(0, fixed(11)); });
+    define("kalvex.bigdata.internal.executor.ConcatenatedPartitionStrategy", [this](const Call& c) {
+      concatenated.clear();
+      for (int i = 0; i < c.nrhs; ++i) {
+        concatenated += c.in(i) == nullptr ? "null " : kxGetClassName(c.in(i)) + " ";
+      }
+      c.out(0, fixed(12));
+    });
+  }
+
+  Value fixed(double count) {
+    return make("executor.FixedNumPartitionStrategy", makeDouble(count));
+  }
+  Value arbitrary() { return make("executor.ArbitraryPartitionStrategy"); }
+  Value broadcast() { return make("executor.BroadcastPartitionStrategy"); }
+  Value metadata(const Value& partitioning) { return make("PartitionMetadata", partitioning); }
+  Value emptyMetadata() {
+    return session.loadInstance("kalvex.bigdata.internal.PartitionMetadata", {});
+  }
+
+  template <class... Inputs>
+  Value align(const Inputs&... inputs) {
+    return call("alignPartitionStrategyBuiltin", inputs...);
+  }
+  template <class... Inputs>
+  Value alignMetadata(const Inputs&... inputs) {
+    return get(call("alignPartitionMetadataBuiltin", inputs...), "Strategy");
+  }
+  std::string kind(const Value& strategy) {
+    const std::string name = kxGetClassName(strategy.get());
+    return name.substr(name.rfind('.') + 1);
+  }
+
+  std::string concatenated;
+};
+
+TEST_F(Alignment, AStrategyIsMadeOfWhateverStandsForOne) {
+  const auto create = [&](const Value& value) {
+    return call("createPartitionStrategyBuiltin", value);
+  };
+  EXPECT_EQ(kind(create(makeEmptyDouble())), "ArbitraryPartitionStrategy");
+  EXPECT_EQ(getDouble(create(makeDouble(4)), "MinNumPartitions"), 4);
+  const Value given = broadcast();
+  EXPECT_TRUE(isSameObject(create(given), given));
+  EXPECT_EQ(getDouble(create(kv::host::makeString("folder")), "MinNumPartitions"), 11);
+  EXPECT_EQ(takeCalls(), "isDatastore DatastorePartitionStrategy");
+
+  EXPECT_EQ(errorOf([&] { create(makeCell({})); }),
+            internalError("createPartitionStrategy expects a scalar input"));
+  EXPECT_EQ(errorOf([&] { create(kv::host::makeChars("two")); }),
+            internalError("createPartitionStrategy expects a scalar input"));
+  EXPECT_EQ(errorOf([&] { create(makeLogical(true)); }),
+            internalError("Invalid input for createPartitionStrategy"));
+  EXPECT_EQ(takeCalls(), "isDatastore") << "a flag is no number";
+}
+
+TEST_F(Alignment, BuiltinsCheckTheirCounts) {
+  const Value one = makeDouble(1);
+  const auto countError = [&](std::string_view name, int nlhs, int nrhs) {
+    const std::vector<const kxArray*> inputs(static_cast<std::size_t>(nrhs), one.get());
+    return errorOf([&] { session.call(name, nlhs, inputs); });
+  };
+  EXPECT_EQ(countError("createPartitionStrategyBuiltin", 2, 0), "KALVEX:TooManyOutputs");
+  EXPECT_EQ(countError("createPartitionStrategyBuiltin", 1, 2), "KALVEX:TooManyInputs");
+  EXPECT_EQ(countError("createPartitionStrategyBuiltin", 1, 0), "KALVEX:NotEnoughInputs");
+  EXPECT_EQ(countError("alignPartitionStrategyBuiltin", 2, 0), "KALVEX:TooManyOutputs");
+  EXPECT_EQ(countError("alignPartitionMetadataBuiltin", 2, 0), "KALVEX:TooManyOutputs");
+  EXPECT_EQ(countError("vertcatPartitionMetadataBuiltin", 1, 0), "KALVEX:NotEnoughInputs");
+  EXPECT_EQ(countError("userStackBuiltin", 1, 1), "KALVEX:TooManyInputs");
+  EXPECT_EQ(countError("hasInternalStackFramesBuiltin", 2, 0), "KALVEX:TooManyOutputs");
+}
+
+TEST_F(Alignment, BroadcastsFitAnyStrategy) {
+  const Value three = fixed(3);
+  EXPECT_TRUE(isSameObject(align(broadcast(), three), three));
+  EXPECT_TRUE(isSameObject(align(three, broadcast(), makeEmptyDouble()), three));
+}
+
+TEST_F(Alignment, OfNothingButBroadcastsIsANewBroadcast) {
+  const Value one = broadcast();
+  const Value aligned = align(one, one);
+  EXPECT_EQ(kind(aligned), "BroadcastPartitionStrategy");
+  EXPECT_FALSE(isSameObject(aligned, one));
+  EXPECT_EQ(kind(align()), "BroadcastPartitionStrategy");
+  EXPECT_EQ(kind(alignMetadata()), "BroadcastPartitionStrategy");
+}
+
+TEST_F(Alignment, OfOneClassIsTheFirstWithoutComparison) {
+  const Value three = fixed(3);
+  EXPECT_TRUE(isSameObject(align(three, fixed(5)), three));
+}
+
+TEST_F(Alignment, OfTwoClassesIsRefused) {
+  EXPECT_EQ(errorOf([&] { align(fixed(3), arbitrary()); }), kIncompatible);
+  EXPECT_EQ(errorOf([&] { alignMetadata(metadata(fixed(3)), metadata(arbitrary())); }),
+            kIncompatible);
+}
+
+TEST_F(Alignment, ADeletedStrategyIsRefused) {
+  const Value strategy = fixed(3);
+  session.deleteObject(strategy.get());
+  EXPECT_EQ(errorOf([&] { align(strategy); }), "KALVEX:class:InvalidHandle");
+}
+
+TEST_F(Alignment, MetadataIsMadeOfWhateverStandsForAStrategy) {
+  EXPECT_EQ(kind(get(metadata(makeEmptyDouble()), "Strategy")), "ArbitraryPartitionStrategy");
+  EXPECT_EQ(getDouble(get(metadata(makeDouble(6)), "Strategy"), "MinNumPartitions"), 6);
+  const Value given = fixed(2);
+  EXPECT_TRUE(isSameObject(get(metadata(given), "Strategy"), given));
+  EXPECT_EQ(get(emptyMetadata(), "Strategy"), nullptr);
+}
+
+TEST_F(Alignment, LooksThroughMetadata) {
+  const Value three = fixed(3);
+  EXPECT_TRUE(isSameObject(
+      alignMetadata(emptyMetadata(), metadata(broadcast()), metadata(three), makeEmptyDouble()),
+      three));
+  EXPECT_EQ(errorOf([&] { alignMetadata(three); }),
+            "KALVEX:validateattributes:invalidType | Input | scalar "
+            "kalvex.bigdata.internal.PartitionMetadata | "
+            "kalvex.bigdata.internal.executor.FixedNumPartitionStrategy");
+}
+
+TEST_F(Alignment, ConcatenationAsksTheHostWithEveryStrategyInOrder) {
+  const Value made = call("vertcatPartitionMetadataBuiltin", metadata(arbitrary()), emptyMetadata(),
+                          metadata(broadcast()));
+  EXPECT_EQ(concatenated,
+            "kalvex.bigdata.internal.executor.ArbitraryPartitionStrategy null "
+            "kalvex.bigdata.internal.executor.BroadcastPartitionStrategy ");
+  EXPECT_EQ(getDouble(get(made, "Strategy"), "MinNumPartitions"), 12);
+  call("vertcatPartitionMetadataBuiltin", metadata(arbitrary()));
+  EXPECT_EQ(concatenated, "kalvex.bigdata.internal.executor.ArbitraryPartitionStrategy ");
+}
+
+TEST_F(Alignment, MetadataKeepsItsStrategyAliveAndLetsItGo) {
+  const std::string_view fixedClass = "kalvex.bigdata.internal.executor.FixedNumPartitionStrategy";
+  Value made = metadata(makeDouble(6));
+  session.collect();
+  EXPECT_EQ(session.liveObjects(fixedClass), 1u);
+  made.reset();
+  EXPECT_EQ(session.liveObjects(fixedClass), 0u);
+}
+
+TEST_F(Alignment, ADeletedStrategyOfMetadataCanBeReadButNotUsed) {
+  const Value made = metadata(makeDouble(6));
+  const Value strategy = get(made, "Strategy");
+  session.deleteObject(strategy.get());
+  EXPECT_TRUE(isSameObject(get(made, "Strategy"), strategy));
+  EXPECT_EQ(errorOf([&] { alignMetadata(made); }), "KALVEX:class:InvalidHandle");
+}
+
+}  // namespace
+}  // namespace bigdata

@@ -1,0 +1,224 @@
+#include <cmath>
+#include <map>
+#include <memory>
+
+#include "CoreSession.h"
+#include "executor/CompositeDataProcessorBuilder.h"
+#include "ki/conversions.h"
+#include "kx/string.h"
+
+namespace bigdata {
+namespace {
+
+using kv::host::makeChars;
+using kv::host::makeDouble;
+using kv::host::makeEmptyDouble;
+using kv::host::makeString;
+
+const std::string kBuilder = "kalvex.bigdata.internal.executor.CompositeDataProcessorBuilder";
+
+/// Graphs of builders whose nodes have letters, so that a walk reads as a word.
+class Builders : public CoreSession {
+ protected:
+  Builders() {
+    auto factory = std::make_shared<kv::host::ClassDefinition>();
+    factory->name = "kalvex.bigdata.internal.executor.DataProcessorFactory";
+    session.defineClass(factory);
+  }
+
+  Value arrayOf(std::initializer_list<const Value*> builders) {
+    Value column = matrix::from_kalvex(kcos::omCreateKCOSMatrix(
+        builders.size(), 1, kcos::internal::makeInterned(kcos::NameRef::of(kBuilder))));
+    std::size_t row = 0;
+    for (const Value* builder : builders) {
+      kcos::omSetArrayElement(column.get(), row++, kcos::omGetArrayElement(builder->get(), 0));
+    }
+    return column;
+  }
+  Value input(double ordinal) {
+    return make("executor.CompositeDataProcessorBuilder", makeDouble(ordinal));
+  }
+  Value node(char letter, std::initializer_list<const Value*> inputs) {
+    Value made =
+        make("executor.CompositeDataProcessorBuilder", arrayOf(inputs), makeString("factory"));
+    letters[getText(made, "Id")] = letter;
+    return made;
+  }
+
+  std::string walk(const Value& builder) {
+    const Value found =
+        std::move(session.invoke(builder.get(), "findAllBuilders", 1, {}, kBuilder).at(0));
+    std::string word;
+    for (std::size_t i = 0; i < kxGetNumberOfElements(found.get()); ++i) {
+      const Value one =
+          matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(found.get(), i)));
+      word += letters[getText(one, "Id")];
+    }
+    return word;
+  }
+  /// The edges as "source-target:ordinal", in order.
+  std::string edges(const Value& builder) {
+    const auto results = session.invoke(builder.get(), "findAllDependencies", 3, {}, kBuilder);
+    const kxArray* table = results.at(1).get();
+    const std::size_t rows = kxGetM(table);
+    EXPECT_EQ(kxGetN(table), 2u);
+    EXPECT_EQ(kxGetM(results.at(2).get()), rows);
+    EXPECT_EQ(kxGetN(results.at(2).get()), 1u);
+    const auto* ordinals = static_cast<const double*>(kxGetData(results.at(2).get()));
+    std::string text;
+    for (std::size_t row = 0; row < rows; ++row) {
+      text += letterAt(table, row);
+      text += '-';
+      text += letterAt(table, rows + row);
+      text += ":" + std::to_string(static_cast<int>(ordinals[row])) + " ";
+    }
+    return text;
+  }
+  char letterAt(const kxArray* table, std::size_t index) {
+    return letters[fl::i18n::to_string(*Torvane::String::getString(table, index))];
+  }
+
+  std::map<std::string, char> letters;
+};
+
+TEST_F(Builders, ALeafAloneHasNoEdges) {
+  const Value leaf = node('a', {});
+  EXPECT_EQ(walk(leaf), "a");
+  EXPECT_EQ(edges(leaf), "");
+}
+
+TEST_F(Builders, InputsAreWalkedFromTheLastButListedInOrder) {
+  const Value a = node('a', {}), b = node('b', {}), c = node('c', {});
+  const Value self = node('s', {&a, &b, &c});
+  EXPECT_EQ(walk(self), "scba");
+  EXPECT_EQ(edges(self), "a-s:1 b-s:2 c-s:3 ");
+}
+
+TEST_F(Builders, ADiamondIsWalkedOnce) {
+  const Value r = node('r', {});
+  const Value p = node('p', {&r}), q = node('q', {&r});
+  const Value s = node('s', {&p, &q});
+  EXPECT_EQ(walk(s), "sqrp");
+  EXPECT_EQ(edges(s), "p-s:1 q-s:2 r-q:1 r-p:1 ");
+}
+
+TEST_F(Builders, OneInputGivenTwiceIsTwoEdges) {
+  const Value r = node('r', {});
+  const Value s = node('s', {&r, &r});
+  EXPECT_EQ(walk(s), "sr");
+  EXPECT_EQ(edges(s), "r-s:1 r-s:2 ");
+}
+
+TEST_F(Builders, ACycleEnds) {
+  const Value a = node('a', {});
+  const Value b = node('b', {&a});
+  session.set(a.get(), "InputBuilders", arrayOf({&b}).get(), kBuilder);
+  EXPECT_EQ(walk(a), "ab");
+  EXPECT_EQ(edges(a), "b-a:1 a-b:1 ");
+}
+
+TEST_F(Builders, ACycleThatNobodyHoldsIsCollected) {
+  {
+    const Value a = node('a', {});
+    const Value b = node('b', {&a});
+    session.set(a.get(), "InputBuilders", arrayOf({&b}).get(), kBuilder);
+  }
+  session.collect();
+  EXPECT_EQ(session.liveObjects(kBuilder), 0u);
+}
+
+TEST_F(Builders, AChainOfManyIsWalkedWithoutRecursion) {
+  constexpr int kLength = 20000;
+  Value last = node('x', {});
+  for (int i = 1; i < kLength; ++i) last = node('x', {&last});
+  EXPECT_EQ(walk(last).size(), std::size_t{kLength});
+  last.reset();
+  session.collect();
+  EXPECT_EQ(session.liveObjects(kBuilder), 0u);
+}
+
+TEST_F(Builders, StandForGlobalInputsByPositionOrName) {
+  struct Row {
+    Value input;
+    bool isGlobal;
+    double ordinal;
+    std::string id;
+  };
+  Row rows[] = {{makeDouble(2), true, 2, ""},
+                {makeDouble(0), false, 0, ""},
+                {makeString("x"), true, 0, "x"},
+                {makeChars("yz"), true, 0, "yz"},
+                {makeChars(""), false, 0, ""}};
+  for (const Row& row : rows) {
+    const Value made = make("executor.CompositeDataProcessorBuilder", row.input);
+    EXPECT_EQ(getFlag(made, "IsGlobalInput"), row.isGlobal);
+    EXPECT_EQ(getDouble(made, "InputOrdinal"), row.ordinal);
+    EXPECT_EQ(getText(made, "InputId"), row.id);
+    EXPECT_EQ(get(made, "DataProcessorFactory"), nullptr);
+    EXPECT_TRUE(getText(made, "Id").starts_with("CompositeDataProcessorBuilder_"));
+  }
+}
+
+TEST_F(Builders, RefuseWhatIsNoInput) {
+  const auto refused = [&](const Value& value) {
+    return errorOf([&] { make("executor.CompositeDataProcessorBuilder", value); });
+  };
+  const std::string notText = "KALVEX:string:MustBeStringScalarOrCharacterVector";
+  EXPECT_EQ(refused(kv::host::makeLogical(true)), notText);
+  EXPECT_EQ(refused(kv::host::makeCell({})), notText);
+  EXPECT_EQ(refused(Torvane::String::createStringArray(1, 1)), "KALVEX:string:MissingNotSupported");
+  EXPECT_EQ(refused(makeDouble(-1)),
+            "KALVEX:validateattributes:invalidType | Input | scalar size_t | 1x1 double");
+}
+
+TEST_F(Builders, TakeInputBuildersFromAnObjectArrayOnly) {
+  const Value factory = makeString("factory");
+  const auto errorFor = [&](const kxArray* inputs) {
+    return errorOf([&] { make("executor.CompositeDataProcessorBuilder", inputs, factory.get()); });
+  };
+  EXPECT_EQ(errorFor(nullptr), "no error");
+  const Value empty = makeEmptyDouble();
+  EXPECT_EQ(errorFor(empty.get()),
+            "KALVEX:validateattributes:invalidType | Input | " + kBuilder + " | double");
+  const Value unset = matrix::from_kalvex(
+      kcos::omCreateKCOSMatrix(1, 1, kcos::internal::makeInterned(kcos::NameRef::of(kBuilder))));
+  EXPECT_EQ(errorFor(unset.get()), "KALVEX:class:InvalidHandle");
+}
+
+TEST_F(Builders, HoldTheirStrategyAndFactory) {
+  const Value strategy = make("executor.BroadcastPartitionStrategy");
+  const Value made =
+      make("executor.CompositeDataProcessorBuilder", arrayOf({}), makeString("factory"), strategy);
+  EXPECT_TRUE(isSameObject(get(made, "OutputPartitionStrategy"), strategy));
+  EXPECT_EQ(getText(made, "DataProcessorFactory"), "factory");
+  EXPECT_EQ(kxGetM(get(made, "InputBuilders").get()), 0u);
+}
+
+TEST_F(Builders, ADeletedBuilderEndsTheWalk) {
+  const Value a = node('a', {});
+  const Value s = node('s', {&a});
+  session.deleteObject(a.get());
+  EXPECT_EQ(errorOf([&] { walk(s); }), "KALVEX:class:InvalidHandle");
+}
+
+TEST_F(Builders, AskTheirOwnClassForWhatTheLanguageDefines) {
+  const Value leaf = node('a', {});
+  EXPECT_EQ(errorOf([&] { get(leaf, "AllInputIds"); }),
+            internalError("Could not find method " + kBuilder + "/getAllInputIds"));
+
+  auto completion = std::make_shared<kv::host::ClassCompletion>();
+  completion->name = kBuilder;
+  completion->methods = {
+      {.name = "getAllInputIds",
+       .body = [](const Call& c) { c.out(0, makeString("ids")); },
+       .access = kcos::MemberAccess::Private},
+      {.name = "feval", .body = [](const Call& c) { c.out(0, makeDouble(c.nrhs)); }}};
+  session.completeClass(completion);
+  EXPECT_EQ(getText(leaf, "AllInputIds"), "ids");
+  const auto native =
+      ki::fromArray<ki::KalvexManagedPtr<executor::CompositeDataProcessorBuilder>>(leaf.get());
+  EXPECT_EQ(kxGetScalar(native->feval(leaf.get(), leaf.get()).get()), 3);
+}
+
+}  // namespace
+}  // namespace bigdata

@@ -1,0 +1,214 @@
+#include <cmath>
+#include <limits>
+
+#include "CoreSession.h"
+#include "executor/PartitionStrategy.h"
+#include "ki/conversions.h"
+
+namespace bigdata {
+namespace {
+
+using executor::PartitionStrategy;
+using kv::host::makeDouble;
+using kv::host::makeEmptyDouble;
+using kv::host::makeLogical;
+using StrategyPtr = ki::KalvexManagedPtr<PartitionStrategy>;
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+class Strategies : public CoreSession {
+ protected:
+  Strategies() {
+    define("kalvex.bigdata.internal.executor.SimplePartition", [](const Call& call) {
+      std::vector<Value> inputs;
+      inputs.push_back(matrix::sharedCopy(call.in(0)));
+      inputs.push_back(matrix::sharedCopy(call.in(1)));
+      call.out(0, kv::host::makeCell(std::move(inputs)));
+    });
+  }
+
+  Value fixed(double count) {
+    return make("executor.FixedNumPartitionStrategy", makeDouble(count));
+  }
+  Value arbitrary() { return make("executor.ArbitraryPartitionStrategy"); }
+  Value broadcast() { return make("executor.BroadcastPartitionStrategy"); }
+
+  /// "index of count" of the partition made, or the error.
+  std::string partition(const Value& strategy, double index, double count) {
+    std::string text;
+    const std::string error = errorOf([&] {
+      const Value made = invoke(strategy, "createPartition", makeDouble(index), makeDouble(count));
+      text = std::to_string(int(kxGetScalar(kxGetCell(made.get(), 0)))) + " of " +
+             std::to_string(int(kxGetScalar(kxGetCell(made.get(), 1))));
+    });
+    return text.empty() ? error : text;
+  }
+  /// The number of partitions of what `fixNumPartitions` gives, or the error.
+  std::string fix(const Value& strategy, double count) {
+    std::string text;
+    const std::string error = errorOf([&] {
+      const Value made = invoke(strategy, "fixNumPartitions", makeDouble(count));
+      text = std::to_string(int(getDouble(made, "MinNumPartitions")));
+    });
+    return text.empty() ? error : text;
+  }
+  double resolved(const Value& strategy, double byDefault, double limit) {
+    const Value made =
+        invoke(strategy, "resolve", makeDouble(byDefault), makeDouble(limit), makeLogical(true));
+    return getDouble(made, "MinNumPartitions");
+  }
+  bool flag(const Value& strategy, std::string_view method) {
+    return kv::host::toLogical(invoke(strategy, method).get());
+  }
+  double number(const Value& strategy, std::string_view method) {
+    return kv::host::toDouble(invoke(strategy, method).get());
+  }
+  bool compatible(const Value& a, const Value& b) {
+    return kv::host::toLogical(invoke(a, "isCompatible", b).get());
+  }
+  std::string check(const Value& a, const Value& b) {
+    return errorOf([&] { session.invoke(a.get(), "throwIfIncompatible", 0, {{b.get()}}); });
+  }
+};
+
+const char* const kIncompatible = "KALVEX:bigdata:array:IncompatibleTallIndexing";
+
+TEST_F(Strategies, AnswerByTheirKind) {
+  struct Row {
+    Value strategy;
+    double minimum, maximum;
+    bool isBroadcast, isSingle, allowsSingle, isResolved;
+  };
+  Row rows[] = {
+      {arbitrary(), 1, kInfinity, false, false, true, false},
+      {broadcast(), 1, 1, true, true, true, true},
+      {fixed(1), 1, 1, false, true, true, true},
+      {fixed(3), 3, 3, false, false, false, true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(kxGetClassName(row.strategy.get()));
+    EXPECT_EQ(getDouble(row.strategy, "MinNumPartitions"), row.minimum);
+    EXPECT_EQ(getDouble(row.strategy, "MaxNumPartitions"), row.maximum);
+    EXPECT_EQ(number(row.strategy, "getMinNumPartitions"), row.minimum);
+    EXPECT_EQ(number(row.strategy, "getMaxNumPartitions"), row.maximum);
+    EXPECT_EQ(getFlag(row.strategy, "IsBroadcast"), row.isBroadcast);
+    EXPECT_FALSE(getFlag(row.strategy, "IsDatastorePartitioning"));
+    EXPECT_EQ(getDouble(row.strategy, "MaxNumReadFailures"), 0);
+    EXPECT_EQ(flag(row.strategy, "isKnownSinglePartition"), row.isSingle);
+    EXPECT_EQ(flag(row.strategy, "allowsSinglePartition"), row.allowsSingle);
+    EXPECT_EQ(flag(row.strategy, "isResolved"), row.isResolved);
+  }
+}
+
+TEST_F(Strategies, CountPartitionsBetweenMinimumAndMaximum) {
+  EXPECT_EQ(number(arbitrary(), "numpartitions"), 1);
+  EXPECT_EQ(number(fixed(5), "numpartitions"), 5);
+  EXPECT_EQ(kxGetScalar(invoke(arbitrary(), "numpartitions", makeDouble(12)).get()), 12);
+  EXPECT_EQ(kxGetScalar(invoke(arbitrary(), "numpartitions", makeDouble(0)).get()), 1);
+  EXPECT_EQ(kxGetScalar(invoke(fixed(5), "numpartitions", makeDouble(12)).get()), 5);
+}
+
+TEST_F(Strategies, ResolveByMaximumThenDefaultThenLimitAndTheMinimumWins) {
+  EXPECT_EQ(resolved(arbitrary(), 8, 4), 4);
+  EXPECT_EQ(resolved(arbitrary(), 8, 40), 8);
+  EXPECT_EQ(resolved(arbitrary(), 0, 0), 1);
+  EXPECT_EQ(resolved(fixed(6), 8, 4), 6);
+  const Value one = broadcast();
+  EXPECT_TRUE(
+      isSameObject(invoke(one, "resolve", makeDouble(8), makeDouble(4), makeLogical(false)), one));
+}
+
+TEST_F(Strategies, MakePartitionsWithinTheirBounds) {
+  EXPECT_EQ(partition(arbitrary(), 1, 1), "1 of 1");
+  EXPECT_EQ(partition(arbitrary(), 5, 5), "5 of 5");
+  EXPECT_EQ(partition(arbitrary(), 0, 5),
+            internalError("PartitionIndex used for this is 0 when it must be between 1 and 5"));
+  EXPECT_EQ(partition(arbitrary(), 6, 5),
+            internalError("PartitionIndex used for this is 6 when it must be between 1 and 5"));
+
+  EXPECT_EQ(partition(fixed(3), 2, 3), "2 of 3");
+  EXPECT_EQ(partition(fixed(3), 4, 9),
+            internalError("PartitionIndex used for this is 4 when it must be between 1 and 3"));
+  EXPECT_EQ(partition(fixed(3), 1, 4),
+            internalError("NumPartitions used for this FixedNumPartitions is 4 when it must be 3"));
+
+  EXPECT_EQ(partition(broadcast(), 1, 1), "1 of 1");
+  EXPECT_EQ(partition(broadcast(), 2, 2),
+            internalError("PartitionIndex used for broadcast partition is 2 when it must be 1."));
+  EXPECT_EQ(partition(broadcast(), 1, 2),
+            internalError("NumPartitions used for broadcast partition is 2 when it must be 1."));
+}
+
+TEST_F(Strategies, RefuseHadoopMetadataEachInItsOwnWords) {
+  const auto split = [&](const Value& strategy) {
+    return errorOf([&] {
+      ki::fromArray<StrategyPtr>(strategy.get())->createPartition(1, 1, makeEmptyDouble());
+    });
+  };
+  EXPECT_EQ(split(arbitrary()),
+            internalError("Cannot create a arbitrary partition from Hadoop metadata."));
+  EXPECT_EQ(split(broadcast()),
+            internalError("Cannot create a broadcast partition from Hadoop metadata."));
+  EXPECT_EQ(
+      split(fixed(1)),
+      internalError("Cannot create a FixedNumPartitionStrategy partition from Hadoop metadata."));
+}
+
+TEST_F(Strategies, FixTheirNumberIfTheyCan) {
+  EXPECT_EQ(fix(arbitrary(), 3), "3");
+  EXPECT_EQ(fix(fixed(3), 3), "3");
+  EXPECT_EQ(fix(broadcast(), 1), "1");
+  EXPECT_EQ(fix(arbitrary(), 0),
+            internalError("FixedNumPartitionStrategy constructed with NumPartitions 0when this "
+                          "must be >= 0."));
+  EXPECT_EQ(fix(fixed(3), 4),
+            internalError("NumPartitions used to fix this FixedNumPartitionStrategy is 4 when it "
+                          "must be 3"));
+  EXPECT_EQ(fix(broadcast(), 2),
+            internalError("NumPartitions used to fix broadcast partition strategy is 2 when it "
+                          "must be 1."));
+}
+
+TEST_F(Strategies, ARefusedCountLeavesNoObject) {
+  const std::size_t before = session.liveObjects();
+  EXPECT_EQ(errorOf([&] { fixed(0); }),
+            internalError("FixedNumPartitionStrategy constructed with NumPartitions 0when this "
+                          "must be >= 0."));
+  session.collect();
+  EXPECT_EQ(session.liveObjects(), before);
+}
+
+TEST_F(Strategies, AreCompatibleWithinAClassOnly) {
+  const Value three = fixed(3);
+  EXPECT_TRUE(compatible(three, three));
+  EXPECT_TRUE(compatible(three, fixed(3)));
+  EXPECT_FALSE(compatible(three, fixed(4)));
+  EXPECT_FALSE(compatible(three, arbitrary()));
+  EXPECT_TRUE(compatible(arbitrary(), arbitrary()));
+  EXPECT_TRUE(compatible(broadcast(), broadcast()));
+  EXPECT_FALSE(compatible(broadcast(), three));
+
+  EXPECT_EQ(check(three, fixed(3)), "no error");
+  EXPECT_EQ(check(three, fixed(4)), kIncompatible);
+  EXPECT_EQ(check(three, broadcast()), kIncompatible);
+}
+
+TEST_F(Strategies, ATypedQuestionAboutAnotherClassIsAnsweredNo) {
+  EXPECT_FALSE(kv::host::toLogical(invoke(fixed(1), "typedIsCompatible", broadcast()).get()));
+  EXPECT_EQ(errorOf([&] { invoke(fixed(1), "typedIsCompatible", makeDouble(1)); }),
+            "KALVEX:validateattributes:invalidType | Input | "
+            "kalvex.bigdata.internal.executor.PartitionStrategy | double");
+}
+
+TEST_F(Strategies, ALoadedFixedStrategyGetsItsCountBack) {
+  const Value three = makeDouble(3);
+  const std::pair<std::string, const kxArray*> stored[] = {{"MinNumPartitions", three.get()}};
+  const Value loaded =
+      session.loadInstance("kalvex.bigdata.internal.executor.FixedNumPartitionStrategy", stored);
+  EXPECT_EQ(getDouble(loaded, "MaxNumPartitions"), 3);
+  EXPECT_NE(errorOf([&] { session.set(loaded.get(), "MinNumPartitions", three.get()); }),
+            "no error");
+}
+
+}  // namespace
+}  // namespace bigdata

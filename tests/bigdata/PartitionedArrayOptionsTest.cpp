@@ -1,0 +1,81 @@
+#include "CoreSession.h"
+
+namespace bigdata {
+namespace {
+
+using kv::host::makeChars;
+using kv::host::makeDouble;
+using kv::host::makeLogical;
+using kv::host::makeString;
+
+class Options : public CoreSession {
+ protected:
+  template <class... Inputs>
+  Value options(const Inputs&... inputs) {
+    return make("PartitionedArrayOptions", inputs...);
+  }
+  const Value requiresRandState = makeChars("RequiresRandState");
+};
+
+TEST_F(Options, HaveDefaults) {
+  const Value made = options();
+  EXPECT_FALSE(getFlag(made, "RequiresRandState"));
+  EXPECT_FALSE(getFlag(made, "RequiresGlobalState"));
+  EXPECT_FALSE(getFlag(made, "PassTaggedInputs"));
+  EXPECT_EQ(get(made, "RandStreamFactory"), nullptr);
+}
+
+TEST_F(Options, TakeNamesAsCharsOrStringsAndValuesByTheirConversion) {
+  const Value made = options(requiresRandState, makeDouble(5), makeString("RandStreamFactory"),
+                             makeDouble(7), makeString("PassTaggedInputs"), makeLogical(true));
+  EXPECT_TRUE(getFlag(made, "RequiresRandState"));
+  EXPECT_TRUE(getFlag(made, "RequiresGlobalState"));
+  EXPECT_TRUE(getFlag(made, "PassTaggedInputs"));
+  EXPECT_EQ(getDouble(made, "RandStreamFactory"), 7.0);
+}
+
+TEST_F(Options, KeepTheLastValueOfANameThatComesTwice) {
+  const Value made =
+      options(requiresRandState, makeLogical(true), requiresRandState, makeLogical(false));
+  EXPECT_FALSE(getFlag(made, "RequiresRandState"));
+}
+
+TEST_F(Options, RefuseBadNames) {
+  const Value yes = makeLogical(true);
+  const Value row = makeChars("ab");
+  const std::string unmatched = "KALVEX:InputParser:UnmatchedParameter | ";
+  EXPECT_EQ(errorOf([&] { options(makeDouble(1), yes); }), "KALVEX:InputParser:ParamMustBeChar");
+  EXPECT_EQ(errorOf([&] { options(requiresRandState, yes, makeString("PassTaggedInputs")); }),
+            "KALVEX:InputParser:ParamMissingValue | PassTaggedInputs");
+  EXPECT_EQ(errorOf([&] { options(makeChars("requiresrandstate"), yes); }),
+            unmatched + "requiresrandstate | ");
+  EXPECT_EQ(errorOf([&] { options(makeChars("RequiresGlobalState"), yes); }),
+            unmatched + "RequiresGlobalState | ");
+}
+
+TEST_F(Options, LookAtNoValueBeforeAllNamesAreKnown) {
+  const Value bad = makeChars("no flag");
+  EXPECT_EQ(errorOf([&] { options(requiresRandState, bad, makeChars("Other"), bad); }),
+            "KALVEX:InputParser:UnmatchedParameter | Other | ");
+  EXPECT_EQ(errorOf([&] { options(requiresRandState, bad); }),
+            "KALVEX:validateattributes:invalidType | Input | scalar logical | ");
+}
+
+TEST_F(Options, CanBeChangedButForTheDerivedFlag) {
+  const Value made = options();
+  session.set(made.get(), "RequiresRandState", makeLogical(true).get());
+  EXPECT_TRUE(getFlag(made, "RequiresGlobalState"));
+  EXPECT_NE(
+      errorOf([&] { session.set(made.get(), "RequiresGlobalState", makeLogical(true).get()); }),
+      "no error");
+}
+
+TEST_F(Options, AFailedConstructionLeavesNoObject) {
+  const std::size_t before = session.liveObjects();
+  errorOf([&] { options(requiresRandState); });
+  session.collect();
+  EXPECT_EQ(session.liveObjects(), before);
+}
+
+}  // namespace
+}  // namespace bigdata

@@ -1,0 +1,49 @@
+#include <algorithm>
+
+#include "CoreSession.h"
+#include "kv/bigdata.h"
+
+namespace bigdata {
+namespace {
+
+class Startup : public CoreSession {};
+
+TEST_F(Startup, EntersTheClassesInTheOrderOfTheirNames) {
+  const std::vector<std::string> classes = session.classes();
+  EXPECT_TRUE(std::is_sorted(classes.begin(), classes.end()));
+  EXPECT_EQ(std::adjacent_find(classes.begin(), classes.end()), classes.end());
+  ASSERT_GE(classes.size(), 9u);
+  EXPECT_EQ(classes.front(), "kalvex.bigdata.internal.FunctionHandle");
+}
+
+TEST_F(Startup, TwiceInASessionLeavesItAsItWas) {
+  const Value strategy = make("executor.ArbitraryPartitionStrategy");
+  const std::vector<std::string> classes = session.classes();
+  session.load(KVInitialize_libkvbigdata);
+  EXPECT_EQ(session.classes(), classes);
+  EXPECT_EQ(getDouble(strategy, "MinNumPartitions"), 1);
+  KVTerminate_libkvbigdata();
+  EXPECT_EQ(getDouble(make("executor.ArbitraryPartitionStrategy"), "MinNumPartitions"), 1);
+}
+
+TEST_F(Startup, EachSessionHasItsOwnClasses) {
+  kv::host::Session other;
+  EXPECT_TRUE(other.classes().empty());
+  other.load(KVInitialize_libkvbigdata);
+  EXPECT_EQ(other.classes(), session.classes());
+}
+
+TEST(StartupOfAProcess, HappensOnceWhereClassesAreKeptPerProcess) {
+  kv::host::SessionOptions perProcess;
+  perProcess.classesPerSession = false;
+  kv::host::Session session(perProcess);
+  const kv::host::Session::Scope scope(session);
+  session.load(KVInitialize_libkvbigdata);
+  const std::size_t count = session.classes().size();
+  session.load(KVInitialize_libkvbigdata);
+  EXPECT_EQ(session.classes().size(), count);
+  EXPECT_FALSE(session.call("kalvex.bigdata.internal.PartitionedArrayOptions", 1, {}).empty());
+}
+
+}  // namespace
+}  // namespace bigdata
