@@ -150,9 +150,8 @@ void Evaluation::placeRows(AssembledStage& assembled) const {
   const auto known = sourceRows_.find(assembled.stage().source().fingerprint());
   for (StageInput& input : assembled.inputs) {
     const std::int64_t rows = input.column.rows();
-    if (!input.partitioned && rows != 1 && known != sourceRows_.end() &&
-        known->second.back() == rows) {
-      input.partitioned = StageInput::Partitioned{known->second, std::nullopt};
+    if (!input.places && rows != 1 && known != sourceRows_.end() && known->second.back() == rows) {
+      input.places = RowPlaces{known->second, std::nullopt};
     }
   }
 }
@@ -195,7 +194,7 @@ std::vector<WholeValue> Evaluation::mergeAggregate(const PlanTask& task, std::si
       partials.push_back(AggregatePartial::fromBytes(result.sinks[sink].partial));
     }
     std::vector<WholeValue> outputs;
-    outputs.push_back({toValue(combinePartials(function->kind, partials)), nullptr});
+    outputs.push_back({toValue(combinePartials(function->kind, partials))});
     return outputs;
   }
   std::vector<Value> partials;
@@ -212,10 +211,11 @@ std::vector<WholeValue> Evaluation::mergeAggregate(const PlanTask& task, std::si
 
 void Evaluation::completePromises() {
   for (const PlanResult& result : plan_.results) {
-    WholeValue& whole = values_[static_cast<std::size_t>(result.task)].at(result.output);
-    if (whole.metadata != nullptr) {
+    const WholeValue& whole = values_[static_cast<std::size_t>(result.task)].at(result.output);
+    if (whole.places) {
+      const Value metadata = whole.places->toMetadata();
       host::callMany("hSetMetadata", 0,
-                     std::vector<const kxArray*>{result.promise.get(), whole.metadata.get()});
+                     std::vector<const kxArray*>{result.promise.get(), metadata.get()});
     }
     host::callMany("setValue", 0,
                    std::vector<const kxArray*>{result.promise.get(), whole.value.get()});

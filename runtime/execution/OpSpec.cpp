@@ -70,8 +70,8 @@ std::string functionLabel(const kxArray* handle) {
     return fmt::format("{}{}", function.aggregate->name,
                        function.missing == MissingRule::Propagate ? " (missing propagate)" : "");
   }
-  const std::string name = host::functionName(handle);
-  return name.empty() ? "user's function" : name;
+  const std::string name = host::callableName(handle);
+  return name.empty() ? "a function" : name;
 }
 
 }  // namespace kv::runtime

@@ -75,25 +75,4 @@ void Stage::findColumns() {
   columns_ = ofSource.columnsOf(source_->schema());
 }
 
-Chunk StageInput::rowsOf(std::int64_t partition, std::int64_t first, std::int64_t last) const {
-  const auto at = static_cast<std::size_t>(partition);
-  const std::int64_t begin = partitioned->firstRow[at];
-  const std::int64_t rows = partitioned->firstRow[at + 1] - begin;
-  Chunk chunk;
-  chunk.partition = partition;
-  if (!partitioned->ordinals) {
-    const std::int64_t from = std::min(first, rows);
-    const std::int64_t count = std::min(last, rows) - from;
-    chunk.ordinals = RowOrdinals(from, count);
-    chunk.columns.push_back(column.slice(begin + from, count));
-    return chunk;
-  }
-  const std::span<const std::int64_t> all = partitioned->ordinals->values<std::int64_t>();
-  const auto from = std::lower_bound(all.begin() + begin, all.begin() + begin + rows, first);
-  const auto to = std::lower_bound(from, all.begin() + begin + rows, last);
-  chunk.ordinals = RowOrdinals(std::make_shared<const std::vector<std::int64_t>>(from, to));
-  chunk.columns.push_back(column.slice(from - all.begin(), to - from));
-  return chunk;
-}
-
 }  // namespace kv::runtime

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "execution/OpSpec.h"
+#include "execution/RowPlaces.h"
 #include "kv/runtime/Chunk.h"
 #include "kv/runtime/Column.h"
 #include "kv/runtime/Datastore.h"
@@ -70,18 +71,8 @@ class Stage {
 /// A value that is there before a pass, as a stage uses it.
 struct StageInput {
   Column column;
-  bool isWeak = false;  ///< a constant that the user wrote
-  /// Set for a value that was gathered from partitions of the source: the ordinals of its rows, and
-  /// where each partition's rows begin.
-  struct Partitioned {
-    std::vector<std::int64_t> firstRow;  ///< by partition, and the number of rows at the end
-    std::optional<Column> ordinals;      ///< Int64; none if each partition is there from row 0 on
-  };
-  std::optional<Partitioned> partitioned;
-
-  /// The rows of the value that belong to rows [first, last) of a partition.
-  /// Requires: `partitioned`, with that partition.
-  Chunk rowsOf(std::int64_t partition, std::int64_t first, std::int64_t last) const;
+  bool isWeak = false;              ///< a constant that the user wrote
+  std::optional<RowPlaces> places;  ///< of a value that was gathered from partitions of the source
 };
 
 }  // namespace kv::runtime

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "execution/StageValue.h"
+#include "values/columnValues.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -72,12 +73,9 @@ class BuilderGraphMaker {
   }
 
   Value inputBuilder(const PlanInput& input) {
-    const Value value = inputValue(input, values_);
-    const kxArray* metadata = input.metadata.get();
-    if (input.task >= 0) {
-      metadata = values_[static_cast<std::size_t>(input.task)][input.output].metadata.get();
-    }
-    inputs_.push_back(stageInput(value.get(), metadata, input.isConstant));
+    const WholeValue whole = inputValue(input, values_);
+    const bool isWeak = input.isConstant && kxIsScalar(whole.value.get());
+    inputs_.push_back({toColumn(whole.value.get()), isWeak, whole.places});
     const Value ordinal = host::makeDouble(static_cast<double>(inputs_.size()));
     return host::call(kProcessorBuilder, {ordinal.get()});
   }

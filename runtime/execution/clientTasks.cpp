@@ -1,6 +1,8 @@
 #include "execution/clientTasks.h"
 
 #include <exception>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "execution/chunkSteps.h"
@@ -13,54 +15,92 @@ namespace {
 
 using host::Value;
 
-std::vector<WholeValue> wholes(std::vector<Value> outputs) {
+std::vector<WholeValue> wholes(std::vector<Value> outputs,
+                               const std::optional<RowPlaces>& places = std::nullopt) {
   std::vector<WholeValue> values;
   for (Value& output : outputs) {
-    values.push_back({std::move(output), nullptr});
+    values.push_back({std::move(output), places});
   }
   return values;
 }
 
+/// The rows that all inputs share; none if they are values without places.
+/// Errors: "KALVEX:array:RowsDiffer".
+std::optional<RowPlaces> sharedPlaces(const OpSpec& spec, const std::vector<WholeValue>& inputs) {
+  const WholeValue* first = nullptr;
+  for (const WholeValue& input : inputs) {
+    if (!input.places) {
+      continue;
+    }
+    if (first != nullptr && !haveSamePlaces(*first->places, *input.places)) {
+      host::raise("KALVEX:array:RowsDiffer",
+                  {std::to_string(first->places->firstRow.back()), "an input of " + spec.label,
+                   std::to_string(input.places->firstRow.back()), "another"});
+    }
+    first = first != nullptr ? first : &input;
+  }
+  return first != nullptr ? first->places : std::nullopt;
+}
+
 std::vector<Value> callHandle(const kxArray* factory, kcos::NameRef slot, std::size_t numOutputs,
-                              const std::vector<Value>& inputs) {
+                              const std::vector<const kxArray*>& inputs) {
   const Value handle = host::getProperty(factory, slot);
   std::vector<const kxArray*> arguments{handle.get()};
-  for (const Value& input : inputs) {
-    arguments.push_back(input.get());
-  }
+  arguments.insert(arguments.end(), inputs.begin(), inputs.end());
   std::vector<Value> outputs = host::callMany("feval", static_cast<int>(numOutputs), arguments);
   outputs.resize(numOutputs);
   return outputs;
 }
 
-std::vector<Value> filterWhole(const std::vector<Value>& inputs) {
-  const Chunk keep = toChunk(inputs.at(0).get());
-  std::vector<Value> outputs;
+/// A value cut where its rows stood, or as one piece.
+std::vector<Chunk> piecesOf(const WholeValue& whole, const std::optional<RowPlaces>& places) {
+  const Chunk chunk = toChunk(whole.value.get());
+  return places ? places->cut(chunk) : std::vector<Chunk>{chunk};
+}
+
+std::vector<WholeValue> filterWhole(const std::vector<WholeValue>& inputs,
+                                    const std::optional<RowPlaces>& places) {
+  const std::vector<Chunk> keep = piecesOf(inputs.at(0), places);
+  std::vector<WholeValue> outputs;
   for (std::size_t i = 1; i < inputs.size(); ++i) {
-    outputs.push_back(toValue(selectRows(toChunk(inputs[i].get()), keep.columns.front())));
+    std::vector<std::vector<Chunk>> kept;
+    const std::vector<Chunk> pieces = piecesOf(inputs[i], places);
+    for (std::size_t p = 0; p < pieces.size(); ++p) {
+      kept.push_back({selectRows(pieces[p], keep[p].columns.front())});
+    }
+    outputs.push_back(joinRows(kept));
+    if (!places) {
+      outputs.back().places.reset();
+    }
   }
   return outputs;
 }
 
-std::vector<WholeValue> runOn(const PlanTask& task, const std::vector<Value>& inputs) {
+std::vector<WholeValue> runOn(const PlanTask& task, const std::vector<WholeValue>& inputs) {
   const OpSpec& spec = *task.spec;
+  const kxArray* factory = task.factory.get();
+  std::vector<const kxArray*> values;
+  for (const WholeValue& input : inputs) {
+    values.push_back(input.value.get());
+  }
   switch (spec.kind) {
     case OpKind::Variable: {
       std::vector<Value> taken;
-      taken.push_back(toValue(takeVariables(spec, toChunk(inputs.at(0).get()))));
-      return wholes(std::move(taken));
+      taken.push_back(toValue(takeVariables(spec, toChunk(values.at(0)))));
+      return wholes(std::move(taken), inputs[0].places);
     }
     case OpKind::Filter:
-      return wholes(filterWhole(inputs));
+      return filterWhole(inputs, sharedPlaces(spec, inputs));
+    case OpKind::Elementwise:
+      return wholes(callHandle(factory, "FunctionHandle", spec.numOutputs, values),
+                    sharedPlaces(spec, inputs));
     case OpKind::Aggregate: {
-      std::vector<Value> partials =
-          callHandle(task.factory.get(), "FunctionHandle", spec.numOutputs, inputs);
-      return spec.function.aggregate
-                 ? wholes(std::move(partials))
-                 : reducePartials(task.factory.get(), spec.numOutputs, partials);
+      std::vector<Value> partials = callHandle(factory, "FunctionHandle", spec.numOutputs, values);
+      return spec.function.aggregate ? wholes(std::move(partials))
+                                     : reducePartials(factory, spec.numOutputs, partials);
     }
     default:
-      return wholes(callHandle(task.factory.get(), "FunctionHandle", spec.numOutputs, inputs));
+      return wholes(callHandle(factory, "FunctionHandle", spec.numOutputs, values));
   }
 }
 
@@ -68,11 +108,15 @@ std::vector<WholeValue> runOn(const PlanTask& task, const std::vector<Value>& in
 
 std::vector<WholeValue> reducePartials(const kxArray* factory, std::size_t numOutputs,
                                        const std::vector<Value>& partials) {
-  return wholes(callHandle(factory, "ReduceHandle", numOutputs, partials));
+  std::vector<const kxArray*> inputs;
+  for (const Value& partial : partials) {
+    inputs.push_back(partial.get());
+  }
+  return wholes(callHandle(factory, "ReduceHandle", numOutputs, inputs));
 }
 
 std::vector<WholeValue> runClientTask(const PlanTask& task, const WholeValues& values) {
-  std::vector<Value> inputs;
+  std::vector<WholeValue> inputs;
   for (const PlanInput& input : task.inputs) {
     inputs.push_back(inputValue(input, values));
   }

@@ -106,13 +106,14 @@ class UnitRun {
   }
 
   static void bindInput(Slot& slot, const StageInput& input, const Chunk& source) {
-    if (!input.partitioned) {
+    if (!input.places) {
       slot.whole = &input;
       return;
     }
     const std::int64_t rows = source.rows();
     const std::int64_t first = rows > 0 ? source.ordinals.at(0) : 0;
-    slot.outputs = {input.rowsOf(source.partition, first, first + rows)};
+    const Chunk whole{0, RowOrdinals(0, input.column.rows()), nullptr, {input.column}};
+    slot.outputs = {input.places->take(whole, source.partition, first, first + rows)};
   }
 
   const Slot& inputSlot(std::size_t step, std::size_t input) const {

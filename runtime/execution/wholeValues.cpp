@@ -6,7 +6,6 @@
 #include <string_view>
 #include <utility>
 
-#include "kv/host/errors.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
 
@@ -14,47 +13,6 @@ namespace kv::runtime {
 namespace {
 
 using host::Value;
-
-constexpr std::array<std::string_view, 3> kMetadataFields{"RowCount", "PartitionRows", "Ordinals"};
-
-Value int64Column(const std::vector<std::int64_t>& numbers) {
-  Value column = matrix::from_kalvex(
-      kxCreateNumericArray(std::array<std::size_t, 2>{numbers.size(), 1}, kxINT64_CLASS));
-  std::copy(numbers.begin(), numbers.end(),
-            static_cast<std::int64_t*>(kxGetMutableData(column.get())));
-  return column;
-}
-
-/// Which rows were kept: where each partition begins, and the ordinals if some are left out.
-Value rowMetadata(const std::vector<std::vector<Chunk>>& partitions) {
-  std::vector<std::int64_t> firstRow{0};
-  std::vector<std::int64_t> ordinals;
-  bool isWhole = true;
-  for (const std::vector<Chunk>& chunks : partitions) {
-    std::int64_t rows = 0;
-    for (const Chunk& chunk : chunks) {
-      isWhole = isWhole &&
-                (chunk.rows() == 0 || (chunk.ordinals.isRange() && chunk.ordinals.at(0) == rows));
-      rows += chunk.rows();
-    }
-    firstRow.push_back(firstRow.back() + rows);
-  }
-  for (const std::vector<Chunk>& chunks : partitions) {
-    for (std::size_t i = 0; i < chunks.size() && !isWhole; ++i) {
-      for (std::int64_t row = 0; row < chunks[i].rows(); ++row) {
-        ordinals.push_back(chunks[i].ordinals.at(row));
-      }
-    }
-  }
-  Value metadata = matrix::from_kalvex(kxCreateStructMatrix(1, 1, kMetadataFields));
-  const auto set = [&](std::string_view field, Value value) {
-    kxSetField(metadata.get(), 0, field, value.release());
-  };
-  set("RowCount", host::makeDouble(static_cast<double>(firstRow.back())));
-  set("PartitionRows", int64Column(firstRow));
-  set("Ordinals", isWhole ? host::makeEmptyDouble() : int64Column(ordinals));
-  return metadata;
-}
 
 /// Columns of one name over all chunks. Those without rows have a type by default only.
 Column joinColumn(const std::vector<std::vector<Chunk>>& partitions, std::size_t index) {
@@ -90,24 +48,7 @@ WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions) {
       whole.columns.push_back(joinColumn(partitions, i));
     }
   }
-  return {toValue(whole), rowMetadata(partitions)};
-}
-
-StageInput stageInput(const kxArray* value, const kxArray* metadata, bool isConstant) {
-  StageInput input{toColumn(value), isConstant && kxIsScalar(value), std::nullopt};
-  if (kxIsEmpty(metadata)) {
-    return input;
-  }
-  const auto* firstRow =
-      static_cast<const std::int64_t*>(kxGetData(kxGetField(metadata, 0, "PartitionRows")));
-  const std::size_t count = kxGetNumberOfElements(kxGetField(metadata, 0, "PartitionRows"));
-  const kxArray* ordinals = kxGetField(metadata, 0, "Ordinals");
-  input.partitioned.emplace();
-  input.partitioned->firstRow.assign(firstRow, firstRow + count);
-  if (!kxIsEmpty(ordinals)) {
-    input.partitioned->ordinals = toColumn(ordinals);
-  }
-  return input;
+  return {toValue(whole), RowPlaces::ofPartitions(partitions)};
 }
 
 Chunk toChunk(const kxArray* value) {
@@ -144,13 +85,12 @@ Value toValue(const Chunk& chunk) {
   return host::call("table", inputs);
 }
 
-Value inputValue(const PlanInput& input, const WholeValues& values) {
+WholeValue inputValue(const PlanInput& input, const WholeValues& values) {
   if (input.task < 0) {
-    return matrix::sharedCopy(input.value.get());
+    return {matrix::sharedCopy(input.value.get()), RowPlaces::fromMetadata(input.metadata.get())};
   }
-  const std::vector<WholeValue>& outputs = values[static_cast<std::size_t>(input.task)];
-  return input.output < outputs.size() ? matrix::sharedCopy(outputs[input.output].value.get())
-                                       : nullptr;
+  const WholeValue& whole = values[static_cast<std::size_t>(input.task)].at(input.output);
+  return {matrix::sharedCopy(whole.value.get()), whole.places};
 }
 
 }  // namespace kv::runtime

@@ -114,6 +114,9 @@ void HeapVerifier::checkProperties(Object& object) {
     return;
   }
   for (const kcos::COSPropT* property : object.objectClass().nativeProperties()) {
+    if (property->flags() == kcos::COSPropT::kDerived) {
+      continue;  // shows what another object holds
+    }
     const std::string name(property->getName().text());
     for (auto objects = property->getReferencedObjects(&object); objects.hasMore();) {
       const Object* child = Object::of(objects.next());

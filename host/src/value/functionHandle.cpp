@@ -40,4 +40,9 @@ std::string functionName(const kxArray* handle) {
                                                           : std::string();
 }
 
+std::string callableName(const kxArray* handle) {
+  const FunctionValue* function = functionValue(handle);
+  return function != nullptr ? std::string(function->name.text()) : std::string();
+}
+
 }  // namespace kv::host

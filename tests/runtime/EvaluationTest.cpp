@@ -1,0 +1,176 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+
+#include "runtime/RuntimeSession.h"
+
+namespace kv::runtime::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// Two partitions of x 1 to 5 and y ten times x.
+constexpr std::string_view kFirst = "x,y\n1,10\n2,20\n3,30\n";
+constexpr std::string_view kSecond = "x,y\n4,40\n5,50\n";
+
+class Evaluation : public RuntimeSession {};
+
+TEST_F(Evaluation, GathersRowsOfAllPartitionsInOrder) {
+  const Value t = table({kFirst, kSecond});
+  EXPECT_THAT(gather(element("plus", column(t, "x"), column(t, "y"))),
+              ElementsAre(11, 22, 33, 44, 55));
+  EXPECT_EQ(fact("rows"), 5);
+  EXPECT_EQ(fact("passes"), 1);
+}
+
+TEST_F(Evaluation, WhatWasGatheredMeetsWhatIsPendingRowByRow) {
+  const Value t = table({kFirst, kSecond});
+  const Value x = column(t, "x");
+  const Value odd = element("ne", x, 2);
+  const Value kept = filter(odd, x);
+  gather(x);
+  gather(kept);
+  const Value keptY = filter(element("ne", column(t, "x"), 2), column(t, "y"));
+
+  EXPECT_THAT(gather(element("plus", x, column(t, "y"))), ElementsAre(11, 22, 33, 44, 55));
+  EXPECT_THAT(gather(element("plus", kept, keptY)), ElementsAre(11, 33, 44, 55));
+  const Value computedAtOnce = element("times", x, 2);
+  EXPECT_THAT(gather(element("plus", computedAtOnce, column(t, "y"))),
+              ElementsAre(12, 24, 36, 48, 60));
+}
+
+TEST_F(Evaluation, ACompleteReductionIsNotComputedAgain) {
+  const Value t = table({kFirst, kSecond});
+  const Value mean = aggregate("mean", column(t, "x"));
+  EXPECT_THAT(gather(mean), ElementsAre(3));
+  const Value centred = element("minus", column(t, "x"), mean);
+  EXPECT_THAT(gather(aggregate("max", centred)), ElementsAre(2));
+  EXPECT_EQ(fact("passes"), 1);
+}
+
+TEST_F(Evaluation, RowsThatArentTheSameAreRefusedEvenIfThereAreAsMany) {
+  const Value t = table({kFirst});
+  const Value x = column(t, "x");
+  const Value withoutFirst = filter(element("gt", x, 1), x);
+  const Value withoutLast = filter(element("lt", x, 3), x);
+  const auto error = errorOf([&] { gather(element("plus", withoutFirst, withoutLast)); });
+  EXPECT_EQ(error.identifier, "KALVEX:array:RowsDiffer");
+  EXPECT_THAT(error.arguments, ElementsAre("2", HasSubstr("filter"), "2", HasSubstr("filter")));
+  const auto counts = errorOf([&] { gather(element("plus", withoutFirst, x)); });
+  EXPECT_THAT(counts.arguments, ElementsAre("2", HasSubstr("filter"), "3", HasSubstr("column x")));
+}
+
+TEST_F(Evaluation, TwoSourcesShareAnEvaluationButNoRows) {
+  const Value a = table({kFirst});
+  const Value b = table({kSecond});
+  const Value sumA = aggregate("sum", column(a, "x"));
+  const Value sumB = aggregate("sum", column(b, "x"));
+  EXPECT_THAT(gather(element("minus", sumA, sumB)), ElementsAre(-3));
+  EXPECT_EQ(fact("rows"), 5);
+  EXPECT_EQ(fact("passes"), 1);
+  EXPECT_EQ(errorOf([&] { element("plus", column(a, "x"), column(b, "x")); }).identifier,
+            "KALVEX:bigdata:array:IncompatibleTallIndexing");
+}
+
+TEST_F(Evaluation, ColumnsThatNobodyAsksForArentRead) {
+  const Value t = table({"x,y\n1,2\n", "x,y\n2,not a number\n"});
+  EXPECT_THAT(gather(column(t, "x")), ElementsAre(1, 2));
+  EXPECT_EQ(errorOf([&] { gather(column(t, "y")); }).identifier, "KALVEX:datastore:BadField");
+  EXPECT_THAT(gather(column(t, "x")), ElementsAre(1, 2)) << "the session stays usable";
+}
+
+TEST_F(Evaluation, AFailingFunctionTellsPartitionAndRowsAndCompletesNothing) {
+  const Value t = table({kFirst, kSecond});
+  const Value handle = host::makeFunctionHandle("fails on 4", [](const host::Call& call) {
+    if (kxGetScalar(call.in(0)) == 4) {
+      host::raiseWithMessage("my:error", "four is not for me");
+    }
+    call.out(0, matrix::sharedCopy(call.in(0)));
+  });
+  const host::CallSite here(std::source_location::current());
+  const Value mapped = host::call("elementfun", {handle.get(), column(t, "x").get()});
+  const auto error = errorOf([&] { gather(mapped); });
+  EXPECT_EQ(error.identifier, "my:error");
+  EXPECT_THAT(error.message, HasSubstr("four is not for me"));
+  EXPECT_THAT(error.message, HasSubstr("partition 2, rows 1 to 2"));
+  EXPECT_EQ(error.className, "kalvex.bigdata.BigDataException");
+  ASSERT_FALSE(error.stack.empty());
+  EXPECT_THAT(error.stack.front().file, HasSubstr("EvaluationTest.cpp"));
+  const Value future = host::getProperty(mapped.get(), "ValueFuture");
+  EXPECT_FALSE(host::toLogical(host::getProperty(future.get(), "IsDone").get()));
+}
+
+TEST_F(Evaluation, AFunctionMustReturnAsManyRowsAsItGot) {
+  const Value t = table({kFirst});
+  const auto mapWith = [&](host::NativeBody body) {
+    const Value handle = host::makeFunctionHandle("mine", std::move(body));
+    return host::call("elementfun", {handle.get(), column(t, "x").get()});
+  };
+  const Value one = mapWith([](const host::Call& call) { call.out(0, host::makeDouble(1)); });
+  const auto tooFew = errorOf([&] { gather(one); });
+  EXPECT_EQ(tooFew.identifier, "KALVEX:array:WrongRowCount");
+  EXPECT_THAT(tooFew.arguments, ElementsAre("mine", "3", "1"));
+  const Value none = mapWith([](const host::Call&) {});
+  EXPECT_EQ(errorOf([&] { gather(none); }).identifier, "KALVEX:array:MissingOutput");
+  const Value cell = mapWith([](const host::Call& call) { call.out(0, host::makeCell({})); });
+  EXPECT_EQ(errorOf([&] { gather(cell); }).identifier, "KALVEX:array:NotAColumn");
+}
+
+TEST_F(Evaluation, AUsersAggregateReducesWhatItsChunksGave) {
+  const Value t = table({kFirst, kSecond});
+  const Value largest = host::makeFunctionHandle("largest", [](const host::Call& call) {
+    call.out(0, host::call("kv.aggregate.max", {call.in(0)}));
+  });
+  const Value total = host::makeFunctionHandle("total", [](const host::Call& call) {
+    call.out(0, host::call("kv.aggregate.sum", {call.in(0)}));
+  });
+  const Value summed =
+      host::call("aggregatefun", {largest.get(), total.get(), column(t, "x").get()});
+  EXPECT_THAT(gather(summed), ElementsAre(3 + 5));
+}
+
+TEST_F(Evaluation, ABroadcastArrayIsSeenWholeByEveryPartition) {
+  const Value t = table({kFirst, kSecond});
+  const Value total = aggregate("sum", column(t, "x"));
+  const Value wrapped = host::call("kalvex.bigdata.internal.BroadcastArray", {total.get()});
+  const Value share = host::makeFunctionHandle("share", [](const host::Call& call) {
+    const Value whole = host::getProperty(call.in(1), "Value");
+    call.out(0, host::call("kv.element.rdivide", {call.in(0), whole.get()}));
+  });
+  const Value shares = host::call("clientfun", {share.get(), column(t, "x").get(), wrapped.get()});
+  EXPECT_THAT(gather(shares), ElementsAre(1 / 15., 2 / 15., 3 / 15., 4 / 15., 5 / 15.));
+}
+
+TEST_F(Evaluation, ASourceWithoutRowsHasAnswersToo) {
+  const Value t = table({"x,name\n"});
+  EXPECT_THAT(gather(aggregate("count", column(t, "x"))), ElementsAre(0));
+  EXPECT_TRUE(std::isnan(gather(aggregate("mean", column(t, "x"))).at(0)));
+  EXPECT_THAT(gather(element("plus", column(t, "x"), 1)), ElementsAre());
+}
+
+TEST_F(Evaluation, AnInterruptEndsItAndTheNextOneRuns) {
+  const Value x = column(table({kFirst}), "x");
+  requestInterrupt();
+  EXPECT_THROW(gather(x), Interrupted);
+  EXPECT_THAT(gather(x), ElementsAre(1, 2, 3));
+}
+
+TEST_F(Evaluation, OperationsRefuseWhatTheyCantDo) {
+  const Value t = table({kFirst});
+  const Value x = column(t, "x");
+  EXPECT_EQ(errorOf([&] { host::call("filterslices", {x.get()}); }).identifier,
+            "KALVEX:NotEnoughInputs");
+  const Value row = host::makeDouble(1);
+  const Value name = host::makeChars("x");
+  const Value content = host::makeLogical(true);
+  EXPECT_EQ(errorOf([&] {
+              host::call("subsrefTabularVar", {row.get(), name.get(), content.get(), t.get()});
+            }).identifier,
+            "KALVEX:array:RowSubscript");
+  EXPECT_EQ(errorOf([&] { gather(element("plus", t, 1)); }).identifier, "KALVEX:array:NeedsColumn");
+  EXPECT_EQ(errorOf([&] { gather(column(x, "x")); }).identifier, "KALVEX:array:NeedsTable");
+}
+
+}  // namespace
+}  // namespace kv::runtime::test

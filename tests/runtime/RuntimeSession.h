@@ -1,0 +1,92 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "kv/host/session.h"
+#include "kv/runtime/runtime.h"
+#include "runtime/TempFolder.h"
+
+namespace kv::runtime::test {
+
+using host::Value;
+
+/// A session with core and runtime, a folder for files, and the verbs of recording by name.
+class RuntimeSession : public ::testing::Test {
+ protected:
+  RuntimeSession() { load(session); }
+  void TearDown() override { EXPECT_EQ(session.verify(), std::vector<std::string>{}); }
+
+  /// A lazy table over the files, each a partition.
+  Value table(std::initializer_list<std::string_view> files) {
+    std::vector<std::string> paths;
+    for (const std::string_view file : files) {
+      paths.push_back(folder.write("f" + std::to_string(written_++) + ".csv", file));
+    }
+    const Value source =
+        host::call("kalvex.io.CsvDatastore", {host::makeStringColumn(paths).get()});
+    return host::call("createFromDatastoreBuiltin", {source.get()});
+  }
+
+  static Value column(const Value& table, std::string_view name) {
+    const Value rows = host::makeChars(":");
+    const Value variable = host::makeChars(name);
+    const Value content = host::makeLogical(true);
+    return host::call("subsrefTabularVar",
+                      {rows.get(), variable.get(), content.get(), table.get()});
+  }
+
+  static Value element(std::string_view function, const Value& a, const Value& b) {
+    const Value handle = host::makeFunctionHandle("kv.element." + std::string(function));
+    return host::call("elementfun", {handle.get(), a.get(), b.get()});
+  }
+  static Value element(std::string_view function, const Value& a, double b) {
+    return element(function, a, host::makeDouble(b));
+  }
+
+  static Value aggregate(std::string_view function, const Value& a) {
+    const Value handle = host::makeFunctionHandle("kv.aggregate." + std::string(function));
+    return host::call("aggregatefun", {handle.get(), handle.get(), a.get()});
+  }
+
+  static Value filter(const Value& keep, const Value& a) {
+    return host::call("filterslices", {keep.get(), a.get()});
+  }
+
+  static std::vector<double> gather(const Value& array) {
+    const Value value = host::call("gather", {array.get()});
+    const auto* data = static_cast<const double*>(kxGetData(value.get()));
+    return {data, data + kxGetNumberOfElements(value.get())};
+  }
+
+  static double fact(std::string_view name) {
+    const Value facts = host::call("kv.lastEvaluation");
+    return kxGetScalar(kxGetField(facts.get(), 0, name));
+  }
+
+  /// The error that `action` ends with.
+  template <class Action>
+  static host::ErrorRecord errorOf(Action&& action) {
+    try {
+      std::forward<Action>(action)();
+    } catch (const Torvane::KException::KExceptionEnvelope& envelope) {
+      return host::errorRecord(envelope);
+    }
+    ADD_FAILURE() << "no error";
+    return {};
+  }
+
+  TempFolder folder;
+  host::Session session;
+  host::Session::Scope scope{session};
+
+ private:
+  int written_ = 0;
+};
+
+}  // namespace kv::runtime::test
