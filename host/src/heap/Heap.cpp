@@ -32,19 +32,41 @@ void Heap::addSlab() {
     }
   }
   slabs_.push_back(makeSlab(*this, *queue_));
-  nextPlace_ = kFirstPlace;
+  makeAvailable(*slabs_.back());
+}
+
+void Heap::makeAvailable(Slab& slab) noexcept {
+  if (!slab.isAvailable) {
+    slab.isAvailable = true;
+    slab.nextAvailable = std::exchange(available_, &slab);
+  }
 }
 
 void* Heap::takePlace() {
-  if (freePlaces_ != nullptr) {
-    void* place = freePlaces_;
-    freePlaces_ = *static_cast<void**>(place);
-    return place;
+  for (;;) {
+    if (available_ == nullptr) {
+      addSlab();
+    }
+    if (void* place = available_->take()) {
+      return place;
+    }
+    available_->isAvailable = false;  // full; it comes back when one of its objects is freed
+    available_ = available_->nextAvailable;
   }
-  if (nextPlace_ == Slab::kPlaces) {
-    addSlab();
+}
+
+void Heap::releaseEmptySlabs() noexcept {
+  bool keepsOne = false;
+  std::erase_if(slabs_, [&keepsOne](const SlabPtr& slab) {
+    return slab->usedPlaces == 0 && std::exchange(keepsOne, true);
+  });
+  available_ = nullptr;
+  for (const SlabPtr& slab : slabs_) {
+    slab->isAvailable = false;
+    if (slab->usedPlaces < Slab::kPlaces / 2) {
+      makeAvailable(*slab);
+    }
   }
-  return slabs_.back()->place(nextPlace_++);
 }
 
 void Heap::freeIfUnreferenced(Object& object) noexcept {
@@ -53,9 +75,11 @@ void Heap::freeIfUnreferenced(Object& object) noexcept {
       object.hasRunningMember()) {
     return;
   }
-  Slab::of(object).remove(object);
+  Slab& slab = Slab::of(object);
+  slab.remove(object);
   object.~Object();
-  *static_cast<void**>(static_cast<void*>(&object)) = std::exchange(freePlaces_, &object);
+  slab.give(&object);
+  makeAvailable(slab);
   Pool::count(Counted::Objects, -1);
 }
 

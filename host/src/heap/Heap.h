@@ -140,6 +140,8 @@ class Heap {
   // Storage
   void* takePlace();
   void addSlab();
+  void makeAvailable(Slab& slab) noexcept;
+  void releaseEmptySlabs() noexcept;
   void freeIfUnreferenced(Object& object) noexcept;
 
   // Deletion
@@ -160,10 +162,9 @@ class Heap {
   Counters counters_;
   ReleaseQueue* queue_;  ///< null after close
   std::vector<SlabPtr> slabs_;
-  void* freePlaces_ = nullptr;             ///< linked through their first word
-  std::size_t nextPlace_ = Slab::kPlaces;  ///< first place of the newest slab that was never used
-  std::vector<Object*> worklist_;          ///< room for every object: filling it can't fail
-  std::vector<Object*> markStack_;         ///< likewise
+  Slab* available_ = nullptr;       ///< slabs that may have room, last freed into first
+  std::vector<Object*> worklist_;   ///< room for every object: filling it can't fail
+  std::vector<Object*> markStack_;  ///< likewise
   std::size_t live_ = 0;
   std::uint32_t epoch_ = 0;  ///< number of the last collection, as payloads are marked with it
   std::uint64_t createdSinceCollection_ = 0;

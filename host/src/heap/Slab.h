@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <utility>
 
 namespace kv::host {
 
@@ -21,12 +22,30 @@ struct Slab {
   static constexpr std::size_t kPlaces = kBytes / kObjectBytes;
   static constexpr std::size_t kWords = kPlaces / 64;
 
-  Slab(Heap& owner, ReleaseQueue& releaseQueue) : heap(&owner), queue(&releaseQueue) {}
+  Slab(Heap& owner, ReleaseQueue& releaseQueue);
 
   static Slab& of(const void* object) noexcept {
     return *reinterpret_cast<Slab*>(reinterpret_cast<std::uintptr_t>(object) & ~(kBytes - 1));
   }
   static Slab& of(const Object& object) noexcept { return of(static_cast<const void*>(&object)); }
+
+  /// A place for a new object: one that was freed last, or one never used. Null if there is none.
+  void* take() noexcept {
+    if (freePlaces != nullptr) {
+      ++usedPlaces;
+      return std::exchange(freePlaces, *static_cast<void**>(freePlaces));
+    }
+    if (nextPlace == kPlaces) {
+      return nullptr;
+    }
+    ++usedPlaces;
+    return place(nextPlace++);
+  }
+  void give(void* freed) noexcept {
+    --usedPlaces;
+    *static_cast<void**>(freed) = freePlaces;
+    freePlaces = freed;
+  }
 
   void* place(std::size_t index) noexcept {
     return reinterpret_cast<std::byte*>(this) + index * kObjectBytes;
@@ -69,8 +88,13 @@ struct Slab {
     forEach([this](std::size_t word) { return used[word]; }, visit);
   }
 
-  Heap* heap;           ///< null after close
-  ReleaseQueue* queue;  ///< outlives the slab
+  Heap* heap;                  ///< null after close
+  ReleaseQueue* queue;         ///< outlives the slab
+  void* freePlaces = nullptr;  ///< linked through their first word
+  std::size_t nextPlace;       ///< the first that was never used
+  std::size_t usedPlaces = 0;
+  Slab* nextAvailable = nullptr;  ///< link of the heap's list
+  bool isAvailable = false;
   std::array<std::uint64_t, kWords> used{};
   std::array<std::uint64_t, kWords> marked{};
 
@@ -80,9 +104,11 @@ struct Slab {
   }
 };
 
-/// The first place behind the head of a slab.
-inline constexpr std::size_t kFirstPlace =
-    (sizeof(Slab) + Slab::kObjectBytes - 1) / Slab::kObjectBytes;
+/// Places begin behind the head of the slab.
+inline Slab::Slab(Heap& owner, ReleaseQueue& releaseQueue)
+    : heap(&owner),
+      queue(&releaseQueue),
+      nextPlace((sizeof(Slab) + kObjectBytes - 1) / kObjectBytes) {}
 
 struct SlabDeleter {
   void operator()(Slab* slab) const noexcept {

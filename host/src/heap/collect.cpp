@@ -64,6 +64,7 @@ std::size_t Heap::collect() noexcept {
   Marker marker(*this);
   marker.markFrom(*this);
   sweep();
+  releaseEmptySlabs();
   ++counters_.collections;
   counters_.visited += marker.visited();
   counters_.freedByCollector += liveBefore - live_;
