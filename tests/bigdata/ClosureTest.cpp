@@ -1,0 +1,118 @@
+#include "LazySession.h"
+#include "ki/createManagedObject.h"
+
+namespace bigdata::lazyeval {
+
+namespace {
+
+class ClosureTest : public LazySession {
+ protected:
+  static Value logicalRow(const std::vector<bool>& flags) {
+    const std::size_t dimensions[] = {1, flags.size()};
+    Value row = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxLOGICAL_CLASS));
+    for (std::size_t i = 0; i < flags.size(); ++i) {
+      static_cast<bool*>(kxGetMutableData(row.get()))[i] = flags[i];
+    }
+    return row;
+  }
+
+  ClosurePtr closureWithFlags(int numOutputs, const Value& flags) {
+    const Value operation = ki::toArray(this->operation(0, numOutputs));
+    const Value futures = ki::toArray(std::vector<FuturePtr>());
+    return ki::fromArray<ClosurePtr>(callWith("kalvex.bigdata.internal.lazyeval.Closure",
+                                              {futures.get(), operation.get(), flags.get()})
+                                         .get());
+  }
+
+  std::vector<Closure*> dependencies(const ClosurePtr& closure) {
+    std::vector<Closure*> found;
+    for (const ClosurePtr& dependency : closure->getDirectDependencies()) {
+      found.push_back(dependency.get());
+    }
+    return found;
+  }
+};
+
+TEST_F(ClosureTest, HasAPromiseForEachOutputCountedFromOne) {
+  const ClosurePtr closure = this->closure({constant(1)}, 3);
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(promise(closure, i)->getArgoutIndex(), i + 1);
+    EXPECT_TRUE(promise(closure, i)->isPartitionIndependent());
+    EXPECT_EQ(promise(closure, i)->getClosure().get(), closure.get());
+  }
+  EXPECT_EQ(closure->getIdStr(), u"closure_" + closure->getId());
+  EXPECT_EQ(promise(closure)->getIdStr(), u"promise_" + promise(closure)->getId());
+}
+
+TEST_F(ClosureTest, TakesOneFlagForAllOutputsOrOneForEach) {
+  struct Case {
+    int numOutputs;
+    std::vector<bool> flags, expected;
+  };
+  for (const Case& c : {Case{3, {false}, {false, false, false}},
+                        Case{3, {true, false, true}, {true, false, true}}, Case{0, {}, {}}}) {
+    const ClosurePtr closure = closureWithFlags(c.numOutputs, logicalRow(c.flags));
+    std::vector<bool> flags;
+    for (const auto& promise : closure->getOutputPromises()) {
+      flags.push_back(promise->isPartitionIndependent());
+    }
+    EXPECT_EQ(flags, c.expected);
+  }
+}
+
+TEST_F(ClosureTest, RefusesFlagsThatDontFit) {
+  const auto error = [&](int numOutputs, const Value& flags) {
+    return errorOf([&] { closureWithFlags(numOutputs, flags); });
+  };
+  const std::string mismatch =
+      internalError("isPartitionIndependent must be scalar or be of size as number of outputs");
+  EXPECT_EQ(error(3, logicalRow({true, false})), mismatch);
+  EXPECT_EQ(error(1, logicalRow({})), mismatch);
+  EXPECT_EQ(error(0, logicalRow({true, false})), mismatch);
+  EXPECT_EQ(error(1, kv::host::makeDouble(1)),
+            "KALVEX:validateattributes:invalidType | Argument | row vector | 1x1 double");
+}
+
+TEST_F(ClosureTest, RefusesACountOfOutputsThatNobodyMeans) {
+  const OperationPtr operation = this->operation(0, 1);
+  for (const std::size_t count : {std::size_t{1} << 63, Closure::kMaxOutputs + 1}) {
+    operation->setNumOutputs(count);
+    EXPECT_EQ(
+        errorOf([&] { ki::createManagedObject<Closure>(std::vector<FuturePtr>(), operation); }),
+        "KALVEX:CountTooLarge | " + std::to_string(count) + " | 1048576");
+  }
+}
+
+TEST_F(ClosureTest, DependsOnDistinctClosuresThatStillHaveToRun) {
+  const ClosurePtr a = closure({}, 2);
+  const ClosurePtr b = closure({});
+  const ClosurePtr consumer =
+      closure({future(a, 0), future(a, 1), future(a, 0), future(b), constant(1)});
+  EXPECT_THAT(dependencies(consumer), ::testing::UnorderedElementsAre(a.get(), b.get()));
+
+  promise(b)->setValue(kv::host::makeDouble(1));
+  promise(a, 0)->setValue(kv::host::makeDouble(1));
+  EXPECT_THAT(dependencies(consumer), ::testing::ElementsAre(a.get()));
+
+  promise(a, 1)->setValue(kv::host::makeDouble(1));
+  EXPECT_THAT(dependencies(consumer), ::testing::IsEmpty());
+}
+
+TEST_F(ClosureTest, ADeletedInputRaises) {
+  const ClosurePtr consumer = closure({future(closure({}))});
+  session.deleteObject(ki::toArray(consumer->getInputFutures()[0]).get());
+  EXPECT_EQ(errorOf([&] { consumer->getDirectDependencies(); }), "KALVEX:class:InvalidHandle");
+}
+
+TEST_F(ClosureTest, IsGarbageWhenNothingOutsideReachesIt) {
+  session.collect();
+  const std::size_t before = session.liveObjects();
+  { closure({future(closure({constant(1)}, 2))}, 2); }
+  session.collect();
+  EXPECT_EQ(session.liveObjects(), before);
+  EXPECT_THAT(session.verify(), ::testing::IsEmpty());
+}
+
+}  // namespace
+
+}  // namespace bigdata::lazyeval

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "CoreSession.h"
+#include "ki/KalvexManagedPtr.h"
+#include "ki/conversions.h"
+#include "kv/host/session.h"
+#include "lazyeval/Closure.h"
+#include "lazyeval/ClosureFuture.h"
+#include "lazyeval/ClosurePromise.h"
+#include "lazyeval/LazyPartitionedArray.h"
+#include "lazyeval/Operation.h"
+
+namespace bigdata::lazyeval {
+
+using ClosurePtr = ki::KalvexManagedPtr<Closure>;
+using FuturePtr = ki::KalvexManagedPtr<ClosureFuture>;
+using PromisePtr = ki::KalvexManagedPtr<ClosurePromise>;
+using OperationPtr = ki::KalvexManagedPtr<Operation>;
+using LazyArrayPtr = ki::KalvexManagedPtr<LazyPartitionedArray>;
+
+/// A session with the core in it and a host side that has every name the lazy graph reaches. Each
+/// notes that it was called, and with what.
+class LazySession : public CoreSession {
+ protected:
+  struct HostCall {
+    std::string name;
+    std::vector<Value> inputs;
+  };
+
+  LazySession();
+
+  // Making things.
+  OperationPtr operation(int numInputs, int numOutputs);
+  ClosurePtr closure(std::vector<FuturePtr> inputs, int numOutputs = 1);
+  FuturePtr future(const ClosurePtr& closure, std::size_t output = 0);
+  PromisePtr promise(const ClosurePtr& closure, std::size_t output = 0);
+  FuturePtr constant(double value);
+  Value lazyArray(const FuturePtr& future);
+  Value plus() {
+    return kv::host::makeFunctionHandle("plus", [](const Call&) {});
+  }
+  Value wrapper(std::string_view className, Value value);  ///< LocalArray or BroadcastArray
+
+  /// Defines a function that notes its calls and then runs `body`.
+  void stub(const std::string& name, kv::host::NativeBody body = {});
+  void note(const std::string& name, const Call& call);
+  /// Names of the calls since the last look, separated by blanks.
+  std::string takeCalls();
+  const HostCall& lastCall(std::string_view name) const;
+
+  std::vector<HostCall> calls;
+  Value executor = kv::host::makeString("default executor");
+  Value overridingExecutor;
+  /// What `createExecutionTasks` of the task graph gives.
+  std::function<Value(const Call&)> createTasks;
+
+  /// An n-by-1 array of new tasks with the ids task_1, task_2 and so on, over all calls.
+  Value newTasks(std::size_t count, const Value& strategy = nullptr);
+
+ private:
+  void defineFunctions();
+  void defineClasses();
+  void defineOperation(const std::string& name, int inputsAt, int outputsAt);
+
+  int taskCount_ = 0;
+};
+
+}  // namespace bigdata::lazyeval
