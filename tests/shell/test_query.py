@@ -152,6 +152,7 @@ def test_a_plan_reads_no_data(run: Run) -> None:
     [
         (["maen(x)"], ['no function "maen"', "\n    maen(x)\n    ^^^^\n", "mean"]),
         (["mean(yy)"], ['no column "yy"', "    mean(yy)\n         ^^\n", "y", "two words"]),
+        (["mean(x)", "--where", "word == abc"], ['no column "abc"', 'put it in quotes: "abc"']),
         (["mean(x"], ["never closed", "    mean(x\n        ^"]),
         (["x"], ["for each row"]),
         (["1 + 1"], ["no column"]),

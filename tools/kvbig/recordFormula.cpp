@@ -45,8 +45,12 @@ class Recorder {
   Operand record(const Column& column, Span place) const {
     const std::vector<std::string>& names = table_.columns();
     if (std::ranges::find(names, column.name) != names.end()) return table_.column(column.name);
+    std::string advice = listNames("columns", column.name, names);
+    if (nearNames(column.name, names).empty()) {
+      advice = fmt::format("If it is a text, put it in quotes: \"{}\".\n{}", column.name, advice);
+    }
     throw FormulaError(formula_.text, place, fmt::format("there is no column \"{}\"", column.name),
-                       listNames("columns", column.name, names));
+                       advice);
   }
 
   Operand record(const Call& call, Span place) {

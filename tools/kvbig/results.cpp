@@ -77,20 +77,22 @@ std::string factsLine(const Facts& facts) {
 }  // namespace
 
 std::string resultsAsTable(const std::vector<std::string>& labels, const Gathered& gathered) {
+  std::vector<std::string> names;
   std::vector<std::string> written;
   std::size_t labelWidth = 0;
   std::size_t pointWidth = 0;
   for (std::size_t i = 0; i < labels.size(); ++i) {
     const Value& value = gathered.values[i];
+    names.push_back(printable(labels[i]));
     written.push_back(write(value, false));
     pointWidth = std::max(pointWidth, widthAtPoint(value, written.back()));
-    const std::size_t width = displayWidth(labels[i]);
+    const std::size_t width = displayWidth(names[i]);
     if (width <= kWidestLabel) labelWidth = std::max(labelWidth, width);
   }
   std::string table;
   for (std::size_t i = 0; i < labels.size(); ++i) {
     const std::size_t indent = pointWidth - widthAtPoint(gathered.values[i], written[i]);
-    table += padded(labels[i], labelWidth) + "  " + std::string(indent, ' ') + written[i] + '\n';
+    table += padded(names[i], labelWidth) + "  " + std::string(indent, ' ') + written[i] + '\n';
   }
   return table + '\n' + factsLine(gathered.facts);
 }

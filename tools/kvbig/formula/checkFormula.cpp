@@ -1,6 +1,7 @@
 #include "formula/checkFormula.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <span>
@@ -102,10 +103,9 @@ void checkFormula(const Formula& formula, const Vocabulary& vocabulary, Purpose 
     throw FormulaError(formula.text, place, "there is no column in this formula");
   }
   if (purpose == Purpose::Result && rows == Rows::Many) {
-    throw FormulaError(
-        formula.text, place, "this has a value for each row, and a result has one",
-        fmt::format("Put an aggregate around it, as in {}(...).",
-                    vocabulary.aggregates.empty() ? "mean" : vocabulary.aggregates.front()));
+    throw FormulaError(formula.text, place, "this has a value for each row, and a result has one",
+                       fmt::format("Put an aggregate around it; there are {}.",
+                                   fmt::join(vocabulary.aggregates, ", ")));
   }
 }
 
