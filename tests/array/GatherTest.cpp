@@ -195,6 +195,22 @@ TEST_F(Lifetime, ArraysMayOutliveTheirSessionAndBeDroppedOnAnyThread) {
   EXPECT_EQ(after.payloadBytes, before.payloadBytes);
 }
 
+TEST_F(Lifetime, ThreadsMayShareASession) {
+  runtime::test::TempFolder folder;
+  Session session;
+  const Array x = session.read(folder.write("t.csv", "x\n1\n2\n")).column("x");
+  std::vector<double> sums(4);
+  {
+    std::vector<std::jthread> threads;
+    for (double& total : sums) {
+      threads.emplace_back([&total, &x] {
+        for (int i = 0; i < 25; ++i) total += sum(x + i).gather().number();
+      });
+    }
+  }
+  EXPECT_THAT(sums, testing::Each(25 * 3 + 2 * (24 * 25 / 2)));
+}
+
 TEST_F(Lifetime, AFailedEvaluationLeavesNothingBehind) {
   {
     Session session;
