@@ -6,6 +6,7 @@
 #include "executor/CompositeDataProcessorBuilder.h"
 #include "ki/conversions.h"
 #include "kx/string.h"
+#include "support/Worlds.h"
 
 namespace bigdata {
 namespace {
@@ -128,10 +129,10 @@ TEST_F(Builders, ACycleThatNobodyHoldsIsCollected) {
 }
 
 TEST_F(Builders, AChainOfManyIsWalkedWithoutRecursion) {
-  constexpr int kLength = 20000;
+  const std::size_t length = kv::test::sizes().chain;
   Value last = node('x', {});
-  for (int i = 1; i < kLength; ++i) last = node('x', {&last});
-  EXPECT_EQ(walk(last).size(), std::size_t{kLength});
+  for (std::size_t i = 1; i < length; ++i) last = node('x', {&last});
+  EXPECT_EQ(walk(last).size(), length);
   last.reset();
   session.collect();
   EXPECT_EQ(session.liveObjects(kBuilder), 0u);
