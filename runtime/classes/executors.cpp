@@ -99,6 +99,7 @@ void execute(const Call& call) {
   try {
     RuntimeState& state = runtimeState();
     state.lastEvaluation = Evaluation(plan, interruptToken, state.sourceRows).run();
+    interruptToken.reset();  // one that came too late asks nothing of the next evaluation
   } catch (const Cancelled&) {
     interruptToken.reset();
     throw Interrupted();

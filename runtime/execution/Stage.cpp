@@ -49,8 +49,18 @@ std::vector<ColumnNeeds> columnNeeds(const std::vector<StageStep>& steps) {
 }
 
 Stage::Stage(std::vector<StageStep> steps) : steps_(std::move(steps)) {
+  findLastUses();
   findSource();
   findColumns();
+}
+
+void Stage::findLastUses() {
+  for (std::size_t step = 0; step < steps_.size(); ++step) {
+    lastUse_.push_back(step);
+    for (const std::size_t input : steps_[step].inputs) {
+      lastUse_[input] = step;
+    }
+  }
 }
 
 void Stage::findSource() {

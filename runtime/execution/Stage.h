@@ -54,16 +54,21 @@ class Stage {
   /// The steps whose results the stage gives, in order.
   const std::vector<std::size_t>& outputs() const { return steps_.back().inputs; }
 
+  /// The last step that reads the result of a step; the step itself if none does.
+  std::size_t lastUse(std::size_t step) const { return lastUse_[step]; }
+
   const Datastore& source() const { return *source_; }
 
   /// Columns to read, in the order of the source's schema.
   const std::vector<std::string>& columns() const { return columns_; }
 
  private:
+  void findLastUses();
   void findSource();
   void findColumns();
 
   std::vector<StageStep> steps_;
+  std::vector<std::size_t> lastUse_;
   std::shared_ptr<const Datastore> source_;
   std::vector<std::string> columns_;
 };

@@ -44,6 +44,7 @@ class UnitRun {
     for (std::size_t step = 0; step + 1 < stage_.steps().size(); ++step) {
       try {
         runStep(step, source);
+        dropUsedUp(step);
       } catch (...) {
         fail(step, source);
         return false;
@@ -66,6 +67,15 @@ class UnitRun {
   }
 
  private:
+  /// A step's rows go when the last step that reads them has run: a long chain holds few columns.
+  void dropUsedUp(std::size_t step) {
+    for (const std::size_t input : stage_.steps()[step].inputs) {
+      if (stage_.lastUse(input) == step) {
+        slots_[input] = {};
+      }
+    }
+  }
+
   void fail(std::size_t step, const Chunk& source) {
     const std::int64_t rows = source.rows();
     const std::int64_t first = rows > 0 ? source.ordinals.at(0) : 0;

@@ -19,7 +19,8 @@ void load(host::Session& session);
 /// The release of this runtime, which the function "version" answers.
 std::string_view release() noexcept;
 
-/// Asks the evaluation that runs in this process to stop within a chunk.
+/// Asks the evaluation that runs in this process, or the next one if none does, to stop within a
+/// chunk. An evaluation that ends by itself takes the request with it.
 /// Threads: any; may be called from a signal handler.
 void requestInterrupt() noexcept;
 
