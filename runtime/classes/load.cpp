@@ -10,19 +10,12 @@ namespace {
 
 /// The core's builtins, under their plain names.
 void defineBuiltins(host::Session& session) {
-  namespace core = ::bigdata;
-  session.defineBuiltin("createFromConstantBuiltin", core::lazyeval::createFromConstantBuiltin);
-  session.defineBuiltin("createFromDatastoreBuiltin", core::lazyeval::createFromDatastoreBuiltin);
-  session.defineBuiltin("createFromFutureBuiltin", core::lazyeval::createFromFutureBuiltin);
-  session.defineBuiltin("applyOperationBuiltin", core::lazyeval::applyOperationBuiltin);
-  session.defineBuiltin("createPartitionStrategyBuiltin",
-                        core::executor::createPartitionStrategyBuiltin);
-  session.defineBuiltin("alignPartitionStrategyBuiltin",
-                        core::executor::alignPartitionStrategyBuiltin);
-  session.defineBuiltin("alignPartitionMetadataBuiltin", core::alignPartitionMetadataBuiltin);
-  session.defineBuiltin("vertcatPartitionMetadataBuiltin", core::vertcatPartitionMetadataBuiltin);
-  session.defineBuiltin("hasInternalStackFramesBuiltin", core::hasInternalStackFramesBuiltin);
-  session.defineBuiltin("userStackBuiltin", core::userStackBuiltin);
+  for (const auto& [name, builtin] : kv::bigdata::kOwningBuiltins) {
+    session.defineBuiltin(name, builtin);
+  }
+  for (const auto& [name, builtin] : kv::bigdata::kRawBuiltins) {
+    session.defineBuiltin(name, builtin);
+  }
 }
 
 }  // namespace

@@ -9,6 +9,9 @@
 namespace kv::runtime {
 namespace {
 
+/// More outputs than any operation has.
+constexpr std::size_t kMaxOutputs = 1 << 20;
+
 using ObjectIndex = std::unordered_map<const kcos::COSInterface*, int>;
 
 const kcos::COSInterface* objectOf(const kxArray* scalar) {
@@ -17,6 +20,11 @@ const kcos::COSInterface* objectOf(const kxArray* scalar) {
 
 host::Value elementOf(const kxArray* objects, std::size_t index) {
   return matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(objects, index)));
+}
+
+bool isBroadcast(const kxArray* strategy) {
+  return kcos::omIsKCOS(strategy) &&
+         host::toLogical(host::getProperty(strategy, "IsBroadcast").get());
 }
 
 /// One entry of a task's dependencies: {task, output from 1} or {value, metadata, whether it is a
@@ -35,17 +43,31 @@ PlanInput readInput(const kxArray* entry, const ObjectIndex& indexOf) {
   return input;
 }
 
+/// A factory of a user's own class: its "feval" gets a chunk of each input, or whole values where
+/// the task's output is broadcast, and returns the outputs.
+host::Value wrapUserFactory(const kxArray* task, const kxArray* factory) {
+  if (!kxIsA(factory, kProcessorFactory)) {
+    host::raise("KALVEX:array:NotRunnable", {kxGetClassName(factory)});
+  }
+  const host::Value strategy = host::getProperty(task, "OutputPartitionStrategy");
+  auto spec = std::make_shared<OpSpec>();
+  spec->kind = isBroadcast(strategy.get()) ? OpKind::Client : OpKind::Elementwise;
+  spec->label = kxGetClassName(factory);
+  spec->numInputs = kxGetNumberOfElements(host::getProperty(task, "Dependencies").get());
+  spec->numOutputs = host::toCount(host::getProperty(task, "NumOutputs").get(), kMaxOutputs);
+  host::Value wrapped = host::call(kSpecFactory, {factory});
+  host::setNativeValue(wrapped.get(), std::make_unique<OpSpecValue>(std::move(spec)));
+  return wrapped;
+}
+
 PlanTask readTask(const host::Value& object, const ObjectIndex& indexOf) {
   PlanTask task;
   task.id = host::toText(host::getProperty(object.get(), "Id").get());
   task.factory = host::getProperty(object.get(), "DataProcessorFactory");
-  auto* spec = kcos::omIsKCOS(task.factory.get())
-                   ? dynamic_cast<OpSpecValue*>(host::getNativeValue(task.factory.get()))
-                   : nullptr;
-  if (spec == nullptr) {
-    host::raise("KALVEX:array:NotRunnable", {kxGetClassName(task.factory.get())});
+  if (!kxIsA(task.factory.get(), kSpecFactory)) {
+    task.factory = wrapUserFactory(object.get(), task.factory.get());
   }
-  task.spec = spec->spec;
+  task.spec = host::nativeValue<OpSpecValue>(task.factory.get(), kSpecFactory).spec;
   const host::Value dependencies = host::getProperty(object.get(), "Dependencies");
   for (std::size_t i = 0; i < kxGetNumberOfElements(dependencies.get()); ++i) {
     task.inputs.push_back(readInput(kxGetCell(dependencies.get(), i), indexOf));
