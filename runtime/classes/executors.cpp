@@ -1,4 +1,5 @@
 #include <atomic>
+#include <memory>
 #include <unordered_set>
 #include <vector>
 
@@ -19,6 +20,7 @@ using host::Call;
 using host::Value;
 
 CancellationToken interruptToken;
+std::atomic<std::unique_ptr<EvaluationWatch> (*)()> makeWatch{nullptr};
 
 void defaultExecutor(const Call& call) {
   RuntimeState& state = runtimeState();
@@ -98,7 +100,10 @@ void execute(const Call& call) {
   const Plan plan = makePlan(call.in(1), promises.get());
   try {
     RuntimeState& state = runtimeState();
-    state.lastEvaluation = Evaluation(plan, interruptToken, state.sourceRows).run();
+    const auto make = makeWatch.load();
+    const std::unique_ptr<EvaluationWatch> watch = make != nullptr ? make() : nullptr;
+    const CancellationToken token(interruptToken, watch.get());
+    state.lastEvaluation = Evaluation(plan, token, state.sourceRows).run();
     interruptToken.reset();  // one that came too late asks nothing of the next evaluation
   } catch (const Cancelled&) {
     interruptToken.reset();
@@ -133,6 +138,8 @@ void explain(const Call& call) {
 }
 
 }  // namespace
+
+void setEvaluationWatch(std::unique_ptr<EvaluationWatch> (*make)()) noexcept { makeWatch = make; }
 
 void requestInterrupt() noexcept { interruptToken.cancel(); }
 

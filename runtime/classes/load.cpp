@@ -20,12 +20,17 @@ void defineBuiltins(host::Session& session) {
 
 }  // namespace
 
+void loadCore(host::Session& session) {
+  const host::Session::Scope scope(session);
+  session.load(KVInitialize_libkvbigdata);
+  defineBuiltins(session);
+}
+
 void load(host::Session& session) {
   static std::once_flag messagesEntered;
   std::call_once(messagesEntered, enterMessages);
   const host::Session::Scope scope(session);
-  session.load(KVInitialize_libkvbigdata);
-  defineBuiltins(session);
+  loadCore(session);
   defineFunctions(session);
   defineExceptions(session);
   defineContainers(session);

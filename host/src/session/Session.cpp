@@ -8,6 +8,7 @@
 #include "call/overloads.h"
 #include "call/running.h"
 #include "class/access.h"
+#include "class/construction.h"
 #include "class/describe.h"
 #include "class/instances.h"
 #include "class/objects.h"
@@ -165,6 +166,17 @@ std::vector<Value> Session::call(std::string_view name, int nlhs,
     callByName(*state_, interned(name),
                {nlhs, outputs.data(), static_cast<int>(inputs.size()), inputs.data()});
     return outputs.take();
+  });
+}
+
+Value Session::construct(std::string_view className, std::span<const kxArray* const> inputs,
+                         std::string_view asClass) {
+  return inSession(*this, [&] {
+    Outputs outputs(1);
+    const RunningScope running(*state_, rightsOf(*state_, asClass));
+    constructObject(*state_, state_->classes.require(interned(className)),
+                    {1, outputs.data(), static_cast<int>(inputs.size()), inputs.data()});
+    return std::move(outputs.take().front());
   });
 }
 

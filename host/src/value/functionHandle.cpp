@@ -45,4 +45,9 @@ std::string callableName(const kxArray* handle) {
   return function != nullptr ? std::string(function->name.text()) : std::string();
 }
 
+const NativeBody* callableBody(const kxArray* handle) noexcept {
+  const FunctionValue* function = functionValue(handle);
+  return function != nullptr && function->body != nullptr ? &function->body : nullptr;
+}
+
 }  // namespace kv::host

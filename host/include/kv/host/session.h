@@ -105,6 +105,9 @@ class KV_HOST_API Session {
   /// A call by name, with the rights of `asClass` or of public code.
   std::vector<Value> call(std::string_view name, int nlhs, std::span<const kxArray* const> inputs,
                           std::string_view asClass = {});
+  /// A new object of the class, by its constructor, whatever else the name may stand for.
+  Value construct(std::string_view className, std::span<const kxArray* const> inputs,
+                  std::string_view asClass = {});
   Value get(const kxArray* object, std::string_view property, std::string_view asClass = {});
   void set(const kxArray* object, std::string_view property, const kxArray* value,
            std::string_view asClass = {});

@@ -76,6 +76,9 @@ KV_HOST_API std::vector<std::string> toTexts(const kxArray* value);
 KV_HOST_API std::string functionName(const kxArray* handle);
 /// What the function or callable behind a handle is called in stacks and messages.
 KV_HOST_API std::string callableName(const kxArray* handle);
+/// The callable behind a handle; null for a handle of a named function and for other values. A
+/// front end finds its own again by the type of the target. Lives: as long as the array.
+KV_HOST_API const NativeBody* callableBody(const kxArray* handle) noexcept;
 
 // --- Calls --------------------------------------------------------------------------------------
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdint>
+#include <memory>
 #include <string_view>
 
 #include "kv/host/errors.h"
@@ -16,6 +16,10 @@ namespace kv::runtime {
 /// Errors: what a definition raises; std::bad_alloc.
 void load(host::Session& session);
 
+/// Enters the native core alone: its classes and builtins. Each class and function that it reaches
+/// by name is left to whoever uses the session.
+void loadCore(host::Session& session);
+
 /// The release of this runtime, which the function "version" answers.
 std::string_view release() noexcept;
 
@@ -23,6 +27,19 @@ std::string_view release() noexcept;
 /// chunk. An evaluation that ends by itself takes the request with it.
 /// Threads: any; may be called from a signal handler.
 void requestInterrupt() noexcept;
+
+/// What a front end does while an evaluation runs: made at its start and destroyed at its end, on
+/// the thread of the evaluation.
+class EvaluationWatch {
+ public:
+  virtual ~EvaluationWatch();
+  /// Called once a chunk. May throw a host::PassThrough, which ends the evaluation.
+  virtual void poll() = 0;
+};
+
+/// Sets how watches are made, for all sessions of the process; null: none are made.
+/// Threads: before the first evaluation.
+void setEvaluationWatch(std::unique_ptr<EvaluationWatch> (*make)()) noexcept;
 
 /// An evaluation that was asked to stop. Passes through calls as itself.
 class Interrupted : public host::PassThrough {
