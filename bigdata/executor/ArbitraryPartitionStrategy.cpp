@@ -1,11 +1,11 @@
 #include "executor/ArbitraryPartitionStrategy.h"
 
-#include "InternalError.h"
 #include "executor/FixedNumPartitionStrategy.h"
 #include "executor/simplePartition.h"
 #include "executor/strategyMembers.h"
 #include "ki/ClassKcosRegistration.h"
 #include "ki/createManagedObject.h"
+#include "util/InternalError.h"
 
 namespace bigdata::executor {
 

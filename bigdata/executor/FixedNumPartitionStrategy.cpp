@@ -2,10 +2,10 @@
 
 #include <string>
 
-#include "InternalError.h"
 #include "executor/simplePartition.h"
 #include "executor/strategyMembers.h"
 #include "ki/ClassKcosRegistration.h"
+#include "util/InternalError.h"
 
 namespace bigdata::executor {
 

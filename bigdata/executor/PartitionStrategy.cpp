@@ -4,10 +4,10 @@
 #include <limits>
 #include <memory>
 
-#include "ErrorIds.h"
 #include "executor/KalvexImplementedPartitionStrategy.h"
 #include "ki/ClassKcosRegistration.h"
 #include "ki/CosClassBuilder.h"
+#include "util/ErrorIds.h"
 
 namespace bigdata::executor {
 

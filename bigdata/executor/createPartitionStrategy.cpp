@@ -1,12 +1,12 @@
 #include "executor/createPartitionStrategy.h"
 
-#include "InternalError.h"
 #include "executor/FixedNumPartitionStrategy.h"
 #include "ki/checkCounts.h"
 #include "ki/conversions.h"
 #include "ki/createManagedObject.h"
 #include "ki/hostCalls.h"
 #include "kv/bigdata.h"
+#include "util/InternalError.h"
 
 namespace bigdata::executor {
 

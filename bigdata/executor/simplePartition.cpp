@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "InternalError.h"
 #include "ki/conversions.h"
 #include "ki/hostCalls.h"
+#include "util/InternalError.h"
 
 namespace bigdata::executor {
 

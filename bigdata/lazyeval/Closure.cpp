@@ -4,14 +4,14 @@
 #include <string>
 #include <utility>
 
-#include "ErrorIds.h"
-#include "InternalError.h"
 #include "ki/ClassKcosRegistration.h"
 #include "ki/CosClassBuilder.h"
 #include "ki/createManagedObject.h"
 #include "lazyeval/ClosureFuture.h"
 #include "lazyeval/ClosurePromise.h"
 #include "lazyeval/Operation.h"
+#include "util/ErrorIds.h"
+#include "util/InternalError.h"
 
 namespace bigdata::lazyeval {
 

@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "InternalError.h"
 #include "fl/i18n.h"
+#include "util/InternalError.h"
 
 namespace bigdata::lazyeval {
 

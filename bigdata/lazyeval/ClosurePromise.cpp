@@ -2,12 +2,12 @@
 
 #include <utility>
 
-#include "InternalError.h"
 #include "ki/ClassKcosRegistration.h"
 #include "ki/CosClassBuilder.h"
 #include "ki/createManagedObject.h"
 #include "lazyeval/Closure.h"
 #include "lazyeval/ClosureFuture.h"
+#include "util/InternalError.h"
 
 namespace bigdata::lazyeval {
 

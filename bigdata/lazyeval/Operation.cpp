@@ -4,7 +4,6 @@
 #include <string>
 #include <utility>
 
-#include "InternalError.h"
 #include "InternalStackFrame.h"
 #include "PartitionedArrayOptions.h"
 #include "kcos/class.h"
@@ -13,6 +12,7 @@
 #include "ki/hostCalls.h"
 #include "lazyeval/KalvexImplementedOperation.h"
 #include "lazyeval/operationArguments.h"
+#include "util/InternalError.h"
 
 namespace bigdata::lazyeval {
 

@@ -5,8 +5,6 @@
 #include <utility>
 #include <variant>
 
-#include "ErrorIds.h"
-#include "InternalError.h"
 #include "kcos/calls.h"
 #include "ki/conversions.h"
 #include "ki/hostCalls.h"
@@ -14,6 +12,8 @@
 #include "lazyeval/ClosureDependencyWalker.h"
 #include "lazyeval/LazyTaskGraph.h"
 #include "util/CosClientTraits.h"
+#include "util/ErrorIds.h"
+#include "util/InternalError.h"
 
 namespace bigdata::lazyeval {
 

@@ -7,7 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "InternalError.h"
 #include "PartitionMetadata.h"
 #include "executor/BroadcastPartitionStrategy.h"
 #include "ki/conversions.h"
@@ -19,6 +18,7 @@
 #include "lazyeval/LazyPartitionedArray.h"
 #include "lazyeval/Operation.h"
 #include "lazyeval/parseArrayInput.h"
+#include "util/InternalError.h"
 
 namespace bigdata::lazyeval {
 

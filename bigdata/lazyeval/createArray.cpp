@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "InternalError.h"
 #include "PartitionMetadata.h"
 #include "kcos/calls.h"
 #include "ki/checkCounts.h"
@@ -15,6 +14,7 @@
 #include "lazyeval/Operation.h"
 #include "lazyeval/applyOperation.h"
 #include "lazyeval/parseArrayInput.h"
+#include "util/InternalError.h"
 
 namespace bigdata::lazyeval {
 

@@ -3,13 +3,13 @@
 #include <utility>
 
 #include "FunctionHandle.h"
-#include "InternalError.h"
 #include "PartitionMetadata.h"
 #include "PartitionedArrayOptions.h"
 #include "ki/conversions.h"
 #include "ki/createManagedObject.h"
 #include "ki/hostCalls.h"
 #include "lazyeval/parseArrayInput.h"
+#include "util/InternalError.h"
 
 namespace bigdata::lazyeval {
 

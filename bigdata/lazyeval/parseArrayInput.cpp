@@ -3,9 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "ErrorIds.h"
 #include "FunctionHandle.h"
-#include "InternalError.h"
 #include "PartitionMetadata.h"
 #include "PartitionedArrayOptions.h"
 #include "executor/StrategyAlignment.h"
@@ -16,6 +14,8 @@
 #include "lazyeval/ClosurePromise.h"
 #include "lazyeval/LazyPartitionedArray.h"
 #include "lazyeval/arrayMethods.h"
+#include "util/ErrorIds.h"
+#include "util/InternalError.h"
 
 namespace bigdata::lazyeval {
 

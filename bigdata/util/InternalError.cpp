@@ -1,6 +1,6 @@
-#include "InternalError.h"
+#include "util/InternalError.h"
 
-#include "ErrorIds.h"
+#include "util/ErrorIds.h"
 
 namespace bigdata {
 

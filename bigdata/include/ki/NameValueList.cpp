@@ -1,8 +1,8 @@
 #include "ki/NameValueList.h"
 
-#include "ErrorIds.h"
 #include "fl/i18n.h"
 #include "ki/detail/convertText.h"
+#include "util/ErrorIds.h"
 
 namespace bigdata::ki {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "InternalError.h"
+#include "util/InternalError.h"
 
 namespace bigdata::ki {
 

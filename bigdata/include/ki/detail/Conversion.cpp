@@ -1,6 +1,6 @@
 #include "ki/detail/Conversion.h"
 
-#include "ErrorIds.h"
+#include "util/ErrorIds.h"
 
 namespace bigdata::ki::detail {
 

@@ -1,6 +1,6 @@
 #include "ki/detail/convertRowVector.h"
 
-#include "ErrorIds.h"
+#include "util/ErrorIds.h"
 
 namespace bigdata::ki {
 

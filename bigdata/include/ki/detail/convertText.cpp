@@ -2,8 +2,8 @@
 
 #include <optional>
 
-#include "ErrorIds.h"
 #include "kx/string.h"
+#include "util/ErrorIds.h"
 
 namespace bigdata::ki {
 
