@@ -1,12 +1,24 @@
 #!/usr/bin/env bash
-# Runs every benchmark program of a build folder; leaves one JSON file each in its results/.
+# Runs every benchmark of a build folder, leaves its JSON in the folder's results/, and writes
+# docs/performance.md.
 #   scripts/bench.sh <build folder>
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-readonly kResults=$1/results
+readonly kBuild=$1
+readonly kResults=$kBuild/results
 mkdir -p "$kResults"
-for program in "$1"/bin/bench_*; do
-  name=${program##*/bench_}
-  "$program" --benchmark_out="$kResults/$name.json" --benchmark_out_format=json
+
+for program in "$kBuild"/bin/bench_*; do
+  echo "== ${program##*/}"
+  # The two sides of a comparison take turns, so that a busy machine slows both.
+  [[ $program == *_flights ]] && takeTurns=true || takeTurns=false
+  "$program" --benchmark_enable_random_interleaving=$takeTurns --benchmark_repetitions=5 \
+    --benchmark_display_aggregates_only=true --benchmark_min_time=0.3 \
+    --benchmark_out="$kResults/${program##*/bench_}.json" --benchmark_out_format=json
 done
+echo "== whole processes"
+python3 scripts/measure_processes.py "$kBuild" "$kResults/processes.json"
+python3 scripts/profile_recording.py "$kBuild/bin/bench_recording" "$kResults/profile.json"
+python3 scripts/performance_table.py "$kResults" docs/performance.md
+cat docs/performance.md

@@ -1,0 +1,67 @@
+/// Recording x = x + 1, a chain held at its end: by name, as front ends do, and by operator.
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+
+#include "kv/array.h"
+#include "session/SessionState.h"
+#include "support/CoreArrays.h"
+#include "support/Flights.h"
+
+namespace kv::bench {
+
+namespace {
+
+double operations(const benchmark::State& state) {
+  return static_cast<double>(state.iterations() * state.range(0));
+}
+
+/// Runs `record`, which gives the end of a chain of so many operations, and lets go of the chain.
+/// Chains are garbage with cycles: the collector frees them while later ones are recorded.
+template <class Record>
+void recordChains(benchmark::State& state, Record&& record) {
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(record(static_cast<std::size_t>(state.range(0))));
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+void recordByName(benchmark::State& state) {
+  CoreArrays arrays;
+  const auto& counters = arrays.session.state().heap.counters();
+  const auto before = counters;
+  const auto start = std::chrono::steady_clock::now();
+  recordChains(state, [&](std::size_t count) { return arrays.chain(count); });
+  const std::chrono::duration<double, std::nano> elapsed = std::chrono::steady_clock::now() - start;
+  state.counters["collector_share"] =
+      static_cast<double>(counters.collectorNanoseconds - before.collectorNanoseconds) /
+      elapsed.count();
+  state.counters["objects"] =
+      static_cast<double>(counters.created - before.created) / operations(state);
+}
+
+void recordByOperator(benchmark::State& state) {
+  Session session;
+  const Array column = session.read(flightsPath()).column("dep_delay");
+  recordChains(state, [&](std::size_t count) {
+    Array array = column;
+    for (std::size_t i = 0; i < count; ++i) {
+      array = array + 1;
+    }
+    return array;
+  });
+}
+
+// Short chains first: after long ones the pool's free memory lies scattered.
+BENCHMARK(recordByName)->Arg(100)->Unit(benchmark::kMillisecond);
+BENCHMARK(recordByOperator)->Arg(100)->Unit(benchmark::kMillisecond);
+BENCHMARK(recordByName)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(recordByOperator)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(recordByName)->Arg(1'000'000)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(recordByOperator)->Arg(1'000'000)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+}  // namespace kv::bench
+
+BENCHMARK_MAIN();

@@ -1,0 +1,201 @@
+#!/usr/bin/env python3
+"""Writes the table of figures from the results of a benchmark run.
+
+    scripts/performance_table.py <results folder> <out.md>
+
+A figure is a median over repetitions; beside it stands the best one, since other work on a machine
+only ever adds time. The verdict goes by the median.
+"""
+
+import json
+import os
+import platform
+import statistics
+import sys
+from collections.abc import Callable
+from dataclasses import dataclass
+from pathlib import Path
+
+MIB = 1024 * 1024
+
+INTRODUCTION = """\
+# What it costs
+
+Written by `make bench`; change the benches in `bench/` or the texts in `scripts/performance_table.py`, not this file.
+Each figure is a median over repetitions; *best* is the least of them, since what else a machine does only ever adds time.
+Times inside a process are processor time. Sides of a comparison take turns in one run.
+"""
+
+
+class Results:
+    """What the benchmark programs and the process runs left behind."""
+
+    def __init__(self, folder: Path) -> None:
+        self._runs: dict[str, list[dict]] = {}
+        for file in sorted(folder.glob("*.json")):
+            content = json.loads(file.read_text())
+            for run in content.get("benchmarks", []) if isinstance(content, dict) else []:
+                if run["run_type"] == "iteration":
+                    self._runs.setdefault(run["run_name"].split("/iterations")[0], []).append(run)
+        self.processes = json.loads((folder / "processes.json").read_text())
+        self.profile = json.loads((folder / "profile.json").read_text())
+
+    def values(self, run: str, field: str) -> list[float]:
+        return [repetition[field] for repetition in self._runs[run]]
+
+    def median(self, run: str, field: str) -> float:
+        return statistics.median(self.values(run, field))
+
+    def nanoseconds(self, run: str) -> list[float]:
+        """Time for one item of each repetition."""
+        return [1e9 / rate for rate in self.values(run, "items_per_second")]
+
+    def milliseconds(self, run: str) -> list[float]:
+        return self.values(run, "real_time")
+
+
+@dataclass(frozen=True)
+class Figure:
+    """One row: `measure` gives a value for each repetition; a goal is the most that it may be."""
+
+    name: str
+    measure: Callable[[Results], list[float]]
+    form: str
+    goal: float | None = None
+    reason: str = ""  # why the goal is missed, shown when it is
+
+    def row(self, results: Results) -> str:
+        values = self.measure(results)
+        median = statistics.median(values)
+        best = self.form.format(min(values)) if len(values) > 1 else ""
+        goal = "" if self.goal is None else "at most " + self.form.format(self.goal)
+        return f"| {self.name} | {self.form.format(median)} | {best} | {goal} | {self.verdict(median)} |"
+
+    def verdict(self, median: float) -> str:
+        if self.goal is None:
+            return ""
+        return "met" if median <= self.goal else f"**missed**: {self.reason}"
+
+
+def microseconds(run: str) -> Callable[[Results], list[float]]:
+    return lambda results: [time / 1000 for time in results.nanoseconds(run)]
+
+
+def depth_ratio(run: str) -> Callable[[Results], list[float]]:
+    """Repetition by repetition, in the order of time."""
+    return lambda results: [
+        deep / flat
+        for deep, flat in zip(
+            sorted(results.nanoseconds(f"{run}/100000")), sorted(results.nanoseconds(f"{run}/100"))
+        )
+    ]
+
+
+def planning(count: int) -> Callable[[Results], list[float]]:
+    """A plan without what the host's createExecutionTasks costs."""
+
+    def measure(results: Results) -> list[float]:
+        calls = statistics.median(results.nanoseconds(f"createExecutionTasks/{count}"))
+        return [(time - calls) / 1000 for time in results.nanoseconds(f"plan/{count}")]
+
+    return measure
+
+
+def query_ratio(results: Results) -> list[float]:
+    arrow = statistics.median(results.milliseconds("flights/arrow/real_time"))
+    return [time / arrow for time in results.milliseconds("flights/ours/real_time")]
+
+
+def process(side: str, field: str, unit: float) -> Callable[[Results], list[float]]:
+    return lambda results: [results.processes[side][field] / unit]
+
+
+def process_ratio(results: Results) -> list[float]:
+    return [results.processes["ours"]["seconds"] / results.processes["arrow"]["seconds"]]
+
+
+def added_memory(results: Results) -> list[float]:
+    sides = results.processes
+    return [(sides["copies"]["peak_bytes"] - sides["ours"]["peak_bytes"]) / MIB]
+
+
+def footprint(field: str) -> Callable[[Results], list[float]]:
+    return lambda results: [results.median("footprint/1000000", field)]
+
+
+RECORDING = "the work is spread thin, see below; a noisy machine adds to it"
+
+SECTIONS = {
+    "Recording `x = x + 1`, a chain held at its end": [
+        Figure("by name, 10^6 operations", microseconds("recordByName/1000000"), "{:.2f} us", 2, RECORDING),
+        Figure("by operator of `kv::Array`, 10^6", microseconds("recordByOperator/1000000"), "{:.2f} us", 2,
+               "besides recording it leases the session and notes the user's line; " + RECORDING),
+        Figure("by name, 10^2", microseconds("recordByName/100"), "{:.2f} us"),
+        Figure("by name, 10^5", microseconds("recordByName/100000"), "{:.2f} us"),
+        Figure("10^5 against 10^2", depth_ratio("recordByName"), "{:.2f} times", 1.3,
+               "deep chains live in memory, short ones in cache"),
+        Figure("resident memory of an operation", footprint("bytes"), "{:.0f} bytes"),
+        Figure("first 10^6 of a process, pages from the system included",
+               lambda results: [results.median("footprint/1000000", "cpu_time") / 1000], "{:.2f} us"),
+    ],
+    "Planning and collecting": [
+        Figure("planning a closure, 10^3 in the plan", planning(1000), "{:.2f} us", 1,
+               "a noisy machine"),
+        Figure("planning a closure, 10^5 in the plan", planning(100_000), "{:.2f} us", 1,
+               "nodes, arrays and keys of a large plan leave the cache"),
+        Figure("of that the walk, 10^5", microseconds("walk/100000"), "{:.2f} us"),
+        Figure("collector, each of 10^6 live objects", lambda r: r.nanoseconds("collect/1000000/real_time"), "{:.1f} ns", 40,
+               "a noisy machine"),
+    ],
+    "Six aggregates of 336,776 flights (CSV), filtered, one thread": [
+        Figure("ours, in a process", lambda r: r.milliseconds("flights/ours/real_time"), "{:.1f} ms"),
+        Figure("plain Arrow, in a process", lambda r: r.milliseconds("flights/arrow/real_time"), "{:.1f} ms"),
+        Figure("ours against Arrow", query_ratio, "{:.2f} times", 1.2, "see the two times"),
+        Figure("`kvbig query`, whole process", process("ours", "seconds", 1e-3), "{:.1f} ms"),
+        Figure("plain Arrow, whole process", process("arrow", "seconds", 1e-3), "{:.1f} ms"),
+        Figure("ours against Arrow, whole process", process_ratio, "{:.2f} times", 1.2, "see the two times"),
+        Figure("peak memory of `kvbig query`", process("ours", "peak_bytes", MIB), "{:.0f} MiB"),
+        Figure("peak memory of plain Arrow", process("arrow", "peak_bytes", MIB), "{:.0f} MiB"),
+        Figure("more for twenty copies (600 MB)", added_memory, "{:.0f} MiB", 32, "memory follows the data"),
+    ],
+}
+
+
+def machine() -> str:
+    """Processor, cores and system in a line."""
+    info = Path("/proc/cpuinfo").read_text() if Path("/proc/cpuinfo").exists() else ""
+    names = [line.split(":")[1].strip() for line in info.splitlines() if line.startswith("model name")]
+    kind = names[0] if names else platform.machine()
+    return f"{kind}, {os.cpu_count()} cores, {platform.system()} {platform.release().split('-')[0]}"
+
+
+def where_time_goes(results: Results) -> list[str]:
+    """Counts and shares behind the time of recording."""
+    created = results.median("recordByName/1000000", "objects")
+    share = results.median("recordByName/1000000", "collector_share")
+    held = [f"{results.median('footprint/1000000', what):.0f} {what}" for what in ("objects", "arrays")]
+    lines = [
+        f"One operation creates {created:.0f} objects, of which the chain holds {held[0]} and {held[1]}.",
+        f"The collector's own clock says {share:.0%} of the time at 10^6.",
+    ]
+    if results.profile:
+        lines += ["Samples of a run, by kind of work:", "", "| kind | share |", "| --- | --- |"]
+        lines += [f"| {kind} | {percent:.0f} % |" for kind, percent in results.profile.items()]
+    return lines
+
+
+def page(results: Results) -> str:
+    lines = [INTRODUCTION, f"Machine: {machine()}.", ""]
+    for title, figures in SECTIONS.items():
+        lines += [f"## {title}", "", "| figure | median | best | goal | verdict |", "| --- | --- | --- | --- | --- |"]
+        lines += [figure.row(results) for figure in figures]
+        lines.append("")
+        if title.startswith("Recording"):
+            lines += [*where_time_goes(results), ""]
+    return "\n".join(lines).rstrip() + "\n"
+
+
+if __name__ == "__main__":
+    if len(sys.argv) != 3:
+        sys.exit(__doc__)
+    Path(sys.argv[2]).write_text(page(Results(Path(sys.argv[1]))))
