@@ -57,7 +57,7 @@ Closure::Closure(const ki::KalvexManagedConstructInfo& info,
     : KalvexManagedObject(info),
       id_(util::nextUniqueId<Closure>()),
       operation_(selfInterface(), operation) {
-  setInputFutures(inputFutures);
+  setInputFutures(std::move(inputFutures));
   const KalvexManagedPtr<Closure> self = getSelf<Closure>();
 
   const std::size_t numOutputs = operation_->getNumOutputs();

@@ -27,8 +27,8 @@ using ClosureGraphNode =
 ///    first-out: the last input is followed first, the last output is finished first.
 /// 4. Several walks of one walker share what was visited and extend `nodes`.
 ///
-/// Errors:  "KALVEX:class:InvalidHandle" for a deleted object on the way; an internal error that
-///          names a closure which depends on itself, or a link that leads nowhere. The walker is of
+/// Errors:  "KALVEX:class:InvalidHandle" for a deleted object, or a link that leads nowhere, on the
+///          way; an internal error that names a closure which depends on itself. The walker is of
 ///          no use afterwards.
 /// Cost:    amortised O(1) a node and edge; no native recursion, no reading of ids.
 class ClosureDependencyWalker {

@@ -27,8 +27,7 @@ struct ArrayConstructionArgs {
 /// A chain of array, future, promise, closure, input future and so on lives for as long as the host
 /// holds any array at its end.
 ///
-/// Errors: every use raises "KALVEX:class:InvalidHandle" where a link leads to a deleted object,
-/// or,
+/// Errors: every use raises "KALVEX:class:InvalidHandle" where a link leads to a deleted object or,
 ///         in a default-made array, nowhere.
 class LazyPartitionedArray final : public ki::KalvexManagedObject {
  public:

@@ -21,18 +21,14 @@ using matrix::ArrayPtr;
 
 namespace {
 
-ArrayPtr taskProperty(const ArrayPtr& task, kcos::NameRef name) {
-  return matrix::from_kalvex(kxGetPropertyShared(task.get(), 0, name));
-}
-
 bool hasBroadcastOutput(const ArrayPtr& task) {
   const auto strategy = ki::fromArray<KalvexManagedPtr<executor::PartitionStrategy>>(
-      taskProperty(task, "OutputPartitionStrategy").get());
+      ki::readHostProperty(task.get(), "OutputPartitionStrategy").get());
   return strategy && strategy->getIsBroadcast();
 }
 
 std::u16string taskId(const ArrayPtr& task) {
-  return ki::fromArray<std::u16string>(taskProperty(task, "Id").get());
+  return ki::fromArray<std::u16string>(ki::readHostProperty(task.get(), "Id").get());
 }
 
 /// The tasks whose output leaves the graph: of closures that were asked for, and broadcast ones.

@@ -27,7 +27,8 @@ class LazyTaskGraph final : public ki::KalvexManagedObject {
   /// Plans `closures` and all that still has to run before them.
   ///
   /// Errors: those of the walk (see ClosureDependencyWalker) and of the host's calls; an internal
-  ///         error if `createExecutionTasks` has no body or gives no task for the first closure;
+  ///         error if `createExecutionTasks` has no body, gives no task for the first closure, or
+  ///         brings a closure into the graph that the walk didn't see;
   ///         "KALVEX:validateattributes:invalidType" if what it gives aren't tasks.
   LazyTaskGraph(const ki::KalvexManagedConstructInfo& info,
                 std::vector<ki::KalvexManagedPtr<Closure>> closures);

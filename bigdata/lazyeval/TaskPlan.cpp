@@ -63,12 +63,18 @@ class Planner {
         {closureArray.get(), dependencyArray.get(), inputTasks.get(), profilerFlag_.get()});
   }
 
-  /// The output tasks of closures that were planned before.
+  /// The output tasks of closures that were planned before. Code of the host runs between the walk
+  /// and this, and could have exchanged the futures of a promise.
   ArrayPtr tasksOf(const Closures& closures) const {
     std::vector<kcos::COSInterfacePtr> tasks;
     tasks.reserve(closures.size());
     for (const KalvexManagedPtr<Closure>& closure : closures) {
-      tasks.push_back(taskOf_.at(closure.get()));
+      const auto planned = taskOf_.find(closure.get());
+      if (planned == taskOf_.end()) {
+        throwInternalError(fl::i18n::to_string(closure->getIdStr()) +
+                           " became an input while the plan was made");
+      }
+      tasks.push_back(planned->second);
     }
     return makeTaskArray(tasks);
   }

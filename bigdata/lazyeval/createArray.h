@@ -18,8 +18,7 @@ ki::KalvexManagedPtr<LazyPartitionedArray> createFromConstant(matrix::ArrayPtr c
 /// An array of what a copy of `datastore` reads.
 ///
 /// Errors: those of "copy", with the caller's stack; those of the check whether the default
-/// executor
-///         can read the datastore.
+///         executor can read the datastore.
 ki::KalvexManagedPtr<LazyPartitionedArray> createFromDatastore(matrix::ArrayPtr datastore);
 
 /// An array of a future. `partitioning` is a PartitionMetadata or whatever a strategy can be made

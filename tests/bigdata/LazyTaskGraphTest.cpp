@@ -171,6 +171,18 @@ TEST_F(LazyTaskGraphTest, RefusesWhatIsNoTaskAndNoClosure) {
             "kalvex.bigdata.internal.lazyeval.Closure | double");
 }
 
+TEST_F(LazyTaskGraphTest, NamesAClosureThatCameInWhileThePlanWasMade) {
+  const ClosurePtr a = closure({});
+  const ClosurePtr b = closure({future(a)});
+  const ClosurePtr stranger = closure({});
+  createTasks = [&](const Call&) {
+    promise(a)->swap(promise(stranger));
+    return newTasks(1);
+  };
+  EXPECT_EQ(errorOf([&] { plan({b}); }), internalError("closure_" + idOf(stranger) +
+                                                       " became an input while the plan was made"));
+}
+
 TEST_F(LazyTaskGraphTest, AFailureOfTheHostPassesThrough) {
   createTasks = [](const Call&) -> Value { kv::host::raise("KALVEX:OutOfMemory"); };
   EXPECT_EQ(errorOf([&] { plan({closure({})}); }), "KALVEX:OutOfMemory");
