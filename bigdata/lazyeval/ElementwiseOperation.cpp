@@ -1,13 +1,10 @@
 #include "lazyeval/ElementwiseOperation.h"
 
-#include <cmath>
-
 #include "FunctionHandle.h"
 #include "PartitionedArrayOptions.h"
 #include "ki/ClassKcosRegistration.h"
 #include "ki/CosClassBuilder.h"
 #include "ki/createManagedObject.h"
-#include "ki/hostCalls.h"
 #include "lazyeval/selfCalls.h"
 #include "util/CosClientTraits.h"
 
@@ -30,7 +27,7 @@ ElementwiseOperation::ElementwiseOperation(const ki::KalvexManagedConstructInfo&
                                 /*dependsOnOnlyHead=*/false),
       functionHandle_(selfInterface(), functionHandle) {
   setOptions(std::move(options));
-  setSupportsDirectEvaluation(takesAnyNumberOfSlices());
+  setSupportsDirectEvaluation(takesAnyNumberOfSlices(*functionHandle_));
 }
 
 ElementwiseOperation::~ElementwiseOperation() = default;
@@ -41,13 +38,12 @@ matrix::ArrayPtr ElementwiseOperation::createExecutionTasks(const kxArray* first
 }
 
 KalvexManagedPtr<FunctionHandle> ElementwiseOperation::getCheckedFunctionHandle() const {
-  return ki::createManagedObject<FunctionHandle>(
-      ki::callHost("getCheckedFunctionHandle", {selfArray(*this).get()}));
+  return callGetCheckedFunctionHandle();
 }
 
 bool ElementwiseOperation::isSlicewiseFusable() const {
   // The wrapper that the default rule asks is always unbounded; the bound stands in the own handle.
-  return isSlicewiseFusableDefault() && takesAnyNumberOfSlices();
+  return isSlicewiseFusableDefault() && takesAnyNumberOfSlices(*functionHandle_);
 }
 
 void ElementwiseOperation::setFunctionHandle(KalvexManagedPtr<FunctionHandle> functionHandle) {
@@ -58,10 +54,6 @@ void ElementwiseOperation::directEvaluateImpl(int nlhs, kxArray** plhs, int nrhs
                                               const kxArray** prhs) {
   callOwnMethod(*this, "directEvaluateImpl", util::keptCosClient<ElementwiseOperation>(), nlhs,
                 plhs, nrhs, prhs);
-}
-
-bool ElementwiseOperation::takesAnyNumberOfSlices() const {
-  return std::isinf(functionHandle_->getMaxNumSlices());
 }
 
 namespace {

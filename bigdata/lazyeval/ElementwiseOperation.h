@@ -41,8 +41,6 @@ class ElementwiseOperation final : public SlicewiseFusableOperation {
   void directEvaluateImpl(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs) override;
 
  private:
-  bool takesAnyNumberOfSlices() const;
-
   ki::PropertyPtr<FunctionHandle> functionHandle_;
 };
 

@@ -7,8 +7,11 @@
 #include "PartitionedArrayOptions.h"
 #include "ki/ClassKcosRegistration.h"
 #include "ki/CosClassBuilder.h"
+#include "ki/createManagedObject.h"
+#include "ki/hostCalls.h"
 #include "lazyeval/KalvexImplementedSlicewiseFusableOperation.h"
 #include "lazyeval/operationArguments.h"
+#include "lazyeval/selfCalls.h"
 
 namespace bigdata::lazyeval {
 
@@ -24,7 +27,17 @@ bool SlicewiseFusableOperation::isSlicewiseFusableDefault() const {
   if (getOptions() && getOptions()->getRequiresRandState()) {
     return false;
   }
-  return std::isinf(getCheckedFunctionHandle()->getMaxNumSlices());
+  return takesAnyNumberOfSlices(*getCheckedFunctionHandle());
+}
+
+ki::KalvexManagedPtr<FunctionHandle> SlicewiseFusableOperation::callGetCheckedFunctionHandle()
+    const {
+  return ki::createManagedObject<FunctionHandle>(
+      ki::callHost("getCheckedFunctionHandle", {selfArray(*this).get()}));
+}
+
+bool takesAnyNumberOfSlices(const FunctionHandle& function) {
+  return std::isinf(function.getMaxNumSlices());
 }
 
 namespace {

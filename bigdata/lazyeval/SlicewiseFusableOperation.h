@@ -32,6 +32,13 @@ class SlicewiseFusableOperation : public Operation {
   explicit SlicewiseFusableOperation(const ki::KalvexManagedConstructInfo& info);
   SlicewiseFusableOperation(const ki::KalvexManagedConstructInfo& info, std::size_t numInputs,
                             std::size_t numOutputs, bool supportsPreview, bool dependsOnOnlyHead);
+
+  /// What the host side's method "getCheckedFunctionHandle" gives, in a new wrapper: unbounded and
+  /// with the current user stack.
+  ki::KalvexManagedPtr<FunctionHandle> callGetCheckedFunctionHandle() const;
 };
+
+/// True if the function has no bound on the slices that it takes at a time.
+bool takesAnyNumberOfSlices(const FunctionHandle& function);
 
 }  // namespace bigdata::lazyeval
