@@ -9,6 +9,7 @@
 #include "kcos/class.h"
 #include "ki/ClassKcosRegistration.h"
 #include "ki/CosClassBuilder.h"
+#include "ki/conversions.h"
 #include "ki/hostCalls.h"
 #include "lazyeval/KalvexImplementedOperation.h"
 #include "lazyeval/operationArguments.h"
@@ -70,6 +71,14 @@ void Operation::directEvaluate(int nlhs, kxArray** plhs, int nrhs, const kxArray
   directEvaluateImpl(nlhs, plhs, nrhs, prhs);
 }
 
+matrix::ArrayPtr Operation::addGlobalState(matrix::ArrayPtr processorFactory) const {
+  if (!options_ || !options_->getRequiresRandState()) {
+    return processorFactory;
+  }
+  return ki::callHost("kalvex.bigdata.internal.lazyeval.GlobalStateProcessorFactory",
+                      {processorFactory.get(), ki::toArray(options_).get()});
+}
+
 void Operation::directEvaluateImpl(int, kxArray**, int, const kxArray**) {
   throwInternalError(std::string(selfInterface()->getClassObject()->getName()) +
                      "does not support direct evaluation.");
@@ -114,6 +123,7 @@ class OperationCosClassInfo final : public ki::KalvexManagedCosClassInfo<Operati
         .property("Stack", &Operation::getStack, &Operation::setStack, Access::Public,
                   Access::Private)
         .variadicMethod("directEvaluate", &Operation::directEvaluate, Access::Public)
+        .method("addGlobalState", &Operation::addGlobalState, Access::Public)
         .abstractMethod("createExecutionTasks", Access::Public)
         .declareMethod("isInputBroadcast", Access::Protected)
         .declareMethod("directEvaluateImpl", Access::Protected);

@@ -35,6 +35,10 @@ class Operation : public ki::KalvexManagedObject {
   /// Errors: an internal error if the class has no direct evaluation; those of the class.
   void directEvaluate(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs);
 
+  /// Where the options ask for random state, wraps the factory of a planned task's processors, so
+  /// that each partition runs with a stream of its own; else gives back `processorFactory` itself.
+  matrix::ArrayPtr addGlobalState(matrix::ArrayPtr processorFactory) const;
+
   std::size_t getNumInputs() const { return numInputs_; }
   void setNumInputs(std::size_t count) { numInputs_ = count; }
   std::size_t getNumOutputs() const { return numOutputs_; }

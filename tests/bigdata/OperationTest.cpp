@@ -104,6 +104,22 @@ TEST_F(OperationTest, DirectEvaluationBringsTheStreamOfPartitionOne) {
   EXPECT_EQ(takeCalls(), "directEvaluateImpl");
 }
 
+TEST_F(OperationTest, GlobalStateWrapsAFactoryOnlyWhereItIsAskedFor) {
+  stub("kalvex.bigdata.internal.lazyeval.GlobalStateProcessorFactory",
+       [](const Call& c) { c.out(0, kv::host::makeString("wrapped")); });
+  const Value factory = kv::host::makeString("factory");
+  const auto added = [&](const Value& operation) {
+    return kv::host::toText(invokeMany(operation, "addGlobalState", 1, {factory.get()})[0].get());
+  };
+  EXPECT_EQ(added(ki::toArray(this->operation(1, 1))), "factory");
+  EXPECT_EQ(added(elementwise(kInfinity, false)), "factory");
+  EXPECT_EQ(added(elementwise(kInfinity, true)), "wrapped");
+  const HostCall& wrapped =
+      lastCall("kalvex.bigdata.internal.lazyeval.GlobalStateProcessorFactory");
+  ASSERT_EQ(wrapped.inputs.size(), 2u);
+  EXPECT_TRUE(kxIsA(wrapped.inputs[1].get(), "kalvex.bigdata.internal.PartitionedArrayOptions"));
+}
+
 TEST_F(OperationTest, TheStreamComesBackAfterAFailureAndItsOwnFailureIsSilent) {
   const Value operation = elementwise(kInfinity, true);
   auto failing = std::make_shared<kv::host::ClassCompletion>();
