@@ -8,6 +8,7 @@
 #include "ki/hostCalls.h"
 #include "lazyeval/ClosureFuture.h"
 #include "lazyeval/ClosurePromise.h"
+#include "util/InternalError.h"
 
 namespace bigdata::lazyeval {
 
@@ -58,6 +59,25 @@ const kxArray* LazyPartitionedArray::hGetMetadata() const { return promise().get
 
 void LazyPartitionedArray::hSetMetadata(ArrayPtr metadata) {
   promise().setMetadata(std::move(metadata));
+}
+
+std::tuple<const kxArray*, bool> LazyPartitionedArray::getCachedPreviewData() const {
+  if (valueFuture_->isDone()) {
+    throwInternalError("Requested cache preview data on an array that is already complete");
+  }
+  return {previewData_.get(), isPreviewTruncated_};
+}
+
+void LazyPartitionedArray::setCachedPreviewData(ArrayPtr data, bool isTruncated) {
+  if (valueFuture_->isDone()) {
+    throwInternalError("Setting cache preview data on an array that is already complete");
+  }
+  if (hasPreviewData_) {
+    throwInternalError("Setting cache preview data on an array that already has it");
+  }
+  previewData_ = ki::adoptPropertyArray(selfInterface(), std::move(data));
+  isPreviewTruncated_ = isTruncated;
+  hasPreviewData_ = true;
 }
 
 ClosurePromise& LazyPartitionedArray::promise() const { return *valueFuture_->getPromise(); }

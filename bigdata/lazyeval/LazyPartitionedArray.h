@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <tuple>
 
 #include "ki/KalvexManagedObject.h"
 #include "ki/KalvexManagedPtr.h"
@@ -65,6 +66,20 @@ class LazyPartitionedArray final : public ki::KalvexManagedObject {
   const kxArray* hGetMetadata() const;
   void hSetMetadata(matrix::ArrayPtr metadata);
 
+  // A preview of the value, set once while the value is pending. It belongs to this array alone,
+  // and stays readable as a property when the value is there.
+
+  const kxArray* getPreviewData() const { return previewData_.get(); }
+  bool isPreviewTruncated() const { return isPreviewTruncated_; }
+  bool hasCachedPreviewData() const { return hasPreviewData_; }
+
+  /// The preview, null without one, and whether it is only the head of the value.
+  /// Errors: an internal error if the value is there.
+  std::tuple<const kxArray*, bool> getCachedPreviewData() const;
+
+  /// Errors: an internal error if the value is there, or a preview is; nothing has changed then.
+  void setCachedPreviewData(matrix::ArrayPtr data, bool isTruncated);
+
   /// The promise behind the array's future.
   ClosurePromise& promise() const;
 
@@ -72,6 +87,9 @@ class LazyPartitionedArray final : public ki::KalvexManagedObject {
   ki::PropertyPtr<ClosureFuture> valueFuture_;
   ki::PropertyPtr<PartitionMetadata> partitionMetadata_;
   ki::PropertyArrayPtr executor_;
+  bool hasPreviewData_ = false;
+  bool isPreviewTruncated_ = false;
+  ki::PropertyArrayPtr previewData_;
 };
 
 }  // namespace bigdata::lazyeval

@@ -11,6 +11,8 @@
 #include "lazyeval/LazyPartitionedArray.h"
 #include "lazyeval/arrayMethods.h"
 #include "lazyeval/leadingValues.h"
+#include "lazyeval/reuse.h"
+#include "util/CosClientTraits.h"
 
 namespace bigdata::lazyeval {
 
@@ -19,9 +21,10 @@ namespace {
 class LazyPartitionedArrayCosClassInfo final
     : public ki::KalvexManagedCosClassInfo<LazyPartitionedArray> {
  public:
-  void initializeClass(kcos::COSClass* cls, const kcos::COSClient*) override {
+  void initializeClass(kcos::COSClass* cls, const kcos::COSClient* client) override {
     using ki::Access;
     using Array = LazyPartitionedArray;
+    util::keepCosClient<Array>(client);
     Builder builder(cls);
     builder.superclass("kalvex.bigdata.internal.PartitionedArray")
         .constructor<>(Access::Private)
@@ -31,23 +34,51 @@ class LazyPartitionedArrayCosClassInfo final
                   Access::Public, Access::Private)
         .storedReadOnly("Executor", &Array::getStoredExecutor, Access::Public, Access::Private)
         .readOnly("IsValid", &Array::isValid, Access::Public, Access::Private)
+        .storedReadOnly("PreviewData", &Array::getPreviewData, Access::Public, Access::None)
+        .storedReadOnly("HasPreviewData", &Array::hasCachedPreviewData, Access::Public,
+                        Access::None)
+        .storedReadOnly("IsPreviewTruncated", &Array::isPreviewTruncated, Access::Public,
+                        Access::None)
         .method("hGetMetadata", &Array::hGetMetadata)
         .method("hSetMetadata", &Array::hSetMetadata)
         .method("getExecutor", &Array::getExecutor)
         .method("getPartitionMetadata", &Array::getPartitionMetadata)
         .method("numpartitions", &Array::numpartitions)
+        .method("hasCachedPreviewData", &Array::hasCachedPreviewData)
+        .method("getCachedPreviewData", &Array::getCachedPreviewData)
+        .method("setCachedPreviewData", &Array::setCachedPreviewData)
         .declareMethod("gather")
         .declareMethod("clientforeach")
         .declareMethod("vertcatpartitions");
     addFunFunMethod(builder, "elementfun", elementfun);
+    addFunFunMethod(builder, "smallTallComparison", smallTallComparison);
+    addFunFunMethod(builder, "logicalElementfun", logicalElementfun);
+    addFunFunMethod(builder, "assertAdaptorCorrect", assertAdaptorCorrect);
+    addFunFunMethod(builder, "slicefun", slicefun);
     addFunFunMethod(builder, "subsrefTabularVar", subsrefTabularVar);
     addFunFunMethod(builder, "filterslices", filterslices);
+    addFunFunMethod(builder, "logicalRowSubsref", logicalRowSubsref);
     addFunFunMethod(builder, "reducefun", reducefun);
     addFunFunMethod(builder, "aggregatefun", aggregatefun);
+    addFunFunMethod(builder, "reducebykeyfun", reducebykeyfun);
+    addFunFunMethod(builder, "aggregatebykeyfun", aggregatebykeyfun);
+    addFunFunMethod(builder, "joinbykey", joinbykey);
+    addFunFunMethod(builder, "ternaryfun", ternaryfun);
+    addFunFunMethod(builder, "chunkfun", chunkfun);
+    addFunFunMethod(builder, "fixedchunkfun", fixedchunkfun);
+    addFunFunMethod(builder, "partitionfun", partitionfun);
+    addFunFunMethod(builder, "generalpartitionfun", generalpartitionfun);
+    addFunFunMethod(builder, "partitionheadfun", partitionheadfun);
+    addFunFunMethod(builder, "alignpartitions", alignpartitions);
+    addFunFunMethod(builder, "repartition", repartition);
+    addFunFunMethod(builder, "resizechunks", resizechunks);
     addFunFunMethod(builder, "clientfun", clientfun);
+    addFunFunMethod(builder, "strictslicefun", strictslicefun);
     addFunFunMethod(builder, "isPartitionIndependent", isPartitionIndependent);
     addFunFunMethod(builder, "markPartitionIndependent", markPartitionIndependent);
-    builder.declareStaticMethod("createInvalidVersionArray", Access::Private)
+    addFunFunMethod(builder, "markforreuse", markforreuse);
+    builder.method("updateforreuse", updateforreuse)
+        .declareStaticMethod("createInvalidVersionArray", Access::Private)
         .declareMethod("getEvaluationObjects", Access::Private)
         .declareStaticMethod("createGatherOutputHandler", Access::Private)
         .declareStaticMethod("cleanupOldCacheEntries", Access::Private);
@@ -61,25 +92,26 @@ class LazyPartitionedArrayCosClassInfo final
   template <class... Parameters>
   static void addFunFunMethod(Builder& builder, kcos::NameRef name, void (*function)(Parameters...),
                               ki::Access access = ki::Access::Public) {
-    constexpr std::size_t kRawParameters = 4;
-    constexpr std::size_t kLeading = sizeof...(Parameters) - kRawParameters;
+    constexpr std::size_t kLeading = sizeof...(Parameters) - 1;  // all but the raw call
     builder.variadicFunction(
         name,
         [function](int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs) {
-          callWithLeading(function, std::make_index_sequence<kLeading>(), nlhs, plhs,
-                          RawInputs{nrhs, prhs});
+          callWithLeading(function, std::make_index_sequence<kLeading>(),
+                          RawCall{nlhs, plhs, nrhs, prhs});
         },
         access);
   }
 
   template <class... Parameters, std::size_t... Index>
   static void callWithLeading(void (*function)(Parameters...), std::index_sequence<Index...>,
-                              int nlhs, kxArray** plhs, RawInputs inputs) {
+                              const RawCall& call) {
     using All = std::tuple<Parameters...>;
+    RawInputs inputs{call.nrhs, call.prhs};
     // Braces take the values from the first to the last.
     [[maybe_unused]] std::tuple<std::tuple_element_t<Index, All>...> leading{
         takeLeading<std::tuple_element_t<Index, All>>(inputs)...};
-    function(std::move(std::get<Index>(leading))..., nlhs, plhs, inputs.nrhs, inputs.prhs);
+    function(std::move(std::get<Index>(leading))...,
+             RawCall{call.nlhs, call.plhs, inputs.nrhs, inputs.prhs});
   }
 };
 

@@ -50,7 +50,7 @@ LazyArrayPtr createBroadcastFromLazy(const kxArray* array) {
   auto options = ki::createManagedObject<PartitionedArrayOptions>();
   auto wrap = ki::createManagedObject<FunctionHandle>(ki::callHost("str2func", {name.get()}));
   kxArray* output = nullptr;
-  clientfun(std::move(options), std::move(wrap), 1, &output, 1, &array);
+  clientfun(std::move(options), std::move(wrap), {1, &output, 1, &array});
   return ki::fromArray<LazyArrayPtr>(matrix::from_kalvex(output).get());
 }
 

@@ -14,6 +14,25 @@ using kv::host::NativeBody;
 
 namespace {
 
+/// A stand-in for an operation class of the host: which inputs of its constructor are the counts of
+/// inputs and outputs; kOne stands for a count of one that the class knows by itself.
+struct OperationRow {
+  const char* name;
+  int inputsAt, outputsAt;
+};
+constexpr int kOne = -1;
+constexpr OperationRow kOperations[] = {
+    {"ReadOperation", kOne, 1},           {"FilterOperation", 0, 0},
+    {"LogicalRowSubsrefOperation", 0, 0}, {"SubsrefTabularVarOperation", 0, 1},
+    {"AggregateOperation", 3, 4},         {"AggregateByKeyOperation", 3, 4},
+    {"NonPartitionedOperation", 2, 3},    {"LogicalElementwiseOperation", 2, 3},
+    {"AdaptorAssertionOperation", 2, 3},  {"SmallTallComparisonOperation", 4, 5},
+    {"ChunkwiseOperation", 2, 3},         {"FixedChunkwiseOperation", 3, 4},
+    {"PartitionwiseOperation", 2, 3},     {"GeneralizedPartitionwiseOperation", 2, 3},
+    {"RepartitionOperation", 1, 1},       {"ChunkResizeOperation", 0, 0},
+    {"TernaryOperation", kOne, kOne},     {"CacheOperation", kOne, kOne},
+};
+
 constexpr auto kOperationClass = "kalvex.bigdata.internal.lazyeval.Operation";
 
 std::shared_ptr<ClassDefinition> simpleClass(std::string name, std::vector<std::string> supers,
@@ -66,11 +85,9 @@ void LazySession::defineClasses() {
   session.defineClass(
       simpleClass(root + "executor.ExecutionTask", {}, {"Id", "OutputPartitionStrategy"}));
   defineOperation("TestOperation", 0, 1);
-  defineOperation(root + "lazyeval.ReadOperation", -1, 1);
-  defineOperation(root + "lazyeval.FilterOperation", 0, 0);
-  defineOperation(root + "lazyeval.SubsrefTabularVarOperation", 0, 1);
-  defineOperation(root + "lazyeval.AggregateOperation", 3, 4);
-  defineOperation(root + "lazyeval.NonPartitionedOperation", 2, 3);
+  for (const OperationRow& row : kOperations) {
+    defineOperation(root + "lazyeval." + row.name, row.inputsAt, row.outputsAt);
+  }
 
   auto graph = std::make_shared<kv::host::ClassCompletion>();
   graph->name = root + "lazyeval.LazyTaskGraph";
@@ -101,17 +118,23 @@ void LazySession::defineClasses() {
          c.out(0, plus());
        }});
   session.completeClass(elementwise);
+
+  auto slicewise = std::make_shared<kv::host::ClassCompletion>();
+  slicewise->name = root + "lazyeval.SlicewiseOperation";
+  slicewise->methods.push_back(
+      {.name = "getCheckedFunctionHandle", .body = [this](const Call& c) { c.out(0, plus()); }});
+  session.completeClass(slicewise);
 }
 
 /// An operation class that notes its constructor's inputs and takes its counts from two of them.
 void LazySession::defineOperation(const std::string& name, int inputsAt, int outputsAt) {
-  auto definition = simpleClass(name, {kOperationClass});
+  auto definition = simpleClass(name, {kOperationClass}, {"CacheEntryKey"});
   const NativeBody construct = [this, name, inputsAt, outputsAt](const Call& c) {
     note(name, Call{c.nlhs, c.plhs, c.nrhs - 1, c.prhs + 1});
-    const Value none = kv::host::makeDouble(0);
-    kv::host::constructSuperclass(
-        c.in(0), "kalvex.bigdata.internal.lazyeval.Operation",
-        {inputsAt < 0 ? none.get() : c.in(1 + inputsAt), c.in(1 + outputsAt)});
+    const Value one = kv::host::makeDouble(1);
+    const auto countAt = [&](int at) { return at == kOne ? one.get() : c.in(1 + at); };
+    kv::host::constructSuperclass(c.in(0), "kalvex.bigdata.internal.lazyeval.Operation",
+                                  {countAt(inputsAt), countAt(outputsAt)});
   };
   definition->constructor = MethodDefinition{.name = name, .body = construct};
   definition->methods.push_back({.name = "createExecutionTasks", .body = [this](const Call& c) {

@@ -1,5 +1,8 @@
 #include "lazyeval/arrayMethods.h"
 
+#include <map>
+#include <string_view>
+
 #include "FunctionHandle.h"
 #include "LazySession.h"
 #include "PartitionMetadata.h"
@@ -83,44 +86,148 @@ TEST_F(ArrayMethodsTest, FilterSlicesCountsWithoutTheSelection) {
 
 TEST_F(ArrayMethodsTest, FilterSlicesWithoutInputsHandsOnAWrappedCount) {
   kxArray* output = nullptr;
-  EXPECT_EQ(errorOf([&] { filterslices(1, &output, 0, nullptr); }),
+  EXPECT_EQ(errorOf([&] {
+              filterslices({1, &output, 0, nullptr});
+            }),
             "KALVEX:validateattributes:invalidType | Input | scalar size_t | 1x1 double");
   EXPECT_EQ(number(constructed("FilterOperation").inputs[0]), 18446744073709551616.0);
 }
 
-TEST_F(ArrayMethodsTest, AggregatesAreBroadcastAndReduceUsesOneHandleTwice) {
-  const Value other = plus();
-  Value array = std::move(
-      method("aggregatefun", 1, {options.get(), function.get(), other.get(), x.get()})[0]);
-  EXPECT_EQ(strategyOf(array), "BroadcastPartitionStrategy");
-  const auto& inputs = constructed("AggregateOperation").inputs;
-  ASSERT_EQ(inputs.size(), 5u);
-  EXPECT_TRUE(isSameObject(inputs[0], options));
-  EXPECT_TRUE(kxIsSameValue(get(inputs[1], "Handle").get(), function.get()));
-  EXPECT_TRUE(kxIsSameValue(get(inputs[2], "Handle").get(), other.get()));
-  EXPECT_EQ(number(inputs[3]), 1);
-  EXPECT_EQ(number(inputs[4]), 1);
+/// What a method gives its operation's constructor, and the strategy of its result. In `inputs`: o
+/// options, f and g functions, x the lazy array, 2 the number 2, c two partitions, t true, 4
+/// partition metadata. In `given`: the same letters, i and n the counts of inputs and outputs.
+struct MethodRow {
+  std::string_view method, operation, inputs, given;
+  std::string_view strategy = "FixedNumPartitionStrategy";
+  bool isDependent = false;
+};
 
-  array = std::move(method("reducefun", 1, {function.get(), x.get()})[0]);
-  EXPECT_TRUE(isSameObject(constructed("AggregateOperation").inputs[1],
-                           constructed("AggregateOperation").inputs[2]));
+constexpr std::string_view kBroadcast = "BroadcastPartitionStrategy";
+constexpr MethodRow kRows[] = {
+    {"elementfun", "ElementwiseOperation", "ofcx", ""},
+    {"smallTallComparison", "SmallTallComparisonOperation", "of2tcx", "of2t2 1"},
+    {"logicalElementfun", "LogicalElementwiseOperation", "ofcx", "of2 1"},
+    {"assertAdaptorCorrect", "AdaptorAssertionOperation", "fc", "of1 1"},
+    {"slicefun", "SlicewiseOperation", "fcx", ""},
+    {"filterslices", "FilterOperation", "xcc", "2"},
+    {"logicalRowSubsref", "LogicalRowSubsrefOperation", "xcc", "2"},
+    {"reducefun", "AggregateOperation", "ofc", "off1 1", kBroadcast},
+    {"aggregatefun", "AggregateOperation", "ofgc", "ofg1 1", kBroadcast},
+    {"reducebykeyfun", "AggregateByKeyOperation", "fxc", "off2 1", "ArbitraryPartitionStrategy"},
+    {"aggregatebykeyfun", "AggregateByKeyOperation", "fgxc", "ofg2 1",
+     "ArbitraryPartitionStrategy"},
+    {"chunkfun", "ChunkwiseOperation", "fc", "of1 1"},
+    {"fixedchunkfun", "FixedChunkwiseOperation", "o2fc", "o2f1 1"},
+    {"partitionfun", "PartitionwiseOperation", "fc", "of1 1", "FixedNumPartitionStrategy", true},
+    {"generalpartitionfun", "GeneralizedPartitionwiseOperation", "fc", "of1 1",
+     "FixedNumPartitionStrategy", true},
+    {"partitionheadfun", "PartitionwiseOperation", "fc", "of1 1t", "FixedNumPartitionStrategy",
+     true},
+    {"repartition", "RepartitionOperation", "4xc", "s1"},
+    {"resizechunks", "ChunkResizeOperation", "c2t", "1 2t"},
+    {"clientfun", "NonPartitionedOperation", "fc", "of1 1", kBroadcast},
+    {"strictslicefun", "SlicewiseOperation", "fcx", ""},
+};
+
+TEST_F(ArrayMethodsTest, MethodsMakeTheirOperationsFromTheirInputs) {
+  const Value valueFuture = ki::toArray(future(closure({})));
+  const Value metadata = make("PartitionMetadata", two);
+  const std::map<char, Value> things = [&] {
+    std::map<char, Value> made;
+    made['c'] = callWith("createFromFutureBuiltin", {valueFuture.get(), two.get()});
+    made['t'] = kv::host::makeLogical(true);
+    made['g'] = plus();
+    for (const auto& [letter, value] :
+         {std::pair{'o', &options}, {'f', &function}, {'x', &x}, {'2', &two}, {'4', &metadata}}) {
+      made[letter] = matrix::sharedCopy(value->get());
+    }
+    return made;
+  }();
+  /// A constructor's input as the table writes it.
+  const auto letterOf = [&](const Value& input) -> std::string {
+    const std::string name = kxGetClassName(input.get());
+    if (name == "double") return std::to_string(static_cast<int>(number(input))) + " ";
+    if (name == "logical") return "t";
+    if (name.ends_with("PartitionedArrayOptions")) return "o";
+    if (name.ends_with("FixedNumPartitionStrategy")) return "s";
+    const Value handle = get(input, "Handle");
+    return kxIsSameValue(handle.get(), function.get()) ? "f" : "g";
+  };
+  for (const MethodRow& row : kRows) {
+    SCOPED_TRACE(row.method);
+    std::vector<const kxArray*> inputs;
+    for (const char letter : row.inputs) inputs.push_back(things.at(letter).get());
+    const Value array = std::move(method(row.method, 1, inputs)[0]);
+    EXPECT_EQ(strategyOf(array), row.strategy);
+    EXPECT_EQ(promiseOf(array).isPartitionIndependent(), !row.isDependent);
+    const Value operation = ki::toArray(promiseOf(array).getClosure()->getOperation());
+    EXPECT_THAT(kxGetClassName(operation.get()), ::testing::EndsWith(row.operation));
+    if (row.given.empty()) continue;  // a native class
+    std::string given;
+    for (const Value& input : constructed(row.operation).inputs) given += letterOf(input);
+    std::erase(given, ' ');
+    std::string expected(row.given);
+    std::erase(expected, ' ');
+    EXPECT_EQ(given, expected);
+  }
 }
 
-TEST_F(ArrayMethodsTest, ClientFunctionsAreBroadcast) {
-  const Value partitioned = [&] {
-    const Value four = kv::host::makeDouble(4);
-    const Value valueFuture = ki::toArray(future(closure({})));
-    return callWith("createFromFutureBuiltin", {valueFuture.get(), four.get()});
-  }();
-  const std::vector<Value> arrays = method("clientfun", 2, {function.get(), partitioned.get()});
-  ASSERT_EQ(arrays.size(), 2u);
-  EXPECT_EQ(strategyOf(arrays[1]), "BroadcastPartitionStrategy");
-  EXPECT_EQ(strategyOf(method("elementfun", 1, {function.get(), partitioned.get()})[0]),
-            "FixedNumPartitionStrategy");
-  const auto& inputs = constructed("NonPartitionedOperation").inputs;
-  ASSERT_EQ(inputs.size(), 4u);
-  EXPECT_EQ(number(inputs[2]), 1);
-  EXPECT_EQ(number(inputs[3]), 2);
+TEST_F(ArrayMethodsTest, ResizingReadsOnlyTheArrays) {
+  const Value array = std::move(method("resizechunks", 1, {x.get(), two.get(), two.get()})[0]);
+  EXPECT_EQ(promiseOf(array).getClosure()->getInputFutures().size(), 1u);
+  method("resizechunks", 1, {x.get()});
+  EXPECT_EQ(constructed("ChunkResizeOperation").inputs.size(), 1u);
+  EXPECT_EQ(errorOf([&] { method("resizechunks", 2, {x.get()}); }), "KALVEX:NotEnoughInputs");
+}
+
+TEST_F(ArrayMethodsTest, AStrictSlicewiseOperationDoesntSpread) {
+  for (const auto& [name, spreads] : {std::pair{"slicefun", true}, {"strictslicefun", false}}) {
+    const Value array = std::move(method(name, 1, {function.get(), x.get()})[0]);
+    const Value operation = ki::toArray(promiseOf(array).getClosure()->getOperation());
+    EXPECT_EQ(getFlag(operation, "AllowTallDimExpansion"), spreads);
+    EXPECT_EQ(kv::host::toLogical(invoke(operation, "isSlicewiseFusable").get()), spreads);
+    EXPECT_FALSE(getFlag(operation, "SupportsDirectEvaluation"));
+    EXPECT_EQ(errorOf([&] { invoke(operation, "directEvaluate"); }),
+              internalError("kalvex.bigdata.internal.lazyeval.SlicewiseOperation"
+                            "does not support direct evaluation."));
+  }
+}
+
+TEST_F(ArrayMethodsTest, TheConditionOfAChoiceIsBroadcastFirst) {
+  stub("kalvex.bigdata.internal.broadcast",
+       [&](const Call& c) { c.out(0, kv::host::makeLogical(true)); });
+  calls.clear();
+  const Value array = std::move(method("ternaryfun", 1, {two.get(), x.get(), two.get()})[0]);
+  EXPECT_EQ(takeCalls(), "broadcast TernaryOperation keepAlive");
+  const auto& inputs = promiseOf(array).getClosure()->getInputFutures();
+  ASSERT_EQ(inputs.size(), 3u);
+  EXPECT_TRUE(kv::host::toLogical(inputs[0]->getValue()));
+  const auto error = [&](int nlhs, const std::vector<const kxArray*>& list) {
+    return errorOf([&] { method("ternaryfun", nlhs, list); });
+  };
+  const std::vector<const kxArray*> pair{x.get(), x.get()};
+  EXPECT_EQ(error(2, pair), "KALVEX:TooManyOutputs");
+  EXPECT_EQ(error(1, {x.get(), x.get(), x.get(), x.get()}), "KALVEX:TooManyInputs");
+  EXPECT_EQ(error(1, pair), "KALVEX:NotEnoughInputs");
+}
+
+TEST_F(ArrayMethodsTest, SomeMethodsMakeNoOperation) {
+  EXPECT_EQ(errorOf([&] { method("joinbykey", 1, {x.get()}); }),
+            internalError("Method PartitionedArray/joinbykey is currently not supported."));
+  stub("kalvex.bigdata.internal.lazyeval.alignpartitions", [](const Call& c) {
+    for (int i = 0; i < c.nlhs; ++i) c.out(i, matrix::sharedCopy(c.in(i)));
+  });
+  const std::vector<Value> aligned = method("alignpartitions", 2, {x.get(), two.get()});
+  EXPECT_TRUE(isSameObject(aligned[0], x));
+  EXPECT_EQ(number(aligned[1]), 2);
+}
+
+TEST_F(ArrayMethodsTest, AReductionByOneFunctionHasOneHandle) {
+  for (const auto& [name, operation] : {std::pair{"reducefun", "AggregateOperation"},
+                                        {"reducebykeyfun", "AggregateByKeyOperation"}}) {
+    method(name, 1, {function.get(), x.get()});
+    EXPECT_TRUE(isSameObject(constructed(operation).inputs[1], constructed(operation).inputs[2]));
+  }
 }
 
 TEST_F(ArrayMethodsTest, TabularReferencesUnwrapLocalArrays) {
@@ -151,7 +258,7 @@ TEST_F(ArrayMethodsTest, MarksAndTellsPartitionIndependence) {
   EXPECT_EQ(number(passed[1]), 2);
 
   kxArray* answer = nullptr;
-  bigdata::lazyeval::isPartitionIndependent(0, &answer, 0, nullptr);
+  bigdata::lazyeval::isPartitionIndependent({0, &answer, 0, nullptr});
   EXPECT_TRUE(kv::host::toLogical(matrix::from_kalvex(answer).get()));
 }
 

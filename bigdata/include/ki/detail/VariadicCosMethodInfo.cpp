@@ -2,8 +2,9 @@
 
 namespace bigdata::ki::detail {
 
+// One slot more than are handed over: a method may fill one output that nobody asked for.
 RawLists::RawLists(int nlhs, int nrhs, const kcos::COSValue* rhs)
-    : outputs_(static_cast<std::size_t>(std::max(nlhs, 1)), nullptr) {
+    : outputs_(static_cast<std::size_t>(std::max(nlhs, 1)) + 1, nullptr) {
   inputs_.reserve(static_cast<std::size_t>(nrhs));
   for (int i = 0; i < nrhs; ++i) {
     inputs_.push_back(rhs[i].array);

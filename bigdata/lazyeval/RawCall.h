@@ -1,0 +1,17 @@
+#pragma once
+
+#include "kx/array.h"
+
+namespace bigdata::lazyeval {
+
+/// A raw call: counts and lists, as the host gives them to a variadic method.
+///
+/// Owner: outputs are null at the start and the caller's afterwards; inputs are lent.
+struct RawCall {
+  int nlhs;
+  kxArray** plhs;
+  int nrhs;
+  const kxArray** prhs;
+};
+
+}  // namespace bigdata::lazyeval
