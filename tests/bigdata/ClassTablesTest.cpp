@@ -123,6 +123,16 @@ method typedAlign 0 2->1
                 derived);
 }
 
+TEST_F(ClassTables, OfTheClosureGraph) {
+  EXPECT_EQ(described("optimizer.ClosureGraph"), R"(
+constructor 2 (0)
+constructor 0 (any)
+property Graph 0/2 2560
+property Futures 0/2 2560
+method recalculate 0 1->0
+)");
+}
+
 TEST_F(ClassTables, OfMetadataAndProcessorBuilders) {
   EXPECT_EQ(described("PartitionMetadata"), R"(
 constructor 2 (0)

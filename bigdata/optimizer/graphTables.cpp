@@ -1,0 +1,118 @@
+#include "optimizer/graphTables.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <variant>
+
+#include "fl/i18n.h"
+#include "kcos/class.h"
+#include "ki/conversions.h"
+#include "ki/hostCalls.h"
+#include "kx/string.h"
+#include "lazyeval/Operation.h"
+
+namespace bigdata::optimizer {
+
+using ki::KalvexManagedPtr;
+using lazyeval::Closure;
+using lazyeval::ClosureFuture;
+using lazyeval::ClosureGraphNode;
+using lazyeval::ClosurePromise;
+using matrix::ArrayPtr;
+
+namespace {
+
+std::u16string nameOf(const ClosureGraphNode& node) {
+  return std::visit([](const auto& object) { return object->getIdStr(); }, node);
+}
+
+ArrayPtr objectOf(const ClosureGraphNode& node) {
+  return std::visit([](const auto& object) { return ki::toArray(object); }, node);
+}
+
+std::u16string operationClass(const Closure& closure) {
+  const lazyeval::Operation& operation = *closure.getOperation();
+  return fl::i18n::to_ustring(operation.selfInterface()->getClassObject()->getName());
+}
+
+ArrayPtr makeLogicalColumn(std::size_t rows) {
+  return matrix::from_kalvex(
+      kxCreateNumericArray(std::array<std::size_t, 2>{rows, 1}, kxLOGICAL_CLASS));
+}
+
+/// Source and target of an edge, by name.
+using Edge = std::pair<std::u16string, std::u16string>;
+
+/// Adds the edges that lead to a node.
+struct EdgeCollector {
+  std::vector<Edge>& edges;
+
+  void operator()(const KalvexManagedPtr<Closure>& closure) const {
+    for (const auto& input : closure->getInputFutures()) {
+      edges.emplace_back(input->getIdStr(), closure->getIdStr());
+    }
+  }
+  void operator()(const KalvexManagedPtr<ClosureFuture>& future) const {
+    edges.emplace_back(future->getPromise()->getIdStr(), future->getIdStr());
+  }
+  void operator()(const KalvexManagedPtr<ClosurePromise>& promise) const {
+    if (!promise->isDone()) {
+      edges.emplace_back(promise->getClosure()->getIdStr(), promise->getIdStr());
+    }
+  }
+};
+
+std::vector<Edge> collectEdges(const GraphNodes& nodes) {
+  std::vector<Edge> edges;
+  for (const ClosureGraphNode& node : nodes) {
+    std::visit(EdgeCollector{edges}, node);
+  }
+  std::ranges::sort(edges);
+  edges.erase(std::unique(edges.begin(), edges.end()), edges.end());
+  return edges;
+}
+
+}  // namespace
+
+ArrayPtr makeNodeTable(const GraphNodes& nodes) {
+  using namespace Torvane::String;
+  const std::size_t count = nodes.size();
+  const ArrayPtr names = createStringArray(count, 1);
+  const ArrayPtr objects = matrix::from_kalvex(kxCreateCellMatrix(count, 1));
+  const ArrayPtr areClosures = makeLogicalColumn(count);
+  const ArrayPtr operations = createStringArray(count, 1);
+  for (std::size_t row = 0; row < count; ++row) {
+    setString(names.get(), row, nameOf(nodes[row]));
+    kxSetCell(objects.get(), row, objectOf(nodes[row]).release());
+    if (const auto* closure = std::get_if<KalvexManagedPtr<Closure>>(&nodes[row])) {
+      static_cast<bool*>(kxGetMutableData(areClosures.get()))[row] = true;
+      setString(operations.get(), row, operationClass(**closure));
+    }
+  }
+  const ArrayPtr types = ki::callHost("categorical", {operations.get()});
+  const ArrayPtr label = matrix::create("VariableNames");
+  const ArrayPtr variables = createStringArray(1, 4);
+  std::size_t column = 0;
+  for (const auto* variable : {u"Name", u"NodeObj", u"IsClosure", u"OpType"}) {
+    setString(variables.get(), column++, variable);
+  }
+  return ki::callHost("table", {names.get(), objects.get(), areClosures.get(), types.get(),
+                                label.get(), variables.get()});
+}
+
+ArrayPtr makeEdgeTable(const GraphNodes& nodes) {
+  const std::vector<Edge> edges = collectEdges(nodes);
+  const ArrayPtr ends = Torvane::String::createStringArray(edges.size(), 2);
+  for (std::size_t row = 0; row < edges.size(); ++row) {
+    Torvane::String::setString(ends.get(), row, edges[row].first);
+    Torvane::String::setString(ends.get(), edges.size() + row, edges[row].second);
+  }
+  const ArrayPtr label = matrix::create("VariableNames");
+  const ArrayPtr variable = matrix::create("EndNodes");
+  return ki::callHost("table", {ends.get(), label.get(), variable.get()});
+}
+
+}  // namespace bigdata::optimizer
