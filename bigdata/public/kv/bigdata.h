@@ -36,6 +36,10 @@ KV_BIGDATA_API void alignPartitionMetadataBuiltin(int nlhs, matrix::ArrayPtr* pl
 KV_BIGDATA_API void vertcatPartitionMetadataBuiltin(int nlhs, matrix::ArrayPtr* plhs, int nrhs,
                                                     const kxArray** prhs);
 
+/// (value...) -> 1-by-n logical: whether `gather` has nothing to do for each value.
+KV_BIGDATA_API void canSkipGather(int nlhs, matrix::ArrayPtr* plhs, int nrhs,
+                                  const kxArray* const* prhs);
+
 }  // namespace bigdata
 
 namespace bigdata::executor {
@@ -78,11 +82,17 @@ struct RawBuiltinEntry {
   void (*function)(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs);
 };
 
+/// In the form that builtins are entered in.
+inline void canSkipGather(int nlhs, matrix::ArrayPtr* plhs, int nrhs, const kxArray** prhs) {
+  ::bigdata::canSkipGather(nlhs, plhs, nrhs, prhs);
+}
+
 inline constexpr OwningBuiltinEntry kOwningBuiltins[] = {
     {"hasInternalStackFramesBuiltin", ::bigdata::hasInternalStackFramesBuiltin},
     {"userStackBuiltin", ::bigdata::userStackBuiltin},
     {"alignPartitionMetadataBuiltin", ::bigdata::alignPartitionMetadataBuiltin},
     {"vertcatPartitionMetadataBuiltin", ::bigdata::vertcatPartitionMetadataBuiltin},
+    {"canSkipGather", canSkipGather},
     {"createPartitionStrategyBuiltin", ::bigdata::executor::createPartitionStrategyBuiltin},
     {"alignPartitionStrategyBuiltin", ::bigdata::executor::alignPartitionStrategyBuiltin},
     {"createFromConstantBuiltin", ::bigdata::lazyeval::createFromConstantBuiltin},
