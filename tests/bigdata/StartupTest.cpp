@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "CoreSession.h"
 #include "kv/bigdata.h"
 
@@ -7,14 +5,6 @@ namespace bigdata {
 namespace {
 
 class Startup : public CoreSession {};
-
-TEST_F(Startup, EntersTheClassesInTheOrderOfTheirNames) {
-  const std::vector<std::string> classes = session.classes();
-  EXPECT_TRUE(std::is_sorted(classes.begin(), classes.end()));
-  EXPECT_EQ(std::adjacent_find(classes.begin(), classes.end()), classes.end());
-  ASSERT_EQ(classes.size(), 19u);
-  EXPECT_EQ(classes.front(), "kalvex.bigdata.internal.FunctionHandle");
-}
 
 TEST_F(Startup, TwiceInASessionLeavesItAsItWas) {
   const Value strategy = make("executor.ArbitraryPartitionStrategy");
