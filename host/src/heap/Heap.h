@@ -156,7 +156,7 @@ class Heap {
   void sweep() noexcept;
   void stopIfBroken() const noexcept;
 
-  static constinit thread_local Heap* current_ __attribute__((tls_model("initial-exec")));
+  static constinit thread_local Heap* current_;
 
   Options options_;
   Counters counters_;

@@ -5,15 +5,25 @@
 #include <new>
 #include <utility>
 
+#include "heap/pages.h"
+
 namespace kv::host {
 
 constinit thread_local Pool::Cache* Pool::cache_ = nullptr;
 
 /// What threads share: batches of blocks, all caches, and the caches of threads that ended.
 struct Pool::Depot {
-  static constexpr std::size_t kChunkBytes = 64 * 1024;
+  /// A process that needs little takes no huge page.
+  static constexpr std::size_t kFirstBytes = 256 * 1024;
+
+  /// Memory that was never used.
+  /// Errors: std::bad_alloc.
+  std::byte* takeFresh(std::size_t bytes);
 
   std::mutex mutex;
+  std::byte* fresh = nullptr;
+  std::size_t freshBytes = 0;
+  bool takesHugePages = false;
   std::array<Block*, kLargest / kStep> batches{};
   Cache* idle = nullptr;
   Cache* all = nullptr;
@@ -79,26 +89,32 @@ void Pool::freeSlowly(void* memory, std::size_t bytes) noexcept {
   // A thread without a cache gives the block back as a batch of one.
   const std::lock_guard lock(depot().mutex);
   Block*& batches = depot().batches[listOf(bytes)];
-  batches = new (memory) Block{nullptr, batches};
+  batches = new (memory) Block{nullptr, batches, 1};
+}
+
+std::byte* Pool::Depot::takeFresh(std::size_t bytes) {
+  if (freshBytes < bytes) {
+    fresh = static_cast<std::byte*>(
+        takesHugePages ? newHugePage() : ::operator new(kFirstBytes, std::align_val_t(kStep)));
+    freshBytes = std::exchange(takesHugePages, true) ? kHugePageBytes : kFirstBytes;
+  }
+  freshBytes -= bytes;
+  return std::exchange(fresh, fresh + bytes);
 }
 
 void Pool::refill(List& list, std::size_t index) {
   const std::lock_guard lock(depot().mutex);
   if (Block* batch = depot().batches[index]) {
     depot().batches[index] = batch->nextBatch;
-    list.first = batch;
-    for (const Block* block = batch; block != nullptr; block = block->next) {
-      ++list.size;
-    }
+    list = {batch, batch->batchSize};
     return;
   }
   const std::size_t blockBytes = (index + 1) * kStep;
-  auto* chunk =
-      static_cast<std::byte*>(::operator new(Depot::kChunkBytes, std::align_val_t(kStep)));
-  for (std::size_t at = Depot::kChunkBytes / blockBytes; at-- > 0;) {
-    list.first = new (chunk + at * blockBytes) Block{list.first, nullptr};
-    ++list.size;
+  std::byte* fresh = depot().takeFresh(kBatch * blockBytes);
+  for (std::size_t at = kBatch; at-- > 0;) {
+    list.first = new (fresh + at * blockBytes) Block{list.first};
   }
+  list.size = kBatch;
 }
 
 void Pool::giveBatch(List& list, std::size_t index) noexcept {
@@ -110,6 +126,7 @@ void Pool::giveBatch(List& list, std::size_t index) noexcept {
   list.first = last->next;
   list.size -= kBatch;
   last->next = nullptr;
+  batch->batchSize = kBatch;
   const std::lock_guard lock(depot().mutex);
   batch->nextBatch = std::exchange(depot().batches[index], batch);
 }

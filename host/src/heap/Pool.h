@@ -50,7 +50,7 @@ class Pool {
       return;
     }
     List& list = cache->lists[listOf(bytes)];
-    list.first = new (memory) Block{list.first, nullptr};
+    list.first = new (memory) Block{list.first};
     if (++list.size > 2 * kBatch) {
       giveBatch(list, listOf(bytes));
     }
@@ -72,7 +72,9 @@ class Pool {
  private:
   struct Block {
     Block* next;
-    Block* nextBatch;  ///< of the first block of a batch in the depot
+    // Of the first block of a batch in the depot:
+    Block* nextBatch = nullptr;
+    std::size_t batchSize = 0;
   };
   struct List {
     Block* first = nullptr;
@@ -107,7 +109,7 @@ class Pool {
   static void giveBatch(List& list, std::size_t index) noexcept;
   static void countSlowly(Counted kind, std::int64_t change) noexcept;
 
-  static constinit thread_local Cache* cache_ __attribute__((tls_model("initial-exec")));
+  static constinit thread_local Cache* cache_;
 };
 
 /// Base of types whose single objects live in the pool.

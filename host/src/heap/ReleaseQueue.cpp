@@ -10,8 +10,7 @@ namespace kv::host {
 namespace {
 
 /// The closed session whose remains this thread is taking apart.
-constinit thread_local const ReleaseQueue* tPosthumous __attribute__((tls_model("initial-exec"))) =
-    nullptr;
+constinit thread_local const ReleaseQueue* tPosthumous = nullptr;
 
 }  // namespace
 

@@ -49,10 +49,10 @@ class Teardown {
   static void destroyPayloads() noexcept;
   static void releaseCallables() noexcept;
 
-  static constinit thread_local int depth_ __attribute__((tls_model("initial-exec")));
-  static constinit thread_local Payload* payloads_ __attribute__((tls_model("initial-exec")));
-  static constinit thread_local Payload* callables_ __attribute__((tls_model("initial-exec")));
-  static constinit thread_local bool releasing_ __attribute__((tls_model("initial-exec")));
+  static constinit thread_local int depth_;
+  static constinit thread_local Payload* payloads_;
+  static constinit thread_local Payload* callables_;
+  static constinit thread_local bool releasing_;
 };
 
 }  // namespace kv::host

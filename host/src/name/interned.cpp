@@ -29,14 +29,14 @@ struct Table {
   std::unique_ptr<std::atomic<const Entry*>[]> slots;
 };
 
+/// Where names are looked up, without a lock; null until there is one.
+constinit std::atomic<const Table*> newest = nullptr;
+
 /// The names of the process. Tables that were outgrown stay, since a reader may be in one; together
 /// they are smaller than the newest.
 class Names {
  public:
-  const Entry* find(NameRef name) const noexcept {
-    std::size_t index = 0;
-    return newest_.load(std::memory_order_acquire)->find(name, index);
-  }
+  Names() { newest.store(tables_.back().get(), std::memory_order_release); }
 
   const Entry* insert(NameRef name) {
     const std::lock_guard lock(mutex_);
@@ -66,7 +66,7 @@ class Names {
       }
     }
     tables_.push_back(std::move(larger));
-    newest_.store(tables_.back().get(), std::memory_order_release);
+    newest.store(tables_.back().get(), std::memory_order_release);
   }
 
   std::mutex mutex_;
@@ -75,7 +75,6 @@ class Names {
     first.push_back(std::make_unique<Table>(4096));
     return first;
   }();
-  std::atomic<const Table*> newest_{tables_.back().get()};
   std::size_t count_ = 0;
 };
 
@@ -90,8 +89,13 @@ COSInternedBase makeInterned(NameRef name) {
   if (name.text().empty()) {
     return COSInternedBase();
   }
-  const Entry* entry = names().find(name);
-  return COSInternedBase(entry != nullptr ? entry : names().insert(name));
+  if (const Table* table = newest.load(std::memory_order_acquire)) {
+    std::size_t index = 0;
+    if (const Entry* entry = table->find(name, index)) {
+      return COSInternedBase(entry);
+    }
+  }
+  return COSInternedBase(names().insert(name));
 }
 
 }  // namespace kcos::internal

@@ -39,8 +39,7 @@ struct SessionState {
 };
 
 namespace detail {
-extern constinit thread_local SessionState* tCurrentSession
-    __attribute__((tls_model("initial-exec")));
+extern constinit thread_local SessionState* tCurrentSession;
 }
 
 /// The thread's current session, or null.
