@@ -21,10 +21,20 @@ function(kv_arrow_from_wheel folder)
   endforeach()
 endfunction()
 
-find_package(Arrow QUIET CONFIG)
-find_package(ArrowCompute QUIET CONFIG)  # a library of its own since Arrow 21
-find_package(ArrowDataset QUIET CONFIG)
-find_package(Parquet QUIET CONFIG)
+if(SKBUILD AND NOT KV_ARROW_WHEEL)
+  # A Python wheel runs on the Arrow of the pyarrow that it is installed beside.
+  find_package(Python 3.11 REQUIRED COMPONENTS Interpreter)
+  execute_process(
+    COMMAND ${Python_EXECUTABLE} -c "import os, pyarrow; print(os.path.dirname(pyarrow.__file__))"
+    OUTPUT_VARIABLE KV_ARROW_WHEEL OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+endif()
+
+if(NOT SKBUILD)
+  find_package(Arrow QUIET CONFIG)
+  find_package(ArrowCompute QUIET CONFIG)  # a library of its own since Arrow 21
+  find_package(ArrowDataset QUIET CONFIG)
+  find_package(Parquet QUIET CONFIG)
+endif()
 if(Arrow_FOUND AND ArrowCompute_FOUND AND ArrowDataset_FOUND AND Parquet_FOUND)
   message(STATUS "Arrow ${ARROW_VERSION} from the system")
   target_link_libraries(kv_arrow INTERFACE

@@ -1,0 +1,64 @@
+"""Errors, warnings, frames and properties as Python sees them."""
+
+from typing import Any, NamedTuple
+
+
+class Frame(NamedTuple):
+    """A frame of a user's stack."""
+
+    file: str
+    name: str
+    line: int
+
+
+class Warning(NamedTuple):
+    """A warning that a session issued."""
+
+    identifier: str
+    arguments: list
+    message: str
+
+
+class Property:
+    """A property of a class: its default, and who may read and write it.
+
+    Access levels: 0 everybody, 1 the class and its subclasses, 2 the class alone; as set access also
+    3 (constructors of the class alone) and 5 (nobody).
+    """
+
+    def __init__(self, default: Any = None, get: int = 0, set: int = 0):
+        self.default = default
+        self.get = get
+        self.set = set
+
+    def __repr__(self) -> str:
+        return f"Property({self.default!r}, get={self.get}, set={self.set})"
+
+
+class Error(Exception):
+    """An error of the host, or one for it.
+
+    Raised in a Python callable it keeps identifier, arguments and message through the host and back.
+
+    identifier: such as "KALVEX:UndefinedFunction".
+    message: a sentence for people.
+    arguments: list of str, what the identifier's text is filled with.
+    cause: the exception that led to it: another Error, the Python exception that it was made of, or
+        None.
+    stack: list of Frame, innermost first; empty until the error has been in the host.
+    object: the host.Object of class "KException" or of a subclass, or None if no session made one.
+    """
+
+    def __init__(self, identifier, message="", arguments=(), cause=None):
+        super().__init__(identifier, message, list(arguments), cause)
+        self.identifier = identifier
+        self.message = message
+        self.arguments = list(arguments)
+        self.cause = cause
+        self.stack = []
+        self.object = None
+        if isinstance(cause, BaseException):
+            self.__cause__ = cause
+
+    def __str__(self) -> str:
+        return f"{self.identifier}: {self.message}" if self.message else self.identifier

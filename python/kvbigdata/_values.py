@@ -1,0 +1,222 @@
+"""Values of the host that Python has no type of its own for."""
+
+from collections.abc import Iterable, Mapping, Sequence
+
+import numpy as np
+
+
+def copyToColumns(array):
+    """A copy of `array`, column-major and in the machine's byte order."""
+    array = np.asarray(array)
+    return np.array(array, dtype=array.dtype.newbyteorder("="), order="F", copy=True)
+
+
+def emptyArray(shape, typeName):
+    """A read-only array without elements."""
+    array = np.zeros(shape, dtype=typeName, order="F")
+    array.setflags(write=False)
+    return array
+
+
+def numpyScalar(typeName, data):
+    """A NumPy scalar from its bytes."""
+    return np.frombuffer(data, dtype=typeName)[0]
+
+
+def _objectArray(elements, shape):
+    array = np.empty(shape, dtype=object, order="F")
+    flat = array.reshape(-1, order="F")
+    for index, element in enumerate(elements):
+        flat[index] = element
+    return array
+
+
+class String(str):
+    """A string scalar; a plain `str` is a char row."""
+
+    __slots__ = ()
+
+    def __repr__(self) -> str:
+        return f"String({str.__repr__(self)})"
+
+
+class Chars(Sequence):
+    """A char matrix: a sequence of its rows, equally long texts."""
+
+    def __init__(self, rows: Iterable[str]):
+        self._rows = tuple(rows)
+        for row in self._rows:
+            if not isinstance(row, str):
+                raise TypeError(f"rows of Chars must be str, not {type(row).__name__}")
+        if len({len(row) for row in self._rows}) > 1:
+            raise ValueError("rows of Chars must be equally long")
+
+    @property
+    def shape(self):
+        """Rows and characters a row."""
+        return len(self._rows), len(self._rows[0]) if self._rows else 0
+
+    def __len__(self):
+        return len(self._rows)
+
+    def __getitem__(self, index):
+        return self._rows[index]
+
+    def __eq__(self, other):
+        return self._rows == other._rows if isinstance(other, Chars) else NotImplemented
+
+    def __hash__(self):
+        return hash(self._rows)
+
+    def __repr__(self):
+        return f"Chars({list(self._rows)!r})"
+
+
+class _Shaped:
+    """What has a shape and elements, held as an object array of two dimensions."""
+
+    _elements: np.ndarray
+
+    @property
+    def shape(self):
+        """Extents of the two dimensions."""
+        return self._elements.shape
+
+    def _columnwise(self):
+        return self._elements.reshape(-1, order="F")
+
+    def __len__(self):
+        return self._elements.size
+
+    def __iter__(self):
+        return iter(self._columnwise().tolist())
+
+    def __eq__(self, other):
+        if type(other) is not type(self):
+            return NotImplemented
+        return self.shape == other.shape and list(self) == list(other)
+
+    __hash__ = None
+
+
+class StringArray(_Shaped):
+    """A string array: elements are `str`, or None where missing.
+
+    Made of nested lists or an object array; a flat list is a column. `np.asarray(x, dtype=object)`
+    gives the elements.
+    """
+
+    def __init__(self, elements):
+        array = elements if isinstance(elements, np.ndarray) else np.array(elements, dtype=object)
+        if array.size == 0 and array.ndim < 2:
+            array = array.reshape(0, 1)
+        elif array.ndim < 2:
+            array = array.reshape(-1, 1)
+        if array.ndim != 2:
+            raise ValueError(f"a StringArray has two dimensions, not {array.ndim}")
+        self._elements = array.astype(object)
+        for text in self._elements.flat:
+            if text is not None and not isinstance(text, str):
+                raise TypeError(
+                    f"elements of a StringArray must be str or None, not {type(text).__name__}"
+                )
+
+    @classmethod
+    def _fromColumns(cls, elements, shape):
+        return cls(_objectArray(elements, shape))
+
+    def __array__(self, dtype=None, copy=None):
+        return np.array(self._elements, dtype=dtype or object)
+
+    def __getitem__(self, index):
+        found = self._columnwise()[index] if isinstance(index, int) else self._elements[index]
+        return found if found is None or isinstance(found, str) else StringArray(found)
+
+    def tolist(self):
+        """Nested lists, row by row."""
+        return self._elements.tolist()
+
+    def __repr__(self):
+        return f"StringArray({self.tolist()!r})"
+
+
+class Cell(np.ndarray):
+    """A cell: an object array of at least two dimensions, each element a value of its own.
+
+    Made of an object array or a list; a flat list is a row, a list of equally long lists has a row
+    each.
+    """
+
+    def __new__(cls, elements=()):
+        if isinstance(elements, np.ndarray):
+            array = elements.astype(object)
+            return (array.reshape(1, -1) if array.ndim < 2 else array).view(cls)
+        elements = list(elements)
+        rows = elements and all(type(element) is list for element in elements)
+        if rows and len({len(element) for element in elements}) == 1:
+            columns = len(elements[0])
+            flat = [elements[i][j] for j in range(columns) for i in range(len(elements))]
+            return cls._fromColumns(flat, (len(elements), columns))
+        return cls._fromColumns(elements, (1, len(elements)))
+
+    @classmethod
+    def _fromColumns(cls, elements, shape):
+        return _objectArray(elements, shape).view(cls)
+
+    def _columnwise(self):
+        return self.reshape(-1, order="F").view(np.ndarray)
+
+
+class StructArray(_Shaped, Sequence):
+    """A structure array: a sequence of dicts with the same keys in the same order; a column."""
+
+    def __init__(self, records: Iterable[Mapping] = ()):
+        records = [dict(record) for record in records]
+        self.fields = tuple(records[0]) if records else ()
+        for record in records:
+            if record.keys() != set(self.fields):
+                raise ValueError(
+                    f"records of a StructArray must have the same keys: {list(self.fields)} and "
+                    f"{list(record)}"
+                )
+        self._elements = _objectArray(records, (len(records), 1))
+
+    @classmethod
+    def _fromColumns(cls, elements, shape, fields):
+        made = cls()
+        made.fields = tuple(fields)
+        made._elements = _objectArray(elements, shape)
+        return made
+
+    def __getitem__(self, index):
+        return self._columnwise()[index]
+
+    def __repr__(self):
+        return f"StructArray({list(self)!r})"
+
+
+class ObjectArray(_Shaped, Sequence):
+    """An object array of a class; elements are `Object`, or None where unset. A column."""
+
+    def __init__(self, class_name: str, objects: Iterable = ()):
+        objects = list(objects)
+        self.class_name = class_name
+        self._elements = _objectArray(objects, (len(objects), 1))
+
+    @classmethod
+    def _fromColumns(cls, class_name, elements, shape):
+        made = cls(class_name)
+        made._elements = _objectArray(elements, shape)
+        return made
+
+    def __eq__(self, other):
+        same = super().__eq__(other)
+        return same if same is NotImplemented else same and self.class_name == other.class_name
+
+    __hash__ = None
+
+    def __getitem__(self, index):
+        return self._columnwise()[index]
+
+    def __repr__(self):
+        return f"ObjectArray({self.class_name!r}, {list(self)!r})"

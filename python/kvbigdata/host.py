@@ -1,0 +1,62 @@
+"""The embedded host, from Python: calls by name, objects, functions and classes.
+
+    from kvbigdata import host
+
+    with host.Session() as s:
+        a = s.call("createFromConstantBuiltin", 42.0)
+        a.get("ValueFuture").get("Value")          # 42.0
+
+Values go in and come back so:
+
+    None                              null array
+    bool, float, int                  logical and double scalars (an int must fit exactly)
+    NumPy scalars and arrays          the same class; read-only memory is borrowed, and what comes
+                                      back is a read-only view of at least two dimensions
+    str, Chars                        char row, char matrix
+    String, StringArray               string scalar, string array
+    list or tuple, Cell               1-by-n cell, cell; comes back as Cell
+    dict, StructArray                 structure, structure array
+    a callable                        function handle; called as fn(nargout, *args)
+    Function                          handle of a named function
+    Object, ObjectArray               object, object array
+
+Anything else raises TypeError. The host's errors are raised as Error.
+"""
+
+import atexit as _atexit
+
+try:
+    from . import _host
+except ImportError:
+    # Arrow's libraries aren't beside this package: let pyarrow bring them in from where it is.
+    import pyarrow.dataset as _dataset  # noqa: F401
+    import pyarrow.parquet as _parquet  # noqa: F401
+
+    from . import _host
+from ._host import Function, Object, Session, ledger
+from ._records import Error, Frame, Property, Warning
+from ._values import Cell, Chars, ObjectArray, String, StringArray, StructArray
+
+__all__ = [
+    "Session",
+    "Object",
+    "Function",
+    "Error",
+    "Frame",
+    "Warning",
+    "Property",
+    "Chars",
+    "String",
+    "StringArray",
+    "Cell",
+    "StructArray",
+    "ObjectArray",
+    "ledger",
+]
+
+# They belong here, whatever file they stand in.
+for _class in (globals()[name] for name in __all__):
+    if isinstance(_class, type):
+        _class.__module__ = __name__
+
+_atexit.register(_host._close_all)

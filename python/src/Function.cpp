@@ -1,0 +1,76 @@
+#include "Function.h"
+
+#include <nanobind/stl/string.h>
+
+#include "calls.h"
+#include "errors.h"
+#include "values.h"
+
+namespace kv::python {
+
+Function::Function(const kxArray* handle)
+    : name_(host::callableName(handle)), session_(Use::current()) {
+  if (host::callableBody(handle) != nullptr) {
+    callable_ = std::shared_ptr<const kxArray>(matrix::sharedCopy(handle));
+  }
+}
+
+host::Value Function::toHost() const {
+  if (callable_ == nullptr) {
+    return host::makeFunctionHandle(name_);
+  }
+  if (session_ != Use::current()) {
+    raiseInPython("KALVEX:session:OtherSession");
+  }
+  return matrix::sharedCopy(callable_.get());
+}
+
+nb::object Function::call(int nargout, const nb::args& args) const {
+  checkNargout(nargout);
+  const SessionPtr session = session_ != nullptr ? session_ : Use::current();
+  if (session == nullptr) {
+    raiseInPython("KALVEX:session:Closed");
+  }
+  const Use use(session);
+  return fromHost([&] {
+    const Inputs inputs(args);
+    const host::Value handle = toHost();
+    std::vector<const kxArray*> all{handle.get()};
+    all.insert(all.end(), inputs.span().begin(), inputs.span().end());
+    return toResult(nargout, session->host().call("feval", nargout, all));
+  });
+}
+
+bool Function::operator==(const Function& other) const {
+  if (callable_ == nullptr || other.callable_ == nullptr) {
+    return callable_ == other.callable_ && name_ == other.name_;
+  }
+  return kxIsSameValue(callable_.get(), other.callable_.get());
+}
+
+void bindFunction(nb::module_& module) {
+  using namespace nb::literals;
+  nb::class_<Function>(
+      module, "Function",
+      "A function of the host, by its name; called as fn(nargout, *args), as callables are.\n\n"
+      "One that came from a session runs there, one made by name in the session that runs on the "
+      "calling thread.")
+      .def(nb::init<std::string>(), "name"_a)
+      .def_prop_ro("name", &Function::name, "What the function is called.")
+      .def("__call__", &Function::call, "nargout"_a, "args"_a,
+           "Calls it; outputs as of `Session.call`.")
+      .def(
+          "__eq__",
+          [](const Function& self, nb::handle other) {
+            return nb::isinstance<Function>(other) && self == *nb::inst_ptr<Function>(other);
+          },
+          "other"_a.none())
+      .def("__hash__",
+           [](const Function& self) {
+             return static_cast<Py_hash_t>(std::hash<std::string>()(self.name()) >> 1);
+           })
+      .def("__repr__",
+           [](const Function& self) { return "kvbigdata.host.Function('" + self.name() + "')"; });
+}
+
+}  // namespace kv::python

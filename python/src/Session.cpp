@@ -1,0 +1,94 @@
+#include "Session.h"
+
+#include <mutex>
+#include <vector>
+
+#include "errors.h"
+#include "kv/runtime/runtime.h"
+#include "stacks.h"
+
+namespace kv::python {
+namespace {
+
+thread_local const SessionPtr* tInnermost = nullptr;
+
+std::mutex openMutex;
+
+std::vector<std::weak_ptr<SharedSession>>& openSessions() {
+  static std::vector<std::weak_ptr<SharedSession>> sessions;
+  return sessions;
+}
+
+void remember(const SessionPtr& session) {
+  const std::lock_guard lock(openMutex);
+  std::erase_if(openSessions(), [](const auto& each) { return each.expired(); });
+  openSessions().push_back(session);
+}
+
+const SessionPtr& checked(const SessionPtr& session) {
+  if (session->isClosed()) {
+    raiseInPython("KALVEX:session:Closed");
+  }
+  if (!session->isHere()) {
+    raiseInPython("KALVEX:session:WrongThread");
+  }
+  return session;
+}
+
+}  // namespace
+
+SessionPtr SharedSession::open(bool withRuntime, bool stress) {
+  SessionPtr session(new SharedSession(stress));
+  session->host_.setStackProvider(pythonStack);
+  if (withRuntime) {
+    runtime::load(session->host_);
+  } else {
+    runtime::loadCore(session->host_);
+  }
+  remember(session);
+  return session;
+}
+
+void SharedSession::closeAll() {
+  std::vector<std::weak_ptr<SharedSession>> sessions;
+  {
+    const std::lock_guard lock(openMutex);
+    sessions = openSessions();
+  }
+  for (const auto& each : sessions) {
+    if (const SessionPtr session = each.lock(); session != nullptr && session->uses_ == 0) {
+      session->host_.close();
+    }
+  }
+}
+
+void SharedSession::close() {
+  if (isClosed()) {
+    return;
+  }
+  if (!isHere()) {
+    raiseInPython("KALVEX:session:WrongThread");
+  }
+  if (uses_ > 0) {
+    raiseInPython("KALVEX:session:InUse");
+  }
+  host_.close();
+}
+
+Use::Use(const SessionPtr& session)
+    : session_(checked(session)), scope_(session->host()), outer_(tInnermost) {
+  tInnermost = &session_;
+  ++session_->uses_;
+}
+
+Use::~Use() {
+  --session_->uses_;
+  tInnermost = outer_;
+}
+
+const SessionPtr& Use::current() {
+  static const SessionPtr none;
+  return tInnermost != nullptr ? *tInnermost : none;
+}
+
+}  // namespace kv::python

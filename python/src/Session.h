@@ -1,0 +1,63 @@
+#pragma once
+
+#include <nanobind/nanobind.h>
+
+#include <memory>
+#include <thread>
+
+#include "kv/host/session.h"
+
+namespace kv::python {
+
+namespace nb = nanobind;
+
+/// A session of the host as Python's wrappers share it: it lives as long as one of them does.
+///
+/// Threads: everything but dropping belongs to the thread that made it, and needs the interpreter's
+/// lock.
+class SharedSession : public std::enable_shared_from_this<SharedSession> {
+ public:
+  /// Errors: those of the host.
+  static std::shared_ptr<SharedSession> open(bool withRuntime, bool stress);
+  /// Closes what is still open, on whatever thread: for the end of the interpreter.
+  static void closeAll();
+
+  /// Frees every object. Does nothing the second time.
+  /// Errors: "KALVEX:session:InUse" while a call runs in it.
+  void close();
+
+  host::Session& host() { return host_; }
+  bool isHere() const { return thread_ == std::this_thread::get_id(); }
+  bool isClosed() const { return host_.isClosed(); }
+
+ private:
+  friend class Use;
+  explicit SharedSession(bool stress) : host_({.stress = stress}) {}
+
+  host::Session host_;
+  std::thread::id thread_ = std::this_thread::get_id();
+  int uses_ = 0;
+};
+
+using SessionPtr = std::shared_ptr<SharedSession>;
+
+/// One use of a session from Python: checks that it may be used here, and makes it current.
+///
+/// Errors: "KALVEX:session:Closed", "KALVEX:session:WrongThread".
+class Use {
+ public:
+  explicit Use(const SessionPtr& session);
+  ~Use();
+  Use(const Use&) = delete;
+  Use& operator=(const Use&) = delete;
+
+  /// The session of the innermost use on this thread, or null.
+  static const SessionPtr& current();
+
+ private:
+  SessionPtr session_;
+  host::Session::Scope scope_;
+  const SessionPtr* outer_;
+};
+
+}  // namespace kv::python

@@ -1,0 +1,202 @@
+#include "bindSession.h"
+
+#include <nanobind/stl/optional.h>
+#include <nanobind/stl/string.h>
+
+#include <optional>
+
+#include "Session.h"
+#include "callables.h"
+#include "calls.h"
+#include "definitions.h"
+#include "errors.h"
+#include "pyObjects.h"
+#include "texts.h"
+#include "values.h"
+
+namespace kv::python {
+namespace {
+
+/// What Python holds as a Session.
+struct PySession {
+  SessionPtr shared;
+};
+
+template <class Body>
+decltype(auto) in(const PySession& self, Body&& body) {
+  const Use use(self.shared);
+  return fromHost([&] { return body(self.shared->host()); });
+}
+
+void open(PySession* self, bool runtime, bool stress) {
+  try {
+    new (self) PySession{SharedSession::open(runtime, stress)};
+  } catch (const std::bad_alloc&) {
+    raiseInPython("KALVEX:OutOfMemory");
+  }
+}
+
+nb::object call(const PySession& self, const std::string& name, const nb::args& args, int nargout,
+                nb::handle asClass) {
+  checkNargout(nargout);
+  return in(self, [&](host::Session& session) {
+    const Inputs inputs(args);
+    return toResult(nargout, session.call(name, nargout, inputs.span(), rightsOf(asClass)));
+  });
+}
+
+nb::object construct(const PySession& self, const std::string& className, const nb::args& args,
+                     nb::handle asClass) {
+  return in(self, [&](host::Session& session) {
+    const Inputs inputs(args);
+    return toPython(session.construct(className, inputs.span(), rightsOf(asClass)).get());
+  });
+}
+
+void defineFunction(const PySession& self, const std::string& name, nb::handle function) {
+  in(self,
+     [&](host::Session& session) { session.defineFunction(name, bodyOf(function, "a function")); });
+}
+
+void define(const PySession& self, const std::string& name, nb::handle superclasses,
+            nb::handle properties, nb::handle constructor, nb::handle methods,
+            nb::handle staticMethods, nb::handle abstractMethods, bool sealed) {
+  const ClassParts parts{superclasses,  properties,      constructor, methods,
+                         staticMethods, abstractMethods, sealed};
+  in(self, [&](host::Session& session) { defineClass(session, name, parts); });
+}
+
+void complete(const PySession& self, const std::string& name, nb::handle methods,
+              nb::handle staticMethods) {
+  in(self, [&](host::Session& session) { completeClass(session, name, methods, staticMethods); });
+}
+
+nb::dict describe(const PySession& self, const std::string& name) {
+  return in(self, [&](host::Session& session) { return describeClass(session, name); });
+}
+
+nb::list toList(const std::vector<std::string>& texts) {
+  nb::list list;
+  for (const std::string& text : texts) {
+    list.append(toPython(text));
+  }
+  return list;
+}
+
+nb::list classes(const PySession& self) {
+  return in(self, [](host::Session& session) { return toList(session.classes()); });
+}
+
+std::size_t collect(const PySession& self) {
+  return in(self, [](host::Session& session) { return session.collect(); });
+}
+
+std::size_t liveObjects(const PySession& self, const std::optional<std::string>& className) {
+  return in(self, [&](host::Session& session) {
+    return session.liveObjects(className ? std::optional<std::string_view>(*className)
+                                         : std::nullopt);
+  });
+}
+
+nb::list warnings(const PySession& self) {
+  return in(self, [](host::Session& session) {
+    nb::list list;
+    for (const host::Warning& warning : session.warnings()) {
+      list.append(known(Known::Warning)(toPython(warning.identifier), toList(warning.arguments),
+                                        toPython(warning.message)));
+    }
+    return list;
+  });
+}
+
+void clearWarnings(const PySession& self) {
+  in(self, [](host::Session& session) { session.clearWarnings(); });
+}
+
+nb::object enter(nb::handle self) {
+  const Use check(nb::cast<const PySession&>(self).shared);
+  return nb::borrow(self);
+}
+
+std::string text(const PySession& self) {
+  return self.shared->isClosed() ? "<kvbigdata.host.Session, closed>" : "<kvbigdata.host.Session>";
+}
+
+using Class = nb::class_<PySession>;
+using namespace nb::literals;
+
+void bindCalls(Class& session) {
+  session
+      .def("call", call, "name"_a, "args"_a, nb::kw_only(), "nargout"_a = 1,
+           "as_class"_a = nb::none(),
+           "Calls by name: a method of the leftmost argument that is an object whose class has one "
+           "of that name, a function, a class's constructor, a static method \"Class.name\", a "
+           "builtin.\n\n"
+           "nargout=1 gives the value (None if nothing came back), a larger one a tuple, 0 what "
+           "came back anyway. as_class gives the call the rights of that class's own code. Raises "
+           "Error \"KALVEX:UndefinedFunction\" with the name, and whatever the callee raises.")
+      .def("new", construct, "class_name"_a, "args"_a, nb::kw_only(), "as_class"_a = nb::none(),
+           "A new object, by the constructor of its class. Raises Error "
+           "\"KALVEX:UndefinedFunction\", \"KALVEX:class:AbstractClass\", "
+           "\"KALVEX:class:AccessDenied\".");
+}
+
+void bindDefinitions(Class& session) {
+  session
+      .def("define_function", defineFunction, "name"_a, "fn"_a,
+           "Defines or replaces a function. It is called as fn(nargout, *args) and returns None, "
+           "one value, or a tuple of outputs.")
+      .def("define_class", define, "name"_a, nb::kw_only(), "superclasses"_a = nb::tuple(),
+           "properties"_a = nb::dict(), "constructor"_a = nb::none(), "methods"_a = nb::dict(),
+           "static_methods"_a = nb::dict(), "abstract"_a = nb::tuple(), "sealed"_a = false,
+           "Defines a class, or replaces one that has no instances.\n\n"
+           "properties maps a name to a default or to a Property. Methods are called as "
+           "fn(nargout, obj, *args), static ones as fn(nargout, *args), the constructor as "
+           "fn(obj, *args); in it obj.super_init(superclass, *args) runs a superclass's "
+           "constructor. abstract names methods that subclasses must define. Raises Error "
+           "\"KALVEX:class:HasInstances\", \"KALVEX:class:SealedClass\".")
+      .def("complete_class", complete, "name"_a, nb::kw_only(), "methods"_a = nb::dict(),
+           "static_methods"_a = nb::dict(),
+           "Gives bodies to methods that a native class only declares. Raises Error "
+           "\"KALVEX:class:NoSuchMember\" for another name.")
+      .def("describe", describe, "name"_a,
+           "The class as registered: name, superclasses, sealed, native, and members in the order "
+           "of registration. Raises Error \"KALVEX:UndefinedFunction\".")
+      .def("classes", classes,
+           "Full names of the classes that the core's library entered, in that order.");
+}
+
+void bindState(Class& session) {
+  session.def("collect", collect, "Runs the collector; the number of objects freed.")
+      .def("live_objects", liveObjects, "class_name"_a = nb::none(),
+           "The number of live objects, of all classes or of that very class.")
+      .def_prop_ro("warnings", warnings, "The warnings issued so far, a list of Warning.")
+      .def("clear_warnings", clearWarnings, "Forgets the warnings.")
+      .def(
+          "close", [](const PySession& self) { self.shared->close(); },
+          "Frees every object; any later use raises Error \"KALVEX:session:Closed\". Does nothing "
+          "the second time.")
+      .def("__enter__", enter)
+      .def(
+          "__exit__", [](const PySession& self, const nb::args&) { self.shared->close(); },
+          "args"_a)
+      .def("__repr__", text);
+}
+
+}  // namespace
+
+void bindSession(nb::module_& module) {
+  Class session(
+      module, "Session", nb::is_weak_referenceable(),
+      "A session of the host, with objects, classes, functions and warnings of its own.\n\n"
+      "It belongs to the thread that made it; a use from another raises Error "
+      "\"KALVEX:session:WrongThread\". A context manager: leaving it closes it.\n\n"
+      "runtime=False leaves out all that the native core reaches by name; stress=True "
+      "collects at every creation of an object.");
+  session.def("__init__", open, nb::kw_only(), "runtime"_a = true, "stress"_a = false);
+  bindCalls(session);
+  bindDefinitions(session);
+  bindState(session);
+}
+
+}  // namespace kv::python

@@ -1,0 +1,103 @@
+#include "definitions.h"
+
+#include "callables.h"
+#include "kv/host/definitions.h"
+#include "texts.h"
+#include "values.h"
+
+namespace kv::python {
+namespace {
+
+nb::dict dictOf(nb::handle object, const char* role) {
+  if (!PyDict_Check(object.ptr())) {
+    PyErr_Format(PyExc_TypeError, "%s must be a dict, not %s", role,
+                 Py_TYPE(object.ptr())->tp_name);
+    throw nb::python_error();
+  }
+  return nb::borrow<nb::dict>(object);
+}
+
+std::vector<std::string> textsOf(nb::handle object, const char* role) {
+  if (PyUnicode_Check(object.ptr())) {
+    PyErr_Format(PyExc_TypeError, "%s must be a sequence of str, not one str", role);
+    throw nb::python_error();
+  }
+  std::vector<std::string> texts;
+  for (const nb::handle text : object) {
+    texts.push_back(toUtf8(text, role));
+  }
+  return texts;
+}
+
+host::MemberAccess accessOf(nb::handle level) {
+  const int access = nb::cast<int>(level);
+  if (access != 0 && access != 1 && access != 2 && access != 3 && access != 5) {
+    PyErr_Format(PyExc_ValueError, "an access level is 0, 1, 2, 3 or 5, got %d", access);
+    throw nb::python_error();
+  }
+  return static_cast<host::MemberAccess>(access);
+}
+
+host::PropertyDefault makingShared(nb::handle value) {
+  std::shared_ptr<const kxArray> shared(toHost(value));
+  return [shared = std::move(shared)] { return matrix::sharedCopy(shared.get()); };
+}
+
+host::PropertyDefinition propertyOf(nb::handle name, nb::handle value) {
+  host::PropertyDefinition property{.name = toUtf8(name, "a property's name")};
+  if (isA(value, Known::Property)) {
+    property.makeDefault = makingShared(value.attr("default"));
+    property.getAccess = accessOf(value.attr("get"));
+    property.setAccess = accessOf(value.attr("set"));
+  } else {
+    property.makeDefault = makingShared(value);
+  }
+  return property;
+}
+
+void addMethods(std::vector<host::MethodDefinition>& to, nb::handle methods, bool areStatic) {
+  const char* role = areStatic ? "static_methods" : "methods";
+  for (const auto [name, function] : dictOf(methods, role)) {
+    to.push_back({.name = toUtf8(name, "a method's name"),
+                  .body = bodyOf(function, "a method"),
+                  .isStatic = areStatic});
+  }
+}
+
+std::string shortName(std::string_view name) {
+  return std::string(name.substr(name.rfind('.') + 1));
+}
+
+}  // namespace
+
+void defineClass(host::Session& session, std::string_view name, const ClassParts& parts) {
+  auto made = std::make_shared<host::ClassDefinition>();
+  made->name = name;
+  made->superclasses = textsOf(parts.superclasses, "superclasses");
+  made->isSealed = parts.isSealed;
+  for (const auto [property, value] : dictOf(parts.properties, "properties")) {
+    made->properties.push_back(propertyOf(property, value));
+  }
+  if (!parts.constructor.is_none()) {
+    made->constructor = host::MethodDefinition{
+        .name = shortName(name),
+        .body = bodyOf(parts.constructor, "a constructor", Convention::Constructor)};
+  }
+  addMethods(made->methods, parts.methods, false);
+  addMethods(made->methods, parts.staticMethods, true);
+  for (std::string& method : textsOf(parts.abstractMethods, "abstract")) {
+    made->methods.push_back({.name = std::move(method), .isAbstract = true});
+  }
+  session.defineClass(std::move(made));
+}
+
+void completeClass(host::Session& session, std::string_view name, nb::handle methods,
+                   nb::handle staticMethods) {
+  auto made = std::make_shared<host::ClassCompletion>();
+  made->name = name;
+  addMethods(made->methods, methods, false);
+  addMethods(made->methods, staticMethods, true);
+  session.completeClass(std::move(made));
+}
+
+}  // namespace kv::python

@@ -1,0 +1,212 @@
+#include "errors.h"
+
+#include <new>
+
+#include "Object.h"
+#include "Session.h"
+#include "fl/i18n.h"
+#include "foundation/exception.h"
+#include "kv/host/values.h"
+#include "kv/runtime/runtime.h"
+#include "stacks.h"
+#include "texts.h"
+#include "values.h"
+
+namespace kv::python {
+namespace {
+
+using foundation::core::except::IMsgIDException;
+using host::Value;
+using Torvane::KException::KExceptionEnvelope;
+
+/// A chain of causes that is longer isn't followed.
+constexpr int kMaxCauses = 64;
+
+/// Keeps, with a KException, the Python exception that it was made of.
+class Original : public host::NativeValue {
+ public:
+  explicit Original(nb::handle exception) : exception_(share(exception)) {}
+  nb::handle exception() const { return exception_.get(); }
+
+ private:
+  SharedPyObject exception_;
+};
+
+// --- From Python ---------------------------------------------------------------------------------
+
+std::string textOf(nb::handle object) {
+  try {
+    return toUtf8(nb::str(object), "text");
+  } catch (nb::python_error& error) {
+    error.discard_as_unraisable("an exception whose text can't be made");
+    return {};
+  }
+}
+
+Value makeStack(const std::vector<host::Frame>& frames) {
+  static constexpr std::string_view kFields[] = {"file", "name", "line"};
+  Value array = matrix::from_kalvex(kxCreateStructMatrix(frames.size(), 1, kFields));
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    kxSetField(array.get(), i, "file", host::makeChars(frames[i].file).release());
+    kxSetField(array.get(), i, "name", host::makeChars(frames[i].name).release());
+    kxSetField(array.get(), i, "line", host::makeDouble(frames[i].line).release());
+  }
+  return array;
+}
+
+Value stackOf(nb::handle exception) {
+  std::vector<host::Frame> frames = tracebackFrames(exception);
+  for (host::Frame& outer : pythonStack()) {
+    frames.push_back(std::move(outer));
+  }
+  return makeStack(frames);
+}
+
+Value makeException(const std::string& identifier, const std::string& message,
+                    std::vector<Value> arguments) {
+  const Value id = host::makeChars(identifier);
+  const Value text = host::makeChars(message);
+  const Value cell = host::makeCell(std::move(arguments));
+  return host::call("KException", {id.get(), text.get(), cell.get()});
+}
+
+Value exceptionOf(nb::handle exception, int depth);
+
+void attachCause(const Value& exception, nb::handle cause, int depth) {
+  if (!PyExceptionInstance_Check(cause.ptr()) || depth >= kMaxCauses) {
+    return;
+  }
+  host::setSlot(exception.get(), "cause", exceptionOf(cause, depth + 1));
+  if (!isA(cause, Known::Error)) {
+    host::setNativeValue(exception.get(), std::make_unique<Original>(cause));
+  }
+}
+
+/// The object that an Error came with, if it is one of the current session.
+Value objectOf(nb::handle error) {
+  const nb::object object = error.attr("object");
+  const Object* wrapped = nb::isinstance<Object>(object) ? nb::inst_ptr<Object>(object) : nullptr;
+  const bool isOurs = wrapped != nullptr && wrapped->session() == Use::current() &&
+                      !wrapped->isDeleted() && kxIsA(wrapped->array(), "KException");
+  return isOurs ? matrix::sharedCopy(wrapped->array()) : nullptr;
+}
+
+Value exceptionOfError(nb::handle error, int depth) {
+  if (Value object = objectOf(error)) {
+    return object;
+  }
+  std::vector<Value> arguments;
+  for (const nb::handle argument : error.attr("arguments")) {
+    arguments.push_back(host::makeChars(textOf(argument)));
+  }
+  Value exception = makeException(textOf(error.attr("identifier")), textOf(error.attr("message")),
+                                  std::move(arguments));
+  host::setSlot(exception.get(), "stack", stackOf(error));
+  const nb::object cause = error.attr("cause");
+  attachCause(exception, cause.is_none() ? error.attr("__cause__") : cause, depth);
+  return exception;
+}
+
+Value exceptionOf(nb::handle exception, int depth) {
+  if (isA(exception, Known::Error)) {
+    return exceptionOfError(exception, depth);
+  }
+  const std::string type = textOf(exception.type().attr("__name__"));
+  Value made = makeException("KALVEX:python:" + type, textOf(exception), {});
+  host::setSlot(made.get(), "stack", stackOf(exception));
+  host::setNativeValue(made.get(), std::make_unique<Original>(exception));
+  return made;
+}
+
+// --- To Python -----------------------------------------------------------------------------------
+
+nb::list toList(const std::vector<std::string>& texts) {
+  nb::list list;
+  for (const std::string& text : texts) {
+    list.append(toPython(text));
+  }
+  return list;
+}
+
+nb::object makeError(const kxArray* exception, int depth);
+
+/// The Python exception that one of the host was made of, else the Error of its cause, else None.
+nb::object causeOf(const kxArray* exception, int depth) {
+  if (const auto* original = dynamic_cast<Original*>(host::getNativeValue(exception))) {
+    return nb::borrow(original->exception());
+  }
+  const Value cause = host::getSlot(exception, "cause");
+  const bool isError = depth < kMaxCauses && kcos::omIsKCOS(cause.get()) &&
+                       kxIsScalar(cause.get()) && kxIsA(cause.get(), "KException");
+  return isError ? makeError(cause.get(), depth + 1) : nb::none();
+}
+
+nb::object makeError(const kxArray* exception, int depth) {
+  const KExceptionEnvelope envelope(kcos::omGetArrayElement(exception, 0));
+  const host::ErrorRecord record = host::errorRecord(envelope);
+  const bool isAlive = !envelope.getException()->isDeleted();
+  nb::object error = known(Known::Error)(toPython(record.identifier), toPython(record.message),
+                                         toList(record.arguments),
+                                         isAlive ? causeOf(exception, depth) : nb::none());
+  nb::list stack;
+  for (const host::Frame& frame : record.stack) {
+    stack.append(known(Known::Frame)(toPython(frame.file), toPython(frame.name), frame.line));
+  }
+  error.attr("stack") = stack;
+  error.attr("object") = Object::wrap(matrix::sharedCopy(exception));
+  return error;
+}
+
+[[noreturn]] void raiseObject(nb::handle exception) {
+  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(exception.ptr())), exception.ptr());
+  throw nb::python_error();
+}
+
+[[noreturn]] void raiseError(const std::string& identifier, const std::string& message,
+                             const std::vector<std::string>& arguments) {
+  raiseObject(known(Known::Error)(toPython(identifier), toPython(message), toList(arguments)));
+}
+
+std::vector<std::string> argumentsOf(const IMsgIDException& error) {
+  std::vector<std::string> arguments;
+  for (const std::u16string& argument : error.get_arguments()) {
+    arguments.push_back(fl::i18n::to_string(argument));
+  }
+  return arguments;
+}
+
+}  // namespace
+
+void raiseInPython(std::string_view identifier) {
+  raiseError(std::string(identifier), host::catalogueText(identifier, {}), {});
+}
+
+void throwIntoHost(nb::handle exception) {
+  if (PyObject_IsInstance(exception.ptr(), PyExc_Exception) != 1) {
+    throw PythonPassThrough(share(exception));
+  }
+  const Value object = exceptionOf(exception, 0);
+  host::throwException(object.get());
+}
+
+void throwIntoPython() {
+  try {
+    throw;
+  } catch (const PythonPassThrough& passing) {
+    raiseObject(passing.exception());
+  } catch (const runtime::Interrupted&) {
+    PyErr_SetNone(PyExc_KeyboardInterrupt);
+    throw nb::python_error();
+  } catch (const KExceptionEnvelope& envelope) {
+    const Value object = matrix::from_kalvex(kcos::omCreateKCOSScalar(envelope.getException()));
+    raiseObject(makeError(object.get(), 0));
+  } catch (const IMsgIDException& error) {
+    const std::vector<std::string> arguments = argumentsOf(error);
+    raiseError(error.get_error_id(), host::catalogueText(error.get_error_id(), arguments),
+               arguments);
+  } catch (const std::bad_alloc&) {
+    raiseInPython("KALVEX:OutOfMemory");
+  }
+}
+
+}  // namespace kv::python

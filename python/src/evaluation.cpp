@@ -1,0 +1,45 @@
+#include "evaluation.h"
+
+#include <nanobind/nanobind.h>
+
+#include <chrono>
+#include <memory>
+
+#include "errors.h"
+#include "kv/runtime/runtime.h"
+
+namespace kv::python {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// Often enough for a person at a keyboard, and seldom enough that a busy interpreter, which gives
+/// the lock away every 5 ms, doesn't slow the evaluation down.
+constexpr auto kBetweenPolls = std::chrono::milliseconds(50);
+
+class Watch : public runtime::EvaluationWatch {
+ public:
+  void poll() override {
+    if (Clock::now() < nextPoll_) {
+      return;
+    }
+    nextPoll_ = Clock::now() + kBetweenPolls;
+    const nb::gil_scoped_acquire lock;
+    if (PyErr_CheckSignals() != 0) {
+      const nb::python_error raised;
+      throw PythonPassThrough(share(raised.value()));
+    }
+  }
+
+ private:
+  nb::gil_scoped_release released_;
+  Clock::time_point nextPoll_ = Clock::now() + kBetweenPolls;
+};
+
+std::unique_ptr<runtime::EvaluationWatch> makeWatch() { return std::make_unique<Watch>(); }
+
+}  // namespace
+
+void watchEvaluations() { runtime::setEvaluationWatch(makeWatch); }
+
+}  // namespace kv::python

@@ -1,0 +1,201 @@
+#include <nanobind/ndarray.h>
+
+#include <array>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include "pyObjects.h"
+#include "values.h"
+
+namespace kv::python {
+namespace {
+
+struct NumberType {
+  kxClassID classId;
+  const char* name;  ///< NumPy's
+  char kind;         ///< 'b' logical, 'i' signed, 'u' unsigned, 'f' floating
+  std::uint8_t bytes;
+};
+
+constexpr std::array kNumberTypes = {
+    NumberType{kxLOGICAL_CLASS, "bool", 'b', 1},   NumberType{kxDOUBLE_CLASS, "float64", 'f', 8},
+    NumberType{kxSINGLE_CLASS, "float32", 'f', 4}, NumberType{kxINT8_CLASS, "int8", 'i', 1},
+    NumberType{kxINT16_CLASS, "int16", 'i', 2},    NumberType{kxINT32_CLASS, "int32", 'i', 4},
+    NumberType{kxINT64_CLASS, "int64", 'i', 8},    NumberType{kxUINT8_CLASS, "uint8", 'u', 1},
+    NumberType{kxUINT16_CLASS, "uint16", 'u', 2},  NumberType{kxUINT32_CLASS, "uint32", 'u', 4},
+    NumberType{kxUINT64_CLASS, "uint64", 'u', 8},
+};
+
+const NumberType& typeOf(kxClassID classId) {
+  for (const NumberType& type : kNumberTypes) {
+    if (type.classId == classId) {
+      return type;
+    }
+  }
+  throw nb::type_error("a value that isn't numeric");
+}
+
+nb::dlpack::dtype dlpackType(const NumberType& type) {
+  using nb::dlpack::dtype_code;
+  const dtype_code code = type.kind == 'b'   ? dtype_code::Bool
+                          : type.kind == 'i' ? dtype_code::Int
+                          : type.kind == 'u' ? dtype_code::UInt
+                                             : dtype_code::Float;
+  return {static_cast<std::uint8_t>(code), static_cast<std::uint8_t>(8 * type.bytes), 1};
+}
+
+// --- From NumPy ----------------------------------------------------------------------------------
+
+/// An array's memory as Python lends it.
+class Buffer {
+ public:
+  explicit Buffer(nb::handle array) {
+    if (PyObject_GetBuffer(array.ptr(), &view_, PyBUF_RECORDS_RO) != 0) {
+      PyErr_Clear();
+      refuse(array);
+    }
+  }
+  ~Buffer() {
+    if (const nb::detail::cleanup_guard guard{}) {
+      PyBuffer_Release(&view_);
+    }
+  }
+  Buffer(const Buffer&) = delete;
+  Buffer& operator=(const Buffer&) = delete;
+
+  const Py_buffer& view() const { return view_; }
+  [[noreturn]] static void refuse(nb::handle array) {
+    const nb::object type = array.attr("dtype");
+    PyErr_Format(PyExc_TypeError,
+                 "an array or scalar of type %S isn't accepted; expected bool, int8 to int64, "
+                 "uint8 to uint64, float32 or float64",
+                 type.ptr());
+    throw nb::python_error();
+  }
+
+ private:
+  Py_buffer view_{};
+};
+
+char kindOf(char format) {
+  constexpr std::string_view kSigned = "bhilqn";
+  constexpr std::string_view kUnsigned = "BHILQN";
+  return format == '?'                                      ? 'b'
+         : kSigned.find(format) != std::string_view::npos   ? 'i'
+         : kUnsigned.find(format) != std::string_view::npos ? 'u'
+         : format == 'f' || format == 'd'                   ? 'f'
+                                                            : '\0';
+}
+
+bool isForeignOrder(std::string_view format) {
+  return !format.empty() && (format.front() == '>' || format.front() == '!');
+}
+
+/// The class of a buffer's elements; null if there is none.
+const NumberType* typeOf(const Py_buffer& view) {
+  std::string_view format = view.format != nullptr ? view.format : "B";
+  if (!format.empty() && std::string_view("@=<>!").find(format.front()) != std::string_view::npos) {
+    format.remove_prefix(1);
+  }
+  const char kind = format.size() == 1 ? kindOf(format.front()) : '\0';
+  for (const NumberType& type : kNumberTypes) {
+    if (type.kind == kind && type.bytes == view.itemsize) {
+      return &type;
+    }
+  }
+  return nullptr;
+}
+
+/// At least two dimensions: a scalar is 1-by-1, a vector a column.
+std::vector<std::size_t> dimensionsOf(const Py_buffer& view) {
+  std::vector<std::size_t> dimensions(view.shape, view.shape + view.ndim);
+  dimensions.resize(dimensions.size() < 2 ? 2 : dimensions.size(), 1);
+  return dimensions;
+}
+
+bool isColumnMajor(const Py_buffer& view) {
+  const auto address = reinterpret_cast<std::uintptr_t>(view.buf);
+  return PyBuffer_IsContiguous(&view, 'F') != 0 &&
+         address % static_cast<std::uintptr_t>(view.itemsize) == 0;
+}
+
+host::Value copied(const Py_buffer& view, kxClassID classId) {
+  host::Value array = matrix::from_kalvex(kxCreateNumericArray(dimensionsOf(view), classId));
+  if (view.len > 0) {
+    std::memcpy(kxGetMutableData(array.get()), view.buf, static_cast<std::size_t>(view.len));
+  }
+  return array;
+}
+
+/// `mayBorrow`: nobody else changes the memory.
+host::Value arrayToHost(nb::handle array, bool mayBorrow) {
+  auto buffer = std::make_shared<const Buffer>(array);
+  const Py_buffer& view = buffer->view();
+  const NumberType* type = typeOf(view);
+  if (type == nullptr) {
+    Buffer::refuse(array);
+  }
+  if (isForeignOrder(view.format) || !isColumnMajor(view)) {
+    return arrayToHost(known(Known::CopyToColumns)(array), true);
+  }
+  if ((mayBorrow || view.readonly != 0) && view.len > view.itemsize) {
+    return matrix::from_kalvex(
+        kxCreateBorrowedArray(dimensionsOf(view), type->classId, view.buf, std::move(buffer)));
+  }
+  return copied(view, type->classId);
+}
+
+// --- To NumPy ------------------------------------------------------------------------------------
+
+nb::object scalarToPython(const kxArray* value) {
+  switch (kxGetClassID(value)) {
+    case kxDOUBLE_CLASS:
+      return nb::float_(kxGetScalar(value));
+    case kxLOGICAL_CLASS:
+      return nb::bool_(kxGetScalar(value) != 0);
+    default:
+      break;
+  }
+  const NumberType& type = typeOf(kxGetClassID(value));
+  return known(Known::NumpyScalar)(
+      type.name, nb::bytes(static_cast<const char*>(kxGetData(value)), type.bytes));
+}
+
+nb::object emptyToPython(const kxArray* value) {
+  nb::list dimensions;
+  for (const std::size_t extent : kxGetDimensions(value)) {
+    dimensions.append(extent);
+  }
+  return known(Known::EmptyArray)(nb::tuple(dimensions), typeOf(kxGetClassID(value)).name);
+}
+
+}  // namespace
+
+host::Value numbersToHost(nb::handle array) {
+  if (isA(array, Known::NumpyGeneric)) {
+    return arrayToHost(array.attr("__array__")(), false);
+  }
+  return arrayToHost(array, false);
+}
+
+nb::object numbersToPython(const kxArray* value) {
+  if (kxIsEmpty(value)) {
+    return emptyToPython(value);
+  }
+  if (kxIsScalar(value)) {
+    return scalarToPython(value);
+  }
+  auto holder = std::make_unique<host::Value>(matrix::sharedCopy(value));
+  const void* data = kxGetData(holder->get());
+  const nb::capsule owner(holder.get(),
+                          [](void* held) noexcept { delete static_cast<host::Value*>(held); });
+  holder.release();
+  const std::span<const std::size_t> dimensions = kxGetDimensions(value);
+  const nb::ndarray<nb::numpy, nb::ro> array(data, dimensions.size(), dimensions.data(), owner,
+                                             nullptr, dlpackType(typeOf(kxGetClassID(value))),
+                                             nb::device::cpu::value, 0, 'F');
+  return nb::cast(array, nb::rv_policy::reference);
+}
+
+}  // namespace kv::python

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <nanobind/nanobind.h>
+
+#include <memory>
+
+namespace kv::python {
+
+namespace nb = nanobind;
+
+/// A reference to a Python object that C++ may copy and drop on any thread, with or without the
+/// interpreter's lock.
+using SharedPyObject = std::shared_ptr<PyObject>;
+
+/// Requires: the interpreter's lock.
+SharedPyObject share(nb::handle object);
+
+/// Classes and functions of Python that conversions need, looked up once and kept.
+enum class Known {
+  Chars,
+  String,
+  StringArray,
+  Cell,
+  StructArray,
+  ObjectArray,
+  Property,
+  Warning,
+  Error,
+  Frame,
+  NumpyArray,
+  NumpyGeneric,
+  CopyToColumns,  ///< an array -> a copy of it, column-major, in native byte order
+  EmptyArray,     ///< (dimensions, name of its type) -> an array without elements, read-only
+  NumpyScalar,    ///< (name of its type, bytes) -> a scalar
+};
+
+/// Errors: those of the import. Requires: the interpreter's lock.
+nb::handle known(Known what);
+
+/// True if `object` is an instance of a known class.
+inline bool isA(nb::handle object, Known what) {
+  return PyObject_IsInstance(object.ptr(), known(what).ptr()) == 1;
+}
+
+/// Refuses a nesting that is deeper than the interpreter allows.
+/// Errors: RecursionError.
+class Nesting {
+ public:
+  Nesting() {
+    if (Py_EnterRecursiveCall(" while a value is converted") != 0) {
+      throw nb::python_error();
+    }
+  }
+  ~Nesting() { Py_LeaveRecursiveCall(); }
+  Nesting(const Nesting&) = delete;
+  Nesting& operator=(const Nesting&) = delete;
+};
+
+}  // namespace kv::python

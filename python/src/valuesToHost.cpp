@@ -1,0 +1,237 @@
+#include <algorithm>
+#include <optional>
+
+#include "Function.h"
+#include "Object.h"
+#include "callables.h"
+#include "errors.h"
+#include "pyObjects.h"
+#include "texts.h"
+#include "values.h"
+
+namespace kv::python {
+namespace {
+
+using host::Value;
+
+Value intToHost(nb::handle value) {
+  const double number = PyLong_AsDouble(value.ptr());
+  if (number == -1.0 && PyErr_Occurred() != nullptr) {
+    throw nb::python_error();
+  }
+  const nb::object exact = nb::steal(PyLong_FromDouble(number));
+  if (PyObject_RichCompareBool(exact.ptr(), value.ptr(), Py_EQ) != 1) {
+    PyErr_Format(PyExc_OverflowError, "the int %S has no exact value as a double", value.ptr());
+    throw nb::python_error();
+  }
+  return host::makeDouble(number);
+}
+
+Value stringToHost(nb::handle text) { return matrix::create(toUtf16(text)); }
+
+Value charsToHost(nb::handle text) { return matrix::createChars(toUtf16(text)); }
+
+std::size_t extentOf(nb::handle object, std::size_t index) {
+  const nb::object shape = object.attr("shape");
+  return nb::len(shape) > index ? nb::cast<std::size_t>(shape[index]) : 1;
+}
+
+/// Elements of something with `.shape`, column by column, as a list.
+nb::list elementsOf(nb::handle object) { return nb::list(object.attr("_columnwise")()); }
+
+Value charMatrixToHost(nb::handle chars) {
+  std::vector<std::u16string> rows;
+  for (const nb::handle row : chars) {
+    rows.push_back(toUtf16(row));
+  }
+  const std::size_t width = rows.empty() ? 0 : rows.front().size();
+  if (std::any_of(rows.begin(), rows.end(), [&](const auto& row) { return row.size() != width; })) {
+    throw nb::value_error("rows of Chars must be equally long in UTF-16");
+  }
+  const std::size_t dimensions[] = {rows.size(), width};
+  Value array = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxCHAR_CLASS));
+  if (!kxIsEmpty(array.get())) {
+    auto* units = static_cast<char16_t*>(kxGetMutableData(array.get()));
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      for (std::size_t j = 0; j < width; ++j) {
+        units[j * rows.size() + i] = rows[i][j];
+      }
+    }
+  }
+  return array;
+}
+
+Value stringArrayToHost(nb::handle strings) {
+  Value array = Torvane::String::createStringArray(extentOf(strings, 0), extentOf(strings, 1));
+  std::size_t index = 0;
+  for (const nb::handle text : elementsOf(strings)) {
+    if (!text.is_none()) {
+      Torvane::String::setString(array.get(), index, toUtf16(text));
+    }
+    ++index;
+  }
+  return array;
+}
+
+template <class Sequence>
+Value cellToHost(std::size_t rows, std::size_t columns, const Sequence& elements) {
+  Value cell = matrix::from_kalvex(kxCreateCellMatrix(rows, columns));
+  std::size_t index = 0;
+  for (const nb::handle element : elements) {
+    kxSetCell(cell.get(), index++, toHost(element).release());
+  }
+  return cell;
+}
+
+/// A flat cell is a row.
+Value shapedCellToHost(nb::handle cell) {
+  const nb::object shape = cell.attr("shape");
+  const bool isFlat = nb::len(shape) < 2;
+  const nb::list elements = elementsOf(cell);
+  return cellToHost(isFlat ? 1 : extentOf(cell, 0), isFlat ? nb::len(elements) : extentOf(cell, 1),
+                    elements);
+}
+
+std::vector<std::string> fieldNames(nb::handle names) {
+  std::vector<std::string> fields;
+  for (const nb::handle name : names) {
+    fields.push_back(toUtf8(name, "the key of a dict that is a structure"));
+  }
+  return fields;
+}
+
+Value emptyStructure(std::size_t rows, std::size_t columns,
+                     const std::vector<std::string>& fields) {
+  const std::vector<std::string_view> names(fields.begin(), fields.end());
+  return matrix::from_kalvex(kxCreateStructMatrix(rows, columns, names));
+}
+
+void fillStructure(const Value& structure, std::size_t index, nb::handle record) {
+  PyObject* key = nullptr;
+  PyObject* value = nullptr;
+  Py_ssize_t place = 0;
+  while (PyDict_Next(record.ptr(), &place, &key, &value) != 0) {
+    const std::string field = toUtf8(key, "the key of a dict that is a structure");
+    kxSetField(structure.get(), index, field, toHost(value).release());
+  }
+}
+
+Value dictToHost(nb::handle dict) {
+  Value structure = emptyStructure(1, 1, fieldNames(dict));
+  fillStructure(structure, 0, dict);
+  return structure;
+}
+
+Value structArrayToHost(nb::handle records) {
+  Value structure = emptyStructure(extentOf(records, 0), extentOf(records, 1),
+                                   fieldNames(records.attr("fields")));
+  std::size_t index = 0;
+  for (const nb::handle record : elementsOf(records)) {
+    fillStructure(structure, index++, record);
+  }
+  return structure;
+}
+
+Value objectArrayToHost(nb::handle objects) {
+  const std::string className = toUtf8(objects.attr("class_name"), "class_name");
+  Value array = matrix::from_kalvex(
+      kcos::omCreateKCOSMatrix(extentOf(objects, 0), extentOf(objects, 1),
+                               kcos::internal::makeInterned(kcos::NameRef::of(className))));
+  std::size_t index = 0;
+  for (const nb::handle element : elementsOf(objects)) {
+    if (!element.is_none()) {
+      const kxArray* object = lentObject(element);
+      if (object == nullptr || !kxIsA(object, kcos::NameRef::of(className))) {
+        PyErr_Format(PyExc_TypeError, "element %zu of the ObjectArray isn't a host.Object of %s",
+                     index, className.c_str());
+        throw nb::python_error();
+      }
+      kcos::omSetArrayElement(array.get(), index, kcos::omGetArrayElement(object, 0).get());
+    }
+    ++index;
+  }
+  return array;
+}
+
+/// What a class of Python is converted by, in the order in which they are tried.
+struct Conversion {
+  Known type;
+  Value (*toHost)(nb::handle);
+};
+
+constexpr Conversion kConversions[] = {
+    {Known::Cell, shapedCellToHost},         {Known::NumpyArray, numbersToHost},
+    {Known::NumpyGeneric, numbersToHost},    {Known::Chars, charMatrixToHost},
+    {Known::StringArray, stringArrayToHost}, {Known::StructArray, structArrayToHost},
+    {Known::ObjectArray, objectArrayToHost},
+};
+
+Value otherToHost(nb::handle value) {
+  for (const Conversion& conversion : kConversions) {
+    if (isA(value, conversion.type)) {
+      return conversion.toHost(value);
+    }
+  }
+  if (nb::isinstance<Function>(value)) {
+    return nb::inst_ptr<Function>(value)->toHost();
+  }
+  if (PyCallable_Check(value.ptr()) != 0) {
+    return callableToHost(value);
+  }
+  PyErr_Format(PyExc_TypeError,
+               "a value of type %s isn't accepted; expected None, bool, int, float, str, a NumPy "
+               "array or scalar of bool or real numbers, list, tuple, dict, a callable, or a value "
+               "of kvbigdata.host",
+               Py_TYPE(value.ptr())->tp_name);
+  throw nb::python_error();
+}
+
+}  // namespace
+
+const kxArray* lentObject(nb::handle value) {
+  if (!nb::isinstance<Object>(value)) {
+    return nullptr;
+  }
+  const Object& object = *nb::inst_ptr<Object>(value);
+  if (object.session() != Use::current()) {
+    raiseInPython("KALVEX:session:OtherSession");
+  }
+  return object.array();
+}
+
+Value toHost(nb::handle value) {
+  PyObject* object = value.ptr();
+  if (object == Py_None) {
+    return nullptr;
+  }
+  if (PyBool_Check(object)) {
+    return host::makeLogical(object == Py_True);
+  }
+  if (PyFloat_Check(object)) {
+    return host::makeDouble(PyFloat_AS_DOUBLE(object));
+  }
+  if (PyLong_Check(object)) {
+    return intToHost(value);
+  }
+  if (const kxArray* lent = lentObject(value)) {
+    return matrix::sharedCopy(lent);
+  }
+  if (PyUnicode_Check(object)) {
+    return isA(value, Known::String) ? stringToHost(value) : charsToHost(value);
+  }
+  const Nesting nesting;
+  if (PyList_Check(object)) {
+    return cellToHost(1, static_cast<std::size_t>(PyList_GET_SIZE(object)),
+                      nb::borrow<nb::list>(value));
+  }
+  if (PyTuple_Check(object)) {
+    return cellToHost(1, static_cast<std::size_t>(PyTuple_GET_SIZE(object)),
+                      nb::borrow<nb::tuple>(value));
+  }
+  if (PyDict_Check(object)) {
+    return dictToHost(value);
+  }
+  return otherToHost(value);
+}
+
+}  // namespace kv::python
