@@ -74,26 +74,14 @@ TEST_F(Alignment, AStrategyIsMadeOfWhateverStandsForOne) {
   EXPECT_EQ(takeCalls(), "isDatastore") << "a flag is no number";
 }
 
-TEST_F(Alignment, BuiltinsCheckTheirCounts) {
-  const Value one = makeDouble(1);
-  const auto countError = [&](std::string_view name, int nlhs, int nrhs) {
-    const std::vector<const kxArray*> inputs(static_cast<std::size_t>(nrhs), one.get());
-    return errorOf([&] { session.call(name, nlhs, inputs); });
-  };
-  EXPECT_EQ(countError("createPartitionStrategyBuiltin", 2, 0), "KALVEX:TooManyOutputs");
-  EXPECT_EQ(countError("createPartitionStrategyBuiltin", 1, 2), "KALVEX:TooManyInputs");
-  EXPECT_EQ(countError("createPartitionStrategyBuiltin", 1, 0), "KALVEX:NotEnoughInputs");
-  EXPECT_EQ(countError("alignPartitionStrategyBuiltin", 2, 0), "KALVEX:TooManyOutputs");
-  EXPECT_EQ(countError("alignPartitionMetadataBuiltin", 2, 0), "KALVEX:TooManyOutputs");
-  EXPECT_EQ(countError("vertcatPartitionMetadataBuiltin", 1, 0), "KALVEX:NotEnoughInputs");
-  EXPECT_EQ(countError("userStackBuiltin", 1, 1), "KALVEX:TooManyInputs");
-  EXPECT_EQ(countError("hasInternalStackFramesBuiltin", 2, 0), "KALVEX:TooManyOutputs");
-}
-
-TEST_F(Alignment, BroadcastsFitAnyStrategy) {
+TEST_F(Alignment, IsTheFirstOfOneClassAndBroadcastsFitAny) {
   const Value three = fixed(3);
   EXPECT_TRUE(isSameObject(align(broadcast(), three), three));
-  EXPECT_TRUE(isSameObject(align(three, broadcast(), makeEmptyDouble()), three));
+  EXPECT_TRUE(isSameObject(align(three, broadcast(), makeEmptyDouble(), fixed(5)), three));
+  EXPECT_EQ(errorOf([&] { align(three, arbitrary()); }), kIncompatible);
+  EXPECT_EQ(errorOf([&] { alignMetadata(metadata(three), metadata(arbitrary())); }), kIncompatible);
+  session.deleteObject(three.get());
+  EXPECT_EQ(errorOf([&] { align(three); }), "KALVEX:class:InvalidHandle");
 }
 
 TEST_F(Alignment, OfNothingButBroadcastsIsANewBroadcast) {
@@ -103,23 +91,6 @@ TEST_F(Alignment, OfNothingButBroadcastsIsANewBroadcast) {
   EXPECT_FALSE(isSameObject(aligned, one));
   EXPECT_EQ(kind(align()), "BroadcastPartitionStrategy");
   EXPECT_EQ(kind(alignMetadata()), "BroadcastPartitionStrategy");
-}
-
-TEST_F(Alignment, OfOneClassIsTheFirstWithoutComparison) {
-  const Value three = fixed(3);
-  EXPECT_TRUE(isSameObject(align(three, fixed(5)), three));
-}
-
-TEST_F(Alignment, OfTwoClassesIsRefused) {
-  EXPECT_EQ(errorOf([&] { align(fixed(3), arbitrary()); }), kIncompatible);
-  EXPECT_EQ(errorOf([&] { alignMetadata(metadata(fixed(3)), metadata(arbitrary())); }),
-            kIncompatible);
-}
-
-TEST_F(Alignment, ADeletedStrategyIsRefused) {
-  const Value strategy = fixed(3);
-  session.deleteObject(strategy.get());
-  EXPECT_EQ(errorOf([&] { align(strategy); }), "KALVEX:class:InvalidHandle");
 }
 
 TEST_F(Alignment, MetadataIsMadeOfWhateverStandsForAStrategy) {

@@ -23,14 +23,6 @@ class ClosureTest : public LazySession {
                                               {futures.get(), operation.get(), flags.get()})
                                          .get());
   }
-
-  std::vector<Closure*> dependencies(const ClosurePtr& closure) {
-    std::vector<Closure*> found;
-    for (const ClosurePtr& dependency : closure->getDirectDependencies()) {
-      found.push_back(dependency.get());
-    }
-    return found;
-  }
 };
 
 TEST_F(ClosureTest, HasAPromiseForEachOutputCountedFromOne) {
@@ -81,21 +73,6 @@ TEST_F(ClosureTest, RefusesACountOfOutputsThatNobodyMeans) {
         errorOf([&] { ki::createManagedObject<Closure>(std::vector<FuturePtr>(), operation); }),
         "KALVEX:CountTooLarge | " + std::to_string(count) + " | 1048576");
   }
-}
-
-TEST_F(ClosureTest, DependsOnDistinctClosuresThatStillHaveToRun) {
-  const ClosurePtr a = closure({}, 2);
-  const ClosurePtr b = closure({});
-  const ClosurePtr consumer =
-      closure({future(a, 0), future(a, 1), future(a, 0), future(b), constant(1)});
-  EXPECT_THAT(dependencies(consumer), ::testing::UnorderedElementsAre(a.get(), b.get()));
-
-  promise(b)->setValue(kv::host::makeDouble(1));
-  promise(a, 0)->setValue(kv::host::makeDouble(1));
-  EXPECT_THAT(dependencies(consumer), ::testing::ElementsAre(a.get()));
-
-  promise(a, 1)->setValue(kv::host::makeDouble(1));
-  EXPECT_THAT(dependencies(consumer), ::testing::IsEmpty());
 }
 
 TEST_F(ClosureTest, ADeletedInputRaises) {

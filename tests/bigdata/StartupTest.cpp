@@ -23,6 +23,34 @@ TEST_F(Startup, EachSessionHasItsOwnClasses) {
   EXPECT_EQ(other.classes(), session.classes());
 }
 
+TEST_F(Startup, BuiltinsCheckOutputsThenTooManyThenTooFewInputs) {
+  struct Row {
+    std::string_view name;
+    int nlhs;
+    std::size_t nrhs;
+    std::string_view error;
+  };
+  const Value one = kv::host::makeDouble(1);
+  for (const Row& row : {Row{"createFromConstantBuiltin", 2, 3, "KALVEX:TooManyOutputs"},
+                         Row{"createFromConstantBuiltin", 1, 3, "KALVEX:TooManyInputs"},
+                         Row{"createFromConstantBuiltin", 1, 0, "KALVEX:NotEnoughInputs"},
+                         Row{"createFromDatastoreBuiltin", 1, 2, "KALVEX:TooManyInputs"},
+                         Row{"createFromFutureBuiltin", 1, 4, "KALVEX:TooManyInputs"},
+                         Row{"createFromFutureBuiltin", 1, 1, "KALVEX:NotEnoughInputs"},
+                         Row{"applyOperationBuiltin", 9, 0, "KALVEX:NotEnoughInputs"},
+                         Row{"createPartitionStrategyBuiltin", 2, 0, "KALVEX:TooManyOutputs"},
+                         Row{"createPartitionStrategyBuiltin", 1, 2, "KALVEX:TooManyInputs"},
+                         Row{"createPartitionStrategyBuiltin", 1, 0, "KALVEX:NotEnoughInputs"},
+                         Row{"alignPartitionStrategyBuiltin", 2, 0, "KALVEX:TooManyOutputs"},
+                         Row{"alignPartitionMetadataBuiltin", 2, 0, "KALVEX:TooManyOutputs"},
+                         Row{"vertcatPartitionMetadataBuiltin", 1, 0, "KALVEX:NotEnoughInputs"},
+                         Row{"userStackBuiltin", 1, 1, "KALVEX:TooManyInputs"},
+                         Row{"hasInternalStackFramesBuiltin", 2, 0, "KALVEX:TooManyOutputs"}}) {
+    const std::vector<const kxArray*> inputs(row.nrhs, one.get());
+    EXPECT_EQ(errorOf([&] { session.call(row.name, row.nlhs, inputs); }), row.error) << row.name;
+  }
+}
+
 TEST(StartupOfAProcess, HappensOnceWhereClassesAreKeptPerProcess) {
   kv::host::SessionOptions perProcess;
   perProcess.classesPerSession = false;

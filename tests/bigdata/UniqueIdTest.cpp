@@ -27,12 +27,6 @@ TEST(UniqueIds, ReadAsPrefixUuidAndCount) {
   }
 }
 
-TEST(UniqueIds, DifferBetweenFactoriesOfOnePrefix) {
-  UniqueIdFactory first("Closure");
-  UniqueIdFactory second("Closure");
-  EXPECT_NE(first.nextId(), second.nextId());
-}
-
 TEST(UniqueIds, AreOrderedAsTheirTextsNotAsTheirCounts) {
   UniqueIdFactory factory("Closure");
   std::vector<UniqueId> ids;

@@ -10,7 +10,6 @@ namespace bigdata::lazyeval {
 
 namespace {
 
-constexpr auto kLazyClass = "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray";
 constexpr auto kClosureClass = "kalvex.bigdata.internal.lazyeval.Closure";
 
 class ApplyOperationTest : public LazySession {
@@ -178,25 +177,6 @@ TEST_F(ApplyOperationTest, AFailedCopyComesBackThroughTheHost) {
   EXPECT_EQ(kv::host::toText(inputs[1].get()), "IncludeCalleeStack");
   EXPECT_TRUE(kv::host::toLogical(inputs[2].get()));
   EXPECT_EQ(takeCalls(), "copy throw");
-}
-
-TEST_F(ApplyOperationTest, CountsOfBuiltinsAreCheckedOutputsFirst) {
-  struct Case {
-    std::string_view name;
-    int nlhs;
-    std::size_t nrhs;
-    std::string_view error;
-  };
-  for (const Case& c : {Case{"createFromConstantBuiltin", 2, 3, "KALVEX:TooManyOutputs"},
-                        Case{"createFromConstantBuiltin", 1, 3, "KALVEX:TooManyInputs"},
-                        Case{"createFromConstantBuiltin", 1, 0, "KALVEX:NotEnoughInputs"},
-                        Case{"createFromDatastoreBuiltin", 1, 2, "KALVEX:TooManyInputs"},
-                        Case{"createFromFutureBuiltin", 1, 4, "KALVEX:TooManyInputs"},
-                        Case{"createFromFutureBuiltin", 1, 1, "KALVEX:NotEnoughInputs"}}) {
-    const std::vector<const kxArray*> inputs(c.nrhs, two.get());
-    EXPECT_EQ(errorOf([&] { session.call(c.name, c.nlhs, inputs); }), c.error) << c.name;
-  }
-  EXPECT_EQ(session.liveObjects(kLazyClass), 0u);
 }
 
 }  // namespace
