@@ -55,18 +55,11 @@ class WalkOfThree : public ClosureDependencyWalkerTest {
   ClosurePtr c = closure({future(a), future(b)});
 };
 
-TEST_F(WalkOfThree, FollowsTheLastInputFirst) { EXPECT_EQ(walk({c}), "B p2 f2 A p1 f1 C p3 f3"); }
-
-TEST_F(WalkOfThree, StopsAtAPromiseThatIsDone) {
+// What else there is, several outputs, shared inputs, roots upstream of each other, is the model's.
+TEST_F(WalkOfThree, FollowsTheLastInputFirstAndStopsAtAPromiseThatIsDone) {
+  EXPECT_EQ(walk({c}), "B p2 f2 A p1 f1 C p3 f3");
   promise(a)->setValue(kv::host::makeDouble(1));
   EXPECT_EQ(walk({c}), "B p2 f2 p1 f1 C p3 f3");
-  promise(b)->setValue(kv::host::makeDouble(1));
-  EXPECT_EQ(walk({c}), "p2 f2 p1 f1 C p3 f3");
-}
-
-TEST_F(WalkOfThree, VisitsEachNodeOnceOverSeveralRoots) {
-  EXPECT_EQ(walk({c, a, c}), "B p2 f2 A p1 f1 C p3 f3");
-  EXPECT_EQ(walk({a, c}), "A p1 f1 B p2 f2 C p3 f3");
 }
 
 TEST_F(WalkOfThree, TakesFuturesAndPromisesAsRoots) {
@@ -75,22 +68,6 @@ TEST_F(WalkOfThree, TakesFuturesAndPromisesAsRoots) {
   const FuturePtr ready = constant(1);
   label(ready->getPromise().lock(), 9);
   EXPECT_EQ(walk({ready}), "p9 f9");
-}
-
-TEST_F(ClosureDependencyWalkerTest, FinishesAllOutputsBehindTheirClosure) {
-  const ClosurePtr a = closure({}, 2);
-  const ClosurePtr c = closure({future(a, 0), future(a, 0)});
-  label(a, "A", 1);
-  label(c, "C", 3);
-  EXPECT_EQ(walk({c}), "A p2 f2 p1 f1 C p3 f3");
-  promise(a, 1)->setValue(kv::host::makeDouble(1));
-  EXPECT_EQ(walk({c}), "A p2 f2 p1 f1 C p3 f3");
-}
-
-TEST_F(ClosureDependencyWalkerTest, AClosureWithoutInputsAndOutputsStandsAlone) {
-  const ClosurePtr alone = closure({}, 0);
-  label(alone, "A", 1);
-  EXPECT_EQ(walk({alone}), "A");
 }
 
 TEST_F(ClosureDependencyWalkerTest, ACycleMadeByHandIsAnErrorThatNamesTheClosure) {

@@ -118,24 +118,24 @@ TEST_F(Strategies, ResolveByMaximumThenDefaultThenLimitAndTheMinimumWins) {
 }
 
 TEST_F(Strategies, MakePartitionsWithinTheirBounds) {
+  const auto refused = [](const std::string& what, const std::string& expected) {
+    return internalError(what + " when it must be " + expected);
+  };
   EXPECT_EQ(partition(arbitrary(), 1, 1), "1 of 1");
   EXPECT_EQ(partition(arbitrary(), 5, 5), "5 of 5");
-  EXPECT_EQ(partition(arbitrary(), 0, 5),
-            internalError("PartitionIndex used for this is 0 when it must be between 1 and 5"));
-  EXPECT_EQ(partition(arbitrary(), 6, 5),
-            internalError("PartitionIndex used for this is 6 when it must be between 1 and 5"));
+  const std::string index = "PartitionIndex used for this is ";
+  EXPECT_EQ(partition(arbitrary(), 0, 5), refused(index + "0", "between 1 and 5"));
+  EXPECT_EQ(partition(arbitrary(), 6, 5), refused(index + "6", "between 1 and 5"));
 
   EXPECT_EQ(partition(fixed(3), 2, 3), "2 of 3");
-  EXPECT_EQ(partition(fixed(3), 4, 9),
-            internalError("PartitionIndex used for this is 4 when it must be between 1 and 3"));
+  EXPECT_EQ(partition(fixed(3), 4, 9), refused(index + "4", "between 1 and 3"));
   EXPECT_EQ(partition(fixed(3), 1, 4),
-            internalError("NumPartitions used for this FixedNumPartitions is 4 when it must be 3"));
+            refused("NumPartitions used for this FixedNumPartitions is 4", "3"));
 
   EXPECT_EQ(partition(broadcast(), 1, 1), "1 of 1");
-  EXPECT_EQ(partition(broadcast(), 2, 2),
-            internalError("PartitionIndex used for broadcast partition is 2 when it must be 1."));
-  EXPECT_EQ(partition(broadcast(), 1, 2),
-            internalError("NumPartitions used for broadcast partition is 2 when it must be 1."));
+  const std::string used = " used for broadcast partition is 2";
+  EXPECT_EQ(partition(broadcast(), 2, 2), refused("PartitionIndex" + used, "1."));
+  EXPECT_EQ(partition(broadcast(), 1, 2), refused("NumPartitions" + used, "1."));
 }
 
 TEST_F(Strategies, RefuseHadoopMetadataEachInItsOwnWords) {
