@@ -13,6 +13,7 @@ namespace kv::runtime {
 struct RuntimeState {
   host::Value defaultExecutor;   ///< made when it is first asked for
   host::Value executorOverride;  ///< null or empty: none
+  host::Value globalStream;      ///< made when it is first asked for
   EvaluationFacts lastEvaluation;
   SourceRows sourceRows;
 };

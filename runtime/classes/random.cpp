@@ -1,0 +1,110 @@
+#include <array>
+#include <limits>
+#include <memory>
+
+#include "classes/classes.h"
+#include "classes/definitionHelpers.h"
+#include "classes/sessionValues.h"
+#include "functions/Philox.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Call;
+using host::Value;
+
+constexpr char kRandStream[] = "RandStream";
+
+/// Seeds are whole numbers that a double holds exactly.
+constexpr std::size_t kMaxSeed = (std::size_t{1} << 53) - 1;
+
+struct StreamValue final : host::NativeValue {
+  StreamValue(std::uint64_t seed, std::uint64_t partition) : stream(seed, partition) {}
+
+  PhiloxStream stream;
+};
+
+PhiloxStream& streamOf(const kxArray* object) {
+  return host::nativeValue<StreamValue>(object, "scalar RandStream").stream;
+}
+
+/// RandStream(seed, partition): 0 for both where they aren't given.
+void constructStream(const Call& call) {
+  const std::size_t seed = call.nrhs > 1 ? host::toCount(call.in(1), kMaxSeed) : 0;
+  const std::size_t partition = call.nrhs > 2 ? host::toCount(call.in(2), kMaxSeed) : 0;
+  host::setSlot(call.in(0), "Seed", host::makeDouble(static_cast<double>(seed)));
+  host::setSlot(call.in(0), "Partition", host::makeDouble(static_cast<double>(partition)));
+  host::setNativeValue(call.in(0), std::make_unique<StreamValue>(seed, partition));
+}
+
+const kxArray* globalStream() {
+  RuntimeState& state = runtimeState();
+  if (state.globalStream == nullptr) {
+    state.globalStream = host::call(kRandStream);
+  }
+  return state.globalStream.get();
+}
+
+void getGlobalStream(const Call& call) { call.out(0, matrix::sharedCopy(globalStream())); }
+
+void setGlobalStream(const Call& call) {
+  streamOf(call.in(0));
+  runtimeState().globalStream = matrix::sharedCopy(call.in(0));
+}
+
+/// `rows`-by-`columns` numbers, column by column.
+Value drawUniform(PhiloxStream& stream, const kxArray* rows, const kxArray* columns) {
+  constexpr std::size_t kMaxCount = std::numeric_limits<std::uint32_t>::max();
+  const std::array<std::size_t, 2> dimensions{
+      host::toCount(rows, kMaxCount), columns == nullptr ? 1 : host::toCount(columns, kMaxCount)};
+  Value numbers = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxDOUBLE_CLASS));
+  auto* data = static_cast<double*>(kxGetMutableData(numbers.get()));
+  for (std::size_t i = 0; i < kxGetNumberOfElements(numbers.get()); ++i) {
+    data[i] = stream.nextUniform();
+  }
+  return numbers;
+}
+
+/// rand(stream, rows, columns)
+void drawFromStream(const Call& call) {
+  call.out(0, drawUniform(streamOf(call.in(0)), call.in(1), call.in(2)));
+}
+
+/// rand(rows, columns): from the session's stream.
+void drawFromGlobal(const Call& call) {
+  call.expect(1, 1, 2);
+  call.out(0, drawUniform(streamOf(globalStream()), call.in(0), call.in(1)));
+}
+
+/// RandStreamFactory(seed): without one, it is drawn from the session's stream, so that no two
+/// operations share their numbers.
+void constructFactory(const Call& call) {
+  const std::size_t seed = call.nrhs > 1 ? host::toCount(call.in(1), kMaxSeed)
+                                         : streamOf(globalStream()).nextBits() & kMaxSeed;
+  host::setSlot(call.in(0), "Seed", host::makeDouble(static_cast<double>(seed)));
+}
+
+/// getRandStreamForPartition(factory, partition): from the beginning, each time.
+void getStreamForPartition(const Call& call) {
+  const Value seed = host::getSlot(call.in(0), "Seed");
+  call.out(0, host::call(kRandStream, {seed.get(), call.in(1)}));
+}
+
+}  // namespace
+
+void defineRandom(host::Session& session) {
+  define(session, {.name = kRandStream,
+                   .properties = {readOnly("Seed"), readOnly("Partition")},
+                   .constructor = constructor(constructStream, 1, 3),
+                   .methods = {staticMethod("getGlobalStream", getGlobalStream, 0, 0),
+                               staticMethod("setGlobalStream", setGlobalStream, 1, 1),
+                               method("rand", drawFromStream, 2, 3)}});
+  define(session, {.name = kRandStreamFactory,
+                   .properties = {readOnly("Seed")},
+                   .constructor = constructor(constructFactory, 1, 2),
+                   .methods = {method("getRandStreamForPartition", getStreamForPartition, 2, 2)}});
+  session.defineFunction("rand", drawFromGlobal);
+}
+
+}  // namespace kv::runtime
