@@ -70,6 +70,14 @@ bool isText(const kxArray* value) {
          (Torvane::String::isString(value) && kxIsScalar(value));
 }
 
+/// Rows of a column; those of a categorical are its elements.
+std::size_t heightOf(const kxArray* column) {
+  if (kxIsA(column, "categorical")) {
+    return kxGetM(host::getProperty(column, "Codes").get());
+  }
+  return kxGetM(column);
+}
+
 /// table(column, ..., "VariableNames", names): columns of one length, with a name each.
 void constructTable(const Call& call) {
   int columns = call.nrhs - 1;
@@ -84,9 +92,9 @@ void constructTable(const Call& call) {
   }
   std::vector<Value> values;
   for (int i = 1; i <= columns; ++i) {
-    if (kxGetM(call.in(i)) != kxGetM(call.in(1))) {
+    if (heightOf(call.in(i)) != heightOf(call.in(1))) {
       host::raise("KALVEX:table:UnequalHeights",
-                  {std::to_string(kxGetM(call.in(1))), std::to_string(kxGetM(call.in(i)))});
+                  {std::to_string(heightOf(call.in(1))), std::to_string(heightOf(call.in(i)))});
     }
     values.push_back(matrix::sharedCopy(call.in(i)));
   }
@@ -95,7 +103,7 @@ void constructTable(const Call& call) {
                 {std::to_string(names.size()), std::to_string(values.size())});
   }
   host::setSlot(call.in(0), "Height",
-                host::makeDouble(columns > 0 ? static_cast<double>(kxGetM(call.in(1))) : 0));
+                host::makeDouble(columns > 0 ? static_cast<double>(heightOf(call.in(1))) : 0));
   host::setSlot(call.in(0), "VariableNames", host::makeStringRow(names));
   host::setSlot(call.in(0), "Columns", host::makeCell(std::move(values)));
 }

@@ -60,11 +60,6 @@ void displayName(const Call& call) {
   call.out(0, host::makeChars(datastoreOf(call.in(0))->displayName()));
 }
 
-host::PropertyDefinition computed(std::string name, host::NativeBody body) {
-  return {
-      .name = std::move(name), .setAccess = host::MemberAccess::None, .compute = std::move(body)};
-}
-
 /// copy(datastore): the sources are immutable, so the copy shares what it reads from.
 void copyDatastore(const Call& call) {
   Value copied = host::call(kCsvDatastore, {});

@@ -16,6 +16,14 @@ inline host::MethodDefinition method(std::string name, host::NativeBody body, in
   return {.name = std::move(name), .body = std::move(body), .arity = {minInputs, maxInputs}};
 }
 
+inline host::MethodDefinition protectedMethod(std::string name, host::NativeBody body,
+                                              int minInputs, int maxInputs) {
+  host::MethodDefinition definition =
+      method(std::move(name), std::move(body), minInputs, maxInputs);
+  definition.access = host::MemberAccess::Protected;
+  return definition;
+}
+
 inline host::MethodDefinition staticMethod(std::string name, host::NativeBody body, int minInputs,
                                            int maxInputs) {
   return {.name = std::move(name),
@@ -36,6 +44,13 @@ inline host::MethodDefinition constructor(host::NativeBody body, int minInputs, 
 /// A property that everybody reads and only the class writes.
 inline host::PropertyDefinition readOnly(std::string name) {
   return {.name = std::move(name), .setAccess = host::MemberAccess::Private};
+}
+
+/// A property that is computed on each read.
+inline host::PropertyDefinition computed(std::string name, host::NativeBody body) {
+  return {.name = std::move(name),
+          .setAccess = host::MemberAccess::Immutable,
+          .compute = std::move(body)};
 }
 
 inline void define(host::Session& session, host::ClassDefinition definition) {

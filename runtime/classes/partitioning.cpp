@@ -32,12 +32,6 @@ void countPartitions(const Call& call) {
   call.out(0, host::makeDouble(static_cast<double>(sourceOf(call.in(0)).numPartitions())));
 }
 
-host::PropertyDefinition computed(std::string name, host::NativeBody body) {
-  return {.name = std::move(name),
-          .setAccess = host::MemberAccess::Immutable,
-          .compute = std::move(body)};
-}
-
 host::NativeBody constant(bool value) {
   return [value](const Call& call) { call.out(0, host::makeLogical(value)); };
 }
@@ -100,12 +94,6 @@ void isKnownSinglePartition(const Call& call) {
   call.out(0, host::makeLogical(numPartitionsOf(call.in(0)) == 1));
 }
 
-host::MethodDefinition protectedMethod(std::string name, host::NativeBody body) {
-  host::MethodDefinition definition = method(std::move(name), std::move(body), 2, 2);
-  definition.access = host::MemberAccess::Protected;
-  return definition;
-}
-
 }  // namespace
 
 void definePartitioning(host::Session& session) {
@@ -127,9 +115,9 @@ void definePartitioning(host::Session& session) {
                       method("fixNumPartitions", fixNumPartitions, 2, 2),
                       method("resolve", returnSelf, 4, 4),
                       method("isKnownSinglePartition", isKnownSinglePartition, 1, 1),
-                      protectedMethod("typedIsCompatible", typedIsCompatible),
-                      protectedMethod("typedThrowIfIncompatible", throwIfIncompatible),
-                      protectedMethod("typedAlign", typedAlign)}});
+                      protectedMethod("typedIsCompatible", typedIsCompatible, 2, 2),
+                      protectedMethod("typedThrowIfIncompatible", throwIfIncompatible, 2, 2),
+                      protectedMethod("typedAlign", typedAlign, 2, 2)}});
 }
 
 }  // namespace kv::runtime
