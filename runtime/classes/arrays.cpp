@@ -83,6 +83,14 @@ void gather(const Call& call) {
   }
 }
 
+/// broadcast(value): the value as one that goes with any partition, once it is there.
+void broadcast(const Call& call) {
+  call.expect(1, 1, 1);
+  const bool isBroadcast = kxIsA(call.in(0), kBroadcastArray);
+  call.out(
+      0, isBroadcast ? matrix::sharedCopy(call.in(0)) : host::call(kBroadcastArray, {call.in(0)}));
+}
+
 }  // namespace
 
 EvaluationObjects evaluationObjects(std::span<const kxArray* const> arrays) {
@@ -117,6 +125,7 @@ void defineArrays(host::Session& session) {
   define(session, {.name = kBroadcastArray,
                    .properties = {readOnly("Value")},
                    .constructor = constructor(constructWrapper, 2, 2)});
+  session.defineFunction(kBroadcast, broadcast);
   complete(session, kLazyArray,
            {method("gather", gather, 1, -1),
             method("getEvaluationObjects", getEvaluationObjects, 1, -1)});

@@ -32,10 +32,13 @@ void load(host::Session& session) {
   const host::Session::Scope scope(session);
   loadCore(session);
   defineFunctions(session);
+  defineRandom(session);
   defineExceptions(session);
   defineContainers(session);
+  defineGraphs(session);
   defineDatastores(session);
   definePartitioning(session);
+  defineConcatenation(session);
   defineArrays(session);
   defineProcessors(session);
   defineTasks(session);

@@ -9,9 +9,10 @@ namespace {
 constexpr host::CatalogueEntry kMessages[] = {
     {"KALVEX:array:NotAColumn",
      "A column of numbers, logicals or texts is expected, got a {0} {1}."},
-    {"KALVEX:array:NotRunnable",
-     "An operation with a processor factory of class {0} can be recorded and planned, but not "
-     "run."},
+    {"KALVEX:array:NotRunnable", "{0} can be recorded and planned, but not run."},
+    {"KALVEX:array:Condition",
+     "A choice between two arrays needs a condition that is one logical value, got {0}."},
+    {"KALVEX:array:NotLogical", "{0} must return logical values, but returned {1}."},
     {"KALVEX:array:DifferentSources",
      "Rows of {0} and of {1} can't be combined: they are different sources."},
     {"KALVEX:array:NeedsRows", "{0} needs an array with rows, got a value in memory."},
@@ -30,6 +31,9 @@ constexpr host::CatalogueEntry kMessages[] = {
     {"KALVEX:datastore:NotSupported",
      "The executor reads objects of class kalvex.io.Datastore, got a {0}."},
     {"KALVEX:datastore:PartitionCount", "{0} of a datastore is {1}, but it has {2} partitions."},
+    {"KALVEX:bigdata:array:ConcatenatedPartitions",
+     "{0} of joined arrays is {1}, but they have {2} partitions."},
+    {"KALVEX:digraph:UnknownNode", "An edge leads to {0}, which is no node of the graph."},
     {"KALVEX:Containers:CountMismatch", "A map needs a value for each key: {0} keys, {1} values."},
     {"KALVEX:Containers:NoKey", "There is no key {0} in the map."},
     {"KALVEX:table:UnequalHeights",

@@ -158,6 +158,24 @@ void constructFactory(const Call& call) {
   host::setSlot(call.in(0), "SubmissionStack", matrix::sharedCopy(call.in(3)));
 }
 
+/// GlobalStateProcessorFactory(factory, options): does what `factory` does, with a random stream of
+/// its own for each partition.
+void constructGlobalStateFactory(const Call& call) {
+  const kxArray* factory = call.in(1);
+  if (kxIsA(factory, kSpecFactory)) {
+    const Value function = host::getProperty(factory, "FunctionHandle");
+    const Value reduction = host::getProperty(factory, "ReduceHandle");
+    const Value stack = host::getProperty(factory, "SubmissionStack");
+    host::constructSuperclass(call.in(0), kSpecFactory,
+                              {function.get(), reduction.get(), stack.get()});
+    const auto& spec = host::nativeValue<OpSpecValue>(factory, kSpecFactory).spec;
+    host::setNativeValue(call.in(0), std::make_unique<OpSpecValue>(spec));
+  } else {
+    host::constructSuperclass(call.in(0), kSpecFactory, {factory});
+  }
+  host::setSlot(call.in(0), "Options", matrix::sharedCopy(call.in(2)));
+}
+
 host::MethodDefinition privateMethod(std::string name, host::NativeBody body) {
   host::MethodDefinition definition = method(std::move(name), std::move(body), 1, 1);
   definition.access = host::MemberAccess::Private;
@@ -177,6 +195,10 @@ void defineProcessors(host::Session& session) {
           .methods = {method(
               "feval", [](const Call& call) { call.out(0, matrix::sharedCopy(call.in(0))); }, 1,
               -1)}});
+  define(session, {.name = kGlobalStateFactory,
+                   .superclasses = {kSpecFactory},
+                   .properties = {readOnly("Options")},
+                   .constructor = constructor(constructGlobalStateFactory, 3, 3)});
   define(session, {.name = kCompositeGraph, .properties = {readOnly("Factories")}});
   complete(session, kProcessorBuilder,
            {method("feval", fevalBuilder, 1, -1), privateMethod("getAllInputIds", getAllInputIds),

@@ -13,6 +13,7 @@
 #include "execution/Unit.h"
 #include "execution/clientTasks.h"
 #include "execution/failures.h"
+#include "kv/host/errors.h"
 #include "values/columnValues.h"
 
 namespace kv::runtime {
@@ -80,6 +81,7 @@ Evaluation::Evaluation(const Plan& plan, const CancellationToken& cancellation,
 
 EvaluationFacts Evaluation::run() {
   const auto start = std::chrono::steady_clock::now();
+  refuseRecordedTasks();
   runClientTasks(0);
   for (int pass = 1; pass <= plan_.passes; ++pass) {
     runPass(pass);
@@ -90,6 +92,20 @@ EvaluationFacts Evaluation::run() {
   facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   facts_.peakBytes = peakResidentBytes();
   return facts_;
+}
+
+void Evaluation::refuseRecordedTasks() const {
+  for (const PlanTask& task : plan_.tasks) {
+    if (task.spec->kind != OpKind::Recorded) {
+      continue;
+    }
+    try {
+      host::raise("KALVEX:array:NotRunnable", {task.spec->label});
+    } catch (...) {
+      const Value stack = host::getProperty(task.factory.get(), "SubmissionStack");
+      raiseStepFailure(std::current_exception(), stack.get(), std::nullopt);
+    }
+  }
 }
 
 void Evaluation::runClientTasks(int pass) {

@@ -40,11 +40,13 @@ class Evaluation {
   /// `sourceRows`: what earlier evaluations have learned; this one adds to it.
   Evaluation(const Plan& plan, const CancellationToken& cancellation, SourceRows& sourceRows);
 
-  /// Errors: Cancelled within a chunk of the token's being set; failures of steps (see
+  /// Errors: "KALVEX:array:NotRunnable" with the class of an operation that can't be run, before
+  ///         anything is; Cancelled within a chunk of the token's being set; failures of steps (see
   ///         raiseStepFailure). No promise is completed then.
   EvaluationFacts run();
 
  private:
+  void refuseRecordedTasks() const;
   void runClientTasks(int pass);
   void runPass(int pass);
   void runStage(const std::vector<PassSink>& sinks);

@@ -21,6 +21,9 @@ enum class OpKind : std::uint8_t {
   Filter,       ///< keeps the rows where the first input is true
   Aggregate,    ///< reduces all rows; ends a pass
   Client,       ///< a function of whole values, run once
+  Choose,       ///< the second or the third input, as the first says, one logical
+  Pass,         ///< its one input as it comes
+  Recorded,     ///< can be planned, but not run
   Select,       ///< one output of a step that has several
   Input,        ///< a value that is there before the pass
   Collect,      ///< keeps all rows, for a result; ends a pass
@@ -49,7 +52,9 @@ struct OpSpec {
   std::shared_ptr<const Datastore> source{};  ///< of Read
   std::vector<std::string> variables{};       ///< of Variable
   bool content = false;                       ///< of Variable: an array, not a table
-  std::size_t index = 0;  ///< of Select: the output; of Input: its ordinal, from 1
+  bool givesLogical = false;  ///< of Elementwise: results of another type are refused
+  bool spreads = true;        ///< of Elementwise: inputs with one row stand for every row
+  std::size_t index = 0;      ///< of Select: the output; of Input: its ordinal, from 1
 };
 
 /// The C++ value of a processor factory.

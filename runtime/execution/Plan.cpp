@@ -43,9 +43,9 @@ PlanInput readInput(const kxArray* entry, const ObjectIndex& indexOf) {
   return input;
 }
 
-/// A factory of a user's own class: its "feval" gets a chunk of each input, or whole values where
-/// the task's output is broadcast, and returns the outputs.
-host::Value wrapUserFactory(const kxArray* task, const kxArray* factory) {
+/// What to do with a factory of a user's own class: its "feval" gets a chunk of each input, or
+/// whole values where the task's output is broadcast, and returns the outputs.
+std::unique_ptr<OpSpecValue> specOfUserFactory(const kxArray* task, const kxArray* factory) {
   if (!kxIsA(factory, kProcessorFactory)) {
     host::raise("KALVEX:array:NotRunnable", {kxGetClassName(factory)});
   }
@@ -55,18 +55,27 @@ host::Value wrapUserFactory(const kxArray* task, const kxArray* factory) {
   spec->label = kxGetClassName(factory);
   spec->numInputs = kxGetNumberOfElements(host::getProperty(task, "Dependencies").get());
   spec->numOutputs = host::toCount(host::getProperty(task, "NumOutputs").get(), kMaxOutputs);
-  host::Value wrapped = host::call(kSpecFactory, {factory});
-  host::setNativeValue(wrapped.get(), std::make_unique<OpSpecValue>(std::move(spec)));
-  return wrapped;
+  return std::make_unique<OpSpecValue>(std::move(spec));
+}
+
+/// The factory of a task as one of the runtime's own.
+host::Value readFactory(const kxArray* task) {
+  host::Value factory = host::getProperty(task, "DataProcessorFactory");
+  if (kxIsA(factory.get(), kGlobalStateFactory) && host::getNativeValue(factory.get()) == nullptr) {
+    const host::Value wrapped = host::getProperty(factory.get(), "FunctionHandle");
+    host::setNativeValue(factory.get(), specOfUserFactory(task, wrapped.get()));
+  } else if (!kxIsA(factory.get(), kSpecFactory)) {
+    auto spec = specOfUserFactory(task, factory.get());
+    factory = host::call(kSpecFactory, {factory.get()});
+    host::setNativeValue(factory.get(), std::move(spec));
+  }
+  return factory;
 }
 
 PlanTask readTask(const host::Value& object, const ObjectIndex& indexOf) {
   PlanTask task;
   task.id = host::toText(host::getProperty(object.get(), "Id").get());
-  task.factory = host::getProperty(object.get(), "DataProcessorFactory");
-  if (!kxIsA(task.factory.get(), kSpecFactory)) {
-    task.factory = wrapUserFactory(object.get(), task.factory.get());
-  }
+  task.factory = readFactory(object.get());
   task.spec = host::nativeValue<OpSpecValue>(task.factory.get(), kSpecFactory).spec;
   const host::Value dependencies = host::getProperty(object.get(), "Dependencies");
   for (std::size_t i = 0; i < kxGetNumberOfElements(dependencies.get()); ++i) {

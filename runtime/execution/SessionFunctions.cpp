@@ -2,20 +2,28 @@
 
 #include <string>
 
+#include "execution/randomStreams.h"
 #include "kv/host/errors.h"
 #include "values/columnValues.h"
 
 namespace kv::runtime {
 
-std::vector<Column> SessionFunctions::call(std::size_t step, std::span<const Operand> inputs) {
+std::vector<Column> SessionFunctions::call(std::size_t step, std::int64_t partition,
+                                           std::span<const Operand> inputs) {
   const OpSpec& spec = *stage_.stage().steps()[step].spec;
-  const host::Value handle = host::getProperty(stage_.factoryOf(step).get(), "FunctionHandle");
+  const host::Value factory = stage_.factoryOf(step);
+  const host::Value handle = host::getProperty(factory.get(), "FunctionHandle");
   std::vector<host::Value> values;
   std::vector<const kxArray*> arguments{handle.get()};
   for (const Operand& input : inputs) {
     values.push_back(toValue(input.column));
     arguments.push_back(values.back().get());
   }
+  PartitionStream& random = streams_[step];
+  if (random.partition != partition) {
+    random = {partition, streamForPartition(factory.get(), partition)};
+  }
+  const StreamScope scope(matrix::sharedCopy(random.stream.get()));
   const std::vector<host::Value> outputs =
       host::callMany("feval", static_cast<int>(spec.numOutputs), arguments);
   std::vector<Column> columns;

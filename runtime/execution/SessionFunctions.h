@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <span>
 #include <vector>
 
@@ -17,10 +19,19 @@ class SessionFunctions final : public UserFunctions {
 
   /// Errors: what the function raises, with the line where its array was made;
   ///         "KALVEX:array:MissingOutput" if it gives fewer outputs than the operation has.
-  std::vector<Column> call(std::size_t step, std::span<const Operand> inputs) override;
+  std::vector<Column> call(std::size_t step, std::int64_t partition,
+                           std::span<const Operand> inputs) override;
 
  private:
+  /// The random stream of a step for the partition at hand: one for all its chunks; null where the
+  /// step wants none.
+  struct PartitionStream {
+    std::int64_t partition = -1;
+    host::Value stream;
+  };
+
   const AssembledStage& stage_;
+  std::map<std::size_t, PartitionStream> streams_;  ///< by step
 };
 
 }  // namespace kv::runtime

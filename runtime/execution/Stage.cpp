@@ -15,6 +15,7 @@ ColumnNeeds needsOfInput(const OpSpec& spec, const ColumnNeeds& asked) {
       return {false, {spec.variables.begin(), spec.variables.end()}};
     case OpKind::Filter:
     case OpKind::Select:
+    case OpKind::Pass:
       return asked;
     default:
       return {true, {}};

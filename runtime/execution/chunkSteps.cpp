@@ -1,6 +1,10 @@
 #include "execution/chunkSteps.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
+#include <cstdint>
+#include <string>
 
 #include "kv/host/errors.h"
 
@@ -22,6 +26,21 @@ Chunk takeVariables(const OpSpec& spec, const Chunk& table) {
     taken.names = std::make_shared<const std::vector<std::string>>(spec.variables);
   }
   return taken;
+}
+
+bool isConditionTrue(const Column& condition) {
+  if (condition.type() != ElementType::Logical || condition.rows() != 1) {
+    host::raise("KALVEX:array:Condition", {fmt::format("{} rows of type {}", condition.rows(),
+                                                       elementTypeName(condition.type()))});
+  }
+  return condition.values<std::uint8_t>().front() != 0;
+}
+
+void requireType(const OpSpec& spec, const Column& result) {
+  if (spec.givesLogical && result.type() != ElementType::Logical) {
+    host::raise("KALVEX:array:NotLogical",
+                {spec.label, std::string(elementTypeName(result.type()))});
+  }
 }
 
 bool haveSameRows(const RowOrdinals& a, const RowOrdinals& b) {

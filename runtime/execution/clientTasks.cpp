@@ -7,8 +7,10 @@
 
 #include "execution/chunkSteps.h"
 #include "execution/failures.h"
+#include "execution/randomStreams.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/selectRows.h"
+#include "values/columnValues.h"
 
 namespace kv::runtime {
 namespace {
@@ -47,8 +49,20 @@ std::vector<Value> callHandle(const kxArray* factory, kcos::NameRef slot, std::s
   const Value handle = host::getProperty(factory, slot);
   std::vector<const kxArray*> arguments{handle.get()};
   arguments.insert(arguments.end(), inputs.begin(), inputs.end());
+  constexpr std::int64_t kFirstPartition = 0;
+  const StreamScope stream(streamForPartition(factory, kFirstPartition));
   std::vector<Value> outputs = host::callMany("feval", static_cast<int>(numOutputs), arguments);
   outputs.resize(numOutputs);
+  return outputs;
+}
+
+/// The results of a function that the operation says has logical ones.
+std::vector<Value> checkedTypes(const OpSpec& spec, std::vector<Value> outputs) {
+  for (const Value& output : outputs) {
+    if (spec.givesLogical) {
+      requireType(spec, toColumn(output.get()));
+    }
+  }
   return outputs;
 }
 
@@ -56,6 +70,12 @@ std::vector<Value> callHandle(const kxArray* factory, kcos::NameRef slot, std::s
 std::vector<Chunk> piecesOf(const WholeValue& whole, const std::optional<RowPlaces>& places) {
   const Chunk chunk = toChunk(whole.value.get());
   return places ? places->cut(chunk) : std::vector<Chunk>{chunk};
+}
+
+std::vector<WholeValue> oneOf(const WholeValue& input) {
+  std::vector<WholeValue> outputs;
+  outputs.push_back({matrix::sharedCopy(input.value.get()), input.places});
+  return outputs;
 }
 
 std::vector<WholeValue> filterWhole(const std::vector<WholeValue>& inputs,
@@ -92,8 +112,13 @@ std::vector<WholeValue> runOn(const PlanTask& task, const std::vector<WholeValue
     case OpKind::Filter:
       return filterWhole(inputs, sharedPlaces(spec, inputs));
     case OpKind::Elementwise:
-      return wholes(callHandle(factory, "FunctionHandle", spec.numOutputs, values),
-                    sharedPlaces(spec, inputs));
+      return wholes(
+          checkedTypes(spec, callHandle(factory, "FunctionHandle", spec.numOutputs, values)),
+          sharedPlaces(spec, inputs));
+    case OpKind::Choose:
+      return oneOf(inputs.at(isConditionTrue(toColumn(values.at(0))) ? 1 : 2));
+    case OpKind::Pass:
+      return oneOf(inputs.at(0));
     case OpKind::Aggregate: {
       std::vector<Value> partials = callHandle(factory, "FunctionHandle", spec.numOutputs, values);
       return spec.function.aggregate ? wholes(std::move(partials))

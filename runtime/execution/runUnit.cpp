@@ -10,6 +10,7 @@
 #include "kv/host/errors.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/selectRows.h"
+#include "values/columnValues.h"
 
 namespace kv::runtime {
 namespace {
@@ -109,7 +110,14 @@ class UnitRun {
       case OpKind::Collect:
         feedSinks(step);
         break;
+      case OpKind::Choose:
+        slot.outputs = {choose(step)};
+        break;
+      case OpKind::Pass:
+        slot.outputs = {chunkOf(step, 0)};
+        break;
       case OpKind::Client:
+      case OpKind::Recorded:
       case OpKind::Outputs:
         throw std::logic_error("a step of this kind doesn't run in a stage");
     }
@@ -197,11 +205,28 @@ class UnitRun {
     return {std::move(operands), rows};
   }
 
+  /// The rows of the input that the condition chooses; a value stands for every row of the other.
+  Chunk choose(std::size_t step) const {
+    const Slot& condition = inputSlot(step, 0);
+    if (!condition.isWhole()) {
+      host::raise("KALVEX:array:Condition", {"an array with rows"});
+    }
+    const std::size_t chosen = isConditionTrue(condition.whole->column) ? 1 : 2;
+    const Slot& slot = inputSlot(step, chosen);
+    if (!slot.isWhole()) {
+      return slot.outputs.front();
+    }
+    const Chunk& rows = chunkOf(step, 3 - chosen);
+    checkWholeInputs(step, &rows);
+    return {rows.partition, rows.ordinals, nullptr, {repeat(slot.whole->column, rows.rows())}};
+  }
+
   /// A value that has several rows, but none that are known to be rows of the source, fits nothing.
   void checkWholeInputs(std::size_t step, const Chunk* rows) const {
+    const bool spreads = stage_.steps()[step].spec->spreads;
     for (std::size_t input = 0; input < stage_.steps()[step].inputs.size(); ++input) {
       const Slot& slot = inputSlot(step, input);
-      if (slot.isWhole() && slot.whole->column.rows() != 1) {
+      if (slot.isWhole() && (slot.whole->column.rows() != 1 || !spreads)) {
         host::raise("KALVEX:array:RowsDiffer",
                     {std::to_string(slot.whole->column.rows()), "a value in memory",
                      std::to_string(rows ? rows->rows() : 0), stage_.steps()[step].spec->label});
@@ -216,9 +241,10 @@ class UnitRun {
     if (spec.function.element != nullptr) {
       columns.push_back(evaluate(*spec.function.element, operands, rows->rows()));
     } else if (rows->rows() == 0) {
-      columns.assign(spec.numOutputs, emptyColumn(ElementType::Double));
+      columns.assign(spec.numOutputs,
+                     emptyColumn(spec.givesLogical ? ElementType::Logical : ElementType::Double));
     } else {
-      columns = functions_.call(step, operands);
+      columns = functions_.call(step, result_.partition, operands);
     }
     std::vector<Chunk> chunks;
     for (Column& column : columns) {
@@ -226,6 +252,7 @@ class UnitRun {
         host::raise("KALVEX:array:WrongRowCount",
                     {spec.label, std::to_string(rows->rows()), std::to_string(column.rows())});
       }
+      requireType(spec, column);
       chunks.push_back({rows->partition, rows->ordinals, nullptr, {std::move(column)}});
     }
     return chunks;
@@ -245,7 +272,7 @@ class UnitRun {
     } else if (stage_.steps()[step].spec->kind == OpKind::Collect) {
       result_.sinks[sink].chunks.push_back(chunkOf(step, 0));
     } else if (const auto [operands, rows] = operandsOf(step); rows->rows() > 0) {
-      result_.sinks[sink].partials.push_back(functions_.call(step, operands));
+      result_.sinks[sink].partials.push_back(functions_.call(step, result_.partition, operands));
     }
   }
 

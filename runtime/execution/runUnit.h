@@ -21,10 +21,12 @@ class UserFunctions {
  public:
   virtual ~UserFunctions() = default;
 
-  /// Calls the function of step `step` on one chunk of each input; scalars have one row.
+  /// Calls the function of step `step` on one chunk of each input, of partition `partition`,
+  /// counted from 0; scalars have one row. The chunks of a partition come in order.
   ///
   /// Errors: what the function raises, as it came.
-  virtual std::vector<Column> call(std::size_t step, std::span<const Operand> inputs) = 0;
+  virtual std::vector<Column> call(std::size_t step, std::int64_t partition,
+                                   std::span<const Operand> inputs) = 0;
 };
 
 /// What a unit gives for one output of its stage.

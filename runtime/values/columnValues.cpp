@@ -6,6 +6,7 @@
 #include <arrow/array/util.h>
 #include <arrow/buffer.h>
 #include <arrow/result.h>
+#include <arrow/scalar.h>
 #include <fmt/core.h>
 
 #include <array>
@@ -15,6 +16,7 @@
 
 #include "fl/i18n.h"
 #include "kv/host/errors.h"
+#include "values/hostNames.h"
 
 namespace kv::runtime {
 namespace {
@@ -127,6 +129,9 @@ bool isColumn(const kxArray* value) noexcept {
 }
 
 Column toColumn(const kxArray* value) {
+  if (kcos::omIsKCOS(value) && kxIsScalar(value) && kxIsA(value, kBroadcastArray)) {
+    return toColumn(host::getProperty(value, "Value").get());
+  }
   if (!isColumn(value)) {
     host::raise("KALVEX:array:NotAColumn",
                 {fmt::format("{}x{}", kxGetM(value), kxGetN(value)), kxGetClassName(value)});
@@ -142,6 +147,14 @@ Column toColumn(const kxArray* value) {
   const auto bytes = static_cast<std::int64_t>(rows * kxGetElementSize(kxGetClassID(value)));
   return {*numericType(kxGetClassID(value)), static_cast<std::int64_t>(rows),
           std::make_shared<ValueBuffer>(matrix::sharedCopy(value), bytes)};
+}
+
+Column repeat(const Column& value, std::int64_t rows) {
+  const auto scalar = arrow::MakeArray(value.data())->GetScalar(0);
+  checkArrow(scalar.status());
+  const auto repeated = arrow::MakeArrayFromScalar(**scalar, rows);
+  checkArrow(repeated.status());
+  return {value.type(), (*repeated)->data()};
 }
 
 Column concatenate(const std::vector<Column>& columns) {

@@ -13,14 +13,17 @@ namespace kv::runtime {
 /// copied to UTF-16.
 host::Value toValue(const Column& column);
 
-/// The column of an n-by-1 numeric, logical or string array, a char row or a scalar. Numeric and
-/// logical memory is borrowed, texts are copied.
+/// The column of an n-by-1 numeric, logical or string array, a char row or a scalar, or of what a
+/// BroadcastArray holds. Numeric and logical memory is borrowed, texts are copied.
 ///
 /// Errors: "KALVEX:array:NotAColumn" with the shape and class of another value.
 Column toColumn(const kxArray* value);
 
 /// True if `toColumn` accepts the value.
 bool isColumn(const kxArray* value) noexcept;
+
+/// A column of `rows` rows, each the one row of `value`.
+Column repeat(const Column& value, std::int64_t rows);
 
 /// The rows of all columns in order, as one column; texts and numbers don't mix.
 ///

@@ -8,6 +8,8 @@ inline constexpr char kLocalArray[] = "kalvex.bigdata.internal.LocalArray";
 inline constexpr char kBroadcastArray[] = "kalvex.bigdata.internal.BroadcastArray";
 inline constexpr char kFunctionHandle[] = "kalvex.bigdata.internal.FunctionHandle";
 inline constexpr char kInternalStackFrame[] = "kalvex.bigdata.internal.InternalStackFrame";
+inline constexpr char kBroadcast[] = "kalvex.bigdata.internal.broadcast";
+inline constexpr char kRandStreamFactory[] = "kalvex.bigdata.internal.RandStreamFactory";
 inline constexpr char kThrow[] = "kalvex.bigdata.internal.throw";
 inline constexpr char kBigDataException[] = "kalvex.bigdata.BigDataException";
 inline constexpr char kTallProfiler[] = "kalvex.bigdata.internal.debug.TallProfiler";
@@ -19,12 +21,18 @@ inline constexpr char kClosurePromise[] = "kalvex.bigdata.internal.lazyeval.Clos
 inline constexpr char kOperation[] = "kalvex.bigdata.internal.lazyeval.Operation";
 inline constexpr char kElementwiseOperation[] =
     "kalvex.bigdata.internal.lazyeval.ElementwiseOperation";
+inline constexpr char kSlicewiseOperation[] = "kalvex.bigdata.internal.lazyeval.SlicewiseOperation";
+inline constexpr char kCacheEntryKey[] = "kalvex.bigdata.internal.lazyeval.CacheEntryKey";
+inline constexpr char kGlobalStateFactory[] =
+    "kalvex.bigdata.internal.lazyeval.GlobalStateProcessorFactory";
 
 inline constexpr char kPartitionStrategy[] = "kalvex.bigdata.internal.executor.PartitionStrategy";
 inline constexpr char kDatastoreStrategy[] =
     "kalvex.bigdata.internal.executor.DatastorePartitionStrategy";
 inline constexpr char kBroadcastStrategy[] =
     "kalvex.bigdata.internal.executor.BroadcastPartitionStrategy";
+inline constexpr char kConcatenatedStrategy[] =
+    "kalvex.bigdata.internal.executor.ConcatenatedPartitionStrategy";
 inline constexpr char kFixedStrategy[] =
     "kalvex.bigdata.internal.executor.FixedNumPartitionStrategy";
 inline constexpr char kSimplePartition[] = "kalvex.bigdata.internal.executor.SimplePartition";

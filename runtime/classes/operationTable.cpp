@@ -1,0 +1,258 @@
+#include "classes/operationTable.h"
+
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "classes/DatastoreValue.h"
+#include "classes/definitionHelpers.h"
+#include "kv/host/errors.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Call;
+using host::Value;
+
+/// More inputs or outputs than any operation has.
+constexpr std::size_t kMaxCount = 1 << 20;
+
+// --- What the classes do ------------------------------------------------------------------------
+
+void describeRead(const kxArray* operation, OpSpec& spec) {
+  const Value datastore = host::getProperty(operation, "Datastore");
+  spec.kind = OpKind::Read;
+  spec.source = datastoreOf(datastore.get());
+  spec.label = "read " + spec.source->displayName();
+}
+
+void describeFilter(const kxArray* /*operation*/, OpSpec& spec) {
+  spec.kind = OpKind::Filter;
+  spec.label = "filter";
+}
+
+void checkVariable(const Call& call) {
+  const kxArray* rows = call.in(4);
+  if (kxGetClassID(rows) != kxCHAR_CLASS || kxGetChars(rows) != u":") {
+    host::raise("KALVEX:array:RowSubscript", {kxGetClassName(rows)});
+  }
+  const std::size_t names = host::toTexts(call.in(5)).size();
+  if (host::toLogical(call.in(3)) && names != 1) {
+    host::raise("KALVEX:array:OneVariable", {fmt::format("{}", names)});
+  }
+}
+
+void describeVariable(const kxArray* operation, OpSpec& spec) {
+  spec.kind = OpKind::Variable;
+  spec.variables = host::toTexts(host::getProperty(operation, "Variables").get());
+  spec.content = host::toLogical(host::getProperty(operation, "Content").get());
+  spec.label = fmt::format("column {}", fmt::join(spec.variables, ", "));
+}
+
+void describeFunction(const kxArray* operation, OpSpec& spec, OpKind kind) {
+  const Value handle =
+      host::getProperty(host::getProperty(operation, "FunctionHandle").get(), "Handle");
+  spec.kind = kind;
+  spec.function = builtInFunction(handle.get());
+  spec.label = functionLabel(handle.get());
+}
+
+void describeLogicalElementwise(const kxArray* operation, OpSpec& spec) {
+  describeElementwise(operation, spec);
+  spec.givesLogical = true;
+}
+
+void describeAggregate(const kxArray* operation, OpSpec& spec) {
+  describeFunction(operation, spec, OpKind::Aggregate);
+  spec.function.element = nullptr;
+}
+
+void describeClient(const kxArray* operation, OpSpec& spec) {
+  describeFunction(operation, spec, OpKind::Client);
+  spec.function = {};
+}
+
+void describeChoice(const kxArray* /*operation*/, OpSpec& spec) {
+  spec.kind = OpKind::Choose;
+  spec.label = "choose by a condition";
+}
+
+void makeCacheKey(const Call& call) {
+  host::setSlot(call.in(0), "CacheEntryKey", host::call(kCacheEntryKey));
+}
+
+void describeCache(const kxArray* /*operation*/, OpSpec& spec) {
+  spec.kind = OpKind::Pass;
+  spec.label = "keep for reuse";
+}
+
+/// Recorded and planned, but not run.
+void describeRecorded(const kxArray* operation, OpSpec& spec) {
+  spec.kind = OpKind::Recorded;
+  spec.label = kxGetClassName(operation);
+}
+
+// --- Construction -------------------------------------------------------------------------------
+
+/// What the constructor of Operation is given.
+struct Counts {
+  Value numInputs;
+  Value numOutputs;
+  Value supportsPreview = host::makeLogical(false);
+  Value dependsOnOnlyHead = host::makeLogical(false);
+
+  /// Takes an input by its name; false for one that isn't a count or flag.
+  bool take(std::string_view name, const kxArray* input) {
+    if (name == "NumInputs") {
+      numInputs = matrix::sharedCopy(input);
+    } else if (name == "NumOutputs") {
+      numOutputs = matrix::sharedCopy(input);
+    } else if (name == "NumKept") {
+      takeKept(host::toCount(input, kMaxCount));
+    } else if (name == "NumArrays") {
+      numInputs = matrix::sharedCopy(input);
+      numOutputs = matrix::sharedCopy(input);
+    } else if (name == "DependsOnOnlyHead") {
+      dependsOnOnlyHead = host::makeLogical(input != nullptr && host::toLogical(input));
+    } else {
+      return false;
+    }
+    return true;
+  }
+
+ private:
+  void takeKept(std::size_t kept) {
+    if (kept == 0) {
+      host::raise("KALVEX:NotEnoughInputs");
+    }
+    numInputs = host::makeDouble(static_cast<double>(kept + 1));
+    numOutputs = host::makeDouble(static_cast<double>(kept));
+  }
+};
+
+Value cellOfInputs(const Call& call, int first) {
+  std::vector<Value> values;
+  for (int i = first; i < call.nrhs; ++i) {
+    values.push_back(matrix::sharedCopy(call.in(i)));
+  }
+  return host::makeCell(std::move(values));
+}
+
+void construct(const OperationClass& row, const Call& call) {
+  Counts counts{host::makeDouble(row.numInputs), host::makeDouble(row.numOutputs)};
+  std::vector<std::pair<std::string_view, Value>> properties;
+  for (std::size_t i = 0; i < row.inputs.size(); ++i) {
+    const int position = static_cast<int>(i) + 1;  // behind the object
+    const std::string_view name = row.inputs[i];
+    if (name == "Parameters") {
+      properties.emplace_back(name, cellOfInputs(call, position));
+    } else if (!counts.take(name, call.in(position))) {
+      properties.emplace_back(name, matrix::sharedCopy(call.in(position)));
+    }
+  }
+  host::constructSuperclass(call.in(0), kOperation,
+                            {counts.numInputs.get(), counts.numOutputs.get(),
+                             counts.supportsPreview.get(), counts.dependsOnOnlyHead.get()});
+  if (row.check != nullptr) {
+    row.check(call);
+  }
+  for (auto& [name, value] : properties) {
+    host::setSlot(call.in(0), kcos::NameRef::of(name), std::move(value));
+  }
+}
+
+bool isProperty(std::string_view input) {
+  static constexpr std::string_view kOthers[] = {"NumInputs", "NumOutputs",        "NumKept",
+                                                 "NumArrays", "DependsOnOnlyHead", "Options"};
+  return std::ranges::find(kOthers, input) == std::end(kOthers);
+}
+
+host::MethodDefinition constructorOf(const OperationClass& row) {
+  const int count = static_cast<int>(row.inputs.size()) + 1;  // the object too
+  const std::string_view last = row.inputs.empty() ? std::string_view() : row.inputs.back();
+  const bool isOpen = last == "Parameters";
+  const bool isOptional = last == "DependsOnOnlyHead";
+  return constructor([&row](const Call& call) { construct(row, call); },
+                     isOpen || isOptional ? count - 1 : count, isOpen ? -1 : count);
+}
+
+}  // namespace
+
+void describeElementwise(const kxArray* operation, OpSpec& spec) {
+  describeFunction(operation, spec, OpKind::Elementwise);
+  spec.function.aggregate = nullptr;
+}
+
+void describeSlicewise(const kxArray* operation, OpSpec& spec) {
+  describeElementwise(operation, spec);
+  spec.spreads = host::toLogical(host::getProperty(operation, "AllowTallDimExpansion").get());
+}
+
+std::span<const OperationClass> operationClasses() {
+  // clang-format off
+  static const std::vector<OperationClass> classes{
+      {"kalvex.bigdata.internal.lazyeval.ReadOperation",
+       {"Datastore", "NumOutputs"}, describeRead},
+      {"kalvex.bigdata.internal.lazyeval.FilterOperation",
+       {"NumKept"}, describeFilter},
+      {"kalvex.bigdata.internal.lazyeval.LogicalRowSubsrefOperation",
+       {"NumKept"}, describeFilter},
+      {"kalvex.bigdata.internal.lazyeval.SubsrefTabularVarOperation",
+       {"NumInputs", "NumOutputs", "Content", "Rows", "Variables"}, describeVariable,
+       checkVariable},
+      {"kalvex.bigdata.internal.lazyeval.LogicalElementwiseOperation",
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, describeLogicalElementwise},
+      {"kalvex.bigdata.internal.lazyeval.AggregateOperation",
+       {"Options", "FunctionHandle", "ReduceHandle", "NumInputs", "NumOutputs"},
+       describeAggregate},
+      {"kalvex.bigdata.internal.lazyeval.NonPartitionedOperation",
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, describeClient},
+      {"kalvex.bigdata.internal.lazyeval.TernaryOperation",
+       {}, describeChoice, nullptr, 3},
+      {"kalvex.bigdata.internal.lazyeval.CacheOperation",
+       {}, describeCache, makeCacheKey, 1},
+      {"kalvex.bigdata.internal.lazyeval.AggregateByKeyOperation",
+       {"Options", "FunctionHandle", "ReduceHandle", "NumInputs", "NumOutputs"},
+       describeRecorded},
+      {"kalvex.bigdata.internal.lazyeval.ChunkwiseOperation",
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, describeRecorded},
+      {"kalvex.bigdata.internal.lazyeval.FixedChunkwiseOperation",
+       {"Options", "NumSlices", "FunctionHandle", "NumInputs", "NumOutputs"}, describeRecorded},
+      {"kalvex.bigdata.internal.lazyeval.PartitionwiseOperation",
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs", "DependsOnOnlyHead"},
+       describeRecorded},
+      {"kalvex.bigdata.internal.lazyeval.GeneralizedPartitionwiseOperation",
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, describeRecorded},
+      {"kalvex.bigdata.internal.lazyeval.RepartitionOperation",
+       {"OutputPartitionStrategy", "NumKept"}, describeRecorded},
+      {"kalvex.bigdata.internal.lazyeval.ChunkResizeOperation",
+       {"NumArrays", "Parameters"}, describeRecorded},
+      {"kalvex.bigdata.internal.lazyeval.SmallTallComparisonOperation",
+       {"Options", "FunctionHandle", "Operand", "Flag", "NumInputs", "NumOutputs"},
+       describeRecorded},
+      {"kalvex.bigdata.internal.lazyeval.AdaptorAssertionOperation",
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, describeRecorded},
+  };
+  // clang-format on
+  return classes;
+}
+
+host::ClassDefinition definitionOf(const OperationClass& row) {
+  host::ClassDefinition definition{.name = row.name, .superclasses = {kOperation}};
+  for (const std::string_view input : row.inputs) {
+    if (isProperty(input)) {
+      definition.properties.push_back(readOnly(std::string(input)));
+    }
+  }
+  if (row.describe == describeCache) {
+    definition.properties.push_back(readOnly("CacheEntryKey"));
+  }
+  definition.constructor = constructorOf(row);
+  return definition;
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,162 @@
+#include <gmock/gmock.h>
+
+#include "runtime/RuntimeSession.h"
+
+namespace kv::runtime::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class Operations : public RuntimeSession {
+ protected:
+  Value t = table({"x,y\n1,10\n2,20\n3,30\n", "x,y\n4,40\n5,50\n"});
+  Value x = column(t, "x");
+  Value y = column(t, "y");
+
+  static Value slices(kcos::NameRef method, const Value& handle, const Value& a, const Value& b) {
+    return host::call(method, {handle.get(), a.get(), b.get()});
+  }
+  static Value choose(const Value& condition, const Value& a, const Value& b) {
+    return host::call("ternaryfun", {condition.get(), a.get(), b.get()});
+  }
+};
+
+TEST_F(Operations, AConditionThatIsOneValueChoosesAnArray) {
+  const Value isLong = element("gt", aggregate("sum", x), 10);
+  EXPECT_THAT(gather(choose(isLong, x, y)), ElementsAre(1, 2, 3, 4, 5));
+  EXPECT_THAT(gather(choose(element("lt", aggregate("sum", x), 10), x, y)),
+              ElementsAre(10, 20, 30, 40, 50));
+  EXPECT_THAT(gather(choose(host::makeLogical(false), x, host::makeDouble(7))),
+              ElementsAre(7, 7, 7, 7, 7));
+  EXPECT_THAT(gather(choose(isLong, aggregate("min", x), aggregate("max", x))), ElementsAre(1));
+  const auto error = errorOf([&] { gather(choose(element("gt", x, 2), x, y)); });
+  EXPECT_EQ(error.identifier, "KALVEX:array:Condition");
+  EXPECT_THAT(error.arguments, ElementsAre("an array with rows"));
+}
+
+TEST_F(Operations, SlicesAreRowsAndStrictOnesDontSpread) {
+  const Value plus = host::makeFunctionHandle("kv.element.plus");
+  EXPECT_THAT(gather(slices("slicefun", plus, x, host::makeDouble(1))), ElementsAre(2, 3, 4, 5, 6));
+  EXPECT_THAT(gather(slices("strictslicefun", plus, x, y)), ElementsAre(11, 22, 33, 44, 55));
+  EXPECT_EQ(
+      errorOf([&] { gather(slices("strictslicefun", plus, x, host::makeDouble(1))); }).identifier,
+      "KALVEX:array:RowsDiffer");
+  const Value swap = host::makeFunctionHandle("swap", [](const host::Call& call) {
+    call.out(0, matrix::sharedCopy(call.in(1)));
+    call.out(1, matrix::sharedCopy(call.in(0)));
+  });
+  const auto swapped =
+      host::callMany("slicefun", 2, std::vector<const kxArray*>{swap.get(), x.get(), y.get()});
+  EXPECT_THAT(gather(swapped[1]), ElementsAre(1, 2, 3, 4, 5));
+}
+
+TEST_F(Operations, LogicalFunctionsMustReturnLogicals) {
+  const auto logical = [&](std::string_view name) {
+    const Value handle = host::makeFunctionHandle(std::string("kv.element.") + std::string(name));
+    return host::call("logicalElementfun", {handle.get(), x.get(), host::makeDouble(3).get()});
+  };
+  const Value few = host::call("logicalRowSubsref", {logical("lt").get(), y.get()});
+  EXPECT_THAT(gather(few), ElementsAre(10, 20));
+  const auto error = errorOf([&] { gather(logical("plus")); });
+  EXPECT_EQ(error.identifier, "KALVEX:array:NotLogical");
+  EXPECT_THAT(error.arguments, ElementsAre("plus", "double"));
+}
+
+TEST_F(Operations, MarkingForReuseLeavesTheValueAndTiesKeys) {
+  host::call("markforreuse", {x.get()});
+  const Value successor = element("plus", x, 1);
+  host::call("updateforreuse", {x.get(), successor.get()});
+  const auto keyOf = [](const Value& array) {
+    Value object = host::getProperty(array.get(), "ValueFuture");
+    for (const auto* property : {"Promise", "Closure", "Operation", "CacheEntryKey"}) {
+      object = host::getProperty(object.get(), kcos::NameRef::of(property));
+    }
+    return object;
+  };
+  EXPECT_EQ(host::toText(host::getProperty(keyOf(successor).get(), "OldId").get()),
+            host::toText(host::getProperty(keyOf(x).get(), "Id").get()));
+  EXPECT_THAT(gather(successor), ElementsAre(2, 3, 4, 5, 6));
+  EXPECT_EQ(fact("passes"), 1);
+  EXPECT_THAT(gather(aggregate("sum", x)), ElementsAre(15));
+}
+
+TEST_F(Operations, HeavyOnesArePlannedButRunOnlyToTheirName) {
+  const Value handle = host::makeFunctionHandle("mine", [](const host::Call&) {});
+  const Value two = host::makeDouble(2);
+  const Value yes = host::makeLogical(true);
+  const Value metadata = host::call("kalvex.bigdata.internal.PartitionMetadata", {two.get()});
+  struct Case {
+    kcos::NameRef method;
+    std::vector<const kxArray*> inputs;
+    std::string_view operation;
+  };
+  const Case cases[] = {
+      {"reducebykeyfun", {handle.get(), x.get(), y.get()}, "AggregateByKeyOperation"},
+      {"chunkfun", {handle.get(), x.get()}, "ChunkwiseOperation"},
+      {"fixedchunkfun", {two.get(), handle.get(), x.get()}, "FixedChunkwiseOperation"},
+      {"partitionfun", {handle.get(), x.get()}, "PartitionwiseOperation"},
+      {"partitionheadfun", {handle.get(), x.get()}, "PartitionwiseOperation"},
+      {"generalpartitionfun", {handle.get(), x.get()}, "GeneralizedPartitionwiseOperation"},
+      {"repartition", {metadata.get(), x.get(), y.get()}, "RepartitionOperation"},
+      {"resizechunks", {x.get(), two.get(), yes.get()}, "ChunkResizeOperation"},
+      {"smallTallComparison",
+       {handle.get(), two.get(), yes.get(), x.get()},
+       "SmallTallComparisonOperation"},
+      {"assertAdaptorCorrect", {handle.get(), x.get()}, "AdaptorAssertionOperation"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.operation);
+    const Value array = host::call(c.method, c.inputs);
+    EXPECT_THAT(host::toText(host::call("kv.explain", {array.get()}).get()),
+                HasSubstr(std::string(c.operation)));
+    const auto error = errorOf([&] { gather(array); });
+    EXPECT_EQ(error.identifier, "KALVEX:array:NotRunnable");
+    EXPECT_THAT(error.arguments,
+                ElementsAre("kalvex.bigdata.internal.lazyeval." + std::string(c.operation)));
+  }
+  EXPECT_THAT(gather(x), ElementsAre(1, 2, 3, 4, 5)) << "the session stays usable";
+}
+
+TEST_F(Operations, TheLazyGraphIsADigraph) {
+  const Value sum = aggregate("sum", x);
+  const Value shown = host::call("kalvex.bigdata.internal.optimizer.ClosureGraph", {sum.get()});
+  const Value graph = host::getProperty(shown.get(), "Graph");
+  EXPECT_EQ(kxGetScalar(host::call("numnodes", {graph.get()}).get()), 9);
+  EXPECT_EQ(kxGetScalar(host::call("numedges", {graph.get()}).get()), 8);
+  const Value nodes = host::getProperty(graph.get(), "Nodes");
+  const Value types = host::call("column", {nodes.get(), host::makeChars("OpType").get()});
+  EXPECT_THAT(host::toTexts(host::getProperty(types.get(), "Categories").get()),
+              ElementsAre(HasSubstr("AggregateOperation"), HasSubstr("ReadOperation"),
+                          HasSubstr("SubsrefTabularVarOperation")));
+  const Value undefined = host::call("isundefined", {types.get()});
+  const bool* flags = kxGetLogicals(undefined.get());
+  EXPECT_EQ(std::count(flags, flags + 9, true), 6);
+  const Value texts = host::call("string", {types.get()});
+  EXPECT_FALSE(Torvane::String::getString(texts.get(), 1).has_value());
+}
+
+TEST_F(Operations, PartitionsOfJoinedArraysStandOneBehindTheOther) {
+  const auto metadata = [](double count) {
+    return host::call("kalvex.bigdata.internal.PartitionMetadata", {host::makeDouble(count).get()});
+  };
+  const Value joined =
+      host::call("vertcatPartitionMetadataBuiltin", {metadata(2).get(), metadata(3).get()});
+  const Value strategy = host::getProperty(joined.get(), "Strategy");
+  EXPECT_EQ(kxGetScalar(host::call("numpartitions", {strategy.get()}).get()), 5);
+  const auto partition = [&](double index, double count) {
+    const Value made = host::call("createPartition", {strategy.get(), host::makeDouble(index).get(),
+                                                      host::makeDouble(count).get()});
+    return kxGetScalar(host::getProperty(made.get(), "PartitionIndex").get());
+  };
+  EXPECT_EQ(partition(2, 5), 2);
+  EXPECT_EQ(partition(3, 5), 1);
+  EXPECT_EQ(partition(5, 5), 3);
+  for (const auto& [index, count] : {std::pair{0.0, 5.0}, {6.0, 5.0}, {1.0, 4.0}}) {
+    EXPECT_EQ(errorOf([&] { partition(index, count); }).identifier,
+              "KALVEX:bigdata:array:ConcatenatedPartitions");
+  }
+}
+
+}  // namespace
+}  // namespace kv::runtime::test
