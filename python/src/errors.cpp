@@ -70,16 +70,28 @@ Value makeException(const std::string& identifier, const std::string& message,
   return host::call("KException", {id.get(), text.get(), cell.get()});
 }
 
-Value exceptionOf(nb::handle exception, int depth);
+Value exceptionOfError(nb::handle error, int depth);
 
+/// A KException that keeps the Python exception it was made of.
+Value keeping(nb::handle exception, const std::string& identifier) {
+  Value made = makeException(identifier, textOf(exception), {});
+  host::setNativeValue(made.get(), std::make_unique<Original>(exception));
+  return made;
+}
+
+std::string identifierOf(nb::handle exception) {
+  return "KALVEX:python:" + textOf(exception.type().attr("__name__"));
+}
+
+/// Only slots survive where the host builds one exception from another, so the Python exception is
+/// kept by the cause.
 void attachCause(const Value& exception, nb::handle cause, int depth) {
   if (!PyExceptionInstance_Check(cause.ptr()) || depth >= kMaxCauses) {
     return;
   }
-  host::setSlot(exception.get(), "cause", exceptionOf(cause, depth + 1));
-  if (!isA(cause, Known::Error)) {
-    host::setNativeValue(exception.get(), std::make_unique<Original>(cause));
-  }
+  host::setSlot(exception.get(), "cause",
+                isA(cause, Known::Error) ? exceptionOfError(cause, depth + 1)
+                                         : keeping(cause, identifierOf(cause)));
 }
 
 /// The object that an Error came with, if it is one of the current session.
@@ -107,14 +119,13 @@ Value exceptionOfError(nb::handle error, int depth) {
   return exception;
 }
 
-Value exceptionOf(nb::handle exception, int depth) {
+Value exceptionOf(nb::handle exception) {
   if (isA(exception, Known::Error)) {
-    return exceptionOfError(exception, depth);
+    return exceptionOfError(exception, 0);
   }
-  const std::string type = textOf(exception.type().attr("__name__"));
-  Value made = makeException("KALVEX:python:" + type, textOf(exception), {});
+  Value made = makeException(identifierOf(exception), textOf(exception), {});
   host::setSlot(made.get(), "stack", stackOf(exception));
-  host::setNativeValue(made.get(), std::make_unique<Original>(exception));
+  attachCause(made, exception, 0);
   return made;
 }
 
@@ -130,15 +141,18 @@ nb::list toList(const std::vector<std::string>& texts) {
 
 nb::object makeError(const kxArray* exception, int depth);
 
-/// The Python exception that one of the host was made of, else the Error of its cause, else None.
+/// The Error of an exception's cause, the Python exception that it keeps, or None.
 nb::object causeOf(const kxArray* exception, int depth) {
-  if (const auto* original = dynamic_cast<Original*>(host::getNativeValue(exception))) {
-    return nb::borrow(original->exception());
-  }
   const Value cause = host::getSlot(exception, "cause");
   const bool isError = depth < kMaxCauses && kcos::omIsKCOS(cause.get()) &&
-                       kxIsScalar(cause.get()) && kxIsA(cause.get(), "KException");
-  return isError ? makeError(cause.get(), depth + 1) : nb::none();
+                       kxIsScalar(cause.get()) && kxIsA(cause.get(), "KException") &&
+                       !kcos::omGetArrayElement(cause.get(), 0)->isDeleted();
+  if (!isError) {
+    return nb::none();
+  }
+  const auto* original = dynamic_cast<Original*>(host::getNativeValue(cause.get()));
+  return original != nullptr ? nb::borrow(original->exception())
+                             : makeError(cause.get(), depth + 1);
 }
 
 nb::object makeError(const kxArray* exception, int depth) {
@@ -185,7 +199,7 @@ void throwIntoHost(nb::handle exception) {
   if (PyObject_IsInstance(exception.ptr(), PyExc_Exception) != 1) {
     throw PythonPassThrough(share(exception));
   }
-  const Value object = exceptionOf(exception, 0);
+  const Value object = exceptionOf(exception);
   host::throwException(object.get());
 }
 

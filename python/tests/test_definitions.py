@@ -1,0 +1,129 @@
+"""Functions and classes that are defined in Python."""
+
+import pytest
+
+from kvbigdata import host
+
+
+def test_a_function_gives_nothing_one_value_or_several(bare):
+    calls = []
+
+    def function(nargout, *args):
+        calls.append((nargout, args))
+        return {0: None, 1: "one"}.get(len(args), ("a", "b", "c"))
+
+    bare.define_function("pack.f", function)
+    assert bare.call("pack.f") is None
+    assert bare.call("pack.f", 1.0) == "one"
+    assert bare.call("pack.f", 1.0, nargout=2) == ("one", None)
+    assert bare.call("pack.f", 1.0, "x", nargout=3) == ("a", "b", "c")
+    assert bare.call("pack.f", 1.0, "x", nargout=0) == "a"
+    assert calls[0] == (1, ()) and calls[-1] == (0, (1.0, "x"))
+
+
+def test_a_definition_replaces_the_one_before(bare):
+    bare.define_function("f", lambda nargout: 1.0)
+    bare.define_function("f", lambda nargout: 2.0)
+    assert bare.call("f") == 2.0
+
+
+def test_handles_call_what_they_name(bare):
+    bare.define_function("add", lambda nargout, a, b: a + b)
+    assert bare.call("feval", host.Function("add"), 1.0, 2.0) == 3.0
+    assert bare.call("feval", lambda nargout, a: a, 4.0) == 4.0
+    assert bare.call("str2func", "add")(1, 1.0, 2.0) == 3.0
+
+
+def test_a_class_has_properties_methods_and_a_constructor(bare):
+    def construct(obj, start):
+        obj.set("Count", start)
+
+    def add(nargout, obj, more):
+        obj.set("Count", obj.get("Count") + more)
+        return obj
+
+    bare.define_class(
+        "my.Counter",
+        properties={"Count": 0, "Label": host.Property("none", get=0, set=3)},
+        constructor=construct,
+        methods={"add": add},
+        static_methods={"zero": lambda nargout: bare.new("my.Counter", 0)},
+    )
+    counter = bare.new("my.Counter", 5)
+    assert counter.invoke("add", 2) == counter
+    assert counter.get("Count") == 7.0 and counter.get("Label") == "none"
+    assert bare.call("add", counter, 1).get("Count") == 8.0
+    assert bare.call("my.Counter.zero").get("Count") == 0.0
+    with pytest.raises(host.Error) as caught:
+        counter.set("Label", "x")
+    assert caught.value.identifier == "KALVEX:class:AccessDenied"
+
+
+def test_a_constructor_runs_its_superclass(bare):
+    made = []
+    bare.define_class(
+        "Base", properties={"A": None}, constructor=lambda obj, *a: made.append(a)
+    )
+
+    def construct(obj, value):
+        obj.super_init("Base", value, "more")
+
+    bare.define_class("Derived", superclasses=["Base"], constructor=construct)
+    bare.define_class("Plain", superclasses=["Base"])
+    derived = bare.new("Derived", 1)
+    bare.new("Plain")
+    assert made == [(1.0, "more"), ()]
+    assert derived.is_a("Base") and not derived.is_a("Plain")
+
+
+@pytest.mark.parametrize(
+    ("parts", "identifier"),
+    [({"abstract": ["run"]}, "KALVEX:class:AbstractClass"),
+     ({"superclasses": ["Missing"]}, "KALVEX:UndefinedFunction")],
+)  # fmt: skip
+def test_what_cant_be_made_says_why(bare, parts, identifier):
+    bare.define_class("C", **parts)
+    assert bare.describe("C")["native"] is False
+    with pytest.raises(host.Error) as caught:
+        bare.new("C")
+    assert caught.value.identifier == identifier
+
+
+def test_redefinition_waits_for_the_last_instance(bare):
+    bare.define_class("C", properties={"p": 1})
+    held = bare.new("C")
+    with pytest.raises(host.Error) as caught:
+        bare.define_class("C", properties={"p": 2})
+    assert caught.value.identifier == "KALVEX:class:HasInstances"
+    del held, caught
+    bare.define_class("C", properties={"p": 2})
+    assert bare.new("C").get("p") == 2.0
+    with pytest.raises(host.Error) as caught:
+        bare.define_class(bare.classes()[0])
+    assert caught.value.identifier == "KALVEX:class:SealedClass"
+
+
+def test_a_description_lists_members_in_order(bare):
+    bare.define_class("C", properties={"b": 1, "a": host.Property(2, get=1, set=2)}, sealed=True)
+    described = bare.describe("C")
+    assert described["name"] == "C" and described["sealed"] is True
+    properties = [m for m in described["members"] if m["kind"] == "property"]
+    assert [(m["name"], m["get"], m["set"]) for m in properties] == [("b", 0, 0), ("a", 1, 2)]
+    for name in bare.classes():
+        native = bare.describe(name)
+        assert list(native) == ["name", "superclasses", "sealed", "native", "members"]
+        assert native["native"] is True
+    for member in native["members"]:
+        assert member["kind"] in ("constructor", "property", "method")
+
+
+def test_a_native_class_is_completed_by_name_only(session):
+    name = "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray"
+    declared = [m["name"] for m in session.describe(name)["members"] if m.get("form") == "declared"]
+    with pytest.raises(host.Error) as caught:
+        session.complete_class(name, methods={"no such method": print})
+    assert caught.value.identifier == "KALVEX:class:NoSuchMember"
+    if declared:
+        session.complete_class(name, methods={declared[0]: lambda nargout, *args: "mine"})
+        array = session.call("createFromConstantBuiltin", 1.0)
+        assert array.invoke(declared[0]) == "mine"

@@ -1,0 +1,128 @@
+"""Errors, from the host and from Python."""
+
+import pytest
+
+from kvbigdata import host
+
+
+def test_an_undefined_function_names_itself(bare):
+    with pytest.raises(host.Error) as caught:
+        bare.call("no.such.function")
+    error = caught.value
+    assert error.identifier == "KALVEX:UndefinedFunction"
+    assert error.arguments == ["no.such.function"]
+    assert error.object.class_name == "KException"
+    assert error.object.get("identifier") == error.identifier
+    assert error.object.get("message") == error.message
+    frame = error.stack[0]
+    assert (frame.file, frame.name) == (__file__, "test_an_undefined_function_names_itself")
+
+
+def test_an_error_keeps_what_it_says_through_the_host(bare):
+    def fails(nargout):
+        raise host.Error("my:id", "a sentence", ["one", "two"], cause=inner)
+
+    inner = host.Error("my:inner", cause=ValueError("root"))
+    bare.define_function("fails", fails)
+    bare.define_function("outer", lambda nargout: bare.call("fails"))
+    with pytest.raises(host.Error) as caught:
+        bare.call("outer")
+    error = caught.value
+    assert (error.identifier, error.message, error.arguments) == (
+        "my:id", "a sentence", ["one", "two"])  # fmt: skip
+    assert error.cause.identifier == "my:inner"
+    assert isinstance(error.cause.cause, ValueError)
+    assert error.object.get("cause").get("identifier") == "my:inner"
+    assert error.stack[0].name == "fails" and "outer" not in error.stack[0].name
+
+
+def test_another_exception_comes_out_from_the_original(bare):
+    class Odd(Exception):
+        pass
+
+    original = Odd("what happened")
+
+    def fails(nargout):
+        raise original
+
+    bare.define_function("fails", fails)
+    bare.define_function("outer", lambda nargout: bare.call("fails"))
+    with pytest.raises(host.Error) as caught:
+        bare.call("outer")
+    error = caught.value
+    assert error.identifier == "KALVEX:python:Odd"
+    assert error.message == "what happened"
+    assert error.cause is original and error.__cause__ is original
+    assert error.stack[0].name == "fails"
+
+
+def test_an_error_that_is_caught_and_raised_again_is_the_same_object(bare):
+    seen = []
+
+    def passes(nargout):
+        try:
+            bare.call("nothing")
+        except host.Error as error:
+            seen.append(error.object)
+            raise
+
+    bare.define_function("passes", passes)
+    with pytest.raises(host.Error) as caught:
+        bare.call("passes")
+    assert caught.value.object == seen[0]
+
+
+@pytest.mark.parametrize("stop", [KeyboardInterrupt, SystemExit])
+def test_what_is_no_error_passes_through_as_itself(bare, stop):
+    raised = stop("now")
+
+    def stops(nargout):
+        raise raised
+
+    bare.define_function("stops", stops)
+    bare.define_function("outer", lambda nargout: bare.call("stops"))
+    with pytest.raises(stop) as caught:
+        bare.call("outer")
+    assert caught.value is raised
+    assert bare.call("str2func", "outer") == host.Function("outer")
+
+
+@pytest.mark.parametrize(
+    ("use", "identifier", "arguments"),
+    [
+        (lambda s, a: s.call("str2func"), "KALVEX:NotEnoughInputs", []),
+        (lambda s, a: s.call("str2func", "x", nargout=2), "KALVEX:TooManyOutputs", []),
+        (lambda s, a: s.call("str2func", "x", "y"), "KALVEX:TooManyInputs", []),
+        (lambda s, a: a.get("Nothing"), "KALVEX:class:NoSuchMember", ["KException", "Nothing"]),
+        (lambda s, a: a.set("message", "m"), "KALVEX:class:AccessDenied",
+         ["KException", "message"]),
+        (lambda s, a: a.invoke("nothing"), "KALVEX:class:NoSuchMember", ["KException", "nothing"]),
+        (lambda s, a: s.new("Nothing"), "KALVEX:UndefinedFunction", ["Nothing"]),
+    ],
+)  # fmt: skip
+def test_ids_of_wrong_use(bare, use, identifier, arguments):
+    with pytest.raises(host.Error) as caught:
+        use(bare, bare.new("KException", "my:id"))
+    assert (caught.value.identifier, caught.value.arguments) == (identifier, arguments)
+
+
+def test_rights_of_a_class_reach_its_members(bare):
+    exception = bare.new("KException", "my:id", "before")
+    exception.set("message", "after", as_class="KException")
+    assert exception.get("message") == "after"
+
+
+def test_wrong_use_in_python_is_a_python_error(bare):
+    with pytest.raises(ValueError, match="nargout"):
+        bare.call("str2func", "x", nargout=-1)
+    with pytest.raises(TypeError, match="callable"):
+        bare.define_function("f", 1)
+    with pytest.raises(TypeError, match="dict"):
+        bare.define_class("C", methods=[])
+    with pytest.raises(TypeError, match="superclasses"):
+        bare.define_class("C", superclasses="KException")
+
+
+def test_warnings_are_listed_until_cleared(session):
+    assert session.warnings == []
+    session.clear_warnings()

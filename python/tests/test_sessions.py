@@ -1,0 +1,183 @@
+"""Sessions, threads, and who lives how long."""
+
+import gc
+import subprocess
+import sys
+import threading
+import weakref
+
+import pytest
+
+from kvbigdata import host
+
+
+def in_thread(action):
+    """Runs `action` on another thread; its result or its error."""
+    outcome = []
+
+    def run():
+        try:
+            outcome.append(action())
+        except BaseException as error:
+            outcome.append(error)
+
+    thread = threading.Thread(target=run)
+    thread.start()
+    thread.join()
+    return outcome[0]
+
+
+def make(session):
+    return session.new("KException", "my:id")
+
+
+def test_a_closed_session_refuses_every_use():
+    session = host.Session(runtime=False)
+    held = make(session)
+    session.close()
+    session.close()
+    for use in (
+        lambda: session.call("str2func", "x"),
+        lambda: session.classes(),
+        lambda: session.collect(),
+        lambda: session.warnings,
+        lambda: held.get("message"),
+        lambda: held.class_name,
+        lambda: session.__enter__(),
+    ):
+        with pytest.raises(host.Error) as caught:
+            use()
+        assert caught.value.identifier == "KALVEX:session:Closed"
+    assert held.is_deleted and "closed" in repr(held) and held == held
+
+
+def test_another_thread_is_refused(bare):
+    held = make(bare)
+    for use in (lambda: bare.call("str2func", "x"), lambda: held.get("message"), bare.close):
+        error = in_thread(use)
+        assert isinstance(error, host.Error)
+        assert error.identifier == "KALVEX:session:WrongThread"
+    assert held.get("identifier") == "my:id"
+
+
+def test_a_session_isnt_closed_while_it_runs(bare):
+    bare.define_function("closes", lambda nargout: bare.close())
+    with pytest.raises(host.Error) as caught:
+        bare.call("closes")
+    assert caught.value.identifier == "KALVEX:session:InUse"
+
+
+def test_a_value_of_another_session_is_refused(bare):
+    with host.Session(runtime=False) as other:
+        foreign = make(other)
+        for use in (lambda: bare.call("feval", foreign), lambda: bare.call("feval", [foreign])):
+            with pytest.raises(host.Error) as caught:
+                use()
+            assert caught.value.identifier == "KALVEX:session:OtherSession"
+
+
+def test_sessions_of_one_thread_nest(bare):
+    with host.Session(runtime=False) as other:
+        other.define_function("f", lambda nargout: 2.0)
+        bare.define_function("f", lambda nargout: other.call("f") + 1)
+        assert bare.call("f") == 3.0
+
+
+def test_the_last_wrapper_lets_go_of_the_object(bare):
+    before = bare.live_objects("KException")
+    held = make(bare)
+    also = held
+    assert bare.live_objects("KException") == before + 1
+    del held, also
+    assert bare.live_objects("KException") == before
+
+
+def test_wrappers_are_dropped_on_any_thread(bare):
+    held = [make(bare) for _ in range(100)]
+    in_thread(held.clear)
+    bare.collect()
+    assert bare.live_objects("KException") == 0
+
+
+def test_wrappers_outlive_their_session_and_are_dropped_elsewhere():
+    with host.Session(runtime=False) as session:
+        held = [make(session) for _ in range(10)]
+    in_thread(held.clear)
+    del session
+    gc.collect()
+    assert host.ledger()["objects"] == 0
+
+
+def test_a_cycle_through_python_lives_until_the_session_closes():
+    class Token:
+        pass
+
+    token = Token()
+    alive = weakref.ref(token)
+    with host.Session(runtime=False) as session:
+        session.define_class("Holder", properties={"Callback": None})
+        held = session.new("Holder")
+        held.set("Callback", lambda nargout, held=held, token=token: None)
+        del held, token
+        session.collect()
+        assert alive() is not None
+    gc.collect()
+    assert alive() is None
+
+
+def test_without_the_runtime_there_is_the_core_and_nothing_else(bare):
+    assert bare.classes()
+    assert bare.call("str2func", "x") == host.Function("x")
+    assert bare.call("hasInternalStackFramesBuiltin") is False
+    for name in ("keepAlive", "copy", "version", "kalvex.bigdata.internal.executor.Executor"):
+        with pytest.raises(host.Error) as caught:
+            bare.call(name)
+        assert caught.value.arguments == [name]
+
+
+def test_stress_collects_at_every_creation():
+    with host.Session(stress=True) as session:
+        a = session.call("createFromConstantBuiltin", 1.0)
+        assert a.get("ValueFuture").get("Value") == 1.0
+
+
+def test_deleting_shows_in_every_wrapper(bare):
+    held = make(bare)
+    bare.define_function("echo", lambda nargout, value: value)
+    also = bare.call("echo", held)
+    held.delete()
+    assert also.is_deleted and held == also
+    with pytest.raises(host.Error):
+        also.get("message")
+
+
+LEAVES_NOTHING = """
+import sys
+from kvbigdata import host
+session = host.Session()
+session.define_class("C", properties={"p": None})
+held = session.new("C")
+held.set("p", lambda nargout, s=session, h=held: None)
+try:
+    session.call("nothing")
+except host.Error as error:
+    kept = error
+"""
+CLOSED = """
+session.close()
+del session, held, kept
+print(sum(host.ledger().values()))
+"""
+
+
+@pytest.mark.parametrize(
+    ("ending", "printed"),
+    [("", ""), ("sys.exit(0)", ""), (CLOSED, "0\n")],
+    ids=["left open", "exit", "closed"],
+)
+def test_nothing_leaks_at_exit(ending, printed):
+    """Neither a session that was left open with a cycle through Python nor one that was closed."""
+    done = subprocess.run(
+        [sys.executable, "-c", LEAVES_NOTHING + ending], capture_output=True, text=True, check=True
+    )
+    assert (done.stderr, done.stdout) == ("", printed)

@@ -1,0 +1,172 @@
+"""Values there and back."""
+
+import numpy as np
+import pytest
+
+from kvbigdata import host
+
+NUMERIC = ["int8", "int16", "int32", "int64", "uint8", "uint16", "uint32", "uint64", "float32"]
+
+
+def readonly(array):
+    array.setflags(write=False)
+    return array
+
+
+SAME = [
+    None, True, False, 1.5, float("inf"), "text", "", "pair \U0001f600, half \ud83d", "\0",
+    host.String("scalar"), host.String(""), host.Chars(["ab", "cd"]), host.Function("sin"),
+    host.StringArray(["a", None]), host.StringArray([["a", "b"], [None, "d"]]),
+    host.StringArray([None]),
+    {}, {"b": 1.0, "a": "x", "c": {"nested": None}}, host.StructArray([{"a": 1.0}, {"a": None}]),
+    host.StructArray([]), print, len,
+    *(np.dtype(name).type(7) for name in NUMERIC),
+]  # fmt: skip
+
+
+@pytest.mark.parametrize("value", SAME, ids=repr)
+def test_comes_back_as_it_went_in(echo, value):
+    back = echo(value)
+    assert back == value
+    assert type(back) is type(value)
+
+
+@pytest.mark.parametrize(
+    ("value", "back"),
+    [
+        (3, 3.0), (-(2**60), -float(2**60)), (np.float64(2), 2.0), (np.bool_(True), True),
+        (np.array(4, dtype="int16"), np.int16(4)), (np.array([[5.0]]), 5.0),
+        (host.Chars(["row"]), "row"), (host.StringArray(["one"]), host.String("one")),
+        (host.StructArray([{"a": 1}]), {"a": 1.0}),
+    ],
+    ids=repr,
+)  # fmt: skip
+def test_scalars_come_back_in_their_simplest_form(echo, value, back):
+    assert echo(value) == back
+    assert type(echo(value)) is type(back)
+
+
+def test_a_dict_keeps_the_order_of_its_keys(echo):
+    assert list(echo({"z": 1, "a": 2, "m": 3})) == ["z", "a", "m"]
+
+
+@pytest.mark.parametrize(
+    ("value", "shape"),
+    [([1, "a"], (1, 2)), ((), (1, 0)), (host.Cell([1, 2, 3]), (1, 3)),
+     (host.Cell([[1, 2], [3, 4], [5, 6]]), (3, 2)),
+     (host.Cell(np.array([["a"], ["b"]], dtype=object)), (2, 1))],
+    ids=repr,
+)  # fmt: skip
+def test_lists_and_cells_come_back_as_cells(echo, value, shape):
+    back = echo(value)
+    assert type(back) is host.Cell and back.shape == shape
+    assert back.reshape(-1).tolist() == host.Cell(value).reshape(-1).tolist()
+
+
+def test_nested_cells_stay_nested(echo):
+    assert echo([1, [2, [3]]])[0, 1][0, 1][0, 0] == 3.0
+
+
+@pytest.mark.parametrize("name", [*NUMERIC, "float64", "bool"])
+@pytest.mark.parametrize(
+    "layout",
+    [lambda a: a, np.asfortranarray, lambda a: a.T, lambda a: a[::2, ::-1], lambda a: a[:, :1],
+     lambda a: a.astype(a.dtype.newbyteorder(">")), lambda a: a[:0]],
+    ids=["rows", "columns", "transposed", "strided", "column", "foreign", "empty"],
+)  # fmt: skip
+def test_arrays_keep_type_shape_and_elements(echo, name, layout):
+    array = layout((np.arange(12).reshape(4, 3) % 5).astype(name))
+    back = echo(array)
+    np.testing.assert_array_equal(back, array)
+    assert back.dtype == array.dtype.newbyteorder("=") and back.shape == array.shape
+    assert not back.flags.writeable
+
+
+def test_shapes_of_one_two_and_three_dimensions(echo):
+    assert echo(np.arange(3)).shape == (3, 1)
+    assert echo(np.zeros(0)).shape == (0, 1)
+    assert echo(np.zeros((0, 0))).shape == (0, 0)
+    assert echo(np.zeros((2, 3, 4))).shape == (2, 3, 4)
+
+
+def test_a_readonly_array_is_borrowed_and_comes_out_without_a_copy(echo):
+    for array in (np.arange(5.0), np.asfortranarray(np.ones((3, 2), dtype="int8"))):
+        address = array.ctypes.data
+        assert echo(readonly(array)).ctypes.data == address
+
+
+def test_a_writable_array_is_copied(echo, bare):
+    array = np.arange(5.0)
+    kept = echo(array)
+    array[0] = 99
+    assert kept[0, 0] == 0
+
+
+def test_what_comes_out_is_a_view_that_outlives_its_session():
+    with host.Session(runtime=False) as s:
+        s.define_function("twice", lambda nargout: (s_values, s_values))
+        s_values = readonly(np.arange(4.0))
+        first, second = s.call("twice", nargout=2)
+    assert first.ctypes.data == second.ctypes.data == s_values.ctypes.data
+    assert first.sum() == 6
+
+
+def test_a_callable_comes_back_as_the_very_callable(echo):
+    def function(nargout):
+        pass
+
+    assert echo(function) is function
+    assert echo([function])[0, 0] is function
+
+
+def test_objects_come_back_equal(session):
+    a, b = (session.call("createFromConstantBuiltin", 1.0) for _ in range(2))
+    session.define_function("echo", lambda nargout, value: value)
+    assert session.call("echo", a) == a and hash(session.call("echo", a)) == hash(a)
+    assert a != b and len({a, b, session.call("echo", a)}) == 2
+    array = session.call("echo", host.ObjectArray(a.class_name, [a, b]))
+    assert array.shape == (2, 1) and list(array) == [a, b] and array.class_name == a.class_name
+    assert session.call("echo", host.ObjectArray(a.class_name, [b])) == b
+    assert list(session.call("echo", host.ObjectArray(a.class_name, [a, None]))) == [a, None]
+
+
+@pytest.mark.parametrize(
+    ("value", "named"),
+    [(1j, "complex"), (b"bytes", "bytes"), (object(), "object"), ({1: 2}, "int"),
+     (np.zeros(2, complex), "complex128"), (np.zeros(2, "M8[s]"), "datetime64"),
+     (np.zeros(2, "float16"), "float16"), (np.array(["a"]), "<U1"), ([1, 2j], "complex"),
+     (host.ObjectArray("KException", [1]), "KException")],
+    ids=repr,
+)  # fmt: skip
+def test_anything_else_is_refused_by_name(echo, value, named):
+    with pytest.raises(TypeError, match=named):
+        echo(value)
+
+
+def test_an_int_must_fit_a_double(echo):
+    assert echo(2**53) == 2.0**53
+    for number in (2**53 + 1, 10**400):
+        with pytest.raises(OverflowError):
+            echo(number)
+
+
+def test_a_value_that_holds_itself_ends_in_an_error(echo):
+    ring = []
+    ring.append(ring)
+    with pytest.raises(RecursionError):
+        echo(ring)
+
+
+def test_malformed_containers_are_refused():
+    with pytest.raises(ValueError):
+        host.Chars(["a", "bc"])
+    with pytest.raises(ValueError):
+        host.StructArray([{"a": 1}, {"b": 1}])
+    with pytest.raises(TypeError):
+        host.StringArray([1])
+
+
+def test_string_arrays_work_with_numpy(echo):
+    strings = echo(host.StringArray([["a", None]]))
+    assert strings.shape == (1, 2)
+    assert np.asarray(strings, dtype=object).tolist() == [["a", None]]
