@@ -5,16 +5,10 @@
 #include "call/CallTable.h"
 #include "class/languageClass.h"
 #include "kv/host/errors.h"
+#include "name/names.h"
 #include "session/SessionState.h"
 
 namespace kv::host {
-namespace {
-
-kcos::COSInternedBase interned(std::string_view text) {
-  return kcos::internal::makeInterned(kcos::NameRef::of(text));
-}
-
-}  // namespace
 
 void Package::addClass(kcos::COSClassInfo* info, int /*flags*/, int /*kind*/) {
   std::unique_ptr<kcos::COSClassInfo> owned(info);
@@ -62,6 +56,7 @@ void ClassTable::enter(const std::string& fullName, std::unique_ptr<kcos::COSCla
 
 void ClassTable::define(std::shared_ptr<const ClassDefinition> definition) {
   const kcos::COSInternedBase name = interned(definition->name);
+  requireName(name.text().substr(name.text().rfind('.') + 1));
   ClassRecord* record = find(name);
   const bool isNew = record == nullptr;
   if (isNew) {
@@ -72,9 +67,9 @@ void ClassTable::define(std::shared_ptr<const ClassDefinition> definition) {
     refuseInstances(*record);
   }
   std::shared_ptr<ClassContents> former = record->contents_;
-  record->contents_ = languageContents(*record, std::move(definition));
-  makeStale(name);
   try {
+    record->contents_ = languageContents(*record, std::move(definition));
+    makeStale(name);
     record->linked();
   } catch (...) {
     record->contents_ = std::move(former);

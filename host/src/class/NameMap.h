@@ -15,9 +15,9 @@ namespace kv::host {
 template <class V>
 class NameMap {
  public:
-  /// Null if the name isn't there.
+  /// Null if the name isn't there; the empty name never is.
   const V* find(kcos::COSInternedBase name) const noexcept {
-    if (entries_.empty()) {
+    if (entries_.empty() || name.empty()) {
       return nullptr;
     }
     for (std::size_t at = home(name);; at = (at + 1) & mask()) {

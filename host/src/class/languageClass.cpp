@@ -3,13 +3,10 @@
 #include <algorithm>
 
 #include "class/access.h"
+#include "name/names.h"
 
 namespace kv::host {
 namespace {
-
-kcos::COSInternedBase interned(std::string_view text) {
-  return kcos::internal::makeInterned(kcos::NameRef::of(text));
-}
 
 Method methodOf(const ClassRecord& record, const MethodDefinition& definition) {
   return {.name = interned(definition.name),
@@ -24,7 +21,7 @@ Method methodOf(const ClassRecord& record, const MethodDefinition& definition) {
 
 Property propertyOf(const ClassRecord& record, const PropertyDefinition& definition) {
   const bool isComputed = definition.compute != nullptr;
-  return {.name = interned(definition.name),
+  return {.name = requireName(definition.name),
           .owner = &record,
           .getAccess = definition.getAccess,
           .setAccess = isComputed ? MemberAccess::None : definition.setAccess,
@@ -59,7 +56,7 @@ std::shared_ptr<ClassContents> languageContents(const ClassRecord& record,
                                                 std::shared_ptr<const ClassDefinition> definition) {
   auto contents = std::make_shared<ClassContents>();
   for (const std::string& name : definition->superclasses) {
-    contents->superclasses.push_back(interned(name));
+    contents->superclasses.push_back(requireName(name));
   }
   if (definition->constructor) {
     Method constructor = methodOf(record, *definition->constructor);
@@ -72,6 +69,7 @@ std::shared_ptr<ClassContents> languageContents(const ClassRecord& record,
     contents->order.emplace_back(&contents->properties.back());
   }
   for (const MethodDefinition& method : definition->methods) {
+    requireName(method.name);
     contents->methods.push_back(methodOf(record, method));
     contents->order.emplace_back(&contents->methods.back());
   }

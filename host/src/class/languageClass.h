@@ -7,6 +7,7 @@
 namespace kv::host {
 
 /// The members of a class of a language, from its definition.
+/// Errors: "KALVEX:validateattributes:invalidType" for an empty name.
 std::shared_ptr<ClassContents> languageContents(const ClassRecord& record,
                                                 std::shared_ptr<const ClassDefinition> definition);
 

@@ -16,31 +16,39 @@
 #include "error/NativeError.h"
 #include "error/edge.h"
 #include "error/kException.h"
+#include "name/names.h"
 
 namespace kv::host {
 namespace {
 
+/// How many sessions are open, or `kAlone` for one that keeps its classes per process.
 std::atomic<int> openSessions{0};
-std::atomic<bool> isProcessTaken{false};  ///< by a session that keeps its classes per process
+constexpr int kAlone = -1;
 
 /// Counts a session in; one that keeps its classes per process must be alone.
 void enterProcess(const SessionOptions& options) {
-  const int others = openSessions++;
-  if (isProcessTaken || (!options.classesPerSession && others > 0)) {
+  int open = openSessions;
+  int next = 0;
+  do {
+    if (open == kAlone || (!options.classesPerSession && open > 0)) {
+      throw NativeError("KALVEX:session:NotAlone", {});
+    }
+    next = options.classesPerSession ? open + 1 : kAlone;
+  } while (!openSessions.compare_exchange_weak(open, next));
+}
+
+void leaveProcess(const SessionOptions& options) noexcept {
+  if (options.classesPerSession) {
     --openSessions;
-    throw NativeError("KALVEX:session:NotAlone", {});
+  } else {
+    openSessions = 0;
   }
-  isProcessTaken = !options.classesPerSession;
 }
 
 void refuseClosed(bool isClosed) {
   if (isClosed) {
     throw NativeError("KALVEX:session:Closed", {});
   }
-}
-
-kcos::COSInternedBase interned(std::string_view text) {
-  return kcos::internal::makeInterned(kcos::NameRef::of(text));
 }
 
 /// Runs `body` as a call from outside: in the session, native exceptions leaving as KExceptions.
@@ -60,7 +68,11 @@ const ClassRecord* rightsOf(const SessionState& session, std::string_view asClas
 class Outputs {
  public:
   explicit Outputs(int nlhs) : raw_(static_cast<std::size_t>(nlhs > 1 ? nlhs : 1), nullptr) {}
-  ~Outputs() { take(); }
+  ~Outputs() {
+    for (kxArray* array : raw_) {
+      matrix::from_kalvex(array);
+    }
+  }
   Outputs(const Outputs&) = delete;
   Outputs& operator=(const Outputs&) = delete;
 
@@ -107,8 +119,7 @@ Session::Session(SessionOptions options) {
     state_ = std::make_unique<SessionState>(options);
     defineClass(kExceptionDefinition());
   } catch (...) {
-    isProcessTaken = false;
-    --openSessions;
+    leaveProcess(options);
     throw;
   }
 }
@@ -118,8 +129,7 @@ Session::~Session() { close(); }
 void Session::close() noexcept {
   if (!isClosed()) {
     closeSession(*state_);
-    isProcessTaken = false;
-    --openSessions;
+    leaveProcess(state_->options);
   }
 }
 
@@ -135,15 +145,15 @@ Session::Scope::~Scope() {
 }
 
 void Session::defineFunction(std::string_view name, NativeBody body) {
-  inSession(*this, [&] { state_->calls.defineFunction(interned(name), std::move(body)); });
+  inSession(*this, [&] { state_->calls.defineFunction(requireName(name), std::move(body)); });
 }
 
 void Session::defineBuiltin(std::string_view name, RawBuiltin builtin) {
-  inSession(*this, [&] { state_->calls.binding(interned(name)).rawBuiltin = builtin; });
+  inSession(*this, [&] { state_->calls.binding(requireName(name)).rawBuiltin = builtin; });
 }
 
 void Session::defineBuiltin(std::string_view name, OwningBuiltin builtin) {
-  inSession(*this, [&] { state_->calls.binding(interned(name)).owningBuiltin = builtin; });
+  inSession(*this, [&] { state_->calls.binding(requireName(name)).owningBuiltin = builtin; });
 }
 
 void Session::defineClass(std::shared_ptr<const ClassDefinition> definition) {

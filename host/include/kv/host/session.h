@@ -87,10 +87,12 @@ class KV_HOST_API Session {
     SessionState* previous_;
   };
 
+  /// Frees every object. Requires: no call of the session runs.
   void close() noexcept;
   bool isClosed() const noexcept;
 
   // Definitions. They hold from the next call on.
+  // Errors: "KALVEX:validateattributes:invalidType" for an empty name.
   void defineFunction(std::string_view name, NativeBody body);
   void defineBuiltin(std::string_view name, RawBuiltin builtin);
   void defineBuiltin(std::string_view name, OwningBuiltin builtin);
