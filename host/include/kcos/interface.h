@@ -24,8 +24,8 @@ enum class COSReferenceType : std::uint8_t {
 
 /// A host object: of a class, with property slots and at most one native part.
 ///
-/// It is deleted explicitly or by the collector; its storage stays readable, and `isDeleted()` true,
-/// while a reference of any kind exists.
+/// It is deleted explicitly or by the collector; its storage stays readable, and `isDeleted()`
+/// true, while a reference of any kind exists.
 ///
 /// Threads: the thread of its session.
 class COSInterface {
@@ -163,7 +163,8 @@ KV_HOST_API RootRecordPtr omGetRootRecord(const COSInterface* object) noexcept;
 /// For the maker of an array that nobody shares yet.
 KV_HOST_API void omSetArrayElement(kxArray* array, std::size_t index, COSInterface* object);
 
-/// A strong reference to element `index` of an object array; null for an unset element.
+/// A strong reference to element `index` of an object array; null for an unset element, and where
+/// there is no such array or element.
 KV_HOST_API COSInterfacePtr omGetArrayElement(const kxArray* array, std::size_t index);
 
 /// True for an object array.
@@ -192,9 +193,9 @@ namespace kcos {
 /// Errors: std::bad_alloc.
 KV_HOST_API void kcosConvertArrayToInternalInPlace(kxArray* array, bool flag);
 
-/// Memory for native parts, which are made and freed by the million: small blocks come from lists of
-/// the calling thread. For class-level `operator new` and `operator delete`.
-/// Errors: std::bad_alloc.
+/// Memory for native parts, which are made and freed by the million: small blocks come from lists
+/// of the calling thread. For class-level `operator new` and `operator delete`. Errors:
+/// std::bad_alloc.
 [[nodiscard]] KV_HOST_API void* utAllocatePart(std::size_t bytes);
 /// `bytes` as given to `utAllocatePart`. Null does nothing.
 KV_HOST_API void utFreePart(void* memory, std::size_t bytes) noexcept;

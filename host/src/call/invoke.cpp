@@ -1,11 +1,9 @@
 #include "call/invoke.h"
 
 #include <algorithm>
-#include <string>
 
 #include "call/running.h"
 #include "class/objects.h"
-#include "kv/host/errors.h"
 
 namespace kv::host {
 namespace {
@@ -58,23 +56,6 @@ void invokeNative(SessionState& session, const Method& method, const Call& call)
   outputs.handOver(call);
 }
 
-/// Native code takes its object on trust: something else first, or an object of the class that
-/// never got a native part, must not reach it.
-void checkObjectFirst(const Method& method, const kxArray* first) {
-  const bool isObject = kcos::omIsKCOS(first) && !kxIsEmpty(first);
-  if (!isObject && method.counts.maxInputs < 0) {
-    raise("KALVEX:class:InvalidHandle");
-  }
-  if (!isObject) {
-    raiseInvalidType("Input", "scalar " + std::string(method.owner->getName()), first);
-  }
-  const Object* object = scalarObject(first);
-  if (object != nullptr && !object->isDeleted() && object->instanceData() == nullptr &&
-      object->objectClass().isA(method.owner->name())) {
-    raise("KALVEX:class:InvalidHandle");
-  }
-}
-
 }  // namespace
 
 void runBody(SessionState& session, const NativeBody& body, const ClassRecord* rights,
@@ -92,9 +73,6 @@ void invokeMethod(SessionState& session, const Method& method, const Call& call,
   if (method.body != nullptr) {
     runBody(session, *method.body, method.owner, call);
     return;
-  }
-  if (method.takesObjectFirst()) {
-    checkObjectFirst(method, call.in(0));
   }
   invokeNative(session, method, call);
 }

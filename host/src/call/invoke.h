@@ -9,11 +9,10 @@ namespace kv::host {
 struct SessionState;
 
 /// Runs a method whose counts and access have been checked. `target` is the object that the call
-/// was dispatched on; null for a static method.
+/// was dispatched on; null for a static method. What the inputs are is for the method to check, its
+/// object included: that may stand elsewhere among them.
 ///
-/// Errors: what the method raises; "KALVEX:class:InvalidHandle" or
-/// "KALVEX:validateattributes:invalidType" if a native method that needs its object first doesn't
-/// get one with a native part.
+/// Errors: what the method raises.
 void invokeMethod(SessionState& session, const Method& method, const Call& call, Object* target);
 
 /// Runs a native constructor on the object that `self` refers to.

@@ -137,9 +137,13 @@ void omSetArrayElement(kxArray* array, std::size_t index, COSInterface* element)
 }
 
 COSInterfacePtr omGetArrayElement(const kxArray* array, std::size_t index) {
-  Object* object = array->form == kxArray::Form::Object ? array->object : nullptr;
-  if (array->form == kxArray::Form::Payload) {
-    object = static_cast<const ObjectsPayload&>(*array->payload).objects[index];
+  Object* object = nullptr;
+  if (omIsKCOS(array) && index < array->elementCount()) {
+    if (array->form == kxArray::Form::Object) {
+      object = array->object;
+    } else if (array->form == kxArray::Form::Payload) {
+      object = static_cast<const ObjectsPayload&>(*array->payload).objects[index];
+    }
   }
   return COSInterfacePtr(object, COSReferenceType::Strong);
 }
