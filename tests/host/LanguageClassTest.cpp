@@ -107,6 +107,32 @@ TEST_F(LanguageClasses, OnlyADirectSuperclassCanBeConstructed) {
 }
 
 /// With lab.Native, whose info makes the value 11 where construction left no native part.
+TEST_F(LanguageClasses, AnEmptyNameIsNoMember) {
+  ClassDefinition thing = derive("lab.Thing", {});
+  thing.properties = {{"Note", nullptr, {}, {}, {}}};
+  define(thing);
+  const Value object = call("lab.Thing");
+  EXPECT_EQ(failure([&] { get(object, ""); }), "KALVEX:class:NoSuchMember | lab.Thing | ");
+  EXPECT_EQ(failure([&] { set(object, "", object); }), "KALVEX:class:NoSuchMember | lab.Thing | ");
+  EXPECT_EQ(failure([&] { invoke(object, ""); }), "KALVEX:class:NoSuchMember | lab.Thing | ");
+  EXPECT_EQ(failure([&] { call("", object); }), "KALVEX:UndefinedFunction | ");
+  EXPECT_FALSE(kxIsA(object.get(), ""));
+}
+
+TEST_F(LanguageClasses, AnEmptyNameCantBeDefined) {
+  const std::string refused = "KALVEX:validateattributes:invalidType | Input | a name | ";
+  ClassDefinition withProperty = derive("lab.A", {});
+  withProperty.properties = {{"", nullptr, {}, {}, {}}};
+  ClassDefinition withMethod = derive("lab.B", {});
+  withMethod.methods = {{.name = "", .body = says("nothing")}};
+  for (const ClassDefinition& definition :
+       {derive("", {}), derive("lab.", {}), derive("lab.C", {""}), withProperty, withMethod}) {
+    EXPECT_EQ(failure([&] { define(definition); }), refused) << definition.name;
+  }
+  EXPECT_EQ(failure([&] { session.defineFunction("", says("nothing")); }), refused);
+  EXPECT_EQ(failure([&] { call("lab.A"); }), "KALVEX:UndefinedFunction | lab.A");
+}
+
 class NativeHeirs : public LanguageClasses {
  protected:
   NativeHeirs() {
@@ -122,6 +148,17 @@ class NativeHeirs : public LanguageClasses {
   }
   double valueOf(const Value& object) { return host::toDouble(get(object, "Value").get()); }
 };
+
+TEST_F(NativeHeirs, AnObjectThatASuperclassDeletesGetsNoNativePart) {
+  ClassDefinition base = derive("lab.Base", {});
+  base.constructor = constructor([this](const Call& call) { session.deleteObject(call.in(0)); });
+  define(base);
+  enter(new NativeClass("Heir", [](COSClass* cls, const COSClient*) {
+    cls->addSuperclass(id("lab.Base"), 1, 0, 1);
+    cls->addMethod(partConstructor("lab.Heir", MemberAccess::Public, 0));
+  }));
+  EXPECT_EQ(failure([&] { call("lab.Heir"); }), "KALVEX:class:InvalidHandle");
+}
 
 TEST_F(NativeHeirs, TheNativePartComesFromItsConstructorOrFromTheClassInfo) {
   define(derive("lab.Implicit", {"lab.Native"}));

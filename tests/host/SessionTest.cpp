@@ -110,6 +110,23 @@ TEST(Sessions, LeaveNothingBehindWhenTheyAreOpenedUsedAndClosed) {
   EXPECT_EQ(after.payloadBytes, before.payloadBytes);
 }
 
+TEST(Sessions, AnObjectOfAClosedSessionIsADeletedOneToOthers) {
+  Value left;
+  {
+    host::Session first;
+    const host::Session::Scope scope(first);
+    defineIn(first, simple("lab.Thing"));
+    left = host::call("lab.Thing");
+  }
+  host::Session second;
+  second.defineFunction("take", says("taken"));
+  const kxArray* inputs[] = {left.get()};
+  EXPECT_EQ(textOf(second.call("take", 1, inputs)[0]), "taken");
+  EXPECT_EQ(failure([&] { second.get(left.get(), "Held"); }), "KALVEX:class:InvalidHandle");
+  EXPECT_EQ(failure([&] { second.invoke(left.get(), "take", 1, {}); }),
+            "KALVEX:class:InvalidHandle");
+}
+
 TEST(Sessions, AStoreHasItsSlotsPerSessionAndDestroysThemAfterTheObjects) {
   struct Tag {};
   static const std::size_t slotId = Store::getNextID(typeid(Tag));

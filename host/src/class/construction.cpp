@@ -114,6 +114,9 @@ void runNativeConstructor(SessionState& session, Construction& construction,
     matrix::detail::error_maxrhs();
   }
   makeParts(session, construction, record);
+  if (construction.object().isDeleted()) {
+    raise("KALVEX:class:InvalidHandle");  // nobody would destroy a native part made from here on
+  }
   if (constructor != nullptr) {
     invokeConstructor(session, *constructor, construction.self(), inputs);
   } else {

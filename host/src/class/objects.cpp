@@ -35,7 +35,7 @@ const ClassRecord* classOf(const SessionState& session, const kxArray* array) {
     return nullptr;
   }
   if (array->form == kxArray::Form::Object) {
-    return &classOf(*array->object);
+    return static_cast<const ClassRecord*>(array->object->getClassObject());
   }
   const std::string name = kxGetClassName(array);
   return session.classes.find(kcos::internal::makeInterned(kcos::NameRef::of(name)));

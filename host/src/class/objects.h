@@ -15,7 +15,8 @@ Object* scalarObject(const kxArray* array) noexcept;
 /// Errors: "KALVEX:validateattributes:invalidType"; "KALVEX:class:InvalidHandle" if it is deleted.
 Object& requireObject(const kxArray* array);
 
-/// The class of an object array, also of an empty one; null for other arrays.
+/// The class of an object array, also of an empty one; null for other arrays, and for an object
+/// that outlived its session.
 const ClassRecord* classOf(const SessionState& session, const kxArray* array);
 
 inline const ClassRecord& classOf(const Object& object) noexcept {
