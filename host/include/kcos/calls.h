@@ -1,5 +1,9 @@
 #pragma once
 
+#include <exception>
+#include <memory>
+#include <string>
+
 #include "kcos/class.h"
 #include "kcos/interface.h"
 #include "kcos/interned.h"
