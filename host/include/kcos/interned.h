@@ -57,7 +57,9 @@ class COSInternedBase {
 
   /// True for the default-made name, which stands for "no name".
   bool empty() const { return entry_ == nullptr; }
-  std::string_view text() const { return entry_ ? std::string_view(entry_->text) : std::string_view(); }
+  std::string_view text() const {
+    return entry_ ? std::string_view(entry_->text) : std::string_view();
+  }
   std::uint64_t hash() const { return entry_ ? entry_->hash : 0; }
   const Entry* id() const { return entry_; }
 

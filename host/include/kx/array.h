@@ -16,7 +16,8 @@
 /// 1. An array has a reference count of its own, 0 for one owner. `kxAddReference` adds an owner;
 ///    the deleter takes one away.
 /// 2. A shared copy is a new array on the same payload: one allocation and no data.
-/// 3. Payload counts are atomic: a numeric, logical, char or string value may be read and dropped by
+/// 3. Payload counts are atomic: a numeric, logical, char or string value may be read and dropped
+/// by
 ///    any thread. Arrays that refer to objects belong to their session's thread; dropped elsewhere,
 ///    they go to the session's release queue.
 /// 4. The `kxSet...` functions are for an array that is still being filled by its maker.
@@ -182,4 +183,5 @@ KV_HOST_API void kxSetField(kxArray* array, std::size_t index, std::string_view 
 KV_HOST_API void kxSetArrayScope(kxArray* array, kxVariableScope scope) noexcept;
 
 /// Issues a warning of the session: id and arguments; the text comes from the catalogue.
-KV_HOST_API void kxWarningMsgId(std::string_view identifier, std::span<const std::string> arguments);
+KV_HOST_API void kxWarningMsgId(std::string_view identifier,
+                                std::span<const std::string> arguments);

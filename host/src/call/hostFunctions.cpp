@@ -2,8 +2,8 @@
 
 #include "call/dispatch.h"
 #include "call/invoke.h"
+#include "heap/FunctionValue.h"
 #include "session/SessionState.h"
-#include "value/FunctionValue.h"
 
 namespace kv::host {
 

@@ -2,10 +2,10 @@
 
 #include <string>
 
+#include "heap/Array.h"
 #include "kv/host/errors.h"
 #include "kv/host/values.h"
 #include "session/SessionState.h"
-#include "value/Array.h"
 
 namespace kv::host {
 

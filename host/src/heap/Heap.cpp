@@ -4,8 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "heap/Array.h"
 #include "heap/Teardown.h"
-#include "value/Array.h"
 
 namespace kv::host {
 

@@ -5,8 +5,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "heap/Array.h"
 #include "heap/Heap.h"
-#include "value/Array.h"
 
 namespace kv::host {
 

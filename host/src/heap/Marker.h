@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "heap/Array.h"
 #include "heap/Heap.h"
-#include "value/Array.h"
 
 namespace kv::host {
 

@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "heap/Array.h"
 #include "heap/Heap.h"
 #include "heap/Teardown.h"
-#include "value/Array.h"
 
 namespace kv::host {
 namespace {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "value/Payload.h"
+#include "heap/Payload.h"
 
 namespace kv::host {
 

@@ -3,10 +3,10 @@
 #include <string>
 
 #include "foundation/diag.h"
+#include "heap/Array.h"
 #include "heap/Heap.h"
 #include "heap/Marker.h"
 #include "heap/Teardown.h"
-#include "value/Array.h"
 
 namespace kv::host {
 namespace {

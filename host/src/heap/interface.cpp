@@ -2,8 +2,8 @@
 
 #include <stdexcept>
 
+#include "heap/Array.h"
 #include "heap/Heap.h"
-#include "value/Array.h"
 
 using kv::host::Heap;
 using kv::host::Object;

@@ -288,6 +288,13 @@ void Session::setStackProvider(std::function<std::vector<Frame>()> provider) {
   state_->stacks.setProvider(std::move(provider));
 }
 
+void Session::setStackSource(std::unique_ptr<StackSource> source) {
+  refuseClosed(isClosed());
+  state_->stacks.setSource(std::move(source));
+}
+
+StackSource::~StackSource() = default;
+
 bool hasCurrentSession() noexcept { return currentSession() != nullptr; }
 
 }  // namespace kv::host

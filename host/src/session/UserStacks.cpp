@@ -66,12 +66,29 @@ void UserStacks::close() noexcept {
   }
 }
 
+UserStacks::Node* UserStacks::liveOf(StackSource& source) {
+  captured_.clear();
+  source.capture(captured_);
+  Node* stack = &nodes_.front();
+  for (auto place = captured_.rbegin(); place != captured_.rend(); ++place) {
+    Node*& to = places_[{stack, place->code, nullptr, static_cast<unsigned>(place->position)}];
+    if (to == nullptr) {
+      to = step(stack, source.resolve(*place));
+    }
+    stack = to;
+  }
+  return stack;
+}
+
 UserStacks::Node* UserStacks::live() {
-  if (!provider_ || isAsking_) {
+  if ((!provider_ && !source_) || isAsking_) {
     return current_;
   }
   isAsking_ = true;
   const std::unique_ptr<bool, void (*)(bool*)> asked(&isAsking_, [](bool* flag) { *flag = false; });
+  if (source_ != nullptr) {
+    return liveOf(*source_);
+  }
   const std::vector<Frame> frames = provider_();
   Node* stack = &nodes_.front();
   for (auto frame = frames.rbegin(); frame != frames.rend(); ++frame) {
@@ -114,6 +131,7 @@ Value UserStacks::makeArray(const Node& stack) {
 
 void UserStacks::clear() noexcept {
   provider_ = nullptr;
+  source_ = nullptr;
   for (Node& node : nodes_) {
     node.array = nullptr;
   }

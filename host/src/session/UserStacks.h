@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <functional>
+#include <memory>
 #include <source_location>
 #include <string>
 #include <unordered_map>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "kv/host/errors.h"
+#include "kv/host/session.h"
 #include "kv/host/values.h"
 
 namespace kv::host {
@@ -26,6 +28,7 @@ class UserStacks {
   UserStacks& operator=(const UserStacks&) = delete;
 
   void setProvider(Provider provider) { provider_ = std::move(provider); }
+  void setSource(std::unique_ptr<StackSource> source) { source_ = std::move(source); }
 
   /// Puts a frame on the stack of open call sites.
   void open(const std::source_location& where);
@@ -51,11 +54,12 @@ class UserStacks {
     const Frame* frame;
     bool operator==(const Step&) const = default;
   };
-  /// The same, before the frame is known: by the addresses that the compiler gave it.
+  /// The same, before the frame is known: by the addresses that the compiler gave it, or by a
+  /// source's code.
   struct Place {
     const Node* from;
-    const char* file;
-    const char* function;
+    const void* file;
+    const void* function;
     unsigned line;
     bool operator==(const Place&) const = default;
   };
@@ -72,10 +76,13 @@ class UserStacks {
 
   Node* step(Node* from, const Frame& frame);
   Node* live();
+  Node* liveOf(StackSource& source);
   static Value makeArray(const Node& stack);
 
   Provider provider_;
-  bool isAsking_ = false;  ///< the provider runs; an error in it must not ask again
+  std::unique_ptr<StackSource> source_;
+  std::vector<StackPlace> captured_;  ///< room that is used again
+  bool isAsking_ = false;             ///< the provider runs; an error in it must not ask again
   std::unordered_set<Frame, Hash, SameFrame> frames_;
   std::deque<Node> nodes_;
   std::unordered_map<Step, Node*, Hash> steps_;

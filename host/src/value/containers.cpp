@@ -2,9 +2,9 @@
 #include <memory>
 #include <stdexcept>
 
+#include "heap/Array.h"
 #include "heap/Heap.h"
 #include "kx/array.h"
-#include "value/Array.h"
 #include "value/counts.h"
 
 using kv::host::ContainerPayload;

@@ -1,8 +1,8 @@
 #include <memory>
 
+#include "heap/Array.h"
+#include "heap/FunctionValue.h"
 #include "heap/Heap.h"
-#include "value/Array.h"
-#include "value/FunctionValue.h"
 
 namespace kv::host {
 namespace {

@@ -1,7 +1,7 @@
+#include "heap/Array.h"
 #include "heap/Heap.h"
 #include "kv/host/errors.h"
 #include "kx/array.h"
-#include "value/Array.h"
 #include "value/classIds.h"
 
 using kv::host::classIdFacts;

@@ -2,8 +2,8 @@
 #include <span>
 #include <stdexcept>
 
+#include "heap/Array.h"
 #include "kx/array.h"
-#include "value/Array.h"
 #include "value/classIds.h"
 #include "value/counts.h"
 

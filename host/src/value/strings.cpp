@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "fl/i18n.h"
+#include "heap/Array.h"
 #include "kv/host/errors.h"
-#include "value/Array.h"
 #include "value/counts.h"
 
 using kv::host::StringsPayload;

@@ -3,9 +3,9 @@
 #include <cmath>
 
 #include "fl/i18n.h"
+#include "heap/Array.h"
 #include "heap/Heap.h"
 #include "kv/host/errors.h"
-#include "value/Array.h"
 
 namespace kv::host {
 namespace {

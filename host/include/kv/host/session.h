@@ -53,6 +53,23 @@ struct ClassDescription {
   std::vector<MemberDescription> members;  ///< in the order of registration
 };
 
+/// A place in a front end's code: the same `code` and `position` stand for the same frame for as
+/// long as its source lives.
+struct StackPlace {
+  const void* code;
+  int position;
+};
+
+/// Where the live user stacks of a session come from, for a front end that captures many.
+class KV_HOST_API StackSource {
+ public:
+  virtual ~StackSource();
+  /// Adds the places of the live stack, innermost first.
+  virtual void capture(std::vector<StackPlace>& places) = 0;
+  /// The frame of a place that was just captured. Asked once for each place and what it stands on.
+  virtual Frame resolve(const StackPlace& place) = 0;
+};
+
 /// Builtins as native libraries export them; outputs come as raw slots or as owning ones.
 using RawBuiltin = void (*)(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs);
 using OwningBuiltin = void (*)(int nlhs, Value* plhs, int nrhs, const kxArray** prhs);
@@ -140,6 +157,8 @@ class KV_HOST_API Session {
   /// The live user stack comes from `provider` while it is set, innermost frame first; otherwise
   /// from the call sites that are open (see CallSite).
   void setStackProvider(std::function<std::vector<Frame>()> provider);
+  /// The same from a source, which goes before a provider.
+  void setStackSource(std::unique_ptr<StackSource> source);
 
   SessionState& state() noexcept { return *state_; }
 

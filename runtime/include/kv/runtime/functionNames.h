@@ -12,7 +12,8 @@ namespace kv::runtime {
 /// "kv.element.plus" and the like.
 std::string elementFunctionName(std::string_view function);
 
-/// "kv.aggregate.mean", or "kv.aggregate.mean.propagate" for the form that propagates missing values.
+/// "kv.aggregate.mean", or "kv.aggregate.mean.propagate" for the form that propagates missing
+/// values.
 std::string aggregateFunctionName(std::string_view aggregate, MissingRule missing);
 
 }  // namespace kv::runtime

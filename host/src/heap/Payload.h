@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "heap/FunctionValue.h"
 #include "heap/Pool.h"
-#include "value/FunctionValue.h"
 
 namespace kv::host {
 

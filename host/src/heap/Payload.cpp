@@ -1,11 +1,11 @@
-#include "value/Payload.h"
+#include "heap/Payload.h"
 
 #include <cstdlib>
 #include <new>
 
+#include "heap/Array.h"
 #include "heap/Heap.h"
 #include "heap/ReleaseQueue.h"
-#include "value/Array.h"
 
 namespace kv::host {
 

@@ -1,4 +1,4 @@
-#include "value/Array.h"
+#include "heap/Array.h"
 
 #include "heap/Heap.h"
 #include "heap/ReleaseQueue.h"

@@ -7,9 +7,9 @@
 #include <cstring>
 
 #include "heap/Object.h"
+#include "heap/Payload.h"
 #include "heap/Pool.h"
 #include "kx/array.h"
-#include "value/Payload.h"
 
 /// The header of a value: class, dimensions, and where the elements are. One block of the pool.
 ///
