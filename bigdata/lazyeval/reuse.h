@@ -27,9 +27,8 @@ void markforreuse(const RawCall& call);
 /// Marks `successor`, which takes the place of `old`, and ties its cache entry to that of `old`
 /// while both are pending, so that the host can find what was cached under the old key.
 ///
-/// Requires: `old` is pending behind a cache node, as `markforreuse` leaves it, or one of the two
-/// is
-///           complete.
+/// Requires: `old` is pending behind a cache node, as `markforreuse` leaves it, or one of the
+///           two is complete.
 /// Errors: those of the host's calls; `successor` may have its node by then.
 void updateforreuse(LazyPartitionedArray& old,
                     ki::KalvexManagedPtr<LazyPartitionedArray> successor);

@@ -17,8 +17,8 @@ namespace kv::runtime {
 Schema readCsvSchema(const SourceFile& file, const std::vector<TypeOverride>& types);
 
 /// Errors: DataError "KALVEX:datastore:DifferentColumns" when the header of `file` has other
-/// columns
-///         than `schema`, which `first` has, or has them in another order; and as CsvBlocks.
+///         columns than `schema`, which `first` has, or has them in another order; and as
+///         CsvBlocks.
 void throwIfColumnsDiffer(const SourceFile& file, const SourceFile& first, const Schema& schema);
 
 /// Where in `schema` the column called `name` stands.

@@ -68,8 +68,8 @@ struct OpSpecValue final : host::NativeValue {
 std::string originOf(const kxArray* stack);
 
 /// The built-in function that a function_handle names, "kv.element.NAME" or "kv.aggregate.NAME"
-/// with
-/// ".propagate" behind it for the form that propagates missing values; none for another handle.
+/// with ".propagate" behind it for the form that propagates missing values; none for another
+/// handle.
 OpFunction builtInFunction(const kxArray* handle);
 
 /// How plans call the function behind a handle.

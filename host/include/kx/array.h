@@ -17,9 +17,8 @@
 ///    the deleter takes one away.
 /// 2. A shared copy is a new array on the same payload: one allocation and no data.
 /// 3. Payload counts are atomic: a numeric, logical, char or string value may be read and dropped
-/// by
-///    any thread. Arrays that refer to objects belong to their session's thread; dropped elsewhere,
-///    they go to the session's release queue.
+///    by any thread. Arrays that refer to objects belong to their session's thread; dropped
+///    elsewhere, they go to the session's release queue.
 /// 4. The `kxSet...` functions are for an array that is still being filled by its maker.
 class kxArray;
 

@@ -13,8 +13,7 @@ class ClassTable;
 /// 1. Superclasses are linked first, by a walk that keeps its own stack.
 /// 2. A superclass that isn't defined is left out and noted; only making an object needs it.
 /// 3. Of members with one name, the class's own hide inherited ones; of inherited ones, those of
-/// the
-///    leftmost superclass are taken, unless they are abstract and others aren't.
+///    the leftmost superclass are taken, unless they are abstract and others aren't.
 /// 4. A class has at most one native chain, which is all that its objects' native part answers to.
 class ClassLinker {
  public:
