@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <set>
-
 #include "functions/Philox.h"
 #include "runtime/RuntimeSession.h"
 
@@ -41,13 +39,17 @@ class Random : public RuntimeSession {
     return make("kalvex.bigdata.internal.RandStreamFactory", seed);
   }
 
-  /// x plus a random number, as an array that draws from the stream of its partition.
-  Value noisy(const Value& x, const Value& factory) {
+  static Value optionsWith(const Value& factory) {
     const Value label = host::makeChars("RequiresRandState");
     const Value yes = host::makeLogical(true);
     const Value streams = host::makeChars("RandStreamFactory");
-    const Value options = host::call("kalvex.bigdata.internal.PartitionedArrayOptions",
-                                     {label.get(), yes.get(), streams.get(), factory.get()});
+    return host::call("kalvex.bigdata.internal.PartitionedArrayOptions",
+                      {label.get(), yes.get(), streams.get(), factory.get()});
+  }
+
+  /// As many random numbers as `x` has rows, each from the stream of its partition.
+  static Value noisy(const Value& x, const Value& factory) {
+    const Value options = optionsWith(factory);
     const Value handle = host::makeFunctionHandle("noise", [](const host::Call& call) {
       const Value rows = host::makeDouble(static_cast<double>(kxGetM(call.in(0))));
       call.out(0, host::call("rand", {rows.get()}));
@@ -101,6 +103,40 @@ TEST_F(Random, EachPartitionDrawsFromItsOwnStreamAndTheSessionsStaysAsItWas) {
 
   const Value whole = noisy(drawn, factory);
   EXPECT_EQ(gather(whole), draw(partitionOf(factory, 1), 5)) << "evaluated at once";
+}
+
+TEST_F(Random, AProcessorFactoryOfTheUsersOwnDrawsFromItsPartitionsStream) {
+  constexpr char kOperation[] = "kalvex.bigdata.internal.lazyeval.Operation";
+  host::ClassDefinition drawing{
+      .name = "mine.DrawingFactory",
+      .superclasses = {"kalvex.bigdata.internal.executor.DataProcessorFactory"}};
+  drawing.methods.push_back({.name = "feval", .body = [](const host::Call& call) {
+                               const double rows = static_cast<double>(kxGetM(call.in(1)));
+                               call.out(0, host::call("rand", {host::makeDouble(rows).get()}));
+                             }});
+  host::ClassDefinition operation{.name = "mine.Drawing", .superclasses = {kOperation}};
+  operation.constructor = host::MethodDefinition{.body = [&](const host::Call& call) {
+    const Value one = host::makeDouble(1);
+    host::constructSuperclass(call.in(0), kOperation, {one.get(), one.get()});
+    host::setSlot(call.in(0), "Options", matrix::sharedCopy(call.in(1)));
+  }};
+  operation.methods.push_back(
+      {.name = "createExecutionTasks", .body = [](const host::Call& call) {
+         const Value made = host::call("mine.DrawingFactory");
+         const Value factory = host::call("addGlobalState", {call.in(0), made.get()});
+         const Value any = host::makeEmptyDouble();
+         const Value one = host::makeDouble(1);
+         call.out(0, host::call("kalvex.bigdata.internal.executor.ExecutionTask",
+                                {call.in(1), factory.get(), any.get(), one.get()}));
+       }});
+  session.defineClass(std::make_shared<const host::ClassDefinition>(std::move(drawing)));
+  session.defineClass(std::make_shared<const host::ClassDefinition>(std::move(operation)));
+
+  const Value factory = factoryOf(5);
+  const Value made = host::call("mine.Drawing", {optionsWith(factory).get()});
+  const Value x = column(table({"x\n1\n2\n"}), "x");
+  const Value drawn = host::call("applyOperationBuiltin", {made.get(), x.get()});
+  EXPECT_EQ(gather(drawn), draw(partitionOf(factory, 1), 2));
 }
 
 TEST_F(Random, ASeedIsAWholeNumber) {
