@@ -39,7 +39,7 @@ const SessionPtr& checked(const SessionPtr& session) {
 
 SessionPtr SharedSession::open(bool withRuntime, bool stress) {
   SessionPtr session(new SharedSession(stress));
-  session->host_.setStackProvider(pythonStack);
+  session->host_.setStackSource(makeStackSource());
   if (withRuntime) {
     runtime::load(session->host_);
   } else {

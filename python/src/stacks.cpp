@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "pyObjects.h"
+
 namespace kv::python {
 namespace {
 
@@ -26,10 +28,12 @@ std::string_view packageFolder() {
   return folder;
 }
 
+bool isOurs(PyCodeObject* code) { return textOf(code->co_filename).starts_with(packageFolder()); }
+
 void addFrame(std::vector<host::Frame>& frames, PyCodeObject* code, int line) {
-  const std::string_view file = textOf(code->co_filename);
-  if (!file.starts_with(packageFolder())) {
-    frames.push_back({std::string(file), std::string(textOf(code->co_name)), line});
+  if (!isOurs(code)) {
+    frames.push_back(
+        {std::string(textOf(code->co_filename)), std::string(textOf(code->co_name)), line});
   }
 }
 
@@ -42,21 +46,53 @@ PyFrameObject* frameOf(const nb::object& object) {
   return reinterpret_cast<PyFrameObject*>(object.ptr());
 }
 
-}  // namespace
-
-std::vector<host::Frame> pythonStack() {
-  std::vector<host::Frame> frames;
-  const nb::detail::cleanup_guard python;
-  if (!python) {
-    return frames;
-  }
+/// Calls `visit(code, frame)` from the innermost frame outwards.
+template <class Visit>
+void walkFrames(Visit&& visit) {
   nb::object frame = owned(PyThreadState_GetFrame(PyThreadState_Get()));
   while (frame.is_valid()) {
     const nb::object code = owned(PyFrame_GetCode(frameOf(frame)));
-    addFrame(frames, reinterpret_cast<PyCodeObject*>(code.ptr()),
-             PyFrame_GetLineNumber(frameOf(frame)));
+    visit(reinterpret_cast<PyCodeObject*>(code.ptr()), frameOf(frame));
     frame = owned(PyFrame_GetBack(frameOf(frame)));
   }
+}
+
+/// A place is a code object and an offset in it.
+class PythonFrames : public host::StackSource {
+ public:
+  void capture(std::vector<host::StackPlace>& places) override {
+    if (const nb::detail::cleanup_guard python{}) {
+      walkFrames([&](PyCodeObject* code, PyFrameObject* frame) {
+        if (!isOurs(code)) {
+          places.push_back({code, PyFrame_GetLasti(frame)});
+        }
+      });
+    }
+  }
+
+  host::Frame resolve(const host::StackPlace& place) override {
+    const nb::gil_scoped_acquire python;
+    const nb::handle object =
+        static_cast<PyObject*>(const_cast<void*>(place.code));  // captured as one
+    kept_.push_back(share(object));
+    auto* code = reinterpret_cast<PyCodeObject*>(object.ptr());
+    return {std::string(textOf(code->co_filename)), std::string(textOf(code->co_name)),
+            PyCode_Addr2Line(code, place.position)};
+  }
+
+ private:
+  std::vector<SharedPyObject> kept_;  ///< so that no other code gets the address of a known one
+};
+
+}  // namespace
+
+std::unique_ptr<host::StackSource> makeStackSource() { return std::make_unique<PythonFrames>(); }
+
+std::vector<host::Frame> pythonStack() {
+  std::vector<host::Frame> frames;
+  walkFrames([&](PyCodeObject* code, PyFrameObject* frame) {
+    addFrame(frames, code, PyFrame_GetLineNumber(frame));
+  });
   return frames;
 }
 

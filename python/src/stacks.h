@@ -1,8 +1,9 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
-#include "kv/host/errors.h"
+#include "kv/host/session.h"
 
 #include <nanobind/nanobind.h>
 
@@ -10,8 +11,11 @@ namespace kv::python {
 
 namespace nb = nanobind;
 
-/// The Python frames of the calling thread, innermost first, without those of this package.
-/// Threads: any; takes the interpreter's lock.
+/// The Python frames of the calling thread as user stacks, without those of this package. Takes the
+/// interpreter's lock.
+std::unique_ptr<host::StackSource> makeStackSource();
+
+/// The same frames at once, innermost first. Requires: the interpreter's lock.
 std::vector<host::Frame> pythonStack();
 
 /// The frames that an exception went through, innermost first, without those of this package.
