@@ -106,7 +106,7 @@ TEST_F(Random, EachPartitionDrawsFromItsOwnStreamAndTheSessionsStaysAsItWas) {
 }
 
 TEST_F(Random, AProcessorFactoryOfTheUsersOwnDrawsFromItsPartitionsStream) {
-  constexpr char kOperation[] = "kalvex.bigdata.internal.lazyeval.Operation";
+  static constexpr char kOperation[] = "kalvex.bigdata.internal.lazyeval.Operation";
   host::ClassDefinition drawing{
       .name = "mine.DrawingFactory",
       .superclasses = {"kalvex.bigdata.internal.executor.DataProcessorFactory"}};
