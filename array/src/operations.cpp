@@ -100,6 +100,9 @@ Array sqrt(const Operand& a) { return applyHere("sqrt", a); }
 Array exp(const Operand& a) { return applyHere("exp", a); }
 Array log(const Operand& a) { return applyHere("log", a); }
 Array isnan(const Operand& a) { return applyHere("isnan", a); }
+Array where(const Operand& condition, const Operand& a, const Operand& b) {
+  return apply("where", std::array{condition, a, b}, condition.where());
+}
 
 Array sum(const Array& a, Missing missing, Where where) {
   return aggregate("sum", a, missing, where);

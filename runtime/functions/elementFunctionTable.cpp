@@ -47,6 +47,7 @@ constexpr ElementFunction kElementFunctions[] = {
     {"isfinite", "",   1, Class,      &kIsfiniteBlocks, nullptr,         "true if it is neither NaN nor infinite"},
     {"minimum",  "",   2, Promoted,   &kMinimumBlocks,  nullptr,         "smaller of two; NaN if one is"},
     {"maximum",  "",   2, Promoted,   &kMaximumBlocks,  nullptr,         "larger of two; NaN if one is"},
+    {"where",    "",   3, Choice,     nullptr,          nullptr,         "where the first is true, the second, else the third"},
 };
 // clang-format on
 

@@ -1,4 +1,3 @@
-#include <arrow/array/data.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -9,8 +8,9 @@
 #include <utility>
 #include <vector>
 
+#include "functions/BlockInput.h"
 #include "functions/allocate.h"
-#include "functions/blockCasts.h"
+#include "functions/choice.h"
 #include "functions/constants.h"
 #include "functions/elementTypes.h"
 #include "kv/runtime/ElementFunctions.h"
@@ -19,41 +19,6 @@
 namespace kv::runtime {
 
 namespace {
-
-/// An input of numbers on its way through the blocks: converted to the computing type where needed.
-class BlockInput {
- public:
-  BlockInput(const Operand& operand, ElementType compute)
-      : column_(operand.column),
-        isScalar_(operand.isScalar),
-        cast_(blockCast(column_.type(), compute)),
-        width_(elementSize(column_.type())) {
-    if (cast_) converted_.resize((isScalar_ ? 1 : kBlockElements) * elementSize(compute));
-    if (cast_ && isScalar_) cast_(elements(0), converted_.data(), 1);
-  }
-
-  bool isScalar() const { return isScalar_; }
-
-  /// The elements of [first, first + count), or the scalar; good until the next call.
-  const void* block(std::size_t first, std::size_t count) {
-    if (isScalar_) return converted_.empty() ? elements(0) : converted_.data();
-    if (!cast_) return elements(first);
-    cast_(elements(first), converted_.data(), count);
-    return converted_.data();
-  }
-
- private:
-  const std::byte* elements(std::size_t first) const {
-    return column_.data()->GetValues<std::byte>(1, 0) +
-           (static_cast<std::size_t>(column_.data()->offset) + first) * width_;
-  }
-
-  Column column_;
-  bool isScalar_;
-  BlockCast cast_ = nullptr;
-  std::size_t width_ = 0;
-  std::vector<std::byte> converted_;
-};
 
 void checkRows(const ElementFunction& function, const Operand& input, std::int64_t expected) {
   const std::int64_t rows = input.column.rows();
@@ -136,6 +101,14 @@ void evaluateNumbers(const ElementFunction& function, std::span<const Operand> o
   if (allScalar) spreadFirst(output, resultWidth, rows);
 }
 
+Column evaluateChoice(const ElementFunction& function, std::span<const Operand> inputs,
+                      ElementType type, std::int64_t rows) {
+  if (type == ElementType::String) return chooseTexts(inputs[0], inputs[1], inputs[2], rows);
+  std::vector<Operand> sides(inputs.begin() + 1, inputs.end());
+  adaptConstants(function, sides, type);
+  return chooseNumbers(inputs[0], sides[0], sides[1], type, rows);
+}
+
 }  // namespace
 
 Column evaluate(const ElementFunction& function, std::span<const Operand> inputs,
@@ -146,6 +119,9 @@ Column evaluate(const ElementFunction& function, std::span<const Operand> inputs
     types.push_back(operandType(input));
   }
   Signature signature = resolve(function, types);
+  if (function.rule == TypeRule::Choice) {
+    return evaluateChoice(function, inputs, signature.result, rows);
+  }
   const std::size_t width = elementSize(signature.result);
   auto buffer = allocateBuffer(rows * static_cast<std::int64_t>(width));
   if (signature.compute == ElementType::String) {

@@ -74,6 +74,7 @@ Signature applyRule(TypeRule rule, ElementType common) {
   const ElementType quotient = isFloating(common) ? common : ElementType::Double;
   switch (rule) {
     case TypeRule::Promoted:
+    case TypeRule::Choice:
       break;
     case TypeRule::Counting:
     case TypeRule::Power:
@@ -97,6 +98,22 @@ bool isWhole(double value) {
   constexpr double kLargestWhole = 9007199254740992.0;  // 2^53
   const bool isNegativeZero = value == 0 && std::signbit(value);
   return std::trunc(value) == value && std::abs(value) <= kLargestWhole && !isNegativeZero;
+}
+
+bool isText(const OperandType& type) { return type.type == ElementType::String; }
+
+/// The type of what is chosen; the condition takes no part in it.
+Signature resolveChoice(const ElementFunction& function, std::span<const OperandType> types) {
+  if (types[0].type != ElementType::Logical) {
+    const std::string name(function.name);
+    const std::string type(elementTypeName(types[0].type));
+    throw FunctionError("KALVEX:function:BadTypes", {name, type},
+                        fmt::format("{} expected a logical condition, got {}.", name, type));
+  }
+  const std::span<const OperandType> sides = types.subspan(1);
+  if (std::ranges::all_of(sides, isText)) return {ElementType::String, ElementType::String};
+  if (std::ranges::any_of(sides, isText)) throwBadTypes(function, types);
+  return applyRule(function.rule, commonType(sides));
 }
 
 void checkArity(const ElementFunction& function, std::size_t count) {
@@ -131,7 +148,7 @@ OperandType operandType(const Operand& operand) {
 
 Signature resolve(const ElementFunction& function, std::span<const OperandType> types) {
   checkArity(function, types.size());
-  const auto isText = [](const OperandType& type) { return type.type == ElementType::String; };
+  if (function.rule == TypeRule::Choice) return resolveChoice(function, types);
   if (std::ranges::any_of(types, isText)) {
     if (function.text == nullptr || !std::ranges::all_of(types, isText)) {
       throwBadTypes(function, types);

@@ -28,6 +28,7 @@ TEST_F(Operations, GoRowByRowOverArraysNumbersAndTexts) {
   EXPECT_THAT(numbers((y > 5) | isnan(y)), ElementsAre(0, 1, 1));
   EXPECT_THAT(numbers(table.column("word") != "a"), ElementsAre(0, 1, 0)) << "missing is false";
   EXPECT_THAT(numbers(kv::sqrt(kv::abs(x * x))), ElementsAre(1, 2, 3));
+  EXPECT_THAT(numbers(where(isnan(y), 0, y - x)), ElementsAre(3, 0, 3));
 }
 
 TEST_F(Operations, AggregatesSkipMissingValuesOrPropagateThem) {
@@ -105,7 +106,8 @@ TEST_F(Operations, EveryFunctionInTheListsCanBeCalledByName) {
   const Array x = read(kSmall).column("x");
   const Array truth = x > 1;
   for (const FunctionFacts& function : elementFunctions()) {
-    const std::vector<Operand> inputs(function.inputs, x);
+    std::vector<Operand> inputs(function.inputs, x);
+    if (function.name == "where") inputs.front() = truth;
     EXPECT_EQ(kv::apply(function.name, inputs).gather().rows(), 3U) << function.name;
   }
   for (const FunctionFacts& function : aggregates()) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <random>
 #include <string>
 #include <string_view>
@@ -202,6 +203,58 @@ TEST(ElementFunctions, ConstantsAdaptToTheTypeTheyMeet) {
   EXPECT_EQ(numbersOf(call("gt", {{large}, constant(9007199254740992.0)}))[0], 1);
 }
 
+TEST(ElementFunctions, AChoiceTakesEachRowFromOneSide) {
+  const Operand flags{logicals({1, 0, 1, 0})};
+  const Operand bytes{numbers(Int8, {1, 2, 3, 4})};
+  const struct {
+    std::vector<Operand> inputs;
+    ElementType type;
+    std::vector<double> expected;
+  } kCases[] = {
+      {{flags, bytes, {numbers(UInt8, {200, 201, 202, 203})}}, Int16, {1, 201, 3, 203}},
+      {{flags, {doubles({kNaN, 1, -0.0, kInf})}, constant(0)}, Double, {kNaN, 0, -0.0, 0}},
+      {{flags, constant(-1), bytes}, Int8, {-1, 2, -1, 4}},
+      {{flags, constant(1), constant(0)}, Double, {1, 0, 1, 0}},
+      {{{logicals({0}), true, true}, bytes, flags}, Int8, {1, 0, 1, 0}},
+  };
+  for (const auto& row : kCases) {
+    const Column result = call("where", row.inputs);
+    EXPECT_EQ(result.type(), row.type);
+    expectSame(numbersOf(result), row.expected, std::string(elementTypeName(row.type)));
+  }
+  using Texts = std::vector<std::optional<std::string>>;
+  const Column words = texts({"skipped", "a", std::nullopt, std::nullopt, "d"}).slice(1, 4);
+  const Operand other{texts({"other"}), true};
+  EXPECT_EQ(textsOf(call("where", {flags, {words}, other})),
+            (Texts{"a", "other", std::nullopt, "other"}));
+  EXPECT_EQ(textsOf(call("where", {flags, other, {words}})), (Texts{"other", {}, "other", "d"}));
+}
+
+TEST(ElementFunctions, AChoiceGoesOverBlockEdgesInEveryMixOfScalars) {
+  constexpr std::size_t kRows = kBlockElements + 3;
+  std::vector<double> condition;
+  std::vector<double> count;
+  for (std::size_t row = 0; row < kRows; ++row) {
+    condition.push_back(row % 3 == 0 ? 1 : 0);
+    count.push_back(static_cast<double>(row));
+  }
+  const auto mixed = [](const Column& column, bool isScalar) {
+    return Operand{isScalar ? column.slice(6, 1) : column, isScalar};
+  };
+  for (const unsigned scalars : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U}) {
+    const bool isScalar[] = {(scalars & 1) != 0, (scalars & 2) != 0, (scalars & 4) != 0};
+    const std::vector<Operand> inputs = {mixed(numbers(Logical, condition), isScalar[0]),
+                                         mixed(numbers(Int32, count), isScalar[1]),
+                                         mixed(numbers(Single, count), isScalar[2])};
+    const auto all = numbersOf(evaluate(*findElementFunction("where"), inputs, kRows));
+    for (std::size_t row = 0; row < kRows; ++row) {
+      const bool isTrue = condition[isScalar[0] ? 6 : row] == 1;
+      const double expected = count[isScalar[isTrue ? 1 : 2] ? 6 : row];
+      ASSERT_EQ(all[row], expected) << "scalars " << scalars << ", row " << row;
+    }
+  }
+}
+
 TEST(ElementFunctions, BadInputsAreRefused) {
   const Operand bytes{numbers(Int8, {1, 2})};
   EXPECT_EQ(idOfError("plus", {bytes, constant(300)}), "KALVEX:function:OutOfRange");
@@ -211,6 +264,9 @@ TEST(ElementFunctions, BadInputsAreRefused) {
   EXPECT_EQ(idOfError("plus", {bytes, {doubles({1, 2, 3})}}), "KALVEX:function:RowCounts");
   EXPECT_EQ(idOfError("plus", {bytes, {doubles({1, 2}), true}}), "KALVEX:function:RowCounts");
   EXPECT_EQ(idOfError("plus", {{texts({"a", "b"})}, bytes}), "KALVEX:function:BadTypes");
+  const Operand flags{logicals({1, 0})};
+  EXPECT_EQ(idOfError("where", {flags, bytes, constant(300)}), "KALVEX:function:OutOfRange");
+  EXPECT_EQ(idOfError("where", {flags, bytes, {doubles({1})}}), "KALVEX:function:RowCounts");
 }
 
 /// Every numeric pair of types, in every way to spread, over block edges, against one row at a

@@ -103,6 +103,17 @@ TEST(TypeRules, ResultTypesOfFunctions) {
       {"rdivide", {weak(i8), weak(i8)}, "double"},
       {"plus", {weak(i8), weak(i8)}, "double"},
       {"or", {weak(L), weak(L)}, "logical"},
+      // The condition of a choice takes no part in the type.
+      {"where", {{L}, {i1}, {u1}}, "int16"},
+      {"where", {{L}, {L}, {L}}, "logical"},
+      {"where", {{L}, {S}, weak(D)}, "single"},
+      {"where", {weak(L), {i1}, weak(i8)}, "int8"},
+      {"where", {{L}, weak(i8), weak(i8)}, "double"},
+      {"where", {{L}, {String}, {String}}, "string"},
+      {"where", {{L}, {String}, {D}}, kBad},
+      {"where", {{D}, {D}, {D}}, kBad},
+      {"where", {{String}, {D}, {D}}, kBad},
+      {"where", {{L}, {D}}, "KALVEX:function:BadArity"},
   };
   for (const auto& row : kCases) {
     std::string inputs;

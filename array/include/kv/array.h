@@ -93,6 +93,10 @@ Array exp(const Operand& a);
 Array log(const Operand& a);
 Array isnan(const Operand& a);
 
+/// Row by row `a` where `condition`, which is logical, is true, else `b`: numbers in their common
+/// type, or texts.
+Array where(const Operand& condition, const Operand& a, const Operand& b);
+
 Array sum(const Array& a, Missing missing = Missing::Skip, Where where = Where::current());
 Array mean(const Array& a, Missing missing = Missing::Skip, Where where = Where::current());
 Array min(const Array& a, Missing missing = Missing::Skip, Where where = Where::current());

@@ -47,6 +47,8 @@ enum class TypeRule : std::uint8_t {
   Comparison,  ///< computes in the common type, results in logical
   Truth,       ///< computes in logical: what isn't zero is true, NaN too
   Class,       ///< computes in single or double, results in logical
+  Choice,      ///< of three: a logical condition chooses between the others, in their common type
+               ///< (which is String for two texts)
 };
 
 /// Computes `count` elements of a block.
@@ -79,8 +81,8 @@ struct ElementFunction {
   std::string_view symbol;  ///< its operator in a formula; empty if it has none
   std::size_t arity;
   TypeRule rule;
-  const BlockTable* blocks;
-  TextFunction text;  ///< null if it isn't defined for texts
+  const BlockTable* blocks;  ///< null for a choice
+  TextFunction text;         ///< null if it isn't defined for texts, and for a choice
   std::string_view summary;
 };
 
