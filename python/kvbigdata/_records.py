@@ -50,10 +50,11 @@ class Error(Exception):
     """
 
     def __init__(self, identifier, message="", arguments=(), cause=None):
-        super().__init__(identifier, message, list(arguments), cause)
+        arguments = [str(argument) for argument in arguments]
+        super().__init__(identifier, message, arguments, cause)
         self.identifier = identifier
         self.message = message
-        self.arguments = list(arguments)
+        self.arguments = arguments
         self.cause = cause
         self.stack = []
         self.object = None

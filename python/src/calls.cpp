@@ -5,6 +5,12 @@
 #include "values.h"
 
 namespace kv::python {
+namespace {
+
+/// More outputs than any function has.
+constexpr int kMaxOutputs = 65535;
+
+}  // namespace
 
 Inputs::Inputs(nb::handle tuple) {
   const auto count = static_cast<std::size_t>(PyTuple_GET_SIZE(tuple.ptr()));
@@ -33,8 +39,8 @@ nb::object toResult(int nargout, const std::vector<host::Value>& outputs) {
 }
 
 void checkNargout(int nargout) {
-  if (nargout < 0) {
-    PyErr_Format(PyExc_ValueError, "nargout must not be negative, got %d", nargout);
+  if (nargout < 0 || nargout > kMaxOutputs) {
+    PyErr_Format(PyExc_ValueError, "nargout must be from 0 to %d, got %d", kMaxOutputs, nargout);
     throw nb::python_error();
   }
 }

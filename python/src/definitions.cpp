@@ -1,5 +1,7 @@
 #include "definitions.h"
 
+#include <array>
+
 #include "callables.h"
 #include "kv/host/definitions.h"
 #include "texts.h"
@@ -29,10 +31,26 @@ std::vector<std::string> textsOf(nb::handle object, const char* role) {
   return texts;
 }
 
-host::MemberAccess accessOf(nb::handle level) {
-  const int access = nb::cast<int>(level);
-  if (access != 0 && access != 1 && access != 2 && access != 3 && access != 5) {
-    PyErr_Format(PyExc_ValueError, "an access level is 0, 1, 2, 3 or 5, got %d", access);
+/// Access levels of a property, and what tells that a level isn't one of them.
+struct AccessLevels {
+  const char* property;
+  std::array<bool, 6> are;
+  const char* complaint;
+};
+
+constexpr AccessLevels kGetAccess{
+    "get", {true, true, true}, "the get access of a property is 0, 1 or 2, got %R"};
+constexpr AccessLevels kSetAccess{"set",
+                                  {true, true, true, true, false, true},
+                                  "the set access of a property is 0, 1, 2, 3 or 5, got %R"};
+
+host::MemberAccess accessOf(nb::handle property, const AccessLevels& levels) {
+  const nb::object level = property.attr(levels.property);
+  int access = -1;
+  const bool isInt = nb::try_cast(level, access);
+  if (!isInt || access < 0 || access >= static_cast<int>(levels.are.size()) ||
+      !levels.are[static_cast<std::size_t>(access)]) {
+    PyErr_Format(PyExc_ValueError, levels.complaint, level.ptr());
     throw nb::python_error();
   }
   return static_cast<host::MemberAccess>(access);
@@ -47,8 +65,8 @@ host::PropertyDefinition propertyOf(nb::handle name, nb::handle value) {
   host::PropertyDefinition property{.name = toUtf8(name, "a property's name")};
   if (isA(value, Known::Property)) {
     property.makeDefault = makingShared(value.attr("default"));
-    property.getAccess = accessOf(value.attr("get"));
-    property.setAccess = accessOf(value.attr("set"));
+    property.getAccess = accessOf(value, kGetAccess);
+    property.setAccess = accessOf(value, kSetAccess);
   } else {
     property.makeDefault = makingShared(value);
   }

@@ -87,6 +87,11 @@ Value cellToHost(std::size_t rows, std::size_t columns, const Sequence& elements
 Value shapedCellToHost(nb::handle cell) {
   const nb::object shape = cell.attr("shape");
   const bool isFlat = nb::len(shape) < 2;
+  if (nb::len(shape) > 2) {
+    PyErr_Format(PyExc_ValueError, "a cell of the host has two dimensions, not %zu",
+                 nb::len(shape));
+    throw nb::python_error();
+  }
   const nb::list elements = elementsOf(cell);
   return cellToHost(isFlat ? 1 : extentOf(cell, 0), isFlat ? nb::len(elements) : extentOf(cell, 1),
                     elements);

@@ -59,6 +59,51 @@ def test_a_class_has_properties_methods_and_a_constructor(bare):
     assert caught.value.identifier == "KALVEX:class:AccessDenied"
 
 
+def test_bodies_run_with_the_rights_of_their_class_alone(bare):
+    def read(nargout, obj):
+        return obj.get("Own")
+
+    def spread(nargout, obj):
+        return bare.call("feval", read, obj)
+
+    bare.define_function("publicRead", read)
+    bare.define_class(
+        "Base",
+        properties={
+            "Own": host.Property(1, get=2, set=2),
+            "Shared": host.Property(2, get=1, set=1),
+            "Fixed": host.Property(None, set=3),
+        },
+        constructor=lambda obj: obj.set("Fixed", "made"),
+        methods={
+            "read": read,
+            "write": lambda nargout, obj, value: obj.set("Own", value),
+            "viaFunction": lambda nargout, obj: bare.call("publicRead", obj),
+            "viaHandle": spread,
+        },
+        static_methods={"peek": read},
+    )
+    bare.define_class(
+        "Derived",
+        superclasses=["Base"],
+        methods={"shared": lambda nargout, obj: obj.get("Shared"), "steal": read},
+    )
+    derived = bare.new("Derived")
+    derived.invoke("write", 5)
+    assert derived.invoke("read") == bare.call("Base.peek", derived) == 5.0
+    assert derived.invoke("shared") == 2.0 and derived.get("Fixed") == "made"
+    for method in ("steal", "viaFunction", "viaHandle"):
+        with pytest.raises(host.Error) as caught:
+            derived.invoke(method)
+        assert caught.value.arguments == ["Base", "Own"], method
+
+
+@pytest.mark.parametrize("levels", [{"get": 3}, {"get": 5}, {"set": 4}, {"set": -1}, {"get": "x"}])
+def test_access_levels_are_checked(bare, levels):
+    with pytest.raises(ValueError, match=f"the {next(iter(levels))} access"):
+        bare.define_class("C", properties={"p": host.Property(1, **levels)})
+
+
 def test_a_constructor_runs_its_superclass(bare):
     made = []
     bare.define_class(

@@ -113,8 +113,10 @@ def test_rights_of_a_class_reach_its_members(bare):
 
 
 def test_wrong_use_in_python_is_a_python_error(bare):
-    with pytest.raises(ValueError, match="nargout"):
-        bare.call("str2func", "x", nargout=-1)
+    for nargout in (-1, 65536):
+        with pytest.raises(ValueError, match="nargout"):
+            bare.call("str2func", "x", nargout=nargout)
+    assert host.Error("my:id", arguments=(1, "a")).arguments == ["1", "a"]
     with pytest.raises(TypeError, match="callable"):
         bare.define_function("f", 1)
     with pytest.raises(TypeError, match="dict"):

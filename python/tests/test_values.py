@@ -157,6 +157,11 @@ def test_a_value_that_holds_itself_ends_in_an_error(echo):
         echo(ring)
 
 
+def test_a_cell_has_two_dimensions(echo):
+    with pytest.raises(ValueError, match="two dimensions, not 3"):
+        echo(host.Cell(np.empty((2, 2, 2), dtype=object)))
+
+
 def test_malformed_containers_are_refused():
     with pytest.raises(ValueError):
         host.Chars(["a", "bc"])

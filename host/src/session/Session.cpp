@@ -59,9 +59,10 @@ decltype(auto) inSession(Session& session, Body&& body) {
   return atEdge(std::forward<Body>(body));
 }
 
-/// The class whose rights a caller asks for; null for public code.
+/// The class whose rights a caller asks for, or else of the body that the call is made in; null for
+/// public code.
 const ClassRecord* rightsOf(const SessionState& session, std::string_view asClass) {
-  return asClass.empty() ? nullptr : &session.classes.require(interned(asClass));
+  return asClass.empty() ? session.caller : &session.classes.require(interned(asClass));
 }
 
 /// Outputs of a call on their way to the caller.

@@ -121,7 +121,10 @@ class KV_HOST_API Session {
   /// Runs a library's entry point, such as one that enters classes in packages.
   void load(const std::function<void()>& entry);
 
-  /// A call by name, with the rights of `asClass` or of public code.
+  // Without `asClass` these have the rights of the class whose body makes the call, elsewhere of
+  // public code.
+
+  /// A call by name, with the rights of `asClass`.
   std::vector<Value> call(std::string_view name, int nlhs, std::span<const kxArray* const> inputs,
                           std::string_view asClass = {});
   /// A new object of the class, by its constructor, whatever else the name may stand for.
