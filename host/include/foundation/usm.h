@@ -28,8 +28,8 @@ struct KV_HOST_API Detail<scope::Kvm> {
   /// The slot of the current session, or null if it has none.
   static Slot* find(std::size_t id, const std::type_info& tag) noexcept;
 
-  /// The slot of the current session; `slot` is moved in if there was none, and otherwise stays with
-  /// the caller.
+  /// The slot of the current session; `slot` is moved in if there was none, and otherwise stays
+  /// with the caller.
   static Slot& findOrInsert(std::size_t id, const std::type_info& tag, Slot&& slot);
 
   /// Errors: std::out_of_range naming the tag if the session has no such slot.
