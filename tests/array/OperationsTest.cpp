@@ -102,6 +102,27 @@ TEST_F(Operations, ConstantsAloneAreComputedAtOnce) {
   EXPECT_EQ(gathered.facts.passes, 0);
 }
 
+TEST_F(Operations, RandomNumbersFollowFromSeedAndPartition) {
+  folder.write("two/a.csv", "word,x\na,1\nb,2\n");
+  folder.write("two/b.csv", "word,x\nc,3\n");
+  const Table table = session.read(folder.path("two"));
+  const auto draw = [&] { return numbers(table.rand()); };
+
+  session.seed(5);
+  const std::vector<double> first = draw();
+  const std::vector<double> second = draw();
+  EXPECT_THAT(first, testing::SizeIs(3));
+  EXPECT_THAT(first, testing::Each(testing::AllOf(testing::Ge(0), testing::Lt(1))));
+  EXPECT_NE(first, second);
+  session.seed(5);
+  const Array again = table.rand();
+  EXPECT_EQ(numbers(filter(again, table.column("x") > 1)),
+            std::vector<double>(first.begin() + 1, first.end()));
+  EXPECT_EQ(numbers(again), first) << "an array keeps its numbers";
+  EXPECT_EQ(numbers(table.filter(table.column("x") > 0).rand()), second);
+  EXPECT_EQ(errorOf([&] { session.seed(1ULL << 53); }).identifier(), "KALVEX:CountTooLarge");
+}
+
 TEST_F(Operations, EveryFunctionInTheListsCanBeCalledByName) {
   const Array x = read(kSmall).column("x");
   const Array truth = x > 1;

@@ -18,7 +18,8 @@ using testing::IsEmpty;
 
 /// What is wrong with a formula; empty if nothing is.
 std::string verdict(std::string_view text, Purpose purpose = Purpose::Result) {
-  static const Vocabulary vocabulary = {{{"plus", 2}, {"gt", 2}, {"abs", 1}}, {"mean", "std"}};
+  static const Vocabulary vocabulary = {{{"plus", 2}, {"gt", 2}, {"abs", 1}, {"rand", 0}},
+                                        {"mean", "std"}};
   try {
     checkFormula(parseFormula(text), vocabulary, purpose);
   } catch (const FormulaError& error) {
@@ -33,6 +34,7 @@ TEST(CheckFormula, LetsPassWhatGivesWhatItIsFor) {
   EXPECT_EQ(verdict("std(x + mean(x))"), "");
   EXPECT_EQ(verdict("mean(mean(x))"), "");
   EXPECT_EQ(verdict("x > mean(x)", Purpose::Condition), "");
+  EXPECT_EQ(verdict("rand() > 1", Purpose::Condition), "") << "a value for each row";
 }
 
 TEST(CheckFormula, RefusesFunctionsThatThereAreNot) {
@@ -40,6 +42,7 @@ TEST(CheckFormula, RefusesFunctionsThatThereAreNot) {
   EXPECT_THAT(verdict("maen(x)"), HasSubstr("Did you mean mean?"));
   EXPECT_THAT(verdict("mean(x, 1)"), HasSubstr("mean takes 1 input, and got 2"));
   EXPECT_THAT(verdict("mean(plus(x))"), HasSubstr("plus takes 2 inputs, and got 1"));
+  EXPECT_THAT(verdict("mean(rand(x))"), HasSubstr("rand takes 0 inputs, and got 1"));
   EXPECT_THAT(verdict("mean()"), HasSubstr("mean takes 1 input, and got 0"));
 }
 

@@ -90,6 +90,23 @@ def test_expressions_mean_what_they_say(run: Run, expression: str, value) -> Non
     assert run.query("small.csv", f"r = {expression}")["results"]["r"] == pytest.approx(value)
 
 
+def test_random_numbers_follow_from_the_seed(run: Run) -> None:
+    words = ["mean(rand())", "std(rand())", "sum(distance)", "--where", "rand() < 0.1"]
+    first = run.query("flights.csv", *words, "--seed", "7")["results"]
+    assert run.query("flights.csv", *words, "--seed", "7")["results"] == first
+    assert run.query("flights.csv", *words, "--seed", "8")["results"] != first
+    assert run.query("flights.csv", *words)["results"] != run.query("flights.csv", *words)["results"]
+    sampled = run.query("flights.csv", "n = count(year)", *words[-2:], "--seed", "7")["results"]["n"]
+    assert sampled == pytest.approx(ROWS / 10, rel=0.03)  # five standard deviations
+    assert first["mean(rand())"] == pytest.approx(0.5, abs=0.01)
+    assert first["std(rand())"] == pytest.approx(12**-0.5, abs=0.01)
+
+
+def test_each_call_of_rand_has_numbers_of_its_own_and_keeps_them(run: Run) -> None:
+    answer = run.query("flights.csv", "mean(rand() == rand())", "spread = var(rand() - mean(rand()))", "--seed", "1")
+    assert answer["results"] == pytest.approx({"mean(rand() == rand())": 0, "spread": 1 / 12}, rel=0.02)
+
+
 def test_nothing_to_average_is_null(run: Run) -> None:
     (run.folder / "empty.csv").write_text("x,y\n")
     answer = run.query("empty.csv", "mean(x)", "count(x)", "sum(x)")
@@ -172,6 +189,9 @@ def test_a_plan_reads_no_data(run: Run) -> None:
         (["mean(x)", "--type", "x=float"], ["float", "double"]),
         (["mean(x)", "--type", "z=double"], ["z"]),
         (["mean(x)", "--nonsense"], ["--nonsense"]),
+        (["mean(rand(x))"], ["rand takes 0 inputs, and got 1", "    mean(rand(x))\n         ^^^^\n"]),
+        (["mean(rand())", "--seed", "-1"], ["--seed", "-1"]),
+        (["mean(rand())", "--seed", str(2**53)], ["--seed", str(2**53)]),
         (["-mean(x)"], ["-- '-mean(x)'"]),
         ([], ["EXPR is required"]),
     ],

@@ -5,6 +5,8 @@
 
 #include <string_view>
 
+#include "recordFormula.h"
+
 namespace kv::shell {
 
 namespace {
@@ -15,6 +17,7 @@ constexpr std::string_view kExamples = R"(Examples:
   kvbig query flights.csv 'count(dep_delay)' --where 'origin == "JFK" & month <= 3'
   kvbig query flights.csv 'std(dep_delay - mean(dep_delay))'
   kvbig query 'flight*.csv' 'sum(distance)' --type distance=int64 --json
+  kvbig query flights.csv 'mean(dep_delay)' --where 'rand() < 0.01' --seed 7
   kvbig query flights.csv 'max(dep_delay)' --explain
   kvbig describe kalvex.bigdata.internal.lazyeval.Closure
 )";
@@ -48,7 +51,7 @@ std::string generalHelp() { return fmt::format("{}\n{}", kExamples, kExits); }
 
 std::string queryHelp() {
   return fmt::format("{}\n{}\n{}\n{}\n{}", kFormulas, listed("Aggregates", aggregates()),
-                     listed("Functions of each row", elementFunctions()), kExamples, kExits);
+                     listed("Functions of each row", rowFunctions()), kExamples, kExits);
 }
 
 }  // namespace kv::shell

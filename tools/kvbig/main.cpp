@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -41,6 +42,9 @@ void addQuery(CLI::App& app, QueryRequest& request) {
   query->add_option("--type", request.types, "Fix the type of a column")
       ->type_name("NAME=TYPE")
       ->allow_extra_args(false);
+  query->add_option("--seed", request.seed, "Make the numbers of rand() the same in each run")
+      ->type_name("N")
+      ->check(CLI::Range(std::uint64_t{0}, kv::shell::kMaxSeed).description(""));
   query->add_flag("--json", request.json, "Print one JSON object");
   query->add_flag("--explain", request.explain, "Print the plan and read no data");
   query->callback([&] { kv::shell::runQuery(request); });

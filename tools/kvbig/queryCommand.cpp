@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <optional>
+#include <random>
 #include <set>
 #include <system_error>
 
@@ -97,6 +98,12 @@ Table openTable(Session& session, const QueryRequest& request) {
   return session.read(paths, options);
 }
 
+std::uint64_t seedOf(const QueryRequest& request) {
+  if (request.seed) return *request.seed;
+  std::random_device entropy;
+  return (std::uint64_t{entropy()} << 32 | entropy()) & kMaxSeed;
+}
+
 std::vector<Array> record(Session& session, Table table, const Query& query) {
   if (query.where) table = keepRows(session, table, *query.where, kWhereSource);
   std::vector<Array> arrays;
@@ -132,6 +139,7 @@ std::string planAsText(std::string plan, bool json) {
 void runQuery(const QueryRequest& request) {
   const Query query = readQuery(request);
   Session session;
+  session.seed(seedOf(request));
   const Table table = openTable(session, request);
   const std::vector<Array> arrays = record(session, table, query);
   throwIfInterrupted();

@@ -1,18 +1,23 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace kv::shell {
 
+/// The largest seed of random numbers: all up to it are whole numbers that a double holds.
+inline constexpr std::uint64_t kMaxSeed = (std::uint64_t{1} << 53) - 1;
+
 /// What `kvbig query` was asked.
 struct QueryRequest {
   std::string path;
   std::vector<std::string> furtherPaths;
   std::vector<std::string> expressions;
-  std::optional<std::string> where;  ///< none: all rows
-  std::vector<std::string> types;    ///< each `NAME=TYPE`
+  std::optional<std::string> where;   ///< none: all rows
+  std::vector<std::string> types;     ///< each `NAME=TYPE`
+  std::optional<std::uint64_t> seed;  ///< of random numbers; none: another one each run
   bool json = false;
   bool explain = false;
 };

@@ -16,6 +16,8 @@ namespace kv::shell {
 
 namespace {
 
+constexpr char kRandom[] = "rand";
+
 StackFrame placeOf(const Step& step, const std::string& source) {
   return {source, "", static_cast<int>(step.place.begin) + 1};
 }
@@ -69,6 +71,7 @@ class Recorder {
     if (std::ranges::find(aggregates_, function) != aggregates_.end()) {
       return kv::aggregate(function, std::get<Array>(inputs.front().value()));
     }
+    if (function == kRandom) return table_.rand();
     const bool hasArray = std::ranges::any_of(
         inputs, [](const Operand& input) { return std::holds_alternative<Array>(input.value()); });
     // Constants alone make an array too; it is computed as it is recorded.
@@ -86,9 +89,15 @@ class Recorder {
 
 }  // namespace
 
+std::vector<FunctionFacts> rowFunctions() {
+  std::vector<FunctionFacts> functions = elementFunctions();
+  functions.push_back({kRandom, "", 0, "a uniform number in [0, 1), another one each row"});
+  return functions;
+}
+
 Vocabulary arrayVocabulary() {
   Vocabulary vocabulary;
-  for (const FunctionFacts& facts : elementFunctions()) {
+  for (const FunctionFacts& facts : rowFunctions()) {
     vocabulary.elementFunctions.push_back({facts.name, facts.inputs});
   }
   for (const FunctionFacts& facts : aggregates()) vocabulary.aggregates.push_back(facts.name);

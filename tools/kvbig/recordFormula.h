@@ -3,13 +3,17 @@
 #include <kv/array.h>
 
 #include <string>
+#include <vector>
 
 #include "formula/Formula.h"
 #include "formula/checkFormula.h"
 
 namespace kv::shell {
 
-/// The functions that arrays have, for formulas.
+/// The functions of each row that formulas have: those of arrays, and `rand`.
+std::vector<FunctionFacts> rowFunctions();
+
+/// The names of all functions that formulas have.
 Vocabulary arrayVocabulary();
 
 /// Records a formula over the columns of a table as an array; aggregates skip missing values.

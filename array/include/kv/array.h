@@ -128,6 +128,11 @@ class Table {
   /// Errors: Error "KALVEX:array:UnknownColumn" with the name.
   Array column(std::string_view name, Where where = Where::current()) const;
 
+  /// A uniform random number in [0, 1) for each row; each call gives numbers of its own. Those of
+  /// one partition follow from the session's seed, the calls before this one, and the partition
+  /// alone, however often and in whatever pieces it is read. See Session::seed.
+  Array rand(Where where = Where::current()) const;
+
   /// The rows where `keep` is true, as a table.
   /// Errors: Error "KALVEX:array:NotLogical" with the type of `keep`.
   Table filter(const Array& keep, Where where = Where::current()) const;
@@ -159,6 +164,11 @@ class Session {
   /// An array of one row that is there already. What is computed from such arrays alone is computed
   /// at once.
   Array constant(const Operand& value);
+
+  /// Starts the random numbers of arrays recorded from here on; the same seed gives the same. A new
+  /// session has seed 0.
+  /// Errors: Error "KALVEX:CountTooLarge" for a seed of 2^53 or more.
+  void seed(std::uint64_t seed, Where where = Where::current());
 
   /// Evaluates several arrays in as few passes as their dependences allow.
   ///

@@ -46,10 +46,14 @@ class Checker {
                        expected == 1 ? "" : "s", call.inputs));
     }
     const std::span<const Part> inputs = std::span(parts_).last(expected);
-    const Rows rows = isAggregate(call.function) ? reduce(call, inputs[0])
-                                                 : std::ranges::max(inputs, {}, &Part::rows).rows;
+    const Rows rows = isAggregate(call.function) ? reduce(call, inputs[0]) : longest(inputs);
     parts_.resize(parts_.size() - expected);
     return rows;
+  }
+
+  /// A function without inputs has a value of its own for each row.
+  static Rows longest(std::span<const Part> inputs) {
+    return inputs.empty() ? Rows::Many : std::ranges::max(inputs, {}, &Part::rows).rows;
   }
 
   Rows reduce(const Call& call, const Part& input) {

@@ -15,7 +15,7 @@ struct Vocabulary {
     std::string name;
     std::size_t inputs = 0;
   };
-  std::vector<ElementFunction> elementFunctions;  ///< row by row
+  std::vector<ElementFunction> elementFunctions;  ///< row by row, also without inputs
   std::vector<std::string> aggregates;            ///< all rows to one; one input
 
   std::vector<std::string> names() const;
