@@ -52,19 +52,6 @@ TEST_F(ClosureTest, TakesOneFlagForAllOutputsOrOneForEach) {
   }
 }
 
-TEST_F(ClosureTest, RefusesFlagsThatDontFit) {
-  const auto error = [&](int numOutputs, const Value& flags) {
-    return errorOf([&] { closureWithFlags(numOutputs, flags); });
-  };
-  const std::string mismatch =
-      internalError("isPartitionIndependent must be scalar or be of size as number of outputs");
-  EXPECT_EQ(error(3, logicalRow({true, false})), mismatch);
-  EXPECT_EQ(error(1, logicalRow({})), mismatch);
-  EXPECT_EQ(error(0, logicalRow({true, false})), mismatch);
-  EXPECT_EQ(error(1, kv::host::makeDouble(1)),
-            "KALVEX:validateattributes:invalidType | Argument | row vector | 1x1 double");
-}
-
 TEST_F(ClosureTest, RefusesACountOfOutputsThatNobodyMeans) {
   const OperationPtr operation = this->operation(0, 1);
   for (const std::size_t count : {std::size_t{1} << 63, Closure::kMaxOutputs + 1}) {

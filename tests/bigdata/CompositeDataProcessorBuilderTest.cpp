@@ -143,18 +143,6 @@ TEST_F(Builders, StandForGlobalInputsByPositionOrName) {
   }
 }
 
-TEST_F(Builders, RefuseWhatIsNoInput) {
-  const auto refused = [&](const Value& value) {
-    return errorOf([&] { make("executor.CompositeDataProcessorBuilder", value); });
-  };
-  const std::string notText = "KALVEX:string:MustBeStringScalarOrCharacterVector";
-  EXPECT_EQ(refused(kv::host::makeLogical(true)), notText);
-  EXPECT_EQ(refused(kv::host::makeCell({})), notText);
-  EXPECT_EQ(refused(Torvane::String::createStringArray(1, 1)), "KALVEX:string:MissingNotSupported");
-  EXPECT_EQ(refused(makeDouble(-1)),
-            "KALVEX:validateattributes:invalidType | Input | scalar size_t | 1x1 double");
-}
-
 TEST_F(Builders, TakeInputBuildersFromAnObjectArrayOnly) {
   const Value factory = makeString("factory");
   const auto errorFor = [&](const kxArray* inputs) {
@@ -187,9 +175,6 @@ TEST_F(Builders, ADeletedBuilderEndsTheWalk) {
 
 TEST_F(Builders, AskTheirOwnClassForWhatTheLanguageDefines) {
   const Value leaf = node('a', {});
-  EXPECT_EQ(errorOf([&] { get(leaf, "AllInputIds"); }),
-            internalError("Could not find method " + kBuilder + "/getAllInputIds"));
-
   auto completion = std::make_shared<kv::host::ClassCompletion>();
   completion->name = kBuilder;
   completion->methods = {

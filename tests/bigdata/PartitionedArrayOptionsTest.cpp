@@ -29,19 +29,6 @@ TEST_F(Options, TakeNamesAsCharsOrStringsAndValuesByTheirConversion) {
               "RequiresRandState"));
 }
 
-TEST_F(Options, RefuseBadNames) {
-  const Value yes = makeLogical(true);
-  const Value row = makeChars("ab");
-  const std::string unmatched = "KALVEX:InputParser:UnmatchedParameter | ";
-  EXPECT_EQ(errorOf([&] { options(makeDouble(1), yes); }), "KALVEX:InputParser:ParamMustBeChar");
-  EXPECT_EQ(errorOf([&] { options(requiresRandState, yes, makeString("PassTaggedInputs")); }),
-            "KALVEX:InputParser:ParamMissingValue | PassTaggedInputs");
-  EXPECT_EQ(errorOf([&] { options(makeChars("requiresrandstate"), yes); }),
-            unmatched + "requiresrandstate | ");
-  EXPECT_EQ(errorOf([&] { options(makeChars("RequiresGlobalState"), yes); }),
-            unmatched + "RequiresGlobalState | ");
-}
-
 TEST_F(Options, LookAtNoValueBeforeAllNamesAreKnown) {
   const Value bad = makeChars("no flag");
   EXPECT_EQ(errorOf([&] { options(requiresRandState, bad, makeChars("Other"), bad); }),

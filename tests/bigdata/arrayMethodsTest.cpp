@@ -56,16 +56,6 @@ TEST_F(ArrayMethodsTest, OptionsAreOptionalAndAPlainFunctionIsWrapped) {
   }
 }
 
-TEST_F(ArrayMethodsTest, RefusesAMissingOrWrongFunction) {
-  const auto error = [&](const std::vector<const kxArray*>& inputs) {
-    return errorOf([&] { session.invoke(x.get(), "elementfun", 1, inputs); });
-  };
-  EXPECT_EQ(error({two.get()}), internalError("Function handle must be a function_handle or a "
-                                              "kalvex.bigdata.internal.FunctionHandle."));
-  RawInputs none{0, nullptr};
-  EXPECT_EQ(errorOf([&] { takeLeading<FunctionPtr>(none); }), "KALVEX:NotEnoughInputs");
-}
-
 TEST_F(ArrayMethodsTest, AnElementwiseCallMakesAFixedNumberOfHostCalls) {
   calls.clear();
   method("elementfun", 1, {function.get(), x.get(), two.get()});
@@ -187,9 +177,6 @@ TEST_F(ArrayMethodsTest, AStrictSlicewiseOperationDoesntSpread) {
     EXPECT_EQ(getFlag(operation, "AllowTallDimExpansion"), spreads);
     EXPECT_EQ(kv::host::toLogical(invoke(operation, "isSlicewiseFusable").get()), spreads);
     EXPECT_FALSE(getFlag(operation, "SupportsDirectEvaluation"));
-    EXPECT_EQ(errorOf([&] { invoke(operation, "directEvaluate"); }),
-              internalError("kalvex.bigdata.internal.lazyeval.SlicewiseOperation"
-                            "does not support direct evaluation."));
   }
 }
 
@@ -211,9 +198,7 @@ TEST_F(ArrayMethodsTest, TheConditionOfAChoiceIsBroadcastFirst) {
   EXPECT_EQ(error(1, pair), "KALVEX:NotEnoughInputs");
 }
 
-TEST_F(ArrayMethodsTest, SomeMethodsMakeNoOperation) {
-  EXPECT_EQ(errorOf([&] { method("joinbykey", 1, {x.get()}); }),
-            internalError("Method PartitionedArray/joinbykey is currently not supported."));
+TEST_F(ArrayMethodsTest, AligningMakesNoOperation) {
   stub("kalvex.bigdata.internal.lazyeval.alignpartitions", [](const Call& c) {
     for (int i = 0; i < c.nlhs; ++i) c.out(i, matrix::sharedCopy(c.in(i)));
   });
@@ -275,15 +260,12 @@ TEST_F(ArrayMethodsTest, RandomStateBringsAStreamFactoryOnce) {
 
 TEST_F(ArrayMethodsTest, TakesCountsAndMetadataOffTheFront) {
   const Value local = wrapper("LocalArray", kv::host::makeDouble(7));
-  const Value empty = kv::host::makeEmptyDouble();
   const Value metadata = make("PartitionMetadata", two);
-  const kxArray* list[] = {local.get(), metadata.get(), empty.get()};
-  RawInputs inputs{3, list};
+  const kxArray* list[] = {local.get(), metadata.get()};
+  RawInputs inputs{2, list};
   EXPECT_EQ(takeLeading<std::size_t>(inputs), 7u);
   EXPECT_TRUE(takeLeading<ki::KalvexManagedPtr<PartitionMetadata>>(inputs));
-  EXPECT_EQ(errorOf([&] { takeLeading<ki::KalvexManagedPtr<PartitionMetadata>>(inputs); }),
-            internalError("Expected a valid kalvex.bigdata.internal.PartitionMetadata object."));
-  EXPECT_EQ(errorOf([&] { takeLeading<bool>(inputs); }), "KALVEX:NotEnoughInputs");
+  EXPECT_EQ(errorOf([&] { takeLeading<FunctionPtr>(inputs); }), "KALVEX:NotEnoughInputs");
 }
 
 }  // namespace
