@@ -1,6 +1,10 @@
 """Errors, warnings, frames and properties as Python sees them."""
 
-from typing import Any, NamedTuple
+from collections.abc import Iterable
+from typing import TYPE_CHECKING, Any, NamedTuple
+
+if TYPE_CHECKING:
+    from ._host import Object
 
 
 class Frame(NamedTuple):
@@ -15,7 +19,7 @@ class Warning(NamedTuple):
     """A warning that a session issued."""
 
     identifier: str
-    arguments: list
+    arguments: list[str]
     message: str
 
 
@@ -49,15 +53,21 @@ class Error(Exception):
     object: the host.Object of class "KException" or of a subclass, or None if no session made one.
     """
 
-    def __init__(self, identifier, message="", arguments=(), cause=None):
+    def __init__(
+        self,
+        identifier: str,
+        message: str = "",
+        arguments: Iterable[Any] = (),
+        cause: BaseException | None = None,
+    ):
         arguments = [str(argument) for argument in arguments]
         super().__init__(identifier, message, arguments, cause)
         self.identifier = identifier
         self.message = message
         self.arguments = arguments
         self.cause = cause
-        self.stack = []
-        self.object = None
+        self.stack: list[Frame] = []
+        self.object: Object | None = None
         if isinstance(cause, BaseException):
             self.__cause__ = cause
 

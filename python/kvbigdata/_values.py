@@ -1,29 +1,34 @@
 """Values of the host that Python has no type of its own for."""
 
-from collections.abc import Iterable, Mapping, Sequence
+from collections.abc import Iterable, Iterator, Mapping, Sequence
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
+from numpy.typing import DTypeLike, NDArray
+
+if TYPE_CHECKING:
+    from ._host import Object
 
 
-def copyToColumns(array):
+def copyToColumns(array: Any) -> NDArray[Any]:
     """A copy of `array`, column-major and in the machine's byte order."""
     array = np.asarray(array)
     return np.array(array, dtype=array.dtype.newbyteorder("="), order="F", copy=True)
 
 
-def emptyArray(shape, typeName):
+def emptyArray(shape: tuple[int, ...], typeName: str) -> NDArray[Any]:
     """A read-only array without elements."""
     array = np.zeros(shape, dtype=typeName, order="F")
     array.setflags(write=False)
     return array
 
 
-def numpyScalar(typeName, data):
+def numpyScalar(typeName: str, data: bytes) -> Any:
     """A NumPy scalar from its bytes."""
     return np.frombuffer(data, dtype=typeName)[0]
 
 
-def _objectArray(elements, shape):
+def _objectArray(elements: Iterable[Any], shape: tuple[int, int]) -> NDArray[Any]:
     array = np.empty(shape, dtype=object, order="F")
     flat = array.reshape(-1, order="F")
     for index, element in enumerate(elements):
@@ -40,7 +45,7 @@ class String(str):
         return f"String({str.__repr__(self)})"
 
 
-class Chars(Sequence):
+class Chars(Sequence[str]):
     """A char matrix: a sequence of its rows, equally long texts."""
 
     def __init__(self, rows: Iterable[str]):
@@ -52,51 +57,51 @@ class Chars(Sequence):
             raise ValueError("rows of Chars must be equally long")
 
     @property
-    def shape(self):
+    def shape(self) -> tuple[int, int]:
         """Rows and characters a row."""
         return len(self._rows), len(self._rows[0]) if self._rows else 0
 
-    def __len__(self):
+    def __len__(self) -> int:
         return len(self._rows)
 
-    def __getitem__(self, index):
+    def __getitem__(self, index: Any) -> Any:
         return self._rows[index]
 
-    def __eq__(self, other):
+    def __eq__(self, other: object) -> bool:
         return self._rows == other._rows if isinstance(other, Chars) else NotImplemented
 
-    def __hash__(self):
+    def __hash__(self) -> int:
         return hash(self._rows)
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         return f"Chars({list(self._rows)!r})"
 
 
 class _Shaped:
     """What has a shape and elements, held as an object array of two dimensions."""
 
-    _elements: np.ndarray
+    _elements: NDArray[Any]
 
     @property
-    def shape(self):
+    def shape(self) -> tuple[int, ...]:
         """Extents of the two dimensions."""
         return self._elements.shape
 
-    def _columnwise(self):
+    def _columnwise(self) -> NDArray[Any]:
         return self._elements.reshape(-1, order="F")
 
-    def __len__(self):
+    def __len__(self) -> int:
         return self._elements.size
 
-    def __iter__(self):
+    def __iter__(self) -> Iterator[Any]:
         return iter(self._columnwise().tolist())
 
-    def __eq__(self, other):
+    def __eq__(self, other: object) -> bool:
         if type(other) is not type(self):
             return NotImplemented
         return self.shape == other.shape and list(self) == list(other)
 
-    __hash__ = None
+    __hash__ = None  # type: ignore[assignment]
 
 
 class StringArray(_Shaped):
@@ -106,7 +111,7 @@ class StringArray(_Shaped):
     gives the elements.
     """
 
-    def __init__(self, elements):
+    def __init__(self, elements: Any):
         array = elements if isinstance(elements, np.ndarray) else np.array(elements, dtype=object)
         if array.size == 0 and array.ndim < 2:
             array = array.reshape(0, 1)
@@ -122,32 +127,32 @@ class StringArray(_Shaped):
                 )
 
     @classmethod
-    def _fromColumns(cls, elements, shape):
+    def _fromColumns(cls, elements: Iterable[Any], shape: tuple[int, int]) -> "StringArray":
         return cls(_objectArray(elements, shape))
 
-    def __array__(self, dtype=None, copy=None):
+    def __array__(self, dtype: DTypeLike | None = None, copy: bool | None = None) -> NDArray[Any]:
         return np.array(self._elements, dtype=dtype or object)
 
-    def __getitem__(self, index):
+    def __getitem__(self, index: Any) -> Any:
         found = self._columnwise()[index] if isinstance(index, int) else self._elements[index]
         return found if found is None or isinstance(found, str) else StringArray(found)
 
-    def tolist(self):
+    def tolist(self) -> Any:
         """Nested lists, row by row."""
         return self._elements.tolist()
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         return f"StringArray({self.tolist()!r})"
 
 
-class Cell(np.ndarray):
+class Cell(np.ndarray[Any, np.dtype[Any]]):
     """A cell: an object array of at least two dimensions, each element a value of its own.
 
     Made of an object array or a list; a flat list is a row, a list of equally long lists has a row
     each.
     """
 
-    def __new__(cls, elements=()):
+    def __new__(cls, elements: Iterable[Any] = ()) -> "Cell":
         if isinstance(elements, np.ndarray):
             array = elements.astype(object)
             return (array.reshape(1, -1) if array.ndim < 2 else array).view(cls)
@@ -160,17 +165,17 @@ class Cell(np.ndarray):
         return cls._fromColumns(elements, (1, len(elements)))
 
     @classmethod
-    def _fromColumns(cls, elements, shape):
+    def _fromColumns(cls, elements: Iterable[Any], shape: tuple[int, int]) -> "Cell":
         return _objectArray(elements, shape).view(cls)
 
-    def _columnwise(self):
+    def _columnwise(self) -> NDArray[Any]:
         return self.reshape(-1, order="F").view(np.ndarray)
 
 
-class StructArray(_Shaped, Sequence):
+class StructArray(_Shaped, Sequence[dict[str, Any]]):
     """A structure array: a sequence of dicts with the same keys in the same order; a column."""
 
-    def __init__(self, records: Iterable[Mapping] = ()):
+    def __init__(self, records: Iterable[Mapping[str, Any]] = ()):
         records = [dict(record) for record in records]
         self.fields = tuple(records[0]) if records else ()
         for record in records:
@@ -182,41 +187,46 @@ class StructArray(_Shaped, Sequence):
         self._elements = _objectArray(records, (len(records), 1))
 
     @classmethod
-    def _fromColumns(cls, elements, shape, fields):
+    def _fromColumns(
+        cls, elements: Iterable[Any], shape: tuple[int, int], fields: Iterable[str]
+    ) -> "StructArray":
         made = cls()
         made.fields = tuple(fields)
         made._elements = _objectArray(elements, shape)
         return made
 
-    def __getitem__(self, index):
+    def __getitem__(self, index: Any) -> Any:
         return self._columnwise()[index]
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         return f"StructArray({list(self)!r})"
 
 
-class ObjectArray(_Shaped, Sequence):
+class ObjectArray(_Shaped, Sequence["Object | None"]):
     """An object array of a class; elements are `Object`, or None where unset. A column."""
 
-    def __init__(self, class_name: str, objects: Iterable = ()):
+    def __init__(self, class_name: str, objects: "Iterable[Object | None]" = ()):
         objects = list(objects)
         self.class_name = class_name
         self._elements = _objectArray(objects, (len(objects), 1))
 
     @classmethod
-    def _fromColumns(cls, class_name, elements, shape):
+    def _fromColumns(
+        cls, class_name: str, elements: Iterable[Any], shape: tuple[int, int]
+    ) -> "ObjectArray":
         made = cls(class_name)
         made._elements = _objectArray(elements, shape)
         return made
 
-    def __eq__(self, other):
-        same = super().__eq__(other)
-        return same if same is NotImplemented else same and self.class_name == other.class_name
+    def __eq__(self, other: object) -> bool:
+        if not isinstance(other, ObjectArray):
+            return NotImplemented
+        return self.class_name == other.class_name and super().__eq__(other)
 
-    __hash__ = None
+    __hash__ = None  # type: ignore[assignment]
 
-    def __getitem__(self, index):
+    def __getitem__(self, index: Any) -> Any:
         return self._columnwise()[index]
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         return f"ObjectArray({self.class_name!r}, {list(self)!r})"

@@ -59,4 +59,4 @@ for _class in (globals()[name] for name in __all__):
     if isinstance(_class, type):
         _class.__module__ = __name__
 
-_atexit.register(_host._close_all)
+_atexit.register(_host.close_all)

@@ -58,13 +58,14 @@ void bindFunction(nb::module_& module) {
       .def(nb::init<std::string>(), "name"_a)
       .def_prop_ro("name", &Function::name, "What the function is called.")
       .def("__call__", &Function::call, "nargout"_a, "args"_a,
+           nb::sig("def __call__(self, nargout: int, *args: typing.Any) -> typing.Any"),
            "Calls it; outputs as of `Session.call`.")
       .def(
           "__eq__",
           [](const Function& self, nb::handle other) {
             return nb::isinstance<Function>(other) && self == *nb::inst_ptr<Function>(other);
           },
-          "other"_a.none())
+          "other"_a.none(), nb::sig("def __eq__(self, other: object, /) -> bool"))
       .def("__hash__",
            [](const Function& self) {
              return static_cast<Py_hash_t>(std::hash<std::string>()(self.name()) >> 1);

@@ -110,19 +110,26 @@ void bindObject(nb::module_& module) {
       .def_prop_ro("class_name", className, "The full name of its class.")
       .def_prop_ro("is_deleted", isDeleted, "True once it was deleted, or its session closed.")
       .def("get", get, "property"_a, "as_class"_a = nb::none(),
+           nb::sig("def get(self, property: str, as_class: str | None = None) -> typing.Any"),
            "The value of a property. Raises Error \"KALVEX:class:NoSuchMember\" or "
            "\"KALVEX:class:AccessDenied\".")
       .def("set", set, "property"_a, "value"_a.none(), "as_class"_a = nb::none(),
+           nb::sig("def set(self, property: str, value: typing.Any, "
+                   "as_class: str | None = None) -> None"),
            "Sets a property. Raises Error as `get` does.")
       .def("invoke", invoke, "method"_a, "args"_a, nb::kw_only(), "nargout"_a = 1,
            "as_class"_a = nb::none(),
+           nb::sig("def invoke(self, method: str, *args: typing.Any, nargout: int = 1, "
+                   "as_class: str | None = None) -> typing.Any"),
            "Calls a method, the object being its first input. Outputs as of `Session.call`.")
       .def("is_a", isOfClass, "class_name"_a,
            "True if it is of that class or of one derived from it.")
       .def("delete", deleteObject, "Deletes the object at once, whoever else holds it.")
       .def("super_init", superInit, "superclass"_a, "args"_a,
+           nb::sig("def super_init(self, superclass: str, *args: typing.Any) -> None"),
            "In a constructor: runs the constructor of a direct superclass.")
-      .def("__eq__", isEqual, "other"_a.none())
+      .def("__eq__", isEqual, "other"_a.none(),
+           nb::sig("def __eq__(self, other: object, /) -> bool"))
       .def("__hash__", hashOf)
       .def("__repr__", text);
 }

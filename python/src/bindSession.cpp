@@ -129,6 +129,8 @@ void bindCalls(Class& session) {
   session
       .def("call", call, "name"_a, "args"_a, nb::kw_only(), "nargout"_a = 1,
            "as_class"_a = nb::none(),
+           nb::sig("def call(self, name: str, *args: typing.Any, nargout: int = 1, "
+                   "as_class: str | None = None) -> typing.Any"),
            "Calls by name: a method of the leftmost argument that is an object whose class has one "
            "of that name, a function, a class's constructor, a static method \"Class.name\", a "
            "builtin.\n\n"
@@ -136,6 +138,8 @@ void bindCalls(Class& session) {
            "came back anyway. as_class gives the call the rights of that class's own code. Raises "
            "Error \"KALVEX:UndefinedFunction\" with the name, and whatever the callee raises.")
       .def("new", construct, "class_name"_a, "args"_a, nb::kw_only(), "as_class"_a = nb::none(),
+           nb::sig("def new(self, class_name: str, *args: typing.Any, "
+                   "as_class: str | None = None) -> Object"),
            "A new object, by the constructor of its class. Raises Error "
            "\"KALVEX:UndefinedFunction\", \"KALVEX:class:AbstractClass\", "
            "\"KALVEX:class:AccessDenied\".");
@@ -144,11 +148,20 @@ void bindCalls(Class& session) {
 void bindDefinitions(Class& session) {
   session
       .def("define_function", defineFunction, "name"_a, "fn"_a,
+           nb::sig("def define_function(self, name: str, "
+                   "fn: collections.abc.Callable[..., typing.Any]) -> None"),
            "Defines or replaces a function. It is called as fn(nargout, *args) and returns None, "
            "one value, or a tuple of outputs.")
       .def("define_class", define, "name"_a, nb::kw_only(), "superclasses"_a = nb::tuple(),
            "properties"_a = nb::dict(), "constructor"_a = nb::none(), "methods"_a = nb::dict(),
            "static_methods"_a = nb::dict(), "abstract"_a = nb::tuple(), "sealed"_a = false,
+           nb::sig("def define_class(self, name: str, *, "
+                   "superclasses: collections.abc.Iterable[str] = (), "
+                   "properties: dict[str, typing.Any] = {}, "
+                   "constructor: collections.abc.Callable[..., typing.Any] | None = None, "
+                   "methods: dict[str, collections.abc.Callable[..., typing.Any]] = {}, "
+                   "static_methods: dict[str, collections.abc.Callable[..., typing.Any]] = {}, "
+                   "abstract: collections.abc.Iterable[str] = (), sealed: bool = False) -> None"),
            "Defines a class, or replaces one that has no instances.\n\n"
            "properties maps a name to a default or to a Property. Methods are called as "
            "fn(nargout, obj, *args), static ones as fn(nargout, *args), the constructor as "
@@ -157,12 +170,17 @@ void bindDefinitions(Class& session) {
            "\"KALVEX:class:HasInstances\", \"KALVEX:class:SealedClass\".")
       .def("complete_class", complete, "name"_a, nb::kw_only(), "methods"_a = nb::dict(),
            "static_methods"_a = nb::dict(),
+           nb::sig("def complete_class(self, name: str, *, "
+                   "methods: dict[str, collections.abc.Callable[..., typing.Any]] = {}, "
+                   "static_methods: dict[str, collections.abc.Callable[..., typing.Any]] = {}) "
+                   "-> None"),
            "Gives bodies to methods that a native class only declares. Raises Error "
            "\"KALVEX:class:NoSuchMember\" for another name.")
       .def("describe", describe, "name"_a,
+           nb::sig("def describe(self, name: str) -> dict[str, typing.Any]"),
            "The class as registered: name, superclasses, sealed, native, and members in the order "
            "of registration. Raises Error \"KALVEX:UndefinedFunction\".")
-      .def("classes", classes,
+      .def("classes", classes, nb::sig("def classes(self) -> list[str]"),
            "Full names of the classes that the core's library entered, in that order.");
 }
 
@@ -170,16 +188,18 @@ void bindState(Class& session) {
   session.def("collect", collect, "Runs the collector; the number of objects freed.")
       .def("live_objects", liveObjects, "class_name"_a = nb::none(),
            "The number of live objects, of all classes or of that very class.")
-      .def_prop_ro("warnings", warnings, "The warnings issued so far, a list of Warning.")
+      .def_prop_ro("warnings", warnings,
+                   nb::sig("def warnings(self) -> list[kvbigdata._records.Warning]"),
+                   "The warnings issued so far, a list of Warning.")
       .def("clear_warnings", clearWarnings, "Forgets the warnings.")
       .def(
           "close", [](const PySession& self) { self.shared->close(); },
           "Frees every object; any later use raises Error \"KALVEX:session:Closed\". Does nothing "
           "the second time.")
-      .def("__enter__", enter)
+      .def("__enter__", enter, nb::sig("def __enter__(self) -> Session"))
       .def(
           "__exit__", [](const PySession& self, const nb::args&) { self.shared->close(); },
-          "args"_a)
+          "args"_a, nb::sig("def __exit__(self, *args: object) -> None"))
       .def("__repr__", text);
 }
 

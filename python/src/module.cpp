@@ -36,8 +36,8 @@ NB_MODULE(_host, module) {
   bindSession(module);
   bindObject(module);
   bindFunction(module);
-  module.def("ledger", ledger,
+  module.def("ledger", ledger, nb::sig("def ledger() -> dict[str, int]"),
              "What the process holds: counts of objects, arrays and payloads, and bytes. Zero when "
              "every session is closed and every value dropped.");
-  module.def("_close_all", SharedSession::closeAll);
+  module.def("close_all", SharedSession::closeAll, "Closes the sessions that are still open.");
 }

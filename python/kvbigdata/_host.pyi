@@ -1,0 +1,152 @@
+from collections.abc import Callable, Iterable
+from typing import Any
+
+import kvbigdata._records
+
+
+class Session:
+    """
+    A session of the host, with objects, classes, functions and warnings of its own.
+
+    It belongs to the thread that made it; a use from another raises Error "KALVEX:session:WrongThread". A context manager: leaving it closes it.
+
+    runtime=False leaves out all that the native core reaches by name; stress=True collects at every creation of an object.
+    """
+
+    def __init__(self, *, runtime: bool = True, stress: bool = False) -> None: ...
+
+    def call(self, name: str, *args: Any, nargout: int = 1, as_class: str | None = None) -> Any:
+        """
+        Calls by name: a method of the leftmost argument that is an object whose class has one of that name, a function, a class's constructor, a static method "Class.name", a builtin.
+
+        nargout=1 gives the value (None if nothing came back), a larger one a tuple, 0 what came back anyway. as_class gives the call the rights of that class's own code. Raises Error "KALVEX:UndefinedFunction" with the name, and whatever the callee raises.
+        """
+
+    def new(self, class_name: str, *args: Any, as_class: str | None = None) -> Object:
+        """
+        A new object, by the constructor of its class. Raises Error "KALVEX:UndefinedFunction", "KALVEX:class:AbstractClass", "KALVEX:class:AccessDenied".
+        """
+
+    def define_function(self, name: str, fn: Callable[..., Any]) -> None:
+        """
+        Defines or replaces a function. It is called as fn(nargout, *args) and returns None, one value, or a tuple of outputs.
+        """
+
+    def define_class(self, name: str, *, superclasses: Iterable[str] = (), properties: dict[str, Any] = {}, constructor: Callable[..., Any] | None = None, methods: dict[str, Callable[..., Any]] = {}, static_methods: dict[str, Callable[..., Any]] = {}, abstract: Iterable[str] = (), sealed: bool = False) -> None:
+        """
+        Defines a class, or replaces one that has no instances.
+
+        properties maps a name to a default or to a Property. Methods are called as fn(nargout, obj, *args), static ones as fn(nargout, *args), the constructor as fn(obj, *args); in it obj.super_init(superclass, *args) runs a superclass's constructor. abstract names methods that subclasses must define. Raises Error "KALVEX:class:HasInstances", "KALVEX:class:SealedClass".
+        """
+
+    def complete_class(self, name: str, *, methods: dict[str, Callable[..., Any]] = {}, static_methods: dict[str, Callable[..., Any]] = {}) -> None:
+        """
+        Gives bodies to methods that a native class only declares. Raises Error "KALVEX:class:NoSuchMember" for another name.
+        """
+
+    def describe(self, name: str) -> dict[str, Any]:
+        """
+        The class as registered: name, superclasses, sealed, native, and members in the order of registration. Raises Error "KALVEX:UndefinedFunction".
+        """
+
+    def classes(self) -> list[str]:
+        """
+        Full names of the classes that the core's library entered, in that order.
+        """
+
+    def collect(self) -> int:
+        """Runs the collector; the number of objects freed."""
+
+    def live_objects(self, class_name: str | None = None) -> int:
+        """The number of live objects, of all classes or of that very class."""
+
+    @property
+    def warnings(self) -> list[kvbigdata._records.Warning]:
+        """The warnings issued so far, a list of Warning."""
+
+    def clear_warnings(self) -> None:
+        """Forgets the warnings."""
+
+    def close(self) -> None:
+        """
+        Frees every object; any later use raises Error "KALVEX:session:Closed". Does nothing the second time.
+        """
+
+    def __enter__(self) -> Session: ...
+
+    def __exit__(self, *args: object) -> None: ...
+
+    def __repr__(self) -> str: ...
+
+class Object:
+    """
+    An object of the host; holding it keeps it alive.
+
+    Two are equal, with equal hashes, when they are the same host object. May be dropped on any thread, also after its session was closed.
+    """
+
+    @property
+    def class_name(self) -> str:
+        """The full name of its class."""
+
+    @property
+    def is_deleted(self) -> bool:
+        """True once it was deleted, or its session closed."""
+
+    def get(self, property: str, as_class: str | None = None) -> Any:
+        """
+        The value of a property. Raises Error "KALVEX:class:NoSuchMember" or "KALVEX:class:AccessDenied".
+        """
+
+    def set(self, property: str, value: Any, as_class: str | None = None) -> None:
+        """Sets a property. Raises Error as `get` does."""
+
+    def invoke(self, method: str, *args: Any, nargout: int = 1, as_class: str | None = None) -> Any:
+        """
+        Calls a method, the object being its first input. Outputs as of `Session.call`.
+        """
+
+    def is_a(self, class_name: str) -> bool:
+        """True if it is of that class or of one derived from it."""
+
+    def delete(self) -> None:
+        """Deletes the object at once, whoever else holds it."""
+
+    def super_init(self, superclass: str, *args: Any) -> None:
+        """In a constructor: runs the constructor of a direct superclass."""
+
+    def __eq__(self, other: object, /) -> bool: ...
+
+    def __hash__(self) -> int: ...
+
+    def __repr__(self) -> str: ...
+
+class Function:
+    """
+    A function of the host, by its name; called as fn(nargout, *args), as callables are.
+
+    One that came from a session runs there, one made by name in the session that runs on the calling thread.
+    """
+
+    def __init__(self, name: str) -> None: ...
+
+    @property
+    def name(self) -> str:
+        """What the function is called."""
+
+    def __call__(self, nargout: int, *args: Any) -> Any:
+        """Calls it; outputs as of `Session.call`."""
+
+    def __eq__(self, other: object, /) -> bool: ...
+
+    def __hash__(self) -> int: ...
+
+    def __repr__(self) -> str: ...
+
+def ledger() -> dict[str, int]:
+    """
+    What the process holds: counts of objects, arrays and payloads, and bytes. Zero when every session is closed and every value dropped.
+    """
+
+def close_all() -> None:
+    """Closes the sessions that are still open."""

@@ -1,0 +1,29 @@
+"""What people and type checkers see of the package."""
+
+import inspect
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+from kvbigdata import host
+
+
+def test_the_stub_says_what_the_extension_has(tmp_path):
+    pytest.importorskip("nanobind")
+    made = tmp_path / "_host.pyi"
+    command = ["-m", "nanobind.stubgen", "-q", "-m", "kvbigdata._host", "-o", str(made)]
+    subprocess.run([sys.executable, *command], check=True)
+    package = Path(host.__file__).parent
+    assert (package / "py.typed").exists()
+    assert (package / "_host.pyi").read_text() == made.read_text(), "see python/README.md"
+
+
+@pytest.mark.parametrize("name", host.__all__)
+def test_everything_public_is_documented(name):
+    documented = getattr(host, name)
+    assert inspect.getdoc(documented)
+    if documented.__module__ == "kvbigdata.host" and inspect.isclass(documented):
+        for member in vars(documented):
+            assert member.startswith("_") or inspect.getdoc(getattr(documented, member)), member
