@@ -18,11 +18,12 @@ struct Sizes {
   std::size_t chain;       ///< depth of what must not be walked by recursion
   std::size_t recorded;    ///< objects or operations made in a row
   std::size_t sessions;    ///< opened, used and closed one after the other
+  std::size_t patterns;    ///< random bit patterns of a number, which make no object
 };
 
-inline constexpr Sizes kQuick = {5'000, 8, 100'000, 100'000, 200'000, 100};
-inline constexpr Sizes kFull = {50'000, 40, 1'000'000, 1'000'000, 8'000'000, 1'000};
-inline constexpr Sizes kStress = {1'000, 4, 300, 300, 300, 3};
+inline constexpr Sizes kQuick = {5'000, 8, 100'000, 100'000, 200'000, 100, 100'000};
+inline constexpr Sizes kFull = {50'000, 40, 1'000'000, 1'000'000, 8'000'000, 1'000, 1'000'000};
+inline constexpr Sizes kStress = {1'000, 4, 300, 300, 300, 3, 100'000};
 
 inline bool isStressed() {
   const char* stress = std::getenv("KV_STRESS");
