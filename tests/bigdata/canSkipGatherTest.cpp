@@ -49,7 +49,6 @@ TEST_F(CanSkipGather, OfNothingIsARowOfNothing) {
   EXPECT_EQ(kxGetClassID(none.get()), kxLOGICAL_CLASS);
   EXPECT_EQ(kxGetM(none.get()), 1u);
   EXPECT_EQ(kxGetN(none.get()), 0u);
-  EXPECT_EQ(errorOf([&] { session.call("canSkipGather", 2, {}); }), "KALVEX:TooManyOutputs");
 }
 
 }  // namespace
