@@ -53,6 +53,8 @@ class LazySession : public CoreSession {
   void note(const std::string& name, const Call& call);
   /// Names of the calls since the last look, separated by blanks.
   std::string takeCalls();
+  /// The same with their inputs: "copy(2) throw(KException IncludeCalleeStack true)".
+  std::string takeTrace();
   const HostCall& lastCall(std::string_view name) const;
 
   std::vector<HostCall> calls;

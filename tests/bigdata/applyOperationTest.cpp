@@ -1,6 +1,5 @@
 #include "lazyeval/applyOperation.h"
 
-
 #include "LazySession.h"
 #include "PartitionMetadata.h"
 #include "executor/PartitionStrategy.h"
@@ -43,7 +42,7 @@ TEST_F(ApplyOperationTest, RecordsAClosureWhereItMayNotEvaluate) {
   const Value operation = ki::toArray(this->operation(1, 3));
   calls.clear();
   const std::vector<Value> arrays = apply(operation, 2, {two.get()});
-  EXPECT_EQ(takeCalls(), "default keepAlive keepAlive");
+  EXPECT_EQ(takeTrace(), "default() keepAlive(default executor) keepAlive(default executor)");
   ASSERT_EQ(arrays.size(), 2u);
   for (std::size_t i = 0; i < 2; ++i) {
     EXPECT_FALSE(lazy(arrays[i]).promise().isDone());
@@ -62,7 +61,8 @@ TEST_F(ApplyOperationTest, EvaluatesAtOnceWhereAllIsThere) {
   const Value operation = directOperation(1, 1);
   calls.clear();
   const std::vector<Value> arrays = apply(operation, 1, {two.get()});
-  EXPECT_EQ(takeCalls(), "default directEvaluateImpl keepAlive");
+  EXPECT_EQ(takeTrace(),
+            "default() directEvaluateImpl(TestOperation 2) keepAlive(default executor)");
   EXPECT_TRUE(lazy(arrays[0]).promise().isDone());
   EXPECT_EQ(kv::host::toDouble(lazy(arrays[0]).promise().getCachedValue()), 42);
   EXPECT_EQ(closures(), 0u);
@@ -126,13 +126,18 @@ TEST_F(ApplyOperationTest, OnlyAnArrayFromAFutureReplacesAnEmptyExecutor) {
   const Value fromFuture =
       callWith("createFromFutureBuiltin", {future.get(), empty.get(), empty.get()});
   EXPECT_TRUE(kxIsSameValue(lazy(fromFuture).getStoredExecutor(), executor.get()));
+  calls.clear();
+  callWith("createFromFutureBuiltin", {future.get(), empty.get(), two.get()});
+  EXPECT_EQ(takeTrace(), "keepAlive(2)");
 }
 
 TEST_F(ApplyOperationTest, ADatastoreIsCopiedCheckedAndRead) {
   stub("copy", [](const Call& c) { c.out(0, kv::host::makeDouble(5)); });
   calls.clear();
   const Value array = callWith("createFromDatastoreBuiltin", {two.get()});
-  EXPECT_EQ(takeCalls(), "copy checkDatastoreSupportForDefault ReadOperation default keepAlive");
+  EXPECT_EQ(takeTrace(),
+            "copy(2) checkDatastoreSupportForDefault(5) ReadOperation(5 1) default() "
+            "keepAlive(default executor)");
   EXPECT_EQ(lazy(array).getPartitionMetadata()->getStrategy()->getMinNumPartitions(), 5u);
   EXPECT_FALSE(lazy(array).promise().isDone());
 }
@@ -146,9 +151,7 @@ TEST_F(ApplyOperationTest, AFailedCopyComesBackThroughTheHost) {
             "KALVEX:session:Closed");
   const auto& inputs = lastCall("kalvex.bigdata.internal.throw").inputs;
   EXPECT_EQ(kv::host::toText(get(inputs[0], "identifier").get()), "KALVEX:OutOfMemory");
-  EXPECT_EQ(kv::host::toText(inputs[1].get()), "IncludeCalleeStack");
-  EXPECT_TRUE(kv::host::toLogical(inputs[2].get()));
-  EXPECT_EQ(takeCalls(), "copy throw");
+  EXPECT_EQ(takeTrace(), "copy(2) throw(KException IncludeCalleeStack true)");
 }
 
 }  // namespace
