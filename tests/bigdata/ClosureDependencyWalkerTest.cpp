@@ -55,11 +55,19 @@ class WalkOfThree : public ClosureDependencyWalkerTest {
   ClosurePtr c = closure({future(a), future(b)});
 };
 
-// What else there is, several outputs, shared inputs, roots upstream of each other, is the model's.
+// What else there is, shared inputs, roots upstream of each other, is the model's.
 TEST_F(WalkOfThree, FollowsTheLastInputFirstAndStopsAtAPromiseThatIsDone) {
   EXPECT_EQ(walk({c}), "B p2 f2 A p1 f1 C p3 f3");
   promise(a)->setValue(kv::host::makeDouble(1));
   EXPECT_EQ(walk({c}), "B p2 f2 p1 f1 C p3 f3");
+}
+
+TEST_F(ClosureDependencyWalkerTest, ListsOutputsThatNobodyReadsLastOneFirst) {
+  const ClosurePtr a = closure({}, 2);
+  const ClosurePtr c = closure({future(a)});
+  label(a, "A", 1);
+  label(c, "C", 3);
+  EXPECT_EQ(walk({c}), "A p2 f2 p1 f1 C p3 f3");
 }
 
 TEST_F(WalkOfThree, TakesFuturesAndPromisesAsRoots) {
