@@ -70,7 +70,6 @@ class ErrorIds : public LazySession {
     auto factory = std::make_shared<kv::host::ClassDefinition>();
     factory->name = "kalvex.bigdata.internal.executor.DataProcessorFactory";
     session.defineClass(factory);
-    executor = kv::host::makeString("another executor");
   }
 
   static Value flags(std::size_t columns) {
@@ -110,60 +109,54 @@ Roads ErrorIds::ofStrategies() {
   const std::string create = "createPartition", fix = "fixNumPartitions";
   const std::string incompatible = "KALVEX:bigdata:array:IncompatibleTallIndexing";
   return {
-      {create, {arbitrary, 0, 5}, index + "this is 0 when it must be between 1 and 5"},
-      {create, {arbitrary, 6, 5}, index + "this is 6 when it must be between 1 and 5"},
-      {create, {fixed, 4, 9}, index + "this is 4 when it must be between 1 and 3"},
-      {create, {fixed, 1, 4}, count + "for this FixedNumPartitions is 4 when it must be 3"},
-      {create, {broadcast, 2, 2}, index + "broadcast partition is 2 when it must be 1."},
-      {create, {broadcast, 1, 2}, count + "for broadcast partition is 2 when it must be 1."},
-      {fix, {fixed, 4}, count + "to fix this FixedNumPartitionStrategy is 4 when it must be 3"},
-      {fix, {broadcast, 2}, count + "to fix broadcast partition strategy is 2 when it must be 1."},
-      {fix,
-       {arbitrary, 0},
-       "FixedNumPartitionStrategy constructed with NumPartitions 0when this must be >= 0."},
-      {"createPartitionStrategyBuiltin", {yes}, "Invalid input for createPartitionStrategy"},
-      {"createPartitionStrategyBuiltin", {cell}, "createPartitionStrategy expects a scalar input"},
-      {"createPartitionStrategyBuiltin", {"2 "}, "createPartitionStrategy expects a scalar input"},
-      {"throwIfIncompatible", {fixed, broadcast}, incompatible},
-      {"alignPartitionStrategyBuiltin", {fixed, arbitrary}, incompatible},
-      {"alignPartitionMetadataBuiltin",
-       {make("PartitionMetadata", fixed), make("PartitionMetadata", arbitrary)},
-       incompatible},
-      {"elementfun", {plus_, withPartitioning(fixed), withPartitioning(nothing)}, incompatible},
-      {"alignPartitionStrategyBuiltin", {deleted}, "KALVEX:class:InvalidHandle"},
-      {"typedIsCompatible",
-       {fixed, 1},
-       "KALVEX:validateattributes:invalidType | Input | @executor.PartitionStrategy | double"},
-  };
+      Road(create, {arbitrary, 0, 5}, index + "this is 0 when it must be between 1 and 5"),
+      Road(create, {arbitrary, 6, 5}, index + "this is 6 when it must be between 1 and 5"),
+      Road(create, {fixed, 4, 9}, index + "this is 4 when it must be between 1 and 3"),
+      Road(create, {fixed, 1, 4}, count + "for this FixedNumPartitions is 4 when it must be 3"),
+      Road(create, {broadcast, 2, 2}, index + "broadcast partition is 2 when it must be 1."),
+      Road(create, {broadcast, 1, 2}, count + "for broadcast partition is 2 when it must be 1."),
+      Road(fix, {fixed, 4}, count + "to fix this FixedNumPartitionStrategy is 4 when it must be 3"),
+      Road(fix, {broadcast, 2},
+           count + "to fix broadcast partition strategy is 2 when it must be 1."),
+      Road(fix, {arbitrary, 0},
+           "FixedNumPartitionStrategy constructed with NumPartitions 0when this must be >= 0."),
+      Road("createPartitionStrategyBuiltin", {yes}, "Invalid input for createPartitionStrategy"),
+      Road("createPartitionStrategyBuiltin", {cell},
+           "createPartitionStrategy expects a scalar input"),
+      Road("createPartitionStrategyBuiltin", {"2 "},
+           "createPartitionStrategy expects a scalar input"),
+      Road("throwIfIncompatible", {fixed, broadcast}, incompatible),
+      Road("alignPartitionStrategyBuiltin", {fixed, arbitrary}, incompatible),
+      Road("alignPartitionMetadataBuiltin",
+           {make("PartitionMetadata", fixed), make("PartitionMetadata", arbitrary)}, incompatible),
+      Road("elementfun", {plus_, withPartitioning(fixed), withPartitioning(nothing)}, incompatible),
+      Road("alignPartitionStrategyBuiltin", {deleted}, "KALVEX:class:InvalidHandle"),
+      Road("typedIsCompatible", {fixed, 1},
+           "KALVEX:validateattributes:invalidType | Input | @executor.PartitionStrategy | double")};
 }
 
 Roads ErrorIds::ofArrays() {
   executor = kv::host::makeString("a second executor");
   const Value elsewhere = lazyArray(constant(1));
   return {
-      {"elementfun", {plus_, x, elsewhere}, "KALVEX:bigdata:array:IncompatibleTallExecutor"},
-      {"elementfun",
-       {plus_, call("OtherArray"), x},
-       "Cannot mix two different implementations of PartitionedArray: "
-       "@lazyeval.LazyPartitionedArray, OtherArray"},
-      {"elementfun", {2, x}, "Function handle must be a function_handle or a @FunctionHandle."},
-      {"joinbykey", {x}, "Method PartitionedArray/joinbykey is currently not supported."},
-      {"repartition", {nothing, x}, "Expected a valid @PartitionMetadata object."},
-      {"createFromFutureBuiltin", {nothing, 2}, "Expected a valid @lazyeval.ClosureFuture object."},
-      {"createFromConstantBuiltin", {complete}, "Constant input cannot be a partitioned array"},
-      {"getCachedPreviewData",
-       {complete},
-       "Requested cache preview data on an array that is already complete"},
-      {"setCachedPreviewData",
-       {complete, 1, yes},
-       "Setting cache preview data on an array that is already complete"},
-      {"setCachedPreviewData",
-       {previewed, 1, yes},
-       "Setting cache preview data on an array that already has it"},
-      {"@optimizer.ClosureGraph",
-       {2},
-       "ClosureGraph expects all inputs to be of type @lazyeval.LazyPartitionedArray"},
-  };
+      Road("elementfun", {plus_, x, elsewhere}, "KALVEX:bigdata:array:IncompatibleTallExecutor"),
+      Road("elementfun", {plus_, call("OtherArray"), x},
+           "Cannot mix two different implementations of PartitionedArray: "
+           "@lazyeval.LazyPartitionedArray, OtherArray"),
+      Road("elementfun", {2, x}, "Function handle must be a function_handle or a @FunctionHandle."),
+      Road("joinbykey", {x}, "Method PartitionedArray/joinbykey is currently not supported."),
+      Road("repartition", {nothing, x}, "Expected a valid @PartitionMetadata object."),
+      Road("createFromFutureBuiltin", {nothing, 2},
+           "Expected a valid @lazyeval.ClosureFuture object."),
+      Road("createFromConstantBuiltin", {complete}, "Constant input cannot be a partitioned array"),
+      Road("getCachedPreviewData", {complete},
+           "Requested cache preview data on an array that is already complete"),
+      Road("setCachedPreviewData", {complete, 1, yes},
+           "Setting cache preview data on an array that is already complete"),
+      Road("setCachedPreviewData", {previewed, 1, yes},
+           "Setting cache preview data on an array that already has it"),
+      Road("@optimizer.ClosureGraph", {2},
+           "ClosureGraph expects all inputs to be of type @lazyeval.LazyPartitionedArray")};
 }
 
 Roads ErrorIds::ofClosures() {
@@ -175,32 +168,23 @@ Roads ErrorIds::ofClosures() {
   const std::string mismatch =
       "isPartitionIndependent must be scalar or be of size as number of outputs";
   return {
-      {"applyOperationBuiltin",
-       {operation, 2},
-       "Requested 3 outputs from an operation that generates at most 2",
-       3},
-      {"applyOperationBuiltin",
-       {uncountable},
-       "KALVEX:CountTooLarge | 9223372036854775808 | 1048576"},
-      {"applyOperationBuiltin",
-       {2},
-       "KALVEX:validateattributes:invalidType | Input | scalar @lazyeval.Operation | double"},
-      {"directEvaluate",
-       {slicewise()},
-       "@lazyeval.SlicewiseOperationdoes not support direct evaluation."},
-      {"@lazyeval.Closure", {none, operation, flags(3)}, mismatch},
-      {"@lazyeval.Closure", {none, operation, flags(0)}, mismatch},
-      {"@lazyeval.Closure",
-       {none, operation, 1},
-       "KALVEX:validateattributes:invalidType | Argument | row vector | 1x1 double"},
-      {"setValue",
-       {promise, 1},
-       "Attempted to complete a ClosurePromise that is already complete."},
-      {"setPartitionIndependent",
-       {promise, 0},
-       "Attempted to remove the partition independent flag on a ClosurePromise that is already "
-       "complete."},
-  };
+      Road("applyOperationBuiltin", {operation, 2},
+           "Requested 3 outputs from an operation that generates at most 2", 3),
+      Road("applyOperationBuiltin", {uncountable},
+           "KALVEX:CountTooLarge | 9223372036854775808 | 1048576"),
+      Road("applyOperationBuiltin", {2},
+           "KALVEX:validateattributes:invalidType | Input | scalar @lazyeval.Operation | double"),
+      Road("directEvaluate", {slicewise()},
+           "@lazyeval.SlicewiseOperationdoes not support direct evaluation."),
+      Road("@lazyeval.Closure", {none, operation, flags(3)}, mismatch),
+      Road("@lazyeval.Closure", {none, operation, flags(0)}, mismatch),
+      Road("@lazyeval.Closure", {none, operation, 1},
+           "KALVEX:validateattributes:invalidType | Argument | row vector | 1x1 double"),
+      Road("setValue", {promise, 1},
+           "Attempted to complete a ClosurePromise that is already complete."),
+      Road("setPartitionIndependent", {promise, 0},
+           "Attempted to remove the partition independent flag on a ClosurePromise that is already "
+           "complete.")};
 }
 
 Roads ErrorIds::ofNamesAndTexts() {
@@ -210,22 +194,20 @@ Roads ErrorIds::ofNamesAndTexts() {
   const std::string notText = "KALVEX:string:MustBeStringScalarOrCharacterVector";
   const Value leaf = call(unfolded(builder), kv::host::makeDouble(1));
   const auto strings = [](std::size_t rows) { return Torvane::String::createStringArray(rows, 1); };
-  return {
-      {options, {1, yes}, parser + "ParamMustBeChar"},
-      {options,
-       {"RequiresRandState", yes, "PassTaggedInputs"},
-       parser + "ParamMissingValue | PassTaggedInputs"},
-      {options, {"requiresrandstate", yes}, parser + "UnmatchedParameter | requiresrandstate | "},
-      {options,
-       {"RequiresGlobalState", yes},
-       parser + "UnmatchedParameter | RequiresGlobalState | "},
-      {builder, {yes}, notText},
-      {builder, {cell}, notText},
-      {builder, {strings(2)}, notText},
-      {builder, {strings(1)}, "KALVEX:string:MissingNotSupported"},
-      {builder, {-1}, "KALVEX:validateattributes:invalidType | Input | scalar size_t | 1x1 double"},
-      {".AllInputIds", {leaf}, "Could not find method " + builder + "/getAllInputIds"},
-  };
+  return {Road(options, {1, yes}, parser + "ParamMustBeChar"),
+          Road(options, {"RequiresRandState", yes, "PassTaggedInputs"},
+               parser + "ParamMissingValue | PassTaggedInputs"),
+          Road(options, {"requiresrandstate", yes},
+               parser + "UnmatchedParameter | requiresrandstate | "),
+          Road(options, {"RequiresGlobalState", yes},
+               parser + "UnmatchedParameter | RequiresGlobalState | "),
+          Road(builder, {yes}, notText),
+          Road(builder, {cell}, notText),
+          Road(builder, {strings(2)}, notText),
+          Road(builder, {strings(1)}, "KALVEX:string:MissingNotSupported"),
+          Road(builder, {-1},
+               "KALVEX:validateattributes:invalidType | Input | scalar size_t | 1x1 double"),
+          Road(".AllInputIds", {leaf}, "Could not find method " + builder + "/getAllInputIds")};
 }
 
 void ErrorIds::take(const Road& road) {
