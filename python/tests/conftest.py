@@ -5,6 +5,7 @@ import pytest
 from kvbigdata import host
 
 LAZY = "kalvex.bigdata.internal.lazyeval."
+EXECUTOR = "kalvex.bigdata.internal.executor."
 
 
 class Recorder:

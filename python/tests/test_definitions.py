@@ -2,6 +2,7 @@
 
 import pytest
 
+from conftest import EXECUTOR, LAZY
 from kvbigdata import host
 
 
@@ -162,13 +163,47 @@ def test_a_description_lists_members_in_order(bare):
         assert member["kind"] in ("constructor", "property", "method")
 
 
-def test_a_native_class_is_completed_by_name_only(session):
-    name = "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray"
-    declared = [m["name"] for m in session.describe(name)["members"] if m.get("form") == "declared"]
+def test_a_native_class_is_completed_by_name_only(bare):
+    for name, identifier in (
+        (LAZY + "LazyPartitionedArray", "KALVEX:class:NoSuchMember"),
+        ("no.such.Class", "KALVEX:UndefinedFunction"),
+    ):
+        with pytest.raises(host.Error) as caught:
+            bare.complete_class(name, methods={"no such method": print})
+        assert caught.value.identifier == identifier
+
+
+def test_a_native_class_runs_the_bodies_that_complete_it(bare):
+    """A plan of one closure, in a session that has just what a plan reaches."""
+    planner, task = LAZY + "LazyTaskGraph", EXECUTOR + "ExecutionTask"
+    bare.define_class(EXECUTOR + "TaskGraph")
+    bare.define_class(
+        task, properties={"Id": ""}, constructor=lambda obj, text: obj.set("Id", text)
+    )
+    bare.define_function("kalvex.bigdata.internal.debug.TallProfiler.enabled", lambda nargout: False)
+    bare.define_function("containers.Map", lambda nargout, *args: args)
+    bare.define_class(
+        "mine.Operation",
+        superclasses=[LAZY + "Operation"],
+        constructor=lambda obj: obj.super_init(LAZY + "Operation", 0, 1),
+        methods={"createExecutionTasks": lambda nargout, *args: None},
+    )
+    no_inputs = host.ObjectArray(LAZY + "ClosureFuture", [])
+    closure = bare.new(LAZY + "Closure", no_inputs, bare.new("mine.Operation"))
+    with pytest.raises(host.Error, match="Could not find method"):
+        bare.new(planner, closure)
+    planned = []
+
+    def plan(nargout, *args):
+        planned.append((nargout, args[0], args[-1]))
+        return bare.new(task, "mine")
+
+    bare.complete_class(planner, static_methods={"createExecutionTasks": plan})
+    assert bare.new(planner, closure).get("Tasks").get("Id") == "mine"
+    assert planned == [(1, closure, False)]
+    bare.complete_class(planner, static_methods={"createExecutionTasks": lambda *args: None})
+    with pytest.raises(host.Error, match="gave no task"):
+        bare.new(planner, closure)
     with pytest.raises(host.Error) as caught:
-        session.complete_class(name, methods={"no such method": print})
-    assert caught.value.identifier == "KALVEX:class:NoSuchMember"
-    if declared:
-        session.complete_class(name, methods={declared[0]: lambda nargout, *args: "mine"})
-        array = session.call("createFromConstantBuiltin", 1.0)
-        assert array.invoke(declared[0]) == "mine"
+        bare.call(planner + ".createExecutionTasks", closure)
+    assert caught.value.identifier == "KALVEX:class:AccessDenied"

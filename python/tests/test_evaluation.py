@@ -8,10 +8,8 @@ import time
 import numpy as np
 import pytest
 
-from conftest import LAZY
+from conftest import EXECUTOR, LAZY
 from kvbigdata import host
-
-EXECUTOR = "kalvex.bigdata.internal.executor."
 
 
 def here():
@@ -31,17 +29,17 @@ def test_a_function_of_the_users_own_sees_chunks(numbers):
     assert sum(seen) >= 2000
 
 
-def test_an_operation_class_written_in_python_runs(numbers):
-    s = numbers.session
+def make_operation(s, feval, strategy):
+    """An operation of a class of its own, whose task has a factory of a class of its own."""
     s.define_class(
         "mine.Factory",
         superclasses=[EXECUTOR + "DataProcessorFactory"],
-        methods={"feval": lambda nargout, factory, chunk: chunk + 1},
+        methods={"feval": feval},
     )
 
     def tasks(nargout, operation, dependencies, *rest):
         return s.call(
-            EXECUTOR + "ExecutionTask", dependencies, s.new("mine.Factory"), np.zeros((0, 0)), 1
+            EXECUTOR + "ExecutionTask", dependencies, s.new("mine.Factory"), strategy, 1
         )
 
     s.define_class(
@@ -50,8 +48,89 @@ def test_an_operation_class_written_in_python_runs(numbers):
         constructor=lambda obj: obj.super_init(LAZY + "Operation", 1, 1),
         methods={"createExecutionTasks": tasks},
     )
-    more = s.call("applyOperationBuiltin", s.new("mine.Operation"), numbers.x)
+    return s.new("mine.Operation")
+
+
+def test_an_operation_class_written_in_python_runs(numbers):
+    plus_one = make_operation(
+        numbers.session, lambda nargout, factory, chunk: chunk + 1, np.zeros((0, 0))
+    )
+    more = numbers.session.call("applyOperationBuiltin", plus_one, numbers.x)
     assert numbers.gather(numbers.sum(more)) == 2001 * 1000 + 2000
+
+
+class Strategies:
+    """Partition strategies of a class written in Python, and which of its methods were called."""
+
+    ANSWERS = {
+        "createPartition": "partition",
+        "fixNumPartitions": None,
+        "resolve": None,
+        "isKnownSinglePartition": False,
+        "typedIsCompatible": True,
+        "typedThrowIfIncompatible": (),
+        "typedAlign": None,
+    }
+
+    def __init__(self, session):
+        self.session = session
+        self.called = []
+
+    def body(self, name):
+        def run(nargout, strategy, *args):
+            self.called.append((name, *args))
+            answer = self.ANSWERS[name]
+            return strategy if answer is None else answer
+
+        return run
+
+    def new(self, name="mine.Strategy", broadcast=False):
+        self.session.define_class(
+            name,
+            superclasses=[EXECUTOR + "PartitionStrategy"],
+            properties={
+                "MinNumPartitions": 1,
+                "MaxNumPartitions": 4,
+                "IsDatastorePartitioning": False,
+                "IsBroadcast": broadcast,
+                "MaxNumReadFailures": 0,
+            },
+            methods={each: self.body(each) for each in self.ANSWERS},
+        )
+        return self.session.new(name)
+
+
+def test_the_core_works_with_a_strategy_class_written_in_python(session):
+    strategies = Strategies(session)
+    one = strategies.new()
+    same, other = session.new("mine.Strategy"), strategies.new("mine.Other")
+    assert session.call("createPartitionStrategyBuiltin", one) == one
+    assert session.call("alignPartitionStrategyBuiltin", one, same) == one
+    assert one.invoke("isCompatible", same) is True
+    assert one.invoke("throwIfIncompatible", same) is None
+    assert one.invoke("createPartition", 1, 2) == "partition"
+    assert one.invoke("numpartitions", 20) == 4.0
+    assert [(call[0], call[-1]) for call in strategies.called] == [
+        ("typedAlign", same), ("typedIsCompatible", same), ("typedThrowIfIncompatible", same),
+        ("createPartition", 2.0)]  # fmt: skip
+    with pytest.raises(host.Error) as caught:
+        session.call("alignPartitionStrategyBuiltin", one, other)
+    assert caught.value.identifier == "KALVEX:bigdata:array:IncompatibleTallIndexing"
+
+
+@pytest.mark.parametrize("broadcast", [False, True])
+def test_a_strategy_written_in_python_decides_what_its_task_sees(many, broadcast):
+    seen = []
+
+    def feval(nargout, factory, rows):
+        seen.append(rows.shape[0])
+        return rows + 1
+
+    strategy = Strategies(many.session).new(broadcast=broadcast)
+    operation = make_operation(many.session, feval, strategy)
+    more = many.gather(many.session.call("applyOperationBuiltin", operation, many.x))
+    assert more.shape == (1_000_000, 1) and (more == 2).all()
+    assert sum(seen) == 1_000_000 and (len(seen) == 1) is broadcast
 
 
 def test_the_users_stack_is_pythons(numbers):
@@ -66,23 +145,23 @@ def test_the_users_stack_is_pythons(numbers):
     assert names[:2] == ["map", "test_the_users_stack_is_pythons"]
 
 
-def test_a_failing_function_names_the_users_line(numbers):
+def test_a_failing_function_names_the_line_that_recorded_it(numbers):
+    original = ValueError("not these rows")
+
     def fails(nargout, chunk):
-        raise ValueError("not these rows")
+        raise original
 
     line = here() + 1
-    failing = numbers.map(fails, numbers.x)
+    failing = numbers.session.call("elementfun", fails, numbers.x)
     with pytest.raises(host.Error) as caught:
         numbers.gather(numbers.sum(failing))
     error = caught.value
     assert isinstance(error.object, host.Object)
-    chain = []
-    while isinstance(error, host.Error):
-        chain.append(error.identifier)
-        error = error.cause
-    assert "KALVEX:python:ValueError" in chain and isinstance(error, ValueError)
-    frames = [frame for cause in (caught.value,) for frame in cause.stack]
-    assert any(frame.file == __file__ for frame in frames) and line > 0
+    assert error.identifier == "KALVEX:python:ValueError"
+    assert error.message.startswith("not these rows")
+    assert error.cause is original
+    name = "test_a_failing_function_names_the_line_that_recorded_it"
+    assert error.stack[0] == (__file__, name, line)
 
 
 @pytest.fixture
