@@ -26,8 +26,8 @@ class Warning(NamedTuple):
 class Property:
     """A property of a class: its default, and who may read and write it.
 
-    Access levels: 0 everybody, 1 the class and its subclasses, 2 the class alone; as set access also
-    3 (constructors of the class alone) and 5 (nobody).
+    Access levels: 0 everybody, 1 the class and its subclasses, 2 the class alone; as set access
+    also 3 (constructors of the class alone) and 5 (nobody).
     """
 
     def __init__(self, default: Any = None, get: int = 0, set: int = 0):
@@ -42,7 +42,8 @@ class Property:
 class Error(Exception):
     """An error of the host, or one for it.
 
-    Raised in a Python callable it keeps identifier, arguments and message through the host and back.
+    Raised in a Python callable it keeps identifier, arguments and message through the host and
+    back.
 
     identifier: such as "KALVEX:UndefinedFunction".
     message: a sentence for people.

@@ -180,7 +180,8 @@ def test_a_native_class_runs_the_bodies_that_complete_it(bare):
     bare.define_class(
         task, properties={"Id": ""}, constructor=lambda obj, text: obj.set("Id", text)
     )
-    bare.define_function("kalvex.bigdata.internal.debug.TallProfiler.enabled", lambda nargout: False)
+    profiler = "kalvex.bigdata.internal.debug.TallProfiler.enabled"
+    bare.define_function(profiler, lambda nargout: False)
     bare.define_function("containers.Map", lambda nargout, *args: args)
     bare.define_class(
         "mine.Operation",
