@@ -58,8 +58,8 @@ constexpr std::array kFaultTexts{
     FaultText{FieldFault::Missing, "KALVEX:datastore:MissingField",
               "\"{0}\" is a missing value, and a column of type {1} can't hold one"},
     FaultText{FieldFault::TooLarge, "KALVEX:datastore:NumberTooLarge",
-              "the whole number \"{0}\" is beyond 2^53, and a column of type {1} can't hold it "
-              "exactly"},
+              "the whole number \"{0}\" is beyond 2^53, up to which a column of type {1} holds "
+              "each of them exactly"},
 };
 
 const FaultText& textsOf(FieldFault fault) {

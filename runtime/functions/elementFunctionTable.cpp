@@ -12,9 +12,9 @@ using enum TypeRule;
 // clang-format off
 constexpr ElementFunction kElementFunctions[] = {
     // name     symbol arity rule        blocks            text             summary
-    {"plus",     "+",  2, Promoted,   &kPlusBlocks,     nullptr,         "sum of two"},
+    {"plus",     "+",  2, Promoted,   &kPlusBlocks,     nullptr,         "sum of two (of logicals: or)"},
     {"minus",    "-",  2, Promoted,   &kMinusBlocks,    nullptr,         "difference of two"},
-    {"times",    "*",  2, Promoted,   &kTimesBlocks,    nullptr,         "product of two"},
+    {"times",    "*",  2, Promoted,   &kTimesBlocks,    nullptr,         "product of two (of logicals: and)"},
     {"rdivide",  "/",  2, Quotient,   &kRdivideBlocks,  nullptr,         "true quotient of two"},
     {"power",    "^",  2, Power,      &kPowerBlocks,    nullptr,         "the first to the power of the second"},
     {"mod",      "%",  2, Counting,   &kModBlocks,      nullptr,         "remainder with the sign of the divisor"},

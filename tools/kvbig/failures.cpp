@@ -34,7 +34,10 @@ std::string harmless(std::string_view message) {
   return lines;
 }
 
-void say(std::string_view message) { fmt::print(stderr, "kvbig: {}\n", harmless(message)); }
+/// Writes to standard error. Where nobody can read it, the exit code still tells.
+void complain(const std::string& line) { std::fputs(line.c_str(), stderr); }
+
+void say(std::string_view message) { complain(fmt::format("kvbig: {}\n", harmless(message))); }
 
 /// The exit code of an error, or of what caused it.
 ExitCode codeOf(const Error& error) {
@@ -49,7 +52,7 @@ void tell(const Error& error) {
   say(error.what());
   std::string_view said = error.what();
   for (const Error* cause = error.cause().get(); cause != nullptr; cause = cause->cause().get()) {
-    if (said != cause->what()) fmt::print(stderr, "  caused by: {}\n", harmless(cause->what()));
+    if (said != cause->what()) complain(fmt::format("  caused by: {}\n", harmless(cause->what())));
     said = cause->what();
   }
 }

@@ -101,7 +101,8 @@ void checkFormula(const Formula& formula, const Vocabulary& vocabulary, Purpose 
   const Span place = formula.steps.back().place;
   if (purpose == Purpose::Condition && rows != Rows::Many) {
     throw FormulaError(formula.text, place, "this says nothing about single rows",
-                       "A condition is of columns, as in dep_delay > 60.");
+                       formula.isNamed ? "Write == to compare."
+                                       : "A condition is of columns, as in dep_delay > 60.");
   }
   if (purpose == Purpose::Result && rows == Rows::Constant) {
     throw FormulaError(formula.text, place, "there is no column in this formula");
