@@ -173,6 +173,10 @@ nb::object emptyToPython(const kxArray* value) {
 }  // namespace
 
 host::Value numbersToHost(nb::handle array) {
+  const bool isPlain = array.type().is(known(Known::NumpyArray));
+  if (!isPlain && isA(array, Known::MaskedArray)) {
+    throw nb::type_error("a masked array isn't accepted: fill it first");
+  }
   if (isA(array, Known::NumpyGeneric)) {
     return arrayToHost(array.attr("__array__")(), false);
   }

@@ -24,6 +24,7 @@ constexpr std::array kPlaces = {
     Place{"kvbigdata._records", "Frame"},
     Place{"numpy", "ndarray"},
     Place{"numpy", "generic"},
+    Place{"numpy.ma", "MaskedArray"},
     Place{"kvbigdata._values", "copyToColumns"},
     Place{"kvbigdata._values", "emptyArray"},
     Place{"kvbigdata._values", "numpyScalar"},

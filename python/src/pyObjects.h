@@ -29,6 +29,7 @@ enum class Known {
   Frame,
   NumpyArray,
   NumpyGeneric,
+  MaskedArray,
   CopyToColumns,  ///< an array -> a copy of it, column-major, in native byte order
   EmptyArray,     ///< (dimensions, name of its type) -> an array without elements, read-only
   NumpyScalar,    ///< (name of its type, bytes) -> a scalar

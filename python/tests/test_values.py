@@ -134,7 +134,8 @@ def test_objects_come_back_equal(session):
     ("value", "named"),
     [(1j, "complex"), (b"bytes", "bytes"), (object(), "object"), ({1: 2}, "int"),
      (np.zeros(2, complex), "complex128"), (np.zeros(2, "M8[s]"), "datetime64"),
-     (np.zeros(2, "float16"), "float16"), (np.array(["a"]), "<U1"), ([1, 2j], "complex"),
+     (np.ma.array([1, 2], mask=[0, 1]), "masked"), (np.zeros(2, "float16"), "float16"),
+     (np.array(["a"]), "<U1"), ([1, 2j], "complex"),
      (host.ObjectArray("KException", [1]), "KException")],
     ids=repr,
 )  # fmt: skip
