@@ -11,12 +11,12 @@ using kv::host::makeLogical;
 class Alignment : public CoreSession {
  protected:
   Alignment() {
-    define("kalvex.io.datastore.internal.shim.isDatastore", [this](const Call& call) {
+    stub("kalvex.io.datastore.internal.shim.isDatastore", [this](const Call& call) {
       call.out(0, makeLogical(kxGetClassID(call.in(0)) == kxSTRING_CLASS));
     });
-    define("kalvex.bigdata.internal.executor.DatastorePartitionStrategy",
-           [this](const Call& c) { c.out(0, fixed(11)); });
-    define("kalvex.bigdata.internal.executor.ConcatenatedPartitionStrategy", [this](const Call& c) {
+    stub("kalvex.bigdata.internal.executor.DatastorePartitionStrategy",
+         [this](const Call& c) { c.out(0, fixed(11)); });
+    stub("kalvex.bigdata.internal.executor.ConcatenatedPartitionStrategy", [this](const Call& c) {
       concatenated.clear();
       for (int i = 0; i < c.nrhs; ++i) {
         concatenated += c.in(i) == nullptr ? "null " : kxGetClassName(c.in(i)) + " ";

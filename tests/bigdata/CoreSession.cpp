@@ -1,5 +1,6 @@
 #include "CoreSession.h"
 
+#include <stdexcept>
 #include <utility>
 
 #include "kv/bigdata.h"
@@ -11,6 +12,19 @@ namespace {
 std::string joined(std::string text, const std::vector<std::string>& arguments) {
   for (const std::string& argument : arguments) text += " | " + argument;
   return text;
+}
+
+std::string lastPart(const std::string& name) { return name.substr(name.rfind('.') + 1); }
+
+/// A number, a flag or a text as it reads; of anything else the class, without its package.
+std::string shown(const kxArray* value) {
+  const kxClassID classId = kxGetClassID(value);
+  const bool isText = classId == kxCHAR_CLASS || classId == kxSTRING_CLASS;
+  if (isText && kxGetM(value) == 1) return kv::host::toText(value);
+  if (!kxIsScalar(value) || kcos::omIsKCOS(value)) return lastPart(kxGetClassName(value));
+  if (classId == kxLOGICAL_CLASS) return kxGetLogicals(value)[0] ? "true" : "false";
+  if (classId != kxDOUBLE_CLASS) return kxGetClassName(value);
+  return std::to_string(static_cast<long>(kxGetScalar(value)));
 }
 
 }  // namespace
@@ -72,14 +86,47 @@ std::string CoreSession::getText(const Value& object, std::string_view property)
   return kv::host::toText(get(object, property).get());
 }
 
-void CoreSession::define(const std::string& name, kv::host::NativeBody body) {
-  session.defineFunction(name, [this, name, body = std::move(body)](const Call& call) {
-    calls_ += (calls_.empty() ? "" : " ") + name.substr(name.rfind('.') + 1);
-    if (body) body(call);
+void CoreSession::stub(const std::string& name, kv::host::NativeBody body) {
+  session.defineFunction(name, [this, name, body = std::move(body)](const Call& c) {
+    note(name, c);
+    if (body) body(c);
   });
 }
 
-std::string CoreSession::takeCalls() { return std::exchange(calls_, {}); }
+void CoreSession::note(const std::string& name, const Call& call) {
+  HostCall noted{name, {}};
+  for (int i = 0; i < call.nrhs; ++i) noted.inputs.push_back(matrix::sharedCopy(call.in(i)));
+  calls.push_back(std::move(noted));
+}
+
+std::string CoreSession::takeCalls() {
+  std::string names;
+  for (const HostCall& noted : calls) {
+    names += (names.empty() ? "" : " ") + lastPart(noted.name);
+  }
+  calls.clear();
+  return names;
+}
+
+std::string CoreSession::takeTrace() {
+  std::string trace;
+  for (const HostCall& noted : calls) {
+    std::string inputs;
+    for (const Value& input : noted.inputs) {
+      inputs += (inputs.empty() ? "" : " ") + shown(input.get());
+    }
+    trace += (trace.empty() ? "" : " ") + lastPart(noted.name) + "(" + inputs + ")";
+  }
+  calls.clear();
+  return trace;
+}
+
+const CoreSession::HostCall& CoreSession::lastCall(std::string_view name) const {
+  for (auto noted = calls.rbegin(); noted != calls.rend(); ++noted) {
+    if (noted->name == name) return *noted;
+  }
+  throw std::out_of_range("no call of " + std::string(name));
+}
 
 bool isSameObject(const Value& a, const Value& b) {
   return kcos::omGetArrayElement(a.get(), 0).get() == kcos::omGetArrayElement(b.get(), 0).get();

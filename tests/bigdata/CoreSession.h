@@ -27,6 +27,11 @@ std::string internalError(std::string_view text);
 /// name is absent until a test defines it. After each test the heap is verified.
 class CoreSession : public ::testing::Test {
  protected:
+  struct HostCall {
+    std::string name;
+    std::vector<Value> inputs;
+  };
+
   CoreSession();
   void TearDown() override;
 
@@ -55,19 +60,22 @@ class CoreSession : public ::testing::Test {
   bool getFlag(const Value& object, std::string_view property);
   std::string getText(const Value& object, std::string_view property);
 
-  /// Defines a host function that notes its name and then runs `body`.
-  void define(const std::string& name, kv::host::NativeBody body = {});
-  /// Names of the calls of such functions since the last look, separated by blanks.
+  /// Defines a function that notes its calls and then runs `body`.
+  void stub(const std::string& name, kv::host::NativeBody body = {});
+  void note(const std::string& name, const Call& call);
+  /// Names of the calls since the last look, separated by blanks.
   std::string takeCalls();
+  /// The same with their inputs: "copy(2) throw(KException IncludeCalleeStack true)".
+  std::string takeTrace();
+  const HostCall& lastCall(std::string_view name) const;
 
   kv::host::Session session;
   kv::host::Session::Scope scope{session};
+  std::vector<HostCall> calls;
 
  private:
   static const kxArray* raw(const Value& value) { return value.get(); }
   static const kxArray* raw(const kxArray* value) { return value; }
-
-  std::string calls_;
 };
 
 /// True if both are the same host object.

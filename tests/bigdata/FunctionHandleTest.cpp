@@ -27,20 +27,20 @@ class FunctionHandles : public CoreSession {
     exception->properties = {{.name = "Cause"}, {.name = "Submission"}};
     session.defineClass(exception);
 
-    define("kalvex.bigdata.BigDataException.getClientStack", [this](const Call& c) {
+    stub("kalvex.bigdata.BigDataException.getClientStack", [this](const Call& c) {
       stackStood = kv::host::toLogical(call("hasInternalStackFramesBuiltin").get());
       c.out(0, makeString("user.cpp:12"));
     });
-    define("kalvex.bigdata.BigDataException.build", [this](const Call& c) {
+    stub("kalvex.bigdata.BigDataException.build", [this](const Call& c) {
       Value made = call("kalvex.bigdata.BigDataException");
       session.set(made.get(), "Cause", get(matrix::sharedCopy(c.in(0)), "message").get());
       c.out(0, std::move(made));
     });
-    define("attachSubmissionStack", [this](const Call& c) {
+    stub("attachSubmissionStack", [this](const Call& c) {
       session.set(c.in(0), "Submission", c.in(1));
       c.out(0, matrix::sharedCopy(c.in(0)));
     });
-    define("updateAndRethrow", [this](const Call& c) {
+    stub("updateAndRethrow", [this](const Call& c) {
       const Value error = matrix::sharedCopy(c.in(0));
       const Value submission = get(error, "Submission");
       const std::string where =
@@ -119,7 +119,9 @@ TEST_F(FunctionHandles, CallTheirFunctionWithAnyNumberOfInputs) {
 TEST_F(FunctionHandles, AFailureComesBackAtTheUsersLine) {
   const Value made = handle(failing(), errorStack, makeString("line 12"));
   EXPECT_EQ(messageOf([&] { invoke(made, "feval", makeDouble(1)); }), "my own message at line 12");
-  EXPECT_EQ(takeCalls(), "build attachSubmissionStack updateAndRethrow");
+  EXPECT_EQ(takeTrace(),
+            "build(KException) attachSubmissionStack(BigDataException line 12) "
+            "updateAndRethrow(BigDataException)");
 }
 
 TEST_F(FunctionHandles, WithoutAStackOrWithAnEmptyOneNoneIsAttached) {
@@ -143,7 +145,7 @@ TEST_F(FunctionHandles, AnErrorThatIsBuiltAlreadyIsNotBuiltAgain) {
 }
 
 TEST_F(FunctionHandles, AnErrorThatIsSwallowedIsNoError) {
-  define("updateAndRethrow");
+  stub("updateAndRethrow");
   const Value made = handle(failing(), captureErrorStack, makeLogical(false));
   EXPECT_EQ(errorOf([&] { invoke(made, "feval"); }), "no error");
 }
@@ -160,7 +162,7 @@ TEST_F(FunctionHandles, ACopySharesThePlainFunctionAndCopiesWhatCanBeCopied) {
   auto copyable = std::make_shared<kv::host::ClassDefinition>();
   copyable->name = "kalvex.mixin.Copyable";
   session.defineClass(copyable);
-  define("copy", [this](const Call& c) { c.out(0, call("kalvex.mixin.Copyable")); });
+  stub("copy", [this](const Call& c) { c.out(0, call("kalvex.mixin.Copyable")); });
 
   const Value plain = handle(makeFunctionHandle("sin"), maxNumSlices, makeDouble(5));
   const Value copied = invoke(plain, "copy");

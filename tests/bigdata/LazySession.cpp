@@ -33,19 +33,6 @@ constexpr OperationRow kOperations[] = {
     {"TernaryOperation", kOne, kOne},     {"CacheOperation", kOne, kOne},
 };
 
-std::string lastPart(const std::string& name) { return name.substr(name.rfind('.') + 1); }
-
-/// A number, a flag or a text as it reads; of anything else the class, without its package.
-std::string shown(const kxArray* value) {
-  const kxClassID classId = kxGetClassID(value);
-  const bool isText = classId == kxCHAR_CLASS || classId == kxSTRING_CLASS;
-  if (isText && kxGetM(value) == 1) return kv::host::toText(value);
-  if (!kxIsScalar(value) || kcos::omIsKCOS(value)) return lastPart(kxGetClassName(value));
-  if (classId == kxLOGICAL_CLASS) return kxGetLogicals(value)[0] ? "true" : "false";
-  if (classId != kxDOUBLE_CLASS) return kxGetClassName(value);
-  return std::to_string(static_cast<long>(kxGetScalar(value)));
-}
-
 constexpr auto kOperationClass = "kalvex.bigdata.internal.lazyeval.Operation";
 
 std::shared_ptr<ClassDefinition> simpleClass(std::string name, std::vector<std::string> supers,
@@ -193,47 +180,6 @@ Value LazySession::wrapper(std::string_view className, Value value) {
   Value object = make(std::string(className));
   session.set(object.get(), "Value", value.get());
   return object;
-}
-
-void LazySession::stub(const std::string& name, NativeBody body) {
-  session.defineFunction(name, [this, name, body = std::move(body)](const Call& c) {
-    note(name, c);
-    if (body) body(c);
-  });
-}
-
-void LazySession::note(const std::string& name, const Call& call) {
-  HostCall noted{name, {}};
-  for (int i = 0; i < call.nrhs; ++i) noted.inputs.push_back(matrix::sharedCopy(call.in(i)));
-  calls.push_back(std::move(noted));
-}
-
-std::string LazySession::takeCalls() {
-  std::string names;
-  for (const HostCall& noted : calls) {
-    names += (names.empty() ? "" : " ") + lastPart(noted.name);
-  }
-  calls.clear();
-  return names;
-}
-
-std::string LazySession::takeTrace() {
-  std::string trace;
-  for (const HostCall& noted : calls) {
-    std::string inputs;
-    for (const Value& input : noted.inputs)
-      inputs += (inputs.empty() ? "" : " ") + shown(input.get());
-    trace += (trace.empty() ? "" : " ") + lastPart(noted.name) + "(" + inputs + ")";
-  }
-  calls.clear();
-  return trace;
-}
-
-const LazySession::HostCall& LazySession::lastCall(std::string_view name) const {
-  for (auto noted = calls.rbegin(); noted != calls.rend(); ++noted) {
-    if (noted->name == name) return *noted;
-  }
-  throw std::out_of_range("no call of " + std::string(name));
 }
 
 Value LazySession::newTasks(std::size_t count, const Value& strategy) {

@@ -25,15 +25,10 @@ using PromisePtr = ki::KalvexManagedPtr<ClosurePromise>;
 using OperationPtr = ki::KalvexManagedPtr<Operation>;
 using LazyArrayPtr = ki::KalvexManagedPtr<LazyPartitionedArray>;
 
-/// A session with the core in it and a host side that has every name the lazy graph reaches. Each
-/// notes that it was called, and with what.
+/// A session with the core in it and a host side that has every name the lazy graph reaches, each a
+/// stub.
 class LazySession : public CoreSession {
  protected:
-  struct HostCall {
-    std::string name;
-    std::vector<Value> inputs;
-  };
-
   LazySession();
 
   // Making things.
@@ -48,16 +43,6 @@ class LazySession : public CoreSession {
   }
   Value wrapper(std::string_view className, Value value);  ///< LocalArray or BroadcastArray
 
-  /// Defines a function that notes its calls and then runs `body`.
-  void stub(const std::string& name, kv::host::NativeBody body = {});
-  void note(const std::string& name, const Call& call);
-  /// Names of the calls since the last look, separated by blanks.
-  std::string takeCalls();
-  /// The same with their inputs: "copy(2) throw(KException IncludeCalleeStack true)".
-  std::string takeTrace();
-  const HostCall& lastCall(std::string_view name) const;
-
-  std::vector<HostCall> calls;
   Value executor = kv::host::makeString("default executor");
   Value overridingExecutor;
   /// What `createExecutionTasks` of the task graph gives.
