@@ -74,18 +74,21 @@ TEST_F(ArrayMethodsTest, FilterSlicesCountsWithoutTheSelection) {
   EXPECT_EQ(promiseOf(kept[0]).getClosure()->getInputFutures().size(), 2u);
 }
 
-TEST_F(ArrayMethodsTest, FilterSlicesWithoutInputsHandsOnAWrappedCount) {
+TEST_F(ArrayMethodsTest, WithoutInputsFilterSlicesHandsOnAWrappedCountAndOthersRefuse) {
   kxArray* output = nullptr;
   EXPECT_EQ(errorOf([&] {
               filterslices({1, &output, 0, nullptr});
             }),
             "KALVEX:validateattributes:invalidType | Input | scalar size_t | 1x1 double");
   EXPECT_EQ(number(constructed("FilterOperation").inputs[0]), 18446744073709551616.0);
+  RawInputs none{0, nullptr};
+  EXPECT_EQ(errorOf([&] { takeLeading<FunctionPtr>(none); }), "KALVEX:NotEnoughInputs");
 }
 
 /// What a method gives its operation's constructor, and the strategy of its result. In `inputs`: o
-/// options, f and g functions, x the lazy array, 2 the number 2, c two partitions, t true, 4
-/// partition metadata. In `given`: the same letters, i and n the counts of inputs and outputs.
+/// options, f and g functions, x the lazy array, 2 the number 2, l a local array of it, c two
+/// partitions, t true, 4 partition metadata. In `given`: the same letters, i and n the counts of
+/// inputs and outputs.
 struct MethodRow {
   std::string_view method, operation, inputs, given;
   std::string_view strategy = "FixedNumPartitionStrategy";
@@ -107,7 +110,7 @@ constexpr MethodRow kRows[] = {
     {"aggregatebykeyfun", "AggregateByKeyOperation", "fgxc", "ofg2 1",
      "ArbitraryPartitionStrategy"},
     {"chunkfun", "ChunkwiseOperation", "fc", "of1 1"},
-    {"fixedchunkfun", "FixedChunkwiseOperation", "o2fc", "o2f1 1"},
+    {"fixedchunkfun", "FixedChunkwiseOperation", "olfc", "o2f1 1"},
     {"partitionfun", "PartitionwiseOperation", "fc", "of1 1", "FixedNumPartitionStrategy", true},
     {"generalpartitionfun", "GeneralizedPartitionwiseOperation", "fc", "of1 1",
      "FixedNumPartitionStrategy", true},
@@ -127,6 +130,7 @@ TEST_F(ArrayMethodsTest, MethodsMakeTheirOperationsFromTheirInputs) {
     made['c'] = callWith("createFromFutureBuiltin", {valueFuture.get(), two.get()});
     made['t'] = kv::host::makeLogical(true);
     made['g'] = plus();
+    made['l'] = wrapper("LocalArray", kv::host::makeDouble(2));
     for (const auto& [letter, value] :
          {std::pair{'o', &options}, {'f', &function}, {'x', &x}, {'2', &two}, {'4', &metadata}}) {
       made[letter] = matrix::sharedCopy(value->get());
@@ -256,16 +260,6 @@ TEST_F(ArrayMethodsTest, RandomStateBringsAStreamFactoryOnce) {
   for (int i = 0; i < 2; ++i) method("elementfun", 1, {options.get(), function.get(), x.get()});
   EXPECT_EQ(takeCalls(), "RandStreamFactory keepAlive keepAlive");
   EXPECT_EQ(getText(options, "RandStreamFactory"), "factory");
-}
-
-TEST_F(ArrayMethodsTest, TakesCountsAndMetadataOffTheFront) {
-  const Value local = wrapper("LocalArray", kv::host::makeDouble(7));
-  const Value metadata = make("PartitionMetadata", two);
-  const kxArray* list[] = {local.get(), metadata.get()};
-  RawInputs inputs{2, list};
-  EXPECT_EQ(takeLeading<std::size_t>(inputs), 7u);
-  EXPECT_TRUE(takeLeading<ki::KalvexManagedPtr<PartitionMetadata>>(inputs));
-  EXPECT_EQ(errorOf([&] { takeLeading<FunctionPtr>(inputs); }), "KALVEX:NotEnoughInputs");
 }
 
 }  // namespace
