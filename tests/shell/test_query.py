@@ -267,6 +267,40 @@ def test_an_interrupt_ends_with_130_and_one_line(run: Run) -> None:
     assert time.monotonic() - sent < 2
 
 
+def test_explain_prints_the_plan_of_the_query(run: Run) -> None:
+    words = ["small.csv", "mean(x)", "--where", "y > 4"]
+    plan = run("explain", *words)
+    assert (plan.returncode, plan.stderr) == (0, "")
+    assert plan.stdout == run("query", *words, "--explain").stdout
+    assert json.loads(run("explain", *words, "--json").stdout) == {"plan": plan.stdout}
+    assert run("explain", *words, "--json", "--dot").returncode == 2
+
+
+def test_explain_draws_the_lazy_graph(run: Run) -> None:
+    words = ["small.csv", r"""max(where(x > 1, "a\\b", word))""", "n = sum(x)", "--dot"]
+    done = run("explain", *words)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert run("explain", *words).stdout == done.stdout
+    opening, *statements, closing = done.stdout.splitlines()
+    assert (opening, closing) == ("digraph {", "}")
+    label = r'label="((?:[^"\\]|\\.)*)"'
+    nodes, edges = {}, []
+    for statement in statements:
+        if node := re.fullmatch(rf"  (n\d+) \[(?:(shape=box|peripheries=2), )?{label}\];", statement):
+            nodes[node[1]] = (node[2], node[3])
+        else:
+            edges.append(re.fullmatch(r"  (n\d+) -> (n\d+);", statement).groups())
+    assert {end for edge in edges for end in edge} == set(nodes)
+    closures = [text for shape, text in nodes.values() if shape == "shape=box"]
+    assert sorted(text.split(r"\n")[0] for text in closures) == [
+        "AggregateOperation", "AggregateOperation", "ElementwiseOperation", "ElementwiseOperation", "ReadOperation",
+        "SubsrefTabularVarOperation", "SubsrefTabularVarOperation", "SubsrefTabularVarOperation",
+    ]
+    assert r"AggregateOperation\nn:5" in closures
+    answers = [text for shape, text in nodes.values() if shape == "peripheries=2"]
+    assert sorted(answers) == [r'future\nmax(where(x > 1, \"a\\\\b\", word))', r"future\nn"]
+
+
 def test_the_examples_in_help_work(run: Run) -> None:
     text = run("query", "--help").stdout
     examples = re.findall(r"^  (kvbig .*)$", text, re.MULTILINE)

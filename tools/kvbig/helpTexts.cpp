@@ -19,6 +19,7 @@ constexpr std::string_view kExamples = R"(Examples:
   kvbig query 'flight*.csv' 'sum(distance)' --type distance=int64 --json
   kvbig query flights.csv 'mean(dep_delay)' --where 'rand() < 0.01' --seed 7
   kvbig query flights.csv 'max(dep_delay)' --explain
+  kvbig explain flights.csv 'std(dep_delay - mean(dep_delay))' --dot
   kvbig describe kalvex.bigdata.internal.lazyeval.Closure
 )";
 

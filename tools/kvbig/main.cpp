@@ -28,26 +28,45 @@ struct DescribeRequest {
   bool json = false;
 };
 
+/// What is asked, of which rows: the same for all commands that take expressions.
+void addQuestion(CLI::App& command, QueryRequest& request) {
+  command.add_option("PATH", request.path, "A file, a folder (its *.csv), or a quoted glob")
+      ->required();
+  command.add_option("EXPR", request.expressions, "Such as mean(x), or late = mean(x > 60)")
+      ->required();
+  command
+      .add_option("-f,--file", request.furtherPaths, "One more path with rows of the same table")
+      ->type_name("PATH")
+      ->allow_extra_args(false);
+  command.add_option("--where", request.where, "Only rows for which this holds")->type_name("EXPR");
+  command.add_option("--type", request.types, "Fix the type of a column")
+      ->type_name("NAME=TYPE")
+      ->allow_extra_args(false);
+  command.add_option("--seed", request.seed, "Make the numbers of rand() the same in each run")
+      ->type_name("N")
+      ->check(CLI::Range(std::uint64_t{0}, kv::shell::kMaxSeed).description(""));
+}
+
 void addQuery(CLI::App& app, QueryRequest& request) {
   CLI::App* query = app.add_subcommand("query", "Evaluate expressions over a table in CSV files");
   query->footer(kv::shell::queryHelp());
-  query->add_option("PATH", request.path, "A file, a folder (its *.csv), or a quoted glob")
-      ->required();
-  query->add_option("EXPR", request.expressions, "Such as mean(x), or late = mean(x > 60)")
-      ->required();
-  query->add_option("-f,--file", request.furtherPaths, "One more path with rows of the same table")
-      ->type_name("PATH")
-      ->allow_extra_args(false);
-  query->add_option("--where", request.where, "Only rows for which this holds")->type_name("EXPR");
-  query->add_option("--type", request.types, "Fix the type of a column")
-      ->type_name("NAME=TYPE")
-      ->allow_extra_args(false);
-  query->add_option("--seed", request.seed, "Make the numbers of rand() the same in each run")
-      ->type_name("N")
-      ->check(CLI::Range(std::uint64_t{0}, kv::shell::kMaxSeed).description(""));
+  addQuestion(*query, request);
   query->add_flag("--json", request.json, "Print one JSON object");
   query->add_flag("--explain", request.explain, "Print the plan and read no data");
   query->callback([&] { kv::shell::runQuery(request); });
+}
+
+void addExplain(CLI::App& app, QueryRequest& request) {
+  CLI::App* explain = app.add_subcommand("explain", "Show what a query would do; reads no data");
+  explain->footer(kv::shell::queryHelp());
+  addQuestion(*explain, request);
+  CLI::Option* json = explain->add_flag("--json", request.json, "Print the plan as JSON");
+  explain->add_flag("--dot", request.dot, "Print the lazy graph as DOT, for Graphviz")
+      ->excludes(json);
+  explain->callback([&] {
+    request.explain = true;
+    kv::shell::runQuery(request);
+  });
 }
 
 void addDescribe(CLI::App& app, DescribeRequest& request) {
@@ -93,6 +112,7 @@ kv::shell::ExitCode run(int argc, char** argv) {
   QueryRequest queryRequest;
   DescribeRequest describeRequest;
   addQuery(app, queryRequest);
+  addExplain(app, queryRequest);
   addDescribe(app, describeRequest);
   app.add_subcommand("version", "Print the release")->callback(printVersion);
   const std::span words(argv, static_cast<std::size_t>(argc));

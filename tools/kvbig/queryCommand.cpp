@@ -1,6 +1,7 @@
 #include "queryCommand.h"
 
 #include <fmt/format.h>
+#include <kv/lazyGraph.h>
 #include <kv/userPlace.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@
 #include "formula/FormulaError.h"
 #include "formula/checkFormula.h"
 #include "formula/parseFormula.h"
+#include "graphAsDot.h"
 #include "interrupts.h"
 #include "output.h"
 #include "recordFormula.h"
@@ -143,11 +145,12 @@ void runQuery(const QueryRequest& request) {
   const Table table = openTable(session, request);
   const std::vector<Array> arrays = record(session, table, query);
   throwIfInterrupted();
+  std::vector<std::string> labels;
+  for (const Formula& formula : query.formulas) labels.push_back(formula.label);
+  if (request.dot) return writeOut(graphAsDot(lazyGraph(arrays), labels));
   if (request.explain) return writeOut(planAsText(session.explain(arrays), request.json));
 
   const Gathered gathered = evaluate(session, arrays, query);
-  std::vector<std::string> labels;
-  for (const Formula& formula : query.formulas) labels.push_back(formula.label);
   writeOut(request.json ? resultsAsJson(labels, gathered) : resultsAsTable(labels, gathered));
 }
 

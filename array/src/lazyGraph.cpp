@@ -1,0 +1,83 @@
+#include "kv/lazyGraph.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "handles.h"
+
+namespace kv {
+
+namespace {
+
+constexpr std::string_view kClosure = "kalvex.bigdata.internal.lazyeval.Closure";
+constexpr std::string_view kPromise = "kalvex.bigdata.internal.lazyeval.ClosurePromise";
+
+host::Value columnOf(const host::Value& graph, kcos::NameRef table, std::string_view column) {
+  const host::Value rows = host::getProperty(graph.get(), table);
+  const host::Value name = host::makeString(column);
+  return host::call("column", {rows.get(), name.get()});
+}
+
+LazyGraph::Kind kindOf(std::string_view className) {
+  if (className == kClosure) return LazyGraph::Kind::Closure;
+  return className == kPromise ? LazyGraph::Kind::Promise : LazyGraph::Kind::Future;
+}
+
+StackFrame placeOf(const kxArray* stack) {
+  if (kxGetClassID(stack) != kxSTRUCT_CLASS || kxIsEmpty(stack)) return {};
+  return {host::toText(kxGetField(stack, 0, "file")), host::toText(kxGetField(stack, 0, "name")),
+          static_cast<int>(host::toDouble(kxGetField(stack, 0, "line")))};
+}
+
+LazyGraph::Node nodeOf(const std::string& name, const kxArray* object) {
+  LazyGraph::Node node{name, kindOf(kxGetClassName(object)), {}, {}};
+  if (node.kind != LazyGraph::Kind::Closure) return node;
+  const host::Value operation = host::getProperty(object, "Operation");
+  node.operation = kxGetClassName(operation.get());
+  node.place = placeOf(host::getProperty(operation.get(), "Stack").get());
+  return node;
+}
+
+std::string futureOf(const Array& array) {
+  const host::Value future = host::getProperty(array.handle().value.get(), "ValueFuture");
+  return host::toText(host::getProperty(future.get(), "IdStr").get());
+}
+
+LazyGraph read(const host::Value& graph, std::span<const Array> arrays) {
+  LazyGraph read;
+  std::map<std::string, std::size_t> numbers;
+  const host::Value objects = columnOf(graph, "Nodes", "NodeObj");
+  for (const std::string& name : host::toTexts(columnOf(graph, "Nodes", "Name").get())) {
+    const std::size_t number = read.nodes.size();
+    numbers.emplace(name, number);
+    read.nodes.push_back(nodeOf(name, kxGetCell(objects.get(), number)));
+  }
+  // Column by column: all sources, then all targets.
+  const auto ends = host::toTexts(columnOf(graph, "Edges", "EndNodes").get());
+  const std::size_t count = ends.size() / 2;
+  for (std::size_t i = 0; i < count; ++i) {
+    read.edges.push_back({numbers.at(ends[i]), numbers.at(ends[count + i])});
+  }
+  std::ranges::sort(read.edges, {}, [](const auto& edge) { return std::pair(edge.from, edge.to); });
+  for (const Array& array : arrays) read.results.push_back(numbers.at(futureOf(array)));
+  return read;
+}
+
+}  // namespace
+
+LazyGraph lazyGraph(std::span<const Array> arrays, Where where) {
+  const auto session = sessionOf(arrays);
+  return publicCall(*session, where, [&] {
+    CallInputs inputs;
+    for (const Array& array : arrays) inputs.lend(array.handle().value);
+    const host::Value shown =
+        host::call("kalvex.bigdata.internal.optimizer.ClosureGraph", inputs.list());
+    return read(host::getProperty(shown.get(), "Graph"), arrays);
+  });
+}
+
+}  // namespace kv
