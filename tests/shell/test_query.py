@@ -241,6 +241,12 @@ def test_results_that_cant_be_written_end_with_4(run: Run) -> None:
     assert "No space left" in done.stderr
 
 
+def test_an_error_that_cant_be_written_keeps_its_exit_code(run: Run) -> None:
+    with open("/dev/full", "w") as full:
+        done = subprocess.run([run.tool, "query", "nowhere.csv", "mean(x)"], cwd=run.folder, stderr=full)
+    assert done.returncode == 3
+
+
 def test_a_reader_that_leaves_is_no_error_to_talk_about(run: Run) -> None:
     process = subprocess.Popen(
         [run.tool, "query", "flights.csv", "mean(dep_delay)"],
