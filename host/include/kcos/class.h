@@ -188,6 +188,21 @@ class KV_HOST_API COSClassInfo {
   /// Called after an object has been made by load construction and filled.
   virtual void instanceLoaded(COSInterface* /*object*/) {}
 
+  /// Gives an object that is being saved in a form of the class's own: `record`, a 1-by-1 structure
+  /// that the host takes over, and its data type. False: the host saves the stored properties.
+  virtual bool customSave(COSInterfacePtr /*object*/, kxArray*& /*record*/,
+                          COSInternedBase& /*type*/) {
+    return false;
+  }
+
+  /// Makes the object that `record` stands for, as `customSave` gave it. An object in the record
+  /// may not be filled yet, so it may be referred to and not be asked anything. False, and nothing
+  /// made: the class has no such form.
+  virtual bool customLoad(COSInterfacePtr& /*object*/, const kxArray* /*record*/,
+                          COSInternedBase /*type*/) {
+    return false;
+  }
+
   /// The host frees class infos with this pair, so they are made with it too.
   static void* operator new(std::size_t bytes);
   static void operator delete(void* memory) noexcept;

@@ -41,6 +41,17 @@ struct MethodDefinition {
   bool isAbstract = false;
 };
 
+/// What of an object is saved besides its stored properties, for classes whose objects own a C++
+/// value; without one such objects can't be saved.
+struct SavedForm {
+  /// The value to save with the object; null for none.
+  std::function<Value(const kxArray* object)> save{};
+  /// Gives a loaded object, whose properties are set, its C++ value from what `save` gave. Trusts
+  /// nothing of it, opens nothing and runs no user's code.
+  /// Errors: any; the file is then refused with its text.
+  std::function<void(const kxArray* object, const kxArray* saved)> restore{};
+};
+
 struct ClassDefinition {
   std::string name{};  ///< full, with packages
   std::vector<std::string> superclasses{};
@@ -50,6 +61,7 @@ struct ClassDefinition {
   std::optional<MethodDefinition> constructor{};
   std::vector<MethodDefinition> methods{};
   bool isSealed = false;
+  std::optional<SavedForm> savedForm{};
 };
 
 /// Bodies for methods that a native class only declares.

@@ -70,6 +70,17 @@ class KV_HOST_API StackSource {
   virtual Frame resolve(const StackPlace& place) = 0;
 };
 
+/// Why a file that was read whole is refused all the same: which of its objects, and what is wrong.
+struct LoadRefusal {
+  std::size_t object;
+  std::string reason;
+};
+
+/// Looks at all objects that a file brought, filled, before anybody else sees them. Runs no user's
+/// code.
+using LoadValidator =
+    std::function<std::optional<LoadRefusal>(std::span<const kxArray* const> objects)>;
+
 /// Builtins as native libraries export them; outputs come as raw slots or as owning ones.
 using RawBuiltin = void (*)(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs);
 using OwningBuiltin = void (*)(int nlhs, Value* plhs, int nrhs, const kxArray** prhs);
@@ -143,6 +154,27 @@ class KV_HOST_API Session {
                      std::span<const std::pair<std::string, const kxArray*>> properties);
   /// Copy construction: a new object of the same class with the same stored properties.
   Value copyInstance(const kxArray* object);
+
+  // --- Save and load: see docs/format.md ---
+
+  /// Saves a value with all objects that it leads to. The file appears whole or not at all: a crash
+  /// or an error leaves what was there before.
+  /// Errors: "KALVEX:save:NotSaveable" with class and reason; "KALVEX:save:CannotWrite" with path
+  /// and reason.
+  void save(const std::string& path, const kxArray* value);
+  /// Loads what `save` wrote. Runs no user's code; without `trusted`, functions and operations that
+  /// come out refuse to be evaluated.
+  /// Errors: "KALVEX:load:Corrupt" with section, offset and reason, "KALVEX:load:UnknownClass" with
+  /// the class, "KALVEX:load:CannotRead" with path and reason; nothing is left behind then.
+  Value load(const std::string& path, bool trusted);
+  std::string saveBytes(const kxArray* value);
+  Value loadBytes(std::string_view bytes, bool trusted);
+
+  /// What a library that knows its objects' rules checks after each load.
+  void addLoadValidator(LoadValidator validator);
+  /// Declares that calling `method` on an object of `className` evaluates it: refused on an object
+  /// that was loaded without trust.
+  void guardMethod(std::string_view className, std::string_view method);
 
   ClassDescription describe(std::string_view name);
   /// Full names of the classes that libraries entered, in that order.
