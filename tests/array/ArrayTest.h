@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "runtime/TempFolder.h"
+#include "support/TempFolder.h"
 
 namespace kv::test {
 
@@ -29,7 +29,7 @@ class ArrayTest : public testing::Test {
   }
 
   Session session;
-  runtime::test::TempFolder folder;
+  TempFolder folder;
 };
 
 /// The Error that `action` raises.

@@ -174,7 +174,7 @@ class Lifetime : public testing::Test {
 };
 
 TEST_F(Lifetime, ArraysMayOutliveTheirSessionAndBeDroppedOnAnyThread) {
-  runtime::test::TempFolder folder;
+  TempFolder folder;
   auto session = std::make_unique<Session>();
   std::optional<Table> table = session->read(folder.write("t.csv", "x\n1\n2\n"));
   std::optional<Array> x = table->column("x");
@@ -196,7 +196,7 @@ TEST_F(Lifetime, ArraysMayOutliveTheirSessionAndBeDroppedOnAnyThread) {
 }
 
 TEST_F(Lifetime, ThreadsMayShareASession) {
-  runtime::test::TempFolder folder;
+  TempFolder folder;
   Session session;
   const Array x = session.read(folder.write("t.csv", "x\n1\n2\n")).column("x");
   std::vector<double> sums(4);

@@ -8,13 +8,13 @@
 #include <vector>
 
 #include "datastore/textCheck.h"
-#include "runtime/TempFolder.h"
+#include "support/TempFolder.h"
 
 namespace kv::runtime {
 namespace {
 
 using namespace std::string_view_literals;
-using test::TempFolder;
+using kv::test::TempFolder;
 
 struct FileContent {
   std::vector<std::string> header;

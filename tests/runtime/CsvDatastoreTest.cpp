@@ -10,17 +10,17 @@
 #include <vector>
 
 #include "kv/runtime/csv.h"
-#include "runtime/TempFolder.h"
 #include "runtime/readAll.h"
+#include "support/TempFolder.h"
 
 namespace kv::runtime {
 namespace {
 
+using kv::test::TempFolder;
 using test::allTexts;
 using test::allValues;
 using test::dataErrorOf;
 using test::readAll;
-using test::TempFolder;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

@@ -6,17 +6,17 @@
 #include <vector>
 
 #include "kv/runtime/csv.h"
-#include "runtime/TempFolder.h"
 #include "runtime/readAll.h"
+#include "support/TempFolder.h"
 
 namespace kv::runtime {
 namespace {
 
 using namespace std::string_literals;
+using kv::test::TempFolder;
 using test::dataErrorOf;
 using test::namesOf;
 using test::readAll;
-using test::TempFolder;
 
 struct BadFile {
   std::string text;

@@ -10,11 +10,12 @@
 
 #include "kv/host/session.h"
 #include "kv/runtime/runtime.h"
-#include "runtime/TempFolder.h"
+#include "support/TempFolder.h"
 
 namespace kv::runtime::test {
 
 using host::Value;
+using kv::test::TempFolder;
 
 /// A session with core and runtime, a folder for files, and the verbs of recording by name.
 class RuntimeSession : public ::testing::Test {

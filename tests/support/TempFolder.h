@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace kv::runtime::test {
+namespace kv::test {
 
 /// A folder of its own for one test, removed with all that is in it.
 class TempFolder {
@@ -31,4 +31,4 @@ class TempFolder {
   std::filesystem::path path_;
 };
 
-}  // namespace kv::runtime::test
+}  // namespace kv::test
