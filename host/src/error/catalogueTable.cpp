@@ -33,6 +33,9 @@ constexpr CatalogueEntry kHostCatalogue[] = {
      "A session that keeps its classes per process must be the only one that is open."},
 
     // Save and load.
+    {"KALVEX:save:NotSaveable", "An object of class '{0}' can't be saved: {1}."},
+    {"KALVEX:save:CannotWrite", "'{0}' can't be written: {1}."},
+    {"KALVEX:load:CannotRead", "'{0}' can't be read: {1}."},
     {"KALVEX:load:Corrupt", "Corrupt data in section '{0}' at offset {1}: {2}."},
     {"KALVEX:load:UnknownClass", "The saved class '{0}' isn't defined."},
     {"KALVEX:load:NotTrusted",
