@@ -10,6 +10,7 @@
 #include "lazyeval/ClosureFuture.h"
 #include "lazyeval/LazyPartitionedArray.h"
 #include "lazyeval/arrayMethods.h"
+#include "lazyeval/arrayPersistence.h"
 #include "lazyeval/leadingValues.h"
 #include "lazyeval/reuse.h"
 #include "util/CosClientTraits.h"
@@ -84,8 +85,26 @@ class LazyPartitionedArrayCosClassInfo final
         .declareStaticMethod("cleanupOldCacheEntries", Access::Private);
   }
 
+  bool customSave(kcos::COSInterfacePtr object, kxArray*& record,
+                  kcos::COSInternedBase& type) override {
+    record = makeArrayRecord(*nativeArray(object)).release();
+    type = kcos::internal::makeInterned("any");
+    return true;
+  }
+
+  bool customLoad(kcos::COSInterfacePtr& object, const kxArray* record,
+                  kcos::COSInternedBase /*type*/) override {
+    object = kcos::COSInterfacePtr(loadArray(record).interface(), kcos::COSReferenceType::Strong);
+    return true;
+  }
+
  private:
   using Builder = ki::CosClassBuilder<LazyPartitionedArray>;
+
+  static ki::KalvexManagedPtr<LazyPartitionedArray> nativeArray(kcos::COSInterface* object) {
+    void* native = object->getInstanceData(ki::classKey<LazyPartitionedArray>());
+    return {static_cast<LazyPartitionedArray*>(native), object};
+  }
 
   /// Adds a method whose function takes leading values and then the raw call: they are taken off
   /// the front of the inputs, in order, and what is left is passed on.

@@ -3,8 +3,8 @@
 #include "foundation/exception.h"
 #include "kv/host/export.h"
 
-// The ids of all errors that the library raises by itself, one tag each, under the name of the id.
-// Raise one with `foundation::core::except::raise<Tag>(arguments...)`.
+// The ids of all errors and warnings that the library raises by itself, one tag each, under the
+// name of the id. Raise an error with `foundation::core::except::raise<Tag>(arguments...)`.
 
 namespace KALVEX::bigdata::array {
 
@@ -19,6 +19,10 @@ struct KV_HOST_API IncompatibleTallIndexing {
 };
 struct KV_HOST_API IncompatibleTallExecutor {
   static constexpr const char *category = kCategory, *key = "IncompatibleTallExecutor";
+};
+/// A warning. Argument: the release that saved the array.
+struct KV_HOST_API InvalidTallVersion {
+  static constexpr const char *category = kCategory, *key = "InvalidTallVersion";
 };
 
 }  // namespace KALVEX::bigdata::array
