@@ -16,17 +16,17 @@ namespace {
 using Builder = CompositeDataProcessorBuilder;
 using matrix::ArrayPtr;
 
-/// An input of a builder: ids of both.
+/// An input of a builder. By object: two builders may have one id, as one and its loaded copy do.
 struct Edge {
-  std::u16string source;
-  std::u16string target;
+  const Builder* source;
+  const Builder* target;
 };
 
 std::vector<Edge> edgesInto(const Builder::Builders& builders) {
   std::vector<Edge> edges;
   for (const Builder::BuilderPtr& builder : builders) {
     for (const auto& input : builder->getInputBuilders()) {
-      edges.push_back({input->getId(), builder->getId()});
+      edges.push_back({&*input, &*builder});
     }
   }
   return edges;
@@ -35,8 +35,8 @@ std::vector<Edge> edgesInto(const Builder::Builders& builders) {
 ArrayPtr edgeTable(const std::vector<Edge>& edges) {
   ArrayPtr table = Torvane::String::createStringArray(edges.size(), 2);
   for (std::size_t row = 0; row < edges.size(); ++row) {
-    Torvane::String::setString(table.get(), row, edges[row].source);
-    Torvane::String::setString(table.get(), edges.size() + row, edges[row].target);
+    Torvane::String::setString(table.get(), row, edges[row].source->getId());
+    Torvane::String::setString(table.get(), edges.size() + row, edges[row].target->getId());
   }
   return table;
 }
@@ -45,7 +45,7 @@ ArrayPtr edgeTable(const std::vector<Edge>& edges) {
 ArrayPtr ordinalColumn(const std::vector<Edge>& edges) {
   ArrayPtr column = matrix::from_kalvex(kxCreateDoubleMatrix(edges.size(), 1, 0));
   auto* ordinals = static_cast<double*>(kxGetMutableData(column.get()));
-  std::u16string_view lastTarget;
+  const Builder* lastTarget = nullptr;
   double ordinal = 1;
   for (std::size_t row = 0; row < edges.size(); ++row) {
     if (edges[row].target != lastTarget) {

@@ -16,7 +16,11 @@ struct TaskPlan;
 ///
 /// Nothing is optimised here: which tasks a closure turns into is up to the host side's
 /// `createExecutionTasks`, which is asked closure by closure in dependency order. Work that is done
-/// isn't planned again. Whoever uses the output tasks or the maps looks up by id.
+/// isn't planned again.
+///
+/// The maps have an entry a closure, in one order: entry i of both is about the same one. Ids
+/// aren't identity, so whoever may meet a closure beside its loaded copy goes by entries and not by
+/// keys.
 class LazyTaskGraph final : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.lazyeval.LazyTaskGraph";

@@ -25,16 +25,6 @@ namespace {
 
 using Closures = std::vector<KalvexManagedPtr<Closure>>;
 
-/// By id, so that the order in which inputs reach the host doesn't depend on addresses.
-void sortById(Closures& closures) {
-  if (closures.size() > 1) {
-    std::ranges::sort(closures,
-                      [](const KalvexManagedPtr<Closure>& a, const KalvexManagedPtr<Closure>& b) {
-                        return a->uniqueId() < b->uniqueId();
-                      });
-  }
-}
-
 /// Builds a plan closure by closure.
 class Planner {
  public:
@@ -43,10 +33,10 @@ class Planner {
 
   void add(const KalvexManagedPtr<Closure>& closure) {
     Closures dependencies = closure->getDirectDependencies();
-    sortById(dependencies);
+    sort(dependencies);
     const ArrayPtr created = createExecutionTasks(closure, dependencies);
     append(created.get(), *closure);
-    taskOf_.emplace(closure.get(), tasks_.back());
+    planned_.emplace(closure.get(), Planned{tasks_.back(), closureTasks_.size()});
     closureTasks_.push_back(
         {closure, matrix::from_kalvex(kcos::omCreateKCOSScalar(tasks_.back()))});
   }
@@ -54,6 +44,31 @@ class Planner {
   TaskPlan finish() && { return {std::move(closureTasks_), makeTaskArray(tasks_)}; }
 
  private:
+  /// The output task of a closure, and where the closure stands in the plan.
+  struct Planned {
+    kcos::COSInterfacePtr task;
+    std::size_t position;
+  };
+
+  /// By id, so that the order in which inputs reach the host doesn't depend on addresses; those
+  /// with one id, such as a closure and its loaded copy, as they were planned.
+  void sort(Closures& closures) const {
+    if (closures.size() < 2) {
+      return;
+    }
+    std::ranges::sort(closures, [this](const auto& a, const auto& b) {
+      const auto& first = a->uniqueId();
+      const auto& second = b->uniqueId();
+      return first == second ? positionOf(*a) < positionOf(*b) : first < second;
+    });
+  }
+
+  /// A closure that wasn't planned stands behind all others.
+  std::size_t positionOf(const Closure& closure) const {
+    const auto found = planned_.find(&closure);
+    return found == planned_.end() ? planned_.size() : found->second.position;
+  }
+
   ArrayPtr createExecutionTasks(const KalvexManagedPtr<Closure>& closure,
                                 const Closures& dependencies) const {
     const ArrayPtr closureArray = ki::toArray(closure);
@@ -70,12 +85,12 @@ class Planner {
     std::vector<kcos::COSInterfacePtr> tasks;
     tasks.reserve(closures.size());
     for (const KalvexManagedPtr<Closure>& closure : closures) {
-      const auto planned = taskOf_.find(closure.get());
-      if (planned == taskOf_.end()) {
+      const auto planned = planned_.find(closure.get());
+      if (planned == planned_.end()) {
         throwInternalError(fl::i18n::to_string(closure->getIdStr()) +
                            " became an input while the plan was made");
       }
-      tasks.push_back(planned->second);
+      tasks.push_back(planned->second.task);
     }
     return makeTaskArray(tasks);
   }
@@ -101,7 +116,7 @@ class Planner {
   ArrayPtr profilerFlag_;
   std::vector<ClosureTask> closureTasks_;
   std::vector<kcos::COSInterfacePtr> tasks_;
-  std::unordered_map<const Closure*, kcos::COSInterfacePtr> taskOf_;
+  std::unordered_map<const Closure*, Planned> planned_;
 };
 
 }  // namespace

@@ -53,8 +53,9 @@ void ClosureGraph::recalculate() {
   for (const auto& future : futures_) {
     walker.walk(future.lock());
   }
-  const ArrayPtr nodes = makeNodeTable(walker.nodes());
-  const ArrayPtr edges = makeEdgeTable(walker.nodes());
+  const NodeNames names(walker.nodes());
+  const ArrayPtr nodes = makeNodeTable(walker.nodes(), names);
+  const ArrayPtr edges = makeEdgeTable(walker.nodes(), names);
   setGraph(ki::callHost("digraph", {edges.get(), nodes.get()}));
 }
 

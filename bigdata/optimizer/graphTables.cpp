@@ -25,8 +25,8 @@ using matrix::ArrayPtr;
 
 namespace {
 
-std::u16string nameOf(const ClosureGraphNode& node) {
-  return std::visit([](const auto& object) { return object->getIdStr(); }, node);
+std::u16string nameOf(const ClosureGraphNode& node, const NodeNames& names) {
+  return std::visit([&](const auto& object) { return names.of(*object); }, node);
 }
 
 ArrayPtr objectOf(const ClosureGraphNode& node) {
@@ -48,27 +48,28 @@ using Edge = std::pair<std::u16string, std::u16string>;
 
 /// Adds the edges that lead to a node.
 struct EdgeCollector {
+  const NodeNames& names;
   std::vector<Edge>& edges;
 
   void operator()(const KalvexManagedPtr<Closure>& closure) const {
     for (const auto& input : closure->getInputFutures()) {
-      edges.emplace_back(input->getIdStr(), closure->getIdStr());
+      edges.emplace_back(names.of(*input), names.of(*closure));
     }
   }
   void operator()(const KalvexManagedPtr<ClosureFuture>& future) const {
-    edges.emplace_back(future->getPromise()->getIdStr(), future->getIdStr());
+    edges.emplace_back(names.of(*future->getPromise()), names.of(*future));
   }
   void operator()(const KalvexManagedPtr<ClosurePromise>& promise) const {
     if (!promise->isDone()) {
-      edges.emplace_back(promise->getClosure()->getIdStr(), promise->getIdStr());
+      edges.emplace_back(names.of(*promise->getClosure()), names.of(*promise));
     }
   }
 };
 
-std::vector<Edge> collectEdges(const GraphNodes& nodes) {
+std::vector<Edge> collectEdges(const GraphNodes& nodes, const NodeNames& names) {
   std::vector<Edge> edges;
   for (const ClosureGraphNode& node : nodes) {
-    std::visit(EdgeCollector{edges}, node);
+    std::visit(EdgeCollector{names, edges}, node);
   }
   std::ranges::sort(edges);
   edges.erase(std::unique(edges.begin(), edges.end()), edges.end());
@@ -77,15 +78,15 @@ std::vector<Edge> collectEdges(const GraphNodes& nodes) {
 
 }  // namespace
 
-ArrayPtr makeNodeTable(const GraphNodes& nodes) {
+ArrayPtr makeNodeTable(const GraphNodes& nodes, const NodeNames& names) {
   using namespace Torvane::String;
   const std::size_t count = nodes.size();
-  const ArrayPtr names = createStringArray(count, 1);
+  const ArrayPtr labels = createStringArray(count, 1);
   const ArrayPtr objects = matrix::from_kalvex(kxCreateCellMatrix(count, 1));
   const ArrayPtr areClosures = makeLogicalColumn(count);
   const ArrayPtr operations = createStringArray(count, 1);
   for (std::size_t row = 0; row < count; ++row) {
-    setString(names.get(), row, nameOf(nodes[row]));
+    setString(labels.get(), row, nameOf(nodes[row], names));
     kxSetCell(objects.get(), row, objectOf(nodes[row]).release());
     if (const auto* closure = std::get_if<KalvexManagedPtr<Closure>>(&nodes[row])) {
       static_cast<bool*>(kxGetMutableData(areClosures.get()))[row] = true;
@@ -99,12 +100,12 @@ ArrayPtr makeNodeTable(const GraphNodes& nodes) {
   for (const auto* variable : {u"Name", u"NodeObj", u"IsClosure", u"OpType"}) {
     setString(variables.get(), column++, variable);
   }
-  return ki::callHost("table", {names.get(), objects.get(), areClosures.get(), types.get(),
+  return ki::callHost("table", {labels.get(), objects.get(), areClosures.get(), types.get(),
                                 label.get(), variables.get()});
 }
 
-ArrayPtr makeEdgeTable(const GraphNodes& nodes) {
-  const std::vector<Edge> edges = collectEdges(nodes);
+ArrayPtr makeEdgeTable(const GraphNodes& nodes, const NodeNames& names) {
+  const std::vector<Edge> edges = collectEdges(nodes, names);
   const ArrayPtr ends = Torvane::String::createStringArray(edges.size(), 2);
   for (std::size_t row = 0; row < edges.size(); ++row) {
     Torvane::String::setString(ends.get(), row, edges[row].first);

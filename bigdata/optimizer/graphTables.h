@@ -1,25 +1,21 @@
 #pragma once
 
-#include <vector>
-
 #include "kx/array.h"
-#include "lazyeval/ClosureDependencyWalker.h"
+#include "optimizer/NodeNames.h"
 
 /// A walked lazy graph as tables of the host.
 namespace bigdata::optimizer {
 
-using GraphNodes = std::vector<lazyeval::ClosureGraphNode>;
-
-/// A row a node, in order, with the variables "Name" (its id as text), "NodeObj" (its host object),
+/// A row a node, in order, with the variables "Name" (see NodeNames), "NodeObj" (its host object),
 /// "IsClosure" and "OpType" (the operation's class, a `categorical`; undefined but for closures).
 ///
 /// Errors: "KALVEX:class:InvalidHandle" for a deleted object; those of "categorical" and "table".
-matrix::ArrayPtr makeNodeTable(const GraphNodes& nodes);
+matrix::ArrayPtr makeNodeTable(const GraphNodes& nodes, const NodeNames& names);
 
 /// A row an edge, sorted by source and target in UTF-16 code units, each edge once, with the
 /// variable "EndNodes": e-by-2 names.
 ///
 /// Errors: as makeNodeTable.
-matrix::ArrayPtr makeEdgeTable(const GraphNodes& nodes);
+matrix::ArrayPtr makeEdgeTable(const GraphNodes& nodes, const NodeNames& names);
 
 }  // namespace bigdata::optimizer
