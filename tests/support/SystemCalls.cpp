@@ -1,0 +1,192 @@
+#include "support/SystemCalls.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <map>
+
+namespace kv::test {
+
+#if defined(__x86_64__)
+
+namespace {
+
+constexpr int kSystemCallStop = SIGTRAP | 0x80;
+constexpr std::size_t kOutcomeBytes = 4096;
+
+const std::map<unsigned long long, std::string>& fileCalls() {
+  static const std::map<unsigned long long, std::string> names = {
+      {SYS_open, "open"},
+      {SYS_openat, "openat"},
+      {SYS_close, "close"},
+      {SYS_read, "read"},
+      {SYS_write, "write"},
+      {SYS_pread64, "pread"},
+      {SYS_writev, "writev"},
+      {SYS_stat, "stat"},
+      {SYS_lstat, "lstat"},
+      {SYS_fstat, "fstat"},
+      {SYS_newfstatat, "newfstatat"},
+      {SYS_statx, "statx"},
+      {SYS_access, "access"},
+      {SYS_faccessat, "faccessat"},
+      {SYS_faccessat2, "faccessat2"},
+      {SYS_readlink, "readlink"},
+      {SYS_fchmod, "fchmod"},
+      {SYS_flock, "flock"},
+      {SYS_fsync, "fsync"},
+      {SYS_fdatasync, "fdatasync"},
+      {SYS_fcntl, "fcntl"},
+      {SYS_rename, "rename"},
+      {SYS_renameat2, "renameat2"},
+      {SYS_unlink, "unlink"},
+      {SYS_unlinkat, "unlinkat"},
+      {SYS_lseek, "lseek"},
+      {SYS_getdents64, "getdents64"},
+      {SYS_ftruncate, "ftruncate"},
+  };
+  return names;
+}
+
+/// Room that a child shares with its parent, so that it says how it went without a system call.
+class SharedText {
+ public:
+  SharedText()
+      : text_(static_cast<char*>(::mmap(nullptr, kOutcomeBytes, PROT_READ | PROT_WRITE,
+                                        MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {}
+  ~SharedText() { ::munmap(text_, kOutcomeBytes); }
+  SharedText(const SharedText&) = delete;
+  SharedText& operator=(const SharedText&) = delete;
+
+  void set(const std::string& text) { std::strncpy(text_, text.c_str(), kOutcomeBytes - 1); }
+  std::string get() const { return text_; }
+
+ private:
+  char* text_;
+};
+
+/// Follows a stopped child from system call to system call until its end.
+class Tracer {
+ public:
+  Tracer(pid_t child, std::optional<Fault> fault) : child_(child), fault_(fault) {}
+
+  /// Result: false when the child was killed.
+  bool run() {
+    int status = 0;
+    ::waitpid(child_, &status, 0);
+    ::ptrace(PTRACE_SETOPTIONS, child_, 0, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    bool isEntry = true;
+    for (long signal = 0; proceed(signal, status);) {
+      const bool isCall = WSTOPSIG(status) == kSystemCallStop;
+      signal = isCall ? 0 : WSTOPSIG(status);
+      if (isCall) {
+        isEntry ? enter() : leave();
+        isEntry = !isEntry;
+      }
+    }
+    return !WIFSIGNALED(status);
+  }
+
+  const std::vector<std::string>& calls() const { return calls_; }
+
+ private:
+  bool proceed(long signal, int& status) {
+    ::ptrace(PTRACE_SYSCALL, child_, 0, signal);
+    return ::waitpid(child_, &status, 0) == child_ && WIFSTOPPED(status);
+  }
+
+  bool isHere(Fault::Kind kind) const {
+    return fault_ && fault_->kind == kind && fault_->call + 1 == calls_.size();
+  }
+
+  void enter() {
+    user_regs_struct registers = read();
+    const auto name = fileCalls().find(registers.orig_rax);
+    const bool isFileCall = name != fileCalls().end();
+    calls_.push_back(isFileCall ? name->second : "other");
+    fails_ = isFileCall && isHere(Fault::Kind::fail);
+    if (isHere(Fault::Kind::killBefore)) {
+      ::kill(child_, SIGKILL);
+    } else if (fails_) {
+      registers.orig_rax = static_cast<unsigned long long>(-1);  // no call at all
+      write(registers);
+    } else if (isHere(Fault::Kind::shorten) &&
+               (calls_.back() == "read" || calls_.back() == "write")) {
+      registers.rdx = std::max(1ULL, registers.rdx / 2);
+      write(registers);
+    }
+  }
+
+  void leave() {
+    if (fails_) {
+      user_regs_struct registers = read();
+      registers.rax = static_cast<unsigned long long>(-fault_->error);
+      write(registers);
+    } else if (isHere(Fault::Kind::killAfter)) {
+      ::kill(child_, SIGKILL);
+    }
+  }
+
+  user_regs_struct read() const {
+    user_regs_struct registers{};
+    ::ptrace(PTRACE_GETREGS, child_, 0, &registers);
+    return registers;
+  }
+  void write(const user_regs_struct& registers) const {
+    ::ptrace(PTRACE_SETREGS, child_, 0, &registers);
+  }
+
+  pid_t child_;
+  std::optional<Fault> fault_;
+  std::vector<std::string> calls_;
+  bool fails_ = false;
+};
+
+/// The child's side: lets itself be traced, waits for the tracer and works.
+[[noreturn]] void beTraced(const std::function<std::string()>& work, SharedText& outcome) {
+  if (::ptrace(PTRACE_TRACEME, 0, 0, 0) != 0) {
+    ::_exit(1);
+  }
+  ::raise(SIGSTOP);
+  outcome.set(work());
+  ::_exit(0);
+}
+
+}  // namespace
+
+bool canTrace() {
+  return runTraced([] { return std::string("traced"); }).calls.size() > 0;
+}
+
+TracedRun runTraced(const std::function<std::string()>& work, std::optional<Fault> fault) {
+  SharedText outcome;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    beTraced(work, outcome);
+  }
+  EXPECT_GT(child, 0);
+  Tracer tracer(child, fault);
+  const bool hasEnded = tracer.run();
+  return {tracer.calls(), hasEnded ? std::optional(outcome.get()) : std::nullopt};
+}
+
+#else
+
+bool canTrace() { return false; }
+
+TracedRun runTraced(const std::function<std::string()>&, std::optional<Fault>) {
+  ADD_FAILURE() << "system calls can be traced on x86-64 only";
+  return {};
+}
+
+#endif
+
+}  // namespace kv::test

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kv::test {
+
+/// What befalls one system call of a traced process.
+struct Fault {
+  enum class Kind {
+    killBefore,  ///< the process dies before the call does anything
+    killAfter,   ///< ... once the call is done
+    fail,        ///< the call does nothing and gives `error`; calls that deal with files only
+    shorten,     ///< a read or write handles half of its bytes
+  };
+
+  std::size_t call = 0;  ///< which one, counted from the start of the work
+  Kind kind = Kind::killBefore;
+  int error = 0;
+};
+
+struct TracedRun {
+  std::vector<std::string> calls;  ///< names of the system calls, in order; "other" for the rest
+  std::optional<std::string> outcome;  ///< what the work gave; none when it was killed
+};
+
+/// True where processes can be traced and their system calls changed: x86-64, and not forbidden.
+bool canTrace();
+
+/// Does `work` in a child process and notes its system calls.
+///
+/// The child is a copy of this process that ends without destroying anything.
+TracedRun runTraced(const std::function<std::string()>& work, std::optional<Fault> fault = {});
+
+}  // namespace kv::test
