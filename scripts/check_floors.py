@@ -37,7 +37,7 @@ FLOORS = {
         "host/src",
         ("host/src",),
         ("host/include",),
-        ("boost",),
+        ("boost", "xxhash.h"),
         room=("session", "call", "class", "error"),
     ),
     "bigdata/public": Floor("bigdata/public", ("bigdata/public",), ("host/include",)),

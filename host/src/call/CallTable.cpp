@@ -21,6 +21,7 @@ void CallTable::defineFunction(kcos::COSInternedBase name, NativeBody body) {
   Binding& found = binding(name);
   auto function = std::make_shared<const NativeBody>(std::move(body));
   retire(std::exchange(found.function, std::move(function)));
+  found.isLibrary = isLoadingLibrary_;
 }
 
 void CallTable::retire(std::shared_ptr<const void> replaced) {

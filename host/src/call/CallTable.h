@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "class/NameMap.h"
@@ -19,6 +20,7 @@ struct Binding {
   kcos::COSInternedBase staticName;
   RawBuiltin rawBuiltin = nullptr;
   OwningBuiltin owningBuiltin = nullptr;
+  bool isLibrary = false;  ///< the function was defined by a library, not by the program
 };
 
 /// What the names of a session stand for: one probe finds all.
@@ -38,6 +40,11 @@ class CallTable {
   Binding& binding(kcos::COSInternedBase name);
 
   void defineFunction(kcos::COSInternedBase name, NativeBody body);
+
+  /// Whether functions that are defined from here on are a library's. Result: what was set before.
+  bool setLoadingLibrary(bool isLoading) noexcept {
+    return std::exchange(isLoadingLibrary_, isLoading);
+  }
 
   /// Keeps what is replaced until no call runs.
   void retire(std::shared_ptr<const void> replaced);
@@ -61,6 +68,7 @@ class CallTable {
   NameMap<Binding*> names_;
   std::vector<std::shared_ptr<const void>> retired_;
   int running_ = 0;
+  bool isLoadingLibrary_ = false;
   kcos::COSInternedBase fevalName_;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "call/running.h"
+#include "call/trust.h"
 #include "class/objects.h"
 
 namespace kv::host {
@@ -68,6 +69,9 @@ void invokeMethod(SessionState& session, const Method& method, const Call& call,
   if (method.takesObjectFirst()) {
     Object* first = call.nrhs > 0 ? scalarObject(call.prhs[0]) : nullptr;
     target = first != nullptr ? first : target;
+  }
+  if (target != nullptr && target->isUntrusted()) {
+    refuseGuarded(session, method, *target);
   }
   const OptionalMemberScope member(session.heap, target);
   if (method.body != nullptr) {

@@ -1,58 +1,67 @@
 #include "class/instances.h"
 
-#include <vector>
-
 #include "class/construction.h"
 #include "class/objects.h"
 #include "class/properties.h"
 #include "session/SessionState.h"
 
 namespace kv::host {
-namespace {
 
-using Stored = std::pair<std::string, Value>;
-
-/// The properties that a copy takes over: those that are stored and can be set.
-std::vector<Stored> storedProperties(const kxArray* object, const ClassRecord& record) {
-  std::vector<Stored> stored;
+std::vector<PropertyPlace> storedProperties(const ClassRecord& record) {
+  std::vector<PropertyPlace> stored;
   for (const ClassRecord* part : record.linked().lineage) {
     for (const Property& property : part->contents().properties) {
       const PropertyPlace* place = record.linked().properties.find(property.name);
       if (property.flags == kcos::COSPropT::kStored && place->property == &property) {
-        const std::string name(property.name.text());
-        stored.emplace_back(name, getSlot(object, kcos::NameRef::of(name)));
+        stored.push_back(*place);
       }
     }
   }
   return stored;
 }
 
-}  // namespace
+kcos::COSInterfacePtr makeShell(SessionState& session, ClassRecord& record) {
+  kcos::COSInterfacePtr object = newInstance(session, record);
+  constructShell(session, *Object::of(object.get()));
+  return object;
+}
+
+void tellLoaded(Object& object) {
+  if (const ClassRecord* native = classOf(object).linked().native) {
+    native->info()->instanceLoaded(&object);
+  }
+}
+
+const SavedForm* savedFormOf(const ClassRecord& record) {
+  const auto& lineage = record.linked().lineage;
+  for (auto part = lineage.rbegin(); part != lineage.rend(); ++part) {
+    const auto& definition = (*part)->contents().definition;
+    if (definition != nullptr && definition->savedForm) {
+      return &*definition->savedForm;
+    }
+  }
+  return nullptr;
+}
 
 Value loadInstance(SessionState& session, ClassRecord& record,
                    std::span<const std::pair<std::string, const kxArray*>> properties) {
-  const kcos::COSInterfacePtr object = newInstance(session, record);
-  constructShell(session, *Object::of(object.get()));
+  const kcos::COSInterfacePtr object = makeShell(session, record);
   Value loaded = arrayOf(*Object::of(object.get()));
   for (const auto& [name, value] : properties) {
     setSlot(loaded.get(), kcos::NameRef::of(name), matrix::sharedCopy(value));
   }
-  if (const ClassRecord* native = record.linked().native) {
-    native->info()->instanceLoaded(object);
-  }
+  tellLoaded(*Object::of(object.get()));
   return loaded;
 }
 
 Value copyInstance(SessionState& session, Object& object) {
-  const Value original = arrayOf(object);
   auto& record = static_cast<ClassRecord&>(object.objectClass());
-  const kcos::COSInterfacePtr made = newInstance(session, record);
-  constructShell(session, *Object::of(made.get()));
-  Value copy = arrayOf(*Object::of(made.get()));
-  for (auto& [name, value] : storedProperties(original.get(), record)) {
-    setSlot(copy.get(), kcos::NameRef::of(name), std::move(value));
+  const kcos::COSInterfacePtr made = makeShell(session, record);
+  for (const PropertyPlace& place : storedProperties(record)) {
+    const Value value = readPlace(session, object, place);
+    writePlace(session, *Object::of(made.get()), place, value.get());
   }
-  return copy;
+  return arrayOf(*Object::of(made.get()));
 }
 
 }  // namespace kv::host

@@ -3,6 +3,7 @@
 #include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "class/ClassRecord.h"
 #include "heap/Object.h"
@@ -22,5 +23,21 @@ Value loadInstance(SessionState& session, ClassRecord& record,
 /// Copy construction: an object of the same class with the same stored properties. The C++ value of
 /// an object isn't copied.
 Value copyInstance(SessionState& session, Object& object);
+
+// --- The steps of both, which saving and loading files share ------------------------------------
+
+/// The properties that a copy or a file takes over: those that are stored and can be set, those of
+/// superclasses first.
+/// Lives: the places until the class or a superclass is defined anew.
+std::vector<PropertyPlace> storedProperties(const ClassRecord& record);
+
+/// An object with its slots at their defaults and the native part that a loader fills.
+kcos::COSInterfacePtr makeShell(SessionState& session, ClassRecord& record);
+
+/// Tells the native class of a filled shell.
+void tellLoaded(Object& object);
+
+/// The saved form of the class, inherited or its own; null if it has none.
+const SavedForm* savedFormOf(const ClassRecord& record);
 
 }  // namespace kv::host

@@ -44,7 +44,17 @@ Value compute(SessionState& session, Object& object, const Property& property) {
   return matrix::from_kalvex(output);
 }
 
-/// The place, copied: reading may run code that changes classes.
+bool maySet(const Object& object, const Property& property, const ClassRecord* caller) {
+  if (property.setAccess == MemberAccess::Immutable) {
+    return caller == property.owner && object.isUnderConstruction();
+  }
+  return mayAccess(property.setAccess, *property.owner, property.name, caller);
+}
+
+}  // namespace
+
+// The places come as copies: reading and setting may run code that changes classes.
+
 Value readPlace(SessionState& session, Object& object, PropertyPlace place) {
   const Property& property = *place.property;
   preparePart(session, object, property);
@@ -70,15 +80,6 @@ void writePlace(SessionState& session, Object& object, PropertyPlace place, cons
     property.native->set(&object, value);
   }
 }
-
-bool maySet(const Object& object, const Property& property, const ClassRecord* caller) {
-  if (property.setAccess == MemberAccess::Immutable) {
-    return caller == property.owner && object.isUnderConstruction();
-  }
-  return mayAccess(property.setAccess, *property.owner, property.name, caller);
-}
-
-}  // namespace
 
 Value readProperty(SessionState& session, Object& object, kcos::COSInternedBase name,
                    const ClassRecord* caller) {

@@ -23,6 +23,12 @@ Value readProperty(SessionState& session, Object& object, kcos::COSInternedBase 
 void writeProperty(SessionState& session, Object& object, kcos::COSInternedBase name,
                    const kxArray* value, const ClassRecord* caller);
 
+/// The value at a property's place, whatever its access.
+Value readPlace(SessionState& session, Object& object, PropertyPlace place);
+
+/// Sets the value at a property's place, whatever its access.
+void writePlace(SessionState& session, Object& object, PropertyPlace place, const kxArray* value);
+
 /// What stands in the slot of a property of a language class; null if the class has no such slot or
 /// nothing was stored. Lives: until the slot is set again.
 const kxArray* storedValue(const Object& object, kcos::NameRef name);

@@ -7,9 +7,14 @@ namespace kv::host {
 
 /// What a function handle refers to: a function by its name, or a callable.
 struct FunctionValue {
-  kcos::COSInternedBase name;  ///< of a callable: what stacks and messages call it
-  NativeBody body;             ///< none for a handle of a named function
+  kcos::COSInternedBase name{};  ///< of a callable: what stacks and messages call it
+  NativeBody body{};             ///< none for a handle of a named function
+  bool isUntrusted = false;      ///< came from a file that nobody vouched for
+  bool standsIn = false;         ///< the name is that of a callable, which wasn't saved
 };
+
+/// A 1-by-1 function handle.
+Value makeFunctionHandle(FunctionValue handle);
 
 /// Lives: as long as the array. Null if `handle` isn't a function handle.
 const FunctionValue* functionValue(const kxArray* handle) noexcept;

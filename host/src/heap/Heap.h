@@ -95,6 +95,9 @@ class Heap {
 
   void addEdge(Object& parent, Object& child);
   void removeEdge(Object& parent, Object& child) noexcept;
+  static bool hasEdge(const Object& parent, const Object& child) noexcept {
+    return parent.edges_.count(&child) != 0;
+  }
   /// Puts an inside array into the parent's list of adopted arrays.
   /// Errors: std::bad_alloc.
   void adopt(Object& parent, kxArray& array);

@@ -41,6 +41,9 @@ class Object final : public kcos::COSInterface {
   ObjectClass& objectClass() const noexcept { return *static_cast<ObjectClass*>(class_); }
   bool isUnderConstruction() const noexcept { return (flags_ & kUnderConstruction) != 0; }
   void* instanceData() const noexcept { return instanceData_; }
+  /// True for an object that a file brought and nobody vouched for.
+  bool isUntrusted() const noexcept { return (flags_ & kUntrusted) != 0; }
+  void markUntrusted() noexcept { flags_ |= kUntrusted; }
 
   void addHold(Hold how) noexcept { ++(how == Hold::Outside ? strongCount_ : heldCount_); }
   /// Deletes the object, when nothing keeps it any more.
@@ -61,6 +64,7 @@ class Object final : public kcos::COSInterface {
   static constexpr std::uint32_t kUnderConstruction = 2;
   static constexpr std::uint32_t kQueued = 4;            ///< stands in the heap's worklist
   static constexpr std::uint32_t kContentsGone = 8;      ///< native part, slots and value destroyed
+  static constexpr std::uint32_t kUntrusted = 16;
   static constexpr std::uint32_t kMemberUnit = 1u << 8;  ///< members that run, from this bit up
 
   explicit Object(ObjectClass& objectClass)

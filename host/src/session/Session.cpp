@@ -17,6 +17,7 @@
 #include "error/edge.h"
 #include "error/kException.h"
 #include "name/names.h"
+#include "session/inSession.h"
 
 namespace kv::host {
 namespace {
@@ -45,19 +46,18 @@ void leaveProcess(const SessionOptions& options) noexcept {
   }
 }
 
-void refuseClosed(bool isClosed) {
-  if (isClosed) {
-    throw NativeError("KALVEX:session:Closed", {});
-  }
-}
+/// What is defined for the span of its life is a library's.
+class LibraryScope {
+ public:
+  explicit LibraryScope(CallTable& calls) : calls_(calls), before_(calls.setLoadingLibrary(true)) {}
+  ~LibraryScope() { calls_.setLoadingLibrary(before_); }
+  LibraryScope(const LibraryScope&) = delete;
+  LibraryScope& operator=(const LibraryScope&) = delete;
 
-/// Runs `body` as a call from outside: in the session, native exceptions leaving as KExceptions.
-template <class Body>
-decltype(auto) inSession(Session& session, Body&& body) {
-  const Session::Scope scope(session);
-  session.state().heap.safePoint();
-  return atEdge(std::forward<Body>(body));
-}
+ private:
+  CallTable& calls_;
+  bool before_;
+};
 
 /// The class whose rights a caller asks for, or else of the body that the call is made in; null for
 /// public code.
@@ -166,7 +166,20 @@ void Session::completeClass(std::shared_ptr<const ClassCompletion> completion) {
 }
 
 void Session::load(const std::function<void()>& entry) {
-  inSession(*this, [&] { entry(); });
+  inSession(*this, [&] {
+    const LibraryScope library(state_->calls);
+    entry();
+  });
+}
+
+void Session::addLoadValidator(LoadValidator validator) {
+  inSession(*this, [&] { state_->loadValidators.push_back(std::move(validator)); });
+}
+
+void Session::guardMethod(std::string_view className, std::string_view method) {
+  inSession(*this, [&] {
+    state_->guardedMethods.push_back({requireName(className), requireName(method)});
+  });
 }
 
 std::vector<Value> Session::call(std::string_view name, int nlhs,

@@ -50,6 +50,7 @@ void closeSession(SessionState& session) noexcept {
   session.store.clear();
   session.stacks.clear();
   session.warnings.clear();
+  session.loadValidators.clear();
   session.calls.clear();
   session.classes.clear();
   session.isClosed = true;

@@ -16,6 +16,12 @@ namespace kv::host {
 class ClassRecord;
 class Construction;
 
+/// A method that evaluates the object it is called on.
+struct GuardedMethod {
+  kcos::COSInternedBase className;
+  kcos::COSInternedBase name;
+};
+
 /// What a session holds. Everything in it is touched by one thread at a time.
 struct SessionState {
   explicit SessionState(const SessionOptions& options);
@@ -29,6 +35,8 @@ struct SessionState {
   SessionStore store;
   UserStacks stacks;
   std::vector<Warning> warnings;
+  std::vector<LoadValidator> loadValidators;
+  std::vector<GuardedMethod> guardedMethods;
   Heap heap;
 
   /// Whose code runs now: its rights decide about access. Null is public code.

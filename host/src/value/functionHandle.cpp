@@ -5,9 +5,8 @@
 #include "heap/Heap.h"
 
 namespace kv::host {
-namespace {
 
-Value makeHandle(FunctionValue handle) {
+Value makeFunctionHandle(FunctionValue handle) {
   auto payload = std::make_unique<FunctionPayload>(std::move(handle));
   const bool isCallable = payload->isCallable();
   Value array = matrix::from_kalvex(new kxArray(kxFUNCTION_CLASS, 1, 1));
@@ -18,8 +17,6 @@ Value makeHandle(FunctionValue handle) {
   return array;
 }
 
-}  // namespace
-
 const FunctionValue* functionValue(const kxArray* handle) noexcept {
   return kxGetClassID(handle) == kxFUNCTION_CLASS
              ? &static_cast<const FunctionPayload*>(handle->payload)->value
@@ -27,17 +24,19 @@ const FunctionValue* functionValue(const kxArray* handle) noexcept {
 }
 
 Value makeFunctionHandle(std::string_view name) {
-  return makeHandle({kcos::internal::makeInterned(kcos::NameRef::of(name)), nullptr});
+  return makeFunctionHandle(
+      FunctionValue{.name = kcos::internal::makeInterned(kcos::NameRef::of(name))});
 }
 
 Value makeFunctionHandle(std::string name, NativeBody body) {
-  return makeHandle({kcos::internal::makeInterned(kcos::NameRef::of(name)), std::move(body)});
+  return makeFunctionHandle(FunctionValue{
+      .name = kcos::internal::makeInterned(kcos::NameRef::of(name)), .body = std::move(body)});
 }
 
 std::string functionName(const kxArray* handle) {
   const FunctionValue* function = functionValue(handle);
-  return function != nullptr && function->body == nullptr ? std::string(function->name.text())
-                                                          : std::string();
+  const bool isNamed = function != nullptr && function->body == nullptr && !function->standsIn;
+  return isNamed ? std::string(function->name.text()) : std::string();
 }
 
 std::string callableName(const kxArray* handle) {

@@ -1,0 +1,30 @@
+#include "call/trust.h"
+
+#include <algorithm>
+
+#include "class/objects.h"
+#include "heap/FunctionValue.h"
+#include "kv/host/errors.h"
+#include "session/SessionState.h"
+
+namespace kv::host {
+
+void refuseGuarded(const SessionState& session, const Method& method, const Object& object) {
+  const ClassRecord& record = classOf(object);
+  if (std::ranges::any_of(session.guardedMethods, [&](const GuardedMethod& guarded) {
+        return guarded.name == method.name && record.isA(guarded.className);
+      })) {
+    raise("KALVEX:load:NotTrusted", {std::string(record.getName())});
+  }
+}
+
+void requireTrusted(const kxArray* value, std::string_view what) {
+  const FunctionValue* function = functionValue(value);
+  const Object* object = scalarObject(value);
+  if ((function != nullptr && function->isUntrusted) ||
+      (object != nullptr && object->isUntrusted())) {
+    raise("KALVEX:load:NotTrusted", {std::string(what)});
+  }
+}
+
+}  // namespace kv::host

@@ -1,0 +1,108 @@
+#include "save/Container.h"
+
+#define XXH_INLINE_ALL
+#include <xxhash.h>
+
+#include <cstring>
+
+#include "kv/host/errors.h"
+
+namespace kv::host {
+namespace {
+
+using namespace format;
+
+constexpr std::string_view kHead = "HEAD";
+
+std::uint64_t checksum(std::string_view bytes) { return XXH3_64bits(bytes.data(), bytes.size()); }
+
+template <class Number>
+void put(std::string& bytes, Number number) {
+  bytes.append(reinterpret_cast<const char*>(&number), sizeof(number));
+}
+
+template <class Number>
+Number get(std::string_view bytes, std::size_t offset) {
+  Number number;
+  std::memcpy(&number, bytes.data() + offset, sizeof(number));
+  return number;
+}
+
+std::string releaseOf(std::string_view file) {
+  const std::string_view release = file.substr(kReleaseAt, kReleaseBytes);
+  return std::string(release.substr(0, release.find('\0')));
+}
+
+void checkHeader(std::string_view file) {
+  if (file.size() < kMagic.size() || file.substr(0, kMagic.size()) != kMagic) {
+    refuseFile(kHead, 0, "this isn't a file of saved values");
+  }
+  if (file.size() < kHeaderBytes) {
+    refuseFile(kHead, file.size(), "the file ends within its header");
+  }
+  // A later format may have another header, so its number is looked at before the checksum.
+  if (get<std::uint32_t>(file, kVersionAt) > kVersion) {
+    refuseFile(kHead, kVersionAt,
+               "the file has format " + std::to_string(get<std::uint32_t>(file, kVersionAt)) +
+                   ", written by release " + releaseOf(file) + "; this release reads format " +
+                   std::to_string(kVersion));
+  }
+  if (get<std::uint64_t>(file, kHeaderChecksumAt) != checksum(file.substr(0, kHeaderChecksumAt))) {
+    refuseFile(kHead, kHeaderChecksumAt, "the checksum doesn't fit");
+  }
+  if (get<std::uint32_t>(file, kVersionAt) != kVersion ||
+      get<std::uint32_t>(file, kCountAt) != kSections) {
+    refuseFile(kHead, kVersionAt, "format and number of sections don't fit each other");
+  }
+}
+
+}  // namespace
+
+std::string headerOf(const Sections& sections) {
+  std::string header(kMagic);
+  put(header, kVersion);
+  put(header, static_cast<std::uint32_t>(kSections));
+  std::string release = KV_VERSION;
+  release.resize(kReleaseBytes, '\0');
+  header += release;
+  for (std::size_t i = 0; i < kSections; ++i) {
+    header += kSectionTags[i];
+    put(header, std::uint32_t{0});
+    put(header, static_cast<std::uint64_t>(sections[i].size()));
+    put(header, checksum(sections[i]));
+  }
+  put(header, checksum(header));
+  return header;
+}
+
+SectionViews sectionsOf(std::string_view file) {
+  checkHeader(file);
+  SectionViews sections;
+  std::size_t at = kHeaderBytes;
+  for (std::size_t i = 0; i < kSections; ++i) {
+    const std::size_t entry = kTableAt + i * kTableEntryBytes;
+    const auto length = get<std::uint64_t>(file, entry + 8);
+    if (file.substr(entry, 4) != kSectionTags[i] || get<std::uint32_t>(file, entry + 4) != 0) {
+      refuseFile(kHead, entry, "section " + std::string(kSectionTags[i]) + " is missing");
+    }
+    if (length > file.size() - at) {
+      refuseFile(kSectionTags[i], file.size() - at,
+                 "the file ends before the " + std::to_string(length) + " bytes of the section");
+    }
+    sections[i] = file.substr(at, length);
+    if (get<std::uint64_t>(file, entry + 16) != checksum(sections[i])) {
+      refuseFile(kSectionTags[i], 0, "the checksum doesn't fit");
+    }
+    at += length;
+  }
+  if (at != file.size()) {
+    refuseFile(kHead, at, std::to_string(file.size() - at) + " bytes follow the last section");
+  }
+  return sections;
+}
+
+void refuseFile(std::string_view section, std::size_t offset, const std::string& reason) {
+  raise("KALVEX:load:Corrupt", {std::string(section), std::to_string(offset), reason});
+}
+
+}  // namespace kv::host

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "save/format.h"
+
+namespace kv::host {
+
+/// The contents of a file's sections, by format::Section.
+using Sections = std::array<std::string, format::kSections>;
+using SectionViews = std::array<std::string_view, format::kSections>;
+
+/// The header of a file that consists of it and the sections, in order.
+std::string headerOf(const Sections& sections);
+
+/// The sections of a whole file, checksums and lengths checked.
+///
+/// Lives: as long as the bytes.
+/// Errors: "KALVEX:load:Corrupt" with "HEAD" or the section, offset and reason.
+SectionViews sectionsOf(std::string_view file);
+
+/// Refuses a file. `section`: a tag of a section or "HEAD"; `offset`: in bytes from its start.
+/// Errors: "KALVEX:load:Corrupt", always.
+[[noreturn]] void refuseFile(std::string_view section, std::size_t offset,
+                             const std::string& reason);
+
+}  // namespace kv::host

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <boost/container/small_vector.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "save/Container.h"
+#include "save/format.h"
+
+namespace kv::host {
+
+/// A class and the properties that its objects have in a file, by indices of names.
+struct SavedShape {
+  std::uint32_t className;
+  std::vector<std::uint32_t> properties;
+};
+
+/// A value in a file: its entry, its dimensions, and its contents behind them.
+struct SavedValue {
+  format::ValueEntry entry{};
+  boost::container::small_vector<std::size_t, 4> dimensions{};
+  std::size_t elements = 1;
+  std::string_view contents{};  ///< to the end of the data
+
+  kxClassID classId() const { return static_cast<kxClassID>(entry.classCode); }
+  format::ValueForm form() const { return static_cast<format::ValueForm>(entry.form); }
+
+  /// Number `index` of those that the contents begin with.
+  std::uint32_t number(std::size_t index) const;
+  format::Reference reference(std::size_t index) const {
+    return format::Reference::fromCode(number(index));
+  }
+};
+
+/// The tables of a file, all of whose lengths, counts and references have been checked: whoever
+/// reads them needs no check of his own.
+///
+/// A value refers to earlier values only. A record of an object comes before each value that refers
+/// to that object. So values can be made in ascending order, and an object when it is met.
+class FileTables {
+ public:
+  /// Lives: as long as the bytes of the sections.
+  /// Errors: "KALVEX:load:Corrupt".
+  explicit FileTables(const SectionViews& sections);
+
+  std::string_view name(std::uint32_t index) const { return names_[index]; }
+  const SavedShape& shape(const format::ObjectEntry& entry) const { return shapes_[entry.shape]; }
+
+  std::size_t objectCount() const { return objectCount_; }
+  format::ObjectEntry object(std::size_t index) const;
+  format::Reference reference(std::uint64_t index) const;
+
+  std::size_t valueCount() const { return valueCount_; }
+  SavedValue value(std::size_t index) const;
+  /// Calls `visit(reference)` for each value and object that a value refers to.
+  template <class Visit>
+  void forEachReference(const SavedValue& value, Visit visit) const;
+
+  format::Reference root() const { return root_; }
+
+  /// Where the entry of an object stands in its section.
+  static std::size_t objectOffset(std::size_t index) { return index * sizeof(format::ObjectEntry); }
+
+ private:
+  void readNames(std::string_view bytes);
+  void readShapes(std::string_view bytes);
+  void checkObjects() const;
+  void checkValues();
+  void checkValue(std::size_t index, std::vector<std::uint16_t>& depths) const;
+  void checkReference(std::size_t index, format::Reference reference) const;
+
+  SectionViews sections_;
+  std::vector<std::string_view> names_;
+  std::vector<SavedShape> shapes_;
+  std::size_t objectCount_ = 0;
+  std::size_t valueCount_ = 0;
+  format::Reference root_;
+};
+
+/// Where the references of a value begin among the numbers of its contents, and how many there are.
+struct ReferenceRange {
+  std::size_t first = 0;
+  std::size_t count = 0;
+};
+ReferenceRange referencesOf(const SavedValue& value);
+
+template <class Visit>
+void FileTables::forEachReference(const SavedValue& value, Visit visit) const {
+  const ReferenceRange range = referencesOf(value);
+  for (std::size_t i = 0; i < range.count; ++i) {
+    visit(value.reference(range.first + i));
+  }
+}
+
+}  // namespace kv::host

@@ -1,0 +1,382 @@
+#include "save/GraphReader.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string>
+
+#include "class/instances.h"
+#include "class/objects.h"
+#include "class/properties.h"
+#include "error/edge.h"
+#include "heap/Array.h"
+#include "heap/FunctionValue.h"
+#include "kv/host/errors.h"
+#include "kx/string.h"
+#include "name/names.h"
+#include "session/SessionState.h"
+
+namespace kv::host {
+namespace {
+
+using namespace format;
+using Torvane::KException::KExceptionEnvelope;
+
+[[noreturn]] void refuseObject(std::size_t index, const std::string& reason) {
+  refuseFile(kSectionTags[static_cast<std::size_t>(Section::Objects)],
+             FileTables::objectOffset(index), reason);
+}
+
+/// Runs `body`, whose errors are those of the file.
+template <class Body>
+void refusing(std::size_t index, const std::string& what, Body&& body) {
+  try {
+    atEdge(std::forward<Body>(body));
+  } catch (const KExceptionEnvelope& error) {
+    const ErrorRecord record = errorRecord(error);
+    if (record.identifier == "KALVEX:OutOfMemory") {
+      throw;
+    }
+    refuseObject(index, what + ": " + record.message);
+  }
+}
+
+Value makeNumbers(const SavedValue& value) {
+  Value array = matrix::from_kalvex(
+      kxCreateNumericArray({value.dimensions.data(), value.dimensions.size()}, value.classId()));
+  if (value.elements == 0) {
+    return array;
+  }
+  void* data = kxGetMutableData(array.get());
+  const std::size_t bytes = value.elements * kxGetElementSize(value.classId());
+  if (value.form() == ValueForm::Inline) {
+    std::memcpy(data, &value.entry.payload, bytes);
+  } else if (value.form() == ValueForm::Narrow) {
+    std::ranges::transform(value.contents.substr(0, value.elements), static_cast<char16_t*>(data),
+                           [](char byte) { return static_cast<unsigned char>(byte); });
+  } else {
+    std::memcpy(data, value.contents.data(), bytes);
+  }
+  return array;
+}
+
+std::u16string textAt(const SavedValue& value, std::size_t offset, std::size_t length) {
+  std::u16string text(length, u'\0');
+  if (value.form() == ValueForm::Narrow) {
+    std::ranges::transform(value.contents.substr(offset, length), text.begin(),
+                           [](char byte) { return static_cast<unsigned char>(byte); });
+  } else {
+    std::memcpy(text.data(), value.contents.data() + offset, length * sizeof(char16_t));
+  }
+  return text;
+}
+
+Value makeTexts(const SavedValue& value) {
+  Value array = Torvane::String::createStringArray(value.dimensions[0], value.dimensions[1]);
+  std::size_t offset = value.elements * sizeof(TextLength);
+  for (std::size_t i = 0; i < value.elements; ++i) {
+    if (const std::size_t stored = value.number(i); stored > 0) {
+      Torvane::String::setString(array.get(), i, textAt(value, offset, stored - 1));
+      offset += (stored - 1) * (value.form() == ValueForm::Narrow ? 1 : sizeof(char16_t));
+    }
+  }
+  return array;
+}
+
+}  // namespace
+
+GraphReader::GraphReader(SessionState& session, const FileTables& file, bool trusted)
+    : session_(session),
+      file_(file),
+      trusted_(trusted),
+      objects_(file.objectCount()),
+      values_(file.valueCount()),
+      isNeeded_(file.valueCount()),
+      isReached_(file.valueCount()),
+      isQueued_(file.objectCount()) {}
+
+Value GraphReader::read() {
+  Value root = make(file_.root());
+  for (std::size_t i = 0; i < queue_.size(); ++i) {
+    if (!isRecord(queue_[i])) {
+      fill(queue_[i]);
+    }
+  }
+  finish();
+  validate();
+  return root;
+}
+
+// --- Values --------------------------------------------------------------------------------------
+
+Value GraphReader::make(Reference reference) {
+  need(reference);
+  makeNeeded();
+  reach(reference);
+  return take(reference);
+}
+
+/// Notes the values that `reference` needs, those of records included.
+void GraphReader::need(Reference reference) {
+  open_.push_back(reference);
+  while (!open_.empty()) {
+    Reference at = open_.back();
+    open_.pop_back();
+    if (at.isObject() && isRecord(at.index())) {
+      at = recordOf(at.index());
+    }
+    if (!at.isNull() && !at.isObject() && !isNeeded_[at.index()]) {
+      isNeeded_[at.index()] = true;
+      needed_.push_back(at.index());
+      file_.forEachReference(file_.value(at.index()),
+                             [&](Reference inner) { open_.push_back(inner); });
+    }
+  }
+}
+
+void GraphReader::makeNeeded() {
+  std::ranges::sort(needed_);
+  for (const std::uint32_t index : needed_) {
+    values_[index] = makeValue(index);
+  }
+  needed_.clear();
+}
+
+Value GraphReader::makeValue(std::uint32_t index) {
+  const SavedValue value = file_.value(index);
+  switch (value.classId()) {
+    case kxCELL_CLASS:
+    case kxSTRUCT_CLASS:
+    case kxOBJECT_CLASS:
+      return makeContainer(value);
+    case kxSTRING_CLASS:
+      return makeTexts(value);
+    case kxFUNCTION_CLASS:
+      return makeFunctionHandle(FunctionValue{
+          .name = interned(file_.name(static_cast<std::uint32_t>(value.entry.payload))),
+          .isUntrusted = !trusted_,
+          .standsIn = value.entry.flags == kStandsIn});
+    default:
+      return makeNumbers(value);
+  }
+}
+
+Value GraphReader::makeContainer(const SavedValue& value) {
+  const std::size_t rows = value.dimensions[0];
+  const std::size_t columns = value.dimensions[1];
+  const ReferenceRange range = referencesOf(value);
+  if (value.classId() == kxOBJECT_CLASS) {
+    const std::string className(file_.name(value.number(0)));
+    if (session_.classes.find(interned(className)) == nullptr) {
+      raise("KALVEX:load:UnknownClass", {className});
+    }
+    Value array = matrix::from_kalvex(kcos::omCreateKCOSMatrix(rows, columns, interned(className)));
+    for (std::size_t i = 0; i < range.count; ++i) {
+      if (const Reference at = value.reference(range.first + i); !at.isNull()) {
+        Object& object = objectOf(at.index());
+        if (!classOf(object).isA(interned(className))) {
+          refuseObject(at.index(), "an object of class " + std::string(classOf(object).getName()) +
+                                       " stands among those of class " + className);
+        }
+        kcos::omSetArrayElement(array.get(), i, &object);
+      }
+    }
+    return array;
+  }
+  std::vector<std::string_view> fields;
+  for (std::size_t i = 0; value.classId() == kxSTRUCT_CLASS && i < value.number(0); ++i) {
+    fields.push_back(file_.name(value.number(1 + i)));
+  }
+  Value array = matrix::from_kalvex(value.classId() == kxCELL_CLASS
+                                        ? kxCreateCellMatrix(rows, columns)
+                                        : kxCreateStructMatrix(rows, columns, fields));
+  for (std::size_t i = 0; i < range.count; ++i) {  // a structure's elements lie as those of a cell
+    kxSetCell(array.get(), i, take(value.reference(range.first + i)).release());
+  }
+  return array;
+}
+
+/// What a reference stands for, whose values have been made.
+Value GraphReader::take(Reference reference) {
+  if (reference.isNull()) {
+    return nullptr;
+  }
+  return reference.isObject() ? arrayOf(objectOf(reference.index()))
+                              : matrix::sharedCopy(values_[reference.index()].get());
+}
+
+// --- Objects -------------------------------------------------------------------------------------
+
+bool GraphReader::isRecord(std::uint32_t index) const {
+  return file_.object(index).form == static_cast<std::uint32_t>(ObjectForm::Record);
+}
+
+Reference GraphReader::recordOf(std::uint32_t index) const {
+  return file_.reference(file_.object(index).firstReference);
+}
+
+/// The object, made now if it wasn't yet: a shell, or what its class makes of its record.
+Object& GraphReader::objectOf(std::uint32_t index) {
+  kcos::COSInterfacePtr& object = objects_[index];
+  if (object.get() == nullptr) {
+    const Shape& shape = shapeOf(index);
+    if (isRecord(index)) {
+      object = makeFromRecord(index);
+    } else {
+      object = makeShell(session_, *shape.record);
+      const bool hasNative = shape.record->linked().native != nullptr;
+      if (hasNative && Object::of(object.get())->instanceData() == nullptr) {
+        refuseObject(index, "an object of class " + std::string(shape.record->getName()) +
+                                " can't be loaded");
+      }
+    }
+    if (!trusted_) {
+      Object::of(object.get())->markUntrusted();
+    }
+  }
+  return *Object::of(object.get());
+}
+
+kcos::COSInterfacePtr GraphReader::makeFromRecord(std::uint32_t index) {
+  const ClassRecord& record = *shapeOf(index).record;
+  kcos::COSInterfacePtr made;
+  try {
+    atEdge([&] {
+      const Value value = take(recordOf(index));
+      if (record.isNative()) {
+        record.info()->customLoad(made, value.get(), interned("any"));
+      }
+    });
+  } catch (const KExceptionEnvelope& error) {
+    // What a record holds is the file's; all other errors come from what the class asked the host.
+    const ErrorRecord cause = errorRecord(error);
+    if (cause.identifier == "KALVEX:validateattributes:invalidType") {
+      refuseObject(index, cause.message);
+    }
+    throw;
+  }
+  if (made.get() == nullptr) {
+    refuseObject(index, "class " + std::string(record.getName()) + " makes no object of a record");
+  }
+  return {made.get(), kcos::COSReferenceType::Strong};
+}
+
+/// The class of an object and where its properties are, looked up once.
+const GraphReader::Shape& GraphReader::shapeOf(std::uint32_t index) {
+  const std::uint32_t shapeIndex = file_.object(index).shape;
+  if (const auto known = shapes_.find(shapeIndex); known != shapes_.end()) {
+    return known->second;
+  }
+  const SavedShape& saved = file_.shape(file_.object(index));
+  const std::string className(file_.name(saved.className));
+  ClassRecord* record = session_.classes.find(interned(className));
+  if (record == nullptr) {
+    raise("KALVEX:load:UnknownClass", {className});
+  }
+  const LinkedClass& linked = record->linked();
+  if (!linked.missing.empty()) {
+    raise("KALVEX:load:UnknownClass", {std::string(linked.missing.text())});
+  }
+  if (linked.isAbstract) {
+    refuseObject(index, "class " + className + " is abstract");
+  }
+  Shape shape{.record = record, .savedForm = savedFormOf(*record)};
+  for (const std::uint32_t name : saved.properties) {
+    const PropertyPlace* place = linked.properties.find(interned(file_.name(name)));
+    if (place == nullptr || place->property->flags != kcos::COSPropT::kStored) {
+      refuseObject(
+          index, "class " + className + " has no stored property " + std::string(file_.name(name)));
+    }
+    shape.places.push_back(*place);
+  }
+  return shapes_.emplace(shapeIndex, std::move(shape)).first->second;
+}
+
+/// Queues the objects that a value which is in use leads to.
+void GraphReader::reach(Reference reference) {
+  open_.push_back(reference);
+  while (!open_.empty()) {
+    const Reference at = open_.back();
+    open_.pop_back();
+    if (at.isNull()) {
+      continue;
+    }
+    if (at.isObject()) {
+      reachObject(at.index());
+    } else if (!isReached_[at.index()]) {
+      isReached_[at.index()] = true;
+      file_.forEachReference(file_.value(at.index()),
+                             [&](Reference inner) { open_.push_back(inner); });
+    }
+  }
+}
+
+void GraphReader::reachObject(std::uint32_t index) {
+  if (isQueued_[index]) {
+    return;
+  }
+  isQueued_[index] = true;
+  const Object& object = objectOf(index);
+  queue_.push_back(index);
+  if (isRecord(index)) {
+    file_.forEachReference(file_.value(recordOf(index).index()), [&](Reference inner) {
+      if (!inner.isObject() || Heap::hasEdge(object, objectOf(inner.index()))) {
+        open_.push_back(inner);
+      }
+    });
+  }
+}
+
+void GraphReader::fill(std::uint32_t index) {
+  const ObjectEntry entry = file_.object(index);
+  const Shape& shape = shapeOf(index);
+  std::uint64_t next = entry.firstReference;
+  for (const PropertyPlace& place : shape.places) {
+    const Value value = make(file_.reference(next++));
+    refusing(index,
+             "property " + std::string(place.property->name.text()) + " of class " +
+                 std::string(shape.record->getName()),
+             [&] { writePlace(session_, objectOf(index), place, value.get()); });
+  }
+  if (entry.form == static_cast<std::uint32_t>(ObjectForm::PropertiesAndSaved)) {
+    if (shape.savedForm == nullptr) {
+      refuseObject(index, "class " + std::string(shape.record->getName()) +
+                              " saves nothing besides its properties");
+    }
+    saved_.emplace_back(index, make(file_.reference(next)));
+  }
+}
+
+/// Gives the objects what isn't a property, and tells their classes.
+void GraphReader::finish() {
+  for (const auto& [index, value] : saved_) {
+    const Shape& shape = shapeOf(index);
+    const Value self = arrayOf(objectOf(index));
+    refusing(index, "an object of class " + std::string(shape.record->getName()), [&] {
+      if (shape.savedForm->restore != nullptr) {
+        shape.savedForm->restore(self.get(), value.get());
+      }
+    });
+  }
+  for (const std::uint32_t index : queue_) {
+    if (!isRecord(index)) {
+      refusing(index, "the object", [&] { tellLoaded(objectOf(index)); });
+    }
+  }
+}
+
+void GraphReader::validate() const {
+  std::vector<Value> objects;
+  std::vector<const kxArray*> views;
+  for (const std::uint32_t index : queue_) {
+    objects.push_back(arrayOf(*Object::of(objects_[index].get())));
+    views.push_back(objects.back().get());
+  }
+  for (const LoadValidator& validator : session_.loadValidators) {
+    if (const std::optional<LoadRefusal> refusal = validator(views)) {
+      refuseObject(queue_[refusal->object], refusal->reason);
+    }
+  }
+}
+
+}  // namespace kv::host

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+#include "class/Members.h"
+#include "heap/Object.h"
+#include "heap/Payload.h"
+#include "kv/host/values.h"
+#include "save/FileBuilder.h"
+
+namespace kv::host {
+
+struct SessionState;
+struct SavedForm;
+
+/// The walk that saves: from a value through all values and objects that it leads to. What is
+/// shared is written once; nothing recurses.
+///
+/// Values are written behind what they hold, objects after the values that led to them, so that a
+/// chain of objects as long as you like needs a queue and no stack.
+///
+/// Errors: "KALVEX:save:NotSaveable" with class and reason; "KALVEX:class:InvalidHandle" for a
+/// deleted object; what a class's own way to save raises.
+class GraphWriter {
+ public:
+  explicit GraphWriter(SessionState& session) : session_(session) {}
+
+  /// The sections of a file with `root`.
+  Sections write(const kxArray* root);
+
+ private:
+  /// A value whose elements are being added; `recordOf` is the object that it is the record of.
+  struct Pending {
+    Value value;
+    Object* recordOf = nullptr;
+    std::vector<format::Reference> elements;
+  };
+  /// How the objects of a class stand in the file.
+  struct Shape {
+    std::uint32_t index;
+    std::vector<PropertyPlace> places;
+    const SavedForm* savedForm;
+  };
+  /// A container or large value that was written; it is kept so that no other takes its address.
+  struct Written {
+    Value value;
+    format::Reference reference;
+  };
+
+  format::Reference add(const kxArray* value);
+  std::optional<format::Reference> referenceOf(const kxArray* value);
+  std::optional<format::Reference> referenceOf(Object& object);
+  format::Reference enqueue(Object& object);
+  void begin(const kxArray* value);
+  bool beginRecord(Object& object);
+  format::Reference finish(Pending pending);
+  void writeObject(Object& object, std::uint32_t index);
+  const Shape& shapeOf(const Object& object);
+
+  SessionState& session_;
+  FileBuilder file_;
+  std::vector<Pending> stack_;
+  std::unordered_map<const Object*, std::uint32_t> objects_;
+  std::vector<kcos::COSInterfacePtr> queue_;  ///< objects that were given an index, in that order
+  std::vector<kcos::COSInterfacePtr> recorded_;  ///< objects that stand in the file as records
+  std::unordered_map<const Payload*, Written> payloads_;
+  std::unordered_map<const ObjectClass*, Shape> shapes_;
+};
+
+}  // namespace kv::host
