@@ -1,35 +1,15 @@
-#include <pthread.h>
-
-#include <chrono>
 #include <cstdio>
 
 #include "host/HeapTest.h"
+#include "support/SmallStack.h"
 
 namespace kv::test {
 namespace {
 
-constexpr std::size_t kSmallStackBytes = 256 * 1024;
-
-/// Runs `work` on a thread with a stack that a recursion over the chain wouldn't survive.
-void onSmallStack(const std::function<void()>& work) {
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  ASSERT_EQ(pthread_attr_setstacksize(&attributes, kSmallStackBytes), 0);
-  pthread_t thread;
-  const auto run = [](void* argument) -> void* {
-    (*static_cast<const std::function<void()>*>(argument))();
-    return nullptr;
-  };
-  ASSERT_EQ(pthread_create(&thread, &attributes, run, const_cast<std::function<void()>*>(&work)),
-            0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attributes);
-}
-
 class DeepHeapTest : public HeapTest {
  protected:
   void onSmallStackHere(const std::function<void()>& work) {
-    onSmallStack([&] {
+    runOnSmallStack([&] {
       Heap* previous = Heap::setCurrent(&heap);
       work();
       Heap::setCurrent(previous);
