@@ -1,10 +1,13 @@
 #include "lazyeval/ClosureDependencyWalker.h"
 
+#include <algorithm>
 #include <map>
 #include <random>
+#include <ranges>
 #include <set>
 
 #include "LazySession.h"
+#include "support/Seed.h"
 
 namespace bigdata::lazyeval {
 
@@ -95,8 +98,8 @@ TEST_F(WalkOfThree, ADeletedNodeRaises) {
 
 // --- Against a model ----------------------------------------------------------------------------
 
-/// The walk as recursion over plain numbers: outputs follow their closure, the last first; inputs
-/// are explored from the last to the first.
+/// A graph as plain numbers, and the walk over it as recursion: outputs follow their closure, the
+/// last first; inputs are explored from the last to the first.
 struct ModelGraph {
   struct Output {
     std::size_t closure, index;
@@ -116,71 +119,106 @@ struct ModelGraph {
     finish("p" + std::to_string(output));
     finish("f" + std::to_string(output));
   }
+  void walkOutput(std::size_t output) {
+    if (!all[output].isDone) walk(all[output].closure);
+    finishOutput(output);
+  }
   void walk(std::size_t closure) {
     const std::string name = "C" + std::to_string(closure);
     if (seen.contains(name)) return;
-    for (auto input = inputs[closure].rbegin(); input != inputs[closure].rend(); ++input) {
-      if (!all[*input].isDone) walk(all[*input].closure);
-      finishOutput(*input);
-    }
+    for (const std::size_t input : inputs[closure] | std::views::reverse) walkOutput(input);
     finish(name);
-    for (auto output = outputs[closure].rbegin(); output != outputs[closure].rend(); ++output) {
-      finishOutput(*output);
+    for (const std::size_t output : outputs[closure] | std::views::reverse) finishOutput(output);
+  }
+
+  std::set<std::size_t> dependencies(std::size_t closure) const {
+    std::set<std::size_t> found;
+    for (const std::size_t input : inputs[closure]) {
+      if (!all[input].isDone) found.insert(all[input].closure);
     }
+    return found;
   }
 };
 
-TEST_F(ClosureDependencyWalkerTest, AgreesWithARecursiveModelOnRandomGraphs) {
-  const unsigned seed = std::random_device()();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
-  const auto below = [&](std::size_t n) { return random() % n; };
-  for (int round = 0; round < 30; ++round) {
-    ModelGraph model;
-    std::vector<ClosurePtr> closures;
-    const std::size_t count = 1 + below(12);
-    for (std::size_t c = 0; c < count; ++c) {
-      model.inputs.emplace_back();
-      std::vector<FuturePtr> futures;
-      for (std::size_t i = below(4); i > 0 && !model.all.empty(); --i) {
-        const std::size_t output = below(model.all.size());
-        model.inputs[c].push_back(output);
-        futures.push_back(future(closures[model.all[output].closure], model.all[output].index));
-      }
-      const std::size_t numOutputs = below(4);
-      closures.push_back(closure(futures, static_cast<int>(numOutputs)));
-      label(closures[c], "C" + std::to_string(c), static_cast<int>(model.all.size()));
-      model.outputs.emplace_back();
-      for (std::size_t i = 0; i < numOutputs; ++i) {
-        model.outputs[c].push_back(model.all.size());
-        model.all.push_back({c, i});
-      }
+/// A random graph twice: of closures, and as a model.
+class RandomGraphs : public ClosureDependencyWalkerTest {
+ protected:
+  std::size_t below(std::size_t n) { return random() % n; }
+
+  void addClosure() {
+    const std::size_t number = closures.size();
+    std::vector<std::size_t> inputs, outputs(below(4));
+    for (std::size_t i = below(4); i > 0 && !model.all.empty(); --i) {
+      inputs.push_back(below(model.all.size()));
     }
-    for (ModelGraph::Output& output : model.all) {
+    std::vector<FuturePtr> futures;
+    for (const std::size_t input : inputs) futures.push_back(modelled(input)->getFuture().lock());
+    closures.push_back(closure(futures, static_cast<int>(outputs.size())));
+    label(closures.back(), "C" + std::to_string(number), static_cast<int>(model.all.size()));
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+      outputs[i] = model.all.size();
+      model.all.push_back({number, i});
+    }
+    model.inputs.push_back(std::move(inputs));
+    model.outputs.push_back(std::move(outputs));
+  }
+
+  /// One output in four; of half of these the promise keeps its closure.
+  void completeSome() {
+    for (std::size_t output = 0; output < model.all.size(); ++output) {
       if (below(4) == 0) {
-        output.isDone = true;
-        promise(closures[output.closure], output.index)->setValue(kv::host::makeDouble(1));
+        model.all[output].isDone = true;
+        if (below(2) == 0) modelled(output)->setPartitionIndependent(false);
+        modelled(output)->setValue(kv::host::makeDouble(1));
       }
     }
-    std::vector<ClosureGraphNode> roots;
-    for (std::size_t i = 0; i < 3; ++i) {
-      const std::size_t root = below(count);
-      roots.push_back(closures[root]);
-      model.walk(root);
+  }
+
+  ClosureGraphNode addRoot() {
+    if (const std::size_t kind = below(3); kind != 0 && !model.all.empty()) {
+      const std::size_t output = below(model.all.size());
+      model.walkOutput(output);
+      if (kind == 1) return modelled(output);
+      return modelled(output)->getFuture().lock();
     }
+    const std::size_t root = below(closures.size());
+    model.walk(root);
+    return closures[root];
+  }
+
+  PromisePtr modelled(std::size_t output) {
+    return promise(closures[model.all[output].closure], model.all[output].index);
+  }
+
+  std::set<std::size_t> dependencies(std::size_t closure) const {
+    const std::vector<ClosurePtr> found = closures[closure]->getDirectDependencies();
+    std::set<std::size_t> numbers;
+    for (std::size_t i = 0; i < closures.size(); ++i) {
+      if (std::ranges::count(found, closures[i].get(), &ClosurePtr::get) == 1) numbers.insert(i);
+    }
+    EXPECT_EQ(numbers.size(), found.size());
+    return numbers;
+  }
+
+  std::mt19937_64 random{kv::test::drawSeed()};
+  ModelGraph model;
+  std::vector<ClosurePtr> closures;
+};
+
+TEST_F(RandomGraphs, AreWalkedAndDependAsARecursiveModelSays) {
+  for (int round = 0; round < 30; ++round) {
+    model = {};
+    closures.clear();
+    for (std::size_t count = 1 + below(12); count > 0; --count) addClosure();
+    completeSome();
+    std::vector<ClosureGraphNode> roots;
+    for (int i = 0; i < 3; ++i) roots.push_back(addRoot());
     std::string expected;
     for (const std::string& name : model.order) expected += (expected.empty() ? "" : " ") + name;
     EXPECT_EQ(walk(roots), expected);
-
-    std::set<const Closure*> dependencies;
-    for (const std::size_t output : model.inputs.back()) {
-      if (!model.all[output].isDone) {
-        dependencies.insert(closures[model.all[output].closure].get());
-      }
+    for (std::size_t i = 0; i < closures.size(); ++i) {
+      EXPECT_EQ(dependencies(i), model.dependencies(i));
     }
-    const std::vector<ClosurePtr> found = closures.back()->getDirectDependencies();
-    EXPECT_EQ(found.size(), dependencies.size());
-    for (const ClosurePtr& closure : found) EXPECT_TRUE(dependencies.contains(closure.get()));
   }
 }
 

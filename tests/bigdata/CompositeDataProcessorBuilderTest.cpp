@@ -1,10 +1,13 @@
 #include <map>
 #include <memory>
+#include <random>
+#include <ranges>
 
 #include "CoreSession.h"
 #include "executor/CompositeDataProcessorBuilder.h"
 #include "ki/conversions.h"
 #include "kx/string.h"
+#include "support/Seed.h"
 #include "support/Worlds.h"
 
 namespace bigdata {
@@ -96,6 +99,46 @@ TEST_F(Builders, AreWalkedFromTheLastInputOnceEachAndListedInOrder) {
     const Value& last = made.at(row.nodes.back()[0]);
     EXPECT_EQ(walk(last), row.walked);
     EXPECT_EQ(edges(last), row.edges);
+  }
+}
+
+/// The walk as recursion: a builder, then what its inputs lead to, the last input first.
+void walkModel(const std::map<char, std::string>& inputs, char builder, std::string& walked) {
+  if (walked.find(builder) != std::string::npos) return;
+  walked += builder;
+  for (const char input : inputs.at(builder) | std::views::reverse) {
+    walkModel(inputs, input, walked);
+  }
+}
+
+TEST_F(Builders, AgreeWithARecursiveModelOnRandomGraphsWithCycles) {
+  std::mt19937_64 random(kv::test::drawSeed());
+  const auto below = [&](std::size_t n) { return random() % n; };
+  for (int round = 0; round < 30; ++round) {
+    const std::string names = std::string("abcdefghijkl").substr(0, 1 + below(12));
+    std::map<char, Value> made;
+    for (const char name : names) made[name] = node(name, {});
+    std::map<char, std::string> inputs;
+    for (const char name : names) {
+      std::vector<const Value*> builders;
+      for (std::size_t i = below(4); i > 0; --i) {
+        inputs[name] += names[below(names.size())];
+        builders.push_back(&made.at(inputs[name].back()));
+      }
+      inputs.try_emplace(name);
+      session.set(made.at(name).get(), "InputBuilders", arrayOf(builders).get(), kBuilder);
+    }
+    std::string walked, expectedEdges;
+    walkModel(inputs, names[0], walked);
+    for (const char target : walked) {
+      int ordinal = 0;
+      for (const char source : inputs.at(target)) {
+        expectedEdges += {source, '-', target, ':'};
+        expectedEdges += std::to_string(++ordinal) + " ";
+      }
+    }
+    EXPECT_EQ(walk(made.at(names[0])), walked);
+    EXPECT_EQ(edges(made.at(names[0])), expectedEdges);
   }
 }
 

@@ -1,13 +1,12 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <random>
 
 #include "CoreSession.h"
 #include "ki/conversions.h"
+#include "support/Seed.h"
 #include "support/Worlds.h"
 
 namespace bigdata {
@@ -76,12 +75,8 @@ TEST_F(NumberPatterns, AtTheEdgesConvertAsTheirBitsSay) {
 
 /// Half of them are of a size between 1/4 and 2^67, where the bounds of counts lie.
 TEST_F(NumberPatterns, AtRandomConvertAsTheirBitsSay) {
-  const char* given = std::getenv("KV_SEED");
-  const std::uint64_t seed = given ? std::strtoull(given, nullptr, 10) : std::random_device()();
   const std::size_t patterns = kv::test::sizes().patterns;
-  std::printf("number patterns: KV_SEED=%llu, %zu patterns\n",
-              static_cast<unsigned long long>(seed), patterns);
-  std::mt19937_64 random(seed);
+  std::mt19937_64 random(kv::test::drawSeed());
   for (std::size_t i = 0; i < patterns; ++i) {
     std::uint64_t bits = random();
     if (i % 2 == 1) bits = (bits & (kSign | kFraction)) | ((kBias - 2 + random() % 69) << 52);

@@ -1,9 +1,11 @@
 #include "host/HeapModel.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <random>
 
 #include "host/HeapTest.h"
+#include "support/Seed.h"
 
 namespace kv::test {
 namespace {
@@ -302,17 +304,16 @@ class ModelRun {
 class HeapModelTest : public HeapTest {};
 
 TEST_F(HeapModelTest, RandomStepsLeaveExactlyWhoTheModelSays) {
-  const char* given = std::getenv("KV_SEED");
-  const std::uint64_t firstSeed =
-      given != nullptr ? std::strtoull(given, nullptr, 10) : std::random_device()();
+  const std::uint64_t firstSeed = drawSeed();
   for (std::size_t run = 0; run < sizes().modelRuns; ++run) {
     const std::uint64_t seed = firstSeed + run;
     SCOPED_TRACE("KV_SEED=" + std::to_string(seed));
     ModelRun steps(heap, slotted, seed);
-    for (std::size_t i = 1; i <= sizes().modelSteps; ++i) {
+    for (std::size_t i = 1, next = 100; i <= sizes().modelSteps; ++i) {
       steps.step();
-      if (i % 100 == 0) {
+      if (i == next) {
         steps.compare();
+        next += std::max<std::size_t>(100, i / 50);  // a look costs as much as all that was made
       }
       if (HasFatalFailure()) {
         return;

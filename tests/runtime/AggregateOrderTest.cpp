@@ -11,6 +11,7 @@
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/selectRows.h"
 #include "runtime/makeColumn.h"
+#include "support/Seed.h"
 
 namespace kv::runtime {
 namespace {
@@ -39,8 +40,7 @@ class AggregateOrder : public testing::Test {
     return std::uniform_int_distribution<std::int64_t>(1, most)(random_);
   }
 
-  const unsigned seed_ = std::random_device()();
-  std::mt19937_64 random_{seed_};
+  std::mt19937_64 random_{kv::test::drawSeed()};
   std::uniform_real_distribution<double> uniform_{0, 1};
   std::normal_distribution<double> normal_;
 };
@@ -73,7 +73,6 @@ std::string reduceAll(const Column& column, const Column& keep, NextLength&& nex
 }
 
 TEST_F(AggregateOrder, AnswersDoNotDependOnHowRowsAreCut) {
-  SCOPED_TRACE("seed " + std::to_string(seed_));
   constexpr std::int64_t kRows = 3 * kReductionBlock + 777;
   for (const double keepShare : {1.0, 0.97, 0.3, 0.002, 0.0}) {
     for (const ElementType type : {Double, Single, Int32}) {
@@ -107,7 +106,6 @@ double sumOf(const std::vector<double>& values, std::int64_t partitionRows) {
 }
 
 TEST_F(AggregateOrder, TheErrorOfASumIsAUnitInTheLastPlace) {
-  SCOPED_TRACE("seed " + std::to_string(seed_));
   const std::vector<double> kColumns[] = {std::vector<double>(200000, 0.1), wildValues(200000, 0.1),
                                           wildValues(37, 0)};
   for (const auto& values : kColumns) {
@@ -128,7 +126,6 @@ TEST_F(AggregateOrder, TheErrorOfASumIsAUnitInTheLastPlace) {
 }
 
 TEST_F(AggregateOrder, VariancesSurviveALargeMean) {
-  SCOPED_TRACE("seed " + std::to_string(seed_));
   std::vector<double> values(50000);
   for (double& value : values) value = 1e9 + normal_(random_);
   values[0] = 0;  // a first value far from all others is the worst shift of a block

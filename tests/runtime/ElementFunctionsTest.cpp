@@ -9,6 +9,7 @@
 #include "kv/runtime/ElementFunctions.h"
 #include "kv/runtime/FunctionError.h"
 #include "runtime/makeColumn.h"
+#include "support/Seed.h"
 
 namespace kv::runtime {
 namespace {
@@ -272,9 +273,7 @@ TEST(ElementFunctions, BadInputsAreRefused) {
 /// Every numeric pair of types, in every way to spread, over block edges, against one row at a
 /// time.
 TEST(ElementFunctions, BlocksConversionsAndSpreadsAgreeWithSingleRows) {
-  const unsigned seed = std::random_device()();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
+  std::mt19937_64 random(kv::test::drawSeed());
   const auto small = [&](std::size_t count) {
     std::vector<double> values(count);
     for (double& value : values) value = static_cast<double>(random() % 5);

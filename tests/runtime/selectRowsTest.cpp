@@ -9,6 +9,7 @@
 
 #include "kv/runtime/FunctionError.h"
 #include "runtime/makeColumn.h"
+#include "support/Seed.h"
 
 namespace kv::runtime {
 namespace {
@@ -52,9 +53,7 @@ TEST(SelectRows, AllAndNoneAreTheEasyEnds) {
 }
 
 TEST(SelectRows, EveryTypeAgreesWithAPlainLoop) {
-  const unsigned seed = std::random_device()();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
+  std::mt19937_64 random(kv::test::drawSeed());
   constexpr std::size_t kRows = 1234;
   Chunk chunk;
   chunk.ordinals = RowOrdinals(7, kRows);
