@@ -1,9 +1,11 @@
+#include <cstdio>
 #include <thread>
 
 #include "HostSession.h"
 #include "NativeClasses.h"
 #include "foundation/exception.h"
 #include "foundation/usm.h"
+#include "support/Worlds.h"
 
 namespace kv::test {
 namespace {
@@ -83,7 +85,7 @@ TEST(Sessions, RefuseEveryUseAfterClose) {
 TEST(Sessions, LeaveNothingBehindWhenTheyAreOpenedUsedAndClosed) {
   const host::Ledger before = host::ledger();
   Value kept;
-  for (int round = 0; round < 3; ++round) {
+  for (std::size_t round = 0; round < sizes().sessions; ++round) {
     host::Session session;
     const host::Session::Scope scope(session);
     enter((new NativeClass("Native", [](COSClass* cls, const COSClient*) {
@@ -96,7 +98,7 @@ TEST(Sessions, LeaveNothingBehindWhenTheyAreOpenedUsedAndClosed) {
     session.defineFunction(
         "holds",
         [alive = std::make_shared<Value>(matrix::sharedCopy(thing.get()))](const Call&) {});
-    const Value number = host::makeDouble(round);
+    const Value number = host::makeDouble(static_cast<double>(round));
     kept = host::call("lab.Native", {number.get()});
     const host::CallSite site(std::source_location::current());
     EXPECT_EQ(failure([] { host::call("nobody"); }), "KALVEX:UndefinedFunction | nobody");
@@ -104,6 +106,7 @@ TEST(Sessions, LeaveNothingBehindWhenTheyAreOpenedUsedAndClosed) {
   EXPECT_EQ(Part::count, 0);
   kept = nullptr;  // a value that outlived its session
   const host::Ledger after = host::ledger();
+  std::printf("leaks: %zu sessions\n", sizes().sessions);
   EXPECT_EQ(after.objects, before.objects);
   EXPECT_EQ(after.arrays, before.arrays);
   EXPECT_EQ(after.payloads, before.payloads);

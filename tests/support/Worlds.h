@@ -21,8 +21,8 @@ struct Sizes {
   std::size_t patterns;    ///< random bit patterns of a number, which make no object
 };
 
-inline constexpr Sizes kQuick = {5'000, 8, 100'000, 100'000, 200'000, 100, 100'000};
-inline constexpr Sizes kFull = {50'000, 40, 1'000'000, 1'000'000, 8'000'000, 1'000, 1'000'000};
+inline constexpr Sizes kQuick = {100'000, 1, 100'000, 50'000, 200'000, 100, 100'000};
+inline constexpr Sizes kFull = {100'000, 40, 1'000'000, 1'000'000, 8'000'000, 1'000, 1'000'000};
 inline constexpr Sizes kStress = {1'000, 4, 300, 300, 300, 3, 100'000};
 
 inline bool isStressed() {
