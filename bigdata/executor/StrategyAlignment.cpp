@@ -11,18 +11,17 @@ namespace bigdata::executor {
 using StrategyPtr = ki::KalvexManagedPtr<PartitionStrategy>;
 
 void StrategyAlignment::add(const StrategyPtr& strategy) {
-  const PartitionStrategy* candidate = strategy.get();
-  if (candidate == nullptr || candidate->getIsBroadcast()) {
+  if (!strategy || strategy->getIsBroadcast()) {
     return;
   }
   if (!result_) {
     result_ = strategy;
     return;
   }
-  if (!result_->isSameClass(*candidate)) {
+  if (!result_->isSameClass(*strategy)) {
     raiseIncompatibleIndexing();
   }
-  result_ = result_->typedAlign(*candidate);
+  result_ = result_->typedAlign(*strategy);
 }
 
 StrategyPtr StrategyAlignment::resultOrBroadcast() const {

@@ -36,12 +36,13 @@ class GlobalStreamGuard {
     }
   }
 
-  /// Puts the stream that `factory` has for partition 1 in force.
-  void usePartitionStream(const kxArray* factory) {
+  /// Puts the stream that the factory of `options` has for partition 1 in force.
+  void usePartitionStream(const ki::KalvexManagedPtr<PartitionedArrayOptions>& options) {
     previous_ = ki::callHost("RandStream.getGlobalStream");
+    const matrix::ArrayPtr factory = matrix::sharedCopy(options->getRandStreamFactory());
     const matrix::ArrayPtr partition = matrix::from_kalvex(kxCreateDoubleScalar(1.0));
     const matrix::ArrayPtr stream =
-        ki::callHost("getRandStreamForPartition", {factory, partition.get()});
+        ki::callHost("getRandStreamForPartition", {factory.get(), partition.get()});
     ki::callHostForEffect("RandStream.setGlobalStream", {stream.get()});
   }
 
@@ -64,11 +65,12 @@ Operation::Operation(const ki::KalvexManagedConstructInfo& info, std::size_t num
 Operation::~Operation() = default;
 
 void Operation::directEvaluate(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs) {
+  const ki::KalvexManagedPtr<Operation> self = getSelf<Operation>();
   GlobalStreamGuard guard;
   if (options_ && options_->getRequiresRandState()) {
-    guard.usePartitionStream(options_->getRandStreamFactory());
+    guard.usePartitionStream(options_.lock());
   }
-  directEvaluateImpl(nlhs, plhs, nrhs, prhs);
+  self->directEvaluateImpl(nlhs, plhs, nrhs, prhs);  // what was called may have deleted this
 }
 
 matrix::ArrayPtr Operation::addGlobalState(matrix::ArrayPtr processorFactory) const {

@@ -77,12 +77,16 @@ bool areAllDone(const Futures& futures) {
 void evaluateNow(Operation& operation, const Futures& futures, const SharedParts& parts, int nlhs,
                  kxArray** plhs) {
   OutputSlots outputs(nlhs);
-  boost::container::small_vector<const kxArray*, 4> values;
+  // The promises may get other values while the operation runs.
+  boost::container::small_vector<ArrayPtr, 4> values;
+  boost::container::small_vector<const kxArray*, 4> inputs;
   values.reserve(futures.size());
+  inputs.reserve(futures.size());
   for (const KalvexManagedPtr<ClosureFuture>& future : futures) {
-    values.push_back(future->getValue());
+    values.push_back(matrix::sharedCopy(future->getValue()));
+    inputs.push_back(values.back().get());
   }
-  operation.directEvaluate(nlhs, outputs.data(), static_cast<int>(values.size()), values.data());
+  operation.directEvaluate(nlhs, outputs.data(), static_cast<int>(inputs.size()), inputs.data());
   for (int i = 0; i < nlhs; ++i) {
     plhs[i] = parts.makeArray(wrapConstant(outputs.take(i)));
   }

@@ -43,7 +43,8 @@ OptionsPtr takeLeading<OptionsPtr>(RawInputs& inputs) {
   OptionsPtr options = isGiven ? ki::fromArray<OptionsPtr>(inputs.next())
                                : ki::createManagedObject<PartitionedArrayOptions>();
   if (options->getRequiresRandState() && kxIsEmpty(options->getRandStreamFactory())) {
-    options->setRandStreamFactory(ki::callHost("kalvex.bigdata.internal.RandStreamFactory"));
+    ArrayPtr factory = ki::callHost("kalvex.bigdata.internal.RandStreamFactory");
+    options->setRandStreamFactory(std::move(factory));
   }
   return options;
 }

@@ -26,19 +26,19 @@ ArrayPtr cacheEntryKey(const LazyPartitionedArray& array) {
 
 }  // namespace
 
-void addCacheOperation(LazyPartitionedArray& array) {
+void addCacheOperation(const KalvexManagedPtr<LazyPartitionedArray>& array) {
   auto operation = makeOperation("kalvex.bigdata.internal.lazyeval.CacheOperation");
-  std::vector<KalvexManagedPtr<ClosureFuture>> inputs{array.getValueFuture().lock()};
+  std::vector<KalvexManagedPtr<ClosureFuture>> inputs{array->getValueFuture().lock()};
   const auto closure = ki::createManagedObject<Closure>(std::move(inputs), std::move(operation));
   ClosurePromise& cached = *closure->getOutputPromises().at(0);
-  cached.setMetadata(matrix::sharedCopy(array.hGetMetadata()));
-  array.setValueFuture(cached.getFuture().lock());
+  cached.setMetadata(matrix::sharedCopy(array->hGetMetadata()));
+  array->setValueFuture(cached.getFuture().lock());
 }
 
 void markforreuse(const RawCall& call) {
   for (int i = 0; i < call.nrhs; ++i) {
     const auto array = ki::fromArray<KalvexManagedPtr<LazyPartitionedArray>>(call.prhs[i]);
-    addCacheOperation(*array);
+    addCacheOperation(array);
     if (i <= call.nlhs) {
       call.plhs[i] = matrix::to_kalvex(ki::toArray(array));
     }
@@ -47,11 +47,11 @@ void markforreuse(const RawCall& call) {
 
 void updateforreuse(LazyPartitionedArray& old, KalvexManagedPtr<LazyPartitionedArray> successor) {
   if (old.getValueFuture()->isDone() || successor->getValueFuture()->isDone()) {
-    addCacheOperation(*successor);
+    addCacheOperation(successor);
     return;
   }
   const ArrayPtr oldKey = cacheEntryKey(old);
-  addCacheOperation(*successor);
+  addCacheOperation(successor);
   ki::callHostForEffect("setOldKey", {cacheEntryKey(*successor).get(), oldKey.get()});
 }
 

@@ -14,7 +14,7 @@ class LazyPartitionedArray;
 /// and is partition independent.
 ///
 /// Errors: those of the node's host constructor; the array is as it was then.
-void addCacheOperation(LazyPartitionedArray& array);
+void addCacheOperation(const ki::KalvexManagedPtr<LazyPartitionedArray>& array);
 
 /// Marks every input. The first input comes back even if no output is asked for, and in general one
 /// output more than is asked for is written.
