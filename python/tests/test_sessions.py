@@ -51,6 +51,32 @@ def test_a_closed_session_refuses_every_use():
     assert held.is_deleted and "closed" in repr(held) and held == held
 
 
+def test_what_is_dropped_as_a_session_closes_finds_it_closed():
+    """A callable goes with the session that holds it, and its end is Python code."""
+    session = host.Session(runtime=False)
+    found = []
+
+    class Callable:
+        def __call__(self, nargout):
+            pass
+
+        def __del__(self):
+            for use in (session.collect, lambda: session.new("C"), lambda: held.get("value")):
+                try:
+                    use()
+                except host.Error as error:
+                    found.append(error.identifier)
+            session.close()
+
+    session.define_class("C", properties={"value": None})
+    held = session.new("C")
+    held.set("value", Callable())
+    session.define_function("function", Callable())
+    session.define_class("D", properties={"value": Callable()})
+    session.close()
+    assert found == 9 * ["KALVEX:session:Closed"]
+
+
 def test_another_thread_is_refused(bare):
     held = make(bare)
     for use in (lambda: bare.call("str2func", "x"), lambda: held.get("message"), bare.close):

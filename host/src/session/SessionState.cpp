@@ -45,6 +45,7 @@ SessionState& requireSession() {
 }
 
 void closeSession(SessionState& session) noexcept {
+  session.isClosed = true;  // callables that are dropped below may ask for the session
   SessionState* before = setCurrentSession(&session);
   session.heap.close();
   session.store.clear();
@@ -53,7 +54,6 @@ void closeSession(SessionState& session) noexcept {
   session.loadValidators.clear();
   session.calls.clear();
   session.classes.clear();
-  session.isClosed = true;
   setCurrentSession(before != nullptr && before->isClosed ? nullptr : before);
 }
 
