@@ -149,6 +149,29 @@ def test_redefinition_waits_for_the_last_instance(bare):
     assert caught.value.identifier == "KALVEX:class:SealedClass"
 
 
+def test_a_constructor_may_use_what_it_inherits_before_it_is_made(bare):
+    """The host makes a superclass's part before the first use of one of its members."""
+    seen = []
+
+    def construct(obj):
+        seen.append(obj.invoke("addGlobalState", "factory"))
+        seen.append(obj.invoke("twice", 2.0))
+
+    bare.define_class(
+        "Base",
+        superclasses=[LAZY + "Operation"],
+        properties={"factor": 1.0},
+        constructor=lambda obj: obj.set("factor", 2.0),
+        methods={
+            "twice": lambda nargout, obj, x: obj.get("factor") * x,
+            "createExecutionTasks": lambda nargout, obj, *args: None,
+        },
+    )
+    bare.define_class("Derived", superclasses=["Base"], constructor=construct)
+    assert bare.new("Derived").get("factor") == 2.0
+    assert seen == ["factory", 4.0]
+
+
 def test_a_description_lists_members_in_order(bare):
     bare.define_class("C", properties={"b": 1, "a": host.Property(2, get=1, set=2)}, sealed=True)
     described = bare.describe("C")

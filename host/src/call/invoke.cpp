@@ -4,6 +4,7 @@
 
 #include "call/running.h"
 #include "call/trust.h"
+#include "class/construction.h"
 #include "class/objects.h"
 
 namespace kv::host {
@@ -69,6 +70,10 @@ void invokeMethod(SessionState& session, const Method& method, const Call& call,
   if (method.takesObjectFirst()) {
     Object* first = call.nrhs > 0 ? scalarObject(call.prhs[0]) : nullptr;
     target = first != nullptr ? first : target;
+  }
+  if (target != nullptr && target->isUnderConstruction() &&
+      classOf(*target).isA(method.owner->name())) {
+    constructPart(session, *target, *method.owner);
   }
   if (target != nullptr && target->isUntrusted()) {
     refuseGuarded(session, method, *target);
