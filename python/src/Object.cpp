@@ -5,6 +5,7 @@
 #include "calls.h"
 #include "errors.h"
 #include "kv/host/definitions.h"
+#include "pyObjects.h"
 #include "texts.h"
 #include "values.h"
 
@@ -73,10 +74,11 @@ std::string text(const Object& self) {
 }
 
 nb::object isEqual(const Object& self, nb::handle other) {
-  if (!nb::isinstance<Object>(other)) {
+  const Object* object = instanceOf<Object>(other);
+  if (object == nullptr) {
     return nb::borrow(Py_NotImplemented);
   }
-  return nb::bool_(self.identity() == nb::inst_ptr<Object>(other)->identity());
+  return nb::bool_(self.identity() == object->identity());
 }
 
 Py_hash_t hashOf(const Object& self) {

@@ -97,7 +97,7 @@ void attachCause(const Value& exception, nb::handle cause, int depth) {
 /// The object that an Error came with, if it is one of the current session.
 Value objectOf(nb::handle error) {
   const nb::object object = error.attr("object");
-  const Object* wrapped = nb::isinstance<Object>(object) ? nb::inst_ptr<Object>(object) : nullptr;
+  const Object* wrapped = instanceOf<Object>(object);
   const bool isOurs = wrapped != nullptr && wrapped->session() == Use::current() &&
                       !wrapped->isDeleted() && kxIsA(wrapped->array(), "KException");
   return isOurs ? matrix::sharedCopy(wrapped->array()) : nullptr;
@@ -199,7 +199,15 @@ void throwIntoHost(nb::handle exception) {
   if (PyObject_IsInstance(exception.ptr(), PyExc_Exception) != 1) {
     throw PythonPassThrough(share(exception));
   }
-  const Value object = exceptionOf(exception);
+  Value object;
+  try {
+    object = exceptionOf(exception);
+  } catch (nb::python_error& failure) {
+    if (isA(failure.value(), Known::Error)) {
+      throw;
+    }
+    throwIntoHost(failure.value());  // an Error whose parts can't be read: say why
+  }
   host::throwException(object.get());
 }
 

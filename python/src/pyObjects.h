@@ -39,8 +39,20 @@ enum class Known {
 nb::handle known(Known what);
 
 /// True if `object` is an instance of a known class.
+/// Errors: those of the object, which may have a class of its own mind.
 inline bool isA(nb::handle object, Known what) {
-  return PyObject_IsInstance(object.ptr(), known(what).ptr()) == 1;
+  const int answer = PyObject_IsInstance(object.ptr(), known(what).ptr());
+  if (answer < 0) {
+    throw nb::python_error();
+  }
+  return answer != 0;
+}
+
+/// What an instance of a class of this module holds; null for anything else, and for one that was
+/// made but never initialised.
+template <class T>
+const T* instanceOf(nb::handle object) {
+  return nb::isinstance<T>(object) && nb::inst_ready(object) ? nb::inst_ptr<T>(object) : nullptr;
 }
 
 /// Refuses a nesting that is deeper than the interpreter allows.

@@ -30,6 +30,10 @@ nb::str checked(PyObject* made) {
 
 std::u16string toUtf16(nb::handle handle) {
   PyObject* text = handle.ptr();
+  if (!PyUnicode_Check(text)) {
+    PyErr_Format(PyExc_TypeError, "a text must be a str, not %s", Py_TYPE(text)->tp_name);
+    throw nb::python_error();
+  }
   const void* data = PyUnicode_DATA(text);
   switch (PyUnicode_KIND(text)) {
     case PyUnicode_1BYTE_KIND:

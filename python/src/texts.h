@@ -10,6 +10,7 @@ namespace kv::python {
 namespace nb = nanobind;
 
 /// A Python text in the host's UTF-16 and back. A lone half of a pair stays what it is.
+/// Errors: TypeError for what isn't a `str`.
 std::u16string toUtf16(nb::handle text);
 nb::str toPython(std::u16string_view text);
 

@@ -87,6 +87,31 @@ def test_what_is_no_error_passes_through_as_itself(bare, stop):
     assert bare.call("str2func", "outer") == host.Function("outer")
 
 
+def test_an_error_that_can_not_be_read_says_why(bare):
+    class Torn(host.Error):
+        def __init__(self):
+            pass
+
+    class Interrupting(host.Error):
+        @property
+        def identifier(self):
+            raise KeyboardInterrupt
+
+        @identifier.setter
+        def identifier(self, value):
+            pass
+
+    def fails(nargout, kind):
+        raise Torn() if kind == "torn" else Interrupting("my:id")
+
+    bare.define_function("fails", fails)
+    with pytest.raises(host.Error) as caught:
+        bare.call("fails", "torn")
+    assert caught.value.identifier == "KALVEX:python:AttributeError"
+    with pytest.raises(KeyboardInterrupt):
+        bare.call("fails", "interrupting")
+
+
 @pytest.mark.parametrize(
     ("use", "identifier", "arguments"),
     [
