@@ -18,11 +18,15 @@ void refuseGuarded(const SessionState& session, const Method& method, const Obje
   }
 }
 
-void requireTrusted(const kxArray* value, std::string_view what) {
+bool isTrusted(const kxArray* value) noexcept {
   const FunctionValue* function = functionValue(value);
   const Object* object = scalarObject(value);
-  if ((function != nullptr && function->isUntrusted) ||
-      (object != nullptr && object->isUntrusted())) {
+  return (function == nullptr || !function->isUntrusted) &&
+         (object == nullptr || !object->isUntrusted());
+}
+
+void requireTrusted(const kxArray* value, std::string_view what) {
+  if (!isTrusted(value)) {
     raise("KALVEX:load:NotTrusted", {std::string(what)});
   }
 }

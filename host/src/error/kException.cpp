@@ -115,6 +115,7 @@ std::shared_ptr<const ClassDefinition> kExceptionDefinition() {
           {name, nullptr, MemberAccess::Public, MemberAccess::Protected, {}});
     }
     made->constructor = MethodDefinition{.name = "KException", .body = construct, .arity = {1, 4}};
+    made->savedForm.emplace();  // an exception of another language that it was made of stays behind
     return std::shared_ptr<const ClassDefinition>(std::move(made));
   }();
   return definition;

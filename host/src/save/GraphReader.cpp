@@ -15,6 +15,7 @@
 #include "kx/string.h"
 #include "name/names.h"
 #include "session/SessionState.h"
+#include "value/counts.h"
 
 namespace kv::host {
 namespace {
@@ -71,8 +72,15 @@ std::u16string textAt(const SavedValue& value, std::size_t offset, std::size_t l
   return text;
 }
 
+std::span<const std::size_t> dimensionsOf(const SavedValue& value) {
+  return {value.dimensions.data(), value.dimensions.size()};
+}
+
+std::size_t columnsOf(const SavedValue& value) { return columnCount(dimensionsOf(value), 1); }
+
 Value makeTexts(const SavedValue& value) {
-  Value array = Torvane::String::createStringArray(value.dimensions[0], value.dimensions[1]);
+  Value array = Torvane::String::createStringArray(value.dimensions[0], columnsOf(value));
+  kxSetDimensions(array.get(), dimensionsOf(value));
   std::size_t offset = value.elements * sizeof(TextLength);
   for (std::size_t i = 0; i < value.elements; ++i) {
     if (const std::size_t stored = value.number(i); stored > 0) {
@@ -163,7 +171,7 @@ Value GraphReader::makeValue(std::uint32_t index) {
 
 Value GraphReader::makeContainer(const SavedValue& value) {
   const std::size_t rows = value.dimensions[0];
-  const std::size_t columns = value.dimensions[1];
+  const std::size_t columns = columnsOf(value);
   const ReferenceRange range = referencesOf(value);
   if (value.classId() == kxOBJECT_CLASS) {
     const std::string className(file_.name(value.number(0)));
@@ -190,6 +198,7 @@ Value GraphReader::makeContainer(const SavedValue& value) {
   Value array = matrix::from_kalvex(value.classId() == kxCELL_CLASS
                                         ? kxCreateCellMatrix(rows, columns)
                                         : kxCreateStructMatrix(rows, columns, fields));
+  kxSetDimensions(array.get(), dimensionsOf(value));
   for (std::size_t i = 0; i < range.count; ++i) {  // a structure's elements lie as those of a cell
     kxSetCell(array.get(), i, take(value.reference(range.first + i)).release());
   }
@@ -243,7 +252,7 @@ kcos::COSInterfacePtr GraphReader::makeFromRecord(std::uint32_t index) {
   try {
     atEdge([&] {
       const Value value = take(recordOf(index));
-      if (record.isNative()) {
+      if (record.isNative() && kxIsScalar(value.get())) {
         record.info()->customLoad(made, value.get(), interned("any"));
       }
     });

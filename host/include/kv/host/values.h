@@ -80,6 +80,8 @@ KV_HOST_API std::string callableName(const kxArray* handle);
 /// front end finds its own again by the type of the target. Lives: as long as the array.
 KV_HOST_API const NativeBody* callableBody(const kxArray* handle) noexcept;
 
+/// False for an object or a function handle that was loaded without trust.
+KV_HOST_API bool isTrusted(const kxArray* value) noexcept;
 /// Refuses an object or a function handle that was loaded without trust; `what` names what was to
 /// be evaluated. Anything else passes. Errors: "KALVEX:load:NotTrusted" with `what`.
 KV_HOST_API void requireTrusted(const kxArray* value, std::string_view what);
