@@ -347,12 +347,13 @@ void GraphReader::fill(std::uint32_t index) {
                  std::string(shape.record->getName()),
              [&] { writePlace(session_, objectOf(index), place, value.get()); });
   }
-  if (entry.form == static_cast<std::uint32_t>(ObjectForm::PropertiesAndSaved)) {
-    if (shape.savedForm == nullptr) {
-      refuseObject(index, "class " + std::string(shape.record->getName()) +
-                              " saves nothing besides its properties");
-    }
-    saved_.emplace_back(index, make(file_.reference(next)));
+  const bool hasSaved = entry.form == static_cast<std::uint32_t>(ObjectForm::PropertiesAndSaved);
+  if (hasSaved && shape.savedForm == nullptr) {
+    refuseObject(index, "class " + std::string(shape.record->getName()) +
+                            " saves nothing besides its properties");
+  }
+  if (shape.savedForm != nullptr) {  // its class is asked also where a file leaves it out
+    saved_.emplace_back(index, hasSaved ? make(file_.reference(next)) : nullptr);
   }
 }
 
