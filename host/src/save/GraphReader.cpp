@@ -28,9 +28,9 @@ using Torvane::KException::KExceptionEnvelope;
              FileTables::objectOffset(index), reason);
 }
 
-/// Runs `body`, whose errors are those of the file.
-template <class Body>
-void refusing(std::size_t index, const std::string& what, Body&& body) {
+/// Runs `body`, whose errors are those of the file; `what` tells what it does with the object.
+template <class What, class Body>
+void refusing(std::size_t index, What&& what, Body&& body) {
   try {
     atEdge(std::forward<Body>(body));
   } catch (const KExceptionEnvelope& error) {
@@ -38,7 +38,7 @@ void refusing(std::size_t index, const std::string& what, Body&& body) {
     if (record.identifier == "KALVEX:OutOfMemory") {
       throw;
     }
-    refuseObject(index, what + ": " + record.message);
+    refuseObject(index, what() + ": " + record.message);
   }
 }
 
@@ -342,10 +342,11 @@ void GraphReader::fill(std::uint32_t index) {
   std::uint64_t next = entry.firstReference;
   for (const PropertyPlace& place : shape.places) {
     const Value value = make(file_.reference(next++));
-    refusing(index,
-             "property " + std::string(place.property->name.text()) + " of class " +
-                 std::string(shape.record->getName()),
-             [&] { writePlace(session_, objectOf(index), place, value.get()); });
+    const auto what = [&] {
+      return "property " + std::string(place.property->name.text()) + " of class " +
+             std::string(shape.record->getName());
+    };
+    refusing(index, what, [&] { writePlace(session_, objectOf(index), place, value.get()); });
   }
   const bool hasSaved = entry.form == static_cast<std::uint32_t>(ObjectForm::PropertiesAndSaved);
   if (hasSaved && shape.savedForm == nullptr) {
@@ -362,7 +363,8 @@ void GraphReader::finish() {
   for (const auto& [index, value] : saved_) {
     const Shape& shape = shapeOf(index);
     const Value self = arrayOf(objectOf(index));
-    refusing(index, "an object of class " + std::string(shape.record->getName()), [&] {
+    const auto what = [&] { return "an object of class " + std::string(shape.record->getName()); };
+    refusing(index, what, [&] {
       if (shape.savedForm->restore != nullptr) {
         shape.savedForm->restore(self.get(), value.get());
       }
@@ -370,7 +372,8 @@ void GraphReader::finish() {
   }
   for (const std::uint32_t index : queue_) {
     if (!isRecord(index)) {
-      refusing(index, "the object", [&] { tellLoaded(objectOf(index)); });
+      refusing(
+          index, [] { return std::string("the object"); }, [&] { tellLoaded(objectOf(index)); });
     }
   }
 }
