@@ -8,6 +8,14 @@
 
 namespace kv::host {
 
+struct KV_HOST_API OutOfMemoryId {
+  static constexpr const char *category = "KALVEX", *key = "OutOfMemory";
+};
+
+/// The error for want of memory where there is none for a KException either: it stays native, and
+/// making it allocates nothing.
+using OutOfMemory = foundation::core::except::Exception<OutOfMemoryId>;
+
 /// An error of the host where no session can make a KException of it: it stays native.
 class KV_HOST_API NativeError final : public std::exception,
                                       public foundation::core::except::IMsgIDException,

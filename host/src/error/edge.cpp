@@ -23,12 +23,8 @@ std::vector<std::string> argumentsOf(const IMsgIDException& error) {
   return arguments;
 }
 
-}  // namespace
-
-void throwAtEdge() {
-  if (currentSession() == nullptr) {
-    throw;  // nothing can hold a KException
-  }
+/// Throws the exception that is being handled as a KException of the current session.
+[[noreturn]] void throwInSession() {
   try {
     throw;
   } catch (const KExceptionEnvelope&) {
@@ -45,6 +41,19 @@ void throwAtEdge() {
     raise("KALVEX:NativeException", {error.what()});
   } catch (...) {
     raise("KALVEX:NativeException", {"an exception that isn't a std::exception"});
+  }
+}
+
+}  // namespace
+
+void throwAtEdge() {
+  try {
+    if (currentSession() == nullptr) {
+      throw;  // nothing can hold a KException
+    }
+    throwInSession();
+  } catch (const std::bad_alloc&) {
+    throw OutOfMemory();
   }
 }
 

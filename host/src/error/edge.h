@@ -6,6 +6,7 @@ namespace kv::host {
 
 /// Throws the exception that is being handled as what may cross an edge of the host: a KException
 /// in its envelope, made by id and arguments if the exception has them; or a PassThrough as it is.
+/// Where no memory is left for a KException, an OutOfMemory.
 ///
 /// Requires: called inside a handler.
 [[noreturn]] void throwAtEdge();

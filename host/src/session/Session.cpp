@@ -118,10 +118,12 @@ Session::Session(SessionOptions options) {
   enterProcess(options);
   try {
     state_ = std::make_unique<SessionState>(options);
-    defineClass(kExceptionDefinition());
+    const Scope scope(*this);
+    state_->classes.define(kExceptionDefinition());
   } catch (...) {
+    state_ = nullptr;
     leaveProcess(options);
-    throw;
+    throwAtEdge();
   }
 }
 

@@ -95,7 +95,9 @@ using OwningBuiltin = void (*)(int nlhs, Value* plhs, int nrhs, const kxArray** 
 /// 3. Closing frees every object; values and references that outlive the session may still be
 ///    dropped, on any thread.
 ///
-/// Errors: a use after `close` raises "KALVEX:session:Closed".
+/// Errors: a use after `close` raises "KALVEX:session:Closed". Any call may raise
+/// "KALVEX:OutOfMemory": as a native exception where no memory is left for a KException, and from
+/// the constructor.
 class KV_HOST_API Session {
  public:
   explicit Session(SessionOptions options = {});
