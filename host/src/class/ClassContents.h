@@ -25,6 +25,17 @@ struct ClassContents {
   std::vector<std::unique_ptr<const kcos::COSMethodBase>> nativeMethods;
   std::vector<std::unique_ptr<const kcos::COSPropT>> nativeProperties;
   std::shared_ptr<const ClassDefinition> definition;
+
+  /// Forgets what a native class said before it failed. Allocates nothing.
+  void clear() noexcept {
+    superclasses.clear();
+    constructors.clear();
+    methods.clear();
+    properties.clear();
+    order.clear();
+    nativeMethods.clear();
+    nativeProperties.clear();
+  }
 };
 
 /// Bodies given to methods that a native class declares; replaced as a whole, too.

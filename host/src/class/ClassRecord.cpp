@@ -51,7 +51,7 @@ void ClassRecord::initialize() {
   try {
     info_->initializeClass(this, &client_);
   } catch (...) {
-    contents_ = std::make_shared<ClassContents>();
+    contents_->clear();
     isInitialized_ = false;
     throw;
   }
@@ -122,7 +122,8 @@ void ClassRecord::addSuperclass(kcos::COSInternedBase classKey, int /*inherit*/,
 }
 
 void ClassRecord::addProperty(kcos::COSPropT* property) {
-  contents_->nativeProperties.emplace_back(property);
+  std::unique_ptr<const kcos::COSPropT> owned(property);
+  contents_->nativeProperties.push_back(std::move(owned));
   contents_->properties.push_back({.name = property->getName(),
                                    .owner = this,
                                    .getAccess = property->getMemberGetAccess(),
@@ -133,7 +134,8 @@ void ClassRecord::addProperty(kcos::COSPropT* property) {
 }
 
 void ClassRecord::addMethod(kcos::COSMethodBase* method) {
-  contents_->nativeMethods.emplace_back(method);
+  std::unique_ptr<const kcos::COSMethodBase> owned(method);
+  contents_->nativeMethods.push_back(std::move(owned));
   auto& members = method->getName() == shortName_ ? contents_->constructors : contents_->methods;
   members.push_back({.name = method->getName(),
                      .owner = this,
