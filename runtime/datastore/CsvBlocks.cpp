@@ -10,6 +10,8 @@
 #include <utility>
 
 #include "datastore/textCheck.h"
+#include "datastore/throwingPool.h"
+#include "functions/allocate.h"
 #include "kv/runtime/DataError.h"
 
 namespace kv::runtime {
@@ -20,6 +22,7 @@ constexpr std::size_t kShownRecordBytes = 80;
 constexpr std::int32_t kAnyColumns = -1;
 
 [[noreturn]] void throwNotReadable(const SourceFile& file, const arrow::Status& status) {
+  throwIfOutOfMemory(status);
   throw DataError("KALVEX:datastore:FileNotReadable", {file.path, status.message()},
                   fmt::format("The file '{}' can't be read: {}.", file.path, status.message()));
 }
@@ -117,11 +120,12 @@ std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxR
     return arrow::csv::InvalidRowResult::Error;
   };
   CsvBlock block;
-  block.fields = std::make_unique<arrow::csv::BlockParser>(options_, columns,
+  block.fields = std::make_unique<arrow::csv::BlockParser>(throwingPool(), options_, columns,
                                                            /*first_row=*/nextRow_ + 1, maxRows);
   std::uint32_t parsedBytes = 0;
   const arrow::Status status = block.fields->Parse(unread(), &parsedBytes);
   if (ragged.row > 0) ragged.raise(file_);
+  throwIfOutOfMemory(status);
   // Only for a header does the parser count it as an error that there is no whole record.
   if (!status.ok() && columns == kAnyColumns) return std::nullopt;
   if (!status.ok()) throwNotReadable(file_, status);

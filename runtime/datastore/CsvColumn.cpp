@@ -12,10 +12,11 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <new>
 #include <span>
 #include <string_view>
 #include <utility>
+
+#include "functions/allocate.h"
 
 namespace kv::runtime {
 namespace {
@@ -73,26 +74,25 @@ Column floatingColumn(ElementType type, const arrow::ArrayData& data) {
 
 /// Arrow's booleans are bits; ours are bytes.
 Column logicalColumn(const arrow::ArrayData& data) {
-  auto bytes = arrow::AllocateBuffer(data.length);
-  if (!bytes.ok()) throw std::bad_alloc();
+  const std::shared_ptr<arrow::Buffer> bytes = allocateBuffer(data.length);
   const std::uint8_t* bits = data.buffers[1]->data();
   for (std::int64_t row = 0; row < data.length; ++row) {
-    (*bytes)->mutable_data()[row] = arrow::bit_util::GetBit(bits, static_cast<std::uint64_t>(row));
+    bytes->mutable_data()[row] = arrow::bit_util::GetBit(bits, static_cast<std::uint64_t>(row));
   }
-  return Column(ElementType::Logical, data.length, *std::move(bytes));
+  return Column(ElementType::Logical, data.length, bytes);
 }
 
-Column columnOf(ElementType type, const arrow::ArrayData& data) {
+Column columnOf(ElementType type, const std::shared_ptr<arrow::ArrayData>& data) {
   switch (type) {
     case ElementType::String:
-      return Column(type, data.Copy());
+      return Column(type, data);
     case ElementType::Double:
     case ElementType::Single:
-      return floatingColumn(type, data);
+      return floatingColumn(type, *data);
     case ElementType::Logical:
-      return logicalColumn(data);
+      return logicalColumn(*data);
     default:
-      return Column(type, data.length, data.buffers[1]);
+      return Column(type, data->length, data->buffers[1]);
   }
 }
 
@@ -120,6 +120,12 @@ bool isUnsafeWhole(std::string_view text) {
          (text.size() == kLastSafeWhole.size() && text > kLastSafeWhole);
 }
 
+std::shared_ptr<arrow::csv::Converter> makeConverter(ElementType type) {
+  auto made = arrow::csv::Converter::Make(convertedType(type), optionsFor(type));
+  throwIfOutOfMemory(made.status());
+  return *std::move(made);
+}
+
 std::string_view viewOf(const std::uint8_t* text, std::uint32_t size) {
   return {reinterpret_cast<const char*>(text), size};
 }
@@ -127,18 +133,16 @@ std::string_view viewOf(const std::uint8_t* text, std::uint32_t size) {
 }  // namespace
 
 CsvColumn::CsvColumn(std::int32_t index, ElementType type)
-    : index_(index),
-      type_(type),
-      converter_(arrow::csv::Converter::Make(convertedType(type), optionsFor(type)).ValueOrDie()) {}
+    : index_(index), type_(type), converter_(makeConverter(type)) {}
 
 ConvertedColumn CsvColumn::convert(const arrow::csv::BlockParser& block) const {
   const auto array = converter_->Convert(block, index_);
   if (!array.ok()) {
-    if (array.status().IsOutOfMemory()) throw std::bad_alloc();
+    throwIfOutOfMemory(array.status());
     return {std::nullopt, FieldFault::Unfit};
   }
-  const arrow::ArrayData& data = *(*array)->data();
-  if (!hasMissingValue(type_) && data.GetNullCount() > 0) return {{}, FieldFault::Missing};
+  const std::shared_ptr<arrow::ArrayData>& data = (*array)->data();
+  if (!hasMissingValue(type_) && data->GetNullCount() > 0) return {{}, FieldFault::Missing};
   Column column = columnOf(type_, data);
   if (type_ == ElementType::Double && mayHoldUnsafeWhole(column.values<double>()) &&
       holdsUnsafeWhole(block)) {

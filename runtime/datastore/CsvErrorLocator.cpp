@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "datastore/throwingPool.h"
+#include "functions/allocate.h"
 #include "kv/runtime/DataError.h"
 
 namespace kv::runtime {
@@ -33,10 +35,13 @@ FaultyField firstFault(const CsvBlock& block, const CsvColumn& column) {
   std::size_t at = 0;
   for (std::int64_t row = 1; row <= block.rows(); ++row) {
     at += emptyLines(block.records.substr(at));
-    arrow::csv::BlockParser record(options, block.fields->num_cols(), /*first_row=*/row,
+    arrow::csv::BlockParser record(throwingPool(), options, block.fields->num_cols(),
+                                   /*first_row=*/row,
                                    /*max_num_rows=*/1);
     std::uint32_t bytes = 0;
-    if (!record.Parse(block.records.substr(at), &bytes).ok()) break;
+    const arrow::Status status = record.Parse(block.records.substr(at), &bytes);
+    throwIfOutOfMemory(status);
+    if (!status.ok()) break;
     if (const FieldFault fault = column.convert(record).fault; fault != FieldFault::None) {
       const auto byteOffset = block.byteOffset + static_cast<std::int64_t>(at);
       return {fault, block.firstRow + row, byteOffset, column.lastText(record)};

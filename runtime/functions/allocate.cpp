@@ -12,4 +12,8 @@ std::shared_ptr<arrow::Buffer> allocateBuffer(std::int64_t bytes) {
   return std::move(buffer).ValueUnsafe();
 }
 
+void throwIfOutOfMemory(const arrow::Status& status) {
+  if (status.IsOutOfMemory()) throw std::bad_alloc();
+}
+
 }  // namespace kv::runtime

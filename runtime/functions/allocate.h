@@ -16,6 +16,10 @@ namespace kv::runtime {
 /// Errors: std::bad_alloc when memory is short.
 std::shared_ptr<arrow::Buffer> allocateBuffer(std::int64_t bytes);
 
+/// Errors: std::bad_alloc if `status` says that memory is short. What else it says is for the
+///         caller, who would take want of memory for a fault of the data otherwise.
+void throwIfOutOfMemory(const arrow::Status& status);
+
 /// A column of one row that holds `value`.
 ///
 /// Requires: `T` is the C++ type of an element of `type`.

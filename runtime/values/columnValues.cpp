@@ -10,11 +10,11 @@
 #include <fmt/core.h>
 
 #include <array>
-#include <new>
 #include <optional>
 #include <utility>
 
 #include "fl/i18n.h"
+#include "functions/allocate.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 
@@ -59,9 +59,7 @@ kxClassID classOf(ElementType type) {
 }
 
 void checkArrow(const arrow::Status& status) {
-  if (status.IsOutOfMemory()) {
-    throw std::bad_alloc();
-  }
+  throwIfOutOfMemory(status);
   if (!status.ok()) {
     throw std::runtime_error(status.ToString());
   }
