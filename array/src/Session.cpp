@@ -35,7 +35,7 @@ std::vector<ElementType> readTypes(const kxArray* datastore) {
 
 }  // namespace
 
-Session::Session() : impl_(std::make_shared<Impl>()) {}
+Session::Session() : impl_(translated([] { return std::make_shared<Impl>(); })) {}
 
 Session::~Session() {
   const std::lock_guard lease(impl_->mutex);
@@ -54,7 +54,7 @@ Table Session::read(const std::vector<std::string>& paths, const ReadOptions& op
 }
 
 Table Session::read(const std::string& path, const ReadOptions& options, Where where) {
-  return read(std::vector<std::string>{path}, options, where);
+  return translated([&] { return read(std::vector<std::string>{path}, options, where); });
 }
 
 Array Session::constant(const Operand& value) {

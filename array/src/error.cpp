@@ -7,10 +7,8 @@ namespace kv {
 Error::Error(std::string identifier, const std::string& message, std::vector<std::string> arguments,
              std::vector<StackFrame> stack, std::shared_ptr<const Error> cause)
     : std::runtime_error(message),
-      identifier_(std::move(identifier)),
-      arguments_(std::move(arguments)),
-      stack_(std::move(stack)),
-      cause_(std::move(cause)) {}
+      details_(std::make_shared<const Details>(Details{std::move(identifier), std::move(arguments),
+                                                       std::move(stack), std::move(cause)})) {}
 
 Error::~Error() = default;
 

@@ -1,4 +1,5 @@
 #include <cstdint>
+#include <utility>
 
 #include "handles.h"
 #include "hostValues.h"
@@ -54,7 +55,7 @@ std::string Session::explain(std::span<const Array> arrays, Where where) {
 
 Value Array::gather(Where where) const {
   const std::span<const Array> alone(this, 1);
-  return gatherIn(*live(handle_->session), alone, where).values.front();
+  return std::move(gatherIn(*live(handle_->session), alone, where).values.front());
 }
 
 }  // namespace kv

@@ -37,7 +37,7 @@ Array applyHere(std::string_view function, const Operand& a) {
 }
 
 Array applyHere(std::string_view function, const Operand& a, const Operand& b) {
-  return apply(function, std::array{a, b}, a.where());
+  return translated([&] { return apply(function, std::array{a, b}, a.where()); });
 }
 
 }  // namespace
@@ -45,7 +45,7 @@ Array applyHere(std::string_view function, const Operand& a, const Operand& b) {
 Array apply(std::string_view function, std::span<const Operand> inputs, Where where) {
   const auto* row = runtime::findElementFunction(function);
   if (row == nullptr) raiseUnknownFunction("element function", function);
-  const auto session = sessionOf(arraysAmong(inputs));
+  const auto session = translated([&] { return sessionOf(arraysAmong(inputs)); });
   return publicCall(*session, where, [&] {
     const runtime::OperandType type = resultType(*row, inputs);
     CallInputs call;
@@ -101,7 +101,7 @@ Array exp(const Operand& a) { return applyHere("exp", a); }
 Array log(const Operand& a) { return applyHere("log", a); }
 Array isnan(const Operand& a) { return applyHere("isnan", a); }
 Array where(const Operand& condition, const Operand& a, const Operand& b) {
-  return apply("where", std::array{condition, a, b}, condition.where());
+  return translated([&] { return apply("where", std::array{condition, a, b}, condition.where()); });
 }
 
 Array sum(const Array& a, Missing missing, Where where) {

@@ -1,5 +1,6 @@
 #include "publicCall.h"
 
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,11 +35,10 @@ Error toError(const foundation::core::except::IMsgIDException& native) {
   return {identifier, host::catalogueText(identifier, arguments), arguments};
 }
 
-}  // namespace
+/// Made while there is memory.
+const Error kOutOfMemory("KALVEX:OutOfMemory", "Out of memory.");
 
-Session::Impl::Impl() { runtime::load(host); }
-
-void rethrowAsOurs() {
+[[noreturn]] void rethrowConverted() {
   try {
     throw;
   } catch (const Torvane::KException::KExceptionEnvelope& envelope) {
@@ -51,6 +51,21 @@ void rethrowAsOurs() {
     throw Error(error.id(), error.what(), error.arguments());
   } catch (const runtime::Interrupted&) {
     throw Interrupted();
+  }
+}
+
+}  // namespace
+
+Session::Impl::Impl() {
+  const host::Session::Scope scope(host);
+  translated([&] { runtime::load(host); });
+}
+
+void rethrowAsOurs() {
+  try {
+    rethrowConverted();
+  } catch (const std::bad_alloc&) {
+    throw kOutOfMemory;
   }
 }
 

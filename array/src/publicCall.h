@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <source_location>
+#include <utility>
 
 #include "kv/array.h"
 #include "kv/host/session.h"
@@ -20,12 +21,23 @@ struct Session::Impl {
 };
 
 /// Rethrows the exception in flight as one of this floor: errors of the host and the runtime become
-/// Error with all that they carry, an interrupt becomes Interrupted, others stay what they are.
+/// Error with all that they carry, an interrupt becomes Interrupted, want of memory the Error
+/// "KALVEX:OutOfMemory"; others stay what they are.
 /// Requires: called in a catch clause, in the scope of the session.
 [[noreturn]] void rethrowAsOurs();
 
 /// Raises "KALVEX:session:Closed".
 [[noreturn]] void raiseClosed();
+
+/// Runs `body`; what leaves it is an exception of this floor.
+template <class Body>
+auto translated(Body&& body) -> decltype(body()) {
+  try {
+    return std::forward<Body>(body)();
+  } catch (...) {
+    rethrowAsOurs();
+  }
+}
 
 /// Runs `body` as one public call: the session leased and current, the user's line on its stack,
 /// and what the call captures as the user's stack standing still until its end.
@@ -34,13 +46,11 @@ auto publicCall(Session::Impl& session, const Where& where, Body&& body) {
   const std::lock_guard lease(session.mutex);
   if (session.host.isClosed()) raiseClosed();
   const host::Session::Scope scope(session.host);
-  try {
+  return translated([&] {
     const host::CallSite site(where);
     const host::Value frame = host::call("kalvex.bigdata.internal.InternalStackFrame");
     return body();
-  } catch (...) {
-    rethrowAsOurs();
-  }
+  });
 }
 
 /// The session behind a handle. Errors: "KALVEX:session:Closed" once it is gone.

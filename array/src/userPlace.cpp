@@ -9,8 +9,10 @@ namespace kv {
 
 UserPlace::UserPlace(Session& session, StackFrame place) : session_(session) {
   const std::lock_guard lease(session_.impl().mutex);
-  const host::Frame frame = {std::move(place.file), std::move(place.name), place.line};
-  session_.impl().host.setStackProvider([frame] { return std::vector<host::Frame>{frame}; });
+  translated([&] {
+    const host::Frame frame = {std::move(place.file), std::move(place.name), place.line};
+    session_.impl().host.setStackProvider([frame] { return std::vector<host::Frame>{frame}; });
+  });
 }
 
 UserPlace::~UserPlace() {

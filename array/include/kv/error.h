@@ -13,24 +13,31 @@ struct StackFrame {
   int line = 0;
 };
 
-/// An error of the product: id, message, arguments, the user's stack and the cause.
+/// An error of the product: id, message, arguments, the user's stack and the cause. Copies share
+/// them, so that copying an error never fails.
+///
+/// Any call may end in "KALVEX:OutOfMemory".
 class Error : public std::runtime_error {
  public:
   Error(std::string identifier, const std::string& message, std::vector<std::string> arguments = {},
         std::vector<StackFrame> stack = {}, std::shared_ptr<const Error> cause = nullptr);
   ~Error() override;
 
-  const std::string& identifier() const { return identifier_; }
-  const std::vector<std::string>& arguments() const { return arguments_; }
+  const std::string& identifier() const { return details_->identifier; }
+  const std::vector<std::string>& arguments() const { return details_->arguments; }
   /// Innermost frame first.
-  const std::vector<StackFrame>& stack() const { return stack_; }
-  const std::shared_ptr<const Error>& cause() const { return cause_; }
+  const std::vector<StackFrame>& stack() const { return details_->stack; }
+  const std::shared_ptr<const Error>& cause() const { return details_->cause; }
 
  private:
-  std::string identifier_;
-  std::vector<std::string> arguments_;
-  std::vector<StackFrame> stack_;
-  std::shared_ptr<const Error> cause_;
+  struct Details {
+    std::string identifier;
+    std::vector<std::string> arguments;
+    std::vector<StackFrame> stack;
+    std::shared_ptr<const Error> cause;
+  };
+
+  std::shared_ptr<const Details> details_;
 };
 
 /// An evaluation was asked to stop and did.
