@@ -172,6 +172,11 @@ KV_HOST_API const kxArray* kxGetField(const kxArray* array, std::size_t index,
 KV_HOST_API void kxSetField(kxArray* array, std::size_t index, std::string_view field,
                             kxArray* value);
 
+/// Gives the elements of a cell, structure or string array that nobody shares yet other dimensions:
+/// at least two, for as many elements. Those of 1 behind the second are left out.
+/// Errors: std::logic_error.
+KV_HOST_API void kxSetDimensions(kxArray* array, std::span<const std::size_t> dimensions);
+
 // --- Properties and lifetime --------------------------------------------------------------------
 
 /// Property `name` of element `index` of an object array, as a shared copy that the caller owns.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "call/BodyScope.h"
 #include "call/running.h"
 #include "call/trust.h"
 #include "class/construction.h"
@@ -62,6 +63,7 @@ void invokeNative(SessionState& session, const Method& method, const Call& call)
 
 void runBody(SessionState& session, const NativeBody& body, const ClassRecord* rights,
              const Call& call) {
+  const BodyScope inside;
   const RunningScope running(session, rights);
   body(call);
 }

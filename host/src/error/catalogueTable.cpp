@@ -11,6 +11,8 @@ constexpr CatalogueEntry kHostCatalogue[] = {
     {"KALVEX:TooManyInputs", "Too many input arguments."},
     {"KALVEX:NotEnoughInputs", "Not enough input arguments."},
     {"KALVEX:OutOfMemory", "Out of memory."},
+    {"KALVEX:RecursionLimit",
+     "Too many calls run inside one another: {0}. A function may be calling itself without end."},
     {"KALVEX:NativeException", "{0}"},
     {"KALVEX:CountTooLarge", "A count of {0} is too large: the limit is {1}."},
 

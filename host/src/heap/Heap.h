@@ -106,7 +106,9 @@ class Heap {
 
   // --- Collection -------------------------------------------------------------------------------
 
-  /// Drops what waits in the release queue; collects if enough was created since the last time.
+  /// Drops what waits in the release queue, unless something is being destroyed on this thread.
+  void dropWaiting() noexcept;
+  /// The same at a safe point; collects if enough was created since the last time.
   void safePoint();
   /// Result: the number of objects freed.
   std::size_t collect() noexcept;
@@ -155,7 +157,6 @@ class Heap {
 
   // Collection
   bool isDue() const noexcept;
-  void dropWaiting() noexcept;
   void sweep() noexcept;
   void stopIfBroken() const noexcept;
 

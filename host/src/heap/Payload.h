@@ -42,6 +42,7 @@ struct Payload {
   std::atomic<std::uint32_t> arrays{0};  ///< headers that share it
   PayloadKind kind;
   std::size_t bytes = 0;
+  std::vector<std::size_t> dimensions;  ///< filled where there are more than two
   Payload* next = nullptr;  ///< link of the list it waits in: to be marked, or to be destroyed
 };
 
@@ -57,7 +58,6 @@ struct DataPayload final : Payload {
 
   const void* data;
   void* large = nullptr;
-  std::vector<std::size_t> dimensions;  ///< filled where there are more than two
   std::shared_ptr<const void> keepAlive;
   alignas(16) std::byte small[64] = {};
 };

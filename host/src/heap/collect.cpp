@@ -42,14 +42,19 @@ void Heap::safePoint() {
 }
 
 void Heap::dropWaiting() noexcept {
-  if (queue_->hasDropped()) {
-    const Teardown::Pause pause;
+  if (!queue_->hasDropped() || Teardown::isRunning()) {
+    return;
+  }
+  Heap* previous = setCurrent(this);
+  {
+    const Teardown::Pause pause;  // its end destroys what was dropped
     for (kxArray* array = queue_->takeDropped(); array != nullptr;) {
       kxArray* next = std::exchange(array->next, nullptr);
       delete array;
       array = next;
     }
   }
+  setCurrent(previous);
 }
 
 std::size_t Heap::collect() noexcept {

@@ -277,6 +277,7 @@ std::size_t Session::collect() {
 
 std::size_t Session::liveObjects(std::optional<std::string_view> className) const {
   refuseClosed(isClosed());
+  state_->heap.dropWaiting();
   if (!className) {
     return state_->heap.liveObjects();
   }

@@ -96,6 +96,22 @@ void kxSetField(kxArray* array, std::size_t index, std::string_view field, kxArr
   store(array, payload.elements[index * payload.fields.size() + at], value);
 }
 
+void kxSetDimensions(kxArray* array, std::span<const std::size_t> allDimensions) {
+  constexpr std::size_t kPointer = sizeof(kxArray*);
+  const std::span<const std::size_t> dimensions = kv::host::trimmed(allDimensions);
+  const std::size_t columns = kv::host::columnCount(dimensions, kPointer);
+  const bool isAlone = array->form == kxArray::Form::Payload &&
+                       array->payload->arrays.load(std::memory_order_relaxed) == 1;
+  if (!isAlone || dimensions[0] * columns != array->elementCount()) {
+    throw std::logic_error("these dimensions can't be given to the array");
+  }
+  array->extents = {dimensions[0], columns};
+  array->payload->dimensions.clear();
+  if (dimensions.size() > 2) {
+    array->payload->dimensions.assign(dimensions.begin(), dimensions.end());
+  }
+}
+
 // --- Object arrays
 // --------------------------------------------------------------------------------
 

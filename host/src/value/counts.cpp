@@ -29,4 +29,11 @@ std::size_t elementCount(std::size_t rows, std::size_t columns) {
   return rows * columnCount(dimensions, kLargestElement);
 }
 
+std::span<const std::size_t> trimmed(std::span<const std::size_t> dimensions) noexcept {
+  while (dimensions.size() > 2 && dimensions.back() == 1) {
+    dimensions = dimensions.first(dimensions.size() - 1);
+  }
+  return dimensions;
+}
+
 }  // namespace kv::host

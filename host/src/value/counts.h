@@ -15,4 +15,7 @@ std::size_t columnCount(std::span<const std::size_t> dimensions, std::size_t ele
 /// Errors: as above.
 std::size_t elementCount(std::size_t rows, std::size_t columns);
 
+/// Without the extents of 1 that stand behind the second.
+std::span<const std::size_t> trimmed(std::span<const std::size_t> dimensions) noexcept;
+
 }  // namespace kv::host

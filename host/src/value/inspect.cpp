@@ -79,13 +79,8 @@ std::span<const std::size_t> kxGetDimensions(const kxArray* array) noexcept {
   if (array == nullptr) {
     return kNone;
   }
-  if (array->form == kxArray::Form::Payload &&
-      array->payload->kind == kv::host::PayloadKind::Data) {
-    if (const auto& dimensions = array->dataPayload()->dimensions; !dimensions.empty()) {
-      return dimensions;
-    }
-  }
-  return array->extents;
+  const bool hasMore = array->form == kxArray::Form::Payload && !array->payload->dimensions.empty();
+  return hasMore ? std::span<const std::size_t>(array->payload->dimensions) : array->extents;
 }
 
 void kxAddReference(kxArray* array) noexcept { array->addOwner(); }

@@ -9,6 +9,7 @@
 
 using kv::host::classIdFacts;
 using kv::host::DataPayload;
+using kv::host::trimmed;
 
 namespace {
 
@@ -17,14 +18,6 @@ kxArray* scalar(kxClassID classId, T value) {
   auto* array = new kxArray(classId, 1, 1);
   array->putScalar(&value, sizeof(value));
   return array;
-}
-
-/// Without the extents of 1 that stand behind the second.
-std::span<const std::size_t> trimmed(std::span<const std::size_t> dimensions) {
-  while (dimensions.size() > 2 && dimensions.back() == 1) {
-    dimensions = dimensions.first(dimensions.size() - 1);
-  }
-  return dimensions;
 }
 
 matrix::ArrayPtr makeHeader(std::span<const std::size_t> dimensions, kxClassID classId) {
