@@ -271,11 +271,13 @@ format::Reference FileTables::reference(std::uint64_t index) const {
       sections_[static_cast<std::size_t>(Section::References)], static_cast<std::size_t>(index)));
 }
 
-/// No reference belongs to two objects: memory for objects is bounded by the file then.
+/// No reference and no record belongs to two objects: what is made of them is bounded by the file
+/// then.
 void FileTables::checkObjects() const {
   const std::size_t references =
       sections_[static_cast<std::size_t>(Section::References)].size() / sizeof(std::uint32_t);
   std::size_t left = references;
+  std::vector<bool> isRecord(valueCount_);
   for (std::size_t i = 0; i < objectCount_; ++i) {
     const ObjectEntry entry = object(i);
     const auto require = [&](bool holds, const char* reason) {
@@ -298,6 +300,8 @@ void FileTables::checkObjects() const {
       require(own == 1 && !record.isNull() && !record.isObject() &&
                   value(record.index()).classId() == kxSTRUCT_CLASS,
               "the object's record isn't a structure");
+      require(!isRecord[record.index()], "two objects have the same record");
+      isRecord[record.index()] = true;
     }
   }
 }
@@ -341,6 +345,8 @@ void FileTables::checkValues() {
       const std::size_t count = value.entry.dimensions;
       check.require(count >= 2 && count <= kMaxDimensions && value.dimensions.size() == count,
                     "the value's dimensions aren't in the file");
+      check.require(count == 2 || value.classId() != kxOBJECT_CLASS,
+                    "an object array has more than two dimensions");
       checkedElements(value, check);
       const std::size_t bytes = count * 8 + checkContents(value, names_.size(), check);
       check.require(bytes <= left, "two values have the same data");

@@ -23,6 +23,10 @@ namespace {
 using namespace format;
 using Torvane::KException::KExceptionEnvelope;
 
+/// What a class's own way to load raises about what stands in a record.
+constexpr std::array<std::string_view, 2> kConversionErrors{
+    "KALVEX:validateattributes:invalidType", "KALVEX:string:MustBeStringScalarOrCharacterVector"};
+
 [[noreturn]] void refuseObject(std::size_t index, const std::string& reason) {
   refuseFile(kSectionTags[static_cast<std::size_t>(Section::Objects)],
              FileTables::objectOffset(index), reason);
@@ -259,7 +263,7 @@ kcos::COSInterfacePtr GraphReader::makeFromRecord(std::uint32_t index) {
   } catch (const KExceptionEnvelope& error) {
     // What a record holds is the file's; all other errors come from what the class asked the host.
     const ErrorRecord cause = errorRecord(error);
-    if (cause.identifier == "KALVEX:validateattributes:invalidType") {
+    if (std::ranges::find(kConversionErrors, cause.identifier) != kConversionErrors.end()) {
       refuseObject(index, cause.message);
     }
     throw;
