@@ -1,0 +1,120 @@
+#include <gmock/gmock.h>
+
+#include <array>
+#include <charconv>
+#include <cstdio>
+
+#include "LoadingSession.h"
+#include "kv/host/errors.h"
+#include "save/format.h"
+#include "support/Worlds.h"
+
+namespace kv::test {
+namespace {
+
+using Torvane::KException::KExceptionEnvelope;
+
+/// A test under stress looks at each place in turn only this often: every error is an object.
+std::size_t stride() { return isStressed() ? 97 : 1; }
+
+bool isSection(const std::string& tag) {
+  return tag == "HEAD" ||
+         std::ranges::find(host::format::kSectionTags, tag) != host::format::kSectionTags.end();
+}
+
+/// True when a load is refused as corrupt, with a section, an offset within the file and a reason.
+bool isDetected(LoadingSession& session, std::string_view bytes) {
+  try {
+    session.load(bytes);
+  } catch (const KExceptionEnvelope& envelope) {
+    const host::ErrorRecord error = host::errorRecord(envelope);
+    std::size_t offset = bytes.size() + 1;
+    if (error.arguments.size() == 3) {
+      const std::string& text = error.arguments[1];
+      std::from_chars(text.data(), text.data() + text.size(), offset);
+    }
+    return error.identifier == "KALVEX:load:Corrupt" && error.arguments.size() == 3 &&
+           isSection(error.arguments[0]) && offset <= bytes.size() && !error.arguments[2].empty();
+  }
+  return false;
+}
+
+/// A saved graph, and what must be as before after each attempt to load a damaged copy of it.
+class Damage {
+ public:
+  ~Damage() {
+    EXPECT_EQ(session_.liveObjects(), objects_);
+    EXPECT_TRUE(session_.isSound());
+    EXPECT_EQ(session_.outcomeOf(bytes_), "loaded");
+    EXPECT_EQ(session_.takeUserCalls(), 0u);
+  }
+
+  const std::string& bytes() const { return bytes_; }
+
+  void check(std::string_view damaged, std::size_t place) {
+    ++tried_;
+    if (!isDetected(session_, damaged)) {
+      ++undetected_;
+      ADD_FAILURE() << "not detected: byte " << place;
+    }
+  }
+
+  void print(const char* what) const {
+    std::printf("corruption: %zu %s of %zu bytes, %zu undetected\n", tried_, what, bytes_.size(),
+                undetected_);
+  }
+
+ private:
+  LoadingSession session_;
+  const std::string bytes_ = session_.save(session_.graph());
+  const std::size_t objects_ = session_.liveObjects();
+  std::size_t tried_ = 0;
+  std::size_t undetected_ = 0;
+};
+
+void expectNothingLeft() {
+  const host::Ledger left = host::ledger();
+  EXPECT_EQ(left.objects, 0u);
+  EXPECT_EQ(left.arrays, 0u);
+  EXPECT_EQ(left.payloads, 0u);
+}
+
+TEST(Corruption, EveryTruncationIsDetected) {
+  {
+    Damage damage;
+    for (std::size_t length = 0; length < damage.bytes().size(); length += stride()) {
+      damage.check(std::string_view(damage.bytes()).substr(0, length), length);
+    }
+    damage.print("truncations");
+  }
+  expectNothingLeft();
+}
+
+TEST(Corruption, EveryChangeOfABitIsDetected) {
+  {
+    Damage damage;
+    std::string bytes = damage.bytes();
+    EXPECT_THAT(bytes.size(), ::testing::AllOf(::testing::Gt(15'000u), ::testing::Lt(30'000u)));
+    for (std::size_t place = 0; place < bytes.size(); place += stride()) {
+      const char before = bytes[place];
+      for (int bit = 0; bit < 8; ++bit) {
+        bytes[place] = static_cast<char>(before ^ (1 << bit));
+        damage.check(bytes, place);
+      }
+      bytes[place] = static_cast<char>(~before);
+      damage.check(bytes, place);
+      bytes[place] = before;
+    }
+    damage.print("changes of a byte (each bit, and all of them)");
+  }
+  expectNothingLeft();
+}
+
+TEST(Corruption, WhatFollowsTheFileIsDetected) {
+  Damage damage;
+  damage.check(damage.bytes() + '\0', damage.bytes().size());
+  damage.check(damage.bytes() + damage.bytes(), damage.bytes().size());
+}
+
+}  // namespace
+}  // namespace kv::test
