@@ -25,6 +25,14 @@ void requireRegistered(const SessionState& session, const FunctionValue& handle)
 
 }  // namespace
 
+bool isLibraryFunction(std::string_view name) {
+  const Binding* binding =
+      requireSession().calls.find(kcos::internal::makeInterned(kcos::NameRef::of(name)));
+  return binding != nullptr &&
+         ((binding->function != nullptr && binding->isLibrary) || binding->rawBuiltin != nullptr ||
+          binding->owningBuiltin != nullptr);
+}
+
 void fevalBuiltin(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs) {
   if (nrhs < 1) {
     matrix::detail::error_minrhs();

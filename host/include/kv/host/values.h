@@ -97,6 +97,10 @@ inline Value call(kcos::NameRef name, std::initializer_list<const kxArray*> inpu
 KV_HOST_API std::vector<Value> callMany(kcos::NameRef name, int nlhs,
                                         std::span<const kxArray* const> inputs);
 
+/// True if a library defined a function or builtin of that name: a program that defines another one
+/// takes it away from the library.
+KV_HOST_API bool isLibraryFunction(std::string_view name);
+
 /// Property of a scalar object, by the rights of public code.
 KV_HOST_API Value getProperty(const kxArray* object, kcos::NameRef name);
 
