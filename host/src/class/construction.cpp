@@ -32,14 +32,16 @@ void fillDefaults(SessionState& session, const ClassRecord& record, Object& obje
   }
 }
 
-/// A constructor without inputs of a native class; null if it has none.
+/// The constructor of a native class for no inputs: one that takes none, or else any number; null
+/// if there is neither.
 const Method* emptyConstructor(const ClassRecord& native) {
+  const Method* found = nullptr;
   for (const Method* constructor : native.linked().constructors) {
-    if (constructor->counts.takes(0) && constructor->counts.isExact()) {
-      return constructor;
+    if (constructor->counts.takes(0) && (found == nullptr || constructor->counts.isExact())) {
+      found = constructor;
     }
   }
-  return nullptr;
+  return found;
 }
 
 bool createInstanceData(SessionState& session, Object& object, const ClassRecord& native) {
