@@ -1,4 +1,5 @@
 from collections.abc import Callable, Iterable
+import os
 from typing import Any
 
 import kvbigdata._records
@@ -53,6 +54,26 @@ class Session:
         """
         Full names of the classes that the core's library entered, in that order.
         """
+
+    def save(self, path: str | bytes | os.PathLike[str] | os.PathLike[bytes], value: Any) -> None:
+        """
+        Saves a value with all objects that it leads to; the file appears whole or not at all.
+
+        A callable is saved by its name alone. Raises Error "KALVEX:save:NotSaveable" with class and reason, "KALVEX:save:CannotWrite" with path and reason.
+        """
+
+    def load(self, path: str | bytes | os.PathLike[str] | os.PathLike[bytes], trusted: bool = False) -> Any:
+        """
+        The value in a file that `save` wrote. Runs no code of the user's.
+
+        Without trusted=True it can be looked at, planned and saved again, and refuses to be evaluated ("KALVEX:load:NotTrusted"). Raises Error "KALVEX:load:Corrupt" with section, offset and reason, "KALVEX:load:UnknownClass" with the class, "KALVEX:load:CannotRead" with path and reason.
+        """
+
+    def save_bytes(self, value: Any) -> bytes:
+        """The bytes that `save` would write."""
+
+    def load_bytes(self, data: bytes | bytearray | memoryview, trusted: bool = False) -> Any:
+        """The value in the bytes of a file, as `load` gives it."""
 
     def collect(self) -> int:
         """Runs the collector; the number of objects freed."""
@@ -125,7 +146,7 @@ class Function:
     """
     A function of the host, by its name; called as fn(nargout, *args), as callables are.
 
-    One that came from a session runs there, one made by name in the session that runs on the calling thread.
+    One that came from a session runs there. One made by name runs in the session whose call runs on the calling thread, elsewhere in the only session that is open there; otherwise Error "KALVEX:session:Ambiguous" is raised, with the name and the number of sessions.
     """
 
     def __init__(self, name: str) -> None: ...

@@ -10,27 +10,39 @@ namespace kv::python {
 
 Function::Function(const kxArray* handle)
     : name_(host::callableName(handle)), session_(Use::current()) {
-  if (host::callableBody(handle) != nullptr) {
-    callable_ = std::shared_ptr<const kxArray>(matrix::sharedCopy(handle));
+  const bool isName = host::isTrusted(handle) && !host::functionName(handle).empty();
+  if (!isName) {
+    handle_ = std::shared_ptr<const kxArray>(matrix::sharedCopy(handle));
   }
 }
 
 host::Value Function::toHost() const {
-  if (callable_ == nullptr) {
+  if (handle_ == nullptr) {
     return host::makeFunctionHandle(name_);
   }
   if (session_ != Use::current()) {
     raiseInPython("KALVEX:session:OtherSession");
   }
-  return matrix::sharedCopy(callable_.get());
+  return matrix::sharedCopy(handle_.get());
+}
+
+SessionPtr Function::sessionToRunIn() const {
+  if (session_ != nullptr) {
+    return session_;
+  }
+  if (Use::current() != nullptr) {
+    return Use::current();
+  }
+  const std::vector<SessionPtr> open = SharedSession::openHere();
+  if (open.size() != 1) {
+    raiseInPython("KALVEX:session:Ambiguous", {name_, std::to_string(open.size())});
+  }
+  return open.front();
 }
 
 nb::object Function::call(int nargout, const nb::args& args) const {
   checkNargout(nargout);
-  const SessionPtr session = session_ != nullptr ? session_ : Use::current();
-  if (session == nullptr) {
-    raiseInPython("KALVEX:session:Closed");
-  }
+  const SessionPtr session = sessionToRunIn();
   const Use use(session);
   return fromHost([&] {
     const Inputs inputs(args);
@@ -42,10 +54,13 @@ nb::object Function::call(int nargout, const nb::args& args) const {
 }
 
 bool Function::operator==(const Function& other) const {
-  if (callable_ == nullptr || other.callable_ == nullptr) {
-    return callable_ == other.callable_ && name_ == other.name_;
+  const auto isCallable = [](const Function& function) {
+    return host::callableBody(function.handle_.get()) != nullptr;
+  };
+  if (isCallable(*this) && isCallable(other)) {
+    return kxIsSameValue(handle_.get(), other.handle_.get());
   }
-  return kxIsSameValue(callable_.get(), other.callable_.get());
+  return isCallable(*this) == isCallable(other) && name_ == other.name_;
 }
 
 void bindFunction(nb::module_& module) {
@@ -53,8 +68,9 @@ void bindFunction(nb::module_& module) {
   nb::class_<Function>(
       module, "Function",
       "A function of the host, by its name; called as fn(nargout, *args), as callables are.\n\n"
-      "One that came from a session runs there, one made by name in the session that runs on the "
-      "calling thread.")
+      "One that came from a session runs there. One made by name runs in the session whose call "
+      "runs on the calling thread, elsewhere in the only session that is open there; otherwise "
+      "Error \"KALVEX:session:Ambiguous\" is raised, with the name and the number of sessions.")
       .def(nb::init<std::string>(), "name"_a)
       .def_prop_ro("name", &Function::name, "What the function is called.")
       .def("__call__", &Function::call, "nargout"_a, "args"_a,

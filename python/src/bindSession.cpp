@@ -3,6 +3,7 @@
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/string.h>
 
+#include <memory>
 #include <optional>
 
 #include "Session.h"
@@ -113,6 +114,46 @@ void clearWarnings(const PySession& self) {
   in(self, [](host::Session& session) { session.clearWarnings(); });
 }
 
+/// The path of a file, as Python's own functions take it.
+std::string pathOf(nb::handle path) {
+  PyObject* bytes = nullptr;
+  if (PyUnicode_FSConverter(path.ptr(), &bytes) == 0) {
+    throw nb::python_error();
+  }
+  const nb::bytes encoded = nb::steal<nb::bytes>(bytes);
+  return {encoded.c_str(), encoded.size()};
+}
+
+void save(const PySession& self, nb::handle path, nb::handle value) {
+  in(self, [&](host::Session& session) { session.save(pathOf(path), toHost(value).get()); });
+}
+
+nb::object load(const PySession& self, nb::handle path, bool trusted) {
+  return in(self, [&](host::Session& session) {
+    return toPython(session.load(pathOf(path), trusted).get());
+  });
+}
+
+nb::bytes saveBytes(const PySession& self, nb::handle value) {
+  return in(self, [&](host::Session& session) {
+    const std::string bytes = session.saveBytes(toHost(value).get());
+    return nb::bytes(bytes.data(), bytes.size());
+  });
+}
+
+nb::object loadBytes(const PySession& self, nb::handle data, bool trusted) {
+  return in(self, [&](host::Session& session) {
+    Py_buffer view;
+    if (PyObject_GetBuffer(data.ptr(), &view, PyBUF_SIMPLE) != 0) {
+      throw nb::python_error();
+    }
+    const std::unique_ptr<Py_buffer, decltype(&PyBuffer_Release)> release(&view, PyBuffer_Release);
+    const std::string_view bytes(static_cast<const char*>(view.buf),
+                                 static_cast<std::size_t>(view.len));
+    return toPython(session.loadBytes(bytes, trusted).get());
+  });
+}
+
 nb::object enter(nb::handle self) {
   const Use check(nb::cast<const PySession&>(self).shared);
   return nb::borrow(self);
@@ -184,6 +225,33 @@ void bindDefinitions(Class& session) {
            "Full names of the classes that the core's library entered, in that order.");
 }
 
+void bindFiles(Class& session) {
+  session
+      .def("save", save, "path"_a, "value"_a.none(),
+           nb::sig("def save(self, path: str | bytes | os.PathLike[str] | os.PathLike[bytes], "
+                   "value: typing.Any) -> None"),
+           "Saves a value with all objects that it leads to; the file appears whole or not at "
+           "all.\n\n"
+           "A callable is saved by its name alone. Raises Error \"KALVEX:save:NotSaveable\" with "
+           "class and reason, \"KALVEX:save:CannotWrite\" with path and reason.")
+      .def("load", load, "path"_a, "trusted"_a = false,
+           nb::sig("def load(self, path: str | bytes | os.PathLike[str] | os.PathLike[bytes], "
+                   "trusted: bool = False) -> typing.Any"),
+           "The value in a file that `save` wrote. Runs no code of the user's.\n\n"
+           "Without trusted=True it can be looked at, planned and saved again, and refuses to be "
+           "evaluated (\"KALVEX:load:NotTrusted\"). Raises Error \"KALVEX:load:Corrupt\" with "
+           "section, offset and reason, \"KALVEX:load:UnknownClass\" with the class, "
+           "\"KALVEX:load:CannotRead\" with path and reason.")
+      .def("save_bytes", saveBytes, "value"_a.none(),
+           nb::sig("def save_bytes(self, value: typing.Any) -> bytes"),
+           "The bytes that `save` would write.")
+      .def("load_bytes", loadBytes, "data"_a, "trusted"_a = false,
+           nb::sig("def load_bytes(self, data: bytes | bytearray | memoryview, trusted: bool = "
+                   "False) -> "
+                   "typing.Any"),
+           "The value in the bytes of a file, as `load` gives it.");
+}
+
 void bindState(Class& session) {
   session.def("collect", collect, "Runs the collector; the number of objects freed.")
       .def("live_objects", liveObjects, "class_name"_a = nb::none(),
@@ -216,6 +284,7 @@ void bindSession(nb::module_& module) {
   session.def("__init__", open, nb::kw_only(), "runtime"_a = true, "stress"_a = false);
   bindCalls(session);
   bindDefinitions(session);
+  bindFiles(session);
   bindState(session);
 }
 
