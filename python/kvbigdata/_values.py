@@ -28,7 +28,15 @@ def numpyScalar(typeName: str, data: bytes) -> Any:
     return np.frombuffer(data, dtype=typeName)[0]
 
 
-def _objectArray(elements: Iterable[Any], shape: tuple[int, int]) -> NDArray[Any]:
+class ListsItsOwn(type):
+    """A class of a large family, whose `dir` and help list what it adds to its ancestors."""
+
+    def __dir__(cls) -> list[str]:
+        ours = (vars(ancestor) for ancestor in cls.__mro__ if type(ancestor) is ListsItsOwn)
+        return sorted({name for members in ours for name in members})
+
+
+def _objectArray(elements: Iterable[Any], shape: tuple[int, ...]) -> NDArray[Any]:
     array = np.empty(shape, dtype=object, order="F")
     flat = array.reshape(-1, order="F")
     for index, element in enumerate(elements):
@@ -36,8 +44,8 @@ def _objectArray(elements: Iterable[Any], shape: tuple[int, int]) -> NDArray[Any
     return array
 
 
-class String(str):
-    """A string scalar; a plain `str` is a char row."""
+class String(str, metaclass=ListsItsOwn):
+    """A string scalar: a `str` in all it does. A plain `str` is a char row."""
 
     __slots__ = ()
 
@@ -78,13 +86,13 @@ class Chars(Sequence[str]):
 
 
 class _Shaped:
-    """What has a shape and elements, held as an object array of two dimensions."""
+    """What has a shape and elements, held as an object array."""
 
     _elements: NDArray[Any]
 
     @property
     def shape(self) -> tuple[int, ...]:
-        """Extents of the two dimensions."""
+        """Extents of the dimensions, two or more."""
         return self._elements.shape
 
     def _columnwise(self) -> NDArray[Any]:
@@ -117,8 +125,6 @@ class StringArray(_Shaped):
             array = array.reshape(0, 1)
         elif array.ndim < 2:
             array = array.reshape(-1, 1)
-        if array.ndim != 2:
-            raise ValueError(f"a StringArray has two dimensions, not {array.ndim}")
         self._elements = array.astype(object)
         for text in self._elements.flat:
             if text is not None and not isinstance(text, str):
@@ -127,7 +133,7 @@ class StringArray(_Shaped):
                 )
 
     @classmethod
-    def _fromColumns(cls, elements: Iterable[Any], shape: tuple[int, int]) -> "StringArray":
+    def _fromColumns(cls, elements: Iterable[Any], shape: tuple[int, ...]) -> "StringArray":
         return cls(_objectArray(elements, shape))
 
     def __array__(self, dtype: DTypeLike | None = None, copy: bool | None = None) -> NDArray[Any]:
@@ -145,11 +151,11 @@ class StringArray(_Shaped):
         return f"StringArray({self.tolist()!r})"
 
 
-class Cell(np.ndarray[Any, np.dtype[Any]]):
+class Cell(np.ndarray[Any, np.dtype[Any]], metaclass=ListsItsOwn):
     """A cell: an object array of at least two dimensions, each element a value of its own.
 
     Made of an object array or a list; a flat list is a row, a list of equally long lists has a row
-    each.
+    each. It is a `numpy.ndarray` and has all that one has.
     """
 
     def __new__(cls, elements: Iterable[Any] = ()) -> "Cell":
@@ -165,7 +171,7 @@ class Cell(np.ndarray[Any, np.dtype[Any]]):
         return cls._fromColumns(elements, (1, len(elements)))
 
     @classmethod
-    def _fromColumns(cls, elements: Iterable[Any], shape: tuple[int, int]) -> "Cell":
+    def _fromColumns(cls, elements: Iterable[Any], shape: tuple[int, ...]) -> "Cell":
         return _objectArray(elements, shape).view(cls)
 
     def _columnwise(self) -> NDArray[Any]:
@@ -188,7 +194,7 @@ class StructArray(_Shaped, Sequence[dict[str, Any]]):
 
     @classmethod
     def _fromColumns(
-        cls, elements: Iterable[Any], shape: tuple[int, int], fields: Iterable[str]
+        cls, elements: Iterable[Any], shape: tuple[int, ...], fields: Iterable[str]
     ) -> "StructArray":
         made = cls()
         made.fields = tuple(fields)
@@ -212,7 +218,7 @@ class ObjectArray(_Shaped, Sequence["Object | None"]):
 
     @classmethod
     def _fromColumns(
-        cls, class_name: str, elements: Iterable[Any], shape: tuple[int, int]
+        cls, class_name: str, elements: Iterable[Any], shape: tuple[int, ...]
     ) -> "ObjectArray":
         made = cls(class_name)
         made._elements = _objectArray(elements, shape)

@@ -25,6 +25,19 @@ void remember(const SessionPtr& session) {
   openSessions().push_back(session);
 }
 
+/// Held beyond the lock, since the last owner of a session runs the user's code when it goes.
+std::vector<SessionPtr> allOpen() {
+  std::vector<SessionPtr> sessions;
+  {
+    const std::lock_guard lock(openMutex);
+    for (const auto& each : openSessions()) {
+      sessions.push_back(each.lock());
+    }
+  }
+  std::erase_if(sessions, [](const auto& each) { return each == nullptr || each->isClosed(); });
+  return sessions;
+}
+
 const SessionPtr& checked(const SessionPtr& session) {
   if (session->isClosed()) {
     raiseInPython("KALVEX:session:Closed");
@@ -49,14 +62,15 @@ SessionPtr SharedSession::open(bool withRuntime, bool stress) {
   return session;
 }
 
+std::vector<SessionPtr> SharedSession::openHere() {
+  std::vector<SessionPtr> sessions = allOpen();
+  std::erase_if(sessions, [](const SessionPtr& session) { return !session->isHere(); });
+  return sessions;
+}
+
 void SharedSession::closeAll() {
-  std::vector<std::weak_ptr<SharedSession>> sessions;
-  {
-    const std::lock_guard lock(openMutex);
-    sessions = openSessions();
-  }
-  for (const auto& each : sessions) {
-    if (const SessionPtr session = each.lock(); session != nullptr && session->uses_ == 0) {
+  for (const SessionPtr& session : allOpen()) {
+    if (session->uses_ == 0) {
       session->host_.close();
     }
   }

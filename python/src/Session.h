@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include "kv/host/session.h"
 
@@ -19,6 +20,8 @@ class SharedSession : public std::enable_shared_from_this<SharedSession> {
  public:
   /// Errors: those of the host.
   static std::shared_ptr<SharedSession> open(bool withRuntime, bool stress);
+  /// The sessions of this thread that are open.
+  static std::vector<std::shared_ptr<SharedSession>> openHere();
   /// Closes what is still open, on whatever thread: for the end of the interpreter.
   static void closeAll();
 

@@ -191,8 +191,8 @@ std::vector<std::string> argumentsOf(const IMsgIDException& error) {
 
 }  // namespace
 
-void raiseInPython(std::string_view identifier) {
-  raiseError(std::string(identifier), host::catalogueText(identifier, {}), {});
+void raiseInPython(std::string_view identifier, const std::vector<std::string>& arguments) {
+  raiseError(std::string(identifier), host::catalogueText(identifier, arguments), arguments);
 }
 
 void throwIntoHost(nb::handle exception) {

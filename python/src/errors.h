@@ -3,8 +3,10 @@
 #include <nanobind/nanobind.h>
 
 #include <exception>
+#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "kv/host/errors.h"
 #include "pyObjects.h"
@@ -23,7 +25,8 @@ class PythonPassThrough : public host::PassThrough {
 };
 
 /// Raises a `host.Error` of the host's catalogue that no session holds an object of.
-[[noreturn]] void raiseInPython(std::string_view identifier);
+[[noreturn]] void raiseInPython(std::string_view identifier,
+                                const std::vector<std::string>& arguments = {});
 
 /// Throws a Python exception into the host: an Error with its id, arguments, message and causes,
 /// another Exception as "KALVEX:python:" and its type's name, the rest as PythonPassThrough.

@@ -14,6 +14,9 @@ namespace {
 constexpr host::CatalogueEntry kCatalogue[] = {
     {"KALVEX:session:InUse", "The session can't be closed while a call runs in it."},
     {"KALVEX:session:OtherSession", "The value belongs to another session."},
+    {"KALVEX:session:Ambiguous",
+     "Function '{0}' doesn't know its session, and {1} are open on this thread: call it by name "
+     "through the session that you mean, as session.call('{0}', ...)."},
 };
 
 nb::dict ledger() {

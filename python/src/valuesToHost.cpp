@@ -1,5 +1,6 @@
 #include <algorithm>
-#include <optional>
+#include <functional>
+#include <numeric>
 
 #include "Function.h"
 #include "Object.h"
@@ -31,10 +32,35 @@ Value stringToHost(nb::handle text) { return matrix::create(toUtf16(text)); }
 
 Value charsToHost(nb::handle text) { return matrix::createChars(toUtf16(text)); }
 
-std::size_t extentOf(nb::handle object, std::size_t index) {
-  const nb::object shape = object.attr("shape");
-  return nb::len(shape) > index ? nb::cast<std::size_t>(shape[index]) : 1;
-}
+/// The shape of an array-like; one of a single dimension is a row.
+class Shape {
+ public:
+  explicit Shape(nb::handle object) {
+    const nb::object shape = object.attr("shape");
+    for (const nb::handle extent : shape) {
+      extents_.push_back(nb::cast<std::size_t>(extent));
+    }
+    while (extents_.size() < 2) {
+      extents_.insert(extents_.begin(), 1);
+    }
+  }
+
+  std::size_t rows() const { return extents_[0]; }
+  /// The product of all extents but the first.
+  std::size_t columns() const {
+    return std::accumulate(extents_.begin() + 1, extents_.end(), std::size_t{1},
+                           std::multiplies<>());
+  }
+  /// Gives it to an array that was made of so many rows and columns.
+  void giveTo(const Value& array) const {
+    if (extents_.size() > 2) {
+      kxSetDimensions(array.get(), extents_);
+    }
+  }
+
+ private:
+  std::vector<std::size_t> extents_;
+};
 
 /// Elements of something with `.shape`, column by column, as a list.
 nb::list elementsOf(nb::handle object) { return nb::list(object.attr("_columnwise")()); }
@@ -62,7 +88,9 @@ Value charMatrixToHost(nb::handle chars) {
 }
 
 Value stringArrayToHost(nb::handle strings) {
-  Value array = Torvane::String::createStringArray(extentOf(strings, 0), extentOf(strings, 1));
+  const Shape shape(strings);
+  Value array = Torvane::String::createStringArray(shape.rows(), shape.columns());
+  shape.giveTo(array);
   std::size_t index = 0;
   for (const nb::handle text : elementsOf(strings)) {
     if (!text.is_none()) {
@@ -83,18 +111,11 @@ Value cellToHost(std::size_t rows, std::size_t columns, const Sequence& elements
   return cell;
 }
 
-/// A flat cell is a row.
 Value shapedCellToHost(nb::handle cell) {
-  const nb::object shape = cell.attr("shape");
-  const bool isFlat = nb::len(shape) < 2;
-  if (nb::len(shape) > 2) {
-    PyErr_Format(PyExc_ValueError, "a cell of the host has two dimensions, not %zu",
-                 nb::len(shape));
-    throw nb::python_error();
-  }
-  const nb::list elements = elementsOf(cell);
-  return cellToHost(isFlat ? 1 : extentOf(cell, 0), isFlat ? nb::len(elements) : extentOf(cell, 1),
-                    elements);
+  const Shape shape(cell);
+  Value made = cellToHost(shape.rows(), shape.columns(), elementsOf(cell));
+  shape.giveTo(made);
+  return made;
 }
 
 std::vector<std::string> fieldNames(nb::handle names) {
@@ -128,8 +149,10 @@ Value dictToHost(nb::handle dict) {
 }
 
 Value structArrayToHost(nb::handle records) {
-  Value structure = emptyStructure(extentOf(records, 0), extentOf(records, 1),
-                                   fieldNames(records.attr("fields")));
+  const Shape shape(records);
+  Value structure =
+      emptyStructure(shape.rows(), shape.columns(), fieldNames(records.attr("fields")));
+  shape.giveTo(structure);
   std::size_t index = 0;
   for (const nb::handle record : elementsOf(records)) {
     fillStructure(structure, index++, record);
@@ -139,9 +162,9 @@ Value structArrayToHost(nb::handle records) {
 
 Value objectArrayToHost(nb::handle objects) {
   const std::string className = toUtf8(objects.attr("class_name"), "class_name");
-  Value array = matrix::from_kalvex(
-      kcos::omCreateKCOSMatrix(extentOf(objects, 0), extentOf(objects, 1),
-                               kcos::internal::makeInterned(kcos::NameRef::of(className))));
+  const Shape shape(objects);
+  Value array = matrix::from_kalvex(kcos::omCreateKCOSMatrix(
+      shape.rows(), shape.columns(), kcos::internal::makeInterned(kcos::NameRef::of(className))));
   std::size_t index = 0;
   for (const nb::handle element : elementsOf(objects)) {
     if (!element.is_none()) {

@@ -31,6 +31,14 @@ nb::object textAt(const kxArray* strings, std::size_t index) {
   return text ? nb::object(toPython(*text)) : nb::none();
 }
 
+nb::tuple dimensionsOf(const kxArray* value) {
+  nb::list dimensions;
+  for (const std::size_t extent : kxGetDimensions(value)) {
+    dimensions.append(extent);
+  }
+  return nb::tuple(dimensions);
+}
+
 /// The elements that `element` makes, column by column, and the shape.
 template <class Element>
 nb::tuple shaped(const kxArray* value, Element&& element) {
@@ -38,7 +46,7 @@ nb::tuple shaped(const kxArray* value, Element&& element) {
   for (std::size_t i = 0; i < kxGetNumberOfElements(value); ++i) {
     elements.append(element(i));
   }
-  return nb::make_tuple(elements, nb::make_tuple(kxGetM(value), kxGetN(value)));
+  return nb::make_tuple(elements, dimensionsOf(value));
 }
 
 nb::object stringsToPython(const kxArray* value) {
