@@ -89,6 +89,18 @@ TEST_F(ClosureGraphTest, ShowsNodesInTheOrderOfTheWalkAndEdgesAsDataFlows) {
   EXPECT_EQ(text(kxGetCell(kxGetCell(shown.get(), 0), 2), 0), "EndNodes");
 }
 
+TEST_F(ClosureGraphTest, NamesNodesOfOneIdApart) {
+  const ClosurePtr original = closure({}), copy = closure({});
+  copy->setId(original->getId());
+  promise(copy)->setId(promise(original)->getId());
+  const Value graph = graphOf({lazyArray(future(closure({future(original), future(copy)}))).get()});
+  EXPECT_EQ(nodes(graph), "c1 p1 f1 c2 p2 f2 c3 p3 f3");
+  EXPECT_EQ(edges(graph), "c1p1 c2p2 c3p3 f1c3 f2c3 p1f1 p2f2 p3f3");
+  const Value shown = get(graph, "Graph");
+  const kxArray* names = kxGetCell(kxGetCell(shown.get(), 1), 0);
+  EXPECT_EQ(text(names, 3), text(names, 0) + " (2)");
+}
+
 TEST_F(ClosureGraphTest, ASnapshotChangesOnlyWhenItIsTakenAgain) {
   const ClosurePtr only = closure({});
   const Value x = lazyArray(future(only));

@@ -93,6 +93,28 @@ TEST_F(LazyTaskGraphTest, SortsDependenciesByIdAsText) {
   EXPECT_EQ(idsOf(lastCall("createExecutionTasks").inputs[1].get()), ids);
 }
 
+/// As an array and its opened copy do when they meet.
+TEST_F(LazyTaskGraphTest, ClosuresWithOneIdKeepTheirTasksInTheOrderOfThePlan) {
+  std::vector<FuturePtr> inputs;
+  for (int i = 0; i < 8; ++i) {
+    const ClosurePtr upstream = closure({});
+    upstream->setId(u"Closure_same");
+    inputs.push_back(future(upstream));
+  }
+  const Value graph = plan({closure(inputs)});
+  EXPECT_EQ(idsOf(lastCall("createExecutionTasks").inputs[2].get()),
+            "task_1 task_2 task_3 task_4 task_5 task_6 task_7 task_8");
+
+  // Entry i of both maps is about the closure of task i.
+  const Value tasks = get(graph, "ClosureToTaskMap"), closures = get(graph, "TaskToClosureMap");
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    EXPECT_EQ(idsOf(kxGetCell(kxGetCell(tasks.get(), 1), i)), "task_" + std::to_string(i + 1));
+    const auto shown = kcos::omGetArrayElement(kxGetCell(kxGetCell(closures.get(), 1), i), 0);
+    // The last input is followed first.
+    EXPECT_EQ(shown.get(), inputs[7 - i]->getPromise()->getClosure().child());
+  }
+}
+
 TEST_F(LazyTaskGraphTest, OneClosureGoesByTheSingleKeyPath) {
   plan({closure({})});
   const auto& inputs = lastCall("createExecutionTasks").inputs;
