@@ -81,6 +81,10 @@ ArrayPtr makeArrayRecord(const LazyPartitionedArray& array) {
 }
 
 LazyArrayPtr loadArray(const kxArray* record) {
+  if (kxGetClassID(record) != kxSTRUCT_CLASS || !kxIsScalar(record)) {
+    foundation::core::except::raise<KALVEX::validateattributes::invalidType>(
+        "Input", "scalar struct", kxGetClassName(record));
+  }
   const std::u16string saved = savedRelease(record);
   if (saved == currentRelease()) {
     return restoreArray(record);

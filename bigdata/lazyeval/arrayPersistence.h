@@ -22,7 +22,8 @@ matrix::ArrayPtr makeArrayRecord(const LazyPartitionedArray& array);
 /// another release, or of none, which stands for 2016b, gives the invalid array of that release,
 /// whatever its other fields hold.
 ///
-/// Errors:   those of "version", of the default executor and of "keepAlive"; of conversions, for a
+/// Errors:   "KALVEX:validateattributes:invalidType" for a record that is no structure; those of
+///           "version", of the default executor and of "keepAlive"; of conversions, for a
 ///           field of the wrong class; of createInvalidVersionArray.
 /// Warnings: "KALVEX:bigdata:array:InvalidTallVersion" with the release that saved it.
 ki::KalvexManagedPtr<LazyPartitionedArray> loadArray(const kxArray* record);
