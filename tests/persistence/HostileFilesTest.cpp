@@ -166,7 +166,7 @@ const HostileFile kValues[] = {
     {"objects in three dimensions",
      [](RawFile& f) {
        f.root(
-           f.full(kxOBJECT_CLASS, {1, 1, 5}, packed(f.name("user.Thing")) + std::string(20, '\0')));
+           f.full(kxOBJECT_CLASS, {1, 1, 5}, packed(f.name("user.Thing")) + std::string(40, '\0')));
      },
      "Corrupt | VALS"},
     {"a text longer than the data",
@@ -181,13 +181,13 @@ const HostileFile kValues[] = {
      "Corrupt | VALS"},
     {"a field without a name",
      [](RawFile& f) {
-       f.root(f.full(kxSTRUCT_CLASS, {1, 1}, packed({1u, 9u, 0u})));
+       f.root(f.full(kxSTRUCT_CLASS, {1, 1}, packed({1u, 9u, 0u, 0u})));
      },
      "Corrupt | VALS"},
     {"a field twice",
      [](RawFile& f) {
        const auto field = f.name("field");
-       f.root(f.full(kxSTRUCT_CLASS, {1, 1}, packed({2u, field, field, 0u, 0u})));
+       f.root(f.full(kxSTRUCT_CLASS, {1, 1}, packed({2u, field, field}) + std::string(16, '\0')));
      },
      "Corrupt | VALS"},
     {"a structure of more elements than any memory",

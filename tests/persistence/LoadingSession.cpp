@@ -23,10 +23,9 @@ namespace {
 constexpr auto kArrayClass = "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray";
 constexpr std::size_t kClosures = 28;
 
-/// What loading may ask of the host side.
-constexpr std::array<std::string_view, 4> kAsked{
-    "version", "keepAlive", "createInvalidVersionArray",
-    "kalvex.bigdata.internal.executor.PartitionedArrayExecutor.default"};
+/// What loading may ask of the host side, besides the release and an invalid array.
+constexpr std::array<std::string_view, 2> kAsked{
+    "keepAlive", "kalvex.bigdata.internal.executor.PartitionedArrayExecutor.default"};
 
 /// A ramp over the bytes of an array, so that none of its elements is like the next.
 Value ramp(std::initializer_list<std::size_t> dimensions, kxClassID id) {
@@ -65,22 +64,20 @@ Value makeRecord(std::initializer_list<std::pair<std::string_view, Value>> field
 }
 
 LoadingSession::LoadingSession() {
-  stub("version", [](const Call& c) { c.out(0, host::makeChars("7.2")); });
+  session.defineFunction("version", [](const Call& c) { c.out(0, host::makeChars("7.2")); });
   completeArrays();
   defineUsersClasses();
   takeUserCalls();
 }
 
 void LoadingSession::completeArrays() {
+  const auto invalid = std::make_shared<Value>(lazyArray(constant(0)));
   auto completion = std::make_shared<host::ClassCompletion>();
   completion->name = kArrayClass;
-  completion->methods.push_back({.name = "createInvalidVersionArray",
-                                 .body =
-                                     [this](const Call& c) {
-                                       note("createInvalidVersionArray", c);
-                                       c.out(0, lazyArray(constant(0)));
-                                     },
-                                 .isStatic = true});
+  completion->methods.push_back(
+      {.name = "createInvalidVersionArray",
+       .body = [invalid](const Call& c) { c.out(0, matrix::sharedCopy(invalid->get())); },
+       .isStatic = true});
   session.completeClass(completion);
 }
 
@@ -147,8 +144,8 @@ Value LoadingSession::chain(std::size_t closures) {
   FuturePtr last = constant(1);
   for (std::size_t i = 0; i < closures; ++i) {
     last = future(closure({last}));
+    calls.clear();
   }
-  calls.clear();
   return lazyArray(last);
 }
 

@@ -33,6 +33,7 @@ class LoadingSession : public bigdata::lazyeval::LazySession {
   /// and functions of the user, and any function of the host side but the four that loading asks.
   std::size_t takeUserCalls();
 
+  host::Session& host() { return session; }
   std::size_t liveObjects() {
     session.collect();
     return session.liveObjects();

@@ -65,7 +65,7 @@ Reference RawFile::chars(std::string_view text) {
 Reference RawFile::cell(const std::vector<Reference>& elements) {
   std::string codes;
   for (const Reference element : elements) {
-    codes += packed(element.code());
+    codes += packed(host::format::ElementCode{element.code()});
   }
   return full(kxCELL_CLASS, {1, elements.size()}, codes);
 }
@@ -76,7 +76,7 @@ Reference RawFile::record(std::initializer_list<std::pair<std::string_view, Refe
     contents += packed(name(field.first));
   }
   for (const auto& field : fields) {
-    contents += packed(field.second.code());
+    contents += packed(host::format::ElementCode{field.second.code()});
   }
   return full(kxSTRUCT_CLASS, {1, 1}, contents);
 }
@@ -84,7 +84,7 @@ Reference RawFile::record(std::initializer_list<std::pair<std::string_view, Refe
 Reference RawFile::objects(std::string_view className, std::initializer_list<Reference> elements) {
   std::string contents = packed(name(className));
   for (const Reference element : elements) {
-    contents += packed(element.code());
+    contents += packed(host::format::ElementCode{element.code()});
   }
   return full(kxOBJECT_CLASS, {1, elements.size()}, contents);
 }

@@ -127,7 +127,7 @@ Reference FileBuilder::addContainer(const kxArray* value,
     append(bytes, name(kxGetClassName(value)));
   }
   for (const Reference reference : references) {
-    append(bytes, reference.code());
+    append(bytes, ElementCode{reference.code()});
   }
   return addEntry(entry);
 }

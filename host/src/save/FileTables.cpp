@@ -156,12 +156,10 @@ std::size_t checkLogicals(const SavedValue& value, const ValueCheck& check) {
 }
 
 std::size_t checkNames(const SavedValue& value, std::size_t names, const ValueCheck& check) {
-  std::size_t numbers = 0;  // in front of the references
   if (value.classId() == kxSTRUCT_CLASS) {
     check.requireItems(1, sizeof(std::uint32_t));
     const std::size_t fields = value.number(0);
-    numbers = 1 + fields;
-    check.requireItems(numbers, sizeof(std::uint32_t));
+    check.requireItems(1 + fields, sizeof(std::uint32_t));
     std::vector<std::uint32_t> all;
     for (std::size_t i = 0; i < fields; ++i) {
       all.push_back(value.number(1 + i));
@@ -173,10 +171,15 @@ std::size_t checkNames(const SavedValue& value, std::size_t names, const ValueCh
   } else if (value.classId() == kxOBJECT_CLASS) {
     check.requireItems(1, sizeof(std::uint32_t));
     check.require(value.number(0) < names, "the object array has no class");
-    numbers = 1;
   }
   const ReferenceRange range = referencesOf(value);
-  return check.requireItems(numbers + range.count, sizeof(std::uint32_t));
+  const std::size_t bytes = check.requireItems(range.offset + range.count * sizeof(ElementCode), 1);
+  for (std::size_t i = 0; i < range.count; ++i) {
+    const ElementCode code = value.elementCode(range.offset + i * sizeof(ElementCode));
+    check.require(code <= std::numeric_limits<std::uint32_t>::max(),
+                  "an element is neither a value nor an object");
+  }
+  return bytes;
 }
 
 /// Bytes of the contents, all of which are there.
@@ -203,14 +206,19 @@ std::uint32_t SavedValue::number(std::size_t index) const {
   return itemAt<std::uint32_t>(contents, index);
 }
 
+ElementCode SavedValue::elementCode(std::size_t offset) const {
+  return itemAt<ElementCode>(contents.substr(offset), 0);
+}
+
 ReferenceRange referencesOf(const SavedValue& value) {
+  constexpr std::size_t kNumber = sizeof(std::uint32_t);
   switch (value.classId()) {
     case kxCELL_CLASS:
       return {0, value.elements};
     case kxSTRUCT_CLASS:
-      return {1 + std::size_t{value.number(0)}, value.elements * value.number(0)};
+      return {kNumber * (1 + std::size_t{value.number(0)}), value.elements * value.number(0)};
     case kxOBJECT_CLASS:
-      return {1, value.elements};
+      return {kNumber, value.elements};
     default:
       return {};
   }
@@ -304,6 +312,14 @@ void FileTables::checkObjects() const {
       isRecord[record.index()] = true;
     }
   }
+}
+
+std::size_t FileTables::size() const {
+  std::size_t bytes = 0;
+  for (const std::string_view section : sections_) {
+    bytes += section.size();
+  }
+  return bytes;
 }
 
 SavedValue FileTables::value(std::size_t index) const {

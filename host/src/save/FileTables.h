@@ -29,9 +29,8 @@ struct SavedValue {
 
   /// Number `index` of those that the contents begin with.
   std::uint32_t number(std::size_t index) const;
-  format::Reference reference(std::size_t index) const {
-    return format::Reference::fromCode(number(index));
-  }
+  /// What stands behind `offset` bytes of the contents, as a reference to an element.
+  format::ElementCode elementCode(std::size_t offset) const;
 };
 
 /// The tables of a file, all of whose lengths, counts and references have been checked: whoever
@@ -59,6 +58,8 @@ class FileTables {
   void forEachReference(const SavedValue& value, Visit visit) const;
 
   format::Reference root() const { return root_; }
+  /// Bytes of all sections.
+  std::size_t size() const;
 
   /// Where the entry of an object stands in its section.
   static std::size_t objectOffset(std::size_t index) { return index * sizeof(format::ObjectEntry); }
@@ -79,10 +80,15 @@ class FileTables {
   format::Reference root_;
 };
 
-/// Where the references of a value begin among the numbers of its contents, and how many there are.
+/// Where the references of a value begin in its contents, in bytes, and how many there are.
 struct ReferenceRange {
-  std::size_t first = 0;
+  std::size_t offset = 0;
   std::size_t count = 0;
+
+  format::Reference at(const SavedValue& value, std::size_t index) const {
+    return format::Reference::fromCode(static_cast<std::uint32_t>(
+        value.elementCode(offset + index * sizeof(format::ElementCode))));
+  }
 };
 ReferenceRange referencesOf(const SavedValue& value);
 
@@ -90,7 +96,7 @@ template <class Visit>
 void FileTables::forEachReference(const SavedValue& value, Visit visit) const {
   const ReferenceRange range = referencesOf(value);
   for (std::size_t i = 0; i < range.count; ++i) {
-    visit(value.reference(range.first + i));
+    visit(range.at(value, i));
   }
 }
 

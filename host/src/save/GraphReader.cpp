@@ -27,6 +27,10 @@ using Torvane::KException::KExceptionEnvelope;
 constexpr std::array<std::string_view, 2> kConversionErrors{
     "KALVEX:validateattributes:invalidType", "KALVEX:string:MustBeStringScalarOrCharacterVector"};
 
+/// What an object has for a property that isn't set, in its slot or its native part.
+constexpr std::size_t kPropertyBytes = 24;
+constexpr std::size_t kLeftOutForFree = 1'000'000;
+
 [[noreturn]] void refuseObject(std::size_t index, const std::string& reason) {
   refuseFile(kSectionTags[static_cast<std::size_t>(Section::Objects)],
              FileTables::objectOffset(index), reason);
@@ -184,7 +188,7 @@ Value GraphReader::makeContainer(const SavedValue& value) {
     }
     Value array = matrix::from_kalvex(kcos::omCreateKCOSMatrix(rows, columns, interned(className)));
     for (std::size_t i = 0; i < range.count; ++i) {
-      if (const Reference at = value.reference(range.first + i); !at.isNull()) {
+      if (const Reference at = range.at(value, i); !at.isNull()) {
         Object& object = objectOf(at.index());
         if (!classOf(object).isA(interned(className))) {
           refuseObject(at.index(), "an object of class " + std::string(classOf(object).getName()) +
@@ -204,7 +208,7 @@ Value GraphReader::makeContainer(const SavedValue& value) {
                                         : kxCreateStructMatrix(rows, columns, fields));
   kxSetDimensions(array.get(), dimensionsOf(value));
   for (std::size_t i = 0; i < range.count; ++i) {  // a structure's elements lie as those of a cell
-    kxSetCell(array.get(), i, take(value.reference(range.first + i)).release());
+    kxSetCell(array.get(), i, take(range.at(value, i)).release());
   }
   return array;
 }
@@ -230,24 +234,37 @@ Reference GraphReader::recordOf(std::uint32_t index) const {
 
 /// The object, made now if it wasn't yet: a shell, or what its class makes of its record.
 Object& GraphReader::objectOf(std::uint32_t index) {
-  kcos::COSInterfacePtr& object = objects_[index];
-  if (object.get() == nullptr) {
-    const Shape& shape = shapeOf(index);
-    if (isRecord(index)) {
-      object = makeFromRecord(index);
-    } else {
-      object = makeShell(session_, *shape.record);
-      const bool hasNative = shape.record->linked().native != nullptr;
-      if (hasNative && Object::of(object.get())->instanceData() == nullptr) {
-        refuseObject(index, "an object of class " + std::string(shape.record->getName()) +
-                                " can't be loaded");
-      }
-    }
-    if (!trusted_) {
-      Object::of(object.get())->markUntrusted();
+  if (objects_[index].get() == nullptr) {
+    makeObject(index);
+  }
+  return *Object::of(objects_[index].get());
+}
+
+void GraphReader::makeObject(std::uint32_t index) {
+  const Shape& shape = shapeOf(index);
+  if (isRecord(index)) {
+    objects_[index] = makeFromRecord(index);
+  } else {
+    countLeftOut(index);
+    objects_[index] = makeShell(session_, *shape.record);
+    const bool hasNative = shape.record->linked().native != nullptr;
+    if (hasNative && Object::of(objects_[index].get())->instanceData() == nullptr) {
+      refuseObject(
+          index, "an object of class " + std::string(shape.record->getName()) + " can't be loaded");
     }
   }
-  return *Object::of(object.get());
+  if (!trusted_) {
+    Object::of(objects_[index].get())->markUntrusted();
+  }
+}
+
+/// A class may have got properties since the file was saved, and they take memory that no bytes of
+/// the file stand for. A file of objects that leave out nearly all is refused.
+void GraphReader::countLeftOut(std::uint32_t index) {
+  leftOutBytes_ += shapeOf(index).leftOut * kPropertyBytes;
+  if (leftOutBytes_ > std::max(file_.size(), kLeftOutForFree)) {
+    refuseObject(index, "the objects lack most properties of their classes");
+  }
 }
 
 kcos::COSInterfacePtr GraphReader::makeFromRecord(std::uint32_t index) {
@@ -302,6 +319,7 @@ const GraphReader::Shape& GraphReader::shapeOf(std::uint32_t index) {
     }
     shape.places.push_back(*place);
   }
+  shape.leftOut = storedProperties(*record).size() - shape.places.size();
   return shapes_.emplace(shapeIndex, std::move(shape)).first->second;
 }
 

@@ -40,6 +40,7 @@ class GraphReader {
     ClassRecord* record = nullptr;
     std::vector<PropertyPlace> places{};
     const SavedForm* savedForm = nullptr;
+    std::size_t leftOut = 0;  ///< properties of the class that the file doesn't have
   };
   Value make(format::Reference reference);
   void makeNeeded();
@@ -48,6 +49,8 @@ class GraphReader {
   Value makeContainer(const SavedValue& value);
   Value take(format::Reference reference);
   Object& objectOf(std::uint32_t index);
+  void makeObject(std::uint32_t index);
+  void countLeftOut(std::uint32_t index);
   kcos::COSInterfacePtr makeFromRecord(std::uint32_t index);
   void reach(format::Reference reference);
   void reachObject(std::uint32_t index);
@@ -61,6 +64,7 @@ class GraphReader {
   SessionState& session_;
   const FileTables& file_;
   bool trusted_;
+  std::size_t leftOutBytes_ = 0;
   std::unordered_map<std::uint32_t, Shape> shapes_;  ///< by their index in the file
   std::vector<kcos::COSInterfacePtr> objects_;
   std::vector<Value> values_;

@@ -58,6 +58,10 @@ class Reference {
   std::uint32_t code_ = 0;
 };
 
+/// What a reference takes in the data of a container, where it makes an element: so many bytes that
+/// elements are no more than 16 times their part of the file.
+using ElementCode = std::uint64_t;
+
 /// How an object stands in the file.
 enum class ObjectForm : std::uint32_t {
   Properties = 0,          ///< a reference for each property of its shape
