@@ -17,6 +17,14 @@ for program in "$kBuild"/bin/bench_*; do
     --benchmark_display_aggregates_only=true --benchmark_min_time=0.3 \
     --benchmark_out="$kResults/${program##*/bench_}.json" --benchmark_out_format=json
 done
+echo "== from Python"
+if ! cmp -s bench/requirements.txt "$kBuild/peers/requirements.txt"; then
+  rm -rf "$kBuild/peers"
+  .venv/bin/pip install --quiet --disable-pip-version-check --target "$kBuild/peers" \
+    -r bench/requirements.txt
+  cp bench/requirements.txt "$kBuild/peers"
+fi
+PYTHONPATH=$kBuild/python:$kBuild/peers .venv/bin/python bench/from_python.py "$kResults/python.json"
 echo "== whole processes"
 python3 scripts/measure_processes.py "$kBuild" "$kResults/processes.json"
 python3 scripts/profile_recording.py "$kBuild/bin/bench_recording" "$kResults/profile.json"

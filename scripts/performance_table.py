@@ -23,7 +23,7 @@ INTRODUCTION = """\
 
 Written by `make bench`; change the benches in `bench/` or the texts in `scripts/performance_table.py`, not this file.
 Each figure is a median over repetitions; *best* is the least of them, since what else a machine does only ever adds time.
-Recording, planning and collecting are given in processor time, queries in wall time; the sides of a comparison take turns.
+Recording, planning, collecting and all from Python are given in processor time, queries in wall time; the sides of a comparison take turns.
 """
 
 
@@ -118,6 +118,16 @@ def footprint(field: str) -> Callable[[Results], list[float]]:
     return lambda results: [results.median("footprint/1000000", field)]
 
 
+def python_ratio(peer: str) -> Callable[[Results], list[float]]:
+    """Ours against a peer's, repetition by repetition: they took turns."""
+
+    def measure(results: Results) -> list[float]:
+        both = zip(results.nanoseconds("python/record"), results.nanoseconds(peer), strict=True)
+        return [ours / theirs for ours, theirs in both]
+
+    return measure
+
+
 RECORDING = "no single part is to blame, see the samples below; work beside it on a shared machine adds to it"
 
 SECTIONS = {
@@ -141,6 +151,20 @@ SECTIONS = {
         Figure("of that the walk, 10^5", microseconds("walk/100000"), "{:.2f} us"),
         Figure("collector, each of 10^6 live objects", lambda r: r.nanoseconds("collect/1000000"), "{:.1f} ns", 40,
                "other work on the machine takes cache and memory"),
+    ],
+    "From Python, through `kvbigdata.host`": [
+        Figure("recording `x = x + 1`, by name", microseconds("python/record"), "{:.2f} us", 4,
+               "see the ratios: work beside it on a shared machine slows all sides"),
+        Figure("the same in MLX, on its CPU", microseconds("python/recordMlx"), "{:.2f} us"),
+        Figure("the same in dask", microseconds("python/recordDask"), "{:.0f} us"),
+        Figure("ours against MLX", python_ratio("python/recordMlx"), "{:.1f} times"),
+        Figure("ours against dask", python_ratio("python/recordDask"), "{:.3f} times"),
+        Figure("a call by name of a native function", microseconds("python/callNative"), "{:.2f} us"),
+        Figure("a call by name of a function in Python", microseconds("python/callPython"), "{:.2f} us"),
+        Figure("a double there and back", microseconds("python/double"), "{:.2f} us"),
+        Figure("a read-only array of 1 MiB there and back", microseconds("python/borrowed"), "{:.2f} us"),
+        Figure("a writable array of 1 MiB there (copied) and back", microseconds("python/copied"), "{:.1f} us"),
+        Figure("a Python callable, each chunk", microseconds("python/chunk"), "{:.1f} us"),
     ],
     "Six aggregates of 336,776 flights (CSV), filtered, one thread": [
         Figure("ours, in a process", lambda r: r.milliseconds("flights/ours/real_time"), "{:.1f} ms"),

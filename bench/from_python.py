@@ -1,0 +1,156 @@
+#!/usr/bin/env python3
+"""What the host costs from Python, beside lazy arrays of others; written as Google Benchmark's JSON.
+
+    bench/from_python.py <out.json>
+
+Needs `kvbigdata`, and the packages of bench/requirements.txt, on the path. The sides take turns: each
+repetition measures all of them once. Times are processor time of this thread.
+"""
+
+import gc
+import json
+import os
+import sys
+import tempfile
+import time
+from collections.abc import Callable
+from contextlib import contextmanager
+from pathlib import Path
+
+import dask.array
+import mlx.core
+import numpy as np
+
+from kvbigdata import host
+
+REPETITIONS = 15
+CHAIN = 10_000
+DASK_CHAIN = 200
+ROWS = 1_000_000
+STEPS = 50
+MIB = 2**20
+
+Measure = Callable[[], float]
+
+
+def per_item(count: int, body: Callable[[], object]) -> float:
+    """Seconds for each of `count` items; what `body` gives is dropped outside of the time taken."""
+    start = time.thread_time()
+    kept = body()
+    elapsed = time.thread_time() - start
+    del kept
+    return elapsed / count
+
+
+def repeat(count: int, step: Callable[[], object]) -> Measure:
+    def body() -> None:
+        for _ in range(count):
+            step()
+
+    return lambda: per_item(count, body)
+
+
+def add_ones(array, count: int):
+    for _ in range(count):
+        array = array + 1
+    return array
+
+
+class Host:
+    """A session with a column x that is read from a file."""
+
+    def __init__(self, session: host.Session, path: str) -> None:
+        self.session = session
+        source = session.call("kalvex.io.CsvDatastore", host.StringArray([path]))
+        table = session.call("createFromDatastoreBuiltin", source)
+        self.x = session.call("subsrefTabularVar", ":", "x", True, table)
+        self.sum = host.Function("kv.aggregate.sum")
+        session.define_function("inPython", lambda nargout: None)
+        session.define_class("Box", properties={"Value": None})
+        self.box = session.new("Box")
+
+    def record(self):
+        call, plus, array = self.session.call, host.Function("kv.element.plus"), self.x
+        for _ in range(CHAIN):
+            array = call("elementfun", plus, array, 1.0)
+        return array
+
+    def measure_recording(self) -> float:
+        seconds = per_item(CHAIN, self.record)
+        self.session.collect()
+        return seconds
+
+    def there_and_back(self, value: object) -> Callable[[], object]:
+        def step():
+            self.box.set("Value", value)
+            return self.box.get("Value")
+
+        return step
+
+    def measure_chunks(self) -> float:
+        """What a callable that does nothing adds to an evaluation, by chunk: many steps of it, each
+        of which is called with every chunk."""
+        calls = 0
+
+        def same(nargout, column):
+            nonlocal calls
+            calls += 1
+            return column
+
+        array = self.x
+        for _ in range(STEPS):
+            array = self.session.call("elementfun", same, array)
+        with_callables = self.evaluate(array)
+        return (with_callables - self.evaluate(self.x)) / calls
+
+    def evaluate(self, array) -> float:
+        total = self.session.call("aggregatefun", self.sum, self.sum, array)
+        return per_item(1, lambda: self.session.call("gather", total))
+
+
+@contextmanager
+def file_of_rows():
+    with tempfile.NamedTemporaryFile("w", suffix=".csv", delete=False) as file:
+        file.write("x\n" + "1.5\n" * ROWS)
+    try:
+        yield file.name
+    finally:
+        os.unlink(file.name)
+
+
+def sides(ours: Host) -> dict[str, Measure]:
+    mlx.core.set_default_device(mlx.core.cpu)
+    zeros = mlx.core.zeros(10)
+    lazy = dask.array.zeros(10, chunks=5)
+    writable = np.zeros(MIB // 8)
+    readonly = np.zeros(MIB // 8)
+    readonly.setflags(write=False)
+    version = "version"
+    return {
+        "python/record": ours.measure_recording,
+        "python/recordMlx": lambda: per_item(CHAIN, lambda: add_ones(zeros, CHAIN)),
+        "python/recordDask": lambda: per_item(DASK_CHAIN, lambda: add_ones(lazy, DASK_CHAIN)),
+        "python/callNative": repeat(10_000, lambda: ours.session.call(version)),
+        "python/callPython": repeat(10_000, lambda: ours.session.call("inPython")),
+        "python/double": repeat(10_000, ours.there_and_back(1.5)),
+        "python/borrowed": repeat(10_000, ours.there_and_back(readonly)),
+        "python/copied": repeat(100, ours.there_and_back(writable)),
+        "python/chunk": ours.measure_chunks,
+    }
+
+
+def run(measures: dict[str, Measure]) -> list[dict]:
+    runs = []
+    for _ in range(REPETITIONS):
+        for name, measure in measures.items():
+            gc.collect()
+            runs.append({"run_type": "iteration", "run_name": name, "items_per_second": 1 / measure()})
+    return runs
+
+
+if __name__ == "__main__":
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    with file_of_rows() as path, host.Session() as session:
+        runs = run(sides(Host(session, path)))
+    Path(sys.argv[1]).write_text(json.dumps({"benchmarks": runs}, indent=1) + "\n")
