@@ -27,7 +27,7 @@ REPETITIONS = 15
 CHAIN = 10_000
 DASK_CHAIN = 200
 ROWS = 1_000_000
-STEPS = 50
+STEPS = 500
 MIB = 2**20
 
 Measure = Callable[[], float]
