@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <cassert>
 #include <span>
 #include <utility>
 
@@ -45,7 +44,9 @@ Chunk firstRows(Chunk chunk, std::int64_t rows) {
 
 CsvDatastore::CsvDatastore(const std::vector<std::string>& paths,
                            const std::vector<TypeOverride>& types) {
-  assert(!paths.empty());
+  if (paths.empty()) {
+    throw DataError("KALVEX:datastore:NoFiles", {}, "At least one path is needed.");
+  }
   auto table = std::make_shared<Table>();
   table->files = lookAt(paths);
   table->name = nameOf(paths, table->files.size());

@@ -55,6 +55,13 @@ Stage::Stage(std::vector<StageStep> steps) : steps_(std::move(steps)) {
   findColumns();
 }
 
+const Datastore& Stage::source() const {
+  if (source_ == nullptr) {
+    host::raise("KALVEX:array:NeedsRows", {"a pass"});
+  }
+  return *source_;
+}
+
 void Stage::findLastUses() {
   for (std::size_t step = 0; step < steps_.size(); ++step) {
     lastUse_.push_back(step);
@@ -76,6 +83,9 @@ void Stage::findSource() {
 }
 
 void Stage::findColumns() {
+  if (source_ == nullptr) {
+    return;
+  }
   const std::vector<ColumnNeeds> asked = columnNeeds(steps_);
   ColumnNeeds ofSource;
   for (std::size_t i = 0; i < steps_.size(); ++i) {

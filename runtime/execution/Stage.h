@@ -57,7 +57,8 @@ class Stage {
   /// The last step that reads the result of a step; the step itself if none does.
   std::size_t lastUse(std::size_t step) const { return lastUse_[step]; }
 
-  const Datastore& source() const { return *source_; }
+  /// Errors: "KALVEX:array:NeedsRows" if no step reads one.
+  const Datastore& source() const;
 
   /// Columns to read, in the order of the source's schema.
   const std::vector<std::string>& columns() const { return columns_; }

@@ -26,6 +26,11 @@ std::vector<WholeValue> wholes(std::vector<Value> outputs,
   return values;
 }
 
+[[noreturn]] void raiseRowsDiffer(const OpSpec& spec, std::int64_t rows, std::int64_t others) {
+  host::raise("KALVEX:array:RowsDiffer", {std::to_string(rows), "an input of " + spec.label,
+                                          std::to_string(others), "another"});
+}
+
 /// The rows that all inputs share; none if they are values without places.
 /// Errors: "KALVEX:array:RowsDiffer".
 std::optional<RowPlaces> sharedPlaces(const OpSpec& spec, const std::vector<WholeValue>& inputs) {
@@ -35,9 +40,7 @@ std::optional<RowPlaces> sharedPlaces(const OpSpec& spec, const std::vector<Whol
       continue;
     }
     if (first != nullptr && !haveSamePlaces(*first->places, *input.places)) {
-      host::raise("KALVEX:array:RowsDiffer",
-                  {std::to_string(first->places->firstRow.back()), "an input of " + spec.label,
-                   std::to_string(input.places->firstRow.back()), "another"});
+      raiseRowsDiffer(spec, first->places->firstRow.back(), input.places->firstRow.back());
     }
     first = first != nullptr ? first : &input;
   }
@@ -66,10 +69,18 @@ std::vector<Value> checkedTypes(const OpSpec& spec, std::vector<Value> outputs) 
   return outputs;
 }
 
-/// A value cut where its rows stood, or as one piece.
-std::vector<Chunk> piecesOf(const WholeValue& whole, const std::optional<RowPlaces>& places) {
+/// A value cut where the rows stood, or as one piece.
+/// Errors: "KALVEX:array:RowsDiffer" for a value with more or fewer rows than have places.
+std::vector<Chunk> piecesOf(const OpSpec& spec, const WholeValue& whole,
+                            const std::optional<RowPlaces>& places) {
   const Chunk chunk = toChunk(whole.value.get());
-  return places ? places->cut(chunk) : std::vector<Chunk>{chunk};
+  if (!places) {
+    return {chunk};
+  }
+  if (chunk.rows() != places->firstRow.back()) {
+    raiseRowsDiffer(spec, places->firstRow.back(), chunk.rows());
+  }
+  return places->cut(chunk);
 }
 
 std::vector<WholeValue> oneOf(const WholeValue& input) {
@@ -78,13 +89,13 @@ std::vector<WholeValue> oneOf(const WholeValue& input) {
   return outputs;
 }
 
-std::vector<WholeValue> filterWhole(const std::vector<WholeValue>& inputs,
-                                    const std::optional<RowPlaces>& places) {
-  const std::vector<Chunk> keep = piecesOf(inputs.at(0), places);
+std::vector<WholeValue> filterWhole(const OpSpec& spec, const std::vector<WholeValue>& inputs) {
+  const std::optional<RowPlaces> places = sharedPlaces(spec, inputs);
+  const std::vector<Chunk> keep = piecesOf(spec, inputs.at(0), places);
   std::vector<WholeValue> outputs;
   for (std::size_t i = 1; i < inputs.size(); ++i) {
     std::vector<std::vector<Chunk>> kept;
-    const std::vector<Chunk> pieces = piecesOf(inputs[i], places);
+    const std::vector<Chunk> pieces = piecesOf(spec, inputs[i], places);
     for (std::size_t p = 0; p < pieces.size(); ++p) {
       kept.push_back({selectRows(pieces[p], keep[p].columns.front())});
     }
@@ -110,7 +121,7 @@ std::vector<WholeValue> runOn(const PlanTask& task, const std::vector<WholeValue
       return wholes(std::move(taken), inputs[0].places);
     }
     case OpKind::Filter:
-      return filterWhole(inputs, sharedPlaces(spec, inputs));
+      return filterWhole(spec, inputs);
     case OpKind::Elementwise:
       return wholes(
           checkedTypes(spec, callHandle(factory, "FunctionHandle", spec.numOutputs, values)),

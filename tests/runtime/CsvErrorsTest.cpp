@@ -120,6 +120,7 @@ TEST(CsvErrors, nameWhatIsNotThere) {
       {{folder.path("none.csv")}, {}, "FileNotFound", {folder.path("none.csv")}},
       {{folder.path("none*")}, {}, "NoFiles", {folder.path("none*")}},
       {{hollow}, {}, "NoFiles", {hollow}},
+      {{}, {}, "NoFiles", {}},
       {{file, other}, {}, "DifferentColumns", {other, "y, x", file, "x, y"}},
       {{file}, {{"z", "double"}}, "UnknownColumn", {"z", "x, y"}},
       {{file}, {{"x", "float"}}, "UnknownType", {"x", "float", types}},

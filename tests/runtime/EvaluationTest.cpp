@@ -203,6 +203,11 @@ TEST_F(Evaluation, OperationsRefuseWhatTheyCantDo) {
             "KALVEX:array:RowSubscript");
   EXPECT_EQ(errorOf([&] { gather(element("plus", t, 1)); }).identifier, "KALVEX:array:NeedsColumn");
   EXPECT_EQ(errorOf([&] { gather(column(x, "x")); }).identifier, "KALVEX:array:NeedsTable");
+  const Value all = element("ge", x, 0);
+  const Value filtered = host::call("filterslices", {all.get(), row.get()});
+  EXPECT_EQ(errorOf([&] { gather(filtered); }).identifier, "KALVEX:array:NeedsRows");
+  gather(all);  // from here on its rows are there as one value
+  EXPECT_EQ(errorOf([&] { gather(filtered); }).identifier, "KALVEX:array:RowsDiffer");
 }
 
 }  // namespace
