@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc)
 PREFIX ?= $(CURDIR)/build/install
 
 .DEFAULT_GOAL := help
-.PHONY: help setup build run test asan bench format lint install
+.PHONY: help setup build run test asan fuzz bench format lint install
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / {printf "  make %-8s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -22,6 +22,11 @@ test: build-dev ## Build, then run all tests
 asan: build-asan ## Run all tests under the sanitizers
 	ctest --preset asan --parallel $(JOBS)
 
+fuzz: build-fuzz ## Load mutated files for a minute; keeps what it finds in build/fuzz
+	@mkdir -p build/fuzz/corpus
+	build/fuzz/bin/fuzz_load -max_total_time=60 -max_len=8192 -print_final_stats=1 \
+	  -artifact_prefix=build/fuzz/ build/fuzz/corpus tests/persistence/corpus
+
 bench: build-bench ## Measure, and write docs/performance.md
 	@scripts/bench.sh build/bench
 
@@ -35,6 +40,7 @@ install: build-release ## Install below PREFIX (default build/install)
 	cmake --install build/release --prefix $(PREFIX)
 
 build-release: targets = kvbig kvhost kvbigdata kvruntime kvarray
+build-fuzz: targets = fuzz_load
 build-%: setup
 	@[ -f build/$*/build.ninja ] || cmake --preset $*
 	cmake --build --preset $* --parallel $(JOBS) $(addprefix --target ,$(targets))
