@@ -7,6 +7,8 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/sessionValues.h"
+#include "execution/ClosureTasks.h"
+#include "persistence/trust.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -74,6 +76,7 @@ void gather(const Call& call) {
   if (objects.taskGraph == nullptr) {
     runtimeState().lastEvaluation = nothingToEvaluate();
   } else {
+    requireTrustedTasks(objects.taskGraph.get(), ClosureTasks(objects.taskGraph.get()));
     host::callMany("execute", 0,
                    std::vector<const kxArray*>{objects.executor.get(), objects.taskGraph.get(),
                                                objects.promises.get()});

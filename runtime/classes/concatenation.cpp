@@ -18,18 +18,32 @@ using host::Value;
 
 constexpr std::size_t kMaxPartitions = std::numeric_limits<std::uint32_t>::max();
 
+void requireStrategy(const kxArray* part) {
+  if (!kxIsA(part, kPartitionStrategy)) {
+    host::raiseInvalidType("Input", std::string("scalar ") + kPartitionStrategy, part);
+  }
+}
+
 /// ConcatenatedPartitionStrategy(strategy, ...): the partitions of the first, then of the second,
 /// and so on.
 void constructConcatenated(const Call& call) {
   host::constructSuperclass(call.in(0), kPartitionStrategy, {});
   std::vector<Value> parts;
   for (int i = 1; i < call.nrhs; ++i) {
-    if (!kxIsA(call.in(i), kPartitionStrategy)) {
-      host::raiseInvalidType("Input", std::string("scalar ") + kPartitionStrategy, call.in(i));
-    }
+    requireStrategy(call.in(i));
     parts.push_back(matrix::sharedCopy(call.in(i)));
   }
   host::setSlot(call.in(0), "Strategies", host::makeCell(std::move(parts)));
+}
+
+void checkLoadedStrategy(const kxArray* strategy) {
+  const Value parts = host::getSlot(strategy, "Strategies");
+  if (kxGetClassID(parts.get()) != kxCELL_CLASS) {
+    host::raiseInvalidType("Input", "cell", parts.get());
+  }
+  for (std::size_t i = 0; i < kxGetNumberOfElements(parts.get()); ++i) {
+    requireStrategy(kxGetCell(parts.get(), i));
+  }
 }
 
 /// The strategies that a concatenated one is made of.
@@ -161,7 +175,8 @@ void defineConcatenation(host::Session& session) {
                       method("isKnownSinglePartition", isKnownSinglePartition, 1, 1),
                       protectedMethod("typedIsCompatible", typedIsCompatible, 2, 2),
                       protectedMethod("typedThrowIfIncompatible", throwIfIncompatible, 2, 2),
-                      protectedMethod("typedAlign", typedAlign, 2, 2)}});
+                      protectedMethod("typedAlign", typedAlign, 2, 2)},
+          .savedForm = checkedOnLoad(checkLoadedStrategy)});
 }
 
 }  // namespace kv::runtime

@@ -25,22 +25,46 @@ MapIndex& indexOf(const kxArray* map) {
   return host::nativeValue<MapIndex>(map, "scalar containers.Map");
 }
 
+void raiseCountMismatch(const char* id, std::size_t first, std::size_t second) {
+  host::raise(id, {std::to_string(first), std::to_string(second)});
+}
+
+void giveIndex(const kxArray* map, const std::vector<std::string>& keys) {
+  auto index = std::make_unique<MapIndex>();
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    index->positions.insert_or_assign(keys[i], i);
+  }
+  host::setNativeValue(map, std::move(index));
+}
+
 /// containers.Map(keys, values): keys are texts, values a cell with one entry a key.
 void constructMap(const Call& call) {
-  auto index = std::make_unique<MapIndex>();
   const std::vector<std::string> keys =
       call.nrhs > 1 ? host::toTexts(call.in(1)) : std::vector<std::string>{};
   const std::size_t count = call.nrhs > 2 ? kxGetNumberOfElements(call.in(2)) : 0;
   if (keys.size() != count) {
-    host::raise("KALVEX:Containers:CountMismatch",
-                {std::to_string(keys.size()), std::to_string(count)});
-  }
-  for (std::size_t i = 0; i < keys.size(); ++i) {
-    index->positions.insert_or_assign(keys[i], i);
+    raiseCountMismatch("KALVEX:Containers:CountMismatch", keys.size(), count);
   }
   host::setSlot(call.in(0), "Keys", host::makeStringColumn(keys));
   host::setSlot(call.in(0), "Values", matrix::sharedCopy(call.in(2)));
-  host::setNativeValue(call.in(0), std::move(index));
+  giveIndex(call.in(0), keys);
+}
+
+Value cellIn(const kxArray* object, kcos::NameRef property) {
+  Value cell = host::getSlot(object, property);
+  if (kxGetClassID(cell.get()) != kxCELL_CLASS) {
+    host::raiseInvalidType("Input", "cell", cell.get());
+  }
+  return cell;
+}
+
+void restoreMap(const kxArray* map, const kxArray* /*saved*/) {
+  const std::vector<std::string> keys = host::toTexts(host::getSlot(map, "Keys").get());
+  const std::size_t count = keys.empty() ? 0 : kxGetNumberOfElements(cellIn(map, "Values").get());
+  if (keys.size() != count) {
+    raiseCountMismatch("KALVEX:Containers:CountMismatch", keys.size(), count);
+  }
+  giveIndex(map, keys);
 }
 
 /// lookup(map, key)
@@ -93,14 +117,12 @@ void constructTable(const Call& call) {
   std::vector<Value> values;
   for (int i = 1; i <= columns; ++i) {
     if (heightOf(call.in(i)) != heightOf(call.in(1))) {
-      host::raise("KALVEX:table:UnequalHeights",
-                  {std::to_string(heightOf(call.in(1))), std::to_string(heightOf(call.in(i)))});
+      raiseCountMismatch("KALVEX:table:UnequalHeights", heightOf(call.in(1)), heightOf(call.in(i)));
     }
     values.push_back(matrix::sharedCopy(call.in(i)));
   }
   if (names.size() != values.size()) {
-    host::raise("KALVEX:table:CountMismatch",
-                {std::to_string(names.size()), std::to_string(values.size())});
+    raiseCountMismatch("KALVEX:table:CountMismatch", names.size(), values.size());
   }
   host::setSlot(call.in(0), "Height",
                 host::makeDouble(columns > 0 ? static_cast<double>(heightOf(call.in(1))) : 0));
@@ -123,6 +145,24 @@ void tableColumn(const Call& call) {
   host::raise("KALVEX:array:UnknownColumn", {name, fmt::format("{}", fmt::join(names, ", "))});
 }
 
+void checkLoadedTable(const kxArray* table) {
+  const std::size_t names = host::toTexts(host::getSlot(table, "VariableNames").get()).size();
+  const Value columns = cellIn(table, "Columns");
+  const std::size_t count = kxGetNumberOfElements(columns.get());
+  if (names != count) {
+    raiseCountMismatch("KALVEX:table:CountMismatch", names, count);
+  }
+  const double height = host::toDouble(host::getSlot(table, "Height").get());
+  for (std::size_t i = 0; i < count; ++i) {
+    const kxArray* column = kxGetCell(columns.get(), i);
+    // A categorical tells its height when it has been filled itself, which may come later.
+    if (!kcos::omIsKCOS(column) && static_cast<double>(kxGetM(column)) != height) {
+      raiseCountMismatch("KALVEX:table:UnequalHeights", static_cast<std::size_t>(height),
+                         kxGetM(column));
+    }
+  }
+}
+
 }  // namespace
 
 void defineContainers(host::Session& session) {
@@ -137,12 +177,14 @@ void defineContainers(host::Session& session) {
                    method(
                        "keys", [](const Call& call) { slotOut(call, "Keys"); }, 1, 1),
                    method(
-                       "values", [](const Call& call) { slotOut(call, "Values"); }, 1, 1)}});
+                       "values", [](const Call& call) { slotOut(call, "Values"); }, 1, 1)},
+       .savedForm = host::SavedForm{[](const kxArray*) { return Value(); }, restoreMap}});
   define(session,
          {.name = "table",
           .properties = {readOnly("Height"), readOnly("VariableNames"), readOnly("Columns")},
           .constructor = constructor(constructTable, 1, -1),
-          .methods = {method("column", tableColumn, 2, 2)}});
+          .methods = {method("column", tableColumn, 2, 2)},
+          .savedForm = checkedOnLoad(checkLoadedTable)});
 }
 
 }  // namespace kv::runtime

@@ -6,7 +6,9 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "execution/failures.h"
+#include "kv/host/errors.h"
 #include "kv/runtime/csv.h"
+#include "persistence/csvDescription.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -67,6 +69,20 @@ void copyDatastore(const Call& call) {
   call.out(0, std::move(copied));
 }
 
+/// A datastore without a source, as a class makes them, is saved as one.
+Value savedCsv(const kxArray* object) {
+  const auto* value = dynamic_cast<const DatastoreValue*>(host::getNativeValue(object));
+  const auto* csv =
+      value == nullptr ? nullptr : dynamic_cast<const CsvDatastore*>(value->datastore.get());
+  return csv == nullptr ? Value() : describeCsv(*csv);
+}
+
+void restoreCsv(const kxArray* object, const kxArray* saved) {
+  if (saved != nullptr) {
+    host::setNativeValue(object, std::make_unique<DatastoreValue>(csvFromDescription(saved)));
+  }
+}
+
 }  // namespace
 
 std::string sourceKey(const Datastore& datastore) {
@@ -92,7 +108,8 @@ void defineDatastores(host::Session& session) {
                            constructCsv(call);
                          }
                        },
-                       1, 4)});
+                       1, 4),
+                   .savedForm = host::SavedForm{savedCsv, restoreCsv}});
   session.defineFunction("kalvex.io.datastore.internal.shim.isDatastore", [](const Call& call) {
     call.expect(1, 1, 1);
     call.out(0, host::makeLogical(kxIsScalar(call.in(0)) && kxIsA(call.in(0), kDatastore)));

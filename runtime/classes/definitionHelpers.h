@@ -53,6 +53,13 @@ inline host::PropertyDefinition computed(std::string name, host::NativeBody body
           .compute = std::move(body)};
 }
 
+/// Of a class whose objects are no more than their properties: looks at a loaded one, and raises
+/// where its methods couldn't rely on what stands there.
+inline host::SavedForm checkedOnLoad(void (*check)(const kxArray* object)) {
+  return {.save = [](const kxArray*) { return host::Value(); },
+          .restore = [check](const kxArray* object, const kxArray*) { check(object); }};
+}
+
 inline void define(host::Session& session, host::ClassDefinition definition) {
   session.defineClass(std::make_shared<const host::ClassDefinition>(std::move(definition)));
 }

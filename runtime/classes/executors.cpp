@@ -7,10 +7,12 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/sessionValues.h"
+#include "execution/ClosureTasks.h"
 #include "execution/Evaluation.h"
 #include "execution/Plan.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/runtime.h"
+#include "persistence/trust.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -45,9 +47,12 @@ void checkDatastore(const Call& call) {
   }
 }
 
-/// Executors share nothing, so only one and the same object will do.
+/// Executors share nothing, so only one and the same object will do. That of an invalid array runs
+/// nothing and goes with any.
 void checkSameExecutor(const Call& call) {
-  if (!kxIsSameValue(call.in(0), call.in(1))) {
+  const bool isAnyInvalid =
+      kxIsA(call.in(0), kInvalidExecutor) || kxIsA(call.in(1), kInvalidExecutor);
+  if (!isAnyInvalid && !kxIsSameValue(call.in(0), call.in(1))) {
     host::raise("KALVEX:bigdata:array:IncompatibleTallExecutor");
   }
   call.out(0, host::makeLogical(true));
@@ -56,9 +61,23 @@ void checkSameExecutor(const Call& call) {
 /// numPartitions(executor, strategy): as many as the strategy has by itself.
 void numPartitions(const Call& call) { call.out(0, host::call("numpartitions", {call.in(1)})); }
 
+/// The tasks that leave a graph with a strategy of their own: whole values.
+std::unordered_set<const kcos::COSInterface*> wholeOutputs(const kxArray* taskGraph) {
+  std::unordered_set<const kcos::COSInterface*> found;
+  const Value tasks = host::getProperty(taskGraph, "OutputTasks");
+  for (std::size_t i = 0; i < kxGetNumberOfElements(tasks.get()); ++i) {
+    const kcos::COSInterfacePtr object = kcos::omGetArrayElement(tasks.get(), i);
+    const Value task = matrix::from_kalvex(kcos::omCreateKCOSScalar(object));
+    if (kcos::omIsKCOS(host::getProperty(task.get(), "OutputPartitionStrategy").get())) {
+      found.insert(object.get());
+    }
+  }
+  return found;
+}
+
 /// The promises that a task graph completes: those asked for, and those of the tasks that leave the
 /// graph with whole values.
-Value awaitedPromises(const kxArray* taskGraph, const kxArray* asked) {
+Value awaitedPromises(const kxArray* taskGraph, const ClosureTasks& entries, const kxArray* asked) {
   std::vector<kcos::COSInterfacePtr> promises;
   std::unordered_set<const kcos::COSInterface*> seen;
   const auto add = [&](const kxArray* objects, std::size_t index) {
@@ -70,18 +89,12 @@ Value awaitedPromises(const kxArray* taskGraph, const kxArray* asked) {
   for (std::size_t i = 0; i < kxGetNumberOfElements(asked); ++i) {
     add(asked, i);
   }
-  const Value tasks = host::getProperty(taskGraph, "OutputTasks");
-  const Value closures = host::getProperty(taskGraph, "TaskToClosureMap");
-  for (std::size_t i = 0; i < kxGetNumberOfElements(tasks.get()); ++i) {
-    const Value task =
-        matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(tasks.get(), i)));
-    const Value strategy = host::getProperty(task.get(), "OutputPartitionStrategy");
-    if (!kcos::omIsKCOS(strategy.get())) {
+  const auto whole = wholeOutputs(taskGraph);
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (!whole.contains(kcos::omGetArrayElement(entries.task(i), 0).get())) {
       continue;
     }
-    const Value id = host::getProperty(task.get(), "Id");
-    const Value closure = host::call("lookup", {closures.get(), id.get()});
-    const Value outputs = host::getProperty(closure.get(), "OutputPromises");
+    const Value outputs = host::getProperty(entries.closure(i), "OutputPromises");
     for (std::size_t k = 0; k < kxGetNumberOfElements(outputs.get()); ++k) {
       add(outputs.get(), k);
     }
@@ -96,7 +109,9 @@ Value awaitedPromises(const kxArray* taskGraph, const kxArray* asked) {
 
 /// execute(executor, taskGraph, promises): runs the tasks and completes the promises.
 void execute(const Call& call) {
-  const Value promises = awaitedPromises(call.in(1), call.in(2));
+  const ClosureTasks entries(call.in(1));
+  requireTrustedTasks(call.in(1), entries);
+  const Value promises = awaitedPromises(call.in(1), entries, call.in(2));
   const Plan plan = makePlan(call.in(1), promises.get());
   try {
     RuntimeState& state = runtimeState();

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <map>
 #include <optional>
@@ -85,6 +86,20 @@ void toStrings(const Call& call) {
   call.out(0, std::move(strings));
 }
 
+/// Methods look up categories by code.
+void checkLoadedCategorical(const kxArray* categorical) {
+  const double count =
+      static_cast<double>(host::toTexts(host::getSlot(categorical, "Categories").get()).size());
+  const Value codes = host::getSlot(categorical, "Codes");
+  const auto* code = static_cast<const double*>(kxGetData(codes.get()));
+  if (kxGetClassID(codes.get()) != kxDOUBLE_CLASS || kxGetDimensions(codes.get()).size() != 2 ||
+      !std::all_of(code, code + kxGetNumberOfElements(codes.get()), [count](double number) {
+        return number >= 0 && number <= count && std::trunc(number) == number;
+      })) {
+    host::raiseInvalidType("Input", "double codes of categories", codes.get());
+  }
+}
+
 Value columnOf(const kxArray* table, std::string_view name) {
   const Value text = host::makeString(name);
   return host::call("column", {table, text.get()});
@@ -117,11 +132,12 @@ host::NativeBody heightOf(kcos::NameRef property) {
 }  // namespace
 
 void defineGraphs(host::Session& session) {
-  define(session, {.name = kCategorical,
-                   .properties = {readOnly("Categories"), readOnly("Codes")},
-                   .constructor = constructor(constructCategorical, 2, 2),
-                   .methods = {method("isundefined", isUndefined, 1, 1),
-                               method("string", toStrings, 1, 1)}});
+  define(session,
+         {.name = kCategorical,
+          .properties = {readOnly("Categories"), readOnly("Codes")},
+          .constructor = constructor(constructCategorical, 2, 2),
+          .methods = {method("isundefined", isUndefined, 1, 1), method("string", toStrings, 1, 1)},
+          .savedForm = checkedOnLoad(checkLoadedCategorical)});
   define(session, {.name = "digraph",
                    .properties = {readOnly("Edges"), readOnly("Nodes")},
                    .constructor = constructor(constructDigraph, 3, 3),

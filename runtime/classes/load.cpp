@@ -4,6 +4,9 @@
 #include "classes/messages.h"
 #include "kv/bigdata.h"
 #include "kv/runtime/runtime.h"
+#include "persistence/trust.h"
+#include "persistence/validateLoadedGraph.h"
+#include "persistence/validateNesting.h"
 
 namespace kv::runtime {
 namespace {
@@ -24,6 +27,8 @@ void loadCore(host::Session& session) {
   const host::Session::Scope scope(session);
   session.load(KVInitialize_libkvbigdata);
   defineBuiltins(session);
+  session.addLoadValidator(validateLoadedGraph);
+  guardCoreEvaluation(session);
 }
 
 void load(host::Session& session) {
@@ -31,19 +36,24 @@ void load(host::Session& session) {
   std::call_once(messagesEntered, enterMessages);
   const host::Session::Scope scope(session);
   loadCore(session);
-  defineFunctions(session);
-  defineRandom(session);
-  defineExceptions(session);
-  defineContainers(session);
-  defineGraphs(session);
-  defineDatastores(session);
-  definePartitioning(session);
-  defineConcatenation(session);
-  defineArrays(session);
-  defineProcessors(session);
-  defineTasks(session);
-  defineOperations(session);
-  defineExecutors(session);
+  session.load([&] {
+    defineFunctions(session);
+    defineRandom(session);
+    defineExceptions(session);
+    defineContainers(session);
+    defineGraphs(session);
+    defineDatastores(session);
+    definePartitioning(session);
+    defineConcatenation(session);
+    defineArrays(session);
+    defineProcessors(session);
+    defineTasks(session);
+    defineOperations(session);
+    defineExecutors(session);
+    defineInvalidArrays(session);
+    session.addLoadValidator(validateNesting);
+    guardRuntimeEvaluation(session);
+  });
 }
 
 }  // namespace kv::runtime

@@ -31,6 +31,7 @@ constexpr host::CatalogueEntry kMessages[] = {
     {"KALVEX:datastore:NotSupported",
      "The executor reads objects of class kalvex.io.Datastore, got a {0}."},
     {"KALVEX:datastore:PartitionCount", "{0} of a datastore is {1}, but it has {2} partitions."},
+    {"KALVEX:datastore:BadDescription", "A saved description of CSV files is broken: {0}."},
     {"KALVEX:bigdata:array:ConcatenatedPartitions",
      "{0} of joined arrays is {1}, but they have {2} partitions."},
     {"KALVEX:digraph:UnknownNode", "An edge leads to {0}, which is no node of the graph."},

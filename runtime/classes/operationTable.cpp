@@ -96,6 +96,13 @@ void describeRecorded(const kxArray* operation, OpSpec& spec) {
   spec.label = kxGetClassName(operation);
 }
 
+/// Stands for what another release saved.
+void describeInvalid(const kxArray* operation, OpSpec& spec) {
+  describeRecorded(operation, spec);
+  spec.savedRelease = host::toText(host::getProperty(operation, "SavedVersion").get());
+  spec.label = fmt::format("an array that release {} saved", spec.savedRelease);
+}
+
 // --- Construction -------------------------------------------------------------------------------
 
 /// What the constructor of Operation is given.
@@ -236,6 +243,8 @@ std::span<const OperationClass> operationClasses() {
        describeRecorded},
       {"kalvex.bigdata.internal.lazyeval.AdaptorAssertionOperation",
        {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, describeRecorded},
+      {kInvalidOperation,
+       {"SavedVersion"}, describeInvalid},
   };
   // clang-format on
   return classes;

@@ -1,5 +1,9 @@
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <atomic>
+#include <boost/uuid/random_generator.hpp>
+#include <boost/uuid/uuid_io.hpp>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,6 +26,10 @@ std::size_t countOf(const kxArray* operation, kcos::NameRef property) {
 bool endsPass(OpKind kind) { return kind == OpKind::Aggregate || kind == OpKind::Client; }
 
 bool allTrue(const kxArray* logicals) {
+  if (kxGetClassID(logicals) != kxLOGICAL_CLASS) {
+    host::raise("KALVEX:validateattributes:invalidType",
+                {"Input", "logical array", kxGetClassName(logicals)});
+  }
   const bool* flags = kxGetLogicals(logicals);
   const std::size_t count = kxGetNumberOfElements(logicals);
   return count > 0 && std::all_of(flags, flags + count, [](bool flag) { return flag; });
@@ -91,10 +99,12 @@ void setOldKey(const Call& call) {
   host::setSlot(call.in(0), "OldId", host::getProperty(call.in(1), "Id"));
 }
 
+/// Keys are saved with their arrays, so a count alone would meet that of another process.
 void constructKey(const Call& call) {
+  static const std::string process = to_string(boost::uuids::random_generator()());
   static std::atomic<std::uint64_t> next{1};
   const std::uint64_t number = next.fetch_add(1, std::memory_order_relaxed);
-  host::setSlot(call.in(0), "Id", host::makeString("cache_" + std::to_string(number)));
+  host::setSlot(call.in(0), "Id", host::makeString(fmt::format("cache_{}_{}", process, number)));
 }
 
 }  // namespace

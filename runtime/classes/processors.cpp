@@ -3,11 +3,11 @@
 #include <unordered_map>
 #include <utility>
 #include <vector>
-#include "execution/StageValue.h"
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
-#include "fl/i18n.h"
+#include "execution/StageValue.h"
+#include "kv/host/errors.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -20,58 +20,54 @@ Value builderAt(const kxArray* builders, std::size_t index) {
   return matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(builders, index)));
 }
 
-std::string idOf(const kxArray* builder) {
-  return host::toText(host::getProperty(builder, "Id").get());
-}
-
 /// The graph behind a composite processor, as its builders tell it.
 struct BuilderGraph {
   std::vector<Value> builders;
   std::vector<std::vector<std::size_t>> inputs;  ///< of each builder, in the processor's order
 };
 
-/// Reads the three results of findAllDependencies: builders, edges (source and target ids), and the
-/// position of each edge's source among the inputs of its target.
-BuilderGraph readGraph(const kxArray* builders, const kxArray* edges, const kxArray* ordinals) {
+/// Reads the builders that findAllBuilders found. The edges of findAllDependencies call them by id,
+/// which two of them may share.
+BuilderGraph readGraph(const kxArray* builders) {
   BuilderGraph graph;
-  std::unordered_map<std::string, std::size_t> indexOf;
+  std::unordered_map<const kcos::COSInterface*, std::size_t> indexOf;
   for (std::size_t i = 0; i < kxGetNumberOfElements(builders); ++i) {
     graph.builders.push_back(builderAt(builders, i));
-    indexOf.emplace(idOf(graph.builders.back().get()), i);
+    indexOf.emplace(kcos::omGetArrayElement(builders, i).get(), i);
   }
-  graph.inputs.resize(graph.builders.size());
-  const std::size_t rows = kxGetM(edges);
-  const auto* position = static_cast<const double*>(kxGetData(ordinals));
-  const auto builderNamed = [&](std::size_t element) {
-    return indexOf.at(fl::i18n::to_string(*Torvane::String::getString(edges, element)));
-  };
-  for (std::size_t row = 0; row < rows; ++row) {
-    std::vector<std::size_t>& inputs = graph.inputs[builderNamed(rows + row)];
-    const auto at = static_cast<std::size_t>(position[row]);
-    inputs.resize(std::max(inputs.size(), at));
-    inputs[at - 1] = builderNamed(row);
+  for (const Value& builder : graph.builders) {
+    const Value inputs = host::getProperty(builder.get(), "InputBuilders");
+    std::vector<std::size_t>& indices = graph.inputs.emplace_back();
+    for (std::size_t i = 0; i < kxGetNumberOfElements(inputs.get()); ++i) {
+      indices.push_back(indexOf.at(kcos::omGetArrayElement(inputs.get(), i).get()));
+    }
   }
   return graph;
 }
 
 /// An order of the builders in which each stands behind its inputs; the root, builder 0, is last.
+/// Errors: an internal error for a builder that is among its own inputs.
 std::vector<std::size_t> inputsFirst(const BuilderGraph& graph) {
   std::vector<std::size_t> order;
+  std::vector<bool> begun(graph.builders.size(), false);
   std::vector<bool> done(graph.builders.size(), false);
   std::vector<std::pair<std::size_t, std::size_t>> stack{{0, 0}};  // builder, next input to look at
+  begun[0] = true;
   while (!stack.empty()) {
     auto& [builder, next] = stack.back();
     if (next < graph.inputs[builder].size()) {
       const std::size_t input = graph.inputs[builder][next++];
-      if (!done[input]) {
+      if (begun[input] && !done[input]) {
+        host::raise("KALVEX:bigdata:array:InternalError", {"A builder is among its own inputs"});
+      }
+      if (!begun[input]) {
+        begun[input] = true;
         stack.emplace_back(input, 0);
       }
       continue;
     }
-    if (!done[builder]) {
-      done[builder] = true;
-      order.push_back(builder);
-    }
+    done[builder] = true;
+    order.push_back(builder);
     stack.pop_back();
   }
   return order;
@@ -113,11 +109,10 @@ Lowered lower(const BuilderGraph& graph) {
   return {Stage(std::move(steps)), std::move(factories)};
 }
 
-/// buildUnderlyingProcessor(builder): the stage, made from findAllDependencies and nothing else.
+/// buildUnderlyingProcessor(builder): the stage, made from all builders that it needs.
 void buildUnderlyingProcessor(const Call& call) {
-  const std::vector<Value> found =
-      host::callMany("findAllDependencies", 3, std::vector<const kxArray*>{call.in(0)});
-  Lowered lowered = lower(readGraph(found[0].get(), found[1].get(), found[2].get()));
+  const Value builders = host::call("findAllBuilders", {call.in(0)});
+  Lowered lowered = lower(readGraph(builders.get()));
   Value composite = host::call(kCompositeGraph, {});
   host::setSlot(composite.get(), "Factories", host::makeCell(std::move(lowered.factories)));
   host::setNativeValue(composite.get(), std::make_unique<StageValue>(std::move(lowered.stage)));

@@ -6,6 +6,7 @@
 #include "classes/definitionHelpers.h"
 #include "classes/sessionValues.h"
 #include "functions/Philox.h"
+#include "kv/runtime/functionNames.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -20,7 +21,7 @@ constexpr char kRandStream[] = "RandStream";
 constexpr std::size_t kMaxSeed = (std::size_t{1} << 53) - 1;
 
 struct StreamValue final : host::NativeValue {
-  StreamValue(std::uint64_t seed, std::uint64_t partition) : stream(seed, partition) {}
+  explicit StreamValue(PhiloxStream value) : stream(value) {}
 
   PhiloxStream stream;
 };
@@ -35,7 +36,25 @@ void constructStream(const Call& call) {
   const std::size_t partition = call.nrhs > 2 ? host::toCount(call.in(2), kMaxSeed) : 0;
   host::setSlot(call.in(0), "Seed", host::makeDouble(static_cast<double>(seed)));
   host::setSlot(call.in(0), "Partition", host::makeDouble(static_cast<double>(partition)));
-  host::setNativeValue(call.in(0), std::make_unique<StreamValue>(seed, partition));
+  host::setNativeValue(call.in(0), std::make_unique<StreamValue>(PhiloxStream(seed, partition)));
+}
+
+/// How far a stream has come is saved, so that it goes on from there.
+Value savedStream(const kxArray* stream) {
+  Value drawn =
+      matrix::from_kalvex(kxCreateNumericArray(std::array<std::size_t, 2>{1, 1}, kxUINT64_CLASS));
+  *static_cast<std::uint64_t*>(kxGetMutableData(drawn.get())) = streamOf(stream).drawn();
+  return drawn;
+}
+
+void restoreStream(const kxArray* stream, const kxArray* saved) {
+  const std::size_t seed = host::toCount(host::getSlot(stream, "Seed").get(), kMaxSeed);
+  const std::size_t partition = host::toCount(host::getSlot(stream, "Partition").get(), kMaxSeed);
+  if (kxGetClassID(saved) != kxUINT64_CLASS || !kxIsScalar(saved)) {
+    host::raiseInvalidType("Input", "scalar uint64", saved);
+  }
+  const std::uint64_t drawn = *static_cast<const std::uint64_t*>(kxGetData(saved));
+  host::setNativeValue(stream, std::make_unique<StreamValue>(PhiloxStream(seed, partition, drawn)));
 }
 
 const kxArray* globalStream() {
@@ -77,6 +96,13 @@ void drawFromGlobal(const Call& call) {
   call.out(0, drawUniform(streamOf(globalStream()), call.in(0), call.in(1)));
 }
 
+/// kv.random.rows(column): as many numbers as the input has rows, from the session's stream.
+void drawForRows(const Call& call) {
+  call.expect(1, 1, 1);
+  const Value rows = host::makeDouble(static_cast<double>(kxGetM(call.in(0))));
+  call.out(0, drawUniform(streamOf(globalStream()), rows.get(), nullptr));
+}
+
 /// RandStreamFactory(seed): without one, it is drawn from the session's stream, so that no two
 /// operations share their numbers.
 void constructFactory(const Call& call) {
@@ -99,12 +125,14 @@ void defineRandom(host::Session& session) {
                    .constructor = constructor(constructStream, 1, 3),
                    .methods = {staticMethod("getGlobalStream", getGlobalStream, 0, 0),
                                staticMethod("setGlobalStream", setGlobalStream, 1, 1),
-                               method("rand", drawFromStream, 2, 3)}});
+                               method("rand", drawFromStream, 2, 3)},
+                   .savedForm = host::SavedForm{savedStream, restoreStream}});
   define(session, {.name = kRandStreamFactory,
                    .properties = {readOnly("Seed")},
                    .constructor = constructor(constructFactory, 1, 2),
                    .methods = {method("getRandStreamForPartition", getStreamForPartition, 2, 2)}});
   session.defineFunction("rand", drawFromGlobal);
+  session.defineFunction(kRandomRowsFunction, drawForRows);
 }
 
 }  // namespace kv::runtime

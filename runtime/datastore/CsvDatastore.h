@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "datastore/SourceFile.h"
@@ -14,8 +15,23 @@ namespace kv::runtime {
 /// CSV files that make one table, a partition a file; see openCsv() for format, types and errors.
 class CsvDatastore final : public Datastore {
  public:
+  /// All that there is to know of the files without their rows.
+  struct Table {
+    std::string name;  ///< as the user called them
+    std::vector<SourceFile> files;
+    Schema schema;
+  };
+
   /// Requires: `paths` isn't empty.
   CsvDatastore(const std::vector<std::string>& paths, const std::vector<TypeOverride>& types);
+
+  /// The table that was described so; opens nothing. Each file is held against its description when
+  /// it is read.
+  ///
+  /// Requires: at least one file; names of columns are distinct.
+  explicit CsvDatastore(Table table) : table_(std::make_shared<const Table>(std::move(table))) {}
+
+  const Table& table() const { return *table_; }
 
   const Schema& schema() const override { return table_->schema; }
   std::int64_t numPartitions() const override;
@@ -28,12 +44,6 @@ class CsvDatastore final : public Datastore {
   std::string displayName() const override { return table_->name; }
 
  private:
-  struct Table {
-    std::string name;
-    std::vector<SourceFile> files;
-    Schema schema;
-  };
-
   /// Immutable, so copies share it.
   std::shared_ptr<const Table> table_;
 };

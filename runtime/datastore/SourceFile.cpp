@@ -27,6 +27,11 @@ FileState stateOf(const std::string& path, std::error_code& failure) {
   return state;
 }
 
+[[noreturn]] void throwGone(const std::string& path) {
+  throw DataError("KALVEX:datastore:SourceGone", {path},
+                  fmt::format("The file '{}', which a saved array reads, is gone.", path));
+}
+
 }  // namespace
 
 SourceFile SourceFile::look(const std::string& path) {
@@ -40,20 +45,21 @@ SourceFile SourceFile::look(const std::string& path) {
     throw DataError("KALVEX:datastore:FileNotReadable", {path, failure.message()},
                     fmt::format("The file '{}' can't be read: {}.", path, failure.message()));
   }
-  return {path, fs::absolute(path).lexically_normal().string(), state.bytes, state.modified};
+  return {path, fs::absolute(path).lexically_normal().string(), state.bytes, state.modified, false};
 }
 
 void SourceFile::throwIfChanged() const {
   std::error_code failure;
   const FileState state = stateOf(absolutePath, failure);
+  if (isFromSave && failure == std::errc::no_such_file_or_directory) throwGone(absolutePath);
   if (failure || state != FileState{bytes, modified}) throwChanged();
 }
 
 void SourceFile::throwChanged() const {
-  throw DataError(
-      "KALVEX:datastore:SourceChanged", {path},
-      fmt::format("The file '{}' has changed since it was opened; open it again to read it.",
-                  path));
+  throw DataError("KALVEX:datastore:SourceChanged", {path},
+                  fmt::format("The file '{}' has changed since it was {}; {}.", path,
+                              isFromSave ? "saved with its array" : "opened",
+                              isFromSave ? "read it as a new table" : "open it again to read it"));
 }
 
 std::string SourceFile::fingerprint() const {

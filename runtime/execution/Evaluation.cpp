@@ -68,6 +68,13 @@ Value joinPartials(std::size_t sink, std::size_t output, const std::vector<UnitR
   return toValue(concatenate(parts));
 }
 
+[[noreturn]] void refuse(const OpSpec& recorded) {
+  if (recorded.savedRelease.empty()) {
+    host::raise("KALVEX:array:NotRunnable", {recorded.label});
+  }
+  host::raise("KALVEX:bigdata:array:InvalidTallVersion", {recorded.savedRelease});
+}
+
 }  // namespace
 
 EvaluationFacts nothingToEvaluate() { return {.peakBytes = peakResidentBytes()}; }
@@ -100,7 +107,7 @@ void Evaluation::refuseRecordedTasks() const {
       continue;
     }
     try {
-      host::raise("KALVEX:array:NotRunnable", {task.spec->label});
+      refuse(*task.spec);
     } catch (...) {
       const Value stack = host::getProperty(task.factory.get(), "SubmissionStack");
       raiseStepFailure(std::current_exception(), stack.get(), std::nullopt);
@@ -160,11 +167,16 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   takeResults(sinks, results);
 }
 
-/// A value computed at once from gathered ones doesn't tell where its rows stood. If it has as many
-/// as the source, they are the source's.
+/// A value computed at once from gathered ones doesn't tell where its rows stood, and one that came
+/// from elsewhere may tell it of another source. If it has as many as the source, they are the
+/// source's.
 void Evaluation::placeRows(AssembledStage& assembled) const {
-  const auto known = sourceRows_.find(assembled.stage().source().fingerprint());
+  const Datastore& source = assembled.stage().source();
+  const auto known = sourceRows_.find(source.fingerprint());
   for (StageInput& input : assembled.inputs) {
+    if (input.places && input.places->numPartitions() != source.numPartitions()) {
+      input.places.reset();
+    }
     const std::int64_t rows = input.column.rows();
     if (!input.places && rows != 1 && known != sourceRows_.end() && known->second.back() == rows) {
       input.places = RowPlaces{known->second, std::nullopt};

@@ -40,9 +40,10 @@ class Evaluation {
   /// `sourceRows`: what earlier evaluations have learned; this one adds to it.
   Evaluation(const Plan& plan, const CancellationToken& cancellation, SourceRows& sourceRows);
 
-  /// Errors: "KALVEX:array:NotRunnable" with the class of an operation that can't be run, before
-  ///         anything is; Cancelled within a chunk of the token's being set; failures of steps (see
-  ///         raiseStepFailure). No promise is completed then.
+  /// Errors: "KALVEX:array:NotRunnable" with the class of an operation that can't be run,
+  ///         "KALVEX:bigdata:array:InvalidTallVersion" with the release that saved an array, before
+  ///         anything is run; Cancelled within a chunk of the token's being set; failures of steps
+  ///         (see raiseStepFailure). No promise is completed then.
   EvaluationFacts run();
 
  private:

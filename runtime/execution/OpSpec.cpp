@@ -31,7 +31,8 @@ std::string originOf(const kxArray* stack) {
   }
   const kxArray* file = kxGetField(stack, 0, "file");
   const kxArray* line = kxGetField(stack, 0, "line");
-  if (file == nullptr || line == nullptr) {
+  const bool isText = kxGetClassID(file) == kxCHAR_CLASS && kxGetM(file) <= 1;
+  if (!isText || !kxIsNumeric(line) || !kxIsScalar(line)) {
     return {};
   }
   return fmt::format("{}:{:.0f}", std::filesystem::path(host::toText(file)).filename().string(),
@@ -71,6 +72,9 @@ std::string functionLabel(const kxArray* handle) {
                        function.missing == MissingRule::Propagate ? " (missing propagate)" : "");
   }
   const std::string name = host::callableName(handle);
+  if (name == kRandomRowsFunction) {
+    return "rand";
+  }
   return name.empty() ? "a function" : name;
 }
 

@@ -52,9 +52,10 @@ struct OpSpec {
   std::shared_ptr<const Datastore> source{};  ///< of Read
   std::vector<std::string> variables{};       ///< of Variable
   bool content = false;                       ///< of Variable: an array, not a table
-  bool givesLogical = false;  ///< of Elementwise: results of another type are refused
-  bool spreads = true;        ///< of Elementwise: inputs with one row stand for every row
-  std::size_t index = 0;      ///< of Select: the output; of Input: its ordinal, from 1
+  bool givesLogical = false;   ///< of Elementwise: results of another type are refused
+  bool spreads = true;         ///< of Elementwise: inputs with one row stand for every row
+  std::string savedRelease{};  ///< of Recorded: another release saved the array, which can't be run
+  std::size_t index = 0;       ///< of Select: the output; of Input: its ordinal, from 1
 };
 
 /// The C++ value of a processor factory.

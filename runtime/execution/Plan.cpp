@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include "execution/ClosureTasks.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 
@@ -112,14 +113,12 @@ void placeTask(PlanTask& task, const std::vector<PlanTask>& before) {
 std::vector<PlanResult> findResults(const kxArray* taskGraph, const kxArray* promises,
                                     const ObjectIndex& indexOf) {
   std::vector<PlanResult> results;
-  const host::Value map = host::getProperty(taskGraph, "ClosureToTaskMap");
+  const ClosureTasks entries(taskGraph);
   for (std::size_t i = 0; i < kxGetNumberOfElements(promises); ++i) {
     host::Value promise = elementOf(promises, i);
     const host::Value closure = host::getProperty(promise.get(), "Closure");
-    const host::Value id = host::getProperty(closure.get(), "Id");
-    const host::Value task = host::call("lookup", {map.get(), id.get()});
     const host::Value output = host::getProperty(promise.get(), "ArgoutIndex");
-    results.push_back({indexOf.at(objectOf(task.get())),
+    results.push_back({indexOf.at(objectOf(entries.taskOf(closure.get()))),
                        static_cast<std::size_t>(kxGetScalar(output.get())) - 1,
                        std::move(promise)});
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <limits>
 #include <span>
 #include <string_view>
@@ -48,6 +49,32 @@ Column ordinalsOf(const std::vector<std::vector<Chunk>>& partitions) {
   return toColumn(int64Column(ordinals).get());
 }
 
+/// The numbers of an int64 column; none for anything else.
+std::span<const std::int64_t> int64sOf(const kxArray* column) {
+  if (kxGetClassID(column) != kxINT64_CLASS || kxGetN(column) != 1) {
+    return {};
+  }
+  return {static_cast<const std::int64_t*>(kxGetData(column)), kxGetNumberOfElements(column)};
+}
+
+/// True if there is an ordinal for each row, and those of a partition ascend.
+bool ascendInEachPartition(std::span<const std::int64_t> ordinals,
+                           std::span<const std::int64_t> firstRow) {
+  if (ordinals.size() != static_cast<std::size_t>(firstRow.back())) {
+    return false;
+  }
+  for (std::size_t i = 0; i + 1 < firstRow.size(); ++i) {
+    const auto begin = static_cast<std::size_t>(firstRow[i]);
+    const auto ofPartition =
+        ordinals.subspan(begin, static_cast<std::size_t>(firstRow[i + 1]) - begin);
+    if (std::ranges::adjacent_find(ofPartition, std::greater_equal()) != ofPartition.end() ||
+        (!ofPartition.empty() && ofPartition.front() < 0)) {
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 RowPlaces RowPlaces::ofPartitions(const std::vector<std::vector<Chunk>>& partitions) {
@@ -65,19 +92,21 @@ RowPlaces RowPlaces::ofPartitions(const std::vector<std::vector<Chunk>>& partiti
   return places;
 }
 
-std::optional<RowPlaces> RowPlaces::fromMetadata(const kxArray* metadata) {
+std::optional<RowPlaces> RowPlaces::fromMetadata(const kxArray* metadata, std::size_t rows) {
   if (kxGetClassID(metadata) != kxSTRUCT_CLASS || kxIsEmpty(metadata)) {
     return std::nullopt;
   }
-  const kxArray* rows = kxGetField(metadata, 0, "PartitionRows");
-  const kxArray* ordinals = kxGetField(metadata, 0, "Ordinals");
-  if (kxGetClassID(rows) != kxINT64_CLASS || kxIsEmpty(rows)) {
+  const auto firstRow = int64sOf(kxGetField(metadata, 0, "PartitionRows"));
+  if (firstRow.empty() || !std::ranges::is_sorted(firstRow) || firstRow.front() != 0 ||
+      static_cast<std::size_t>(firstRow.back()) != rows) {
     return std::nullopt;
   }
-  RowPlaces places;
-  const auto* first = static_cast<const std::int64_t*>(kxGetData(rows));
-  places.firstRow.assign(first, first + kxGetNumberOfElements(rows));
+  RowPlaces places{{firstRow.begin(), firstRow.end()}, std::nullopt};
+  const kxArray* ordinals = kxGetField(metadata, 0, "Ordinals");
   if (kxGetClassID(ordinals) == kxINT64_CLASS) {
+    if (!ascendInEachPartition(int64sOf(ordinals), firstRow)) {
+      return std::nullopt;
+    }
     places.ordinals = toColumn(ordinals);
   }
   return places;

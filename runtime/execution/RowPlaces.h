@@ -20,8 +20,8 @@ struct RowPlaces {
   /// The places of rows that were kept, partition by partition.
   static RowPlaces ofPartitions(const std::vector<std::vector<Chunk>>& partitions);
 
-  /// Null for metadata that tells no places.
-  static std::optional<RowPlaces> fromMetadata(const kxArray* metadata);
+  /// Null for metadata that doesn't tell the places of exactly `rows` rows: anybody may set it.
+  static std::optional<RowPlaces> fromMetadata(const kxArray* metadata, std::size_t rows);
   host::Value toMetadata() const;
 
   std::int64_t numPartitions() const { return static_cast<std::int64_t>(firstRow.size()) - 1; }

@@ -38,6 +38,14 @@ const Chunk* firstChunk(const std::vector<std::vector<Chunk>>& partitions) {
   return nullptr;
 }
 
+/// Rows of a column or table.
+std::size_t rowsOf(const kxArray* value) {
+  if (kxIsA(value, "table")) {
+    return static_cast<std::size_t>(host::toDouble(host::getProperty(value, "Height").get()));
+  }
+  return kxGetM(value);
+}
+
 }  // namespace
 
 WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions) {
@@ -87,7 +95,8 @@ Value toValue(const Chunk& chunk) {
 
 WholeValue inputValue(const PlanInput& input, const WholeValues& values) {
   if (input.task < 0) {
-    return {matrix::sharedCopy(input.value.get()), RowPlaces::fromMetadata(input.metadata.get())};
+    return {matrix::sharedCopy(input.value.get()),
+            RowPlaces::fromMetadata(input.metadata.get(), rowsOf(input.value.get()))};
   }
   const WholeValue& whole = values[static_cast<std::size_t>(input.task)].at(input.output);
   return {matrix::sharedCopy(whole.value.get()), whole.places};

@@ -1,5 +1,7 @@
 #include "functions/Philox.h"
 
+#include <cstddef>
+
 namespace kv::runtime {
 namespace {
 
@@ -27,17 +29,24 @@ std::array<std::uint32_t, 4> philox4x32(std::array<std::uint32_t, 4> counter,
   return counter;
 }
 
-PhiloxStream::PhiloxStream(std::uint64_t seed, std::uint64_t partition)
-    : key_{low(seed), high(seed)}, partition_(partition) {}
+PhiloxStream::PhiloxStream(std::uint64_t seed, std::uint64_t partition, std::uint64_t drawn)
+    : key_{low(seed), high(seed)}, partition_(partition), drawn_(drawn) {
+  drawBlock();
+}
 
 std::uint64_t PhiloxStream::nextBits() {
-  const std::uint64_t number = drawn_++;
-  if (number % 2 == 0) {
-    const std::uint64_t block = number / 2;
-    block_ = philox4x32({low(block), high(block), low(partition_), high(partition_)}, key_);
-    return std::uint64_t{block_[1]} << 32 | block_[0];
+  const bool isFirstOfBlock = drawn_ % 2 == 0;
+  if (isFirstOfBlock) {
+    drawBlock();
   }
-  return std::uint64_t{block_[3]} << 32 | block_[2];
+  ++drawn_;
+  const std::size_t at = isFirstOfBlock ? 0 : 2;
+  return std::uint64_t{block_[at + 1]} << 32 | block_[at];
+}
+
+void PhiloxStream::drawBlock() {
+  const std::uint64_t block = drawn_ / 2;
+  block_ = philox4x32({low(block), high(block), low(partition_), high(partition_)}, key_);
 }
 
 double PhiloxStream::nextUniform() {

@@ -14,7 +14,11 @@ std::array<std::uint32_t, 4> philox4x32(std::array<std::uint32_t, 4> counter,
 /// a number before 2^65 of them.
 class PhiloxStream {
  public:
-  PhiloxStream(std::uint64_t seed, std::uint64_t partition);
+  /// The stream behind its first `drawn` numbers.
+  PhiloxStream(std::uint64_t seed, std::uint64_t partition, std::uint64_t drawn = 0);
+
+  /// How many numbers it has given.
+  std::uint64_t drawn() const { return drawn_; }
 
   /// The next 64 random bits.
   std::uint64_t nextBits();
@@ -23,10 +27,12 @@ class PhiloxStream {
   double nextUniform();
 
  private:
+  void drawBlock();
+
   std::array<std::uint32_t, 2> key_;
   std::uint64_t partition_;
-  std::uint64_t drawn_ = 0;  ///< numbers so far; each block gives two
-  std::array<std::uint32_t, 4> block_{};
+  std::uint64_t drawn_;                   ///< numbers so far; each block gives two
+  std::array<std::uint32_t, 4> block_{};  ///< the one that number `drawn_` is in
 };
 
 }  // namespace kv::runtime

@@ -98,6 +98,13 @@ bool isCharRow(const kxArray* value) {
   return kxGetClassID(value) == kxCHAR_CLASS && (kxGetM(value) == 1 || kxIsEmpty(value));
 }
 
+/// Nobody wraps a value that often; one that a file brought may hold itself.
+constexpr int kMaxWrappers = 100;
+
+bool isBroadcastArray(const kxArray* value) {
+  return kcos::omIsKCOS(value) && kxIsScalar(value) && kxIsA(value, kBroadcastArray);
+}
+
 }  // namespace
 
 host::Value toValue(const Column& column) {
@@ -127,8 +134,10 @@ bool isColumn(const kxArray* value) noexcept {
 }
 
 Column toColumn(const kxArray* value) {
-  if (kcos::omIsKCOS(value) && kxIsScalar(value) && kxIsA(value, kBroadcastArray)) {
-    return toColumn(host::getProperty(value, "Value").get());
+  host::Value held;
+  for (int depth = 0; depth < kMaxWrappers && isBroadcastArray(value); ++depth) {
+    held = host::getProperty(value, "Value");
+    value = held.get();
   }
   if (!isColumn(value)) {
     host::raise("KALVEX:array:NotAColumn",

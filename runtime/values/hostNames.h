@@ -8,6 +8,7 @@ inline constexpr char kLocalArray[] = "kalvex.bigdata.internal.LocalArray";
 inline constexpr char kBroadcastArray[] = "kalvex.bigdata.internal.BroadcastArray";
 inline constexpr char kFunctionHandle[] = "kalvex.bigdata.internal.FunctionHandle";
 inline constexpr char kInternalStackFrame[] = "kalvex.bigdata.internal.InternalStackFrame";
+inline constexpr char kPartitionMetadata[] = "kalvex.bigdata.internal.PartitionMetadata";
 inline constexpr char kBroadcast[] = "kalvex.bigdata.internal.broadcast";
 inline constexpr char kRandStreamFactory[] = "kalvex.bigdata.internal.RandStreamFactory";
 inline constexpr char kThrow[] = "kalvex.bigdata.internal.throw";
@@ -18,10 +19,13 @@ inline constexpr char kLazyArray[] = "kalvex.bigdata.internal.lazyeval.LazyParti
 inline constexpr char kLazyTaskGraph[] = "kalvex.bigdata.internal.lazyeval.LazyTaskGraph";
 inline constexpr char kClosure[] = "kalvex.bigdata.internal.lazyeval.Closure";
 inline constexpr char kClosurePromise[] = "kalvex.bigdata.internal.lazyeval.ClosurePromise";
+inline constexpr char kClosureFuture[] = "kalvex.bigdata.internal.lazyeval.ClosureFuture";
 inline constexpr char kOperation[] = "kalvex.bigdata.internal.lazyeval.Operation";
 inline constexpr char kElementwiseOperation[] =
     "kalvex.bigdata.internal.lazyeval.ElementwiseOperation";
 inline constexpr char kSlicewiseOperation[] = "kalvex.bigdata.internal.lazyeval.SlicewiseOperation";
+inline constexpr char kInvalidOperation[] =
+    "kalvex.bigdata.internal.lazyeval.InvalidVersionOperation";
 inline constexpr char kCacheEntryKey[] = "kalvex.bigdata.internal.lazyeval.CacheEntryKey";
 inline constexpr char kGlobalStateFactory[] =
     "kalvex.bigdata.internal.lazyeval.GlobalStateProcessorFactory";
@@ -38,6 +42,8 @@ inline constexpr char kFixedStrategy[] =
 inline constexpr char kSimplePartition[] = "kalvex.bigdata.internal.executor.SimplePartition";
 inline constexpr char kExecutor[] = "kalvex.bigdata.internal.executor.PartitionedArrayExecutor";
 inline constexpr char kSerialExecutor[] = "kalvex.bigdata.internal.executor.SerialExecutor";
+inline constexpr char kInvalidExecutor[] =
+    "kalvex.bigdata.internal.executor.InvalidVersionExecutor";
 inline constexpr char kTaskGraph[] = "kalvex.bigdata.internal.executor.TaskGraph";
 inline constexpr char kExecutionTask[] = "kalvex.bigdata.internal.executor.ExecutionTask";
 inline constexpr char kProcessorFactory[] = "kalvex.bigdata.internal.executor.DataProcessorFactory";

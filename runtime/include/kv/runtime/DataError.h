@@ -31,6 +31,7 @@ namespace kv::runtime {
 ///     KALVEX:datastore:UnknownType        column, type, types there are
 ///     KALVEX:datastore:BadTypeOverride    text
 ///     KALVEX:datastore:SourceChanged      path
+///     KALVEX:datastore:SourceGone         path
 class DataError : public std::runtime_error {
  public:
   DataError(std::string id, std::vector<std::string> arguments, const std::string& message)

@@ -16,4 +16,8 @@ std::string elementFunctionName(std::string_view function);
 /// values.
 std::string aggregateFunctionName(std::string_view aggregate, MissingRule missing);
 
+/// A uniform random number for each row of its one input, from the stream in force: that of its
+/// partition.
+inline constexpr std::string_view kRandomRowsFunction = "kv.random.rows";
+
 }  // namespace kv::runtime

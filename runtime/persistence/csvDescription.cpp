@@ -1,0 +1,150 @@
+#include "persistence/csvDescription.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "kv/host/errors.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Value;
+
+constexpr std::string_view kName = "Name";
+constexpr std::string_view kPaths = "Paths";
+constexpr std::string_view kAbsolutePaths = "AbsolutePaths";
+constexpr std::string_view kBytes = "Bytes";
+constexpr std::string_view kModified = "Modified";
+constexpr std::string_view kColumnNames = "ColumnNames";
+constexpr std::string_view kColumnTypes = "ColumnTypes";
+
+[[noreturn]] void refuse(std::string_view what) {
+  host::raise("KALVEX:datastore:BadDescription", {std::string(what)});
+}
+
+Value int64Column(const std::vector<std::int64_t>& numbers) {
+  Value column = matrix::from_kalvex(
+      kxCreateNumericArray(std::array<std::size_t, 2>{numbers.size(), 1}, kxINT64_CLASS));
+  std::ranges::copy(numbers, static_cast<std::int64_t*>(kxGetMutableData(column.get())));
+  return column;
+}
+
+/// Reads the fields of a description, each of the number of elements that it must have.
+class Description {
+ public:
+  explicit Description(const kxArray* record) : record_(record) {
+    if (kxGetClassID(record) != kxSTRUCT_CLASS || !kxIsScalar(record)) {
+      refuse("a structure is expected");
+    }
+  }
+
+  std::vector<std::string> texts(std::string_view field) const {
+    const kxArray* value = kxGetField(record_, 0, field);
+    if (!Torvane::String::isString(value)) {
+      refuse(field);
+    }
+    return host::toTexts(value);
+  }
+
+  std::span<const std::int64_t> numbers(std::string_view field) const {
+    const kxArray* value = kxGetField(record_, 0, field);
+    if (kxGetClassID(value) != kxINT64_CLASS) {
+      refuse(field);
+    }
+    return {static_cast<const std::int64_t*>(kxGetData(value)), kxGetNumberOfElements(value)};
+  }
+
+ private:
+  const kxArray* record_;
+};
+
+template <class T>
+T sized(T values, std::size_t count, std::string_view field) {
+  if (values.size() != count) {
+    refuse(field);
+  }
+  return values;
+}
+
+std::vector<SourceFile> readFiles(const Description& description) {
+  const auto paths = description.texts(kPaths);
+  if (paths.empty()) {
+    refuse("no file");
+  }
+  const auto absolute = sized(description.texts(kAbsolutePaths), paths.size(), kAbsolutePaths);
+  const auto bytes = sized(description.numbers(kBytes), paths.size(), kBytes);
+  const auto modified = sized(description.numbers(kModified), paths.size(), kModified);
+  std::vector<SourceFile> files;
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    files.push_back({paths[i], absolute[i], bytes[i], modified[i], true});
+  }
+  return files;
+}
+
+Schema readSchema(const Description& description) {
+  const auto names = description.texts(kColumnNames);
+  const auto types = sized(description.texts(kColumnTypes), names.size(), kColumnTypes);
+  if (std::set(names.begin(), names.end()).size() != names.size()) {
+    refuse("two columns of one name");
+  }
+  Schema schema;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const auto type = elementTypeNamed(types[i]);
+    if (!type) {
+      refuse("a column of type '" + types[i] + "'");
+    }
+    schema.push_back({names[i], *type});
+  }
+  return schema;
+}
+
+}  // namespace
+
+Value describeCsv(const CsvDatastore& datastore) {
+  const CsvDatastore::Table& table = datastore.table();
+  std::vector<std::string> paths, absolute, names, types;
+  std::vector<std::int64_t> bytes, modified;
+  for (const SourceFile& file : table.files) {
+    paths.push_back(file.path);
+    absolute.push_back(file.absolutePath);
+    bytes.push_back(file.bytes);
+    modified.push_back(file.modified);
+  }
+  for (const ColumnInfo& column : table.schema) {
+    names.push_back(column.name);
+    types.emplace_back(elementTypeName(column.type));
+  }
+  constexpr std::array kFields{kName,     kPaths,       kAbsolutePaths, kBytes,
+                               kModified, kColumnNames, kColumnTypes};
+  Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, kFields));
+  const auto set = [&](std::string_view field, Value value) {
+    kxSetField(record.get(), 0, field, value.release());
+  };
+  set(kName, host::makeString(table.name));
+  set(kPaths, host::makeStringColumn(paths));
+  set(kAbsolutePaths, host::makeStringColumn(absolute));
+  set(kBytes, int64Column(bytes));
+  set(kModified, int64Column(modified));
+  set(kColumnNames, host::makeStringColumn(names));
+  set(kColumnTypes, host::makeStringColumn(types));
+  return record;
+}
+
+std::unique_ptr<CsvDatastore> csvFromDescription(const kxArray* record) {
+  const Description description(record);
+  CsvDatastore::Table table;
+  table.name = sized(description.texts(kName), 1, kName).front();
+  table.files = readFiles(description);
+  table.schema = readSchema(description);
+  return std::make_unique<CsvDatastore>(std::move(table));
+}
+
+}  // namespace kv::runtime
