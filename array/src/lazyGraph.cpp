@@ -42,18 +42,19 @@ LazyGraph::Node nodeOf(const std::string& name, const kxArray* object) {
   return node;
 }
 
-std::string futureOf(const Array& array) {
-  const host::Value future = host::getProperty(array.handle().value.get(), "ValueFuture");
-  return host::toText(host::getProperty(future.get(), "IdStr").get());
+const kcos::COSInterface* objectIn(const kxArray* scalar) {
+  return kcos::omGetArrayElement(scalar, 0).get();
 }
 
 LazyGraph read(const host::Value& graph, std::span<const Array> arrays) {
   LazyGraph read;
   std::map<std::string, std::size_t> numbers;
+  std::map<const kcos::COSInterface*, std::size_t> numberOf;
   const host::Value objects = columnOf(graph, "Nodes", "NodeObj");
   for (const std::string& name : host::toTexts(columnOf(graph, "Nodes", "Name").get())) {
     const std::size_t number = read.nodes.size();
     numbers.emplace(name, number);
+    numberOf.emplace(objectIn(kxGetCell(objects.get(), number)), number);
     read.nodes.push_back(nodeOf(name, kxGetCell(objects.get(), number)));
   }
   // Column by column: all sources, then all targets.
@@ -63,7 +64,10 @@ LazyGraph read(const host::Value& graph, std::span<const Array> arrays) {
     read.edges.push_back({numbers.at(ends[i]), numbers.at(ends[count + i])});
   }
   std::ranges::sort(read.edges, {}, [](const auto& edge) { return std::pair(edge.from, edge.to); });
-  for (const Array& array : arrays) read.results.push_back(numbers.at(futureOf(array)));
+  for (const Array& array : arrays) {
+    const host::Value future = host::getProperty(array.handle().value.get(), "ValueFuture");
+    read.results.push_back(numberOf.at(objectIn(future.get())));
+  }
   return read;
 }
 

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -82,14 +84,29 @@ void refuseTexts(std::span<const Array> inputs) {
 }  // namespace
 
 Array map(BlockFunction function, std::span<const Array> inputs, Where where) {
+  return map("kv.map", std::move(function), inputs, where);
+}
+
+Array map(std::string name, BlockFunction function, std::span<const Array> inputs, Where where) {
   const auto session = sessionOf(inputs);
   refuseTexts(inputs);
   return publicCall(*session, where, [&] {
     CallInputs call;
-    call.give(host::makeFunctionHandle("kv.map", bodyOf(std::move(function))));
+    call.give(host::makeFunctionHandle(std::move(name), bodyOf(std::move(function))));
     for (const Array& input : inputs) call.lend(input.handle().value);
     return makeArray(session, host::call("elementfun", call.list()),
                      {runtime::ElementType::Double});
+  });
+}
+
+void Session::define(std::string_view name, BlockFunction function, Where where) {
+  publicCall(*impl_, where, [&] {
+    if (name.empty() || host::isLibraryFunction(name)) {
+      throw Error("KALVEX:array:NameTaken",
+                  fmt::format("\"{}\" can't be the name of a function of yours.", name),
+                  {std::string(name)});
+    }
+    impl_->host.defineFunction(name, bodyOf(std::move(function)));
   });
 }
 

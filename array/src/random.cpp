@@ -4,18 +4,13 @@
 
 #include "handles.h"
 #include "kv/runtime/Column.h"
+#include "kv/runtime/functionNames.h"
 
 namespace kv {
 
 namespace {
 
 using runtime::ElementType;
-
-/// As many numbers as the input has rows, from the stream in force: that of its partition.
-void drawForRows(const host::Call& call) {
-  const host::Value rows = host::makeDouble(static_cast<double>(kxGetM(call.in(0))));
-  call.out(0, host::call("rand", {rows.get()}));
-}
 
 /// The function draws from the stream of its partition, and its own seed from the session's stream.
 host::Value randomOptions() {
@@ -40,7 +35,7 @@ Array Table::rand(Where where) const {
   return publicCall(*session, where, [&] {
     CallInputs call;
     call.give(randomOptions());
-    call.give(host::makeFunctionHandle("rand", drawForRows));
+    call.give(host::makeFunctionHandle(runtime::kRandomRowsFunction));
     call.lend(counted.handle().value);
     return makeArray(session, host::call("elementfun", call.list()), {ElementType::Double});
   });

@@ -71,6 +71,11 @@ Array filter(const Array& input, const Array& keep, Where where = Where::current
 /// rows.
 Array map(BlockFunction function, std::span<const Array> inputs, Where where = Where::current());
 
+/// The same with a name, which plans and errors show. It is all of a function that is saved with an
+/// array; without one it is "kv.map".
+Array map(std::string name, BlockFunction function, std::span<const Array> inputs,
+          Where where = Where::current());
+
 Array operator+(const Operand& a, const Operand& b);
 Array operator-(const Operand& a, const Operand& b);
 Array operator*(const Operand& a, const Operand& b);
@@ -141,6 +146,24 @@ class Table {
   std::shared_ptr<const Handle> handle_;
 };
 
+/// An array, and the name under which a file keeps it.
+struct NamedArray {
+  std::string name;
+  Array array;
+};
+
+/// Whether whoever opens a file vouches for what its arrays would do.
+enum class Trust : std::uint8_t {
+  No,   ///< they may be looked at, explained, used in new arrays and saved again
+  Yes,  ///< they may be evaluated: the files that they name are read, functions are called
+};
+
+/// What a file of saved arrays brought.
+struct Opened {
+  std::vector<NamedArray> arrays;     ///< in the order in which they were saved
+  std::vector<std::string> warnings;  ///< such as of arrays that another release saved
+};
+
 /// The place where arrays live: the native core and its runtime, loaded. A process may have many.
 ///
 /// Threads: any; a call takes the session's lock, so that one works at a time.
@@ -179,6 +202,31 @@ class Session {
 
   /// The plan that `gather` would run, as text; reads no data.
   std::string explain(std::span<const Array> arrays, Where where = Where::current());
+
+  /// Saves arrays with all that was recorded of them, in a file that appears whole or not at all.
+  /// Of their sources it keeps names, sizes and times, and no data.
+  ///
+  /// Errors: Error "KALVEX:array:NoArray", "KALVEX:array:TwoSessions", "KALVEX:array:SameName" for
+  /// two arrays of one name; "KALVEX:save:CannotWrite" with path and reason.
+  void save(const std::string& path, std::span<const NamedArray> arrays,
+            Where where = Where::current());
+
+  /// Opens arrays that were saved, and no source of theirs: one that is gone, or has changed since,
+  /// is refused by name when the arrays are gathered ("KALVEX:datastore:SourceGone",
+  /// "KALVEX:datastore:SourceChanged"). Nothing in the file is run, whoever wrote it.
+  ///
+  /// An array that another release saved comes with a warning, and can't be gathered
+  /// ("KALVEX:bigdata:array:InvalidTallVersion" with that release). A function that was given to
+  /// `map` has to be defined before the gathering ("KALVEX:UndefinedFunction" with its name).
+  /// Without trust the gathering raises "KALVEX:load:NotTrusted" with what would have been done.
+  ///
+  /// Errors: Error "KALVEX:load:CannotRead" with path and reason, "KALVEX:load:Corrupt",
+  /// "KALVEX:load:UnknownClass"; "KALVEX:array:NotArrays" for a file of something else.
+  Opened open(const std::string& path, Trust trust = Trust::No, Where where = Where::current());
+
+  /// Defines what the function of that name, given to `map` before it was saved, does.
+  /// Errors: Error "KALVEX:array:NameTaken" for an empty name, or a function of the library's own.
+  void define(std::string_view name, BlockFunction function, Where where = Where::current());
 
   Impl& impl() { return *impl_; }
 

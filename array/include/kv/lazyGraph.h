@@ -17,7 +17,7 @@ struct LazyGraph {
   enum class Kind : std::uint8_t { Closure, Promise, Future };
 
   struct Node {
-    std::string name;  ///< no other object of the session has it
+    std::string name;  ///< no other node has it
     Kind kind = Kind::Closure;
     std::string operation;  ///< of a closure: full name of its operation's class
     StackFrame place;       ///< of a closure: where the user recorded it; no file if unknown

@@ -1,0 +1,140 @@
+#include <fmt/format.h>
+
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "handles.h"
+#include "kv/runtime/Column.h"
+#include "kx/string.h"
+
+namespace kv {
+
+namespace {
+
+using runtime::ElementType;
+
+// What a file of arrays holds: a structure with an element of each field for each array.
+constexpr std::string_view kNames = "Names";
+constexpr std::string_view kTypes = "Types";
+constexpr std::string_view kAreWeak = "AreWeak";  ///< constants that adapt to what they meet
+constexpr std::string_view kArrays = "Arrays";
+
+constexpr kcos::NameRef kArrayClass = "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray";
+
+void requireDistinctNames(std::span<const NamedArray> arrays) {
+  std::set<std::string_view> names;
+  for (const NamedArray& named : arrays) {
+    if (!names.insert(named.name).second) {
+      throw Error("KALVEX:array:SameName", fmt::format("Two arrays are called \"{}\".", named.name),
+                  {named.name});
+    }
+  }
+}
+
+host::Value logicalColumn(std::span<const NamedArray> arrays) {
+  const std::size_t dimensions[] = {arrays.size(), 1};
+  host::Value column = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxLOGICAL_CLASS));
+  auto* flags = static_cast<bool*>(kxGetMutableData(column.get()));
+  for (const NamedArray& named : arrays) *flags++ = named.array.handle().type.isWeak;
+  return column;
+}
+
+host::Value recordOf(std::span<const NamedArray> arrays) {
+  std::vector<std::string> names, types;
+  std::vector<host::Value> values;
+  for (const NamedArray& named : arrays) {
+    names.push_back(named.name);
+    types.emplace_back(named.array.type());
+    values.push_back(matrix::sharedCopy(named.array.handle().value.get()));
+  }
+  constexpr std::string_view kFields[] = {kNames, kTypes, kAreWeak, kArrays};
+  host::Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, kFields));
+  const auto set = [&](std::string_view field, host::Value value) {
+    kxSetField(record.get(), 0, field, value.release());
+  };
+  set(kNames, host::makeStringColumn(names));
+  set(kTypes, host::makeStringColumn(types));
+  set(kAreWeak, logicalColumn(arrays));
+  set(kArrays, host::makeCell(std::move(values)));
+  return record;
+}
+
+[[noreturn]] void raiseNotArrays(const std::string& path) {
+  throw Error(
+      "KALVEX:array:NotArrays",
+      fmt::format("The file '{}' holds no arrays that a program saved by their names.", path),
+      {path});
+}
+
+/// Reads what `recordOf` made. A file may hold anything.
+class Record {
+ public:
+  Record(const std::string& path, const kxArray* value) : path_(path), value_(value) {
+    if (kxGetClassID(value) != kxSTRUCT_CLASS || !kxIsScalar(value)) raiseNotArrays(path);
+    count_ = kxGetNumberOfElements(field(kNames, kxSTRING_CLASS));
+  }
+
+  std::vector<NamedArray> arraysOf(const std::shared_ptr<Session::Impl>& session) const {
+    const auto names = textsIn(kNames);
+    const auto types = textsIn(kTypes);
+    const bool* areWeak = kxGetLogicals(sized(kAreWeak, kxLOGICAL_CLASS));
+    const kxArray* values = sized(kArrays, kxCELL_CLASS);
+    std::vector<NamedArray> arrays;
+    for (std::size_t i = 0; i < count_; ++i) {
+      const kxArray* value = kxGetCell(values, i);
+      const std::optional<ElementType> type = runtime::elementTypeNamed(types[i]);
+      const bool isArray = kcos::omIsKCOS(value) && kxIsScalar(value) && kxIsA(value, kArrayClass);
+      if (!isArray || !type) raiseNotArrays(path_);
+      arrays.push_back(
+          {names[i], makeArray(session, matrix::sharedCopy(value), {*type, areWeak[i]})});
+    }
+    requireDistinctNames(arrays);
+    return arrays;
+  }
+
+ private:
+  const kxArray* field(std::string_view name, kxClassID classId) const {
+    const kxArray* found = kxGetField(value_, 0, name);
+    if (kxGetClassID(found) != classId) raiseNotArrays(path_);
+    return found;
+  }
+  const kxArray* sized(std::string_view name, kxClassID classId) const {
+    const kxArray* found = field(name, classId);
+    if (kxGetNumberOfElements(found) != count_) raiseNotArrays(path_);
+    return found;
+  }
+  std::vector<std::string> textsIn(std::string_view name) const {
+    return host::toTexts(sized(name, kxSTRING_CLASS));
+  }
+
+  const std::string& path_;
+  const kxArray* value_;
+  std::size_t count_;
+};
+
+}  // namespace
+
+void Session::save(const std::string& path, std::span<const NamedArray> arrays, Where where) {
+  std::vector<Array> handles;
+  for (const NamedArray& named : arrays) handles.push_back(named.array);
+  if (sessionOf(handles) != impl_) raiseTwoSessions();
+  requireDistinctNames(arrays);
+  publicCall(*impl_, where, [&] { impl_->host.save(path, recordOf(arrays).get()); });
+}
+
+Opened Session::open(const std::string& path, Trust trust, Where where) {
+  return publicCall(*impl_, where, [&] {
+    const std::size_t earlier = impl_->host.warnings().size();
+    const host::Value loaded = impl_->host.load(path, trust == Trust::Yes);
+    Opened opened{Record(path, loaded.get()).arraysOf(impl_), {}};
+    const std::vector<host::Warning> warnings = impl_->host.warnings();
+    for (std::size_t i = earlier; i < warnings.size(); ++i) {
+      opened.warnings.push_back(warnings[i].message);
+    }
+    return opened;
+  });
+}
+
+}  // namespace kv

@@ -1,0 +1,112 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "array/ArrayTest.h"
+
+namespace kv::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// Arrays that one session saves in a file and another one opens.
+class Save : public ArrayTest {
+ protected:
+  std::string file = folder.path("arrays.kv");
+  Session other;
+
+  std::string idOfOpening(const std::string& path) {
+    return errorOf([&] { other.open(path); }).identifier();
+  }
+};
+
+TEST_F(Save, GivesArraysBackByTheirNames) {
+  const Table t = read("x,word\n1,a\n2,b\n3,\n");
+  const Array late = t.column("x") > 1;
+  const std::vector<NamedArray> named = {{"mean of x", mean(t.column("x"))},
+                                         {"late", sum(late)},
+                                         {"words", t.column("word")},
+                                         {"ten", session.constant(10)}};
+  session.save(file, named);
+
+  const Opened opened = other.open(file, Trust::Yes);
+
+  ASSERT_EQ(opened.arrays.size(), named.size());
+  EXPECT_TRUE(opened.warnings.empty());
+  for (std::size_t i = 0; i < named.size(); ++i) {
+    EXPECT_EQ(opened.arrays[i].name, named[i].name);
+    EXPECT_EQ(opened.arrays[i].array.type(), named[i].array.type());
+  }
+  EXPECT_EQ(number(opened.arrays[0].array), 2);
+  EXPECT_EQ(number(opened.arrays[1].array), 2);
+  EXPECT_EQ(opened.arrays[2].array.gather().text(1), "b");
+  EXPECT_EQ(number(opened.arrays[0].array + opened.arrays[3].array), 12);
+}
+
+TEST_F(Save, KeepsWhatIsRecordedAndEvaluatesItOnlyIfTrusted) {
+  const Table t = read("x\n1\n2\n");
+  session.seed(3);
+  const std::vector<NamedArray> named = {{"n", t.rand() + t.column("x")}};
+  session.save(file, named);
+  const std::vector<Array> recorded = {named[0].array};
+
+  const Opened looked = other.open(file);
+  const std::vector<Array> arrays = {looked.arrays[0].array};
+  EXPECT_EQ(other.explain(arrays), session.explain(recorded));
+  const Error refused = errorOf([&] { other.gather(arrays); });
+  EXPECT_EQ(refused.identifier(), "KALVEX:load:NotTrusted");
+
+  // Saved again it is what it was.
+  const std::string copy = folder.path("copy.kv");
+  other.save(copy, looked.arrays);
+  EXPECT_EQ(numbers(other.open(copy, Trust::Yes).arrays[0].array), numbers(named[0].array));
+}
+
+TEST_F(Save, KeepsFunctionsByNameUntilTheyAreDefined) {
+  const BlockFunction twice = [](std::span<const std::span<const double>> inputs) {
+    std::vector<double> result(inputs[0].begin(), inputs[0].end());
+    for (double& value : result) value *= 2;
+    return result;
+  };
+  const std::vector<Array> inputs = {read("x\n1\n2\n").column("x")};
+  session.save(file, std::vector<NamedArray>{{"y", map("twice", twice, inputs)}});
+
+  const Array y = other.open(file, Trust::Yes).arrays[0].array;
+  const Error undefined = errorOf([&] { (void)y.gather(); });
+  EXPECT_EQ(undefined.identifier(), "KALVEX:UndefinedFunction");
+  EXPECT_THAT(undefined.what(), HasSubstr("'twice'"));
+  other.define("twice", twice);
+  EXPECT_THAT(numbers(y), ElementsAre(2, 4));
+  for (const char* taken : {"", "version", "createFromConstantBuiltin"}) {
+    EXPECT_EQ(errorOf([&] { other.define(taken, twice); }).identifier(), "KALVEX:array:NameTaken")
+        << taken;
+  }
+}
+
+TEST_F(Save, RefusesWhatCannotBeOneFile) {
+  const Array a = session.constant(1), foreign = other.constant(1);
+  const auto idOf = [&](const std::vector<NamedArray>& arrays, const std::string& path) {
+    return errorOf([&] { session.save(path, arrays); }).identifier();
+  };
+  EXPECT_EQ(idOf({}, file), "KALVEX:array:NoArray");
+  EXPECT_EQ(idOf({{"a", a}, {"a", a}}, file), "KALVEX:array:SameName");
+  EXPECT_EQ(idOf({{"a", a}, {"b", foreign}}, file), "KALVEX:array:TwoSessions");
+  EXPECT_EQ(idOf({{"a", a}}, folder.path("no/such/folder")), "KALVEX:save:CannotWrite");
+  EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST_F(Save, RefusesFilesThatHoldNoArrays) {
+  EXPECT_EQ(idOfOpening(file), "KALVEX:load:CannotRead");
+  EXPECT_EQ(idOfOpening(folder.write("text", "x,y\n1,2\n")), "KALVEX:load:Corrupt");
+  session.save(file, std::vector<NamedArray>{{"a", session.constant(1)}});
+  std::fstream bytes(file, std::ios::in | std::ios::out | std::ios::binary);
+  bytes.seekp(-1, std::ios::end);
+  bytes.put('\x7f');
+  bytes.close();
+  EXPECT_EQ(idOfOpening(file), "KALVEX:load:Corrupt");
+}
+
+}  // namespace
+}  // namespace kv::test
