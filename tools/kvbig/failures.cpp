@@ -23,6 +23,11 @@ constexpr std::string_view kRequest[] = {"KALVEX:datastore:UnknownColumn",
                                          "KALVEX:datastore:UnknownType",
                                          "KALVEX:datastore:BadTypeOverride"};
 
+/// Errors that lie in a file of saved arrays.
+constexpr std::string_view kSaved[] = {"KALVEX:load:CannotRead", "KALVEX:load:Corrupt",
+                                       "KALVEX:load:UnknownClass", "KALVEX:array:NotArrays",
+                                       "KALVEX:bigdata:array:InvalidTallVersion"};
+
 /// A message may quote a file; its own line ends stay.
 std::string harmless(std::string_view message) {
   std::string lines;
@@ -42,8 +47,11 @@ void say(std::string_view message) { complain(fmt::format("kvbig: {}\n", harmles
 /// The exit code of an error, or of what caused it.
 ExitCode codeOf(const Error& error) {
   for (const Error* each = &error; each != nullptr; each = each->cause().get()) {
-    if (std::ranges::find(kRequest, each->identifier()) != std::end(kRequest)) return kWrongUsage;
-    if (each->identifier().starts_with(kSource)) return kBadInput;
+    const auto isOneOf = [each](const auto& ids) {
+      return std::ranges::find(ids, each->identifier()) != std::end(ids);
+    };
+    if (isOneOf(kRequest)) return kWrongUsage;
+    if (isOneOf(kSaved) || each->identifier().starts_with(kSource)) return kBadInput;
   }
   return kFailed;
 }
@@ -58,6 +66,8 @@ void tell(const Error& error) {
 }
 
 }  // namespace
+
+void warn(std::string_view message) { say(fmt::format("warning: {}", message)); }
 
 ExitCode reportFailure() {
   try {

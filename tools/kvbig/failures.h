@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace kv::shell {
 
@@ -19,6 +20,9 @@ class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+/// Prints on stderr what the user should know, though the command goes on.
+void warn(std::string_view message);
 
 /// Prints what went wrong on stderr.
 /// Result: the exit code for it.

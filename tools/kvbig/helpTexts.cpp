@@ -20,6 +20,9 @@ constexpr std::string_view kExamples = R"(Examples:
   kvbig query flights.csv 'mean(dep_delay)' --where 'rand() < 0.01' --seed 7
   kvbig query flights.csv 'max(dep_delay)' --explain
   kvbig explain flights.csv 'std(dep_delay - mean(dep_delay))' --dot
+  kvbig save late.kv flights.csv 'late = mean(arr_delay > 60)'
+  kvbig open late.kv
+  kvbig open late.kv --trust --json
   kvbig describe kalvex.bigdata.internal.lazyeval.Closure
 )";
 

@@ -16,11 +16,13 @@
 #include "formula/nearNames.h"
 #include "helpTexts.h"
 #include "interrupts.h"
+#include "openCommand.h"
 #include "output.h"
 #include "queryCommand.h"
 
 namespace {
 
+using kv::shell::OpenRequest;
 using kv::shell::QueryRequest;
 
 struct DescribeRequest {
@@ -69,6 +71,24 @@ void addExplain(CLI::App& app, QueryRequest& request) {
   });
 }
 
+void addSave(CLI::App& app, QueryRequest& request) {
+  CLI::App* save = app.add_subcommand("save", "Save what a query would do; reads no data");
+  save->footer(kv::shell::queryHelp());
+  save->add_option("FILE", request.saveTo, "Where to; what is there is replaced")->required();
+  addQuestion(*save, request);
+  save->callback([&] { kv::shell::runQuery(request); });
+}
+
+void addOpen(CLI::App& app, OpenRequest& request) {
+  CLI::App* open = app.add_subcommand("open", "Show or evaluate what was saved");
+  open->footer(kv::shell::generalHelp());
+  open->add_option("FILE", request.file, "A file that kvbig save, or a program, wrote")->required();
+  open->add_flag("--trust", request.trust, "Evaluate: read the files that FILE names");
+  open->add_flag("--explain", request.explain, "Print the plan and read no data");
+  open->add_flag("--json", request.json, "Print one JSON object");
+  open->callback([&] { kv::shell::runOpen(request); });
+}
+
 void addDescribe(CLI::App& app, DescribeRequest& request) {
   CLI::App* describe = app.add_subcommand("describe", "Show a class of the core, or list them all");
   describe->add_option("NAME", request.name, "Full name of a class");
@@ -110,9 +130,12 @@ kv::shell::ExitCode run(int argc, char** argv) {
   app.footer(kv::shell::generalHelp());
   app.set_version_flag("--version", fmt::format("kvbig {}", kv::release()));
   QueryRequest queryRequest;
+  OpenRequest openRequest;
   DescribeRequest describeRequest;
   addQuery(app, queryRequest);
   addExplain(app, queryRequest);
+  addSave(app, queryRequest);
+  addOpen(app, openRequest);
   addDescribe(app, describeRequest);
   app.add_subcommand("version", "Print the release")->callback(printVersion);
   const std::span words(argv, static_cast<std::size_t>(argc));

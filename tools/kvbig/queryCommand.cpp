@@ -130,10 +130,13 @@ Gathered evaluate(Session& session, const std::vector<Array>& arrays, const Quer
   }
 }
 
-std::string planAsText(std::string plan, bool json) {
-  if (json) return "{\"plan\": " + jsonText(plan) + "}\n";
-  if (!plan.ends_with('\n')) plan += '\n';
-  return plan;
+void save(Session& session, const std::string& path, const std::vector<Array>& arrays,
+          const std::vector<std::string>& names) {
+  std::vector<NamedArray> named;
+  for (std::size_t i = 0; i < arrays.size(); ++i) named.push_back({names[i], arrays[i]});
+  session.save(path, named);
+  writeOut(fmt::format("{} array{} saved in {}\n", named.size(), named.size() == 1 ? "" : "s",
+                       printable(path)));
 }
 
 }  // namespace
@@ -147,6 +150,7 @@ void runQuery(const QueryRequest& request) {
   throwIfInterrupted();
   std::vector<std::string> labels;
   for (const Formula& formula : query.formulas) labels.push_back(formula.label);
+  if (request.saveTo) return save(session, *request.saveTo, arrays, labels);
   if (request.dot) return writeOut(graphAsDot(lazyGraph(arrays), labels));
   if (request.explain) return writeOut(planAsText(session.explain(arrays), request.json));
 

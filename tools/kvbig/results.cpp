@@ -110,4 +110,10 @@ std::string resultsAsJson(const std::vector<std::string>& labels, const Gathered
       results, facts.rows, facts.passes, facts.seconds, facts.peakBytes);
 }
 
+std::string planAsText(std::string plan, bool json) {
+  if (json) return "{\"plan\": " + jsonText(plan) + "}\n";
+  if (!plan.ends_with('\n')) plan += '\n';
+  return plan;
+}
+
 }  // namespace kv::shell

@@ -15,4 +15,7 @@ std::string resultsAsTable(const std::vector<std::string>& labels, const Gathere
 /// they are the texts "Infinity" and "-Infinity".
 std::string resultsAsJson(const std::vector<std::string>& labels, const Gathered& gathered);
 
+/// A plan, as text or as a JSON object.
+std::string planAsText(std::string plan, bool json);
+
 }  // namespace kv::shell

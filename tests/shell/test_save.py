@@ -1,0 +1,112 @@
+"""kvbig save and kvbig open: what one process keeps and another one makes of it."""
+
+import json
+import os
+from pathlib import Path
+
+import pytest
+
+from command import Run
+
+
+@pytest.fixture
+def run(tool: Path, tmp_path: Path) -> Run:
+    (tmp_path / "small.csv").write_text("x,y,word\n1,4,a\n2,,b\n3,6,\n")
+    (tmp_path / "whole.csv").write_text("n\n9007199254740993\n2\n")
+    return Run(tool, tmp_path)
+
+
+def save(run: Run, *words: str) -> None:
+    done = run("save", "kept.kv", *words)
+    assert (done.returncode, done.stderr) == (0, ""), done.stderr
+
+
+def refused(run: Run, *words: str, code: int) -> str:
+    """What stderr says when the command fails with `code`; nothing may be on stdout."""
+    done = run(*words)
+    assert (done.returncode, done.stdout) == (code, ""), done.stderr
+    return done.stderr
+
+
+def opened(run: Run, *words: str) -> dict:
+    done = run("open", "kept.kv", *words, "--json")
+    assert (done.returncode, done.stderr) == (0, ""), done.stderr
+    return json.loads(done.stdout)
+
+
+def test_what_was_saved_gives_the_answers_of_the_query(run: Run) -> None:
+    question = ["small.csv", "mean(y)", "n = count(x)", "--where", "x < 3"]
+    save(run, *question)
+    answer, asked = opened(run, "--trust"), run.query(*question)
+    assert answer["results"] == asked["results"] == {"mean(y)": 4, "n": 2}
+    assert (answer["rows"], answer["passes"]) == (asked["rows"], asked["passes"])
+    assert "n        2" in run("open", "kept.kv", "--trust").stdout
+
+
+def test_types_and_seeds_are_kept(run: Run) -> None:
+    save(run, "whole.csv", "max(n)", "--type", "n=int64")
+    assert opened(run, "--trust")["results"] == {"max(n)": 9007199254740993}
+    save(run, "small.csv", "r = sum(rand())")
+    first, again = opened(run, "--trust"), opened(run, "--trust")
+    assert first["results"] == again["results"]
+    seeded = ["small.csv", "r = sum(rand())", "--seed", "7"]
+    save(run, *seeded)
+    assert opened(run, "--trust")["results"] == run.query(*seeded)["results"]
+
+
+def test_saving_and_showing_read_no_data(run: Run) -> None:
+    (run.folder / "late.csv").write_text("x\n" + "1\n" * 2_000_000 + "1,2,3\n")
+    save(run, "late.csv", "sum(x)")
+    shown = opened(run)
+    assert shown["arrays"] == [{"name": "sum(x)", "type": "double"}]
+    assert "late.csv" in shown["plan"]
+    assert shown["plan"] == opened(run, "--explain")["plan"]
+    assert "late.csv" in refused(run, "open", "kept.kv", "--trust", code=3)
+
+
+def test_without_trust_contents_are_shown(run: Run) -> None:
+    save(run, "small.csv", "n = count(x)", "mean(y)")
+    done = run("open", "kept.kv")
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout.startswith("kept.kv: 2 arrays\n\nn        double\nmean(y)  double\n\nPlan: 1 pass")
+    assert "read small.csv" in done.stdout and "--trust" in done.stdout
+    plan = run("open", "kept.kv", "--explain").stdout
+    assert plan in done.stdout and plan == run("explain", "small.csv", "n = count(x)", "mean(y)").stdout
+
+
+def test_sources_are_named_when_they_are_gone_or_have_changed(run: Run) -> None:
+    save(run, "small.csv", "mean(y)")
+    (run.folder / "small.csv").write_text("x,y,word\n1,4,a\n")
+    assert "small.csv' has changed" in refused(run, "open", "kept.kv", "--trust", code=3)
+    (run.folder / "small.csv").unlink()
+    assert "is gone" in refused(run, "open", "kept.kv", "--trust", code=3)
+    assert run("open", "kept.kv").returncode == 0
+
+
+def test_another_folder_makes_no_difference(run: Run, tmp_path: Path) -> None:
+    save(run, "small.csv", "sum(x)")
+    elsewhere = tmp_path / "elsewhere"
+    elsewhere.mkdir()
+    os.rename(tmp_path / "kept.kv", elsewhere / "kept.kv")
+    assert opened(Run(run.tool, elsewhere), "--trust")["results"] == {"sum(x)": 6}
+
+
+def test_bad_files_are_refused(run: Run) -> None:
+    assert "nothing.kv" in refused(run, "open", "nothing.kv", code=3)
+    assert "Corrupt" in refused(run, "open", "small.csv", code=3)
+    save(run, "small.csv", "sum(x)")
+    kept = run.folder / "kept.kv"
+    whole = kept.read_bytes()
+    for spoiled in (b"", whole[:100], whole[:-1], whole[:-1] + b"\x7f", whole + b"x"):
+        kept.write_bytes(spoiled)
+        assert "Corrupt" in refused(run, "open", "kept.kv", "--trust", code=3)
+    assert "no/such" in refused(run, "save", "no/such/kept.kv", "small.csv", "sum(x)", code=4)
+
+
+def test_a_wrong_question_leaves_the_older_file(run: Run) -> None:
+    save(run, "small.csv", "sum(x)")
+    before = (run.folder / "kept.kv").read_bytes()
+    refused(run, "save", "kept.kv", "small.csv", "sum(z)", code=2)
+    refused(run, "save", "kept.kv", "small.csv", code=2)
+    assert (run.folder / "kept.kv").read_bytes() == before
+    assert sorted(path.name for path in run.folder.iterdir()) == ["kept.kv", "small.csv", "whole.csv"]

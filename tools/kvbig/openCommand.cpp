@@ -1,0 +1,82 @@
+#include "openCommand.h"
+
+#include <fmt/format.h>
+#include <kv/array.h>
+
+#include <algorithm>
+#include <string_view>
+#include <vector>
+
+#include "failures.h"
+#include "output.h"
+#include "results.h"
+
+namespace kv::shell {
+
+namespace {
+
+constexpr std::string_view kHint =
+    "Nothing was read or evaluated. With --trust the arrays are evaluated: the files named above "
+    "are\nread then, so use it for files whose origin you know.\n";
+
+std::string contentsAsText(const OpenRequest& request, const Opened& opened,
+                           const std::string& plan) {
+  const std::size_t count = opened.arrays.size();
+  std::string text =
+      fmt::format("{}: {} array{}\n\n", printable(request.file), count, count == 1 ? "" : "s");
+  std::size_t width = 0;
+  for (const NamedArray& named : opened.arrays) {
+    width = std::max(width, displayWidth(printable(named.name)));
+  }
+  for (const NamedArray& named : opened.arrays) {
+    text += fmt::format("{}  {}\n", padded(printable(named.name), width), named.array.type());
+  }
+  return fmt::format("{}\n{}\n{}", text, planAsText(plan, false), kHint);
+}
+
+std::string contentsAsJson(const Opened& opened, const std::string& plan) {
+  std::string arrays;
+  for (const NamedArray& named : opened.arrays) {
+    arrays += fmt::format("{}{{\"name\": {}, \"type\": \"{}\"}}", arrays.empty() ? "" : ", ",
+                          jsonText(named.name), named.array.type());
+  }
+  return fmt::format("{{\"arrays\": [{}], \"plan\": {}}}\n", arrays, jsonText(plan));
+}
+
+void requireOneRowEach(const std::vector<std::string>& labels, const Gathered& gathered) {
+  for (std::size_t i = 0; i < labels.size(); ++i) {
+    const std::size_t rows = gathered.values[i].rows();
+    if (rows == 1) continue;
+    throw Error(
+        "KALVEX:array:NotOneRow",
+        fmt::format("\"{}\" has {} rows; only answers of one row are printed. Open the file "
+                    "from C++ or Python.",
+                    labels[i], rows),
+        {labels[i], fmt::format("{}", rows)});
+  }
+}
+
+}  // namespace
+
+void runOpen(const OpenRequest& request) {
+  Session session;
+  const Opened opened = session.open(request.file, request.trust ? Trust::Yes : Trust::No);
+  for (const std::string& warning : opened.warnings) warn(warning);
+  std::vector<std::string> labels;
+  std::vector<Array> arrays;
+  for (const NamedArray& named : opened.arrays) {
+    labels.push_back(named.name);
+    arrays.push_back(named.array);
+  }
+  if (request.explain) return writeOut(planAsText(session.explain(arrays), request.json));
+  if (!request.trust) {
+    const std::string plan = session.explain(arrays);
+    return writeOut(request.json ? contentsAsJson(opened, plan)
+                                 : contentsAsText(request, opened, plan));
+  }
+  const Gathered gathered = session.gather(arrays);
+  requireOneRowEach(labels, gathered);
+  writeOut(request.json ? resultsAsJson(labels, gathered) : resultsAsTable(labels, gathered));
+}
+
+}  // namespace kv::shell
