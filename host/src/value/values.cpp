@@ -114,9 +114,8 @@ std::size_t toCount(const kxArray* value, std::size_t limit) {
   }
   constexpr double kBeyondSize = 18446744073709551616.0;  // 2^64
   if (count >= kBeyondSize || static_cast<std::size_t>(count) > limit) {
-    std::string text = std::to_string(count);
-    text.resize(text.find('.'));
-    raise("KALVEX:CountTooLarge", {text, std::to_string(limit)});
+    const std::string text = std::to_string(count);
+    raise("KALVEX:CountTooLarge", {text.substr(0, text.find('.')), std::to_string(limit)});
   }
   return static_cast<std::size_t>(count);
 }
