@@ -8,7 +8,6 @@
 #include <system_error>
 
 #include "HostSession.h"
-#include "save/files.h"
 #include "support/SystemCalls.h"
 #include "support/TempFolder.h"
 
@@ -31,11 +30,8 @@ class FileFaults : public HostSession {
     }
   }
 
-  void save(const std::string& text) {
-    const std::string_view pieces[] = {std::string_view(text).substr(0, 100),
-                                       std::string_view(text).substr(100)};
-    host::writeFileAtomically(path, pieces);
-  }
+  void save(const std::string& text) { session.save(path, host::makeChars(text).get()); }
+  std::string load() { return host::toText(session.load(path, false).get()); }
 
   TracedRun saveTraced(const Fault& fault) {
     return runTraced([&] { return failure([&] { save(kNew); }); }, fault);
@@ -45,19 +41,20 @@ class FileFaults : public HostSession {
     return runTraced(
         [&] {
           std::string text;
-          const std::string error = failure([&] { text = host::readFile(path); });
+          const std::string error = failure([&] { text = load(); });
           return error == "no error" && text != kOld ? "another text" : error;
         },
         fault);
   }
 
   /// What stands at the path: "old", "new", "nothing", or "a part", which never should.
-  std::string standing() const {
+  std::string standing() {
     if (!fs::exists(path)) {
       return "nothing";
     }
-    const std::string text = host::readFile(path);
-    return text == kOld ? "old" : text == kNew ? "new" : "a part";
+    std::string text;
+    const std::string error = failure([&] { text = load(); });
+    return error != "no error" ? "a part" : text == kOld ? "old" : text == kNew ? "new" : text;
   }
 
   std::size_t leftovers() const {
