@@ -29,6 +29,51 @@ def test_a_function_of_the_users_own_sees_chunks(numbers):
     assert sum(seen) >= 2000
 
 
+def bounded(s, function, rows):
+    return s.new("kalvex.bigdata.internal.FunctionHandle", function, "MaxNumSlices", rows)
+
+
+def test_a_bounded_function_sees_no_more_rows_than_it_takes(numbers):
+    seen = []
+
+    def double(nargout, chunk, one):
+        seen.append(chunk.shape[0])
+        return chunk * 2 * one
+
+    few = bounded(numbers.session, double, 300.5)
+    for _ in ("in chunks", "on what was gathered"):
+        assert numbers.gather(numbers.sum(numbers.map(few, numbers.x, 1.0))) == 2001 * 2000
+        assert seen == [300] * 6 + [200]
+        seen.clear()
+        numbers.gather(numbers.x)
+    largest = bounded(numbers.session, lambda nargout, chunk: chunk.max(), 7)
+    maximum = lambda nargout, chunk: chunk.max()  # noqa: E731
+    of_all = numbers.session.call("aggregatefun", largest, maximum, numbers.x)
+    assert numbers.gather(of_all) == 2000
+    none = numbers.map(bounded(numbers.session, double, 0), numbers.x, 1.0)
+    with pytest.raises(host.Error) as caught:
+        numbers.gather(numbers.sum(none))
+    assert caught.value.identifier == "KALVEX:array:MaxNumSlices"
+
+
+def test_what_is_marked_for_reuse_is_computed_once(numbers):
+    calls = []
+
+    def double(nargout, chunk):
+        calls.append(chunk.shape[0])
+        return chunk * 2
+
+    doubled = numbers.session.call("markforreuse", numbers.map(double, numbers.x))
+    total, largest = (
+        numbers.session.call("aggregatefun", function, function, doubled)
+        for function in map(host.Function, ("kv.aggregate.sum", "kv.aggregate.max"))
+    )
+    assert numbers.gather(total) == 2001 * 2000 and sum(calls) == 2000
+    assert numbers.gather(largest) == 4000 and sum(calls) == 2000
+    both = numbers.map(host.Function("kv.element.plus"), doubled, numbers.x)
+    assert numbers.gather(numbers.sum(both)) == 2001 * 3000 and sum(calls) == 2000
+
+
 def make_operation(s, feval, strategy):
     """An operation of a class of its own, whose task has a factory of a class of its own."""
     s.define_class(

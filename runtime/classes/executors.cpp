@@ -75,8 +75,13 @@ std::unordered_set<const kcos::COSInterface*> wholeOutputs(const kxArray* taskGr
   return found;
 }
 
-/// The promises that a task graph completes: those asked for, and those of the tasks that leave the
-/// graph with whole values.
+/// True if the value of a closure is kept once it was computed.
+bool isMarkedForReuse(const kxArray* closure) {
+  return kxIsA(host::getProperty(closure, "Operation").get(), kCacheOperation);
+}
+
+/// The promises that a task graph completes: those asked for, those of the tasks that leave the
+/// graph with whole values, and those of values that are marked for reuse.
 Value awaitedPromises(const kxArray* taskGraph, const ClosureTasks& entries, const kxArray* asked) {
   std::vector<kcos::COSInterfacePtr> promises;
   std::unordered_set<const kcos::COSInterface*> seen;
@@ -91,7 +96,8 @@ Value awaitedPromises(const kxArray* taskGraph, const ClosureTasks& entries, con
   }
   const auto whole = wholeOutputs(taskGraph);
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    if (!whole.contains(kcos::omGetArrayElement(entries.task(i), 0).get())) {
+    const bool isWhole = whole.contains(kcos::omGetArrayElement(entries.task(i), 0).get());
+    if (!isWhole && !isMarkedForReuse(entries.closure(i))) {
       continue;
     }
     const Value outputs = host::getProperty(entries.closure(i), "OutputPromises");

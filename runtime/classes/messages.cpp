@@ -23,6 +23,7 @@ constexpr host::CatalogueEntry kMessages[] = {
      "Rows don't match: {0} rows from {1}, but {2} rows from {3}. Filter both in the same way."},
     {"KALVEX:array:WrongRowCount",
      "{0} was given {1} rows and must return as many, but returned {2}."},
+    {"KALVEX:array:MaxNumSlices", "{0} must take at least 1 row at a time, not {1}."},
     {"KALVEX:array:MissingOutput", "{0} returned nothing for output {1} of {2}."},
     {"KALVEX:array:RowSubscript",
      "Only all rows of a column can be taken, by the subscript ':', got a {0}."},

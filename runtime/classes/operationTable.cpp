@@ -220,7 +220,7 @@ std::span<const OperationClass> operationClasses() {
        {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, describeClient},
       {"kalvex.bigdata.internal.lazyeval.TernaryOperation",
        {}, describeChoice, nullptr, 3},
-      {"kalvex.bigdata.internal.lazyeval.CacheOperation",
+      {kCacheOperation,
        {}, describeCache, makeCacheKey, 1},
       {"kalvex.bigdata.internal.lazyeval.AggregateByKeyOperation",
        {"Options", "FunctionHandle", "ReduceHandle", "NumInputs", "NumOutputs"},

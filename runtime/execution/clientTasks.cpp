@@ -1,5 +1,6 @@
 #include "execution/clientTasks.h"
 
+#include <algorithm>
 #include <exception>
 #include <optional>
 #include <string>
@@ -8,6 +9,7 @@
 #include "execution/chunkSteps.h"
 #include "execution/failures.h"
 #include "execution/randomStreams.h"
+#include "execution/slicedCalls.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/selectRows.h"
 #include "values/columnValues.h"
@@ -16,6 +18,9 @@ namespace kv::runtime {
 namespace {
 
 using host::Value;
+
+/// Whose random stream a function of whole values has.
+constexpr std::int64_t kFirstPartition = 0;
 
 std::vector<WholeValue> wholes(std::vector<Value> outputs,
                                const std::optional<RowPlaces>& places = std::nullopt) {
@@ -52,10 +57,29 @@ std::vector<Value> callHandle(const kxArray* factory, kcos::NameRef slot, std::s
   const Value handle = host::getProperty(factory, slot);
   std::vector<const kxArray*> arguments{handle.get()};
   arguments.insert(arguments.end(), inputs.begin(), inputs.end());
-  constexpr std::int64_t kFirstPartition = 0;
   const StreamScope stream(streamForPartition(factory, kFirstPartition));
   std::vector<Value> outputs = host::callMany("feval", static_cast<int>(numOutputs), arguments);
   outputs.resize(numOutputs);
+  return outputs;
+}
+
+/// The function of an operation on rows, called on as many at a time as it takes.
+std::vector<Value> callOnRows(const PlanTask& task, const std::vector<const kxArray*>& inputs) {
+  const Value handle = host::getProperty(task.factory.get(), "FunctionHandle");
+  const auto maxRows = static_cast<std::size_t>(maxRowsOf(*task.spec, handle.get()));
+  const auto fits = [maxRows](const kxArray* input) { return kxGetM(input) <= maxRows; };
+  if (std::ranges::all_of(inputs, fits)) {
+    return callHandle(task.factory.get(), "FunctionHandle", task.spec->numOutputs, inputs);
+  }
+  std::vector<Operand> operands;
+  for (const kxArray* input : inputs) {
+    operands.push_back({toColumn(input), kxIsScalar(input), false});
+  }
+  const StreamScope stream(streamForPartition(task.factory.get(), kFirstPartition));
+  std::vector<Value> outputs;
+  for (const Column& column : callInSlices(*task.spec, handle.get(), operands)) {
+    outputs.push_back(toValue(column));
+  }
   return outputs;
 }
 
@@ -123,15 +147,13 @@ std::vector<WholeValue> runOn(const PlanTask& task, const std::vector<WholeValue
     case OpKind::Filter:
       return filterWhole(spec, inputs);
     case OpKind::Elementwise:
-      return wholes(
-          checkedTypes(spec, callHandle(factory, "FunctionHandle", spec.numOutputs, values)),
-          sharedPlaces(spec, inputs));
+      return wholes(checkedTypes(spec, callOnRows(task, values)), sharedPlaces(spec, inputs));
     case OpKind::Choose:
       return oneOf(inputs.at(isConditionTrue(toColumn(values.at(0))) ? 1 : 2));
     case OpKind::Pass:
       return oneOf(inputs.at(0));
     case OpKind::Aggregate: {
-      std::vector<Value> partials = callHandle(factory, "FunctionHandle", spec.numOutputs, values);
+      std::vector<Value> partials = callOnRows(task, values);
       return spec.function.aggregate ? wholes(std::move(partials))
                                      : reducePartials(factory, spec.numOutputs, partials);
     }

@@ -1,0 +1,95 @@
+#include "execution/slicedCalls.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <utility>
+
+#include "kv/host/errors.h"
+#include "values/columnValues.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+constexpr std::int64_t kUnbounded = std::numeric_limits<std::int64_t>::max();
+
+std::vector<Column> callOnce(const OpSpec& spec, const kxArray* handle,
+                             std::span<const Operand> inputs) {
+  std::vector<host::Value> values;
+  std::vector<const kxArray*> arguments{handle};
+  for (const Operand& input : inputs) {
+    values.push_back(toValue(input.column));
+    arguments.push_back(values.back().get());
+  }
+  const std::vector<host::Value> outputs =
+      host::callMany("feval", static_cast<int>(spec.numOutputs), arguments);
+  std::vector<Column> columns;
+  for (std::size_t i = 0; i < spec.numOutputs; ++i) {
+    if (i >= outputs.size() || outputs[i] == nullptr) {
+      host::raise("KALVEX:array:MissingOutput",
+                  {spec.label, std::to_string(i + 1), std::to_string(spec.numOutputs)});
+    }
+    columns.push_back(toColumn(outputs[i].get()));
+  }
+  return columns;
+}
+
+std::int64_t rowsOf(std::span<const Operand> inputs) {
+  const auto found = std::ranges::find(inputs, false, &Operand::isScalar);
+  return found != inputs.end() ? found->column.rows() : 1;
+}
+
+std::vector<Operand> sliceOf(std::span<const Operand> inputs, std::int64_t first,
+                             std::int64_t count) {
+  std::vector<Operand> slices(inputs.begin(), inputs.end());
+  for (Operand& slice : slices) {
+    if (!slice.isScalar) {
+      slice.column = slice.column.slice(first, count);
+    }
+  }
+  return slices;
+}
+
+}  // namespace
+
+std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle) {
+  if (!kxIsA(functionHandle, kFunctionHandle)) {
+    return kUnbounded;
+  }
+  const double bound = kxGetScalar(host::getProperty(functionHandle, "MaxNumSlices").get());
+  if (std::isinf(bound) || bound >= static_cast<double>(kUnbounded)) {
+    return kUnbounded;
+  }
+  if (!(bound >= 1)) {
+    host::raise("KALVEX:array:MaxNumSlices", {spec.label, fmt::format("{}", bound)});
+  }
+  return static_cast<std::int64_t>(bound);
+}
+
+std::vector<Column> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
+                                 std::span<const Operand> inputs) {
+  const std::int64_t rows = rowsOf(inputs);
+  const std::int64_t maxRows = maxRowsOf(spec, functionHandle);
+  if (rows <= maxRows) {
+    return callOnce(spec, functionHandle, inputs);
+  }
+  std::vector<std::vector<Column>> parts(spec.numOutputs);
+  for (std::int64_t first = 0; first < rows; first += maxRows) {
+    std::vector<Column> outputs =
+        callOnce(spec, functionHandle, sliceOf(inputs, first, std::min(maxRows, rows - first)));
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+      parts[i].push_back(std::move(outputs[i]));
+    }
+  }
+  std::vector<Column> joined;
+  for (const std::vector<Column>& part : parts) {
+    joined.push_back(concatenate(part));
+  }
+  return joined;
+}
+
+}  // namespace kv::runtime

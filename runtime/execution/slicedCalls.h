@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "execution/OpSpec.h"
+#include "kv/host/values.h"
+#include "kv/runtime/ElementFunctions.h"
+
+/// Users' functions that may take no more than so many rows at a time.
+namespace kv::runtime {
+
+/// The most rows that the function of a FunctionHandle takes at a time: its MaxNumSlices, rounded
+/// down; the largest count where there is no bound, or where a factory of a user's class stands in
+/// its place.
+///
+/// Errors: "KALVEX:array:MaxNumSlices" with the label of `spec` and the bound, if that is below 1.
+std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle);
+
+/// Calls the function of a FunctionHandle on the rows of the inputs, as many at a time as it takes,
+/// in order, and joins what it gives, output by output. Scalars go to each call.
+///
+/// Requires: inputs that aren't scalars have equally many rows.
+/// Errors: what the function raises; "KALVEX:array:MissingOutput"; those of `maxRowsOf`.
+std::vector<Column> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
+                                 std::span<const Operand> inputs);
+
+}  // namespace kv::runtime
