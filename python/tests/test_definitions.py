@@ -1,5 +1,9 @@
 """Functions and classes that are defined in Python."""
 
+import sys
+import threading
+from concurrent.futures import ThreadPoolExecutor
+
 import pytest
 
 from conftest import EXECUTOR, LAZY
@@ -33,6 +37,54 @@ def test_handles_call_what_they_name(bare):
     assert bare.call("feval", host.Function("add"), 1.0, 2.0) == 3.0
     assert bare.call("feval", lambda nargout, a: a, 4.0) == 4.0
     assert bare.call("str2func", "add")(1, 1.0, 2.0) == 3.0
+
+
+def test_a_function_runs_in_its_session_or_in_the_one_that_is_meant(bare):
+    bare.define_function("who", lambda nargout: "bare")
+    by_hand, bound = host.Function("who"), bare.call("str2func", "who")
+    assert by_hand(1) == "bare"
+    with host.Session(runtime=False) as other:
+        other.define_function("who", lambda nargout: "other")
+        other.define_function("ask", lambda nargout: (by_hand(1) + ", " + bound(1),))
+        assert other.call("ask") == "other, bare" and bound(1) == "bare"
+        with pytest.raises(host.Error, match="session.call") as caught:
+            by_hand(1)
+        assert caught.value.identifier == "KALVEX:session:Ambiguous"
+        assert caught.value.arguments == ["who", "2"]
+    bare.close()
+    for function, identifier in ((by_hand, "Ambiguous"), (bound, "Closed")):
+        with pytest.raises(host.Error) as caught:
+            function(1)
+        assert caught.value.identifier == "KALVEX:session:" + identifier
+
+
+def test_a_recursion_without_end_is_an_error(bare):
+    bare.define_function("again", lambda nargout: bare.call("again"))
+    with pytest.raises(host.Error) as caught:
+        bare.call("again")
+    assert caught.value.identifier == "KALVEX:python:RecursionError"
+
+    def unlimited():
+        before = sys.getrecursionlimit()
+        sys.setrecursionlimit(10**6)
+        try:
+            with host.Session(runtime=False) as s:
+                s.define_function("again", lambda nargout: s.call("again"))
+                with pytest.raises(host.Error) as caught:
+                    s.call("again")
+                s.define_function("again", lambda nargout: "usable")
+                assert s.call("again") == "usable"
+            return caught.value
+        finally:
+            sys.setrecursionlimit(before)
+
+    error = unlimited()
+    assert (error.identifier, error.arguments) == ("KALVEX:RecursionLimit", ["1000"])
+    before = threading.stack_size(512 * 1024)
+    with ThreadPoolExecutor(1) as small:
+        error = small.submit(unlimited).result()
+    threading.stack_size(before)
+    assert error.identifier == "KALVEX:RecursionLimit" and int(error.arguments[0]) < 1000
 
 
 def test_a_class_has_properties_methods_and_a_constructor(bare):

@@ -1,6 +1,7 @@
 """What people and type checkers see of the package."""
 
 import inspect
+import pydoc
 import subprocess
 import sys
 from pathlib import Path
@@ -18,6 +19,12 @@ def test_the_stub_says_what_the_extension_has(tmp_path):
     package = Path(host.__file__).parent
     assert (package / "py.typed").exists()
     assert (package / "_host.pyi").read_text() == made.read_text(), "see python/README.md"
+
+
+def test_the_help_fits_a_reader():
+    shown = pydoc.render_doc(host, renderer=pydoc.plaintext)
+    assert all(name in shown for name in host.__all__)
+    assert "inherited from numpy" not in shown and "inherited from builtins.str" not in shown
 
 
 @pytest.mark.parametrize("name", host.__all__)

@@ -158,9 +158,21 @@ def test_a_value_that_holds_itself_ends_in_an_error(echo):
         echo(ring)
 
 
-def test_a_cell_has_two_dimensions(echo):
-    with pytest.raises(ValueError, match="two dimensions, not 3"):
-        echo(host.Cell(np.empty((2, 2, 2), dtype=object)))
+def test_cells_and_strings_have_any_number_of_dimensions(echo):
+    texts = np.array([f"{i}" for i in range(24)], dtype=object).reshape(2, 3, 4)
+    for value in (host.Cell(texts), host.StringArray(texts)):
+        back = echo(value)
+        assert type(back) is type(value) and back.shape == (2, 3, 4)
+        np.testing.assert_array_equal(np.asarray(back), texts)
+    assert echo(host.Cell(texts[:, :, :1])).shape == (2, 3)
+    assert echo(host.Cell(texts[:, :0])).shape == (2, 0, 4)
+
+
+def test_a_cell_is_an_array_of_numpys(echo):
+    cell = echo(host.Cell([[1, "a"], [None, [2]]]))
+    assert isinstance(cell, np.ndarray) and np.asarray(cell).dtype == object
+    assert (cell == host.Cell([[1.0, "a"], [None, host.Cell([2.0])]])).all()
+    assert cell[:, 0].tolist() == [1.0, None] and "reshape" in dir(cell)
 
 
 def test_malformed_containers_are_refused():

@@ -1,5 +1,6 @@
 #include "HostSession.h"
 #include "NativeClasses.h"
+#include "support/SmallStack.h"
 
 namespace kv::test {
 namespace {
@@ -150,6 +151,27 @@ TEST_F(Dispatch, CallMethodGoesByClassAndName) {
   client = nullptr;
   EXPECT_EQ(failure([&] { callMethod("helper", 0); }),
             "KALVEX:class:AccessDenied | lab.Native | helper");
+}
+
+TEST_F(Dispatch, ARecursionWithoutEndIsAnErrorBeforeTheStackIsUsedUp) {
+  session.defineFunction("again", forwardsTo("again"));
+  EXPECT_EQ(failure([&] { call("again"); }), "KALVEX:RecursionLimit | 1000");
+  session.defineFunction("again", says("usable"));
+  EXPECT_EQ(said("again"), "usable");
+
+  runOnSmallStack([] {
+    host::Session small;
+    const host::Session::Scope current(small);
+    small.defineFunction("again", [](const Call& at) {
+      volatile char wide[4096] = {};  // as wide as a body may well be
+      forwardsTo("again")(at);
+      wide[0] = wide[1];
+    });
+    const auto recurse = [&] { small.call("again", 1, {}); };
+    const ErrorRecord error = errorOf(recurse);
+    EXPECT_EQ(error.identifier, "KALVEX:RecursionLimit");
+    EXPECT_LT(std::stoi(error.arguments.at(0)), 100);
+  });
 }
 
 }  // namespace
