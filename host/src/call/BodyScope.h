@@ -1,16 +1,20 @@
 #pragma once
 
+#include <cstddef>
+
 namespace kv::host {
 
 /// A body of a function, method or constructor runs. Counts how many run inside one another on this
 /// thread, so that a recursion without end becomes an error before it uses up the native stack.
+///
+/// One takes about 2 KiB of stack, through Python too.
 ///
 /// Errors: "KALVEX:RecursionLimit" with the number of bodies that run, when there are `kMaxBodies`,
 /// or less than `kStackReserve` bytes of the thread's stack are left.
 class BodyScope {
  public:
   static constexpr int kMaxBodies = 1000;
-  static constexpr unsigned long kStackReserve = 96 * 1024;
+  static constexpr std::size_t kStackReserve = 96 * 1024;
 
   BodyScope() {
     if (running_ >= kMaxBodies || isStackLow()) {
