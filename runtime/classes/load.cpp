@@ -25,18 +25,20 @@ void defineBuiltins(host::Session& session) {
 
 void loadCore(host::Session& session) {
   const host::Session::Scope scope(session);
-  session.load(KVInitialize_libkvbigdata);
-  defineBuiltins(session);
-  session.addLoadValidator(validateLoadedGraph);
-  guardCoreEvaluation(session);
+  session.load([&] {
+    KVInitialize_libkvbigdata();
+    defineBuiltins(session);
+    session.addLoadValidator(validateLoadedGraph);
+    guardCoreEvaluation(session);
+  });
 }
 
 void load(host::Session& session) {
-  static std::once_flag messagesEntered;
-  std::call_once(messagesEntered, enterMessages);
   const host::Session::Scope scope(session);
-  loadCore(session);
   session.load([&] {
+    static std::once_flag messagesEntered;
+    std::call_once(messagesEntered, enterMessages);
+    loadCore(session);
     defineFunctions(session);
     defineRandom(session);
     defineExceptions(session);

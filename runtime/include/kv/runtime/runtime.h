@@ -13,7 +13,7 @@ namespace kv::runtime {
 /// Enters everything in a session: the core's classes and builtins, the runtime's classes and
 /// functions, and their message texts.
 ///
-/// Errors: what a definition raises; std::bad_alloc.
+/// Errors: what a definition raises; "KALVEX:OutOfMemory".
 void load(host::Session& session);
 
 /// Enters the native core alone: its classes and builtins. Each class and function that it reaches
