@@ -19,11 +19,13 @@ struct Sizes {
   std::size_t recorded;    ///< objects or operations made in a row
   std::size_t sessions;    ///< opened, used and closed one after the other
   std::size_t patterns;    ///< random bit patterns of a number, which make no object
+  std::size_t faults;      ///< places among many at which a fault is let in
 };
 
-inline constexpr Sizes kQuick = {100'000, 1, 100'000, 50'000, 200'000, 100, 100'000};
-inline constexpr Sizes kFull = {100'000, 40, 1'000'000, 1'000'000, 8'000'000, 1'000, 1'000'000};
-inline constexpr Sizes kStress = {1'000, 4, 300, 300, 300, 3, 100'000};
+inline constexpr Sizes kQuick = {100'000, 1, 100'000, 50'000, 200'000, 100, 100'000, 300};
+inline constexpr Sizes kFull = {100'000, 40, 1'000'000, 1'000'000, 8'000'000, 1'000, 1'000'000,
+                                1'000'000'000};
+inline constexpr Sizes kStress = {1'000, 4, 300, 300, 300, 3, 100'000, 10};
 
 inline bool isStressed() {
   const char* stress = std::getenv("KV_STRESS");

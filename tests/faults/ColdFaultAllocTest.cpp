@@ -1,0 +1,103 @@
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "faults/FailingMemory.h"
+#include "faults/Scenario.h"
+#include "support/Worlds.h"
+
+namespace kv::test {
+namespace {
+
+/// A number that a process shares with the ones forked from it.
+class SharedNumber {
+ public:
+  SharedNumber()
+      : number_(
+            static_cast<std::uint64_t*>(mmap(nullptr, sizeof(std::uint64_t), PROT_READ | PROT_WRITE,
+                                             MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {}
+  ~SharedNumber() { munmap(number_, sizeof(std::uint64_t)); }
+  SharedNumber(const SharedNumber&) = delete;
+  SharedNumber& operator=(const SharedNumber&) = delete;
+  std::uint64_t& operator*() const { return *number_; }
+
+ private:
+  std::uint64_t* number_;
+};
+
+/// Runs `isGood` in a copy of this process. Result: its answer; false if the copy died.
+template <class Test>
+bool holdsInChild(Test isGood) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    _exit(isGood() ? 0 : 1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+/// Allocations that fail where a process has done nothing yet: what it makes once and keeps is made
+/// under the fault, in a copy of a process that stays cold itself. So these tests run in a process
+/// of their own.
+class ColdFaultAlloc : public testing::TestWithParam<ScenarioRow> {
+ protected:
+  static std::uint64_t count() {
+    const SharedNumber asked;
+    EXPECT_TRUE(holdsInChild([&] {
+      const auto scenario = GetParam().make();
+      const FailingMemory memory(0, Shortage::Once);
+      const Outcome outcome = Outcome::of(*scenario);
+      *asked = memory.asked();
+      return true;
+    }));
+    return *asked;
+  }
+
+  /// The work fails with a documented error or not at all, and then can be done.
+  static bool survives(std::uint64_t number, Shortage shortage) {
+    const auto scenario = GetParam().make();
+    const Outcome outcome = [&] {
+      const FailingMemory memory(number, shortage);
+      return Outcome::of(*scenario);
+    }();
+    const std::string first = outcome.text();
+    const std::string second = Outcome::of(*scenario).text();
+    const std::string third = Outcome::of(*scenario).text();
+    const bool isGood = second == third && (first == kOutOfMemory || first == second);
+    if (!isGood) {
+      std::printf("ended in: %s; then: %s; then: %s\n", first.c_str(), second.c_str(),
+                  third.c_str());
+    }
+    return isGood;
+  }
+};
+
+TEST_P(ColdFaultAlloc, WhatAProcessMakesOnceIsMadeAgainAfterAFailure) {
+  const std::uint64_t allocations = count();
+  const std::uint64_t step = std::max<std::uint64_t>(1, 10 * allocations / sizes().faults);
+  std::uint64_t trials = 0;
+  for (const Shortage shortage : {Shortage::Once, Shortage::Lasts}) {
+    for (std::uint64_t number = 1; number <= allocations; number += step) {
+      ++trials;
+      ASSERT_TRUE(holdsInChild([&] { return survives(number, shortage); }))
+          << "allocation " << number << nameOf(shortage);
+    }
+  }
+  std::printf("fault-alloc: %s, in a new process: %llu allocations, %llu failures let in\n",
+              GetParam().name, static_cast<unsigned long long>(allocations),
+              static_cast<unsigned long long>(trials));
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenarios, ColdFaultAlloc,
+                         testing::ValuesIn(scenarios().begin(), scenarios().end()), testName);
+
+}  // namespace
+}  // namespace kv::test

@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "faults/FailingMemory.h"
+#include "faults/Scenario.h"
+#include "support/Worlds.h"
+
+namespace kv::test {
+namespace {
+
+/// What a process holds that one run of a scenario must give back.
+struct Holdings {
+  host::Ledger ledger = host::ledger();
+  std::int64_t bytes = liveBytes();
+
+  bool operator==(const Holdings& other) const {
+    return ledger.objects == other.ledger.objects && ledger.arrays == other.ledger.arrays &&
+           ledger.payloads == other.ledger.payloads &&
+           ledger.payloadBytes == other.ledger.payloadBytes && bytes == other.bytes;
+  }
+};
+
+std::string difference(const Holdings& before, const Holdings& after) {
+  const auto text = [](const char* what, auto a, auto b) {
+    return std::to_string(static_cast<std::int64_t>(b) - static_cast<std::int64_t>(a)) + " " + what;
+  };
+  return text("objects, ", before.ledger.objects, after.ledger.objects) +
+         text("arrays, ", before.ledger.arrays, after.ledger.arrays) +
+         text("payloads, ", before.ledger.payloads, after.ledger.payloads) +
+         text("bytes", before.bytes, after.bytes);
+}
+
+/// What one run with a fault in it showed. Allocates nothing when all is well, so that what is left
+/// over can be counted around it.
+struct Trial {
+  bool isError = false;
+  std::string fault;  ///< what must not be, in words
+};
+
+class FaultAlloc : public testing::TestWithParam<ScenarioRow> {
+ protected:
+  static std::string outcome() {
+    const auto scenario = GetParam().make();
+    return Outcome::of(*scenario).text();
+  }
+
+  /// Allocations of one run without a fault.
+  static std::uint64_t count() {
+    const auto scenario = GetParam().make();
+    const FailingMemory memory(0, Shortage::Once);
+    const Outcome outcome = Outcome::of(*scenario);
+    return memory.asked();
+  }
+
+  static Trial run(std::uint64_t number, Shortage shortage, const std::string& expected) {
+    Trial trial;
+    const auto scenario = GetParam().make();
+    const Outcome outcome = [&] {
+      const FailingMemory memory(number, shortage);
+      return Outcome::of(*scenario);
+    }();
+    const std::string text = outcome.text();
+    trial.isError = text == kOutOfMemory;
+    if (!trial.isError && text != expected) {
+      trial.fault += "It ended in: " + text + "\n";
+    }
+    if (host::Session* session = scenario->session()) {
+      session->collect();
+      for (const std::string& broken : session->verify()) {
+        trial.fault += "The heap is broken: " + broken + "\n";
+      }
+    }
+    if (const std::string again = Outcome::of(*scenario).text(); again != expected) {
+      trial.fault += "The same work then ended in: " + again + "\n";
+    }
+    return trial;
+  }
+
+  /// The same, with what is left when it is over. What the process makes once and keeps isn't there
+  /// a second time.
+  static Trial runAndWeigh(std::uint64_t number, Shortage shortage, const std::string& expected) {
+    const Holdings before;
+    Trial trial = run(number, shortage, expected);
+    const Holdings after;
+    if (trial.fault.empty() && before != after) {
+      static_cast<void>(run(number, shortage, expected));
+      const Holdings later;
+      trial.fault = later != after ? "It leaves behind: " + difference(after, later) : "";
+    }
+    return trial;
+  }
+};
+
+TEST_P(FaultAlloc, EachFailureIsOneDocumentedErrorAndLeavesNothing) {
+  const std::string expected = outcome();
+  const std::uint64_t allocations = count();
+  const std::uint64_t step = std::max<std::uint64_t>(1, allocations / sizes().faults);
+  std::uint64_t trials = 0;
+  std::uint64_t errors = 0;
+  for (const Shortage shortage : {Shortage::Once, Shortage::Lasts}) {
+    for (std::uint64_t number = 1; number <= allocations; number += step) {
+      const Trial trial = runAndWeigh(number, shortage, expected);
+      ++trials;
+      errors += trial.isError ? 1u : 0u;
+      ASSERT_EQ(trial.fault, "") << "allocation " << number << nameOf(shortage);
+    }
+  }
+  std::printf("fault-alloc: %s: %llu allocations, %llu failures let in, %llu ended in an error\n",
+              GetParam().name, static_cast<unsigned long long>(allocations),
+              static_cast<unsigned long long>(trials), static_cast<unsigned long long>(errors));
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenarios, FaultAlloc,
+                         testing::ValuesIn(scenarios().begin(), scenarios().end()), testName);
+
+}  // namespace
+}  // namespace kv::test

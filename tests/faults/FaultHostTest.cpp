@@ -1,0 +1,141 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "faults/FailingHost.h"
+#include "faults/Scenario.h"
+#include "kv/host/values.h"
+#include "support/Worlds.h"
+
+namespace kv::test {
+namespace {
+
+using host::Value;
+
+Value ask(host::Session& session, const char* function) {
+  return std::move(session.call(function, 1, {}).front());
+}
+
+/// What a session must be found with after a fault as before it.
+class SessionState {
+ public:
+  explicit SessionState(host::Session& session)
+      : session_(session), stream_(ask(session, "RandStream.getGlobalStream")) {}
+
+  /// What has changed or is broken after `operation` failed, in words; empty if nothing.
+  std::string change(std::string_view operation) {
+    // Where the call that puts a stream back fails itself, that is silent, and the stream stays.
+    const bool mayKeepStream =
+        operation.find("RandStream.setGlobalStream") != std::string_view::npos;
+    std::string found;
+    if (!mayKeepStream &&
+        !kxIsSameValue(stream_.get(), ask(session_, "RandStream.getGlobalStream").get())) {
+      found += "another random stream is in force\n";
+    }
+    if (host::toLogical(ask(session_, "hasInternalStackFramesBuiltin").get())) {
+      found += "a user's stack is left in its slot\n";
+    }
+    session_.collect();
+    for (const std::string& broken : session_.verify()) {
+      found += "the heap is broken: " + broken + "\n";
+    }
+    return found;
+  }
+
+ private:
+  host::Session& session_;
+  Value stream_;
+};
+
+struct Trial {
+  std::string outcome;
+  std::string fault;  ///< what must not be, in words
+};
+
+/// A call that raises ends the work with its id, or its caller says that it does without. A wrong
+/// answer ends it with an error of the product, or was none that mattered.
+bool isAllowed(HostFault fault, const std::string& outcome, const std::string& expected) {
+  if (fault == HostFault::Raises) {
+    return outcome == kTestFault || outcome == expected;
+  }
+  return !outcome.starts_with("exception ") && outcome != "error KALVEX:NativeException";
+}
+
+class FaultHost : public testing::TestWithParam<ScenarioRow> {
+ protected:
+  static std::uint64_t count(HostFault fault) {
+    const auto scenario = GetParam().make();
+    const FailingHost host(0, fault);
+    const Outcome outcome = Outcome::of(*scenario);
+    return host.asked();
+  }
+
+  static Trial run(std::uint64_t number, HostFault fault, const std::string& expected) {
+    const host::Ledger before = host::ledger();
+    Trial trial;
+    {
+      const auto scenario = GetParam().make();
+      std::optional<SessionState> state;
+      if (host::Session* session = scenario->session()) {
+        state.emplace(*session);
+      }
+      std::string operation;
+      const Outcome outcome = [&] {
+        const FailingHost host(number, fault);
+        Outcome ended = Outcome::of(*scenario);
+        operation = host.failed();
+        return ended;
+      }();
+      trial.outcome = outcome.text();
+      if (!isAllowed(fault, trial.outcome, expected)) {
+        trial.fault += "ended in: " + trial.outcome + "\n";
+      }
+      if (state) {
+        trial.fault += state->change(operation);
+      }
+      if (const std::string again = Outcome::of(*scenario).text(); again != expected) {
+        trial.fault += "the same work then ended in: " + again + "\n";
+      }
+      if (!trial.fault.empty()) {
+        trial.fault += operation + " " + nameOf(fault);
+      }
+    }
+    const host::Ledger after = host::ledger();
+    if (after.objects != before.objects || after.arrays != before.arrays ||
+        after.payloads != before.payloads || after.payloadBytes != before.payloadBytes) {
+      trial.fault += "something is left behind";
+    }
+    return trial;
+  }
+};
+
+TEST_P(FaultHost, EachFailureComesOutAsItIsAndChangesNothing) {
+  const std::string expected = Outcome::of(*GetParam().make()).text();
+  for (const HostFault fault :
+       {HostFault::Raises, HostFault::AnswersNull, HostFault::AnswersOther}) {
+    const std::uint64_t operations = count(fault);
+    const std::uint64_t step = std::max<std::uint64_t>(1, operations / sizes().faults);
+    std::uint64_t trials = 0;
+    std::uint64_t unnoticed = 0;
+    for (std::uint64_t number = 1; number <= operations; number += step) {
+      const Trial trial = run(number, fault, expected);
+      ++trials;
+      unnoticed += trial.outcome == expected ? 1u : 0u;
+      EXPECT_EQ(trial.fault, "") << "operation " << number;
+    }
+    std::printf("fault-host: %s: of %llu operations %llu, one at a time: %s; %llu without effect\n",
+                GetParam().name, static_cast<unsigned long long>(operations),
+                static_cast<unsigned long long>(trials), nameOf(fault),
+                static_cast<unsigned long long>(unnoticed));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenarios, FaultHost,
+                         testing::ValuesIn(scenarios().begin(), scenarios().end()), testName);
+
+}  // namespace
+}  // namespace kv::test
