@@ -51,6 +51,19 @@ class Shape {
     return std::accumulate(extents_.begin() + 1, extents_.end(), std::size_t{1},
                            std::multiplies<>());
   }
+  /// True if it is that of so many elements. Forms no product, which could overflow.
+  bool hasElements(std::size_t count) const {
+    if (std::ranges::find(extents_, 0u) != extents_.end()) {
+      return count == 0;
+    }
+    for (const std::size_t extent : extents_) {
+      if (count % extent != 0) {
+        return false;
+      }
+      count /= extent;
+    }
+    return count == 1;
+  }
   /// Gives it to an array that was made of so many rows and columns.
   void giveTo(const Value& array) const {
     if (extents_.size() > 2) {
@@ -62,8 +75,17 @@ class Shape {
   std::vector<std::size_t> extents_;
 };
 
-/// Elements of something with `.shape`, column by column, as a list.
-nb::list elementsOf(nb::handle object) { return nb::list(object.attr("_columnwise")()); }
+/// Elements of something with that shape, column by column, in a tuple that nobody else changes.
+/// Errors: ValueError where they aren't as many as the shape says.
+nb::tuple elementsOf(nb::handle object, const Shape& shape) {
+  nb::tuple elements(object.attr("_columnwise")());
+  if (!shape.hasElements(nb::len(elements))) {
+    PyErr_Format(PyExc_ValueError, "a value of type %s has %zu elements, not as its shape says",
+                 Py_TYPE(object.ptr())->tp_name, nb::len(elements));
+    throw nb::python_error();
+  }
+  return elements;
+}
 
 Value charMatrixToHost(nb::handle chars) {
   std::vector<std::u16string> rows;
@@ -89,10 +111,11 @@ Value charMatrixToHost(nb::handle chars) {
 
 Value stringArrayToHost(nb::handle strings) {
   const Shape shape(strings);
+  const nb::tuple elements = elementsOf(strings, shape);
   Value array = Torvane::String::createStringArray(shape.rows(), shape.columns());
   shape.giveTo(array);
   std::size_t index = 0;
-  for (const nb::handle text : elementsOf(strings)) {
+  for (const nb::handle text : elements) {
     if (!text.is_none()) {
       Torvane::String::setString(array.get(), index, toUtf16(text));
     }
@@ -101,8 +124,7 @@ Value stringArrayToHost(nb::handle strings) {
   return array;
 }
 
-template <class Sequence>
-Value cellToHost(std::size_t rows, std::size_t columns, const Sequence& elements) {
+Value cellToHost(std::size_t rows, std::size_t columns, const nb::tuple& elements) {
   Value cell = matrix::from_kalvex(kxCreateCellMatrix(rows, columns));
   std::size_t index = 0;
   for (const nb::handle element : elements) {
@@ -111,9 +133,12 @@ Value cellToHost(std::size_t rows, std::size_t columns, const Sequence& elements
   return cell;
 }
 
+Value rowToHost(const nb::tuple& elements) { return cellToHost(1, nb::len(elements), elements); }
+
 Value shapedCellToHost(nb::handle cell) {
   const Shape shape(cell);
-  Value made = cellToHost(shape.rows(), shape.columns(), elementsOf(cell));
+  const nb::tuple elements = elementsOf(cell, shape);
+  Value made = cellToHost(shape.rows(), shape.columns(), elements);
   shape.giveTo(made);
   return made;
 }
@@ -132,30 +157,43 @@ Value emptyStructure(std::size_t rows, std::size_t columns,
   return matrix::from_kalvex(kxCreateStructMatrix(rows, columns, names));
 }
 
-void fillStructure(const Value& structure, std::size_t index, nb::handle record) {
-  PyObject* key = nullptr;
-  PyObject* value = nullptr;
-  Py_ssize_t place = 0;
-  while (PyDict_Next(record.ptr(), &place, &key, &value) != 0) {
+/// A copy, which stays as it is whatever code the conversion of its values runs.
+nb::dict recordOf(nb::handle dict) {
+  if (!PyDict_Check(dict.ptr())) {
+    PyErr_Format(PyExc_TypeError, "a record of a StructArray must be a dict, not %s",
+                 Py_TYPE(dict.ptr())->tp_name);
+    throw nb::python_error();
+  }
+  PyObject* copy = PyDict_Copy(dict.ptr());
+  if (copy == nullptr) {
+    throw nb::python_error();
+  }
+  return nb::steal<nb::dict>(copy);
+}
+
+void fillStructure(const Value& structure, std::size_t index, const nb::dict& record) {
+  for (const auto [key, value] : record) {
     const std::string field = toUtf8(key, "the key of a dict that is a structure");
     kxSetField(structure.get(), index, field, toHost(value).release());
   }
 }
 
 Value dictToHost(nb::handle dict) {
-  Value structure = emptyStructure(1, 1, fieldNames(dict));
-  fillStructure(structure, 0, dict);
+  const nb::dict record = recordOf(dict);
+  Value structure = emptyStructure(1, 1, fieldNames(record));
+  fillStructure(structure, 0, record);
   return structure;
 }
 
 Value structArrayToHost(nb::handle records) {
   const Shape shape(records);
+  const nb::tuple elements = elementsOf(records, shape);
   Value structure =
       emptyStructure(shape.rows(), shape.columns(), fieldNames(records.attr("fields")));
   shape.giveTo(structure);
   std::size_t index = 0;
-  for (const nb::handle record : elementsOf(records)) {
-    fillStructure(structure, index++, record);
+  for (const nb::handle record : elements) {
+    fillStructure(structure, index++, recordOf(record));
   }
   return structure;
 }
@@ -163,10 +201,11 @@ Value structArrayToHost(nb::handle records) {
 Value objectArrayToHost(nb::handle objects) {
   const std::string className = toUtf8(objects.attr("class_name"), "class_name");
   const Shape shape(objects);
+  const nb::tuple elements = elementsOf(objects, shape);
   Value array = matrix::from_kalvex(kcos::omCreateKCOSMatrix(
       shape.rows(), shape.columns(), kcos::internal::makeInterned(kcos::NameRef::of(className))));
   std::size_t index = 0;
-  for (const nb::handle element : elementsOf(objects)) {
+  for (const nb::handle element : elements) {
     if (!element.is_none()) {
       const kxArray* object = lentObject(element);
       if (object == nullptr || !kxIsA(object, kcos::NameRef::of(className))) {
@@ -200,8 +239,8 @@ Value otherToHost(nb::handle value) {
       return conversion.toHost(value);
     }
   }
-  if (nb::isinstance<Function>(value)) {
-    return nb::inst_ptr<Function>(value)->toHost();
+  if (const Function* function = instanceOf<Function>(value)) {
+    return function->toHost();
   }
   if (PyCallable_Check(value.ptr()) != 0) {
     return callableToHost(value);
@@ -217,14 +256,11 @@ Value otherToHost(nb::handle value) {
 }  // namespace
 
 const kxArray* lentObject(nb::handle value) {
-  if (!nb::isinstance<Object>(value)) {
-    return nullptr;
-  }
-  const Object& object = *nb::inst_ptr<Object>(value);
-  if (object.session() != Use::current()) {
+  const Object* object = instanceOf<Object>(value);
+  if (object != nullptr && object->session() != Use::current()) {
     raiseInPython("KALVEX:session:OtherSession");
   }
-  return object.array();
+  return object != nullptr ? object->array() : nullptr;
 }
 
 Value toHost(nb::handle value) {
@@ -249,12 +285,10 @@ Value toHost(nb::handle value) {
   }
   const Nesting nesting;
   if (PyList_Check(object)) {
-    return cellToHost(1, static_cast<std::size_t>(PyList_GET_SIZE(object)),
-                      nb::borrow<nb::list>(value));
+    return rowToHost(nb::tuple(value));
   }
   if (PyTuple_Check(object)) {
-    return cellToHost(1, static_cast<std::size_t>(PyTuple_GET_SIZE(object)),
-                      nb::borrow<nb::tuple>(value));
+    return rowToHost(nb::borrow<nb::tuple>(value));
   }
   if (PyDict_Check(object)) {
     return dictToHost(value);

@@ -175,6 +175,39 @@ def test_a_cell_is_an_array_of_numpys(echo):
     assert cell[:, 0].tolist() == [1.0, None] and "reshape" in dir(cell)
 
 
+def test_a_container_may_change_while_it_is_converted(echo):
+    """The conversion of an element runs Python code, which may change what holds it."""
+
+    def changing(change):
+        class Changing(host.Cell):
+            @property
+            def shape(self):
+                change()
+                return (1, 1)
+
+        return host.Cell([1.0]).view(Changing)
+
+    shrinking, growing, record = [], [], {}
+    shrinking += [changing(shrinking.clear), 3.0]
+    growing += [changing(lambda: growing.extend([2.0] * 99)), 3.0]
+    record.update(a=changing(record.clear), b=3.0)
+    assert echo(shrinking)[0, 1] == echo(growing)[0, 1] == echo(record)["b"] == 3.0
+
+
+@pytest.mark.parametrize("extents", [(5, 1), (2**40, 2**40), (1, 2**32, 2**32), (0, 1)])
+def test_a_shape_must_fit_its_elements(echo, extents):
+    class Boasting(host.Cell):
+        shape = extents
+
+    with pytest.raises(ValueError, match="has 1 elements"):
+        echo(host.Cell([1.0]).view(Boasting))
+
+
+def test_what_was_never_initialised_is_refused(echo):
+    with pytest.raises(TypeError, match="Object"):
+        echo(host.Object.__new__(host.Object))
+
+
 def test_malformed_containers_are_refused():
     with pytest.raises(ValueError):
         host.Chars(["a", "bc"])
