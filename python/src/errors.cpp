@@ -1,5 +1,6 @@
 #include "errors.h"
 
+#include <algorithm>
 #include <new>
 
 #include "Object.h"
@@ -94,7 +95,32 @@ void attachCause(const Value& exception, nb::handle cause, int depth) {
                                          : keeping(cause, identifierOf(cause)));
 }
 
-/// The object that an Error came with, if it is one of the current session.
+/// What an Error says.
+struct Wording {
+  std::string identifier;
+  std::string message;
+  std::vector<std::string> arguments;
+};
+
+Wording wordingOf(nb::handle error) {
+  Wording wording{textOf(error.attr("identifier")), textOf(error.attr("message")), {}};
+  for (const nb::handle argument : error.attr("arguments")) {
+    wording.arguments.push_back(textOf(argument));
+  }
+  return wording;
+}
+
+/// True if the exception says so, too. An empty message and a missing argument say nothing.
+bool says(const kxArray* exception, const Wording& wording) {
+  const host::ErrorRecord record =
+      host::errorRecord(KExceptionEnvelope(kcos::omGetArrayElement(exception, 0)));
+  return record.identifier == wording.identifier &&
+         (wording.message.empty() || record.message == wording.message) &&
+         (wording.arguments.empty() || record.arguments == wording.arguments);
+}
+
+/// The object that an Error came with, if it is one of the current session. Who raises an Error
+/// again may have changed it, so that it says something else.
 Value objectOf(nb::handle error) {
   const nb::object object = error.attr("object");
   const Object* wrapped = instanceOf<Object>(object);
@@ -104,15 +130,13 @@ Value objectOf(nb::handle error) {
 }
 
 Value exceptionOfError(nb::handle error, int depth) {
-  if (Value object = objectOf(error)) {
+  const Wording wording = wordingOf(error);
+  if (Value object = objectOf(error); object != nullptr && says(object.get(), wording)) {
     return object;
   }
-  std::vector<Value> arguments;
-  for (const nb::handle argument : error.attr("arguments")) {
-    arguments.push_back(host::makeChars(textOf(argument)));
-  }
-  Value exception = makeException(textOf(error.attr("identifier")), textOf(error.attr("message")),
-                                  std::move(arguments));
+  std::vector<Value> arguments(wording.arguments.size());
+  std::ranges::transform(wording.arguments, arguments.begin(), host::makeChars);
+  Value exception = makeException(wording.identifier, wording.message, std::move(arguments));
   host::setSlot(exception.get(), "stack", stackOf(error));
   const nb::object cause = error.attr("cause");
   attachCause(exception, cause.is_none() ? error.attr("__cause__") : cause, depth);

@@ -87,6 +87,23 @@ def test_what_is_no_error_passes_through_as_itself(bare, stop):
     assert bare.call("str2func", "outer") == host.Function("outer")
 
 
+def test_an_error_that_was_changed_is_raised_as_it_stands(bare):
+    def passes_on(nargout, message):
+        try:
+            bare.call("no.such.function")
+        except host.Error as error:
+            error.message = message
+            error.arguments.append("more")
+            raise
+
+    bare.define_function("passes_on", passes_on)
+    with pytest.raises(host.Error) as caught:
+        bare.call("passes_on", "changed")
+    assert caught.value.message == "changed"
+    assert caught.value.arguments == ["no.such.function", "more"]
+    assert caught.value.identifier == caught.value.object.get("identifier")
+
+
 def test_an_error_that_can_not_be_read_says_why(bare):
     class Torn(host.Error):
         def __init__(self):
