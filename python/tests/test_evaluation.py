@@ -257,3 +257,9 @@ def test_the_interpreter_runs_on_while_an_evaluation_does(many):
     stop.set()
     thread.join()
     assert during > 5
+
+
+def test_a_datastore_needs_a_path(session):
+    with pytest.raises(host.Error) as caught:
+        session.call("kalvex.io.CsvDatastore", [])
+    assert caught.value.arguments == ["Input", "at least one path", "1x0 cell"]

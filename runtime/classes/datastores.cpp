@@ -20,6 +20,9 @@ using host::Value;
 /// CsvDatastore(paths, names of columns, names of their types)
 void constructCsv(const Call& call) {
   const std::vector<std::string> paths = host::toTexts(call.in(1));
+  if (paths.empty()) {
+    host::raiseInvalidType("Input", "at least one path", call.in(1));
+  }
   const std::vector<std::string> columns =
       call.nrhs > 2 ? host::toTexts(call.in(2)) : std::vector<std::string>{};
   const std::vector<std::string> types =

@@ -139,7 +139,7 @@ KV_HOST_API bool kxIsSameValue(const kxArray* a, const kxArray* b) noexcept;
                                                          kxClassID classId, const void* data,
                                                          std::shared_ptr<const void> keepAlive);
 
-/// First element as a double. Requires: a non-empty numeric, logical or char array.
+/// First element of a numeric, logical or char array as a double; NaN where there is none.
 KV_HOST_API double kxGetScalar(const kxArray* array) noexcept;
 /// Requires: class logical.
 KV_HOST_API const bool* kxGetLogicals(const kxArray* array) noexcept;

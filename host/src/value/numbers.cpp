@@ -1,3 +1,4 @@
+#include <limits>
 #include <memory>
 #include <span>
 #include <stdexcept>
@@ -69,7 +70,10 @@ kxArray* kxCreateBorrowedArray(std::span<const std::size_t> allDimensions, kxCla
 }
 
 double kxGetScalar(const kxArray* array) noexcept {
-  double value = 0;
+  double value = std::numeric_limits<double>::quiet_NaN();
+  if (kxIsEmpty(array)) {
+    return value;
+  }
   kv::host::withElementType(array->classId(), [&]<class T>(const T*) {
     value = static_cast<double>(*static_cast<const T*>(array->data()));
   });
