@@ -13,9 +13,9 @@ namespace bigdata::lazyeval {
 using ki::KalvexManagedPtr;
 
 ElementwiseOperation::ElementwiseOperation(const ki::KalvexManagedConstructInfo& info)
-    : SlicewiseFusableOperation(info),
-      functionHandle_(selfInterface(),
-                      ki::createManagedObject<FunctionHandle>(matrix::ArrayPtr())) {
+    : SlicewiseFusableOperation(info) {
+  // A collection may look at this object while others are made, so all of it stands by then.
+  setFunctionHandle(ki::createManagedObject<FunctionHandle>(matrix::ArrayPtr()));
   setOptions(ki::createManagedObject<PartitionedArrayOptions>());
 }
 
