@@ -1,6 +1,7 @@
 #include "execution/failures.h"
 
 #include "kv/host/errors.h"
+#include "kv/runtime/FunctionError.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -32,18 +33,14 @@ Value failureObject(const std::exception_ptr& failure) {
     return exceptionObject(envelope);
   } catch (const FunctionError& error) {
     return caught([&] { raiseAsHostError(error); });
-  } catch (const DataError& error) {
+  } catch (const IdentifiedError& error) {
     raiseAsHostError(error);
   }
 }
 
 }  // namespace
 
-void raiseAsHostError(const DataError& error) {
-  host::raiseWithMessage(error.id(), error.what(), error.arguments());
-}
-
-void raiseAsHostError(const FunctionError& error) {
+void raiseAsHostError(const IdentifiedError& error) {
   host::raiseWithMessage(error.id(), error.what(), error.arguments());
 }
 

@@ -6,23 +6,19 @@
 #include <string>
 
 #include "kv/host/values.h"
-#include "kv/runtime/DataError.h"
-#include "kv/runtime/FunctionError.h"
+#include "kv/runtime/IdentifiedError.h"
 
 namespace kv::runtime {
 
 /// Raises an error of the runtime's own kinds as the host's, with its id, arguments and sentence.
-[[noreturn]] void raiseAsHostError(const DataError& error);
-[[noreturn]] void raiseAsHostError(const FunctionError& error);
+[[noreturn]] void raiseAsHostError(const IdentifiedError& error);
 
 /// Runs `action`; what it throws of the runtime's own kinds becomes an error of the host.
 template <class Action>
 auto withHostErrors(Action&& action) -> decltype(action()) {
   try {
     return action();
-  } catch (const DataError& error) {
-    raiseAsHostError(error);
-  } catch (const FunctionError& error) {
+  } catch (const IdentifiedError& error) {
     raiseAsHostError(error);
   }
 }

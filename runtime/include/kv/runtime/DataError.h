@@ -1,9 +1,6 @@
 #pragma once
 
-#include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
+#include "kv/runtime/IdentifiedError.h"
 
 namespace kv::runtime {
 
@@ -32,17 +29,9 @@ namespace kv::runtime {
 ///     KALVEX:datastore:BadTypeOverride    text
 ///     KALVEX:datastore:SourceChanged      path
 ///     KALVEX:datastore:SourceGone         path
-class DataError : public std::runtime_error {
+class DataError : public IdentifiedError {
  public:
-  DataError(std::string id, std::vector<std::string> arguments, const std::string& message)
-      : std::runtime_error(message), id_(std::move(id)), arguments_(std::move(arguments)) {}
-
-  const std::string& id() const noexcept { return id_; }
-  const std::vector<std::string>& arguments() const noexcept { return arguments_; }
-
- private:
-  std::string id_;
-  std::vector<std::string> arguments_;
+  using IdentifiedError::IdentifiedError;
 };
 
 }  // namespace kv::runtime
