@@ -108,5 +108,7 @@ def test_a_wrong_question_leaves_the_older_file(run: Run) -> None:
     before = (run.folder / "kept.kv").read_bytes()
     refused(run, "save", "kept.kv", "small.csv", "sum(z)", code=2)
     refused(run, "save", "kept.kv", "small.csv", code=2)
+    assert "Remove it first" in refused(run, "save", "whole.csv", "small.csv", "sum(x)", code=2)
+    assert (run.folder / "whole.csv").read_text().startswith("n\n")
     assert (run.folder / "kept.kv").read_bytes() == before
     assert sorted(path.name for path in run.folder.iterdir()) == ["kept.kv", "small.csv", "whole.csv"]

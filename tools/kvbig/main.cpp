@@ -74,7 +74,8 @@ void addExplain(CLI::App& app, QueryRequest& request) {
 void addSave(CLI::App& app, QueryRequest& request) {
   CLI::App* save = app.add_subcommand("save", "Save what a query would do; reads no data");
   save->footer(kv::shell::queryHelp());
-  save->add_option("FILE", request.saveTo, "Where to; what is there is replaced")->required();
+  save->add_option("FILE", request.saveTo, "Where to; an older file of saved arrays is replaced")
+      ->required();
   addQuestion(*save, request);
   save->callback([&] { kv::shell::runQuery(request); });
 }

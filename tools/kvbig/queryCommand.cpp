@@ -130,6 +130,22 @@ Gathered evaluate(Session& session, const std::vector<Array>& arrays, const Quer
   }
 }
 
+/// A word too few on the command line must not cost a table.
+/// Errors: UsageError if there is something at `path` that no save wrote.
+void refuseToReplaceOthers(const std::string& path) {
+  std::error_code ignored;
+  if (!std::filesystem::exists(path, ignored)) return;
+  try {
+    Session().open(path);
+  } catch (const Error& error) {
+    if (error.identifier() == "KALVEX:load:UnknownClass") return;
+    throw UsageError(
+        fmt::format("\"{}\" is there and holds no saved arrays\n"
+                    "Remove it first if it is to be replaced.",
+                    path));
+  }
+}
+
 void save(Session& session, const std::string& path, const std::vector<Array>& arrays,
           const std::vector<std::string>& names) {
   std::vector<NamedArray> named;
@@ -142,6 +158,7 @@ void save(Session& session, const std::string& path, const std::vector<Array>& a
 }  // namespace
 
 void runQuery(const QueryRequest& request) {
+  if (request.saveTo) refuseToReplaceOthers(*request.saveTo);
   const Query query = readQuery(request);
   Session session;
   session.seed(seedOf(request));
