@@ -10,13 +10,18 @@
 namespace kv::python {
 namespace {
 
+/// A copy, which stays as it is whatever code the conversion of its values runs.
 nb::dict dictOf(nb::handle object, const char* role) {
   if (!PyDict_Check(object.ptr())) {
     PyErr_Format(PyExc_TypeError, "%s must be a dict, not %s", role,
                  Py_TYPE(object.ptr())->tp_name);
     throw nb::python_error();
   }
-  return nb::borrow<nb::dict>(object);
+  PyObject* copy = PyDict_Copy(object.ptr());
+  if (copy == nullptr) {
+    throw nb::python_error();
+  }
+  return nb::steal<nb::dict>(copy);
 }
 
 std::vector<std::string> textsOf(nb::handle object, const char* role) {

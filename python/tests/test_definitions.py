@@ -224,6 +224,20 @@ def test_a_constructor_may_use_what_it_inherits_before_it_is_made(bare):
     assert seen == ["factory", 4.0]
 
 
+def test_properties_may_change_while_a_class_is_defined(bare):
+    properties = {}
+
+    class Changing(host.Cell):
+        @property
+        def shape(self):
+            properties.clear()
+            return (1, 1)
+
+    properties.update(a=host.Cell([1.0]).view(Changing), b=2.0)
+    bare.define_class("C", properties=properties)
+    assert bare.new("C").get("a")[0, 0] == 1.0 and bare.new("C").get("b") == 2.0
+
+
 def test_a_description_lists_members_in_order(bare):
     bare.define_class("C", properties={"b": 1, "a": host.Property(2, get=1, set=2)}, sealed=True)
     described = bare.describe("C")
