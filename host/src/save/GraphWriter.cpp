@@ -40,7 +40,8 @@ Value elementAt(const kxArray* container, std::size_t index) {
   if (container->classId() == kxOBJECT_CLASS) {
     return matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(container, index)));
   }
-  return matrix::sharedCopy(kxGetCell(container, index));
+  return matrix::sharedCopy(
+      static_cast<const ContainerPayload&>(*container->payload).elements[index]);
 }
 
 /// The payload by which a value is known again; null for one that is written each time.
