@@ -234,13 +234,13 @@ constexpr Conversion kConversions[] = {
 };
 
 Value otherToHost(nb::handle value) {
+  if (const Function* function = instanceOf<Function>(value)) {
+    return function->toHost();
+  }
   for (const Conversion& conversion : kConversions) {
     if (isA(value, conversion.type)) {
       return conversion.toHost(value);
     }
-  }
-  if (const Function* function = instanceOf<Function>(value)) {
-    return function->toHost();
   }
   if (PyCallable_Check(value.ptr()) != 0) {
     return callableToHost(value);
