@@ -158,6 +158,11 @@ const HostileFile kValues[] = {
        f.root(f.full(kxDOUBLE_CLASS, {0, 1ULL << 63, 1ULL << 63}, ""));
      },
      "Corrupt | VALS"},
+    {"no texts in too many columns",
+     [](RawFile& f) {
+       f.root(f.full(kxSTRING_CLASS, {0, 1ULL << 58}, ""));
+     },
+     "Corrupt | VALS"},
     {"a cell with more elements than bytes",
      [](RawFile& f) {
        f.root(f.full(kxCELL_CLASS, {1, 1'000'000}, "1234"));
@@ -277,14 +282,6 @@ const HostileFile kObjects[] = {
        f.root(f.object(f.shape("user.Thing"), {f.record({})}, ObjectForm::Record));
      },
      "Corrupt | OBJS"},
-    {"an array without a record",
-     [](RawFile& f) { f.root(f.object(f.shape(kLazy + "LazyPartitionedArray"))); },
-     "Corrupt | OBJS"},
-    {"a record without its fields",
-     [](RawFile& f) {
-       f.root(arrayOf(f, f.record({{"Version", f.chars("7.2")}})));
-     },
-     "Corrupt | OBJS"},
     {"a record of no elements",
      [](RawFile& f) {
        f.root(arrayOf(f, f.full(kxSTRUCT_CLASS, {0, 1}, packed({1u, f.name("Version")}))));
@@ -305,47 +302,20 @@ const HostileFile kObjects[] = {
      "Corrupt | OBJS"},
 };
 
+/// The setters of the core see the class of what they are given; whether a graph as a whole can be
+/// evaluated is the business of a library's validator.
 const HostileFile kGraphs[] = {
-    {"a closure that reads its own output", graph([](RawGraph& g) { g.input = g.kFuture; }),
-     "Corrupt | OBJS"},
-    {"two closures that read each other", graph([](RawGraph& g) {
-       g.inputPromiseClosure = g.kSecondClosure;
-       g.isInputDone = false;
-       g.secondOutput = g.kInputPromise;
-       g.secondInput = g.kFuture;
-     }),
-     "Corrupt | OBJS"},
-    {"a pending promise without a closure", graph([](RawGraph& g) { g.isInputDone = false; }),
-     "Corrupt | OBJS"},
-    {"a future without a promise", graph([](RawGraph& g) { g.futurePromise = {}; }),
-     "Corrupt | OBJS"},
-    {"a future with another's promise",
-     graph([](RawGraph& g) { g.futurePromise = g.kInputPromise; }), "Corrupt | OBJS"},
-    {"a promise with another's future", graph([](RawGraph& g) { g.promiseFuture = g.kInput; }),
-     "Corrupt | OBJS"},
-    {"output 0 of a closure", graph([](RawGraph& g) { g.outputIndex = 0; }), "Corrupt | OBJS"},
-    {"output 2 of a closure of one", graph([](RawGraph& g) { g.outputIndex = 2; }),
-     "Corrupt | OBJS"},
-    {"output 1.5 of a closure", graph([](RawGraph& g) { g.outputIndex = 1.5; }), "Corrupt | OBJS"},
     {"output -1 of a closure", graph([](RawGraph& g) { g.outputIndex = -1; }), "Corrupt | OBJS"},
-    {"a promise in two closures", graph([](RawGraph& g) {
-       g.inputPromiseClosure = g.kSecondClosure;
-       g.isInputDone = false;
-       g.secondOutput = g.kPromise;
-     }),
-     "Corrupt | OBJS"},
-    {"a promise whose closure doesn't hold it",
-     graph([](RawGraph& g) { g.output = g.kInputPromise; }), "Corrupt | OBJS"},
     {"a thing as a promise", graph([](RawGraph& g) { g.futurePromise = g.kThing; }),
      "Corrupt | OBJS"},
     {"a thing as a closure", graph([](RawGraph& g) { g.promiseClosure = g.kThing; }),
+     "Corrupt | OBJS"},
+    {"a thing as a future", graph([](RawGraph& g) { g.promiseFuture = g.kThing; }),
      "Corrupt | OBJS"},
     {"a thing as an operation", graph([](RawGraph& g) { g.operation = g.kThing; }),
      "Corrupt | OBJS"},
     {"a thing as an input", graph([](RawGraph& g) { g.input = g.kThing; }), "Corrupt | OBJS"},
     {"a closure as an output", graph([](RawGraph& g) { g.output = g.kClosure; }), "Corrupt | OBJS"},
-    {"a closure without an operation", graph([](RawGraph& g) { g.operation = {}; }),
-     "Corrupt | OBJS"},
 };
 
 /// Loads the files of a table in one session. Each must be refused as its row says, with nothing
@@ -380,7 +350,7 @@ void expectRefused(const char* kind, std::span<const HostileFile> files) {
 TEST(HostileFiles, WithTablesThatDontFit) { expectRefused("tables", kTables); }
 TEST(HostileFiles, WithValuesThatCantBe) { expectRefused("values", kValues); }
 TEST(HostileFiles, WithObjectsThatCantBeMade) { expectRefused("objects", kObjects); }
-TEST(HostileFiles, WithGraphsThatCantBeEvaluated) { expectRefused("graphs", kGraphs); }
+TEST(HostileFiles, WithGraphsOfWrongObjects) { expectRefused("graphs", kGraphs); }
 
 TEST(HostileFiles, AreHostileInOneThingOnly) {
   LoadingSession session;

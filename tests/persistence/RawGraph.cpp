@@ -28,20 +28,16 @@ void RawGraph::addTo(RawFile& file) const {
       file.shape(kPackage + "Closure", {"Id", "Operation", "InputFutures", "OutputPromises"});
   const auto operationShape = file.shape("TestOperation", {"NumInputs", "NumOutputs"});
   const Reference one = file.number(1);
-  const Reference done = flag(file, true);
-  const Reference pending = flag(file, false);
-
   file.object(future, {futurePromise});
   file.object(promise, {text(file, "p_1"), promiseClosure, file.number(outputIndex), promiseFuture,
-                        Reference(), pending});
+                        Reference(), flag(file, false)});
   file.object(closure, {text(file, "c_1"), operation, input, output});
-  file.object(operationShape, {one, file.number(numOutputs)});
-  file.object(future, {inputFuturePromise});
-  file.object(promise, {text(file, "p_2"), inputPromiseClosure, file.number(0), inputPromiseFuture,
-                        isInputDone ? one : Reference(), isInputDone ? done : pending});
-  file.object(closure, {text(file, "c_2"), kOperation, secondInput, secondOutput});
+  file.object(operationShape, {one, one});
+  file.object(future, {kInputPromise});
+  file.object(promise,
+              {text(file, "p_2"), Reference(), file.number(0), kInput, one, flag(file, true)});
   file.object(file.shape("user.Thing"));
-  file.root(root);
+  file.root(kFuture);
 }
 
 }  // namespace kv::test

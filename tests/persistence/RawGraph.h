@@ -15,24 +15,15 @@ struct RawGraph {
   static constexpr Reference kOperation = Reference::object(3);
   static constexpr Reference kInput = Reference::object(4);
   static constexpr Reference kInputPromise = Reference::object(5);
-  static constexpr Reference kSecondClosure = Reference::object(6);
-  static constexpr Reference kThing = Reference::object(7);
+  static constexpr Reference kThing = Reference::object(6);
 
   Reference futurePromise = kPromise;
   Reference promiseClosure = kClosure;
   Reference promiseFuture = kFuture;
   double outputIndex = 1;
-  double numOutputs = 1;
   Reference operation = kOperation;
   Reference input = kInput;
   Reference output = kPromise;
-  Reference inputFuturePromise = kInputPromise;
-  Reference inputPromiseClosure{};
-  Reference inputPromiseFuture = kInput;
-  bool isInputDone = true;
-  Reference secondInput = kInput;
-  Reference secondOutput{};
-  Reference root = kFuture;
 
   /// Adds the graph to an empty file.
   void addTo(RawFile& file) const;

@@ -14,6 +14,8 @@ namespace {
 using namespace format;
 
 constexpr std::size_t kMaxDimensions = 32;
+/// What a value counts an element of a container or a text as, whatever it holds.
+constexpr std::size_t kLargestElement = 64;
 /// Neither memory nor a signed size holds more bytes.
 constexpr std::size_t kMaxBytes = std::numeric_limits<std::ptrdiff_t>::max();
 
@@ -118,7 +120,8 @@ void checkForm(const SavedValue& value, const ValueCheck& check) {
 
 /// The product of the dimensions, none of whose parts overflows.
 std::size_t checkedElements(const SavedValue& value, const ValueCheck& check) {
-  const std::size_t bytes = std::max<std::size_t>(classIdFacts(value.classId()).elementBytes, 8);
+  const std::size_t plain = classIdFacts(value.classId()).elementBytes;  // 0 for containers
+  const std::size_t bytes = plain == 0 ? kLargestElement : std::max<std::size_t>(plain, 8);
   std::size_t limit = kMaxBytes / bytes;
   for (std::size_t i = 1; i < value.dimensions.size(); ++i) {
     check.require(value.dimensions[i] <= limit, "the value has too many elements");
