@@ -122,3 +122,22 @@ def test_arrays_may_go_while_their_cache_node_is_made(core):
     done = core.call("createFromConstantBuiltin", 1)
     second = core.call("applyOperationBuiltin", plain, 1)
     assert raises_invalid_handle(done.invoke, "updateforreuse", second)
+
+
+def test_a_handle_that_holds_itself_ends_in_an_error(core):
+    handle = core.new(
+        INTERNAL + "FunctionHandle", host.Function("f"), "CaptureErrorStack", False
+    )
+    handle.set("Handle", handle, as_class=INTERNAL + "FunctionHandle")
+    seen = []
+
+    def build(nargout, error):
+        seen.append(error.get("identifier"))
+        return error
+
+    core.define_function("kalvex.bigdata.BigDataException.build", build)
+    core.define_function("attachSubmissionStack", lambda nargout, error, stack: error)
+    core.define_function("updateAndRethrow", lambda nargout, error: None)
+    core.call("feval", handle)
+    assert seen[0] == "KALVEX:RecursionLimit"
+    assert core.call("canSkipGather", 1) is True

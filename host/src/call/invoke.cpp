@@ -54,6 +54,7 @@ void invokeNative(SessionState& session, const Method& method, const Call& call)
   const NativeInputs inputs(call);
   NativeOutputs outputs(call);
   int written = call.nlhs;
+  const BodyScope inside;
   const RunningScope running(session, nullptr);
   method.native->invoke(method.owner->client(), written, outputs.data(), call.nrhs, inputs.data());
   outputs.handOver(call);
