@@ -157,6 +157,7 @@ KV_HOST_API std::u16string_view kxGetChars(const kxArray* array) noexcept;
 // Elements are null until set. Setting takes the value over. Reading lends.
 
 [[nodiscard]] KV_HOST_API kxArray* kxCreateCellMatrix(std::size_t rows, std::size_t columns);
+/// Null also where the array is no cell, or has no such element.
 KV_HOST_API const kxArray* kxGetCell(const kxArray* array, std::size_t index) noexcept;
 KV_HOST_API void kxSetCell(kxArray* array, std::size_t index, kxArray* value);
 

@@ -57,6 +57,9 @@ kxArray* kxCreateCellMatrix(std::size_t rows, std::size_t columns) {
 }
 
 const kxArray* kxGetCell(const kxArray* array, std::size_t index) noexcept {
+  if (kxGetClassID(array) != kxCELL_CLASS || index >= array->elementCount()) {
+    return nullptr;
+  }
   return static_cast<const ContainerPayload&>(*array->payload).elements[index];
 }
 
