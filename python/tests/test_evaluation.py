@@ -74,7 +74,7 @@ def test_what_is_marked_for_reuse_is_computed_once(numbers):
     assert numbers.gather(numbers.sum(both)) == 2001 * 3000 and sum(calls) == 2000
 
 
-def make_operation(s, feval, strategy):
+def make_operation(s, feval, strategy, dependencies=None, outputs=1):
     """An operation of a class of its own, whose task has a factory of a class of its own."""
     s.define_class(
         "mine.Factory",
@@ -82,9 +82,10 @@ def make_operation(s, feval, strategy):
         methods={"feval": feval},
     )
 
-    def tasks(nargout, operation, dependencies, *rest):
+    def tasks(nargout, operation, given, *rest):
+        inputs = given if dependencies is None else dependencies
         return s.call(
-            EXECUTOR + "ExecutionTask", dependencies, s.new("mine.Factory"), strategy, 1
+            EXECUTOR + "ExecutionTask", inputs, s.new("mine.Factory"), strategy, outputs
         )
 
     s.define_class(
@@ -94,6 +95,31 @@ def make_operation(s, feval, strategy):
         methods={"createExecutionTasks": tasks},
     )
     return s.new("mine.Operation")
+
+
+@pytest.mark.parametrize(
+    "dependencies",
+    [5, "x", [1], [[]], [[1, 2, 3, 4]], [[host.Function("f"), 1]], {"task": 1}],
+    ids=repr,
+)
+def test_dependencies_that_a_task_made_up_are_refused(numbers, dependencies):
+    same = make_operation(
+        numbers.session, lambda nargout, factory, chunk: chunk, np.zeros((0, 0)), dependencies
+    )
+    array = numbers.session.call("applyOperationBuiltin", same, numbers.x)
+    with pytest.raises(host.Error) as caught:
+        numbers.gather(array)
+    assert caught.value.arguments[0] == "The dependencies of a task"
+
+
+def test_an_output_that_a_task_says_it_hasnt_is_refused(numbers):
+    same = make_operation(
+        numbers.session, lambda nargout, factory, chunk: chunk, np.zeros((0, 0)), outputs=0
+    )
+    array = numbers.session.call("applyOperationBuiltin", same, numbers.x)
+    with pytest.raises(host.Error) as caught:
+        numbers.gather(array)
+    assert caught.value.arguments == ["1", "0"]
 
 
 def test_an_operation_class_written_in_python_runs(numbers):

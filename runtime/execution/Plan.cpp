@@ -28,18 +28,44 @@ bool isBroadcast(const kxArray* strategy) {
          host::toLogical(host::getProperty(strategy, "IsBroadcast").get());
 }
 
+[[noreturn]] void refuseDependencies(const kxArray* value) {
+  host::raise("KALVEX:validateattributes:invalidType",
+              {"The dependencies of a task", "as createExecutionTasks was given them",
+               kxGetClassName(value)});
+}
+
+std::size_t numCells(const kxArray* value) {
+  return kxGetClassID(value) == kxCELL_CLASS ? kxGetNumberOfElements(value) : 0;
+}
+
+/// An output of a task, from its number, which counts from 1.
+std::size_t outputOf(const PlanTask& task, const kxArray* number) {
+  const std::size_t output = host::toCount(number, task.spec->numOutputs);
+  if (output == 0) {
+    host::raise("KALVEX:validateattributes:invalidType", {"Output", "at least 1", "0"});
+  }
+  return output - 1;
+}
+
 /// One entry of a task's dependencies: {task, output from 1} or {value, metadata, whether it is a
-/// constant}.
-PlanInput readInput(const kxArray* entry, const ObjectIndex& indexOf) {
+/// constant}. Users' own tasks bring it, too.
+PlanInput readInput(const kxArray* entry, const std::vector<PlanTask>& before,
+                    const ObjectIndex& indexOf) {
   PlanInput input;
-  const kxArray* first = kxGetCell(entry, 0);
-  if (kxGetNumberOfElements(entry) == 2) {
-    input.task = indexOf.at(objectOf(first));
-    input.output = static_cast<std::size_t>(kxGetScalar(kxGetCell(entry, 1))) - 1;
-  } else {
-    input.value = matrix::sharedCopy(first);
+  const std::size_t parts = numCells(entry);
+  if (parts == 2) {
+    const auto found = indexOf.find(objectOf(kxGetCell(entry, 0)));
+    if (found == indexOf.end()) {
+      refuseDependencies(entry);
+    }
+    input.task = found->second;
+    input.output = outputOf(before[static_cast<std::size_t>(input.task)], kxGetCell(entry, 1));
+  } else if (parts == 3) {
+    input.value = matrix::sharedCopy(kxGetCell(entry, 0));
     input.metadata = matrix::sharedCopy(kxGetCell(entry, 1));
     input.isConstant = host::toLogical(kxGetCell(entry, 2));
+  } else {
+    refuseDependencies(entry);
   }
   return input;
 }
@@ -73,14 +99,19 @@ host::Value readFactory(const kxArray* task) {
   return factory;
 }
 
-PlanTask readTask(const host::Value& object, const ObjectIndex& indexOf) {
+PlanTask readTask(const host::Value& object, const std::vector<PlanTask>& before,
+                  const ObjectIndex& indexOf) {
   PlanTask task;
   task.id = host::toText(host::getProperty(object.get(), "Id").get());
   task.factory = readFactory(object.get());
   task.spec = host::nativeValue<OpSpecValue>(task.factory.get(), kSpecFactory).spec;
   const host::Value dependencies = host::getProperty(object.get(), "Dependencies");
-  for (std::size_t i = 0; i < kxGetNumberOfElements(dependencies.get()); ++i) {
-    task.inputs.push_back(readInput(kxGetCell(dependencies.get(), i), indexOf));
+  const std::size_t count = numCells(dependencies.get());
+  if (count != kxGetNumberOfElements(dependencies.get())) {
+    refuseDependencies(dependencies.get());
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    task.inputs.push_back(readInput(kxGetCell(dependencies.get(), i), before, indexOf));
   }
   return task;
 }
@@ -111,6 +142,7 @@ void placeTask(PlanTask& task, const std::vector<PlanTask>& before) {
 }
 
 std::vector<PlanResult> findResults(const kxArray* taskGraph, const kxArray* promises,
+                                    const std::vector<PlanTask>& tasks,
                                     const ObjectIndex& indexOf) {
   std::vector<PlanResult> results;
   const ClosureTasks entries(taskGraph);
@@ -118,9 +150,9 @@ std::vector<PlanResult> findResults(const kxArray* taskGraph, const kxArray* pro
     host::Value promise = elementOf(promises, i);
     const host::Value closure = host::getProperty(promise.get(), "Closure");
     const host::Value output = host::getProperty(promise.get(), "ArgoutIndex");
-    results.push_back({indexOf.at(objectOf(entries.taskOf(closure.get()))),
-                       static_cast<std::size_t>(kxGetScalar(output.get())) - 1,
-                       std::move(promise)});
+    const int task = indexOf.at(objectOf(entries.taskOf(closure.get())));
+    results.push_back(
+        {task, outputOf(tasks[static_cast<std::size_t>(task)], output.get()), std::move(promise)});
   }
   return results;
 }
@@ -135,11 +167,11 @@ Plan makePlan(const kxArray* taskGraph, const kxArray* promises) {
   plan.tasks.reserve(count);
   for (std::size_t i = 0; i < count; ++i) {
     const host::Value object = elementOf(tasks.get(), i);
-    plan.tasks.push_back(readTask(object, indexOf));
+    plan.tasks.push_back(readTask(object, plan.tasks, indexOf));
     placeTask(plan.tasks.back(), plan.tasks);
     indexOf.emplace(objectOf(object.get()), static_cast<int>(i));
   }
-  plan.results = findResults(taskGraph, promises, indexOf);
+  plan.results = findResults(taskGraph, promises, plan.tasks, indexOf);
   for (const PlanTask& task : plan.tasks) {
     plan.passes = std::max(plan.passes, task.pass);
   }
