@@ -141,3 +141,14 @@ def test_a_handle_that_holds_itself_ends_in_an_error(core):
     core.call("feval", handle)
     assert seen[0] == "KALVEX:RecursionLimit"
     assert core.call("canSkipGather", 1) is True
+
+
+def test_builders_without_a_source_or_in_a_circle_are_told_apart(session):
+    builder = EXECUTOR + "CompositeDataProcessorBuilder"
+    lone = session.new(builder, "input")
+    assert session.call("feval", lone).is_a(EXECUTOR + "CompositeGraph")
+    around = session.new(builder, host.ObjectArray(builder, [lone]), None)
+    lone.set("InputBuilders", host.ObjectArray(builder, [around]), as_class=builder)
+    with pytest.raises(host.Error) as caught:
+        session.call("feval", around)
+    assert caught.value.identifier == "KALVEX:bigdata:array:InternalError"

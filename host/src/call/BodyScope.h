@@ -4,9 +4,9 @@
 
 namespace kv::host {
 
-/// A native method, or a body of a function, method or constructor, runs. Counts how many run inside
-/// one another on this thread, so that a recursion without end becomes an error before it uses up
-/// the native stack.
+/// A native method, or a body of a function, method or constructor, runs. Counts how many run
+/// inside one another on this thread, so that a recursion without end becomes an error before it
+/// uses up the native stack.
 ///
 /// One takes about 2 KiB of stack, through Python too.
 ///
