@@ -106,6 +106,7 @@ TEST_F(ClosureGraphTest, ASnapshotChangesOnlyWhenItIsTakenAgain) {
   const Value x = lazyArray(future(only));
   const Value graph = graphOf({x.get()});
   EXPECT_EQ(edges(graph), "c1p1 p1f1");
+  promise(only)->setPartitionIndependent(false);  // so that it keeps its closure when it is done
   promise(only)->setValue(kv::host::makeDouble(1));
   EXPECT_EQ(edges(graph), "c1p1 p1f1");
   invoke(graph, "recalculate");

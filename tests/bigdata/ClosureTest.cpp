@@ -62,6 +62,20 @@ TEST_F(ClosureTest, RefusesACountOfOutputsThatNobodyMeans) {
   }
 }
 
+TEST_F(ClosureTest, LinksThatAreSetReplaceTheOldOnes) {
+  const ClosurePtr reader = closure({future(closure({}))}, 2);
+  const FuturePtr input = constant(1);
+  reader->setInputFutures({input, input});
+  ASSERT_EQ(reader->getInputFutures().size(), 2u);
+  EXPECT_EQ(reader->getInputFutures()[0].get(), input.get());
+  const PromisePtr second = promise(reader, 1);
+  reader->setOutputPromises({second});
+  ASSERT_EQ(reader->getOutputPromises().size(), 1u);
+  EXPECT_EQ(promise(reader).get(), second.get());
+  session.collect();
+  EXPECT_EQ(session.liveObjects("kalvex.bigdata.internal.lazyeval.Closure"), 1u);
+}
+
 TEST_F(ClosureTest, ADeletedInputRaises) {
   const ClosurePtr consumer = closure({future(closure({}))});
   session.deleteObject(ki::toArray(consumer->getInputFutures()[0]).get());

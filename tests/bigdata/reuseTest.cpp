@@ -77,7 +77,7 @@ TEST_F(ReuseTest, ASuccessorIsTiedToTheOldKeyWhileBothArePending) {
   setKey(x, "old");
   calls.clear();
   invoke(x, "updateforreuse", y);
-  EXPECT_EQ(takeCalls(), "CacheOperation setOldKey");
+  EXPECT_EQ(takeTrace(), "CacheOperation() setOldKey(double old)") << "the new key is still empty";
   EXPECT_EQ(operationOf(y), "CacheOperation");
 
   complete(x);

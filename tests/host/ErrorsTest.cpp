@@ -84,11 +84,14 @@ TEST_F(Errors, AreObjectsOfTheHost) {
   EXPECT_EQ(host::toText(get(error, "message").get()), "own text");
   const Value cause = call("KException", host::makeChars("KALVEX:OutOfMemory"));
   set(error, "cause", cause, "KException");
+  set(cause, "cause", call("KException", host::makeChars("lab:first")), "KException");
   const ErrorRecord record = errorOf([&] { host::throwException(error.get()); });
   EXPECT_EQ(record.identifier, "lab:own");
   EXPECT_EQ(record.arguments, std::vector<std::string>{"first"});
   ASSERT_EQ(record.causes.size(), 1u);
   EXPECT_EQ(record.causes[0].message, "Out of memory.");
+  ASSERT_EQ(record.causes[0].causes.size(), 1u) << "a cause stands in what it caused";
+  EXPECT_EQ(record.causes[0].causes[0].identifier, "lab:first");
   EXPECT_EQ(failure([&] { host::throwException(host::makeDouble(1).get()); }).substr(0, 37),
             "KALVEX:validateattributes:invalidType");
 }

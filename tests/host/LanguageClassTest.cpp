@@ -229,6 +229,8 @@ TEST_F(LanguageClasses, AbstractMethodsMustBeDefined) {
   square.methods = {{.name = "area", .body = says("4")}};
   define(square);
   EXPECT_EQ(said("area", call("lab.Square")), "4");
+  define(derive("lab.Tile", {"lab.Shape", "lab.Square"}));
+  EXPECT_EQ(said("area", call("lab.Tile")), "4") << "by a superclass that comes later";
 }
 
 TEST_F(LanguageClasses, SealedAndNativeNamesAreRefused) {

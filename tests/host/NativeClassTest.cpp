@@ -97,12 +97,14 @@ TEST_F(NativeObjects, OverloadsAreChosenByCountAmongThoseTheCallerMayUse) {
   EXPECT_EQ(partOf(callAs("lab.Derived", "lab.Derived").get(), "lab.Root").value, 0);
 }
 
-TEST_F(NativeObjects, CountsOfOutputsAreCheckedToo) {
+TEST_F(NativeObjects, CountsOfOutputsAreCheckedFirst) {
   const Value object = call("lab.Derived", number(1));
   const kxArray* inputs[] = {object.get()};
+  const kxArray* tooMany[] = {object.get(), object.get(), object.get()};
   const Value one = number(1);
   const kxArray* arguments[] = {one.get()};
   EXPECT_EQ(failure([&] { session.call("count", 2, inputs); }), "KALVEX:TooManyOutputs");
+  EXPECT_EQ(failure([&] { session.call("count", 2, tooMany); }), "KALVEX:TooManyOutputs");
   EXPECT_EQ(failure([&] { session.call("lab.Derived", 2, arguments); }), "KALVEX:TooManyOutputs");
   EXPECT_EQ(session.call("spread", 3, inputs).size(), 3u);
 }

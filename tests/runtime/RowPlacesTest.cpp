@@ -1,0 +1,62 @@
+#include "execution/RowPlaces.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "runtime/makeColumn.h"
+
+namespace kv::runtime {
+namespace {
+
+Chunk chunkOf(const std::vector<double>& values, RowOrdinals ordinals) {
+  Chunk chunk;
+  chunk.ordinals = std::move(ordinals);
+  chunk.columns = {doubles(values)};
+  return chunk;
+}
+
+RowOrdinals ordinalsOf(std::vector<std::int64_t> ordinals) {
+  return RowOrdinals(std::make_shared<const std::vector<std::int64_t>>(std::move(ordinals)));
+}
+
+std::vector<double> taken(const RowPlaces& places, const Chunk& whole, std::int64_t partition,
+                          std::int64_t first, std::int64_t last) {
+  const Chunk chunk = places.take(whole, partition, first, last);
+  EXPECT_EQ(chunk.columns.at(0).rows(), chunk.rows());
+  return numbersOf(chunk.columns.at(0));
+}
+
+using Numbers = std::vector<double>;
+
+TEST(RowPlaces, GiveTheRowsOfAFilterToTheChunksTheyCameFrom) {
+  const RowPlaces places = RowPlaces::ofPartitions(
+      {{chunkOf({11, 14}, ordinalsOf({1, 4})), chunkOf({15}, ordinalsOf({5}))},
+       {chunkOf({20, 22}, ordinalsOf({0, 2}))}});
+  const Chunk whole = chunkOf({11, 14, 15, 20, 22}, RowOrdinals(0, 5));
+  EXPECT_EQ(taken(places, whole, 0, 0, 4), Numbers({11}));
+  EXPECT_EQ(taken(places, whole, 0, 4, 5), Numbers({14}));
+  EXPECT_EQ(taken(places, whole, 0, 5, 9), Numbers({15}));
+  EXPECT_EQ(taken(places, whole, 1, 0, 1), Numbers({20}));
+  EXPECT_EQ(taken(places, whole, 1, 1, 2), Numbers());
+  EXPECT_EQ(taken(places, whole, 1, 2, 9), Numbers({22}));
+}
+
+TEST(RowPlaces, CutWhatIsWholeByRowsAlone) {
+  const RowPlaces places = RowPlaces::ofPartitions(
+      {{chunkOf({10}, RowOrdinals(0, 1)), chunkOf({11, 12}, RowOrdinals(1, 2))},
+       {},
+       {chunkOf({20}, RowOrdinals(0, 1))}});
+  EXPECT_FALSE(places.ordinals.has_value());
+  const Chunk whole = chunkOf({10, 11, 12, 20}, RowOrdinals(0, 4));
+  EXPECT_EQ(taken(places, whole, 0, 1, 2), Numbers({11}));
+  EXPECT_EQ(taken(places, whole, 0, 2, 9), Numbers({12}));
+  EXPECT_EQ(taken(places, whole, 1, 0, 9), Numbers());
+  EXPECT_EQ(taken(places, whole, 2, 0, 9), Numbers({20}));
+  EXPECT_EQ(places.cut(whole).size(), 3u);
+}
+
+}  // namespace
+}  // namespace kv::runtime
