@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc)
 PREFIX ?= $(CURDIR)/build/install
 
 .DEFAULT_GOAL := help
-.PHONY: help setup build run test asan fuzz bench format lint install
+.PHONY: help setup build run test asan fuzz seeded bench format lint install
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / {printf "  make %-8s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -26,6 +26,9 @@ fuzz: build-fuzz ## Load mutated files for a minute; keeps what it finds in buil
 	@mkdir -p build/fuzz/corpus
 	build/fuzz/bin/fuzz_load -max_total_time=60 -max_len=8192 -print_final_stats=1 \
 	  -artifact_prefix=build/fuzz/ build/fuzz/corpus tests/persistence/corpus
+
+seeded: setup ## Put small faults into a copy, and see that tests catch them
+	@scripts/seeded.py --jobs $(JOBS)
 
 bench: build-bench ## Measure, and write docs/performance.md
 	@scripts/bench.sh build/bench

@@ -1,0 +1,214 @@
+#!/usr/bin/env python3
+"""Puts small faults into a copy of the tree, one at a time, and tells which test sees each.
+
+The faults stand in tests/seeded, a table for each floor. Works in build/seeded; the tree itself is
+left alone. Exit code: 0 if enough faults are caught, 1 if not, 2 if a fault can't be put in.
+"""
+
+import argparse
+import dataclasses
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import time
+import tomllib
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+TREE = ROOT / "build" / "seeded"
+BUILD = TREE / "build" / "dev"  # as deep as that of the tree, so that ccache knows its files
+
+LEAST_RATE = 0.95
+SECONDS_A_RUN = 300
+
+# Test programs by floor, in the order in which they are asked.
+PROGRAMS = {
+    "host": ["host", "bigdata"],
+    "bigdata": ["bigdata", "array"],
+    "runtime": ["runtime", "array"],
+}
+WITH_STRESS = {"host", "bigdata", "runtime"}
+
+
+class Refusal(Exception):
+    """A fault can't be put in, or the tree isn't fit to be tested with faults."""
+
+
+@dataclasses.dataclass(frozen=True)
+class Fault:
+    """`before` in `file`, which stands there once, becomes `after`; `seen_by` is a filter."""
+
+    floor: str
+    name: str
+    file: str
+    before: str
+    after: str
+    why: str
+    seen_by: str
+
+    def put_into(self, text: str) -> str:
+        count = text.count(self.before)
+        if count != 1:
+            raise Refusal(f"'{self.name}': its text stands {count} times in {self.file}, not once")
+        return text.replace(self.before, self.after)
+
+
+@dataclasses.dataclass(frozen=True)
+class Look:
+    """One run of a test program, which may see a fault."""
+
+    program: str
+    tests: str = "*"
+    is_stressed: bool = False
+
+    @property
+    def target(self) -> str:
+        return f"test_{self.program}"
+
+
+def load_faults(parts: list[str]) -> list[Fault]:
+    faults = []
+    for floor in PROGRAMS:
+        table = tomllib.loads((ROOT / "tests" / "seeded" / f"{floor}.toml").read_text())
+        faults += [Fault(floor, **fault) for fault in table["fault"]]
+    return [fault for fault in faults
+            if not parts or any(part in fault.name or part in fault.file for part in parts)]
+
+
+def looks_for(fault: Fault) -> list[Look]:
+    """Those that should see it first, then what takes longer."""
+    first, *others = PROGRAMS[fault.floor]
+    looks = [Look(first, fault.seen_by), Look(first)]
+    looks += [Look(first, is_stressed=True)] if first in WITH_STRESS else []
+    return looks + [Look(program) for program in others]
+
+
+def copy_tree() -> None:
+    """Files that are the same keep their times, so that a second run builds little."""
+    listed = subprocess.run(
+        ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
+        cwd=ROOT, check=True, capture_output=True, text=True).stdout.split("\0")
+    wanted = {name for name in listed if name and (ROOT / name).is_file()}
+    for folder, folders, files in os.walk(TREE):
+        folders[:] = [name for name in folders if name != "build"]
+        for old in (pathlib.Path(folder, name) for name in files):
+            if str(old.relative_to(TREE)) not in wanted:
+                old.unlink()
+    for name in wanted:
+        source, copy = ROOT / name, TREE / name
+        if not copy.exists() or copy.read_bytes() != source.read_bytes():
+            copy.parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(source, copy)
+    environment = TREE / ".venv"
+    if not environment.exists():
+        environment.symlink_to(ROOT / ".venv")
+
+
+def run_build(command: list[str], problem: str) -> None:
+    environment = os.environ | {"CCACHE_BASEDIR": str(TREE), "CCACHE_NOHASHDIR": "1"}
+    done = subprocess.run(command, cwd=TREE, env=environment, capture_output=True, text=True)
+    if done.returncode != 0:
+        raise Refusal(f"{problem}:\n{(done.stdout + done.stderr)[-3000:]}")
+
+
+def build(targets: list[str], jobs: int, problem: str) -> None:
+    run_build(["nice", "cmake", "--build", str(BUILD), "-j", str(jobs), "--target", *targets],
+              problem)
+
+
+def first_failure(look: Look) -> str | None:
+    """The first test that fails, with how it does when it doesn't say so; None if none does."""
+    environment = os.environ | {
+        "GTEST_FAIL_FAST": "1", "GTEST_COLOR": "no", "KV_DATA": str(ROOT / "data"),
+        "KV_STRESS": "1" if look.is_stressed else "0"}
+    command = [str(BUILD / "bin" / look.target), f"--gtest_filter={look.tests}"]
+    try:
+        done = subprocess.run(command, env=environment, timeout=SECONDS_A_RUN,
+                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        output, end = done.stdout, "crashes"
+        if done.returncode == 0:
+            return None
+    except subprocess.TimeoutExpired as late:
+        output, end = late.stdout or b"", "hangs"
+    lines = output.decode(errors="replace").splitlines()
+    failed = [line for line in lines if line.startswith("[  FAILED  ]")]
+    if failed:
+        return failed[0].split("]", 1)[1].split("(")[0].strip()
+    begun = [line.split("]", 1)[1].strip() for line in lines if line.startswith("[ RUN      ]")]
+    return f"{begun[-1] if begun else look.target} {end}"
+
+
+def prepare(faults: list[Fault], jobs: int) -> None:
+    """The copy, built, without a fault: all tests must pass there."""
+    copy_tree()
+    run_build(["cmake", "--preset", "dev", "-B", str(BUILD)], "the copy can't be configured")
+    looks = {look for fault in faults for look in looks_for(fault) if look.tests == "*"}
+    build(sorted({look.target for look in looks}), jobs, "the copy can't be built")
+    for look in sorted(looks, key=lambda look: (look.target, look.is_stressed)):
+        if failure := first_failure(look):
+            raise Refusal(f"without a fault {failure} fails already")
+
+
+def find_test(fault: Fault, jobs: int) -> str | None:
+    """The test that sees the fault, or None."""
+    path = TREE / fault.file
+    sound = path.read_text()
+    path.write_text(fault.put_into(sound))
+    try:
+        for look in looks_for(fault):
+            build([look.target], jobs, f"'{fault.name}' can't be built")
+            if failure := first_failure(look):
+                return failure + (" under stress" if look.is_stressed else "")
+        return None
+    finally:
+        path.write_text(sound)
+
+
+def check(faults: list[Fault]) -> None:
+    for fault in faults:
+        fault.put_into((ROOT / fault.file).read_text())
+
+
+def try_all(faults: list[Fault], jobs: int) -> tuple[int, int]:
+    """How many faults a test saw, and how many can't be built."""
+    caught = unfit = 0
+    for number, fault in enumerate(faults, start=1):
+        start = time.monotonic()
+        try:
+            test = find_test(fault, jobs)
+            caught += test is not None
+            result = test or "SURVIVES: " + fault.why
+        except Refusal as refusal:
+            unfit += 1
+            result = str(refusal)
+        print(f"{number:3} {time.monotonic() - start:4.0f} s  {fault.name}\n"
+              f"             {result}", flush=True)
+    return caught, unfit
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("parts", nargs="*", help="of names or files: only these faults")
+    parser.add_argument("--jobs", type=int, default=2, help="of a build")
+    parser.add_argument("--check", action="store_true", help="only look whether all can be put in")
+    arguments = parser.parse_args()
+    start = time.monotonic()
+    try:
+        faults = load_faults(arguments.parts)
+        check(faults)
+        if arguments.check or not faults:
+            print(f"{len(faults)} faults can be put in")
+            return 0
+        prepare(faults, arguments.jobs)
+        caught, unfit = try_all(faults, arguments.jobs)
+    except Refusal as refusal:
+        print(refusal, file=sys.stderr)
+        return 2
+    print(f"{caught} of {len(faults)} faults caught ({caught / len(faults):.0%}) "
+          f"in {(time.monotonic() - start) / 60:.0f} minutes")
+    return 2 if unfit else int(caught < LEAST_RATE * len(faults))
+
+
+if __name__ == "__main__":
+    sys.exit(main())
