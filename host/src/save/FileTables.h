@@ -1,12 +1,12 @@
 #pragma once
 
-#include <boost/container/small_vector.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <vector>
 
 #include "save/Container.h"
+#include "save/SavedValue.h"
 #include "save/format.h"
 
 namespace kv::host {
@@ -15,22 +15,6 @@ namespace kv::host {
 struct SavedShape {
   std::uint32_t className;
   std::vector<std::uint32_t> properties;
-};
-
-/// A value in a file: its entry, its dimensions, and its contents behind them.
-struct SavedValue {
-  format::ValueEntry entry{};
-  boost::container::small_vector<std::size_t, 4> dimensions{};
-  std::size_t elements = 1;
-  std::string_view contents{};  ///< to the end of the data
-
-  kxClassID classId() const { return static_cast<kxClassID>(entry.classCode); }
-  format::ValueForm form() const { return static_cast<format::ValueForm>(entry.form); }
-
-  /// Number `index` of those that the contents begin with.
-  std::uint32_t number(std::size_t index) const;
-  /// What stands behind `offset` bytes of the contents, as a reference to an element.
-  format::ElementCode elementCode(std::size_t offset) const;
 };
 
 /// The tables of a file, all of whose lengths, counts and references have been checked: whoever
@@ -69,7 +53,7 @@ class FileTables {
   void readShapes(std::string_view bytes);
   void checkObjects() const;
   void checkValues();
-  void checkValue(std::size_t index, std::vector<std::uint16_t>& depths) const;
+  void checkElements(std::size_t index, std::vector<std::uint16_t>& depths) const;
   void checkReference(std::size_t index, format::Reference reference) const;
 
   SectionViews sections_;
@@ -79,18 +63,6 @@ class FileTables {
   std::size_t valueCount_ = 0;
   format::Reference root_;
 };
-
-/// Where the references of a value begin in its contents, in bytes, and how many there are.
-struct ReferenceRange {
-  std::size_t offset = 0;
-  std::size_t count = 0;
-
-  format::Reference at(const SavedValue& value, std::size_t index) const {
-    return format::Reference::fromCode(static_cast<std::uint32_t>(
-        value.elementCode(offset + index * sizeof(format::ElementCode))));
-  }
-};
-ReferenceRange referencesOf(const SavedValue& value);
 
 template <class Visit>
 void FileTables::forEachReference(const SavedValue& value, Visit visit) const {
