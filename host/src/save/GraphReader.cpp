@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <string>
 
 #include "class/instances.h"
@@ -12,10 +11,9 @@
 #include "heap/Array.h"
 #include "heap/FunctionValue.h"
 #include "kv/host/errors.h"
-#include "kx/string.h"
 #include "name/names.h"
+#include "save/plainValues.h"
 #include "session/SessionState.h"
-#include "value/counts.h"
 
 namespace kv::host {
 namespace {
@@ -48,55 +46,6 @@ void refusing(std::size_t index, What&& what, Body&& body) {
     }
     refuseObject(index, what() + ": " + record.message);
   }
-}
-
-Value makeNumbers(const SavedValue& value) {
-  Value array = matrix::from_kalvex(
-      kxCreateNumericArray({value.dimensions.data(), value.dimensions.size()}, value.classId()));
-  if (value.elements == 0) {
-    return array;
-  }
-  void* data = kxGetMutableData(array.get());
-  const std::size_t bytes = value.elements * kxGetElementSize(value.classId());
-  if (value.form() == ValueForm::Inline) {
-    std::memcpy(data, &value.entry.payload, bytes);
-  } else if (value.form() == ValueForm::Narrow) {
-    std::ranges::transform(value.contents.substr(0, value.elements), static_cast<char16_t*>(data),
-                           [](char byte) { return static_cast<unsigned char>(byte); });
-  } else {
-    std::memcpy(data, value.contents.data(), bytes);
-  }
-  return array;
-}
-
-std::u16string textAt(const SavedValue& value, std::size_t offset, std::size_t length) {
-  std::u16string text(length, u'\0');
-  if (value.form() == ValueForm::Narrow) {
-    std::ranges::transform(value.contents.substr(offset, length), text.begin(),
-                           [](char byte) { return static_cast<unsigned char>(byte); });
-  } else {
-    std::memcpy(text.data(), value.contents.data() + offset, length * sizeof(char16_t));
-  }
-  return text;
-}
-
-std::span<const std::size_t> dimensionsOf(const SavedValue& value) {
-  return {value.dimensions.data(), value.dimensions.size()};
-}
-
-std::size_t columnsOf(const SavedValue& value) { return columnCount(dimensionsOf(value), 1); }
-
-Value makeTexts(const SavedValue& value) {
-  Value array = Torvane::String::createStringArray(value.dimensions[0], columnsOf(value));
-  kxSetDimensions(array.get(), dimensionsOf(value));
-  std::size_t offset = value.elements * sizeof(TextLength);
-  for (std::size_t i = 0; i < value.elements; ++i) {
-    if (const std::size_t stored = value.number(i); stored > 0) {
-      Torvane::String::setString(array.get(), i, textAt(value, offset, stored - 1));
-      offset += (stored - 1) * (value.form() == ValueForm::Narrow ? 1 : sizeof(char16_t));
-    }
-  }
-  return array;
 }
 
 }  // namespace
