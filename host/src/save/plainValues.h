@@ -4,7 +4,7 @@
 #include <span>
 
 #include "kv/host/values.h"
-#include "save/FileTables.h"
+#include "save/SavedValue.h"
 
 namespace kv::host {
 
