@@ -25,8 +25,20 @@ MapIndex& indexOf(const kxArray* map) {
   return host::nativeValue<MapIndex>(map, "scalar containers.Map");
 }
 
-void raiseCountMismatch(const char* id, std::size_t first, std::size_t second) {
+[[noreturn]] void raiseCountMismatch(const char* id, std::size_t first, std::size_t second) {
   host::raise(id, {std::to_string(first), std::to_string(second)});
+}
+
+void requireCell(const kxArray* value) {
+  if (kxGetClassID(value) != kxCELL_CLASS) {
+    host::raiseInvalidType("Input", "cell", value);
+  }
+}
+
+Value cellIn(const kxArray* object, kcos::NameRef property) {
+  Value cell = host::getSlot(object, property);
+  requireCell(cell.get());
+  return cell;
 }
 
 void giveIndex(const kxArray* map, const std::vector<std::string>& keys) {
@@ -41,6 +53,9 @@ void giveIndex(const kxArray* map, const std::vector<std::string>& keys) {
 void constructMap(const Call& call) {
   const std::vector<std::string> keys =
       call.nrhs > 1 ? host::toTexts(call.in(1)) : std::vector<std::string>{};
+  if (call.nrhs > 2) {
+    requireCell(call.in(2));
+  }
   const std::size_t count = call.nrhs > 2 ? kxGetNumberOfElements(call.in(2)) : 0;
   if (keys.size() != count) {
     raiseCountMismatch("KALVEX:Containers:CountMismatch", keys.size(), count);
@@ -48,14 +63,6 @@ void constructMap(const Call& call) {
   host::setSlot(call.in(0), "Keys", host::makeStringColumn(keys));
   host::setSlot(call.in(0), "Values", matrix::sharedCopy(call.in(2)));
   giveIndex(call.in(0), keys);
-}
-
-Value cellIn(const kxArray* object, kcos::NameRef property) {
-  Value cell = host::getSlot(object, property);
-  if (kxGetClassID(cell.get()) != kxCELL_CLASS) {
-    host::raiseInvalidType("Input", "cell", cell.get());
-  }
-  return cell;
 }
 
 void restoreMap(const kxArray* map, const kxArray* /*saved*/) {
@@ -155,6 +162,9 @@ void checkLoadedTable(const kxArray* table) {
   const double height = host::toDouble(host::getSlot(table, "Height").get());
   for (std::size_t i = 0; i < count; ++i) {
     const kxArray* column = kxGetCell(columns.get(), i);
+    if (column == nullptr) {
+      host::raiseInvalidType("Input", "column", column);
+    }
     // A categorical tells its height when it has been filled itself, which may come later.
     if (!kcos::omIsKCOS(column) && static_cast<double>(kxGetM(column)) != height) {
       raiseCountMismatch("KALVEX:table:UnequalHeights", static_cast<std::size_t>(height),

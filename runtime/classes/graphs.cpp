@@ -86,16 +86,21 @@ void toStrings(const Call& call) {
   call.out(0, std::move(strings));
 }
 
+bool areCodes(const kxArray* codes, double count) {
+  if (kxGetClassID(codes) != kxDOUBLE_CLASS || kxGetDimensions(codes).size() != 2) {
+    return false;
+  }
+  const auto* code = static_cast<const double*>(kxGetData(codes));
+  return std::all_of(code, code + kxGetNumberOfElements(codes), [count](double number) {
+    return number >= 0 && number <= count && std::trunc(number) == number;
+  });
+}
+
 /// Methods look up categories by code.
 void checkLoadedCategorical(const kxArray* categorical) {
-  const double count =
-      static_cast<double>(host::toTexts(host::getSlot(categorical, "Categories").get()).size());
+  const auto categories = host::toTexts(host::getSlot(categorical, "Categories").get());
   const Value codes = host::getSlot(categorical, "Codes");
-  const auto* code = static_cast<const double*>(kxGetData(codes.get()));
-  if (kxGetClassID(codes.get()) != kxDOUBLE_CLASS || kxGetDimensions(codes.get()).size() != 2 ||
-      !std::all_of(code, code + kxGetNumberOfElements(codes.get()), [count](double number) {
-        return number >= 0 && number <= count && std::trunc(number) == number;
-      })) {
+  if (!areCodes(codes.get(), static_cast<double>(categories.size()))) {
     host::raiseInvalidType("Input", "double codes of categories", codes.get());
   }
 }
