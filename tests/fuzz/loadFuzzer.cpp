@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "persistence/LoaderTrial.h"
+#include "persistence/RefittedFile.h"
 
 /// Each input is a saved file whose header is made to fit.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "LoaderTrial.h"
+#include "RefittedFile.h"
 
 namespace kv::test {
 namespace {

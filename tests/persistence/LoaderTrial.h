@@ -7,10 +7,6 @@
 
 namespace kv::test {
 
-/// The file with lengths and checksums made to fit, so that what was changed behind the header is
-/// looked at. Lengths that reach beyond the file are cut.
-std::string withFittingHeader(std::string_view file);
-
 /// Loads files that may hold anything, all into one session, and holds what comes of it to the
 /// rules: a file is refused with an error of loading, or its value can be saved and loaded again;
 /// nothing of the user runs; nothing is left behind.
