@@ -154,7 +154,7 @@ SECTIONS = {
     ],
     "From Python, through `kvbigdata.host`": [
         Figure("recording `x = x + 1`, by name", microseconds("python/record"), "{:.2f} us", 4,
-               "all but 0.6 us of it is the core's, as above; " + RECORDING),
+               "all but about 0.6 us is the core's; work beside it on a shared machine adds to it"),
         Figure("the same in MLX, on its CPU", microseconds("python/recordMlx"), "{:.2f} us"),
         Figure("the same in dask", microseconds("python/recordDask"), "{:.0f} us"),
         Figure("ours against MLX", python_ratio("python/recordMlx"), "{:.1f} times"),
