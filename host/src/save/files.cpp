@@ -95,6 +95,14 @@ void sync(const Descriptor& file) {
   checked([&] { return ::fsync(file.get()); });
 }
 
+/// Some file systems keep their folders by themselves and refuse to be asked.
+void syncFolder(const Descriptor& folder) {
+  if (retried([&] { return ::fsync(folder.get()); }) == -1 && errno != EINVAL &&
+      errno != EOPNOTSUPP) {
+    fail(errno);
+  }
+}
+
 void writeAll(const Descriptor& file, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t written =
@@ -248,7 +256,7 @@ void writeBeside(const fs::path& target, std::span<const std::string_view> piece
     }
     sync(temporary.file());
     temporary.takePlaceOf(target);
-    return sync(folder);
+    return syncFolder(folder);
   }
 }
 
