@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -13,7 +14,8 @@ namespace kv {
 
 namespace {
 
-constexpr std::string_view kClosure = "kalvex.bigdata.internal.lazyeval.Closure";
+constexpr char kClosure[] = "kalvex.bigdata.internal.lazyeval.Closure";
+constexpr char kRead[] = "kalvex.bigdata.internal.lazyeval.ReadOperation";
 constexpr std::string_view kPromise = "kalvex.bigdata.internal.lazyeval.ClosurePromise";
 
 host::Value columnOf(const host::Value& graph, kcos::NameRef table, std::string_view column) {
@@ -71,16 +73,42 @@ LazyGraph read(const host::Value& graph, std::span<const Array> arrays) {
   return read;
 }
 
+host::Value graphOf(std::span<const Array> arrays) {
+  CallInputs inputs;
+  for (const Array& array : arrays) inputs.lend(array.handle().value);
+  const host::Value shown =
+      host::call("kalvex.bigdata.internal.optimizer.ClosureGraph", inputs.list());
+  return host::getProperty(shown.get(), "Graph");
+}
+
+/// The files that a node of the graph reads; none but for a closure that reads.
+std::vector<std::string> filesOf(const kxArray* node) {
+  if (!kxIsA(node, kClosure)) return {};
+  const host::Value operation = host::getProperty(node, "Operation");
+  if (!kxIsA(operation.get(), kRead)) return {};
+  const host::Value source = host::getProperty(operation.get(), "Datastore");
+  return host::toTexts(host::getProperty(source.get(), "Files").get());
+}
+
 }  // namespace
 
 LazyGraph lazyGraph(std::span<const Array> arrays, Where where) {
   const auto session = sessionOf(arrays);
+  return publicCall(*session, where, [&] { return read(graphOf(arrays), arrays); });
+}
+
+std::vector<std::string> sourceFiles(std::span<const Array> arrays, Where where) {
+  const auto session = sessionOf(arrays);
   return publicCall(*session, where, [&] {
-    CallInputs inputs;
-    for (const Array& array : arrays) inputs.lend(array.handle().value);
-    const host::Value shown =
-        host::call("kalvex.bigdata.internal.optimizer.ClosureGraph", inputs.list());
-    return read(host::getProperty(shown.get(), "Graph"), arrays);
+    const host::Value objects = columnOf(graphOf(arrays), "Nodes", "NodeObj");
+    std::vector<std::string> files;
+    std::set<std::string> known;
+    for (std::size_t i = 0; i < kxGetNumberOfElements(objects.get()); ++i) {
+      for (std::string& file : filesOf(kxGetCell(objects.get(), i))) {
+        if (known.insert(file).second) files.push_back(std::move(file));
+      }
+    }
+    return files;
   });
 }
 

@@ -65,6 +65,17 @@ void displayName(const Call& call) {
   call.out(0, host::makeChars(datastoreOf(call.in(0))->displayName()));
 }
 
+/// The files that are read, as they stand in the file system, whatever the source is called.
+void sourceFiles(const Call& call) {
+  std::vector<std::string> paths;
+  if (const auto* csv = dynamic_cast<const CsvDatastore*>(datastoreOf(call.in(0)).get())) {
+    for (const SourceFile& file : csv->table().files) {
+      paths.push_back(file.absolutePath);
+    }
+  }
+  call.out(0, host::makeStringColumn(paths));
+}
+
 /// copy(datastore): the sources are immutable, so the copy shares what it reads from.
 void copyDatastore(const Call& call) {
   Value copied = host::call(kCsvDatastore, {});
@@ -101,7 +112,7 @@ void defineDatastores(host::Session& session) {
          {.name = kDatastore,
           .properties = {computed("ColumnNames", columnNames), computed("ColumnTypes", columnTypes),
                          computed("NumPartitions", numPartitions),
-                         computed("DisplayName", displayName)},
+                         computed("DisplayName", displayName), computed("Files", sourceFiles)},
           .methods = {method("copy", copyDatastore, 1, 1)}});
   define(session, {.name = kCsvDatastore,
                    .superclasses = {kDatastore},

@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <kv/lazyGraph.h>
 
 #include <filesystem>
 #include <fstream>
@@ -62,6 +63,22 @@ TEST_F(Save, KeepsWhatIsRecordedAndEvaluatesItOnlyIfTrusted) {
   const std::string copy = folder.path("copy.kv");
   other.save(copy, looked.arrays);
   EXPECT_EQ(numbers(other.open(copy, Trust::Yes).arrays[0].array), numbers(named[0].array));
+}
+
+TEST_F(Save, TellsAnOriginalFromItsCopy) {
+  const Array total = sum(read("x\n1\n2\n").column("x"));
+  session.save(file, std::vector<NamedArray>{{"total", total}});
+  const Array copy = session.open(file, Trust::Yes).arrays[0].array;
+  const std::vector<Array> both = {total, copy};
+
+  const LazyGraph graph = lazyGraph(both);
+  EXPECT_NE(graph.results[0], graph.results[1]);
+  EXPECT_EQ(graph.nodes.size(), 2 * lazyGraph(std::vector{total}).nodes.size());
+  EXPECT_THAT(sourceFiles(both), ElementsAre(folder.path("table.csv")));
+  const Gathered gathered = session.gather(both);
+  EXPECT_EQ(gathered.values[0].number(), 3);
+  EXPECT_EQ(gathered.values[1].number(), 3);
+  EXPECT_EQ(gathered.facts.passes, 1);
 }
 
 TEST_F(Save, KeepsFunctionsByNameUntilTheyAreDefined) {

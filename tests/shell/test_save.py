@@ -59,6 +59,7 @@ def test_saving_and_showing_read_no_data(run: Run) -> None:
     save(run, "late.csv", "sum(x)")
     shown = opened(run)
     assert shown["arrays"] == [{"name": "sum(x)", "type": "double"}]
+    assert shown["files"] == [str(run.folder / "late.csv")]
     assert "late.csv" in shown["plan"]
     assert shown["plan"] == opened(run, "--explain")["plan"]
     assert "late.csv" in refused(run, "open", "kept.kv", "--trust", code=3)
@@ -70,6 +71,7 @@ def test_without_trust_contents_are_shown(run: Run) -> None:
     assert (done.returncode, done.stderr) == (0, "")
     assert done.stdout.startswith("kept.kv: 2 arrays\n\nn        double\nmean(y)  double\n\nPlan: 1 pass")
     assert "read small.csv" in done.stdout and "--trust" in done.stdout
+    assert f"\nReads:\n  {run.folder / 'small.csv'}\n" in done.stdout
     plan = run("open", "kept.kv", "--explain").stdout
     assert plan in done.stdout and plan == run("explain", "small.csv", "n = count(x)", "mean(y)").stdout
 

@@ -28,21 +28,12 @@ constexpr std::string_view kSaved[] = {"KALVEX:load:CannotRead", "KALVEX:load:Co
                                        "KALVEX:load:UnknownClass", "KALVEX:array:NotArrays",
                                        "KALVEX:bigdata:array:InvalidTallVersion"};
 
-/// A message may quote a file; its own line ends stay.
-std::string harmless(std::string_view message) {
-  std::string lines;
-  for (std::size_t begin = 0; begin <= message.size();) {
-    const std::size_t end = std::min(message.find('\n', begin), message.size());
-    lines += (begin > 0 ? "\n" : "") + printable(message.substr(begin, end - begin));
-    begin = end + 1;
-  }
-  return lines;
-}
-
 /// Writes to standard error. Where nobody can read it, the exit code still tells.
 void complain(const std::string& line) { std::fputs(line.c_str(), stderr); }
 
-void say(std::string_view message) { complain(fmt::format("kvbig: {}\n", harmless(message))); }
+void say(std::string_view message) {
+  complain(fmt::format("kvbig: {}\n", printableLines(message)));
+}
 
 /// The exit code of an error, or of what caused it.
 ExitCode codeOf(const Error& error) {
@@ -60,7 +51,8 @@ void tell(const Error& error) {
   say(error.what());
   std::string_view said = error.what();
   for (const Error* cause = error.cause().get(); cause != nullptr; cause = cause->cause().get()) {
-    if (said != cause->what()) complain(fmt::format("  caused by: {}\n", harmless(cause->what())));
+    if (said != cause->what())
+      complain(fmt::format("  caused by: {}\n", printableLines(cause->what())));
     said = cause->what();
   }
 }

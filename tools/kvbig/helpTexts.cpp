@@ -37,6 +37,11 @@ constexpr std::string_view kFormulas = R"(Expressions:
   An expression that starts with - goes behind a word of two dashes: -- '-mean(x)'
 )";
 
+constexpr std::string_view kTypes = R"(Types of columns:
+  double, if all fields at the start of the first file are numbers, otherwise string; --type decides otherwise:
+  logical double single int8 uint8 int16 uint16 int32 uint32 int64 uint64 string
+)";
+
 constexpr std::string_view kExits = R"(Exit codes:
   0 done   2 wrong usage or expression   3 input data   4 evaluation failed   130 interrupted
 )";
@@ -54,8 +59,8 @@ std::string listed(std::string_view title, const std::vector<FunctionFacts>& fun
 std::string generalHelp() { return fmt::format("{}\n{}", kExamples, kExits); }
 
 std::string queryHelp() {
-  return fmt::format("{}\n{}\n{}\n{}\n{}", kFormulas, listed("Aggregates", aggregates()),
-                     listed("Functions of each row", rowFunctions()), kExamples, kExits);
+  return fmt::format("{}\n{}\n{}\n{}\n{}\n{}", kFormulas, listed("Aggregates", aggregates()),
+                     listed("Functions of each row", rowFunctions()), kTypes, kExamples, kExits);
 }
 
 }  // namespace kv::shell

@@ -41,7 +41,7 @@ void addQuestion(CLI::App& command, QueryRequest& request) {
       ->type_name("PATH")
       ->allow_extra_args(false);
   command.add_option("--where", request.where, "Only rows for which this holds")->type_name("EXPR");
-  command.add_option("--type", request.types, "Fix the type of a column")
+  command.add_option("--type", request.types, "Fix the type of a column; types are below")
       ->type_name("NAME=TYPE")
       ->allow_extra_args(false);
   command.add_option("--seed", request.seed, "Make the numbers of rand() the same in each run")
@@ -97,6 +97,15 @@ void addDescribe(CLI::App& app, DescribeRequest& request) {
   describe->callback([&] { kv::shell::runDescribe(request.name, request.json); });
 }
 
+/// A command that has an expression already leaves what stands behind "--" to the application.
+/// Errors: CLI::ExtrasError for anything else that is left.
+void takeExpressionsLeft(const CLI::App& app, QueryRequest& request) {
+  const std::vector<std::string> left = app.remaining();
+  if (left.empty()) return;
+  if (left.front() != "--" || request.expressions.empty()) throw CLI::ExtrasError(left);
+  request.expressions.insert(request.expressions.end(), left.begin() + 1, left.end());
+}
+
 void printVersion() { kv::shell::writeOut(fmt::format("kvbig {}\n", kv::release())); }
 
 /// Errors: UsageError if the first word is neither an option nor a command.
@@ -133,6 +142,8 @@ kv::shell::ExitCode run(int argc, char** argv) {
   QueryRequest queryRequest;
   OpenRequest openRequest;
   DescribeRequest describeRequest;
+  app.allow_extras();
+  app.parse_complete_callback([&] { takeExpressionsLeft(app, queryRequest); });
   addQuery(app, queryRequest);
   addExplain(app, queryRequest);
   addSave(app, queryRequest);

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <kv/array.h>
+#include <kv/lazyGraph.h>
 
 #include <algorithm>
 #include <string_view>
@@ -16,31 +17,42 @@ namespace kv::shell {
 namespace {
 
 constexpr std::string_view kHint =
-    "Nothing was read or evaluated. With --trust the arrays are evaluated: the files named above "
-    "are\nread then, so use it for files whose origin you know.\n";
+    "Nothing was read or evaluated. With --trust the arrays are evaluated, and the files above "
+    "read:\nsay it for arrays whose origin you know.\n";
 
-std::string contentsAsText(const OpenRequest& request, const Opened& opened,
-                           const std::string& plan) {
-  const std::size_t count = opened.arrays.size();
+/// What is in a file, without its values.
+struct Contents {
+  std::vector<NamedArray> arrays;
+  std::string plan;
+  std::vector<std::string> files;
+};
+
+std::string contentsAsText(const std::string& file, const Contents& contents) {
+  const std::size_t count = contents.arrays.size();
   std::string text =
-      fmt::format("{}: {} array{}\n\n", printable(request.file), count, count == 1 ? "" : "s");
+      fmt::format("{}: {} array{}\n\n", printable(file), count, count == 1 ? "" : "s");
   std::size_t width = 0;
-  for (const NamedArray& named : opened.arrays) {
+  for (const NamedArray& named : contents.arrays) {
     width = std::max(width, displayWidth(printable(named.name)));
   }
-  for (const NamedArray& named : opened.arrays) {
+  for (const NamedArray& named : contents.arrays) {
     text += fmt::format("{}  {}\n", padded(printable(named.name), width), named.array.type());
   }
-  return fmt::format("{}\n{}\n{}", text, planAsText(plan, false), kHint);
+  text += fmt::format("\n{}\nReads:\n", planAsText(contents.plan, false));
+  for (const std::string& source : contents.files) {
+    text += fmt::format("  {}\n", printable(source));
+  }
+  return fmt::format("{}\n{}", text, kHint);
 }
 
-std::string contentsAsJson(const Opened& opened, const std::string& plan) {
+std::string contentsAsJson(const Contents& contents) {
   std::string arrays;
-  for (const NamedArray& named : opened.arrays) {
+  for (const NamedArray& named : contents.arrays) {
     arrays += fmt::format("{}{{\"name\": {}, \"type\": \"{}\"}}", arrays.empty() ? "" : ", ",
                           jsonText(named.name), named.array.type());
   }
-  return fmt::format("{{\"arrays\": [{}], \"plan\": {}}}\n", arrays, jsonText(plan));
+  return fmt::format("{{\"arrays\": [{}], \"files\": {}, \"plan\": {}}}\n", arrays,
+                     jsonTexts(contents.files), jsonText(contents.plan));
 }
 
 void requireOneRowEach(const std::vector<std::string>& labels, const Gathered& gathered) {
@@ -70,9 +82,9 @@ void runOpen(const OpenRequest& request) {
   }
   if (request.explain) return writeOut(planAsText(session.explain(arrays), request.json));
   if (!request.trust) {
-    const std::string plan = session.explain(arrays);
-    return writeOut(request.json ? contentsAsJson(opened, plan)
-                                 : contentsAsText(request, opened, plan));
+    const Contents contents{opened.arrays, session.explain(arrays), sourceFiles(arrays)};
+    return writeOut(request.json ? contentsAsJson(contents)
+                                 : contentsAsText(request.file, contents));
   }
   const Gathered gathered = session.gather(arrays);
   requireOneRowEach(labels, gathered);

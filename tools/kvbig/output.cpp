@@ -33,6 +33,16 @@ std::string printable(std::string_view text) {
   return shown;
 }
 
+std::string printableLines(std::string_view text) {
+  std::string lines;
+  for (std::size_t begin = 0; begin <= text.size();) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size());
+    lines += (begin > 0 ? "\n" : "") + printable(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return lines;
+}
+
 std::string jsonText(std::string_view text) {
   std::string quoted = "\"";
   for (const char c : text) {

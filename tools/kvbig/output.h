@@ -13,6 +13,9 @@ void writeOut(std::string_view text);
 /// A text from a file, safe for a terminal: control characters show as \xNN.
 std::string printable(std::string_view text);
 
+/// The same for a text of several lines, whose ends stay.
+std::string printableLines(std::string_view text);
+
 /// A text as a JSON string, in quotes.
 std::string jsonText(std::string_view text);
 

@@ -53,10 +53,10 @@ auto readingFormula(const std::string& text, Read&& read) {
   }
 }
 
-Formula readFormula(const std::string& text, const Vocabulary& vocabulary, Purpose purpose) {
+Formula readFormula(const std::string& text, const Vocabulary& vocabulary) {
   return readingFormula(text, [&] {
     Formula formula = parseFormula(text);
-    checkFormula(formula, vocabulary, purpose);
+    checkCalls(formula, vocabulary);
     return formula;
   });
 }
@@ -66,14 +66,14 @@ Query readQuery(const QueryRequest& request) {
   Query query;
   std::set<std::string> labels;
   for (const std::string& text : request.expressions) {
-    query.formulas.push_back(readFormula(text, vocabulary, Purpose::Result));
+    query.formulas.push_back(readFormula(text, vocabulary));
     const std::string& label = query.formulas.back().label;
     if (!labels.insert(label).second) {
       throw UsageError(fmt::format(
           "two results are called \"{}\"\nGive one a name of its own: name = expression.", label));
     }
   }
-  if (request.where) query.where = readFormula(*request.where, vocabulary, Purpose::Condition);
+  if (request.where) query.where = readFormula(*request.where, vocabulary);
   return query;
 }
 
@@ -100,6 +100,19 @@ Table openTable(Session& session, const QueryRequest& request) {
   return session.read(paths, options);
 }
 
+/// Columns come first: whoever mistook a name would do in vain what the purpose asks for.
+void checkQuery(const Query& query, const Table& table) {
+  const Vocabulary vocabulary = arrayVocabulary();
+  const auto check = [&](const Formula& formula, Purpose purpose) {
+    readingFormula(formula.text, [&] {
+      checkColumns(formula, table.columns());
+      checkPurpose(formula, vocabulary, purpose);
+    });
+  };
+  for (const Formula& formula : query.formulas) check(formula, Purpose::Result);
+  if (query.where) check(*query.where, Purpose::Condition);
+}
+
 std::uint64_t seedOf(const QueryRequest& request) {
   if (request.seed) return *request.seed;
   std::random_device entropy;
@@ -111,8 +124,7 @@ std::vector<Array> record(Session& session, Table table, const Query& query) {
   std::vector<Array> arrays;
   for (std::size_t i = 0; i < query.formulas.size(); ++i) {
     const Formula& formula = query.formulas[i];
-    arrays.push_back(readingFormula(
-        formula.text, [&] { return recordFormula(session, table, formula, sourceOf(query, i)); }));
+    arrays.push_back(recordFormula(session, table, formula, sourceOf(query, i)));
   }
   return arrays;
 }
@@ -163,6 +175,7 @@ void runQuery(const QueryRequest& request) {
   Session session;
   session.seed(seedOf(request));
   const Table table = openTable(session, request);
+  checkQuery(query, table);
   const std::vector<Array> arrays = record(session, table, query);
   throwIfInterrupted();
   std::vector<std::string> labels;

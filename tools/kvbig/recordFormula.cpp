@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "formula/FormulaError.h"
-#include "formula/nearNames.h"
+#include "formula/tokens.h"
 
 namespace kv::shell {
 
@@ -36,35 +36,46 @@ class Recorder {
       stack_.push_back(
           std::visit([&](const auto& what) { return record(what, step.place); }, step.what));
     }
-    return std::get<Array>(stack_.back().value());
+    return std::get<Array>(stack_.back().value.value());
   }
 
  private:
-  Operand record(const Constant& constant, Span) const {
-    return std::visit([](const auto& value) { return Operand(value); }, constant.value);
+  struct Part {
+    Operand value;
+    std::string column;  ///< its name if the value is one, as it stands in the files
+  };
+
+  Part record(const Constant& constant, Span) const {
+    return {std::visit([](const auto& value) { return Operand(value); }, constant.value), {}};
   }
 
-  Operand record(const Column& column, Span place) const {
-    const std::vector<std::string>& names = table_.columns();
-    if (std::ranges::find(names, column.name) != names.end()) return table_.column(column.name);
-    std::string advice = listNames("columns", column.name, names);
-    if (nearNames(column.name, names).empty()) {
-      advice = fmt::format("If it is a text, put it in quotes: \"{}\".\n{}", column.name, advice);
-    }
-    throw FormulaError(formula_.text, place, fmt::format("there is no column \"{}\"", column.name),
-                       advice);
+  Part record(const Column& column, Span) const {
+    return {table_.column(column.name), column.name};
   }
 
-  Operand record(const Call& call, Span place) {
+  Part record(const Call& call, Span place) {
     const auto first = stack_.end() - static_cast<std::ptrdiff_t>(call.inputs);
-    const std::vector<Operand> inputs(first, stack_.end());
+    const std::vector<Part> inputs(first, stack_.end());
     stack_.erase(first, stack_.end());
+    std::vector<Operand> values;
+    for (const Part& input : inputs) values.push_back(input.value);
     try {
-      return recordCall(call.function, inputs);
+      return {recordCall(call.function, values), {}};
     } catch (const Error& error) {
       if (!error.identifier().starts_with("KALVEX:function:")) throw;
-      throw FormulaError(formula_.text, place, error.what());
+      throw FormulaError(formula_.text, place, error.what(), adviceOnTypes(inputs));
     }
+  }
+
+  /// A column is a text as soon as one field of the first block isn't a number.
+  static std::string adviceOnTypes(const std::vector<Part>& inputs) {
+    for (const Part& input : inputs) {
+      if (input.column.empty()) continue;
+      if (std::get<Array>(input.value.value()).type() != "string") continue;
+      return fmt::format("{0} is a column of texts. If numbers are meant: --type '{1}=double'.",
+                         columnAsWritten(input.column), input.column);
+    }
+    return {};
   }
 
   Array recordCall(const std::string& function, std::vector<Operand> inputs) {
@@ -84,7 +95,7 @@ class Recorder {
   const Formula& formula_;
   const std::string& source_;
   std::vector<std::string> aggregates_;
-  std::vector<Operand> stack_;
+  std::vector<Part> stack_;
 };
 
 }  // namespace

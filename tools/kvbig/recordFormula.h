@@ -19,9 +19,9 @@ Vocabulary arrayVocabulary();
 /// Records a formula over the columns of a table as an array; aggregates skip missing values.
 /// The user's place of each step is `source` and, as the line, the position in the formula from 1.
 ///
-/// Requires: `formula` passed `checkFormula` with `arrayVocabulary()`.
-/// Errors: FormulaError with the place for a column that isn't there and for a function that isn't
-///         defined for the types that it meets.
+/// Requires: `formula` passed `checkCalls` with `arrayVocabulary()`, `checkColumns` and
+///           `checkPurpose`.
+/// Errors: FormulaError with the place for a function that isn't defined for the types it meets.
 Array recordFormula(Session& session, const Table& table, const Formula& formula,
                     const std::string& source);
 

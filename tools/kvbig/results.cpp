@@ -113,7 +113,7 @@ std::string resultsAsJson(const std::vector<std::string>& labels, const Gathered
 std::string planAsText(std::string plan, bool json) {
   if (json) return "{\"plan\": " + jsonText(plan) + "}\n";
   if (!plan.ends_with('\n')) plan += '\n';
-  return plan;
+  return printableLines(plan);
 }
 
 }  // namespace kv::shell

@@ -39,4 +39,9 @@ struct LazyGraph {
 /// Errors: Error "KALVEX:array:NoArray", "KALVEX:array:TwoSessions".
 LazyGraph lazyGraph(std::span<const Array> arrays, Where where = Where::current());
 
+/// The files that gathering the arrays would read, each once, as they stand in the file system:
+/// plans show them as their user called them, and a saved array may call them anything.
+/// Errors: as lazyGraph.
+std::vector<std::string> sourceFiles(std::span<const Array> arrays, Where where = Where::current());
+
 }  // namespace kv

@@ -8,6 +8,7 @@
 
 #include "formula/FormulaError.h"
 #include "formula/nearNames.h"
+#include "formula/tokens.h"
 
 namespace kv::shell {
 
@@ -88,6 +89,24 @@ class Checker {
   Span place_;
 };
 
+/// What may be wrong where a file has one column: the fields stand apart by something else.
+std::string adviceOnSeparator(std::span<const std::string> columns) {
+  if (columns.size() != 1) return {};
+  const std::size_t found = columns.front().find_first_of(";\t|");
+  if (found == std::string::npos) return {};
+  const char separator = columns.front()[found];
+  return fmt::format("Fields are parted by commas, and this file seems to part them by {}.\n",
+                     separator == '\t' ? "tabs" : fmt::format("\"{}\"", separator));
+}
+
+std::string adviceOnColumn(const std::string& wanted, std::span<const std::string> columns) {
+  std::string advice = adviceOnSeparator(columns);
+  if (advice.empty() && nearNames(wanted, columns).empty()) {
+    advice = fmt::format("If it is a text, put it in quotes: \"{}\".\n", wanted);
+  }
+  return advice + listNames("columns", wanted, columns, columnAsWritten);
+}
+
 }  // namespace
 
 std::vector<std::string> Vocabulary::names() const {
@@ -96,7 +115,21 @@ std::vector<std::string> Vocabulary::names() const {
   return all;
 }
 
-void checkFormula(const Formula& formula, const Vocabulary& vocabulary, Purpose purpose) {
+void checkCalls(const Formula& formula, const Vocabulary& vocabulary) {
+  Checker(formula, vocabulary).run();
+}
+
+void checkColumns(const Formula& formula, std::span<const std::string> columns) {
+  for (const Step& step : formula.steps) {
+    const auto* column = std::get_if<Column>(&step.what);
+    if (column == nullptr || std::ranges::find(columns, column->name) != columns.end()) continue;
+    throw FormulaError(formula.text, step.place,
+                       fmt::format("there is no column \"{}\"", column->name),
+                       adviceOnColumn(column->name, columns));
+  }
+}
+
+void checkPurpose(const Formula& formula, const Vocabulary& vocabulary, Purpose purpose) {
   const Rows rows = Checker(formula, vocabulary).run();
   const Span place = formula.steps.back().place;
   if (purpose == Purpose::Condition && rows != Rows::Many) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,9 +29,17 @@ enum class Purpose : std::uint8_t {
 };
 
 /// Refuses what can't be right whatever the columns are: an unknown function, a wrong number of
-/// inputs, an aggregate of a constant, and a formula that doesn't give what `purpose` asks for.
-///
+/// inputs, an aggregate of a constant.
 /// Errors: FormulaError with the place.
-void checkFormula(const Formula& formula, const Vocabulary& vocabulary, Purpose purpose);
+void checkCalls(const Formula& formula, const Vocabulary& vocabulary);
+
+/// Refuses a column that isn't one of `columns`.
+/// Errors: FormulaError with the place.
+void checkColumns(const Formula& formula, std::span<const std::string> columns);
+
+/// Refuses a formula that doesn't give what `purpose` asks for.
+/// Requires: it passed `checkCalls`.
+/// Errors: FormulaError with the place.
+void checkPurpose(const Formula& formula, const Vocabulary& vocabulary, Purpose purpose);
 
 }  // namespace kv::shell

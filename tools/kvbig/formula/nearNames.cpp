@@ -31,6 +31,12 @@ std::size_t distance(std::string_view a, std::string_view b) {
   return row.back();
 }
 
+std::vector<std::string> spelled(std::span<const std::string> names, Spelling spelling) {
+  std::vector<std::string> all(names.begin(), names.end());
+  if (spelling != nullptr) std::ranges::transform(all, all.begin(), spelling);
+  return all;
+}
+
 }  // namespace
 
 std::vector<std::string> nearNames(std::string_view wanted, std::span<const std::string> names) {
@@ -50,12 +56,12 @@ std::vector<std::string> nearNames(std::string_view wanted, std::span<const std:
 }
 
 std::string listNames(std::string_view kind, std::string_view wanted,
-                      std::span<const std::string> names) {
+                      std::span<const std::string> names, Spelling spelling) {
   std::string text;
   if (const auto near = nearNames(wanted, names); !near.empty()) {
-    text = fmt::format("Did you mean {}?\n", fmt::join(near, " or "));
+    text = fmt::format("Did you mean {}?\n", fmt::join(spelled(near, spelling), " or "));
   }
-  const auto listed = names.first(std::min(names.size(), kMostListed));
+  const auto listed = spelled(names.first(std::min(names.size(), kMostListed)), spelling);
   text += fmt::format("The {} there are: {}", kind, fmt::join(listed, ", "));
   if (listed.size() < names.size())
     text += fmt::format(" and {} more", names.size() - listed.size());

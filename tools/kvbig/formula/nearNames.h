@@ -11,8 +11,12 @@ namespace kv::shell {
 /// letters changed, added, left out, or only the case differs.
 std::vector<std::string> nearNames(std::string_view wanted, std::span<const std::string> names);
 
-/// Advice for a name that isn't there: near ones, and which there are (the first forty).
+/// How a name is to be typed.
+using Spelling = std::string (*)(std::string_view name);
+
+/// Advice for a name that isn't there: near ones, and which there are (the first forty), as they
+/// are to be typed; without `spelling`, as they are.
 std::string listNames(std::string_view kind, std::string_view wanted,
-                      std::span<const std::string> names);
+                      std::span<const std::string> names, Spelling spelling = nullptr);
 
 }  // namespace kv::shell

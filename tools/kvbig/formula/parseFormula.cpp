@@ -192,6 +192,18 @@ class Parser {
     return formula_.text.substr(token.place.begin, token.place.end - token.place.begin);
   }
 
+  /// A column's name with a blank, written as if it had none, reads as two names.
+  std::string adviceOnTwoWords() const {
+    const auto isWord = [](const Token& token) {
+      return token.kind == Kind::Name || token.kind == Kind::Number;
+    };
+    if (at_ == 0 || tokens_[at_ - 1].kind != Kind::Name || !isWord(current())) return {};
+    const std::size_t begin = tokens_[at_ - 1].place.begin;
+    return fmt::format("If both are one column's name, put it in backquotes: {}.",
+                       columnAsWritten(std::string_view(formula_.text)
+                                           .substr(begin, current().place.end - begin)));
+  }
+
   [[noreturn]] void failAtMissingOperand() const {
     if (current().kind == Kind::End) fail(current().place, "the formula ends too early");
     fail(current().place,
@@ -204,7 +216,8 @@ class Parser {
            "Write == to compare.");
     }
     if (current().isSymbol(")")) fail(current().place, "this \")\" closes nothing");
-    fail(current().place, fmt::format("expected an operator before \"{}\"", shown(current())));
+    fail(current().place, fmt::format("expected an operator before \"{}\"", shown(current())),
+         adviceOnTwoWords());
   }
 
   [[noreturn]] void fail(Span place, std::string_view sentence,

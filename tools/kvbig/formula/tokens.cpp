@@ -190,4 +190,14 @@ class Tokenizer {
 
 std::vector<Token> tokenize(std::string_view formula) { return Tokenizer(formula).run(); }
 
+std::string columnAsWritten(std::string_view name) {
+  const bool isPlain = !name.empty() && startsName(name.front()) &&
+                       std::ranges::all_of(name, continuesName) && name != "true" &&
+                       name != "false";
+  if (isPlain) return std::string(name);
+  std::string quoted = "`";
+  for (const char c : name) quoted += c == '`' ? "``" : std::string(1, c);
+  return quoted + '`';
+}
+
 }  // namespace kv::shell

@@ -31,10 +31,13 @@ struct Token {
 ///
 /// Names start with a letter, `_` or a character beyond ASCII, and go on with these, digits and
 /// dots. Texts stand in `"` or `'` and know the escapes \\ \" \' \n \r \t. In backquotes a
-/// backquote is doubled. Errors: FormulaError for what isn't a token, a text without an end, an
-/// unknown escape, a number
+/// backquote is doubled.
+/// Errors: FormulaError for what isn't a token, a text without an end, an unknown escape, a number
 ///         that a double can't hold (a whole number written in digits beyond 2^53 too), and for
 ///         bytes that aren't UTF-8.
 std::vector<Token> tokenize(std::string_view formula);
+
+/// A column's name as it stands in a formula: in backquotes unless it is a plain name.
+std::string columnAsWritten(std::string_view name);
 
 }  // namespace kv::shell
