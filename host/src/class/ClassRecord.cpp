@@ -168,9 +168,12 @@ void ClassRecord::createInstance(kcos::COSInterfacePtr& object) {
   object = newInstance(table_.session(), *this).get();
 }
 
-void ClassRecord::beginConstruction(kcos::COSInterfacePtr /*object*/) {}
+void ClassRecord::beginConstruction(kcos::COSInterfacePtr object) {
+  table_.session().heap.setPartUnfinished(*Object::of(object.get()), true);
+}
 
 void ClassRecord::endConstruction(kcos::COSInterfacePtr object) {
+  table_.session().heap.setPartUnfinished(*Object::of(object.get()), false);
   constructLanguageParts(table_.session(), *this, *Object::of(object.get()));
 }
 

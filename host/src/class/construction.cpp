@@ -44,6 +44,21 @@ const Method* emptyConstructor(const ClassRecord& native) {
   return found;
 }
 
+/// The native part of an object is being made, outside of a construction.
+class UnfinishedPart {
+ public:
+  UnfinishedPart(Heap& heap, Object& object) noexcept : heap_(heap), object_(object) {
+    heap_.setPartUnfinished(object_, true);
+  }
+  ~UnfinishedPart() { heap_.setPartUnfinished(object_, false); }
+  UnfinishedPart(const UnfinishedPart&) = delete;
+  UnfinishedPart& operator=(const UnfinishedPart&) = delete;
+
+ private:
+  Heap& heap_;
+  Object& object_;
+};
+
 bool createInstanceData(SessionState& session, Object& object, const ClassRecord& native) {
   const RunningScope running(session, nullptr);
   void* data = native.info()->createInstanceData(&object);
@@ -244,6 +259,7 @@ void constructShell(SessionState& session, Object& object) {
     return;
   }
   const Value self = arrayOf(object);
+  const UnfinishedPart part(session.heap, object);
   if (record.isNative()) {
     if (!runEmptyConstructor(session, self.get(), *native, true)) {
       createInstanceData(session, object, *native);

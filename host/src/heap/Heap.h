@@ -69,6 +69,12 @@ class Heap {
   Object* allocate(ObjectClass& objectClass);
   /// From here on the object lives by its references.
   void finishConstruction(Object& object) noexcept;
+  /// Says whether the constructor of the native part runs on an object that is made already: nobody
+  /// may ask such a part anything.
+  void setPartUnfinished(Object& object, bool isUnfinished) noexcept {
+    object.flags_ = isUnfinished ? object.flags_ | Object::kPartUnfinished
+                                 : object.flags_ & ~Object::kPartUnfinished;
+  }
   /// Deletes a half-made object and what it holds already.
   void abandonConstruction(Object& object) noexcept;
 

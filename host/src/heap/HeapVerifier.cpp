@@ -110,25 +110,43 @@ void HeapVerifier::checkAdopted(const Object& object) {
 }
 
 void HeapVerifier::checkProperties(Object& object) {
-  if (object.isDeleted() || object.isUnderConstruction() || object.instanceData_ == nullptr) {
+  if (object.isDeleted() || object.isUnderConstruction() || object.instanceData_ == nullptr ||
+      (object.flags_ & Object::kPartUnfinished) != 0) {
     return;
   }
-  for (const kcos::COSPropT* property : object.objectClass().nativeProperties()) {
+  Counts<Object> links;
+  const std::vector<const kcos::COSPropT*> properties = object.objectClass().nativeProperties();
+  for (const kcos::COSPropT* property : properties) {
     if (property->flags() == kcos::COSPropT::kDerived) {
       continue;  // shows what another object holds
     }
     const std::string name(property->getName().text());
     for (auto objects = property->getReferencedObjects(&object); objects.hasMore();) {
-      const Object* child = Object::of(objects.next());
-      if (child != nullptr && !child->isDeleted() && object.edges_.count(child) == 0) {
-        report(object, "refers by " + name + " to an object without an edge");
-      }
+      ++links[Object::of(objects.next())];
     }
     for (auto arrays = property->getReferencedArrays(&object); arrays.hasMore();) {
       const kxArray* array = arrays.next();
       if (array != nullptr && kxHasRootRecord(array) && array->parent != &object) {
         report(object, "refers by " + name + " to an array that it didn't adopt");
       }
+    }
+  }
+  if (!properties.empty()) {  // a class without any says nothing of its links
+    checkEdges(object, std::move(links));
+  }
+}
+
+void HeapVerifier::checkEdges(const Object& object, Counts<Object> links) {
+  Counts<Object> edges;
+  object.edges_.forEach([&](const Object* child) {
+    ++edges[child];
+    links.try_emplace(child, 0);
+  });
+  for (const auto& [child, count] : links) {
+    if (child != nullptr && !child->isDeleted() && edges[child] != count) {
+      report(object, "has " + std::to_string(edges[child]) + " edges to an object of class " +
+                         std::string(child->objectClass().getName()) + " and " +
+                         std::to_string(count) + " links");
     }
   }
 }

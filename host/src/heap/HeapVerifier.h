@@ -29,6 +29,8 @@ class HeapVerifier {
   void checkObject(const Object& object);
   void checkAdopted(const Object& object);
   void checkProperties(Object& object);
+  /// `links`: how often the native properties of the object refer to each other object.
+  void checkEdges(const Object& object, Counts<Object> links);
   void checkPayload(const ReferencePayload& payload, bool isListedOutside);
   void report(const Object& object, const std::string& what);
 

@@ -62,9 +62,10 @@ class Object final : public kcos::COSInterface {
   friend class kcos::COSInterface;
 
   static constexpr std::uint32_t kUnderConstruction = 2;
-  static constexpr std::uint32_t kQueued = 4;            ///< stands in the heap's worklist
-  static constexpr std::uint32_t kContentsGone = 8;      ///< native part, slots and value destroyed
+  static constexpr std::uint32_t kQueued = 4;        ///< stands in the heap's worklist
+  static constexpr std::uint32_t kContentsGone = 8;  ///< native part, slots and value destroyed
   static constexpr std::uint32_t kUntrusted = 16;
+  static constexpr std::uint32_t kPartUnfinished = 32;   ///< the native part's constructor runs
   static constexpr std::uint32_t kMemberUnit = 1u << 8;  ///< members that run, from this bit up
 
   explicit Object(ObjectClass& objectClass)
