@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "foundation/exception.h"
 #include "foundation/usm.h"
 #include "kcos/calls.h"
 #include "kcos/class.h"
@@ -37,9 +38,20 @@ bool isNextToFail(HostFault fault, const char* operation, std::string_view with)
   return true;
 }
 
-/// At the start of each operation.
-void mayRaise(const char* operation, std::string_view with = {}) {
-  if (isNextToFail(HostFault::Raises, operation, with)) {
+struct FaultId {
+  static constexpr const char *category = "test", *key = "Fault";
+};
+
+/// At the start of each operation that isn't a call: a native exception, as of the host itself.
+void mayRaise(const char* operation) {
+  if (isNextToFail(HostFault::Raises, operation, {})) {
+    throw foundation::core::except::Exception<FaultId>();
+  }
+}
+
+/// At the start of each call: the error of a callee.
+void mayRaise(const char* operation, std::string_view name) {
+  if (isNextToFail(HostFault::Raises, operation, name)) {
     host::raiseWithMessage("test:Fault", "a test lets the host fail");
   }
 }
