@@ -23,8 +23,8 @@ struct Sizes {
 };
 
 inline constexpr Sizes kQuick = {100'000, 1, 100'000, 50'000, 200'000, 100, 100'000, 300};
-inline constexpr Sizes kFull = {100'000, 40, 1'000'000, 1'000'000, 8'000'000, 1'000, 1'000'000,
-                                1'000'000'000};
+inline constexpr Sizes kFull = {100'000,   40,    1'000'000, 1'000'000,
+                                8'000'000, 1'000, 1'000'000, 1'000'000'000};
 inline constexpr Sizes kStress = {1'000, 4, 300, 300, 300, 3, 100'000, 10};
 
 inline bool isStressed() {
