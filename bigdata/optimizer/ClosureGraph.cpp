@@ -53,7 +53,7 @@ void ClosureGraph::recalculate() {
   for (const auto& future : futures_) {
     walker.walk(future.lock());
   }
-  const NodeNames names(walker.nodes());
+  NodeNames names(walker.nodes());
   const ArrayPtr nodes = makeNodeTable(walker.nodes(), names);
   const ArrayPtr edges = makeEdgeTable(walker.nodes(), names);
   setGraph(ki::callHost("digraph", {edges.get(), nodes.get()}));

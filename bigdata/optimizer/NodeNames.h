@@ -21,10 +21,13 @@ class NodeNames {
   explicit NodeNames(const GraphNodes& nodes);
 
   /// Of a closure, promise or future; one that isn't a node is called by its id.
+  ///
+  /// Lives: as long as this.
   template <class T>
-  std::u16string of(const T& object) const {
+  const std::u16string& of(const T& object) {
     const auto found = names_.find(&object);
-    return found == names_.end() ? object.getIdStr() : found->second;
+    return found != names_.end() ? found->second
+                                 : names_.emplace(&object, object.getIdStr()).first->second;
   }
 
  private:

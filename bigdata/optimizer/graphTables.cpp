@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <compare>
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -25,8 +27,9 @@ using matrix::ArrayPtr;
 
 namespace {
 
-std::u16string nameOf(const ClosureGraphNode& node, const NodeNames& names) {
-  return std::visit([&](const auto& object) { return names.of(*object); }, node);
+const std::u16string& nameOf(const ClosureGraphNode& node, NodeNames& names) {
+  return std::visit([&](const auto& object) -> const std::u16string& { return names.of(*object); },
+                    node);
 }
 
 ArrayPtr objectOf(const ClosureGraphNode& node) {
@@ -43,30 +46,35 @@ ArrayPtr makeLogicalColumn(std::size_t rows) {
       kxCreateNumericArray(std::array<std::size_t, 2>{rows, 1}, kxLOGICAL_CLASS));
 }
 
-/// Source and target of an edge, by name.
-using Edge = std::pair<std::u16string, std::u16string>;
+/// Source and target of an edge, by name. The names stand elsewhere, so that edges are cheap to
+/// move.
+struct Edge {
+  std::u16string_view source, target;
+
+  auto operator<=>(const Edge&) const = default;
+};
 
 /// Adds the edges that lead to a node.
 struct EdgeCollector {
-  const NodeNames& names;
+  NodeNames& names;
   std::vector<Edge>& edges;
 
   void operator()(const KalvexManagedPtr<Closure>& closure) const {
     for (const auto& input : closure->getInputFutures()) {
-      edges.emplace_back(names.of(*input), names.of(*closure));
+      edges.push_back({names.of(*input), names.of(*closure)});
     }
   }
   void operator()(const KalvexManagedPtr<ClosureFuture>& future) const {
-    edges.emplace_back(names.of(*future->getPromise()), names.of(*future));
+    edges.push_back({names.of(*future->getPromise()), names.of(*future)});
   }
   void operator()(const KalvexManagedPtr<ClosurePromise>& promise) const {
     if (!promise->isDone()) {
-      edges.emplace_back(names.of(*promise->getClosure()), names.of(*promise));
+      edges.push_back({names.of(*promise->getClosure()), names.of(*promise)});
     }
   }
 };
 
-std::vector<Edge> collectEdges(const GraphNodes& nodes, const NodeNames& names) {
+std::vector<Edge> collectEdges(const GraphNodes& nodes, NodeNames& names) {
   std::vector<Edge> edges;
   for (const ClosureGraphNode& node : nodes) {
     std::visit(EdgeCollector{names, edges}, node);
@@ -78,7 +86,7 @@ std::vector<Edge> collectEdges(const GraphNodes& nodes, const NodeNames& names) 
 
 }  // namespace
 
-ArrayPtr makeNodeTable(const GraphNodes& nodes, const NodeNames& names) {
+ArrayPtr makeNodeTable(const GraphNodes& nodes, NodeNames& names) {
   using namespace Torvane::String;
   const std::size_t count = nodes.size();
   const ArrayPtr labels = createStringArray(count, 1);
@@ -104,12 +112,12 @@ ArrayPtr makeNodeTable(const GraphNodes& nodes, const NodeNames& names) {
                                 label.get(), variables.get()});
 }
 
-ArrayPtr makeEdgeTable(const GraphNodes& nodes, const NodeNames& names) {
+ArrayPtr makeEdgeTable(const GraphNodes& nodes, NodeNames& names) {
   const std::vector<Edge> edges = collectEdges(nodes, names);
   const ArrayPtr ends = Torvane::String::createStringArray(edges.size(), 2);
   for (std::size_t row = 0; row < edges.size(); ++row) {
-    Torvane::String::setString(ends.get(), row, edges[row].first);
-    Torvane::String::setString(ends.get(), edges.size() + row, edges[row].second);
+    Torvane::String::setString(ends.get(), row, edges[row].source);
+    Torvane::String::setString(ends.get(), edges.size() + row, edges[row].target);
   }
   const ArrayPtr label = matrix::create("VariableNames");
   const ArrayPtr variable = matrix::create("EndNodes");
