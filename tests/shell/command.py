@@ -19,7 +19,7 @@ class Run:
 
     def query(self, *words: str) -> dict:
         """The answer as JSON of a query that must succeed."""
-        done = self("query", *words, "--json")
+        done = self("query", "--json", *words)
         assert (done.returncode, done.stderr) == (0, ""), done.stderr
         return json.loads(done.stdout)
 

@@ -30,11 +30,38 @@ struct DescribeRequest {
   bool json = false;
 };
 
+/// Stands before each word behind "--": the parser would take those for options as soon as a
+/// command has all that it requires, as in `query PATH EXPR -- -EXPR`.
+constexpr char kMark = '\x1f';
+
+std::string withoutMark(std::string word) {
+  if (word.starts_with(kMark)) word.erase(0, 1);
+  return word;
+}
+
+/// The words behind the command's name, the last one first, as the parser takes them.
+std::vector<std::string> wordsToParse(std::span<char*> words) {
+  std::vector<std::string> all(words.begin() + 1, words.end());
+  if (const auto dashes = std::ranges::find(all, "--"); dashes != all.end()) {
+    for (auto word = dashes + 1; word != all.end(); ++word) word->insert(0, 1, kMark);
+    all.erase(dashes);
+  }
+  std::ranges::reverse(all);
+  return all;
+}
+
+/// A word that is told by its position, not by a name.
+template <class Target>
+CLI::Option* addPlain(CLI::App& command, const std::string& name, Target& target,
+                      const std::string& meaning) {
+  return command.add_option(name, target, meaning)->transform(withoutMark, "");
+}
+
 /// What is asked, of which rows: the same for all commands that take expressions.
 void addQuestion(CLI::App& command, QueryRequest& request) {
-  command.add_option("PATH", request.path, "A file, a folder (its *.csv), or a quoted glob")
+  addPlain(command, "PATH", request.path, "A file, a folder (its *.csv), or a quoted glob")
       ->required();
-  command.add_option("EXPR", request.expressions, "Such as mean(x), or late = mean(x > 60)")
+  addPlain(command, "EXPR", request.expressions, "Such as mean(x), or late = mean(x > 60)")
       ->required();
   command
       .add_option("-f,--file", request.furtherPaths, "One more path with rows of the same table")
@@ -74,7 +101,7 @@ void addExplain(CLI::App& app, QueryRequest& request) {
 void addSave(CLI::App& app, QueryRequest& request) {
   CLI::App* save = app.add_subcommand("save", "Save what a query would do; reads no data");
   save->footer(kv::shell::queryHelp());
-  save->add_option("FILE", request.saveTo, "Where to; an older file of saved arrays is replaced")
+  addPlain(*save, "FILE", request.saveTo, "Where to; an older file of saved arrays is replaced")
       ->required();
   addQuestion(*save, request);
   save->callback([&] { kv::shell::runQuery(request); });
@@ -83,7 +110,7 @@ void addSave(CLI::App& app, QueryRequest& request) {
 void addOpen(CLI::App& app, OpenRequest& request) {
   CLI::App* open = app.add_subcommand("open", "Show or evaluate what was saved");
   open->footer(kv::shell::generalHelp());
-  open->add_option("FILE", request.file, "A file that kvbig save, or a program, wrote")->required();
+  addPlain(*open, "FILE", request.file, "A file that kvbig save, or a program, wrote")->required();
   open->add_flag("--trust", request.trust, "Evaluate: read the files that FILE names");
   open->add_flag("--explain", request.explain, "Print the plan and read no data");
   open->add_flag("--json", request.json, "Print one JSON object");
@@ -92,18 +119,9 @@ void addOpen(CLI::App& app, OpenRequest& request) {
 
 void addDescribe(CLI::App& app, DescribeRequest& request) {
   CLI::App* describe = app.add_subcommand("describe", "Show a class of the core, or list them all");
-  describe->add_option("NAME", request.name, "Full name of a class");
+  addPlain(*describe, "NAME", request.name, "Full name of a class");
   describe->add_flag("--json", request.json, "Print JSON");
   describe->callback([&] { kv::shell::runDescribe(request.name, request.json); });
-}
-
-/// A command that has an expression already leaves what stands behind "--" to the application.
-/// Errors: CLI::ExtrasError for anything else that is left.
-void takeExpressionsLeft(const CLI::App& app, QueryRequest& request) {
-  const std::vector<std::string> left = app.remaining();
-  if (left.empty()) return;
-  if (left.front() != "--" || request.expressions.empty()) throw CLI::ExtrasError(left);
-  request.expressions.insert(request.expressions.end(), left.begin() + 1, left.end());
 }
 
 void printVersion() { kv::shell::writeOut(fmt::format("kvbig {}\n", kv::release())); }
@@ -131,7 +149,9 @@ void refuseUnknownCommand(const CLI::App& app, std::span<char*> words) {
   }
   std::string command = "kvbig";
   for (const CLI::App* given : app.get_subcommands()) command += ' ' + given->get_name();
-  throw kv::shell::UsageError(fmt::format("{}\n\"{} --help\" tells more.", error.what(), command));
+  std::string sentence = error.what();
+  std::erase(sentence, kMark);
+  throw kv::shell::UsageError(fmt::format("{}\n\"{} --help\" tells more.", sentence, command));
 }
 
 kv::shell::ExitCode run(int argc, char** argv) {
@@ -142,8 +162,6 @@ kv::shell::ExitCode run(int argc, char** argv) {
   QueryRequest queryRequest;
   OpenRequest openRequest;
   DescribeRequest describeRequest;
-  app.allow_extras();
-  app.parse_complete_callback([&] { takeExpressionsLeft(app, queryRequest); });
   addQuery(app, queryRequest);
   addExplain(app, queryRequest);
   addSave(app, queryRequest);
@@ -153,7 +171,7 @@ kv::shell::ExitCode run(int argc, char** argv) {
   const std::span words(argv, static_cast<std::size_t>(argc));
   refuseUnknownCommand(app, words);
   try {
-    app.parse(argc, argv);
+    app.parse(wordsToParse(words));
   } catch (const CLI::Success& help) {
     app.exit(help);
   } catch (const CLI::ParseError& error) {
