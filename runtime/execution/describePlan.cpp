@@ -44,8 +44,9 @@ class PlanText {
       writeClientTasks(pass);
     }
     for (std::size_t i = 0; i < plan_.results.size(); ++i) {
-      writeHeading(fmt::format("Result {}: #{}", i + 1,
-                               lines_[static_cast<std::size_t>(plan_.results[i].task)]));
+      const auto task = static_cast<std::size_t>(plan_.results[i].task);
+      rows_.push_back(
+          {fmt::format("Result {}: #{}", i + 1, lines_[task]), {}, plan_.tasks[task].spec->origin});
     }
     return align();
   }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "formula/FormulaError.h"
 #include "formula/nearNames.h"
@@ -12,16 +13,20 @@
 namespace kv::shell {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 /// What is wrong with a formula; empty if nothing is.
 std::string verdict(std::string_view text, Purpose purpose = Purpose::Result) {
   static const Vocabulary vocabulary = {{{"plus", 2}, {"gt", 2}, {"abs", 1}, {"rand", 0}},
                                         {"mean", "std"}};
   try {
-    checkFormula(parseFormula(text), vocabulary, purpose);
+    const Formula formula = parseFormula(text);
+    checkCalls(formula, vocabulary);
+    checkPurpose(formula, vocabulary, purpose);
   } catch (const FormulaError& error) {
     return error.what();
   }
@@ -52,6 +57,28 @@ TEST(CheckFormula, RefusesFormulasThatDontGiveWhatTheyAreFor) {
   EXPECT_THAT(verdict("mean(1 + 1)"),
               HasSubstr("this is a constant\n    mean(1 + 1)\n           ^"));
   EXPECT_THAT(verdict("mean(x) > 1", Purpose::Condition), HasSubstr("nothing about single rows"));
+}
+
+/// What is wrong with the columns of a formula; empty if nothing is.
+std::string columnVerdict(std::string_view text, const std::vector<std::string>& columns) {
+  try {
+    checkColumns(parseFormula(text), columns);
+  } catch (const FormulaError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(CheckColumns, RefusesColumnsThatThereAreNot) {
+  EXPECT_EQ(columnVerdict("mean(x) + `odd name`", {"x", "odd name"}), "");
+  EXPECT_THAT(columnVerdict("mean(oddname)", {"x", "odd name"}),
+              HasSubstr("no column \"oddname\"\n    mean(oddname)\n         ^^^^^^^\n"
+                        "Did you mean `odd name`?\nThe columns there are: x, `odd name`."));
+  EXPECT_THAT(
+      columnVerdict("mean(y)", {"JFK", "10th", "true", "a`b"}),
+      AllOf(HasSubstr("put it in quotes: \"y\"."), HasSubstr("are: JFK, `10th`, `true`, `a``b`.")));
+  EXPECT_THAT(columnVerdict("mean(a)", {"a;b;c"}), HasSubstr("part them by \";\""));
+  EXPECT_THAT(columnVerdict("mean(a)", {"b", "a;b;c"}), Not(HasSubstr("part them")));
 }
 
 TEST(NearNames, FindsSlipsOfTheFingersAndNothingElse) {

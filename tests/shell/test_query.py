@@ -13,6 +13,7 @@ import pytest
 from command import Run
 
 ROWS = 336_776
+CLOSURE = "kalvex.bigdata.internal.lazyeval.Closure"
 
 # Computed with Arrow from the same file.
 TRUTH = {
@@ -128,6 +129,30 @@ def test_files_folders_and_globs_make_one_table(run: Run, words: list[str], tota
     assert run.query(path, "sum(x)", *rest)["results"] == {"sum(x)": total}
 
 
+def test_what_stands_behind_two_dashes_is_no_option(run: Run) -> None:
+    assert run.query("small.csv", "sum(x)", "--", "-sum(x)", "n = count(y)")["results"] == {
+        "sum(x)": 6, "-sum(x)": -6, "n": 2,
+    }
+    (run.folder / "save").mkdir()
+    (run.folder / "save" / "-a.csv").write_text("x\n7\n")
+    (run.folder / "-a.csv").write_text("x\n8\n")
+    assert json.loads(run("query", "--json", "--", "save", "max(x)").stdout)["results"] == {"max(x)": 7}
+    assert json.loads(run("query", "--json", "--", "-a.csv", "max(x)").stdout)["results"] == {"max(x)": 8}
+    assert "not expected: -x\n" in run("describe", "--", CLOSURE, "-x").stderr
+
+
+def test_another_separator_is_told(run: Run) -> None:
+    (run.folder / "semicolons.csv").write_text("x;y\n1;2\n")
+    assert 'this file seems to part them by ";"' in run.refusal("semicolons.csv", "sum(x)")
+    (run.folder / "tabs.csv").write_text("x\ty\n1\t2\n")
+    assert "by tabs" in run.refusal("tabs.csv", "sum(x)")
+
+
+def test_help_lists_the_types_that_there_are(run: Run) -> None:
+    listed = re.search(r"types are ([a-z0-9, ]+)\.", run.refusal("small.csv", "sum(x)", "--type", "x=float"))[1]
+    assert listed.replace(",", "") in run("query", "--help").stdout
+
+
 def test_a_fixed_type_keeps_whole_numbers_exact(run: Run) -> None:
     assert "9007199254740993" in run.refusal("wide.csv", "max(x)", code=3)
     assert run.query("wide.csv", "max(x)", "--type", "x=int64")["results"] == {"max(x)": 2**53 + 1}
@@ -161,6 +186,7 @@ def test_a_plan_reads_no_data(run: Run) -> None:
     assert (done.returncode, done.stderr) == (0, "")
     assert "bad.csv" in done.stdout
     assert re.search(r"mean\(#\d+\) .* expression 1:1\n", done.stdout)
+    assert re.search(r"^Result 1: #\d+ +expression 1:1$", done.stdout, re.MULTILINE)
     plan = run("query", "bad.csv", "mean(x)", "--explain", "--json")
     assert json.loads(plan.stdout)["plan"].strip() == done.stdout.strip()
     run.refusal("bad.csv", "mean(x)", code=3)
@@ -178,7 +204,12 @@ def test_a_plan_reads_no_data(run: Run) -> None:
         (["mean(1)"], ["constant"]),
         (["mean(x, y)"], ["1 input"]),
         (["mean(word + 1)"], ["plus", "string", "^"]),
-        (["mean(word)"], ["mean", "string", "^"]),
+        (["mean(word)"], ["mean", "string", "^", "word is a column of texts", "--type 'word=double'"]),
+        (["sum(`two words` + word)"], ["plus", "--type 'word=double'"]),
+        (["sum(two words)"], ["expected an operator", "in backquotes: `two words`"]),
+        (["yy"], ['no column "yy"', "y", "`two words`"]),
+        (["mean(x)", "--where", "maen(y) > 1"], ['no function "maen"']),
+        (["mean(x)", "--where", "wodr"], ['no column "wodr"', "Did you mean word?"]),
         (["sum(where(x, y, 0))"], ["where expected a logical condition, got double", "^^^^^"]),
         (["(" * 100_000], ["nested too deep"]),
         (["mean(x)", "mean(x)"], ["two results"]),
@@ -193,6 +224,7 @@ def test_a_plan_reads_no_data(run: Run) -> None:
         (["mean(rand())", "--seed", "-1"], ["--seed", "-1"]),
         (["mean(rand())", "--seed", str(2**53)], ["--seed", str(2**53)]),
         (["-mean(x)"], ["-- '-mean(x)'"]),
+        (["mean(x)", "--", "--nonsense"], ['no column "nonsense"']),
         ([], ["EXPR is required"]),
     ],
 )

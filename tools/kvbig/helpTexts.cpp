@@ -38,7 +38,7 @@ constexpr std::string_view kFormulas = R"(Expressions:
 )";
 
 constexpr std::string_view kTypes = R"(Types of columns:
-  double, if all fields at the start of the first file are numbers, otherwise string; --type decides otherwise:
+  double where all fields at the start of the first file are numbers, else string; or, by --type:
   logical double single int8 uint8 int16 uint16 int32 uint32 int64 uint64 string
 )";
 

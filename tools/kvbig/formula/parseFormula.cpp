@@ -199,9 +199,9 @@ class Parser {
     };
     if (at_ == 0 || tokens_[at_ - 1].kind != Kind::Name || !isWord(current())) return {};
     const std::size_t begin = tokens_[at_ - 1].place.begin;
+    const std::string name = formula_.text.substr(begin, current().place.end - begin);
     return fmt::format("If both are one column's name, put it in backquotes: {}.",
-                       columnAsWritten(std::string_view(formula_.text)
-                                           .substr(begin, current().place.end - begin)));
+                       columnAsWritten(name));
   }
 
   [[noreturn]] void failAtMissingOperand() const {
