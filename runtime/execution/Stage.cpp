@@ -22,6 +22,12 @@ ColumnNeeds needsOfInput(const OpSpec& spec, const ColumnNeeds& asked) {
   }
 }
 
+bool hasAll(const Schema& schema, const std::set<std::string>& names) {
+  return std::ranges::all_of(names, [&](const std::string& name) {
+    return std::ranges::find(schema, name, &ColumnInfo::name) != schema.end();
+  });
+}
+
 }  // namespace
 
 void ColumnNeeds::add(const ColumnNeeds& other) {
@@ -93,6 +99,8 @@ void Stage::findColumns() {
       ofSource.add(asked[i]);
     }
   }
+  // The step that asks for a column that isn't there names all that are.
+  if (!hasAll(source_->schema(), ofSource.names)) ofSource.all = true;
   columns_ = ofSource.columnsOf(source_->schema());
 }
 

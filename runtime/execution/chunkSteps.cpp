@@ -1,6 +1,7 @@
 #include "execution/chunkSteps.h"
 
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -18,7 +19,8 @@ Chunk takeVariables(const OpSpec& spec, const Chunk& table) {
   for (const std::string& variable : spec.variables) {
     const auto found = std::find(table.names->begin(), table.names->end(), variable);
     if (found == table.names->end()) {
-      host::raise("KALVEX:array:UnknownColumn", {variable});
+      host::raise("KALVEX:array:UnknownColumn",
+                  {variable, fmt::format("{}", fmt::join(*table.names, ", "))});
     }
     taken.columns.push_back(table.columns[static_cast<std::size_t>(found - table.names->begin())]);
   }

@@ -7,7 +7,7 @@
 namespace kv::runtime {
 
 /// The columns of a table that `spec` names: a table, or, for its content, an array.
-/// Requires: the table has them.
+/// Errors: "KALVEX:array:NeedsTable"; "KALVEX:array:UnknownColumn" with the columns there are.
 Chunk takeVariables(const OpSpec& spec, const Chunk& table);
 
 /// What a condition of a choice says.

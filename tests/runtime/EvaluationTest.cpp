@@ -203,6 +203,9 @@ TEST_F(Evaluation, OperationsRefuseWhatTheyCantDo) {
             "KALVEX:array:RowSubscript");
   EXPECT_EQ(errorOf([&] { gather(element("plus", t, 1)); }).identifier, "KALVEX:array:NeedsColumn");
   EXPECT_EQ(errorOf([&] { gather(column(x, "x")); }).identifier, "KALVEX:array:NeedsTable");
+  const host::ErrorRecord unknown = errorOf([&] { gather(column(t, "z")); });
+  EXPECT_EQ(unknown.identifier, "KALVEX:array:UnknownColumn");
+  EXPECT_THAT(unknown.message, HasSubstr("There is no column z. There are: x, y."));
   const Value all = element("ge", x, 0);
   const Value filtered = host::call("filterslices", {all.get(), row.get()});
   EXPECT_EQ(errorOf([&] { gather(filtered); }).identifier, "KALVEX:array:NeedsRows");
