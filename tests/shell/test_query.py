@@ -206,6 +206,7 @@ def test_a_plan_reads_no_data(run: Run) -> None:
         (["mean(word + 1)"], ["plus", "string", "^"]),
         (["mean(word)"], ["mean", "string", "^", "word is a column of texts", "--type 'word=double'"]),
         (["sum(`two words` + word)"], ["plus", "--type 'word=double'"]),
+        (["sum(x > '1')"], ["gt is not defined for double and string", "without quotes"]),
         (["sum(two words)"], ["expected an operator", "in backquotes: `two words`"]),
         (["yy"], ['no column "yy"', "y", "`two words`"]),
         (["mean(x)", "--where", "maen(y) > 1"], ['no function "maen"']),

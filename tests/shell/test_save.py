@@ -95,7 +95,7 @@ def test_another_folder_makes_no_difference(run: Run, tmp_path: Path) -> None:
 
 def test_bad_files_are_refused(run: Run) -> None:
     assert "nothing.kv" in refused(run, "open", "nothing.kv", code=3)
-    assert "Corrupt" in refused(run, "open", "small.csv", code=3)
+    assert "'small.csv' can't be opened: Corrupt" in refused(run, "open", "small.csv", code=3)
     save(run, "small.csv", "sum(x)")
     kept = run.folder / "kept.kv"
     whole = kept.read_bytes()

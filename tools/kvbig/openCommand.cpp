@@ -55,6 +55,18 @@ std::string contentsAsJson(const Contents& contents) {
                      jsonTexts(contents.files), jsonText(contents.plan));
 }
 
+/// Errors: as Session::open; the message names the file.
+Opened openFile(Session& session, const OpenRequest& request) {
+  try {
+    return session.open(request.file, request.trust ? Trust::Yes : Trust::No);
+  } catch (const Error& error) {
+    const std::string reason = error.what();
+    if (reason.find(request.file) != std::string::npos) throw;
+    throw Error(error.identifier(), fmt::format("'{}' can't be opened: {}", request.file, reason),
+                error.arguments(), error.stack(), error.cause());
+  }
+}
+
 void requireOneRowEach(const std::vector<std::string>& labels, const Gathered& gathered) {
   for (std::size_t i = 0; i < labels.size(); ++i) {
     const std::size_t rows = gathered.values[i].rows();
@@ -72,7 +84,7 @@ void requireOneRowEach(const std::vector<std::string>& labels, const Gathered& g
 
 void runOpen(const OpenRequest& request) {
   Session session;
-  const Opened opened = session.open(request.file, request.trust ? Trust::Yes : Trust::No);
+  const Opened opened = openFile(session, request);
   for (const std::string& warning : opened.warnings) warn(warning);
   std::vector<std::string> labels;
   std::vector<Array> arrays;

@@ -70,8 +70,11 @@ class Recorder {
   /// A column is a text as soon as one field of the first block isn't a number.
   static std::string adviceOnTypes(const std::vector<Part>& inputs) {
     for (const Part& input : inputs) {
-      if (input.column.empty()) continue;
-      if (std::get<Array>(input.value.value()).type() != "string") continue;
+      const auto* array = std::get_if<Array>(&input.value.value());
+      if (array == nullptr && std::holds_alternative<std::string>(input.value.value())) {
+        return "Numbers stand without quotes.";
+      }
+      if (input.column.empty() || array->type() != "string") continue;
       return fmt::format("{0} is a column of texts. If numbers are meant: --type '{1}=double'.",
                          columnAsWritten(input.column), input.column);
     }
