@@ -322,6 +322,8 @@ TEST_F(SaveLoad, WithoutTrustFunctionsAndGuardedMethodsRefuse) {
   EXPECT_EQ(failure([&] { host::requireTrusted(object.get(), "this"); }),
             "KALVEX:load:NotTrusted | this");
   EXPECT_EQ(said("look", object), "looked");
+  const Value copy = session.copyInstance(object.get());
+  EXPECT_EQ(failure([&] { call("run", copy); }), "KALVEX:load:NotTrusted | lab.Runner");
 
   const Value vouched = session.loadBytes(session.saveBytes(suspect.get()), true);
   EXPECT_EQ(said("feval", kxGetCell(vouched.get(), 0)), "hello");

@@ -61,6 +61,9 @@ Value copyInstance(SessionState& session, Object& object) {
     const Value value = readPlace(session, object, place);
     writePlace(session, *Object::of(made.get()), place, value.get());
   }
+  if (object.isUntrusted()) {
+    Object::of(made.get())->markUntrusted();
+  }
   return arrayOf(*Object::of(made.get()));
 }
 

@@ -21,7 +21,7 @@ Value loadInstance(SessionState& session, ClassRecord& record,
                    std::span<const std::pair<std::string, const kxArray*>> properties);
 
 /// Copy construction: an object of the same class with the same stored properties. The C++ value of
-/// an object isn't copied.
+/// an object isn't copied. The copy of one that was loaded without trust is no more trusted.
 Value copyInstance(SessionState& session, Object& object);
 
 // --- The steps of both, which saving and loading files share ------------------------------------
