@@ -218,6 +218,23 @@ const HostileFile kValues[] = {
        f.root(inner);
      },
      "Corrupt | VALS"},
+    {"a cell of two cells of two cells, 30 deep",
+     [](RawFile& f) {
+       Reference inner = f.number(1);
+       for (int depth = 0; depth < 30; ++depth) inner = f.cell({inner, inner});
+       f.root(inner);
+     },
+     "Corrupt | VALS"},
+    {"a structure without fields, of elements without bytes",
+     [](RawFile& f) {
+       f.root(f.full(kxSTRUCT_CLASS, {1ULL << 50, 1}, packed(0u)));
+     },
+     "Corrupt | VALS"},
+    {"rows of no characters",
+     [](RawFile& f) {
+       f.root(f.full(kxCHAR_CLASS, {1ULL << 50, 0}, ""));
+     },
+     "Corrupt | VALS"},
     {"two values with the same data",
      [](RawFile& f) {
        f.full(kxDOUBLE_CLASS, {1, 4}, std::string(32, '\0'));

@@ -129,7 +129,25 @@ Reference FileBuilder::addContainer(const kxArray* value,
   for (const Reference reference : references) {
     append(bytes, ElementCode{reference.code()});
   }
-  return addEntry(entry);
+  return addFull(entry, value, references);
+}
+
+/// Adds the entry of a value whose data have been written.
+Reference FileBuilder::addFull(ValueEntry entry, const kxArray* value,
+                               const std::vector<Reference>& references) {
+  std::size_t spread =
+      spreadOf(kxGetClassID(value), kxGetDimensions(value).front(), kxGetNumberOfElements(value));
+  for (const Reference reference : references) {
+    if (!reference.isNull() && !reference.isObject()) {
+      spread += spreads_[reference.index()];
+    }
+  }
+  if (spread > kMaxSpread + section(Section::Data).size()) {
+    raise("KALVEX:save:NotSaveable", {kxGetClassName(value), "it has too many elements"});
+  }
+  const Reference made = addEntry(entry);
+  spreads_.back() = spread;
+  return made;
 }
 
 void FileBuilder::setRoot(Reference root) { append(section(Section::Root), root.code()); }
@@ -145,6 +163,7 @@ Reference FileBuilder::addEntry(ValueEntry entry) {
   }
   section(Section::Values) += bytes;
   const Reference made = Reference::value(nextIndex(values_));
+  spreads_.push_back(1);
   if (isWhole) {
     small_.emplace(std::move(bytes), made);
   }
@@ -193,7 +212,7 @@ Reference FileBuilder::addText(const kxArray* value) {
     }
   }
   entry.form = static_cast<std::uint8_t>(narrow ? ValueForm::Narrow : ValueForm::Full);
-  return addEntry(entry);
+  return addFull(entry, value);
 }
 
 }  // namespace kv::host

@@ -32,6 +32,9 @@ class FileBuilder {
 
   /// A number, logical, character, text array: everything but its references.
   /// Small values that are equal share a place.
+  ///
+  /// This and `addContainer` raise "KALVEX:save:NotSaveable" for what no load would take, see
+  /// `kMaxSpread`.
   format::Reference addPlain(const kxArray* value);
   /// A function handle, or the name that stands for a callable.
   format::Reference addFunction(std::string_view functionName, bool standsIn);
@@ -47,6 +50,8 @@ class FileBuilder {
  private:
   std::string& section(format::Section which) { return sections_[static_cast<std::size_t>(which)]; }
   format::Reference addEntry(format::ValueEntry entry);
+  format::Reference addFull(format::ValueEntry entry, const kxArray* value,
+                            const std::vector<format::Reference>& references = {});
   format::ValueEntry beginFull(const kxArray* value);
   format::Reference addScalar(const kxArray* value);
   format::Reference addText(const kxArray* value);
@@ -56,6 +61,7 @@ class FileBuilder {
   std::uint32_t shapes_ = 0;
   std::uint32_t objects_ = 0;
   std::uint32_t values_ = 0;
+  std::vector<std::size_t> spreads_;  ///< of each value: elements with those of all values in it
   /// Entries that hold their whole value, by their bytes.
   std::unordered_map<std::string, format::Reference> small_;
 };

@@ -171,7 +171,11 @@ SavedValue FileTables::value(std::size_t index) const {
   const std::string_view data = sections_[static_cast<std::size_t>(Section::Data)];
   const std::string_view from =
       data.substr(std::min<std::uint64_t>(value.entry.payload, data.size()));
-  const std::size_t dimensions = std::min<std::size_t>(value.entry.dimensions, from.size() / 8);
+  // More than a value can have are refused by checkValue and not worth being read, over and over.
+  const std::size_t dimensions =
+      value.entry.dimensions > kMaxDimensions
+          ? 0
+          : std::min<std::size_t>(value.entry.dimensions, from.size() / 8);
   for (std::size_t i = 0; i < dimensions; ++i) {
     value.dimensions.push_back(itemAt<std::uint64_t>(from, i));
     value.elements *= value.dimensions.back();
@@ -183,7 +187,7 @@ SavedValue FileTables::value(std::size_t index) const {
 /// No data belong to two values: memory for values is bounded by the file then.
 void FileTables::checkValues() {
   std::size_t left = sections_[static_cast<std::size_t>(Section::Data)].size();
-  std::vector<std::uint16_t> depths(valueCount_);
+  std::vector<Nesting> nestings(valueCount_);
   for (std::size_t i = 0; i < valueCount_; ++i) {
     const SavedValue value = this->value(i);
     const std::size_t bytes = checkValue(value, i, names_.size());
@@ -191,28 +195,33 @@ void FileTables::checkValues() {
       refuseFile(tagOf(Section::Values), i * sizeof(ValueEntry), "two values have the same data");
     }
     left -= bytes;
-    checkElements(i, depths);
+    checkElements(i, nestings);
   }
 }
 
-void FileTables::checkElements(std::size_t index, std::vector<std::uint16_t>& depths) const {
+void FileTables::checkElements(std::size_t index, std::vector<Nesting>& nestings) const {
   const SavedValue value = this->value(index);
-  std::size_t depth = 0;
+  const auto require = [&](bool holds, const char* reason) {
+    if (!holds) {
+      refuseFile(tagOf(Section::Values), index * sizeof(ValueEntry), reason);
+    }
+  };
+  const std::size_t mostSpread = kMaxSpread + size();
+  Nesting& nesting = nestings[index];
+  nesting.spread = spreadOf(value.classId(), value.dimensions.front(), value.elements);
   forEachReference(value, [&](Reference reference) {
     checkReference(index, reference);
     if (!reference.isNull() && !reference.isObject()) {
-      depth = std::max<std::size_t>(depth, depths[reference.index()]);
-    }
-    if (value.classId() == kxOBJECT_CLASS && !reference.isNull() && !reference.isObject()) {
-      refuseFile(tagOf(Section::Values), index * sizeof(ValueEntry),
-                 "an object array holds something that isn't an object");
+      require(value.classId() != kxOBJECT_CLASS,
+              "an object array holds something that isn't an object");
+      const Nesting& inner = nestings[reference.index()];
+      nesting.depth = std::max(nesting.depth, inner.depth);
+      nesting.spread = std::min(nesting.spread + inner.spread, mostSpread + 1);
     }
   });
-  if (depth >= kMaxNesting) {
-    refuseFile(tagOf(Section::Values), index * sizeof(ValueEntry),
-               "values stand in values more than " + std::to_string(kMaxNesting) + " deep");
-  }
-  depths[index] = static_cast<std::uint16_t>(depth + 1);
+  require(nesting.depth < kMaxNesting, "values stand in values too deep");
+  require(nesting.spread <= mostSpread, "values stand in values too often");
+  ++nesting.depth;
 }
 
 void FileTables::checkReference(std::size_t index, Reference reference) const {

@@ -53,7 +53,12 @@ class FileTables {
   void readShapes(std::string_view bytes);
   void checkObjects() const;
   void checkValues();
-  void checkElements(std::size_t index, std::vector<std::uint16_t>& depths) const;
+  /// How a value stands with all values in it.
+  struct Nesting {
+    std::size_t depth = 0;
+    std::size_t spread = 0;  ///< elements, those of a shared value as often as it stands there
+  };
+  void checkElements(std::size_t index, std::vector<Nesting>& nestings) const;
   void checkReference(std::size_t index, format::Reference reference) const;
 
   SectionViews sections_;

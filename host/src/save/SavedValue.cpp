@@ -13,7 +13,6 @@ namespace {
 
 using namespace format;
 
-constexpr std::size_t kMaxDimensions = 32;
 /// What a value counts an element of a container or a text as, whatever it holds.
 constexpr std::size_t kLargestElement = 64;
 /// Neither memory nor a signed size holds more bytes.

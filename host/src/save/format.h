@@ -37,6 +37,29 @@ inline constexpr std::size_t kHeaderBytes = kHeaderChecksumAt + sizeof(std::uint
 /// Values may stand in values this deep.
 inline constexpr std::size_t kMaxNesting = 1000;
 
+/// A value and all values in it, each counted as often as it stands there, have no more elements
+/// than this and the bytes of the file together: some readers write values out that share others.
+inline constexpr std::size_t kMaxSpread = std::size_t{1} << 22;
+
+/// What a value counts for that, without the values in it: elements that aren't plain memory, and
+/// rows of characters.
+constexpr std::size_t spreadOf(kxClassID id, std::size_t rows, std::size_t elements) {
+  switch (id) {
+    case kxCELL_CLASS:
+    case kxSTRUCT_CLASS:
+    case kxSTRING_CLASS:
+    case kxOBJECT_CLASS:
+      return 1 + elements;
+    case kxCHAR_CLASS:
+      return 1 + rows;
+    default:
+      return 1;
+  }
+}
+
+/// A value has no more dimensions.
+inline constexpr std::size_t kMaxDimensions = 32;
+
 /// Refers to a value or to an object from anywhere in a file.
 class Reference {
  public:
