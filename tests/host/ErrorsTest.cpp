@@ -1,4 +1,6 @@
+#include <array>
 #include <new>
+#include <string_view>
 
 #include "HostSession.h"
 #include "foundation/exception.h"
@@ -71,6 +73,23 @@ TEST_F(Errors, AFailingStackProviderHidesNoError) {
   const ErrorRecord error = errorOf([&] { call("nobody"); });
   EXPECT_EQ(error.identifier, "KALVEX:UndefinedFunction");
   EXPECT_TRUE(error.stack.empty());
+}
+
+/// A stack may come from a file.
+TEST_F(Errors, AreReadWhateverStandsInTheirStack) {
+  constexpr std::array<std::string_view, 3> kFields{"file", "name", "line"};
+  const Value stack = matrix::from_kalvex(kxCreateStructMatrix(1, 1, kFields));
+  const std::array<std::size_t, 2> rows{3, 0};
+  kxSetField(stack.get(), 0, "file", kxCreateNumericArray(rows, kxCHAR_CLASS));
+  kxSetField(stack.get(), 0, "name", host::makeChars("run").release());
+  kxSetField(stack.get(), 0, "line", host::makeDouble(1e300).release());
+  const Value error = call("KException", host::makeChars("lab:own"));
+  set(error, "stack", stack, "KException");
+  const ErrorRecord record = errorOf([&] { host::throwException(error.get()); });
+  ASSERT_EQ(record.stack.size(), 1u);
+  EXPECT_EQ(record.stack[0].file, "");
+  EXPECT_EQ(record.stack[0].name, "run");
+  EXPECT_EQ(record.stack[0].line, 0);
 }
 
 TEST_F(Errors, AreObjectsOfTheHost) {

@@ -1,5 +1,7 @@
 #include "error/kException.h"
 
+#include <limits>
+
 #include "class/ClassTable.h"
 #include "class/objects.h"
 #include "class/properties.h"
@@ -40,9 +42,10 @@ void construct(const Call& call) {
 
 /// The text of a slot, or nothing where something else stands in it: an error is read as it is.
 std::string textOf(const kxArray* value) {
-  const bool isText = kxGetClassID(value) == kxCHAR_CLASS ||
-                      (Torvane::String::isString(value) && kxIsScalar(value) &&
-                       Torvane::String::getString(value, 0).has_value());
+  const bool isRow = kxGetClassID(value) == kxCHAR_CLASS && kxGetDimensions(value).size() == 2 &&
+                     (kxGetM(value) == 1 || (kxGetM(value) == 0 && kxGetN(value) == 0));
+  const bool isText = isRow || (Torvane::String::isString(value) && kxIsScalar(value) &&
+                                Torvane::String::getString(value, 0).has_value());
   return isText ? toText(value) : std::string();
 }
 
@@ -61,9 +64,10 @@ std::vector<Frame> framesOf(const kxArray* stack) {
   if (kxGetClassID(stack) == kxSTRUCT_CLASS) {
     for (std::size_t i = 0; i < kxGetNumberOfElements(stack); ++i) {
       const kxArray* line = kxGetField(stack, i, "line");
-      const bool hasLine = kxIsScalar(line) && kxIsNumeric(line);
+      const double number = kxIsScalar(line) && kxIsNumeric(line) ? kxGetScalar(line) : 0;
+      const bool isLine = number >= 0 && number <= std::numeric_limits<int>::max();
       frames.push_back({textOf(kxGetField(stack, i, "file")), textOf(kxGetField(stack, i, "name")),
-                        hasLine ? static_cast<int>(kxGetScalar(line)) : 0});
+                        isLine ? static_cast<int>(number) : 0});
     }
   }
   return frames;
