@@ -23,6 +23,13 @@ std::string labelOf(const kxArray* task, const kxArray* operation) {
   return kxGetClassName(operation);
 }
 
+/// An operation is no more trusted than the source that it reads from.
+bool isTrustedOperation(const kxArray* operation) {
+  return host::isTrusted(operation) &&
+         (!kxIsA(operation, kReadOperation) ||
+          host::isTrusted(host::getProperty(operation, "Datastore").get()));
+}
+
 }  // namespace
 
 void guardCoreEvaluation(host::Session& session) {
@@ -35,13 +42,14 @@ void guardCoreEvaluation(host::Session& session) {
 void guardRuntimeEvaluation(host::Session& session) {
   session.guardMethod(kDatastore, "copy");
   session.guardMethod(kProcessorBuilder, "feval");
+  session.guardMethod(kProcessorFactory, "feval");
 }
 
 void requireTrustedTasks(const kxArray* taskGraph, const ClosureTasks& entries) {
   host::requireTrusted(taskGraph, kxGetClassName(taskGraph));
   for (std::size_t i = 0; i < entries.size(); ++i) {
     const Value operation = host::getProperty(entries.closure(i), "Operation");
-    if (!host::isTrusted(operation.get()) || !host::isTrusted(entries.closure(i))) {
+    if (!isTrustedOperation(operation.get()) || !host::isTrusted(entries.closure(i))) {
       host::raise("KALVEX:load:NotTrusted", {labelOf(entries.task(i), operation.get())});
     }
   }

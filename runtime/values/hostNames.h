@@ -26,6 +26,7 @@ inline constexpr char kElementwiseOperation[] =
 inline constexpr char kSlicewiseOperation[] = "kalvex.bigdata.internal.lazyeval.SlicewiseOperation";
 inline constexpr char kInvalidOperation[] =
     "kalvex.bigdata.internal.lazyeval.InvalidVersionOperation";
+inline constexpr char kReadOperation[] = "kalvex.bigdata.internal.lazyeval.ReadOperation";
 inline constexpr char kCacheOperation[] = "kalvex.bigdata.internal.lazyeval.CacheOperation";
 inline constexpr char kCacheEntryKey[] = "kalvex.bigdata.internal.lazyeval.CacheEntryKey";
 inline constexpr char kGlobalStateFactory[] =

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "runtime/RuntimeSession.h"
+#include "values/hostNames.h"
 
 namespace kv::runtime::test {
 namespace {
@@ -108,6 +109,29 @@ TEST_F(SavedArrays, LendNoOperationWithoutTrust) {
                 refused);
     }
     EXPECT_EQ(errorOf([&] { host::call("copy", {function.get()}); }).identifier, refused);
+  });
+}
+
+TEST_F(SavedArrays, LendNoSourceWithoutTrust) {
+  opened(bytesOf(table({"x\n1\n"})), false, [&](const Value& again) {
+    const Value future = host::getProperty(again.get(), "ValueFuture");
+    const Value promise = host::getProperty(future.get(), "Promise");
+    const Value closure = host::getProperty(promise.get(), "Closure");
+    const Value loaded = host::getProperty(closure.get(), "Operation");
+    const Value source = host::getProperty(loaded.get(), "Datastore");
+    const Value inputs = host::getProperty(closure.get(), "InputFutures");
+    EXPECT_EQ(errorOf([&] { host::call("createFromDatastoreBuiltin", {source.get()}); }).identifier,
+              "KALVEX:load:NotTrusted");
+
+    const Value own = host::call(kReadOperation, {source.get(), host::makeDouble(1).get()});
+    const Value reader = host::call(kClosure, {inputs.get(), own.get()});
+    const Value output = host::getProperty(reader.get(), "OutputPromises");
+    const Value metadata = host::getProperty(again.get(), "PartitionMetadata");
+    const Value read =
+        host::call("createFromFutureBuiltin", {host::getProperty(output.get(), "Future").get(),
+                                               host::getProperty(metadata.get(), "Strategy").get(),
+                                               host::call(kSerialExecutor).get()});
+    EXPECT_EQ(errorOf([&] { gather(column(read, "x")); }).identifier, "KALVEX:load:NotTrusted");
   });
 }
 
