@@ -37,7 +37,13 @@ class Recording final : public RuntimeScenario {
     const Value constant = host::call("createFromConstantBuiltin", {one.get()});
     element("minus", constant, one);  // 10, done at once
     host::call("markforreuse", {least.get()});
+    host::callMany("elementfun", 2, std::vector{swap_.get(), constant.get(), one.get()});
   }
+
+  const Value swap_ = host::makeFunctionHandle("swap", [](const host::Call& call) {
+    call.out(0, matrix::sharedCopy(call.in(1)));
+    call.out(1, matrix::sharedCopy(call.in(0)));
+  });
 
   static Value call(kcos::NameRef method, std::string_view function, const Value& a,
                     const Value& b) {
@@ -76,6 +82,18 @@ class Evaluating final : public RuntimeScenario {
     });
     return host::call("elementfun", {handle.get(), a.get()});
   }
+};
+
+/// Arrays that were recorded before are gathered, those that an evaluation got no further with too.
+class Regathering final : public RuntimeScenario {
+ public:
+  std::string work() override {
+    return gather({mean_.get(), rows_.get()}) + gather({rows_.get(), x().get()});
+  }
+
+ private:
+  const Value mean_ = aggregate("mean", x());
+  const Value rows_ = element("minus", x(), mean_);
 };
 
 /// A user's function raises in the middle of a pass.
@@ -217,6 +235,7 @@ std::span<const ScenarioRow> scenarios() {
       {"record", make<Recording>},
       {"plan", make<Planning>},
       {"evaluate", make<Evaluating>},
+      {"gather again", make<Regathering>},
       {"user error", make<Failing>},
       {"call", make<Calling>},
       {"open", make<Opening>},
