@@ -223,8 +223,8 @@ TEST_F(LanguageClasses, AbstractMethodsMustBeDefined) {
   shape.methods = {{.name = "area", .isAbstract = true}};
   define(shape);
   define(derive("lab.Blob", {"lab.Shape"}));
-  EXPECT_EQ(failure([&] { call("lab.Shape"); }), "KALVEX:class:AbstractClass | lab.Shape");
-  EXPECT_EQ(failure([&] { call("lab.Blob"); }), "KALVEX:class:AbstractClass | lab.Blob");
+  EXPECT_EQ(failure([&] { call("lab.Shape"); }), "KALVEX:class:AbstractClass | lab.Shape | area");
+  EXPECT_EQ(failure([&] { call("lab.Blob"); }), "KALVEX:class:AbstractClass | lab.Blob | area");
   ClassDefinition square = derive("lab.Square", {"lab.Shape"});
   square.methods = {{.name = "area", .body = says("4")}};
   define(square);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 #include "call/invoke.h"
 #include "call/overloads.h"
@@ -20,6 +21,21 @@ void refuseMissingSuperclass(const LinkedClass& linked) {
   if (!linked.missing.empty()) {
     raise("KALVEX:UndefinedFunction", {std::string(linked.missing.text())});
   }
+}
+
+[[noreturn]] void refuseAbstract(const ClassRecord& record, const LinkedClass& linked) {
+  std::vector<std::string> awaited;
+  linked.methods.forEach([&](kcos::COSInternedBase name, const MethodSet& set) {
+    const auto isAbstract = [](const Method* method) { return method->isAbstract; };
+    if (std::any_of(set.begin(), set.end(), isAbstract)) awaited.emplace_back(name.text());
+  });
+  linked.properties.forEach([&](kcos::COSInternedBase name, const PropertyPlace& place) {
+    if (place.property->isAbstract()) awaited.emplace_back(name.text());
+  });
+  std::sort(awaited.begin(), awaited.end());
+  std::string list;
+  for (const std::string& name : awaited) list += (list.empty() ? "" : ", ") + name;
+  raise("KALVEX:class:AbstractClass", {std::string(record.getName()), list});
 }
 
 /// Defaults run code, so the layout is looked up again at each step.
@@ -199,7 +215,7 @@ void constructObject(SessionState& session, ClassRecord& record, const Call& cal
   const LinkedClass& linked = record.linked();
   refuseMissingSuperclass(linked);
   if (linked.isAbstract) {
-    raise("KALVEX:class:AbstractClass", {std::string(record.getName())});
+    refuseAbstract(record, linked);
   }
   if (call.nlhs > 1) {
     matrix::detail::error_maxlhs();

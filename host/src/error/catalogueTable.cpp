@@ -22,7 +22,7 @@ constexpr CatalogueEntry kHostCatalogue[] = {
     {"KALVEX:class:AccessDenied",
      "The property or method '{1}' of class '{0}' can't be accessed from here."},
     {"KALVEX:class:AbstractClass",
-     "No object of class '{0}' can be made: the class has abstract methods or properties."},
+     "No object of class '{0}' can be made: it is abstract until a class defines {1}."},
     {"KALVEX:class:SealedClass",
      "Class '{0}' is sealed: it can be neither derived from nor redefined."},
     {"KALVEX:class:HasInstances", "Class '{0}' can't be redefined while it has instances."},
