@@ -1,6 +1,8 @@
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
+#include <string>
 #include <utility>
 
 #include "handles.h"
@@ -12,8 +14,11 @@ const std::vector<std::string>& Table::columns() const { return handle_->names; 
 Array Table::column(std::string_view name, Where where) const {
   const auto found = std::ranges::find(handle_->names, name);
   if (found == handle_->names.end()) {
-    throw Error("KALVEX:array:UnknownColumn", fmt::format("There is no column \"{}\".", name),
-                {std::string(name)});
+    const std::string columns = fmt::format("{}", fmt::join(handle_->names, ", "));
+    throw Error("KALVEX:array:UnknownColumn",
+                fmt::format("There is no column {}. There are: {}.", name, columns),
+                {std::string(name), columns},
+                {{where.file_name(), where.function_name(), static_cast<int>(where.line())}});
   }
   const auto index = static_cast<std::size_t>(found - handle_->names.begin());
   const auto session = live(handle_->session);

@@ -87,7 +87,10 @@ TEST_F(Operations, WhatCantBeDoneIsRefusedWhereItIsWritten) {
   EXPECT_EQ(errorOf([&] { kv::apply("nope", constants); }).arguments(),
             std::vector<std::string>{"nope"});
   EXPECT_EQ(errorOf([&] { aggregate("nope", x); }).identifier(), "KALVEX:array:UnknownFunction");
-  EXPECT_EQ(errorOf([&] { table.column("nope"); }).identifier(), "KALVEX:array:UnknownColumn");
+  const Error unknown = errorOf([&] { table.column("nope"); });
+  EXPECT_EQ(unknown.identifier(), "KALVEX:array:UnknownColumn");
+  EXPECT_THAT(unknown.what(), testing::HasSubstr("There are: x"));
+  EXPECT_THAT(unknown.stack().front().file, testing::EndsWith("OperationsTest.cpp"));
   EXPECT_EQ(errorOf([&] { table.filter(x); }).identifier(), "KALVEX:array:NotLogical");
   EXPECT_EQ(errorOf([&] { filter(x, x); }).identifier(), "KALVEX:array:NotLogical");
   EXPECT_EQ(errorOf([&] { x + stranger; }).identifier(), "KALVEX:array:TwoSessions");

@@ -130,7 +130,7 @@ class Table {
   /// Names of the columns, in the order of the files.
   const std::vector<std::string>& columns() const;
 
-  /// Errors: Error "KALVEX:array:UnknownColumn" with the name.
+  /// Errors: Error "KALVEX:array:UnknownColumn" with the name and the columns there are.
   Array column(std::string_view name, Where where = Where::current()) const;
 
   /// A uniform random number in [0, 1) for each row; each call gives numbers of its own. Those of
