@@ -289,3 +289,15 @@ def test_a_datastore_needs_a_path(session):
     with pytest.raises(host.Error) as caught:
         session.call("kalvex.io.CsvDatastore", [])
     assert caught.value.arguments == ["Input", "at least one path", "1x0 cell"]
+
+
+def test_a_failing_operation_of_ones_own_names_where_it_was_made(numbers):
+    def fail(nargout, factory, chunk):
+        raise ValueError("no")
+
+    array = numbers.session.call(
+        "applyOperationBuiltin", make_operation(numbers.session, fail, np.zeros((0, 0))), numbers.x
+    )
+    with pytest.raises(host.Error) as caught:
+        numbers.gather(array)
+    assert "make_operation" in [frame.name for frame in caught.value.stack]

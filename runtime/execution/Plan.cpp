@@ -70,9 +70,34 @@ PlanInput readInput(const kxArray* entry, const std::vector<PlanTask>& before,
   return input;
 }
 
+/// The lines where the operations behind a graph's output tasks were recorded.
+class RecordedStacks {
+ public:
+  explicit RecordedStacks(const ClosureTasks& entries) : entries_(entries) {
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      indexOf_.emplace(objectOf(entries.task(i)), i);
+    }
+  }
+
+  /// Null for a task that stands behind no closure, such as an inner one of several.
+  host::Value of(const kxArray* task) const {
+    const auto found = indexOf_.find(objectOf(task));
+    return found == indexOf_.end()
+               ? nullptr
+               : host::getProperty(
+                     host::getProperty(entries_.closure(found->second), "Operation").get(),
+                     "Stack");
+  }
+
+ private:
+  const ClosureTasks& entries_;
+  std::unordered_map<const kcos::COSInterface*, std::size_t> indexOf_;
+};
+
 /// What to do with a factory of a user's own class: its "feval" gets a chunk of each input, or
 /// whole values where the task's output is broadcast, and returns the outputs.
-std::unique_ptr<OpSpecValue> specOfUserFactory(const kxArray* task, const kxArray* factory) {
+std::unique_ptr<OpSpecValue> specOfUserFactory(const kxArray* task, const kxArray* factory,
+                                               const kxArray* stack) {
   if (!kxIsA(factory, kProcessorFactory)) {
     host::raise("KALVEX:array:NotRunnable", {kxGetClassName(factory)});
   }
@@ -80,30 +105,36 @@ std::unique_ptr<OpSpecValue> specOfUserFactory(const kxArray* task, const kxArra
   auto spec = std::make_shared<OpSpec>();
   spec->kind = isBroadcast(strategy.get()) ? OpKind::Client : OpKind::Elementwise;
   spec->label = kxGetClassName(factory);
+  spec->origin = originOf(stack);
   spec->numInputs = kxGetNumberOfElements(host::getProperty(task, "Dependencies").get());
   spec->numOutputs = host::toCount(host::getProperty(task, "NumOutputs").get(), kMaxOutputs);
   return std::make_unique<OpSpecValue>(std::move(spec));
 }
 
 /// The factory of a task as one of the runtime's own.
-host::Value readFactory(const kxArray* task) {
+host::Value readFactory(const kxArray* task, const RecordedStacks& stacks) {
   host::Value factory = host::getProperty(task, "DataProcessorFactory");
-  if (kxIsA(factory.get(), kGlobalStateFactory) && host::getNativeValue(factory.get()) == nullptr) {
+  if (kxIsA(factory.get(), kSpecFactory) && host::getNativeValue(factory.get()) != nullptr) {
+    return factory;
+  }
+  const host::Value stack = stacks.of(task);
+  if (kxIsA(factory.get(), kGlobalStateFactory)) {
     const host::Value wrapped = host::getProperty(factory.get(), "FunctionHandle");
-    host::setNativeValue(factory.get(), specOfUserFactory(task, wrapped.get()));
+    host::setNativeValue(factory.get(), specOfUserFactory(task, wrapped.get(), stack.get()));
+    host::setSlot(factory.get(), "SubmissionStack", matrix::sharedCopy(stack.get()));
   } else if (!kxIsA(factory.get(), kSpecFactory)) {
-    auto spec = specOfUserFactory(task, factory.get());
-    factory = host::call(kSpecFactory, {factory.get()});
+    auto spec = specOfUserFactory(task, factory.get(), stack.get());
+    factory = host::call(kSpecFactory, {factory.get(), nullptr, stack.get()});
     host::setNativeValue(factory.get(), std::move(spec));
   }
   return factory;
 }
 
 PlanTask readTask(const host::Value& object, const std::vector<PlanTask>& before,
-                  const ObjectIndex& indexOf) {
+                  const ObjectIndex& indexOf, const RecordedStacks& stacks) {
   PlanTask task;
   task.id = host::toText(host::getProperty(object.get(), "Id").get());
-  task.factory = readFactory(object.get());
+  task.factory = readFactory(object.get(), stacks);
   task.spec = host::nativeValue<OpSpecValue>(task.factory.get(), kSpecFactory).spec;
   const host::Value dependencies = host::getProperty(object.get(), "Dependencies");
   const std::size_t count = numCells(dependencies.get());
@@ -141,11 +172,10 @@ void placeTask(PlanTask& task, const std::vector<PlanTask>& before) {
   }
 }
 
-std::vector<PlanResult> findResults(const kxArray* taskGraph, const kxArray* promises,
+std::vector<PlanResult> findResults(const ClosureTasks& entries, const kxArray* promises,
                                     const std::vector<PlanTask>& tasks,
                                     const ObjectIndex& indexOf) {
   std::vector<PlanResult> results;
-  const ClosureTasks entries(taskGraph);
   for (std::size_t i = 0; i < kxGetNumberOfElements(promises); ++i) {
     host::Value promise = elementOf(promises, i);
     const host::Value closure = host::getProperty(promise.get(), "Closure");
@@ -165,13 +195,15 @@ Plan makePlan(const kxArray* taskGraph, const kxArray* promises) {
   const host::Value tasks = host::getProperty(taskGraph, "Tasks");
   const std::size_t count = kxGetNumberOfElements(tasks.get());
   plan.tasks.reserve(count);
+  const ClosureTasks entries(taskGraph);
+  const RecordedStacks stacks(entries);
   for (std::size_t i = 0; i < count; ++i) {
     const host::Value object = elementOf(tasks.get(), i);
-    plan.tasks.push_back(readTask(object, plan.tasks, indexOf));
+    plan.tasks.push_back(readTask(object, plan.tasks, indexOf, stacks));
     placeTask(plan.tasks.back(), plan.tasks);
     indexOf.emplace(objectOf(object.get()), static_cast<int>(i));
   }
-  plan.results = findResults(taskGraph, promises, plan.tasks, indexOf);
+  plan.results = findResults(entries, promises, plan.tasks, indexOf);
   for (const PlanTask& task : plan.tasks) {
     plan.passes = std::max(plan.passes, task.pass);
   }
