@@ -11,6 +11,7 @@
 #include "calls.h"
 #include "definitions.h"
 #include "errors.h"
+#include "foundation/exception.h"
 #include "pyObjects.h"
 #include "texts.h"
 #include "values.h"
@@ -34,6 +35,8 @@ void open(PySession* self, bool runtime, bool stress) {
     new (self) PySession{SharedSession::open(runtime, stress)};
   } catch (const std::bad_alloc&) {
     raiseInPython("KALVEX:OutOfMemory");
+  } catch (const foundation::core::except::IMsgIDException& error) {
+    raiseInPython(error.get_error_id());  // there is no session that could hold its object
   }
 }
 

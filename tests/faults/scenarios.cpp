@@ -110,6 +110,34 @@ class Failing final : public RuntimeScenario {
   }
 };
 
+/// Arrays with their graph become a file.
+class Saving final : public RuntimeScenario {
+ public:
+  std::string work() override {
+    session()->save(files_.path("saved.kv"), recorded_.get());
+    return "saved " + std::to_string(session()->saveBytes(recorded_.get()).size());
+  }
+
+ private:
+  const TempFolder files_;
+  const Value recorded_ = [this] {
+    std::vector<Value> arrays;
+    arrays.push_back(aggregate("mean", element("plus", x(), column(table(), "y"))));
+    arrays.push_back(random(x()));
+    return host::makeCell(std::move(arrays));
+  }();
+};
+
+/// A file becomes arrays, which are evaluated.
+class Loading final : public RuntimeScenario {
+ public:
+  std::string work() override { return gather({session()->loadBytes(saved_, true).get()}); }
+
+ private:
+  const std::string saved_ =
+      session()->saveBytes(aggregate("mean", element("plus", x(), column(table(), "y"))).get());
+};
+
 /// What front ends of the host do: calls by name, members, objects and errors from outside.
 class Calling final : public RuntimeScenario {
  public:
@@ -237,6 +265,8 @@ std::span<const ScenarioRow> scenarios() {
       {"evaluate", make<Evaluating>},
       {"gather again", make<Regathering>},
       {"user error", make<Failing>},
+      {"save", make<Saving>},
+      {"load", make<Loading>},
       {"call", make<Calling>},
       {"open", make<Opening>},
       {"close", make<Closing>},

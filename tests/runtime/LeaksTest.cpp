@@ -8,7 +8,8 @@
 namespace kv::runtime::test {
 namespace {
 
-/// What a program does in a session: records, evaluates, fails, keeps something over the end.
+/// What a program does in a session: records, evaluates, fails, saves and loads, keeps something
+/// over the end.
 Value useSession(host::Session& session, const std::string& path) {
   const host::Session::Scope scope(session);
   const std::vector<std::string> paths{path};
@@ -29,6 +30,9 @@ Value useSession(host::Session& session, const std::string& path) {
   const Value failing = host::call("elementfun", {fails.get(), x.get()});
   EXPECT_THROW(host::call("gather", {failing.get()}), Torvane::KException::KExceptionEnvelope);
   EXPECT_THROW(host::call("no.such.function"), Torvane::KException::KExceptionEnvelope);
+  const Value loaded = session.loadBytes(session.saveBytes(failing.get()), false);
+  EXPECT_THROW(host::call("gather", {loaded.get()}), Torvane::KException::KExceptionEnvelope);
+  EXPECT_THROW(session.loadBytes("not a file", true), Torvane::KException::KExceptionEnvelope);
   session.deleteObject(twice.get());
   return matrix::sharedCopy(failing.get());
 }

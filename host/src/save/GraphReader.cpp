@@ -34,14 +34,15 @@ constexpr std::size_t kLeftOutForFree = 1'000'000;
              FileTables::objectOffset(index), reason);
 }
 
-/// Runs `body`, whose errors are those of the file; `what` tells what it does with the object.
+/// Runs `body`, which finds fault with what the file says in the host's own words; `what` tells
+/// what it does with the object. Errors with other ids aren't the file's, nor is want of memory.
 template <class What, class Body>
 void refusing(std::size_t index, What&& what, Body&& body) {
   try {
     atEdge(std::forward<Body>(body));
   } catch (const KExceptionEnvelope& error) {
     const ErrorRecord record = errorRecord(error);
-    if (record.identifier == "KALVEX:OutOfMemory") {
+    if (!record.identifier.starts_with("KALVEX:") || record.identifier == "KALVEX:OutOfMemory") {
       throw;
     }
     refuseObject(index, what() + ": " + record.message);
