@@ -27,6 +27,7 @@ void describeRead(const kxArray* operation, OpSpec& spec) {
   const Value datastore = host::getProperty(operation, "Datastore");
   spec.kind = OpKind::Read;
   spec.source = datastoreOf(datastore.get());
+  spec.isTrusted = host::isTrusted(datastore.get());
   spec.label = "read " + spec.source->displayName();
 }
 
@@ -54,9 +55,10 @@ void describeVariable(const kxArray* operation, OpSpec& spec) {
 }
 
 void describeFunction(const kxArray* operation, OpSpec& spec, OpKind kind) {
-  const Value handle =
-      host::getProperty(host::getProperty(operation, "FunctionHandle").get(), "Handle");
+  const Value function = host::getProperty(operation, "FunctionHandle");
+  const Value handle = host::getProperty(function.get(), "Handle");
   spec.kind = kind;
+  spec.isTrusted = host::isTrusted(function.get()) && host::isTrusted(handle.get());
   spec.function = builtInFunction(handle.get());
   spec.label = functionLabel(handle.get());
 }

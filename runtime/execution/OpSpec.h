@@ -50,9 +50,10 @@ struct OpSpec {
   std::string origin{};  ///< the user's line, "file:line"; empty if none is known
   OpFunction function{};
   std::shared_ptr<const Datastore> source{};  ///< of Read
-  std::vector<std::string> variables{};       ///< of Variable
-  bool content = false;                       ///< of Variable: an array, not a table
-  bool givesLogical = false;   ///< of Elementwise: results of another type are refused
+  bool isTrusted = true;  ///< false where function or source came from a file without trust
+  std::vector<std::string> variables{};  ///< of Variable
+  bool content = false;                  ///< of Variable: an array, not a table
+  bool givesLogical = false;             ///< of Elementwise: results of another type are refused
   bool spreads = true;         ///< of Elementwise: inputs with one row stand for every row
   std::string savedRelease{};  ///< of Recorded: another release saved the array, which can't be run
   std::size_t index = 0;       ///< of Select: the output; of Input: its ordinal, from 1

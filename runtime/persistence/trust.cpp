@@ -1,6 +1,6 @@
 #include "persistence/trust.h"
 
-#include <string>
+#include <memory>
 
 #include "execution/OpSpec.h"
 #include "kv/host/errors.h"
@@ -11,23 +11,13 @@ namespace {
 
 using host::Value;
 
-/// What the tasks of an operation do, in the words of the plan; the operation's class where the
-/// task is of a user's own kind.
-std::string labelOf(const kxArray* task, const kxArray* operation) {
+/// What a task does; null where it is of a user's own kind.
+std::shared_ptr<const OpSpec> specOf(const kxArray* task) {
   const Value factory = host::getProperty(task, "DataProcessorFactory");
-  if (kcos::omIsKCOS(factory.get())) {
-    if (const auto* known = dynamic_cast<OpSpecValue*>(host::getNativeValue(factory.get()))) {
-      return known->spec->label;
-    }
-  }
-  return kxGetClassName(operation);
-}
-
-/// An operation is no more trusted than the source that it reads from.
-bool isTrustedOperation(const kxArray* operation) {
-  return host::isTrusted(operation) &&
-         (!kxIsA(operation, kReadOperation) ||
-          host::isTrusted(host::getProperty(operation, "Datastore").get()));
+  const auto* known = kcos::omIsKCOS(factory.get())
+                          ? dynamic_cast<OpSpecValue*>(host::getNativeValue(factory.get()))
+                          : nullptr;
+  return known != nullptr ? known->spec : nullptr;
 }
 
 }  // namespace
@@ -49,8 +39,13 @@ void requireTrustedTasks(const kxArray* taskGraph, const ClosureTasks& entries) 
   host::requireTrusted(taskGraph, kxGetClassName(taskGraph));
   for (std::size_t i = 0; i < entries.size(); ++i) {
     const Value operation = host::getProperty(entries.closure(i), "Operation");
-    if (!isTrustedOperation(operation.get()) || !host::isTrusted(entries.closure(i))) {
-      host::raise("KALVEX:load:NotTrusted", {labelOf(entries.task(i), operation.get())});
+    const std::shared_ptr<const OpSpec> spec = specOf(entries.task(i));
+    const bool isTrusted = host::isTrusted(operation.get()) &&
+                           host::isTrusted(entries.closure(i)) &&
+                           (spec == nullptr || spec->isTrusted);
+    if (!isTrusted) {
+      host::raise("KALVEX:load:NotTrusted",
+                  {spec != nullptr ? spec->label : kxGetClassName(operation.get())});
     }
   }
 }

@@ -109,6 +109,11 @@ TEST_F(SavedArrays, LendNoOperationWithoutTrust) {
                 refused);
     }
     EXPECT_EQ(errorOf([&] { host::call("copy", {function.get()}); }).identifier, refused);
+    const Value own = column(table({"x\n1\n"}), "x");
+    for (const Value* lent : {&function, &handle}) {
+      const Value twice = host::call("elementfun", {lent->get(), own.get(), own.get()});
+      EXPECT_EQ(errorOf([&] { gather(twice); }).identifier, refused);
+    }
   });
 }
 
