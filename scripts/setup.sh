@@ -30,6 +30,7 @@ essentialsAreThere() {
   for tool in g++ cmake ninja clang-format-16 clang++-16 nm; do
     command -v "$tool" >/dev/null || return 1
   done
+  ! command -v dpkg-query >/dev/null || [[ -z $(missingPackages) ]] || return 1
   [[ -x .venv/bin/pytest ]] || return 1
   compgen -G '.venv/lib/python3*/site-packages/pyarrow/libarrow.so.*' >/dev/null || return 1
   [[ -f $kFlights && $(stat -c %s "$kFlights") -eq $kFlightsBytes ]]
