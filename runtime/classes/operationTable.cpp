@@ -204,8 +204,7 @@ void describeSlicewise(const kxArray* operation, OpSpec& spec) {
 std::span<const OperationClass> operationClasses() {
   // clang-format off
   static const std::vector<OperationClass> classes{
-      {"kalvex.bigdata.internal.lazyeval.ReadOperation",
-       {"Datastore", "NumOutputs"}, describeRead},
+      {kReadOperation, {"Datastore", "NumOutputs"}, describeRead},
       {"kalvex.bigdata.internal.lazyeval.FilterOperation",
        {"NumKept"}, describeFilter},
       {"kalvex.bigdata.internal.lazyeval.LogicalRowSubsrefOperation",
