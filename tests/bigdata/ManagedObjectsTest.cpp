@@ -151,7 +151,7 @@ TEST_F(ManagedObjects, RegisteringTwiceDeletesTheFirst) {
 
 TEST_F(ManagedObjects, AnAdoptedValueWithOtherOwnersIsASharedCopy) {
   const NodePtr a = node();
-  const Value value = makeDouble(7);
+  const Value value = kv::host::makeString("content");
   kxAddReference(value.get());
   const kxArray* before = value.get();
   a->setContent(Value(value.get()));

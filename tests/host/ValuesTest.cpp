@@ -107,6 +107,10 @@ TEST(ValuesTest, SharedCopyHasTheSameMemoryAndIsTheSameValue) {
   EXPECT_EQ(kxGetData(array.get()), kxGetData(copy.get()));
   EXPECT_TRUE(kxIsSameValue(array.get(), copy.get()));
   EXPECT_FALSE(kxIsSameValue(array.get(), column({1, 2, 3}).get()));
+  const Value one = kv::host::makeDouble(1), empty = kv::host::makeEmptyDouble();
+  EXPECT_TRUE(kxIsSameValue(one.get(), one.get()));
+  EXPECT_FALSE(kxIsSameValue(one.get(), kv::host::makeDouble(1).get()));
+  EXPECT_FALSE(kxIsSameValue(empty.get(), kv::host::makeEmptyDouble().get()));
   EXPECT_THROW(kxGetMutableData(array.get()), std::logic_error);
   array.reset();
   EXPECT_EQ(static_cast<const double*>(kxGetData(copy.get()))[2], 3);

@@ -119,7 +119,7 @@ KV_HOST_API void kxAddReference(kxArray* array) noexcept;
 /// The array's own reference count: owners beyond the first.
 KV_HOST_API std::size_t kxGetReferenceCount(const kxArray* array) noexcept;
 
-/// True if both arrays have the same payload, or are scalars of the same host object.
+/// True for one array, one payload or scalars of one object; two plain scalars are never the same.
 KV_HOST_API bool kxIsSameValue(const kxArray* a, const kxArray* b) noexcept;
 
 // --- Numbers, logicals, characters --------------------------------------------------------------

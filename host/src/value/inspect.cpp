@@ -93,9 +93,9 @@ bool kxIsSameValue(const kxArray* a, const kxArray* b) noexcept {
   if (a == nullptr || b == nullptr || a == b) {
     return a == b;
   }
-  return a->classId() == b->classId() && a->form == b->form && a->rows() == b->rows() &&
-         a->columns() == b->columns() &&
-         a->bits == b->bits;  // bits, object, payload or class alike
+  const bool hasIdentity = a->form == kxArray::Form::Payload || a->form == kxArray::Form::Object;
+  return hasIdentity && a->form == b->form && a->rows() == b->rows() &&
+         a->columns() == b->columns() && a->bits == b->bits;  // the pointer, whatever it is to
 }
 
 kxArray* kxGetPropertyShared(const kxArray* array, std::size_t index, kcos::NameRef name) {
