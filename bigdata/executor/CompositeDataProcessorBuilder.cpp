@@ -16,7 +16,7 @@ namespace {
 using Builder = CompositeDataProcessorBuilder;
 using matrix::ArrayPtr;
 
-/// An input of a builder. By object: two builders may have one id, as one and its loaded copy do.
+/// An input of a builder.
 struct Edge {
   const Builder* source;
   const Builder* target;
@@ -41,16 +41,18 @@ ArrayPtr edgeTable(const std::vector<Edge>& edges) {
   return table;
 }
 
-/// The edges of one target are adjacent, so the count starts again where the target changes.
+/// The edges of one target are adjacent, so the count starts again where the target's id changes.
+/// Two builders with one id, such as one and its loaded copy, share a count if they are adjacent.
 ArrayPtr ordinalColumn(const std::vector<Edge>& edges) {
   ArrayPtr column = matrix::from_kalvex(kxCreateDoubleMatrix(edges.size(), 1, 0));
   auto* ordinals = static_cast<double*>(kxGetMutableData(column.get()));
-  const Builder* lastTarget = nullptr;
+  util::UniqueId lastTarget;
   double ordinal = 1;
   for (std::size_t row = 0; row < edges.size(); ++row) {
-    if (edges[row].target != lastTarget) {
+    const util::UniqueId& target = edges[row].target->uniqueId();
+    if (target != lastTarget) {
       ordinal = 1;
-      lastTarget = edges[row].target;
+      lastTarget = target;
     }
     ordinals[row] = ordinal++;
   }

@@ -43,6 +43,7 @@ class CompositeDataProcessorBuilder : public ki::KalvexManagedObject {
                                 std::size_t inputOrdinal);
 
   std::u16string getId() const { return id_.text(); }
+  const util::UniqueId& uniqueId() const { return id_; }
   void setId(std::u16string value) { id_ = util::UniqueId(std::move(value)); }
 
   const std::vector<ki::PropertyPtr<CompositeDataProcessorBuilder>>& getInputBuilders() const {
@@ -86,8 +87,9 @@ class CompositeDataProcessorBuilder : public ki::KalvexManagedObject {
 
   /// The graph of all builders: the builders as by `findAllBuilders`; the edges, an N-by-2 string
   /// array of the ids of input and target; and for each edge the position of the input among those
-  /// of its target, an N-by-1 double array counting from 1. Edges stand builder by builder, each in
-  /// the order of its inputs.
+  /// of its target, an N-by-1 double array counting from 1. Edges are listed builder by builder,
+  /// each in the order of its inputs; the positions of adjacent targets with one id are counted
+  /// through.
   std::tuple<Builders, matrix::ArrayPtr, matrix::ArrayPtr> findAllDependencies() const;
 
  private:

@@ -31,6 +31,10 @@ void LazyPartitionedArray::setValueFuture(KalvexManagedPtr<ClosureFuture> future
   valueFuture_ = {selfInterface(), future};
 }
 
+KalvexManagedPtr<PartitionMetadata> LazyPartitionedArray::getPartitionMetadata() const {
+  return partitionMetadata_.lock();
+}
+
 void LazyPartitionedArray::setPartitionMetadata(KalvexManagedPtr<PartitionMetadata> metadata) {
   partitionMetadata_ = {selfInterface(), metadata};
 }

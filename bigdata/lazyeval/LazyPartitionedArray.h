@@ -44,9 +44,11 @@ class LazyPartitionedArray final : public ki::KalvexManagedObject {
   const ki::PropertyPtr<ClosureFuture>& getValueFuture() const { return valueFuture_; }
   void setValueFuture(ki::KalvexManagedPtr<ClosureFuture> future);
 
-  const ki::PropertyPtr<PartitionMetadata>& getPartitionMetadata() const {
-    return partitionMetadata_;
-  }
+  /// How the value is partitioned.
+  /// Errors: "KALVEX:class:InvalidHandle" if the metadata was deleted.
+  ki::KalvexManagedPtr<PartitionMetadata> getPartitionMetadata() const;
+  /// The property, which can still be read when the metadata was deleted.
+  const ki::PropertyPtr<PartitionMetadata>& partitionMetadata() const { return partitionMetadata_; }
   void setPartitionMetadata(ki::KalvexManagedPtr<PartitionMetadata> metadata);
 
   /// The executor given at construction.

@@ -31,7 +31,7 @@ class LazyPartitionedArrayCosClassInfo final
         .constructor<>(Access::Private)
         .property("ValueFuture", &Array::getValueFuture, &Array::setValueFuture, Access::Public,
                   Access::Private)
-        .property("PartitionMetadata", &Array::getPartitionMetadata, &Array::setPartitionMetadata,
+        .property("PartitionMetadata", &Array::partitionMetadata, &Array::setPartitionMetadata,
                   Access::Public, Access::Private)
         .storedReadOnly("Executor", &Array::getStoredExecutor, Access::Public, Access::Private)
         .readOnly("IsValid", &Array::isValid, Access::Public, Access::Private)

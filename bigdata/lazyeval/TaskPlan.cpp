@@ -76,7 +76,8 @@ class Planner {
     const ArrayPtr inputTasks = tasksOf(dependencies);
     return ki::callHostMethod(
         ki::classKey<LazyTaskGraph>(), "createExecutionTasks", util::keptCosClient<LazyTaskGraph>(),
-        {closureArray.get(), dependencyArray.get(), inputTasks.get(), profilerFlag_.get()});
+        {closureArray.get(), dependencyArray.get(), inputTasks.get(), profilerFlag_.get()},
+        /*last=*/true);
   }
 
   /// The output tasks of closures that were planned before. Code of the host runs between the walk

@@ -75,8 +75,7 @@ ArrayPtr makeArrayRecord(const LazyPartitionedArray& array) {
   const ArrayPtr option = matrix::createChars("-release");
   kxSetField(record.get(), 0, kVersion, ki::callHost("version", {option.get()}).release());
   kxSetField(record.get(), 0, kValueFuture, ki::toArray(array.getValueFuture()).release());
-  kxSetField(record.get(), 0, kPartitionMetadata,
-             ki::toArray(array.getPartitionMetadata()).release());
+  kxSetField(record.get(), 0, kPartitionMetadata, ki::toArray(array.partitionMetadata()).release());
   return record;
 }
 

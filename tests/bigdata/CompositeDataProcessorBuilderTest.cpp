@@ -102,6 +102,14 @@ TEST_F(Builders, AreWalkedFromTheLastInputOnceEachAndListedInOrder) {
   }
 }
 
+/// As a builder and its loaded copy do.
+TEST_F(Builders, WithOneIdShareACountWhereTheyAreAdjacent) {
+  const Value r = node('r', {}), p = node('p', {&r, &r}), q = node('q', {&r});
+  session.set(q.get(), "Id", get(p, "Id").get(), kBuilder);
+  EXPECT_EQ(edges(node('s', {&p, &q})), "p-s:1 p-s:2 r-p:1 r-p:2 r-p:3 ");
+  EXPECT_EQ(edges(node('s', {&q, &r, &p})), "p-s:1 r-s:2 p-s:3 r-p:1 r-p:2 r-p:3 ");
+}
+
 /// The walk as recursion: a builder, then what its inputs lead to, the last input first.
 void walkModel(const std::map<char, std::string>& inputs, char builder, std::string& walked) {
   if (walked.find(builder) != std::string::npos) return;

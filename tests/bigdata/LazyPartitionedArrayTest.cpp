@@ -63,6 +63,14 @@ TEST_F(LazyPartitionedArrayTest, KeepsMetadataOfTheValueWithItsPromise) {
   EXPECT_EQ(kv::host::toText(session.invoke(b.get(), "hGetMetadata", 1, {})[0].get()), "text");
 }
 
+TEST_F(LazyPartitionedArrayTest, DeletedMetadataIsReadAsAPropertyOnly) {
+  const Value array = lazyArray(constant(1));
+  const Value metadata = invoke(array, "getPartitionMetadata");
+  session.deleteObject(metadata.get());
+  EXPECT_TRUE(isSameObject(get(array, "PartitionMetadata"), metadata));
+  EXPECT_EQ(errorOf([&] { invoke(array, "getPartitionMetadata"); }), "KALVEX:class:InvalidHandle");
+}
+
 TEST_F(LazyPartitionedArrayTest, ADefaultMadeShellRaisesOnUse) {
   const Value shell = ki::toArray(ki::createManagedObject<LazyPartitionedArray>());
   EXPECT_EQ(errorOf([&] { session.invoke(shell.get(), "hGetMetadata", 1, {}); }),
@@ -113,6 +121,12 @@ TEST_F(LazyPartitionedArrayTest, AsksOncePerDifferentExecutorAgainstTheFirst) {
   EXPECT_EQ(takeTrace(), "checkSameExecutor(A B) checkSameExecutor(A B)");
   EXPECT_EQ(kv::host::toText(parsed.executor.get()), "A");
   EXPECT_EQ(parsed.futures.size(), 5u);
+
+  const Value one = arrayWith(four, kv::host::makeDouble(1));
+  const Value equal = arrayWith(four, kv::host::makeDouble(1));
+  calls.clear();
+  parse({one.get(), equal.get()});
+  EXPECT_EQ(takeTrace(), "checkSameExecutor(1 1)");
 }
 
 TEST_F(LazyPartitionedArrayTest, BroadcastAndConstantsHaveNoVoteOnTheStrategy) {

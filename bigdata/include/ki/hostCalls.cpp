@@ -30,11 +30,11 @@ ArrayPtr callFunction(kcos::NameRef name, int nlhs, std::span<const kxArray* con
 }
 
 ArrayPtr callMethod(kcos::COSInternedBase className, kcos::NameRef method,
-                    const kcos::COSClient* client, int nlhs,
-                    std::span<const kxArray* const> inputs) {
+                    const kcos::COSClient* client, int nlhs, std::span<const kxArray* const> inputs,
+                    bool last) {
   OutputSlot output;
   if (!kcos::omCallMethod(className, kcos::internal::makeInterned(method), client, nlhs,
-                          output.get(), static_cast<int>(inputs.size()), inputs.data(), false)) {
+                          output.get(), static_cast<int>(inputs.size()), inputs.data(), last)) {
     throwInternalError("Could not find method " + std::string(className.text()) + "/" +
                        std::string(method.text()));
   }
@@ -52,14 +52,15 @@ void callHostForEffect(kcos::NameRef name, std::initializer_list<const kxArray*>
 }
 
 ArrayPtr callHostMethod(kcos::COSInternedBase className, kcos::NameRef method,
-                        const kcos::COSClient* client, std::span<const kxArray* const> inputs) {
-  return callMethod(className, method, client, 1, inputs);
+                        const kcos::COSClient* client, std::span<const kxArray* const> inputs,
+                        bool last) {
+  return callMethod(className, method, client, 1, inputs, last);
 }
 
 void callHostMethodForEffect(kcos::COSInternedBase className, kcos::NameRef method,
                              const kcos::COSClient* client,
                              std::initializer_list<const kxArray*> inputs) {
-  callMethod(className, method, client, 0, std::span(inputs.begin(), inputs.size()));
+  callMethod(className, method, client, 0, std::span(inputs.begin(), inputs.size()), false);
 }
 
 ArrayPtr readHostProperty(const kxArray* object, kcos::NameRef name) {

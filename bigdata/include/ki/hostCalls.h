@@ -23,15 +23,17 @@ inline ArrayPtr callHost(kcos::NameRef name, std::initializer_list<const kxArray
 /// Calls the host function `name` for what it does.
 void callHostForEffect(kcos::NameRef name, std::initializer_list<const kxArray*> inputs);
 
-/// Calls a method of a class by name with one output, with the rights of `client`.
+/// Calls a method of a class by name with one output, with the rights of `client`; `last` is the
+/// last flag of `omCallMethod`.
 /// Errors: "KALVEX:bigdata:array:InternalError" with "Could not find method ", class and method, if
 ///         the class has no such method.
 ArrayPtr callHostMethod(kcos::COSInternedBase className, kcos::NameRef method,
-                        const kcos::COSClient* client, std::span<const kxArray* const> inputs);
+                        const kcos::COSClient* client, std::span<const kxArray* const> inputs,
+                        bool last = false);
 inline ArrayPtr callHostMethod(kcos::COSInternedBase className, kcos::NameRef method,
                                const kcos::COSClient* client,
-                               std::initializer_list<const kxArray*> inputs) {
-  return callHostMethod(className, method, client, std::span(inputs.begin(), inputs.size()));
+                               std::initializer_list<const kxArray*> inputs, bool last = false) {
+  return callHostMethod(className, method, client, std::span(inputs.begin(), inputs.size()), last);
 }
 
 /// The same without an output.
