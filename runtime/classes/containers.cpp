@@ -16,7 +16,7 @@ namespace {
 using host::Call;
 using host::Value;
 
-/// Where each key's value stands in the cell of values.
+/// The place of each key's value in the cell of values.
 struct MapIndex final : host::NativeValue {
   std::unordered_map<std::string, std::size_t> positions;
 };
@@ -41,15 +41,27 @@ Value cellIn(const kxArray* object, kcos::NameRef property) {
   return cell;
 }
 
-void giveIndex(const kxArray* map, const std::vector<std::string>& keys) {
+/// Fills a map. A key that comes again keeps its place and takes the later value.
+void fillMap(const kxArray* map, const std::vector<std::string>& keys, const kxArray* values) {
   auto index = std::make_unique<MapIndex>();
+  std::vector<std::string> distinct;
+  std::vector<Value> held;
   for (std::size_t i = 0; i < keys.size(); ++i) {
-    index->positions.insert_or_assign(keys[i], i);
+    Value value = matrix::sharedCopy(kxGetCell(values, i));
+    const auto [known, isNew] = index->positions.emplace(keys[i], distinct.size());
+    if (isNew) {
+      distinct.push_back(keys[i]);
+      held.push_back(std::move(value));
+    } else {
+      held[known->second] = std::move(value);
+    }
   }
+  host::setSlot(map, "Keys", host::makeStringColumn(distinct));
+  host::setSlot(map, "Values", host::makeCell(std::move(held)));
   host::setNativeValue(map, std::move(index));
 }
 
-/// containers.Map(keys, values): keys are texts, values a cell with one entry a key.
+/// containers.Map(keys, values): keys are texts, values a cell with one entry for each key.
 void constructMap(const Call& call) {
   const std::vector<std::string> keys =
       call.nrhs > 1 ? host::toTexts(call.in(1)) : std::vector<std::string>{};
@@ -60,18 +72,17 @@ void constructMap(const Call& call) {
   if (keys.size() != count) {
     raiseCountMismatch("KALVEX:Containers:CountMismatch", keys.size(), count);
   }
-  host::setSlot(call.in(0), "Keys", host::makeStringColumn(keys));
-  host::setSlot(call.in(0), "Values", matrix::sharedCopy(call.in(2)));
-  giveIndex(call.in(0), keys);
+  fillMap(call.in(0), keys, call.nrhs > 2 ? call.in(2) : nullptr);
 }
 
 void restoreMap(const kxArray* map, const kxArray* /*saved*/) {
   const std::vector<std::string> keys = host::toTexts(host::getSlot(map, "Keys").get());
-  const std::size_t count = keys.empty() ? 0 : kxGetNumberOfElements(cellIn(map, "Values").get());
+  const Value values = keys.empty() ? Value() : cellIn(map, "Values");
+  const std::size_t count = kxGetNumberOfElements(values.get());
   if (keys.size() != count) {
     raiseCountMismatch("KALVEX:Containers:CountMismatch", keys.size(), count);
   }
-  giveIndex(map, keys);
+  fillMap(map, keys, values.get());
 }
 
 /// lookup(map, key)

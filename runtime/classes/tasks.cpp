@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <string>
 #include <unordered_map>
@@ -80,6 +82,34 @@ Dependency pendingDependency(const kxArray* promise, const TasksOfClosures& task
   return {host::makeCell(std::move(entry)), isBroadcast};
 }
 
+/// Notes with the last of the tasks that it makes the outputs of `closure`, so that the executor
+/// finds one by the other: ids may be shared, as those of an array and its opened copy are. An
+/// operation class of a user may return a task that other closures have, such as a dependency.
+void noteClosure(const kxArray* tasks, const kxArray* closure) {
+  const std::size_t count = kxGetNumberOfElements(tasks);
+  if (count == 0 || !kxIsA(tasks, kExecutionTask)) {
+    return;  // the planner has its own rule for both
+  }
+  const Value task =
+      matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(tasks, count - 1)));
+  const Value before = host::getSlot(task.get(), "Closures");
+  std::vector<kcos::COSInterfacePtr> closures;
+  for (std::size_t i = 0; i < kxGetNumberOfElements(before.get()); ++i) {
+    closures.push_back(kcos::omGetArrayElement(before.get(), i));
+  }
+  closures.push_back(kcos::omGetArrayElement(closure, 0));
+  if (std::ranges::find(closures, closures.back().get(), &kcos::COSInterfacePtr::get) !=
+      closures.end() - 1) {
+    return;
+  }
+  Value column = matrix::from_kalvex(
+      kcos::omCreateKCOSMatrix(closures.size(), 1, kcos::internal::makeInterned(kClosure)));
+  for (std::size_t i = 0; i < closures.size(); ++i) {
+    kcos::omSetArrayElement(column.get(), i, closures[i]);
+  }
+  host::setSlot(task.get(), "Closures", std::move(column));
+}
+
 /// createExecutionTasks(closure, closures it depends on, their tasks, profiling)
 void createExecutionTasks(const Call& call) {
   const Value futures = host::getProperty(call.in(0), "InputFutures");
@@ -101,8 +131,10 @@ void createExecutionTasks(const Call& call) {
     flags[i] = dependency.isBroadcast;
   }
   const Value dependencies = host::makeCell(std::move(entries));
-  call.out(0, host::call("createExecutionTasks",
-                         {operation.get(), dependencies.get(), isBroadcast.get()}));
+  Value created =
+      host::call("createExecutionTasks", {operation.get(), dependencies.get(), isBroadcast.get()});
+  noteClosure(created.get(), call.in(0));
+  call.out(0, std::move(created));
 }
 
 }  // namespace
@@ -112,7 +144,8 @@ void defineTasks(host::Session& session) {
   define(session,
          {.name = kExecutionTask,
           .properties = {readOnly("Id"), readOnly("Dependencies"), readOnly("DataProcessorFactory"),
-                         readOnly("OutputPartitionStrategy"), readOnly("NumOutputs")},
+                         readOnly("OutputPartitionStrategy"), readOnly("NumOutputs"),
+                         readOnly("Closures")},
           .constructor = constructor(constructTask, 5, 5)});
   complete(session, kLazyTaskGraph,
            {staticMethod("createExecutionTasks", createExecutionTasks, 4, 4)});

@@ -2,32 +2,43 @@
 
 #include <utility>
 
+#include "kv/host/errors.h"
+
 namespace kv::runtime {
 namespace {
 
 using host::Value;
 
-std::vector<Value> valuesOf(const kxArray* taskGraph, kcos::NameRef map) {
-  const Value cell = host::call("values", {host::getProperty(taskGraph, map).get()});
-  std::vector<Value> values;
-  for (std::size_t i = 0; i < kxGetNumberOfElements(cell.get()); ++i) {
-    values.push_back(matrix::sharedCopy(kxGetCell(cell.get(), i)));
-  }
-  return values;
+Value elementOf(const kxArray* objects, std::size_t index) {
+  return matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(objects, index)));
 }
 
 }  // namespace
 
-ClosureTasks::ClosureTasks(const kxArray* taskGraph)
-    : closures_(valuesOf(taskGraph, "TaskToClosureMap")),
-      tasks_(valuesOf(taskGraph, "ClosureToTaskMap")) {
-  for (std::size_t i = 0; i < closures_.size(); ++i) {
-    indexOf_.emplace(kcos::omGetArrayElement(closures_[i].get(), 0).get(), i);
+ClosureTasks::ClosureTasks(const kxArray* taskGraph) {
+  const Value tasks = host::getProperty(taskGraph, "Tasks");
+  for (std::size_t i = 0; i < kxGetNumberOfElements(tasks.get()); ++i) {
+    const Value task = elementOf(tasks.get(), i);
+    const Value closures = host::getProperty(task.get(), "Closures");
+    for (std::size_t k = 0; k < kxGetNumberOfElements(closures.get()); ++k) {
+      Value closure = elementOf(closures.get(), k);
+      const auto* object = kcos::omGetArrayElement(closure.get(), 0).get();
+      if (indexOf_.emplace(object, closures_.size()).second) {
+        closures_.push_back(std::move(closure));
+        tasks_.push_back(matrix::sharedCopy(task.get()));
+      }
+    }
   }
 }
 
 const kxArray* ClosureTasks::taskOf(const kxArray* closure) const {
-  return task(indexOf_.at(kcos::omGetArrayElement(closure, 0).get()));
+  const auto found = indexOf_.find(kcos::omGetArrayElement(closure, 0).get());
+  if (found == indexOf_.end()) {
+    host::raise("KALVEX:bigdata:array:InternalError",
+                {host::toText(host::getProperty(closure, "IdStr").get()) +
+                 " has no task of its own in the plan"});
+  }
+  return task(found->second);
 }
 
 }  // namespace kv::runtime

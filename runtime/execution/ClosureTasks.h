@@ -8,21 +8,21 @@
 
 namespace kv::runtime {
 
-/// The closures of a task graph and the output task of each, told apart by object: an array and its
-/// opened copy have closures of one id.
+/// The closures of a task graph and the output task of each, identified by object: an array and its
+/// opened copy have closures of one id. The planner notes them with the tasks.
 ///
 /// Lives: on its own; it keeps closures and tasks alive.
 class ClosureTasks {
  public:
-  /// `taskGraph`: a LazyTaskGraph, whose two maps have an entry a closure in one order.
+  /// `taskGraph`: a LazyTaskGraph.
   explicit ClosureTasks(const kxArray* taskGraph);
 
   std::size_t size() const { return closures_.size(); }
   const kxArray* closure(std::size_t index) const { return closures_[index].get(); }
   const kxArray* task(std::size_t index) const { return tasks_[index].get(); }
 
-  /// The output task of a closure of the graph.
-  /// Errors: std::out_of_range for another closure.
+  /// The output task of a closure.
+  /// Errors: "KALVEX:bigdata:array:InternalError" for a closure that has none in the graph.
   const kxArray* taskOf(const kxArray* closure) const;
 
  private:

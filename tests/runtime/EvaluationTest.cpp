@@ -161,6 +161,19 @@ TEST_F(Evaluation, AnOperationClassOfTheUsersOwnRunsLikeAnyOther) {
   const Value doubled =
       host::call("applyOperationBuiltin", {host::call("mine.Doubling").get(), x.get()});
   EXPECT_THAT(gather(aggregate("sum", doubled)), ElementsAre(30));
+
+  // One whose task is that of its input: two closures then have one task.
+  host::ClassDefinition alias{.name = "mine.Alias", .superclasses = {"mine.Doubling"}};
+  alias.methods.push_back({.name = "createExecutionTasks", .body = [](const host::Call& call) {
+                             const kxArray* input = kxGetCell(call.in(1), 0);
+                             call.out(0, matrix::sharedCopy(kxGetCell(input, 0)));
+                           }});
+  session.defineClass(std::make_shared<const host::ClassDefinition>(std::move(alias)));
+  const Value tripled = element("times", x, 3);
+  const Value same =
+      host::call("applyOperationBuiltin", {host::call("mine.Alias").get(), tripled.get()});
+  EXPECT_THAT(gather(element("plus", same, tripled)), ElementsAre(6, 12, 18, 24, 30));
+  EXPECT_THAT(gather(same), ElementsAre(3, 6, 9, 12, 15));
 }
 
 TEST_F(Evaluation, ABroadcastArrayIsSeenWholeByEveryPartition) {

@@ -226,15 +226,24 @@ TEST_F(SavedArrays, OfStagesAndStreams) {
               next);
   });
 
-  const Value keys = host::makeString("k");
+  const Value keys = host::makeStringColumn(std::vector<std::string>{"k", "j", "k"});
   std::vector<Value> held;
-  held.push_back(host::makeDouble(8));
+  for (const double value : {1, 2, 8}) {
+    held.push_back(host::makeDouble(value));
+  }
   const Value map =
       host::call("containers.Map", {keys.get(), host::makeCell(std::move(held)).get()});
-  opened(bytesOf(map), false, [&](const Value& again) {
-    EXPECT_EQ(kxGetScalar(host::call("lookup", {again.get(), host::makeString("k").get()}).get()),
+  const auto expectEachKeyOnce = [](const Value& made) {
+    EXPECT_EQ(kxGetScalar(host::getProperty(made.get(), "Count").get()), 2);
+    EXPECT_THAT(host::toTexts(host::call("keys", {made.get()}).get()), ElementsAre("k", "j"));
+    const Value values = host::call("values", {made.get()});
+    ASSERT_EQ(kxGetNumberOfElements(values.get()), 2u);
+    EXPECT_EQ(kxGetScalar(kxGetCell(values.get(), 0)), 8);
+    EXPECT_EQ(kxGetScalar(host::call("lookup", {made.get(), host::makeString("k").get()}).get()),
               8);
-  });
+  };
+  expectEachKeyOnce(map);
+  opened(bytesOf(map), false, expectEachKeyOnce);
 
   const Value array = aggregate("sum", column(table({"x\n1\n"}), "x"));
   const kxArray* inputs[] = {array.get()};
