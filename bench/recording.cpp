@@ -1,7 +1,12 @@
-/// Recording x = x + 1, a chain held at its end: by name, as front ends do, and by operator.
+/// Recording x = x + 1, a chain held at its end: by name, as front ends do, and by operator; and
+/// recording on columns of narrow and wide tables.
 #include <benchmark/benchmark.h>
+#include <fmt/format.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 
 #include "kv/array.h"
 #include "session/SessionState.h"
@@ -52,6 +57,43 @@ void recordByOperator(benchmark::State& state) {
   });
 }
 
+/// A table of one row, in a file of its own.
+class WideFile {
+ public:
+  explicit WideFile(std::int64_t columns)
+      : path_(std::filesystem::temp_directory_path() / fmt::format("wide-{}.csv", getpid())) {
+    std::ofstream out(path_);
+    for (const std::string_view form : {"c{}", "{}"}) {
+      for (std::int64_t i = 0; i < columns; ++i) {
+        out << (i == 0 ? "" : ",") << fmt::format(fmt::runtime(form), i);
+      }
+      out << "\n";
+    }
+  }
+  ~WideFile() { std::filesystem::remove(path_); }
+  WideFile(const WideFile&) = delete;
+  WideFile& operator=(const WideFile&) = delete;
+
+  std::string path() const { return path_.string(); }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// Five operations on two columns of a table, the same whatever the table's width.
+void recordOnColumns(benchmark::State& state) {
+  const WideFile file(state.range(0));
+  Session session;
+  const Table table = session.read(file.path());
+  const std::string first = table.columns().front(), last = table.columns().back();
+  for (auto _ : state) {
+    const Array x = table.column(first);
+    const Array y = table.column(last);
+    benchmark::DoNotOptimize(filter(x + y, x > y));
+  }
+  state.SetItemsProcessed(state.iterations() * 5);
+}
+
 /// The same number of operations in chains of a given length, each chain dropped at its end, until
 /// all are freed: chains are garbage with cycles, so that it is the collector who frees them.
 void recordAndFree(benchmark::State& state) {
@@ -67,6 +109,7 @@ void recordAndFree(benchmark::State& state) {
 }
 
 BENCHMARK(recordAndFree)->Arg(100)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(recordOnColumns)->Arg(19)->Arg(100'000);
 BENCHMARK(recordByName)->Arg(1'000'000)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(recordByOperator)->Arg(1'000'000)->Iterations(1)->Unit(benchmark::kMillisecond);
 

@@ -86,6 +86,11 @@ def depth_ratio(results: Results) -> list[float]:
     return [deep / flat]
 
 
+def width_ratio(results: Results) -> list[float]:
+    wide, narrow = (statistics.median(results.nanoseconds(f"recordOnColumns/{n}")) for n in (100_000, 19))
+    return [wide / narrow]
+
+
 def planning(count: int) -> Callable[[Results], list[float]]:
     """A plan without what the host's createExecutionTasks costs."""
 
@@ -139,6 +144,9 @@ SECTIONS = {
         Figure("recorded and freed again, by name, depth 10^5", microseconds("recordAndFree/100000"), "{:.2f} us"),
         Figure("depth 10^5 against 10^2", depth_ratio, "{:.2f} times", 1.3,
                "deep chains live in memory, short ones in cache"),
+        Figure("on columns of a table of 19, each operation", microseconds("recordOnColumns/19"), "{:.2f} us"),
+        Figure("on columns of a table of 10^5", microseconds("recordOnColumns/100000"), "{:.2f} us"),
+        Figure("10^5 columns against 19", width_ratio, "{:.2f} times", 1.5, "a wide table takes memory from the caches"),
         Figure("resident memory of an operation", footprint("bytes"), "{:.0f} bytes"),
         Figure("first 10^6 of a process, pages from the system included",
                lambda results: [results.median("footprint/1000000", "cpu_time") / 1000], "{:.2f} us"),

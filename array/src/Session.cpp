@@ -48,8 +48,9 @@ Table Session::read(const std::vector<std::string>& paths, const ReadOptions& op
     const host::Value datastore = openDatastore(paths, options);
     auto names = host::toTexts(host::getProperty(datastore.get(), "ColumnNames").get());
     auto rows = host::call("createFromDatastoreBuiltin", {datastore.get()});
-    return Table(std::make_shared<const Table::Handle>(impl_, std::move(rows), std::move(names),
-                                                       readTypes(datastore.get())));
+    auto columns =
+        std::make_shared<const TableColumns>(std::move(names), readTypes(datastore.get()));
+    return Table(std::make_shared<const Table::Handle>(impl_, std::move(rows), std::move(columns)));
   });
 }
 

@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -9,18 +8,27 @@
 
 namespace kv {
 
-const std::vector<std::string>& Table::columns() const { return handle_->names; }
+TableColumns::TableColumns(std::vector<std::string> columnNames,
+                           std::vector<runtime::ElementType> columnTypes)
+    : names(std::move(columnNames)), types(std::move(columnTypes)) {
+  positions.reserve(names.size());
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    positions.emplace(names[i], i);
+  }
+}
+
+const std::vector<std::string>& Table::columns() const { return handle_->columns->names; }
 
 Array Table::column(std::string_view name, Where where) const {
-  const auto found = std::ranges::find(handle_->names, name);
-  if (found == handle_->names.end()) {
-    const std::string columns = fmt::format("{}", fmt::join(handle_->names, ", "));
+  const TableColumns& all = *handle_->columns;
+  const auto found = all.positions.find(name);
+  if (found == all.positions.end()) {
+    const std::string columns = fmt::format("{}", fmt::join(all.names, ", "));
     throw Error("KALVEX:array:UnknownColumn",
                 fmt::format("There is no column {}. There are: {}.", name, columns),
                 {std::string(name), columns},
                 {{where.file_name(), where.function_name(), static_cast<int>(where.line())}});
   }
-  const auto index = static_cast<std::size_t>(found - handle_->names.begin());
   const auto session = live(handle_->session);
   return publicCall(*session, where, [&] {
     CallInputs inputs;
@@ -29,7 +37,7 @@ Array Table::column(std::string_view name, Where where) const {
     inputs.give(host::makeLogical(true));  // the content of one variable, not a table of it
     inputs.lend(handle_->value);
     return makeArray(session, host::call("subsrefTabularVar", inputs.list()),
-                     {handle_->types[index]});
+                     {all.types[found->second]});
   });
 }
 
@@ -39,8 +47,7 @@ Table Table::filter(const Array& keep, Where where) const {
   if (live(keep.handle().session) != session) raiseTwoSessions();
   return publicCall(*session, where, [&] {
     auto rows = host::call("filterslices", {keep.handle().value.get(), handle_->value.get()});
-    return Table(std::make_shared<const Table::Handle>(session, std::move(rows), handle_->names,
-                                                       handle_->types));
+    return Table(std::make_shared<const Table::Handle>(session, std::move(rows), handle_->columns));
   });
 }
 

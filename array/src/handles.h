@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "kv/array.h"
@@ -21,11 +22,19 @@ struct Array::Handle {
   runtime::OperandType type;
 };
 
+/// The columns of a table, shared by all that are made from it.
+struct TableColumns {
+  TableColumns(std::vector<std::string> columnNames, std::vector<runtime::ElementType> columnTypes);
+
+  std::vector<std::string> names;
+  std::vector<runtime::ElementType> types;
+  std::unordered_map<std::string_view, std::size_t> positions;  ///< views of `names`
+};
+
 struct Table::Handle {
   std::weak_ptr<Session::Impl> session;
   host::Value value;  ///< an array of rows with all columns
-  std::vector<std::string> names;
-  std::vector<runtime::ElementType> types;
+  std::shared_ptr<const TableColumns> columns;
 };
 
 Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value,

@@ -20,7 +20,7 @@ host::Value randomOptions() {
 }
 
 /// The name of a column that tells how many rows there are; a text is read more slowly.
-const std::string& countedColumn(const Table::Handle& table) {
+const std::string& countedColumn(const TableColumns& table) {
   const auto isQuick = [](ElementType type) { return type != ElementType::String; };
   const auto found = std::ranges::find_if(table.types, isQuick);
   const auto index = found == table.types.end() ? 0 : found - table.types.begin();
@@ -31,7 +31,7 @@ const std::string& countedColumn(const Table::Handle& table) {
 
 Array Table::rand(Where where) const {
   const auto session = live(handle_->session);
-  const Array counted = column(countedColumn(*handle_), where);
+  const Array counted = column(countedColumn(*handle_->columns), where);
   return publicCall(*session, where, [&] {
     CallInputs call;
     call.give(randomOptions());

@@ -70,8 +70,14 @@ void fixNumPartitions(const Call& call) {
 
 void returnSelf(const Call& call) { call.out(0, matrix::sharedCopy(call.in(0))); }
 
+/// Arrays of one source meet at every operation, so that case must not look at the columns.
 bool areCompatible(const kxArray* a, const kxArray* b) {
-  return kxIsA(b, kDatastoreStrategy) && sourceKey(sourceOf(a)) == sourceKey(sourceOf(b));
+  if (!kxIsA(b, kDatastoreStrategy)) {
+    return false;
+  }
+  const Datastore& first = sourceOf(a);
+  const Datastore& second = sourceOf(b);
+  return &first == &second || sourceKey(first) == sourceKey(second);
 }
 
 void typedIsCompatible(const Call& call) {
