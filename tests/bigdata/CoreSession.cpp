@@ -1,5 +1,6 @@
 #include "CoreSession.h"
 
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -16,7 +17,8 @@ std::string joined(std::string text, const std::vector<std::string>& arguments) 
 
 std::string lastPart(const std::string& name) { return name.substr(name.rfind('.') + 1); }
 
-/// A number, a flag or a text as it reads; of anything else the class, without its package.
+}  // namespace
+
 std::string shown(const kxArray* value) {
   const kxClassID classId = kxGetClassID(value);
   const bool isText = classId == kxCHAR_CLASS || classId == kxSTRING_CLASS;
@@ -24,10 +26,10 @@ std::string shown(const kxArray* value) {
   if (!kxIsScalar(value) || kcos::omIsKCOS(value)) return lastPart(kxGetClassName(value));
   if (classId == kxLOGICAL_CLASS) return kxGetLogicals(value)[0] ? "true" : "false";
   if (classId != kxDOUBLE_CLASS) return kxGetClassName(value);
-  return std::to_string(static_cast<long>(kxGetScalar(value)));
+  std::ostringstream number;
+  number << kxGetScalar(value);
+  return number.str();
 }
-
-}  // namespace
 
 std::string errorOf(const std::function<void()>& action) {
   try {

@@ -23,6 +23,9 @@ std::string errorOf(const std::function<void()>& action);
 /// What `errorOf` gives for an internal error of that text.
 std::string internalError(std::string_view text);
 
+/// A number, a flag or a text as it reads; of anything else the class, without its package.
+std::string shown(const kxArray* value);
+
 /// A session with the core in it, its builtins entered, and nothing else: what the core reaches by
 /// name is absent until a test defines it. After each test the heap is verified.
 class CoreSession : public ::testing::Test {

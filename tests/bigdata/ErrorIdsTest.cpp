@@ -68,9 +68,6 @@ class ErrorIds : public LazySession {
     stub("checkSameExecutor");
     stub("kalvex.io.datastore.internal.shim.isDatastore",
          [](const Call& c) { c.out(0, kv::host::makeLogical(false)); });
-    auto factory = std::make_shared<kv::host::ClassDefinition>();
-    factory->name = "kalvex.bigdata.internal.executor.DataProcessorFactory";
-    session.defineClass(factory);
   }
 
   static Value flags(std::size_t columns) {

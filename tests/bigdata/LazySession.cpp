@@ -82,6 +82,7 @@ void LazySession::defineClasses() {
   session.defineClass(simpleClass(root + "BroadcastArray", {}, {"Value"}));
   session.defineClass(simpleClass("OtherArray", {root + "PartitionedArray"}));
   session.defineClass(simpleClass(root + "executor.TaskGraph", {}));
+  session.defineClass(simpleClass(root + "executor.DataProcessorFactory", {}));
   session.defineClass(
       simpleClass(root + "executor.ExecutionTask", {}, {"Id", "OutputPartitionStrategy"}));
   defineOperation("TestOperation", 0, 1);

@@ -53,7 +53,7 @@ class ColdFaultAlloc : public testing::TestWithParam<ScenarioRow> {
     const SharedNumber asked;
     EXPECT_TRUE(holdsInChild([&] {
       const auto scenario = GetParam().make();
-      const FailingMemory memory(0, Shortage::Once);
+      const FailingMemory memory({}, Shortage::Once);
       const Outcome outcome = Outcome::of(*scenario);
       *asked = memory.asked();
       return true;
@@ -62,10 +62,10 @@ class ColdFaultAlloc : public testing::TestWithParam<ScenarioRow> {
   }
 
   /// The work fails with a documented error or not at all, and then can be done.
-  static bool survives(std::uint64_t number, Shortage shortage) {
+  static bool survives(FaultPlaces places, Shortage shortage) {
     const auto scenario = GetParam().make();
     const Outcome outcome = [&] {
-      const FailingMemory memory(number, shortage);
+      const FailingMemory memory(places, shortage);
       return Outcome::of(*scenario);
     }();
     const std::string first = outcome.text();
@@ -82,13 +82,12 @@ class ColdFaultAlloc : public testing::TestWithParam<ScenarioRow> {
 
 TEST_P(ColdFaultAlloc, WhatAProcessMakesOnceIsMadeAgainAfterAFailure) {
   const std::uint64_t allocations = count();
-  const std::uint64_t step = std::max<std::uint64_t>(1, 10 * allocations / sizes().faults);
   std::uint64_t trials = 0;
   for (const Shortage shortage : {Shortage::Once, Shortage::Lasts}) {
-    for (std::uint64_t number = 1; number <= allocations; number += step) {
+    for (const FaultPlaces places : singleFaults(allocations, sizes().faults / 10)) {
       ++trials;
-      ASSERT_TRUE(holdsInChild([&] { return survives(number, shortage); }))
-          << "allocation " << number << nameOf(shortage);
+      ASSERT_TRUE(holdsInChild([&] { return survives(places, shortage); }))
+          << "allocation " << places.text() << nameOf(shortage);
     }
   }
   std::printf("fault-alloc: %s, in a new process: %llu allocations, %llu failures let in\n",

@@ -22,19 +22,18 @@ struct Plan {
   std::string_view inside;  ///< the innermost call by name that runs; empty outside of all
   HostFault fault = HostFault::Raises;
   std::uint64_t asked = 0;
-  std::uint64_t failing = 0;
-  char failed[200] = "";
+  FaultPlaces failing;
+  std::string failed;
 };
 
-constinit Plan plan;
+Plan plan;
 
 bool isNextToFail(HostFault fault, const char* operation, std::string_view with) {
-  if (!plan.isActive || plan.fault != fault || ++plan.asked != plan.failing) {
+  if (!plan.isActive || plan.fault != fault || !plan.failing.holds(++plan.asked)) {
     return false;
   }
-  const std::string said =
-      std::string(operation) + " " + std::string(with) + " in " + std::string(plan.inside);
-  said.copy(plan.failed, sizeof(plan.failed) - 1);
+  plan.failed += plan.failed.empty() ? "" : ", then ";
+  plan.failed.append(operation).append(" ").append(with).append(" in ").append(plan.inside);
   return true;
 }
 
@@ -112,319 +111,110 @@ const char* nameOf(HostFault fault) {
   return "";
 }
 
-FailingHost::FailingHost(std::uint64_t number, HostFault fault) noexcept {
-  plan = {true, {}, fault, 0, number, ""};
+FailingHost::FailingHost(FaultPlaces places, HostFault fault) noexcept {
+  plan = {true, {}, fault, 0, places, ""};
 }
 
 FailingHost::~FailingHost() { plan.isActive = false; }
 
 std::uint64_t FailingHost::asked() const noexcept { return plan.asked; }
 
-const char* FailingHost::failed() const noexcept { return plan.failed; }
+const char* FailingHost::failed() const noexcept { return plan.failed.c_str(); }
 
 }  // namespace kv::test
 
 // --- The operations, under the names that the linker gives them ----------------------------------
-// The build reads the names from here, so each stays in one piece.
+// A row each: result, name, the name that the linker knows, parameters, arguments. The build reads
+// the linker's names from the rows. Rows are long so that each stays in one piece.
 // clang-format off
 
+using kcos::COSInternedBase;
+using kcos::COSInterfacePtr;
+using kcos::NameRef;
+using kcos::RootRecordPtr;
 using kv::test::maybeOther;
 using kv::test::mayRaise;
 using kv::test::mayRaiseInside;
 using kv::test::RunningCall;
-using Names = std::span<const std::string_view>;
 using Extents = std::span<const std::size_t>;
+using Inputs = std::span<const kxArray* const>;
+using Names = std::span<const std::string_view>;
+using Slot = foundation::usm::Slot;
+using Tag = std::type_info;
+using Text = std::string_view;
+using Value = kv::host::Value;
+using Values = std::vector<Value>;
+using WideText = std::u16string_view;
 
-kxArray* realCreateDoubleScalar(double value) asm("__real__Z20kxCreateDoubleScalard");
-kxArray* wrapCreateDoubleScalar(double value) asm("__wrap__Z20kxCreateDoubleScalard");
-kxArray* wrapCreateDoubleScalar(double value) {
-  mayRaise("kxCreateDoubleScalar");
-  return realCreateDoubleScalar(value);
-}
+/// The body that follows stands in for the operation; `name##Real` is the operation.
+#define KV_STAND_IN(Result, name, symbol, parameters) \
+  Result name##Real parameters asm("__real_" #symbol); \
+  Result name##Wrap parameters asm("__wrap_" #symbol); \
+  Result name##Wrap parameters
 
-kxArray* realCreateLogicalScalar(bool value) asm("__real__Z21kxCreateLogicalScalarb");
-kxArray* wrapCreateLogicalScalar(bool value) asm("__wrap__Z21kxCreateLogicalScalarb");
-kxArray* wrapCreateLogicalScalar(bool value) {
-  mayRaise("kxCreateLogicalScalar");
-  return realCreateLogicalScalar(value);
-}
+#define KV_RAISES(Result, name, symbol, parameters, arguments) \
+  KV_STAND_IN(Result, name, symbol, parameters) { \
+    mayRaise(#name); \
+    return name##Real arguments; \
+  }
 
-kxArray* realCreateDoubleMatrix(std::size_t rows, std::size_t columns,
-                                int complexity) asm("__real__Z20kxCreateDoubleMatrixmmi");
-kxArray* wrapCreateDoubleMatrix(std::size_t rows, std::size_t columns,
-                                int complexity) asm("__wrap__Z20kxCreateDoubleMatrixmmi");
-kxArray* wrapCreateDoubleMatrix(std::size_t rows, std::size_t columns, int complexity) {
-  mayRaise("kxCreateDoubleMatrix");
-  return realCreateDoubleMatrix(rows, columns, complexity);
-}
-
-kxArray* realCreateNumericArray(Extents dimensions, kxClassID classId) asm(
-    "__real__Z20kxCreateNumericArraySt4spanIKmLm18446744073709551615EE9kxClassID");
-kxArray* wrapCreateNumericArray(Extents dimensions, kxClassID classId) asm(
-    "__wrap__Z20kxCreateNumericArraySt4spanIKmLm18446744073709551615EE9kxClassID");
-kxArray* wrapCreateNumericArray(Extents dimensions, kxClassID classId) {
-  mayRaise("kxCreateNumericArray");
-  return realCreateNumericArray(dimensions, classId);
-}
-
-kxArray* realCreateCellMatrix(std::size_t rows,
-                              std::size_t columns) asm("__real__Z18kxCreateCellMatrixmm");
-kxArray* wrapCreateCellMatrix(std::size_t rows,
-                              std::size_t columns) asm("__wrap__Z18kxCreateCellMatrixmm");
-kxArray* wrapCreateCellMatrix(std::size_t rows, std::size_t columns) {
-  mayRaise("kxCreateCellMatrix");
-  return realCreateCellMatrix(rows, columns);
-}
-
-kxArray* realCreateStructMatrix(std::size_t rows, std::size_t columns, Names fields) asm(
-    "__real__Z20kxCreateStructMatrixmmSt4spanIKSt17basic_string_viewIcSt11char_traitsIcEELm18446744073709551615EE");
-kxArray* wrapCreateStructMatrix(std::size_t rows, std::size_t columns, Names fields) asm(
-    "__wrap__Z20kxCreateStructMatrixmmSt4spanIKSt17basic_string_viewIcSt11char_traitsIcEELm18446744073709551615EE");
-kxArray* wrapCreateStructMatrix(std::size_t rows, std::size_t columns, Names fields) {
-  mayRaise("kxCreateStructMatrix");
-  return realCreateStructMatrix(rows, columns, fields);
-}
-
-kxArray* realGetKfunctionStack(int skip, int names,
-                               int flags) asm("__real__Z19inGetKfunctionStackiii");
-kxArray* wrapGetKfunctionStack(int skip, int names,
-                               int flags) asm("__wrap__Z19inGetKfunctionStackiii");
-kxArray* wrapGetKfunctionStack(int skip, int names, int flags) {
-  mayRaise("inGetKfunctionStack");
-  return realGetKfunctionStack(skip, names, flags);
-}
-
-kxArray* realSharedCopy(const kxArray* array) asm(
-    "__real__ZN6matrix6detail14do_shared_copyEPK7kxArray");
-kxArray* wrapSharedCopy(const kxArray* array) asm(
-    "__wrap__ZN6matrix6detail14do_shared_copyEPK7kxArray");
-kxArray* wrapSharedCopy(const kxArray* array) {
-  mayRaise("do_shared_copy");
-  return realSharedCopy(array);
-}
-
-matrix::ArrayPtr realCreateText(std::string_view text) asm(
-    "__real__ZN6matrix6createESt17basic_string_viewIcSt11char_traitsIcEE");
-matrix::ArrayPtr wrapCreateText(std::string_view text) asm(
-    "__wrap__ZN6matrix6createESt17basic_string_viewIcSt11char_traitsIcEE");
-matrix::ArrayPtr wrapCreateText(std::string_view text) {
-  mayRaise("matrix::create");
-  return realCreateText(text);
-}
-
-matrix::ArrayPtr realCreateWideText(std::u16string_view text) asm(
-    "__real__ZN6matrix6createESt17basic_string_viewIDsSt11char_traitsIDsEE");
-matrix::ArrayPtr wrapCreateWideText(std::u16string_view text) asm(
-    "__wrap__ZN6matrix6createESt17basic_string_viewIDsSt11char_traitsIDsEE");
-matrix::ArrayPtr wrapCreateWideText(std::u16string_view text) {
-  mayRaise("matrix::create");
-  return realCreateWideText(text);
-}
-
-matrix::ArrayPtr realCreateStringArray(std::size_t rows, std::size_t columns) asm(
-    "__real__ZN7Torvane6String17createStringArrayEmm");
-matrix::ArrayPtr wrapCreateStringArray(std::size_t rows, std::size_t columns) asm(
-    "__wrap__ZN7Torvane6String17createStringArrayEmm");
-matrix::ArrayPtr wrapCreateStringArray(std::size_t rows, std::size_t columns) {
-  mayRaise("createStringArray");
-  return realCreateStringArray(rows, columns);
-}
-
-void realSetString(kxArray* array, std::size_t index, std::u16string_view text) asm(
-    "__real__ZN7Torvane6String9setStringEP7kxArraymSt17basic_string_viewIDsSt11char_traitsIDsEE");
-void wrapSetString(kxArray* array, std::size_t index, std::u16string_view text) asm(
-    "__wrap__ZN7Torvane6String9setStringEP7kxArraymSt17basic_string_viewIDsSt11char_traitsIDsEE");
-void wrapSetString(kxArray* array, std::size_t index, std::u16string_view text) {
-  mayRaise("setString");
-  return realSetString(array, index, text);
-}
-
-matrix::ArrayPtr realStringsToChars(const kxArray* array) asm(
-    "__real__ZN7Torvane6String21convertStringsToCharsEPK7kxArray");
-matrix::ArrayPtr wrapStringsToChars(const kxArray* array) asm(
-    "__wrap__ZN7Torvane6String21convertStringsToCharsEPK7kxArray");
-matrix::ArrayPtr wrapStringsToChars(const kxArray* array) {
-  mayRaise("convertStringsToChars");
-  return realStringsToChars(array);
-}
-
-std::string realGetClassName(const kxArray* array) asm(
-    "__real__Z14kxGetClassNameB5cxx11PK7kxArray");
-std::string wrapGetClassName(const kxArray* array) asm(
-    "__wrap__Z14kxGetClassNameB5cxx11PK7kxArray");
-std::string wrapGetClassName(const kxArray* array) {
-  mayRaise("kxGetClassName");
-  return realGetClassName(array);
-}
-
-kxArray* realCreateKCOSScalar(const kcos::COSInterfacePtr& object) asm(
-    "__real__ZN4kcos18omCreateKCOSScalarERKNS_15COSInterfacePtrE");
-kxArray* wrapCreateKCOSScalar(const kcos::COSInterfacePtr& object) asm(
-    "__wrap__ZN4kcos18omCreateKCOSScalarERKNS_15COSInterfacePtrE");
-kxArray* wrapCreateKCOSScalar(const kcos::COSInterfacePtr& object) {
-  mayRaise("omCreateKCOSScalar");
-  return realCreateKCOSScalar(object);
-}
-
-kxArray* realCreateKCOSMatrix(std::size_t rows, std::size_t columns, kcos::COSInternedBase key) asm(
-    "__real__ZN4kcos18omCreateKCOSMatrixEmmNS_15COSInternedBaseE");
-kxArray* wrapCreateKCOSMatrix(std::size_t rows, std::size_t columns, kcos::COSInternedBase key) asm(
-    "__wrap__ZN4kcos18omCreateKCOSMatrixEmmNS_15COSInternedBaseE");
-kxArray* wrapCreateKCOSMatrix(std::size_t rows, std::size_t columns, kcos::COSInternedBase key) {
-  mayRaise("omCreateKCOSMatrix");
-  return realCreateKCOSMatrix(rows, columns, key);
-}
-
-void realSetArrayElement(kxArray* array, std::size_t index, kcos::COSInterface* object) asm(
-    "__real__ZN4kcos17omSetArrayElementEP7kxArraymPNS_12COSInterfaceE");
-void wrapSetArrayElement(kxArray* array, std::size_t index, kcos::COSInterface* object) asm(
-    "__wrap__ZN4kcos17omSetArrayElementEP7kxArraymPNS_12COSInterfaceE");
-void wrapSetArrayElement(kxArray* array, std::size_t index, kcos::COSInterface* object) {
-  mayRaise("omSetArrayElement");
-  return realSetArrayElement(array, index, object);
-}
-
-kcos::COSInterfacePtr realGetArrayElement(const kxArray* array, std::size_t index) asm(
-    "__real__ZN4kcos17omGetArrayElementEPK7kxArraym");
-kcos::COSInterfacePtr wrapGetArrayElement(const kxArray* array, std::size_t index) asm(
-    "__wrap__ZN4kcos17omGetArrayElementEPK7kxArraym");
-kcos::COSInterfacePtr wrapGetArrayElement(const kxArray* array, std::size_t index) {
-  mayRaise("omGetArrayElement");
-  return realGetArrayElement(array, index);
-}
-
-void realAddParentRoot(kcos::RootRecordPtr child, kcos::RootRecordPtr parent) asm(
-    "__real__Z15kxAddParentRootN4kcos13RootRecordPtrES0_");
-void wrapAddParentRoot(kcos::RootRecordPtr child, kcos::RootRecordPtr parent) asm(
-    "__wrap__Z15kxAddParentRootN4kcos13RootRecordPtrES0_");
-void wrapAddParentRoot(kcos::RootRecordPtr child, kcos::RootRecordPtr parent) {
-  mayRaise("kxAddParentRoot");
-  return realAddParentRoot(child, parent);
-}
-
-void realSetParentRoot(kcos::RootRecordPtr array, kcos::RootRecordPtr parent) asm(
-    "__real__Z15kxSetParentRootN4kcos13RootRecordPtrES0_");
-void wrapSetParentRoot(kcos::RootRecordPtr array, kcos::RootRecordPtr parent) asm(
-    "__wrap__Z15kxSetParentRootN4kcos13RootRecordPtrES0_");
-void wrapSetParentRoot(kcos::RootRecordPtr array, kcos::RootRecordPtr parent) {
-  mayRaise("kxSetParentRoot");
-  return realSetParentRoot(array, parent);
-}
-
-void realConvertToInternal(kxArray* array, bool flag) asm(
-    "__real__ZN4kcos33kcosConvertArrayToInternalInPlaceEP7kxArrayb");
-void wrapConvertToInternal(kxArray* array, bool flag) asm(
-    "__wrap__ZN4kcos33kcosConvertArrayToInternalInPlaceEP7kxArrayb");
-void wrapConvertToInternal(kxArray* array, bool flag) {
-  mayRaise("kcosConvertArrayToInternalInPlace");
-  return realConvertToInternal(array, flag);
-}
-
-void* realAllocatePart(std::size_t bytes) asm("__real__ZN4kcos14utAllocatePartEm");
-void* wrapAllocatePart(std::size_t bytes) asm("__wrap__ZN4kcos14utAllocatePartEm");
-void* wrapAllocatePart(std::size_t bytes) {
-  mayRaise("utAllocatePart");
-  return realAllocatePart(bytes);
-}
-
-kcos::COSClass* realGetClass(kcos::COSInternedBase key) asm(
-    "__real__ZN4kcos8COSClass8getClassENS_15COSInternedBaseE");
-kcos::COSClass* wrapGetClass(kcos::COSInternedBase key) asm(
-    "__wrap__ZN4kcos8COSClass8getClassENS_15COSInternedBaseE");
-kcos::COSClass* wrapGetClass(kcos::COSInternedBase key) {
-  mayRaise("COSClass::getClass");
-  return realGetClass(key);
-}
-
-foundation::usm::Slot& realFindOrFail(std::size_t id, const std::type_info& tag) asm(
-    "__real__ZN10foundation3usm6DetailINS0_5scope3KvmEE10findOrFailEmRKSt9type_info");
-foundation::usm::Slot& wrapFindOrFail(std::size_t id, const std::type_info& tag) asm(
-    "__wrap__ZN10foundation3usm6DetailINS0_5scope3KvmEE10findOrFailEmRKSt9type_info");
-foundation::usm::Slot& wrapFindOrFail(std::size_t id, const std::type_info& tag) {
-  mayRaise("findOrFail");
-  return realFindOrFail(id, tag);
-}
-
-foundation::usm::Slot&
-realFindOrInsert(std::size_t id, const std::type_info& tag, foundation::usm::Slot&& slot) asm(
-    "__real__ZN10foundation3usm6DetailINS0_5scope3KvmEE12findOrInsertEmRKSt9type_infoOSt10unique_ptrIvPFvPvEE");
-foundation::usm::Slot&
-wrapFindOrInsert(std::size_t id, const std::type_info& tag, foundation::usm::Slot&& slot) asm(
-    "__wrap__ZN10foundation3usm6DetailINS0_5scope3KvmEE12findOrInsertEmRKSt9type_infoOSt10unique_ptrIvPFvPvEE");
-foundation::usm::Slot& wrapFindOrInsert(std::size_t id, const std::type_info& tag,
-                                        foundation::usm::Slot&& slot) {
-  mayRaise("findOrInsert");
-  return realFindOrInsert(id, tag, std::move(slot));
-}
+KV_RAISES(kxArray*, kxCreateDoubleScalar, _Z20kxCreateDoubleScalard, (double value), (value))
+KV_RAISES(kxArray*, kxCreateLogicalScalar, _Z21kxCreateLogicalScalarb, (bool value), (value))
+KV_RAISES(kxArray*, kxCreateDoubleMatrix, _Z20kxCreateDoubleMatrixmmi, (std::size_t rows, std::size_t columns, int complexity), (rows, columns, complexity))
+KV_RAISES(kxArray*, kxCreateNumericArray, _Z20kxCreateNumericArraySt4spanIKmLm18446744073709551615EE9kxClassID, (Extents dimensions, kxClassID classId), (dimensions, classId))
+KV_RAISES(kxArray*, kxCreateCellMatrix, _Z18kxCreateCellMatrixmm, (std::size_t rows, std::size_t columns), (rows, columns))
+KV_RAISES(kxArray*, kxCreateStructMatrix, _Z20kxCreateStructMatrixmmSt4spanIKSt17basic_string_viewIcSt11char_traitsIcEELm18446744073709551615EE, (std::size_t rows, std::size_t columns, Names fields), (rows, columns, fields))
+KV_RAISES(kxArray*, inGetKfunctionStack, _Z19inGetKfunctionStackiii, (int skip, int names, int flags), (skip, names, flags))
+KV_RAISES(kxArray*, do_shared_copy, _ZN6matrix6detail14do_shared_copyEPK7kxArray, (const kxArray* array), (array))
+KV_RAISES(Value, createText, _ZN6matrix6createESt17basic_string_viewIcSt11char_traitsIcEE, (Text text), (text))
+KV_RAISES(Value, createWideText, _ZN6matrix6createESt17basic_string_viewIDsSt11char_traitsIDsEE, (WideText text), (text))
+KV_RAISES(Value, createStringArray, _ZN7Torvane6String17createStringArrayEmm, (std::size_t rows, std::size_t columns), (rows, columns))
+KV_RAISES(void, setString, _ZN7Torvane6String9setStringEP7kxArraymSt17basic_string_viewIDsSt11char_traitsIDsEE, (kxArray* array, std::size_t index, WideText text), (array, index, text))
+KV_RAISES(Value, convertStringsToChars, _ZN7Torvane6String21convertStringsToCharsEPK7kxArray, (const kxArray* array), (array))
+KV_RAISES(std::string, kxGetClassName, _Z14kxGetClassNameB5cxx11PK7kxArray, (const kxArray* array), (array))
+KV_RAISES(kxArray*, omCreateKCOSScalar, _ZN4kcos18omCreateKCOSScalarERKNS_15COSInterfacePtrE, (const COSInterfacePtr& object), (object))
+KV_RAISES(kxArray*, omCreateKCOSMatrix, _ZN4kcos18omCreateKCOSMatrixEmmNS_15COSInternedBaseE, (std::size_t rows, std::size_t columns, COSInternedBase key), (rows, columns, key))
+KV_RAISES(void, omSetArrayElement, _ZN4kcos17omSetArrayElementEP7kxArraymPNS_12COSInterfaceE, (kxArray* array, std::size_t index, kcos::COSInterface* object), (array, index, object))
+KV_RAISES(COSInterfacePtr, omGetArrayElement, _ZN4kcos17omGetArrayElementEPK7kxArraym, (const kxArray* array, std::size_t index), (array, index))
+KV_RAISES(void, kxAddParentRoot, _Z15kxAddParentRootN4kcos13RootRecordPtrES0_, (RootRecordPtr child, RootRecordPtr parent), (child, parent))
+KV_RAISES(void, kxSetParentRoot, _Z15kxSetParentRootN4kcos13RootRecordPtrES0_, (RootRecordPtr array, RootRecordPtr parent), (array, parent))
+KV_RAISES(void, kcosConvertArrayToInternalInPlace, _ZN4kcos33kcosConvertArrayToInternalInPlaceEP7kxArrayb, (kxArray* array, bool flag), (array, flag))
+KV_RAISES(void*, utAllocatePart, _ZN4kcos14utAllocatePartEm, (std::size_t bytes), (bytes))
+KV_RAISES(kcos::COSClass*, getClass, _ZN4kcos8COSClass8getClassENS_15COSInternedBaseE, (COSInternedBase key), (key))
+KV_RAISES(Slot&, findOrFail, _ZN10foundation3usm6DetailINS0_5scope3KvmEE10findOrFailEmRKSt9type_info, (std::size_t id, const Tag& tag), (id, tag))
+KV_RAISES(Slot&, findOrInsert, _ZN10foundation3usm6DetailINS0_5scope3KvmEE12findOrInsertEmRKSt9type_infoOSt10unique_ptrIvPFvPvEE, (std::size_t id, const Tag& tag, Slot&& slot), (id, tag, std::move(slot)))
 
 // What the core reads and calls by name: it answers a value of whatever class.
 
-kxArray* realGetProperty(const kxArray* array, std::size_t index, kcos::NameRef name) asm(
-    "__real__Z19kxGetPropertySharedPK7kxArraymN4kcos7NameRefE");
-kxArray* wrapGetProperty(const kxArray* array, std::size_t index, kcos::NameRef name) asm(
-    "__wrap__Z19kxGetPropertySharedPK7kxArraymN4kcos7NameRefE");
-kxArray* wrapGetProperty(const kxArray* array, std::size_t index, kcos::NameRef name) {
+KV_STAND_IN(kxArray*, kxGetPropertyShared, _Z19kxGetPropertySharedPK7kxArraymN4kcos7NameRefE, (const kxArray* array, std::size_t index, NameRef name)) {
   mayRaise("kxGetPropertyShared", name.text());
-  return maybeOther(realGetProperty(array, index, name), "kxGetPropertyShared", name.text());
+  return maybeOther(kxGetPropertySharedReal(array, index, name), "kxGetPropertyShared", name.text());
 }
 
-void realCall(int nlhs, kxArray** plhs, int nrhs, const kxArray* const* prhs,
-              kcos::NameRef name) asm("__real__Z9inCallFcniPP7kxArrayiPKPKS_N4kcos7NameRefE");
-void wrapCall(int nlhs, kxArray** plhs, int nrhs, const kxArray* const* prhs,
-              kcos::NameRef name) asm("__wrap__Z9inCallFcniPP7kxArrayiPKPKS_N4kcos7NameRefE");
-void wrapCall(int nlhs, kxArray** plhs, int nrhs, const kxArray* const* prhs, kcos::NameRef name) {
+KV_STAND_IN(void, inCallFcn, _Z9inCallFcniPP7kxArrayiPKPKS_N4kcos7NameRefE, (int nlhs, kxArray** plhs, int nrhs, const kxArray* const* prhs, NameRef name)) {
   mayRaise("inCallFcn", name.text());
   const RunningCall running(name.text());
-  realCall(nlhs, plhs, nrhs, prhs, name);
+  inCallFcnReal(nlhs, plhs, nrhs, prhs, name);
   plhs[0] = maybeOther(plhs[0], "inCallFcn", name.text());
 }
 
-using kcos::COSInternedBase;
-
-bool realCallMethod(COSInternedBase className, COSInternedBase method, const kcos::COSClient* client, int nlhs, kxArray** plhs, int nrhs, const kxArray* const* prhs, bool last) asm(
-    "__real__ZN4kcos12omCallMethodENS_15COSInternedBaseES0_PKNS_9COSClientEiPP7kxArrayiPKPKS4_b");
-bool wrapCallMethod(COSInternedBase className, COSInternedBase method, const kcos::COSClient* client, int nlhs, kxArray** plhs, int nrhs, const kxArray* const* prhs, bool last) asm(
-    "__wrap__ZN4kcos12omCallMethodENS_15COSInternedBaseES0_PKNS_9COSClientEiPP7kxArrayiPKPKS4_b");
-bool wrapCallMethod(COSInternedBase className, COSInternedBase method,
-                    const kcos::COSClient* client, int nlhs, kxArray** plhs, int nrhs,
-                    const kxArray* const* prhs, bool last) {
+KV_STAND_IN(bool, omCallMethod, _ZN4kcos12omCallMethodENS_15COSInternedBaseES0_PKNS_9COSClientEiPP7kxArrayiPKPKS4_b, (COSInternedBase className, COSInternedBase method, const kcos::COSClient* client, int nlhs, kxArray** plhs, int nrhs, const kxArray* const* prhs, bool last)) {
   mayRaise("omCallMethod", method.text());
   const RunningCall running(method.text());
-  const bool isCalled = realCallMethod(className, method, client, nlhs, plhs, nrhs, prhs, last);
+  const bool isCalled = omCallMethodReal(className, method, client, nlhs, plhs, nrhs, prhs, last);
   plhs[0] = maybeOther(plhs[0], "omCallMethod", method.text());
   return isCalled;
 }
 
 // The same from the runtime, which reads what the core vouches for.
 
-using Inputs = std::span<const kxArray* const>;
+#define KV_RAISES_INSIDE(Result, name, symbol, parameters, arguments) \
+  KV_STAND_IN(Result, name, symbol, parameters) { \
+    mayRaiseInside(#name, by.text()); \
+    const RunningCall running(by.text()); \
+    return name##Real arguments; \
+  }
 
-std::vector<kv::host::Value> realCallMany(kcos::NameRef name, int nlhs, Inputs inputs) asm(
-    "__real__ZN2kv4host8callManyEN4kcos7NameRefEiSt4spanIKPK7kxArrayLm18446744073709551615EE");
-std::vector<kv::host::Value> wrapCallMany(kcos::NameRef name, int nlhs, Inputs inputs) asm(
-    "__wrap__ZN2kv4host8callManyEN4kcos7NameRefEiSt4spanIKPK7kxArrayLm18446744073709551615EE");
-std::vector<kv::host::Value> wrapCallMany(kcos::NameRef name, int nlhs, Inputs inputs) {
-  mayRaiseInside("callMany", name.text());
-  const RunningCall running(name.text());
-  return realCallMany(name, nlhs, inputs);
-}
-
-kv::host::Value realHostCall(kcos::NameRef name, Inputs inputs) asm(
-    "__real__ZN2kv4host4callEN4kcos7NameRefESt4spanIKPK7kxArrayLm18446744073709551615EE");
-kv::host::Value wrapHostCall(kcos::NameRef name, Inputs inputs) asm(
-    "__wrap__ZN2kv4host4callEN4kcos7NameRefESt4spanIKPK7kxArrayLm18446744073709551615EE");
-kv::host::Value wrapHostCall(kcos::NameRef name, Inputs inputs) {
-  mayRaiseInside("call", name.text());
-  const RunningCall running(name.text());
-  return realHostCall(name, inputs);
-}
-
-kv::host::Value realHostProperty(const kxArray* object, kcos::NameRef name) asm(
-    "__real__ZN2kv4host11getPropertyEPK7kxArrayN4kcos7NameRefE");
-kv::host::Value wrapHostProperty(const kxArray* object, kcos::NameRef name) asm(
-    "__wrap__ZN2kv4host11getPropertyEPK7kxArrayN4kcos7NameRefE");
-kv::host::Value wrapHostProperty(const kxArray* object, kcos::NameRef name) {
-  mayRaiseInside("getProperty", name.text());
-  const RunningCall running(name.text());
-  return realHostProperty(object, name);
-}
+KV_RAISES_INSIDE(Values, callMany, _ZN2kv4host8callManyEN4kcos7NameRefEiSt4spanIKPK7kxArrayLm18446744073709551615EE, (NameRef by, int nlhs, Inputs inputs), (by, nlhs, inputs))
+KV_RAISES_INSIDE(Value, call, _ZN2kv4host4callEN4kcos7NameRefESt4spanIKPK7kxArrayLm18446744073709551615EE, (NameRef by, Inputs inputs), (by, inputs))
+KV_RAISES_INSIDE(Value, getProperty, _ZN2kv4host11getPropertyEPK7kxArrayN4kcos7NameRefE, (const kxArray* object, NameRef by), (object, by))

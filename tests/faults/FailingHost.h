@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "faults/FaultPlaces.h"
+
 /// A host whose operations fail on demand: each operation of the platform interface that can fail,
 /// as the core and the runtime call it, counts as one of a sequence, and a chosen one fails.
 ///
@@ -23,15 +25,15 @@ inline constexpr const char* kTestFault = "error test:Fault";
 /// Lets an operation of the host fail within its life.
 class FailingHost {
  public:
-  /// `number`: which operation that can fail so from now on, counted from 1; 0 for none.
-  FailingHost(std::uint64_t number, HostFault fault) noexcept;
+  /// `places`: which of the operations that can fail so do, from now on.
+  FailingHost(FaultPlaces places, HostFault fault) noexcept;
   ~FailingHost();
   FailingHost(const FailingHost&) = delete;
   FailingHost& operator=(const FailingHost&) = delete;
 
   /// Operations since its birth that can fail so.
   std::uint64_t asked() const noexcept;
-  /// The operation that failed, what it was called with and inside which call; empty if none did.
+  /// The operations that failed, what they were called with and inside which call; empty if none.
   const char* failed() const noexcept;
 };
 

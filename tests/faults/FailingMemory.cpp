@@ -20,7 +20,7 @@ std::atomic<std::int64_t> live{0};
 struct Plan {
   bool isActive = false;
   std::uint64_t asked = 0;
-  std::uint64_t failing = 0;
+  FaultPlaces failing;
   Shortage shortage = Shortage::Once;
   bool hasFailed = false;
 };
@@ -33,9 +33,8 @@ bool isNextToFail() noexcept {
     return false;
   }
   ++plan.asked;
-  const bool fails =
-      plan.failing != 0 && (plan.asked == plan.failing ||
-                            (plan.asked > plan.failing && plan.shortage == Shortage::Lasts));
+  const bool lasts = plan.shortage == Shortage::Lasts && plan.failing.first != 0;
+  const bool fails = plan.failing.holds(plan.asked) || (lasts && plan.asked > plan.failing.first);
   plan.hasFailed = plan.hasFailed || fails;
   return fails;
 }
@@ -145,9 +144,9 @@ class FailingPool final : public arrow::MemoryPool {
 
 }  // namespace
 
-FailingMemory::FailingMemory(std::uint64_t number, Shortage shortage) noexcept {
+FailingMemory::FailingMemory(FaultPlaces places, Shortage shortage) noexcept {
   arrowCode();
-  plan = {true, 0, number, shortage, false};
+  plan = {true, 0, places, shortage, false};
 }
 
 FailingMemory::~FailingMemory() { plan.isActive = false; }

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "faults/FaultPlaces.h"
+
 /// Memory that runs out on demand: all that this program asks of `operator new`, of `calloc` and of
 /// Arrow's memory pool counts as one sequence of allocations, and chosen ones fail.
 ///
@@ -25,8 +27,8 @@ inline constexpr const char* kOutOfMemory = "error KALVEX:OutOfMemory";
 /// Lets allocations of this thread fail for the span of its life.
 class FailingMemory {
  public:
-  /// `number`: which allocation from now on fails, counted from 1; 0 for none.
-  FailingMemory(std::uint64_t number, Shortage shortage) noexcept;
+  /// `places`: which allocations from now on fail.
+  FailingMemory(FaultPlaces places, Shortage shortage) noexcept;
   ~FailingMemory();
   FailingMemory(const FailingMemory&) = delete;
   FailingMemory& operator=(const FailingMemory&) = delete;

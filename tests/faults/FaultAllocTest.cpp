@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "faults/FailingMemory.h"
@@ -51,17 +52,18 @@ class FaultAlloc : public testing::TestWithParam<ScenarioRow> {
   /// Allocations of one run without a fault.
   static std::uint64_t count() {
     const auto scenario = GetParam().make();
-    const FailingMemory memory(0, Shortage::Once);
+    const FailingMemory memory({}, Shortage::Once);
     const Outcome outcome = Outcome::of(*scenario);
     return memory.asked();
   }
 
-  static Trial run(std::uint64_t number, Shortage shortage, const std::string& expected) {
+  static Trial run(FaultPlaces places, Shortage shortage, const std::string& expected) {
     Trial trial;
     const auto scenario = GetParam().make();
     const Outcome outcome = [&] {
-      const FailingMemory memory(number, shortage);
-      return Outcome::of(*scenario);
+      const FailingMemory memory(places, shortage);
+      Outcome ended = Outcome::of(*scenario);
+      return memory.asked() < places.second ? Outcome::of(*scenario) : std::move(ended);
     }();
     const std::string text = outcome.text();
     trial.isError = text == kOutOfMemory;
@@ -82,12 +84,12 @@ class FaultAlloc : public testing::TestWithParam<ScenarioRow> {
 
   /// The same, with what is left when it is over. What the process makes once and keeps isn't there
   /// a second time.
-  static Trial runAndWeigh(std::uint64_t number, Shortage shortage, const std::string& expected) {
+  static Trial runAndWeigh(FaultPlaces places, Shortage shortage, const std::string& expected) {
     const Holdings before;
-    Trial trial = run(number, shortage, expected);
+    Trial trial = run(places, shortage, expected);
     const Holdings after;
     if (trial.fault.empty() && before != after) {
-      static_cast<void>(run(number, shortage, expected));
+      static_cast<void>(run(places, shortage, expected));
       const Holdings later;
       trial.fault = later != after ? "It leaves behind: " + difference(after, later) : "";
     }
@@ -98,17 +100,20 @@ class FaultAlloc : public testing::TestWithParam<ScenarioRow> {
 TEST_P(FaultAlloc, EachFailureIsOneDocumentedErrorAndLeavesNothing) {
   const std::string expected = outcome();
   const std::uint64_t allocations = count();
-  const std::uint64_t step = std::max<std::uint64_t>(1, allocations / sizes().faults);
   std::uint64_t trials = 0;
   std::uint64_t errors = 0;
-  for (const Shortage shortage : {Shortage::Once, Shortage::Lasts}) {
-    for (std::uint64_t number = 1; number <= allocations; number += step) {
-      const Trial trial = runAndWeigh(number, shortage, expected);
+  const auto tryAll = [&](const std::vector<FaultPlaces>& all, Shortage shortage) {
+    for (const FaultPlaces places : all) {
+      const Trial trial = runAndWeigh(places, shortage, expected);
       ++trials;
       errors += trial.isError ? 1u : 0u;
-      ASSERT_EQ(trial.fault, "") << "allocation " << number << nameOf(shortage);
+      ASSERT_EQ(trial.fault, "") << "allocation " << places.text() << nameOf(shortage);
     }
+  };
+  for (const Shortage shortage : {Shortage::Once, Shortage::Lasts}) {
+    tryAll(singleFaults(allocations, sizes().faults), shortage);
   }
+  tryAll(pairsOfFaults(allocations), Shortage::Once);
   std::printf("fault-alloc: %s: %llu allocations, %llu failures let in, %llu ended in an error\n",
               GetParam().name, static_cast<unsigned long long>(allocations),
               static_cast<unsigned long long>(trials), static_cast<unsigned long long>(errors));
