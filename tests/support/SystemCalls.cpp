@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -76,7 +77,8 @@ class SharedText {
 /// Follows a stopped child from system call to system call until its end.
 class Tracer {
  public:
-  Tracer(pid_t child, std::optional<Fault> fault) : child_(child), fault_(fault) {}
+  Tracer(pid_t child, std::optional<Fault> fault, const CallObserver& observer)
+      : child_(child), fault_(fault), observer_(observer) {}
 
   /// Result: false when the child was killed.
   bool run() {
@@ -112,6 +114,13 @@ class Tracer {
     const auto name = fileCalls().find(registers.orig_rax);
     const bool isFileCall = name != fileCalls().end();
     calls_.push_back(isFileCall ? name->second : "other");
+    current_.reset();
+    if (isFileCall && (observer_.before || observer_.after)) {
+      current_ = describe(name->second, registers);
+    }
+    if (current_ && observer_.before) {
+      observer_.before(*current_);
+    }
     fails_ = isFileCall && isHere(Fault::Kind::fail);
     if (isHere(Fault::Kind::killBefore)) {
       ::kill(child_, SIGKILL);
@@ -133,6 +142,47 @@ class Tracer {
     } else if (isHere(Fault::Kind::killAfter)) {
       ::kill(child_, SIGKILL);
     }
+    if (current_ && observer_.after) {
+      current_->result = static_cast<long>(read().rax);
+      if (current_->name == "openat") {
+        current_->descriptor = static_cast<int>(current_->result);
+      }
+      observer_.after(*current_);
+    }
+  }
+
+  FileCall describe(const std::string& name, const user_regs_struct& registers) const {
+    FileCall call{.name = name};
+    if (name == "openat") {
+      call.path = textAt(registers.rsi);
+      call.flags = static_cast<int>(registers.rdx);
+    } else if (name == "rename") {
+      call.path = textAt(registers.rdi);
+      call.target = textAt(registers.rsi);
+    } else if (name == "unlink") {
+      call.path = textAt(registers.rdi);
+    } else {
+      call.descriptor = static_cast<int>(registers.rdi);
+    }
+    if (name == "write") {
+      call.data.resize(registers.rdx);
+      copyFromChild(registers.rsi, call.data.data(), call.data.size());
+    }
+    return call;
+  }
+
+  std::string textAt(unsigned long long address) const {
+    std::string text;
+    for (char next = 0; copyFromChild(address + text.size(), &next, 1) && next != 0;) {
+      text.push_back(next);
+    }
+    return text;
+  }
+
+  bool copyFromChild(unsigned long long address, char* to, std::size_t count) const {
+    const iovec here{to, count};
+    const iovec there{reinterpret_cast<void*>(address), count};
+    return ::process_vm_readv(child_, &here, 1, &there, 1, 0) == static_cast<ssize_t>(count);
   }
 
   user_regs_struct read() const {
@@ -146,6 +196,8 @@ class Tracer {
 
   pid_t child_;
   std::optional<Fault> fault_;
+  const CallObserver& observer_;
+  std::optional<FileCall> current_;
   std::vector<std::string> calls_;
   bool fails_ = false;
 };
@@ -166,14 +218,15 @@ bool canTrace() {
   return runTraced([] { return std::string("traced"); }).calls.size() > 0;
 }
 
-TracedRun runTraced(const std::function<std::string()>& work, std::optional<Fault> fault) {
+TracedRun runTraced(const std::function<std::string()>& work, std::optional<Fault> fault,
+                    const CallObserver& observer) {
   SharedText outcome;
   const pid_t child = ::fork();
   if (child == 0) {
     beTraced(work, outcome);
   }
   EXPECT_GT(child, 0);
-  Tracer tracer(child, fault);
+  Tracer tracer(child, fault, observer);
   const bool hasEnded = tracer.run();
   return {tracer.calls(), hasEnded ? std::optional(outcome.get()) : std::nullopt};
 }
@@ -182,7 +235,8 @@ TracedRun runTraced(const std::function<std::string()>& work, std::optional<Faul
 
 bool canTrace() { return false; }
 
-TracedRun runTraced(const std::function<std::string()>&, std::optional<Fault>) {
+TracedRun runTraced(const std::function<std::string()>&, std::optional<Fault>,
+                    const CallObserver&) {
   ADD_FAILURE() << "system calls can be traced on x86-64 only";
   return {};
 }

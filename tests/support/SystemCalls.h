@@ -27,12 +27,30 @@ struct TracedRun {
   std::optional<std::string> outcome;  ///< what the work gave; none when it was killed
 };
 
+/// A system call that deals with files, as the traced process makes it.
+struct FileCall {
+  std::string name;
+  std::string path{};    ///< its first path, as given; empty where it has none
+  std::string target{};  ///< of a rename: the new path
+  std::string data{};    ///< of a write: the bytes that it was given
+  int flags = 0;         ///< of an open
+  int descriptor = -1;   ///< the one it works on; of an open, the one it returned
+  long result = 0;       ///< known only once the call is done
+};
+
+/// Sees each file call of a traced process. The process waits meanwhile.
+struct CallObserver {
+  std::function<void(const FileCall&)> before{};
+  std::function<void(const FileCall&)> after{};
+};
+
 /// True where processes can be traced and their system calls changed: x86-64, and not forbidden.
 bool canTrace();
 
 /// Does `work` in a child process and notes its system calls.
 ///
 /// The child is a copy of this process that ends without destroying anything.
-TracedRun runTraced(const std::function<std::string()>& work, std::optional<Fault> fault = {});
+TracedRun runTraced(const std::function<std::string()>& work, std::optional<Fault> fault = {},
+                    const CallObserver& observer = {});
 
 }  // namespace kv::test
