@@ -5,6 +5,8 @@
 #include <fstream>
 
 #include "array/ArrayTest.h"
+#include "kv/host/session.h"
+#include "support/SystemCalls.h"
 
 namespace kv::test {
 namespace {
@@ -65,6 +67,32 @@ TEST_F(Save, KeepsWhatIsRecordedAndEvaluatesItOnlyIfTrusted) {
   EXPECT_EQ(numbers(other.open(copy, Trust::Yes).arrays[0].array), numbers(named[0].array));
 }
 
+/// The system calls of everything that may be done without trust: the file itself is the only path.
+TEST_F(Save, OpensNoPathOfAFileThatIsNotTrusted) {
+  if (!canTrace()) {
+    GTEST_SKIP() << "processes can't be traced here";
+  }
+  const std::vector<Array> inputs = {read("x\n1\n2\n").column("x")};
+  const Array mapped = map("no.such.function", nullptr, inputs);
+  session.save(file, std::vector<NamedArray>{{"y", sum(mapped)}});
+  std::vector<std::string> opened;
+  const auto note = [&](const FileCall& call) {
+    if (!call.path.empty()) {
+      opened.push_back(call.path);
+    }
+  };
+  const auto inspect = [&] {
+    const Opened looked = other.open(file);
+    const std::vector<Array> arrays = {looked.arrays[0].array};
+    const bool isWhole = other.explain(arrays).find("no.such.function") != std::string::npos &&
+                         sourceFiles(arrays).size() == 1 && lazyGraph(arrays).nodes.size() > 3;
+    const Array more = arrays[0] + 1;
+    return errorOf([&] { (void)more.gather(); }).identifier() + (isWhole ? "" : ", not whole");
+  };
+  EXPECT_EQ(*runTraced(inspect, {}, {.before = note}).outcome, "KALVEX:load:NotTrusted");
+  EXPECT_THAT(opened, ElementsAre(file));
+}
+
 TEST_F(Save, TellsAnOriginalFromItsCopy) {
   const Array total = sum(read("x\n1\n2\n").column("x"));
   session.save(file, std::vector<NamedArray>{{"total", total}});
@@ -117,6 +145,12 @@ TEST_F(Save, RefusesWhatCannotBeOneFile) {
 TEST_F(Save, RefusesFilesThatHoldNoArrays) {
   EXPECT_EQ(idOfOpening(file), "KALVEX:load:CannotRead");
   EXPECT_EQ(idOfOpening(folder.write("text", "x,y\n1,2\n")), "KALVEX:load:Corrupt");
+  {
+    host::Session plain;
+    const host::Session::Scope inside(plain);
+    plain.save(file, host::makeDouble(1).get());
+  }
+  EXPECT_EQ(idOfOpening(file), "KALVEX:array:NotArrays");
   session.save(file, std::vector<NamedArray>{{"a", session.constant(1)}});
   std::fstream bytes(file, std::ios::in | std::ios::out | std::ios::binary);
   bytes.seekp(-1, std::ios::end);
