@@ -58,6 +58,8 @@ TEST_F(Operations, ValuesKeepTheirKind) {
   EXPECT_EQ(texts.text(1), std::nullopt);
   EXPECT_EQ(errorOf([&] { texts.number(); }).identifier(), "KALVEX:array:NotANumber");
   EXPECT_THROW(texts.text(2), std::out_of_range);
+  EXPECT_EQ(errorOf([&] { (void)session.constant(1).gather().text(); }).identifier(),
+            "KALVEX:array:NotAText");
 }
 
 TEST_F(Operations, TypesAreKnownBeforeAnythingIsRead) {
