@@ -82,7 +82,8 @@ TEST_F(Files, AreReachedThroughSymbolicLinks) {
 
 TEST_F(Files, OnlyWhatAKilledSaveOfTheSameTargetLeftIsRemoved) {
   const std::string held = at("a.kv.fedcba9876543210.kvtmp");
-  const std::vector<std::string> kept = {"a.kv.b" + std::string(kLeftover), "a.kv.1234.kvtmp",
+  const std::vector<std::string> kept = {"a.kv.b" + std::string(kLeftover),
+                                         "b.kv" + std::string(kLeftover), "a.kv.1234.kvtmp",
                                          "a.kv.0123456789abcdeX.kvtmp", "a.kv.0123456789abcdef"};
   for (const std::string& name : kept) {
     std::ofstream(at(name)) << "not ours";
