@@ -21,13 +21,17 @@ struct TypeRow {
 
 /// Indexed by ElementType. A Logical column is a run of bytes, which Arrow calls uint8.
 constexpr std::array kTypes{
-    TypeRow{"logical", 1, &arrow::uint8},  TypeRow{"double", 8, &arrow::float64},
-    TypeRow{"single", 4, &arrow::float32}, TypeRow{"int8", 1, &arrow::int8},
-    TypeRow{"uint8", 1, &arrow::uint8},    TypeRow{"int16", 2, &arrow::int16},
-    TypeRow{"uint16", 2, &arrow::uint16},  TypeRow{"int32", 4, &arrow::int32},
-    TypeRow{"uint32", 4, &arrow::uint32},  TypeRow{"int64", 8, &arrow::int64},
-    TypeRow{"uint64", 8, &arrow::uint64},  TypeRow{"string", 0, &arrow::utf8},
+    TypeRow{"logical", 1, &arrow::uint8},   TypeRow{"double", 8, &arrow::float64},
+    TypeRow{"single", 4, &arrow::float32},  TypeRow{"int8", 1, &arrow::int8},
+    TypeRow{"uint8", 1, &arrow::uint8},     TypeRow{"int16", 2, &arrow::int16},
+    TypeRow{"uint16", 2, &arrow::uint16},   TypeRow{"int32", 4, &arrow::int32},
+    TypeRow{"uint32", 4, &arrow::uint32},   TypeRow{"int64", 8, &arrow::int64},
+    TypeRow{"uint64", 8, &arrow::uint64},   TypeRow{"string", 0, &arrow::utf8},
+    TypeRow{"unknown", 8, &arrow::float64},
 };
+
+/// Unknown is the last.
+constexpr std::size_t kDataTypes = kTypes.size() - 1;
 
 const TypeRow& rowOf(ElementType type) { return kTypes[static_cast<std::size_t>(type)]; }
 
@@ -41,7 +45,7 @@ std::int64_t bitmapBytes(const arrow::ArrayData& data) {
 std::string_view elementTypeName(ElementType type) { return rowOf(type).name; }
 
 std::optional<ElementType> elementTypeNamed(std::string_view name) {
-  for (std::size_t i = 0; i < kTypes.size(); ++i) {
+  for (std::size_t i = 0; i < kDataTypes; ++i) {
     if (kTypes[i].name == name) return static_cast<ElementType>(i);
   }
   return std::nullopt;
@@ -49,7 +53,7 @@ std::optional<ElementType> elementTypeNamed(std::string_view name) {
 
 std::span<const ElementType> allElementTypes() {
   static const auto types = [] {
-    std::array<ElementType, kTypes.size()> all{};
+    std::array<ElementType, kDataTypes> all{};
     for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<ElementType>(i);
     return all;
   }();
@@ -72,6 +76,7 @@ Column::Column(ElementType type, std::int64_t rows, std::shared_ptr<arrow::Buffe
       data_(arrow::ArrayData::Make(arrowTypeOf(type), rows, {nullptr, std::move(buffer)},
                                    /*null_count=*/0)) {
   assert(type != ElementType::String);
+  assert(type != ElementType::Unknown || rows == 0);
   assert(data_->buffers[1]->size() >= rows * static_cast<std::int64_t>(elementSize(type)));
 }
 

@@ -20,6 +20,13 @@ std::shared_ptr<arrow::Buffer> allocateBuffer(std::int64_t bytes);
 ///         caller, who would take want of memory for a fault of the data otherwise.
 void throwIfOutOfMemory(const arrow::Status& status);
 
+/// Turns a status of Arrow into our exceptions, without its text.
+///
+/// Errors: std::bad_alloc when memory is short; "KALVEX:memory:TextTooLarge" for texts of more than
+///         2 GiB in one column (FunctionError); std::logic_error for a status that only a fault of
+///         ours explains.
+void checkArrow(const arrow::Status& status);
+
 /// A column of one row that holds `value`.
 ///
 /// Requires: `T` is the C++ type of an element of `type`.

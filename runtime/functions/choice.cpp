@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -59,10 +58,6 @@ struct Texts {
   std::int64_t step;
 };
 
-void require(const arrow::Status& status) {
-  if (!status.ok()) throw std::bad_alloc();
-}
-
 }  // namespace
 
 Column chooseNumbers(const Operand& condition, const Operand& chosen, const Operand& other,
@@ -89,13 +84,13 @@ Column chooseTexts(const Operand& condition, const Operand& chosen, const Operan
   const Texts left(chosen);
   const Texts right(other);
   arrow::StringBuilder builder;
-  require(builder.Reserve(rows));
+  checkArrow(builder.Reserve(rows));
   for (std::int64_t row = 0; row < rows; ++row) {
     const Texts& side = conditions[static_cast<std::size_t>(row) * step] != 0 ? left : right;
-    require(side.isMissing(row) ? builder.AppendNull() : builder.Append(side.at(row)));
+    checkArrow(side.isMissing(row) ? builder.AppendNull() : builder.Append(side.at(row)));
   }
   std::shared_ptr<arrow::ArrayData> data;
-  require(builder.FinishInternal(&data));
+  checkArrow(builder.FinishInternal(&data));
   return Column(ElementType::String, std::move(data));
 }
 

@@ -38,6 +38,7 @@ template <class Visitor>
 auto visitNumeric(ElementType type, Visitor&& visit) {
   switch (type) {
     case ElementType::Double:
+    case ElementType::Unknown:
       return visit.template operator()<double>();
     case ElementType::Single:
       return visit.template operator()<float>();

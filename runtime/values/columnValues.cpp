@@ -9,8 +9,12 @@
 #include <arrow/scalar.h>
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <array>
+#include <cassert>
 #include <optional>
+#include <ranges>
+#include <span>
 #include <utility>
 
 #include "fl/i18n.h"
@@ -38,6 +42,7 @@ constexpr std::array kClasses{
     ClassPair{kxUINT32_CLASS, ElementType::UInt32},
     ClassPair{kxINT64_CLASS, ElementType::Int64},
     ClassPair{kxUINT64_CLASS, ElementType::UInt64},
+    ClassPair{kxDOUBLE_CLASS, ElementType::Unknown},  // as a value; no value comes back as Unknown
 };
 
 std::optional<ElementType> numericType(kxClassID classId) {
@@ -56,13 +61,6 @@ kxClassID classOf(ElementType type) {
     }
   }
   return kxSTRING_CLASS;
-}
-
-void checkArrow(const arrow::Status& status) {
-  throwIfOutOfMemory(status);
-  if (!status.ok()) {
-    throw std::runtime_error(status.ToString());
-  }
 }
 
 /// A buffer over the memory of a host array, which it keeps.
@@ -165,20 +163,24 @@ Column repeat(const Column& value, std::int64_t rows) {
 }
 
 Column concatenate(const std::vector<Column>& columns) {
-  if (columns.size() == 1) {
-    return columns.front();
-  }
-  if (columns.empty()) {
-    return {ElementType::Double, 0, std::make_shared<arrow::Buffer>(nullptr, 0)};
+  const auto hasRows = [](const Column& column) { return column.rows() > 0; };
+  const auto isKnown = [](const Column& column) { return column.type() != ElementType::Unknown; };
+  const auto first = std::ranges::find_if(columns, hasRows);
+  if (first == columns.end()) {
+    const auto known = std::ranges::find_if(columns, isKnown);
+    return known != columns.end() ? *known : emptyColumn(ElementType::Unknown);
   }
   arrow::ArrayVector parts;
-  parts.reserve(columns.size());
-  for (const Column& column : columns) {
+  for (const Column& column : std::span(first, columns.end()) | std::views::filter(hasRows)) {
+    assert(column.type() == first->type());
     parts.push_back(arrow::MakeArray(column.data()));
+  }
+  if (parts.size() == 1) {
+    return *first;
   }
   arrow::Result<std::shared_ptr<arrow::Array>> whole = arrow::Concatenate(parts);
   checkArrow(whole.status());
-  return {columns.front().type(), (*whole)->data()};
+  return {first->type(), (*whole)->data()};
 }
 
 }  // namespace kv::runtime

@@ -9,8 +9,8 @@
 /// Columns as host values and back, for user's callables and for results.
 namespace kv::runtime {
 
-/// An n-by-1 host array of the column's class. Numeric and logical memory is borrowed, texts are
-/// copied to UTF-16.
+/// An n-by-1 host array of the column's class, double for Unknown. Numeric and logical memory is
+/// borrowed, texts are copied to UTF-16.
 host::Value toValue(const Column& column);
 
 /// The column of an n-by-1 numeric, logical or string array, a char row or a scalar, or of what a
@@ -25,9 +25,11 @@ bool isColumn(const kxArray* value) noexcept;
 /// A column of `rows` rows, each the one row of `value`.
 Column repeat(const Column& value, std::int64_t rows);
 
-/// The rows of all columns in order, as one column; texts and numbers don't mix.
+/// The rows of all columns in order, as one column of the type of those that have rows. Without any
+/// rows, the type is that of the first column whose type is known, or Unknown.
 ///
-/// Requires: all of one type, or `columns` empty, which gives a Double column without rows.
+/// Requires: columns with rows are of one type.
+/// Errors: "KALVEX:memory:TextTooLarge" for texts of more than 2 GiB in all (FunctionError).
 Column concatenate(const std::vector<Column>& columns);
 
 }  // namespace kv::runtime

@@ -24,15 +24,17 @@ enum class ElementType : std::uint8_t {
   Int64,
   UInt64,
   String,
+  Unknown,  ///< of no rows: what a function returns isn't known before it was given rows
 };
 
-/// Name of a type as users write it: "logical", "double", "single", "int8" ... "uint64", "string".
+/// Name of a type as users write it: "logical", "double", "single", "int8" ... "uint64", "string";
+/// "unknown", which users can't write, for Unknown.
 std::string_view elementTypeName(ElementType type);
 
 /// The type that users call `name`; nothing when there is none of that name.
 std::optional<ElementType> elementTypeNamed(std::string_view name);
 
-/// All types, in the order of the enumeration.
+/// All types that data may have, in the order of the enumeration: those but Unknown.
 std::span<const ElementType> allElementTypes();
 
 /// Bytes of one element in a column's buffer; 0 for String.
@@ -47,6 +49,7 @@ const std::shared_ptr<arrow::DataType>& arrowTypeOf(ElementType type);
 ///    value of Double or Single is NaN; an integer column has no missing values.
 /// 2. A Logical column holds one byte an element, 0 or 1 (Arrow's bool8 layout), without nulls.
 /// 3. A String column is an Arrow utf8 array; a missing value is a null in its validity bitmap.
+/// 4. An Unknown column has no rows, and the layout of a Double one. It goes with every type.
 ///
 /// A Column is a handle: copies share the buffers. Buffers may belong to a reader, a host value or
 /// a memory pool; the handle keeps them alive.

@@ -65,7 +65,7 @@ enum class Spread : std::uint8_t { None, Left, Right };
 /// Elements of a block: what stays in the innermost cache.
 inline constexpr std::size_t kBlockElements = 4096;
 
-inline constexpr std::size_t kNumericTypes = 11;  ///< all of ElementType but String
+inline constexpr std::size_t kNumericTypes = 11;  ///< all of ElementType but String and Unknown
 
 /// The block functions of an element function by computing type and spread; null where there is
 /// none.
