@@ -33,16 +33,20 @@ void attachSubmissionStack(const Call& call) {
   call.out(0, matrix::sharedCopy(call.in(0)));
 }
 
-/// attachRows(exception, partition, first row, last row), counted from 1.
+/// attachRows(exception, partition, first row, last row), counted from 1; a last row below the
+/// first means that no rows are known.
 void attachRows(const Call& call) {
+  const double first = kxGetScalar(call.in(2));
+  const double last = kxGetScalar(call.in(3));
+  std::string place = fmt::format("partition {:.0f}", kxGetScalar(call.in(1)));
   host::setSlot(call.in(0), "partition", matrix::sharedCopy(call.in(1)));
-  host::setSlot(call.in(0), "firstRow", matrix::sharedCopy(call.in(2)));
-  host::setSlot(call.in(0), "lastRow", matrix::sharedCopy(call.in(3)));
+  if (first <= last) {
+    host::setSlot(call.in(0), "firstRow", matrix::sharedCopy(call.in(2)));
+    host::setSlot(call.in(0), "lastRow", matrix::sharedCopy(call.in(3)));
+    place += fmt::format(", rows {:.0f} to {:.0f}", first, last);
+  }
   const std::string message = host::toText(host::getProperty(call.in(0), "message").get());
-  host::setSlot(call.in(0), "message",
-                host::makeChars(fmt::format("{} [partition {:.0f}, rows {:.0f} to {:.0f}]", message,
-                                            kxGetScalar(call.in(1)), kxGetScalar(call.in(2)),
-                                            kxGetScalar(call.in(3)))));
+  host::setSlot(call.in(0), "message", host::makeChars(fmt::format("{} [{}]", message, place)));
 }
 
 /// throw(exception, "IncludeCalleeStack", true): raises it again with the stack of the caller.

@@ -10,6 +10,7 @@
 #include "execution/ClosureTasks.h"
 #include "execution/Evaluation.h"
 #include "execution/Plan.h"
+#include "execution/failures.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/runtime.h"
 #include "persistence/trust.h"
@@ -124,7 +125,8 @@ void execute(const Call& call) {
     const auto make = makeWatch.load();
     const std::unique_ptr<EvaluationWatch> watch = make != nullptr ? make() : nullptr;
     const CancellationToken token(interruptToken, watch.get());
-    state.lastEvaluation = Evaluation(plan, token, state.sourceRows).run();
+    withStep({.label = "The evaluation"}, nullptr,
+             [&] { state.lastEvaluation = Evaluation(plan, token, state.sourceRows).run(); });
     interruptToken.reset();  // one that came too late asks nothing of the next evaluation
   } catch (const Cancelled&) {
     interruptToken.reset();

@@ -11,6 +11,7 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/operationTable.h"
+#include "execution/failures.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -82,7 +83,13 @@ void directEvaluate(const Call& call) {
   const Value function = host::getProperty(call.in(0), "FunctionHandle");
   std::vector<const kxArray*> inputs(call.prhs, call.prhs + call.nrhs);
   inputs[0] = function.get();
-  std::vector<Value> outputs = host::callMany("feval", call.nlhs, inputs);
+  std::vector<Value> outputs = catchingFailures(
+      [&] { return host::callMany("feval", call.nlhs, inputs); },
+      [&](const std::exception_ptr& failure) -> std::vector<Value> {
+        OpSpec spec;
+        describeElementwise(call.in(0), spec);
+        raiseStepFailure(failure, spec, host::getProperty(call.in(0), "Stack").get());
+      });
   for (std::size_t i = 0; i < outputs.size(); ++i) {
     call.out(static_cast<int>(i), std::move(outputs[i]));
   }

@@ -39,7 +39,11 @@ BuilderGraph readGraph(const kxArray* builders) {
     const Value inputs = host::getProperty(builder.get(), "InputBuilders");
     std::vector<std::size_t>& indices = graph.inputs.emplace_back();
     for (std::size_t i = 0; i < kxGetNumberOfElements(inputs.get()); ++i) {
-      indices.push_back(indexOf.at(kcos::omGetArrayElement(inputs.get(), i).get()));
+      const auto found = indexOf.find(kcos::omGetArrayElement(inputs.get(), i).get());
+      if (found == indexOf.end()) {
+        host::raise("KALVEX:array:NotInGraph", {"builder"});
+      }
+      indices.push_back(found->second);
     }
   }
   return graph;

@@ -7,6 +7,7 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
+#include "kv/host/errors.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -41,8 +42,12 @@ class TasksOfClosures {
   }
 
   Value taskOf(const kxArray* closure) const {
-    const std::size_t index = indexOf_.at(kcos::omGetArrayElement(closure, 0).get());
-    return matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(tasks_, index)));
+    const auto found = indexOf_.find(kcos::omGetArrayElement(closure, 0).get());
+    if (found == indexOf_.end() || found->second >= kxGetNumberOfElements(tasks_)) {
+      host::raise("KALVEX:array:NotInGraph", {"closure"});
+    }
+    return matrix::from_kalvex(
+        kcos::omCreateKCOSScalar(kcos::omGetArrayElement(tasks_, found->second)));
   }
 
  private:

@@ -27,16 +27,30 @@ std::int64_t peakResidentBytes() {
   return std::int64_t{usage.ru_maxrss} * 1024;
 }
 
-/// Raises the failure of a unit with the line where the failed step's operation was made.
-[[noreturn]] void raiseUnitFailure(const AssembledStage& stage, const UnitResult& result) {
-  const UnitFailure& failure = *result.failure;
-  const Value factory = stage.factoryOf(failure.step);
-  Value stack;
-  if (kcos::omIsKCOS(factory.get())) {
-    stack = host::getProperty(factory.get(), "SubmissionStack");
+/// Raises the failure of a step of a stage with the line where its operation was recorded.
+[[noreturn]] void raiseStageFailure(const AssembledStage& assembled, std::size_t step,
+                                    const std::exception_ptr& error, const GivenRows& rows) {
+  const Value stack = submissionStackOf(assembled.factoryOf(step).get());
+  raiseStepFailure(error, *assembled.stage().steps()[step].spec, stack.get(),
+                   FailedRows{rows.partition + 1, rows.first + 1, rows.last});
+}
+
+/// Takes in the types that users' functions returned in one more partition.
+void addTypes(std::map<std::size_t, OutputTypes>& types, const UnitResult& result,
+              const AssembledStage& assembled) {
+  for (const auto& [step, ofPartition] : result.types) {
+    for (std::size_t output = 0; output < ofPartition.seen().size(); ++output) {
+      const std::optional<OutputTypes::Seen>& seen = ofPartition.seen()[output];
+      if (!seen) {
+        continue;
+      }
+      const OpSpec& spec = *assembled.stage().steps()[step].spec;
+      catchingFailures([&] { types[step].add(spec, output, seen->type, seen->rows); },
+                       [&](const std::exception_ptr& error) {
+                         raiseStageFailure(assembled, step, error, seen->rows);
+                       });
+    }
   }
-  raiseStepFailure(failure.error, stack.get(),
-                   FailedRows{result.partition + 1, failure.firstRow + 1, failure.lastRow});
 }
 
 /// The source from which the rows of each task flow, as a number; -1 for whole values.
@@ -55,6 +69,23 @@ std::vector<int> sourceOfTasks(const Plan& plan) {
     }
   }
   return sourceOf;
+}
+
+/// Joins the rows that all partitions kept for one sink.
+WholeValue joinKept(std::size_t sink, std::vector<UnitResult>& results) {
+  std::vector<std::vector<Chunk>> partitions;
+  for (UnitResult& result : results) {
+    partitions.push_back(std::move(result.sinks[sink].chunks));
+  }
+  return joinRows(partitions);
+}
+
+void complete(const Value& promise, const WholeValue& whole) {
+  if (whole.places) {
+    const Value metadata = whole.places->toMetadata();
+    host::callMany("hSetMetadata", 0, std::vector<const kxArray*>{promise.get(), metadata.get()});
+  }
+  host::callMany("setValue", 0, std::vector<const kxArray*>{promise.get(), whole.value.get()});
 }
 
 /// Joins what the chunks of all partitions gave for one output of a user's aggregate.
@@ -103,14 +134,8 @@ EvaluationFacts Evaluation::run() {
 
 void Evaluation::refuseRecordedTasks() const {
   for (const PlanTask& task : plan_.tasks) {
-    if (task.spec->kind != OpKind::Recorded) {
-      continue;
-    }
-    try {
-      refuse(*task.spec);
-    } catch (...) {
-      const Value stack = host::getProperty(task.factory.get(), "SubmissionStack");
-      raiseStepFailure(std::current_exception(), stack.get(), std::nullopt);
+    if (task.spec->kind == OpKind::Recorded) {
+      withStep(*task.spec, task.factory.get(), [&] { refuse(*task.spec); });
     }
   }
 }
@@ -127,7 +152,8 @@ void Evaluation::runClientTasks(int pass) {
 
 void Evaluation::runPass(int pass) {
   for (const std::vector<PassSink>& sinks : sinksBySource(pass)) {
-    runStage(sinks);
+    const PlanTask& first = taskOf(sinks.front());
+    withStep(*first.spec, first.factory.get(), [&] { runStage(sinks); });
   }
 }
 
@@ -155,12 +181,15 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   SessionFunctions functions(assembled);
   const std::uint64_t number = nextStage_++;
   std::vector<UnitResult> results;
+  std::map<std::size_t, OutputTypes> types;
   for (std::int64_t i = 0; i < stage.source().numPartitions(); ++i) {
     const Unit unit{
         .stage = number, .partition = i, .numPartitions = stage.source().numPartitions()};
     results.push_back(runUnit(stage, unit.toBytes(), assembled.inputs, functions, cancellation_));
-    if (results.back().failure) {
-      raiseUnitFailure(assembled, results.back());
+    addTypes(types, results.back(), assembled);
+    if (const auto& failure = results.back().failure) {
+      raiseStageFailure(assembled, failure->step, failure->error,
+                        {i, failure->firstRow, failure->lastRow});
     }
   }
   noteRows(stage, results);
@@ -200,17 +229,15 @@ void Evaluation::noteRows(const Stage& stage, const std::vector<UnitResult>& res
 void Evaluation::takeResults(const std::vector<PassSink>& sinks, std::vector<UnitResult>& results) {
   for (std::size_t sink = 0; sink < sinks.size(); ++sink) {
     const auto index = static_cast<std::size_t>(sinks[sink].task);
-    const PlanTask& task = plan_.tasks[index];
-    if (sinks[sink].isAggregate) {
-      values_[index] = mergeAggregate(task, sink, results);
-      continue;
-    }
-    std::vector<std::vector<Chunk>> partitions;
-    for (UnitResult& result : results) {
-      partitions.push_back(std::move(result.sinks[sink].chunks));
-    }
-    values_[index].resize(task.spec->numOutputs);
-    values_[index][sinks[sink].output] = joinRows(partitions);
+    const PlanTask& task = taskOf(sinks[sink]);
+    withStep(*task.spec, task.factory.get(), [&] {
+      if (sinks[sink].isAggregate) {
+        values_[index] = mergeAggregate(task, sink, results);
+      } else {
+        values_[index].resize(task.spec->numOutputs);
+        values_[index][sinks[sink].output] = joinKept(sink, results);
+      }
+    });
   }
 }
 
@@ -229,24 +256,15 @@ std::vector<WholeValue> Evaluation::mergeAggregate(const PlanTask& task, std::si
   for (std::size_t output = 0; output < task.spec->numOutputs; ++output) {
     partials.push_back(joinPartials(sink, output, results));
   }
-  try {
-    return reducePartials(task.factory.get(), task.spec->numOutputs, partials);
-  } catch (...) {
-    const Value stack = host::getProperty(task.factory.get(), "SubmissionStack");
-    raiseStepFailure(std::current_exception(), stack.get(), std::nullopt);
-  }
+  return reducePartials(task.factory.get(), task.spec->numOutputs, partials);
 }
 
 void Evaluation::completePromises() {
   for (const PlanResult& result : plan_.results) {
-    const WholeValue& whole = values_[static_cast<std::size_t>(result.task)].at(result.output);
-    if (whole.places) {
-      const Value metadata = whole.places->toMetadata();
-      host::callMany("hSetMetadata", 0,
-                     std::vector<const kxArray*>{result.promise.get(), metadata.get()});
-    }
-    host::callMany("setValue", 0,
-                   std::vector<const kxArray*>{result.promise.get(), whole.value.get()});
+    const auto index = static_cast<std::size_t>(result.task);
+    const PlanTask& task = plan_.tasks[index];
+    withStep(*task.spec, task.factory.get(),
+             [&] { complete(result.promise, values_[index].at(result.output)); });
   }
 }
 

@@ -47,6 +47,9 @@ class Evaluation {
   EvaluationFacts run();
 
  private:
+  const PlanTask& taskOf(const PassSink& sink) const {
+    return plan_.tasks[static_cast<std::size_t>(sink.task)];
+  }
   void refuseRecordedTasks() const;
   void runClientTasks(int pass);
   void runPass(int pass);

@@ -4,6 +4,7 @@
 #include <unordered_map>
 
 #include "execution/ClosureTasks.h"
+#include "execution/failures.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 
@@ -180,9 +181,12 @@ std::vector<PlanResult> findResults(const ClosureTasks& entries, const kxArray* 
     host::Value promise = elementOf(promises, i);
     const host::Value closure = host::getProperty(promise.get(), "Closure");
     const host::Value output = host::getProperty(promise.get(), "ArgoutIndex");
-    const int task = indexOf.at(objectOf(entries.taskOf(closure.get())));
-    results.push_back(
-        {task, outputOf(tasks[static_cast<std::size_t>(task)], output.get()), std::move(promise)});
+    const auto task = indexOf.find(objectOf(entries.taskOf(closure.get())));
+    if (task == indexOf.end()) {
+      host::raise("KALVEX:array:NotInGraph", {"task of a promise"});
+    }
+    const PlanTask& found = tasks[static_cast<std::size_t>(task->second)];
+    results.push_back({task->second, outputOf(found, output.get()), std::move(promise)});
   }
   return results;
 }
@@ -199,7 +203,11 @@ Plan makePlan(const kxArray* taskGraph, const kxArray* promises) {
   const RecordedStacks stacks(entries);
   for (std::size_t i = 0; i < count; ++i) {
     const host::Value object = elementOf(tasks.get(), i);
-    plan.tasks.push_back(readTask(object, plan.tasks, indexOf, stacks));
+    catchingFailures([&] { plan.tasks.push_back(readTask(object, plan.tasks, indexOf, stacks)); },
+                     [&](const std::exception_ptr& failure) {
+                       const OpSpec planning{.label = "The planning of a task"};
+                       raiseStepFailure(failure, planning, stacks.of(object.get()).get());
+                     });
     placeTask(plan.tasks.back(), plan.tasks);
     indexOf.emplace(objectOf(object.get()), static_cast<int>(i));
   }

@@ -5,16 +5,16 @@
 
 namespace kv::runtime {
 
-std::vector<Column> SessionFunctions::call(std::size_t step, std::int64_t partition,
-                                           std::span<const Operand> inputs) {
+std::vector<Column> SessionFunctions::call(std::size_t step, const Chunk& rows,
+                                           std::span<const Operand> inputs, OutputTypes& types) {
   const host::Value factory = stage_.factoryOf(step);
   const host::Value handle = host::getProperty(factory.get(), "FunctionHandle");
   PartitionStream& random = streams_[step];
-  if (random.partition != partition) {
-    random = {partition, streamForPartition(factory.get(), partition)};
+  if (random.partition != rows.partition) {
+    random = {rows.partition, streamForPartition(factory.get(), rows.partition)};
   }
   const StreamScope scope(matrix::sharedCopy(random.stream.get()));
-  return callInSlices(*stage_.stage().steps()[step].spec, handle.get(), inputs);
+  return callInSlices(*stage_.stage().steps()[step].spec, handle.get(), inputs, rows, types);
 }
 
 }  // namespace kv::runtime

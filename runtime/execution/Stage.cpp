@@ -78,10 +78,11 @@ void Stage::findLastUses() {
 }
 
 void Stage::findSource() {
-  for (const StageStep& step : steps_) {
-    const std::shared_ptr<const Datastore>& source = step.spec->source;
+  for (std::size_t step = 0; step < steps_.size(); ++step) {
+    const std::shared_ptr<const Datastore>& source = steps_[step].spec->source;
     if (source != nullptr && source_ == nullptr) {
       source_ = source;
+      readStep_ = step;
     } else if (source != nullptr && source->fingerprint() != source_->fingerprint()) {
       host::raise("KALVEX:array:DifferentSources", {source_->displayName(), source->displayName()});
     }

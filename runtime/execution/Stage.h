@@ -60,6 +60,9 @@ class Stage {
   /// Errors: "KALVEX:array:NeedsRows" if no step reads one.
   const Datastore& source() const;
 
+  /// The first step that reads the source.
+  std::size_t readStep() const { return readStep_; }
+
   /// Columns to read, in the order of the source's schema.
   const std::vector<std::string>& columns() const { return columns_; }
 
@@ -71,6 +74,7 @@ class Stage {
   std::vector<StageStep> steps_;
   std::vector<std::size_t> lastUse_;
   std::shared_ptr<const Datastore> source_;
+  std::size_t readStep_ = 0;
   std::vector<std::string> columns_;
 };
 

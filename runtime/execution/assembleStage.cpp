@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "execution/StageValue.h"
+#include "execution/failures.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
 
@@ -23,11 +24,13 @@ class BuilderGraphMaker {
   /// The builders of all partitioned tasks and of the sinks are made in dependency order.
   void addTask(int index) {
     const PlanTask& task = plan_.tasks[static_cast<std::size_t>(index)];
-    std::vector<Value> inputs;
-    for (const PlanInput& input : task.inputs) {
-      inputs.push_back(flows(input) ? outputOf(input.task, input.output) : inputBuilder(input));
-    }
-    ofTask_[static_cast<std::size_t>(index)] = builder(inputs, task.factory.get());
+    withStep(*task.spec, task.factory.get(), [&] {
+      std::vector<Value> inputs;
+      for (const PlanInput& input : task.inputs) {
+        inputs.push_back(flows(input) ? outputOf(input.task, input.output) : inputBuilder(input));
+      }
+      ofTask_[static_cast<std::size_t>(index)] = builder(inputs, task.factory.get());
+    });
   }
 
   /// The builder of one output of a task.
@@ -38,19 +41,31 @@ class BuilderGraphMaker {
     }
     std::vector<Value> inputs;
     inputs.push_back(matrix::sharedCopy(ofTask_[at].get()));
-    return specBuilder(inputs, {.kind = OpKind::Select,
-                                .label = plan_.tasks[at].spec->label,
-                                .origin = plan_.tasks[at].spec->origin,
-                                .index = output});
+    return specBuilder(inputs,
+                       {.kind = OpKind::Select,
+                        .label = plan_.tasks[at].spec->label,
+                        .origin = plan_.tasks[at].spec->origin,
+                        .index = output},
+                       submissionStackOf(plan_.tasks[at].factory.get()).get());
   }
 
   Value whole(int index) const {
     return matrix::sharedCopy(ofTask_[static_cast<std::size_t>(index)].get());
   }
 
-  /// A builder with a factory of the runtime's own.
-  static Value specBuilder(const std::vector<Value>& inputs, OpSpec spec) {
-    const Value factory = host::call(kSpecFactory, {});
+  /// A builder of the rows of an output that are kept.
+  Value keptOutput(const PassSink& sink) const {
+    std::vector<Value> inputs;
+    inputs.push_back(outputOf(sink.task, sink.output));
+    const PlanTask& task = plan_.tasks[static_cast<std::size_t>(sink.task)];
+    return specBuilder(inputs, {.kind = OpKind::Collect, .label = "keep rows"},
+                       submissionStackOf(task.factory.get()).get());
+  }
+
+  /// A builder with a factory of the runtime's own; failures of its step have `stack` (null: none).
+  static Value specBuilder(const std::vector<Value>& inputs, OpSpec spec,
+                           const kxArray* stack = nullptr) {
+    const Value factory = host::call(kSpecFactory, {nullptr, nullptr, stack});
     host::setNativeValue(factory.get(),
                          std::make_unique<OpSpecValue>(std::make_shared<OpSpec>(std::move(spec))));
     return builder(inputs, factory.get());
@@ -109,14 +124,7 @@ AssembledStage assembleStage(const Plan& plan, const std::vector<PassSink>& sink
   }
   std::vector<Value> outputs;
   for (const PassSink& sink : sinks) {
-    if (sink.isAggregate) {
-      outputs.push_back(maker.whole(sink.task));
-      continue;
-    }
-    std::vector<Value> kept;
-    kept.push_back(maker.outputOf(sink.task, sink.output));
-    outputs.push_back(
-        BuilderGraphMaker::specBuilder(kept, {.kind = OpKind::Collect, .label = "keep rows"}));
+    outputs.push_back(sink.isAggregate ? maker.whole(sink.task) : maker.keptOutput(sink));
   }
   const Value root =
       BuilderGraphMaker::specBuilder(outputs, {.kind = OpKind::Outputs, .label = "outputs"});

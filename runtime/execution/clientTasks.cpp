@@ -1,7 +1,6 @@
 #include "execution/clientTasks.h"
 
 #include <algorithm>
-#include <exception>
 #include <optional>
 #include <string>
 #include <utility>
@@ -72,12 +71,16 @@ std::vector<Value> callOnRows(const PlanTask& task, const std::vector<const kxAr
     return callHandle(task.factory.get(), "FunctionHandle", task.spec->numOutputs, inputs);
   }
   std::vector<Operand> operands;
+  std::int64_t rows = 1;
   for (const kxArray* input : inputs) {
     operands.push_back({toColumn(input), kxIsScalar(input), false});
+    rows = operands.back().isScalar ? rows : operands.back().column.rows();
   }
   const StreamScope stream(streamForPartition(task.factory.get(), kFirstPartition));
   std::vector<Value> outputs;
-  for (const Column& column : callInSlices(*task.spec, handle.get(), operands)) {
+  OutputTypes types;
+  const Chunk all{kFirstPartition, RowOrdinals(0, rows), nullptr, {}};
+  for (const Column& column : callInSlices(*task.spec, handle.get(), operands, all, types)) {
     outputs.push_back(toValue(column));
   }
   return outputs;
@@ -174,16 +177,13 @@ std::vector<WholeValue> reducePartials(const kxArray* factory, std::size_t numOu
 }
 
 std::vector<WholeValue> runClientTask(const PlanTask& task, const WholeValues& values) {
-  std::vector<WholeValue> inputs;
-  for (const PlanInput& input : task.inputs) {
-    inputs.push_back(inputValue(input, values));
-  }
-  try {
+  return withStep(*task.spec, task.factory.get(), [&] {
+    std::vector<WholeValue> inputs;
+    for (const PlanInput& input : task.inputs) {
+      inputs.push_back(inputValue(input, values));
+    }
     return runOn(task, inputs);
-  } catch (...) {
-    const Value stack = host::getProperty(task.factory.get(), "SubmissionStack");
-    raiseStepFailure(std::current_exception(), stack.get(), std::nullopt);
-  }
+  });
 }
 
 }  // namespace kv::runtime

@@ -2,11 +2,13 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
 #include "execution/Unit.h"
 #include "execution/chunkSteps.h"
+#include "execution/failures.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/selectRows.h"
@@ -42,26 +44,29 @@ class UnitRun {
   /// Takes one chunk of the source through all steps. False after a failure.
   bool advance(const Chunk& source) {
     result_.rows += source.rows();
-    for (std::size_t step = 0; step + 1 < stage_.steps().size(); ++step) {
-      try {
-        runStep(step, source);
-        dropUsedUp(step);
-      } catch (...) {
-        fail(step, source);
-        return false;
-      }
+    for (std::size_t step = 0; step + 1 < stage_.steps().size() && !result_.failure; ++step) {
+      catchingFailures(
+          [&] {
+            runStep(step, source);
+            dropUsedUp(step);
+          },
+          [&](std::exception_ptr error) {
+            const GivenRows rows = GivenRows::of(source);
+            fail({step, rows.first, rows.last, std::move(error)});
+          });
     }
-    return true;
+    return !result_.failure;
   }
 
-  void failReading(std::exception_ptr error) {
-    result_.failure = UnitFailure{0, result_.rows, result_.rows, std::move(error)};
-  }
+  void fail(UnitFailure failure) { result_.failure = std::move(failure); }
 
   UnitResult finish() {
     for (std::size_t i = 0; i < states_.size() && !result_.failure; ++i) {
       if (states_[i]) {
-        result_.sinks[i].partial = states_[i]->finish().toBytes();
+        catchingFailures([&] { result_.sinks[i].partial = states_[i]->finish().toBytes(); },
+                         [&](std::exception_ptr error) {
+                           fail({stage_.outputs()[i], 0, 0, std::move(error)});
+                         });
       }
     }
     return std::move(result_);
@@ -75,13 +80,6 @@ class UnitRun {
         slots_[input] = {};
       }
     }
-  }
-
-  void fail(std::size_t step, const Chunk& source) {
-    const std::int64_t rows = source.rows();
-    const std::int64_t first = rows > 0 ? source.ordinals.at(0) : 0;
-    const std::int64_t last = rows > 0 ? source.ordinals.at(rows - 1) + 1 : 0;
-    result_.failure = UnitFailure{step, first, last, std::current_exception()};
   }
 
   void runStep(std::size_t step, const Chunk& source) {
@@ -173,10 +171,12 @@ class UnitRun {
   void filter(std::size_t step, Slot& slot) const {
     const std::size_t count = stage_.steps()[step].inputs.size();
     const Column& keep = columnOf(step, 0);
+    const bool isKnown = keep.type() != ElementType::Unknown;
     slot.outputs.clear();
     for (std::size_t input = 1; input < count; ++input) {
       checkRows(step, 0, input);
-      slot.outputs.push_back(selectRows(chunkOf(step, input), keep));
+      const Chunk& chunk = chunkOf(step, input);
+      slot.outputs.push_back(isKnown ? selectRows(chunk, keep) : chunk);
     }
   }
 
@@ -237,14 +237,17 @@ class UnitRun {
   std::vector<Chunk> elementwise(std::size_t step) {
     const OpSpec& spec = *stage_.steps()[step].spec;
     const auto [operands, rows] = operandsOf(step);
+    const bool isUnknown = std::ranges::any_of(operands, [](const Operand& operand) {
+      return operand.column.type() == ElementType::Unknown;
+    });
     std::vector<Column> columns;
-    if (spec.function.element != nullptr) {
-      columns.push_back(evaluate(*spec.function.element, operands, rows->rows()));
-    } else if (rows->rows() == 0) {
+    if (isUnknown || (rows->rows() == 0 && spec.function.element == nullptr)) {
       columns.assign(spec.numOutputs,
-                     emptyColumn(spec.givesLogical ? ElementType::Logical : ElementType::Double));
+                     emptyColumn(spec.givesLogical ? ElementType::Logical : ElementType::Unknown));
+    } else if (spec.function.element != nullptr) {
+      columns.push_back(evaluate(*spec.function.element, operands, rows->rows()));
     } else {
-      columns = functions_.call(step, result_.partition, operands);
+      columns = functions_.call(step, *rows, operands, result_.types[step]);
     }
     std::vector<Chunk> chunks;
     for (Column& column : columns) {
@@ -268,11 +271,15 @@ class UnitRun {
 
   void feedSink(std::size_t step, std::size_t sink) {
     if (states_[sink]) {
-      states_[sink]->update(columnOf(step, 0), chunkOf(step, 0).ordinals);
+      const Column& column = columnOf(step, 0);
+      if (column.type() != ElementType::Unknown) {
+        states_[sink]->update(column, chunkOf(step, 0).ordinals);
+      }
     } else if (stage_.steps()[step].spec->kind == OpKind::Collect) {
       result_.sinks[sink].chunks.push_back(chunkOf(step, 0));
     } else if (const auto [operands, rows] = operandsOf(step); rows->rows() > 0) {
-      result_.sinks[sink].partials.push_back(functions_.call(step, result_.partition, operands));
+      result_.sinks[sink].partials.push_back(
+          functions_.call(step, *rows, operands, result_.types[step]));
     }
   }
 
@@ -306,21 +313,21 @@ UnitResult runUnit(const Stage& stage, std::string_view unitBytes,
                    const CancellationToken& cancellation) {
   const Unit unit = Unit::fromBytes(unitBytes);
   UnitRun run(stage, unit.partition, inputs, functions);
-  try {
-    const std::unique_ptr<ChunkReader> reader =
-        stage.source().openPartition(unit.partition, stage.columns(), cancellation);
-    std::optional<Chunk> chunk = reader->next();
-    if (!chunk) {
-      run.advance(emptyChunk(stage, unit.partition));
-    }
-    while (chunk && run.advance(*chunk)) {
-      chunk = reader->next();
-    }
-  } catch (const Cancelled&) {
-    throw;
-  } catch (...) {
-    run.failReading(std::current_exception());
-  }
+  catchingFailures(
+      [&] {
+        const std::unique_ptr<ChunkReader> reader =
+            stage.source().openPartition(unit.partition, stage.columns(), cancellation);
+        std::optional<Chunk> chunk = reader->next();
+        if (!chunk) {
+          run.advance(emptyChunk(stage, unit.partition));
+        }
+        while (chunk && run.advance(*chunk)) {
+          chunk = reader->next();
+        }
+      },
+      [&](std::exception_ptr error) {
+        run.fail({stage.readStep(), 0, 0, std::move(error)});
+      });
   return run.finish();
 }
 

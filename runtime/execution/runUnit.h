@@ -3,12 +3,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "execution/OutputTypes.h"
 #include "execution/Stage.h"
 #include "kv/runtime/Cancellation.h"
 #include "kv/runtime/Chunk.h"
@@ -21,12 +23,13 @@ class UserFunctions {
  public:
   virtual ~UserFunctions() = default;
 
-  /// Calls the function of step `step` on one chunk of each input, of partition `partition`,
-  /// counted from 0; scalars have one row. The chunks of a partition come in order.
+  /// Calls the function of step `step` on one chunk of each input; scalars have one row. `rows`
+  /// says which rows of which partition they are, `types` takes in the types of what the function
+  /// returns. The chunks of a partition come in order.
   ///
-  /// Errors: what the function raises, as it came.
-  virtual std::vector<Column> call(std::size_t step, std::int64_t partition,
-                                   std::span<const Operand> inputs) = 0;
+  /// Errors: what the function raises, as it came; those of OutputTypes.
+  virtual std::vector<Column> call(std::size_t step, const Chunk& rows,
+                                   std::span<const Operand> inputs, OutputTypes& types) = 0;
 };
 
 /// What a unit gives for one output of its stage.
@@ -36,10 +39,10 @@ struct SinkResult {
   std::vector<Chunk> chunks;                  ///< of Collect
 };
 
-/// Why a unit gave up: which step failed, on which rows of the partition's source.
+/// Why a unit ended early: which step failed, on which rows of the partition's source.
 struct UnitFailure {
   std::size_t step = 0;
-  std::int64_t firstRow = 0;  ///< ordinals [firstRow, lastRow)
+  std::int64_t firstRow = 0;  ///< ordinals [firstRow, lastRow); none where reading failed
   std::int64_t lastRow = 0;
   std::exception_ptr error;
 };
@@ -48,14 +51,16 @@ struct UnitResult {
   std::int64_t partition = 0;
   std::int64_t rows = 0;  ///< read from the source
   std::vector<SinkResult> sinks;
+  std::map<std::size_t, OutputTypes> types;  ///< of users' functions, by step
   std::optional<UnitFailure> failure;
 };
 
 /// Streams one partition through a stage: chunk by chunk, from the source to the stage's outputs.
 ///
 /// `unitBytes` is a unit in its byte form; `inputs` stand in the order of their ordinals.
-/// Errors: Cancelled within a chunk of the token's being set; std::invalid_argument for bytes that
-///         aren't a unit. All others come back as a failure.
+/// Errors: Cancelled within a chunk of the token's being set; what isn't an error, such as an
+///         interrupt of a user's function; std::invalid_argument for bytes that aren't a unit. All
+///         others come back as a failure.
 UnitResult runUnit(const Stage& stage, std::string_view unitBytes,
                    std::span<const StageInput> inputs, UserFunctions& functions,
                    const CancellationToken& cancellation);

@@ -18,7 +18,8 @@ namespace {
 constexpr std::int64_t kUnbounded = std::numeric_limits<std::int64_t>::max();
 
 std::vector<Column> callOnce(const OpSpec& spec, const kxArray* handle,
-                             std::span<const Operand> inputs) {
+                             std::span<const Operand> inputs, const GivenRows& rows,
+                             OutputTypes& types) {
   std::vector<host::Value> values;
   std::vector<const kxArray*> arguments{handle};
   for (const Operand& input : inputs) {
@@ -34,13 +35,15 @@ std::vector<Column> callOnce(const OpSpec& spec, const kxArray* handle,
                   {spec.label, std::to_string(i + 1), std::to_string(spec.numOutputs)});
     }
     columns.push_back(toColumn(outputs[i].get()));
+    if (columns.back().rows() > 0) {
+      types.add(spec, i, columns.back().type(), rows);
+    }
   }
   return columns;
 }
 
-std::int64_t rowsOf(std::span<const Operand> inputs) {
-  const auto found = std::ranges::find(inputs, false, &Operand::isScalar);
-  return found != inputs.end() ? found->column.rows() : 1;
+GivenRows givenRows(const Chunk& rows, std::int64_t first, std::int64_t count) {
+  return GivenRows::of({rows.partition, rows.ordinals.slice(first, count), nullptr, {}});
 }
 
 std::vector<Operand> sliceOf(std::span<const Operand> inputs, std::int64_t first,
@@ -71,16 +74,17 @@ std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle) {
 }
 
 std::vector<Column> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
-                                 std::span<const Operand> inputs) {
-  const std::int64_t rows = rowsOf(inputs);
+                                 std::span<const Operand> inputs, const Chunk& rows,
+                                 OutputTypes& types) {
   const std::int64_t maxRows = maxRowsOf(spec, functionHandle);
-  if (rows <= maxRows) {
-    return callOnce(spec, functionHandle, inputs);
+  if (rows.rows() <= maxRows) {
+    return callOnce(spec, functionHandle, inputs, GivenRows::of(rows), types);
   }
   std::vector<std::vector<Column>> parts(spec.numOutputs);
-  for (std::int64_t first = 0; first < rows; first += maxRows) {
-    std::vector<Column> outputs =
-        callOnce(spec, functionHandle, sliceOf(inputs, first, std::min(maxRows, rows - first)));
+  for (std::int64_t first = 0; first < rows.rows(); first += maxRows) {
+    const std::int64_t count = std::min(maxRows, rows.rows() - first);
+    std::vector<Column> outputs = callOnce(spec, functionHandle, sliceOf(inputs, first, count),
+                                           givenRows(rows, first, count), types);
     for (std::size_t i = 0; i < outputs.size(); ++i) {
       parts[i].push_back(std::move(outputs[i]));
     }

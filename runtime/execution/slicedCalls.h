@@ -5,7 +5,9 @@
 #include <vector>
 
 #include "execution/OpSpec.h"
+#include "execution/OutputTypes.h"
 #include "kv/host/values.h"
+#include "kv/runtime/Chunk.h"
 #include "kv/runtime/ElementFunctions.h"
 
 /// Users' functions that may take no more than so many rows at a time.
@@ -21,9 +23,12 @@ std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle);
 /// Calls the function of a FunctionHandle on the rows of the inputs, as many at a time as it takes,
 /// in order, and joins what it gives, output by output. Scalars go to each call.
 ///
-/// Requires: inputs that aren't scalars have equally many rows.
-/// Errors: what the function raises; "KALVEX:array:MissingOutput"; those of `maxRowsOf`.
+/// `rows` says which rows the inputs are; `types` takes in the types of what the calls return.
+/// Requires: inputs that aren't scalars have as many rows as `rows`.
+/// Errors: what the function raises; "KALVEX:array:MissingOutput"; those of `maxRowsOf` and of
+///         OutputTypes.
 std::vector<Column> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
-                                 std::span<const Operand> inputs);
+                                 std::span<const Operand> inputs, const Chunk& rows,
+                                 OutputTypes& types);
 
 }  // namespace kv::runtime

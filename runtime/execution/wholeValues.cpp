@@ -14,17 +14,13 @@ namespace {
 
 using host::Value;
 
-/// Columns of one name over all chunks. Those without rows have a type by default only.
+/// Columns of one name over all chunks.
 Column joinColumn(const std::vector<std::vector<Chunk>>& partitions, std::size_t index) {
   std::vector<Column> parts;
-  std::vector<Column> empty;
   for (const std::vector<Chunk>& chunks : partitions) {
     for (const Chunk& chunk : chunks) {
-      (chunk.rows() > 0 ? parts : empty).push_back(chunk.columns[index]);
+      parts.push_back(chunk.columns[index]);
     }
-  }
-  if (parts.empty() && !empty.empty()) {
-    return empty.front();
   }
   return concatenate(parts);
 }

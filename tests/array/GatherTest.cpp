@@ -145,8 +145,8 @@ TEST_F(Map, OtherFailuresKeepTheirText) {
   const auto fail = [](auto) -> std::vector<double> { throw std::runtime_error("out of ink"); };
   const auto tooFew = [](auto) { return std::vector<double>{1}; };
   const Error error = errorOf([&] { map(fail, std::vector{x}).gather(); });
-  EXPECT_EQ(error.identifier(), "KALVEX:NativeException");
-  EXPECT_THAT(error.what(), HasSubstr("out of ink"));
+  EXPECT_EQ(error.identifier(), "KALVEX:array:FunctionFailed");
+  EXPECT_THAT(error.what(), HasSubstr("kv.map failed: out of ink"));
   EXPECT_EQ(errorOf([&] { map(tooFew, std::vector{x}).gather(); }).identifier(),
             "KALVEX:array:WrongRowCount");
   EXPECT_EQ(errorOf([&] { map(tooFew, std::vector<Array>{}); }).identifier(),
