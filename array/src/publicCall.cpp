@@ -8,8 +8,7 @@
 #include "fl/i18n.h"
 #include "foundation/exception.h"
 #include "kv/host/errors.h"
-#include "kv/runtime/DataError.h"
-#include "kv/runtime/FunctionError.h"
+#include "kv/runtime/IdentifiedError.h"
 #include "kv/runtime/runtime.h"
 
 namespace kv {
@@ -38,19 +37,32 @@ Error toError(const foundation::core::except::IMsgIDException& native) {
 /// Made while there is memory.
 const Error kOutOfMemory("KALVEX:OutOfMemory", "Out of memory.");
 
+/// Made where a fault of ours has no id. Its text is an argument, for a report.
+Error unexpected(const std::string& text) {
+  const std::vector<std::string> arguments = {"The call", text};
+  constexpr char kId[] = "KALVEX:array:Unexpected";
+  return {kId, host::catalogueText(kId, arguments), arguments};
+}
+
 [[noreturn]] void rethrowConverted() {
   try {
+    throw;
+  } catch (const Error&) {
+    throw;
+  } catch (const Interrupted&) {
     throw;
   } catch (const Torvane::KException::KExceptionEnvelope& envelope) {
     throw toError(host::errorRecord(envelope));
   } catch (const foundation::core::except::IMsgIDException& native) {
     throw toError(native);
-  } catch (const runtime::DataError& error) {
-    throw Error(error.id(), error.what(), error.arguments());
-  } catch (const runtime::FunctionError& error) {
+  } catch (const runtime::IdentifiedError& error) {
     throw Error(error.id(), error.what(), error.arguments());
   } catch (const runtime::Interrupted&) {
     throw Interrupted();
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& error) {
+    throw unexpected(error.what());
   }
 }
 

@@ -21,8 +21,8 @@ struct Session::Impl {
 };
 
 /// Rethrows the exception in flight as one of this floor: errors of the host and the runtime become
-/// Error with all that they carry, an interrupt becomes Interrupted, want of memory the Error
-/// "KALVEX:OutOfMemory"; others stay what they are.
+/// Error with all that they carry, an interrupt becomes Interrupted, being out of memory the Error
+/// "KALVEX:OutOfMemory", any other C++ exception the Error "KALVEX:array:Unexpected".
 /// Requires: called in a catch clause, in the scope of the session.
 [[noreturn]] void rethrowAsOurs();
 
