@@ -13,9 +13,7 @@
 namespace bigdata {
 namespace {
 
-using kv::host::makeChars;
 using kv::host::makeDouble;
-using kv::host::makeEmptyDouble;
 using kv::host::makeString;
 
 const std::string kBuilder = "kalvex.bigdata.internal.executor.CompositeDataProcessorBuilder";
@@ -170,51 +168,6 @@ TEST_F(Builders, AChainOfManyIsWalkedWithoutRecursion) {
   last.reset();
   session.collect();
   EXPECT_EQ(session.liveObjects(kBuilder), 0u);
-}
-
-TEST_F(Builders, StandForGlobalInputsByPositionOrName) {
-  struct Row {
-    Value input;
-    bool isGlobal;
-    double ordinal;
-    std::string id;
-  };
-  Row rows[] = {{makeDouble(2), true, 2, ""},
-                {makeDouble(0), false, 0, ""},
-                {makeString("x"), true, 0, "x"},
-                {makeChars("yz"), true, 0, "yz"},
-                {makeChars(""), false, 0, ""}};
-  for (const Row& row : rows) {
-    const Value made = make("executor.CompositeDataProcessorBuilder", row.input);
-    EXPECT_EQ(getFlag(made, "IsGlobalInput"), row.isGlobal);
-    EXPECT_EQ(getDouble(made, "InputOrdinal"), row.ordinal);
-    EXPECT_EQ(getText(made, "InputId"), row.id);
-    EXPECT_EQ(get(made, "DataProcessorFactory"), nullptr);
-    EXPECT_TRUE(getText(made, "Id").starts_with("CompositeDataProcessorBuilder_"));
-  }
-}
-
-TEST_F(Builders, TakeInputBuildersFromAnObjectArrayOnly) {
-  const Value factory = makeString("factory");
-  const auto errorFor = [&](const kxArray* inputs) {
-    return errorOf([&] { make("executor.CompositeDataProcessorBuilder", inputs, factory.get()); });
-  };
-  EXPECT_EQ(errorFor(nullptr), "no error");
-  const Value empty = makeEmptyDouble();
-  EXPECT_EQ(errorFor(empty.get()),
-            "KALVEX:validateattributes:invalidType | Input | " + kBuilder + " | double");
-  const Value unset = matrix::from_kalvex(
-      kcos::omCreateKCOSMatrix(1, 1, kcos::internal::makeInterned(kcos::NameRef::of(kBuilder))));
-  EXPECT_EQ(errorFor(unset.get()), "KALVEX:class:InvalidHandle");
-}
-
-TEST_F(Builders, HoldTheirStrategyAndFactory) {
-  const Value strategy = make("executor.BroadcastPartitionStrategy");
-  const Value made =
-      make("executor.CompositeDataProcessorBuilder", arrayOf({}), makeString("factory"), strategy);
-  EXPECT_TRUE(isSameObject(get(made, "OutputPartitionStrategy"), strategy));
-  EXPECT_EQ(getText(made, "DataProcessorFactory"), "factory");
-  EXPECT_EQ(kxGetM(get(made, "InputBuilders").get()), 0u);
 }
 
 TEST_F(Builders, ADeletedBuilderEndsTheWalk) {

@@ -114,5 +114,24 @@ TEST_F(LanguageStrategies, CompareByTheirMostDerivedClass) {
             "KALVEX:bigdata:array:IncompatibleTallIndexing");
 }
 
+TEST_F(LanguageStrategies, NativeOnesRefuseHadoopMetadataEachInItsOwnWords) {
+  const std::pair<Value, std::string> rows[] = {
+      {make("executor.ArbitraryPartitionStrategy"), "a arbitrary"},
+      {make("executor.BroadcastPartitionStrategy"), "a broadcast"},
+      {make("executor.FixedNumPartitionStrategy", makeDouble(1)), "a FixedNumPartitionStrategy"}};
+  for (const auto& [strategy, kind] : rows) {
+    EXPECT_EQ(errorOf([&] { native(strategy).createPartition(1, 1, makeDouble(0)); }),
+              internalError("Cannot create " + kind + " partition from Hadoop metadata."));
+  }
+}
+
+TEST_F(LanguageStrategies, ALoadedFixedOneGetsItsCountBack) {
+  const Value three = makeDouble(3);
+  const std::pair<std::string, const kxArray*> stored[] = {{"MinNumPartitions", three.get()}};
+  const Value loaded =
+      session.loadInstance("kalvex.bigdata.internal.executor.FixedNumPartitionStrategy", stored);
+  EXPECT_EQ(getDouble(loaded, "MaxNumPartitions"), 3);
+}
+
 }  // namespace
 }  // namespace bigdata

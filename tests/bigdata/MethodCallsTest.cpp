@@ -145,5 +145,24 @@ TEST_F(MethodCalls, ALanguageClassAnswersWhetherItCanBeFused) {
   EXPECT_EQ(methodCalls, "isSlicewiseFusable/1");
 }
 
+TEST_F(MethodCalls, TheDefaultRuleOfALanguageClassWantsAFunctionHandleObject) {
+  const auto ask = [this](const std::string& name, Value answer) {
+    std::vector<kv::host::MethodDefinition> methods;
+    methods.push_back(noting("getCheckedFunctionHandle", std::move(answer)));
+    methods.push_back(noting("directEvaluateImpl"));
+    const Value made = ki::toArray(fusable(name, std::move(methods)));
+    EXPECT_EQ(errorOf([&] { invoke(made, "directEvaluate"); }),
+              internalError(name + "does not support direct evaluation."));
+    return errorOf(
+        [&] { EXPECT_TRUE(kv::host::toLogical(invoke(made, "isSlicewiseFusableDefault").get())); });
+  };
+  EXPECT_EQ(ask("Wrapped", ki::toArray(ki::createManagedObject<FunctionHandle>(plus()))),
+            "no error");
+  EXPECT_EQ(ask("Bare", plus()),
+            "KALVEX:validateattributes:invalidType | Input | scalar "
+            "kalvex.bigdata.internal.FunctionHandle | function_handle");
+  EXPECT_EQ(ask("Nothing", nullptr), "KALVEX:class:InvalidHandle");
+}
+
 }  // namespace
 }  // namespace bigdata::lazyeval

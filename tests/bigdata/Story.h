@@ -1,0 +1,49 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "LazySession.h"
+
+namespace bigdata::lazyeval {
+
+/// A piece of a story: a title, and lines to play in a session of their own.
+struct Scene {
+  std::string name;  ///< of file and title, as an identifier
+  std::vector<std::string> lines;
+};
+
+/// All scenes of the files in the folder of stories. A line "== title" begins a scene; what is
+/// before the first one in a file is played at the start of each.
+std::vector<Scene> readScenes();
+
+/// Plays scenes: calls by name into the core, each with what it answers. README.md in the folder of
+/// stories has the language.
+class Story : public LazySession {
+ protected:
+  Story();
+  /// Result: what went otherwise than the line says; empty if nothing did.
+  std::string play(std::string_view line);
+
+ private:
+  class Reader;
+
+  std::string act(Reader& line);
+  std::string check(Reader& line);
+  void defineStub(Reader& line, bool isNoted);
+  void defineClass(Reader& line);
+  kv::host::NativeBody bodyOf(const std::string& text);
+  Value evaluate(Reader& text, int nlhs = 1);
+  Value primary(Reader& text, int nlhs);
+  std::vector<Value> list(Reader& text, char end);
+  Value called(const std::string& name, int nlhs, const std::vector<Value>& inputs);
+  std::string told(const kxArray* value);
+  std::string trace();
+
+  std::map<std::string, Value, std::less<>> things_;
+  const Call* stubbed_ = nullptr;  ///< the call that a stub answers
+};
+
+}  // namespace bigdata::lazyeval
