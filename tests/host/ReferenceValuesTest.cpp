@@ -173,6 +173,21 @@ TEST_F(ReferenceValuesTest, WhatOutlivesTheHeapIsDroppedOnAnyThread) {
   references.clear();
 }
 
+TEST_F(ReferenceValuesTest, WhatAnotherThreadDropsWhileTheHeapClosesIsFreed) {
+  std::vector<Value> values;
+  for (const auto& entry : kMakers) {
+    COSInterfacePtr seen;
+    values.push_back(valueOf(seen, entry.second));
+  }
+  values.push_back(host::makeFunctionHandle(
+      "holder", [kept = std::make_shared<Value>(cellOf(scalarOf(make())))](const host::Call&) {}));
+  plain.onDestroy = [&](void*) { std::thread([&] { values.clear(); }).join(); };
+  const COSInterfacePtr closing = make();
+  closing->setInstanceData(plain.getClassId(), this);
+  heap.close();
+  EXPECT_TRUE(values.empty());
+}
+
 TEST_F(ReferenceValuesTest, CallableIsReleasedAfterTheSweep) {
   COSInterfacePtr seen;
   std::size_t liveAtRelease = 99;

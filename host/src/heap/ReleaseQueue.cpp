@@ -49,6 +49,10 @@ void ReleaseQueue::drop(kxArray* array) noexcept {
       return;
     }
   }
+  destroy(array);
+}
+
+void ReleaseQueue::destroy(kxArray* array) noexcept {
   {
     const Posthumous access(*this);
     const Teardown::Nested teardown;
@@ -126,11 +130,18 @@ void ReleaseQueue::removeOutside(ReferencePayload& payload) noexcept {
 }
 
 void ReleaseQueue::inherit(std::vector<SlabPtr> slabs, std::size_t remaining) noexcept {
-  const std::lock_guard lock(mutex_);
-  slabs_ = std::move(slabs);
-  holds_.fetch_add(remaining, std::memory_order_relaxed);
-  heap_ = nullptr;
-  closed_ = true;
+  {
+    const std::lock_guard lock(mutex_);
+    slabs_ = std::move(slabs);
+    holds_.fetch_add(remaining, std::memory_order_relaxed);
+    heap_ = nullptr;
+    closed_ = true;
+  }
+  for (kxArray* array = takeDropped(); array != nullptr;) {
+    kxArray* const next = std::exchange(array->next, nullptr);
+    destroy(array);
+    array = next;
+  }
 }
 
 void ReleaseQueue::release(std::size_t holds) noexcept {

@@ -56,6 +56,7 @@ class ReleaseQueue {
   // --- End --------------------------------------------------------------------------------------
 
   /// The heap is closed; `slabs` hold `remaining` objects whose storage is still referenced.
+  /// Destroys what was dropped on other threads while the heap closed.
   void inherit(std::vector<SlabPtr> slabs, std::size_t remaining) noexcept;
   /// Gives up one hold.
   void release(std::size_t holds = 1) noexcept;
@@ -63,6 +64,8 @@ class ReleaseQueue {
  private:
   class Posthumous;
 
+  /// Destroys an array after close.
+  void destroy(kxArray* array) noexcept;
   ReferencePayload*& listOf(const ReferencePayload& payload) noexcept;
   void link(ReferencePayload& payload) noexcept;
   void unlink(ReferencePayload& payload) noexcept;
