@@ -64,7 +64,8 @@ FLOORS = {
     "examples": Floor("examples", ("examples",), ("array/include",)),
 }
 
-SYSTEM_HEADERS = ("sys/", "glob.h", "unistd.h", "dlfcn.h", "signal.h", "fcntl.h", "pthread.h", "cxxabi.h")
+SYSTEM_HEADERS = ("sys/", "glob.h", "unistd.h", "dlfcn.h", "signal.h", "fcntl.h", "pthread.h", "cxxabi.h",
+                  "malloc.h")
 
 
 def floor_of(file: Path) -> str | None:

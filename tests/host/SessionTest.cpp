@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <fstream>
 #include <thread>
 
 #include "HostSession.h"
@@ -81,6 +82,33 @@ TEST(Sessions, RefuseEveryUseAfterClose) {
   EXPECT_EQ(nativeFailure([&] { const host::Session::Scope again(session); }), closed);
   EXPECT_EQ(nativeFailure([] { host::call("who"); }), closed);
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they keep what is freed
+std::size_t residentPages() {
+  std::size_t total = 0;
+  std::size_t resident = 0;
+  std::ifstream("/proc/self/statm") >> total >> resident;
+  return resident;
+}
+
+TEST(Sessions, ReturnTheirMemoryToTheSystem) {
+  const std::size_t before = residentPages();
+  host::Session session;
+  defineIn(session, simple("lab.Thing"));
+  std::vector<Value> things(isStressed() ? 1'000 : 200'000);
+  for (Value& thing : things) {
+    thing = session.construct("lab.Thing", {});
+    session.set(thing.get(), "Held", host::makeCell({}).get());
+  }
+  const std::size_t grown = residentPages() - before;
+  const Value kept = host::makeChars("a value that was made last and outlives the session");
+  things.resize(1);
+  session.close();
+  if (!isStressed()) {
+    EXPECT_LT(residentPages(), before + grown / 4);
+  }
+}
+#endif
 
 TEST(Sessions, LeaveNothingBehindWhenTheyAreOpenedUsedAndClosed) {
   const host::Ledger before = host::ledger();

@@ -306,6 +306,7 @@ void Heap::close() noexcept {
       });
     }
   }
+  std::erase_if(slabs_, [](const SlabPtr& slab) { return slab->usedPlaces == 0; });
   std::size_t remaining = 0;
   for (const SlabPtr& slab : slabs_) {
     slab->heap = nullptr;
@@ -314,10 +315,13 @@ void Heap::close() noexcept {
       ++remaining;
     });
   }
+  setCurrent(previous == this ? nullptr : previous);
   ReleaseQueue* queue = std::exchange(queue_, nullptr);
   queue->inherit(std::move(slabs_), remaining);
   queue->release();
-  setCurrent(previous == this ? nullptr : previous);
+  worklist_ = {};
+  markStack_ = {};
+  counters_.payloadBytes += bytesSinceCollection_;
 }
 
 std::size_t Heap::liveObjects(const ObjectClass& objectClass) const noexcept {

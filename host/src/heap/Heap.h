@@ -48,6 +48,7 @@ class Heap {
     std::uint64_t visited = 0;  ///< live objects seen by collections
     std::uint64_t freedByCollector = 0;
     std::uint64_t collectorNanoseconds = 0;
+    std::uint64_t payloadBytes = 0;  ///< charged until the last collection, or close
   };
 
   explicit Heap(Options options);

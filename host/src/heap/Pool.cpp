@@ -11,20 +11,45 @@ namespace kv::host {
 
 constinit thread_local Pool::Cache* Pool::cache_ = nullptr;
 
+/// Memory that blocks are cut from, with this at its start; its address is a multiple of its size.
+struct Pool::Region {
+  static constexpr std::size_t kBytes = kHugePageBytes;
+
+  static Region& of(const void* block) noexcept {
+    return *reinterpret_cast<Region*>(reinterpret_cast<std::uintptr_t>(block) & ~(kBytes - 1));
+  }
+  std::byte* end() noexcept { return reinterpret_cast<std::byte*>(this) + kBytes; }
+  bool isFree() const noexcept { return freeBlocks == cutBlocks; }
+
+  Region* next = nullptr;
+  std::size_t cutBlocks = 0;
+  std::size_t freeBlocks = 0;  ///< counted by `trim`
+};
+
 /// What threads share: batches of blocks, all caches, and the caches of threads that ended.
 struct Pool::Depot {
-  /// A process that needs little takes no huge page.
-  static constexpr std::size_t kFirstBytes = 256 * 1024;
+  /// Less free memory than this is kept.
+  static constexpr std::size_t kLeastTrimBytes = 8 * 1024 * 1024;
 
-  /// Memory that was never used.
+  /// Memory for a batch that was never used.
   /// Errors: std::bad_alloc.
-  std::byte* takeFresh(std::size_t bytes);
+  std::byte* takeFresh(std::size_t blockBytes);
+  /// Takes over the first `count` blocks of a list, which `last` ends.
+  void put(Block* first, Block* last, std::size_t count, std::size_t index) noexcept;
+  /// Takes over all blocks of a list.
+  void empty(List& list, std::size_t index) noexcept;
+  /// Counts the free blocks of each region. Takes those of free regions out of the batches.
+  void sortOutFreeBlocks() noexcept;
+  /// Requires: what `sortOutFreeBlocks` counted.
+  void unmapFreeRegions() noexcept;
 
   std::mutex mutex;
+  Region* regions = nullptr;
   std::byte* fresh = nullptr;
-  std::size_t freshBytes = 0;
-  bool takesHugePages = false;
+  std::byte* freshEnd = nullptr;
   std::array<Block*, kLargest / kStep> batches{};
+  std::size_t freeBytes = 0;
+  std::size_t bytesPutSinceTrim = 0;
   Cache* idle = nullptr;
   Cache* all = nullptr;
   std::array<std::atomic<std::int64_t>, kCountedKinds> strayCounts{};
@@ -87,30 +112,44 @@ void Pool::freeSlowly(void* memory, std::size_t bytes) noexcept {
     return;
   }
   // A thread without a cache gives the block back as a batch of one.
+  auto* const block = new (memory) Block;
   const std::lock_guard lock(depot().mutex);
-  Block*& batches = depot().batches[listOf(bytes)];
-  batches = new (memory) Block{nullptr, batches, 1};
+  depot().put(block, block, 1, listOf(bytes));
 }
 
-std::byte* Pool::Depot::takeFresh(std::size_t bytes) {
-  if (freshBytes < bytes) {
-    fresh = static_cast<std::byte*>(
-        takesHugePages ? newHugePage() : ::operator new(kFirstBytes, std::align_val_t(kStep)));
-    freshBytes = std::exchange(takesHugePages, true) ? kHugePageBytes : kFirstBytes;
+std::byte* Pool::Depot::takeFresh(std::size_t blockBytes) {
+  const std::size_t bytes = kBatch * blockBytes;
+  if (static_cast<std::size_t>(freshEnd - fresh) < bytes) {
+    // A process that needs little takes no huge page.
+    auto* const region = new (newPages(regions != nullptr)) Region{.next = regions};
+    regions = region;
+    fresh = reinterpret_cast<std::byte*>(region) + kStep;
+    freshEnd = region->end();
   }
-  freshBytes -= bytes;
+  Region::of(fresh).cutBlocks += kBatch;
   return std::exchange(fresh, fresh + bytes);
 }
 
+void Pool::Depot::put(Block* first, Block* last, std::size_t count, std::size_t index) noexcept {
+  last->next = nullptr;
+  first->batchSize = count;
+  first->nextBatch = std::exchange(batches[index], first);
+  const std::size_t bytes = count * (index + 1) * kStep;
+  freeBytes += bytes;
+  bytesPutSinceTrim += bytes;
+}
+
 void Pool::refill(List& list, std::size_t index) {
-  const std::lock_guard lock(depot().mutex);
-  if (Block* batch = depot().batches[index]) {
-    depot().batches[index] = batch->nextBatch;
+  const std::size_t blockBytes = (index + 1) * kStep;
+  Depot& from = depot();
+  const std::lock_guard lock(from.mutex);
+  if (Block* batch = from.batches[index]) {
+    from.batches[index] = batch->nextBatch;
+    from.freeBytes -= batch->batchSize * blockBytes;
     list = {batch, batch->batchSize};
     return;
   }
-  const std::size_t blockBytes = (index + 1) * kStep;
-  std::byte* fresh = depot().takeFresh(kBatch * blockBytes);
+  std::byte* fresh = from.takeFresh(blockBytes);
   for (std::size_t at = kBatch; at-- > 0;) {
     list.first = new (fresh + at * blockBytes) Block{list.first};
   }
@@ -125,10 +164,97 @@ void Pool::giveBatch(List& list, std::size_t index) noexcept {
   }
   list.first = last->next;
   list.size -= kBatch;
-  last->next = nullptr;
-  batch->batchSize = kBatch;
   const std::lock_guard lock(depot().mutex);
-  batch->nextBatch = std::exchange(depot().batches[index], batch);
+  depot().put(batch, last, kBatch, index);
+}
+
+void Pool::Depot::empty(List& list, std::size_t index) noexcept {
+  if (list.first == nullptr) {
+    return;
+  }
+  Block* last = list.first;
+  while (last->next != nullptr) {
+    last = last->next;
+  }
+  put(list.first, last, list.size, index);
+  list = {};
+}
+
+template <class Visit>
+void Pool::forEachBlock(Block* batch, Visit visit) noexcept {
+  std::array<Block*, 16> chains{};  // side by side, so that their cache misses overlap
+  for (bool isDone = false; !isDone;) {
+    isDone = true;
+    for (Block*& block : chains) {
+      if (block == nullptr && batch != nullptr) {
+        block = std::exchange(batch, batch->nextBatch);
+      }
+      if (block != nullptr) {
+        Block* const current = std::exchange(block, block->next);
+        __builtin_prefetch(block);
+        visit(current);
+        isDone = false;
+      }
+    }
+  }
+}
+
+void Pool::Depot::sortOutFreeBlocks() noexcept {
+  for (Block* first : batches) {
+    forEachBlock(first, [](Block* block) { ++Region::of(block).freeBlocks; });
+  }
+  freeBytes = 0;
+  for (std::size_t index = 0; index < batches.size(); ++index) {
+    List kept;
+    forEachBlock(std::exchange(batches[index], nullptr), [&](Block* block) {
+      if (Region::of(block).isFree()) {
+        return;
+      }
+      kept = {new (block) Block{kept.first}, kept.size + 1};
+      if (kept.size == kBatch) {
+        empty(kept, index);
+      }
+    });
+    empty(kept, index);
+  }
+}
+
+void Pool::Depot::unmapFreeRegions() noexcept {
+  for (Region** link = &regions; *link != nullptr;) {
+    Region* const region = *link;
+    if (!region->isFree()) {
+      region->freeBlocks = 0;
+      link = &region->next;
+      continue;
+    }
+    *link = region->next;
+    if (region->end() == freshEnd) {
+      fresh = freshEnd = nullptr;
+    }
+    deletePages(region);
+  }
+}
+
+void Pool::trim() noexcept {
+  Depot& all = depot();
+  const std::lock_guard lock(all.mutex);
+  if (all.freeBytes < Depot::kLeastTrimBytes || 2 * all.bytesPutSinceTrim < all.freeBytes) {
+    return;
+  }
+  const auto empty = [&all](Cache* cache) {
+    for (std::size_t index = 0; index < cache->lists.size(); ++index) {
+      all.empty(cache->lists[index], index);
+    }
+  };
+  if (cache_ != nullptr) {
+    empty(cache_);
+  }
+  for (Cache* idle = all.idle; idle != nullptr; idle = idle->nextIdle) {
+    empty(idle);
+  }
+  all.sortOutFreeBlocks();
+  all.unmapFreeRegions();
+  all.bytesPutSinceTrim = 0;
 }
 
 void Pool::countSlowly(Counted kind, std::int64_t change) noexcept {

@@ -16,7 +16,8 @@ inline constexpr std::size_t kCountedKinds = 4;
 ///
 /// 1. A block may be freed by any thread. Lists that grow too long go to a depot of the process,
 ///    from which other threads refill.
-/// 2. The pool keeps its memory until the process ends.
+/// 2. Memory is mapped in regions. `trim` returns those without a block in use to the system; the
+///    rest waits for what comes next.
 /// 3. A build with the address sanitizer takes each block from `operator new`, so that a use after
 ///    free is seen; so does one with KV_POOL_BYPASS, so that a test can let each block fail.
 ///
@@ -69,6 +70,11 @@ class Pool {
   /// The sum over all threads.
   static std::int64_t total(Counted kind) noexcept;
 
+  /// Returns free regions to the system, if much is free and much of that was freed since the last
+  /// time. Blocks that other threads keep for themselves count as used.
+  /// Cost: O(1) for each block freed since the last time.
+  static void trim() noexcept;
+
  private:
   struct Block {
     Block* next;
@@ -87,6 +93,7 @@ class Pool {
     Cache* nextIdle = nullptr;
     Cache* nextOfAll = nullptr;
   };
+  struct Region;
   struct Depot;
   struct CacheGuard;
 
@@ -100,6 +107,8 @@ class Pool {
   static constexpr std::size_t listOf(std::size_t bytes) noexcept {
     return bytes == 0 ? 0 : (bytes - 1) / kStep;
   }
+  template <class Visit>
+  static void forEachBlock(Block* batch, Visit visit) noexcept;
   static Depot& depot() noexcept;
   static Cache& cache();
   static void* allocateLarge(std::size_t bytes);

@@ -73,6 +73,7 @@ std::size_t Heap::collect() noexcept {
   ++counters_.collections;
   counters_.visited += marker.visited();
   counters_.freedByCollector += liveBefore - live_;
+  counters_.payloadBytes += bytesSinceCollection_;
   createdSinceCollection_ = bytesSinceCollection_ = 0;
   liveAfterCollection_ = live_;
   bytesAfterCollection_ =

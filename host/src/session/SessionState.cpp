@@ -1,10 +1,13 @@
 #include "session/SessionState.h"
 
+#include <malloc.h>
+
 #include <cstdlib>
 #include <cstring>
 
 #include "error/NativeError.h"
 #include "error/kException.h"
+#include "heap/Pool.h"
 #include "kv/host/errors.h"
 
 namespace kv::host {
@@ -16,6 +19,17 @@ SessionOptions withEnvironment(SessionOptions options) {
   options.stress =
       options.stress || (stress != nullptr && *stress != '\0' && std::strcmp(stress, "0") != 0);
   return options;
+}
+
+/// A session that needed less isn't worth the search for memory that could be returned.
+constexpr std::uint64_t kManyObjects = 50'000;
+constexpr std::uint64_t kManyBytes = 64 * 1024 * 1024;
+
+void returnMemory(const Heap::Counters& used) noexcept {
+  if (used.created >= kManyObjects || used.payloadBytes >= kManyBytes) {
+    Pool::trim();
+    malloc_trim(0);
+  }
 }
 
 }  // namespace
@@ -54,6 +68,7 @@ void closeSession(SessionState& session) noexcept {
   session.loadValidators.clear();
   session.calls.clear();
   session.classes.clear();
+  returnMemory(session.heap.counters());
   setCurrentSession(before != nullptr && before->isClosed ? nullptr : before);
 }
 
