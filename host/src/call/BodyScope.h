@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstddef>
+#include "kv/host/stack.h"
 
 namespace kv::host {
 
@@ -11,11 +11,10 @@ namespace kv::host {
 /// One takes about 2 KiB of stack, through Python too.
 ///
 /// Errors: "KALVEX:RecursionLimit" with the number of bodies that run, when there are `kMaxBodies`,
-/// or less than `kStackReserve` bytes of the thread's stack are left.
+/// or the thread's stack is low.
 class BodyScope {
  public:
   static constexpr int kMaxBodies = 1000;
-  static constexpr std::size_t kStackReserve = 96 * 1024;
 
   BodyScope() {
     if (running_ >= kMaxBodies || isStackLow()) {
@@ -28,7 +27,6 @@ class BodyScope {
   BodyScope& operator=(const BodyScope&) = delete;
 
  private:
-  static bool isStackLow() noexcept;
   [[noreturn]] static void refuse();
 
   static constinit thread_local int running_;
