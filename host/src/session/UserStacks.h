@@ -43,6 +43,9 @@ class UserStacks {
   void clear() noexcept;
 
  private:
+  /// More are forgotten, and looked up by their frames when they come again.
+  static constexpr std::size_t kMaxPlaces = 64 * 1024;
+
   struct Node {
     Node* parent = nullptr;
     const Frame* frame = nullptr;  ///< innermost; null for the empty stack
