@@ -41,6 +41,7 @@ SessionPtr Function::sessionToRunIn() const {
 }
 
 nb::object Function::call(int nargout, const nb::args& args) const {
+  const Entry entry;
   checkNargout(nargout);
   const SessionPtr session = sessionToRunIn();
   const Use use(session);

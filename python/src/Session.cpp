@@ -51,6 +51,7 @@ const SessionPtr& checked(const SessionPtr& session) {
 }  // namespace
 
 SessionPtr SharedSession::open(bool withRuntime, bool stress) {
+  const Entry entry;
   SessionPtr session(new SharedSession(stress));
   session->host_.setStackSource(makeStackSource());
   if (withRuntime) {
@@ -69,6 +70,9 @@ std::vector<SessionPtr> SharedSession::openHere() {
 }
 
 void SharedSession::closeAll() {
+  if (stopOtherThreads()) {
+    nb::set_leak_warnings(false);  // their frames are never cleared
+  }
   for (const SessionPtr& session : allOpen()) {
     if (session->uses_ == 0) {
       session->host_.close();
@@ -77,6 +81,7 @@ void SharedSession::closeAll() {
 }
 
 void SharedSession::close() {
+  const Entry entry;
   if (isClosed()) {
     return;
   }

@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "interpreter.h"
 #include "kv/host/session.h"
 
 namespace kv::python {
@@ -22,7 +23,7 @@ class SharedSession : public std::enable_shared_from_this<SharedSession> {
   static std::shared_ptr<SharedSession> open(bool withRuntime, bool stress);
   /// The sessions of this thread that are open.
   static std::vector<std::shared_ptr<SharedSession>> openHere();
-  /// Closes what is still open, on whatever thread: for the end of the interpreter.
+  /// Stops all other threads, and closes what they don't use: for the end of the interpreter.
   static void closeAll();
 
   /// Frees every object. Does nothing the second time.
@@ -46,7 +47,7 @@ using SessionPtr = std::shared_ptr<SharedSession>;
 
 /// One use of a session from Python: checks that it may be used here, and makes it current.
 ///
-/// Errors: "KALVEX:session:Closed", "KALVEX:session:WrongThread".
+/// Errors: "KALVEX:session:Closed", "KALVEX:session:WrongThread"; those of Entry.
 class Use {
  public:
   explicit Use(const SessionPtr& session);
@@ -58,6 +59,7 @@ class Use {
   static const SessionPtr& current();
 
  private:
+  Entry entry_;
   SessionPtr session_;
   host::Session::Scope scope_;
   const SessionPtr* outer_;

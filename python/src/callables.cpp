@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "errors.h"
+#include "interpreter.h"
 #include "texts.h"
 #include "values.h"
 
@@ -26,7 +27,8 @@ class Arguments {
   }
 
   nb::object call(nb::handle function) const {
-    PyObject* result = PyObject_Vectorcall(function.ptr(), lent_.data(), lent_.size(), nullptr);
+    PyObject* result = inUserCode(
+        [&] { return PyObject_Vectorcall(function.ptr(), lent_.data(), lent_.size(), nullptr); });
     if (result == nullptr) {
       throw nb::python_error();
     }
@@ -62,7 +64,8 @@ std::string nameOf(nb::handle function) {
 }  // namespace
 
 void Callable::operator()(const host::Call& call) const {
-  const nb::gil_scoped_acquire lock;
+  const ModuleScope scope;
+  const Lock lock;
   try {
     run(call);
   } catch (nb::python_error& error) {

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "errors.h"
+#include "interpreter.h"
 #include "kv/runtime/runtime.h"
 
 namespace kv::python {
@@ -20,11 +21,12 @@ constexpr auto kBetweenPolls = std::chrono::milliseconds(50);
 class Watch : public runtime::EvaluationWatch {
  public:
   void poll() override {
+    sleepIfStopped();
     if (Clock::now() < nextPoll_) {
       return;
     }
     nextPoll_ = Clock::now() + kBetweenPolls;
-    const nb::gil_scoped_acquire lock;
+    const Lock lock;
     if (PyErr_CheckSignals() != 0) {
       const nb::python_error raised;
       throw PythonPassThrough(share(raised.value()));
@@ -32,7 +34,7 @@ class Watch : public runtime::EvaluationWatch {
   }
 
  private:
-  nb::gil_scoped_release released_;
+  Unlock unlocked_;
   Clock::time_point nextPoll_ = Clock::now() + kBetweenPolls;
 };
 
