@@ -5,6 +5,8 @@ from typing import Any
 import kvbigdata._records
 
 
+__nanobind_internals__: PyCapsule = ...
+
 class Session:
     """
     A session of the host, with objects, classes, functions and warnings of its own.
@@ -164,10 +166,15 @@ class Function:
 
     def __repr__(self) -> str: ...
 
+class Memory:
+    """The elements of a value of the host, which arrays refer to."""
+
 def ledger() -> dict[str, int]:
     """
     What the process holds: counts of objects, arrays and payloads, and bytes. Zero when every session is closed and every value dropped.
     """
 
 def close_all() -> None:
-    """Closes the sessions that are still open."""
+    """
+    For the end of the interpreter: stops other threads where they use the host, and closes the sessions that are still open.
+    """

@@ -16,6 +16,28 @@ def copyToColumns(array: Any) -> NDArray[Any]:
     return np.array(array, dtype=array.dtype.newbyteorder("="), order="F", copy=True)
 
 
+_flagsOf, _baseOf = np.ndarray.flags.__get__, np.ndarray.base.__get__
+
+
+def ownerOf(array: Any) -> Any:
+    """What owns the memory of `array`; None if it, or what it is a view of, is writable.
+
+    (Who owns a read-only array could make it writable again, and is trusted not to while the host
+    has it.)
+    """
+    while issubclass(type(array), np.ndarray):
+        flags = _flagsOf(array)
+        if flags.writeable or flags.owndata:
+            return None if flags.writeable else array
+        array = _baseOf(array)
+    return array
+
+
+def arrayOf(shape: tuple[int, ...], typeName: str, memory: Any) -> NDArray[Any]:
+    """A read-only array of what `memory` holds."""
+    return np.ndarray(shape, dtype=typeName, buffer=memory, order="F")
+
+
 def emptyArray(shape: tuple[int, ...], typeName: str) -> NDArray[Any]:
     """A read-only array without elements."""
     array = np.zeros(shape, dtype=typeName, order="F")

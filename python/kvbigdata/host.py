@@ -27,7 +27,9 @@ import atexit as _atexit
 
 try:
     from . import _host
-except ImportError:
+except ImportError as error:
+    if "libarrow" not in str(error):
+        raise
     # Arrow's libraries aren't beside this package: let pyarrow bring them in from where it is.
     import pyarrow.dataset as _dataset  # noqa: F401
     import pyarrow.parquet as _parquet  # noqa: F401

@@ -7,6 +7,7 @@
 #include "evaluation.h"
 #include "kv/host/errors.h"
 #include "kv/host/session.h"
+#include "values.h"
 
 namespace kv::python {
 namespace {
@@ -29,18 +30,56 @@ nb::dict ledger() {
   return result;
 }
 
-}  // namespace
-}  // namespace kv::python
-
-NB_MODULE(_host, module) {
-  using namespace kv::python;
-  kv::host::addToCatalogue(kCatalogue);
+void bindModule(nb::module_& module) {
+  host::addToCatalogue(kCatalogue);
   watchEvaluations();
   bindSession(module);
   bindObject(module);
   bindFunction(module);
+  bindNumbers(module);
   module.def("ledger", ledger, nb::sig("def ledger() -> dict[str, int]"),
              "What the process holds: counts of objects, arrays and payloads, and bytes. Zero when "
              "every session is closed and every value dropped.");
-  module.def("close_all", SharedSession::closeAll, "Closes the sessions that are still open.");
+  module.def("close_all", SharedSession::closeAll,
+             "For the end of the interpreter: stops other threads where they use the host, and "
+             "closes the sessions that are still open.");
+}
+
+/// nanobind and this module keep one state for the process, which a second interpreter would
+/// overwrite.
+bool refuseSubinterpreter() {
+  if (PyInterpreterState_Get() == PyInterpreterState_Main()) {
+    return false;
+  }
+  PyErr_SetString(PyExc_ImportError,
+                  "kvbigdata.host works in the main interpreter only, not in a sub-interpreter; "
+                  "run the code in another process");
+  return true;
+}
+
+int initialize(PyObject* module) {
+  if (refuseSubinterpreter() || !nb::register_module(module)) {
+    return -1;
+  }
+  try {
+    auto bound = nb::borrow<nb::module_>(module);
+    bindModule(bound);
+    return 0;
+  } catch (nb::python_error& error) {
+    error.restore();
+  } catch (const std::exception& error) {
+    PyErr_SetString(PyExc_ImportError, error.what());
+  }
+  return -1;
+}
+
+}  // namespace
+}  // namespace kv::python
+
+PyMODINIT_FUNC PyInit__host() {
+  static PyModuleDef_Slot slots[] = {{Py_mod_exec, reinterpret_cast<void*>(kv::python::initialize)},
+                                     {0, nullptr}};
+  static PyModuleDef definition = {
+      PyModuleDef_HEAD_INIT, "_host", nullptr, 0, nullptr, slots, nullptr, nullptr, nullptr};
+  return PyModuleDef_Init(&definition);
 }

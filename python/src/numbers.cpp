@@ -1,10 +1,9 @@
-#include <nanobind/ndarray.h>
-
 #include <array>
 #include <cstring>
 #include <string_view>
 #include <vector>
 
+#include "interpreter.h"
 #include "pyObjects.h"
 #include "values.h"
 
@@ -36,13 +35,16 @@ const NumberType& typeOf(kxClassID classId) {
   throw nb::type_error("a value that isn't numeric");
 }
 
-nb::dlpack::dtype dlpackType(const NumberType& type) {
-  using nb::dlpack::dtype_code;
-  const dtype_code code = type.kind == 'b'   ? dtype_code::Bool
-                          : type.kind == 'i' ? dtype_code::Int
-                          : type.kind == 'u' ? dtype_code::UInt
-                                             : dtype_code::Float;
-  return {static_cast<std::uint8_t>(code), static_cast<std::uint8_t>(8 * type.bytes), 1};
+/// The elements of a host value, as NumPy's arrays refer to them: no one can write there.
+struct Memory {
+  host::Value value;
+};
+
+int lendMemory(PyObject* self, Py_buffer* view, int flags) {
+  const kxArray* value = nb::inst_ptr<Memory>(self)->value.get();
+  const std::size_t bytes = kxGetNumberOfElements(value) * typeOf(kxGetClassID(value)).bytes;
+  return PyBuffer_FillInfo(view, self, const_cast<void*>(kxGetData(value)),
+                           static_cast<Py_ssize_t>(bytes), 1, flags);
 }
 
 // --- From NumPy ----------------------------------------------------------------------------------
@@ -57,9 +59,7 @@ class Buffer {
     }
   }
   ~Buffer() {
-    if (const nb::detail::cleanup_guard guard{}) {
-      PyBuffer_Release(&view_);
-    }
+    ifAlive([this] { PyBuffer_Release(&view_); });
   }
   Buffer(const Buffer&) = delete;
   Buffer& operator=(const Buffer&) = delete;
@@ -128,7 +128,15 @@ host::Value copied(const Py_buffer& view, kxClassID classId) {
   return array;
 }
 
-/// `mayBorrow`: nobody else changes the memory.
+/// True if no one can write the memory of a read-only array: it belongs to that array or one that
+/// it is a view of, all of them read-only, to `bytes`, or to a value of the host.
+bool isFixed(nb::handle array) {
+  const nb::object owner = known(Known::OwnerOf)(array);
+  return PyBytes_CheckExact(owner.ptr()) || isA(owner, Known::NumpyArray) ||
+         instanceOf<Memory>(owner) != nullptr;
+}
+
+/// `mayBorrow`: no one else changes the memory.
 host::Value arrayToHost(nb::handle array, bool mayBorrow) {
   auto buffer = std::make_shared<const Buffer>(array);
   const Py_buffer& view = buffer->view();
@@ -139,7 +147,8 @@ host::Value arrayToHost(nb::handle array, bool mayBorrow) {
   if (isForeignOrder(view.format) || !isColumnMajor(view)) {
     return arrayToHost(known(Known::CopyToColumns)(array), true);
   }
-  if ((mayBorrow || view.readonly != 0) && view.len > view.itemsize) {
+  const bool hasOneElement = view.len <= view.itemsize;
+  if (!hasOneElement && (mayBorrow || (view.readonly != 0 && isFixed(array)))) {
     return matrix::from_kalvex(
         kxCreateBorrowedArray(dimensionsOf(view), type->classId, view.buf, std::move(buffer)));
   }
@@ -162,12 +171,12 @@ nb::object scalarToPython(const kxArray* value) {
       type.name, nb::bytes(static_cast<const char*>(kxGetData(value)), type.bytes));
 }
 
-nb::object emptyToPython(const kxArray* value) {
+nb::tuple shapeOf(const kxArray* value) {
   nb::list dimensions;
   for (const std::size_t extent : kxGetDimensions(value)) {
     dimensions.append(extent);
   }
-  return known(Known::EmptyArray)(nb::tuple(dimensions), typeOf(kxGetClassID(value)).name);
+  return nb::tuple(dimensions);
 }
 
 }  // namespace
@@ -184,22 +193,21 @@ host::Value numbersToHost(nb::handle array) {
 }
 
 nb::object numbersToPython(const kxArray* value) {
-  if (kxIsEmpty(value)) {
-    return emptyToPython(value);
-  }
   if (kxIsScalar(value)) {
     return scalarToPython(value);
   }
-  auto holder = std::make_unique<host::Value>(matrix::sharedCopy(value));
-  const void* data = kxGetData(holder->get());
-  const nb::capsule owner(holder.get(),
-                          [](void* held) noexcept { delete static_cast<host::Value*>(held); });
-  holder.release();
-  const std::span<const std::size_t> dimensions = kxGetDimensions(value);
-  const nb::ndarray<nb::numpy, nb::ro> array(data, dimensions.size(), dimensions.data(), owner,
-                                             nullptr, dlpackType(typeOf(kxGetClassID(value))),
-                                             nb::device::cpu::value, 0, 'F');
-  return nb::cast(array, nb::rv_policy::reference);
+  const char* type = typeOf(kxGetClassID(value)).name;
+  if (kxIsEmpty(value)) {
+    return known(Known::EmptyArray)(shapeOf(value), type);
+  }
+  return known(Known::ArrayOf)(shapeOf(value), type, Memory{matrix::sharedCopy(value)});
+}
+
+void bindNumbers(nb::module_& module) {
+  static PyType_Slot slots[] = {{Py_bf_getbuffer, reinterpret_cast<void*>(lendMemory)},
+                                {0, nullptr}};
+  nb::class_<Memory>(module, "Memory", nb::type_slots(slots),
+                     "The elements of a value of the host, which arrays refer to.");
 }
 
 }  // namespace kv::python

@@ -2,6 +2,9 @@
 
 #include <array>
 
+#include "interpreter.h"
+#include "kv/host/stack.h"
+
 namespace kv::python {
 namespace {
 
@@ -26,6 +29,8 @@ constexpr std::array kPlaces = {
     Place{"numpy", "generic"},
     Place{"numpy.ma", "MaskedArray"},
     Place{"kvbigdata._values", "copyToColumns"},
+    Place{"kvbigdata._values", "ownerOf"},
+    Place{"kvbigdata._values", "arrayOf"},
     Place{"kvbigdata._values", "emptyArray"},
     Place{"kvbigdata._values", "numpyScalar"},
 };
@@ -33,11 +38,19 @@ constexpr std::array kPlaces = {
 }  // namespace
 
 SharedPyObject share(nb::handle object) {
-  return SharedPyObject(object.inc_ref().ptr(), [](PyObject* shared) {
-    if (const nb::detail::cleanup_guard guard{}) {
-      Py_DECREF(shared);
-    }
-  });
+  return SharedPyObject(object.inc_ref().ptr(),
+                        [](PyObject* shared) { ifAlive([shared] { Py_DECREF(shared); }); });
+}
+
+Nesting::Nesting() {
+  if (host::isStackLow()) {
+    PyErr_SetString(PyExc_RecursionError,
+                    "a value is nested too deeply for the stack of this thread");
+    throw nb::python_error();
+  }
+  if (Py_EnterRecursiveCall(" while a value is converted") != 0) {
+    throw nb::python_error();
+  }
 }
 
 nb::handle known(Known what) {

@@ -31,6 +31,8 @@ enum class Known {
   NumpyGeneric,
   MaskedArray,
   CopyToColumns,  ///< an array -> a copy of it, column-major, in native byte order
+  OwnerOf,        ///< an array -> what owns its memory; None if someone may write it
+  ArrayOf,        ///< (dimensions, name of its type, memory) -> an array, column-major
   EmptyArray,     ///< (dimensions, name of its type) -> an array without elements, read-only
   NumpyScalar,    ///< (name of its type, bytes) -> a scalar
 };
@@ -51,15 +53,11 @@ const T* instanceOf(nb::handle object) {
   return nb::isinstance<T>(object) && nb::inst_ready(object) ? nb::inst_ptr<T>(object) : nullptr;
 }
 
-/// Refuses a nesting that is deeper than the interpreter allows.
+/// Refuses a nesting that is deeper than the interpreter or the thread's stack allows.
 /// Errors: RecursionError.
 class Nesting {
  public:
-  Nesting() {
-    if (Py_EnterRecursiveCall(" while a value is converted") != 0) {
-      throw nb::python_error();
-    }
-  }
+  Nesting();
   ~Nesting() { Py_LeaveRecursiveCall(); }
   Nesting(const Nesting&) = delete;
   Nesting& operator=(const Nesting&) = delete;

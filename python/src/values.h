@@ -25,4 +25,7 @@ const kxArray* lentObject(nb::handle value);
 host::Value numbersToHost(nb::handle array);
 nb::object numbersToPython(const kxArray* value);
 
+/// Adds what arrays that come from the host refer to.
+void bindNumbers(nb::module_& module);
+
 }  // namespace kv::python

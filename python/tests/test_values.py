@@ -1,5 +1,8 @@
 """Values there and back."""
 
+import subprocess
+import sys
+
 import numpy as np
 import pytest
 
@@ -95,11 +98,29 @@ def test_a_readonly_array_is_borrowed_and_comes_out_without_a_copy(echo):
         assert echo(readonly(array)).ctypes.data == address
 
 
-def test_a_writable_array_is_copied(echo, bare):
+@pytest.mark.parametrize(
+    "view",
+    [lambda a: a, lambda a: readonly(a[1:]), lambda a: readonly(readonly(a[1:])[1:]),
+     lambda a: readonly(a.view(np.recarray).view(np.ndarray)),
+     lambda a: np.frombuffer(memoryview(a).toreadonly()),
+     lambda a: readonly(np.asarray(memoryview(a)))],
+    ids=["itself", "view", "view of a view", "subclass", "memoryview", "exporter"],
+)  # fmt: skip
+def test_memory_that_anyone_can_write_is_copied(echo, view):
     array = np.arange(5.0)
-    kept = echo(array)
-    array[0] = 99
-    assert kept[0, 0] == 0
+    kept = echo(view(array))
+    before = kept.tolist()
+    array[:] = 99
+    assert kept.tolist() == before
+
+
+def test_views_of_memory_that_no_one_writes_are_borrowed(echo):
+    memory = readonly(np.arange(9.0))
+    for array in (memory[2:], np.frombuffer(b"8 bytes and 16 bytes too"), echo(np.arange(3.0))[1:]):
+        back = echo(array)
+        assert back.ctypes.data == array.ctypes.data and not back.flags.writeable
+        with pytest.raises(ValueError):
+            back.setflags(write=True)
 
 
 def test_what_comes_out_is_a_view_that_outlives_its_session():
@@ -156,6 +177,43 @@ def test_a_value_that_holds_itself_ends_in_an_error(echo):
     ring.append(ring)
     with pytest.raises(RecursionError):
         echo(ring)
+
+
+NESTED = """
+import threading
+from kvbigdata import host
+
+def save(session):
+    session.save_bytes(value)
+def load(session):
+    session.load_bytes(saved)
+def run(convert):
+    with host.Session(runtime=False) as session:
+        try:
+            convert(session)
+            print(depth, convert.__name__)
+        except RecursionError:
+            print(depth, "refused")
+
+threading.stack_size(256 * 1024)
+for depth in (10, 400):
+    value = 1.0
+    for _ in range(depth):
+        value = {"a": [value]}
+    with host.Session(runtime=False) as session:
+        saved = session.save_bytes(value)
+    for convert in (save, load):
+        thread = threading.Thread(target=run, args=(convert,))
+        thread.start()
+        thread.join()
+"""
+
+
+def test_nesting_ends_where_the_stack_of_a_thread_does():
+    """Either way: into the host, and out of it again."""
+    done = subprocess.run([sys.executable, "-c", NESTED], capture_output=True, text=True)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout.splitlines() == ["10 save", "10 load", "400 refused", "400 refused"]
 
 
 def test_cells_and_strings_have_any_number_of_dimensions(echo):
