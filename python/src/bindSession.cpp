@@ -151,9 +151,11 @@ nb::object loadBytes(const PySession& self, nb::handle data, bool trusted) {
       throw nb::python_error();
     }
     const std::unique_ptr<Py_buffer, decltype(&PyBuffer_Release)> release(&view, PyBuffer_Release);
-    const std::string_view bytes(static_cast<const char*>(view.buf),
-                                 static_cast<std::size_t>(view.len));
-    return toPython(session.loadBytes(bytes, trusted).get());
+    const std::string_view lent(static_cast<const char*>(view.buf),
+                                static_cast<std::size_t>(view.len));
+    // What is checked mustn't change before it is read: only the memory of `bytes` never does.
+    const std::string copy(PyBytes_CheckExact(data.ptr()) ? std::string_view() : lent);
+    return toPython(session.loadBytes(copy.empty() ? lent : copy, trusted).get());
   });
 }
 

@@ -1,8 +1,10 @@
 #include "stacks.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string_view>
 
+#include "interpreter.h"
 #include "pyObjects.h"
 
 namespace kv::python {
@@ -57,31 +59,57 @@ void walkFrames(Visit&& visit) {
   }
 }
 
-/// A place is a code object and an offset in it.
+/// A number that no other code object has or will have, as a pointer. (An address may come again
+/// with other code, and to keep the code of all that was ever captured would be a leak.)
+const void* idOf(PyCodeObject* code) {
+#if PY_VERSION_HEX >= 0x030C0000
+  static const Py_ssize_t index = PyUnstable_Eval_RequestCodeExtraIndex(nullptr);
+  const auto get = PyUnstable_Code_GetExtra;
+  const auto set = PyUnstable_Code_SetExtra;
+#else
+  static const Py_ssize_t index = _PyEval_RequestCodeExtraIndex(nullptr);
+  const auto get = _PyCode_GetExtra;
+  const auto set = _PyCode_SetExtra;
+#endif
+  static std::uintptr_t last = 0;
+  auto* const object = reinterpret_cast<PyObject*>(code);
+  void* id = nullptr;
+  if (get(object, index, &id) != 0 || id == nullptr) {
+    id = reinterpret_cast<void*>(++last);
+    if (set(object, index, id) != 0) {
+      PyErr_Clear();  // the next capture gives it another one
+    }
+  }
+  return id;
+}
+
+/// A place is the number of a code object and an offset in it.
 class PythonFrames : public host::StackSource {
  public:
   void capture(std::vector<host::StackPlace>& places) override {
-    if (const nb::detail::cleanup_guard python{}) {
+    latest_.clear();
+    ifAlive([&] {
       walkFrames([&](PyCodeObject* code, PyFrameObject* frame) {
         if (!isOurs(code)) {
-          places.push_back({code, PyFrame_GetLasti(frame)});
+          const void* id = idOf(code);
+          latest_.emplace_back(id, code);
+          places.push_back({id, PyFrame_GetLasti(frame)});
         }
       });
-    }
+    });
   }
 
   host::Frame resolve(const host::StackPlace& place) override {
-    const nb::gil_scoped_acquire python;
-    const nb::handle object =
-        static_cast<PyObject*>(const_cast<void*>(place.code));  // captured as one
-    kept_.push_back(share(object));
-    auto* code = reinterpret_cast<PyCodeObject*>(object.ptr());
+    const Lock lock;
+    PyCodeObject* code = std::ranges::find(latest_, place.code, &Captured::first)->second;
     return {std::string(textOf(code->co_filename)), std::string(textOf(code->co_name)),
             PyCode_Addr2Line(code, place.position)};
   }
 
  private:
-  std::vector<SharedPyObject> kept_;  ///< so that no other code gets the address of a known one
+  using Captured = std::pair<const void*, PyCodeObject*>;
+
+  std::vector<Captured> latest_;  ///< what the last capture saw, alive until its frames return
 };
 
 }  // namespace

@@ -46,6 +46,20 @@ def with_random_state(s, operation):
     return options
 
 
+def test_bytes_may_change_while_they_are_loaded(core):
+    core.define_function("version", lambda nargout, option: "1")
+    array = core.call("createFromConstantBuiltin", 1.0)
+    data = bytearray(core.save_bytes([array, "text" * 1000]))
+
+    def scribble(nargout, option):
+        data[:] = bytes(len(data))
+        return "1"
+
+    core.define_function("version", scribble)
+    assert core.load_bytes(data)[0, 1] == "text" * 1000
+    assert not any(data)
+
+
 def raises_invalid_handle(function, *args):
     with pytest.raises(host.Error) as caught:
         function(*args)

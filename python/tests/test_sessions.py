@@ -197,6 +197,98 @@ print(sum(host.ledger().values()))
 """
 
 
+DAEMON = """
+import threading, time
+from kvbigdata import host
+def run():
+    session = host.Session(runtime=RUNTIME)
+    session.define_function("echo", lambda nargout, value: value)
+    held = session.new("KException", "my:id")
+    started.set()
+    while True:
+        try:
+            LOOP
+        except host.Error:
+            pass
+def evaluate(s, *functions):
+    source = s.call("kalvex.io.CsvDatastore", host.StringArray(["PATH"]))
+    table = s.call("createFromDatastoreBuiltin", source)
+    x = s.call("subsrefTabularVar", ":", "x", True, table)
+    for function in functions:
+        x = s.call("elementfun", function, x)
+    total = host.Function("kv.aggregate.sum")
+    s.call("gather", s.call("aggregatefun", total, total, x))
+started = threading.Event()
+threading.Thread(target=run, daemon=True).start()
+started.wait()
+time.sleep(0.2)
+"""
+
+
+@pytest.mark.parametrize(
+    "loop",
+    ["session.call('echo', 1)", "session.call('echo', [[1, {'a': 2}]] * 20)", "time.sleep(1)",
+     "session.call('echo', lambda: 1)", "session.call('nothing', 1)",
+     "host.Session(runtime=False).close()", "evaluate(session)",
+     "evaluate(session, lambda nargout, x: sum(range(200)) * x)"],
+)  # fmt: skip
+def test_a_daemon_thread_neither_ends_the_process_nor_leaks(loop, tmp_path):
+    path = tmp_path / "numbers.csv"
+    path.write_text("x\n" + "1\n" * 300_000)
+    program = DAEMON.replace("LOOP", loop).replace("PATH", str(path))
+    program = program.replace("RUNTIME", str("evaluate" in loop))
+    done = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True)
+    assert (done.returncode, done.stderr) == (0, "")
+
+
+WITH_SUBINTERPRETER = """
+from kvbigdata import host
+try:
+    import _interpreters as interpreters
+    run = interpreters.exec
+except ImportError:
+    import _xxsubinterpreters as interpreters
+    run = interpreters.run_string
+session = host.Session(runtime=False)
+run(interpreters.create(), REFUSED)
+session.define_function("echo", lambda nargout, value: value)
+print(session.call("echo", [1.0])[0, 0])
+"""
+REFUSED = """
+try:
+    from kvbigdata import host
+except ImportError as error:
+    print(error)
+"""
+
+
+def test_a_subinterpreter_is_refused_and_does_no_harm():
+    program = WITH_SUBINTERPRETER.replace("REFUSED", repr(REFUSED))
+    done = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True)
+    assert (done.returncode, done.stderr) == (0, "")
+    refusal, works = done.stdout.splitlines()
+    assert "main interpreter only" in refusal and works == "1.0"
+
+
+def test_code_that_ran_once_is_not_kept(bare):
+    """Nor is other code taken for it that gets its address."""
+    places, alive = [], []
+
+    def note():
+        with pytest.raises(host.Error) as caught:
+            bare.call("nothing")
+        places.append(next(f[::2] for f in caught.value.stack if f.file.startswith("cell")))
+
+    for line in range(1, 30):
+        cell = compile("\n" * (line - 1) + "note()", f"cell {line}", "exec")
+        alive.append(weakref.ref(cell))
+        exec(cell, {"note": note})
+        del cell
+    assert places == [(f"cell {line}", line) for line in range(1, 30)]
+    gc.collect()
+    assert not any(code() for code in alive)
+
+
 @pytest.mark.parametrize(
     ("ending", "printed"),
     [("", ""), ("sys.exit(0)", ""), (CLOSED, "0\n")],
