@@ -1,5 +1,7 @@
 """Errors, warnings, frames and properties as Python sees them."""
 
+import copyreg
+import pickle
 from collections.abc import Iterable
 from typing import TYPE_CHECKING, Any, NamedTuple
 
@@ -39,6 +41,15 @@ class Property:
         return f"Property({self.default!r}, get={self.get}, set={self.set})"
 
 
+def _pickled(cause: Any) -> Any:
+    """The cause of an error, or its type and text in an `Error` where it can't be pickled."""
+    try:
+        pickle.dumps(cause)
+    except Exception:
+        return Error(f"KALVEX:python:{type(cause).__name__}", str(cause))
+    return cause
+
+
 class Error(Exception):
     """An error of the host, or one for it.
 
@@ -71,6 +82,19 @@ class Error(Exception):
         self.object: Object | None = None
         if isinstance(cause, BaseException):
             self.__cause__ = cause
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        """Pickles all but `object`, which its session keeps, and a cause that can't be pickled."""
+        cause = _pickled(self.cause)
+        state = {**self.__dict__, "object": None, "cause": cause, "__cause__": cause}
+        args = tuple(cause if each is self.cause else each for each in self.args)
+        return copyreg.__newobj__, (type(self), *args), state  # type: ignore[attr-defined]
+
+    def __copy__(self) -> "Error":
+        made = self.__new__(type(self), *self.args)
+        made.__dict__.update(self.__dict__)
+        made.__cause__ = self.__cause__
+        return made
 
     def __str__(self) -> str:
         return f"{self.identifier}: {self.message}" if self.message else self.identifier

@@ -1,5 +1,9 @@
 """Errors, from the host and from Python."""
 
+import copy
+import pickle
+import threading
+
 import pytest
 
 from kvbigdata import host
@@ -54,6 +58,31 @@ def test_another_exception_comes_out_from_the_original(bare):
     assert error.message == "what happened"
     assert error.cause is original and error.__cause__ is original
     assert error.stack[0].name == "fails"
+
+
+class OwnError(host.Error):
+    def __init__(self):
+        super().__init__("own:id", "text", [1], cause=KeyError("key"))
+        self.detail = {"more": 1}
+
+
+def test_an_error_is_pickled_without_its_object(bare):
+    def fail(nargout):
+        raise ValueError("plain", threading.Lock())
+
+    bare.define_function("fail", fail)
+    with pytest.raises(host.Error) as caught:
+        bare.call("fail")
+    error = caught.value
+    sent = pickle.loads(pickle.dumps(error))
+    assert str(sent) == str(error) and sent.stack == error.stack and sent.object is None
+    assert sent.cause.identifier == "KALVEX:python:ValueError" and "plain" in sent.cause.message
+    assert sent.cause is sent.__cause__
+    for made in (pickle.loads(pickle.dumps(OwnError())), copy.deepcopy(OwnError())):
+        assert (made.identifier, made.arguments, made.detail) == ("own:id", ["1"], {"more": 1})
+        assert type(made) is OwnError and repr(made.__cause__) == "KeyError('key')"
+    also = copy.copy(error)
+    assert also.object == error.object and also.cause is error.cause is also.__cause__
 
 
 def test_an_error_that_is_caught_and_raised_again_is_the_same_object(bare):
