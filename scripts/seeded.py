@@ -27,6 +27,13 @@ PROGRAMS = {
     "host": ["host", "bigdata"],
     "bigdata": ["bigdata", "array"],
     "runtime": ["runtime", "array"],
+    "python": ["python"],
+    "tools": ["formula", "shell"],
+}
+# Programs that are a run of pytest: what it needs built, and the folder of its tests.
+PYTESTS = {
+    "python": ("kvbigdata_host", "python/tests"),
+    "shell": ("kvbig", "tests/shell"),  # but for its test of an installation, which needs it all
 }
 WITH_STRESS = {"host", "bigdata", "runtime"}
 
@@ -37,7 +44,10 @@ class Refusal(Exception):
 
 @dataclasses.dataclass(frozen=True)
 class Fault:
-    """`before` in `file`, which stands there once, becomes `after`; `seen_by` is a filter."""
+    """`before` in `file`, which stands there once, becomes `after`.
+
+    `seen_by` is a filter of the first program's tests, or a file of a pytest run.
+    """
 
     floor: str
     name: str
@@ -64,7 +74,15 @@ class Look:
 
     @property
     def target(self) -> str:
-        return f"test_{self.program}"
+        return PYTESTS[self.program][0] if self.program in PYTESTS else f"test_{self.program}"
+
+    @property
+    def command(self) -> list[str]:
+        if self.program not in PYTESTS:
+            return [str(BUILD / "bin" / self.target), f"--gtest_filter={self.tests}"]
+        folder = TREE / PYTESTS[self.program][1]
+        return [str(TREE / ".venv/bin/pytest"), "-q", "-x", "-p", "no:cacheprovider",
+                f"--ignore={folder / 'test_install.py'}", str(folder if self.tests == "*" else folder / self.tests)]
 
 
 def load_faults(parts: list[str]) -> list[Fault]:
@@ -78,7 +96,10 @@ def load_faults(parts: list[str]) -> list[Fault]:
 
 def looks_for(fault: Fault) -> list[Look]:
     """Those that should see it first, then what takes longer."""
-    first, *others = PROGRAMS[fault.floor]
+    programs = PROGRAMS[fault.floor]
+    is_file = fault.seen_by.endswith(".py")
+    first = next(program for program in programs if (program in PYTESTS) == is_file)
+    others = [program for program in programs if program != first]
     looks = [Look(first, fault.seen_by), Look(first)]
     looks += [Look(first, is_stressed=True)] if first in WITH_STRESS else []
     return looks + [Look(program) for program in others]
@@ -121,10 +142,11 @@ def first_failure(look: Look) -> str | None:
     """The first test that fails, with how it does when it doesn't say so; None if none does."""
     environment = os.environ | {
         "GTEST_FAIL_FAST": "1", "GTEST_COLOR": "no", "KV_DATA": str(ROOT / "data"),
-        "KV_STRESS": "1" if look.is_stressed else "0"}
-    command = [str(BUILD / "bin" / look.target), f"--gtest_filter={look.tests}"]
+        "KV_STRESS": "1" if look.is_stressed else "0", "PYTHONPATH": str(BUILD / "python"),
+        "PYTHONDONTWRITEBYTECODE": "1", "KV_TOOL": str(BUILD / "bin" / "kvbig"),
+        "KV_LIBRARIES": str(BUILD / "lib")}
     try:
-        done = subprocess.run(command, env=environment, timeout=SECONDS_A_RUN,
+        done = subprocess.run(look.command, env=environment, timeout=SECONDS_A_RUN,
                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         output, end = done.stdout, "crashes"
         if done.returncode == 0:
@@ -132,9 +154,9 @@ def first_failure(look: Look) -> str | None:
     except subprocess.TimeoutExpired as late:
         output, end = late.stdout or b"", "hangs"
     lines = output.decode(errors="replace").splitlines()
-    failed = [line for line in lines if line.startswith("[  FAILED  ]")]
-    if failed:
-        return failed[0].split("]", 1)[1].split("(")[0].strip()
+    for start, end_of_name in (("[  FAILED  ]", "("), ("FAILED ", " - "), ("ERROR ", " - ")):
+        if failed := [line for line in lines if line.startswith(start)]:
+            return failed[0].removeprefix(start).split(end_of_name)[0].strip()
     begun = [line.split("]", 1)[1].strip() for line in lines if line.startswith("[ RUN      ]")]
     return f"{begun[-1] if begun else look.target} {end}"
 
