@@ -22,6 +22,7 @@ function(kv_shared_floor name folder)
   add_library(${name} SHARED)
   target_link_libraries(${name} PRIVATE ${name}_objects)
   target_link_options(${name} PRIVATE LINKER:--no-undefined)
+  target_compile_features(${name} INTERFACE cxx_std_20)
   set_target_properties(${name} PROPERTIES
     LINKER_LANGUAGE CXX
     VERSION ${PROJECT_VERSION}
@@ -32,5 +33,6 @@ endfunction()
 function(kv_static_floor name folder)
   kv_sources(sources ${folder})
   add_library(${name} STATIC ${sources})
+  target_compile_features(${name} INTERFACE cxx_std_20)
   target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:kv_warnings>)
 endfunction()
