@@ -34,7 +34,15 @@ def run(command: list[str]) -> tuple[float, int]:
     process.returncode = os.waitstatus_to_exitcode(status)
     if process.returncode != 0:
         sys.exit(f"{command[0]} ended with {process.returncode}")
+    # A child's ru_maxrss begins at what this process had when it started it.
+    if usage.ru_maxrss <= own_peak_kibibytes():
+        sys.exit(f"{command[0]}: its peak memory is hidden by that of this script")
     return seconds, usage.ru_maxrss * 1024
+
+
+def own_peak_kibibytes() -> int:
+    lines = Path("/proc/self/status").read_text().splitlines()
+    return next(int(line.split()[1]) for line in lines if line.startswith("VmHWM:"))
 
 
 def alternate(first: list[str], second: list[str], pairs: int) -> list[dict[str, float]]:

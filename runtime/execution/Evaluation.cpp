@@ -1,7 +1,5 @@
 #include "execution/Evaluation.h"
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <chrono>
 #include <map>
@@ -13,6 +11,7 @@
 #include "execution/Unit.h"
 #include "execution/clientTasks.h"
 #include "execution/failures.h"
+#include "execution/peakMemory.h"
 #include "kv/host/errors.h"
 #include "values/columnValues.h"
 
@@ -20,12 +19,6 @@ namespace kv::runtime {
 namespace {
 
 using host::Value;
-
-std::int64_t peakResidentBytes() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return std::int64_t{usage.ru_maxrss} * 1024;
-}
 
 /// Raises the failure of a step of a stage with the line where its operation was recorded.
 [[noreturn]] void raiseStageFailure(const AssembledStage& assembled, std::size_t step,

@@ -69,9 +69,13 @@ std::string grouped(std::int64_t number) {
 
 std::string factsLine(const Facts& facts) {
   constexpr double kBytesPerMegabyte = 1e6;
-  return fmt::format("{} row{}, {} pass{}, {:.2f} s, peak memory {:.1f} MB\n", grouped(facts.rows),
+  const std::string memory =
+      facts.peakBytes == 0 ? ""
+                           : fmt::format(", peak memory {:.1f} MB",
+                                         static_cast<double>(facts.peakBytes) / kBytesPerMegabyte);
+  return fmt::format("{} row{}, {} pass{}, {:.2f} s{}\n", grouped(facts.rows),
                      facts.rows == 1 ? "" : "s", facts.passes, facts.passes == 1 ? "" : "es",
-                     facts.seconds, static_cast<double>(facts.peakBytes) / kBytesPerMegabyte);
+                     facts.seconds, memory);
 }
 
 }  // namespace
