@@ -245,7 +245,8 @@ void bindFiles(Class& session) {
            "The value in a file that `save` wrote. Runs no code of the user's.\n\n"
            "Without trusted=True it can be looked at, planned and saved again, and refuses to be "
            "evaluated (\"KALVEX:load:NotTrusted\"). Raises Error \"KALVEX:load:Corrupt\" with "
-           "section, offset and reason, \"KALVEX:load:UnknownClass\" with the class, "
+           "section, offset and reason, \"KALVEX:load:LaterFormat\" with release and format of "
+           "the file and of this release, \"KALVEX:load:UnknownClass\" with the class, "
            "\"KALVEX:load:CannotRead\" with path and reason.")
       .def("save_bytes", saveBytes, "value"_a.none(),
            nb::sig("def save_bytes(self, value: typing.Any) -> bytes"),

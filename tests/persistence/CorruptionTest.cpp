@@ -2,7 +2,9 @@
 
 #include <array>
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 #include "LoadingSession.h"
 #include "kv/host/errors.h"
@@ -22,7 +24,8 @@ bool isSection(const std::string& tag) {
          std::ranges::find(host::format::kSectionTags, tag) != host::format::kSectionTags.end();
 }
 
-/// True when a load is refused as corrupt, with a section, an offset within the file and a reason.
+/// True when a load is refused as corrupt, with a section, an offset within the file and a reason;
+/// or as of a later format if the file says so.
 bool isDetected(LoadingSession& session, std::string_view bytes) {
   try {
     session.load(bytes);
@@ -32,6 +35,11 @@ bool isDetected(LoadingSession& session, std::string_view bytes) {
     if (error.arguments.size() == 3) {
       const std::string& text = error.arguments[1];
       std::from_chars(text.data(), text.data() + text.size(), offset);
+    }
+    if (error.identifier == "KALVEX:load:LaterFormat") {
+      std::uint32_t version = 0;
+      std::memcpy(&version, bytes.data() + host::format::kVersionAt, sizeof(version));
+      return version > host::format::kVersion && error.arguments.size() == 4;
     }
     return error.identifier == "KALVEX:load:Corrupt" && error.arguments.size() == 3 &&
            isSection(error.arguments[0]) && offset <= bytes.size() && !error.arguments[2].empty();

@@ -24,8 +24,9 @@ std::string LoaderTrial::use(std::string_view file) {
     value = session_.load(file);
   } catch (const KExceptionEnvelope& envelope) {
     const host::ErrorRecord error = host::errorRecord(envelope);
-    const bool isRefusal =
-        error.identifier == "KALVEX:load:Corrupt" || error.identifier == "KALVEX:load:UnknownClass";
+    const bool isRefusal = error.identifier == "KALVEX:load:Corrupt" ||
+                           error.identifier == "KALVEX:load:LaterFormat" ||
+                           error.identifier == "KALVEX:load:UnknownClass";
     return isRefusal ? "" : "an error of another kind: " + error.message;
   }
   try {

@@ -39,6 +39,9 @@ constexpr CatalogueEntry kHostCatalogue[] = {
     {"KALVEX:save:CannotWrite", "'{0}' can't be written: {1}."},
     {"KALVEX:load:CannotRead", "'{0}' can't be read: {1}."},
     {"KALVEX:load:Corrupt", "Corrupt data in section '{0}' at offset {1}: {2}."},
+    {"KALVEX:load:LaterFormat",
+     "The file was made by a later release, {0}: it has format {1}, and this release, {2}, reads "
+     "format {3}."},
     {"KALVEX:load:UnknownClass", "The saved class '{0}' isn't defined."},
     {"KALVEX:load:NotTrusted",
      "'{0}' was loaded without trust and can't be evaluated: load it as trusted first."},

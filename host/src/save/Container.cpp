@@ -3,6 +3,7 @@
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "kv/host/errors.h"
@@ -28,30 +29,33 @@ Number get(std::string_view bytes, std::size_t offset) {
   return number;
 }
 
+/// The release that wrote a file, as the file says; a release has visible ASCII characters only.
 std::string releaseOf(std::string_view file) {
-  const std::string_view release = file.substr(kReleaseAt, kReleaseBytes);
-  return std::string(release.substr(0, release.find('\0')));
+  const std::string_view field = file.substr(kReleaseAt, kReleaseBytes);
+  std::string release(field.substr(0, field.find('\0')));
+  std::ranges::replace_if(
+      release, [](char c) { return c <= ' ' || c > '~'; }, '?');
+  return release;
 }
 
 void checkHeader(std::string_view file) {
   if (file.size() < kMagic.size() || file.substr(0, kMagic.size()) != kMagic) {
     refuseFile(kHead, 0, "this isn't a file of saved values");
   }
+  // A later format may have another header, so its number is looked at before length and checksum.
+  const bool hasRelease = file.size() >= kReleaseAt + kReleaseBytes;
+  const auto version = hasRelease ? get<std::uint32_t>(file, kVersionAt) : kVersion;
+  if (version > kVersion) {
+    raise("KALVEX:load:LaterFormat",
+          {releaseOf(file), std::to_string(version), KV_VERSION, std::to_string(kVersion)});
+  }
   if (file.size() < kHeaderBytes) {
     refuseFile(kHead, file.size(), "the file ends within its header");
-  }
-  // A later format may have another header, so its number is looked at before the checksum.
-  if (get<std::uint32_t>(file, kVersionAt) > kVersion) {
-    refuseFile(kHead, kVersionAt,
-               "the file has format " + std::to_string(get<std::uint32_t>(file, kVersionAt)) +
-                   ", written by release " + releaseOf(file) + "; this release reads format " +
-                   std::to_string(kVersion));
   }
   if (get<std::uint64_t>(file, kHeaderChecksumAt) != checksum(file.substr(0, kHeaderChecksumAt))) {
     refuseFile(kHead, kHeaderChecksumAt, "the checksum doesn't fit");
   }
-  if (get<std::uint32_t>(file, kVersionAt) != kVersion ||
-      get<std::uint32_t>(file, kCountAt) != kSections) {
+  if (version != kVersion || get<std::uint32_t>(file, kCountAt) != kSections) {
     refuseFile(kHead, kVersionAt, "format and number of sections don't fit each other");
   }
 }

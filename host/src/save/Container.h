@@ -19,7 +19,9 @@ std::string headerOf(const Sections& sections);
 /// The sections of a whole file, checksums and lengths checked.
 ///
 /// Lives: as long as the bytes.
-/// Errors: "KALVEX:load:Corrupt" with "HEAD" or the section, offset and reason.
+/// Errors: "KALVEX:load:Corrupt" with "HEAD" or the section, offset and reason;
+/// "KALVEX:load:LaterFormat" with the release that wrote the file and its format, and this release
+/// and its format.
 SectionViews sectionsOf(std::string_view file);
 
 /// Refuses a file. `section`: a tag of a section or "HEAD"; `offset`: in bytes from its start.

@@ -166,8 +166,9 @@ class KV_HOST_API Session {
   void save(const std::string& path, const kxArray* value);
   /// Loads what `save` wrote. Runs no user's code; without `trusted`, functions and operations that
   /// come out refuse to be evaluated.
-  /// Errors: "KALVEX:load:Corrupt" with section, offset and reason, "KALVEX:load:UnknownClass" with
-  /// the class, "KALVEX:load:CannotRead" with path and reason; nothing is left behind then.
+  /// Errors: "KALVEX:load:Corrupt" with section, offset and reason, "KALVEX:load:LaterFormat" with
+  /// the file's release and format and ours, "KALVEX:load:UnknownClass" with the class,
+  /// "KALVEX:load:CannotRead" with path and reason; nothing is left behind then.
   Value load(const std::string& path, bool trusted);
   std::string saveBytes(const kxArray* value);
   Value loadBytes(std::string_view bytes, bool trusted);
