@@ -106,7 +106,11 @@ class Record {
     return found;
   }
   std::vector<std::string> textsIn(std::string_view name) const {
-    return host::toTexts(sized(name, kxSTRING_CLASS));
+    const kxArray* texts = sized(name, kxSTRING_CLASS);
+    for (std::size_t i = 0; i < count_; ++i) {
+      if (!Torvane::String::getString(texts, i)) raiseNotArrays(path_);
+    }
+    return host::toTexts(texts);
   }
 
   const std::string& path_;

@@ -6,6 +6,8 @@
 
 #include "array/ArrayTest.h"
 #include "kv/host/session.h"
+#include "kv/host/values.h"
+#include "kx/string.h"
 #include "support/SystemCalls.h"
 
 namespace kv::test {
@@ -157,6 +159,35 @@ TEST_F(Save, RefusesFilesThatHoldNoArrays) {
   bytes.put('\x7f');
   bytes.close();
   EXPECT_EQ(idOfOpening(file), "KALVEX:load:Corrupt");
+}
+
+/// A file with a structure of the fields that a file of arrays has, of one element each.
+void saveRecord(const std::string& path, std::vector<std::string_view> fields, bool hasTexts) {
+  host::Session plain;
+  const host::Session::Scope scope(plain);
+  const host::Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, fields));
+  for (const std::string_view field : fields) {
+    host::Value value = Torvane::String::createStringArray(1, 1);
+    if (hasTexts) Torvane::String::setString(value.get(), 0, u"double");
+    if (field == "AreWeak") value = host::makeLogical(false);
+    if (field == "Arrays") value = matrix::from_kalvex(kxCreateCellMatrix(1, 1));
+    kxSetField(record.get(), 0, field, value.release());
+  }
+  plain.save(path, record.get());
+}
+
+TEST_F(Save, RefusesRecordsThatAreNotWhole) {
+  const std::vector<std::string_view> all = {"Names", "Types", "AreWeak", "Arrays"};
+  for (const std::string_view missing : all) {
+    std::vector<std::string_view> fields = all;
+    std::erase(fields, missing);
+    saveRecord(file, fields, true);
+    EXPECT_EQ(idOfOpening(file), "KALVEX:array:NotArrays") << "without " << missing;
+  }
+  for (const bool hasTexts : {true, false}) {
+    saveRecord(file, all, hasTexts);
+    EXPECT_EQ(idOfOpening(file), "KALVEX:array:NotArrays") << (hasTexts ? "no array" : "no texts");
+  }
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ struct Facts {
   std::int64_t rows = 0;       ///< rows read from sources in the first pass over each
   int passes = 0;              ///< over the data; 0 if everything was there already
   double seconds = 0;          ///< wall time
-  std::int64_t peakBytes = 0;  ///< peak resident memory of the process so far
+  std::int64_t peakBytes = 0;  ///< peak resident memory of the process so far; 0: unknown
 };
 
 struct Gathered {
@@ -221,7 +221,8 @@ class Session {
   /// Without trust the gathering raises "KALVEX:load:NotTrusted" with what would have been done.
   ///
   /// Errors: Error "KALVEX:load:CannotRead" with path and reason, "KALVEX:load:Corrupt",
-  /// "KALVEX:load:UnknownClass"; "KALVEX:array:NotArrays" for a file of something else.
+  /// "KALVEX:load:LaterFormat", "KALVEX:load:UnknownClass"; "KALVEX:array:NotArrays" for a file of
+  /// something else.
   Opened open(const std::string& path, Trust trust = Trust::No, Where where = Where::current());
 
   /// Defines what the function of that name, given to `map` before it was saved, does.
