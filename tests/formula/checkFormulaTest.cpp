@@ -44,7 +44,11 @@ TEST(CheckFormula, LetsPassWhatGivesWhatItIsFor) {
 
 TEST(CheckFormula, RefusesFunctionsThatThereAreNot) {
   EXPECT_THAT(verdict("maen(x)"), HasSubstr("no function \"maen\"\n    maen(x)\n    ^^^^\n"));
-  EXPECT_THAT(verdict("maen(x)"), HasSubstr("Did you mean mean?"));
+  for (const char* near : {"maen(x)", "Mean(x)", "meann(x)", "avg(x)", "AVERAGE(x)"}) {
+    EXPECT_THAT(verdict(near), HasSubstr("\nDid you mean mean?\n")) << near;
+  }
+  EXPECT_THAT(verdict("median(x)"), Not(HasSubstr("Did you mean")));
+  EXPECT_LT(verdict(std::string(1'000'000, 'f') + "(x)").size(), 500u);
   EXPECT_THAT(verdict("mean(x, 1)"), HasSubstr("mean takes 1 input, and got 2"));
   EXPECT_THAT(verdict("mean(plus(x))"), HasSubstr("plus takes 2 inputs, and got 1"));
   EXPECT_THAT(verdict("mean(rand(x))"), HasSubstr("rand takes 0 inputs, and got 1"));
@@ -85,7 +89,11 @@ TEST(NearNames, FindsSlipsOfTheFingersAndNothingElse) {
   const std::vector<std::string> names = {"dep_delay", "arr_delay", "origin", "x"};
   EXPECT_THAT(nearNames("dep_dealy", names), ElementsAre("dep_delay"));
   EXPECT_THAT(nearNames("ORIGIN", names), ElementsAre("origin"));
-  EXPECT_THAT(nearNames("tailnum", names), IsEmpty());
+  EXPECT_THAT(nearNames("depdelay", names), ElementsAre("dep_delay"));
+  EXPECT_THAT(nearNames("X", names), ElementsAre("x"));
+  for (const char* other : {"tailnum", "y", "xy", "delay", "origen2"}) {
+    EXPECT_THAT(nearNames(other, names), IsEmpty()) << other;
+  }
   EXPECT_THAT(nearNames(std::string(100'000, 'a'), names), IsEmpty());
 }
 

@@ -12,6 +12,7 @@
 
 #include "failures.h"
 #include "formula/nearNames.h"
+#include "formula/utf8.h"
 #include "output.h"
 
 namespace kv::shell {
@@ -130,7 +131,7 @@ ClassDescription find(Session& session, const std::string& name) {
   const std::string advice = near.empty()
                                  ? std::string("\"kvbig describe\" lists the classes.")
                                  : fmt::format("Did you mean {}?", fmt::join(near, " or "));
-  throw UsageError(fmt::format("there is no class \"{}\"\n{}", name, advice));
+  throw UsageError(fmt::format("there is no class \"{}\"\n{}", shortened(name), advice));
 }
 
 }  // namespace

@@ -7,8 +7,10 @@
 #include <span>
 
 #include "formula/FormulaError.h"
+#include "formula/foreignWords.h"
 #include "formula/nearNames.h"
 #include "formula/tokens.h"
+#include "formula/utf8.h"
 
 namespace kv::shell {
 
@@ -75,8 +77,8 @@ class Checker {
     const auto found =
         std::ranges::find(vocabulary_.elementFunctions, name, &Vocabulary::ElementFunction::name);
     if (found != vocabulary_.elementFunctions.end()) return found->inputs;
-    fail(fmt::format("there is no function \"{}\"", name),
-         listNames("functions", name, vocabulary_.names()));
+    fail(fmt::format("there is no function \"{}\"", shortened(name)),
+         listNames("functions", functionHere(name), vocabulary_.names()));
   }
 
   [[noreturn]] void fail(std::string_view sentence, std::string_view advice = {}) const {
@@ -102,7 +104,7 @@ std::string adviceOnSeparator(std::span<const std::string> columns) {
 std::string adviceOnColumn(const std::string& wanted, std::span<const std::string> columns) {
   std::string advice = adviceOnSeparator(columns);
   if (advice.empty() && nearNames(wanted, columns).empty()) {
-    advice = fmt::format("If it is a text, put it in quotes: \"{}\".\n", wanted);
+    advice = fmt::format("If it is a text, put it in quotes: \"{}\".\n", shortened(wanted));
   }
   return advice + listNames("columns", wanted, columns, columnAsWritten);
 }
@@ -124,7 +126,7 @@ void checkColumns(const Formula& formula, std::span<const std::string> columns) 
     const auto* column = std::get_if<Column>(&step.what);
     if (column == nullptr || std::ranges::find(columns, column->name) != columns.end()) continue;
     throw FormulaError(formula.text, step.place,
-                       fmt::format("there is no column \"{}\"", column->name),
+                       fmt::format("there is no column \"{}\"", shortened(column->name)),
                        adviceOnColumn(column->name, columns));
   }
 }

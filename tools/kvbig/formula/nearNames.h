@@ -7,8 +7,10 @@
 
 namespace kv::shell {
 
-/// Those of `names` that `wanted` may have been meant to be, nearest first, at most three: few
-/// letters changed, added, left out, or only the case differs.
+/// Those of `names` that `wanted` may have been meant to be, nearest first, at most three.
+///
+/// Names that differ in case alone, if there are any; else those in which one letter in four, and
+/// at most three, is changed, added, left out or swapped with the next one.
 std::vector<std::string> nearNames(std::string_view wanted, std::span<const std::string> names);
 
 /// How a name is to be typed.

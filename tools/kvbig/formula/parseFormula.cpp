@@ -8,7 +8,9 @@
 #include <utility>
 
 #include "formula/FormulaError.h"
+#include "formula/foreignWords.h"
 #include "formula/tokens.h"
+#include "formula/utf8.h"
 
 namespace kv::shell {
 
@@ -167,6 +169,7 @@ class Parser {
     const Span open = current().place;
     ++at_;
     std::size_t inputs = 0;
+    refuseAllColumns(name);
     if (!current().isSymbol(")")) {
       do {
         if (inputs++ > 0) ++at_;
@@ -175,6 +178,16 @@ class Parser {
     }
     close(open);
     add(Call{name.text, inputs}, name.place);
+  }
+
+  /// `count(*)`, as other languages count rows.
+  void refuseAllColumns(const Token& function) const {
+    if (!current().isSymbol("*") || !tokens_[at_ + 1].isSymbol(")")) return;
+    const std::string advice = fmt::format("Did you mean {}(x), of a column x?", function.text);
+    fail(current().place, "\"*\" isn't a column",
+         lowered(function.text) != "count"
+             ? advice
+             : advice + " It counts what isn't missing; count(isnan(x)) counts all rows.");
   }
 
   void close(Span open) {
@@ -192,8 +205,13 @@ class Parser {
     return formula_.text.substr(token.place.begin, token.place.end - token.place.begin);
   }
 
-  /// A column's name with a blank, written as if it had none, reads as two names.
+  /// An operator's name from another language; or a column's name with a blank, which reads as two.
   std::string adviceOnTwoWords() const {
+    const bool followsNot = at_ > 0 && lowered(tokens_[at_ - 1].text) == "not";
+    const std::string_view here = operatorHere(followsNot ? "not" : current().text);
+    if (current().kind == Kind::Name && !here.empty()) {
+      return fmt::format("Did you mean {}?", here);
+    }
     const auto isWord = [](const Token& token) {
       return token.kind == Kind::Name || token.kind == Kind::Number;
     };

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "formula/FormulaError.h"
+#include "formula/foreignWords.h"
 #include "formula/utf8.h"
 
 namespace kv::shell {
@@ -19,13 +20,6 @@ constexpr std::uint64_t kLargestExactWhole = std::uint64_t{1} << 53;
 // Longest first, so that `<=` isn't read as `<` and `=`.
 constexpr std::string_view kSymbols[] = {"==", "!=", "<=", ">=", "+", "-", "*", "/", "%", "^",
                                          "<",  ">",  "&",  "|",  "!", "(", ")", ",", "="};
-
-/// What people bring along from other languages, and what it is here.
-struct Foreign {
-  std::string_view symbol;
-  std::string_view ours;
-};
-constexpr Foreign kForeign[] = {{"&&", "&"}, {"||", "|"}, {"**", "^"}, {"<>", "!="}, {"~", "!"}};
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
@@ -97,7 +91,8 @@ class Tokenizer {
     at_ = begin + static_cast<std::size_t>(end - first);
     if (at_ < formula_.size() && continuesName(formula_[at_])) {
       while (at_ < formula_.size() && continuesName(formula_[at_])) ++at_;
-      fail({begin, at_}, fmt::format("\"{}\" is neither a number nor a name", since(begin)),
+      fail({begin, at_},
+           fmt::format("\"{}\" is neither a number nor a name", shortened(since(begin))),
            "A column's name that starts with a digit stands in backquotes.");
     }
     if (status == std::errc::result_out_of_range) {
@@ -158,11 +153,11 @@ class Tokenizer {
 
   Token symbol() {
     const std::string_view rest = formula_.substr(at_);
-    for (const Foreign& foreign : kForeign) {
-      if (rest.starts_with(foreign.symbol)) {
-        fail({at_, at_ + foreign.symbol.size()},
-             fmt::format("\"{}\" isn't an operator here", foreign.symbol),
-             fmt::format("Write {} instead.", foreign.ours));
+    for (const ForeignWord& foreign : foreignSymbols()) {
+      if (rest.starts_with(foreign.word)) {
+        fail({at_, at_ + foreign.word.size()},
+             fmt::format("\"{}\" isn't an operator here", foreign.word),
+             fmt::format("Did you mean {}?", foreign.here));
       }
     }
     for (const std::string_view known : kSymbols) {

@@ -1,5 +1,8 @@
 #include "formula/utf8.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <cstdint>
 
 namespace kv::shell {
@@ -43,6 +46,38 @@ std::optional<std::size_t> findInvalidUtf8(std::string_view text) {
     at += length;
   }
   return std::nullopt;
+}
+
+Character firstCharacter(std::string_view text) {
+  constexpr std::uint8_t kBitsOfLead[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
+  Character character{0, characterLength(text)};
+  for (std::size_t i = 0; i < character.length; ++i) {
+    const auto byte = static_cast<std::uint8_t>(text[i]);
+    const auto bits = byte & (i == 0 ? kBitsOfLead[character.length] : 0x3F);
+    character.code = character.code << 6 | static_cast<char32_t>(bits);
+  }
+  return character;
+}
+
+std::string lowered(std::string_view text) {
+  std::string lower(text);
+  const auto lowerOf = [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
+  };
+  std::ranges::transform(lower, lower.begin(), lowerOf);
+  return lower;
+}
+
+std::string shortened(std::string_view text) {
+  constexpr std::size_t kShownBytes = 80;
+  if (text.size() <= kShownBytes) {
+    return std::string(text);
+  }
+  std::size_t end = kShownBytes;
+  while (end > 0 && (static_cast<std::uint8_t>(text[end]) & 0xC0) == 0x80) {
+    --end;
+  }
+  return fmt::format("{}... ({} bytes)", text.substr(0, end), text.size());
 }
 
 }  // namespace kv::shell
