@@ -87,8 +87,11 @@ void bindFunction(nb::module_& module) {
            [](const Function& self) {
              return static_cast<Py_hash_t>(std::hash<std::string>()(self.name()) >> 1);
            })
-      .def("__repr__",
-           [](const Function& self) { return "kvbigdata.host.Function('" + self.name() + "')"; });
+      .def("__repr__", [](const Function& self) {
+        return "kvbigdata.host.Function(" +
+               nb::cast<std::string>(nb::repr(nb::str(self.name().data(), self.name().size()))) +
+               ")";
+      });
 }
 
 }  // namespace kv::python

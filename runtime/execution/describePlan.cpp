@@ -30,6 +30,16 @@ std::string inputName(const PlanInput& input, const std::vector<int>& lines) {
   return fmt::format("a {}x{} {}", kxGetM(value), kxGetN(value), kxGetClassName(value));
 }
 
+/// A name from a file may hold a line break, and must not add lines to a plan.
+std::string onOneLine(const std::string& text) {
+  std::string line;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    line += byte < 0x20 ? fmt::format("\\x{:02x}", byte) : std::string(1, c);
+  }
+  return line;
+}
+
 class PlanText {
  public:
   explicit PlanText(const Plan& plan) : plan_(plan), lines_(plan.tasks.size(), 0) {}
@@ -45,8 +55,8 @@ class PlanText {
     }
     for (std::size_t i = 0; i < plan_.results.size(); ++i) {
       const auto task = static_cast<std::size_t>(plan_.results[i].task);
-      rows_.push_back(
-          {fmt::format("Result {}: #{}", i + 1, lines_[task]), {}, plan_.tasks[task].spec->origin});
+      addRow(fmt::format("Result {}: #{}", i + 1, lines_[task]), {},
+             plan_.tasks[task].spec->origin);
     }
     return align();
   }
@@ -68,7 +78,7 @@ class PlanText {
       } else if (keptTasks.contains(upstream[i])) {
         note = "rows are kept";
       }
-      writeStep(upstream[i], std::move(note));
+      writeStep(upstream[i], note);
     }
   }
 
@@ -116,7 +126,7 @@ class PlanText {
     }
   }
 
-  void writeStep(int index, std::string note) {
+  void writeStep(int index, const std::string& note) {
     const PlanTask& task = plan_.tasks[static_cast<std::size_t>(index)];
     int& line = lines_[static_cast<std::size_t>(index)];
     if (line == 0) {
@@ -126,12 +136,16 @@ class PlanText {
     for (const PlanInput& input : task.inputs) {
       inputs += (inputs.empty() ? "" : ", ") + inputName(input, lines_);
     }
-    rows_.push_back({fmt::format("  #{:<3} {}{}", line, task.spec->label,
-                                 inputs.empty() ? "" : fmt::format("({})", inputs)),
-                     std::move(note), task.spec->origin});
+    addRow(fmt::format("  #{:<3} {}{}", line, task.spec->label,
+                       inputs.empty() ? "" : fmt::format("({})", inputs)),
+           note, task.spec->origin);
   }
 
-  void writeHeading(std::string text) { rows_.push_back({std::move(text), {}, {}}); }
+  void writeHeading(const std::string& text) { addRow(text, {}, {}); }
+
+  void addRow(const std::string& step, const std::string& note, const std::string& origin) {
+    rows_.push_back({onOneLine(step), onOneLine(note), onOneLine(origin)});
+  }
 
   /// The rows, with notes and origins one below the other.
   std::string align() const {

@@ -105,6 +105,29 @@ def test_bad_files_are_refused(run: Run) -> None:
     assert "no/such" in refused(run, "save", "no/such/kept.kv", "small.csv", "sum(x)", code=4)
 
 
+def test_a_file_in_a_later_format_was_made_by_a_later_release(run: Run) -> None:
+    save(run, "small.csv", "sum(x)")
+    kept = run.folder / "kept.kv"
+    whole = kept.read_bytes()
+    kept.write_bytes(whole[:8] + b"\x02" + whole[9:16] + b"9.8\x1b\0".ljust(16, b"\0") + whole[32:])
+    message = refused(run, "open", "kept.kv", "--trust", code=3)
+    assert "made by a later release, 9.8?: it has format 2" in message and "orrupt" not in message
+    assert "later release" in refused(run, "save", "kept.kv", "small.csv", "sum(x)", code=2)
+
+
+def test_what_is_shown_for_trust_hides_nothing(run: Run) -> None:
+    """A name that turns the text around, or goes on in a line of its own, is seen as what it is."""
+    name = "a\u202evsc.csv\n\nReads:\n  b\u200b.csv"
+    (run.folder / name).write_text("x\n1\n")
+    save(run, name, "\u2066n\U000e0041 = sum(x)")
+    shown = run("open", "kept.kv").stdout
+    assert r"a\u202evsc.csv\x0a\x0aReads:\x0a  b\u200b.csv" in shown
+    assert r"\u2066n\U000e0041  double" in shown and shown.count("\nReads:\n") == 1
+    printed = run("open", "kept.kv", "--json").stdout
+    assert printed.isascii() and r"\u2066n\udb40\udc41" in printed
+    assert json.loads(printed)["files"] == [str(run.folder / name)]
+
+
 def test_a_wrong_question_leaves_the_older_file(run: Run) -> None:
     save(run, "small.csv", "sum(x)")
     before = (run.folder / "kept.kv").read_bytes()

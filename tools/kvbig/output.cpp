@@ -4,11 +4,41 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
+#include "formula/invisible.h"
+#include "formula/utf8.h"
+
 namespace kv::shell {
+
+namespace {
+
+/// Calls `visit` with each character of `text` and its bytes. A byte that isn't UTF-8 comes as a
+/// character of no length with that byte as its code.
+template <class Visit>
+void forEachCharacter(std::string_view text, Visit&& visit) {
+  while (!text.empty()) {
+    Character character = firstCharacter(text);
+    if (character.length == 0) character.code = static_cast<unsigned char>(text.front());
+    const std::size_t length = std::max<std::size_t>(character.length, 1);
+    visit(character, text.substr(0, length));
+    text.remove_prefix(length);
+  }
+}
+
+bool isEscaped(Character character) { return character.length == 0 || isInvisible(character.code); }
+
+/// In UTF-16, as JSON has it.
+std::string jsonEscape(char32_t code) {
+  const auto unit = static_cast<std::uint32_t>(code);
+  if (unit <= 0xFFFF) return fmt::format("\\u{:04x}", unit);
+  return fmt::format("\\u{:04x}\\u{:04x}", 0xD7C0 + (unit >> 10), 0xDC00 + (unit & 0x3FF));
+}
+
+}  // namespace
 
 void writeOut(std::string_view text) {
   const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
@@ -18,18 +48,16 @@ void writeOut(std::string_view text) {
 
 std::string printable(std::string_view text) {
   std::string shown;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const auto following = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
-    if (byte < 0x20 || byte == 0x7F) {
-      shown += fmt::format("\\x{:02x}", byte);
-    } else if (byte == 0xC2 && following >= 0x80 && following < 0xA0) {  // U+0080 to U+009F
-      shown += fmt::format("\\x{:02x}", following);
-      ++i;
+  forEachCharacter(text, [&](Character character, std::string_view bytes) {
+    if (!isEscaped(character)) {
+      shown += bytes;
+    } else if (character.code > 0xFF) {
+      shown += fmt::format(fmt::runtime(character.code > 0xFFFF ? "\\U{:08x}" : "\\u{:04x}"),
+                           static_cast<std::uint32_t>(character.code));
     } else {
-      shown += text[i];
+      shown += fmt::format("\\x{:02x}", static_cast<std::uint32_t>(character.code));
     }
-  }
+  });
   return shown;
 }
 
@@ -45,16 +73,18 @@ std::string printableLines(std::string_view text) {
 
 std::string jsonText(std::string_view text) {
   std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') {
+  forEachCharacter(text, [&](Character character, std::string_view bytes) {
+    if (character.length == 0) {
+      quoted += "\\ufffd";
+    } else if (character.code == U'"' || character.code == U'\\') {
       quoted += '\\';
-      quoted += c;
-    } else if (static_cast<unsigned char>(c) < 0x20) {
-      quoted += fmt::format("\\u{:04x}", static_cast<unsigned>(c));
+      quoted += bytes;
+    } else if (isEscaped(character)) {
+      quoted += jsonEscape(character.code);
     } else {
-      quoted += c;
+      quoted += bytes;
     }
-  }
+  });
   return quoted + '"';
 }
 

@@ -10,13 +10,14 @@ namespace kv::shell {
 /// Errors: std::runtime_error with the system's reason.
 void writeOut(std::string_view text);
 
-/// A text from a file, safe for a terminal: control characters show as \xNN.
+/// A text from a file, safe for a terminal: what isn't seen there (see isInvisible) and bytes that
+/// aren't UTF-8 show as \xNN, \uNNNN or \UNNNNNNNN.
 std::string printable(std::string_view text);
 
 /// The same for a text of several lines, whose ends stay.
 std::string printableLines(std::string_view text);
 
-/// A text as a JSON string, in quotes.
+/// A text as a JSON string, in quotes; what isn't seen on a terminal is escaped.
 std::string jsonText(std::string_view text);
 
 /// A JSON array of texts.

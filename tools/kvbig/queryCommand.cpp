@@ -152,9 +152,9 @@ void refuseToReplaceOthers(const std::string& path) {
   } catch (const Error& error) {
     if (error.identifier() == "KALVEX:load:UnknownClass") return;
     throw UsageError(
-        fmt::format("\"{}\" is there and holds no saved arrays\n"
+        fmt::format("\"{}\" is there and isn't replaced: {}\n"
                     "Remove it first if it is to be replaced.",
-                    path));
+                    path, error.what()));
   }
 }
 
