@@ -1,10 +1,13 @@
 """kvbig query: what it prints, on which stream, and with which exit code."""
 
 import json
+import os
 import re
+import resource
 import shlex
 import signal
 import subprocess
+import sys
 import time
 from pathlib import Path
 
@@ -211,6 +214,8 @@ def test_a_plan_reads_no_data(run: Run) -> None:
         (["yy"], ['no column "yy"', "y", "`two words`"]),
         (["mean(x)", "--where", "maen(y) > 1"], ['no function "maen"']),
         (["mean(x)", "--where", "wodr"], ['no column "wodr"', "Did you mean word?"]),
+        (["avg(x)"], ['no function "avg"', "Did you mean mean?"]),
+        (["sum(x > 1 and y > 2)"], ["Did you mean &?"]),
         (["sum(where(x, y, 0))"], ["where expected a logical condition, got double", "^^^^^"]),
         (["(" * 100_000], ["nested too deep"]),
         (["mean(x)", "mean(x)"], ["two results"]),
@@ -264,14 +269,42 @@ def test_what_fails_in_evaluation_ends_with_4(run: Run) -> None:
     assert "\n    sum(x * 300)\n          ^\n" in message
 
 
-def test_results_that_cant_be_written_end_with_4(run: Run) -> None:
+@pytest.mark.parametrize("words", [["query", "small.csv", "mean(x)"], ["query", "--help"], ["version"]])
+def test_results_that_cant_be_written_end_with_4(run: Run, words: list[str]) -> None:
     with open("/dev/full", "w") as full:
         done = subprocess.run(
-            [run.tool, "query", "small.csv", "mean(x)"],
-            cwd=run.folder, stdout=full, stderr=subprocess.PIPE, text=True,
+            [run.tool, *words], cwd=run.folder, stdout=full, stderr=subprocess.PIPE, text=True
         )
     assert done.returncode == 4
     assert "No space left" in done.stderr
+
+
+def test_peak_memory_is_that_of_the_command(run: Run) -> None:
+    """A large process that starts the command, as most schedulers are, must not show in its figure."""
+    code = f"import os, sys; held = b'x' * 400_000_000; os.execv({str(run.tool)!r}, sys.argv[1:])"
+    done = subprocess.run(
+        [sys.executable, "-c", code, "kvbig", "query", "small.csv", "sum(x)", "--json"],
+        cwd=run.folder, capture_output=True, text=True, check=True,
+    )
+    assert 1e6 < json.loads(done.stdout)["peak_bytes"] < 3e8
+
+
+@pytest.mark.skipif(bool(os.environ.get("KV_SANITIZED")), reason="sanitizers map terabytes")
+def test_a_small_address_space_ends_in_an_answer_or_an_error(run: Run) -> None:
+    run("save", "kept.kv", "small.csv", "sum(x)")
+    commands = [["version"], ["describe"], ["query", "small.csv", "sum(x)"], ["open", "kept.kv"],
+                ["open", "kept.kv", "--trust"]]
+    answers = [run(*command).returncode for command in commands]
+    assert answers == [0] * len(commands)
+    for megabytes in [*range(64, 112, 4), 128, 192, 256, 512, 1024, 2048]:
+        limit = megabytes * 2**20
+        for command in commands:
+            done = run(*command, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
+            if done.returncode != 0:
+                assert done.returncode > 0, (megabytes, command, done.returncode)
+                assert re.search("out of memory|cannot allocate memory", done.stderr, re.I), (megabytes, done)
+            else:
+                assert done.stdout != ""
 
 
 def test_an_error_that_cant_be_written_keeps_its_exit_code(run: Run) -> None:

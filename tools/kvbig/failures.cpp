@@ -24,11 +24,12 @@ constexpr std::string_view kRequest[] = {"KALVEX:datastore:UnknownColumn",
                                          "KALVEX:datastore:BadTypeOverride"};
 
 /// Errors that lie in a file of saved arrays.
-constexpr std::string_view kSaved[] = {"KALVEX:load:CannotRead", "KALVEX:load:Corrupt",
-                                       "KALVEX:load:UnknownClass", "KALVEX:array:NotArrays",
-                                       "KALVEX:bigdata:array:InvalidTallVersion"};
+constexpr std::string_view kSaved[] = {
+    "KALVEX:load:CannotRead",  "KALVEX:load:Corrupt",
+    "KALVEX:load:LaterFormat", "KALVEX:load:UnknownClass",
+    "KALVEX:array:NotArrays",  "KALVEX:bigdata:array:InvalidTallVersion"};
 
-/// Writes to standard error. Where nobody can read it, the exit code still tells.
+/// Writes to standard error. If that fails, there is still the exit code.
 void complain(const std::string& line) { std::fputs(line.c_str(), stderr); }
 
 void say(std::string_view message) {
@@ -57,12 +58,10 @@ void tell(const Error& error) {
   }
 }
 
-}  // namespace
-
-void warn(std::string_view message) { say(fmt::format("warning: {}", message)); }
-
-ExitCode reportFailure() {
+ExitCode describeFailure() {
   try {
+    throw;
+  } catch (const std::bad_alloc&) {
     throw;
   } catch (const FormulaError& error) {
     say(error.what());
@@ -76,11 +75,21 @@ ExitCode reportFailure() {
   } catch (const Error& error) {
     tell(error);
     return codeOf(error);
-  } catch (const std::bad_alloc&) {
-    say("out of memory");
-    return kFailed;
   } catch (const std::exception& error) {
     say(error.what());
+    return kFailed;
+  }
+}
+
+}  // namespace
+
+void warn(std::string_view message) { say(fmt::format("warning: {}", message)); }
+
+ExitCode reportFailure() {
+  try {
+    return describeFailure();
+  } catch (...) {  // std::bad_alloc, or no memory to describe another failure
+    std::fputs("kvbig: Out of memory.\n", stderr);
     return kFailed;
   }
 }

@@ -1,12 +1,15 @@
 // The command kvbig: formulas over files, and what classes there are.
 #include <fmt/format.h>
 #include <kv/describe.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <optional>
 #include <span>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +17,7 @@
 #include "describeCommand.h"
 #include "failures.h"
 #include "formula/nearNames.h"
+#include "formula/utf8.h"
 #include "helpTexts.h"
 #include "interrupts.h"
 #include "openCommand.h"
@@ -133,7 +137,8 @@ void refuseUnknownCommand(const CLI::App& app, std::span<char*> words) {
   std::vector<std::string> names;
   for (const CLI::App* command : app.get_subcommands({})) names.push_back(command->get_name());
   if (std::ranges::find(names, first) != names.end()) return;
-  throw kv::shell::UsageError(fmt::format("there is no command \"{}\"\n{}", first,
+  throw kv::shell::UsageError(fmt::format("there is no command \"{}\"\n{}",
+                                          kv::shell::shortened(first),
                                           kv::shell::listNames("commands", first, names)));
 }
 
@@ -173,11 +178,23 @@ kv::shell::ExitCode run(int argc, char** argv) {
   try {
     app.parse(wordsToParse(words));
   } catch (const CLI::Success& help) {
-    app.exit(help);
+    std::ostringstream text;
+    app.exit(help, text);
+    kv::shell::writeOut(text.str());
   } catch (const CLI::ParseError& error) {
     raiseUsageError(app, error, words);
   }
   return kv::shell::kDone;
+}
+
+/// Ends the process without the exit hooks of libraries: one of them needs memory, and crashes in a
+/// process that has none left. What was printed has been flushed.
+[[noreturn]] void endProcess(kv::shell::ExitCode code) {
+#ifdef __SANITIZE_ADDRESS__
+  std::exit(code);  // a hook looks for leaks
+#else
+  _exit(code);
+#endif
 }
 
 }  // namespace
@@ -185,8 +202,8 @@ kv::shell::ExitCode run(int argc, char** argv) {
 int main(int argc, char** argv) {
   kv::shell::installSignalHandlers();
   try {
-    return run(argc, argv);
+    endProcess(run(argc, argv));
   } catch (...) {
-    return kv::shell::reportFailure();
+    endProcess(kv::shell::reportFailure());
   }
 }

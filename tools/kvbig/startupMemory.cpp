@@ -1,0 +1,38 @@
+// Libraries that the command links allocate while they are loaded, before main, and end the process
+// with a signal where they can't. So address space is tried before them: .preinit_array of an
+// executable runs ahead of the constructors of all libraries.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <string_view>
+
+#include "failures.h"
+
+namespace kv::shell {
+
+namespace {
+
+// Libraries took up to 11 MB, the stack of a thread among it, when this was measured.
+constexpr std::size_t kNeededBytes = std::size_t{32} << 20;
+
+constexpr std::string_view kMessage =
+    "kvbig: Out of memory: less than 32 MB of address space is left to start with.\n";
+
+/// Ends the process if it has no address space to start with. Calls the system alone: even the
+/// standard library isn't ready yet.
+void requireAddressSpace() {
+  void* const tried = mmap(nullptr, kNeededBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (tried == MAP_FAILED) {
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kMessage.data(), kMessage.size());
+    _exit(kFailed);
+  }
+  munmap(tried, kNeededBytes);
+}
+
+[[gnu::section(".preinit_array"),
+  gnu::used]] void (*const kBeforeLibraries)() = requireAddressSpace;
+
+}  // namespace
+
+}  // namespace kv::shell
