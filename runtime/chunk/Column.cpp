@@ -1,13 +1,19 @@
 #include "kv/runtime/Column.h"
 
+#include <arrow/array/array_base.h>
 #include <arrow/array/data.h>
+#include <arrow/array/util.h>
 #include <arrow/buffer.h>
+#include <arrow/result.h>
+#include <arrow/scalar.h>
 #include <arrow/type.h>
 #include <arrow/type_fwd.h>
 #include <arrow/util/bit_util.h>
 
 #include <array>
 #include <cassert>
+#include <limits>
+#include <new>
 #include <utility>
 
 namespace kv::runtime {
@@ -32,6 +38,8 @@ constexpr std::array kTypes{
 
 /// Unknown is the last.
 constexpr std::size_t kDataTypes = kTypes.size() - 1;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 const TypeRow& rowOf(ElementType type) { return kTypes[static_cast<std::size_t>(type)]; }
 
@@ -82,6 +90,11 @@ Column::Column(ElementType type, std::int64_t rows, std::shared_ptr<arrow::Buffe
 
 std::int64_t Column::rows() const { return data_->length; }
 
+bool Column::isMissing() const {
+  return type_ != ElementType::String && data_->length > 0 && data_->buffers[0] != nullptr &&
+         data_->GetNullCount() == data_->length;
+}
+
 bool Column::isMissingText(std::int64_t row) const {
   assert(type_ == ElementType::String);
   const auto bit = static_cast<std::uint64_t>(data_->offset + row);
@@ -124,6 +137,17 @@ Column emptyColumn(ElementType type) {
   if (type != ElementType::String) return Column(type, 0, noBytes);
   auto offsets = arrow::Buffer::Wrap(&kFirstOffset, 1);
   return Column(type, arrow::ArrayData::Make(arrow::utf8(), 0, {nullptr, offsets, noBytes}, 0));
+}
+
+Column missingColumn(ElementType type, std::int64_t rows) {
+  const auto rowsOf = [rows](const arrow::Scalar& scalar) {
+    return arrow::MakeArrayFromScalar(scalar, rows);
+  };
+  const auto made = type == ElementType::Double   ? rowsOf(arrow::DoubleScalar(kNaN))
+                    : type == ElementType::Single ? rowsOf(arrow::FloatScalar(float{kNaN}))
+                                                  : arrow::MakeArrayOfNull(arrowTypeOf(type), rows);
+  if (!made.ok()) throw std::bad_alloc();
+  return Column(type, (*made)->data());
 }
 
 }  // namespace kv::runtime

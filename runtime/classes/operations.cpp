@@ -12,6 +12,7 @@
 #include "classes/definitionHelpers.h"
 #include "classes/operationTable.h"
 #include "execution/failures.h"
+#include "values/columnValues.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -90,8 +91,10 @@ void directEvaluate(const Call& call) {
         describeElementwise(call.in(0), spec);
         raiseStepFailure(failure, spec, host::getProperty(call.in(0), "Stack").get());
       });
+  const bool isBuiltIn = isBuiltInHandle(function.get());
   for (std::size_t i = 0; i < outputs.size(); ++i) {
-    call.out(static_cast<int>(i), std::move(outputs[i]));
+    call.out(static_cast<int>(i),
+             isBuiltIn ? std::move(outputs[i]) : asReturned(std::move(outputs[i])));
   }
 }
 

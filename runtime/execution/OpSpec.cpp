@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "kv/runtime/functionNames.h"
+#include "values/hostNames.h"
 
 namespace kv::runtime {
 namespace {
@@ -57,6 +58,11 @@ OpFunction builtInFunction(const kxArray* handle) {
     function.aggregate = findAggregateFunction(rest);
   }
   return function;
+}
+
+bool isBuiltInHandle(const kxArray* functionHandle) {
+  return kxIsA(functionHandle, kFunctionHandle) &&
+         builtInFunction(host::getProperty(functionHandle, "Handle").get()).isBuiltIn();
 }
 
 std::string functionLabel(const kxArray* handle) {

@@ -74,6 +74,9 @@ std::string originOf(const kxArray* stack);
 /// handle.
 OpFunction builtInFunction(const kxArray* handle);
 
+/// True if a FunctionHandle holds a built-in function.
+bool isBuiltInHandle(const kxArray* functionHandle);
+
 /// How plans call the function behind a handle.
 std::string functionLabel(const kxArray* handle);
 

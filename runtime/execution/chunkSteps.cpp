@@ -35,6 +35,9 @@ bool isConditionTrue(const Column& condition) {
     host::raise("KALVEX:array:Condition", {fmt::format("{} rows of type {}", condition.rows(),
                                                        elementTypeName(condition.type()))});
   }
+  if (condition.isMissing()) {
+    host::raise("KALVEX:array:Condition", {"a missing one"});
+  }
   return condition.values<std::uint8_t>().front() != 0;
 }
 

@@ -59,6 +59,10 @@ std::vector<Value> callHandle(const kxArray* factory, kcos::NameRef slot, std::s
   const StreamScope stream(streamForPartition(factory, kFirstPartition));
   std::vector<Value> outputs = host::callMany("feval", static_cast<int>(numOutputs), arguments);
   outputs.resize(numOutputs);
+  if (!isBuiltInHandle(handle.get())) {
+    std::ranges::transform(outputs, outputs.begin(),
+                           [](Value& output) { return asReturned(std::move(output)); });
+  }
   return outputs;
 }
 

@@ -34,7 +34,7 @@ std::vector<Column> callOnce(const OpSpec& spec, const kxArray* handle,
       host::raise("KALVEX:array:MissingOutput",
                   {spec.label, std::to_string(i + 1), std::to_string(spec.numOutputs)});
     }
-    columns.push_back(toColumn(outputs[i].get()));
+    columns.push_back(toColumn(asReturned(matrix::sharedCopy(outputs[i].get())).get()));
     if (columns.back().rows() > 0) {
       types.add(spec, i, columns.back().type(), rows);
     }

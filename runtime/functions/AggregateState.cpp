@@ -73,9 +73,23 @@ ElementType aggregateType(AggregateKind kind, ElementType input) {
     throw FunctionError("KALVEX:function:BadTypes", {nameOf(kind), type},
                         fmt::format("{} is not defined for {}.", nameOf(kind), type));
   }
-  if (kind == Min || kind == Max || kind == Any || kind == All) return input;
-  const bool isSingle = input == ElementType::Single && kind != Count;
-  return isSingle ? ElementType::Single : ElementType::Double;
+  switch (kind) {
+    case Min:
+    case Max:
+    case Any:
+    case All:
+      return input;
+    case Count:
+      return ElementType::Int64;
+    case Sum:
+      if (isFloating(input)) return input;
+      return isInteger(input) && !isSigned(input) ? ElementType::UInt64 : ElementType::Int64;
+    case Mean:
+    case Std:
+    case Var:
+      break;
+  }
+  return input == ElementType::Single ? ElementType::Single : ElementType::Double;
 }
 
 AggregateState::AggregateState(AggregateKind kind, MissingRule rule) {
@@ -102,12 +116,17 @@ void AggregateState::update(const Column& column, const RowOrdinals& ordinals) {
   if (column.type() != *partial_.type) {
     throwMixedTypes(partial_.kind, *partial_.type, column.type());
   }
-  accumulator_->update(column, ordinals);
+  if (column.isMissing()) {
+    hasMissingColumn_ = true;
+  } else {
+    accumulator_->update(column, ordinals);
+  }
 }
 
 AggregatePartial AggregateState::finish() {
   if (accumulator_) accumulator_->finish(partial_);
   accumulator_.reset();
+  partial_.hasMissing = partial_.hasMissing || hasMissingColumn_;
   return std::move(partial_);
 }
 

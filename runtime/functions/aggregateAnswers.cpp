@@ -1,15 +1,17 @@
 #include <arrow/array/data.h>
 #include <arrow/type.h>
+#include <fmt/format.h>
 
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <vector>
+#include <string>
 
 #include "functions/accumulators.h"
 #include "functions/allocate.h"
 #include "functions/elementTypes.h"
 #include "functions/partialWords.h"
+#include "kv/runtime/FunctionError.h"
 
 namespace kv::runtime {
 
@@ -45,7 +47,6 @@ void mergeExtreme(AggregatePartial& partial, const AggregatePartial& later) {
     partial.words = later.words;
     partial.text = later.text;
   }
-  partial.hasMissing = partial.hasMissing || later.hasMissing;
   partial.count += later.count;
 }
 
@@ -58,28 +59,19 @@ Column floatingAnswer(const AggregatePartial& total, double value) {
   return scalarColumn(ElementType::Double, canonical);
 }
 
-Column textAnswer(const AggregatePartial& total, bool isMissing) {
-  const auto length = static_cast<std::int32_t>(isMissing ? 0 : total.text.size());
+Column textAnswer(const AggregatePartial& total) {
+  const auto length = static_cast<std::int32_t>(total.text.size());
   auto offsets = allocateBuffer(2 * sizeof(std::int32_t));
   const std::int32_t values[] = {0, length};
   std::memcpy(offsets->mutable_data(), values, sizeof(values));
   auto bytes = allocateBuffer(length);
   if (length > 0) std::memcpy(bytes->mutable_data(), total.text.data(), total.text.size());
-  std::shared_ptr<arrow::Buffer> validity;
-  if (isMissing) {
-    validity = allocateBuffer(1);
-    *validity->mutable_data() = 0;
-  }
-  return Column(
-      ElementType::String,
-      arrow::ArrayData::Make(arrow::utf8(), 1, {validity, offsets, bytes}, isMissing ? 1 : 0));
+  return Column(ElementType::String,
+                arrow::ArrayData::Make(arrow::utf8(), 1, {nullptr, offsets, bytes}, 0));
 }
 
 Column extremeAnswer(const AggregatePartial& total) {
-  const bool isPoisoned = total.rule == MissingRule::Propagate && total.hasMissing;
-  const bool isMissing = total.count == 0 || isPoisoned;
-  if (isTextExtreme(total)) return textAnswer(total, isMissing);
-  if (isMissing || !total.type) return floatingAnswer(total, kMissing);
+  if (isTextExtreme(total)) return textAnswer(total);
   if (isFloating(*total.type)) return floatingAnswer(total, loadExtreme<double>(total));
   return visitNumeric(*total.type,
                       [&]<class T>() { return scalarColumn(*total.type, loadExtreme<T>(total)); });
@@ -89,6 +81,36 @@ double sumOf(const AggregatePartial& total) {
   if (!total.type) return 0;
   if (isFloating(*total.type)) return loadSum(total).value();
   return static_cast<double>(loadInteger(total));
+}
+
+/// A sum of integers in its type, never wrapped.
+template <class T>
+Column exactSum(const AggregatePartial& total, ElementType type) {
+  const WideInteger sum = loadInteger(total);
+  using Limits = std::numeric_limits<T>;
+  if (sum >= WideInteger{Limits::min()} && sum <= WideInteger{Limits::max()}) {
+    return scalarColumn(type, static_cast<T>(sum));
+  }
+  const std::string exact = fmt::format("{}", sum);
+  const std::string name(elementTypeName(type));
+  throw FunctionError("KALVEX:function:Overflow", {"sum", exact, name},
+                      fmt::format("sum: {} doesn't fit the type {}. Multiply the values by 1.0 to "
+                                  "add them up as doubles.",
+                                  exact, name));
+}
+
+Column sumAnswer(const AggregatePartial& total) {
+  if (!total.type || isFloating(*total.type)) return floatingAnswer(total, sumOf(total));
+  const ElementType type = aggregateType(AggregateKind::Sum, *total.type);
+  return type == ElementType::UInt64 ? exactSum<std::uint64_t>(total, type)
+                                     : exactSum<std::int64_t>(total, type);
+}
+
+/// True if the answer is missing because values are, or because an extreme has no values.
+bool isMissing(const AggregatePartial& total) {
+  if (total.kind == AggregateKind::Count) return false;
+  const bool isPoisoned = total.rule == MissingRule::Propagate && total.hasMissing;
+  return isPoisoned || (isExtreme(total.kind) && total.count == 0);
 }
 
 double varianceOf(const AggregatePartial& total) {
@@ -103,6 +125,7 @@ Column truthAnswer(bool value) {
 }  // namespace
 
 void mergePartial(AggregatePartial& partial, const AggregatePartial& later) {
+  partial.hasMissing = partial.hasMissing || later.hasMissing;
   if (isExtreme(partial.kind)) {
     mergeExtreme(partial, later);
   } else if (partial.kind == AggregateKind::Count) {
@@ -122,12 +145,15 @@ void mergePartial(AggregatePartial& partial, const AggregatePartial& later) {
 }
 
 Column answerOf(const AggregatePartial& total) {
-  const auto count = static_cast<double>(total.count);
+  if (isMissing(total)) {
+    const ElementType type = total.type.value_or(ElementType::Double);
+    return missingColumn(aggregateType(total.kind, type), 1);
+  }
   switch (total.kind) {
     case AggregateKind::Sum:
-      return floatingAnswer(total, sumOf(total));
+      return sumAnswer(total);
     case AggregateKind::Mean:
-      return floatingAnswer(total, sumOf(total) / count);
+      return floatingAnswer(total, sumOf(total) / static_cast<double>(total.count));
     case AggregateKind::Min:
     case AggregateKind::Max:
       return extremeAnswer(total);
@@ -142,7 +168,7 @@ Column answerOf(const AggregatePartial& total) {
     case AggregateKind::Count:
       break;
   }
-  return scalarColumn(ElementType::Double, count);
+  return scalarColumn(ElementType::Int64, total.count);
 }
 
 }  // namespace kv::runtime

@@ -52,6 +52,7 @@ Rows keptRows(std::span<const std::uint8_t> keep, std::size_t count) {
 }
 
 Column selectNumbers(const Column& column, const Rows& kept) {
+  if (column.isMissing()) return column.slice(0, static_cast<std::int64_t>(kept.size()));
   auto buffer = allocateBuffer(static_cast<std::int64_t>(kept.size() * elementSize(column.type())));
   visitNumeric(column.type(), [&]<class T>() {
     const T* source = column.values<T>().data();
@@ -109,7 +110,8 @@ Column selectTexts(const Column& column, const Rows& kept) {
 Chunk selectRows(const Chunk& chunk, const Column& keep) {
   checkKeep(chunk, keep);
   const auto flags = keep.values<std::uint8_t>();
-  const auto count = std::accumulate(flags.begin(), flags.end(), std::size_t{0});
+  const auto count =
+      keep.isMissing() ? 0 : std::accumulate(flags.begin(), flags.end(), std::size_t{0});
   if (count == flags.size()) return chunk;
   const Rows kept = keptRows(flags, count);
   Chunk result;

@@ -11,7 +11,10 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cassert>
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <ranges>
 #include <span>
@@ -19,6 +22,7 @@
 
 #include "fl/i18n.h"
 #include "functions/allocate.h"
+#include "functions/elementTypes.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 
@@ -61,6 +65,38 @@ kxClassID classOf(ElementType type) {
     }
   }
   return kxSTRING_CLASS;
+}
+
+/// The bits of a quiet NaN that means a missing element of the type in its last byte.
+constexpr std::uint64_t kMissingBits = 0x7FF8'4B56'0000'0000;
+
+double missingMark(ElementType type) {
+  return std::bit_cast<double>(kMissingBits | static_cast<std::uint64_t>(type));
+}
+
+/// The type of which all elements of a value are marked as missing.
+std::optional<ElementType> missingType(const kxArray* value) {
+  const bool hasDoubles = kxGetClassID(value) == kxDOUBLE_CLASS && !kxIsEmpty(value);
+  if (!hasDoubles) {
+    return std::nullopt;
+  }
+  const std::span numbers(static_cast<const double*>(kxGetData(value)),
+                          kxGetNumberOfElements(value));
+  const auto bits = std::bit_cast<std::uint64_t>(numbers.front());
+  const auto type = static_cast<ElementType>(bits & 0xFF);
+  const bool isMark = (bits & ~std::uint64_t{0xFF}) == kMissingBits &&
+                      (type == ElementType::Logical || isInteger(type));
+  const auto isSame = [bits](double number) {
+    return std::bit_cast<std::uint64_t>(number) == bits;
+  };
+  return isMark && std::ranges::all_of(numbers, isSame) ? std::optional(type) : std::nullopt;
+}
+
+host::Value missingValue(std::size_t rows, double mark) {
+  const std::array<std::size_t, 2> dimensions{rows, 1};
+  host::Value value = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxDOUBLE_CLASS));
+  std::fill_n(static_cast<double*>(kxGetMutableData(value.get())), rows, mark);
+  return value;
 }
 
 /// A buffer over the memory of a host array, which it keeps.
@@ -107,6 +143,9 @@ bool isBroadcastArray(const kxArray* value) {
 
 host::Value toValue(const Column& column) {
   const auto rows = static_cast<std::size_t>(column.rows());
+  if (column.isMissing()) {
+    return missingValue(rows, missingMark(column.type()));
+  }
   if (column.type() != ElementType::String) {
     const std::array<std::size_t, 2> dimensions{rows, 1};
     return matrix::from_kalvex(kxCreateBorrowedArray(dimensions, classOf(column.type()),
@@ -120,6 +159,13 @@ host::Value toValue(const Column& column) {
     }
   }
   return value;
+}
+
+host::Value asReturned(host::Value value) {
+  if (value == nullptr || !missingType(value.get())) {
+    return value;
+  }
+  return missingValue(kxGetNumberOfElements(value.get()), std::numeric_limits<double>::quiet_NaN());
 }
 
 bool isColumn(const kxArray* value) noexcept {
@@ -148,6 +194,9 @@ Column toColumn(const kxArray* value) {
   if (Torvane::String::isString(value)) {
     return textColumn(rows,
                       [&](std::size_t row) { return Torvane::String::getString(value, row); });
+  }
+  if (const std::optional<ElementType> missing = missingType(value)) {
+    return missingColumn(*missing, static_cast<std::int64_t>(rows));
   }
   const auto bytes = static_cast<std::int64_t>(rows * kxGetElementSize(kxGetClassID(value)));
   return {*numericType(kxGetClassID(value)), static_cast<std::int64_t>(rows),

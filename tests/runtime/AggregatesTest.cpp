@@ -51,13 +51,15 @@ TEST(Aggregates, AnswersForSmallColumns) {
       {"mean", doubles({1, 2, kNaN, 3}), 2, kNaN, Double},
       {"min", doubles({1, 2, kNaN, -3}), -3, kNaN, Double},
       {"max", doubles({1, 2, kNaN, -3}), 2, kNaN, Double},
-      {"count", doubles({1, 2, kNaN, -3}), 3, 3, Double},
+      {"count", doubles({1, 2, kNaN, -3}), 3, 3, Int64},
       {"std", doubles({1, 2, 3, 4, 5, kNaN}), root, kNaN, Double},
       {"var", doubles({1, 2, 3, 4, 5, kNaN}), 2.5, kNaN, Double},
       {"sum", doubles({}), 0, 0, Double},
       {"mean", doubles({kNaN}), kNaN, kNaN, Double},
       {"min", doubles({}), kNaN, kNaN, Double},
-      {"max", numbers(Int8, {}), kNaN, kNaN, Double},
+      {"max", numbers(Int8, {}), kNaN, kNaN, Int8},
+      {"min", logicals({}), kNaN, kNaN, Logical},
+      {"sum", numbers(Int8, {}), 0, 0, Int64},
       {"std", doubles({7}), kNaN, kNaN, Double},
       {"var", doubles({7, 7, 7}), 0, 0, Double},
       {"sum", doubles({kInf, 1}), kInf, kInf, Double},
@@ -69,13 +71,23 @@ TEST(Aggregates, AnswersForSmallColumns) {
       {"min", numbers(Int16, {5, -7, 9}), -7, -7, Int16},
       {"mean", numbers(Int16, {5, -7, 8}), 2, 2, Double},
       {"var", numbers(UInt8, {1, 2, 3}), 1, 1, Double},
-      {"sum", logicals({1, 0, 1}), 2, 2, Double},
+      {"sum", logicals({1, 0, 1}), 2, 2, Int64},
+      {"sum", numbers(Int8, {100, 100, -1}), 199, 199, Int64},
+      {"sum", numbers(UInt32, {4e9, 4e9}), 8e9, 8e9, UInt64},
       {"mean", logicals({1, 0, 1, 0}), 0.5, 0.5, Double},
       {"any", logicals({0, 0, 1}), 1, 1, Logical},
       {"all", logicals({1, 0, 1}), 0, 0, Logical},
       {"any", logicals({}), 0, 0, Logical},
       {"all", logicals({}), 1, 1, Logical},
-      {"count", texts({"a", std::nullopt}), 1, 1, Double},
+      {"count", texts({"a", std::nullopt}), 1, 1, Int64},
+      // What was computed from a missing integer or logical.
+      {"sum", missingColumn(Int8, 3), 0, kNaN, Int64},
+      {"mean", missingColumn(UInt64, 3), kNaN, kNaN, Double},
+      {"max", missingColumn(Int8, 3), kNaN, kNaN, Int8},
+      {"count", missingColumn(Int8, 3), 0, 0, Int64},
+      {"std", missingColumn(Int8, 3), kNaN, kNaN, Double},
+      {"any", missingColumn(Logical, 3), 0, kNaN, Logical},
+      {"all", missingColumn(Logical, 3), 1, kNaN, Logical},
   };
   for (const auto& row : kCases) {
     for (const MissingRule rule : {Skip, Propagate}) {
@@ -93,12 +105,27 @@ TEST(Aggregates, IntegersAreExact) {
   const std::int64_t large = std::numeric_limits<std::int64_t>::max();
   const Column column = columnOf<std::int64_t>(Int64, {large, large, 9007199254740993, -large});
   EXPECT_EQ(answer("max", Skip, {column}).values<std::int64_t>()[0], large);
-  const double sum = numbersOf(answer("sum", Skip, {column, column, column}))[0];
-  EXPECT_EQ(sum, 3 * 9007199254740993.0L + 3 * static_cast<long double>(large));
+  const Column less = columnOf<std::int64_t>(Int64, {-large, 2});
+  EXPECT_EQ(answer("sum", Skip, {column, less}).values<std::int64_t>()[0], 9007199254740995);
   const std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
   const Column whole = columnOf<std::uint64_t>(UInt64, {largest, largest - 1});
   EXPECT_EQ(answer("min", Skip, {whole}).values<std::uint64_t>()[0], largest - 1);
   EXPECT_EQ(numbersOf(answer("mean", Skip, {whole}))[0], 18446744073709551616.0);
+  const Column least = columnOf<std::int64_t>(Int64, {-large, -1, -1});
+  const Column one = columnOf<std::uint64_t>(UInt64, {0, 1});
+  const struct {
+    std::vector<Column> partitions;
+    std::string error;
+  } kSums[] = {
+      {{least.slice(0, 2)}, "none"},
+      {{whole.slice(0, 1), one.slice(0, 1)}, "none"},
+      {{column}, "KALVEX:function:Overflow"},
+      {{least}, "KALVEX:function:Overflow"},
+      {{whole.slice(0, 1), one}, "KALVEX:function:Overflow"},
+  };
+  for (const auto& row : kSums) {
+    EXPECT_EQ(idOfError([&] { answer("sum", Skip, row.partitions); }), row.error);
+  }
 }
 
 TEST(Aggregates, TextsHaveExtremes) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -61,8 +62,13 @@ class RuntimeSession : public ::testing::Test {
 
   static std::vector<double> gather(const Value& array) {
     const Value value = host::call("gather", {array.get()});
-    const auto* data = static_cast<const double*>(kxGetData(value.get()));
-    return {data, data + kxGetNumberOfElements(value.get())};
+    const auto numbers = [&]<class T>(const T* data) {
+      return std::vector<double>(data, data + kxGetNumberOfElements(value.get()));
+    };
+    if (kxGetClassID(value.get()) == kxINT64_CLASS) {
+      return numbers(static_cast<const std::int64_t*>(kxGetData(value.get())));
+    }
+    return numbers(static_cast<const double*>(kxGetData(value.get())));
   }
 
   static double fact(std::string_view name) {

@@ -54,7 +54,9 @@ inline Column numbers(ElementType type, const std::vector<double>& values) {
   });
 }
 
+/// The elements as doubles; NaN where they are missing.
 inline std::vector<double> numbersOf(const Column& column) {
+  if (column.isMissing()) return std::vector(static_cast<std::size_t>(column.rows()), kNaN);
   return visitNumeric(column.type(), [&]<class T>() {
     std::vector<double> values;
     for (const T value : column.values<T>()) values.push_back(static_cast<double>(value));

@@ -24,7 +24,7 @@ namespace kv::runtime {
 //    numbers alone. What is empty changes nothing.
 // 3. Sums of floating values carry their rounding error along (Knuth, The Art of Computer
 //    Programming 2, 4.2.2, Theorem B), so that the error of a sum is about one unit in the last
-//    place of the sum of absolute values. Sums of integers are exact until they are rounded once.
+//    place of the sum of absolute values. Sums of integers are exact, in 128 bits.
 // 4. Variances are those of Chan, Golub, LeVeque, "Updating formulae and a pairwise algorithm for
 //    computing sample variances" (1979); in a block, values are shifted by the first of them.
 // 5. The sign of a zero and the payload of a NaN aren't part of an answer: +0 and the quiet NaN.
@@ -55,8 +55,9 @@ const AggregateFunction* findAggregateFunction(std::string_view name);
 
 /// The type of the answer for a column of type `input`.
 ///
-/// Single for `sum`, `mean`, `std` and `var` of single, otherwise double; that of the input for
-/// `min` and `max`; double for `count`; logical for `any` and `all`.
+/// For `sum`, as in NumPy: int64 of logical and signed integers, uint64 of unsigned ones, else that
+/// of the input. For `mean`, `std` and `var`: single of single, otherwise double. For `min` and
+/// `max`: that of the input. For `count`: int64. For `any` and `all`: logical.
 /// Errors: "KALVEX:function:BadTypes" if the aggregate isn't defined for the type (FunctionError):
 ///         texts have `count`, `min` and `max`; `any` and `all` are for logical.
 ElementType aggregateType(AggregateKind kind, ElementType input);
@@ -108,15 +109,16 @@ class AggregateState {
  private:
   AggregatePartial partial_;
   std::unique_ptr<Accumulator> accumulator_;
+  bool hasMissingColumn_ = false;
 };
 
 /// The answer from the contributions of partitions 0, 1, 2 ...
 ///
-/// Result: a column of one row. Of no values, `sum` and `count` are 0, `any` is false, `all` is
-/// true,
-///         and the others are missing: NaN of type Double (Single for single), or a missing text;
-///         so are `std` and `var` (both with n - 1) of one value.
-/// Errors: "KALVEX:function:BadTypes" if partitions are of different types;
+/// Result: a column of one row, of the type that `aggregateType` gives. Of no values, `sum` and
+///         `count` are 0, `any` is false, `all` is true, and the others are missing; so are `std`
+///         and `var` (both with n - 1) of one value.
+/// Errors: "KALVEX:function:Overflow" with function, sum and type if a sum of integers doesn't fit
+///         its type; "KALVEX:function:BadTypes" if partitions are of different types;
 ///         "KALVEX:function:BadPartial" if one is of another kind or rule (FunctionError).
 Column combinePartials(AggregateKind kind, std::span<const AggregatePartial> partials);
 

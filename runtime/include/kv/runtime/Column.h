@@ -45,11 +45,13 @@ const std::shared_ptr<arrow::DataType>& arrowTypeOf(ElementType type);
 
 /// A column: an immutable run of elements of one type, in Arrow's layout.
 ///
-/// 1. A numeric column is the Arrow primitive array of the same type, without nulls: a missing
-///    value of Double or Single is NaN; an integer column has no missing values.
-/// 2. A Logical column holds one byte an element, 0 or 1 (Arrow's bool8 layout), without nulls.
+/// 1. A numeric column is the Arrow primitive array of the same type: a missing value of Double or
+///    Single is NaN.
+/// 2. A Logical column holds one byte an element, 0 or 1 (Arrow's bool8 layout).
 /// 3. A String column is an Arrow utf8 array; a missing value is a null in its validity bitmap.
 /// 4. An Unknown column has no rows, and the layout of a Double one. It goes with every type.
+/// 5. An integer or logical column has nulls in all rows or in none: in all if it was computed from
+///    a missing scalar, such as the smallest of no rows.
 ///
 /// A Column is a handle: copies share the buffers. Buffers may belong to a reader, a host value or
 /// a memory pool; the handle keeps them alive.
@@ -73,6 +75,9 @@ class Column {
   std::span<const T> values() const {
     return {static_cast<const T*>(rawValues(sizeof(T))), static_cast<std::size_t>(rows())};
   }
+
+  /// True if this is an integer or logical column of at least one row, all of them missing.
+  bool isMissing() const;
 
   /// True if element `row` of a String column is missing.
   bool isMissingText(std::int64_t row) const;
@@ -99,5 +104,10 @@ class Column {
 
 /// A column of no rows.
 Column emptyColumn(ElementType type);
+
+/// A column of `rows` missing values: NaN of floating types, nulls of others.
+///
+/// Errors: std::bad_alloc when memory is short.
+Column missingColumn(ElementType type, std::int64_t rows);
 
 }  // namespace kv::runtime
