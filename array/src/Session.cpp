@@ -60,11 +60,7 @@ Table Session::read(const std::string& path, const ReadOptions& options, Where w
 
 Array Session::constant(const Operand& value) {
   if (const auto* array = std::get_if<Array>(&value.value())) return *array;
-  return publicCall(*impl_, value.where(), [&] {
-    CallInputs inputs;
-    inputs.add(value);
-    return makeArray(impl_, host::call("createFromConstantBuiltin", inputs.list()), typeOf(value));
-  });
+  return publicCall(*impl_, value.where(), [&] { return makeConstant(impl_, operandOf(value)); });
 }
 
 void interrupt() noexcept { runtime::requestInterrupt(); }

@@ -37,7 +37,7 @@ Array Table::column(std::string_view name, Where where) const {
     inputs.give(host::makeLogical(true));  // the content of one variable, not a table of it
     inputs.lend(handle_->value);
     return makeArray(session, host::call("subsrefTabularVar", inputs.list()),
-                     {all.types[found->second]});
+                     all.types[found->second]);
   });
 }
 

@@ -2,10 +2,10 @@
 
 #include <fmt/format.h>
 
-#include <cmath>
 #include <utility>
 
 #include "kv/runtime/Column.h"
+#include "kv/runtime/constants.h"
 
 namespace kv {
 
@@ -13,59 +13,31 @@ namespace {
 
 using runtime::ElementType;
 
-constexpr long long kLargestExactWhole = 1LL << 53;
-
-[[noreturn]] void raiseNotExact(const std::string& number) {
-  throw Error("KALVEX:array:NotExact",
-              fmt::format("{} is beyond 2^53, where a double skips whole numbers.", number),
-              {number});
-}
-
-struct MakeHostValue {
-  host::Value operator()(double number) const { return host::makeDouble(number); }
-  host::Value operator()(bool logical) const { return host::makeLogical(logical); }
-  host::Value operator()(const std::string& text) const { return host::makeString(text); }
-  host::Value operator()(const Array& array) const {
-    return matrix::sharedCopy(array.handle().value.get());
+struct ToOperand {
+  runtime::Operand operator()(const Array& array) const {
+    const auto& handle = array.handle();
+    return handle.constant ? *handle.constant : runtime::Operand{emptyColumn(handle.type)};
   }
-};
-
-/// The type of a constant: it adapts to the columns that it meets, unless it is a text.
-struct TypeOfOperand {
-  runtime::OperandType operator()(const Array& array) const { return array.handle().type; }
-  runtime::OperandType operator()(bool) const { return {ElementType::Logical, true}; }
-  runtime::OperandType operator()(const std::string&) const { return {ElementType::String, false}; }
-  runtime::OperandType operator()(double number) const {
-    const bool isWhole =
-        std::trunc(number) == number && std::abs(number) <= static_cast<double>(kLargestExactWhole);
-    return {isWhole ? ElementType::Int64 : ElementType::Double, true};
+  runtime::Operand operator()(const auto& constant) const {
+    return runtime::writtenOperand(constant);
   }
 };
 
 }  // namespace
 
-runtime::OperandType typeOf(const Operand& operand) {
-  return std::visit(TypeOfOperand(), operand.value());
+runtime::Operand operandOf(const Operand& input) { return std::visit(ToOperand(), input.value()); }
+
+Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value, ElementType type) {
+  return Array(
+      std::make_shared<const Array::Handle>(session, std::move(value), type, std::nullopt));
 }
 
-double Operand::exactInteger(long long number) {
-  if (number > kLargestExactWhole || number < -kLargestExactWhole) {
-    raiseNotExact(fmt::format("{}", number));
-  }
-  return static_cast<double>(number);
+Array makeConstant(const std::weak_ptr<Session::Impl>& session, const runtime::Operand& constant) {
+  const host::Value value = runtime::recordedValue(constant);
+  return Array(std::make_shared<const Array::Handle>(
+      session, host::call("createFromConstantBuiltin", {value.get()}), constant.column.type(),
+      constant));
 }
-
-double Operand::exactUnsigned(unsigned long long number) {
-  if (number > kLargestExactWhole) raiseNotExact(fmt::format("{}", number));
-  return static_cast<double>(number);
-}
-
-Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value,
-                runtime::OperandType type) {
-  return Array(std::make_shared<const Array::Handle>(session, std::move(value), type));
-}
-
-void CallInputs::add(const Operand& operand) { give(std::visit(MakeHostValue(), operand.value())); }
 
 std::shared_ptr<Session::Impl> sessionOf(std::span<const Array> arrays) {
   if (arrays.empty()) {
@@ -83,7 +55,7 @@ void raiseTwoSessions() {
 }
 
 void requireLogical(const Array& keep) {
-  if (keep.handle().type.type == ElementType::Logical) return;
+  if (keep.handle().type == ElementType::Logical) return;
   throw Error(
       "KALVEX:array:NotLogical",
       fmt::format("A filter keeps the rows where a logical array is true; this array is {}.",
@@ -91,6 +63,6 @@ void requireLogical(const Array& keep) {
       {std::string(keep.type())});
 }
 
-std::string_view Array::type() const { return runtime::elementTypeName(handle_->type.type); }
+std::string_view Array::type() const { return runtime::elementTypeName(handle_->type); }
 
 }  // namespace kv

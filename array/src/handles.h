@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -19,7 +20,9 @@ struct Array::Handle {
   std::weak_ptr<Session::Impl> session;
   host::Value value;
   /// What the elements will be, so that wrong types are refused where the user writes them.
-  runtime::OperandType type;
+  runtime::ElementType type;
+  /// A weak scalar if the array is a constant that the user wrote.
+  std::optional<runtime::Operand> constant;
 };
 
 /// The columns of a table, shared by all that are made from it.
@@ -38,10 +41,13 @@ struct Table::Handle {
 };
 
 Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value,
-                runtime::OperandType type);
+                runtime::ElementType type);
 
-/// The type with which an operand takes part in promotions.
-runtime::OperandType typeOf(const Operand& operand);
+/// An array of the constant, a weak scalar.
+Array makeConstant(const std::weak_ptr<Session::Impl>& session, const runtime::Operand& constant);
+
+/// What an input is for the rules of types: a column without rows for an array, else a weak scalar.
+runtime::Operand operandOf(const Operand& input);
 
 /// Inputs of a call by name, and what of them was made for it.
 class CallInputs {
@@ -51,9 +57,6 @@ class CallInputs {
     list_.push_back(value.get());
     owned_.push_back(std::move(value));
   }
-  /// An array as it is, a constant as a value of the host.
-  void add(const Operand& operand);
-
   std::span<const kxArray* const> list() const { return list_; }
 
  private:

@@ -75,7 +75,7 @@ host::NativeBody bodyOf(BlockFunction function) {
 
 void refuseTexts(std::span<const Array> inputs) {
   for (const Array& input : inputs) {
-    if (input.handle().type.type != runtime::ElementType::String) continue;
+    if (input.handle().type != runtime::ElementType::String) continue;
     throw Error("KALVEX:array:NotANumber", "A function of blocks takes numbers, not texts.",
                 {"string"});
   }
@@ -94,8 +94,7 @@ Array map(std::string name, BlockFunction function, std::span<const Array> input
     CallInputs call;
     call.give(host::makeFunctionHandle(std::move(name), bodyOf(std::move(function))));
     for (const Array& input : inputs) call.lend(input.handle().value);
-    return makeArray(session, host::call("elementfun", call.list()),
-                     {runtime::ElementType::Double});
+    return makeArray(session, host::call("elementfun", call.list()), runtime::ElementType::Double);
   });
 }
 

@@ -1,9 +1,12 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "handles.h"
 #include "kv/runtime/Aggregates.h"
+#include "kv/runtime/constants.h"
 #include "kv/runtime/functionNames.h"
 
 namespace kv {
@@ -17,12 +20,14 @@ using runtime::ElementType;
               {std::string(name)});
 }
 
-runtime::OperandType resultType(const runtime::ElementFunction& function,
-                                std::span<const Operand> inputs) {
+ElementType resultType(const runtime::ElementFunction& function,
+                       std::span<const runtime::Operand> inputs) {
   std::vector<runtime::OperandType> types;
-  for (const Operand& input : inputs) types.push_back(typeOf(input));
-  return {runtime::resolve(function, types).result};
+  for (const runtime::Operand& input : inputs) types.push_back({input.column.type()});
+  return runtime::resolve(function, types).result;
 }
+
+bool isConstant(const runtime::Operand& input) { return input.isWeak; }
 
 std::vector<Array> arraysAmong(std::span<const Operand> operands) {
   std::vector<Array> arrays;
@@ -47,10 +52,22 @@ Array apply(std::string_view function, std::span<const Operand> inputs, Where wh
   if (row == nullptr) raiseUnknownFunction("element function", function);
   const auto session = translated([&] { return sessionOf(arraysAmong(inputs)); });
   return publicCall(*session, where, [&] {
-    const runtime::OperandType type = resultType(*row, inputs);
+    std::vector<runtime::Operand> operands;
+    for (const Operand& input : inputs) operands.push_back(operandOf(input));
+    if (inputs.size() == row->arity && std::ranges::all_of(operands, isConstant)) {
+      return makeConstant(session, runtime::foldConstants(*row, operands));
+    }
+    const std::vector<runtime::Operand> adapted = runtime::adaptConstants(*row, operands);
+    const ElementType type = resultType(*row, adapted);
     CallInputs call;
     call.give(host::makeFunctionHandle(runtime::elementFunctionName(function)));
-    for (const Operand& input : inputs) call.add(input);
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+      if (isConstant(operands[i])) {
+        call.give(runtime::recordedValue(adapted[i]));
+      } else {
+        call.lend(std::get<Array>(inputs[i].value()).handle().value);
+      }
+    }
     return makeArray(session, host::call("elementfun", call.list()), type);
   });
 }
@@ -62,11 +79,11 @@ Array aggregate(std::string_view name, const Array& input, Missing missing, Wher
       missing == Missing::Skip ? runtime::MissingRule::Skip : runtime::MissingRule::Propagate;
   const auto session = live(input.handle().session);
   return publicCall(*session, where, [&] {
-    const ElementType type = runtime::aggregateType(row->kind, input.handle().type.type);
+    const ElementType type = runtime::aggregateType(row->kind, input.handle().type);
     const auto handle = host::makeFunctionHandle(runtime::aggregateFunctionName(name, rule));
     auto result =
         host::call("aggregatefun", {handle.get(), handle.get(), input.handle().value.get()});
-    return makeArray(session, std::move(result), {type});
+    return makeArray(session, std::move(result), type);
   });
 }
 

@@ -7,6 +7,7 @@
 
 #include "handles.h"
 #include "kv/runtime/Column.h"
+#include "kv/runtime/constants.h"
 #include "kx/string.h"
 
 namespace kv {
@@ -18,7 +19,7 @@ using runtime::ElementType;
 // What a file of arrays holds: a structure with an element of each field for each array.
 constexpr std::string_view kNames = "Names";
 constexpr std::string_view kTypes = "Types";
-constexpr std::string_view kAreWeak = "AreWeak";  ///< constants that adapt to what they meet
+constexpr std::string_view kAreWeak = "AreWeak";  ///< constants that were written
 constexpr std::string_view kArrays = "Arrays";
 
 constexpr kcos::NameRef kArrayClass = "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray";
@@ -37,7 +38,7 @@ host::Value logicalColumn(std::span<const NamedArray> arrays) {
   const std::size_t dimensions[] = {arrays.size(), 1};
   host::Value column = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxLOGICAL_CLASS));
   auto* flags = static_cast<bool*>(kxGetMutableData(column.get()));
-  for (const NamedArray& named : arrays) *flags++ = named.array.handle().type.isWeak;
+  for (const NamedArray& named : arrays) *flags++ = named.array.handle().constant.has_value();
   return column;
 }
 
@@ -68,6 +69,15 @@ host::Value recordOf(std::span<const NamedArray> arrays) {
       {path});
 }
 
+/// The constant in an array that `makeConstant` made.
+Array constantIn(const std::shared_ptr<Session::Impl>& session, const kxArray* array,
+                 const std::string& path) {
+  const host::Value future = host::getProperty(array, "ValueFuture");
+  const host::Value value = host::getProperty(future.get(), "Value");
+  if (value == nullptr) raiseNotArrays(path);
+  return makeConstant(session, runtime::writtenOperand(value.get()));
+}
+
 /// Reads what `recordOf` made. A file may hold anything.
 class Record {
  public:
@@ -87,8 +97,9 @@ class Record {
       const std::optional<ElementType> type = runtime::elementTypeNamed(types[i]);
       const bool isArray = kcos::omIsKCOS(value) && kxIsScalar(value) && kxIsA(value, kArrayClass);
       if (!isArray || !type) raiseNotArrays(path_);
-      arrays.push_back(
-          {names[i], makeArray(session, matrix::sharedCopy(value), {*type, areWeak[i]})});
+      arrays.push_back({names[i], areWeak[i]
+                                      ? constantIn(session, value, path_)
+                                      : makeArray(session, matrix::sharedCopy(value), *type)});
     }
     requireDistinctNames(arrays);
     return arrays;

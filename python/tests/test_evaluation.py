@@ -1,5 +1,6 @@
 """Python code in evaluations: functions, operation classes, strategies, stacks, interrupts."""
 
+import math
 import signal
 import sys
 import threading
@@ -301,3 +302,25 @@ def test_a_failing_operation_of_ones_own_names_where_it_was_made(numbers):
     with pytest.raises(host.Error) as caught:
         numbers.gather(array)
     assert "make_operation" in [frame.name for frame in caught.value.stack]
+
+
+def test_types_and_missing_values_do_not_depend_on_gathering(session, tmp_path):
+    (tmp_path / "bytes.csv").write_text("n,l\n100,true\n50,false\n")
+    names, types = host.StringArray(["n", "l"]), host.StringArray(["int8", "logical"])
+    source = session.call("kalvex.io.CsvDatastore", str(tmp_path / "bytes.csv"), names, types)
+    table = session.call("createFromDatastoreBuiltin", source)
+    n, flags = (session.call("subsrefTabularVar", ":", name, True, table) for name in "nl")
+
+    def element(name, *inputs):
+        return session.call("elementfun", host.Function(f"kv.element.{name}"), *inputs)
+
+    count, least = (host.Function(f"kv.aggregate.{name}") for name in ("count", "min"))
+    both = session.call("aggregatefun", count, count, n)
+    none = session.call("filterslices", element("gt", n, 101.0), flags)
+    missing = session.call("aggregatefun", least, least, none)
+    for _ in range(2):
+        for factor, dtype in ((2.0, "float64"), (np.int8(2), "int8"), (both, "int64")):
+            assert session.call("gather", element("times", n, factor)).dtype == dtype
+        for nothing in (missing, element("not", missing), element("and", missing, True)):
+            assert math.isnan(session.call("gather", nothing))
+        session.call("gather", n, both, missing, nargout=3)

@@ -19,11 +19,6 @@ namespace {
 using host::Call;
 using host::Value;
 
-bool isNumberConstant(const kxArray* value) {
-  const kxClassID classId = kxGetClassID(value);
-  return kxIsScalar(value) && (classId == kxDOUBLE_CLASS || classId == kxLOGICAL_CLASS);
-}
-
 /// An element function on whole values: scalars spread over the rows of the others.
 void applyElementFunction(const ElementFunction& function, const Call& call) {
   const int arity = static_cast<int>(function.arity);
@@ -34,7 +29,7 @@ void applyElementFunction(const ElementFunction& function, const Call& call) {
     Column column = toColumn(call.in(i));
     const bool isScalar = column.rows() == 1;
     rows = isScalar ? rows : column.rows();
-    operands.push_back({std::move(column), isScalar, isNumberConstant(call.in(i))});
+    operands.push_back({std::move(column), isScalar});
   }
   withHostErrors([&] { call.out(0, toValue(evaluate(function, operands, rows))); });
 }

@@ -64,7 +64,6 @@ PlanInput readInput(const kxArray* entry, const std::vector<PlanTask>& before,
   } else if (parts == 3) {
     input.value = matrix::sharedCopy(kxGetCell(entry, 0));
     input.metadata = matrix::sharedCopy(kxGetCell(entry, 1));
-    input.isConstant = host::toLogical(kxGetCell(entry, 2));
   } else {
     refuseDependencies(entry);
   }

@@ -15,8 +15,7 @@ struct PlanInput {
   int task = -1;  ///< index in the plan; -1 for a value
   std::size_t output = 0;
   host::Value value;
-  host::Value metadata;     ///< of a value that was gathered in partitions; else null
-  bool isConstant = false;  ///< of a value that never came from an operation
+  host::Value metadata;  ///< of a value that was gathered in partitions; else null
 };
 
 /// An execution task, with what the plan has found out about it.

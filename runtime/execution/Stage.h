@@ -81,7 +81,6 @@ class Stage {
 /// A value that is there before a pass, as a stage uses it.
 struct StageInput {
   Column column;
-  bool isWeak = false;              ///< a constant that the user wrote
   std::optional<RowPlaces> places;  ///< of a value that was gathered from partitions of the source
 };
 

@@ -89,8 +89,7 @@ class BuilderGraphMaker {
 
   Value inputBuilder(const PlanInput& input) {
     const WholeValue whole = inputValue(input, values_);
-    const bool isWeak = input.isConstant && kxIsScalar(whole.value.get());
-    inputs_.push_back({toColumn(whole.value.get()), isWeak, whole.places});
+    inputs_.push_back({toColumn(whole.value.get()), whole.places});
     const Value ordinal = host::makeDouble(static_cast<double>(inputs_.size()));
     return host::call(kProcessorBuilder, {ordinal.get()});
   }

@@ -190,7 +190,7 @@ class UnitRun {
     for (std::size_t input = 0; input < count; ++input) {
       const Slot& slot = inputSlot(step, input);
       if (slot.isWhole()) {
-        operands.push_back({slot.whole->column, true, slot.whole->isWeak});
+        operands.push_back({slot.whole->column, true});
         continue;
       }
       operands.push_back({columnOf(step, input), false, false});

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <optional>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -27,44 +27,6 @@ void checkRows(const ElementFunction& function, const Operand& input, std::int64
       "KALVEX:function:RowCounts",
       {std::string(function.name), std::to_string(expected), std::to_string(rows)},
       fmt::format("{} expected an input of {} rows, got {}.", function.name, expected, rows));
-}
-
-/// Brings constants to the computing type. A comparison with a constant that no element of an
-/// integer type can be is still a good question: it is answered in double, which is exact there.
-ElementType adaptConstants(const ElementFunction& function, std::vector<Operand>& inputs,
-                           ElementType compute) {
-  for (const Operand& input : inputs) {
-    if (!operandType(input).isWeak || constantFits(input, compute)) continue;
-    if (function.rule == TypeRule::Comparison) {
-      compute = ElementType::Double;
-      continue;
-    }
-    const std::string type(elementTypeName(compute));
-    throw FunctionError("KALVEX:function:OutOfRange",
-                        {std::string(function.name), constantText(input), type},
-                        fmt::format("{}: the constant {} doesn't fit the type {}.", function.name,
-                                    constantText(input), type));
-  }
-  for (Operand& input : inputs) {
-    if (operandType(input).isWeak) input = constantAs(input, compute);
-  }
-  return compute;
-}
-
-void refuseNegativePowers(const ElementFunction& function, const Column& exponents) {
-  visitNumeric(exponents.type(), [&]<class T>() {
-    if constexpr (std::is_signed_v<T>) {
-      const auto isNegative = [](T value) { return value < 0; };
-      const auto values = exponents.values<T>();
-      const auto found = std::ranges::find_if(values, isNegative);
-      if (found == values.end()) return;
-      throw FunctionError(
-          "KALVEX:function:NegativePower", {std::string(function.name), fmt::format("{}", *found)},
-          fmt::format("{}: an integer to the power of the negative integer {} is no integer; "
-                      "convert one of them to double.",
-                      function.name, *found));
-    }
-  });
 }
 
 Spread spreadOf(std::span<const BlockInput> inputs) {
@@ -101,24 +63,67 @@ void evaluateNumbers(const ElementFunction& function, std::span<const Operand> o
   if (allScalar) spreadFirst(output, resultWidth, rows);
 }
 
+bool isMissing(const Operand& operand) { return operand.column.isMissing(); }
+
+/// NaN in the place of a missing integer or logical, for functions that look for missing values.
+std::vector<Operand> withNaNs(std::span<const Operand> inputs) {
+  std::vector<Operand> replaced(inputs.begin(), inputs.end());
+  for (Operand& input : replaced) {
+    if (isMissing(input)) {
+      input.column = missingColumn(ElementType::Double, input.column.rows());
+    }
+  }
+  return replaced;
+}
+
 Column evaluateChoice(const ElementFunction& function, std::span<const Operand> inputs,
                       ElementType type, std::int64_t rows) {
   if (type == ElementType::String) return chooseTexts(inputs[0], inputs[1], inputs[2], rows);
-  std::vector<Operand> sides(inputs.begin() + 1, inputs.end());
-  adaptConstants(function, sides, type);
-  return chooseNumbers(inputs[0], sides[0], sides[1], type, rows);
+  if (isFloating(type)) {
+    const std::vector<Operand> sides = withNaNs(inputs.subspan(1));
+    return chooseNumbers(inputs[0], sides[0], sides[1], type, rows);
+  }
+  const bool isOneMissing = isMissing(inputs[1]);
+  if (isOneMissing == isMissing(inputs[2])) {
+    return isOneMissing ? missingColumn(type, rows)
+                        : chooseNumbers(inputs[0], inputs[1], inputs[2], type, rows);
+  }
+  const std::uint8_t takesMissing = isOneMissing ? 1 : 0;
+  const auto conditions = inputs[0].column.values<std::uint8_t>();
+  if (std::ranges::find(conditions, takesMissing) == conditions.end()) {
+    const Operand& other = inputs[isOneMissing ? 2 : 1];
+    return chooseNumbers(inputs[0], other, other, type, rows);
+  }
+  if (inputs[0].isScalar) return missingColumn(type, rows);
+  const std::string name(elementTypeName(type));
+  throw FunctionError("KALVEX:function:MissingChoice", {std::string(function.name), name},
+                      fmt::format("{}: a column of type {} can't hold a missing value among "
+                                  "others. Multiply both sides by 1.0 to choose doubles.",
+                                  function.name, name));
+}
+
+/// What a missing input makes of a function; none if its blocks can work with all inputs.
+std::optional<Column> missingAnswer(const ElementFunction& function,
+                                    std::span<const Operand> inputs, ElementType result,
+                                    std::int64_t rows) {
+  if (std::ranges::none_of(inputs, isMissing)) return std::nullopt;
+  if (function.rule == TypeRule::Class) return evaluate(function, withNaNs(inputs), rows);
+  const bool choosesSides = function.rule == TypeRule::Choice && !isMissing(inputs[0]);
+  return choosesSides ? std::nullopt : std::optional(missingColumn(result, rows));
 }
 
 }  // namespace
 
-Column evaluate(const ElementFunction& function, std::span<const Operand> inputs,
+Column evaluate(const ElementFunction& function, std::span<const Operand> written,
                 std::int64_t rows) {
+  const std::vector<Operand> inputs = adaptConstants(function, written);
   std::vector<OperandType> types;
   for (const Operand& input : inputs) {
     checkRows(function, input, input.isScalar ? 1 : rows);
-    types.push_back(operandType(input));
+    types.push_back({input.column.type()});
   }
-  Signature signature = resolve(function, types);
+  const Signature signature = resolve(function, types);
+  if (auto answer = missingAnswer(function, inputs, signature.result, rows)) return *answer;
   if (function.rule == TypeRule::Choice) {
     return evaluateChoice(function, inputs, signature.result, rows);
   }
@@ -127,12 +132,10 @@ Column evaluate(const ElementFunction& function, std::span<const Operand> inputs
   if (signature.compute == ElementType::String) {
     function.text(inputs, rows, buffer->mutable_data());
   } else {
-    std::vector<Operand> adapted(inputs.begin(), inputs.end());
-    signature.compute = adaptConstants(function, adapted, signature.compute);
-    if (function.rule == TypeRule::Power && isInteger(signature.compute)) {
-      refuseNegativePowers(function, adapted[1].column);
+    if (function.rule == TypeRule::Power && isInteger(signature.compute) && rows > 0) {
+      refuseNegativePowers(function, inputs[1].column);
     }
-    evaluateNumbers(function, adapted, signature.compute, width, static_cast<std::size_t>(rows),
+    evaluateNumbers(function, inputs, signature.compute, width, static_cast<std::size_t>(rows),
                     buffer->mutable_data());
   }
   return Column(signature.result, rows, std::move(buffer));

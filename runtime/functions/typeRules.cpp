@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <string>
 
 #include "functions/elementTypes.h"
@@ -58,8 +57,8 @@ ElementType commonType(std::span<const OperandType> types) {
       isFirst = false;
     }
   }
-  if (allWeak) return weakKind == Kind::Logical ? ElementType::Logical : ElementType::Double;
-  if (weakKind <= kindOf(common)) return common;
+  if (allWeak && weakKind == Kind::Logical) return ElementType::Logical;
+  if (!allWeak && weakKind <= kindOf(common)) return common;
   return weakKind == Kind::Integer ? ElementType::Int64 : ElementType::Double;
 }
 
@@ -91,13 +90,6 @@ Signature applyRule(TypeRule rule, ElementType common) {
       return {quotient, ElementType::Logical};
   }
   return {common, common};
-}
-
-/// True for a double that stands for an integer: whole, exact, and not -0, which no integer can be.
-bool isWhole(double value) {
-  constexpr double kLargestWhole = 9007199254740992.0;  // 2^53
-  const bool isNegativeZero = value == 0 && std::signbit(value);
-  return std::trunc(value) == value && std::abs(value) <= kLargestWhole && !isNegativeZero;
 }
 
 bool isText(const OperandType& type) { return type.type == ElementType::String; }
@@ -134,16 +126,6 @@ ElementType promoteTypes(ElementType a, ElementType b) {
   if (isFloating(a)) return promoteToFloating(a, b);
   if (isFloating(b)) return promoteToFloating(b, a);
   return promoteIntegers(a, b);
-}
-
-OperandType operandType(const Operand& operand) {
-  const ElementType type = operand.column.type();
-  if (!operand.isWeak || !operand.isScalar) return {type, false};
-  if (type == ElementType::Double && isWhole(operand.column.values<double>()[0])) {
-    return {ElementType::Int64, true};
-  }
-  return {type, type == ElementType::Double || type == ElementType::Int64 ||
-                    type == ElementType::Logical};
 }
 
 Signature resolve(const ElementFunction& function, std::span<const OperandType> types) {

@@ -69,7 +69,9 @@ TEST_F(Operations, TypesAreKnownBeforeAnythingIsRead) {
   EXPECT_EQ((table.column("n") * 2).type(), "int8");
   EXPECT_EQ((table.column("n") * 2.5).type(), "double");
   EXPECT_EQ((table.column("word") == "a").type(), "logical");
-  EXPECT_EQ(count(table.column("word")).type(), "double");
+  EXPECT_EQ((table.column("n") * 2.0).type(), "double");
+  EXPECT_EQ(count(table.column("word")).type(), "int64");
+  EXPECT_EQ(sum(table.column("n")).type(), "int64");
   EXPECT_EQ(table.filter(table.column("x") > 0).column("n").type(), "int8");
 }
 
@@ -98,6 +100,53 @@ TEST_F(Operations, WhatCantBeDoneIsRefusedWhereItIsWritten) {
   EXPECT_EQ(errorOf([&] { x + stranger; }).identifier(), "KALVEX:array:TwoSessions");
   EXPECT_EQ(errorOf([&] { x + ((1LL << 53) + 1); }).identifier(), "KALVEX:array:NotExact");
   EXPECT_EQ(number(sum(x)), 6) << "the session goes on";
+}
+
+TEST_F(Operations, WrittenConstantsAdaptAndComputedValuesDont) {
+  const Array n = read("n\n100\n50\n1\n", {{{"n", "int8"}}}).column("n");
+  const Array three = count(n), written = session.constant(1) + 2;
+  for (const bool isGathered : {false, true}) {
+    EXPECT_EQ((n * written).type(), "int8") << isGathered;
+    EXPECT_THAT(numbers(n * written), ElementsAre(44, -106, 3)) << isGathered;
+    EXPECT_EQ((n * three).type(), "int64") << isGathered;
+    EXPECT_EQ(std::get<Value::Integers>((n * three).gather().data()),
+              (Value::Integers{300, 150, 3}));
+    EXPECT_THAT(numbers(n < 12345678901234567), ElementsAre(1, 1, 1));
+    session.gather(std::vector{n, three, written});
+  }
+  EXPECT_EQ(errorOf([&] { n + 300; }).identifier(), "KALVEX:function:OutOfRange");
+  EXPECT_EQ(errorOf([&] {
+              kv::apply("power", std::vector<Operand>{n, -1});
+            }).identifier(),
+            "KALVEX:function:NegativePower");
+}
+
+TEST_F(Operations, WhatIsComputedFromTheExtremesOfNoRowsIsMissing) {
+  const Table table = read("n,l\n7,true\n", {{{"n", "int8"}, {"l", "logical"}}});
+  const Table none = table.filter(table.column("n") > 100);
+  const Array n = table.column("n"), l = table.column("l");
+  const Array least = min(none.column("n")), lowest = min(none.column("l"));
+  for (const bool isGathered : {false, true}) {
+    for (const Array& missing : {least, lowest, !lowest, lowest & true, least + 1, least == 0,
+                                 n * least, l | lowest, lowest & (least > 3)}) {
+      EXPECT_TRUE(std::isnan(number(missing))) << isGathered;
+      EXPECT_EQ(number(count(missing)), 0) << isGathered;
+      EXPECT_EQ(number(kv::isnan(missing)), 1) << isGathered;
+    }
+    EXPECT_EQ(filter(n, l & !lowest).gather().rows(), 0U);
+    session.gather(std::vector{least, lowest});
+  }
+  const auto next = [](auto in) { return std::vector<double>{in[0][0] + 1}; };
+  EXPECT_EQ(number(!map(next, std::vector{lowest})), 0) << "a function's NaN is a number";
+}
+
+TEST_F(Operations, ASumOfIntegersNeverWraps) {
+  const Array n = read("n\n9223372036854775807\n1\n", {{{"n", "int64"}}}).column("n");
+  const Error error = errorOf([&] { sum(n).gather(); });
+  EXPECT_EQ(error.identifier(), "KALVEX:function:Overflow");
+  EXPECT_EQ(error.arguments(), (std::vector<std::string>{"sum", "9223372036854775808", "int64"}));
+  EXPECT_FALSE(error.stack().empty());
+  EXPECT_EQ(number(sum(n * 1.0)), 0x1p63);
 }
 
 TEST_F(Operations, ConstantsAloneAreComputedAtOnce) {

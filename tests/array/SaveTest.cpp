@@ -48,6 +48,9 @@ TEST_F(Save, GivesArraysBackByTheirNames) {
   EXPECT_EQ(number(opened.arrays[1].array), 2);
   EXPECT_EQ(opened.arrays[2].array.gather().text(1), "b");
   EXPECT_EQ(number(opened.arrays[0].array + opened.arrays[3].array), 12);
+  const Table bytes = other.read(folder.path("table.csv"), {{{"x", "int8"}}});
+  EXPECT_EQ((bytes.column("x") * opened.arrays[3].array).type(), "int8") << "a written constant";
+  EXPECT_EQ((bytes.column("x") * opened.arrays[1].array).type(), "int64") << "a computed value";
 }
 
 TEST_F(Save, KeepsWhatIsRecordedAndEvaluatesItOnlyIfTrusted) {

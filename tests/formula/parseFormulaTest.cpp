@@ -16,7 +16,13 @@ using testing::HasSubstr;
 std::string shown(const Constant& constant) {
   if (const auto* text = std::get_if<std::string>(&constant.value)) return '"' + *text + '"';
   if (const auto* logical = std::get_if<bool>(&constant.value)) return *logical ? "TRUE" : "FALSE";
-  return fmt::format("{}", std::get<double>(constant.value));
+  if (const auto* integer = std::get_if<std::int64_t>(&constant.value)) {
+    return fmt::format("{}", *integer);
+  }
+  if (const auto* whole = std::get_if<std::uint64_t>(&constant.value)) {
+    return fmt::format("{}u", *whole);
+  }
+  return fmt::format("{}d", std::get<double>(constant.value));
 }
 std::string shown(const Column& column) { return column.name; }
 std::string shown(const Call& call) { return fmt::format("{}/{}", call.function, call.inputs); }
@@ -61,11 +67,15 @@ TEST(ParseFormula, NestsCallsAndCountsTheirInputs) {
 }
 
 TEST(ParseFormula, ReadsConstants) {
-  EXPECT_EQ(steps("1e3"), "1000");
-  EXPECT_EQ(steps(".5"), "0.5");
+  EXPECT_EQ(steps("1e3 + 1000"), "1000d 1000 plus/2");
+  EXPECT_EQ(steps(".5"), "0.5d");
   EXPECT_EQ(steps("-60"), "-60");
   EXPECT_EQ(steps("- - 60"), "60");
-  EXPECT_EQ(steps("9007199254740992"), fmt::format("{}", 9007199254740992.0));
+  EXPECT_EQ(steps("12345678901234567 - 18446744073709551615"),
+            "12345678901234567 18446744073709551615u minus/2");
+  EXPECT_EQ(steps("-9223372036854775808"), "-9223372036854775808");
+  EXPECT_EQ(steps("- - 9223372036854775808"), "9223372036854775808u");
+  EXPECT_EQ(steps("100000000000000000000"), "1e+20d") << "exactly";
   EXPECT_EQ(steps("true | false"), "TRUE FALSE or/2");
   EXPECT_EQ(steps(R"('it\'s' == "a\\b\"\n")"), "\"it's\" \"a\\b\"\n\" eq/2");
 }
@@ -122,7 +132,8 @@ TEST(ParseFormula, RefusesWhatIsNoFormula) {
       {"max(*)", "Did you mean max(x), of a column x?"},
       {"60min", "neither a number nor a name"},
       {"1e999", "beyond what a double can hold"},
-      {"9007199254740993", "beyond 2^53"},
+      {"12345678901234567890123", "write 1.2345678901234568e+22."},
+      {"-9223372036854775809", "write 9.223372036854776e+18."},
       {"'open", "no closing '"},
       {"`open", "no closing backquote"},
       {R"("\q")", "unknown escape"},

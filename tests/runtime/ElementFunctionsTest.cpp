@@ -26,7 +26,12 @@ Column call(std::string_view function, const std::vector<Operand>& inputs) {
   return evaluate(*findElementFunction(function), inputs, rows);
 }
 
+/// What the user wrote: a C++ integer is a whole number, and a double isn't.
 Operand constant(double value) { return {doubles({value}), true, true}; }
+Operand constant(std::uint64_t value) { return {columnOf(UInt64, std::vector{value}), true, true}; }
+Operand constant(int value) {
+  return {columnOf(Int64, std::vector<std::int64_t>{value}), true, true};
+}
 
 std::string idOfError(std::string_view function, const std::vector<Operand>& inputs) {
   try {
@@ -184,10 +189,12 @@ TEST(ElementFunctions, ConstantsAdaptToTheTypeTheyMeet) {
   } kCases[] = {
       {"plus", {bytes, constant(100)}, Int8, {-56, 99}},
       {"times", {bytes, constant(0.5)}, Double, {50, -0.5}},
+      {"times", {bytes, constant(2.0)}, Double, {200, -2}},
+      {"rdivide", {bytes, constant(400)}, Double, {0.25, -1.0 / 400}},
       {"times", {{numbers(Single, {1, 2})}, constant(0.1)}, Single, {0.1F, 0.2F}},
       {"times", {bytes, constant(-0.0)}, Double, {-0.0, 0}},
       {"power", {constant(2), {numbers(UInt8, {3, 8})}}, UInt8, {8, 0}},
-      {"plus", {constant(1), constant(2)}, Double, {3}},
+      {"plus", {constant(1), constant(2)}, Int64, {3}},
       {"or", {bytes, constant(0)}, Logical, {1, 1}},
       // No element of the column can be such a number, and still the answer is clear.
       {"lt", {bytes, constant(300)}, Logical, {1, 1}},
@@ -199,9 +206,100 @@ TEST(ElementFunctions, ConstantsAdaptToTheTypeTheyMeet) {
     EXPECT_EQ(result.type(), row.type) << row.function;
     expectSame(numbersOf(result), row.expected, std::string(row.function));
   }
-  // 2^53 + 1 is no double: an int64 column is compared with a constant as integers.
-  const Column large = columnOf<std::int64_t>(Int64, {9007199254740993});
-  EXPECT_EQ(numbersOf(call("gt", {{large}, constant(9007199254740992.0)}))[0], 1);
+}
+
+TEST(ElementFunctions, IntegersAreComparedExactlyWithAnyConstant) {
+  constexpr std::int64_t kBeyondDouble = 9007199254740993;  // 2^53 + 1
+  const Operand large{columnOf<std::int64_t>(Int64, {kBeyondDouble, -kBeyondDouble})};
+  const Operand largest{columnOf<std::uint64_t>(UInt64, {18446744073709551615U, 0})};
+  const struct {
+    std::string_view function;
+    std::vector<Operand> inputs;
+    std::vector<double> expected;
+  } kCases[] = {
+      {"gt", {large, constant(9007199254740992.0)}, {1, 0}},
+      {"eq", {large, constant(std::uint64_t{kBeyondDouble})}, {1, 0}},
+      {"eq", {large, constant(std::uint64_t{kBeyondDouble - 1})}, {0, 0}},
+      {"lt", {large, constant(std::uint64_t{1} << 63)}, {1, 1}},
+      {"lt", {constant(0x1p63), large}, {0, 0}},
+      {"ge", {large, constant(-0x1p64)}, {1, 1}},
+      {"eq", {largest, constant(std::uint64_t{18446744073709551615U})}, {1, 0}},
+      {"eq", {largest, constant(0x1p64)}, {0, 0}},
+      {"ne", {largest, constant(-1)}, {1, 1}},
+      {"gt", {largest, constant(0.5)}, {1, 0}},
+      {"lt", {largest, constant(kNaN)}, {0, 0}},
+  };
+  for (const auto& row : kCases) {
+    expectSame(numbersOf(call(row.function, row.inputs)), row.expected, std::string(row.function));
+  }
+  const Operand beyond = constant(std::uint64_t{kBeyondDouble});
+  EXPECT_EQ(idOfError("lt", {{doubles({1})}, beyond}), "KALVEX:array:NotExact");
+  EXPECT_EQ(idOfError("rdivide", {large, beyond}), "KALVEX:array:NotExact");
+}
+
+TEST(ElementFunctions, ConstantsAloneAreOneConstant) {
+  const struct {
+    std::string_view function;
+    std::vector<Operand> inputs;
+    ElementType type;
+    double expected;
+  } kCases[] = {
+      {"times", {constant(60), constant(60)}, Int64, 3600},
+      {"times", {constant(60), constant(60.0)}, Double, 3600},
+      {"rdivide", {constant(6), constant(2)}, Double, 3},
+      {"power", {constant(2), constant(-1)}, Double, 0.5},
+      {"power", {constant(2), constant(70)}, Double, 0x1p70},
+      {"lt", {constant(1), constant(2.5)}, Logical, 1},
+      {"uminus", {constant(0.0)}, Double, -0.0},
+      {"sqrt", {{logicals({1}), true, true}}, Double, 1},
+  };
+  for (const auto& row : kCases) {
+    const Operand folded = foldConstants(*findElementFunction(row.function), row.inputs);
+    EXPECT_TRUE(folded.isWeak && folded.isScalar) << row.function;
+    EXPECT_EQ(folded.column.type(), row.type) << row.function;
+    expectSame(numbersOf(folded.column), {row.expected}, std::string(row.function));
+  }
+}
+
+TEST(ElementFunctions, WhatIsComputedFromAMissingIntegerIsMissing) {
+  for (const ElementFunction& function : elementFunctions()) {
+    if (function.rule == TypeRule::Choice) continue;
+    for (std::size_t missing = 0; missing < function.arity; ++missing) {
+      std::vector<Operand> inputs(function.arity, Operand{numbers(Int8, {0, 1, 1})});
+      const std::string name(function.name);
+      const ElementType expected = call(name, inputs).type();
+      inputs[missing] = {missingColumn(Int8, function.arity == 1 ? 3 : 1), function.arity > 1};
+      const Column result = call(name, inputs);
+      EXPECT_EQ(result.type(), expected) << name;
+      const double asked = name == "isfinite" ? 0 : 1;
+      const double value = function.rule == TypeRule::Class ? asked : kNaN;
+      expectSame(numbersOf(result), {value, value, value}, name);
+    }
+  }
+}
+
+TEST(ElementFunctions, AChoiceMayTakeAMissingSideForAllRows) {
+  const Operand bytes{numbers(Int8, {1, 2})}, missing{missingColumn(Int8, 1), true};
+  const Operand flags{logicals({1, 0})}, yes{logicals({1}), true}, no{logicals({0}), true};
+  const Operand unknown{missingColumn(Logical, 1), true}, half = constant(0.5);
+  const struct {
+    std::vector<Operand> inputs;
+    ElementType type;
+    std::vector<double> expected;
+  } kCases[] = {
+      {{unknown, bytes, bytes}, Int8, {kNaN, kNaN}},
+      {{yes, missing, bytes}, Int8, {kNaN, kNaN}},
+      {{no, missing, bytes}, Int8, {1, 2}},
+      {{flags, missing, missing}, Int8, {kNaN, kNaN}},
+      {{flags, missing, half}, Double, {kNaN, 0.5}},
+      {{flags, half, missing}, Double, {0.5, kNaN}},
+  };
+  for (const auto& row : kCases) {
+    const Column result = evaluate(*findElementFunction("where"), row.inputs, 2);
+    EXPECT_EQ(result.type(), row.type);
+    expectSame(numbersOf(result), row.expected, "where");
+  }
+  EXPECT_EQ(idOfError("where", {flags, missing, bytes}), "KALVEX:function:MissingChoice");
 }
 
 TEST(ElementFunctions, AChoiceTakesEachRowFromOneSide) {
@@ -215,7 +313,7 @@ TEST(ElementFunctions, AChoiceTakesEachRowFromOneSide) {
       {{flags, bytes, {numbers(UInt8, {200, 201, 202, 203})}}, Int16, {1, 201, 3, 203}},
       {{flags, {doubles({kNaN, 1, -0.0, kInf})}, constant(0)}, Double, {kNaN, 0, -0.0, 0}},
       {{flags, constant(-1), bytes}, Int8, {-1, 2, -1, 4}},
-      {{flags, constant(1), constant(0)}, Double, {1, 0, 1, 0}},
+      {{flags, constant(1), constant(0)}, Int64, {1, 0, 1, 0}},
       {{{logicals({0}), true, true}, bytes, flags}, Int8, {1, 0, 1, 0}},
   };
   for (const auto& row : kCases) {
@@ -262,6 +360,8 @@ TEST(ElementFunctions, BadInputsAreRefused) {
   EXPECT_EQ(idOfError("power", {bytes, constant(-1)}), "KALVEX:function:NegativePower");
   EXPECT_EQ(idOfError("power", {bytes, {numbers(Int16, {1, -3})}}),
             "KALVEX:function:NegativePower");
+  const std::vector<Operand> noRows{{numbers(Int8, {})}, {numbers(Int8, {-1}), true}};
+  EXPECT_EQ(evaluate(*findElementFunction("power"), noRows, 0).rows(), 0);
   EXPECT_EQ(idOfError("plus", {bytes, {doubles({1, 2, 3})}}), "KALVEX:function:RowCounts");
   EXPECT_EQ(idOfError("plus", {bytes, {doubles({1, 2}), true}}), "KALVEX:function:RowCounts");
   EXPECT_EQ(idOfError("plus", {{texts({"a", "b"})}, bytes}), "KALVEX:function:BadTypes");

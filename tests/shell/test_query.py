@@ -210,6 +210,9 @@ def test_a_plan_reads_no_data(run: Run) -> None:
         (["mean(word)"], ["mean", "string", "^", "word is a column of texts", "--type 'word=double'"]),
         (["sum(`two words` + word)"], ["plus", "--type 'word=double'"]),
         (["sum(x > '1')"], ["gt is not defined for double and string", "without quotes"]),
+        (["sum(x * 300)", "--type", "x=int8"], ["300 doesn't fit the type int8", "sum(x * 300)\n          ^\n"]),
+        (["sum(x ^ -1)", "--type", "x=int8", "--where", "x > 9"], ["negative integer -1", "x ^ -1.0"]),
+        (["sum(x == 12345678901234567)"], ["12345678901234567 is beyond 2^53", "1.2345678901234568e+16"]),
         (["sum(two words)"], ["expected an operator", "in backquotes: `two words`"]),
         (["yy"], ['no column "yy"', "y", "`two words`"]),
         (["mean(x)", "--where", "maen(y) > 1"], ['no function "maen"']),
@@ -264,9 +267,40 @@ def test_bad_input_is_told_and_ends_with_3(run: Run, name: str, content: bytes |
 
 
 def test_what_fails_in_evaluation_ends_with_4(run: Run) -> None:
-    message = run.refusal("small.csv", "sum(x * 300)", "--type", "x=int8", code=4)
-    assert "300" in message and "int8" in message
-    assert "\n    sum(x * 300)\n          ^\n" in message
+    (run.folder / "large.csv").write_text(f"n\n{2**63 - 1}\n1\n")
+    message = run.refusal("large.csv", "sum(n) + 1", "--type", "n=int64", code=4)
+    assert f"sum: {2**63} doesn't fit the type int64" in message
+    assert "\n    sum(n) + 1\n    ^^^\n" in message
+
+
+@pytest.mark.parametrize(
+    ("expression", "value"),
+    [
+        ("sum(n * count(n))", 300),  # a count is no constant
+        ("max(n * 2)", 100),  # and a constant keeps the column's type
+        ("max(n * (1 + 1))", 100),
+        ("max(n * 2.0)", 200),
+        ("sum(l)", 2),
+        ("count(n) / 4", 0.5),
+        ("sum(i == 12345678901234567)", 1),
+        ("sum(i < 18446744073709551615)", 2),
+        ("sum(u == 18446744073709551615)", 1),
+        ("sum(u > -1)", 2),
+        ("max(u)", 2**64 - 1),
+    ],
+)
+def test_integers_are_exact(run: Run, expression: str, value) -> None:
+    (run.folder / "types.csv").write_text(f"n,l,i,u\n100,true,{12345678901234567},{2**64 - 1}\n50,true,-1,0\n")
+    types = [word for pair in ("n=int8", "l=logical", "i=int64", "u=uint64") for word in ("--type", pair)]
+    answer = run.query("types.csv", f"r = {expression}", *types)["results"]["r"]
+    assert answer == value and isinstance(answer, type(value))
+
+
+def test_the_extremes_of_no_rows_are_null_with_all_that_is_computed_from_them(run: Run) -> None:
+    (run.folder / "types.csv").write_text("n,l\n100,true\n")
+    questions = ["min(l)", "!min(l)", "min(l) & true", "max(n) + 1", "max(n) == 0"]
+    answer = run.query("types.csv", *questions, "--where", "n > 101", "--type", "n=int8", "--type", "l=logical")
+    assert answer["results"] == dict.fromkeys(questions)
 
 
 @pytest.mark.parametrize("words", [["query", "small.csv", "mean(x)"], ["query", "--help"], ["version"]])

@@ -69,7 +69,7 @@ def test_without_trust_contents_are_shown(run: Run) -> None:
     save(run, "small.csv", "n = count(x)", "mean(y)")
     done = run("open", "kept.kv")
     assert (done.returncode, done.stderr) == (0, "")
-    assert done.stdout.startswith("kept.kv: 2 arrays\n\nn        double\nmean(y)  double\n\nPlan: 1 pass")
+    assert done.stdout.startswith("kept.kv: 2 arrays\n\nn        int64\nmean(y)  double\n\nPlan: 1 pass")
     assert "read small.csv" in done.stdout and "--trust" in done.stdout
     assert f"\nReads:\n  {run.folder / 'small.csv'}\n" in done.stdout
     plan = run("open", "kept.kv", "--explain").stdout

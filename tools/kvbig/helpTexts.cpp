@@ -30,6 +30,7 @@ constexpr std::string_view kFormulas = R"(Expressions:
   x  `odd name`       columns; odd names stand in backquotes
   60  1.5e3  "JFK"    numbers; texts in " or ', with \" \' \\ \n \r \t
   true  false         logicals
+  x * 2  x * 2.0      of integers: 2 takes the type of x, 2.0 makes it double
   name = mean(x)      names the result
   |   &   !   == != < <= > >=   + -   * / %   - in front   ^
                       operators, those that bind least first

@@ -62,7 +62,9 @@ class Recorder {
     try {
       return {recordCall(call.function, values), {}};
     } catch (const Error& error) {
-      if (!error.identifier().starts_with("KALVEX:function:")) throw;
+      const bool isOfFormula = error.identifier().starts_with("KALVEX:function:") ||
+                               error.identifier() == "KALVEX:array:NotExact";
+      if (!isOfFormula) throw;
       throw FormulaError(formula_.text, place, error.what(), adviceOnTypes(inputs));
     }
   }

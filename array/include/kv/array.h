@@ -51,11 +51,16 @@ using BlockFunction =
 /// Applies an element function by name ("plus", "abs", "eq", ...): see `elementFunctions`.
 /// Errors: Error "KALVEX:array:UnknownFunction" with the name; "KALVEX:function:BadArity" and
 /// "KALVEX:function:BadTypes" for inputs that it isn't defined for; "KALVEX:array:NoArray" without
-/// an array among the inputs; "KALVEX:array:TwoSessions" for arrays of different sessions.
+/// an array among the inputs; "KALVEX:array:TwoSessions" for arrays of different sessions;
+/// "KALVEX:function:OutOfRange" for a constant that doesn't fit the integers that it meets,
+/// "KALVEX:function:NegativePower" for integers to the power of a negative one, and
+/// "KALVEX:array:NotExact" for a whole number beyond 2^53 that would have to become a double.
 Array apply(std::string_view function, std::span<const Operand> inputs,
             Where where = Where::current());
 
-/// Reduces an array to one row by name ("sum", "mean", ...): see `aggregates`.
+/// Reduces an array to one row by name ("sum", "mean", ...): see `aggregates`. A sum of integers or
+/// logicals is int64, of unsigned integers uint64, and raises "KALVEX:function:Overflow" in the
+/// gathering rather than wrap; a count is int64.
 /// Errors: Error "KALVEX:array:UnknownFunction" with the name; "KALVEX:function:BadTypes".
 Array aggregate(std::string_view name, const Array& input, Missing missing = Missing::Skip,
                 Where where = Where::current());
@@ -184,8 +189,8 @@ class Session {
   Table read(const std::string& path, const ReadOptions& options = {},
              Where where = Where::current());
 
-  /// An array of one row that is there already. What is computed from such arrays alone is computed
-  /// at once.
+  /// A constant as an array of one row. What is computed of constants alone is a constant, too, as
+  /// if it had been written; see Operand.
   Array constant(const Operand& value);
 
   /// Starts the random numbers of arrays recorded from here on; the same seed gives the same. A new

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <concepts>
+#include <cstdint>
 #include <memory>
 #include <source_location>
 #include <string>
@@ -50,14 +51,15 @@ concept Number = std::floating_point<T> ||
 /// An input of an operation: an array, a number, a logical or a text, with the user's line.
 /// Operators take it so that the line is captured where the expression stands.
 ///
-/// Numbers are doubles, and as constants they adapt to the type of the column that they meet.
-/// Errors: Error "KALVEX:array:NotExact" for an integer that a double can't hold.
+/// Numbers, as constants that are written, adapt to the type of the array that they meet, as
+/// Python's scalars do in NumPy: an int8 array times 2 is int8, times 2.0 double. What was computed
+/// never adapts.
 class Operand {
  public:
   // NOLINTBEGIN(google-explicit-constructor): conversions are the purpose
   Operand(const Array& array, Where where = Where::current()) : value_(array), where_(where) {}
   template <Number T>
-  Operand(T number, Where where = Where::current()) : value_(exact(number)), where_(where) {}
+  Operand(T number, Where where = Where::current()) : value_(widest(number)), where_(where) {}
   Operand(std::same_as<bool> auto logical, Where where = Where::current())
       : value_(logical), where_(where) {}
   Operand(const char* text, Where where = Where::current())
@@ -66,17 +68,20 @@ class Operand {
       : value_(std::move(text)), where_(where) {}
   // NOLINTEND(google-explicit-constructor)
 
-  const std::variant<Array, double, bool, std::string>& value() const { return value_; }
+  using Any = std::variant<Array, double, bool, std::string, std::int64_t, std::uint64_t>;
+
+  const Any& value() const { return value_; }
   const Where& where() const { return where_; }
 
  private:
-  static double exact(std::floating_point auto number) { return static_cast<double>(number); }
-  static double exact(std::signed_integral auto number) { return exactInteger(number); }
-  static double exact(std::unsigned_integral auto number) { return exactUnsigned(number); }
-  static double exactInteger(long long number);
-  static double exactUnsigned(unsigned long long number);
+  static Any widest(std::floating_point auto number) { return static_cast<double>(number); }
+  static Any widest(std::signed_integral auto number) { return static_cast<std::int64_t>(number); }
+  static Any widest(std::unsigned_integral auto number) {
+    if (std::in_range<std::int64_t>(number)) return static_cast<std::int64_t>(number);
+    return static_cast<std::uint64_t>(number);
+  }
 
-  std::variant<Array, double, bool, std::string> value_;
+  Any value_;
   Where where_;
 };
 

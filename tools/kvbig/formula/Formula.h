@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -14,9 +15,9 @@ struct Span {
   std::size_t end = 0;
 };
 
-/// A number, a logical or a text that stands in a formula.
+/// A number, a logical or a text in a formula. A number in digits alone is an integer.
 struct Constant {
-  std::variant<double, bool, std::string> value;
+  std::variant<double, bool, std::string, std::int64_t, std::uint64_t> value;
 };
 
 struct Column {

@@ -115,7 +115,7 @@ class Parser {
     switch (token.kind) {
       case Kind::Number:
         ++at_;
-        return add(Constant{token.number}, token.place);
+        return add(token.number, token.place);
       case Kind::Text:
         ++at_;
         return add(Constant{token.text}, token.place);
@@ -140,13 +140,30 @@ class Parser {
     // A sign and a number are one constant: it adapts to a column's type as one.
     if (prefix.precedence == kSign && formula_.steps.size() == before + 1) {
       auto* constant = std::get_if<Constant>(&formula_.steps.back().what);
-      if (auto* number = constant ? std::get_if<double>(&constant->value) : nullptr) {
-        *number = -*number;
+      if (constant != nullptr && isNumber(*constant)) {
         formula_.steps.back().place.begin = place.begin;
+        *constant = negative(*constant, formula_.steps.back().place);
         return;
       }
     }
     add(Call{std::string(prefix.function), 1}, place);
+  }
+
+  static bool isNumber(const Constant& constant) {
+    return !std::holds_alternative<bool>(constant.value) &&
+           !std::holds_alternative<std::string>(constant.value);
+  }
+
+  /// Requires: a number.
+  Constant negative(const Constant& constant, Span place) const {
+    constexpr std::uint64_t kBelow = std::uint64_t{1} << 63;  // -kBelow is the smallest int64
+    if (const auto* number = std::get_if<double>(&constant.value)) return {-*number};
+    const auto* integer = std::get_if<std::int64_t>(&constant.value);
+    const std::uint64_t whole =
+        integer ? static_cast<std::uint64_t>(*integer) : std::get<std::uint64_t>(constant.value);
+    if (integer && whole == kBelow) return {kBelow};
+    if (integer || whole <= kBelow) return {static_cast<std::int64_t>(0 - whole)};
+    return {-exactDouble(formula_.text, place, fmt::format("{}", whole))};
   }
 
   void readParenthesized() {

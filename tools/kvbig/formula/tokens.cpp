@@ -6,6 +6,7 @@
 #include <charconv>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 #include "formula/FormulaError.h"
 #include "formula/foreignWords.h"
@@ -14,8 +15,6 @@
 namespace kv::shell {
 
 namespace {
-
-constexpr std::uint64_t kLargestExactWhole = std::uint64_t{1} << 53;
 
 // Longest first, so that `<=` isn't read as `<` and `=`.
 constexpr std::string_view kSymbols[] = {"==", "!=", "<=", ">=", "+", "-", "*", "/", "%", "^",
@@ -29,12 +28,13 @@ bool startsName(char c) {
 }
 bool continuesName(char c) { return startsName(c) || isDigit(c) || c == '.'; }
 
-/// True for digits alone that stand for a number beyond 2^53.
-bool isWholeBeyondDouble(std::string_view digits) {
-  if (!std::ranges::all_of(digits, isDigit)) return false;
+/// The number that digits alone are, if it fits 64 bits.
+std::optional<Constant> integerOf(std::string_view digits) {
   std::uint64_t whole = 0;
   const auto [end, status] = std::from_chars(digits.data(), digits.data() + digits.size(), whole);
-  return status != std::errc() || whole > kLargestExactWhole;
+  if (status != std::errc()) return std::nullopt;
+  if (std::in_range<std::int64_t>(whole)) return Constant{static_cast<std::int64_t>(whole)};
+  return Constant{whole};
 }
 
 std::optional<char> unescape(char c) {
@@ -64,7 +64,7 @@ class Tokenizer {
                          "the formula goes on with bytes that aren't UTF-8 text");
     }
     while (skipSpace(), at_ < formula_.size()) tokens_.push_back(next());
-    tokens_.push_back({Token::Kind::End, "", 0, {at_, at_}});
+    tokens_.push_back({Token::Kind::End, "", {}, {at_, at_}});
     return std::move(tokens_);
   }
 
@@ -98,17 +98,20 @@ class Tokenizer {
     if (status == std::errc::result_out_of_range) {
       fail({begin, at_}, "the number is beyond what a double can hold");
     }
-    if (isWholeBeyondDouble(since(begin))) {
-      fail({begin, at_}, "the whole number is beyond 2^53, where a double skips numbers",
-           fmt::format("If an approximation will do, write {:e}.", value));
-    }
-    return {Token::Kind::Number, "", value, {begin, at_}};
+    return {Token::Kind::Number, "", constantOf({begin, at_}, value), {begin, at_}};
+  }
+
+  Constant constantOf(Span place, double value) const {
+    const std::string_view written = since(place.begin);
+    if (!std::ranges::all_of(written, isDigit)) return {value};
+    const std::optional<Constant> integer = integerOf(written);
+    return integer ? *integer : Constant{exactDouble(formula_, place, written)};
   }
 
   Token name() {
     const std::size_t begin = at_;
     while (at_ < formula_.size() && continuesName(formula_[at_])) ++at_;
-    return {Token::Kind::Name, std::string(since(begin)), 0, {begin, at_}};
+    return {Token::Kind::Name, std::string(since(begin)), {}, {begin, at_}};
   }
 
   Token quotedText(char quote) {
@@ -131,7 +134,7 @@ class Tokenizer {
       fail({begin, begin + 1}, fmt::format("the text that starts here has no closing {}", quote));
     }
     ++at_;
-    return {Token::Kind::Text, std::move(text), 0, {begin, at_}};
+    return {Token::Kind::Text, std::move(text), {}, {begin, at_}};
   }
 
   Token quotedName() {
@@ -148,7 +151,7 @@ class Tokenizer {
       fail({begin, begin + 1}, "the name that starts here has no closing backquote");
     }
     ++at_;
-    return {Token::Kind::QuotedName, std::move(text), 0, {begin, at_}};
+    return {Token::Kind::QuotedName, std::move(text), {}, {begin, at_}};
   }
 
   Token symbol() {
@@ -163,7 +166,7 @@ class Tokenizer {
     for (const std::string_view known : kSymbols) {
       if (rest.starts_with(known)) {
         at_ += known.size();
-        return {Token::Kind::Symbol, std::string(known), 0, {at_ - known.size(), at_}};
+        return {Token::Kind::Symbol, std::string(known), {}, {at_ - known.size(), at_}};
       }
     }
     fail({at_, at_ + 1}, fmt::format("\"{}\" has no meaning in a formula", rest.front()));
@@ -182,6 +185,18 @@ class Tokenizer {
 };
 
 }  // namespace
+
+double exactDouble(std::string_view formula, Span place, std::string_view digits) {
+  double nearest = 0;
+  std::from_chars(digits.data(), digits.data() + digits.size(), nearest);
+  const std::string_view significant =
+      digits.substr(std::min(digits.find_first_not_of('0'), digits.size()));
+  if (fmt::format("{:.0f}", nearest) != significant) {
+    throw FormulaError(formula, place, "no number type holds this whole number",
+                       fmt::format("If the nearest double will do, write {}.", nearest));
+  }
+  return nearest;
+}
 
 std::vector<Token> tokenize(std::string_view formula) { return Tokenizer(formula).run(); }
 

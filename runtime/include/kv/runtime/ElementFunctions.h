@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "kv/runtime/Column.h"
 
@@ -15,11 +16,14 @@ namespace kv::runtime {
 // Types, NaN and division follow NumPy: integers wrap, x / 0 is Inf, 0 / 0 is NaN, and nothing
 // traps. Where this system differs:
 //
-// 1. A comparison with a missing value (NaN, or a missing text) is false, `ne` as well.
+// 1. A comparison with NaN or a missing text is false, `ne` as well.
 // 2. There is no half precision: the mathematical functions of logical and 8-bit columns give
 // single.
 // 3. `floor`, `ceil` and `round` keep logical and integer columns as they are.
 // 4. A signed integer column is compared with a uint64 one in their common type, double.
+// 5. What is computed from a missing integer or logical (Column::isMissing) is missing, also a
+// comparison; except for `isnan`, `ismissing`, `isfinite`, and `where` if it chooses the other
+// side.
 //
 // Everything here may be used by several threads at once.
 
@@ -27,8 +31,8 @@ namespace kv::runtime {
 struct Operand {
   Column column;
   bool isScalar = false;  ///< a column of one row that stands for every row
-  bool isWeak = false;    ///< a constant that the user wrote: it adapts to the types it meets.
-                          ///< Counts for scalars of type Logical, Int64 and Double.
+  bool isWeak = false;  ///< a constant that the user wrote, of type Logical, Int64, UInt64, Double
+                        ///< or String: a number adapts to the types it meets
 };
 
 /// What the type of a result depends on.
@@ -106,16 +110,11 @@ const ElementFunction* findOperator(std::string_view symbol, std::size_t arity);
 /// Requires: neither is String.
 ElementType promoteTypes(ElementType a, ElementType b);
 
-/// The type with which an operand takes part.
-///
-/// A weak double that is a whole number of at most 2^53 counts as a weak integer, because constants
-/// in formulas come as doubles: `int8Column * 2` stays int8, `int8Column * 2.5` becomes double.
-OperandType operandType(const Operand& operand);
-
 /// The types in which `function` computes and results for inputs of such types.
 ///
 /// Weak inputs follow NumPy's rule for Python's scalars: they raise the kind of the result
-/// (logical, integer, floating) but not its width. Weak numbers among themselves are double.
+/// (logical, integer, floating) but not its width. `int8Column * 2` stays int8, `int8Column * 2.0`
+/// is double. Weak numbers among themselves are int64 or double.
 /// Errors: "KALVEX:function:BadArity" for a wrong number of inputs; "KALVEX:function:BadTypes" if
 ///         the function isn't defined for these types (FunctionError).
 Signature resolve(const ElementFunction& function, std::span<const OperandType> types);
@@ -123,14 +122,34 @@ Signature resolve(const ElementFunction& function, std::span<const OperandType> 
 /// The block function for a computing type that `resolve` gave; null for String.
 BlockFunction blockFunction(const ElementFunction& function, ElementType compute, Spread spread);
 
+/// `inputs` with each weak one converted to the type in which it takes part, and weak no longer.
+/// Only the types of the other inputs matter, so these may have no rows: a front end converts the
+/// constants of a call when it records the call.
+///
+/// An integer column is compared exactly with any whole number: one beyond its range becomes an
+/// infinity.
+/// Errors: those of `resolve`; "KALVEX:function:OutOfRange" for a constant that doesn't fit the
+///         integers that it meets; "KALVEX:array:NotExact" for a whole number that would have to
+///         become a double and is none; "KALVEX:function:NegativePower" (FunctionError).
+std::vector<Operand> adaptConstants(const ElementFunction& function,
+                                    std::span<const Operand> inputs);
+
+/// What `function` makes of constants alone: one constant, as if the user had written it.
+///
+/// Numbers are computed in double. Of whole numbers, a result that is whole and at most 2^53 is a
+/// whole number again, except for quotients and mathematical functions.
+/// Requires: all inputs are weak scalars.
+/// Errors: as `adaptConstants`.
+Operand foldConstants(const ElementFunction& function, std::span<const Operand> inputs);
+
 /// Applies `function` to `rows` rows.
 ///
 /// Result: a column of `rows` rows, of the type that `resolve` says.
 /// Shapes: an input has `rows` rows, or one if it is scalar.
-/// Errors: those of `resolve`; "KALVEX:function:RowCounts" for an input of another length;
-///         "KALVEX:function:OutOfRange" for a constant that doesn't fit the integer column it
-///         meets; "KALVEX:function:NegativePower" for an integer to the power of a negative integer
-///         (FunctionError). std::bad_alloc when memory is short.
+/// Errors: those of `adaptConstants`; "KALVEX:function:RowCounts" for an input of another length;
+///         "KALVEX:function:NegativePower" for an integer to the power of a negative integer;
+///         "KALVEX:function:MissingChoice" if `where` has to put a missing integer or logical
+///         among others (FunctionError). std::bad_alloc when memory is short.
 Column evaluate(const ElementFunction& function, std::span<const Operand> inputs,
                 std::int64_t rows);
 

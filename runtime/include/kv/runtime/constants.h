@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <variant>
+
+#include "kv/host/values.h"
+#include "kv/runtime/ElementFunctions.h"
+
+/// Constants that users write, for front ends: a front end keeps them apart from values that were
+/// computed, and converts them (`adaptConstants`) when it records a call, since it knows the types
+/// that they meet. What is recorded is an ordinary value.
+namespace kv::runtime {
+
+using WrittenConstant = std::variant<bool, std::int64_t, std::uint64_t, double, std::string>;
+
+/// The constant as a weak scalar: Logical, Int64, UInt64, Double or String.
+Operand writtenOperand(const WrittenConstant& constant);
+
+/// The scalar that a front end saved as a constant.
+///
+/// Errors: "KALVEX:array:NotAColumn" for any other value.
+Operand writtenOperand(const kxArray* saved);
+
+/// A scalar as the value of the host that is recorded.
+host::Value recordedValue(const Operand& scalar);
+
+}  // namespace kv::runtime
