@@ -136,6 +136,9 @@ TEST_F(Operations, WhatIsComputedFromTheExtremesOfNoRowsIsMissing) {
     EXPECT_EQ(filter(n, l & !lowest).gather().rows(), 0U);
     session.gather(std::vector{least, lowest});
   }
+  const std::string saved = folder.path("lowest.kv");
+  session.save(saved, std::vector<NamedArray>{{"lowest", lowest}});
+  EXPECT_TRUE(std::isnan(number(!session.open(saved, Trust::Yes).arrays[0].array)));
   const auto next = [](auto in) { return std::vector<double>{in[0][0] + 1}; };
   EXPECT_EQ(number(!map(next, std::vector{lowest})), 0) << "a function's NaN is a number";
 }
