@@ -77,6 +77,37 @@ def test_what_is_dropped_as_a_session_closes_finds_it_closed():
     assert found == 9 * ["KALVEX:session:Closed"]
 
 
+def test_callables_may_raise_or_come_back_when_they_are_released(bare, monkeypatch):
+    """Only the collector releases these, and the end of each is Python code of another kind."""
+    raised, back = [], []
+    monkeypatch.setattr(sys, "unraisablehook", lambda given: raised.append(str(given.exc_value)))
+
+    class Callable:
+        def __init__(self, end):
+            self.end = end
+
+        def __call__(self, nargout):
+            return "called"
+
+        def __del__(self):
+            self.end(self)
+
+    def fails(_):
+        raise ValueError("at the end")
+
+    bare.define_class("Holder", properties={"Function": None, "Itself": None})
+    for end in (fails, back.append, lambda _: bare.collect(), lambda _: bare.new("Holder")):
+        holder = bare.new("Holder")
+        holder.set("Function", Callable(end))
+        holder.set("Itself", holder)
+        del holder
+        bare.collect()
+    assert raised == ["at the end"]
+    bare.define_function("again", back[0])
+    assert bare.call("again") == "called"
+    back[0].end = lambda _: None
+
+
 def test_another_thread_is_refused(bare):
     held = make(bare)
     for use in (lambda: bare.call("str2func", "x"), lambda: held.get("message"), bare.close):

@@ -207,6 +207,41 @@ TEST_F(ObjectLifetimeTest, GarbageIsMarkedDeletedBeforeTheFirstDestructorRuns) {
   EXPECT_EQ(destroyed, static_cast<int>(kCount));
 }
 
+/// A destructor takes itself back, links it, and makes, deletes and collects objects.
+TEST_F(ObjectLifetimeTest, WhatADestructorBringsBackStaysDeleted) {
+  COSInterfacePtr survivor = make();
+  std::vector<COSInterfacePtr> broughtBack;
+  {
+    const COSInterfacePtr a = make();
+    const COSInterfacePtr b = make();
+    addEdge(a, b);
+    addEdge(b, a);
+    for (COSInterface* object : {a.get(), b.get()}) {
+      object->setInstanceData(plain.getClassId(), object);
+    }
+  }
+  plain.onDestroy = [&](void* part) {
+    ++destroyed;
+    auto* self = static_cast<COSInterface*>(part);
+    broughtBack.emplace_back(self, COSReferenceType::Strong);
+    addEdge(survivor, self);
+    addEdge(make(), self);
+    heap.deleteObject(in(broughtBack.back()));
+    heap.collect();
+  };
+  EXPECT_EQ(heap.collect(), 2u);
+  EXPECT_EQ(destroyed, 2);
+  EXPECT_EQ(heap.liveObjects(), 1u);
+  expectSound();
+  for (const COSInterfacePtr& object : broughtBack) {
+    EXPECT_TRUE(object->isDeleted());
+    EXPECT_EQ(object->getInstanceData(plain.getClassId()), nullptr);
+  }
+  broughtBack.clear();
+  survivor.release();
+  EXPECT_EQ(heap.liveObjects(), 0u);
+}
+
 TEST_F(ObjectLifetimeTest, EdgesToDeletedChildrenDoNotPileUp) {
   const COSInterfacePtr parent = make();
   for (std::size_t i = 0; i < 10 * host::Slab::kPlaces && !isStressed(); ++i) {
