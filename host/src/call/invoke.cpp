@@ -5,6 +5,7 @@
 #include "call/BodyScope.h"
 #include "call/running.h"
 #include "call/trust.h"
+#include "call/wrappers.h"
 #include "class/construction.h"
 #include "class/objects.h"
 
@@ -84,6 +85,11 @@ void invokeMethod(SessionState& session, const Method& method, const Call& call,
   const OptionalMemberScope member(session.heap, target);
   if (method.body != nullptr) {
     runBody(session, *method.body, method.owner, call);
+    return;
+  }
+  if (const MethodWrapper* wrapper = wrapperOf(session, method)) {
+    const RunningScope running(session, nullptr);
+    (*wrapper)(call, [&] { invokeNative(session, method, call); });
     return;
   }
   invokeNative(session, method, call);

@@ -7,6 +7,7 @@
 #include "call/CallTable.h"
 #include "class/ClassTable.h"
 #include "heap/Heap.h"
+#include "kv/host/methodWrappers.h"
 #include "kv/host/session.h"
 #include "session/SessionStore.h"
 #include "session/UserStacks.h"
@@ -20,6 +21,13 @@ class Construction;
 struct GuardedMethod {
   kcos::COSInternedBase className;
   kcos::COSInternedBase name;
+};
+
+/// A native method that something runs in place of.
+struct WrappedMethod {
+  kcos::COSInternedBase className;
+  kcos::COSInternedBase name;
+  MethodWrapper wrapper;
 };
 
 /// What a session holds. Everything in it is touched by one thread at a time.
@@ -37,6 +45,7 @@ struct SessionState {
   std::vector<Warning> warnings;
   std::vector<LoadValidator> loadValidators;
   std::vector<GuardedMethod> guardedMethods;
+  std::vector<WrappedMethod> wrappedMethods;
   Heap heap;
 
   /// Whose code runs now: its rights decide about access. Null is public code.
