@@ -68,9 +68,21 @@ void describeLogicalElementwise(const kxArray* operation, OpSpec& spec) {
   spec.givesLogical = true;
 }
 
+/// A reduction is built in if both of its functions are the same one of the runtime's, of one input
+/// and one output. Any other calls both functions as they are.
 void describeAggregate(const kxArray* operation, OpSpec& spec) {
   describeFunction(operation, spec, OpKind::Aggregate);
+  const Value reduce = host::getProperty(operation, "ReduceHandle");
+  const Value handle = host::getProperty(reduce.get(), "Handle");
+  spec.isTrusted = spec.isTrusted && host::isTrusted(reduce.get()) && host::isTrusted(handle.get());
+  const OpFunction reducer = builtInFunction(handle.get());
+  const bool isOneFunction = spec.function.aggregate == reducer.aggregate &&
+                             spec.function.missing == reducer.missing && spec.numInputs == 1 &&
+                             spec.numOutputs == 1;
   spec.function.element = nullptr;
+  if (!isOneFunction) {
+    spec.function = {};
+  }
 }
 
 void describeClient(const kxArray* operation, OpSpec& spec) {
