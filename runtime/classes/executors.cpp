@@ -81,9 +81,9 @@ bool isMarkedForReuse(const kxArray* closure) {
   return kxIsA(host::getProperty(closure, "Operation").get(), kCacheOperation);
 }
 
-/// The promises that a task graph completes: those asked for, those of the tasks that leave the
-/// graph with whole values, and those of values that are marked for reuse.
-Value awaitedPromises(const kxArray* taskGraph, const ClosureTasks& entries, const kxArray* asked) {
+/// The promises that a task graph completes besides those asked for: of the tasks that leave the
+/// graph with whole values, and of values that are marked for reuse.
+Value otherPromises(const kxArray* taskGraph, const ClosureTasks& entries, const kxArray* asked) {
   std::vector<kcos::COSInterfacePtr> promises;
   std::unordered_set<const kcos::COSInterface*> seen;
   const auto add = [&](const kxArray* objects, std::size_t index) {
@@ -93,7 +93,7 @@ Value awaitedPromises(const kxArray* taskGraph, const ClosureTasks& entries, con
     }
   };
   for (std::size_t i = 0; i < kxGetNumberOfElements(asked); ++i) {
-    add(asked, i);
+    seen.insert(kcos::omGetArrayElement(asked, i).get());
   }
   const auto whole = wholeOutputs(taskGraph);
   for (std::size_t i = 0; i < entries.size(); ++i) {
@@ -118,15 +118,15 @@ Value awaitedPromises(const kxArray* taskGraph, const ClosureTasks& entries, con
 void execute(const Call& call) {
   const ClosureTasks entries(call.in(1));
   requireTrustedTasks(call.in(1), entries);
-  const Value promises = awaitedPromises(call.in(1), entries, call.in(2));
-  const Plan plan = makePlan(call.in(1), promises.get());
+  const Value others = otherPromises(call.in(1), entries, call.in(2));
+  const Plan plan = makePlan(call.in(1), call.in(2), others.get());
   try {
     RuntimeState& state = runtimeState();
     const auto make = makeWatch.load();
     const std::unique_ptr<EvaluationWatch> watch = make != nullptr ? make() : nullptr;
     const CancellationToken token(interruptToken, watch.get());
     withStep({.label = "The evaluation"}, nullptr,
-             [&] { state.lastEvaluation = Evaluation(plan, token, state.sourceRows).run(); });
+             [&] { state.lastEvaluation = Evaluation(plan, token).run(); });
     interruptToken.reset();  // one that came too late asks nothing of the next evaluation
   } catch (const Cancelled&) {
     interruptToken.reset();
@@ -156,7 +156,8 @@ void explain(const Call& call) {
     call.out(0, host::makeString("Everything is there: no pass over the data.\n"));
     return;
   }
-  const Plan plan = makePlan(objects.taskGraph.get(), objects.promises.get());
+  const Plan plan =
+      makePlan(objects.taskGraph.get(), objects.promises.get(), host::makeEmptyDouble().get());
   call.out(0, host::makeString(describePlan(plan)));
 }
 

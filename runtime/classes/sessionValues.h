@@ -1,7 +1,9 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <typeinfo>
+#include <vector>
 
 #include "execution/Evaluation.h"
 #include "foundation/usm.h"
@@ -10,12 +12,18 @@
 /// What the runtime keeps in the session store.
 namespace kv::runtime {
 
+/// A call that may evaluate an operation at once, of whose inputs some are rows of a source.
+struct DirectCall {
+  std::span<const kxArray* const> inputs;  ///< the operation's are the last of them
+  std::vector<host::Value> metadata{};     ///< of the outputs, once they were evaluated
+};
+
 struct RuntimeState {
   host::Value defaultExecutor;   ///< made when it is first asked for
   host::Value executorOverride;  ///< null or empty: none
   host::Value globalStream;      ///< made when it is first asked for
   EvaluationFacts lastEvaluation;
-  SourceRows sourceRows;
+  DirectCall* directCall = nullptr;  ///< whose operation hasn't been evaluated yet; null: none
 };
 
 /// The runtime's state in the current session; made at first use, gone with the session.

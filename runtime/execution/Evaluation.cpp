@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <chrono>
-#include <map>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include "execution/SessionFunctions.h"
 #include "execution/Unit.h"
+#include "execution/chunkSteps.h"
 #include "execution/clientTasks.h"
 #include "execution/failures.h"
 #include "execution/peakMemory.h"
@@ -46,31 +46,16 @@ void addTypes(std::map<std::size_t, OutputTypes>& types, const UnitResult& resul
   }
 }
 
-/// The source from which the rows of each task flow, as a number; -1 for whole values.
-std::vector<int> sourceOfTasks(const Plan& plan) {
-  std::map<std::string, int> numbers;
-  std::vector<int> sourceOf(plan.tasks.size(), -1);
-  for (std::size_t i = 0; i < plan.tasks.size(); ++i) {
-    if (const auto& source = plan.tasks[i].spec->source) {
-      const int next = static_cast<int>(numbers.size());
-      sourceOf[i] = numbers.emplace(source->fingerprint(), next).first->second;
-    }
-    for (const PlanInput& input : plan.tasks[i].inputs) {
-      if (input.task >= 0 && plan.tasks[static_cast<std::size_t>(input.task)].isPartitioned) {
-        sourceOf[i] = std::max(sourceOf[i], sourceOf[static_cast<std::size_t>(input.task)]);
-      }
-    }
-  }
-  return sourceOf;
-}
-
 /// Joins the rows that all partitions kept for one sink.
-WholeValue joinKept(std::size_t sink, std::vector<UnitResult>& results) {
+WholeValue joinKept(const OpSpec& spec, std::size_t sink, std::vector<UnitResult>& results,
+                    const std::shared_ptr<const RowCut>& cut) {
   std::vector<std::vector<Chunk>> partitions;
   for (UnitResult& result : results) {
     partitions.push_back(std::move(result.sinks[sink].chunks));
   }
-  return joinRows(partitions);
+  WholeValue joined = joinRows(partitions, cut);
+  joined.places->origin = describe(spec);
+  return joined;
 }
 
 void complete(const Value& promise, const WholeValue& whole) {
@@ -92,6 +77,27 @@ Value joinPartials(std::size_t sink, std::size_t output, const std::vector<UnitR
   return toValue(concatenate(parts));
 }
 
+/// The first function of a user's aggregate that found no row in any chunk is called once, so that
+/// the second has something to reduce.
+void callOnNoRows(const Plan& plan, const std::vector<PassSink>& sinks,
+                  const AssembledStage& assembled, SessionFunctions& functions,
+                  std::vector<UnitResult>& results) {
+  for (std::size_t sink = 0; sink < sinks.size(); ++sink) {
+    const PlanTask& task = plan.task(sinks[sink].task);
+    const bool hasPartials = std::ranges::any_of(
+        results, [sink](const UnitResult& result) { return !result.sinks[sink].partials.empty(); });
+    if (sinks[sink].isAggregate && !task.spec->function.isBuiltIn() && !hasPartials &&
+        !results.empty()) {
+      SinkResult& first = results.front().sinks[sink];
+      withStep(*task.spec, task.factory.get(), [&] {
+        OutputTypes types;
+        first.partials.push_back(
+            functions.call(assembled.stage().outputs()[sink], Chunk{}, first.noRows, types));
+      });
+    }
+  }
+}
+
 [[noreturn]] void refuse(const OpSpec& recorded) {
   if (recorded.savedRelease.empty()) {
     host::raise("KALVEX:array:NotRunnable", {recorded.label});
@@ -103,134 +109,115 @@ Value joinPartials(std::size_t sink, std::size_t output, const std::vector<UnitR
 
 EvaluationFacts nothingToEvaluate() { return {.peakBytes = peakResidentBytes()}; }
 
-Evaluation::Evaluation(const Plan& plan, const CancellationToken& cancellation,
-                       SourceRows& sourceRows)
-    : plan_(plan),
-      cancellation_(cancellation),
-      values_(plan.tasks.size()),
-      sourceRows_(sourceRows) {}
+Evaluation::Evaluation(const Plan& plan, const CancellationToken& cancellation)
+    : plan_(plan), cancellation_(cancellation), schedule_(plan), values_(plan.tasks.size()) {}
 
 EvaluationFacts Evaluation::run() {
   const auto start = std::chrono::steady_clock::now();
-  refuseRecordedTasks();
-  runClientTasks(0);
-  for (int pass = 1; pass <= plan_.passes; ++pass) {
-    runPass(pass);
-    runClientTasks(pass);
+  while (const std::optional<Round> round = schedule_.next()) {
+    refuseRecordedTasks();
+    for (const int task : round->clientTasks) {
+      runInClient(task);
+    }
+    for (const std::vector<PassSink>& sinks : round->passes) {
+      const PlanTask& first = plan_.task(sinks.front().task);
+      withStep(*first.spec, first.factory.get(), [&] { runStage(sinks); });
+    }
+    facts_.passes += round->readsData ? 1 : 0;
   }
   completePromises();
-  facts_.passes = plan_.passes;
   facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   facts_.peakBytes = peakResidentBytes();
   return facts_;
 }
 
+std::vector<WholeValue> Evaluation::takeOutputs(int task) {
+  return std::move(values_[static_cast<std::size_t>(task)]);
+}
+
 void Evaluation::refuseRecordedTasks() const {
-  for (const PlanTask& task : plan_.tasks) {
-    if (task.spec->kind == OpKind::Recorded) {
+  for (int i = 0; i < static_cast<int>(plan_.tasks.size()); ++i) {
+    const PlanTask& task = plan_.task(i);
+    if (task.spec->kind == OpKind::Recorded && schedule_.isNeeded(i)) {
       withStep(*task.spec, task.factory.get(), [&] { refuse(*task.spec); });
     }
   }
 }
 
-void Evaluation::runClientTasks(int pass) {
-  for (std::size_t i = 0; i < plan_.tasks.size(); ++i) {
-    const PlanTask& task = plan_.tasks[i];
-    if (task.runsInClient && task.pass == pass) {
-      cancellation_.throwIfCancelled();
-      values_[i] = runClientTask(task, values_);
-    }
+void Evaluation::runInClient(int index) {
+  cancellation_.throwIfCancelled();
+  const PlanTask& task = plan_.task(index);
+  if (task.spec->kind == OpKind::Choose && schedule_.branchOf(index) == Branch::Unknown) {
+    withStep(*task.spec, task.factory.get(), [&] {
+      const WholeValue condition = inputValue(task.inputs[0], values_);
+      const bool isTrue = isConditionTrue(toColumn(condition.value.get()));
+      schedule_.setBranch(index, isTrue ? Branch::First : Branch::Second);
+    });
+    return;
   }
-}
-
-void Evaluation::runPass(int pass) {
-  for (const std::vector<PassSink>& sinks : sinksBySource(pass)) {
-    const PlanTask& first = taskOf(sinks.front());
-    withStep(*first.spec, first.factory.get(), [&] { runStage(sinks); });
+  std::vector<WholeValue> inputs;
+  for (const PlanInput* input : schedule_.inputsOf(index)) {
+    inputs.push_back(inputValue(*input, values_));
   }
-}
-
-std::vector<std::vector<PassSink>> Evaluation::sinksBySource(int pass) const {
-  const std::vector<int> sourceOf = sourceOfTasks(plan_);
-  std::map<int, std::vector<PassSink>> bySource;
-  for (const int task : plan_.aggregatesOf(pass)) {
-    bySource[sourceOf[static_cast<std::size_t>(task)]].push_back({task, 0, true});
-  }
-  for (const Plan::Kept& kept : plan_.keptIn(pass)) {
-    bySource[sourceOf[static_cast<std::size_t>(kept.task)]].push_back(
-        {kept.task, kept.output, false});
-  }
-  std::vector<std::vector<PassSink>> groups;
-  for (auto& [source, sinks] : bySource) {
-    groups.push_back(std::move(sinks));
-  }
-  return groups;
+  withStep(*task.spec, task.factory.get(),
+           [&] { values_[static_cast<std::size_t>(index)] = runClientTask(task, inputs); });
+  schedule_.setDone(index);
 }
 
 void Evaluation::runStage(const std::vector<PassSink>& sinks) {
-  AssembledStage assembled = assembleStage(plan_, sinks, values_);
-  placeRows(assembled);
+  const AssembledStage assembled = assembleStage(plan_, schedule_, sinks, values_);
   const Stage& stage = assembled.stage();
+  const StageRows rows(stage, assembled.inputs);
   SessionFunctions functions(assembled);
   const std::uint64_t number = nextStage_++;
   std::vector<UnitResult> results;
   std::map<std::size_t, OutputTypes> types;
-  for (std::int64_t i = 0; i < stage.source().numPartitions(); ++i) {
-    const Unit unit{
-        .stage = number, .partition = i, .numPartitions = stage.source().numPartitions()};
-    results.push_back(runUnit(stage, unit.toBytes(), assembled.inputs, functions, cancellation_));
+  for (std::int64_t i = 0; i < rows.numPartitions(); ++i) {
+    const Unit unit{.stage = number, .partition = i, .numPartitions = rows.numPartitions()};
+    results.push_back(
+        runUnit(stage, rows, unit.toBytes(), assembled.inputs, functions, cancellation_));
     addTypes(types, results.back(), assembled);
     if (const auto& failure = results.back().failure) {
       raiseStageFailure(assembled, failure->step, failure->error,
                         {i, failure->firstRow, failure->lastRow});
     }
   }
-  noteRows(stage, results);
-  takeResults(sinks, results);
+  callOnNoRows(plan_, sinks, assembled, functions, results);
+  takeResults(sinks, results, noteRows(rows, stage.readsSource(), results));
 }
 
-/// A value computed at once from gathered ones doesn't tell where its rows stood, and one that came
-/// from elsewhere may tell it of another source. If it has as many as the source, they are the
-/// source's.
-void Evaluation::placeRows(AssembledStage& assembled) const {
-  const Datastore& source = assembled.stage().source();
-  const auto known = sourceRows_.find(source.fingerprint());
-  for (StageInput& input : assembled.inputs) {
-    if (input.places && input.places->numPartitions() != source.numPartitions()) {
-      input.places.reset();
-    }
-    const std::int64_t rows = input.column.rows();
-    if (!input.places && rows != 1 && known != sourceRows_.end() && known->second.back() == rows) {
-      input.places = RowPlaces{known->second, std::nullopt};
-    }
-  }
-}
-
-void Evaluation::noteRows(const Stage& stage, const std::vector<UnitResult>& results) {
-  const std::string source = stage.source().fingerprint();
-  if (!sourcesSeen_.insert(source).second) {
-    return;
-  }
-  std::vector<std::int64_t> firstRow{0};
+/// The cut of the rows; what was read of each source is counted once.
+std::shared_ptr<const RowCut> Evaluation::noteRows(const StageRows& rows, bool isData,
+                                                   const std::vector<UnitResult>& results) {
+  auto cut = std::make_shared<RowCut>();
+  cut->source = rows.source();
+  const bool isNew = isData && sourcesSeen_.insert(cut->source).second;
   for (const UnitResult& result : results) {
-    firstRow.push_back(firstRow.back() + result.rows);
+    cut->addPartition(result.chunkRows);
+    facts_.rows += isNew ? result.rows : 0;
   }
-  facts_.rows += firstRow.back();
-  sourceRows_[source] = std::move(firstRow);
+  return cut;
 }
 
-void Evaluation::takeResults(const std::vector<PassSink>& sinks, std::vector<UnitResult>& results) {
+void Evaluation::takeResults(const std::vector<PassSink>& sinks, std::vector<UnitResult>& results,
+                             const std::shared_ptr<const RowCut>& cut) {
   for (std::size_t sink = 0; sink < sinks.size(); ++sink) {
-    const auto index = static_cast<std::size_t>(sinks[sink].task);
-    const PlanTask& task = taskOf(sinks[sink]);
-    withStep(*task.spec, task.factory.get(), [&] {
+    const auto& [index, output, isAggregate] = sinks[sink];
+    const PlanTask& task = plan_.task(index);
+    std::vector<WholeValue>& values = values_[static_cast<std::size_t>(index)];
+    withStep(*task.spec, task.factory.get(), [&, number = output] {
       if (sinks[sink].isAggregate) {
-        values_[index] = mergeAggregate(task, sink, results);
+        values = mergeAggregate(task, sink, results);
       } else {
-        values_[index].resize(task.spec->numOutputs);
-        values_[index][sinks[sink].output] = joinKept(sink, results);
+        values.resize(task.spec->numOutputs);
+        values[number] = joinKept(*task.spec, sink, results, cut);
       }
     });
+    if (isAggregate) {
+      schedule_.setDone(index);
+    } else {
+      schedule_.setKept(index, output);
+    }
   }
 }
 
@@ -254,10 +241,13 @@ std::vector<WholeValue> Evaluation::mergeAggregate(const PlanTask& task, std::si
 
 void Evaluation::completePromises() {
   for (const PlanResult& result : plan_.results) {
-    const auto index = static_cast<std::size_t>(result.task);
-    const PlanTask& task = plan_.tasks[index];
-    withStep(*task.spec, task.factory.get(),
-             [&] { complete(result.promise, values_[index].at(result.output)); });
+    const auto& values = values_[static_cast<std::size_t>(result.task)];
+    const bool isThere = result.output < values.size() && values[result.output].value != nullptr;
+    if (isThere && result.promise != nullptr) {
+      const PlanTask& task = plan_.task(result.task);
+      withStep(*task.spec, task.factory.get(),
+               [&] { complete(result.promise, values[result.output]); });
+    }
   }
 }
 

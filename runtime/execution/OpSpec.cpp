@@ -26,6 +26,10 @@ std::string aggregateFunctionName(std::string_view aggregate, MissingRule missin
                      missing == MissingRule::Propagate ? kPropagateSuffix : "");
 }
 
+std::string describe(const OpSpec& spec) {
+  return spec.origin.empty() ? spec.label : fmt::format("{} at {}", spec.label, spec.origin);
+}
+
 std::string originOf(const kxArray* stack) {
   if (kxGetClassID(stack) != kxSTRUCT_CLASS || kxIsEmpty(stack)) {
     return {};

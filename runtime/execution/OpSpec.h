@@ -21,7 +21,8 @@ enum class OpKind : std::uint8_t {
   Filter,       ///< keeps the rows where the first input is true
   Aggregate,    ///< reduces all rows; ends a pass
   Client,       ///< a function of whole values, run once
-  Choose,       ///< the second or the third input, as the first says, one logical
+  Choose,       ///< the second or the third input, as the first says, one logical; in a stage the
+                ///< first input, a value, for every row of the second
   Pass,         ///< its one input as it comes
   Recorded,     ///< can be planned, but not run
   Select,       ///< one output of a step that has several
@@ -65,6 +66,9 @@ struct OpSpecValue final : host::NativeValue {
 
   std::shared_ptr<const OpSpec> spec;
 };
+
+/// What an operation is called in messages: its label and, if it is known, the user's line.
+std::string describe(const OpSpec& spec);
 
 /// "file:line" of the innermost frame of a stack value; empty for an empty stack.
 std::string originOf(const kxArray* stack);

@@ -1,10 +1,13 @@
 #include "execution/Plan.h"
 
 #include <algorithm>
+#include <span>
 #include <unordered_map>
+#include <utility>
 
 #include "execution/ClosureTasks.h"
 #include "execution/failures.h"
+#include "execution/wholeValues.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 
@@ -50,8 +53,7 @@ std::size_t outputOf(const PlanTask& task, const kxArray* number) {
 
 /// One entry of a task's dependencies: {task, output from 1} or {value, metadata, whether it is a
 /// constant}. Users' own tasks bring it, too.
-PlanInput readInput(const kxArray* entry, const std::vector<PlanTask>& before,
-                    const ObjectIndex& indexOf) {
+PlanInput readInput(const kxArray* entry, const Plan& before, const ObjectIndex& indexOf) {
   PlanInput input;
   const std::size_t parts = numCells(entry);
   if (parts == 2) {
@@ -60,37 +62,38 @@ PlanInput readInput(const kxArray* entry, const std::vector<PlanTask>& before,
       refuseDependencies(entry);
     }
     input.task = found->second;
-    input.output = outputOf(before[static_cast<std::size_t>(input.task)], kxGetCell(entry, 1));
+    input.output = outputOf(before.task(input.task), kxGetCell(entry, 1));
   } else if (parts == 3) {
     input.value = matrix::sharedCopy(kxGetCell(entry, 0));
-    input.metadata = matrix::sharedCopy(kxGetCell(entry, 1));
+    input.places = RowPlaces::fromMetadata(kxGetCell(entry, 1), rowsOf(input.value.get()));
   } else {
     refuseDependencies(entry);
   }
   return input;
 }
 
-/// The lines where the operations behind a graph's output tasks were recorded.
+/// The lines where the operations of a graph's output tasks were recorded.
 class RecordedStacks {
  public:
-  explicit RecordedStacks(const ClosureTasks& entries) : entries_(entries) {
+  RecordedStacks() = default;
+  explicit RecordedStacks(const ClosureTasks& entries) : entries_(&entries) {
     for (std::size_t i = 0; i < entries.size(); ++i) {
       indexOf_.emplace(objectOf(entries.task(i)), i);
     }
   }
 
-  /// Null for a task that stands behind no closure, such as an inner one of several.
+  /// Null for a task of no closure, such as an inner one of several.
   host::Value of(const kxArray* task) const {
     const auto found = indexOf_.find(objectOf(task));
     return found == indexOf_.end()
                ? nullptr
                : host::getProperty(
-                     host::getProperty(entries_.closure(found->second), "Operation").get(),
+                     host::getProperty(entries_->closure(found->second), "Operation").get(),
                      "Stack");
   }
 
  private:
-  const ClosureTasks& entries_;
+  const ClosureTasks* entries_ = nullptr;
   std::unordered_map<const kcos::COSInterface*, std::size_t> indexOf_;
 };
 
@@ -130,8 +133,8 @@ host::Value readFactory(const kxArray* task, const RecordedStacks& stacks) {
   return factory;
 }
 
-PlanTask readTask(const host::Value& object, const std::vector<PlanTask>& before,
-                  const ObjectIndex& indexOf, const RecordedStacks& stacks) {
+PlanTask readTask(const host::Value& object, const Plan& before, const ObjectIndex& indexOf,
+                  const RecordedStacks& stacks) {
   PlanTask task;
   task.id = host::toText(host::getProperty(object.get(), "Id").get());
   task.factory = readFactory(object.get(), stacks);
@@ -147,35 +150,124 @@ PlanTask readTask(const host::Value& object, const std::vector<PlanTask>& before
   return task;
 }
 
-/// Where a task runs and in which pass, from those of its inputs.
-void placeTask(PlanTask& task, const std::vector<PlanTask>& before) {
-  int flowing = 0;  // the latest pass in which a partitioned input flows
-  int whole = 0;    // the number of passes until all whole inputs are there
-  for (const PlanInput& input : task.inputs) {
-    if (input.task >= 0) {
-      const PlanTask& source = before[static_cast<std::size_t>(input.task)];
-      int& latest = source.isPartitioned ? flowing : whole;
-      latest = std::max(latest, source.pass);
-    }
-  }
+/// The inputs whose rows are those of the result: all but the condition of a choice.
+std::span<const PlanInput> rowInputs(const PlanTask& task) {
+  const std::span inputs(task.inputs);
+  return inputs.subspan(task.spec->kind == OpKind::Choose ? std::min<std::size_t>(1, inputs.size())
+                                                          : 0);
+}
+
+/// Whether a task has rows, and where it runs.
+void placeTask(PlanTask& task, const Plan& plan) {
   const OpKind kind = task.spec->kind;
-  const bool hasRows = flowing > 0 || kind == OpKind::Read;
+  const bool hasRows =
+      kind == OpKind::Read || std::ranges::any_of(rowInputs(task), [&](const PlanInput& input) {
+        return plan.flows(input);
+      });
   const bool endsPass = kind == OpKind::Aggregate || kind == OpKind::Client;
   task.isPartitioned = hasRows && !endsPass;
   task.runsInClient = !hasRows || kind == OpKind::Client;
-  if (!hasRows) {
-    task.pass = whole;
-  } else if (kind == OpKind::Client) {
-    task.pass = std::max(flowing, whole);
-  } else {
-    task.pass = std::max({1, flowing, whole + 1});
-  }
 }
 
-std::vector<PlanResult> findResults(const ClosureTasks& entries, const kxArray* promises,
-                                    const std::vector<PlanTask>& tasks,
-                                    const ObjectIndex& indexOf) {
-  std::vector<PlanResult> results;
+/// A task of the plan's own, which does what another of the kind does.
+PlanTask taskLike(const PlanTask& task, std::vector<PlanInput> inputs) {
+  PlanTask made{task.id, nullptr, matrix::sharedCopy(task.factory.get()), std::move(inputs), true};
+  auto spec = std::make_shared<OpSpec>(*task.spec);
+  spec->numInputs = made.inputs.size();
+  spec->numOutputs = 1;
+  made.spec = std::move(spec);
+  return made;
+}
+
+PlanInput copyOf(const PlanInput& input) {
+  return {input.task, input.output, matrix::sharedCopy(input.value.get()), input.places};
+}
+
+/// Adds tasks to a plan, and finds for each what decides on its rows: the nearest source, filter or
+/// choice. A value that a choice repeats needs these rows, and none of their elements.
+class PlanBuilder {
+ public:
+  explicit PlanBuilder(Plan& plan) : plan_(plan) {}
+
+  /// Result: the index of the task.
+  int add(PlanTask task) {
+    std::optional<PlanInput> decider;
+    if (task.spec->kind == OpKind::Choose && task.isPartitioned) {
+      decider = decideChoice(task);
+    } else if (task.spec->kind != OpKind::Filter) {
+      decider = firstFlowing(task);
+    }
+    const int index = push(std::move(task));
+    deciders_[static_cast<std::size_t>(index)] = std::move(decider);
+    return index;
+  }
+
+ private:
+  int push(PlanTask task) {
+    plan_.tasks.push_back(std::move(task));
+    deciders_.emplace_back();
+    return static_cast<int>(plan_.tasks.size()) - 1;
+  }
+
+  /// None for a task without rows, and for a source, which decides on its own.
+  std::optional<PlanInput> firstFlowing(const PlanTask& task) {
+    for (const PlanInput& input : task.inputs) {
+      if (plan_.flows(input)) {
+        return deciderOf(input);
+      }
+    }
+    return std::nullopt;
+  }
+
+  PlanInput deciderOf(const PlanInput& input) {
+    if (input.task < 0) {
+      return copyOf(input);
+    }
+    const auto index = static_cast<std::size_t>(input.task);
+    if (!deciders_[index]) {
+      deciders_[index] = PlanInput{.task = decidingTask(input.task)};
+    }
+    return copyOf(*deciders_[index]);
+  }
+
+  /// The condition of a filter, filtered by itself, has its rows.
+  int decidingTask(int index) {
+    const PlanTask& task = plan_.task(index);
+    if (task.spec->kind != OpKind::Filter || task.inputs.empty()) {
+      return index;
+    }
+    std::vector<PlanInput> keep;
+    keep.push_back(copyOf(task.inputs[0]));
+    keep.push_back(copyOf(task.inputs[0]));
+    return push(taskLike(task, std::move(keep)));
+  }
+
+  /// Of a choice between rows and a value, the rows; of two that aren't the same, a choice again.
+  std::optional<PlanInput> decideChoice(PlanTask& task) {
+    std::vector<PlanInput> deciders;
+    for (const PlanInput& branch : rowInputs(task)) {
+      if (plan_.flows(branch)) {
+        deciders.push_back(deciderOf(branch));
+      }
+    }
+    if (deciders.size() == 1) {
+      task.spreadOver = copyOf(deciders[0]);
+    }
+    const bool areSame =
+        deciders.size() == 2 && deciders[0].task >= 0 && deciders[0].task == deciders[1].task;
+    if (deciders.size() == 1 || areSame) {
+      return std::move(deciders[0]);
+    }
+    deciders.insert(deciders.begin(), copyOf(task.inputs[0]));
+    return PlanInput{.task = push(taskLike(task, std::move(deciders)))};
+  }
+
+  Plan& plan_;
+  std::vector<std::optional<PlanInput>> deciders_;  ///< of each task; found when first asked for
+};
+
+void addResults(Plan& plan, const ClosureTasks& entries, const kxArray* promises, bool areAsked,
+                const ObjectIndex& indexOf) {
   for (std::size_t i = 0; i < kxGetNumberOfElements(promises); ++i) {
     host::Value promise = elementOf(promises, i);
     const host::Value closure = host::getProperty(promise.get(), "Closure");
@@ -184,94 +276,46 @@ std::vector<PlanResult> findResults(const ClosureTasks& entries, const kxArray* 
     if (task == indexOf.end()) {
       host::raise("KALVEX:array:NotInGraph", {"task of a promise"});
     }
-    const PlanTask& found = tasks[static_cast<std::size_t>(task->second)];
-    results.push_back({task->second, outputOf(found, output.get()), std::move(promise)});
+    plan.results.push_back({task->second, outputOf(plan.task(task->second), output.get()),
+                            std::move(promise), areAsked});
   }
-  return results;
 }
 
 }  // namespace
 
-Plan makePlan(const kxArray* taskGraph, const kxArray* promises) {
+Plan makePlan(const kxArray* taskGraph, const kxArray* asked, const kxArray* others) {
   Plan plan;
+  PlanBuilder builder(plan);
   ObjectIndex indexOf;
   const host::Value tasks = host::getProperty(taskGraph, "Tasks");
-  const std::size_t count = kxGetNumberOfElements(tasks.get());
-  plan.tasks.reserve(count);
   const ClosureTasks entries(taskGraph);
   const RecordedStacks stacks(entries);
-  for (std::size_t i = 0; i < count; ++i) {
+  for (std::size_t i = 0; i < kxGetNumberOfElements(tasks.get()); ++i) {
     const host::Value object = elementOf(tasks.get(), i);
-    catchingFailures([&] { plan.tasks.push_back(readTask(object, plan.tasks, indexOf, stacks)); },
-                     [&](const std::exception_ptr& failure) {
-                       const OpSpec planning{.label = "The planning of a task"};
-                       raiseStepFailure(failure, planning, stacks.of(object.get()).get());
-                     });
-    placeTask(plan.tasks.back(), plan.tasks);
-    indexOf.emplace(objectOf(object.get()), static_cast<int>(i));
+    catchingFailures(
+        [&] {
+          PlanTask task = readTask(object, plan, indexOf, stacks);
+          placeTask(task, plan);
+          indexOf.emplace(objectOf(object.get()), builder.add(std::move(task)));
+        },
+        [&](const std::exception_ptr& failure) {
+          const OpSpec planning{.label = "The planning of a task"};
+          raiseStepFailure(failure, planning, stacks.of(object.get()).get());
+        });
   }
-  plan.results = findResults(entries, promises, plan.tasks, indexOf);
-  for (const PlanTask& task : plan.tasks) {
-    plan.passes = std::max(plan.passes, task.pass);
-  }
+  addResults(plan, entries, asked, true, indexOf);
+  addResults(plan, entries, others, false, indexOf);
   return plan;
 }
 
-std::vector<Plan::Kept> Plan::keptIn(int pass) const {
-  std::vector<Kept> kept;
-  const auto keep = [&](int task, std::size_t output) {
-    const PlanTask& source = tasks[static_cast<std::size_t>(task)];
-    const bool isKnown = std::any_of(kept.begin(), kept.end(), [&](const Kept& entry) {
-      return entry.task == task && entry.output == output;
-    });
-    if (source.isPartitioned && source.pass == pass && !isKnown) {
-      kept.push_back({task, output});
-    }
-  };
-  for (const PlanTask& task : tasks) {
-    for (const PlanInput& input : task.inputs) {
-      if (task.runsInClient && input.task >= 0) {
-        keep(input.task, input.output);
-      }
-    }
+Plan makePlan(const host::Value& task) {
+  Plan plan;
+  plan.tasks.push_back(readTask(task, plan, {}, RecordedStacks()));
+  placeTask(plan.tasks.back(), plan);
+  for (std::size_t output = 0; output < plan.task(0).spec->numOutputs; ++output) {
+    plan.results.push_back({0, output, nullptr});
   }
-  for (const PlanResult& result : results) {
-    keep(result.task, result.output);
-  }
-  return kept;
-}
-
-std::vector<int> Plan::aggregatesOf(int pass) const {
-  std::vector<int> found;
-  for (std::size_t i = 0; i < tasks.size(); ++i) {
-    const PlanTask& task = tasks[i];
-    if (task.spec->kind == OpKind::Aggregate && !task.runsInClient && task.pass == pass) {
-      found.push_back(static_cast<int>(i));
-    }
-  }
-  return found;
-}
-
-std::vector<int> Plan::upstreamOf(const std::vector<int>& sinks) const {
-  std::vector<bool> needed(tasks.size(), false);
-  for (const int sink : sinks) {
-    needed[static_cast<std::size_t>(sink)] = true;
-  }
-  for (std::size_t i = tasks.size(); i-- > 0;) {
-    for (const PlanInput& input : tasks[i].inputs) {
-      if (needed[i] && input.task >= 0) {
-        const auto source = static_cast<std::size_t>(input.task);
-        needed[source] = needed[source] || tasks[source].isPartitioned;
-      }
-    }
-  }
-  std::vector<int> upstream;
-  for (std::size_t i = 0; i < tasks.size(); ++i) {
-    if (needed[i]) {
-      upstream.push_back(static_cast<int>(i));
-    }
-  }
-  return upstream;
+  return plan;
 }
 
 }  // namespace kv::runtime

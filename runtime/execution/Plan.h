@@ -2,10 +2,12 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "execution/OpSpec.h"
+#include "execution/RowPlaces.h"
 #include "kv/host/values.h"
 
 namespace kv::runtime {
@@ -14,68 +16,66 @@ namespace kv::runtime {
 struct PlanInput {
   int task = -1;  ///< index in the plan; -1 for a value
   std::size_t output = 0;
-  host::Value value;
-  host::Value metadata;  ///< of a value that was gathered in partitions; else null
+  host::Value value{};
+  std::optional<RowPlaces> places{};  ///< of a value whose rows are those of a source
 };
 
 /// An execution task, with what the plan has found out about it.
 ///
-/// 1. A task is partitioned if its result has rows in partitions: it flows in chunks, in pass
-/// `pass`,
-///    and is computed anew in each later pass that needs it.
-/// 2. Any other task has whole values, which are there once `pass` passes are over (0: before the
-///    first).
+/// 1. A task is partitioned if its result has rows in partitions: it flows in chunks, and is
+///    computed anew in each pass that needs it. Values whose places are known flow as well.
+/// 2. Any other task has whole values, once it has run in the client or at the end of a pass.
 struct PlanTask {
   std::string id;
   std::shared_ptr<const OpSpec> spec;
   host::Value factory;  ///< its DataProcessorFactory
   std::vector<PlanInput> inputs;
   bool isPartitioned = false;
-  int pass = 0;
 
   /// True if the task runs in the client on whole values, with no chunk in sight.
   bool runsInClient = false;
+
+  /// Of a choice between rows and a value: the rows for which the value is repeated.
+  std::optional<PlanInput> spreadOver{};
 };
 
-/// An output of a task that somebody waits for.
+/// An output of a task whose promise is completed.
 struct PlanResult {
   int task = 0;
   std::size_t output = 0;
-  host::Value promise;
+  host::Value promise;  ///< null: none is completed
+  bool isAsked = true;  ///< false: completed only if something that was asked for needs the value
 };
 
-/// Tasks in dependency order and the results that are wanted from them, cut into passes over the
-/// data. Its size follows the number of operations.
+/// Tasks in dependency order and the results that are asked of them. Its size follows the number
+/// of operations. What runs when is up to Schedule.
 ///
 /// Lives: within one evaluation; it holds host values.
 struct Plan {
   std::vector<PlanTask> tasks;
   std::vector<PlanResult> results;
-  int passes = 0;
 
-  /// A partitioned output whose rows must be kept when pass `pass` runs, because it is wanted or
-  /// because a client task reads it whole.
-  struct Kept {
-    int task = 0;
-    std::size_t output = 0;
-  };
-  std::vector<Kept> keptIn(int pass) const;
+  const PlanTask& task(int index) const { return tasks[static_cast<std::size_t>(index)]; }
 
-  /// Aggregates that pass `pass` completes.
-  std::vector<int> aggregatesOf(int pass) const;
-
-  /// `sinks` and all partitioned tasks that they need in a pass, in dependency order.
-  std::vector<int> upstreamOf(const std::vector<int>& sinks) const;
+  /// True if an input's rows flow in chunks.
+  bool flows(const PlanInput& input) const {
+    return input.task >= 0 ? task(input.task).isPartitioned : input.places.has_value();
+  }
 };
 
 /// Makes the plan of a task graph: a LazyTaskGraph whose tasks the runtime made.
 ///
-/// `promises`: an object array of the promises that are waited for; those of broadcast outputs are
-/// completed too.
+/// `asked`, `others`: object arrays of promises; those of `others` are completed if it costs no
+/// work that `asked` doesn't need.
 /// Errors: "KALVEX:array:NotRunnable" with the class of an operation that brings no runnable task.
-Plan makePlan(const kxArray* taskGraph, const kxArray* promises);
+Plan makePlan(const kxArray* taskGraph, const kxArray* asked, const kxArray* others);
 
-/// The plan as text: a line a step, pass by pass.
+/// Makes the plan of one task, an ExecutionTask whose inputs are there. Its outputs are the
+/// results, without promises.
+Plan makePlan(const host::Value& task);
+
+/// The plan as text: a line for each step, pass by pass. Steps that depend on a condition that
+/// isn't known yet say so.
 std::string describePlan(const Plan& plan);
 
 }  // namespace kv::runtime

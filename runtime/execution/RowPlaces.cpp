@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <functional>
-#include <limits>
 #include <span>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -15,7 +15,8 @@ namespace {
 
 using host::Value;
 
-constexpr std::array<std::string_view, 3> kMetadataFields{"RowCount", "PartitionRows", "Ordinals"};
+constexpr std::array<std::string_view, 7> kMetadataFields{
+    "RowCount", "PartitionRows", "Ordinals", "Source", "PartitionChunks", "ChunkRows", "Origin"};
 
 Value int64Column(std::span<const std::int64_t> numbers) {
   Value column = matrix::from_kalvex(
@@ -57,6 +58,9 @@ std::span<const std::int64_t> int64sOf(const kxArray* column) {
   return {static_cast<const std::int64_t*>(kxGetData(column)), kxGetNumberOfElements(column)};
 }
 
+/// More rows than a chunk has; rows of a partition can be added up without overflow.
+constexpr std::int64_t kMaxChunkRows = std::int64_t{1} << 32;
+
 /// True if there is an ordinal for each row, and those of a partition ascend.
 bool ascendInEachPartition(std::span<const std::int64_t> ordinals,
                            std::span<const std::int64_t> firstRow) {
@@ -75,10 +79,64 @@ bool ascendInEachPartition(std::span<const std::int64_t> ordinals,
   return true;
 }
 
+/// True if the numbers ascend from 0 to `last`, equal ones included.
+bool ascendTo(std::span<const std::int64_t> numbers, std::size_t last) {
+  return !numbers.empty() && numbers.front() == 0 && std::ranges::is_sorted(numbers) &&
+         static_cast<std::size_t>(numbers.back()) == last;
+}
+
+std::optional<std::string> textIn(const kxArray* metadata, std::string_view field) {
+  const kxArray* text = kxGetField(metadata, 0, field);
+  const bool isText = text != nullptr && kxIsScalar(text) && Torvane::String::isString(text);
+  return isText ? std::optional(host::toText(text)) : std::nullopt;
+}
+
+std::optional<RowCut> cutIn(const kxArray* metadata, std::size_t numPartitions) {
+  const auto source = textIn(metadata, "Source");
+  const auto firstChunk = int64sOf(kxGetField(metadata, 0, "PartitionChunks"));
+  const auto chunkRows = int64sOf(kxGetField(metadata, 0, "ChunkRows"));
+  const bool isCut =
+      source && firstChunk.size() == numPartitions + 1 && ascendTo(firstChunk, chunkRows.size()) &&
+      std::ranges::all_of(chunkRows,
+                          [](std::int64_t rows) { return rows > 0 && rows <= kMaxChunkRows; });
+  if (!isCut) {
+    return std::nullopt;
+  }
+  return RowCut{
+      *source, {firstChunk.begin(), firstChunk.end()}, {chunkRows.begin(), chunkRows.end()}};
+}
+
+/// True if the chunks of each partition have room for the rows that are placed in it.
+bool holdsPlaces(const RowCut& cut, const RowPlaces& places) {
+  const auto ordinals =
+      places.ordinals ? places.ordinals->values<std::int64_t>() : std::span<const std::int64_t>{};
+  for (std::size_t i = 0; i + 1 < places.firstRow.size(); ++i) {
+    std::int64_t room = 0;
+    for (std::int64_t chunk = cut.firstChunk[i]; chunk < cut.firstChunk[i + 1]; ++chunk) {
+      room += cut.chunkRows[static_cast<std::size_t>(chunk)];
+    }
+    const std::int64_t rows = places.firstRow[i + 1] - places.firstRow[i];
+    const bool fits = !places.ordinals ? rows == room
+                      : rows == 0
+                          ? true
+                          : ordinals[static_cast<std::size_t>(places.firstRow[i + 1] - 1)] < room;
+    if (!fits) {
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
-RowPlaces RowPlaces::ofPartitions(const std::vector<std::vector<Chunk>>& partitions) {
-  RowPlaces places{{0}, std::nullopt};
+void RowCut::addPartition(const std::vector<std::int64_t>& rows) {
+  chunkRows.insert(chunkRows.end(), rows.begin(), rows.end());
+  firstChunk.push_back(static_cast<std::int64_t>(chunkRows.size()));
+}
+
+RowPlaces RowPlaces::ofPartitions(const std::vector<std::vector<Chunk>>& partitions,
+                                  std::shared_ptr<const RowCut> cut) {
+  RowPlaces places{{0}, std::nullopt, std::move(cut), {}};
   for (const std::vector<Chunk>& chunks : partitions) {
     std::int64_t rows = places.firstRow.back();
     for (const Chunk& chunk : chunks) {
@@ -86,7 +144,8 @@ RowPlaces RowPlaces::ofPartitions(const std::vector<std::vector<Chunk>>& partiti
     }
     places.firstRow.push_back(rows);
   }
-  if (!std::all_of(partitions.begin(), partitions.end(), startsAtZero)) {
+  if (!std::all_of(partitions.begin(), partitions.end(), startsAtZero) ||
+      !holdsPlaces(*places.cut, places)) {
     places.ordinals = ordinalsOf(partitions);
   }
   return places;
@@ -97,11 +156,17 @@ std::optional<RowPlaces> RowPlaces::fromMetadata(const kxArray* metadata, std::s
     return std::nullopt;
   }
   const auto firstRow = int64sOf(kxGetField(metadata, 0, "PartitionRows"));
-  if (firstRow.empty() || !std::ranges::is_sorted(firstRow) || firstRow.front() != 0 ||
-      static_cast<std::size_t>(firstRow.back()) != rows) {
+  if (!ascendTo(firstRow, rows)) {
     return std::nullopt;
   }
-  RowPlaces places{{firstRow.begin(), firstRow.end()}, std::nullopt};
+  std::optional<RowCut> cut = cutIn(metadata, firstRow.size() - 1);
+  if (!cut) {
+    return std::nullopt;
+  }
+  RowPlaces places{{firstRow.begin(), firstRow.end()},
+                   std::nullopt,
+                   std::make_shared<const RowCut>(*std::move(cut)),
+                   textIn(metadata, "Origin").value_or("")};
   const kxArray* ordinals = kxGetField(metadata, 0, "Ordinals");
   if (kxGetClassID(ordinals) == kxINT64_CLASS) {
     if (!ascendInEachPartition(int64sOf(ordinals), firstRow)) {
@@ -109,7 +174,7 @@ std::optional<RowPlaces> RowPlaces::fromMetadata(const kxArray* metadata, std::s
     }
     places.ordinals = toColumn(ordinals);
   }
-  return places;
+  return holdsPlaces(*places.cut, places) ? std::optional(std::move(places)) : std::nullopt;
 }
 
 Value RowPlaces::toMetadata() const {
@@ -117,9 +182,13 @@ Value RowPlaces::toMetadata() const {
   const auto set = [&](std::string_view field, Value value) {
     kxSetField(metadata.get(), 0, field, value.release());
   };
-  set("RowCount", host::makeDouble(static_cast<double>(firstRow.back())));
+  set("RowCount", host::makeDouble(static_cast<double>(rows())));
   set("PartitionRows", int64Column(firstRow));
   set("Ordinals", ordinals ? toValue(*ordinals) : host::makeEmptyDouble());
+  set("Source", host::makeString(cut->source));
+  set("PartitionChunks", int64Column(cut->firstChunk));
+  set("ChunkRows", int64Column(cut->chunkRows));
+  set("Origin", host::makeString(origin));
   return metadata;
 }
 
@@ -145,26 +214,6 @@ Chunk RowPlaces::take(const Chunk& whole, std::int64_t partition, std::int64_t f
     chunk.columns.push_back(column.slice(begin + from, count));
   }
   return chunk;
-}
-
-std::vector<Chunk> RowPlaces::cut(const Chunk& whole) const {
-  std::vector<Chunk> chunks;
-  for (std::int64_t partition = 0; partition < numPartitions(); ++partition) {
-    chunks.push_back(take(whole, partition, 0, std::numeric_limits<std::int64_t>::max()));
-  }
-  return chunks;
-}
-
-bool haveSamePlaces(const RowPlaces& a, const RowPlaces& b) {
-  if (a.firstRow != b.firstRow || a.ordinals.has_value() != b.ordinals.has_value()) {
-    return false;
-  }
-  if (!a.ordinals) {
-    return true;
-  }
-  const auto ofA = a.ordinals->values<std::int64_t>();
-  const auto ofB = b.ordinals->values<std::int64_t>();
-  return std::equal(ofA.begin(), ofA.end(), ofB.begin(), ofB.end());
 }
 
 }  // namespace kv::runtime

@@ -17,6 +17,8 @@ ColumnNeeds needsOfInput(const OpSpec& spec, const ColumnNeeds& asked) {
     case OpKind::Select:
     case OpKind::Pass:
       return asked;
+    case OpKind::Choose:
+      return {};
     default:
       return {true, {}};
   }

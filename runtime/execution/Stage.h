@@ -57,6 +57,8 @@ class Stage {
   /// The last step that reads the result of a step; the step itself if none does.
   std::size_t lastUse(std::size_t step) const { return lastUse_[step]; }
 
+  bool readsSource() const { return source_ != nullptr; }
+
   /// Errors: "KALVEX:array:NeedsRows" if no step reads one.
   const Datastore& source() const;
 
@@ -80,8 +82,10 @@ class Stage {
 
 /// A value that is there before a pass, as a stage uses it.
 struct StageInput {
-  Column column;
-  std::optional<RowPlaces> places;  ///< of a value that was gathered from partitions of the source
+  Column column;                      ///< of a value that isn't known to be rows
+  std::optional<RowPlaces> places{};  ///< of a value whose rows are those of a source
+  Chunk rows{};                       ///< such a value, a column or a table
+  std::string origin{};               ///< what made it, for messages
 };
 
 }  // namespace kv::runtime

@@ -18,18 +18,21 @@ using host::Value;
 /// reads.
 class BuilderGraphMaker {
  public:
-  BuilderGraphMaker(const Plan& plan, const WholeValues& values)
-      : plan_(plan), values_(values), ofTask_(plan.tasks.size()) {}
+  BuilderGraphMaker(const Plan& plan, const Schedule& schedule, const WholeValues& values)
+      : plan_(plan), schedule_(schedule), values_(values), ofTask_(plan.tasks.size()) {}
 
   /// The builders of all partitioned tasks and of the sinks are made in dependency order.
   void addTask(int index) {
-    const PlanTask& task = plan_.tasks[static_cast<std::size_t>(index)];
+    const PlanTask& task = plan_.task(index);
     withStep(*task.spec, task.factory.get(), [&] {
       std::vector<Value> inputs;
-      for (const PlanInput& input : task.inputs) {
-        inputs.push_back(flows(input) ? outputOf(input.task, input.output) : inputBuilder(input));
+      for (const PlanInput* input : schedule_.inputsOf(index)) {
+        inputs.push_back(flows(*input) ? outputOf(input->task, input->output)
+                                       : inputBuilder(*input));
       }
-      ofTask_[static_cast<std::size_t>(index)] = builder(inputs, task.factory.get());
+      const bool isBranch = task.spec->kind == OpKind::Choose && inputs.size() == 1;
+      ofTask_[static_cast<std::size_t>(index)] =
+          isBranch ? std::move(inputs[0]) : builder(inputs, task.factory.get());
     });
   }
 
@@ -89,12 +92,20 @@ class BuilderGraphMaker {
 
   Value inputBuilder(const PlanInput& input) {
     const WholeValue whole = inputValue(input, values_);
-    inputs_.push_back({toColumn(whole.value.get()), whole.places});
+    if (whole.places) {
+      inputs_.push_back({emptyColumn(ElementType::Double), whole.places,
+                         toChunk(whole.value.get()), whole.places->origin});
+    } else {
+      inputs_.push_back({toColumn(whole.value.get())});
+      inputs_.back().origin =
+          input.task < 0 ? "a value in memory" : describe(*plan_.task(input.task).spec);
+    }
     const Value ordinal = host::makeDouble(static_cast<double>(inputs_.size()));
     return host::call(kProcessorBuilder, {ordinal.get()});
   }
 
   const Plan& plan_;
+  const Schedule& schedule_;
   const WholeValues& values_;
   std::vector<Value> ofTask_;
   std::vector<StageInput> inputs_;
@@ -111,14 +122,10 @@ Value AssembledStage::factoryOf(std::size_t step) const {
   return matrix::sharedCopy(kxGetCell(factories.get(), step));
 }
 
-AssembledStage assembleStage(const Plan& plan, const std::vector<PassSink>& sinks,
-                             const WholeValues& values) {
-  std::vector<int> tasks;
-  for (const PassSink& sink : sinks) {
-    tasks.push_back(sink.task);
-  }
-  BuilderGraphMaker maker(plan, values);
-  for (const int task : plan.upstreamOf(tasks)) {
+AssembledStage assembleStage(const Plan& plan, const Schedule& schedule,
+                             const std::vector<PassSink>& sinks, const WholeValues& values) {
+  BuilderGraphMaker maker(plan, schedule, values);
+  for (const int task : schedule.upstreamOf(sinks)) {
     maker.addTask(task);
   }
   std::vector<Value> outputs;

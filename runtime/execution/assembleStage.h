@@ -3,17 +3,11 @@
 #include <vector>
 
 #include "execution/Plan.h"
+#include "execution/Schedule.h"
 #include "execution/Stage.h"
 #include "execution/wholeValues.h"
 
 namespace kv::runtime {
-
-/// A result of a pass: an aggregate, or an output whose rows are kept.
-struct PassSink {
-  int task = 0;
-  std::size_t output = 0;
-  bool isAggregate = false;
-};
 
 /// A stage, and the values that it reads.
 struct AssembledStage {
@@ -25,10 +19,12 @@ struct AssembledStage {
   host::Value factoryOf(std::size_t step) const;
 };
 
-/// Assembles the stage that gives `sinks`, in order, over builders of composite processors.
+/// Assembles the stage that gives `sinks`, in order, over builders of composite processors. A
+/// choice is the branch that it takes.
 ///
-/// Requires: the sinks' rows flow from one source, and the whole values that they read are there.
-AssembledStage assembleStage(const Plan& plan, const std::vector<PassSink>& sinks,
-                             const WholeValues& values);
+/// Requires: `schedule` lets the sinks run together: their rows flow from one source, and the whole
+///           values that they read are there.
+AssembledStage assembleStage(const Plan& plan, const Schedule& schedule,
+                             const std::vector<PassSink>& sinks, const WholeValues& values);
 
 }  // namespace kv::runtime

@@ -1,15 +1,11 @@
 #include "execution/clientTasks.h"
 
 #include <algorithm>
-#include <optional>
-#include <string>
 #include <utility>
 
 #include "execution/chunkSteps.h"
-#include "execution/failures.h"
 #include "execution/randomStreams.h"
 #include "execution/slicedCalls.h"
-#include "kv/host/errors.h"
 #include "kv/runtime/selectRows.h"
 #include "values/columnValues.h"
 
@@ -21,34 +17,12 @@ using host::Value;
 /// Whose random stream a function of whole values has.
 constexpr std::int64_t kFirstPartition = 0;
 
-std::vector<WholeValue> wholes(std::vector<Value> outputs,
-                               const std::optional<RowPlaces>& places = std::nullopt) {
+std::vector<WholeValue> wholes(std::vector<Value> outputs) {
   std::vector<WholeValue> values;
   for (Value& output : outputs) {
-    values.push_back({std::move(output), places});
+    values.push_back({std::move(output)});
   }
   return values;
-}
-
-[[noreturn]] void raiseRowsDiffer(const OpSpec& spec, std::int64_t rows, std::int64_t others) {
-  host::raise("KALVEX:array:RowsDiffer", {std::to_string(rows), "an input of " + spec.label,
-                                          std::to_string(others), "another"});
-}
-
-/// The rows that all inputs share; none if they are values without places.
-/// Errors: "KALVEX:array:RowsDiffer".
-std::optional<RowPlaces> sharedPlaces(const OpSpec& spec, const std::vector<WholeValue>& inputs) {
-  const WholeValue* first = nullptr;
-  for (const WholeValue& input : inputs) {
-    if (!input.places) {
-      continue;
-    }
-    if (first != nullptr && !haveSamePlaces(*first->places, *input.places)) {
-      raiseRowsDiffer(spec, first->places->firstRow.back(), input.places->firstRow.back());
-    }
-    first = first != nullptr ? first : &input;
-  }
-  return first != nullptr ? first->places : std::nullopt;
 }
 
 std::vector<Value> callHandle(const kxArray* factory, kcos::NameRef slot, std::size_t numOutputs,
@@ -90,6 +64,15 @@ std::vector<Value> callOnRows(const PlanTask& task, const std::vector<const kxAr
   return outputs;
 }
 
+std::vector<Value> reduceValues(const kxArray* factory, std::size_t numOutputs,
+                                const std::vector<Value>& partials) {
+  std::vector<const kxArray*> inputs;
+  for (const Value& partial : partials) {
+    inputs.push_back(partial.get());
+  }
+  return callHandle(factory, "ReduceHandle", numOutputs, inputs);
+}
+
 /// The results of a function that the operation says has logical ones.
 std::vector<Value> checkedTypes(const OpSpec& spec, std::vector<Value> outputs) {
   for (const Value& output : outputs) {
@@ -100,72 +83,37 @@ std::vector<Value> checkedTypes(const OpSpec& spec, std::vector<Value> outputs) 
   return outputs;
 }
 
-/// A value cut where the rows stood, or as one piece.
-/// Errors: "KALVEX:array:RowsDiffer" for a value with more or fewer rows than have places.
-std::vector<Chunk> piecesOf(const OpSpec& spec, const WholeValue& whole,
-                            const std::optional<RowPlaces>& places) {
-  const Chunk chunk = toChunk(whole.value.get());
-  if (!places) {
-    return {chunk};
-  }
-  if (chunk.rows() != places->firstRow.back()) {
-    raiseRowsDiffer(spec, places->firstRow.back(), chunk.rows());
-  }
-  return places->cut(chunk);
-}
-
-std::vector<WholeValue> oneOf(const WholeValue& input) {
-  std::vector<WholeValue> outputs;
-  outputs.push_back({matrix::sharedCopy(input.value.get()), input.places});
-  return outputs;
-}
-
-std::vector<WholeValue> filterWhole(const OpSpec& spec, const std::vector<WholeValue>& inputs) {
-  const std::optional<RowPlaces> places = sharedPlaces(spec, inputs);
-  const std::vector<Chunk> keep = piecesOf(spec, inputs.at(0), places);
-  std::vector<WholeValue> outputs;
+std::vector<Value> filterWhole(const std::vector<const kxArray*>& inputs) {
+  const Chunk keep = toChunk(inputs.at(0));
+  std::vector<Value> outputs;
   for (std::size_t i = 1; i < inputs.size(); ++i) {
-    std::vector<std::vector<Chunk>> kept;
-    const std::vector<Chunk> pieces = piecesOf(spec, inputs[i], places);
-    for (std::size_t p = 0; p < pieces.size(); ++p) {
-      kept.push_back({selectRows(pieces[p], keep[p].columns.front())});
-    }
-    outputs.push_back(joinRows(kept));
-    if (!places) {
-      outputs.back().places.reset();
-    }
+    outputs.push_back(toValue(selectRows(toChunk(inputs[i]), keep.columns.front())));
   }
   return outputs;
 }
 
-std::vector<WholeValue> runOn(const PlanTask& task, const std::vector<WholeValue>& inputs) {
+std::vector<Value> runOn(const PlanTask& task, const std::vector<const kxArray*>& values) {
   const OpSpec& spec = *task.spec;
   const kxArray* factory = task.factory.get();
-  std::vector<const kxArray*> values;
-  for (const WholeValue& input : inputs) {
-    values.push_back(input.value.get());
-  }
+  std::vector<Value> outputs;
   switch (spec.kind) {
-    case OpKind::Variable: {
-      std::vector<Value> taken;
-      taken.push_back(toValue(takeVariables(spec, toChunk(values.at(0)))));
-      return wholes(std::move(taken), inputs[0].places);
-    }
+    case OpKind::Variable:
+      outputs.push_back(toValue(takeVariables(spec, toChunk(values.at(0)))));
+      return outputs;
     case OpKind::Filter:
-      return filterWhole(spec, inputs);
+      return filterWhole(values);
     case OpKind::Elementwise:
-      return wholes(checkedTypes(spec, callOnRows(task, values)), sharedPlaces(spec, inputs));
+      return checkedTypes(spec, callOnRows(task, values));
     case OpKind::Choose:
-      return oneOf(inputs.at(isConditionTrue(toColumn(values.at(0))) ? 1 : 2));
     case OpKind::Pass:
-      return oneOf(inputs.at(0));
-    case OpKind::Aggregate: {
-      std::vector<Value> partials = callOnRows(task, values);
-      return spec.function.aggregate ? wholes(std::move(partials))
-                                     : reducePartials(factory, spec.numOutputs, partials);
-    }
+      outputs.push_back(matrix::sharedCopy(values.at(0)));
+      return outputs;
+    case OpKind::Aggregate:
+      outputs = callOnRows(task, values);
+      return spec.function.aggregate ? std::move(outputs)
+                                     : reduceValues(factory, spec.numOutputs, outputs);
     default:
-      return wholes(callHandle(factory, "FunctionHandle", spec.numOutputs, values));
+      return callHandle(factory, "FunctionHandle", spec.numOutputs, values);
   }
 }
 
@@ -173,21 +121,15 @@ std::vector<WholeValue> runOn(const PlanTask& task, const std::vector<WholeValue
 
 std::vector<WholeValue> reducePartials(const kxArray* factory, std::size_t numOutputs,
                                        const std::vector<Value>& partials) {
-  std::vector<const kxArray*> inputs;
-  for (const Value& partial : partials) {
-    inputs.push_back(partial.get());
-  }
-  return wholes(callHandle(factory, "ReduceHandle", numOutputs, inputs));
+  return wholes(reduceValues(factory, numOutputs, partials));
 }
 
-std::vector<WholeValue> runClientTask(const PlanTask& task, const WholeValues& values) {
-  return withStep(*task.spec, task.factory.get(), [&] {
-    std::vector<WholeValue> inputs;
-    for (const PlanInput& input : task.inputs) {
-      inputs.push_back(inputValue(input, values));
-    }
-    return runOn(task, inputs);
-  });
+std::vector<WholeValue> runClientTask(const PlanTask& task, const std::vector<WholeValue>& inputs) {
+  std::vector<const kxArray*> values;
+  for (const WholeValue& input : inputs) {
+    values.push_back(input.value.get());
+  }
+  return wholes(runOn(task, values));
 }
 
 }  // namespace kv::runtime

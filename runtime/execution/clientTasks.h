@@ -7,11 +7,12 @@
 
 namespace kv::runtime {
 
-/// Runs a task on whole values, once: a function, or the taking of columns or rows.
+/// Runs a task once on whole values that aren't known to be rows of a source: a function, or the
+/// taking of columns or rows. A choice is given the value that its condition chose.
 ///
-/// Result: an entry an output.
-/// Errors: as raiseStepFailure, with the line where the operation was made.
-std::vector<WholeValue> runClientTask(const PlanTask& task, const WholeValues& values);
+/// Result: an entry for each output.
+/// Errors: those of the task.
+std::vector<WholeValue> runClientTask(const PlanTask& task, const std::vector<WholeValue>& inputs);
 
 /// Reduces what the chunks of a user's aggregate gave, one list an output, by its second function.
 std::vector<WholeValue> reducePartials(const kxArray* factory, std::size_t numOutputs,

@@ -4,12 +4,16 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "execution/Plan.h"
+#include "execution/Schedule.h"
 #include "execution/Stage.h"
+#include "execution/chunkSteps.h"
+#include "values/columnValues.h"
 
 namespace kv::runtime {
 namespace {
@@ -40,45 +44,165 @@ std::string onOneLine(const std::string& text) {
   return line;
 }
 
-class PlanText {
- public:
-  explicit PlanText(const Plan& plan) : plan_(plan), lines_(plan.tasks.size(), 0) {}
+/// A branch of a choice, inside of those of others.
+struct BranchOf {
+  int choice = -1;
+  bool isTrue = false;
+  int outer = -1;  ///< index of the branch that this one is in; -1: none
+  int depth = 0;
+};
 
-  std::string write() {
-    writeHeading(fmt::format("Plan: {} {} over the data", plan_.passes,
-                             plan_.passes == 1 ? "pass" : "passes"));
-    writeClientTasks(0);
-    for (int pass = 1; pass <= plan_.passes; ++pass) {
-      writeHeading(fmt::format("Pass {}", pass));
-      writeFlow(pass);
-      writeClientTasks(pass);
+/// Which tasks are needed only if conditions that aren't known yet turn out in a certain way.
+class Conditions {
+ public:
+  Conditions(const Plan& plan, const Schedule& schedule) : ofTask_(plan.tasks.size(), kUnused) {
+    for (const PlanResult& result : plan.results) {
+      use(result.task, kAlways);
     }
-    for (std::size_t i = 0; i < plan_.results.size(); ++i) {
-      const auto task = static_cast<std::size_t>(plan_.results[i].task);
-      addRow(fmt::format("Result {}: #{}", i + 1, lines_[task]), {},
-             plan_.tasks[task].spec->origin);
+    for (int task = static_cast<int>(plan.tasks.size()); task-- > 0;) {
+      if (ofTask_[static_cast<std::size_t>(task)] == kUnused) {
+        continue;
+      }
+      const PlanTask& planned = plan.task(task);
+      const int own = ofTask_[static_cast<std::size_t>(task)];
+      const bool isOpen =
+          planned.spec->kind == OpKind::Choose && schedule.branchOf(task) == Branch::Both;
+      for (const PlanInput& input : planned.inputs) {
+        const auto number = static_cast<int>(&input - planned.inputs.data());
+        if (input.task >= 0) {
+          use(input.task, isOpen && number > 0 ? branch(task, number == 1, own) : own);
+        }
+      }
     }
-    return align();
+  }
+
+  /// The innermost branch that a task is part of; none for one that always runs.
+  const BranchOf* of(int task) const {
+    const int found = ofTask_[static_cast<std::size_t>(task)];
+    return found >= 0 ? &branches_[static_cast<std::size_t>(found)] : nullptr;
   }
 
  private:
-  void writeFlow(int pass) {
-    std::vector<int> sinks = plan_.aggregatesOf(pass);
-    const std::set<int> keptTasks = keptIn(pass);
-    sinks.insert(sinks.end(), keptTasks.begin(), keptTasks.end());
-    const std::vector<int> upstream = plan_.upstreamOf(sinks);
-    const std::vector<ColumnNeeds> needs = columnNeeds(stepsOf(upstream, keptTasks));
+  static constexpr int kAlways = -1;
+  static constexpr int kUnused = -2;
+
+  int branch(int choice, bool isTrue, int outer) {
+    const int depth = outer < 0 ? 0 : branches_[static_cast<std::size_t>(outer)].depth + 1;
+    branches_.push_back({choice, isTrue, outer, depth});
+    return static_cast<int>(branches_.size()) - 1;
+  }
+
+  void use(int task, int branch) {
+    int& known = ofTask_[static_cast<std::size_t>(task)];
+    known = known == kUnused ? branch : common(known, branch);
+  }
+
+  /// The innermost branch that two are both in.
+  int common(int a, int b) const {
+    const auto depth = [this](int i) {
+      return i < 0 ? -1 : branches_[static_cast<std::size_t>(i)].depth;
+    };
+    while (a != b) {
+      int& deeper = depth(a) >= depth(b) ? a : b;
+      deeper = branches_[static_cast<std::size_t>(deeper)].outer;
+    }
+    return a;
+  }
+
+  std::vector<int> ofTask_;
+  std::vector<BranchOf> branches_;
+};
+
+class PlanText {
+ public:
+  explicit PlanText(const Plan& plan)
+      : plan_(plan), schedule_(plan), lines_(plan.tasks.size(), 0) {}
+
+  std::string write() {
+    int passes = 0;
+    while (const std::optional<Round> round = schedule_.next()) {
+      if (!round->clientTasks.empty()) {
+        writeClientTasks(round->clientTasks);
+      } else if (round->readsData) {
+        writeHeading(fmt::format("Pass {}", ++passes));
+        writePasses(round->passes);
+      } else {
+        writeHeading("In memory");
+        writePasses(round->passes);
+      }
+    }
+    writeConditions();
+    for (std::size_t i = 0; i < plan_.results.size(); ++i) {
+      const auto task = static_cast<std::size_t>(plan_.results[i].task);
+      rows_.push_back(
+          {fmt::format("Result {}: #{}", i + 1, lines_[task]), {}, plan_.tasks[task].spec->origin});
+    }
+    const bool isOpen =
+        std::ranges::any_of(rows_, [](const Row& row) { return row.isConditional; });
+    return fmt::format("Plan: {}{} {} over the data\n", isOpen ? "at most " : "", passes,
+                       passes == 1 ? "pass" : "passes") +
+           align();
+  }
+
+ private:
+  void writeClientTasks(const std::vector<int>& tasks) {
+    for (const int index : tasks) {
+      const PlanTask& task = plan_.task(index);
+      const bool isOpen =
+          task.spec->kind == OpKind::Choose && schedule_.branchOf(index) == Branch::Unknown;
+      if (isOpen) {
+        schedule_.setBranch(index, knownBranch(task));
+      } else {
+        schedule_.setDone(index);
+        writeStep(index, "once");
+      }
+    }
+  }
+
+  /// The branch that a condition takes that is there already.
+  static Branch knownBranch(const PlanTask& choice) {
+    const PlanInput& condition = choice.inputs.at(0);
+    if (condition.task >= 0) {
+      return Branch::Both;
+    }
+    const Column value = toColumn(condition.value.get());
+    const bool isLogical = value.type() == ElementType::Logical && value.rows() == 1;
+    return !isLogical ? Branch::Both : isConditionTrue(value) ? Branch::First : Branch::Second;
+  }
+
+  void writePasses(const std::vector<std::vector<PassSink>>& passes) {
+    for (const std::vector<PassSink>& sinks : passes) {
+      writePass(sinks);
+      for (const PassSink& sink : sinks) {
+        if (sink.isAggregate) {
+          schedule_.setDone(sink.task);
+        } else {
+          schedule_.setKept(sink.task, sink.output);
+        }
+      }
+    }
+  }
+
+  void writePass(const std::vector<PassSink>& sinks) {
+    std::set<int> kept;
+    for (const PassSink& sink : sinks) {
+      if (!sink.isAggregate) {
+        kept.insert(sink.task);
+      }
+    }
+    const std::vector<int> upstream = schedule_.upstreamOf(sinks);
+    const std::vector<ColumnNeeds> needs = columnNeeds(stepsOf(upstream, kept));
     for (std::size_t i = 0; i < upstream.size(); ++i) {
-      const OpSpec& spec = *plan_.tasks[static_cast<std::size_t>(upstream[i])].spec;
+      const OpSpec& spec = *plan_.task(upstream[i]).spec;
       std::string note;
       if (spec.kind == OpKind::Read) {
         note = readNote(spec, needs[i]);
       } else if (spec.kind == OpKind::Aggregate) {
         note = "reduces all rows";
-      } else if (keptTasks.contains(upstream[i])) {
+      } else if (kept.contains(upstream[i])) {
         note = "rows are kept";
       }
-      writeStep(upstream[i], note);
+      writeStep(upstream[i], std::move(note));
     }
   }
 
@@ -86,15 +210,16 @@ class PlanText {
   std::vector<StageStep> stepsOf(const std::vector<int>& tasks, const std::set<int>& kept) const {
     std::map<int, std::size_t> stepOf;
     std::vector<StageStep> steps;
+    const auto pass = std::make_shared<OpSpec>(OpSpec{.kind = OpKind::Pass});
     for (const int task : tasks) {
-      const PlanTask& planned = plan_.tasks[static_cast<std::size_t>(task)];
-      stepOf.emplace(task, steps.size());
-      StageStep step{planned.spec, {}};
-      for (const PlanInput& input : planned.inputs) {
-        if (const auto found = stepOf.find(input.task); found != stepOf.end()) {
+      const bool isChoice = plan_.task(task).spec->kind == OpKind::Choose;
+      StageStep step{isChoice ? pass : plan_.task(task).spec, {}};
+      for (const PlanInput* input : schedule_.inputsOf(task)) {
+        if (const auto found = stepOf.find(input->task); found != stepOf.end()) {
           step.inputs.push_back(found->second);
         }
       }
+      stepOf.emplace(task, steps.size());
       steps.push_back(std::move(step));
     }
     const auto collect = std::make_shared<OpSpec>(OpSpec{.kind = OpKind::Collect});
@@ -110,24 +235,8 @@ class PlanText {
     return fmt::format("{} of {} columns: {}", columns.size(), all, fmt::join(columns, ", "));
   }
 
-  std::set<int> keptIn(int pass) const {
-    std::set<int> tasks;
-    for (const Plan::Kept& kept : plan_.keptIn(pass)) {
-      tasks.insert(kept.task);
-    }
-    return tasks;
-  }
-
-  void writeClientTasks(int pass) {
-    for (std::size_t i = 0; i < plan_.tasks.size(); ++i) {
-      if (plan_.tasks[i].runsInClient && plan_.tasks[i].pass == pass) {
-        writeStep(static_cast<int>(i), "once");
-      }
-    }
-  }
-
-  void writeStep(int index, const std::string& note) {
-    const PlanTask& task = plan_.tasks[static_cast<std::size_t>(index)];
+  void writeStep(int index, std::string note) {
+    const PlanTask& task = plan_.task(index);
     int& line = lines_[static_cast<std::size_t>(index)];
     if (line == 0) {
       line = ++lastLine_;
@@ -136,22 +245,35 @@ class PlanText {
     for (const PlanInput& input : task.inputs) {
       inputs += (inputs.empty() ? "" : ", ") + inputName(input, lines_);
     }
-    addRow(fmt::format("  #{:<3} {}{}", line, task.spec->label,
-                       inputs.empty() ? "" : fmt::format("({})", inputs)),
-           note, task.spec->origin);
+    rows_.push_back({fmt::format("  #{:<3} {}{}", line, task.spec->label,
+                                 inputs.empty() ? "" : fmt::format("({})", inputs)),
+                     std::move(note), task.spec->origin, index});
   }
 
-  void writeHeading(const std::string& text) { addRow(text, {}, {}); }
-
-  void addRow(const std::string& step, const std::string& note, const std::string& origin) {
-    rows_.push_back({onOneLine(step), onOneLine(note), onOneLine(origin)});
+  /// Adds to the steps of a branch what it depends on.
+  void writeConditions() {
+    const Conditions conditions(plan_, schedule_);
+    for (Row& row : rows_) {
+      const BranchOf* branch = row.task >= 0 ? conditions.of(row.task) : nullptr;
+      if (branch != nullptr) {
+        const PlanInput& condition = plan_.task(branch->choice).inputs[0];
+        row.note += fmt::format("{}if {} is {}", row.note.empty() ? "" : ", ",
+                                inputName(condition, lines_), branch->isTrue);
+        row.isConditional = true;
+      }
+    }
   }
+
+  void writeHeading(std::string text) { rows_.push_back({std::move(text), {}, {}}); }
 
   /// The rows, with notes and origins one below the other.
-  std::string align() const {
+  std::string align() {
     std::size_t stepWidth = 0;
     std::size_t noteWidth = 0;
-    for (const Row& row : rows_) {
+    for (Row& row : rows_) {
+      row.step = onOneLine(row.step);
+      row.note = onOneLine(row.note);
+      row.origin = onOneLine(row.origin);
       stepWidth = std::max(stepWidth, row.step.size());
       noteWidth = std::max(noteWidth, row.note.size());
     }
@@ -169,9 +291,12 @@ class PlanText {
     std::string step;
     std::string note;
     std::string origin;
+    int task = -1;  ///< of a step
+    bool isConditional = false;
   };
 
   const Plan& plan_;
+  Schedule schedule_;
   std::vector<int> lines_;
   int lastLine_ = 0;
   std::vector<Row> rows_;

@@ -17,7 +17,8 @@
 namespace kv::runtime {
 namespace {
 
-/// What a step has made of the rows at hand: a chunk an output, or a value that stood before.
+/// What a step has made of the rows at hand: a chunk for each output, or a value that isn't known
+/// to be rows of the stage.
 struct Slot {
   std::vector<Chunk> outputs;
   const StageInput* whole = nullptr;
@@ -28,9 +29,12 @@ struct Slot {
 /// One run of a unit: its slots and sinks.
 class UnitRun {
  public:
-  UnitRun(const Stage& stage, std::int64_t partition, std::span<const StageInput> inputs,
-          UserFunctions& functions)
+  UnitRun(const Stage& stage, const std::string& source, std::int64_t partition,
+          std::span<const StageInput> inputs, UserFunctions& functions)
       : stage_(stage), inputs_(inputs), functions_(functions), slots_(stage.steps().size()) {
+    for (const StageInput& input : inputs) {
+      isPlaced_.push_back(input.places && input.places->cut->source == source);
+    }
     result_.partition = partition;
     result_.sinks.resize(stage.outputs().size());
     for (const std::size_t output : stage.outputs()) {
@@ -44,6 +48,9 @@ class UnitRun {
   /// Takes one chunk of the source through all steps. False after a failure.
   bool advance(const Chunk& source) {
     result_.rows += source.rows();
+    if (source.rows() > 0) {
+      result_.chunkRows.push_back(source.rows());
+    }
     for (std::size_t step = 0; step + 1 < stage_.steps().size() && !result_.failure; ++step) {
       catchingFailures(
           [&] {
@@ -90,7 +97,7 @@ class UnitRun {
         slot.outputs = {source};
         break;
       case OpKind::Input:
-        bindInput(slot, inputs_[spec.index - 1], source);
+        bindInput(slot, spec.index - 1, source);
         break;
       case OpKind::Variable:
         slot.outputs = {takeVariables(spec, chunkOf(step, 0))};
@@ -109,7 +116,7 @@ class UnitRun {
         feedSinks(step);
         break;
       case OpKind::Choose:
-        slot.outputs = {choose(step)};
+        slot.outputs = {spread(step)};
         break;
       case OpKind::Pass:
         slot.outputs = {chunkOf(step, 0)};
@@ -121,15 +128,15 @@ class UnitRun {
     }
   }
 
-  static void bindInput(Slot& slot, const StageInput& input, const Chunk& source) {
-    if (!input.places) {
+  void bindInput(Slot& slot, std::size_t number, const Chunk& source) const {
+    const StageInput& input = inputs_[number];
+    if (!isPlaced_[number]) {
       slot.whole = &input;
       return;
     }
     const std::int64_t rows = source.rows();
     const std::int64_t first = rows > 0 ? source.ordinals.at(0) : 0;
-    const Chunk whole{0, RowOrdinals(0, input.column.rows()), nullptr, {input.column}};
-    slot.outputs = {input.places->take(whole, source.partition, first, first + rows)};
+    slot.outputs = {input.places->take(input.rows, source.partition, first, first + rows)};
   }
 
   const Slot& inputSlot(std::size_t step, std::size_t input) const {
@@ -139,7 +146,7 @@ class UnitRun {
   const Chunk& chunkOf(std::size_t step, std::size_t input) const {
     const Slot& slot = inputSlot(step, input);
     if (slot.isWhole()) {
-      host::raise("KALVEX:array:NeedsRows", {stage_.steps()[step].spec->label});
+      refuseValue(step, input);
     }
     return slot.outputs.front();
   }
@@ -155,7 +162,23 @@ class UnitRun {
   /// Where the array that is input `input` of `step` was made, for messages.
   std::string describeInput(std::size_t step, std::size_t input) const {
     const OpSpec& spec = *stage_.steps()[stage_.steps()[step].inputs[input]].spec;
-    return spec.origin.empty() ? spec.label : fmt::format("{} at {}", spec.label, spec.origin);
+    return spec.kind == OpKind::Input ? inputs_[spec.index - 1].origin : describe(spec);
+  }
+
+  /// Refuses a value where rows are needed: it has one row, or those of something else.
+  [[noreturn]] void refuseValue(std::size_t step, std::size_t input) const {
+    const StageInput& value = *inputSlot(step, input).whole;
+    const std::int64_t rows = value.places ? value.places->rows() : value.column.rows();
+    const bool mayNotSpread = value.places || rows != 1 || !stage_.steps()[step].spec->spreads;
+    const std::vector<std::size_t>& others = stage_.steps()[step].inputs;
+    for (std::size_t other = 0; other < others.size(); ++other) {
+      if (mayNotSpread && !inputSlot(step, other).isWhole()) {
+        host::raise("KALVEX:array:RowsDiffer",
+                    {std::to_string(rows), describeInput(step, input),
+                     std::to_string(chunkOf(step, other).rows()), describeInput(step, other)});
+      }
+    }
+    host::raise("KALVEX:array:NeedsRows", {stage_.steps()[step].spec->label});
   }
 
   void checkRows(std::size_t step, std::size_t a, std::size_t b) const {
@@ -201,35 +224,25 @@ class UnitRun {
         checkRows(step, rowsInput, input);
       }
     }
-    checkWholeInputs(step, rows);
+    checkValues(step);
     return {std::move(operands), rows};
   }
 
-  /// The rows of the input that the condition chooses; a value stands for every row of the other.
-  Chunk choose(std::size_t step) const {
-    const Slot& condition = inputSlot(step, 0);
-    if (!condition.isWhole()) {
-      host::raise("KALVEX:array:Condition", {"an array with rows"});
-    }
-    const std::size_t chosen = isConditionTrue(condition.whole->column) ? 1 : 2;
-    const Slot& slot = inputSlot(step, chosen);
-    if (!slot.isWhole()) {
-      return slot.outputs.front();
-    }
-    const Chunk& rows = chunkOf(step, 3 - chosen);
-    checkWholeInputs(step, &rows);
-    return {rows.partition, rows.ordinals, nullptr, {repeat(slot.whole->column, rows.rows())}};
+  /// The value that a condition chose, for every row of the other branch.
+  Chunk spread(std::size_t step) const {
+    checkValues(step);
+    const Chunk& rows = chunkOf(step, 1);
+    const Column& value = inputSlot(step, 0).whole->column;
+    return {rows.partition, rows.ordinals, nullptr, {repeat(value, rows.rows())}};
   }
 
-  /// A value that has several rows, but none that are known to be rows of the source, fits nothing.
-  void checkWholeInputs(std::size_t step, const Chunk* rows) const {
+  /// A value with several rows that aren't known to be those of the stage fits nothing.
+  void checkValues(std::size_t step) const {
     const bool spreads = stage_.steps()[step].spec->spreads;
     for (std::size_t input = 0; input < stage_.steps()[step].inputs.size(); ++input) {
       const Slot& slot = inputSlot(step, input);
-      if (slot.isWhole() && (slot.whole->column.rows() != 1 || !spreads)) {
-        host::raise("KALVEX:array:RowsDiffer",
-                    {std::to_string(slot.whole->column.rows()), "a value in memory",
-                     std::to_string(rows ? rows->rows() : 0), stage_.steps()[step].spec->label});
+      if (slot.isWhole() && (slot.whole->places || slot.whole->column.rows() != 1 || !spreads)) {
+        refuseValue(step, input);
       }
     }
   }
@@ -277,14 +290,17 @@ class UnitRun {
       }
     } else if (stage_.steps()[step].spec->kind == OpKind::Collect) {
       result_.sinks[sink].chunks.push_back(chunkOf(step, 0));
-    } else if (const auto [operands, rows] = operandsOf(step); rows->rows() > 0) {
+    } else if (auto [operands, rows] = operandsOf(step); rows->rows() > 0) {
       result_.sinks[sink].partials.push_back(
           functions_.call(step, *rows, operands, result_.types[step]));
+    } else {
+      result_.sinks[sink].noRows = std::move(operands);
     }
   }
 
   const Stage& stage_;
   std::span<const StageInput> inputs_;
+  std::vector<bool> isPlaced_;  ///< of each input: its rows are those of the stage
   UserFunctions& functions_;
   std::vector<Slot> slots_;
   std::vector<std::unique_ptr<AggregateState>> states_;
@@ -295,6 +311,9 @@ class UnitRun {
 Chunk emptyChunk(const Stage& stage, std::int64_t partition) {
   Chunk chunk;
   chunk.partition = partition;
+  if (!stage.readsSource()) {
+    return chunk;
+  }
   chunk.names = std::make_shared<const std::vector<std::string>>(stage.columns());
   for (const std::string& name : stage.columns()) {
     for (const ColumnInfo& column : stage.source().schema()) {
@@ -308,15 +327,15 @@ Chunk emptyChunk(const Stage& stage, std::int64_t partition) {
 
 }  // namespace
 
-UnitResult runUnit(const Stage& stage, std::string_view unitBytes,
+UnitResult runUnit(const Stage& stage, const StageRows& rows, std::string_view unitBytes,
                    std::span<const StageInput> inputs, UserFunctions& functions,
                    const CancellationToken& cancellation) {
   const Unit unit = Unit::fromBytes(unitBytes);
-  UnitRun run(stage, unit.partition, inputs, functions);
+  UnitRun run(stage, rows.source(), unit.partition, inputs, functions);
   catchingFailures(
       [&] {
         const std::unique_ptr<ChunkReader> reader =
-            stage.source().openPartition(unit.partition, stage.columns(), cancellation);
+            rows.openPartition(unit.partition, cancellation);
         std::optional<Chunk> chunk = reader->next();
         if (!chunk) {
           run.advance(emptyChunk(stage, unit.partition));

@@ -12,6 +12,7 @@
 
 #include "execution/OutputTypes.h"
 #include "execution/Stage.h"
+#include "execution/StageRows.h"
 #include "kv/runtime/Cancellation.h"
 #include "kv/runtime/Chunk.h"
 #include "kv/runtime/ElementFunctions.h"
@@ -36,6 +37,7 @@ class UserFunctions {
 struct SinkResult {
   std::string partial;                        ///< of a built-in aggregate, in byte form
   std::vector<std::vector<Column>> partials;  ///< of a user's aggregate: outputs, chunk by chunk
+  std::vector<Operand> noRows;                ///< inputs of a user's aggregate that had no rows
   std::vector<Chunk> chunks;                  ///< of Collect
 };
 
@@ -49,19 +51,20 @@ struct UnitFailure {
 
 struct UnitResult {
   std::int64_t partition = 0;
-  std::int64_t rows = 0;  ///< read from the source
+  std::int64_t rows = 0;                  ///< of the source
+  std::vector<std::int64_t> chunkRows{};  ///< the same, chunk by chunk
   std::vector<SinkResult> sinks;
   std::map<std::size_t, OutputTypes> types;  ///< of users' functions, by step
   std::optional<UnitFailure> failure;
 };
 
-/// Streams one partition through a stage: chunk by chunk, from the source to the stage's outputs.
+/// Streams one partition through a stage: chunk by chunk, from the stage's rows to its outputs.
 ///
-/// `unitBytes` is a unit in its byte form; `inputs` stand in the order of their ordinals.
+/// `unitBytes` is a unit in its byte form; `inputs` are in the order of their ordinals.
 /// Errors: Cancelled within a chunk of the token's being set; what isn't an error, such as an
 ///         interrupt of a user's function; std::invalid_argument for bytes that aren't a unit. All
 ///         others come back as a failure.
-UnitResult runUnit(const Stage& stage, std::string_view unitBytes,
+UnitResult runUnit(const Stage& stage, const StageRows& rows, std::string_view unitBytes,
                    std::span<const StageInput> inputs, UserFunctions& functions,
                    const CancellationToken& cancellation);
 

@@ -34,17 +34,10 @@ const Chunk* firstChunk(const std::vector<std::vector<Chunk>>& partitions) {
   return nullptr;
 }
 
-/// Rows of a column or table.
-std::size_t rowsOf(const kxArray* value) {
-  if (kxIsA(value, "table")) {
-    return static_cast<std::size_t>(host::toDouble(host::getProperty(value, "Height").get()));
-  }
-  return kxGetM(value);
-}
-
 }  // namespace
 
-WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions) {
+WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
+                    std::shared_ptr<const RowCut> cut) {
   Chunk whole;
   if (const Chunk* first = firstChunk(partitions)) {
     whole.names = first->names;
@@ -52,7 +45,14 @@ WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions) {
       whole.columns.push_back(joinColumn(partitions, i));
     }
   }
-  return {toValue(whole), RowPlaces::ofPartitions(partitions)};
+  return {toValue(whole), RowPlaces::ofPartitions(partitions, std::move(cut))};
+}
+
+std::size_t rowsOf(const kxArray* value) {
+  if (kxIsA(value, "table")) {
+    return static_cast<std::size_t>(host::toDouble(host::getProperty(value, "Height").get()));
+  }
+  return kxGetM(value);
 }
 
 Chunk toChunk(const kxArray* value) {
@@ -91,8 +91,7 @@ Value toValue(const Chunk& chunk) {
 
 WholeValue inputValue(const PlanInput& input, const WholeValues& values) {
   if (input.task < 0) {
-    return {matrix::sharedCopy(input.value.get()),
-            RowPlaces::fromMetadata(input.metadata.get(), rowsOf(input.value.get()))};
+    return {matrix::sharedCopy(input.value.get()), input.places};
   }
   const WholeValue& whole = values[static_cast<std::size_t>(input.task)].at(input.output);
   return {matrix::sharedCopy(whole.value.get()), whole.places};

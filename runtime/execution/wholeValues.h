@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -21,7 +22,11 @@ struct WholeValue {
 using WholeValues = std::vector<std::vector<WholeValue>>;
 
 /// Joins what was kept of all partitions, in order: a column, or a table.
-WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions);
+WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
+                    std::shared_ptr<const RowCut> cut);
+
+/// Rows of a column or table.
+std::size_t rowsOf(const kxArray* value);
 
 /// A column or table as one chunk of partition 0.
 Chunk toChunk(const kxArray* value);
