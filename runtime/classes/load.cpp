@@ -51,6 +51,7 @@ void load(host::Session& session) {
     defineProcessors(session);
     defineTasks(session);
     defineOperations(session);
+    defineDirectEvaluation(session);
     defineExecutors(session);
     defineInvalidArrays(session);
     session.addLoadValidator(validateNesting);

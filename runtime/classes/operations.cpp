@@ -10,9 +10,8 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
+#include "classes/directEvaluation.h"
 #include "classes/operationTable.h"
-#include "execution/failures.h"
-#include "values/columnValues.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -77,25 +76,6 @@ host::MethodDefinition taskMethod(FunctionSlots slots, DescribeOperation describ
   return method(
       "createExecutionTasks",
       [slots, describe](const Call& call) { createTasks(call, slots, describe); }, 3, 3);
-}
-
-/// directEvaluateImpl(operation, inputs...): the function on whole values.
-void directEvaluate(const Call& call) {
-  const Value function = host::getProperty(call.in(0), "FunctionHandle");
-  std::vector<const kxArray*> inputs(call.prhs, call.prhs + call.nrhs);
-  inputs[0] = function.get();
-  std::vector<Value> outputs = catchingFailures(
-      [&] { return host::callMany("feval", call.nlhs, inputs); },
-      [&](const std::exception_ptr& failure) -> std::vector<Value> {
-        OpSpec spec;
-        describeElementwise(call.in(0), spec);
-        raiseStepFailure(failure, spec, host::getProperty(call.in(0), "Stack").get());
-      });
-  const bool isBuiltIn = isBuiltInHandle(function.get());
-  for (std::size_t i = 0; i < outputs.size(); ++i) {
-    call.out(static_cast<int>(i),
-             isBuiltIn ? std::move(outputs[i]) : asReturned(std::move(outputs[i])));
-  }
 }
 
 /// getCheckedFunctionHandle(operation): the function_handle inside.

@@ -7,6 +7,7 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
+#include "classes/dependencies.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 
@@ -61,23 +62,6 @@ bool isBroadcastTask(const kxArray* task) {
          host::toLogical(host::getProperty(strategy.get(), "IsBroadcast").get());
 }
 
-/// What a closure reads from one promise: {value, metadata, is a constant} when it is complete,
-/// {task, output counted from 1} when it isn't.
-struct Dependency {
-  Value entry;
-  bool isBroadcast = false;
-};
-
-Dependency completeDependency(const kxArray* promise) {
-  std::vector<Value> entry;
-  entry.push_back(host::getProperty(promise, "CachedValue"));
-  entry.push_back(host::getProperty(promise, "Metadata"));
-  const bool isBroadcast = kxIsEmpty(entry[1].get());
-  const Value output = host::getProperty(promise, "ArgoutIndex");
-  entry.push_back(host::makeLogical(isBroadcast && kxGetScalar(output.get()) == 0));
-  return {host::makeCell(std::move(entry)), isBroadcast};
-}
-
 Dependency pendingDependency(const kxArray* promise, const TasksOfClosures& tasks) {
   const Value closure = host::getProperty(promise, "Closure");
   std::vector<Value> entry;
@@ -121,28 +105,44 @@ void createExecutionTasks(const Call& call) {
   const Value operation = host::getProperty(call.in(0), "Operation");
   const TasksOfClosures tasks(call.in(1), call.in(2));
   const std::size_t count = kxGetNumberOfElements(futures.get());
-  std::vector<Value> entries;
-  const Value isBroadcast = matrix::from_kalvex(
-      kxCreateNumericArray(std::array<std::size_t, 2>{1, count}, kxLOGICAL_CLASS));
-  auto* flags = static_cast<bool*>(kxGetMutableData(isBroadcast.get()));
+  std::vector<Dependency> inputs;
   for (std::size_t i = 0; i < count; ++i) {
     const Value future =
         matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(futures.get(), i)));
     const Value promise = host::getProperty(future.get(), "Promise");
     const bool isDone = host::toLogical(host::getProperty(promise.get(), "IsDone").get());
-    Dependency dependency =
-        isDone ? completeDependency(promise.get()) : pendingDependency(promise.get(), tasks);
-    entries.push_back(std::move(dependency.entry));
-    flags[i] = dependency.isBroadcast;
+    inputs.push_back(isDone ? completeDependency(promise.get())
+                            : pendingDependency(promise.get(), tasks));
   }
-  const Value dependencies = host::makeCell(std::move(entries));
-  Value created =
-      host::call("createExecutionTasks", {operation.get(), dependencies.get(), isBroadcast.get()});
+  Value created = tasksOf(operation.get(), std::move(inputs));
   noteClosure(created.get(), call.in(0));
   call.out(0, std::move(created));
 }
 
 }  // namespace
+
+Dependency completeDependency(const kxArray* promise) {
+  std::vector<Value> entry;
+  entry.push_back(host::getProperty(promise, "CachedValue"));
+  entry.push_back(host::getProperty(promise, "Metadata"));
+  const bool isBroadcast = kxIsEmpty(entry[1].get());
+  const Value output = host::getProperty(promise, "ArgoutIndex");
+  entry.push_back(host::makeLogical(isBroadcast && kxGetScalar(output.get()) == 0));
+  return {host::makeCell(std::move(entry)), isBroadcast};
+}
+
+Value tasksOf(const kxArray* operation, std::vector<Dependency> inputs) {
+  std::vector<Value> entries;
+  const Value isBroadcast = matrix::from_kalvex(
+      kxCreateNumericArray(std::array<std::size_t, 2>{1, inputs.size()}, kxLOGICAL_CLASS));
+  auto* flags = static_cast<bool*>(kxGetMutableData(isBroadcast.get()));
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    entries.push_back(std::move(inputs[i].entry));
+    flags[i] = inputs[i].isBroadcast;
+  }
+  const Value dependencies = host::makeCell(std::move(entries));
+  return host::call("createExecutionTasks", {operation, dependencies.get(), isBroadcast.get()});
+}
 
 void defineTasks(host::Session& session) {
   define(session, {.name = kTaskGraph});

@@ -32,7 +32,77 @@ TEST_F(Operations, AConditionThatIsOneValueChoosesAnArray) {
   EXPECT_THAT(gather(choose(isLong, aggregate("min", x), aggregate("max", x))), ElementsAre(1));
   const auto error = errorOf([&] { gather(choose(element("gt", x, 2), x, y)); });
   EXPECT_EQ(error.identifier, "KALVEX:array:Condition");
-  EXPECT_THAT(error.arguments, ElementsAre("an array with rows"));
+  EXPECT_THAT(error.arguments, ElementsAre("5 rows of type logical"));
+}
+
+TEST_F(Operations, OnlyTheBranchThatIsChosenRuns) {
+  int calls = 0;
+  const Value counted = host::makeFunctionHandle("counted", [&](const host::Call& call) {
+    ++calls;
+    call.out(0, matrix::sharedCopy(call.in(0)));
+  });
+  const auto map = [&](const Value& a) {
+    return host::call("elementfun", {counted.get(), a.get()});
+  };
+  const auto seven = [] { return host::makeDouble(7); };
+  const Value yes = element("gt", aggregate("sum", x), 10);
+  const Value no = element("lt", aggregate("sum", y), 10);
+  const Value unrunnable = host::call("chunkfun", {counted.get(), x.get()});
+  const struct {
+    const char* name;
+    Value array;
+    std::vector<double> expected;
+    double passes;
+  } cases[] = {
+      {"rows", choose(yes, x, map(y)), {1, 2, 3, 4, 5}, 2},
+      {"reductions", choose(no, aggregate("max", map(y)), aggregate("min", x)), {1}, 2},
+      {"nested", choose(no, map(x), choose(yes, y, map(y))), {10, 20, 30, 40, 50}, 1},
+      {"the rows of a function", choose(no, map(x), seven()), {7, 7, 7, 7, 7}, 1},
+      {"of a filter", choose(no, filter(element("gt", x, 3), map(x)), seven()), {7, 7}, 1},
+      {"of a choice", choose(no, choose(yes, map(x), map(y)), seven()), {7, 7, 7, 7, 7}, 1},
+      {"what can't run", choose(yes, x, unrunnable), {1, 2, 3, 4, 5}, 1},
+  };
+  EXPECT_THAT(host::toText(host::call("kv.explain", {cases[0].array.get()}).get()),
+              testing::AllOf(HasSubstr("at most 2 passes"), HasSubstr("if #5 is false")));
+  for (const auto& c : cases) {
+    EXPECT_EQ(gather(c.array), c.expected) << c.name;
+    EXPECT_EQ(calls, 0) << c.name;
+    EXPECT_EQ(fact("passes"), c.passes) << c.name;
+  }
+  EXPECT_EQ(gather(choose(no, x, map(y))).size(), 5u);
+  EXPECT_EQ(calls, 2) << "a chunk of each partition";
+}
+
+TEST_F(Operations, AReductionCallsBothFunctionsUnlessTheyAreOneBuiltIn) {
+  const Value sum = host::makeFunctionHandle("kv.aggregate.sum");
+  const Value max = host::makeFunctionHandle("kv.aggregate.max");
+  std::vector<std::string> seen;
+  const Value pair = host::makeFunctionHandle("pair", [&](const host::Call& call) {
+    seen.push_back(std::to_string(kxGetM(call.in(0))) + kxGetClassName(call.in(0)));
+    call.out(0, host::call("kv.aggregate.count", {call.in(0)}));
+    call.out(1, host::call("kv.aggregate.max", {call.in(1)}));
+  });
+  const auto reduce = [](int outputs, std::vector<const kxArray*> inputs) {
+    return host::callMany("aggregatefun", outputs, inputs);
+  };
+  EXPECT_THAT(gather(reduce(1, {sum.get(), max.get(), x.get()})[0]), ElementsAre(9));
+  EXPECT_THAT(gather(reduce(1, {max.get(), sum.get(), x.get()})[0]), ElementsAre(8));
+  const auto two = reduce(2, {pair.get(), pair.get(), y.get(), x.get()});
+  EXPECT_THAT(gather(two[1]), ElementsAre(5));
+  EXPECT_EQ(errorOf([&] {
+              gather(reduce(1, {sum.get(), sum.get(), x.get(), y.get()})[0]);
+            }).identifier,
+            "KALVEX:TooManyInputs");
+  EXPECT_EQ(errorOf([&] {
+              gather(reduce(2, {sum.get(), sum.get(), x.get()})[1]);
+            }).identifier,
+            "KALVEX:TooManyOutputs");
+
+  seen.clear();
+  const Value none = filter(element("lt", x, 0), element("eq", x, y));
+  const auto ofNone = reduce(2, {pair.get(), sum.get(), none.get(), none.get()});
+  errorOf([&] { gather(ofNone[0]); });  // the second function takes one input
+  EXPECT_THAT(seen, ElementsAre("0logical"));
 }
 
 TEST_F(Operations, SlicesAreRowsAndStrictOnesDontSpread) {
