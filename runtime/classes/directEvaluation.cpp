@@ -12,6 +12,7 @@
 #include "classes/sessionValues.h"
 #include "execution/Evaluation.h"
 #include "execution/failures.h"
+#include "kv/host/errors.h"
 #include "kv/host/methodWrappers.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
@@ -92,6 +93,9 @@ void evaluateRows(const Call& call, DirectCall& direct) {
     dependencies.push_back(dependencyOf(inputs[i], call.in(static_cast<int>(i) + 1)));
   }
   const Plan plan = makePlan(tasksOf(call.in(0), std::move(dependencies)));
+  if (const OpSpec& spec = *plan.task(0).spec; !spec.isTrusted) {
+    host::raise("KALVEX:load:NotTrusted", {spec.label});
+  }
   const CancellationToken never;
   Evaluation evaluation(plan, never);
   evaluation.run();

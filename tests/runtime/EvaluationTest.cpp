@@ -49,6 +49,14 @@ TEST_F(Evaluation, WhichRowsAValueHasIsKnownAndNotCounted) {
   EXPECT_EQ(error.identifier, "KALVEX:array:RowsDiffer");
   EXPECT_THAT(error.arguments, ElementsAre("5", "a value in memory", "3", HasSubstr("column y")));
 
+  const Value elsewhere = column(table({kFirst, kSecond}), "x");
+  gather(elsewhere);
+  const Value posing = host::call("createFromFutureBuiltin",
+                                  {host::getProperty(elsewhere.get(), "ValueFuture").get(),
+                                   host::getProperty(x.get(), "PartitionMetadata").get()});
+  EXPECT_THAT(errorOf([&] { gather(element("plus", posing, y)); }).arguments,
+              ElementsAre("5", HasSubstr("column x"), "3", HasSubstr("column y")));
+
   const Value one = filter(element("eq", x, 4), x);
   const Value other = filter(element("eq", x, 5), y);
   gather(one);

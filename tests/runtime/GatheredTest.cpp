@@ -1,8 +1,10 @@
 #include <fmt/format.h>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
+#include <cstring>
 #include <map>
 
+#include "fl/i18n.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "kv/runtime/FunctionError.h"
@@ -13,9 +15,6 @@
 
 namespace kv::runtime::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 /// Class, dimensions and elements of a host value.
 std::string bytesOf(const kxArray* value) {
@@ -146,8 +145,8 @@ class Gathered : public RuntimeSession {
     for (int n = first; n < last; ++n) {
       rows += std::to_string(n);
       for (const ElementType type : allElementTypes()) {
-        const int a = n * 7919 % 10;
-        const int b = n * 104'729 % 7;
+        const int a = n % 1000 * 7919 % 10;
+        const int b = n % 1000 * 104'729 % 7;
         if (type == ElementType::String) {
           rows += fmt::format(",{},{}", a == 0 ? "" : std::string(1, static_cast<char>('a' + a)),
                               static_cast<char>('a' + b));
@@ -208,6 +207,11 @@ TEST_F(Gathered, NothingChangesABitOfAnyAnswer) {
     const Questions pending = questions(columns(from, to));
     ASSERT_GT(pending.size(), 400U);
     const std::vector<std::string> expected = together(pending);
+    if (to > kRows) {
+      double chunks = 0;
+      std::memcpy(&chunks, expected.back().data() + expected.back().size() - 8, 8);
+      EXPECT_GT(chunks, 3) << "the rows fit in too few chunks to show a cut";
+    }
     expectSame(pending, expected, separately(questions(columns(from, to)), 37), ", separately");
     const Columns known = columns(from, to);
     gatherAll(known);
