@@ -15,8 +15,9 @@ namespace {
 
 using host::Value;
 
-constexpr std::array<std::string_view, 7> kMetadataFields{
-    "RowCount", "PartitionRows", "Ordinals", "Source", "PartitionChunks", "ChunkRows", "Origin"};
+constexpr std::array<std::string_view, 8> kMetadataFields{
+    "RowCount",        "PartitionRows", "Ordinals", "Source",
+    "PartitionChunks", "ChunkRows",     "Origin",   "IsUntyped"};
 
 Value int64Column(std::span<const std::int64_t> numbers) {
   Value column = matrix::from_kalvex(
@@ -167,6 +168,9 @@ std::optional<RowPlaces> RowPlaces::fromMetadata(const kxArray* metadata, std::s
                    std::nullopt,
                    std::make_shared<const RowCut>(*std::move(cut)),
                    textIn(metadata, "Origin").value_or("")};
+  const kxArray* isUntyped = kxGetField(metadata, 0, "IsUntyped");
+  places.isUntyped = rows == 0 && kxGetClassID(isUntyped) == kxLOGICAL_CLASS &&
+                     kxIsScalar(isUntyped) && *kxGetLogicals(isUntyped);
   const kxArray* ordinals = kxGetField(metadata, 0, "Ordinals");
   if (kxGetClassID(ordinals) == kxINT64_CLASS) {
     if (!ascendInEachPartition(int64sOf(ordinals), firstRow)) {
@@ -189,6 +193,7 @@ Value RowPlaces::toMetadata() const {
   set("PartitionChunks", int64Column(cut->firstChunk));
   set("ChunkRows", int64Column(cut->chunkRows));
   set("Origin", host::makeString(origin));
+  set("IsUntyped", host::makeLogical(isUntyped));
   return metadata;
 }
 

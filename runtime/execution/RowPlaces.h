@@ -26,12 +26,13 @@ struct RowCut {
 ///
 /// As a host value, the metadata of a promise, it is a structure: "RowCount"; "PartitionRows", an
 /// int64 column of `firstRow`; "Ordinals", an int64 column or `[]`; "Source", "PartitionChunks" and
-/// "ChunkRows", the cut; "Origin".
+/// "ChunkRows", the cut; "Origin"; "IsUntyped".
 struct RowPlaces {
   std::vector<std::int64_t> firstRow{};  ///< of each partition, and the number of rows at the end
   std::optional<Column> ordinals{};      ///< Int64; none if each partition is there from row 0 on
   std::shared_ptr<const RowCut> cut = std::make_shared<const RowCut>();
-  std::string origin{};  ///< the operation that made the rows, for messages
+  std::string origin{};    ///< the operation that made the rows, for messages
+  bool isUntyped = false;  ///< of no rows, with a type that isn't known
 
   /// The places of rows that were kept, partition by partition, of a source with that cut.
   static RowPlaces ofPartitions(const std::vector<std::vector<Chunk>>& partitions,

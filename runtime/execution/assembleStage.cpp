@@ -93,8 +93,12 @@ class BuilderGraphMaker {
   Value inputBuilder(const PlanInput& input) {
     const WholeValue whole = inputValue(input, values_);
     if (whole.places) {
-      inputs_.push_back({emptyColumn(ElementType::Double), whole.places,
-                         toChunk(whole.value.get()), whole.places->origin});
+      Chunk rows = toChunk(whole.value.get());
+      if (whole.places->isUntyped) {
+        rows.columns = {emptyColumn(ElementType::Unknown)};
+      }
+      inputs_.push_back({emptyColumn(ElementType::Double), whole.places, std::move(rows),
+                         whole.places->origin});
     } else {
       inputs_.push_back({toColumn(whole.value.get())});
       inputs_.back().origin =

@@ -45,7 +45,10 @@ WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
       whole.columns.push_back(joinColumn(partitions, i));
     }
   }
-  return {toValue(whole), RowPlaces::ofPartitions(partitions, std::move(cut))};
+  RowPlaces places = RowPlaces::ofPartitions(partitions, std::move(cut));
+  places.isUntyped = std::ranges::any_of(
+      whole.columns, [](const Column& column) { return column.type() == ElementType::Unknown; });
+  return {toValue(whole), std::move(places)};
 }
 
 std::size_t rowsOf(const kxArray* value) {

@@ -39,6 +39,19 @@ TEST_F(Evaluation, WhatWasGatheredMeetsWhatIsPendingRowByRow) {
   EXPECT_THAT(gather(element("plus", computedAtOnce, keptY)), ElementsAre(12, 36, 48, 60));
 }
 
+TEST_F(Evaluation, WhatHasNoRowsAndNoTypeStaysSoWhenItIsGathered) {
+  const Value x = column(table({kFirst}), "x");
+  const Value positive = host::makeFunctionHandle("positive", [](const host::Call& call) {
+    call.out(0, host::call("kv.element.gt", {call.in(0), host::makeDouble(0).get()}));
+  });
+  const Value none =
+      host::call("elementfun", {positive.get(), filter(element("lt", x, 0), x).get()});
+  const auto any = [&] { return host::call("gather", {aggregate("any", none).get()}); };
+  const Value pending = any();
+  gather(none);
+  EXPECT_STREQ(kxGetClassName(any().get()).c_str(), kxGetClassName(pending.get()).c_str());
+}
+
 TEST_F(Evaluation, WhichRowsAValueHasIsKnownAndNotCounted) {
   const Value t = table({kFirst, kSecond});
   const Value x = column(t, "x");
