@@ -1,10 +1,10 @@
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <string>
 #include <utility>
 
 #include "handles.h"
+#include "kv/runtime/shownText.h"
 
 namespace kv {
 
@@ -23,11 +23,12 @@ Array Table::column(std::string_view name, Where where) const {
   const TableColumns& all = *handle_->columns;
   const auto found = all.positions.find(name);
   if (found == all.positions.end()) {
-    const std::string columns = fmt::format("{}", fmt::join(all.names, ", "));
-    throw Error("KALVEX:array:UnknownColumn",
-                fmt::format("There is no column {}. There are: {}.", name, columns),
-                {std::string(name), columns},
-                {{where.file_name(), where.function_name(), static_cast<int>(where.line())}});
+    const std::string columns = runtime::shownNames(all.names);
+    throw Error(
+        "KALVEX:array:UnknownColumn",
+        fmt::format("There is no column {}. There are: {}.", runtime::shownText(name), columns),
+        {std::string(name), columns},
+        {{where.file_name(), where.function_name(), static_cast<int>(where.line())}});
   }
   const auto session = live(handle_->session);
   return publicCall(*session, where, [&] {

@@ -1,5 +1,4 @@
 #include <fmt/core.h>
-#include <fmt/ranges.h>
 
 #include <string>
 #include <unordered_map>
@@ -8,6 +7,7 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "kv/host/errors.h"
+#include "kv/runtime/shownText.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -160,7 +160,7 @@ void tableColumn(const Call& call) {
       return;
     }
   }
-  host::raise("KALVEX:array:UnknownColumn", {name, fmt::format("{}", fmt::join(names, ", "))});
+  host::raise("KALVEX:array:UnknownColumn", {shownText(name), shownNames(names)});
 }
 
 void checkLoadedTable(const kxArray* table) {
