@@ -5,9 +5,12 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <filesystem>
+#include <new>
 #include <system_error>
 
+#include "datastore/pathProblems.h"
 #include "kv/runtime/DataError.h"
 
 namespace kv::runtime {
@@ -35,21 +38,41 @@ std::vector<std::string> csvFilesIn(const std::string& folder) {
     }
   }
   if (failure) {
-    throw DataError("KALVEX:datastore:FileNotReadable", {folder, failure.message()},
-                    fmt::format("The folder '{}' can't be read: {}.", folder, failure.message()));
+    throwUnreachable(folder, failure.value());
   }
   return files;
 }
 
+/// What kept glob() from looking into a folder; its call-back takes no argument of the caller's.
+thread_local std::string unreadableFolder;
+thread_local int unreadableError = 0;
+
+int noteUnreadable(const char* folder, int error) {
+  if (error == ENOENT) {
+    return 0;  // no such folder: nothing matches
+  }
+  unreadableFolder = folder;
+  unreadableError = error;
+  return 1;
+}
+
+/// A folder that can't be read might hold files that match: leaving them out would be a wrong
+/// answer.
 std::vector<std::string> filesMatching(const std::string& pattern) {
   glob_t matches{};
-  const int outcome = ::glob(pattern.c_str(), GLOB_NOSORT, nullptr, &matches);
+  const int outcome = ::glob(pattern.c_str(), GLOB_NOSORT, noteUnreadable, &matches);
   std::vector<std::string> files;
   for (std::size_t i = 0; outcome == 0 && i < matches.gl_pathc; ++i) {
     std::error_code ignored;
     if (!fs::is_directory(matches.gl_pathv[i], ignored)) files.emplace_back(matches.gl_pathv[i]);
   }
   ::globfree(&matches);
+  if (outcome == GLOB_ABORTED) {
+    throwUnreachable(unreadableFolder, unreadableError);
+  }
+  if (outcome == GLOB_NOSPACE) {
+    throw std::bad_alloc();
+  }
   return files;
 }
 
@@ -65,17 +88,17 @@ std::vector<std::string> sortedOrNoFiles(std::vector<std::string> files, const s
 }  // namespace
 
 std::vector<std::string> expandPath(const std::string& path) {
-  std::error_code ignored;
-  const fs::file_status status = fs::status(path, ignored);
-  if (fs::is_directory(status)) {
-    return sortedOrNoFiles(csvFilesIn(path), path, "The folder '{}' holds no .csv file.");
+  std::error_code failure;
+  const fs::file_status status = fs::status(path, failure);
+  if (!failure) {
+    return fs::is_directory(status)
+               ? sortedOrNoFiles(csvFilesIn(path), path, "The folder '{}' holds no .csv file.")
+               : std::vector<std::string>{path};
   }
-  if (fs::exists(status)) return {path};
-  if (isPattern(path)) {
+  if (isPattern(path) && status.type() == fs::file_type::not_found) {
     return sortedOrNoFiles(filesMatching(path), path, "No file matches the pattern '{}'.");
   }
-  throw DataError("KALVEX:datastore:FileNotFound", {path},
-                  fmt::format("There is no file or folder '{}'.", path));
+  throwUnreachable(path, failure.value());
 }
 
 }  // namespace kv::runtime

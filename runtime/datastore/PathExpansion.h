@@ -13,7 +13,8 @@ namespace kv::runtime {
 ///    ending.
 ///
 /// Errors: DataError "KALVEX:datastore:FileNotFound" when there is no such path,
-///         "KALVEX:datastore:NoFiles" when a folder or pattern yields no file.
+///         "KALVEX:datastore:NoFiles" when a folder or pattern yields no file,
+///         "KALVEX:datastore:FileNotReadable" when a folder can't be read or a link not followed.
 std::vector<std::string> expandPath(const std::string& path);
 
 }  // namespace kv::runtime
