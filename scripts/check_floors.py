@@ -51,7 +51,7 @@ FLOORS = {
         "runtime",
         ("runtime",),
         ("runtime/include", "bigdata/public", "host/include"),
-        ("arrow", "parquet", "fmt", "boost"),
+        ("arrow", "parquet", "fmt", "boost", "xxhash.h"),
     ),
     "array/include": Floor("array/include", ("array/include",)),
     "array": Floor(

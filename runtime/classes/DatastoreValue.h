@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <string>
 
 #include "kv/host/values.h"
 #include "kv/runtime/Datastore.h"
@@ -20,8 +19,5 @@ struct DatastoreValue final : host::NativeValue {
 inline const std::shared_ptr<const Datastore>& datastoreOf(const kxArray* object) {
   return host::nativeValue<DatastoreValue>(object, "scalar kalvex.io.Datastore").datastore;
 }
-
-/// Equal for sources whose rows and types are the same: their arrays go row by row.
-std::string sourceKey(const Datastore& datastore);
 
 }  // namespace kv::runtime

@@ -1,5 +1,3 @@
-#include <fmt/core.h>
-
 #include <vector>
 
 #include "classes/DatastoreValue.h"
@@ -98,14 +96,6 @@ void restoreCsv(const kxArray* object, const kxArray* saved) {
 }
 
 }  // namespace
-
-std::string sourceKey(const Datastore& datastore) {
-  std::string key = datastore.fingerprint();
-  for (const ColumnInfo& column : datastore.schema()) {
-    key += fmt::format("\n{}={}", column.name, elementTypeName(column.type));
-  }
-  return key;
-}
 
 void defineDatastores(host::Session& session) {
   define(session,

@@ -2,59 +2,43 @@
 
 #include <arrow/buffer.h>
 #include <arrow/csv/parser.h>
-#include <arrow/io/file.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
+#include "datastore/distinctNames.h"
+#include "datastore/fileFormats.h"
 #include "datastore/textCheck.h"
 #include "datastore/throwingPool.h"
 #include "functions/allocate.h"
 #include "kv/runtime/DataError.h"
+#include "kv/runtime/shownText.h"
 
 namespace kv::runtime {
 namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-constexpr std::size_t kShownRecordBytes = 80;
 constexpr std::int32_t kAnyColumns = -1;
 
-[[noreturn]] void throwNotReadable(const SourceFile& file, const arrow::Status& status) {
-  throwIfOutOfMemory(status);
-  throw DataError("KALVEX:datastore:FileNotReadable", {file.path, status.message()},
-                  fmt::format("The file '{}' can't be read: {}.", file.path, status.message()));
-}
-
-template <class T>
-T valueOf(const SourceFile& file, arrow::Result<T> result) {
-  if (!result.ok()) throwNotReadable(file, result.status());
-  return *std::move(result);
-}
-
-std::string shortened(std::string_view record) {
-  while (!record.empty() && (record.back() == '\n' || record.back() == '\r'))
-    record.remove_suffix(1);
-  if (record.size() <= kShownRecordBytes) return std::string(record);
-  std::size_t end = kShownRecordBytes;
-  while (end > 0 && (static_cast<unsigned char>(record[end]) & 0xC0U) == 0x80U) --end;
-  return std::string(record.substr(0, end)) + "...";
-}
-
-/// What Arrow's parser says of a row with too few or too many fields, kept to be told our way.
+/// What Arrow's parser reports of a row with too few or too many fields.
 struct RaggedRow {
   std::int64_t row = 0;
   std::int32_t found = 0;
   std::int32_t expected = 0;
-  std::string record;
+  std::string_view record;  ///< in the buffer that is parsed
 
-  [[noreturn]] void raise(const SourceFile& file) const {
+  /// `byteOffset`: of the record in the file.
+  [[noreturn]] void raise(const SourceFile& file, std::int64_t byteOffset) const {
+    const std::int64_t line = lineOfOffset(file, byteOffset);
+    const std::string shown = shownText(record.substr(0, record.find_last_not_of("\r\n") + 1));
     throw DataError(
         "KALVEX:datastore:RaggedRow",
-        {file.path, std::to_string(row), std::to_string(found), std::to_string(expected), record},
-        fmt::format("'{}', row {}: the row has {} field{}, the header has {}: {}", file.path, row,
-                    found, found == 1 ? "" : "s", expected, record));
+        {file.path, std::to_string(row), std::to_string(line), std::to_string(found),
+         std::to_string(expected), shown},
+        fmt::format("'{}', row {} (line {}): the row has {} field{}, the header has {}: {}",
+                    file.path, row, line, found, found == 1 ? "" : "s", expected, shown));
   }
 };
 
@@ -63,11 +47,9 @@ struct RaggedRow {
 std::int64_t CsvBlock::rows() const { return fields->num_rows(); }
 
 CsvBlocks::CsvBlocks(SourceFile file, std::int64_t blockBytes)
-    : file_(std::move(file)),
+    : input_(std::move(file)),
       blockBytes_(static_cast<std::size_t>(blockBytes)),
       buffer_(blockBytes_ + 1) {
-  file_.throwIfChanged();
-  input_ = valueOf(file_, arrow::io::ReadableFile::Open(file_.absolutePath));
   options_.newlines_in_values = true;
 }
 
@@ -78,21 +60,20 @@ std::vector<std::string> CsvBlocks::readHeader() {
   skipByteOrderMark();
   const std::optional<CsvBlock> header = nextOf(kAnyColumns, /*maxRows=*/1);
   if (!header) {
-    throw DataError("KALVEX:datastore:EmptyFile", {file_.path},
+    throw DataError("KALVEX:datastore:EmptyFile", {file().path},
                     fmt::format("The file '{}' is empty; a header with the names of the columns "
                                 "was expected.",
-                                file_.path));
+                                file().path));
   }
   std::vector<std::string> names;
   const auto take = [&names](const std::uint8_t* text, std::uint32_t size, auto...) {
     names.emplace_back(reinterpret_cast<const char*>(text), size);
     return arrow::Status::OK();
   };
-  const arrow::Status status = header->fields->VisitLastRow(take);
-  if (!status.ok()) throwNotReadable(file_, status);
+  checkArrow(header->fields->VisitLastRow(take));
   columns_ = header->fields->num_cols();
   nextRow_ = 0;
-  return names;
+  return distinctNames(std::move(names));
 }
 
 std::optional<CsvBlock> CsvBlocks::next() { return nextOf(columns_, kCsvBlockRows); }
@@ -116,7 +97,7 @@ std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxR
   if (unread().empty()) return std::nullopt;
   RaggedRow ragged;
   options_.invalid_row_handler = [&ragged](const arrow::csv::InvalidRow& row) {
-    ragged = {row.number, row.actual_columns, row.expected_columns, shortened(row.text)};
+    ragged = {row.number, row.actual_columns, row.expected_columns, row.text};
     return arrow::csv::InvalidRowResult::Error;
   };
   CsvBlock block;
@@ -124,11 +105,13 @@ std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxR
                                                            /*first_row=*/nextRow_ + 1, maxRows);
   std::uint32_t parsedBytes = 0;
   const arrow::Status status = block.fields->Parse(unread(), &parsedBytes);
-  if (ragged.row > 0) ragged.raise(file_);
+  if (ragged.row > 0) {
+    ragged.raise(file(), offset_ + (ragged.record.data() - unread().data()));
+  }
   throwIfOutOfMemory(status);
   // Only for a header does the parser count it as an error that there is no whole record.
   if (!status.ok() && columns == kAnyColumns) return std::nullopt;
-  if (!status.ok()) throwNotReadable(file_, status);
+  checkArrow(status);
 
   block.firstRow = nextRow_;
   block.byteOffset = offset_;
@@ -147,10 +130,9 @@ void CsvBlocks::refill() {
   end_ -= begin_;
   begin_ = 0;
   buffer_.resize(std::max(buffer_.size(), end_ + blockBytes_ + 1));
-  const auto wanted = static_cast<std::int64_t>(blockBytes_);
-  const std::int64_t got = valueOf(file_, input_->Read(wanted, buffer_.data() + end_));
-  end_ += static_cast<std::size_t>(got);
-  isAtEnd_ = got < wanted;
+  const std::size_t got = input_.read(buffer_.data() + end_, blockBytes_);
+  end_ += got;
+  isAtEnd_ = got < blockBytes_;
   mayHoldRecords_ = true;
   checkText();
   // A record without an end of line is whole at the end of the file: give it one.
@@ -163,12 +145,22 @@ void CsvBlocks::checkText() {
   checked_ += good;
   const bool isCut = !isAtEnd_ && isCutCharacter(unchecked.substr(good));
   if (good == unchecked.size() || isCut) return;
-  const std::int64_t at = offset_ + static_cast<std::int64_t>(checked_ - begin_);
-  const std::int64_t line = lineOfOffset(file_, at);
+  const FileFormat* format = offset_ == 0 ? formatOf(unread()) : nullptr;
+  if (format == nullptr) {
+    throwNotText(offset_ + static_cast<std::int64_t>(checked_ - begin_),
+                 static_cast<unsigned char>(unchecked[good]));
+  }
+  throw DataError("KALVEX:datastore:OtherFormat", {file().path, format->name},
+                  fmt::format("The file '{}' isn't CSV in UTF-8: it is {}; {}.", file().path,
+                              format->name, format->advice));
+}
+
+void CsvBlocks::throwNotText(std::int64_t at, unsigned char byte) const {
+  const std::int64_t line = lineOfOffset(file(), at);
   throw DataError("KALVEX:datastore:NotText",
-                  {file_.path, std::to_string(line), std::to_string(at)},
+                  {file().path, std::to_string(line), std::to_string(at)},
                   fmt::format("'{}', line {}: the byte 0x{:02X} at offset {} isn't text in UTF-8.",
-                              file_.path, line, static_cast<unsigned char>(unchecked[good]), at));
+                              file().path, line, byte, at));
 }
 
 void CsvBlocks::skipByteOrderMark() {
@@ -186,30 +178,37 @@ void CsvBlocks::advance(std::size_t bytes) {
 }
 
 void CsvBlocks::throwEndlessRecord() const {
-  const std::int64_t line = lineOfOffset(file_, offset_);
+  const std::string& path = file().path;
+  const std::int64_t line = lineOfOffset(file(), offset_);
   if (isAtEnd_) {
-    throw DataError("KALVEX:datastore:UnterminatedQuote", {file_.path, std::to_string(line)},
+    throw DataError("KALVEX:datastore:UnterminatedQuote", {path, std::to_string(line)},
                     fmt::format("'{}', line {}: a quote that is opened in the record that begins "
                                 "here is never closed.",
-                                file_.path, line));
+                                path, line));
   }
   throw DataError("KALVEX:datastore:RecordTooLong",
-                  {file_.path, std::to_string(line), std::to_string(kCsvRecordBytes)},
+                  {path, std::to_string(line), std::to_string(kCsvRecordBytes)},
                   fmt::format("'{}', line {}: the record that begins here is longer than {} bytes; "
                               "is there a quote that is never closed?",
-                              file_.path, line, kCsvRecordBytes));
+                              path, line, kCsvRecordBytes));
 }
 
 std::int64_t lineOfOffset(const SourceFile& file, std::int64_t offset) {
-  const auto input = valueOf(file, arrow::io::ReadableFile::Open(file.absolutePath));
+  SourceInput input(file);
+  std::vector<char> part(static_cast<std::size_t>(std::min(kCsvBlockBytes, offset)));
   std::int64_t line = 1;
   char previous = '\0';
   for (std::int64_t at = 0; at < offset;) {
-    const auto part = valueOf(file, input->Read(std::min(kCsvBlockBytes, offset - at)));
-    if (part->size() == 0) break;
-    at += part->size();
-    for (const char c : std::string_view(*part)) {
-      if (c == '\r' || (c == '\n' && previous != '\r')) ++line;
+    const auto wanted = std::min<std::int64_t>(kCsvBlockBytes, offset - at);
+    const std::size_t got = input.read(part.data(), static_cast<std::size_t>(wanted));
+    if (got == 0) {
+      break;
+    }
+    at += static_cast<std::int64_t>(got);
+    for (const char c : std::string_view(part.data(), got)) {
+      if (c == '\r' || (c == '\n' && previous != '\r')) {
+        ++line;
+      }
       previous = c;
     }
   }

@@ -9,13 +9,10 @@
 #include <string_view>
 #include <vector>
 
-#include "datastore/SourceFile.h"
+#include "datastore/SourceInput.h"
 
 namespace arrow::csv {
 class BlockParser;
-}
-namespace arrow::io {
-class ReadableFile;
 }
 
 namespace kv::runtime {
@@ -55,23 +52,25 @@ class CsvBlocks {
   /// Opens the file, which must be as it was when `file` was noted.
   ///
   /// Requires: blockBytes >= 3, room for a byte order mark.
-  /// Errors: DataError "KALVEX:datastore:SourceChanged", "KALVEX:datastore:FileNotReadable".
+  /// Errors: as SourceInput.
   explicit CsvBlocks(SourceFile file, std::int64_t blockBytes = kCsvBlockBytes);
   ~CsvBlocks();
   CsvBlocks(const CsvBlocks&) = delete;
   CsvBlocks& operator=(const CsvBlocks&) = delete;
 
-  const SourceFile& file() const { return file_; }
+  const SourceFile& file() const { return input_.file(); }
 
-  /// The names of the columns, from the first record of the file. Called once, before `next`.
+  /// The names of the columns, from the first record of the file, made distinct (distinctNames()).
+  /// Called once, before `next`.
   ///
-  /// Errors: DataError "KALVEX:datastore:EmptyFile" when there is no record, and as `next`.
+  /// Errors: DataError "KALVEX:datastore:EmptyFile" when there is no record,
+  ///         "KALVEX:datastore:OtherFormat" when the file isn't text at all, and as `next`.
   std::vector<std::string> readHeader();
 
   /// The next records, at least one and at most kCsvBlockRows; nothing after the last.
   ///
-  /// Errors: DataError "NotText", "RaggedRow", "UnterminatedQuote", "RecordTooLong" or
-  ///         "FileNotReadable", each with "KALVEX:datastore:" before it.
+  /// Errors: DataError "NotText", "RaggedRow", "UnterminatedQuote", "RecordTooLong",
+  ///         "SourceChanged" or "FileNotReadable", each with "KALVEX:datastore:" before it.
   std::optional<CsvBlock> next();
 
  private:
@@ -80,14 +79,14 @@ class CsvBlocks {
   std::string_view unread() const { return {buffer_.data() + begin_, end_ - begin_}; }
   void refill();
   void checkText();
+  [[noreturn]] void throwNotText(std::int64_t at, unsigned char byte) const;
   void skipByteOrderMark();
   void skipEmptyLines();
   void advance(std::size_t bytes);
   [[noreturn]] void throwEndlessRecord() const;
 
-  SourceFile file_;
+  SourceInput input_;
   std::size_t blockBytes_;
-  std::shared_ptr<arrow::io::ReadableFile> input_;
   arrow::csv::ParseOptions options_;
   std::vector<char> buffer_;
   std::size_t begin_ = 0;

@@ -36,6 +36,7 @@ class CsvColumn {
   /// For fields of column `index`, counted from 0, of the file.
   CsvColumn(std::int32_t index, ElementType type);
 
+  std::int32_t index() const { return index_; }
   ElementType type() const { return type_; }
 
   /// The values of the column in `block`. What is at fault is found by converting rows one by one.

@@ -2,16 +2,29 @@
 
 #include <fmt/format.h>
 
-#include <span>
 #include <utility>
 
 #include "datastore/CsvReader.h"
 #include "datastore/CsvSchema.h"
+#include "datastore/Fingerprint.h"
 #include "datastore/PathExpansion.h"
 #include "kv/runtime/DataError.h"
 
 namespace kv::runtime {
 namespace {
+
+/// A table that comes from a save has the fingerprint of the one that was saved.
+std::string fingerprintOf(const CsvDatastore::Table& table) {
+  Fingerprint print;
+  print.add("csv").add(static_cast<std::int64_t>(table.files.size()));
+  for (const SourceFile& file : table.files) {
+    print.add(file.absolutePath).add(file.bytes).add(file.modified);
+  }
+  for (const ColumnInfo& column : table.schema) {
+    print.add(column.name).add(elementTypeName(column.type));
+  }
+  return print.digits();
+}
 
 std::vector<SourceFile> lookAt(const std::vector<std::string>& paths) {
   std::vector<SourceFile> files;
@@ -40,23 +53,27 @@ Chunk firstRows(Chunk chunk, std::int64_t rows) {
   return chunk;
 }
 
-}  // namespace
-
-CsvDatastore::CsvDatastore(const std::vector<std::string>& paths,
-                           const std::vector<TypeOverride>& types) {
+CsvDatastore::Table tableIn(const std::vector<std::string>& paths,
+                            const std::vector<TypeOverride>& types) {
   if (paths.empty()) {
     throw DataError("KALVEX:datastore:NoFiles", {}, "At least one path is needed.");
   }
-  auto table = std::make_shared<Table>();
-  table->files = lookAt(paths);
-  table->name = nameOf(paths, table->files.size());
-  const SourceFile& first = table->files.front();
-  table->schema = readCsvSchema(first, types);
-  for (const SourceFile& file : std::span(table->files).subspan(1)) {
-    throwIfColumnsDiffer(file, first, table->schema);
-  }
-  table_ = std::move(table);
+  CsvDatastore::Table table;
+  table.files = lookAt(paths);
+  table.name = nameOf(paths, table.files.size());
+  table.schema = readCsvSchema(table.files, types);
+  return table;
 }
+
+}  // namespace
+
+CsvDatastore::CsvDatastore(const std::vector<std::string>& paths,
+                           const std::vector<TypeOverride>& types)
+    : CsvDatastore(tableIn(paths, types)) {}
+
+CsvDatastore::CsvDatastore(Table table)
+    : table_(std::make_shared<const Table>(std::move(table))),
+      fingerprint_(fingerprintOf(*table_)) {}
 
 std::int64_t CsvDatastore::numPartitions() const {
   return static_cast<std::int64_t>(table_->files.size());
@@ -81,12 +98,6 @@ Chunk CsvDatastore::preview(std::int64_t rows) const {
 
 std::unique_ptr<Datastore> CsvDatastore::copy() const {
   return std::make_unique<CsvDatastore>(*this);
-}
-
-std::string CsvDatastore::fingerprint() const {
-  std::string print = "csv\n";
-  for (const SourceFile& file : table_->files) print += file.fingerprint();
-  return print;
 }
 
 TypeOverride parseTypeOverride(std::string_view text) {

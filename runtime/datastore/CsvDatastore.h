@@ -29,7 +29,7 @@ class CsvDatastore final : public Datastore {
   /// it is read.
   ///
   /// Requires: at least one file; names of columns are distinct.
-  explicit CsvDatastore(Table table) : table_(std::make_shared<const Table>(std::move(table))) {}
+  explicit CsvDatastore(Table table);
 
   const Table& table() const { return *table_; }
 
@@ -40,12 +40,13 @@ class CsvDatastore final : public Datastore {
                                              const CancellationToken& cancellation) const override;
   Chunk preview(std::int64_t rows) const override;
   std::unique_ptr<Datastore> copy() const override;
-  std::string fingerprint() const override;
+  const std::string& fingerprint() const override { return fingerprint_; }
   std::string displayName() const override { return table_->name; }
 
  private:
   /// Immutable, so copies share it.
   std::shared_ptr<const Table> table_;
+  std::string fingerprint_;
 };
 
 }  // namespace kv::runtime

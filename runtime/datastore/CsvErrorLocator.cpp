@@ -10,9 +10,11 @@
 #include <string_view>
 #include <vector>
 
+#include "datastore/CsvTypeAdvice.h"
 #include "datastore/throwingPool.h"
 #include "functions/allocate.h"
 #include "kv/runtime/DataError.h"
+#include "kv/runtime/shownText.h"
 
 namespace kv::runtime {
 namespace {
@@ -74,33 +76,29 @@ const FaultText& textsOf(FieldFault fault) {
   throw std::logic_error("A field without a fault has no error.");
 }
 
-/// Types that the field could be read as.
-const char* wayOut(FieldFault fault) {
-  switch (fault) {
-    case FieldFault::Missing:
-      return "double or string";
-    case FieldFault::TooLarge:
-      return "int64, uint64 or string";
-    default:
-      return "string";
-  }
+/// Why the column has the type that doesn't hold the field, where that isn't plain.
+const char* originOf(const ColumnInfo& info) {
+  return info.isUndecided ? " (no value was found in its first rows, so it counts as numbers)" : "";
 }
 
 }  // namespace
 
 void throwFieldError(const SourceFile& file, const CsvBlock& block, const CsvColumn& column,
-                     const std::string& columnName) {
+                     const ColumnInfo& info) {
   const FaultyField field = firstFault(block, column);
   const FaultText& texts = textsOf(field.fault);
   const std::int64_t line = lineOfOffset(file, field.byteOffset);
-  const std::string type(elementTypeName(column.type()));
-  const std::string problem = fmt::format(fmt::runtime(texts.problem), field.text, type);
+  const std::string text = shownText(field.text);
+  const std::string type(elementTypeName(info.type));
+  const std::string wider(elementTypeName(typeThatHolds(block, column)));
+  const std::string problem = fmt::format(fmt::runtime(texts.problem), text, type);
   throw DataError(
       texts.id,
-      {file.path, std::to_string(field.row), std::to_string(line), columnName, field.text, type},
-      fmt::format("'{}', row {} (line {}), column '{}': {}; fix the type of the column "
-                  "to {} to read it.",
-                  file.path, field.row, line, columnName, problem, wayOut(field.fault)));
+      {file.path, std::to_string(field.row), std::to_string(line), info.name, text, type, wider},
+      fmt::format("'{}', row {} (line {}), column '{}': {}{}; give the column the type {} to read "
+                  "it.",
+                  file.path, field.row, line, shownText(info.name), problem, originOf(info),
+                  wider));
 }
 
 }  // namespace kv::runtime

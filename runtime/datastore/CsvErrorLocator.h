@@ -1,21 +1,19 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-
 #include "datastore/CsvBlocks.h"
 #include "datastore/CsvColumn.h"
+#include "kv/runtime/Datastore.h"
 
 namespace kv::runtime {
 
 /// Reads a block, one of whose fields can't be converted, again a record at a time, and says which
 /// field it is: this leaves the reading of good blocks fast.
 ///
-/// Requires: converting `block` by `column` has a fault.
+/// Requires: converting `block` by `column`, which `info` describes, has a fault.
 /// Errors:   always DataError "KALVEX:datastore:BadField", "KALVEX:datastore:MissingField" or
 ///           "KALVEX:datastore:NumberTooLarge".
 /// Cost:     reads the file up to the field, to count lines.
 [[noreturn]] void throwFieldError(const SourceFile& file, const CsvBlock& block,
-                                  const CsvColumn& column, const std::string& columnName);
+                                  const CsvColumn& column, const ColumnInfo& info);
 
 }  // namespace kv::runtime

@@ -19,6 +19,7 @@ CsvReader::CsvReader(const SourceFile& file, std::int64_t partition, const Schem
   if (blocks_.readHeader() != columnNames(schema)) file.throwChanged();
   for (const std::string& name : columns) {
     const std::size_t index = columnIndex(schema, name);
+    infos_.push_back(schema[index]);
     columns_.emplace_back(static_cast<std::int32_t>(index), schema[index].type);
   }
 }
@@ -31,7 +32,7 @@ std::optional<Chunk> CsvReader::next() {
   chunk.columns.reserve(columns_.size());
   for (std::size_t i = 0; i < columns_.size(); ++i) {
     ConvertedColumn converted = columns_[i].convert(*block->fields);
-    if (!converted.column) throwFieldError(blocks_.file(), *block, columns_[i], (*names_)[i]);
+    if (!converted.column) throwFieldError(blocks_.file(), *block, columns_[i], infos_[i]);
     chunk.columns.push_back(*std::move(converted.column));
   }
   return chunk;

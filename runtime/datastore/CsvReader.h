@@ -17,8 +17,7 @@ class CsvReader final : public ChunkReader {
  public:
   /// Requires: `columns` are in `schema`; `cancellation` outlives the reader.
   /// Errors:   DataError "KALVEX:datastore:SourceChanged" when `file` isn't as it was noted or
-  /// hasn't
-  ///           the columns of `schema`, "KALVEX:datastore:UnknownColumn".
+  ///           has other columns than `schema`, "KALVEX:datastore:UnknownColumn"; as CsvBlocks.
   CsvReader(const SourceFile& file, std::int64_t partition, const Schema& schema,
             const std::vector<std::string>& columns, const CancellationToken& cancellation);
 
@@ -28,6 +27,7 @@ class CsvReader final : public ChunkReader {
   CsvBlocks blocks_;
   std::int64_t partition_;
   std::shared_ptr<const std::vector<std::string>> names_;
+  Schema infos_;  ///< of the columns asked for
   std::vector<CsvColumn> columns_;
   const CancellationToken& cancellation_;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -9,19 +10,20 @@
 
 namespace kv::runtime {
 
-/// The columns of a CSV file: names from its header, types from its first block except where
-/// `types` fix them.
+/// Bytes of records from which types are inferred at most, all files together.
+inline constexpr std::int64_t kInferenceBytes = 16 << 20;
+
+/// The columns of CSV files that make one table: names from the header of the first, types from the
+/// fields except where `types` fix them (see openCsv()).
 ///
-/// Errors: DataError "KALVEX:datastore:DuplicateColumn", "KALVEX:datastore:UnknownColumn",
-///         "KALVEX:datastore:UnknownType", and as CsvBlocks.
-Schema readCsvSchema(const SourceFile& file, const std::vector<TypeOverride>& types);
+/// Requires: at least one file.
+/// Errors: DataError "KALVEX:datastore:DifferentColumns" when the header of a file has other
+/// columns
+///         than the first, or has them in another order; "KALVEX:datastore:UnknownColumn",
+///         "KALVEX:datastore:UnknownType"; and as CsvBlocks.
+Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types);
 
-/// Errors: DataError "KALVEX:datastore:DifferentColumns" when the header of `file` has other
-///         columns than `schema`, which `first` has, or has them in another order; and as
-///         CsvBlocks.
-void throwIfColumnsDiffer(const SourceFile& file, const SourceFile& first, const Schema& schema);
-
-/// Where in `schema` the column called `name` stands.
+/// The place in `schema` of the column called `name`.
 ///
 /// Errors: DataError "KALVEX:datastore:UnknownColumn", with the columns there are.
 std::size_t columnIndex(const Schema& schema, const std::string& name);

@@ -1,58 +1,72 @@
 #include "datastore/SourceFile.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 
+#include <cerrno>
+#include <chrono>
+#include <ctime>
 #include <filesystem>
-#include <system_error>
+#include <thread>
 
+#include "datastore/pathProblems.h"
 #include "kv/runtime/DataError.h"
 
 namespace kv::runtime {
 namespace {
 
-namespace fs = std::filesystem;
+using std::chrono::nanoseconds;
 
-struct FileState {
-  std::int64_t bytes = 0;
-  std::int64_t modified = 0;
+/// A file that claims to be younger than this has a time from another clock.
+constexpr nanoseconds kLongestTick = std::chrono::milliseconds(50);
 
-  bool operator==(const FileState&) const = default;
-};
-
-FileState stateOf(const std::string& path, std::error_code& failure) {
-  FileState state;
-  state.bytes = static_cast<std::int64_t>(fs::file_size(path, failure));
-  if (failure) return {};
-  state.modified = fs::last_write_time(path, failure).time_since_epoch().count();
-  return state;
+nanoseconds sinceEpoch(const timespec& time) {
+  return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
 }
 
-[[noreturn]] void throwGone(const std::string& path) {
-  throw DataError("KALVEX:datastore:SourceGone", {path},
-                  fmt::format("The file '{}', which a saved array reads, is gone.", path));
+/// The time that the file system would give to a file that is written now.
+nanoseconds timeOfWrites() {
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  return sinceEpoch(now);
+}
+
+/// A write in the same tick of the clock as the last one would leave the same time.
+bool mayKeepItsTime(const struct stat& status) {
+  const nanoseconds ahead = sinceEpoch(status.st_mtim) - timeOfWrites();
+  return ahead >= nanoseconds(0) && ahead < kLongestTick;
+}
+
+std::int64_t modifiedTicks(const struct stat& status) {
+  const std::chrono::sys_time<nanoseconds> time(sinceEpoch(status.st_mtim));
+  return std::chrono::file_clock::from_sys(time).time_since_epoch().count();
+}
+
+struct stat statusOf(const std::string& path) {
+  struct stat status {};
+  while (::stat(path.c_str(), &status) != 0) {
+    if (errno != EINTR) {
+      throwUnreachable(path, errno);
+    }
+  }
+  throwUnlessRegular(path, status);
+  return status;
 }
 
 }  // namespace
 
 SourceFile SourceFile::look(const std::string& path) {
-  std::error_code failure;
-  const FileState state = stateOf(path, failure);
-  if (failure == std::errc::no_such_file_or_directory) {
-    throw DataError("KALVEX:datastore:FileNotFound", {path},
-                    fmt::format("There is no file '{}'.", path));
+  struct stat status = statusOf(path);
+  while (mayKeepItsTime(status)) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    status = statusOf(path);
   }
-  if (failure) {
-    throw DataError("KALVEX:datastore:FileNotReadable", {path, failure.message()},
-                    fmt::format("The file '{}' can't be read: {}.", path, failure.message()));
-  }
-  return {path, fs::absolute(path).lexically_normal().string(), state.bytes, state.modified, false};
+  return {path, std::filesystem::absolute(path).lexically_normal().string(), status.st_size,
+          modifiedTicks(status), false};
 }
 
-void SourceFile::throwIfChanged() const {
-  std::error_code failure;
-  const FileState state = stateOf(absolutePath, failure);
-  if (isFromSave && failure == std::errc::no_such_file_or_directory) throwGone(absolutePath);
-  if (failure || state != FileState{bytes, modified}) throwChanged();
+bool SourceFile::isAsNoted(const struct stat& status) const {
+  return status.st_size == bytes && modifiedTicks(status) == modified;
 }
 
 void SourceFile::throwChanged() const {
@@ -60,10 +74,6 @@ void SourceFile::throwChanged() const {
                   fmt::format("The file '{}' has changed since it was {}; {}.", path,
                               isFromSave ? "saved with its array" : "opened",
                               isFromSave ? "read it as a new table" : "open it again to read it"));
-}
-
-std::string SourceFile::fingerprint() const {
-  return fmt::format("{}|{}|{}\n", absolutePath, bytes, modified);
 }
 
 }  // namespace kv::runtime

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+struct stat;
+
 namespace kv::runtime {
 
 /// A file as it was when its source was opened, or when a description of the source was saved.
@@ -10,24 +12,21 @@ struct SourceFile {
   std::string path;          ///< as the user gave it
   std::string absolutePath;  ///< stays the same file when the working directory changes
   std::int64_t bytes = 0;
-  std::int64_t modified = 0;  ///< ticks of the file system's clock
-  bool isFromSave = false;    ///< noted by whoever saved the source, not by this process
+  std::int64_t modified = 0;  ///< ticks of std::chrono::file_clock
+  bool isFromSave = false;    ///< noted when the source was saved, not by this process
 
-  /// Notes size and time of the file at `path`.
+  /// Notes size and time of the file at `path`, once any later write is sure to have another time.
   ///
   /// Errors: DataError "KALVEX:datastore:FileNotFound", "KALVEX:datastore:FileNotReadable".
+  /// Cost:   waits for the next tick of the file system's clock (up to 10 ms) if the file was
+  ///         written in this one.
   static SourceFile look(const std::string& path);
 
-  /// Errors: DataError "KALVEX:datastore:SourceChanged" when the file is gone or differs in size or
-  ///         time from what was noted; "KALVEX:datastore:SourceGone" when it was noted by a save
-  ///         and is gone.
-  void throwIfChanged() const;
+  /// True if `status` has the size and time that were noted.
+  bool isAsNoted(const struct stat& status) const;
 
   /// Errors: always DataError "KALVEX:datastore:SourceChanged".
   [[noreturn]] void throwChanged() const;
-
-  /// Path, size and time in one line.
-  std::string fingerprint() const;
 };
 
 }  // namespace kv::runtime

@@ -114,6 +114,23 @@ TEST_F(Evaluation, TwoSourcesShareAnEvaluationButNoRows) {
             "KALVEX:bigdata:array:IncompatibleTallIndexing");
 }
 
+TEST_F(Evaluation, AFileThatIsOpenedTwiceKeepsTheTypesOfEach) {
+  const std::string path = folder.write("twice.csv", "x\n9\n10\n");
+  const auto largest = [&](const char* type) {
+    const Value source = host::call("kalvex.io.CsvDatastore",
+                                    {host::makeStringColumn(std::vector{path}).get(),
+                                     host::makeString("x").get(), host::makeString(type).get()});
+    const Value t = host::call("createFromDatastoreBuiltin", {source.get()});
+    return aggregate("max", column(t, "x"));
+  };
+  const Value ofNumbers = largest("int64");
+  const Value ofTexts = largest("string");
+  const auto values =
+      host::callMany("gather", 2, std::vector<const kxArray*>{ofNumbers.get(), ofTexts.get()});
+  EXPECT_EQ(kxGetScalar(values[0].get()), 10);
+  EXPECT_EQ(host::toText(values[1].get()), "9");
+}
+
 TEST_F(Evaluation, ColumnsThatNobodyAsksForArentRead) {
   const Value t = table({"x,y\n1,2\n", "x,y\n2,not a number\n"});
   EXPECT_THAT(gather(column(t, "x")), ElementsAre(1, 2));

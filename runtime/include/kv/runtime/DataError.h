@@ -8,6 +8,8 @@ namespace kv::runtime {
 ///
 /// `what()` is a full sentence that names the file, and where they apply row, column, text and
 /// type. Rows of data are counted from 1, without the header; lines of a file from 1, with it.
+/// Texts from a file, and lists of its columns, are cut to a length for messages (shownText()); the
+/// name of the one column that an error is about is whole in the arguments.
 ///
 /// The ids, with their arguments in order:
 ///
@@ -16,14 +18,16 @@ namespace kv::runtime {
 ///     KALVEX:datastore:NoFiles            path or pattern
 ///     KALVEX:datastore:EmptyFile          path
 ///     KALVEX:datastore:NotText            path, line, byte offset
-///     KALVEX:datastore:RaggedRow          path, row, fields found, fields expected, record
+///     KALVEX:datastore:RaggedRow          path, row, line, fields found, fields
+///                                         expected, record
 ///     KALVEX:datastore:UnterminatedQuote  path, line
 ///     KALVEX:datastore:RecordTooLong      path, line, bytes allowed
-///     KALVEX:datastore:DuplicateColumn    path, column
+///     KALVEX:datastore:OtherFormat        path, format
 ///     KALVEX:datastore:DifferentColumns   path, its columns, first path, its columns
-///     KALVEX:datastore:BadField           path, row, line, column, text, type
-///     KALVEX:datastore:MissingField       path, row, line, column, text, type
-///     KALVEX:datastore:NumberTooLarge     path, row, line, column, text, type
+///     KALVEX:datastore:BadField           path, row, line, column, text, type,
+///                                         type that holds the text
+///     KALVEX:datastore:MissingField       as BadField
+///     KALVEX:datastore:NumberTooLarge     as BadField
 ///     KALVEX:datastore:UnknownColumn      column, columns there are
 ///     KALVEX:datastore:UnknownType        column, type, types there are
 ///     KALVEX:datastore:BadTypeOverride    text

@@ -16,6 +16,7 @@ namespace kv::runtime {
 struct ColumnInfo {
   std::string name;
   ElementType type = ElementType::Double;
+  bool isUndecided = false;  ///< no value was found from which to infer the type
 
   bool operator==(const ColumnInfo&) const = default;
 };
@@ -35,8 +36,9 @@ class ChunkReader {
   /// Result:   the columns asked for, in that order, with their names. A chunk has at least one
   /// row;
   ///           how rows are cut into chunks follows from the source alone, not from the columns.
-  /// Errors:   DataError when the data can't be read, Cancelled when the token says so; after
-  ///           either the reader can only be destroyed.
+  /// Errors:   DataError when the data can't be read, "KALVEX:datastore:SourceChanged" when the
+  ///           source changed while it was read; Cancelled when the token says so; after either
+  ///           the reader can only be destroyed.
   /// Lives:    a chunk outlives the reader; the reader keeps none.
   virtual std::optional<Chunk> next() = 0;
 };
@@ -73,9 +75,11 @@ class Datastore {
   /// An equal datastore that may be used and destroyed apart from this one.
   virtual std::unique_ptr<Datastore> copy() const = 0;
 
-  /// Tells sources apart: equal for two datastores whose rows are the same, in the same partitions.
-  /// Types aren't part of it.
-  virtual std::string fingerprint() const = 0;
+  /// The identity of the source, of everything that determines its rows, their partitions and their
+  /// types. Equal for two datastores exactly if arrays of them may go row by row and share a pass.
+  ///
+  /// Cost: none; computed once when the source is opened.
+  virtual const std::string& fingerprint() const = 0;
 
   /// The source as its user called it, such as `flights.csv`, for messages and plans.
   virtual std::string displayName() const = 0;

@@ -29,18 +29,25 @@ TypeOverride parseTypeOverride(std::string_view text);
 /// CRLF or CR (the last needs none), a first record of column names. A field in double quotes may
 /// hold commas, line ends and, doubled, quotes. Empty lines are skipped.
 ///
-/// Types: a column is double when every field in the first 1 MiB of the first file is a number or
-/// missing, and string otherwise; `types` fixes others. A column without any value there is double.
-/// What a type can't hold ends the reading with an error; no type changes while reading.
+/// Names: distinct. A second column `x` is called `x.2`, the next `x.3`; a third column without a
+/// name `column 3`. A name that the header holds is never given to another column.
+///
+/// Types: a column is double when every field in the first block (1 MiB or 32,768 records) of the
+/// first file is a number or missing, and string otherwise; `types` fixes others. Where a column
+/// has no value in that block, the next block or file with one decides, up to 16 MiB in all. A
+/// column without any value there counts as double. What a type can't hold ends the reading with an
+/// error that names the smallest type that would; no type changes while reading.
 ///
 /// Missing: an empty field, quoted or not, is missing. In a numeric column `NA`, `NaN` and `null`
 /// are, too. Missing is NaN in a double or single column, a missing text in a string column, and an
 /// error in an integer or logical one. A logical field is `0`, `1`, `true` or `false`, the words
 /// also written `True`, `TRUE`, `False`, `FALSE`.
 ///
-/// Errors: DataError when a path leads to nothing, a file can't be read, has no header or other
-///         columns than the first, or `types` name a column or a type that doesn't exist.
-/// Cost:   reads the first block of the first file and the header of each other one.
+/// Errors: DataError when a path leads to nothing, a file can't be read, isn't text, has no header
+/// or
+///         other columns than the first, or `types` name a column or a type that doesn't exist.
+/// Cost:   reads the header of each file and the first block of the first; further blocks and files
+///         only for columns without a value so far.
 std::unique_ptr<Datastore> openCsv(const std::vector<std::string>& paths,
                                    const std::vector<TypeOverride>& types = {});
 
