@@ -157,7 +157,8 @@ def test_help_lists_the_types_that_there_are(run: Run) -> None:
 
 
 def test_a_fixed_type_keeps_whole_numbers_exact(run: Run) -> None:
-    assert "9007199254740993" in run.refusal("wide.csv", "max(x)", code=3)
+    message = run.refusal("wide.csv", "max(x)", code=3)
+    assert "9007199254740993" in message and message.endswith("\nTry --type 'x=int64'.\n")
     assert run.query("wide.csv", "max(x)", "--type", "x=int64")["results"] == {"max(x)": 2**53 + 1}
 
 
@@ -209,7 +210,7 @@ def test_a_plan_reads_no_data(run: Run) -> None:
         (["mean(word + 1)"], ["plus", "string", "^"]),
         (["mean(word)"], ["mean", "string", "^", "word is a column of texts", "--type 'word=double'"]),
         (["sum(`two words` + word)"], ["plus", "--type 'word=double'"]),
-        (["sum(x > '1')"], ["gt is not defined for double and string", "without quotes"]),
+        (["sum(x > '1')"], ["gt is not defined for double and string", "without quotes", "--type 'x=string'"]),
         (["sum(x * 300)", "--type", "x=int8"], ["300 doesn't fit the type int8", "sum(x * 300)\n          ^\n"]),
         (["sum(x ^ -1)", "--type", "x=int8", "--where", "x > 9"], ["negative integer -1", "x ^ -1.0"]),
         (["sum(x == 12345678901234567)"], ["12345678901234567 is beyond 2^53", "1.2345678901234568e+16"]),

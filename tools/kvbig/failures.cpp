@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <new>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -23,6 +24,13 @@ constexpr std::string_view kRequest[] = {"KALVEX:datastore:UnknownColumn",
                                          "KALVEX:datastore:UnknownType",
                                          "KALVEX:datastore:BadTypeOverride"};
 
+/// Errors of a field that another type of its column would hold: argument 3 is the column, 6 the
+/// type.
+constexpr std::string_view kField[] = {"KALVEX:datastore:BadField", "KALVEX:datastore:MissingField",
+                                       "KALVEX:datastore:NumberTooLarge"};
+constexpr std::size_t kFieldArguments = 7;
+constexpr std::size_t kLongestAdvised = 80;  // bytes of a column's name
+
 /// Errors that lie in a file of saved arrays.
 constexpr std::string_view kSaved[] = {
     "KALVEX:load:CannotRead",  "KALVEX:load:Corrupt",
@@ -36,16 +44,30 @@ void say(std::string_view message) {
   complain(fmt::format("kvbig: {}\n", printableLines(message)));
 }
 
+bool isOneOf(const Error& error, std::span<const std::string_view> ids) {
+  return std::ranges::find(ids, error.identifier()) != ids.end();
+}
+
 /// The exit code of an error, or of what caused it.
 ExitCode codeOf(const Error& error) {
   for (const Error* each = &error; each != nullptr; each = each->cause().get()) {
-    const auto isOneOf = [each](const auto& ids) {
-      return std::ranges::find(ids, each->identifier()) != std::end(ids);
-    };
-    if (isOneOf(kRequest)) return kWrongUsage;
-    if (isOneOf(kSaved) || each->identifier().starts_with(kSource)) return kBadInput;
+    if (isOneOf(*each, kRequest)) return kWrongUsage;
+    if (isOneOf(*each, kSaved) || each->identifier().starts_with(kSource)) return kBadInput;
   }
   return kFailed;
+}
+
+/// How to read the field that `error`, or what caused it, is about; empty if it isn't about a
+/// field.
+std::string adviceOnType(const Error& error) {
+  for (const Error* each = &error; each != nullptr; each = each->cause().get()) {
+    const auto& arguments = each->arguments();
+    if (isOneOf(*each, kField) && arguments.size() >= kFieldArguments &&
+        arguments[3].size() <= kLongestAdvised) {
+      return printable(fmt::format("Try {}.", typeOption(arguments[3], arguments[6]))) + "\n";
+    }
+  }
+  return {};
 }
 
 void tell(const Error& error) {
@@ -56,6 +78,7 @@ void tell(const Error& error) {
       complain(fmt::format("  caused by: {}\n", printableLines(cause->what())));
     said = cause->what();
   }
+  complain(adviceOnType(error));
 }
 
 ExitCode describeFailure() {

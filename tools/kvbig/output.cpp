@@ -94,6 +94,14 @@ std::string jsonTexts(const std::vector<std::string>& texts) {
   return "[" + list + "]";
 }
 
+std::string typeOption(std::string_view column, std::string_view type) {
+  std::string quoted;
+  for (const char c : column) {
+    quoted += c == '\'' ? R"('\'')" : std::string(1, c);
+  }
+  return fmt::format("--type '{}={}'", quoted, type);
+}
+
 std::size_t displayWidth(std::string_view text) {
   const auto startsCharacter = [](char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;

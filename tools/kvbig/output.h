@@ -29,4 +29,7 @@ std::size_t displayWidth(std::string_view text);
 /// `text` and blanks up to `width`.
 std::string padded(std::string_view text, std::size_t width);
 
+/// The option that gives a column its type, as it is typed in a shell: `--type 'x=int64'`.
+std::string typeOption(std::string_view column, std::string_view type);
+
 }  // namespace kv::shell

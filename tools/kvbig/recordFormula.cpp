@@ -11,6 +11,8 @@
 
 #include "formula/FormulaError.h"
 #include "formula/tokens.h"
+#include "formula/utf8.h"
+#include "output.h"
 
 namespace kv::shell {
 
@@ -65,22 +67,46 @@ class Recorder {
       const bool isOfFormula = error.identifier().starts_with("KALVEX:function:") ||
                                error.identifier() == "KALVEX:array:NotExact";
       if (!isOfFormula) throw;
-      throw FormulaError(formula_.text, place, error.what(), adviceOnTypes(inputs));
+      throw FormulaError(formula_.text, place, error.what(), adviceOnTypes(call.function, inputs));
     }
   }
 
-  /// A column is a text as soon as one field of the first block isn't a number.
-  static std::string adviceOnTypes(const std::vector<Part>& inputs) {
+  /// A column is a text as soon as one field of the first block isn't a number, and counts as
+  /// numbers where it has no value at all.
+  static std::string adviceOnTypes(const std::string& function, const std::vector<Part>& inputs) {
+    std::string advice;
+    bool hasText = false;
     for (const Part& input : inputs) {
       const auto* array = std::get_if<Array>(&input.value.value());
-      if (array == nullptr && std::holds_alternative<std::string>(input.value.value())) {
-        return "Numbers stand without quotes.";
+      const bool isWritten =
+          array == nullptr && std::holds_alternative<std::string>(input.value.value());
+      hasText = hasText || isWritten || (array != nullptr && array->type() == "string");
+      if (isWritten) {
+        advice += "Numbers are written without quotes.\n";
+      } else if (!input.column.empty() && array->type() == "string") {
+        advice += adviceOnColumn(input.column, "texts", "numbers", "double");
       }
-      if (input.column.empty() || array->type() != "string") continue;
-      return fmt::format("{0} is a column of texts. If numbers are meant: --type '{1}=double'.",
-                         columnAsWritten(input.column), input.column);
     }
-    return {};
+    for (const Part& input : inputs) {
+      const auto* array = std::get_if<Array>(&input.value.value());
+      if (hasText && takesTexts(function) && !input.column.empty() && array->type() == "double") {
+        advice += adviceOnColumn(input.column, "numbers, or has no values", "texts", "string");
+      }
+    }
+    return advice.substr(0, advice.find_last_not_of('\n') + 1);
+  }
+
+  static std::string adviceOnColumn(const std::string& column, std::string_view held,
+                                    std::string_view meant, std::string_view type) {
+    return fmt::format("{} is a column of {}. If {} are meant: {}.\n",
+                       shortened(columnAsWritten(column)), held, meant,
+                       typeOption(shortened(column), type));
+  }
+
+  /// Comparisons do, and choices between values.
+  static bool takesTexts(const std::string& function) {
+    constexpr std::string_view kFunctions[] = {"eq", "ne", "lt", "le", "gt", "ge", "where"};
+    return std::ranges::find(kFunctions, function) != std::end(kFunctions);
   }
 
   Array recordCall(const std::string& function, std::vector<Operand> inputs) {
