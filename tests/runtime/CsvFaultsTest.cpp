@@ -1,0 +1,104 @@
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <map>
+#include <system_error>
+
+#include "kv/runtime/csv.h"
+#include "runtime/readAll.h"
+#include "support/SystemCalls.h"
+#include "support/TempFolder.h"
+
+namespace kv::runtime {
+namespace {
+
+using kv::test::Fault;
+using kv::test::runTraced;
+using kv::test::TempFolder;
+using kv::test::TracedRun;
+using test::readAll;
+
+struct Row {
+  const char* name;
+  Fault::Kind kind;
+  int error;
+};
+
+constexpr Row kFaults[] = {
+    {"EIO", Fault::Kind::fail, EIO},           {"EMFILE", Fault::Kind::fail, EMFILE},
+    {"EACCES", Fault::Kind::fail, EACCES},     {"EINTR", Fault::Kind::fail, EINTR},
+    {"a short read", Fault::Kind::shorten, 0},
+};
+
+/// Two files in a folder, the first of several blocks; a late value decides the type of a column.
+class CsvFaults : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!kv::test::canTrace()) {
+      GTEST_SKIP() << "processes can't be traced here";
+    }
+    std::string rows = "x,t,more\n";
+    for (int row = 0; row < 300; ++row) {
+      rows += "1,," + std::string(4'000, 'm') + "\n";
+    }
+    folder_.write("a.csv", rows);
+    folder_.write("b.csv", "x,t,more\n2,text,\n");
+  }
+
+  /// "read", another sum, or an error that is as it must be as "told".
+  std::string outcomeOf(const std::string& reason) {
+    try {
+      double sum = 0;
+      readAll(*openCsv({folder_.path()}), {"x", "t"}, [&](const Chunk& chunk) {
+        for (const double x : chunk.columns[0].values<double>()) {
+          sum += x;
+        }
+      });
+      return sum == 302 ? "read" : "sum " + std::to_string(sum);
+    } catch (const DataError& error) {
+      const std::string text = error.what();
+      const bool isTold = text.find(folder_.path()) != std::string::npos &&
+                          text.find(reason) != std::string::npos &&
+                          error.id() == "KALVEX:datastore:FileNotReadable";
+      return isTold ? "told" : error.id() + ": " + text;
+    }
+  }
+
+  TempFolder folder_;
+};
+
+TEST_F(CsvFaults, aFailingCallIsToldOrHasNoConsequence) {
+  const TracedRun whole = runTraced([&] { return outcomeOf(""); });
+  ASSERT_EQ(*whole.outcome, "read");
+  for (const Row& row : kFaults) {
+    const std::string reason = std::generic_category().message(row.error);
+    std::map<std::string, int> outcomes;
+    for (Fault fault{0, row.kind, row.error}; fault.call < whole.calls.size(); ++fault.call) {
+      if (whole.calls[fault.call] == "other") {
+        continue;
+      }
+      const TracedRun run = runTraced(
+          [&] {
+            const std::string first = outcomeOf(reason);
+            return first + ", then " + outcomeOf(reason);  // nothing must be left of the failure
+          },
+          fault);
+      ++outcomes[*run.outcome];
+      const std::string& call = whole.calls[fault.call];
+      const bool mayFail = row.error != 0 && !(row.error == EINTR && call == "read");
+      ASSERT_THAT(*run.outcome, testing::AnyOf("read, then read",
+                                               mayFail ? "told, then read" : "read, then read"))
+          << row.name << " at " << call << ", call " << fault.call;
+    }
+    std::printf("csv-io, %s:", row.name);
+    for (const auto& [outcome, count] : outcomes) {
+      std::printf(" %d %s;", count, outcome.c_str());
+    }
+    std::printf(" each as it must be\n");
+    EXPECT_EQ(outcomes.contains("told, then read"), row.error != 0);
+  }
+}
+
+}  // namespace
+}  // namespace kv::runtime
