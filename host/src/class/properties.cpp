@@ -81,6 +81,11 @@ void writePlace(SessionState& session, Object& object, PropertyPlace place, cons
   }
 }
 
+bool sharesArray(Object& object, const PropertyPlace& place) {
+  const Property& property = *place.property;
+  return property.native != nullptr && property.native->getReferencedArrays(&object).hasMore();
+}
+
 Value readProperty(SessionState& session, Object& object, kcos::COSInternedBase name,
                    const ClassRecord* caller) {
   const PropertyPlace& place = placeOf(object, name);

@@ -29,6 +29,10 @@ Value readPlace(SessionState& session, Object& object, PropertyPlace place);
 /// Sets the value at a property's place, whatever its access.
 void writePlace(SessionState& session, Object& object, PropertyPlace place, const kxArray* value);
 
+/// True if the object holds the value of a native property as the array that it was set to, which
+/// others may share. False where the setter has made something of its own of it.
+bool sharesArray(Object& object, const PropertyPlace& place);
+
 /// What stands in the slot of a property of a language class; null if the class has no such slot or
 /// nothing was stored. Lives: until the slot is set again.
 const kxArray* storedValue(const Object& object, kcos::NameRef name);

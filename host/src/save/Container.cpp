@@ -29,6 +29,10 @@ Number get(std::string_view bytes, std::size_t offset) {
   return number;
 }
 
+std::uint64_t lengthOf(std::string_view head, std::size_t section) {
+  return get<std::uint64_t>(head, kTableAt + section * kTableEntryBytes + 8);
+}
+
 /// The release that wrote a file, as the file says; a release has visible ASCII characters only.
 std::string releaseOf(std::string_view file) {
   const std::string_view field = file.substr(kReleaseAt, kReleaseBytes);
@@ -79,28 +83,37 @@ std::string headerOf(const Sections& sections) {
   return header;
 }
 
+void checkHead(std::string_view head, std::uint64_t fileBytes) {
+  checkHeader(head);
+  std::uint64_t left = fileBytes - kHeaderBytes;
+  for (std::size_t i = 0; i < kSections; ++i) {
+    const std::size_t entry = kTableAt + i * kTableEntryBytes;
+    if (head.substr(entry, 4) != kSectionTags[i] || get<std::uint32_t>(head, entry + 4) != 0) {
+      refuseFile(kHead, entry, "section " + std::string(kSectionTags[i]) + " is missing");
+    }
+    const std::uint64_t length = lengthOf(head, i);
+    if (length > left) {
+      refuseFile(kSectionTags[i], left,
+                 "the file ends before the " + std::to_string(length) + " bytes of the section");
+    }
+    left -= length;
+  }
+  if (left != 0) {
+    refuseFile(kHead, fileBytes - left, std::to_string(left) + " bytes follow the last section");
+  }
+}
+
 SectionViews sectionsOf(std::string_view file) {
-  checkHeader(file);
+  checkHead(file.substr(0, kHeaderBytes), file.size());
   SectionViews sections;
   std::size_t at = kHeaderBytes;
   for (std::size_t i = 0; i < kSections; ++i) {
+    sections[i] = file.substr(at, lengthOf(file, i));
+    at += sections[i].size();
     const std::size_t entry = kTableAt + i * kTableEntryBytes;
-    const auto length = get<std::uint64_t>(file, entry + 8);
-    if (file.substr(entry, 4) != kSectionTags[i] || get<std::uint32_t>(file, entry + 4) != 0) {
-      refuseFile(kHead, entry, "section " + std::string(kSectionTags[i]) + " is missing");
-    }
-    if (length > file.size() - at) {
-      refuseFile(kSectionTags[i], file.size() - at,
-                 "the file ends before the " + std::to_string(length) + " bytes of the section");
-    }
-    sections[i] = file.substr(at, length);
     if (get<std::uint64_t>(file, entry + 16) != checksum(sections[i])) {
       refuseFile(kSectionTags[i], 0, "the checksum doesn't fit");
     }
-    at += length;
-  }
-  if (at != file.size()) {
-    refuseFile(kHead, at, std::to_string(file.size() - at) + " bytes follow the last section");
   }
   return sections;
 }

@@ -105,6 +105,11 @@ Reference FileBuilder::addPlain(const kxArray* value) {
 }
 
 Reference FileBuilder::addFunction(std::string_view functionName, bool standsIn) {
+  if (functionName.size() > kMaxFunctionName) {
+    raise("KALVEX:save:NotSaveable",
+          {"function_handle",
+           "its name is longer than " + std::to_string(kMaxFunctionName) + " bytes"});
+  }
   return addEntry({.classCode = kxFUNCTION_CLASS,
                    .form = static_cast<std::uint8_t>(ValueForm::Inline),
                    .dimensions = 0,
@@ -136,7 +141,8 @@ Reference FileBuilder::addContainer(const kxArray* value,
 Reference FileBuilder::addFull(ValueEntry entry, const kxArray* value,
                                const std::vector<Reference>& references) {
   std::size_t spread =
-      spreadOf(kxGetClassID(value), kxGetDimensions(value).front(), kxGetNumberOfElements(value));
+      spreadOf(kxGetClassID(value), kxGetDimensions(value).front(), kxGetNumberOfElements(value),
+               section(Section::Data).size() - entry.payload);
   for (const Reference reference : references) {
     if (!reference.isNull() && !reference.isObject()) {
       spread += spreads_[reference.index()];

@@ -188,6 +188,7 @@ SavedValue FileTables::value(std::size_t index) const {
 void FileTables::checkValues() {
   std::size_t left = sections_[static_cast<std::size_t>(Section::Data)].size();
   std::vector<Nesting> nestings(valueCount_);
+  copiedBytes_.resize(valueCount_);
   for (std::size_t i = 0; i < valueCount_; ++i) {
     const SavedValue value = this->value(i);
     const std::size_t bytes = checkValue(value, i, names_.size());
@@ -195,11 +196,22 @@ void FileTables::checkValues() {
       refuseFile(tagOf(Section::Values), i * sizeof(ValueEntry), "two values have the same data");
     }
     left -= bytes;
+    copiedBytes_[i] = bytes;
+    checkFunctionName(value, i);
     checkElements(i, nestings);
   }
 }
 
-void FileTables::checkElements(std::size_t index, std::vector<Nesting>& nestings) const {
+void FileTables::checkFunctionName(const SavedValue& value, std::size_t index) const {
+  if (value.classId() == kxFUNCTION_CLASS &&
+      names_[static_cast<std::size_t>(value.entry.payload)].size() > kMaxFunctionName) {
+    refuseFile(
+        tagOf(Section::Values), index * sizeof(ValueEntry),
+        "the name of a function is longer than " + std::to_string(kMaxFunctionName) + " bytes");
+  }
+}
+
+void FileTables::checkElements(std::size_t index, std::vector<Nesting>& nestings) {
   const SavedValue value = this->value(index);
   const auto require = [&](bool holds, const char* reason) {
     if (!holds) {
@@ -208,7 +220,9 @@ void FileTables::checkElements(std::size_t index, std::vector<Nesting>& nestings
   };
   const std::size_t mostSpread = kMaxSpread + size();
   Nesting& nesting = nestings[index];
-  nesting.spread = spreadOf(value.classId(), value.dimensions.front(), value.elements);
+  nesting.spread =
+      spreadOf(value.classId(), value.dimensions.front(), value.elements, copiedBytes_[index]);
+  const std::size_t mostCopied = kCopiedForFree + size();
   forEachReference(value, [&](Reference reference) {
     checkReference(index, reference);
     if (!reference.isNull() && !reference.isObject()) {
@@ -217,6 +231,10 @@ void FileTables::checkElements(std::size_t index, std::vector<Nesting>& nestings
       const Nesting& inner = nestings[reference.index()];
       nesting.depth = std::max(nesting.depth, inner.depth);
       nesting.spread = std::min(nesting.spread + inner.spread, mostSpread + 1);
+      if (value.classId() == kxSTRUCT_CLASS) {
+        copiedBytes_[index] =
+            std::min(copiedBytes_[index] + copiedBytes_[reference.index()], mostCopied);
+      }
     }
   });
   require(nesting.depth < kMaxNesting, "values stand in values too deep");

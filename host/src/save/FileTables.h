@@ -41,6 +41,12 @@ class FileTables {
   template <class Visit>
   void forEachReference(const SavedValue& value, Visit visit) const;
 
+  /// Bytes of the data that something copies which takes a value apart: the value's own, and those
+  /// of a structure's fields. 0 for what stands in its entry, and for objects.
+  std::size_t copiedBytes(format::Reference reference) const {
+    return reference.isNull() || reference.isObject() ? 0 : copiedBytes_[reference.index()];
+  }
+
   format::Reference root() const { return root_; }
   /// Bytes of all sections.
   std::size_t size() const;
@@ -58,7 +64,8 @@ class FileTables {
     std::size_t depth = 0;
     std::size_t spread = 0;  ///< elements, those of a shared value as often as it stands there
   };
-  void checkElements(std::size_t index, std::vector<Nesting>& nestings) const;
+  void checkFunctionName(const SavedValue& value, std::size_t index) const;
+  void checkElements(std::size_t index, std::vector<Nesting>& nestings);
   void checkReference(std::size_t index, format::Reference reference) const;
 
   SectionViews sections_;
@@ -66,6 +73,7 @@ class FileTables {
   std::vector<SavedShape> shapes_;
   std::size_t objectCount_ = 0;
   std::size_t valueCount_ = 0;
+  std::vector<std::size_t> copiedBytes_;  ///< of each value
   format::Reference root_;
 };
 

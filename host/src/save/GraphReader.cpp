@@ -55,6 +55,7 @@ GraphReader::GraphReader(SessionState& session, const FileTables& file, bool tru
     : session_(session),
       file_(file),
       trusted_(trusted),
+      copies_(file.size()),
       objects_(file.objectCount()),
       values_(file.valueCount()),
       isNeeded_(file.valueCount()),
@@ -114,7 +115,7 @@ Value GraphReader::makeValue(std::uint32_t index) {
     case kxCELL_CLASS:
     case kxSTRUCT_CLASS:
     case kxOBJECT_CLASS:
-      return makeContainer(value);
+      return makeContainer(value, index);
     case kxSTRING_CLASS:
       return makeTexts(value);
     case kxFUNCTION_CLASS:
@@ -127,11 +128,20 @@ Value GraphReader::makeValue(std::uint32_t index) {
   }
 }
 
-Value GraphReader::makeContainer(const SavedValue& value) {
+/// Counts a name that stands in the file once and is given to many values.
+void GraphReader::countName(std::string_view name, std::uint32_t value) {
+  if (name.size() > kNameForFree && !copies_.take(name.size())) {
+    refuseFile(kSectionTags[static_cast<std::size_t>(Section::Values)], value * sizeof(ValueEntry),
+               "many values have the same long names");
+  }
+}
+
+Value GraphReader::makeContainer(const SavedValue& value, std::uint32_t index) {
   const std::size_t rows = value.dimensions[0];
   const std::size_t columns = columnsOf(value);
   const ReferenceRange range = referencesOf(value);
   if (value.classId() == kxOBJECT_CLASS) {
+    countName(file_.name(value.number(0)), index);
     const std::string className(file_.name(value.number(0)));
     if (session_.classes.find(interned(className)) == nullptr) {
       raise("KALVEX:load:UnknownClass", {className});
@@ -152,6 +162,7 @@ Value GraphReader::makeContainer(const SavedValue& value) {
   std::vector<std::string_view> fields;
   for (std::size_t i = 0; value.classId() == kxSTRUCT_CLASS && i < value.number(0); ++i) {
     fields.push_back(file_.name(value.number(1 + i)));
+    countName(fields.back(), index);
   }
   Value array = matrix::from_kalvex(value.classId() == kxCELL_CLASS
                                         ? kxCreateCellMatrix(rows, columns)
@@ -219,6 +230,7 @@ void GraphReader::countLeftOut(std::uint32_t index) {
 
 kcos::COSInterfacePtr GraphReader::makeFromRecord(std::uint32_t index) {
   const ClassRecord& record = *shapeOf(index).record;
+  countCopy(recordOf(index), index);
   kcos::COSInterfacePtr made;
   try {
     atEdge([&] {
@@ -308,22 +320,38 @@ void GraphReader::reachObject(std::uint32_t index) {
   }
 }
 
+/// Counts what an object makes of a value for itself.
+void GraphReader::countCopy(Reference reference, std::uint32_t object) {
+  if (!copies_.take(file_.copiedBytes(reference))) {
+    refuseObject(object, "many objects copy the same values");
+  }
+}
+
 void GraphReader::fill(std::uint32_t index) {
   const ObjectEntry entry = file_.object(index);
   const Shape& shape = shapeOf(index);
   std::uint64_t next = entry.firstReference;
   for (const PropertyPlace& place : shape.places) {
-    const Value value = make(file_.reference(next++));
+    const Reference reference = file_.reference(next++);
+    const Value value = make(reference);
     const auto what = [&] {
       return "property " + std::string(place.property->name.text()) + " of class " +
              std::string(shape.record->getName());
     };
     refusing(index, what, [&] { writePlace(session_, objectOf(index), place, value.get()); });
+    const bool isCopied =
+        place.property->hasSlot() ? shape.isTakenApart() : !sharesArray(objectOf(index), place);
+    if (isCopied) {
+      countCopy(reference, index);
+    }
   }
   const bool hasSaved = entry.form == static_cast<std::uint32_t>(ObjectForm::PropertiesAndSaved);
   if (hasSaved && shape.savedForm == nullptr) {
     refuseObject(index, "class " + std::string(shape.record->getName()) +
                             " saves nothing besides its properties");
+  }
+  if (hasSaved) {
+    countCopy(file_.reference(next), index);
   }
   if (shape.savedForm != nullptr) {  // its class is asked also where a file leaves it out
     saved_.emplace_back(index, hasSaved ? make(file_.reference(next)) : nullptr);

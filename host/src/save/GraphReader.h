@@ -7,13 +7,14 @@
 
 #include "class/Members.h"
 #include "heap/Object.h"
+#include "kv/host/definitions.h"
 #include "kv/host/values.h"
+#include "save/CopyLimit.h"
 #include "save/FileTables.h"
 
 namespace kv::host {
 
 struct SessionState;
-struct SavedForm;
 class ClassRecord;
 
 /// The walk that loads: makes what the root of a file needs, and nothing else.
@@ -41,12 +42,16 @@ class GraphReader {
     std::vector<PropertyPlace> places{};
     const SavedForm* savedForm = nullptr;
     std::size_t leftOut = 0;  ///< properties of the class that the file doesn't have
+
+    bool isTakenApart() const { return savedForm != nullptr && savedForm->restore != nullptr; }
   };
   Value make(format::Reference reference);
   void makeNeeded();
   void need(format::Reference reference);
   Value makeValue(std::uint32_t index);
-  Value makeContainer(const SavedValue& value);
+  Value makeContainer(const SavedValue& value, std::uint32_t index);
+  void countName(std::string_view name, std::uint32_t value);
+  void countCopy(format::Reference reference, std::uint32_t object);
   Value take(format::Reference reference);
   Object& objectOf(std::uint32_t index);
   void makeObject(std::uint32_t index);
@@ -65,6 +70,7 @@ class GraphReader {
   const FileTables& file_;
   bool trusted_;
   std::size_t leftOutBytes_ = 0;
+  CopyLimit copies_;
   std::unordered_map<std::uint32_t, Shape> shapes_;  ///< by their index in the file
   std::vector<kcos::COSInterfacePtr> objects_;
   std::vector<Value> values_;

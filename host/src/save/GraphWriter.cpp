@@ -44,13 +44,6 @@ Value elementAt(const kxArray* container, std::size_t index) {
       static_cast<const ContainerPayload&>(*container->payload).elements[index]);
 }
 
-/// The payload by which a value is known again; null for one that is written each time.
-const Payload* identityOf(const kxArray* value) {
-  const bool isWorth = value->form == kxArray::Form::Payload &&
-                       (isContainer(value) || value->payload->bytes >= kSharedBytes);
-  return isWorth ? value->payload : nullptr;
-}
-
 bool haveSameShape(const kxArray* a, const kxArray* b) {
   return a->classId() == b->classId() && std::ranges::equal(kxGetDimensions(a), kxGetDimensions(b));
 }
@@ -64,6 +57,21 @@ Sections GraphWriter::write(const kxArray* root) {
     writeObject(object, objects_.at(&object));
   }
   return file_.take();
+}
+
+/// The payload by which a value is known again; null for one that is written each time.
+const Payload* GraphWriter::identityOf(const kxArray* value) const {
+  const bool isWorth = value->form == kxArray::Form::Payload && value->payload != unshared_ &&
+                       (isContainer(value) || value->payload->bytes >= kSharedBytes);
+  return isWorth ? value->payload : nullptr;
+}
+
+/// Adds a value that a load copies, so that a file counts each copy.
+Reference GraphWriter::addUnshared(const kxArray* value) {
+  unshared_ = value->form == kxArray::Form::Payload ? value->payload : nullptr;
+  const Reference made = add(value);
+  unshared_ = nullptr;
+  return made;
 }
 
 Reference GraphWriter::add(const kxArray* value) {
@@ -199,12 +207,15 @@ Reference GraphWriter::finish(Pending pending) {
 
 void GraphWriter::writeObject(Object& object, std::uint32_t index) {
   const Shape& shape = shapeOf(object);
+  const bool isTakenApart = shape.savedForm != nullptr && shape.savedForm->restore != nullptr;
   if (session_.heap.nativeValue(object) != nullptr && shape.savedForm == nullptr) {
     refuse(classOf(object), "it holds something that lives in this process only");
   }
   std::vector<Reference> references;
   for (const PropertyPlace& place : shape.places) {
-    references.push_back(add(readPlace(session_, object, place).get()));
+    const Value value = readPlace(session_, object, place);
+    const bool isCopied = isTakenApart && place.property->hasSlot() && value != nullptr;
+    references.push_back(isCopied ? addUnshared(value.get()) : add(value.get()));
   }
   if (shape.savedForm == nullptr || shape.savedForm->save == nullptr) {
     file_.setObject(index, shape.index, ObjectForm::Properties, references);

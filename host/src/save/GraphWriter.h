@@ -50,6 +50,8 @@ class GraphWriter {
   };
 
   format::Reference add(const kxArray* value);
+  format::Reference addUnshared(const kxArray* value);
+  const Payload* identityOf(const kxArray* value) const;
   std::optional<format::Reference> referenceOf(const kxArray* value);
   std::optional<format::Reference> referenceOf(Object& object);
   format::Reference enqueue(Object& object);
@@ -66,6 +68,7 @@ class GraphWriter {
   std::vector<kcos::COSInterfacePtr> queue_;  ///< objects that were given an index, in that order
   std::vector<kcos::COSInterfacePtr> recorded_;  ///< objects that stand in the file as records
   std::unordered_map<const Payload*, Written> payloads_;
+  const Payload* unshared_ = nullptr;  ///< written again where it was written before
   std::unordered_map<const ObjectClass*, Shape> shapes_;
 };
 

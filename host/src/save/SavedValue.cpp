@@ -70,7 +70,8 @@ void checkForm(const SavedValue& value, const ValueCheck& check) {
       "the value has a flag that means nothing");
 }
 
-/// No part of the product of the dimensions overflows.
+/// Neither the product of the dimensions, in the order in which an array is made, nor that of the
+/// columns overflows, whatever zeros there are among them.
 void checkElementCount(const SavedValue& value, const ValueCheck& check) {
   const std::size_t plain = classIdFacts(value.classId()).elementBytes;  // 0 for containers
   const std::size_t bytes = plain == 0 ? kLargestElement : std::max<std::size_t>(plain, 8);
@@ -79,13 +80,11 @@ void checkElementCount(const SavedValue& value, const ValueCheck& check) {
     check.require(value.dimensions[i] <= limit, "the value has too many elements");
     limit = value.dimensions[i] == 0 ? limit : limit / value.dimensions[i];
   }
-  std::size_t columns = 1;
-  for (std::size_t i = 1; i < value.dimensions.size(); ++i) {
-    columns *= value.dimensions[i];
+  std::size_t product = bytes;
+  for (const std::size_t extent : value.dimensions) {
+    check.require(!__builtin_mul_overflow(product, extent, &product) && product <= kMaxBytes,
+                  "the value has too many elements");
   }
-  check.require(
-      value.dimensions[0] <= kMaxBytes / bytes && (columns == 0 || value.dimensions[0] <= limit),
-      "the value has too many elements");
 }
 
 std::size_t checkTexts(const SavedValue& value, const ValueCheck& check) {

@@ -260,21 +260,32 @@ void writeBeside(const fs::path& target, std::span<const std::string_view> piece
   }
 }
 
-std::string readAll(const Descriptor& file) {
-  const struct stat status = statusOf(file);
-  if (!S_ISREG(status.st_mode)) {
-    throw FileError{"it isn't a regular file"};
-  }
-  std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
-  for (std::size_t done = 0; done < bytes.size();) {
+/// Appends the next bytes of a file until there are `size`.
+void readUpTo(const Descriptor& file, std::string& bytes, std::size_t size, std::size_t fileBytes) {
+  std::size_t done = bytes.size();
+  bytes.resize(size);
+  while (done < size) {
     const ssize_t read =
-        checked([&] { return ::read(file.get(), bytes.data() + done, bytes.size() - done); });
+        checked([&] { return ::read(file.get(), bytes.data() + done, size - done); });
     if (read == 0) {
-      throw FileError{"it shrank while it was read, from " + std::to_string(bytes.size()) + " to " +
+      throw FileError{"it shrank while it was read, from " + std::to_string(fileBytes) + " to " +
                       std::to_string(done) + " bytes"};
     }
     done += static_cast<std::size_t>(read);
   }
+}
+
+std::string readAll(const Descriptor& file, std::size_t headBytes,
+                    void (*checkHead)(std::string_view, std::uint64_t)) {
+  const struct stat status = statusOf(file);
+  if (!S_ISREG(status.st_mode)) {
+    throw FileError{"it isn't a regular file"};
+  }
+  const auto fileBytes = static_cast<std::size_t>(status.st_size);
+  std::string bytes;
+  readUpTo(file, bytes, std::min(headBytes, fileBytes), fileBytes);
+  checkHead(bytes, fileBytes);
+  readUpTo(file, bytes, fileBytes, fileBytes);
   return bytes;
 }
 
@@ -290,9 +301,10 @@ void writeFileAtomically(const std::string& path, std::span<const std::string_vi
   }
 }
 
-std::string readFile(const std::string& path) {
+std::string readFile(const std::string& path, std::size_t headBytes,
+                     void (*checkHead)(std::string_view head, std::uint64_t fileBytes)) {
   try {
-    return readAll(openOrFail(checkedPath(path), kReadFlags));
+    return readAll(openOrFail(checkedPath(path), kReadFlags), headBytes, checkHead);
   } catch (const FileError& error) {
     raise("KALVEX:load:CannotRead", {path, error.reason});
   }

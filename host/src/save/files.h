@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -21,9 +23,11 @@ namespace kv::host {
 ///         isn't a regular file, is refused.
 void writeFileAtomically(const std::string& path, std::span<const std::string_view> pieces);
 
-/// The bytes of a regular file.
+/// The bytes of a regular file. `checkHead` sees the first `headBytes`, or all there are, and the
+/// number of bytes of the file before memory is asked for the rest.
 ///
-/// Errors: "KALVEX:load:CannotRead" with path and reason.
-std::string readFile(const std::string& path);
+/// Errors: "KALVEX:load:CannotRead" with path and reason; what `checkHead` raises.
+std::string readFile(const std::string& path, std::size_t headBytes,
+                     void (*checkHead)(std::string_view head, std::uint64_t fileBytes));
 
 }  // namespace kv::host

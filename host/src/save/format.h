@@ -41,21 +41,38 @@ inline constexpr std::size_t kMaxNesting = 1000;
 /// than this and the bytes of the file together: some readers write values out that share others.
 inline constexpr std::size_t kMaxSpread = std::size_t{1} << 22;
 
-/// What a value counts for that, without the values in it: elements that aren't plain memory, and
-/// rows of characters.
-constexpr std::size_t spreadOf(kxClassID id, std::size_t rows, std::size_t elements) {
+/// Texts are counted by their bytes, too: as many as an element takes where it is written out.
+inline constexpr std::size_t kElementTextBytes = 16;
+
+/// What a value counts for that, without the values in it: elements that aren't plain memory, rows
+/// of characters, and texts by the bytes that they take in the file.
+constexpr std::size_t spreadOf(kxClassID id, std::size_t rows, std::size_t elements,
+                               std::size_t bytes) {
   switch (id) {
     case kxCELL_CLASS:
     case kxSTRUCT_CLASS:
-    case kxSTRING_CLASS:
     case kxOBJECT_CLASS:
       return 1 + elements;
+    case kxSTRING_CLASS:
+      return 1 + elements + bytes / kElementTextBytes;
     case kxCHAR_CLASS:
-      return 1 + rows;
+      return 1 + rows + bytes / kElementTextBytes;
     default:
       return 1;
   }
 }
+
+/// Where loading copies what a value holds (ids, links, keys, names, paths), each copy counts the
+/// bytes that the value takes in the file. All copies together count no more than this, or than the
+/// file has bytes.
+inline constexpr std::size_t kCopiedForFree = 1'000'000;
+
+/// Operations that share a function each show its name.
+inline constexpr std::size_t kMaxFunctionName = 4096;
+
+/// Each structure has its fields' names, and each array of objects that of its class. Longer ones
+/// count as copies.
+inline constexpr std::size_t kNameForFree = 256;
 
 /// A value has no more dimensions.
 inline constexpr std::size_t kMaxDimensions = 32;

@@ -30,7 +30,9 @@ void Session::save(const std::string& path, const kxArray* value) {
 }
 
 Value Session::load(const std::string& path, bool trusted) {
-  return inSession(*this, [&] { return valueOf(*state_, readFile(path), trusted); });
+  return inSession(*this, [&] {
+    return valueOf(*state_, readFile(path, format::kHeaderBytes, checkHead), trusted);
+  });
 }
 
 std::string Session::saveBytes(const kxArray* value) {
