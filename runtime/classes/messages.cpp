@@ -10,6 +10,7 @@ constexpr host::CatalogueEntry kMessages[] = {
     {"KALVEX:array:NotAColumn",
      "A column of numbers, logicals or texts is expected, got a {0} {1}."},
     {"KALVEX:array:NotRunnable", "{0} can be recorded and planned, but not run."},
+    {"KALVEX:array:OperationArity", "{0} takes {1}, got {2}."},
     {"KALVEX:array:Condition",
      "A choice between two arrays needs a condition that is one logical value, got {0}."},
     {"KALVEX:array:NotLogical", "{0} must return logical values, but returned {1}."},

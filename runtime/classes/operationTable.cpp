@@ -117,6 +117,45 @@ void describeInvalid(const kxArray* operation, OpSpec& spec) {
   spec.label = fmt::format("an array that release {} saved", spec.savedRelease);
 }
 
+// --- Arity --------------------------------------------------------------------------------------
+
+constexpr std::size_t kAny = std::numeric_limits<std::size_t>::max();
+constexpr OperationArity kSource{0, 0, OutputRule::One};
+constexpr OperationArity kOneToOne{1, 1, OutputRule::One};
+constexpr OperationArity kChoice{3, 3, OutputRule::One};
+constexpr OperationArity kSelection{2, kAny, OutputRule::PerKept};
+constexpr OperationArity kEachArray{0, kAny, OutputRule::PerInput};
+constexpr OperationArity kFunction{};
+constexpr OperationArity kReduction{1, kAny, OutputRule::Any};
+
+[[noreturn]] void raiseArity(std::string_view className, const std::string& expected,
+                             std::size_t count) {
+  host::raise("KALVEX:array:OperationArity",
+              {std::string(className), expected, std::to_string(count)});
+}
+
+std::string counted(std::size_t count, const char* what) {
+  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
+std::size_t outputsFor(OutputRule rule, std::size_t numInputs, std::size_t numOutputs) {
+  switch (rule) {
+    case OutputRule::One:
+      return 1;
+    case OutputRule::PerInput:
+      return numInputs;
+    case OutputRule::PerKept:
+      return numInputs - 1;
+    default:
+      return numOutputs;
+  }
+}
+
+void checkArity(const OperationClass& row, const kxArray* operation) {
+  requireArity(row.name, row.arity, countOf(operation, "NumInputs"),
+               countOf(operation, "NumOutputs"));
+}
+
 // --- Construction -------------------------------------------------------------------------------
 
 /// What the constructor of Operation is given.
@@ -164,7 +203,7 @@ Value cellOfInputs(const Call& call, int first) {
 }
 
 void construct(const OperationClass& row, const Call& call) {
-  Counts counts{host::makeDouble(row.numInputs), host::makeDouble(row.numOutputs)};
+  Counts counts{host::makeDouble(static_cast<double>(row.arity.minInputs)), host::makeDouble(1)};
   std::vector<std::pair<std::string_view, Value>> properties;
   for (std::size_t i = 0; i < row.inputs.size(); ++i) {
     const int position = static_cast<int>(i) + 1;  // behind the object
@@ -178,6 +217,7 @@ void construct(const OperationClass& row, const Call& call) {
   host::constructSuperclass(call.in(0), kOperation,
                             {counts.numInputs.get(), counts.numOutputs.get(),
                              counts.supportsPreview.get(), counts.dependsOnOnlyHead.get()});
+  checkArity(row, call.in(0));
   if (row.check != nullptr) {
     row.check(call);
   }
@@ -206,6 +246,9 @@ host::MethodDefinition constructorOf(const OperationClass& row) {
 void describeElementwise(const kxArray* operation, OpSpec& spec) {
   describeFunction(operation, spec, OpKind::Elementwise);
   spec.function.aggregate = nullptr;
+  if (spec.numOutputs != 1) {  // the call of the function refuses them
+    spec.function.element = nullptr;
+  }
 }
 
 void describeSlicewise(const kxArray* operation, OpSpec& spec) {
@@ -213,51 +256,69 @@ void describeSlicewise(const kxArray* operation, OpSpec& spec) {
   spec.spreads = host::toLogical(host::getProperty(operation, "AllowTallDimExpansion").get());
 }
 
+std::size_t countOf(const kxArray* operation, kcos::NameRef property) {
+  return static_cast<std::size_t>(kxGetScalar(host::getProperty(operation, property).get()));
+}
+
+void requireArity(std::string_view className, const OperationArity& arity, std::size_t numInputs,
+                  std::size_t numOutputs) {
+  const auto [least, most, rule] = arity;
+  if (numInputs < least || numInputs > most) {
+    const std::string limit = least == most ? "" : numInputs < least ? "at least " : "at most ";
+    raiseArity(className, limit + counted(numInputs < least ? least : most, "input"), numInputs);
+  }
+  if (const std::size_t outputs = outputsFor(rule, numInputs, numOutputs); outputs != numOutputs) {
+    raiseArity(className, counted(outputs, "output"), numOutputs);
+  }
+}
+
 std::span<const OperationClass> operationClasses() {
   // clang-format off
   static const std::vector<OperationClass> classes{
-      {kReadOperation, {"Datastore", "NumOutputs"}, describeRead},
+      {kReadOperation, {"Datastore", "NumOutputs"}, kSource, describeRead},
       {"kalvex.bigdata.internal.lazyeval.FilterOperation",
-       {"NumKept"}, describeFilter},
+       {"NumKept"}, kSelection, describeFilter},
       {"kalvex.bigdata.internal.lazyeval.LogicalRowSubsrefOperation",
-       {"NumKept"}, describeFilter},
-      {"kalvex.bigdata.internal.lazyeval.SubsrefTabularVarOperation",
-       {"NumInputs", "NumOutputs", "Content", "Rows", "Variables"}, describeVariable,
+       {"NumKept"}, kSelection, describeFilter},
+      {kVariableOperation,
+       {"NumInputs", "NumOutputs", "Content", "Rows", "Variables"}, kOneToOne, describeVariable,
        checkVariable},
       {"kalvex.bigdata.internal.lazyeval.LogicalElementwiseOperation",
-       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, describeLogicalElementwise},
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction,
+       describeLogicalElementwise},
       {"kalvex.bigdata.internal.lazyeval.AggregateOperation",
        {"Options", "FunctionHandle", "ReduceHandle", "NumInputs", "NumOutputs"},
-       describeAggregate},
+       kReduction, describeAggregate},
       {"kalvex.bigdata.internal.lazyeval.NonPartitionedOperation",
-       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, describeClient},
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeClient},
       {"kalvex.bigdata.internal.lazyeval.TernaryOperation",
-       {}, describeChoice, nullptr, 3},
+       {}, kChoice, describeChoice},
       {kCacheOperation,
-       {}, describeCache, makeCacheKey, 1},
+       {}, kOneToOne, describeCache, makeCacheKey},
       {"kalvex.bigdata.internal.lazyeval.AggregateByKeyOperation",
        {"Options", "FunctionHandle", "ReduceHandle", "NumInputs", "NumOutputs"},
-       describeRecorded},
+       kReduction, describeRecorded},
       {"kalvex.bigdata.internal.lazyeval.ChunkwiseOperation",
-       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, describeRecorded},
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeRecorded},
       {"kalvex.bigdata.internal.lazyeval.FixedChunkwiseOperation",
-       {"Options", "NumSlices", "FunctionHandle", "NumInputs", "NumOutputs"}, describeRecorded},
+       {"Options", "NumSlices", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction,
+       describeRecorded},
       {"kalvex.bigdata.internal.lazyeval.PartitionwiseOperation",
        {"Options", "FunctionHandle", "NumInputs", "NumOutputs", "DependsOnOnlyHead"},
-       describeRecorded},
+       kFunction, describeRecorded},
       {"kalvex.bigdata.internal.lazyeval.GeneralizedPartitionwiseOperation",
-       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, describeRecorded},
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeRecorded},
       {"kalvex.bigdata.internal.lazyeval.RepartitionOperation",
-       {"OutputPartitionStrategy", "NumKept"}, describeRecorded},
+       {"OutputPartitionStrategy", "NumKept"}, kSelection, describeRecorded},
       {"kalvex.bigdata.internal.lazyeval.ChunkResizeOperation",
-       {"NumArrays", "Parameters"}, describeRecorded},
+       {"NumArrays", "Parameters"}, kEachArray, describeRecorded},
       {"kalvex.bigdata.internal.lazyeval.SmallTallComparisonOperation",
        {"Options", "FunctionHandle", "Operand", "Flag", "NumInputs", "NumOutputs"},
-       describeRecorded},
+       kFunction, describeRecorded},
       {"kalvex.bigdata.internal.lazyeval.AdaptorAssertionOperation",
-       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, describeRecorded},
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeRecorded},
       {kInvalidOperation,
-       {"SavedVersion"}, describeInvalid},
+       {"SavedVersion"}, kSource, describeInvalid},
   };
   // clang-format on
   return classes;
@@ -274,6 +335,8 @@ host::ClassDefinition definitionOf(const OperationClass& row) {
     definition.properties.push_back(readOnly("CacheEntryKey"));
   }
   definition.constructor = constructorOf(row);
+  definition.savedForm = host::SavedForm{
+      nullptr, [&row](const kxArray* operation, const kxArray*) { checkArity(row, operation); }};
   return definition;
 }
 

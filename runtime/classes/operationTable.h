@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <limits>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -13,6 +15,25 @@ namespace kv::runtime {
 /// Fills what a class decides of an operation: kind, label and what belongs to the kind.
 using DescribeOperation = void (*)(const kxArray* operation, OpSpec& spec);
 
+/// How many outputs an operation has.
+enum class OutputRule {
+  Any,
+  One,
+  PerInput,  ///< one for each input
+  PerKept,   ///< one for each input after the first, which selects rows
+};
+
+/// How many inputs operations of a class take, and how many outputs they have.
+struct OperationArity {
+  std::size_t minInputs = 0;
+  std::size_t maxInputs = std::numeric_limits<std::size_t>::max();
+  OutputRule outputs = OutputRule::Any;
+};
+
+/// Errors: "KALVEX:array:OperationArity" with the class, what it takes and what came.
+void requireArity(std::string_view className, const OperationArity& arity, std::size_t numInputs,
+                  std::size_t numOutputs);
+
 /// One row of the table of operation classes.
 ///
 /// `inputs` says what the constructor takes, in order:
@@ -24,16 +45,18 @@ using DescribeOperation = void (*)(const kxArray* operation, OpSpec& spec);
 struct OperationClass {
   const char* name;
   std::vector<std::string_view> inputs;
+  OperationArity arity;  ///< an operation has `minInputs` where the constructor isn't given a count
   DescribeOperation describe;
   void (*check)(const host::Call& call) = nullptr;  ///< of the constructor's inputs
-  double numInputs = 0;                             ///< where the constructor isn't told
-  double numOutputs = 1;
 };
 
 /// The operations that are language classes.
 std::span<const OperationClass> operationClasses();
 
-/// The class of a row, but for its methods.
+/// The number in a property of an operation that counts its inputs or outputs.
+std::size_t countOf(const kxArray* operation, kcos::NameRef property);
+
+/// The class of a row, but for its methods. A loaded object is held to the row's arity.
 host::ClassDefinition definitionOf(const OperationClass& row);
 
 // The operations that are native classes and completed here.

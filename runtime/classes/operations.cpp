@@ -11,6 +11,7 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/directEvaluation.h"
+#include "classes/loadedOperations.h"
 #include "classes/operationTable.h"
 #include "values/hostNames.h"
 
@@ -19,10 +20,6 @@ namespace {
 
 using host::Call;
 using host::Value;
-
-std::size_t countOf(const kxArray* operation, kcos::NameRef property) {
-  return static_cast<std::size_t>(kxGetScalar(host::getProperty(operation, property).get()));
-}
 
 bool endsPass(OpKind kind) { return kind == OpKind::Aggregate || kind == OpKind::Client; }
 
@@ -56,11 +53,15 @@ Value makeFactory(const kxArray* operation, FunctionSlots slots,
 /// createExecutionTasks(operation, dependencies, isInputBroadcast): one task.
 ///
 /// `dependencies`: a cell with an entry an input, see Plan; `isInputBroadcast`: a logical an input.
+/// Errors: "KALVEX:array:OperationArity" for another number of dependencies than the operation has
+///         inputs: a closure doesn't compare them.
 void createTasks(const Call& call, FunctionSlots slots, DescribeOperation describe) {
   const kxArray* operation = call.in(0);
   auto spec = std::make_shared<OpSpec>();
   spec->numInputs = countOf(operation, "NumInputs");
   spec->numOutputs = countOf(operation, "NumOutputs");
+  requireArity(kxGetClassName(operation), {spec->numInputs, spec->numInputs},
+               kxGetNumberOfElements(call.in(1)), spec->numOutputs);
   const Value stack = host::getProperty(operation, "Stack");
   spec->origin = originOf(stack.get());
   describe(operation, *spec);
@@ -117,6 +118,7 @@ void defineOperations(host::Session& session) {
   complete(session, kSlicewiseOperation,
            {taskMethod(oneFunction, describeSlicewise),
             method("getCheckedFunctionHandle", getCheckedFunctionHandle, 1, 1)});
+  session.addLoadValidator(validateOperations);
   define(session, {.name = kCacheEntryKey,
                    .properties = {readOnly("Id"), readOnly("OldId")},
                    .constructor = constructor(constructKey, 1, 1),

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <span>
+#include <string>
 #include <unordered_map>
 #include <utility>
 
@@ -146,6 +147,11 @@ PlanTask readTask(const host::Value& object, const Plan& before, const ObjectInd
   }
   for (std::size_t i = 0; i < count; ++i) {
     task.inputs.push_back(readInput(kxGetCell(dependencies.get(), i), before, indexOf));
+  }
+  if (count != task.spec->numInputs) {
+    host::raise("KALVEX:array:OperationArity",
+                {task.spec->label, std::to_string(task.spec->numInputs) + " inputs",
+                 std::to_string(count)});
   }
   return task;
 }

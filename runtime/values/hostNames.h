@@ -28,6 +28,8 @@ inline constexpr char kInvalidOperation[] =
     "kalvex.bigdata.internal.lazyeval.InvalidVersionOperation";
 inline constexpr char kReadOperation[] = "kalvex.bigdata.internal.lazyeval.ReadOperation";
 inline constexpr char kCacheOperation[] = "kalvex.bigdata.internal.lazyeval.CacheOperation";
+inline constexpr char kVariableOperation[] =
+    "kalvex.bigdata.internal.lazyeval.SubsrefTabularVarOperation";
 inline constexpr char kCacheEntryKey[] = "kalvex.bigdata.internal.lazyeval.CacheEntryKey";
 inline constexpr char kGlobalStateFactory[] =
     "kalvex.bigdata.internal.lazyeval.GlobalStateProcessorFactory";

@@ -1,6 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <map>
+
+#include "classes/operationTable.h"
 #include "runtime/RuntimeSession.h"
+#include "values/hostNames.h"
 
 namespace kv::runtime::test {
 namespace {
@@ -226,6 +230,117 @@ TEST_F(Operations, PartitionsOfJoinedArraysStandOneBehindTheOther) {
     EXPECT_EQ(errorOf([&] { partition(index, count); }).identifier,
               "KALVEX:bigdata:array:ConcatenatedPartitions");
   }
+  // Parts of parts that are the same are visited once.
+  const auto doubled = [&] {
+    Value twice = matrix::sharedCopy(strategy.get());
+    for (int depth = 0; depth < 60; ++depth) {
+      twice = host::call(kConcatenatedStrategy, {twice.get(), twice.get()});
+    }
+    return twice;
+  };
+  const Value a = doubled();
+  EXPECT_EQ(kxGetScalar(host::getProperty(a.get(), "MinNumPartitions").get()), 5 * 0x1p60);
+  EXPECT_TRUE(host::toLogical(host::call("isCompatible", {a.get(), doubled().get()}).get()));
+  const Value number = host::makeDouble(7), flag = host::makeLogical(true);
+  EXPECT_TRUE(kxIsA(host::call("resolve", {a.get(), number.get(), number.get(), flag.get()}).get(),
+                    kConcatenatedStrategy));
+}
+
+/// Operations of every class with any number of inputs and outputs, as a user may make them.
+class Arity : public Operations {
+ protected:
+  /// What a constructor takes for an input of that name.
+  Value inputFor(std::string_view name, std::size_t inputs, std::size_t outputs) {
+    if (name == "NumInputs" || name == "NumArrays") {
+      return host::makeDouble(static_cast<double>(inputs));
+    }
+    if (name == "NumOutputs" || name == "NumKept") {
+      return host::makeDouble(static_cast<double>(outputs));
+    }
+    if (name == "Options") {
+      return host::call("kalvex.bigdata.internal.PartitionedArrayOptions");
+    }
+    if (name == "FunctionHandle" || name == "ReduceHandle") {
+      return host::call(kFunctionHandle, {host::makeFunctionHandle("kv.element.plus").get()});
+    }
+    if (name == "Datastore") {
+      const std::string path = folder.write("a.csv", "x,y\n1,2\n");
+      return host::call(kCsvDatastore, {host::makeString(path).get()});
+    }
+    return name == "Rows" ? host::makeChars(":") : host::makeString("x");
+  }
+
+  Value operation(const OperationClass& row, std::size_t inputs, std::size_t outputs) {
+    std::vector<Value> values;
+    std::vector<const kxArray*> arguments;
+    for (const std::string_view name : row.inputs) {
+      values.push_back(name == "Content" ? host::makeLogical(true)
+                                         : inputFor(name, inputs, outputs));
+      arguments.push_back(values.back().get());
+    }
+    return host::call(kcos::NameRef::of(std::string_view(row.name)), arguments);
+  }
+
+  /// Arrays of a new closure of the operation that reads `x` as often as given.
+  std::vector<Value> arrays(const Value& operation, std::size_t inputs) {
+    const Value futures = matrix::from_kalvex(
+        kcos::omCreateKCOSMatrix(inputs, 1, kcos::internal::makeInterned(kClosureFuture)));
+    const Value future = host::getProperty(x.get(), "ValueFuture");
+    for (std::size_t i = 0; i < inputs; ++i) {
+      kcos::omSetArrayElement(futures.get(), i, kcos::omGetArrayElement(future.get(), 0));
+    }
+    const Value closure = host::call(kClosure, {futures.get(), operation.get()});
+    const Value promises = host::getProperty(closure.get(), "OutputPromises");
+    const Value metadata = host::getProperty(x.get(), "PartitionMetadata");
+    std::vector<Value> made;
+    for (std::size_t i = 0; i < kxGetNumberOfElements(promises.get()); ++i) {
+      const Value promise =
+          matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(promises.get(), i)));
+      made.push_back(host::call("createFromFutureBuiltin",
+                                {host::getProperty(promise.get(), "Future").get(),
+                                 host::getProperty(metadata.get(), "Strategy").get()}));
+    }
+    return made;
+  }
+
+  /// The id that some work ends with; "" if it goes through.
+  template <class Work>
+  static std::string idOf(Work&& work) {
+    try {
+      work();
+    } catch (const Torvane::KException::KExceptionEnvelope& envelope) {
+      return host::errorRecord(envelope).identifier;
+    }
+    return "";
+  }
+};
+
+TEST_F(Arity, OfEveryOperationIsCheckedWhereItIsMadePlannedAndLoaded) {
+  std::map<std::string, int> outcomes;
+  const auto tryAll = [&](const OperationClass& row, std::size_t inputs, std::size_t outputs,
+                          std::size_t futures) {
+    const std::vector<Value> made = arrays(operation(row, inputs, outputs), futures);
+    for (const Value& array : made) {
+      ++outcomes[idOf([&] { host::call("kv.explain", {array.get()}); })];
+      ++outcomes[idOf([&] { host::call("gather", {array.get()}); })];
+      ++outcomes[idOf([&] { session.loadBytes(session.saveBytes(array.get()), true); })];
+    }
+  };
+  for (const OperationClass& row : operationClasses()) {
+    for (std::size_t inputs = 0; inputs <= 4; ++inputs) {
+      for (std::size_t outputs = 0; outputs <= 3; ++outputs) {
+        for (std::size_t futures = 0; futures <= 4; ++futures) {
+          ++outcomes[idOf([&] { tryAll(row, inputs, outputs, futures); })];
+        }
+      }
+    }
+  }
+  for (const auto& [id, count] : outcomes) {
+    EXPECT_THAT(id, testing::AnyOf("", testing::StartsWith("KALVEX:"))) << count;
+    EXPECT_NE(id, "KALVEX:NativeException") << count;
+  }
+  EXPECT_GT(outcomes["KALVEX:array:OperationArity"], 0);
+  EXPECT_GT(outcomes["KALVEX:load:Corrupt"], 0);
 }
 
 }  // namespace

@@ -1,0 +1,152 @@
+#include "classes/loadedOperations.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+
+#include "classes/DatastoreValue.h"
+#include "classes/operationTable.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::LoadRefusal;
+using host::Value;
+
+/// What plans may show again of what closures share, in bytes.
+constexpr std::size_t kMaxRepeated = 1'000'000;
+/// What a column of a table takes in a plan besides its name.
+constexpr std::size_t kColumnBytes = 32;
+
+/// Which classes of operations are the runtime's, asked once for each class.
+class OwnClasses {
+ public:
+  bool contains(const kxArray* operation) {
+    const auto id = kcos::omGetArrayElement(operation, 0)->getClassObject()->getClassId();
+    const auto [found, isNew] = known_.try_emplace(id);
+    if (isNew) {
+      const auto isOf = [&](const OperationClass& row) {
+        return kxIsA(operation, kcos::NameRef::of(std::string_view(row.name)));
+      };
+      found->second = kxIsA(operation, kElementwiseOperation) ||
+                      kxIsA(operation, kSlicewiseOperation) ||
+                      std::ranges::any_of(operationClasses(), isOf);
+    }
+    return found->second;
+  }
+
+ private:
+  std::unordered_map<kcos::COSInternedBase, bool> known_;
+};
+
+/// Closures of the runtime's operations have as many inputs as the operations.
+std::optional<LoadRefusal> validateInputs(std::span<const kxArray* const> objects) {
+  OwnClasses own;
+  for (std::size_t i = 0; i < objects.size(); ++i) {
+    if (!kxIsA(objects[i], kClosure)) {
+      continue;
+    }
+    const Value operation = host::getProperty(objects[i], "Operation");
+    const Value inputs = host::getProperty(objects[i], "InputFutures");
+    const std::size_t count = kxGetNumberOfElements(inputs.get());
+    if (own.contains(operation.get()) && count != countOf(operation.get(), "NumInputs")) {
+      return LoadRefusal{
+          i, fmt::format("a Closure has {} inputs and its {} {}", count,
+                         kxGetClassName(operation.get()), countOf(operation.get(), "NumInputs"))};
+    }
+  }
+  return std::nullopt;
+}
+
+/// How much a plan says of a source.
+std::size_t describedBytes(const kxArray* object) {
+  const auto* value = dynamic_cast<const DatastoreValue*>(host::getNativeValue(object));
+  if (value == nullptr || value->datastore == nullptr) {
+    return 0;
+  }
+  const Datastore& source = *value->datastore;
+  std::size_t bytes = source.displayName().size() + source.fingerprint().size();
+  for (const ColumnInfo& column : source.schema()) {
+    bytes += column.name.size() + kColumnBytes;
+  }
+  return bytes;
+}
+
+std::size_t textBytes(const kxArray* texts) {
+  std::size_t bytes = 0;
+  for (std::size_t i = 0; Torvane::String::isString(texts) && i < kxGetNumberOfElements(texts);
+       ++i) {
+    bytes += Torvane::String::getString(texts, i).value_or(std::u16string_view()).size();
+  }
+  return kxGetClassID(texts) == kxCHAR_CLASS ? kxGetNumberOfElements(texts) : bytes;
+}
+
+/// What the plan of a class's operations shows.
+struct Shown {
+  kcos::NameRef className;
+  kcos::NameRef property;
+};
+constexpr Shown kShown[] = {
+    {kReadOperation, "Datastore"},
+    {kVariableOperation, "Variables"},
+    {kInvalidOperation, "SavedVersion"},
+};
+
+/// What is shown of an operation, and the object that has it: a datastore, or the operation.
+struct Subject {
+  Value object;
+  Value shown;
+
+  static Subject of(Value operation) {
+    for (const auto& [className, property] : kShown) {
+      if (kxIsA(operation.get(), className)) {
+        Value shown = host::getProperty(operation.get(), property);
+        const bool isObject = kcos::omIsKCOS(shown.get()) && kxIsScalar(shown.get());
+        return {matrix::sharedCopy(isObject ? shown.get() : operation.get()), std::move(shown)};
+      }
+    }
+    return {};
+  }
+
+  std::size_t bytes() const {
+    return kcos::omIsKCOS(shown.get()) ? describedBytes(object.get()) : textBytes(shown.get());
+  }
+};
+
+std::optional<LoadRefusal> validateShown(std::span<const kxArray* const> objects) {
+  std::unordered_map<const kcos::COSInterface*, std::size_t> known;
+  std::size_t left = kMaxRepeated;
+  for (std::size_t i = 0; i < objects.size(); ++i) {
+    if (!kxIsA(objects[i], kClosure)) {
+      continue;
+    }
+    const Subject subject = Subject::of(host::getProperty(objects[i], "Operation"));
+    if (subject.object == nullptr) {
+      continue;
+    }
+    const auto [found, isNew] =
+        known.try_emplace(kcos::omGetArrayElement(subject.object.get(), 0).get());
+    if (isNew) {
+      found->second = subject.bytes();
+    } else if (found->second > left) {
+      return LoadRefusal{i, "plans would show one long name, or list of columns, many times"};
+    } else {
+      left -= found->second;
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<LoadRefusal> validateOperations(std::span<const kxArray* const> objects) {
+  std::optional<LoadRefusal> refusal = validateInputs(objects);
+  return refusal ? refusal : validateShown(objects);
+}
+
+}  // namespace kv::runtime
