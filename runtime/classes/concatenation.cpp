@@ -1,7 +1,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -54,23 +56,50 @@ class Parts {
   std::size_t size() const { return kxGetNumberOfElements(cell_.get()); }
   const kxArray* operator[](std::size_t index) const { return kxGetCell(cell_.get(), index); }
 
-  /// Infinite where one part has no maximum.
-  double sum(kcos::NameRef property) const {
-    double total = 0;
-    for (std::size_t i = 0; i < size(); ++i) {
-      total += kxGetScalar(host::getProperty((*this)[i], property).get());
-    }
-    return total;
-  }
-
  private:
   Value cell_;
 };
 
-template <class F>
-host::PropertyDefinition computedNumber(std::string name, F number) {
-  return computed(std::move(name), [number](const Call& call) {
-    call.out(0, host::makeDouble(number(Parts(call.in(0)))));
+// A strategy may be part of many others, and those of others again, so the places where it occurs
+// can be far more than there are strategies. A walk visits each strategy once.
+
+using Strategy = const kcos::COSInterface*;
+
+Strategy objectOf(const kxArray* strategy) { return kcos::omGetArrayElement(strategy, 0).get(); }
+
+bool isConcatenated(const kxArray* strategy) { return kxIsA(strategy, kConcatenatedStrategy); }
+
+/// The sum of a property over all parts; infinite where one has no maximum.
+class Sum {
+ public:
+  explicit Sum(kcos::NameRef property) : property_(property) {}
+
+  double of(const kxArray* strategy) {
+    if (!isConcatenated(strategy)) {
+      return kxGetScalar(host::getProperty(strategy, property_).get());
+    }
+    if (const auto known = known_.find(objectOf(strategy)); known != known_.end()) {
+      return known->second;
+    }
+    const Parts parts(strategy);
+    double total = 0;
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+      total += of(parts[i]);
+    }
+    known_.emplace(objectOf(strategy), total);
+    return total;
+  }
+
+ private:
+  kcos::NameRef property_;
+  std::unordered_map<Strategy, double> known_;
+};
+
+double sumOf(const kxArray* strategy, kcos::NameRef property) { return Sum(property).of(strategy); }
+
+host::PropertyDefinition sumOfParts(kcos::NameRef property) {
+  return computed(std::string(property.text()), [property](const Call& call) {
+    call.out(0, host::makeDouble(sumOf(call.in(0), property)));
   });
 }
 
@@ -83,9 +112,9 @@ host::PropertyDefinition never(std::string name) {
               {what, std::to_string(count), std::to_string(static_cast<std::size_t>(expected))});
 }
 
-void requireTotal(const Parts& parts, std::size_t count) {
-  const double minimum = parts.sum("MinNumPartitions");
-  if (parts.sum("MaxNumPartitions") != minimum || static_cast<double>(count) != minimum) {
+void requireTotal(const kxArray* strategy, std::size_t count) {
+  const double minimum = sumOf(strategy, "MinNumPartitions");
+  if (sumOf(strategy, "MaxNumPartitions") != minimum || static_cast<double>(count) != minimum) {
     refuse("NumPartitions", count, minimum);
   }
 }
@@ -95,7 +124,7 @@ void createPartition(const Call& call) {
   const Parts parts(call.in(0));
   const std::size_t index = host::toCount(call.in(1), kMaxPartitions);
   const std::size_t count = host::toCount(call.in(2), kMaxPartitions);
-  requireTotal(parts, count);
+  requireTotal(call.in(0), count);
   std::size_t first = 1;
   for (std::size_t i = 0; i < parts.size() && index >= first; ++i) {
     const Value size = host::call("numpartitions", {parts[i]});
@@ -111,36 +140,75 @@ void createPartition(const Call& call) {
 }
 
 void fixNumPartitions(const Call& call) {
-  requireTotal(Parts(call.in(0)), host::toCount(call.in(1), kMaxPartitions));
+  requireTotal(call.in(0), host::toCount(call.in(1), kMaxPartitions));
   call.out(0, matrix::sharedCopy(call.in(0)));
 }
 
-/// resolve(strategy, default, limit, flag): each part by itself.
-void resolve(const Call& call) {
-  const Parts parts(call.in(0));
-  std::vector<Value> resolved;
-  std::vector<const kxArray*> inputs;
-  for (std::size_t i = 0; i < parts.size(); ++i) {
-    resolved.push_back(host::call("resolve", {parts[i], call.in(1), call.in(2), call.in(3)}));
-    inputs.push_back(resolved.back().get());
-  }
-  call.out(0, host::call(kConcatenatedStrategy, inputs));
-}
+/// Resolves each part alone.
+class Resolution {
+ public:
+  explicit Resolution(const Call& call) : call_(call) {}
 
-bool areCompatible(const Parts& a, const Parts& b) {
-  bool areAll = a.size() == b.size();
-  for (std::size_t i = 0; areAll && i < a.size(); ++i) {
-    areAll = host::toLogical(host::call("isCompatible", {a[i], b[i]}).get());
+  const kxArray* of(const kxArray* strategy) {
+    if (const auto known = known_.find(objectOf(strategy)); known != known_.end()) {
+      return known->second.get();
+    }
+    Value resolved = isConcatenated(strategy)
+                         ? ofParts(Parts(strategy))
+                         : host::call("resolve", {strategy, call_.in(1), call_.in(2), call_.in(3)});
+    return known_.emplace(objectOf(strategy), std::move(resolved)).first->second.get();
   }
-  return areAll;
-}
+
+ private:
+  Value ofParts(const Parts& parts) {
+    std::vector<const kxArray*> inputs;
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+      inputs.push_back(of(parts[i]));
+    }
+    return host::call(kConcatenatedStrategy, inputs);
+  }
+
+  const Call& call_;
+  std::unordered_map<Strategy, Value> known_;
+};
+
+/// resolve(strategy, default, limit, flag)
+void resolve(const Call& call) { call.out(0, matrix::sharedCopy(Resolution(call).of(call.in(0)))); }
+
+/// Whether strategies have compatible parts, in order.
+class Compatibility {
+ public:
+  bool of(const kxArray* a, const kxArray* b) { return ofParts(Parts(a), Parts(b)); }
+
+ private:
+  bool ofPart(const kxArray* a, const kxArray* b) {
+    if (!isConcatenated(a) || !isConcatenated(b)) {
+      return host::toLogical(host::call("isCompatible", {a, b}).get());
+    }
+    const std::pair pair{objectOf(a), objectOf(b)};
+    if (const auto known = known_.find(pair); known != known_.end()) {
+      return known->second;
+    }
+    return known_[pair] = ofParts(Parts(a), Parts(b));
+  }
+
+  bool ofParts(const Parts& a, const Parts& b) {
+    bool areAll = a.size() == b.size();
+    for (std::size_t i = 0; areAll && i < a.size(); ++i) {
+      areAll = ofPart(a[i], b[i]);
+    }
+    return areAll;
+  }
+
+  std::map<std::pair<Strategy, Strategy>, bool> known_;
+};
 
 void typedIsCompatible(const Call& call) {
-  call.out(0, host::makeLogical(areCompatible(Parts(call.in(0)), Parts(call.in(1)))));
+  call.out(0, host::makeLogical(Compatibility().of(call.in(0), call.in(1))));
 }
 
 void throwIfIncompatible(const Call& call) {
-  if (!areCompatible(Parts(call.in(0)), Parts(call.in(1)))) {
+  if (!Compatibility().of(call.in(0), call.in(1))) {
     host::raise("KALVEX:bigdata:array:IncompatibleTallIndexing");
   }
 }
@@ -151,23 +219,18 @@ void typedAlign(const Call& call) {
 }
 
 void isKnownSinglePartition(const Call& call) {
-  call.out(0, host::makeLogical(Parts(call.in(0)).sum("MaxNumPartitions") == 1));
+  call.out(0, host::makeLogical(sumOf(call.in(0), "MaxNumPartitions") == 1));
 }
 
 }  // namespace
 
 void defineConcatenation(host::Session& session) {
-  const auto sumOf = [](kcos::NameRef property) {
-    return [property](const Parts& parts) { return parts.sum(property); };
-  };
   define(session,
          {.name = kConcatenatedStrategy,
           .superclasses = {kPartitionStrategy},
-          .properties = {computedNumber("MinNumPartitions", sumOf("MinNumPartitions")),
-                         computedNumber("MaxNumPartitions", sumOf("MaxNumPartitions")),
+          .properties = {sumOfParts("MinNumPartitions"), sumOfParts("MaxNumPartitions"),
                          never("IsDatastorePartitioning"), never("IsBroadcast"),
-                         computedNumber("MaxNumReadFailures", sumOf("MaxNumReadFailures")),
-                         readOnly("Strategies")},
+                         sumOfParts("MaxNumReadFailures"), readOnly("Strategies")},
           .constructor = constructor(constructConcatenated, 2, -1),
           .methods = {method("createPartition", createPartition, 3, 4),
                       method("fixNumPartitions", fixNumPartitions, 2, 2),

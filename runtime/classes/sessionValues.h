@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <span>
+#include <string>
 #include <typeinfo>
 #include <vector>
 
@@ -18,10 +19,19 @@ struct DirectCall {
   std::vector<host::Value> metadata{};     ///< of the outputs, once they were evaluated
 };
 
+/// What the arrays of another release share that one load brings, which may be many.
+struct InvalidGraph {
+  std::string release;
+  host::Value stack;               ///< where they were loaded
+  kcos::COSInterfacePtr future{};  ///< weak, as is the executor
+  kcos::COSInterfacePtr executor{};
+};
+
 struct RuntimeState {
   host::Value defaultExecutor;   ///< made when it is first asked for
   host::Value executorOverride;  ///< null or empty: none
   host::Value globalStream;      ///< made when it is first asked for
+  InvalidGraph invalid;
   EvaluationFacts lastEvaluation;
   DirectCall* directCall = nullptr;  ///< whose operation hasn't been evaluated yet; null: none
 };

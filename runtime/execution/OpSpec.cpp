@@ -2,9 +2,10 @@
 
 #include <fmt/core.h>
 
-#include <filesystem>
+#include <algorithm>
 #include <string_view>
 
+#include "fl/i18n.h"
 #include "kv/runtime/functionNames.h"
 #include "values/hostNames.h"
 
@@ -14,6 +15,15 @@ namespace {
 constexpr std::string_view kElementPrefix = "kv.element.";
 constexpr std::string_view kAggregatePrefix = "kv.aggregate.";
 constexpr std::string_view kPropagateSuffix = ".propagate";
+
+/// No file system has longer names; many operations may share a stack.
+constexpr std::size_t kLongestFileName = 255;
+
+std::string fileNameIn(const kxArray* path) {
+  std::u16string_view text = kxGetChars(path);
+  text.remove_prefix(text.size() - std::min(text.size(), kLongestFileName + 1));
+  return fl::i18n::to_string(text.substr(text.find_last_of(u'/') + 1));
+}
 
 }  // namespace
 
@@ -40,8 +50,7 @@ std::string originOf(const kxArray* stack) {
   if (!isText || !kxIsNumeric(line) || !kxIsScalar(line)) {
     return {};
   }
-  return fmt::format("{}:{:.0f}", std::filesystem::path(host::toText(file)).filename().string(),
-                     kxGetScalar(line));
+  return fmt::format("{}:{:.0f}", fileNameIn(file), kxGetScalar(line));
 }
 
 OpFunction builtInFunction(const kxArray* handle) {

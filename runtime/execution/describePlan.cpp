@@ -18,6 +18,18 @@
 namespace kv::runtime {
 namespace {
 
+/// Longer texts aren't shown as inputs, and longer rows not lined up with others: many steps may
+/// share one text, and each row is as wide as the widest.
+constexpr std::size_t kShortText = 40;
+constexpr std::size_t kLinedUp = 120;
+
+bool isShortText(const kxArray* value) {
+  const auto text = Torvane::String::isString(value) && kxIsScalar(value)
+                        ? Torvane::String::getString(value, 0)
+                        : std::nullopt;
+  return text && text->size() <= kShortText;
+}
+
 /// How a step names an input: the number of its line, or the value itself when it is short.
 std::string inputName(const PlanInput& input, const std::vector<int>& lines) {
   if (input.task >= 0) {
@@ -28,7 +40,7 @@ std::string inputName(const PlanInput& input, const std::vector<int>& lines) {
   if (kxIsScalar(value) && isNumber) {
     return fmt::format("{}", kxGetScalar(value));
   }
-  if (kxIsScalar(value) && Torvane::String::isString(value)) {
+  if (isShortText(value)) {
     return fmt::format("\"{}\"", host::toText(value));
   }
   return fmt::format("a {}x{} {}", kxGetM(value), kxGetN(value), kxGetClassName(value));
@@ -274,8 +286,8 @@ class PlanText {
       row.step = onOneLine(row.step);
       row.note = onOneLine(row.note);
       row.origin = onOneLine(row.origin);
-      stepWidth = std::max(stepWidth, row.step.size());
-      noteWidth = std::max(noteWidth, row.note.size());
+      stepWidth = std::max(stepWidth, std::min(row.step.size(), kLinedUp));
+      noteWidth = std::max(noteWidth, std::min(row.note.size(), kLinedUp));
     }
     std::string text;
     for (const Row& row : rows_) {

@@ -44,6 +44,14 @@ std::string_view shortName(std::string_view className) {
   return className.substr(className.rfind('.') + 1);
 }
 
+/// Tables of a graph name both ends of each edge by their ids. Those that the core makes are about
+/// 50 long.
+constexpr std::size_t kMaxIdBytes = 256;
+
+bool hasLongId(const kxArray* object) {
+  return host::toText(host::getProperty(object, "Id").get()).size() > kMaxIdBytes;
+}
+
 bool isObject(const kxArray* value) {
   return value != nullptr && kcos::omIsKCOS(value) && kxIsScalar(value);
 }
@@ -73,6 +81,9 @@ class LoadedGraph::Reader {
         if (auto reason = whyUnfit(objects_[i], *needed)) {
           return LoadRefusal{i, *std::move(reason)};
         }
+      }
+      if ((facts.isClosure || facts.isPromise) && hasLongId(objects_[i])) {
+        return LoadRefusal{i, fmt::format("an id is longer than {} bytes", kMaxIdBytes)};
       }
       if (facts.isClosure) {
         addClosure(i);

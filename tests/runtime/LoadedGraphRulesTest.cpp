@@ -100,6 +100,8 @@ TEST_F(LoadedGraphRules, RefuseWhatNoCallMakes) {
        [&](const Chain& c) { set(c.closure, "OutputPromises", column("ClosurePromise", 1)); }},
       {"an input of a Closure is missing",
        [&](const Chain& c) { set(c.upstreamClosure, "InputFutures", column("ClosureFuture", 1)); }},
+      {"an id is longer than 256 bytes",
+       [&](const Chain& c) { set(c.promise, "Id", host::makeString(std::string(257, 'x'))); }},
       {"a Closure has no Operation",
        [&](const Chain& c) { set(c.upstreamClosure, "Operation", nothing); }},
       {"a LazyPartitionedArray has no ValueFuture",
@@ -146,6 +148,12 @@ TEST_F(LoadedGraphRules, RefuseObjectsOfTheRuntimeThatDoNotFit) {
   const Value whole =
       host::call("kalvex.bigdata.internal.executor.ConcatenatedPartitionStrategy", {part.get()});
   EXPECT_EQ(verdict(whole), "loaded");
+  const Value rows =
+      host::call("kalvex.bigdata.internal.lazyeval.FilterOperation", {host::makeDouble(1).get()});
+  session.set(rows.get(), "NumInputs", host::makeDouble(1).get(),
+              "kalvex.bigdata.internal.lazyeval.Operation");
+  EXPECT_THAT(verdict(rows), HasSubstr("FilterOperation takes at least 2 inputs, got 1"));
+
   std::vector<Value> self;
   self.push_back(matrix::sharedCopy(whole.get()));
   set(whole, "Strategies", host::makeCell(std::move(self)));

@@ -20,6 +20,10 @@ constexpr std::string_view kHint =
     "Nothing was read or evaluated. With --trust the arrays are evaluated, and the files above "
     "read:\nsay it for arrays whose origin you know.\n";
 
+/// Types stand below each other as far as names aren't longer than that: each is as wide as the
+/// widest.
+constexpr std::size_t kMostAligned = 80;
+
 /// What is in a file, without its values.
 struct Contents {
   std::vector<NamedArray> arrays;
@@ -33,7 +37,7 @@ std::string contentsAsText(const std::string& file, const Contents& contents) {
       fmt::format("{}: {} array{}\n\n", printable(file), count, count == 1 ? "" : "s");
   std::size_t width = 0;
   for (const NamedArray& named : contents.arrays) {
-    width = std::max(width, displayWidth(printable(named.name)));
+    width = std::max(width, std::min(displayWidth(printable(named.name)), kMostAligned));
   }
   for (const NamedArray& named : contents.arrays) {
     text += fmt::format("{}  {}\n", padded(printable(named.name), width), named.array.type());
