@@ -1,6 +1,7 @@
 """Values of the host that Python has no type of its own for."""
 
 from collections.abc import Iterable, Iterator, Mapping, Sequence
+from contextvars import ContextVar
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -66,6 +67,41 @@ def _objectArray(elements: Iterable[Any], shape: tuple[int, ...]) -> NDArray[Any
     return array
 
 
+_MOST_SHOWN = 1000
+_left: ContextVar[int | None] = ContextVar("_left", default=None)
+
+
+def _listed(elements: Iterable[Any]) -> str:
+    """The list of `elements` as `repr` shows it, up to a thousand, those of nested values included."""
+    outermost = _left.set(_MOST_SHOWN) if _left.get() is None else None
+    try:
+        shown = []
+        for element in elements:
+            if (left := _left.get() or 0) <= 0:
+                shown.append("...")
+                break
+            _left.set(left - 1)
+            shown.append(repr(element))
+        return f"[{', '.join(shown)}]"
+    finally:
+        if outermost is not None:
+            _left.reset(outermost)
+
+
+class _Rows:
+    """The rows of an object array as nested lists, made as they are shown."""
+
+    def __init__(self, array: NDArray[Any]):
+        self._array = array
+
+    def __repr__(self) -> str:
+        if self._array.ndim == 0:
+            return repr(self._array.item())
+        if self._array.ndim == 1:
+            return _listed(self._array)
+        return _listed(_Rows(self._array[row]) for row in range(self._array.shape[0]))
+
+
 class String(str, metaclass=ListsItsOwn):
     """A string scalar: a `str` in all it does. A plain `str` is a char row."""
 
@@ -104,7 +140,7 @@ class Chars(Sequence[str]):
         return hash(self._rows)
 
     def __repr__(self) -> str:
-        return f"Chars({list(self._rows)!r})"
+        return f"Chars({_listed(self._rows)})"
 
 
 class _Shaped:
@@ -170,7 +206,7 @@ class StringArray(_Shaped):
         return self._elements.tolist()
 
     def __repr__(self) -> str:
-        return f"StringArray({self.tolist()!r})"
+        return f"StringArray({_Rows(self._elements)!r})"
 
 
 class Cell(np.ndarray[Any, np.dtype[Any]], metaclass=ListsItsOwn):
@@ -198,6 +234,9 @@ class Cell(np.ndarray[Any, np.dtype[Any]], metaclass=ListsItsOwn):
 
     def _columnwise(self) -> NDArray[Any]:
         return self.reshape(-1, order="F").view(np.ndarray)
+
+    def __repr__(self) -> str:
+        return f"Cell({_Rows(self.view(np.ndarray))!r}, dtype=object)"
 
 
 class StructArray(_Shaped, Sequence[dict[str, Any]]):
@@ -227,7 +266,7 @@ class StructArray(_Shaped, Sequence[dict[str, Any]]):
         return self._columnwise()[index]
 
     def __repr__(self) -> str:
-        return f"StructArray({list(self)!r})"
+        return f"StructArray({_listed(self._columnwise())})"
 
 
 class ObjectArray(_Shaped, Sequence["Object | None"]):
@@ -257,4 +296,4 @@ class ObjectArray(_Shaped, Sequence["Object | None"]):
         return self._columnwise()[index]
 
     def __repr__(self) -> str:
-        return f"ObjectArray({self.class_name!r}, {list(self)!r})"
+        return f"ObjectArray({self.class_name!r}, {_listed(self._columnwise())})"

@@ -1,5 +1,9 @@
+#include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstring>
+#include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -120,6 +124,21 @@ bool isColumnMajor(const Py_buffer& view) {
          address % static_cast<std::uintptr_t>(view.itemsize) == 0;
 }
 
+/// A view of other numbers may call them bool; a file with other bytes than 0 and 1 is refused.
+void requireLogicals(const Py_buffer& view) {
+  const std::span bytes(static_cast<const std::uint8_t*>(view.buf),
+                        static_cast<std::size_t>(view.len));
+  unsigned largest = 0;
+  for (const std::uint8_t byte : bytes) {
+    largest = std::max<unsigned>(largest, byte);
+  }
+  if (largest > 1) {
+    const std::string text =
+        "elements of a bool array must be the bytes 0 or 1, got " + std::to_string(largest);
+    throw nb::value_error(text.c_str());
+  }
+}
+
 host::Value copied(const Py_buffer& view, kxClassID classId) {
   host::Value array = matrix::from_kalvex(kxCreateNumericArray(dimensionsOf(view), classId));
   if (view.len > 0) {
@@ -146,6 +165,9 @@ host::Value arrayToHost(nb::handle array, bool mayBorrow) {
   }
   if (isForeignOrder(view.format) || !isColumnMajor(view)) {
     return arrayToHost(known(Known::CopyToColumns)(array), true);
+  }
+  if (type->classId == kxLOGICAL_CLASS) {
+    requireLogicals(view);
   }
   const bool hasOneElement = view.len <= view.itemsize;
   if (!hasOneElement && (mayBorrow || (view.readonly != 0 && isFixed(array)))) {

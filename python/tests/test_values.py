@@ -233,6 +233,27 @@ def test_a_cell_is_an_array_of_numpys(echo):
     assert cell[:, 0].tolist() == [1.0, None] and "reshape" in dir(cell)
 
 
+def test_repr_shows_a_thousand_elements_at_most():
+    nested = host.Cell([1, 2])
+    for _ in range(40):
+        nested = host.Cell([nested, nested])
+    rows = host.StringArray(np.empty((200_000_000, 0), dtype=object))
+    for value in (nested, rows, host.Cell(range(10**6)), host.StructArray([{"a": 1}] * 5000)):
+        assert "..." in repr(value) and len(repr(value)) < 20_000
+    assert repr(host.StringArray([["a", None], ["b", "c"]])) == (
+        "StringArray([['a', None], ['b', 'c']])")
+
+
+def test_bytes_of_bools_are_0_or_1(echo):
+    for count in (1, 2, 1000):
+        bad = np.full(count, 2, dtype=np.uint8).view(bool)
+        with pytest.raises(ValueError, match="bytes 0 or 1, got 2"):
+            echo(bad)
+        bad.setflags(write=False)
+        with pytest.raises(ValueError, match="bytes 0 or 1, got 2"):
+            echo(bad)
+
+
 def test_a_container_may_change_while_it_is_converted(echo):
     """The conversion of an element runs Python code, which may change what holds it."""
 
