@@ -189,32 +189,7 @@ TEST_F(Evaluation, AUsersAggregateReducesWhatItsChunksGave) {
 }
 
 TEST_F(Evaluation, AnOperationClassOfTheUsersOwnRunsLikeAnyOther) {
-  static constexpr char kUserFactory[] = "mine.DoublingFactory";
-  host::ClassDefinition factory{
-      .name = kUserFactory,
-      .superclasses = {"kalvex.bigdata.internal.executor.DataProcessorFactory"}};
-  factory.methods.push_back({.name = "feval", .body = [](const host::Call& call) {
-                               const Value two = host::makeDouble(2);
-                               call.out(0, host::call("kv.element.times", {call.in(1), two.get()}));
-                             }});
-  host::ClassDefinition operation{.name = "mine.Doubling",
-                                  .superclasses = {"kalvex.bigdata.internal.lazyeval.Operation"}};
-  operation.constructor = host::MethodDefinition{.body = [](const host::Call& call) {
-    const Value one = host::makeDouble(1);
-    host::constructSuperclass(call.in(0), "kalvex.bigdata.internal.lazyeval.Operation",
-                              {one.get(), one.get()});
-  }};
-  operation.methods.push_back({.name = "createExecutionTasks", .body = [](const host::Call& call) {
-                                 const Value made = host::call(kUserFactory);
-                                 const Value any = host::makeEmptyDouble();
-                                 const Value one = host::makeDouble(1);
-                                 call.out(
-                                     0, host::call("kalvex.bigdata.internal.executor.ExecutionTask",
-                                                   {call.in(1), made.get(), any.get(), one.get()}));
-                               }});
-  session.defineClass(std::make_shared<const host::ClassDefinition>(std::move(factory)));
-  session.defineClass(std::make_shared<const host::ClassDefinition>(std::move(operation)));
-
+  defineDoubling(session);
   const Value x = column(table({kFirst, kSecond}), "x");
   const Value doubled =
       host::call("applyOperationBuiltin", {host::call("mine.Doubling").get(), x.get()});

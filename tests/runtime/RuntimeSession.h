@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -69,6 +70,36 @@ class RuntimeSession : public ::testing::Test {
       return numbers(static_cast<const std::int64_t*>(kxGetData(value.get())));
     }
     return numbers(static_cast<const double*>(kxGetData(value.get())));
+  }
+
+  /// A user's operation class, "mine.Doubling", with the factory of its processor.
+  static void defineDoubling(host::Session& in) {
+    static constexpr char kUserFactory[] = "mine.DoublingFactory";
+    host::ClassDefinition factory{
+        .name = kUserFactory,
+        .superclasses = {"kalvex.bigdata.internal.executor.DataProcessorFactory"}};
+    factory.methods.push_back(
+        {.name = "feval", .body = [](const host::Call& call) {
+           const Value two = host::makeDouble(2);
+           call.out(0, host::call("kv.element.times", {call.in(1), two.get()}));
+         }});
+    host::ClassDefinition operation{.name = "mine.Doubling",
+                                    .superclasses = {"kalvex.bigdata.internal.lazyeval.Operation"}};
+    operation.constructor = host::MethodDefinition{.body = [](const host::Call& call) {
+      const Value one = host::makeDouble(1);
+      host::constructSuperclass(call.in(0), "kalvex.bigdata.internal.lazyeval.Operation",
+                                {one.get(), one.get()});
+    }};
+    operation.methods.push_back(
+        {.name = "createExecutionTasks", .body = [](const host::Call& call) {
+           const Value made = host::call(kUserFactory);
+           const Value any = host::makeEmptyDouble();
+           const Value one = host::makeDouble(1);
+           call.out(0, host::call("kalvex.bigdata.internal.executor.ExecutionTask",
+                                  {call.in(1), made.get(), any.get(), one.get()}));
+         }});
+    in.defineClass(std::make_shared<const host::ClassDefinition>(std::move(factory)));
+    in.defineClass(std::make_shared<const host::ClassDefinition>(std::move(operation)));
   }
 
   static double fact(std::string_view name) {
