@@ -16,6 +16,8 @@ namespace kv::test {
 namespace {
 
 std::atomic<std::int64_t> live{0};
+std::atomic<std::int64_t> peak{0};
+std::atomic<std::int64_t> total{0};
 
 struct Plan {
   bool isActive = false;
@@ -89,7 +91,12 @@ const ArrowCode& arrowCode() {
 // --- The allocations ----------------------------------------------------------------------------
 
 void* counted(void* memory) noexcept {
-  live.fetch_add(static_cast<std::int64_t>(malloc_usable_size(memory)), std::memory_order_relaxed);
+  const auto bytes = static_cast<std::int64_t>(malloc_usable_size(memory));
+  const std::int64_t now = live.fetch_add(bytes, std::memory_order_relaxed) + bytes;
+  total.fetch_add(bytes, std::memory_order_relaxed);
+  if (now > peak.load(std::memory_order_relaxed)) {  // measured where one thread allocates
+    peak.store(now, std::memory_order_relaxed);
+  }
   return memory;
 }
 
@@ -154,6 +161,14 @@ FailingMemory::~FailingMemory() { plan.isActive = false; }
 std::uint64_t FailingMemory::asked() const noexcept { return plan.asked; }
 
 bool FailingMemory::hasFailed() const noexcept { return plan.hasFailed; }
+
+CountedMemory::CountedMemory() noexcept : live_(live.load()), total_(kv::test::total.load()) {
+  kv::test::peak.store(live_);
+}
+
+std::int64_t CountedMemory::peak() const noexcept { return kv::test::peak.load() - live_; }
+
+std::int64_t CountedMemory::total() const noexcept { return kv::test::total.load() - total_; }
 
 std::int64_t liveBytes() noexcept {
   return live.load(std::memory_order_relaxed) + arrow::default_memory_pool()->bytes_allocated();

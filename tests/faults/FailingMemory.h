@@ -39,6 +39,20 @@ class FailingMemory {
   bool hasFailed() const noexcept;
 };
 
+/// Counts what `operator new` gives from its birth on.
+class CountedMemory {
+ public:
+  CountedMemory() noexcept;
+  /// By how many bytes what is held grew at most.
+  std::int64_t peak() const noexcept;
+  /// All bytes that were asked for, a measure of the work done with them.
+  std::int64_t total() const noexcept;
+
+ private:
+  std::int64_t live_;
+  std::int64_t total_;
+};
+
 /// Bytes that are allocated now, by all threads and all code.
 std::int64_t liveBytes() noexcept;
 

@@ -5,10 +5,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include "LoadingSession.h"
 #include "kv/host/errors.h"
 #include "save/format.h"
+#include "support/TempFolder.h"
 #include "support/Worlds.h"
 
 namespace kv::test {
@@ -118,10 +120,19 @@ TEST(Corruption, EveryChangeOfABitIsDetected) {
   expectNothingLeft();
 }
 
+/// Also of a file with a terabyte after it, which nothing reads.
 TEST(Corruption, WhatFollowsTheFileIsDetected) {
   Damage damage;
   damage.check(damage.bytes() + '\0', damage.bytes().size());
   damage.check(damage.bytes() + damage.bytes(), damage.bytes().size());
+  const TempFolder folder;
+  LoadingSession session;
+  for (const std::string& bytes : {std::string(), damage.bytes()}) {
+    const std::string path = folder.write("long.kv", bytes);
+    std::filesystem::resize_file(path, std::uintmax_t{1} << 40);
+    EXPECT_THAT(bigdata::errorOf([&] { session.host().load(path, false); }),
+                ::testing::StartsWith("KALVEX:load:Corrupt | HEAD"));
+  }
 }
 
 }  // namespace

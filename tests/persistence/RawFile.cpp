@@ -23,7 +23,7 @@ std::uint32_t RawFile::shape(std::string_view className,
   return shapes_++;
 }
 
-Reference RawFile::object(std::uint32_t shape, std::initializer_list<Reference> references,
+Reference RawFile::object(std::uint32_t shape, const std::vector<Reference>& references,
                           ObjectForm form) {
   const std::size_t first = section(Section::References).size() / sizeof(std::uint32_t);
   for (const Reference reference : references) {
@@ -62,6 +62,19 @@ Reference RawFile::chars(std::string_view text) {
   return full(kxCHAR_CLASS, {1, text.size()}, text, ValueForm::Narrow);
 }
 
+Reference RawFile::texts(std::size_t count, std::string_view text) {
+  std::string lengths, characters;
+  for (std::size_t i = 0; i < count; ++i) {
+    lengths += packed(static_cast<std::uint32_t>(text.size() + 1));
+    characters += text;
+  }
+  return full(kxSTRING_CLASS, {count, 1}, lengths + characters, ValueForm::Narrow);
+}
+
+Reference RawFile::flag(bool value) {
+  return this->value({kxLOGICAL_CLASS, static_cast<std::uint8_t>(ValueForm::Inline), 0, 0, value});
+}
+
 Reference RawFile::cell(const std::vector<Reference>& elements) {
   std::string codes;
   for (const Reference element : elements) {
@@ -81,7 +94,7 @@ Reference RawFile::record(std::initializer_list<std::pair<std::string_view, Refe
   return full(kxSTRUCT_CLASS, {1, 1}, contents);
 }
 
-Reference RawFile::objects(std::string_view className, std::initializer_list<Reference> elements) {
+Reference RawFile::objects(std::string_view className, const std::vector<Reference>& elements) {
   std::string contents = packed(name(className));
   for (const Reference element : elements) {
     contents += packed(host::format::ElementCode{element.code()});

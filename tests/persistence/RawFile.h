@@ -23,7 +23,7 @@ class RawFile {
   /// A class and its properties, by names that are added for it.
   std::uint32_t shape(std::string_view className,
                       std::initializer_list<std::string_view> properties = {});
-  Reference object(std::uint32_t shape, std::initializer_list<Reference> references = {},
+  Reference object(std::uint32_t shape, const std::vector<Reference>& references = {},
                    ObjectForm form = ObjectForm::Properties);
   /// An object whose references stand anywhere.
   Reference objectAt(std::uint32_t shape, std::uint32_t form, std::uint64_t firstReference);
@@ -34,9 +34,13 @@ class RawFile {
                  std::string_view contents, ValueForm form = ValueForm::Full);
   Reference number(double value);
   Reference chars(std::string_view text);
+  /// A string scalar; a column of equal ones.
+  Reference text(std::string_view text) { return texts(1, text); }
+  Reference texts(std::size_t count, std::string_view text);
+  Reference flag(bool value);
   Reference cell(const std::vector<Reference>& elements);
   Reference record(std::initializer_list<std::pair<std::string_view, Reference>> fields);
-  Reference objects(std::string_view className, std::initializer_list<Reference> elements);
+  Reference objects(std::string_view className, const std::vector<Reference>& elements);
 
   void root(Reference reference);
   /// The whole file; without a root of its own it has a null one.

@@ -7,17 +7,6 @@ namespace {
 
 const std::string kPackage = "kalvex.bigdata.internal.lazyeval.";
 
-Reference text(RawFile& file, std::string_view characters) {
-  return file.full(
-      kxSTRING_CLASS, {1, 1},
-      packed(static_cast<std::uint32_t>(characters.size() + 1)) + std::string(characters),
-      ValueForm::Narrow);
-}
-
-Reference flag(RawFile& file, bool value) {
-  return file.value({kxLOGICAL_CLASS, static_cast<std::uint8_t>(ValueForm::Inline), 0, 0, value});
-}
-
 }  // namespace
 
 void RawGraph::addTo(RawFile& file) const {
@@ -29,13 +18,13 @@ void RawGraph::addTo(RawFile& file) const {
   const auto operationShape = file.shape("TestOperation", {"NumInputs", "NumOutputs"});
   const Reference one = file.number(1);
   file.object(future, {futurePromise});
-  file.object(promise, {text(file, "p_1"), promiseClosure, file.number(outputIndex), promiseFuture,
-                        Reference(), flag(file, false)});
-  file.object(closure, {text(file, "c_1"), operation, input, output});
+  file.object(promise, {file.text("p_1"), promiseClosure, file.number(outputIndex), promiseFuture,
+                        Reference(), file.flag(false)});
+  file.object(closure, {file.text("c_1"), operation, input, output});
   file.object(operationShape, {one, one});
   file.object(future, {kInputPromise});
   file.object(promise,
-              {text(file, "p_2"), Reference(), file.number(0), kInput, one, flag(file, true)});
+              {file.text("p_2"), Reference(), file.number(0), kInput, one, file.flag(true)});
   file.object(file.shape("user.Thing"));
   file.root(kFuture);
 }
