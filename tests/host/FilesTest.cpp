@@ -50,12 +50,12 @@ std::string reasonOf(std::errc reason) { return std::make_error_code(reason).mes
 TEST_F(Files, AreWrittenFromPiecesAndReplaced) {
   const std::string_view pieces[] = {"first ", "", std::string_view("\0second", 7)};
   host::writeFileAtomically(at("a.kv"), pieces);
-  EXPECT_EQ(host::readFile(at("a.kv")), std::string("first \0second", 13));
+  EXPECT_EQ(bytesOf(at("a.kv")), std::string("first \0second", 13));
   host::writeFileAtomically(at("a.kv"), {});
-  EXPECT_EQ(host::readFile(at("a.kv")), "");
+  EXPECT_EQ(bytesOf(at("a.kv")), "");
   const std::string large(5'000'000, 'x');
   write(at("a.kv"), large);
-  EXPECT_EQ(host::readFile(at("a.kv")), large);
+  EXPECT_EQ(bytesOf(at("a.kv")), large);
   EXPECT_THAT(names(), ::testing::ElementsAre("a.kv"));
 }
 
@@ -75,9 +75,9 @@ TEST_F(Files, AreReachedThroughSymbolicLinks) {
   fs::create_symlink("link", at("link to link"));
   write(at("link to link"), "through links");
   EXPECT_TRUE(fs::is_symlink(at("link to link")) && fs::is_symlink(at("link")));
-  EXPECT_EQ(host::readFile(at("folder/a.kv")), "through links");
+  EXPECT_EQ(bytesOf(at("folder/a.kv")), "through links");
   write(at("link"), "again");
-  EXPECT_EQ(host::readFile(at("link to link")), "again");
+  EXPECT_EQ(bytesOf(at("link to link")), "again");
 }
 
 TEST_F(Files, OnlyWhatAKilledSaveOfTheSameTargetLeftIsRemoved) {
@@ -153,7 +153,7 @@ TEST_F(Files, ThatAreProtectedFromWritingAreRefused) {
   EXPECT_EQ(
       failure([&] { write(at("a.kv"), "new"); }),
       "KALVEX:save:CannotWrite | " + at("a.kv") + " | " + reasonOf(std::errc::permission_denied));
-  EXPECT_EQ(host::readFile(at("a.kv")), "old");
+  EXPECT_EQ(bytesOf(at("a.kv")), "old");
 }
 
 TEST_F(Files, ThatCantBeReadAreNamed) {
@@ -166,7 +166,7 @@ TEST_F(Files, ThatCantBeReadAreNamed) {
       {at("pipe"), "it isn't a regular file"},
   };
   for (const auto& [path, reason] : rows) {
-    const ErrorRecord error = errorOf([&] { host::readFile(path); });
+    const ErrorRecord error = errorOf([&] { bytesOf(path); });
     EXPECT_EQ(error.identifier, "KALVEX:load:CannotRead");
     EXPECT_THAT(error.arguments, ::testing::ElementsAre(path, reason));
   }

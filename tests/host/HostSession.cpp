@@ -1,5 +1,7 @@
 #include "HostSession.h"
 
+#include "save/files.h"
+
 namespace kv::test {
 
 using Torvane::KException::KExceptionEnvelope;
@@ -27,6 +29,10 @@ std::string failure(const std::function<void()>& action) {
     }
   }
   return text;
+}
+
+std::string bytesOf(const std::string& path) {
+  return host::readFile(path, 0, [](std::string_view, std::uint64_t) {});
 }
 
 NativeBody says(std::string text) {

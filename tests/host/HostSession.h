@@ -30,6 +30,9 @@ ErrorRecord errorOf(const std::function<void()>& action);
 /// Its id and arguments, separated by " | "; "no error" if there is none.
 std::string failure(const std::function<void()>& action);
 
+/// The bytes of a file, read as a load reads them, whatever they are.
+std::string bytesOf(const std::string& path);
+
 /// A body that gives one text back.
 NativeBody says(std::string text);
 

@@ -150,7 +150,7 @@ class PowerLoss : public HostSession {
     host::writeFileAtomically(path, pieces);
   }
 
-  std::string standing() const { return fs::exists(path) ? host::readFile(path) : ""; }
+  std::string standing() const { return fs::exists(path) ? bytesOf(path) : ""; }
 
   std::string saveObserved(const std::string& bytes, const CallObserver& observer) {
     return *runTraced([&] { return failure([&] { save(bytes); }); }, {}, observer).outcome;
@@ -212,7 +212,7 @@ TEST_F(PowerLoss, AFileThatIsThereAlreadyUnderTheTemporaryNameIsNotWrittenTo) {
   };
   EXPECT_THAT(saveObserved(newBytes, {.before = plantLink}),
               ::testing::StartsWith("KALVEX:save:CannotWrite"));
-  EXPECT_EQ(host::readFile(victim), "untouched");
+  EXPECT_EQ(bytesOf(victim), "untouched");
 }
 
 TEST_F(PowerLoss, ALinkThatIsNamedAsALeftoverIsNotFollowed) {
