@@ -68,7 +68,7 @@ class Session:
         """
         The value in a file that `save` wrote. Runs no code of the user's.
 
-        Without trusted=True it can be looked at, planned and saved again, and refuses to be evaluated ("KALVEX:load:NotTrusted"). Raises Error "KALVEX:load:Corrupt" with section, offset and reason, "KALVEX:load:UnknownClass" with the class, "KALVEX:load:CannotRead" with path and reason.
+        Without trusted=True it can be looked at, planned and saved again, and refuses to be evaluated ("KALVEX:load:NotTrusted"). Raises Error "KALVEX:load:Corrupt" with section, offset and reason, "KALVEX:load:LaterFormat" with release and format of the file and of this release, "KALVEX:load:UnknownClass" with the class, "KALVEX:load:CannotRead" with path and reason.
         """
 
     def save_bytes(self, value: Any) -> bytes:
