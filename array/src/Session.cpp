@@ -63,6 +63,8 @@ Array Session::constant(const Operand& value) {
   return publicCall(*impl_, value.where(), [&] { return makeConstant(impl_, operandOf(value)); });
 }
 
+void Session::interrupt() noexcept { impl_->interrupts->add(); }
+
 void interrupt() noexcept { runtime::requestInterrupt(); }
 
 }  // namespace kv

@@ -70,7 +70,10 @@ Error unexpected(const std::string& text) {
 
 Session::Impl::Impl() {
   const host::Session::Scope scope(host);
-  translated([&] { runtime::load(host); });
+  translated([&] {
+    runtime::load(host);
+    interrupts = runtime::sessionInterrupts();
+  });
 }
 
 void rethrowAsOurs() {

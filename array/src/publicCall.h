@@ -8,6 +8,7 @@
 #include "kv/array.h"
 #include "kv/host/session.h"
 #include "kv/host/values.h"
+#include "kv/runtime/Cancellation.h"
 
 namespace kv {
 
@@ -18,6 +19,7 @@ struct Session::Impl {
   /// A user's function may record arrays while it is evaluated, so the lock is taken again then.
   std::recursive_mutex mutex;
   host::Session host;
+  std::shared_ptr<runtime::InterruptRequests> interrupts;  ///< set once
 };
 
 /// Rethrows the exception in flight as one of this floor: errors of the host and the runtime become

@@ -95,6 +95,11 @@ class Session:
         Frees every object; any later use raises Error "KALVEX:session:Closed". Does nothing the second time.
         """
 
+    def interrupt(self) -> None:
+        """
+        Asks the evaluation that runs in this session to stop; it ends within one chunk with KeyboardInterrupt. If none runs, the next one stops. Other sessions don't notice. May be called on any thread.
+        """
+
     def __enter__(self) -> Session: ...
 
     def __exit__(self, *args: object) -> None: ...

@@ -59,6 +59,8 @@ SessionPtr SharedSession::open(bool withRuntime, bool stress) {
   } else {
     runtime::loadCore(session->host_);
   }
+  const host::Session::Scope scope(session->host_);
+  session->interrupts_ = runtime::sessionInterrupts();
   remember(session);
   return session;
 }

@@ -8,6 +8,7 @@
 
 #include "interpreter.h"
 #include "kv/host/session.h"
+#include "kv/runtime/Cancellation.h"
 
 namespace kv::python {
 
@@ -15,8 +16,8 @@ namespace nb = nanobind;
 
 /// A session of the host as Python's wrappers share it: it lives as long as one of them does.
 ///
-/// Threads: everything but dropping belongs to the thread that made it, and needs the interpreter's
-/// lock.
+/// Threads: everything but dropping and `interrupt` belongs to the thread that made it, and needs
+/// the interpreter's lock.
 class SharedSession : public std::enable_shared_from_this<SharedSession> {
  public:
   /// Errors: those of the host.
@@ -30,6 +31,9 @@ class SharedSession : public std::enable_shared_from_this<SharedSession> {
   /// Errors: "KALVEX:session:InUse" while a call runs in it.
   void close();
 
+  /// Asks the session's evaluation to stop. Threads: any.
+  void interrupt() noexcept { interrupts_->add(); }
+
   host::Session& host() { return host_; }
   bool isHere() const { return thread_ == std::this_thread::get_id(); }
   bool isClosed() const { return host_.isClosed(); }
@@ -39,6 +43,7 @@ class SharedSession : public std::enable_shared_from_this<SharedSession> {
   explicit SharedSession(bool stress) : host_({.stress = stress}) {}
 
   host::Session host_;
+  std::shared_ptr<runtime::InterruptRequests> interrupts_;
   std::thread::id thread_ = std::this_thread::get_id();
   int uses_ = 0;
 };

@@ -270,6 +270,12 @@ void bindState(Class& session) {
           "close", [](const PySession& self) { self.shared->close(); },
           "Frees every object; any later use raises Error \"KALVEX:session:Closed\". Does nothing "
           "the second time.")
+      .def(
+          "interrupt", [](const PySession& self) { self.shared->interrupt(); },
+          "Asks the evaluation that runs in this session to stop; it ends within one chunk with "
+          "KeyboardInterrupt. If none runs, the next one stops. Other sessions don't notice. May "
+          "be "
+          "called on any thread.")
       .def("__enter__", enter, nb::sig("def __enter__(self) -> Session"))
       .def(
           "__exit__", [](const PySession& self, const nb::args&) { self.shared->close(); },

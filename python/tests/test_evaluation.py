@@ -265,6 +265,24 @@ def test_an_interrupt_stops_between_chunks_and_leaves_the_session_usable(many, a
     assert many.gather(total) == 1_000_000
 
 
+def test_another_thread_interrupts_one_session_and_no_other(many, bare):
+    chunks = []
+
+    def stop(nargout, chunk):
+        chunks.append(chunk.shape[0])
+        for session in (bare, many.session) if len(chunks) == 2 else ():
+            thread = threading.Thread(target=session.interrupt)
+            thread.start()
+            thread.join()
+        return chunk
+
+    bare.interrupt()  # the core alone evaluates nothing
+    with pytest.raises(KeyboardInterrupt):
+        many.gather(many.sum(many.map(stop, many.x)))
+    assert len(chunks) == 2
+    assert many.gather(many.sum(many.x)) == 1_000_000
+
+
 def test_the_interpreter_runs_on_while_an_evaluation_does(many):
     chain = many.x
     for _ in range(100):

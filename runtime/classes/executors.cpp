@@ -22,7 +22,7 @@ namespace {
 using host::Call;
 using host::Value;
 
-CancellationToken interruptToken;
+constinit InterruptRequests processInterrupts;
 std::atomic<std::unique_ptr<EvaluationWatch> (*)()> makeWatch{nullptr};
 
 void defaultExecutor(const Call& call) {
@@ -124,12 +124,10 @@ void execute(const Call& call) {
     RuntimeState& state = runtimeState();
     const auto make = makeWatch.load();
     const std::unique_ptr<EvaluationWatch> watch = make != nullptr ? make() : nullptr;
-    const CancellationToken token(interruptToken, watch.get());
+    const CancellationToken token(processInterrupts, *state.interrupts, watch.get());
     withStep({.label = "The evaluation"}, nullptr,
              [&] { state.lastEvaluation = Evaluation(plan, token).run(); });
-    interruptToken.reset();  // one that came too late asks nothing of the next evaluation
   } catch (const Cancelled&) {
-    interruptToken.reset();
     throw Interrupted();
   }
 }
@@ -165,7 +163,9 @@ void explain(const Call& call) {
 
 void setEvaluationWatch(std::unique_ptr<EvaluationWatch> (*make)()) noexcept { makeWatch = make; }
 
-void requestInterrupt() noexcept { interruptToken.cancel(); }
+void requestInterrupt() noexcept { processInterrupts.add(); }
+
+std::shared_ptr<InterruptRequests> sessionInterrupts() { return runtimeState().interrupts; }
 
 void defineExecutors(host::Session& session) {
   define(session, {.name = kExecutor,

@@ -34,6 +34,7 @@ struct RuntimeState {
   InvalidGraph invalid;
   EvaluationFacts lastEvaluation;
   DirectCall* directCall = nullptr;  ///< whose operation hasn't been evaluated yet; null: none
+  std::shared_ptr<InterruptRequests> interrupts = std::make_shared<InterruptRequests>();
 };
 
 /// The runtime's state in the current session; made at first use, gone with the session.

@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
 #include <kv/describe.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <source_location>
@@ -153,21 +156,6 @@ TEST_F(Map, OtherFailuresKeepTheirText) {
             "KALVEX:array:NoArray");
 }
 
-TEST_F(Map, AnInterruptEndsTheEvaluationAndNotTheSession) {
-  std::string rows = "x\n";
-  for (int i = 0; i < 200'000; ++i) rows += "1\n";
-  const Array x = read(rows).column("x");
-  int blocks = 0;
-  const auto pressCtrlC = [&](std::span<const std::span<const double>> in) {
-    ++blocks;
-    interrupt();
-    return std::vector<double>(in[0].begin(), in[0].end());
-  };
-  EXPECT_THROW(sum(map(pressCtrlC, std::vector{x})).gather(), Interrupted);
-  EXPECT_EQ(blocks, 1) << "stops within a chunk";
-  EXPECT_EQ(number(sum(x)), 200'000);
-}
-
 class Lifetime : public testing::Test {
  protected:
   host::Ledger before = host::ledger();
@@ -209,6 +197,79 @@ TEST_F(Lifetime, ThreadsMayShareASession) {
     }
   }
   EXPECT_THAT(sums, testing::Each(25 * 3 + 2 * (24 * 25 / 2)));
+}
+
+/// The rows as they are, after `atBlock`.
+BlockFunction passing(std::function<void()> atBlock) {
+  return [atBlock](std::span<const std::span<const double>> in) {
+    atBlock();
+    return std::vector<double>(in[0].begin(), in[0].end());
+  };
+}
+
+TEST_F(Lifetime, AnInterruptAtAnyChunkStopsWithinOneAndLeavesTheSessionUsable) {
+  constexpr int kBlocks = 8;  // four in each of two files
+  std::string rows = "x\n";
+  for (int i = 0; i < 100'000; ++i) rows += "1\n";
+  int latest = 0;
+  {
+    TempFolder folder;
+    Session session;
+    const Array x =
+        session.read({folder.write("a.csv", rows), folder.write("b.csv", rows)}).column("x");
+    for (int k = 1; k <= kBlocks; ++k) {
+      int begun = 0;
+      const auto stop = [&] {
+        if (++begun == k) k % 2 == 0 ? interrupt() : session.interrupt();
+      };
+      EXPECT_THROW(sum(map(passing(stop), std::vector{x})).gather(), Interrupted);
+      EXPECT_EQ(begun, k) << "no chunk begins after an interrupt that the evaluation's thread made";
+
+      std::atomic<int> blocks = 0;
+      int atRequest = 0;
+      std::jthread other([&] {
+        while (blocks < k) std::this_thread::yield();
+        session.interrupt();
+        atRequest = blocks;
+      });
+      const auto count = [&] {
+        ++blocks;
+        while (blocks == kBlocks && other.joinable()) other.join();  // it comes before the end
+      };
+      EXPECT_THROW(sum(map(passing(count), std::vector{x})).gather(), Interrupted);
+      if (other.joinable()) other.join();
+      latest = std::max(latest, blocks - atRequest);
+    }
+    EXPECT_EQ(sum(x).gather().number(), 200'000);
+  }
+  RecordProperty("latencyInChunks", latest);
+  EXPECT_LE(latest, 1);
+  EXPECT_EQ(host::ledger().objects, before.objects);
+  EXPECT_EQ(host::ledger().arrays, before.arrays);
+}
+
+TEST_F(Lifetime, AnInterruptOfASessionIsItsOwn) {
+  TempFolder folder;
+  const std::string path = folder.write("t.csv", "x\n1\n2\n");
+  Session one;
+  Session two;
+  const Array x = one.read(path).column("x");
+  const Array y = two.read(path).column("x");
+  two.interrupt();
+  EXPECT_EQ(sum(x + 1).gather().number(), 5) << "and its end leaves the request of the other";
+  EXPECT_THROW(sum(y).gather(), Interrupted);
+  EXPECT_EQ(sum(y).gather().number(), 3);
+
+  interrupt();  // nothing runs: the next one stops, and no other
+  EXPECT_THROW(sum(x + 2).gather(), Interrupted);
+  EXPECT_EQ(sum(y + 2).gather().number(), 7);
+  const auto inner = [&] {
+    interrupt();
+    EXPECT_THROW(sum(y + 3).gather(), Interrupted);
+  };
+  EXPECT_THROW(sum(map(passing(inner), std::vector{x})).gather(), Interrupted)
+      << "the end of an inner evaluation doesn't clear the request";
+  EXPECT_EQ(sum(x + 4).gather().number(), 11);
 }
 
 TEST_F(Lifetime, AFailedEvaluationLeavesNothingBehind) {

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
+#include <thread>
 
 #include "runtime/RuntimeSession.h"
 
@@ -233,6 +234,21 @@ TEST_F(Evaluation, AnInterruptEndsItAndTheNextOneRuns) {
   requestInterrupt();
   EXPECT_THROW(gather(x), Interrupted);
   EXPECT_THAT(gather(x), ElementsAre(1, 2, 3));
+}
+
+TEST_F(Evaluation, OnlyTheThreadThatEvaluatesPollsTheWatch) {
+  struct Counting final : EvaluationWatch {
+    void poll() override { ++polls; }
+    int polls = 0;
+  } watch;
+  InterruptRequests process;
+  InterruptRequests own;
+  const CancellationToken token(process, own, &watch);
+  token.throwIfCancelled();
+  std::thread([&] { token.throwIfCancelled(); }).join();
+  EXPECT_EQ(watch.polls, 1);
+  own.add();
+  std::thread([&] { EXPECT_THROW(token.throwIfCancelled(), Cancelled); }).join();
 }
 
 TEST_F(Evaluation, OperationsRefuseWhatTheyCantDo) {

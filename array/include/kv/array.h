@@ -234,14 +234,21 @@ class Session {
   /// Errors: Error "KALVEX:array:NameTaken" for an empty name, or a function of the library's own.
   void define(std::string_view name, BlockFunction function, Where where = Where::current());
 
+  /// Asks the evaluation that runs in this session to stop; it ends within one chunk with
+  /// Interrupted. If none runs, the next one stops. Other sessions don't notice.
+  /// Threads: any, without waiting for the session's lock; may be called from a signal handler.
+  void interrupt() noexcept;
+
   Impl& impl() { return *impl_; }
 
  private:
   std::shared_ptr<Impl> impl_;
 };
 
-/// Asks the evaluation that runs in this process to stop; it ends within one chunk with
-/// Interrupted. May be called from a signal handler.
+/// Asks every evaluation that runs in this process to stop; each ends within one chunk with
+/// Interrupted. If none runs, the next one in the process stops, and only that one. An evaluation
+/// that begins while those that run are still stopping may stop too.
+/// Threads: any; may be called from a signal handler.
 void interrupt() noexcept;
 
 }  // namespace kv

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <array>
 #include <atomic>
+#include <cstdint>
 #include <exception>
+#include <thread>
 
 namespace kv::runtime {
 
@@ -13,31 +16,61 @@ class Cancelled : public std::exception {
 
 class EvaluationWatch;
 
-/// A flag by which an evaluation is asked to stop; looked at once a chunk.
+/// The requests to stop evaluations: of the process, or of one session. A request counts for the
+/// evaluations that run, and for one that begins before the first of them has ended; if none runs,
+/// for the next.
 ///
-/// Threads: `cancel` may be called from any thread and from a signal handler.
+/// Threads: `add` may be called from any thread and from a signal handler; it takes no lock.
+class InterruptRequests {
+ public:
+  void add() noexcept { made_.fetch_add(1); }
+
+ private:
+  friend class CancellationToken;
+  static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+  std::uint64_t made() const noexcept { return made_.load(); }
+  /// The number of requests that evaluations have ended with, or have outlived.
+  std::uint64_t settled() const noexcept { return settled_.load(); }
+  void settle() noexcept;
+
+  std::atomic<std::uint64_t> made_{0};
+  std::atomic<std::uint64_t> settled_{0};
+};
+
+/// By which an evaluation is asked to stop; looked at once a chunk. Each evaluation has its own,
+/// and the end of one doesn't touch the requests that others have yet to see.
+///
+/// Threads: may be looked at from any thread; only the one that made it polls the watch.
 class CancellationToken {
  public:
+  /// A token for reading outside of evaluations.
   CancellationToken() = default;
-  /// A token that stops when `outer` does, and polls a watch (null: none) whenever it is looked at.
-  /// Lives: no longer than both.
-  CancellationToken(const CancellationToken& outer, EvaluationWatch* watch)
-      : outer_(&outer), watch_(watch) {}
+  /// The token of an evaluation that begins: it stops at requests of its process and its session,
+  /// and polls a watch (null: none). Its end settles the requests made so far.
+  /// Lives: no longer than all three.
+  CancellationToken(InterruptRequests& process, InterruptRequests& session, EvaluationWatch* watch);
+  ~CancellationToken();
+  CancellationToken(const CancellationToken&) = delete;
+  CancellationToken& operator=(const CancellationToken&) = delete;
 
   void cancel() noexcept { cancelled_.store(true, std::memory_order_relaxed); }
-  void reset() noexcept { cancelled_.store(false, std::memory_order_relaxed); }
-  bool isCancelled() const noexcept {
-    return cancelled_.load(std::memory_order_relaxed) ||
-           (outer_ != nullptr && outer_->isCancelled());
-  }
+  bool isCancelled() const noexcept;
 
   /// Errors: Cancelled when it is; what the watch throws.
   void throwIfCancelled() const;
 
  private:
+  /// Requests, and how many of them were settled when the evaluation began.
+  struct Heard {
+    InterruptRequests* requests = nullptr;
+    std::uint64_t settled = 0;
+  };
+
   std::atomic<bool> cancelled_{false};
-  const CancellationToken* outer_ = nullptr;
+  std::array<Heard, 2> heard_{};
   EvaluationWatch* watch_ = nullptr;
+  std::thread::id owner_ = std::this_thread::get_id();
 };
 
 }  // namespace kv::runtime

@@ -23,17 +23,21 @@ void loadCore(host::Session& session);
 /// The release of this runtime, which the function "version" answers.
 std::string_view release() noexcept;
 
-/// Asks the evaluation that runs in this process, or the next one if none does, to stop within a
-/// chunk. An evaluation that ends by itself takes the request with it.
-/// Threads: any; may be called from a signal handler.
+/// Asks all evaluations that run in this process to stop within a chunk; if none runs, the next
+/// one, of whatever session. An evaluation that ends without having seen the request settles it for
+/// those that begin later. Threads: any; may be called from a signal handler.
 void requestInterrupt() noexcept;
+
+/// The requests to stop evaluations of the current session, and no other. One that is made while
+/// none runs stops the next.
+std::shared_ptr<InterruptRequests> sessionInterrupts();
 
 /// What a front end does while an evaluation runs: made at its start and destroyed at its end, on
 /// the thread of the evaluation.
 class EvaluationWatch {
  public:
   virtual ~EvaluationWatch();
-  /// Called once a chunk. May throw a host::PassThrough, which ends the evaluation.
+  /// Called once a chunk, on that thread. May throw a host::PassThrough, which ends the evaluation.
   virtual void poll() = 0;
 };
 
