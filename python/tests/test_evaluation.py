@@ -30,6 +30,37 @@ def test_a_function_of_the_users_own_sees_chunks(numbers):
     assert sum(seen) >= 2000
 
 
+def test_a_function_gets_values_as_they_were_supplied(numbers):
+    s = numbers.session
+    table = s.call("table", np.array([1.0, 2.0]), "VariableNames", host.StringArray(["a"]))
+    values = [
+        {"gain": 2.0, "names": ["a", "b"]}, np.arange(6.0).reshape(2, 3), np.zeros((0, 0)), "abc",
+        np.int8(3), ["x", 1.0], table, host.Function("kv.element.plus"),
+    ]  # fmt: skip
+    column = np.array([1.0, 2.0, 3.0])
+    broadcast = s.call("kalvex.bigdata.internal.broadcast", column)
+    seen = []
+
+    def keep(nargout, chunk, *rest):
+        seen.append(rest)
+        return chunk
+
+    for value in (*values, broadcast):
+        expected = column if value is broadcast else value
+        for function in (keep, bounded(s, keep, 1500)):
+            seen.clear()
+            numbers.gather(numbers.sum(numbers.map(function, numbers.x, value)))
+            assert len(seen) == 1 + (function is not keep)
+            assert all(s.save_bytes(got) == s.save_bytes(expected) for (got,) in seen)
+    for value in (values[0], table):
+        with pytest.raises(host.Error) as caught:
+            numbers.gather(numbers.map(host.Function("kv.element.plus"), numbers.x, value))
+        assert caught.value.identifier == "KALVEX:array:NotAColumn"
+    with pytest.raises(host.Error) as caught:  # meant as rows, and not the array's
+        numbers.gather(numbers.map(keep, numbers.x, column))
+    assert caught.value.identifier == "KALVEX:array:RowsDiffer"
+
+
 def bounded(s, function, rows):
     return s.new("kalvex.bigdata.internal.FunctionHandle", function, "MaxNumSlices", rows)
 

@@ -58,6 +58,13 @@ struct OpSpec {
   bool spreads = true;         ///< of Elementwise: inputs with one row stand for every row
   std::string savedRelease{};  ///< of Recorded: another release saved the array, which can't be run
   std::size_t index = 0;       ///< of Select: the output; of Input: its ordinal, from 1
+
+  /// True for a step that runs a function of the user's own.
+  bool runsUsersFunction() const {
+    const bool isFunction =
+        kind == OpKind::Elementwise || kind == OpKind::Aggregate || kind == OpKind::Client;
+    return isFunction && !function.isBuiltIn();
+  }
 };
 
 /// The C++ value of a processor factory.

@@ -19,8 +19,8 @@ class SessionFunctions final : public UserFunctions {
 
   /// Errors: what the function raises, with the line where its array was made;
   ///         "KALVEX:array:MissingOutput" if it gives fewer outputs than the operation has.
-  std::vector<Column> call(std::size_t step, const Chunk& rows, std::span<const Operand> inputs,
-                           OutputTypes& types) override;
+  std::vector<Column> call(std::size_t step, const Chunk& rows,
+                           std::span<const FunctionInput> inputs, OutputTypes& types) override;
 
  private:
   /// The random stream of a step for the partition at hand: one for all its chunks; null where the

@@ -86,6 +86,7 @@ struct StageInput {
   std::optional<RowPlaces> places{};  ///< of a value whose rows are those of a source
   Chunk rows{};                       ///< such a value, a column or a table
   std::string origin{};               ///< what made it, for messages
+  bool isOpaque = false;  ///< goes to users' functions as it is; `column` has no meaning
 };
 
 }  // namespace kv::runtime

@@ -14,6 +14,11 @@ namespace {
 
 using host::Value;
 
+/// True for a value that can't be meant as rows: no column, or one that was broadcast.
+bool isOpaque(const kxArray* value) {
+  return !isColumn(value) || (kxIsEmpty(value) && kxGetN(value) != 1);
+}
+
 /// Makes the builders of a pass: one for each task that flows in it, one for each value that it
 /// reads.
 class BuilderGraphMaker {
@@ -28,7 +33,7 @@ class BuilderGraphMaker {
       std::vector<Value> inputs;
       for (const PlanInput* input : schedule_.inputsOf(index)) {
         inputs.push_back(flows(*input) ? outputOf(input->task, input->output)
-                                       : inputBuilder(*input));
+                                       : inputBuilder(*task.spec, *input));
       }
       const bool isBranch = task.spec->kind == OpKind::Choose && inputs.size() == 1;
       ofTask_[static_cast<std::size_t>(index)] =
@@ -75,6 +80,7 @@ class BuilderGraphMaker {
   }
 
   std::vector<StageInput> takeInputs() { return std::move(inputs_); }
+  std::vector<Value> takeValues() { return std::move(valuesOfInputs_); }
 
  private:
   bool flows(const PlanInput& input) const {
@@ -90,20 +96,25 @@ class BuilderGraphMaker {
     return host::call(kProcessorBuilder, {column.get(), factory});
   }
 
-  Value inputBuilder(const PlanInput& input) {
+  /// Errors: "KALVEX:array:NotAColumn" for a step of ours that gets anything else.
+  Value inputBuilder(const OpSpec& spec, const PlanInput& input) {
     const WholeValue whole = inputValue(input, values_);
     if (whole.places) {
       Chunk rows = toChunk(whole.value.get());
       if (whole.places->isUntyped) {
         rows.columns = {emptyColumn(ElementType::Unknown)};
       }
-      inputs_.push_back({emptyColumn(ElementType::Double), whole.places, std::move(rows),
-                         whole.places->origin});
+      inputs_.push_back(
+          {emptyColumn(ElementType::Double), whole.places, std::move(rows), whole.places->origin});
     } else {
-      inputs_.push_back({toColumn(whole.value.get())});
+      const bool isPassed = spec.runsUsersFunction() && isOpaque(whole.value.get());
+      inputs_.push_back(
+          {isPassed ? emptyColumn(ElementType::Unknown) : toColumn(whole.value.get())});
+      inputs_.back().isOpaque = isPassed;
       inputs_.back().origin =
           input.task < 0 ? "a value in memory" : describe(*plan_.task(input.task).spec);
     }
+    valuesOfInputs_.push_back(withoutBroadcast(whole.value.get()));
     const Value ordinal = host::makeDouble(static_cast<double>(inputs_.size()));
     return host::call(kProcessorBuilder, {ordinal.get()});
   }
@@ -113,6 +124,7 @@ class BuilderGraphMaker {
   const WholeValues& values_;
   std::vector<Value> ofTask_;
   std::vector<StageInput> inputs_;
+  std::vector<Value> valuesOfInputs_;
 };
 
 }  // namespace
@@ -138,7 +150,7 @@ AssembledStage assembleStage(const Plan& plan, const Schedule& schedule,
   }
   const Value root =
       BuilderGraphMaker::specBuilder(outputs, {.kind = OpKind::Outputs, .label = "outputs"});
-  return {host::call("feval", {root.get()}), maker.takeInputs()};
+  return {host::call("feval", {root.get()}), maker.takeInputs(), maker.takeValues()};
 }
 
 }  // namespace kv::runtime

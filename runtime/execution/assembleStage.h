@@ -13,6 +13,7 @@ namespace kv::runtime {
 struct AssembledStage {
   host::Value composite;  ///< the composite processor; holds the stage
   std::vector<StageInput> inputs;
+  std::vector<host::Value> values;  ///< of the inputs, as users' functions get them
 
   const Stage& stage() const;
   /// The processor factory of a step.

@@ -40,25 +40,36 @@ std::vector<Value> callHandle(const kxArray* factory, kcos::NameRef slot, std::s
   return outputs;
 }
 
+/// True for a column of several rows; a function gets any other value as it is.
+bool isRows(const kxArray* value) {
+  return isColumn(value) && kxGetN(value) == 1 && kxGetM(value) > 1;
+}
+
 /// The function of an operation on rows, called on as many at a time as it takes.
 std::vector<Value> callOnRows(const PlanTask& task, const std::vector<const kxArray*>& inputs) {
   const Value handle = host::getProperty(task.factory.get(), "FunctionHandle");
   const auto maxRows = static_cast<std::size_t>(maxRowsOf(*task.spec, handle.get()));
-  const auto fits = [maxRows](const kxArray* input) { return kxGetM(input) <= maxRows; };
-  if (std::ranges::all_of(inputs, fits)) {
+  const auto isTooLong = [maxRows](const kxArray* input) {
+    return isRows(input) && kxGetM(input) > maxRows;
+  };
+  if (std::ranges::none_of(inputs, isTooLong)) {
     return callHandle(task.factory.get(), "FunctionHandle", task.spec->numOutputs, inputs);
   }
-  std::vector<Operand> operands;
+  std::vector<CallInput> arguments;
   std::int64_t rows = 1;
   for (const kxArray* input : inputs) {
-    operands.push_back({toColumn(input), kxIsScalar(input), false});
-    rows = operands.back().isScalar ? rows : operands.back().column.rows();
+    if (isRows(input)) {
+      arguments.push_back({toColumn(input), nullptr});
+      rows = arguments.back().rows->rows();
+    } else {
+      arguments.push_back({std::nullopt, input});
+    }
   }
   const StreamScope stream(streamForPartition(task.factory.get(), kFirstPartition));
   std::vector<Value> outputs;
   OutputTypes types;
   const Chunk all{kFirstPartition, RowOrdinals(0, rows), nullptr, {}};
-  for (const Column& column : callInSlices(*task.spec, handle.get(), operands, all, types)) {
+  for (const Column& column : callInSlices(*task.spec, handle.get(), arguments, all, types)) {
     outputs.push_back(toValue(column));
   }
   return outputs;

@@ -34,15 +34,9 @@ Value caught(Raiser&& raiser) {
   return nullptr;
 }
 
-bool runsUsersFunction(const OpSpec& spec) {
-  const bool isFunction = spec.kind == OpKind::Elementwise || spec.kind == OpKind::Aggregate ||
-                          spec.kind == OpKind::Client;
-  return isFunction && !spec.function.isBuiltIn();
-}
-
 /// A C++ exception with nothing but a text: a user's function may throw one, we should not.
 [[noreturn]] void raiseNative(const OpSpec& spec, const std::string& text) {
-  host::raise(runsUsersFunction(spec) ? "KALVEX:array:FunctionFailed" : "KALVEX:array:Unexpected",
+  host::raise(spec.runsUsersFunction() ? "KALVEX:array:FunctionFailed" : "KALVEX:array:Unexpected",
               {spec.label, text});
 }
 

@@ -203,29 +203,62 @@ class UnitRun {
     }
   }
 
-  /// The inputs of a step as operands, and the chunk that says which rows they are.
-  std::pair<std::vector<Operand>, const Chunk*> operandsOf(std::size_t step) const {
-    std::vector<Operand> operands;
+  /// The rows that the inputs of a step share; what isn't rows goes with any.
+  const Chunk& sharedRows(std::size_t step) const {
     const Chunk* rows = nullptr;
     std::size_t rowsInput = 0;
-    const std::size_t count = stage_.steps()[step].inputs.size();
-    operands.reserve(count);
-    for (std::size_t input = 0; input < count; ++input) {
-      const Slot& slot = inputSlot(step, input);
-      if (slot.isWhole()) {
-        operands.push_back({slot.whole->column, true});
+    for (std::size_t input = 0; input < stage_.steps()[step].inputs.size(); ++input) {
+      if (inputSlot(step, input).isWhole()) {
         continue;
       }
-      operands.push_back({columnOf(step, input), false, false});
+      columnOf(step, input);  // refuses a table
       if (rows == nullptr) {
-        rows = &slot.outputs.front();
+        rows = &chunkOf(step, input);
         rowsInput = input;
       } else {
         checkRows(step, rowsInput, input);
       }
     }
     checkValues(step);
-    return {std::move(operands), rows};
+    if (rows == nullptr) {
+      host::raise("KALVEX:array:NeedsRows", {stage_.steps()[step].spec->label});
+    }
+    return *rows;
+  }
+
+  /// The inputs of a function of ours.
+  std::vector<Operand> operandsOf(std::size_t step) const {
+    std::vector<Operand> operands;
+    for (std::size_t input = 0; input < stage_.steps()[step].inputs.size(); ++input) {
+      const Slot& slot = inputSlot(step, input);
+      operands.push_back(slot.isWhole() ? Operand{slot.whole->column, true}
+                                        : Operand{columnOf(step, input)});
+    }
+    return operands;
+  }
+
+  /// The inputs of a user's function: values go to it as they are.
+  std::vector<FunctionInput> functionInputsOf(std::size_t step) const {
+    std::vector<FunctionInput> inputs;
+    for (std::size_t input = 0; input < stage_.steps()[step].inputs.size(); ++input) {
+      const Slot& slot = inputSlot(step, input);
+      if (slot.isWhole()) {
+        inputs.push_back({std::nullopt, static_cast<std::size_t>(slot.whole - inputs_.data())});
+      } else {
+        inputs.push_back({columnOf(step, input)});
+      }
+    }
+    return inputs;
+  }
+
+  bool hasUnknownInput(std::size_t step) const {
+    for (std::size_t input = 0; input < stage_.steps()[step].inputs.size(); ++input) {
+      const bool isWhole = inputSlot(step, input).isWhole();
+      if (!isWhole && columnOf(step, input).type() == ElementType::Unknown) {
+        return true;
+      }
+    }
+    return false;
   }
 
   /// The value that a condition chose, for every row of the other branch.
@@ -241,7 +274,8 @@ class UnitRun {
     const bool spreads = stage_.steps()[step].spec->spreads;
     for (std::size_t input = 0; input < stage_.steps()[step].inputs.size(); ++input) {
       const Slot& slot = inputSlot(step, input);
-      if (slot.isWhole() && (slot.whole->places || slot.whole->column.rows() != 1 || !spreads)) {
+      const bool isValue = slot.isWhole() && !slot.whole->isOpaque;
+      if (isValue && (slot.whole->places || slot.whole->column.rows() != 1 || !spreads)) {
         refuseValue(step, input);
       }
     }
@@ -249,27 +283,24 @@ class UnitRun {
 
   std::vector<Chunk> elementwise(std::size_t step) {
     const OpSpec& spec = *stage_.steps()[step].spec;
-    const auto [operands, rows] = operandsOf(step);
-    const bool isUnknown = std::ranges::any_of(operands, [](const Operand& operand) {
-      return operand.column.type() == ElementType::Unknown;
-    });
+    const Chunk& rows = sharedRows(step);
     std::vector<Column> columns;
-    if (isUnknown || (rows->rows() == 0 && spec.function.element == nullptr)) {
+    if (hasUnknownInput(step) || (rows.rows() == 0 && spec.function.element == nullptr)) {
       columns.assign(spec.numOutputs,
                      emptyColumn(spec.givesLogical ? ElementType::Logical : ElementType::Unknown));
     } else if (spec.function.element != nullptr) {
-      columns.push_back(evaluate(*spec.function.element, operands, rows->rows()));
+      columns.push_back(evaluate(*spec.function.element, operandsOf(step), rows.rows()));
     } else {
-      columns = functions_.call(step, *rows, operands, result_.types[step]);
+      columns = functions_.call(step, rows, functionInputsOf(step), result_.types[step]);
     }
     std::vector<Chunk> chunks;
     for (Column& column : columns) {
-      if (column.rows() != rows->rows()) {
+      if (column.rows() != rows.rows()) {
         host::raise("KALVEX:array:WrongRowCount",
-                    {spec.label, std::to_string(rows->rows()), std::to_string(column.rows())});
+                    {spec.label, std::to_string(rows.rows()), std::to_string(column.rows())});
       }
       requireType(spec, column);
-      chunks.push_back({rows->partition, rows->ordinals, nullptr, {std::move(column)}});
+      chunks.push_back({rows.partition, rows.ordinals, nullptr, {std::move(column)}});
     }
     return chunks;
   }
@@ -290,11 +321,11 @@ class UnitRun {
       }
     } else if (stage_.steps()[step].spec->kind == OpKind::Collect) {
       result_.sinks[sink].chunks.push_back(chunkOf(step, 0));
-    } else if (auto [operands, rows] = operandsOf(step); rows->rows() > 0) {
+    } else if (const Chunk& rows = sharedRows(step); rows.rows() > 0) {
       result_.sinks[sink].partials.push_back(
-          functions_.call(step, *rows, operands, result_.types[step]));
+          functions_.call(step, rows, functionInputsOf(step), result_.types[step]));
     } else {
-      result_.sinks[sink].noRows = std::move(operands);
+      result_.sinks[sink].noRows = functionInputsOf(step);
     }
   }
 

@@ -19,25 +19,31 @@
 
 namespace kv::runtime {
 
+/// An input of a user's function.
+struct FunctionInput {
+  std::optional<Column> rows;  ///< of the chunk at hand; none for a value
+  std::size_t value = 0;       ///< the stage's input that each call gets as the user supplied it
+};
+
 /// Runs users' functions for the steps of a stage.
 class UserFunctions {
  public:
   virtual ~UserFunctions() = default;
 
-  /// Calls the function of step `step` on one chunk of each input; scalars have one row. `rows`
-  /// says which rows of which partition they are, `types` takes in the types of what the function
-  /// returns. The chunks of a partition come in order.
+  /// Calls the function of step `step` on one chunk of each input. `rows` says which rows of which
+  /// partition they are, `types` takes in the types of what the function returns. The chunks of a
+  /// partition come in order.
   ///
   /// Errors: what the function raises, as it came; those of OutputTypes.
   virtual std::vector<Column> call(std::size_t step, const Chunk& rows,
-                                   std::span<const Operand> inputs, OutputTypes& types) = 0;
+                                   std::span<const FunctionInput> inputs, OutputTypes& types) = 0;
 };
 
 /// What a unit gives for one output of its stage.
 struct SinkResult {
   std::string partial;                        ///< of a built-in aggregate, in byte form
   std::vector<std::vector<Column>> partials;  ///< of a user's aggregate: outputs, chunk by chunk
-  std::vector<Operand> noRows;                ///< inputs of a user's aggregate that had no rows
+  std::vector<FunctionInput> noRows;          ///< inputs of a user's aggregate that had no rows
   std::vector<Chunk> chunks;                  ///< of Collect
 };
 

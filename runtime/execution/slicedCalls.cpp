@@ -18,13 +18,15 @@ namespace {
 constexpr std::int64_t kUnbounded = std::numeric_limits<std::int64_t>::max();
 
 std::vector<Column> callOnce(const OpSpec& spec, const kxArray* handle,
-                             std::span<const Operand> inputs, const GivenRows& rows,
+                             std::span<const CallInput> inputs, const GivenRows& rows,
                              OutputTypes& types) {
   std::vector<host::Value> values;
   std::vector<const kxArray*> arguments{handle};
-  for (const Operand& input : inputs) {
-    values.push_back(toValue(input.column));
-    arguments.push_back(values.back().get());
+  for (const CallInput& input : inputs) {
+    if (input.rows) {
+      values.push_back(toValue(*input.rows));
+    }
+    arguments.push_back(input.rows ? values.back().get() : input.value);
   }
   const std::vector<host::Value> outputs =
       host::callMany("feval", static_cast<int>(spec.numOutputs), arguments);
@@ -46,12 +48,12 @@ GivenRows givenRows(const Chunk& rows, std::int64_t first, std::int64_t count) {
   return GivenRows::of({rows.partition, rows.ordinals.slice(first, count), nullptr, {}});
 }
 
-std::vector<Operand> sliceOf(std::span<const Operand> inputs, std::int64_t first,
-                             std::int64_t count) {
-  std::vector<Operand> slices(inputs.begin(), inputs.end());
-  for (Operand& slice : slices) {
-    if (!slice.isScalar) {
-      slice.column = slice.column.slice(first, count);
+std::vector<CallInput> sliceOf(std::span<const CallInput> inputs, std::int64_t first,
+                               std::int64_t count) {
+  std::vector<CallInput> slices(inputs.begin(), inputs.end());
+  for (CallInput& slice : slices) {
+    if (slice.rows) {
+      slice.rows = slice.rows->slice(first, count);
     }
   }
   return slices;
@@ -74,7 +76,7 @@ std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle) {
 }
 
 std::vector<Column> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
-                                 std::span<const Operand> inputs, const Chunk& rows,
+                                 std::span<const CallInput> inputs, const Chunk& rows,
                                  OutputTypes& types) {
   const std::int64_t maxRows = maxRowsOf(spec, functionHandle);
   if (rows.rows() <= maxRows) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -8,10 +9,15 @@
 #include "execution/OutputTypes.h"
 #include "kv/host/values.h"
 #include "kv/runtime/Chunk.h"
-#include "kv/runtime/ElementFunctions.h"
 
 /// Users' functions that may take no more than so many rows at a time.
 namespace kv::runtime {
+
+/// An input of a function: rows, which are sliced, or a value that each call gets as it is.
+struct CallInput {
+  std::optional<Column> rows;
+  const kxArray* value = nullptr;
+};
 
 /// The most rows that the function of a FunctionHandle takes at a time: its MaxNumSlices, rounded
 /// down; the largest count where there is no bound, or where a factory of a user's class stands in
@@ -21,14 +27,14 @@ namespace kv::runtime {
 std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle);
 
 /// Calls the function of a FunctionHandle on the rows of the inputs, as many at a time as it takes,
-/// in order, and joins what it gives, output by output. Scalars go to each call.
+/// in order, and joins what it gives, output by output.
 ///
 /// `rows` says which rows the inputs are; `types` takes in the types of what the calls return.
-/// Requires: inputs that aren't scalars have as many rows as `rows`.
+/// Requires: inputs of rows have as many as `rows`.
 /// Errors: what the function raises; "KALVEX:array:MissingOutput"; those of `maxRowsOf` and of
 ///         OutputTypes.
 std::vector<Column> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
-                                 std::span<const Operand> inputs, const Chunk& rows,
+                                 std::span<const CallInput> inputs, const Chunk& rows,
                                  OutputTypes& types);
 
 }  // namespace kv::runtime

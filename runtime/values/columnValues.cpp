@@ -132,12 +132,8 @@ bool isCharRow(const kxArray* value) {
   return kxGetClassID(value) == kxCHAR_CLASS && (kxGetM(value) == 1 || kxIsEmpty(value));
 }
 
-/// Nobody wraps a value that often; one that a file brought may hold itself.
+/// More wrappers than any value has; one that a file brought may hold itself.
 constexpr int kMaxWrappers = 100;
-
-bool isBroadcastArray(const kxArray* value) {
-  return kcos::omIsKCOS(value) && kxIsScalar(value) && kxIsA(value, kBroadcastArray);
-}
 
 }  // namespace
 
@@ -177,12 +173,21 @@ bool isColumn(const kxArray* value) noexcept {
   return holdsElements && (kxGetN(value) == 1 || kxGetNumberOfElements(value) == 0);
 }
 
-Column toColumn(const kxArray* value) {
-  host::Value held;
-  for (int depth = 0; depth < kMaxWrappers && isBroadcastArray(value); ++depth) {
-    held = host::getProperty(value, "Value");
-    value = held.get();
+bool isBroadcastArray(const kxArray* value) {
+  return kcos::omIsKCOS(value) && kxIsScalar(value) && kxIsA(value, kBroadcastArray);
+}
+
+host::Value withoutBroadcast(const kxArray* value) {
+  host::Value held = matrix::sharedCopy(value);
+  for (int depth = 0; depth < kMaxWrappers && isBroadcastArray(held.get()); ++depth) {
+    held = host::getProperty(held.get(), "Value");
   }
+  return held;
+}
+
+Column toColumn(const kxArray* wrapped) {
+  const host::Value held = withoutBroadcast(wrapped);
+  const kxArray* value = held.get();
   if (!isColumn(value)) {
     host::raise("KALVEX:array:NotAColumn",
                 {fmt::format("{}x{}", kxGetM(value), kxGetN(value)), kxGetClassName(value)});

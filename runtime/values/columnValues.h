@@ -30,6 +30,11 @@ host::Value asReturned(host::Value value);
 /// True if `toColumn` accepts the value.
 bool isColumn(const kxArray* value) noexcept;
 
+bool isBroadcastArray(const kxArray* value);
+
+/// What a BroadcastArray holds; any other value itself.
+host::Value withoutBroadcast(const kxArray* value);
+
 /// A column of `rows` rows, each the one row of `value`.
 Column repeat(const Column& value, std::int64_t rows);
 
