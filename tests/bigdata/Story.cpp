@@ -11,6 +11,7 @@
 
 #include "ki/createManagedObject.h"
 #include "kx/string.h"
+#include "lazyeval/arrayPersistence.h"
 
 namespace bigdata::lazyeval {
 namespace {
@@ -125,6 +126,10 @@ Story::Story() {
     }
     c.out(0, session.loadInstance(unfolded(kv::host::toText(c.in(0))), stored));
   });
+  session.defineFunction("equal", [this](const Call& c) {
+    c.out(0, kv::host::makeLogical(told(c.in(0)) == told(c.in(1))));
+  });
+  defineSaving();
   session.defineFunction("frame", [](const Call& c) {
     const std::string_view fields[] = {"file", "name", "line"};
     Value stack = matrix::from_kalvex(kxCreateStructMatrix(1, 1, fields));
@@ -140,6 +145,36 @@ Story::Story() {
     session.collect();
     const std::string name = unfolded(kv::host::toText(c.in(0)));
     c.out(0, makeDouble(static_cast<double>(session.liveObjects(name))));
+  });
+}
+
+/// Arrays become records and come back, and records can be made by hand.
+void Story::defineSaving() {
+  session.defineFunction("saved", [](const Call& c) {
+    c.out(0, makeArrayRecord(*ki::fromArray<LazyArrayPtr>(c.in(0))));
+  });
+  session.defineFunction("restored",
+                         [](const Call& c) { c.out(0, ki::toArray(loadArray(c.in(0)))); });
+  session.defineFunction("reopened", [this](const Call& c) {
+    c.out(0, session.loadBytes(session.saveBytes(c.in(0)), false));
+  });
+  session.defineFunction("record", [](const Call& c) {
+    std::vector<std::string> names;
+    for (int i = 0; i < c.nrhs; i += 2) names.push_back(kv::host::toText(c.in(i)));
+    const std::vector<std::string_view> fields(names.begin(), names.end());
+    Value made = matrix::from_kalvex(kxCreateStructMatrix(1, 1, fields));
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      const kxArray* value = c.in(2 * static_cast<int>(i) + 1);
+      kxSetField(made.get(), 0, names[i], matrix::sharedCopy(value).release());
+    }
+    c.out(0, std::move(made));
+  });
+  session.defineFunction("fields", [](const Call& c) {
+    std::vector<Value> names;
+    for (std::size_t i = 0; i < kxGetNumberOfFields(c.in(0)); ++i) {
+      names.push_back(kv::host::makeString(kxGetFieldName(c.in(0), i)));
+    }
+    c.out(0, kv::host::makeCell(std::move(names)));
   });
 }
 
@@ -182,6 +217,13 @@ std::string Story::check(Reader& line) {
   Value answer;
   if (line.take("calls")) {
     outcome = trace();
+  } else if (line.take("warnings")) {
+    for (const kv::host::Warning& warning : session.warnings()) {
+      outcome += warning.identifier;
+      for (const std::string& argument : warning.arguments) outcome += " | " + argument;
+    }
+    outcome = outcome.empty() ? "none" : outcome;
+    session.clearWarnings();
   } else {
     const std::string error = errorOf([&] { answer = evaluate(line); });
     outcome = error == "no error" ? told(answer.get()) : errorText(error);
@@ -276,6 +318,8 @@ Value Story::evaluate(Reader& text, int nlhs) {
       value = std::move(outputs.at(static_cast<std::size_t>(std::max(nlhs, 1) - 1)));
     } else if (text.take(":=")) {
       session.set(value.get(), member, evaluate(text).get());
+    } else if (kxGetClassID(value.get()) == kxSTRUCT_CLASS) {
+      value = matrix::sharedCopy(kxGetField(value.get(), 0, member));
     } else {
       value = get(value, member);
     }

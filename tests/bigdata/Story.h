@@ -30,6 +30,7 @@ class Story : public LazySession {
  private:
   class Reader;
 
+  void defineSaving();
   std::string act(Reader& line);
   std::string check(Reader& line);
   void defineStub(Reader& line, bool isNoted);
