@@ -34,9 +34,9 @@ ClosureTasks::ClosureTasks(const kxArray* taskGraph) {
 const kxArray* ClosureTasks::taskOf(const kxArray* closure) const {
   const auto found = indexOf_.find(kcos::omGetArrayElement(closure, 0).get());
   if (found == indexOf_.end()) {
+    const Value operation = host::getProperty(closure, "Operation");
     host::raise("KALVEX:bigdata:array:InternalError",
-                {host::toText(host::getProperty(closure, "IdStr").get()) +
-                 " has no task of its own in the plan"});
+                {"createExecutionTasks of " + kxGetClassName(operation.get()) + " gave no task"});
   }
   return task(found->second);
 }

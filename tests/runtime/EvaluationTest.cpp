@@ -208,6 +208,14 @@ TEST_F(Evaluation, AnOperationClassOfTheUsersOwnRunsLikeAnyOther) {
       host::call("applyOperationBuiltin", {host::call("mine.Alias").get(), tripled.get()});
   EXPECT_THAT(gather(element("plus", same, tripled)), ElementsAre(6, 12, 18, 24, 30));
   EXPECT_THAT(gather(same), ElementsAre(3, 6, 9, 12, 15));
+
+  host::ClassDefinition idle{.name = "mine.Idle", .superclasses = {"mine.Doubling"}};
+  idle.methods.push_back({.name = "createExecutionTasks", .body = [](const host::Call&) {}});
+  session.defineClass(std::make_shared<const host::ClassDefinition>(std::move(idle)));
+  const Value lost =
+      host::call("applyOperationBuiltin", {host::call("mine.Idle").get(), tripled.get()});
+  EXPECT_THAT(errorOf([&] { gather(lost); }).arguments,
+              ElementsAre("createExecutionTasks of mine.Idle gave no task"));
 }
 
 TEST_F(Evaluation, ABroadcastArrayIsSeenWholeByEveryPartition) {
