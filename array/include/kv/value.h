@@ -10,7 +10,8 @@
 
 namespace kv {
 
-/// A value in memory: a column of numbers, logicals or texts; one row for a scalar.
+/// A value in memory: a column of numbers, logicals or texts; one row for a scalar. An integer or
+/// logical that is missing, such as the smallest of no rows, comes as NaN in Numbers.
 class Value {
  public:
   using Numbers = std::vector<double>;  ///< double and single
