@@ -121,15 +121,16 @@ def test_an_error_that_was_changed_is_raised_as_it_stands(bare):
         try:
             bare.call("no.such.function")
         except host.Error as error:
-            error.message = message
+            error.message = message or error.message
             error.arguments.append("more")
             raise
 
     bare.define_function("passes_on", passes_on)
-    with pytest.raises(host.Error) as caught:
-        bare.call("passes_on", "changed")
-    assert caught.value.message == "changed"
-    assert caught.value.arguments == ["no.such.function", "more"]
+    for message in ("changed", ""):  # with its arguments, or these alone
+        with pytest.raises(host.Error) as caught:
+            bare.call("passes_on", message)
+        assert caught.value.message == message or message == ""
+        assert caught.value.arguments == ["no.such.function", "more"]
     assert caught.value.identifier == caught.value.object.get("identifier")
 
 
