@@ -134,6 +134,29 @@ def test_an_error_that_was_changed_is_raised_as_it_stands(bare):
     assert caught.value.identifier == caught.value.object.get("identifier")
 
 
+def test_errors_may_cause_each_other(bare):
+    first, second = host.Error("my:first"), host.Error("my:second")
+    first.cause, second.cause = second, first
+
+    def fails(nargout):
+        raise first
+
+    bare.define_function("fails", fails)
+    with pytest.raises(host.Error) as caught:
+        bare.call("fails")
+    assert caught.value.cause.cause.cause.identifier == "my:second"
+
+
+def test_an_error_of_another_session_gets_an_object_of_this_one(bare):
+    with host.Session(runtime=False) as other:
+        bare.define_function("fails", lambda nargout: other.call("no.such.function"))
+        with pytest.raises(host.Error) as caught:
+            bare.call("fails")
+        assert caught.value.arguments == ["no.such.function"]
+        bare.define_function("echo", lambda nargout, value: value)
+        assert bare.call("echo", caught.value.object) == caught.value.object
+
+
 def test_an_error_that_can_not_be_read_says_why(bare):
     class Torn(host.Error):
         def __init__(self):
