@@ -123,6 +123,11 @@ def test_views_of_memory_that_no_one_writes_are_borrowed(echo):
             back.setflags(write=True)
 
 
+def test_misaligned_memory_is_copied(echo):
+    array = np.frombuffer(bytes(25), offset=1)
+    assert not array.flags.aligned and echo(array).flags.aligned
+
+
 def test_what_comes_out_is_a_view_that_outlives_its_session():
     with host.Session(runtime=False) as s:
         s.define_function("twice", lambda nargout: (s_values, s_values))
@@ -149,6 +154,8 @@ def test_objects_come_back_equal(session):
     assert array.shape == (2, 1) and list(array) == [a, b] and array.class_name == a.class_name
     assert session.call("echo", host.ObjectArray(a.class_name, [b])) == b
     assert list(session.call("echo", host.ObjectArray(a.class_name, [a, None]))) == [a, None]
+    with pytest.raises(TypeError, match="KException"):
+        session.call("echo", host.ObjectArray("KException", [a, a]))
 
 
 @pytest.mark.parametrize(
