@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "LoadingSession.h"
 
@@ -14,6 +14,27 @@ TEST(RoundTrip, WhatWasLoadedIsSavedAsTheSameBytes) {
     EXPECT_EQ(session.save(session.load(bytes)), bytes);
   }
   EXPECT_EQ(host::ledger().objects, 0u);
+}
+
+/// A value that occurs often is written again rather than refused.
+TEST(RoundTrip, ValuesThatAreSharedOftenAreLoaded) {
+  LoadingSession session;
+  const auto cellOf = [](std::size_t count, const Value& element) {
+    std::vector<Value> elements;
+    for (std::size_t i = 0; i < count; ++i) {
+      elements.push_back(matrix::sharedCopy(element.get()));
+    }
+    return host::makeCell(std::move(elements));
+  };
+  const Value often = cellOf(1000, cellOf(1000, host::makeDouble(1)));
+  const Value again = session.load(session.save(often));
+  EXPECT_EQ(kxGetNumberOfElements(kxGetCell(again.get(), 999)), 1000u);
+  Value diamond = cellOf(2, host::makeDouble(1));
+  for (int depth = 0; depth < 40; ++depth) {
+    diamond = cellOf(2, diamond);
+  }
+  EXPECT_THAT(bigdata::errorOf([&] { session.save(diamond); }),
+              testing::StartsWith("KALVEX:save:NotSaveable"));
 }
 
 }  // namespace

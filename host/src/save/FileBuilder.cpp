@@ -149,11 +149,15 @@ Reference FileBuilder::addFull(ValueEntry entry, const kxArray* value,
     }
   }
   if (spread > kMaxSpread + section(Section::Data).size()) {
-    raise("KALVEX:save:NotSaveable", {kxGetClassName(value), "it has too many elements"});
+    refuseSpread(value);
   }
   const Reference made = addEntry(entry);
   spreads_.back() = spread;
   return made;
+}
+
+void FileBuilder::refuseSpread(const kxArray* value) {
+  raise("KALVEX:save:NotSaveable", {kxGetClassName(value), "it has too many elements"});
 }
 
 void FileBuilder::setRoot(Reference root) { append(section(Section::Root), root.code()); }

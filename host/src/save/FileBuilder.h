@@ -43,6 +43,13 @@ class FileBuilder {
   format::Reference addContainer(const kxArray* value,
                                  const std::vector<format::Reference>& references);
 
+  /// Elements of a value that was added, with those of all values in it; 0 for objects.
+  std::size_t spreadAt(format::Reference reference) const {
+    return reference.isNull() || reference.isObject() ? 0 : spreads_[reference.index()];
+  }
+  /// Errors: "KALVEX:save:NotSaveable", always.
+  [[noreturn]] static void refuseSpread(const kxArray* value);
+
   void setRoot(format::Reference root);
   /// The sections, taken out.
   Sections take() { return std::move(sections_); }

@@ -101,6 +101,21 @@ Reference GraphWriter::add(const kxArray* value) {
   }
 }
 
+/// Whether a value may refer to one that was written before. Where values in values would spread to
+/// more than a load takes, they are written again, and the file is as long as what it spreads to.
+bool GraphWriter::mayShare(const kxArray* value, Reference known) {
+  const std::size_t spread = file_.spreadAt(known);
+  if (stack_.empty() || spread <= kMaxSpread - sharedSpread_) {
+    sharedSpread_ += stack_.empty() ? 0 : spread;
+    return true;
+  }
+  rewrittenSpread_ += spread;
+  if (rewrittenSpread_ > kMaxRewritten) {
+    FileBuilder::refuseSpread(value);
+  }
+  return false;
+}
+
 /// Nothing for what needs elements or a record first.
 std::optional<Reference> GraphWriter::referenceOf(const kxArray* value) {
   if (value == nullptr) {
@@ -111,7 +126,8 @@ std::optional<Reference> GraphWriter::referenceOf(const kxArray* value) {
   }
   const Payload* identity = identityOf(value);
   if (const auto known = payloads_.find(identity);
-      known != payloads_.end() && haveSameShape(known->second.value.get(), value)) {
+      known != payloads_.end() && haveSameShape(known->second.value.get(), value) &&
+      mayShare(value, known->second.reference)) {
     return known->second.reference;
   }
   if (isContainer(value)) {

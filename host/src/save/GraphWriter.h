@@ -53,6 +53,7 @@ class GraphWriter {
   format::Reference addUnshared(const kxArray* value);
   const Payload* identityOf(const kxArray* value) const;
   std::optional<format::Reference> referenceOf(const kxArray* value);
+  bool mayShare(const kxArray* value, format::Reference known);
   std::optional<format::Reference> referenceOf(Object& object);
   format::Reference enqueue(Object& object);
   void begin(const kxArray* value);
@@ -69,6 +70,8 @@ class GraphWriter {
   std::vector<kcos::COSInterfacePtr> recorded_;  ///< objects that stand in the file as records
   std::unordered_map<const Payload*, Written> payloads_;
   const Payload* unshared_ = nullptr;  ///< written again where it was written before
+  std::size_t sharedSpread_ = 0;     ///< of values in others that refer to what was written before
+  std::size_t rewrittenSpread_ = 0;  ///< of those that were written again
   std::unordered_map<const ObjectClass*, Shape> shapes_;
 };
 

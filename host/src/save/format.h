@@ -37,9 +37,12 @@ inline constexpr std::size_t kHeaderBytes = kHeaderChecksumAt + sizeof(std::uint
 /// Values may stand in values this deep.
 inline constexpr std::size_t kMaxNesting = 1000;
 
-/// A value and all values in it, each counted as often as it stands there, have no more elements
-/// than this and the bytes of the file together: some readers write values out that share others.
-inline constexpr std::size_t kMaxSpread = std::size_t{1} << 22;
+/// A value and all values in it, each counted as often as it occurs, have no more elements than
+/// this and the bytes of the file together: some readers write values out that share others.
+inline constexpr std::size_t kMaxSpread = std::size_t{1} << 16;
+
+/// A save writes what is shared more often than that again, up to this many elements.
+inline constexpr std::size_t kMaxRewritten = std::size_t{1} << 22;
 
 /// Texts are counted by their bytes, too: as many as an element takes where it is written out.
 inline constexpr std::size_t kElementTextBytes = 16;
@@ -56,7 +59,7 @@ constexpr std::size_t spreadOf(kxClassID id, std::size_t rows, std::size_t eleme
     case kxSTRING_CLASS:
       return 1 + elements + bytes / kElementTextBytes;
     case kxCHAR_CLASS:
-      return 1 + rows + bytes / kElementTextBytes;
+      return 1 + (elements == 0 ? rows / kElementTextBytes : rows) + bytes / kElementTextBytes;
     default:
       return 1;
   }
