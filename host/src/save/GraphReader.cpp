@@ -339,6 +339,9 @@ void GraphReader::fill(std::uint32_t index) {
              std::string(shape.record->getName());
     };
     refusing(index, what, [&] { writePlace(session_, objectOf(index), place, value.get()); });
+    if (file_.copiedBytes(reference) == 0) {
+      continue;
+    }
     const bool isCopied =
         place.property->hasSlot() ? shape.isTakenApart() : !sharesArray(objectOf(index), place);
     if (isCopied) {
