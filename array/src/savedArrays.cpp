@@ -7,6 +7,7 @@
 
 #include "handles.h"
 #include "kv/runtime/Column.h"
+#include "kv/runtime/SourceMoves.h"
 #include "kv/runtime/constants.h"
 #include "kx/string.h"
 
@@ -129,6 +130,23 @@ class Record {
   std::size_t count_;
 };
 
+host::Value loadMoved(host::Session& session, const std::string& path, const OpenOptions& options) {
+  const bool isTrusted = options.trust == Trust::Yes;
+  if (options.data.empty()) return session.load(path, isTrusted);
+  std::vector<runtime::SourceMove> moves;
+  for (const MovedData& data : options.data) moves.push_back({data.from, data.to});
+  const runtime::SourceMoves moved(std::move(moves));
+  host::Value loaded = session.load(path, isTrusted);
+  moved.throwIfUnused();
+  return loaded;
+}
+
+void checkColumns(std::span<const NamedArray> arrays) {
+  CallInputs inputs;
+  for (const NamedArray& named : arrays) inputs.lend(named.array.handle().value);
+  host::callMany("kv.checkColumns", 0, inputs.list());
+}
+
 }  // namespace
 
 void Session::save(const std::string& path, std::span<const NamedArray> arrays, Where where) {
@@ -140,10 +158,15 @@ void Session::save(const std::string& path, std::span<const NamedArray> arrays, 
 }
 
 Opened Session::open(const std::string& path, Trust trust, Where where) {
+  return open(path, OpenOptions{trust, {}}, where);
+}
+
+Opened Session::open(const std::string& path, const OpenOptions& options, Where where) {
   return publicCall(*impl_, where, [&] {
     const std::size_t earlier = impl_->host.warnings().size();
-    const host::Value loaded = impl_->host.load(path, trust == Trust::Yes);
+    const host::Value loaded = loadMoved(impl_->host, path, options);
     Opened opened{Record(path, loaded.get()).arraysOf(impl_), {}};
+    if (!options.data.empty()) checkColumns(opened.arrays);
     const std::vector<host::Warning> warnings = impl_->host.warnings();
     for (std::size_t i = earlier; i < warnings.size(); ++i) {
       opened.warnings.push_back(warnings[i].message);

@@ -3,9 +3,11 @@
 #include "classes/DatastoreValue.h"
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
+#include "classes/sessionValues.h"
 #include "execution/failures.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/csv.h"
+#include "persistence/MovedTables.h"
 #include "persistence/csvDescription.h"
 #include "values/hostNames.h"
 
@@ -90,9 +92,15 @@ Value savedCsv(const kxArray* object) {
 }
 
 void restoreCsv(const kxArray* object, const kxArray* saved) {
-  if (saved != nullptr) {
-    host::setNativeValue(object, std::make_unique<DatastoreValue>(csvFromDescription(saved)));
+  if (saved == nullptr) {
+    return;
   }
+  CsvDatastore::Table table = csvFromDescription(saved);
+  if (MovedTables* const moved = runtimeState().movedTables) {
+    table = withHostErrors([&] { return moved->moved(table); });
+  }
+  host::setNativeValue(
+      object, std::make_unique<DatastoreValue>(std::make_unique<CsvDatastore>(std::move(table))));
 }
 
 }  // namespace

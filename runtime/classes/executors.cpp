@@ -11,6 +11,7 @@
 #include "execution/Evaluation.h"
 #include "execution/Plan.h"
 #include "execution/failures.h"
+#include "execution/missingColumns.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/runtime.h"
 #include "persistence/trust.h"
@@ -159,6 +160,17 @@ void explain(const Call& call) {
   call.out(0, host::makeString(describePlan(plan)));
 }
 
+/// checkColumns(arrays...): refuses arrays that read a column which their source doesn't have.
+void checkColumns(const Call& call) {
+  const EvaluationObjects objects =
+      evaluationObjects({call.prhs, static_cast<std::size_t>(call.nrhs)});
+  if (objects.taskGraph != nullptr) {
+    const Plan plan =
+        makePlan(objects.taskGraph.get(), objects.promises.get(), host::makeEmptyDouble().get());
+    withHostErrors([&] { throwIfColumnsAreMissing(plan); });
+  }
+}
+
 }  // namespace
 
 void setEvaluationWatch(std::unique_ptr<EvaluationWatch> (*make)()) noexcept { makeWatch = make; }
@@ -189,6 +201,7 @@ void defineExecutors(host::Session& session) {
   session.defineFunction("keepAlive", [](const Call&) {});
   session.defineFunction("kv.lastEvaluation", lastEvaluation);
   session.defineFunction("kv.explain", explain);
+  session.defineFunction("kv.checkColumns", checkColumns);
 }
 
 }  // namespace kv::runtime

@@ -27,6 +27,8 @@ struct InvalidGraph {
   kcos::COSInterfacePtr executor{};
 };
 
+class MovedTables;
+
 struct RuntimeState {
   host::Value defaultExecutor;   ///< made when it is first asked for
   host::Value executorOverride;  ///< null or empty: none
@@ -35,6 +37,7 @@ struct RuntimeState {
   EvaluationFacts lastEvaluation;
   DirectCall* directCall = nullptr;  ///< whose operation hasn't been evaluated yet; null: none
   std::shared_ptr<InterruptRequests> interrupts = std::make_shared<InterruptRequests>();
+  MovedTables* movedTables = nullptr;  ///< while a SourceMoves lives
 };
 
 /// The runtime's state in the current session; made at first use, gone with the session.

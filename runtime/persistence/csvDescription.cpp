@@ -51,6 +51,11 @@ class Description {
     if (!Torvane::String::isString(value)) {
       refuse(field);
     }
+    for (std::size_t i = 0; i < kxGetNumberOfElements(value); ++i) {
+      if (!Torvane::String::getString(value, i)) {
+        refuse(field);
+      }
+    }
     return host::toTexts(value);
   }
 
@@ -138,13 +143,13 @@ Value describeCsv(const CsvDatastore& datastore) {
   return record;
 }
 
-std::unique_ptr<CsvDatastore> csvFromDescription(const kxArray* record) {
+CsvDatastore::Table csvFromDescription(const kxArray* record) {
   const Description description(record);
   CsvDatastore::Table table;
   table.name = sized(description.texts(kName), 1, kName).front();
   table.files = readFiles(description);
   table.schema = readSchema(description);
-  return std::make_unique<CsvDatastore>(std::move(table));
+  return table;
 }
 
 }  // namespace kv::runtime

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <memory>
-
 #include "datastore/CsvDatastore.h"
 #include "kv/host/values.h"
 
@@ -15,6 +13,6 @@ host::Value describeCsv(const CsvDatastore& datastore);
 /// The table that `describeCsv` described. Opens nothing: each file is looked at when it is read.
 ///
 /// Errors: "KALVEX:datastore:BadDescription" with what is wrong.
-std::unique_ptr<CsvDatastore> csvFromDescription(const kxArray* description);
+CsvDatastore::Table csvFromDescription(const kxArray* description);
 
 }  // namespace kv::runtime

@@ -164,6 +164,22 @@ TEST_F(Save, RefusesFilesThatHoldNoArrays) {
   EXPECT_EQ(idOfOpening(file), "KALVEX:load:Corrupt");
 }
 
+TEST_F(Save, ReadsOtherDataIfTheOpenerSaysSo) {
+  const std::string older = folder.write("older.csv", "x,y\n1,2\n");
+  const std::string newer = folder.write("newer.csv", "x\n2\n3\n");
+  session.save(file, std::vector<NamedArray>{{"n", sum(session.read(older).column("x"))}});
+  const auto idOfMove = [&](const std::string& from, const std::string& to) {
+    return errorOf([&] { other.open(file, {Trust::No, {{from, to}}}); }).identifier();
+  };
+
+  const Opened opened = other.open(file, {Trust::Yes, {{older, newer}}});
+
+  EXPECT_EQ(number(opened.arrays[0].array), 5);
+  EXPECT_EQ(idOfMove("elsewhere", newer), "KALVEX:datastore:UnknownSource");
+  EXPECT_EQ(idOfMove(older, folder.write("z.csv", "z\n2\n")), "KALVEX:datastore:MissingColumn");
+  EXPECT_EQ(idOfMove(older, "elsewhere"), "KALVEX:datastore:FileNotFound");
+}
+
 /// A file with a structure of the fields that a file of arrays has, of one element each.
 void saveRecord(const std::string& path, std::vector<std::string_view> fields, bool hasTexts) {
   host::Session plain;

@@ -137,3 +137,45 @@ def test_a_wrong_question_leaves_the_older_file(run: Run) -> None:
     assert (run.folder / "whole.csv").read_text().startswith("n\n")
     assert (run.folder / "kept.kv").read_bytes() == before
     assert sorted(path.name for path in run.folder.iterdir()) == ["kept.kv", "small.csv", "whole.csv"]
+
+
+def test_data_may_be_moved_or_newer(run: Run) -> None:
+    for name in ("a.csv", "b.csv"):
+        (run.folder / "old" / name).parent.mkdir(exist_ok=True)
+        (run.folder / "old" / name).write_text("x,y,spare\n1,2,u\n")
+    save(run, "old", "sum(x)", "max(y)", "--type", "y=int64")
+    os.rename(run.folder / "old", run.folder / "new")
+    assert "is gone" in refused(run, "open", "kept.kv", "--trust", code=3)
+    moved = opened(run, "--trust", "--data", f"{run.folder}/old=new")
+    assert moved["results"] == {"sum(x)": 2, "max(y)": 2}
+
+    (run.folder / "newer.csv").write_text("y,more,x\n7,u,5\n9007199254740993,v,6\n")
+    newer = opened(run, "--trust", "--data", "old=newer.csv")
+    assert newer["results"] == {"sum(x)": 11, "max(y)": 2**53 + 1}
+    twice = opened(run, "--trust", "--data", "old/a.csv=newer.csv", "--data", "old/b.csv=newer.csv")
+    assert twice["results"] == {"sum(x)": 22, "max(y)": 2**53 + 1}
+    assert "same columns" in refused(run, "open", "kept.kv", "--data", "old/a.csv=newer.csv", code=3)
+    shown = run("open", "kept.kv", "--data", "old=new/*.csv").stdout
+    assert f"  {run.folder}/new/a.csv\n  {run.folder}/new/b.csv\n" in shown and "/old/" not in shown
+    assert "read new/*.csv (2 files)" in shown
+
+
+def test_data_that_doesnt_fit_is_refused(run: Run) -> None:
+    (run.folder / "part=1").mkdir()
+    (run.folder / "part=1" / "x=2.csv").write_text("x,y\n1,2\n")
+    save(run, "part=1/x=2.csv", "sum(x)")
+    for old in ("part=1", "part=1/x=2.csv"):
+        assert opened(run, "--trust", "--data", f"{old}=small.csv")["results"] == {"sum(x)": 6}
+    said = [
+        ("small.csv=whole.csv", 2, "don't read 'small.csv'. Files that they read: "),
+        ("part=1=whole.csv", 3, "'whole.csv' has no column 'x', which a saved array reads; it has: n."),
+        ("part=1=nowhere.csv", 3, "'nowhere.csv'"),
+        ("part=1=.", 3, "'./x=2.csv'"),
+        ("part=1=words.csv", 3, '"word" isn'),
+        ("part=1", 2, "don't read 'part'"),
+        ("=new.csv", 2, 'expects OLD=NEW, and got "=new.csv"'),
+    ]
+    (run.folder / "words.csv").write_text("x\nword\n")
+    for data, code, part in said:
+        message = refused(run, "open", "kept.kv", "--trust", "--data", data, code=code)
+        assert part in message, message

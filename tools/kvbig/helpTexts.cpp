@@ -23,6 +23,7 @@ constexpr std::string_view kExamples = R"(Examples:
   kvbig save late.kv flights.csv 'late = mean(arr_delay > 60)'
   kvbig open late.kv
   kvbig open late.kv --trust --json
+  kvbig open late.kv --trust --data 'flights.csv=flight*.csv'
   kvbig describe kalvex.bigdata.internal.lazyeval.Closure
 )";
 

@@ -115,6 +115,9 @@ void addOpen(CLI::App& app, OpenRequest& request) {
   CLI::App* open = app.add_subcommand("open", "Show or evaluate what was saved");
   open->footer(kv::shell::generalHelp());
   addPlain(*open, "FILE", request.file, "A file that kvbig save, or a program, wrote")->required();
+  open->add_option("--data", request.data, "Read NEW where FILE says OLD, a file or a folder")
+      ->type_name("OLD=NEW")
+      ->allow_extra_args(false);
   open->add_flag("--trust", request.trust, "Evaluate: read the files that FILE names");
   open->add_flag("--explain", request.explain, "Print the plan and read no data");
   open->add_flag("--json", request.json, "Print one JSON object");

@@ -5,6 +5,7 @@
 #include <kv/lazyGraph.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string_view>
 #include <vector>
 
@@ -17,8 +18,8 @@ namespace kv::shell {
 namespace {
 
 constexpr std::string_view kHint =
-    "Nothing was read or evaluated. With --trust the arrays are evaluated, and the files above "
-    "read:\nsay it for arrays whose origin you know.\n";
+    "Nothing was evaluated. With --trust the arrays are evaluated, and the files above read:\n"
+    "say it for arrays whose origin you know.\n";
 
 /// Types stand below each other as far as names aren't longer than that: each is as wide as the
 /// widest.
@@ -59,10 +60,49 @@ std::string contentsAsJson(const Contents& contents) {
                      jsonTexts(contents.files), jsonText(contents.plan));
 }
 
+std::vector<std::string> filesIn(const std::vector<NamedArray>& named) {
+  std::vector<Array> arrays;
+  for (const NamedArray& each : named) arrays.push_back(each.array);
+  return arrays.empty() ? std::vector<std::string>() : sourceFiles(arrays);
+}
+
+/// True if `path` is one of `files`, or a folder that one of them is in.
+bool holdsAny(const std::string& path, const std::vector<std::string>& files) {
+  const std::string absolute = std::filesystem::absolute(path).lexically_normal().string();
+  return std::ranges::any_of(files, [&](const std::string& file) {
+    return file.starts_with(absolute) && (file.size() == absolute.size() ||
+                                          absolute.ends_with('/') || file[absolute.size()] == '/');
+  });
+}
+
+/// Paths may hold a "=" themselves: of several, that one counts before which there is a source.
+MovedData splitData(const std::string& text, const std::vector<std::string>& files) {
+  const auto parts = [&](std::size_t sign) {
+    return MovedData{text.substr(0, sign), text.substr(sign + 1)};
+  };
+  const std::size_t first = text.find('=');
+  if (first == std::string::npos || first == 0 || text.ends_with('=')) {
+    throw UsageError(fmt::format("--data expects OLD=NEW, and got \"{}\"", text));
+  }
+  for (std::size_t sign = first; sign != std::string::npos; sign = text.find('=', sign + 1)) {
+    if (holdsAny(text.substr(0, sign), files)) return parts(sign);
+  }
+  return parts(first);
+}
+
+OpenOptions optionsOf(const OpenRequest& request) {
+  OpenOptions options{request.trust ? Trust::Yes : Trust::No, {}};
+  if (request.data.empty()) return options;
+  Session session;
+  const std::vector<std::string> files = filesIn(session.open(request.file).arrays);
+  for (const std::string& text : request.data) options.data.push_back(splitData(text, files));
+  return options;
+}
+
 /// Errors: as Session::open; the message names the file.
 Opened openFile(Session& session, const OpenRequest& request) {
   try {
-    return session.open(request.file, request.trust ? Trust::Yes : Trust::No);
+    return session.open(request.file, optionsOf(request));
   } catch (const Error& error) {
     const std::string reason = error.what();
     if (reason.find(request.file) != std::string::npos) throw;

@@ -1,14 +1,16 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace kv::shell {
 
 /// What `kvbig open` was asked.
 struct OpenRequest {
   std::string file;
-  bool trust = false;    ///< evaluate the arrays
-  bool explain = false;  ///< the plan, and no values
+  std::vector<std::string> data;  ///< each `OLD=NEW`
+  bool trust = false;             ///< evaluate the arrays
+  bool explain = false;           ///< the plan, and no values
   bool json = false;
 };
 

@@ -163,6 +163,23 @@ enum class Trust : std::uint8_t {
   Yes,  ///< they may be evaluated: the files that they name are read, functions are called
 };
 
+/// A file or folder that saved arrays read, and what they are to read in its place: because it was
+/// moved, or because there is newer data.
+///
+/// `from` is a file as `sourceFiles` lists it, or as it was given to `read`, or a folder with such
+/// files. If `to` is a folder, each file is replaced by that of the same name in it; otherwise the
+/// files that `from` means by those that `to` means, a file or a glob.
+struct MovedData {
+  std::string from;
+  std::string to;
+};
+
+struct OpenOptions {
+  Trust trust = Trust::No;
+  std::vector<MovedData>
+      data;  ///< each `from` is what the file says, also where another one leads to
+};
+
 /// What a file of saved arrays brought.
 struct Opened {
   std::vector<NamedArray> arrays;     ///< in the order in which they were saved
@@ -229,6 +246,16 @@ class Session {
   /// "KALVEX:load:LaterFormat", "KALVEX:load:UnknownClass"; "KALVEX:array:NotArrays" for a file of
   /// something else.
   Opened open(const std::string& path, Trust trust = Trust::No, Where where = Where::current());
+
+  /// The same; arrays read other data where the options say so. Of that, the headers and first
+  /// blocks are read at once. Columns keep the types that they were saved with, and columns that
+  /// arrays don't read may have come, gone or moved. Values that were gathered before they were
+  /// saved stay as they are.
+  ///
+  /// Errors: besides those above, Error "KALVEX:datastore:UnknownSource" for data that no array
+  /// reads, "KALVEX:datastore:MissingColumn", "KALVEX:datastore:DifferentColumns" where only some
+  /// files of a table are replaced, and those of `read`.
+  Opened open(const std::string& path, const OpenOptions& options, Where where = Where::current());
 
   /// Defines what the function of that name, given to `map` before it was saved, does.
   /// Errors: Error "KALVEX:array:NameTaken" for an empty name, or a function of the library's own.

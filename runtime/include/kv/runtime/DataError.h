@@ -33,6 +33,9 @@ namespace kv::runtime {
 ///     KALVEX:datastore:BadTypeOverride    text
 ///     KALVEX:datastore:SourceChanged      path
 ///     KALVEX:datastore:SourceGone         path
+///     KALVEX:datastore:UnknownSource      path, files that saved arrays read
+///     KALVEX:datastore:MissingColumn      source, column that a saved array reads, columns there
+///     are
 class DataError : public IdentifiedError {
  public:
   using IdentifiedError::IdentifiedError;

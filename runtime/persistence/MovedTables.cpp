@@ -1,0 +1,190 @@
+#include "persistence/MovedTables.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "datastore/CsvSchema.h"
+#include "datastore/PathExpansion.h"
+#include "kv/runtime/DataError.h"
+#include "kv/runtime/shownText.h"
+
+namespace kv::runtime {
+namespace {
+
+namespace fs = std::filesystem;
+
+using Move = MovedTables::Move;
+using Table = CsvDatastore::Table;
+using Files = std::vector<SourceFile>;
+
+std::string joined(const std::vector<std::string>& texts) {
+  return fmt::format("{}", fmt::join(texts, ", "));
+}
+
+std::string absoluteOf(const std::string& path) {
+  std::string absolute = fs::absolute(path).lexically_normal().string();
+  if (absolute.size() > 1 && absolute.ends_with('/')) {
+    absolute.pop_back();
+  }
+  return absolute;
+}
+
+/// What a file is called if the move means it: its name, or its path below the folder.
+std::optional<std::string> nameIn(const Move& move, const SourceFile& file) {
+  if (move.said.from == file.path || move.absoluteFrom == file.absolutePath) {
+    return fs::path(file.absolutePath).filename().string();
+  }
+  const std::string folder = move.absoluteFrom + (move.absoluteFrom.ends_with('/') ? "" : "/");
+  if (file.absolutePath.starts_with(folder)) {
+    return file.absolutePath.substr(folder.size());
+  }
+  return std::nullopt;
+}
+
+/// Where the rows of one table come from, some of its files replaced.
+class Replacement {
+ public:
+  void add(std::vector<Move>& moves, const SourceFile& file) {
+    for (Move& move : moves) {
+      if (const auto name = nameIn(move, file)) {
+        move.isUsed = true;
+        return replace(move, *name);
+      }
+    }
+    places_.push_back({file});
+    isAnyKept_ = true;
+  }
+
+  std::vector<std::string> newPaths() const {
+    std::vector<std::string> paths;
+    for (const Place& place : places_) {
+      if (!place.kept) {
+        paths.push_back(place.newPath);
+      }
+    }
+    return paths;
+  }
+  /// `newFiles`: those of newPaths().
+  Files files(const Files& newFiles) const {
+    Files files;
+    auto next = newFiles.begin();
+    for (const Place& place : places_) {
+      files.push_back(place.kept ? *place.kept : *next++);
+    }
+    return files;
+  }
+  bool isAnyKept() const { return isAnyKept_; }
+
+  /// Where new files come from, as the moves say.
+  std::vector<std::string> sources() const {
+    std::vector<std::string> sources;
+    for (const Move* move : used_) {
+      sources.push_back(move->said.to);
+    }
+    return sources;
+  }
+
+ private:
+  struct Place {
+    std::optional<SourceFile> kept{};
+    std::string newPath{};
+  };
+
+  void replace(const Move& move, const std::string& name) {
+    std::error_code ignored;
+    const std::string& to = move.said.to;
+    const bool isFirst = std::ranges::find(used_, &move) == used_.end();
+    if (isFirst) {
+      used_.push_back(&move);
+    }
+    if (fs::is_directory(to, ignored)) {
+      places_.push_back({std::nullopt, (fs::path(to) / name).string()});
+    } else if (isFirst) {
+      for (std::string& path : expandPath(to)) {
+        places_.push_back({std::nullopt, std::move(path)});
+      }
+    }
+  }
+
+  std::vector<Place> places_;
+  std::vector<const Move*> used_;
+  bool isAnyKept_ = false;
+};
+
+void throwIfColumnsDiffer(const std::string& path, const Schema& schema, const Table& table) {
+  const std::vector<std::string> names = columnNames(schema), expected = columnNames(table.schema);
+  if (names != expected) {
+    throw DataError("KALVEX:datastore:DifferentColumns",
+                    {path, shownNames(names), table.name, shownNames(expected)},
+                    fmt::format("Files of one table must have the same columns in the same order. "
+                                "'{}' has: {}. '{}' has: {}.",
+                                path, shownNames(names), table.name, shownNames(expected)));
+  }
+}
+
+Table replaceFiles(std::vector<Move>& moves, const Table& table) {
+  Replacement replacement;
+  for (const SourceFile& file : table.files) {
+    replacement.add(moves, file);
+  }
+  const std::vector<std::string> paths = replacement.newPaths();
+  if (paths.empty()) {
+    return table;
+  }
+  Table moved = CsvDatastore(paths, {}).table();
+  for (ColumnInfo& column : moved.schema) {
+    const auto before = std::ranges::find(table.schema, column.name, &ColumnInfo::name);
+    if (before != table.schema.end()) {
+      column = *before;
+    }
+  }
+  moved.name = joined(replacement.sources());
+  if (replacement.isAnyKept()) {
+    throwIfColumnsDiffer(paths.front(), moved.schema, table);
+    moved.name = table.name;
+  } else if (paths.size() > 1) {
+    moved.name += fmt::format(" ({} files)", paths.size());
+  }
+  moved.files = replacement.files(moved.files);
+  return moved;
+}
+
+}  // namespace
+
+MovedTables::MovedTables(std::vector<SourceMove> moves) {
+  for (SourceMove& move : moves) {
+    std::string absolute = absoluteOf(move.from);
+    moves_.push_back({std::move(move), std::move(absolute), false});
+  }
+}
+
+Table MovedTables::moved(const Table& table) {
+  for (const SourceFile& file : table.files) {
+    filesMet_.insert(file.absolutePath);
+  }
+  const std::string key = CsvDatastore(table).fingerprint();
+  const auto known = known_.find(key);
+  if (known != known_.end()) {
+    return known->second;
+  }
+  return known_.emplace(key, replaceFiles(moves_, table)).first->second;
+}
+
+void MovedTables::throwIfUnused() const {
+  const auto unused = std::ranges::find(moves_, false, &Move::isUsed);
+  if (unused == moves_.end()) {
+    return;
+  }
+  const std::vector<std::string> met(filesMet_.begin(), filesMet_.end());
+  const std::string files = met.empty() ? "none" : shownNames(met);
+  throw DataError("KALVEX:datastore:UnknownSource", {unused->said.from, files},
+                  fmt::format("The saved arrays don't read '{}'. Files that they read: {}.",
+                              shownText(unused->said.from), files));
+}
+
+}  // namespace kv::runtime

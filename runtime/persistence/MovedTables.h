@@ -1,0 +1,39 @@
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "datastore/CsvDatastore.h"
+#include "kv/runtime/SourceMoves.h"
+
+namespace kv::runtime {
+
+/// Replaces files of tables, as SourceMoves has it.
+class MovedTables {
+ public:
+  struct Move {
+    SourceMove said;
+    std::string absoluteFrom;
+    bool isUsed = false;
+  };
+
+  explicit MovedTables(std::vector<SourceMove> moves);
+
+  /// A table that a file brought, with its files replaced.
+  /// Errors: as SourceMoves.
+  CsvDatastore::Table moved(const CsvDatastore::Table& table);
+
+  /// Errors: as SourceMoves.
+  void throwIfUnused() const;
+
+ private:
+  std::vector<Move> moves_;
+  std::set<std::string> filesMet_;
+  /// By the fingerprint of what the file brought: equal tables stay equal, and their new files are
+  /// looked at once.
+  std::map<std::string, CsvDatastore::Table> known_;
+};
+
+}  // namespace kv::runtime
