@@ -2,6 +2,7 @@
 # the one inside a pyarrow wheel (headers and libraries are in the package).
 include(KvArrowTarget)
 
+set(kvArrowLibraryDir "")  # where the copy is installed; empty: none is
 set(KV_ARROW_WHEEL "" CACHE PATH "Folder of the Python package pyarrow; empty: the one in .venv")
 
 if(SKBUILD AND NOT KV_ARROW_WHEEL)

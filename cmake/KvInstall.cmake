@@ -13,9 +13,9 @@ foreach(floor IN ITEMS host/include bigdata/public runtime/include array/include
           DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kvbigdata)
 endforeach()
 
+set(kvArrowHeaderDir ${CMAKE_INSTALL_INCLUDEDIR}/kvbigdata-arrow)
 if(kvArrowLibraryDir)
   # In folders of their own, so that an Arrow of the system in the same prefix stays as it is.
-  set(kvArrowHeaderDir ${CMAKE_INSTALL_INCLUDEDIR}/kvbigdata-arrow)
   file(GLOB kvArrowLibraries
        ${kvArrowWheel}/libarrow.so.* ${kvArrowWheel}/libarrow_compute.so.*)
   file(GLOB kvArrowLicenses ${kvArrowWheel}-*.dist-info/licenses/*)
