@@ -281,8 +281,8 @@ TEST_F(CsvDatastore, isIdentifiedByAllThatDeterminesItsRowsAndTypes) {
 TEST_F(CsvDatastore, noticesAFileThatChangesWhileItIsRead) {
   namespace fs = std::filesystem;
   std::string text = "x\n";
-  for (int row = 0; row < 1'000'000; ++row) text += "1\n";
-  const std::string path = folder_.path("table.csv");
+  for (int row = 0; row < 1'500'000; ++row) text += "1\n";  // three blocks
+  const std::string path = folder_.path("parts/table.csv");
   const auto rewrite = [&](const std::string& other) {
     std::ofstream(path, std::ios::in | std::ios::out | std::ios::binary) << other;
   };
@@ -300,16 +300,24 @@ TEST_F(CsvDatastore, noticesAFileThatChangesWhileItIsRead) {
       {"is overwritten and given its old time", [&] { keepingTime([&] { rewrite(twos); }); }},
       {"is replaced by another",
        [&] { keepingTime([&] { fs::rename(folder_.write("new.csv", twos), path); }); }},
+      {"is in a folder that is replaced",
+       [&] {
+         fs::rename(folder_.path("parts"), folder_.path("old"));
+         folder_.write("parts/table.csv", twos);
+         fs::last_write_time(path, fs::last_write_time(folder_.path("old/table.csv")));
+       }},
       {"is removed", [&] { fs::remove(path); }},
   };
   const CancellationToken never;
   for (const auto& [what, change] : changes) {
-    const auto source = table(text);
+    const auto source = openCsv({folder_.write("parts/table.csv", text)});
     const auto reader = source->openPartition(0, {"x"}, never);
     ASSERT_TRUE(reader->next());
     change();
     const DataError error = dataErrorOf([&] {
-      while (reader->next()) {
+      while (const auto chunk = reader->next()) {
+        EXPECT_EQ(std::ranges::count(chunk->columns[0].values<double>(), 1.0), chunk->rows())
+            << "new bytes of a file that " << what;
       }
     });
     EXPECT_EQ(error.id(), "KALVEX:datastore:SourceChanged") << what;
