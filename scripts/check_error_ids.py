@@ -15,8 +15,8 @@ ID = re.compile(r'"(KALVEX(?::[A-Za-z]\w*)+)"')
 
 
 def main() -> int:
-    files = subprocess.run(["git", "ls-files", "*.h", "*.cpp", "*.py"], cwd=ROOT, check=True,
-                           capture_output=True, text=True).stdout.split()
+    files = subprocess.run(["git", "ls-files", "*.h", "*.cpp", "*.py", "*.story"], cwd=ROOT,
+                           check=True, capture_output=True, text=True).stdout.split()
     raised: dict[str, str] = {}
     tests = ""
     for name in files:

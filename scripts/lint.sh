@@ -29,4 +29,5 @@ fileSizes() {
 check "clang-format" layout
 check "floors" python3 scripts/check_floors.py
 check "file sizes" fileSizes
+check "error ids in tests" python3 scripts/check_error_ids.py
 exit $failed

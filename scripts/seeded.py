@@ -27,6 +27,8 @@ PROGRAMS = {
     "host": ["host", "bigdata"],
     "bigdata": ["bigdata", "array"],
     "runtime": ["runtime", "array"],
+    "save": ["host", "persistence", "runtime"],
+    "persistence": ["runtime", "python"],
     "python": ["python"],
     "tools": ["formula", "shell"],
 }

@@ -2,7 +2,7 @@
 
 import pytest
 
-from conftest import EXECUTOR
+from conftest import EXECUTOR, LAZY
 from kvbigdata import host
 
 COLUMN = host.StringArray(["a", "b"])
@@ -10,6 +10,10 @@ COLUMN = host.StringArray(["a", "b"])
 
 def strategy(numbers):
     return numbers.table.get("PartitionMetadata").get("Strategy")
+
+
+def closure(array):
+    return array.get("ValueFuture").get("Promise").get("Closure")
 
 
 def digraph(s, end):
@@ -58,6 +62,18 @@ ROWS = [
         "KALVEX:datastore:PartitionCount",
         ["PartitionIndex", "2", "1"],
         lambda s, n: strategy(n).invoke("createPartition", 2.0, 1.0),
+    ),
+    (
+        "KALVEX:array:NotInGraph",
+        ["closure"],
+        lambda s, n: s.call(
+            LAZY + "LazyTaskGraph.createExecutionTasks",
+            closure(n.x),
+            host.ObjectArray(LAZY + "Closure", []),
+            host.ObjectArray(EXECUTOR + "ExecutionTask", []),
+            False,
+            as_class=LAZY + "LazyTaskGraph",
+        ),
     ),
     ("KALVEX:digraph:UnknownNode", ["c"], lambda s, n: digraph(s, "c")),
     ("KALVEX:table:UnequalHeights", ["2", "1"], lambda s, n: s.call("table", COLUMN, 1.0)),

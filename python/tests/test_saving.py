@@ -1,5 +1,6 @@
 """Saving and loading, in memory and in files."""
 
+import os
 import subprocess
 import sys
 
@@ -173,3 +174,18 @@ def test_a_source_that_changed_is_refused_by_name(session, tmp_path):
     path.write_text("x\n1\n2\n3\n")
     with host.Session() as other, pytest.raises(host.Error, match="changing.csv"):
         other.call("gather", other.load_bytes(saved, trusted=True))
+
+
+@pytest.mark.skipif("KV_TOOL" not in os.environ, reason="the command isn't built here")
+def test_the_command_prints_no_array_of_many_rows(numbers, tmp_path):
+    """What C++ would know as "KALVEX:array:NotOneRow"; no file of `kvbig save` has such an array."""
+    record = {
+        "Names": host.StringArray(["x"]),
+        "Types": host.StringArray(["double"]),
+        "AreWeak": np.array([[False]]),
+        "Arrays": host.Cell([numbers.x]),
+    }
+    numbers.session.save(tmp_path / "x.kv", record)
+    command = [os.environ["KV_TOOL"], "open", "--trust", "--json", tmp_path / "x.kv"]
+    ran = subprocess.run(command, capture_output=True, text=True)
+    assert ran.returncode != 0 and '"x" has 2000 rows' in ran.stderr

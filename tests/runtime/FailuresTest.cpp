@@ -4,8 +4,12 @@
 #include <new>
 #include <stdexcept>
 
+#include "execution/Stage.h"
+#include "execution/failures.h"
 #include "functions/allocate.h"
 #include "kv/runtime/FunctionError.h"
+#include "kv/runtime/csv.h"
+#include "persistence/csvDescription.h"
 #include "runtime/RuntimeSession.h"
 
 namespace kv::runtime::test {
@@ -185,6 +189,26 @@ TEST_F(Failures, AFunctionMustReturnOneTypeForAllRows) {
   EXPECT_THAT(errorOfGathering(map(sliced, inTwoFiles)),
               ElementsAre("mine", "logical", "partition 1, rows 1 to 1", "double",
                           "partition 1, rows 2 to 2"));
+}
+
+/// No array gets this far with a fault of ours, so these are asked directly.
+TEST_F(Failures, OfOurOwnHaveIdsAsWell) {
+  const auto idOf = [](const std::function<void()>& action) { return errorOf(action).identifier; };
+  const OpSpec step{.kind = OpKind::Filter, .label = "a step"};
+  EXPECT_EQ(idOf([&] { withStep(step, nullptr, [] { throw std::runtime_error("a text"); }); }),
+            "KALVEX:array:Unexpected");
+
+  std::vector<StageStep> steps;
+  for (const char* name : {"a.csv", "b.csv"}) {
+    const std::shared_ptr<const Datastore> source = openCsv({folder.write(name, "x\n1\n")});
+    steps.push_back({std::make_shared<OpSpec>(OpSpec{.kind = OpKind::Read, .source = source}), {}});
+  }
+  steps.push_back({std::make_shared<OpSpec>(OpSpec{.kind = OpKind::Outputs}), {0, 1}});
+  EXPECT_EQ(idOf([&] { Stage stage(steps); }), "KALVEX:array:DifferentSources");
+
+  for (const Value& broken : {host::makeDouble(1), host::makeChars("text")}) {
+    EXPECT_EQ(idOf([&] { csvFromDescription(broken.get()); }), "KALVEX:datastore:BadDescription");
+  }
 }
 
 }  // namespace
