@@ -10,6 +10,7 @@
 #include "kv/runtime/FunctionError.h"
 #include "kv/runtime/functionNames.h"
 #include "runtime/RuntimeSession.h"
+#include "support/Worlds.h"
 
 // Whether a value was gathered before changes no bit of any answer.
 
@@ -75,14 +76,20 @@ class Gathered : public RuntimeSession {
     host::callMany("gather", static_cast<int>(arrays.size()), arrays);
   }
 
-  /// Every element function and aggregate of every type for which it is defined.
+  /// Every element function and aggregate of every type for which it is defined; under stress,
+  /// where each object costs as much as all that live, a few.
   static Questions questions(const Columns& columns) {
     Questions asked;
+    std::size_t number = 0;
+    const auto isLeftOut = [&] { return kv::test::isStressed() && number++ % 61 != 0; };
     for (const ElementType type : allElementTypes()) {
       const std::string name(elementTypeName(type));
       const kxArray* x = columns.at(name + "1").get();
       const kxArray* y = columns.at(name + "2").get();
       for (const ElementFunction& function : elementFunctions()) {
+        if (isLeftOut()) {
+          continue;
+        }
         std::vector<const kxArray*> inputs{x, y};
         std::vector<OperandType> types{{type}, {type}};
         if (function.arity == 3) {
@@ -98,6 +105,9 @@ class Gathered : public RuntimeSession {
       }
       for (const AggregateFunction& function : aggregateFunctions()) {
         for (const MissingRule rule : {MissingRule::Skip, MissingRule::Propagate}) {
+          if (isLeftOut()) {
+            continue;
+          }
           ask(asked, function.name, name, [&] {
             aggregateType(function.kind, type);
             const Value handle =
@@ -205,7 +215,7 @@ TEST_F(Gathered, NothingChangesABitOfAnyAnswer) {
   for (const auto& [from, to] : {std::pair{0., 2. * kRows}, {30., 90.}, {-2., -1.}}) {
     SCOPED_TRACE(fmt::format("n from {} to {}", from, to));
     const Questions pending = questions(columns(from, to));
-    ASSERT_GT(pending.size(), 400U);
+    ASSERT_GT(pending.size(), kv::test::isStressed() ? 4U : 400U);
     const std::vector<std::string> expected = together(pending);
     if (to > kRows) {
       double chunks = 0;
