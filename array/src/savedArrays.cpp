@@ -136,9 +136,14 @@ host::Value loadMoved(host::Session& session, const std::string& path, const Ope
   std::vector<runtime::SourceMove> moves;
   for (const MovedData& data : options.data) moves.push_back({data.from, data.to});
   const runtime::SourceMoves moved(std::move(moves));
-  host::Value loaded = session.load(path, isTrusted);
-  moved.throwIfUnused();
-  return loaded;
+  try {
+    host::Value loaded = session.load(path, isTrusted);
+    moved.throwIfUnused();
+    return loaded;
+  } catch (...) {
+    moved.rethrowFailure();
+    throw;
+  }
 }
 
 void checkColumns(std::span<const NamedArray> arrays) {

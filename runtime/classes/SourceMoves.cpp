@@ -16,4 +16,6 @@ SourceMoves::~SourceMoves() { runtimeState().movedTables = nullptr; }
 
 void SourceMoves::throwIfUnused() const { tables_->throwIfUnused(); }
 
+void SourceMoves::rethrowFailure() const { tables_->rethrowFailure(); }
+
 }  // namespace kv::runtime

@@ -172,7 +172,18 @@ Table MovedTables::moved(const Table& table) {
   if (known != known_.end()) {
     return known->second;
   }
-  return known_.emplace(key, replaceFiles(moves_, table)).first->second;
+  try {
+    return known_.emplace(key, replaceFiles(moves_, table)).first->second;
+  } catch (...) {
+    failure_ = std::current_exception();
+    throw;
+  }
+}
+
+void MovedTables::rethrowFailure() const {
+  if (failure_ != nullptr) {
+    std::rethrow_exception(failure_);
+  }
 }
 
 void MovedTables::throwIfUnused() const {

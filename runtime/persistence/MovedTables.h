@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <map>
 #include <set>
 #include <string>
@@ -28,9 +29,13 @@ class MovedTables {
   /// Errors: as SourceMoves.
   void throwIfUnused() const;
 
+  /// Rethrows what moved() threw, if it did.
+  void rethrowFailure() const;
+
  private:
   std::vector<Move> moves_;
   std::set<std::string> filesMet_;
+  std::exception_ptr failure_;
   /// By the fingerprint of what the file brought: equal tables stay equal, and their new files are
   /// looked at once.
   std::map<std::string, CsvDatastore::Table> known_;

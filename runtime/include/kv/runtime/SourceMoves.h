@@ -43,6 +43,10 @@ class SourceMoves {
   ///         and the files that were read.
   void throwIfUnused() const;
 
+  /// To be called when a load has failed, which blames the file for each failure of an object in
+  /// it: rethrows the failure of other data that was to be read. Errors: those of the load above.
+  void rethrowFailure() const;
+
  private:
   std::unique_ptr<MovedTables> tables_;
 };
