@@ -8,6 +8,7 @@
 
 #include "classes/classes.h"
 #include "classes/dependencies.h"
+#include "classes/interrupts.h"
 #include "classes/operationTable.h"
 #include "classes/sessionValues.h"
 #include "execution/Evaluation.h"
@@ -96,10 +97,12 @@ void evaluateRows(const Call& call, DirectCall& direct) {
   if (const OpSpec& spec = *plan.task(0).spec; !spec.isTrusted) {
     host::raise("KALVEX:load:NotTrusted", {spec.label});
   }
-  const CancellationToken never;
-  Evaluation evaluation(plan, never);
-  evaluation.run();
-  const std::vector<WholeValue> outputs = evaluation.takeOutputs(0);
+  std::vector<WholeValue> outputs;
+  asEvaluation([&](const CancellationToken& token) {
+    Evaluation evaluation(plan, token);
+    evaluation.run();
+    outputs = evaluation.takeOutputs(0);
+  });
   const int wanted = std::max(call.nlhs, 1);
   for (std::size_t i = 0; i < outputs.size() && static_cast<int>(i) < wanted; ++i) {
     call.out(static_cast<int>(i), matrix::sharedCopy(outputs[i].value.get()));

@@ -1,4 +1,3 @@
-#include <atomic>
 #include <memory>
 #include <unordered_set>
 #include <vector>
@@ -6,6 +5,7 @@
 #include "classes/arrays.h"
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
+#include "classes/interrupts.h"
 #include "classes/sessionValues.h"
 #include "execution/ClosureTasks.h"
 #include "execution/Evaluation.h"
@@ -22,9 +22,6 @@ namespace {
 
 using host::Call;
 using host::Value;
-
-constinit InterruptRequests processInterrupts;
-std::atomic<std::unique_ptr<EvaluationWatch> (*)()> makeWatch{nullptr};
 
 void defaultExecutor(const Call& call) {
   RuntimeState& state = runtimeState();
@@ -121,16 +118,9 @@ void execute(const Call& call) {
   requireTrustedTasks(call.in(1), entries);
   const Value others = otherPromises(call.in(1), entries, call.in(2));
   const Plan plan = makePlan(call.in(1), call.in(2), others.get());
-  try {
-    RuntimeState& state = runtimeState();
-    const auto make = makeWatch.load();
-    const std::unique_ptr<EvaluationWatch> watch = make != nullptr ? make() : nullptr;
-    const CancellationToken token(processInterrupts, *state.interrupts, watch.get());
-    withStep({.label = "The evaluation"}, nullptr,
-             [&] { state.lastEvaluation = Evaluation(plan, token).run(); });
-  } catch (const Cancelled&) {
-    throw Interrupted();
-  }
+  asEvaluation([&](const CancellationToken& token) {
+    runtimeState().lastEvaluation = Evaluation(plan, token).run();
+  });
 }
 
 /// lastEvaluation(): a structure with what the last evaluation of this session did.
@@ -172,12 +162,6 @@ void checkColumns(const Call& call) {
 }
 
 }  // namespace
-
-void setEvaluationWatch(std::unique_ptr<EvaluationWatch> (*make)()) noexcept { makeWatch = make; }
-
-void requestInterrupt() noexcept { processInterrupts.add(); }
-
-std::shared_ptr<InterruptRequests> sessionInterrupts() { return runtimeState().interrupts; }
 
 void defineExecutors(host::Session& session) {
   define(session, {.name = kExecutor,

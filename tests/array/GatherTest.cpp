@@ -270,6 +270,9 @@ TEST_F(Lifetime, AnInterruptOfASessionIsItsOwn) {
   EXPECT_THROW(sum(map(passing(inner), std::vector{x})).gather(), Interrupted)
       << "the end of an inner evaluation doesn't clear the request";
   EXPECT_EQ(sum(x + 4).gather().number(), 11);
+  x.gather();
+  interrupt();
+  EXPECT_THROW(x + 5, Interrupted) << "of rows that are there it is computed at once";
 }
 
 TEST_F(Lifetime, AFailedEvaluationLeavesNothingBehind) {

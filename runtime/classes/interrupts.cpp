@@ -1,0 +1,35 @@
+#include "classes/interrupts.h"
+
+#include <atomic>
+#include <memory>
+
+#include "classes/sessionValues.h"
+#include "execution/failures.h"
+#include "kv/runtime/runtime.h"
+
+namespace kv::runtime {
+namespace {
+
+constinit InterruptRequests processInterrupts;
+std::atomic<std::unique_ptr<EvaluationWatch> (*)()> makeWatch{nullptr};
+
+}  // namespace
+
+void setEvaluationWatch(std::unique_ptr<EvaluationWatch> (*make)()) noexcept { makeWatch = make; }
+
+void requestInterrupt() noexcept { processInterrupts.add(); }
+
+std::shared_ptr<InterruptRequests> sessionInterrupts() { return runtimeState().interrupts; }
+
+void asEvaluation(const std::function<void(const CancellationToken&)>& action) {
+  const auto make = makeWatch.load();
+  const std::unique_ptr<EvaluationWatch> watch = make != nullptr ? make() : nullptr;
+  const CancellationToken token(processInterrupts, *runtimeState().interrupts, watch.get());
+  try {
+    withStep({.label = "The evaluation"}, nullptr, [&] { action(token); });
+  } catch (const Cancelled&) {
+    throw Interrupted();
+  }
+}
+
+}  // namespace kv::runtime
