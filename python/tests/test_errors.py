@@ -134,6 +134,19 @@ def test_an_error_that_was_changed_is_raised_as_it_stands(bare):
     assert caught.value.identifier == caught.value.object.get("identifier")
 
 
+def test_frames_of_the_package_are_left_out(bare):
+    class Calls:
+        def __str__(self):
+            with pytest.raises(host.Error) as caught:
+                bare.call("nothing")
+            files.extend(frame.file for frame in caught.value.stack)
+            return ""
+
+    files = []
+    host.Error("my:id", arguments=[Calls()])  # the package asks for the text
+    assert __file__ in files and not any("_records" in file for file in files)
+
+
 def test_errors_may_cause_each_other(bare):
     first, second = host.Error("my:first"), host.Error("my:second")
     first.cause, second.cause = second, first

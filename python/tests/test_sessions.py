@@ -241,6 +241,7 @@ def run():
             LOOP
         except host.Error:
             pass
+        rounds.append(1)
 def evaluate(s, *functions):
     source = s.call("kalvex.io.CsvDatastore", host.StringArray(["PATH"]))
     table = s.call("createFromDatastoreBuiltin", source)
@@ -249,10 +250,15 @@ def evaluate(s, *functions):
         x = s.call("elementfun", function, x)
     total = host.Function("kv.aggregate.sum")
     s.call("gather", s.call("aggregatefun", total, total, x))
+rounds = []
 started = threading.Event()
 threading.Thread(target=run, daemon=True).start()
 started.wait()
 time.sleep(0.2)
+host._host.close_all()  # as at the end of the interpreter
+before = len(rounds)
+time.sleep(0.2)
+assert len(rounds) <= before + 1, "the thread goes on"
 """
 
 
