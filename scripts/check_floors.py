@@ -65,7 +65,7 @@ FLOORS = {
 }
 
 SYSTEM_HEADERS = ("sys/", "glob.h", "unistd.h", "dlfcn.h", "signal.h", "fcntl.h", "pthread.h", "cxxabi.h",
-                  "malloc.h")
+                  "malloc.h", "dirent.h")
 
 
 def floor_of(file: Path) -> str | None:

@@ -1,5 +1,6 @@
 #include "save/files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <charconv>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <random>
 #include <system_error>
 #include <utility>
@@ -171,14 +173,18 @@ void removeUnlessLocked(const fs::path& leftover) {
   }
 }
 
+struct CloseFolder {
+  void operator()(DIR* folder) const noexcept { ::closedir(folder); }
+};
+
 /// Removes what killed saves left over. What can't be removed doesn't keep this save from its work.
+/// The iterator of std::filesystem isn't used: it ends the process where memory is short.
 void removeLeftovers(const fs::path& target) {
   const std::string stem = stemOf(target);
-  std::error_code error;
-  fs::directory_iterator entry(folderOf(target), error);
-  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
-    if (isLeftoverName(entry->path().filename().native(), stem)) {
-      removeUnlessLocked(entry->path());
+  const std::unique_ptr<DIR, CloseFolder> folder(::opendir(folderOf(target).c_str()));
+  while (const dirent* entry = folder != nullptr ? ::readdir(folder.get()) : nullptr) {
+    if (isLeftoverName(entry->d_name, stem)) {
+      removeUnlessLocked(folderOf(target) / entry->d_name);
     }
   }
 }
