@@ -73,6 +73,12 @@ host::NativeBody bodyOf(BlockFunction function) {
   };
 }
 
+void requireFunction(const BlockFunction& function) {
+  if (!function) {
+    throw Error("KALVEX:array:NoFunction", "A function is needed, and an empty one was given.");
+  }
+}
+
 void refuseTexts(std::span<const Array> inputs) {
   for (const Array& input : inputs) {
     if (input.handle().type != runtime::ElementType::String) continue;
@@ -89,6 +95,7 @@ Array map(BlockFunction function, std::span<const Array> inputs, Where where) {
 
 Array map(std::string name, BlockFunction function, std::span<const Array> inputs, Where where) {
   const auto session = sessionOf(inputs);
+  requireFunction(function);
   refuseTexts(inputs);
   return publicCall(*session, where, [&] {
     CallInputs call;
@@ -99,6 +106,7 @@ Array map(std::string name, BlockFunction function, std::span<const Array> input
 }
 
 void Session::define(std::string_view name, BlockFunction function, Where where) {
+  requireFunction(function);
   publicCall(*impl_, where, [&] {
     if (name.empty() || host::isLibraryFunction(name)) {
       throw Error("KALVEX:array:NameTaken",

@@ -78,8 +78,13 @@ TEST_F(Save, OpensNoPathOfAFileThatIsNotTrusted) {
     GTEST_SKIP() << "processes can't be traced here";
   }
   const std::vector<Array> inputs = {read("x\n1\n2\n").column("x")};
-  const Array mapped = map("no.such.function", nullptr, inputs);
+  const BlockFunction copied = [](std::span<const std::span<const double>> columns) {
+    return std::vector<double>(columns[0].begin(), columns[0].end());
+  };
+  const Array mapped = map("no.such.function", copied, inputs);
   session.save(file, std::vector<NamedArray>{{"y", sum(mapped)}});
+  EXPECT_EQ(errorOf([&] { map("empty", nullptr, inputs); }).identifier(),
+            "KALVEX:array:NoFunction");
   std::vector<std::string> opened;
   const auto note = [&](const FileCall& call) {
     if (!call.path.empty()) {

@@ -160,6 +160,8 @@ def test_a_fixed_type_keeps_whole_numbers_exact(run: Run) -> None:
     message = run.refusal("wide.csv", "max(x)", code=3)
     assert "9007199254740993" in message and message.endswith("\nTry --type 'x=int64'.\n")
     assert run.query("wide.csv", "max(x)", "--type", "x=int64")["results"] == {"max(x)": 2**53 + 1}
+    beyond = ["sum(x < 18446744073709551617)", "sum(x == -99999999999999999999)"]
+    assert run.query("wide.csv", *beyond, "--type", "x=int64")["results"] == dict(zip(beyond, [2, 0]))
 
 
 def test_people_get_an_aligned_table_and_a_line_of_facts(run: Run) -> None:
@@ -213,6 +215,7 @@ def test_a_plan_reads_no_data(run: Run) -> None:
         (["sum(x > '1')"], ["gt is not defined for double and string", "without quotes", "--type 'x=string'"]),
         (["sum(x * 300)", "--type", "x=int8"], ["300 doesn't fit the type int8", "sum(x * 300)\n          ^\n"]),
         (["sum(x ^ -1)", "--type", "x=int8", "--where", "x > 9"], ["negative integer -1", "x ^ -1.0"]),
+        (["sum(x < 99999999999999999999)"], ["no number type holds", "write 1e+20"]),
         (["sum(x == 12345678901234567)"], ["12345678901234567 is beyond 2^53", "1.2345678901234568e+16"]),
         (["sum(two words)"], ["expected an operator", "in backquotes: `two words`"]),
         (["yy"], ['no column "yy"', "y", "`two words`"]),

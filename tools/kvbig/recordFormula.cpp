@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -44,11 +45,14 @@ class Recorder {
  private:
   struct Part {
     Operand value;
-    std::string column;  ///< its name if the value is one, as it stands in the files
+    std::string column{};           ///< its name if the value is one, as the files have it
+    std::optional<Span> rounded{};  ///< the place of a whole number that no type holds
   };
 
-  Part record(const Constant& constant, Span) const {
-    return {std::visit([](const auto& value) { return Operand(value); }, constant.value), {}};
+  Part record(const Constant& constant, Span place) const {
+    return {std::visit([](const auto& value) { return Operand(value); }, constant.value),
+            {},
+            constant.isRounded ? std::optional(place) : std::nullopt};
   }
 
   Part record(const Column& column, Span) const {
@@ -61,6 +65,7 @@ class Recorder {
     stack_.erase(first, stack_.end());
     std::vector<Operand> values;
     for (const Part& input : inputs) values.push_back(input.value);
+    refuseRounded(call.function, inputs);
     try {
       return {recordCall(call.function, values), {}};
     } catch (const Error& error) {
@@ -68,6 +73,25 @@ class Recorder {
                                error.identifier() == "KALVEX:array:NotExact";
       if (!isOfFormula) throw;
       throw FormulaError(formula_.text, place, error.what(), adviceOnTypes(call.function, inputs));
+    }
+  }
+
+  /// No integer is as far from zero as a whole number that no type holds, so comparisons with
+  /// integers have the same answers for the double nearest to it. Nothing else has.
+  void refuseRounded(const std::string& function, const std::vector<Part>& inputs) const {
+    const auto isInteger = [](const Part& input) {
+      const auto* array = std::get_if<Array>(&input.value.value());
+      return array != nullptr && array->type().find("int") != std::string_view::npos;
+    };
+    if (takesTexts(function) && function != "where" && std::ranges::any_of(inputs, isInteger)) {
+      return;
+    }
+    for (const Part& input : inputs) {
+      if (input.rounded) {
+        throw FormulaError(formula_.text, *input.rounded, "no number type holds this whole number",
+                           fmt::format("If the nearest double will do, write {}.",
+                                       std::get<double>(input.value.value())));
+      }
     }
   }
 

@@ -71,9 +71,9 @@ Array filter(const Array& input, const Array& keep, Where where = Where::current
 
 /// A function of the user's own, run chunk by chunk on numbers; gives doubles. An exception that it
 /// throws comes out of the gathering, with the line of this call, partition and rows.
-/// Errors: Error "KALVEX:array:NotANumber" for an input of texts, "KALVEX:array:NoArray" without an
-/// input; in the gathering "KALVEX:array:WrongRowCount" if it returns more or fewer numbers than
-/// rows.
+/// Errors: Error "KALVEX:array:NotANumber" for an input of texts, "KALVEX:array:NoFunction" for an
+///         empty function, "KALVEX:array:NoArray" without an input; in the gathering
+///         "KALVEX:array:WrongRowCount" if it returns more or fewer numbers than rows.
 Array map(BlockFunction function, std::span<const Array> inputs, Where where = Where::current());
 
 /// The same with a name, which plans and errors show. It is all of a function that is saved with an

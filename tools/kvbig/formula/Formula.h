@@ -18,6 +18,7 @@ struct Span {
 /// A number, a logical or a text in a formula. A number in digits alone is an integer.
 struct Constant {
   std::variant<double, bool, std::string, std::int64_t, std::uint64_t> value;
+  bool isRounded = false;  ///< the double nearest to a whole number that no type holds
 };
 
 struct Column {

@@ -142,7 +142,7 @@ class Parser {
       auto* constant = std::get_if<Constant>(&formula_.steps.back().what);
       if (constant != nullptr && isNumber(*constant)) {
         formula_.steps.back().place.begin = place.begin;
-        *constant = negative(*constant, formula_.steps.back().place);
+        *constant = negative(*constant);
         return;
       }
     }
@@ -155,15 +155,17 @@ class Parser {
   }
 
   /// Requires: a number.
-  Constant negative(const Constant& constant, Span place) const {
+  static Constant negative(const Constant& constant) {
     constexpr std::uint64_t kBelow = std::uint64_t{1} << 63;  // -kBelow is the smallest int64
-    if (const auto* number = std::get_if<double>(&constant.value)) return {-*number};
+    if (const auto* number = std::get_if<double>(&constant.value))
+      return {-*number, constant.isRounded};
     const auto* integer = std::get_if<std::int64_t>(&constant.value);
     const std::uint64_t whole =
         integer ? static_cast<std::uint64_t>(*integer) : std::get<std::uint64_t>(constant.value);
     if (integer && whole == kBelow) return {kBelow};
     if (integer || whole <= kBelow) return {static_cast<std::int64_t>(0 - whole)};
-    return {-exactDouble(formula_.text, place, fmt::format("{}", whole))};
+    const Constant nearest = nearestDouble(fmt::format("{}", whole));
+    return {-std::get<double>(nearest.value), nearest.isRounded};
   }
 
   void readParenthesized() {

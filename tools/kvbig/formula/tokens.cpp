@@ -105,7 +105,7 @@ class Tokenizer {
     const std::string_view written = since(place.begin);
     if (!std::ranges::all_of(written, isDigit)) return {value};
     const std::optional<Constant> integer = integerOf(written);
-    return integer ? *integer : Constant{exactDouble(formula_, place, written)};
+    return integer ? *integer : nearestDouble(written);
   }
 
   Token name() {
@@ -186,16 +186,12 @@ class Tokenizer {
 
 }  // namespace
 
-double exactDouble(std::string_view formula, Span place, std::string_view digits) {
+Constant nearestDouble(std::string_view digits) {
   double nearest = 0;
   std::from_chars(digits.data(), digits.data() + digits.size(), nearest);
   const std::string_view significant =
       digits.substr(std::min(digits.find_first_not_of('0'), digits.size()));
-  if (fmt::format("{:.0f}", nearest) != significant) {
-    throw FormulaError(formula, place, "no number type holds this whole number",
-                       fmt::format("If the nearest double will do, write {}.", nearest));
-  }
-  return nearest;
+  return {nearest, fmt::format("{:.0f}", nearest) != significant};
 }
 
 std::vector<Token> tokenize(std::string_view formula) { return Tokenizer(formula).run(); }

@@ -33,14 +33,11 @@ struct Token {
 /// dots. Texts stand in `"` or `'` and know the escapes \\ \" \' \n \r \t. In backquotes a
 /// backquote is doubled.
 /// Errors: FormulaError for what isn't a token, a text without an end, an unknown escape, a number
-///         beyond the range of doubles, digits beyond the range of uint64 that aren't a double, and
-///         for bytes that aren't UTF-8.
+///         beyond the range of doubles, and for bytes that aren't UTF-8.
 std::vector<Token> tokenize(std::string_view formula);
 
 /// The double nearest to a whole number of `digits`.
-///
-/// Errors: FormulaError, with that double, if it is another number.
-double exactDouble(std::string_view formula, Span place, std::string_view digits);
+Constant nearestDouble(std::string_view digits);
 
 /// A column's name as it stands in a formula: in backquotes unless it is a plain name.
 std::string columnAsWritten(std::string_view name);
