@@ -1,7 +1,8 @@
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <limits>
-#include <map>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -61,7 +62,8 @@ class Parts {
 };
 
 // A strategy may be part of many others, and those of others again, so the places where it occurs
-// can be far more than there are strategies. A walk visits each strategy once.
+// can be far more than there are strategies. A walk visits each strategy once, and keeps what it
+// has yet to do in a list: strategies may be nested deeper than the native stack.
 
 using Strategy = const kcos::COSInterface*;
 
@@ -69,33 +71,71 @@ Strategy objectOf(const kxArray* strategy) { return kcos::omGetArrayElement(stra
 
 bool isConcatenated(const kxArray* strategy) { return kxIsA(strategy, kConcatenatedStrategy); }
 
-/// The sum of a property over all parts; infinite where one has no maximum.
-class Sum {
- public:
-  explicit Sum(kcos::NameRef property) : property_(property) {}
-
-  double of(const kxArray* strategy) {
-    if (!isConcatenated(strategy)) {
-      return kxGetScalar(host::getProperty(strategy, property_).get());
-    }
-    if (const auto known = known_.find(objectOf(strategy)); known != known_.end()) {
-      return known->second;
-    }
-    const Parts parts(strategy);
-    double total = 0;
-    for (std::size_t i = 0; i < parts.size(); ++i) {
-      total += of(parts[i]);
-    }
-    known_.emplace(objectOf(strategy), total);
-    return total;
-  }
-
- private:
-  kcos::NameRef property_;
-  std::unordered_map<Strategy, double> known_;
+/// A concatenated strategy and what it is made of.
+struct Whole {
+  const kxArray* strategy;
+  Parts parts;
 };
 
-double sumOf(const kxArray* strategy, kcos::NameRef property) { return Sum(property).of(strategy); }
+/// Finds the concatenated strategies in another one, and that one itself: each once, after those
+/// that it is made of.
+///
+/// Errors: "KALVEX:RecursionLimit" with the depth where a strategy is part of itself.
+class DependencyOrder {
+ public:
+  explicit DependencyOrder(const kxArray* strategy) {
+    enter(strategy);
+    while (!open_.empty()) {
+      Level& level = open_.back();
+      if (level.next < level.whole.parts.size()) {
+        enter(level.whole.parts[level.next++]);
+      } else {
+        isDone_[objectOf(level.whole.strategy)] = true;
+        wholes_.push_back(std::move(level.whole));
+        open_.pop_back();
+      }
+    }
+  }
+
+  const std::vector<Whole>& wholes() const { return wholes_; }
+
+ private:
+  struct Level {
+    Whole whole;
+    std::size_t next = 0;  ///< the part to enter next
+  };
+
+  void enter(const kxArray* strategy) {
+    if (!isConcatenated(strategy)) {
+      return;
+    }
+    const auto [known, isNew] = isDone_.emplace(objectOf(strategy), false);
+    if (isNew) {
+      open_.push_back({{strategy, Parts(strategy)}});
+    } else if (!known->second) {
+      host::raise("KALVEX:RecursionLimit", {std::to_string(open_.size())});
+    }
+  }
+
+  std::unordered_map<Strategy, bool> isDone_;
+  std::vector<Level> open_;
+  std::vector<Whole> wholes_;
+};
+
+/// The sum of a property over all parts; infinite where one has no maximum.
+double sumOf(const kxArray* strategy, kcos::NameRef property) {
+  const DependencyOrder order(strategy);
+  std::unordered_map<Strategy, double> totals;
+  for (const auto& [whole, parts] : order.wholes()) {
+    double total = 0;
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+      total += isConcatenated(parts[i]) ? totals.at(objectOf(parts[i]))
+                                        : kxGetScalar(host::getProperty(parts[i], property).get());
+    }
+    totals.emplace(objectOf(whole), total);
+  }
+  return totals.at(objectOf(strategy));
+}
 
 host::PropertyDefinition sumOfParts(kcos::NameRef property) {
   return computed(std::string(property.text()), [property](const Call& call) {
@@ -144,71 +184,54 @@ void fixNumPartitions(const Call& call) {
   call.out(0, matrix::sharedCopy(call.in(0)));
 }
 
-/// Resolves each part alone.
-class Resolution {
- public:
-  explicit Resolution(const Call& call) : call_(call) {}
-
-  const kxArray* of(const kxArray* strategy) {
-    if (const auto known = known_.find(objectOf(strategy)); known != known_.end()) {
-      return known->second.get();
-    }
-    Value resolved = isConcatenated(strategy)
-                         ? ofParts(Parts(strategy))
-                         : host::call("resolve", {strategy, call_.in(1), call_.in(2), call_.in(3)});
-    return known_.emplace(objectOf(strategy), std::move(resolved)).first->second.get();
-  }
-
- private:
-  Value ofParts(const Parts& parts) {
+/// resolve(strategy, default, limit, flag): of each part alone.
+void resolve(const Call& call) {
+  const DependencyOrder order(call.in(0));
+  std::unordered_map<Strategy, Value> resolved;
+  for (const auto& [whole, parts] : order.wholes()) {
     std::vector<const kxArray*> inputs;
     for (std::size_t i = 0; i < parts.size(); ++i) {
-      inputs.push_back(of(parts[i]));
+      Value& part = resolved[objectOf(parts[i])];
+      if (part == nullptr) {
+        part = host::call("resolve", {parts[i], call.in(1), call.in(2), call.in(3)});
+      }
+      inputs.push_back(part.get());
     }
-    return host::call(kConcatenatedStrategy, inputs);
+    resolved[objectOf(whole)] = host::call(kConcatenatedStrategy, inputs);
   }
-
-  const Call& call_;
-  std::unordered_map<Strategy, Value> known_;
-};
-
-/// resolve(strategy, default, limit, flag)
-void resolve(const Call& call) { call.out(0, matrix::sharedCopy(Resolution(call).of(call.in(0)))); }
+  call.out(0, std::move(resolved.at(objectOf(call.in(0)))));
+}
 
 /// Whether strategies have compatible parts, in order.
-class Compatibility {
- public:
-  bool of(const kxArray* a, const kxArray* b) { return ofParts(Parts(a), Parts(b)); }
-
- private:
-  bool ofPart(const kxArray* a, const kxArray* b) {
-    if (!isConcatenated(a) || !isConcatenated(b)) {
-      return host::toLogical(host::call("isCompatible", {a, b}).get());
+bool areCompatible(const kxArray* first, const kxArray* second) {
+  std::deque<std::pair<Parts, Parts>> pairs;
+  pairs.emplace_back(Parts(first), Parts(second));
+  std::set<std::pair<Strategy, Strategy>> met;
+  for (std::size_t next = 0; next < pairs.size(); ++next) {
+    const auto& [a, b] = pairs[next];
+    if (a.size() != b.size()) {
+      return false;
     }
-    const std::pair pair{objectOf(a), objectOf(b)};
-    if (const auto known = known_.find(pair); known != known_.end()) {
-      return known->second;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+      if (!met.emplace(objectOf(a[i]), objectOf(b[i])).second) {
+        continue;
+      }
+      if (isConcatenated(a[i]) && isConcatenated(b[i])) {
+        pairs.emplace_back(Parts(a[i]), Parts(b[i]));
+      } else if (!host::toLogical(host::call("isCompatible", {a[i], b[i]}).get())) {
+        return false;
+      }
     }
-    return known_[pair] = ofParts(Parts(a), Parts(b));
   }
-
-  bool ofParts(const Parts& a, const Parts& b) {
-    bool areAll = a.size() == b.size();
-    for (std::size_t i = 0; areAll && i < a.size(); ++i) {
-      areAll = ofPart(a[i], b[i]);
-    }
-    return areAll;
-  }
-
-  std::map<std::pair<Strategy, Strategy>, bool> known_;
-};
+  return true;
+}
 
 void typedIsCompatible(const Call& call) {
-  call.out(0, host::makeLogical(Compatibility().of(call.in(0), call.in(1))));
+  call.out(0, host::makeLogical(areCompatible(call.in(0), call.in(1))));
 }
 
 void throwIfIncompatible(const Call& call) {
-  if (!Compatibility().of(call.in(0), call.in(1))) {
+  if (!areCompatible(call.in(0), call.in(1))) {
     host::raise("KALVEX:bigdata:array:IncompatibleTallIndexing");
   }
 }

@@ -4,6 +4,7 @@
 
 #include "classes/operationTable.h"
 #include "runtime/RuntimeSession.h"
+#include "support/Worlds.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime::test {
@@ -242,8 +243,21 @@ TEST_F(Operations, PartitionsOfJoinedArraysStandOneBehindTheOther) {
   EXPECT_EQ(kxGetScalar(host::getProperty(a.get(), "MinNumPartitions").get()), 5 * 0x1p60);
   EXPECT_TRUE(host::toLogical(host::call("isCompatible", {a.get(), doubled().get()}).get()));
   const Value number = host::makeDouble(7), flag = host::makeLogical(true);
-  EXPECT_TRUE(kxIsA(host::call("resolve", {a.get(), number.get(), number.get(), flag.get()}).get(),
-                    kConcatenatedStrategy));
+  const auto resolved = [&](const Value& whole) {
+    return host::call("resolve", {whole.get(), number.get(), number.get(), flag.get()});
+  };
+  EXPECT_TRUE(kxIsA(resolved(a).get(), kConcatenatedStrategy));
+  // Nesting is limited by memory only.
+  const auto nested = [&] {
+    Value whole = matrix::sharedCopy(strategy.get());
+    for (std::size_t depth = 0; depth < kv::test::sizes().chain; ++depth) {
+      whole = host::call(kConcatenatedStrategy, {whole.get()});
+    }
+    return whole;
+  };
+  const Value deep = nested();
+  EXPECT_TRUE(host::toLogical(host::call("isCompatible", {deep.get(), nested().get()}).get()));
+  EXPECT_EQ(kxGetScalar(host::getProperty(resolved(deep).get(), "MinNumPartitions").get()), 5);
 }
 
 /// Operations of every class with any number of inputs and outputs, as a user may make them.
