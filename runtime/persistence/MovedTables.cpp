@@ -34,14 +34,25 @@ std::string absoluteOf(const std::string& path) {
   return absolute;
 }
 
+/// The path that a file has in a folder; none if it leads out of the folder or nowhere.
+std::optional<std::string> inside(const fs::path& path) {
+  const fs::path normal = path.lexically_normal();
+  const bool isInside = normal.is_relative() && normal.has_filename() && normal != "." &&
+                        *normal.begin() != ".." && normal.native().find('\0') == std::string::npos;
+  return isInside ? std::optional(normal.string()) : std::nullopt;
+}
+
 /// What a file is called if the move means it: its name, or its path below the folder.
+///
+/// A path in a saved file may be anything, and must not lead out of the folder that the user named.
 std::optional<std::string> nameIn(const Move& move, const SourceFile& file) {
-  if (move.said.from == file.path || move.absoluteFrom == file.absolutePath) {
-    return fs::path(file.absolutePath).filename().string();
+  const fs::path path = fs::path(file.absolutePath).lexically_normal();
+  if (move.said.from == file.path || move.absoluteFrom == path) {
+    return inside(path.filename());
   }
   const std::string folder = move.absoluteFrom + (move.absoluteFrom.ends_with('/') ? "" : "/");
-  if (file.absolutePath.starts_with(folder)) {
-    return file.absolutePath.substr(folder.size());
+  if (path.native().starts_with(folder)) {
+    return inside(path.native().substr(folder.size()));
   }
   return std::nullopt;
 }
@@ -127,6 +138,16 @@ void throwIfColumnsDiffer(const std::string& path, const Schema& schema, const T
   }
 }
 
+/// What the moves see of a table: also its name and the paths as they were given, which are no part
+/// of its fingerprint.
+std::vector<std::string> keyOf(const Table& table) {
+  std::vector<std::string> key{CsvDatastore(table).fingerprint(), table.name};
+  for (const SourceFile& file : table.files) {
+    key.push_back(file.path);
+  }
+  return key;
+}
+
 Table replaceFiles(std::vector<Move>& moves, const Table& table) {
   Replacement replacement;
   for (const SourceFile& file : table.files) {
@@ -167,7 +188,7 @@ Table MovedTables::moved(const Table& table) {
   for (const SourceFile& file : table.files) {
     filesMet_.insert(file.absolutePath);
   }
-  const std::string key = CsvDatastore(table).fingerprint();
+  const std::vector<std::string> key = keyOf(table);
   const auto known = known_.find(key);
   if (known != known_.end()) {
     return known->second;

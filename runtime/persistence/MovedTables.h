@@ -36,9 +36,9 @@ class MovedTables {
   std::vector<Move> moves_;
   std::set<std::string> filesMet_;
   std::exception_ptr failure_;
-  /// By the fingerprint of what the file brought: equal tables stay equal, and their new files are
-  /// looked at once.
-  std::map<std::string, CsvDatastore::Table> known_;
+  /// By what identifies a table that the file brought, its name and its paths as they were given:
+  /// equal tables stay equal, and their new files are looked at once.
+  std::map<std::vector<std::string>, CsvDatastore::Table> known_;
 };
 
 }  // namespace kv::runtime

@@ -2,8 +2,12 @@
 
 #include <filesystem>
 #include <memory>
+#include <string>
+#include <utility>
 
+#include "persistence/MovedTables.h"
 #include "runtime/RuntimeSession.h"
+#include "support/TempFolder.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime::test {
@@ -250,6 +254,30 @@ TEST_F(SavedArrays, OfStagesAndStreams) {
   const std::vector<Value> objects = session.call(
       "getEvaluationObjects", 1, inputs, "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray");
   EXPECT_EQ(errorOf([&] { bytesOf(objects.at(0)); }).identifier, "KALVEX:save:NotSaveable");
+}
+
+TEST(MovedTables, StayInTheFolderThatWasNamed) {
+  const kv::test::TempFolder folder;
+  const std::string inside = folder.write("new/b/a.csv", "x\n1\n");
+  const auto pathOf = [](MovedTables& tables, const std::string& path,
+                         const std::string& absolute) {
+    const CsvDatastore::Table table{
+        "t", {{path, absolute, 4, 1, true}}, {{"x", ElementType::Double}}};
+    return tables.moved(table).files.at(0).absolutePath;
+  };
+  const std::pair<std::string, std::string> cases[] = {
+      {"/old/b/a.csv", inside},
+      {"/old//b/./c/../a.csv", inside},
+      {"/old/../new/b/a.csv", "/old/../new/b/a.csv"},
+      {"/old/..", "/old/.."}};
+  for (const auto& [absolute, expected] : cases) {
+    MovedTables tables({{"/old", folder.path("new")}});
+    EXPECT_EQ(pathOf(tables, absolute, absolute), expected);
+  }
+  MovedTables tables({{"a.csv", inside}});  // one file by two paths
+  EXPECT_EQ(pathOf(tables, "b.csv", "/old/a.csv"), "/old/a.csv");
+  EXPECT_EQ(pathOf(tables, "a.csv", "/old/a.csv"), inside);
+  EXPECT_EQ(pathOf(tables, "a.csv", ".."), "..");
 }
 
 }  // namespace
