@@ -20,6 +20,9 @@ using std::chrono::nanoseconds;
 /// A file that claims to be younger than this has a time from another clock.
 constexpr nanoseconds kLongestTick = std::chrono::milliseconds(50);
 
+/// More than a file needs that is written once: they are a millisecond apart or more.
+constexpr int kMostLooks = 100;
+
 nanoseconds sinceEpoch(const timespec& time) {
   return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
 }
@@ -57,7 +60,10 @@ struct stat statusOf(const std::string& path) {
 
 SourceFile SourceFile::look(const std::string& path) {
   struct stat status = statusOf(path);
-  while (mayKeepItsTime(status)) {
+  for (int looks = 1; mayKeepItsTime(status); ++looks) {
+    if (looks == kMostLooks) {
+      throwNotReadable(path, "it is being written; try again when it is complete");
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
     status = statusOf(path);
   }

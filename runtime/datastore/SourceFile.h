@@ -17,9 +17,11 @@ struct SourceFile {
 
   /// Notes size and time of the file at `path`, once any later write is sure to have another time.
   ///
-  /// Errors: DataError "KALVEX:datastore:FileNotFound", "KALVEX:datastore:FileNotReadable".
-  /// Cost:   waits for the next tick of the file system's clock (up to 10 ms) if the file was
-  ///         written in this one.
+  /// Errors: DataError "KALVEX:datastore:FileNotFound"; "KALVEX:datastore:FileNotReadable", also
+  ///         when the file was being written at each of a hundred looks.
+  /// Cost:   waits for the next tick of the file system's clock (up to 10 ms, or 50 ms if that
+  ///         clock is ahead of this machine's) if the file was written in this one; 100 ms and more
+  ///         before it fails for a file that is being written.
   static SourceFile look(const std::string& path);
 
   /// True if `status` has the size and time that were noted.

@@ -29,6 +29,8 @@ bool areEqual(const timespec& a, const timespec& b) {
 }
 
 /// The time of change (ctime) can't be set, so it also differs where a writer restores the other.
+/// It also differs after a change of rights or links, which nothing distinguishes from such a
+/// write.
 bool isSameVersion(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
          areEqual(a.st_mtim, b.st_mtim) && areEqual(a.st_ctim, b.st_ctim);
@@ -118,8 +120,10 @@ void SourceInput::throwIfReplaced() const {
 void SourceInput::throwChangedMeanwhile() const {
   throw DataError(
       "KALVEX:datastore:SourceChanged", {file_.path},
-      fmt::format("The file '{}' changed while it was read; read it again when it is complete.",
-                  file_.path));
+      fmt::format(
+          "The file '{}' changed while it was read (its contents, rights or links); read it "
+          "again when nothing changes it.",
+          file_.path));
 }
 
 }  // namespace kv::runtime

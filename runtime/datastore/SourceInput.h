@@ -13,7 +13,8 @@ namespace kv::runtime {
 ///
 /// All that `read` gives was in the file while size and time, the inode and the time of its last
 /// change were what they were when it was opened. At the end of the file its path must still lead
-/// to it, so that a file that was replaced is noticed, too.
+/// to it, so that a file that was replaced is noticed, too. A change of its rights or its links
+/// also counts: it can't be told from a write that restored size and time.
 ///
 /// Threads: belongs to one thread at a time.
 class SourceInput {

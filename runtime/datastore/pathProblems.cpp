@@ -17,11 +17,6 @@ namespace fs = std::filesystem;
 
 std::string reasonOf(int error) { return std::generic_category().message(error); }
 
-[[noreturn]] void throwNotReadable(const std::string& path, const std::string& reason) {
-  throw DataError("KALVEX:datastore:FileNotReadable", {path, reason},
-                  fmt::format("'{}' can't be read: {}.", path, reason));
-}
-
 /// What is wrong with a link, if it can't be followed.
 std::optional<std::string> problemOfLink(const fs::path& link) {
   std::error_code failure;
@@ -64,6 +59,11 @@ std::optional<std::string> problemOnTheWay(const std::string& path) {
 }
 
 }  // namespace
+
+void throwNotReadable(const std::string& path, const std::string& reason) {
+  throw DataError("KALVEX:datastore:FileNotReadable", {path, reason},
+                  fmt::format("'{}' can't be read: {}.", path, reason));
+}
 
 void throwUnreachable(const std::string& path, int error) {
   const bool isOnTheWay = error == ENOENT || error == EACCES || error == ELOOP || error == ENOTDIR;

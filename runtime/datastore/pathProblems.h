@@ -6,6 +6,9 @@ struct stat;
 
 namespace kv::runtime {
 
+/// Errors: always DataError "KALVEX:datastore:FileNotReadable" with path and reason.
+[[noreturn]] void throwNotReadable(const std::string& path, const std::string& reason);
+
 /// Says why the file or folder at `path` can't be used, after a system call on it failed with
 /// `error`, a value of errno.
 ///

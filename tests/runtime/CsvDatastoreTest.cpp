@@ -11,7 +11,9 @@
 #include <functional>
 #include <limits>
 #include <set>
+#include <stop_token>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -307,6 +309,7 @@ TEST_F(CsvDatastore, noticesAFileThatChangesWhileItIsRead) {
          fs::last_write_time(path, fs::last_write_time(folder_.path("old/table.csv")));
        }},
       {"is removed", [&] { fs::remove(path); }},
+      {"gets other rights", [&] { fs::permissions(path, fs::perms::owner_all); }},
   };
   const CancellationToken never;
   for (const auto& [what, change] : changes) {
@@ -321,7 +324,9 @@ TEST_F(CsvDatastore, noticesAFileThatChangesWhileItIsRead) {
       }
     });
     EXPECT_EQ(error.id(), "KALVEX:datastore:SourceChanged") << what;
-    EXPECT_THAT(error.what(), HasSubstr("changed while it was read")) << what;
+    EXPECT_THAT(error.what(),
+                HasSubstr("changed while it was read (its contents, rights or links)"))
+        << what;
   }
   const SourceFile file = SourceFile::look(folder_.write("late.csv", "x\n"));
   timespec now{};
@@ -330,6 +335,21 @@ TEST_F(CsvDatastore, noticesAFileThatChangesWhileItIsRead) {
   EXPECT_LT(written.time_since_epoch(),
             std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec))
       << "a write in the same tick of the clock would go unnoticed";
+}
+
+TEST_F(CsvDatastore, refusesAFileThatIsWrittenAllTheTime) {
+  const std::string path = folder_.write("busy.csv", "x\n");
+  const std::jthread writer([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
+      const auto now = std::chrono::file_clock::now();
+      std::filesystem::last_write_time(path, now + std::chrono::milliseconds(40));
+    }
+  });
+  const DataError error = dataErrorOf([&] {
+    for (int look = 0; look < 100; ++look) SourceFile::look(path);  // the writer may be held up
+  });
+  EXPECT_EQ(error.id(), "KALVEX:datastore:FileNotReadable");
+  EXPECT_THAT(error.what(), HasSubstr("it is being written"));
 }
 
 TEST_F(CsvDatastore, refusesFilesThatChangedSinceTheyWereOpened) {
