@@ -138,7 +138,7 @@ class Object:
         """True if it is of that class or of one derived from it."""
 
     def delete(self) -> None:
-        """Deletes the object at once, whoever else holds it."""
+        """Deletes the object at once, even if something else holds it."""
 
     def super_init(self, superclass: str, *args: Any) -> None:
         """In a constructor: runs the constructor of a direct superclass."""

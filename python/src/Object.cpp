@@ -126,7 +126,7 @@ void bindObject(nb::module_& module) {
            "Calls a method, the object being its first input. Outputs as of `Session.call`.")
       .def("is_a", isOfClass, "class_name"_a,
            "True if it is of that class or of one derived from it.")
-      .def("delete", deleteObject, "Deletes the object at once, whoever else holds it.")
+      .def("delete", deleteObject, "Deletes the object at once, even if something else holds it.")
       .def("super_init", superInit, "superclass"_a, "args"_a,
            nb::sig("def super_init(self, superclass: str, *args: typing.Any) -> None"),
            "In a constructor: runs the constructor of a direct superclass.")

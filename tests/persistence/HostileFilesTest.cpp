@@ -272,9 +272,9 @@ const Refused kValues[] = {
          f.full(kxDOUBLE_CLASS, {1, 4}, std::string(32, '\0'));
          f.root(f.value({kxDOUBLE_CLASS, 0, 2, 0, 0}));
        }}}},
-    {"VALS", "values stand in values too deep", {{"100,000 deep", nested(100'000, 1)}}},
+    {"VALS", "values are nested too deep", {{"100,000 deep", nested(100'000, 1)}}},
     {"VALS",
-     "values stand in values too often",
+     "values are nested too often",
      {{"a cell of two cells of two cells, 30 deep", nested(30, 2)},
       {"structures without fields", full(kxSTRUCT_CLASS, {1ULL << 50, 1}, packed(0u))},
       {"rows of no characters", full(kxCHAR_CLASS, {1ULL << 50, 0})},
@@ -307,7 +307,7 @@ const Refused kObjects[] = {
          f.root(kNoObject);
        }}}},
     {"OBJS",
-     "an object of class user.Thing stands among those of class user.SpecialThing",
+     "an object of class user.Thing is among those of class user.SpecialThing",
      {{"in an array", [](F f) { f.root(f.objects("user.SpecialThing", {thing(f)})); }}}},
     {"OBJS",
      "the object's record isn't a structure",

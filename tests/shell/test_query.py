@@ -144,6 +144,14 @@ def test_what_stands_behind_two_dashes_is_no_option(run: Run) -> None:
     assert "not expected: -x\n" in run("describe", "--", CLOSURE, "-x").stderr
 
 
+def test_advice_can_be_copied(run: Run) -> None:
+    (run.folder / "long.csv").write_text(f"{'n' * 81},{'m' * 80}\na,b\n")
+    assert f"--type '{'m' * 80}=double'" in run.refusal("long.csv", f"mean({'m' * 80})")
+    assert '--type with its name and "=double".' in run.refusal("long.csv", f"mean({'n' * 81})")
+    assert "after all options: -- '-mean(x)'" in run("query", "small.csv", "-mean(x)").stderr
+    assert 'See "kvbig query --help".' in run("query", "--nonsense").stderr
+
+
 def test_another_separator_is_told(run: Run) -> None:
     (run.folder / "semicolons.csv").write_text("x;y\n1;2\n")
     assert 'this file seems to part them by ";"' in run.refusal("semicolons.csv", "sum(x)")

@@ -29,7 +29,6 @@ constexpr std::string_view kRequest[] = {
 constexpr std::string_view kField[] = {"KALVEX:datastore:BadField", "KALVEX:datastore:MissingField",
                                        "KALVEX:datastore:NumberTooLarge"};
 constexpr std::size_t kFieldArguments = 7;
-constexpr std::size_t kLongestAdvised = 80;  // bytes of a column's name
 
 /// Errors that lie in a file of saved arrays.
 constexpr std::string_view kSaved[] = {

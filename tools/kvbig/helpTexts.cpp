@@ -28,15 +28,15 @@ constexpr std::string_view kExamples = R"(Examples:
 )";
 
 constexpr std::string_view kFormulas = R"(Expressions:
-  x  `odd name`       columns; odd names stand in backquotes
+  x  `odd name`       columns; write odd names in backquotes
   60  1.5e3  "JFK"    numbers; texts in " or ', with \" \' \\ \n \r \t
   true  false         logicals
   x * 2  x * 2.0      of integers: 2 takes the type of x, 2.0 makes it double
   name = mean(x)      names the result
-  |   &   !   == != < <= > >=   + -   * / %   - in front   ^
+  |   &   !   == != < <= > >=   + -   * / %   unary -   ^
                       operators, those that bind least first
   Missing values are skipped by aggregates, and a comparison with one is false.
-  An expression that starts with - goes behind a word of two dashes: -- '-mean(x)'
+  Put -- before an expression that starts with -, after all options: -- '-mean(x)'
 )";
 
 constexpr std::string_view kTypes = R"(Types of columns:

@@ -153,13 +153,13 @@ void refuseUnknownCommand(const CLI::App& app, std::span<char*> words) {
   if (std::ranges::any_of(words, looksLikeExpression)) {
     throw kv::shell::UsageError(
         "an expression that starts with \"-\" is taken for an option\n"
-        "Put a word of two dashes in front of it, behind all options: -- '-mean(x)'");
+        "Put `--` before it, after all options: -- '-mean(x)'");
   }
   std::string command = "kvbig";
   for (const CLI::App* given : app.get_subcommands()) command += ' ' + given->get_name();
   std::string sentence = error.what();
   std::erase(sentence, kMark);
-  throw kv::shell::UsageError(fmt::format("{}\n\"{} --help\" tells more.", sentence, command));
+  throw kv::shell::UsageError(fmt::format("{}\nSee \"{} --help\".", sentence, command));
 }
 
 kv::shell::ExitCode run(int argc, char** argv) {

@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::string_view kHint =
     "Nothing was evaluated. With --trust the arrays are evaluated, and the files above read:\n"
-    "say it for arrays whose origin you know.\n";
+    "use it only for arrays whose origin you know.\n";
 
 /// Types stand below each other as far as names aren't longer than that: each is as wide as the
 /// widest.

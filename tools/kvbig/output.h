@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,6 +29,9 @@ std::size_t displayWidth(std::string_view text);
 
 /// `text` and blanks up to `width`.
 std::string padded(std::string_view text, std::size_t width);
+
+/// The longest name of a column, in bytes, that advice repeats.
+inline constexpr std::size_t kLongestAdvised = 80;
 
 /// The option that gives a column its type, as it is typed in a shell: `--type 'x=int64'`.
 std::string typeOption(std::string_view column, std::string_view type);

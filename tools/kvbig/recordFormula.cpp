@@ -122,9 +122,11 @@ class Recorder {
 
   static std::string adviceOnColumn(const std::string& column, std::string_view held,
                                     std::string_view meant, std::string_view type) {
+    const std::string advice = column.size() <= kLongestAdvised
+                                   ? typeOption(column, type)
+                                   : fmt::format("--type with its name and \"={}\"", type);
     return fmt::format("{} is a column of {}. If {} are meant: {}.\n",
-                       shortened(columnAsWritten(column)), held, meant,
-                       typeOption(shortened(column), type));
+                       shortened(columnAsWritten(column)), held, meant, advice);
   }
 
   /// Comparisons do, and choices between values.

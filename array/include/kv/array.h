@@ -157,7 +157,7 @@ struct NamedArray {
   Array array;
 };
 
-/// Whether whoever opens a file vouches for what its arrays would do.
+/// Whether the person who opens a file vouches for what its arrays would do.
 enum class Trust : std::uint8_t {
   No,   ///< they may be looked at, explained, used in new arrays and saved again
   Yes,  ///< they may be evaluated: the files that they name are read, functions are called
@@ -235,7 +235,7 @@ class Session {
 
   /// Opens arrays that were saved, and no source of theirs: one that is gone, or has changed since,
   /// is refused by name when the arrays are gathered ("KALVEX:datastore:SourceGone",
-  /// "KALVEX:datastore:SourceChanged"). Nothing in the file is run, whoever wrote it.
+  /// "KALVEX:datastore:SourceChanged"). Opening never runs anything in the file.
   ///
   /// An array that another release saved comes with a warning, and can't be gathered
   /// ("KALVEX:bigdata:array:InvalidTallVersion" with that release). A function that was given to

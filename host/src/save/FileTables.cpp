@@ -237,8 +237,8 @@ void FileTables::checkElements(std::size_t index, std::vector<Nesting>& nestings
       }
     }
   });
-  require(nesting.depth < kMaxNesting, "values stand in values too deep");
-  require(nesting.spread <= mostSpread, "values stand in values too often");
+  require(nesting.depth < kMaxNesting, "values are nested too deep");
+  require(nesting.spread <= mostSpread, "values are nested too often");
   ++nesting.depth;
 }
 

@@ -152,7 +152,7 @@ Value GraphReader::makeContainer(const SavedValue& value, std::uint32_t index) {
         Object& object = objectOf(at.index());
         if (!classOf(object).isA(interned(className))) {
           refuseObject(at.index(), "an object of class " + std::string(classOf(object).getName()) +
-                                       " stands among those of class " + className);
+                                       " is among those of class " + className);
         }
         kcos::omSetArrayElement(array.get(), i, &object);
       }

@@ -177,7 +177,7 @@ void GraphWriter::begin(const kxArray* value) {
   if (stack_.size() >= kMaxNesting) {
     raise("KALVEX:save:NotSaveable",
           {kxGetClassName(value),
-           "values stand in values more than " + std::to_string(kMaxNesting) + " deep"});
+           "values are nested more than " + std::to_string(kMaxNesting) + " deep"});
   }
 }
 

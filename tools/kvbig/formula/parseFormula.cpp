@@ -249,7 +249,7 @@ class Parser {
 
   [[noreturn]] void failAtLeftover() const {
     if (current().isSymbol("=")) {
-      fail(current().place, "\"=\" names a result and stands behind the formula's first word only",
+      fail(current().place, "\"=\" names a result and may only follow the formula's first word",
            "Write == to compare.");
     }
     if (current().isSymbol(")")) fail(current().place, "this \")\" closes nothing");

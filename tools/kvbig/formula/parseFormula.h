@@ -15,7 +15,7 @@ inline constexpr int kDeepestNesting = 500;
 ///
 /// Operators, those that bind least first; all but `^` group from the left, comparisons not at all:
 ///
-///     |    &    !    == != < <= > >=    + -    * / %    - (in front)    ^
+///     |    &    !    == != < <= > >=    + -    * / %    - (unary)    ^
 ///
 /// Functions and columns aren't looked up here.
 /// Errors: FormulaError with the place, also for nesting deeper than `kDeepestNesting`.

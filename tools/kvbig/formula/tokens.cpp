@@ -93,7 +93,7 @@ class Tokenizer {
       while (at_ < formula_.size() && continuesName(formula_[at_])) ++at_;
       fail({begin, at_},
            fmt::format("\"{}\" is neither a number nor a name", shortened(since(begin))),
-           "A column's name that starts with a digit stands in backquotes.");
+           "A column's name that starts with a digit must be written in backquotes.");
     }
     if (status == std::errc::result_out_of_range) {
       fail({begin, at_}, "the number is beyond what a double can hold");
