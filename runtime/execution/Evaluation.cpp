@@ -53,9 +53,7 @@ WholeValue joinKept(const OpSpec& spec, std::size_t sink, std::vector<UnitResult
   for (UnitResult& result : results) {
     partitions.push_back(std::move(result.sinks[sink].chunks));
   }
-  WholeValue joined = joinRows(partitions, cut);
-  joined.places->origin = describe(spec);
-  return joined;
+  return joinRows(partitions, cut, describe(spec));
 }
 
 void complete(const Value& promise, const WholeValue& whole) {

@@ -1,6 +1,8 @@
 #include "execution/Plan.h"
 
 #include <algorithm>
+#include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <unordered_map>
@@ -52,9 +54,41 @@ std::size_t outputOf(const PlanTask& task, const kxArray* number) {
   return output - 1;
 }
 
+/// Reads the places of values. Many inputs may share the metadata of one value, which is as long as
+/// the chunks of its source are many: it is read once.
+class PlacesReader {
+ public:
+  /// Null for metadata that isn't the places of the value's rows.
+  std::shared_ptr<const RowPlaces> read(const kxArray* metadata, const kxArray* value) {
+    const bool isStruct = kxGetClassID(metadata) == kxSTRUCT_CLASS && !kxIsEmpty(metadata);
+    const kxArray* field = isStruct ? kxGetField(metadata, 0, "PartitionRows") : nullptr;
+    const std::optional<std::size_t> rows = rowsOf(value);
+    if (field == nullptr || !rows) {
+      return nullptr;
+    }
+    Known& known = known_[field];
+    if (known.rows != *rows || !kxIsSameValue(known.metadata.get(), metadata)) {
+      auto places = RowPlaces::fromMetadata(metadata, *rows);
+      known = {matrix::sharedCopy(metadata), *rows,
+               places ? std::make_shared<const RowPlaces>(*std::move(places)) : nullptr};
+    }
+    return known.places;
+  }
+
+ private:
+  struct Known {
+    host::Value metadata;  ///< a copy, so that no other metadata gets the address of its field
+    std::size_t rows = 0;
+    std::shared_ptr<const RowPlaces> places;
+  };
+
+  std::unordered_map<const kxArray*, Known> known_;  ///< by field: copies share one
+};
+
 /// One entry of a task's dependencies: {task, output from 1} or {value, metadata, whether it is a
 /// constant}. Users' own tasks bring it, too.
-PlanInput readInput(const kxArray* entry, const Plan& before, const ObjectIndex& indexOf) {
+PlanInput readInput(const kxArray* entry, const Plan& before, const ObjectIndex& indexOf,
+                    PlacesReader& places) {
   PlanInput input;
   const std::size_t parts = numCells(entry);
   if (parts == 2) {
@@ -66,7 +100,7 @@ PlanInput readInput(const kxArray* entry, const Plan& before, const ObjectIndex&
     input.output = outputOf(before.task(input.task), kxGetCell(entry, 1));
   } else if (parts == 3) {
     input.value = matrix::sharedCopy(kxGetCell(entry, 0));
-    input.places = RowPlaces::fromMetadata(kxGetCell(entry, 1), rowsOf(input.value.get()));
+    input.places = places.read(kxGetCell(entry, 1), input.value.get());
   } else {
     refuseDependencies(entry);
   }
@@ -135,7 +169,7 @@ host::Value readFactory(const kxArray* task, const RecordedStacks& stacks) {
 }
 
 PlanTask readTask(const host::Value& object, const Plan& before, const ObjectIndex& indexOf,
-                  const RecordedStacks& stacks) {
+                  const RecordedStacks& stacks, PlacesReader& places) {
   PlanTask task;
   task.id = host::toText(host::getProperty(object.get(), "Id").get());
   task.factory = readFactory(object.get(), stacks);
@@ -146,7 +180,7 @@ PlanTask readTask(const host::Value& object, const Plan& before, const ObjectInd
     refuseDependencies(dependencies.get());
   }
   for (std::size_t i = 0; i < count; ++i) {
-    task.inputs.push_back(readInput(kxGetCell(dependencies.get(), i), before, indexOf));
+    task.inputs.push_back(readInput(kxGetCell(dependencies.get(), i), before, indexOf, places));
   }
   if (count != task.spec->numInputs) {
     host::raise("KALVEX:array:OperationArity",
@@ -293,6 +327,7 @@ Plan makePlan(const kxArray* taskGraph, const kxArray* asked, const kxArray* oth
   Plan plan;
   PlanBuilder builder(plan);
   ObjectIndex indexOf;
+  PlacesReader places;
   const host::Value tasks = host::getProperty(taskGraph, "Tasks");
   const ClosureTasks entries(taskGraph);
   const RecordedStacks stacks(entries);
@@ -300,7 +335,7 @@ Plan makePlan(const kxArray* taskGraph, const kxArray* asked, const kxArray* oth
     const host::Value object = elementOf(tasks.get(), i);
     catchingFailures(
         [&] {
-          PlanTask task = readTask(object, plan, indexOf, stacks);
+          PlanTask task = readTask(object, plan, indexOf, stacks, places);
           placeTask(task, plan);
           indexOf.emplace(objectOf(object.get()), builder.add(std::move(task)));
         },
@@ -316,7 +351,8 @@ Plan makePlan(const kxArray* taskGraph, const kxArray* asked, const kxArray* oth
 
 Plan makePlan(const host::Value& task) {
   Plan plan;
-  plan.tasks.push_back(readTask(task, plan, {}, RecordedStacks()));
+  PlacesReader places;
+  plan.tasks.push_back(readTask(task, plan, {}, RecordedStacks(), places));
   placeTask(plan.tasks.back(), plan);
   for (std::size_t output = 0; output < plan.task(0).spec->numOutputs; ++output) {
     plan.results.push_back({0, output, nullptr});

@@ -17,7 +17,7 @@ struct PlanInput {
   int task = -1;  ///< index in the plan; -1 for a value
   std::size_t output = 0;
   host::Value value{};
-  std::optional<RowPlaces> places{};  ///< of a value whose rows are those of a source
+  std::shared_ptr<const RowPlaces> places{};  ///< of a value whose rows are those of a source
 };
 
 /// An execution task, with what the plan has found out about it.
@@ -59,7 +59,7 @@ struct Plan {
 
   /// True if an input's rows flow in chunks.
   bool flows(const PlanInput& input) const {
-    return input.task >= 0 ? task(input.task).isPartitioned : input.places.has_value();
+    return input.task >= 0 ? task(input.task).isPartitioned : input.places != nullptr;
   }
 };
 
@@ -74,8 +74,8 @@ Plan makePlan(const kxArray* taskGraph, const kxArray* asked, const kxArray* oth
 /// results, without promises.
 Plan makePlan(const host::Value& task);
 
-/// The plan as text: a line for each step, pass by pass. Steps that depend on a condition that
-/// isn't known yet say so.
+/// The plan as text: a line for each step, pass by pass; of the steps that a pass repeats, where
+/// they are many, only how many. Steps that depend on a condition that isn't known yet say so.
 std::string describePlan(const Plan& plan);
 
 }  // namespace kv::runtime

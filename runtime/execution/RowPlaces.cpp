@@ -157,7 +157,8 @@ std::optional<RowPlaces> RowPlaces::fromMetadata(const kxArray* metadata, std::s
     return std::nullopt;
   }
   const auto firstRow = int64sOf(kxGetField(metadata, 0, "PartitionRows"));
-  if (!ascendTo(firstRow, rows)) {
+  const bool hasPartitions = firstRow.size() >= 2;
+  if (!hasPartitions || !ascendTo(firstRow, rows)) {
     return std::nullopt;
   }
   std::optional<RowCut> cut = cutIn(metadata, firstRow.size() - 1);

@@ -18,6 +18,7 @@ struct RowCut {
   std::vector<std::int64_t> chunkRows{};    ///< of each chunk, partition by partition
 
   void addPartition(const std::vector<std::int64_t>& rows);
+  bool operator==(const RowCut&) const = default;
   std::int64_t numPartitions() const { return static_cast<std::int64_t>(firstChunk.size()) - 1; }
 };
 
@@ -46,6 +47,7 @@ struct RowPlaces {
 
   /// The rows of `whole`, all of whose rows are in these places, that belong to ordinals
   /// [first, last) of a partition.
+  /// Requires: 0 <= partition < cut->numPartitions().
   Chunk take(const Chunk& whole, std::int64_t partition, std::int64_t first,
              std::int64_t last) const;
 };

@@ -13,7 +13,7 @@ Schedule::Schedule(const Plan& plan)
       ownSource_(plan.tasks.size(), -1) {
   std::map<std::string, int> numbers;
   const auto numberOf = [&](const std::string& fingerprint) {
-    return numbers.emplace(fingerprint, static_cast<int>(numbers.size())).first->second;
+    return numbers.try_emplace(fingerprint, static_cast<int>(numbers.size())).first->second;
   };
   for (int task = 0; task < numTasks(); ++task) {
     if (const auto& source = plan.task(task).spec->source) {

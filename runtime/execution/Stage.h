@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -82,10 +81,10 @@ class Stage {
 
 /// A value that is there before a pass, as a stage uses it.
 struct StageInput {
-  Column column;                      ///< of a value that isn't known to be rows
-  std::optional<RowPlaces> places{};  ///< of a value whose rows are those of a source
-  Chunk rows{};                       ///< such a value, a column or a table
-  std::string origin{};               ///< what made it, for messages
+  Column column;                              ///< of a value that isn't known to be rows
+  std::shared_ptr<const RowPlaces> places{};  ///< of a value whose rows are those of a source
+  Chunk rows{};                               ///< such a value, a column or a table
+  std::string origin{};                       ///< what made it, for messages
   bool isOpaque = false;  ///< goes to users' functions as it is; `column` has no meaning
 };
 

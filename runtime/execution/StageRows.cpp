@@ -1,5 +1,6 @@
 #include "execution/StageRows.h"
 
+#include <map>
 #include <optional>
 #include <utility>
 
@@ -45,6 +46,21 @@ StageRows::StageRows(const Stage& stage, std::span<const StageInput> inputs) : s
     }
   }
   source_ = cut_ != nullptr ? cut_->source : stage.source().fingerprint();
+  std::map<const RowCut*, bool> isKnown;  // many inputs may share a long cut
+  for (const StageInput& input : inputs) {
+    const RowCut* cut = input.places ? input.places->cut.get() : nullptr;
+    const auto [known, isNew] = isKnown.try_emplace(cut, false);
+    if (isNew && cut != nullptr) {
+      known->second = hasPlaces(*cut);
+    }
+    isPlaced_.push_back(known->second);
+  }
+}
+
+/// The name of the source isn't enough: anyone may set the places of a value.
+bool StageRows::hasPlaces(const RowCut& cut) const {
+  return cut_ != nullptr ? cut == *cut_
+                         : cut.source == source_ && cut.numPartitions() == numPartitions();
 }
 
 std::int64_t StageRows::numPartitions() const {

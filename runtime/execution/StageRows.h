@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "execution/Stage.h"
 #include "kv/runtime/Cancellation.h"
@@ -23,14 +25,20 @@ class StageRows {
   const std::string& source() const { return source_; }  ///< its fingerprint
   std::int64_t numPartitions() const;
 
+  /// True if the rows of input `number` are in places of these rows.
+  bool areRowsOf(std::size_t number) const { return isPlaced_[number]; }
+
   /// A reader of the columns that the stage asks for; of rows in memory, chunks without columns.
   std::unique_ptr<ChunkReader> openPartition(std::int64_t partition,
                                              const CancellationToken& cancellation) const;
 
  private:
+  bool hasPlaces(const RowCut& cut) const;
+
   const Stage& stage_;
   std::shared_ptr<const RowCut> cut_;  ///< of rows in memory; null where the stage reads a source
   std::string source_;
+  std::vector<bool> isPlaced_;  ///< of each input
 };
 
 }  // namespace kv::runtime

@@ -101,7 +101,7 @@ class BuilderGraphMaker {
     const WholeValue whole = inputValue(input, values_);
     if (whole.places) {
       Chunk rows = toChunk(whole.value.get());
-      if (whole.places->isUntyped) {
+      if (whole.places->isUntyped && rows.names == nullptr) {
         rows.columns = {emptyColumn(ElementType::Unknown)};
       }
       inputs_.push_back(

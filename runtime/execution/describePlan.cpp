@@ -2,7 +2,6 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -13,6 +12,7 @@
 #include "execution/Schedule.h"
 #include "execution/Stage.h"
 #include "execution/chunkSteps.h"
+#include "execution/planSteps.h"
 #include "values/columnValues.h"
 
 namespace kv::runtime {
@@ -22,6 +22,9 @@ namespace {
 /// share one text, and each row is as wide as the widest.
 constexpr std::size_t kShortText = 40;
 constexpr std::size_t kLinedUp = 120;
+
+/// A pass lists up to as many steps that passes before have listed.
+constexpr std::size_t kListedAgain = 3;
 
 bool isShortText(const kxArray* value) {
   const auto text = Torvane::String::isString(value) && kxIsScalar(value)
@@ -111,6 +114,9 @@ class Conditions {
 
   /// The innermost branch that two are both in.
   int common(int a, int b) const {
+    if (a < 0 || b < 0) {
+      return kAlways;
+    }
     const auto depth = [this](int i) {
       return i < 0 ? -1 : branches_[static_cast<std::size_t>(i)].depth;
     };
@@ -203,8 +209,15 @@ class PlanText {
       }
     }
     const std::vector<int> upstream = schedule_.upstreamOf(sinks);
-    const std::vector<ColumnNeeds> needs = columnNeeds(stepsOf(upstream, kept));
+    const std::vector<ColumnNeeds> needs = needsOf(upstream, kept);
+    const std::set<int> leftOut = repeatedSteps(upstream, kept);
     for (std::size_t i = 0; i < upstream.size(); ++i) {
+      if (leftOut.contains(upstream[i])) {
+        if (upstream[i] == *leftOut.begin()) {
+          writeHeading(fmt::format("  and {} steps from above again", leftOut.size()));
+        }
+        continue;
+      }
       const OpSpec& spec = *plan_.task(upstream[i]).spec;
       std::string note;
       if (spec.kind == OpKind::Read) {
@@ -218,27 +231,29 @@ class PlanText {
     }
   }
 
-  /// The tasks of a pass as steps, for the question which columns they ask for.
-  std::vector<StageStep> stepsOf(const std::vector<int>& tasks, const std::set<int>& kept) const {
-    std::map<int, std::size_t> stepOf;
-    std::vector<StageStep> steps;
-    const auto pass = std::make_shared<OpSpec>(OpSpec{.kind = OpKind::Pass});
+  /// The steps between reading and results that a pass repeats, if they are more than a few: each
+  /// pass over a long chain of operations runs the steps of all passes before.
+  std::set<int> repeatedSteps(const std::vector<int>& tasks, const std::set<int>& kept) const {
+    std::set<int> repeated;
     for (const int task : tasks) {
-      const bool isChoice = plan_.task(task).spec->kind == OpKind::Choose;
-      StageStep step{isChoice ? pass : plan_.task(task).spec, {}};
-      for (const PlanInput* input : schedule_.inputsOf(task)) {
-        if (const auto found = stepOf.find(input->task); found != stepOf.end()) {
-          step.inputs.push_back(found->second);
-        }
+      const OpKind kind = plan_.task(task).spec->kind;
+      const bool isEnd = kind == OpKind::Read || kind == OpKind::Aggregate || kept.contains(task);
+      if (!isEnd && lines_[static_cast<std::size_t>(task)] > 0) {
+        repeated.insert(task);
       }
-      stepOf.emplace(task, steps.size());
-      steps.push_back(std::move(step));
     }
+    return repeated.size() > kListedAgain ? repeated : std::set<int>{};
+  }
+
+  /// What the tasks of a pass are asked for.
+  std::vector<ColumnNeeds> needsOf(const std::vector<int>& tasks, const std::set<int>& kept) const {
+    std::vector<StageStep> steps = stepsOf(plan_, tasks, schedule_);
     const auto collect = std::make_shared<OpSpec>(OpSpec{.kind = OpKind::Collect});
     for (const int task : kept) {
-      steps.push_back({collect, {stepOf.at(task)}});
+      const auto step = std::ranges::lower_bound(tasks, task) - tasks.begin();
+      steps.push_back({collect, {static_cast<std::size_t>(step)}});
     }
-    return steps;
+    return columnNeeds(steps);
   }
 
   static std::string readNote(const OpSpec& read, const ColumnNeeds& needs) {

@@ -3,30 +3,18 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <numeric>
 #include <string>
 #include <vector>
 
+#include "execution/Schedule.h"
 #include "execution/Stage.h"
+#include "execution/planSteps.h"
 #include "kv/runtime/DataError.h"
 #include "kv/runtime/shownText.h"
 
 namespace kv::runtime {
 namespace {
-
-/// All tasks of a plan as steps, whatever pass they belong to.
-std::vector<StageStep> stepsOf(const Plan& plan) {
-  std::vector<StageStep> steps;
-  for (const PlanTask& task : plan.tasks) {
-    StageStep step{task.spec, {}};
-    for (const PlanInput& input : task.inputs) {
-      if (input.task >= 0) {
-        step.inputs.push_back(static_cast<std::size_t>(input.task));
-      }
-    }
-    steps.push_back(std::move(step));
-  }
-  return steps;
-}
 
 void throwIfMissing(const Datastore& source, const std::string& name) {
   const Schema& schema = source.schema();
@@ -46,7 +34,9 @@ void throwIfMissing(const Datastore& source, const std::string& name) {
 }  // namespace
 
 void throwIfColumnsAreMissing(const Plan& plan) {
-  const std::vector<StageStep> steps = stepsOf(plan);
+  std::vector<int> tasks(plan.tasks.size());
+  std::iota(tasks.begin(), tasks.end(), 0);
+  const std::vector<StageStep> steps = stepsOf(plan, tasks, Schedule(plan));
   const std::vector<ColumnNeeds> needs = columnNeeds(steps);
   for (std::size_t i = 0; i < steps.size(); ++i) {
     if (steps[i].spec->source != nullptr) {

@@ -29,12 +29,13 @@ struct Slot {
 /// One run of a unit: its slots and sinks.
 class UnitRun {
  public:
-  UnitRun(const Stage& stage, const std::string& source, std::int64_t partition,
+  UnitRun(const Stage& stage, const StageRows& rows, std::int64_t partition,
           std::span<const StageInput> inputs, UserFunctions& functions)
-      : stage_(stage), inputs_(inputs), functions_(functions), slots_(stage.steps().size()) {
-    for (const StageInput& input : inputs) {
-      isPlaced_.push_back(input.places && input.places->cut->source == source);
-    }
+      : stage_(stage),
+        rows_(rows),
+        inputs_(inputs),
+        functions_(functions),
+        slots_(stage.steps().size()) {
     result_.partition = partition;
     result_.sinks.resize(stage.outputs().size());
     for (const std::size_t output : stage.outputs()) {
@@ -130,7 +131,7 @@ class UnitRun {
 
   void bindInput(Slot& slot, std::size_t number, const Chunk& source) const {
     const StageInput& input = inputs_[number];
-    if (!isPlaced_[number]) {
+    if (!rows_.areRowsOf(number)) {
       slot.whole = &input;
       return;
     }
@@ -330,8 +331,8 @@ class UnitRun {
   }
 
   const Stage& stage_;
+  const StageRows& rows_;
   std::span<const StageInput> inputs_;
-  std::vector<bool> isPlaced_;  ///< of each input: its rows are those of the stage
   UserFunctions& functions_;
   std::vector<Slot> slots_;
   std::vector<std::unique_ptr<AggregateState>> states_;
@@ -362,7 +363,7 @@ UnitResult runUnit(const Stage& stage, const StageRows& rows, std::string_view u
                    std::span<const StageInput> inputs, UserFunctions& functions,
                    const CancellationToken& cancellation) {
   const Unit unit = Unit::fromBytes(unitBytes);
-  UnitRun run(stage, rows.source(), unit.partition, inputs, functions);
+  UnitRun run(stage, rows, unit.partition, inputs, functions);
   catchingFailures(
       [&] {
         const std::unique_ptr<ChunkReader> reader =

@@ -25,6 +25,16 @@ Column joinColumn(const std::vector<std::vector<Chunk>>& partitions, std::size_t
   return concatenate(parts);
 }
 
+/// The rows of what `toColumn` makes of a value; none if it refuses the value.
+std::optional<std::size_t> rowsOfColumn(const kxArray* value) {
+  const Value held = withoutBroadcast(value);
+  if (!isColumn(held.get())) {
+    return std::nullopt;
+  }
+  const bool isOneText = kxGetClassID(held.get()) == kxCHAR_CLASS;
+  return isOneText ? 1 : kxGetNumberOfElements(held.get());
+}
+
 const Chunk* firstChunk(const std::vector<std::vector<Chunk>>& partitions) {
   for (const std::vector<Chunk>& chunks : partitions) {
     if (!chunks.empty()) {
@@ -37,7 +47,7 @@ const Chunk* firstChunk(const std::vector<std::vector<Chunk>>& partitions) {
 }  // namespace
 
 WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
-                    std::shared_ptr<const RowCut> cut) {
+                    std::shared_ptr<const RowCut> cut, std::string origin) {
   Chunk whole;
   if (const Chunk* first = firstChunk(partitions)) {
     whole.names = first->names;
@@ -48,14 +58,24 @@ WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
   RowPlaces places = RowPlaces::ofPartitions(partitions, std::move(cut));
   places.isUntyped = std::ranges::any_of(
       whole.columns, [](const Column& column) { return column.type() == ElementType::Unknown; });
-  return {toValue(whole), std::move(places)};
+  places.origin = std::move(origin);
+  return {toValue(whole), std::make_shared<const RowPlaces>(std::move(places))};
 }
 
-std::size_t rowsOf(const kxArray* value) {
-  if (kxIsA(value, "table")) {
-    return static_cast<std::size_t>(host::toDouble(host::getProperty(value, "Height").get()));
+std::optional<std::size_t> rowsOf(const kxArray* value) {
+  if (!kxIsA(value, "table")) {
+    return rowsOfColumn(value);
   }
-  return kxGetM(value);
+  const Value columns = host::getProperty(value, "Columns");
+  std::optional<std::size_t> rows = 0;
+  for (std::size_t i = 0; i < kxGetNumberOfElements(columns.get()); ++i) {
+    const std::optional<std::size_t> ofColumn = rowsOfColumn(kxGetCell(columns.get(), i));
+    if (i > 0 && ofColumn != rows) {
+      return std::nullopt;
+    }
+    rows = ofColumn;
+  }
+  return rows;
 }
 
 Chunk toChunk(const kxArray* value) {

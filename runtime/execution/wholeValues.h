@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "execution/Plan.h"
@@ -15,18 +17,19 @@ namespace kv::runtime {
 /// A value, and where its rows stood if it was gathered from partitions.
 struct WholeValue {
   host::Value value;
-  std::optional<RowPlaces> places{};
+  std::shared_ptr<const RowPlaces> places{};
 };
 
 /// Whole values by task and output; null where there is none yet.
 using WholeValues = std::vector<std::vector<WholeValue>>;
 
-/// Joins what was kept of all partitions, in order: a column, or a table.
+/// Joins what was kept of all partitions, in order: a column, or a table. `origin` made the rows.
 WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
-                    std::shared_ptr<const RowCut> cut);
+                    std::shared_ptr<const RowCut> cut, std::string origin);
 
-/// Rows of a column or table.
-std::size_t rowsOf(const kxArray* value);
+/// The rows of each column that `toChunk` makes of a value; none if it refuses the value or the
+/// columns differ.
+std::optional<std::size_t> rowsOf(const kxArray* value);
 
 /// A column or table as one chunk of partition 0.
 Chunk toChunk(const kxArray* value);

@@ -1,8 +1,13 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <array>
 #include <map>
+#include <memory>
 
 #include "classes/operationTable.h"
+#include "execution/RowPlaces.h"
+#include "execution/wholeValues.h"
 #include "runtime/RuntimeSession.h"
 #include "support/Worlds.h"
 #include "values/hostNames.h"
@@ -76,6 +81,73 @@ TEST_F(Operations, OnlyTheBranchThatIsChosenRuns) {
   }
   EXPECT_EQ(gather(choose(no, x, map(y))).size(), 5u);
   EXPECT_EQ(calls, 2) << "a chunk of each partition";
+}
+
+TEST_F(Operations, AChoiceOfTablesNeedsTheColumnsThatAreReadThroughIt) {
+  const Value read = column(choose(element("gt", aggregate("sum", x), 10), t, t), "z");
+  const auto error = errorOf([&] { host::call("kv.checkColumns", {read.get()}); });
+  EXPECT_EQ(error.identifier, "KALVEX:datastore:MissingColumn");
+  EXPECT_THAT(error.message, HasSubstr("'z'"));
+}
+
+TEST_F(Operations, APlanListsTheStepsOfEarlierPassesOnce) {
+  const auto linesOf = [&](int repetitions) {
+    Value centered = matrix::sharedCopy(x.get());
+    for (int i = 0; i < repetitions; ++i) {
+      centered = element("minus", centered, aggregate("mean", centered));
+    }
+    const std::string plan = host::toText(host::call("kv.explain", {centered.get()}).get());
+    return std::ranges::count(plan, '\n');
+  };
+  EXPECT_EQ(linesOf(40) - linesOf(30), linesOf(30) - linesOf(20));
+}
+
+/// Anyone may set the metadata of an array.
+TEST_F(Operations, PlacesOfAnotherCutAreNotTheRowsOfASource) {
+  gather(x);
+  gather(y);
+  auto places = *RowPlaces::fromMetadata(host::call("hGetMetadata", {x.get()}).get(), 5);
+  places.firstRow = {0, 5};
+  auto cut = *places.cut;
+  cut.firstChunk = {0, static_cast<std::int64_t>(cut.chunkRows.size())};
+  places.cut = std::make_shared<const RowCut>(cut);
+  host::callMany("hSetMetadata", 0,
+                 std::vector<const kxArray*>{x.get(), places.toMetadata().get()});
+  for (const Value& rows : {column(t, "y"), matrix::sharedCopy(y.get())}) {
+    const auto error = errorOf([&] { gather(element("plus", rows, x)); });
+    EXPECT_EQ(error.identifier, "KALVEX:array:RowsDiffer") << error.message;
+  }
+  EXPECT_THAT(gather(aggregate("sum", x)), ElementsAre(15)) << "a cut of its own";
+}
+
+TEST_F(Operations, ATableIsNeverOneColumnWithoutAType) {
+  const Value none = filter(element("gt", x, 100), t);
+  host::call("gather", {none.get()});
+  auto places = *RowPlaces::fromMetadata(host::call("hGetMetadata", {none.get()}).get(), 0);
+  places.isUntyped = true;
+  host::callMany("hSetMetadata", 0,
+                 std::vector<const kxArray*>{none.get(), places.toMetadata().get()});
+  EXPECT_THAT(gather(column(none, "y")), ElementsAre());
+}
+
+TEST_F(Operations, ValuesHaveTheRowsOfTheirColumns) {
+  const auto zeros = [](std::size_t m, std::size_t n) {
+    return matrix::from_kalvex(
+        kxCreateNumericArray(std::array<std::size_t, 2>{m, n}, kxDOUBLE_CLASS));
+  };
+  const auto broadcast = [](const Value& value) {
+    return host::call(kBroadcastArray, {value.get()});
+  };
+  const auto tableOf = [](const Value& a, const Value& b) {
+    return host::call("table", {a.get(), b.get()});
+  };
+  const Value values[] = {zeros(1, 0), zeros(3, 1), broadcast(zeros(3, 1)), host::makeChars("abc"),
+                          tableOf(zeros(2, 1), zeros(2, 1))};
+  for (const Value& value : values) {
+    EXPECT_EQ(rowsOf(value.get()), toChunk(value.get()).rows());
+  }
+  EXPECT_FALSE(rowsOf(zeros(2, 2).get()));
+  EXPECT_FALSE(rowsOf(tableOf(zeros(1, 1), zeros(1, 0)).get())) << "columns that differ";
 }
 
 TEST_F(Operations, AReductionCallsBothFunctionsUnlessTheyAreOneBuiltIn) {

@@ -92,6 +92,8 @@ TEST(RowPlaces, AreNotReadFromWhatDoesNotFit) {
   EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.chunkRows = {2, 2, 1}; })) << "no room";
   EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.firstChunk = {0, 3}; })) << "partitions";
   EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.firstChunk = {0, 4, 3}; })) << "chunks";
+  const host::Value nothing = RowPlaces::ofPartitions({}, cutOf({})).toMetadata();
+  EXPECT_FALSE(RowPlaces::fromMetadata(nothing.get(), 0)) << "no partition";
 }
 
 }  // namespace
