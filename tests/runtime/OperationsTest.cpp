@@ -116,6 +116,7 @@ TEST_F(Operations, PlacesOfAnotherCutAreNotTheRowsOfASource) {
   for (const Value& rows : {column(t, "y"), matrix::sharedCopy(y.get())}) {
     const auto error = errorOf([&] { gather(element("plus", rows, x)); });
     EXPECT_EQ(error.identifier, "KALVEX:array:RowsDiffer") << error.message;
+    EXPECT_THAT(error.arguments, ElementsAre("5", testing::_, "3", testing::_)) << "before any row";
   }
   EXPECT_THAT(gather(aggregate("sum", x)), ElementsAre(15)) << "a cut of its own";
 }
