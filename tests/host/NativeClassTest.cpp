@@ -1,5 +1,6 @@
 #include "HostSession.h"
 #include "NativeClasses.h"
+#include "kv/host/methodWrappers.h"
 
 namespace kv::test {
 namespace {
@@ -95,6 +96,19 @@ TEST_F(NativeObjects, OverloadsAreChosenByCountAmongThoseTheCallerMayUse) {
   EXPECT_EQ(failure([&] { call("lab.Derived"); }), "KALVEX:NotEnoughInputs");
   EXPECT_EQ(failure([&] { call("lab.Derived", number(1), number(2)); }), "KALVEX:TooManyInputs");
   EXPECT_EQ(partOf(callAs("lab.Derived", "lab.Derived").get(), "lab.Root").value, 0);
+}
+
+TEST_F(NativeObjects, AWrapperMayReplaceItselfAndAddOthers) {
+  const auto proceeds = [](const Call&, const std::function<void()>& proceed) { proceed(); };
+  host::wrapMethod("lab.Root", "inherited",
+                   [&, text = std::string(500, 'w')](const Call& call, auto&) {
+                     host::wrapMethod("lab.Root", "inherited", proceeds);
+                     host::wrapMethod("lab.Derived", "count", proceeds);
+                     call.out(0, host::makeChars(text));
+                   });
+  const Value object = call("lab.Derived", number(1));
+  EXPECT_EQ(said("inherited", object), std::string(500, 'w'));
+  EXPECT_EQ(said("inherited", object), "root");
 }
 
 TEST_F(NativeObjects, CountsOfOutputsAreCheckedFirst) {

@@ -87,7 +87,7 @@ void invokeMethod(SessionState& session, const Method& method, const Call& call,
     runBody(session, *method.body, method.owner, call);
     return;
   }
-  if (const MethodWrapper* wrapper = wrapperOf(session, method)) {
+  if (const std::shared_ptr<const MethodWrapper> wrapper = wrapperOf(session, method)) {
     const RunningScope running(session, nullptr);
     (*wrapper)(call, [&] { invokeNative(session, method, call); });
     return;

@@ -11,7 +11,8 @@ namespace kv::host {
 
 void wrapMethod(std::string_view className, std::string_view method, MethodWrapper wrapper) {
   std::vector<WrappedMethod>& all = requireSession().wrappedMethods;
-  WrappedMethod made{interned(className), interned(method), std::move(wrapper)};
+  WrappedMethod made{interned(className), interned(method),
+                     std::make_shared<const MethodWrapper>(std::move(wrapper))};
   const auto found = std::ranges::find_if(all, [&](const WrappedMethod& one) {
     return one.className == made.className && one.name == made.name;
   });
@@ -22,11 +23,11 @@ void wrapMethod(std::string_view className, std::string_view method, MethodWrapp
   }
 }
 
-const MethodWrapper* wrapperOf(const SessionState& session, const Method& method) {
+std::shared_ptr<const MethodWrapper> wrapperOf(const SessionState& session, const Method& method) {
   const auto found = std::ranges::find_if(session.wrappedMethods, [&](const WrappedMethod& one) {
     return one.name == method.name && one.className == method.owner->name();
   });
-  return found == session.wrappedMethods.end() ? nullptr : &found->wrapper;
+  return found == session.wrappedMethods.end() ? nullptr : found->wrapper;
 }
 
 }  // namespace kv::host

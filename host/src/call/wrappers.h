@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "class/Members.h"
 #include "kv/host/methodWrappers.h"
 
@@ -7,7 +9,8 @@ namespace kv::host {
 
 struct SessionState;
 
-/// What runs in place of a native method; null for the method itself. Lives: until it is replaced.
-const MethodWrapper* wrapperOf(const SessionState& session, const Method& method);
+/// What runs in place of a native method; null for the method itself. Shared, because a wrapper may
+/// replace itself while it runs.
+std::shared_ptr<const MethodWrapper> wrapperOf(const SessionState& session, const Method& method);
 
 }  // namespace kv::host

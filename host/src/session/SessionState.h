@@ -27,7 +27,7 @@ struct GuardedMethod {
 struct WrappedMethod {
   kcos::COSInternedBase className;
   kcos::COSInternedBase name;
-  MethodWrapper wrapper;
+  std::shared_ptr<const MethodWrapper> wrapper;
 };
 
 /// What a session holds. Everything in it is touched by one thread at a time.
