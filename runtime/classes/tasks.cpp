@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <string>
@@ -8,6 +7,8 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/dependencies.h"
+#include "execution/ClosureTasks.h"
+#include "kv/host/construction.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 
@@ -71,32 +72,16 @@ Dependency pendingDependency(const kxArray* promise, const TasksOfClosures& task
   return {host::makeCell(std::move(entry)), isBroadcast};
 }
 
-/// Notes with the last of the tasks that it makes the outputs of `closure`, so that the executor
-/// finds one by the other: ids may be shared, as those of an array and its opened copy are. An
-/// operation class of a user may return a task that other closures have, such as a dependency.
-void noteClosure(const kxArray* tasks, const kxArray* closure) {
+/// Notes in the graph that is being made that the last of `tasks` makes the outputs of `closure`.
+void noteClosure(const kxArray* closure, const kxArray* tasks) {
+  const Value graph = host::objectUnderConstruction();
   const std::size_t count = kxGetNumberOfElements(tasks);
-  if (count == 0 || !kxIsA(tasks, kExecutionTask)) {
-    return;  // the planner has its own rule for both
+  if (graph == nullptr || !kxIsA(graph.get(), kTaskGraph) || count == 0 ||
+      !kxIsA(tasks, kExecutionTask)) {
+    return;  // the planner has its own rule for wrong and for missing tasks
   }
-  const Value task =
-      matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(tasks, count - 1)));
-  const Value before = host::getSlot(task.get(), "Closures");
-  std::vector<kcos::COSInterfacePtr> closures;
-  for (std::size_t i = 0; i < kxGetNumberOfElements(before.get()); ++i) {
-    closures.push_back(kcos::omGetArrayElement(before.get(), i));
-  }
-  closures.push_back(kcos::omGetArrayElement(closure, 0));
-  if (std::ranges::find(closures, closures.back().get(), &kcos::COSInterfacePtr::get) !=
-      closures.end() - 1) {
-    return;
-  }
-  Value column = matrix::from_kalvex(
-      kcos::omCreateKCOSMatrix(closures.size(), 1, kcos::internal::makeInterned(kClosure)));
-  for (std::size_t i = 0; i < closures.size(); ++i) {
-    kcos::omSetArrayElement(column.get(), i, closures[i]);
-  }
-  host::setSlot(task.get(), "Closures", std::move(column));
+  ClosureTasks::note(graph.get(), kcos::omGetArrayElement(closure, 0),
+                     kcos::omGetArrayElement(tasks, count - 1));
 }
 
 /// createExecutionTasks(closure, closures it depends on, their tasks, profiling)
@@ -115,7 +100,7 @@ void createExecutionTasks(const Call& call) {
                             : pendingDependency(promise.get(), tasks));
   }
   Value created = tasksOf(operation.get(), std::move(inputs));
-  noteClosure(created.get(), call.in(0));
+  noteClosure(call.in(0), created.get());
   call.out(0, std::move(created));
 }
 
@@ -145,12 +130,17 @@ Value tasksOf(const kxArray* operation, std::vector<Dependency> inputs) {
 }
 
 void defineTasks(host::Session& session) {
-  define(session, {.name = kTaskGraph});
+  std::vector<host::PropertyDefinition> notes;
+  for (const kcos::NameRef slot : ClosureTasks::kSlots) {
+    notes.push_back({.name = std::string(slot.text()),
+                     .getAccess = host::MemberAccess::Private,
+                     .setAccess = host::MemberAccess::Private});
+  }
+  define(session, {.name = kTaskGraph, .properties = std::move(notes)});
   define(session,
          {.name = kExecutionTask,
           .properties = {readOnly("Id"), readOnly("Dependencies"), readOnly("DataProcessorFactory"),
-                         readOnly("OutputPartitionStrategy"), readOnly("NumOutputs"),
-                         readOnly("Closures")},
+                         readOnly("OutputPartitionStrategy"), readOnly("NumOutputs")},
           .constructor = constructor(constructTask, 5, 5)});
   complete(session, kLazyTaskGraph,
            {staticMethod("createExecutionTasks", createExecutionTasks, 4, 4)});

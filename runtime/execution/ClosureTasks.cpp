@@ -1,33 +1,62 @@
 #include "execution/ClosureTasks.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "kv/host/errors.h"
+#include "values/hostNames.h"
 
 namespace kv::runtime {
 namespace {
 
 using host::Value;
 
-Value elementOf(const kxArray* objects, std::size_t index) {
-  return matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(objects, index)));
+constexpr std::size_t kFirstRoom = 16;
+
+/// Sets element `index` of an object column in a slot, which doubles when it is full.
+void setInSlot(const kxArray* object, kcos::NameRef slot, std::size_t index,
+               kcos::NameRef className, const kcos::COSInterfacePtr& element) {
+  Value column = host::getSlot(object, slot);
+  const std::size_t room = kxGetNumberOfElements(column.get());
+  if (index >= room) {
+    Value larger = matrix::from_kalvex(kcos::omCreateKCOSMatrix(
+        std::max(kFirstRoom, 2 * room), 1, kcos::internal::makeInterned(className)));
+    for (std::size_t i = 0; i < room; ++i) {
+      kcos::omSetArrayElement(larger.get(), i, kcos::omGetArrayElement(column.get(), i));
+    }
+    column = std::move(larger);
+  }
+  kcos::omSetArrayElement(column.get(), index, element);
+  host::setSlot(object, slot, std::move(column));
 }
 
 }  // namespace
 
+void ClosureTasks::note(const kxArray* taskGraph, const kcos::COSInterfacePtr& closure,
+                        const kcos::COSInterfacePtr& task) {
+  const Value before = host::getSlot(taskGraph, kSlots[0]);
+  const std::size_t count =
+      kxIsEmpty(before.get()) ? 0 : static_cast<std::size_t>(kxGetScalar(before.get()));
+  setInSlot(taskGraph, kSlots[1], count, kClosure, closure);
+  setInSlot(taskGraph, kSlots[2], count, kExecutionTask, task);
+  host::setSlot(taskGraph, kSlots[0], host::makeDouble(static_cast<double>(count + 1)));
+}
+
 ClosureTasks::ClosureTasks(const kxArray* taskGraph) {
-  const Value tasks = host::getProperty(taskGraph, "Tasks");
-  for (std::size_t i = 0; i < kxGetNumberOfElements(tasks.get()); ++i) {
-    const Value task = elementOf(tasks.get(), i);
-    const Value closures = host::getProperty(task.get(), "Closures");
-    for (std::size_t k = 0; k < kxGetNumberOfElements(closures.get()); ++k) {
-      Value closure = elementOf(closures.get(), k);
-      const auto* object = kcos::omGetArrayElement(closure.get(), 0).get();
-      if (indexOf_.emplace(object, closures_.size()).second) {
-        closures_.push_back(std::move(closure));
-        tasks_.push_back(matrix::sharedCopy(task.get()));
-      }
+  if (!kxIsA(taskGraph, kLazyTaskGraph)) {
+    host::raiseInvalidType("Input", kLazyTaskGraph, taskGraph);
+  }
+  const Value closures = host::getSlot(taskGraph, kSlots[1]);
+  const Value tasks = host::getSlot(taskGraph, kSlots[2]);
+  for (std::size_t i = 0;; ++i) {
+    const kcos::COSInterfacePtr closure = kcos::omGetArrayElement(closures.get(), i);
+    const kcos::COSInterfacePtr task = kcos::omGetArrayElement(tasks.get(), i);
+    if (closure.get() == nullptr || task.get() == nullptr) {
+      break;  // room for more, or the end
     }
+    indexOf_.emplace(closure.get(), i);
+    closures_.push_back(matrix::from_kalvex(kcos::omCreateKCOSScalar(closure)));
+    tasks_.push_back(matrix::from_kalvex(kcos::omCreateKCOSScalar(task)));
   }
 }
 

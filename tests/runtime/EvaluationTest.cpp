@@ -218,6 +218,48 @@ TEST_F(Evaluation, AnOperationClassOfTheUsersOwnRunsLikeAnyOther) {
               ElementsAre("createExecutionTasks of mine.Idle gave no task"));
 }
 
+TEST_F(Evaluation, ATaskInSeveralGraphsBelongsInEachToTheClosuresPlannedThere) {
+  defineDoubling(session);
+  const Value x = column(table({kFirst, kSecond}), "x");
+  gather(x);
+  Value kept;
+  host::ClassDefinition keeping{.name = "mine.Keeping", .superclasses = {"mine.Doubling"}};
+  keeping.methods.push_back(
+      {.name = "createExecutionTasks", .body = [&](const host::Call& call) {
+         const auto makeTask = [](const kxArray* dependencies) {
+           const Value factory = host::call("mine.DoublingFactory");
+           const Value one = host::makeDouble(1);
+           return host::call(
+               "kalvex.bigdata.internal.executor.ExecutionTask",
+               {dependencies, factory.get(), host::makeEmptyDouble().get(), one.get()});
+         };
+         if (kept == nullptr) {
+           kept = makeTask(call.in(1));
+           call.out(0, matrix::sharedCopy(kept.get()));
+           return;
+         }
+         std::vector<Value> input;
+         input.push_back(matrix::sharedCopy(kept.get()));
+         input.push_back(host::makeDouble(1));
+         std::vector<Value> inputs;
+         inputs.push_back(host::makeCell(std::move(input)));
+         const Value again = makeTask(host::makeCell(std::move(inputs)).get());
+         Value both = matrix::from_kalvex(kcos::omCreateKCOSMatrix(
+             2, 1, kcos::internal::makeInterned("kalvex.bigdata.internal.executor.ExecutionTask")));
+         kcos::omSetArrayElement(both.get(), 0, kcos::omGetArrayElement(kept.get(), 0));
+         kcos::omSetArrayElement(both.get(), 1, kcos::omGetArrayElement(again.get(), 0));
+         call.out(0, std::move(both));
+       }});
+  session.defineClass(std::make_shared<const host::ClassDefinition>(std::move(keeping)));
+  const Value array =
+      host::call("applyOperationBuiltin", {host::call("mine.Keeping").get(), x.get()});
+  const Value promise =
+      host::getProperty(host::getProperty(array.get(), "ValueFuture").get(), "Promise");
+  const Value closure = host::getProperty(promise.get(), "Closure");
+  host::call("kalvex.bigdata.internal.lazyeval.LazyTaskGraph", {closure.get()});  // and dropped
+  EXPECT_THAT(gather(array), ElementsAre(4, 8, 12, 16, 20));
+}
+
 TEST_F(Evaluation, ABroadcastArrayIsSeenWholeByEveryPartition) {
   const Value t = table({kFirst, kSecond});
   const Value total = aggregate("sum", column(t, "x"));

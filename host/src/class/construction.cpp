@@ -10,6 +10,7 @@
 #include "class/access.h"
 #include "class/objects.h"
 #include "error/edge.h"
+#include "kv/host/construction.h"
 #include "kv/host/errors.h"
 
 namespace kv::host {
@@ -209,6 +210,11 @@ Construction* Construction::of(const SessionState& session, const Object& object
 
 bool Construction::hasMade(const ClassRecord& part) const noexcept {
   return std::find(made_.begin(), made_.end(), &part) != made_.end();
+}
+
+Value objectUnderConstruction() {
+  const Construction* innermost = requireSession().construction;
+  return innermost != nullptr ? matrix::sharedCopy(innermost->self()) : nullptr;
 }
 
 void constructObject(SessionState& session, ClassRecord& record, const Call& call) {

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "kv/host/values.h"
+
+namespace kv::host {
+
+/// The object whose constructor runs innermost in the current session; null if none runs. For code
+/// that a constructor calls and that works for the object being made.
+KV_HOST_API Value objectUnderConstruction();
+
+}  // namespace kv::host
