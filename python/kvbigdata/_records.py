@@ -43,8 +43,10 @@ class Property:
 
 def _pickled(cause: Any) -> Any:
     """The cause of an error, or its type and text in an `Error` where it can't be pickled."""
+    # An Error tests its own cause when it is pickled itself: a chain is tested link by link.
+    is_link = isinstance(cause, Error) and type(cause).__reduce__ is Error.__reduce__
     try:
-        pickle.dumps(cause)
+        pickle.dumps(cause._reduced(None) if is_link else cause)
     except Exception:
         return Error(f"KALVEX:python:{type(cause).__name__}", str(cause))
     return cause
@@ -85,7 +87,9 @@ class Error(Exception):
 
     def __reduce__(self) -> tuple[Any, ...]:
         """Pickles all but `object`, which its session keeps, and a cause that can't be pickled."""
-        cause = _pickled(self.cause)
+        return self._reduced(_pickled(self.cause))
+
+    def _reduced(self, cause: Any) -> tuple[Any, ...]:
         state = {**self.__dict__, "object": None, "cause": cause, "__cause__": cause}
         args = tuple(cause if each is self.cause else each for each in self.args)
         return copyreg.__newobj__, (type(self), *args), state  # type: ignore[attr-defined]

@@ -90,7 +90,7 @@ class UserScope {
 
 /// Calls code of the user's, which takes what time it likes. Requires: the lock.
 template <class Body>
-PyObject* inUserCode(Body&& body) {
+decltype(auto) inUserCode(Body&& body) {
   const UserScope scope;
   try {
     return std::forward<Body>(body)();

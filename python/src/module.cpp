@@ -1,6 +1,8 @@
 #include <nanobind/nanobind.h>
 #include <nanobind/stl/string.h>
 
+#include <utility>
+
 #include "Function.h"
 #include "Object.h"
 #include "bindSession.h"
@@ -57,8 +59,20 @@ bool refuseSubinterpreter() {
   return true;
 }
 
+/// Types, texts and hooks belong to the process, and so can be set up only once in it.
+bool refuseSecondImport() {
+  static bool wasImported = false;
+  if (!std::exchange(wasImported, true)) {
+    return false;
+  }
+  PyErr_SetString(PyExc_ImportError,
+                  "kvbigdata._host can't be imported a second time; restart Python instead of "
+                  "reloading it");
+  return true;
+}
+
 int initialize(PyObject* module) {
-  if (refuseSubinterpreter() || !nb::register_module(module)) {
+  if (refuseSubinterpreter() || refuseSecondImport() || !nb::register_module(module)) {
     return -1;
   }
   try {

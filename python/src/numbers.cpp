@@ -45,6 +45,11 @@ struct Memory {
 };
 
 int lendMemory(PyObject* self, Py_buffer* view, int flags) {
+  if (!nb::inst_ready(self)) {
+    view->obj = nullptr;
+    PyErr_SetString(PyExc_BufferError, "a Memory that Python code made has no elements to lend");
+    return -1;
+  }
   const kxArray* value = nb::inst_ptr<Memory>(self)->value.get();
   const std::size_t bytes = kxGetNumberOfElements(value) * typeOf(kxGetClassID(value)).bytes;
   return PyBuffer_FillInfo(view, self, const_cast<void*>(kxGetData(value)),
@@ -63,7 +68,7 @@ class Buffer {
     }
   }
   ~Buffer() {
-    ifAlive([this] { PyBuffer_Release(&view_); });
+    ifAlive([this] { inUserCode([this] { PyBuffer_Release(&view_); }); });
   }
   Buffer(const Buffer&) = delete;
   Buffer& operator=(const Buffer&) = delete;

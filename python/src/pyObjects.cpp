@@ -38,8 +38,10 @@ constexpr std::array kPlaces = {
 }  // namespace
 
 SharedPyObject share(nb::handle object) {
-  return SharedPyObject(object.inc_ref().ptr(),
-                        [](PyObject* shared) { ifAlive([shared] { Py_DECREF(shared); }); });
+  // The last reference may run a finalizer of the user's.
+  return SharedPyObject(object.inc_ref().ptr(), [](PyObject* shared) {
+    ifAlive([shared] { inUserCode([shared] { Py_DECREF(shared); }); });
+  });
 }
 
 Nesting::Nesting() {

@@ -81,6 +81,13 @@ def test_an_error_is_pickled_without_its_object(bare):
     for made in (pickle.loads(pickle.dumps(OwnError())), copy.deepcopy(OwnError())):
         assert (made.identifier, made.arguments, made.detail) == ("own:id", ["1"], {"more": 1})
         assert type(made) is OwnError and repr(made.__cause__) == "KeyError('key')"
+    chained = error
+    for _ in range(40):  # links, each of which is looked at once
+        chained = host.Error("own:link", cause=chained)
+    chained = pickle.loads(pickle.dumps(chained))
+    for _ in range(40):
+        chained = chained.cause
+    assert chained.stack == error.stack and str(chained.cause) == str(sent.cause)
     also = copy.copy(error)
     assert also.object == error.object and also.cause is error.cause is also.__cause__
 

@@ -1,6 +1,7 @@
 """Sessions, threads, and who lives how long."""
 
 import gc
+import importlib
 import subprocess
 import sys
 import threading
@@ -278,6 +279,33 @@ def test_a_daemon_thread_neither_ends_the_process_nor_leaks(loop, tmp_path):
     assert (done.returncode, done.stderr) == (0, "")
 
 
+FINALIZER = """
+import threading, time
+from kvbigdata import host
+class Slow:
+    def __call__(self, nargout):
+        pass
+    def __del__(self):
+        started.set()
+        time.sleep(60)
+def run():
+    session = host.Session(runtime=False)
+    session.define_function("f", Slow())
+    session.define_function("f", lambda nargout: None)
+started = threading.Event()
+threading.Thread(target=run, daemon=True).start()
+started.wait()
+before = time.monotonic()
+host._host.close_all()  # as at the end of the interpreter
+assert time.monotonic() - before < 3, "waited for a finalizer of the user's"
+"""
+
+
+def test_the_end_doesnt_wait_for_a_finalizer_in_a_daemon_thread():
+    done = subprocess.run([sys.executable, "-c", FINALIZER], capture_output=True, text=True)
+    assert (done.returncode, done.stderr) == (0, "")
+
+
 WITH_SUBINTERPRETER = """
 from kvbigdata import host
 try:
@@ -305,6 +333,13 @@ def test_a_subinterpreter_is_refused_and_does_no_harm():
     assert (done.returncode, done.stderr) == (0, "")
     refusal, works = done.stdout.splitlines()
     assert "main interpreter only" in refusal and works == "1.0"
+
+
+def test_a_second_import_is_refused_and_does_no_harm(echo, monkeypatch):
+    monkeypatch.delitem(sys.modules, "kvbigdata._host")
+    with pytest.raises(ImportError, match="a second time"):
+        importlib.import_module("kvbigdata._host")
+    assert echo(1.0) == 1.0
 
 
 def test_code_that_ran_once_is_not_kept(bare):

@@ -223,6 +223,12 @@ def test_nesting_ends_where_the_stack_of_a_thread_does():
     assert done.stdout.splitlines() == ["10 save", "10 load", "400 refused", "400 refused"]
 
 
+def test_memory_that_python_made_lends_nothing():
+    memory = host._host.Memory
+    with pytest.raises(BufferError, match="no elements"):
+        memoryview(memory.__new__(memory))
+
+
 def test_cells_and_strings_have_any_number_of_dimensions(echo):
     texts = np.array([f"{i}" for i in range(24)], dtype=object).reshape(2, 3, 4)
     for value in (host.Cell(texts), host.StringArray(texts)):
