@@ -11,7 +11,7 @@ void defineDirectEvaluation(host::Session& session);  ///< what is computed at o
 void defineTasks(host::Session& session);             ///< from a closure to execution tasks
 void defineProcessors(host::Session& session);        ///< from builders to a stage
 void defineExecutors(host::Session& session);         ///< who runs a task graph
-void defineInvalidArrays(host::Session& session);     ///< what stands for arrays of other releases
+void defineInvalidArrays(host::Session& session);     ///< placeholders of arrays of other releases
 void definePartitioning(host::Session& session);      ///< partitions; the strategy of a datastore
 void defineConcatenation(host::Session& session);     ///< the strategy of joined arrays
 void defineDatastores(host::Session& session);        ///< sources of rows

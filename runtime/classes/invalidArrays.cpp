@@ -69,7 +69,7 @@ Value arrayOf(const kcos::COSInterfacePtr& object) {
   return matrix::from_kalvex(kcos::omCreateKCOSScalar(object));
 }
 
-/// The release stands in the executor too, so that the array says by itself that it isn't valid; an
+/// The executor has the release too, so that the array says by itself that it isn't valid; an
 /// array of this release that it is combined with may bring another executor, which finds the
 /// operation.
 Value makeInvalidArray(const kxArray* release) {

@@ -146,7 +146,7 @@ using Value = kv::host::Value;
 using Values = std::vector<Value>;
 using WideText = std::u16string_view;
 
-/// The body that follows stands in for the operation; `name##Real` is the operation.
+/// The body that follows replaces the operation; `name##Real` is the operation.
 #define KV_STAND_IN(Result, name, symbol, parameters) \
   Result name##Real parameters asm("__real_" #symbol); \
   Result name##Wrap parameters asm("__wrap_" #symbol); \

@@ -24,7 +24,7 @@ struct FaultPlaces {
   }
 };
 
-/// Single faults, spread evenly over so many operations.
+/// Single faults, spread evenly over that many operations.
 inline std::vector<FaultPlaces> singleFaults(std::uint64_t operations, std::uint64_t most) {
   std::vector<FaultPlaces> places;
   const std::uint64_t step = std::max<std::uint64_t>(1, operations / most);

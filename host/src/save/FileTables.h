@@ -42,7 +42,7 @@ class FileTables {
   void forEachReference(const SavedValue& value, Visit visit) const;
 
   /// Bytes of the data that something copies which takes a value apart: the value's own, and those
-  /// of a structure's fields. 0 for what stands in its entry, and for objects.
+  /// of a structure's fields. 0 for what its entry holds, and for objects.
   std::size_t copiedBytes(format::Reference reference) const {
     return reference.isNull() || reference.isObject() ? 0 : copiedBytes_[reference.index()];
   }

@@ -128,7 +128,7 @@ Value GraphReader::makeValue(std::uint32_t index) {
   }
 }
 
-/// Counts a name that stands in the file once and is given to many values.
+/// Counts a name that is in the file once and is given to many values.
 void GraphReader::countName(std::string_view name, std::uint32_t value) {
   if (name.size() > kNameForFree && !copies_.take(name.size())) {
     refuseFile(kSectionTags[static_cast<std::size_t>(Section::Values)], value * sizeof(ValueEntry),
