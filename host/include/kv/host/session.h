@@ -66,7 +66,8 @@ class KV_HOST_API StackSource {
   virtual ~StackSource();
   /// Adds the places of the live stack, innermost first.
   virtual void capture(std::vector<StackPlace>& places) = 0;
-  /// The frame of a place that was just captured. Asked once for each place and what it stands on.
+  /// The frame of a place that was just captured. Asked once for each place and stack below it,
+  /// and again when the cache of places was cleared.
   virtual Frame resolve(const StackPlace& place) = 0;
 };
 
