@@ -28,6 +28,25 @@ class Floor:
     room: tuple[str, ...] = ()  # folders that are parts of one thing: they count as the first
 
 
+# The rooms of the runtime, in the order in which data flows through them: a room sees those before it.
+HOST_FREE_ROOMS = ("column", "random", "kernel", "aggregate", "source")
+HOST_ROOMS = ("values", "engine", "plan", "driver", "persistence", "classes")
+
+
+def rooms_of_runtime() -> dict[str, Floor]:
+    """A floor for each room of the runtime."""
+    rooms: dict[str, Floor] = {}
+    for room in HOST_FREE_ROOMS + HOST_ROOMS:
+        host = () if room in HOST_FREE_ROOMS else ("bigdata/public", "host/include")
+        rooms[f"runtime/{room}"] = Floor(
+            f"runtime/{room}",
+            ("runtime",),
+            ("runtime/include", *host, *rooms),
+            ("arrow", "parquet", "fmt", "boost", "xxhash.h"),
+        )
+    return rooms
+
+
 # A file belongs to the first floor whose folder holds it.
 FLOORS = {
     "host/include": Floor("host/include", ("host/include",), (), ("boost",), is_one=True),
@@ -47,12 +66,7 @@ FLOORS = {
     "runtime/include": Floor(
         "runtime/include", ("runtime/include",), ("host/include",), ("arrow", "parquet")
     ),
-    "runtime": Floor(
-        "runtime",
-        ("runtime",),
-        ("runtime/include", "bigdata/public", "host/include"),
-        ("arrow", "parquet", "fmt", "boost", "xxhash.h"),
-    ),
+    **rooms_of_runtime(),
     "array/include": Floor("array/include", ("array/include",)),
     "array": Floor(
         "array",

@@ -4,7 +4,7 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/sessionValues.h"
-#include "execution/failures.h"
+#include "engine/failures.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/csv.h"
 #include "persistence/MovedTables.h"

@@ -5,7 +5,7 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
-#include "execution/failures.h"
+#include "engine/failures.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "kv/runtime/functionNames.h"

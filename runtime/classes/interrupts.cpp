@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "classes/sessionValues.h"
-#include "execution/failures.h"
+#include "engine/failures.h"
 #include "kv/runtime/runtime.h"
 
 namespace kv::runtime {

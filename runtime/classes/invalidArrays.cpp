@@ -5,9 +5,9 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/sessionValues.h"
-#include "execution/ClosureTasks.h"
-#include "execution/failures.h"
+#include "engine/failures.h"
 #include "kv/host/errors.h"
+#include "plan/ClosureTasks.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {

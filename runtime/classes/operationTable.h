@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "execution/OpSpec.h"
+#include "engine/OpSpec.h"
 #include "kv/host/definitions.h"
 #include "kv/host/values.h"
 

@@ -6,7 +6,7 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
-#include "execution/StageValue.h"
+#include "driver/StageValue.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 

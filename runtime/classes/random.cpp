@@ -5,8 +5,8 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/sessionValues.h"
-#include "functions/Philox.h"
 #include "kv/runtime/functionNames.h"
+#include "random/Philox.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {

@@ -6,7 +6,7 @@
 #include <typeinfo>
 #include <vector>
 
-#include "execution/Evaluation.h"
+#include "driver/Evaluation.h"
 #include "foundation/usm.h"
 #include "kv/host/values.h"
 

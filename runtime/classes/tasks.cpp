@@ -7,9 +7,9 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/dependencies.h"
-#include "execution/ClosureTasks.h"
 #include "kv/host/construction.h"
 #include "kv/host/errors.h"
+#include "plan/ClosureTasks.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {

@@ -8,10 +8,10 @@
 #include <system_error>
 #include <utility>
 
-#include "datastore/CsvSchema.h"
-#include "datastore/PathExpansion.h"
 #include "kv/runtime/DataError.h"
 #include "kv/runtime/shownText.h"
+#include "source/PathExpansion.h"
+#include "source/csv/CsvSchema.h"
 
 namespace kv::runtime {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "datastore/CsvDatastore.h"
 #include "kv/runtime/SourceMoves.h"
+#include "source/csv/CsvDatastore.h"
 
 namespace kv::runtime {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "datastore/CsvDatastore.h"
 #include "kv/host/values.h"
+#include "source/csv/CsvDatastore.h"
 
 /// What of a table of CSV files is saved with an array that reads it: a description, no rows.
 namespace kv::runtime {

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "execution/OpSpec.h"
+#include "engine/OpSpec.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "execution/ClosureTasks.h"
 #include "kv/host/session.h"
 #include "kv/host/values.h"
+#include "plan/ClosureTasks.h"
 
 /// What a file brought may be looked at, planned and saved again. It is evaluated only if whoever
 /// opened it vouched for it: its operations read files and call functions.

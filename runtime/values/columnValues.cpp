@@ -20,9 +20,9 @@
 #include <span>
 #include <utility>
 
+#include "column/allocate.h"
+#include "column/elementTypes.h"
 #include "fl/i18n.h"
-#include "functions/allocate.h"
-#include "functions/elementTypes.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 

@@ -4,7 +4,7 @@
 
 #include <type_traits>
 
-#include "functions/allocate.h"
+#include "column/allocate.h"
 #include "kv/host/errors.h"
 #include "values/columnValues.h"
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "functions/FixedTree.h"
+#include "aggregate/FixedTree.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/FunctionError.h"
 #include "runtime/makeColumn.h"

@@ -1,4 +1,4 @@
-#include "datastore/CsvBlocks.h"
+#include "source/csv/CsvBlocks.h"
 
 #include <arrow/csv/parser.h>
 #include <gmock/gmock.h>
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "datastore/textCheck.h"
+#include "source/csv/textCheck.h"
 #include "support/TempFolder.h"
 
 namespace kv::runtime {

@@ -17,9 +17,9 @@
 #include <utility>
 #include <vector>
 
-#include "datastore/SourceFile.h"
 #include "kv/runtime/csv.h"
 #include "runtime/readAll.h"
+#include "source/SourceFile.h"
 #include "support/TempFolder.h"
 
 namespace kv::runtime {

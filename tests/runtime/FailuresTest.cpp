@@ -4,9 +4,9 @@
 #include <new>
 #include <stdexcept>
 
-#include "execution/Stage.h"
-#include "execution/failures.h"
-#include "functions/allocate.h"
+#include "column/allocate.h"
+#include "engine/Stage.h"
+#include "engine/failures.h"
 #include "kv/runtime/FunctionError.h"
 #include "kv/runtime/csv.h"
 #include "persistence/csvDescription.h"

@@ -6,10 +6,10 @@
 #include <memory>
 
 #include "classes/operationTable.h"
-#include "execution/RowPlaces.h"
-#include "execution/wholeValues.h"
+#include "engine/RowPlaces.h"
 #include "runtime/RuntimeSession.h"
 #include "support/Worlds.h"
+#include "values/chunkValues.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime::test {

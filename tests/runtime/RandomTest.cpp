@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "functions/Philox.h"
+#include "random/Philox.h"
 #include "runtime/RuntimeSession.h"
 
 namespace kv::runtime::test {

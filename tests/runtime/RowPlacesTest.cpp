@@ -1,4 +1,4 @@
-#include "execution/RowPlaces.h"
+#include "engine/RowPlaces.h"
 
 #include <gtest/gtest.h>
 

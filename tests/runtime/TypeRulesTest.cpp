@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "functions/elementTypes.h"
+#include "column/elementTypes.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "kv/runtime/FunctionError.h"
 

@@ -1,4 +1,4 @@
-#include "execution/Unit.h"
+#include "engine/Unit.h"
 
 #include <gtest/gtest.h>
 

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "functions/elementTypes.h"
+#include "column/elementTypes.h"
 #include "kv/runtime/Column.h"
 
 namespace kv::runtime {

@@ -1,0 +1,149 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "aggregate/FixedTree.h"
+#include "aggregate/accumulators.h"
+#include "column/elementTypes.h"
+#include "kv/runtime/Aggregates.h"
+#include "kv/runtime/FunctionError.h"
+
+namespace kv::runtime {
+
+namespace {
+
+using enum AggregateKind;
+
+constexpr AggregateFunction kAggregateFunctions[] = {
+    {"sum", Sum, "sum; 0 of none; of integers and logicals exact, in 64 bits"},
+    {"mean", Mean, "arithmetic mean; of logical values the share of true"},
+    {"min", Min, "smallest value; texts by the order of their bytes"},
+    {"max", Max, "largest value; texts by the order of their bytes"},
+    {"count", Count, "number of values that aren't missing, an integer"},
+    {"std", Std, "standard deviation, with n - 1"},
+    {"var", Var, "variance, with n - 1"},
+    {"any", Any, "true if a value is"},
+    {"all", All, "true if every value is"},
+};
+
+std::string nameOf(AggregateKind kind) {
+  return std::string(std::ranges::find(kAggregateFunctions, kind, &AggregateFunction::kind)->name);
+}
+
+[[noreturn]] void throwMixedTypes(AggregateKind kind, ElementType a, ElementType b) {
+  const std::string types = fmt::format("{} and {}", elementTypeName(a), elementTypeName(b));
+  throw FunctionError("KALVEX:function:BadTypes", {nameOf(kind), types},
+                      fmt::format("{} expected values of one type, got {}.", nameOf(kind), types));
+}
+
+bool isDefined(AggregateKind kind, ElementType input) {
+  if (kind == Any || kind == All) return input == ElementType::Logical;
+  return input != ElementType::String || kind == Min || kind == Max || kind == Count;
+}
+
+void checkPartial(AggregateKind kind, const AggregatePartial& first,
+                  const AggregatePartial& partial) {
+  if (partial.kind == kind && partial.rule == first.rule) return;
+  throw FunctionError("KALVEX:function:BadPartial", {nameOf(kind), nameOf(partial.kind)},
+                      fmt::format("{} expected states of its own kind and rule, got one of {}.",
+                                  nameOf(kind), nameOf(partial.kind)));
+}
+
+/// A leaf of the tree over partitions.
+struct PartialNode {
+  AggregatePartial partial;
+
+  void merge(const PartialNode& later) { mergePartial(partial, later.partial); }
+};
+
+}  // namespace
+
+std::span<const AggregateFunction> aggregateFunctions() { return kAggregateFunctions; }
+
+const AggregateFunction* findAggregateFunction(std::string_view name) {
+  const auto* found = std::ranges::find(kAggregateFunctions, name, &AggregateFunction::name);
+  return found == std::end(kAggregateFunctions) ? nullptr : found;
+}
+
+ElementType aggregateType(AggregateKind kind, ElementType input) {
+  if (!isDefined(kind, input)) {
+    const std::string type(elementTypeName(input));
+    throw FunctionError("KALVEX:function:BadTypes", {nameOf(kind), type},
+                        fmt::format("{} is not defined for {}.", nameOf(kind), type));
+  }
+  switch (kind) {
+    case Min:
+    case Max:
+    case Any:
+    case All:
+      return input;
+    case Count:
+      return ElementType::Int64;
+    case Sum:
+      if (isFloating(input)) return input;
+      return isInteger(input) && !isSigned(input) ? ElementType::UInt64 : ElementType::Int64;
+    case Mean:
+    case Std:
+    case Var:
+      break;
+  }
+  return input == ElementType::Single ? ElementType::Single : ElementType::Double;
+}
+
+AggregateState::AggregateState(AggregateKind kind, MissingRule rule) {
+  partial_.kind = kind;
+  partial_.rule = rule;
+}
+
+AggregateState::~AggregateState() = default;
+AggregateState::AggregateState(AggregateState&&) noexcept = default;
+AggregateState& AggregateState::operator=(AggregateState&&) noexcept = default;
+
+void AggregateState::update(const Column& column, const RowOrdinals& ordinals) {
+  if (column.rows() != ordinals.rows()) {
+    throw FunctionError(
+        "KALVEX:function:RowCounts",
+        {nameOf(partial_.kind), std::to_string(ordinals.rows()), std::to_string(column.rows())},
+        fmt::format("{} expected a column of {} rows, got {}.", nameOf(partial_.kind),
+                    ordinals.rows(), column.rows()));
+  }
+  if (!accumulator_) {
+    accumulator_ = makeAccumulator(partial_.kind, partial_.rule, column.type());
+    partial_.type = column.type();
+  }
+  if (column.type() != *partial_.type) {
+    throwMixedTypes(partial_.kind, *partial_.type, column.type());
+  }
+  if (column.isMissing()) {
+    hasMissingColumn_ = true;
+  } else {
+    accumulator_->update(column, ordinals);
+  }
+}
+
+AggregatePartial AggregateState::finish() {
+  if (accumulator_) accumulator_->finish(partial_);
+  accumulator_.reset();
+  partial_.hasMissing = partial_.hasMissing || hasMissingColumn_;
+  return std::move(partial_);
+}
+
+Column combinePartials(AggregateKind kind, std::span<const AggregatePartial> partials) {
+  FixedTree<PartialNode> tree;
+  AggregatePartial none;
+  none.kind = kind;
+  std::optional<ElementType> type;
+  for (std::size_t i = 0; i < partials.size(); ++i) {
+    checkPartial(kind, partials.front(), partials[i]);
+    if (!partials[i].type) continue;
+    if (type && type != partials[i].type) throwMixedTypes(kind, *type, *partials[i].type);
+    type = partials[i].type;
+    tree.push(static_cast<std::int64_t>(i), {partials[i]});
+  }
+  const auto total = tree.finish();
+  return answerOf(total ? total->partial : none);
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,36 @@
+#include "column/allocate.h"
+
+#include <arrow/result.h>
+
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include "kv/runtime/FunctionError.h"
+
+namespace kv::runtime {
+
+std::shared_ptr<arrow::Buffer> allocateBuffer(std::int64_t bytes) {
+  auto buffer = arrow::AllocateBuffer(bytes);
+  if (!buffer.ok()) throw std::bad_alloc();
+  return std::move(buffer).ValueUnsafe();
+}
+
+void throwIfOutOfMemory(const arrow::Status& status) {
+  if (status.IsOutOfMemory()) throw std::bad_alloc();
+}
+
+void checkArrow(const arrow::Status& status) {
+  throwIfOutOfMemory(status);
+  const bool isTooLarge =
+      status.IsCapacityError() ||
+      (status.IsInvalid() && status.message().find("overflow") != std::string::npos);
+  if (isTooLarge) {
+    throw FunctionError("KALVEX:memory:TextTooLarge", {},
+                        "The texts of one column are limited to 2 GiB in memory. Filter or reduce "
+                        "the column before it is gathered.");
+  }
+  if (!status.ok()) throw std::logic_error(status.ToString());
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,129 @@
+#include "kv/runtime/selectRows.h"
+
+#include <arrow/array/data.h>
+#include <arrow/type.h>
+#include <arrow/util/bit_util.h>
+#include <fmt/format.h>
+
+#include <cstring>
+#include <numeric>
+#include <span>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "column/TextView.h"
+#include "column/allocate.h"
+#include "column/elementTypes.h"
+#include "kv/runtime/FunctionError.h"
+
+namespace kv::runtime {
+
+namespace {
+
+using Rows = std::vector<std::int64_t>;
+
+void checkKeep(const Chunk& chunk, const Column& keep) {
+  if (keep.type() != ElementType::Logical) {
+    const std::string type(elementTypeName(keep.type()));
+    throw FunctionError("KALVEX:function:BadTypes", {"filter", type},
+                        fmt::format("filter expected a logical condition, got {}.", type));
+  }
+  if (keep.rows() != chunk.rows()) {
+    throw FunctionError(
+        "KALVEX:function:RowCounts",
+        {"filter", std::to_string(chunk.rows()), std::to_string(keep.rows())},
+        fmt::format("filter expected a condition of {} rows, got {}.", chunk.rows(), keep.rows()));
+  }
+}
+
+/// The rows that are true. Writes every row and advances past the ones that stay: no branch.
+Rows keptRows(std::span<const std::uint8_t> keep, std::size_t count) {
+  Rows kept(count + 1);  // one more, for rows after the last that stays
+  std::size_t next = 0;
+  for (std::size_t row = 0; row < keep.size(); ++row) {
+    kept[next] = static_cast<std::int64_t>(row);
+    next += keep[row];
+  }
+  kept.resize(count);
+  return kept;
+}
+
+Column selectNumbers(const Column& column, const Rows& kept) {
+  if (column.isMissing()) return column.slice(0, static_cast<std::int64_t>(kept.size()));
+  auto buffer = allocateBuffer(static_cast<std::int64_t>(kept.size() * elementSize(column.type())));
+  visitNumeric(column.type(), [&]<class T>() {
+    const T* source = column.values<T>().data();
+    T* target = buffer->mutable_data_as<T>();
+    for (std::size_t i = 0; i < kept.size(); ++i) target[i] = source[kept[i]];
+  });
+  return Column(column.type(), static_cast<std::int64_t>(kept.size()), std::move(buffer));
+}
+
+/// Writes where the texts that stay begin and end, and returns how many bytes they have.
+std::int64_t selectOffsets(const TextView& texts, const Rows& kept, std::int32_t* offsets) {
+  std::int32_t end = 0;
+  offsets[0] = end;
+  for (std::size_t i = 0; i < kept.size(); ++i) {
+    end += static_cast<std::int32_t>(texts[kept[i]].size());
+    offsets[i + 1] = end;
+  }
+  return end;
+}
+
+/// The validity bits of the texts that stay, and how many of them are missing.
+std::pair<std::shared_ptr<arrow::Buffer>, std::int64_t> selectValidity(const TextView& texts,
+                                                                       const Rows& kept) {
+  const auto rows = static_cast<std::int64_t>(kept.size());
+  auto bits = allocateBuffer(arrow::bit_util::BytesForBits(rows));
+  std::memset(bits->mutable_data(), 0, static_cast<std::size_t>(bits->size()));
+  std::int64_t missing = 0;
+  for (std::int64_t i = 0; i < rows; ++i) {
+    const bool isMissing = texts.isMissing(kept[static_cast<std::size_t>(i)]);
+    if (!isMissing) arrow::bit_util::SetBit(bits->mutable_data(), i);
+    missing += isMissing ? 1 : 0;
+  }
+  return {std::move(bits), missing};
+}
+
+Column selectTexts(const Column& column, const Rows& kept) {
+  const TextView texts(column);
+  const auto rows = static_cast<std::int64_t>(kept.size());
+  auto offsets = allocateBuffer((rows + 1) * static_cast<std::int64_t>(sizeof(std::int32_t)));
+  auto* ends = offsets->mutable_data_as<std::int32_t>();
+  auto bytes = allocateBuffer(selectOffsets(texts, kept, ends));
+  for (std::size_t i = 0; i < kept.size(); ++i) {
+    const std::string_view text = texts[kept[i]];
+    if (!text.empty()) std::memcpy(bytes->mutable_data() + ends[i], text.data(), text.size());
+  }
+  std::shared_ptr<arrow::Buffer> validity;
+  std::int64_t missing = 0;
+  if (texts.hasMissing()) std::tie(validity, missing) = selectValidity(texts, kept);
+  return Column(ElementType::String,
+                arrow::ArrayData::Make(arrow::utf8(), rows, {validity, offsets, bytes}, missing));
+}
+
+}  // namespace
+
+Chunk selectRows(const Chunk& chunk, const Column& keep) {
+  checkKeep(chunk, keep);
+  const auto flags = keep.values<std::uint8_t>();
+  const auto count =
+      keep.isMissing() ? 0 : std::accumulate(flags.begin(), flags.end(), std::size_t{0});
+  if (count == flags.size()) return chunk;
+  const Rows kept = keptRows(flags, count);
+  Chunk result;
+  result.partition = chunk.partition;
+  result.ordinals = chunk.ordinals.select(kept);
+  result.names = chunk.names;
+  result.columns.reserve(chunk.columns.size());
+  for (const Column& column : chunk.columns) {
+    const bool isText = column.type() == ElementType::String;
+    result.columns.push_back(isText ? selectTexts(column, kept) : selectNumbers(column, kept));
+  }
+  return result;
+}
+
+}  // namespace kv::runtime

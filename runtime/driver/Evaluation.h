@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "driver/assembleStage.h"
+#include "driver/wholeValues.h"
+#include "engine/runUnit.h"
+#include "kv/runtime/Cancellation.h"
+#include "plan/Plan.h"
+#include "plan/Schedule.h"
+
+namespace kv::runtime {
+
+/// What an evaluation did.
+struct EvaluationFacts {
+  std::int64_t rows = 0;       ///< read from the sources, each source counted once
+  int passes = 0;              ///< over the data
+  double seconds = 0;          ///< wall time
+  std::int64_t peakBytes = 0;  ///< peak resident memory of the process so far
+};
+
+/// The facts when everything that was asked for is there already.
+EvaluationFacts nothingToEvaluate();
+
+/// Runs a plan by demand, in this thread, and completes the promises of its results.
+///
+/// Results of a pass are whole values, which the client's tasks and the next pass read. The
+/// partitions of a source are run in order, and what they give is merged in that order. Values that
+/// were gathered before run like their source, chunk by chunk, but not as a pass over the data.
+///
+/// Lives: one evaluation; the plan and the token outlive it.
+class Evaluation {
+ public:
+  Evaluation(const Plan& plan, const CancellationToken& cancellation);
+
+  /// Errors: "KALVEX:array:NotRunnable" with the class of an operation that can't be run,
+  ///         "KALVEX:bigdata:array:InvalidTallVersion" with the release that saved an array, before
+  ///         anything is run (in a branch that a condition chooses, before that branch);
+  ///         "KALVEX:array:Condition"; Cancelled within a chunk of the token's being set; failures
+  ///         of steps (see raiseStepFailure). No promise is completed then.
+  EvaluationFacts run();
+
+  /// The outputs of a task that ran. Requires: they were results, or needed whole.
+  std::vector<WholeValue> takeOutputs(int task);
+
+ private:
+  void refuseRecordedTasks() const;
+  void runInClient(int task);
+  void runStage(const std::vector<PassSink>& sinks);
+  std::shared_ptr<const RowCut> noteRows(const StageRows& rows, bool isData,
+                                         const std::vector<UnitResult>& results);
+  void takeResults(const std::vector<PassSink>& sinks, std::vector<UnitResult>& results,
+                   const std::shared_ptr<const RowCut>& cut);
+  std::vector<WholeValue> mergeAggregate(const PlanTask& task, std::size_t sink,
+                                         const std::vector<UnitResult>& results) const;
+  void completePromises();
+
+  const Plan& plan_;
+  const CancellationToken& cancellation_;
+  Schedule schedule_;
+  WholeValues values_;
+  std::set<std::string> sourcesSeen_;
+  std::uint64_t nextStage_ = 0;
+  EvaluationFacts facts_;
+};
+
+}  // namespace kv::runtime

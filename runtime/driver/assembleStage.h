@@ -1,0 +1,31 @@
+#pragma once
+
+#include <vector>
+
+#include "driver/wholeValues.h"
+#include "engine/Stage.h"
+#include "plan/Plan.h"
+#include "plan/Schedule.h"
+
+namespace kv::runtime {
+
+/// A stage, and the values that it reads.
+struct AssembledStage {
+  host::Value composite;  ///< the composite processor; holds the stage
+  std::vector<StageInput> inputs;
+  std::vector<host::Value> values;  ///< of the inputs, as users' functions get them
+
+  const Stage& stage() const;
+  /// The processor factory of a step.
+  host::Value factoryOf(std::size_t step) const;
+};
+
+/// Assembles the stage that gives `sinks`, in order, over builders of composite processors. A
+/// choice is the branch that it takes.
+///
+/// Requires: `schedule` lets the sinks run together: their rows flow from one source, and the whole
+///           values that they read are there.
+AssembledStage assembleStage(const Plan& plan, const Schedule& schedule,
+                             const std::vector<PassSink>& sinks, const WholeValues& values);
+
+}  // namespace kv::runtime

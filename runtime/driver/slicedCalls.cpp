@@ -1,0 +1,101 @@
+#include "driver/slicedCalls.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <utility>
+
+#include "kv/host/errors.h"
+#include "values/columnValues.h"
+#include "values/hostNames.h"
+
+namespace kv::runtime {
+namespace {
+
+constexpr std::int64_t kUnbounded = std::numeric_limits<std::int64_t>::max();
+
+std::vector<Column> callOnce(const OpSpec& spec, const kxArray* handle,
+                             std::span<const CallInput> inputs, const GivenRows& rows,
+                             OutputTypes& types) {
+  std::vector<host::Value> values;
+  std::vector<const kxArray*> arguments{handle};
+  for (const CallInput& input : inputs) {
+    if (input.rows) {
+      values.push_back(toValue(*input.rows));
+    }
+    arguments.push_back(input.rows ? values.back().get() : input.value);
+  }
+  const std::vector<host::Value> outputs =
+      host::callMany("feval", static_cast<int>(spec.numOutputs), arguments);
+  std::vector<Column> columns;
+  for (std::size_t i = 0; i < spec.numOutputs; ++i) {
+    if (i >= outputs.size() || outputs[i] == nullptr) {
+      host::raise("KALVEX:array:MissingOutput",
+                  {spec.label, std::to_string(i + 1), std::to_string(spec.numOutputs)});
+    }
+    columns.push_back(toColumn(asReturned(matrix::sharedCopy(outputs[i].get())).get()));
+    if (columns.back().rows() > 0) {
+      types.add(spec, i, columns.back().type(), rows);
+    }
+  }
+  return columns;
+}
+
+GivenRows givenRows(const Chunk& rows, std::int64_t first, std::int64_t count) {
+  return GivenRows::of({rows.partition, rows.ordinals.slice(first, count), nullptr, {}});
+}
+
+std::vector<CallInput> sliceOf(std::span<const CallInput> inputs, std::int64_t first,
+                               std::int64_t count) {
+  std::vector<CallInput> slices(inputs.begin(), inputs.end());
+  for (CallInput& slice : slices) {
+    if (slice.rows) {
+      slice.rows = slice.rows->slice(first, count);
+    }
+  }
+  return slices;
+}
+
+}  // namespace
+
+std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle) {
+  if (!kxIsA(functionHandle, kFunctionHandle)) {
+    return kUnbounded;
+  }
+  const double bound = kxGetScalar(host::getProperty(functionHandle, "MaxNumSlices").get());
+  if (std::isinf(bound) || bound >= static_cast<double>(kUnbounded)) {
+    return kUnbounded;
+  }
+  if (!(bound >= 1)) {
+    host::raise("KALVEX:array:MaxNumSlices", {spec.label, fmt::format("{}", bound)});
+  }
+  return static_cast<std::int64_t>(bound);
+}
+
+std::vector<Column> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
+                                 std::span<const CallInput> inputs, const Chunk& rows,
+                                 OutputTypes& types) {
+  const std::int64_t maxRows = maxRowsOf(spec, functionHandle);
+  if (rows.rows() <= maxRows) {
+    return callOnce(spec, functionHandle, inputs, GivenRows::of(rows), types);
+  }
+  std::vector<std::vector<Column>> parts(spec.numOutputs);
+  for (std::int64_t first = 0; first < rows.rows(); first += maxRows) {
+    const std::int64_t count = std::min(maxRows, rows.rows() - first);
+    std::vector<Column> outputs = callOnce(spec, functionHandle, sliceOf(inputs, first, count),
+                                           givenRows(rows, first, count), types);
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+      parts[i].push_back(std::move(outputs[i]));
+    }
+  }
+  std::vector<Column> joined;
+  for (const std::vector<Column>& part : parts) {
+    joined.push_back(concatenate(part));
+  }
+  return joined;
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "engine/OpSpec.h"
+#include "engine/OutputTypes.h"
+#include "kv/host/values.h"
+#include "kv/runtime/Chunk.h"
+
+/// Users' functions that may take no more than so many rows at a time.
+namespace kv::runtime {
+
+/// An input of a function: rows, which are sliced, or a value that each call gets as it is.
+struct CallInput {
+  std::optional<Column> rows;
+  const kxArray* value = nullptr;
+};
+
+/// The most rows that the function of a FunctionHandle takes at a time: its MaxNumSlices, rounded
+/// down; the largest count where there is no bound, or where a factory of a user's class stands in
+/// its place.
+///
+/// Errors: "KALVEX:array:MaxNumSlices" with the label of `spec` and the bound, if that is below 1.
+std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle);
+
+/// Calls the function of a FunctionHandle on the rows of the inputs, as many at a time as it takes,
+/// in order, and joins what it gives, output by output.
+///
+/// `rows` says which rows the inputs are; `types` takes in the types of what the calls return.
+/// Requires: inputs of rows have as many as `rows`.
+/// Errors: what the function raises; "KALVEX:array:MissingOutput"; those of `maxRowsOf` and of
+///         OutputTypes.
+std::vector<Column> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
+                                 std::span<const CallInput> inputs, const Chunk& rows,
+                                 OutputTypes& types);
+
+}  // namespace kv::runtime

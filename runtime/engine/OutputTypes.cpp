@@ -1,0 +1,36 @@
+#include "engine/OutputTypes.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+
+#include "kv/host/errors.h"
+
+namespace kv::runtime {
+
+GivenRows GivenRows::of(const Chunk& chunk) {
+  const std::int64_t rows = chunk.rows();
+  if (rows == 0) {
+    return {chunk.partition, 0, 0};
+  }
+  return {chunk.partition, chunk.ordinals.at(0), chunk.ordinals.at(rows - 1) + 1};
+}
+
+std::string GivenRows::describe() const {
+  return fmt::format("partition {}, rows {} to {}", partition + 1, first + 1, last);
+}
+
+void OutputTypes::add(const OpSpec& spec, std::size_t output, ElementType type,
+                      const GivenRows& rows) {
+  seen_.resize(std::max(seen_.size(), output + 1));
+  std::optional<Seen>& seen = seen_[output];
+  if (!seen) {
+    seen = Seen{type, rows};
+  } else if (seen->type != type) {
+    host::raise("KALVEX:array:ChunkTypes",
+                {spec.label, std::string(elementTypeName(seen->type)), seen->rows.describe(),
+                 std::string(elementTypeName(type)), rows.describe()});
+  }
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,66 @@
+#include "kernel/blockCasts.h"
+
+#include <array>
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+
+#include "column/elementTypes.h"
+
+namespace kv::runtime {
+
+namespace {
+
+template <ElementType from, ElementType to>
+constexpr bool isPromotion() {
+  if (from == to || to == ElementType::Logical || from == ElementType::Logical) return from != to;
+  if (isFloating(to)) return to == ElementType::Double || !isFloating(from);
+  if (isFloating(from)) return false;
+  constexpr std::size_t widthFrom = sizeof(ElementOf<from>);
+  constexpr std::size_t widthTo = sizeof(ElementOf<to>);
+  return widthFrom < widthTo && (isSigned(to) || !isSigned(from));
+}
+
+template <ElementType from, ElementType to>
+void castLoop(const void* input, void* output, std::size_t count) {
+  const auto* __restrict source = static_cast<const ElementOf<from>*>(input);
+  auto* __restrict target = static_cast<ElementOf<to>*>(output);
+  for (std::size_t i = 0; i < count; ++i) {
+    if constexpr (to == ElementType::Logical) {
+      target[i] = source[i] != 0 ? 1 : 0;
+    } else {
+      target[i] = static_cast<ElementOf<to>>(source[i]);
+    }
+  }
+}
+
+template <std::size_t from, std::size_t to>
+constexpr BlockCast castOf() {
+  constexpr auto source = static_cast<ElementType>(from);
+  constexpr auto target = static_cast<ElementType>(to);
+  if constexpr (isPromotion<source, target>()) return &castLoop<source, target>;
+  return nullptr;
+}
+
+constexpr std::size_t kTypes = std::tuple_size_v<NumericTypes>;
+
+template <std::size_t from, std::size_t... to>
+constexpr std::array<BlockCast, kTypes> castsFrom(std::index_sequence<to...>) {
+  return {castOf<from, to>()...};
+}
+
+template <std::size_t... from>
+constexpr auto castTable(std::index_sequence<from...>) {
+  return std::array{castsFrom<from>(std::make_index_sequence<kTypes>())...};
+}
+
+constexpr auto kCasts = castTable(std::make_index_sequence<kTypes>());
+
+}  // namespace
+
+BlockCast blockCast(ElementType from, ElementType to) {
+  if (from == ElementType::String || to == ElementType::String) return nullptr;
+  return kCasts[indexOf(from)][indexOf(to)];
+}
+
+}  // namespace kv::runtime

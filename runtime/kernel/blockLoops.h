@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "column/elementTypes.h"
+#include "kv/runtime/ElementFunctions.h"
+
+namespace kv::runtime {
+
+// Loops over a block around a function of one element. They are as plain as they are so that the
+// compiler vectorises them. An operation `Op` is a type with a static function `apply` of one or
+// two elements of type T; what it returns is the element type of the output.
+
+template <class Op, class T>
+void unaryLoop(const void* input, const void*, void* output, std::size_t count) {
+  using Result = decltype(Op::apply(T{}));
+  const T* __restrict a = static_cast<const T*>(input);
+  Result* __restrict result = static_cast<Result*>(output);
+  for (std::size_t i = 0; i < count; ++i) result[i] = Op::apply(a[i]);
+}
+
+template <class Op, class T, Spread spread>
+void binaryLoop(const void* left, const void* right, void* output, std::size_t count) {
+  using Result = decltype(Op::apply(T{}, T{}));
+  if (count == 0) return;
+  const T* __restrict a = static_cast<const T*>(left);
+  const T* __restrict b = static_cast<const T*>(right);
+  Result* __restrict result = static_cast<Result*>(output);
+  if constexpr (spread == Spread::None) {
+    for (std::size_t i = 0; i < count; ++i) result[i] = Op::apply(a[i], b[i]);
+  } else if constexpr (spread == Spread::Left) {
+    const T x = a[0];
+    for (std::size_t i = 0; i < count; ++i) result[i] = Op::apply(x, b[i]);
+  } else {
+    const T y = b[0];
+    for (std::size_t i = 0; i < count; ++i) result[i] = Op::apply(a[i], y);
+  }
+}
+
+/// Enters the loops of `Op` over the C++ type of each element type named.
+template <class Op, ElementType... types>
+constexpr BlockTable unaryBlocks(BlockTable table = {}) {
+  ((table[indexOf(types)] = {&unaryLoop<Op, ElementOf<types>>, nullptr, nullptr}), ...);
+  return table;
+}
+
+template <class Op, ElementType... types>
+constexpr BlockTable binaryBlocks(BlockTable table = {}) {
+  ((table[indexOf(types)] = {&binaryLoop<Op, ElementOf<types>, Spread::None>,
+                             &binaryLoop<Op, ElementOf<types>, Spread::Left>,
+                             &binaryLoop<Op, ElementOf<types>, Spread::Right>}),
+   ...);
+  return table;
+}
+
+// The same over sets of types; calls nest: `unaryIntegers<Op>(unaryFloating<Op>())`.
+
+template <class Op>
+constexpr BlockTable unaryFloating(BlockTable table = {}) {
+  return unaryBlocks<Op, ElementType::Double, ElementType::Single>(table);
+}
+
+template <class Op>
+constexpr BlockTable unaryIntegers(BlockTable table = {}) {
+  using enum ElementType;
+  return unaryBlocks<Op, Int8, UInt8, Int16, UInt16, Int32, UInt32, Int64, UInt64>(table);
+}
+
+template <class Op>
+constexpr BlockTable binaryFloating(BlockTable table = {}) {
+  return binaryBlocks<Op, ElementType::Double, ElementType::Single>(table);
+}
+
+template <class Op>
+constexpr BlockTable binaryIntegers(BlockTable table = {}) {
+  using enum ElementType;
+  return binaryBlocks<Op, Int8, UInt8, Int16, UInt16, Int32, UInt32, Int64, UInt64>(table);
+}
+
+template <class Op>
+constexpr BlockTable unaryLogical(BlockTable table = {}) {
+  return unaryBlocks<Op, ElementType::Logical>(table);
+}
+
+template <class Op>
+constexpr BlockTable binaryLogical(BlockTable table = {}) {
+  return binaryBlocks<Op, ElementType::Logical>(table);
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,214 @@
+#include "kernel/constants.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <concepts>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "column/allocate.h"
+#include "column/elementTypes.h"
+#include "kv/runtime/FunctionError.h"
+
+namespace kv::runtime {
+
+namespace {
+
+constexpr double kLargestExactWhole = 9007199254740992.0;  // 2^53
+
+bool isWeakNumber(const Operand& operand) {
+  return operand.isWeak && operand.column.type() != ElementType::String;
+}
+
+Operand scalarOf(ElementType type, auto value, bool isWeak = false) {
+  return {scalarColumn(type, value), true, isWeak};
+}
+
+/// Calls `visit(value)` with a weak number: std::uint8_t, std::int64_t, std::uint64_t or double.
+auto visitConstant(const Operand& operand, auto&& visit) {
+  switch (operand.column.type()) {
+    case ElementType::Int64:
+      return visit(operand.column.values<std::int64_t>()[0]);
+    case ElementType::UInt64:
+      return visit(operand.column.values<std::uint64_t>()[0]);
+    case ElementType::Double:
+      return visit(operand.column.values<double>()[0]);
+    default:
+      return visit(operand.column.values<std::uint8_t>()[0]);
+  }
+}
+
+/// True if `value` can be an element of type `type` without a change, rounding to floating types
+/// apart.
+template <class Value>
+bool fits(Value value, ElementType type) {
+  if (!isInteger(type)) return true;
+  return visitNumeric(type, [&]<class T>() {
+    if constexpr (std::integral<T> && std::integral<Value>) {
+      return std::in_range<T>(value);
+    } else {
+      return false;
+    }
+  });
+}
+
+std::string textOf(const Operand& constant) {
+  return visitConstant(constant, [](auto value) { return fmt::format("{}", value); });
+}
+
+/// Refuses a whole number that isn't a double.
+template <class Value>
+void requireExact(Value whole) {
+  if constexpr (std::integral<Value>) {
+    constexpr double kBeyond = 18446744073709551616.0;  // 2^64: its conversion back isn't defined
+    const auto nearest = static_cast<double>(whole);
+    using Wide = std::conditional_t<std::is_signed_v<Value>, std::int64_t, std::uint64_t>;
+    constexpr double kLimit = std::is_signed_v<Value> ? kBeyond / 2 : kBeyond;
+    if (nearest < kLimit && static_cast<Wide>(nearest) == static_cast<Wide>(whole)) return;
+    const std::string text = fmt::format("{}", whole);
+    throw FunctionError("KALVEX:array:NotExact", {text},
+                        fmt::format("{} is beyond 2^53, where a double skips whole numbers. The "
+                                    "nearest double is {}.",
+                                    text, nearest));
+  }
+}
+
+/// The constant as a scalar of type `type`, weak no longer.
+///
+/// Requires: it fits.
+/// Errors: "KALVEX:array:NotExact".
+Operand constantAs(const Operand& constant, ElementType type) {
+  return visitConstant(constant, [&](auto value) {
+    if (type == ElementType::Logical) return scalarOf(type, static_cast<std::uint8_t>(value != 0));
+    if (isFloating(type)) requireExact(value);
+    return visitNumeric(type, [&]<class T>() { return scalarOf(type, static_cast<T>(value)); });
+  });
+}
+
+/// A constant that no integer can be, beyond all of them.
+Operand beyondAll(const Operand& constant) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  const bool isBelow = visitConstant(constant, [](auto value) { return value < 0; });
+  return scalarOf(ElementType::Double, isBelow ? -kInfinity : kInfinity, true);
+}
+
+/// A double that is a whole number as an integer, so that integers are compared with it exactly.
+Operand asWhole(const Operand& constant, bool meetsIntegers) {
+  if (constant.column.type() != ElementType::Double) return constant;
+  const double value = constant.column.values<double>()[0];
+  if (std::trunc(value) != value) return constant;
+  if (value >= -0x1p63 && value < 0x1p63) {
+    return scalarOf(ElementType::Int64, static_cast<std::int64_t>(value), true);
+  }
+  if (value >= 0 && value < 0x1p64) {
+    return scalarOf(ElementType::UInt64, static_cast<std::uint64_t>(value), true);
+  }
+  return meetsIntegers ? beyondAll(constant) : constant;
+}
+
+bool isFloatingColumn(const Operand& input) {
+  return !input.isWeak && isFloating(input.column.type());
+}
+
+Operand adapt(const ElementFunction& function, const Operand& constant, ElementType compute) {
+  if (visitConstant(constant, [&](auto value) { return fits(value, compute); })) {
+    return constantAs(constant, compute);
+  }
+  if (function.rule == TypeRule::Comparison) return beyondAll(constant);
+  const std::string type(elementTypeName(compute));
+  throw FunctionError("KALVEX:function:OutOfRange",
+                      {std::string(function.name), textOf(constant), type},
+                      fmt::format("{}: the constant {} doesn't fit the type {}.", function.name,
+                                  textOf(constant), type));
+}
+
+ElementType computingType(const ElementFunction& function, std::span<const Operand> inputs) {
+  std::vector<OperandType> types;
+  for (const Operand& input : inputs) types.push_back({input.column.type(), isWeakNumber(input)});
+  return resolve(function, types).compute;
+}
+
+/// Logicals count as numbers where the result would be of a small type.
+bool computesInNumbers(TypeRule rule) {
+  return rule == TypeRule::Floating || rule == TypeRule::Counting || rule == TypeRule::Power;
+}
+
+/// True if whole numbers give whole numbers where the result is one.
+bool keepsWholes(TypeRule rule) {
+  return rule == TypeRule::Promoted || rule == TypeRule::Counting || rule == TypeRule::Power ||
+         rule == TypeRule::Choice;
+}
+
+/// A number among constants alone, as it is computed with.
+Operand foldingInput(const ElementFunction& function, const Operand& constant) {
+  const ElementType type = constant.column.type();
+  const bool stays = type == ElementType::String ||
+                     (type == ElementType::Logical && !computesInNumbers(function.rule));
+  return stays ? Operand{constant.column, true, false} : constantAs(constant, ElementType::Double);
+}
+
+/// True for a double that can be written as an integer, which -0 can't.
+bool isWhole(double value) {
+  const bool isNegativeZero = value == 0 && std::signbit(value);
+  return std::trunc(value) == value && std::abs(value) <= kLargestExactWhole && !isNegativeZero;
+}
+
+}  // namespace
+
+void refuseNegativePowers(const ElementFunction& function, const Column& exponents) {
+  visitNumeric(exponents.type(), [&]<class T>() {
+    if constexpr (std::is_signed_v<T> && std::integral<T>) {
+      const auto isNegative = [](T value) { return value < 0; };
+      const auto values = exponents.values<T>();
+      const auto found = std::ranges::find_if(values, isNegative);
+      if (found == values.end()) return;
+      throw FunctionError(
+          "KALVEX:function:NegativePower", {std::string(function.name), fmt::format("{}", *found)},
+          fmt::format("{0}: an integer to the power of the negative integer {1} is no integer. "
+                      "Make one of them a double, as in x ^ {1}.0.",
+                      function.name, *found));
+    }
+  });
+}
+
+std::vector<Operand> adaptConstants(const ElementFunction& function,
+                                    std::span<const Operand> inputs) {
+  std::vector<Operand> adapted(inputs.begin(), inputs.end());
+  if (std::ranges::none_of(inputs, isWeakNumber)) return adapted;
+  const bool compares = function.rule == TypeRule::Comparison;
+  const bool meetsIntegers = std::ranges::none_of(inputs, isFloatingColumn);
+  for (Operand& input : adapted) {
+    if (compares && isWeakNumber(input)) input = asWhole(input, meetsIntegers);
+  }
+  const ElementType compute = computingType(function, adapted);
+  const std::size_t first = function.rule == TypeRule::Choice ? 1 : 0;  // a condition is logical
+  for (std::size_t i = first; i < adapted.size(); ++i) {
+    if (!isWeakNumber(adapted[i])) continue;
+    adapted[i] = adapt(function, adapted[i], compute);
+    const bool isExponent = function.rule == TypeRule::Power && i == 1;
+    if (isExponent) refuseNegativePowers(function, adapted[i].column);
+  }
+  for (Operand& input : adapted) input.isWeak = false;
+  return adapted;
+}
+
+Operand foldConstants(const ElementFunction& function, std::span<const Operand> inputs) {
+  std::vector<Operand> numbers;
+  bool areWhole = keepsWholes(function.rule);
+  for (const Operand& input : inputs) {
+    areWhole = areWhole && input.column.type() != ElementType::Double;
+    numbers.push_back(foldingInput(function, input));
+  }
+  const Column result = evaluate(function, numbers, 1);
+  if (result.type() != ElementType::Double) return {result, true, true};
+  const double value = result.values<double>()[0];
+  if (!areWhole || !isWhole(value)) return {result, true, true};
+  return scalarOf(ElementType::Int64, static_cast<std::int64_t>(value), true);
+}
+
+}  // namespace kv::runtime

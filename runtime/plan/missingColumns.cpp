@@ -1,0 +1,50 @@
+#include "plan/missingColumns.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "engine/Stage.h"
+#include "kv/runtime/DataError.h"
+#include "kv/runtime/shownText.h"
+#include "plan/Schedule.h"
+#include "plan/planSteps.h"
+
+namespace kv::runtime {
+namespace {
+
+void throwIfMissing(const Datastore& source, const std::string& name) {
+  const Schema& schema = source.schema();
+  if (std::ranges::find(schema, name, &ColumnInfo::name) != schema.end()) {
+    return;
+  }
+  std::vector<std::string> names;
+  for (const ColumnInfo& column : schema) {
+    names.push_back(column.name);
+  }
+  const std::string known = shownNames(names);
+  throw DataError("KALVEX:datastore:MissingColumn", {source.displayName(), name, known},
+                  fmt::format("'{}' has no column '{}', which a saved array reads; it has: {}.",
+                              source.displayName(), shownText(name), known));
+}
+
+}  // namespace
+
+void throwIfColumnsAreMissing(const Plan& plan) {
+  std::vector<int> tasks(plan.tasks.size());
+  std::iota(tasks.begin(), tasks.end(), 0);
+  const std::vector<StageStep> steps = stepsOf(plan, tasks, Schedule(plan));
+  const std::vector<ColumnNeeds> needs = columnNeeds(steps);
+  for (std::size_t i = 0; i < steps.size(); ++i) {
+    if (steps[i].spec->source != nullptr) {
+      for (const std::string& name : needs[i].names) {
+        throwIfMissing(*steps[i].spec->source, name);
+      }
+    }
+  }
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,104 @@
+#include "source/PathExpansion.h"
+
+#include <fmt/format.h>
+#include <glob.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <filesystem>
+#include <new>
+#include <system_error>
+
+#include "kv/runtime/DataError.h"
+#include "source/pathProblems.h"
+
+namespace kv::runtime {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool isPattern(const std::string& path) { return path.find_first_of("*?[") != std::string::npos; }
+
+bool isVisibleCsv(const fs::path& file) {
+  std::string ending = file.extension().string();
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return ending == ".csv" && file.filename().string().front() != '.';
+}
+
+std::vector<std::string> csvFilesIn(const std::string& folder) {
+  std::vector<std::string> files;
+  std::error_code failure;
+  for (fs::directory_iterator entry(folder, failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    std::error_code ignored;
+    if (isVisibleCsv(entry->path()) && !fs::is_directory(entry->path(), ignored)) {
+      files.push_back(entry->path().string());
+    }
+  }
+  if (failure) {
+    throwUnreachable(folder, failure.value());
+  }
+  return files;
+}
+
+/// What kept glob() from looking into a folder; its call-back takes no argument of the caller's.
+thread_local std::string unreadableFolder;
+thread_local int unreadableError = 0;
+
+int noteUnreadable(const char* folder, int error) {
+  if (error == ENOENT) {
+    return 0;  // no such folder: nothing matches
+  }
+  unreadableFolder = folder;
+  unreadableError = error;
+  return 1;
+}
+
+/// A folder that can't be read might hold files that match: leaving them out would be a wrong
+/// answer.
+std::vector<std::string> filesMatching(const std::string& pattern) {
+  glob_t matches{};
+  const int outcome = ::glob(pattern.c_str(), GLOB_NOSORT, noteUnreadable, &matches);
+  std::vector<std::string> files;
+  for (std::size_t i = 0; outcome == 0 && i < matches.gl_pathc; ++i) {
+    std::error_code ignored;
+    if (!fs::is_directory(matches.gl_pathv[i], ignored)) files.emplace_back(matches.gl_pathv[i]);
+  }
+  ::globfree(&matches);
+  if (outcome == GLOB_ABORTED) {
+    throwUnreachable(unreadableFolder, unreadableError);
+  }
+  if (outcome == GLOB_NOSPACE) {
+    throw std::bad_alloc();
+  }
+  return files;
+}
+
+std::vector<std::string> sortedOrNoFiles(std::vector<std::string> files, const std::string& path,
+                                         const char* message) {
+  if (files.empty()) {
+    throw DataError("KALVEX:datastore:NoFiles", {path}, fmt::format(fmt::runtime(message), path));
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+}  // namespace
+
+std::vector<std::string> expandPath(const std::string& path) {
+  std::error_code failure;
+  const fs::file_status status = fs::status(path, failure);
+  if (!failure) {
+    return fs::is_directory(status)
+               ? sortedOrNoFiles(csvFilesIn(path), path, "The folder '{}' holds no .csv file.")
+               : std::vector<std::string>{path};
+  }
+  if (isPattern(path) && status.type() == fs::file_type::not_found) {
+    return sortedOrNoFiles(filesMatching(path), path, "No file matches the pattern '{}'.");
+  }
+  throwUnreachable(path, failure.value());
+}
+
+}  // namespace kv::runtime

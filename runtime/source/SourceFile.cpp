@@ -1,0 +1,85 @@
+#include "source/SourceFile.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <thread>
+
+#include "kv/runtime/DataError.h"
+#include "source/pathProblems.h"
+
+namespace kv::runtime {
+namespace {
+
+using std::chrono::nanoseconds;
+
+/// A file that claims to be younger than this has a time from another clock.
+constexpr nanoseconds kLongestTick = std::chrono::milliseconds(50);
+
+/// More than a file needs that is written once: they are a millisecond apart or more.
+constexpr int kMostLooks = 100;
+
+nanoseconds sinceEpoch(const timespec& time) {
+  return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
+}
+
+/// The time that the file system would give to a file that is written now.
+nanoseconds timeOfWrites() {
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  return sinceEpoch(now);
+}
+
+/// A write in the same tick of the clock as the last one would leave the same time.
+bool mayKeepItsTime(const struct stat& status) {
+  const nanoseconds ahead = sinceEpoch(status.st_mtim) - timeOfWrites();
+  return ahead >= nanoseconds(0) && ahead < kLongestTick;
+}
+
+std::int64_t modifiedTicks(const struct stat& status) {
+  const std::chrono::sys_time<nanoseconds> time(sinceEpoch(status.st_mtim));
+  return std::chrono::file_clock::from_sys(time).time_since_epoch().count();
+}
+
+struct stat statusOf(const std::string& path) {
+  struct stat status {};
+  while (::stat(path.c_str(), &status) != 0) {
+    if (errno != EINTR) {
+      throwUnreachable(path, errno);
+    }
+  }
+  throwUnlessRegular(path, status);
+  return status;
+}
+
+}  // namespace
+
+SourceFile SourceFile::look(const std::string& path) {
+  struct stat status = statusOf(path);
+  for (int looks = 1; mayKeepItsTime(status); ++looks) {
+    if (looks == kMostLooks) {
+      throwNotReadable(path, "it is being written; try again when it is complete");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    status = statusOf(path);
+  }
+  return {path, std::filesystem::absolute(path).lexically_normal().string(), status.st_size,
+          modifiedTicks(status), false};
+}
+
+bool SourceFile::isAsNoted(const struct stat& status) const {
+  return status.st_size == bytes && modifiedTicks(status) == modified;
+}
+
+void SourceFile::throwChanged() const {
+  throw DataError("KALVEX:datastore:SourceChanged", {path},
+                  fmt::format("The file '{}' has changed since it was {}; {}.", path,
+                              isFromSave ? "saved with its array" : "opened",
+                              isFromSave ? "read it as a new table" : "open it again to read it"));
+}
+
+}  // namespace kv::runtime

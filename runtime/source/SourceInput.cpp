@@ -1,0 +1,129 @@
+#include "source/SourceInput.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "kv/runtime/DataError.h"
+#include "source/pathProblems.h"
+
+namespace kv::runtime {
+namespace {
+
+/// Runs a system call again as long as signals interrupt it.
+template <class Call>
+auto uninterrupted(Call&& call) {
+  for (;;) {
+    const auto result = call();
+    if (result >= 0 || errno != EINTR) {
+      return result;
+    }
+  }
+}
+
+bool areEqual(const timespec& a, const timespec& b) {
+  return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+/// The time of change (ctime) can't be set, so it also differs where a writer restores the other.
+/// It also differs after a change of rights or links, which nothing distinguishes from such a
+/// write.
+bool isSameVersion(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+         areEqual(a.st_mtim, b.st_mtim) && areEqual(a.st_ctim, b.st_ctim);
+}
+
+[[noreturn]] void throwNotOpened(const SourceFile& file, int error) {
+  if (error != ENOENT && error != ENOTDIR) {
+    throwUnreachable(file.isFromSave ? file.absolutePath : file.path, error);
+  }
+  if (!file.isFromSave) {
+    file.throwChanged();
+  }
+  throw DataError(
+      "KALVEX:datastore:SourceGone", {file.absolutePath},
+      fmt::format("The file '{}', which a saved array reads, is gone.", file.absolutePath));
+}
+
+}  // namespace
+
+SourceInput::SourceInput(SourceFile file) : file_(std::move(file)) {
+  // A pipe that took the place of the file must not keep the caller waiting for a writer.
+  descriptor_ = uninterrupted(
+      [&] { return ::open(file_.absolutePath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); });
+  if (descriptor_ < 0) {
+    throwNotOpened(file_, errno);
+  }
+  try {
+    if (uninterrupted([&] { return ::fstat(descriptor_, &opened_); }) != 0) {
+      throwUnreachable(file_.path, errno);
+    }
+    if (!file_.isAsNoted(opened_)) {
+      file_.throwChanged();
+    }
+    throwUnlessRegular(file_.path, opened_);
+  } catch (...) {
+    ::close(descriptor_);
+    throw;
+  }
+}
+
+SourceInput::~SourceInput() { ::close(descriptor_); }
+
+std::size_t SourceInput::read(char* to, std::size_t bytes) {
+  std::size_t got = 0;
+  while (got < bytes) {
+    const auto part = uninterrupted([&] { return ::read(descriptor_, to + got, bytes - got); });
+    if (part < 0) {
+      throwUnreachable(file_.path, errno);
+    }
+    if (part == 0) {
+      break;
+    }
+    got += static_cast<std::size_t>(part);
+  }
+  position_ += static_cast<std::int64_t>(got);
+  throwIfWritten();
+  if (got < bytes) {
+    throwIfReplaced();
+  }
+  return got;
+}
+
+void SourceInput::throwIfWritten() const {
+  struct stat now {};
+  if (uninterrupted([&] { return ::fstat(descriptor_, &now); }) != 0) {
+    throwUnreachable(file_.path, errno);
+  }
+  if (!isSameVersion(now, opened_)) {
+    throwChangedMeanwhile();
+  }
+}
+
+void SourceInput::throwIfReplaced() const {
+  struct stat now {};
+  const int failure =
+      uninterrupted([&] { return ::stat(file_.absolutePath.c_str(), &now); }) == 0 ? 0 : errno;
+  const bool isGone = failure == ENOENT || failure == ENOTDIR;
+  if (failure != 0 && !isGone) {
+    throwUnreachable(file_.path, failure);
+  }
+  // A file that ends before its size says so was cut where its times don't show it.
+  if (isGone || !isSameVersion(now, opened_) || position_ < opened_.st_size) {
+    throwChangedMeanwhile();
+  }
+}
+
+void SourceInput::throwChangedMeanwhile() const {
+  throw DataError(
+      "KALVEX:datastore:SourceChanged", {file_.path},
+      fmt::format(
+          "The file '{}' changed while it was read (its contents, rights or links); read it "
+          "again when nothing changes it.",
+          file_.path));
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,172 @@
+#include "source/csv/CsvColumn.h"
+
+#include <arrow/array/array_base.h>
+#include <arrow/array/data.h>
+#include <arrow/buffer.h>
+#include <arrow/csv/converter.h>
+#include <arrow/csv/options.h>
+#include <arrow/csv/parser.h>
+#include <arrow/type.h>
+#include <arrow/util/bit_util.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include "column/allocate.h"
+
+namespace kv::runtime {
+namespace {
+
+/// From here on neighbouring whole numbers share a double.
+constexpr double kFirstUnsafeWhole = 9007199254740992.0;
+constexpr std::string_view kLastSafeWhole = "9007199254740992";
+
+arrow::csv::ConvertOptions numberOptions() {
+  arrow::csv::ConvertOptions options;
+  options.null_values = {"", "NA", "NaN", "null"};
+  options.true_values = {"1", "true", "True", "TRUE"};
+  options.false_values = {"0", "false", "False", "FALSE"};
+  return options;
+}
+
+arrow::csv::ConvertOptions textOptions() {
+  arrow::csv::ConvertOptions options;
+  options.check_utf8 = false;  // CsvBlocks has checked all bytes
+  options.null_values = {""};
+  options.strings_can_be_null = true;
+  return options;
+}
+
+/// A converter keeps a reference to its options, so these live as long as the process.
+const arrow::csv::ConvertOptions& optionsFor(ElementType type) {
+  static const arrow::csv::ConvertOptions numbers = numberOptions();
+  static const arrow::csv::ConvertOptions texts = textOptions();
+  return type == ElementType::String ? texts : numbers;
+}
+
+std::shared_ptr<arrow::DataType> convertedType(ElementType type) {
+  return type == ElementType::Logical ? arrow::boolean() : arrowTypeOf(type);
+}
+
+/// Writes NaN where the validity bitmap says that a value is missing.
+template <class T>
+void fillMissing(const arrow::ArrayData& data) {
+  const std::uint8_t* valid = data.buffers[0]->data();
+  auto* values = data.buffers[1]->mutable_data_as<T>();
+  for (std::int64_t row = 0; row < data.length; ++row) {
+    if (!arrow::bit_util::GetBit(valid, static_cast<std::uint64_t>(row))) {
+      values[row] = std::numeric_limits<T>::quiet_NaN();
+    }
+  }
+}
+
+/// The floating column over the converter's own buffer, which nobody else holds yet.
+Column floatingColumn(ElementType type, const arrow::ArrayData& data) {
+  if (data.GetNullCount() > 0) {
+    type == ElementType::Double ? fillMissing<double>(data) : fillMissing<float>(data);
+  }
+  return Column(type, data.length, data.buffers[1]);
+}
+
+/// Arrow's booleans are bits; ours are bytes.
+Column logicalColumn(const arrow::ArrayData& data) {
+  const std::shared_ptr<arrow::Buffer> bytes = allocateBuffer(data.length);
+  const std::uint8_t* bits = data.buffers[1]->data();
+  for (std::int64_t row = 0; row < data.length; ++row) {
+    bytes->mutable_data()[row] = arrow::bit_util::GetBit(bits, static_cast<std::uint64_t>(row));
+  }
+  return Column(ElementType::Logical, data.length, bytes);
+}
+
+Column columnOf(ElementType type, const std::shared_ptr<arrow::ArrayData>& data) {
+  switch (type) {
+    case ElementType::String:
+      return Column(type, data);
+    case ElementType::Double:
+    case ElementType::Single:
+      return floatingColumn(type, *data);
+    case ElementType::Logical:
+      return logicalColumn(*data);
+    default:
+      return Column(type, data->length, data->buffers[1]);
+  }
+}
+
+bool hasMissingValue(ElementType type) {
+  return type == ElementType::String || type == ElementType::Double || type == ElementType::Single;
+}
+
+bool mayHoldUnsafeWhole(std::span<const double> values) {
+  bool found = false;
+  for (const double value : values) found |= std::abs(value) >= kFirstUnsafeWhole;
+  return found;
+}
+
+/// True for the text of a whole number beyond 2^53: a sign or none, and digits.
+bool isUnsafeWhole(std::string_view text) {
+  const auto skip = [&text](std::string_view characters) {
+    text.remove_prefix(std::min(text.find_first_not_of(characters), text.size()));
+  };
+  skip(" \t");
+  if (text.starts_with('-') || text.starts_with('+')) text.remove_prefix(1);
+  while (text.ends_with(' ') || text.ends_with('\t')) text.remove_suffix(1);
+  if (text.find_first_not_of("0123456789") != std::string_view::npos) return false;
+  skip("0");
+  return text.size() > kLastSafeWhole.size() ||
+         (text.size() == kLastSafeWhole.size() && text > kLastSafeWhole);
+}
+
+std::shared_ptr<arrow::csv::Converter> makeConverter(ElementType type) {
+  auto made = arrow::csv::Converter::Make(convertedType(type), optionsFor(type));
+  throwIfOutOfMemory(made.status());
+  return *std::move(made);
+}
+
+std::string_view viewOf(const std::uint8_t* text, std::uint32_t size) {
+  return {reinterpret_cast<const char*>(text), size};
+}
+
+}  // namespace
+
+CsvColumn::CsvColumn(std::int32_t index, ElementType type)
+    : index_(index), type_(type), converter_(makeConverter(type)) {}
+
+ConvertedColumn CsvColumn::convert(const arrow::csv::BlockParser& block) const {
+  const auto array = converter_->Convert(block, index_);
+  if (!array.ok()) {
+    throwIfOutOfMemory(array.status());
+    return {std::nullopt, FieldFault::Unfit};
+  }
+  const std::shared_ptr<arrow::ArrayData>& data = (*array)->data();
+  if (!hasMissingValue(type_) && data->GetNullCount() > 0) return {{}, FieldFault::Missing};
+  Column column = columnOf(type_, data);
+  if (type_ == ElementType::Double && mayHoldUnsafeWhole(column.values<double>()) &&
+      holdsUnsafeWhole(block)) {
+    return {std::nullopt, FieldFault::TooLarge};
+  }
+  return {std::move(column), FieldFault::None};
+}
+
+bool CsvColumn::holdsUnsafeWhole(const arrow::csv::BlockParser& block) const {
+  bool found = false;
+  const auto look = [&found](const std::uint8_t* text, std::uint32_t size, auto...) {
+    found = found || isUnsafeWhole(viewOf(text, size));
+    return arrow::Status::OK();
+  };
+  return block.VisitColumn(index_, look).ok() && found;
+}
+
+std::string CsvColumn::lastText(const arrow::csv::BlockParser& block) const {
+  std::string last;
+  const auto keep = [&last](const std::uint8_t* text, std::uint32_t size, auto...) {
+    last = viewOf(text, size);
+    return arrow::Status::OK();
+  };
+  return block.VisitColumn(index_, keep).ok() ? last : std::string();
+}
+
+}  // namespace kv::runtime

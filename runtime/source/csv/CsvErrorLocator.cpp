@@ -1,0 +1,104 @@
+#include "source/csv/CsvErrorLocator.h"
+
+#include <arrow/csv/options.h>
+#include <arrow/csv/parser.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <string_view>
+#include <vector>
+
+#include "column/allocate.h"
+#include "column/throwingPool.h"
+#include "kv/runtime/DataError.h"
+#include "kv/runtime/shownText.h"
+#include "source/csv/CsvTypeAdvice.h"
+
+namespace kv::runtime {
+namespace {
+
+struct FaultyField {
+  FieldFault fault = FieldFault::None;
+  std::int64_t row = 0;         ///< of data, counted from 1
+  std::int64_t byteOffset = 0;  ///< of its record in the file
+  std::string text;
+};
+
+/// Skips the empty lines in front of a record, so that its own line is the one that is told.
+std::size_t emptyLines(std::string_view records) {
+  return std::min(records.find_first_not_of("\r\n"), records.size());
+}
+
+FaultyField firstFault(const CsvBlock& block, const CsvColumn& column) {
+  auto options = arrow::csv::ParseOptions::Defaults();
+  options.newlines_in_values = true;
+  std::size_t at = 0;
+  for (std::int64_t row = 1; row <= block.rows(); ++row) {
+    at += emptyLines(block.records.substr(at));
+    arrow::csv::BlockParser record(throwingPool(), options, block.fields->num_cols(),
+                                   /*first_row=*/row,
+                                   /*max_num_rows=*/1);
+    std::uint32_t bytes = 0;
+    const arrow::Status status = record.Parse(block.records.substr(at), &bytes);
+    throwIfOutOfMemory(status);
+    if (!status.ok()) break;
+    if (const FieldFault fault = column.convert(record).fault; fault != FieldFault::None) {
+      const auto byteOffset = block.byteOffset + static_cast<std::int64_t>(at);
+      return {fault, block.firstRow + row, byteOffset, column.lastText(record)};
+    }
+    at += bytes;
+  }
+  throw std::logic_error("A block of records has a fault that none of its records has.");
+}
+
+struct FaultText {
+  FieldFault fault;
+  const char* id;
+  const char* problem;  ///< of text {0} and type {1}
+};
+
+constexpr std::array kFaultTexts{
+    FaultText{FieldFault::Unfit, "KALVEX:datastore:BadField",
+              "\"{0}\" isn't a value of type {1}, which the column has"},
+    FaultText{FieldFault::Missing, "KALVEX:datastore:MissingField",
+              "\"{0}\" is a missing value, and a column of type {1} can't hold one"},
+    FaultText{FieldFault::TooLarge, "KALVEX:datastore:NumberTooLarge",
+              "the whole number \"{0}\" is beyond 2^53, up to which a column of type {1} holds "
+              "each of them exactly"},
+};
+
+const FaultText& textsOf(FieldFault fault) {
+  for (const FaultText& texts : kFaultTexts) {
+    if (texts.fault == fault) return texts;
+  }
+  throw std::logic_error("A field without a fault has no error.");
+}
+
+/// Why the column has the type that doesn't hold the field, where that isn't plain.
+const char* originOf(const ColumnInfo& info) {
+  return info.isUndecided ? " (no value was found in its first rows, so it counts as numbers)" : "";
+}
+
+}  // namespace
+
+void throwFieldError(const SourceFile& file, const CsvBlock& block, const CsvColumn& column,
+                     const ColumnInfo& info) {
+  const FaultyField field = firstFault(block, column);
+  const FaultText& texts = textsOf(field.fault);
+  const std::int64_t line = lineOfOffset(file, field.byteOffset);
+  const std::string text = shownText(field.text);
+  const std::string type(elementTypeName(info.type));
+  const std::string wider(elementTypeName(typeThatHolds(block, column)));
+  const std::string problem = fmt::format(fmt::runtime(texts.problem), text, type);
+  throw DataError(
+      texts.id,
+      {file.path, std::to_string(field.row), std::to_string(line), info.name, text, type, wider},
+      fmt::format("'{}', row {} (line {}), column '{}': {}{}; give the column the type {} to read "
+                  "it.",
+                  file.path, field.row, line, shownText(info.name), problem, originOf(info),
+                  wider));
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,157 @@
+#include "source/csv/CsvSchema.h"
+
+#include <arrow/csv/parser.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "kv/runtime/DataError.h"
+#include "kv/runtime/shownText.h"
+#include "source/csv/CsvBlocks.h"
+#include "source/csv/CsvColumn.h"
+
+namespace kv::runtime {
+namespace {
+
+/// Bytes that are read at a time of a file of which only the header is needed.
+constexpr std::int64_t kHeaderBytes = 64 * 1024;
+
+using Names = std::vector<std::string>;
+
+ElementType typeNamed(const TypeOverride& wanted) {
+  if (const auto type = elementTypeNamed(wanted.type)) {
+    return *type;
+  }
+  Names known;
+  for (const ElementType type : allElementTypes()) {
+    known.emplace_back(elementTypeName(type));
+  }
+  const std::string types = shownNames(known);
+  throw DataError("KALVEX:datastore:UnknownType", {wanted.column, wanted.type, types},
+                  fmt::format("There is no type '{}', which column '{}' should have; types are {}.",
+                              shownText(wanted.type), shownText(wanted.column), types));
+}
+
+std::string firstDifference(const Names& names, const Names& expected) {
+  if (names.size() != expected.size()) {
+    return fmt::format("{} columns, not {}", names.size(), expected.size());
+  }
+  const auto [found, other] = std::ranges::mismatch(names, expected);
+  return fmt::format("column {} is '{}', not '{}'", found - names.begin() + 1, shownText(*found),
+                     shownText(*other));
+}
+
+void throwIfColumnsDiffer(const SourceFile& file, const SourceFile& first, const Names& expected) {
+  const Names names = CsvBlocks(file, kHeaderBytes).readHeader();
+  if (names == expected) {
+    return;
+  }
+  throw DataError("KALVEX:datastore:DifferentColumns",
+                  {file.path, shownNames(names), first.path, shownNames(expected)},
+                  fmt::format("Files of one table must have the same columns in the same order. "
+                              "'{}' has: {}. '{}' has: {}. The first difference: {}.",
+                              file.path, shownNames(names), first.path, shownNames(expected),
+                              firstDifference(names, expected)));
+}
+
+/// Infers the type of one column from the first block that has a value in it.
+class ColumnInference {
+ public:
+  ColumnInference(std::size_t index, ColumnInfo& info)
+      : numbers_(static_cast<std::int32_t>(index), ElementType::Double), info_(&info) {
+    info_->isUndecided = true;
+  }
+
+  /// Result: false as long as there was no value.
+  bool decide(const CsvBlock& block) {
+    const ConvertedColumn converted = numbers_.convert(*block.fields);
+    if (converted.fault == FieldFault::None && isAllMissing(*converted.column)) {
+      return false;
+    }
+    info_->isUndecided = false;
+    // A number that is too large is an error when it is read, and no text.
+    info_->type = converted.fault == FieldFault::Unfit ? ElementType::String : ElementType::Double;
+    return true;
+  }
+
+ private:
+  static bool isAllMissing(const Column& column) {
+    return std::ranges::all_of(column.values<double>(),
+                               [](double value) { return std::isnan(value); });
+  }
+
+  CsvColumn numbers_;
+  ColumnInfo* info_;
+};
+
+/// Reads no further than it must: most often the first block of the first file.
+void inferTypes(std::span<const SourceFile> files, std::vector<ColumnInference> columns) {
+  std::int64_t bytes = 0;
+  for (const SourceFile& file : files) {
+    if (columns.empty()) {
+      return;
+    }
+    CsvBlocks blocks(file);
+    blocks.readHeader();
+    while (!columns.empty()) {
+      const std::optional<CsvBlock> block = blocks.next();
+      if (!block) {
+        break;
+      }
+      std::erase_if(columns, [&](ColumnInference& column) { return column.decide(*block); });
+      bytes += static_cast<std::int64_t>(block->records.size());
+      if (bytes >= kInferenceBytes) {
+        return;
+      }
+    }
+  }
+}
+
+}  // namespace
+
+Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types) {
+  const Names names = CsvBlocks(files.front(), kHeaderBytes).readHeader();
+  for (const SourceFile& file : files.subspan(1)) {
+    throwIfColumnsDiffer(file, files.front(), names);
+  }
+  Schema schema;
+  for (const std::string& name : names) {
+    schema.push_back({name, ElementType::Double});
+  }
+  std::vector<bool> isFixed(schema.size(), false);
+  for (const TypeOverride& wanted : types) {
+    const std::size_t index = columnIndex(schema, wanted.column);
+    schema[index].type = typeNamed(wanted);
+    isFixed[index] = true;
+  }
+  std::vector<ColumnInference> inferred;
+  for (std::size_t index = 0; index < schema.size(); ++index) {
+    if (!isFixed[index]) {
+      inferred.emplace_back(index, schema[index]);
+    }
+  }
+  inferTypes(files, std::move(inferred));
+  return schema;
+}
+
+std::size_t columnIndex(const Schema& schema, const std::string& name) {
+  const auto column = std::ranges::find(schema, name, &ColumnInfo::name);
+  if (column != schema.end()) {
+    return static_cast<std::size_t>(column - schema.begin());
+  }
+  const std::string known = shownNames(columnNames(schema));
+  throw DataError("KALVEX:datastore:UnknownColumn", {name, known},
+                  fmt::format("There is no column '{}'; columns are {}.", shownText(name), known));
+}
+
+std::vector<std::string> columnNames(const Schema& schema) {
+  std::vector<std::string> names;
+  for (const ColumnInfo& info : schema) {
+    names.push_back(info.name);
+  }
+  return names;
+}
+
+}  // namespace kv::runtime

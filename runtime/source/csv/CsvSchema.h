@@ -1,0 +1,34 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "kv/runtime/Datastore.h"
+#include "kv/runtime/csv.h"
+#include "source/SourceFile.h"
+
+namespace kv::runtime {
+
+/// Bytes of records from which types are inferred at most, all files together.
+inline constexpr std::int64_t kInferenceBytes = 16 << 20;
+
+/// The columns of CSV files that make one table: names from the header of the first, types from the
+/// fields except where `types` fix them (see openCsv()).
+///
+/// Requires: at least one file.
+/// Errors: DataError "KALVEX:datastore:DifferentColumns" when the header of a file has other
+/// columns
+///         than the first, or has them in another order; "KALVEX:datastore:UnknownColumn",
+///         "KALVEX:datastore:UnknownType"; and as CsvBlocks.
+Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types);
+
+/// The place in `schema` of the column called `name`.
+///
+/// Errors: DataError "KALVEX:datastore:UnknownColumn", with the columns there are.
+std::size_t columnIndex(const Schema& schema, const std::string& name);
+
+/// The names of the columns, in their order.
+std::vector<std::string> columnNames(const Schema& schema);
+
+}  // namespace kv::runtime

@@ -1,0 +1,48 @@
+#include "source/csv/CsvTypeAdvice.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace kv::runtime {
+namespace {
+
+using enum ElementType;
+
+struct Wider {
+  ElementType type;
+  std::vector<ElementType> types;  ///< that may take its place, smallest first
+};
+
+/// A double isn't wider than a type of 64 bits, whose numbers it rounds, but holds fractions and
+/// missing values, which they don't.
+const std::vector<Wider>& widerTypes() {
+  static const std::vector<Wider> table = {
+      {Logical, {Int8, Int16, Int32, Int64, UInt64, Double}},
+      {Int8, {Int16, Int32, Int64, UInt64, Double}},
+      {UInt8, {UInt16, Int16, UInt32, Int32, UInt64, Int64, Double}},
+      {Int16, {Int32, Int64, UInt64, Double}},
+      {UInt16, {UInt32, Int32, UInt64, Int64, Double}},
+      {Int32, {Int64, UInt64, Double}},
+      {UInt32, {UInt64, Int64, Double}},
+      {Int64, {UInt64, Double}},
+      {UInt64, {Int64, Double}},
+      {Double, {Int64, UInt64}},
+  };
+  return table;
+}
+
+}  // namespace
+
+ElementType typeThatHolds(const CsvBlock& block, const CsvColumn& column) {
+  const auto row = std::ranges::find(widerTypes(), column.type(), &Wider::type);
+  if (row == widerTypes().end()) {
+    return String;
+  }
+  const auto holds = [&](ElementType type) {
+    return CsvColumn(column.index(), type).convert(*block.fields).column.has_value();
+  };
+  const auto found = std::ranges::find_if(row->types, holds);
+  return found == row->types.end() ? String : *found;
+}
+
+}  // namespace kv::runtime

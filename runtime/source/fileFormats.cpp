@@ -1,0 +1,56 @@
+#include "source/fileFormats.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace kv::runtime {
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr FileFormat kUtf16{"text in UTF-16",
+                            "convert it to UTF-8 first (iconv -f UTF-16 -t UTF-8)"};
+
+struct Magic {
+  std::string_view bytes;
+  FileFormat format;
+};
+
+/// The longer of two that begin alike comes first.
+constexpr Magic kMagics[] = {
+    {"\x1F\x8B"sv, {"compressed with gzip", "unpack it first (gunzip)"}},
+    {"\x28\xB5\x2F\xFD"sv, {"compressed with zstd", "unpack it first (unzstd)"}},
+    {"\xFD"
+     "7zXZ"sv,
+     {"compressed with xz", "unpack it first (unxz)"}},
+    {"\x04\x22\x4D\x18"sv, {"compressed with lz4", "unpack it first (unlz4)"}},
+    {"BZh"sv, {"compressed with bzip2", "unpack it first (bunzip2)"}},
+    {"PK\x03\x04"sv,
+     {"a ZIP archive", "unpack it first, or export the spreadsheet (.xlsx) as CSV"}},
+    {"PAR1"sv, {"a Parquet file", "write its rows to a CSV file first"}},
+    {"ARROW1"sv, {"an Arrow IPC (Feather) file", "write its rows to a CSV file first"}},
+    {"\xFF\xFE\0\0"sv, {"text in UTF-32", "convert it to UTF-8 first (iconv -f UTF-32 -t UTF-8)"}},
+    {"\xFF\xFE"sv, kUtf16},
+    {"\xFE\xFF"sv, kUtf16},
+};
+
+/// ASCII in UTF-16 without a byte order mark: every other byte is 0.
+bool looksLikeUtf16(std::string_view bytes) {
+  const auto isPair = [&](std::size_t first, std::size_t second) {
+    return bytes[first] == '\0' && bytes[second] >= ' ' && bytes[second] < '\x7F';
+  };
+  return bytes.size() >= 4 && ((isPair(0, 1) && isPair(2, 3)) || (isPair(1, 0) && isPair(3, 2)));
+}
+
+}  // namespace
+
+const FileFormat* formatOf(std::string_view bytes) {
+  const auto* found = std::ranges::find_if(
+      kMagics, [&](const Magic& magic) { return bytes.starts_with(magic.bytes); });
+  if (found != std::end(kMagics)) {
+    return &found->format;
+  }
+  return looksLikeUtf16(bytes) ? &kUtf16 : nullptr;
+}
+
+}  // namespace kv::runtime
