@@ -33,10 +33,11 @@ seeded: setup ## Put small faults into a copy, and see that tests catch them
 bench: build-bench ## Measure, and write docs/performance.md
 	@scripts/bench.sh build/bench
 
-format: setup ## Lay out all sources with clang-format
+format: setup ## Lay out all sources with clang-format and ruff
 	@git ls-files '*.h' '*.cpp' | xargs clang-format-16 -i
+	@.venv/bin/ruff format --quiet python scripts tests bench
 
-lint: setup ## Check layout, floors and file sizes
+lint: setup ## Check layout, names, types, floors and sizes
 	@scripts/lint.sh
 
 install: build-release ## Install below PREFIX (default build/install)

@@ -20,7 +20,6 @@ from pathlib import Path
 import dask.array
 import mlx.core
 import numpy as np
-
 from kvbigdata import host
 
 REPETITIONS = 15
@@ -144,7 +143,9 @@ def run(measures: dict[str, Measure]) -> list[dict]:
     for _ in range(REPETITIONS):
         for name, measure in measures.items():
             gc.collect()
-            runs.append({"run_type": "iteration", "run_name": name, "items_per_second": 1 / measure()})
+            runs.append(
+                {"run_type": "iteration", "run_name": name, "items_per_second": 1 / measure()}
+            )
     return runs
 
 

@@ -15,8 +15,13 @@ ID = re.compile(r'"(KALVEX(?::[A-Za-z]\w*)+)"')
 
 
 def main() -> int:
-    files = subprocess.run(["git", "ls-files", "*.h", "*.cpp", "*.py", "*.story"], cwd=ROOT,
-                           check=True, capture_output=True, text=True).stdout.split()
+    files = subprocess.run(
+        ["git", "ls-files", "*.h", "*.cpp", "*.py", "*.story"],
+        cwd=ROOT,
+        check=True,
+        capture_output=True,
+        text=True,
+    ).stdout.split()
     raised: dict[str, str] = {}
     tests = ""
     for name in files:
@@ -25,8 +30,11 @@ def main() -> int:
             tests += text
         else:
             raised.update((identifier, name) for identifier in ID.findall(text))
-    untested = [(identifier, name) for identifier, name in sorted(raised.items())
-                if identifier not in tests and f'"{identifier.split(":")[-1]}"' not in tests]
+    untested = [
+        (identifier, name)
+        for identifier, name in sorted(raised.items())
+        if identifier not in tests and f'"{identifier.split(":")[-1]}"' not in tests
+    ]
     for identifier, name in untested:
         print(f"  {identifier} ({name}) occurs in no test", file=sys.stderr)
     return 1 if untested else 0

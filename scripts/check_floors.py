@@ -6,6 +6,7 @@ each may include. An include that resolves to none of our files must be an allow
 header of the standard library. `--edges` prints the edges between folders.
 """
 
+import itertools
 import re
 import sys
 from collections import defaultdict
@@ -74,17 +75,25 @@ FLOORS = {
         ("array/include", "runtime/include", "host/include"),
         ("arrow", "fmt", "boost"),
     ),
+    "python/src": Floor(
+        "python/src",
+        ("python/src",),
+        ("runtime/include", "host/include"),
+        ("arrow", "nanobind", "Python.h"),
+    ),
     "tools/kvbig": Floor("tools/kvbig", ("tools/kvbig",), ("array/include",), ("CLI", "fmt")),
     "examples": Floor("examples", ("examples",), ("array/include",)),
 }
 
-SYSTEM_HEADERS = ("sys/", "glob.h", "unistd.h", "dlfcn.h", "signal.h", "fcntl.h", "pthread.h", "cxxabi.h",
-                  "malloc.h", "dirent.h")
+SYSTEM_HEADERS = (
+    "sys/", "glob.h", "unistd.h", "dlfcn.h", "signal.h", "fcntl.h", "pthread.h", "cxxabi.h",
+    "malloc.h", "dirent.h",
+)  # fmt: skip
 
 
-def floor_of(file: Path) -> str | None:
-    """Name of the floor that holds `file`, a path relative to the root; None for other files."""
-    return next((n for n, f in FLOORS.items() if file.is_relative_to(f.folder)), None)
+def floor_of(file: Path) -> str:
+    """Name of the floor that holds `file`, a path relative to the root; empty for other files."""
+    return next((n for n, f in FLOORS.items() if file.is_relative_to(f.folder)), "")
 
 
 def folder_of(file: Path) -> str:
@@ -105,7 +114,7 @@ def resolve(include: str, source: Path) -> Path | None:
     """
     own = FLOORS[floor_of(source)].roots
     others = [root for floor in FLOORS.values() for root in floor.roots]
-    for start in (source.parent, *own, *others):
+    for start in (str(source.parent), *own, *others):
         if (ROOT / start / include).is_file():
             return (ROOT / start / include).resolve().relative_to(ROOT)
     return None
@@ -130,7 +139,9 @@ def walk() -> tuple[list[str], dict[str, dict[str, str]]]:
             target = resolve(include, source)
             if target is None:
                 if not is_allowed_library(include, FLOORS[name]):
-                    wrong.append(f"{source}: '{include}' is no file of ours and no library of {name}")
+                    wrong.append(
+                        f"{source}: '{include}' is no file of ours and no library of {name}"
+                    )
                 continue
             if floor_of(target) not in (name, *FLOORS[name].sees):
                 wrong.append(f"{source}: '{include}' is in {floor_of(target)}, above {name}")
@@ -143,14 +154,15 @@ def find_cycle(edges: dict[str, dict[str, str]]) -> list[str]:
     """Folders of one include cycle in order, the first repeated at the end; empty without one."""
     done: set[str] = set()
     for start in sorted(edges):
-        path, pending = [], [(start, iter(sorted(edges[start])))]
+        path: list[str] = []
+        pending = [(start, iter(sorted(edges[start])))]
         while pending and start not in done:
             folder, targets = pending[-1]
             if len(path) < len(pending):
                 path.append(folder)
             target = next((t for t in targets if t not in done), None)
             if target in path:
-                return [*path[path.index(target):], target]
+                return [*path[path.index(target) :], target]
             if target is None:
                 done.add(folder)
                 pending.pop()
@@ -166,7 +178,7 @@ def main() -> int:
         for folder, targets in sorted(edges.items()):
             print(f"{folder} -> {', '.join(sorted(targets))}")
     if cycle := find_cycle(edges):
-        steps = "\n    ".join(edges[a][b] for a, b in zip(cycle, cycle[1:]))
+        steps = "\n    ".join(edges[a][b] for a, b in itertools.pairwise(cycle))
         wrong.append(f"include cycle between folders: {' -> '.join(cycle)}\n    {steps}")
     for sentence in wrong:
         print(f"floors: {sentence}", file=sys.stderr)

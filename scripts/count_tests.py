@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Adds up the test reports of build folders: prints '<passed> <failed> <skipped>'.
 
-    scripts/count_tests.py <folder of JUnit files>...
+scripts/count_tests.py <folder of JUnit files>...
 """
 
 import sys

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Style: layout, floors, file sizes. Goes through all checks before it fails.
+# Style: layout, names, types, floors, sizes. Goes through all checks before it fails.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
 readonly kMostLines=600
+readonly kPython=(python scripts tests bench)
 failed=0
 
 check() {
@@ -19,6 +20,18 @@ check() {
 
 layout() { git ls-files '*.h' '*.cpp' | xargs --no-run-if-empty clang-format-16 --dry-run -Werror; }
 
+pythonLayout() { .venv/bin/ruff format --cache-dir build/lint/ruff --quiet --diff "${kPython[@]}"; }
+
+pythonStyle() {
+  .venv/bin/ruff check --cache-dir build/lint/ruff --quiet --output-format concise "${kPython[@]}"
+}
+
+# Two runs, since both folders of tests have a conftest.py.
+pythonTypes() {
+  local mypy=(.venv/bin/mypy --cache-dir build/lint/mypy --no-error-summary)
+  "${mypy[@]}" python/kvbigdata python/tests bench && "${mypy[@]}" scripts tests/shell
+}
+
 fileSizes() {
   local long
   long=$(git ls-files '*.h' '*.cpp' '*.py' '*.sh' | xargs --no-run-if-empty wc -l |
@@ -26,8 +39,24 @@ fileSizes() {
   [[ -z $long ]] || { echo "$long" >&2; return 1; }
 }
 
+# refuse PATTERN FILES...: prints the lines that match, and fails if there are some.
+refuse() { ! git grep -n -P -e "$1" -- "${@:2}" >&2; }
+
+testNames() {
+  refuse '^\s*(TYPED_)?TEST(_F|_P)?\(\s*\w+,\s*+(?![A-Z][A-Za-z0-9]*\))' '*.cpp' &&
+    refuse 'def test\w*[A-Z]' '*.py'
+}
+
+banners() { refuse '^\s*(//|#)\s*([-=*#~])\2\2' '*.h' '*.cpp' '*.py' '*.sh' '*.cmake' '*CMakeLists.txt'; }
+
+mkdir -p build/lint
 check "clang-format" layout
+check "ruff format" pythonLayout
+check "ruff" pythonStyle
+check "mypy" pythonTypes
 check "floors" python3 scripts/check_floors.py
 check "file sizes" fileSizes
+check "test names" testNames
+check "no banners" banners
 check "error ids in tests" python3 scripts/check_error_ids.py
 exit $failed

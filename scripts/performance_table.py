@@ -82,12 +82,16 @@ def microseconds(run: str) -> Callable[[Results], list[float]]:
 
 
 def depth_ratio(results: Results) -> list[float]:
-    deep, flat = (statistics.median(results.nanoseconds(f"recordAndFree/{n}")) for n in (100_000, 100))
+    deep, flat = (
+        statistics.median(results.nanoseconds(f"recordAndFree/{n}")) for n in (100_000, 100)
+    )
     return [deep / flat]
 
 
 def width_ratio(results: Results) -> list[float]:
-    wide, narrow = (statistics.median(results.nanoseconds(f"recordOnColumns/{n}")) for n in (100_000, 19))
+    wide, narrow = (
+        statistics.median(results.nanoseconds(f"recordOnColumns/{n}")) for n in (100_000, 19)
+    )
     return [wide / narrow]
 
 
@@ -137,53 +141,142 @@ RECORDING = "no single part is to blame, see the samples below; work beside it o
 
 SECTIONS = {
     "Recording `x = x + 1`, a chain held at its end": [
-        Figure("by name, 10^6 operations", microseconds("recordByName/1000000"), "{:.2f} us", 2, RECORDING),
-        Figure("by operator of `kv::Array`, 10^6", microseconds("recordByOperator/1000000"), "{:.2f} us", 2,
-               "besides recording it leases the session and notes the user's line; " + RECORDING),
-        Figure("recorded and freed again, by name, depth 10^2", microseconds("recordAndFree/100"), "{:.2f} us"),
-        Figure("recorded and freed again, by name, depth 10^5", microseconds("recordAndFree/100000"), "{:.2f} us"),
-        Figure("depth 10^5 against 10^2", depth_ratio, "{:.2f} times", 1.3,
-               "deep chains live in memory, short ones in cache"),
-        Figure("on columns of a table of 19, each operation", microseconds("recordOnColumns/19"), "{:.2f} us"),
-        Figure("on columns of a table of 10^5", microseconds("recordOnColumns/100000"), "{:.2f} us"),
-        Figure("10^5 columns against 19", width_ratio, "{:.2f} times", 1.5, "a wide table takes memory from the caches"),
+        Figure(
+            "by name, 10^6 operations",
+            microseconds("recordByName/1000000"),
+            "{:.2f} us",
+            2,
+            RECORDING,
+        ),
+        Figure(
+            "by operator of `kv::Array`, 10^6",
+            microseconds("recordByOperator/1000000"),
+            "{:.2f} us",
+            2,
+            "besides recording it leases the session and notes the user's line; " + RECORDING,
+        ),
+        Figure(
+            "recorded and freed again, by name, depth 10^2",
+            microseconds("recordAndFree/100"),
+            "{:.2f} us",
+        ),
+        Figure(
+            "recorded and freed again, by name, depth 10^5",
+            microseconds("recordAndFree/100000"),
+            "{:.2f} us",
+        ),
+        Figure(
+            "depth 10^5 against 10^2",
+            depth_ratio,
+            "{:.2f} times",
+            1.3,
+            "deep chains live in memory, short ones in cache",
+        ),
+        Figure(
+            "on columns of a table of 19, each operation",
+            microseconds("recordOnColumns/19"),
+            "{:.2f} us",
+        ),
+        Figure(
+            "on columns of a table of 10^5", microseconds("recordOnColumns/100000"), "{:.2f} us"
+        ),
+        Figure(
+            "10^5 columns against 19",
+            width_ratio,
+            "{:.2f} times",
+            1.5,
+            "a wide table takes memory from the caches",
+        ),
         Figure("resident memory of an operation", footprint("bytes"), "{:.0f} bytes"),
-        Figure("first 10^6 of a process, pages from the system included",
-               lambda results: [results.median("footprint/1000000", "cpu_time") / 1000], "{:.2f} us"),
+        Figure(
+            "first 10^6 of a process, pages from the system included",
+            lambda results: [results.median("footprint/1000000", "cpu_time") / 1000],
+            "{:.2f} us",
+        ),
     ],
     "Planning and collecting": [
-        Figure("planning a closure, 10^3 in the plan", planning(1000), "{:.2f} us", 1,
-               "other work on the machine takes cache and memory"),
-        Figure("planning a closure, 10^5 in the plan", planning(100_000), "{:.2f} us", 1,
-               "nodes, arrays and keys of a large plan leave the cache"),
+        Figure(
+            "planning a closure, 10^3 in the plan",
+            planning(1000),
+            "{:.2f} us",
+            1,
+            "other work on the machine takes cache and memory",
+        ),
+        Figure(
+            "planning a closure, 10^5 in the plan",
+            planning(100_000),
+            "{:.2f} us",
+            1,
+            "nodes, arrays and keys of a large plan leave the cache",
+        ),
         Figure("of that the walk, 10^5", microseconds("walk/100000"), "{:.2f} us"),
-        Figure("collector, each of 10^6 live objects", lambda r: r.nanoseconds("collect/1000000"), "{:.1f} ns", 40,
-               "other work on the machine takes cache and memory"),
+        Figure(
+            "collector, each of 10^6 live objects",
+            lambda r: r.nanoseconds("collect/1000000"),
+            "{:.1f} ns",
+            40,
+            "other work on the machine takes cache and memory",
+        ),
     ],
     "From Python, through `kvbigdata.host`": [
-        Figure("recording `x = x + 1`, by name", microseconds("python/record"), "{:.2f} us", 4,
-               "all but about 0.6 us is the core's; work beside it on a shared machine adds to it"),
+        Figure(
+            "recording `x = x + 1`, by name",
+            microseconds("python/record"),
+            "{:.2f} us",
+            4,
+            "all but about 0.6 us is the core's; work beside it on a shared machine adds to it",
+        ),
         Figure("the same in MLX, on its CPU", microseconds("python/recordMlx"), "{:.2f} us"),
         Figure("the same in dask", microseconds("python/recordDask"), "{:.0f} us"),
         Figure("ours against MLX", python_ratio("python/recordMlx"), "{:.1f} times"),
         Figure("ours against dask", python_ratio("python/recordDask"), "{:.3f} times"),
-        Figure("a call by name of a native function", microseconds("python/callNative"), "{:.2f} us"),
-        Figure("a call by name of a function in Python", microseconds("python/callPython"), "{:.2f} us"),
+        Figure(
+            "a call by name of a native function", microseconds("python/callNative"), "{:.2f} us"
+        ),
+        Figure(
+            "a call by name of a function in Python", microseconds("python/callPython"), "{:.2f} us"
+        ),
         Figure("a double there and back", microseconds("python/double"), "{:.2f} us"),
-        Figure("a read-only array of 1 MiB there and back", microseconds("python/borrowed"), "{:.2f} us"),
-        Figure("a writable array of 1 MiB there (copied) and back", microseconds("python/copied"), "{:.1f} us"),
+        Figure(
+            "a read-only array of 1 MiB there and back",
+            microseconds("python/borrowed"),
+            "{:.2f} us",
+        ),
+        Figure(
+            "a writable array of 1 MiB there (copied) and back",
+            microseconds("python/copied"),
+            "{:.1f} us",
+        ),
         Figure("a Python callable, each chunk", microseconds("python/chunk"), "{:.1f} us"),
     ],
     "Six aggregates of 336,776 flights (CSV), filtered, one thread": [
-        Figure("ours, in a process", lambda r: r.milliseconds("flights/ours/real_time"), "{:.1f} ms"),
-        Figure("plain Arrow, in a process", lambda r: r.milliseconds("flights/arrow/real_time"), "{:.1f} ms"),
+        Figure(
+            "ours, in a process", lambda r: r.milliseconds("flights/ours/real_time"), "{:.1f} ms"
+        ),
+        Figure(
+            "plain Arrow, in a process",
+            lambda r: r.milliseconds("flights/arrow/real_time"),
+            "{:.1f} ms",
+        ),
         Figure("ours against Arrow", query_ratio, "{:.2f} times", 1.2, "see the two times"),
         Figure("`kvbig query`, whole process", process("ours", "seconds", 1e-3), "{:.1f} ms"),
         Figure("plain Arrow, whole process", process("arrow", "seconds", 1e-3), "{:.1f} ms"),
-        Figure("ours against Arrow, whole process", process_ratio, "{:.2f} times", 1.2, "see the two times"),
+        Figure(
+            "ours against Arrow, whole process",
+            process_ratio,
+            "{:.2f} times",
+            1.2,
+            "see the two times",
+        ),
         Figure("peak memory of `kvbig query`", process("ours", "peak_bytes", MIB), "{:.0f} MiB"),
         Figure("peak memory of plain Arrow", process("arrow", "peak_bytes", MIB), "{:.0f} MiB"),
-        Figure("more for twenty copies (600 MB)", added_memory, "{:.0f} MiB", 32, "memory follows the data"),
+        Figure(
+            "more for twenty copies (600 MB)",
+            added_memory,
+            "{:.0f} MiB",
+            32,
+            "memory follows the data",
+        ),
     ],
 }
 
@@ -191,7 +284,9 @@ SECTIONS = {
 def machine() -> str:
     """Processor, cores and system in a line."""
     info = Path("/proc/cpuinfo").read_text() if Path("/proc/cpuinfo").exists() else ""
-    names = [line.split(":")[1].strip() for line in info.splitlines() if line.startswith("model name")]
+    names = [
+        line.split(":")[1].strip() for line in info.splitlines() if line.startswith("model name")
+    ]
     kind = names[0] if names else platform.machine()
     return f"{kind}, {os.cpu_count()} cores, {platform.system()} {platform.release().split('-')[0]}"
 
@@ -200,13 +295,20 @@ def where_time_goes(results: Results) -> list[str]:
     """Counts and shares behind the time of recording."""
     created = results.median("recordByName/1000000", "objects")
     share = results.median("recordByName/1000000", "collector_share")
-    held = [f"{results.median('footprint/1000000', what):.0f} {what}" for what in ("objects", "arrays")]
+    held = [
+        f"{results.median('footprint/1000000', what):.0f} {what}" for what in ("objects", "arrays")
+    ]
     lines = [
         f"One operation creates {created:.0f} objects, of which the chain holds {held[0]} and {held[1]}.",
         f"The collector's own clock says {share:.0%} of the time at 10^6.",
     ]
     if results.profile:
-        lines += ["Samples of a run in fresh memory, whose pages the system has to give first, by kind of work:", "", "| kind | share |", "| --- | --- |"]
+        lines += [
+            "Samples of a run in fresh memory, whose pages the system has to give first, by kind of work:",
+            "",
+            "| kind | share |",
+            "| --- | --- |",
+        ]
         lines += [f"| {kind} | {percent:.0f} % |" for kind, percent in results.profile.items()]
     return lines
 
@@ -214,7 +316,12 @@ def where_time_goes(results: Results) -> list[str]:
 def page(results: Results) -> str:
     lines = [INTRODUCTION, f"Machine: {machine()}.", ""]
     for title, figures in SECTIONS.items():
-        lines += [f"## {title}", "", "| figure | median | best | goal | verdict |", "| --- | --- | --- | --- | --- |"]
+        lines += [
+            f"## {title}",
+            "",
+            "| figure | median | best | goal | verdict |",
+            "| --- | --- | --- | --- | --- |",
+        ]
         lines += [figure.row(results) for figure in figures]
         lines.append("")
         if title.startswith("Recording"):

@@ -12,18 +12,30 @@ import shutil
 import subprocess
 import sys
 import tempfile
-from collections import Counter
+from collections import defaultdict
 from pathlib import Path
 
 # The first kind whose pattern is found in a symbol, or whose library it is from, has the sample.
 KINDS = [
     ("collector: marking and sweeping", r"Marker|Heap::(collect|sweep)|Slab::"),
-    ("freeing garbage", r"Teardown|destroy|Heap::(holdGone|freeIf|enqueue)|~|giveBatch|freeSlowly|_int_free|cfree"),
-    ("memory: pool and heap", r"Pool::|utAllocatePart|utFreePart|malloc|Heap::(allocate|takePlace|addSlab)|Slab"),
+    (
+        "freeing garbage",
+        r"Teardown|destroy|Heap::(holdGone|freeIf|enqueue)|~|giveBatch|freeSlowly|_int_free|cfree",
+    ),
+    (
+        "memory: pool and heap",
+        r"Pool::|utAllocatePart|utFreePart|malloc|Heap::(allocate|takePlace|addSlab)|Slab",
+    ),
     ("fresh pages from the system", r"\[kernel"),
     ("names", r"makeInterned|memcmp|NameMap|hashName"),
-    ("calls by name", r"callByName|[cC]allAtEdge|inCallFcn|invoke|chooseOverload|callHost|runBody|omCallMethod|callOnObject"),
-    ("objects: classes, construction, edges", r"ClassRecord|construct|Construction|EdgeList|kxAddParentRoot|Heap::|createInstance|makeParts"),
+    (
+        "calls by name",
+        r"callByName|[cC]allAtEdge|inCallFcn|invoke|chooseOverload|callHost|runBody|omCallMethod|callOnObject",
+    ),
+    (
+        "objects: classes, construction, edges",
+        r"ClassRecord|construct|Construction|EdgeList|kxAddParentRoot|Heap::|createInstance|makeParts",
+    ),
     ("values", r"matrix::|kx[A-Z]|kxArray|Array|omCreate|omGet|omIs"),
     ("core", r"bigdata::"),
     ("runtime and the rest", r""),
@@ -35,15 +47,13 @@ def kind_of(symbol: str) -> str:
     return next(kind for kind, pattern in KINDS if re.search(pattern, symbol))
 
 
-def samples(program: str) -> Counter[str]:
+def samples(program: str) -> dict[str, float]:
     """Share of samples, in percent, for each kind."""
     with tempfile.TemporaryDirectory() as folder:
         data = str(Path(folder) / "perf.data")
+        record = ["perf", "record", "-q", "-e", "cpu-clock", "-F", "2000", "-o", data]
         subprocess.run(
-            ["perf", "record", "-q", "-e", "cpu-clock", "-F", "2000", "-o", data]
-            + [program, f"--benchmark_filter={CHAIN}"],
-            check=True,
-            capture_output=True,
+            [*record, program, f"--benchmark_filter={CHAIN}"], check=True, capture_output=True
         )
         report = subprocess.run(
             ["perf", "report", "-i", data, "--stdio", "-q", "-t", "|", "--sort", "dso,symbol"],
@@ -51,7 +61,7 @@ def samples(program: str) -> Counter[str]:
             capture_output=True,
             text=True,
         ).stdout
-    shares: Counter[str] = Counter()
+    shares: dict[str, float] = defaultdict(float)
     for line in report.splitlines():
         share, separator, symbol = line.strip().partition("|")
         if separator:
@@ -60,8 +70,9 @@ def samples(program: str) -> Counter[str]:
 
 
 def main(program: str, out: Path) -> None:
-    shares = samples(program) if shutil.which("perf") else Counter()
-    out.write_text(json.dumps(dict(shares.most_common()), indent=2) + "\n")
+    shares = samples(program) if shutil.which("perf") else {}
+    ranked = sorted(shares.items(), key=lambda share: -share[1])
+    out.write_text(json.dumps(dict(ranked), indent=2) + "\n")
 
 
 if __name__ == "__main__":

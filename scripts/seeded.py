@@ -40,7 +40,7 @@ PYTESTS = {
 WITH_STRESS = {"host", "bigdata", "runtime"}
 
 
-class Refusal(Exception):
+class SeedError(Exception):
     """A fault can't be put in, or the tree isn't fit to be tested with faults."""
 
 
@@ -62,7 +62,9 @@ class Fault:
     def put_into(self, text: str) -> str:
         count = text.count(self.before)
         if count != 1:
-            raise Refusal(f"'{self.name}': its text stands {count} times in {self.file}, not once")
+            raise SeedError(
+                f"'{self.name}': its text stands {count} times in {self.file}, not once"
+            )
         return text.replace(self.before, self.after)
 
 
@@ -83,8 +85,15 @@ class Look:
         if self.program not in PYTESTS:
             return [str(BUILD / "bin" / self.target), f"--gtest_filter={self.tests}"]
         folder = TREE / PYTESTS[self.program][1]
-        return [str(TREE / ".venv/bin/pytest"), "-q", "-x", "-p", "no:cacheprovider",
-                f"--ignore={folder / 'test_install.py'}", str(folder if self.tests == "*" else folder / self.tests)]
+        return [
+            str(TREE / ".venv/bin/pytest"),
+            "-q",
+            "-x",
+            "-p",
+            "no:cacheprovider",
+            f"--ignore={folder / 'test_install.py'}",
+            str(folder if self.tests == "*" else folder / self.tests),
+        ]
 
 
 def load_faults(parts: list[str]) -> list[Fault]:
@@ -92,8 +101,11 @@ def load_faults(parts: list[str]) -> list[Fault]:
     for floor in PROGRAMS:
         table = tomllib.loads((ROOT / "tests" / "seeded" / f"{floor}.toml").read_text())
         faults += [Fault(floor, **fault) for fault in table["fault"]]
-    return [fault for fault in faults
-            if not parts or any(part in fault.name or part in fault.file for part in parts)]
+    return [
+        fault
+        for fault in faults
+        if not parts or any(part in fault.name or part in fault.file for part in parts)
+    ]
 
 
 def looks_for(fault: Fault) -> list[Look]:
@@ -111,7 +123,11 @@ def copy_tree() -> None:
     """Files that are the same keep their times, so that a second run builds little."""
     listed = subprocess.run(
         ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
-        cwd=ROOT, check=True, capture_output=True, text=True).stdout.split("\0")
+        cwd=ROOT,
+        check=True,
+        capture_output=True,
+        text=True,
+    ).stdout.split("\0")
     wanted = {name for name in listed if name and (ROOT / name).is_file()}
     for folder, folders, files in os.walk(TREE):
         folders[:] = [name for name in folders if name != "build"]
@@ -132,24 +148,35 @@ def run_build(command: list[str], problem: str) -> None:
     environment = os.environ | {"CCACHE_BASEDIR": str(TREE), "CCACHE_NOHASHDIR": "1"}
     done = subprocess.run(command, cwd=TREE, env=environment, capture_output=True, text=True)
     if done.returncode != 0:
-        raise Refusal(f"{problem}:\n{(done.stdout + done.stderr)[-3000:]}")
+        raise SeedError(f"{problem}:\n{(done.stdout + done.stderr)[-3000:]}")
 
 
 def build(targets: list[str], jobs: int, problem: str) -> None:
-    run_build(["nice", "cmake", "--build", str(BUILD), "-j", str(jobs), "--target", *targets],
-              problem)
+    run_build(
+        ["nice", "cmake", "--build", str(BUILD), "-j", str(jobs), "--target", *targets], problem
+    )
 
 
 def first_failure(look: Look) -> str | None:
     """The first test that fails, with how it does when it doesn't say so; None if none does."""
     environment = os.environ | {
-        "GTEST_FAIL_FAST": "1", "GTEST_COLOR": "no", "KV_DATA": str(ROOT / "data"),
-        "KV_STRESS": "1" if look.is_stressed else "0", "PYTHONPATH": str(BUILD / "python"),
-        "PYTHONDONTWRITEBYTECODE": "1", "KV_TOOL": str(BUILD / "bin" / "kvbig"),
-        "KV_LIBRARIES": str(BUILD / "lib")}
+        "GTEST_FAIL_FAST": "1",
+        "GTEST_COLOR": "no",
+        "KV_DATA": str(ROOT / "data"),
+        "KV_STRESS": "1" if look.is_stressed else "0",
+        "PYTHONPATH": str(BUILD / "python"),
+        "PYTHONDONTWRITEBYTECODE": "1",
+        "KV_TOOL": str(BUILD / "bin" / "kvbig"),
+        "KV_LIBRARIES": str(BUILD / "lib"),
+    }
     try:
-        done = subprocess.run(look.command, env=environment, timeout=SECONDS_A_RUN,
-                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        done = subprocess.run(
+            look.command,
+            env=environment,
+            timeout=SECONDS_A_RUN,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.DEVNULL,
+        )
         output, end = done.stdout, "crashes"
         if done.returncode == 0:
             return None
@@ -171,7 +198,7 @@ def prepare(faults: list[Fault], jobs: int) -> None:
     build(sorted({look.target for look in looks}), jobs, "the copy can't be built")
     for look in sorted(looks, key=lambda look: (look.target, look.is_stressed)):
         if failure := first_failure(look):
-            raise Refusal(f"without a fault {failure} fails already")
+            raise SeedError(f"without a fault {failure} fails already")
 
 
 def find_test(fault: Fault, jobs: int) -> str | None:
@@ -203,11 +230,13 @@ def try_all(faults: list[Fault], jobs: int) -> tuple[int, int]:
             test = find_test(fault, jobs)
             caught += test is not None
             result = test or "SURVIVES: " + fault.why
-        except Refusal as refusal:
+        except SeedError as refusal:
             unfit += 1
             result = str(refusal)
-        print(f"{number:3} {time.monotonic() - start:4.0f} s  {fault.name}\n"
-              f"             {result}", flush=True)
+        print(
+            f"{number:3} {time.monotonic() - start:4.0f} s  {fault.name}\n             {result}",
+            flush=True,
+        )
     return caught, unfit
 
 
@@ -226,11 +255,13 @@ def main() -> int:
             return 0
         prepare(faults, arguments.jobs)
         caught, unfit = try_all(faults, arguments.jobs)
-    except Refusal as refusal:
+    except SeedError as refusal:
         print(refusal, file=sys.stderr)
         return 2
-    print(f"{caught} of {len(faults)} faults caught ({caught / len(faults):.0%}) "
-          f"in {(time.monotonic() - start) / 60:.0f} minutes")
+    print(
+        f"{caught} of {len(faults)} faults caught ({caught / len(faults):.0%}) "
+        f"in {(time.monotonic() - start) / 60:.0f} minutes"
+    )
     return 2 if unfit else int(caught < LEAST_RATE * len(faults))
 
 

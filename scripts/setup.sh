@@ -31,7 +31,7 @@ essentialsAreThere() {
     command -v "$tool" >/dev/null || return 1
   done
   ! command -v dpkg-query >/dev/null || [[ -z $(missingPackages) ]] || return 1
-  [[ -x .venv/bin/pytest ]] || return 1
+  [[ -x .venv/bin/pytest && -x .venv/bin/ruff && -x .venv/bin/mypy ]] || return 1
   compgen -G '.venv/lib/python3*/site-packages/pyarrow/libarrow.so.*' >/dev/null || return 1
   [[ -f $kFlights && $(stat -c %s "$kFlights") -eq $kFlightsBytes ]]
 }

@@ -11,44 +11,44 @@ if TYPE_CHECKING:
     from ._host import Object
 
 
-def copyToColumns(array: Any) -> NDArray[Any]:
+def copy_to_columns(array: Any) -> NDArray[Any]:
     """A copy of `array`, column-major and in the machine's byte order."""
     array = np.asarray(array)
     return np.array(array, dtype=array.dtype.newbyteorder("="), order="F", copy=True)
 
 
-_flagsOf, _baseOf = np.ndarray.flags.__get__, np.ndarray.base.__get__
+_flags_of, _base_of = np.ndarray.flags.__get__, np.ndarray.base.__get__
 
 
-def ownerOf(array: Any) -> Any:
+def owner_of(array: Any) -> Any:
     """What owns the memory of `array`; None if it, or what it is a view of, is writable.
 
     (Who owns a read-only array could make it writable again, and is trusted not to while the host
     has it.)
     """
     while issubclass(type(array), np.ndarray):
-        flags = _flagsOf(array)
+        flags = _flags_of(array)
         if flags.writeable or flags.owndata:
             return None if flags.writeable else array
-        array = _baseOf(array)
+        array = _base_of(array)
     return array
 
 
-def arrayOf(shape: tuple[int, ...], typeName: str, memory: Any) -> NDArray[Any]:
+def array_of(shape: tuple[int, ...], type_name: str, memory: Any) -> NDArray[Any]:
     """A read-only array of what `memory` holds."""
-    return np.ndarray(shape, dtype=typeName, buffer=memory, order="F")
+    return np.ndarray(shape, dtype=type_name, buffer=memory, order="F")
 
 
-def emptyArray(shape: tuple[int, ...], typeName: str) -> NDArray[Any]:
+def empty_array(shape: tuple[int, ...], type_name: str) -> NDArray[Any]:
     """A read-only array without elements."""
-    array = np.zeros(shape, dtype=typeName, order="F")
+    array = np.zeros(shape, dtype=type_name, order="F")
     array.setflags(write=False)
     return array
 
 
-def numpyScalar(typeName: str, data: bytes) -> Any:
+def numpy_scalar(type_name: str, data: bytes) -> Any:
     """A NumPy scalar from its bytes."""
-    return np.frombuffer(data, dtype=typeName)[0]
+    return np.frombuffer(data, dtype=type_name)[0]
 
 
 class ListsItsOwn(type):
@@ -59,7 +59,7 @@ class ListsItsOwn(type):
         return sorted({name for members in ours for name in members})
 
 
-def _objectArray(elements: Iterable[Any], shape: tuple[int, ...]) -> NDArray[Any]:
+def _object_array(elements: Iterable[Any], shape: tuple[int, ...]) -> NDArray[Any]:
     array = np.empty(shape, dtype=object, order="F")
     flat = array.reshape(-1, order="F")
     for index, element in enumerate(elements):
@@ -191,8 +191,8 @@ class StringArray(_Shaped):
                 )
 
     @classmethod
-    def _fromColumns(cls, elements: Iterable[Any], shape: tuple[int, ...]) -> "StringArray":
-        return cls(_objectArray(elements, shape))
+    def _from_columns(cls, elements: Iterable[Any], shape: tuple[int, ...]) -> "StringArray":
+        return cls(_object_array(elements, shape))
 
     def __array__(self, dtype: DTypeLike | None = None, copy: bool | None = None) -> NDArray[Any]:
         return np.array(self._elements, dtype=dtype or object)
@@ -225,12 +225,12 @@ class Cell(np.ndarray[Any, np.dtype[Any]], metaclass=ListsItsOwn):
         if rows and len({len(element) for element in elements}) == 1:
             columns = len(elements[0])
             flat = [elements[i][j] for j in range(columns) for i in range(len(elements))]
-            return cls._fromColumns(flat, (len(elements), columns))
-        return cls._fromColumns(elements, (1, len(elements)))
+            return cls._from_columns(flat, (len(elements), columns))
+        return cls._from_columns(elements, (1, len(elements)))
 
     @classmethod
-    def _fromColumns(cls, elements: Iterable[Any], shape: tuple[int, ...]) -> "Cell":
-        return _objectArray(elements, shape).view(cls)
+    def _from_columns(cls, elements: Iterable[Any], shape: tuple[int, ...]) -> "Cell":
+        return _object_array(elements, shape).view(cls)
 
     def _columnwise(self) -> NDArray[Any]:
         return self.reshape(-1, order="F").view(np.ndarray)
@@ -251,15 +251,15 @@ class StructArray(_Shaped, Sequence[dict[str, Any]]):
                     f"records of a StructArray must have the same keys: {list(self.fields)} and "
                     f"{list(record)}"
                 )
-        self._elements = _objectArray(records, (len(records), 1))
+        self._elements = _object_array(records, (len(records), 1))
 
     @classmethod
-    def _fromColumns(
+    def _from_columns(
         cls, elements: Iterable[Any], shape: tuple[int, ...], fields: Iterable[str]
     ) -> "StructArray":
         made = cls()
         made.fields = tuple(fields)
-        made._elements = _objectArray(elements, shape)
+        made._elements = _object_array(elements, shape)
         return made
 
     def __getitem__(self, index: Any) -> Any:
@@ -275,14 +275,14 @@ class ObjectArray(_Shaped, Sequence["Object | None"]):
     def __init__(self, class_name: str, objects: "Iterable[Object | None]" = ()):
         objects = list(objects)
         self.class_name = class_name
-        self._elements = _objectArray(objects, (len(objects), 1))
+        self._elements = _object_array(objects, (len(objects), 1))
 
     @classmethod
-    def _fromColumns(
+    def _from_columns(
         cls, class_name: str, elements: Iterable[Any], shape: tuple[int, ...]
     ) -> "ObjectArray":
         made = cls(class_name)
-        made._elements = _objectArray(elements, shape)
+        made._elements = _object_array(elements, shape)
         return made
 
     def __eq__(self, other: object) -> bool:

@@ -40,19 +40,19 @@ from ._records import Error, Frame, Property, Warning
 from ._values import Cell, Chars, ObjectArray, String, StringArray, StructArray
 
 __all__ = [
-    "Session",
-    "Object",
-    "Function",
+    "Cell",
+    "Chars",
     "Error",
     "Frame",
-    "Warning",
+    "Function",
+    "Object",
+    "ObjectArray",
     "Property",
-    "Chars",
+    "Session",
     "String",
     "StringArray",
-    "Cell",
     "StructArray",
-    "ObjectArray",
+    "Warning",
     "ledger",
 ]
 

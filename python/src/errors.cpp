@@ -33,8 +33,6 @@ class Original : public host::NativeValue {
   SharedPyObject exception_;
 };
 
-// --- From Python ---------------------------------------------------------------------------------
-
 std::string textOf(nb::handle object) {
   try {
     return toUtf8(nb::str(object), "text");
@@ -152,8 +150,6 @@ Value exceptionOf(nb::handle exception) {
   attachCause(made, exception, 0);
   return made;
 }
-
-// --- To Python -----------------------------------------------------------------------------------
 
 nb::list toList(const std::vector<std::string>& texts) {
   nb::list list;

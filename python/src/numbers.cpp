@@ -56,8 +56,6 @@ int lendMemory(PyObject* self, Py_buffer* view, int flags) {
                            static_cast<Py_ssize_t>(bytes), 1, flags);
 }
 
-// --- From NumPy ----------------------------------------------------------------------------------
-
 /// An array's memory as Python lends it.
 class Buffer {
  public:
@@ -181,8 +179,6 @@ host::Value arrayToHost(nb::handle array, bool mayBorrow) {
   }
   return copied(view, type->classId);
 }
-
-// --- To NumPy ------------------------------------------------------------------------------------
 
 nb::object scalarToPython(const kxArray* value) {
   switch (kxGetClassID(value)) {

@@ -28,11 +28,11 @@ constexpr std::array kPlaces = {
     Place{"numpy", "ndarray"},
     Place{"numpy", "generic"},
     Place{"numpy.ma", "MaskedArray"},
-    Place{"kvbigdata._values", "copyToColumns"},
-    Place{"kvbigdata._values", "ownerOf"},
-    Place{"kvbigdata._values", "arrayOf"},
-    Place{"kvbigdata._values", "emptyArray"},
-    Place{"kvbigdata._values", "numpyScalar"},
+    Place{"kvbigdata._values", "copy_to_columns"},
+    Place{"kvbigdata._values", "owner_of"},
+    Place{"kvbigdata._values", "array_of"},
+    Place{"kvbigdata._values", "empty_array"},
+    Place{"kvbigdata._values", "numpy_scalar"},
 };
 
 }  // namespace

@@ -56,13 +56,13 @@ nb::object stringsToPython(const kxArray* value) {
     }
   }
   const nb::tuple parts = shaped(value, [&](std::size_t i) { return textAt(value, i); });
-  return known(Known::StringArray).attr("_fromColumns")(parts[0], parts[1]);
+  return known(Known::StringArray).attr("_from_columns")(parts[0], parts[1]);
 }
 
 nb::object cellToPython(const kxArray* value) {
   const nb::tuple parts =
       shaped(value, [&](std::size_t i) { return toPython(kxGetCell(value, i)); });
-  return known(Known::Cell).attr("_fromColumns")(parts[0], parts[1]);
+  return known(Known::Cell).attr("_from_columns")(parts[0], parts[1]);
 }
 
 nb::dict recordAt(const kxArray* value, std::size_t index) {
@@ -83,7 +83,7 @@ nb::object structureToPython(const kxArray* value) {
     fields.append(toPython(kxGetFieldName(value, i)));
   }
   const nb::tuple parts = shaped(value, [&](std::size_t i) { return recordAt(value, i); });
-  return known(Known::StructArray).attr("_fromColumns")(parts[0], parts[1], fields);
+  return known(Known::StructArray).attr("_from_columns")(parts[0], parts[1], fields);
 }
 
 nb::object objectAt(const kxArray* value, std::size_t index) {
@@ -99,7 +99,7 @@ nb::object objectsToPython(const kxArray* value) {
   }
   const nb::tuple parts = shaped(value, [&](std::size_t i) { return objectAt(value, i); });
   return known(Known::ObjectArray)
-      .attr("_fromColumns")(toPython(kxGetClassName(value)), parts[0], parts[1]);
+      .attr("_from_columns")(toPython(kxGetClassName(value)), parts[0], parts[1]);
 }
 
 nb::object functionToPython(const kxArray* value) {

@@ -1,7 +1,6 @@
 """What the tests of the Python package share."""
 
 import pytest
-
 from kvbigdata import host
 
 LAZY = "kalvex.bigdata.internal.lazyeval."

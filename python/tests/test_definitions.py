@@ -5,7 +5,6 @@ import threading
 from concurrent.futures import ThreadPoolExecutor
 
 import pytest
-
 from conftest import EXECUTOR, LAZY
 from kvbigdata import host
 
@@ -159,9 +158,7 @@ def test_access_levels_are_checked(bare, levels):
 
 def test_a_constructor_runs_its_superclass(bare):
     made = []
-    bare.define_class(
-        "Base", properties={"A": None}, constructor=lambda obj, *a: made.append(a)
-    )
+    bare.define_class("Base", properties={"A": None}, constructor=lambda obj, *a: made.append(a))
 
     def construct(obj, value):
         obj.super_init("Base", value, "more")
@@ -228,7 +225,7 @@ def test_properties_may_change_while_a_class_is_defined(bare):
     properties = {}
 
     class Changing(host.Cell):
-        @property
+        @property  # type: ignore[misc]
         def shape(self):
             properties.clear()
             return (1, 1)

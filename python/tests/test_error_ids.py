@@ -1,7 +1,6 @@
 """Ids of the runtime's own classes, with their arguments, where no other test has them."""
 
 import pytest
-
 from conftest import EXECUTOR, LAZY
 from kvbigdata import host
 
@@ -36,9 +35,7 @@ ROWS = [
     (
         "KALVEX:InputParser:ParamMissingValue",
         ["RequiresRandState"],
-        lambda s, n: s.new(
-            "kalvex.bigdata.internal.PartitionedArrayOptions", "RequiresRandState"
-        ),
+        lambda s, n: s.new("kalvex.bigdata.internal.PartitionedArrayOptions", "RequiresRandState"),
     ),
     (
         "KALVEX:array:OneVariable",

@@ -5,7 +5,6 @@ import pickle
 import threading
 
 import pytest
-
 from kvbigdata import host
 
 
@@ -41,10 +40,10 @@ def test_an_error_keeps_what_it_says_through_the_host(bare):
 
 
 def test_another_exception_comes_out_from_the_original(bare):
-    class Odd(Exception):
+    class OddError(Exception):
         pass
 
-    original = Odd("what happened")
+    original = OddError("what happened")
 
     def fails(nargout):
         raise original
@@ -54,7 +53,7 @@ def test_another_exception_comes_out_from_the_original(bare):
     with pytest.raises(host.Error) as caught:
         bare.call("outer")
     error = caught.value
-    assert error.identifier == "KALVEX:python:Odd"
+    assert error.identifier == "KALVEX:python:OddError"
     assert error.message == "what happened"
     assert error.cause is original and error.__cause__ is original
     assert error.stack[0].name == "fails"

@@ -8,7 +8,6 @@ import time
 
 import numpy as np
 import pytest
-
 from conftest import EXECUTOR, LAZY
 from kvbigdata import host
 
@@ -109,16 +108,12 @@ def test_what_is_marked_for_reuse_is_computed_once(numbers):
 def make_operation(s, feval, strategy, dependencies=None, outputs=1):
     """An operation of a class of its own, whose task has a factory of a class of its own."""
     s.define_class(
-        "mine.Factory",
-        superclasses=[EXECUTOR + "DataProcessorFactory"],
-        methods={"feval": feval},
+        "mine.Factory", superclasses=[EXECUTOR + "DataProcessorFactory"], methods={"feval": feval}
     )
 
     def tasks(nargout, operation, given, *rest):
         inputs = given if dependencies is None else dependencies
-        return s.call(
-            EXECUTOR + "ExecutionTask", inputs, s.new("mine.Factory"), strategy, outputs
-        )
+        return s.call(EXECUTOR + "ExecutionTask", inputs, s.new("mine.Factory"), strategy, outputs)
 
     s.define_class(
         "mine.Operation",

@@ -1,7 +1,6 @@
 """Functions that a call reaches by name change or delete what the call works on."""
 
 import pytest
-
 from conftest import EXECUTOR, LAZY
 from kvbigdata import host
 
@@ -32,9 +31,7 @@ def define_operation(s, name, direct=None):
     methods = {"createExecutionTasks": lambda nargout, obj, *args: None}
     if direct is not None:
         methods["directEvaluateImpl"] = direct
-    s.define_class(
-        name, superclasses=[LAZY + "Operation"], constructor=construct, methods=methods
-    )
+    s.define_class(name, superclasses=[LAZY + "Operation"], constructor=construct, methods=methods)
     return s.new(name)
 
 
@@ -139,9 +136,7 @@ def test_arrays_may_go_while_their_cache_node_is_made(core):
 
 
 def test_a_handle_that_holds_itself_ends_in_an_error(core):
-    handle = core.new(
-        INTERNAL + "FunctionHandle", host.Function("f"), "CaptureErrorStack", False
-    )
+    handle = core.new(INTERNAL + "FunctionHandle", host.Function("f"), "CaptureErrorStack", False)
     handle.set("Handle", handle, as_class=INTERNAL + "FunctionHandle")
     seen = []
 

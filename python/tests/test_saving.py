@@ -6,7 +6,6 @@ import sys
 
 import numpy as np
 import pytest
-
 from conftest import LAZY, Recorder
 from kvbigdata import host
 
@@ -125,12 +124,18 @@ def test_a_function_keeps_what_is_known_of_it_on_its_way_through_python(session)
     suspect = session.load_bytes(session.save_bytes(host.Function("plus")))
     with pytest.raises(host.Error) as refused:
         session.call("feval", suspect, 1.0, 2.0)
-    assert (refused.value.identifier, refused.value.arguments) == ("KALVEX:load:NotTrusted", ["plus"])
+    assert (refused.value.identifier, refused.value.arguments) == (
+        "KALVEX:load:NotTrusted",
+        ["plus"],
+    )
     plus.__qualname__ = "plus"
     lost = session.load_bytes(session.save_bytes(plus), trusted=True)
     with pytest.raises(host.Error) as missing:
         lost(1, 1.0, 2.0)  # not the library's function of that name
-    assert (missing.value.identifier, missing.value.arguments) == ("KALVEX:UndefinedFunction", ["plus"])
+    assert (missing.value.identifier, missing.value.arguments) == (
+        "KALVEX:UndefinedFunction",
+        ["plus"],
+    )
 
 
 def test_another_release_gives_an_array_that_says_so(numbers):

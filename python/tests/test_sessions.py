@@ -8,7 +8,6 @@ import threading
 import weakref
 
 import pytest
-
 from kvbigdata import host
 
 

@@ -9,7 +9,6 @@ import sys
 
 import numpy as np
 import pytest
-
 from conftest import EXECUTOR, LAZY, Recorder
 from kvbigdata import host
 
@@ -190,9 +189,7 @@ def suspect(tmp_path):
 
     def define(session):
         session.define_function("lab.count", count_calls)
-        session.define_class(
-            "lab.Factory", superclasses=[FACTORY], methods={"feval": count_calls}
-        )
+        session.define_class("lab.Factory", superclasses=[FACTORY], methods={"feval": count_calls})
         session.define_class(
             "lab.Operation",
             superclasses=[LAZY + "Operation"],

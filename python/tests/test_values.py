@@ -5,7 +5,6 @@ import sys
 
 import numpy as np
 import pytest
-
 from kvbigdata import host
 
 NUMERIC = ["int8", "int16", "int32", "int64", "uint8", "uint16", "uint32", "uint64", "float32"]
@@ -162,9 +161,9 @@ def test_objects_come_back_equal(session):
     ("value", "named"),
     [(1j, "complex"), (b"bytes", "bytes"), (object(), "object"), ({1: 2}, "int"),
      (np.zeros(2, complex), "complex128"), (np.zeros(2, "M8[s]"), "datetime64"),
-     (np.ma.array([1, 2], mask=[0, 1]), "masked"), (np.zeros(2, "float16"), "float16"),
+     (np.ma.array([1, 2], mask=[False, True]), "masked"), (np.zeros(2, "float16"), "float16"),
      (np.array(["a"]), "<U1"), ([1, 2j], "complex"),
-     (host.ObjectArray("KException", [1]), "KException")],
+     (host.ObjectArray("KException", [1]), "KException")],  # type: ignore[list-item]
     ids=repr,
 )  # fmt: skip
 def test_anything_else_is_refused_by_name(echo, value, named):
@@ -254,7 +253,8 @@ def test_repr_shows_a_thousand_elements_at_most():
     for value in (nested, rows, host.Cell(range(10**6)), host.StructArray([{"a": 1}] * 5000)):
         assert "..." in repr(value) and len(repr(value)) < 20_000
     assert repr(host.StringArray([["a", None], ["b", "c"]])) == (
-        "StringArray([['a', None], ['b', 'c']])")
+        "StringArray([['a', None], ['b', 'c']])"
+    )
 
 
 def test_bytes_of_bools_are_0_or_1(echo):
@@ -272,7 +272,7 @@ def test_a_container_may_change_while_it_is_converted(echo):
 
     def changing(change):
         class Changing(host.Cell):
-            @property
+            @property  # type: ignore[misc]
             def shape(self):
                 change()
                 return (1, 1)

@@ -14,7 +14,12 @@ class Run:
 
     def __call__(self, *words: str, **options) -> subprocess.CompletedProcess:
         return subprocess.run(
-            [self.tool, *words], cwd=self.folder, capture_output=True, text=True, timeout=300, **options
+            [self.tool, *words],
+            cwd=self.folder,
+            capture_output=True,
+            text=True,
+            timeout=300,
+            **options,
         )
 
     def query(self, *words: str) -> dict:
@@ -22,6 +27,10 @@ class Run:
         done = self("query", "--json", *words)
         assert (done.returncode, done.stderr) == (0, ""), done.stderr
         return json.loads(done.stdout)
+
+    def results(self, *words: str) -> dict:
+        """The answers alone of a query that must succeed."""
+        return self.query(*words)["results"]
 
     def refusal(self, *words: str, code: int = 2) -> str:
         """What stderr says when a query fails with `code`; nothing may be on stdout."""

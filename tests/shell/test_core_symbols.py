@@ -12,10 +12,7 @@ import pytest
 
 SYSTEM = {"libstdc++", "libc", "libm", "libgcc_s", "ld-linux-x86-64", "ld-linux-aarch64"}
 SANITIZERS = {"libasan", "libubsan"}
-ALLOWED = {
-    "libkvhost": SYSTEM | SANITIZERS,
-    "libkvbigdata": SYSTEM | SANITIZERS | {"libkvhost"},
-}
+ALLOWED = {"libkvhost": SYSTEM | SANITIZERS, "libkvbigdata": SYSTEM | SANITIZERS | {"libkvhost"}}
 
 
 def run(*command: str | Path) -> str:

@@ -5,7 +5,6 @@ import re
 from pathlib import Path
 
 import pytest
-
 from command import Run
 
 CLOSURE = "kalvex.bigdata.internal.lazyeval.Closure"
@@ -43,7 +42,13 @@ def test_a_class_is_shown_as_it_was_registered(run: Run) -> None:
         {"kind": "property", "name": "ErrorStack", "get": 0, "set": 2, "flags": 2560},
     ]
     assert described["members"][7] == {
-        "kind": "method", "name": "copy", "access": 0, "form": "fixed", "static": False, "inputs": 1, "outputs": 1,
+        "kind": "method",
+        "name": "copy",
+        "access": 0,
+        "form": "fixed",
+        "static": False,
+        "inputs": 1,
+        "outputs": 1,
     }
     assert (described["native"], described["sealed"]) == (True, False)
 

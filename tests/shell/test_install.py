@@ -52,7 +52,7 @@ def test_what_is_installed_needs_no_checkout(installed: tuple[Path, str]) -> Non
 
 def readme_program() -> str:
     """The C++ program of the README, as a whole one that prints the answers."""
-    code = re.search(r"^```cpp\n(.*?)^```", (CHECKOUT / "README.md").read_text(), re.M | re.S)[1]
+    code = re.findall(r"^```cpp\n(.*?)^```", (CHECKOUT / "README.md").read_text(), re.M | re.S)[0]
     includes = "".join(re.findall(r"^#include .*\n", code, re.M))
     body = code.replace(includes, "")
     show = "for (const kv::Value& value : answers.values) std::cout << value.number() << '\\n';"

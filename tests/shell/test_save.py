@@ -5,7 +5,6 @@ import os
 from pathlib import Path
 
 import pytest
-
 from command import Run
 
 
@@ -69,11 +68,16 @@ def test_without_trust_contents_are_shown(run: Run) -> None:
     save(run, "small.csv", "n = count(x)", "mean(y)")
     done = run("open", "kept.kv")
     assert (done.returncode, done.stderr) == (0, "")
-    assert done.stdout.startswith("kept.kv: 2 arrays\n\nn        int64\nmean(y)  double\n\nPlan: 1 pass")
+    assert done.stdout.startswith(
+        "kept.kv: 2 arrays\n\nn        int64\nmean(y)  double\n\nPlan: 1 pass"
+    )
     assert "read small.csv" in done.stdout and "--trust" in done.stdout
     assert f"\nReads:\n  {run.folder / 'small.csv'}\n" in done.stdout
     plan = run("open", "kept.kv", "--explain").stdout
-    assert plan in done.stdout and plan == run("explain", "small.csv", "n = count(x)", "mean(y)").stdout
+    assert (
+        plan in done.stdout
+        and plan == run("explain", "small.csv", "n = count(x)", "mean(y)").stdout
+    )
 
 
 def test_sources_are_named_when_they_are_gone_or_have_changed(run: Run) -> None:
@@ -136,7 +140,11 @@ def test_a_wrong_question_leaves_the_older_file(run: Run) -> None:
     assert "Remove it first" in refused(run, "save", "whole.csv", "small.csv", "sum(x)", code=2)
     assert (run.folder / "whole.csv").read_text().startswith("n\n")
     assert (run.folder / "kept.kv").read_bytes() == before
-    assert sorted(path.name for path in run.folder.iterdir()) == ["kept.kv", "small.csv", "whole.csv"]
+    assert sorted(path.name for path in run.folder.iterdir()) == [
+        "kept.kv",
+        "small.csv",
+        "whole.csv",
+    ]
 
 
 def test_data_may_be_moved_or_newer(run: Run) -> None:
@@ -154,7 +162,9 @@ def test_data_may_be_moved_or_newer(run: Run) -> None:
     assert newer["results"] == {"sum(x)": 11, "max(y)": 2**53 + 1}
     twice = opened(run, "--trust", "--data", "old/a.csv=newer.csv", "--data", "old/b.csv=newer.csv")
     assert twice["results"] == {"sum(x)": 22, "max(y)": 2**53 + 1}
-    assert "same columns" in refused(run, "open", "kept.kv", "--data", "old/a.csv=newer.csv", code=3)
+    assert "same columns" in refused(
+        run, "open", "kept.kv", "--data", "old/a.csv=newer.csv", code=3
+    )
     shown = run("open", "kept.kv", "--data", "old=new/*.csv").stdout
     assert f"  {run.folder}/new/a.csv\n  {run.folder}/new/b.csv\n" in shown and "/old/" not in shown
     assert "read new/*.csv (2 files)" in shown
@@ -168,7 +178,11 @@ def test_data_that_doesnt_fit_is_refused(run: Run) -> None:
         assert opened(run, "--trust", "--data", f"{old}=small.csv")["results"] == {"sum(x)": 6}
     said = [
         ("small.csv=whole.csv", 2, "don't read 'small.csv'. Files that they read: "),
-        ("part=1=whole.csv", 3, "'whole.csv' has no column 'x', which a saved array reads; it has: n."),
+        (
+            "part=1=whole.csv",
+            3,
+            "'whole.csv' has no column 'x', which a saved array reads; it has: n.",
+        ),
         ("part=1=nowhere.csv", 3, "'nowhere.csv'"),
         ("part=1=.", 3, "'./x=2.csv'"),
         ("part=1=words.csv", 3, '"word" isn'),
