@@ -59,7 +59,9 @@ Table Session::read(const std::string& path, const ReadOptions& options, Where w
 }
 
 Array Session::constant(const Operand& value) {
-  if (const auto* array = std::get_if<Array>(&value.value())) return *array;
+  if (const auto* array = std::get_if<Array>(&value.value())) {
+    return *array;
+  }
   return publicCall(*impl_, value.where(), [&] { return makeConstant(impl_, operandOf(value)); });
 }
 

@@ -45,7 +45,9 @@ Array Table::column(std::string_view name, Where where) const {
 Table Table::filter(const Array& keep, Where where) const {
   requireLogical(keep);
   const auto session = live(handle_->session);
-  if (live(keep.handle().session) != session) raiseTwoSessions();
+  if (live(keep.handle().session) != session) {
+    raiseTwoSessions();
+  }
   return publicCall(*session, where, [&] {
     auto rows = host::call("filterslices", {keep.handle().value.get(), handle_->value.get()});
     return Table(std::make_shared<const Table::Handle>(session, std::move(rows), handle_->columns));

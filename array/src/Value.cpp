@@ -21,7 +21,9 @@ double Value::number(std::size_t row) const {
 }
 
 std::optional<std::string> Value::text(std::size_t row) const {
-  if (const auto* texts = std::get_if<Texts>(&data_)) return texts->at(row);
+  if (const auto* texts = std::get_if<Texts>(&data_)) {
+    return texts->at(row);
+  }
   throw Error("KALVEX:array:NotAText", "A text was asked of a number.");
 }
 

@@ -15,7 +15,9 @@ MemberDescription toOurs(const host::MemberDescription& member) {
 ClassDescription toOurs(const host::ClassDescription& description) {
   ClassDescription ours = {
       description.name, description.superclasses, description.isSealed, description.isNative, {}};
-  for (const auto& member : description.members) ours.members.push_back(toOurs(member));
+  for (const auto& member : description.members) {
+    ours.members.push_back(toOurs(member));
+  }
   return ours;
 }
 

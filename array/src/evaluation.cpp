@@ -10,7 +10,9 @@ namespace {
 
 CallInputs asInputs(std::span<const Array> arrays) {
   CallInputs inputs;
-  for (const Array& array : arrays) inputs.lend(array.handle().value);
+  for (const Array& array : arrays) {
+    inputs.lend(array.handle().value);
+  }
   return inputs;
 }
 
@@ -28,20 +30,26 @@ Gathered gatherIn(Session::Impl& session, std::span<const Array> arrays, const W
     const auto outputs =
         host::callMany("gather", static_cast<int>(arrays.size()), asInputs(arrays).list());
     Gathered gathered;
-    for (const host::Value& output : outputs) gathered.values.push_back(toValue(output.get()));
+    for (const host::Value& output : outputs) {
+      gathered.values.push_back(toValue(output.get()));
+    }
     gathered.facts = lastFacts();
     return gathered;
   });
 }
 
 void requireOwn(const Session::Impl& session, std::span<const Array> arrays) {
-  if (sessionOf(arrays).get() != &session) raiseTwoSessions();
+  if (sessionOf(arrays).get() != &session) {
+    raiseTwoSessions();
+  }
 }
 
 }  // namespace
 
 Gathered Session::gather(std::span<const Array> arrays, Where where) {
-  if (arrays.empty()) return {};
+  if (arrays.empty()) {
+    return {};
+  }
   requireOwn(*impl_, arrays);
   return gatherIn(*impl_, arrays, where);
 }

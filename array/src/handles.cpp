@@ -45,7 +45,9 @@ std::shared_ptr<Session::Impl> sessionOf(std::span<const Array> arrays) {
   }
   auto session = live(arrays.front().handle().session);
   for (const Array& array : arrays) {
-    if (live(array.handle().session) != session) raiseTwoSessions();
+    if (live(array.handle().session) != session) {
+      raiseTwoSessions();
+    }
   }
   return session;
 }
@@ -55,7 +57,9 @@ void raiseTwoSessions() {
 }
 
 void requireLogical(const Array& keep) {
-  if (keep.handle().type == ElementType::Logical) return;
+  if (keep.handle().type == ElementType::Logical) {
+    return;
+  }
   throw Error(
       "KALVEX:array:NotLogical",
       fmt::format("A filter keeps the rows where a logical array is true; this array is {}.",

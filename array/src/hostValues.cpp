@@ -83,13 +83,19 @@ Value::Texts textsOf(const kxArray* column) {
 }  // namespace
 
 Value toValue(const kxArray* column) {
-  if (kxGetClassID(column) == kxLOGICAL_CLASS) return Value(logicalsOf(column));
-  if (Torvane::String::isString(column)) return Value(textsOf(column));
+  if (kxGetClassID(column) == kxLOGICAL_CLASS) {
+    return Value(logicalsOf(column));
+  }
+  if (Torvane::String::isString(column)) {
+    return Value(textsOf(column));
+  }
   Value::Data data;
   const bool isNumeric = withNumbers(column, [&]<class T>(std::span<const T> numbers) {
     data = std::vector<Widest<T>>(numbers.begin(), numbers.end());
   });
-  if (isNumeric) return Value(std::move(data));
+  if (isNumeric) {
+    return Value(std::move(data));
+  }
   const std::string came = kxGetClassName(column);
   throw Error(
       "KALVEX:array:NotAColumn",
@@ -98,7 +104,9 @@ Value toValue(const kxArray* column) {
 }
 
 std::span<const double> numbersOf(const kxArray* column, std::vector<double>& store) {
-  if (kxGetClassID(column) == kxDOUBLE_CLASS) return elements<double>(column);
+  if (kxGetClassID(column) == kxDOUBLE_CLASS) {
+    return elements<double>(column);
+  }
   const auto toDouble = [](auto number) { return static_cast<double>(number); };
   const auto copy = [&](const auto& numbers) {
     store.resize(numbers.size());

@@ -25,19 +25,25 @@ host::Value columnOf(const host::Value& graph, kcos::NameRef table, std::string_
 }
 
 LazyGraph::Kind kindOf(std::string_view className) {
-  if (className == kClosure) return LazyGraph::Kind::Closure;
+  if (className == kClosure) {
+    return LazyGraph::Kind::Closure;
+  }
   return className == kPromise ? LazyGraph::Kind::Promise : LazyGraph::Kind::Future;
 }
 
 StackFrame placeOf(const kxArray* stack) {
-  if (kxGetClassID(stack) != kxSTRUCT_CLASS || kxIsEmpty(stack)) return {};
+  if (kxGetClassID(stack) != kxSTRUCT_CLASS || kxIsEmpty(stack)) {
+    return {};
+  }
   return {host::toText(kxGetField(stack, 0, "file")), host::toText(kxGetField(stack, 0, "name")),
           static_cast<int>(host::toDouble(kxGetField(stack, 0, "line")))};
 }
 
 LazyGraph::Node nodeOf(const std::string& name, const kxArray* object) {
   LazyGraph::Node node{name, kindOf(kxGetClassName(object)), {}, {}};
-  if (node.kind != LazyGraph::Kind::Closure) return node;
+  if (node.kind != LazyGraph::Kind::Closure) {
+    return node;
+  }
   const host::Value operation = host::getProperty(object, "Operation");
   node.operation = kxGetClassName(operation.get());
   node.place = placeOf(host::getProperty(operation.get(), "Stack").get());
@@ -75,7 +81,9 @@ LazyGraph read(const host::Value& graph, std::span<const Array> arrays) {
 
 host::Value graphOf(std::span<const Array> arrays) {
   CallInputs inputs;
-  for (const Array& array : arrays) inputs.lend(array.handle().value);
+  for (const Array& array : arrays) {
+    inputs.lend(array.handle().value);
+  }
   const host::Value shown =
       host::call("kalvex.bigdata.internal.optimizer.ClosureGraph", inputs.list());
   return host::getProperty(shown.get(), "Graph");
@@ -83,9 +91,13 @@ host::Value graphOf(std::span<const Array> arrays) {
 
 /// The files that a node of the graph reads; none but for a closure that reads.
 std::vector<std::string> filesOf(const kxArray* node) {
-  if (!kxIsA(node, kClosure)) return {};
+  if (!kxIsA(node, kClosure)) {
+    return {};
+  }
   const host::Value operation = host::getProperty(node, "Operation");
-  if (!kxIsA(operation.get(), kRead)) return {};
+  if (!kxIsA(operation.get(), kRead)) {
+    return {};
+  }
   const host::Value source = host::getProperty(operation.get(), "Datastore");
   return host::toTexts(host::getProperty(source.get(), "Files").get());
 }
@@ -105,7 +117,9 @@ std::vector<std::string> sourceFiles(std::span<const Array> arrays, Where where)
     std::set<std::string> known;
     for (std::size_t i = 0; i < kxGetNumberOfElements(objects.get()); ++i) {
       for (std::string& file : filesOf(kxGetCell(objects.get(), i))) {
-        if (known.insert(file).second) files.push_back(std::move(file));
+        if (known.insert(file).second) {
+          files.push_back(std::move(file));
+        }
       }
     }
     return files;

@@ -24,8 +24,12 @@ class Block {
       rows_ = std::max(rows_, columns_.back().size());
     }
     const bool isEmpty = std::ranges::any_of(columns_, [](auto& column) { return column.empty(); });
-    if (isEmpty) rows_ = 0;
-    for (std::size_t i = 0; i < columns_.size(); ++i) spread(i);
+    if (isEmpty) {
+      rows_ = 0;
+    }
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+      spread(i);
+    }
   }
 
   std::size_t rows() const { return rows_; }
@@ -34,7 +38,9 @@ class Block {
  private:
   /// An input of one row, such as an aggregate, stands for every row.
   void spread(std::size_t i) {
-    if (columns_[i].size() != 1 || rows_ == 1) return;
+    if (columns_[i].size() != 1 || rows_ == 1) {
+      return;
+    }
     stores_[i] = std::vector<double>(rows_, columns_[i].front());
     columns_[i] = stores_[i];
   }
@@ -81,7 +87,9 @@ void requireFunction(const BlockFunction& function) {
 
 void refuseTexts(std::span<const Array> inputs) {
   for (const Array& input : inputs) {
-    if (input.handle().type != runtime::ElementType::String) continue;
+    if (input.handle().type != runtime::ElementType::String) {
+      continue;
+    }
     throw Error("KALVEX:array:NotANumber", "A function of blocks takes numbers, not texts.",
                 {"string"});
   }
@@ -100,7 +108,9 @@ Array map(std::string name, BlockFunction function, std::span<const Array> input
   return publicCall(*session, where, [&] {
     CallInputs call;
     call.give(host::makeFunctionHandle(std::move(name), bodyOf(std::move(function))));
-    for (const Array& input : inputs) call.lend(input.handle().value);
+    for (const Array& input : inputs) {
+      call.lend(input.handle().value);
+    }
     return makeArray(session, host::call("elementfun", call.list()), runtime::ElementType::Double);
   });
 }

@@ -23,7 +23,9 @@ using runtime::ElementType;
 ElementType resultType(const runtime::ElementFunction& function,
                        std::span<const runtime::Operand> inputs) {
   std::vector<runtime::OperandType> types;
-  for (const runtime::Operand& input : inputs) types.push_back({input.column.type()});
+  for (const runtime::Operand& input : inputs) {
+    types.push_back({input.column.type()});
+  }
   return runtime::resolve(function, types).result;
 }
 
@@ -32,7 +34,9 @@ bool isConstant(const runtime::Operand& input) { return input.isWeak; }
 std::vector<Array> arraysAmong(std::span<const Operand> operands) {
   std::vector<Array> arrays;
   for (const Operand& operand : operands) {
-    if (const auto* array = std::get_if<Array>(&operand.value())) arrays.push_back(*array);
+    if (const auto* array = std::get_if<Array>(&operand.value())) {
+      arrays.push_back(*array);
+    }
   }
   return arrays;
 }
@@ -49,11 +53,15 @@ Array applyHere(std::string_view function, const Operand& a, const Operand& b) {
 
 Array apply(std::string_view function, std::span<const Operand> inputs, Where where) {
   const auto* row = runtime::findElementFunction(function);
-  if (row == nullptr) raiseUnknownFunction("element function", function);
+  if (row == nullptr) {
+    raiseUnknownFunction("element function", function);
+  }
   const auto session = translated([&] { return sessionOf(arraysAmong(inputs)); });
   return publicCall(*session, where, [&] {
     std::vector<runtime::Operand> operands;
-    for (const Operand& input : inputs) operands.push_back(operandOf(input));
+    for (const Operand& input : inputs) {
+      operands.push_back(operandOf(input));
+    }
     if (inputs.size() == row->arity && std::ranges::all_of(operands, isConstant)) {
       return makeConstant(session, runtime::foldConstants(*row, operands));
     }
@@ -74,7 +82,9 @@ Array apply(std::string_view function, std::span<const Operand> inputs, Where wh
 
 Array aggregate(std::string_view name, const Array& input, Missing missing, Where where) {
   const auto* row = runtime::findAggregateFunction(name);
-  if (row == nullptr) raiseUnknownFunction("aggregate", name);
+  if (row == nullptr) {
+    raiseUnknownFunction("aggregate", name);
+  }
   const auto rule =
       missing == Missing::Skip ? runtime::MissingRule::Skip : runtime::MissingRule::Propagate;
   const auto session = live(input.handle().session);

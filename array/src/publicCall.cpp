@@ -21,7 +21,9 @@ Error toError(const host::ErrorRecord& record) {
     stack.push_back({frame.file, frame.name, frame.line});
   }
   std::shared_ptr<const Error> cause;
-  if (!record.causes.empty()) cause = std::make_shared<Error>(toError(record.causes.front()));
+  if (!record.causes.empty()) {
+    cause = std::make_shared<Error>(toError(record.causes.front()));
+  }
   return {record.identifier, record.message, record.arguments, std::move(stack), std::move(cause)};
 }
 

@@ -46,7 +46,9 @@ auto translated(Body&& body) -> decltype(body()) {
 template <class Body>
 auto publicCall(Session::Impl& session, const Where& where, Body&& body) {
   const std::lock_guard lease(session.mutex);
-  if (session.host.isClosed()) raiseClosed();
+  if (session.host.isClosed()) {
+    raiseClosed();
+  }
   const host::Session::Scope scope(session.host);
   return translated([&] {
     const host::CallSite site(where);
@@ -58,7 +60,9 @@ auto publicCall(Session::Impl& session, const Where& where, Body&& body) {
 /// The session behind a handle. Errors: "KALVEX:session:Closed" once it is gone.
 inline std::shared_ptr<Session::Impl> live(const std::weak_ptr<Session::Impl>& session) {
   auto impl = session.lock();
-  if (impl == nullptr) raiseClosed();
+  if (impl == nullptr) {
+    raiseClosed();
+  }
   return impl;
 }
 

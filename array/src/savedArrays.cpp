@@ -39,7 +39,9 @@ host::Value logicalColumn(std::span<const NamedArray> arrays) {
   const std::size_t dimensions[] = {arrays.size(), 1};
   host::Value column = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxLOGICAL_CLASS));
   auto* flags = static_cast<bool*>(kxGetMutableData(column.get()));
-  for (const NamedArray& named : arrays) *flags++ = named.array.handle().constant.has_value();
+  for (const NamedArray& named : arrays) {
+    *flags++ = named.array.handle().constant.has_value();
+  }
   return column;
 }
 
@@ -75,7 +77,9 @@ Array constantIn(const std::shared_ptr<Session::Impl>& session, const kxArray* a
                  const std::string& path) {
   const host::Value future = host::getProperty(array, "ValueFuture");
   const host::Value value = host::getProperty(future.get(), "Value");
-  if (value == nullptr) raiseNotArrays(path);
+  if (value == nullptr) {
+    raiseNotArrays(path);
+  }
   return makeConstant(session, runtime::writtenOperand(value.get()));
 }
 
@@ -83,7 +87,9 @@ Array constantIn(const std::shared_ptr<Session::Impl>& session, const kxArray* a
 class Record {
  public:
   Record(const std::string& path, const kxArray* value) : path_(path), value_(value) {
-    if (kxGetClassID(value) != kxSTRUCT_CLASS || !kxIsScalar(value)) raiseNotArrays(path);
+    if (kxGetClassID(value) != kxSTRUCT_CLASS || !kxIsScalar(value)) {
+      raiseNotArrays(path);
+    }
     count_ = kxGetNumberOfElements(field(kNames, kxSTRING_CLASS));
   }
 
@@ -97,7 +103,9 @@ class Record {
       const kxArray* value = kxGetCell(values, i);
       const std::optional<ElementType> type = runtime::elementTypeNamed(types[i]);
       const bool isArray = kcos::omIsKCOS(value) && kxIsScalar(value) && kxIsA(value, kArrayClass);
-      if (!isArray || !type) raiseNotArrays(path_);
+      if (!isArray || !type) {
+        raiseNotArrays(path_);
+      }
       arrays.push_back({names[i], areWeak[i]
                                       ? constantIn(session, value, path_)
                                       : makeArray(session, matrix::sharedCopy(value), *type)});
@@ -109,18 +117,24 @@ class Record {
  private:
   const kxArray* field(std::string_view name, kxClassID classId) const {
     const kxArray* found = kxGetField(value_, 0, name);
-    if (kxGetClassID(found) != classId) raiseNotArrays(path_);
+    if (kxGetClassID(found) != classId) {
+      raiseNotArrays(path_);
+    }
     return found;
   }
   const kxArray* sized(std::string_view name, kxClassID classId) const {
     const kxArray* found = field(name, classId);
-    if (kxGetNumberOfElements(found) != count_) raiseNotArrays(path_);
+    if (kxGetNumberOfElements(found) != count_) {
+      raiseNotArrays(path_);
+    }
     return found;
   }
   std::vector<std::string> textsIn(std::string_view name) const {
     const kxArray* texts = sized(name, kxSTRING_CLASS);
     for (std::size_t i = 0; i < count_; ++i) {
-      if (!Torvane::String::getString(texts, i)) raiseNotArrays(path_);
+      if (!Torvane::String::getString(texts, i)) {
+        raiseNotArrays(path_);
+      }
     }
     return host::toTexts(texts);
   }
@@ -132,9 +146,13 @@ class Record {
 
 host::Value loadMoved(host::Session& session, const std::string& path, const OpenOptions& options) {
   const bool isTrusted = options.trust == Trust::Yes;
-  if (options.data.empty()) return session.load(path, isTrusted);
+  if (options.data.empty()) {
+    return session.load(path, isTrusted);
+  }
   std::vector<runtime::SourceMove> moves;
-  for (const MovedData& data : options.data) moves.push_back({data.from, data.to});
+  for (const MovedData& data : options.data) {
+    moves.push_back({data.from, data.to});
+  }
   const runtime::SourceMoves moved(std::move(moves));
   try {
     host::Value loaded = session.load(path, isTrusted);
@@ -148,7 +166,9 @@ host::Value loadMoved(host::Session& session, const std::string& path, const Ope
 
 void checkColumns(std::span<const NamedArray> arrays) {
   CallInputs inputs;
-  for (const NamedArray& named : arrays) inputs.lend(named.array.handle().value);
+  for (const NamedArray& named : arrays) {
+    inputs.lend(named.array.handle().value);
+  }
   host::callMany("kv.checkColumns", 0, inputs.list());
 }
 
@@ -156,8 +176,12 @@ void checkColumns(std::span<const NamedArray> arrays) {
 
 void Session::save(const std::string& path, std::span<const NamedArray> arrays, Where where) {
   std::vector<Array> handles;
-  for (const NamedArray& named : arrays) handles.push_back(named.array);
-  if (sessionOf(handles) != impl_) raiseTwoSessions();
+  for (const NamedArray& named : arrays) {
+    handles.push_back(named.array);
+  }
+  if (sessionOf(handles) != impl_) {
+    raiseTwoSessions();
+  }
   requireDistinctNames(arrays);
   publicCall(*impl_, where, [&] { impl_->host.save(path, recordOf(arrays).get()); });
 }
@@ -171,7 +195,9 @@ Opened Session::open(const std::string& path, const OpenOptions& options, Where 
     const std::size_t earlier = impl_->host.warnings().size();
     const host::Value loaded = loadMoved(impl_->host, path, options);
     Opened opened{Record(path, loaded.get()).arraysOf(impl_), {}};
-    if (!options.data.empty()) checkColumns(opened.arrays);
+    if (!options.data.empty()) {
+      checkColumns(opened.arrays);
+    }
     const std::vector<host::Warning> warnings = impl_->host.warnings();
     for (std::size_t i = earlier; i < warnings.size(); ++i) {
       opened.warnings.push_back(warnings[i].message);

@@ -24,7 +24,7 @@ using OptionsPtr = ki::KalvexManagedPtr<PartitionedArrayOptions>;
 using FunctionPtr = ki::KalvexManagedPtr<FunctionHandle>;
 using MetadataPtr = ki::KalvexManagedPtr<PartitionMetadata>;
 
-// --- Functions of elements and slices -----------------------------------------------------------
+// Functions of elements and slices.
 
 /// Applies a function to matching elements.
 void elementfun(OptionsPtr options, FunctionPtr function, const RawCall& call);
@@ -51,7 +51,7 @@ void strictslicefun(OptionsPtr options, FunctionPtr function, const RawCall& cal
 ///         for any other count than three.
 void ternaryfun(const RawCall& call);
 
-// --- Choosing variables and slices --------------------------------------------------------------
+// Choosing variables and slices.
 
 /// Picks variables of tables; what `first`, `second` and `flag` say is the operation class's to
 /// know.
@@ -64,7 +64,7 @@ void filterslices(const RawCall& call);
 /// The same, as an index expression by a logical array.
 void logicalRowSubsref(const RawCall& call);
 
-// --- Reductions ---------------------------------------------------------------------------------
+// Reductions.
 
 /// Reduces with one function for chunks and for what they gave.
 void reducefun(OptionsPtr options, FunctionPtr function, const RawCall& call);
@@ -81,7 +81,7 @@ void aggregatebykeyfun(OptionsPtr options, FunctionPtr perChunk, FunctionPtr red
 /// Errors: an internal error, always.
 [[noreturn]] void joinbykey(const RawCall& call);
 
-// --- Functions of chunks, partitions and whole values -------------------------------------------
+// Functions of chunks, partitions and whole values.
 
 /// Applies a function to chunks.
 void chunkfun(OptionsPtr options, FunctionPtr function, const RawCall& call);
@@ -101,7 +101,7 @@ void partitionheadfun(OptionsPtr options, FunctionPtr function, const RawCall& c
 /// Applies a function to whole values, in the client; the result is broadcast.
 void clientfun(OptionsPtr options, FunctionPtr function, const RawCall& call);
 
-// --- Partitioning -------------------------------------------------------------------------------
+// Partitioning.
 
 /// Gives the inputs the same partitions: the host's function of that name.
 void alignpartitions(const RawCall& call);

@@ -21,8 +21,6 @@ using host::Value;
 /// More inputs or outputs than any operation has.
 constexpr std::size_t kMaxCount = 1 << 20;
 
-// --- What the classes do ------------------------------------------------------------------------
-
 void describeRead(const kxArray* operation, OpSpec& spec) {
   const Value datastore = host::getProperty(operation, "Datastore");
   spec.kind = OpKind::Read;
@@ -117,8 +115,6 @@ void describeInvalid(const kxArray* operation, OpSpec& spec) {
   spec.label = fmt::format("an array that release {} saved", spec.savedRelease);
 }
 
-// --- Arity --------------------------------------------------------------------------------------
-
 constexpr std::size_t kAny = std::numeric_limits<std::size_t>::max();
 constexpr OperationArity kSource{0, 0, OutputRule::One};
 constexpr OperationArity kOneToOne{1, 1, OutputRule::One};
@@ -155,8 +151,6 @@ void checkArity(const OperationClass& row, const kxArray* operation) {
   requireArity(row.name, row.arity, countOf(operation, "NumInputs"),
                countOf(operation, "NumOutputs"));
 }
-
-// --- Construction -------------------------------------------------------------------------------
 
 /// What the constructor of Operation is given.
 struct Counts {

@@ -24,7 +24,9 @@ class ArrayTest : public testing::Test {
   static std::vector<double> numbers(const Array& array) {
     const Value value = array.gather();
     std::vector<double> all;
-    for (std::size_t row = 0; row < value.rows(); ++row) all.push_back(value.number(row));
+    for (std::size_t row = 0; row < value.rows(); ++row) {
+      all.push_back(value.number(row));
+    }
     return all;
   }
 

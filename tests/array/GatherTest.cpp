@@ -25,7 +25,9 @@ using Gather = ArrayTest;
 /// A table with a row that is too short, far behind what is read to learn the types.
 const std::string kRaggedLate = [] {
   std::string rows = "x,y\n";
-  for (int i = 0; i < 1'000'000; ++i) rows += "1,2\n";
+  for (int i = 0; i < 1'000'000; ++i) {
+    rows += "1,2\n";
+  }
   return rows + "3\n";
 }();
 
@@ -117,7 +119,9 @@ TEST_F(Map, RunsTheUsersFunctionOnBlocksOfEquallyLongInputs) {
   const Array x = table.column("x");
   const auto weigh = [](std::span<const std::span<const double>> in) {
     std::vector<double> out;
-    for (std::size_t i = 0; i < in[0].size(); ++i) out.push_back(in[0][i] * in[1][i] + in[2][i]);
+    for (std::size_t i = 0; i < in[0].size(); ++i) {
+      out.push_back(in[0][i] * in[1][i] + in[2][i]);
+    }
     return out;
   };
   const Array result = map(weigh, std::vector{x, table.column("b"), mean(x)});
@@ -192,7 +196,9 @@ TEST_F(Lifetime, ThreadsMayShareASession) {
     std::vector<std::jthread> threads;
     for (double& total : sums) {
       threads.emplace_back([&total, &x] {
-        for (int i = 0; i < 25; ++i) total += sum(x + i).gather().number();
+        for (int i = 0; i < 25; ++i) {
+          total += sum(x + i).gather().number();
+        }
       });
     }
   }
@@ -210,7 +216,9 @@ BlockFunction passing(std::function<void()> atBlock) {
 TEST_F(Lifetime, AnInterruptAtAnyChunkStopsWithinOneAndLeavesTheSessionUsable) {
   constexpr int kBlocks = 8;  // four in each of two files
   std::string rows = "x\n";
-  for (int i = 0; i < 100'000; ++i) rows += "1\n";
+  for (int i = 0; i < 100'000; ++i) {
+    rows += "1\n";
+  }
   int latest = 0;
   {
     TempFolder folder;
@@ -220,7 +228,9 @@ TEST_F(Lifetime, AnInterruptAtAnyChunkStopsWithinOneAndLeavesTheSessionUsable) {
     for (int k = 1; k <= kBlocks; ++k) {
       int begun = 0;
       const auto stop = [&] {
-        if (++begun == k) k % 2 == 0 ? interrupt() : session.interrupt();
+        if (++begun == k) {
+          k % 2 == 0 ? interrupt() : session.interrupt();
+        }
       };
       EXPECT_THROW(sum(map(passing(stop), std::vector{x})).gather(), Interrupted);
       EXPECT_EQ(begun, k) << "no chunk begins after an interrupt that the evaluation's thread made";
@@ -228,16 +238,22 @@ TEST_F(Lifetime, AnInterruptAtAnyChunkStopsWithinOneAndLeavesTheSessionUsable) {
       std::atomic<int> blocks = 0;
       int atRequest = 0;
       std::jthread other([&] {
-        while (blocks < k) std::this_thread::yield();
+        while (blocks < k) {
+          std::this_thread::yield();
+        }
         session.interrupt();
         atRequest = blocks;
       });
       const auto count = [&] {
         ++blocks;
-        while (blocks == kBlocks && other.joinable()) other.join();  // it comes before the end
+        while (blocks == kBlocks && other.joinable()) {
+          other.join();  // it comes before the end
+        }
       };
       EXPECT_THROW(sum(map(passing(count), std::vector{x})).gather(), Interrupted);
-      if (other.joinable()) other.join();
+      if (other.joinable()) {
+        other.join();
+      }
       latest = std::max(latest, blocks - atRequest);
     }
     EXPECT_EQ(sum(x).gather().number(), 200'000);

@@ -185,7 +185,9 @@ TEST_F(Operations, EveryFunctionInTheListsCanBeCalledByName) {
   const Array truth = x > 1;
   for (const FunctionFacts& function : elementFunctions()) {
     std::vector<Operand> inputs(function.inputs, x);
-    if (function.name == "where") inputs.front() = truth;
+    if (function.name == "where") {
+      inputs.front() = truth;
+    }
     EXPECT_EQ(kv::apply(function.name, inputs).gather().rows(), 3U) << function.name;
   }
   for (const FunctionFacts& function : aggregates()) {

@@ -122,7 +122,9 @@ TEST_F(Save, TellsAnOriginalFromItsCopy) {
 TEST_F(Save, KeepsFunctionsByNameUntilTheyAreDefined) {
   const BlockFunction twice = [](std::span<const std::span<const double>> inputs) {
     std::vector<double> result(inputs[0].begin(), inputs[0].end());
-    for (double& value : result) value *= 2;
+    for (double& value : result) {
+      value *= 2;
+    }
     return result;
   };
   const std::vector<Array> inputs = {read("x\n1\n2\n").column("x")};
@@ -192,9 +194,15 @@ void saveRecord(const std::string& path, std::vector<std::string_view> fields, b
   const host::Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, fields));
   for (const std::string_view field : fields) {
     host::Value value = Torvane::String::createStringArray(1, 1);
-    if (hasTexts) Torvane::String::setString(value.get(), 0, u"double");
-    if (field == "AreWeak") value = host::makeLogical(false);
-    if (field == "Arrays") value = matrix::from_kalvex(kxCreateCellMatrix(1, 1));
+    if (hasTexts) {
+      Torvane::String::setString(value.get(), 0, u"double");
+    }
+    if (field == "AreWeak") {
+      value = host::makeLogical(false);
+    }
+    if (field == "Arrays") {
+      value = matrix::from_kalvex(kxCreateCellMatrix(1, 1));
+    }
     kxSetField(record.get(), 0, field, value.release());
   }
   plain.save(path, record.get());

@@ -44,7 +44,9 @@ class ClassTables : public LazySession {
 
   std::string answerOf(const Value& shell, const MemberDescription& member,
                        const std::string& rights) {
-    if (member.kind == "constructor" || member.isStatic) return "";
+    if (member.kind == "constructor" || member.isStatic) {
+      return "";
+    }
     Value answer;
     const std::string error = errorOf([&] {
       if (member.kind == "property") {
@@ -63,11 +65,15 @@ class ClassTables : public LazySession {
   std::string tableOf(const std::string& name) {
     const auto description = session.describe(name);
     std::string table = name;
-    for (const std::string& super : description.superclasses) table += " : " + super;
+    for (const std::string& super : description.superclasses) {
+      table += " : " + super;
+    }
     table += description.isSealed ? " sealed\n" : "\n";
     Value shell;
     const std::string error = errorOf([&] { shell = session.loadInstance(name, {}); });
-    if (shell == nullptr) table += "    no shell: " + error + "\n";
+    if (shell == nullptr) {
+      table += "    no shell: " + error + "\n";
+    }
     for (const MemberDescription& member : description.members) {
       table += "    " + shapeOf(member);
       table += (shell == nullptr ? "" : answerOf(shell, member, name)) + "\n";
@@ -79,9 +85,13 @@ class ClassTables : public LazySession {
 TEST_F(ClassTables, ReadAsTheGoldenFile) {
   std::string tables;
   for (const std::string& name : session.classes()) {
-    if (session.describe(name).isNative) tables += tableOf(name);
+    if (session.describe(name).isNative) {
+      tables += tableOf(name);
+    }
   }
-  if (std::getenv("KV_WRITE_GOLDEN") != nullptr) std::ofstream(KV_CLASS_TABLES) << tables;
+  if (std::getenv("KV_WRITE_GOLDEN") != nullptr) {
+    std::ofstream(KV_CLASS_TABLES) << tables;
+  }
   std::ifstream file(KV_CLASS_TABLES);
   EXPECT_EQ(tables, std::string(std::istreambuf_iterator<char>(file), {}))
       << "KV_WRITE_GOLDEN=1 writes the file again";

@@ -29,7 +29,9 @@ class ClosureDependencyWalkerTest : public LazySession {
 
   std::string walk(const std::vector<ClosureGraphNode>& roots) {
     ClosureDependencyWalker walker;
-    for (const ClosureGraphNode& root : roots) walker.walk(root);
+    for (const ClosureGraphNode& root : roots) {
+      walker.walk(root);
+    }
     std::string order;
     for (const ClosureGraphNode& node : walker.nodes()) {
       order += (order.empty() ? "" : " ") + names_.at(address(node));
@@ -96,8 +98,6 @@ TEST_F(WalkOfThree, ADeletedNodeRaises) {
   EXPECT_EQ(errorOf([&] { walk({c}); }), "KALVEX:class:InvalidHandle");
 }
 
-// --- Against a model ----------------------------------------------------------------------------
-
 /// A graph as plain numbers, and the walk over it as recursion: outputs follow their closure, the
 /// last first; inputs are explored from the last to the first.
 struct ModelGraph {
@@ -113,28 +113,40 @@ struct ModelGraph {
   std::vector<std::string> order;
 
   void finish(const std::string& name) {
-    if (seen.insert(name).second) order.push_back(name);
+    if (seen.insert(name).second) {
+      order.push_back(name);
+    }
   }
   void finishOutput(std::size_t output) {
     finish("p" + std::to_string(output));
     finish("f" + std::to_string(output));
   }
   void walkOutput(std::size_t output) {
-    if (!all[output].isDone) walk(all[output].closure);
+    if (!all[output].isDone) {
+      walk(all[output].closure);
+    }
     finishOutput(output);
   }
   void walk(std::size_t closure) {
     const std::string name = "C" + std::to_string(closure);
-    if (seen.contains(name)) return;
-    for (const std::size_t input : inputs[closure] | std::views::reverse) walkOutput(input);
+    if (seen.contains(name)) {
+      return;
+    }
+    for (const std::size_t input : inputs[closure] | std::views::reverse) {
+      walkOutput(input);
+    }
     finish(name);
-    for (const std::size_t output : outputs[closure] | std::views::reverse) finishOutput(output);
+    for (const std::size_t output : outputs[closure] | std::views::reverse) {
+      finishOutput(output);
+    }
   }
 
   std::set<std::size_t> dependencies(std::size_t closure) const {
     std::set<std::size_t> found;
     for (const std::size_t input : inputs[closure]) {
-      if (!all[input].isDone) found.insert(all[input].closure);
+      if (!all[input].isDone) {
+        found.insert(all[input].closure);
+      }
     }
     return found;
   }
@@ -152,7 +164,9 @@ class RandomGraphs : public ClosureDependencyWalkerTest {
       inputs.push_back(below(model.all.size()));
     }
     std::vector<FuturePtr> futures;
-    for (const std::size_t input : inputs) futures.push_back(modelled(input)->getFuture().lock());
+    for (const std::size_t input : inputs) {
+      futures.push_back(modelled(input)->getFuture().lock());
+    }
     closures.push_back(closure(futures, static_cast<int>(outputs.size())));
     label(closures.back(), "C" + std::to_string(number), static_cast<int>(model.all.size()));
     for (std::size_t i = 0; i < outputs.size(); ++i) {
@@ -168,7 +182,9 @@ class RandomGraphs : public ClosureDependencyWalkerTest {
     for (std::size_t output = 0; output < model.all.size(); ++output) {
       if (below(4) == 0) {
         model.all[output].isDone = true;
-        if (below(2) == 0) modelled(output)->setPartitionIndependent(false);
+        if (below(2) == 0) {
+          modelled(output)->setPartitionIndependent(false);
+        }
         modelled(output)->setValue(kv::host::makeDouble(1));
       }
     }
@@ -178,7 +194,9 @@ class RandomGraphs : public ClosureDependencyWalkerTest {
     if (const std::size_t kind = below(3); kind != 0 && !model.all.empty()) {
       const std::size_t output = below(model.all.size());
       model.walkOutput(output);
-      if (kind == 1) return modelled(output);
+      if (kind == 1) {
+        return modelled(output);
+      }
       return modelled(output)->getFuture().lock();
     }
     const std::size_t root = below(closures.size());
@@ -194,7 +212,9 @@ class RandomGraphs : public ClosureDependencyWalkerTest {
     const std::vector<ClosurePtr> found = closures[closure]->getDirectDependencies();
     std::set<std::size_t> numbers;
     for (std::size_t i = 0; i < closures.size(); ++i) {
-      if (std::ranges::count(found, closures[i].get(), &ClosurePtr::get) == 1) numbers.insert(i);
+      if (std::ranges::count(found, closures[i].get(), &ClosurePtr::get) == 1) {
+        numbers.insert(i);
+      }
     }
     EXPECT_EQ(numbers.size(), found.size());
     return numbers;
@@ -209,12 +229,18 @@ TEST_F(RandomGraphs, AreWalkedAndDependAsARecursiveModelSays) {
   for (int round = 0; round < 30; ++round) {
     model = {};
     closures.clear();
-    for (std::size_t count = 1 + below(12); count > 0; --count) addClosure();
+    for (std::size_t count = 1 + below(12); count > 0; --count) {
+      addClosure();
+    }
     completeSome();
     std::vector<ClosureGraphNode> roots;
-    for (int i = 0; i < 3; ++i) roots.push_back(addRoot());
+    for (int i = 0; i < 3; ++i) {
+      roots.push_back(addRoot());
+    }
     std::string expected;
-    for (const std::string& name : model.order) expected += (expected.empty() ? "" : " ") + name;
+    for (const std::string& name : model.order) {
+      expected += (expected.empty() ? "" : " ") + name;
+    }
     EXPECT_EQ(walk(roots), expected);
     for (std::size_t i = 0; i < closures.size(); ++i) {
       EXPECT_EQ(dependencies(i), model.dependencies(i));

@@ -15,7 +15,9 @@ class ClosureGraphTest : public LazySession {
   ClosureGraphTest() {
     const auto cellOfInputs = [](const Call& c) {
       std::vector<Value> inputs;
-      for (int i = 0; i < c.nrhs; ++i) inputs.push_back(matrix::sharedCopy(c.in(i)));
+      for (int i = 0; i < c.nrhs; ++i) {
+        inputs.push_back(matrix::sharedCopy(c.in(i)));
+      }
       c.out(0, kv::host::makeCell(std::move(inputs)));
     };
     stub("table", cellOfInputs);
@@ -52,14 +54,18 @@ class ClosureGraphTest : public LazySession {
     }
     std::ranges::sort(found);
     std::string line;
-    for (const std::string& edge : found) line += (line.empty() ? "" : " ") + edge;
+    for (const std::string& edge : found) {
+      line += (line.empty() ? "" : " ") + edge;
+    }
     return line;
   }
 
  private:
   std::string shortName(const std::string& id) {
     const auto [found, isNew] = names_.try_emplace(id);
-    if (isNew) found->second = id[0] + std::to_string(++count_[id[0]]);
+    if (isNew) {
+      found->second = id[0] + std::to_string(++count_[id[0]]);
+    }
     return found->second;
   }
 
@@ -79,7 +85,9 @@ TEST_F(ClosureGraphTest, ShowsNodesInTheOrderOfTheWalkAndEdgesAsDataFlows) {
   const Value shown = get(graph, "Graph");
   const kxArray* table = kxGetCell(shown.get(), 1);
   const std::string expected[] = {"Name", "NodeObj", "IsClosure", "OpType"};
-  for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(text(kxGetCell(table, 5), i), expected[i]);
+  for (std::size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(text(kxGetCell(table, 5), i), expected[i]);
+  }
   EXPECT_TRUE(kxIsSameValue(kxGetCell(kxGetCell(table, 1), 2), ki::toArray(first).get()));
   const bool* areClosures = kxGetLogicals(kxGetCell(table, 2));
   EXPECT_EQ(std::vector<bool>(areClosures, areClosures + 8),

@@ -91,7 +91,9 @@ TEST_F(Builders, AreWalkedFromTheLastInputOnceEachAndListedInOrder) {
     std::map<char, Value> made;
     for (const std::string& node : row.nodes) {
       std::vector<const Value*> inputs;
-      for (const char input : node.substr(1)) inputs.push_back(&made.at(input));
+      for (const char input : node.substr(1)) {
+        inputs.push_back(&made.at(input));
+      }
       made[node[0]] = this->node(node[0], inputs);
     }
     const Value& last = made.at(row.nodes.back()[0]);
@@ -110,7 +112,9 @@ TEST_F(Builders, WithOneIdShareACountWhereTheyAreAdjacent) {
 
 /// The walk as recursion: a builder, then what its inputs lead to, the last input first.
 void walkModel(const std::map<char, std::string>& inputs, char builder, std::string& walked) {
-  if (walked.find(builder) != std::string::npos) return;
+  if (walked.find(builder) != std::string::npos) {
+    return;
+  }
   walked += builder;
   for (const char input : inputs.at(builder) | std::views::reverse) {
     walkModel(inputs, input, walked);
@@ -123,7 +127,9 @@ TEST_F(Builders, AgreeWithARecursiveModelOnRandomGraphsWithCycles) {
   for (int round = 0; round < 30; ++round) {
     const std::string names = std::string("abcdefghijkl").substr(0, 1 + below(12));
     std::map<char, Value> made;
-    for (const char name : names) made[name] = node(name, {});
+    for (const char name : names) {
+      made[name] = node(name, {});
+    }
     std::map<char, std::string> inputs;
     for (const char name : names) {
       std::vector<const Value*> builders;
@@ -163,7 +169,9 @@ TEST_F(Builders, ACycleEndsAndIsCollected) {
 TEST_F(Builders, AChainOfManyIsWalkedWithoutRecursion) {
   const std::size_t length = kv::test::sizes().chain;
   Value last = node('x', {});
-  for (std::size_t i = 1; i < length; ++i) last = node('x', {&last});
+  for (std::size_t i = 1; i < length; ++i) {
+    last = node('x', {&last});
+  }
   EXPECT_EQ(walk(last).size(), length);
   last.reset();
   session.collect();

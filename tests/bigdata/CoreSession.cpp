@@ -11,7 +11,9 @@ namespace bigdata {
 namespace {
 
 std::string joined(std::string text, const std::vector<std::string>& arguments) {
-  for (const std::string& argument : arguments) text += " | " + argument;
+  for (const std::string& argument : arguments) {
+    text += " | " + argument;
+  }
   return text;
 }
 
@@ -22,10 +24,18 @@ std::string lastPart(const std::string& name) { return name.substr(name.rfind('.
 std::string shown(const kxArray* value) {
   const kxClassID classId = kxGetClassID(value);
   const bool isText = classId == kxCHAR_CLASS || classId == kxSTRING_CLASS;
-  if (isText && kxGetM(value) == 1) return kv::host::toText(value);
-  if (!kxIsScalar(value) || kcos::omIsKCOS(value)) return lastPart(kxGetClassName(value));
-  if (classId == kxLOGICAL_CLASS) return kxGetLogicals(value)[0] ? "true" : "false";
-  if (classId != kxDOUBLE_CLASS) return kxGetClassName(value);
+  if (isText && kxGetM(value) == 1) {
+    return kv::host::toText(value);
+  }
+  if (!kxIsScalar(value) || kcos::omIsKCOS(value)) {
+    return lastPart(kxGetClassName(value));
+  }
+  if (classId == kxLOGICAL_CLASS) {
+    return kxGetLogicals(value)[0] ? "true" : "false";
+  }
+  if (classId != kxDOUBLE_CLASS) {
+    return kxGetClassName(value);
+  }
   std::ostringstream number;
   number << kxGetScalar(value);
   return number.str();
@@ -63,7 +73,9 @@ CoreSession::CoreSession() {
 
 void CoreSession::TearDown() {
   session.collect();
-  for (const std::string& broken : session.verify()) ADD_FAILURE() << broken;
+  for (const std::string& broken : session.verify()) {
+    ADD_FAILURE() << broken;
+  }
 }
 
 Value CoreSession::callWith(std::string_view name, std::initializer_list<const kxArray*> inputs) {
@@ -91,13 +103,17 @@ std::string CoreSession::getText(const Value& object, std::string_view property)
 void CoreSession::stub(const std::string& name, kv::host::NativeBody body) {
   session.defineFunction(name, [this, name, body = std::move(body)](const Call& c) {
     note(name, c);
-    if (body) body(c);
+    if (body) {
+      body(c);
+    }
   });
 }
 
 void CoreSession::note(const std::string& name, const Call& call) {
   HostCall noted{name, {}};
-  for (int i = 0; i < call.nrhs; ++i) noted.inputs.push_back(matrix::sharedCopy(call.in(i)));
+  for (int i = 0; i < call.nrhs; ++i) {
+    noted.inputs.push_back(matrix::sharedCopy(call.in(i)));
+  }
   calls.push_back(std::move(noted));
 }
 
@@ -125,7 +141,9 @@ std::string CoreSession::takeTrace() {
 
 const CoreSession::HostCall& CoreSession::lastCall(std::string_view name) const {
   for (auto noted = calls.rbegin(); noted != calls.rend(); ++noted) {
-    if (noted->name == name) return *noted;
+    if (noted->name == name) {
+      return *noted;
+    }
   }
   throw std::out_of_range("no call of " + std::string(name));
 }

@@ -44,7 +44,9 @@ class LanguageStrategies : public CoreSession {
   /// Notes the call with its inputs and gives what the method gives.
   void answer(const std::string& method, const Call& call) {
     noted = method;
-    for (int i = 1; i < call.nrhs; ++i) noted += " " + kxGetClassName(call.in(i));
+    for (int i = 1; i < call.nrhs; ++i) {
+      noted += " " + kxGetClassName(call.in(i));
+    }
     if (method == "createPartition") {
       call.out(0, kv::host::makeString("partition"));
     } else if (method == "typedIsCompatible") {

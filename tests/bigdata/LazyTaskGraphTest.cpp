@@ -41,7 +41,9 @@ class LazyTaskGraphTest : public LazySession {
     const std::vector<std::string> keys = kv::host::toTexts(kxGetCell(map.get(), 0));
     const kxArray* values = kxGetCell(map.get(), 1);
     std::map<std::string, std::string> entries;
-    for (std::size_t i = 0; i < keys.size(); ++i) entries[keys[i]] = idsOf(kxGetCell(values, i));
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+      entries[keys[i]] = idsOf(kxGetCell(values, i));
+    }
     return entries;
   }
 };
@@ -56,7 +58,9 @@ TEST_F(LazyTaskGraphTest, AsksForTasksInDependencyOrderOncePerClosure) {
 
   std::string planned;
   for (const HostCall& noted : calls) {
-    if (noted.name == "createExecutionTasks") planned += idsOf(noted.inputs[0].get()) + " ";
+    if (noted.name == "createExecutionTasks") {
+      planned += idsOf(noted.inputs[0].get()) + " ";
+    }
   }
   EXPECT_EQ(planned, idOf(a) + " " + idOf(b) + " " + idOf(c) + " ");
   const auto& inputs = lastCall("createExecutionTasks").inputs;
@@ -89,7 +93,9 @@ TEST_F(LazyTaskGraphTest, SortsDependenciesByIdAsText) {
   std::sort(expected.begin(), expected.end());
   plan({closure(inputs)});
   std::string ids;
-  for (const std::string& id : expected) ids += (ids.empty() ? "" : " ") + id;
+  for (const std::string& id : expected) {
+    ids += (ids.empty() ? "" : " ") + id;
+  }
   EXPECT_EQ(idsOf(lastCall("createExecutionTasks").inputs[1].get()), ids);
 }
 

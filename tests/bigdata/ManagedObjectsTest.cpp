@@ -23,7 +23,9 @@ class Node : public ki::KalvexManagedObject {
 
   explicit Node(const ki::KalvexManagedConstructInfo& info) : KalvexManagedObject(info) { ++made; }
   Node(const ki::KalvexManagedConstructInfo& info, double fails) : Node(info) {
-    if (fails != 0) throw std::runtime_error("no node today");
+    if (fails != 0) {
+      throw std::runtime_error("no node today");
+    }
   }
   ~Node() { ++destroyed; }
 

@@ -131,7 +131,9 @@ TEST_F(NativeCalls, AStreamComesBackAfterAFailureAndItsOwnFailureIsSilent) {
   }
   int numSet = 0;
   stub("RandStream.setGlobalStream", [&](const Call&) {
-    if (++numSet == 2) kv::host::raise("KALVEX:session:Closed");
+    if (++numSet == 2) {
+      kv::host::raise("KALVEX:session:Closed");
+    }
   });
   auto failing = std::make_shared<kv::host::ClassCompletion>();
   failing->name = "kalvex.bigdata.internal.lazyeval.ElementwiseOperation";

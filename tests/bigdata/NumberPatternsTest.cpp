@@ -24,16 +24,24 @@ constexpr int kBias = 1023;
 std::optional<std::uint64_t> countOf(std::uint64_t bits) {
   const int exponent = static_cast<int>((bits & ~kSign) >> 52);
   const std::uint64_t significand = (bits & kFraction) | (kFraction + 1);
-  if (exponent == 2047 && (bits & kFraction) != 0) return kSign;
-  if (exponent < kBias) return 0;
-  if ((bits & kSign) != 0 || exponent >= kBias + 64) return std::nullopt;
+  if (exponent == 2047 && (bits & kFraction) != 0) {
+    return kSign;
+  }
+  if (exponent < kBias) {
+    return 0;
+  }
+  if ((bits & kSign) != 0 || exponent >= kBias + 64) {
+    return std::nullopt;
+  }
   const int shift = exponent - kBias - 52;
   return shift < 0 ? significand >> -shift : significand << shift;
 }
 
 /// The bits of the double nearest to a count, of two the one with the even fraction.
 std::uint64_t nearestDouble(std::uint64_t count) {
-  if (count == 0) return 0;
+  if (count == 0) {
+    return 0;
+  }
   const int top = 63 - std::countl_zero(count);
   std::uint64_t significand = count << (63 - top) >> 11;
   const std::uint64_t rest = count << (63 - top) & 2047;
@@ -79,10 +87,14 @@ TEST_F(NumberPatterns, AtRandomConvertAsTheirBitsSay) {
   std::mt19937_64 random(kv::test::drawSeed());
   for (std::size_t i = 0; i < patterns; ++i) {
     std::uint64_t bits = random();
-    if (i % 2 == 1) bits = (bits & (kSign | kFraction)) | ((kBias - 2 + random() % 69) << 52);
+    if (i % 2 == 1) {
+      bits = (bits & (kSign | kFraction)) | ((kBias - 2 + random() % 69) << 52);
+    }
     SCOPED_TRACE(bits);
     check(bits);
-    if (HasFatalFailure()) return;
+    if (HasFatalFailure()) {
+      return;
+    }
   }
 }
 

@@ -48,8 +48,12 @@ constexpr Arity kArities[] = {
 
 /// The error of a call with these counts, if it is one of the three that are about counts.
 std::string_view countError(const Arity& arity, int nlhs, int nrhs) {
-  if (nlhs > arity.maxOutputs) return "KALVEX:TooManyOutputs";
-  if (nrhs > arity.maxInputs) return "KALVEX:TooManyInputs";
+  if (nlhs > arity.maxOutputs) {
+    return "KALVEX:TooManyOutputs";
+  }
+  if (nrhs > arity.maxInputs) {
+    return "KALVEX:TooManyInputs";
+  }
   return nrhs < arity.minInputs ? "KALVEX:NotEnoughInputs" : "";
 }
 
@@ -69,8 +73,12 @@ TEST_F(Startup, BuiltinsCheckOutputsThenTooManyThenTooFewInputs) {
     }
   }
   std::set<std::string_view> entered;
-  for (const auto& builtin : kv::bigdata::kOwningBuiltins) entered.insert(builtin.name);
-  for (const auto& builtin : kv::bigdata::kRawBuiltins) entered.insert(builtin.name);
+  for (const auto& builtin : kv::bigdata::kOwningBuiltins) {
+    entered.insert(builtin.name);
+  }
+  for (const auto& builtin : kv::bigdata::kRawBuiltins) {
+    entered.insert(builtin.name);
+  }
   EXPECT_EQ(walked, entered);
 }
 

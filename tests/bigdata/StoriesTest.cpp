@@ -50,7 +50,9 @@ TEST(ErrorIds, AreEachRaisedByACallFromOutside) {
   for (const Scene& scene : readScenes()) {
     for (const std::string& line : scene.lines) {
       std::smatch match;
-      if (!std::regex_search(line, match, raised)) continue;
+      if (!std::regex_search(line, match, raised)) {
+        continue;
+      }
       told.insert(match[1].matched ? match[1].str() : "KALVEX:bigdata:array:InternalError");
     }
   }

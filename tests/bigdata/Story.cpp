@@ -40,7 +40,9 @@ std::string errorText(const std::string& error) {
 
 std::vector<const kxArray*> pointersTo(const std::vector<Value>& values) {
   std::vector<const kxArray*> pointers;
-  for (const Value& value : values) pointers.push_back(value.get());
+  for (const Value& value : values) {
+    pointers.push_back(value.get());
+  }
   return pointers;
 }
 
@@ -54,11 +56,15 @@ class Story::Reader {
   bool take(std::string_view token) {
     skipBlanks();
     const bool isNext = rest.starts_with(token);
-    if (isNext) rest.remove_prefix(token.size());
+    if (isNext) {
+      rest.remove_prefix(token.size());
+    }
     return isNext;
   }
   void expect(std::string_view token) {
-    if (!take(token)) fail(std::string(token));
+    if (!take(token)) {
+      fail(std::string(token));
+    }
   }
   std::string word() {
     skipBlanks();
@@ -69,14 +75,18 @@ class Story::Reader {
     };
     const std::string_view found = rest.substr(
         0, static_cast<std::size_t>(std::ranges::find_if_not(rest, belongs) - rest.begin()));
-    if (found.empty()) fail("a name");
+    if (found.empty()) {
+      fail("a name");
+    }
     rest.remove_prefix(found.size());
     // Names between backquotes have no package of their own.
     return found.front() == '`' ? std::string(found.substr(1, found.size() - 2)) : unfolded(found);
   }
   std::string until(char end) {
     const std::size_t length = rest.find(end);
-    if (length == std::string_view::npos) fail(std::string(1, end));
+    if (length == std::string_view::npos) {
+      fail(std::string(1, end));
+    }
     const std::string text(rest.substr(0, length));
     rest.remove_prefix(length + 1);
     return text;
@@ -160,7 +170,9 @@ void Story::defineSaving() {
   });
   session.defineFunction("record", [](const Call& c) {
     std::vector<std::string> names;
-    for (int i = 0; i < c.nrhs; i += 2) names.push_back(kv::host::toText(c.in(i)));
+    for (int i = 0; i < c.nrhs; i += 2) {
+      names.push_back(kv::host::toText(c.in(i)));
+    }
     const std::vector<std::string_view> fields(names.begin(), names.end());
     Value made = matrix::from_kalvex(kxCreateStructMatrix(1, 1, fields));
     for (std::size_t i = 0; i < names.size(); ++i) {
@@ -220,7 +232,9 @@ std::string Story::check(Reader& line) {
   } else if (line.take("warnings")) {
     for (const kv::host::Warning& warning : session.warnings()) {
       outcome += warning.identifier;
-      for (const std::string& argument : warning.arguments) outcome += " | " + argument;
+      for (const std::string& argument : warning.arguments) {
+        outcome += " | " + argument;
+      }
     }
     outcome = outcome.empty() ? "none" : outcome;
     session.clearWarnings();
@@ -247,7 +261,9 @@ std::string Story::check(Reader& line) {
 void Story::defineClass(Reader& line) {
   auto definition = std::make_shared<kv::host::ClassDefinition>();
   definition->name = line.word();
-  while (line.take(":")) definition->superclasses.push_back(line.word());
+  while (line.take(":")) {
+    definition->superclasses.push_back(line.word());
+  }
   while (line.take("has ")) {
     definition->properties.push_back({.name = line.word(), .makeDefault = {}, .compute = {}});
   }
@@ -264,7 +280,9 @@ kv::host::NativeBody Story::bodyOf(const std::string& text) {
       const std::string id = text.substr(2);
       kv::host::raiseWithMessage(id.c_str(), "told by a story");
     }
-    if (text.empty()) return;
+    if (text.empty()) {
+      return;
+    }
     const Call* outer = std::exchange(stubbed_, &c);
     Reader reader(text);
     Value answer = evaluate(reader);
@@ -281,7 +299,9 @@ void Story::defineStub(Reader& line, bool isNoted) {
   const bool isStatic = !owner.empty() && line.take("static");
   const std::string body = line.take("=") ? line.remainder() : "";
   const kv::host::NativeBody answer = [this, name, isNoted, body = bodyOf(body)](const Call& c) {
-    if (isNoted) note(name, c);
+    if (isNoted) {
+      note(name, c);
+    }
     body(c);
   };
   if (owner.empty()) {
@@ -330,11 +350,21 @@ Value Story::evaluate(Reader& text, int nlhs) {
 Value Story::primary(Reader& text, int nlhs) {
   text.skipBlanks();
   const char first = text.rest.empty() ? ' ' : text.rest.front();
-  if (text.take("\"")) return kv::host::makeString(text.until('"'));
-  if (text.take("'")) return kv::host::makeChars(text.until('\''));
-  if (text.take("[]")) return kv::host::makeEmptyDouble();
-  if (text.take("{")) return kv::host::makeCell(list(text, '}'));
-  if (text.take("$#")) return makeDouble(stubbed_->nrhs);
+  if (text.take("\"")) {
+    return kv::host::makeString(text.until('"'));
+  }
+  if (text.take("'")) {
+    return kv::host::makeChars(text.until('\''));
+  }
+  if (text.take("[]")) {
+    return kv::host::makeEmptyDouble();
+  }
+  if (text.take("{")) {
+    return kv::host::makeCell(list(text, '}'));
+  }
+  if (text.take("$#")) {
+    return makeDouble(stubbed_->nrhs);
+  }
   if (text.take("lambda '")) {
     return kv::host::makeFunctionHandle("lambda", bodyOf(text.until('\'')));
   }
@@ -348,7 +378,9 @@ Value Story::primary(Reader& text, int nlhs) {
     const std::size_t dimensions[] = {1, flags.size()};
     Value row = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxLOGICAL_CLASS));
     auto* data = static_cast<bool*>(kxGetMutableData(row.get()));
-    for (const Value& flag : flags) *data++ = kv::host::toLogical(flag.get());
+    for (const Value& flag : flags) {
+      *data++ = kv::host::toLogical(flag.get());
+    }
     return row;
   }
   if (std::isdigit(static_cast<unsigned char>(first)) != 0 || first == '-') {
@@ -363,11 +395,19 @@ Value Story::primary(Reader& text, int nlhs) {
     text.expect("(");
     return called(name, nlhs, list(text, ')'));
   }
-  if (name == "true" || name == "false") return kv::host::makeLogical(name == "true");
-  if (name == "null") return nullptr;
-  if (name == "inf" || name == "nan") return makeDouble(name == "inf" ? HUGE_VAL : std::nan(""));
+  if (name == "true" || name == "false") {
+    return kv::host::makeLogical(name == "true");
+  }
+  if (name == "null") {
+    return nullptr;
+  }
+  if (name == "inf" || name == "nan") {
+    return makeDouble(name == "inf" ? HUGE_VAL : std::nan(""));
+  }
   const auto known = things_.find(name);
-  if (known == things_.end()) text.fail("a value, which " + name + " isn't,");
+  if (known == things_.end()) {
+    text.fail("a value, which " + name + " isn't,");
+  }
   return matrix::sharedCopy(known->second.get());
 }
 
@@ -375,7 +415,9 @@ std::vector<Value> Story::list(Reader& text, char end) {
   std::vector<Value> values;
   const std::string last(1, end);
   while (!text.take(last)) {
-    if (!values.empty()) text.take(",");
+    if (!values.empty()) {
+      text.take(",");
+    }
     values.push_back(evaluate(text));
   }
   return values;
@@ -387,7 +429,9 @@ Value Story::called(const std::string& name, int nlhs, const std::vector<Value>&
 }
 
 std::string Story::told(const kxArray* value) {
-  if (value == nullptr) return "null";
+  if (value == nullptr) {
+    return "null";
+  }
   const kxClassID classId = kxGetClassID(value);
   const std::size_t count = kxGetNumberOfElements(value);
   std::string text;
@@ -399,11 +443,19 @@ std::string Story::told(const kxArray* value) {
     }
     return isCell ? "{" + text + "}" : "[" + text + "]";
   }
-  if (classId == kxDOUBLE_CLASS && count == 0) return "[]";
-  if (classId == kxSTRUCT_CLASS) return told(kxGetField(value, 0, "name"));
+  if (classId == kxDOUBLE_CLASS && count == 0) {
+    return "[]";
+  }
+  if (classId == kxSTRUCT_CLASS) {
+    return told(kxGetField(value, 0, "name"));
+  }
   const std::string name = kxGetClassName(value);
-  if (kcos::omIsKCOS(value) && count != 1) return std::to_string(count) + " " + shown(value);
-  if (name == "function_handle") return kv::host::functionName(value) + "()";
+  if (kcos::omIsKCOS(value) && count != 1) {
+    return std::to_string(count) + " " + shown(value);
+  }
+  if (name == "function_handle") {
+    return kv::host::functionName(value) + "()";
+  }
   if (name.ends_with(".FunctionHandle")) {
     return "FunctionHandle " + told(kv::host::getProperty(value, "Handle").get());
   }
@@ -428,7 +480,9 @@ std::string Story::trace() {
 std::vector<Scene> readScenes() {
   std::vector<std::filesystem::path> files;
   for (const auto& entry : std::filesystem::directory_iterator(KV_STORIES)) {
-    if (entry.path().extension() == ".story") files.push_back(entry.path());
+    if (entry.path().extension() == ".story") {
+      files.push_back(entry.path());
+    }
   }
   std::ranges::sort(files);
   std::vector<Scene> scenes;

@@ -30,16 +30,22 @@ TEST(UniqueIds, ReadAsPrefixUuidAndCount) {
 TEST(UniqueIds, AreOrderedAsTheirTextsNotAsTheirCounts) {
   UniqueIdFactory factory("Closure");
   std::vector<UniqueId> ids;
-  for (int i = 0; i < 120; ++i) ids.push_back(factory.nextId());
+  for (int i = 0; i < 120; ++i) {
+    ids.push_back(factory.nextId());
+  }
   ids.emplace_back(ids[16].text());
   ids.emplace_back(ids[4].text() + u"x");
   ids.emplace_back();
   std::vector<std::u16string> texts;
-  for (const UniqueId& id : ids) texts.push_back(id.text());
+  for (const UniqueId& id : ids) {
+    texts.push_back(id.text());
+  }
 
   std::sort(ids.begin(), ids.end());
   std::sort(texts.begin(), texts.end());
-  for (std::size_t i = 0; i < ids.size(); ++i) EXPECT_EQ(ids[i].text(), texts[i]);
+  for (std::size_t i = 0; i < ids.size(); ++i) {
+    EXPECT_EQ(ids[i].text(), texts[i]);
+  }
 }
 
 TEST(UniqueIds, ALoadedIdEqualsTheOneItWasSavedFrom) {

@@ -123,7 +123,6 @@ const char* FailingHost::failed() const noexcept { return plan.failed.c_str(); }
 
 }  // namespace kv::test
 
-// --- The operations, under the names that the linker gives them ----------------------------------
 // A row each: result, name, the name that the linker knows, parameters, arguments. The build reads
 // the linker's names from the rows. Rows are long so that each stays in one piece.
 // clang-format off

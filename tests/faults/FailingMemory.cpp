@@ -41,8 +41,6 @@ bool isNextToFail() noexcept {
   return fails;
 }
 
-// --- Where Arrow's code stands ------------------------------------------------------------------
-
 struct Range {
   std::uintptr_t begin = 0;
   std::uintptr_t end = 0;
@@ -87,8 +85,6 @@ const ArrowCode& arrowCode() {
   static const ArrowCode code;
   return code;
 }
-
-// --- The allocations ----------------------------------------------------------------------------
 
 void* counted(void* memory) noexcept {
   const auto bytes = static_cast<std::int64_t>(malloc_usable_size(memory));

@@ -95,12 +95,16 @@ Filling datastores(const char* what, bool sharesPaths) {
 const Filling kFillings[] = {
     {"names",
      [](RawFile& f, std::size_t bytes) {
-       for (std::size_t i = 0; i < bytes / 4; ++i) f.name("");
+       for (std::size_t i = 0; i < bytes / 4; ++i) {
+         f.name("");
+       }
      }},
     {"shapes",
      [](RawFile& f, std::size_t bytes) {
        f.name("table");
-       for (std::size_t i = 0; i < bytes / 8; ++i) f.section(Section::Shapes) += packed({0u, 0u});
+       for (std::size_t i = 0; i < bytes / 8; ++i) {
+         f.section(Section::Shapes) += packed({0u, 0u});
+       }
      }},
     {"nulls",
      [](RawFile& f, std::size_t bytes) { f.root(f.cell(std::vector<Reference>(bytes / 8))); }},

@@ -14,8 +14,12 @@ namespace {
 using testing::HasSubstr;
 
 std::string shown(const Constant& constant) {
-  if (const auto* text = std::get_if<std::string>(&constant.value)) return '"' + *text + '"';
-  if (const auto* logical = std::get_if<bool>(&constant.value)) return *logical ? "TRUE" : "FALSE";
+  if (const auto* text = std::get_if<std::string>(&constant.value)) {
+    return '"' + *text + '"';
+  }
+  if (const auto* logical = std::get_if<bool>(&constant.value)) {
+    return *logical ? "TRUE" : "FALSE";
+  }
   if (const auto* integer = std::get_if<std::int64_t>(&constant.value)) {
     return fmt::format("{}", *integer);
   }
@@ -31,7 +35,9 @@ std::string shown(const Call& call) { return fmt::format("{}/{}", call.function,
 std::string steps(std::string_view text) {
   std::string line;
   for (const Step& step : parseFormula(text).steps) {
-    if (!line.empty()) line += ' ';
+    if (!line.empty()) {
+      line += ' ';
+    }
     line += std::visit([](const auto& what) { return shown(what); }, step.what);
   }
   return line;
@@ -146,7 +152,9 @@ TEST(ParseFormula, RefusesWhatIsNoFormula) {
 
 std::string repeated(std::string_view part, std::size_t times) {
   std::string text;
-  for (std::size_t i = 0; i < times; ++i) text += part;
+  for (std::size_t i = 0; i < times; ++i) {
+    text += part;
+  }
   return text;
 }
 

@@ -34,8 +34,6 @@ struct Refused {
   std::vector<HostileFile> files;
 };
 
-// --- What the rows are written with --------------------------------------------------------------
-
 using F = RawFile&;
 
 Build section(Section which, const std::string& bytes) {
@@ -65,7 +63,9 @@ Build cell(const std::vector<Reference>& elements) {
 Build nested(int depth, std::size_t copies) {
   return [=](F f) {
     Reference inner = f.number(1);
-    for (int i = 0; i < depth; ++i) inner = f.cell(std::vector<Reference>(copies, inner));
+    for (int i = 0; i < depth; ++i) {
+      inner = f.cell(std::vector<Reference>(copies, inner));
+    }
     f.root(inner);
   };
 }
@@ -98,7 +98,9 @@ Build sharing(const char* className, const char* property,
     const auto shape = f.shape(kLazy + className, {property});
     const Reference shared = makeShared(f);
     std::vector<Reference> objects;
-    for (int i = 0; i < 1000; ++i) objects.push_back(f.object(shape, {shared}));
+    for (int i = 0; i < 1000; ++i) {
+      objects.push_back(f.object(shape, {shared}));
+    }
     f.root(f.cell(objects));
   };
 }

@@ -47,7 +47,9 @@ Value texts() {
 
 Value cellOf(std::initializer_list<Value> elements) {
   std::vector<Value> copies;
-  for (const Value& element : elements) copies.push_back(matrix::sharedCopy(element.get()));
+  for (const Value& element : elements) {
+    copies.push_back(matrix::sharedCopy(element.get()));
+  }
   return host::makeCell(std::move(copies));
 }
 
@@ -55,7 +57,9 @@ Value cellOf(std::initializer_list<Value> elements) {
 
 Value makeRecord(std::initializer_list<std::pair<std::string_view, Value>> fields) {
   std::vector<std::string_view> names;
-  for (const auto& field : fields) names.push_back(field.first);
+  for (const auto& field : fields) {
+    names.push_back(field.first);
+  }
   Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, names));
   for (const auto& [name, value] : fields) {
     kxSetField(record.get(), 0, name, matrix::sharedCopy(value.get()).release());
@@ -84,7 +88,9 @@ void LoadingSession::completeArrays() {
 void LoadingSession::defineUsersClasses() {
   const auto counted = [this](const Call& c) {
     ++userCalls_;
-    for (int i = 0; i < c.nlhs; ++i) c.out(i, host::makeDouble(0));
+    for (int i = 0; i < c.nlhs; ++i) {
+      c.out(i, host::makeDouble(0));
+    }
   };
   session.defineFunction("user.function", counted);
   auto thing = std::make_shared<ClassDefinition>();

@@ -32,7 +32,9 @@ class AggregateOrder : public testing::Test {
 
   std::vector<std::uint8_t> flags(std::size_t count, double share) {
     std::vector<std::uint8_t> keep(count);
-    for (auto& flag : keep) flag = uniform_(random_) < share;
+    for (auto& flag : keep) {
+      flag = uniform_(random_) < share;
+    }
     return keep;
   }
 
@@ -57,7 +59,9 @@ template <class NextLength>
 std::string reduceAll(const Column& column, const Column& keep, NextLength&& nextLength) {
   std::string bytes;
   for (const AggregateFunction& function : aggregateFunctions()) {
-    if (function.kind >= AggregateKind::Any) continue;
+    if (function.kind >= AggregateKind::Any) {
+      continue;
+    }
     for (const MissingRule rule : {MissingRule::Skip, MissingRule::Propagate}) {
       AggregateState state(function.kind, rule);
       for (std::int64_t first = 0; first < column.rows();) {
@@ -77,10 +81,11 @@ TEST_F(AggregateOrder, AnswersDoNotDependOnHowRowsAreCut) {
   for (const double keepShare : {1.0, 0.97, 0.3, 0.002, 0.0}) {
     for (const ElementType type : {Double, Single, Int32}) {
       std::vector<double> values = wildValues(std::size_t{kRows}, type == Int32 ? 0 : 0.1);
-      if (type == Int32)
+      if (type == Int32) {
         std::ranges::transform(values, values.begin(), [](double value) {
           return std::trunc(std::clamp(value, -2e9, 2e9));
         });
+      }
       const Column column = numbers(type, values);
       const Column keep = logicals(flags(std::size_t{kRows}, keepShare));
       const std::string whole = reduceAll(column, keep, [] { return kRows; });
@@ -113,7 +118,9 @@ TEST_F(AggregateOrder, TheErrorOfASumIsAUnitInTheLastPlace) {
     Exact sum = 0;
     Exact size = 0;
     for (const double value : values) {
-      if (std::isnan(value)) continue;
+      if (std::isnan(value)) {
+        continue;
+      }
       sum += value;
       size += std::abs(value);
     }
@@ -127,12 +134,16 @@ TEST_F(AggregateOrder, TheErrorOfASumIsAUnitInTheLastPlace) {
 
 TEST_F(AggregateOrder, VariancesSurviveALargeMean) {
   std::vector<double> values(50000);
-  for (double& value : values) value = 1e9 + normal_(random_);
+  for (double& value : values) {
+    value = 1e9 + normal_(random_);
+  }
   values[0] = 0;  // a first value far from all others is the worst shift of a block
   const auto count = static_cast<long double>(values.size());
   const long double mean = std::accumulate(values.begin(), values.end(), 0.0L) / count;
   long double squares = 0;
-  for (const double value : values) squares += (value - mean) * (value - mean);
+  for (const double value : values) {
+    squares += (value - mean) * (value - mean);
+  }
   AggregateState state(AggregateKind::Var, MissingRule::Skip);
   state.update(doubles(values), RowOrdinals(0, 50000));
   const AggregatePartial partial = state.finish();

@@ -26,7 +26,9 @@ AggregatePartial partialOf(std::string_view name, MissingRule rule, const Column
 /// The answer for partitions that hold these columns.
 Column answer(std::string_view name, MissingRule rule, const std::vector<Column>& partitions) {
   std::vector<AggregatePartial> partials;
-  for (const Column& column : partitions) partials.push_back(partialOf(name, rule, column));
+  for (const Column& column : partitions) {
+    partials.push_back(partialOf(name, rule, column));
+  }
   return combinePartials(findAggregateFunction(name)->kind, partials);
 }
 
@@ -231,7 +233,9 @@ TEST(FixedTree, ItsShapeFollowsFromTheNumbersOfLeaves) {
                 {{3, 4, 5, 6, 7, 8}, "((3 ((4 5) (6 7))) 8)"}};
   for (const auto& row : kCases) {
     FixedTree<Trace> tree;
-    for (const std::int64_t leaf : row.leaves) tree.push(leaf, {std::to_string(leaf)});
+    for (const std::int64_t leaf : row.leaves) {
+      tree.push(leaf, {std::to_string(leaf)});
+    }
     EXPECT_EQ(tree.finish().value_or(Trace{}).text, row.shape);
   }
 }

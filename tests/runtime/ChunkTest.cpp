@@ -15,7 +15,9 @@ using testing::ElementsAre;
 
 std::vector<std::int64_t> listOf(const RowOrdinals& ordinals) {
   std::vector<std::int64_t> list;
-  for (std::int64_t row = 0; row < ordinals.rows(); ++row) list.push_back(ordinals.at(row));
+  for (std::int64_t row = 0; row < ordinals.rows(); ++row) {
+    list.push_back(ordinals.at(row));
+  }
   return list;
 }
 
@@ -25,7 +27,7 @@ Column threeTexts() {
   return Column(ElementType::String, builder.Finish().ValueOrDie()->data());
 }
 
-TEST(RowOrdinals, surviveFiltersAndSlicesInAnyOrder) {
+TEST(RowOrdinals, SurviveFiltersAndSlicesInAnyOrder) {
   const RowOrdinals range(100, 8);
   EXPECT_TRUE(range.isRange());
   EXPECT_THAT(listOf(range.slice(2, 3)), ElementsAre(102, 103, 104));
@@ -38,7 +40,7 @@ TEST(RowOrdinals, surviveFiltersAndSlicesInAnyOrder) {
   EXPECT_THAT(listOf(range.slice(4, 4).select({})), ElementsAre());
 }
 
-TEST(Column, slicesShareItsBuffers) {
+TEST(Column, SlicesShareItsBuffers) {
   const std::vector<float> values{1, 2, 3, 4};
   const Column column(ElementType::Single, 4, arrow::Buffer::Wrap(values));
   const Column part = column.slice(1, 3).slice(1, 2);
@@ -47,7 +49,7 @@ TEST(Column, slicesShareItsBuffers) {
   EXPECT_EQ(part.byteSize(), 8);
 }
 
-TEST(Column, ofTextTellsMissingFromEmptyInSlicesToo) {
+TEST(Column, OfTextTellsMissingFromEmptyInSlicesToo) {
   const Column part = threeTexts().slice(1, 2);
   EXPECT_TRUE(part.isMissingText(0));
   EXPECT_EQ(part.text(0), "");
@@ -56,7 +58,7 @@ TEST(Column, ofTextTellsMissingFromEmptyInSlicesToo) {
   EXPECT_EQ(part.byteSize(), 3 + 2 * 4 + 1);
 }
 
-TEST(Chunk, countsTheBytesOfItsColumns) {
+TEST(Chunk, CountsTheBytesOfItsColumns) {
   Chunk chunk;
   chunk.ordinals = RowOrdinals(0, 3);
   const std::vector<double> values{1, 2, 3};
@@ -64,7 +66,7 @@ TEST(Chunk, countsTheBytesOfItsColumns) {
   EXPECT_EQ(chunk.byteSize(), 24 + 4 + 3 * 4 + 1);
 }
 
-TEST(ElementType, namesLeadBackToTypes) {
+TEST(ElementType, NamesLeadBackToTypes) {
   for (const ElementType type : allElementTypes()) {
     EXPECT_EQ(elementTypeNamed(elementTypeName(type)), type);
     EXPECT_EQ(emptyColumn(type).rows(), 0);

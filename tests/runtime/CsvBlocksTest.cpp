@@ -44,7 +44,7 @@ FileContent readInBlocksOf(std::int64_t bytes, const SourceFile& file) {
   return content;
 }
 
-TEST(CsvBlocks, giveTheSameRecordsWhereverBlocksEnd) {
+TEST(CsvBlocks, GiveTheSameRecordsWhereverBlocksEnd) {
   const TempFolder folder;
   const std::string text =
       "\xEF\xBB\xBF\r\n\"a\nb\",größe\r\n1,\"x\"\"y\"\r\n\r\n2,\"\r\n\"\"\r\n\"\r\n\"3\",東京\r\n"
@@ -59,7 +59,7 @@ TEST(CsvBlocks, giveTheSameRecordsWhereverBlocksEnd) {
   }
 }
 
-TEST(TextLength, endsAtTheFirstByteThatIsNoText) {
+TEST(TextLength, EndsAtTheFirstByteThatIsNoText) {
   const std::string ascii(1000, 'a');
   EXPECT_EQ(textLength(""), 0U);
   EXPECT_EQ(textLength(ascii), 1000U);

@@ -40,7 +40,9 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 auto doubles(const std::vector<double>& values) {
   std::vector<testing::Matcher<double>> each;
-  for (const double value : values) each.emplace_back(NanSensitiveDoubleEq(value));
+  for (const double value : values) {
+    each.emplace_back(NanSensitiveDoubleEq(value));
+  }
   return testing::ElementsAreArray(each);
 }
 
@@ -54,7 +56,7 @@ class CsvDatastore : public testing::Test {
   TempFolder folder_;
 };
 
-TEST_F(CsvDatastore, infersNumbersAndTextsAndFillsWhatIsMissing) {
+TEST_F(CsvDatastore, InfersNumbersAndTextsAndFillsWhatIsMissing) {
   const auto source = table(
       "number,text,mixed,nothing,when\n"
       "1,a,1,,2013-01-01\n"
@@ -76,7 +78,7 @@ TEST_F(CsvDatastore, infersNumbersAndTextsAndFillsWhatIsMissing) {
   EXPECT_THAT(allTexts(*source, "mixed"), ElementsAre("1", "x", "<missing>", "2", "3"));
 }
 
-TEST_F(CsvDatastore, readsEveryFormThatAFileMayHave) {
+TEST_F(CsvDatastore, ReadsEveryFormThatAFileMayHave) {
   const std::pair<const char*, std::string_view> forms[] = {
       {"LF", "x,t\n1,a\n2,b\n"},
       {"CRLF", "x,t\r\n1,a\r\n2,b\r\n"},
@@ -94,13 +96,13 @@ TEST_F(CsvDatastore, readsEveryFormThatAFileMayHave) {
   }
 }
 
-TEST_F(CsvDatastore, keepsLineEndsCommasAndCharactersOfAnyScriptInQuotes) {
+TEST_F(CsvDatastore, KeepsLineEndsCommasAndCharactersOfAnyScriptInQuotes) {
   const auto source = table("größe,ort\n1,\"a\nb,\r\nc\"\n2,東京\n");
   EXPECT_THAT(allValues<double>(*source, "größe"), doubles({1, 2}));
   EXPECT_THAT(allTexts(*source, "ort"), ElementsAre("a\nb,\r\nc", "東京"));
 }
 
-TEST_F(CsvDatastore, givesTheTypesThatItsUserFixed) {
+TEST_F(CsvDatastore, GivesTheTypesThatItsUserFixed) {
   const char* text = "a,b,c,d,e=f\n1,-3,true,4.5,7\n2,4,0,,8\n";
   const auto source = table(
       text, {{"a", "int64"}, {"b", "int8"}, {"c", "logical"}, {"d", "single"}, {"e=f", "string"}});
@@ -117,7 +119,7 @@ TEST_F(CsvDatastore, givesTheTypesThatItsUserFixed) {
   EXPECT_EQ(parseTypeOverride("e=f=string").column, "e=f");
 }
 
-TEST_F(CsvDatastore, keepsWholeNumbersExactWhereTheTypeHoldsThem) {
+TEST_F(CsvDatastore, KeepsWholeNumbersExactWhereTheTypeHoldsThem) {
   const auto exact = table("a\n9007199254740993\n-9223372036854775808\n", {{"a", "int64"}});
   EXPECT_THAT(allValues<std::int64_t>(*exact, "a"),
               ElementsAre(9007199254740993, std::numeric_limits<std::int64_t>::min()));
@@ -126,7 +128,7 @@ TEST_F(CsvDatastore, keepsWholeNumbersExactWhereTheTypeHoldsThem) {
               doubles({9007199254740992.0, 1e300, -9007199254740994.0, HUGE_VAL}));
 }
 
-TEST_F(CsvDatastore, givesTheColumnsAskedForInTheOrderAskedFor) {
+TEST_F(CsvDatastore, GivesTheColumnsAskedForInTheOrderAskedFor) {
   const auto source = table("a,b,c\n1,2,3\n");
   readAll(*source, {"c", "a", "c"}, [](const Chunk& chunk) {
     EXPECT_EQ(chunk.columns[0].values<double>()[0], 3);
@@ -138,7 +140,7 @@ TEST_F(CsvDatastore, givesTheColumnsAskedForInTheOrderAskedFor) {
   EXPECT_EQ(rows, 1);
 }
 
-TEST_F(CsvDatastore, cutsLongFilesIntoTheSameChunksForAnyColumns) {
+TEST_F(CsvDatastore, CutsLongFilesIntoTheSameChunksForAnyColumns) {
   std::string text = "id,name\n";
   double sum = 0;
   for (int row = 0; row < 200000; ++row) {
@@ -151,7 +153,9 @@ TEST_F(CsvDatastore, cutsLongFilesIntoTheSameChunksForAnyColumns) {
   double found = 0;
   readAll(*source, {"id", "name"}, [&](const Chunk& chunk) {
     cutsOfAll.push_back(chunk.rows());
-    for (const double id : chunk.columns[0].values<double>()) found += id;
+    for (const double id : chunk.columns[0].values<double>()) {
+      found += id;
+    }
     EXPECT_LE(chunk.columns[0].byteSize(), kChunkBytesPerColumn);
   });
   std::vector<std::int64_t> cutsOfNone;
@@ -161,13 +165,13 @@ TEST_F(CsvDatastore, cutsLongFilesIntoTheSameChunksForAnyColumns) {
   EXPECT_EQ(cutsOfAll, cutsOfNone);
 }
 
-TEST_F(CsvDatastore, readsRecordsLongerThanABlock) {
+TEST_F(CsvDatastore, ReadsRecordsLongerThanABlock) {
   const std::string longText(3'000'000, 'x');
   const auto source = table("a,b\n1,\"" + longText + "\"\n2,y\n");
   EXPECT_THAT(allTexts(*source, "b"), ElementsAre(longText, "y"));
 }
 
-TEST_F(CsvDatastore, givesNoRowsForAHeaderAlone) {
+TEST_F(CsvDatastore, GivesNoRowsForAHeaderAlone) {
   for (const char* text : {"a,b\n", "a,b", "a,b\r\n\r\n"}) {
     const auto source = table(text, {{"b", "string"}});
     EXPECT_EQ(source->schema()[0].type, ElementType::Double);
@@ -179,7 +183,7 @@ TEST_F(CsvDatastore, givesNoRowsForAHeaderAlone) {
   }
 }
 
-TEST_F(CsvDatastore, makesOneTableOfAFolderAPatternOrAList) {
+TEST_F(CsvDatastore, MakesOneTableOfAFolderAPatternOrAList) {
   folder_.write("parts/b.csv", "x\n2\n");
   folder_.write("parts/a.CSV", "x\n1\n");
   folder_.write("parts/c.txt", "x\n3\n");
@@ -197,7 +201,7 @@ TEST_F(CsvDatastore, makesOneTableOfAFolderAPatternOrAList) {
   EXPECT_THAT(list->displayName(), testing::EndsWith("(3 files)"));
 }
 
-TEST_F(CsvDatastore, previewsTheFirstRowsOfTheFirstFileThatHasSome) {
+TEST_F(CsvDatastore, PreviewsTheFirstRowsOfTheFirstFileThatHasSome) {
   folder_.write("a.csv", "x,t\n");
   folder_.write("b.csv", "x,t\n1,\n2,b\n3,c\n");
   const Chunk preview = openCsv({folder_.path()}, {{"t", "string"}})->preview(2);
@@ -207,15 +211,19 @@ TEST_F(CsvDatastore, previewsTheFirstRowsOfTheFirstFileThatHasSome) {
   EXPECT_EQ(preview.columns[1].text(1), "b");
 }
 
-TEST_F(CsvDatastore, infersATypeFromTheFirstBlockOrFileThatHasAValue) {
+TEST_F(CsvDatastore, InfersATypeFromTheFirstBlockOrFileThatHasAValue) {
   const std::string noValues = [] {
     std::string rows = "x,t\n";
-    for (int row = 0; row < 40'000; ++row) rows += "1,\n";
+    for (int row = 0; row < 40'000; ++row) {
+      rows += "1,\n";
+    }
     return rows;
   }();
   const std::string noValuesFor16MiB = [] {
     std::string rows = "x,t\n";
-    for (int row = 0; row < 17; ++row) rows += std::string(1 << 20, 'x') + ",NA\n";
+    for (int row = 0; row < 17; ++row) {
+      rows += std::string(1 << 20, 'x') + ",NA\n";
+    }
     return rows;
   }();
   struct Case {
@@ -248,7 +256,7 @@ TEST_F(CsvDatastore, infersATypeFromTheFirstBlockOrFileThatHasAValue) {
               ElementsAre("a"));
 }
 
-TEST_F(CsvDatastore, givesEveryColumnANameOfItsOwn) {
+TEST_F(CsvDatastore, GivesEveryColumnANameOfItsOwn) {
   const std::pair<const char*, std::vector<std::string>> headers[] = {
       {"a,b,a,a", {"a", "b", "a.2", "a.3"}},
       {"a,a,a.2", {"a", "a.3", "a.2"}},
@@ -264,7 +272,7 @@ TEST_F(CsvDatastore, givesEveryColumnANameOfItsOwn) {
   }
 }
 
-TEST_F(CsvDatastore, isIdentifiedByAllThatDeterminesItsRowsAndTypes) {
+TEST_F(CsvDatastore, IsIdentifiedByAllThatDeterminesItsRowsAndTypes) {
   const auto inferred = table("x,t\n1,a\n");
   const std::string path = folder_.path("table.csv");
   EXPECT_EQ(openCsv({path}, {{"x", "double"}})->fingerprint(), inferred->fingerprint());
@@ -276,14 +284,18 @@ TEST_F(CsvDatastore, isIdentifiedByAllThatDeterminesItsRowsAndTypes) {
       table("x,t\n1,a\n2,b\n"),
   };
   std::set<std::string> prints{inferred->fingerprint()};
-  for (const auto& other : others) prints.insert(other->fingerprint());
+  for (const auto& other : others) {
+    prints.insert(other->fingerprint());
+  }
   EXPECT_EQ(prints.size(), 6U);
 }
 
-TEST_F(CsvDatastore, noticesAFileThatChangesWhileItIsRead) {
+TEST_F(CsvDatastore, NoticesAFileThatChangesWhileItIsRead) {
   namespace fs = std::filesystem;
   std::string text = "x\n";
-  for (int row = 0; row < 1'500'000; ++row) text += "1\n";  // three blocks
+  for (int row = 0; row < 1'500'000; ++row) {
+    text += "1\n";  // three blocks
+  }
   const std::string path = folder_.path("parts/table.csv");
   const auto rewrite = [&](const std::string& other) {
     std::ofstream(path, std::ios::in | std::ios::out | std::ios::binary) << other;
@@ -337,7 +349,7 @@ TEST_F(CsvDatastore, noticesAFileThatChangesWhileItIsRead) {
       << "a write in the same tick of the clock would go unnoticed";
 }
 
-TEST_F(CsvDatastore, refusesAFileThatIsWrittenAllTheTime) {
+TEST_F(CsvDatastore, RefusesAFileThatIsWrittenAllTheTime) {
   const std::string path = folder_.write("busy.csv", "x\n");
   const std::jthread writer([&](const std::stop_token& stop) {
     while (!stop.stop_requested()) {
@@ -346,13 +358,15 @@ TEST_F(CsvDatastore, refusesAFileThatIsWrittenAllTheTime) {
     }
   });
   const DataError error = dataErrorOf([&] {
-    for (int look = 0; look < 100; ++look) SourceFile::look(path);  // the writer may be held up
+    for (int look = 0; look < 100; ++look) {
+      SourceFile::look(path);  // the writer may be held up
+    }
   });
   EXPECT_EQ(error.id(), "KALVEX:datastore:FileNotReadable");
   EXPECT_THAT(error.what(), HasSubstr("it is being written"));
 }
 
-TEST_F(CsvDatastore, refusesFilesThatChangedSinceTheyWereOpened) {
+TEST_F(CsvDatastore, RefusesFilesThatChangedSinceTheyWereOpened) {
   const auto rewrite = [this](std::string_view text) { folder_.write("table.csv", text); };
   const auto source = table("x\n1\n");
   const std::unique_ptr<Datastore> copy = source->copy();
@@ -368,7 +382,7 @@ TEST_F(CsvDatastore, refusesFilesThatChangedSinceTheyWereOpened) {
   EXPECT_EQ(dataErrorOf([&] { source->preview(1); }).id(), "KALVEX:datastore:SourceChanged");
 }
 
-TEST_F(CsvDatastore, readsTheSameFileFromAnotherWorkingDirectory) {
+TEST_F(CsvDatastore, ReadsTheSameFileFromAnotherWorkingDirectory) {
   folder_.write("table.csv", "x\n1\n");
   const auto before = std::filesystem::current_path();
   std::filesystem::current_path(folder_.path());
@@ -378,9 +392,11 @@ TEST_F(CsvDatastore, readsTheSameFileFromAnotherWorkingDirectory) {
   EXPECT_EQ(source->displayName(), "table.csv");
 }
 
-TEST_F(CsvDatastore, stopsWithinAChunkWhenCancelled) {
+TEST_F(CsvDatastore, StopsWithinAChunkWhenCancelled) {
   std::string text = "x\n";
-  for (int row = 0; row < 100000; ++row) text += "1\n";
+  for (int row = 0; row < 100000; ++row) {
+    text += "1\n";
+  }
   const auto source = table(text);
   CancellationToken token;
   const auto reader = source->openPartition(0, {"x"}, token);
@@ -389,17 +405,21 @@ TEST_F(CsvDatastore, stopsWithinAChunkWhenCancelled) {
   EXPECT_THROW(reader->next(), Cancelled);
 }
 
-TEST_F(CsvDatastore, readsTheFlightsAsOtherToolsDo) {
+TEST_F(CsvDatastore, ReadsTheFlightsAsOtherToolsDo) {
   const char* data = std::getenv("KV_DATA");
   const std::string path = std::string(data ? data : "data") + "/flights.csv";
-  if (!std::filesystem::exists(path)) GTEST_SKIP() << "no " << path << ": 'make setup' fetches it";
+  if (!std::filesystem::exists(path)) {
+    GTEST_SKIP() << "no " << path << ": 'make setup' fetches it";
+  }
   std::int64_t rows = 0;
   std::int64_t count = 0;
   double delays = 0;
   double distances = 0;
   readAll(*openCsv({path}), {"distance", "dep_delay"}, [&](const Chunk& chunk) {
     rows += chunk.rows();
-    for (const double distance : chunk.columns[0].values<double>()) distances += distance;
+    for (const double distance : chunk.columns[0].values<double>()) {
+      distances += distance;
+    }
     for (const double delay : chunk.columns[1].values<double>()) {
       count += !std::isnan(delay);
       delays += std::isnan(delay) ? 0 : delay;

@@ -45,11 +45,13 @@ void expectError(const TempFolder& folder, const BadFile& bad) {
   }
 }
 
-TEST(CsvErrors, nameTheFormThatIsWrong) {
+TEST(CsvErrors, NameTheFormThatIsWrong) {
   const TempFolder folder;
   const std::string manyRows = [] {
     std::string rows;
-    for (int i = 0; i < 400000; ++i) rows += "1,2\n";
+    for (int i = 0; i < 400000; ++i) {
+      rows += "1,2\n";
+    }
     return rows;
   }();
   const BadFile files[] = {
@@ -79,13 +81,17 @@ TEST(CsvErrors, nameTheFormThatIsWrong) {
       {"a,\"b\n1,2\n", {}, "UnterminatedQuote", {"1"}},
       {"a\n\"" + std::string(18 << 20, 'x'), {}, "RecordTooLong", {"2", "16777216"}},
   };
-  for (const BadFile& bad : files) expectError(folder, bad);
+  for (const BadFile& bad : files) {
+    expectError(folder, bad);
+  }
 }
 
-TEST(CsvErrors, nameTheFieldThatAColumnCannotHold) {
+TEST(CsvErrors, NameTheFieldThatAColumnCannotHold) {
   const TempFolder folder;
   std::string manyRows;
-  for (int i = 0; i < 400000; ++i) manyRows += i % 2 ? "1,\"a\r\nb\"\n" : "\n1,c\n";
+  for (int i = 0; i < 400000; ++i) {
+    manyRows += i % 2 ? "1,\"a\r\nb\"\n" : "\n1,c\n";
+  }
   const BadFile files[] = {
       {"a\n1\nx\n", {{"a", "double"}}, "BadField", {"2", "3", "a", "x", "double", "string"}},
       {"a\n1\n300\n", {{"a", "int8"}}, "BadField", {"2", "3", "a", "300", "int8", "int16"}},
@@ -114,13 +120,17 @@ TEST(CsvErrors, nameTheFieldThatAColumnCannotHold) {
        "BadField",
        {"400001", "800003", "a", "x", "double", "string"}},
   };
-  for (const BadFile& bad : files) expectError(folder, bad);
+  for (const BadFile& bad : files) {
+    expectError(folder, bad);
+  }
 }
 
-TEST(CsvErrors, showTheBeginningOfWhatIsLong) {
+TEST(CsvErrors, ShowTheBeginningOfWhatIsLong) {
   const TempFolder folder;
   std::string longText = "x";
-  for (int i = 0; i < 1'000'000; ++i) longText += "é€";
+  for (int i = 0; i < 1'000'000; ++i) {
+    longText += "é€";
+  }
   const BadFile files[] = {
       {"a\n" + longText, {{"a", "int8"}}, "", {}},
       {"a,b\n" + longText, {}, "", {}},
@@ -135,13 +145,15 @@ TEST(CsvErrors, showTheBeginningOfWhatIsLong) {
     EXPECT_LT(message.size(), 1000U);
   }
   std::string manyNames = "c0";
-  for (int i = 1; i < 100'000; ++i) manyNames += ",c" + std::to_string(i);
+  for (int i = 1; i < 100'000; ++i) {
+    manyNames += ",c" + std::to_string(i);
+  }
   const std::string path = folder.write("wide.csv", manyNames);
   const std::string message = dataErrorOf([&] { openCsv({path}, {{"z", "int8"}}); }).what();
   EXPECT_THAT(message, testing::HasSubstr("c39 and 99960 more"));
 }
 
-TEST(CsvErrors, nameWhatIsNotThere) {
+TEST(CsvErrors, NameWhatIsNotThere) {
   const TempFolder folder;
   const std::string file = folder.write("a.csv", "x,y\n1,2\n");
   const std::string other = folder.write("b.csv", "y,x\n1,2\n");
@@ -205,10 +217,12 @@ TEST(CsvErrors, nameWhatIsNotThere) {
             "KALVEX:datastore:BadTypeOverride");
 }
 
-TEST(CsvErrors, ofTheFormComeForAnyColumnsAndOfAFieldForItsColumnOnly) {
+TEST(CsvErrors, OfTheFormComeForAnyColumnsAndOfAFieldForItsColumnOnly) {
   const TempFolder folder;
   std::string rows;
-  for (int i = 0; i < 400000; ++i) rows += "1,2\n";
+  for (int i = 0; i < 400000; ++i) {
+    rows += "1,2\n";
+  }
   const auto readRows = [&](const std::string& last, const std::vector<std::string>& columns) {
     const auto source = openCsv({folder.write("a.csv", "x,y\n" + rows + last)});
     readAll(*source, columns, [](const Chunk&) {});

@@ -68,7 +68,7 @@ class CsvFaults : public testing::Test {
   TempFolder folder_;
 };
 
-TEST_F(CsvFaults, aFailingCallIsToldOrHasNoConsequence) {
+TEST_F(CsvFaults, AFailingCallIsToldOrHasNoConsequence) {
   const TracedRun whole = runTraced([&] { return outcomeOf(""); });
   ASSERT_EQ(*whole.outcome, "read");
   for (const Row& row : kFaults) {

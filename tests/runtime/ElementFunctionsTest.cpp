@@ -21,7 +21,9 @@ constexpr double kTiny = std::numeric_limits<double>::denorm_min();
 Column call(std::string_view function, const std::vector<Operand>& inputs) {
   std::int64_t rows = 1;
   for (const Operand& input : inputs) {
-    if (!input.isScalar) rows = input.column.rows();
+    if (!input.isScalar) {
+      rows = input.column.rows();
+    }
   }
   return evaluate(*findElementFunction(function), inputs, rows);
 }
@@ -60,7 +62,9 @@ void checkTruths(const std::vector<Truth>& truths, ElementType type) {
   for (const Truth& truth : truths) {
     std::vector<Operand> inputs;
     inputs.push_back({numbers(type, truth.left)});
-    if (!truth.right.empty()) inputs.push_back({numbers(type, truth.right)});
+    if (!truth.right.empty()) {
+      inputs.push_back({numbers(type, truth.right)});
+    }
     expectSame(numbersOf(call(truth.function, inputs)), truth.expected,
                std::string(truth.function));
   }
@@ -263,7 +267,9 @@ TEST(ElementFunctions, ConstantsAloneAreOneConstant) {
 
 TEST(ElementFunctions, WhatIsComputedFromAMissingIntegerIsMissing) {
   for (const ElementFunction& function : elementFunctions()) {
-    if (function.rule == TypeRule::Choice) continue;
+    if (function.rule == TypeRule::Choice) {
+      continue;
+    }
     for (std::size_t missing = 0; missing < function.arity; ++missing) {
       std::vector<Operand> inputs(function.arity, Operand{numbers(Int8, {0, 1, 1})});
       const std::string name(function.name);
@@ -376,7 +382,9 @@ TEST(ElementFunctions, BlocksConversionsAndSpreadsAgreeWithSingleRows) {
   std::mt19937_64 random(kv::test::drawSeed());
   const auto small = [&](std::size_t count) {
     std::vector<double> values(count);
-    for (double& value : values) value = static_cast<double>(random() % 5);
+    for (double& value : values) {
+      value = static_cast<double>(random() % 5);
+    }
     return values;
   };
   const ElementFunction& minus = *findElementFunction("minus");

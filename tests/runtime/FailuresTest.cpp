@@ -163,7 +163,9 @@ TEST_F(Failures, AFunctionOfOneTypeMayMeetChunksWithoutRows) {
 
 TEST_F(Failures, AFunctionMustReturnOneTypeForAllRows) {
   std::string rows = "x\n";
-  for (int i = 1; i <= 40'000; ++i) rows += std::to_string(i) + "\n";
+  for (int i = 1; i <= 40'000; ++i) {
+    rows += std::to_string(i) + "\n";
+  }
   const Value inTwoChunks = column(table({rows}), "x");
   const Value inTwoFiles = column(table({"x\n1\n2\n", "x\n3\n4\n"}), "x");
   const Value same =

@@ -117,7 +117,9 @@ TEST(TypeRules, ResultTypesOfFunctions) {
   };
   for (const auto& row : kCases) {
     std::string inputs;
-    for (const auto& input : row.inputs) inputs += " " + std::string(elementTypeName(input.type));
+    for (const auto& input : row.inputs) {
+      inputs += " " + std::string(elementTypeName(input.type));
+    }
     EXPECT_EQ(resultName(row.function, row.inputs), row.result) << row.function << inputs;
   }
 }

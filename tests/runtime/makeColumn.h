@@ -49,17 +49,23 @@ inline Column texts(const std::vector<std::optional<std::string>>& values) {
 inline Column numbers(ElementType type, const std::vector<double>& values) {
   return visitNumeric(type, [&]<class T>() {
     std::vector<T> converted;
-    for (const double value : values) converted.push_back(static_cast<T>(value));
+    for (const double value : values) {
+      converted.push_back(static_cast<T>(value));
+    }
     return columnOf(type, converted);
   });
 }
 
 /// The elements as doubles; NaN where they are missing.
 inline std::vector<double> numbersOf(const Column& column) {
-  if (column.isMissing()) return std::vector(static_cast<std::size_t>(column.rows()), kNaN);
+  if (column.isMissing()) {
+    return std::vector(static_cast<std::size_t>(column.rows()), kNaN);
+  }
   return visitNumeric(column.type(), [&]<class T>() {
     std::vector<double> values;
-    for (const T value : column.values<T>()) values.push_back(static_cast<double>(value));
+    for (const T value : column.values<T>()) {
+      values.push_back(static_cast<double>(value));
+    }
     return values;
   });
 }
@@ -67,17 +73,20 @@ inline std::vector<double> numbersOf(const Column& column) {
 inline std::vector<std::optional<std::string>> textsOf(const Column& column) {
   std::vector<std::optional<std::string>> values;
   for (std::int64_t row = 0; row < column.rows(); ++row) {
-    if (column.isMissingText(row))
+    if (column.isMissingText(row)) {
       values.emplace_back();
-    else
+    } else {
       values.emplace_back(column.text(row));
+    }
   }
   return values;
 }
 
 /// The same number, signs of zeros told apart; NaN is NaN.
 inline bool isSame(double a, double b) {
-  if (std::isnan(a) || std::isnan(b)) return std::isnan(a) && std::isnan(b);
+  if (std::isnan(a) || std::isnan(b)) {
+    return std::isnan(a) && std::isnan(b);
+  }
   return a == b && std::signbit(a) == std::signbit(b);
 }
 

@@ -13,7 +13,9 @@ namespace kv::runtime::test {
 
 inline std::vector<std::string> namesOf(const Datastore& source) {
   std::vector<std::string> names;
-  for (const ColumnInfo& column : source.schema()) names.push_back(column.name);
+  for (const ColumnInfo& column : source.schema()) {
+    names.push_back(column.name);
+  }
   return names;
 }
 
@@ -30,7 +32,9 @@ inline void readAll(const Datastore& source, const std::vector<std::string>& col
       EXPECT_EQ(*chunk->names, columns);
       EXPECT_TRUE(chunk->ordinals.isRange());
       EXPECT_EQ(chunk->ordinals.at(0), row) << "ordinals have a gap";
-      for (const Column& column : chunk->columns) EXPECT_EQ(column.rows(), chunk->rows());
+      for (const Column& column : chunk->columns) {
+        EXPECT_EQ(column.rows(), chunk->rows());
+      }
       row += chunk->rows();
       visit(*chunk);
     }

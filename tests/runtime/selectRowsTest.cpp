@@ -63,7 +63,9 @@ TEST(SelectRows, EveryTypeAgreesWithAPlainLoop) {
   for (std::size_t row = 0; row < kRows; ++row) {
     values[row] = static_cast<double>(random() % 2);
     keep[row] = random() % 3 == 0;
-    if (keep[row]) expected.push_back(values[row]);
+    if (keep[row]) {
+      expected.push_back(values[row]);
+    }
   }
   for (std::size_t type = 0; type < std::tuple_size_v<NumericTypes>; ++type) {
     chunk.columns.push_back(numbers(static_cast<ElementType>(type), values));

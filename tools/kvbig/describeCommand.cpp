@@ -19,8 +19,6 @@ namespace kv::shell {
 
 namespace {
 
-// --- For people ---------------------------------------------------------------------------------
-
 std::string accessName(int access) {
   switch (access) {
     case 0:
@@ -40,7 +38,9 @@ std::string accessName(int access) {
 
 /// `2 inputs`, `1 output`, `any inputs`.
 std::string counted(int count, std::string_view noun) {
-  if (count < 0) return fmt::format("any {}s", noun);
+  if (count < 0) {
+    return fmt::format("any {}s", noun);
+  }
   return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
@@ -70,7 +70,9 @@ std::string asText(const ClassDescription& description) {
   }
   text += '\n';
   std::vector<Row> rows;
-  for (const MemberDescription& member : description.members) rows.push_back(rowOf(member));
+  for (const MemberDescription& member : description.members) {
+    rows.push_back(rowOf(member));
+  }
   std::array<std::size_t, 4> widths = {};
   for (const Row& row : rows) {
     for (std::size_t i = 0; i < row.size(); ++i) {
@@ -83,8 +85,6 @@ std::string asText(const ClassDescription& description) {
   }
   return text + '\n';
 }
-
-// --- For programs -------------------------------------------------------------------------------
 
 std::string jsonCount(int count) { return count < 0 ? "\"variadic\"" : fmt::format("{}", count); }
 
@@ -125,7 +125,9 @@ ClassDescription find(Session& session, const std::string& name) {
   try {
     return describe(session, name);
   } catch (const Error& error) {
-    if (error.identifier() != "KALVEX:UndefinedFunction") throw;
+    if (error.identifier() != "KALVEX:UndefinedFunction") {
+      throw;
+    }
   }
   const auto near = nearNames(name, classNames(session));
   const std::string advice = near.empty()
@@ -138,7 +140,9 @@ ClassDescription find(Session& session, const std::string& name) {
 
 void runDescribe(const std::optional<std::string>& name, bool json) {
   Session session;
-  if (!name) return writeOut(listOf(classNames(session), json));
+  if (!name) {
+    return writeOut(listOf(classNames(session), json));
+  }
   const ClassDescription description = find(session, *name);
   writeOut(json ? asJson(description) : asText(description));
 }

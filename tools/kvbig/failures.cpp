@@ -50,8 +50,12 @@ bool isOneOf(const Error& error, std::span<const std::string_view> ids) {
 /// The exit code of an error, or of what caused it.
 ExitCode codeOf(const Error& error) {
   for (const Error* each = &error; each != nullptr; each = each->cause().get()) {
-    if (isOneOf(*each, kRequest)) return kWrongUsage;
-    if (isOneOf(*each, kSaved) || each->identifier().starts_with(kSource)) return kBadInput;
+    if (isOneOf(*each, kRequest)) {
+      return kWrongUsage;
+    }
+    if (isOneOf(*each, kSaved) || each->identifier().starts_with(kSource)) {
+      return kBadInput;
+    }
   }
   return kFailed;
 }
@@ -73,8 +77,9 @@ void tell(const Error& error) {
   say(error.what());
   std::string_view said = error.what();
   for (const Error* cause = error.cause().get(); cause != nullptr; cause = cause->cause().get()) {
-    if (said != cause->what())
+    if (said != cause->what()) {
       complain(fmt::format("  caused by: {}\n", printableLines(cause->what())));
+    }
     said = cause->what();
   }
   complain(adviceOnType(error));

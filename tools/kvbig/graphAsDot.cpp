@@ -15,7 +15,9 @@ namespace {
 std::string escaped(std::string_view text) {
   std::string result;
   for (const char c : printable(text)) {
-    if (c == '"' || c == '\\') result += '\\';
+    if (c == '"' || c == '\\') {
+      result += '\\';
+    }
     result += c;
   }
   return result;
@@ -23,7 +25,9 @@ std::string escaped(std::string_view text) {
 
 std::string linesOf(const LazyGraph::Node& closure) {
   const std::string shortName = closure.operation.substr(closure.operation.rfind('.') + 1);
-  if (closure.place.file.empty()) return escaped(shortName);
+  if (closure.place.file.empty()) {
+    return escaped(shortName);
+  }
   const std::string place = fmt::format("{}:{}", closure.place.file, closure.place.line);
   return fmt::format("{}\\n{}", escaped(shortName), escaped(place));
 }

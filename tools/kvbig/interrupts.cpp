@@ -13,7 +13,9 @@ namespace {
 volatile sig_atomic_t isInterrupted = 0;
 
 void onInterrupt(int) {
-  if (isInterrupted != 0) _exit(kInterrupted);
+  if (isInterrupted != 0) {
+    _exit(kInterrupted);
+  }
   isInterrupted = 1;
   interrupt();
 }
@@ -23,7 +25,9 @@ void onInterrupt(int) {
 void installSignalHandlers() {
   signal(SIGPIPE, SIG_DFL);
   struct sigaction before = {};
-  if (sigaction(SIGINT, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) return;
+  if (sigaction(SIGINT, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) {
+    return;
+  }
   struct sigaction action = {};
   action.sa_handler = onInterrupt;
   action.sa_flags = SA_RESTART;
@@ -31,7 +35,9 @@ void installSignalHandlers() {
 }
 
 void throwIfInterrupted() {
-  if (isInterrupted != 0) throw Interrupted();
+  if (isInterrupted != 0) {
+    throw Interrupted();
+  }
 }
 
 }  // namespace kv::shell

@@ -39,7 +39,9 @@ struct DescribeRequest {
 constexpr char kMark = '\x1f';
 
 std::string withoutMark(std::string word) {
-  if (word.starts_with(kMark)) word.erase(0, 1);
+  if (word.starts_with(kMark)) {
+    word.erase(0, 1);
+  }
   return word;
 }
 
@@ -47,7 +49,9 @@ std::string withoutMark(std::string word) {
 std::vector<std::string> wordsToParse(std::span<char*> words) {
   std::vector<std::string> all(words.begin() + 1, words.end());
   if (const auto dashes = std::ranges::find(all, "--"); dashes != all.end()) {
-    for (auto word = dashes + 1; word != all.end(); ++word) word->insert(0, 1, kMark);
+    for (auto word = dashes + 1; word != all.end(); ++word) {
+      word->insert(0, 1, kMark);
+    }
     all.erase(dashes);
   }
   std::ranges::reverse(all);
@@ -136,10 +140,16 @@ void printVersion() { kv::shell::writeOut(fmt::format("kvbig {}\n", kv::release(
 /// Errors: UsageError if the first word is neither an option nor a command.
 void refuseUnknownCommand(const CLI::App& app, std::span<char*> words) {
   const std::string_view first = words.size() > 1 ? words[1] : "-";
-  if (first.starts_with('-')) return;
+  if (first.starts_with('-')) {
+    return;
+  }
   std::vector<std::string> names;
-  for (const CLI::App* command : app.get_subcommands({})) names.push_back(command->get_name());
-  if (std::ranges::find(names, first) != names.end()) return;
+  for (const CLI::App* command : app.get_subcommands({})) {
+    names.push_back(command->get_name());
+  }
+  if (std::ranges::find(names, first) != names.end()) {
+    return;
+  }
   throw kv::shell::UsageError(fmt::format("there is no command \"{}\"\n{}",
                                           kv::shell::shortened(first),
                                           kv::shell::listNames("commands", first, names)));
@@ -156,7 +166,9 @@ void refuseUnknownCommand(const CLI::App& app, std::span<char*> words) {
         "Put `--` before it, after all options: -- '-mean(x)'");
   }
   std::string command = "kvbig";
-  for (const CLI::App* given : app.get_subcommands()) command += ' ' + given->get_name();
+  for (const CLI::App* given : app.get_subcommands()) {
+    command += ' ' + given->get_name();
+  }
   std::string sentence = error.what();
   std::erase(sentence, kMark);
   throw kv::shell::UsageError(fmt::format("{}\nSee \"{} --help\".", sentence, command));

@@ -62,7 +62,9 @@ std::string contentsAsJson(const Contents& contents) {
 
 std::vector<std::string> filesIn(const std::vector<NamedArray>& named) {
   std::vector<Array> arrays;
-  for (const NamedArray& each : named) arrays.push_back(each.array);
+  for (const NamedArray& each : named) {
+    arrays.push_back(each.array);
+  }
   return arrays.empty() ? std::vector<std::string>() : sourceFiles(arrays);
 }
 
@@ -85,17 +87,23 @@ MovedData splitData(const std::string& text, const std::vector<std::string>& fil
     throw UsageError(fmt::format("--data expects OLD=NEW, and got \"{}\"", text));
   }
   for (std::size_t sign = first; sign != std::string::npos; sign = text.find('=', sign + 1)) {
-    if (holdsAny(text.substr(0, sign), files)) return parts(sign);
+    if (holdsAny(text.substr(0, sign), files)) {
+      return parts(sign);
+    }
   }
   return parts(first);
 }
 
 OpenOptions optionsOf(const OpenRequest& request) {
   OpenOptions options{request.trust ? Trust::Yes : Trust::No, {}};
-  if (request.data.empty()) return options;
+  if (request.data.empty()) {
+    return options;
+  }
   Session session;
   const std::vector<std::string> files = filesIn(session.open(request.file).arrays);
-  for (const std::string& text : request.data) options.data.push_back(splitData(text, files));
+  for (const std::string& text : request.data) {
+    options.data.push_back(splitData(text, files));
+  }
   return options;
 }
 
@@ -105,7 +113,9 @@ Opened openFile(Session& session, const OpenRequest& request) {
     return session.open(request.file, optionsOf(request));
   } catch (const Error& error) {
     const std::string reason = error.what();
-    if (reason.find(request.file) != std::string::npos) throw;
+    if (reason.find(request.file) != std::string::npos) {
+      throw;
+    }
     throw Error(error.identifier(), fmt::format("'{}' can't be opened: {}", request.file, reason),
                 error.arguments(), error.stack(), error.cause());
   }
@@ -114,7 +124,9 @@ Opened openFile(Session& session, const OpenRequest& request) {
 void requireOneRowEach(const std::vector<std::string>& labels, const Gathered& gathered) {
   for (std::size_t i = 0; i < labels.size(); ++i) {
     const std::size_t rows = gathered.values[i].rows();
-    if (rows == 1) continue;
+    if (rows == 1) {
+      continue;
+    }
     throw Error(
         "KALVEX:array:NotOneRow",
         fmt::format("\"{}\" has {} rows; only answers of one row are printed. Open the file "
@@ -129,14 +141,18 @@ void requireOneRowEach(const std::vector<std::string>& labels, const Gathered& g
 void runOpen(const OpenRequest& request) {
   Session session;
   const Opened opened = openFile(session, request);
-  for (const std::string& warning : opened.warnings) warn(warning);
+  for (const std::string& warning : opened.warnings) {
+    warn(warning);
+  }
   std::vector<std::string> labels;
   std::vector<Array> arrays;
   for (const NamedArray& named : opened.arrays) {
     labels.push_back(named.name);
     arrays.push_back(named.array);
   }
-  if (request.explain) return writeOut(planAsText(session.explain(arrays), request.json));
+  if (request.explain) {
+    return writeOut(planAsText(session.explain(arrays), request.json));
+  }
   if (!request.trust) {
     const Contents contents{opened.arrays, session.explain(arrays), sourceFiles(arrays)};
     return writeOut(request.json ? contentsAsJson(contents)

@@ -22,7 +22,9 @@ template <class Visit>
 void forEachCharacter(std::string_view text, Visit&& visit) {
   while (!text.empty()) {
     Character character = firstCharacter(text);
-    if (character.length == 0) character.code = static_cast<unsigned char>(text.front());
+    if (character.length == 0) {
+      character.code = static_cast<unsigned char>(text.front());
+    }
     const std::size_t length = std::max<std::size_t>(character.length, 1);
     visit(character, text.substr(0, length));
     text.remove_prefix(length);
@@ -34,7 +36,9 @@ bool isEscaped(Character character) { return character.length == 0 || isInvisibl
 /// In UTF-16, as JSON has it.
 std::string jsonEscape(char32_t code) {
   const auto unit = static_cast<std::uint32_t>(code);
-  if (unit <= 0xFFFF) return fmt::format("\\u{:04x}", unit);
+  if (unit <= 0xFFFF) {
+    return fmt::format("\\u{:04x}", unit);
+  }
   return fmt::format("\\u{:04x}\\u{:04x}", 0xD7C0 + (unit >> 10), 0xDC00 + (unit & 0x3FF));
 }
 
@@ -42,7 +46,9 @@ std::string jsonEscape(char32_t code) {
 
 void writeOut(std::string_view text) {
   const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-  if (isWritten && std::fflush(stdout) == 0) return;
+  if (isWritten && std::fflush(stdout) == 0) {
+    return;
+  }
   throw std::runtime_error(fmt::format("can't write the results: {}", std::strerror(errno)));
 }
 
@@ -90,7 +96,9 @@ std::string jsonText(std::string_view text) {
 
 std::string jsonTexts(const std::vector<std::string>& texts) {
   std::string list;
-  for (const std::string& text : texts) list += (list.empty() ? "" : ", ") + jsonText(text);
+  for (const std::string& text : texts) {
+    list += (list.empty() ? "" : ", ") + jsonText(text);
+  }
   return "[" + list + "]";
 }
 

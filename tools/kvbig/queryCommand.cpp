@@ -45,7 +45,9 @@ auto readingFormula(const std::string& text, Read&& read) {
     return read();
   } catch (const FormulaError&) {
     std::error_code ignored;
-    if (!std::filesystem::exists(text, ignored)) throw;
+    if (!std::filesystem::exists(text, ignored)) {
+      throw;
+    }
     throw UsageError(
         fmt::format("\"{}\" is a file where an expression was expected\n"
                     "Give further files with -f, or put quotes around a pattern such as '*.csv'.",
@@ -73,7 +75,9 @@ Query readQuery(const QueryRequest& request) {
           "two results are called \"{}\"\nGive one a name of its own: name = expression.", label));
     }
   }
-  if (request.where) query.where = readFormula(*request.where, vocabulary);
+  if (request.where) {
+    query.where = readFormula(*request.where, vocabulary);
+  }
   return query;
 }
 
@@ -109,18 +113,26 @@ void checkQuery(const Query& query, const Table& table) {
       checkPurpose(formula, vocabulary, purpose);
     });
   };
-  for (const Formula& formula : query.formulas) check(formula, Purpose::Result);
-  if (query.where) check(*query.where, Purpose::Condition);
+  for (const Formula& formula : query.formulas) {
+    check(formula, Purpose::Result);
+  }
+  if (query.where) {
+    check(*query.where, Purpose::Condition);
+  }
 }
 
 std::uint64_t seedOf(const QueryRequest& request) {
-  if (request.seed) return *request.seed;
+  if (request.seed) {
+    return *request.seed;
+  }
   std::random_device entropy;
   return (std::uint64_t{entropy()} << 32 | entropy()) & kMaxSeed;
 }
 
 std::vector<Array> record(Session& session, Table table, const Query& query) {
-  if (query.where) table = keepRows(session, table, *query.where, kWhereSource);
+  if (query.where) {
+    table = keepRows(session, table, *query.where, kWhereSource);
+  }
   std::vector<Array> arrays;
   for (std::size_t i = 0; i < query.formulas.size(); ++i) {
     const Formula& formula = query.formulas[i];
@@ -146,11 +158,15 @@ Gathered evaluate(Session& session, const std::vector<Array>& arrays, const Quer
 /// Errors: UsageError if there is something at `path` that no save wrote.
 void refuseToReplaceOthers(const std::string& path) {
   std::error_code ignored;
-  if (!std::filesystem::exists(path, ignored)) return;
+  if (!std::filesystem::exists(path, ignored)) {
+    return;
+  }
   try {
     Session().open(path);
   } catch (const Error& error) {
-    if (error.identifier() == "KALVEX:load:UnknownClass") return;
+    if (error.identifier() == "KALVEX:load:UnknownClass") {
+      return;
+    }
     throw UsageError(
         fmt::format("\"{}\" is there and isn't replaced: {}\n"
                     "Remove it first if it is to be replaced.",
@@ -161,7 +177,9 @@ void refuseToReplaceOthers(const std::string& path) {
 void save(Session& session, const std::string& path, const std::vector<Array>& arrays,
           const std::vector<std::string>& names) {
   std::vector<NamedArray> named;
-  for (std::size_t i = 0; i < arrays.size(); ++i) named.push_back({names[i], arrays[i]});
+  for (std::size_t i = 0; i < arrays.size(); ++i) {
+    named.push_back({names[i], arrays[i]});
+  }
   session.save(path, named);
   writeOut(fmt::format("{} array{} saved in {}\n", named.size(), named.size() == 1 ? "" : "s",
                        printable(path)));
@@ -170,7 +188,9 @@ void save(Session& session, const std::string& path, const std::vector<Array>& a
 }  // namespace
 
 void runQuery(const QueryRequest& request) {
-  if (request.saveTo) refuseToReplaceOthers(*request.saveTo);
+  if (request.saveTo) {
+    refuseToReplaceOthers(*request.saveTo);
+  }
   const Query query = readQuery(request);
   Session session;
   session.seed(seedOf(request));
@@ -179,10 +199,18 @@ void runQuery(const QueryRequest& request) {
   const std::vector<Array> arrays = record(session, table, query);
   throwIfInterrupted();
   std::vector<std::string> labels;
-  for (const Formula& formula : query.formulas) labels.push_back(formula.label);
-  if (request.saveTo) return save(session, *request.saveTo, arrays, labels);
-  if (request.dot) return writeOut(graphAsDot(lazyGraph(arrays), labels));
-  if (request.explain) return writeOut(planAsText(session.explain(arrays), request.json));
+  for (const Formula& formula : query.formulas) {
+    labels.push_back(formula.label);
+  }
+  if (request.saveTo) {
+    return save(session, *request.saveTo, arrays, labels);
+  }
+  if (request.dot) {
+    return writeOut(graphAsDot(lazyGraph(arrays), labels));
+  }
+  if (request.explain) {
+    return writeOut(planAsText(session.explain(arrays), request.json));
+  }
 
   const Gathered gathered = evaluate(session, arrays, query);
   writeOut(request.json ? resultsAsJson(labels, gathered) : resultsAsTable(labels, gathered));

@@ -30,7 +30,9 @@ class Recorder {
  public:
   Recorder(Session& session, const Table& table, const Formula& formula, const std::string& source)
       : session_(session), table_(table), formula_(formula), source_(source) {
-    for (const FunctionFacts& facts : aggregates()) aggregates_.push_back(facts.name);
+    for (const FunctionFacts& facts : aggregates()) {
+      aggregates_.push_back(facts.name);
+    }
   }
 
   Array run() {
@@ -64,14 +66,18 @@ class Recorder {
     const std::vector<Part> inputs(first, stack_.end());
     stack_.erase(first, stack_.end());
     std::vector<Operand> values;
-    for (const Part& input : inputs) values.push_back(input.value);
+    for (const Part& input : inputs) {
+      values.push_back(input.value);
+    }
     refuseRounded(call.function, inputs);
     try {
       return {recordCall(call.function, values), {}};
     } catch (const Error& error) {
       const bool isOfFormula = error.identifier().starts_with("KALVEX:function:") ||
                                error.identifier() == "KALVEX:array:NotExact";
-      if (!isOfFormula) throw;
+      if (!isOfFormula) {
+        throw;
+      }
       throw FormulaError(formula_.text, place, error.what(), adviceOnTypes(call.function, inputs));
     }
   }
@@ -139,11 +145,15 @@ class Recorder {
     if (std::ranges::find(aggregates_, function) != aggregates_.end()) {
       return kv::aggregate(function, std::get<Array>(inputs.front().value()));
     }
-    if (function == kRandom) return table_.rand();
+    if (function == kRandom) {
+      return table_.rand();
+    }
     const bool hasArray = std::ranges::any_of(
         inputs, [](const Operand& input) { return std::holds_alternative<Array>(input.value()); });
     // Constants alone make an array too; it is computed as it is recorded.
-    if (!hasArray) inputs.front() = session_.constant(inputs.front());
+    if (!hasArray) {
+      inputs.front() = session_.constant(inputs.front());
+    }
     return kv::apply(function, inputs);
   }
 
@@ -168,7 +178,9 @@ Vocabulary arrayVocabulary() {
   for (const FunctionFacts& facts : rowFunctions()) {
     vocabulary.elementFunctions.push_back({facts.name, facts.inputs});
   }
-  for (const FunctionFacts& facts : aggregates()) vocabulary.aggregates.push_back(facts.name);
+  for (const FunctionFacts& facts : aggregates()) {
+    vocabulary.aggregates.push_back(facts.name);
+  }
   return vocabulary;
 }
 
@@ -191,11 +203,15 @@ Table keepRows(Session& session, const Table& table, const Formula& condition,
 }
 
 Error markedError(const Error& error, const Formula& formula, const std::string& source) {
-  if (error.stack().empty() || error.stack().front().file != source) return error;
+  if (error.stack().empty() || error.stack().front().file != source) {
+    return error;
+  }
   const int line = error.stack().front().line;
   const auto isThere = [&](const Step& step) { return placeOf(step, source).line == line; };
   const auto step = std::ranges::find_if(formula.steps, isThere);
-  if (step == formula.steps.end()) return error;
+  if (step == formula.steps.end()) {
+    return error;
+  }
   return {error.identifier(),
           fmt::format("{}\n{}", error.what(), markedFormula(formula.text, step->place)),
           error.arguments(), error.stack(), error.cause()};

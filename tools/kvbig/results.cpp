@@ -21,8 +21,12 @@ struct Written {
 
   std::string operator()(const Value::Numbers& column) const {
     const double number = column.at(0);
-    if (std::isnan(number)) return isJson ? "null" : "NaN";
-    if (std::isinf(number)) return infinity(number > 0);
+    if (std::isnan(number)) {
+      return isJson ? "null" : "NaN";
+    }
+    if (std::isinf(number)) {
+      return infinity(number > 0);
+    }
     return fmt::format("{}", number);
   }
   std::string operator()(const Value::Integers& column) const {
@@ -36,13 +40,17 @@ struct Written {
   }
   std::string operator()(const Value::Texts& column) const {
     const std::optional<std::string>& text = column.at(0);
-    if (isJson) return text ? jsonText(*text) : "null";
+    if (isJson) {
+      return text ? jsonText(*text) : "null";
+    }
     return text ? printable(*text) : "missing";
   }
 
  private:
   std::string infinity(bool isPositive) const {
-    if (isJson) return isPositive ? "\"Infinity\"" : "\"-Infinity\"";
+    if (isJson) {
+      return isPositive ? "\"Infinity\"" : "\"-Infinity\"";
+    }
     return isPositive ? "Inf" : "-Inf";
   }
 };
@@ -63,7 +71,9 @@ std::size_t widthAtPoint(const Value& value, const std::string& written) {
 /// 336776 as 336,776.
 std::string grouped(std::int64_t number) {
   std::string digits = fmt::format("{}", number);
-  for (std::size_t at = digits.size(); at > 3;) digits.insert(at -= 3, ",");
+  for (std::size_t at = digits.size(); at > 3;) {
+    digits.insert(at -= 3, ",");
+  }
   return digits;
 }
 
@@ -91,7 +101,9 @@ std::string resultsAsTable(const std::vector<std::string>& labels, const Gathere
     written.push_back(write(value, false));
     pointWidth = std::max(pointWidth, widthAtPoint(value, written.back()));
     const std::size_t width = displayWidth(names[i]);
-    if (width <= kWidestLabel) labelWidth = std::max(labelWidth, width);
+    if (width <= kWidestLabel) {
+      labelWidth = std::max(labelWidth, width);
+    }
   }
   std::string table;
   for (std::size_t i = 0; i < labels.size(); ++i) {
@@ -115,8 +127,12 @@ std::string resultsAsJson(const std::vector<std::string>& labels, const Gathered
 }
 
 std::string planAsText(std::string plan, bool json) {
-  if (json) return "{\"plan\": " + jsonText(plan) + "}\n";
-  if (!plan.ends_with('\n')) plan += '\n';
+  if (json) {
+    return "{\"plan\": " + jsonText(plan) + "}\n";
+  }
+  if (!plan.ends_with('\n')) {
+    plan += '\n';
+  }
   return printableLines(plan);
 }
 

@@ -77,7 +77,9 @@ class Operand {
   static Any widest(std::floating_point auto number) { return static_cast<double>(number); }
   static Any widest(std::signed_integral auto number) { return static_cast<std::int64_t>(number); }
   static Any widest(std::unsigned_integral auto number) {
-    if (std::in_range<std::int64_t>(number)) return static_cast<std::int64_t>(number);
+    if (std::in_range<std::int64_t>(number)) {
+      return static_cast<std::int64_t>(number);
+    }
     return static_cast<std::uint64_t>(number);
   }
 

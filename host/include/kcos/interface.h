@@ -133,7 +133,7 @@ class COSInterfacePtr {
   COSReferenceType type_ = COSReferenceType::Strong;
 };
 
-// --- Root records: the host's lifetime graph ----------------------------------------------------
+// Root records: the host's lifetime graph.
 
 /// The place of an object, or of an array that refers to objects, in the lifetime graph.
 /// Lives: as long as what it stands for.

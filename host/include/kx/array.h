@@ -94,7 +94,7 @@ KV_HOST_API ArrayPtr createChars(std::string_view utf8);
 
 }  // namespace matrix
 
-// --- What an array is ---------------------------------------------------------------------------
+// What an array is.
 // A null array has class kxUNKNOWN_CLASS, is not scalar and is empty.
 
 KV_HOST_API kxClassID kxGetClassID(const kxArray* array) noexcept;
@@ -122,7 +122,7 @@ KV_HOST_API std::size_t kxGetReferenceCount(const kxArray* array) noexcept;
 /// True for one array, one payload or scalars of one object; two plain scalars are never the same.
 KV_HOST_API bool kxIsSameValue(const kxArray* a, const kxArray* b) noexcept;
 
-// --- Numbers, logicals, characters --------------------------------------------------------------
+// Numbers, logicals, characters.
 
 [[nodiscard]] KV_HOST_API kxArray* kxCreateDoubleScalar(double value);
 [[nodiscard]] KV_HOST_API kxArray* kxCreateLogicalScalar(bool value);
@@ -153,7 +153,7 @@ KV_HOST_API std::size_t kxGetElementSize(kxClassID classId) noexcept;
 /// The characters of a char array, column-major. Lives: as long as the array.
 KV_HOST_API std::u16string_view kxGetChars(const kxArray* array) noexcept;
 
-// --- Cells and structures -----------------------------------------------------------------------
+// Cells and structures.
 // Elements are null until set. Setting takes the value over. Reading lends.
 
 [[nodiscard]] KV_HOST_API kxArray* kxCreateCellMatrix(std::size_t rows, std::size_t columns);
@@ -178,7 +178,7 @@ KV_HOST_API void kxSetField(kxArray* array, std::size_t index, std::string_view 
 /// Errors: std::logic_error.
 KV_HOST_API void kxSetDimensions(kxArray* array, std::span<const std::size_t> dimensions);
 
-// --- Properties and lifetime --------------------------------------------------------------------
+// Properties and lifetime.
 
 /// Property `name` of element `index` of an object array, as a shared copy that the caller owns.
 /// Errors: "KALVEX:class:InvalidHandle", "KALVEX:class:NoSuchMember"; those of a computed property.

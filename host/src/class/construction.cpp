@@ -28,14 +28,20 @@ void refuseMissingSuperclass(const LinkedClass& linked) {
   std::vector<std::string> awaited;
   linked.methods.forEach([&](kcos::COSInternedBase name, const MethodSet& set) {
     const auto isAbstract = [](const Method* method) { return method->isAbstract; };
-    if (std::any_of(set.begin(), set.end(), isAbstract)) awaited.emplace_back(name.text());
+    if (std::any_of(set.begin(), set.end(), isAbstract)) {
+      awaited.emplace_back(name.text());
+    }
   });
   linked.properties.forEach([&](kcos::COSInternedBase name, const PropertyPlace& place) {
-    if (place.property->isAbstract()) awaited.emplace_back(name.text());
+    if (place.property->isAbstract()) {
+      awaited.emplace_back(name.text());
+    }
   });
   std::sort(awaited.begin(), awaited.end());
   std::string list;
-  for (const std::string& name : awaited) list += (list.empty() ? "" : ", ") + name;
+  for (const std::string& name : awaited) {
+    list += (list.empty() ? "" : ", ") + name;
+  }
   raise("KALVEX:class:AbstractClass", {std::string(record.getName()), list});
 }
 

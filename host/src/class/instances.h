@@ -24,7 +24,7 @@ Value loadInstance(SessionState& session, ClassRecord& record,
 /// an object isn't copied. The copy of one that was loaded without trust is no more trusted.
 Value copyInstance(SessionState& session, Object& object);
 
-// --- The steps of both, which saving and loading files share ------------------------------------
+// The steps of both, which saving and loading files share.
 
 /// The properties that a copy or a file takes over: those that are stored and can be set, those of
 /// superclasses first.

@@ -21,9 +21,6 @@ Heap* Heap::of(const kcos::COSInterface& object) noexcept {
   return Slab::of(static_cast<const void*>(&object)).heap;
 }
 
-// --- Storage
-// --------------------------------------------------------------------------------------
-
 void Heap::addSlab() {
   const std::size_t places = (slabs_.size() + 1) * Slab::kPlaces;
   for (std::vector<Object*>* list : {&worklist_, &markStack_}) {
@@ -83,9 +80,6 @@ void Heap::freeIfUnreferenced(Object& object) noexcept {
   Pool::count(Counted::Objects, -1);
 }
 
-// --- Construction
-// ---------------------------------------------------------------------------------
-
 Object* Heap::allocate(ObjectClass& objectClass) {
   if (queue_ == nullptr) {
     throw std::logic_error("an object was asked of a heap that is closed");
@@ -115,9 +109,6 @@ void Heap::abandonConstruction(Object& object) noexcept {
   object.flags_ &= ~Object::kUnderConstruction;
   deleteObject(object);
 }
-
-// --- Contents
-// -------------------------------------------------------------------------------------
 
 ObjectExtension& Heap::extensionOf(Object& object) {
   if (object.extension_ == nullptr) {
@@ -153,9 +144,6 @@ void Heap::setNativeValue(Object& object, std::unique_ptr<NativeValue> value) {
     std::swap(extensionOf(object).value, value);
   }
 }
-
-// --- Edges
-// ----------------------------------------------------------------------------------------
 
 void Heap::addEdge(Object& parent, Object& child) {
   if (parent.isDeleted()) {
@@ -201,9 +189,6 @@ void Heap::disown(kxArray& array) noexcept {
     holdGone(*parent);  // its storage waited for the array
   }
 }
-
-// --- Deletion
-// -------------------------------------------------------------------------------------
 
 void Object::lastHoldGone() noexcept { Heap::holdGone(*this); }
 

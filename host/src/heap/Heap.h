@@ -63,7 +63,7 @@ class Heap {
   /// The heap of an object, or null if its session is closed.
   static Heap* of(const kcos::COSInterface& object) noexcept;
 
-  // --- Construction -----------------------------------------------------------------------------
+  // Construction.
 
   /// A new object under construction, with null slots. A safe point.
   /// Errors: std::bad_alloc; nothing is left behind then.
@@ -79,7 +79,7 @@ class Heap {
   /// Deletes a half-made object and what it holds already.
   void abandonConstruction(Object& object) noexcept;
 
-  // --- Contents ---------------------------------------------------------------------------------
+  // Contents.
 
   /// Lives: until the slot is set again or the object is deleted. Null until set.
   const kxArray* slot(const Object& object, std::size_t index) const noexcept;
@@ -89,7 +89,7 @@ class Heap {
   NativeValue* nativeValue(const Object& object) const noexcept;
   void setNativeValue(Object& object, std::unique_ptr<NativeValue> value);
 
-  // --- Running and deleting ---------------------------------------------------------------------
+  // Running and deleting.
 
   /// Brackets a member of the object that runs.
   void enterMember(Object& object) noexcept { object.flags_ += Object::kMemberUnit; }
@@ -98,7 +98,7 @@ class Heap {
   /// Shows at once; see invariant 4. An object that is deleted already stays as it is.
   void deleteObject(Object& object) noexcept;
 
-  // --- Edges: see kxAddParentRoot and its family -------------------------------------------------
+  // Edges: see kxAddParentRoot and its family.
 
   void addEdge(Object& parent, Object& child);
   void removeEdge(Object& parent, Object& child) noexcept;
@@ -111,7 +111,7 @@ class Heap {
   /// Takes an array out of its parent's list.
   static void disown(kxArray& array) noexcept;
 
-  // --- Collection -------------------------------------------------------------------------------
+  // Collection.
 
   /// Drops what waits in the release queue, unless something is being destroyed on this thread.
   void dropWaiting() noexcept;
@@ -133,7 +133,7 @@ class Heap {
   void setStress(bool stress) noexcept { options_.stress = stress; }
   const Counters& counters() const noexcept { return counters_; }
 
-  // --- For the rest of this folder and for payloads ----------------------------------------------
+  // For the rest of this folder and for payloads.
 
   ReleaseQueue* queue() const noexcept { return queue_; }
   /// Destroys the next object of the worklist. Result: false if there was none.

@@ -41,7 +41,7 @@ class ReleaseQueue {
   /// What waits, linked by `next`.
   kxArray* takeDropped() noexcept;
 
-  // --- Payloads of the session ------------------------------------------------------------------
+  // Payloads of the session.
 
   /// Enters a payload that has this queue as home from now on.
   void enlist(ReferencePayload& payload) noexcept;
@@ -53,7 +53,7 @@ class ReleaseQueue {
   ReferencePayload* outsidePayloads() const noexcept { return outside_; }
   ReferencePayload* insidePayloads() const noexcept { return inside_; }
 
-  // --- End --------------------------------------------------------------------------------------
+  // End.
 
   /// The heap is closed; `slabs` hold `remaining` objects whose storage is still referenced.
   /// Destroys what was dropped on other threads while the heap closed.

@@ -74,8 +74,6 @@ Value GraphReader::read() {
   return root;
 }
 
-// --- Values --------------------------------------------------------------------------------------
-
 Value GraphReader::make(Reference reference) {
   need(reference);
   makeNeeded();
@@ -182,8 +180,6 @@ Value GraphReader::take(Reference reference) {
   return reference.isObject() ? arrayOf(objectOf(reference.index()))
                               : matrix::sharedCopy(values_[reference.index()].get());
 }
-
-// --- Objects -------------------------------------------------------------------------------------
 
 bool GraphReader::isRecord(std::uint32_t index) const {
   return file_.object(index).form == static_cast<std::uint32_t>(ObjectForm::Record);

@@ -115,9 +115,6 @@ void kxSetDimensions(kxArray* array, std::span<const std::size_t> allDimensions)
   }
 }
 
-// --- Object arrays
-// --------------------------------------------------------------------------------
-
 namespace kcos {
 
 kxArray* omCreateKCOSScalar(const COSInterfacePtr& object) {

@@ -16,10 +16,18 @@ struct SequenceForm {
 };
 
 SequenceForm formOf(unsigned char first) {
-  if (first < 0x80) return {1, 0};
-  if (first >= 0xC2 && first < 0xE0) return {2, 0x80};
-  if (first >= 0xE0 && first < 0xF0) return {3, 0x800};
-  if (first >= 0xF0 && first < 0xF5) return {4, 0x10000};
+  if (first < 0x80) {
+    return {1, 0};
+  }
+  if (first >= 0xC2 && first < 0xE0) {
+    return {2, 0x80};
+  }
+  if (first >= 0xE0 && first < 0xF0) {
+    return {3, 0x800};
+  }
+  if (first >= 0xF0 && first < 0xF5) {
+    return {4, 0x10000};
+  }
   return {0, 0};
 }
 

@@ -21,7 +21,9 @@ std::size_t countCharacters(std::string_view text) {
 std::size_t stepBack(std::string_view text, std::size_t from, std::size_t count) {
   while (from > 0 && count > 0) {
     --from;
-    if (startsCharacter(text[from])) --count;
+    if (startsCharacter(text[from])) {
+      --count;
+    }
   }
   return from;
 }
@@ -29,7 +31,9 @@ std::size_t stepBack(std::string_view text, std::size_t from, std::size_t count)
 /// The byte behind the character that lies `count` characters after byte `from`.
 std::size_t stepOn(std::string_view text, std::size_t from, std::size_t count) {
   while (from < text.size() && (count > 0 || !startsCharacter(text[from]))) {
-    if (startsCharacter(text[from])) --count;
+    if (startsCharacter(text[from])) {
+      --count;
+    }
     ++from;
   }
   return from;
@@ -45,7 +49,9 @@ std::string printable(std::string_view text) {
 std::string describe(std::string_view formula, Span place, std::string_view sentence,
                      std::string_view advice) {
   std::string text = std::string(sentence) + "\n" + markedFormula(formula, place);
-  if (!advice.empty()) text += "\n" + std::string(advice);
+  if (!advice.empty()) {
+    text += "\n" + std::string(advice);
+  }
   return text;
 }
 

@@ -73,10 +73,14 @@ class Checker {
   }
 
   std::size_t inputsOf(const std::string& name) const {
-    if (isAggregate(name)) return 1;
+    if (isAggregate(name)) {
+      return 1;
+    }
     const auto found =
         std::ranges::find(vocabulary_.elementFunctions, name, &Vocabulary::ElementFunction::name);
-    if (found != vocabulary_.elementFunctions.end()) return found->inputs;
+    if (found != vocabulary_.elementFunctions.end()) {
+      return found->inputs;
+    }
     fail(fmt::format("there is no function \"{}\"", shortened(name)),
          listNames("functions", functionHere(name), vocabulary_.names()));
   }
@@ -93,9 +97,13 @@ class Checker {
 
 /// What may be wrong where a file has one column: the fields stand apart by something else.
 std::string adviceOnSeparator(std::span<const std::string> columns) {
-  if (columns.size() != 1) return {};
+  if (columns.size() != 1) {
+    return {};
+  }
   const std::size_t found = columns.front().find_first_of(";\t|");
-  if (found == std::string::npos) return {};
+  if (found == std::string::npos) {
+    return {};
+  }
   const char separator = columns.front()[found];
   return fmt::format("Fields are parted by commas, and this file seems to part them by {}.\n",
                      separator == '\t' ? "tabs" : fmt::format("\"{}\"", separator));
@@ -113,7 +121,9 @@ std::string adviceOnColumn(const std::string& wanted, std::span<const std::strin
 
 std::vector<std::string> Vocabulary::names() const {
   std::vector<std::string> all = aggregates;
-  for (const ElementFunction& function : elementFunctions) all.push_back(function.name);
+  for (const ElementFunction& function : elementFunctions) {
+    all.push_back(function.name);
+  }
   return all;
 }
 
@@ -124,7 +134,9 @@ void checkCalls(const Formula& formula, const Vocabulary& vocabulary) {
 void checkColumns(const Formula& formula, std::span<const std::string> columns) {
   for (const Step& step : formula.steps) {
     const auto* column = std::get_if<Column>(&step.what);
-    if (column == nullptr || std::ranges::find(columns, column->name) != columns.end()) continue;
+    if (column == nullptr || std::ranges::find(columns, column->name) != columns.end()) {
+      continue;
+    }
     throw FormulaError(formula.text, step.place,
                        fmt::format("there is no column \"{}\"", shortened(column->name)),
                        adviceOnColumn(column->name, columns));

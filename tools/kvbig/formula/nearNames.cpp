@@ -45,7 +45,9 @@ std::size_t mostEdits(std::size_t length) {
 
 std::vector<std::string> spelled(std::span<const std::string> names, Spelling spelling) {
   std::vector<std::string> all(names.begin(), names.end());
-  if (spelling != nullptr) std::ranges::transform(all, all.begin(), spelling);
+  if (spelling != nullptr) {
+    std::ranges::transform(all, all.begin(), spelling);
+  }
   std::ranges::transform(all, all.begin(), shortened);
   return all;
 }
@@ -53,12 +55,18 @@ std::vector<std::string> spelled(std::span<const std::string> names, Spelling sp
 }  // namespace
 
 std::vector<std::string> nearNames(std::string_view wanted, std::span<const std::string> names) {
-  if (wanted.size() > kLongestCompared) return {};
+  if (wanted.size() > kLongestCompared) {
+    return {};
+  }
   std::vector<std::pair<std::size_t, std::string>> found;
   for (const std::string& name : names) {
-    if (name.size() > kLongestCompared) continue;
+    if (name.size() > kLongestCompared) {
+      continue;
+    }
     const std::size_t edits = distance(lowered(wanted), lowered(name));
-    if (edits <= mostEdits(std::max(wanted.size(), name.size()))) found.emplace_back(edits, name);
+    if (edits <= mostEdits(std::max(wanted.size(), name.size()))) {
+      found.emplace_back(edits, name);
+    }
   }
   const auto editsOf = [](const auto& entry) { return entry.first; };
   std::ranges::stable_sort(found, {}, editsOf);
@@ -67,7 +75,9 @@ std::vector<std::string> nearNames(std::string_view wanted, std::span<const std:
   }
   found.resize(std::min(found.size(), kMostNear));
   std::vector<std::string> near;
-  for (auto& [edits, name] : found) near.push_back(std::move(name));
+  for (auto& [edits, name] : found) {
+    near.push_back(std::move(name));
+  }
   return near;
 }
 
@@ -79,8 +89,9 @@ std::string listNames(std::string_view kind, std::string_view wanted,
   }
   const auto listed = spelled(names.first(std::min(names.size(), kMostListed)), spelling);
   text += fmt::format("The {} there are: {}", kind, fmt::join(listed, ", "));
-  if (listed.size() < names.size())
+  if (listed.size() < names.size()) {
     text += fmt::format(" and {} more", names.size() - listed.size());
+  }
   return text + ".";
 }
 

@@ -42,7 +42,9 @@ const Operator* findOperator(const Operator (&table)[N], const Token& token) {
 
 std::string trimmed(std::string_view text) {
   const auto first = text.find_first_not_of(" \t\n\r");
-  if (first == std::string_view::npos) return {};
+  if (first == std::string_view::npos) {
+    return {};
+  }
   return std::string(text.substr(first, text.find_last_not_of(" \t\n\r") - first + 1));
 }
 
@@ -55,9 +57,13 @@ class Parser {
 
   Formula run() {
     readLabel();
-    if (current().kind == Token::Kind::End) fail(current().place, "there is no formula here");
+    if (current().kind == Token::Kind::End) {
+      fail(current().place, "there is no formula here");
+    }
     readExpression(kLowest);
-    if (current().kind != Token::Kind::End) failAtLeftover();
+    if (current().kind != Token::Kind::End) {
+      failAtLeftover();
+    }
     return std::move(formula_);
   }
 
@@ -82,7 +88,9 @@ class Parser {
 
   void readLabel() {
     const bool isName = current().kind == Kind::Name || current().kind == Kind::QuotedName;
-    if (!isName || !tokens_[at_ + 1].isSymbol("=")) return;
+    if (!isName || !tokens_[at_ + 1].isSymbol("=")) {
+      return;
+    }
     formula_.label = current().text;
     formula_.isNamed = true;
     at_ += 2;
@@ -92,13 +100,17 @@ class Parser {
     const Nesting nesting(*this);
     readOperand();
     while (const Operator* infix = findOperator(kInfix, current())) {
-      if (infix->precedence < loosest) return;
+      if (infix->precedence < loosest) {
+        return;
+      }
       const Span place = current().place;
       ++at_;
       const bool groupsFromRight = infix->precedence == kPower;
       readExpression(groupsFromRight ? infix->precedence : infix->precedence + 1);
       add(Call{std::string(infix->function), 2}, place);
-      if (infix->precedence == kComparison) refuseChain();
+      if (infix->precedence == kComparison) {
+        refuseChain();
+      }
     }
   }
 
@@ -111,7 +123,9 @@ class Parser {
 
   void readOperand() {
     const Token& token = current();
-    if (const Operator* prefix = findOperator(kPrefix, token)) return readPrefixed(*prefix);
+    if (const Operator* prefix = findOperator(kPrefix, token)) {
+      return readPrefixed(*prefix);
+    }
     switch (token.kind) {
       case Kind::Number:
         ++at_;
@@ -125,7 +139,9 @@ class Parser {
       case Kind::Name:
         return readName();
       case Kind::Symbol:
-        if (token.isSymbol("(")) return readParenthesized();
+        if (token.isSymbol("(")) {
+          return readParenthesized();
+        }
         [[fallthrough]];
       case Kind::End:
         failAtMissingOperand();
@@ -157,13 +173,18 @@ class Parser {
   /// Requires: a number.
   static Constant negative(const Constant& constant) {
     constexpr std::uint64_t kBelow = std::uint64_t{1} << 63;  // -kBelow is the smallest int64
-    if (const auto* number = std::get_if<double>(&constant.value))
+    if (const auto* number = std::get_if<double>(&constant.value)) {
       return {-*number, constant.isRounded};
+    }
     const auto* integer = std::get_if<std::int64_t>(&constant.value);
     const std::uint64_t whole =
         integer ? static_cast<std::uint64_t>(*integer) : std::get<std::uint64_t>(constant.value);
-    if (integer && whole == kBelow) return {kBelow};
-    if (integer || whole <= kBelow) return {static_cast<std::int64_t>(0 - whole)};
+    if (integer && whole == kBelow) {
+      return {kBelow};
+    }
+    if (integer || whole <= kBelow) {
+      return {static_cast<std::int64_t>(0 - whole)};
+    }
     const Constant nearest = nearestDouble(fmt::format("{}", whole));
     return {-std::get<double>(nearest.value), nearest.isRounded};
   }
@@ -178,9 +199,15 @@ class Parser {
   void readName() {
     const Token& name = current();
     ++at_;
-    if (current().isSymbol("(")) return readCall(name);
-    if (name.text == "true") return add(Constant{true}, name.place);
-    if (name.text == "false") return add(Constant{false}, name.place);
+    if (current().isSymbol("(")) {
+      return readCall(name);
+    }
+    if (name.text == "true") {
+      return add(Constant{true}, name.place);
+    }
+    if (name.text == "false") {
+      return add(Constant{false}, name.place);
+    }
     add(Column{name.text}, name.place);
   }
 
@@ -191,7 +218,9 @@ class Parser {
     refuseAllColumns(name);
     if (!current().isSymbol(")")) {
       do {
-        if (inputs++ > 0) ++at_;
+        if (inputs++ > 0) {
+          ++at_;
+        }
         readExpression(kLowest);
       } while (current().isSymbol(","));
     }
@@ -201,7 +230,9 @@ class Parser {
 
   /// `count(*)`, as other languages count rows.
   void refuseAllColumns(const Token& function) const {
-    if (!current().isSymbol("*") || !tokens_[at_ + 1].isSymbol(")")) return;
+    if (!current().isSymbol("*") || !tokens_[at_ + 1].isSymbol(")")) {
+      return;
+    }
     const std::string advice = fmt::format("Did you mean {}(x), of a column x?", function.text);
     fail(current().place, "\"*\" isn't a column",
          lowered(function.text) != "count"
@@ -210,8 +241,12 @@ class Parser {
   }
 
   void close(Span open) {
-    if (current().kind == Kind::End) fail(open, "this \"(\" is never closed");
-    if (!current().isSymbol(")")) failAtLeftover();
+    if (current().kind == Kind::End) {
+      fail(open, "this \"(\" is never closed");
+    }
+    if (!current().isSymbol(")")) {
+      failAtLeftover();
+    }
     ++at_;
   }
 
@@ -234,7 +269,9 @@ class Parser {
     const auto isWord = [](const Token& token) {
       return token.kind == Kind::Name || token.kind == Kind::Number;
     };
-    if (at_ == 0 || tokens_[at_ - 1].kind != Kind::Name || !isWord(current())) return {};
+    if (at_ == 0 || tokens_[at_ - 1].kind != Kind::Name || !isWord(current())) {
+      return {};
+    }
     const std::size_t begin = tokens_[at_ - 1].place.begin;
     const std::string name = formula_.text.substr(begin, current().place.end - begin);
     return fmt::format("If both are one column's name, put it in backquotes: {}.",
@@ -242,7 +279,9 @@ class Parser {
   }
 
   [[noreturn]] void failAtMissingOperand() const {
-    if (current().kind == Kind::End) fail(current().place, "the formula ends too early");
+    if (current().kind == Kind::End) {
+      fail(current().place, "the formula ends too early");
+    }
     fail(current().place,
          fmt::format("expected a column, a value or a function before \"{}\"", shown(current())));
   }
@@ -252,7 +291,9 @@ class Parser {
       fail(current().place, "\"=\" names a result and may only follow the formula's first word",
            "Write == to compare.");
     }
-    if (current().isSymbol(")")) fail(current().place, "this \")\" closes nothing");
+    if (current().isSymbol(")")) {
+      fail(current().place, "this \")\" closes nothing");
+    }
     fail(current().place, fmt::format("expected an operator before \"{}\"", shown(current())),
          adviceOnTwoWords());
   }

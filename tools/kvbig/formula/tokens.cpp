@@ -32,8 +32,12 @@ bool continuesName(char c) { return startsName(c) || isDigit(c) || c == '.'; }
 std::optional<Constant> integerOf(std::string_view digits) {
   std::uint64_t whole = 0;
   const auto [end, status] = std::from_chars(digits.data(), digits.data() + digits.size(), whole);
-  if (status != std::errc()) return std::nullopt;
-  if (std::in_range<std::int64_t>(whole)) return Constant{static_cast<std::int64_t>(whole)};
+  if (status != std::errc()) {
+    return std::nullopt;
+  }
+  if (std::in_range<std::int64_t>(whole)) {
+    return Constant{static_cast<std::int64_t>(whole)};
+  }
   return Constant{whole};
 }
 
@@ -63,23 +67,35 @@ class Tokenizer {
       throw FormulaError(formula_.substr(0, *bad), {*bad, *bad},
                          "the formula goes on with bytes that aren't UTF-8 text");
     }
-    while (skipSpace(), at_ < formula_.size()) tokens_.push_back(next());
+    while (skipSpace(), at_ < formula_.size()) {
+      tokens_.push_back(next());
+    }
     tokens_.push_back({Token::Kind::End, "", {}, {at_, at_}});
     return std::move(tokens_);
   }
 
  private:
   void skipSpace() {
-    while (at_ < formula_.size() && isSpace(formula_[at_])) ++at_;
+    while (at_ < formula_.size() && isSpace(formula_[at_])) {
+      ++at_;
+    }
   }
 
   Token next() {
     const char c = formula_[at_];
     const char following = at_ + 1 < formula_.size() ? formula_[at_ + 1] : '\0';
-    if (isDigit(c) || (c == '.' && isDigit(following))) return number();
-    if (startsName(c)) return name();
-    if (c == '"' || c == '\'') return quotedText(c);
-    if (c == '`') return quotedName();
+    if (isDigit(c) || (c == '.' && isDigit(following))) {
+      return number();
+    }
+    if (startsName(c)) {
+      return name();
+    }
+    if (c == '"' || c == '\'') {
+      return quotedText(c);
+    }
+    if (c == '`') {
+      return quotedName();
+    }
     return symbol();
   }
 
@@ -90,7 +106,9 @@ class Tokenizer {
     const auto [end, status] = std::from_chars(first, formula_.data() + formula_.size(), value);
     at_ = begin + static_cast<std::size_t>(end - first);
     if (at_ < formula_.size() && continuesName(formula_[at_])) {
-      while (at_ < formula_.size() && continuesName(formula_[at_])) ++at_;
+      while (at_ < formula_.size() && continuesName(formula_[at_])) {
+        ++at_;
+      }
       fail({begin, at_},
            fmt::format("\"{}\" is neither a number nor a name", shortened(since(begin))),
            "A column's name that starts with a digit must be written in backquotes.");
@@ -103,14 +121,18 @@ class Tokenizer {
 
   Constant constantOf(Span place, double value) const {
     const std::string_view written = since(place.begin);
-    if (!std::ranges::all_of(written, isDigit)) return {value};
+    if (!std::ranges::all_of(written, isDigit)) {
+      return {value};
+    }
     const std::optional<Constant> integer = integerOf(written);
     return integer ? *integer : nearestDouble(written);
   }
 
   Token name() {
     const std::size_t begin = at_;
-    while (at_ < formula_.size() && continuesName(formula_[at_])) ++at_;
+    while (at_ < formula_.size() && continuesName(formula_[at_])) {
+      ++at_;
+    }
     return {Token::Kind::Name, std::string(since(begin)), {}, {begin, at_}};
   }
 
@@ -122,7 +144,9 @@ class Tokenizer {
         text += formula_[at_];
         continue;
       }
-      if (++at_ == formula_.size()) break;
+      if (++at_ == formula_.size()) {
+        break;
+      }
       const std::optional<char> meant = unescape(formula_[at_]);
       if (!meant) {
         fail({at_ - 1, at_ + 1}, "unknown escape in a text",
@@ -142,7 +166,9 @@ class Tokenizer {
     std::string text;
     for (; at_ < formula_.size(); ++at_) {
       if (formula_[at_] == '`') {
-        if (at_ + 1 >= formula_.size() || formula_[at_ + 1] != '`') break;
+        if (at_ + 1 >= formula_.size() || formula_[at_ + 1] != '`') {
+          break;
+        }
         ++at_;
       }
       text += formula_[at_];
@@ -200,9 +226,13 @@ std::string columnAsWritten(std::string_view name) {
   const bool isPlain = !name.empty() && startsName(name.front()) &&
                        std::ranges::all_of(name, continuesName) && name != "true" &&
                        name != "false";
-  if (isPlain) return std::string(name);
+  if (isPlain) {
+    return std::string(name);
+  }
   std::string quoted = "`";
-  for (const char c : name) quoted += c == '`' ? "``" : std::string(1, c);
+  for (const char c : name) {
+    quoted += c == '`' ? "``" : std::string(1, c);
+  }
   return quoted + '`';
 }
 

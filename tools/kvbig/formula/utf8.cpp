@@ -26,11 +26,19 @@ constexpr Form kForms[] = {
 std::size_t characterLength(std::string_view text) {
   const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
   for (const Form& form : kForms) {
-    if (byte(0) < form.leadFirst || byte(0) > form.leadLast) continue;
-    if (text.size() < form.length) return 0;
-    if (form.length > 1 && (byte(1) < form.secondFirst || byte(1) > form.secondLast)) return 0;
+    if (byte(0) < form.leadFirst || byte(0) > form.leadLast) {
+      continue;
+    }
+    if (text.size() < form.length) {
+      return 0;
+    }
+    if (form.length > 1 && (byte(1) < form.secondFirst || byte(1) > form.secondLast)) {
+      return 0;
+    }
     for (std::size_t i = 2; i < form.length; ++i) {
-      if ((byte(i) & 0xC0) != 0x80) return 0;
+      if ((byte(i) & 0xC0) != 0x80) {
+        return 0;
+      }
     }
     return form.length;
   }
@@ -42,7 +50,9 @@ std::size_t characterLength(std::string_view text) {
 std::optional<std::size_t> findInvalidUtf8(std::string_view text) {
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t length = characterLength(text.substr(at));
-    if (length == 0) return at;
+    if (length == 0) {
+      return at;
+    }
     at += length;
   }
   return std::nullopt;

@@ -158,7 +158,7 @@ class KV_HOST_API Session {
   /// Copy construction: a new object of the same class with the same stored properties.
   Value copyInstance(const kxArray* object);
 
-  // --- Save and load: see docs/format.md ---
+  // Save and load: see docs/format.md.
 
   /// Saves a value with all objects that it leads to. The file appears whole or not at all: a crash
   /// or an error leaves what was there before.

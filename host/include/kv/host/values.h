@@ -43,7 +43,7 @@ struct Call {
 /// The body of a function or method. A method finds the object as its first input.
 using NativeBody = std::function<void(const Call&)>;
 
-// --- Making values ------------------------------------------------------------------------------
+// Making values.
 
 inline Value makeDouble(double value) { return matrix::from_kalvex(kxCreateDoubleScalar(value)); }
 inline Value makeLogical(bool value) { return matrix::from_kalvex(kxCreateLogicalScalar(value)); }
@@ -59,7 +59,7 @@ KV_HOST_API Value makeFunctionHandle(std::string_view name);
 /// A handle of a native callable; `name` is what it is called in stacks and messages.
 KV_HOST_API Value makeFunctionHandle(std::string name, NativeBody body);
 
-// --- Reading values -----------------------------------------------------------------------------
+// Reading values.
 // Each raises "KALVEX:validateattributes:invalidType" with "Input", what was expected, what came.
 
 KV_HOST_API double toDouble(const kxArray* value);
@@ -86,7 +86,7 @@ KV_HOST_API bool isTrusted(const kxArray* value) noexcept;
 /// be evaluated. Anything else passes. Errors: "KALVEX:load:NotTrusted" with `what`.
 KV_HOST_API void requireTrusted(const kxArray* value, std::string_view what);
 
-// --- Calls --------------------------------------------------------------------------------------
+// Calls.
 
 /// Calls by name with one output.
 KV_HOST_API Value call(kcos::NameRef name, std::span<const kxArray* const> inputs);
@@ -104,7 +104,7 @@ KV_HOST_API bool isLibraryFunction(std::string_view name);
 /// Property of a scalar object, by the rights of public code.
 KV_HOST_API Value getProperty(const kxArray* object, kcos::NameRef name);
 
-// --- Objects of language classes ----------------------------------------------------------------
+// Objects of language classes.
 // For bodies of the class: property slots by name with the class's own rights, and the C++ value
 // that an object may own.
 
