@@ -20,6 +20,8 @@
 #include "kv/runtime/csv.h"
 #include "runtime/readAll.h"
 #include "source/SourceFile.h"
+#include "source/csv/CsvReader.h"
+#include "source/csv/CsvSchema.h"
 #include "support/TempFolder.h"
 
 namespace kv::runtime {
@@ -219,17 +221,12 @@ TEST_F(CsvDatastore, InfersATypeFromTheFirstBlockOrFileThatHasAValue) {
     }
     return rows;
   }();
-  const std::string noValuesFor16MiB = [] {
-    std::string rows = "x,t\n";
-    for (int row = 0; row < 17; ++row) {
-      rows += std::string(1 << 20, 'x') + ",NA\n";
-    }
-    return rows;
-  }();
+  constexpr std::int64_t kBlock = 32 * 1024 * 3, kFile = 40'000 * 3 + 1;  // bytes of records
   struct Case {
     std::vector<std::string> files;
     ElementType type;
     bool isUndecided;
+    std::int64_t inferenceBytes = kInferenceBytes;
   };
   const Case cases[] = {
       {{noValues + "1,a\n"}, ElementType::String, false},
@@ -238,22 +235,30 @@ TEST_F(CsvDatastore, InfersATypeFromTheFirstBlockOrFileThatHasAValue) {
       {{"x,t\n", "x,t\n1,\n", "x,t\n1,a\n"}, ElementType::String, false},
       {{"x,t\n1,\n", "x,t\n1,2\n", "x,t\n1,a\n"}, ElementType::Double, false},
       {{"x,t\n1,\n", "x,t\n1,NA\n"}, ElementType::Double, true},
-      {{noValuesFor16MiB, "x,t\n1,a\n"}, ElementType::Double, true},
+      {{noValues + "1,a\n"}, ElementType::String, false, kBlock + 1},
+      {{noValues + "1,a\n"}, ElementType::Double, true, kBlock},
+      {{noValues, "x,t\n1,2\n"}, ElementType::Double, false, kFile + 1},
+      {{noValues, "x,t\n1,a\n"}, ElementType::String, false, kFile + 1},
+      {{noValues, "x,t\n1,a\n"}, ElementType::Double, true, kFile},
   };
+  std::vector<SourceFile> files;
+  Schema schema;
   for (const Case& each : cases) {
-    std::vector<std::string> paths;
+    files.clear();
     for (const std::string& text : each.files) {
-      paths.push_back(folder_.write(std::to_string(paths.size()) + ".csv", text));
+      const std::string name = std::to_string(files.size()) + ".csv";
+      files.push_back(SourceFile::look(folder_.write(name, text)));
     }
-    const ColumnInfo found = openCsv(paths)->schema()[1];
-    EXPECT_EQ(found, (ColumnInfo{"t", each.type, each.isUndecided})) << &each - cases;
+    schema = readCsvSchema(files, {}, each.inferenceBytes);
+    EXPECT_EQ(schema[1], (ColumnInfo{"t", each.type, each.isUndecided})) << &each - cases;
   }
-  const auto late = openCsv({folder_.path("0.csv"), folder_.path("1.csv")});
-  const DataError error = dataErrorOf([&] { allValues<double>(*late, "t"); });
+  const CancellationToken never;
+  const DataError error =
+      dataErrorOf([&] { CsvReader(files.back(), 1, schema, {"t"}, never).next(); });
   EXPECT_EQ(error.arguments().back(), "string");
-  EXPECT_THAT(error.what(), HasSubstr("no value was found"));
-  EXPECT_THAT(allTexts(*openCsv({folder_.path("1.csv")}, {{"t", "string"}}), "t"),
-              ElementsAre("a"));
+  EXPECT_THAT(error.what(), HasSubstr("because its first values come after those"));
+  const auto whole = openCsv({folder_.path("0.csv"), folder_.path("1.csv")});
+  EXPECT_EQ(allTexts(*whole, "t").back(), "a");
 }
 
 TEST_F(CsvDatastore, GivesEveryColumnANameOfItsOwn) {

@@ -78,7 +78,9 @@ const FaultText& textsOf(FieldFault fault) {
 
 /// Why the column has the type that doesn't hold the field, where that isn't plain.
 const char* originOf(const ColumnInfo& info) {
-  return info.isUndecided ? " (no value was found in its first rows, so it counts as numbers)" : "";
+  return info.isUndecided
+             ? " because its first values come after those from which types are inferred"
+             : "";
 }
 
 }  // namespace

@@ -87,7 +87,8 @@ class ColumnInference {
 };
 
 /// Reads no further than it must: most often the first block of the first file.
-void inferTypes(std::span<const SourceFile> files, std::vector<ColumnInference> columns) {
+void inferTypes(std::span<const SourceFile> files, std::vector<ColumnInference> columns,
+                std::int64_t inferenceBytes) {
   std::int64_t bytes = 0;
   for (const SourceFile& file : files) {
     if (columns.empty()) {
@@ -102,7 +103,7 @@ void inferTypes(std::span<const SourceFile> files, std::vector<ColumnInference> 
       }
       std::erase_if(columns, [&](ColumnInference& column) { return column.decide(*block); });
       bytes += static_cast<std::int64_t>(block->records.size());
-      if (bytes >= kInferenceBytes) {
+      if (bytes >= inferenceBytes) {
         return;
       }
     }
@@ -111,7 +112,8 @@ void inferTypes(std::span<const SourceFile> files, std::vector<ColumnInference> 
 
 }  // namespace
 
-Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types) {
+Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
+                     std::int64_t inferenceBytes) {
   const Names names = CsvBlocks(files.front(), kHeaderBytes).readHeader();
   for (const SourceFile& file : files.subspan(1)) {
     throwIfColumnsDiffer(file, files.front(), names);
@@ -132,7 +134,7 @@ Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOv
       inferred.emplace_back(index, schema[index]);
     }
   }
-  inferTypes(files, std::move(inferred));
+  inferTypes(files, std::move(inferred), inferenceBytes);
   return schema;
 }
 

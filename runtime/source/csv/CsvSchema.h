@@ -10,18 +10,22 @@
 
 namespace kv::runtime {
 
-/// Bytes of records from which types are inferred at most, all files together.
-inline constexpr std::int64_t kInferenceBytes = 16 << 20;
+/// Bytes of records, all files together, in which a column without a value so far is looked for
+/// one: a second or two, since a file may be long and a column of it empty throughout.
+inline constexpr std::int64_t kInferenceBytes = 256 << 20;
 
 /// The columns of CSV files that make one table: names from the header of the first, types from the
 /// fields except where `types` fix them (see openCsv()).
 ///
+/// Result:   a column without a value in the first `inferenceBytes`, counted to the end of a block,
+///           is undecided.
 /// Requires: at least one file.
 /// Errors: DataError "KALVEX:datastore:DifferentColumns" when the header of a file has other
 /// columns
 ///         than the first, or has them in another order; "KALVEX:datastore:UnknownColumn",
 ///         "KALVEX:datastore:UnknownType"; and as CsvBlocks.
-Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types);
+Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
+                     std::int64_t inferenceBytes = kInferenceBytes);
 
 /// The place in `schema` of the column called `name`.
 ///

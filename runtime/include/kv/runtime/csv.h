@@ -34,7 +34,7 @@ TypeOverride parseTypeOverride(std::string_view text);
 ///
 /// Types: a column is double when every field in the first block (1 MiB or 32,768 records) of the
 /// first file is a number or missing, and string otherwise; `types` fixes others. Where a column
-/// has no value in that block, the next block or file with one decides, up to 16 MiB in all. A
+/// has no value in that block, the next block or file with one decides, up to 256 MiB in all. A
 /// column without any value there counts as double. What a type can't hold ends the reading with an
 /// error that names the smallest type that would; no type changes while reading.
 ///
@@ -46,8 +46,9 @@ TypeOverride parseTypeOverride(std::string_view text);
 /// Errors: DataError when a path leads to nothing, a file can't be read, isn't text, has no header
 /// or
 ///         other columns than the first, or `types` name a column or a type that doesn't exist.
-/// Cost:   reads the header of each file and the first block of the first; further blocks and files
-///         only for columns without a value so far.
+/// Cost:   reads the header of each file and the first block of the first. Further blocks and files
+///         are read only while a column has no value and `types` don't fix it: up to 256 MiB where
+///         one is empty throughout, a second or two.
 std::unique_ptr<Datastore> openCsv(const std::vector<std::string>& paths,
                                    const std::vector<TypeOverride>& types = {});
 
