@@ -1,5 +1,6 @@
 #include "source/PathExpansion.h"
 
+#include <dirent.h>
 #include <fmt/format.h>
 #include <glob.h>
 
@@ -7,6 +8,7 @@
 #include <cctype>
 #include <cerrno>
 #include <filesystem>
+#include <memory>
 #include <new>
 #include <system_error>
 
@@ -27,18 +29,28 @@ bool isVisibleCsv(const fs::path& file) {
   return ending == ".csv" && file.filename().string().front() != '.';
 }
 
-std::vector<std::string> csvFilesIn(const std::string& folder) {
-  std::vector<std::string> files;
-  std::error_code failure;
-  for (fs::directory_iterator entry(folder, failure), end; !failure && entry != end;
-       entry.increment(failure)) {
-    std::error_code ignored;
-    if (isVisibleCsv(entry->path()) && !fs::is_directory(entry->path(), ignored)) {
-      files.push_back(entry->path().string());
-    }
+struct CloseFolder {
+  void operator()(DIR* folder) const noexcept { ::closedir(folder); }
+};
+
+/// The iterator of std::filesystem isn't used: it ends the process when memory is short.
+std::vector<std::string> csvFilesIn(const std::string& path) {
+  const std::unique_ptr<DIR, CloseFolder> folder(::opendir(path.c_str()));
+  if (folder == nullptr) {
+    throwUnreachable(path, errno);
   }
-  if (failure) {
-    throwUnreachable(folder, failure.value());
+  std::vector<std::string> files;
+  errno = 0;
+  while (const dirent* entry = ::readdir(folder.get())) {
+    const fs::path file = fs::path(path) / entry->d_name;
+    std::error_code ignored;
+    if (isVisibleCsv(file) && !fs::is_directory(file, ignored)) {
+      files.push_back(file.string());
+    }
+    errno = 0;
+  }
+  if (errno != 0) {
+    throwUnreachable(path, errno);
   }
   return files;
 }

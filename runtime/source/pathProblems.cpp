@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <new>
 #include <optional>
 #include <system_error>
 
@@ -66,6 +67,9 @@ void throwNotReadable(const std::string& path, const std::string& reason) {
 }
 
 void throwUnreachable(const std::string& path, int error) {
+  if (error == ENOMEM) {
+    throw std::bad_alloc();
+  }
   const bool isOnTheWay = error == ENOENT || error == EACCES || error == ELOOP || error == ENOTDIR;
   if (const auto problem = isOnTheWay ? problemOnTheWay(path) : std::nullopt) {
     throwNotReadable(path, *problem);

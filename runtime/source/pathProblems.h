@@ -14,7 +14,8 @@ namespace kv::runtime {
 ///
 /// Errors: always DataError. "KALVEX:datastore:FileNotFound" when there is nothing of that name;
 ///         "KALVEX:datastore:FileNotReadable" for a dangling link, a loop of links, a folder on the
-///         way that may not be entered, or else with the system's own reason.
+///         way that may not be entered, or else with the system's own reason. std::bad_alloc when
+///         memory was short.
 [[noreturn]] void throwUnreachable(const std::string& path, int error);
 
 /// Errors: DataError "KALVEX:datastore:FileNotReadable" when `status` is that of a pipe, a device,

@@ -163,7 +163,7 @@ class Calling final : public RuntimeScenario {
 class FrontEnd final : public Scenario {
  public:
   host::Session* session() override { return &session_->impl().host; }
-  FrontEnd() : path_(folder_.write("a.csv", "x,y,word\n1,10,a\n2,20,b\n3,NA,\n")) {}
+  FrontEnd() { folder_.write("a.csv", "x,y,word\n1,10,a\n2,20,b\n3,NA,\n"); }
 
   std::string run() override {
     const Table table = session_->read(path_);
@@ -187,7 +187,7 @@ class FrontEnd final : public Scenario {
   inline static const BlockFunction kOwn = own;
 
   TempFolder folder_;
-  std::string path_;
+  std::string path_ = folder_.path();
   std::unique_ptr<Session> session_ = std::make_unique<Session>();
 };
 
