@@ -21,8 +21,9 @@ constexpr host::CatalogueEntry kMessages[] = {
     {"KALVEX:array:NeedsTable", "{0} needs a table, got an array."},
     {"KALVEX:array:UnknownColumn", "There is no column {0}. There are: {1}."},
     {"KALVEX:array:RowsDiffer",
-     "Rows don't match: {0} rows from {1}, but {2} rows from {3}. Both must be rows of one source, "
-     "filtered in the same way; any other value must have one row."},
+     "The rows of {0} and of {1} are not the same. Both must be rows of one source, filtered in "
+     "the "
+     "same way{2}."},
     {"KALVEX:array:WrongRowCount",
      "{0} was given {1} rows and must return as many, but returned {2}."},
     {"KALVEX:array:MaxNumSlices", "{0} must take at least 1 row at a time, not {1}."},

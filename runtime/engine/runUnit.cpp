@@ -170,13 +170,17 @@ class UnitRun {
   [[noreturn]] void refuseValue(std::size_t step, std::size_t input) const {
     const StageInput& value = *inputSlot(step, input).whole;
     const std::int64_t rows = value.places ? value.places->rows() : value.column.rows();
-    const bool mayNotSpread = value.places || rows != 1 || !stage_.steps()[step].spec->spreads;
+    const bool spreads = stage_.steps()[step].spec->spreads;
+    const bool mayNotSpread = value.places || rows != 1 || !spreads;
     const std::vector<std::size_t>& others = stage_.steps()[step].inputs;
     for (std::size_t other = 0; other < others.size(); ++other) {
       if (mayNotSpread && !inputSlot(step, other).isWhole()) {
+        const std::string described =
+            fmt::format("{} ({} row{})", describeInput(step, input), rows, rows == 1 ? "" : "s");
+        const bool mayHaveOneRow = spreads && !value.places;
         host::raise("KALVEX:array:RowsDiffer",
-                    {std::to_string(rows), describeInput(step, input),
-                     std::to_string(chunkOf(step, other).rows()), describeInput(step, other)});
+                    {described, describeInput(step, other),
+                     mayHaveOneRow ? "; a value in memory must have one row" : ""});
       }
     }
     host::raise("KALVEX:array:NeedsRows", {stage_.steps()[step].spec->label});
@@ -186,9 +190,7 @@ class UnitRun {
     const RowOrdinals& rowsA = chunkOf(step, a).ordinals;
     const RowOrdinals& rowsB = chunkOf(step, b).ordinals;
     if (!haveSameRows(rowsA, rowsB)) {
-      host::raise("KALVEX:array:RowsDiffer",
-                  {std::to_string(rowsA.rows()), describeInput(step, a),
-                   std::to_string(rowsB.rows()), describeInput(step, b)});
+      host::raise("KALVEX:array:RowsDiffer", {describeInput(step, a), describeInput(step, b), ""});
     }
   }
 

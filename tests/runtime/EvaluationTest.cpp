@@ -61,7 +61,8 @@ TEST_F(Evaluation, WhichRowsAValueHasIsKnownAndNotCounted) {
   const Value five = host::call("gather", {x.get()});  // a value of its own, no longer a column
   const auto error = errorOf([&] { gather(element("plus", five, y)); });
   EXPECT_EQ(error.identifier, "KALVEX:array:RowsDiffer");
-  EXPECT_THAT(error.arguments, ElementsAre("5", "a value in memory", "3", HasSubstr("column y")));
+  EXPECT_THAT(error.arguments, ElementsAre("a value in memory (5 rows)", HasSubstr("column y"),
+                                           "; a value in memory must have one row"));
 
   const Value elsewhere = column(table({kFirst, kSecond}), "x");
   gather(elsewhere);
@@ -69,7 +70,7 @@ TEST_F(Evaluation, WhichRowsAValueHasIsKnownAndNotCounted) {
                                   {host::getProperty(elsewhere.get(), "ValueFuture").get(),
                                    host::getProperty(x.get(), "PartitionMetadata").get()});
   EXPECT_THAT(errorOf([&] { gather(element("plus", posing, y)); }).arguments,
-              ElementsAre("5", HasSubstr("column x"), "3", HasSubstr("column y")));
+              ElementsAre(HasSubstr("column x"), HasSubstr("column y"), ""));
 
   const Value one = filter(element("eq", x, 4), x);
   const Value other = filter(element("eq", x, 5), y);
@@ -98,9 +99,9 @@ TEST_F(Evaluation, RowsThatArentTheSameAreRefusedEvenIfThereAreAsMany) {
   const Value withoutLast = filter(element("lt", x, 3), x);
   const auto error = errorOf([&] { gather(element("plus", withoutFirst, withoutLast)); });
   EXPECT_EQ(error.identifier, "KALVEX:array:RowsDiffer");
-  EXPECT_THAT(error.arguments, ElementsAre("2", HasSubstr("filter"), "2", HasSubstr("filter")));
+  EXPECT_THAT(error.arguments, ElementsAre(HasSubstr("filter"), HasSubstr("filter"), ""));
   const auto counts = errorOf([&] { gather(element("plus", withoutFirst, x)); });
-  EXPECT_THAT(counts.arguments, ElementsAre("2", HasSubstr("filter"), "3", HasSubstr("column x")));
+  EXPECT_THAT(counts.arguments, ElementsAre(HasSubstr("filter"), HasSubstr("column x"), ""));
 }
 
 TEST_F(Evaluation, TwoSourcesShareAnEvaluationButNoRows) {

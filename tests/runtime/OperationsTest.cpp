@@ -116,7 +116,8 @@ TEST_F(Operations, PlacesOfAnotherCutAreNotTheRowsOfASource) {
   for (const Value& rows : {column(t, "y"), matrix::sharedCopy(y.get())}) {
     const auto error = errorOf([&] { gather(element("plus", rows, x)); });
     EXPECT_EQ(error.identifier, "KALVEX:array:RowsDiffer") << error.message;
-    EXPECT_THAT(error.arguments, ElementsAre("5", testing::_, "3", testing::_)) << "before any row";
+    EXPECT_THAT(error.arguments, ElementsAre(HasSubstr("(5 rows)"), testing::_, ""))
+        << "before any row";
   }
   EXPECT_THAT(gather(aggregate("sum", x)), ElementsAre(15)) << "a cut of its own";
 }
@@ -187,9 +188,10 @@ TEST_F(Operations, SlicesAreRowsAndStrictOnesDontSpread) {
   const Value plus = host::makeFunctionHandle("kv.element.plus");
   EXPECT_THAT(gather(slices("slicefun", plus, x, host::makeDouble(1))), ElementsAre(2, 3, 4, 5, 6));
   EXPECT_THAT(gather(slices("strictslicefun", plus, x, y)), ElementsAre(11, 22, 33, 44, 55));
-  EXPECT_EQ(
-      errorOf([&] { gather(slices("strictslicefun", plus, x, host::makeDouble(1))); }).identifier,
-      "KALVEX:array:RowsDiffer");
+  const auto strict =
+      errorOf([&] { gather(slices("strictslicefun", plus, x, host::makeDouble(1))); });
+  EXPECT_EQ(strict.identifier, "KALVEX:array:RowsDiffer");
+  EXPECT_THAT(strict.arguments, ElementsAre("a value in memory (1 row)", testing::_, ""));
   const Value swap = host::makeFunctionHandle("swap", [](const host::Call& call) {
     call.out(0, matrix::sharedCopy(call.in(1)));
     call.out(1, matrix::sharedCopy(call.in(0)));
