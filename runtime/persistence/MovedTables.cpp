@@ -148,6 +148,12 @@ std::vector<std::string> keyOf(const Table& table) {
   return key;
 }
 
+[[noreturn]] void throwTwice(const SourceMove& first, const SourceMove& second) {
+  throw DataError("KALVEX:datastore:SourceGivenTwice", {second.from, first.to, second.to},
+                  fmt::format("'{}' is given twice, to be replaced by '{}' and by '{}'.",
+                              shownText(second.from), shownText(first.to), shownText(second.to)));
+}
+
 Table replaceFiles(std::vector<Move>& moves, const Table& table) {
   Replacement replacement;
   for (const SourceFile& file : table.files) {
@@ -180,6 +186,10 @@ Table replaceFiles(std::vector<Move>& moves, const Table& table) {
 MovedTables::MovedTables(std::vector<SourceMove> moves) {
   for (SourceMove& move : moves) {
     std::string absolute = absoluteOf(move.from);
+    const auto same = std::ranges::find(moves_, absolute, &Move::absoluteFrom);
+    if (same != moves_.end()) {
+      throwTwice(same->said, move);
+    }
     moves_.push_back({std::move(move), std::move(absolute), false});
   }
 }

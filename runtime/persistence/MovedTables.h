@@ -20,6 +20,7 @@ class MovedTables {
     bool isUsed = false;
   };
 
+  /// Errors: as SourceMoves.
   explicit MovedTables(std::vector<SourceMove> moves);
 
   /// A table that a file brought, with its files replaced.

@@ -175,8 +175,11 @@ TEST_F(Save, ReadsOtherDataIfTheOpenerSaysSo) {
   const std::string older = folder.write("older.csv", "x,y\n1,2\n");
   const std::string newer = folder.write("newer.csv", "x\n2\n3\n");
   session.save(file, std::vector<NamedArray>{{"n", sum(session.read(older).column("x"))}});
+  const auto errorOfMoves = [&](const std::vector<MovedData>& moves) {
+    return errorOf([&] { other.open(file, {Trust::No, moves}); });
+  };
   const auto idOfMove = [&](const std::string& from, const std::string& to) {
-    return errorOf([&] { other.open(file, {Trust::No, {{from, to}}}); }).identifier();
+    return errorOfMoves({{from, to}}).identifier();
   };
 
   const Opened opened = other.open(file, {Trust::Yes, {{older, newer}}});
@@ -185,6 +188,10 @@ TEST_F(Save, ReadsOtherDataIfTheOpenerSaysSo) {
   EXPECT_EQ(idOfMove("elsewhere", newer), "KALVEX:datastore:UnknownSource");
   EXPECT_EQ(idOfMove(older, folder.write("z.csv", "z\n2\n")), "KALVEX:datastore:MissingColumn");
   EXPECT_EQ(idOfMove(older, "elsewhere"), "KALVEX:datastore:FileNotFound");
+  const std::string again = folder.path("./older.csv");
+  const Error twice = errorOfMoves({{older, newer}, {again, "b"}});
+  EXPECT_EQ(twice.identifier(), "KALVEX:datastore:SourceGivenTwice");
+  EXPECT_EQ(twice.arguments(), (std::vector{again, newer, std::string("b")}));
 }
 
 /// A file with a structure of the fields that a file of arrays has, of one element each.

@@ -190,6 +190,9 @@ def test_data_that_doesnt_fit_is_refused(run: Run) -> None:
         ("=new.csv", 2, 'expects OLD=NEW, and got "=new.csv"'),
     ]
     (run.folder / "words.csv").write_text("x\nword\n")
+    twice = ("--data", "part=1/x=2.csv=small.csv", "--data", "part=1/x=2.csv=whole.csv")
+    message = refused(run, "open", "kept.kv", *twice, code=2)
+    assert "'part=1/x=2.csv' is given twice, to be replaced by 'small.csv' and by" in message
     for data, code, part in said:
         message = refused(run, "open", "kept.kv", "--trust", "--data", data, code=code)
         assert part in message, message

@@ -22,7 +22,8 @@ constexpr std::string_view kSource = "KALVEX:datastore:";
 /// Errors of the datastore that lie in the request, not in the data.
 constexpr std::string_view kRequest[] = {
     "KALVEX:datastore:UnknownColumn", "KALVEX:datastore:UnknownType",
-    "KALVEX:datastore:BadTypeOverride", "KALVEX:datastore:UnknownSource"};
+    "KALVEX:datastore:BadTypeOverride", "KALVEX:datastore:UnknownSource",
+    "KALVEX:datastore:SourceGivenTwice"};
 
 /// Errors of a field that another type of its column would hold: argument 3 is the column, 6 the
 /// type.

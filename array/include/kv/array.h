@@ -253,8 +253,9 @@ class Session {
   /// saved stay as they are.
   ///
   /// Errors: besides those above, Error "KALVEX:datastore:UnknownSource" for data that no array
-  /// reads, "KALVEX:datastore:MissingColumn", "KALVEX:datastore:DifferentColumns" where only some
-  /// files of a table are replaced, and those of `read`.
+  /// reads, "KALVEX:datastore:SourceGivenTwice" for data that two options replace,
+  /// "KALVEX:datastore:MissingColumn", "KALVEX:datastore:DifferentColumns" where only some files of
+  /// a table are replaced, and those of `read`.
   Opened open(const std::string& path, const OpenOptions& options, Where where = Where::current());
 
   /// Defines what the function of that name, given to `map` before it was saved, does.

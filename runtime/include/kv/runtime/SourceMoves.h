@@ -34,6 +34,9 @@ struct SourceMove {
 /// Threads: that of the session.
 class SourceMoves {
  public:
+  /// Errors: DataError "KALVEX:datastore:SourceGivenTwice" when two moves have the same `from`,
+  /// also
+  ///         if it is written in two ways; with it and both `to`.
   explicit SourceMoves(std::vector<SourceMove> moves);
   ~SourceMoves();
   SourceMoves(const SourceMoves&) = delete;
