@@ -5,10 +5,12 @@
 namespace kv {
 
 Error::Error(std::string identifier, const std::string& message, std::vector<std::string> arguments,
-             std::vector<StackFrame> stack, std::shared_ptr<const Error> cause)
+             std::vector<StackFrame> stack, std::shared_ptr<const Error> cause,
+             const ErrorPlace& place)
     : std::runtime_error(message),
-      details_(std::make_shared<const Details>(Details{std::move(identifier), std::move(arguments),
-                                                       std::move(stack), std::move(cause)})) {}
+      details_(
+          std::make_shared<const Details>(Details{std::move(identifier), std::move(arguments),
+                                                  std::move(stack), std::move(cause), place})) {}
 
 Error::~Error() = default;
 

@@ -1,13 +1,17 @@
 #include "publicCall.h"
 
+#include <cstdint>
 #include <new>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "fl/i18n.h"
 #include "foundation/exception.h"
 #include "kv/host/errors.h"
+#include "kv/host/values.h"
 #include "kv/runtime/IdentifiedError.h"
 #include "kv/runtime/runtime.h"
 
@@ -15,7 +19,24 @@ namespace kv {
 
 namespace {
 
-Error toError(const host::ErrorRecord& record) {
+/// Null for an exception that has no such number.
+std::optional<std::int64_t> numberIn(const kxArray* exception, std::string_view property) {
+  const host::Value value = host::getSlot(exception, kcos::NameRef::of(property));
+  const bool isNumber = kxGetClassID(value.get()) == kxDOUBLE_CLASS && kxIsScalar(value.get());
+  return isNumber ? std::optional(static_cast<std::int64_t>(kxGetScalar(value.get())))
+                  : std::nullopt;
+}
+
+ErrorPlace placeOf(const kcos::COSInterfacePtr& thrown) {
+  const host::Value exception = matrix::from_kalvex(kcos::omCreateKCOSScalar(thrown));
+  if (thrown->isDeleted() || !kxIsA(exception.get(), "kalvex.bigdata.BigDataException")) {
+    return {};
+  }
+  return {numberIn(exception.get(), "partition"), numberIn(exception.get(), "firstRow"),
+          numberIn(exception.get(), "lastRow")};
+}
+
+Error toError(const host::ErrorRecord& record, const ErrorPlace& place = {}) {
   std::vector<StackFrame> stack;
   for (const host::Frame& frame : record.stack) {
     stack.push_back({frame.file, frame.name, frame.line});
@@ -24,7 +45,8 @@ Error toError(const host::ErrorRecord& record) {
   if (!record.causes.empty()) {
     cause = std::make_shared<Error>(toError(record.causes.front()));
   }
-  return {record.identifier, record.message, record.arguments, std::move(stack), std::move(cause)};
+  return {record.identifier, record.message,   record.arguments,
+          std::move(stack),  std::move(cause), place};
 }
 
 Error toError(const foundation::core::except::IMsgIDException& native) {
@@ -54,7 +76,7 @@ Error unexpected(const std::string& text) {
   } catch (const Interrupted&) {
     throw;
   } catch (const Torvane::KException::KExceptionEnvelope& envelope) {
-    throw toError(host::errorRecord(envelope));
+    throw toError(host::errorRecord(envelope), placeOf(envelope.getException()));
   } catch (const foundation::core::except::IMsgIDException& native) {
     throw toError(native);
   } catch (const runtime::IdentifiedError& error) {

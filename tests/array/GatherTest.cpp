@@ -93,6 +93,9 @@ TEST_F(Gather, RefusesInputsWhoseRowsDontMatch) {
   const Array x = read("x\n1\n2\n3\n").column("x");
   const Error error = errorOf([&] { (x + filter(x, x > 1)).gather(); });
   EXPECT_EQ(error.identifier(), "KALVEX:array:RowsDiffer");
+  EXPECT_EQ(error.place().partition, 1);
+  EXPECT_EQ(error.place().firstRow, 1);
+  EXPECT_EQ(error.place().lastRow, 3);
   EXPECT_EQ(number(sum(x)), 6) << "the session goes on";
 }
 
@@ -103,6 +106,8 @@ TEST_F(Gather, TellsWhatIsWrongWithAFile) {
   const Error error = errorOf([&] { x.gather(); });
   EXPECT_EQ(error.identifier(), "KALVEX:datastore:RaggedRow");
   EXPECT_THAT(error.what(), HasSubstr("table.csv"));
+  EXPECT_EQ(error.place().partition, 1);
+  EXPECT_FALSE(error.place().firstRow || error.place().lastRow);
 }
 
 TEST_F(Gather, ExplainsAPlanWithoutReading) {

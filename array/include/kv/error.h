@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -13,14 +15,23 @@ struct StackFrame {
   int line = 0;
 };
 
-/// An error of the product: id, message, arguments, the user's stack and the cause. Copies share
-/// them, so that copying an error never fails.
+/// Where in the data an evaluation failed; empty where that isn't known, or the error is of another
+/// kind. Numbers count from 1.
+struct ErrorPlace {
+  std::optional<std::int64_t> partition{};
+  std::optional<std::int64_t> firstRow{};  ///< in the partition, of those that failed together
+  std::optional<std::int64_t> lastRow{};   ///< included
+};
+
+/// An error of the product: id, message, arguments, the user's stack, the place in the data and the
+/// cause. Copies share them, so that copying an error never fails.
 ///
 /// Any call may end in "KALVEX:OutOfMemory".
 class Error : public std::runtime_error {
  public:
   Error(std::string identifier, const std::string& message, std::vector<std::string> arguments = {},
-        std::vector<StackFrame> stack = {}, std::shared_ptr<const Error> cause = nullptr);
+        std::vector<StackFrame> stack = {}, std::shared_ptr<const Error> cause = nullptr,
+        const ErrorPlace& place = {});
   ~Error() override;
 
   const std::string& identifier() const { return details_->identifier; }
@@ -28,6 +39,9 @@ class Error : public std::runtime_error {
   /// Innermost frame first.
   const std::vector<StackFrame>& stack() const { return details_->stack; }
   const std::shared_ptr<const Error>& cause() const { return details_->cause; }
+  /// Of an evaluation that failed in a partition: which one and, where a step failed, on which
+  /// rows. An error in a file has its file and row as arguments instead of the rows.
+  const ErrorPlace& place() const { return details_->place; }
 
  private:
   struct Details {
@@ -35,6 +49,7 @@ class Error : public std::runtime_error {
     std::vector<std::string> arguments;
     std::vector<StackFrame> stack;
     std::shared_ptr<const Error> cause;
+    ErrorPlace place;
   };
 
   std::shared_ptr<const Details> details_;
