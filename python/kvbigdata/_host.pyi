@@ -75,7 +75,7 @@ class Session:
         """The bytes that `save` would write."""
 
     def load_bytes(self, data: bytes | bytearray | memoryview, trusted: bool = False) -> Any:
-        """The value in the bytes of a file, as `load` gives it."""
+        """The value in the bytes of a file, as `load` gives it. Memory other than `bytes` is copied, and need not be contiguous."""
 
     def collect(self) -> int:
         """Runs the collector; the number of objects freed."""

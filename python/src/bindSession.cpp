@@ -144,18 +144,29 @@ nb::bytes saveBytes(const PySession& self, nb::handle value) {
   });
 }
 
+/// The bytes of a buffer in their logical order, whatever its strides.
+std::string copyOfBuffer(nb::handle data) {
+  Py_buffer view;
+  if (PyObject_GetBuffer(data.ptr(), &view, PyBUF_FULL_RO) != 0) {
+    throw nb::python_error();
+  }
+  const std::unique_ptr<Py_buffer, decltype(&PyBuffer_Release)> release(&view, PyBuffer_Release);
+  std::string copy(static_cast<std::size_t>(view.len), '\0');
+  if (PyBuffer_ToContiguous(copy.data(), &view, view.len, 'C') != 0) {
+    throw nb::python_error();
+  }
+  return copy;
+}
+
 nb::object loadBytes(const PySession& self, nb::handle data, bool trusted) {
   return in(self, [&](host::Session& session) {
-    Py_buffer view;
-    if (PyObject_GetBuffer(data.ptr(), &view, PyBUF_SIMPLE) != 0) {
-      throw nb::python_error();
-    }
-    const std::unique_ptr<Py_buffer, decltype(&PyBuffer_Release)> release(&view, PyBuffer_Release);
-    const std::string_view lent(static_cast<const char*>(view.buf),
-                                static_cast<std::size_t>(view.len));
     // What is checked mustn't change before it is read: only the memory of `bytes` never does.
-    const std::string copy(PyBytes_CheckExact(data.ptr()) ? std::string_view() : lent);
-    return toPython(session.loadBytes(copy.empty() ? lent : copy, trusted).get());
+    if (PyBytes_CheckExact(data.ptr())) {
+      const std::string_view lent(PyBytes_AS_STRING(data.ptr()),
+                                  static_cast<std::size_t>(PyBytes_GET_SIZE(data.ptr())));
+      return toPython(session.loadBytes(lent, trusted).get());
+    }
+    return toPython(session.loadBytes(copyOfBuffer(data), trusted).get());
   });
 }
 
@@ -255,7 +266,8 @@ void bindFiles(Class& session) {
            nb::sig("def load_bytes(self, data: bytes | bytearray | memoryview, trusted: bool = "
                    "False) -> "
                    "typing.Any"),
-           "The value in the bytes of a file, as `load` gives it.");
+           "The value in the bytes of a file, as `load` gives it. Memory other than `bytes` is "
+           "copied, and need not be contiguous.");
 }
 
 void bindState(Class& session) {

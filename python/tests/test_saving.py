@@ -169,6 +169,8 @@ def test_files_that_arent_there_or_whole_are_refused(session, tmp_path):
     assert refused.value.identifier == "KALVEX:save:CannotWrite"
     with pytest.raises(TypeError):
         session.load_bytes("text")
+    saved = session.save_bytes(1.0)
+    assert session.load_bytes(memoryview(saved[::-1])[::-1]) == 1.0  # with a stride of -1
 
 
 def test_a_source_that_changed_is_refused_by_name(session, tmp_path):
