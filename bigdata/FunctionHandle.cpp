@@ -1,3 +1,7 @@
+// A failure inside a user's function happens long after the user wrote the call, in code that the
+// user never sees. So the handle keeps the stack of the user's line from the time it was made, and
+// every error that leaves `feval` gets that stack attached before it is raised again.
+
 #include "FunctionHandle.h"
 
 #include <boost/container/small_vector.hpp>
@@ -35,7 +39,7 @@ ArrayPtr clientStack() {
   return ki::callHost("kalvex.bigdata.BigDataException.getClientStack");
 }
 
-/// A stack that is given wins, and the flag isn't looked at then.
+/// A stack that the caller gives takes precedence; the flag isn't read then.
 ArrayPtr chooseErrorStack(const kxArray* errorStack, const kxArray* captureErrorStack) {
   if (errorStack != nullptr) {
     return sharedCopy(errorStack);
@@ -43,7 +47,7 @@ ArrayPtr chooseErrorStack(const kxArray* errorStack, const kxArray* captureError
   return ki::toLogical(captureErrorStack, true) ? clientStack() : nullptr;
 }
 
-/// Unlike the conversion to double, this one names just the class of what came.
+/// Unlike the conversion to double, this one's error names only the class of the value.
 double chooseMaxNumSlices(const kxArray* value) {
   if (value == nullptr) {
     return kNoLimit;

@@ -5,19 +5,19 @@
 
 namespace bigdata {
 
-/// The function that an operation applies to a user's data, with what is needed to report its
-/// failure where the user can act on it: the stack of the line that the user wrote.
+/// The function that an operation applies to a user's data, together with the stack of the line
+/// that the user wrote, so that a failure is reported where the user can act on it.
 class FunctionHandle : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.FunctionHandle";
 
-  /// For an object whose properties are loaded afterwards.
+  /// For load: the properties are set afterwards.
   explicit FunctionHandle(const ki::KalvexManagedConstructInfo& info);
-  /// Reports against the current user stack; no limit on slices.
+  /// Reports failures against the current user stack and sets no limit on slices.
   FunctionHandle(const ki::KalvexManagedConstructInfo& info, matrix::ArrayPtr handle);
   FunctionHandle(const ki::KalvexManagedConstructInfo& info, matrix::ArrayPtr handle,
                  matrix::ArrayPtr errorStack, double maxNumSlices);
-  /// The handle, then the names "MaxNumSlices", "ErrorStack" and "CaptureErrorStack" with values.
+  /// Takes the handle, then name-value pairs: "MaxNumSlices", "ErrorStack", "CaptureErrorStack".
   /// Errors: "KALVEX:NotEnoughInputs", those of the name-value list,
   ///         "KALVEX:validateattributes:invalidType".
   FunctionHandle(const ki::KalvexManagedConstructInfo& info, int nrhs, const kxArray** prhs);
@@ -30,19 +30,19 @@ class FunctionHandle : public ki::KalvexManagedObject {
   const kxArray* getErrorStack() const { return errorStack_.get(); }
   void setErrorStack(matrix::ArrayPtr value);
 
-  /// Limit on the slices per call; infinite for none.
+  /// Maximum number of slices per call; infinite for no limit.
   double getMaxNumSlices() const { return maxNumSlices_; }
   void setMaxNumSlices(double value) { maxNumSlices_ = value; }
 
-  /// Calls the function. Errors: those of the function, by way of `throwAsFunction`.
+  /// Calls the function. Errors: those of the function, through `throwAsFunction`.
   void feval(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs) const;
 
-  /// Raises `error`, a KException, as an error of this function: made a
-  /// "kalvex.bigdata.BigDataException" that bears the submission stack. Returns only if the host's
+  /// Raises `error`, a KException, as an error of this function: it becomes a
+  /// "kalvex.bigdata.BigDataException" with the submission stack. Returns only if the host's
   /// "updateAndRethrow" does.
   void throwAsFunction(matrix::ArrayPtr error) const;
 
-  /// A new object around the same function; a callable that can be copied is copied.
+  /// A new object around the same function. A callable that supports copying is copied.
   ki::KalvexManagedPtr<FunctionHandle> copy() const;
   ki::KalvexManagedPtr<FunctionHandle> copyWithNewHandle(matrix::ArrayPtr handle) const;
 

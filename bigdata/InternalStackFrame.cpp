@@ -15,12 +15,12 @@ namespace {
 
 using matrix::ArrayPtr;
 
-/// The session's snapshot; null when none stands.
+/// The session's snapshot; null if there is none.
 struct UserStack {
   ArrayPtr snapshot;
 };
 
-/// Null when none stands.
+/// Null if there is none.
 const kxArray* snapshot() {
   const UserStack* stack = util::findSessionSlot<UserStack, UserStack>();
   return stack == nullptr ? nullptr : stack->snapshot.get();
@@ -32,7 +32,7 @@ void setSnapshot(ArrayPtr stack) {
 
 ArrayPtr liveStack() { return matrix::from_kalvex(inGetKfunctionStack(1, 1, 0)); }
 
-/// Stores a snapshot unless one stands: `stack`, or the live one for null.
+/// Stores a snapshot unless there is one already: `stack`, or the live stack for null.
 /// Result: whether it was stored.
 bool claimSnapshot(ArrayPtr stack) {
   if (snapshot() != nullptr) {

@@ -35,14 +35,14 @@ class PartitionMetadataCosClassInfo final
 
 const ki::ClassKcosRegistration<PartitionMetadataCosClassInfo> registration;
 
-/// Null if the input is, or if it has no strategy.
+/// Null if the input is null or has no strategy.
 StrategyPtr strategyOf(const kxArray* input) {
   const MetadataPtr metadata = ki::fromArray<MetadataPtr>(input);
   const PartitionMetadata* present = metadata.get();
   return present == nullptr ? nullptr : present->getStrategy().lock();
 }
 
-/// The strategy of a metadata input as a host value; null for none.
+/// The strategy of a metadata input as a host value; null if it has none.
 ArrayPtr strategyArrayOf(const kxArray* input) {
   const MetadataPtr metadata = ki::fromArray<MetadataPtr>(input);
   const PartitionMetadata* present = metadata.get();

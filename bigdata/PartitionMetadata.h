@@ -5,14 +5,14 @@
 
 namespace bigdata {
 
-/// What an array knows about how it is partitioned: its strategy.
+/// What is known about the partitioning of an array: its strategy.
 class PartitionMetadata : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.PartitionMetadata";
 
-  /// For an object that is loaded: no strategy until it is set.
+  /// For load: no strategy until it is set.
   explicit PartitionMetadata(const ki::KalvexManagedConstructInfo& info);
-  /// From whatever stands for a strategy (`createPartitionStrategy`).
+  /// From any value that denotes a strategy (see `createPartitionStrategy`).
   PartitionMetadata(const ki::KalvexManagedConstructInfo& info, matrix::ArrayPtr partitioning);
   PartitionMetadata(const ki::KalvexManagedConstructInfo& info,
                     const ki::KalvexManagedPtr<executor::PartitionStrategy>& strategy);

@@ -12,8 +12,8 @@ class PartitionedArrayOptions : public ki::KalvexManagedObject {
 
   /// The defaults.
   explicit PartitionedArrayOptions(const ki::KalvexManagedConstructInfo& info);
-  /// From names and values: "RequiresRandState", "RandStreamFactory", "PassTaggedInputs".
-  /// Errors: those of the name-value list, of the logical conversion.
+  /// From name-value pairs: "RequiresRandState", "RandStreamFactory", "PassTaggedInputs".
+  /// Errors: those of the name-value list and of the logical conversion.
   PartitionedArrayOptions(const ki::KalvexManagedConstructInfo& info, int nrhs,
                           const kxArray** prhs);
 
@@ -21,14 +21,14 @@ class PartitionedArrayOptions : public ki::KalvexManagedObject {
   bool getRequiresRandState() const { return requiresRandState_; }
   void setRequiresRandState(bool value) { requiresRandState_ = value; }
 
-  /// Another name for it, which can't disagree.
+  /// An alias of the same flag.
   bool getRequiresGlobalState() const { return requiresRandState_; }
 
-  /// A host object that makes a random stream for each partition; null if none.
+  /// A host object that makes a random stream for each partition; null for none.
   const kxArray* getRandStreamFactory() const { return randStreamFactory_.get(); }
   void setRandStreamFactory(matrix::ArrayPtr value);
 
-  /// Kept for host code.
+  /// Stored for host code; not used here.
   bool getPassTaggedInputs() const { return passTaggedInputs_; }
   void setPassTaggedInputs(bool value) { passTaggedInputs_ = value; }
 

@@ -16,21 +16,21 @@ namespace {
 
 using matrix::ArrayPtr;
 
-/// Classes of values that are there, although they are objects in some hosts.
+/// Classes of values that are already in memory, although they are objects in some hosts.
 constexpr std::array<std::string_view, 10> kLocalClasses{
     "string", "datetime", "duration", "calendarDuration", "categorical",
     "half",   "pattern",  "table",    "timetable",        "RandStream"};
 
-/// Classes of values that live elsewhere.
+/// Classes of values that are held elsewhere.
 constexpr std::array<std::string_view, 5> kRemoteClasses{"gpuArray", "tall", "codistributed",
                                                          "distributed", "dlarray"};
 
-/// Cells, structures, logicals, characters, numbers and function handles. 5 is no class.
+/// Cells, structures, logicals, characters, numbers and function handles. Id 5 is not assigned.
 bool isBuiltInClass(kxClassID classId) {
   return classId >= kxCELL_CLASS && classId <= kxFUNCTION_CLASS && classId != 5;
 }
 
-/// A method that the class only declares counts too.
+/// A method that the class only declares counts as well.
 bool hasGatherMethod(std::string_view className) {
   using kcos::internal::makeInterned;
   return kcos::COSClass::getClass(makeInterned(kcos::NameRef::of(className)))

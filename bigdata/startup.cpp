@@ -9,7 +9,7 @@ void KVInitialize_libkvbigdata() {
     bigdata::ki::registerAllClasses();
     return;
   }
-  static std::once_flag registered;  // stays unset when the registration throws
+  static std::once_flag registered;  // stays unset if the registration throws
   std::call_once(registered, bigdata::ki::registerAllClasses);
 }
 

@@ -4,7 +4,7 @@
 
 namespace bigdata::executor {
 
-/// Any number of partitions will do: the executor picks the count.
+/// Any number of partitions is allowed: the executor picks the count.
 class ArbitraryPartitionStrategy final : public PartitionStrategy {
  public:
   static constexpr kcos::NameRef kHostClassName =

@@ -4,8 +4,8 @@
 
 namespace bigdata::executor {
 
-/// One value that every partition of its partners sees whole: a single partition, which fits any
-/// other strategy in alignment.
+/// A single partition whose value every partition of the other inputs sees whole. It aligns with
+/// any other strategy.
 class BroadcastPartitionStrategy final : public PartitionStrategy {
  public:
   static constexpr kcos::NameRef kHostClassName =

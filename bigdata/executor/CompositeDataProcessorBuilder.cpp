@@ -1,3 +1,8 @@
+// The builders of a composite processor form a graph that the host asks for as plain tables, so
+// that it can assemble the processor without following native pointers. The traversal uses an
+// explicit stack and identity, not ids: graphs may be arbitrarily deep, and a graph that contains a
+// builder and its loaded copy has two builders with the same id.
+
 #include "executor/CompositeDataProcessorBuilder.h"
 
 #include <unordered_set>
@@ -41,8 +46,8 @@ ArrayPtr edgeTable(const std::vector<Edge>& edges) {
   return table;
 }
 
-/// The edges of one target are adjacent, so the count starts again where the target's id changes.
-/// Two builders with one id, such as one and its loaded copy, share a count if they are adjacent.
+/// The edges of one target are adjacent, so the count restarts where the target's id changes.
+/// Two adjacent builders with the same id, such as one and its loaded copy, share a count.
 ArrayPtr ordinalColumn(const std::vector<Edge>& edges) {
   ArrayPtr column = matrix::from_kalvex(kxCreateDoubleMatrix(edges.size(), 1, 0));
   auto* ordinals = static_cast<double*>(kxGetMutableData(column.get()));

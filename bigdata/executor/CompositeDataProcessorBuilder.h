@@ -12,9 +12,9 @@
 
 namespace bigdata::executor {
 
-/// One node of a graph of data processors that will run as a single composite one: an inner node
-/// with the builders of its inputs and a factory for its processor, or a global input, which tells
-/// which outer input it stands for.
+/// A node in a graph of data processors that runs as a single composite processor. It is either an
+/// inner node, with the builders of its inputs and a factory for its processor, or a global input,
+/// which names the outer input that it represents.
 class CompositeDataProcessorBuilder : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName =
@@ -25,9 +25,9 @@ class CompositeDataProcessorBuilder : public ki::KalvexManagedObject {
   using Builders = std::vector<BuilderPtr>;
   using StrategyPtr = ki::KalvexManagedPtr<PartitionStrategy>;
 
-  /// For an object that is loaded: without an id.
+  /// For load: without an id.
   explicit CompositeDataProcessorBuilder(const ki::KalvexManagedConstructInfo& info);
-  /// Errors: "KALVEX:class:InvalidHandle" for a null or deleted builder, here and in the next.
+  /// Errors: "KALVEX:class:InvalidHandle" for a null or deleted builder, also in the next overload.
   CompositeDataProcessorBuilder(const ki::KalvexManagedConstructInfo& info,
                                 const Builders& inputBuilders,
                                 matrix::ArrayPtr dataProcessorFactory);
@@ -35,7 +35,7 @@ class CompositeDataProcessorBuilder : public ki::KalvexManagedObject {
                                 const Builders& inputBuilders,
                                 matrix::ArrayPtr dataProcessorFactory,
                                 const StrategyPtr& outputPartitionStrategy);
-  /// A global input: by position for a number, by name for a text.
+  /// A global input: selected by position if `input` is a number, by name if it is text.
   /// Errors: those of the conversions to count and text.
   CompositeDataProcessorBuilder(const ki::KalvexManagedConstructInfo& info, matrix::ArrayPtr input);
   CompositeDataProcessorBuilder(const ki::KalvexManagedConstructInfo& info, std::u16string inputId);
@@ -54,21 +54,21 @@ class CompositeDataProcessorBuilder : public ki::KalvexManagedObject {
   const kxArray* getDataProcessorFactory() const { return dataProcessorFactory_.get(); }
   void setDataProcessorFactory(matrix::ArrayPtr value);
 
-  /// Name of the global input that this stands for; empty for none.
+  /// Name of the global input that this represents; empty for none.
   std::u16string getInputId() const { return inputId_; }
   void setInputId(std::u16string value) { inputId_ = std::move(value); }
 
-  /// Position of the global input that this stands for; 0 for none.
+  /// Position of the global input that this represents; 0 for none.
   std::size_t getInputOrdinal() const { return inputOrdinal_; }
   void setInputOrdinal(std::size_t value) { inputOrdinal_ = value; }
 
-  /// Partitioning of the output, if the node prescribes one.
+  /// Partitioning of the output, if the node fixes it.
   const ki::PropertyPtr<PartitionStrategy>& getOutputPartitionStrategy() const {
     return outputPartitionStrategy_;
   }
   void setOutputPartitionStrategy(const StrategyPtr& value);
 
-  /// The graph that host code keeps here.
+  /// A slot in which host code keeps its graph.
   const kxArray* getGraph() const { return graph_.get(); }
   void setGraph(matrix::ArrayPtr value);
 
@@ -79,17 +79,16 @@ class CompositeDataProcessorBuilder : public ki::KalvexManagedObject {
   /// Calls the object's own method "feval" with two arguments.
   matrix::ArrayPtr feval(const kxArray* first, const kxArray* second) const;
 
-  /// All builders that this one reaches, itself first, each once: depth first, the last input of
-  /// each before the others.
+  /// All builders reachable from this one, each once, itself first: depth first, following the last
+  /// input of each builder before the others.
   ///
-  /// Errors: "KALVEX:class:InvalidHandle" if one was deleted.
+  /// Errors: "KALVEX:class:InvalidHandle" if one of them was deleted.
   Builders findAllBuilders() const;
 
-  /// The graph of all builders: the builders as by `findAllBuilders`; the edges, an N-by-2 string
-  /// array of the ids of input and target; and for each edge the position of the input among those
-  /// of its target, an N-by-1 double array counting from 1. Edges are listed builder by builder,
-  /// each in the order of its inputs; the positions of adjacent targets with one id are counted
-  /// through.
+  /// The graph of all builders: the builders, as in `findAllBuilders`; the edges, an N-by-2 string
+  /// array of input id and target id; and the position of each edge's input among the inputs of its
+  /// target, an N-by-1 double array counting from 1. Edges are listed builder by builder, in the
+  /// order of the inputs. Adjacent targets with the same id share one count of positions.
   std::tuple<Builders, matrix::ArrayPtr, matrix::ArrayPtr> findAllDependencies() const;
 
  private:
@@ -101,7 +100,7 @@ class CompositeDataProcessorBuilder : public ki::KalvexManagedObject {
   ki::PropertyPtr<PartitionStrategy> outputPartitionStrategy_;
   ki::PropertyArrayPtr graph_;
 
-  /// Draws the next id.
+  /// Tag: draws the next id.
   struct NewId {};
   CompositeDataProcessorBuilder(const ki::KalvexManagedConstructInfo& info, NewId);
 };

@@ -73,7 +73,7 @@ ki::KalvexManagedPtr<PartitionStrategy> FixedNumPartitionStrategy::fixNumPartiti
   return getSelf<PartitionStrategy>();
 }
 
-/// A caller from outside may hand in a strategy of any class: another class isn't compatible.
+/// A caller may pass a strategy of any class; a different class isn't compatible.
 bool FixedNumPartitionStrategy::typedIsCompatible(const PartitionStrategy& other) const {
   const auto* fixed = dynamic_cast<const FixedNumPartitionStrategy*>(&other);
   return fixed != nullptr && fixed->numPartitions_ == numPartitions_;

@@ -4,18 +4,18 @@
 
 namespace bigdata::executor {
 
-/// The count of partitions is settled.
+/// The number of partitions is fixed.
 class FixedNumPartitionStrategy final : public PartitionStrategy {
  public:
   static constexpr kcos::NameRef kHostClassName =
       "kalvex.bigdata.internal.executor.FixedNumPartitionStrategy";
 
-  /// For an object that is loaded: no partitions until the count is set.
+  /// For load: no partitions until the count is set.
   explicit FixedNumPartitionStrategy(const ki::KalvexManagedConstructInfo& info);
   /// Errors: "KALVEX:bigdata:array:InternalError" for 0.
   FixedNumPartitionStrategy(const ki::KalvexManagedConstructInfo& info, std::size_t numPartitions);
 
-  /// Stores the count of a loaded object, unchecked.
+  /// Stores the count of a loaded object without checking it.
   void setMinNumPartitions(std::size_t value) { numPartitions_ = value; }
 
   std::size_t getMinNumPartitions() const override;

@@ -10,11 +10,11 @@ class COSClient;
 
 namespace bigdata::executor {
 
-/// The native face of a strategy that is written in the language: each operation asks the object's
-/// own property or method of that name.
+/// The native part of a strategy that is written in the host's language: each operation reads the
+/// object's own property, or calls its own method, of the same name.
 ///
-/// Errors: "KALVEX:bigdata:array:InternalError" with "Could not find method ", class and method for
-/// a missing one; those of the conversion of what comes back.
+/// Errors: "KALVEX:bigdata:array:InternalError" with "Could not find method ", class and method if
+/// a method is missing; those of the conversion of the result.
 class KalvexImplementedPartitionStrategy final : public PartitionStrategy {
  public:
   KalvexImplementedPartitionStrategy(const ki::KalvexManagedConstructInfo& info,
@@ -43,7 +43,7 @@ class KalvexImplementedPartitionStrategy final : public PartitionStrategy {
   matrix::ArrayPtr self() const;
   kcos::COSInternedBase classId() const;
   matrix::ArrayPtr property(kcos::NameRef name) const;
-  /// Calls the object's method with the object first.
+  /// Calls the object's method with the object as first argument.
   matrix::ArrayPtr call(kcos::NameRef method, std::initializer_list<const kxArray*> inputs) const;
 
   const kcos::COSClient* client_;

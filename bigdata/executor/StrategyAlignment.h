@@ -4,18 +4,18 @@
 
 namespace bigdata::executor {
 
-/// Finds the one strategy that several share. Broadcasts and null fit anything and have no vote; of
-/// the others the first one aligns each that follows.
+/// Finds the strategy that several inputs share. Broadcast strategies and null are compatible with
+/// everything and are skipped. The first of the others aligns each that follows.
 class StrategyAlignment {
  public:
   /// Errors: "KALVEX:bigdata:array:IncompatibleTallIndexing" if the class differs from that of the
-  ///         strategies before, "KALVEX:class:InvalidHandle" for a deleted one.
+  ///         strategies added before; "KALVEX:class:InvalidHandle" for a deleted one.
   void add(const ki::KalvexManagedPtr<PartitionStrategy>& strategy);
 
-  /// Null if nothing had a vote.
+  /// Null if all were skipped.
   const ki::KalvexManagedPtr<PartitionStrategy>& result() const { return result_; }
 
-  /// A new broadcast strategy if nothing had a vote.
+  /// As `result`, but a new broadcast strategy if all were skipped.
   ki::KalvexManagedPtr<PartitionStrategy> resultOrBroadcast() const;
 
  private:

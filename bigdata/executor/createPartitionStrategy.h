@@ -5,8 +5,8 @@
 
 namespace bigdata::executor {
 
-/// The strategy that a host value stands for: `[]` or null the arbitrary one, a number a fixed one,
-/// a strategy itself, a datastore its own.
+/// The strategy that a host value denotes: `[]` or null the arbitrary one, a number a fixed one, a
+/// strategy itself, a datastore its own strategy.
 ///
 /// Errors: "KALVEX:bigdata:array:InternalError" for anything else, or a count of 0.
 ki::KalvexManagedPtr<PartitionStrategy> createPartitionStrategy(const kxArray* value);

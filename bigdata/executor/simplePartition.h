@@ -10,7 +10,7 @@ namespace bigdata::executor {
 /// `numPartitions`.
 matrix::ArrayPtr createSimplePartition(std::size_t partitionIndex, std::size_t numPartitions);
 
-/// Errors: "KALVEX:bigdata:array:InternalError" if the index isn't from 1 to `numPartitions`.
+/// Errors: "KALVEX:bigdata:array:InternalError" if the index isn't in 1 to `numPartitions`.
 void checkPartitionIndex(std::size_t partitionIndex, std::size_t numPartitions);
 
 }  // namespace bigdata::executor

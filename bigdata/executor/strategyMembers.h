@@ -5,8 +5,8 @@
 #include "executor/PartitionStrategy.h"
 #include "ki/CosClassBuilder.h"
 
-/// The rows that the class tables of all native strategies share. Each calls the virtual operation
-/// through the object.
+/// The rows that the class tables of all native strategies share. Each row calls the virtual
+/// operation.
 namespace bigdata::executor {
 
 template <class Strategy>
@@ -15,7 +15,7 @@ void addMinNumPartitions(ki::CosClassBuilder<Strategy>& table) {
                  ki::Access::Immutable);
 }
 
-/// The properties behind "MinNumPartitions", then the methods.
+/// Adds the properties from "MinNumPartitions" on, then the methods.
 template <class Strategy>
 void addStrategyMembers(ki::CosClassBuilder<Strategy>& table) {
   using Base = PartitionStrategy;

@@ -20,7 +20,7 @@ using ki::PropertyPtr;
 
 namespace {
 
-/// Whether an output is partition independent, by the flags given to a constructor.
+/// Whether an output is partition independent, according to the flags given to a constructor.
 ///
 /// Requires: `flags` was checked against the number of outputs.
 bool flagOfOutput(const ki::typed_row_vector<bool>& flags, std::size_t output) {
@@ -30,7 +30,7 @@ bool flagOfOutput(const ki::typed_row_vector<bool>& flags, std::size_t output) {
   return flags[flags.size() == 1 ? 0 : output];
 }
 
-/// One link from `owner` to each of `targets`, in order; the old links are given up first.
+/// One link from `owner` to each of `targets`, in order; the old links are released first.
 template <class T>
 void replaceLinks(std::vector<PropertyPtr<T>>& links, kcos::COSInterface* owner,
                   const std::vector<KalvexManagedPtr<T>>& targets) {

@@ -15,17 +15,17 @@
 namespace bigdata::lazyeval {
 
 /// A node of the lazy graph: an operation bound to the futures that it reads, with one promise for
-/// each of its outputs. To make one moves no data.
+/// each of its outputs. Creating one moves no data.
 ///
-/// All links are PropertyPtrs: a closure lives while the host reaches it, mostly from an array by
-/// way of future and promise. It is complete when its constructor ends and then immutable, but for
-/// the setters, which serve load and copy.
+/// All links are PropertyPtrs: a closure lives while the host can reach it, usually from an array
+/// through its future and promise. It is complete when its constructor ends and immutable from then
+/// on, except for the setters, which serve load and copy.
 class Closure final : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.lazyeval.Closure";
   static constexpr std::string_view kIdPrefix = "Closure";
 
-  /// More outputs than this in one operation are taken for a mistake.
+  /// An operation with more outputs than this is taken for a mistake.
   static constexpr std::size_t kMaxOutputs = std::size_t{1} << 20;
 
   /// An empty closure, for load.
@@ -36,10 +36,10 @@ class Closure final : public ki::KalvexManagedObject {
           std::vector<ki::KalvexManagedPtr<ClosureFuture>> inputFutures,
           ki::KalvexManagedPtr<Operation> operation);
 
-  /// `isPartitionIndependent` has one flag for all outputs, or one for each; not given
-  /// stands for `true`.
+  /// `isPartitionIndependent` has one flag for all outputs or one per output; "not given" means
+  /// `true`.
   ///
-  /// Errors: an internal error if the number of flags fits neither;
+  /// Errors: an internal error for any other number of flags;
   ///         "KALVEX:CountTooLarge" if the operation has more than `kMaxOutputs` outputs.
   Closure(const ki::KalvexManagedConstructInfo& info,
           std::vector<ki::KalvexManagedPtr<ClosureFuture>> inputFutures,
@@ -64,8 +64,8 @@ class Closure final : public ki::KalvexManagedObject {
   }
   void setOutputPromises(std::vector<ki::KalvexManagedPtr<ClosurePromise>> promises);
 
-  /// The distinct closures that must still run before this one: those behind inputs that aren't
-  /// done. A set, in no order that means anything.
+  /// The distinct closures that must run before this one: the producers of inputs that aren't done.
+  /// A set in unspecified order.
   ///
   /// Errors: "KALVEX:class:InvalidHandle" for a deleted object on the way.
   std::vector<ki::KalvexManagedPtr<Closure>> getDirectDependencies() const;

@@ -1,3 +1,10 @@
+// The walk must visit every node of a closure (its promises and their futures) exactly once, in an
+// order that is the same on every run, and must survive a chain of a million operations. So it
+// keeps its own stack, and each entry records why the node was pushed: from its producer (only the
+// way down remains), from its consumer (only the way up remains), as a root (both), or to be listed
+// now that its dependencies are. A closure is open between its first and its last visit; reaching
+// an open closure again means that it depends on itself.
+
 #include "lazyeval/ClosureDependencyWalker.h"
 
 #include <utility>
@@ -78,8 +85,8 @@ void ClosureDependencyWalker::visit(const KalvexManagedPtr<ClosureFuture>& futur
 }
 
 void ClosureDependencyWalker::visit(const KalvexManagedPtr<ClosurePromise>& promise, Phase phase) {
-  // A root does both this and what follows; a promise reached from its consumer has its future
-  // waiting on the stack already.
+  // A root needs both this and what follows. A promise that was reached from its consumer needs
+  // only the latter: its future is already on the stack.
   if (phase == Phase::Start || phase == Phase::Forward) {
     pushUnlessVisited(promise->getFuture().lock(), Phase::Forward);
   }

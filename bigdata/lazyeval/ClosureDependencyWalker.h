@@ -18,19 +18,19 @@ using ClosureGraphNode =
     std::variant<ki::KalvexManagedPtr<Closure>, ki::KalvexManagedPtr<ClosureFuture>,
                  ki::KalvexManagedPtr<ClosurePromise>>;
 
-/// Puts what some roots reach into one order in which every node stands behind all that it depends
-/// on: a depth-first post-order on an explicit stack.
+/// Sorts the nodes that some roots reach so that every node comes after all that it depends on: a
+/// depth-first post-order with an explicit stack.
 ///
 /// 1. A promise that is done is a leaf: its closure isn't followed.
-/// 2. The promises of a closure and their futures stand right behind it, consumed or not.
-/// 3. The order follows from the order of roots, inputs and outputs alone. The stack is last-in
+/// 2. The promises of a closure and their futures come right after it, consumed or not.
+/// 3. The order depends only on the order of roots, inputs and outputs. The stack is last-in
 ///    first-out: the last input is followed first, the last output is finished first.
-/// 4. Several walks of one walker share what was visited and extend `nodes`.
+/// 4. Several walks of one walker share the set of visited nodes and extend `nodes`.
 ///
 /// Errors:  "KALVEX:class:InvalidHandle" for a deleted object, or a link that leads nowhere, on the
-///          way; an internal error that names a closure which depends on itself. The walker is of
-///          no use afterwards.
-/// Cost:    amortised O(1) a node and edge; no native recursion, no reading of ids.
+///          way; an internal error that names a closure which depends on itself. The walker must
+///          not be used afterwards.
+/// Cost:    amortised O(1) per node and edge; no native recursion; ids aren't read.
 class ClosureDependencyWalker {
  public:
   void walk(ClosureGraphNode root);
@@ -39,17 +39,17 @@ class ClosureDependencyWalker {
   const std::vector<ClosureGraphNode>& nodes() const { return nodes_; }
 
  private:
-  /// Why a node stands on the stack.
+  /// Why a node is on the stack.
   enum class Phase : std::uint32_t {
     Start = 0,     ///< a root
-    Forward = 1,   ///< reached from its producer, whose upstream is already being dealt with
-    Backward = 2,  ///< reached from its consumer: its upstream has to be explored, not its siblings
-    Finish = 3,    ///< second visit, with its dependencies done
+    Forward = 1,   ///< reached from its producer, whose upstream is already being processed
+    Backward = 2,  ///< reached from its consumer: its upstream must be explored, not its siblings
+    Finish = 3,    ///< second visit: its dependencies are done
   };
 
   enum class State : std::uint8_t {
-    Open,      ///< a closure whose inputs are being explored: to reach it from there is a cycle
-    Finished,  ///< stands in `nodes_`
+    Open,      ///< a closure whose inputs are being explored: reaching it again means a cycle
+    Finished,  ///< listed in `nodes_`
   };
 
   struct Entry {

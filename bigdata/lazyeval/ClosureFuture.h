@@ -9,10 +9,10 @@
 
 namespace bigdata::lazyeval {
 
-/// The handle by which a consumer refers to a value that may not exist yet.
+/// A consumer's handle to a value that may not exist yet.
 ///
-/// It has no state but its promise, which `ClosurePromise::swap` can exchange without any consumer
-/// being told; so its id is the promise's.
+/// Its only state is its promise, which `ClosurePromise::swap` can exchange without telling any
+/// consumer. So its id is the promise's.
 ///
 /// Errors: each read raises "KALVEX:class:InvalidHandle" if the promise was deleted.
 class ClosureFuture final : public ki::KalvexManagedObject {
@@ -29,7 +29,7 @@ class ClosureFuture final : public ki::KalvexManagedObject {
 
   std::u16string getIdStr() const;
   bool isDone() const;
-  /// The promise's value as it stands; null until it is done.
+  /// The promise's value; null until it is done.
   const kxArray* getValue() const;
 
  private:

@@ -64,7 +64,7 @@ void ClosurePromise::setValue(matrix::ArrayPtr value) {
   setCachedValue(std::move(value));
   isDone_ = true;
   if (isPartitionIndependent_) {
-    letGoOfClosure();
+    releaseClosure();
   }
 }
 
@@ -76,7 +76,7 @@ void ClosurePromise::setPartitionIndependent(bool flag) {
   }
   isPartitionIndependent_ = flag;
   if (flag && isDone_) {
-    letGoOfClosure();
+    releaseClosure();
   }
 }
 
@@ -89,7 +89,7 @@ void ClosurePromise::swap(KalvexManagedPtr<ClosurePromise> other) {
   future_->setPromise(self);
   other->future_->setPromise(other);
 
-  // Both writes go to this promise, so that neither Metadata has changed in the end.
+  // Both writes go to this promise, so neither Metadata changes in the end.
   matrix::ArrayPtr ownMetadata = matrix::sharedCopy(getMetadata());
   setMetadata(matrix::sharedCopy(other->getMetadata()));
   setMetadata(std::move(ownMetadata));

@@ -13,7 +13,7 @@
 
 namespace bigdata::lazyeval {
 
-/// One output of a closure: the place where its value lands, and what knows whether it has.
+/// One output of a closure: the slot for its value, and whether the value is there yet.
 ///
 /// | state               | IsDone | IsPartitionIndependent | Closure |
 /// |---------------------|--------|------------------------|---------|
@@ -22,11 +22,11 @@ namespace bigdata::lazyeval {
 /// | done, cut           | true   | true                   | null    |
 /// | done, kept          | true   | false                  | set     |
 ///
-/// 1. A value is stored once. There is no way back from done but the load of a kept promise.
-/// 2. A done promise that is partition independent lets go of its closure, and so of all that lies
-///    upstream. The closure still names the promise.
-/// 3. The setters of properties store and check nothing: they serve load. `setValue` and
-///    `setPartitionIndependent` keep the rules.
+/// 1. A value is stored once. A done promise stays done, except for the load of a kept promise.
+/// 2. A done promise that is partition independent releases its closure, and so everything
+///    upstream. The closure still refers to the promise.
+/// 3. Property setters store without checks: they serve load. `setValue` and
+///    `setPartitionIndependent` enforce the rules.
 class ClosurePromise final : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.lazyeval.ClosurePromise";
@@ -68,21 +68,21 @@ class ClosurePromise final : public ki::KalvexManagedObject {
   void setMetadata(matrix::ArrayPtr metadata);
 
   /// Completes the promise.
-  /// Errors: an internal error if it is done; nothing has changed then.
+  /// Errors: an internal error if it is done already; nothing changes then.
   void setValue(matrix::ArrayPtr value);
 
-  /// Errors: an internal error if the flag is to be lowered on a done promise.
+  /// Errors: an internal error if `flag` is false and the promise is done.
   void setPartitionIndependent(bool flag);
 
-  /// Trades futures with `other`, so that each takes over the other's consumers. Everything else,
-  /// `Metadata` too, stays where it is.
+  /// Exchanges futures with `other`, so that each takes over the other's consumers. Everything else
+  /// stays where it is, including `Metadata`.
   void swap(ki::KalvexManagedPtr<ClosurePromise> other);
 
-  /// Brings a loaded promise back to a legal state: a value that depends on partitions is dropped.
+  /// Restores a legal state after load: a value that depends on partitions is dropped.
   void onLoaded();
 
  private:
-  void letGoOfClosure() { closure_.reset(); }
+  void releaseClosure() { closure_.reset(); }
 
   util::UniqueId id_;
   ki::PropertyPtr<Closure> closure_;

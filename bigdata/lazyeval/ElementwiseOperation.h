@@ -8,15 +8,16 @@ namespace bigdata::lazyeval {
 
 /// Applies a function to matching elements of its inputs.
 ///
-/// 1. A function that takes any number of slices at a time is evaluated directly where all inputs
-///    are there, and may be fused unless it needs random state; a bounded one is neither.
-/// 2. How it runs is code of the class's host side: this holds the data and answers the planner.
+/// 1. A function that takes any number of slices at a time is evaluated directly if all inputs are
+///    available, and may be fused unless it needs random state. A bounded one is neither.
+/// 2. The code that runs it belongs to the class's host side. This class holds the data and answers
+///    the planner.
 class ElementwiseOperation final : public SlicewiseFusableOperation {
  public:
   static constexpr kcos::NameRef kHostClassName =
       "kalvex.bigdata.internal.lazyeval.ElementwiseOperation";
 
-  /// No inputs, no outputs, an empty function, default options: for load and for subclasses.
+  /// For load and for subclasses: no inputs, no outputs, an empty function, default options.
   explicit ElementwiseOperation(const ki::KalvexManagedConstructInfo& info);
 
   /// Errors: "KALVEX:class:InvalidHandle" if `functionHandle` is null or was deleted.
@@ -29,7 +30,7 @@ class ElementwiseOperation final : public SlicewiseFusableOperation {
 
   matrix::ArrayPtr createExecutionTasks(const kxArray* first, const kxArray* second) override;
 
-  /// A new wrapper around what the host side gives, unbounded and with the current user stack.
+  /// A new wrapper around the host side's handle, unbounded and with the current user stack.
   ki::KalvexManagedPtr<FunctionHandle> getCheckedFunctionHandle() const override;
 
   bool isSlicewiseFusable() const override;

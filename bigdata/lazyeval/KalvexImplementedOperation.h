@@ -10,8 +10,8 @@ namespace bigdata::lazyeval {
 
 struct OperationArguments;
 
-/// The native part of an operation class that is written in the host's language: each virtual
-/// operation becomes a call of the like-named method of the host object.
+/// The native part of an operation class that is written in the host's language. Each virtual
+/// operation calls the host object's method of the same name.
 class KalvexImplementedOperation final : public Operation {
  public:
   /// `client` has the rights of the class; it lives as long as the class.
@@ -21,7 +21,7 @@ class KalvexImplementedOperation final : public Operation {
   matrix::ArrayPtr createExecutionTasks(const kxArray* first, const kxArray* second) override;
 
  protected:
-  /// A class that says it evaluates directly and lacks the method gets empty outputs and no error.
+  /// A class that claims direct evaluation but lacks the method gets empty outputs and no error.
   void directEvaluateImpl(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs) override;
 
  private:

@@ -11,10 +11,10 @@ namespace bigdata::lazyeval {
 struct OperationArguments;
 
 /// The native part of a slicewise fusable operation class that is written in the host's language.
-/// It keeps the refusing direct evaluation, whatever the class defines.
+/// Direct evaluation is always refused, whatever the class defines.
 ///
 /// Errors: both questions raise an internal error if the class lacks the method, and
-///         "KALVEX:validateattributes:invalidType" if its answer is of the wrong kind.
+///         "KALVEX:validateattributes:invalidType" if the method returns a value of the wrong type.
 class KalvexImplementedSlicewiseFusableOperation final : public SlicewiseFusableOperation {
  public:
   /// `client` has the rights of the class; it lives as long as the class.

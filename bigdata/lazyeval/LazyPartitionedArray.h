@@ -15,30 +15,30 @@ class PartitionMetadata;
 
 namespace bigdata::lazyeval {
 
-/// What an array is made of; all three are there.
+/// The parts of an array; none of them is null.
 struct ArrayConstructionArgs {
   ki::KalvexManagedPtr<ClosureFuture> future;
   ki::KalvexManagedPtr<PartitionMetadata> metadata;
   matrix::ArrayPtr executor;
 };
 
-/// A partitioned array that may not have been computed: the value that will exist, how it is
-/// partitioned, and the executor that will run it. It holds no data.
+/// A partitioned array that may not have been computed yet: its future value, its partitioning, and
+/// the executor that will run it. It holds no data.
 ///
 /// A chain of array, future, promise, closure, input future and so on lives for as long as the host
-/// holds any array at its end.
+/// holds an array at its end.
 ///
-/// Errors: every use raises "KALVEX:class:InvalidHandle" where a link leads to a deleted object or,
-///         in a default-made array, nowhere.
+/// Errors: every use raises "KALVEX:class:InvalidHandle" if a link leads to a deleted object or, in
+///         a default-constructed array, nowhere.
 class LazyPartitionedArray final : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName =
       "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray";
 
-  /// A shell with nothing in it, for the host's class system.
+  /// An empty shell, for the host's class system.
   explicit LazyPartitionedArray(const ki::KalvexManagedConstructInfo& info);
 
-  /// Tells the executor that it is in use ("keepAlive").
+  /// Notifies the executor that it is in use ("keepAlive").
   LazyPartitionedArray(const ki::KalvexManagedConstructInfo& info, ArrayConstructionArgs args);
 
   const ki::PropertyPtr<ClosureFuture>& getValueFuture() const { return valueFuture_; }
@@ -47,42 +47,41 @@ class LazyPartitionedArray final : public ki::KalvexManagedObject {
   /// How the value is partitioned.
   /// Errors: "KALVEX:class:InvalidHandle" if the metadata was deleted.
   ki::KalvexManagedPtr<PartitionMetadata> getPartitionMetadata() const;
-  /// The property, which can still be read when the metadata was deleted.
+  /// The property, which can be read even if the metadata was deleted.
   const ki::PropertyPtr<PartitionMetadata>& partitionMetadata() const { return partitionMetadata_; }
   void setPartitionMetadata(ki::KalvexManagedPtr<PartitionMetadata> metadata);
 
   /// The executor given at construction.
   const kxArray* getStoredExecutor() const { return executor_.get(); }
 
-  /// The executor in force: the host's override where there is one, else the stored one. Nothing is
-  /// cached.
+  /// The executor in force: the host's override if there is one, else the stored one. Not cached.
   matrix::ArrayPtr getExecutor() const;
 
   /// Whether the executor in force can still run this array.
   bool isValid() const;
 
-  /// Number of partitions that the executor in force gives the array's strategy.
+  /// The number of partitions that the executor in force chooses for the array's strategy.
   std::size_t numpartitions() const;
 
-  /// Metadata of the value, kept with its promise; null until set.
+  /// Metadata of the value, stored in its promise; null until set.
   const kxArray* hGetMetadata() const;
   void hSetMetadata(matrix::ArrayPtr metadata);
 
-  // A preview of the value, set once while the value is pending. It belongs to this array alone,
-  // and stays readable as a property when the value is there.
+  // A preview of the value, set once while the value is pending. It belongs to this array alone and
+  // remains readable as a property when the value is there.
 
   const kxArray* getPreviewData() const { return previewData_.get(); }
   bool isPreviewTruncated() const { return isPreviewTruncated_; }
   bool hasCachedPreviewData() const { return hasPreviewData_; }
 
-  /// The preview, null without one, and whether it is only the head of the value.
+  /// The preview, null if there is none, and whether it is only the head of the value.
   /// Errors: an internal error if the value is there.
   std::tuple<const kxArray*, bool> getCachedPreviewData() const;
 
-  /// Errors: an internal error if the value is there, or a preview is; nothing has changed then.
+  /// Errors: an internal error if the value is there, or a preview is; nothing changes then.
   void setCachedPreviewData(matrix::ArrayPtr data, bool isTruncated);
 
-  /// The promise behind the array's future.
+  /// The promise of the array's future.
   ClosurePromise& promise() const;
 
  private:

@@ -106,8 +106,8 @@ class LazyPartitionedArrayCosClassInfo final
     return {static_cast<LazyPartitionedArray*>(native), object};
   }
 
-  /// Adds a method whose function takes leading values and then the raw call: they are taken off
-  /// the front of the inputs, in order, and what is left is passed on.
+  /// Adds a method whose function takes leading values and then the raw call. The leading values
+  /// are taken from the front of the inputs, in order; the rest is passed on.
   template <class... Parameters>
   static void addFunFunMethod(Builder& builder, kcos::NameRef name, void (*function)(Parameters...),
                               ki::Access access = ki::Access::Public) {
@@ -126,7 +126,7 @@ class LazyPartitionedArrayCosClassInfo final
                               const RawCall& call) {
     using All = std::tuple<Parameters...>;
     RawInputs inputs{call.nrhs, call.prhs};
-    // Braces take the values from the first to the last.
+    // A braced list is evaluated from first to last.
     [[maybe_unused]] std::tuple<std::tuple_element_t<Index, All>...> leading{
         takeLeading<std::tuple_element_t<Index, All>>(inputs)...};
     function(std::move(std::get<Index>(leading))...,

@@ -31,7 +31,7 @@ std::u16string taskId(const ArrayPtr& task) {
   return ki::fromArray<std::u16string>(ki::readHostProperty(task.get(), "Id").get());
 }
 
-/// The tasks whose output leaves the graph: of closures that were asked for, and broadcast ones.
+/// The tasks whose output leaves the graph: those of requested closures and broadcast ones.
 ArrayPtr collectOutputTasks(const TaskPlan& plan,
                             const std::vector<KalvexManagedPtr<Closure>>& requested) {
   std::unordered_set<const Closure*> isRequested;
@@ -47,7 +47,7 @@ ArrayPtr collectOutputTasks(const TaskPlan& plan,
   return makeTaskArray(tasks);
 }
 
-/// A containers.Map. One key goes in as a cell of characters, more keys or none as strings.
+/// A containers.Map. A single key is passed as a cell of characters; more keys or none as strings.
 ///
 /// Requires: an n-by-1 string array and an n-by-1 cell.
 ArrayPtr makeMap(ArrayPtr keys, const ArrayPtr& values) {

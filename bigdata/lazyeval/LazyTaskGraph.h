@@ -11,16 +11,16 @@ namespace bigdata::lazyeval {
 
 struct TaskPlan;
 
-/// The execution tasks of the closures whose results somebody wants: a finished record, with the
-/// tasks and two maps between closures and tasks.
+/// The execution tasks of the closures whose results are requested: a finished record of the tasks
+/// and two maps between closures and tasks.
 ///
-/// Nothing is optimised here: which tasks a closure turns into is up to the host side's
-/// `createExecutionTasks`, which is asked closure by closure in dependency order. Work that is done
-/// isn't planned again.
+/// Nothing is optimised here. The host side's `createExecutionTasks` decides which tasks a closure
+/// becomes; it is called closure by closure in dependency order. Completed work isn't planned
+/// again.
 ///
-/// The maps have an entry a closure, in one order: entry i of both is about the same one. Ids
-/// aren't identity, so whoever may meet a closure beside its loaded copy goes by entries and not by
-/// keys.
+/// The maps have one entry per closure, in the same order: entry i of both is about the same
+/// closure. Ids aren't identity, so code that may meet a closure next to its loaded copy must go by
+/// entries and not by keys.
 class LazyTaskGraph final : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.lazyeval.LazyTaskGraph";
@@ -28,12 +28,12 @@ class LazyTaskGraph final : public ki::KalvexManagedObject {
   /// Empty, for load.
   explicit LazyTaskGraph(const ki::KalvexManagedConstructInfo& info);
 
-  /// Plans `closures` and all that still has to run before them.
+  /// Plans `closures` and everything that must run before them.
   ///
   /// Errors: those of the walk (see ClosureDependencyWalker) and of the host's calls; an internal
-  ///         error if `createExecutionTasks` has no body, gives no task for the first closure, or
-  ///         brings a closure into the graph that the walk didn't see;
-  ///         "KALVEX:validateattributes:invalidType" if what it gives aren't tasks.
+  ///         error if `createExecutionTasks` has no body, returns no task for the first closure, or
+  ///         adds a closure to the graph that the walk didn't see;
+  ///         "KALVEX:validateattributes:invalidType" if it returns anything but tasks.
   LazyTaskGraph(const ki::KalvexManagedConstructInfo& info,
                 std::vector<ki::KalvexManagedPtr<Closure>> closures);
 
@@ -41,7 +41,7 @@ class LazyTaskGraph final : public ki::KalvexManagedObject {
   const kxArray* getTasks() const { return tasks_.get(); }
   void setTasks(matrix::ArrayPtr tasks);
 
-  /// m-by-1: the output task of each closure that was asked for, or whose output is broadcast.
+  /// m-by-1: the output task of each closure that was requested or whose output is broadcast.
   const kxArray* getOutputTasks() const { return outputTasks_.get(); }
   void setOutputTasks(matrix::ArrayPtr tasks);
 

@@ -1,3 +1,7 @@
+// Direct evaluation runs user code inside the session. Two things must survive that: the session's
+// random stream, which a guard restores even if the code raises an error, and the operation itself,
+// which the code may delete.
+
 #include "lazyeval/Operation.h"
 
 #include <memory>
@@ -19,7 +23,7 @@ namespace bigdata::lazyeval {
 
 namespace {
 
-/// Keeps the session's random stream while another one is in force, and puts it back.
+/// Saves the session's random stream while another one is in force, and restores it.
 class GlobalStreamGuard {
  public:
   GlobalStreamGuard() = default;
@@ -32,11 +36,11 @@ class GlobalStreamGuard {
     try {
       ki::callHostForEffect("RandStream.setGlobalStream", {previous_.get()});
     } catch (...) {
-      // What the guarded code raised, or returned, is what the caller has to see.
+      // The caller must see what the guarded code raised or returned.
     }
   }
 
-  /// Puts the stream that the factory of `options` has for partition 1 in force.
+  /// Puts in force the stream that the factory of `options` makes for partition 1.
   void usePartitionStream(const ki::KalvexManagedPtr<PartitionedArrayOptions>& options) {
     previous_ = ki::callHost("RandStream.getGlobalStream");
     const matrix::ArrayPtr factory = matrix::sharedCopy(options->getRandStreamFactory());
@@ -70,7 +74,7 @@ void Operation::directEvaluate(int nlhs, kxArray** plhs, int nrhs, const kxArray
   if (options_ && options_->getRequiresRandState()) {
     guard.usePartitionStream(options_.lock());
   }
-  self->directEvaluateImpl(nlhs, plhs, nrhs, prhs);  // what was called may have deleted this
+  self->directEvaluateImpl(nlhs, plhs, nrhs, prhs);  // the call may have deleted this object
 }
 
 matrix::ArrayPtr Operation::addGlobalState(matrix::ArrayPtr processorFactory) const {
@@ -96,7 +100,7 @@ void Operation::setStack(matrix::ArrayPtr stack) {
 
 namespace {
 
-/// Beside its table the class keeps the client with whose rights the operations of its subclasses
+/// Besides its table, the class keeps the client with whose rights the operations of its subclasses
 /// call back.
 class OperationCosClassInfo final : public ki::KalvexManagedCosClassInfo<Operation> {
  public:

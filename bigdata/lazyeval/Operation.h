@@ -13,30 +13,30 @@ class PartitionedArrayOptions;
 
 namespace bigdata::lazyeval {
 
-/// What a node of the lazy graph computes, as far as the graph and the planner must know it without
-/// running it, and the two ways of running it: `createExecutionTasks` for a plan, `directEvaluate`
-/// where all inputs are there already.
+/// What a node of the lazy graph computes, as far as the graph and the planner need to know without
+/// running it, and the two ways to run it: `createExecutionTasks` for a plan, `directEvaluate` if
+/// all inputs are available.
 ///
-/// Native code changes an operation only while it constructs it.
+/// Native code changes an operation only during construction.
 class Operation : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.lazyeval.Operation";
 
   virtual ~Operation();
 
-  /// Asks for the execution tasks of this operation. What the arguments are is settled between the
-  /// planner's host side and the class; both are lent.
+  /// Requests the execution tasks of this operation. The meaning of the arguments is agreed between
+  /// the planner's host side and the class; both are borrowed.
   virtual matrix::ArrayPtr createExecutionTasks(const kxArray* first, const kxArray* second) = 0;
 
-  /// Runs the operation on values. Where the options ask for random state, the session's stream is
-  /// replaced for the span of the call by the stream of partition 1.
+  /// Runs the operation on values. If the options require random state, the stream of partition 1
+  /// replaces the session's stream during the call.
   ///
-  /// Result: `plhs[0 .. nlhs - 1]`, owned by the caller; what the class didn't write is null.
+  /// Result: `plhs[0 .. nlhs - 1]`, owned by the caller; outputs that weren't set are null.
   /// Errors: an internal error if the class has no direct evaluation; those of the class.
   void directEvaluate(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs);
 
-  /// Where the options ask for random state, wraps the factory of a planned task's processors, so
-  /// that each partition runs with a stream of its own; else gives back `processorFactory` itself.
+  /// If the options require random state, wraps the processor factory of a planned task so that
+  /// each partition runs with a stream of its own; otherwise returns `processorFactory`.
   matrix::ArrayPtr addGlobalState(matrix::ArrayPtr processorFactory) const;
 
   std::size_t getNumInputs() const { return numInputs_; }
@@ -50,7 +50,7 @@ class Operation : public ki::KalvexManagedObject {
   bool supportsDirectEvaluation() const { return supportsDirectEvaluation_; }
   void setSupportsDirectEvaluation(bool flag) { supportsDirectEvaluation_ = flag; }
 
-  /// May be empty.
+  /// May be null.
   const ki::PropertyPtr<PartitionedArrayOptions>& getOptions() const { return options_; }
   void setOptions(ki::KalvexManagedPtr<PartitionedArrayOptions> options);
 
@@ -62,7 +62,7 @@ class Operation : public ki::KalvexManagedObject {
   Operation(const ki::KalvexManagedConstructInfo& info, std::size_t numInputs,
             std::size_t numOutputs, bool supportsPreview, bool dependsOnOnlyHead);
 
-  /// Refuses, unless a class has a direct evaluation.
+  /// Raises an error unless a class overrides it with a direct evaluation.
   virtual void directEvaluateImpl(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs);
 
  private:

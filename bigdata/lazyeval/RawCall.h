@@ -6,7 +6,7 @@ namespace bigdata::lazyeval {
 
 /// A raw call: counts and lists, as the host gives them to a variadic method.
 ///
-/// Owner: outputs are null at the start and the caller's afterwards; inputs are lent.
+/// Owner: outputs are null at the start and belong to the caller afterwards; inputs are borrowed.
 struct RawCall {
   int nlhs;
   kxArray** plhs;

@@ -10,14 +10,14 @@ class FunctionHandle;
 
 namespace bigdata::lazyeval {
 
-/// An operation that works slice by slice, so that a chain of such operations can be joined into
-/// one pass over the data. The joining is the optimiser's; this answers what it asks.
+/// An operation that works slice by slice, so that a chain of such operations can be fused into one
+/// pass over the data. The optimiser fuses; this class answers its questions.
 class SlicewiseFusableOperation : public Operation {
  public:
   static constexpr kcos::NameRef kHostClassName =
       "kalvex.bigdata.internal.lazyeval.SlicewiseFusableOperation";
 
-  /// The function to apply, with its failures reported as the class sees fit. Not null.
+  /// The function to apply, which reports failures in the way that the class chooses. Not null.
   virtual ki::KalvexManagedPtr<FunctionHandle> getCheckedFunctionHandle() const = 0;
 
   virtual bool isSlicewiseFusable() const = 0;
@@ -33,12 +33,12 @@ class SlicewiseFusableOperation : public Operation {
   SlicewiseFusableOperation(const ki::KalvexManagedConstructInfo& info, std::size_t numInputs,
                             std::size_t numOutputs, bool supportsPreview, bool dependsOnOnlyHead);
 
-  /// What the host side's method "getCheckedFunctionHandle" gives, in a new wrapper: unbounded and
-  /// with the current user stack.
+  /// The result of the host side's method "getCheckedFunctionHandle" in a new wrapper, unbounded
+  /// and with the current user stack.
   ki::KalvexManagedPtr<FunctionHandle> callGetCheckedFunctionHandle() const;
 };
 
-/// True if the function has no bound on the slices that it takes at a time.
+/// True if the function accepts any number of slices at a time.
 bool takesAnyNumberOfSlices(const FunctionHandle& function);
 
 }  // namespace bigdata::lazyeval

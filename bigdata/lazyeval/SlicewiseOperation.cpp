@@ -15,7 +15,7 @@ using ki::KalvexManagedPtr;
 
 SlicewiseOperation::SlicewiseOperation(const ki::KalvexManagedConstructInfo& info)
     : SlicewiseFusableOperation(info) {
-  // A collection may look at this object while others are made, so all of it stands by then.
+  // A collection may look at this object while the handle is created, so its fields must be valid.
   setFunctionHandle(ki::createManagedObject<FunctionHandle>(matrix::ArrayPtr()));
   setOptions(ki::createManagedObject<PartitionedArrayOptions>());
 }
@@ -51,7 +51,7 @@ KalvexManagedPtr<FunctionHandle> SlicewiseOperation::getCheckedFunctionHandle() 
 }
 
 bool SlicewiseOperation::isSlicewiseFusable() const {
-  // The wrapper that the default rule asks is always unbounded; the bound stands in the own handle.
+  // The default rule asks a wrapper that is always unbounded; the bound is in the own handle.
   return isSlicewiseFusableDefault() && takesAnyNumberOfSlices(*functionHandle_) &&
          allowTallDimExpansion_;
 }

@@ -8,16 +8,17 @@ namespace bigdata::lazyeval {
 
 /// Applies a function to its inputs slice by slice. It is never evaluated directly.
 ///
-/// How it runs is code of the class's host side: this holds the data and answers the planner.
+/// The code that runs it belongs to the class's host side. This class holds the data and answers
+/// the planner.
 class SlicewiseOperation final : public SlicewiseFusableOperation {
  public:
   static constexpr kcos::NameRef kHostClassName =
       "kalvex.bigdata.internal.lazyeval.SlicewiseOperation";
 
-  /// No inputs, no outputs, an empty function, default options: for load.
+  /// For load: no inputs, no outputs, an empty function, default options.
   explicit SlicewiseOperation(const ki::KalvexManagedConstructInfo& info);
 
-  /// `allowTallDimExpansion`: an input with one slice spreads over the slices of the others.
+  /// `allowTallDimExpansion`: an input with one slice is expanded to the slices of the others.
   SlicewiseOperation(const ki::KalvexManagedConstructInfo& info,
                      ki::KalvexManagedPtr<PartitionedArrayOptions> options,
                      ki::KalvexManagedPtr<FunctionHandle> functionHandle, std::size_t numInputs,
@@ -31,10 +32,10 @@ class SlicewiseOperation final : public SlicewiseFusableOperation {
 
   matrix::ArrayPtr createExecutionTasks(const kxArray* first, const kxArray* second) override;
 
-  /// A new wrapper around what the host side gives, unbounded and with the current user stack.
+  /// A new wrapper around the host side's handle, unbounded and with the current user stack.
   ki::KalvexManagedPtr<FunctionHandle> getCheckedFunctionHandle() const override;
 
-  /// No random state, a function that takes any number of slices, and slices that may spread.
+  /// True without random state, for a function of any number of slices, if inputs may be expanded.
   bool isSlicewiseFusable() const override;
 
   const ki::PropertyPtr<FunctionHandle>& getFunctionHandle() const { return functionHandle_; }

@@ -1,3 +1,8 @@
+// Plans closure by closure in dependency order. The host side may do anything while it creates
+// tasks, even exchange futures, so this file looks up the tasks of each closure's dependencies at
+// the time of the call and raises an error for a closure that the walk didn't see, instead of
+// planning it late.
+
 #include "lazyeval/TaskPlan.h"
 
 #include <algorithm>
@@ -44,14 +49,14 @@ class Planner {
   TaskPlan finish() && { return {std::move(closureTasks_), makeTaskArray(tasks_)}; }
 
  private:
-  /// The output task of a closure, and where the closure stands in the plan.
+  /// The output task of a closure, and the position of the closure in the plan.
   struct Planned {
     kcos::COSInterfacePtr task;
     std::size_t position;
   };
 
-  /// By id, so that the order in which inputs reach the host doesn't depend on addresses; those
-  /// with one id, such as a closure and its loaded copy, as they were planned.
+  /// Sorts by id, so that the order in which inputs reach the host doesn't depend on addresses.
+  /// Closures with the same id, such as one and its loaded copy, keep the order of planning.
   void sort(Closures& closures) const {
     if (closures.size() < 2) {
       return;
@@ -63,7 +68,7 @@ class Planner {
     });
   }
 
-  /// A closure that wasn't planned stands behind all others.
+  /// A closure that wasn't planned comes after all others.
   std::size_t positionOf(const Closure& closure) const {
     const auto found = planned_.find(&closure);
     return found == planned_.end() ? planned_.size() : found->second.position;
@@ -81,7 +86,7 @@ class Planner {
   }
 
   /// The output tasks of closures that were planned before. Code of the host runs between the walk
-  /// and this, and could have exchanged the futures of a promise.
+  /// and this call and could have exchanged the futures of a promise.
   ArrayPtr tasksOf(const Closures& closures) const {
     std::vector<kcos::COSInterfacePtr> tasks;
     tasks.reserve(closures.size());
@@ -105,8 +110,7 @@ class Planner {
     for (std::size_t i = 0; i < count; ++i) {
       tasks_.push_back(kcos::omGetArrayElement(created, i));
     }
-    // A closure without tasks of its own shares the latest one; the first closure has none to
-    // share.
+    // A closure without tasks of its own shares the latest one. The first has none to share.
     if (tasks_.empty()) {
       throwInternalError("createExecutionTasks gave no task for " +
                          fl::i18n::to_string(closure.getIdStr()) +

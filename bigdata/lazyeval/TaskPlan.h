@@ -22,15 +22,15 @@ struct ClosureTask {
   matrix::ArrayPtr task;
 };
 
-/// What planning yields: each closure once, behind all that it depends on.
+/// The result of planning: each closure once, after all that it depends on.
 struct TaskPlan {
   std::vector<ClosureTask> closureTasks;
   matrix::ArrayPtr allTasks;  ///< n-by-1, in the order of creation
 };
 
-/// Plans `closures` and what still has to run before them; see LazyTaskGraph for the errors.
+/// Plans `closures` and everything that must run before them; see LazyTaskGraph for the errors.
 ///
-/// Cost: one call of the host a closure, and one before all.
+/// Cost: one call of the host per closure, and one before the first.
 TaskPlan makeTaskPlan(std::span<const ki::KalvexManagedPtr<Closure>> closures);
 
 /// An n-by-1 array of tasks.

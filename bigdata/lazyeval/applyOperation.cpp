@@ -1,3 +1,9 @@
+// The one decision of recording: an operation whose inputs are complete and partition independent
+// is evaluated at once if its class allows it, because then no later pass could make it cheaper.
+// All other operations are recorded. In both cases nothing is left half made: output slots are
+// freed if a call fails, and inputs are copied before user code runs, since that code may complete
+// promises.
+
 #include "lazyeval/applyOperation.h"
 
 #include <algorithm>
@@ -30,7 +36,7 @@ namespace {
 
 using Futures = std::vector<KalvexManagedPtr<ClosureFuture>>;
 
-/// What the arrays of one call share.
+/// What the arrays of one call have in common.
 struct SharedParts {
   KalvexManagedPtr<PartitionMetadata> metadata;
   ArrayPtr executor;
@@ -42,7 +48,7 @@ struct SharedParts {
   }
 };
 
-/// Output slots of a raw call; what isn't taken is freed.
+/// Output slots of a raw call; slots that aren't taken are freed.
 class OutputSlots {
  public:
   explicit OutputSlots(int count) : slots_(static_cast<std::size_t>(std::max(count, 1)), nullptr) {}
@@ -77,7 +83,7 @@ bool areAllDone(const Futures& futures) {
 void evaluateNow(Operation& operation, const Futures& futures, const SharedParts& parts, int nlhs,
                  kxArray** plhs) {
   OutputSlots outputs(nlhs);
-  // The promises may get other values while the operation runs.
+  // The promises may receive other values while the operation runs.
   boost::container::small_vector<ArrayPtr, 4> values;
   boost::container::small_vector<const kxArray*, 4> inputs;
   values.reserve(futures.size());

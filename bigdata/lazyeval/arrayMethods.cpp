@@ -1,3 +1,8 @@
+// Every primitive of the array is the same three steps: name an operation class, call its host
+// constructor with the leading values and the counts, apply the result. The functions differ only
+// in the class, in the constructor's inputs and in the metadata of the result, so each is a few
+// lines on top of the helpers below.
+
 #include "lazyeval/arrayMethods.h"
 
 #include <algorithm>
@@ -27,14 +32,14 @@ using matrix::ArrayPtr;
 
 namespace {
 
-/// As metadata: it follows from the inputs.
+/// Passed as metadata: derive it from the inputs.
 constexpr std::nullptr_t kFromInputs = nullptr;
 
 /// Counts go to host constructors as doubles.
 double count(int number) { return number; }
 
-/// The count of inputs without the first. Without inputs it wraps to one that a constructor
-/// refuses.
+/// The number of inputs after the first. Without inputs it wraps to a number that constructors
+/// refuse.
 std::size_t countBehindFirst(const RawCall& call) {
   return static_cast<std::size_t>(call.nrhs) - 1;
 }
@@ -52,21 +57,21 @@ void applyFunction(kcos::NameRef className, MetadataPtr metadata, const OptionsP
         std::move(metadata), call);
 }
 
-/// Makes an operation whose constructor takes (options, function of a chunk, function of what they
-/// gave, numInputs, numOutputs).
+/// Makes an operation whose constructor takes (options, chunk function, function of its results,
+/// numInputs, numOutputs).
 KalvexManagedPtr<Operation> makeReduction(kcos::NameRef className, const OptionsPtr& options,
                                           const FunctionPtr& perChunk, const FunctionPtr& reduce,
                                           const RawCall& call) {
   return makeOperation(className, options, perChunk, reduce, count(call.nrhs), count(call.nlhs));
 }
 
-/// Metadata of an array whose partitions are open.
+/// Metadata of an array whose number of partitions is open.
 MetadataPtr makeArbitraryMetadata() {
   return ki::createManagedObject<PartitionMetadata>(
       matrix::from_kalvex(kxCreateDoubleMatrix(0, 0, 0)));
 }
 
-/// The promise behind an input that is a lazy array; null for any other input.
+/// The promise of an input that is a lazy array; null for any other input.
 ClosurePromise* promiseOf(const kxArray* input) {
   if (!kxIsA(input, ki::hostClassName<LazyPartitionedArray>())) {
     return nullptr;

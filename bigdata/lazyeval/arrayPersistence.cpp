@@ -29,7 +29,7 @@ constexpr std::string_view kVersion = "Version";
 constexpr std::string_view kValueFuture = "ValueFuture";
 constexpr std::string_view kPartitionMetadata = "PartitionMetadata";
 
-/// What records without a version were saved by.
+/// The release that saved records without a version.
 constexpr std::u16string_view kReleaseWithoutVersion = u"2016b";
 
 bool hasField(const kxArray* record, std::string_view name) {

@@ -6,8 +6,8 @@
 #include "kx/array.h"
 #include "lazyeval/lazyGraph.h"
 
-/// What of an array is saved, and how it comes back. An array is good in the release that saved it
-/// and in no other: elsewhere a warning and an invalid array take its place.
+/// What is saved of an array, and how it is restored. An array is valid only in the release that
+/// saved it: any other release gives a warning and an invalid array instead.
 namespace bigdata::lazyeval {
 
 class LazyPartitionedArray;
@@ -18,17 +18,17 @@ class LazyPartitionedArray;
 /// Errors: those of the host's "version".
 matrix::ArrayPtr makeArrayRecord(const LazyPartitionedArray& array);
 
-/// The array that a record stands for, with the default executor of this session. A record of
-/// another release, or of none, which stands for 2016b, gives the invalid array of that release,
-/// whatever its other fields hold.
+/// The array that a record describes, with this session's default executor. A record of another
+/// release (2016b if it has no version) gives the invalid array of that release, whatever its other
+/// fields contain.
 ///
-/// Errors:   "KALVEX:validateattributes:invalidType" for a record that is no structure; those of
-///           "version", of the default executor and of "keepAlive"; of conversions, for a
-///           field of the wrong class; of createInvalidVersionArray.
+/// Errors:   "KALVEX:validateattributes:invalidType" if the record isn't a structure; those of
+///           "version", of the default executor and of "keepAlive"; those of conversions, for a
+///           field of the wrong class; those of createInvalidVersionArray.
 /// Warnings: "KALVEX:bigdata:array:InvalidTallVersion" with the release that saved it.
 ki::KalvexManagedPtr<LazyPartitionedArray> loadArray(const kxArray* record);
 
-/// What stands for an array that another release saved: the host's part of the class makes it.
+/// The placeholder for an array that another release saved; the host's part of the class makes it.
 ///
 /// Errors: an internal error if the class only declares the method; those of the method.
 ki::KalvexManagedPtr<LazyPartitionedArray> createInvalidVersionArray(

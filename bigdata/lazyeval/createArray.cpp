@@ -29,7 +29,7 @@ bool isMetadata(const kxArray* value) {
   return kxIsA(value, ki::hostClassName<PartitionMetadata>());
 }
 
-/// A failure comes back with the stack of the caller.
+/// A failure is reported with the stack of the caller.
 ArrayPtr copyDatastore(const ArrayPtr& datastore) {
   try {
     return ki::callHost("copy", {datastore.get()});

@@ -1,9 +1,9 @@
 #pragma once
 
-/// The kinds of objects that the lazy graph is made of, for headers that only refer to them.
+/// The kinds of objects in the lazy graph, for headers that only refer to them.
 ///
-/// Edges: a closure leads by its inputs to futures, a future to its promise, a promise to the
-/// closure that completes it, until the promise lets go of it.
+/// Edges: a closure leads through its inputs to futures, a future to its promise, and a promise to
+/// the closure that completes it, until the promise releases it.
 namespace bigdata::lazyeval {
 
 class Closure;

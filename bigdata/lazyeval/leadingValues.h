@@ -13,26 +13,26 @@ class PartitionedArrayOptions;
 
 namespace bigdata::lazyeval {
 
-/// The inputs of a raw call, from whose front leading values are taken.
+/// The inputs of a raw call; leading values are taken from the front.
 struct RawInputs {
   int nrhs;
   const kxArray** prhs;
 
-  /// Takes the next input off.
+  /// Removes and returns the next input.
   /// Errors: "KALVEX:NotEnoughInputs".
   const kxArray* next();
 };
 
-/// Takes a leading value of type `T` off the front of `inputs`, by the rule of its kind:
+/// Takes a leading value of type `T` from the front of `inputs`, by the rule of its kind:
 ///
-/// - options: the next input if it is one, else default options, and nothing is taken. Options that
-///   require random state and have no stream factory get one, in place.
+/// - options: the next input if it holds options; otherwise default options, and no input is taken.
+///   Options that require random state and have no stream factory get one, in place.
 /// - function handle: a FunctionHandle, or a plain function_handle, which is wrapped. An internal
 ///   error for anything else.
 /// - host array, `bool`, `std::size_t`: the next input, or the value inside a LocalArray.
 /// - metadata: an internal error for `[]`.
 ///
-/// Errors: "KALVEX:NotEnoughInputs" where a value is missing that isn't optional; those of the
+/// Errors: "KALVEX:NotEnoughInputs" if a value that isn't optional is missing; those of the
 ///         conversions.
 template <class T>
 T takeLeading(RawInputs& inputs);

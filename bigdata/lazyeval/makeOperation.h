@@ -12,9 +12,9 @@
 
 namespace bigdata::lazyeval {
 
-/// Makes an operation by the host constructor of its class, with `inputs` in that order.
-/// Errors: those of the constructor; "KALVEX:validateattributes:invalidType" if it makes no
-///         operation.
+/// Makes an operation with the host constructor of its class and `inputs` in the given order.
+/// Errors: those of the constructor; "KALVEX:validateattributes:invalidType" if it returns anything
+///         but an operation.
 inline ki::KalvexManagedPtr<Operation> makeOperationFrom(kcos::NameRef className,
                                                          std::span<const kxArray* const> inputs) {
   return ki::fromArray<ki::KalvexManagedPtr<Operation>>(ki::callHost(className, inputs).get());

@@ -6,8 +6,8 @@
 
 namespace bigdata::lazyeval {
 
-/// What the host constructors of operations take: (numInputs, numOutputs, supportsPreview = false,
-/// dependsOnOnlyHead = false).
+/// The inputs of the host constructors of operations: (numInputs, numOutputs,
+/// supportsPreview = false, dependsOnOnlyHead = false).
 struct OperationArguments {
   std::size_t numInputs = 0;
   std::size_t numOutputs = 0;

@@ -65,7 +65,7 @@ void agreeOnExecutor(ArrayPtr& running, ArrayPtr executor) {
   if (kxIsSameValue(running.get(), executor.get())) {
     return;
   }
-  // An implementation that means to refuse a pair raises; what it answers isn't looked at.
+  // An implementation that refuses a pair raises an error; the result itself is ignored.
   if (ki::callHost("checkSameExecutor", {running.get(), executor.get()}) == nullptr) {
     foundation::core::except::raise<KALVEX::bigdata::array::IncompatibleTallExecutor>();
   }

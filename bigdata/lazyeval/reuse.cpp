@@ -18,7 +18,7 @@ using matrix::ArrayPtr;
 
 namespace {
 
-/// The key of the cache node that the array's value comes from.
+/// The key of the cache node that produces the array's value.
 ArrayPtr cacheEntryKey(const LazyPartitionedArray& array) {
   const ArrayPtr operation = ki::toArray(array.promise().getClosure()->getOperation());
   return ki::readHostProperty(operation.get(), "CacheEntryKey");

@@ -10,12 +10,12 @@
 
 namespace bigdata::optimizer {
 
-/// The lazy graph behind some arrays as a `digraph` of the host: a snapshot to look at, which
-/// changes nothing and doesn't follow later changes.
+/// A snapshot of the lazy graph behind some arrays, as a `digraph` of the host. It is for
+/// inspection: it changes nothing and doesn't follow later changes.
 ///
-/// Nodes stand in the order of the walk (see ClosureDependencyWalker), edges are sorted by name and
-/// run as the data does: future to closure, closure to promise, promise to future. A promise that
-/// is done has no edge from its closure.
+/// Nodes are in the order of the walk (see ClosureDependencyWalker). Edges are sorted by name and
+/// point the way the data flows: future to closure, closure to promise, promise to future. A
+/// promise that is done has no edge from its closure.
 class ClosureGraph final : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.optimizer.ClosureGraph";
@@ -23,7 +23,7 @@ class ClosureGraph final : public ki::KalvexManagedObject {
   /// Empty, for load.
   explicit ClosureGraph(const ki::KalvexManagedConstructInfo& info);
 
-  /// Of lazy arrays.
+  /// From lazy arrays.
   ///
   /// Errors: an internal error for an input of another class; those of `recalculate`.
   ClosureGraph(const ki::KalvexManagedConstructInfo& info, int nrhs, const kxArray** prhs);
@@ -31,7 +31,7 @@ class ClosureGraph final : public ki::KalvexManagedObject {
   const kxArray* getGraph() const { return graph_.get(); }
   void setGraph(matrix::ArrayPtr graph);
 
-  /// One future for each array, in order, duplicates kept.
+  /// One future per array, in order, duplicates kept.
   const std::vector<ki::PropertyPtr<lazyeval::ClosureFuture>>& getFutures() const {
     return futures_;
   }

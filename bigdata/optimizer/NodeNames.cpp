@@ -10,7 +10,7 @@ namespace bigdata::optimizer {
 
 namespace {
 
-/// Hands out each name once.
+/// Makes each name unique.
 class DistinctNames {
  public:
   std::u16string nameFor(const std::u16string& id) {
@@ -27,7 +27,7 @@ class DistinctNames {
 
  private:
   std::unordered_set<std::u16string> taken_;
-  std::unordered_map<std::u16string, std::size_t> numbers_;  ///< the last one behind each id
+  std::unordered_map<std::u16string, std::size_t> numbers_;  ///< the last one used for each id
 };
 
 }  // namespace

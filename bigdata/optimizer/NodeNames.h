@@ -10,17 +10,17 @@ namespace bigdata::optimizer {
 
 using GraphNodes = std::vector<lazyeval::ClosureGraphNode>;
 
-/// What the nodes of a walked graph are called: by their ids as text, each by a name of its own.
+/// The names of the nodes of a walked graph: each node's id as text, made unique.
 ///
-/// Ids aren't identity: an array and its opened copy may stand in one graph. Of nodes with one id,
-/// those that the walk finished later get a number behind it, from 2 on.
+/// Ids aren't identity: an array and its reopened copy may be in one graph. Of nodes with the same
+/// id, those that the walk finished later get a number appended, from 2 on.
 ///
 /// Errors: "KALVEX:class:InvalidHandle" for a deleted object.
 class NodeNames {
  public:
   explicit NodeNames(const GraphNodes& nodes);
 
-  /// Of a closure, promise or future; one that isn't a node is called by its id.
+  /// The name of a closure, promise or future; an object that isn't a node has its id as name.
   ///
   /// Lives: as long as this.
   template <class T>

@@ -46,8 +46,8 @@ ArrayPtr makeLogicalColumn(std::size_t rows) {
       kxCreateNumericArray(std::array<std::size_t, 2>{rows, 1}, kxLOGICAL_CLASS));
 }
 
-/// Source and target of an edge, by name. The names stand elsewhere, so that edges are cheap to
-/// move.
+/// Source and target of an edge, by name. The names are stored elsewhere, so that edges are cheap
+/// to move.
 struct Edge {
   std::u16string_view source, target;
 

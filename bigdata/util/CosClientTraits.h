@@ -8,7 +8,7 @@ class COSClient;
 
 namespace bigdata::ki::detail {
 
-/// Names the session's client of the native class `T`.
+/// Tag: the session's client of the native class `T`.
 template <class T>
 struct CosClientTraits {};
 
@@ -16,8 +16,8 @@ struct CosClientTraits {};
 
 namespace bigdata::util {
 
-/// Keeps the client that class `T` was initialised with, for calls of methods of that class from
-/// native code. The first one of a session stays.
+/// Keeps the client with which class `T` was initialised, so that native code can call methods of
+/// that class. The first client of a session stays.
 template <class T>
 void keepCosClient(const kcos::COSClient* client) {
   sessionSlot<ki::detail::CosClientTraits<T>, const kcos::COSClient*>([&] { return client; });

@@ -3,14 +3,14 @@
 #include "foundation/exception.h"
 #include "kv/host/export.h"
 
-// The ids of all errors and warnings that the library raises by itself, one tag each, under the
-// name of the id. Raise an error with `foundation::core::except::raise<Tag>(arguments...)`.
+// The ids of all errors and warnings that the library itself raises, one tag each, named after the
+// id. Raise an error with `foundation::core::except::raise<Tag>(arguments...)`.
 
 namespace KALVEX::bigdata::array {
 
 inline constexpr const char* kCategory = "KALVEX:bigdata:array";
 
-/// Argument: the text of the fault.
+/// Argument: the description of the fault.
 struct KV_HOST_API InternalError {
   static constexpr const char *category = kCategory, *key = "InternalError";
 };
@@ -29,7 +29,7 @@ struct KV_HOST_API InvalidTallVersion {
 
 namespace KALVEX {
 
-/// Arguments: the count, the largest one that is taken.
+/// Arguments: the count, the largest count allowed.
 struct KV_HOST_API CountTooLarge {
   static constexpr const char *category = "KALVEX", *key = "CountTooLarge";
 };
@@ -38,7 +38,7 @@ struct KV_HOST_API CountTooLarge {
 
 namespace KALVEX::validateattributes {
 
-/// Arguments: the role ("Input" or "Argument"), the expected type, what came.
+/// Arguments: the role ("Input" or "Argument"), the expected type, the value described.
 struct KV_HOST_API invalidType {
   static constexpr const char *category = "KALVEX:validateattributes", *key = "invalidType";
 };

@@ -6,7 +6,7 @@
 
 #include "foundation/usm.h"
 
-/// Objects of which each session of the host has at most one, named by a tag type.
+/// Objects of which each session of the host has at most one, identified by a tag type.
 namespace bigdata::util {
 
 using SessionStore = foundation::usm::Detail<foundation::usm::scope::Kvm>;

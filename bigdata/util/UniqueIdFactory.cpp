@@ -11,7 +11,7 @@ namespace bigdata::util {
 
 namespace {
 
-/// Decimal digits of a count, without an allocation.
+/// Decimal digits of a count, without allocation.
 class Digits {
  public:
   explicit Digits(std::uint64_t number)

@@ -10,15 +10,14 @@
 
 namespace bigdata::util {
 
-/// An identifier that is unique across sessions and workers: its factory's base and a count.
+/// An identifier that is unique across sessions and workers: the base of its factory and a count.
 ///
-/// It is text to everybody who looks at it; making the text is put off until then, since most ids
-/// are never read. Equality and order are those of the text, by UTF-16 code units. Empty by
-/// default.
+/// It reads as text. The text is made on demand, since most ids are never read. Equality and order
+/// are those of the text, by UTF-16 code units. Empty by default.
 class UniqueId {
  public:
   UniqueId() = default;
-  /// An id that came from outside, such as that of a loaded object.
+  /// An id from outside, such as that of a loaded object.
   explicit UniqueId(std::u16string text);
 
   std::u16string text() const;
@@ -55,13 +54,13 @@ class UniqueIdFactory {
 
 namespace detail {
 
-/// Names the session's factory of the native class `T`.
+/// Tag: the session's factory of the native class `T`.
 template <class T>
 struct UniqueIdFactoryStorage {};
 
 }  // namespace detail
 
-/// The next id of class `T` in this session. `T::kIdPrefix` begins its ids.
+/// The next id of class `T` in this session. Ids begin with `T::kIdPrefix`.
 template <class T>
 UniqueId nextUniqueId() {
   using Tag = detail::UniqueIdFactoryStorage<T>;

@@ -11,16 +11,16 @@ namespace {
 
 using kv::host::MemberDescription;
 
-/// The core's classes as registered, in the order in which the library enters them, as the golden
-/// file has them. A class is its name, its superclass and "sealed"; its members follow, as
+/// The core's classes as registered, in the order in which the library registers them, written as
+/// in the golden file. A class is its name, its superclass and "sealed"; its members follow, as
 ///
 ///     (2) 0                        constructor: number of inputs, or "...", and access
 ///     Id 0/2 2560 = text           property: get access, set access, flags
 ///     copy(1>1) 0 = KALVEX:...     method: inputs, outputs and access
 ///     feval declared static 2      method without counts: its form and access
 ///
-/// Behind "=" is what a shell answers, an object that the host makes when it loads and for which
-/// the file holds nothing; methods get `[]` for each input.
+/// After "=" comes the answer of a shell: an object that the host makes when it loads and for which
+/// the file holds nothing. Methods get `[]` for each input.
 class ClassTables : public LazySession {
  protected:
   static std::string shapeOf(const MemberDescription& member) {
@@ -94,7 +94,7 @@ TEST_F(ClassTables, ReadAsTheGoldenFile) {
   }
   std::ifstream file(KV_CLASS_TABLES);
   EXPECT_EQ(tables, std::string(std::istreambuf_iterator<char>(file), {}))
-      << "KV_WRITE_GOLDEN=1 writes the file again";
+      << "KV_WRITE_GOLDEN=1 rewrites the file";
 }
 
 }  // namespace

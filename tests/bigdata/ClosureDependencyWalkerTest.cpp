@@ -15,7 +15,7 @@ namespace {
 
 class ClosureDependencyWalkerTest : public LazySession {
  protected:
-  /// Names a closure, and its outputs from `firstOutput` on as p and f with that number.
+  /// Names a closure, and its outputs p and f with numbers from `firstOutput` on.
   void label(const ClosurePtr& closure, const std::string& name, int firstOutput) {
     names_[closure.get()] = name;
     for (std::size_t i = 0; i < closure->getOutputPromises().size(); ++i) {
@@ -60,7 +60,7 @@ class WalkOfThree : public ClosureDependencyWalkerTest {
   ClosurePtr c = closure({future(a), future(b)});
 };
 
-// What else there is, shared inputs, roots upstream of each other, is the model's.
+// The other cases, such as shared inputs and roots upstream of each other, are left to the model.
 TEST_F(WalkOfThree, FollowsTheLastInputFirstAndStopsAtAPromiseThatIsDone) {
   EXPECT_EQ(walk({c}), "B p2 f2 A p1 f1 C p3 f3");
   promise(a)->setValue(kv::host::makeDouble(1));
@@ -98,7 +98,7 @@ TEST_F(WalkOfThree, ADeletedNodeRaises) {
   EXPECT_EQ(errorOf([&] { walk({c}); }), "KALVEX:class:InvalidHandle");
 }
 
-/// A graph as plain numbers, and the walk over it as recursion: outputs follow their closure, the
+/// A graph as plain numbers, and the walk over it by recursion: outputs follow their closure, the
 /// last first; inputs are explored from the last to the first.
 struct ModelGraph {
   struct Output {
@@ -152,7 +152,7 @@ struct ModelGraph {
   }
 };
 
-/// A random graph twice: of closures, and as a model.
+/// A random graph in two forms: as closures and as a model.
 class RandomGraphs : public ClosureDependencyWalkerTest {
  protected:
   std::size_t below(std::size_t n) { return random() % n; }
@@ -177,7 +177,7 @@ class RandomGraphs : public ClosureDependencyWalkerTest {
     model.outputs.push_back(std::move(outputs));
   }
 
-  /// One output in four; of half of these the promise keeps its closure.
+  /// Completes one output in four; for half of these, the promise keeps its closure.
   void completeSome() {
     for (std::size_t output = 0; output < model.all.size(); ++output) {
       if (below(4) == 0) {

@@ -9,7 +9,7 @@ namespace bigdata::lazyeval {
 
 namespace {
 
-/// Tables come as cells of their inputs, and so do graphs: {edges, nodes}.
+/// Stubbed tables are cells of their inputs, and so are graphs: {edges, nodes}.
 class ClosureGraphTest : public LazySession {
  protected:
   ClosureGraphTest() {
@@ -34,7 +34,7 @@ class ClosureGraphTest : public LazySession {
     return element ? fl::i18n::to_string(*element) : "missing";
   }
 
-  /// The nodes by kind: c, p, f and a number in order of appearance of each kind.
+  /// The nodes by kind: c, p or f and a number, counted per kind in order of appearance.
   std::string nodes(const Value& graph) {
     const Value shown = get(graph, "Graph");
     const kxArray* table = kxGetCell(shown.get(), 1);
@@ -114,7 +114,7 @@ TEST_F(ClosureGraphTest, ASnapshotChangesOnlyWhenItIsTakenAgain) {
   const Value x = lazyArray(future(only));
   const Value graph = graphOf({x.get()});
   EXPECT_EQ(edges(graph), "c1p1 p1f1");
-  promise(only)->setPartitionIndependent(false);  // so that it keeps its closure when it is done
+  promise(only)->setPartitionIndependent(false);  // so that it keeps its closure when done
   promise(only)->setValue(kv::host::makeDouble(1));
   EXPECT_EQ(edges(graph), "c1p1 p1f1");
   invoke(graph, "recalculate");

@@ -18,7 +18,7 @@ using kv::host::makeString;
 
 const std::string kBuilder = "kalvex.bigdata.internal.executor.CompositeDataProcessorBuilder";
 
-/// Graphs of builders whose nodes have letters, so that a walk reads as a word.
+/// Graphs of builders whose nodes are named by letters, so that a walk reads as a word.
 class Builders : public CoreSession {
  protected:
   Builders() {
@@ -102,7 +102,7 @@ TEST_F(Builders, AreWalkedFromTheLastInputOnceEachAndListedInOrder) {
   }
 }
 
-/// As a builder and its loaded copy do.
+/// This is the case for a builder and its loaded copy.
 TEST_F(Builders, WithOneIdShareACountWhereTheyAreAdjacent) {
   const Value r = node('r', {}), p = node('p', {&r, &r}), q = node('q', {&r});
   session.set(q.get(), "Id", get(p, "Id").get(), kBuilder);
@@ -110,7 +110,7 @@ TEST_F(Builders, WithOneIdShareACountWhereTheyAreAdjacent) {
   EXPECT_EQ(edges(node('s', {&q, &r, &p})), "p-s:1 r-s:2 p-s:3 r-p:1 r-p:2 r-p:3 ");
 }
 
-/// The walk as recursion: a builder, then what its inputs lead to, the last input first.
+/// The walk by recursion: a builder, then what its inputs lead to, the last input first.
 void walkModel(const std::map<char, std::string>& inputs, char builder, std::string& walked) {
   if (walked.find(builder) != std::string::npos) {
     return;

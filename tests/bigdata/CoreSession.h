@@ -16,18 +16,18 @@ namespace bigdata {
 using kv::host::Call;
 using kv::host::Value;
 
-/// The id of the error that `action` ends with and its arguments, separated by " | ", whether it
-/// comes from native code or from the host; "no error" if there is none.
+/// The id and the arguments of the error that `action` ends with, separated by " | ", whether the
+/// error comes from native code or from the host; "no error" if there is none.
 std::string errorOf(const std::function<void()>& action);
 
-/// What `errorOf` gives for an internal error of that text.
+/// The result of `errorOf` for an internal error with that text.
 std::string internalError(std::string_view text);
 
-/// A number, a flag or a text as it reads; of anything else the class, without its package.
+/// A number, a flag or a text as it reads; for anything else its class, without the package.
 std::string shown(const kxArray* value);
 
-/// A session with the core in it, its builtins entered, and nothing else: what the core reaches by
-/// name is absent until a test defines it. After each test the heap is verified.
+/// A session with the core and its builtins and nothing else: what the core reaches by name is
+/// absent until a test defines it. After each test the heap is verified.
 class CoreSession : public ::testing::Test {
  protected:
   struct HostCall {
@@ -38,7 +38,7 @@ class CoreSession : public ::testing::Test {
   CoreSession();
   void TearDown() override;
 
-  // Calls by name, by the rights of public code.
+  // Calls by name, with the rights of public code.
   template <class... Inputs>
   Value call(std::string_view name, const Inputs&... inputs) {
     return callWith(name, {raw(inputs)...});
@@ -47,7 +47,7 @@ class CoreSession : public ::testing::Test {
   Value invoke(const Value& object, std::string_view method, const Inputs&... inputs) {
     return invokeWith(object, method, {raw(inputs)...});
   }
-  /// Makes an object of the class with that name behind "kalvex.bigdata.internal.".
+  /// Makes an object of the class with that name in "kalvex.bigdata.internal".
   template <class... Inputs>
   Value make(const std::string& className, const Inputs&... inputs) {
     return callWith("kalvex.bigdata.internal." + className, {raw(inputs)...});
@@ -63,10 +63,10 @@ class CoreSession : public ::testing::Test {
   bool getFlag(const Value& object, std::string_view property);
   std::string getText(const Value& object, std::string_view property);
 
-  /// Defines a function that notes its calls and then runs `body`.
+  /// Defines a function that records its calls and then runs `body`.
   void stub(const std::string& name, kv::host::NativeBody body = {});
   void note(const std::string& name, const Call& call);
-  /// Names of the calls since the last look, separated by blanks.
+  /// Names of the calls since the last query, separated by blanks.
   std::string takeCalls();
   /// The same with their inputs: "copy(2) throw(KException IncludeCalleeStack true)".
   std::string takeTrace();

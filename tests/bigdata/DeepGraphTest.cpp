@@ -22,7 +22,7 @@ double residentBytes() {
   return residentPages * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
-/// Prints what each step of a test costs.
+/// Prints the cost of each step of a test.
 class StepFigures {
  public:
   StepFigures(const char* what, std::size_t closures) : closures_(static_cast<double>(closures)) {
@@ -45,8 +45,9 @@ class StepFigures {
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-/// Opens its session on the thread that runs a test's work. The host side makes nothing that grows
-/// with the graph: one task for all closures, and a digraph of the two tables' sizes.
+/// Opens its session on the thread that runs the test's work. The host side makes nothing that
+/// grows with the graph: one task for all closures, and a digraph that holds only the sizes of the
+/// two tables.
 class DeepGraph : public LazySession {
  public:
   DeepGraph() {
@@ -104,8 +105,8 @@ class DeepGraph : public LazySession {
         future(ki::createManagedObject<Closure>(std::vector<FuturePtr>(), sourceOperation)));
   }
 
-  /// Views, plans, marks, releases and collects the graph behind an array that reaches `closures`
-  /// closures with one output each, of which each but the last has one reader.
+  /// Views, plans, marks, releases and collects the graph of an array that reaches `closures`
+  /// closures with one output each. Each closure but the last has one reader.
   void useAndDrop(Value array, std::size_t closures, StepFigures& figures) {
     {
       const Value graph = make("optimizer.ClosureGraph", array);

@@ -13,7 +13,7 @@ using kv::host::makeDouble;
 using kv::host::makeLogical;
 using StrategyPtr = ki::KalvexManagedPtr<PartitionStrategy>;
 
-/// Strategies whose bodies are the host's: native code reaches them through their native half.
+/// Strategies whose bodies belong to the host: native code reaches them through their native part.
 class LanguageStrategies : public CoreSession {
  protected:
   LanguageStrategies() { defineStrategy("demo.Strategy"); }
@@ -41,7 +41,7 @@ class LanguageStrategies : public CoreSession {
     definition.properties.push_back({.name = std::move(name), .makeDefault = std::move(make)});
   }
 
-  /// Notes the call with its inputs and gives what the method gives.
+  /// Records the call with its inputs and returns what the method returns.
   void answer(const std::string& method, const Call& call) {
     noted = method;
     for (int i = 1; i < call.nrhs; ++i) {
@@ -83,7 +83,7 @@ TEST_F(LanguageStrategies, AnInfiniteMaximumIsNone) {
             std::numeric_limits<double>::infinity());
   maximum = 1;
   EXPECT_TRUE(native(call("demo.Strategy")).isKnownSinglePartition());
-  EXPECT_EQ(noted, "") << "the maximum is asked and not the method of that name";
+  EXPECT_EQ(noted, "") << "the maximum is read, the method of that name isn't called";
 }
 
 TEST_F(LanguageStrategies, PassEachQuestionToTheirOwnMethod) {

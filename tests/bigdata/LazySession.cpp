@@ -14,8 +14,8 @@ using kv::host::NativeBody;
 
 namespace {
 
-/// A stand-in for an operation class of the host: which inputs of its constructor are the counts of
-/// inputs and outputs; kOne stands for a count of one that the class knows by itself.
+/// A stub for an operation class of the host: the positions of the counts of inputs and outputs
+/// among the inputs of its constructor; kOne for a count that is always one.
 struct OperationRow {
   const char* name;
   int inputsAt, outputsAt;
@@ -127,7 +127,7 @@ void LazySession::defineClasses() {
   session.completeClass(slicewise);
 }
 
-/// An operation class that notes its constructor's inputs and takes its counts from two of them.
+/// An operation class that records its constructor's inputs and takes its counts from two of them.
 void LazySession::defineOperation(const std::string& name, int inputsAt, int outputsAt) {
   auto definition = simpleClass(name, {kOperationClass}, {"CacheEntryKey"});
   const NativeBody construct = [this, name, inputsAt, outputsAt](const Call& c) {

@@ -25,13 +25,12 @@ using PromisePtr = ki::KalvexManagedPtr<ClosurePromise>;
 using OperationPtr = ki::KalvexManagedPtr<Operation>;
 using LazyArrayPtr = ki::KalvexManagedPtr<LazyPartitionedArray>;
 
-/// A session with the core in it and a host side that has every name the lazy graph reaches, each a
-/// stub.
+/// A session with the core, and a host side with a stub for every name that the lazy graph reaches.
 class LazySession : public CoreSession {
  protected:
   LazySession();
 
-  // Making things.
+  // Constructing objects.
   OperationPtr operation(int numInputs, int numOutputs);
   ClosurePtr closure(std::vector<FuturePtr> inputs, int numOutputs = 1);
   FuturePtr future(const ClosurePtr& closure, std::size_t output = 0);
@@ -45,10 +44,10 @@ class LazySession : public CoreSession {
 
   Value executor = kv::host::makeString("default executor");
   Value overridingExecutor;
-  /// What `createExecutionTasks` of the task graph gives.
+  /// What `createExecutionTasks` of the task graph returns.
   std::function<Value(const Call&)> createTasks;
 
-  /// An n-by-1 array of new tasks with the ids task_1, task_2 and so on, over all calls.
+  /// An n-by-1 array of new tasks with the ids task_1, task_2 and so on, counted over all calls.
   Value newTasks(std::size_t count, const Value& strategy = nullptr);
 
  private:

@@ -35,7 +35,7 @@ class LazyTaskGraphTest : public LazySession {
     return fl::i18n::to_string(closure->getId());
   }
 
-  /// What the stub of containers.Map was given, as "key -> id" lines.
+  /// What the stub of containers.Map received, as "key -> id" lines.
   std::map<std::string, std::string> mapOf(const Value& graph, std::string_view property) {
     const Value map = get(graph, property);
     const std::vector<std::string> keys = kv::host::toTexts(kxGetCell(map.get(), 0));
@@ -99,7 +99,7 @@ TEST_F(LazyTaskGraphTest, SortsDependenciesByIdAsText) {
   EXPECT_EQ(idsOf(lastCall("createExecutionTasks").inputs[1].get()), ids);
 }
 
-/// As an array and its opened copy do when they meet.
+/// This is the case when an array meets its reopened copy.
 TEST_F(LazyTaskGraphTest, ClosuresWithOneIdKeepTheirTasksInTheOrderOfThePlan) {
   std::vector<FuturePtr> inputs;
   for (int i = 0; i < 8; ++i) {

@@ -16,7 +16,7 @@ using kv::host::makeDouble;
 int made = 0;
 int destroyed = 0;
 
-/// A node that counts its lives, may link to another, keep a value, and refuse to be made.
+/// A node that counts its instances. It may link to another, keep a value, and refuse construction.
 class Node : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName = "test.Node";

@@ -11,7 +11,7 @@
 
 namespace {
 
-/// The calls of methods by class and name, each as "method/inputs", with "!" if its last flag is
+/// The calls of methods by class and name, each as "method/inputs", with "!" if the last flag is
 /// true.
 std::string methodCalls;
 
@@ -43,7 +43,7 @@ using kv::host::makeString;
 
 constexpr auto kFusableClass = "kalvex.bigdata.internal.lazyeval.SlicewiseFusableOperation";
 
-/// What the core asks of objects of the host by class and name, from native code.
+/// The calls that native code makes to objects of the host by class and name.
 class MethodCalls : public LazySession {
  protected:
   MethodCalls() { methodCalls.clear(); }
@@ -92,7 +92,7 @@ TEST_F(MethodCalls, OnlyThePlannerSetsTheLastFlag) {
   EXPECT_EQ(std::exchange(methodCalls, ""), "directEvaluateImpl/2 directEvaluateImpl/2");
 }
 
-/// By an ordinary call with the object in front, whatever kind of operation it is.
+/// By an ordinary call with the object as first input, whatever kind of operation it is.
 TEST_F(MethodCalls, EachKindOfOperationCreatesItsTasksByItsOwnMethod) {
   const Value first = makeString("first"), second = makeDouble(2);
   const auto created = [&](const OperationPtr& operation) {

@@ -16,7 +16,7 @@ namespace {
 
 constexpr auto kArrayClass = "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray";
 
-/// What calls by name can't show; the stories have the rest.
+/// What calls by name can't show; the stories cover the rest.
 class NativeCalls : public LazySession {
  protected:
   const Value two = kv::host::makeDouble(2);

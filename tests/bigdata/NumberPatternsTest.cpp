@@ -14,13 +14,13 @@ namespace {
 
 using kv::host::makeDouble;
 
-// What the conversions of numbers give, read from the bits alone: no floating-point operation.
+// The expected results of number conversions, computed from the bits alone, without floating point.
 
 constexpr std::uint64_t kSign = std::uint64_t{1} << 63;
 constexpr std::uint64_t kFraction = (std::uint64_t{1} << 52) - 1;
 constexpr int kBias = 1023;
 
-/// The whole part of a double as a count, 2^63 for NaN; nothing from 2^64 up and from -1 down.
+/// The whole part of a double as a count; 2^63 for NaN; nothing from 2^64 up or from -1 down.
 std::optional<std::uint64_t> countOf(std::uint64_t bits) {
   const int exponent = static_cast<int>((bits & ~kSign) >> 52);
   const std::uint64_t significand = (bits & kFraction) | (kFraction + 1);
@@ -37,7 +37,7 @@ std::optional<std::uint64_t> countOf(std::uint64_t bits) {
   return shift < 0 ? significand >> -shift : significand << shift;
 }
 
-/// The bits of the double nearest to a count, of two the one with the even fraction.
+/// The bits of the double nearest to a count; of two, the one with the even fraction.
 std::uint64_t nearestDouble(std::uint64_t count) {
   if (count == 0) {
     return 0;
@@ -46,7 +46,7 @@ std::uint64_t nearestDouble(std::uint64_t count) {
   std::uint64_t significand = count << (63 - top) >> 11;
   const std::uint64_t rest = count << (63 - top) & 2047;
   significand += rest > 1024 || (rest == 1024 && (significand & 1) != 0) ? 1 : 0;
-  // Without its leading one, which a carry out of the fraction turns into the next exponent.
+  // Without the leading one, which a carry out of the fraction turns into the next exponent.
   return (static_cast<std::uint64_t>(kBias + top) << 52) + (significand - (kFraction + 1));
 }
 
@@ -81,7 +81,7 @@ TEST_F(NumberPatterns, AtTheEdgesConvertAsTheirBitsSay) {
   }
 }
 
-/// Half of them are of a size between 1/4 and 2^67, where the bounds of counts lie.
+/// Half of them have a size between 1/4 and 2^67, around the bounds of counts.
 TEST_F(NumberPatterns, AtRandomConvertAsTheirBitsSay) {
   const std::size_t patterns = kv::test::sizes().patterns;
   std::mt19937_64 random(kv::test::drawSeed());

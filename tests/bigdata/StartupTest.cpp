@@ -26,12 +26,12 @@ TEST_F(Startup, EachSessionHasItsOwnClasses) {
   EXPECT_EQ(other.classes(), session.classes());
 }
 
-/// How many outputs a builtin gives at most and how many inputs it takes.
+/// The maximum number of outputs of a builtin, and the range of its number of inputs.
 struct Arity {
   std::string_view name;
   int maxOutputs, minInputs, maxInputs;
 };
-constexpr int kMany = 9;  ///< as good as no limit
+constexpr int kMany = 9;  ///< in effect no limit
 constexpr Arity kArities[] = {
     {"alignPartitionMetadataBuiltin", 1, 0, kMany},
     {"alignPartitionStrategyBuiltin", 1, 0, kMany},
@@ -46,7 +46,7 @@ constexpr Arity kArities[] = {
     {"vertcatPartitionMetadataBuiltin", 1, 1, kMany},
 };
 
-/// The error of a call with these counts, if it is one of the three that are about counts.
+/// The error of a call with these counts, if it is one of the three errors about counts.
 std::string_view countError(const Arity& arity, int nlhs, int nrhs) {
   if (nlhs > arity.maxOutputs) {
     return "KALVEX:TooManyOutputs";

@@ -8,7 +8,7 @@
 
 namespace bigdata::lazyeval {
 
-/// How GoogleTest writes a scene.
+/// How GoogleTest prints a scene.
 void PrintTo(const Scene& scene, std::ostream* out) { *out << scene.name; }
 
 namespace {
@@ -43,7 +43,7 @@ std::set<std::string> declaredIds() {
   return ids;
 }
 
-/// Each is the answer of a line, which plays it.
+/// Each id is the answer of a story line, which is played.
 TEST(ErrorIds, AreEachRaisedByACallFromOutside) {
   std::set<std::string> told{"KALVEX:bigdata:array:InvalidTallVersion"};  // a warning
   const std::regex raised(R"(=> ! (KALVEX:[A-Za-z:]+)?)");

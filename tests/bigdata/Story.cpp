@@ -48,7 +48,7 @@ std::vector<const kxArray*> pointersTo(const std::vector<Value>& values) {
 
 }  // namespace
 
-/// Takes a line apart from its front.
+/// Parses a line from the front.
 class Story::Reader {
  public:
   explicit Reader(std::string_view text) : rest(text) {}
@@ -79,7 +79,7 @@ class Story::Reader {
       fail("a name");
     }
     rest.remove_prefix(found.size());
-    // Names between backquotes have no package of their own.
+    // Names in backquotes have no implied package.
     return found.front() == '`' ? std::string(found.substr(1, found.size() - 2)) : unfolded(found);
   }
   std::string until(char end) {
@@ -158,7 +158,7 @@ Story::Story() {
   });
 }
 
-/// Arrays become records and come back, and records can be made by hand.
+/// Turns arrays into records and back; records can also be made by hand.
 void Story::defineSaving() {
   session.defineFunction("saved", [](const Call& c) {
     c.out(0, makeArrayRecord(*ki::fromArray<LazyArrayPtr>(c.in(0))));
@@ -256,8 +256,8 @@ std::string Story::check(Reader& line) {
   return outcome == line.remainder() ? "" : "answers " + outcome;
 }
 
-/// "class Name : Super has Property does method": methods do nothing, and all but the name may be
-/// left out or be several.
+/// "class Name : Super has Property does method": methods do nothing. All parts but the name are
+/// optional and may be repeated.
 void Story::defineClass(Reader& line) {
   auto definition = std::make_shared<kv::host::ClassDefinition>();
   definition->name = line.word();
@@ -273,7 +273,7 @@ void Story::defineClass(Reader& line) {
   session.defineClass(definition);
 }
 
-/// A body that answers an expression, or raises "! id".
+/// A body that returns the value of an expression, or raises for "! id".
 kv::host::NativeBody Story::bodyOf(const std::string& text) {
   return [this, text](const Call& c) {
     if (text.starts_with("! ")) {
@@ -291,7 +291,7 @@ kv::host::NativeBody Story::bodyOf(const std::string& text) {
   };
 }
 
-/// "stub name = expression": a function of the host that notes its calls, with $1, $2 for inputs;
+/// "stub name = expression": a host function that records its calls, with $1, $2 for inputs;
 /// "= ! id" raises. "name of @Class" completes a method that a class declares.
 void Story::defineStub(Reader& line, bool isNoted) {
   const std::string name = line.word();
@@ -314,7 +314,7 @@ void Story::defineStub(Reader& line, bool isNoted) {
   session.completeClass(completion);
 }
 
-/// "2 of f(x)" asks a call for two outputs and gives the second one; "0 of" asks for none.
+/// "2 of f(x)" requests two outputs from a call and gives the second; "0 of" requests none.
 Value Story::evaluate(Reader& text, int nlhs) {
   text.skipBlanks();
   if (text.rest.size() > 5 && text.rest.substr(1).starts_with(" of ")) {

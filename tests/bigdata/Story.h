@@ -9,22 +9,22 @@
 
 namespace bigdata::lazyeval {
 
-/// A piece of a story: a title, and lines to play in a session of their own.
+/// A part of a story: a title, and lines to play in a session of their own.
 struct Scene {
   std::string name;  ///< of file and title, as an identifier
   std::vector<std::string> lines;
 };
 
-/// All scenes of the files in the folder of stories. A line "== title" begins a scene; what is
-/// before the first one in a file is played at the start of each.
+/// All scenes of the files in the folder of stories. A line "== title" begins a scene; lines before
+/// the first scene of a file are played at the start of each of its scenes.
 std::vector<Scene> readScenes();
 
-/// Plays scenes: calls by name into the core, each with what it answers. README.md in the folder of
-/// stories has the language.
+/// Plays scenes: calls by name into the core, each with its expected answer. The language is
+/// described in README.md in the folder of stories.
 class Story : public LazySession {
  protected:
   Story();
-  /// Result: what went otherwise than the line says; empty if nothing did.
+  /// Result: how the outcome differs from the line; empty if it doesn't.
   std::string play(std::string_view line);
 
  private:

@@ -6,7 +6,7 @@ namespace bigdata::ki {
 
 namespace {
 
-/// The package that a full class name stands in.
+/// The package that holds the class with this full name.
 kcos::COSPackage* packageOf(std::string_view className) {
   kcos::COSPackage* package = nullptr;
   for (std::size_t dot = className.find('.'); dot != std::string_view::npos;

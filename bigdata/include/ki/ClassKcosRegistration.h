@@ -8,20 +8,20 @@
 
 namespace bigdata::ki {
 
-/// An entry of the table of classes.
+/// An entry in the table of classes.
 class ClassKcosRegistrationBase {
  public:
   virtual ~ClassKcosRegistrationBase();
 
-  /// A new class info; the host takes it over.
+  /// A new class info; the host takes ownership.
   virtual kcos::COSClassInfo* createClassInfo() const = 0;
 
  protected:
-  /// Enters this under a full class name; a name that is there already keeps its first entry.
+  /// Registers this entry under a full class name. If the name is taken, the first entry stays.
   explicit ClassKcosRegistrationBase(kcos::NameRef className);
 };
 
-/// Enters the class that `Info` describes in the table. One static object per class, in the
+/// Registers the class that `Info` describes. There is one static object per class, in the
 /// translation unit of its description.
 template <class Info>
 class ClassKcosRegistration final : public ClassKcosRegistrationBase {
@@ -30,13 +30,13 @@ class ClassKcosRegistration final : public ClassKcosRegistrationBase {
   kcos::COSClassInfo* createClassInfo() const override { return new Info; }
 };
 
-/// All classes by full name, in byte order. It exists before the first static registration object,
-/// whatever the order of the translation units.
+/// All classes by full name, in byte order. It is constructed before the first static registration
+/// object, whatever the order of the translation units.
 std::map<std::string, const ClassKcosRegistrationBase*>& classRegistry();
 
-/// Enters all classes of the table in the host's packages, in the order of their names.
+/// Adds all classes in the table to the host's packages, in the order of their names.
 ///
-/// Errors: those of the host; classes entered before stay entered.
+/// Errors: those of the host; classes added before the error stay.
 void registerAllClasses();
 
 }  // namespace bigdata::ki

@@ -25,7 +25,7 @@ struct SetterArgument<void (C::*)(P)> {
   using Type = std::remove_cvref_t<P>;
 };
 
-/// A member function of `C` or of a base, with `C` deduced from where it was declared.
+/// A member function of `C` or of a base; `C` is deduced from the declaration.
 template <class Member>
 struct MemberOf;
 template <class C, class Result, class... P>
@@ -55,13 +55,13 @@ struct Overload {
 template <class... P>
 inline constexpr detail::Overload<P...> overload{};
 
-/// Fills a class of the host with the bound members of the native class `T`: one row a member, in
+/// Fills a class of the host with the bound members of the native class `T`: one row per member, in
 /// the order in which the class publishes them.
 ///
-/// Parameters and results of members may have any type with a conversion (`ki/conversions.h`); a
-/// parameter may also be a managed class by constant reference, and a tuple result gives as many
-/// outputs. Inputs are converted from last to first, then the object is checked, then the member
-/// runs. A bare function takes the object as its first parameter, `T&`.
+/// Parameters and results of members may have any type with a conversion (`ki/conversions.h`). A
+/// parameter may also be a managed class by constant reference, and a tuple result sets one output
+/// per element. Inputs are converted from last to first, then the object is checked, then the
+/// member runs. A free function takes the object as its first parameter, `T&`.
 template <class T>
 class CosClassBuilder {
  public:
@@ -85,13 +85,13 @@ class CosClassBuilder {
         access);
   }
 
-  /// Constructs by a callable `std::unique_ptr<T>(const KalvexManagedConstructInfo&, P...)`.
+  /// Constructs with a callable `std::unique_ptr<T>(const KalvexManagedConstructInfo&, P...)`.
   template <class Callable>
   CosClassBuilder& constructorFrom(Callable callable, Access access) {
     return addConstructor(std::function(std::move(callable)), access);
   }
 
-  /// Constructs a `T` from the construction context, a count and a list of any inputs.
+  /// Constructs a `T` from the construction context and a list of any inputs with its count.
   CosClassBuilder& variadicConstructor(Access access) {
     static_assert(
         std::constructible_from<T, const KalvexManagedConstructInfo&, int, const kxArray**>,
@@ -175,7 +175,7 @@ class CosClassBuilder {
     return *this;
   }
 
-  /// The body comes from the class's definition in the language.
+  /// The body is supplied by the class's definition in the language.
   CosClassBuilder& declareMethod(kcos::NameRef name, Access access = Access::Public) {
     cls_->declareMethod(interned(name), access);
     return *this;

@@ -11,15 +11,15 @@ namespace bigdata::ki {
 
 namespace detail {
 
-/// The text behind the last "." of a full class name.
+/// The part of a full class name after the last ".".
 constexpr std::string_view shortClassName(std::string_view fullName) {
   return fullName.substr(fullName.rfind('.') + 1);
 }
 
 }  // namespace detail
 
-/// Describes the native class `T` to the host. Derive one class per class, which fills
-/// `initializeClass` by a `CosClassBuilder`.
+/// Describes the native class `T` to the host. Derive one such class per native class and fill in
+/// `initializeClass` with a `CosClassBuilder`.
 template <class T>
 class KalvexManagedCosClassInfo : public kcos::COSClassInfo {
  public:
@@ -37,8 +37,8 @@ class KalvexManagedCosClassInfo : public kcos::COSClassInfo {
   }
 
  protected:
-  /// The native part of an object of a subclass that is written in the language and whose
-  /// construction made none; null where there is no such thing.
+  /// The native part for an object of a subclass written in the language, if its construction made
+  /// none; null if the class supports no such subclasses.
   virtual T* createHostImplemented(const KalvexManagedConstructInfo& /*info*/) { return nullptr; }
 
  private:

@@ -10,16 +10,16 @@ namespace bigdata::ki {
 
 class KalvexManagedObject;
 
-/// The context in which a native object is constructed: it knows the host object to attach it to.
+/// The context in which a native object is constructed. It knows the host object to attach to.
 class KalvexManagedConstructInfo {
  public:
   virtual ~KalvexManagedConstructInfo();
 
-  /// Attaches the object under construction. Result: the host object that it lives in.
+  /// Attaches the object under construction. Result: the host object that now owns it.
   virtual kcos::COSInterface* registerManagedObject(KalvexManagedObject* object) const = 0;
 };
 
-/// Base of every native class that is a class of the host: a native object lives inside a host
+/// Base of every native class that is also a class of the host. A native object lives inside a host
 /// object, which owns it.
 ///
 /// 1. Construction attaches the object; if a derived constructor throws, the context detaches it.
@@ -39,13 +39,13 @@ class KalvexManagedObject {
     kcos::utFreePart(memory, bytes);
   }
 
-  /// This object, viewed as the class `T` of its chain. Makes no check.
+  /// This object as the class `T` of its chain. Unchecked.
   template <class T>
   KalvexManagedPtr<T> getSelf() const {
     return {static_cast<T*>(selfInterface_->getInstanceData(classKey<T>())), selfInterface_};
   }
 
-  /// The host object that this one lives in. Lives: longer than this.
+  /// The host object that owns this one. Lives: longer than this.
   kcos::COSInterface* selfInterface() const noexcept { return selfInterface_; }
 
  protected:

@@ -9,12 +9,12 @@
 
 namespace bigdata::ki {
 
-/// What native code passes about: a native object together with a strong reference to the host
-/// object that it lives in. For locals, arguments and results; a field of a managed object is a
+/// The pointer that native code passes around: a native object with a strong reference to the host
+/// object that owns it. For locals, arguments and results. A field of a managed object must be a
 /// `PropertyPtr`, which the host's collector can see.
 ///
 /// A pointer with neither part is the legal null. A pointer made from a deleted object has only the
-/// reference, and every use of it raises.
+/// reference, and using it raises an error.
 template <class T>
 class KalvexManagedPtr {
  public:
@@ -61,7 +61,7 @@ class KalvexManagedPtr {
   /// False for the null pointer only: a pointer to a deleted object isn't null.
   explicit operator bool() const noexcept { return raw_ != nullptr || interface_ != nullptr; }
 
-  /// Without any check: for identity.
+  /// Unchecked; for comparing identity.
   T* raw() const noexcept { return raw_; }
   kcos::COSInterface* interface() const noexcept { return interface_; }
 

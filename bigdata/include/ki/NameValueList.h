@@ -10,14 +10,14 @@ namespace bigdata::ki {
 /// Permitted names with their values; null where none was given.
 using NameValueMap = std::map<std::string, const kxArray*>;
 
-/// Reads a list of names and values, as variadic constructors take them: a copy of `defaults` with
-/// the values given. All names are checked and no value is looked at; a name that comes twice keeps
-/// its last value.
+/// Reads a list of name-value pairs, as variadic constructors take it: a copy of `defaults` with
+/// the given values. All names are checked, the values aren't. If a name occurs twice, its last
+/// value counts.
 ///
 /// Lives:  the values belong to the inputs.
 /// Errors: "KALVEX:InputParser:ParamMustBeChar" for a name that isn't text,
 ///         "KALVEX:InputParser:ParamMissingValue" and "KALVEX:InputParser:UnmatchedParameter" with
-///         the name; the first in the order of the list.
+///         the name. The first fault in the list is reported.
 NameValueMap parseNameValueList(const NameValueMap& defaults, int nrhs, const kxArray** prhs);
 
 }  // namespace bigdata::ki

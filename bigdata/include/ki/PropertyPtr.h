@@ -10,18 +10,18 @@ namespace bigdata::ki {
 
 namespace detail {
 
-/// Records that `owner` leads to `child` in the host's lifetime graph; not for a deleted child.
+/// Adds the edge from `owner` to `child` to the host's lifetime graph, unless the child is deleted.
 void linkChild(kcos::COSInterface* owner, kcos::COSInterface* child);
-/// Withdraws it; a child that was deleted since needs no call.
+/// Removes the edge. Not needed for a child that has been deleted since.
 void unlinkChild(kcos::COSInterface* owner, kcos::COSInterface* child) noexcept;
 
 }  // namespace detail
 
-/// A field of a managed object that refers to another managed object: the edge from owner to target
-/// is known to the host's collector for as long as this holds it.
+/// A field of a managed object that refers to another managed object. The host's collector knows
+/// the edge from owner to target for as long as this field holds it.
 ///
-/// Assignment: `field_ = {selfInterface(), value}` links the new target before the old one is let
-/// go. A target that is deleted meanwhile raises on use.
+/// Assignment: `field_ = {selfInterface(), value}` links the new target before it releases the old
+/// one. Using a target that has been deleted raises an error.
 template <class T>
 class PropertyPtr {
  public:
@@ -55,7 +55,7 @@ class PropertyPtr {
 
   ~PropertyPtr() { reset(); }
 
-  /// Withdraws the edge; empty afterwards.
+  /// Removes the edge; empty afterwards.
   void reset() noexcept {
     detail::unlinkChild(owner_, child_);
     raw_ = nullptr;
@@ -86,7 +86,7 @@ class PropertyPtr {
 
   explicit operator bool() const noexcept { return child_ != nullptr; }
 
-  /// The target's host object, also when it was deleted; null for an empty property.
+  /// The target's host object, even if it was deleted; null for an empty property.
   const kcos::COSInterfacePtr& child() const noexcept { return child_; }
 
  private:

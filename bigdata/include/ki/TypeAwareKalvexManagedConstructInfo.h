@@ -10,7 +10,7 @@ namespace bigdata::ki {
 
 /// The construction context of class `T` on one host object.
 ///
-/// Until `release` is called its destructor takes the native part off the host object again, which
+/// Unless `release` was called, the destructor detaches the native part from the host object, which
 /// undoes the attachment when a constructor fails.
 template <class T>
 class TypeAwareKalvexManagedConstructInfo final : public KalvexManagedConstructInfo {
@@ -31,7 +31,7 @@ class TypeAwareKalvexManagedConstructInfo final : public KalvexManagedConstructI
     }
   }
 
-  /// Stores `object` as the native part. One that was there already is deleted first.
+  /// Stores `object` as the native part. A previous native part is deleted first.
   kcos::COSInterface* registerManagedObject(KalvexManagedObject* object) const override {
     const kcos::COSInternedBase key = classKey<T>();
     if (void* earlier = interface_->getInstanceData(key)) {
@@ -42,11 +42,11 @@ class TypeAwareKalvexManagedConstructInfo final : public KalvexManagedConstructI
     return interface_;
   }
 
-  /// The construction succeeded: the host object owns the native part from here on.
+  /// The construction succeeded: the host object owns the native part from now on.
   void release() noexcept { interface_ = nullptr; }
 
  private:
-  /// The base is the only part of the object that stands yet, so its type can't be looked at.
+  /// Only the base of the object is constructed so far, so its dynamic type must not be checked.
   __attribute__((no_sanitize("vptr"))) static T* viewed(KalvexManagedObject* object) {
     return static_cast<T*>(object);
   }

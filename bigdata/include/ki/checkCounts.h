@@ -4,7 +4,7 @@
 
 namespace bigdata::ki {
 
-/// Refuses the counts of a raw call: first outputs, then too many inputs, then too few.
+/// Checks the counts of a raw call: too many outputs, then too many inputs, then too few.
 /// Errors: "KALVEX:TooManyOutputs", "KALVEX:TooManyInputs", "KALVEX:NotEnoughInputs".
 inline void checkOutputs(int nlhs, int maximum) {
   if (nlhs > maximum) {

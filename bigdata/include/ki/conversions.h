@@ -7,6 +7,6 @@
 #include "ki/detail/convertRowVector.h"
 #include "ki/detail/convertText.h"
 
-/// Every value that crosses between the host and native code, each by the type that native code
-/// gives it. `fromArray<P>(array)` and `toArray(value)` choose the conversion by type; bound
-/// members use it for their parameters and results.
+/// The conversions of all values that cross between the host and native code. `fromArray<P>(array)`
+/// and `toArray(value)` choose the conversion by the native type; bound members use it for their
+/// parameters and results.

@@ -8,10 +8,10 @@
 
 namespace bigdata::ki {
 
-/// Makes an object of the native class `T`, with its host object, from native code: `T` is
+/// Makes an object of the native class `T`, with its host object, from native code. `T` is
 /// constructed from a construction context and `arguments`.
 ///
-/// Errors: those of the constructor, after which nothing is left of the object.
+/// Errors: those of the constructor; no part of the object is left then.
 template <class T, class... Arguments>
 KalvexManagedPtr<T> createManagedObject(Arguments&&... arguments) {
   kcos::COSClass* objectClass = kcos::COSClass::getClass(classKey<T>());

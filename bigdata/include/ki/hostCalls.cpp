@@ -8,7 +8,7 @@ namespace bigdata::ki {
 
 namespace {
 
-/// The one slot that a call may always set, freed however the call ends.
+/// The one output slot that a call may always set; freed however the call ends.
 class OutputSlot {
  public:
   OutputSlot() = default;

@@ -7,25 +7,25 @@
 #include "kcos/interned.h"
 #include "kx/array.h"
 
-/// Calls out of native code into the host, with their outputs owned at once.
+/// Calls from native code into the host; their outputs are owned from the start.
 namespace bigdata::ki {
 
 using matrix::ArrayPtr;
 
 /// Calls the host function `name` with one output.
-/// Result: the output; null if the function set none.
+/// Result: the output; null if the function didn't set it.
 /// Errors: those of the host, as KExceptionEnvelope.
 ArrayPtr callHost(kcos::NameRef name, std::span<const kxArray* const> inputs);
 inline ArrayPtr callHost(kcos::NameRef name, std::initializer_list<const kxArray*> inputs = {}) {
   return callHost(name, std::span(inputs.begin(), inputs.size()));
 }
 
-/// Calls the host function `name` for what it does.
+/// Calls the host function `name` for its side effects.
 void callHostForEffect(kcos::NameRef name, std::initializer_list<const kxArray*> inputs);
 
-/// Calls a method of a class by name with one output, with the rights of `client`; `last` is the
+/// Calls a method of a class by name with one output, with the rights of `client`. `last` is the
 /// last flag of `omCallMethod`.
-/// Errors: "KALVEX:bigdata:array:InternalError" with "Could not find method ", class and method, if
+/// Errors: "KALVEX:bigdata:array:InternalError" with "Could not find method ", class and method if
 ///         the class has no such method.
 ArrayPtr callHostMethod(kcos::COSInternedBase className, kcos::NameRef method,
                         const kcos::COSClient* client, std::span<const kxArray* const> inputs,
@@ -41,7 +41,7 @@ void callHostMethodForEffect(kcos::COSInternedBase className, kcos::NameRef meth
                              const kcos::COSClient* client,
                              std::initializer_list<const kxArray*> inputs);
 
-/// The property of a scalar object, shared.
+/// A property of a scalar object, as a shared copy.
 ArrayPtr readHostProperty(const kxArray* object, kcos::NameRef name);
 
 }  // namespace bigdata::ki

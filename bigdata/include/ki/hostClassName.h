@@ -4,7 +4,7 @@
 
 namespace bigdata::ki {
 
-/// The full host class name of `T`, which the class states once:
+/// The full host class name of `T`, which the class states once, as
 ///
 ///     static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.FunctionHandle";
 template <class T>

@@ -1,4 +1,4 @@
-# The host's error class, and functions of a user.
+# The host's error class, and user functions.
 class `kalvex.bigdata.BigDataException`
 stub `kalvex.bigdata.BigDataException.getClientStack` = clientStack(hasInternalStackFramesBuiltin())
 stub clientStack = "user.cpp:12"

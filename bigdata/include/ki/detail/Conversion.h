@@ -13,7 +13,7 @@ using matrix::ArrayPtr;
 
 namespace detail {
 
-/// The conversion of native type `T` (no reference, no const), with one or both of
+/// The conversion of the native type `T` (no reference, no const). It has one or both of
 ///
 ///     static T fromArray(const kxArray* array);
 ///     static ArrayPtr toArray(const T& value);      // or T&&

@@ -8,7 +8,7 @@
 
 namespace bigdata::ki::detail {
 
-/// No element.
+/// An enumeration without elements.
 template <class E>
 class EmptyEnumerationUtil final : public kcos::EnumerationUtil<E> {
  public:
@@ -16,7 +16,7 @@ class EmptyEnumerationUtil final : public kcos::EnumerationUtil<E> {
   E next() override { throw kcos::ENoElements(); }
 };
 
-/// One element.
+/// An enumeration of one element.
 template <class E>
 class ScalarEnumerationUtil final : public kcos::EnumerationUtil<E> {
  public:
@@ -34,7 +34,7 @@ class ScalarEnumerationUtil final : public kcos::EnumerationUtil<E> {
   bool pending_ = true;
 };
 
-/// The elements of a list.
+/// An enumeration of the elements of a list.
 template <class E>
 class VectorEnumerationUtil final : public kcos::EnumerationUtil<E> {
  public:
@@ -52,7 +52,7 @@ class VectorEnumerationUtil final : public kcos::EnumerationUtil<E> {
   std::size_t next_ = 0;
 };
 
-/// A source of elements in memory that the host can free.
+/// An in-memory source of elements, which the host can free.
 template <class E, template <class> class Util, class... Arguments>
 kcos::Enumeration<E> makeEnumeration(Arguments&&... arguments) {
   void* memory = kcos::utCalloc(sizeof(Util<E>));

@@ -15,13 +15,13 @@
 
 namespace bigdata::ki::detail {
 
-/// Ends the process if the host passed another number of inputs than the signature says: it checks
-/// counts before it calls, so this is a fault of the host and no error of the language.
+/// Ends the process if the number of inputs differs from the signature. The host checks counts
+/// before it calls, so a mismatch is a fault of the host and not an error of the language.
 void assertInputCount(int nrhs, std::size_t expected);
 
 void fillSignature(kcos::COSMethodSignature& signature, std::size_t inputs, std::size_t outputs);
 
-/// How the result of a bound member becomes outputs: one, or one for each element of a tuple.
+/// Turns the result of a bound member into outputs: one, or one per element of a tuple.
 template <class Result>
 struct Outputs {
   static constexpr std::size_t kCount = 1;
@@ -55,7 +55,7 @@ struct Outputs<void> {
   static constexpr std::size_t kCount = 0;
 };
 
-/// A method of the native class `T`: a member function, or a function whose first parameter is a
+/// A method of the native class `T`: a member function, or a function whose first parameter is
 /// `T&`. The object is the first input.
 template <class T, class Callable, class Result, class... P>
 class FixedTypeCosMethodInfo final : public kcos::COSMethodBase {
@@ -85,8 +85,8 @@ class FixedTypeCosMethodInfo final : public kcos::COSMethodBase {
   Callable callable_;
 };
 
-/// A constructor of the native class `T` with inputs of fixed types: the new host object arrives in
-/// the first output.
+/// A constructor of the native class `T` with inputs of fixed types. The new host object is
+/// returned in the first output.
 template <class T, class... P>
 class FixedTypeCosConstructorInfo final : public kcos::COSMethodBase {
  public:

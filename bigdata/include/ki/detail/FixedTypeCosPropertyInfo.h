@@ -10,7 +10,7 @@
 
 namespace bigdata::ki::detail {
 
-/// Stands for the type of a setter that isn't there.
+/// The setter type of a property without a setter.
 struct Ignore {};
 
 /// A property of the native class `T`: a getter of `GetType` and, unless `SetType` is `Ignore`, a
@@ -30,7 +30,7 @@ class FixedTypeCosPropertyInfo final : public kcos::COSPropT {
     return matrix::to_kalvex(toArray((checked(object).*getter_)()));
   }
 
-  /// Does nothing without a setter: what the host lets through is ignored.
+  /// Does nothing if there is no setter: an assignment that the host lets through is ignored.
   void set([[maybe_unused]] kcos::COSInterface* object,
            [[maybe_unused]] const kxArray* value) const override {
     if constexpr (!std::is_same_v<SetType, Ignore>) {
@@ -63,8 +63,8 @@ class FixedTypeCosPropertyInfo final : public kcos::COSPropT {
     return *static_cast<T*>(requireInstanceData(object, classKey_));
   }
 
-  /// For the tracer: the native part whose field this property is. Null for an object that has none
-  /// yet, and for a derived property, which stands for no field and may raise when it is computed.
+  /// For the tracer: the native part with this property as a field. Null for an object without
+  /// a native part, and for a derived property, which isn't a field and may raise when computed.
   const T* findOwner(const kcos::COSInterface* object) const {
     return object == nullptr || object->isDeleted() || flags() == kDerived
                ? nullptr

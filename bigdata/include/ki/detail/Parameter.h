@@ -13,14 +13,14 @@
 
 namespace bigdata::ki::detail {
 
-/// How a parameter of type `P` of a bound member is kept between its conversion and the call.
+/// How a parameter of type `P` is stored between its conversion and the call of the bound member.
 template <class P>
 struct Parameter {
   using Held = std::remove_cvref_t<P>;
   static P&& pass(Held& held) { return static_cast<P&&>(held); }
 };
 
-/// A managed class by reference: alive, and not null.
+/// A managed class by reference: not null and not deleted.
 template <class T>
   requires std::derived_from<T, KalvexManagedObject>
 struct Parameter<const T&> {
@@ -34,12 +34,12 @@ class Parameters {
  public:
   static constexpr std::size_t kCount = sizeof...(P);
 
-  /// Converts from the last input to the first: of two bad ones, the later is reported.
+  /// Converts from the last input to the first, so the error is that of the last bad input.
   explicit Parameters(const kcos::COSValue* inputs) {
     readBackwards(inputs, std::make_index_sequence<kCount>());
   }
 
-  /// Calls `function` with `leading` arguments and the inputs, which are moved in.
+  /// Calls `function` with `leading` arguments, then the inputs, which are moved.
   template <class Function, class... Leading>
   decltype(auto) passTo(const Function& function, Leading&&... leading) {
     return std::apply(

@@ -2,7 +2,7 @@
 
 namespace bigdata::ki::detail {
 
-// One slot more than are handed over: a method may fill one output that nobody asked for.
+// One slot more than requested: a method may set one output that the caller didn't ask for.
 RawLists::RawLists(int nlhs, int nrhs, const kcos::COSValue* rhs)
     : outputs_(static_cast<std::size_t>(std::max(nlhs, 1)) + 1, nullptr) {
   inputs_.reserve(static_cast<std::size_t>(nrhs));

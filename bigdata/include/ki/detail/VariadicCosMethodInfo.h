@@ -12,8 +12,8 @@
 
 namespace bigdata::ki::detail {
 
-/// The lists of one raw call: inputs copied out of the host's form, and output slots, which are
-/// freed unless they were handed over. Up to five of each need no allocation.
+/// The lists of one raw call: inputs copied from the host's form, and output slots, which are freed
+/// unless they are handed over. Up to five of each need no allocation.
 class RawLists {
  public:
   RawLists(int nlhs, int nrhs, const kcos::COSValue* rhs);
@@ -24,7 +24,7 @@ class RawLists {
   kxArray** outputs() { return outputs_.data(); }
   const kxArray** inputs() { return inputs_.data(); }
 
-  /// Gives the output slots to the host: those asked for, and the first one if it was set anyway.
+  /// Gives the output slots to the host: the requested ones, and the first if it was set anyway.
   void handOver(int& nlhs, kcos::COSValue* lhs);
 
  private:
@@ -32,14 +32,14 @@ class RawLists {
   boost::container::small_vector<kxArray*, 5> outputs_;
 };
 
-/// What all methods with the raw signature share.
+/// The common part of all methods with the raw signature.
 class VariadicCosMethodBase : public kcos::COSMethodBase {
  public:
   using COSMethodBase::COSMethodBase;
   void getMethodSignature(kcos::COSMethodSignature& signature) const override;
 };
 
-/// A member of the native class `T` with the raw signature; the object is the first input and isn't
+/// A member of the native class `T` with the raw signature. The object is the first input and isn't
 /// passed on.
 template <class T, class Member>
 class VariadicCosMemberInfo final : public VariadicCosMethodBase {
@@ -62,8 +62,8 @@ class VariadicCosMemberInfo final : public VariadicCosMethodBase {
   Member member_;
 };
 
-/// A plain function with the raw signature; the object that the host dispatched on is one of the
-/// inputs, wherever it stands.
+/// A free function with the raw signature. The object that the host dispatched on is one of the
+/// inputs, at any position.
 class VariadicCosFunctionInfo final : public VariadicCosMethodBase {
  public:
   using Function = std::function<void(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs)>;

@@ -7,10 +7,10 @@ namespace bigdata::ki::detail {
 /// Errors: "KALVEX:class:InvalidHandle", always.
 [[noreturn]] void raiseInvalidHandle();
 
-/// The check behind every use of a reference to a managed object. A reference with neither native
-/// part nor host object is the legal null and passes.
+/// Checks a reference to a managed object; every use of one goes through here. A reference with
+/// neither native part nor host object is the legal null and passes.
 ///
-/// Errors: "KALVEX:class:InvalidHandle" if the host object is gone, or has no such native part.
+/// Errors: "KALVEX:class:InvalidHandle" if the host object is deleted, or has no such native part.
 inline void checkHandle(const void* raw, const kcos::COSInterface* interface) {
   if (raw == nullptr && interface == nullptr) {
     return;

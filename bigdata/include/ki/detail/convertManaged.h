@@ -13,20 +13,19 @@
 
 namespace bigdata::ki::detail {
 
-/// A host object taken out of an array, with its native part; the part is null for a deleted
-/// object.
+/// A host object from an array, with its native part, which is null if the object was deleted.
 struct ManagedElement {
   kcos::COSInterfacePtr object;
   void* raw = nullptr;
 };
 
-/// The object of a scalar object array. Null, and `[]` of class double, give none.
+/// The object in a scalar object array; none for null and for `[]` of class double.
 /// Errors: "KALVEX:validateattributes:invalidType" with "scalar " and the class name, and the class
-///         of what came.
+///         of the value.
 ManagedElement scalarElement(const kxArray* array, kcos::NameRef className);
 
 /// Number of elements of an object array; 0 for null.
-/// Errors: "KALVEX:validateattributes:invalidType" with the class name and the class of what came.
+/// Errors: "KALVEX:validateattributes:invalidType" with the class name and the value's class.
 std::size_t countElements(const kxArray* array, kcos::NameRef className);
 
 ManagedElement elementAt(const kxArray* array, std::size_t index, kcos::NameRef className);
@@ -96,7 +95,7 @@ struct Conversion<std::vector<PropertyPtr<T>>> {
   }
 };
 
-/// What a parameter of type `const T&` is read as, `T` a managed class: the first object of an
+/// How a parameter of type `const T&` is read, where `T` is a managed class: the first object of an
 /// object array, checked when it is passed on.
 template <class T>
 struct ManagedReference {

@@ -8,7 +8,7 @@ namespace bigdata::ki {
 
 namespace {
 
-/// What the conversion of NaN gives: the indefinite integer of the machine.
+/// The result for NaN: the processor's "integer indefinite" value.
 constexpr std::size_t kNotACount = std::size_t{1} << 63;
 
 }  // namespace

@@ -10,25 +10,25 @@ namespace bigdata::ki {
 bool isNumberScalar(const kxArray* array);
 
 /// A numeric or logical scalar.
-/// Errors: "KALVEX:validateattributes:invalidType" with "scalar double" and what came.
+/// Errors: "KALVEX:validateattributes:invalidType" with "scalar double" and the value described.
 double toDouble(const kxArray* array);
 
-/// The same, with a value that null stands for.
+/// The same, but `ifNull` for null.
 double toDouble(const kxArray* array, double ifNull);
 
-/// A numeric or logical scalar: anything but zero is true, NaN too.
+/// A numeric or logical scalar. Any value but zero is true, also NaN.
 /// Errors: "KALVEX:validateattributes:invalidType" with "scalar logical" and an empty text.
 bool toLogical(const kxArray* array);
 
-/// The same, with a value that null stands for.
+/// The same, but `ifNull` for null.
 bool toLogical(const kxArray* array, bool ifNull);
 
 /// A count: a numeric or logical scalar above -1 and below 2^64, rounded towards zero.
 ///
-/// NaN, and anything that isn't such a scalar, gives 2^63: whoever allocates or loops by a count
-/// refuses that first.
+/// NaN and anything that isn't such a scalar give 2^63: callers that allocate or loop by a count
+/// refuse that first.
 ///
-/// Errors: "KALVEX:validateattributes:invalidType" with "scalar size_t" and what came.
+/// Errors: "KALVEX:validateattributes:invalidType" with "scalar size_t" and the value described.
 std::size_t toSize(const kxArray* array);
 
 /// The nearest double.

@@ -10,14 +10,14 @@ namespace bigdata::ki {
 template <class E>
 class typed_row_vector;
 
-/// A host value that is known to be a logical row; empty when default-made, which stands for "not
+/// A host value that is known to be a logical row. Empty when default-constructed, which means "not
 /// given".
 template <>
 class typed_row_vector<bool> {
  public:
   typed_row_vector() = default;
 
-  /// Errors: "KALVEX:validateattributes:invalidType" with "Argument", "row vector" and what came,
+  /// Errors: "KALVEX:validateattributes:invalidType" with "Argument", "row vector" and the value,
   ///         if `value` isn't of class logical with two dimensions, the first of size 1.
   explicit typed_row_vector(ArrayPtr value);
 

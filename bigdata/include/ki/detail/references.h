@@ -5,7 +5,7 @@
 #include "ki/PropertyPtr.h"
 #include "ki/detail/EnumerationUtil.h"
 
-/// What the value of a property refers to, by the type that its getter returns.
+/// The managed objects that a property's value refers to, by the return type of its getter.
 namespace bigdata::ki::detail {
 
 template <class GetType>
