@@ -35,7 +35,7 @@ Array Table::column(std::string_view name, Where where) const {
     CallInputs inputs;
     inputs.give(host::makeChars(":"));  // all rows
     inputs.give(host::makeChars(name));
-    inputs.give(host::makeLogical(true));  // the content of one variable, not a table of it
+    inputs.give(host::makeLogical(true));  // the content of the variable, not a table of it
     inputs.lend(handle_->value);
     return makeArray(session, host::call("subsrefTabularVar", inputs.list()),
                      all.types[found->second]);

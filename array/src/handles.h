@@ -15,17 +15,18 @@
 
 namespace kv {
 
-/// Holds its host object strongly; the host takes it back from whatever thread drops it.
+/// Holds its host object strongly. The host can release it from whichever thread drops it.
 struct Array::Handle {
   std::weak_ptr<Session::Impl> session;
   host::Value value;
-  /// What the elements will be, so that wrong types are refused where the user writes them.
+  /// The type of the elements, so that wrong types are refused at the line where the user wrote
+  /// them.
   runtime::ElementType type;
-  /// A weak scalar if the array is a constant that the user wrote.
+  /// A weak scalar, if the array is a constant that the user wrote.
   std::optional<runtime::Operand> constant;
 };
 
-/// The columns of a table, shared by all that are made from it.
+/// The columns of a table, shared by all arrays that are made from it.
 struct TableColumns {
   TableColumns(std::vector<std::string> columnNames, std::vector<runtime::ElementType> columnTypes);
 
@@ -43,13 +44,13 @@ struct Table::Handle {
 Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value,
                 runtime::ElementType type);
 
-/// An array of the constant, a weak scalar.
+/// An array that holds the constant, a weak scalar.
 Array makeConstant(const std::weak_ptr<Session::Impl>& session, const runtime::Operand& constant);
 
-/// What an input is for the rules of types: a column without rows for an array, else a weak scalar.
+/// An input as the type rules see it: a column without rows for an array, otherwise a weak scalar.
 runtime::Operand operandOf(const Operand& input);
 
-/// Inputs of a call by name, and what of them was made for it.
+/// Inputs of a call by name, including values that were made for this call.
 class CallInputs {
  public:
   void lend(const host::Value& value) { list_.push_back(value.get()); }
@@ -64,7 +65,7 @@ class CallInputs {
   std::vector<const kxArray*> list_;
 };
 
-/// The one session of the arrays in `arrays`.
+/// The session that the arrays in `arrays` share.
 /// Errors: "KALVEX:array:NoArray" if there is none, "KALVEX:array:TwoSessions".
 std::shared_ptr<Session::Impl> sessionOf(std::span<const Array> arrays);
 

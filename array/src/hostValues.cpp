@@ -21,7 +21,7 @@ std::span<const T> elements(const kxArray* column) {
 }
 
 /// Calls `use` with the elements of a numeric column in their own type.
-/// Result: false, and nothing called, for a column that isn't numeric.
+/// Result: false, without a call, for a column that isn't numeric.
 template <class Use>
 bool withNumbers(const kxArray* column, Use&& use) {
   switch (kxGetClassID(column)) {
@@ -60,7 +60,7 @@ bool withNumbers(const kxArray* column, Use&& use) {
   }
 }
 
-/// The widest type of the kind of `T`.
+/// The widest type of the same kind as `T`.
 template <class T>
 using Widest =
     std::conditional_t<std::is_floating_point_v<T>, double,
@@ -97,10 +97,9 @@ Value toValue(const kxArray* column) {
     return Value(std::move(data));
   }
   const std::string came = kxGetClassName(column);
-  throw Error(
-      "KALVEX:array:NotAColumn",
-      fmt::format("A column of numbers, logicals or texts was expected, and {} came.", came),
-      {came});
+  throw Error("KALVEX:array:NotAColumn",
+              fmt::format("Expected a column of numbers, logicals or texts, got {}.", came),
+              {came});
 }
 
 std::span<const double> numbersOf(const kxArray* column, std::vector<double>& store) {
@@ -117,7 +116,7 @@ std::span<const double> numbersOf(const kxArray* column, std::vector<double>& st
   } else if (!withNumbers(column, copy)) {
     const std::string came = kxGetClassName(column);
     throw Error("KALVEX:array:NotANumber",
-                fmt::format("A column of numbers was expected, and {} came.", came), {came});
+                fmt::format("Expected a column of numbers, got {}.", came), {came});
   }
   return store;
 }

@@ -1,3 +1,7 @@
+// The core returns its graph as tables of names and objects. Here they become plain values with
+// indices, so that callers need no host value. Arrays are found by object and not by name, because
+// a saved and reopened array has the ids of its original.
+
 #include "kv/lazyGraph.h"
 
 #include <algorithm>
@@ -89,7 +93,7 @@ host::Value graphOf(std::span<const Array> arrays) {
   return host::getProperty(shown.get(), "Graph");
 }
 
-/// The files that a node of the graph reads; none but for a closure that reads.
+/// The files that a node of the graph reads; empty unless it is a closure that reads.
 std::vector<std::string> filesOf(const kxArray* node) {
   if (!kxIsA(node, kClosure)) {
     return {};

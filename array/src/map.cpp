@@ -1,3 +1,7 @@
+// A user's block function sees plain spans of doubles. This file converts each call of the host
+// into such spans, without a copy where the column is double already, and turns whatever the
+// function throws into an error of the host that keeps its id.
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -36,7 +40,7 @@ class Block {
   std::span<const std::span<const double>> columns() const { return columns_; }
 
  private:
-  /// An input of one row, such as an aggregate, stands for every row.
+  /// An input of one row, such as an aggregate, is repeated for every row.
   void spread(std::size_t i) {
     if (columns_[i].size() != 1 || rows_ == 1) {
       return;
@@ -66,7 +70,7 @@ std::vector<double> callUser(const BlockFunction& function, const Block& block) 
   return result;
 }
 
-/// The user's function as the host calls it: what it throws keeps its id on the way through.
+/// The user's function as the host calls it. Errors that it throws keep their id.
 host::NativeBody bodyOf(BlockFunction function) {
   return [function = std::move(function)](const host::Call& call) {
     try {
@@ -81,7 +85,7 @@ host::NativeBody bodyOf(BlockFunction function) {
 
 void requireFunction(const BlockFunction& function) {
   if (!function) {
-    throw Error("KALVEX:array:NoFunction", "A function is needed, and an empty one was given.");
+    throw Error("KALVEX:array:NoFunction", "Expected a function, got an empty one.");
   }
 }
 
@@ -120,7 +124,7 @@ void Session::define(std::string_view name, BlockFunction function, Where where)
   publicCall(*impl_, where, [&] {
     if (name.empty() || host::isLibraryFunction(name)) {
       throw Error("KALVEX:array:NameTaken",
-                  fmt::format("\"{}\" can't be the name of a function of yours.", name),
+                  fmt::format("\"{}\" can't be used as the name of a user function.", name),
                   {std::string(name)});
     }
     impl_->host.defineFunction(name, bodyOf(std::move(function)));

@@ -1,3 +1,8 @@
+// Recording an operation has three parts: decide the result type from the types of the inputs,
+// adapt the constants that the user wrote to these types, and call the core by name. All type
+// errors are raised here, at the user's line, and not when the array is evaluated. Constants stay
+// constants: an operation on constants only is computed at once and can adapt again later.
+
 #include <fmt/format.h>
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Every exception that leaves the library passes through here and becomes one of two public types.
+// Lack of memory needs care: its error object must exist before it is needed, because there may be
+// no memory left to create it.
+
 #include "publicCall.h"
 
 #include <cstdint>
@@ -58,10 +62,10 @@ Error toError(const foundation::core::except::IMsgIDException& native) {
   return {identifier, host::catalogueText(identifier, arguments), arguments};
 }
 
-/// Made while there is memory.
+/// Constructed early, while memory is available.
 const Error kOutOfMemory("KALVEX:OutOfMemory", "Out of memory.");
 
-/// Made where a fault of ours has no id. Its text is an argument, for a report.
+/// For a fault of ours that has no id. The text is an argument, for a report.
 Error unexpected(const std::string& text) {
   const std::vector<std::string> arguments = {"The call", text};
   constexpr char kId[] = "KALVEX:array:Unexpected";

@@ -16,22 +16,22 @@ namespace kv {
 struct Session::Impl {
   Impl();
 
-  /// A user's function may record arrays while it is evaluated, so the lock is taken again then.
+  /// Recursive, because a user's function may record arrays while it is evaluated.
   std::recursive_mutex mutex;
   host::Session host;
   std::shared_ptr<runtime::InterruptRequests> interrupts;  ///< set once
 };
 
-/// Rethrows the exception in flight as one of this floor: errors of the host and the runtime become
-/// Error with all that they carry, an interrupt becomes Interrupted, being out of memory the Error
-/// "KALVEX:OutOfMemory", any other C++ exception the Error "KALVEX:array:Unexpected".
-/// Requires: called in a catch clause, in the scope of the session.
+/// Rethrows the current exception as one of this layer: errors of the host and the runtime become
+/// Error with all their details, an interrupt becomes Interrupted, lack of memory becomes the Error
+/// "KALVEX:OutOfMemory", and any other C++ exception the Error "KALVEX:array:Unexpected".
+/// Requires: called in a catch clause, within the scope of the session.
 [[noreturn]] void rethrowAsOurs();
 
 /// Raises "KALVEX:session:Closed".
 [[noreturn]] void raiseClosed();
 
-/// Runs `body`; what leaves it is an exception of this floor.
+/// Runs `body`; all exceptions that leave it are exceptions of this layer.
 template <class Body>
 auto translated(Body&& body) -> decltype(body()) {
   try {
@@ -41,8 +41,8 @@ auto translated(Body&& body) -> decltype(body()) {
   }
 }
 
-/// Runs `body` as one public call: the session leased and current, the user's line on its stack,
-/// and what the call captures as the user's stack standing still until its end.
+/// Runs `body` as one public call: the session is leased and current, the user's line is on its
+/// stack, and what the call captures as the user's stack doesn't change until the call ends.
 template <class Body>
 auto publicCall(Session::Impl& session, const Where& where, Body&& body) {
   const std::lock_guard lease(session.mutex);
@@ -57,7 +57,7 @@ auto publicCall(Session::Impl& session, const Where& where, Body&& body) {
   });
 }
 
-/// The session behind a handle. Errors: "KALVEX:session:Closed" once it is gone.
+/// The session of a handle. Errors: "KALVEX:session:Closed" if it is closed.
 inline std::shared_ptr<Session::Impl> live(const std::weak_ptr<Session::Impl>& session) {
   auto impl = session.lock();
   if (impl == nullptr) {

@@ -19,7 +19,7 @@ host::Value randomOptions() {
   return host::call("kalvex.bigdata.internal.PartitionedArrayOptions", {label.get(), yes.get()});
 }
 
-/// The name of a column that tells how many rows there are; a text is read more slowly.
+/// The name of a column that gives the number of rows. Texts are avoided because they read slower.
 const std::string& countedColumn(const TableColumns& table) {
   const auto isQuick = [](ElementType type) { return type != ElementType::String; };
   const auto found = std::ranges::find_if(table.types, isQuick);

@@ -1,3 +1,7 @@
+// Arrays are saved as one host structure of names, types and arrays. The file that `open` reads may
+// come from anyone and may hold any value, so every field is checked for class, size and content
+// before it is used, and the same error is raised for whatever is wrong.
+
 #include <fmt/format.h>
 
 #include <set>
@@ -17,10 +21,10 @@ namespace {
 
 using runtime::ElementType;
 
-// What a file of arrays holds: a structure with an element of each field for each array.
+// The content of a file of arrays: a structure whose fields have one element per array.
 constexpr std::string_view kNames = "Names";
 constexpr std::string_view kTypes = "Types";
-constexpr std::string_view kAreWeak = "AreWeak";  ///< constants that were written
+constexpr std::string_view kAreWeak = "AreWeak";  ///< constants that the user wrote
 constexpr std::string_view kArrays = "Arrays";
 
 constexpr kcos::NameRef kArrayClass = "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray";
@@ -29,7 +33,7 @@ void requireDistinctNames(std::span<const NamedArray> arrays) {
   std::set<std::string_view> names;
   for (const NamedArray& named : arrays) {
     if (!names.insert(named.name).second) {
-      throw Error("KALVEX:array:SameName", fmt::format("Two arrays are called \"{}\".", named.name),
+      throw Error("KALVEX:array:SameName", fmt::format("Two arrays are named \"{}\".", named.name),
                   {named.name});
     }
   }
@@ -66,13 +70,12 @@ host::Value recordOf(std::span<const NamedArray> arrays) {
 }
 
 [[noreturn]] void raiseNotArrays(const std::string& path) {
-  throw Error(
-      "KALVEX:array:NotArrays",
-      fmt::format("The file '{}' holds no arrays that a program saved by their names.", path),
-      {path});
+  throw Error("KALVEX:array:NotArrays",
+              fmt::format("The file '{}' contains no arrays that were saved by name.", path),
+              {path});
 }
 
-/// The constant in an array that `makeConstant` made.
+/// The constant in an array that was made by `makeConstant`.
 Array constantIn(const std::shared_ptr<Session::Impl>& session, const kxArray* array,
                  const std::string& path) {
   const host::Value future = host::getProperty(array, "ValueFuture");
@@ -83,7 +86,7 @@ Array constantIn(const std::shared_ptr<Session::Impl>& session, const kxArray* a
   return makeConstant(session, runtime::writtenOperand(value.get()));
 }
 
-/// Reads what `recordOf` made. A file may hold anything.
+/// Reads a record made by `recordOf`. A file may contain anything, so every field is checked.
 class Record {
  public:
   Record(const std::string& path, const kxArray* value) : path_(path), value_(value) {

@@ -13,27 +13,27 @@
 #include "kv/operand.h"
 #include "kv/value.h"
 
-/// Arrays larger than memory, from C++: a session, tables read from files, arrays on which
-/// mathematics is recorded, and the gathering of answers. Nothing is read until answers are asked
-/// for; what is gathered together shares its passes over the files.
+/// Arrays larger than memory, from C++: a session, tables read from files, arrays that record
+/// mathematics, and the gathering of results. Nothing is read until results are requested. Results
+/// that are gathered together share their passes over the files.
 namespace kv {
 
-/// What an aggregate does with missing values.
+/// How an aggregate treats missing values.
 enum class Missing : std::uint8_t {
-  Skip,       ///< as table functions do
-  Propagate,  ///< as array functions do: one NaN in, NaN out
+  Skip,       ///< ignores them, as table functions do
+  Propagate,  ///< as array functions do: a NaN among the inputs makes the result NaN
 };
 
 /// What an evaluation did.
 struct Facts {
   std::int64_t rows = 0;       ///< rows read from sources in the first pass over each
-  int passes = 0;              ///< over the data; 0 if everything was there already
+  int passes = 0;              ///< over the data; 0 if everything was available already
   double seconds = 0;          ///< wall time
   std::int64_t peakBytes = 0;  ///< peak resident memory of the process so far; 0: unknown
 };
 
 struct Gathered {
-  std::vector<Value> values;  ///< one an array, in order
+  std::vector<Value> values;  ///< one per array, in order
   Facts facts;
 };
 
@@ -43,41 +43,41 @@ struct ReadOptions {
   std::map<std::string, std::string> types;
 };
 
-/// The function of a block of rows: gets one span an input, all equally long, and returns as many
-/// numbers.
+/// The function of a block of rows: takes one span per input, all of the same length, and returns
+/// that many numbers.
 using BlockFunction =
     std::function<std::vector<double>(std::span<const std::span<const double>> inputs)>;
 
 /// Applies an element function by name ("plus", "abs", "eq", ...): see `elementFunctions`.
 /// Errors: Error "KALVEX:array:UnknownFunction" with the name; "KALVEX:function:BadArity" and
-/// "KALVEX:function:BadTypes" for inputs that it isn't defined for; "KALVEX:array:NoArray" without
-/// an array among the inputs; "KALVEX:array:TwoSessions" for arrays of different sessions;
-/// "KALVEX:function:OutOfRange" for a constant that doesn't fit the integers that it meets,
-/// "KALVEX:function:NegativePower" for integers to the power of a negative one, and
+/// "KALVEX:function:BadTypes" for inputs for which it isn't defined; "KALVEX:array:NoArray" if no
+/// input is an array; "KALVEX:array:TwoSessions" for arrays of different sessions;
+/// "KALVEX:function:OutOfRange" for a constant that doesn't fit the integers with which it is
+/// combined, "KALVEX:function:NegativePower" for integers to a negative power, and
 /// "KALVEX:array:NotExact" for a whole number beyond 2^53 that would have to become a double.
 Array apply(std::string_view function, std::span<const Operand> inputs,
             Where where = Where::current());
 
 /// Reduces an array to one row by name ("sum", "mean", ...): see `aggregates`. A sum of integers or
-/// logicals is int64, of unsigned integers uint64, and raises "KALVEX:function:Overflow" in the
-/// gathering rather than wrap; a count is int64.
+/// logicals is int64, of unsigned integers uint64; instead of wrapping it raises
+/// "KALVEX:function:Overflow" when it is gathered. A count is int64.
 /// Errors: Error "KALVEX:array:UnknownFunction" with the name; "KALVEX:function:BadTypes".
 Array aggregate(std::string_view name, const Array& input, Missing missing = Missing::Skip,
                 Where where = Where::current());
 
-/// The rows of `input` where `keep`, a logical array of as many rows, is true.
+/// The rows of `input` where `keep`, a logical array with the same number of rows, is true.
 /// Errors: Error "KALVEX:array:NotLogical" with the type of `keep`.
 Array filter(const Array& input, const Array& keep, Where where = Where::current());
 
-/// A function of the user's own, run chunk by chunk on numbers; gives doubles. An exception that it
-/// throws comes out of the gathering, with the line of this call, partition and rows.
+/// A user's own function, run on numbers chunk by chunk; gives doubles. If it throws, gathering
+/// throws the same error, with the line of this call, the partition and the rows.
 /// Errors: Error "KALVEX:array:NotANumber" for an input of texts, "KALVEX:array:NoFunction" for an
-///         empty function, "KALVEX:array:NoArray" without an input; in the gathering
+///         empty function, "KALVEX:array:NoArray" without an input; when gathered,
 ///         "KALVEX:array:WrongRowCount" if it returns more or fewer numbers than rows.
 Array map(BlockFunction function, std::span<const Array> inputs, Where where = Where::current());
 
-/// The same with a name, which plans and errors show. It is all of a function that is saved with an
-/// array; without one it is "kv.map".
+/// The same with a name, which plans and errors show. If the array is saved, the name is all that
+/// is saved of the function. Without one it is "kv.map".
 Array map(std::string name, BlockFunction function, std::span<const Array> inputs,
           Where where = Where::current());
 
@@ -103,8 +103,8 @@ Array exp(const Operand& a);
 Array log(const Operand& a);
 Array isnan(const Operand& a);
 
-/// Row by row `a` where `condition`, which is logical, is true, else `b`: numbers in their common
-/// type, or texts.
+/// For each row, `a` if `condition` (logical) is true, otherwise `b`: numbers in their common type,
+/// or texts.
 Array where(const Operand& condition, const Operand& a, const Operand& b);
 
 Array sum(const Array& a, Missing missing = Missing::Skip, Where where = Where::current());
@@ -115,7 +115,7 @@ Array count(const Array& a, Where where = Where::current());
 Array std(const Array& a, Missing missing = Missing::Skip, Where where = Where::current());
 Array var(const Array& a, Missing missing = Missing::Skip, Where where = Where::current());
 
-/// Name, number of inputs and what it does, of each function that formulas and `apply` know.
+/// Name, number of inputs and purpose of each function that formulas and `apply` know.
 struct FunctionFacts {
   std::string name;
   std::string symbol;  ///< its operator in a formula; empty if it has none
@@ -125,7 +125,7 @@ struct FunctionFacts {
 std::vector<FunctionFacts> elementFunctions();
 std::vector<FunctionFacts> aggregates();
 
-/// A table whose columns are arrays; a thin handle. Threads and lives: as Array.
+/// A table whose columns are arrays; a thin handle. Threads and lives: as for Array.
 class Table {
  public:
   struct Handle;
@@ -135,12 +135,12 @@ class Table {
   /// Names of the columns, in the order of the files.
   const std::vector<std::string>& columns() const;
 
-  /// Errors: Error "KALVEX:array:UnknownColumn" with the name and the columns there are.
+  /// Errors: Error "KALVEX:array:UnknownColumn" with the name and the existing columns.
   Array column(std::string_view name, Where where = Where::current()) const;
 
-  /// A uniform random number in [0, 1) for each row; each call gives numbers of its own. Those of
-  /// one partition follow from the session's seed, the calls before this one, and the partition
-  /// alone, however often and in whatever pieces it is read. See Session::seed.
+  /// A uniform random number in [0, 1) for each row; each call gives different numbers. The numbers
+  /// of a partition depend only on the session's seed, the calls before this one, and the
+  /// partition, however often and in whatever pieces it is read. See Session::seed.
   Array rand(Where where = Where::current()) const;
 
   /// The rows where `keep` is true, as a table.
@@ -151,24 +151,24 @@ class Table {
   std::shared_ptr<const Handle> handle_;
 };
 
-/// An array, and the name under which a file keeps it.
+/// An array and the name under which it is saved.
 struct NamedArray {
   std::string name;
   Array array;
 };
 
-/// Whether the person who opens a file vouches for what its arrays would do.
+/// Whether the person who opens a file trusts what evaluating its arrays would do.
 enum class Trust : std::uint8_t {
-  No,   ///< they may be looked at, explained, used in new arrays and saved again
+  No,   ///< they may be inspected, explained, used in new arrays and saved again
   Yes,  ///< they may be evaluated: the files that they name are read, functions are called
 };
 
-/// A file or folder that saved arrays read, and what they are to read in its place: because it was
-/// moved, or because there is newer data.
+/// A file or folder that saved arrays read, and what to read instead: because it was moved, or
+/// because there is newer data.
 ///
-/// `from` is a file as `sourceFiles` lists it, or as it was given to `read`, or a folder with such
-/// files. If `to` is a folder, each file is replaced by that of the same name in it; otherwise the
-/// files that `from` means by those that `to` means, a file or a glob.
+/// `from` is a file as `sourceFiles` lists it or as it was passed to `read`, or a folder with such
+/// files. If `to` is a folder, each file is replaced by the file of the same name in it. Otherwise
+/// `to` is a file or a glob, and its files replace those that `from` denotes.
 struct MovedData {
   std::string from;
   std::string to;
@@ -177,18 +177,18 @@ struct MovedData {
 struct OpenOptions {
   Trust trust = Trust::No;
   std::vector<MovedData>
-      data;  ///< each `from` is what the file says, also where another one leads to
+      data;  ///< each `from` is what the file names, even if another entry leads to it
 };
 
-/// What a file of saved arrays brought.
+/// The content of a file of saved arrays.
 struct Opened {
   std::vector<NamedArray> arrays;     ///< in the order in which they were saved
-  std::vector<std::string> warnings;  ///< such as of arrays that another release saved
+  std::vector<std::string> warnings;  ///< for example about arrays that another release saved
 };
 
-/// The place where arrays live: the native core and its runtime, loaded. A process may have many.
+/// Where arrays live: the native core and its runtime, loaded. A process may have many sessions.
 ///
-/// Threads: any; a call takes the session's lock, so that one works at a time.
+/// Threads: any; calls take the session's lock, so one runs at a time.
 class Session {
  public:
   struct Impl;
@@ -198,72 +198,72 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  /// A table over CSV files: each path is a file, a folder or a glob; all files have the same
+  /// A table over CSV files. Each path is a file, a folder or a glob; all files have the same
   /// columns. Reads the headers and the first block.
-  /// Errors: Error with an id of "KALVEX:datastore:..." that names the file and what is wrong.
+  /// Errors: Error with an id "KALVEX:datastore:..." that names the file and the fault.
   Table read(const std::vector<std::string>& paths, const ReadOptions& options = {},
              Where where = Where::current());
   Table read(const std::string& path, const ReadOptions& options = {},
              Where where = Where::current());
 
-  /// A constant as an array of one row. What is computed of constants alone is a constant, too, as
-  /// if it had been written; see Operand.
+  /// A constant as an array of one row. A result computed from constants only is also a constant,
+  /// as if it had been written directly; see Operand.
   Array constant(const Operand& value);
 
-  /// Starts the random numbers of arrays recorded from here on; the same seed gives the same. A new
-  /// session has seed 0.
+  /// Seeds the random numbers of arrays recorded from now on; the same seed gives the same numbers.
+  /// A new session has seed 0.
   /// Errors: Error "KALVEX:CountTooLarge" for a seed of 2^53 or more.
   void seed(std::uint64_t seed, Where where = Where::current());
 
-  /// Evaluates several arrays in as few passes as their dependences allow.
+  /// Evaluates several arrays in as few passes as their dependencies allow.
   ///
   /// Errors: Error of a source ("KALVEX:datastore:..."), of a user's function (its own id and
-  /// message, with the line where the array was made), of inputs whose numbers of rows differ;
+  /// message, with the line where the array was made), or of inputs with different numbers of rows;
   /// "KALVEX:array:TwoSessions"; Interrupted.
   Gathered gather(std::span<const Array> arrays, Where where = Where::current());
 
   /// The plan that `gather` would run, as text; reads no data.
   std::string explain(std::span<const Array> arrays, Where where = Where::current());
 
-  /// Saves arrays with all that was recorded of them, in a file that appears whole or not at all.
-  /// Of their sources it keeps names, sizes and times, and no data.
+  /// Saves arrays with everything that was recorded for them. The file appears whole or not at all.
+  /// For their sources it contains names, sizes and times, but no data.
   ///
-  /// Errors: Error "KALVEX:array:NoArray", "KALVEX:array:TwoSessions", "KALVEX:array:SameName" for
-  /// two arrays of one name; "KALVEX:save:CannotWrite" with path and reason.
+  /// Errors: Error "KALVEX:array:NoArray", "KALVEX:array:TwoSessions"; "KALVEX:array:SameName" if
+  /// two arrays have the same name; "KALVEX:save:CannotWrite" with path and reason.
   void save(const std::string& path, std::span<const NamedArray> arrays,
             Where where = Where::current());
 
-  /// Opens arrays that were saved, and no source of theirs: one that is gone, or has changed since,
+  /// Opens saved arrays without opening their sources. A source that is gone or has changed since
   /// is refused by name when the arrays are gathered ("KALVEX:datastore:SourceGone",
   /// "KALVEX:datastore:SourceChanged"). Opening never runs anything in the file.
   ///
-  /// An array that another release saved comes with a warning, and can't be gathered
-  /// ("KALVEX:bigdata:array:InvalidTallVersion" with that release). A function that was given to
-  /// `map` has to be defined before the gathering ("KALVEX:UndefinedFunction" with its name).
-  /// Without trust the gathering raises "KALVEX:load:NotTrusted" with what would have been done.
+  /// An array that another release saved is returned with a warning and can't be gathered
+  /// ("KALVEX:bigdata:array:InvalidTallVersion" with that release). A function that was passed to
+  /// `map` must be defined before gathering ("KALVEX:UndefinedFunction" with its name). Without
+  /// trust, gathering raises "KALVEX:load:NotTrusted" with what would have been done.
   ///
   /// Errors: Error "KALVEX:load:CannotRead" with path and reason, "KALVEX:load:Corrupt",
-  /// "KALVEX:load:LaterFormat", "KALVEX:load:UnknownClass"; "KALVEX:array:NotArrays" for a file of
-  /// something else.
+  /// "KALVEX:load:LaterFormat", "KALVEX:load:UnknownClass"; "KALVEX:array:NotArrays" for a file
+  /// without saved arrays.
   Opened open(const std::string& path, Trust trust = Trust::No, Where where = Where::current());
 
-  /// The same; arrays read other data where the options say so. Of that, the headers and first
-  /// blocks are read at once. Columns keep the types that they were saved with, and columns that
-  /// arrays don't read may have come, gone or moved. Values that were gathered before they were
-  /// saved stay as they are.
+  /// The same, but the arrays read other data as the options specify. The headers and first blocks
+  /// of that data are read at once. Columns keep the types with which they were saved. Columns that
+  /// the arrays don't read may have been added, removed or moved. Values that were gathered before
+  /// they were saved don't change.
   ///
-  /// Errors: besides those above, Error "KALVEX:datastore:UnknownSource" for data that no array
-  /// reads, "KALVEX:datastore:SourceGivenTwice" for data that two options replace,
-  /// "KALVEX:datastore:MissingColumn", "KALVEX:datastore:DifferentColumns" where only some files of
-  /// a table are replaced, and those of `read`.
+  /// Errors: those above; Error "KALVEX:datastore:UnknownSource" for data that no array reads,
+  /// "KALVEX:datastore:SourceGivenTwice" for data that two options replace,
+  /// "KALVEX:datastore:MissingColumn", "KALVEX:datastore:DifferentColumns" if only some files of a
+  /// table are replaced; those of `read`.
   Opened open(const std::string& path, const OpenOptions& options, Where where = Where::current());
 
-  /// Defines what the function of that name, given to `map` before it was saved, does.
-  /// Errors: Error "KALVEX:array:NameTaken" for an empty name, or a function of the library's own.
+  /// Defines the function with that name, which was passed to `map` before the array was saved.
+  /// Errors: Error "KALVEX:array:NameTaken" for an empty name or the name of a library function.
   void define(std::string_view name, BlockFunction function, Where where = Where::current());
 
-  /// Asks the evaluation that runs in this session to stop; it ends within one chunk with
-  /// Interrupted. If none runs, the next one stops. Other sessions don't notice.
+  /// Asks the evaluation in progress in this session to stop; it ends within one chunk with
+  /// Interrupted. If none is running, the next one stops. Other sessions aren't affected.
   /// Threads: any, without waiting for the session's lock; may be called from a signal handler.
   void interrupt() noexcept;
 
@@ -273,9 +273,9 @@ class Session {
   std::shared_ptr<Impl> impl_;
 };
 
-/// Asks every evaluation that runs in this process to stop; each ends within one chunk with
-/// Interrupted. If none runs, the next one in the process stops, and only that one. An evaluation
-/// that begins while those that run are still stopping may stop too.
+/// Asks every evaluation in progress in this process to stop; each ends within one chunk with
+/// Interrupted. If none is running, only the next one in the process stops. An evaluation that
+/// begins while others are still stopping may stop, too.
 /// Threads: any; may be called from a signal handler.
 void interrupt() noexcept;
 

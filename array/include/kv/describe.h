@@ -6,7 +6,7 @@
 
 #include "kv/array.h"
 
-/// What classes the host has, as they were registered.
+/// The host's classes, as they were registered.
 namespace kv {
 
 struct MemberDescription {
@@ -18,7 +18,7 @@ struct MemberDescription {
   unsigned flags = 0;
   std::string form;  ///< of methods: "fixed", "variadic", "abstract" or "declared"
   bool isStatic = false;
-  int inputs = -1;  ///< a count, the object included; -1 means variadic
+  int inputs = -1;  ///< a count that includes the object; -1 means variadic
   int outputs = -1;
 };
 
@@ -30,7 +30,7 @@ struct ClassDescription {
   std::vector<MemberDescription> members;  ///< in the order of registration
 };
 
-/// Full names of the classes that the native core entered, in that order.
+/// Full names of the classes that the native core registered, in that order.
 std::vector<std::string> classNames(Session& session);
 
 /// A class as it was registered, by its full name.

@@ -24,7 +24,7 @@ struct ErrorPlace {
 };
 
 /// An error of the product: id, message, arguments, the user's stack, the place in the data and the
-/// cause. Copies share them, so that copying an error never fails.
+/// cause. Copies share these, so copying an error never fails.
 ///
 /// Any call may end in "KALVEX:OutOfMemory".
 class Error : public std::runtime_error {
@@ -55,7 +55,7 @@ class Error : public std::runtime_error {
   std::shared_ptr<const Details> details_;
 };
 
-/// An evaluation was asked to stop and did.
+/// An evaluation was asked to stop and has stopped.
 class Interrupted : public std::runtime_error {
  public:
   Interrupted();

@@ -8,39 +8,39 @@
 
 #include "kv/array.h"
 
-/// What has been recorded and not computed, to be looked at.
+/// What has been recorded but not computed, for inspection.
 namespace kv {
 
-/// The lazy graph behind some arrays: closures that are to be run, promises of what they will give,
-/// and the futures through which arrays wait for these.
+/// The lazy graph of some arrays: closures that will run, promises of their results, and the
+/// futures through which arrays wait for these.
 struct LazyGraph {
   enum class Kind : std::uint8_t { Closure, Promise, Future };
 
   struct Node {
-    std::string name;  ///< no other node has it
+    std::string name;  ///< unique
     Kind kind = Kind::Closure;
-    std::string operation;  ///< of a closure: full name of its operation's class
-    StackFrame place;       ///< of a closure: where the user recorded it; no file if unknown
+    std::string operation;  ///< for a closure: full name of its operation's class
+    StackFrame place;       ///< for a closure: where the user recorded it; no file if unknown
   };
 
-  /// Numbers of nodes; what stands at `to` depends on what stands at `from`.
+  /// Indices of nodes; node `to` depends on node `from`.
   struct Edge {
     std::size_t from = 0;
     std::size_t to = 0;
   };
 
-  std::vector<Node> nodes;           ///< each behind all that it depends on
+  std::vector<Node> nodes;           ///< each after all that it depends on
   std::vector<Edge> edges;           ///< in the order of their nodes
-  std::vector<std::size_t> results;  ///< the future of each array that was asked about
+  std::vector<std::size_t> results;  ///< the future of each requested array
 };
 
-/// The graph that `Session::gather` would plan and run; behind what is computed already nothing is
-/// left. Reads no data.
+/// The graph that `Session::gather` would plan and run. Nothing upstream of a computed value is in
+/// it. Reads no data.
 /// Errors: Error "KALVEX:array:NoArray", "KALVEX:array:TwoSessions".
 LazyGraph lazyGraph(std::span<const Array> arrays, Where where = Where::current());
 
-/// The files that gathering the arrays would read, each once, as they stand in the file system:
-/// plans show them as their user called them, and a saved array may call them anything.
+/// The files that gathering the arrays would read, each once, with their paths in the file system.
+/// (Plans show the paths that the user gave, and a saved array may contain any text there.)
 /// Errors: as lazyGraph.
 std::vector<std::string> sourceFiles(std::span<const Array> arrays, Where where = Where::current());
 

@@ -14,13 +14,13 @@
 
 namespace kv {
 
-/// Where in the user's code a call stands; captured by default arguments.
+/// The position of a call in the user's code; captured by default arguments.
 using Where = std::source_location;
 
-/// An array that has been recorded and not computed: a thin handle; copies refer to the same array.
+/// An array that is recorded but not computed: a thin handle. Copies refer to the same array.
 ///
-/// Only the first dimension is long. Operations on arrays of one source, filtered alike, go row by
-/// row; an aggregate has one row and combines with everything.
+/// Only the first dimension is long. Operations on arrays of one source with the same filters work
+/// row by row. An aggregate has one row and can be combined with any array.
 ///
 /// Threads: those of its session; a handle may be dropped on any.
 /// Lives: may outlive the session; operations on it then raise Error "KALVEX:session:Closed".
@@ -43,17 +43,17 @@ class Array {
   std::shared_ptr<const Handle> handle_;
 };
 
-/// A number in code; not `bool`, which is a logical, and not a character.
+/// A number in code: neither `bool`, which is a logical, nor a character.
 template <class T>
 concept Number = std::floating_point<T> ||
                  (std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char>);
 
 /// An input of an operation: an array, a number, a logical or a text, with the user's line.
-/// Operators take it so that the line is captured where the expression stands.
+/// Operators take it so that the line is captured where the expression is written.
 ///
-/// Numbers, as constants that are written, adapt to the type of the array that they meet, as
-/// Python's scalars do in NumPy: an int8 array times 2 is int8, times 2.0 double. What was computed
-/// never adapts.
+/// Numbers written as constants adapt to the type of the array with which they are combined, as
+/// Python's scalars do in NumPy: an int8 array times 2 is int8, times 2.0 double. Computed values
+/// never adapt.
 class Operand {
  public:
   // NOLINTBEGIN(google-explicit-constructor): conversions are the purpose

@@ -4,11 +4,11 @@
 
 namespace kv {
 
-/// Says, for the span of its life, where the user of a session wrote what is being recorded: for
-/// front ends with a language of their own, whose users have no line of C++. Plans and errors show
-/// it.
+/// Sets, for its lifetime, the place where the user of a session wrote what is being recorded. It
+/// is for front ends with a language of their own, whose users have no line of C++. Plans and
+/// errors show it.
 ///
-/// Threads: that of the calls that it is about. Lives: within the session's life; one at a time.
+/// Threads: that of the calls to which it applies. Lives: within the session's life; one at a time.
 class UserPlace {
  public:
   UserPlace(Session& session, StackFrame place);

@@ -10,15 +10,15 @@
 
 namespace kv {
 
-/// A value in memory: a column of numbers, logicals or texts; one row for a scalar. An integer or
-/// logical that is missing, such as the smallest of no rows, comes as NaN in Numbers.
+/// A value in memory: a column of numbers, logicals or texts; a scalar has one row. A missing
+/// integer or logical, such as the minimum of no rows, is represented as NaN in Numbers.
 class Value {
  public:
   using Numbers = std::vector<double>;  ///< double and single
   using Integers = std::vector<std::int64_t>;
   using Unsigneds = std::vector<std::uint64_t>;
   using Logicals = std::vector<bool>;
-  using Texts = std::vector<std::optional<std::string>>;  ///< nothing where a text is missing
+  using Texts = std::vector<std::optional<std::string>>;  ///< nullopt for a missing text
   using Data = std::variant<Numbers, Integers, Unsigneds, Logicals, Texts>;
 
   explicit Value(Data data) : data_(std::move(data)) {}
@@ -28,10 +28,10 @@ class Value {
   bool isLogical() const { return std::holds_alternative<Logicals>(data_); }
 
   /// Element `row` as a number; a logical gives 0 or 1, an integer beyond 2^53 the nearest double.
-  /// Errors: Error "KALVEX:array:NotANumber" for a text; std::out_of_range behind the last row.
+  /// Errors: Error "KALVEX:array:NotANumber" for a text; std::out_of_range after the last row.
   double number(std::size_t row = 0) const;
 
-  /// Element `row` of a text column; nothing where it is missing.
+  /// Element `row` of a text column; nullopt if it is missing.
   /// Errors: Error "KALVEX:array:NotAText" for anything else; std::out_of_range.
   std::optional<std::string> text(std::size_t row = 0) const;
 
