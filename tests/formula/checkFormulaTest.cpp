@@ -33,34 +33,34 @@ std::string verdict(std::string_view text, Purpose purpose = Purpose::Result) {
   return "";
 }
 
-TEST(CheckFormula, LetsPassWhatGivesWhatItIsFor) {
+TEST(CheckFormula, AcceptsFormulasThatSuitTheirPurpose) {
   EXPECT_EQ(verdict("mean(x)"), "");
   EXPECT_EQ(verdict("mean(x) + 1"), "");
   EXPECT_EQ(verdict("std(x + mean(x))"), "");
   EXPECT_EQ(verdict("mean(mean(x))"), "");
   EXPECT_EQ(verdict("x > mean(x)", Purpose::Condition), "");
-  EXPECT_EQ(verdict("rand() > 1", Purpose::Condition), "") << "a value for each row";
+  EXPECT_EQ(verdict("rand() > 1", Purpose::Condition), "") << "one value per row";
 }
 
-TEST(CheckFormula, RefusesFunctionsThatThereAreNot) {
+TEST(CheckFormula, RefusesUnknownFunctionsAndWrongNumbersOfInputs) {
   EXPECT_THAT(verdict("maen(x)"), HasSubstr("no function \"maen\"\n    maen(x)\n    ^^^^\n"));
   for (const char* near : {"maen(x)", "Mean(x)", "meann(x)", "avg(x)", "AVERAGE(x)"}) {
     EXPECT_THAT(verdict(near), HasSubstr("\nDid you mean mean?\n")) << near;
   }
   EXPECT_THAT(verdict("median(x)"), Not(HasSubstr("Did you mean")));
   EXPECT_LT(verdict(std::string(1'000'000, 'f') + "(x)").size(), 500u);
-  EXPECT_THAT(verdict("mean(x, 1)"), HasSubstr("mean takes 1 input, and got 2"));
-  EXPECT_THAT(verdict("mean(plus(x))"), HasSubstr("plus takes 2 inputs, and got 1"));
-  EXPECT_THAT(verdict("mean(rand(x))"), HasSubstr("rand takes 0 inputs, and got 1"));
-  EXPECT_THAT(verdict("mean()"), HasSubstr("mean takes 1 input, and got 0"));
+  EXPECT_THAT(verdict("mean(x, 1)"), HasSubstr("mean takes 1 input, got 2"));
+  EXPECT_THAT(verdict("mean(plus(x))"), HasSubstr("plus takes 2 inputs, got 1"));
+  EXPECT_THAT(verdict("mean(rand(x))"), HasSubstr("rand takes 0 inputs, got 1"));
+  EXPECT_THAT(verdict("mean()"), HasSubstr("mean takes 1 input, got 0"));
 }
 
-TEST(CheckFormula, RefusesFormulasThatDontGiveWhatTheyAreFor) {
+TEST(CheckFormula, RefusesFormulasThatDontSuitTheirPurpose) {
   EXPECT_THAT(verdict("x + 1"), HasSubstr("a value for each row"));
   EXPECT_THAT(verdict("1 + 1"), HasSubstr("no column"));
   EXPECT_THAT(verdict("mean(1 + 1)"),
               HasSubstr("this is a constant\n    mean(1 + 1)\n           ^"));
-  EXPECT_THAT(verdict("mean(x) > 1", Purpose::Condition), HasSubstr("nothing about single rows"));
+  EXPECT_THAT(verdict("mean(x) > 1", Purpose::Condition), HasSubstr("isn't a condition on rows"));
 }
 
 /// What is wrong with the columns of a formula; empty if nothing is.
@@ -73,16 +73,16 @@ std::string columnVerdict(std::string_view text, const std::vector<std::string>&
   return "";
 }
 
-TEST(CheckColumns, RefusesColumnsThatThereAreNot) {
+TEST(CheckColumns, RefusesUnknownColumns) {
   EXPECT_EQ(columnVerdict("mean(x) + `odd name`", {"x", "odd name"}), "");
   EXPECT_THAT(columnVerdict("mean(oddname)", {"x", "odd name"}),
               HasSubstr("no column \"oddname\"\n    mean(oddname)\n         ^^^^^^^\n"
-                        "Did you mean `odd name`?\nThe columns there are: x, `odd name`."));
-  EXPECT_THAT(
-      columnVerdict("mean(y)", {"JFK", "10th", "true", "a`b"}),
-      AllOf(HasSubstr("put it in quotes: \"y\"."), HasSubstr("are: JFK, `10th`, `true`, `a``b`.")));
-  EXPECT_THAT(columnVerdict("mean(a)", {"a;b;c"}), HasSubstr("part them by \";\""));
-  EXPECT_THAT(columnVerdict("mean(a)", {"b", "a;b;c"}), Not(HasSubstr("part them")));
+                        "Did you mean `odd name`?\nAvailable columns: x, `odd name`."));
+  EXPECT_THAT(columnVerdict("mean(y)", {"JFK", "10th", "true", "a`b"}),
+              AllOf(HasSubstr("put it in quotes: \"y\"."),
+                    HasSubstr("Available columns: JFK, `10th`, `true`, `a``b`.")));
+  EXPECT_THAT(columnVerdict("mean(a)", {"a;b;c"}), HasSubstr("seems to use \";\""));
+  EXPECT_THAT(columnVerdict("mean(a)", {"b", "a;b;c"}), Not(HasSubstr("seems to use")));
 }
 
 TEST(NearNames, FindsSlipsOfTheFingersAndNothingElse) {

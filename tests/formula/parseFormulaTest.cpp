@@ -91,14 +91,14 @@ TEST(ParseFormula, TakesOddNamesInBackquotes) {
   EXPECT_EQ(steps("größe.neu_2"), "größe.neu_2");
 }
 
-TEST(ParseFormula, NamesAResultByTheWordInFrontOrByItsText) {
+TEST(ParseFormula, NamesAResultByTheLeadingNameOrByItsText) {
   EXPECT_EQ(parseFormula("late = mean(x > 60)").label, "late");
   EXPECT_EQ(parseFormula("`share late`=mean(x)").label, "share late");
   EXPECT_EQ(parseFormula("  mean( x ) ").label, "mean( x )");
   EXPECT_EQ(parseFormula("x == 1").label, "x == 1");
 }
 
-TEST(ParseFormula, RemembersWhereAStepStands) {
+TEST(ParseFormula, RecordsThePositionOfEachStep) {
   const Formula formula = parseFormula("a + mean(b)");
   const auto text = [&](std::size_t step) {
     const Span place = formula.steps[step].place;
@@ -114,30 +114,30 @@ TEST(ParseFormula, MarksThePlaceOfAMistake) {
   EXPECT_EQ(failure("größe + * 2"),
             "expected a column, a value or a function before \"*\"\n"
             "    größe + * 2\n            ^");
-  EXPECT_THAT(failure("a +"), HasSubstr("ends too early\n    a +\n       ^"));
+  EXPECT_THAT(failure("a +"), HasSubstr("is incomplete\n    a +\n       ^"));
 }
 
-TEST(ParseFormula, RefusesWhatIsNoFormula) {
+TEST(ParseFormula, RefusesInvalidFormulas) {
   const struct {
     const char* text;
     const char* sentence;
   } cases[] = {
-      {"", "no formula"},
-      {"  ", "no formula"},
-      {"x =", "no formula"},
+      {"", "the formula is empty"},
+      {"  ", "the formula is empty"},
+      {"x =", "the formula is empty"},
       {"a = b = c", "Write == to compare"},
       {"a b", "expected an operator before \"b\""},
-      {"a)", "closes nothing"},
+      {"a)", "no matching \"(\""},
       {"mean(x,)", "before \")\""},
       {"a < b < c", "comparisons don't chain"},
       {"a && b", "Did you mean &?"},
       {"a ** b", "Did you mean ^?"},
       {"mean(a > 1 AND b > 2)", "^^^\nDid you mean &?"},
       {"sum(not a)", "^\nDid you mean !?"},
-      {"count(*)", "^\nDid you mean count(x), of a column x? It counts what isn't missing; "},
-      {"max(*)", "Did you mean max(x), of a column x?"},
+      {"count(*)", "^\nDid you mean count(x), with a column x? It counts values that "},
+      {"max(*)", "Did you mean max(x), with a column x?"},
       {"60min", "neither a number nor a name"},
-      {"1e999", "beyond what a double can hold"},
+      {"1e999", "too large for a double"},
       {"'open", "no closing '"},
       {"`open", "no closing backquote"},
       {R"("\q")", "unknown escape"},

@@ -23,7 +23,7 @@ class Run:
         )
 
     def query(self, *words: str) -> dict:
-        """The answer as JSON of a query that must succeed."""
+        """The JSON result of a query that must succeed."""
         done = self("query", "--json", *words)
         assert (done.returncode, done.stderr) == (0, ""), done.stderr
         return json.loads(done.stdout)
@@ -33,7 +33,7 @@ class Run:
         return self.query(*words)["results"]
 
     def refusal(self, *words: str, code: int = 2) -> str:
-        """What stderr says when a query fails with `code`; nothing may be on stdout."""
+        """The text on stderr when a query fails with `code`; stdout must be empty."""
         done = self("query", *words)
         assert (done.returncode, done.stdout) == (code, ""), done.stderr
         assert done.stderr.startswith("kvbig: ")

@@ -1,4 +1,4 @@
-"""What the tests of the command share: where the build and the data are."""
+"""Fixtures that the tests of the command share: the paths of the build and the data."""
 
 import os
 from pathlib import Path

@@ -1,7 +1,7 @@
-"""The shared libraries lean on what stands below them and on nothing else.
+"""The shared libraries depend only on the layers below them.
 
-Each undefined symbol of a library is looked up in the libraries it names as needed; those may be
-only the ones listed here. Boost is header-only, so it leaves no symbol.
+Each undefined symbol of a library is looked up in the libraries that it names as needed, which must
+be among those listed here. Boost is header-only and leaves no symbols.
 """
 
 import re
@@ -20,27 +20,27 @@ def run(*command: str | Path) -> str:
 
 
 def undefined_symbols(library: Path) -> set[str]:
-    """Names with versions that `library` must find elsewhere; weak ones may stay unresolved."""
+    """Names with versions that other libraries must provide; weak ones may stay unresolved."""
     lines = run("nm", "-D", "--undefined-only", library).splitlines()
     return {name for kind, name in (line.split() for line in lines) if kind == "U"}
 
 
 def defined_symbols(library: Path) -> set[str]:
-    """Names that `library` offers, each with and without its version."""
+    """Names that `library` defines, each with and without its version."""
     lines = run("nm", "-D", "--defined-only", library).splitlines()
     names = {line.split()[-1].replace("@@", "@") for line in lines}
     return names | {name.split("@")[0] for name in names}
 
 
 def loaded_libraries(library: Path) -> dict[str, Path]:
-    """The libraries that the loader brings in for `library`: name up to `.so` -> file."""
+    """The libraries that the loader loads for `library`: name up to `.so` -> file."""
     lines = run("ldd", library).splitlines()
     files = [match[1] for line in lines if (match := re.search(r"(/\S+) \(0x", line))]
     return {Path(file).name.split(".so")[0]: Path(file) for file in files}
 
 
 @pytest.mark.parametrize("name", ALLOWED)
-def test_a_library_needs_only_what_stands_below_it(name: str, library_folder: Path) -> None:
+def test_a_library_needs_only_the_layers_below_it(name: str, library_folder: Path) -> None:
     library = library_folder / f"{name}.so"
     offers = {n: defined_symbols(f) for n, f in loaded_libraries(library).items()}
 
@@ -55,6 +55,6 @@ def test_a_library_needs_only_what_stands_below_it(name: str, library_folder: Pa
 
 
 def test_the_core_takes_its_objects_from_the_host(library_folder: Path) -> None:
-    """Guards the test above: a core that needs nothing from the host wouldn't be the core."""
+    """Guards the test above: the real core must need symbols from the host."""
     needed = undefined_symbols(library_folder / "libkvbigdata.so")
     assert needed & defined_symbols(library_folder / "libkvhost.so")

@@ -68,7 +68,7 @@ def test_a_class_is_shown_as_it_was_registered(run: Run) -> None:
         ([], "--help"),
     ],
 )
-def test_wrong_usage_is_told_and_ends_with_2(run: Run, words: list[str], said: str) -> None:
+def test_wrong_usage_is_reported_and_ends_with_2(run: Run, words: list[str], said: str) -> None:
     done = run(*words)
     assert (done.returncode, done.stdout) == (2, "")
     assert said in done.stderr

@@ -1,4 +1,4 @@
-"""What is installed works alone: the command, and programs built on the package."""
+"""The installed files work without the checkout: the command, and programs built on the package."""
 
 import os
 import re
@@ -9,7 +9,7 @@ import pytest
 
 CHECKOUT = Path(__file__).resolve().parents[2]
 
-# The oldest CMake that the package works with, and no word on the language level.
+# The oldest CMake that the package supports, without a setting for the language level.
 CONSUMER = """cmake_minimum_required(VERSION 3.16)
 project(consumer LANGUAGES CXX)
 find_package(kvbigdata REQUIRED)
@@ -26,7 +26,7 @@ def run(*command: str | Path, **options) -> str:
 
 @pytest.fixture(scope="module")
 def installed(library_folder: Path, tmp_path_factory: pytest.TempPathFactory) -> tuple[Path, str]:
-    """A folder into which the build under test was installed, and what was printed."""
+    """The folder into which the build under test was installed, and the output of the installation."""
     if os.environ.get("KV_SANITIZED"):
         pytest.skip("an instrumented library needs an instrumented program")
     folder = tmp_path_factory.mktemp("installed")
@@ -51,7 +51,7 @@ def test_what_is_installed_needs_no_checkout(installed: tuple[Path, str]) -> Non
 
 
 def readme_program() -> str:
-    """The C++ program of the README, as a whole one that prints the answers."""
+    """The C++ code in the README, completed to a program that prints the answers."""
     code = re.findall(r"^```cpp\n(.*?)^```", (CHECKOUT / "README.md").read_text(), re.M | re.S)[0]
     includes = "".join(re.findall(r"^#include .*\n", code, re.M))
     body = code.replace(includes, "")

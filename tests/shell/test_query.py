@@ -59,7 +59,7 @@ def test_where_keeps_rows_for_all_expressions(run: Run) -> None:
     assert answer["rows"] == ROWS
 
 
-def test_an_answer_that_needs_another_one_takes_a_pass_more(run: Run) -> None:
+def test_an_answer_that_needs_another_one_takes_a_second_pass(run: Run) -> None:
     answer = run.query("flights.csv", "spread = std(dep_delay - mean(dep_delay))")
     assert answer["results"]["spread"] == pytest.approx(TRUTH["std(dep_delay)"], rel=1e-12)
     assert answer["passes"] == 2
@@ -97,7 +97,7 @@ def test_expressions_mean_what_they_say(run: Run, expression: str, value) -> Non
     assert run.results("small.csv", f"r = {expression}")["r"] == pytest.approx(value)
 
 
-def test_random_numbers_follow_from_the_seed(run: Run) -> None:
+def test_random_numbers_depend_only_on_the_seed(run: Run) -> None:
     words = ["mean(rand())", "std(rand())", "sum(distance)", "--where", "rand() < 0.1"]
     first = run.results("flights.csv", *words, "--seed", "7")
     assert run.results("flights.csv", *words, "--seed", "7") == first
@@ -109,7 +109,7 @@ def test_random_numbers_follow_from_the_seed(run: Run) -> None:
     assert first["std(rand())"] == pytest.approx(12**-0.5, abs=0.01)
 
 
-def test_each_call_of_rand_has_numbers_of_its_own_and_keeps_them(run: Run) -> None:
+def test_each_call_of_rand_has_its_own_numbers_and_keeps_them(run: Run) -> None:
     answer = run.query(
         "flights.csv",
         "mean(rand() == rand())",
@@ -143,7 +143,7 @@ def test_files_folders_and_globs_make_one_table(run: Run, words: list[str], tota
     assert run.results(path, "sum(x)", *rest) == {"sum(x)": total}
 
 
-def test_what_stands_behind_two_dashes_is_no_option(run: Run) -> None:
+def test_words_after_two_dashes_are_not_options(run: Run) -> None:
     assert run.results("small.csv", "sum(x)", "--", "-sum(x)", "n = count(y)") == {
         "sum(x)": 6,
         "-sum(x)": -6,
@@ -169,14 +169,14 @@ def test_advice_can_be_copied(run: Run) -> None:
     assert 'See "kvbig query --help".' in run("query", "--nonsense").stderr
 
 
-def test_another_separator_is_told(run: Run) -> None:
+def test_another_separator_is_reported(run: Run) -> None:
     (run.folder / "semicolons.csv").write_text("x;y\n1;2\n")
-    assert 'this file seems to part them by ";"' in run.refusal("semicolons.csv", "sum(x)")
+    assert 'this file seems to use ";"' in run.refusal("semicolons.csv", "sum(x)")
     (run.folder / "tabs.csv").write_text("x\ty\n1\t2\n")
-    assert "by tabs" in run.refusal("tabs.csv", "sum(x)")
+    assert "to use tabs" in run.refusal("tabs.csv", "sum(x)")
 
 
-def test_help_lists_the_types_that_there_are(run: Run) -> None:
+def test_help_lists_all_types(run: Run) -> None:
     refusal = run.refusal("small.csv", "sum(x)", "--type", "x=float")
     (listed,) = re.findall(r"types are ([a-z0-9, ]+)\.", refusal)
     assert listed.replace(",", "") in run("query", "--help").stdout
@@ -275,14 +275,14 @@ def test_a_plan_reads_no_data(run: Run) -> None:
         (["mean(x)", "mean(x)"], ["two results"]),
         (["mean(x)", "more"], ['"more" is a file', "-f"]),
         (["mean(x)", "--where", "x"], ["condition", "double"]),
-        (["mean(x)", "--where", "mean(x) > 1"], ["single rows"]),
+        (["mean(x)", "--where", "mean(x) > 1"], ["condition on rows"]),
         (["mean(x)", "--type", "x"], ["NAME=TYPE"]),
         (["mean(x)", "--type", "x=float"], ["float", "double"]),
         (["mean(x)", "--type", "z=double"], ["z"]),
         (["mean(x)", "--nonsense"], ["--nonsense"]),
         (
             ["mean(rand(x))"],
-            ["rand takes 0 inputs, and got 1", "    mean(rand(x))\n         ^^^^\n"],
+            ["rand takes 0 inputs, got 1", "    mean(rand(x))\n         ^^^^\n"],
         ),
         (["mean(rand())", "--seed", "-1"], ["--seed", "-1"]),
         (["mean(rand())", "--seed", str(2**53)], ["--seed", str(2**53)]),
@@ -291,7 +291,7 @@ def test_a_plan_reads_no_data(run: Run) -> None:
         ([], ["EXPR is required"]),
     ],
 )
-def test_wrong_usage_is_told_and_ends_with_2(run: Run, words: list[str], said: list[str]) -> None:
+def test_wrong_usage_is_reported_and_ends_with_2(run: Run, words: list[str], said: list[str]) -> None:
     message = run.refusal("small.csv", *words)
     for part in said:
         assert part in message
@@ -312,7 +312,7 @@ def test_a_long_expression_is_fine(run: Run) -> None:
         ("binary.csv", b"x,y\n1,\xff\xfe\n", ["binary.csv"]),
     ],
 )
-def test_bad_input_is_told_and_ends_with_3(
+def test_bad_input_is_reported_and_ends_with_3(
     run: Run, name: str, content: bytes | None, said: list[str]
 ) -> None:
     if content is not None:
@@ -322,7 +322,7 @@ def test_bad_input_is_told_and_ends_with_3(
         assert part in message
 
 
-def test_what_fails_in_evaluation_ends_with_4(run: Run) -> None:
+def test_a_failure_in_evaluation_ends_with_4(run: Run) -> None:
     (run.folder / "large.csv").write_text(f"n\n{2**63 - 1}\n1\n")
     message = run.refusal("large.csv", "sum(n) + 1", "--type", "n=int64", code=4)
     assert f"sum: {2**63} doesn't fit the type int64" in message
@@ -332,7 +332,7 @@ def test_what_fails_in_evaluation_ends_with_4(run: Run) -> None:
 @pytest.mark.parametrize(
     ("expression", "value"),
     [
-        ("sum(n * count(n))", 300),  # a count is no constant
+        ("sum(n * count(n))", 300),  # a count isn't a constant
         ("max(n * 2)", 100),  # and a constant keeps the column's type
         ("max(n * (1 + 1))", 100),
         ("max(n * 2.0)", 200),
@@ -356,7 +356,7 @@ def test_integers_are_exact(run: Run, expression: str, value) -> None:
     assert answer == value and isinstance(answer, type(value))
 
 
-def test_the_extremes_of_no_rows_are_null_with_all_that_is_computed_from_them(run: Run) -> None:
+def test_the_extremes_of_no_rows_are_null_and_so_is_what_is_computed_from_them(run: Run) -> None:
     (run.folder / "types.csv").write_text("n,l\n100,true\n")
     questions = ["min(l)", "!min(l)", "min(l) & true", "max(n) + 1", "max(n) == 0"]
     answer = run.query(
@@ -378,7 +378,7 @@ def test_results_that_cant_be_written_end_with_4(run: Run, words: list[str]) -> 
 
 
 def test_peak_memory_is_that_of_the_command(run: Run) -> None:
-    """A large process that starts the command, as most schedulers are, must not show in its figure."""
+    """The memory of the process that starts the command, such as a large scheduler, must not count."""
     code = f"import os, sys; held = b'x' * 400_000_000; os.execv({str(run.tool)!r}, sys.argv[1:])"
     done = subprocess.run(
         [sys.executable, "-c", code, "kvbig", "query", "small.csv", "sum(x)", "--json"],
@@ -421,7 +421,7 @@ def test_an_error_that_cant_be_written_keeps_its_exit_code(run: Run) -> None:
     assert done.returncode == 3
 
 
-def test_a_reader_that_leaves_is_no_error_to_talk_about(run: Run) -> None:
+def test_a_reader_that_closes_the_pipe_ends_the_command_silently(run: Run) -> None:
     process = subprocess.Popen(
         [run.tool, "query", "flights.csv", "mean(dep_delay)"],
         cwd=run.folder,

@@ -1,4 +1,4 @@
-"""kvbig save and kvbig open: what one process keeps and another one makes of it."""
+"""kvbig save and kvbig open: one process saves arrays, another one evaluates them."""
 
 import json
 import os
@@ -21,7 +21,7 @@ def save(run: Run, *words: str) -> None:
 
 
 def refused(run: Run, *words: str, code: int) -> str:
-    """What stderr says when the command fails with `code`; nothing may be on stdout."""
+    """The text on stderr when the command fails with `code`; stdout must be empty."""
     done = run(*words)
     assert (done.returncode, done.stdout) == (code, ""), done.stderr
     return done.stderr
@@ -33,7 +33,7 @@ def opened(run: Run, *words: str) -> dict:
     return json.loads(done.stdout)
 
 
-def test_what_was_saved_gives_the_answers_of_the_query(run: Run) -> None:
+def test_saved_arrays_give_the_answers_of_the_query(run: Run) -> None:
     question = ["small.csv", "mean(y)", "n = count(x)", "--where", "x < 3"]
     save(run, *question)
     answer, asked = opened(run, "--trust"), run.query(*question)
@@ -120,7 +120,7 @@ def test_a_file_in_a_later_format_was_made_by_a_later_release(run: Run) -> None:
 
 
 def test_what_is_shown_for_trust_hides_nothing(run: Run) -> None:
-    """A name that turns the text around, or goes on in a line of its own, is seen as what it is."""
+    """Names that reverse the text direction or contain line breaks are shown escaped."""
     name = "a\u202evsc.csv\n\nReads:\n  b\u200b.csv"
     (run.folder / name).write_text("x\n1\n")
     save(run, name, "\u2066n\U000e0041 = sum(x)")
@@ -187,7 +187,7 @@ def test_data_that_doesnt_fit_is_refused(run: Run) -> None:
         ("part=1=.", 3, "'./x=2.csv'"),
         ("part=1=words.csv", 3, '"word" isn'),
         ("part=1", 2, "don't read 'part'"),
-        ("=new.csv", 2, 'expects OLD=NEW, and got "=new.csv"'),
+        ("=new.csv", 2, 'expects OLD=NEW, got "=new.csv"'),
     ]
     (run.folder / "words.csv").write_text("x\nword\n")
     twice = ("--data", "part=1/x=2.csv=small.csv", "--data", "part=1/x=2.csv=whole.csv")

@@ -28,7 +28,7 @@ std::string accessName(int access) {
     case 2:
       return "private";
     case 3:
-      return "in construction only";
+      return "only during construction";
     case 5:
       return "never";
     default:

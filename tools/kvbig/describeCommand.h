@@ -5,8 +5,8 @@
 
 namespace kv::shell {
 
-/// Prints a class as it was registered, or without a name the classes that there are.
-/// Errors: UsageError for a name that isn't one; Error.
+/// Prints a class as it was registered or, without a name, the list of classes.
+/// Errors: UsageError for an unknown name; Error.
 void runDescribe(const std::optional<std::string>& name, bool json);
 
 }  // namespace kv::shell

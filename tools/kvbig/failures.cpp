@@ -19,25 +19,25 @@ namespace {
 
 constexpr std::string_view kSource = "KALVEX:datastore:";
 
-/// Errors of the datastore that lie in the request, not in the data.
+/// Errors of the datastore that are faults of the request, not of the data.
 constexpr std::string_view kRequest[] = {
     "KALVEX:datastore:UnknownColumn", "KALVEX:datastore:UnknownType",
     "KALVEX:datastore:BadTypeOverride", "KALVEX:datastore:UnknownSource",
     "KALVEX:datastore:SourceGivenTwice"};
 
-/// Errors of a field that another type of its column would hold: argument 3 is the column, 6 the
+/// Errors of a field that would fit another type of its column: argument 3 is the column, 6 the
 /// type.
 constexpr std::string_view kField[] = {"KALVEX:datastore:BadField", "KALVEX:datastore:MissingField",
                                        "KALVEX:datastore:NumberTooLarge"};
 constexpr std::size_t kFieldArguments = 7;
 
-/// Errors that lie in a file of saved arrays.
+/// Errors that are faults of a file of saved arrays.
 constexpr std::string_view kSaved[] = {
     "KALVEX:load:CannotRead",  "KALVEX:load:Corrupt",
     "KALVEX:load:LaterFormat", "KALVEX:load:UnknownClass",
     "KALVEX:array:NotArrays",  "KALVEX:bigdata:array:InvalidTallVersion"};
 
-/// Writes to standard error. If that fails, there is still the exit code.
+/// Writes to standard error. If that fails, the exit code still reports the failure.
 void complain(const std::string& line) { std::fputs(line.c_str(), stderr); }
 
 void say(std::string_view message) {
@@ -48,7 +48,7 @@ bool isOneOf(const Error& error, std::span<const std::string_view> ids) {
   return std::ranges::find(ids, error.identifier()) != ids.end();
 }
 
-/// The exit code of an error, or of what caused it.
+/// The exit code for an error, or for its cause.
 ExitCode codeOf(const Error& error) {
   for (const Error* each = &error; each != nullptr; each = each->cause().get()) {
     if (isOneOf(*each, kRequest)) {
@@ -61,8 +61,7 @@ ExitCode codeOf(const Error& error) {
   return kFailed;
 }
 
-/// How to read the field that `error`, or what caused it, is about; empty if it isn't about a
-/// field.
+/// How to read the field that `error`, or its cause, is about; empty if it isn't about a field.
 std::string adviceOnType(const Error& error) {
   for (const Error* each = &error; each != nullptr; each = each->cause().get()) {
     const auto& arguments = each->arguments();
@@ -116,7 +115,7 @@ void warn(std::string_view message) { say(fmt::format("warning: {}", message)); 
 ExitCode reportFailure() {
   try {
     return describeFailure();
-  } catch (...) {  // std::bad_alloc, or no memory to describe another failure
+  } catch (...) {  // std::bad_alloc, or too little memory to describe another failure
     std::fputs("kvbig: Out of memory.\n", stderr);
     return kFailed;
   }

@@ -6,26 +6,26 @@
 
 namespace kv::shell {
 
-/// What the command ends with; scripts rely on these.
+/// The exit codes of the command; scripts rely on them.
 enum ExitCode : int {
   kDone = 0,
-  kWrongUsage = 2,  ///< of the command line or in a formula, unknown columns too
-  kBadInput = 3,    ///< a file, or what is in it
-  kFailed = 4,      ///< in evaluation, or in writing the results
+  kWrongUsage = 2,  ///< of the command line or in a formula; also an unknown column
+  kBadInput = 3,    ///< a file or its content
+  kFailed = 4,      ///< in evaluation or in writing the results
   kInterrupted = 130,
 };
 
-/// The command was called in a wrong way; the message says what would be right.
+/// The command was called incorrectly; the message says how to call it.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// Prints on stderr what the user should know, though the command goes on.
+/// Prints a warning on stderr; the command continues.
 void warn(std::string_view message);
 
-/// Prints what went wrong on stderr.
-/// Result: the exit code for it.
+/// Prints the current failure on stderr.
+/// Result: its exit code.
 /// Requires: called in a catch clause.
 ExitCode reportFailure();
 

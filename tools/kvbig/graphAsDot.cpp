@@ -11,7 +11,7 @@ namespace kv::shell {
 
 namespace {
 
-/// Inside quotes, where DOT reads a backslash as the start of an escape.
+/// For use inside quotes, where DOT reads a backslash as the start of an escape.
 std::string escaped(std::string_view text) {
   std::string result;
   for (const char c : printable(text)) {
@@ -47,7 +47,7 @@ std::string attributesOf(const LazyGraph::Node& node) {
 }  // namespace
 
 std::string graphAsDot(const LazyGraph& graph, const std::vector<std::string>& labels) {
-  std::map<std::size_t, std::string> answers;  // one array may be asked for twice
+  std::map<std::size_t, std::string> answers;  // an array may be requested twice
   for (std::size_t i = 0; i < labels.size(); ++i) {
     answers[graph.results[i]] += "\\n" + escaped(labels[i]);
   }

@@ -2,7 +2,7 @@
 
 #include <string>
 
-/// What stands below the options in `--help`.
+/// The text below the options in `--help`.
 namespace kv::shell {
 
 /// Examples and exit codes.

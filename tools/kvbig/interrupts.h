@@ -2,12 +2,12 @@
 
 namespace kv::shell {
 
-/// From here on Ctrl-C asks the evaluation to stop, and a second one ends the process at once; a
-/// reader that closes the pipe ends it without a word, as with any filter.
-/// An interrupt that the parent process ignores stays ignored.
+/// From now on, Ctrl-C asks the evaluation to stop, and a second Ctrl-C ends the process at once. A
+/// reader that closes the pipe ends the process silently, as with any filter.
+/// An interrupt that the parent process ignores remains ignored.
 void installSignalHandlers();
 
-/// Errors: Interrupted if Ctrl-C came already, when no evaluation was there to stop.
+/// Errors: Interrupted if Ctrl-C was pressed before an evaluation began.
 void throwIfInterrupted();
 
 }  // namespace kv::shell

@@ -1,4 +1,6 @@
-// The command kvbig: formulas over files, and what classes there are.
+// The command kvbig: formulas over files, and descriptions of classes. This file only declares the
+// command line; each command is a function in a file of its own. All failures end in one place,
+// which prints the message and chooses the exit code.
 #include <fmt/format.h>
 #include <kv/describe.h>
 #include <unistd.h>
@@ -34,8 +36,8 @@ struct DescribeRequest {
   bool json = false;
 };
 
-/// Stands before each word behind "--": the parser would take those for options as soon as a
-/// command has all that it requires, as in `query PATH EXPR -- -EXPR`.
+/// Prefixed to each word after "--". The parser would otherwise take these words for options as
+/// soon as a command has everything that it requires, as in `query PATH EXPR -- -EXPR`.
 constexpr char kMark = '\x1f';
 
 std::string withoutMark(std::string word) {
@@ -45,7 +47,7 @@ std::string withoutMark(std::string word) {
   return word;
 }
 
-/// The words behind the command's name, the last one first, as the parser takes them.
+/// The words after the command's name, in the reverse order that the parser expects.
 std::vector<std::string> wordsToParse(std::span<char*> words) {
   std::vector<std::string> all(words.begin() + 1, words.end());
   if (const auto dashes = std::ranges::find(all, "--"); dashes != all.end()) {
@@ -58,14 +60,14 @@ std::vector<std::string> wordsToParse(std::span<char*> words) {
   return all;
 }
 
-/// A word that is told by its position, not by a name.
+/// A word that is identified by its position, not by a name.
 template <class Target>
 CLI::Option* addPlain(CLI::App& command, const std::string& name, Target& target,
                       const std::string& meaning) {
   return command.add_option(name, target, meaning)->transform(withoutMark, "");
 }
 
-/// What is asked, of which rows: the same for all commands that take expressions.
+/// What to compute, over which rows: the same options for all commands that take expressions.
 void addQuestion(CLI::App& command, QueryRequest& request) {
   addPlain(command, "PATH", request.path, "A file, a folder (its *.csv), or a quoted glob")
       ->required();
@@ -75,8 +77,9 @@ void addQuestion(CLI::App& command, QueryRequest& request) {
       .add_option("-f,--file", request.furtherPaths, "One more path with rows of the same table")
       ->type_name("PATH")
       ->allow_extra_args(false);
-  command.add_option("--where", request.where, "Only rows for which this holds")->type_name("EXPR");
-  command.add_option("--type", request.types, "Fix the type of a column; types are below")
+  command.add_option("--where", request.where, "Use only rows for which this is true")
+      ->type_name("EXPR");
+  command.add_option("--type", request.types, "Set the type of a column; the types are below")
       ->type_name("NAME=TYPE")
       ->allow_extra_args(false);
   command.add_option("--seed", request.seed, "Make the numbers of rand() the same in each run")
@@ -109,17 +112,17 @@ void addExplain(CLI::App& app, QueryRequest& request) {
 void addSave(CLI::App& app, QueryRequest& request) {
   CLI::App* save = app.add_subcommand("save", "Save what a query would do; reads no data");
   save->footer(kv::shell::queryHelp());
-  addPlain(*save, "FILE", request.saveTo, "Where to; an older file of saved arrays is replaced")
+  addPlain(*save, "FILE", request.saveTo, "Output; an older file of saved arrays is replaced")
       ->required();
   addQuestion(*save, request);
   save->callback([&] { kv::shell::runQuery(request); });
 }
 
 void addOpen(CLI::App& app, OpenRequest& request) {
-  CLI::App* open = app.add_subcommand("open", "Show or evaluate what was saved");
+  CLI::App* open = app.add_subcommand("open", "Show or evaluate saved arrays");
   open->footer(kv::shell::generalHelp());
   addPlain(*open, "FILE", request.file, "A file that kvbig save, or a program, wrote")->required();
-  open->add_option("--data", request.data, "Read NEW where FILE says OLD, a file or a folder")
+  open->add_option("--data", request.data, "Read NEW instead of OLD, a file or a folder")
       ->type_name("OLD=NEW")
       ->allow_extra_args(false);
   open->add_flag("--trust", request.trust, "Evaluate: read the files that FILE names");
@@ -202,11 +205,11 @@ kv::shell::ExitCode run(int argc, char** argv) {
   return kv::shell::kDone;
 }
 
-/// Ends the process without the exit hooks of libraries: one of them needs memory, and crashes in a
-/// process that has none left. What was printed has been flushed.
+/// Ends the process without the exit handlers of libraries: one of them needs memory and crashes in
+/// a process that has none left. The output has been flushed.
 [[noreturn]] void endProcess(kv::shell::ExitCode code) {
 #ifdef __SANITIZE_ADDRESS__
-  std::exit(code);  // a hook looks for leaks
+  std::exit(code);  // a handler looks for leaks
 #else
   _exit(code);
 #endif

@@ -1,3 +1,6 @@
+// A file of saved arrays may come from anyone. So this command first shows what evaluating it would
+// read, with all invisible characters escaped, and evaluates only with --trust.
+
 #include "openCommand.h"
 
 #include <fmt/format.h>
@@ -18,14 +21,13 @@ namespace kv::shell {
 namespace {
 
 constexpr std::string_view kHint =
-    "Nothing was evaluated. With --trust the arrays are evaluated, and the files above read:\n"
-    "use it only for arrays whose origin you know.\n";
+    "Nothing was evaluated. With --trust, the arrays are evaluated and the files above are read.\n"
+    "Use it only for arrays whose origin you trust.\n";
 
-/// Types stand below each other as far as names aren't longer than that: each is as wide as the
-/// widest.
+/// Types are aligned in a column as wide as the longest name, up to this width.
 constexpr std::size_t kMostAligned = 80;
 
-/// What is in a file, without its values.
+/// The contents of a file, without values.
 struct Contents {
   std::vector<NamedArray> arrays;
   std::string plan;
@@ -68,7 +70,7 @@ std::vector<std::string> filesIn(const std::vector<NamedArray>& named) {
   return arrays.empty() ? std::vector<std::string>() : sourceFiles(arrays);
 }
 
-/// True if `path` is one of `files`, or a folder that one of them is in.
+/// True if `path` is one of `files`, or a folder that contains one of them.
 bool holdsAny(const std::string& path, const std::vector<std::string>& files) {
   const std::string absolute = std::filesystem::absolute(path).lexically_normal().string();
   return std::ranges::any_of(files, [&](const std::string& file) {
@@ -77,14 +79,15 @@ bool holdsAny(const std::string& path, const std::vector<std::string>& files) {
   });
 }
 
-/// Paths may hold a "=" themselves: of several, that one counts before which there is a source.
+/// Paths may contain a "=" themselves. Of several, the one that follows the path of a source
+/// counts.
 MovedData splitData(const std::string& text, const std::vector<std::string>& files) {
   const auto parts = [&](std::size_t sign) {
     return MovedData{text.substr(0, sign), text.substr(sign + 1)};
   };
   const std::size_t first = text.find('=');
   if (first == std::string::npos || first == 0 || text.ends_with('=')) {
-    throw UsageError(fmt::format("--data expects OLD=NEW, and got \"{}\"", text));
+    throw UsageError(fmt::format("--data expects OLD=NEW, got \"{}\"", text));
   }
   for (std::size_t sign = first; sign != std::string::npos; sign = text.find('=', sign + 1)) {
     if (holdsAny(text.substr(0, sign), files)) {
@@ -107,7 +110,7 @@ OpenOptions optionsOf(const OpenRequest& request) {
   return options;
 }
 
-/// Errors: as Session::open; the message names the file.
+/// Errors: as for Session::open; the message names the file.
 Opened openFile(Session& session, const OpenRequest& request) {
   try {
     return session.open(request.file, optionsOf(request));

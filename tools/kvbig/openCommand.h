@@ -5,17 +5,17 @@
 
 namespace kv::shell {
 
-/// What `kvbig open` was asked.
+/// The arguments of `kvbig open`.
 struct OpenRequest {
   std::string file;
-  std::vector<std::string> data;  ///< each `OLD=NEW`
+  std::vector<std::string> data;  ///< each is `OLD=NEW`
   bool trust = false;             ///< evaluate the arrays
-  bool explain = false;           ///< the plan, and no values
+  bool explain = false;           ///< print the plan, evaluate nothing
   bool json = false;
 };
 
-/// Shows what is in a file of saved arrays, or its plan, without reading any data; or evaluates the
-/// arrays and prints the answers as a query does.
+/// Shows the contents of a file of saved arrays, or its plan, without reading any data. With trust,
+/// evaluates the arrays and prints the results as a query does.
 ///
 /// Errors: Error, also for an array that isn't one row; Interrupted.
 void runOpen(const OpenRequest& request);

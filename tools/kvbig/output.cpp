@@ -16,8 +16,8 @@ namespace kv::shell {
 
 namespace {
 
-/// Calls `visit` with each character of `text` and its bytes. A byte that isn't UTF-8 comes as a
-/// character of no length with that byte as its code.
+/// Calls `visit` with each character of `text` and its bytes. A byte that isn't UTF-8 is passed as
+/// a character of length 0 with that byte as its code.
 template <class Visit>
 void forEachCharacter(std::string_view text, Visit&& visit) {
   while (!text.empty()) {
@@ -33,7 +33,7 @@ void forEachCharacter(std::string_view text, Visit&& visit) {
 
 bool isEscaped(Character character) { return character.length == 0 || isInvisible(character.code); }
 
-/// In UTF-16, as JSON has it.
+/// In UTF-16, as JSON requires.
 std::string jsonEscape(char32_t code) {
   const auto unit = static_cast<std::uint32_t>(code);
   if (unit <= 0xFFFF) {

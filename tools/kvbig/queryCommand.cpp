@@ -1,3 +1,8 @@
+// A query runs in an order that reports faults as early and as cheaply as possible: syntax and
+// calls before a file is opened, columns and the kind of result before data is read. `query`,
+// `explain` and `save` share everything up to the recorded arrays and differ only in what they do
+// with them.
+
 #include "queryCommand.h"
 
 #include <fmt/format.h>
@@ -32,13 +37,13 @@ struct Query {
 
 const std::string kWhereSource = "--where";
 
-/// How plans and errors call an expression.
+/// The name of an expression in plans and errors.
 std::string sourceOf(const Query& query, std::size_t index) {
   const Formula& formula = query.formulas[index];
   return formula.isNamed ? formula.label : fmt::format("expression {}", index + 1);
 }
 
-/// Runs `read`; a formula that turns out to be the name of a file is told as what it is.
+/// Runs `read`. If a formula turns out to be the name of a file, the error says that instead.
 template <class Read>
 auto readingFormula(const std::string& text, Read&& read) {
   try {
@@ -72,7 +77,7 @@ Query readQuery(const QueryRequest& request) {
     const std::string& label = query.formulas.back().label;
     if (!labels.insert(label).second) {
       throw UsageError(fmt::format(
-          "two results are called \"{}\"\nGive one a name of its own: name = expression.", label));
+          "two results are named \"{}\"\nName one of them differently: name = expression.", label));
     }
   }
   if (request.where) {
@@ -84,9 +89,9 @@ Query readQuery(const QueryRequest& request) {
 ReadOptions readOptions(const std::vector<std::string>& types) {
   ReadOptions options;
   for (const std::string& text : types) {
-    const std::size_t parting = text.rfind('=');  // a column's name may hold one
-    if (parting == std::string::npos || parting == 0 || parting + 1 == text.size()) {
-      throw UsageError(fmt::format("--type expects NAME=TYPE, and got \"{}\"", text));
+    const std::size_t equals = text.rfind('=');  // a column's name may contain one
+    if (equals == std::string::npos || equals == 0 || equals + 1 == text.size()) {
+      throw UsageError(fmt::format("--type expects NAME=TYPE, got \"{}\"", text));
     }
     const std::string name = text.substr(0, parting);
     if (!options.types.emplace(name, text.substr(parting + 1)).second) {
@@ -104,7 +109,7 @@ Table openTable(Session& session, const QueryRequest& request) {
   return session.read(paths, options);
 }
 
-/// Columns come first: whoever mistook a name would do in vain what the purpose asks for.
+/// Columns are checked first: advice on the purpose would be of no use for a mistyped name.
 void checkQuery(const Query& query, const Table& table) {
   const Vocabulary vocabulary = arrayVocabulary();
   const auto check = [&](const Formula& formula, Purpose purpose) {
@@ -141,7 +146,7 @@ std::vector<Array> record(Session& session, Table table, const Query& query) {
   return arrays;
 }
 
-/// Evaluates; an error that arose in a step of a formula comes with the formula and a mark.
+/// Evaluates. An error in a step of a formula shows the formula with a mark.
 Gathered evaluate(Session& session, const std::vector<Array>& arrays, const Query& query) {
   try {
     return session.gather(arrays);
@@ -154,8 +159,8 @@ Gathered evaluate(Session& session, const std::vector<Array>& arrays, const Quer
   }
 }
 
-/// A word too few on the command line must not cost a table.
-/// Errors: UsageError if there is something at `path` that no save wrote.
+/// Protects a data file from being overwritten when a word on the command line is missing.
+/// Errors: UsageError if `path` exists and isn't a saved file.
 void refuseToReplaceOthers(const std::string& path) {
   std::error_code ignored;
   if (!std::filesystem::exists(path, ignored)) {
@@ -168,8 +173,8 @@ void refuseToReplaceOthers(const std::string& path) {
       return;
     }
     throw UsageError(
-        fmt::format("\"{}\" is there and isn't replaced: {}\n"
-                    "Remove it first if it is to be replaced.",
+        fmt::format("\"{}\" already exists and isn't replaced: {}\n"
+                    "Remove it first if you want to replace it.",
                     path, error.what()));
   }
 }

@@ -7,27 +7,27 @@
 
 namespace kv::shell {
 
-/// The largest seed of random numbers: all up to it are whole numbers that a double holds.
+/// The largest seed of random numbers: all whole numbers up to it are exact as doubles.
 inline constexpr std::uint64_t kMaxSeed = (std::uint64_t{1} << 53) - 1;
 
-/// What `kvbig query`, `kvbig explain` or `kvbig save` was asked.
+/// The arguments of `kvbig query`, `kvbig explain` or `kvbig save`.
 struct QueryRequest {
   std::string path;
   std::vector<std::string> furtherPaths;
   std::vector<std::string> expressions;
   std::optional<std::string> where;   ///< none: all rows
-  std::vector<std::string> types;     ///< each `NAME=TYPE`
-  std::optional<std::uint64_t> seed;  ///< of random numbers; none: another one each run
+  std::vector<std::string> types;     ///< each is `NAME=TYPE`
+  std::optional<std::uint64_t> seed;  ///< of random numbers; none: a different one in each run
   bool json = false;
-  bool explain = false;               ///< the plan, and no values
-  bool dot = false;                   ///< the lazy graph, and no values
-  std::optional<std::string> saveTo;  ///< a file for the recorded arrays, and no values
+  bool explain = false;               ///< print the plan, evaluate nothing
+  bool dot = false;                   ///< print the lazy graph, evaluate nothing
+  std::optional<std::string> saveTo;  ///< save the recorded arrays here, evaluate nothing
 };
 
-/// Evaluates all expressions in one go and prints the answers; or prints only the plan or the
-/// graph, or saves what was recorded.
+/// Evaluates all expressions together and prints the results; or only prints the plan or the graph,
+/// or saves the recorded arrays.
 ///
-/// Formulas are looked through before a file is opened, and columns before the data is read.
+/// Formulas are checked before a file is opened, and columns before the data is read.
 /// Errors: FormulaError, UsageError, Error, Interrupted.
 void runQuery(const QueryRequest& request);
 

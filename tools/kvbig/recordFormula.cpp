@@ -1,3 +1,7 @@
+// Turns the postfix steps of a formula into calls of the C++ front end with a stack of operands.
+// The position of each step is recorded as the user's line, so that errors, also those of a later
+// evaluation, can mark the part of the formula that caused them.
+
 #include "recordFormula.h"
 
 #include <fmt/format.h>
@@ -25,7 +29,7 @@ StackFrame placeOf(const Step& step, const std::string& source) {
   return {source, "", static_cast<int>(step.place.begin) + 1};
 }
 
-/// Works through the steps of a formula; what hasn't been used yet stands on a stack.
+/// Processes the steps of a formula; results that haven't been used yet are on a stack.
 class Recorder {
  public:
   Recorder(Session& session, const Table& table, const Formula& formula, const std::string& source)
@@ -47,8 +51,8 @@ class Recorder {
  private:
   struct Part {
     Operand value;
-    std::string column{};           ///< its name if the value is one, as the files have it
-    std::optional<Span> rounded{};  ///< the place of a whole number that no type holds
+    std::string column{};           ///< its name in the files, if the value is a column
+    std::optional<Span> rounded{};  ///< the place of a whole number that fits no type
   };
 
   Part record(const Constant& constant, Span place) const {
@@ -82,8 +86,8 @@ class Recorder {
     }
   }
 
-  /// No integer is as far from zero as a whole number that no type holds, so comparisons with
-  /// integers have the same answers for the double nearest to it. Nothing else has.
+  /// A whole number that fits no type is farther from zero than any integer, so comparisons with
+  /// integers give the same answers for the double nearest to it. No other use is exact.
   void refuseRounded(const std::string& function, const std::vector<Part>& inputs) const {
     const auto isInteger = [](const Part& input) {
       const auto* array = std::get_if<Array>(&input.value.value());
@@ -101,8 +105,8 @@ class Recorder {
     }
   }
 
-  /// A column is a text as soon as one field of the first block isn't a number, and counts as
-  /// numbers where it has no value at all.
+  /// A column is text as soon as one field of the first block isn't a number, and is read as
+  /// numbers if it has no values at all.
   static std::string adviceOnTypes(const std::string& function, const std::vector<Part>& inputs) {
     std::string advice;
     bool hasText = false;
@@ -120,7 +124,7 @@ class Recorder {
     for (const Part& input : inputs) {
       const auto* array = std::get_if<Array>(&input.value.value());
       if (hasText && takesTexts(function) && !input.column.empty() && array->type() == "double") {
-        advice += adviceOnColumn(input.column, "numbers, or has no values", "texts", "string");
+        advice += adviceOnColumn(input.column, "numbers, or has no values", "text", "string");
       }
     }
     return advice.substr(0, advice.find_last_not_of('\n') + 1);
@@ -131,11 +135,11 @@ class Recorder {
     const std::string advice = column.size() <= kLongestAdvised
                                    ? typeOption(column, type)
                                    : fmt::format("--type with its name and \"={}\"", type);
-    return fmt::format("{} is a column of {}. If {} are meant: {}.\n",
+    return fmt::format("{} is a column of {}. To read it as {}: {}.\n",
                        shortened(columnAsWritten(column)), held, meant, advice);
   }
 
-  /// Comparisons do, and choices between values.
+  /// Comparisons do, and so does the choice between values.
   static bool takesTexts(const std::string& function) {
     constexpr std::string_view kFunctions[] = {"eq", "ne", "lt", "le", "gt", "ge", "where"};
     return std::ranges::find(kFunctions, function) != std::end(kFunctions);
@@ -150,7 +154,7 @@ class Recorder {
     }
     const bool hasArray = std::ranges::any_of(
         inputs, [](const Operand& input) { return std::holds_alternative<Array>(input.value()); });
-    // Constants alone make an array too; it is computed as it is recorded.
+    // Constants alone also make an array; it is computed while it is recorded.
     if (!hasArray) {
       inputs.front() = session_.constant(inputs.front());
     }
@@ -169,7 +173,7 @@ class Recorder {
 
 std::vector<FunctionFacts> rowFunctions() {
   std::vector<FunctionFacts> functions = elementFunctions();
-  functions.push_back({kRandom, "", 0, "a uniform number in [0, 1), another one each row"});
+  functions.push_back({kRandom, "", 0, "a uniform random number in [0, 1) for each row"});
   return functions;
 }
 
@@ -195,7 +199,7 @@ Table keepRows(Session& session, const Table& table, const Formula& condition,
   const Step& last = condition.steps.back();
   if (keep.type() != "logical") {
     throw FormulaError(condition.text, last.place,
-                       fmt::format("a condition is true or false, and this is {}", keep.type()),
+                       fmt::format("a condition must be logical, but this is {}", keep.type()),
                        "Compare it with something, as in dep_delay > 60.");
   }
   const UserPlace here(session, placeOf(last, source));

@@ -10,14 +10,14 @@
 
 namespace kv::shell {
 
-/// The functions of each row that formulas have: those of arrays, and `rand`.
+/// The functions of each row that formulas can use: those of arrays, and `rand`.
 std::vector<FunctionFacts> rowFunctions();
 
-/// The names of all functions that formulas have.
+/// The names of all functions that formulas can use.
 Vocabulary arrayVocabulary();
 
 /// Records a formula over the columns of a table as an array; aggregates skip missing values.
-/// The user's place of each step is `source` and, as the line, the position in the formula from 1.
+/// The user's place of each step is `source`, with the position in the formula (from 1) as line.
 ///
 /// Requires: `formula` passed `checkCalls` with `arrayVocabulary()`, `checkColumns` and
 ///           `checkPurpose`.
@@ -25,12 +25,12 @@ Vocabulary arrayVocabulary();
 Array recordFormula(Session& session, const Table& table, const Formula& formula,
                     const std::string& source);
 
-/// The rows of `table` for which `condition` holds.
+/// The rows of `table` that satisfy `condition`.
 /// Errors: as `recordFormula`; FormulaError also if the condition isn't true or false.
 Table keepRows(Session& session, const Table& table, const Formula& condition,
                const std::string& source);
 
-/// An error of an evaluation with a mark under the step where it arose, if that is one of
+/// An error of an evaluation, with a mark under the step that caused it if the step is in
 /// `formula`.
 Error markedError(const Error& error, const Formula& formula, const std::string& source);
 

@@ -13,9 +13,9 @@ namespace kv::shell {
 
 namespace {
 
-constexpr std::size_t kWidestLabel = 60;  // longer ones don't push the others' values away
+constexpr std::size_t kWidestLabel = 60;  // longer ones don't shift the values of the others
 
-/// The first element of a column, written out; each kind has one way for people and one for JSON.
+/// The first element of a column as text; each kind has one form for people and one for JSON.
 struct Written {
   bool isJson;
 
@@ -59,7 +59,8 @@ std::string write(const Value& value, bool isJson) {
   return std::visit(Written{isJson}, value.data());
 }
 
-/// Characters in front of the point: what is aligned. A text has none, so it is aligned at its end.
+/// Characters before the point, where values are aligned. A text has none and is aligned at its
+/// end.
 std::size_t widthBeforePoint(const std::string& written) {
   return displayWidth(written.substr(0, written.find_first_of(".e")));
 }
@@ -68,7 +69,7 @@ std::size_t widthAtPoint(const Value& value, const std::string& written) {
   return value.isText() || value.isLogical() ? displayWidth(written) : widthBeforePoint(written);
 }
 
-/// 336776 as 336,776.
+/// Writes 336776 as 336,776.
 std::string grouped(std::int64_t number) {
   std::string digits = fmt::format("{}", number);
   for (std::size_t at = digits.size(); at > 3;) {

@@ -7,11 +7,11 @@
 
 namespace kv::shell {
 
-/// The answers of a query, for people: a line an answer, numbers aligned at the point, and a line
-/// on what was done. Numbers have as many digits as it takes to read the same number again.
+/// The results of a query, for people: one line per result, numbers aligned at the point, and a
+/// line of statistics. Numbers have as many digits as it takes to read back the same number.
 std::string resultsAsTable(const std::vector<std::string>& labels, const Gathered& gathered);
 
-/// The same for programs, on one line. NaN and a missing text are null; JSON has no infinities, so
+/// The same for programs, on one line. NaN and missing texts are null. JSON has no infinities, so
 /// they are the texts "Infinity" and "-Infinity".
 std::string resultsAsJson(const std::vector<std::string>& labels, const Gathered& gathered);
 

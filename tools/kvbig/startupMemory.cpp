@@ -1,6 +1,6 @@
-// Libraries that the command links allocate while they are loaded, before main, and end the process
-// with a signal where they can't. So address space is tried before them: .preinit_array of an
-// executable runs ahead of the constructors of all libraries.
+// Libraries that the command links allocate memory while they are loaded, before main, and end the
+// process with a signal if they can't. So the available address space is checked before that:
+// .preinit_array of an executable runs before the constructors of all libraries.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -13,14 +13,14 @@ namespace kv::shell {
 
 namespace {
 
-// Libraries took up to 11 MB, the stack of a thread among it, when this was measured.
+// Libraries took up to 11 MB when this was measured, including the stack of a thread.
 constexpr std::size_t kNeededBytes = std::size_t{32} << 20;
 
 constexpr std::string_view kMessage =
     "kvbig: Out of memory: less than 32 MB of address space is left to start with.\n";
 
-/// Ends the process if it has no address space to start with. Calls the system alone: even the
-/// standard library isn't ready yet.
+/// Ends the process if it has no address space to start with. Uses only system calls: not even the
+/// standard library is ready yet.
 void requireAddressSpace() {
   void* const tried = mmap(nullptr, kNeededBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (tried == MAP_FAILED) {

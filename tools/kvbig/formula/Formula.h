@@ -9,38 +9,38 @@
 
 namespace kv::shell {
 
-/// A place in a formula: its bytes [begin, end).
+/// A position in a formula: its bytes [begin, end).
 struct Span {
   std::size_t begin = 0;
   std::size_t end = 0;
 };
 
-/// A number, a logical or a text in a formula. A number in digits alone is an integer.
+/// A number, a logical or a text in a formula. A number written only with digits is an integer.
 struct Constant {
   std::variant<double, bool, std::string, std::int64_t, std::uint64_t> value;
-  bool isRounded = false;  ///< the double nearest to a whole number that no type holds
+  bool isRounded = false;  ///< the double nearest to a whole number that fits no type
 };
 
 struct Column {
   std::string name;
 };
 
-/// A function or an operator, on the `inputs` results before it that nobody has taken yet.
+/// A function or an operator. It takes the last `inputs` results that haven't been used yet.
 struct Call {
-  std::string function;  ///< an operator goes by its function's name: `plus` for `+`
+  std::string function;  ///< for an operator, the name of its function: `plus` for `+`
   std::size_t inputs = 0;
 };
 
 struct Step {
   std::variant<Constant, Column, Call> what;
-  Span place;  ///< of a call: the function's name or the operator
+  Span place;  ///< for a call: the function's name or the operator
 };
 
-/// A formula in postfix order, `x + 1` as x, 1, plus: whoever works through it needs a loop and a
-/// stack, however long or deep it is.
+/// A formula in postfix order: `x + 1` is x, 1, plus. It can be processed with a loop and a stack,
+/// however long or deep it is.
 struct Formula {
   std::string text;      ///< as the user wrote it
-  std::string label;     ///< what its result is called: the given name, or the text
+  std::string label;     ///< the name of its result: the given name, or the text
   bool isNamed = false;  ///< the label was given
   std::vector<Step> steps;
 };

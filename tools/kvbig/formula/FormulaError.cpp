@@ -17,7 +17,7 @@ std::size_t countCharacters(std::string_view text) {
   return static_cast<std::size_t>(std::ranges::count_if(text, startsCharacter));
 }
 
-/// The start of the character that lies `count` characters before byte `from`.
+/// The start of the character that is `count` characters before byte `from`.
 std::size_t stepBack(std::string_view text, std::size_t from, std::size_t count) {
   while (from > 0 && count > 0) {
     --from;
@@ -28,7 +28,7 @@ std::size_t stepBack(std::string_view text, std::size_t from, std::size_t count)
   return from;
 }
 
-/// The byte behind the character that lies `count` characters after byte `from`.
+/// The byte after the character that is `count` characters after byte `from`.
 std::size_t stepOn(std::string_view text, std::size_t from, std::size_t count) {
   while (from < text.size() && (count > 0 || !startsCharacter(text[from]))) {
     if (startsCharacter(text[from])) {

@@ -8,8 +8,8 @@
 
 namespace kv::shell {
 
-/// Something is wrong with a formula. `what()` is for the terminal: a sentence, the formula with a
-/// mark under the place, and advice where there is some.
+/// An error in a formula. `what()` is for the terminal: a sentence, the formula with a mark under
+/// the place, and advice if there is any.
 class FormulaError : public std::runtime_error {
  public:
   FormulaError(std::string_view formula, Span place, std::string_view sentence,
@@ -19,7 +19,7 @@ class FormulaError : public std::runtime_error {
 /// The formula on one line and a line with `^` under `place`, both indented.
 ///
 /// Of a long formula only the surroundings of the place are shown. Columns are counted in
-/// characters, not bytes; control characters show as spaces.
+/// characters, not bytes; control characters are shown as spaces.
 std::string markedFormula(std::string_view formula, Span place);
 
 }  // namespace kv::shell

@@ -1,3 +1,7 @@
+// Checks a parsed formula without any data. One walk with a stack computes for each part whether it
+// is a constant, a single value or one value per row, which is enough to find a wrong call, an
+// aggregate of a constant, and a result or condition of the wrong kind.
+
 #include "formula/checkFormula.h"
 
 #include <fmt/format.h>
@@ -16,7 +20,7 @@ namespace kv::shell {
 
 namespace {
 
-/// How many rows a part of a formula has; of several parts that meet, the longest counts.
+/// How many rows a part of a formula has. When several parts are combined, the longest counts.
 enum class Rows : std::uint8_t { Constant, One, Many };
 
 struct Part {
@@ -45,7 +49,7 @@ class Checker {
   Rows rowsOf(const Call& call) {
     const std::size_t expected = inputsOf(call.function);
     if (call.inputs != expected) {
-      fail(fmt::format("{} takes {} input{}, and got {}", call.function, expected,
+      fail(fmt::format("{} takes {} input{}, got {}", call.function, expected,
                        expected == 1 ? "" : "s", call.inputs));
     }
     const std::span<const Part> inputs = std::span(parts_).last(expected);
@@ -54,7 +58,7 @@ class Checker {
     return rows;
   }
 
-  /// A function without inputs has a value of its own for each row.
+  /// A function without inputs has a different value for each row.
   static Rows longest(std::span<const Part> inputs) {
     return inputs.empty() ? Rows::Many : std::ranges::max(inputs, {}, &Part::rows).rows;
   }
@@ -62,8 +66,8 @@ class Checker {
   Rows reduce(const Call& call, const Part& input) {
     if (input.rows == Rows::Constant) {
       place_ = input.place;
-      fail(fmt::format("{} takes rows, and this is a constant", call.function),
-           fmt::format("Give it a column, such as {}(x).", call.function));
+      fail(fmt::format("{} needs rows, but this is a constant", call.function),
+           fmt::format("Use a column, such as {}(x).", call.function));
     }
     return Rows::One;
   }
@@ -95,7 +99,7 @@ class Checker {
   Span place_;
 };
 
-/// What may be wrong where a file has one column: the fields stand apart by something else.
+/// A likely reason why a file has only one column: its fields have another separator.
 std::string adviceOnSeparator(std::span<const std::string> columns) {
   if (columns.size() != 1) {
     return {};
@@ -105,7 +109,7 @@ std::string adviceOnSeparator(std::span<const std::string> columns) {
     return {};
   }
   const char separator = columns.front()[found];
-  return fmt::format("Fields are parted by commas, and this file seems to part them by {}.\n",
+  return fmt::format("Fields must be separated by commas; this file seems to use {}.\n",
                      separator == '\t' ? "tabs" : fmt::format("\"{}\"", separator));
 }
 
@@ -147,17 +151,17 @@ void checkPurpose(const Formula& formula, const Vocabulary& vocabulary, Purpose 
   const Rows rows = Checker(formula, vocabulary).run();
   const Span place = formula.steps.back().place;
   if (purpose == Purpose::Condition && rows != Rows::Many) {
-    throw FormulaError(formula.text, place, "this says nothing about single rows",
+    throw FormulaError(formula.text, place, "this isn't a condition on rows",
                        formula.isNamed ? "Write == to compare."
-                                       : "A condition is of columns, as in dep_delay > 60.");
+                                       : "A condition uses columns, as in dep_delay > 60.");
   }
   if (purpose == Purpose::Result && rows == Rows::Constant) {
-    throw FormulaError(formula.text, place, "there is no column in this formula");
+    throw FormulaError(formula.text, place, "this formula uses no column");
   }
   if (purpose == Purpose::Result && rows == Rows::Many) {
-    throw FormulaError(formula.text, place, "this has a value for each row, and a result has one",
-                       fmt::format("Put an aggregate around it; there are {}.",
-                                   fmt::join(vocabulary.aggregates, ", ")));
+    throw FormulaError(
+        formula.text, place, "this has a value for each row, not a single value",
+        fmt::format("Put an aggregate around it: {}.", fmt::join(vocabulary.aggregates, ", ")));
   }
 }
 

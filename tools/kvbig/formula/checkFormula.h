@@ -16,20 +16,20 @@ struct Vocabulary {
     std::string name;
     std::size_t inputs = 0;
   };
-  std::vector<ElementFunction> elementFunctions;  ///< row by row, also without inputs
-  std::vector<std::string> aggregates;            ///< all rows to one; one input
+  std::vector<ElementFunction> elementFunctions;  ///< row by row; may have no inputs
+  std::vector<std::string> aggregates;            ///< reduce all rows to one; one input
 
   std::vector<std::string> names() const;
 };
 
-/// What a formula is for.
+/// What a formula is used for.
 enum class Purpose : std::uint8_t {
   Result,     ///< one value
-  Condition,  ///< something about each row
+  Condition,  ///< a value for each row
 };
 
-/// Refuses what can't be right whatever the columns are: an unknown function, a wrong number of
-/// inputs, an aggregate of a constant.
+/// Refuses what is wrong for any columns: an unknown function, a wrong number of inputs, an
+/// aggregate of a constant.
 /// Errors: FormulaError with the place.
 void checkCalls(const Formula& formula, const Vocabulary& vocabulary);
 
@@ -37,7 +37,7 @@ void checkCalls(const Formula& formula, const Vocabulary& vocabulary);
 /// Errors: FormulaError with the place.
 void checkColumns(const Formula& formula, std::span<const std::string> columns);
 
-/// Refuses a formula that doesn't give what `purpose` asks for.
+/// Refuses a formula whose value doesn't suit `purpose`.
 /// Requires: it passed `checkCalls`.
 /// Errors: FormulaError with the place.
 void checkPurpose(const Formula& formula, const Vocabulary& vocabulary, Purpose purpose);

@@ -5,7 +5,7 @@
 
 namespace kv::shell {
 
-/// A word of another language, and what it is called in a formula.
+/// A word of another language, and its equivalent in a formula.
 struct ForeignWord {
   std::string_view word;
   std::string_view here;
@@ -14,10 +14,10 @@ struct ForeignWord {
 /// Symbols that aren't operators of a formula, such as `&&`.
 std::span<const ForeignWord> foreignSymbols();
 
-/// The operator that a word such as `and` is elsewhere, in any case of letters; empty for others.
+/// The operator that corresponds to a word such as `and`, in upper or lower case; empty for others.
 std::string_view operatorHere(std::string_view word);
 
-/// What a function such as `avg` is called here; `name` itself if it isn't known.
+/// The name in formulas of a function such as `avg`; `name` itself if it isn't known.
 std::string_view functionHere(std::string_view name);
 
 }  // namespace kv::shell

@@ -15,10 +15,10 @@ namespace {
 
 constexpr std::size_t kMostNear = 3;
 constexpr std::size_t kMostListed = 40;
-constexpr std::size_t kLongestCompared = 200;  // the distance costs the product of the lengths
+constexpr std::size_t kLongestCompared = 200;  // the cost is the product of the lengths
 
-/// The edits that turn `a` into `b`, by bytes. Optimal string alignment: Levenshtein's distance,
-/// but swapping two neighbours is one edit.
+/// The number of edits that turn `a` into `b`, by bytes. Optimal string alignment: Levenshtein's
+/// distance, but swapping two neighbours is one edit.
 std::size_t distance(std::string_view a, std::string_view b) {
   std::vector<std::size_t> row(b.size() + 1), before(row), twoBefore(row);
   std::iota(row.begin(), row.end(), std::size_t{0});
@@ -38,7 +38,7 @@ std::size_t distance(std::string_view a, std::string_view b) {
   return row.back();
 }
 
-/// One in four letters: `median` isn't `mean`. Of short names one, of the shortest none.
+/// One edit per four letters: `median` isn't `mean`. For short names one, for the shortest none.
 std::size_t mostEdits(std::size_t length) {
   return length < 3 ? 0 : std::clamp<std::size_t>(length / 4, 1, 3);
 }
@@ -88,7 +88,7 @@ std::string listNames(std::string_view kind, std::string_view wanted,
     text = fmt::format("Did you mean {}?\n", fmt::join(spelled(near, spelling), " or "));
   }
   const auto listed = spelled(names.first(std::min(names.size(), kMostListed)), spelling);
-  text += fmt::format("The {} there are: {}", kind, fmt::join(listed, ", "));
+  text += fmt::format("Available {}: {}", kind, fmt::join(listed, ", "));
   if (listed.size() < names.size()) {
     text += fmt::format(" and {} more", names.size() - listed.size());
   }

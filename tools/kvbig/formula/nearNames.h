@@ -7,17 +7,17 @@
 
 namespace kv::shell {
 
-/// Those of `names` that `wanted` may have been meant to be, nearest first, at most three.
+/// The names that the user may have meant by `wanted`, nearest first, at most three.
 ///
-/// Names that differ in case alone, if there are any; else those in which one letter in four, and
-/// at most three, is changed, added, left out or swapped with the next one.
+/// These are the names that differ only in case, if there are any; otherwise those in which one
+/// letter in four, and at most three, is changed, added, left out or swapped with the next one.
 std::vector<std::string> nearNames(std::string_view wanted, std::span<const std::string> names);
 
-/// How a name is to be typed.
+/// How a name must be typed.
 using Spelling = std::string (*)(std::string_view name);
 
-/// Advice for a name that isn't there: near ones, and which there are (the first forty), as they
-/// are to be typed; without `spelling`, as they are.
+/// Advice for an unknown name: near ones, and the available ones (at most forty), as they must be
+/// typed; without `spelling`, as they are.
 std::string listNames(std::string_view kind, std::string_view wanted,
                       std::span<const std::string> names, Spelling spelling = nullptr);
 

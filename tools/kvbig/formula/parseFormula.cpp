@@ -1,3 +1,9 @@
+// A recursive-descent parser that emits postfix steps as it goes, so the result needs no tree and a
+// formula of any length is processed later with a loop and a stack. Only nesting uses native
+// recursion, which is limited. Most of the code is about errors: each one names the place, and the
+// usual slips (chained comparisons, operators and functions of other languages, blanks in names)
+// get advice.
+
 #include "formula/parseFormula.h"
 
 #include <fmt/format.h>
@@ -48,8 +54,8 @@ std::string trimmed(std::string_view text) {
   return std::string(text.substr(first, text.find_last_not_of(" \t\n\r") - first + 1));
 }
 
-/// Precedence climbing. Each function reads from the current token and leaves the token behind what
-/// it read as the current one.
+/// A parser by precedence climbing. Each function starts at the current token and makes the token
+/// after what it has read the current one.
 class Parser {
  public:
   explicit Parser(std::string_view text)
@@ -58,7 +64,7 @@ class Parser {
   Formula run() {
     readLabel();
     if (current().kind == Token::Kind::End) {
-      fail(current().place, "there is no formula here");
+      fail(current().place, "the formula is empty");
     }
     readExpression(kLowest);
     if (current().kind != Token::Kind::End) {
@@ -153,7 +159,7 @@ class Parser {
     const std::size_t before = formula_.steps.size();
     ++at_;
     readExpression(prefix.precedence);
-    // A sign and a number are one constant: it adapts to a column's type as one.
+    // A sign and a number are one constant, so that they adapt to a column's type together.
     if (prefix.precedence == kSign && formula_.steps.size() == before + 1) {
       auto* constant = std::get_if<Constant>(&formula_.steps.back().what);
       if (constant != nullptr && isNumber(*constant)) {
@@ -228,16 +234,16 @@ class Parser {
     add(Call{name.text, inputs}, name.place);
   }
 
-  /// `count(*)`, as other languages count rows.
+  /// `count(*)`, with which other languages count rows.
   void refuseAllColumns(const Token& function) const {
     if (!current().isSymbol("*") || !tokens_[at_ + 1].isSymbol(")")) {
       return;
     }
-    const std::string advice = fmt::format("Did you mean {}(x), of a column x?", function.text);
+    const std::string advice = fmt::format("Did you mean {}(x), with a column x?", function.text);
     fail(current().place, "\"*\" isn't a column",
          lowered(function.text) != "count"
              ? advice
-             : advice + " It counts what isn't missing; count(isnan(x)) counts all rows.");
+             : advice + " It counts values that aren't missing; count(isnan(x)) counts all rows.");
   }
 
   void close(Span open) {
@@ -259,7 +265,7 @@ class Parser {
     return formula_.text.substr(token.place.begin, token.place.end - token.place.begin);
   }
 
-  /// An operator's name from another language; or a column's name with a blank, which reads as two.
+  /// Advice on an operator's name from another language, or on a column name that contains a blank.
   std::string adviceOnTwoWords() const {
     const bool followsNot = at_ > 0 && lowered(tokens_[at_ - 1].text) == "not";
     const std::string_view here = operatorHere(followsNot ? "not" : current().text);
@@ -274,13 +280,13 @@ class Parser {
     }
     const std::size_t begin = tokens_[at_ - 1].place.begin;
     const std::string name = formula_.text.substr(begin, current().place.end - begin);
-    return fmt::format("If both are one column's name, put it in backquotes: {}.",
+    return fmt::format("If this is one column name, put it in backquotes: {}.",
                        columnAsWritten(name));
   }
 
   [[noreturn]] void failAtMissingOperand() const {
     if (current().kind == Kind::End) {
-      fail(current().place, "the formula ends too early");
+      fail(current().place, "the formula is incomplete");
     }
     fail(current().place,
          fmt::format("expected a column, a value or a function before \"{}\"", shown(current())));
@@ -292,7 +298,7 @@ class Parser {
            "Write == to compare.");
     }
     if (current().isSymbol(")")) {
-      fail(current().place, "this \")\" closes nothing");
+      fail(current().place, "this \")\" has no matching \"(\"");
     }
     fail(current().place, fmt::format("expected an operator before \"{}\"", shown(current())),
          adviceOnTwoWords());

@@ -6,14 +6,15 @@
 
 namespace kv::shell {
 
-/// Deepest nesting; each parenthesis, call, prefix operator and right side of an operator is a
+/// The deepest nesting allowed; each parenthesis, call, prefix operator and right operand is a
 /// level.
 inline constexpr int kDeepestNesting = 500;
 
-/// Reads a formula: columns, numbers, texts, `true` and `false`, calls, operators, and in front,
-/// if one likes, `name =`.
+/// Reads a formula: columns, numbers, texts, `true` and `false`, calls and operators, optionally
+/// preceded by `name =`.
 ///
-/// Operators, those that bind least first; all but `^` group from the left, comparisons not at all:
+/// Operators, in ascending order of precedence. `^` is right-associative, comparisons don't chain,
+/// all others are left-associative:
 ///
 ///     |    &    !    == != < <= > >=    + -    * / %    - (unary)    ^
 ///

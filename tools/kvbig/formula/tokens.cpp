@@ -1,3 +1,8 @@
+// Formulas come from a command line and are written by people who know other languages, so a token
+// that isn't valid here is refused with its place and with the spelling that is meant. Integers
+// keep their exact value; a whole number beyond 64 bits becomes the nearest double and is marked as
+// rounded, because only some uses of it are exact.
+
 #include "formula/tokens.h"
 
 #include <fmt/format.h>
@@ -28,7 +33,7 @@ bool startsName(char c) {
 }
 bool continuesName(char c) { return startsName(c) || isDigit(c) || c == '.'; }
 
-/// The number that digits alone are, if it fits 64 bits.
+/// The number that a run of digits represents, if it fits 64 bits.
 std::optional<Constant> integerOf(std::string_view digits) {
   std::uint64_t whole = 0;
   const auto [end, status] = std::from_chars(digits.data(), digits.data() + digits.size(), whole);
@@ -65,7 +70,7 @@ class Tokenizer {
   std::vector<Token> run() {
     if (const auto bad = findInvalidUtf8(formula_)) {
       throw FormulaError(formula_.substr(0, *bad), {*bad, *bad},
-                         "the formula goes on with bytes that aren't UTF-8 text");
+                         "the formula contains bytes that aren't UTF-8 text");
     }
     while (skipSpace(), at_ < formula_.size()) {
       tokens_.push_back(next());
@@ -111,10 +116,10 @@ class Tokenizer {
       }
       fail({begin, at_},
            fmt::format("\"{}\" is neither a number nor a name", shortened(since(begin))),
-           "A column's name that starts with a digit must be written in backquotes.");
+           "A column name that starts with a digit must be written in backquotes.");
     }
     if (status == std::errc::result_out_of_range) {
-      fail({begin, at_}, "the number is beyond what a double can hold");
+      fail({begin, at_}, "the number is too large for a double");
     }
     return {Token::Kind::Number, "", constantOf({begin, at_}, value), {begin, at_}};
   }
@@ -150,7 +155,7 @@ class Tokenizer {
       const std::optional<char> meant = unescape(formula_[at_]);
       if (!meant) {
         fail({at_ - 1, at_ + 1}, "unknown escape in a text",
-             R"(Known ones are \\ \" \' \n \r \t.)");
+             R"(The known escapes are \\ \" \' \n \r \t.)");
       }
       text += *meant;
     }

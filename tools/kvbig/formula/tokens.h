@@ -12,9 +12,9 @@ namespace kv::shell {
 struct Token {
   enum class Kind : std::uint8_t {
     Number,
-    Text,        ///< in quotes; `text` is without them, escapes resolved
+    Text,        ///< in quotes; `text` excludes them and has escapes resolved
     Name,        ///< a plain name
-    QuotedName,  ///< in backquotes; `text` is without them
+    QuotedName,  ///< in backquotes; `text` excludes them
     Symbol,      ///< an operator, a parenthesis, a comma or `=`
     End,
   };
@@ -27,19 +27,19 @@ struct Token {
   bool isSymbol(std::string_view symbol) const { return kind == Kind::Symbol && text == symbol; }
 };
 
-/// Cuts a formula into tokens; the last one is `End`.
+/// Splits a formula into tokens; the last one is `End`.
 ///
-/// Names start with a letter, `_` or a character beyond ASCII, and go on with these, digits and
-/// dots. Texts stand in `"` or `'` and know the escapes \\ \" \' \n \r \t. In backquotes a
+/// Names start with a letter, `_` or a character beyond ASCII, and continue with these, digits and
+/// dots. Texts are in `"` or `'` and allow the escapes \\ \" \' \n \r \t. Within backquotes, a
 /// backquote is doubled.
 /// Errors: FormulaError for what isn't a token, a text without an end, an unknown escape, a number
 ///         beyond the range of doubles, and for bytes that aren't UTF-8.
 std::vector<Token> tokenize(std::string_view formula);
 
-/// The double nearest to a whole number of `digits`.
+/// The double nearest to the whole number that `digits` represent.
 Constant nearestDouble(std::string_view digits);
 
-/// A column's name as it stands in a formula: in backquotes unless it is a plain name.
+/// A column's name as it must be written in a formula: in backquotes unless it is a plain name.
 std::string columnAsWritten(std::string_view name);
 
 }  // namespace kv::shell

@@ -9,7 +9,7 @@ namespace kv::shell {
 
 namespace {
 
-/// Lead bytes, and the range of the byte that follows; further bytes are 80 to BF.
+/// Lead bytes, and the range of the next byte; further bytes are 80 to BF.
 struct Form {
   std::uint8_t leadFirst, leadLast;
   std::uint8_t secondFirst, secondLast;

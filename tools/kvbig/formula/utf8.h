@@ -7,11 +7,11 @@
 
 namespace kv::shell {
 
-/// The first byte that isn't part of well-formed UTF-8 (as the Unicode Standard's table 3-7 has
-/// it), or nothing.
+/// The first byte that isn't part of well-formed UTF-8 (table 3-7 of the Unicode Standard), or
+/// nothing.
 std::optional<std::size_t> findInvalidUtf8(std::string_view text);
 
-/// A character and the bytes that it takes.
+/// A character and the length of its encoding.
 struct Character {
   char32_t code = 0;
   std::size_t length = 0;  ///< 0: the bytes aren't well-formed UTF-8
@@ -24,7 +24,7 @@ Character firstCharacter(std::string_view text);
 /// `text` with its ASCII letters in lower case.
 std::string lowered(std::string_view text);
 
-/// A text as it is up to 80 bytes; of a longer one its beginning, an ellipsis and how long it is.
+/// A text of up to 80 bytes unchanged; of a longer one its beginning, an ellipsis and its length.
 /// No character is cut.
 std::string shortened(std::string_view text);
 
