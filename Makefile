@@ -1,4 +1,4 @@
-# Everything a developer types. Each target sets up what it needs first.
+# The commands for developers. Each target first sets up what it needs.
 JOBS ?= $(shell nproc)
 PREFIX ?= $(CURDIR)/build/install
 
@@ -8,7 +8,7 @@ PREFIX ?= $(CURDIR)/build/install
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / {printf "  make %-8s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
 
-setup: ## Install what the project needs (quick when all is there)
+setup: ## Install what the project needs (quick if everything is installed)
 	@scripts/setup.sh
 
 build: build-dev ## Build everything for everyday work (build/dev)
@@ -22,7 +22,7 @@ test: build-dev ## Build, then run all tests
 asan: build-asan ## Run all tests under the sanitizers
 	ctest --preset asan --parallel $(JOBS)
 
-fuzz: build-fuzz ## Load mutated files for a minute; keeps what it finds in build/fuzz
+fuzz: build-fuzz ## Load mutated files for a minute; findings are kept in build/fuzz
 	@mkdir -p build/fuzz/corpus
 	build/fuzz/bin/fuzz_load -max_total_time=60 -max_len=8192 -print_final_stats=1 \
 	  -artifact_prefix=build/fuzz/ build/fuzz/corpus tests/persistence/corpus
@@ -33,7 +33,7 @@ seeded: setup ## Put small faults into a copy, and see that tests catch them
 bench: build-bench ## Measure, and write docs/performance.md
 	@scripts/bench.sh build/bench
 
-format: setup ## Lay out all sources with clang-format and ruff
+format: setup ## Format all sources with clang-format and ruff
 	@git ls-files '*.h' '*.cpp' | xargs clang-format-16 -i
 	@.venv/bin/ruff format --quiet python scripts tests bench
 

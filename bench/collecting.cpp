@@ -1,4 +1,4 @@
-/// The collector on a heap where nothing is garbage: time for each object that it visits.
+/// The collector on a heap without garbage: time per object visited.
 #include <benchmark/benchmark.h>
 
 #include "session/SessionState.h"
@@ -8,7 +8,7 @@ namespace kv::bench {
 
 namespace {
 
-/// Objects of a chain whose every operation is live.
+/// Objects of a chain in which every operation is live.
 void collect(benchmark::State& state) {
   CoreArrays arrays;
   const auto& heap = arrays.session.state().heap;

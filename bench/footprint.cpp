@@ -1,5 +1,5 @@
-/// What one recorded operation holds: once, in a process of its own, since freed memory is used
-/// again.
+/// Memory of one recorded operation; measured once, in a separate process, since freed memory is
+/// reused.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 

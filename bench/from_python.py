@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the host costs from Python, beside lazy arrays of others; written as Google Benchmark's JSON.
+"""The cost of the host from Python, compared with other lazy arrays; in Google Benchmark's JSON.
 
     bench/from_python.py <out.json>
 
@@ -33,7 +33,7 @@ Measure = Callable[[], float]
 
 
 def per_item(count: int, body: Callable[[], object]) -> float:
-    """Seconds for each of `count` items; what `body` gives is dropped outside of the time taken."""
+    """Seconds per item for `count` items. Dropping the result of `body` isn't timed."""
     start = time.thread_time()
     kept = body()
     elapsed = time.thread_time() - start
@@ -87,8 +87,8 @@ class Host:
         return step
 
     def measure_chunks(self) -> float:
-        """What a callable that does nothing adds to an evaluation, by chunk: many steps of it, each
-        of which is called with every chunk."""
+        """The time per chunk that a callable which does nothing adds to an evaluation: a chain of
+        many such steps, each called with every chunk."""
         calls = 0
 
         def same(nargout, column):

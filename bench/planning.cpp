@@ -1,5 +1,5 @@
-/// Planning a chain of closures with a host side that costs as little as can be: tasks are made
-/// once and handed out again. Looks below the core's exported names, so it links the core itself.
+/// Planning a chain of closures with a host side that costs as little as possible: tasks are made
+/// once and returned again. It uses names that the core doesn't export, so it links the core itself.
 #include <benchmark/benchmark.h>
 
 #include <memory>
@@ -37,7 +37,7 @@ std::shared_ptr<ClassDefinition> classNamed(kcos::NameRef name) {
   return definition;
 }
 
-/// A session with the core, and of the host side what a plan reaches.
+/// A session with the core, and with the host functions that a plan calls.
 class PlanningSession {
  public:
   PlanningSession() {
@@ -122,7 +122,7 @@ void plan(benchmark::State& state) {
   countClosures(state);
 }
 
-/// As many calls of createExecutionTasks as that plan makes, with inputs of the same kinds.
+/// The same number of calls of createExecutionTasks as in that plan, with inputs of the same kinds.
 void createExecutionTasks(benchmark::State& state) {
   const PlanningSession host;
   const Value closure = ki::toArray(host.chain(1));
@@ -138,7 +138,7 @@ void createExecutionTasks(benchmark::State& state) {
   countClosures(state);
 }
 
-/// The order of closures and what each depends on, without anything for the host.
+/// The order of closures and the dependencies of each, without work for the host.
 void walk(benchmark::State& state) {
   const PlanningSession host;
   const auto last = host.chain(static_cast<std::size_t>(state.range(0)));

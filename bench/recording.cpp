@@ -1,4 +1,4 @@
-/// Recording x = x + 1, a chain held at its end: by name, as front ends do, and by operator; and
+/// Recording x = x + 1 as a chain held at its end: by name, as front ends do, and by operator; also
 /// recording on columns of narrow and wide tables.
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
@@ -21,8 +21,8 @@ double operations(const benchmark::State& state) {
   return static_cast<double>(state.iterations() * state.range(0));
 }
 
-/// Runs `record`, which gives the end of a chain of so many operations. What it leaves is freed
-/// outside of the time taken.
+/// Times `record`, which returns the end of a chain of `count` operations. Freeing the chain isn't
+/// timed.
 template <class Record>
 void recordChain(benchmark::State& state, Record&& record) {
   for (auto _ : state) {
@@ -80,7 +80,7 @@ class WideFile {
   std::filesystem::path path_;
 };
 
-/// Five operations on two columns of a table, the same whatever the table's width.
+/// Five operations on two columns of a table, the same for any width of the table.
 void recordOnColumns(benchmark::State& state) {
   const WideFile file(state.range(0));
   Session session;
@@ -94,8 +94,8 @@ void recordOnColumns(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * 5);
 }
 
-/// The same number of operations in chains of a given length, each chain dropped at its end, until
-/// all are freed: chains are garbage with cycles, so that it is the collector who frees them.
+/// The same number of operations in chains of a given length, each dropped when it is complete, until
+/// all are freed. Chains are garbage with cycles, so the collector frees them.
 void recordAndFree(benchmark::State& state) {
   constexpr std::int64_t kOperations = 100'000;
   CoreArrays arrays;

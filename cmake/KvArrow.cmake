@@ -1,12 +1,12 @@
-# Finds Arrow C++ and makes it one target, kv_arrow: the system's where find_package knows it, else
-# the one inside a pyarrow wheel (headers and libraries are in the package).
+# Finds Arrow C++ and makes it one target, kv_arrow: the system's if find_package finds it, otherwise
+# the one inside a pyarrow wheel (the package contains headers and libraries).
 include(KvArrowTarget)
 
-set(kvArrowLibraryDir "")  # where the copy is installed; empty: none is
+set(kvArrowLibraryDir "")  # where the copy is installed; empty for no copy
 set(KV_ARROW_WHEEL "" CACHE PATH "Folder of the Python package pyarrow; empty: the one in .venv")
 
 if(SKBUILD AND NOT KV_ARROW_WHEEL)
-  # A Python wheel runs on the Arrow of the pyarrow that it is installed beside.
+  # A Python wheel uses the Arrow of the pyarrow in the same environment.
   find_package(Python 3.11 REQUIRED COMPONENTS Interpreter)
   execute_process(
     COMMAND ${Python_EXECUTABLE} -c "import os, pyarrow; print(os.path.dirname(pyarrow.__file__))"
@@ -15,7 +15,7 @@ endif()
 
 if(NOT SKBUILD)
   find_package(Arrow QUIET CONFIG)
-  find_package(ArrowCompute QUIET CONFIG)  # a library of its own since Arrow 21
+  find_package(ArrowCompute QUIET CONFIG)  # a separate library since Arrow 21
 endif()
 if(Arrow_FOUND AND ArrowCompute_FOUND)
   message(STATUS "Arrow ${ARROW_VERSION} from the system")
@@ -33,7 +33,8 @@ else()
   endif()
   message(STATUS "Arrow from the wheel in ${kvArrowWheel}")
   kv_arrow_from_folder(${kvArrowWheel} ${kvArrowWheel}/include)
-  # A wheel goes with its virtual environment, so the installed command has a copy: see KvInstall.
+  # A wheel may disappear with its virtual environment, so the installed command gets a copy: see
+  # KvInstall.
   set(kvArrowLibraryDir ${CMAKE_INSTALL_LIBDIR}/kvbigdata)
   list(APPEND CMAKE_INSTALL_RPATH $ORIGIN/${kvLibFromBin}/kvbigdata)
 endif()

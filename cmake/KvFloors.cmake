@@ -1,4 +1,4 @@
-# What all floors have in common.
+# Functions that all floors use.
 
 # kv_sources(<out> <folder>): all .cpp files below a folder, looked up again at each build.
 #
@@ -14,7 +14,7 @@ endfunction()
 
 # kv_shared_floor(<name> <folder>): a shared library made of `<name>_objects`.
 #
-# The tests of that floor link the objects themselves: they may look below the exported names.
+# The tests of that floor link the objects themselves, so they can use names that aren't exported.
 function(kv_shared_floor name folder)
   kv_sources(sources ${folder})
   add_library(${name}_objects OBJECT ${sources})

@@ -1,5 +1,5 @@
 # Installs the command, the libraries, the public headers and a package for find_package(kvbigdata).
-# What is installed needs neither this folder nor the build.
+# The installed files need neither this folder nor the build.
 
 include(CMakePackageConfigHelpers)
 set(kvPackageDir ${CMAKE_INSTALL_LIBDIR}/cmake/kvbigdata)
@@ -15,7 +15,7 @@ endforeach()
 
 set(kvArrowHeaderDir ${CMAKE_INSTALL_INCLUDEDIR}/kvbigdata-arrow)
 if(kvArrowLibraryDir)
-  # In folders of their own, so that an Arrow of the system in the same prefix stays as it is.
+  # In separate folders, so that a system Arrow in the same prefix isn't changed.
   file(GLOB kvArrowLibraries
        ${kvArrowWheel}/libarrow.so.* ${kvArrowWheel}/libarrow_compute.so.*)
   file(GLOB kvArrowLicenses ${kvArrowWheel}-*.dist-info/licenses/*)

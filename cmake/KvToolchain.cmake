@@ -1,15 +1,15 @@
-# Language level, visibility and run paths of everything built here, and the fast helpers where present.
+# Language level, visibility and run paths of everything built here; ccache and a fast linker if present.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 
-# The public face of a shared library is what it marks as exported, nothing else.
+# A shared library exports only the symbols that it marks as exported.
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
-# Installed binaries find our libraries from where they are themselves.
+# Installed binaries find our libraries relative to their own location.
 include(GNUInstallDirs)
 file(RELATIVE_PATH kvLibFromBin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set(CMAKE_INSTALL_RPATH $ORIGIN $ORIGIN/${kvLibFromBin})

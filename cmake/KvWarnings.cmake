@@ -1,4 +1,4 @@
-# The warning set of our own code; every warning is an error. Third-party headers come in as SYSTEM.
+# The warnings for our own code; every warning is an error. Third-party headers are included as SYSTEM.
 
 add_library(kv_warnings INTERFACE)
 target_compile_options(kv_warnings INTERFACE
@@ -12,7 +12,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(kv_warnings INTERFACE
     -Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wsuggest-override)
   if(CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-    # GCC 12 sees an overlap inside std::string's own operator+ from -O2 on.
+    # From -O2 on, GCC 12 reports an overlap inside std::string's own operator+.
     target_compile_options(kv_warnings INTERFACE -Wno-restrict)
   endif()
 endif()

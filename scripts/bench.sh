@@ -11,7 +11,7 @@ mkdir -p "$kResults"
 
 for program in "$kBuild"/bin/bench_*; do
   echo "== ${program##*/}"
-  # The two sides of a comparison take turns, so that a busy machine slows both.
+  # The two sides of a comparison take turns, so that other load on the machine slows both.
   [[ $program == *_flights ]] && takeTurns=true || takeTurns=false
   "$program" --benchmark_enable_random_interleaving=$takeTurns --benchmark_repetitions=5 \
     --benchmark_display_aggregates_only=true --benchmark_min_time=0.3 \

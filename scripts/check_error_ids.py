@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Checks that each error id that the code can raise occurs in a test.
 
-An id counts as tested where a test names it whole, or, in a table of ids with a common beginning,
-by its last component in quotes. Prints the ids that no test names; exit code 1 if there are some.
+An id counts as tested if a test contains the whole id or, in a table of ids with a common prefix, its
+last component in quotes. Prints the ids that no test contains; exit code 1 if there are any.
 """
 
 import pathlib
@@ -36,7 +36,7 @@ def main() -> int:
         if identifier not in tests and f'"{identifier.split(":")[-1]}"' not in tests
     ]
     for identifier, name in untested:
-        print(f"  {identifier} ({name}) occurs in no test", file=sys.stderr)
+        print(f"  {identifier} ({name}) isn't in any test", file=sys.stderr)
     return 1 if untested else 0
 
 

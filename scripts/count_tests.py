@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Adds up the test reports of build folders: prints '<passed> <failed> <skipped>'.
+"""Adds up the test reports of build folders and prints '<passed> <failed> <skipped>'.
 
 scripts/count_tests.py <folder of JUnit files>...
 """

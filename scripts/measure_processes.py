@@ -3,7 +3,7 @@
 
     scripts/measure_processes.py <build folder> <out.json>
 
-Runs alternate between the two sides, so that a busy machine slows both; medians are kept.
+Runs alternate between the two sides, so that other load on the machine slows both. Reports medians.
 """
 
 import json
@@ -34,7 +34,7 @@ def run(command: list[str]) -> tuple[float, int]:
     process.returncode = os.waitstatus_to_exitcode(status)
     if process.returncode != 0:
         sys.exit(f"{command[0]} ended with {process.returncode}")
-    # A child's ru_maxrss begins at what this process had when it started it.
+    # A child's ru_maxrss starts at the memory that this process had when it started the child.
     if usage.ru_maxrss <= own_peak_kibibytes():
         sys.exit(f"{command[0]}: its peak memory is hidden by that of this script")
     return seconds, usage.ru_maxrss * 1024
@@ -46,7 +46,7 @@ def own_peak_kibibytes() -> int:
 
 
 def alternate(first: list[str], second: list[str], pairs: int) -> list[dict[str, float]]:
-    """Medians of both commands: "seconds" and "peak_bytes"; one more run of each warms up."""
+    """Medians of both commands: "seconds" and "peak_bytes"; an extra first run of each warms up."""
     runs: list[list[tuple[float, int]]] = [[], []]
     for _ in range(pairs + 1):
         for side, command in enumerate((first, second)):

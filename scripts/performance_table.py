@@ -3,8 +3,8 @@
 
     scripts/performance_table.py <results folder> <out.md>
 
-A figure is a median over repetitions; beside it stands the best one, since other work on a machine
-only ever adds time. The verdict goes by the median.
+A figure is a median over repetitions, next to the best one, since other load on a machine only adds
+time. The verdict compares the median with the goal.
 """
 
 import json
@@ -22,13 +22,14 @@ INTRODUCTION = """\
 # What it costs
 
 Written by `make bench`; change the benches in `bench/` or the texts in `scripts/performance_table.py`, not this file.
-Each figure is a median over repetitions; *best* is the least of them, since what else a machine does only ever adds time.
-Recording, planning, collecting and all from Python are given in processor time, queries in wall time; the sides of a comparison take turns.
+Each figure is a median over repetitions; *best* is the smallest, since other load on a machine only adds time.
+Recording, planning, collecting and everything from Python are processor time, queries are wall time; the sides of a comparison take turns.
+A missed goal is stated with its factor and without a reason: the figures of a run don't prove one.
 """
 
 
 class Results:
-    """What the benchmark programs and the process runs left behind."""
+    """The results of the benchmark programs and the process runs."""
 
     def __init__(self, folder: Path) -> None:
         self._runs: dict[str, list[dict]] = {}
@@ -62,7 +63,6 @@ class Figure:
     measure: Callable[[Results], list[float]]
     form: str
     goal: float | None = None
-    reason: str = ""  # why the goal is missed, shown when it is
 
     def row(self, results: Results) -> str:
         values = self.measure(results)
@@ -74,7 +74,9 @@ class Figure:
     def verdict(self, median: float) -> str:
         if self.goal is None:
             return ""
-        return "met" if median <= self.goal else f"**missed**: {self.reason}"
+        return (
+            "met" if median <= self.goal else f"**missed**, {median / self.goal:.2f} times the goal"
+        )
 
 
 def microseconds(run: str) -> Callable[[Results], list[float]]:
@@ -96,7 +98,7 @@ def width_ratio(results: Results) -> list[float]:
 
 
 def planning(count: int) -> Callable[[Results], list[float]]:
-    """A plan without what the host's createExecutionTasks costs."""
+    """The time of a plan without the host's createExecutionTasks."""
 
     def measure(results: Results) -> list[float]:
         calls = statistics.median(results.nanoseconds(f"createExecutionTasks/{count}"))
@@ -128,7 +130,7 @@ def footprint(field: str) -> Callable[[Results], list[float]]:
 
 
 def python_ratio(peer: str) -> Callable[[Results], list[float]]:
-    """Ours against a peer's, repetition by repetition: they took turns."""
+    """Our time relative to a peer's, repetition by repetition, since they took turns."""
 
     def measure(results: Results) -> list[float]:
         both = zip(results.nanoseconds("python/record"), results.nanoseconds(peer), strict=True)
@@ -137,8 +139,6 @@ def python_ratio(peer: str) -> Callable[[Results], list[float]]:
     return measure
 
 
-RECORDING = "no single part is to blame, see the samples below; work beside it on a shared machine adds to it"
-
 SECTIONS = {
     "Recording `x = x + 1`, a chain held at its end": [
         Figure(
@@ -146,14 +146,12 @@ SECTIONS = {
             microseconds("recordByName/1000000"),
             "{:.2f} us",
             2,
-            RECORDING,
         ),
         Figure(
             "by operator of `kv::Array`, 10^6",
             microseconds("recordByOperator/1000000"),
             "{:.2f} us",
             2,
-            "besides recording it leases the session and notes the user's line; " + RECORDING,
         ),
         Figure(
             "recorded and freed again, by name, depth 10^2",
@@ -170,10 +168,9 @@ SECTIONS = {
             depth_ratio,
             "{:.2f} times",
             1.3,
-            "deep chains live in memory, short ones in cache",
         ),
         Figure(
-            "on columns of a table of 19, each operation",
+            "on columns of a table of 19, per operation",
             microseconds("recordOnColumns/19"),
             "{:.2f} us",
         ),
@@ -185,37 +182,23 @@ SECTIONS = {
             width_ratio,
             "{:.2f} times",
             1.5,
-            "a wide table takes memory from the caches",
         ),
-        Figure("resident memory of an operation", footprint("bytes"), "{:.0f} bytes"),
+        Figure("resident memory per operation", footprint("bytes"), "{:.0f} bytes"),
         Figure(
-            "first 10^6 of a process, pages from the system included",
+            "first 10^6 of a process, including pages from the system ",
             lambda results: [results.median("footprint/1000000", "cpu_time") / 1000],
             "{:.2f} us",
         ),
     ],
     "Planning and collecting": [
+        Figure("planning a closure, 10^3 in the plan", planning(1000), "{:.2f} us", 1),
+        Figure("planning a closure, 10^5 in the plan", planning(100_000), "{:.2f} us", 1),
+        Figure("the walk alone, 10^5", microseconds("walk/100000"), "{:.2f} us"),
         Figure(
-            "planning a closure, 10^3 in the plan",
-            planning(1000),
-            "{:.2f} us",
-            1,
-            "other work on the machine takes cache and memory",
-        ),
-        Figure(
-            "planning a closure, 10^5 in the plan",
-            planning(100_000),
-            "{:.2f} us",
-            1,
-            "nodes, arrays and keys of a large plan leave the cache",
-        ),
-        Figure("of that the walk, 10^5", microseconds("walk/100000"), "{:.2f} us"),
-        Figure(
-            "collector, each of 10^6 live objects",
+            "collector, per live object of 10^6",
             lambda r: r.nanoseconds("collect/1000000"),
             "{:.1f} ns",
             40,
-            "other work on the machine takes cache and memory",
         ),
     ],
     "From Python, through `kvbigdata.host`": [
@@ -224,7 +207,6 @@ SECTIONS = {
             microseconds("python/record"),
             "{:.2f} us",
             4,
-            "all but about 0.6 us is the core's; work beside it on a shared machine adds to it",
         ),
         Figure("the same in MLX, on its CPU", microseconds("python/recordMlx"), "{:.2f} us"),
         Figure("the same in dask", microseconds("python/recordDask"), "{:.0f} us"),
@@ -236,18 +218,18 @@ SECTIONS = {
         Figure(
             "a call by name of a function in Python", microseconds("python/callPython"), "{:.2f} us"
         ),
-        Figure("a double there and back", microseconds("python/double"), "{:.2f} us"),
+        Figure("a double to the host and back", microseconds("python/double"), "{:.2f} us"),
         Figure(
-            "a read-only array of 1 MiB there and back",
+            "a read-only array of 1 MiB to the host and back",
             microseconds("python/borrowed"),
             "{:.2f} us",
         ),
         Figure(
-            "a writable array of 1 MiB there (copied) and back",
+            "a writable array of 1 MiB to the host (copied) and back",
             microseconds("python/copied"),
             "{:.1f} us",
         ),
-        Figure("a Python callable, each chunk", microseconds("python/chunk"), "{:.1f} us"),
+        Figure("a Python callable, per chunk", microseconds("python/chunk"), "{:.1f} us"),
     ],
     "Six aggregates of 336,776 flights (CSV), filtered, one thread": [
         Figure(
@@ -258,7 +240,7 @@ SECTIONS = {
             lambda r: r.milliseconds("flights/arrow/real_time"),
             "{:.1f} ms",
         ),
-        Figure("ours against Arrow", query_ratio, "{:.2f} times", 1.2, "see the two times"),
+        Figure("ours against Arrow", query_ratio, "{:.2f} times", 1.2),
         Figure("`kvbig query`, whole process", process("ours", "seconds", 1e-3), "{:.1f} ms"),
         Figure("plain Arrow, whole process", process("arrow", "seconds", 1e-3), "{:.1f} ms"),
         Figure(
@@ -266,23 +248,21 @@ SECTIONS = {
             process_ratio,
             "{:.2f} times",
             1.2,
-            "see the two times",
         ),
         Figure("peak memory of `kvbig query`", process("ours", "peak_bytes", MIB), "{:.0f} MiB"),
         Figure("peak memory of plain Arrow", process("arrow", "peak_bytes", MIB), "{:.0f} MiB"),
         Figure(
-            "more for twenty copies (600 MB)",
+            "additional memory for twenty copies (600 MB)",
             added_memory,
             "{:.0f} MiB",
             32,
-            "memory follows the data",
         ),
     ],
 }
 
 
 def machine() -> str:
-    """Processor, cores and system in a line."""
+    """Processor, cores and system in one line."""
     info = Path("/proc/cpuinfo").read_text() if Path("/proc/cpuinfo").exists() else ""
     names = [
         line.split(":")[1].strip() for line in info.splitlines() if line.startswith("model name")
@@ -292,7 +272,7 @@ def machine() -> str:
 
 
 def where_time_goes(results: Results) -> list[str]:
-    """Counts and shares behind the time of recording."""
+    """Counts and shares that explain the time of recording."""
     created = results.median("recordByName/1000000", "objects")
     share = results.median("recordByName/1000000", "collector_share")
     held = [
@@ -300,11 +280,11 @@ def where_time_goes(results: Results) -> list[str]:
     ]
     lines = [
         f"One operation creates {created:.0f} objects, of which the chain holds {held[0]} and {held[1]}.",
-        f"The collector's own clock says {share:.0%} of the time at 10^6.",
+        f"By the collector's own clock, it takes {share:.0%} of the time at 10^6.",
     ]
     if results.profile:
         lines += [
-            "Samples of a run in fresh memory, whose pages the system has to give first, by kind of work:",
+            "Samples by kind of work, from a run in fresh memory, whose pages the system must provide first:",
             "",
             "| kind | share |",
             "| --- | --- |",

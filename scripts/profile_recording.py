@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Says where the time of recording goes: samples a run with perf and sums them by kind of work.
+"""Reports where the time of recording goes: samples a run with perf and sums up kinds of work.
 
     scripts/profile_recording.py <bench_recording> <out.json>
 
@@ -15,7 +15,7 @@ import tempfile
 from collections import defaultdict
 from pathlib import Path
 
-# The first kind whose pattern is found in a symbol, or whose library it is from, has the sample.
+# A sample counts for the first kind whose pattern is found in its symbol or library.
 KINDS = [
     ("collector: marking and sweeping", r"Marker|Heap::(collect|sweep)|Slab::"),
     (
@@ -48,7 +48,7 @@ def kind_of(symbol: str) -> str:
 
 
 def samples(program: str) -> dict[str, float]:
-    """Share of samples, in percent, for each kind."""
+    """The percentage of samples for each kind."""
     with tempfile.TemporaryDirectory() as folder:
         data = str(Path(folder) / "perf.data")
         record = ["perf", "record", "-q", "-e", "cpu-clock", "-F", "2000", "-o", data]

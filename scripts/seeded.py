@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Puts small faults into a copy of the tree, one at a time, and tells which test sees each.
+"""Puts small faults into a copy of the tree, one at a time, and reports which test detects each.
 
-The faults stand in tests/seeded, a table for each floor. Works in build/seeded; the tree itself is
-left alone. Exit code: 0 if enough faults are caught, 1 if not, 2 if a fault can't be put in.
+The faults are in tests/seeded, one table per floor. The copy is in build/seeded; the tree itself is
+not changed. Exit code: 0 if enough faults are caught, 1 if not, 2 if a fault can't be put in.
 """
 
 import argparse
@@ -22,7 +22,7 @@ BUILD = TREE / "build" / "dev"  # as deep as that of the tree, so that ccache kn
 LEAST_RATE = 0.95
 SECONDS_A_RUN = 300
 
-# Test programs by floor, in the order in which they are asked.
+# Test programs by floor, in the order in which they are run.
 PROGRAMS = {
     "host": ["host", "bigdata"],
     "bigdata": ["bigdata", "array"],
@@ -32,10 +32,13 @@ PROGRAMS = {
     "python": ["python"],
     "tools": ["formula", "shell"],
 }
-# Programs that are a run of pytest: what it needs built, and the folder of its tests.
+# Programs that are a pytest run: the target to build, and the folder of the tests.
 PYTESTS = {
     "python": ("kvbigdata_host", "python/tests"),
-    "shell": ("kvbig", "tests/shell"),  # but for its test of an installation, which needs it all
+    "shell": (
+        "kvbig",
+        "tests/shell",
+    ),  # except the test of an installation, which needs all targets
 }
 WITH_STRESS = {"host", "bigdata", "runtime"}
 
@@ -46,7 +49,7 @@ class SeedError(Exception):
 
 @dataclasses.dataclass(frozen=True)
 class Fault:
-    """`before` in `file`, which stands there once, becomes `after`.
+    """`before`, which occurs once in `file`, becomes `after`.
 
     `seen_by` is a filter of the first program's tests, or a file of a pytest run.
     """
@@ -63,14 +66,14 @@ class Fault:
         count = text.count(self.before)
         if count != 1:
             raise SeedError(
-                f"'{self.name}': its text stands {count} times in {self.file}, not once"
+                f"'{self.name}': its text occurs {count} times in {self.file}, not once"
             )
         return text.replace(self.before, self.after)
 
 
 @dataclasses.dataclass(frozen=True)
 class Look:
-    """One run of a test program, which may see a fault."""
+    """One run of a test program, which may detect a fault."""
 
     program: str
     tests: str = "*"
@@ -109,7 +112,7 @@ def load_faults(parts: list[str]) -> list[Fault]:
 
 
 def looks_for(fault: Fault) -> list[Look]:
-    """Those that should see it first, then what takes longer."""
+    """The runs for a fault: first those that should detect it, then those that take longer."""
     programs = PROGRAMS[fault.floor]
     is_file = fault.seen_by.endswith(".py")
     first = next(program for program in programs if (program in PYTESTS) == is_file)
@@ -120,7 +123,7 @@ def looks_for(fault: Fault) -> list[Look]:
 
 
 def copy_tree() -> None:
-    """Files that are the same keep their times, so that a second run builds little."""
+    """Unchanged files keep their times, so that a second run builds little."""
     listed = subprocess.run(
         ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
         cwd=ROOT,
@@ -158,7 +161,7 @@ def build(targets: list[str], jobs: int, problem: str) -> None:
 
 
 def first_failure(look: Look) -> str | None:
-    """The first test that fails, with how it does when it doesn't say so; None if none does."""
+    """The first test that fails, or crashes or hangs; None if all pass."""
     environment = os.environ | {
         "GTEST_FAIL_FAST": "1",
         "GTEST_COLOR": "no",
@@ -191,7 +194,7 @@ def first_failure(look: Look) -> str | None:
 
 
 def prepare(faults: list[Fault], jobs: int) -> None:
-    """The copy, built, without a fault: all tests must pass there."""
+    """Makes and builds the copy without a fault; all tests must pass there."""
     copy_tree()
     run_build(["cmake", "--preset", "dev", "-B", str(BUILD)], "the copy can't be configured")
     looks = {look for fault in faults for look in looks_for(fault) if look.tests == "*"}
@@ -202,7 +205,7 @@ def prepare(faults: list[Fault], jobs: int) -> None:
 
 
 def find_test(fault: Fault, jobs: int) -> str | None:
-    """The test that sees the fault, or None."""
+    """The test that detects the fault, or None."""
     path = TREE / fault.file
     sound = path.read_text()
     path.write_text(fault.put_into(sound))
@@ -222,7 +225,7 @@ def check(faults: list[Fault]) -> None:
 
 
 def try_all(faults: list[Fault], jobs: int) -> tuple[int, int]:
-    """How many faults a test saw, and how many can't be built."""
+    """The number of faults that a test detects, and of those that can't be built."""
     caught = unfit = 0
     for number, fault in enumerate(faults, start=1):
         start = time.monotonic()
@@ -242,9 +245,13 @@ def try_all(faults: list[Fault], jobs: int) -> tuple[int, int]:
 
 def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("parts", nargs="*", help="of names or files: only these faults")
-    parser.add_argument("--jobs", type=int, default=2, help="of a build")
-    parser.add_argument("--check", action="store_true", help="only look whether all can be put in")
+    parser.add_argument(
+        "parts", nargs="*", help="only faults whose name or file contains one of these"
+    )
+    parser.add_argument("--jobs", type=int, default=2, help="parallel jobs of a build")
+    parser.add_argument(
+        "--check", action="store_true", help="only check that all faults can be put in"
+    )
     arguments = parser.parse_args()
     start = time.monotonic()
     try:

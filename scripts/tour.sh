@@ -9,7 +9,7 @@ readonly kFlights=data/flights.csv
 
 say() { printf '\n# %s\n' "$1"; }
 
-# quoted <word>: the word as one would type it.
+# quoted <word>: the word as it is typed in a shell.
 quoted() { if [[ $1 =~ ^[A-Za-z0-9_./=-]+$ ]]; then echo "$1"; else echo "'$1'"; fi; }
 
 show() {
@@ -25,16 +25,16 @@ show version
 say "Four answers about 336,776 flights in one pass over the file."
 show query $kFlights 'mean(dep_delay)' 'std(dep_delay)' 'max(dep_delay)' 'count(dep_delay)'
 
-say "Arithmetic and comparisons inside; a name in front names the answer."
+say "Arithmetic and comparisons inside an aggregate; \"name =\" names the answer."
 show query $kFlights 'late = mean(arr_delay > 60)' 'sum(distance)' 'mean(air_time / distance)'
 
 say "Only the rows of one airport."
 show query $kFlights 'mean(dep_delay)' 'count(dep_delay)' --where 'origin == "JFK"'
 
-say "An answer that needs another answer first takes a second pass."
+say "An answer that depends on another answer takes a second pass."
 show query $kFlights 'std(dep_delay - mean(dep_delay))'
 
-say "The plan of a query: what would be read and done. No data is touched."
+say "The plan of a query: what would be read and done. No data is read."
 show query $kFlights 'mean(dep_delay)' 'late = mean(arr_delay > 60)' --where 'origin == "JFK"' --explain
 
 say "The same for scripts."

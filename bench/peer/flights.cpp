@@ -1,4 +1,4 @@
-/// The flights query with Arrow alone, as a program: what `kvbig query` is measured against.
+/// The flights query with Arrow alone, as a program with which `kvbig query` is compared.
 #include <cstdio>
 #include <exception>
 

@@ -7,15 +7,15 @@
 
 namespace kv::bench {
 
-/// A session with core and runtime, and a column of the flights, as a front end reaches them: by
-/// name. No data is read but the header.
+/// A session with core and runtime, and a column of the flights, accessed by name as a front end
+/// does. No data but the header is read.
 ///
 /// Lives: `session` is the thread's current one for as long as this lives.
 class CoreArrays {
  public:
   CoreArrays();
 
-  /// What `count` times x = x + 1 makes of the column.
+  /// The column after `count` times x = x + 1.
   host::Value chain(std::size_t count) const;
 
   host::Session session;

@@ -28,8 +28,8 @@ class Warning(NamedTuple):
 class Property:
     """A property of a class: its default, and who may read and write it.
 
-    Access levels: 0 everybody, 1 the class and its subclasses, 2 the class alone; as set access
-    also 3 (constructors of the class alone) and 5 (nobody).
+    Access levels: 0 everyone, 1 the class and its subclasses, 2 only the class; as set access also
+    3 (only constructors of the class) and 5 (no one).
     """
 
     def __init__(self, default: Any = None, get: int = 0, set: int = 0):
@@ -42,8 +42,8 @@ class Property:
 
 
 def _pickled(cause: Any) -> Any:
-    """The cause of an error, or its type and text in an `Error` where it can't be pickled."""
-    # An Error tests its own cause when it is pickled itself: a chain is tested link by link.
+    """The cause of an error or, if it can't be pickled, an `Error` with its type and text."""
+    # An Error tests its own cause when it is pickled, so a chain is tested link by link.
     is_link = isinstance(cause, Error) and type(cause).__reduce__ is Error.__reduce__
     try:
         pickle.dumps(cause._reduced(None) if is_link else cause)
@@ -53,17 +53,17 @@ def _pickled(cause: Any) -> Any:
 
 
 class Error(Exception):
-    """An error of the host, or one for it.
+    """An error of the host, or an error to raise into the host.
 
-    Raised in a Python callable it keeps identifier, arguments and message through the host and
-    back.
+    If a Python callable raises it, it keeps identifier, arguments and message on its way through
+    the host and back to Python.
 
     identifier: such as "KALVEX:UndefinedFunction".
     message: a sentence for people.
-    arguments: list of str, what the identifier's text is filled with.
-    cause: the exception that led to it: another Error, the Python exception that it was made of, or
-        None.
-    stack: list of Frame, innermost first; empty until the error has been in the host.
+    arguments: list of str, the values in the text.
+    cause: the exception that caused it: another Error, the Python exception from which it was made,
+        or None.
+    stack: list of Frame, innermost first; empty until the error has passed through the host.
     object: the host.Object of class "KException" or of a subclass, or None if no session made one.
     """
 
@@ -86,7 +86,7 @@ class Error(Exception):
             self.__cause__ = cause
 
     def __reduce__(self) -> tuple[Any, ...]:
-        """Pickles all but `object`, which its session keeps, and a cause that can't be pickled."""
+        """Pickles all but `object`, which belongs to a session, and causes that can't be pickled."""
         return self._reduced(_pickled(self.cause))
 
     def _reduced(self, cause: Any) -> tuple[Any, ...]:

@@ -1,4 +1,4 @@
-"""Values of the host that Python has no type of its own for."""
+"""Values of the host for which Python has no type of its own."""
 
 from collections.abc import Iterable, Iterator, Mapping, Sequence
 from contextvars import ContextVar
@@ -21,10 +21,10 @@ _flags_of, _base_of = np.ndarray.flags.__get__, np.ndarray.base.__get__
 
 
 def owner_of(array: Any) -> Any:
-    """What owns the memory of `array`; None if it, or what it is a view of, is writable.
+    """The owner of the memory of `array`; None if it, or an array that it views, is writable.
 
-    (Who owns a read-only array could make it writable again, and is trusted not to while the host
-    has it.)
+    (The owner of a read-only array could make it writable again, and is trusted not to do so while
+    the host uses it.)
     """
     while issubclass(type(array), np.ndarray):
         flags = _flags_of(array)
@@ -35,7 +35,7 @@ def owner_of(array: Any) -> Any:
 
 
 def array_of(shape: tuple[int, ...], type_name: str, memory: Any) -> NDArray[Any]:
-    """A read-only array of what `memory` holds."""
+    """A read-only array of the elements in `memory`."""
     return np.ndarray(shape, dtype=type_name, buffer=memory, order="F")
 
 
@@ -52,7 +52,7 @@ def numpy_scalar(type_name: str, data: bytes) -> Any:
 
 
 class ListsItsOwn(type):
-    """A class of a large family, whose `dir` and help list what it adds to its ancestors."""
+    """The type of classes with many inherited members; `dir` and help list only their own ones."""
 
     def __dir__(cls) -> list[str]:
         ours = (vars(ancestor) for ancestor in cls.__mro__ if type(ancestor) is ListsItsOwn)
@@ -72,7 +72,7 @@ _left: ContextVar[int | None] = ContextVar("_left", default=None)
 
 
 def _listed(elements: Iterable[Any]) -> str:
-    """The list of `elements` as `repr` shows it, up to a thousand, those of nested values included."""
+    """The `repr` of `elements` as a list, up to a thousand elements, nested ones included."""
     outermost = _left.set(_MOST_SHOWN) if _left.get() is None else None
     try:
         shown = []
@@ -89,7 +89,7 @@ def _listed(elements: Iterable[Any]) -> str:
 
 
 class _Rows:
-    """The rows of an object array as nested lists, made as they are shown."""
+    """The rows of an object array as nested lists, created while they are shown."""
 
     def __init__(self, array: NDArray[Any]):
         self._array = array
@@ -103,7 +103,7 @@ class _Rows:
 
 
 class String(str, metaclass=ListsItsOwn):
-    """A string scalar: a `str` in all it does. A plain `str` is a char row."""
+    """A string scalar: behaves like a `str`. A plain `str` is a char row."""
 
     __slots__ = ()
 
@@ -112,7 +112,7 @@ class String(str, metaclass=ListsItsOwn):
 
 
 class Chars(Sequence[str]):
-    """A char matrix: a sequence of its rows, equally long texts."""
+    """A char matrix: a sequence of its rows, which are texts of the same length."""
 
     def __init__(self, rows: Iterable[str]):
         self._rows = tuple(rows)
@@ -120,11 +120,11 @@ class Chars(Sequence[str]):
             if not isinstance(row, str):
                 raise TypeError(f"rows of Chars must be str, not {type(row).__name__}")
         if len({len(row) for row in self._rows}) > 1:
-            raise ValueError("rows of Chars must be equally long")
+            raise ValueError("rows of Chars must have the same length")
 
     @property
     def shape(self) -> tuple[int, int]:
-        """Rows and characters a row."""
+        """Number of rows, and of characters per row."""
         return len(self._rows), len(self._rows[0]) if self._rows else 0
 
     def __len__(self) -> int:
@@ -144,7 +144,7 @@ class Chars(Sequence[str]):
 
 
 class _Shaped:
-    """What has a shape and elements, held as an object array."""
+    """A value with a shape and elements, stored as an object array."""
 
     _elements: NDArray[Any]
 
@@ -173,8 +173,8 @@ class _Shaped:
 class StringArray(_Shaped):
     """A string array: elements are `str`, or None where missing.
 
-    Made of nested lists or an object array; a flat list is a column. `np.asarray(x, dtype=object)`
-    gives the elements.
+    Made from nested lists or an object array; a flat list is a column. `np.asarray(x,
+    dtype=object)` returns the elements.
     """
 
     def __init__(self, elements: Any):
@@ -210,10 +210,10 @@ class StringArray(_Shaped):
 
 
 class Cell(np.ndarray[Any, np.dtype[Any]], metaclass=ListsItsOwn):
-    """A cell: an object array of at least two dimensions, each element a value of its own.
+    """A cell: an object array of at least two dimensions whose elements are any values.
 
-    Made of an object array or a list; a flat list is a row, a list of equally long lists has a row
-    each. It is a `numpy.ndarray` and has all that one has.
+    Made from an object array or a list. A flat list is a row; a list of lists of the same length
+    gives one row per list. It is a `numpy.ndarray` with all its methods.
     """
 
     def __new__(cls, elements: Iterable[Any] = ()) -> "Cell":

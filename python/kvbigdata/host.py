@@ -6,15 +6,15 @@
         a = s.call("createFromConstantBuiltin", 42.0)
         a.get("ValueFuture").get("Value")          # 42.0
 
-Values go in and come back so:
+Values are converted as follows:
 
     None                              null array
     bool, float, int                  logical and double scalars (an int must fit exactly)
-    NumPy scalars and arrays          the same class; read-only memory is borrowed, and what comes
-                                      back is a read-only view of at least two dimensions
+    NumPy scalars and arrays          the same class; read-only memory is borrowed; results are
+                                      read-only views of at least two dimensions
     str, Chars                        char row, char matrix
     String, StringArray               string scalar, string array
-    list or tuple, Cell               1-by-n cell, cell; comes back as Cell
+    list or tuple, Cell               1-by-n cell, cell; returned as Cell
     dict, StructArray                 structure, structure array
     a callable                        function handle; called as fn(nargout, *args)
     Function                          handle of a named function
@@ -30,7 +30,7 @@ try:
 except ImportError as error:
     if "libarrow" not in str(error):
         raise
-    # Arrow's libraries aren't beside this package: let pyarrow bring them in from where it is.
+    # Arrow's libraries aren't in this package: let pyarrow load its own.
     import pyarrow.dataset as _dataset  # noqa: F401
     import pyarrow.parquet as _parquet  # noqa: F401
 
@@ -56,7 +56,7 @@ __all__ = [
     "ledger",
 ]
 
-# They belong here, whatever file they stand in.
+# They are public here, whatever file defines them.
 for _class in (globals()[name] for name in __all__):
     if isinstance(_class, type):
         _class.__module__ = __name__

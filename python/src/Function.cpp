@@ -69,14 +69,15 @@ void bindFunction(nb::module_& module) {
   nb::class_<Function>(
       module, "Function",
       "A function of the host, by its name; called as fn(nargout, *args), as callables are.\n\n"
-      "One that came from a session runs there. One made by name runs in the session whose call "
-      "runs on the calling thread, elsewhere in the only session that is open there; otherwise "
-      "Error \"KALVEX:session:Ambiguous\" is raised, with the name and the number of sessions.")
+      "A Function that came from a session runs there. One made by name runs in the session whose "
+      "call is running on the calling thread; if there is none, in the only session open on that "
+      "thread. Otherwise Error \"KALVEX:session:Ambiguous\" is raised, with the name and the "
+      "number of sessions.")
       .def(nb::init<std::string>(), "name"_a)
-      .def_prop_ro("name", &Function::name, "What the function is called.")
+      .def_prop_ro("name", &Function::name, "The name of the function.")
       .def("__call__", &Function::call, "nargout"_a, "args"_a,
            nb::sig("def __call__(self, nargout: int, *args: typing.Any) -> typing.Any"),
-           "Calls it; outputs as of `Session.call`.")
+           "Calls the function. Outputs are as for `Session.call`.")
       .def(
           "__eq__",
           [](const Function& self, nb::handle other) {

@@ -9,20 +9,20 @@
 
 namespace kv::python {
 
-/// A function of the host as Python holds it: by its name, or by a handle that is more than that:
-/// of a native callable, or loaded from a file without trust or without the callable it named.
+/// A function of the host in Python: a name, or a handle that is more than a name (of a native
+/// callable, or loaded from a file without trust or without the callable that it named).
 class Function {
  public:
-  /// By name; belongs to no session.
+  /// From a name; belongs to no session.
   explicit Function(std::string name) : name_(std::move(name)) {}
-  /// Of a handle of the current session.
+  /// From a handle of the current session.
   explicit Function(const kxArray* handle);
 
   const std::string& name() const { return name_; }
   /// Requires: a current session. Errors: "KALVEX:session:OtherSession".
   host::Value toHost() const;
-  /// fn(nargout, *args), in its session, or else in the one that runs on this thread or is the only
-  /// one open there. Errors: "KALVEX:session:Ambiguous".
+  /// fn(nargout, *args), in its session or, if it has none, in the session of the call running on
+  /// this thread or the only one open on it. Errors: "KALVEX:session:Ambiguous".
   nb::object call(int nargout, const nb::args& args) const;
   bool operator==(const Function& other) const;
 
@@ -31,7 +31,7 @@ class Function {
 
   std::string name_;
   SessionPtr session_;
-  std::shared_ptr<const kxArray> handle_;  ///< none where the name says all
+  std::shared_ptr<const kxArray> handle_;  ///< null if the name is enough
 };
 
 /// Adds the class `Function` to the module.

@@ -12,7 +12,7 @@
 namespace kv::python {
 namespace {
 
-/// Runs `body` on the object's session; what the host throws comes out as Python's.
+/// Runs `body` on the object's session; exceptions of the host become Python's.
 template <class Body>
 decltype(auto) onObject(const Object& object, Body&& body) {
   const Use use(object.session());
@@ -107,10 +107,11 @@ void bindObject(nb::module_& module) {
   using namespace nb::literals;
   nb::class_<Object>(module, "Object", nb::is_weak_referenceable(),
                      "An object of the host; holding it keeps it alive.\n\n"
-                     "Two are equal, with equal hashes, when they are the same host object. May be "
-                     "dropped on any thread, also after its session was closed.")
+                     "Two are equal, with equal hashes, if they are the same host object. May be "
+                     "dropped on any thread, even after its session was closed.")
       .def_prop_ro("class_name", className, "The full name of its class.")
-      .def_prop_ro("is_deleted", isDeleted, "True once it was deleted, or its session closed.")
+      .def_prop_ro("is_deleted", isDeleted,
+                   "True once the object was deleted or its session was closed.")
       .def("get", get, "property"_a, "as_class"_a = nb::none(),
            nb::sig("def get(self, property: str, as_class: str | None = None) -> typing.Any"),
            "The value of a property. Raises Error \"KALVEX:class:NoSuchMember\" or "
@@ -123,10 +124,10 @@ void bindObject(nb::module_& module) {
            "as_class"_a = nb::none(),
            nb::sig("def invoke(self, method: str, *args: typing.Any, nargout: int = 1, "
                    "as_class: str | None = None) -> typing.Any"),
-           "Calls a method, the object being its first input. Outputs as of `Session.call`.")
+           "Calls a method with the object as first input. Outputs are as for `Session.call`.")
       .def("is_a", isOfClass, "class_name"_a,
-           "True if it is of that class or of one derived from it.")
-      .def("delete", deleteObject, "Deletes the object at once, even if something else holds it.")
+           "True if the object is of that class or of a class derived from it.")
+      .def("delete", deleteObject, "Deletes the object at once, even if it is still referred to.")
       .def("super_init", superInit, "superclass"_a, "args"_a,
            nb::sig("def super_init(self, superclass: str, *args: typing.Any) -> None"),
            "In a constructor: runs the constructor of a direct superclass.")

@@ -10,9 +10,9 @@
 
 namespace kv::python {
 
-/// A host object as Python holds it: a strong reference.
+/// A host object in Python: a strong reference.
 ///
-/// Threads: may be dropped on any; all else belongs to the session's thread.
+/// Threads: may be dropped on any; all other use is for the session's thread.
 class Object {
  public:
   /// `array` is a scalar object array.

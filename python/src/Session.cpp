@@ -25,7 +25,7 @@ void remember(const SessionPtr& session) {
   openSessions().push_back(session);
 }
 
-/// Held beyond the lock, since the last owner of a session runs the user's code when it goes.
+/// The sessions are kept alive beyond the lock, because releasing the last owner runs user code.
 std::vector<SessionPtr> allOpen() {
   std::vector<SessionPtr> sessions;
   {

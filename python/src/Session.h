@@ -14,20 +14,20 @@ namespace kv::python {
 
 namespace nb = nanobind;
 
-/// A session of the host as Python's wrappers share it: it lives as long as one of them does.
+/// A session of the host as Python's wrappers share it: it lives as long as any of them.
 ///
-/// Threads: everything but dropping and `interrupt` belongs to the thread that made it, and needs
-/// the interpreter's lock.
+/// Threads: all use but dropping and `interrupt` is for the thread that made it, and needs the
+/// interpreter's lock.
 class SharedSession : public std::enable_shared_from_this<SharedSession> {
  public:
   /// Errors: those of the host.
   static std::shared_ptr<SharedSession> open(bool withRuntime, bool stress);
-  /// The sessions of this thread that are open.
+  /// The open sessions of this thread.
   static std::vector<std::shared_ptr<SharedSession>> openHere();
-  /// Stops all other threads, and closes what they don't use: for the end of the interpreter.
+  /// For the end of the interpreter: stops all other threads and closes the sessions not in use.
   static void closeAll();
 
-  /// Frees every object. Does nothing the second time.
+  /// Frees every object. Does nothing if the session is closed already.
   /// Errors: "KALVEX:session:InUse" while a call runs in it.
   void close();
 

@@ -1,3 +1,8 @@
+// The class Session as Python sees it: one short function per method, and the tables that bind them
+// with signatures and documentation for people and type checkers. Each function enters the session
+// with a `Use`, which checks thread and state, and converts inputs and outputs; nothing else is
+// decided here.
+
 #include "bindSession.h"
 
 #include <nanobind/stl/optional.h>
@@ -19,7 +24,7 @@
 namespace kv::python {
 namespace {
 
-/// What Python holds as a Session.
+/// The state of a Python Session.
 struct PySession {
   SessionPtr shared;
 };
@@ -117,7 +122,7 @@ void clearWarnings(const PySession& self) {
   in(self, [](host::Session& session) { session.clearWarnings(); });
 }
 
-/// The path of a file, as Python's own functions take it.
+/// The path of a file, in the forms that Python's own functions accept.
 std::string pathOf(nb::handle path) {
   PyObject* bytes = nullptr;
   if (PyUnicode_FSConverter(path.ptr(), &bytes) == 0) {
@@ -160,7 +165,7 @@ std::string copyOfBuffer(nb::handle data) {
 
 nb::object loadBytes(const PySession& self, nb::handle data, bool trusted) {
   return in(self, [&](host::Session& session) {
-    // What is checked mustn't change before it is read: only the memory of `bytes` never does.
+    // The checked data mustn't change before it is read. Only the memory of `bytes` never changes.
     if (PyBytes_CheckExact(data.ptr())) {
       const std::string_view lent(PyBytes_AS_STRING(data.ptr()),
                                   static_cast<std::size_t>(PyBytes_GET_SIZE(data.ptr())));
@@ -188,16 +193,17 @@ void bindCalls(Class& session) {
            "as_class"_a = nb::none(),
            nb::sig("def call(self, name: str, *args: typing.Any, nargout: int = 1, "
                    "as_class: str | None = None) -> typing.Any"),
-           "Calls by name: a method of the leftmost argument that is an object whose class has one "
-           "of that name, a function, a class's constructor, a static method \"Class.name\", a "
-           "builtin.\n\n"
-           "nargout=1 gives the value (None if nothing came back), a larger one a tuple, 0 what "
-           "came back anyway. as_class gives the call the rights of that class's own code. Raises "
-           "Error \"KALVEX:UndefinedFunction\" with the name, and whatever the callee raises.")
+           "Calls by name. In this order, the name means a method of the leftmost argument that is "
+           "an object whose class has such a method, a function, a class's constructor, a static "
+           "method \"Class.name\", a builtin.\n\n"
+           "nargout=1 returns the value (None if there is none), a larger one a tuple, 0 the value "
+           "if the callee returned one anyway. as_class gives the call the rights of that class's "
+           "own code. Raises Error \"KALVEX:UndefinedFunction\" with the name, and whatever the "
+           "callee raises.")
       .def("new", construct, "class_name"_a, "args"_a, nb::kw_only(), "as_class"_a = nb::none(),
            nb::sig("def new(self, class_name: str, *args: typing.Any, "
                    "as_class: str | None = None) -> Object"),
-           "A new object, by the constructor of its class. Raises Error "
+           "Makes an object with the constructor of its class. Raises Error "
            "\"KALVEX:UndefinedFunction\", \"KALVEX:class:AbstractClass\", "
            "\"KALVEX:class:AccessDenied\".");
 }
@@ -235,10 +241,10 @@ void bindDefinitions(Class& session) {
            "\"KALVEX:class:NoSuchMember\" for another name.")
       .def("describe", describe, "name"_a,
            nb::sig("def describe(self, name: str) -> dict[str, typing.Any]"),
-           "The class as registered: name, superclasses, sealed, native, and members in the order "
-           "of registration. Raises Error \"KALVEX:UndefinedFunction\".")
+           "The class as registered: name, superclasses, sealed, native, and the members in the "
+           "order of registration. Raises Error \"KALVEX:UndefinedFunction\".")
       .def("classes", classes, nb::sig("def classes(self) -> list[str]"),
-           "Full names of the classes that the core's library entered, in that order.");
+           "Full names of the classes that the core's library registered, in that order.");
 }
 
 void bindFiles(Class& session) {
@@ -246,15 +252,15 @@ void bindFiles(Class& session) {
       .def("save", save, "path"_a, "value"_a.none(),
            nb::sig("def save(self, path: str | bytes | os.PathLike[str] | os.PathLike[bytes], "
                    "value: typing.Any) -> None"),
-           "Saves a value with all objects that it leads to; the file appears whole or not at "
+           "Saves a value with all objects that it refers to; the file appears whole or not at "
            "all.\n\n"
            "A callable is saved by its name alone. Raises Error \"KALVEX:save:NotSaveable\" with "
            "class and reason, \"KALVEX:save:CannotWrite\" with path and reason.")
       .def("load", load, "path"_a, "trusted"_a = false,
            nb::sig("def load(self, path: str | bytes | os.PathLike[str] | os.PathLike[bytes], "
                    "trusted: bool = False) -> typing.Any"),
-           "The value in a file that `save` wrote. Runs no code of the user's.\n\n"
-           "Without trusted=True it can be looked at, planned and saved again, and refuses to be "
+           "The value in a file that `save` wrote. Runs no user code.\n\n"
+           "Without trusted=True the value can be inspected, planned and saved again, but not "
            "evaluated (\"KALVEX:load:NotTrusted\"). Raises Error \"KALVEX:load:Corrupt\" with "
            "section, offset and reason, \"KALVEX:load:LaterFormat\" with release and format of "
            "the file and of this release, \"KALVEX:load:UnknownClass\" with the class, "
@@ -266,28 +272,27 @@ void bindFiles(Class& session) {
            nb::sig("def load_bytes(self, data: bytes | bytearray | memoryview, trusted: bool = "
                    "False) -> "
                    "typing.Any"),
-           "The value in the bytes of a file, as `load` gives it. Memory other than `bytes` is "
+           "The value in the bytes of a file, as `load` returns it. Memory other than `bytes` is "
            "copied, and need not be contiguous.");
 }
 
 void bindState(Class& session) {
-  session.def("collect", collect, "Runs the collector; the number of objects freed.")
+  session.def("collect", collect, "Runs the collector; returns the number of objects freed.")
       .def("live_objects", liveObjects, "class_name"_a = nb::none(),
-           "The number of live objects, of all classes or of that very class.")
+           "The number of live objects, of all classes or of exactly that class.")
       .def_prop_ro("warnings", warnings,
                    nb::sig("def warnings(self) -> list[kvbigdata._records.Warning]"),
                    "The warnings issued so far, a list of Warning.")
-      .def("clear_warnings", clearWarnings, "Forgets the warnings.")
+      .def("clear_warnings", clearWarnings, "Clears the list of warnings.")
       .def(
           "close", [](const PySession& self) { self.shared->close(); },
           "Frees every object; any later use raises Error \"KALVEX:session:Closed\". Does nothing "
-          "the second time.")
+          "if the session is closed already.")
       .def(
           "interrupt", [](const PySession& self) { self.shared->interrupt(); },
-          "Asks the evaluation that runs in this session to stop; it ends within one chunk with "
-          "KeyboardInterrupt. If none runs, the next one stops. Other sessions don't notice. May "
-          "be "
-          "called on any thread.")
+          "Asks the evaluation in progress in this session to stop; it ends within one chunk with "
+          "KeyboardInterrupt. If none is running, the next one stops. Other sessions aren't "
+          "affected. May be called on any thread.")
       .def("__enter__", enter, nb::sig("def __enter__(self) -> Session"))
       .def(
           "__exit__", [](const PySession& self, const nb::args&) { self.shared->close(); },
@@ -301,10 +306,10 @@ void bindSession(nb::module_& module) {
   Class session(
       module, "Session", nb::is_weak_referenceable(),
       "A session of the host, with objects, classes, functions and warnings of its own.\n\n"
-      "It belongs to the thread that made it; a use from another raises Error "
-      "\"KALVEX:session:WrongThread\". A context manager: leaving it closes it.\n\n"
-      "runtime=False leaves out all that the native core reaches by name; stress=True "
-      "collects at every creation of an object.");
+      "It belongs to the thread that made it; use from another thread raises Error "
+      "\"KALVEX:session:WrongThread\". It is a context manager that closes the session on exit.\n\n"
+      "runtime=False leaves out everything that the native core reaches by name; stress=True "
+      "collects garbage whenever an object is created.");
   session.def("__init__", open, nb::kw_only(), "runtime"_a = true, "stress"_a = false);
   bindCalls(session);
   bindDefinitions(session);

@@ -54,7 +54,7 @@ void giveOutputs(const host::Call& call, nb::handle result) {
   }
 }
 
-/// What stacks and messages of the host call it.
+/// The name of a callable in stacks and messages of the host.
 std::string nameOf(nb::handle function) {
   const nb::object name = nb::getattr(function, "__qualname__", nb::none());
   return PyUnicode_Check(name.ptr()) ? toUtf8(name, "__qualname__")

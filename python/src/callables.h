@@ -5,13 +5,14 @@
 
 namespace kv::python {
 
-/// What a Python callable is called with before the host's inputs.
+/// The arguments of a Python callable that come before the host's inputs.
 enum class Convention {
-  Function,     ///< fn(nargout, *args); its result gives the outputs
+  Function,     ///< fn(nargout, *args); its result becomes the outputs
   Constructor,  ///< fn(obj, *args); its result is ignored
 };
 
-/// A Python callable as a body of the host: takes the interpreter's lock, converts both ways.
+/// A Python callable as a function body of the host: takes the interpreter's lock and converts
+/// inputs and outputs.
 ///
 /// Errors: see throwIntoHost.
 class Callable {
@@ -29,12 +30,12 @@ class Callable {
   Convention convention_;
 };
 
-/// A body for a definition. Errors: TypeError if `function` can't be called, naming `role`.
+/// A body for a definition. Errors: TypeError that names `role` if `function` can't be called.
 host::NativeBody bodyOf(nb::handle function, const char* role,
                         Convention convention = Convention::Function);
 
-/// A function handle of a Python callable, and the very callable again (invalid if the handle is of
-/// something else).
+/// A function handle of a Python callable, and the same callable again (invalid if the handle is of
+/// anything else).
 host::Value callableToHost(nb::handle function);
 nb::object callableToPython(const kxArray* handle);
 

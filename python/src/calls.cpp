@@ -7,7 +7,7 @@
 namespace kv::python {
 namespace {
 
-/// More outputs than any function has.
+/// No function has more outputs.
 constexpr int kMaxOutputs = 65535;
 
 }  // namespace

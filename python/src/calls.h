@@ -12,7 +12,7 @@ namespace kv::python {
 
 namespace nb = nanobind;
 
-/// Inputs of a call, as the host takes them. Objects are lent, not copied.
+/// Inputs of a call in the host's form. Objects are borrowed, not copied.
 /// Lives: no longer than the tuple. Requires: a current session.
 class Inputs {
  public:
@@ -24,7 +24,7 @@ class Inputs {
   std::vector<const kxArray*> lent_;
 };
 
-/// What a call gave, as Python takes it: the value, or a tuple of `nargout` values.
+/// The outputs of a call in Python's form: the value, or a tuple of `nargout` values.
 nb::object toResult(int nargout, const std::vector<host::Value>& outputs);
 
 /// Errors: ValueError for a negative count.

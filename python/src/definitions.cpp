@@ -10,7 +10,7 @@
 namespace kv::python {
 namespace {
 
-/// A copy, which stays as it is whatever code the conversion of its values runs.
+/// A copy. It can't change, whatever code the conversion of its values runs.
 nb::dict dictOf(nb::handle object, const char* role) {
   if (!PyDict_Check(object.ptr())) {
     PyErr_Format(PyExc_TypeError, "%s must be a dict, not %s", role,
@@ -36,7 +36,7 @@ std::vector<std::string> textsOf(nb::handle object, const char* role) {
   return texts;
 }
 
-/// Access levels of a property, and what tells that a level isn't one of them.
+/// Access levels of a property, and the message for a value that isn't one of them.
 struct AccessLevels {
   const char* property;
   std::array<bool, 6> are;
@@ -44,10 +44,10 @@ struct AccessLevels {
 };
 
 constexpr AccessLevels kGetAccess{
-    "get", {true, true, true}, "the get access of a property is 0, 1 or 2, got %R"};
+    "get", {true, true, true}, "the get access of a property must be 0, 1 or 2, got %R"};
 constexpr AccessLevels kSetAccess{"set",
                                   {true, true, true, true, false, true},
-                                  "the set access of a property is 0, 1, 2, 3 or 5, got %R"};
+                                  "the set access of a property must be 0, 1, 2, 3 or 5, got %R"};
 
 host::MemberAccess accessOf(nb::handle property, const AccessLevels& levels) {
   const nb::object level = property.attr(levels.property);

@@ -6,7 +6,7 @@
 
 namespace kv::python {
 
-/// What `Session.define_class` takes, as it came.
+/// The arguments of `Session.define_class`, unchecked.
 struct ClassParts {
   nb::handle superclasses;
   nb::handle properties;
@@ -17,13 +17,13 @@ struct ClassParts {
   bool isSealed = false;
 };
 
-/// Both check everything before the host sees it.
+/// Both check everything before they change the host.
 /// Requires: a current session. Errors: TypeError, and those of the host.
 void defineClass(host::Session& session, std::string_view name, const ClassParts& parts);
 void completeClass(host::Session& session, std::string_view name, nb::handle methods,
                    nb::handle staticMethods);
 
-/// The class as the module's documentation says.
+/// The description of a class, in the form that the module's documentation gives.
 nb::dict describeClass(host::Session& session, std::string_view name);
 
 }  // namespace kv::python

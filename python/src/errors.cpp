@@ -1,3 +1,9 @@
+// Errors cross between Python and the host in both directions, often several times, and must arrive
+// with the same identifier, arguments, message and cause. The host stores a KException; the Python
+// exception from which one was made is stored next to it as a native value, so that Python gets
+// back the same object. An Error that is caught and raised again is sent as its original host
+// object, but only if no one has changed it in between.
+
 #include "errors.h"
 
 #include <algorithm>
@@ -20,10 +26,10 @@ using foundation::core::except::IMsgIDException;
 using host::Value;
 using Torvane::KException::KExceptionEnvelope;
 
-/// A chain of causes that is longer isn't followed.
+/// Longer chains of causes are cut off.
 constexpr int kMaxCauses = 64;
 
-/// Keeps, with a KException, the Python exception that it was made of.
+/// Stores, with a KException, the Python exception from which it was made.
 class Original : public host::NativeValue {
  public:
   explicit Original(nb::handle exception) : exception_(share(exception)) {}
@@ -37,7 +43,7 @@ std::string textOf(nb::handle object) {
   try {
     return toUtf8(nb::str(object), "text");
   } catch (nb::python_error& error) {
-    error.discard_as_unraisable("an exception whose text can't be made");
+    error.discard_as_unraisable("an exception that can't be converted to text");
     return {};
   }
 }
@@ -71,7 +77,7 @@ Value makeException(const std::string& identifier, const std::string& message,
 
 Value exceptionOfError(nb::handle error, int depth);
 
-/// A KException that keeps the Python exception it was made of.
+/// A KException that stores the Python exception from which it was made.
 Value keeping(nb::handle exception, const std::string& identifier) {
   Value made = makeException(identifier, textOf(exception), {});
   host::setNativeValue(made.get(), std::make_unique<Original>(exception));
@@ -82,8 +88,8 @@ std::string identifierOf(nb::handle exception) {
   return "KALVEX:python:" + textOf(exception.type().attr("__name__"));
 }
 
-/// Only slots survive where the host builds one exception from another, so the Python exception is
-/// kept by the cause.
+/// When the host builds one exception from another, only slots are kept. So the Python exception is
+/// stored in the cause.
 void attachCause(const Value& exception, nb::handle cause, int depth) {
   if (!PyExceptionInstance_Check(cause.ptr()) || depth >= kMaxCauses) {
     return;
@@ -93,7 +99,7 @@ void attachCause(const Value& exception, nb::handle cause, int depth) {
                                          : keeping(cause, identifierOf(cause)));
 }
 
-/// What an Error says.
+/// The content of an Error.
 struct Wording {
   std::string identifier;
   std::string message;
@@ -108,7 +114,7 @@ Wording wordingOf(nb::handle error) {
   return wording;
 }
 
-/// True if the exception says so, too. An empty message and a missing argument say nothing.
+/// True if the exception has this content. An empty message and missing arguments match anything.
 bool says(const kxArray* exception, const Wording& wording) {
   const host::ErrorRecord record =
       host::errorRecord(KExceptionEnvelope(kcos::omGetArrayElement(exception, 0)));
@@ -117,8 +123,8 @@ bool says(const kxArray* exception, const Wording& wording) {
          (wording.arguments.empty() || record.arguments == wording.arguments);
 }
 
-/// The object that an Error came with, if it is one of the current session. Who raises an Error
-/// again may have changed it, so that it says something else.
+/// The object with which an Error came, if it is one of the current session. Code that raises the
+/// Error again may have changed the Error, so the two can differ.
 Value objectOf(nb::handle error) {
   const nb::object object = error.attr("object");
   const Object* wrapped = instanceOf<Object>(object);
@@ -161,7 +167,7 @@ nb::list toList(const std::vector<std::string>& texts) {
 
 nb::object makeError(const kxArray* exception, int depth);
 
-/// The Error of an exception's cause, the Python exception that it keeps, or None.
+/// The Error for an exception's cause, the Python exception that the cause stores, or None.
 nb::object causeOf(const kxArray* exception, int depth) {
   const Value cause = host::getSlot(exception, "cause");
   const bool isError = depth < kMaxCauses && kcos::omIsKCOS(cause.get()) &&
@@ -226,7 +232,7 @@ void throwIntoHost(nb::handle exception) {
     if (isA(failure.value(), Known::Error)) {
       throw;
     }
-    throwIntoHost(failure.value());  // an Error whose parts can't be read: say why
+    throwIntoHost(failure.value());  // the parts of the Error can't be read: report why
   }
   host::throwException(object.get());
 }

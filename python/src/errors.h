@@ -13,30 +13,30 @@
 
 namespace kv::python {
 
-/// A Python exception that is no error (KeyboardInterrupt, SystemExit) on its way through the host.
+/// A Python exception that isn't an error (KeyboardInterrupt, SystemExit) passing through the host.
 class PythonPassThrough : public host::PassThrough {
  public:
   explicit PythonPassThrough(SharedPyObject exception) : exception_(std::move(exception)) {}
-  const char* what() const noexcept override { return "a Python exception that is no error"; }
+  const char* what() const noexcept override { return "a Python exception that isn't an error"; }
   nb::handle exception() const { return exception_.get(); }
 
  private:
   SharedPyObject exception_;
 };
 
-/// Raises a `host.Error` of the host's catalogue that no session holds an object of.
+/// Raises a `host.Error` from the host's catalogue for which no session has an object.
 [[noreturn]] void raiseInPython(std::string_view identifier,
                                 const std::vector<std::string>& arguments = {});
 
-/// Throws a Python exception into the host: an Error with its id, arguments, message and causes,
-/// another Exception as "KALVEX:python:" and its type's name, the rest as PythonPassThrough.
+/// Throws a Python exception into the host: an Error with its id, arguments, message and causes;
+/// any other Exception as "KALVEX:python:" and the name of its type; the rest as PythonPassThrough.
 /// Requires: a current session.
 [[noreturn]] void throwIntoHost(nb::handle exception);
 
-/// Throws the exception that is being handled as a Python one. Requires: a current session.
+/// Throws the current C++ exception as a Python one. Requires: a current session.
 [[noreturn]] void throwIntoPython();
 
-/// Runs `body`; what it throws of the host's leaves it as a Python exception.
+/// Runs `body`; exceptions of the host leave it as Python exceptions.
 template <class Body>
 decltype(auto) fromHost(Body&& body) {
   try {

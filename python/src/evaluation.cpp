@@ -14,8 +14,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Often enough for a person at a keyboard, and seldom enough that a busy interpreter, which gives
-/// the lock away every 5 ms, doesn't slow the evaluation down.
+/// Often enough for a person at a keyboard, and seldom enough not to slow down the evaluation when
+/// the interpreter is busy, which releases the lock only every 5 ms.
 constexpr auto kBetweenPolls = std::chrono::milliseconds(50);
 
 class Watch : public runtime::EvaluationWatch {

@@ -2,7 +2,7 @@
 
 namespace kv::python {
 
-/// Has evaluations let go of the interpreter's lock, and look for signals (an interrupt from the
+/// Makes evaluations release the interpreter's lock and check for signals (an interrupt from the
 /// keyboard) while they run.
 void watchEvaluations();
 

@@ -15,12 +15,12 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kLongestWait = std::chrono::seconds(5);
 constexpr auto kBetweenLooks = std::chrono::milliseconds(1);
 
-/// Scopes of all threads that run code of this module.
+/// Number of scopes, on all threads, that run code of this module.
 std::atomic<int> scopes{0};
-/// Of this thread.
+/// The same for this thread.
 thread_local int tScopes = 0;
 
-/// The thread that ends the interpreter; none as long as it runs.
+/// The thread that ends the interpreter; none as long as the interpreter runs.
 std::atomic<std::thread::id> endingThread;
 
 bool isStopped() noexcept {
@@ -44,7 +44,7 @@ void sleepWithLockIfStopped() noexcept {
   }
 }
 
-/// A child of `fork` has this thread alone.
+/// A child of `fork` has only this thread.
 [[maybe_unused]] const int kAtFork = pthread_atfork(nullptr, nullptr, [] { scopes = tScopes; });
 
 }  // namespace
@@ -74,7 +74,7 @@ ModuleScope::~ModuleScope() {
 
 Entry::Entry() {
   if (isStopped()) {
-    // Ends the thread without a word. (To make an Error runs Python code, which isn't safe here.)
+    // Ends the thread silently. (Creating an Error runs Python code, which isn't safe here.)
     PyErr_SetNone(PyExc_SystemExit);
     throw nanobind::python_error();
   }

@@ -5,21 +5,22 @@
 
 #include <utility>
 
-/// The interpreter's lock, and its end as threads see it that it doesn't wait for.
+/// The interpreter's lock, and what the end of the interpreter means for threads that it doesn't
+/// wait for.
 ///
 /// Before 3.14, Python ends a daemon thread by unwinding its stack when the thread takes the lock
-/// after the interpreter began to end. Frames of C++ can't be unwound like that: their destructors
+/// after the interpreter began to end. C++ frames must not be unwound like that: their destructors
 /// would use the interpreter without its lock, and `noexcept` would end the process. So such a
 /// thread sleeps until the process ends instead:
 ///
 /// 1. At exit, `stopOtherThreads` waits until every other thread is asleep or outside this module:
-///    in Python, or in the user's code that the module called.
-/// 2. From then on a thread that comes back from the user's code, or needs the lock again, sleeps;
-///    one that enters the module anew gets SystemExit.
-/// 3. Where the lock is taken and around the user's code, the unwinding is caught in that frame.
+///    in Python, or in user code that the module called.
+/// 2. From then on, a thread that returns from user code, or needs the lock again, sleeps. A thread
+///    that enters the module gets SystemExit.
+/// 3. Where the lock is taken, and around user code, the unwinding is caught in that frame.
 namespace kv::python {
 
-/// The calling thread runs code of this module. Scopes nest.
+/// Marks that the calling thread runs code of this module. Scopes nest.
 class ModuleScope {
  public:
   ModuleScope() noexcept;
@@ -29,13 +30,13 @@ class ModuleScope {
 };
 
 /// A call from Python into this module.
-/// Errors: SystemExit after `stopOtherThreads`, on another thread. Requires: the lock.
+/// Errors: SystemExit on other threads after `stopOtherThreads`. Requires: the lock.
 class Entry : public ModuleScope {
  public:
   Entry();
 };
 
-/// Takes the lock; does nothing where the thread has it.
+/// Takes the lock; does nothing if the thread has it already.
 class Lock {
  public:
   Lock() noexcept;
@@ -47,8 +48,8 @@ class Lock {
   PyGILState_STATE state_;
 };
 
-/// Runs `body` with the lock, and with the right to run code of the user's, if there is an
-/// interpreter. For what may be dropped at any time, on any thread.
+/// Runs `body` with the lock and the right to run user code, if the interpreter is alive. For
+/// objects that may be dropped at any time, on any thread.
 template <class Body>
 void ifAlive(Body&& body) {
   if (nanobind::is_alive()) {
@@ -70,12 +71,12 @@ class Unlock {
   PyThreadState* state_;
 };
 
-/// Sleeps for good, if this thread was stopped. Requires: not the lock.
+/// Sleeps forever if this thread was stopped. Requires: the lock isn't held.
 void sleepIfStopped() noexcept;
 
 [[noreturn]] void sleepForGood() noexcept;
 
-/// The user's code runs: the thread is outside this module for that time.
+/// Marks that user code runs: during that time the thread is outside this module.
 /// Requires: the lock.
 class UserScope {
  public:
@@ -88,7 +89,7 @@ class UserScope {
   int depth_;
 };
 
-/// Calls code of the user's, which takes what time it likes. Requires: the lock.
+/// Calls user code, which may take any amount of time. Requires: the lock.
 template <class Body>
 decltype(auto) inUserCode(Body&& body) {
   const UserScope scope;
@@ -99,8 +100,8 @@ decltype(auto) inUserCode(Body&& body) {
   }
 }
 
-/// At the end of the interpreter: see above. Waits no longer than a few seconds for threads that
-/// neither come back to Python nor poll.
+/// For the end of the interpreter; see above. Waits no longer than a few seconds for threads that
+/// neither return to Python nor poll.
 /// Result: whether there are other threads. Requires: the lock.
 bool stopOtherThreads();
 

@@ -18,8 +18,8 @@ constexpr host::CatalogueEntry kCatalogue[] = {
     {"KALVEX:session:InUse", "The session can't be closed while a call runs in it."},
     {"KALVEX:session:OtherSession", "The value belongs to another session."},
     {"KALVEX:session:Ambiguous",
-     "Function '{0}' doesn't know its session, and {1} are open on this thread: call it by name "
-     "through the session that you mean, as session.call('{0}', ...)."},
+     "Function '{0}' isn't bound to a session, and {1} sessions are open on this thread: call it "
+     "by name through one of them, as session.call('{0}', ...)."},
 };
 
 nb::dict ledger() {
@@ -40,15 +40,14 @@ void bindModule(nb::module_& module) {
   bindFunction(module);
   bindNumbers(module);
   module.def("ledger", ledger, nb::sig("def ledger() -> dict[str, int]"),
-             "What the process holds: counts of objects, arrays and payloads, and bytes. Zero when "
-             "every session is closed and every value dropped.");
+             "What the process holds: counts of objects, arrays and payloads, and bytes. All are "
+             "zero when every session is closed and every value is dropped.");
   module.def("close_all", SharedSession::closeAll,
              "For the end of the interpreter: stops other threads where they use the host, and "
              "closes the sessions that are still open.");
 }
 
-/// nanobind and this module keep one state for the process, which a second interpreter would
-/// overwrite.
+/// nanobind and this module have one state per process, which a second interpreter would overwrite.
 bool refuseSubinterpreter() {
   if (PyInterpreterState_Get() == PyInterpreterState_Main()) {
     return false;
@@ -59,7 +58,7 @@ bool refuseSubinterpreter() {
   return true;
 }
 
-/// Types, texts and hooks belong to the process, and so can be set up only once in it.
+/// Types, texts and hooks belong to the process and can be set up only once.
 bool refuseSecondImport() {
   static bool wasImported = false;
   if (!std::exchange(wasImported, true)) {

@@ -1,3 +1,9 @@
+// Arrays are shared between NumPy and the host without a copy whenever that is safe, that is, when
+// nothing can write the memory. Proving this takes most of the code: NumPy's own flags are not
+// enough, because the owner of a read-only view may be writable. From the host to NumPy no copy is
+// needed: host values are immutable, and a Memory object keeps the value alive as long as the
+// array.
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -16,7 +22,7 @@ namespace {
 
 struct NumberType {
   kxClassID classId;
-  const char* name;  ///< NumPy's
+  const char* name;  ///< in NumPy
   char kind;         ///< 'b' logical, 'i' signed, 'u' unsigned, 'f' floating
   std::uint8_t bytes;
 };
@@ -36,10 +42,10 @@ const NumberType& typeOf(kxClassID classId) {
       return type;
     }
   }
-  throw nb::type_error("a value that isn't numeric");
+  throw nb::type_error("the value isn't numeric");
 }
 
-/// The elements of a host value, as NumPy's arrays refer to them: no one can write there.
+/// The read-only elements of a host value, to which NumPy's arrays refer.
 struct Memory {
   host::Value value;
 };
@@ -47,7 +53,7 @@ struct Memory {
 int lendMemory(PyObject* self, Py_buffer* view, int flags) {
   if (!nb::inst_ready(self)) {
     view->obj = nullptr;
-    PyErr_SetString(PyExc_BufferError, "a Memory that Python code made has no elements to lend");
+    PyErr_SetString(PyExc_BufferError, "a Memory made by Python code has no elements");
     return -1;
   }
   const kxArray* value = nb::inst_ptr<Memory>(self)->value.get();
@@ -56,7 +62,7 @@ int lendMemory(PyObject* self, Py_buffer* view, int flags) {
                            static_cast<Py_ssize_t>(bytes), 1, flags);
 }
 
-/// An array's memory as Python lends it.
+/// An array's memory through Python's buffer protocol.
 class Buffer {
  public:
   explicit Buffer(nb::handle array) {
@@ -127,7 +133,7 @@ bool isColumnMajor(const Py_buffer& view) {
          address % static_cast<std::uintptr_t>(view.itemsize) == 0;
 }
 
-/// A view of other numbers may call them bool; a file with other bytes than 0 and 1 is refused.
+/// A view of other numbers may claim to be bool. Bytes other than 0 and 1 are refused.
 void requireLogicals(const Py_buffer& view) {
   const std::span bytes(static_cast<const std::uint8_t*>(view.buf),
                         static_cast<std::size_t>(view.len));
@@ -150,15 +156,15 @@ host::Value copied(const Py_buffer& view, kxClassID classId) {
   return array;
 }
 
-/// True if no one can write the memory of a read-only array: it belongs to that array or one that
-/// it is a view of, all of them read-only, to `bytes`, or to a value of the host.
+/// True if the memory of a read-only array can't be written: it belongs to that array or to one of
+/// which it is a view, all of them read-only; to `bytes`; or to a value of the host.
 bool isFixed(nb::handle array) {
   const nb::object owner = known(Known::OwnerOf)(array);
   return PyBytes_CheckExact(owner.ptr()) || isA(owner, Known::NumpyArray) ||
          instanceOf<Memory>(owner) != nullptr;
 }
 
-/// `mayBorrow`: no one else changes the memory.
+/// `mayBorrow`: nothing else changes the memory.
 host::Value arrayToHost(nb::handle array, bool mayBorrow) {
   auto buffer = std::make_shared<const Buffer>(array);
   const Py_buffer& view = buffer->view();
@@ -230,7 +236,7 @@ void bindNumbers(nb::module_& module) {
   static PyType_Slot slots[] = {{Py_bf_getbuffer, reinterpret_cast<void*>(lendMemory)},
                                 {0, nullptr}};
   nb::class_<Memory>(module, "Memory", nb::type_slots(slots),
-                     "The elements of a value of the host, which arrays refer to.");
+                     "The elements of a value of the host, to which arrays refer.");
 }
 
 }  // namespace kv::python

@@ -38,7 +38,7 @@ constexpr std::array kPlaces = {
 }  // namespace
 
 SharedPyObject share(nb::handle object) {
-  // The last reference may run a finalizer of the user's.
+  // Dropping the last reference may run a user's finalizer.
   return SharedPyObject(object.inc_ref().ptr(), [](PyObject* shared) {
     ifAlive([shared] { inUserCode([shared] { Py_DECREF(shared); }); });
   });
@@ -56,7 +56,7 @@ Nesting::Nesting() {
 }
 
 nb::handle known(Known what) {
-  // Kept for good: what is dropped at the end of the process would outlive the interpreter.
+  // Never released: destructors at the end of the process would run after the interpreter's end.
   static std::array<PyObject*, kPlaces.size()> found{};
   const auto index = static_cast<std::size_t>(what);
   if (found[index] == nullptr) {

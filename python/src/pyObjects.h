@@ -15,7 +15,7 @@ using SharedPyObject = std::shared_ptr<PyObject>;
 /// Requires: the interpreter's lock.
 SharedPyObject share(nb::handle object);
 
-/// Classes and functions of Python that conversions need, looked up once and kept.
+/// Python classes and functions that conversions need, looked up once and cached.
 enum class Known {
   Chars,
   String,
@@ -31,7 +31,7 @@ enum class Known {
   NumpyGeneric,
   MaskedArray,
   CopyToColumns,  ///< an array -> a copy of it, column-major, in native byte order
-  OwnerOf,        ///< an array -> what owns its memory; None if someone may write it
+  OwnerOf,        ///< an array -> the owner of its memory; None if it may be written
   ArrayOf,        ///< (dimensions, name of its type, memory) -> an array, column-major
   EmptyArray,     ///< (dimensions, name of its type) -> an array without elements, read-only
   NumpyScalar,    ///< (name of its type, bytes) -> a scalar
@@ -40,20 +40,20 @@ enum class Known {
 /// Errors: those of the import. Requires: the interpreter's lock.
 nb::handle known(Known what);
 
-/// True if the type of `object` is a known class or derived from it. (Unlike `isinstance` it asks
-/// neither the object nor an abstract class: those answer in Python.)
+/// True if the type of `object` is a known class or derived from it. (Unlike `isinstance`, this
+/// runs no Python code of the object or of an abstract class.)
 inline bool isA(nb::handle object, Known what) {
   return PyObject_TypeCheck(object.ptr(), reinterpret_cast<PyTypeObject*>(known(what).ptr())) != 0;
 }
 
-/// What an instance of a class of this module holds; null for anything else, and for one that was
-/// made but never initialised.
+/// The C++ part of an instance of a class of this module; null for anything else, and for an
+/// instance that was created but never initialised.
 template <class T>
 const T* instanceOf(nb::handle object) {
   return nb::isinstance<T>(object) && nb::inst_ready(object) ? nb::inst_ptr<T>(object) : nullptr;
 }
 
-/// Refuses a nesting that is deeper than the interpreter or the thread's stack allows.
+/// Refuses nesting deeper than the interpreter or the thread's stack allows.
 /// Errors: RecursionError.
 class Nesting {
  public:

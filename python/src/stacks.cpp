@@ -1,3 +1,8 @@
+// The user's stack is captured whenever an operation is recorded, so a capture must cost far less
+// than building frames with names and lines. It records only the identity of each code object and
+// the offset in it. The host asks for names and lines only for a stack that it hasn't seen before,
+// right after the capture, while the frames are still alive.
+
 #include "stacks.h"
 
 #include <algorithm>
@@ -20,7 +25,7 @@ std::string_view textOf(PyObject* text) {
   return {utf8, static_cast<std::size_t>(size)};
 }
 
-/// The folder of this package with its separator; kept for good.
+/// The folder of this package with its separator; never freed.
 std::string_view packageFolder() {
   static const std::string& folder = *new std::string([] {
     const auto file = nb::cast<nb::str>(nb::module_::import_("kvbigdata").attr("__file__"));
@@ -59,8 +64,8 @@ void walkFrames(Visit&& visit) {
   }
 }
 
-/// A number that no other code object has or will have, as a pointer. (An address may come again
-/// with other code, and to keep the code of all that was ever captured would be a leak.)
+/// A number, as a pointer, that identifies a code object forever. (An address can be reused for
+/// other code, and keeping all captured code alive would be a leak.)
 const void* idOf(PyCodeObject* code) {
 #if PY_VERSION_HEX >= 0x030C0000
   static const Py_ssize_t index = PyUnstable_Eval_RequestCodeExtraIndex(nullptr);
@@ -77,7 +82,7 @@ const void* idOf(PyCodeObject* code) {
   if (get(object, index, &id) != 0 || id == nullptr) {
     id = reinterpret_cast<void*>(++last);
     if (set(object, index, id) != 0) {
-      PyErr_Clear();  // the next capture gives it another one
+      PyErr_Clear();  // the next capture assigns another number
     }
   }
   return id;
@@ -109,7 +114,7 @@ class PythonFrames : public host::StackSource {
  private:
   using Captured = std::pair<const void*, PyCodeObject*>;
 
-  std::vector<Captured> latest_;  ///< what the last capture saw, alive until its frames return
+  std::vector<Captured> latest_;  ///< frames of the last capture, alive until they return
 };
 
 }  // namespace

@@ -1,3 +1,8 @@
+// Conversion runs user code at almost every step: iterating a container, asking for a shape,
+// converting an element. That code may change the container. So containers are copied first, sizes
+// are checked after the copy, and exact types are tested without `isinstance`, which could run user
+// code as well.
+
 #include <algorithm>
 #include <functional>
 #include <numeric>
@@ -32,7 +37,7 @@ Value stringToHost(nb::handle text) { return matrix::create(toUtf16(text)); }
 
 Value charsToHost(nb::handle text) { return matrix::createChars(toUtf16(text)); }
 
-/// The shape of an array-like; one of a single dimension is a row.
+/// The shape of an array-like; an array of one dimension is a row.
 class Shape {
  public:
   explicit Shape(nb::handle object) {
@@ -51,7 +56,7 @@ class Shape {
     return std::accumulate(extents_.begin() + 1, extents_.end(), std::size_t{1},
                            std::multiplies<>());
   }
-  /// True if it is that of so many elements. Forms no product, which could overflow.
+  /// True if the shape has `count` elements. Computes no product, which could overflow.
   bool hasElements(std::size_t count) const {
     if (std::ranges::find(extents_, 0u) != extents_.end()) {
       return count == 0;
@@ -64,7 +69,7 @@ class Shape {
     }
     return count == 1;
   }
-  /// Gives it to an array that was made of so many rows and columns.
+  /// Applies the shape to an array that was made with this number of rows and columns.
   void giveTo(const Value& array) const {
     if (extents_.size() > 2) {
       kxSetDimensions(array.get(), extents_);
@@ -75,12 +80,12 @@ class Shape {
   std::vector<std::size_t> extents_;
 };
 
-/// Elements of something with that shape, column by column, in a tuple that nobody else changes.
-/// Errors: ValueError where they aren't as many as the shape says.
+/// Elements of an object of that shape, column by column, in a tuple that nothing else changes.
+/// Errors: ValueError if the number of elements differs from the shape.
 nb::tuple elementsOf(nb::handle object, const Shape& shape) {
   nb::tuple elements(object.attr("_columnwise")());
   if (!shape.hasElements(nb::len(elements))) {
-    PyErr_Format(PyExc_ValueError, "a value of type %s has %zu elements, not as its shape says",
+    PyErr_Format(PyExc_ValueError, "a value of type %s has %zu elements, which isn't its shape",
                  Py_TYPE(object.ptr())->tp_name, nb::len(elements));
     throw nb::python_error();
   }
@@ -94,7 +99,7 @@ Value charMatrixToHost(nb::handle chars) {
   }
   const std::size_t width = rows.empty() ? 0 : rows.front().size();
   if (std::any_of(rows.begin(), rows.end(), [&](const auto& row) { return row.size() != width; })) {
-    throw nb::value_error("rows of Chars must be equally long in UTF-16");
+    throw nb::value_error("rows of Chars must have the same length in UTF-16");
   }
   const std::size_t dimensions[] = {rows.size(), width};
   Value array = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxCHAR_CLASS));
@@ -146,7 +151,7 @@ Value shapedCellToHost(nb::handle cell) {
 std::vector<std::string> fieldNames(nb::handle names) {
   std::vector<std::string> fields;
   for (const nb::handle name : names) {
-    fields.push_back(toUtf8(name, "the key of a dict that is a structure"));
+    fields.push_back(toUtf8(name, "a key of a dict for a structure"));
   }
   return fields;
 }
@@ -157,7 +162,7 @@ Value emptyStructure(std::size_t rows, std::size_t columns,
   return matrix::from_kalvex(kxCreateStructMatrix(rows, columns, names));
 }
 
-/// A copy, which stays as it is whatever code the conversion of its values runs.
+/// A copy. It can't change, whatever code the conversion of its values runs.
 nb::dict recordOf(nb::handle dict) {
   if (!PyDict_Check(dict.ptr())) {
     PyErr_Format(PyExc_TypeError, "a record of a StructArray must be a dict, not %s",
@@ -173,7 +178,7 @@ nb::dict recordOf(nb::handle dict) {
 
 void fillStructure(const Value& structure, std::size_t index, const nb::dict& record) {
   for (const auto [key, value] : record) {
-    const std::string field = toUtf8(key, "the key of a dict that is a structure");
+    const std::string field = toUtf8(key, "a key of a dict for a structure");
     kxSetField(structure.get(), index, field, toHost(value).release());
   }
 }
@@ -220,7 +225,7 @@ Value objectArrayToHost(nb::handle objects) {
   return array;
 }
 
-/// What a class of Python is converted by, in the order in which they are tried.
+/// The conversions by Python class, in the order in which they are tried.
 struct Conversion {
   Known type;
   Value (*toHost)(nb::handle);

@@ -39,7 +39,7 @@ nb::tuple dimensionsOf(const kxArray* value) {
   return nb::tuple(dimensions);
 }
 
-/// The elements that `element` makes, column by column, and the shape.
+/// The elements that `element` makes, column by column, with the shape.
 template <class Element>
 nb::tuple shaped(const kxArray* value, Element&& element) {
   nb::list elements;

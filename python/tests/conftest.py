@@ -1,4 +1,4 @@
-"""What the tests of the Python package share."""
+"""Fixtures that the tests of the Python package share."""
 
 import pytest
 from kvbigdata import host
@@ -42,7 +42,7 @@ def bare():
 
 @pytest.fixture
 def echo(bare):
-    """Sends a value through the host: in as an argument, out as the result of a function."""
+    """Passes a value through the host: in as an argument, out as the result of a function."""
     bare.define_function("echo", lambda nargout, value: (value,))
     return lambda value: bare.call("echo", value)
 
@@ -57,7 +57,7 @@ def numbers(session, tmp_path):
 
 @pytest.fixture
 def many(session, tmp_path):
-    """The same with a million rows: many chunks."""
+    """The same with a million rows, so many chunks."""
     path = tmp_path / "many.csv"
     path.write_text("x\n" + "1\n" * 1_000_000)
     return Recorder(session, path)

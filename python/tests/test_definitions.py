@@ -25,7 +25,7 @@ def test_a_function_gives_nothing_one_value_or_several(bare):
     assert calls[0] == (1, ()) and calls[-1] == (0, (1.0, "x"))
 
 
-def test_a_definition_replaces_the_one_before(bare):
+def test_a_definition_replaces_the_previous_one(bare):
     bare.define_function("f", lambda nargout: 1.0)
     bare.define_function("f", lambda nargout: 2.0)
     assert bare.call("f") == 2.0
@@ -38,7 +38,7 @@ def test_handles_call_what_they_name(bare):
     assert bare.call("str2func", "add")(1, 1.0, 2.0) == 3.0
 
 
-def test_a_function_runs_in_its_session_or_in_the_one_that_is_meant(bare):
+def test_a_function_runs_in_its_session_or_in_the_only_one(bare):
     bare.define_function("who", lambda nargout: "bare")
     by_hand, bound = host.Function("who"), bare.call("str2func", "who")
     assert by_hand(1) == "bare"
@@ -57,7 +57,7 @@ def test_a_function_runs_in_its_session_or_in_the_one_that_is_meant(bare):
         assert caught.value.identifier == "KALVEX:session:" + identifier
 
 
-def test_a_recursion_without_end_is_an_error(bare):
+def test_infinite_recursion_is_an_error(bare):
     bare.define_function("again", lambda nargout: bare.call("again"))
     with pytest.raises(host.Error) as caught:
         bare.call("again")
@@ -176,7 +176,7 @@ def test_a_constructor_runs_its_superclass(bare):
     [({"abstract": ["run"]}, "KALVEX:class:AbstractClass"),
      ({"superclasses": ["Missing"]}, "KALVEX:UndefinedFunction")],
 )  # fmt: skip
-def test_what_cant_be_made_says_why(bare, parts, identifier):
+def test_what_cant_be_made_raises_the_reason(bare, parts, identifier):
     bare.define_class("C", **parts)
     assert bare.describe("C")["native"] is False
     with pytest.raises(host.Error) as caught:
@@ -199,7 +199,7 @@ def test_redefinition_waits_for_the_last_instance(bare):
 
 
 def test_a_constructor_may_use_what_it_inherits_before_it_is_made(bare):
-    """The host makes a superclass's part before the first use of one of its members."""
+    """The host constructs a superclass's part before the first use of one of its members."""
     seen = []
 
     def construct(obj):
@@ -260,7 +260,7 @@ def test_a_native_class_is_completed_by_name_only(bare):
 
 
 def test_a_native_class_runs_the_bodies_that_complete_it(bare):
-    """A plan of one closure, in a session that has just what a plan reaches."""
+    """A plan of one closure, in a session that has only what a plan reaches."""
     planner, task = LAZY + "LazyTaskGraph", EXECUTOR + "ExecutionTask"
     bare.define_class(EXECUTOR + "TaskGraph")
     bare.define_class(

@@ -1,4 +1,4 @@
-"""Ids of the runtime's own classes, with their arguments, where no other test has them."""
+"""Ids and arguments of the runtime's own errors that no other test checks."""
 
 import pytest
 from conftest import EXECUTOR, LAZY

@@ -8,7 +8,7 @@ import pytest
 from kvbigdata import host
 
 
-def test_an_undefined_function_names_itself(bare):
+def test_an_undefined_function_is_named(bare):
     with pytest.raises(host.Error) as caught:
         bare.call("no.such.function")
     error = caught.value
@@ -18,10 +18,10 @@ def test_an_undefined_function_names_itself(bare):
     assert error.object.get("identifier") == error.identifier
     assert error.object.get("message") == error.message
     frame = error.stack[0]
-    assert (frame.file, frame.name) == (__file__, "test_an_undefined_function_names_itself")
+    assert (frame.file, frame.name) == (__file__, "test_an_undefined_function_is_named")
 
 
-def test_an_error_keeps_what_it_says_through_the_host(bare):
+def test_an_error_keeps_its_content_through_the_host(bare):
     def fails(nargout):
         raise host.Error("my:id", "a sentence", ["one", "two"], cause=inner)
 
@@ -81,7 +81,7 @@ def test_an_error_is_pickled_without_its_object(bare):
         assert (made.identifier, made.arguments, made.detail) == ("own:id", ["1"], {"more": 1})
         assert type(made) is OwnError and repr(made.__cause__) == "KeyError('key')"
     chained = error
-    for _ in range(40):  # links, each of which is looked at once
+    for _ in range(40):  # links, each of which is tested once
         chained = host.Error("own:link", cause=chained)
     chained = pickle.loads(pickle.dumps(chained))
     for _ in range(40):
@@ -108,7 +108,7 @@ def test_an_error_that_is_caught_and_raised_again_is_the_same_object(bare):
 
 
 @pytest.mark.parametrize("stop", [KeyboardInterrupt, SystemExit])
-def test_what_is_no_error_passes_through_as_itself(bare, stop):
+def test_an_exception_that_isnt_an_error_passes_through_unchanged(bare, stop):
     raised = stop("now")
 
     def stops(nargout):
@@ -122,7 +122,7 @@ def test_what_is_no_error_passes_through_as_itself(bare, stop):
     assert bare.call("str2func", "outer") == host.Function("outer")
 
 
-def test_an_error_that_was_changed_is_raised_as_it_stands(bare):
+def test_an_error_that_was_changed_is_raised_as_changed(bare):
     def passes_on(nargout, message):
         try:
             bare.call("no.such.function")
@@ -132,7 +132,7 @@ def test_an_error_that_was_changed_is_raised_as_it_stands(bare):
             raise
 
     bare.define_function("passes_on", passes_on)
-    for message in ("changed", ""):  # with its arguments, or these alone
+    for message in ("changed", ""):  # with its arguments, or only the arguments
         with pytest.raises(host.Error) as caught:
             bare.call("passes_on", message)
         assert caught.value.message == message or message == ""
@@ -149,7 +149,7 @@ def test_frames_of_the_package_are_left_out(bare):
             return ""
 
     files = []
-    host.Error("my:id", arguments=[Calls()])  # the package asks for the text
+    host.Error("my:id", arguments=[Calls()])  # the package calls str()
     assert __file__ in files and not any("_records" in file for file in files)
 
 
@@ -175,7 +175,7 @@ def test_an_error_of_another_session_gets_an_object_of_this_one(bare):
     assert caught.value.object.get("identifier") == "KALVEX:UndefinedFunction"
 
 
-def test_an_error_that_can_not_be_read_says_why(bare):
+def test_an_error_that_cant_be_read_reports_the_reason(bare):
     class Torn(host.Error):
         def __init__(self):
             pass

@@ -16,7 +16,7 @@ def here():
     return sys._getframe(1).f_lineno
 
 
-def test_a_function_of_the_users_own_sees_chunks(numbers):
+def test_a_user_function_sees_chunks(numbers):
     seen = []
 
     def double(nargout, chunk):
@@ -55,7 +55,7 @@ def test_a_function_gets_values_as_they_were_supplied(numbers):
         with pytest.raises(host.Error) as caught:
             numbers.gather(numbers.map(host.Function("kv.element.plus"), numbers.x, value))
         assert caught.value.identifier == "KALVEX:array:NotAColumn"
-    with pytest.raises(host.Error) as caught:  # meant as rows, and not the array's
+    with pytest.raises(host.Error) as caught:  # meant as rows, but not the array's
         numbers.gather(numbers.map(keep, numbers.x, column))
     assert caught.value.identifier == "KALVEX:array:RowsDiffer"
 
@@ -64,7 +64,7 @@ def bounded(s, function, rows):
     return s.new("kalvex.bigdata.internal.FunctionHandle", function, "MaxNumSlices", rows)
 
 
-def test_a_bounded_function_sees_no_more_rows_than_it_takes(numbers):
+def test_a_bounded_function_gets_no_more_rows_than_its_bound(numbers):
     seen = []
 
     def double(nargout, chunk, one):
@@ -87,7 +87,7 @@ def test_a_bounded_function_sees_no_more_rows_than_it_takes(numbers):
     assert caught.value.identifier == "KALVEX:array:MaxNumSlices"
 
 
-def test_what_is_marked_for_reuse_is_computed_once(numbers):
+def test_an_array_marked_for_reuse_is_computed_once(numbers):
     calls = []
 
     def double(nargout, chunk):
@@ -106,7 +106,7 @@ def test_what_is_marked_for_reuse_is_computed_once(numbers):
 
 
 def make_operation(s, feval, strategy, dependencies=None, outputs=1):
-    """An operation of a class of its own, whose task has a factory of a class of its own."""
+    """An operation of a class defined here, whose task has a factory of another such class."""
     s.define_class(
         "mine.Factory", superclasses=[EXECUTOR + "DataProcessorFactory"], methods={"feval": feval}
     )
@@ -129,7 +129,7 @@ def make_operation(s, feval, strategy, dependencies=None, outputs=1):
     [5, "x", [1], [[]], [[1, 2, 3, 4]], [[host.Function("f"), 1]], {"task": 1}],
     ids=repr,
 )
-def test_dependencies_that_a_task_made_up_are_refused(numbers, dependencies):
+def test_dependencies_that_a_task_invented_are_refused(numbers, dependencies):
     same = make_operation(
         numbers.session, lambda nargout, factory, chunk: chunk, np.zeros((0, 0)), dependencies
     )
@@ -139,7 +139,7 @@ def test_dependencies_that_a_task_made_up_are_refused(numbers, dependencies):
     assert caught.value.arguments[0] == "The dependencies of a task"
 
 
-def test_an_output_that_a_task_says_it_hasnt_is_refused(numbers):
+def test_an_output_that_a_task_doesnt_have_is_refused(numbers):
     same = make_operation(
         numbers.session, lambda nargout, factory, chunk: chunk, np.zeros((0, 0)), outputs=0
     )
@@ -264,7 +264,7 @@ def test_a_failing_function_names_the_line_that_recorded_it(numbers):
 
 @pytest.fixture
 def alarm():
-    """Sends this process an interrupt a little later."""
+    """Sends this process an interrupt after a short delay."""
     timers = []
     before = signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell may ignore it
 
@@ -289,7 +289,7 @@ def test_an_interrupt_stops_between_chunks_and_leaves_the_session_usable(many, a
     with pytest.raises(KeyboardInterrupt):
         alarm(seconds / 4)
         many.gather(total)
-    # Between the evaluation and the next line of Python it would be too late.
+    # An interrupt between the evaluation and the next line of Python would be too late.
     assert not total.get("ValueFuture").get("Promise").get("IsDone")
     assert many.gather(total) == 1_000_000
 
@@ -312,7 +312,7 @@ def test_another_thread_interrupts_one_session_and_no_other(many, bare):
     assert many.gather(many.sum(many.x)) == 1_000_000
 
 
-def test_the_interpreter_runs_on_while_an_evaluation_does(many):
+def test_other_python_threads_run_during_an_evaluation(many):
     chain = many.x
     for _ in range(100):
         chain = many.map(host.Function("kv.element.sqrt"), chain)
@@ -339,7 +339,7 @@ def test_a_datastore_needs_a_path(session):
     assert caught.value.arguments == ["Input", "at least one path", "1x0 cell"]
 
 
-def test_a_failing_operation_of_ones_own_names_where_it_was_made(numbers):
+def test_a_failing_user_operation_names_where_it_was_made(numbers):
     def fail(nargout, factory, chunk):
         raise ValueError("no")
 

@@ -10,7 +10,7 @@ import pytest
 from kvbigdata import host
 
 
-def test_the_stub_says_what_the_extension_has(tmp_path):
+def test_the_stub_matches_the_extension(tmp_path):
     pytest.importorskip("nanobind")
     made = tmp_path / "_host.pyi"
     command = ["-m", "nanobind.stubgen", "-q", "-m", "kvbigdata._host", "-o", str(made)]
@@ -20,7 +20,7 @@ def test_the_stub_says_what_the_extension_has(tmp_path):
     assert (package / "_host.pyi").read_text() == made.read_text(), "see python/README.md"
 
 
-def test_the_help_fits_a_reader():
+def test_the_help_is_short_enough_to_read():
     shown = pydoc.render_doc(host, renderer=pydoc.plaintext)
     assert all(name in shown for name in host.__all__)
     assert "inherited from numpy" not in shown and "inherited from builtins.str" not in shown

@@ -9,7 +9,7 @@ INTERNAL = "kalvex.bigdata.internal."
 
 @pytest.fixture
 def core(bare):
-    """A session with as much of the host's side as operations need, each function doing nothing."""
+    """A session with the host functions that operations need; none of them does anything."""
     for name in ("keepAlive", "RandStream.setGlobalStream", "setOldKey"):
         bare.define_function(name, lambda nargout, *args: None)
     for name in ("override", "default"):
@@ -81,7 +81,7 @@ def test_the_stream_factory_is_read_when_its_turn_comes(core):
 
 
 @pytest.mark.parametrize("deleted", ["operation", "options"])
-def test_an_evaluation_notices_that_its_operation_is_gone(core, deleted):
+def test_an_evaluation_notices_that_its_operation_was_deleted(core, deleted):
     operation = define_operation(core, "Draw", lambda nargout, obj, value: value)
     parts = {"operation": operation, "options": with_random_state(core, operation)}
     put_back = []
@@ -152,7 +152,7 @@ def test_a_handle_that_holds_itself_ends_in_an_error(core):
     assert core.call("canSkipGather", 1) is True
 
 
-def test_builders_without_a_source_or_in_a_circle_are_told_apart(session):
+def test_builders_without_a_source_and_in_a_cycle_raise_different_errors(session):
     builder = EXECUTOR + "CompositeDataProcessorBuilder"
     lone = session.new(builder, "input")
     assert session.call("feval", lone).is_a(EXECUTOR + "CompositeGraph")

@@ -79,7 +79,7 @@ def test_an_array_is_evaluated_in_another_process(numbers, tmp_path):
     assert (ran.stdout.strip(), ran.stderr) == ("2001000.0", "")
 
 
-def test_what_isnt_trusted_is_planned_and_saved_but_not_evaluated(numbers):
+def test_an_untrusted_array_is_planned_and_saved_but_not_evaluated(numbers):
     saved = numbers.session.save_bytes(numbers.sum(numbers.x))
     with host.Session() as other:
         suspect = other.load_bytes(saved)
@@ -117,7 +117,7 @@ def test_a_callable_comes_back_when_it_is_defined_again(numbers):
         assert other.call("gather", other.load_bytes(saved, trusted=True)) == 4002000.0
 
 
-def test_a_function_keeps_what_is_known_of_it_on_its_way_through_python(session):
+def test_a_function_keeps_its_properties_on_its_way_through_python(session):
     def plus(nargout, *args):
         return "mine"
 
@@ -131,14 +131,14 @@ def test_a_function_keeps_what_is_known_of_it_on_its_way_through_python(session)
     plus.__qualname__ = "plus"
     lost = session.load_bytes(session.save_bytes(plus), trusted=True)
     with pytest.raises(host.Error) as missing:
-        lost(1, 1.0, 2.0)  # not the library's function of that name
+        lost(1, 1.0, 2.0)  # doesn't become the library's function of that name
     assert (missing.value.identifier, missing.value.arguments) == (
         "KALVEX:UndefinedFunction",
         ["plus"],
     )
 
 
-def test_another_release_gives_an_array_that_says_so(numbers):
+def test_another_release_gives_an_invalid_array(numbers):
     saved = numbers.session.save_bytes(numbers.sum(numbers.x))
     with host.Session() as other:
         other.define_function("version", lambda nargout, *args: "1999a")
@@ -187,7 +187,7 @@ def test_a_source_that_changed_is_refused_by_name(session, tmp_path):
     not os.path.exists(os.environ.get("KV_TOOL", "")), reason="the command isn't built here"
 )
 def test_the_command_prints_no_array_of_many_rows(numbers, tmp_path):
-    """What C++ would know as "KALVEX:array:NotOneRow"; no file of `kvbig save` has such an array."""
+    """In C++ "KALVEX:array:NotOneRow". No file of `kvbig save` has such an array."""
     record = {
         "Names": host.StringArray(["x"]),
         "Types": host.StringArray(["double"]),

@@ -1,4 +1,4 @@
-"""Sessions, threads, and who lives how long."""
+"""Sessions, threads and lifetimes."""
 
 import gc
 import importlib
@@ -12,7 +12,7 @@ from kvbigdata import host
 
 
 def in_thread(action):
-    """Runs `action` on another thread; its result or its error."""
+    """Runs `action` on another thread; returns its result or its error."""
     outcome = []
 
     def run():
@@ -51,8 +51,8 @@ def test_a_closed_session_refuses_every_use():
     assert held.is_deleted and "closed" in repr(held) and held == held
 
 
-def test_what_is_dropped_as_a_session_closes_finds_it_closed():
-    """A callable goes with the session that holds it, and its end is Python code."""
+def test_a_callable_dropped_while_a_session_closes_finds_it_closed():
+    """A callable is released with the session that holds it, which runs Python code."""
     session = host.Session(runtime=False)
     found = []
 
@@ -78,7 +78,7 @@ def test_what_is_dropped_as_a_session_closes_finds_it_closed():
 
 
 def test_callables_may_raise_or_come_back_when_they_are_released(bare, monkeypatch):
-    """Only the collector releases these, and the end of each is Python code of another kind."""
+    """Only the collector releases these; each release runs Python code of a different kind."""
     raised, back = [], []
     monkeypatch.setattr(sys, "unraisablehook", lambda given: raised.append(str(given.exc_value)))
 
@@ -140,7 +140,7 @@ def test_sessions_of_one_thread_nest(bare):
         assert bare.call("f") == 3.0
 
 
-def test_the_last_wrapper_lets_go_of_the_object(bare):
+def test_the_last_wrapper_releases_the_object(bare):
     before = bare.live_objects("KException")
     held = make(bare)
     also = held
@@ -300,7 +300,7 @@ assert time.monotonic() - before < 3, "waited for a finalizer of the user's"
 """
 
 
-def test_the_end_doesnt_wait_for_a_finalizer_in_a_daemon_thread():
+def test_exit_doesnt_wait_for_a_finalizer_in_a_daemon_thread():
     done = subprocess.run([sys.executable, "-c", FINALIZER], capture_output=True, text=True)
     assert (done.returncode, done.stderr) == (0, "")
 
@@ -342,7 +342,7 @@ def test_a_second_import_is_refused_and_does_no_harm(echo, monkeypatch):
 
 
 def test_code_that_ran_once_is_not_kept(bare):
-    """Nor is other code taken for it that gets its address."""
+    """Nor is other code at the same address mistaken for it."""
     places, alive = [], []
 
     def note():

@@ -1,7 +1,7 @@
-"""Every path to an evaluation refuses what came from a file without trust.
+"""Every path to an evaluation refuses values from a file loaded without trust.
 
-Each row of `paths` gets what an untrusted file held and tries to make it run. The file's array
-applies a function of the user's, which counts its calls, to a column of a CSV file that is gone.
+Each row of `paths` gets a value from an untrusted file and tries to make it run. The file's array
+applies a user function, which counts its calls, to a column of a CSV file that is gone.
 """
 
 import subprocess
@@ -22,7 +22,7 @@ SUM = host.Function("kv.aggregate.sum")
 
 
 class Suspect:
-    """A session with the parts of an array that a file without trust held."""
+    """A session with the parts of an array from a file loaded without trust."""
 
     def __init__(self, session, saved, own, calls):
         self.session, self.own, self.calls = session, own, calls
@@ -65,7 +65,7 @@ class Suspect:
 
 
 def user_executor(s):
-    """An executor of the session's own is given no graph that isn't trusted."""
+    """An executor that the session defines never gets an untrusted graph."""
     seen = []
     s.session.define_class(
         "lab.Executor",
@@ -238,7 +238,7 @@ def test_no_path_evaluates_what_is_not_trusted(suspect, path):
 
 
 def test_looking_at_a_file_runs_no_code_and_opens_nothing_else(tmp_path):
-    """Python's own audit events of a load, a walk over all properties, reprs and a save."""
+    """Checks Python's audit events of a load, a walk over all properties, reprs and a save."""
     path = tmp_path / "map.kv"
     (tmp_path / "x.csv").write_text("x\n1\n")
     with host.Session() as session:

@@ -1,4 +1,4 @@
-"""Values there and back."""
+"""Values from Python to the host and back."""
 
 import subprocess
 import sys
@@ -27,7 +27,7 @@ SAME = [
 
 
 @pytest.mark.parametrize("value", SAME, ids=repr)
-def test_comes_back_as_it_went_in(echo, value):
+def test_a_value_comes_back_unchanged(echo, value):
     back = echo(value)
     assert back == value
     assert type(back) is type(value)
@@ -166,7 +166,7 @@ def test_objects_come_back_equal(session):
      (host.ObjectArray("KException", [1]), "KException")],  # type: ignore[list-item]
     ids=repr,
 )  # fmt: skip
-def test_anything_else_is_refused_by_name(echo, value, named):
+def test_any_other_type_is_refused_by_name(echo, value, named):
     with pytest.raises(TypeError, match=named):
         echo(value)
 
@@ -215,14 +215,14 @@ for depth in (10, 400):
 """
 
 
-def test_nesting_ends_where_the_stack_of_a_thread_does():
-    """Either way: into the host, and out of it again."""
+def test_nesting_is_limited_by_the_stack_of_a_thread():
+    """In both directions: into the host and out of it."""
     done = subprocess.run([sys.executable, "-c", NESTED], capture_output=True, text=True)
     assert (done.returncode, done.stderr) == (0, "")
     assert done.stdout.splitlines() == ["10 save", "10 load", "400 refused", "400 refused"]
 
 
-def test_memory_that_python_made_lends_nothing():
+def test_memory_made_by_python_has_no_elements():
     memory = host._host.Memory
     with pytest.raises(BufferError, match="no elements"):
         memoryview(memory.__new__(memory))
@@ -238,7 +238,7 @@ def test_cells_and_strings_have_any_number_of_dimensions(echo):
     assert echo(host.Cell(texts[:, :0])).shape == (2, 0, 4)
 
 
-def test_a_cell_is_an_array_of_numpys(echo):
+def test_a_cell_is_a_numpy_array(echo):
     cell = echo(host.Cell([[1, "a"], [None, [2]]]))
     assert isinstance(cell, np.ndarray) and np.asarray(cell).dtype == object
     assert (cell == host.Cell([[1.0, "a"], [None, host.Cell([2.0])]])).all()
@@ -268,7 +268,7 @@ def test_bytes_of_bools_are_0_or_1(echo):
 
 
 def test_a_container_may_change_while_it_is_converted(echo):
-    """The conversion of an element runs Python code, which may change what holds it."""
+    """The conversion of an element runs Python code, which may change the container."""
 
     def changing(change):
         class Changing(host.Cell):
@@ -295,7 +295,7 @@ def test_a_shape_must_fit_its_elements(echo, extents):
         echo(host.Cell([1.0]).view(Boasting))
 
 
-def test_what_was_never_initialised_is_refused(echo):
+def test_an_uninitialised_object_is_refused(echo):
     with pytest.raises(TypeError, match="Object"):
         echo(host.Object.__new__(host.Object))
 

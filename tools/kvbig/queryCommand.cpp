@@ -93,8 +93,8 @@ ReadOptions readOptions(const std::vector<std::string>& types) {
     if (equals == std::string::npos || equals == 0 || equals + 1 == text.size()) {
       throw UsageError(fmt::format("--type expects NAME=TYPE, got \"{}\"", text));
     }
-    const std::string name = text.substr(0, parting);
-    if (!options.types.emplace(name, text.substr(parting + 1)).second) {
+    const std::string name = text.substr(0, equals);
+    if (!options.types.emplace(name, text.substr(equals + 1)).second) {
       throw UsageError(fmt::format("--type is given twice for the column \"{}\"", name));
     }
   }
