@@ -11,23 +11,23 @@ class Session:
     """
     A session of the host, with objects, classes, functions and warnings of its own.
 
-    It belongs to the thread that made it; a use from another raises Error "KALVEX:session:WrongThread". A context manager: leaving it closes it.
+    It belongs to the thread that made it; use from another thread raises Error "KALVEX:session:WrongThread". It is a context manager that closes the session on exit.
 
-    runtime=False leaves out all that the native core reaches by name; stress=True collects at every creation of an object.
+    runtime=False leaves out everything that the native core reaches by name; stress=True collects garbage whenever an object is created.
     """
 
     def __init__(self, *, runtime: bool = True, stress: bool = False) -> None: ...
 
     def call(self, name: str, *args: Any, nargout: int = 1, as_class: str | None = None) -> Any:
         """
-        Calls by name: a method of the leftmost argument that is an object whose class has one of that name, a function, a class's constructor, a static method "Class.name", a builtin.
+        Calls by name. In this order, the name means a method of the leftmost argument that is an object whose class has such a method, a function, a class's constructor, a static method "Class.name", a builtin.
 
-        nargout=1 gives the value (None if nothing came back), a larger one a tuple, 0 what came back anyway. as_class gives the call the rights of that class's own code. Raises Error "KALVEX:UndefinedFunction" with the name, and whatever the callee raises.
+        nargout=1 returns the value (None if there is none), a larger one a tuple, 0 the value if the callee returned one anyway. as_class gives the call the rights of that class's own code. Raises Error "KALVEX:UndefinedFunction" with the name, and whatever the callee raises.
         """
 
     def new(self, class_name: str, *args: Any, as_class: str | None = None) -> Object:
         """
-        A new object, by the constructor of its class. Raises Error "KALVEX:UndefinedFunction", "KALVEX:class:AbstractClass", "KALVEX:class:AccessDenied".
+        Makes an object with the constructor of its class. Raises Error "KALVEX:UndefinedFunction", "KALVEX:class:AbstractClass", "KALVEX:class:AccessDenied".
         """
 
     def define_function(self, name: str, fn: Callable[..., Any]) -> None:
@@ -49,55 +49,55 @@ class Session:
 
     def describe(self, name: str) -> dict[str, Any]:
         """
-        The class as registered: name, superclasses, sealed, native, and members in the order of registration. Raises Error "KALVEX:UndefinedFunction".
+        The class as registered: name, superclasses, sealed, native, and the members in the order of registration. Raises Error "KALVEX:UndefinedFunction".
         """
 
     def classes(self) -> list[str]:
         """
-        Full names of the classes that the core's library entered, in that order.
+        Full names of the classes that the core's library registered, in that order.
         """
 
     def save(self, path: str | bytes | os.PathLike[str] | os.PathLike[bytes], value: Any) -> None:
         """
-        Saves a value with all objects that it leads to; the file appears whole or not at all.
+        Saves a value with all objects that it refers to; the file appears whole or not at all.
 
         A callable is saved by its name alone. Raises Error "KALVEX:save:NotSaveable" with class and reason, "KALVEX:save:CannotWrite" with path and reason.
         """
 
     def load(self, path: str | bytes | os.PathLike[str] | os.PathLike[bytes], trusted: bool = False) -> Any:
         """
-        The value in a file that `save` wrote. Runs no code of the user's.
+        The value in a file that `save` wrote. Runs no user code.
 
-        Without trusted=True it can be looked at, planned and saved again, and refuses to be evaluated ("KALVEX:load:NotTrusted"). Raises Error "KALVEX:load:Corrupt" with section, offset and reason, "KALVEX:load:LaterFormat" with release and format of the file and of this release, "KALVEX:load:UnknownClass" with the class, "KALVEX:load:CannotRead" with path and reason.
+        Without trusted=True the value can be inspected, planned and saved again, but not evaluated ("KALVEX:load:NotTrusted"). Raises Error "KALVEX:load:Corrupt" with section, offset and reason, "KALVEX:load:LaterFormat" with release and format of the file and of this release, "KALVEX:load:UnknownClass" with the class, "KALVEX:load:CannotRead" with path and reason.
         """
 
     def save_bytes(self, value: Any) -> bytes:
         """The bytes that `save` would write."""
 
     def load_bytes(self, data: bytes | bytearray | memoryview, trusted: bool = False) -> Any:
-        """The value in the bytes of a file, as `load` gives it. Memory other than `bytes` is copied, and need not be contiguous."""
+        """The value in the bytes of a file, as `load` returns it. Memory other than `bytes` is copied, and need not be contiguous."""
 
     def collect(self) -> int:
-        """Runs the collector; the number of objects freed."""
+        """Runs the collector; returns the number of objects freed."""
 
     def live_objects(self, class_name: str | None = None) -> int:
-        """The number of live objects, of all classes or of that very class."""
+        """The number of live objects, of all classes or of exactly that class."""
 
     @property
     def warnings(self) -> list[kvbigdata._records.Warning]:
         """The warnings issued so far, a list of Warning."""
 
     def clear_warnings(self) -> None:
-        """Forgets the warnings."""
+        """Clears the list of warnings."""
 
     def close(self) -> None:
         """
-        Frees every object; any later use raises Error "KALVEX:session:Closed". Does nothing the second time.
+        Frees every object; any later use raises Error "KALVEX:session:Closed". Does nothing if the session is closed already.
         """
 
     def interrupt(self) -> None:
         """
-        Asks the evaluation that runs in this session to stop; it ends within one chunk with KeyboardInterrupt. If none runs, the next one stops. Other sessions don't notice. May be called on any thread.
+        Asks the evaluation in progress in this session to stop; it ends within one chunk with KeyboardInterrupt. If none is running, the next one stops. Other sessions aren't affected. May be called on any thread.
         """
 
     def __enter__(self) -> Session: ...
@@ -110,7 +110,7 @@ class Object:
     """
     An object of the host; holding it keeps it alive.
 
-    Two are equal, with equal hashes, when they are the same host object. May be dropped on any thread, also after its session was closed.
+    Two are equal, with equal hashes, if they are the same host object. May be dropped on any thread, even after its session was closed.
     """
 
     @property
@@ -119,7 +119,7 @@ class Object:
 
     @property
     def is_deleted(self) -> bool:
-        """True once it was deleted, or its session closed."""
+        """True once the object was deleted or its session was closed."""
 
     def get(self, property: str, as_class: str | None = None) -> Any:
         """
@@ -131,14 +131,14 @@ class Object:
 
     def invoke(self, method: str, *args: Any, nargout: int = 1, as_class: str | None = None) -> Any:
         """
-        Calls a method, the object being its first input. Outputs as of `Session.call`.
+        Calls a method with the object as first input. Outputs are as for `Session.call`.
         """
 
     def is_a(self, class_name: str) -> bool:
-        """True if it is of that class or of one derived from it."""
+        """True if the object is of that class or of a class derived from it."""
 
     def delete(self) -> None:
-        """Deletes the object at once, even if something else holds it."""
+        """Deletes the object at once, even if it is still referred to."""
 
     def super_init(self, superclass: str, *args: Any) -> None:
         """In a constructor: runs the constructor of a direct superclass."""
@@ -153,17 +153,17 @@ class Function:
     """
     A function of the host, by its name; called as fn(nargout, *args), as callables are.
 
-    One that came from a session runs there. One made by name runs in the session whose call runs on the calling thread, elsewhere in the only session that is open there; otherwise Error "KALVEX:session:Ambiguous" is raised, with the name and the number of sessions.
+    A Function that came from a session runs there. One made by name runs in the session whose call is running on the calling thread; if there is none, in the only session open on that thread. Otherwise Error "KALVEX:session:Ambiguous" is raised, with the name and the number of sessions.
     """
 
     def __init__(self, name: str) -> None: ...
 
     @property
     def name(self) -> str:
-        """What the function is called."""
+        """The name of the function."""
 
     def __call__(self, nargout: int, *args: Any) -> Any:
-        """Calls it; outputs as of `Session.call`."""
+        """Calls the function. Outputs are as for `Session.call`."""
 
     def __eq__(self, other: object, /) -> bool: ...
 
@@ -172,11 +172,11 @@ class Function:
     def __repr__(self) -> str: ...
 
 class Memory:
-    """The elements of a value of the host, which arrays refer to."""
+    """The elements of a value of the host, to which arrays refer."""
 
 def ledger() -> dict[str, int]:
     """
-    What the process holds: counts of objects, arrays and payloads, and bytes. Zero when every session is closed and every value dropped.
+    What the process holds: counts of objects, arrays and payloads, and bytes. All are zero when every session is closed and every value is dropped.
     """
 
 def close_all() -> None:

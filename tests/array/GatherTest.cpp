@@ -22,7 +22,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using Gather = ArrayTest;
 
-/// A table with a row that is too short, far behind what is read to learn the types.
+/// A table with a row that is too short, far beyond what is read to infer the types.
 const std::string kRaggedLate = [] {
   std::string rows = "x,y\n";
   for (int i = 0; i < 1'000'000; ++i) {
@@ -71,7 +71,7 @@ TEST_F(Gather, TakesAsManyPassesAsAnswersDependOnEachOther) {
   EXPECT_EQ(facts.passes, 3);
 }
 
-TEST_F(Gather, DoesNotComputeWhatIsThereAlready) {
+TEST_F(Gather, DoesNotRecomputeCompletedValues) {
   const Array x = read("x\n1\n2\n").column("x");
   const Array total = sum(x);
   EXPECT_EQ(number(total), 3);
@@ -96,10 +96,10 @@ TEST_F(Gather, RefusesInputsWhoseRowsDontMatch) {
   EXPECT_EQ(error.place().partition, 1);
   EXPECT_EQ(error.place().firstRow, 1);
   EXPECT_EQ(error.place().lastRow, 3);
-  EXPECT_EQ(number(sum(x)), 6) << "the session goes on";
+  EXPECT_EQ(number(sum(x)), 6) << "the session stays usable";
 }
 
-TEST_F(Gather, TellsWhatIsWrongWithAFile) {
+TEST_F(Gather, ReportsWhatIsWrongWithAFile) {
   EXPECT_EQ(errorOf([&] { session.read(folder.path("gone.csv")); }).identifier(),
             "KALVEX:datastore:FileNotFound");
   const Array x = read(kRaggedLate).column("x");
@@ -149,7 +149,7 @@ TEST_F(Map, AFailureComesBackOnceWithTheLineThatMadeTheArray) {
     return frame.file == here.file_name() && frame.line == static_cast<int>(here.line()) + 1;
   };
   EXPECT_EQ(std::ranges::count_if(error.stack(), isHere), 1);
-  EXPECT_EQ(number(sum(x)), 3) << "the session goes on";
+  EXPECT_EQ(number(sum(x)), 3) << "the session stays usable";
 }
 
 TEST_F(Map, OtherFailuresKeepTheirText) {
@@ -210,7 +210,7 @@ TEST_F(Lifetime, ThreadsMayShareASession) {
   EXPECT_THAT(sums, testing::Each(25 * 3 + 2 * (24 * 25 / 2)));
 }
 
-/// The rows as they are, after `atBlock`.
+/// Returns the rows unchanged, after `atBlock`.
 BlockFunction passing(std::function<void()> atBlock) {
   return [atBlock](std::span<const std::span<const double>> in) {
     atBlock();
@@ -252,7 +252,7 @@ TEST_F(Lifetime, AnInterruptAtAnyChunkStopsWithinOneAndLeavesTheSessionUsable) {
       const auto count = [&] {
         ++blocks;
         while (blocks == kBlocks && other.joinable()) {
-          other.join();  // it comes before the end
+          other.join();  // it arrives before the end
         }
       };
       EXPECT_THROW(sum(map(passing(count), std::vector{x})).gather(), Interrupted);
@@ -277,11 +277,11 @@ TEST_F(Lifetime, AnInterruptOfASessionIsItsOwn) {
   const Array x = one.read(path).column("x");
   const Array y = two.read(path).column("x");
   two.interrupt();
-  EXPECT_EQ(sum(x + 1).gather().number(), 5) << "and its end leaves the request of the other";
+  EXPECT_EQ(sum(x + 1).gather().number(), 5) << "the end of one leaves the other's request alone";
   EXPECT_THROW(sum(y).gather(), Interrupted);
   EXPECT_EQ(sum(y).gather().number(), 3);
 
-  interrupt();  // nothing runs: the next one stops, and no other
+  interrupt();  // nothing is running: only the next one stops
   EXPECT_THROW(sum(x + 2).gather(), Interrupted);
   EXPECT_EQ(sum(y + 2).gather().number(), 7);
   const auto inner = [&] {
@@ -293,7 +293,7 @@ TEST_F(Lifetime, AnInterruptOfASessionIsItsOwn) {
   EXPECT_EQ(sum(x + 4).gather().number(), 11);
   x.gather();
   interrupt();
-  EXPECT_THROW(x + 5, Interrupted) << "of rows that are there it is computed at once";
+  EXPECT_THROW(x + 5, Interrupted) << "on available rows it is computed at once";
 }
 
 TEST_F(Lifetime, AFailedEvaluationLeavesNothingBehind) {

@@ -39,17 +39,17 @@ TEST_F(LazyGraphs, ShowClosuresPromisesAndFuturesWithTheUsersLines) {
 
   EXPECT_EQ(graph.edges.size(), 8U);
   for (const LazyGraph::Edge& edge : graph.edges) {
-    EXPECT_LT(edge.from, edge.to) << "a node stands behind what it depends on";
+    EXPECT_LT(edge.from, edge.to) << "a node comes after what it depends on";
   }
 }
 
-TEST_F(LazyGraphs, EndAtWhatIsComputed) {
+TEST_F(LazyGraphs, EndAtComputedValues) {
   const Array x = read("x\n1\n").column("x");
   const Array total = sum(x);
   total.gather();
   const LazyGraph graph = lazyGraph(std::vector<Array>{total * 2});
 
-  EXPECT_EQ(countOf(graph, Kind::Closure), 0U) << "of values that are there, another is computed";
+  EXPECT_EQ(countOf(graph, Kind::Closure), 0U) << "an operation on available values is computed";
   EXPECT_EQ(graph.nodes[graph.results[0]].kind, Kind::Future);
   EXPECT_EQ(countOf(lazyGraph(std::vector<Array>{total + x}), Kind::Closure), 3U);
   EXPECT_EQ(errorOf([] { lazyGraph({}); }).identifier(), "KALVEX:array:NoArray");

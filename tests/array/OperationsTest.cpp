@@ -75,7 +75,7 @@ TEST_F(Operations, TypesAreKnownBeforeAnythingIsRead) {
   EXPECT_EQ(table.filter(table.column("x") > 0).column("n").type(), "int8");
 }
 
-TEST_F(Operations, WhatCantBeDoneIsRefusedWhereItIsWritten) {
+TEST_F(Operations, InvalidOperationsAreRefusedWhereTheyAreWritten) {
   const Table table = read(kSmall);
   const Array x = table.column("x");
   const Array word = table.column("word");
@@ -99,7 +99,7 @@ TEST_F(Operations, WhatCantBeDoneIsRefusedWhereItIsWritten) {
   EXPECT_EQ(errorOf([&] { filter(x, x); }).identifier(), "KALVEX:array:NotLogical");
   EXPECT_EQ(errorOf([&] { x + stranger; }).identifier(), "KALVEX:array:TwoSessions");
   EXPECT_EQ(errorOf([&] { x + ((1LL << 53) + 1); }).identifier(), "KALVEX:array:NotExact");
-  EXPECT_EQ(number(sum(x)), 6) << "the session goes on";
+  EXPECT_EQ(number(sum(x)), 6) << "the session stays usable";
 }
 
 TEST_F(Operations, WrittenConstantsAdaptAndComputedValuesDont) {
@@ -121,7 +121,7 @@ TEST_F(Operations, WrittenConstantsAdaptAndComputedValuesDont) {
             "KALVEX:function:NegativePower");
 }
 
-TEST_F(Operations, WhatIsComputedFromTheExtremesOfNoRowsIsMissing) {
+TEST_F(Operations, ResultsComputedFromTheExtremesOfNoRowsAreMissing) {
   const Table table = read("n,l\n7,true\n", {{{"n", "int8"}, {"l", "logical"}}});
   const Table none = table.filter(table.column("n") > 100);
   const Array n = table.column("n"), l = table.column("l");
@@ -159,7 +159,7 @@ TEST_F(Operations, ConstantsAloneAreComputedAtOnce) {
   EXPECT_EQ(gathered.facts.passes, 0);
 }
 
-TEST_F(Operations, RandomNumbersFollowFromSeedAndPartition) {
+TEST_F(Operations, RandomNumbersDependOnlyOnSeedAndPartition) {
   folder.write("two/a.csv", "word,x\na,1\nb,2\n");
   folder.write("two/b.csv", "word,x\nc,3\n");
   const Table table = session.read(folder.path("two"));

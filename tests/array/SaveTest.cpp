@@ -27,7 +27,7 @@ class Save : public ArrayTest {
   }
 };
 
-TEST_F(Save, GivesArraysBackByTheirNames) {
+TEST_F(Save, RestoresArraysByTheirNames) {
   const Table t = read("x,word\n1,a\n2,b\n3,\n");
   const Array late = t.column("x") > 1;
   const std::vector<NamedArray> named = {{"mean of x", mean(t.column("x"))},
@@ -66,13 +66,14 @@ TEST_F(Save, KeepsWhatIsRecordedAndEvaluatesItOnlyIfTrusted) {
   const Error refused = errorOf([&] { other.gather(arrays); });
   EXPECT_EQ(refused.identifier(), "KALVEX:load:NotTrusted");
 
-  // Saved again it is what it was.
+  // Saved again, it is unchanged.
   const std::string copy = folder.path("copy.kv");
   other.save(copy, looked.arrays);
   EXPECT_EQ(numbers(other.open(copy, Trust::Yes).arrays[0].array), numbers(named[0].array));
 }
 
-/// The system calls of everything that may be done without trust: the file itself is the only path.
+/// Traces the system calls of everything that may be done without trust: the only path is that of
+/// the file itself.
 TEST_F(Save, OpensNoPathOfAFileThatIsNotTrusted) {
   if (!canTrace()) {
     GTEST_SKIP() << "processes can't be traced here";
@@ -103,7 +104,7 @@ TEST_F(Save, OpensNoPathOfAFileThatIsNotTrusted) {
   EXPECT_THAT(opened, ElementsAre(file));
 }
 
-TEST_F(Save, TellsAnOriginalFromItsCopy) {
+TEST_F(Save, DistinguishesAnOriginalFromItsCopy) {
   const Array total = sum(read("x\n1\n2\n").column("x"));
   session.save(file, std::vector<NamedArray>{{"total", total}});
   const Array copy = session.open(file, Trust::Yes).arrays[0].array;
@@ -142,7 +143,7 @@ TEST_F(Save, KeepsFunctionsByNameUntilTheyAreDefined) {
   }
 }
 
-TEST_F(Save, RefusesWhatCannotBeOneFile) {
+TEST_F(Save, RefusesArraysThatCannotBeInOneFile) {
   const Array a = session.constant(1), foreign = other.constant(1);
   const auto idOf = [&](const std::vector<NamedArray>& arrays, const std::string& path) {
     return errorOf([&] { session.save(path, arrays); }).identifier();
@@ -171,7 +172,7 @@ TEST_F(Save, RefusesFilesThatHoldNoArrays) {
   EXPECT_EQ(idOfOpening(file), "KALVEX:load:Corrupt");
 }
 
-TEST_F(Save, ReadsOtherDataIfTheOpenerSaysSo) {
+TEST_F(Save, ReadsOtherDataIfTheOpenerAsksForIt) {
   const std::string older = folder.write("older.csv", "x,y\n1,2\n");
   const std::string newer = folder.write("newer.csv", "x\n2\n3\n");
   session.save(file, std::vector<NamedArray>{{"n", sum(session.read(older).column("x"))}});
@@ -194,7 +195,7 @@ TEST_F(Save, ReadsOtherDataIfTheOpenerSaysSo) {
   EXPECT_EQ(twice.arguments(), (std::vector{again, newer, std::string("b")}));
 }
 
-/// A file with a structure of the fields that a file of arrays has, of one element each.
+/// Saves a structure with the fields of a file of arrays, each with one element.
 void saveRecord(const std::string& path, std::vector<std::string_view> fields, bool hasTexts) {
   host::Session plain;
   const host::Session::Scope scope(plain);
@@ -215,7 +216,7 @@ void saveRecord(const std::string& path, std::vector<std::string_view> fields, b
   plain.save(path, record.get());
 }
 
-TEST_F(Save, RefusesRecordsThatAreNotWhole) {
+TEST_F(Save, RefusesIncompleteRecords) {
   const std::vector<std::string_view> all = {"Names", "Types", "AreWeak", "Arrays"};
   for (const std::string_view missing : all) {
     std::vector<std::string_view> fields = all;

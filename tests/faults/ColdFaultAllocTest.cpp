@@ -15,7 +15,7 @@
 namespace kv::test {
 namespace {
 
-/// A number that a process shares with the ones forked from it.
+/// A number that a process shares with its forked children.
 class SharedNumber {
  public:
   SharedNumber()
@@ -31,7 +31,7 @@ class SharedNumber {
   std::uint64_t* number_;
 };
 
-/// Runs `isGood` in a copy of this process. Result: its answer; false if the copy died.
+/// Runs `isGood` in a copy of this process. Result: its result; false if the copy died.
 template <class Test>
 bool holdsInChild(Test isGood) {
   std::fflush(nullptr);
@@ -44,9 +44,9 @@ bool holdsInChild(Test isGood) {
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-/// Allocations that fail where a process has done nothing yet: what it makes once and keeps is made
-/// under the fault, in a copy of a process that stays cold itself. So these tests run in a process
-/// of their own.
+/// Allocations that fail in a process that has done nothing yet: what a process makes once and
+/// keeps is made under the fault, in a copy of a process that stays fresh itself. So these tests
+/// run in a separate process.
 class ColdFaultAlloc : public testing::TestWithParam<ScenarioRow> {
  protected:
   static std::uint64_t count() {
@@ -61,7 +61,7 @@ class ColdFaultAlloc : public testing::TestWithParam<ScenarioRow> {
     return *asked;
   }
 
-  /// The work fails with a documented error or not at all, and then can be done.
+  /// The work either fails with a documented error or succeeds, and then succeeds when repeated.
   static bool survives(FaultPlaces places, Shortage shortage) {
     const auto scenario = GetParam().make();
     const Outcome outcome = [&] {

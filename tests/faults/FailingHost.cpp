@@ -19,7 +19,7 @@ namespace {
 
 struct Plan {
   bool isActive = false;
-  std::string_view inside;  ///< the innermost call by name that runs; empty outside of all
+  std::string_view inside;  ///< the innermost call by name in progress; empty if there is none
   HostFault fault = HostFault::Raises;
   std::uint64_t asked = 0;
   FaultPlaces failing;
@@ -41,27 +41,28 @@ struct FaultId {
   static constexpr const char *category = "test", *key = "Fault";
 };
 
-/// At the start of each operation that isn't a call: a native exception, as of the host itself.
+/// Called at the start of each operation that isn't a call: raises a native exception, as the host
+/// itself does.
 void mayRaise(const char* operation) {
   if (isNextToFail(HostFault::Raises, operation, {})) {
     throw foundation::core::except::Exception<FaultId>();
   }
 }
 
-/// At the start of each call: the error of a callee.
+/// Called at the start of each call: raises the error of a callee.
 void mayRaise(const char* operation, std::string_view name) {
   if (isNextToFail(HostFault::Raises, operation, name)) {
     host::raiseWithMessage("test:Fault", "a test lets the host fail");
   }
 }
 
-/// A value of another class than `value`.
+/// A value of a different class than `value`.
 kxArray* otherThan(const kxArray* value) {
   return Torvane::String::isString(value) ? kxCreateDoubleScalar(13)
                                           : matrix::to_kalvex(host::makeString("of another class"));
 }
 
-/// What an operation answers in place of `answer`, which it takes over.
+/// The result that an operation returns instead of `answer`, which it takes over.
 kxArray* maybeOther(kxArray* answer, const char* operation, std::string_view with) {
   if (answer == nullptr) {
     return nullptr;
@@ -77,7 +78,7 @@ kxArray* maybeOther(kxArray* answer, const char* operation, std::string_view wit
   return answer;
 }
 
-/// A call by name that runs.
+/// Marks a call by name in progress.
 class RunningCall {
  public:
   explicit RunningCall(std::string_view name) : outer_(std::exchange(plan.inside, name)) {}
@@ -89,8 +90,8 @@ class RunningCall {
   std::string_view outer_;
 };
 
-/// At the start of a call by code that lives in the host. Those of the work itself, which aren't
-/// made inside another, neither count nor fail.
+/// Called at the start of a call by code that lives in the host. Calls of the work itself, which
+/// aren't nested in another call, neither count nor fail.
 void mayRaiseInside(const char* operation, std::string_view name) {
   if (!plan.inside.empty()) {
     mayRaise(operation, name);
@@ -123,8 +124,9 @@ const char* FailingHost::failed() const noexcept { return plan.failed.c_str(); }
 
 }  // namespace kv::test
 
-// A row each: result, name, the name that the linker knows, parameters, arguments. The build reads
-// the linker's names from the rows. Rows are long so that each stays in one piece.
+// The operations, under the names that the linker gives them, one row per operation: result, name,
+// the linker's name, parameters, arguments. The build reads the linker's names from the rows, so
+// each row must be one long line.
 // clang-format off
 
 using kcos::COSInternedBase;
@@ -145,7 +147,7 @@ using Value = kv::host::Value;
 using Values = std::vector<Value>;
 using WideText = std::u16string_view;
 
-/// The body that follows replaces the operation; `name##Real` is the operation.
+/// The body that follows replaces the operation; `name##Real` is the original operation.
 #define KV_STAND_IN(Result, name, symbol, parameters) \
   Result name##Real parameters asm("__real_" #symbol); \
   Result name##Wrap parameters asm("__wrap_" #symbol); \
@@ -183,7 +185,7 @@ KV_RAISES(kcos::COSClass*, getClass, _ZN4kcos8COSClass8getClassENS_15COSInterned
 KV_RAISES(Slot&, findOrFail, _ZN10foundation3usm6DetailINS0_5scope3KvmEE10findOrFailEmRKSt9type_info, (std::size_t id, const Tag& tag), (id, tag))
 KV_RAISES(Slot&, findOrInsert, _ZN10foundation3usm6DetailINS0_5scope3KvmEE12findOrInsertEmRKSt9type_infoOSt10unique_ptrIvPFvPvEE, (std::size_t id, const Tag& tag, Slot&& slot), (id, tag, std::move(slot)))
 
-// What the core reads and calls by name: it answers a value of whatever class.
+// Values that the core reads and calls by name: these return values of any class.
 
 KV_STAND_IN(kxArray*, kxGetPropertyShared, _Z19kxGetPropertySharedPK7kxArraymN4kcos7NameRefE, (const kxArray* array, std::size_t index, NameRef name)) {
   mayRaise("kxGetPropertyShared", name.text());
@@ -205,7 +207,7 @@ KV_STAND_IN(bool, omCallMethod, _ZN4kcos12omCallMethodENS_15COSInternedBaseES0_P
   return isCalled;
 }
 
-// The same from the runtime, which reads what the core vouches for.
+// The same for the runtime, which reads values that the core has checked.
 
 #define KV_RAISES_INSIDE(Result, name, symbol, parameters, arguments) \
   KV_STAND_IN(Result, name, symbol, parameters) { \

@@ -29,7 +29,7 @@ struct Plan {
 
 constinit thread_local Plan plan;
 
-/// Counts an allocation of our code. Result: whether it is to fail.
+/// Counts an allocation of our code. Result: whether it must fail.
 bool isNextToFail() noexcept {
   if (!plan.isActive) {
     return false;
@@ -46,7 +46,7 @@ struct Range {
   std::uintptr_t end = 0;
 };
 
-/// The code of Arrow's libraries. Filled before any allocation is made to fail.
+/// The address ranges of Arrow's code. Filled before any allocation is made to fail.
 class ArrowCode {
  public:
   ArrowCode() { dl_iterate_phdr(addLibrary, this); }
@@ -90,7 +90,7 @@ void* counted(void* memory) noexcept {
   const auto bytes = static_cast<std::int64_t>(malloc_usable_size(memory));
   const std::int64_t now = live.fetch_add(bytes, std::memory_order_relaxed) + bytes;
   total.fetch_add(bytes, std::memory_order_relaxed);
-  if (now > peak.load(std::memory_order_relaxed)) {  // measured where one thread allocates
+  if (now > peak.load(std::memory_order_relaxed)) {  // only one thread allocates while measuring
     peak.store(now, std::memory_order_relaxed);
   }
   return memory;
@@ -172,7 +172,7 @@ std::int64_t liveBytes() noexcept {
 
 }  // namespace kv::test
 
-/// Stands before Arrow's own, in this program.
+/// Replaces Arrow's own function in this program.
 arrow::MemoryPool* arrow::default_memory_pool() {
   static kv::test::FailingPool& pool = *new kv::test::FailingPool;
   return &pool;

@@ -13,7 +13,7 @@
 namespace kv::test {
 namespace {
 
-/// What a process holds that one run of a scenario must give back.
+/// Resources of the process that one run of a scenario must give back.
 struct Holdings {
   host::Ledger ledger = host::ledger();
   std::int64_t bytes = liveBytes();
@@ -35,11 +35,11 @@ std::string difference(const Holdings& before, const Holdings& after) {
          text("bytes", before.bytes, after.bytes);
 }
 
-/// What one run with a fault in it showed. Allocates nothing when all is well, so that what is left
-/// over can be counted around it.
+/// The findings of one run with a fault. Allocates nothing if there are none, so that leaks can be
+/// counted around it.
 struct Trial {
   bool isError = false;
-  std::string fault;  ///< what must not be, in words
+  std::string fault;  ///< the broken rule, in words
 };
 
 class FaultAlloc : public testing::TestWithParam<ScenarioRow> {
@@ -49,7 +49,7 @@ class FaultAlloc : public testing::TestWithParam<ScenarioRow> {
     return Outcome::of(*scenario).text();
   }
 
-  /// Allocations of one run without a fault.
+  /// Number of allocations in a run without a fault.
   static std::uint64_t count() {
     const auto scenario = GetParam().make();
     const FailingMemory memory({}, Shortage::Once);
@@ -82,8 +82,8 @@ class FaultAlloc : public testing::TestWithParam<ScenarioRow> {
     return trial;
   }
 
-  /// The same, with what is left when it is over. What the process makes once and keeps isn't there
-  /// a second time.
+  /// The same, with the resources left at the end. Objects that the process makes once and keeps
+  /// are not counted the second time.
   static Trial runAndWeigh(FaultPlaces places, Shortage shortage, const std::string& expected) {
     const Holdings before;
     Trial trial = run(places, shortage, expected);

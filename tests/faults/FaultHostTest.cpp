@@ -21,13 +21,13 @@ Value ask(host::Session& session, const char* function) {
   return std::move(session.call(function, 1, {}).front());
 }
 
-/// True if nobody hears of the failure, by the core's rule: where the call fails that puts a random
-/// stream back, the stream stays. So it is if nothing failed.
+/// True if the failure isn't reported, by the core's rule: if the call fails that restores a random
+/// stream, the stream stays. Also true if nothing failed.
 bool isSilent(const std::string& operation) {
   return operation.empty() || operation.find("RandStream.setGlobalStream") != std::string::npos;
 }
 
-/// What a session must be found with after a fault as before it.
+/// The state of a session that a fault must not change.
 class SessionState {
  public:
   explicit SessionState(host::Session& session)
@@ -57,11 +57,11 @@ class SessionState {
 
 struct Trial {
   std::string outcome;
-  std::string fault;  ///< what must not be, in words
+  std::string fault;  ///< the broken rule, in words
 };
 
-/// An operation that raises ends the work with its id, unless it isn't heard of or the work was
-/// done again. A wrong answer ends it with an error of the product, or was none that mattered.
+/// An operation that raises ends the work with its id, unless it isn't reported or the work was
+/// repeated. A wrong result ends it with an error of the product, or had no effect.
 bool isAllowed(HostFault fault, const std::string& outcome, const std::string& expected,
                bool mayBeRight) {
   if (fault == HostFault::Raises) {
@@ -106,7 +106,7 @@ class FaultHost : public testing::TestWithParam<ScenarioRow> {
       if (state) {
         trial.fault += state->change(operation);
       }
-      // A wrong answer that was taken for right may stay in what the work made.
+      // A wrong result that was accepted may remain in what the work made.
       const bool wasTaken = fault != HostFault::Raises && !trial.outcome.starts_with("error ");
       const std::string again = Outcome::of(*scenario).text();
       if (!wasTaken && again != expected) {
@@ -125,7 +125,7 @@ class FaultHost : public testing::TestWithParam<ScenarioRow> {
   }
 };
 
-TEST_P(FaultHost, EachFailureComesOutAsItIsAndChangesNothing) {
+TEST_P(FaultHost, EachFailureIsReportedAsItIsAndChangesNothing) {
   const std::string expected = Outcome::of(*GetParam().make()).text();
   for (const HostFault fault :
        {HostFault::Raises, HostFault::AnswersNull, HostFault::AnswersOther}) {

@@ -24,7 +24,7 @@ struct FaultPlaces {
   }
 };
 
-/// Single faults, spread evenly over that many operations.
+/// Single faults, spread evenly over `operations` operations.
 inline std::vector<FaultPlaces> singleFaults(std::uint64_t operations, std::uint64_t most) {
   std::vector<FaultPlaces> places;
   const std::uint64_t step = std::max<std::uint64_t>(1, operations / most);
@@ -34,8 +34,8 @@ inline std::vector<FaultPlaces> singleFaults(std::uint64_t operations, std::uint
   return places;
 }
 
-/// Pairs of faults. Half of the second ones come soon after the first, while what it broke off is
-/// being cleaned up; the others anywhere in the rest of the work, or when it is done again.
+/// Pairs of faults. Half of the second ones come soon after the first, during its cleanup; the
+/// others anywhere in the rest of the work, or when the work is repeated.
 inline std::vector<FaultPlaces> pairsOfFaults(std::uint64_t operations) {
   std::mt19937_64 random(drawSeed());
   std::vector<FaultPlaces> places(std::min<std::size_t>(80, sizes().faults));

@@ -18,10 +18,10 @@ namespace {
 using host::format::Section;
 
 constexpr std::size_t kFileBytes = 2'000'000;
-/// Of what the process asks for once: pages of objects, and what is copied for free.
+/// For memory that the process requests once: pages of objects, and copies within the free limit.
 constexpr double kAllowance = 16'000'000;
 
-/// A file as full as can be of something that costs few bytes in it.
+/// A file filled with as many entries as possible of a kind that takes few bytes in it.
 struct Filling {
   const char* what;
   std::function<void(RawFile&, std::size_t bytes)> fill;
@@ -29,7 +29,7 @@ struct Filling {
 
 const std::string kPackage = "kalvex.bigdata.internal.";
 
-/// A cell of as many values as fit, `each` bytes and the reference of the cell for one.
+/// A cell of as many values as fit, each with `each` bytes plus its reference in the cell.
 void fillWith(RawFile& file, std::size_t bytes, std::size_t each,
               const std::function<Reference()>& make) {
   std::vector<Reference> all(bytes / (each + 8));
@@ -37,7 +37,7 @@ void fillWith(RawFile& file, std::size_t bytes, std::size_t each,
   file.root(file.cell(all));
 }
 
-/// Objects of a class that have nothing.
+/// Objects without properties.
 Filling bare(const char* what, const std::string& className) {
   return {what, [className](RawFile& f, std::size_t bytes) {
             const auto shape = f.shape(className);
@@ -45,7 +45,7 @@ Filling bare(const char* what, const std::string& className) {
           }};
 }
 
-/// Objects of a class, each with the same value in `property` that takes half of the file.
+/// Objects of a class that share one value in `property`, which takes half of the file.
 Filling sharing(const char* what, const std::string& className, std::string_view property,
                 const std::function<Reference(RawFile&, std::size_t)>& makeShared) {
   return {what, [=](RawFile& f, std::size_t bytes) {
@@ -60,7 +60,7 @@ Reference shortTexts(RawFile& f, std::size_t bytes) { return f.texts(bytes / 5, 
 Reference codes(RawFile& f, std::size_t bytes) {
   return f.full(kxDOUBLE_CLASS, {bytes / 8, 1}, std::string(bytes, '\0'));
 }
-/// An array of one object of a class, many times.
+/// An array that refers many times to one object of a class.
 std::function<Reference(RawFile&, std::size_t)> links(const std::string& className) {
   return [className](RawFile& f, std::size_t bytes) {
     const Reference one = f.object(f.shape(className));
@@ -68,7 +68,7 @@ std::function<Reference(RawFile&, std::size_t)> links(const std::string& classNa
   };
 }
 
-/// Datastores that share their paths, or the names of their columns.
+/// Datastores that share their paths or the names of their columns.
 Filling datastores(const char* what, bool sharesPaths) {
   return {what, [=](RawFile& f, std::size_t bytes) {
             const auto shape = f.shape("kalvex.io.CsvDatastore");
@@ -198,12 +198,12 @@ const Filling kFillings[] = {
     datastores("datastores with the same columns", false),
 };
 
-/// Loads a file, looks at what came out, and drops it.
+/// Loads a file, inspects the result, and drops it.
 void loadAndDrop(host::Session& session, const std::string& bytes) {
   try {
     session.loadBytes(bytes, false);
   } catch (const Torvane::KException::KExceptionEnvelope&) {
-    // What a refusal takes counts, too.
+    // The memory for a refusal counts, too.
   }
   session.collect();
   session.clearWarnings();
@@ -211,7 +211,7 @@ void loadAndDrop(host::Session& session, const std::string& bytes) {
 
 TEST(LoadedMemory, IsAtMostThirtyTwoTimesTheFile) {
   if (isStressed()) {
-    GTEST_SKIP() << "each creation collects, and verifies the heap with memory of its own";
+    GTEST_SKIP() << "each creation collects, and verifying the heap takes memory of its own";
   }
   for (const Filling& filling : kFillings) {
     RawFile file;

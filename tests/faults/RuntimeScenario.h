@@ -12,8 +12,8 @@ namespace kv::test {
 
 using host::Value;
 
-/// Work by name in a session with core and runtime, over a table of two small files with the
-/// columns x, y (numbers) and word (texts).
+/// Work that uses calls by name in a session with core and runtime, over a table of two small files
+/// with the columns x, y (numbers) and word (texts).
 class RuntimeScenario : public Scenario {
  public:
   RuntimeScenario();
@@ -21,16 +21,16 @@ class RuntimeScenario : public Scenario {
   std::string run() final;
 
  protected:
-  /// The work, as code that lives in the host: what it throws leaves `run` as an error of the host.
+  /// The work, as code that lives in the host: its exceptions leave `run` as errors of the host.
   virtual std::string work() = 0;
 
   static Value column(const Value& table, std::string_view name);
   static Value element(std::string_view function, const Value& a, const Value& b);
   static Value aggregate(std::string_view function, const Value& a);
   static Value filter(const Value& keep, const Value& a);
-  /// The column `x` drawn upon by a function that takes random numbers.
+  /// The column `x` passed through a function that draws random numbers.
   static Value random(const Value& rows);
-  /// Gathers the arrays together: their classes and numbers.
+  /// Gathers the arrays together; returns their classes and numbers.
   static std::string gather(std::initializer_list<const kxArray*> arrays);
 
   Value table() const;

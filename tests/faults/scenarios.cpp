@@ -12,7 +12,7 @@
 namespace kv::test {
 namespace {
 
-/// 200 operations of all common kinds, none of which is run.
+/// Records 200 operations of all common kinds; none of them runs.
 class Recording final : public RuntimeScenario {
  public:
   std::string work() override {
@@ -51,7 +51,7 @@ class Recording final : public RuntimeScenario {
   }
 };
 
-/// The plan of what was recorded before.
+/// Plans what was recorded before.
 class Planning final : public RuntimeScenario {
  public:
   std::string work() override {
@@ -63,7 +63,7 @@ class Planning final : public RuntimeScenario {
   }
 };
 
-/// Two passes over two small files: built-in functions, a user's, random numbers, rows and texts.
+/// Two passes over two small files: built-in and user functions, random numbers, rows and texts.
 class Evaluating final : public RuntimeScenario {
  public:
   std::string work() override {
@@ -84,7 +84,7 @@ class Evaluating final : public RuntimeScenario {
   }
 };
 
-/// Arrays that were recorded before are gathered, those that an evaluation got no further with too.
+/// Gathers arrays that were recorded before, including those that an earlier evaluation failed on.
 class Regathering final : public RuntimeScenario {
  public:
   std::string work() override {
@@ -110,7 +110,7 @@ class Failing final : public RuntimeScenario {
   }
 };
 
-/// Arrays with their graph become a file.
+/// Saves arrays with their graph to a file.
 class Saving final : public RuntimeScenario {
  public:
   std::string work() override {
@@ -128,7 +128,7 @@ class Saving final : public RuntimeScenario {
   }();
 };
 
-/// A file becomes arrays, which are evaluated.
+/// Loads a file of arrays, which are evaluated.
 class Loading final : public RuntimeScenario {
  public:
   std::string work() override { return gather({session()->loadBytes(saved_, true).get()}); }
@@ -138,7 +138,7 @@ class Loading final : public RuntimeScenario {
       session()->saveBytes(aggregate("mean", element("plus", x(), column(table(), "y"))).get());
 };
 
-/// What front ends of the host do: calls by name, members, objects and errors from outside.
+/// The calls of front ends of the host: calls by name, members, objects and errors from outside.
 class Calling final : public RuntimeScenario {
  public:
   std::string work() override {
@@ -159,7 +159,7 @@ class Calling final : public RuntimeScenario {
   }
 };
 
-/// What a user of the C++ front end does: reads, writes expressions, plans, gathers, fails.
+/// The calls of a user of the C++ front end: reads, writes expressions, plans, gathers, fails.
 class FrontEnd final : public Scenario {
  public:
   host::Session* session() override { return &session_->impl().host; }
@@ -214,7 +214,7 @@ class FrontEndError final : public Scenario {
   std::unique_ptr<Session> session_ = std::make_unique<Session>();
 };
 
-/// A session of the C++ front end, from its opening to its close.
+/// Opens and closes a session of the C++ front end.
 class FrontEndOpening final : public Scenario {
  public:
   std::string run() override {
@@ -223,7 +223,7 @@ class FrontEndOpening final : public Scenario {
   }
 };
 
-/// A session of the host with core and runtime, from its opening to its close.
+/// Opens and closes a session of the host with core and runtime.
 class Opening final : public Scenario {
  public:
   std::string run() override {
@@ -235,10 +235,10 @@ class Opening final : public Scenario {
   }
 
  private:
-  std::optional<host::Session> session_;  ///< stays open where it failed, as its errors live in it
+  std::optional<host::Session> session_;  ///< stays open after a failure: its errors live in it
 };
 
-/// The close of a session that holds much.
+/// Closes a session that holds many objects.
 class Closing final : public Scenario {
  public:
   Closing() { recorded_.run(); }

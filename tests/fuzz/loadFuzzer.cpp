@@ -5,7 +5,7 @@
 #include "persistence/LoaderTrial.h"
 #include "persistence/RefittedFile.h"
 
-/// Each input is a saved file whose header is made to fit.
+/// Each input is a saved file whose header is repaired.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static kv::test::LoaderTrial trial;
   const std::string file = kv::test::withFittingHeader({reinterpret_cast<const char*>(data), size});

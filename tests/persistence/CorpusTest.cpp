@@ -16,8 +16,8 @@ std::string contentsOf(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// What `make fuzz` starts from, and what it once found.
-TEST(Corpus, KeepsToTheRules) {
+/// The seeds of `make fuzz` and its earlier findings.
+TEST(Corpus, FollowsTheRules) {
   std::size_t files = 0;
   {
     LoaderTrial trial;

@@ -18,7 +18,7 @@ namespace {
 
 using Torvane::KException::KExceptionEnvelope;
 
-/// A test under stress looks at each place in turn only this often: every error is an object.
+/// Under stress only every 97th place is tested, because every error is an object.
 std::size_t stride() { return isStressed() ? 97 : 1; }
 
 bool isSection(const std::string& tag) {
@@ -26,8 +26,8 @@ bool isSection(const std::string& tag) {
          std::ranges::find(host::format::kSectionTags, tag) != host::format::kSectionTags.end();
 }
 
-/// True when a load is refused as corrupt, with a section, an offset within the file and a reason;
-/// or as of a later format if the file says so.
+/// True if a load is refused as corrupt, with a section, an offset within the file and a reason, or
+/// as of a later format if that is the file's format.
 bool isDetected(LoadingSession& session, std::string_view bytes) {
   try {
     session.load(bytes);
@@ -49,7 +49,7 @@ bool isDetected(LoadingSession& session, std::string_view bytes) {
   return false;
 }
 
-/// A saved graph, and what must be as before after each attempt to load a damaged copy of it.
+/// A saved graph, and the state that must not change when a damaged copy of it is loaded.
 class Damage {
  public:
   ~Damage() {
@@ -120,7 +120,7 @@ TEST(Corruption, EveryChangeOfABitIsDetected) {
   expectNothingLeft();
 }
 
-/// Also of a file with a terabyte after it, which nothing reads.
+/// Also for a file followed by a terabyte, which isn't read.
 TEST(Corruption, WhatFollowsTheFileIsDetected) {
   Damage damage;
   damage.check(damage.bytes() + '\0', damage.bytes().size());

@@ -21,16 +21,16 @@ const std::string kArray = kLazy + "LazyPartitionedArray";
 
 using Build = std::function<void(RawFile&)>;
 
-/// One file, wrong in one thing.
+/// One file with one fault.
 struct HostileFile {
   const char* what;
   Build build;
 };
 
-/// How files are refused: with one section and reason.
+/// How files are refused: all with the same section and reason.
 struct Refused {
   const char* section;
-  std::string reason;  ///< empty for a class that isn't known, which `section` names
+  std::string reason;  ///< empty for an unknown class, which `section` names
   std::vector<HostileFile> files;
 };
 
@@ -72,7 +72,7 @@ Build nested(int depth, std::size_t copies) {
 
 Reference thing(F f) { return f.object(f.shape("user.Thing")); }
 
-/// A bare object, as any name may be said to be a class.
+/// An object without properties; any name can be used as its class.
 Build objectOf(const std::string& className) {
   return [=](F f) { f.root(f.object(f.shape(className))); };
 }
@@ -86,12 +86,12 @@ Reference arrayOf(F f, Reference record) {
   return f.object(f.shape(kArray), {record}, ObjectForm::Record);
 }
 
-/// A lazy array of a record with these fields.
+/// A lazy array made from a record with these fields.
 Build array(const std::function<Reference(F)>& record) {
   return [=](F f) { f.root(arrayOf(f, record(f))); };
 }
 
-/// A thousand objects with one value that takes 5 KB.
+/// A thousand objects that share one value of 5 KB.
 Build sharing(const char* className, const char* property,
               const std::function<Reference(F)>& makeShared) {
   return [=](F f) {
@@ -114,7 +114,7 @@ void addLongFields(F f) {
   f.root(f.cell(records));
 }
 
-/// A graph with one thing wrong in it.
+/// A graph with one fault.
 Build graph(const std::function<void(RawGraph&)>& change) {
   return [=](F f) {
     RawGraph graph;
@@ -353,8 +353,8 @@ const Refused kObjects[] = {
        sharing("ClosurePromise", "Id", [](F f) { return f.text(std::string(5000, 'x')); })}}},
 };
 
-/// The setters of the core see the class of what they are given; whether a graph as a whole can be
-/// evaluated is the business of a library's validator.
+/// The setters of the core check the class of their value. Whether a graph as a whole can be
+/// evaluated is checked by a library's validator.
 const Refused kGraphs[] = {
     {"OBJS",
      wrong("ArgoutIndex", "ClosurePromise", "scalar size_t", "1x1 double"),
@@ -394,8 +394,8 @@ std::string expectedOutcome(const Refused& row) {
              : std::string("KALVEX:load:Corrupt | ") + row.section + " | " + row.reason;
 }
 
-/// Loads the files of a table in one session. Each must be refused as its row says, with nothing
-/// left behind and nothing of the user run.
+/// Loads the files of a table in one session. Each must be refused as in its row; nothing may be
+/// left and no user code may run.
 void expectRefused(std::span<const Refused> rows) {
   std::size_t files = 0;
   {

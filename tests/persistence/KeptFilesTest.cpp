@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* kLazyClasses[] = {"Closure", "ClosureFuture", "ClosurePromise"};
 
-/// How many objects of the lazy graph there are, by class.
+/// The number of objects of the lazy graph, by class.
 std::map<std::string, std::size_t> countLazyObjects(LoadingSession& session) {
   std::map<std::string, std::size_t> counts;
   for (const std::string name : kLazyClasses) {
@@ -28,8 +28,8 @@ std::string savedField(LoadingSession& session, const Value& graph, std::string_
   return session.save(matrix::sharedCopy(kxGetField(graph.get(), 0, name)));
 }
 
-/// Holds a kept file to what the same graph is today. The ids of its closures are those of the
-/// process that saved it; everything else is equal, byte for byte once it is saved again.
+/// Compares a kept file with the same graph made today. The ids of its closures are those of the
+/// process that saved it; everything else must be equal, byte for byte once it is saved again.
 void expectTodaysGraph(const fs::path& path) {
   SCOPED_TRACE(path);
   LoadingSession keeping;
@@ -44,15 +44,14 @@ void expectTodaysGraph(const fs::path& path) {
   EXPECT_EQ(keeping.takeUserCalls(), 0u);
 }
 
-/// Every release leaves a file here, written with KV_WRITE_KEPT=1, and no release may ever fail to
-/// load it.
-TEST(KeptFiles, OfEveryReleaseAreLoadedForEver) {
+/// Every release adds a file here, written with KV_WRITE_KEPT=1. All later releases must load it.
+TEST(KeptFiles, OfEveryReleaseCanBeLoaded) {
   const fs::path current = fs::path(KV_KEPT) / (std::string(KV_RELEASE) + ".kv");
   if (std::getenv("KV_WRITE_KEPT") != nullptr) {
     LoadingSession session;
     session.host().save(current, session.graph().get());
   }
-  EXPECT_TRUE(fs::exists(current)) << "KV_WRITE_KEPT=1 writes it, once for a release";
+  EXPECT_TRUE(fs::exists(current)) << "KV_WRITE_KEPT=1 writes it, once per release";
   std::size_t files = 0;
   for (const auto& entry : fs::directory_iterator(KV_KEPT)) {
     expectTodaysGraph(entry.path());

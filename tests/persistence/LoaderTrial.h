@@ -7,12 +7,12 @@
 
 namespace kv::test {
 
-/// Loads files that may hold anything, all into one session, and holds what comes of it to the
-/// rules: a file is refused with an error of loading, or its value can be saved and loaded again;
-/// nothing of the user runs; nothing is left behind.
+/// Loads files that may contain anything, all into one session, and checks the rules: a file is
+/// refused with an error of loading, or its value can be saved and loaded again; no user code runs;
+/// nothing is left.
 class LoaderTrial {
  public:
-  /// Result: which rule was broken, and how; empty when all hold.
+  /// Result: the broken rule, in words; empty if all hold.
   std::string load(std::string_view file);
 
  private:

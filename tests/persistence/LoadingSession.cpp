@@ -23,11 +23,11 @@ namespace {
 constexpr auto kArrayClass = "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray";
 constexpr std::size_t kClosures = 28;
 
-/// What loading may ask of the host side, besides the release and an invalid array.
+/// What loading may call on the host side, besides the release and an invalid array.
 constexpr std::array<std::string_view, 2> kAsked{
     "keepAlive", "kalvex.bigdata.internal.executor.PartitionedArrayExecutor.default"};
 
-/// A ramp over the bytes of an array, so that none of its elements is like the next.
+/// A ramp over the bytes of an array, so that no two neighbouring elements are equal.
 Value ramp(std::initializer_list<std::size_t> dimensions, kxClassID id) {
   Value array = matrix::from_kalvex(
       kxCreateNumericArray(std::span(dimensions.begin(), dimensions.size()), id));
@@ -130,7 +130,7 @@ Value LoadingSession::plainValues() {
   });
 }
 
-/// Two objects that refer to each other, an array of them, and what they have in common.
+/// Two objects that refer to each other, an array of them, and shared values.
 Value LoadingSession::usersObjects() {
   const Value first = call("user.Thing");
   const Value second = call("user.SpecialThing");
@@ -155,7 +155,7 @@ Value LoadingSession::chain(std::size_t closures) {
   return lazyArray(last);
 }
 
-/// A chain, and a closure of three outputs with two readers.
+/// A chain, and a closure with three outputs and two readers.
 Value LoadingSession::arrays() {
   const auto source = closure({constant(2), constant(3)}, 3);
   const auto reader = closure({future(source, 0), future(source, 2), future(source, 0)});

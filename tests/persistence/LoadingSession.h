@@ -10,27 +10,27 @@ namespace kv::test {
 
 using host::Value;
 
-/// A session with the core and a host side of stubs that note their calls, and with a user's
-/// classes and functions that count what runs of them. Made by a test rather than for it, so that
-/// the test sees what is left when it is gone.
+/// A session with the core, with stubs for the host side that record their calls, and with user
+/// classes and functions that count their calls. Tests create it themselves, so that they can check
+/// what is left when it is destroyed.
 class LoadingSession : public bigdata::lazyeval::LazySession {
  public:
   LoadingSession();
 
-  /// A structure that leads to everything that can be saved, in about 20 KB.
+  /// A structure that refers to every kind of value that can be saved, in about 20 KB.
   Value graph();
-  /// The last array of a chain of closures, each of which reads the one before.
+  /// The last array of a chain of closures, each of which reads the previous one.
   Value chain(std::size_t closures);
 
   std::string save(const Value& value) { return session.saveBytes(value.get()); }
   Value load(std::string_view bytes, bool trusted = false) {
     return session.loadBytes(bytes, trusted);
   }
-  /// Id and arguments of the error that a load ends with, or "loaded". Drops what was loaded.
+  /// Id and arguments of the error that a load ends with, or "loaded". Drops the loaded value.
   std::string outcomeOf(std::string_view bytes);
 
-  /// What ran since the last look that a load has no business with: constructors, methods, defaults
-  /// and functions of the user, and any function of the host side but the four that loading asks.
+  /// Calls since the last query that loading must not make: constructors, methods, defaults and
+  /// functions of the user, and any function of the host side but the four that loading needs.
   std::size_t takeUserCalls();
 
   host::Session& host() { return session; }
@@ -38,7 +38,7 @@ class LoadingSession : public bigdata::lazyeval::LazySession {
     session.collect();
     return session.liveObjects();
   }
-  /// True when every invariant of the heap holds.
+  /// True if every invariant of the heap holds.
   bool isSound() const { return session.verify().empty(); }
 
  private:

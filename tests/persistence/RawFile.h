@@ -16,20 +16,20 @@ using host::format::Reference;
 using host::format::ValueEntry;
 using host::format::ValueForm;
 
-/// A file whose tables hold whatever a test puts there, under lengths and checksums that fit.
+/// A file whose tables contain whatever a test puts there, with correct lengths and checksums.
 class RawFile {
  public:
   std::uint32_t name(std::string_view text);
-  /// A class and its properties, by names that are added for it.
+  /// A class and its properties; their names are added to the file.
   std::uint32_t shape(std::string_view className,
                       std::initializer_list<std::string_view> properties = {});
   Reference object(std::uint32_t shape, const std::vector<Reference>& references = {},
                    ObjectForm form = ObjectForm::Properties);
-  /// An object whose references stand anywhere.
+  /// An object whose references are at any position.
   Reference objectAt(std::uint32_t shape, std::uint32_t form, std::uint64_t firstReference);
 
   Reference value(const ValueEntry& entry);
-  /// A value whose dimensions and contents are added to the data.
+  /// A value whose dimensions and content are added to the data.
   Reference full(kxClassID id, const std::vector<std::uint64_t>& dimensions,
                  std::string_view contents, ValueForm form = ValueForm::Full);
   Reference number(double value);
@@ -43,7 +43,7 @@ class RawFile {
   Reference objects(std::string_view className, const std::vector<Reference>& elements);
 
   void root(Reference reference);
-  /// The whole file; without a root of its own it has a null one.
+  /// The whole file; the root is null unless one was set.
   std::string bytes() const;
 
   std::string& section(host::format::Section which) {
@@ -61,7 +61,7 @@ class RawFile {
   std::uint32_t values_ = 0;
 };
 
-/// The bytes of a number, or of a row of them.
+/// The bytes of a number, or of several.
 template <class Number>
 std::string packed(std::initializer_list<Number> numbers) {
   return {reinterpret_cast<const char*>(numbers.begin()), numbers.size() * sizeof(Number)};

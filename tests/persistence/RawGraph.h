@@ -4,10 +4,10 @@
 
 namespace kv::test {
 
-/// A lazy graph in a file: a future of the one output of a closure, whose input is a finished
-/// promise. Everything that a hostile file may have otherwise is a member.
+/// A lazy graph in a file: a future of the one output of a closure, whose input is a completed
+/// promise. Everything that a hostile file may change is a member.
 ///
-/// Objects have fixed places, so that any member may refer to any of them.
+/// Objects have fixed positions, so any member may refer to any of them.
 struct RawGraph {
   static constexpr Reference kFuture = Reference::object(0);
   static constexpr Reference kPromise = Reference::object(1);

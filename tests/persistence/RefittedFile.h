@@ -5,8 +5,8 @@
 
 namespace kv::test {
 
-/// The file with lengths and checksums made to fit, so that what was changed behind the header is
-/// looked at. Lengths that reach beyond the file are cut.
+/// The file with corrected lengths and checksums in its header, so that the content behind a
+/// changed header is checked. Lengths that reach beyond the file are cut.
 std::string withFittingHeader(std::string_view file);
 
 }  // namespace kv::test

@@ -5,7 +5,7 @@
 namespace kv::test {
 namespace {
 
-TEST(RoundTrip, WhatWasLoadedIsSavedAsTheSameBytes) {
+TEST(RoundTrip, ALoadedValueIsSavedAsTheSameBytes) {
   {
     LoadingSession session;
     const std::string bytes = session.save(session.graph());
@@ -16,8 +16,8 @@ TEST(RoundTrip, WhatWasLoadedIsSavedAsTheSameBytes) {
   EXPECT_EQ(host::ledger().objects, 0u);
 }
 
-/// A value that occurs often is written again rather than refused.
-TEST(RoundTrip, ValuesThatAreSharedOftenAreLoaded) {
+/// A value with many references is written several times instead of being refused.
+TEST(RoundTrip, ValuesWithManyReferencesAreLoaded) {
   LoadingSession session;
   const auto cellOf = [](std::size_t count, const Value& element) {
     std::vector<Value> elements;

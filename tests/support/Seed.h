@@ -9,9 +9,9 @@
 
 namespace kv::test {
 
-/// The seed of a test that draws its cases: KV_SEED if that is set, else a new one.
+/// The seed of a randomised test: KV_SEED if it is set, otherwise a new one.
 ///
-/// It is printed, so that what failed can be run again.
+/// It is printed, so that a failure can be reproduced.
 inline std::uint64_t drawSeed() {
   const char* given = std::getenv("KV_SEED");
   const std::uint64_t seed =

@@ -10,7 +10,7 @@ namespace kv::test {
 
 inline constexpr std::size_t kSmallStackBytes = 256 * 1024;
 
-/// Runs `work` on a thread with a stack that a recursion over a long chain wouldn't survive.
+/// Runs `work` on a thread with a stack too small for a recursion over a long chain.
 inline void runOnSmallStack(const std::function<void()>& work) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);

@@ -57,7 +57,8 @@ const std::map<unsigned long long, std::string>& fileCalls() {
   return names;
 }
 
-/// Room that a child shares with its parent, so that it says how it went without a system call.
+/// Memory that a child shares with its parent, so that it can report its result without a system
+/// call.
 class SharedText {
  public:
   SharedText()
@@ -74,13 +75,13 @@ class SharedText {
   char* text_;
 };
 
-/// Follows a stopped child from system call to system call until its end.
+/// Follows a stopped child from system call to system call until it ends.
 class Tracer {
  public:
   Tracer(pid_t child, std::optional<Fault> fault, const CallObserver& observer)
       : child_(child), fault_(fault), observer_(observer) {}
 
-  /// Result: false when the child was killed.
+  /// Result: false if the child was killed.
   bool run() {
     int status = 0;
     ::waitpid(child_, &status, 0);
@@ -125,7 +126,7 @@ class Tracer {
     if (isHere(Fault::Kind::killBefore)) {
       ::kill(child_, SIGKILL);
     } else if (fails_) {
-      registers.orig_rax = static_cast<unsigned long long>(-1);  // no call at all
+      registers.orig_rax = static_cast<unsigned long long>(-1);  // no system call
       write(registers);
     } else if (isHere(Fault::Kind::shorten) &&
                (calls_.back() == "read" || calls_.back() == "write")) {
@@ -202,7 +203,7 @@ class Tracer {
   bool fails_ = false;
 };
 
-/// The child's side: lets itself be traced, waits for the tracer and works.
+/// The child's side: enables tracing, waits for the tracer and works.
 [[noreturn]] void beTraced(const std::function<std::string()>& work, SharedText& outcome) {
   if (::ptrace(PTRACE_TRACEME, 0, 0, 0) != 0) {
     ::_exit(1);

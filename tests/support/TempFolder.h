@@ -7,7 +7,7 @@
 
 namespace kv::test {
 
-/// A folder of its own for one test, removed with all that is in it.
+/// A new folder for one test, removed with its content.
 class TempFolder {
  public:
   TempFolder() {
@@ -20,7 +20,7 @@ class TempFolder {
 
   std::string path(std::string_view name = {}) const { return (path_ / name).string(); }
 
-  /// Writes `bytes` to the file `name` in this folder and gives its path.
+  /// Writes `bytes` to the file `name` in this folder and returns its path.
   std::string write(std::string_view name, std::string_view bytes) const {
     std::filesystem::create_directories((path_ / name).parent_path());
     std::ofstream(path_ / name, std::ios::binary) << bytes;

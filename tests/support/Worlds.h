@@ -4,22 +4,22 @@
 #include <cstdlib>
 #include <string_view>
 
-/// One table of sizes for all tests whose cost grows with a size, a row a world.
+/// The sizes for all tests whose cost grows with a size, in one table with one row per world.
 ///
-/// KV_WORLD=full asks for the sizes that are promised; without it tests take quick ones. KV_STRESS
-/// (a collection and a look at the whole heap at each creation of an object) has a row of its own,
-/// since each object then costs as much as all that live.
+/// KV_WORLD=full selects the promised sizes; without it tests use quick ones. KV_STRESS (a
+/// collection and a check of the whole heap at each creation of an object) has its own row, since
+/// each object then costs as much as all live ones.
 namespace kv::test {
 
 struct Sizes {
   std::size_t modelSteps;  ///< random steps of one run against a model
-  std::size_t modelRuns;   ///< runs, each with a seed of its own
+  std::size_t modelRuns;   ///< runs, each with its own seed
   std::size_t children;    ///< of one parent
-  std::size_t chain;       ///< depth of what must not be walked by recursion
-  std::size_t recorded;    ///< objects or operations made in a row
+  std::size_t chain;       ///< depth of structures that must not be walked by recursion
+  std::size_t recorded;    ///< objects or operations created in sequence
   std::size_t sessions;    ///< opened, used and closed one after the other
-  std::size_t patterns;    ///< random bit patterns of a number, which make no object
-  std::size_t faults;      ///< places among many at which a fault is let in
+  std::size_t patterns;    ///< random bit patterns of a number, which create no object
+  std::size_t faults;      ///< number of places at which a fault is injected
 };
 
 inline constexpr Sizes kQuick = {100'000, 1, 100'000, 50'000, 200'000, 100, 100'000, 300};
