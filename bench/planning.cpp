@@ -1,5 +1,6 @@
 /// Planning a chain of closures with a host side that costs as little as possible: tasks are made
-/// once and returned again. It uses names that the core doesn't export, so it links the core itself.
+/// once and returned again. It uses names that the core doesn't export, so it links the core
+/// itself.
 #include <benchmark/benchmark.h>
 
 #include <memory>

@@ -94,8 +94,8 @@ void recordOnColumns(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * 5);
 }
 
-/// The same number of operations in chains of a given length, each dropped when it is complete, until
-/// all are freed. Chains are garbage with cycles, so the collector frees them.
+/// The same number of operations in chains of a given length, each dropped when it is complete,
+/// until all are freed. Chains are garbage with cycles, so the collector frees them.
 void recordAndFree(benchmark::State& state) {
   constexpr std::int64_t kOperations = 100'000;
   CoreArrays arrays;

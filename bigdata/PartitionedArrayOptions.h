@@ -5,7 +5,7 @@
 
 namespace bigdata {
 
-/// Settings that travel with an operation.
+/// Settings of an operation.
 class PartitionedArrayOptions : public ki::KalvexManagedObject {
  public:
   static constexpr kcos::NameRef kHostClassName = "kalvex.bigdata.internal.PartitionedArrayOptions";

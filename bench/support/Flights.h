@@ -16,8 +16,8 @@ std::string flightsPath();
 /// As a user of the library writes it: one session, one pass.
 FlightAnswers askOurselves(const std::string& path);
 
-/// As it is written with Arrow alone: its CSV reader on the columns that are needed, its filter, its
-/// aggregates; one thread. Errors: std::runtime_error with Arrow's message.
+/// As it is written with Arrow alone: its CSV reader on the columns that are needed, its filter,
+/// its aggregates; one thread. Errors: std::runtime_error with Arrow's message.
 FlightAnswers askArrow(const std::string& path);
 
 /// Equal except for rounding in the last digits.

@@ -89,7 +89,7 @@ void chunkfun(OptionsPtr options, FunctionPtr function, const RawCall& call);
 void fixedchunkfun(OptionsPtr options, std::size_t numSlices, FunctionPtr function,
                    const RawCall& call);
 
-/// Apply a function to the chunks of each partition; the function is told the partition.
+/// Apply a function to the chunks of each partition and pass it the partition.
 /// `partitionheadfun` reads only the heads of partitions. The results depend on partitioning.
 ///
 /// Errors: also an internal error if an input was complete and so the result is, too.

@@ -57,7 +57,7 @@ def numbers(session, tmp_path):
 
 @pytest.fixture
 def many(session, tmp_path):
-    """The same with a million rows, so many chunks."""
+    """The same with a million rows, which are many chunks."""
     path = tmp_path / "many.csv"
     path.write_text("x\n" + "1\n" * 1_000_000)
     return Recorder(session, path)

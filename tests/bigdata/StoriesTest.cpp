@@ -45,7 +45,7 @@ std::set<std::string> declaredIds() {
 
 /// Each id is the answer of a story line, which is played.
 TEST(ErrorIds, AreEachRaisedByACallFromOutside) {
-  std::set<std::string> told{"KALVEX:bigdata:array:InvalidTallVersion"};  // a warning
+  std::set<std::string> answered{"KALVEX:bigdata:array:InvalidTallVersion"};  // a warning
   const std::regex raised(R"(=> ! (KALVEX:[A-Za-z:]+)?)");
   for (const Scene& scene : readScenes()) {
     for (const std::string& line : scene.lines) {
@@ -53,11 +53,11 @@ TEST(ErrorIds, AreEachRaisedByACallFromOutside) {
       if (!std::regex_search(line, match, raised)) {
         continue;
       }
-      told.insert(match[1].matched ? match[1].str() : "KALVEX:bigdata:array:InternalError");
+      answered.insert(match[1].matched ? match[1].str() : "KALVEX:bigdata:array:InternalError");
     }
   }
   for (const std::string& id : declaredIds()) {
-    EXPECT_TRUE(told.contains(id)) << id;
+    EXPECT_TRUE(answered.contains(id)) << id;
   }
 }
 

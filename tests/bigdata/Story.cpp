@@ -137,7 +137,7 @@ Story::Story() {
     c.out(0, session.loadInstance(unfolded(kv::host::toText(c.in(0))), stored));
   });
   session.defineFunction("equal", [this](const Call& c) {
-    c.out(0, kv::host::makeLogical(told(c.in(0)) == told(c.in(1))));
+    c.out(0, kv::host::makeLogical(textOf(c.in(0)) == textOf(c.in(1))));
   });
   defineSaving();
   session.defineFunction("frame", [](const Call& c) {
@@ -240,7 +240,7 @@ std::string Story::check(Reader& line) {
     session.clearWarnings();
   } else {
     const std::string error = errorOf([&] { answer = evaluate(line); });
-    outcome = error == "no error" ? told(answer.get()) : errorText(error);
+    outcome = error == "no error" ? textOf(answer.get()) : errorText(error);
   }
   const std::size_t at = line.rest.find("=>");
   line.rest.remove_prefix(at + 2);
@@ -278,7 +278,7 @@ kv::host::NativeBody Story::bodyOf(const std::string& text) {
   return [this, text](const Call& c) {
     if (text.starts_with("! ")) {
       const std::string id = text.substr(2);
-      kv::host::raiseWithMessage(id.c_str(), "told by a story");
+      kv::host::raiseWithMessage(id.c_str(), "raised by a story");
     }
     if (text.empty()) {
       return;
@@ -428,7 +428,7 @@ Value Story::called(const std::string& name, int nlhs, const std::vector<Value>&
   return std::move(outputs.at(static_cast<std::size_t>(std::max(nlhs, 1) - 1)));
 }
 
-std::string Story::told(const kxArray* value) {
+std::string Story::textOf(const kxArray* value) {
   if (value == nullptr) {
     return "null";
   }
@@ -439,7 +439,7 @@ std::string Story::told(const kxArray* value) {
     const bool isCell = classId == kxCELL_CLASS;
     for (std::size_t i = 0; i < count; ++i) {
       text += i == 0 ? "" : " ";
-      text += isCell ? told(kxGetCell(value, i)) : kxGetLogicals(value)[i] ? "true" : "false";
+      text += isCell ? textOf(kxGetCell(value, i)) : kxGetLogicals(value)[i] ? "true" : "false";
     }
     return isCell ? "{" + text + "}" : "[" + text + "]";
   }
@@ -447,7 +447,7 @@ std::string Story::told(const kxArray* value) {
     return "[]";
   }
   if (classId == kxSTRUCT_CLASS) {
-    return told(kxGetField(value, 0, "name"));
+    return textOf(kxGetField(value, 0, "name"));
   }
   const std::string name = kxGetClassName(value);
   if (kcos::omIsKCOS(value) && count != 1) {
@@ -457,7 +457,7 @@ std::string Story::told(const kxArray* value) {
     return kv::host::functionName(value) + "()";
   }
   if (name.ends_with(".FunctionHandle")) {
-    return "FunctionHandle " + told(kv::host::getProperty(value, "Handle").get());
+    return "FunctionHandle " + textOf(kv::host::getProperty(value, "Handle").get());
   }
   text = shown(value);
   return text.empty() ? "''" : text;
@@ -470,7 +470,7 @@ std::string Story::trace() {
     text += noted.name.substr(noted.name.rfind('.') + 1) + "(";
     for (const Value& input : noted.inputs) {
       text += text.ends_with('(') ? "" : ", ";
-      text += told(input.get());
+      text += textOf(input.get());
     }
     text += ")";
   }

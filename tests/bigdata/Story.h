@@ -40,7 +40,7 @@ class Story : public LazySession {
   Value primary(Reader& text, int nlhs);
   std::vector<Value> list(Reader& text, char end);
   Value called(const std::string& name, int nlhs, const std::vector<Value>& inputs);
-  std::string told(const kxArray* value);
+  std::string textOf(const kxArray* value);
   std::string trace();
 
   std::map<std::string, Value, std::less<>> things_;

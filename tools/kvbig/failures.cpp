@@ -73,7 +73,7 @@ std::string adviceOnType(const Error& error) {
   return {};
 }
 
-void tell(const Error& error) {
+void print(const Error& error) {
   say(error.what());
   std::string_view said = error.what();
   for (const Error* cause = error.cause().get(); cause != nullptr; cause = cause->cause().get()) {
@@ -100,7 +100,7 @@ ExitCode describeFailure() {
     say("interrupted");
     return kInterrupted;
   } catch (const Error& error) {
-    tell(error);
+    print(error);
     return codeOf(error);
   } catch (const std::exception& error) {
     say(error.what());

@@ -174,7 +174,7 @@ void refuseToReplaceOthers(const std::string& path) {
     }
     throw UsageError(
         fmt::format("\"{}\" already exists and isn't replaced: {}\n"
-                    "Remove it first if you want to replace it.",
+                    "Remove it first to replace it.",
                     path, error.what()));
   }
 }

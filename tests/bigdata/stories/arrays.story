@@ -208,7 +208,7 @@ slicefun(plus, x).ValueFuture.Promise.Closure.Operation.SupportsDirectEvaluation
 strictslicefun(plus, x).ValueFuture.Promise.Closure.Operation.AllowTallDimExpansion => false
 strictslicefun(plus, x).ValueFuture.Promise.Closure.Operation.isSlicewiseFusable() => false
 
-== Partition independence is marked and told
+== Partition independence is marked and reported
 isPartitionIndependent(x, 2) => true
 x.ValueFuture.Promise.setPartitionIndependent(false)
 isPartitionIndependent(2, x) => false
@@ -226,7 +226,7 @@ elementfun(options, plus, x)
 calls => RandStreamFactory() keepAlive(default executor) keepAlive(default executor)
 options.RandStreamFactory => factory
 
-== Arrays tell their executor last that it is in use
+== Arrays notify their executor last that it is in use
 ready(1)
 calls => keepAlive(default executor)
 live('@lazyeval.LazyPartitionedArray') => 2
