@@ -291,7 +291,9 @@ def test_a_plan_reads_no_data(run: Run) -> None:
         ([], ["EXPR is required"]),
     ],
 )
-def test_wrong_usage_is_reported_and_ends_with_2(run: Run, words: list[str], said: list[str]) -> None:
+def test_wrong_usage_is_reported_and_ends_with_2(
+    run: Run, words: list[str], said: list[str]
+) -> None:
     message = run.refusal("small.csv", *words)
     for part in said:
         assert part in message
