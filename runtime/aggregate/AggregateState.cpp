@@ -17,15 +17,15 @@ namespace {
 using enum AggregateKind;
 
 constexpr AggregateFunction kAggregateFunctions[] = {
-    {"sum", Sum, "sum; 0 of none; of integers and logicals exact, in 64 bits"},
-    {"mean", Mean, "arithmetic mean; of logical values the share of true"},
+    {"sum", Sum, "sum; 0 for no rows; exact in 64 bits for integers and logicals"},
+    {"mean", Mean, "arithmetic mean; for logicals the share of true"},
     {"min", Min, "smallest value; texts by the order of their bytes"},
     {"max", Max, "largest value; texts by the order of their bytes"},
     {"count", Count, "number of values that aren't missing, an integer"},
     {"std", Std, "standard deviation, with n - 1"},
     {"var", Var, "variance, with n - 1"},
-    {"any", Any, "true if a value is"},
-    {"all", All, "true if every value is"},
+    {"any", Any, "true if any value is true"},
+    {"all", All, "true if all values are true"},
 };
 
 std::string nameOf(AggregateKind kind) {

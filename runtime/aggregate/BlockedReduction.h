@@ -12,13 +12,13 @@
 
 namespace kv::runtime {
 
-/// Sends values to the block and lane of their ordinal, and blocks to the tree over all blocks.
+/// Adds values to the block and lane of their ordinal, and blocks to the tree over all blocks.
 template <class Lanes>
 class BlockedReduction {
  public:
   using Value = typename Lanes::Value;
 
-  /// Takes in values of rows [firstRow, firstRow + count) of `ordinals`.
+  /// Adds the values of rows [firstRow, firstRow + count) of `ordinals`.
   void add(const double* values, const RowOrdinals& ordinals, std::int64_t firstRow,
            std::int64_t count) {
     if (count > 0 && ordinals.isRange()) {
@@ -60,8 +60,8 @@ class BlockedReduction {
     }
   }
 
-  /// Adds a run of ordinals within the open block: whole groups of lanes at once, the rest one by
-  /// one.
+  /// Adds a run of ordinals within the open block: whole groups of lanes at once, the remainder one
+  /// by one.
   void addPart(const double* values, std::int64_t ordinal, std::int64_t count) {
     const double* end = values + count;
     while (values < end && laneOf(ordinal) != 0) lanes_.add(laneOf(ordinal++), *values++);

@@ -8,11 +8,11 @@
 
 namespace kv::runtime {
 
-/// Merges leaves in the shape of a binary tree over all numbers 0, 1, 2 ..., in which node i of a
-/// level covers nodes 2i and 2i + 1 of the level below, and a missing leaf changes nothing.
+/// Merges leaves in the shape of a binary tree over all numbers 0, 1, 2, ..., in which node i of a
+/// level covers nodes 2i and 2i + 1 of the level below. A missing leaf changes nothing.
 ///
-/// The shape follows from the numbers of the leaves alone, not from how they come. At most 64 nodes
-/// are held: those whose part of the tree isn't complete.
+/// The shape depends only on the numbers of the leaves, not on how they arrive. At most 64 nodes
+/// are stored: those whose part of the tree isn't complete.
 ///
 /// `T` has `void merge(const T& later)`.
 template <class T>
@@ -26,7 +26,7 @@ class FixedTree {
     nodes_.push_back({number, std::move(leaf)});
   }
 
-  /// The value of the root; nothing if there was no leaf.
+  /// The value of the root; empty if there was no leaf.
   std::optional<T> finish() {
     while (nodes_.size() >= 2) mergeLastPair();
     if (nodes_.empty()) return std::nullopt;
@@ -39,7 +39,7 @@ class FixedTree {
     T value;
   };
 
-  /// Height of the smallest subtree that holds both leaves.
+  /// Height of the smallest subtree that contains both leaves.
   static int meetLevel(std::int64_t a, std::int64_t b) {
     return static_cast<int>(std::bit_width(static_cast<std::uint64_t>(a ^ b)));
   }

@@ -1,3 +1,7 @@
+// One accumulator class per way of reducing: sums and moments of floating values in the fixed order
+// of blocks and lanes, exact sums of integers, extremes, counts. Which one runs is decided once per
+// partition by kind and type, so the inner loops are free of branches on either.
+
 #include "aggregate/accumulators.h"
 
 #include <algorithm>
@@ -40,7 +44,7 @@ void forDoubles(const Column& column, Visitor&& visit) {
   });
 }
 
-/// Sums of floating values, and moments of any numbers: in the fixed order of blocks.
+/// Sums of floating values, and moments of any numbers, in the fixed order of blocks.
 template <class Lanes, void (*store)(AggregatePartial&, const typename Lanes::Value&)>
 class BlockedAccumulator final : public Accumulator {
  public:
@@ -77,7 +81,7 @@ class IntegerSumAccumulator final : public Accumulator {
   }
 
  private:
-  /// Up to 32 bits, a block can't overflow 64 bits; wider ones are added in 128 bits.
+  /// For up to 32 bits, a block can't overflow 64 bits; wider integers are added in 128 bits.
   template <class T>
   static WideInteger sumOf(std::span<const T> values) {
     using Sum = std::conditional_t<sizeof(T) < 8, std::int64_t, WideInteger>;
@@ -125,7 +129,7 @@ class ExtremeAccumulator final : public Accumulator {
       return isMin ? Limits::max() : Limits::min();
   }
 
-  /// NaN is neither below nor above anything, and so passes by.
+  /// NaN is neither less nor greater than anything, so it is skipped.
   void take(std::size_t lane, T value) {
     const bool isBetter = isMin ? value < best_[lane] : value > best_[lane];
     best_[lane] = isBetter ? value : best_[lane];
@@ -173,7 +177,7 @@ class TextExtremeAccumulator final : public Accumulator {
   bool hasMissing_ = false;
 };
 
-/// Counts what isn't missing.
+/// Counts the values that aren't missing.
 class CountAccumulator final : public Accumulator {
  public:
   void update(const Column& column, const RowOrdinals&) override {
@@ -232,7 +236,7 @@ std::unique_ptr<Accumulator> makeFor(AggregateKind kind, ElementType type) {
 
 std::unique_ptr<Accumulator> makeAccumulator(AggregateKind kind, MissingRule rule,
                                              ElementType type) {
-  aggregateType(kind, type);  // refuses what isn't defined
+  aggregateType(kind, type);  // refuses undefined combinations
   return rule == MissingRule::Skip ? makeFor<MissingRule::Skip>(kind, type)
                                    : makeFor<MissingRule::Propagate>(kind, type);
 }

@@ -6,14 +6,14 @@
 
 namespace kv::runtime {
 
-/// Gathers the values of one partition for one kind of aggregate and one type of column.
+/// Accumulates the values of one partition for one kind of aggregate and one type of column.
 class AggregateState::Accumulator {
  public:
   virtual ~Accumulator() = default;
 
   virtual void update(const Column& column, const RowOrdinals& ordinals) = 0;
 
-  /// Enters count, words, text and `hasMissing`.
+  /// Writes count, words, text and `hasMissing`.
   virtual void finish(AggregatePartial& partial) = 0;
 };
 
@@ -27,7 +27,7 @@ std::unique_ptr<AggregateState::Accumulator> makeAccumulator(AggregateKind kind,
 /// type.
 void mergePartial(AggregatePartial& partial, const AggregatePartial& later);
 
-/// The answer to what all partitions contributed.
+/// The result from the contributions of all partitions.
 Column answerOf(const AggregatePartial& total);
 
 }  // namespace kv::runtime

@@ -50,7 +50,7 @@ void mergeExtreme(AggregatePartial& partial, const AggregatePartial& later) {
   partial.count += later.count;
 }
 
-/// An answer that is computed in double: +0 and the quiet NaN stand for all their kinds.
+/// A result that is computed in double. All zeros become +0, all NaNs the quiet NaN.
 Column floatingAnswer(const AggregatePartial& total, double value) {
   const double canonical = std::isnan(value) ? kMissing : value + 0.0;
   if (total.type == ElementType::Single) {
@@ -83,7 +83,7 @@ double sumOf(const AggregatePartial& total) {
   return static_cast<double>(loadInteger(total));
 }
 
-/// A sum of integers in its type, never wrapped.
+/// A sum of integers in its type; it never wraps.
 template <class T>
 Column exactSum(const AggregatePartial& total, ElementType type) {
   const WideInteger sum = loadInteger(total);
@@ -106,7 +106,7 @@ Column sumAnswer(const AggregatePartial& total) {
                                      : exactSum<std::int64_t>(total, type);
 }
 
-/// True if the answer is missing because values are, or because an extreme has no values.
+/// True if the result is missing because values are, or because there are none for an extreme.
 bool isMissing(const AggregatePartial& total) {
   if (total.kind == AggregateKind::Count) return false;
   const bool isPoisoned = total.rule == MissingRule::Propagate && total.hasMissing;

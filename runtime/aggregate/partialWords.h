@@ -9,7 +9,7 @@
 
 namespace kv::runtime {
 
-// How the values of accumulators lie in the words of a partial.
+// How the values of accumulators are stored in the words of a partial.
 
 /// Wide enough for any sum of 64-bit integers.
 __extension__ using WideInteger = __int128;
@@ -49,7 +49,7 @@ void storeExtreme(AggregatePartial& partial, T value) {
   if constexpr (std::floating_point<T>) {
     partial.words[0] = std::bit_cast<std::uint64_t>(static_cast<double>(value));
   } else {
-    partial.words[0] = static_cast<std::uint64_t>(value);  // of signed types with its sign
+    partial.words[0] = static_cast<std::uint64_t>(value);  // sign-extended for signed types
   }
 }
 

@@ -10,14 +10,14 @@
 
 namespace kv::runtime {
 
-// The lanes of one block. Both kinds have the same face:
+// The lanes of one block. Both kinds have the same interface:
 //
-//   add(lane, value)          takes in one value
-//   addGroups(values, groups) takes in `groups` times one value for each lane
-//   close()                   gives the value of the block and makes the lanes empty again
+//   add(lane, value)          adds one value
+//   addGroups(values, groups) adds `groups` values to each lane
+//   close()                   returns the value of the block and empties the lanes
 //
-// `add` and `addGroups` do the same arithmetic, so that it doesn't matter which of them a value
-// meets. The loops over lanes have a fixed length and no branch: they become vector instructions.
+// `add` and `addGroups` do the same arithmetic, so it doesn't matter which of them adds a value.
+// The loops over lanes have a fixed length and no branch, so they become vector instructions.
 
 inline constexpr std::size_t kLanes = kReductionLanes;
 
@@ -43,7 +43,7 @@ class SumLanes {
   }
 
   void addGroups(const double* values, std::size_t groups) {
-    LaneValues sums = sums_;  // local, so that they stay in registers
+    LaneValues sums = sums_;  // local copies, which stay in registers
     LaneValues errors = errors_;
     LaneCounts counts = counts_;
     for (std::size_t group = 0; group < groups; ++group, values += kLanes) {

@@ -5,7 +5,7 @@
 
 namespace kv::runtime {
 
-/// Adds `value` to `sum`, and what was rounded off to `error`: exact for finite numbers.
+/// Adds `value` to `sum`, and the rounding error to `error`: exact for finite numbers.
 ///
 /// Source: Knuth, The Art of Computer Programming 2, 4.2.2, Theorem B.
 inline void addExactly(double& sum, double& error, double value) {
@@ -15,7 +15,7 @@ inline void addExactly(double& sum, double& error, double value) {
   sum = total;
 }
 
-/// A sum of floating values with the error that was rounded off on the way.
+/// A sum of floating values together with its accumulated rounding error.
 struct CompensatedSum {
   double sum = 0;
   double error = 0;
@@ -27,7 +27,7 @@ struct CompensatedSum {
     count += later.count;
   }
 
-  /// The sum to all its digits. Once it isn't finite, its error means nothing.
+  /// The sum to full precision. If it isn't finite, the error is meaningless.
   double value() const { return std::isfinite(sum) ? sum + error : sum; }
 };
 

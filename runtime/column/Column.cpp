@@ -36,14 +36,14 @@ constexpr std::array kTypes{
     TypeRow{"unknown", 8, &arrow::float64},
 };
 
-/// Unknown is the last.
+/// Unknown comes last and has no Arrow type.
 constexpr std::size_t kDataTypes = kTypes.size() - 1;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 const TypeRow& rowOf(ElementType type) { return kTypes[static_cast<std::size_t>(type)]; }
 
-/// Bytes of the validity bitmap of `rows` rows, none when the column has none.
+/// Bytes of the validity bitmap; 0 if the column has none.
 std::int64_t bitmapBytes(const arrow::ArrayData& data) {
   return data.buffers[0] ? arrow::bit_util::BytesForBits(data.length) : 0;
 }

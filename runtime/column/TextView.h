@@ -10,7 +10,7 @@
 
 namespace kv::runtime {
 
-/// The rows of a String column, with its buffers at hand: for loops over many rows.
+/// The rows of a String column with direct access to its buffers, for loops over many rows.
 ///
 /// Requires: the column is of type String, and outlives the view.
 class TextView {

@@ -11,20 +11,20 @@
 
 namespace kv::runtime {
 
-/// A new buffer of `bytes` bytes, whose contents are undefined, from Arrow's default memory pool.
+/// A new buffer of `bytes` bytes with undefined content, from Arrow's default memory pool.
 ///
-/// Errors: std::bad_alloc when memory is short.
+/// Errors: std::bad_alloc if memory runs out.
 std::shared_ptr<arrow::Buffer> allocateBuffer(std::int64_t bytes);
 
-/// Errors: std::bad_alloc if `status` says that memory is short. What else it says is for the
-///         caller, who would take want of memory for a fault of the data otherwise.
+/// Errors: std::bad_alloc if `status` reports lack of memory. All other statuses are left to the
+///         caller, who would otherwise take lack of memory for a fault of the data.
 void throwIfOutOfMemory(const arrow::Status& status);
 
-/// Turns a status of Arrow into our exceptions, without its text.
+/// Turns a status of Arrow into one of our exceptions, without Arrow's text.
 ///
-/// Errors: std::bad_alloc when memory is short; "KALVEX:memory:TextTooLarge" for texts of more than
-///         2 GiB in one column (FunctionError); std::logic_error for a status that only a fault of
-///         ours explains.
+/// Errors: std::bad_alloc if memory runs out; "KALVEX:memory:TextTooLarge" for more than 2 GiB of
+///         text in one column (FunctionError); std::logic_error for a status that only a fault of
+///         ours can cause.
 void checkArrow(const arrow::Status& status);
 
 /// A column of one row that holds `value`.

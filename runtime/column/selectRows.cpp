@@ -1,3 +1,7 @@
+// A filter is the most common step, so it runs without branches: the indices of kept rows are
+// written once, and every column is copied through them. If all rows are kept, the chunk itself is
+// returned.
+
 #include "kv/runtime/selectRows.h"
 
 #include <arrow/array/data.h>
@@ -39,9 +43,9 @@ void checkKeep(const Chunk& chunk, const Column& keep) {
   }
 }
 
-/// The rows that are true. Writes every row and advances past the ones that stay: no branch.
+/// The rows that are true. Writes every row and advances after those that are kept: no branch.
 Rows keptRows(std::span<const std::uint8_t> keep, std::size_t count) {
-  Rows kept(count + 1);  // one more, for rows after the last that stays
+  Rows kept(count + 1);  // one more, for rows after the last kept one
   std::size_t next = 0;
   for (std::size_t row = 0; row < keep.size(); ++row) {
     kept[next] = static_cast<std::int64_t>(row);
@@ -62,7 +66,7 @@ Column selectNumbers(const Column& column, const Rows& kept) {
   return Column(column.type(), static_cast<std::int64_t>(kept.size()), std::move(buffer));
 }
 
-/// Writes where the texts that stay begin and end, and returns how many bytes they have.
+/// Writes the offsets of the kept texts and returns their number of bytes.
 std::int64_t selectOffsets(const TextView& texts, const Rows& kept, std::int32_t* offsets) {
   std::int32_t end = 0;
   offsets[0] = end;
@@ -73,7 +77,7 @@ std::int64_t selectOffsets(const TextView& texts, const Rows& kept, std::int32_t
   return end;
 }
 
-/// The validity bits of the texts that stay, and how many of them are missing.
+/// The validity bits of the kept texts, and how many of them are missing.
 std::pair<std::shared_ptr<arrow::Buffer>, std::int64_t> selectValidity(const TextView& texts,
                                                                        const Rows& kept) {
   const auto rows = static_cast<std::int64_t>(kept.size());

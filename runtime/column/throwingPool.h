@@ -4,8 +4,9 @@
 
 namespace kv::runtime {
 
-/// Arrow's default memory pool, which throws std::bad_alloc where memory is short instead of saying
-/// so: Arrow's CSV parser ends the process when it is told, but lets an exception pass.
+/// Arrow's default memory pool, which throws std::bad_alloc when memory runs out instead of
+/// returning a status: Arrow's CSV parser ends the process for that status, but passes on an
+/// exception.
 ///
 /// Lives: as long as the process. Threads: any.
 arrow::MemoryPool* throwingPool();

@@ -10,7 +10,7 @@
 
 namespace kv::runtime {
 
-/// An input of numbers on its way through the blocks: converted to the computing type where needed.
+/// A numeric input that is read block by block, converted to the computing type if needed.
 class BlockInput {
  public:
   BlockInput(const Operand& operand, ElementType compute)
@@ -24,7 +24,7 @@ class BlockInput {
 
   bool isScalar() const { return isScalar_; }
 
-  /// The elements of [first, first + count), or the scalar; good until the next call.
+  /// The elements of [first, first + count), or the scalar; valid until the next call.
   const void* block(std::size_t first, std::size_t count) {
     if (isScalar_) return converted_.empty() ? elements(0) : converted_.data();
     if (!cast_) return elements(first);

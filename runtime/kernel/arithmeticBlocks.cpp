@@ -9,8 +9,8 @@ namespace kv::runtime {
 
 namespace {
 
-/// Integers compute in `wide` types, so that they wrap: unsigned, and at least as wide as int,
-/// because narrower ones would be promoted to int, which may overflow.
+/// Integers are computed in `wide` types so that they wrap: unsigned, and at least as wide as int,
+/// because narrower types would be promoted to int, which may overflow.
 template <class T>
 using Wide = std::make_unsigned_t<std::common_type_t<T, int>>;
 
@@ -72,7 +72,7 @@ struct Power {
     return b == 2 ? a * a : std::pow(a, b);
   }
 
-  /// By squaring. Of b < 0 the result means nothing; the evaluation refuses it before.
+  /// By repeated squaring. For b < 0 the result is meaningless; the evaluation refuses it before.
   template <std::integral T>
   static T apply(T a, T b) {
     auto base = wide(a);
@@ -85,7 +85,7 @@ struct Power {
   }
 };
 
-/// The remainder with the sign of the divisor, as Python's `%`.
+/// The remainder with the sign of the divisor, like Python's `%`.
 struct Mod {
   template <std::floating_point T>
   static T apply(T a, T b) {
@@ -117,7 +117,7 @@ bool isNan(T value) {
     return false;
 }
 
-/// The smaller of two; NaN if one is.
+/// The smaller of two; NaN if either is NaN.
 struct Minimum {
   template <class T>
   static T apply(T a, T b) {
@@ -125,7 +125,7 @@ struct Minimum {
   }
 };
 
-/// The larger of two; NaN if one is.
+/// The larger of two; NaN if either is NaN.
 struct Maximum {
   template <class T>
   static T apply(T a, T b) {
@@ -135,7 +135,7 @@ struct Maximum {
 
 }  // namespace
 
-// Of logical values, plus is "or", times is "and", and minus has no meaning.
+// For logical values, plus is "or", times is "and", and minus isn't defined.
 const BlockTable kPlusBlocks = binaryLogical<Maximum>(binaryIntegers<Plus>(binaryFloating<Plus>()));
 const BlockTable kMinusBlocks = binaryIntegers<Minus>(binaryFloating<Minus>());
 const BlockTable kTimesBlocks =

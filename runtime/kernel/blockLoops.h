@@ -8,9 +8,9 @@
 
 namespace kv::runtime {
 
-// Loops over a block around a function of one element. They are as plain as they are so that the
-// compiler vectorises them. An operation `Op` is a type with a static function `apply` of one or
-// two elements of type T; what it returns is the element type of the output.
+// Loops over a block that apply a function of one element. They are kept plain so that the compiler
+// vectorises them. An operation `Op` is a type with a static function `apply` of one or two
+// elements of type T; its return type is the element type of the output.
 
 template <class Op, class T>
 void unaryLoop(const void* input, const void*, void* output, std::size_t count) {
@@ -38,7 +38,7 @@ void binaryLoop(const void* left, const void* right, void* output, std::size_t c
   }
 }
 
-/// Enters the loops of `Op` over the C++ type of each element type named.
+/// Sets the loops of `Op` over the C++ type of each given element type.
 template <class Op, ElementType... types>
 constexpr BlockTable unaryBlocks(BlockTable table = {}) {
   ((table[indexOf(types)] = {&unaryLoop<Op, ElementOf<types>>, nullptr, nullptr}), ...);
@@ -54,7 +54,7 @@ constexpr BlockTable binaryBlocks(BlockTable table = {}) {
   return table;
 }
 
-// The same over sets of types; calls nest: `unaryIntegers<Op>(unaryFloating<Op>())`.
+// The same for sets of types; calls nest: `unaryIntegers<Op>(unaryFloating<Op>())`.
 
 template <class Op>
 constexpr BlockTable unaryFloating(BlockTable table = {}) {

@@ -1,3 +1,7 @@
+// A choice reads two inputs and a condition, any of which may be a scalar or have another type than
+// the result. Inputs are converted and repeated block by block into small buffers, so that a single
+// loop per type serves all combinations.
+
 #include "kernel/choice.h"
 
 #include <arrow/array/builder_binary.h>
@@ -19,7 +23,7 @@ namespace kv::runtime {
 
 namespace {
 
-/// An input whose scalar is spread over a block, so that one loop serves every mix of scalars.
+/// An input whose scalar is repeated over a block, so that one loop serves every mix of scalars.
 class SpreadInput {
  public:
   SpreadInput(const Operand& operand, ElementType type) : input_(operand, type) {

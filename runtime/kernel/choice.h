@@ -6,17 +6,17 @@
 
 namespace kv::runtime {
 
-/// Each row from `chosen` where `condition` is true, else from `other`; NaN stays NaN.
+/// Each row from `chosen` if `condition` is true, otherwise from `other`; NaN stays NaN.
 ///
 /// Shapes: an input has `rows` rows, or one if it is scalar.
 /// Requires: the condition is logical; the type of each side promotes to `type`.
-/// Errors: std::bad_alloc when memory is short.
+/// Errors: std::bad_alloc if memory runs out.
 Column chooseNumbers(const Operand& condition, const Operand& chosen, const Operand& other,
                      ElementType type, std::int64_t rows);
 
-/// The same for texts; what is missing stays missing.
+/// The same for texts; missing texts stay missing.
 ///
-/// Errors: std::bad_alloc when memory is short, and beyond the 2^31 bytes of Arrow's utf8 columns.
+/// Errors: std::bad_alloc if memory runs out, and beyond the 2^31 bytes of Arrow's utf8 columns.
 Column chooseTexts(const Operand& condition, const Operand& chosen, const Operand& other,
                    std::int64_t rows);
 

@@ -5,7 +5,7 @@ namespace kv::runtime {
 
 namespace {
 
-// Bitwise operators on purpose: they leave no branch in the loops. Of NaN each of them is false.
+// Bitwise operators on purpose: they leave no branch in the loops. All are false for NaN.
 
 struct Eq {
   template <class T>

@@ -1,3 +1,8 @@
+// A constant that the user wrote has no type of its own: it takes the type with which it is
+// combined, as Python's scalars do in NumPy. This file decides that type, refuses constants that
+// don't fit it, and keeps comparisons of integers with large or fractional constants exact.
+// Operations on constants only give a constant again, so that (1 + 1) adapts like 2.
+
 #include "kernel/constants.h"
 
 #include <fmt/format.h>
@@ -43,8 +48,8 @@ auto visitConstant(const Operand& operand, auto&& visit) {
   }
 }
 
-/// True if `value` can be an element of type `type` without a change, rounding to floating types
-/// apart.
+/// True if `value` can be an element of type `type` without a change, except for rounding to a
+/// floating type.
 template <class Value>
 bool fits(Value value, ElementType type) {
   if (!isInteger(type)) return true;
@@ -61,11 +66,11 @@ std::string textOf(const Operand& constant) {
   return visitConstant(constant, [](auto value) { return fmt::format("{}", value); });
 }
 
-/// Refuses a whole number that isn't a double.
+/// Refuses a whole number that isn't exact as a double.
 template <class Value>
 void requireExact(Value whole) {
   if constexpr (std::integral<Value>) {
-    constexpr double kBeyond = 18446744073709551616.0;  // 2^64: its conversion back isn't defined
+    constexpr double kBeyond = 18446744073709551616.0;  // 2^64: converting it back is undefined
     const auto nearest = static_cast<double>(whole);
     using Wide = std::conditional_t<std::is_signed_v<Value>, std::int64_t, std::uint64_t>;
     constexpr double kLimit = std::is_signed_v<Value> ? kBeyond / 2 : kBeyond;
@@ -78,7 +83,7 @@ void requireExact(Value whole) {
   }
 }
 
-/// The constant as a scalar of type `type`, weak no longer.
+/// The constant as a scalar of type `type`, no longer weak.
 ///
 /// Requires: it fits.
 /// Errors: "KALVEX:array:NotExact".
@@ -90,14 +95,14 @@ Operand constantAs(const Operand& constant, ElementType type) {
   });
 }
 
-/// A constant that no integer can be, beyond all of them.
+/// A constant that is beyond all integers.
 Operand beyondAll(const Operand& constant) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
   const bool isBelow = visitConstant(constant, [](auto value) { return value < 0; });
   return scalarOf(ElementType::Double, isBelow ? -kInfinity : kInfinity, true);
 }
 
-/// A double that is a whole number as an integer, so that integers are compared with it exactly.
+/// A double with a whole value as an integer, so that it is compared with integers exactly.
 Operand asWhole(const Operand& constant, bool meetsIntegers) {
   if (constant.column.type() != ElementType::Double) return constant;
   const double value = constant.column.values<double>()[0];
@@ -133,18 +138,18 @@ ElementType computingType(const ElementFunction& function, std::span<const Opera
   return resolve(function, types).compute;
 }
 
-/// Logicals count as numbers where the result would be of a small type.
+/// True if logicals count as numbers, since the result would otherwise be of a small type.
 bool computesInNumbers(TypeRule rule) {
   return rule == TypeRule::Floating || rule == TypeRule::Counting || rule == TypeRule::Power;
 }
 
-/// True if whole numbers give whole numbers where the result is one.
+/// True if whole numbers give a whole number whenever the result is one.
 bool keepsWholes(TypeRule rule) {
   return rule == TypeRule::Promoted || rule == TypeRule::Counting || rule == TypeRule::Power ||
          rule == TypeRule::Choice;
 }
 
-/// A number among constants alone, as it is computed with.
+/// A numeric constant in the form in which constants are combined.
 Operand foldingInput(const ElementFunction& function, const Operand& constant) {
   const ElementType type = constant.column.type();
   const bool stays = type == ElementType::String ||
@@ -152,7 +157,7 @@ Operand foldingInput(const ElementFunction& function, const Operand& constant) {
   return stays ? Operand{constant.column, true, false} : constantAs(constant, ElementType::Double);
 }
 
-/// True for a double that can be written as an integer, which -0 can't.
+/// True for a double that can be written as an integer; false for -0.
 bool isWhole(double value) {
   const bool isNegativeZero = value == 0 && std::signbit(value);
   return std::trunc(value) == value && std::abs(value) <= kLargestExactWhole && !isNegativeZero;
@@ -169,7 +174,7 @@ void refuseNegativePowers(const ElementFunction& function, const Column& exponen
       if (found == values.end()) return;
       throw FunctionError(
           "KALVEX:function:NegativePower", {std::string(function.name), fmt::format("{}", *found)},
-          fmt::format("{0}: an integer to the power of the negative integer {1} is no integer. "
+          fmt::format("{0}: an integer to the power of the negative integer {1} isn't an integer. "
                       "Make one of them a double, as in x ^ {1}.0.",
                       function.name, *found));
     }

@@ -4,7 +4,7 @@
 
 namespace kv::runtime {
 
-// The block functions of the table of element functions, named by their rows.
+// The block functions of the table of element functions, named after their rows.
 
 // arithmeticBlocks.cpp
 extern const BlockTable kPlusBlocks;
@@ -46,7 +46,7 @@ extern const BlockTable kRoundBlocks;
 extern const BlockTable kIsnanBlocks;
 extern const BlockTable kIsfiniteBlocks;
 
-// textFunctions.cpp: compare by the order of UTF-8 bytes; a missing text makes them false.
+// textFunctions.cpp: compare by the order of UTF-8 bytes; false if a text is missing.
 void textEq(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output);
 void textNe(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output);
 void textLt(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output);

@@ -65,7 +65,7 @@ void evaluateNumbers(const ElementFunction& function, std::span<const Operand> o
 
 bool isMissing(const Operand& operand) { return operand.column.isMissing(); }
 
-/// NaN in the place of a missing integer or logical, for functions that look for missing values.
+/// NaN instead of a missing integer or logical, for functions that test for missing values.
 std::vector<Operand> withNaNs(std::span<const Operand> inputs) {
   std::vector<Operand> replaced(inputs.begin(), inputs.end());
   for (Operand& input : replaced) {
@@ -102,7 +102,7 @@ Column evaluateChoice(const ElementFunction& function, std::span<const Operand> 
                                   function.name, name));
 }
 
-/// What a missing input makes of a function; none if its blocks can work with all inputs.
+/// The result for a missing input; empty if the blocks can compute with all inputs.
 std::optional<Column> missingAnswer(const ElementFunction& function,
                                     std::span<const Operand> inputs, ElementType result,
                                     std::int64_t rows) {

@@ -16,7 +16,7 @@ struct Abs {
       return std::abs(a);
     } else {
       using Unsigned =
-          std::make_unsigned_t<T>;  // the smallest integer has no absolute value: wraps
+          std::make_unsigned_t<T>;  // the smallest integer has no absolute value, so it wraps
       return a < T{1} ? static_cast<T>(Unsigned{0} - static_cast<Unsigned>(a)) : a;
     }
   }
@@ -132,7 +132,7 @@ struct IsFinite {
   }
 };
 
-/// A function that rounds, which leaves whole numbers as they are.
+/// A rounding function, which doesn't change whole numbers.
 template <class Op>
 constexpr BlockTable rounding() {
   return unaryLogical<Same>(unaryIntegers<Same>(unaryFloating<Op>()));

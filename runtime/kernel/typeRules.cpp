@@ -1,3 +1,6 @@
+// The result type of each element function, as in NumPy. Constants that the user wrote are weak:
+// they raise the kind of the common type (logical, integer, floating) but not its width.
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -11,7 +14,7 @@ namespace kv::runtime {
 
 namespace {
 
-/// The kinds of numbers, each of which takes in the ones before it.
+/// The kinds of numbers; each includes the ones before it.
 enum class Kind : std::uint8_t { Logical, Integer, Floating };
 
 Kind kindOf(ElementType type) {
@@ -43,7 +46,7 @@ ElementType promoteIntegers(ElementType a, ElementType b) {
                       fmt::format("{} is not defined for {}.", function.name, list));
 }
 
-/// The common type of numbers, constants among them.
+/// The common type of numbers, including constants.
 ElementType commonType(std::span<const OperandType> types) {
   const bool allWeak = std::ranges::all_of(types, &OperandType::isWeak);
   bool isFirst = true;
@@ -94,7 +97,7 @@ Signature applyRule(TypeRule rule, ElementType common) {
 
 bool isText(const OperandType& type) { return type.type == ElementType::String; }
 
-/// The type of what is chosen; the condition takes no part in it.
+/// The type of the chosen values; the condition doesn't affect it.
 Signature resolveChoice(const ElementFunction& function, std::span<const OperandType> types) {
   if (types[0].type != ElementType::Logical) {
     const std::string name(function.name);

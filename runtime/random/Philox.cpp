@@ -8,7 +8,7 @@ namespace {
 constexpr std::uint32_t kMultiplier0 = 0xD2511F53;
 constexpr std::uint32_t kMultiplier1 = 0xCD9E8D57;
 constexpr std::uint32_t kKeyStep0 = 0x9E3779B9;  // the golden ratio
-constexpr std::uint32_t kKeyStep1 = 0xBB67AE85;  // the root of 3, less 1
+constexpr std::uint32_t kKeyStep1 = 0xBB67AE85;  // the square root of 3, minus 1
 constexpr int kRounds = 10;
 
 std::uint32_t low(std::uint64_t bits) { return static_cast<std::uint32_t>(bits); }

@@ -10,14 +10,14 @@ namespace kv::runtime {
 std::array<std::uint32_t, 4> philox4x32(std::array<std::uint32_t, 4> counter,
                                         std::array<std::uint32_t, 2> key);
 
-/// A stream of random numbers that follows from a seed and a partition alone; no two streams share
-/// a number before 2^65 of them.
+/// A stream of random numbers that depends only on a seed and a partition. No two streams share a
+/// number before 2^65 of them.
 class PhiloxStream {
  public:
-  /// The stream behind its first `drawn` numbers.
+  /// The stream after its first `drawn` numbers.
   PhiloxStream(std::uint64_t seed, std::uint64_t partition, std::uint64_t drawn = 0);
 
-  /// How many numbers it has given.
+  /// The number of random numbers drawn so far.
   std::uint64_t drawn() const { return drawn_; }
 
   /// The next 64 random bits.
@@ -32,7 +32,7 @@ class PhiloxStream {
   std::array<std::uint32_t, 2> key_;
   std::uint64_t partition_;
   std::uint64_t drawn_;                   ///< numbers so far; each block gives two
-  std::array<std::uint32_t, 4> block_{};  ///< the one that number `drawn_` is in
+  std::array<std::uint32_t, 4> block_{};  ///< the block that contains number `drawn_`
 };
 
 }  // namespace kv::runtime

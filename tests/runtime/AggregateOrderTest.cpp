@@ -18,7 +18,7 @@ namespace {
 
 using enum ElementType;
 
-/// Values of very different sizes, some missing: sums of them show every change of order.
+/// Values of very different sizes, some missing, so that sums reveal every change of order.
 class AggregateOrder : public testing::Test {
  protected:
   std::vector<double> wildValues(std::size_t count, double missingShare) {
@@ -54,7 +54,7 @@ Chunk chunkOf(const Column& column, std::int64_t first, std::int64_t rows) {
   return chunk;
 }
 
-/// All kinds that numbers have, for both rules, as bytes.
+/// All kinds of aggregates of numbers, for both rules, as bytes.
 template <class NextLength>
 std::string reduceAll(const Column& column, const Column& keep, NextLength&& nextLength) {
   std::string bytes;
@@ -137,7 +137,7 @@ TEST_F(AggregateOrder, VariancesSurviveALargeMean) {
   for (double& value : values) {
     value = 1e9 + normal_(random_);
   }
-  values[0] = 0;  // a first value far from all others is the worst shift of a block
+  values[0] = 0;  // a first value far from all others is the worst shift for a block
   const auto count = static_cast<long double>(values.size());
   const long double mean = std::accumulate(values.begin(), values.end(), 0.0L) / count;
   long double squares = 0;

@@ -23,7 +23,7 @@ AggregatePartial partialOf(std::string_view name, MissingRule rule, const Column
   return state.finish();
 }
 
-/// The answer for partitions that hold these columns.
+/// The result for partitions with these columns.
 Column answer(std::string_view name, MissingRule rule, const std::vector<Column>& partitions) {
   std::vector<AggregatePartial> partials;
   for (const Column& column : partitions) {
@@ -82,7 +82,7 @@ TEST(Aggregates, AnswersForSmallColumns) {
       {"any", logicals({}), 0, 0, Logical},
       {"all", logicals({}), 1, 1, Logical},
       {"count", texts({"a", std::nullopt}), 1, 1, Int64},
-      // What was computed from a missing integer or logical.
+      // Results computed from a missing integer or logical.
       {"sum", missingColumn(Int8, 3), 0, kNaN, Int64},
       {"mean", missingColumn(UInt64, 3), kNaN, kNaN, Double},
       {"max", missingColumn(Int8, 3), kNaN, kNaN, Int8},
@@ -157,7 +157,7 @@ TEST(Aggregates, APartitionWithoutValuesChangesNothing) {
   }
 }
 
-TEST(Aggregates, WhatIsNotDefinedIsRefused) {
+TEST(Aggregates, UndefinedCombinationsAreRefused) {
   const std::string kBadTypes = "KALVEX:function:BadTypes";
   EXPECT_EQ(idOfError([] { answer("sum", Skip, {texts({"a"})}); }), kBadTypes);
   EXPECT_EQ(idOfError([] { answer("any", Skip, {doubles({1})}); }), kBadTypes);
@@ -174,7 +174,7 @@ TEST(Aggregates, WhatIsNotDefinedIsRefused) {
             "KALVEX:function:BadPartial");
 }
 
-TEST(AggregatePartial, BytesGoRoundAndCutOnesAreRefused) {
+TEST(AggregatePartial, BytesRoundTripAndTruncatedOnesAreRefused) {
   const struct {
     std::string_view name;
     Column column;
@@ -215,13 +215,13 @@ TEST(AggregatePartial, ForeignBytesAreRefused) {
   }
 }
 
-/// Says how it was merged.
+/// Records how it was merged.
 struct Trace {
   std::string text;
   void merge(const Trace& later) { text = "(" + text + " " + later.text + ")"; }
 };
 
-TEST(FixedTree, ItsShapeFollowsFromTheNumbersOfLeaves) {
+TEST(FixedTree, ItsShapeDependsOnlyOnTheNumbersOfLeaves) {
   const struct {
     std::vector<std::int64_t> leaves;
     std::string shape;

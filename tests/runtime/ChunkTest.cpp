@@ -49,7 +49,7 @@ TEST(Column, SlicesShareItsBuffers) {
   EXPECT_EQ(part.byteSize(), 8);
 }
 
-TEST(Column, OfTextTellsMissingFromEmptyInSlicesToo) {
+TEST(Column, OfTextDistinguishesMissingFromEmptyInSlicesToo) {
   const Column part = threeTexts().slice(1, 2);
   EXPECT_TRUE(part.isMissingText(0));
   EXPECT_EQ(part.text(0), "");

@@ -22,7 +22,7 @@ struct FileContent {
   std::int64_t rows = 0;
 };
 
-/// Fields of all records, column by column within a block of one row.
+/// Fields of all records, column by column within a block.
 FileContent readInBlocksOf(std::int64_t bytes, const SourceFile& file) {
   CsvBlocks blocks(file, bytes);
   FileContent content;
@@ -59,7 +59,7 @@ TEST(CsvBlocks, GiveTheSameRecordsWhereverBlocksEnd) {
   }
 }
 
-TEST(TextLength, EndsAtTheFirstByteThatIsNoText) {
+TEST(TextLength, EndsAtTheFirstByteThatIsntText) {
   const std::string ascii(1000, 'a');
   EXPECT_EQ(textLength(""), 0U);
   EXPECT_EQ(textLength(ascii), 1000U);

@@ -58,7 +58,7 @@ class CsvDatastore : public testing::Test {
   TempFolder folder_;
 };
 
-TEST_F(CsvDatastore, InfersNumbersAndTextsAndFillsWhatIsMissing) {
+TEST_F(CsvDatastore, InfersNumbersAndTextsAndFillsMissingFields) {
   const auto source = table(
       "number,text,mixed,nothing,when\n"
       "1,a,1,,2013-01-01\n"
@@ -104,7 +104,7 @@ TEST_F(CsvDatastore, KeepsLineEndsCommasAndCharactersOfAnyScriptInQuotes) {
   EXPECT_THAT(allTexts(*source, "ort"), ElementsAre("a\nb,\r\nc", "東京"));
 }
 
-TEST_F(CsvDatastore, GivesTheTypesThatItsUserFixed) {
+TEST_F(CsvDatastore, UsesTheTypesThatItsUserSet) {
   const char* text = "a,b,c,d,e=f\n1,-3,true,4.5,7\n2,4,0,,8\n";
   const auto source = table(
       text, {{"a", "int64"}, {"b", "int8"}, {"c", "logical"}, {"d", "single"}, {"e=f", "string"}});
@@ -121,7 +121,7 @@ TEST_F(CsvDatastore, GivesTheTypesThatItsUserFixed) {
   EXPECT_EQ(parseTypeOverride("e=f=string").column, "e=f");
 }
 
-TEST_F(CsvDatastore, KeepsWholeNumbersExactWhereTheTypeHoldsThem) {
+TEST_F(CsvDatastore, KeepsWholeNumbersExactIfTheTypeFits) {
   const auto exact = table("a\n9007199254740993\n-9223372036854775808\n", {{"a", "int64"}});
   EXPECT_THAT(allValues<std::int64_t>(*exact, "a"),
               ElementsAre(9007199254740993, std::numeric_limits<std::int64_t>::min()));
@@ -130,7 +130,7 @@ TEST_F(CsvDatastore, KeepsWholeNumbersExactWhereTheTypeHoldsThem) {
               doubles({9007199254740992.0, 1e300, -9007199254740994.0, HUGE_VAL}));
 }
 
-TEST_F(CsvDatastore, GivesTheColumnsAskedForInTheOrderAskedFor) {
+TEST_F(CsvDatastore, GivesTheRequestedColumnsInTheRequestedOrder) {
   const auto source = table("a,b,c\n1,2,3\n");
   readAll(*source, {"c", "a", "c"}, [](const Chunk& chunk) {
     EXPECT_EQ(chunk.columns[0].values<double>()[0], 3);
@@ -261,7 +261,7 @@ TEST_F(CsvDatastore, InfersATypeFromTheFirstBlockOrFileThatHasAValue) {
   EXPECT_EQ(allTexts(*whole, "t").back(), "a");
 }
 
-TEST_F(CsvDatastore, GivesEveryColumnANameOfItsOwn) {
+TEST_F(CsvDatastore, GivesEveryColumnAUniqueName) {
   const std::pair<const char*, std::vector<std::string>> headers[] = {
       {"a,b,a,a", {"a", "b", "a.2", "a.3"}},
       {"a,a,a.2", {"a", "a.3", "a.2"}},
@@ -277,7 +277,7 @@ TEST_F(CsvDatastore, GivesEveryColumnANameOfItsOwn) {
   }
 }
 
-TEST_F(CsvDatastore, IsIdentifiedByAllThatDeterminesItsRowsAndTypes) {
+TEST_F(CsvDatastore, IsIdentifiedByEverythingThatDeterminesItsRowsAndTypes) {
   const auto inferred = table("x,t\n1,a\n");
   const std::string path = folder_.path("table.csv");
   EXPECT_EQ(openCsv({path}, {{"x", "double"}})->fingerprint(), inferred->fingerprint());
@@ -354,7 +354,7 @@ TEST_F(CsvDatastore, NoticesAFileThatChangesWhileItIsRead) {
       << "a write in the same tick of the clock would go unnoticed";
 }
 
-TEST_F(CsvDatastore, RefusesAFileThatIsWrittenAllTheTime) {
+TEST_F(CsvDatastore, RefusesAFileThatIsWrittenWithoutPause) {
   const std::string path = folder_.write("busy.csv", "x\n");
   const std::jthread writer([&](const std::stop_token& stop) {
     while (!stop.stop_requested()) {
@@ -364,7 +364,7 @@ TEST_F(CsvDatastore, RefusesAFileThatIsWrittenAllTheTime) {
   });
   const DataError error = dataErrorOf([&] {
     for (int look = 0; look < 100; ++look) {
-      SourceFile::look(path);  // the writer may be held up
+      SourceFile::look(path);  // the writer may be delayed
     }
   });
   EXPECT_EQ(error.id(), "KALVEX:datastore:FileNotReadable");

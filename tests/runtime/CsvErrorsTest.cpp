@@ -45,7 +45,7 @@ void expectError(const TempFolder& folder, const BadFile& bad) {
   }
 }
 
-TEST(CsvErrors, NameTheFormThatIsWrong) {
+TEST(CsvErrors, NameTheFormatFault) {
   const TempFolder folder;
   const std::string manyRows = [] {
     std::string rows;
@@ -125,7 +125,7 @@ TEST(CsvErrors, NameTheFieldThatAColumnCannotHold) {
   }
 }
 
-TEST(CsvErrors, ShowTheBeginningOfWhatIsLong) {
+TEST(CsvErrors, ShowTheBeginningOfLongTexts) {
   const TempFolder folder;
   std::string longText = "x";
   for (int i = 0; i < 1'000'000; ++i) {
@@ -153,7 +153,7 @@ TEST(CsvErrors, ShowTheBeginningOfWhatIsLong) {
   EXPECT_THAT(message, testing::HasSubstr("c39 and 99960 more"));
 }
 
-TEST(CsvErrors, NameWhatIsNotThere) {
+TEST(CsvErrors, NameWhatDoesntExist) {
   const TempFolder folder;
   const std::string file = folder.write("a.csv", "x,y\n1,2\n");
   const std::string other = folder.write("b.csv", "y,x\n1,2\n");
@@ -217,7 +217,7 @@ TEST(CsvErrors, NameWhatIsNotThere) {
             "KALVEX:datastore:BadTypeOverride");
 }
 
-TEST(CsvErrors, OfTheFormComeForAnyColumnsAndOfAFieldForItsColumnOnly) {
+TEST(CsvErrors, OfTheFormatComeForAnyColumnsAndOfAFieldOnlyForItsColumn) {
   const TempFolder folder;
   std::string rows;
   for (int i = 0; i < 400000; ++i) {

@@ -31,7 +31,7 @@ constexpr Row kFaults[] = {
     {"a short read", Fault::Kind::shorten, 0},
 };
 
-/// Two files in a folder, the first of several blocks; a late value decides the type of a column.
+/// Two files in a folder; the first has several blocks, and a late value decides a column's type.
 class CsvFaults : public testing::Test {
  protected:
   void SetUp() override {
@@ -46,7 +46,7 @@ class CsvFaults : public testing::Test {
     folder_.write("b.csv", "x,t,more\n2,text,\n");
   }
 
-  /// "read", another sum, or an error that is as it must be as "told".
+  /// "read", another sum, or "reported" for an error that is as it must be.
   std::string outcomeOf(const std::string& reason) {
     try {
       double sum = 0;
@@ -58,17 +58,17 @@ class CsvFaults : public testing::Test {
       return sum == 302 ? "read" : "sum " + std::to_string(sum);
     } catch (const DataError& error) {
       const std::string text = error.what();
-      const bool isTold = text.find(folder_.path()) != std::string::npos &&
-                          text.find(reason) != std::string::npos &&
-                          error.id() == "KALVEX:datastore:FileNotReadable";
-      return isTold ? "told" : error.id() + ": " + text;
+      const bool isReported = text.find(folder_.path()) != std::string::npos &&
+                              text.find(reason) != std::string::npos &&
+                              error.id() == "KALVEX:datastore:FileNotReadable";
+      return isReported ? "reported" : error.id() + ": " + text;
     }
   }
 
   TempFolder folder_;
 };
 
-TEST_F(CsvFaults, AFailingCallIsToldOrHasNoConsequence) {
+TEST_F(CsvFaults, AFailingCallIsReportedOrHasNoConsequence) {
   const TracedRun whole = runTraced([&] { return outcomeOf(""); });
   ASSERT_EQ(*whole.outcome, "read");
   for (const Row& row : kFaults) {
@@ -81,14 +81,14 @@ TEST_F(CsvFaults, AFailingCallIsToldOrHasNoConsequence) {
       const TracedRun run = runTraced(
           [&] {
             const std::string first = outcomeOf(reason);
-            return first + ", then " + outcomeOf(reason);  // nothing must be left of the failure
+            return first + ", then " + outcomeOf(reason);  // the failure must leave nothing
           },
           fault);
       ++outcomes[*run.outcome];
       const std::string& call = whole.calls[fault.call];
       const bool mayFail = row.error != 0 && !(row.error == EINTR && call == "read");
       ASSERT_THAT(*run.outcome, testing::AnyOf("read, then read",
-                                               mayFail ? "told, then read" : "read, then read"))
+                                               mayFail ? "reported, then read" : "read, then read"))
           << row.name << " at " << call << ", call " << fault.call;
     }
     std::printf("csv-io, %s:", row.name);
@@ -96,7 +96,7 @@ TEST_F(CsvFaults, AFailingCallIsToldOrHasNoConsequence) {
       std::printf(" %d %s;", count, outcome.c_str());
     }
     std::printf(" each as it must be\n");
-    EXPECT_EQ(outcomes.contains("told, then read"), row.error != 0);
+    EXPECT_EQ(outcomes.contains("reported, then read"), row.error != 0);
   }
 }
 

@@ -28,7 +28,7 @@ Column call(std::string_view function, const std::vector<Operand>& inputs) {
   return evaluate(*findElementFunction(function), inputs, rows);
 }
 
-/// What the user wrote: a C++ integer is a whole number, and a double isn't.
+/// A constant that the user wrote: a C++ integer is a whole number, a double isn't.
 Operand constant(double value) { return {doubles({value}), true, true}; }
 Operand constant(std::uint64_t value) { return {columnOf(UInt64, std::vector{value}), true, true}; }
 Operand constant(int value) {
@@ -133,7 +133,7 @@ TEST(ElementFunctions, LogicalTruthTable) {
                {"mod", left, right, {0, 0, 0, 0}},
                {"not", {0, 1}, {}, {1, 0}}},
               Logical);
-  // What isn't zero is true; a missing value isn't zero.
+  // Any value but zero is true, also a missing one.
   checkTruths(
       {{"and", {kNaN, 0, kTiny, -2}, {1, 1, 1, 1}, {1, 0, 1, 1}}, {"not", {kNaN, 0}, {}, {0, 1}}},
       Double);
@@ -183,7 +183,7 @@ TEST(ElementFunctions, TextsCompareByTheirBytes) {
   expectSame(numbersOf(call("ismissing", {{left}})), {0, 0, 0, 1, 0, 0, 0}, "ismissing");
 }
 
-TEST(ElementFunctions, ConstantsAdaptToTheTypeTheyMeet) {
+TEST(ElementFunctions, ConstantsAdaptToTheTypeOfTheColumn) {
   const Operand bytes{numbers(Int8, {100, -1})};
   const struct {
     std::string_view function;
@@ -200,7 +200,7 @@ TEST(ElementFunctions, ConstantsAdaptToTheTypeTheyMeet) {
       {"power", {constant(2), {numbers(UInt8, {3, 8})}}, UInt8, {8, 0}},
       {"plus", {constant(1), constant(2)}, Int64, {3}},
       {"or", {bytes, constant(0)}, Logical, {1, 1}},
-      // No element of the column can be such a number, and still the answer is clear.
+      // No element of the column can be such a number, but the result is well defined.
       {"lt", {bytes, constant(300)}, Logical, {1, 1}},
       {"gt", {{numbers(UInt64, {0, 1.8e19})}, constant(-1)}, Logical, {1, 1}},
       {"eq", {bytes, constant(99.5)}, Logical, {0, 0}},
@@ -241,7 +241,7 @@ TEST(ElementFunctions, IntegersAreComparedExactlyWithAnyConstant) {
   EXPECT_EQ(idOfError("rdivide", {large, beyond}), "KALVEX:array:NotExact");
 }
 
-TEST(ElementFunctions, ConstantsAloneAreOneConstant) {
+TEST(ElementFunctions, ConstantsCombineToOneConstant) {
   const struct {
     std::string_view function;
     std::vector<Operand> inputs;
@@ -265,7 +265,7 @@ TEST(ElementFunctions, ConstantsAloneAreOneConstant) {
   }
 }
 
-TEST(ElementFunctions, WhatIsComputedFromAMissingIntegerIsMissing) {
+TEST(ElementFunctions, ResultsComputedFromAMissingIntegerAreMissing) {
   for (const ElementFunction& function : elementFunctions()) {
     if (function.rule == TypeRule::Choice) {
       continue;
@@ -376,7 +376,7 @@ TEST(ElementFunctions, BadInputsAreRefused) {
   EXPECT_EQ(idOfError("where", {flags, bytes, {doubles({1})}}), "KALVEX:function:RowCounts");
 }
 
-/// Every numeric pair of types, in every way to spread, over block edges, against one row at a
+/// Every pair of numeric types, in every way to spread, over block edges, against one row at a
 /// time.
 TEST(ElementFunctions, BlocksConversionsAndSpreadsAgreeWithSingleRows) {
   std::mt19937_64 random(kv::test::drawSeed());

@@ -11,7 +11,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-/// Two partitions of x 1 to 5 and y ten times x.
+/// Two partitions: x from 1 to 5, and y ten times x.
 constexpr std::string_view kFirst = "x,y\n1,10\n2,20\n3,30\n";
 constexpr std::string_view kSecond = "x,y\n4,40\n5,50\n";
 
@@ -25,7 +25,7 @@ TEST_F(Evaluation, GathersRowsOfAllPartitionsInOrder) {
   EXPECT_EQ(fact("passes"), 1);
 }
 
-TEST_F(Evaluation, WhatWasGatheredMeetsWhatIsPendingRowByRow) {
+TEST_F(Evaluation, GatheredAndPendingValuesCombineRowByRow) {
   const Value t = table({kFirst, kSecond});
   const Value x = column(t, "x");
   const Value odd = element("ne", x, 2);
@@ -40,7 +40,7 @@ TEST_F(Evaluation, WhatWasGatheredMeetsWhatIsPendingRowByRow) {
   EXPECT_THAT(gather(element("plus", computedAtOnce, keptY)), ElementsAre(12, 36, 48, 60));
 }
 
-TEST_F(Evaluation, WhatHasNoRowsAndNoTypeStaysSoWhenItIsGathered) {
+TEST_F(Evaluation, AValueWithoutRowsAndTypeStaysSoWhenGathered) {
   const Value x = column(table({kFirst}), "x");
   const Value positive = host::makeFunctionHandle("positive", [](const host::Call& call) {
     call.out(0, host::call("kv.element.gt", {call.in(0), host::makeDouble(0).get()}));
@@ -58,7 +58,7 @@ TEST_F(Evaluation, WhichRowsAValueHasIsKnownAndNotCounted) {
   const Value x = column(t, "x");
   const Value y = column(t, "y");
   gather(x);
-  const Value five = host::call("gather", {x.get()});  // a value of its own, no longer a column
+  const Value five = host::call("gather", {x.get()});  // a plain value, no longer a column
   const auto error = errorOf([&] { gather(element("plus", five, y)); });
   EXPECT_EQ(error.identifier, "KALVEX:array:RowsDiffer");
   EXPECT_THAT(error.arguments, ElementsAre("a value in memory (5 rows)", HasSubstr("column y"),
@@ -92,7 +92,7 @@ TEST_F(Evaluation, ACompleteReductionIsNotComputedAgain) {
   EXPECT_EQ(fact("passes"), 1);
 }
 
-TEST_F(Evaluation, RowsThatArentTheSameAreRefusedEvenIfThereAreAsMany) {
+TEST_F(Evaluation, DifferentRowsAreRefusedEvenIfTheirNumbersAgree) {
   const Value t = table({kFirst});
   const Value x = column(t, "x");
   const Value withoutFirst = filter(element("gt", x, 1), x);
@@ -133,14 +133,14 @@ TEST_F(Evaluation, AFileThatIsOpenedTwiceKeepsTheTypesOfEach) {
   EXPECT_EQ(host::toText(values[1].get()), "9");
 }
 
-TEST_F(Evaluation, ColumnsThatNobodyAsksForArentRead) {
+TEST_F(Evaluation, ColumnsThatNoResultNeedsArentRead) {
   const Value t = table({"x,y\n1,2\n", "x,y\n2,not a number\n"});
   EXPECT_THAT(gather(column(t, "x")), ElementsAre(1, 2));
   EXPECT_EQ(errorOf([&] { gather(column(t, "y")); }).identifier, "KALVEX:datastore:BadField");
   EXPECT_THAT(gather(column(t, "x")), ElementsAre(1, 2)) << "the session stays usable";
 }
 
-TEST_F(Evaluation, AFailingFunctionTellsPartitionAndRowsAndCompletesNothing) {
+TEST_F(Evaluation, AFailingFunctionReportsPartitionAndRowsAndCompletesNothing) {
   const Value t = table({kFirst, kSecond});
   const Value handle = host::makeFunctionHandle("fails on 4", [](const host::Call& call) {
     if (kxGetScalar(call.in(0)) == 4) {
@@ -177,7 +177,7 @@ TEST_F(Evaluation, AFunctionMustReturnAsManyRowsAsItGot) {
   EXPECT_EQ(errorOf([&] { gather(cell); }).identifier, "KALVEX:array:NotAColumn");
 }
 
-TEST_F(Evaluation, AUsersAggregateReducesWhatItsChunksGave) {
+TEST_F(Evaluation, AUsersAggregateReducesTheResultsOfItsChunks) {
   const Value t = table({kFirst, kSecond});
   const Value largest = host::makeFunctionHandle("largest", [](const host::Call& call) {
     call.out(0, host::call("kv.aggregate.max", {call.in(0)}));
@@ -190,14 +190,14 @@ TEST_F(Evaluation, AUsersAggregateReducesWhatItsChunksGave) {
   EXPECT_THAT(gather(summed), ElementsAre(3 + 5));
 }
 
-TEST_F(Evaluation, AnOperationClassOfTheUsersOwnRunsLikeAnyOther) {
+TEST_F(Evaluation, AUserDefinedOperationClassRunsLikeAnyOther) {
   defineDoubling(session);
   const Value x = column(table({kFirst, kSecond}), "x");
   const Value doubled =
       host::call("applyOperationBuiltin", {host::call("mine.Doubling").get(), x.get()});
   EXPECT_THAT(gather(aggregate("sum", doubled)), ElementsAre(30));
 
-  // One whose task is that of its input: two closures then have one task.
+  // A class that returns the task of its input, so that two closures share a task.
   host::ClassDefinition alias{.name = "mine.Alias", .superclasses = {"mine.Doubling"}};
   alias.methods.push_back({.name = "createExecutionTasks", .body = [](const host::Call& call) {
                              const kxArray* input = kxGetCell(call.in(1), 0);
@@ -273,7 +273,7 @@ TEST_F(Evaluation, ABroadcastArrayIsSeenWholeByEveryPartition) {
   EXPECT_THAT(gather(shares), ElementsAre(1 / 15., 2 / 15., 3 / 15., 4 / 15., 5 / 15.));
 }
 
-TEST_F(Evaluation, ASourceWithoutRowsHasAnswersToo) {
+TEST_F(Evaluation, ASourceWithoutRowsHasResultsToo) {
   const Value t = table({"x,name\n"});
   EXPECT_THAT(gather(aggregate("count", column(t, "x"))), ElementsAre(0));
   EXPECT_TRUE(std::isnan(gather(aggregate("mean", column(t, "x"))).at(0)));
@@ -302,7 +302,7 @@ TEST_F(Evaluation, OnlyTheThreadThatEvaluatesPollsTheWatch) {
   std::thread([&] { EXPECT_THROW(token.throwIfCancelled(), Cancelled); }).join();
 }
 
-TEST_F(Evaluation, OperationsRefuseWhatTheyCantDo) {
+TEST_F(Evaluation, OperationsRefuseUnsupportedInputs) {
   const Value t = table({kFirst});
   const Value x = column(t, "x");
   EXPECT_EQ(errorOf([&] { host::call("filterslices", {x.get()}); }).identifier,

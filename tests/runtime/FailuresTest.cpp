@@ -19,7 +19,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-/// How failures leave an evaluation, and what users' functions may return from chunk to chunk.
+/// How failures are reported by an evaluation, and what users' functions may return per chunk.
 class Failures : public RuntimeSession {
  protected:
   static Value function(host::NativeBody body) {
@@ -46,13 +46,13 @@ class Failures : public RuntimeSession {
       call.out(0, host::call(kcos::NameRef::of(name), {call.in(0), one.get()}));
     });
   }
-  /// Logical where the first number is below `limit`, else double.
+  /// Logical if the first number is below `limit`, otherwise double.
   static Value logicalBelow(double limit) {
     return typed([limit](const kxArray* x) { return kxGetScalar(x) < limit ? "ge" : "plus"; });
   }
 };
 
-/// A cell is no column.
+/// A cell isn't a column.
 Value aCell() { return host::makeCell({}); }
 
 TEST_F(Failures, HaveAnIdAndTheLineThatRecordedTheOperation) {
@@ -101,7 +101,7 @@ TEST_F(Failures, HaveAnIdAndTheLineThatRecordedTheOperation) {
     EXPECT_THAT(error.message, HasSubstr(each.message));
     EXPECT_EQ(error.className, "kalvex.bigdata.BigDataException");
     if (each.id.starts_with("KALVEX:datastore")) {
-      continue;  // of the reading, which was recorded before
+      continue;  // reading was recorded before
     }
     ASSERT_FALSE(error.stack.empty());
     EXPECT_THAT(error.stack.front().file, HasSubstr("FailuresTest.cpp"));
@@ -127,7 +127,7 @@ TEST_F(Failures, OfReadingNameThePartitionAndTheLineOfTheRead) {
   }
 }
 
-TEST_F(Failures, OfArrowHaveNoTextOfArrow) {
+TEST_F(Failures, OfArrowDontShowArrowsText) {
   EXPECT_THROW(checkArrow(arrow::Status::OutOfMemory("malloc")), std::bad_alloc);
   for (const auto& status : {arrow::Status::CapacityError("array cannot contain more"),
                              arrow::Status::Invalid("offset overflow while concatenating")}) {
@@ -150,7 +150,7 @@ TEST_F(Failures, AFunctionOfOneTypeMayMeetChunksWithoutRows) {
   };
   const auto valueOf = [](const Value& array) { return host::call("gather", {array.get()}); };
 
-  for (const double limit : {5., 20.}) {  // the first chunk is empty, all chunks are
+  for (const double limit : {5., 20.}) {  // only the first chunk is empty; all are
     const bool hasRows = limit < 9;
     EXPECT_EQ(host::toLogical(valueOf(aggregate("any", isNine(limit))).get()), hasRows);
     EXPECT_EQ(kxGetM(valueOf(filter(isNine(limit), kept(limit))).get()), hasRows ? 1U : 0U);
@@ -193,7 +193,7 @@ TEST_F(Failures, AFunctionMustReturnOneTypeForAllRows) {
                           "partition 1, rows 2 to 2"));
 }
 
-/// No array gets this far with a fault of ours, so these are asked directly.
+/// Faults of ours can't be reached through an array, so these functions are called directly.
 TEST_F(Failures, OfOurOwnHaveIdsAsWell) {
   const auto idOf = [](const std::function<void()>& action) { return errorOf(action).identifier; };
   const OpSpec step{.kind = OpKind::Filter, .label = "a step"};

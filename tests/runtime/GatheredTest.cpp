@@ -12,7 +12,7 @@
 #include "runtime/RuntimeSession.h"
 #include "support/Worlds.h"
 
-// Whether a value was gathered before changes no bit of any answer.
+// Whether a value was gathered before changes no bit of any result.
 
 namespace kv::runtime::test {
 namespace {
@@ -31,7 +31,7 @@ std::string bytesOf(const kxArray* value) {
   return bytes.append(static_cast<const char*>(kxGetData(value)), size);
 }
 
-/// Two columns of each type over three partitions: several chunks, none, and one of few rows.
+/// Two columns of each type over three partitions: one of several chunks, one empty, one small.
 class Gathered : public RuntimeSession {
  protected:
   using Columns = std::map<std::string, Value>;
@@ -52,7 +52,7 @@ class Gathered : public RuntimeSession {
               folder.write("c.csv", header + "\n" + rows(kRows, kRows + 700))};
   }
 
-  /// All columns, newly recorded; `filter`: the rows with n in a range that leaves chunks empty.
+  /// All columns, newly recorded, of the rows with n in a range that leaves some chunks empty.
   Columns columns(double from = 0, double to = kRows * 2) {
     const Value source =
         host::call("kalvex.io.CsvDatastore",
@@ -133,7 +133,7 @@ class Gathered : public RuntimeSession {
     return answers;
   }
 
-  /// Every `step`-th question alone; the others are left empty.
+  /// Every `step`-th question alone; the others stay empty.
   static std::vector<std::string> separately(const Questions& asked, std::size_t step) {
     std::vector<std::string> answers(asked.size());
     for (std::size_t i = 0; i < asked.size(); i += step) {
@@ -180,7 +180,7 @@ class Gathered : public RuntimeSession {
     try {
       asked.emplace_back(fmt::format("{} of {}", function, type), make());
     } catch (const FunctionError&) {
-      // It isn't defined for the type.
+      // It isn't defined for this type.
     }
   }
 
@@ -191,7 +191,7 @@ class Gathered : public RuntimeSession {
     return host::call("elementfun", all);
   }
 
-  /// Functions whose answers show the chunks in which they were called.
+  /// Functions whose results depend on the chunks with which they are called.
   static void addUsersFunctions(Questions& asked, const kxArray* x) {
     const Value sizes = host::makeFunctionHandle("sizes", [](const host::Call& call) {
       const auto size = static_cast<double>(kxGetM(call.in(0)));

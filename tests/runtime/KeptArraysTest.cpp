@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// What users save: arrays over CSV files, functions and an operation class of their own.
+/// Arrays as users save them: over CSV files, with functions and an operation class of their own.
 class KeptArrays : public RuntimeSession {
  protected:
   KeptArrays() { defineUsers(session); }
@@ -64,7 +64,7 @@ class KeptArrays : public RuntimeSession {
     return std::regex_replace(named, std::regex(" +"), " ");
   }
 
-  /// Holds a kept file to the same arrays made today. Those of another release say that they are.
+  /// Compares a kept file with the same arrays made today. Those of another release are invalid.
   void expectTodaysArrays(const fs::path& path) {
     SCOPED_TRACE(path);
     const bool isOfToday = path.stem() == KV_VERSION;
@@ -95,7 +95,7 @@ class KeptArrays : public RuntimeSession {
 
 /// Every release leaves a file here, written with KV_WRITE_KEPT=1, and no release may ever fail to
 /// load it.
-TEST_F(KeptArrays, OfEveryReleaseAreLoadedForEver) {
+TEST_F(KeptArrays, OfEveryReleaseCanBeLoaded) {
   const fs::path current = fs::path(KV_KEPT) / (std::string(KV_VERSION) + ".kv");
   if (std::getenv("KV_WRITE_KEPT") != nullptr) {
     session.save(current, recordOf(arrays()).get());

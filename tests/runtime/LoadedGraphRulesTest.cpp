@@ -16,7 +16,7 @@ class LoadedGraphRules : public RuntimeSession {
     Value array, future, promise, closure, upstreamFuture, upstreamPromise, upstreamClosure;
   };
 
-  /// An array of a closure that reads that of another.
+  /// An array of a closure that reads the array of another one.
   static Chain chain() {
     const Value x = host::call("createFromConstantBuiltin", {host::makeDouble(1).get()});
     const Value handle = host::makeFunctionHandle("f", [](const host::Call&) {});
@@ -35,7 +35,7 @@ class LoadedGraphRules : public RuntimeSession {
   static Value get(const Value& object, std::string_view property) {
     return host::getProperty(object.get(), kcos::NameRef::of(property));
   }
-  /// With the rights of the class, which has the property to itself.
+  /// Uses the rights of the class, whose property is private.
   void set(const Value& object, std::string_view property, const Value& value) {
     session.set(object.get(), property, value.get(), kxGetClassName(object.get()));
   }
@@ -46,7 +46,7 @@ class LoadedGraphRules : public RuntimeSession {
             kcos::NameRef::of(std::string(kLazy) + std::string(className)))));
   }
 
-  /// What a load says of `value`; "loaded" if it is taken.
+  /// The error of loading `value`; "loaded" if there is none.
   std::string verdict(const Value& value) {
     const std::string bytes = session.saveBytes(value.get());
     host::Session other;
@@ -64,7 +64,7 @@ class LoadedGraphRules : public RuntimeSession {
   }
 };
 
-TEST_F(LoadedGraphRules, RefuseWhatNoCallMakes) {
+TEST_F(LoadedGraphRules, RefuseGraphsThatNoCallMakes) {
   const Value nothing = host::makeEmptyDouble();
   struct Case {
     const char* what;
@@ -125,7 +125,7 @@ TEST_F(LoadedGraphRules, TakeValuesOfNothingAndEqualIds) {
   EXPECT_EQ(verdict(nothing), "loaded");
 }
 
-/// Methods of these classes rely on what their constructors made.
+/// Methods of these classes rely on values that their constructors made.
 TEST_F(LoadedGraphRules, RefuseObjectsOfTheRuntimeThatDoNotFit) {
   using ::testing::HasSubstr;
   const Value texts = host::makeString("a");

@@ -15,8 +15,8 @@ namespace {
 
 using host::format::kHeaderBytes;
 
-/// Changes a few places behind the header: a byte, or a number into a small one, as references and
-/// counts are.
+/// Changes a few places after the header: a byte, or a number into a small one like a reference or
+/// a count.
 std::string mutated(std::string bytes, std::mt19937_64& random) {
   for (std::size_t left = 1 + random() % 3; left > 0; --left) {
     const std::size_t place = kHeaderBytes + random() % (bytes.size() - kHeaderBytes - 4);
@@ -35,8 +35,8 @@ struct Outcomes {
   std::size_t refused = 0;
 };
 
-/// Saved arrays of the runtime in which something was changed, whose checksums fit again, and which
-/// somebody trusts all the same.
+/// Saved arrays of the runtime with random changes and repaired checksums, which are loaded with
+/// trust.
 class MutatedGraphs : public RuntimeSession {
  protected:
   /// An array that reads, filters, computes and aggregates.
@@ -64,7 +64,7 @@ class MutatedGraphs : public RuntimeSession {
     use(value);
   }
 
-  /// Plans and evaluates what was taken, which may fail with any id of the product's own.
+  /// Plans and evaluates a loaded value, which may fail with any id of the product.
   void use(const Value& value) {
     for (const char* name : {"kv.explain", "gather"}) {
       try {

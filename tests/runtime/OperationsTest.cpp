@@ -45,7 +45,7 @@ TEST_F(Operations, AConditionThatIsOneValueChoosesAnArray) {
   EXPECT_THAT(error.arguments, ElementsAre("5 rows of type logical"));
 }
 
-TEST_F(Operations, OnlyTheBranchThatIsChosenRuns) {
+TEST_F(Operations, OnlyTheChosenBranchRuns) {
   int calls = 0;
   const Value counted = host::makeFunctionHandle("counted", [&](const host::Call& call) {
     ++calls;
@@ -102,8 +102,8 @@ TEST_F(Operations, APlanListsTheStepsOfEarlierPassesOnce) {
   EXPECT_EQ(linesOf(40) - linesOf(30), linesOf(30) - linesOf(20));
 }
 
-/// Anyone may set the metadata of an array.
-TEST_F(Operations, PlacesOfAnotherCutAreNotTheRowsOfASource) {
+/// Any code may set the metadata of an array.
+TEST_F(Operations, PositionsOfAnotherCutArentTheRowsOfASource) {
   gather(x);
   gather(y);
   auto places = *RowPlaces::fromMetadata(host::call("hGetMetadata", {x.get()}).get(), 5);
@@ -231,7 +231,7 @@ TEST_F(Operations, MarkingForReuseLeavesTheValueAndTiesKeys) {
   EXPECT_THAT(gather(aggregate("sum", x)), ElementsAre(15));
 }
 
-TEST_F(Operations, HeavyOnesArePlannedButRunOnlyToTheirName) {
+TEST_F(Operations, UnsupportedOnesArePlannedAndNamedWhenTheyRun) {
   const Value handle = host::makeFunctionHandle("mine", [](const host::Call&) {});
   const Value two = host::makeDouble(2);
   const Value yes = host::makeLogical(true);
@@ -286,7 +286,7 @@ TEST_F(Operations, TheLazyGraphIsADigraph) {
   EXPECT_FALSE(Torvane::String::getString(texts.get(), 1).has_value());
 }
 
-TEST_F(Operations, PartitionsOfJoinedArraysStandOneBehindTheOther) {
+TEST_F(Operations, PartitionsOfJoinedArraysFollowOneAnother) {
   const auto metadata = [](double count) {
     return host::call("kalvex.bigdata.internal.PartitionMetadata", {host::makeDouble(count).get()});
   };
@@ -306,7 +306,7 @@ TEST_F(Operations, PartitionsOfJoinedArraysStandOneBehindTheOther) {
     EXPECT_EQ(errorOf([&] { partition(index, count); }).identifier,
               "KALVEX:bigdata:array:ConcatenatedPartitions");
   }
-  // Parts of parts that are the same are visited once.
+  // Identical nested parts are visited once.
   const auto doubled = [&] {
     Value twice = matrix::sharedCopy(strategy.get());
     for (int depth = 0; depth < 60; ++depth) {
@@ -322,7 +322,7 @@ TEST_F(Operations, PartitionsOfJoinedArraysStandOneBehindTheOther) {
     return host::call("resolve", {whole.get(), number.get(), number.get(), flag.get()});
   };
   EXPECT_TRUE(kxIsA(resolved(a).get(), kConcatenatedStrategy));
-  // Nesting is limited by memory only.
+  // Nesting is limited only by memory.
   const auto nested = [&] {
     Value whole = matrix::sharedCopy(strategy.get());
     for (std::size_t depth = 0; depth < kv::test::sizes().chain; ++depth) {
@@ -335,10 +335,10 @@ TEST_F(Operations, PartitionsOfJoinedArraysStandOneBehindTheOther) {
   EXPECT_EQ(kxGetScalar(host::getProperty(resolved(deep).get(), "MinNumPartitions").get()), 5);
 }
 
-/// Operations of every class with any number of inputs and outputs, as a user may make them.
+/// Operations of every class with any number of inputs and outputs, as users can make them.
 class Arity : public Operations {
  protected:
-  /// What a constructor takes for an input of that name.
+  /// A value for the constructor's input of that name.
   Value inputFor(std::string_view name, std::size_t inputs, std::size_t outputs) {
     if (name == "NumInputs" || name == "NumArrays") {
       return host::makeDouble(static_cast<double>(inputs));
@@ -370,7 +370,7 @@ class Arity : public Operations {
     return host::call(kcos::NameRef::of(std::string_view(row.name)), arguments);
   }
 
-  /// Arrays of a new closure of the operation that reads `x` as often as given.
+  /// Arrays of a new closure of the operation with `inputs` inputs, all `x`.
   std::vector<Value> arrays(const Value& operation, std::size_t inputs) {
     const Value futures = matrix::from_kalvex(
         kcos::omCreateKCOSMatrix(inputs, 1, kcos::internal::makeInterned(kClosureFuture)));
@@ -392,7 +392,7 @@ class Arity : public Operations {
     return made;
   }
 
-  /// The id that some work ends with; "" if it goes through.
+  /// The id of the error that some work ends with; "" if it succeeds.
   template <class Work>
   static std::string idOf(Work&& work) {
     try {

@@ -8,7 +8,7 @@ namespace {
 
 using testing::ElementsAre;
 
-/// The known answers that Random123 publishes.
+/// The known answers published with Random123.
 TEST(Philox, GivesThePublishedAnswers) {
   EXPECT_THAT(philox4x32({0, 0, 0, 0}, {0, 0}),
               ElementsAre(0x6627e8d5u, 0xe169c58du, 0xbc57ac4cu, 0x9b00dbd8u));
@@ -47,7 +47,7 @@ class Random : public RuntimeSession {
                       {label.get(), yes.get(), streams.get(), factory.get()});
   }
 
-  /// As many random numbers as `x` has rows, each from the stream of its partition.
+  /// One random number per row of `x`, each from the stream of its partition.
   static Value noisy(const Value& x, const Value& factory) {
     const Value options = optionsWith(factory);
     const Value handle = host::makeFunctionHandle("noise", [](const host::Call& call) {
@@ -58,7 +58,7 @@ class Random : public RuntimeSession {
   }
 };
 
-TEST_F(Random, AStreamFollowsFromSeedAndPartitionAlone) {
+TEST_F(Random, AStreamDependsOnlyOnSeedAndPartition) {
   const Value factory = factoryOf(7);
   const std::vector<double> first = draw(partitionOf(factory, 1), 5);
   EXPECT_EQ(draw(partitionOf(factoryOf(7), 1), 5), first);
@@ -104,7 +104,7 @@ TEST_F(Random, EachPartitionDrawsFromItsOwnStreamAndTheSessionsStaysAsItWas) {
   EXPECT_EQ(gather(noisy(drawn, factory)), expected) << "evaluated at once";
 }
 
-TEST_F(Random, AProcessorFactoryOfTheUsersOwnDrawsFromItsPartitionsStream) {
+TEST_F(Random, AUsersProcessorFactoryDrawsFromItsPartitionsStream) {
   static constexpr char kOperation[] = "kalvex.bigdata.internal.lazyeval.Operation";
   host::ClassDefinition drawing{
       .name = "mine.DrawingFactory",

@@ -56,7 +56,7 @@ TEST(RowPlaces, GiveTheRowsOfAFilterToTheChunksTheyCameFrom) {
   EXPECT_EQ(taken(places, whole, 1, 2, 9), Numbers({22}));
 }
 
-TEST(RowPlaces, CutWhatIsWholeByRowsAlone) {
+TEST(RowPlaces, CutWholeValuesByRowsOnly) {
   const RowPlaces places = RowPlaces::ofPartitions(
       {{chunkOf({10}, RowOrdinals(0, 1)), chunkOf({11, 12}, RowOrdinals(1, 2))},
        {},
@@ -70,8 +70,8 @@ TEST(RowPlaces, CutWhatIsWholeByRowsAlone) {
   EXPECT_EQ(taken(places, whole, 2, 0, 9), Numbers({20}));
 }
 
-/// Anyone may set the metadata of a promise.
-TEST(RowPlaces, AreNotReadFromWhatDoesNotFit) {
+/// Any code may set the metadata of a promise.
+TEST(RowPlaces, AreNotReadFromMetadataThatDoesntFit) {
   host::Session session;
   const host::Session::Scope scope(session);
   const RowPlaces places = RowPlaces::ofPartitions(

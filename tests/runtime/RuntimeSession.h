@@ -19,13 +19,13 @@ namespace kv::runtime::test {
 using host::Value;
 using kv::test::TempFolder;
 
-/// A session with core and runtime, a folder for files, and the verbs of recording by name.
+/// A session with core and runtime, a folder for files, and functions that record by name.
 class RuntimeSession : public ::testing::Test {
  protected:
   RuntimeSession() { load(session); }
   void TearDown() override { EXPECT_EQ(session.verify(), std::vector<std::string>{}); }
 
-  /// A lazy table over the files, each a partition.
+  /// A lazy table over the files, one partition per file.
   Value table(std::initializer_list<std::string_view> files) {
     std::vector<std::string> paths;
     for (const std::string_view file : files) {

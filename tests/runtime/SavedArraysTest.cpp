@@ -23,7 +23,7 @@ class SavedArrays : public RuntimeSession {
 
   std::string bytesOf(const Value& value) { return session.saveBytes(value.get()); }
 
-  /// Runs `body` with what the other session makes of the bytes.
+  /// Runs `body` with the value that the other session loads from the bytes.
   template <class Body>
   void opened(const std::string& bytes, bool trusted, Body&& body) {
     const host::Session::Scope inside(other);
@@ -90,8 +90,8 @@ TEST_F(SavedArrays, AreNotEvaluatedWithoutTrust) {
   });
 }
 
-/// Nothing that came out of a file is called: neither at once nor as a copy.
-TEST_F(SavedArrays, LendNoOperationWithoutTrust) {
+/// Nothing loaded from a file is called, neither itself nor a copy.
+TEST_F(SavedArrays, AllowNoOperationWithoutTrust) {
   const Value plus = host::makeFunctionHandle("kv.element.plus");
   const Value pending = element("plus", column(table({"x\n1\n"}), "x"), 1);
   opened(bytesOf(pending), false, [&](const Value& again) {
@@ -121,7 +121,7 @@ TEST_F(SavedArrays, LendNoOperationWithoutTrust) {
   });
 }
 
-TEST_F(SavedArrays, LendNoSourceWithoutTrust) {
+TEST_F(SavedArrays, AllowNoSourceWithoutTrust) {
   opened(bytesOf(table({"x\n1\n"})), false, [&](const Value& again) {
     const Value future = host::getProperty(again.get(), "ValueFuture");
     const Value promise = host::getProperty(future.get(), "Promise");
@@ -144,7 +144,7 @@ TEST_F(SavedArrays, LendNoSourceWithoutTrust) {
   });
 }
 
-TEST_F(SavedArrays, SayWhichSourceIsGoneOrHasChanged) {
+TEST_F(SavedArrays, ReportWhichSourceIsGoneOrHasChanged) {
   const Value array = aggregate("sum", column(table({"x\n1\n2\n"}), "x"));
   const std::string bytes = bytesOf(array), path = folder.path("f0.csv");
   folder.write("f0.csv", "x\n1\n2\n3\n");
@@ -183,7 +183,7 @@ TEST_F(SavedArrays, MeetTheirOriginals) {
               ElementsAre(2, 4, 6));
 }
 
-TEST_F(SavedArrays, OfAnotherReleaseSayWhichWhenTheyAreUsed) {
+TEST_F(SavedArrays, OfAnotherReleaseNameItWhenTheyAreUsed) {
   const Value x = column(table({"x\n1\n2\n"}), "x");
   session.defineFunction("version",
                          [](const host::Call& call) { call.out(0, host::makeChars("0.0.7")); });
@@ -274,7 +274,7 @@ TEST(MovedTables, StayInTheFolderThatWasNamed) {
     MovedTables tables({{"/old", folder.path("new")}});
     EXPECT_EQ(pathOf(tables, absolute, absolute), expected);
   }
-  MovedTables tables({{"a.csv", inside}});  // one file by two paths
+  MovedTables tables({{"a.csv", inside}});  // one file with two paths
   EXPECT_EQ(pathOf(tables, "b.csv", "/old/a.csv"), "/old/a.csv");
   EXPECT_EQ(pathOf(tables, "a.csv", "/old/a.csv"), inside);
   EXPECT_EQ(pathOf(tables, "a.csv", ".."), "..");

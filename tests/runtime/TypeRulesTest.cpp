@@ -103,7 +103,7 @@ TEST(TypeRules, ResultTypesOfFunctions) {
       {"rdivide", {weak(i8), weak(i8)}, "double"},
       {"plus", {weak(i8), weak(i8)}, "int64"},
       {"or", {weak(L), weak(L)}, "logical"},
-      // The condition of a choice takes no part in the type.
+      // The condition of a choice doesn't affect the type.
       {"where", {{L}, {i1}, {u1}}, "int16"},
       {"where", {{L}, {L}, {L}}, "logical"},
       {"where", {{L}, {S}, weak(D)}, "single"},

@@ -7,7 +7,7 @@
 namespace kv::runtime {
 namespace {
 
-TEST(Unit, CrossesAsAFewBytesAndNothingElseIsTakenForOne) {
+TEST(Unit, IsSentAsAFewBytesAndNothingElseIsTakenForOne) {
   const Unit unit{
       .stage = 7, .partition = 3, .numPartitions = 1234, .randomKey = ~0ull, .attempt = 2};
   const std::string bytes = unit.toBytes();

@@ -36,7 +36,7 @@ inline Column logicals(const std::vector<std::uint8_t>& values) {
   return columnOf(ElementType::Logical, values);
 }
 
-/// Texts; what is empty is missing.
+/// Texts; an empty optional is a missing text.
 inline Column texts(const std::vector<std::optional<std::string>>& values) {
   arrow::StringBuilder builder;
   for (const auto& value : values) {
@@ -45,7 +45,7 @@ inline Column texts(const std::vector<std::optional<std::string>>& values) {
   return Column(ElementType::String, builder.Finish().ValueOrDie()->data());
 }
 
-/// A numeric column of any type from doubles that it can hold.
+/// A numeric column of any type, made from doubles that fit it.
 inline Column numbers(ElementType type, const std::vector<double>& values) {
   return visitNumeric(type, [&]<class T>() {
     std::vector<T> converted;
@@ -56,7 +56,7 @@ inline Column numbers(ElementType type, const std::vector<double>& values) {
   });
 }
 
-/// The elements as doubles; NaN where they are missing.
+/// The elements as doubles; missing ones as NaN.
 inline std::vector<double> numbersOf(const Column& column) {
   if (column.isMissing()) {
     return std::vector(static_cast<std::size_t>(column.rows()), kNaN);
@@ -82,7 +82,7 @@ inline std::vector<std::optional<std::string>> textsOf(const Column& column) {
   return values;
 }
 
-/// The same number, signs of zeros told apart; NaN is NaN.
+/// True for the same number with the same sign, also of zeros; all NaNs are the same.
 inline bool isSame(double a, double b) {
   if (std::isnan(a) || std::isnan(b)) {
     return std::isnan(a) && std::isnan(b);

@@ -19,7 +19,7 @@ inline std::vector<std::string> namesOf(const Datastore& source) {
   return names;
 }
 
-/// Hands each chunk of all partitions to `visit`, and checks what holds for every chunk.
+/// Passes each chunk of all partitions to `visit`, and checks what must hold for every chunk.
 inline void readAll(const Datastore& source, const std::vector<std::string>& columns,
                     const std::function<void(const Chunk&)>& visit) {
   const CancellationToken never;
@@ -51,7 +51,7 @@ std::vector<T> allValues(const Datastore& source, const std::string& column) {
   return all;
 }
 
-/// The texts of a string column, a missing one as `<missing>`.
+/// The texts of a string column; a missing text is `<missing>`.
 inline std::vector<std::string> allTexts(const Datastore& source, const std::string& column) {
   std::vector<std::string> all;
   readAll(source, {column}, [&all](const Chunk& chunk) {
@@ -63,7 +63,7 @@ inline std::vector<std::string> allTexts(const Datastore& source, const std::str
   return all;
 }
 
-/// The error that `action` ends in; a failure of the test if it ends in none.
+/// The error that `action` ends with; the test fails if there is none.
 inline DataError dataErrorOf(const std::function<void()>& action) {
   try {
     action();

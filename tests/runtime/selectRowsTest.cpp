@@ -26,7 +26,7 @@ Chunk fruit() {
   return chunk;
 }
 
-TEST(SelectRows, WhatStaysKeepsItsOrdinal) {
+TEST(SelectRows, KeptRowsKeepTheirOrdinals) {
   const Chunk kept = selectRows(fruit(), logicals({0, 1, 0, 1, 1, 0}).slice(1, 4));
   EXPECT_EQ(kept.partition, 3);
   EXPECT_EQ(kept.rows(), 3);
@@ -42,7 +42,7 @@ TEST(SelectRows, WhatStaysKeepsItsOrdinal) {
               ElementsAre(std::nullopt, "date"));
 }
 
-TEST(SelectRows, AllAndNoneAreTheEasyEnds) {
+TEST(SelectRows, AllAndNoneAreSpecialCases) {
   const Chunk chunk = fruit();
   const Chunk all = selectRows(chunk, logicals({1, 1, 1, 1}));
   EXPECT_EQ(all.columns[0].data(), chunk.columns[0].data());
@@ -75,7 +75,7 @@ TEST(SelectRows, EveryTypeAgreesWithAPlainLoop) {
   }
 }
 
-TEST(SelectRows, OnlyALogicalConditionOfAsManyRowsIsTaken) {
+TEST(SelectRows, OnlyALogicalConditionOfTheSameLengthIsAccepted) {
   const auto refusal = [](const Column& keep) {
     try {
       selectRows(fruit(), keep);

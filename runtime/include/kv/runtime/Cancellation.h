@@ -16,9 +16,9 @@ class Cancelled : public std::exception {
 
 class EvaluationWatch;
 
-/// The requests to stop evaluations: of the process, or of one session. A request counts for the
-/// evaluations that run, and for one that begins before the first of them has ended; if none runs,
-/// for the next.
+/// The requests to stop evaluations of the process, or of one session. A request applies to the
+/// evaluations in progress, and to one that begins before the first of them has ended; if none is
+/// running, to the next.
 ///
 /// Threads: `add` may be called from any thread and from a signal handler; it takes no lock.
 class InterruptRequests {
@@ -30,7 +30,7 @@ class InterruptRequests {
   static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
   std::uint64_t made() const noexcept { return made_.load(); }
-  /// The number of requests that evaluations have ended with, or have outlived.
+  /// The number of requests that ended an evaluation, or that evaluations have outlived.
   std::uint64_t settled() const noexcept { return settled_.load(); }
   void settle() noexcept;
 
@@ -38,16 +38,16 @@ class InterruptRequests {
   std::atomic<std::uint64_t> settled_{0};
 };
 
-/// By which an evaluation is asked to stop; looked at once a chunk. Each evaluation has its own,
-/// and the end of one doesn't touch the requests that others have yet to see.
+/// Signals an evaluation to stop; checked once per chunk. Each evaluation has its own token, and
+/// its end doesn't affect requests that other evaluations have yet to see.
 ///
-/// Threads: may be looked at from any thread; only the one that made it polls the watch.
+/// Threads: may be checked on any thread; only the thread that made it polls the watch.
 class CancellationToken {
  public:
   /// A token for reading outside of evaluations.
   CancellationToken() = default;
   /// The token of an evaluation that begins: it stops at requests of its process and its session,
-  /// and polls a watch (null: none). Its end settles the requests made so far.
+  /// and polls a watch (null for none). Its end settles the requests made so far.
   /// Lives: no longer than all three.
   CancellationToken(InterruptRequests& process, InterruptRequests& session, EvaluationWatch* watch);
   ~CancellationToken();
@@ -57,7 +57,7 @@ class CancellationToken {
   void cancel() noexcept { cancelled_.store(true, std::memory_order_relaxed); }
   bool isCancelled() const noexcept;
 
-  /// Errors: Cancelled when it is; what the watch throws.
+  /// Errors: Cancelled if a stop was requested; whatever the watch throws.
   void throwIfCancelled() const;
 
  private:

@@ -9,19 +9,19 @@
 
 namespace kv::runtime {
 
-/// Bytes of one column that a source aims at in a chunk: what stays in cache is fast.
+/// Bytes per column that a source aims at in a chunk, so that chunks stay in cache.
 inline constexpr std::int64_t kChunkBytesPerColumn = 256 * 1024;
 
-/// Where the rows of a chunk stood in their partition of the source, counted from 0, ascending.
+/// The positions of a chunk's rows in their partition of the source, counted from 0, ascending.
 ///
-/// A source gives a range; a filter leaves what survives of it. Reductions work in fixed blocks of
-/// ordinals, so that an answer doesn't depend on how the rows were cut into chunks.
+/// A source gives a range; a filter keeps some of it. Reductions work in fixed blocks of ordinals,
+/// so a result doesn't depend on how the rows were cut into chunks.
 class RowOrdinals {
  public:
   /// The range [first, first + rows).
   RowOrdinals(std::int64_t first, std::int64_t rows);
 
-  /// The ordinals in `list`, which ascend.
+  /// The ordinals in `list`, which must ascend.
   explicit RowOrdinals(std::shared_ptr<const std::vector<std::int64_t>> list);
 
   std::int64_t rows() const { return rows_; }
@@ -37,7 +37,7 @@ class RowOrdinals {
   /// The ordinals of rows [first, first + count).
   RowOrdinals slice(std::int64_t first, std::int64_t count) const;
 
-  /// The ordinals of the rows named in `kept`, which ascend.
+  /// The ordinals of the rows in `kept`, which must ascend.
   RowOrdinals select(const std::vector<std::int64_t>& kept) const;
 
  private:
@@ -46,13 +46,13 @@ class RowOrdinals {
   std::shared_ptr<const std::vector<std::int64_t>> list_;
 };
 
-/// The rows that flow between two steps at a time.
+/// The rows that are passed from one step to the next at a time.
 ///
 /// 1. All columns of a chunk have `rows()` rows. A chunk of one unnamed column is an array.
-/// 2. All chunks of one partition come in ascending order of ordinals, and no ordinal twice.
-/// 3. A chunk may have no rows: a filter may leave none.
+/// 2. The chunks of a partition come in ascending order of ordinals; no ordinal occurs twice.
+/// 3. A chunk may have no rows: a filter may remove all.
 /// 4. A chunk is immutable; steps make new ones that share buffers where they can.
-/// 5. A step that takes long looks at the cancellation token of its unit between chunks.
+/// 5. A step that takes long checks the cancellation token of its unit between chunks.
 struct Chunk {
   std::int64_t partition = 0;  ///< of the source, counted from 0
   RowOrdinals ordinals{0, 0};
@@ -61,7 +61,7 @@ struct Chunk {
 
   std::int64_t rows() const { return ordinals.rows(); }
 
-  /// Bytes that the columns occupy: what counts against a memory limit.
+  /// Bytes that the columns occupy; counted against a memory limit.
   std::int64_t byteSize() const;
 };
 

@@ -10,7 +10,7 @@
 
 namespace kv::runtime {
 
-/// The types that an element of a column may have.
+/// The possible types of an element of a column.
 enum class ElementType : std::uint8_t {
   Logical,
   Double,
@@ -24,34 +24,34 @@ enum class ElementType : std::uint8_t {
   Int64,
   UInt64,
   String,
-  Unknown,  ///< of no rows: what a function returns isn't known before it was given rows
+  Unknown,  ///< of no rows: a function's result type isn't known before it was given rows
 };
 
 /// Name of a type as users write it: "logical", "double", "single", "int8" ... "uint64", "string";
 /// "unknown", which users can't write, for Unknown.
 std::string_view elementTypeName(ElementType type);
 
-/// The type that users call `name`; nothing when there is none of that name.
+/// The type with the name `name`; empty if there is none.
 std::optional<ElementType> elementTypeNamed(std::string_view name);
 
-/// All types that data may have, in the order of the enumeration: those but Unknown.
+/// All types that data may have, in the order of the enumeration: all but Unknown.
 std::span<const ElementType> allElementTypes();
 
 /// Bytes of one element in a column's buffer; 0 for String.
 std::size_t elementSize(ElementType type);
 
-/// Arrow's type of a column's buffers; uint8 for Logical, which Arrow has no byte-wide type for.
+/// Arrow's type of a column's buffers; uint8 for Logical, for which Arrow has no byte-wide type.
 const std::shared_ptr<arrow::DataType>& arrowTypeOf(ElementType type);
 
 /// A column: an immutable run of elements of one type, in Arrow's layout.
 ///
 /// 1. A numeric column is the Arrow primitive array of the same type: a missing value of Double or
 ///    Single is NaN.
-/// 2. A Logical column holds one byte an element, 0 or 1 (Arrow's bool8 layout).
+/// 2. A Logical column holds one byte per element, 0 or 1 (Arrow's bool8 layout).
 /// 3. A String column is an Arrow utf8 array; a missing value is a null in its validity bitmap.
-/// 4. An Unknown column has no rows, and the layout of a Double one. It goes with every type.
-/// 5. An integer or logical column has nulls in all rows or in none: in all if it was computed from
-///    a missing scalar, such as the smallest of no rows.
+/// 4. An Unknown column has no rows, and the layout of a Double column. It fits every type.
+/// 5. An integer or logical column has nulls either in all rows or in none: in all if it was
+///    computed from a missing scalar, such as the minimum of no rows.
 ///
 /// A Column is a handle: copies share the buffers. Buffers may belong to a reader, a host value or
 /// a memory pool; the handle keeps them alive.
@@ -59,7 +59,7 @@ const std::shared_ptr<arrow::DataType>& arrowTypeOf(ElementType type);
 /// Threads: may be read by several threads.
 class Column {
  public:
-  /// Requires: `data` is laid out as `type` demands.
+  /// Requires: `data` has the layout of `type`.
   Column(ElementType type, std::shared_ptr<arrow::ArrayData> data);
 
   /// A numeric or logical column over `buffer`, which holds `rows` elements.
@@ -70,7 +70,7 @@ class Column {
 
   /// The elements of a numeric or logical column; `T` has the width of the type.
   ///
-  /// Lives: as long as a handle on the column.
+  /// Lives: as long as a handle to the column.
   template <class T>
   std::span<const T> values() const {
     return {static_cast<const T*>(rawValues(sizeof(T))), static_cast<std::size_t>(rows())};
@@ -82,15 +82,15 @@ class Column {
   /// True if element `row` of a String column is missing.
   bool isMissingText(std::int64_t row) const;
 
-  /// Element `row` of a String column, UTF-8; empty when missing.
+  /// Element `row` of a String column, UTF-8; empty if it is missing.
   ///
-  /// Lives: as long as a handle on the column.
+  /// Lives: as long as a handle to the column.
   std::string_view text(std::int64_t row) const;
 
   /// Rows [first, first + count) of this column; shares the buffers.
   Column slice(std::int64_t first, std::int64_t count) const;
 
-  /// Bytes that the rows of this column occupy, buffers of a slice counted by their part.
+  /// Bytes that the rows of this column occupy; of shared buffers only the part of these rows.
   std::int64_t byteSize() const;
 
   const std::shared_ptr<arrow::ArrayData>& data() const { return data_; }
@@ -105,9 +105,9 @@ class Column {
 /// A column of no rows.
 Column emptyColumn(ElementType type);
 
-/// A column of `rows` missing values: NaN of floating types, nulls of others.
+/// A column of `rows` missing values: NaN for floating types, nulls for others.
 ///
-/// Errors: std::bad_alloc when memory is short.
+/// Errors: std::bad_alloc if memory runs out.
 Column missingColumn(ElementType type, std::int64_t rows);
 
 }  // namespace kv::runtime

@@ -14,68 +14,67 @@ namespace kv::runtime {
 // Functions that work element by element: `plus`, `lt`, `sqrt` and the like.
 //
 // Types, NaN and division follow NumPy: integers wrap, x / 0 is Inf, 0 / 0 is NaN, and nothing
-// traps. Where this system differs:
+// traps. The differences are:
 //
-// 1. A comparison with NaN or a missing text is false, `ne` as well.
+// 1. A comparison with NaN or a missing text is false, also for `ne`.
 // 2. There is no half precision: the mathematical functions of logical and 8-bit columns give
-// single.
-// 3. `floor`, `ceil` and `round` keep logical and integer columns as they are.
+//    single.
+// 3. `floor`, `ceil` and `round` don't change logical and integer columns.
 // 4. A signed integer column is compared with a uint64 one in their common type, double.
-// 5. What is computed from a missing integer or logical (Column::isMissing) is missing, also a
-// comparison; except for `isnan`, `ismissing`, `isfinite`, and `where` if it chooses the other
-// side.
+// 5. A result computed from a missing integer or logical (Column::isMissing) is missing, also that
+//    of a comparison; except for `isnan`, `ismissing`, `isfinite`, and `where` if it chooses the
+//    other side.
 //
 // Everything here may be used by several threads at once.
 
 /// An input of an element function.
 struct Operand {
   Column column;
-  bool isScalar = false;  ///< a column of one row that stands for every row
+  bool isScalar = false;  ///< a column of one row that applies to every row
   bool isWeak = false;  ///< a constant that the user wrote, of type Logical, Int64, UInt64, Double
-                        ///< or String: a number adapts to the types it meets
+                        ///< or String: a number adapts to the types with which it is combined
 };
 
-/// What the type of a result depends on.
+/// The properties of an input on which the result type depends.
 struct OperandType {
   ElementType type = ElementType::Double;
   bool isWeak = false;
 };
 
-/// How a function finds its types.
+/// How a function determines its types.
 enum class TypeRule : std::uint8_t {
-  Promoted,    ///< computes and results in the common type
+  Promoted,    ///< computed and returned in the common type
   Counting,    ///< the same, but logical counts as int8
   Power,       ///< the same, and refuses negative exponents of integers
-  Quotient,    ///< integers compute in double
-  Floating,    ///< integers of up to 16 bits compute in single, larger ones in double
-  Comparison,  ///< computes in the common type, results in logical
-  Truth,       ///< computes in logical: what isn't zero is true, NaN too
-  Class,       ///< computes in single or double, results in logical
-  Choice,      ///< of three: a logical condition chooses between the others, in their common type
+  Quotient,    ///< integers are computed in double
+  Floating,    ///< integers of up to 16 bits are computed in single, larger ones in double
+  Comparison,  ///< computed in the common type, returned as logical
+  Truth,       ///< computed in logical: any value but zero is true, also NaN
+  Class,       ///< computed in single or double, returned as logical
+  Choice,      ///< of three, a logical condition chooses between the others, in their common type
                ///< (which is String for two texts)
 };
 
 /// Computes `count` elements of a block.
 ///
-/// `left` and `right` are elements of the type in which the function computes (`right` is null for
-/// a function of one input), `output` of the type in which it results; logical is one byte, 0 or 1.
+/// `left` and `right` are elements of the computing type (`right` is null for a function of one
+/// input), `output` of the result type; logical is one byte, 0 or 1.
 /// Requires: the output overlaps no input.
 using BlockFunction = void (*)(const void* left, const void* right, void* output,
                                std::size_t count);
 
-/// Which input of a block is a single element that stands for all.
+/// Which input of a block is a single element that applies to all.
 enum class Spread : std::uint8_t { None, Left, Right };
 
-/// Elements of a block: what stays in the innermost cache.
+/// Number of elements in a block, which stay in the innermost cache.
 inline constexpr std::size_t kBlockElements = 4096;
 
 inline constexpr std::size_t kNumericTypes = 11;  ///< all of ElementType but String and Unknown
 
-/// The block functions of an element function by computing type and spread; null where there is
-/// none.
+/// The block functions of an element function by computing type and spread; null if there is none.
 using BlockTable = std::array<std::array<BlockFunction, 3>, kNumericTypes>;
 
-/// Computes all rows of text inputs into `output`, one byte a row.
+/// Computes all rows of text inputs into `output`, one byte per row.
 using TextFunction = void (*)(std::span<const Operand> inputs, std::int64_t rows,
                               std::uint8_t* output);
 
@@ -90,66 +89,67 @@ struct ElementFunction {
   std::string_view summary;
 };
 
-/// The types in which a function computes and results.
+/// The types in which a function computes and returns.
 struct Signature {
   ElementType compute = ElementType::Double;
   ElementType result = ElementType::Double;
 };
 
-/// All element functions, in the order in which help shows them.
+/// All element functions, in the order in which help lists them.
 std::span<const ElementFunction> elementFunctions();
 
 /// The function of that name, or null.
 const ElementFunction* findElementFunction(std::string_view name);
 
-/// The function behind an operator of a formula (`-` with arity 1 is `uminus`), or null.
+/// The function of an operator in a formula (`-` with arity 1 is `uminus`), or null.
 const ElementFunction* findOperator(std::string_view symbol, std::size_t arity);
 
-/// The common type of two numeric types, as `numpy.promote_types` gives it.
+/// The common type of two numeric types, as in `numpy.promote_types`.
 ///
 /// Requires: neither is String.
 ElementType promoteTypes(ElementType a, ElementType b);
 
-/// The types in which `function` computes and results for inputs of such types.
+/// The computing type and result type of `function` for inputs of the given types.
 ///
 /// Weak inputs follow NumPy's rule for Python's scalars: they raise the kind of the result
-/// (logical, integer, floating) but not its width. `int8Column * 2` stays int8, `int8Column * 2.0`
-/// is double. Weak numbers among themselves are int64 or double.
+/// (logical, integer, floating) but not its width. `int8Column * 2` is int8, `int8Column * 2.0`
+/// is double. An operation on weak numbers only gives int64 or double.
 /// Errors: "KALVEX:function:BadArity" for a wrong number of inputs; "KALVEX:function:BadTypes" if
 ///         the function isn't defined for these types (FunctionError).
 Signature resolve(const ElementFunction& function, std::span<const OperandType> types);
 
-/// The block function for a computing type that `resolve` gave; null for String.
+/// The block function for a computing type that `resolve` returned; null for String.
 BlockFunction blockFunction(const ElementFunction& function, ElementType compute, Spread spread);
 
-/// `inputs` with each weak one converted to the type in which it takes part, and weak no longer.
-/// Only the types of the other inputs matter, so these may have no rows: a front end converts the
+/// `inputs` with each weak one converted to the type in which it is used, and no longer weak. Only
+/// the types of the other inputs matter, so these may have no rows: a front end converts the
 /// constants of a call when it records the call.
 ///
 /// An integer column is compared exactly with any whole number: one beyond its range becomes an
 /// infinity.
 /// Errors: those of `resolve`; "KALVEX:function:OutOfRange" for a constant that doesn't fit the
-///         integers that it meets; "KALVEX:array:NotExact" for a whole number that would have to
-///         become a double and is none; "KALVEX:function:NegativePower" (FunctionError).
+///         integers with which it is combined; "KALVEX:array:NotExact" for a whole number that
+///         would have to become a double but isn't exact as one; "KALVEX:function:NegativePower"
+///         (FunctionError).
 std::vector<Operand> adaptConstants(const ElementFunction& function,
                                     std::span<const Operand> inputs);
 
-/// What `function` makes of constants alone: one constant, as if the user had written it.
+/// The result of `function` for constants only: one constant, as if the user had written it.
 ///
-/// Numbers are computed in double. Of whole numbers, a result that is whole and at most 2^53 is a
+/// Numbers are computed in double. For whole numbers, a result that is whole and at most 2^53 is a
 /// whole number again, except for quotients and mathematical functions.
 /// Requires: all inputs are weak scalars.
-/// Errors: as `adaptConstants`.
+/// Errors: as for `adaptConstants`.
 Operand foldConstants(const ElementFunction& function, std::span<const Operand> inputs);
 
 /// Applies `function` to `rows` rows.
 ///
-/// Result: a column of `rows` rows, of the type that `resolve` says.
+/// Result: a column of `rows` rows, of the type that `resolve` gives.
 /// Shapes: an input has `rows` rows, or one if it is scalar.
 /// Errors: those of `adaptConstants`; "KALVEX:function:RowCounts" for an input of another length;
 ///         "KALVEX:function:NegativePower" for an integer to the power of a negative integer;
-///         "KALVEX:function:MissingChoice" if `where` has to put a missing integer or logical
-///         among others (FunctionError). std::bad_alloc when memory is short.
+///         "KALVEX:function:MissingChoice" if `where` would have to mix a missing integer or
+///         logical with other values (FunctionError). std::bad_alloc if memory runs out.
 Column evaluate(const ElementFunction& function, std::span<const Operand> inputs,
                 std::int64_t rows);
 

@@ -4,7 +4,7 @@
 
 namespace kv::runtime {
 
-/// A function that can't be applied to what it was given.
+/// A function can't be applied to its inputs.
 class FunctionError : public IdentifiedError {
  public:
   using IdentifiedError::IdentifiedError;

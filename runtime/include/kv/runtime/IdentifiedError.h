@@ -7,9 +7,9 @@
 
 namespace kv::runtime {
 
-/// An error with an id of the catalogue, raised where no session is at hand.
+/// An error with an id of the catalogue, raised by code without a session.
 ///
-/// `what()` is the full sentence; `id()` and `arguments()` are for a layer that has a catalogue.
+/// `what()` is the full sentence; `id()` and `arguments()` are for a layer with a catalogue.
 class IdentifiedError : public std::runtime_error {
  public:
   IdentifiedError(std::string id, std::vector<std::string> arguments, const std::string& message)

@@ -8,25 +8,24 @@ namespace kv::runtime {
 
 class MovedTables;
 
-/// A file or folder that tables read, and what they are to read in its place.
+/// A file or folder that tables read, and what to read instead.
 struct SourceMove {
   std::string from;
   std::string to;
 };
 
-/// Lets the arrays in a saved file read other files than it says: while it lives, the tables that
-/// the current session loads read `to` where they would read `from`.
+/// Redirects the arrays in a saved file to other files: during its lifetime, the tables that the
+/// current session loads read `to` instead of `from`.
 ///
-/// 1. `from` is a file of a table, as an absolute path, as a path from the working directory, or as
-///    it was given when the table was made; or a folder with files of a table.
-/// 2. If `to` is a folder, each file is replaced by that of the same name in it; below it, if
-/// `from`
-///    is a folder. Otherwise all files that `from` means are replaced by those that `to` means, a
-///    file or a pattern.
-/// 3. Each `from` means what the saved file says, also where another move leads to it.
+/// 1. `from` is a file of a table, as an absolute path, as a path relative to the working
+///    directory, or as it was given when the table was made; or a folder with files of a table.
+/// 2. If `to` is a folder, each file is replaced by the file of the same name in it; if `from` is a
+///    folder, too, by the file with the same path below it. Otherwise `to` is a file or a pattern,
+///    and its files replace all files that `from` denotes.
+/// 3. Each `from` is a path in the saved file, even if another move leads to it.
 ///
 /// A table keeps the types of its columns. If all its files are replaced, columns may have been
-/// added, left out and put in another order; else the new files have the columns of the others.
+/// added, removed or reordered; otherwise the new files must have the columns of the others.
 ///
 /// Errors:  of the load: DataError "KALVEX:datastore:FileNotFound", "KALVEX:datastore:NoFiles",
 ///          "KALVEX:datastore:DifferentColumns", and others of reading a header.
@@ -46,8 +45,9 @@ class SourceMoves {
   ///         and the files that were read.
   void throwIfUnused() const;
 
-  /// To be called when a load has failed, which blames the file for each failure of an object in
-  /// it: rethrows the failure of other data that was to be read. Errors: those of the load above.
+  /// To be called when a load has failed, since the load reports each failure of an object as a
+  /// fault of the file: rethrows the failure of other data that was to be read. Errors: those of
+  /// the load.
   void rethrowFailure() const;
 
  private:

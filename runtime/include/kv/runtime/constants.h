@@ -7,9 +7,9 @@
 #include "kv/host/values.h"
 #include "kv/runtime/ElementFunctions.h"
 
-/// Constants that users write, for front ends: a front end keeps them apart from values that were
-/// computed, and converts them (`adaptConstants`) when it records a call, since it knows the types
-/// that they meet. What is recorded is an ordinary value.
+/// Constants that users write, for front ends. A front end distinguishes them from computed values
+/// and converts them (`adaptConstants`) when it records a call, because it knows the types with
+/// which they are combined. The recorded value is an ordinary one.
 namespace kv::runtime {
 
 using WrittenConstant = std::variant<bool, std::int64_t, std::uint64_t, double, std::string>;
@@ -22,7 +22,7 @@ Operand writtenOperand(const WrittenConstant& constant);
 /// Errors: "KALVEX:array:NotAColumn" for any other value.
 Operand writtenOperand(const kxArray* saved);
 
-/// A scalar as the value of the host that is recorded.
+/// A scalar as the host value that is recorded.
 host::Value recordedValue(const Operand& scalar);
 
 }  // namespace kv::runtime

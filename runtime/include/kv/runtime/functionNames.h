@@ -5,19 +5,19 @@
 
 #include "kv/runtime/Aggregates.h"
 
-/// Names under which the built-in functions stand in a session; function handles on them are
-/// recognised when a plan is made and run as kernels.
+/// Names of the built-in functions in a session; function handles with these names are recognised
+/// when a plan is made and run as kernels.
 namespace kv::runtime {
 
-/// "kv.element.plus" and the like.
+/// "kv.element.plus" and so on.
 std::string elementFunctionName(std::string_view function);
 
 /// "kv.aggregate.mean", or "kv.aggregate.mean.propagate" for the form that propagates missing
 /// values.
 std::string aggregateFunctionName(std::string_view aggregate, MissingRule missing);
 
-/// A uniform random number for each row of its one input, from the stream in force: that of its
-/// partition.
+/// A uniform random number for each row of its one input, from the stream in force, which is that
+/// of its partition.
 inline constexpr std::string_view kRandomRowsFunction = "kv.random.rows";
 
 }  // namespace kv::runtime

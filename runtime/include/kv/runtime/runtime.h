@@ -7,45 +7,47 @@
 #include "kv/host/session.h"
 #include "kv/runtime/Cancellation.h"
 
-/// What the native core reaches by name: operations, tasks, processors, executors, datastores.
+/// The classes that the native core reaches by name: operations, tasks, processors, executors,
+/// datastores.
 namespace kv::runtime {
 
-/// Enters everything in a session: the core's classes and builtins, the runtime's classes and
+/// Registers everything in a session: the core's classes and builtins, the runtime's classes and
 /// functions, and their message texts.
 ///
-/// Errors: what a definition raises; "KALVEX:OutOfMemory".
+/// Errors: those of a definition; "KALVEX:OutOfMemory".
 void load(host::Session& session);
 
-/// Enters the native core alone: its classes and builtins. Each class and function that it reaches
-/// by name is left to whoever uses the session.
+/// Registers only the native core: its classes and builtins. The classes and functions that it
+/// reaches by name must be defined by the session's user.
 void loadCore(host::Session& session);
 
-/// The release of this runtime, which the function "version" answers.
+/// The release of this runtime, which the function "version" returns.
 std::string_view release() noexcept;
 
-/// Asks all evaluations that run in this process to stop within a chunk; if none runs, the next
-/// one, of whatever session. An evaluation that ends without having seen the request settles it for
+/// Asks all evaluations in progress in this process to stop within a chunk; if none is running, the
+/// next one in any session. An evaluation that ends without having seen the request settles it for
 /// those that begin later. Threads: any; may be called from a signal handler.
 void requestInterrupt() noexcept;
 
-/// The requests to stop evaluations of the current session, and no other. One that is made while
-/// none runs stops the next.
+/// The requests to stop evaluations of the current session only. One that is made while none is
+/// running stops the next.
 std::shared_ptr<InterruptRequests> sessionInterrupts();
 
-/// What a front end does while an evaluation runs: made at its start and destroyed at its end, on
-/// the thread of the evaluation.
+/// A front end's hook into an evaluation: created at its start and destroyed at its end, on the
+/// thread of the evaluation.
 class EvaluationWatch {
  public:
   virtual ~EvaluationWatch();
-  /// Called once a chunk, on that thread. May throw a host::PassThrough, which ends the evaluation.
+  /// Called once per chunk, on that thread. May throw a host::PassThrough, which ends the
+  /// evaluation.
   virtual void poll() = 0;
 };
 
-/// Sets how watches are made, for all sessions of the process; null: none are made.
+/// Sets how watches are created, for all sessions of the process; null for no watches.
 /// Threads: before the first evaluation.
 void setEvaluationWatch(std::unique_ptr<EvaluationWatch> (*make)()) noexcept;
 
-/// An evaluation that was asked to stop. Passes through calls as itself.
+/// An evaluation was asked to stop. Passes through calls unchanged.
 class Interrupted : public host::PassThrough {
  public:
   const char* what() const noexcept override { return "interrupted"; }

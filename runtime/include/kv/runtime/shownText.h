@@ -4,15 +4,15 @@
 #include <string>
 #include <string_view>
 
-/// Texts and names from files, short enough for a message.
+/// Texts and names from files, shortened for messages.
 namespace kv::runtime {
 
-/// A text as it is up to 80 bytes; of a longer one the first 80 bytes, or fewer so that no
-/// character is cut, an ellipsis and how long it is: "abc... (3000000 bytes)".
+/// A text of up to 80 bytes unchanged; of a longer one the first 80 bytes, or fewer so that no
+/// character is cut, an ellipsis and the length: "abc... (3000000 bytes)".
 std::string shownText(std::string_view text);
 
-/// The first 40 names, separated by commas, each as shownText() shows it, and how many more there
-/// are.
+/// The first 40 names, separated by commas, each shortened by shownText(), and the number of
+/// further ones.
 std::string shownNames(std::span<const std::string> names);
 
 }  // namespace kv::runtime
