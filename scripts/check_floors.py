@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Draws the include edges between folders; fails on an edge that leads upward and on a cycle.
+"""Checks the include edges between folders; fails on an edge that leads upward and on a cycle.
 
-A floor is a top folder that others stand on. FLOORS says which floors and which outside libraries
+A floor is a top folder on which others build. FLOORS lists which floors and which outside libraries
 each may include. An include that resolves to none of our files must be an allowed library or a
 header of the standard library. `--edges` prints the edges between folders.
 """
@@ -97,7 +97,7 @@ def floor_of(file: Path) -> str:
 
 
 def folder_of(file: Path) -> str:
-    """The folder that stands for `file` in the edges; `detail` is the inside of its parent."""
+    """The folder that represents `file` in the edges; `detail` is part of its parent."""
     floor = FLOORS[floor_of(file)]
     if floor.is_one:
         return floor.folder

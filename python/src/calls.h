@@ -13,7 +13,7 @@ namespace kv::python {
 namespace nb = nanobind;
 
 /// Inputs of a call in the host's form. Objects are borrowed, not copied.
-/// Lives: no longer than the tuple. Requires: a current session.
+/// Requires: a current session. Lives: no longer than the tuple.
 class Inputs {
  public:
   explicit Inputs(nb::handle tuple);

@@ -30,7 +30,7 @@ class ModuleScope {
 };
 
 /// A call from Python into this module.
-/// Errors: SystemExit on other threads after `stopOtherThreads`. Requires: the lock.
+/// Requires: the lock. Errors: SystemExit on other threads after `stopOtherThreads`.
 class Entry : public ModuleScope {
  public:
   Entry();

@@ -37,7 +37,7 @@ enum class Known {
   NumpyScalar,    ///< (name of its type, bytes) -> a scalar
 };
 
-/// Errors: those of the import. Requires: the interpreter's lock.
+/// Requires: the interpreter's lock. Errors: those of the import.
 nb::handle known(Known what);
 
 /// True if the type of `object` is a known class or derived from it. (Unlike `isinstance`, this

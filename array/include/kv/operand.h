@@ -22,8 +22,8 @@ using Where = std::source_location;
 /// Only the first dimension is long. Operations on arrays of one source with the same filters work
 /// row by row. An aggregate has one row and can be combined with any array.
 ///
+/// Lives:   may outlive the session; operations on it then raise Error "KALVEX:session:Closed".
 /// Threads: those of its session; a handle may be dropped on any.
-/// Lives: may outlive the session; operations on it then raise Error "KALVEX:session:Closed".
 class Array {
  public:
   struct Handle;

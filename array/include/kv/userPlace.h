@@ -8,7 +8,8 @@ namespace kv {
 /// is for front ends with a language of their own, whose users have no line of C++. Plans and
 /// errors show it.
 ///
-/// Threads: that of the calls to which it applies. Lives: within the session's life; one at a time.
+/// Lives:   within the session's life; one at a time.
+/// Threads: that of the calls to which it applies.
 class UserPlace {
  public:
   UserPlace(Session& session, StackFrame place);

@@ -14,10 +14,10 @@ using NameValueMap = std::map<std::string, const kxArray*>;
 /// the given values. All names are checked, the values aren't. If a name occurs twice, its last
 /// value counts.
 ///
-/// Lives:  the values belong to the inputs.
 /// Errors: "KALVEX:InputParser:ParamMustBeChar" for a name that isn't text,
 ///         "KALVEX:InputParser:ParamMissingValue" and "KALVEX:InputParser:UnmatchedParameter" with
 ///         the name. The first fault in the list is reported.
+/// Lives:  the values belong to the inputs.
 NameValueMap parseNameValueList(const NameValueMap& defaults, int nrhs, const kxArray** prhs);
 
 }  // namespace bigdata::ki

@@ -14,9 +14,9 @@ enum class TextShape : bool {
 
 /// The characters of a char array of the given shape, or of a string scalar, UTF-16.
 ///
-/// Lives:  as long as `array`.
 /// Errors: "KALVEX:string:MustBeStringScalarOrCharacterVector"; "KALVEX:string:MissingNotSupported"
 ///         for a missing string.
+/// Lives:  as long as `array`.
 std::u16string_view toText(const kxArray* array, TextShape shape = TextShape::Row);
 
 /// True if `toText` would succeed.
