@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "kv/error.h"
 #include "kx/string.h"
 

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "fl/i18n.h"
 #include "foundation/exception.h"
+#include "foundation/i18n.h"
 #include "kv/host/errors.h"
 #include "kv/host/values.h"
 #include "kv/runtime/IdentifiedError.h"

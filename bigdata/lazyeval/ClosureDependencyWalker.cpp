@@ -9,7 +9,7 @@
 
 #include <utility>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "util/InternalError.h"
 
 namespace bigdata::lazyeval {

@@ -10,7 +10,7 @@
 #include <utility>
 #include <variant>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "kcos/calls.h"
 #include "ki/conversions.h"
 #include "ki/hostCalls.h"

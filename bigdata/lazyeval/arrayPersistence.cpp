@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "PartitionMetadata.h"
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "ki/conversions.h"
 #include "ki/createManagedObject.h"
 #include "ki/hostCalls.h"

@@ -4,7 +4,7 @@
 #include <unordered_set>
 #include <variant>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 
 namespace bigdata::optimizer {
 

@@ -5,7 +5,7 @@
 #include <boost/uuid/uuid_io.hpp>
 #include <charconv>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 
 namespace bigdata::util {
 

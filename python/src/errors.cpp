@@ -11,8 +11,8 @@
 
 #include "Object.h"
 #include "Session.h"
-#include "fl/i18n.h"
 #include "foundation/exception.h"
+#include "foundation/i18n.h"
 #include "kv/host/values.h"
 #include "kv/runtime/runtime.h"
 #include "stacks.h"

@@ -10,7 +10,7 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "kv/runtime/functionNames.h"
 #include "values/hostNames.h"
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "fl/i18n.h"
 #include "foundation/exception.h"
+#include "foundation/i18n.h"
 #include "kv/runtime/DataError.h"
 #include "values/hostNames.h"
 

@@ -22,7 +22,7 @@
 
 #include "column/allocate.h"
 #include "column/elementTypes.h"
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 

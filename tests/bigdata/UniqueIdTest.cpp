@@ -3,7 +3,7 @@
 
 #include "CoreSession.h"
 #include "executor/CompositeDataProcessorBuilder.h"
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "util/UniqueIdFactory.h"
 
 namespace bigdata {

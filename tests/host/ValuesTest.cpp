@@ -6,7 +6,7 @@
 #include <numeric>
 #include <thread>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "kv/host/session.h"
 #include "kv/host/values.h"
 #include "kx/array.h"

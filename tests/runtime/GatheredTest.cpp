@@ -4,7 +4,7 @@
 #include <cstring>
 #include <map>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "kv/runtime/FunctionError.h"

@@ -1,6 +1,6 @@
 #include "ki/NameValueList.h"
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "ki/detail/convertText.h"
 #include "util/ErrorIds.h"
 

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "kv/host/export.h"
 
 /// Native exceptions with an id: one type per id. At the edge of a bound call the host turns one

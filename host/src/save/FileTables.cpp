@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 
 namespace kv::host {
 namespace {
