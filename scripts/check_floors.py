@@ -26,7 +26,6 @@ class Floor:
     sees: tuple[str, ...] = ()
     libraries: tuple[str, ...] = ()
     is_one: bool = False  # one interface in several folders: it counts as one folder
-    room: tuple[str, ...] = ()  # folders that are parts of one thing: they count as the first
 
 
 # The rooms of the runtime, in the order in which data flows through them: a room sees those before it.
@@ -51,15 +50,7 @@ def rooms_of_runtime() -> dict[str, Floor]:
 # A file belongs to the first floor whose folder holds it.
 FLOORS = {
     "host/include": Floor("host/include", ("host/include",), (), ("boost",), is_one=True),
-    # A session's state, its classes, its calls and its errors are one machine: making an object calls
-    # a body, a call that fails makes an object. They stand apart to be read, not to be used apart.
-    "host/src": Floor(
-        "host/src",
-        ("host/src",),
-        ("host/include",),
-        ("boost", "xxhash.h"),
-        room=("session", "call", "class", "error"),
-    ),
+    "host/src": Floor("host/src", ("host/src",), ("host/include",), ("boost", "xxhash.h")),
     "bigdata/public": Floor("bigdata/public", ("bigdata/public",), ("host/include",)),
     "bigdata": Floor(
         "bigdata", ("bigdata/include", "bigdata"), ("bigdata/public", "host/include"), ("boost",)
@@ -101,8 +92,6 @@ def folder_of(file: Path) -> str:
     floor = FLOORS[floor_of(file)]
     if floor.is_one:
         return floor.folder
-    if file.parent.name in floor.room:
-        return f"{floor.folder}/{floor.room[0]}"
     return str(file.parent.parent if file.parent.name == "detail" else file.parent)
 
 

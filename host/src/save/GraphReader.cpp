@@ -4,16 +4,16 @@
 #include <array>
 #include <string>
 
-#include "class/instances.h"
-#include "class/objects.h"
-#include "class/properties.h"
-#include "error/edge.h"
 #include "heap/Array.h"
 #include "heap/FunctionValue.h"
 #include "kv/host/errors.h"
 #include "name/names.h"
 #include "save/plainValues.h"
 #include "session/SessionState.h"
+#include "session/edge.h"
+#include "session/instances.h"
+#include "session/objects.h"
+#include "session/properties.h"
 
 namespace kv::host {
 namespace {

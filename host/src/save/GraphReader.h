@@ -5,12 +5,12 @@
 #include <utility>
 #include <vector>
 
-#include "class/Members.h"
 #include "heap/Object.h"
 #include "kv/host/definitions.h"
 #include "kv/host/values.h"
 #include "save/CopyLimit.h"
 #include "save/FileTables.h"
+#include "session/Members.h"
 
 namespace kv::host {
 

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <string>
 
-#include "class/instances.h"
-#include "class/objects.h"
-#include "class/properties.h"
 #include "heap/Array.h"
 #include "heap/FunctionValue.h"
 #include "kv/host/errors.h"
 #include "session/SessionState.h"
+#include "session/instances.h"
+#include "session/objects.h"
+#include "session/properties.h"
 
 namespace kv::host {
 namespace {

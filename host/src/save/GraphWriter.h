@@ -4,11 +4,11 @@
 #include <unordered_map>
 #include <vector>
 
-#include "class/Members.h"
 #include "heap/Object.h"
 #include "heap/Payload.h"
 #include "kv/host/values.h"
 #include "save/FileBuilder.h"
+#include "session/Members.h"
 
 namespace kv::host {
 

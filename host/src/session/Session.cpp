@@ -3,21 +3,21 @@
 #include <atomic>
 #include <utility>
 
-#include "call/dispatch.h"
-#include "call/invoke.h"
-#include "call/overloads.h"
-#include "call/running.h"
-#include "class/access.h"
-#include "class/construction.h"
-#include "class/describe.h"
-#include "class/instances.h"
-#include "class/objects.h"
-#include "class/properties.h"
-#include "error/NativeError.h"
-#include "error/edge.h"
-#include "error/kException.h"
 #include "name/names.h"
+#include "session/NativeError.h"
+#include "session/access.h"
+#include "session/construction.h"
+#include "session/describe.h"
+#include "session/dispatch.h"
+#include "session/edge.h"
 #include "session/inSession.h"
+#include "session/instances.h"
+#include "session/invoke.h"
+#include "session/kException.h"
+#include "session/objects.h"
+#include "session/overloads.h"
+#include "session/properties.h"
+#include "session/running.h"
 
 namespace kv::host {
 namespace {

@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "error/NativeError.h"
-#include "error/kException.h"
 #include "heap/Pool.h"
 #include "kv/host/errors.h"
+#include "session/NativeError.h"
+#include "session/kException.h"
 
 namespace kv::host {
 namespace {

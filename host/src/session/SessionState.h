@@ -4,11 +4,11 @@
 #include <memory>
 #include <vector>
 
-#include "call/CallTable.h"
-#include "class/ClassTable.h"
 #include "heap/Heap.h"
 #include "kv/host/methodWrappers.h"
 #include "kv/host/session.h"
+#include "session/CallTable.h"
+#include "session/ClassTable.h"
 #include "session/SessionStore.h"
 #include "session/UserStacks.h"
 

@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "error/NativeError.h"
-#include "error/edge.h"
+#include "session/NativeError.h"
 #include "session/SessionState.h"
+#include "session/edge.h"
 
 namespace kv::host {
 

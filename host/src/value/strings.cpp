@@ -3,7 +3,7 @@
 #include <cstring>
 #include <memory>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "heap/Array.h"
 #include "kv/host/errors.h"
 #include "value/counts.h"

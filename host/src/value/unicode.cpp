@@ -1,6 +1,6 @@
 #include <cstdint>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 
 namespace fl::i18n {
 namespace {

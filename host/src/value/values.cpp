@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "fl/i18n.h"
+#include "foundation/i18n.h"
 #include "heap/Array.h"
 #include "heap/Heap.h"
 #include "kv/host/errors.h"
