@@ -41,7 +41,7 @@ def rooms_of_runtime() -> dict[str, Floor]:
         rooms[f"runtime/{room}"] = Floor(
             f"runtime/{room}",
             ("runtime",),
-            ("runtime/include", *host, *rooms),
+            ("runtime/include", "errors/include", *host, *rooms),
             ("arrow", "parquet", "fmt", "boost", "xxhash.h"),
         )
     return rooms
@@ -49,21 +49,33 @@ def rooms_of_runtime() -> dict[str, Floor]:
 
 # A file belongs to the first floor whose folder holds it.
 FLOORS = {
-    "host/include": Floor("host/include", ("host/include",), (), ("boost",), is_one=True),
-    "host/src": Floor("host/src", ("host/src",), ("host/include",), ("boost", "xxhash.h")),
+    "errors/include": Floor("errors/include", ("errors/include",), is_one=True),
+    "errors": Floor("errors", ("errors/src",), ("errors/include",)),
+    "host/include": Floor(
+        "host/include", ("host/include",), ("errors/include",), ("boost",), is_one=True
+    ),
+    "host/src": Floor(
+        "host/src",
+        ("host/src",),
+        ("errors/include", "host/include"),
+        ("boost", "xxhash.h"),
+    ),
     "bigdata/public": Floor("bigdata/public", ("bigdata/public",), ("host/include",)),
     "bigdata": Floor(
         "bigdata", ("bigdata/include", "bigdata"), ("bigdata/public", "host/include"), ("boost",)
     ),
     "runtime/include": Floor(
-        "runtime/include", ("runtime/include",), ("host/include",), ("arrow", "parquet")
+        "runtime/include",
+        ("runtime/include",),
+        ("errors/include", "host/include"),
+        ("arrow", "parquet"),
     ),
     **rooms_of_runtime(),
     "array/include": Floor("array/include", ("array/include",)),
     "array": Floor(
         "array",
         ("array/src",),
-        ("array/include", "runtime/include", "host/include"),
+        ("array/include", "runtime/include", "errors/include", "host/include"),
         ("arrow", "fmt", "boost"),
     ),
     "python/src": Floor(

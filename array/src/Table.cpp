@@ -1,5 +1,3 @@
-#include <fmt/format.h>
-
 #include <string>
 #include <utility>
 
@@ -23,12 +21,8 @@ Array Table::column(std::string_view name, Where where) const {
   const TableColumns& all = *handle_->columns;
   const auto found = all.positions.find(name);
   if (found == all.positions.end()) {
-    const std::string columns = runtime::shownNames(all.names);
-    throw Error(
-        "KALVEX:array:UnknownColumn",
-        fmt::format("There is no column {}. There are: {}.", runtime::shownText(name), columns),
-        {std::string(name), columns},
-        {{where.file_name(), where.function_name(), static_cast<int>(where.line())}});
+    raiseError("KALVEX:array:UnknownColumn", {std::string(name), runtime::shownNames(all.names)},
+               {{where.file_name(), where.function_name(), static_cast<int>(where.line())}});
   }
   const auto session = live(handle_->session);
   return publicCall(*session, where, [&] {

@@ -12,7 +12,7 @@ double Value::number(std::size_t row) const {
   return std::visit(
       [&]<class T>(const T& column) -> double {
         if constexpr (std::is_same_v<T, Texts>) {
-          throw Error("KALVEX:array:NotANumber", "The value is a text, not a number.", {"string"});
+          raiseError("KALVEX:array:NotANumber", {"string"});
         } else {
           return static_cast<double>(column.at(row));
         }
@@ -24,7 +24,7 @@ std::optional<std::string> Value::text(std::size_t row) const {
   if (const auto* texts = std::get_if<Texts>(&data_)) {
     return texts->at(row);
   }
-  throw Error("KALVEX:array:NotAText", "The value is a number, not a text.");
+  raiseError("KALVEX:array:NotAText", {"a number"});
 }
 
 }  // namespace kv

@@ -1,6 +1,9 @@
 #include "kv/error.h"
 
+#include <cassert>
 #include <utility>
+
+#include "kv/errors/ErrorRow.h"
 
 namespace kv {
 
@@ -13,6 +16,13 @@ Error::Error(std::string identifier, const std::string& message, std::vector<std
                                                   std::move(stack), std::move(cause), place})) {}
 
 Error::~Error() = default;
+
+void raiseError(std::string_view identifier, std::vector<std::string> arguments,
+                std::vector<StackFrame> stack) {
+  assert(errors::fitsRow(identifier, arguments.size()));
+  const std::string message = errors::formatMessage(identifier, arguments);
+  throw Error(std::string(identifier), message, std::move(arguments), std::move(stack));
+}
 
 Interrupted::Interrupted() : std::runtime_error("The evaluation was interrupted.") {}
 

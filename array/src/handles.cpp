@@ -1,7 +1,5 @@
 #include "handles.h"
 
-#include <fmt/format.h>
-
 #include <utility>
 
 #include "kv/runtime/Column.h"
@@ -41,7 +39,7 @@ Array makeConstant(const std::weak_ptr<Session::Impl>& session, const runtime::O
 
 std::shared_ptr<Session::Impl> sessionOf(std::span<const Array> arrays) {
   if (arrays.empty()) {
-    throw Error("KALVEX:array:NoArray", "At least one input must be an array.");
+    raiseError("KALVEX:array:NoArray");
   }
   auto session = live(arrays.front().handle().session);
   for (const Array& array : arrays) {
@@ -52,19 +50,13 @@ std::shared_ptr<Session::Impl> sessionOf(std::span<const Array> arrays) {
   return session;
 }
 
-void raiseTwoSessions() {
-  throw Error("KALVEX:array:TwoSessions", "The arrays belong to different sessions.");
-}
+void raiseTwoSessions() { raiseError("KALVEX:array:TwoSessions"); }
 
 void requireLogical(const Array& keep) {
   if (keep.handle().type == ElementType::Logical) {
     return;
   }
-  throw Error(
-      "KALVEX:array:NotLogical",
-      fmt::format("A filter keeps the rows where a logical array is true; this array is {}.",
-                  keep.type()),
-      {std::string(keep.type())});
+  raiseError("KALVEX:array:NotLogical", {"A filter", std::string(keep.type())});
 }
 
 std::string_view Array::type() const { return runtime::elementTypeName(handle_->type); }

@@ -96,10 +96,8 @@ Value toValue(const kxArray* column) {
   if (isNumeric) {
     return Value(std::move(data));
   }
-  const std::string came = kxGetClassName(column);
-  throw Error("KALVEX:array:NotAColumn",
-              fmt::format("Expected a column of numbers, logicals or texts, got {}.", came),
-              {came});
+  raiseError("KALVEX:array:NotAColumn",
+             {fmt::format("{}x{}", kxGetM(column), kxGetN(column)), kxGetClassName(column)});
 }
 
 std::span<const double> numbersOf(const kxArray* column, std::vector<double>& store) {
@@ -114,9 +112,7 @@ std::span<const double> numbersOf(const kxArray* column, std::vector<double>& st
   if (kxGetClassID(column) == kxLOGICAL_CLASS) {
     copy(std::span(kxGetLogicals(column), kxGetNumberOfElements(column)));
   } else if (!withNumbers(column, copy)) {
-    const std::string came = kxGetClassName(column);
-    throw Error("KALVEX:array:NotANumber",
-                fmt::format("Expected a column of numbers, got {}.", came), {came});
+    raiseError("KALVEX:array:NotANumber", {kxGetClassName(column)});
   }
   return store;
 }

@@ -2,8 +2,6 @@
 // into such spans, without a copy where the column is double already, and turns whatever the
 // function throws into an error of the host that keeps its id.
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -85,7 +83,7 @@ host::NativeBody bodyOf(BlockFunction function) {
 
 void requireFunction(const BlockFunction& function) {
   if (!function) {
-    throw Error("KALVEX:array:NoFunction", "Expected a function, got an empty one.");
+    raiseError("KALVEX:array:NoFunction");
   }
 }
 
@@ -94,8 +92,7 @@ void refuseTexts(std::span<const Array> inputs) {
     if (input.handle().type != runtime::ElementType::String) {
       continue;
     }
-    throw Error("KALVEX:array:NotANumber", "A function of blocks takes numbers, not texts.",
-                {"string"});
+    raiseError("KALVEX:array:NotANumber", {"string"});
   }
 }
 
@@ -123,9 +120,7 @@ void Session::define(std::string_view name, BlockFunction function, Where where)
   requireFunction(function);
   publicCall(*impl_, where, [&] {
     if (name.empty() || host::isLibraryFunction(name)) {
-      throw Error("KALVEX:array:NameTaken",
-                  fmt::format("\"{}\" can't be used as the name of a user function.", name),
-                  {std::string(name)});
+      raiseError("KALVEX:array:NameTaken", {std::string(name)});
     }
     impl_->host.defineFunction(name, bodyOf(std::move(function)));
   });

@@ -3,8 +3,6 @@
 // errors are raised here, at the user's line, and not when the array is evaluated. Constants stay
 // constants: an operation on constants only is computed at once and can adapt again later.
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
 #include <vector>
@@ -21,8 +19,7 @@ namespace {
 using runtime::ElementType;
 
 [[noreturn]] void raiseUnknownFunction(std::string_view kind, std::string_view name) {
-  throw Error("KALVEX:array:UnknownFunction", fmt::format("There is no {} \"{}\".", kind, name),
-              {std::string(name)});
+  raiseError("KALVEX:array:UnknownFunction", {std::string(name), std::string(kind)});
 }
 
 ElementType resultType(const runtime::ElementFunction& function,

@@ -14,6 +14,8 @@
 
 #include "foundation/exception.h"
 #include "foundation/i18n.h"
+#include "kv/errors/ErrorRow.h"
+#include "kv/errors/StepError.h"
 #include "kv/host/errors.h"
 #include "kv/host/values.h"
 #include "kv/runtime/IdentifiedError.h"
@@ -63,14 +65,7 @@ Error toError(const foundation::core::except::IMsgIDException& native) {
 }
 
 /// Constructed early, while memory is available.
-const Error kOutOfMemory("KALVEX:OutOfMemory", "Out of memory.");
-
-/// For a fault of ours that has no id. The text is an argument, for a report.
-Error unexpected(const std::string& text) {
-  const std::vector<std::string> arguments = {"The call", text};
-  constexpr char kId[] = "KALVEX:array:Unexpected";
-  return {kId, host::catalogueText(kId, arguments), arguments};
-}
+const Error kOutOfMemory("KALVEX:OutOfMemory", errors::formatMessage("KALVEX:OutOfMemory", {}));
 
 [[noreturn]] void rethrowConverted() {
   try {
@@ -85,12 +80,15 @@ Error unexpected(const std::string& text) {
     throw toError(native);
   } catch (const runtime::IdentifiedError& error) {
     throw Error(error.id(), error.what(), error.arguments());
+  } catch (const errors::StepError& error) {
+    throw Error(error.id(), error.what(), error.arguments());
   } catch (const runtime::Interrupted&) {
     throw Interrupted();
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const std::exception& error) {
-    throw unexpected(error.what());
+    raiseError("KALVEX:array:Unexpected",
+               {"The call", error.what()});  // a fault of ours without an id
   }
 }
 
@@ -112,8 +110,6 @@ void rethrowAsOurs() {
   }
 }
 
-void raiseClosed() {
-  throw Error("KALVEX:session:Closed", "The session of this array or table has been closed.");
-}
+void raiseClosed() { raiseError("KALVEX:session:Closed"); }
 
 }  // namespace kv

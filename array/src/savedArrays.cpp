@@ -2,8 +2,6 @@
 // come from anyone and may hold any value, so every field is checked for class, size and content
 // before it is used, and the same error is raised for whatever is wrong.
 
-#include <fmt/format.h>
-
 #include <set>
 #include <string>
 #include <utility>
@@ -33,8 +31,7 @@ void requireDistinctNames(std::span<const NamedArray> arrays) {
   std::set<std::string_view> names;
   for (const NamedArray& named : arrays) {
     if (!names.insert(named.name).second) {
-      throw Error("KALVEX:array:SameName", fmt::format("Two arrays are named \"{}\".", named.name),
-                  {named.name});
+      raiseError("KALVEX:array:SameName", {named.name});
     }
   }
 }
@@ -70,9 +67,7 @@ host::Value recordOf(std::span<const NamedArray> arrays) {
 }
 
 [[noreturn]] void raiseNotArrays(const std::string& path) {
-  throw Error("KALVEX:array:NotArrays",
-              fmt::format("The file '{}' contains no arrays that were saved by name.", path),
-              {path});
+  raiseError("KALVEX:array:NotArrays", {path});
 }
 
 /// The constant in an array that was made by `makeConstant`.

@@ -7,20 +7,11 @@
 #include "Object.h"
 #include "bindSession.h"
 #include "evaluation.h"
-#include "kv/host/errors.h"
 #include "kv/host/session.h"
 #include "values.h"
 
 namespace kv::python {
 namespace {
-
-constexpr host::CatalogueEntry kCatalogue[] = {
-    {"KALVEX:session:InUse", "The session can't be closed while a call runs in it."},
-    {"KALVEX:session:OtherSession", "The value belongs to another session."},
-    {"KALVEX:session:Ambiguous",
-     "Function '{0}' isn't bound to a session, and {1} sessions are open on this thread: call it "
-     "by name through one of them, as session.call('{0}', ...)."},
-};
 
 nb::dict ledger() {
   const host::Ledger counts = host::ledger();
@@ -33,7 +24,6 @@ nb::dict ledger() {
 }
 
 void bindModule(nb::module_& module) {
-  host::addToCatalogue(kCatalogue);
   watchEvaluations();
   bindSession(module);
   bindObject(module);

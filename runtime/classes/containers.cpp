@@ -160,7 +160,7 @@ void tableColumn(const Call& call) {
       return;
     }
   }
-  host::raise("KALVEX:array:UnknownColumn", {shownText(name), shownNames(names)});
+  host::raise("KALVEX:array:UnknownColumn", {name, shownNames(names)});
 }
 
 void checkLoadedTable(const kxArray* table) {

@@ -1,7 +1,5 @@
-#include <mutex>
 
 #include "classes/classes.h"
-#include "classes/messages.h"
 #include "kv/bigdata.h"
 #include "kv/runtime/runtime.h"
 #include "persistence/trust.h"
@@ -36,8 +34,6 @@ void loadCore(host::Session& session) {
 void load(host::Session& session) {
   const host::Session::Scope scope(session);
   session.load([&] {
-    static std::once_flag messagesEntered;
-    std::call_once(messagesEntered, enterMessages);
     loadCore(session);
     defineFunctions(session);
     defineRandom(session);

@@ -20,7 +20,7 @@ Chunk takeVariables(const OpSpec& spec, const Chunk& table) {
   for (const std::string& variable : spec.variables) {
     const auto found = std::find(table.names->begin(), table.names->end(), variable);
     if (found == table.names->end()) {
-      host::raise("KALVEX:array:UnknownColumn", {shownText(variable), shownNames(*table.names)});
+      host::raise("KALVEX:array:UnknownColumn", {variable, shownNames(*table.names)});
     }
     taken.columns.push_back(table.columns[static_cast<std::size_t>(found - table.names->begin())]);
   }

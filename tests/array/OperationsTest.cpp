@@ -89,11 +89,11 @@ TEST_F(Operations, InvalidOperationsAreRefusedWhereTheyAreWritten) {
             "KALVEX:function:BadArity");
   EXPECT_EQ(errorOf([&] { kv::apply("plus", constants); }).identifier(), "KALVEX:array:NoArray");
   EXPECT_EQ(errorOf([&] { kv::apply("nope", constants); }).arguments(),
-            std::vector<std::string>{"nope"});
+            (std::vector<std::string>{"nope", "element function"}));
   EXPECT_EQ(errorOf([&] { aggregate("nope", x); }).identifier(), "KALVEX:array:UnknownFunction");
   const Error unknown = errorOf([&] { table.column("nope"); });
   EXPECT_EQ(unknown.identifier(), "KALVEX:array:UnknownColumn");
-  EXPECT_THAT(unknown.what(), testing::HasSubstr("There are: x"));
+  EXPECT_THAT(unknown.what(), testing::HasSubstr("The columns are: x"));
   EXPECT_THAT(unknown.stack().front().file, testing::EndsWith("OperationsTest.cpp"));
   EXPECT_EQ(errorOf([&] { table.filter(x); }).identifier(), "KALVEX:array:NotLogical");
   EXPECT_EQ(errorOf([&] { filter(x, x); }).identifier(), "KALVEX:array:NotLogical");

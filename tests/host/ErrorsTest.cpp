@@ -4,6 +4,7 @@
 
 #include "HostSession.h"
 #include "foundation/exception.h"
+#include "kv/errors/StepError.h"
 
 namespace kv::test {
 namespace {
@@ -27,6 +28,10 @@ TEST_F(Errors, NativeExceptionsBecomeKExceptionsAtTheEdge) {
       {"KALVEX:bigdata:array:InvalidTallVersion | 2015a",
        [] { foundation::core::except::raise<LabTag>("2015a"); }},
       {"KALVEX:OutOfMemory", [] { throw std::bad_alloc(); }},
+      {"KALVEX:CountTooLarge | 9 | 8",
+       [] {
+         errors::raiseStep("KALVEX:CountTooLarge", {"9", "8"});
+       }},
       {"KALVEX:NativeException | went wrong", [] { throw std::runtime_error("went wrong"); }},
       {"KALVEX:NativeException | an exception that isn't a std::exception", [] { throw 42; }},
       {"KALVEX:InputParser:UnmatchedParameter | Size | ",
@@ -49,14 +54,11 @@ TEST_F(Errors, AnInterruptPassesAsItIs) {
   EXPECT_EQ(said("fine"), "still usable");
 }
 
-TEST_F(Errors, TextsComeFromTheCatalogue) {
-  const std::vector<std::string> arguments{"lab.A", "x"};
-  EXPECT_EQ(host::catalogueText("KALVEX:class:NoSuchMember", arguments),
-            "Class 'lab.A' has no property or method 'x'.");
-  EXPECT_EQ(host::catalogueText("lab:unknown", arguments), "lab:unknown: lab.A, x");
+TEST_F(Errors, LibrariesMayAddTexts) {
   const host::CatalogueEntry entries[] = {{"lab:order", "{1} before {0}, not {2} or {"}};
   host::addToCatalogue(entries);
-  EXPECT_EQ(host::catalogueText("lab:order", arguments), "x before lab.A, not {2} or {");
+  const ErrorRecord error = errorOf([] { host::raise("lab:order", {"lab.A", "x"}); });
+  EXPECT_EQ(error.message, "x before lab.A, not {2} or {");
 }
 
 TEST_F(Errors, CarryTheLiveUserStack) {

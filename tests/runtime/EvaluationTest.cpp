@@ -318,7 +318,7 @@ TEST_F(Evaluation, OperationsRefuseUnsupportedInputs) {
   EXPECT_EQ(errorOf([&] { gather(column(x, "x")); }).identifier, "KALVEX:array:NeedsTable");
   const host::ErrorRecord unknown = errorOf([&] { gather(column(t, "z")); });
   EXPECT_EQ(unknown.identifier, "KALVEX:array:UnknownColumn");
-  EXPECT_THAT(unknown.message, HasSubstr("There is no column z. There are: x, y."));
+  EXPECT_THAT(unknown.message, HasSubstr("There is no column 'z'. The columns are: x, y."));
   const Value all = element("ge", x, 0);
   const Value filtered = host::call("filterslices", {all.get(), row.get()});
   EXPECT_EQ(errorOf([&] { gather(filtered); }).identifier, "KALVEX:array:NeedsRows");

@@ -130,12 +130,7 @@ void requireOneRowEach(const std::vector<std::string>& labels, const Gathered& g
     if (rows == 1) {
       continue;
     }
-    throw Error(
-        "KALVEX:array:NotOneRow",
-        fmt::format("\"{}\" has {} rows; only answers of one row are printed. Open the file "
-                    "from C++ or Python.",
-                    labels[i], rows),
-        {labels[i], fmt::format("{}", rows)});
+    raiseError("KALVEX:array:NotOneRow", {labels[i], fmt::format("{}", rows)});
   }
 }
 

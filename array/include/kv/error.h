@@ -5,6 +5,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kv {
@@ -54,6 +55,12 @@ class Error : public std::runtime_error {
 
   std::shared_ptr<const Details> details_;
 };
+
+/// Throws the Error of an id of the product, with the text of the id filled in.
+///
+/// Requires: `arguments` are those of the id, in their order.
+[[noreturn]] void raiseError(std::string_view identifier, std::vector<std::string> arguments = {},
+                             std::vector<StackFrame> stack = {});
 
 /// An evaluation was asked to stop and has stopped.
 class Interrupted : public std::runtime_error {

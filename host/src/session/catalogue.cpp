@@ -1,20 +1,20 @@
-#include "session/catalogue.h"
-
-#include <charconv>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <shared_mutex>
 
+#include "kv/errors/ErrorRow.h"
+#include "kv/host/errors.h"
+
 namespace kv::host {
 namespace {
 
-/// Texts by id; of the host at first, then of the libraries that bring more.
-class Catalogue {
+/// Texts that libraries have added, by id; they take precedence over the table.
+class AddedTexts {
  public:
-  static Catalogue& instance() {
-    static Catalogue catalogue;
-    return catalogue;
+  static AddedTexts& instance() {
+    static AddedTexts texts;
+    return texts;
   }
 
   void add(std::span<const CatalogueEntry> entries) {
@@ -31,54 +31,19 @@ class Catalogue {
   }
 
  private:
-  Catalogue() { add(hostCatalogue()); }
-
   mutable std::shared_mutex mutex_;
   std::map<std::string, std::string, std::less<>> texts_;
 };
 
-/// Puts the arguments in the places {0}, {1}, ...; a place without an argument stays as it is.
-std::string fillIn(std::string_view text, std::span<const std::string> arguments) {
-  std::string filled;
-  while (!text.empty()) {
-    const std::size_t open = text.find('{');
-    filled += text.substr(0, open);
-    if (open == std::string_view::npos) {
-      break;
-    }
-    text.remove_prefix(open);
-    const std::size_t close = text.find('}');
-    std::size_t index = arguments.size();
-    if (close != std::string_view::npos) {
-      std::from_chars(text.data() + 1, text.data() + close, index);
-    }
-    if (index < arguments.size()) {
-      filled += arguments[index];
-      text.remove_prefix(close + 1);
-    } else {
-      filled += '{';
-      text.remove_prefix(1);
-    }
-  }
-  return filled;
-}
-
-std::string listed(std::string_view identifier, std::span<const std::string> arguments) {
-  std::string text(identifier);
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    text += i == 0 ? ": " : ", ";
-    text += arguments[i];
-  }
-  return text;
-}
-
 }  // namespace
 
 std::string catalogueText(std::string_view identifier, std::span<const std::string> arguments) {
-  const std::optional<std::string> text = Catalogue::instance().find(identifier);
-  return text ? fillIn(*text, arguments) : listed(identifier, arguments);
+  const std::optional<std::string> added = AddedTexts::instance().find(identifier);
+  return added ? errors::fillIn(*added, arguments) : errors::formatMessage(identifier, arguments);
 }
 
-void addToCatalogue(std::span<const CatalogueEntry> entries) { Catalogue::instance().add(entries); }
+void addToCatalogue(std::span<const CatalogueEntry> entries) {
+  AddedTexts::instance().add(entries);
+}
 
 }  // namespace kv::host

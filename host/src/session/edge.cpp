@@ -5,6 +5,7 @@
 #include <new>
 
 #include "foundation/exception.h"
+#include "kv/errors/StepError.h"
 #include "kv/host/errors.h"
 #include "session/NativeError.h"
 #include "session/SessionState.h"
@@ -34,7 +35,11 @@ std::vector<std::string> argumentsOf(const IMsgIDException& error) {
   } catch (const abi::__forced_unwind&) {
     throw;
   } catch (const IMsgIDException& error) {
-    raise(error.get_error_id(), argumentsOf(error));
+    const std::vector<std::string> arguments = argumentsOf(error);
+    raiseWithMessage(error.get_error_id(), catalogueText(error.get_error_id(), arguments),
+                     arguments);
+  } catch (const errors::StepError& error) {
+    raiseWithMessage(error.id(), error.what(), error.arguments());
   } catch (const std::bad_alloc&) {
     raise("KALVEX:OutOfMemory");
   } catch (const std::exception& error) {

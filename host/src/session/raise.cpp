@@ -1,5 +1,7 @@
+#include <cassert>
 #include <string>
 
+#include "kv/errors/ErrorRow.h"
 #include "kv/host/errors.h"
 #include "session/NativeError.h"
 #include "session/SessionState.h"
@@ -36,6 +38,7 @@ ErrorRecord errorRecord(const KExceptionEnvelope& envelope) {
 }
 
 void raise(std::string_view identifier, const std::vector<std::string>& arguments) {
+  assert(errors::fitsRow(identifier, arguments.size()));
   raiseWithMessage(identifier, catalogueText(identifier, arguments), arguments);
 }
 

@@ -6,31 +6,21 @@
 #include <vector>
 
 #include "kcos/calls.h"
+#include "kv/errors/ErrorRecord.h"
 #include "kv/host/export.h"
 
 namespace kv::host {
 
-/// A frame of a user's stack.
-struct Frame {
-  std::string file;
-  std::string name;
-  int line = 0;
-};
-
-/// What a KException holds, in C++ terms.
-struct ErrorRecord {
-  std::string identifier;
-  std::string message;
-  std::vector<std::string> arguments;
-  std::vector<Frame> stack;         ///< innermost first
-  std::vector<ErrorRecord> causes;  ///< at most one; its own causes follow inside
-  std::string className;            ///< "KException" or a subclass
-};
+using errors::ErrorRecord;
+using errors::Frame;
 
 /// Reads the exception out of its envelope.
 KV_HOST_API ErrorRecord errorRecord(const Torvane::KException::KExceptionEnvelope& envelope);
 
-/// Raises a KException with an id of the catalogue; its text is made from the arguments.
+/// Raises a KException with the text of the row of `identifier` (see kv/errors/ErrorRow.h), or of
+/// addToCatalogue(), filled in with the arguments.
+///
+/// Requires: the arguments are those of the row, if there is one.
 [[noreturn]] KV_HOST_API void raise(std::string_view identifier,
                                     const std::vector<std::string>& arguments = {});
 
@@ -42,12 +32,12 @@ KV_HOST_API ErrorRecord errorRecord(const Torvane::KException::KExceptionEnvelop
 /// Throws an existing KException object, or one of a subclass.
 [[noreturn]] KV_HOST_API void throwException(const kxArray* exception);
 
-/// The text of an id with its arguments put in; for an unknown id the id and the arguments.
+/// The text of an id, filled in with its arguments; for an unknown id the id and the arguments.
 KV_HOST_API std::string catalogueText(std::string_view identifier,
                                       std::span<const std::string> arguments);
 
-/// Adds ids to the catalogue: texts with {0}, {1}, ... where arguments go. For libraries that bring
-/// ids of their own, at load.
+/// Adds texts of ids, with {0}, {1}, ... where arguments go: for libraries that have ids of their
+/// own, at load.
 struct CatalogueEntry {
   std::string_view identifier;
   std::string_view text;

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "kv/errors/ErrorRow.h"
+
+namespace kv::errors {
+
+/// Ids of built-in functions that can't be applied to what they were given.
+inline constexpr ErrorRow kFunctionRows[] = {
+    {"KALVEX:function:BadArity", "function, expected, actual",
+     "The number of inputs of {0} must be {1}, got {2}.", BaseType::Type},
+    {"KALVEX:function:BadTypes", "function, types", "{0} is not defined for {1}.", BaseType::Type},
+    {"KALVEX:function:RowCounts", "function, expected, actual", "{0} expected {1} rows, got {2}.",
+     BaseType::Value},
+    {"KALVEX:function:OutOfRange", "function, constant, type",
+     "{0}: the constant {1} doesn't fit the type {2}.", BaseType::Value},
+    {"KALVEX:function:NegativePower", "function, exponent",
+     "{0}: an integer to the power of the negative integer {1} isn't an integer. Make one of them "
+     "a "
+     "double, as in x ^ {1}.0.",
+     BaseType::Value},
+    {"KALVEX:function:MissingChoice", "function, type",
+     "{0}: a column of type {1} can't hold a missing value among others. Multiply both sides by "
+     "1.0 "
+     "to choose doubles.",
+     BaseType::Value},
+    {"KALVEX:function:Overflow", "function, sum, type",
+     "{0}: {1} doesn't fit the type {2}. Multiply the values by 1.0 to add them up as doubles.",
+     BaseType::Value},
+    {"KALVEX:function:BadPartial", "reason", "The state of an aggregate can't be used: {0}.",
+     BaseType::Value},
+    {"KALVEX:array:NotExact", "number, nearest double",
+     "{0} is beyond 2^53, where a double skips whole numbers. The nearest double is {1}.",
+     BaseType::Value},
+    {"KALVEX:memory:TextTooLarge", "",
+     "The texts of one column are limited to 2 GiB in memory. Filter or reduce the column before "
+     "it "
+     "is gathered.",
+     BaseType::Memory},
+};
+
+}  // namespace kv::errors

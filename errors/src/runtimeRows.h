@@ -1,0 +1,70 @@
+#pragma once
+
+#include "kv/errors/ErrorRow.h"
+
+namespace kv::errors {
+
+/// Ids of recorded operations, their plans and runs, and of the runtime's classes.
+inline constexpr ErrorRow kRuntimeRows[] = {
+    // Plans.
+    {"KALVEX:array:NotRunnable", "operation", "{0} can be recorded and planned, but not run."},
+    {"KALVEX:array:NotInGraph", "what",
+     "Got a {0} that isn't part of the task graph that is to be run.", BaseType::Value},
+    {"KALVEX:array:OperationArity", "operation, expected, actual", "{0} takes {1}, got {2}.",
+     BaseType::Type},
+    {"KALVEX:array:RowSubscript", "class",
+     "Only all rows of a column can be taken, by the subscript ':', got a {0}.", BaseType::Index},
+    {"KALVEX:array:OneVariable", "names",
+     "The content of exactly one variable can be taken, got {0} names.", BaseType::Value},
+    {"KALVEX:array:MaxNumSlices", "operation, rows",
+     "{0} must take at least 1 row at a time, not {1}.", BaseType::Value},
+    {"KALVEX:array:DifferentSources", "source, other source",
+     "Rows of {0} and of {1} can't be combined: they are different sources.", BaseType::Value},
+
+    // Runs of steps.
+    {"KALVEX:array:NotAColumn", "shape, class",
+     "Expected a column of numbers, logicals or texts, got a {0} {1}.", BaseType::Type},
+    {"KALVEX:array:NotLogical", "operation, type", "{0} needs logical values, got {1}.",
+     BaseType::Type},
+    {"KALVEX:array:Condition", "actual",
+     "A choice between two arrays needs a condition that is one logical value, got {0}.",
+     BaseType::Value},
+    {"KALVEX:array:NeedsRows", "operation", "{0} needs an array with rows, got a value in memory.",
+     BaseType::Value},
+    {"KALVEX:array:NeedsColumn", "operation", "{0} needs one column, got a table.", BaseType::Type},
+    {"KALVEX:array:NeedsTable", "operation", "{0} needs a table, got an array.", BaseType::Type},
+    {"KALVEX:array:UnknownColumn", "column, columns",
+     "There is no column '{0:short}'. The columns are: {1}.", BaseType::Key},
+    {"KALVEX:array:RowsDiffer", "origin, other origin, advice",
+     "The rows of {0} and of {1} are not the same. Both must be rows of one source, filtered in "
+     "the "
+     "same way{2}.",
+     BaseType::Value},
+    {"KALVEX:array:WrongRowCount", "operation, rows, returned",
+     "{0} was given {1} rows and must return the same number, but returned {2}.", BaseType::Value},
+    {"KALVEX:array:MissingOutput", "operation, output, outputs",
+     "{0} returned nothing for output {1} of {2}.", BaseType::Value},
+    {"KALVEX:array:ChunkTypes", "operation, type, rows, other type, other rows",
+     "{0} must return one type for all rows, but returned {1} for {2} and {3} for {4}.",
+     BaseType::Type},
+    {"KALVEX:array:FunctionFailed", "operation, text", "{0} failed: {1}"},
+    {"KALVEX:array:Unexpected", "operation, text",
+     "{0} failed in a way that kvbigdata doesn't expect. This is a fault of kvbigdata, not of your "
+     "data; please report it."},
+
+    // Classes.
+    {"KALVEX:bigdata:array:ConcatenatedPartitions", "property, count, expected",
+     "{0} of joined arrays is {1}, but they have {2} partitions.", BaseType::Value},
+    {"KALVEX:digraph:UnknownNode", "node", "An edge leads to {0}, which isn't a node of the graph.",
+     BaseType::Value},
+    {"KALVEX:Containers:CountMismatch", "keys, values",
+     "A map needs a value for each key: {0} keys, {1} values.", BaseType::Value},
+    {"KALVEX:Containers:NoKey", "key", "There is no key {0} in the map.", BaseType::Key},
+    {"KALVEX:table:UnequalHeights", "rows, other rows",
+     "Columns of a table must have the same number of rows: the first has {0}, another {1}.",
+     BaseType::Value},
+    {"KALVEX:table:CountMismatch", "names, columns",
+     "A table needs a name for each column: {0} names, {1} columns.", BaseType::Value},
+};
+
+}  // namespace kv::errors

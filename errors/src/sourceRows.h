@@ -1,0 +1,86 @@
+#pragma once
+
+#include "kv/errors/ErrorRow.h"
+
+namespace kv::errors {
+
+/// Ids of input data that can't be used: a file, its form, a field, or a request that doesn't fit
+/// it.
+///
+/// Rows of data are counted from 1, without the header; lines of a file from 1, with it. Texts of a
+/// file and lists of its columns are cut for messages (see shownText()); the name of the one column
+/// that an error is about is whole in the arguments.
+inline constexpr ErrorRow kSourceRows[] = {
+    // Paths.
+    {"KALVEX:datastore:NoFiles", "path, reason", "'{0}' names no file to read: {1}.",
+     BaseType::System, true},
+    {"KALVEX:datastore:FileNotFound", "path", "There is no file or folder '{0}'.", BaseType::System,
+     true},
+    {"KALVEX:datastore:FileNotReadable", "path, reason", "'{0}' can't be read: {1}.",
+     BaseType::System, true},
+    {"KALVEX:datastore:SourceChanged", "path, when, advice", "The file '{0}' has changed {1}; {2}.",
+     BaseType::System, true},
+    {"KALVEX:datastore:SourceGone", "path", "The file '{0}', which a saved array reads, is gone.",
+     BaseType::System, true},
+
+    // What is in a file.
+    {"KALVEX:datastore:EmptyFile", "path",
+     "The file '{0}' is empty; a header with the names of the columns was expected.",
+     BaseType::Value, true},
+    {"KALVEX:datastore:NotText", "path, line, offset, byte",
+     "'{0}', line {1}: the byte {3} at offset {2} isn't text in UTF-8.", BaseType::Value, true},
+    {"KALVEX:datastore:OtherFormat", "path, format, advice",
+     "The file '{0}' isn't CSV in UTF-8: it is {1}; {2}.", BaseType::Value, true},
+    {"KALVEX:datastore:RaggedRow", "path, row, line, fields, expected, record",
+     "'{0}', row {1} (line {2}): the number of fields must be {4}, as in the header, got {3}: {5}",
+     BaseType::Value, true},
+    {"KALVEX:datastore:UnterminatedQuote", "path, line",
+     "'{0}', line {1}: a quote that is opened in the record that begins here is never closed.",
+     BaseType::Value, true},
+    {"KALVEX:datastore:RecordTooLong", "path, line, limit",
+     "'{0}', line {1}: the record that begins here is longer than {2} bytes; is there a quote that "
+     "is never closed?",
+     BaseType::Value, true},
+    {"KALVEX:datastore:DifferentColumns", "path, columns, first path, its columns, difference",
+     "Files of one table must have the same columns in the same order. '{0}' has: {1}. '{2}' has: "
+     "{3}. The first difference: {4}.",
+     BaseType::Value, true},
+    {"KALVEX:datastore:BadField", "path, row, line, column, text, type, wider type, note",
+     "'{0}', row {1} (line {2}), column '{3:short}': \"{4}\" isn't a value of type {5}, which the "
+     "column has{7}; give the column the type {6} to read it.",
+     BaseType::Value, true},
+    {"KALVEX:datastore:MissingField", "path, row, line, column, text, type, wider type, note",
+     "'{0}', row {1} (line {2}), column '{3:short}': \"{4}\" is a missing value, and a column of "
+     "type {5} can't hold one{7}; give the column the type {6} to read it.",
+     BaseType::Value, true},
+    {"KALVEX:datastore:NumberTooLarge", "path, row, line, column, text, type, wider type, note",
+     "'{0}', row {1} (line {2}), column '{3:short}': the whole number \"{4}\" is beyond 2^53, up "
+     "to "
+     "which a column of type {5} holds each of them exactly{7}; give the column the type {6} to "
+     "read it.",
+     BaseType::Value, true},
+
+    // Requests.
+    {"KALVEX:datastore:UnknownColumn", "column, columns",
+     "There is no column '{0:short}'. The columns are: {1}.", BaseType::Key, true},
+    {"KALVEX:datastore:UnknownType", "column, type, types",
+     "There is no type '{1:short}', which column '{0:short}' should have. The types are: {2}.",
+     BaseType::Value, true},
+    {"KALVEX:datastore:BadTypeOverride", "text",
+     "The type of a column is given as NAME=TYPE, got '{0}'.", BaseType::Value, true},
+    {"KALVEX:datastore:UnknownSource", "path, files",
+     "The saved arrays don't read '{0:short}'. Files that they read: {1}.", BaseType::Key, true},
+    {"KALVEX:datastore:MissingColumn", "source, column, columns",
+     "'{0}' has no column '{1:short}', which a saved array reads; it has: {2}.", BaseType::Key,
+     true},
+
+    // Datastores as objects.
+    {"KALVEX:datastore:NotSupported", "class",
+     "The executor reads objects of class kalvex.io.Datastore, got a {0}.", BaseType::Type},
+    {"KALVEX:datastore:PartitionCount", "property, count, partitions",
+     "{0} of a datastore is {1}, but it has {2} partitions.", BaseType::Value},
+    {"KALVEX:datastore:BadDescription", "reason",
+     "A saved description of CSV files is broken: {0}.", BaseType::Value},
+};
+
+}  // namespace kv::errors
