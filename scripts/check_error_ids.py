@@ -18,10 +18,18 @@ TABLES = "errors/src/"
 ID = re.compile(r'"(KALVEX(?::[A-Za-z]\w*)+)"')
 TEXT = r'"((?:[^"\\]|\\.)*)"'
 ROW = re.compile(rf'{{\s*"(KALVEX[\w:]*)",\s*{TEXT},')
-RAISE = re.compile(r'\b(?:raise\w*|NativeError|Error)\(\s*"(KALVEX[\w:]+)"\s*(?=[,)])')
+RAISE = re.compile(r'\b(?:raise\w*|\w*Error)\(\s*"(KALVEX[\w:]+)"\s*(?=[,)])')
 TAG_RAISE = re.compile(r"\braise<(KALVEX::[\w:]+)>\(")
 TAG = re.compile(r'category = (?:kCategory|"([^"]+)"),\s+\*key = "([^"]+)"|kCategory = "([^"]+)"')
 OPEN, CLOSE = "([{", ")]}"
+
+
+def end_of_literal(code: str, start: int) -> int:
+    """The place after the text or character that opens at `start`."""
+    at = start + 1
+    while code[at] != code[start]:
+        at += 2 if code[at] == "\\" else 1
+    return at + 1
 
 
 def split_list(code: str, start: int) -> list[str]:
@@ -30,7 +38,7 @@ def split_list(code: str, start: int) -> list[str]:
     while at < len(code):
         char = code[at]
         if char in "\"'":
-            at = re.compile(rf"{char}(?:[^{char}\\]|\\.)*{char}").match(code, at).end()
+            at = end_of_literal(code, at)
             continue
         if char in OPEN:
             depth += 1

@@ -2,7 +2,7 @@
 #include <utility>
 
 #include "handles.h"
-#include "kv/runtime/shownText.h"
+#include "kv/errors/shownText.h"
 
 namespace kv {
 
@@ -21,7 +21,7 @@ Array Table::column(std::string_view name, Where where) const {
   const TableColumns& all = *handle_->columns;
   const auto found = all.positions.find(name);
   if (found == all.positions.end()) {
-    raiseError("KALVEX:array:UnknownColumn", {std::string(name), runtime::shownNames(all.names)},
+    raiseError("KALVEX:array:UnknownColumn", {std::string(name), errors::shownNames(all.names)},
                {{where.file_name(), where.function_name(), static_cast<int>(where.line())}});
   }
   const auto session = live(handle_->session);

@@ -18,7 +18,6 @@
 #include "kv/errors/StepError.h"
 #include "kv/host/errors.h"
 #include "kv/host/values.h"
-#include "kv/runtime/IdentifiedError.h"
 #include "kv/runtime/runtime.h"
 
 namespace kv {
@@ -78,8 +77,6 @@ const Error kOutOfMemory("KALVEX:OutOfMemory", errors::formatMessage("KALVEX:Out
     throw toError(host::errorRecord(envelope), placeOf(envelope.getException()));
   } catch (const foundation::core::except::IMsgIDException& native) {
     throw toError(native);
-  } catch (const runtime::IdentifiedError& error) {
-    throw Error(error.id(), error.what(), error.arguments());
   } catch (const errors::StepError& error) {
     throw Error(error.id(), error.what(), error.arguments());
   } catch (const runtime::Interrupted&) {

@@ -12,6 +12,7 @@ namespace kv::errors {
 /// that an error is about is whole in the arguments.
 inline constexpr ErrorRow kSourceRows[] = {
     // Paths.
+    {"KALVEX:datastore:NoPaths", "", "At least one path is needed.", BaseType::Value, true},
     {"KALVEX:datastore:NoFiles", "path, reason", "'{0}' names no file to read: {1}.",
      BaseType::System, true},
     {"KALVEX:datastore:FileNotFound", "path", "There is no file or folder '{0}'.", BaseType::System,
@@ -70,6 +71,9 @@ inline constexpr ErrorRow kSourceRows[] = {
      "The type of a column is given as NAME=TYPE, got '{0}'.", BaseType::Value, true},
     {"KALVEX:datastore:UnknownSource", "path, files",
      "The saved arrays don't read '{0:short}'. Files that they read: {1}.", BaseType::Key, true},
+    {"KALVEX:datastore:SourceGivenTwice", "path, replacement, other replacement",
+     "'{0:short}' is given twice, to be replaced by '{1:short}' and by '{2:short}'.",
+     BaseType::Value, true},
     {"KALVEX:datastore:MissingColumn", "source, column, columns",
      "'{0}' has no column '{1:short}', which a saved array reads; it has: {2}.", BaseType::Key,
      true},

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <type_traits>
 
+#include "kv/errors/StepError.h"
 #include "kv/runtime/Aggregates.h"
-#include "kv/runtime/FunctionError.h"
 
 namespace kv::runtime {
 
@@ -18,12 +18,13 @@ constexpr std::uint8_t kVersion = 1;
 constexpr std::uint8_t kNoType = 0xFF;
 
 [[noreturn]] void throwBadPartial(const std::string& reason) {
-  throw FunctionError("KALVEX:function:BadPartial", {reason},
-                      fmt::format("The state of an aggregate can't be read: {}.", reason));
+  errors::raiseStep("KALVEX:function:BadPartial", {reason});
 }
 
 void putWord(std::string& bytes, std::uint64_t word) {
-  for (int shift = 0; shift < 64; shift += 8) bytes += static_cast<char>((word >> shift) & 0xFFU);
+  for (int shift = 0; shift < 64; shift += 8) {
+    bytes += static_cast<char>((word >> shift) & 0xFFU);
+  }
 }
 
 std::uint8_t byteAt(std::string_view bytes, std::size_t at) {
@@ -32,7 +33,9 @@ std::uint8_t byteAt(std::string_view bytes, std::size_t at) {
 
 std::uint64_t wordAt(std::string_view bytes, std::size_t at) {
   std::uint64_t word = 0;
-  for (std::size_t i = 8; i > 0; --i) word = (word << 8U) | byteAt(bytes, at + i - 1);
+  for (std::size_t i = 8; i > 0; --i) {
+    word = (word << 8U) | byteAt(bytes, at + i - 1);
+  }
   return word;
 }
 
@@ -53,7 +56,9 @@ void checkHead(std::string_view bytes) {
   if (byteAt(bytes, 0) != kVersion) {
     throwBadPartial(fmt::format("expected version {}, got {}", kVersion, byteAt(bytes, 0)));
   }
-  for (std::size_t at = 5; at < 8; ++at) boundedByte(bytes, at, 0);
+  for (std::size_t at = 5; at < 8; ++at) {
+    boundedByte(bytes, at, 0);
+  }
 }
 
 }  // namespace
@@ -68,7 +73,9 @@ std::string AggregatePartial::toBytes() const {
     bytes += static_cast<char>(byte);
   }
   putWord(bytes, static_cast<std::uint64_t>(count));
-  for (const std::uint64_t word : words) putWord(bytes, word);
+  for (const std::uint64_t word : words) {
+    putWord(bytes, word);
+  }
   return bytes + text;
 }
 
@@ -83,7 +90,9 @@ AggregatePartial AggregatePartial::fromBytes(std::string_view bytes) {
   }
   partial.hasMissing = boundedByte(bytes, 4, 1) != 0;
   partial.count = static_cast<std::int64_t>(wordAt(bytes, 8));
-  if (partial.count < 0) throwBadPartial(fmt::format("the count is {}", partial.count));
+  if (partial.count < 0) {
+    throwBadPartial(fmt::format("the count is {}", partial.count));
+  }
   partial.words = {wordAt(bytes, 16), wordAt(bytes, 24)};
   partial.text = bytes.substr(kFixedBytes);
   const bool mayHaveText = partial.type == ElementType::String && partial.count > 0;

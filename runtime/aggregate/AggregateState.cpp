@@ -7,8 +7,8 @@
 #include "aggregate/FixedTree.h"
 #include "aggregate/accumulators.h"
 #include "column/elementTypes.h"
+#include "kv/errors/StepError.h"
 #include "kv/runtime/Aggregates.h"
-#include "kv/runtime/FunctionError.h"
 
 namespace kv::runtime {
 
@@ -34,21 +34,24 @@ std::string nameOf(AggregateKind kind) {
 
 [[noreturn]] void throwMixedTypes(AggregateKind kind, ElementType a, ElementType b) {
   const std::string types = fmt::format("{} and {}", elementTypeName(a), elementTypeName(b));
-  throw FunctionError("KALVEX:function:BadTypes", {nameOf(kind), types},
-                      fmt::format("{} expected values of one type, got {}.", nameOf(kind), types));
+  errors::raiseStep("KALVEX:function:BadTypes", {nameOf(kind), types});
 }
 
 bool isDefined(AggregateKind kind, ElementType input) {
-  if (kind == Any || kind == All) return input == ElementType::Logical;
+  if (kind == Any || kind == All) {
+    return input == ElementType::Logical;
+  }
   return input != ElementType::String || kind == Min || kind == Max || kind == Count;
 }
 
 void checkPartial(AggregateKind kind, const AggregatePartial& first,
                   const AggregatePartial& partial) {
-  if (partial.kind == kind && partial.rule == first.rule) return;
-  throw FunctionError("KALVEX:function:BadPartial", {nameOf(kind), nameOf(partial.kind)},
-                      fmt::format("{} expected states of its own kind and rule, got one of {}.",
-                                  nameOf(kind), nameOf(partial.kind)));
+  if (partial.kind == kind && partial.rule == first.rule) {
+    return;
+  }
+  errors::raiseStep("KALVEX:function:BadPartial",
+                    {fmt::format("{} expected states of its own kind and rule, got one of {}",
+                                 nameOf(kind), nameOf(partial.kind))});
 }
 
 /// A leaf of the tree over partitions.
@@ -70,8 +73,7 @@ const AggregateFunction* findAggregateFunction(std::string_view name) {
 ElementType aggregateType(AggregateKind kind, ElementType input) {
   if (!isDefined(kind, input)) {
     const std::string type(elementTypeName(input));
-    throw FunctionError("KALVEX:function:BadTypes", {nameOf(kind), type},
-                        fmt::format("{} is not defined for {}.", nameOf(kind), type));
+    errors::raiseStep("KALVEX:function:BadTypes", {nameOf(kind), type});
   }
   switch (kind) {
     case Min:
@@ -82,7 +84,9 @@ ElementType aggregateType(AggregateKind kind, ElementType input) {
     case Count:
       return ElementType::Int64;
     case Sum:
-      if (isFloating(input)) return input;
+      if (isFloating(input)) {
+        return input;
+      }
       return isInteger(input) && !isSigned(input) ? ElementType::UInt64 : ElementType::Int64;
     case Mean:
     case Std:
@@ -103,11 +107,9 @@ AggregateState& AggregateState::operator=(AggregateState&&) noexcept = default;
 
 void AggregateState::update(const Column& column, const RowOrdinals& ordinals) {
   if (column.rows() != ordinals.rows()) {
-    throw FunctionError(
+    errors::raiseStep(
         "KALVEX:function:RowCounts",
-        {nameOf(partial_.kind), std::to_string(ordinals.rows()), std::to_string(column.rows())},
-        fmt::format("{} expected a column of {} rows, got {}.", nameOf(partial_.kind),
-                    ordinals.rows(), column.rows()));
+        {nameOf(partial_.kind), std::to_string(ordinals.rows()), std::to_string(column.rows())});
   }
   if (!accumulator_) {
     accumulator_ = makeAccumulator(partial_.kind, partial_.rule, column.type());
@@ -124,7 +126,9 @@ void AggregateState::update(const Column& column, const RowOrdinals& ordinals) {
 }
 
 AggregatePartial AggregateState::finish() {
-  if (accumulator_) accumulator_->finish(partial_);
+  if (accumulator_) {
+    accumulator_->finish(partial_);
+  }
   accumulator_.reset();
   partial_.hasMissing = partial_.hasMissing || hasMissingColumn_;
   return std::move(partial_);
@@ -137,8 +141,12 @@ Column combinePartials(AggregateKind kind, std::span<const AggregatePartial> par
   std::optional<ElementType> type;
   for (std::size_t i = 0; i < partials.size(); ++i) {
     checkPartial(kind, partials.front(), partials[i]);
-    if (!partials[i].type) continue;
-    if (type && type != partials[i].type) throwMixedTypes(kind, *type, *partials[i].type);
+    if (!partials[i].type) {
+      continue;
+    }
+    if (type && type != partials[i].type) {
+      throwMixedTypes(kind, *type, *partials[i].type);
+    }
     type = partials[i].type;
     tree.push(static_cast<std::int64_t>(i), {partials[i]});
   }

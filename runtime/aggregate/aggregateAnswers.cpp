@@ -11,7 +11,7 @@
 #include "aggregate/partialWords.h"
 #include "column/allocate.h"
 #include "column/elementTypes.h"
-#include "kv/runtime/FunctionError.h"
+#include "kv/errors/StepError.h"
 
 namespace kv::runtime {
 
@@ -34,7 +34,9 @@ bool isBetter(AggregateKind kind, const T& candidate, const T& best) {
 
 /// Requires: both have values.
 bool isBetterExtreme(const AggregatePartial& candidate, const AggregatePartial& best) {
-  if (isTextExtreme(best)) return isBetter(best.kind, candidate.text, best.text);
+  if (isTextExtreme(best)) {
+    return isBetter(best.kind, candidate.text, best.text);
+  }
   return visitNumeric(*best.type, [&]<class T>() {
     return isBetter(best.kind, loadExtreme<T>(candidate), loadExtreme<T>(best));
   });
@@ -65,21 +67,31 @@ Column textAnswer(const AggregatePartial& total) {
   const std::int32_t values[] = {0, length};
   std::memcpy(offsets->mutable_data(), values, sizeof(values));
   auto bytes = allocateBuffer(length);
-  if (length > 0) std::memcpy(bytes->mutable_data(), total.text.data(), total.text.size());
+  if (length > 0) {
+    std::memcpy(bytes->mutable_data(), total.text.data(), total.text.size());
+  }
   return Column(ElementType::String,
                 arrow::ArrayData::Make(arrow::utf8(), 1, {nullptr, offsets, bytes}, 0));
 }
 
 Column extremeAnswer(const AggregatePartial& total) {
-  if (isTextExtreme(total)) return textAnswer(total);
-  if (isFloating(*total.type)) return floatingAnswer(total, loadExtreme<double>(total));
+  if (isTextExtreme(total)) {
+    return textAnswer(total);
+  }
+  if (isFloating(*total.type)) {
+    return floatingAnswer(total, loadExtreme<double>(total));
+  }
   return visitNumeric(*total.type,
                       [&]<class T>() { return scalarColumn(*total.type, loadExtreme<T>(total)); });
 }
 
 double sumOf(const AggregatePartial& total) {
-  if (!total.type) return 0;
-  if (isFloating(*total.type)) return loadSum(total).value();
+  if (!total.type) {
+    return 0;
+  }
+  if (isFloating(*total.type)) {
+    return loadSum(total).value();
+  }
   return static_cast<double>(loadInteger(total));
 }
 
@@ -93,14 +105,13 @@ Column exactSum(const AggregatePartial& total, ElementType type) {
   }
   const std::string exact = fmt::format("{}", sum);
   const std::string name(elementTypeName(type));
-  throw FunctionError("KALVEX:function:Overflow", {"sum", exact, name},
-                      fmt::format("sum: {} doesn't fit the type {}. Multiply the values by 1.0 to "
-                                  "add them up as doubles.",
-                                  exact, name));
+  errors::raiseStep("KALVEX:function:Overflow", {"sum", exact, name});
 }
 
 Column sumAnswer(const AggregatePartial& total) {
-  if (!total.type || isFloating(*total.type)) return floatingAnswer(total, sumOf(total));
+  if (!total.type || isFloating(*total.type)) {
+    return floatingAnswer(total, sumOf(total));
+  }
   const ElementType type = aggregateType(AggregateKind::Sum, *total.type);
   return type == ElementType::UInt64 ? exactSum<std::uint64_t>(total, type)
                                      : exactSum<std::int64_t>(total, type);
@@ -108,13 +119,17 @@ Column sumAnswer(const AggregatePartial& total) {
 
 /// True if the result is missing because values are, or because there are none for an extreme.
 bool isMissing(const AggregatePartial& total) {
-  if (total.kind == AggregateKind::Count) return false;
+  if (total.kind == AggregateKind::Count) {
+    return false;
+  }
   const bool isPoisoned = total.rule == MissingRule::Propagate && total.hasMissing;
   return isPoisoned || (isExtreme(total.kind) && total.count == 0);
 }
 
 double varianceOf(const AggregatePartial& total) {
-  if (total.count < 2) return kMissing;
+  if (total.count < 2) {
+    return kMissing;
+  }
   return loadMoments(total).squares / static_cast<double>(total.count - 1);
 }
 

@@ -6,8 +6,8 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
+#include "kv/errors/shownText.h"
 #include "kv/host/errors.h"
-#include "kv/runtime/shownText.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -160,7 +160,7 @@ void tableColumn(const Call& call) {
       return;
     }
   }
-  host::raise("KALVEX:array:UnknownColumn", {name, shownNames(names)});
+  host::raise("KALVEX:array:UnknownColumn", {name, errors::shownNames(names)});
 }
 
 void checkLoadedTable(const kxArray* table) {

@@ -4,7 +4,6 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/sessionValues.h"
-#include "engine/failures.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/csv.h"
 #include "persistence/MovedTables.h"
@@ -34,9 +33,7 @@ void constructCsv(const Call& call) {
   for (std::size_t i = 0; i < columns.size(); ++i) {
     overrides.push_back({columns[i], types[i]});
   }
-  withHostErrors([&] {
-    host::setNativeValue(call.in(0), std::make_unique<DatastoreValue>(openCsv(paths, overrides)));
-  });
+  host::setNativeValue(call.in(0), std::make_unique<DatastoreValue>(openCsv(paths, overrides)));
 }
 
 Value columnTexts(const Call& call, std::string (*textOf)(const ColumnInfo&)) {
@@ -97,7 +94,7 @@ void restoreCsv(const kxArray* object, const kxArray* saved) {
   }
   CsvDatastore::Table table = csvFromDescription(saved);
   if (MovedTables* const moved = runtimeState().movedTables) {
-    table = withHostErrors([&] { return moved->moved(table); });
+    table = moved->moved(table);
   }
   host::setNativeValue(
       object, std::make_unique<DatastoreValue>(std::make_unique<CsvDatastore>(std::move(table))));

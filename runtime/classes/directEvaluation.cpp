@@ -120,12 +120,12 @@ void directEvaluate(const Call& call) {
   const Value function = host::getProperty(call.in(0), "FunctionHandle");
   std::vector<const kxArray*> inputs(call.prhs, call.prhs + call.nrhs);
   inputs[0] = function.get();
-  std::vector<Value> outputs = catchingFailures(
+  std::vector<Value> outputs = errors::catchingFailures(
       [&] { return host::callMany("feval", call.nlhs, inputs); },
       [&](const std::exception_ptr& failure) -> std::vector<Value> {
         OpSpec spec;
         describeElementwise(call.in(0), spec);
-        raiseStepFailure(failure, spec, host::getProperty(call.in(0), "Stack").get());
+        raiseStepFailure(failureOf(failure), spec, host::getProperty(call.in(0), "Stack").get());
       });
   const bool isBuiltIn = isBuiltInHandle(function.get());
   for (std::size_t i = 0; i < outputs.size(); ++i) {

@@ -8,7 +8,6 @@
 #include "classes/interrupts.h"
 #include "classes/sessionValues.h"
 #include "driver/Evaluation.h"
-#include "engine/failures.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/runtime.h"
 #include "persistence/trust.h"
@@ -157,7 +156,7 @@ void checkColumns(const Call& call) {
   if (objects.taskGraph != nullptr) {
     const Plan plan =
         makePlan(objects.taskGraph.get(), objects.promises.get(), host::makeEmptyDouble().get());
-    withHostErrors([&] { throwIfColumnsAreMissing(plan); });
+    throwIfColumnsAreMissing(plan);
   }
 }
 

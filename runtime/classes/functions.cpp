@@ -5,7 +5,6 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
-#include "engine/failures.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "kv/runtime/functionNames.h"
@@ -31,19 +30,17 @@ void applyElementFunction(const ElementFunction& function, const Call& call) {
     rows = isScalar ? rows : column.rows();
     operands.push_back({std::move(column), isScalar});
   }
-  withHostErrors([&] { call.out(0, toValue(evaluate(function, operands, rows))); });
+  call.out(0, toValue(evaluate(function, operands, rows)));
 }
 
 /// An aggregate of a whole value, in the fixed order that partitions have too.
 void applyAggregate(const AggregateFunction& function, MissingRule missing, const Call& call) {
   call.expect(1, 1, 1);
   const Column column = toColumn(call.in(0));
-  withHostErrors([&] {
-    AggregateState state(function.kind, missing);
-    state.update(column, RowOrdinals(0, column.rows()));
-    const std::array partials{state.finish()};
-    call.out(0, toValue(combinePartials(function.kind, partials)));
-  });
+  AggregateState state(function.kind, missing);
+  state.update(column, RowOrdinals(0, column.rows()));
+  const std::array partials{state.finish()};
+  call.out(0, toValue(combinePartials(function.kind, partials)));
 }
 
 /// copy(value): values are immutable; an object is asked for its own method by the host.

@@ -40,7 +40,7 @@ void refuseToRun(const Call& call) {
     host::raise("KALVEX:bigdata:array:InvalidTallVersion", {host::toText(saved.get())});
   } catch (...) {
     const OpSpec spec{.kind = OpKind::Recorded, .label = "an array of another release"};
-    raiseStepFailure(std::current_exception(), spec, loadedStack(call.in(1)).get());
+    raiseStepFailure(failureOf(std::current_exception()), spec, loadedStack(call.in(1)).get());
   }
 }
 

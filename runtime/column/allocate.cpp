@@ -6,18 +6,22 @@
 #include <stdexcept>
 #include <string>
 
-#include "kv/runtime/FunctionError.h"
+#include "kv/errors/StepError.h"
 
 namespace kv::runtime {
 
 std::shared_ptr<arrow::Buffer> allocateBuffer(std::int64_t bytes) {
   auto buffer = arrow::AllocateBuffer(bytes);
-  if (!buffer.ok()) throw std::bad_alloc();
+  if (!buffer.ok()) {
+    throw std::bad_alloc();
+  }
   return std::move(buffer).ValueUnsafe();
 }
 
 void throwIfOutOfMemory(const arrow::Status& status) {
-  if (status.IsOutOfMemory()) throw std::bad_alloc();
+  if (status.IsOutOfMemory()) {
+    throw std::bad_alloc();
+  }
 }
 
 void checkArrow(const arrow::Status& status) {
@@ -26,11 +30,11 @@ void checkArrow(const arrow::Status& status) {
       status.IsCapacityError() ||
       (status.IsInvalid() && status.message().find("overflow") != std::string::npos);
   if (isTooLarge) {
-    throw FunctionError("KALVEX:memory:TextTooLarge", {},
-                        "The texts of one column are limited to 2 GiB in memory. Filter or reduce "
-                        "the column before it is gathered.");
+    errors::raiseStep("KALVEX:memory:TextTooLarge");
   }
-  if (!status.ok()) throw std::logic_error(status.ToString());
+  if (!status.ok()) {
+    throw std::logic_error(status.ToString());
+  }
 }
 
 }  // namespace kv::runtime

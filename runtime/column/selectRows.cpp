@@ -21,7 +21,7 @@
 #include "column/TextView.h"
 #include "column/allocate.h"
 #include "column/elementTypes.h"
-#include "kv/runtime/FunctionError.h"
+#include "kv/errors/StepError.h"
 
 namespace kv::runtime {
 
@@ -31,15 +31,12 @@ using Rows = std::vector<std::int64_t>;
 
 void checkKeep(const Chunk& chunk, const Column& keep) {
   if (keep.type() != ElementType::Logical) {
-    const std::string type(elementTypeName(keep.type()));
-    throw FunctionError("KALVEX:function:BadTypes", {"filter", type},
-                        fmt::format("filter expected a logical condition, got {}.", type));
+    errors::raiseStep("KALVEX:function:BadTypes",
+                      {"filter", fmt::format("a {} condition", elementTypeName(keep.type()))});
   }
   if (keep.rows() != chunk.rows()) {
-    throw FunctionError(
-        "KALVEX:function:RowCounts",
-        {"filter", std::to_string(chunk.rows()), std::to_string(keep.rows())},
-        fmt::format("filter expected a condition of {} rows, got {}.", chunk.rows(), keep.rows()));
+    errors::raiseStep("KALVEX:function:RowCounts",
+                      {"filter", std::to_string(chunk.rows()), std::to_string(keep.rows())});
   }
 }
 
@@ -56,12 +53,16 @@ Rows keptRows(std::span<const std::uint8_t> keep, std::size_t count) {
 }
 
 Column selectNumbers(const Column& column, const Rows& kept) {
-  if (column.isMissing()) return column.slice(0, static_cast<std::int64_t>(kept.size()));
+  if (column.isMissing()) {
+    return column.slice(0, static_cast<std::int64_t>(kept.size()));
+  }
   auto buffer = allocateBuffer(static_cast<std::int64_t>(kept.size() * elementSize(column.type())));
   visitNumeric(column.type(), [&]<class T>() {
     const T* source = column.values<T>().data();
     T* target = buffer->mutable_data_as<T>();
-    for (std::size_t i = 0; i < kept.size(); ++i) target[i] = source[kept[i]];
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+      target[i] = source[kept[i]];
+    }
   });
   return Column(column.type(), static_cast<std::int64_t>(kept.size()), std::move(buffer));
 }
@@ -86,7 +87,9 @@ std::pair<std::shared_ptr<arrow::Buffer>, std::int64_t> selectValidity(const Tex
   std::int64_t missing = 0;
   for (std::int64_t i = 0; i < rows; ++i) {
     const bool isMissing = texts.isMissing(kept[static_cast<std::size_t>(i)]);
-    if (!isMissing) arrow::bit_util::SetBit(bits->mutable_data(), i);
+    if (!isMissing) {
+      arrow::bit_util::SetBit(bits->mutable_data(), i);
+    }
     missing += isMissing ? 1 : 0;
   }
   return {std::move(bits), missing};
@@ -100,11 +103,15 @@ Column selectTexts(const Column& column, const Rows& kept) {
   auto bytes = allocateBuffer(selectOffsets(texts, kept, ends));
   for (std::size_t i = 0; i < kept.size(); ++i) {
     const std::string_view text = texts[kept[i]];
-    if (!text.empty()) std::memcpy(bytes->mutable_data() + ends[i], text.data(), text.size());
+    if (!text.empty()) {
+      std::memcpy(bytes->mutable_data() + ends[i], text.data(), text.size());
+    }
   }
   std::shared_ptr<arrow::Buffer> validity;
   std::int64_t missing = 0;
-  if (texts.hasMissing()) std::tie(validity, missing) = selectValidity(texts, kept);
+  if (texts.hasMissing()) {
+    std::tie(validity, missing) = selectValidity(texts, kept);
+  }
   return Column(ElementType::String,
                 arrow::ArrayData::Make(arrow::utf8(), rows, {validity, offsets, bytes}, missing));
 }
@@ -116,7 +123,9 @@ Chunk selectRows(const Chunk& chunk, const Column& keep) {
   const auto flags = keep.values<std::uint8_t>();
   const auto count =
       keep.isMissing() ? 0 : std::accumulate(flags.begin(), flags.end(), std::size_t{0});
-  if (count == flags.size()) return chunk;
+  if (count == flags.size()) {
+    return chunk;
+  }
   const Rows kept = keptRows(flags, count);
   Chunk result;
   result.partition = chunk.partition;

@@ -21,11 +21,11 @@ namespace {
 using host::Value;
 
 /// Raises the failure of a step of a stage with the line where its operation was recorded.
-[[noreturn]] void raiseStageFailure(const AssembledStage& assembled, std::size_t step,
-                                    const std::exception_ptr& error, const GivenRows& rows) {
-  const Value stack = submissionStackOf(assembled.factoryOf(step).get());
-  raiseStepFailure(error, *assembled.stage().steps()[step].spec, stack.get(),
-                   FailedRows{rows.partition + 1, rows.first + 1, rows.last});
+[[noreturn]] void raiseStageFailure(const AssembledStage& assembled,
+                                    const errors::FailureRecord& failure) {
+  const Value stack = submissionStackOf(assembled.factoryOf(failure.step).get());
+  raiseStepFailure(failure, *assembled.stage().steps()[failure.step].spec, stack.get(),
+                   FailedRows{failure.partition + 1, failure.firstRow + 1, failure.lastRow});
 }
 
 /// Takes in the types that users' functions returned in one more partition.
@@ -38,10 +38,15 @@ void addTypes(std::map<std::size_t, OutputTypes>& types, const UnitResult& resul
         continue;
       }
       const OpSpec& spec = *assembled.stage().steps()[step].spec;
-      catchingFailures([&] { types[step].add(spec, output, seen->type, seen->rows); },
-                       [&](const std::exception_ptr& error) {
-                         raiseStageFailure(assembled, step, error, seen->rows);
-                       });
+      errors::catchingFailures([&] { types[step].add(spec, output, seen->type, seen->rows); },
+                               [&, number = step](const std::exception_ptr& thrown) {
+                                 errors::FailureRecord failure = errors::recordFailure(thrown);
+                                 failure.step = number;
+                                 failure.partition = seen->rows.partition;
+                                 failure.firstRow = seen->rows.first;
+                                 failure.lastRow = seen->rows.last;
+                                 raiseStageFailure(assembled, failure);
+                               });
     }
   }
 }
@@ -176,8 +181,7 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
         runUnit(stage, rows, unit.toBytes(), assembled.inputs, functions, cancellation_));
     addTypes(types, results.back(), assembled);
     if (const auto& failure = results.back().failure) {
-      raiseStageFailure(assembled, failure->step, failure->error,
-                        {i, failure->firstRow, failure->lastRow});
+      raiseStageFailure(assembled, *failure);
     }
   }
   callOnNoRows(plan_, sinks, assembled, functions, results);

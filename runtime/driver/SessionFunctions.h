@@ -17,7 +17,7 @@ class SessionFunctions final : public UserFunctions {
  public:
   explicit SessionFunctions(const AssembledStage& stage) : stage_(stage) {}
 
-  /// Errors: what the function raises, with the line where its array was made;
+  /// Errors: errors::RecordedError with what the function raises;
   ///         "KALVEX:array:MissingOutput" if it gives fewer outputs than the operation has.
   std::vector<Column> call(std::size_t step, const Chunk& rows,
                            std::span<const FunctionInput> inputs, OutputTypes& types) override;

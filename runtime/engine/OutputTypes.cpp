@@ -1,10 +1,9 @@
 #include "engine/OutputTypes.h"
+#include "kv/errors/StepError.h"
 
 #include <fmt/core.h>
 
 #include <algorithm>
-
-#include "kv/host/errors.h"
 
 namespace kv::runtime {
 
@@ -27,9 +26,9 @@ void OutputTypes::add(const OpSpec& spec, std::size_t output, ElementType type,
   if (!seen) {
     seen = Seen{type, rows};
   } else if (seen->type != type) {
-    host::raise("KALVEX:array:ChunkTypes",
-                {spec.label, std::string(elementTypeName(seen->type)), seen->rows.describe(),
-                 std::string(elementTypeName(type)), rows.describe()});
+    errors::raiseStep("KALVEX:array:ChunkTypes",
+                      {spec.label, std::string(elementTypeName(seen->type)), seen->rows.describe(),
+                       std::string(elementTypeName(type)), rows.describe()});
   }
 }
 

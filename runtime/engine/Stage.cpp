@@ -1,9 +1,8 @@
 #include "engine/Stage.h"
+#include "kv/errors/StepError.h"
 
 #include <algorithm>
 #include <utility>
-
-#include "kv/host/errors.h"
 
 namespace kv::runtime {
 namespace {
@@ -65,7 +64,7 @@ Stage::Stage(std::vector<StageStep> steps) : steps_(std::move(steps)) {
 
 const Datastore& Stage::source() const {
   if (source_ == nullptr) {
-    host::raise("KALVEX:array:NeedsRows", {"a pass"});
+    errors::raiseStep("KALVEX:array:NeedsRows", {"a pass"});
   }
   return *source_;
 }
@@ -86,7 +85,8 @@ void Stage::findSource() {
       source_ = source;
       readStep_ = step;
     } else if (source != nullptr && source->fingerprint() != source_->fingerprint()) {
-      host::raise("KALVEX:array:DifferentSources", {source_->displayName(), source->displayName()});
+      errors::raiseStep("KALVEX:array:DifferentSources",
+                        {source_->displayName(), source->displayName()});
     }
   }
 }
@@ -103,7 +103,9 @@ void Stage::findColumns() {
     }
   }
   // The step that asks for a column that isn't there names all that are.
-  if (!hasAll(source_->schema(), ofSource.names)) ofSource.all = true;
+  if (!hasAll(source_->schema(), ofSource.names)) {
+    ofSource.all = true;
+  }
   columns_ = ofSource.columnsOf(source_->schema());
 }
 

@@ -7,20 +7,20 @@
 #include <cstdint>
 #include <string>
 
-#include "kv/host/errors.h"
-#include "kv/runtime/shownText.h"
+#include "kv/errors/StepError.h"
+#include "kv/errors/shownText.h"
 
 namespace kv::runtime {
 
 Chunk takeVariables(const OpSpec& spec, const Chunk& table) {
   if (table.names == nullptr) {
-    host::raise("KALVEX:array:NeedsTable", {spec.label});
+    errors::raiseStep("KALVEX:array:NeedsTable", {spec.label});
   }
   Chunk taken{table.partition, table.ordinals, nullptr, {}};
   for (const std::string& variable : spec.variables) {
     const auto found = std::find(table.names->begin(), table.names->end(), variable);
     if (found == table.names->end()) {
-      host::raise("KALVEX:array:UnknownColumn", {variable, shownNames(*table.names)});
+      errors::raiseStep("KALVEX:array:UnknownColumn", {variable, errors::shownNames(*table.names)});
     }
     taken.columns.push_back(table.columns[static_cast<std::size_t>(found - table.names->begin())]);
   }
@@ -32,19 +32,19 @@ Chunk takeVariables(const OpSpec& spec, const Chunk& table) {
 
 bool isConditionTrue(const Column& condition) {
   if (condition.type() != ElementType::Logical || condition.rows() != 1) {
-    host::raise("KALVEX:array:Condition", {fmt::format("{} rows of type {}", condition.rows(),
-                                                       elementTypeName(condition.type()))});
+    errors::raiseStep("KALVEX:array:Condition", {fmt::format("{} rows of type {}", condition.rows(),
+                                                             elementTypeName(condition.type()))});
   }
   if (condition.isMissing()) {
-    host::raise("KALVEX:array:Condition", {"a missing one"});
+    errors::raiseStep("KALVEX:array:Condition", {"a missing one"});
   }
   return condition.values<std::uint8_t>().front() != 0;
 }
 
 void requireType(const OpSpec& spec, const Column& result) {
   if (spec.givesLogical && result.type() != ElementType::Logical) {
-    host::raise("KALVEX:array:NotLogical",
-                {spec.label, std::string(elementTypeName(result.type()))});
+    errors::raiseStep("KALVEX:array:NotLogical",
+                      {spec.label, std::string(elementTypeName(result.type()))});
   }
 }
 

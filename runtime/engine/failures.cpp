@@ -1,12 +1,12 @@
 #include "engine/failures.h"
 
-#include <new>
 #include <string>
 #include <vector>
 
 #include "foundation/exception.h"
 #include "foundation/i18n.h"
-#include "kv/runtime/DataError.h"
+#include "kv/errors/ErrorRow.h"
+#include "kv/host/errors.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -16,80 +16,50 @@ using foundation::core::except::IMsgIDException;
 using host::Value;
 using Torvane::KException::KExceptionEnvelope;
 
-/// What a call by name makes of an exception that has no id.
-constexpr std::string_view kNativeException = "KALVEX:NativeException";
-
 Value exceptionObject(const KExceptionEnvelope& envelope) {
   return matrix::from_kalvex(kcos::omCreateKCOSScalar(envelope.getException()));
 }
 
-/// Runs `raiser`, which raises, and hands out the exception as an object.
-template <class Raiser>
-Value caught(Raiser&& raiser) {
-  try {
-    raiser();
-  } catch (const KExceptionEnvelope& envelope) {
-    return exceptionObject(envelope);
-  }
-  return nullptr;
-}
-
-/// A C++ exception with nothing but a text: a user's function may throw one, we should not.
-[[noreturn]] void raiseNative(const OpSpec& spec, const std::string& text) {
-  host::raise(spec.runsUsersFunction() ? "KALVEX:array:FunctionFailed" : "KALVEX:array:Unexpected",
-              {spec.label, text});
-}
-
-[[noreturn]] void raiseNativeId(const IMsgIDException& error) {
+std::vector<std::string> argumentsOf(const IMsgIDException& error) {
   std::vector<std::string> arguments;
   for (const std::u16string& argument : error.get_arguments()) {
     arguments.push_back(fl::i18n::to_string(argument));
   }
-  host::raise(error.get_error_id(), arguments);
+  return arguments;
 }
 
-/// Raises `failure` as an error of the host, unless it is none.
-[[noreturn]] void raiseInHost(const std::exception_ptr& failure, const OpSpec& spec) {
-  try {
-    std::rethrow_exception(failure);
-  } catch (const KExceptionEnvelope&) {
-    throw;
-  } catch (const IdentifiedError& error) {
-    raiseAsHostError(error);
-  } catch (const IMsgIDException& error) {
-    raiseNativeId(error);
-  } catch (const std::bad_alloc&) {
-    host::raise("KALVEX:OutOfMemory");
-  } catch (const std::exception& error) {
-    raiseNative(spec, error.what());
-  } catch (...) {
-    raiseNative(spec, "an exception that isn't a std::exception");
+/// The failure as an object: the host's own error if it is one.
+Value exceptionObject(const errors::FailureRecord& failure) {
+  if (failure.foreign != nullptr) {
+    try {
+      std::rethrow_exception(failure.foreign);
+    } catch (const KExceptionEnvelope& envelope) {
+      return exceptionObject(envelope);
+    } catch (...) {  // of another kind: the record has what can be known of it
+    }
   }
+  return matrix::from_kalvex(kcos::omCreateKCOSScalar(host::exceptionOf(failure.error)));
 }
 
-/// `exception`, with an id of its own if it has none.
-Value withId(Value exception, const OpSpec& spec) {
-  const host::ErrorRecord record =
-      host::errorRecord(KExceptionEnvelope(kcos::omGetArrayElement(exception.get(), 0)));
-  if (record.identifier != kNativeException) {
-    return exception;
+/// The failure with an id that says what it means in a step, if all it has is the text of a C++
+/// exception: a user's function may throw one, we should not.
+errors::FailureRecord named(errors::FailureRecord failure, const OpSpec& spec) {
+  errors::ErrorRecord& error = failure.error;
+  if (error.identifier == errors::kNativeException) {
+    error.identifier =
+        spec.runsUsersFunction() ? "KALVEX:array:FunctionFailed" : "KALVEX:array:Unexpected";
+    error.arguments = {spec.label, error.message};
+    error.message = errors::formatMessage(error.identifier, error.arguments);
+    failure.foreign = nullptr;  // has nothing that the record lacks
   }
-  const Value named = caught([&] { raiseNative(spec, record.message); });
-  for (const char* name : {"identifier", "message", "arguments"}) {
-    const auto property = kcos::NameRef::of(name);
-    host::setSlot(exception.get(), property, host::getProperty(named.get(), property));
-  }
-  return exception;
+  return failure;
 }
 
-bool isDataError(const std::exception_ptr& failure) {
-  try {
-    std::rethrow_exception(failure);
-  } catch (const DataError&) {
-    return true;
-  } catch (...) {
-    return false;
-  }
+/// True for an error of the data itself, which no session has made or changed: its message names
+/// file and row.
+bool namesPlace(const errors::ErrorRecord& error) {
+  const errors::ErrorRow* row = errors::findErrorRow(error.identifier);
+  return error.className.empty() && row != nullptr && row->namesPlace;
 }
 
 void attachRows(const kxArray* exception, const FailedRows& rows) {
@@ -101,8 +71,21 @@ void attachRows(const kxArray* exception, const FailedRows& rows) {
 
 }  // namespace
 
-void raiseAsHostError(const IdentifiedError& error) {
-  host::raiseWithMessage(error.id(), error.what(), error.arguments());
+errors::FailureRecord failureOf(const std::exception_ptr& thrown) {
+  errors::FailureRecord failure;
+  try {
+    std::rethrow_exception(thrown);
+  } catch (const KExceptionEnvelope& envelope) {
+    failure.error = host::errorRecord(envelope);
+    failure.foreign = thrown;
+  } catch (const IMsgIDException& error) {
+    failure.error.identifier = error.get_error_id();
+    failure.error.arguments = argumentsOf(error);
+    failure.error.message = host::catalogueText(failure.error.identifier, failure.error.arguments);
+  } catch (...) {
+    failure = errors::recordFailure(thrown);
+  }
+  return failure;
 }
 
 Value submissionStackOf(const kxArray* factory) {
@@ -111,18 +94,17 @@ Value submissionStackOf(const kxArray* factory) {
              : nullptr;
 }
 
-void raiseStepFailure(const std::exception_ptr& failure, const OpSpec& spec,
+void raiseStepFailure(const errors::FailureRecord& failure, const OpSpec& spec,
                       const kxArray* submissionStack, const std::optional<FailedRows>& rows) {
-  Value exception = caught([&] { raiseInHost(failure, spec); });
+  Value exception = exceptionObject(named(failure, spec));
   if (!kxIsA(exception.get(), kBigDataException)) {
     exception = host::call("kalvex.bigdata.BigDataException.build", {exception.get()});
     if (submissionStack != nullptr && !kxIsEmpty(submissionStack)) {
       exception = host::call("attachSubmissionStack", {exception.get(), submissionStack});
     }
   }
-  exception = withId(std::move(exception), spec);
   const bool hasRows = !kxIsEmpty(host::getProperty(exception.get(), "partition").get());
-  if (rows && !hasRows && isDataError(failure)) {  // its message names file and row
+  if (rows && !hasRows && namesPlace(failure.error)) {
     host::setSlot(exception.get(), "partition",
                   host::makeDouble(static_cast<double>(rows->partition)));
   } else if (rows && !hasRows) {

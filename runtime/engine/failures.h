@@ -1,49 +1,31 @@
 #pragma once
 
-#include <cxxabi.h>
-
 #include <cstdint>
 #include <exception>
 #include <optional>
 #include <utility>
 
 #include "engine/OpSpec.h"
-#include "kv/host/errors.h"
+#include "kv/errors/FailureRecord.h"
+#include "kv/errors/PassThrough.h"
 #include "kv/host/values.h"
-#include "kv/runtime/Cancellation.h"
-#include "kv/runtime/IdentifiedError.h"
 
 /// How failures leave an evaluation: with an id, the user's line, partition and rows.
 namespace kv::runtime {
 
-/// Raises an error of the runtime's own kinds as the host's, with its id, arguments and sentence.
-[[noreturn]] void raiseAsHostError(const IdentifiedError& error);
+/// The failure that an exception is, read in the current session: also errors of the host and
+/// native exceptions with an id.
+errors::FailureRecord failureOf(const std::exception_ptr& thrown);
 
-/// Runs `action`; what it throws of the runtime's own kinds becomes an error of the host.
+/// Runs `action`, which calls into the session for a unit; errors of the host leave it as
+/// errors::RecordedError, which the unit can read without a host.
 template <class Action>
-auto withHostErrors(Action&& action) -> decltype(action()) {
-  try {
-    return action();
-  } catch (const IdentifiedError& error) {
-    raiseAsHostError(error);
-  }
-}
-
-/// Runs `action`; `onFailure` gets the exception that it throws. What isn't an error (an interrupt,
-/// the end of the thread) passes as it is.
-template <class Action, class OnFailure>
-auto catchingFailures(Action&& action, OnFailure&& onFailure) -> decltype(action()) {
-  try {
-    return std::forward<Action>(action)();
-  } catch (const host::PassThrough&) {
-    throw;
-  } catch (const Cancelled&) {
-    throw;
-  } catch (const abi::__forced_unwind&) {
-    throw;
-  } catch (...) {
-    return std::forward<OnFailure>(onFailure)(std::current_exception());
-  }
+auto withRecordedErrors(Action&& action) -> decltype(action()) {
+  return errors::catchingFailures(
+      std::forward<Action>(action), [](const std::exception_ptr& thrown) -> decltype(action()) {
+        errors::FailureRecord failure = failureOf(thrown);
+        throw errors::RecordedError(std::move(failure.error), std::move(failure.foreign));
+      });
 }
 
 /// Where in the data an evaluation failed.
@@ -58,23 +40,24 @@ host::Value submissionStackOf(const kxArray* factory);
 
 /// Raises the failure of a step as a BigDataException with an id, the user's stack where the
 /// operation was recorded, and the rows on which it happened. One that a step within this one
-/// raised keeps its line and rows.
+/// raised keeps its line and rows. The foreign exception of the failure is raised as it is; without
+/// one the error is made from the record.
 ///
 /// Errors: always. The id is the failure's own; "KALVEX:OutOfMemory" when memory was short;
 ///         "KALVEX:array:FunctionFailed" with label and text for a C++ exception of a user's
 ///         function; "KALVEX:array:Unexpected" with label and text for one of ours. The text of the
 ///         latter is an argument, and not part of the message.
-[[noreturn]] void raiseStepFailure(const std::exception_ptr& failure, const OpSpec& spec,
+[[noreturn]] void raiseStepFailure(const errors::FailureRecord& failure, const OpSpec& spec,
                                    const kxArray* submissionStack,
                                    const std::optional<FailedRows>& rows = std::nullopt);
 
 /// Runs `action` for the step of `spec` and `factory`; a failure becomes one of that step.
 template <class Action>
 auto withStep(const OpSpec& spec, const kxArray* factory, Action&& action) -> decltype(action()) {
-  return catchingFailures(std::forward<Action>(action),
-                          [&](const std::exception_ptr& failure) -> decltype(action()) {
-                            raiseStepFailure(failure, spec, submissionStackOf(factory).get());
-                          });
+  return errors::catchingFailures(
+      std::forward<Action>(action), [&](const std::exception_ptr& thrown) -> decltype(action()) {
+        raiseStepFailure(failureOf(thrown), spec, submissionStackOf(factory).get());
+      });
 }
 
 }  // namespace kv::runtime

@@ -8,8 +8,7 @@
 
 #include "engine/Unit.h"
 #include "engine/chunkSteps.h"
-#include "engine/failures.h"
-#include "kv/host/errors.h"
+#include "kv/errors/StepError.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/selectRows.h"
 #include "values/columnValues.h"
@@ -53,28 +52,31 @@ class UnitRun {
       result_.chunkRows.push_back(source.rows());
     }
     for (std::size_t step = 0; step + 1 < stage_.steps().size() && !result_.failure; ++step) {
-      catchingFailures(
+      errors::catchingFailures(
           [&] {
             runStep(step, source);
             dropUsedUp(step);
           },
-          [&](std::exception_ptr error) {
-            const GivenRows rows = GivenRows::of(source);
-            fail({step, rows.first, rows.last, std::move(error)});
-          });
+          [&](const std::exception_ptr& thrown) { fail(step, thrown, GivenRows::of(source)); });
     }
     return !result_.failure;
   }
 
-  void fail(UnitFailure failure) { result_.failure = std::move(failure); }
+  /// Notes that a step failed; `rows` is empty where none are known.
+  void fail(std::size_t step, const std::exception_ptr& thrown, const GivenRows& rows = {}) {
+    result_.failure = errors::recordFailure(thrown);
+    result_.failure->step = step;
+    result_.failure->partition = result_.partition;
+    result_.failure->firstRow = rows.first;
+    result_.failure->lastRow = rows.last;
+  }
 
   UnitResult finish() {
     for (std::size_t i = 0; i < states_.size() && !result_.failure; ++i) {
       if (states_[i]) {
-        catchingFailures([&] { result_.sinks[i].partial = states_[i]->finish().toBytes(); },
-                         [&](std::exception_ptr error) {
-                           fail({stage_.outputs()[i], 0, 0, std::move(error)});
-                         });
+        errors::catchingFailures(
+            [&] { result_.sinks[i].partial = states_[i]->finish().toBytes(); },
+            [&](const std::exception_ptr& thrown) { fail(stage_.outputs()[i], thrown); });
       }
     }
     return std::move(result_);
@@ -155,7 +157,7 @@ class UnitRun {
   const Column& columnOf(std::size_t step, std::size_t input) const {
     const Chunk& chunk = chunkOf(step, input);
     if (chunk.names != nullptr) {
-      host::raise("KALVEX:array:NeedsColumn", {stage_.steps()[step].spec->label});
+      errors::raiseStep("KALVEX:array:NeedsColumn", {stage_.steps()[step].spec->label});
     }
     return chunk.columns.front();
   }
@@ -178,19 +180,20 @@ class UnitRun {
         const std::string described =
             fmt::format("{} ({} row{})", describeInput(step, input), rows, rows == 1 ? "" : "s");
         const bool mayHaveOneRow = spreads && !value.places;
-        host::raise("KALVEX:array:RowsDiffer",
-                    {described, describeInput(step, other),
-                     mayHaveOneRow ? "; a value in memory must have one row" : ""});
+        errors::raiseStep("KALVEX:array:RowsDiffer",
+                          {described, describeInput(step, other),
+                           mayHaveOneRow ? "; a value in memory must have one row" : ""});
       }
     }
-    host::raise("KALVEX:array:NeedsRows", {stage_.steps()[step].spec->label});
+    errors::raiseStep("KALVEX:array:NeedsRows", {stage_.steps()[step].spec->label});
   }
 
   void checkRows(std::size_t step, std::size_t a, std::size_t b) const {
     const RowOrdinals& rowsA = chunkOf(step, a).ordinals;
     const RowOrdinals& rowsB = chunkOf(step, b).ordinals;
     if (!haveSameRows(rowsA, rowsB)) {
-      host::raise("KALVEX:array:RowsDiffer", {describeInput(step, a), describeInput(step, b), ""});
+      errors::raiseStep("KALVEX:array:RowsDiffer",
+                        {describeInput(step, a), describeInput(step, b), ""});
     }
   }
 
@@ -224,7 +227,7 @@ class UnitRun {
     }
     checkValues(step);
     if (rows == nullptr) {
-      host::raise("KALVEX:array:NeedsRows", {stage_.steps()[step].spec->label});
+      errors::raiseStep("KALVEX:array:NeedsRows", {stage_.steps()[step].spec->label});
     }
     return *rows;
   }
@@ -299,8 +302,8 @@ class UnitRun {
     std::vector<Chunk> chunks;
     for (Column& column : columns) {
       if (column.rows() != rows.rows()) {
-        host::raise("KALVEX:array:WrongRowCount",
-                    {spec.label, std::to_string(rows.rows()), std::to_string(column.rows())});
+        errors::raiseStep("KALVEX:array:WrongRowCount",
+                          {spec.label, std::to_string(rows.rows()), std::to_string(column.rows())});
       }
       requireType(spec, column);
       chunks.push_back({rows.partition, rows.ordinals, nullptr, {std::move(column)}});
@@ -366,7 +369,7 @@ UnitResult runUnit(const Stage& stage, const StageRows& rows, std::string_view u
                    const CancellationToken& cancellation) {
   const Unit unit = Unit::fromBytes(unitBytes);
   UnitRun run(stage, rows, unit.partition, inputs, functions);
-  catchingFailures(
+  errors::catchingFailures(
       [&] {
         const std::unique_ptr<ChunkReader> reader =
             rows.openPartition(unit.partition, cancellation);
@@ -378,9 +381,7 @@ UnitResult runUnit(const Stage& stage, const StageRows& rows, std::string_view u
           chunk = reader->next();
         }
       },
-      [&](std::exception_ptr error) {
-        run.fail({stage.readStep(), 0, 0, std::move(error)});
-      });
+      [&](const std::exception_ptr& thrown) { run.fail(stage.readStep(), thrown); });
   return run.finish();
 }
 

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <exception>
 #include <map>
 #include <optional>
 #include <span>
@@ -13,6 +12,7 @@
 #include "engine/OutputTypes.h"
 #include "engine/Stage.h"
 #include "engine/StageRows.h"
+#include "kv/errors/FailureRecord.h"
 #include "kv/runtime/Cancellation.h"
 #include "kv/runtime/Chunk.h"
 #include "kv/runtime/ElementFunctions.h"
@@ -34,7 +34,7 @@ class UserFunctions {
   /// partition they are, `types` takes in the types of what the function returns. The chunks of a
   /// partition come in order.
   ///
-  /// Errors: what the function raises, as it came; those of OutputTypes.
+  /// Errors: what the function raises, as errors::RecordedError; those of OutputTypes.
   virtual std::vector<Column> call(std::size_t step, const Chunk& rows,
                                    std::span<const FunctionInput> inputs, OutputTypes& types) = 0;
 };
@@ -47,21 +47,13 @@ struct SinkResult {
   std::vector<Chunk> chunks;                  ///< of Collect
 };
 
-/// Why a unit ended early: which step failed, on which rows of the partition's source.
-struct UnitFailure {
-  std::size_t step = 0;
-  std::int64_t firstRow = 0;  ///< ordinals [firstRow, lastRow); none where reading failed
-  std::int64_t lastRow = 0;
-  std::exception_ptr error;
-};
-
 struct UnitResult {
   std::int64_t partition = 0;
   std::int64_t rows = 0;                  ///< of the source
   std::vector<std::int64_t> chunkRows{};  ///< the same, chunk by chunk
   std::vector<SinkResult> sinks;
   std::map<std::size_t, OutputTypes> types;  ///< of users' functions, by step
-  std::optional<UnitFailure> failure;
+  std::optional<errors::FailureRecord> failure;
 };
 
 /// Streams one partition through a stage: chunk by chunk, from the stage's rows to its outputs.

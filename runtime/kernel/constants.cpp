@@ -18,7 +18,7 @@
 
 #include "column/allocate.h"
 #include "column/elementTypes.h"
-#include "kv/runtime/FunctionError.h"
+#include "kv/errors/StepError.h"
 
 namespace kv::runtime {
 
@@ -52,7 +52,9 @@ auto visitConstant(const Operand& operand, auto&& visit) {
 /// floating type.
 template <class Value>
 bool fits(Value value, ElementType type) {
-  if (!isInteger(type)) return true;
+  if (!isInteger(type)) {
+    return true;
+  }
   return visitNumeric(type, [&]<class T>() {
     if constexpr (std::integral<T> && std::integral<Value>) {
       return std::in_range<T>(value);
@@ -74,12 +76,11 @@ void requireExact(Value whole) {
     const auto nearest = static_cast<double>(whole);
     using Wide = std::conditional_t<std::is_signed_v<Value>, std::int64_t, std::uint64_t>;
     constexpr double kLimit = std::is_signed_v<Value> ? kBeyond / 2 : kBeyond;
-    if (nearest < kLimit && static_cast<Wide>(nearest) == static_cast<Wide>(whole)) return;
-    const std::string text = fmt::format("{}", whole);
-    throw FunctionError("KALVEX:array:NotExact", {text},
-                        fmt::format("{} is beyond 2^53, where a double skips whole numbers. The "
-                                    "nearest double is {}.",
-                                    text, nearest));
+    if (nearest < kLimit && static_cast<Wide>(nearest) == static_cast<Wide>(whole)) {
+      return;
+    }
+    errors::raiseStep("KALVEX:array:NotExact",
+                      {fmt::format("{}", whole), fmt::format("{}", nearest)});
   }
 }
 
@@ -89,8 +90,12 @@ void requireExact(Value whole) {
 /// Errors: "KALVEX:array:NotExact".
 Operand constantAs(const Operand& constant, ElementType type) {
   return visitConstant(constant, [&](auto value) {
-    if (type == ElementType::Logical) return scalarOf(type, static_cast<std::uint8_t>(value != 0));
-    if (isFloating(type)) requireExact(value);
+    if (type == ElementType::Logical) {
+      return scalarOf(type, static_cast<std::uint8_t>(value != 0));
+    }
+    if (isFloating(type)) {
+      requireExact(value);
+    }
     return visitNumeric(type, [&]<class T>() { return scalarOf(type, static_cast<T>(value)); });
   });
 }
@@ -104,9 +109,13 @@ Operand beyondAll(const Operand& constant) {
 
 /// A double with a whole value as an integer, so that it is compared with integers exactly.
 Operand asWhole(const Operand& constant, bool meetsIntegers) {
-  if (constant.column.type() != ElementType::Double) return constant;
+  if (constant.column.type() != ElementType::Double) {
+    return constant;
+  }
   const double value = constant.column.values<double>()[0];
-  if (std::trunc(value) != value) return constant;
+  if (std::trunc(value) != value) {
+    return constant;
+  }
   if (value >= -0x1p63 && value < 0x1p63) {
     return scalarOf(ElementType::Int64, static_cast<std::int64_t>(value), true);
   }
@@ -124,17 +133,19 @@ Operand adapt(const ElementFunction& function, const Operand& constant, ElementT
   if (visitConstant(constant, [&](auto value) { return fits(value, compute); })) {
     return constantAs(constant, compute);
   }
-  if (function.rule == TypeRule::Comparison) return beyondAll(constant);
+  if (function.rule == TypeRule::Comparison) {
+    return beyondAll(constant);
+  }
   const std::string type(elementTypeName(compute));
-  throw FunctionError("KALVEX:function:OutOfRange",
-                      {std::string(function.name), textOf(constant), type},
-                      fmt::format("{}: the constant {} doesn't fit the type {}.", function.name,
-                                  textOf(constant), type));
+  errors::raiseStep("KALVEX:function:OutOfRange",
+                    {std::string(function.name), textOf(constant), type});
 }
 
 ElementType computingType(const ElementFunction& function, std::span<const Operand> inputs) {
   std::vector<OperandType> types;
-  for (const Operand& input : inputs) types.push_back({input.column.type(), isWeakNumber(input)});
+  for (const Operand& input : inputs) {
+    types.push_back({input.column.type(), isWeakNumber(input)});
+  }
   return resolve(function, types).compute;
 }
 
@@ -171,12 +182,11 @@ void refuseNegativePowers(const ElementFunction& function, const Column& exponen
       const auto isNegative = [](T value) { return value < 0; };
       const auto values = exponents.values<T>();
       const auto found = std::ranges::find_if(values, isNegative);
-      if (found == values.end()) return;
-      throw FunctionError(
-          "KALVEX:function:NegativePower", {std::string(function.name), fmt::format("{}", *found)},
-          fmt::format("{0}: an integer to the power of the negative integer {1} isn't an integer. "
-                      "Make one of them a double, as in x ^ {1}.0.",
-                      function.name, *found));
+      if (found == values.end()) {
+        return;
+      }
+      errors::raiseStep("KALVEX:function:NegativePower",
+                        {std::string(function.name), fmt::format("{}", *found)});
     }
   });
 }
@@ -184,21 +194,31 @@ void refuseNegativePowers(const ElementFunction& function, const Column& exponen
 std::vector<Operand> adaptConstants(const ElementFunction& function,
                                     std::span<const Operand> inputs) {
   std::vector<Operand> adapted(inputs.begin(), inputs.end());
-  if (std::ranges::none_of(inputs, isWeakNumber)) return adapted;
+  if (std::ranges::none_of(inputs, isWeakNumber)) {
+    return adapted;
+  }
   const bool compares = function.rule == TypeRule::Comparison;
   const bool meetsIntegers = std::ranges::none_of(inputs, isFloatingColumn);
   for (Operand& input : adapted) {
-    if (compares && isWeakNumber(input)) input = asWhole(input, meetsIntegers);
+    if (compares && isWeakNumber(input)) {
+      input = asWhole(input, meetsIntegers);
+    }
   }
   const ElementType compute = computingType(function, adapted);
   const std::size_t first = function.rule == TypeRule::Choice ? 1 : 0;  // a condition is logical
   for (std::size_t i = first; i < adapted.size(); ++i) {
-    if (!isWeakNumber(adapted[i])) continue;
+    if (!isWeakNumber(adapted[i])) {
+      continue;
+    }
     adapted[i] = adapt(function, adapted[i], compute);
     const bool isExponent = function.rule == TypeRule::Power && i == 1;
-    if (isExponent) refuseNegativePowers(function, adapted[i].column);
+    if (isExponent) {
+      refuseNegativePowers(function, adapted[i].column);
+    }
   }
-  for (Operand& input : adapted) input.isWeak = false;
+  for (Operand& input : adapted) {
+    input.isWeak = false;
+  }
   return adapted;
 }
 
@@ -210,9 +230,13 @@ Operand foldConstants(const ElementFunction& function, std::span<const Operand> 
     numbers.push_back(foldingInput(function, input));
   }
   const Column result = evaluate(function, numbers, 1);
-  if (result.type() != ElementType::Double) return {result, true, true};
+  if (result.type() != ElementType::Double) {
+    return {result, true, true};
+  }
   const double value = result.values<double>()[0];
-  if (!areWhole || !isWhole(value)) return {result, true, true};
+  if (!areWhole || !isWhole(value)) {
+    return {result, true, true};
+  }
   return scalarOf(ElementType::Int64, static_cast<std::int64_t>(value), true);
 }
 

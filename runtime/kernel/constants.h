@@ -6,7 +6,7 @@ namespace kv::runtime {
 
 /// Refuses negative exponents of integers.
 ///
-/// Errors: "KALVEX:function:NegativePower" (FunctionError).
+/// Errors: "KALVEX:function:NegativePower".
 void refuseNegativePowers(const ElementFunction& function, const Column& exponents);
 
 }  // namespace kv::runtime

@@ -1,4 +1,3 @@
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -13,8 +12,8 @@
 #include "kernel/BlockInput.h"
 #include "kernel/choice.h"
 #include "kernel/constants.h"
+#include "kv/errors/StepError.h"
 #include "kv/runtime/ElementFunctions.h"
-#include "kv/runtime/FunctionError.h"
 
 namespace kv::runtime {
 
@@ -22,15 +21,17 @@ namespace {
 
 void checkRows(const ElementFunction& function, const Operand& input, std::int64_t expected) {
   const std::int64_t rows = input.column.rows();
-  if (rows == expected) return;
-  throw FunctionError(
-      "KALVEX:function:RowCounts",
-      {std::string(function.name), std::to_string(expected), std::to_string(rows)},
-      fmt::format("{} expected an input of {} rows, got {}.", function.name, expected, rows));
+  if (rows == expected) {
+    return;
+  }
+  errors::raiseStep("KALVEX:function:RowCounts",
+                    {std::string(function.name), std::to_string(expected), std::to_string(rows)});
 }
 
 Spread spreadOf(std::span<const BlockInput> inputs) {
-  if (inputs.size() < 2 || inputs[0].isScalar() == inputs[1].isScalar()) return Spread::None;
+  if (inputs.size() < 2 || inputs[0].isScalar() == inputs[1].isScalar()) {
+    return Spread::None;
+  }
   return inputs[0].isScalar() ? Spread::Left : Spread::Right;
 }
 
@@ -56,11 +57,15 @@ void evaluateNumbers(const ElementFunction& function, std::span<const Operand> o
                      std::uint8_t* output) {
   std::vector<BlockInput> inputs;
   inputs.reserve(operands.size());
-  for (const Operand& operand : operands) inputs.emplace_back(operand, compute);
+  for (const Operand& operand : operands) {
+    inputs.emplace_back(operand, compute);
+  }
   const bool allScalar = std::ranges::all_of(inputs, &BlockInput::isScalar);
   const BlockFunction blocks = blockFunction(function, compute, spreadOf(inputs));
   runBlocks(blocks, inputs, allScalar ? std::min<std::size_t>(rows, 1) : rows, resultWidth, output);
-  if (allScalar) spreadFirst(output, resultWidth, rows);
+  if (allScalar) {
+    spreadFirst(output, resultWidth, rows);
+  }
 }
 
 bool isMissing(const Operand& operand) { return operand.column.isMissing(); }
@@ -78,7 +83,9 @@ std::vector<Operand> withNaNs(std::span<const Operand> inputs) {
 
 Column evaluateChoice(const ElementFunction& function, std::span<const Operand> inputs,
                       ElementType type, std::int64_t rows) {
-  if (type == ElementType::String) return chooseTexts(inputs[0], inputs[1], inputs[2], rows);
+  if (type == ElementType::String) {
+    return chooseTexts(inputs[0], inputs[1], inputs[2], rows);
+  }
   if (isFloating(type)) {
     const std::vector<Operand> sides = withNaNs(inputs.subspan(1));
     return chooseNumbers(inputs[0], sides[0], sides[1], type, rows);
@@ -94,20 +101,23 @@ Column evaluateChoice(const ElementFunction& function, std::span<const Operand> 
     const Operand& other = inputs[isOneMissing ? 2 : 1];
     return chooseNumbers(inputs[0], other, other, type, rows);
   }
-  if (inputs[0].isScalar) return missingColumn(type, rows);
+  if (inputs[0].isScalar) {
+    return missingColumn(type, rows);
+  }
   const std::string name(elementTypeName(type));
-  throw FunctionError("KALVEX:function:MissingChoice", {std::string(function.name), name},
-                      fmt::format("{}: a column of type {} can't hold a missing value among "
-                                  "others. Multiply both sides by 1.0 to choose doubles.",
-                                  function.name, name));
+  errors::raiseStep("KALVEX:function:MissingChoice", {std::string(function.name), name});
 }
 
 /// The result for a missing input; empty if the blocks can compute with all inputs.
 std::optional<Column> missingAnswer(const ElementFunction& function,
                                     std::span<const Operand> inputs, ElementType result,
                                     std::int64_t rows) {
-  if (std::ranges::none_of(inputs, isMissing)) return std::nullopt;
-  if (function.rule == TypeRule::Class) return evaluate(function, withNaNs(inputs), rows);
+  if (std::ranges::none_of(inputs, isMissing)) {
+    return std::nullopt;
+  }
+  if (function.rule == TypeRule::Class) {
+    return evaluate(function, withNaNs(inputs), rows);
+  }
   const bool choosesSides = function.rule == TypeRule::Choice && !isMissing(inputs[0]);
   return choosesSides ? std::nullopt : std::optional(missingColumn(result, rows));
 }
@@ -123,7 +133,9 @@ Column evaluate(const ElementFunction& function, std::span<const Operand> writte
     types.push_back({input.column.type()});
   }
   const Signature signature = resolve(function, types);
-  if (auto answer = missingAnswer(function, inputs, signature.result, rows)) return *answer;
+  if (auto answer = missingAnswer(function, inputs, signature.result, rows)) {
+    return *answer;
+  }
   if (function.rule == TypeRule::Choice) {
     return evaluateChoice(function, inputs, signature.result, rows);
   }

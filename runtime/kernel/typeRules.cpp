@@ -7,8 +7,8 @@
 #include <string>
 
 #include "column/elementTypes.h"
+#include "kv/errors/StepError.h"
 #include "kv/runtime/ElementFunctions.h"
-#include "kv/runtime/FunctionError.h"
 
 namespace kv::runtime {
 
@@ -18,7 +18,9 @@ namespace {
 enum class Kind : std::uint8_t { Logical, Integer, Floating };
 
 Kind kindOf(ElementType type) {
-  if (isFloating(type)) return Kind::Floating;
+  if (isFloating(type)) {
+    return Kind::Floating;
+  }
   return type == ElementType::Logical ? Kind::Logical : Kind::Integer;
 }
 
@@ -28,10 +30,16 @@ ElementType promoteToFloating(ElementType floating, ElementType integer) {
 }
 
 ElementType promoteIntegers(ElementType a, ElementType b) {
-  if (isSigned(a) == isSigned(b)) return std::max(a, b);
+  if (isSigned(a) == isSigned(b)) {
+    return std::max(a, b);
+  }
   const auto [isSignedSide, isUnsignedSide] = isSigned(a) ? std::pair(a, b) : std::pair(b, a);
-  if (elementSize(isSignedSide) > elementSize(isUnsignedSide)) return isSignedSide;
-  if (isUnsignedSide == ElementType::UInt64) return ElementType::Double;
+  if (elementSize(isSignedSide) > elementSize(isUnsignedSide)) {
+    return isSignedSide;
+  }
+  if (isUnsignedSide == ElementType::UInt64) {
+    return ElementType::Double;
+  }
   return static_cast<ElementType>(indexOf(isUnsignedSide) + 1);  // signed, of twice the width
 }
 
@@ -42,8 +50,7 @@ ElementType promoteIntegers(ElementType a, ElementType b) {
     list += list.empty() ? "" : " and ";
     list += elementTypeName(type.type);
   }
-  throw FunctionError("KALVEX:function:BadTypes", {std::string(function.name), list},
-                      fmt::format("{} is not defined for {}.", function.name, list));
+  errors::raiseStep("KALVEX:function:BadTypes", {std::string(function.name), list});
 }
 
 /// The common type of numbers, including constants.
@@ -60,13 +67,19 @@ ElementType commonType(std::span<const OperandType> types) {
       isFirst = false;
     }
   }
-  if (allWeak && weakKind == Kind::Logical) return ElementType::Logical;
-  if (!allWeak && weakKind <= kindOf(common)) return common;
+  if (allWeak && weakKind == Kind::Logical) {
+    return ElementType::Logical;
+  }
+  if (!allWeak && weakKind <= kindOf(common)) {
+    return common;
+  }
   return weakKind == Kind::Integer ? ElementType::Int64 : ElementType::Double;
 }
 
 ElementType floatingFor(ElementType type) {
-  if (isFloating(type)) return type;
+  if (isFloating(type)) {
+    return type;
+  }
   return elementSize(type) <= 2 ? ElementType::Single : ElementType::Double;
 }
 
@@ -100,40 +113,55 @@ bool isText(const OperandType& type) { return type.type == ElementType::String; 
 /// The type of the chosen values; the condition doesn't affect it.
 Signature resolveChoice(const ElementFunction& function, std::span<const OperandType> types) {
   if (types[0].type != ElementType::Logical) {
-    const std::string name(function.name);
-    const std::string type(elementTypeName(types[0].type));
-    throw FunctionError("KALVEX:function:BadTypes", {name, type},
-                        fmt::format("{} expected a logical condition, got {}.", name, type));
+    errors::raiseStep("KALVEX:function:BadTypes",
+                      {std::string(function.name),
+                       fmt::format("a {} condition", elementTypeName(types[0].type))});
   }
   const std::span<const OperandType> sides = types.subspan(1);
-  if (std::ranges::all_of(sides, isText)) return {ElementType::String, ElementType::String};
-  if (std::ranges::any_of(sides, isText)) throwBadTypes(function, types);
+  if (std::ranges::all_of(sides, isText)) {
+    return {ElementType::String, ElementType::String};
+  }
+  if (std::ranges::any_of(sides, isText)) {
+    throwBadTypes(function, types);
+  }
   return applyRule(function.rule, commonType(sides));
 }
 
 void checkArity(const ElementFunction& function, std::size_t count) {
-  if (count == function.arity) return;
-  throw FunctionError(
+  if (count == function.arity) {
+    return;
+  }
+  errors::raiseStep(
       "KALVEX:function:BadArity",
-      {std::string(function.name), std::to_string(function.arity), std::to_string(count)},
-      fmt::format("{} takes {} input{}, got {}.", function.name, function.arity,
-                  function.arity == 1 ? "" : "s", count));
+      {std::string(function.name), std::to_string(function.arity), std::to_string(count)});
 }
 
 }  // namespace
 
 ElementType promoteTypes(ElementType a, ElementType b) {
-  if (a == b || b == ElementType::Logical) return a;
-  if (a == ElementType::Logical) return b;
-  if (isFloating(a) && isFloating(b)) return ElementType::Double;
-  if (isFloating(a)) return promoteToFloating(a, b);
-  if (isFloating(b)) return promoteToFloating(b, a);
+  if (a == b || b == ElementType::Logical) {
+    return a;
+  }
+  if (a == ElementType::Logical) {
+    return b;
+  }
+  if (isFloating(a) && isFloating(b)) {
+    return ElementType::Double;
+  }
+  if (isFloating(a)) {
+    return promoteToFloating(a, b);
+  }
+  if (isFloating(b)) {
+    return promoteToFloating(b, a);
+  }
   return promoteIntegers(a, b);
 }
 
 Signature resolve(const ElementFunction& function, std::span<const OperandType> types) {
   checkArity(function, types.size());
-  if (function.rule == TypeRule::Choice) return resolveChoice(function, types);
+  if (function.rule == TypeRule::Choice) {
+    return resolveChoice(function, types);
+  }
   if (std::ranges::any_of(types, isText)) {
     if (function.text == nullptr || !std::ranges::all_of(types, isText)) {
       throwBadTypes(function, types);
@@ -141,12 +169,16 @@ Signature resolve(const ElementFunction& function, std::span<const OperandType> 
     return {ElementType::String, ElementType::Logical};
   }
   const Signature signature = applyRule(function.rule, commonType(types));
-  if (!blockFunction(function, signature.compute, Spread::None)) throwBadTypes(function, types);
+  if (!blockFunction(function, signature.compute, Spread::None)) {
+    throwBadTypes(function, types);
+  }
   return signature;
 }
 
 BlockFunction blockFunction(const ElementFunction& function, ElementType compute, Spread spread) {
-  if (compute == ElementType::String || function.blocks == nullptr) return nullptr;
+  if (compute == ElementType::String || function.blocks == nullptr) {
+    return nullptr;
+  }
   return (*function.blocks)[indexOf(compute)][static_cast<std::size_t>(spread)];
 }
 

@@ -8,8 +8,8 @@
 #include <system_error>
 #include <utility>
 
-#include "kv/runtime/DataError.h"
-#include "kv/runtime/shownText.h"
+#include "kv/errors/StepError.h"
+#include "kv/errors/shownText.h"
 #include "source/PathExpansion.h"
 #include "source/csv/CsvSchema.h"
 
@@ -127,17 +127,6 @@ class Replacement {
   bool isAnyKept_ = false;
 };
 
-void throwIfColumnsDiffer(const std::string& path, const Schema& schema, const Table& table) {
-  const std::vector<std::string> names = columnNames(schema), expected = columnNames(table.schema);
-  if (names != expected) {
-    throw DataError("KALVEX:datastore:DifferentColumns",
-                    {path, shownNames(names), table.name, shownNames(expected)},
-                    fmt::format("Files of one table must have the same columns in the same order. "
-                                "'{}' has: {}. '{}' has: {}.",
-                                path, shownNames(names), table.name, shownNames(expected)));
-  }
-}
-
 /// What the moves see of a table: also its name and the paths as they were given, which are no part
 /// of its fingerprint.
 std::vector<std::string> keyOf(const Table& table) {
@@ -149,9 +138,7 @@ std::vector<std::string> keyOf(const Table& table) {
 }
 
 [[noreturn]] void throwTwice(const SourceMove& first, const SourceMove& second) {
-  throw DataError("KALVEX:datastore:SourceGivenTwice", {second.from, first.to, second.to},
-                  fmt::format("'{}' is given twice, to be replaced by '{}' and by '{}'.",
-                              shownText(second.from), shownText(first.to), shownText(second.to)));
+  errors::raiseStep("KALVEX:datastore:SourceGivenTwice", {second.from, first.to, second.to});
 }
 
 Table replaceFiles(std::vector<Move>& moves, const Table& table) {
@@ -172,7 +159,8 @@ Table replaceFiles(std::vector<Move>& moves, const Table& table) {
   }
   moved.name = joined(replacement.sources());
   if (replacement.isAnyKept()) {
-    throwIfColumnsDiffer(paths.front(), moved.schema, table);
+    requireSameColumns(paths.front(), columnNames(moved.schema), table.name,
+                       columnNames(table.schema));
     moved.name = table.name;
   } else if (paths.size() > 1) {
     moved.name += fmt::format(" ({} files)", paths.size());
@@ -223,10 +211,8 @@ void MovedTables::throwIfUnused() const {
     return;
   }
   const std::vector<std::string> met(filesMet_.begin(), filesMet_.end());
-  const std::string files = met.empty() ? "none" : shownNames(met);
-  throw DataError("KALVEX:datastore:UnknownSource", {unused->said.from, files},
-                  fmt::format("The saved arrays don't read '{}'. Files that they read: {}.",
-                              shownText(unused->said.from), files));
+  const std::string files = met.empty() ? "none" : errors::shownNames(met);
+  errors::raiseStep("KALVEX:datastore:UnknownSource", {unused->said.from, files});
 }
 
 }  // namespace kv::runtime

@@ -333,7 +333,7 @@ Plan makePlan(const kxArray* taskGraph, const kxArray* asked, const kxArray* oth
   const RecordedStacks stacks(entries);
   for (std::size_t i = 0; i < kxGetNumberOfElements(tasks.get()); ++i) {
     const host::Value object = elementOf(tasks.get(), i);
-    catchingFailures(
+    errors::catchingFailures(
         [&] {
           PlanTask task = readTask(object, plan, indexOf, stacks, places);
           placeTask(task, plan);
@@ -341,7 +341,7 @@ Plan makePlan(const kxArray* taskGraph, const kxArray* asked, const kxArray* oth
         },
         [&](const std::exception_ptr& failure) {
           const OpSpec planning{.label = "The planning of a task"};
-          raiseStepFailure(failure, planning, stacks.of(object.get()).get());
+          raiseStepFailure(failureOf(failure), planning, stacks.of(object.get()).get());
         });
   }
   addResults(plan, entries, asked, true, indexOf);

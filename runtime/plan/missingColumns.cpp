@@ -1,15 +1,13 @@
 #include "plan/missingColumns.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <numeric>
 #include <string>
 #include <vector>
 
 #include "engine/Stage.h"
-#include "kv/runtime/DataError.h"
-#include "kv/runtime/shownText.h"
+#include "kv/errors/StepError.h"
+#include "kv/errors/shownText.h"
 #include "plan/Schedule.h"
 #include "plan/planSteps.h"
 
@@ -25,10 +23,8 @@ void throwIfMissing(const Datastore& source, const std::string& name) {
   for (const ColumnInfo& column : schema) {
     names.push_back(column.name);
   }
-  const std::string known = shownNames(names);
-  throw DataError("KALVEX:datastore:MissingColumn", {source.displayName(), name, known},
-                  fmt::format("'{}' has no column '{}', which a saved array reads; it has: {}.",
-                              source.displayName(), shownText(name), known));
+  const std::string known = errors::shownNames(names);
+  errors::raiseStep("KALVEX:datastore:MissingColumn", {source.displayName(), name, known});
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include "source/PathExpansion.h"
 
 #include <dirent.h>
-#include <fmt/format.h>
 #include <glob.h>
 
 #include <algorithm>
@@ -12,7 +11,7 @@
 #include <new>
 #include <system_error>
 
-#include "kv/runtime/DataError.h"
+#include "kv/errors/StepError.h"
 #include "source/pathProblems.h"
 
 namespace kv::runtime {
@@ -76,7 +75,9 @@ std::vector<std::string> filesMatching(const std::string& pattern) {
   std::vector<std::string> files;
   for (std::size_t i = 0; outcome == 0 && i < matches.gl_pathc; ++i) {
     std::error_code ignored;
-    if (!fs::is_directory(matches.gl_pathv[i], ignored)) files.emplace_back(matches.gl_pathv[i]);
+    if (!fs::is_directory(matches.gl_pathv[i], ignored)) {
+      files.emplace_back(matches.gl_pathv[i]);
+    }
   }
   ::globfree(&matches);
   if (outcome == GLOB_ABORTED) {
@@ -89,9 +90,9 @@ std::vector<std::string> filesMatching(const std::string& pattern) {
 }
 
 std::vector<std::string> sortedOrNoFiles(std::vector<std::string> files, const std::string& path,
-                                         const char* message) {
+                                         const char* reason) {
   if (files.empty()) {
-    throw DataError("KALVEX:datastore:NoFiles", {path}, fmt::format(fmt::runtime(message), path));
+    errors::raiseStep("KALVEX:datastore:NoFiles", {path, reason});
   }
   std::sort(files.begin(), files.end());
   return files;
@@ -104,11 +105,11 @@ std::vector<std::string> expandPath(const std::string& path) {
   const fs::file_status status = fs::status(path, failure);
   if (!failure) {
     return fs::is_directory(status)
-               ? sortedOrNoFiles(csvFilesIn(path), path, "The folder '{}' holds no .csv file.")
+               ? sortedOrNoFiles(csvFilesIn(path), path, "the folder contains no .csv file")
                : std::vector<std::string>{path};
   }
   if (isPattern(path) && status.type() == fs::file_type::not_found) {
-    return sortedOrNoFiles(filesMatching(path), path, "No file matches the pattern '{}'.");
+    return sortedOrNoFiles(filesMatching(path), path, "no file matches the pattern");
   }
   throwUnreachable(path, failure.value());
 }

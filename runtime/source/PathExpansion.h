@@ -12,7 +12,7 @@ namespace kv::runtime {
 /// 2. Otherwise a path with one of `*?[` is a pattern in the manner of the shell, for files of any
 ///    ending.
 ///
-/// Errors: DataError "KALVEX:datastore:FileNotFound" when there is no such path,
+/// Errors: "KALVEX:datastore:FileNotFound" when there is no such path,
 ///         "KALVEX:datastore:NoFiles" when a folder or pattern yields no file,
 ///         "KALVEX:datastore:FileNotReadable" when a folder can't be read or a link not followed.
 std::vector<std::string> expandPath(const std::string& path);

@@ -1,6 +1,5 @@
 #include "source/SourceFile.h"
 
-#include <fmt/format.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -9,7 +8,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "kv/runtime/DataError.h"
+#include "kv/errors/StepError.h"
 #include "source/pathProblems.h"
 
 namespace kv::runtime {
@@ -76,10 +75,9 @@ bool SourceFile::isAsNoted(const struct stat& status) const {
 }
 
 void SourceFile::throwChanged() const {
-  throw DataError("KALVEX:datastore:SourceChanged", {path},
-                  fmt::format("The file '{}' has changed since it was {}; {}.", path,
-                              isFromSave ? "saved with its array" : "opened",
-                              isFromSave ? "read it as a new table" : "open it again to read it"));
+  errors::raiseStep("KALVEX:datastore:SourceChanged",
+                    {path, isFromSave ? "since it was saved with its array" : "since it was opened",
+                     isFromSave ? "read it as a new table" : "open it again to read it"});
 }
 
 }  // namespace kv::runtime

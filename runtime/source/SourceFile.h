@@ -17,7 +17,7 @@ struct SourceFile {
 
   /// Notes size and time of the file at `path`, once any later write is sure to have another time.
   ///
-  /// Errors: DataError "KALVEX:datastore:FileNotFound"; "KALVEX:datastore:FileNotReadable", also
+  /// Errors: "KALVEX:datastore:FileNotFound"; "KALVEX:datastore:FileNotReadable", also
   ///         when the file was being written at each of a hundred looks.
   /// Cost:   waits for the next tick of the file system's clock (up to 10 ms, or 50 ms if that
   ///         clock is ahead of this machine's) if the file was written in this one; 100 ms and more
@@ -27,7 +27,7 @@ struct SourceFile {
   /// True if `status` has the size and time that were noted.
   bool isAsNoted(const struct stat& status) const;
 
-  /// Errors: always DataError "KALVEX:datastore:SourceChanged".
+  /// Errors: always "KALVEX:datastore:SourceChanged".
   [[noreturn]] void throwChanged() const;
 };
 

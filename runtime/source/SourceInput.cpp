@@ -1,13 +1,12 @@
 #include "source/SourceInput.h"
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <utility>
 
-#include "kv/runtime/DataError.h"
+#include "kv/errors/StepError.h"
 #include "source/pathProblems.h"
 
 namespace kv::runtime {
@@ -43,9 +42,7 @@ bool isSameVersion(const struct stat& a, const struct stat& b) {
   if (!file.isFromSave) {
     file.throwChanged();
   }
-  throw DataError(
-      "KALVEX:datastore:SourceGone", {file.absolutePath},
-      fmt::format("The file '{}', which a saved array reads, is gone.", file.absolutePath));
+  errors::raiseStep("KALVEX:datastore:SourceGone", {file.absolutePath});
 }
 
 }  // namespace
@@ -118,12 +115,9 @@ void SourceInput::throwIfReplaced() const {
 }
 
 void SourceInput::throwChangedMeanwhile() const {
-  throw DataError(
-      "KALVEX:datastore:SourceChanged", {file_.path},
-      fmt::format(
-          "The file '{}' changed while it was read (its contents, rights or links); read it "
-          "again when nothing changes it.",
-          file_.path));
+  errors::raiseStep("KALVEX:datastore:SourceChanged",
+                    {file_.path, "while it was read (its contents, rights or links)",
+                     "read it again when nothing changes it"});
 }
 
 }  // namespace kv::runtime

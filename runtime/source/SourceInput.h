@@ -19,7 +19,7 @@ namespace kv::runtime {
 /// Threads: belongs to one thread at a time.
 class SourceInput {
  public:
-  /// Errors: DataError "KALVEX:datastore:SourceChanged" when the file isn't as it was noted,
+  /// Errors: "KALVEX:datastore:SourceChanged" when the file isn't as it was noted,
   ///         "KALVEX:datastore:SourceGone" when a save noted it and it is gone,
   ///         "KALVEX:datastore:FileNotReadable".
   explicit SourceInput(SourceFile file);
@@ -32,7 +32,7 @@ class SourceInput {
   /// Reads the next `bytes` bytes to `to`.
   ///
   /// Result: how many there were; fewer than `bytes` only at the end of the file.
-  /// Errors: DataError "KALVEX:datastore:SourceChanged" when the file was written or replaced since
+  /// Errors: "KALVEX:datastore:SourceChanged" when the file was written or replaced since
   ///         it was opened, "KALVEX:datastore:FileNotReadable".
   std::size_t read(char* to, std::size_t bytes);
 

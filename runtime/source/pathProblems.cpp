@@ -9,7 +9,7 @@
 #include <optional>
 #include <system_error>
 
-#include "kv/runtime/DataError.h"
+#include "kv/errors/StepError.h"
 
 namespace kv::runtime {
 namespace {
@@ -62,8 +62,7 @@ std::optional<std::string> problemOnTheWay(const std::string& path) {
 }  // namespace
 
 void throwNotReadable(const std::string& path, const std::string& reason) {
-  throw DataError("KALVEX:datastore:FileNotReadable", {path, reason},
-                  fmt::format("'{}' can't be read: {}.", path, reason));
+  errors::raiseStep("KALVEX:datastore:FileNotReadable", {path, reason});
 }
 
 void throwUnreachable(const std::string& path, int error) {
@@ -75,8 +74,7 @@ void throwUnreachable(const std::string& path, int error) {
     throwNotReadable(path, *problem);
   }
   if (error == ENOENT) {
-    throw DataError("KALVEX:datastore:FileNotFound", {path},
-                    fmt::format("There is no file or folder '{}'.", path));
+    errors::raiseStep("KALVEX:datastore:FileNotFound", {path});
   }
   throwNotReadable(path, reasonOf(error));
 }

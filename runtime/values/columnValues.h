@@ -42,7 +42,7 @@ Column repeat(const Column& value, std::int64_t rows);
 /// rows, the type is that of the first column whose type is known, or Unknown.
 ///
 /// Requires: columns with rows are of one type.
-/// Errors: "KALVEX:memory:TextTooLarge" for texts of more than 2 GiB in all (FunctionError).
+/// Errors: "KALVEX:memory:TextTooLarge" for texts of more than 2 GiB in all.
 Column concatenate(const std::vector<Column>& columns);
 
 }  // namespace kv::runtime

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "aggregate/FixedTree.h"
+#include "kv/errors/StepError.h"
 #include "kv/runtime/Aggregates.h"
-#include "kv/runtime/FunctionError.h"
 #include "runtime/makeColumn.h"
 
 namespace kv::runtime {
@@ -35,7 +35,7 @@ Column answer(std::string_view name, MissingRule rule, const std::vector<Column>
 std::string idOfError(const auto& action) {
   try {
     action();
-  } catch (const FunctionError& error) {
+  } catch (const errors::StepError& error) {
     return error.id();
   }
   return "none";

@@ -30,8 +30,8 @@ namespace {
 using kv::test::TempFolder;
 using test::allTexts;
 using test::allValues;
-using test::dataErrorOf;
 using test::readAll;
+using test::stepErrorOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -253,9 +253,9 @@ TEST_F(CsvDatastore, InfersATypeFromTheFirstBlockOrFileThatHasAValue) {
     EXPECT_EQ(schema[1], (ColumnInfo{"t", each.type, each.isUndecided})) << &each - cases;
   }
   const CancellationToken never;
-  const DataError error =
-      dataErrorOf([&] { CsvReader(files.back(), 1, schema, {"t"}, never).next(); });
-  EXPECT_EQ(error.arguments().back(), "string");
+  const errors::StepError error =
+      stepErrorOf([&] { CsvReader(files.back(), 1, schema, {"t"}, never).next(); });
+  EXPECT_EQ(error.arguments().at(6), "string");
   EXPECT_THAT(error.what(), HasSubstr("because its first values come after those"));
   const auto whole = openCsv({folder_.path("0.csv"), folder_.path("1.csv")});
   EXPECT_EQ(allTexts(*whole, "t").back(), "a");
@@ -334,7 +334,7 @@ TEST_F(CsvDatastore, NoticesAFileThatChangesWhileItIsRead) {
     const auto reader = source->openPartition(0, {"x"}, never);
     ASSERT_TRUE(reader->next());
     change();
-    const DataError error = dataErrorOf([&] {
+    const errors::StepError error = stepErrorOf([&] {
       while (const auto chunk = reader->next()) {
         EXPECT_EQ(std::ranges::count(chunk->columns[0].values<double>(), 1.0), chunk->rows())
             << "new bytes of a file that " << what;
@@ -362,7 +362,7 @@ TEST_F(CsvDatastore, RefusesAFileThatIsWrittenWithoutPause) {
       std::filesystem::last_write_time(path, now + std::chrono::milliseconds(40));
     }
   });
-  const DataError error = dataErrorOf([&] {
+  const errors::StepError error = stepErrorOf([&] {
     for (int look = 0; look < 100; ++look) {
       SourceFile::look(path);  // the writer may be delayed
     }
@@ -379,12 +379,13 @@ TEST_F(CsvDatastore, RefusesFilesThatChangedSinceTheyWereOpened) {
   rewrite("x\n1\n2\n");
 
   for (const auto* opened : {&source, &copy}) {
-    const DataError error = dataErrorOf([&] { allValues<double>(**opened, "x"); });
+    const errors::StepError error = stepErrorOf([&] { allValues<double>(**opened, "x"); });
     EXPECT_EQ(error.id(), "KALVEX:datastore:SourceChanged");
-    EXPECT_THAT(error.arguments(), ElementsAre(folder_.path("table.csv")));
+    EXPECT_THAT(error.arguments(), ElementsAre(folder_.path("table.csv"), "since it was opened",
+                                               "open it again to read it"));
   }
   std::filesystem::remove(folder_.path("table.csv"));
-  EXPECT_EQ(dataErrorOf([&] { source->preview(1); }).id(), "KALVEX:datastore:SourceChanged");
+  EXPECT_EQ(stepErrorOf([&] { source->preview(1); }).id(), "KALVEX:datastore:SourceChanged");
 }
 
 TEST_F(CsvDatastore, ReadsTheSameFileFromAnotherWorkingDirectory) {

@@ -56,7 +56,7 @@ class CsvFaults : public testing::Test {
         }
       });
       return sum == 302 ? "read" : "sum " + std::to_string(sum);
-    } catch (const DataError& error) {
+    } catch (const errors::StepError& error) {
       const std::string text = error.what();
       const bool isReported = text.find(folder_.path()) != std::string::npos &&
                               text.find(reason) != std::string::npos &&

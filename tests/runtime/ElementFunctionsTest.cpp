@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "kv/errors/StepError.h"
 #include "kv/runtime/ElementFunctions.h"
-#include "kv/runtime/FunctionError.h"
 #include "runtime/makeColumn.h"
 #include "support/Seed.h"
 
@@ -38,7 +38,7 @@ Operand constant(int value) {
 std::string idOfError(std::string_view function, const std::vector<Operand>& inputs) {
   try {
     call(function, inputs);
-  } catch (const FunctionError& error) {
+  } catch (const errors::StepError& error) {
     return error.id();
   }
   return "none";

@@ -7,7 +7,7 @@
 #include "column/allocate.h"
 #include "engine/Stage.h"
 #include "engine/failures.h"
-#include "kv/runtime/FunctionError.h"
+#include "kv/errors/StepError.h"
 #include "kv/runtime/csv.h"
 #include "persistence/csvDescription.h"
 #include "runtime/RuntimeSession.h"
@@ -134,7 +134,7 @@ TEST_F(Failures, OfArrowDontShowArrowsText) {
     try {
       checkArrow(status);
       ADD_FAILURE() << status.ToString();
-    } catch (const FunctionError& error) {
+    } catch (const errors::StepError& error) {
       EXPECT_EQ(error.id(), "KALVEX:memory:TextTooLarge");
       EXPECT_THAT(error.what(), Not(HasSubstr(status.message())));
     }
@@ -191,6 +191,44 @@ TEST_F(Failures, AFunctionMustReturnOneTypeForAllRows) {
   EXPECT_THAT(errorOfGathering(map(sliced, inTwoFiles)),
               ElementsAre("mine", "logical", "partition 1, rows 1 to 1", "double",
                           "partition 1, rows 2 to 2"));
+}
+
+/// What a worker passes on is what the user would have seen in one process.
+TEST_F(Failures, AreTheSameFromTheirBytes) {
+  const host::CallSite here(std::source_location::current());
+  const OpSpec step{.kind = OpKind::Elementwise, .label = "mine"};
+  const std::function<void()> throwers[] = {
+      [] { errors::raiseStep("KALVEX:datastore:EmptyFile", {"a.csv"}); },
+      [] { errors::raiseStep("KALVEX:array:NeedsTable", {"mine"}); },
+      [] { throw std::runtime_error("a text"); },
+      [] { throw std::bad_alloc(); },
+      [] {
+        const host::ErrorRecord first{"lab:first", "one",       {}, {{"f.py", "inner", 3}},
+                                      {},          "KException"};
+        host::ErrorRecord error{"lab:own", "two",       {"a", "b"}, {{"f.py", "run", 7}},
+                                {},        "KException"};
+        error.causes.push_back(first);
+        error.causes.front().causes.push_back(first);
+        throw Torvane::KException::KExceptionEnvelope(host::exceptionOf(error));
+      },
+      [] {
+        try {
+          withStep({.label = "inner"}, nullptr, [] { host::raise("lab:own", {"a"}); });
+        } catch (...) {
+          withRecordedErrors([] { throw; });
+        }
+      },
+  };
+  for (const auto& thrower : throwers) {
+    errors::FailureRecord failure;
+    errors::catchingFailures(thrower, [&](const auto& thrown) { failure = failureOf(thrown); });
+    const auto raised = [&](const errors::FailureRecord& record) {
+      return errorOf([&] { raiseStepFailure(record, step, nullptr, FailedRows{2, 1, 3}); });
+    };
+    const host::ErrorRecord expected = raised(failure);
+    EXPECT_EQ(raised(errors::FailureRecord::fromBytes(failure.toBytes())), expected)
+        << expected.message;
+  }
 }
 
 /// Faults of ours can't be reached through an array, so these functions are called directly.

@@ -5,9 +5,9 @@
 #include <map>
 
 #include "foundation/i18n.h"
+#include "kv/errors/StepError.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/ElementFunctions.h"
-#include "kv/runtime/FunctionError.h"
 #include "kv/runtime/functionNames.h"
 #include "runtime/RuntimeSession.h"
 #include "support/Worlds.h"
@@ -179,7 +179,7 @@ class Gathered : public RuntimeSession {
                   Make&& make) {
     try {
       asked.emplace_back(fmt::format("{} of {}", function, type), make());
-    } catch (const FunctionError&) {
+    } catch (const errors::StepError&) {
       // It isn't defined for this type.
     }
   }

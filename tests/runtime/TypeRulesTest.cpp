@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "column/elementTypes.h"
+#include "kv/errors/StepError.h"
 #include "kv/runtime/ElementFunctions.h"
-#include "kv/runtime/FunctionError.h"
 
 namespace kv::runtime {
 namespace {
@@ -44,7 +44,7 @@ TEST(TypeRules, PromotionIsNumpys) {
 std::string resultName(std::string_view function, const std::vector<OperandType>& types) {
   try {
     return std::string(elementTypeName(resolve(*findElementFunction(function), types).result));
-  } catch (const FunctionError& error) {
+  } catch (const errors::StepError& error) {
     return error.id();
   }
 }
@@ -129,7 +129,7 @@ TEST(TypeRules, AnErrorNamesTheFunctionAndTheTypes) {
   try {
     resolve(*findElementFunction("minus"), types);
     FAIL() << "text minus number was accepted";
-  } catch (const FunctionError& error) {
+  } catch (const errors::StepError& error) {
     EXPECT_EQ(error.id(), "KALVEX:function:BadTypes");
     EXPECT_EQ(error.arguments(), (std::vector<std::string>{"minus", "string and double"}));
   }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "kv/runtime/DataError.h"
+#include "kv/errors/StepError.h"
 #include "kv/runtime/Datastore.h"
 
 namespace kv::runtime::test {
@@ -64,14 +64,14 @@ inline std::vector<std::string> allTexts(const Datastore& source, const std::str
 }
 
 /// The error that `action` ends with; the test fails if there is none.
-inline DataError dataErrorOf(const std::function<void()>& action) {
+inline errors::StepError stepErrorOf(const std::function<void()>& action) {
   try {
     action();
-  } catch (const DataError& error) {
+  } catch (const errors::StepError& error) {
     return error;
   }
-  ADD_FAILURE() << "expected a DataError";
-  return DataError("none", {}, "none");
+  ADD_FAILURE() << "expected a StepError";
+  return errors::StepError("none");
 }
 
 }  // namespace kv::runtime::test

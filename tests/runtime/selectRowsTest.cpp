@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "kv/runtime/FunctionError.h"
+#include "kv/errors/StepError.h"
 #include "runtime/makeColumn.h"
 #include "support/Seed.h"
 
@@ -79,12 +79,12 @@ TEST(SelectRows, OnlyALogicalConditionOfTheSameLengthIsAccepted) {
   const auto refusal = [](const Column& keep) {
     try {
       selectRows(fruit(), keep);
-    } catch (const FunctionError& error) {
+    } catch (const errors::StepError& error) {
       return error.id() + " " + error.arguments().back();
     }
     return std::string("none");
   };
-  EXPECT_EQ(refusal(doubles({1, 0, 1, 0})), "KALVEX:function:BadTypes double");
+  EXPECT_EQ(refusal(doubles({1, 0, 1, 0})), "KALVEX:function:BadTypes a double condition");
   EXPECT_EQ(refusal(logicals({1, 0})), "KALVEX:function:RowCounts 2");
 }
 

@@ -178,7 +178,7 @@ def test_another_separator_is_reported(run: Run) -> None:
 
 def test_help_lists_all_types(run: Run) -> None:
     refusal = run.refusal("small.csv", "sum(x)", "--type", "x=float")
-    (listed,) = re.findall(r"types are ([a-z0-9, ]+)\.", refusal)
+    (listed,) = re.findall(r"types are: ([a-z0-9, ]+)\.", refusal)
     assert listed.replace(",", "") in run("query", "--help").stdout
 
 
@@ -270,7 +270,7 @@ def test_a_plan_reads_no_data(run: Run) -> None:
         (["mean(x)", "--where", "wodr"], ['no column "wodr"', "Did you mean word?"]),
         (["avg(x)"], ['no function "avg"', "Did you mean mean?"]),
         (["sum(x > 1 and y > 2)"], ["Did you mean &?"]),
-        (["sum(where(x, y, 0))"], ["where expected a logical condition, got double", "^^^^^"]),
+        (["sum(where(x, y, 0))"], ["where is not defined for a double condition", "^^^^^"]),
         (["(" * 100_000], ["nested too deep"]),
         (["mean(x)", "mean(x)"], ["two results"]),
         (["mean(x)", "more"], ['"more" is a file', "-f"]),

@@ -100,10 +100,12 @@ UserStacks::Node* UserStacks::live() {
   return stack;
 }
 
-std::vector<Frame> UserStacks::frames() {
+std::vector<Frame> UserStacks::frames() { return framesOf(*live()); }
+
+std::vector<Frame> UserStacks::framesOf(const Node& stack) {
   std::vector<Frame> frames;
-  for (const Node* stack = live(); stack->frame != nullptr; stack = stack->parent) {
-    frames.push_back(*stack->frame);
+  for (const Node* at = &stack; at->frame != nullptr; at = at->parent) {
+    frames.push_back(*at->frame);
   }
   return frames;
 }
@@ -111,23 +113,18 @@ std::vector<Frame> UserStacks::frames() {
 Value UserStacks::array() {
   Node* stack = live();
   if (stack->array == nullptr) {
-    stack->array = makeArray(*stack);
+    stack->array = arrayOf(framesOf(*stack));
   }
   return matrix::sharedCopy(stack->array.get());
 }
 
-Value UserStacks::makeArray(const Node& stack) {
-  std::size_t depth = 0;
-  for (const Node* at = &stack; at->frame != nullptr; at = at->parent) {
-    ++depth;
-  }
+Value UserStacks::arrayOf(const std::vector<Frame>& stack) {
   static constexpr std::string_view kFields[] = {"file", "name", "line"};
-  Value array = matrix::from_kalvex(kxCreateStructMatrix(depth, 1, kFields));
-  std::size_t index = 0;
-  for (const Node* at = &stack; at->frame != nullptr; at = at->parent, ++index) {
-    kxSetField(array.get(), index, "file", makeChars(at->frame->file).release());
-    kxSetField(array.get(), index, "name", makeChars(at->frame->name).release());
-    kxSetField(array.get(), index, "line", makeDouble(at->frame->line).release());
+  Value array = matrix::from_kalvex(kxCreateStructMatrix(stack.size(), 1, kFields));
+  for (std::size_t i = 0; i < stack.size(); ++i) {
+    kxSetField(array.get(), i, "file", makeChars(stack[i].file).release());
+    kxSetField(array.get(), i, "name", makeChars(stack[i].name).release());
+    kxSetField(array.get(), i, "line", makeDouble(stack[i].line).release());
   }
   return array;
 }

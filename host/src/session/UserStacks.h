@@ -39,6 +39,9 @@ class UserStacks {
   /// The live stack as an n-by-1 structure with the fields "file", "name" and "line".
   Value array();
 
+  /// A stack as such a structure.
+  static Value arrayOf(const std::vector<Frame>& stack);
+
   /// Drops all values and the provider.
   void clear() noexcept;
 
@@ -80,7 +83,7 @@ class UserStacks {
   Node* step(Node* from, const Frame& frame);
   Node* live();
   Node* liveOf(StackSource& source);
-  static Value makeArray(const Node& stack);
+  static std::vector<Frame> framesOf(const Node& stack);
 
   Provider provider_;
   std::unique_ptr<StackSource> source_;

@@ -1,7 +1,5 @@
 #include "foundation/exception.h"
 
-#include "kv/host/errors.h"
-
 namespace foundation::core::except {
 
 // Out of line, so that there is one type description for all libraries.
@@ -17,9 +15,3 @@ std::string IMsgIDException::get_error_id() const {
 }
 
 }  // namespace foundation::core::except
-
-namespace kv::host {
-
-PassThrough::~PassThrough() = default;
-
-}  // namespace kv::host

@@ -140,6 +140,27 @@ kcos::COSInterfacePtr makeKException(SessionState& session, std::string_view ide
   return holder;
 }
 
+kcos::COSInterfacePtr exceptionOf(const ErrorRecord& record) {
+  SessionState& session = requireSession();
+  const auto make = [&session](const ErrorRecord& one) {
+    return makeKException(session, one.identifier, one.message, one.arguments);
+  };
+  const kcos::COSInterfacePtr outermost = make(record);
+  if (!record.stack.empty()) {
+    session.heap.setSlot(*Object::of(outermost), kStack, UserStacks::arrayOf(record.stack));
+  }
+  kcos::COSInterfacePtr effect = outermost;
+  for (const ErrorRecord* each = &record; !each->causes.empty();) {
+    each = &each->causes.front();
+    const kcos::COSInterfacePtr cause = make(*each);
+    session.heap.setSlot(*Object::of(cause), kStack, UserStacks::arrayOf(each->stack));
+    session.heap.setSlot(*Object::of(effect), kCause,
+                         matrix::from_kalvex(kcos::omCreateKCOSScalar(cause)));
+    effect = cause;
+  }
+  return outermost;
+}
+
 ErrorRecord readKException(kcos::COSInterface* exception) {
   ErrorRecord outermost = readOne(*Object::of(exception));
   ErrorRecord* innermost = &outermost;

@@ -10,8 +10,8 @@
 
 #include "column/allocate.h"
 #include "column/throwingPool.h"
-#include "kv/runtime/DataError.h"
-#include "kv/runtime/shownText.h"
+#include "kv/errors/StepError.h"
+#include "kv/errors/shownText.h"
 #include "source/csv/textCheck.h"
 #include "source/distinctNames.h"
 #include "source/fileFormats.h"
@@ -32,13 +32,11 @@ struct RaggedRow {
   /// `byteOffset`: of the record in the file.
   [[noreturn]] void raise(const SourceFile& file, std::int64_t byteOffset) const {
     const std::int64_t line = lineOfOffset(file, byteOffset);
-    const std::string shown = shownText(record.substr(0, record.find_last_not_of("\r\n") + 1));
-    throw DataError(
-        "KALVEX:datastore:RaggedRow",
-        {file.path, std::to_string(row), std::to_string(line), std::to_string(found),
-         std::to_string(expected), shown},
-        fmt::format("'{}', row {} (line {}): the row has {} field{}, the header has {}: {}",
-                    file.path, row, line, found, found == 1 ? "" : "s", expected, shown));
+    const std::string shown =
+        errors::shownText(record.substr(0, record.find_last_not_of("\r\n") + 1));
+    errors::raiseStep("KALVEX:datastore:RaggedRow",
+                      {file.path, std::to_string(row), std::to_string(line), std::to_string(found),
+                       std::to_string(expected), shown});
   }
 };
 
@@ -60,10 +58,7 @@ std::vector<std::string> CsvBlocks::readHeader() {
   skipByteOrderMark();
   const std::optional<CsvBlock> header = nextOf(kAnyColumns, /*maxRows=*/1);
   if (!header) {
-    throw DataError("KALVEX:datastore:EmptyFile", {file().path},
-                    fmt::format("The file '{}' is empty; a header with the names of the columns "
-                                "was expected.",
-                                file().path));
+    errors::raiseStep("KALVEX:datastore:EmptyFile", {file().path});
   }
   std::vector<std::string> names;
   const auto take = [&names](const std::uint8_t* text, std::uint32_t size, auto...) {
@@ -81,10 +76,14 @@ std::optional<CsvBlock> CsvBlocks::next() { return nextOf(columns_, kCsvBlockRow
 std::optional<CsvBlock> CsvBlocks::nextOf(std::int32_t columns, std::int32_t maxRows) {
   for (;;) {
     if (mayHoldRecords_) {
-      if (auto block = parse(columns, maxRows)) return block;
+      if (auto block = parse(columns, maxRows)) {
+        return block;
+      }
     }
     if (isAtEnd_) {
-      if (begin_ < end_) throwEndlessRecord();
+      if (begin_ < end_) {
+        throwEndlessRecord();
+      }
       return std::nullopt;
     }
     refill();
@@ -94,7 +93,9 @@ std::optional<CsvBlock> CsvBlocks::nextOf(std::int32_t columns, std::int32_t max
 std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxRows) {
   mayHoldRecords_ = false;
   skipEmptyLines();
-  if (unread().empty()) return std::nullopt;
+  if (unread().empty()) {
+    return std::nullopt;
+  }
   RaggedRow ragged;
   options_.invalid_row_handler = [&ragged](const arrow::csv::InvalidRow& row) {
     ragged = {row.number, row.actual_columns, row.expected_columns, row.text};
@@ -110,7 +111,9 @@ std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxR
   }
   throwIfOutOfMemory(status);
   // Only for a header does the parser count it as an error that there is no whole record.
-  if (!status.ok() && columns == kAnyColumns) return std::nullopt;
+  if (!status.ok() && columns == kAnyColumns) {
+    return std::nullopt;
+  }
   checkArrow(status);
 
   block.firstRow = nextRow_;
@@ -119,12 +122,16 @@ std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxR
   advance(parsedBytes);
   nextRow_ += block.rows();
   mayHoldRecords_ = block.rows() == maxRows;
-  if (block.rows() == 0) return std::nullopt;
+  if (block.rows() == 0) {
+    return std::nullopt;
+  }
   return block;
 }
 
 void CsvBlocks::refill() {
-  if (unread().size() > kCsvRecordBytes) throwEndlessRecord();
+  if (unread().size() > kCsvRecordBytes) {
+    throwEndlessRecord();
+  }
   std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
   checked_ -= begin_;
   end_ -= begin_;
@@ -136,7 +143,9 @@ void CsvBlocks::refill() {
   mayHoldRecords_ = true;
   checkText();
   // A record without an end of line is whole at the end of the file: give it one.
-  if (isAtEnd_ && end_ > 0) buffer_[end_++] = '\n';
+  if (isAtEnd_ && end_ > 0) {
+    buffer_[end_++] = '\n';
+  }
 }
 
 void CsvBlocks::checkText() {
@@ -144,27 +153,28 @@ void CsvBlocks::checkText() {
   const std::size_t good = textLength(unchecked);
   checked_ += good;
   const bool isCut = !isAtEnd_ && isCutCharacter(unchecked.substr(good));
-  if (good == unchecked.size() || isCut) return;
+  if (good == unchecked.size() || isCut) {
+    return;
+  }
   const FileFormat* format = offset_ == 0 ? formatOf(unread()) : nullptr;
   if (format == nullptr) {
     throwNotText(offset_ + static_cast<std::int64_t>(checked_ - begin_),
                  static_cast<unsigned char>(unchecked[good]));
   }
-  throw DataError("KALVEX:datastore:OtherFormat", {file().path, format->name},
-                  fmt::format("The file '{}' isn't CSV in UTF-8: it is {}; {}.", file().path,
-                              format->name, format->advice));
+  errors::raiseStep("KALVEX:datastore:OtherFormat", {file().path, format->name, format->advice});
 }
 
 void CsvBlocks::throwNotText(std::int64_t at, unsigned char byte) const {
   const std::int64_t line = lineOfOffset(file(), at);
-  throw DataError("KALVEX:datastore:NotText",
-                  {file().path, std::to_string(line), std::to_string(at)},
-                  fmt::format("'{}', line {}: the byte 0x{:02X} at offset {} isn't text in UTF-8.",
-                              file().path, line, byte, at));
+  errors::raiseStep(
+      "KALVEX:datastore:NotText",
+      {file().path, std::to_string(line), std::to_string(at), fmt::format("0x{:02X}", byte)});
 }
 
 void CsvBlocks::skipByteOrderMark() {
-  if (unread().starts_with(kByteOrderMark)) advance(kByteOrderMark.size());
+  if (unread().starts_with(kByteOrderMark)) {
+    advance(kByteOrderMark.size());
+  }
 }
 
 /// So that what is left after the last record is empty, and a record's line is its own.
@@ -181,16 +191,10 @@ void CsvBlocks::throwEndlessRecord() const {
   const std::string& path = file().path;
   const std::int64_t line = lineOfOffset(file(), offset_);
   if (isAtEnd_) {
-    throw DataError("KALVEX:datastore:UnterminatedQuote", {path, std::to_string(line)},
-                    fmt::format("'{}', line {}: a quote that is opened in the record that begins "
-                                "here is never closed.",
-                                path, line));
+    errors::raiseStep("KALVEX:datastore:UnterminatedQuote", {path, std::to_string(line)});
   }
-  throw DataError("KALVEX:datastore:RecordTooLong",
-                  {path, std::to_string(line), std::to_string(kCsvRecordBytes)},
-                  fmt::format("'{}', line {}: the record that begins here is longer than {} bytes; "
-                              "is there a quote that is never closed?",
-                              path, line, kCsvRecordBytes));
+  errors::raiseStep("KALVEX:datastore:RecordTooLong",
+                    {path, std::to_string(line), std::to_string(kCsvRecordBytes)});
 }
 
 std::int64_t lineOfOffset(const SourceFile& file, std::int64_t offset) {

@@ -63,13 +63,13 @@ class CsvBlocks {
   /// The names of the columns, from the first record of the file, made distinct (distinctNames()).
   /// Called once, before `next`.
   ///
-  /// Errors: DataError "KALVEX:datastore:EmptyFile" when there is no record,
+  /// Errors: "KALVEX:datastore:EmptyFile" when there is no record,
   ///         "KALVEX:datastore:OtherFormat" when the file isn't text at all, and as `next`.
   std::vector<std::string> readHeader();
 
   /// The next records, at least one and at most kCsvBlockRows; nothing after the last.
   ///
-  /// Errors: DataError "NotText", "RaggedRow", "UnterminatedQuote", "RecordTooLong",
+  /// Errors: "NotText", "RaggedRow", "UnterminatedQuote", "RecordTooLong",
   ///         "SourceChanged" or "FileNotReadable", each with "KALVEX:datastore:" before it.
   std::optional<CsvBlock> next();
 

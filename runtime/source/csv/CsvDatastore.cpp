@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "kv/runtime/DataError.h"
+#include "kv/errors/StepError.h"
 #include "source/Fingerprint.h"
 #include "source/PathExpansion.h"
 #include "source/csv/CsvReader.h"
@@ -29,7 +29,9 @@ std::string fingerprintOf(const CsvDatastore::Table& table) {
 std::vector<SourceFile> lookAt(const std::vector<std::string>& paths) {
   std::vector<SourceFile> files;
   for (const std::string& path : paths) {
-    for (const std::string& file : expandPath(path)) files.push_back(SourceFile::look(file));
+    for (const std::string& file : expandPath(path)) {
+      files.push_back(SourceFile::look(file));
+    }
   }
   return files;
 }
@@ -42,21 +44,27 @@ std::string nameOf(const std::vector<std::string>& paths, std::size_t files) {
 Chunk chunkWithoutRows(const Schema& schema) {
   Chunk chunk;
   chunk.names = std::make_shared<const std::vector<std::string>>(columnNames(schema));
-  for (const ColumnInfo& info : schema) chunk.columns.push_back(emptyColumn(info.type));
+  for (const ColumnInfo& info : schema) {
+    chunk.columns.push_back(emptyColumn(info.type));
+  }
   return chunk;
 }
 
 Chunk firstRows(Chunk chunk, std::int64_t rows) {
-  if (rows >= chunk.rows()) return chunk;
+  if (rows >= chunk.rows()) {
+    return chunk;
+  }
   chunk.ordinals = chunk.ordinals.slice(0, rows);
-  for (Column& column : chunk.columns) column = column.slice(0, rows);
+  for (Column& column : chunk.columns) {
+    column = column.slice(0, rows);
+  }
   return chunk;
 }
 
 CsvDatastore::Table tableIn(const std::vector<std::string>& paths,
                             const std::vector<TypeOverride>& types) {
   if (paths.empty()) {
-    throw DataError("KALVEX:datastore:NoFiles", {}, "At least one path is needed.");
+    errors::raiseStep("KALVEX:datastore:NoPaths");
   }
   CsvDatastore::Table table;
   table.files = lookAt(paths);
@@ -91,7 +99,9 @@ Chunk CsvDatastore::preview(std::int64_t rows) const {
   const std::vector<std::string> columns = columnNames(table_->schema);
   for (std::int64_t partition = 0; partition < numPartitions(); ++partition) {
     auto chunk = openPartition(partition, columns, never)->next();
-    if (chunk) return firstRows(*std::move(chunk), rows);
+    if (chunk) {
+      return firstRows(*std::move(chunk), rows);
+    }
   }
   return chunkWithoutRows(table_->schema);
 }
@@ -103,8 +113,7 @@ std::unique_ptr<Datastore> CsvDatastore::copy() const {
 TypeOverride parseTypeOverride(std::string_view text) {
   const std::size_t sign = text.rfind('=');
   if (sign == std::string_view::npos) {
-    throw DataError("KALVEX:datastore:BadTypeOverride", {std::string(text)},
-                    fmt::format("The type of a column is given as NAME=TYPE, got '{}'.", text));
+    errors::raiseStep("KALVEX:datastore:BadTypeOverride", {std::string(text)});
   }
   return {std::string(text.substr(0, sign)), std::string(text.substr(sign + 1))};
 }

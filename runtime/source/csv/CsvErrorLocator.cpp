@@ -2,7 +2,6 @@
 
 #include <arrow/csv/options.h>
 #include <arrow/csv/parser.h>
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
@@ -12,8 +11,8 @@
 
 #include "column/allocate.h"
 #include "column/throwingPool.h"
-#include "kv/runtime/DataError.h"
-#include "kv/runtime/shownText.h"
+#include "kv/errors/StepError.h"
+#include "kv/errors/shownText.h"
 #include "source/csv/CsvTypeAdvice.h"
 
 namespace kv::runtime {
@@ -43,7 +42,9 @@ FaultyField firstFault(const CsvBlock& block, const CsvColumn& column) {
     std::uint32_t bytes = 0;
     const arrow::Status status = record.Parse(block.records.substr(at), &bytes);
     throwIfOutOfMemory(status);
-    if (!status.ok()) break;
+    if (!status.ok()) {
+      break;
+    }
     if (const FieldFault fault = column.convert(record).fault; fault != FieldFault::None) {
       const auto byteOffset = block.byteOffset + static_cast<std::int64_t>(at);
       return {fault, block.firstRow + row, byteOffset, column.lastText(record)};
@@ -53,25 +54,16 @@ FaultyField firstFault(const CsvBlock& block, const CsvColumn& column) {
   throw std::logic_error("A block of records has a fault that none of its records has.");
 }
 
-struct FaultText {
-  FieldFault fault;
-  const char* id;
-  const char* problem;  ///< of text {0} and type {1}
-};
-
-constexpr std::array kFaultTexts{
-    FaultText{FieldFault::Unfit, "KALVEX:datastore:BadField",
-              "\"{0}\" isn't a value of type {1}, which the column has"},
-    FaultText{FieldFault::Missing, "KALVEX:datastore:MissingField",
-              "\"{0}\" is a missing value, and a column of type {1} can't hold one"},
-    FaultText{FieldFault::TooLarge, "KALVEX:datastore:NumberTooLarge",
-              "the whole number \"{0}\" is beyond 2^53, up to which a column of type {1} holds "
-              "each of them exactly"},
-};
-
-const FaultText& textsOf(FieldFault fault) {
-  for (const FaultText& texts : kFaultTexts) {
-    if (texts.fault == fault) return texts;
+const char* idOf(FieldFault fault) {
+  switch (fault) {
+    case FieldFault::Unfit:
+      return "KALVEX:datastore:BadField";
+    case FieldFault::Missing:
+      return "KALVEX:datastore:MissingField";
+    case FieldFault::TooLarge:
+      return "KALVEX:datastore:NumberTooLarge";
+    case FieldFault::None:
+      break;
   }
   throw std::logic_error("A field without a fault has no error.");
 }
@@ -88,19 +80,12 @@ const char* originOf(const ColumnInfo& info) {
 void throwFieldError(const SourceFile& file, const CsvBlock& block, const CsvColumn& column,
                      const ColumnInfo& info) {
   const FaultyField field = firstFault(block, column);
-  const FaultText& texts = textsOf(field.fault);
   const std::int64_t line = lineOfOffset(file, field.byteOffset);
-  const std::string text = shownText(field.text);
+  const std::string text = errors::shownText(field.text);
   const std::string type(elementTypeName(info.type));
   const std::string wider(elementTypeName(typeThatHolds(block, column)));
-  const std::string problem = fmt::format(fmt::runtime(texts.problem), text, type);
-  throw DataError(
-      texts.id,
-      {file.path, std::to_string(field.row), std::to_string(line), info.name, text, type, wider},
-      fmt::format("'{}', row {} (line {}), column '{}': {}{}; give the column the type {} to read "
-                  "it.",
-                  file.path, field.row, line, shownText(info.name), problem, originOf(info),
-                  wider));
+  errors::raiseStep(idOf(field.fault), {file.path, std::to_string(field.row), std::to_string(line),
+                                        info.name, text, type, wider, originOf(info)});
 }
 
 }  // namespace kv::runtime

@@ -10,7 +10,7 @@ namespace kv::runtime {
 /// field it is: this leaves the reading of good blocks fast.
 ///
 /// Requires: converting `block` by `column`, which `info` describes, has a fault.
-/// Errors:   always DataError "KALVEX:datastore:BadField", "KALVEX:datastore:MissingField" or
+/// Errors:   always "KALVEX:datastore:BadField", "KALVEX:datastore:MissingField" or
 ///           "KALVEX:datastore:NumberTooLarge".
 /// Cost:     reads the file up to the field, to count lines.
 [[noreturn]] void throwFieldError(const SourceFile& file, const CsvBlock& block,

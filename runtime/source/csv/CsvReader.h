@@ -16,7 +16,7 @@ namespace kv::runtime {
 class CsvReader final : public ChunkReader {
  public:
   /// Requires: `columns` are in `schema`; `cancellation` outlives the reader.
-  /// Errors:   DataError "KALVEX:datastore:SourceChanged" when `file` isn't as it was noted or
+  /// Errors:   "KALVEX:datastore:SourceChanged" when `file` isn't as it was noted or
   ///           has other columns than `schema`, "KALVEX:datastore:UnknownColumn"; as CsvBlocks.
   CsvReader(const SourceFile& file, std::int64_t partition, const Schema& schema,
             const std::vector<std::string>& columns, const CancellationToken& cancellation);

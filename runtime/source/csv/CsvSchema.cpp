@@ -7,8 +7,8 @@
 #include <cmath>
 #include <utility>
 
-#include "kv/runtime/DataError.h"
-#include "kv/runtime/shownText.h"
+#include "kv/errors/StepError.h"
+#include "kv/errors/shownText.h"
 #include "source/csv/CsvBlocks.h"
 #include "source/csv/CsvColumn.h"
 
@@ -28,10 +28,8 @@ ElementType typeNamed(const TypeOverride& wanted) {
   for (const ElementType type : allElementTypes()) {
     known.emplace_back(elementTypeName(type));
   }
-  const std::string types = shownNames(known);
-  throw DataError("KALVEX:datastore:UnknownType", {wanted.column, wanted.type, types},
-                  fmt::format("There is no type '{}', which column '{}' should have; types are {}.",
-                              shownText(wanted.type), shownText(wanted.column), types));
+  const std::string types = errors::shownNames(known);
+  errors::raiseStep("KALVEX:datastore:UnknownType", {wanted.column, wanted.type, types});
 }
 
 std::string firstDifference(const Names& names, const Names& expected) {
@@ -39,21 +37,8 @@ std::string firstDifference(const Names& names, const Names& expected) {
     return fmt::format("{} columns, not {}", names.size(), expected.size());
   }
   const auto [found, other] = std::ranges::mismatch(names, expected);
-  return fmt::format("column {} is '{}', not '{}'", found - names.begin() + 1, shownText(*found),
-                     shownText(*other));
-}
-
-void throwIfColumnsDiffer(const SourceFile& file, const SourceFile& first, const Names& expected) {
-  const Names names = CsvBlocks(file, kHeaderBytes).readHeader();
-  if (names == expected) {
-    return;
-  }
-  throw DataError("KALVEX:datastore:DifferentColumns",
-                  {file.path, shownNames(names), first.path, shownNames(expected)},
-                  fmt::format("Files of one table must have the same columns in the same order. "
-                              "'{}' has: {}. '{}' has: {}. The first difference: {}.",
-                              file.path, shownNames(names), first.path, shownNames(expected),
-                              firstDifference(names, expected)));
+  return fmt::format("column {} is '{}', not '{}'", found - names.begin() + 1,
+                     errors::shownText(*found), errors::shownText(*other));
 }
 
 /// Infers the type of one column from the first block that has a value in it.
@@ -116,7 +101,8 @@ Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOv
                      std::int64_t inferenceBytes) {
   const Names names = CsvBlocks(files.front(), kHeaderBytes).readHeader();
   for (const SourceFile& file : files.subspan(1)) {
-    throwIfColumnsDiffer(file, files.front(), names);
+    requireSameColumns(file.path, CsvBlocks(file, kHeaderBytes).readHeader(), files.front().path,
+                       names);
   }
   Schema schema;
   for (const std::string& name : names) {
@@ -138,14 +124,22 @@ Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOv
   return schema;
 }
 
+void requireSameColumns(const std::string& path, const Names& names, const std::string& first,
+                        const Names& expected) {
+  if (names != expected) {
+    errors::raiseStep("KALVEX:datastore:DifferentColumns",
+                      {path, errors::shownNames(names), first, errors::shownNames(expected),
+                       firstDifference(names, expected)});
+  }
+}
+
 std::size_t columnIndex(const Schema& schema, const std::string& name) {
   const auto column = std::ranges::find(schema, name, &ColumnInfo::name);
   if (column != schema.end()) {
     return static_cast<std::size_t>(column - schema.begin());
   }
-  const std::string known = shownNames(columnNames(schema));
-  throw DataError("KALVEX:datastore:UnknownColumn", {name, known},
-                  fmt::format("There is no column '{}'; columns are {}.", shownText(name), known));
+  const std::string known = errors::shownNames(columnNames(schema));
+  errors::raiseStep("KALVEX:datastore:UnknownColumn", {name, known});
 }
 
 std::vector<std::string> columnNames(const Schema& schema) {

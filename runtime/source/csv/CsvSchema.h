@@ -20,16 +20,20 @@ inline constexpr std::int64_t kInferenceBytes = 256 << 20;
 /// Result:   a column without a value in the first `inferenceBytes`, counted to the end of a block,
 ///           is undecided.
 /// Requires: at least one file.
-/// Errors: DataError "KALVEX:datastore:DifferentColumns" when the header of a file has other
+/// Errors: "KALVEX:datastore:DifferentColumns" when the header of a file has other
 /// columns
 ///         than the first, or has them in another order; "KALVEX:datastore:UnknownColumn",
 ///         "KALVEX:datastore:UnknownType"; and as CsvBlocks.
 Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
                      std::int64_t inferenceBytes = kInferenceBytes);
 
+/// Errors: "KALVEX:datastore:DifferentColumns" unless the columns of `path` are those of `first`.
+void requireSameColumns(const std::string& path, const std::vector<std::string>& names,
+                        const std::string& first, const std::vector<std::string>& expected);
+
 /// The place in `schema` of the column called `name`.
 ///
-/// Errors: DataError "KALVEX:datastore:UnknownColumn", with the columns there are.
+/// Errors: "KALVEX:datastore:UnknownColumn", with the columns there are.
 std::size_t columnIndex(const Schema& schema, const std::string& name);
 
 /// The names of the columns, in their order.

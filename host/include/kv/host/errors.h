@@ -7,15 +7,21 @@
 
 #include "kcos/calls.h"
 #include "kv/errors/ErrorRecord.h"
+#include "kv/errors/PassThrough.h"
 #include "kv/host/export.h"
 
 namespace kv::host {
 
 using errors::ErrorRecord;
 using errors::Frame;
+using errors::PassThrough;
 
 /// Reads the exception out of its envelope.
 KV_HOST_API ErrorRecord errorRecord(const Torvane::KException::KExceptionEnvelope& envelope);
+
+/// A KException made of a record: with its identifier, message, arguments, stack and causes, but
+/// not of its class. One without a stack gets the live one.
+KV_HOST_API kcos::COSInterfacePtr exceptionOf(const ErrorRecord& record);
 
 /// Raises a KException with the text of the row of `identifier` (see kv/errors/ErrorRow.h), or of
 /// addToCatalogue(), filled in with the arguments.
@@ -43,12 +49,5 @@ struct CatalogueEntry {
   std::string_view text;
 };
 KV_HOST_API void addToCatalogue(std::span<const CatalogueEntry> entries);
-
-/// Base of exceptions that aren't errors and pass through bound calls as they are, such as an
-/// interrupt.
-class KV_HOST_API PassThrough : public std::exception {
- public:
-  ~PassThrough() override;
-};
 
 }  // namespace kv::host

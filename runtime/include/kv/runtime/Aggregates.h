@@ -61,7 +61,7 @@ const AggregateFunction* findAggregateFunction(std::string_view name);
 /// otherwise the type of the input. For `mean`, `std` and `var`: single for single, otherwise
 /// double. For `min` and `max`: the type of the input. For `count`: int64. For `any` and `all`:
 /// logical.
-/// Errors: "KALVEX:function:BadTypes" if the aggregate isn't defined for the type (FunctionError):
+/// Errors: "KALVEX:function:BadTypes" if the aggregate isn't defined for the type:
 ///         texts have only `count`, `min` and `max`; `any` and `all` are for logicals.
 ElementType aggregateType(AggregateKind kind, ElementType input);
 
@@ -82,7 +82,7 @@ struct AggregatePartial {
   /// The partial as bytes: 32, plus those of the text.
   std::string toBytes() const;
 
-  /// Errors: "KALVEX:function:BadPartial" if `bytes` weren't made by `toBytes` (FunctionError).
+  /// Errors: "KALVEX:function:BadPartial" if `bytes` weren't made by `toBytes`.
   static AggregatePartial fromBytes(std::string_view bytes);
 };
 
@@ -100,7 +100,7 @@ class AggregateState {
   ///
   /// Requires: `column` has `ordinals.rows()` rows; ordinals ascend over all calls.
   /// Errors: those of `aggregateType`; "KALVEX:function:BadTypes" if the type differs from that of
-  ///         earlier chunks; "KALVEX:function:RowCounts" (FunctionError).
+  ///         earlier chunks; "KALVEX:function:RowCounts".
   void update(const Column& column, const RowOrdinals& ordinals);
 
   /// The contribution of all rows so far. The state can't be used afterwards.
@@ -122,7 +122,7 @@ class AggregateState {
 ///         `std` and `var` (both with n - 1) are missing.
 /// Errors: "KALVEX:function:Overflow" with function, sum and type if a sum of integers doesn't fit
 ///         its type; "KALVEX:function:BadTypes" if partitions are of different types;
-///         "KALVEX:function:BadPartial" if one is of another kind or rule (FunctionError).
+///         "KALVEX:function:BadPartial" if one is of another kind or rule.
 Column combinePartials(AggregateKind kind, std::span<const AggregatePartial> partials);
 
 }  // namespace kv::runtime

@@ -3,13 +3,14 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
-#include <exception>
 #include <thread>
+
+#include "kv/errors/PassThrough.h"
 
 namespace kv::runtime {
 
 /// Ends an evaluation that was asked to stop.
-class Cancelled : public std::exception {
+class Cancelled : public errors::PassThrough {
  public:
   const char* what() const noexcept override { return "The evaluation was cancelled."; }
 };

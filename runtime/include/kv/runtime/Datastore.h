@@ -35,7 +35,8 @@ class ChunkReader {
   ///
   /// Result: the requested columns, in that order, with their names. A chunk has at least one row;
   ///         how rows are cut into chunks depends only on the source, not on the columns.
-  /// Errors: DataError if the data can't be read, "KALVEX:datastore:SourceChanged" if the source
+  /// Errors: errors::StepError if the data can't be read, "KALVEX:datastore:SourceChanged" if the
+  /// source
   ///         changed while it was read; Cancelled if the token requests it. After either, the
   ///         reader can only be destroyed.
   /// Lives:  a chunk may outlive the reader; the reader keeps none.
@@ -58,7 +59,7 @@ class Datastore {
   /// A reader of the named columns of one partition; if none is named, chunks only have rows.
   ///
   /// Requires: 0 <= partition < numPartitions().
-  /// Errors:   DataError "KALVEX:datastore:SourceChanged" if the source has changed since it was
+  /// Errors:   "KALVEX:datastore:SourceChanged" if the source has changed since it was
   ///           opened, "KALVEX:datastore:UnknownColumn" for a name that isn't in `schema`.
   /// Lives:    the reader may outlive this object, but not `cancellation`.
   virtual std::unique_ptr<ChunkReader> openPartition(

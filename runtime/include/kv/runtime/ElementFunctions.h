@@ -115,7 +115,7 @@ ElementType promoteTypes(ElementType a, ElementType b);
 /// (logical, integer, floating) but not its width. `int8Column * 2` is int8, `int8Column * 2.0`
 /// is double. An operation on weak numbers only gives int64 or double.
 /// Errors: "KALVEX:function:BadArity" for a wrong number of inputs; "KALVEX:function:BadTypes" if
-///         the function isn't defined for these types (FunctionError).
+///         the function isn't defined for these types.
 Signature resolve(const ElementFunction& function, std::span<const OperandType> types);
 
 /// The block function for a computing type that `resolve` returned; null for String.
@@ -129,8 +129,7 @@ BlockFunction blockFunction(const ElementFunction& function, ElementType compute
 /// infinity.
 /// Errors: those of `resolve`; "KALVEX:function:OutOfRange" for a constant that doesn't fit the
 ///         integers with which it is combined; "KALVEX:array:NotExact" for a whole number that
-///         would have to become a double but isn't exact as one; "KALVEX:function:NegativePower"
-///         (FunctionError).
+///         would have to become a double but isn't exact as one; "KALVEX:function:NegativePower".
 std::vector<Operand> adaptConstants(const ElementFunction& function,
                                     std::span<const Operand> inputs);
 
@@ -149,7 +148,7 @@ Operand foldConstants(const ElementFunction& function, std::span<const Operand> 
 /// Errors: those of `adaptConstants`; "KALVEX:function:RowCounts" for an input of another length;
 ///         "KALVEX:function:NegativePower" for an integer to the power of a negative integer;
 ///         "KALVEX:function:MissingChoice" if `where` would have to mix a missing integer or
-///         logical with other values (FunctionError). std::bad_alloc if memory runs out.
+///         logical with other values. std::bad_alloc if memory runs out.
 Column evaluate(const ElementFunction& function, std::span<const Operand> inputs,
                 std::int64_t rows);
 

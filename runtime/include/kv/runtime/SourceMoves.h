@@ -27,13 +27,13 @@ struct SourceMove {
 /// A table keeps the types of its columns. If all its files are replaced, columns may have been
 /// added, removed or reordered; otherwise the new files must have the columns of the others.
 ///
-/// Errors:  of the load: DataError "KALVEX:datastore:FileNotFound", "KALVEX:datastore:NoFiles",
+/// Errors:  of the load: "KALVEX:datastore:FileNotFound", "KALVEX:datastore:NoFiles",
 ///          "KALVEX:datastore:DifferentColumns", and others of reading a header.
 /// Lives:   as long as the session; one at a time.
 /// Threads: that of the session.
 class SourceMoves {
  public:
-  /// Errors: DataError "KALVEX:datastore:SourceGivenTwice" when two moves have the same `from`,
+  /// Errors: "KALVEX:datastore:SourceGivenTwice" when two moves have the same `from`,
   /// also
   ///         if it is written in two ways; with it and both `to`.
   explicit SourceMoves(std::vector<SourceMove> moves);
@@ -41,7 +41,7 @@ class SourceMoves {
   SourceMoves(const SourceMoves&) = delete;
   SourceMoves& operator=(const SourceMoves&) = delete;
 
-  /// Errors: DataError "KALVEX:datastore:UnknownSource" with the first `from` that no table read,
+  /// Errors: "KALVEX:datastore:UnknownSource" with the first `from` that no table read,
   ///         and the files that were read.
   void throwIfUnused() const;
 

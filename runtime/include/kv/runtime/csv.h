@@ -17,7 +17,7 @@ struct TypeOverride {
 
 /// Reads `NAME=TYPE`; the last `=` separates the two, so a name may contain one.
 ///
-/// Errors: DataError "KALVEX:datastore:BadTypeOverride" if there is no `=`.
+/// Errors: "KALVEX:datastore:BadTypeOverride" if there is no `=`.
 TypeOverride parseTypeOverride(std::string_view text);
 
 /// Opens CSV files as one table, one partition per file.
@@ -43,7 +43,8 @@ TypeOverride parseTypeOverride(std::string_view text);
 /// and an error in an integer or logical one. A logical field is `0`, `1`, `true` or `false`, the
 /// words also written `True`, `TRUE`, `False`, `FALSE`.
 ///
-/// Errors: DataError if a path leads to nothing, a file can't be read, isn't text, has no header or
+/// Errors: errors::StepError if a path leads to nothing, a file can't be read, isn't text, has no
+/// header or
 ///         other columns than the first, or `types` name a column or a type that doesn't exist.
 /// Cost:   reads the header of each file and the first block of the first. Further blocks and files
 ///         are read only while a column has no value and `types` don't fix it: up to 256 MiB where

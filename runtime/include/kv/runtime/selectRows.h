@@ -9,7 +9,7 @@ namespace kv::runtime {
 /// Result: the chunk itself if every row is kept; otherwise a chunk of new columns, maybe empty.
 /// Shapes: `keep` has `chunk.rows()` rows.
 /// Errors: "KALVEX:function:BadTypes" if `keep` isn't logical; "KALVEX:function:RowCounts" if it
-///         has a different number of rows (FunctionError).
+///         has a different number of rows.
 Chunk selectRows(const Chunk& chunk, const Column& keep);
 
 }  // namespace kv::runtime
