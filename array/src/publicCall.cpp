@@ -4,6 +4,7 @@
 
 #include "publicCall.h"
 
+#include <cassert>
 #include <cstdint>
 #include <new>
 #include <optional>
@@ -100,6 +101,7 @@ Session::Impl::Impl() {
 }
 
 void rethrowAsOurs() {
+  assert(std::current_exception() != nullptr);
   try {
     rethrowConverted();
   } catch (const std::bad_alloc&) {

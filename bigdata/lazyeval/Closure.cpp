@@ -1,6 +1,7 @@
 #include "lazyeval/Closure.h"
 
 #include <algorithm>
+#include <cassert>
 #include <string>
 #include <utility>
 
@@ -27,6 +28,7 @@ bool flagOfOutput(const ki::typed_row_vector<bool>& flags, std::size_t output) {
   if (!flags) {
     return true;
   }
+  assert(flags.size() == 1 || output < flags.size());
   return flags[flags.size() == 1 ? 0 : output];
 }
 

@@ -22,6 +22,7 @@ namespace {
 class LazyPartitionedArrayCosClassInfo final
     : public ki::KalvexManagedCosClassInfo<LazyPartitionedArray> {
  public:
+  // A table, one row per member: NOLINTNEXTLINE(readability-function-size)
   void initializeClass(kcos::COSClass* cls, const kcos::COSClient* client) override {
     using ki::Access;
     using Array = LazyPartitionedArray;

@@ -1,5 +1,6 @@
 #include "lazyeval/LazyTaskGraph.h"
 
+#include <cassert>
 #include <string>
 #include <unordered_set>
 #include <utility>
@@ -51,6 +52,7 @@ ArrayPtr collectOutputTasks(const TaskPlan& plan,
 ///
 /// Requires: an n-by-1 string array and an n-by-1 cell.
 ArrayPtr makeMap(ArrayPtr keys, const ArrayPtr& values) {
+  assert(kxGetNumberOfElements(keys.get()) == kxGetNumberOfElements(values.get()));
   if (kxGetNumberOfElements(values.get()) == 1) {
     ArrayPtr characters = Torvane::String::convertStringsToChars(keys.get());
     keys = matrix::from_kalvex(kxCreateCellMatrix(1, 1));

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <boost/container/small_vector.hpp>
+#include <cassert>
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -122,6 +123,7 @@ void record(const KalvexManagedPtr<Operation>& operation, Futures futures, bool 
 void applyOperation(KalvexManagedPtr<Operation> operation,
                     KalvexManagedPtr<PartitionMetadata> metadata, int nlhs, kxArray** plhs,
                     int nrhs, const kxArray** prhs) {
+  assert(plhs != nullptr);
   ParsedArrayInputs inputs = parseArrayInputs(nrhs, prhs);
   if (!metadata) {
     metadata = inputs.strategy ? ki::createManagedObject<PartitionMetadata>(inputs.strategy)

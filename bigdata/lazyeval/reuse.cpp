@@ -1,5 +1,6 @@
 #include "lazyeval/reuse.h"
 
+#include <cassert>
 #include <vector>
 
 #include "ki/conversions.h"
@@ -36,6 +37,7 @@ void addCacheOperation(const KalvexManagedPtr<LazyPartitionedArray>& array) {
 }
 
 void markforreuse(const RawCall& call) {
+  assert(call.plhs != nullptr);
   for (int i = 0; i < call.nrhs; ++i) {
     const auto array = ki::fromArray<KalvexManagedPtr<LazyPartitionedArray>>(call.prhs[i]);
     addCacheOperation(array);

@@ -1,6 +1,8 @@
 #include "lazyeval/selfCalls.h"
 
+#include <algorithm>
 #include <boost/container/small_vector.hpp>
+#include <cassert>
 #include <cstddef>
 
 #include "kcos/calls.h"
@@ -16,6 +18,8 @@ matrix::ArrayPtr selfArray(const ki::KalvexManagedObject& object) {
 bool callOwnMethod(const ki::KalvexManagedObject& object, kcos::NameRef name,
                    const kcos::COSClient* client, int nlhs, kxArray** plhs, int nrhs,
                    const kxArray* const* prhs) {
+  assert(
+      std::all_of(plhs, plhs + std::max(nlhs, 1), [](const kxArray* p) { return p == nullptr; }));
   const matrix::ArrayPtr self = selfArray(object);
   boost::container::small_vector<const kxArray*, 4> inputs;
   inputs.reserve(static_cast<std::size_t>(nrhs) + 1);

@@ -4,6 +4,7 @@
 #include <kv/error.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstdio>
 #include <new>
 #include <span>
@@ -113,6 +114,7 @@ ExitCode describeFailure() {
 void warn(std::string_view message) { say(fmt::format("warning: {}", message)); }
 
 ExitCode reportFailure() {
+  assert(std::current_exception() != nullptr);
   try {
     return describeFailure();
   } catch (...) {  // std::bad_alloc, or too little memory to describe another failure

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cassert>
 #include <map>
 #include <string_view>
 
@@ -47,6 +48,7 @@ std::string attributesOf(const LazyGraph::Node& node) {
 }  // namespace
 
 std::string graphAsDot(const LazyGraph& graph, const std::vector<std::string>& labels) {
+  assert(labels.size() == graph.results.size());
   std::map<std::size_t, std::string> answers;  // an array may be requested twice
   for (std::size_t i = 0; i < labels.size(); ++i) {
     answers[graph.results[i]] += "\\n" + escaped(labels[i]);

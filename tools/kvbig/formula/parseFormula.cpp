@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cassert>
 #include <iterator>
 #include <string>
 #include <utility>
@@ -178,6 +179,7 @@ class Parser {
 
   /// Requires: a number.
   static Constant negative(const Constant& constant) {
+    assert(isNumber(constant));
     constexpr std::uint64_t kBelow = std::uint64_t{1} << 63;  // -kBelow is the smallest int64
     if (const auto* number = std::get_if<double>(&constant.value)) {
       return {-*number, constant.isRounded};

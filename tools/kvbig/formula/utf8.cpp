@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstdint>
 
 namespace kv::shell {
@@ -59,6 +60,7 @@ std::optional<std::size_t> findInvalidUtf8(std::string_view text) {
 }
 
 Character firstCharacter(std::string_view text) {
+  assert(!text.empty());
   constexpr std::uint8_t kBitsOfLead[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
   Character character{0, characterLength(text)};
   for (std::size_t i = 0; i < character.length; ++i) {
