@@ -38,7 +38,7 @@ format: setup ## Format all sources with clang-format and ruff
 	@.venv/bin/ruff format --quiet python scripts tests bench
 
 lint: setup ## Check layout, names, types, floors and sizes
-	@scripts/lint.sh
+	@scripts/lint.sh --all
 
 install: build-release ## Install below PREFIX (default build/install)
 	cmake --install build/release --prefix $(PREFIX)

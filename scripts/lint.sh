@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
 # Style: layout, names, types, floors, sizes. Goes through all checks before it fails.
+#   scripts/lint.sh        what takes seconds
+#   scripts/lint.sh --all  clang-tidy too: minutes where much has changed, seconds where little has
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
@@ -49,6 +51,12 @@ testNames() {
 
 banners() { refuse '^\s*(//|#)\s*([-=*#~])\2\2' '*.h' '*.cpp' '*.py' '*.sh' '*.cmake' '*CMakeLists.txt'; }
 
+# Time is for benches: a slow machine fails no test.
+wallTimes() {
+  refuse '(EXPECT|ASSERT)_(LT|LE|GT|GE)\(.*\b(seconds|elapsed|duration)' 'tests/*.cpp' 'tests/*.h' &&
+    refuse 'assert .*(monotonic|perf_counter|time\.time)\(' '*.py'
+}
+
 mkdir -p build/lint
 check "clang-format" layout
 check "ruff format" pythonLayout
@@ -58,5 +66,7 @@ check "floors" python3 scripts/check_floors.py
 check "file sizes" fileSizes
 check "test names" testNames
 check "no banners" banners
+check "no wall time in tests" wallTimes
 check "error ids in tests" python3 scripts/check_error_ids.py
+[[ ${1:-} != --all ]] || check "clang-tidy" scripts/check_tidy.py
 exit $failed

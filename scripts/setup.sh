@@ -27,7 +27,7 @@ wantedStamp() { cat "$kPackageList" requirements.txt scripts/setup.sh | sha256su
 # Checks what the stamp can't guarantee: a part may have been removed since.
 essentialsAreThere() {
   local tool
-  for tool in g++ cmake ninja clang-format-16 clang++-16 nm; do
+  for tool in g++ cmake ninja clang-format-16 clang-tidy-16 clang++-16 nm; do
     command -v "$tool" >/dev/null || return 1
   done
   ! command -v dpkg-query >/dev/null || [[ -z $(missingPackages) ]] || return 1

@@ -16,9 +16,9 @@ constexpr bool isPromotion() {
   if (from == to || to == ElementType::Logical || from == ElementType::Logical) return from != to;
   if (isFloating(to)) return to == ElementType::Double || !isFloating(from);
   if (isFloating(from)) return false;
-  constexpr std::size_t widthFrom = sizeof(ElementOf<from>);
-  constexpr std::size_t widthTo = sizeof(ElementOf<to>);
-  return widthFrom < widthTo && (isSigned(to) || !isSigned(from));
+  constexpr std::size_t kWidthFrom = sizeof(ElementOf<from>);
+  constexpr std::size_t kWidthTo = sizeof(ElementOf<to>);
+  return kWidthFrom < kWidthTo && (isSigned(to) || !isSigned(from));
 }
 
 template <ElementType from, ElementType to>
@@ -36,9 +36,9 @@ void castLoop(const void* input, void* output, std::size_t count) {
 
 template <std::size_t from, std::size_t to>
 constexpr BlockCast castOf() {
-  constexpr auto source = static_cast<ElementType>(from);
-  constexpr auto target = static_cast<ElementType>(to);
-  if constexpr (isPromotion<source, target>()) return &castLoop<source, target>;
+  constexpr auto kSource = static_cast<ElementType>(from);
+  constexpr auto kTarget = static_cast<ElementType>(to);
+  if constexpr (isPromotion<kSource, kTarget>()) return &castLoop<kSource, kTarget>;
   return nullptr;
 }
 

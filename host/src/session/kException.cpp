@@ -131,7 +131,7 @@ kcos::COSInterfacePtr makeKException(SessionState& session, std::string_view ide
   ClassRecord& record = session.classes.require(kcos::internal::makeInterned("KException"));
   record.linked();
   Object* exception = session.heap.allocate(record);
-  const kcos::COSInterfacePtr holder(exception, kcos::COSReferenceType::Strong);
+  kcos::COSInterfacePtr holder(exception, kcos::COSReferenceType::Strong);
   session.heap.finishConstruction(*exception);
   session.heap.setSlot(*exception, kIdentifier, makeChars(identifier));
   session.heap.setSlot(*exception, kMessage, makeChars(message));

@@ -46,7 +46,7 @@ bool defines(const ClassCompletion& completion, kcos::COSInternedBase name) {
 }
 
 void addMethod(CompletedMethods& completed, Method method) {
-  completed.methods.push_back(std::move(method));
+  completed.methods.push_back(method);
   completed.sets[completed.methods.back().name].push_back(&completed.methods.back());
 }
 
@@ -61,7 +61,7 @@ std::shared_ptr<ClassContents> languageContents(const ClassRecord& record,
   if (definition->constructor) {
     Method constructor = methodOf(record, *definition->constructor);
     constructor.name = record.shortName();
-    contents->constructors.push_back(std::move(constructor));
+    contents->constructors.push_back(constructor);
     contents->order.emplace_back(&contents->constructors.back());
   }
   for (const PropertyDefinition& property : definition->properties) {
@@ -88,7 +88,7 @@ std::shared_ptr<CompletedMethods> completedMethods(
     }
     Method method = methodOf(record, definition);
     method.access = declaration->access;
-    addMethod(*completed, std::move(method));
+    addMethod(*completed, method);
   }
   if (before != nullptr) {
     completed->sources = before->sources;

@@ -28,7 +28,7 @@ Value makeFunctionHandle(std::string_view name) {
       FunctionValue{.name = kcos::internal::makeInterned(kcos::NameRef::of(name))});
 }
 
-Value makeFunctionHandle(std::string name, NativeBody body) {
+Value makeFunctionHandle(std::string_view name, NativeBody body) {
   return makeFunctionHandle(FunctionValue{
       .name = kcos::internal::makeInterned(kcos::NameRef::of(name)), .body = std::move(body)});
 }

@@ -105,11 +105,11 @@ struct ManagedReference {
 template <class T>
 struct Conversion<ManagedReference<T>> {
   static ManagedReference<T> fromArray(const kxArray* array) {
-    constexpr kcos::NameRef name = hostClassName<T>();
-    if (countElements(array, name) == 0) {
-      raiseInvalidInput(name.text(), kxGetClassName(array));
+    constexpr kcos::NameRef kName = hostClassName<T>();
+    if (countElements(array, kName) == 0) {
+      raiseInvalidInput(kName.text(), kxGetClassName(array));
     }
-    return {managedPtr<T>(elementAt(array, 0, name))};
+    return {managedPtr<T>(elementAt(array, 0, kName))};
   }
 };
 

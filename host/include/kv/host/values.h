@@ -57,7 +57,7 @@ KV_HOST_API Value makeStringRow(std::span<const std::string> utf8);     ///< 1-b
 /// A handle of a named function.
 KV_HOST_API Value makeFunctionHandle(std::string_view name);
 /// A handle of a native callable; `name` is what it is called in stacks and messages.
-KV_HOST_API Value makeFunctionHandle(std::string name, NativeBody body);
+KV_HOST_API Value makeFunctionHandle(std::string_view name, NativeBody body);
 
 // Reading values.
 // Each raises "KALVEX:validateattributes:invalidType" with "Input", what was expected, what came.
