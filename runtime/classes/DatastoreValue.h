@@ -14,7 +14,7 @@ struct DatastoreValue final : host::NativeValue {
   std::shared_ptr<const Datastore> datastore;
 };
 
-/// The source behind a datastore object.
+/// The source of a datastore object.
 /// Errors: "KALVEX:validateattributes:invalidType" for anything else.
 inline const std::shared_ptr<const Datastore>& datastoreOf(const kxArray* object) {
   return host::nativeValue<DatastoreValue>(object, "scalar kalvex.io.Datastore").datastore;

@@ -30,7 +30,7 @@ Value objectColumn(const std::vector<Value>& scalars, kcos::NameRef className) {
   return column;
 }
 
-/// Collects scalars of objects, each object once.
+/// Collects scalar objects, each object once.
 class DistinctObjects {
  public:
   void add(Value scalar) {
@@ -68,7 +68,7 @@ Value gathered(const kxArray* array) {
   return host::getProperty(host::getProperty(array, "ValueFuture").get(), "Value");
 }
 
-/// [a, b, ...] = gather(x, y, ...): evaluates what is pending, all in one go.
+/// [a, b, ...] = gather(x, y, ...): evaluates all pending inputs together.
 void gather(const Call& call) {
   call.expect(std::max(1, call.nrhs), 1, -1);
   const EvaluationObjects objects =
@@ -86,7 +86,7 @@ void gather(const Call& call) {
   }
 }
 
-/// broadcast(value): the value as one that goes with any partition, once it is there.
+/// broadcast(value): an array with the value, once it is available, for every partition.
 void broadcast(const Call& call) {
   call.expect(1, 1, 1);
   const bool isBroadcast = kxIsA(call.in(0), kBroadcastArray);

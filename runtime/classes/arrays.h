@@ -6,14 +6,14 @@
 
 namespace kv::runtime {
 
-/// What has to run so that arrays have their values.
+/// What has to run to give arrays their values.
 struct EvaluationObjects {
-  host::Value taskGraph;  ///< null when all values are there
+  host::Value taskGraph;  ///< null if all values are available
   host::Value executor;
-  host::Value promises;  ///< the pending promises behind the arrays, each once, in order
+  host::Value promises;  ///< the pending promises of the arrays, each once, in order
 };
 
-/// Plans the evaluation of `arrays`; what isn't a lazy array, or is complete, asks for nothing.
+/// Plans the evaluation of `arrays`. Inputs that are complete or not lazy arrays need nothing.
 ///
 /// Errors: "KALVEX:bigdata:array:IncompatibleTallExecutor"; those of planning.
 EvaluationObjects evaluationObjects(std::span<const kxArray* const> arrays);

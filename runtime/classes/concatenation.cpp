@@ -1,3 +1,7 @@
+// The strategy of arrays that are joined vertically: the partitions of the first part, then those
+// of the second, and so on. Parts may themselves be concatenated, to any depth and with sharing, so
+// each query visits every distinct strategy once and uses no native recursion.
+
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -49,7 +53,7 @@ void checkLoadedStrategy(const kxArray* strategy) {
   }
 }
 
-/// The strategies that a concatenated one is made of.
+/// The parts of a concatenated strategy.
 class Parts {
  public:
   explicit Parts(const kxArray* strategy) : cell_(host::getSlot(strategy, "Strategies")) {}
@@ -61,9 +65,9 @@ class Parts {
   Value cell_;
 };
 
-// A strategy may be part of many others, and those of others again, so the places where it occurs
-// can be far more than there are strategies. A walk visits each strategy once, and keeps what it
-// has yet to do in a list: strategies may be nested deeper than the native stack.
+// A strategy may be part of many others, and those again of others, so there may be far more
+// occurrences than strategies. A walk visits each strategy once and keeps its pending work in a
+// list, because strategies may be nested deeper than the native stack.
 
 using Strategy = const kcos::COSInterface*;
 
@@ -71,16 +75,16 @@ Strategy objectOf(const kxArray* strategy) { return kcos::omGetArrayElement(stra
 
 bool isConcatenated(const kxArray* strategy) { return kxIsA(strategy, kConcatenatedStrategy); }
 
-/// A concatenated strategy and what it is made of.
+/// A concatenated strategy and its parts.
 struct Whole {
   const kxArray* strategy;
   Parts parts;
 };
 
-/// Finds the concatenated strategies in another one, and that one itself: each once, after those
-/// that it is made of.
+/// Finds the concatenated strategies within a strategy, including itself: each once, after its own
+/// parts.
 ///
-/// Errors: "KALVEX:RecursionLimit" with the depth where a strategy is part of itself.
+/// Errors: "KALVEX:RecursionLimit" with the depth if a strategy is part of itself.
 class DependencyOrder {
  public:
   explicit DependencyOrder(const kxArray* strategy) {
@@ -159,7 +163,7 @@ void requireTotal(const kxArray* strategy, std::size_t count) {
   }
 }
 
-/// createPartition(strategy, index, numPartitions): the part's own, where the index falls.
+/// createPartition(strategy, index, numPartitions): by the part in which the index falls.
 void createPartition(const Call& call) {
   const Parts parts(call.in(0));
   const std::size_t index = host::toCount(call.in(1), kMaxPartitions);
@@ -184,7 +188,7 @@ void fixNumPartitions(const Call& call) {
   call.out(0, matrix::sharedCopy(call.in(0)));
 }
 
-/// resolve(strategy, default, limit, flag): of each part alone.
+/// resolve(strategy, default, limit, flag): resolves each part separately.
 void resolve(const Call& call) {
   const DependencyOrder order(call.in(0));
   std::unordered_map<Strategy, Value> resolved;
@@ -202,7 +206,7 @@ void resolve(const Call& call) {
   call.out(0, std::move(resolved.at(objectOf(call.in(0)))));
 }
 
-/// Whether strategies have compatible parts, in order.
+/// True if the strategies have compatible parts in the same order.
 bool areCompatible(const kxArray* first, const kxArray* second) {
   std::deque<std::pair<Parts, Parts>> pairs;
   pairs.emplace_back(Parts(first), Parts(second));

@@ -1,3 +1,6 @@
+// Just enough of containers.Map and table for the core, which builds both while it plans and draws
+// graphs. Both are language classes, so user code can read them and they can be saved.
+
 #include <fmt/core.h>
 
 #include <string>
@@ -16,7 +19,7 @@ namespace {
 using host::Call;
 using host::Value;
 
-/// The place of each key's value in the cell of values.
+/// The position of each key's value in the cell of values.
 struct MapIndex final : host::NativeValue {
   std::unordered_map<std::string, std::size_t> positions;
 };
@@ -41,7 +44,7 @@ Value cellIn(const kxArray* object, kcos::NameRef property) {
   return cell;
 }
 
-/// Fills a map. A key that comes again keeps its place and takes the later value.
+/// Fills a map. A repeated key keeps its position and takes the later value.
 void fillMap(const kxArray* map, const std::vector<std::string>& keys, const kxArray* values) {
   auto index = std::make_unique<MapIndex>();
   std::vector<std::string> distinct;
@@ -61,7 +64,7 @@ void fillMap(const kxArray* map, const std::vector<std::string>& keys, const kxA
   host::setNativeValue(map, std::move(index));
 }
 
-/// containers.Map(keys, values): keys are texts, values a cell with one entry for each key.
+/// containers.Map(keys, values): keys are texts, values is a cell with one entry per key.
 void constructMap(const Call& call) {
   const std::vector<std::string> keys =
       call.nrhs > 1 ? host::toTexts(call.in(1)) : std::vector<std::string>{};
@@ -112,7 +115,7 @@ bool isText(const kxArray* value) {
          (Torvane::String::isString(value) && kxIsScalar(value));
 }
 
-/// Rows of a column; those of a categorical are its elements.
+/// Number of rows of a column; for a categorical, its number of elements.
 std::size_t heightOf(const kxArray* column) {
   if (kxIsA(column, "categorical")) {
     return kxGetM(host::getProperty(column, "Codes").get());
@@ -120,7 +123,7 @@ std::size_t heightOf(const kxArray* column) {
   return kxGetM(column);
 }
 
-/// table(column, ..., "VariableNames", names): columns of one length, with a name each.
+/// table(column, ..., "VariableNames", names): columns of the same length, one name per column.
 void constructTable(const Call& call) {
   int columns = call.nrhs - 1;
   std::vector<std::string> names;
@@ -176,7 +179,7 @@ void checkLoadedTable(const kxArray* table) {
     if (column == nullptr) {
       host::raiseInvalidType("Input", "column", column);
     }
-    // A categorical tells its height when it has been filled itself, which may come later.
+    // A categorical knows its height only when it has been filled, which may happen later.
     if (!kcos::omIsKCOS(column) && static_cast<double>(kxGetM(column)) != height) {
       raiseCountMismatch("KALVEX:table:UnequalHeights", static_cast<std::size_t>(height),
                          kxGetM(column));

@@ -62,7 +62,7 @@ void displayName(const Call& call) {
   call.out(0, host::makeChars(datastoreOf(call.in(0))->displayName()));
 }
 
-/// The files that are read, as they stand in the file system, whatever the source is called.
+/// The files that are read, with their paths in the file system, whatever the source is called.
 void sourceFiles(const Call& call) {
   std::vector<std::string> paths;
   if (const auto* csv = dynamic_cast<const CsvDatastore*>(datastoreOf(call.in(0)).get())) {
@@ -73,14 +73,14 @@ void sourceFiles(const Call& call) {
   call.out(0, host::makeStringColumn(paths));
 }
 
-/// copy(datastore): the sources are immutable, so the copy shares what it reads from.
+/// copy(datastore): sources are immutable, so the copy shares the source.
 void copyDatastore(const Call& call) {
   Value copied = host::call(kCsvDatastore, {});
   host::setNativeValue(copied.get(), std::make_unique<DatastoreValue>(datastoreOf(call.in(0))));
   call.out(0, std::move(copied));
 }
 
-/// A datastore without a source, as a class makes them, is saved as one.
+/// A datastore without a source, as classes make them, is saved without one.
 Value savedCsv(const kxArray* object) {
   const auto* value = dynamic_cast<const DatastoreValue*>(host::getNativeValue(object));
   const auto* csv =

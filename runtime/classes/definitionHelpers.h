@@ -8,7 +8,7 @@
 #include "kv/host/definitions.h"
 #include "kv/host/session.h"
 
-/// Short forms in which the runtime writes its class definitions as tables.
+/// Helpers with which the runtime writes its class definitions as tables.
 namespace kv::runtime {
 
 inline host::MethodDefinition method(std::string name, host::NativeBody body, int minInputs,
@@ -36,12 +36,12 @@ inline host::MethodDefinition abstractMethod(std::string name) {
   return {.name = std::move(name), .isAbstract = true};
 }
 
-/// A constructor whose body gets the object first; counts include it.
+/// A constructor whose body receives the object first; the counts include it.
 inline host::MethodDefinition constructor(host::NativeBody body, int minInputs, int maxInputs) {
   return {.body = std::move(body), .arity = {minInputs, maxInputs}};
 }
 
-/// A property that everybody reads and only the class writes.
+/// A property that everyone can read and only the class can write.
 inline host::PropertyDefinition readOnly(std::string name) {
   return {.name = std::move(name), .setAccess = host::MemberAccess::Private};
 }
@@ -53,8 +53,8 @@ inline host::PropertyDefinition computed(std::string name, host::NativeBody body
           .compute = std::move(body)};
 }
 
-/// Of a class whose objects are no more than their properties: looks at a loaded one, and raises
-/// where its methods couldn't rely on what stands there.
+/// For a class whose objects consist only of their properties: checks a loaded object and raises an
+/// error if its methods couldn't rely on the properties.
 inline host::SavedForm checkedOnLoad(void (*check)(const kxArray* object)) {
   return {.save = [](const kxArray*) { return host::Value(); },
           .restore = [check](const kxArray* object, const kxArray*) { check(object); }};

@@ -4,11 +4,11 @@
 
 #include "kv/host/values.h"
 
-/// What operations read, as their tasks are given it.
+/// The inputs of operations, in the form that their tasks receive.
 namespace kv::runtime {
 
-/// What a closure reads from one promise: {value, metadata, is a constant} when it is complete,
-/// {task, output counted from 1} when it isn't.
+/// What a closure reads from one promise: {value, metadata, is a constant} if it is complete,
+/// {task, output counted from 1} if it isn't.
 struct Dependency {
   host::Value entry;
   bool isBroadcast = false;

@@ -4,8 +4,8 @@
 
 namespace kv::runtime {
 
-/// directEvaluateImpl(operation, inputs...): the function on whole values, at once. Rows of a
-/// source run as they would have run with it, chunk by chunk.
+/// directEvaluateImpl(operation, inputs...): applies the function to whole values at once. Rows of
+/// a source are processed chunk by chunk, as in a pass over the source.
 void directEvaluate(const host::Call& call);
 
 }  // namespace kv::runtime

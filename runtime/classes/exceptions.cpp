@@ -13,7 +13,7 @@ using host::Value;
 
 constexpr const char* kCarried[] = {"identifier", "message", "arguments", "stack", "cause"};
 
-/// BigDataException.build(exception): the same error, ready to carry the user's stack and rows.
+/// BigDataException.build(exception): the same error, with room for the user's stack and rows.
 void build(const Call& call) {
   Value built = host::call(kBigDataException);
   for (const char* name : kCarried) {
@@ -26,15 +26,15 @@ void build(const Call& call) {
 /// The user's stack: the snapshot of the outermost internal frame, or the live one.
 void getClientStack(const Call& call) { call.out(0, host::call("userStackBuiltin")); }
 
-/// attachSubmissionStack(exception, stack): errors are reported against the line where the array
-/// was written, not where it was gathered.
+/// attachSubmissionStack(exception, stack): errors are reported with the line where the array was
+/// written, not where it was gathered.
 void attachSubmissionStack(const Call& call) {
   host::setSlot(call.in(0), "stack", matrix::sharedCopy(call.in(1)));
   call.out(0, matrix::sharedCopy(call.in(0)));
 }
 
-/// attachRows(exception, partition, first row, last row), counted from 1; a last row below the
-/// first means that no rows are known.
+/// attachRows(exception, partition, first row, last row), counted from 1; if the last row is below
+/// the first, no rows are known.
 void attachRows(const Call& call) {
   const double first = kxGetScalar(call.in(2));
   const double last = kxGetScalar(call.in(3));
@@ -49,7 +49,7 @@ void attachRows(const Call& call) {
   host::setSlot(call.in(0), "message", host::makeChars(fmt::format("{} [{}]", message, place)));
 }
 
-/// throw(exception, "IncludeCalleeStack", true): raises it again with the stack of the caller.
+/// throw(exception, "IncludeCalleeStack", true): raises the error again with the caller's stack.
 void throwForCaller(const Call& call) {
   call.expect(0, 1, 3);
   const Value stack = host::call("userStackBuiltin");

@@ -34,7 +34,7 @@ void overrideExecutor(const Call& call) {
   call.out(0, matrix::sharedCopy(runtimeState().executorOverride.get()));
 }
 
-/// setOverride(executor): `[]` takes the override away.
+/// setOverride(executor): `[]` removes the override.
 void setOverride(const Call& call) {
   runtimeState().executorOverride = matrix::sharedCopy(call.in(0));
 }
@@ -45,8 +45,8 @@ void checkDatastore(const Call& call) {
   }
 }
 
-/// Executors share nothing, so only one and the same object will do. That of an invalid array runs
-/// nothing and goes with any.
+/// Executors share nothing, so both must be the same object. The executor of an invalid array runs
+/// nothing and is compatible with any.
 void checkSameExecutor(const Call& call) {
   const bool isAnyInvalid =
       kxIsA(call.in(0), kInvalidExecutor) || kxIsA(call.in(1), kInvalidExecutor);
@@ -56,10 +56,10 @@ void checkSameExecutor(const Call& call) {
   call.out(0, host::makeLogical(true));
 }
 
-/// numPartitions(executor, strategy): as many as the strategy has by itself.
+/// numPartitions(executor, strategy): the strategy's own number.
 void numPartitions(const Call& call) { call.out(0, host::call("numpartitions", {call.in(1)})); }
 
-/// The tasks that leave a graph with a strategy of their own: whole values.
+/// The tasks whose output leaves the graph with its own strategy: whole values.
 std::unordered_set<const kcos::COSInterface*> wholeOutputs(const kxArray* taskGraph) {
   std::unordered_set<const kcos::COSInterface*> found;
   const Value tasks = host::getProperty(taskGraph, "OutputTasks");
@@ -73,13 +73,13 @@ std::unordered_set<const kcos::COSInterface*> wholeOutputs(const kxArray* taskGr
   return found;
 }
 
-/// True if the value of a closure is kept once it was computed.
+/// True if the value of a closure must be kept once it is computed.
 bool isMarkedForReuse(const kxArray* closure) {
   return kxIsA(host::getProperty(closure, "Operation").get(), kCacheOperation);
 }
 
-/// The promises that a task graph completes besides those asked for: of the tasks that leave the
-/// graph with whole values, and of values that are marked for reuse.
+/// The promises that a task graph completes in addition to the requested ones: those of tasks whose
+/// whole values leave the graph, and of values that are marked for reuse.
 Value otherPromises(const kxArray* taskGraph, const ClosureTasks& entries, const kxArray* asked) {
   std::vector<kcos::COSInterfacePtr> promises;
   std::unordered_set<const kcos::COSInterface*> seen;
@@ -122,7 +122,7 @@ void execute(const Call& call) {
   });
 }
 
-/// lastEvaluation(): a structure with what the last evaluation of this session did.
+/// lastEvaluation(): a structure that describes the last evaluation of this session.
 void lastEvaluation(const Call& call) {
   constexpr std::array<std::string_view, 4> kFields{"rows", "passes", "seconds", "peakBytes"};
   const EvaluationFacts& facts = runtimeState().lastEvaluation;
@@ -136,7 +136,7 @@ void lastEvaluation(const Call& call) {
   call.out(0, std::move(record));
 }
 
-/// explain(arrays...): the plan that gathering them would run; touches no data.
+/// explain(arrays...): the plan that gathering them would run; reads no data.
 void explain(const Call& call) {
   const EvaluationObjects objects =
       evaluationObjects({call.prhs, static_cast<std::size_t>(call.nrhs)});
@@ -149,7 +149,7 @@ void explain(const Call& call) {
   call.out(0, host::makeString(describePlan(plan)));
 }
 
-/// checkColumns(arrays...): refuses arrays that read a column which their source doesn't have.
+/// checkColumns(arrays...): refuses arrays that read a column which their source lacks.
 void checkColumns(const Call& call) {
   const EvaluationObjects objects =
       evaluationObjects({call.prhs, static_cast<std::size_t>(call.nrhs)});

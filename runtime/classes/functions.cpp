@@ -18,7 +18,7 @@ namespace {
 using host::Call;
 using host::Value;
 
-/// An element function on whole values: scalars spread over the rows of the others.
+/// An element function on whole values: scalars are expanded to the rows of the others.
 void applyElementFunction(const ElementFunction& function, const Call& call) {
   const int arity = static_cast<int>(function.arity);
   call.expect(1, arity, arity);
@@ -33,7 +33,7 @@ void applyElementFunction(const ElementFunction& function, const Call& call) {
   call.out(0, toValue(evaluate(function, operands, rows)));
 }
 
-/// An aggregate of a whole value, in the fixed order that partitions have too.
+/// An aggregate of a whole value, in the same fixed order as for partitions.
 void applyAggregate(const AggregateFunction& function, MissingRule missing, const Call& call) {
   call.expect(1, 1, 1);
   const Column column = toColumn(call.in(0));
@@ -43,7 +43,7 @@ void applyAggregate(const AggregateFunction& function, MissingRule missing, cons
   call.out(0, toValue(combinePartials(function.kind, partials)));
 }
 
-/// copy(value): values are immutable; an object is asked for its own method by the host.
+/// copy(value): values are immutable; for an object, the host calls the object's own method.
 void copyValue(const Call& call) {
   call.expect(1, 1, 1);
   call.out(0, matrix::sharedCopy(call.in(0)));

@@ -22,7 +22,7 @@ using host::Value;
 
 constexpr char kCategorical[] = "categorical";
 
-/// The texts of a string array; nothing where one is missing.
+/// The texts of a string array; empty for missing ones.
 std::vector<std::optional<std::string>> elementsOf(const kxArray* strings) {
   std::vector<std::optional<std::string>> elements;
   for (std::size_t i = 0; i < kxGetNumberOfElements(strings); ++i) {
@@ -33,7 +33,7 @@ std::vector<std::optional<std::string>> elementsOf(const kxArray* strings) {
 }
 
 /// categorical(strings): "Categories" are the distinct texts in ascending order, "Codes" the number
-/// of each element's category, counted from 1; 0 stands for an undefined element.
+/// of each element's category, counted from 1; 0 means undefined.
 void constructCategorical(const Call& call) {
   if (!Torvane::String::isString(call.in(1))) {
     host::raiseInvalidType("Input", "string", call.in(1));

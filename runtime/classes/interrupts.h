@@ -6,8 +6,8 @@
 
 namespace kv::runtime {
 
-/// Runs `action` as an evaluation of the current session: with a token of its own, and with the
-/// watch of the front end.
+/// Runs `action` as an evaluation of the current session, with its own token and the watch of the
+/// front end.
 ///
 /// Errors: Interrupted if the token was cancelled; all others with an id (see raiseStepFailure).
 void asEvaluation(const std::function<void(const CancellationToken&)>& action);

@@ -21,7 +21,7 @@ void constructExecutor(const Call& call) {
   host::setSlot(call.in(0), "SavedVersion", matrix::sharedCopy(call.in(1)));
 }
 
-/// Where the first array of another release was loaded of those that a task graph needs.
+/// The stack where the first array of another release was loaded that a task graph needs.
 Value loadedStack(const kxArray* taskGraph) {
   const ClosureTasks entries(taskGraph);
   for (std::size_t i = 0; i < entries.size(); ++i) {
@@ -69,8 +69,8 @@ Value arrayOf(const kcos::COSInterfacePtr& object) {
   return matrix::from_kalvex(kcos::omCreateKCOSScalar(object));
 }
 
-/// The executor has the release too, so that the array says by itself that it isn't valid; an
-/// array of this release that it is combined with may bring another executor, which finds the
+/// The executor also has the release, so that the array itself reports that it isn't valid. An
+/// array of this release with which it is combined may bring another executor, which finds the
 /// operation.
 Value makeInvalidArray(const kxArray* release) {
   InvalidGraph& shared = runtimeState().invalid;

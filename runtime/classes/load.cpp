@@ -9,7 +9,7 @@
 namespace kv::runtime {
 namespace {
 
-/// The core's builtins, under their plain names.
+/// Registers the core's builtins under their plain names.
 void defineBuiltins(host::Session& session) {
   for (const auto& [name, builtin] : kv::bigdata::kOwningBuiltins) {
     session.defineBuiltin(name, builtin);

@@ -18,12 +18,12 @@ namespace {
 using host::LoadRefusal;
 using host::Value;
 
-/// What plans may show again of what closures share, in bytes.
+/// The maximum of repeated text, in bytes, that plans may show for what closures share.
 constexpr std::size_t kMaxRepeated = 1'000'000;
-/// What a column of a table takes in a plan besides its name.
+/// Bytes of a table column in a plan, in addition to its name.
 constexpr std::size_t kColumnBytes = 32;
 
-/// Which classes of operations are the runtime's, asked once for each class.
+/// Whether classes of operations belong to the runtime; determined once per class.
 class OwnClasses {
  public:
   bool contains(const kxArray* operation) {
@@ -44,7 +44,7 @@ class OwnClasses {
   std::unordered_map<kcos::COSInternedBase, bool> known_;
 };
 
-/// Closures of the runtime's operations have as many inputs as the operations.
+/// Checks that closures of the runtime's operations have as many inputs as the operations.
 std::optional<LoadRefusal> validateInputs(std::span<const kxArray* const> objects) {
   OwnClasses own;
   for (std::size_t i = 0; i < objects.size(); ++i) {
@@ -63,7 +63,7 @@ std::optional<LoadRefusal> validateInputs(std::span<const kxArray* const> object
   return std::nullopt;
 }
 
-/// How much a plan says of a source.
+/// The length of a plan's text about a source.
 std::size_t describedBytes(const kxArray* object) {
   const auto* value = dynamic_cast<const DatastoreValue*>(host::getNativeValue(object));
   if (value == nullptr || value->datastore == nullptr) {
@@ -86,7 +86,7 @@ std::size_t textBytes(const kxArray* texts) {
   return kxGetClassID(texts) == kxCHAR_CLASS ? kxGetNumberOfElements(texts) : bytes;
 }
 
-/// What the plan of a class's operations shows.
+/// What plans show of a class's operations.
 struct Shown {
   kcos::NameRef className;
   kcos::NameRef property;
@@ -97,7 +97,7 @@ constexpr Shown kShown[] = {
     {kInvalidOperation, "SavedVersion"},
 };
 
-/// What is shown of an operation, and the object that has it: a datastore, or the operation.
+/// What is shown of an operation, and the object that contains it: a datastore or the operation.
 struct Subject {
   Value object;
   Value shown;

@@ -33,14 +33,14 @@ bool allTrue(const kxArray* logicals) {
   return count > 0 && std::all_of(flags, flags + count, [](bool flag) { return flag; });
 }
 
-/// Which of an operation's properties hold functions.
+/// The properties of an operation that hold functions.
 struct FunctionSlots {
   bool function = false;
   bool reduction = false;
 };
 
 /// The processor factory of an operation: its description, its functions and its line, with random
-/// streams where its options ask for them.
+/// streams if its options require them.
 Value makeFactory(const kxArray* operation, FunctionSlots slots,
                   const std::shared_ptr<const OpSpec>& spec, const kxArray* stack) {
   const Value function = slots.function ? host::getProperty(operation, "FunctionHandle") : nullptr;
@@ -52,9 +52,10 @@ Value makeFactory(const kxArray* operation, FunctionSlots slots,
 
 /// createExecutionTasks(operation, dependencies, isInputBroadcast): one task.
 ///
-/// `dependencies`: a cell with an entry an input, see Plan; `isInputBroadcast`: a logical an input.
-/// Errors: "KALVEX:array:OperationArity" for another number of dependencies than the operation has
-///         inputs: a closure doesn't compare them.
+/// `dependencies`: a cell with one entry per input, see Plan; `isInputBroadcast`: one logical per
+/// input.
+/// Errors: "KALVEX:array:OperationArity" if the number of dependencies differs from the operation's
+///         number of inputs, which a closure doesn't check.
 void createTasks(const Call& call, FunctionSlots slots, DescribeOperation describe) {
   const kxArray* operation = call.in(0);
   auto spec = std::make_shared<OpSpec>();
@@ -85,12 +86,12 @@ void getCheckedFunctionHandle(const Call& call) {
   call.out(0, host::getProperty(function.get(), "Handle"));
 }
 
-/// setOldKey(key, oldKey): the entry of `key` takes the place of that of `oldKey`.
+/// setOldKey(key, oldKey): the entry of `key` replaces that of `oldKey`.
 void setOldKey(const Call& call) {
   host::setSlot(call.in(0), "OldId", host::getProperty(call.in(1), "Id"));
 }
 
-/// Keys are saved with their arrays, so a count alone would meet that of another process.
+/// Keys are saved with their arrays, so a mere count could collide with that of another process.
 void constructKey(const Call& call) {
   static const std::string process = to_string(boost::uuids::random_generator()());
   static std::atomic<std::uint64_t> next{1};

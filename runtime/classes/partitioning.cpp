@@ -27,7 +27,7 @@ const Datastore& sourceOf(const kxArray* strategy) {
   return *datastoreOf(host::getSlot(strategy, "Datastore").get());
 }
 
-/// The partitions of a datastore are what its files make them: no more and no fewer.
+/// The partitions of a datastore are determined by its files: no more and no fewer.
 void countPartitions(const Call& call) {
   call.out(0, host::makeDouble(static_cast<double>(sourceOf(call.in(0)).numPartitions())));
 }
@@ -78,7 +78,7 @@ void typedIsCompatible(const Call& call) {
   call.out(0, host::makeLogical(areCompatible(call.in(0), call.in(1))));
 }
 
-/// Two sources are never aligned by chance: their contents must be the same.
+/// Two sources are never aligned by chance: their content must be the same.
 void throwIfIncompatible(const Call& call) {
   if (!areCompatible(call.in(0), call.in(1))) {
     host::raise("KALVEX:bigdata:array:IncompatibleTallIndexing");

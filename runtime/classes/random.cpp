@@ -30,7 +30,7 @@ PhiloxStream& streamOf(const kxArray* object) {
   return host::nativeValue<StreamValue>(object, "scalar RandStream").stream;
 }
 
-/// RandStream(seed, partition): 0 for both where they aren't given.
+/// RandStream(seed, partition): both default to 0.
 void constructStream(const Call& call) {
   const std::size_t seed = call.nrhs > 1 ? host::toCount(call.in(1), kMaxSeed) : 0;
   const std::size_t partition = call.nrhs > 2 ? host::toCount(call.in(2), kMaxSeed) : 0;
@@ -39,7 +39,7 @@ void constructStream(const Call& call) {
   host::setNativeValue(call.in(0), std::make_unique<StreamValue>(PhiloxStream(seed, partition)));
 }
 
-/// How far a stream has come is saved, so that it goes on from there.
+/// The position of a stream is saved, so that it continues from there.
 Value savedStream(const kxArray* stream) {
   Value drawn =
       matrix::from_kalvex(kxCreateNumericArray(std::array<std::size_t, 2>{1, 1}, kxUINT64_CLASS));
@@ -96,22 +96,22 @@ void drawFromGlobal(const Call& call) {
   call.out(0, drawUniform(streamOf(globalStream()), call.in(0), call.in(1)));
 }
 
-/// kv.random.rows(column): as many numbers as the input has rows, from the session's stream.
+/// kv.random.rows(column): one number per row of the input, from the session's stream.
 void drawForRows(const Call& call) {
   call.expect(1, 1, 1);
   const Value rows = host::makeDouble(static_cast<double>(kxGetM(call.in(0))));
   call.out(0, drawUniform(streamOf(globalStream()), rows.get(), nullptr));
 }
 
-/// RandStreamFactory(seed): without one, it is drawn from the session's stream, so that no two
-/// operations share their numbers.
+/// RandStreamFactory(seed): without a seed, one is drawn from the session's stream, so that no two
+/// operations share numbers.
 void constructFactory(const Call& call) {
   const std::size_t seed = call.nrhs > 1 ? host::toCount(call.in(1), kMaxSeed)
                                          : streamOf(globalStream()).nextBits() & kMaxSeed;
   host::setSlot(call.in(0), "Seed", host::makeDouble(static_cast<double>(seed)));
 }
 
-/// getRandStreamForPartition(factory, partition): from the beginning, each time.
+/// getRandStreamForPartition(factory, partition): always from its beginning.
 void getStreamForPartition(const Call& call) {
   const Value seed = host::getSlot(call.in(0), "Seed");
   call.out(0, host::call(kRandStream, {seed.get(), call.in(1)}));

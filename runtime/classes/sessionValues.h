@@ -10,16 +10,16 @@
 #include "foundation/usm.h"
 #include "kv/host/values.h"
 
-/// What the runtime keeps in the session store.
+/// The runtime's data in the session store.
 namespace kv::runtime {
 
-/// A call that may evaluate an operation at once, of whose inputs some are rows of a source.
+/// A call that may evaluate an operation at once and has rows of a source among its inputs.
 struct DirectCall {
-  std::span<const kxArray* const> inputs;  ///< the operation's are the last of them
-  std::vector<host::Value> metadata{};     ///< of the outputs, once they were evaluated
+  std::span<const kxArray* const> inputs;  ///< the operation's inputs are the last of them
+  std::vector<host::Value> metadata{};     ///< of the outputs, after their evaluation
 };
 
-/// What the arrays of another release share that one load brings, which may be many.
+/// The objects that the arrays of another release from one load, maybe many, share.
 struct InvalidGraph {
   std::string release;
   host::Value stack;               ///< where they were loaded
@@ -30,17 +30,17 @@ struct InvalidGraph {
 class MovedTables;
 
 struct RuntimeState {
-  host::Value defaultExecutor;   ///< made when it is first asked for
+  host::Value defaultExecutor;   ///< made on first use
   host::Value executorOverride;  ///< null or empty: none
-  host::Value globalStream;      ///< made when it is first asked for
+  host::Value globalStream;      ///< made on first use
   InvalidGraph invalid;
   EvaluationFacts lastEvaluation;
-  DirectCall* directCall = nullptr;  ///< whose operation hasn't been evaluated yet; null: none
+  DirectCall* directCall = nullptr;  ///< the call whose operation is to be evaluated; null for none
   std::shared_ptr<InterruptRequests> interrupts = std::make_shared<InterruptRequests>();
   MovedTables* movedTables = nullptr;  ///< while a SourceMoves lives
 };
 
-/// The runtime's state in the current session; made at first use, gone with the session.
+/// The runtime's state in the current session; made on first use, destroyed with the session.
 inline RuntimeState& runtimeState() {
   using Store = foundation::usm::Detail<foundation::usm::scope::Kvm>;
   static const std::size_t id = Store::getNextID(typeid(RuntimeState));

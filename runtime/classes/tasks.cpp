@@ -33,7 +33,7 @@ void constructTask(const Call& call) {
   host::setSlot(task, "NumOutputs", matrix::sharedCopy(call.in(4)));
 }
 
-/// Which task makes the outputs of which closure.
+/// Which task produces the outputs of which closure.
 class TasksOfClosures {
  public:
   TasksOfClosures(const kxArray* closures, const kxArray* tasks) : tasks_(tasks) {
@@ -72,13 +72,14 @@ Dependency pendingDependency(const kxArray* promise, const TasksOfClosures& task
   return {host::makeCell(std::move(entry)), isBroadcast};
 }
 
-/// Notes in the graph that is being made that the last of `tasks` makes the outputs of `closure`.
+/// Notes in the graph under construction that the last of `tasks` produces the outputs of
+/// `closure`.
 void noteClosure(const kxArray* closure, const kxArray* tasks) {
   const Value graph = host::objectUnderConstruction();
   const std::size_t count = kxGetNumberOfElements(tasks);
   if (graph == nullptr || !kxIsA(graph.get(), kTaskGraph) || count == 0 ||
       !kxIsA(tasks, kExecutionTask)) {
-    return;  // the planner has its own rule for wrong and for missing tasks
+    return;  // the planner has its own rule for wrong and missing tasks
   }
   ClosureTasks::note(graph.get(), kcos::omGetArrayElement(closure, 0),
                      kcos::omGetArrayElement(tasks, count - 1));

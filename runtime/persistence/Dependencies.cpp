@@ -6,7 +6,7 @@
 namespace kv::runtime {
 namespace {
 
-/// Depth first on a stack of its own: a node is open while those that it needs are visited.
+/// Depth-first search with its own stack: a node is open while the nodes that it needs are visited.
 class Search {
  public:
   explicit Search(const Dependencies& dependencies)
@@ -48,7 +48,7 @@ class Search {
     states_[node] = State::Finished;
   }
 
-  /// A node that is reached while it is open; nothing once the stack is empty.
+  /// A node that is reached while it is open; empty when the stack is.
   std::optional<std::size_t> finishStack() {
     while (!stack_.empty()) {
       auto& [node, nextNeed] = stack_.back();

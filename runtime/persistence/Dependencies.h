@@ -7,12 +7,11 @@
 
 namespace kv::runtime {
 
-/// Which of some nodes need which others, by number. Nodes are added in order, each with all that
-/// it needs.
+/// Which nodes need which others, by number. Nodes are added in order, each with all that it needs.
 class Dependencies {
  public:
   void addNode() { firstNeed_.push_back(needs_.size()); }
-  /// Of the node that was added last.
+  /// Adds a need of the last added node.
   void addNeed(std::size_t node) { needs_.push_back(node); }
 
   std::size_t size() const { return firstNeed_.size(); }
@@ -27,8 +26,8 @@ class Dependencies {
 };
 
 struct Nesting {
-  std::optional<std::size_t> onCycle;  ///< a node that needs itself, over others or not
-  std::size_t depth = 0;               ///< nodes on the longest way; meaningless with a cycle
+  std::optional<std::size_t> onCycle;  ///< a node that needs itself, directly or indirectly
+  std::size_t depth = 0;               ///< nodes on the longest path; meaningless with a cycle
 };
 
 /// Cost: linear; no recursion.

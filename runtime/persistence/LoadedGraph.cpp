@@ -1,3 +1,7 @@
+// The setters that loading uses check nothing, so a loaded graph may have any shape. This file
+// reads it once into plain numbers, so that the rules that follow need neither host calls nor
+// recursion and take linear time for any graph.
+
 #include "persistence/LoadedGraph.h"
 
 #include <fmt/core.h>
@@ -15,7 +19,7 @@ namespace {
 using host::LoadRefusal;
 using host::Value;
 
-/// An object that objects of a class can't be without.
+/// An object without which objects of a class aren't valid.
 struct Needed {
   kcos::NameRef className;
   kcos::NameRef property;
@@ -32,7 +36,7 @@ constexpr Needed kNeeded[] = {
     {kSlicewiseOperation, "FunctionHandle", kFunctionHandle},
 };
 
-/// What of a class matters here.
+/// The properties of a class that matter here.
 struct ClassFacts {
   bool isClosure = false;
   bool isPromise = false;
@@ -44,8 +48,8 @@ std::string_view shortName(std::string_view className) {
   return className.substr(className.rfind('.') + 1);
 }
 
-/// Tables of a graph name both ends of each edge by their ids. Those that the core makes are about
-/// 50 long.
+/// Tables of a graph name both ends of each edge by id. The core's own ids have about 50
+/// characters.
 constexpr std::size_t kMaxIdBytes = 256;
 
 bool hasLongId(const kxArray* object) {
@@ -98,7 +102,7 @@ class LoadedGraph::Reader {
   }
 
  private:
-  /// Asked once a class; objects of one class are many.
+  /// Looked up once per class, because a class may have many objects.
   const ClassFacts& factsOf(const kxArray* object) {
     const auto classId = kcos::omGetArrayElement(object, 0)->getClassObject()->getClassId();
     const auto [found, isNew] = classes_.try_emplace(classId);

@@ -10,19 +10,19 @@
 
 namespace kv::runtime {
 
-/// The lazy graph among the objects that a file brought, as numbers: each object is called by its
-/// place in the list of them. Read through properties, as any code of the host would.
+/// The lazy graph among the objects of a file, as numbers: each object is identified by its
+/// position in the list of objects. Read through properties, as any code of the host would.
 ///
-/// Lives: on its own. Threads: that of the session, while it is read.
+/// Lives: independently. Threads: that of the session, while it is read.
 class LoadedGraph {
  public:
-  /// No object at all; an object that the file didn't bring.
+  /// No object, or an object that isn't from the file.
   static constexpr std::size_t kNothing = static_cast<std::size_t>(-1);
   static constexpr std::size_t kElsewhere = static_cast<std::size_t>(-2);
 
   struct Closure {
     std::size_t object = 0;
-    std::size_t firstLink = 0;  ///< its inputs, then its outputs, stand in `links` from here on
+    std::size_t firstLink = 0;  ///< its inputs, then its outputs, are in `links` from here on
     std::size_t numInputs = 0;
     std::size_t numOutputs = 0;
     double numOperationOutputs = 0;
@@ -39,16 +39,16 @@ class LoadedGraph {
     std::size_t promise = kNothing;
   };
 
-  /// Cost: linear; no recursion.
-  /// Result: the refusal of the first object that lacks one which its class can't be without, or
-  ///         has one of another class in its place.
+  /// Result: the refusal of the first object that lacks a required one, or has one of the wrong
+  ///         class instead.
+  /// Cost:   linear; no recursion.
   std::optional<host::LoadRefusal> read(std::span<const kxArray* const> objects);
 
   std::span<const Closure> closures() const { return closures_; }
   std::span<const Promise> promises() const { return promises_; }
   std::span<const Future> futures() const { return futures_; }
 
-  /// Futures that a closure reads; promises that it makes.
+  /// The futures that a closure reads; the promises that it makes.
   std::span<const std::size_t> inputsOf(const Closure& closure) const {
     return std::span(links_).subspan(closure.firstLink, closure.numInputs);
   }
@@ -56,7 +56,7 @@ class LoadedGraph {
     return std::span(links_).subspan(closure.firstLink + closure.numInputs, closure.numOutputs);
   }
 
-  /// By the number of an object; null for one of another kind, or none.
+  /// By the number of an object; null for no object, or one of another kind.
   const Closure* closureAt(std::size_t object) const { return at(closures_, object); }
   const Promise* promiseAt(std::size_t object) const { return at(promises_, object); }
   const Future* futureAt(std::size_t object) const { return at(futures_, object); }

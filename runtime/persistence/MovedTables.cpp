@@ -1,3 +1,7 @@
+// When a saved file is opened with other data, the paths in it come from a file that may be
+// hostile. So a path only serves to decide which move applies and which name to look for inside the
+// folder that the user named; a path that would lead out of that folder is never opened.
+
 #include "persistence/MovedTables.h"
 
 #include <fmt/format.h>
@@ -34,7 +38,7 @@ std::string absoluteOf(const std::string& path) {
   return absolute;
 }
 
-/// The path that a file has in a folder; none if it leads out of the folder or nowhere.
+/// The path of a file relative to a folder; empty if it leads out of the folder or nowhere.
 std::optional<std::string> inside(const fs::path& path) {
   const fs::path normal = path.lexically_normal();
   const bool isInside = normal.is_relative() && normal.has_filename() && normal != "." &&
@@ -42,9 +46,9 @@ std::optional<std::string> inside(const fs::path& path) {
   return isInside ? std::optional(normal.string()) : std::nullopt;
 }
 
-/// What a file is called if the move means it: its name, or its path below the folder.
+/// The name of a file if the move applies to it: its file name, or its path below the folder.
 ///
-/// A path in a saved file may be anything, and must not lead out of the folder that the user named.
+/// A path in a saved file may be any text, and must not lead out of the folder that the user named.
 std::optional<std::string> nameIn(const Move& move, const SourceFile& file) {
   const fs::path path = fs::path(file.absolutePath).lexically_normal();
   if (move.said.from == file.path || move.absoluteFrom == path) {
@@ -57,7 +61,7 @@ std::optional<std::string> nameIn(const Move& move, const SourceFile& file) {
   return std::nullopt;
 }
 
-/// Where the rows of one table come from, some of its files replaced.
+/// Where the rows of one table come from when some of its files are replaced.
 class Replacement {
  public:
   void add(std::vector<Move>& moves, const SourceFile& file) {
@@ -80,7 +84,7 @@ class Replacement {
     }
     return paths;
   }
-  /// `newFiles`: those of newPaths().
+  /// `newFiles`: the result of newPaths().
   Files files(const Files& newFiles) const {
     Files files;
     auto next = newFiles.begin();
@@ -91,7 +95,7 @@ class Replacement {
   }
   bool isAnyKept() const { return isAnyKept_; }
 
-  /// Where new files come from, as the moves say.
+  /// The sources of new files, from the moves.
   std::vector<std::string> sources() const {
     std::vector<std::string> sources;
     for (const Move* move : used_) {
@@ -127,8 +131,8 @@ class Replacement {
   bool isAnyKept_ = false;
 };
 
-/// What the moves see of a table: also its name and the paths as they were given, which are no part
-/// of its fingerprint.
+/// The parts of a table that matter to moves: also its name and the paths as they were given, which
+/// aren't part of its fingerprint.
 std::vector<std::string> keyOf(const Table& table) {
   std::vector<std::string> key{CsvDatastore(table).fingerprint(), table.name};
   for (const SourceFile& file : table.files) {

@@ -11,7 +11,7 @@
 
 namespace kv::runtime {
 
-/// Replaces files of tables, as SourceMoves has it.
+/// Replaces files of tables; see SourceMoves.
 class MovedTables {
  public:
   struct Move {
@@ -23,22 +23,22 @@ class MovedTables {
   /// Errors: as SourceMoves.
   explicit MovedTables(std::vector<SourceMove> moves);
 
-  /// A table that a file brought, with its files replaced.
-  /// Errors: as SourceMoves.
+  /// A table from a file, with its files replaced.
+  /// Errors: as for SourceMoves.
   CsvDatastore::Table moved(const CsvDatastore::Table& table);
 
-  /// Errors: as SourceMoves.
+  /// Errors: as for SourceMoves.
   void throwIfUnused() const;
 
-  /// Rethrows what moved() threw, if it did.
+  /// Rethrows the error that moved() threw, if any.
   void rethrowFailure() const;
 
  private:
   std::vector<Move> moves_;
   std::set<std::string> filesMet_;
   std::exception_ptr failure_;
-  /// By what identifies a table that the file brought, its name and its paths as they were given:
-  /// equal tables stay equal, and their new files are looked at once.
+  /// By what identifies a table in the file, its name and its paths as they were given: equal
+  /// tables stay equal, and their new files are examined once.
   std::map<std::vector<std::string>, CsvDatastore::Table> known_;
 };
 

@@ -1,3 +1,7 @@
+// A source is saved as a description of its files and columns. The description may come from a
+// hostile file, so each field is checked for class and size before it is used, and no file is
+// opened for it.
+
 #include "persistence/csvDescription.h"
 
 #include <algorithm>
@@ -37,7 +41,7 @@ Value int64Column(const std::vector<std::int64_t>& numbers) {
   return column;
 }
 
-/// Reads the fields of a description, each of the number of elements that it must have.
+/// Reads the fields of a description; each must have the required number of elements.
 class Description {
  public:
   explicit Description(const kxArray* record) : record_(record) {

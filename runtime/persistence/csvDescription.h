@@ -3,16 +3,16 @@
 #include "kv/host/values.h"
 #include "source/csv/CsvDatastore.h"
 
-/// What of a table of CSV files is saved with an array that reads it: a description, no rows.
+/// What is saved of a table of CSV files with an array that reads it: a description, no rows.
 namespace kv::runtime {
 
 /// A 1-by-1 structure with the fields "Name", "Paths", "AbsolutePaths", "Bytes", "Modified", one
-/// element a file, "ColumnNames" and "ColumnTypes".
+/// element per file, "ColumnNames" and "ColumnTypes".
 host::Value describeCsv(const CsvDatastore& datastore);
 
-/// The table that `describeCsv` described. Opens nothing: each file is looked at when it is read.
+/// The table of a description made by `describeCsv`. Opens nothing: files are checked when read.
 ///
-/// Errors: "KALVEX:datastore:BadDescription" with what is wrong.
+/// Errors: "KALVEX:datastore:BadDescription" with the fault.
 CsvDatastore::Table csvFromDescription(const kxArray* description);
 
 }  // namespace kv::runtime

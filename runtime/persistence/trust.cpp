@@ -11,7 +11,7 @@ namespace {
 
 using host::Value;
 
-/// What a task does; null where it is of a user's own kind.
+/// What a task does; null if it is of a user's own kind.
 std::shared_ptr<const OpSpec> specOf(const kxArray* task) {
   const Value factory = host::getProperty(task, "DataProcessorFactory");
   const auto* known = kcos::omIsKCOS(factory.get())

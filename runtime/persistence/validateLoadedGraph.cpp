@@ -16,7 +16,7 @@ using Refusal = std::optional<LoadRefusal>;
 
 bool isMissing(std::size_t link) { return link == LoadedGraph::kNothing; }
 
-/// The rules that look at a node and its neighbours.
+/// The rules that concern a node and its neighbours.
 class GraphRules {
  public:
   explicit GraphRules(const LoadedGraph& graph)
@@ -24,7 +24,7 @@ class GraphRules {
 
   Refusal check() {
     Refusal refusal;
-    // Makers are known when all closures have been seen.
+    // The makers are known only when all closures have been visited.
     for (std::size_t i = 0; i < graph_.closures().size() && !refusal; ++i) {
       refusal = checkClosure(graph_.closures()[i]);
     }
@@ -100,7 +100,7 @@ class GraphRules {
   }
 
   const LoadedGraph& graph_;
-  std::vector<std::size_t> makers_;  ///< of each promise: the closure whose output it is
+  std::vector<std::size_t> makers_;  ///< of each promise: the closure of which it is an output
 };
 
 /// Which closures need which others, by their numbers in the graph.

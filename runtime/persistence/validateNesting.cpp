@@ -26,7 +26,7 @@ constexpr NestedClass kNestedClasses[] = {
     {kConcatenatedStrategy, "Strategies", 1000},
 };
 
-/// The objects of one class, and what they hold of it.
+/// The objects of one class, and the objects of that class that they hold.
 class NestedObjects {
  public:
   NestedObjects(std::span<const kxArray* const> objects, const NestedClass& nested) {

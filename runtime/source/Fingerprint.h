@@ -6,9 +6,9 @@
 
 namespace kv::runtime {
 
-/// Hashes what determines the rows and types of a source (XXH3, 128 bits).
+/// Hashes everything that determines the rows and types of a source (XXH3, 128 bits).
 ///
-/// Pieces are told apart by their length: "ab" and "c" give another hash than "a" and "bc".
+/// Pieces are separated by their lengths: "ab", "c" has a different hash than "a", "bc".
 class Fingerprint {
  public:
   Fingerprint& add(std::string_view text);

@@ -54,21 +54,21 @@ std::vector<std::string> csvFilesIn(const std::string& path) {
   return files;
 }
 
-/// What kept glob() from looking into a folder; its call-back takes no argument of the caller's.
+/// The folder that glob() couldn't read; its callback can't receive an argument.
 thread_local std::string unreadableFolder;
 thread_local int unreadableError = 0;
 
 int noteUnreadable(const char* folder, int error) {
   if (error == ENOENT) {
-    return 0;  // no such folder: nothing matches
+    return 0;  // no such folder, so nothing matches
   }
   unreadableFolder = folder;
   unreadableError = error;
   return 1;
 }
 
-/// A folder that can't be read might hold files that match: leaving them out would be a wrong
-/// answer.
+/// A folder that can't be read might contain matching files: leaving them out would give a wrong
+/// result.
 std::vector<std::string> filesMatching(const std::string& pattern) {
   glob_t matches{};
   const int outcome = ::glob(pattern.c_str(), GLOB_NOSORT, noteUnreadable, &matches);

@@ -16,11 +16,11 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-/// A file that claims to be younger than this has a time from another clock.
+/// If a file's time is later than now by more than this, it comes from another clock.
 constexpr nanoseconds kLongestTick = std::chrono::milliseconds(50);
 
-/// More than a file needs that is written once: they are a millisecond apart or more.
-constexpr int kMostLooks = 100;
+/// More attempts than a file needs that is written once; they are at least a millisecond apart.
+constexpr int kMaxAttempts = 100;
 
 nanoseconds sinceEpoch(const timespec& time) {
   return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
@@ -33,7 +33,7 @@ nanoseconds timeOfWrites() {
   return sinceEpoch(now);
 }
 
-/// A write in the same tick of the clock as the last one would leave the same time.
+/// True if a write in the same tick of the clock as the last one would leave the same time.
 bool mayKeepItsTime(const struct stat& status) {
   const nanoseconds ahead = sinceEpoch(status.st_mtim) - timeOfWrites();
   return ahead >= nanoseconds(0) && ahead < kLongestTick;
@@ -57,10 +57,10 @@ struct stat statusOf(const std::string& path) {
 
 }  // namespace
 
-SourceFile SourceFile::look(const std::string& path) {
+SourceFile SourceFile::stat(const std::string& path) {
   struct stat status = statusOf(path);
-  for (int looks = 1; mayKeepItsTime(status); ++looks) {
-    if (looks == kMostLooks) {
+  for (int attempts = 1; mayKeepItsTime(status); ++attempts) {
+    if (attempts == kMaxAttempts) {
       throwNotReadable(path, "it is being written; try again when it is complete");
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));

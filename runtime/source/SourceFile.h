@@ -7,24 +7,25 @@ struct stat;
 
 namespace kv::runtime {
 
-/// A file as it was when its source was opened, or when a description of the source was saved.
+/// A file in its state when its source was opened, or when a description of the source was saved.
 struct SourceFile {
   std::string path;          ///< as the user gave it
-  std::string absolutePath;  ///< stays the same file when the working directory changes
+  std::string absolutePath;  ///< denotes the same file when the working directory changes
   std::int64_t bytes = 0;
   std::int64_t modified = 0;  ///< ticks of std::chrono::file_clock
-  bool isFromSave = false;    ///< noted when the source was saved, not by this process
+  bool isFromSave = false;    ///< recorded when the source was saved, not by this process
 
-  /// Notes size and time of the file at `path`, once any later write is sure to have another time.
+  /// Records size and time of the file at `path`, once any later write is sure to have another
+  /// time.
   ///
   /// Errors: "KALVEX:datastore:FileNotFound"; "KALVEX:datastore:FileNotReadable", also
-  ///         when the file was being written at each of a hundred looks.
+  ///         if the file was being written at each of a hundred attempts.
   /// Cost:   waits for the next tick of the file system's clock (up to 10 ms, or 50 ms if that
-  ///         clock is ahead of this machine's) if the file was written in this one; 100 ms and more
-  ///         before it fails for a file that is being written.
-  static SourceFile look(const std::string& path);
+  ///         clock is ahead of this machine's) if the file was written in the current one; 100 ms
+  ///         or more before it fails for a file that is being written.
+  static SourceFile stat(const std::string& path);
 
-  /// True if `status` has the size and time that were noted.
+  /// True if `status` has the recorded size and time.
   bool isAsNoted(const struct stat& status) const;
 
   /// Errors: always "KALVEX:datastore:SourceChanged".

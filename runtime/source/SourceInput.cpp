@@ -12,7 +12,7 @@
 namespace kv::runtime {
 namespace {
 
-/// Runs a system call again as long as signals interrupt it.
+/// Repeats a system call as long as signals interrupt it.
 template <class Call>
 auto uninterrupted(Call&& call) {
   for (;;) {
@@ -27,9 +27,9 @@ bool areEqual(const timespec& a, const timespec& b) {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
-/// The time of change (ctime) can't be set, so it also differs where a writer restores the other.
-/// It also differs after a change of rights or links, which nothing distinguishes from such a
-/// write.
+/// The status change time (ctime) can't be set, so it also differs if a writer restores the
+/// modification time. It differs after a change of permissions or links as well, which can't be
+/// distinguished from such a write.
 bool isSameVersion(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
          areEqual(a.st_mtim, b.st_mtim) && areEqual(a.st_ctim, b.st_ctim);
@@ -48,7 +48,7 @@ bool isSameVersion(const struct stat& a, const struct stat& b) {
 }  // namespace
 
 SourceInput::SourceInput(SourceFile file) : file_(std::move(file)) {
-  // A pipe that took the place of the file must not keep the caller waiting for a writer.
+  // A pipe that has replaced the file must not keep the caller waiting for a writer.
   descriptor_ = uninterrupted(
       [&] { return ::open(file_.absolutePath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); });
   if (descriptor_ < 0) {
@@ -108,7 +108,7 @@ void SourceInput::throwIfReplaced() const {
   if (failure != 0 && !isGone) {
     throwUnreachable(file_.path, failure);
   }
-  // A file that ends before its size says so was cut where its times don't show it.
+  // A file that ends before its recorded size was cut in a way that its times don't show.
   if (isGone || !isSameVersion(now, opened_) || position_ < opened_.st_size) {
     throwChangedMeanwhile();
   }

@@ -9,18 +9,18 @@
 
 namespace kv::runtime {
 
-/// Reads a file from its first byte to its last, and notices if it is written meanwhile.
+/// Reads a file from its first byte to its last, and detects if it is written meanwhile.
 ///
-/// All that `read` gives was in the file while size and time, the inode and the time of its last
-/// change were what they were when it was opened. At the end of the file its path must still lead
-/// to it, so that a file that was replaced is noticed, too. A change of its rights or its links
-/// also counts: it can't be told from a write that restored size and time.
+/// All bytes that `read` returns were in the file while size, time, inode and status change time
+/// were as when it was opened. At the end, the path must still lead to the same file, so that a
+/// replaced file is detected, too. A change of its permissions or links also counts: it can't be
+/// distinguished from a write that restored size and time.
 ///
-/// Threads: belongs to one thread at a time.
+/// Threads: one at a time.
 class SourceInput {
  public:
-  /// Errors: "KALVEX:datastore:SourceChanged" when the file isn't as it was noted,
-  ///         "KALVEX:datastore:SourceGone" when a save noted it and it is gone,
+  /// Errors: "KALVEX:datastore:SourceChanged" if the file isn't as recorded,
+  ///         "KALVEX:datastore:SourceGone" if a save recorded it and it is gone,
   ///         "KALVEX:datastore:FileNotReadable".
   explicit SourceInput(SourceFile file);
   ~SourceInput();
@@ -31,8 +31,8 @@ class SourceInput {
 
   /// Reads the next `bytes` bytes to `to`.
   ///
-  /// Result: how many there were; fewer than `bytes` only at the end of the file.
-  /// Errors: "KALVEX:datastore:SourceChanged" when the file was written or replaced since
+  /// Result: the number of bytes read; fewer than `bytes` only at the end of the file.
+  /// Errors: "KALVEX:datastore:SourceChanged" if the file was written or replaced since
   ///         it was opened, "KALVEX:datastore:FileNotReadable".
   std::size_t read(char* to, std::size_t bytes);
 

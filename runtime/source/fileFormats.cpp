@@ -16,7 +16,7 @@ struct Magic {
   FileFormat format;
 };
 
-/// The longer of two that begin alike comes first.
+/// Of two with the same beginning, the longer one comes first.
 constexpr Magic kMagics[] = {
     {"\x1F\x8B"sv, {"compressed with gzip", "unpack it first (gunzip)"}},
     {"\x28\xB5\x2F\xFD"sv, {"compressed with zstd", "unpack it first (unzstd)"}},

@@ -5,15 +5,15 @@
 
 namespace kv::runtime {
 
-/// A form of data that isn't text in UTF-8, known by the first bytes of a file.
+/// A data format other than UTF-8 text, recognised by the first bytes of a file.
 struct FileFormat {
   const char* name;    ///< as in "it is ..."
   const char* advice;  ///< what to do about it
 };
 
-/// The form of a file that begins with `bytes`; null if it is none of those known here.
+/// The format of a file that begins with `bytes`; null if it isn't one of those known here.
 ///
-/// Requires: the file isn't text, which may well begin with `PAR1`.
+/// Requires: the file isn't text, because text may also begin with `PAR1`.
 const FileFormat* formatOf(std::string_view bytes);
 
 }  // namespace kv::runtime

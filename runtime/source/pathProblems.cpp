@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 std::string reasonOf(int error) { return std::generic_category().message(error); }
 
-/// What is wrong with a link, if it can't be followed.
+/// The fault of a link, if it can't be followed.
 std::optional<std::string> problemOfLink(const fs::path& link) {
   std::error_code failure;
   if (!fs::is_symlink(fs::symlink_status(link, failure))) {
@@ -38,7 +38,7 @@ std::optional<std::string> problemOfLink(const fs::path& link) {
   return fmt::format("the link '{}' leads to '{}': {}", link.string(), target, failure.message());
 }
 
-/// What is wrong with the first part of the path that can't be passed.
+/// The fault of the first part of the path that can't be passed.
 std::optional<std::string> problemOnTheWay(const std::string& path) {
   fs::path walked;
   for (const fs::path& part : fs::path(path)) {

@@ -49,7 +49,7 @@ TEST(CsvBlocks, GiveTheSameRecordsWhereverBlocksEnd) {
   const std::string text =
       "\xEF\xBB\xBF\r\n\"a\nb\",größe\r\n1,\"x\"\"y\"\r\n\r\n2,\"\r\n\"\"\r\n\"\r\n\"3\",東京\r\n"
       "4,\"\"\r\n5,last";
-  const SourceFile file = SourceFile::look(folder.write("a.csv", text));
+  const SourceFile file = SourceFile::stat(folder.write("a.csv", text));
   for (std::int64_t bytes = 3; bytes < 80; ++bytes) {
     SCOPED_TRACE(bytes);
     const FileContent content = readInBlocksOf(bytes, file);

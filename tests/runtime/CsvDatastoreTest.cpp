@@ -247,7 +247,7 @@ TEST_F(CsvDatastore, InfersATypeFromTheFirstBlockOrFileThatHasAValue) {
     files.clear();
     for (const std::string& text : each.files) {
       const std::string name = std::to_string(files.size()) + ".csv";
-      files.push_back(SourceFile::look(folder_.write(name, text)));
+      files.push_back(SourceFile::stat(folder_.write(name, text)));
     }
     schema = readCsvSchema(files, {}, each.inferenceBytes);
     EXPECT_EQ(schema[1], (ColumnInfo{"t", each.type, each.isUndecided})) << &each - cases;
@@ -345,7 +345,7 @@ TEST_F(CsvDatastore, NoticesAFileThatChangesWhileItIsRead) {
                 HasSubstr("changed while it was read (its contents, rights or links)"))
         << what;
   }
-  const SourceFile file = SourceFile::look(folder_.write("late.csv", "x\n"));
+  const SourceFile file = SourceFile::stat(folder_.write("late.csv", "x\n"));
   timespec now{};
   clock_gettime(CLOCK_REALTIME_COARSE, &now);
   const auto written = std::chrono::file_clock::to_sys(fs::last_write_time(file.path));
@@ -364,7 +364,7 @@ TEST_F(CsvDatastore, RefusesAFileThatIsWrittenWithoutPause) {
   });
   const errors::StepError error = stepErrorOf([&] {
     for (int look = 0; look < 100; ++look) {
-      SourceFile::look(path);  // the writer may be delayed
+      SourceFile::stat(path);  // the writer may be delayed
     }
   });
   EXPECT_EQ(error.id(), "KALVEX:datastore:FileNotReadable");

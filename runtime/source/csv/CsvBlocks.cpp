@@ -1,3 +1,8 @@
+// Reading is a loop of three steps: fill a buffer, check that the new bytes are text, let Arrow's
+// parser split complete records. What remains at the end of the buffer (part of a record, part of a
+// character) moves to its beginning. All faults of records are found here, while their text is
+// still at hand.
+
 #include "source/csv/CsvBlocks.h"
 
 #include <arrow/buffer.h>
@@ -22,7 +27,7 @@ namespace {
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::int32_t kAnyColumns = -1;
 
-/// What Arrow's parser reports of a row with too few or too many fields.
+/// Arrow's report of a row with too few or too many fields.
 struct RaggedRow {
   std::int64_t row = 0;
   std::int32_t found = 0;
@@ -110,7 +115,7 @@ std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxR
     ragged.raise(file(), offset_ + (ragged.record.data() - unread().data()));
   }
   throwIfOutOfMemory(status);
-  // Only for a header does the parser count it as an error that there is no whole record.
+  // Only for a header does the parser treat a missing complete record as an error.
   if (!status.ok() && columns == kAnyColumns) {
     return std::nullopt;
   }
@@ -142,7 +147,7 @@ void CsvBlocks::refill() {
   isAtEnd_ = got < blockBytes_;
   mayHoldRecords_ = true;
   checkText();
-  // A record without an end of line is whole at the end of the file: give it one.
+  // At the end of the file, a record without a line end is complete: add one.
   if (isAtEnd_ && end_ > 0) {
     buffer_[end_++] = '\n';
   }
@@ -177,7 +182,7 @@ void CsvBlocks::skipByteOrderMark() {
   }
 }
 
-/// So that what is left after the last record is empty, and a record's line is its own.
+/// Makes sure that nothing is left after the last record, and that a record's line is its own.
 void CsvBlocks::skipEmptyLines() {
   advance(std::min(unread().find_first_not_of("\r\n"), unread().size()));
 }

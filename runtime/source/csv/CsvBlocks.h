@@ -20,39 +20,39 @@ namespace kv::runtime {
 /// Bytes that are read from a CSV file at a time.
 inline constexpr std::int64_t kCsvBlockBytes = 1 << 20;
 
-/// Records of one block at most, so that the columns of narrow tables keep to the size of a chunk.
+/// Maximum number of records in a block, so that columns of narrow tables stay within a chunk.
 inline constexpr std::int32_t kCsvBlockRows = 32 * 1024;
 
-/// Bytes of one record at most; more than that is taken for a quote that was never closed.
+/// Maximum size of a record; a longer one is taken for a quote that was never closed.
 inline constexpr std::size_t kCsvRecordBytes = 16 << 20;
 
-/// Some whole records of a CSV file, parted into fields.
+/// Some complete records of a CSV file, split into fields.
 struct CsvBlock {
   std::unique_ptr<arrow::csv::BlockParser> fields;
   std::int64_t firstRow = 0;    ///< row of data of the first record, counted from 0
   std::int64_t byteOffset = 0;  ///< of `records` in the file
-  std::string_view records;     ///< lives until the next block is asked for
+  std::string_view records;     ///< valid until the next block is requested
 
   std::int64_t rows() const;
 };
 
 /// Reads a CSV file block by block on the calling thread, in bounded memory.
 ///
-/// Arrow's parser parts the fields; this class reads bytes, checks that they are text, and says
-/// what is wrong with records. It stands in the place of Arrow's reader of whole streams, which
-/// reads many blocks ahead on a thread of its own, and has let go of the text of a field by the
-/// time that its value is known to be wrong.
+/// Arrow's parser splits the fields; this class reads bytes, checks that they are text, and reports
+/// faults of records. It replaces Arrow's reader of whole streams, which reads many blocks ahead on
+/// a thread of its own and has already released the text of a field when its value turns out to be
+/// wrong.
 ///
 /// Invariants:
-/// 1. buffer_[begin_, end_) is what has been read and not handed out. It begins with a record or
-///    with empty lines, and stands at `offset_` in the file.
+/// 1. buffer_[begin_, end_) was read but not returned yet. It begins with a record or with empty
+///    lines, at position `offset_` of the file.
 /// 2. buffer_[begin_, checked_) is text; the rest, if any, is the beginning of one character.
 class CsvBlocks {
  public:
-  /// Opens the file, which must be as it was when `file` was noted.
+  /// Opens the file, which must be as recorded in `file`.
   ///
   /// Requires: blockBytes >= 3, room for a byte order mark.
-  /// Errors: as SourceInput.
+  /// Errors: as for SourceInput.
   explicit CsvBlocks(SourceFile file, std::int64_t blockBytes = kCsvBlockBytes);
   ~CsvBlocks();
   CsvBlocks(const CsvBlocks&) = delete;
@@ -60,14 +60,14 @@ class CsvBlocks {
 
   const SourceFile& file() const { return input_.file(); }
 
-  /// The names of the columns, from the first record of the file, made distinct (distinctNames()).
+  /// The names of the columns, from the first record of the file, made unique (distinctNames()).
   /// Called once, before `next`.
   ///
-  /// Errors: "KALVEX:datastore:EmptyFile" when there is no record,
-  ///         "KALVEX:datastore:OtherFormat" when the file isn't text at all, and as `next`.
+  /// Errors: "KALVEX:datastore:EmptyFile" if there is no record,
+  ///         "KALVEX:datastore:OtherFormat" if the file isn't text at all, and as for `next`.
   std::vector<std::string> readHeader();
 
-  /// The next records, at least one and at most kCsvBlockRows; nothing after the last.
+  /// The next records, at least one and at most kCsvBlockRows; empty after the last.
   ///
   /// Errors: "NotText", "RaggedRow", "UnterminatedQuote", "RecordTooLong",
   ///         "SourceChanged" or "FileNotReadable", each with "KALVEX:datastore:" before it.
@@ -94,12 +94,12 @@ class CsvBlocks {
   std::size_t checked_ = 0;      ///< bytes of the buffer known to be text
   std::int64_t offset_ = 0;      ///< of buffer_[begin_] in the file
   bool isAtEnd_ = false;         ///< the file has no more bytes
-  bool mayHoldRecords_ = false;  ///< the unread bytes may hold a whole record
+  bool mayHoldRecords_ = false;  ///< the unread bytes may contain a complete record
   std::int32_t columns_ = 0;
   std::int64_t nextRow_ = 0;
 };
 
-/// The line of the file in which byte `offset` stands, counted from 1: for messages.
+/// The line of the file that contains byte `offset`, counted from 1, for messages.
 ///
 /// Cost: reads the file up to there.
 std::int64_t lineOfOffset(const SourceFile& file, std::int64_t offset);

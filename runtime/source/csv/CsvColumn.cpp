@@ -1,3 +1,8 @@
+// Arrow's converters are fast but report neither which field failed nor why. So a block is
+// converted as a whole, and only if that fails, row by row, to find the field. Values that Arrow
+// would accept but this format doesn't, such as whole numbers beyond 2^53 in a double column, are
+// found by a second pass over the text.
+
 #include "source/csv/CsvColumn.h"
 
 #include <arrow/array/array_base.h>
@@ -21,7 +26,7 @@
 namespace kv::runtime {
 namespace {
 
-/// From here on neighbouring whole numbers share a double.
+/// From here on, neighbouring whole numbers share a double.
 constexpr double kFirstUnsafeWhole = 9007199254740992.0;
 constexpr std::string_view kLastSafeWhole = "9007199254740992";
 
@@ -52,7 +57,7 @@ std::shared_ptr<arrow::DataType> convertedType(ElementType type) {
   return type == ElementType::Logical ? arrow::boolean() : arrowTypeOf(type);
 }
 
-/// Writes NaN where the validity bitmap says that a value is missing.
+/// Writes NaN where the validity bitmap marks a missing value.
 template <class T>
 void fillMissing(const arrow::ArrayData& data) {
   const std::uint8_t* valid = data.buffers[0]->data();
@@ -64,7 +69,7 @@ void fillMissing(const arrow::ArrayData& data) {
   }
 }
 
-/// The floating column over the converter's own buffer, which nobody else holds yet.
+/// The floating column over the converter's own buffer, which nothing else refers to yet.
 Column floatingColumn(ElementType type, const arrow::ArrayData& data) {
   if (data.GetNullCount() > 0) {
     type == ElementType::Double ? fillMissing<double>(data) : fillMissing<float>(data);
@@ -106,7 +111,7 @@ bool mayHoldUnsafeWhole(std::span<const double> values) {
   return found;
 }
 
-/// True for the text of a whole number beyond 2^53: a sign or none, and digits.
+/// True for the text of a whole number beyond 2^53: an optional sign, and digits.
 bool isUnsafeWhole(std::string_view text) {
   const auto skip = [&text](std::string_view characters) {
     text.remove_prefix(std::min(text.find_first_not_of(characters), text.size()));

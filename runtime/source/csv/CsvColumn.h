@@ -14,7 +14,7 @@ class Converter;
 
 namespace kv::runtime {
 
-/// What may be wrong with a field of a CSV file.
+/// Possible faults of a field of a CSV file.
 enum class FieldFault {
   None,
   Unfit,     ///< isn't a value of its column's type
@@ -22,13 +22,13 @@ enum class FieldFault {
   TooLarge,  ///< is a whole number beyond 2^53, which a double can't hold exactly
 };
 
-/// A column made from the fields of a block, or what is wrong with one of them.
+/// A column made from the fields of a block, or the fault of one of them.
 struct ConvertedColumn {
-  std::optional<Column> column;  ///< empty exactly if there is a fault
+  std::optional<Column> column;  ///< empty if and only if there is a fault
   FieldFault fault = FieldFault::None;
 };
 
-/// Turns the text of one column of a CSV file into values, by Arrow's converter of the type.
+/// Converts the text of one column of a CSV file to values, with Arrow's converter for the type.
 ///
 /// Threads: one at a time.
 class CsvColumn {
@@ -39,7 +39,7 @@ class CsvColumn {
   std::int32_t index() const { return index_; }
   ElementType type() const { return type_; }
 
-  /// The values of the column in `block`. What is at fault is found by converting rows one by one.
+  /// The values of the column in `block`. A fault is found by converting rows one by one.
   ConvertedColumn convert(const arrow::csv::BlockParser& block) const;
 
   /// The text of the column in the last row of `block`, without quotes.

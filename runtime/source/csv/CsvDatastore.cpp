@@ -13,7 +13,7 @@
 namespace kv::runtime {
 namespace {
 
-/// A table that comes from a save has the fingerprint of the one that was saved.
+/// A table from a saved file has the fingerprint of the saved table.
 std::string fingerprintOf(const CsvDatastore::Table& table) {
   Fingerprint print;
   print.add("csv").add(static_cast<std::int64_t>(table.files.size()));
@@ -30,7 +30,7 @@ std::vector<SourceFile> lookAt(const std::vector<std::string>& paths) {
   std::vector<SourceFile> files;
   for (const std::string& path : paths) {
     for (const std::string& file : expandPath(path)) {
-      files.push_back(SourceFile::look(file));
+      files.push_back(SourceFile::stat(file));
     }
   }
   return files;

@@ -12,12 +12,13 @@
 
 namespace kv::runtime {
 
-/// CSV files that make one table, a partition a file; see openCsv() for format, types and errors.
+/// CSV files that form one table, one partition per file; see openCsv() for format, types and
+/// errors.
 class CsvDatastore final : public Datastore {
  public:
-  /// All that there is to know of the files without their rows.
+  /// Everything about the files except their rows.
   struct Table {
-    std::string name;  ///< as the user called them
+    std::string name;  ///< the user's name for them
     std::vector<SourceFile> files;
     Schema schema;
   };
@@ -25,8 +26,8 @@ class CsvDatastore final : public Datastore {
   /// Requires: `paths` isn't empty.
   CsvDatastore(const std::vector<std::string>& paths, const std::vector<TypeOverride>& types);
 
-  /// The table that was described so; opens nothing. Each file is held against its description when
-  /// it is read.
+  /// The table with this description; opens nothing. Each file is compared with its description
+  /// when it is read.
   ///
   /// Requires: at least one file; names of columns are distinct.
   explicit CsvDatastore(Table table);

@@ -25,7 +25,7 @@ struct FaultyField {
   std::string text;
 };
 
-/// Skips the empty lines in front of a record, so that its own line is the one that is told.
+/// Skips the empty lines before a record, so that the record's own line is reported.
 std::size_t emptyLines(std::string_view records) {
   return std::min(records.find_first_not_of("\r\n"), records.size());
 }
@@ -68,7 +68,7 @@ const char* idOf(FieldFault fault) {
   throw std::logic_error("A field without a fault has no error.");
 }
 
-/// Why the column has the type that doesn't hold the field, where that isn't plain.
+/// Why the column has the type that the field doesn't fit, if that isn't obvious.
 const char* originOf(const ColumnInfo& info) {
   return info.isUndecided
              ? " because its first values come after those from which types are inferred"

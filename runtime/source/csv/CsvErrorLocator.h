@@ -6,8 +6,8 @@
 
 namespace kv::runtime {
 
-/// Reads a block, one of whose fields can't be converted, again a record at a time, and says which
-/// field it is: this leaves the reading of good blocks fast.
+/// Reads a block in which a field can't be converted again, record by record, and reports the
+/// field. This keeps the reading of good blocks fast.
 ///
 /// Requires: converting `block` by `column`, which `info` describes, has a fault.
 /// Errors:   always "KALVEX:datastore:BadField", "KALVEX:datastore:MissingField" or

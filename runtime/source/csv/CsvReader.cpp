@@ -15,7 +15,7 @@ CsvReader::CsvReader(const SourceFile& file, std::int64_t partition, const Schem
       partition_(partition),
       names_(std::make_shared<const std::vector<std::string>>(columns)),
       cancellation_(cancellation) {
-  // Size and time may agree by chance; columns are used by place, so names have the last word.
+  // Size and time may agree by chance. Columns are read by position, so the names must match, too.
   if (blocks_.readHeader() != columnNames(schema)) file.throwChanged();
   for (const std::string& name : columns) {
     const std::size_t index = columnIndex(schema, name);

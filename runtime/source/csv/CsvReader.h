@@ -11,13 +11,13 @@
 
 namespace kv::runtime {
 
-/// Reads one CSV file as a partition: a chunk a block. Other columns than those asked for are
-/// parted into fields and not converted.
+/// Reads one CSV file as a partition, one chunk per block. Columns that aren't requested are split
+/// into fields but not converted.
 class CsvReader final : public ChunkReader {
  public:
   /// Requires: `columns` are in `schema`; `cancellation` outlives the reader.
-  /// Errors:   "KALVEX:datastore:SourceChanged" when `file` isn't as it was noted or
-  ///           has other columns than `schema`, "KALVEX:datastore:UnknownColumn"; as CsvBlocks.
+  /// Errors:   "KALVEX:datastore:SourceChanged" if `file` isn't as recorded or has other
+  ///           columns than `schema`, "KALVEX:datastore:UnknownColumn"; as for CsvBlocks.
   CsvReader(const SourceFile& file, std::int64_t partition, const Schema& schema,
             const std::vector<std::string>& columns, const CancellationToken& cancellation);
 
@@ -27,7 +27,7 @@ class CsvReader final : public ChunkReader {
   CsvBlocks blocks_;
   std::int64_t partition_;
   std::shared_ptr<const std::vector<std::string>> names_;
-  Schema infos_;  ///< of the columns asked for
+  Schema infos_;  ///< of the requested columns
   std::vector<CsvColumn> columns_;
   const CancellationToken& cancellation_;
 };

@@ -1,3 +1,7 @@
+// Types are decided once, from the first block or file that has a value in a column, and never
+// change while reading: a type that depended on later rows would need a second pass. What doesn't
+// fit is an error with advice.
+
 #include "source/csv/CsvSchema.h"
 
 #include <arrow/csv/parser.h>
@@ -15,7 +19,7 @@
 namespace kv::runtime {
 namespace {
 
-/// Bytes that are read at a time of a file of which only the header is needed.
+/// Bytes that are read at a time from a file of which only the header is needed.
 constexpr std::int64_t kHeaderBytes = 64 * 1024;
 
 using Names = std::vector<std::string>;
@@ -41,7 +45,7 @@ std::string firstDifference(const Names& names, const Names& expected) {
                      errors::shownText(*found), errors::shownText(*other));
 }
 
-/// Infers the type of one column from the first block that has a value in it.
+/// Infers the type of one column from the first block with a value in it.
 class ColumnInference {
  public:
   ColumnInference(std::size_t index, ColumnInfo& info)
@@ -49,14 +53,14 @@ class ColumnInference {
     info_->isUndecided = true;
   }
 
-  /// Result: false as long as there was no value.
+  /// Result: false while no value was found.
   bool decide(const CsvBlock& block) {
     const ConvertedColumn converted = numbers_.convert(*block.fields);
     if (converted.fault == FieldFault::None && isAllMissing(*converted.column)) {
       return false;
     }
     info_->isUndecided = false;
-    // A number that is too large is an error when it is read, and no text.
+    // A number that is too large is reported when it is read; it doesn't make the column text.
     info_->type = converted.fault == FieldFault::Unfit ? ElementType::String : ElementType::Double;
     return true;
   }
@@ -71,7 +75,7 @@ class ColumnInference {
   ColumnInfo* info_;
 };
 
-/// Reads no further than it must: most often the first block of the first file.
+/// Reads no more than it must, usually only the first block of the first file.
 void inferTypes(std::span<const SourceFile> files, std::vector<ColumnInference> columns,
                 std::int64_t inferenceBytes) {
   std::int64_t bytes = 0;

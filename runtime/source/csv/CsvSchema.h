@@ -10,20 +10,19 @@
 
 namespace kv::runtime {
 
-/// Bytes of records, all files together, in which a column without a value so far is looked for
-/// one: a second or two, since a file may be long and a column of it empty throughout.
+/// Maximum number of bytes, over all files, that are searched for a value of a column that had none
+/// so far: a second or two, since a file may be long and one of its columns empty throughout.
 inline constexpr std::int64_t kInferenceBytes = 256 << 20;
 
-/// The columns of CSV files that make one table: names from the header of the first, types from the
-/// fields except where `types` fix them (see openCsv()).
+/// The columns of CSV files that form one table: names from the header of the first file, types
+/// from the fields unless `types` sets them (see openCsv()).
 ///
 /// Result:   a column without a value in the first `inferenceBytes`, counted to the end of a block,
 ///           is undecided.
 /// Requires: at least one file.
-/// Errors: "KALVEX:datastore:DifferentColumns" when the header of a file has other
-/// columns
-///         than the first, or has them in another order; "KALVEX:datastore:UnknownColumn",
-///         "KALVEX:datastore:UnknownType"; and as CsvBlocks.
+/// Errors: "KALVEX:datastore:DifferentColumns" if the header of a file has other columns
+///         than the first, or in another order; "KALVEX:datastore:UnknownColumn",
+///         "KALVEX:datastore:UnknownType"; and as for CsvBlocks.
 Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
                      std::int64_t inferenceBytes = kInferenceBytes);
 
@@ -31,9 +30,9 @@ Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOv
 void requireSameColumns(const std::string& path, const std::vector<std::string>& names,
                         const std::string& first, const std::vector<std::string>& expected);
 
-/// The place in `schema` of the column called `name`.
+/// The position in `schema` of the column `name`.
 ///
-/// Errors: "KALVEX:datastore:UnknownColumn", with the columns there are.
+/// Errors: "KALVEX:datastore:UnknownColumn" with the existing columns.
 std::size_t columnIndex(const Schema& schema, const std::string& name);
 
 /// The names of the columns, in their order.

@@ -10,11 +10,11 @@ using enum ElementType;
 
 struct Wider {
   ElementType type;
-  std::vector<ElementType> types;  ///< that may take its place, smallest first
+  std::vector<ElementType> types;  ///< possible replacements, smallest first
 };
 
-/// A double isn't wider than a type of 64 bits, whose numbers it rounds, but holds fractions and
-/// missing values, which they don't.
+/// A double isn't wider than a 64-bit type, whose numbers it rounds, but it can represent fractions
+/// and missing values, which the 64-bit type can't.
 const std::vector<Wider>& widerTypes() {
   static const std::vector<Wider> table = {
       {Logical, {Int8, Int16, Int32, Int64, UInt64, Double}},

@@ -5,11 +5,11 @@
 
 namespace kv::runtime {
 
-/// The smallest type that holds what the type of `column` holds and all fields of it in `block`;
-/// string if no type of numbers does. A 64-bit type that can't be widened gives way to the other.
+/// The smallest type for all values of the type of `column` and for all its fields in `block`;
+/// string if no numeric type fits. A 64-bit type that can't be widened is replaced by the other.
 ///
 /// Requires: converting `block` by `column` has a fault.
-/// Cost:     a conversion of the column in `block` for each type that comes into question.
+/// Cost:     one conversion of the column in `block` per candidate type.
 ElementType typeThatHolds(const CsvBlock& block, const CsvColumn& column);
 
 }  // namespace kv::runtime

@@ -8,11 +8,11 @@
 namespace kv::runtime {
 namespace {
 
-/// Bytes looked at together, a constant so that the compiler makes vector code of the loop.
+/// Bytes that are checked together; a constant, so that the compiler vectorises the loop.
 constexpr std::size_t kBlockBytes = 256;
 
 bool isAsciiText(const char* bytes) {
-  std::uint8_t bad = 0;  // as wide as what is looked at: more of them fit in a vector
+  std::uint8_t bad = 0;  // no wider than the bytes, so that more of them fit in a vector
   for (std::size_t i = 0; i < kBlockBytes; ++i) {
     const bool isBad = static_cast<signed char>(bytes[i]) <= 0;
     bad = static_cast<std::uint8_t>(bad | static_cast<std::uint8_t>(isBad));
@@ -27,7 +27,7 @@ bool isText(std::string_view bytes) {
 
 bool continuesCharacter(char c) { return (static_cast<std::uint8_t>(c) & 0xC0U) == 0x80U; }
 
-/// Bytes of the character that begins with `lead`, by its high bits; 1 for what begins none.
+/// Length of the character that begins with `lead`, by its high bits; 1 for any other byte.
 std::size_t characterBytes(char lead) {
   const auto byte = static_cast<std::uint8_t>(lead);
   if (byte >= 0xF0) return 4;
@@ -35,7 +35,7 @@ std::size_t characterBytes(char lead) {
   return byte >= 0xC0 ? 2 : 1;
 }
 
-/// Where a character begins that the end of `bytes` cuts off; `bytes.size()` if none does.
+/// The start of a character that the end of `bytes` cuts off; `bytes.size()` if there is none.
 std::size_t beginOfCutCharacter(std::string_view bytes) {
   for (std::size_t back = 1; back <= std::min<std::size_t>(3, bytes.size()); ++back) {
     const std::size_t at = bytes.size() - back;

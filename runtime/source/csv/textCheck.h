@@ -5,12 +5,12 @@
 
 namespace kv::runtime {
 
-/// How many of the first bytes are text: whole characters of valid UTF-8, no NUL among them.
+/// The number of leading bytes that are text: complete characters of valid UTF-8 without NUL.
 ///
 /// Cost: ASCII at the speed of memory.
 std::size_t textLength(std::string_view bytes);
 
-/// True if `bytes` are the beginning of one UTF-8 character, and no more than that.
+/// True if `bytes` are a proper beginning of one UTF-8 character.
 bool isCutCharacter(std::string_view bytes);
 
 }  // namespace kv::runtime
