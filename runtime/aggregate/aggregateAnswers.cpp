@@ -1,3 +1,7 @@
+// Turns the merged contributions of all partitions into a result of one row. The sign of a zero and
+// the payload of a NaN are normalised here, because they are the only parts of a result that could
+// depend on the order in which values were reduced.
+
 #include <arrow/array/data.h>
 #include <arrow/type.h>
 #include <fmt/format.h>

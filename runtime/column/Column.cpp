@@ -1,3 +1,6 @@
+// The table of element types, and columns as handles to Arrow's arrays. Arrow has no logical type
+// of one byte per element, so logical columns are uint8 arrays there.
+
 #include "kv/runtime/Column.h"
 
 #include <arrow/array/array_base.h>

@@ -1,3 +1,7 @@
+// Arithmetic on one element, written so that the loops around it vectorise and no input can trap:
+// integers wrap instead of overflowing, and the two divisions that a processor refuses (by zero,
+// and of the smallest integer by -1) are handled explicitly.
+
 #include <cmath>
 #include <concepts>
 #include <type_traits>

@@ -1,3 +1,7 @@
+// Mathematical functions of one element. They are computed in single or double, as the type rules
+// decide; rounding functions, absolute values and signs also exist for integers and don't convert
+// them.
+
 #include <cmath>
 #include <concepts>
 #include <limits>
