@@ -1,8 +1,7 @@
 // The one decision of recording: an operation whose inputs are complete and partition independent
-// is evaluated at once if its class allows it, because then no later pass could make it cheaper.
-// All other operations are recorded. In both cases nothing is left half made: output slots are
-// freed if a call fails, and inputs are copied before user code runs, since that code may complete
-// promises.
+// is evaluated at once if its class allows it, since there is nothing to wait for. All other
+// operations are recorded. In both cases nothing is left half made: output slots are freed if a
+// call fails, and inputs are copied before user code runs, since that code may complete promises.
 
 #include "lazyeval/applyOperation.h"
 
