@@ -14,14 +14,12 @@ inline constexpr ErrorRow kFunctionRows[] = {
     {"KALVEX:function:OutOfRange", "function, constant, type",
      "{0}: the constant {1} doesn't fit the type {2}.", BaseType::Value},
     {"KALVEX:function:NegativePower", "function, exponent",
-     "{0}: an integer to the power of the negative integer {1} isn't an integer. Make one of them "
-     "a "
-     "double, as in x ^ {1}.0.",
+     "{0}: an integer to the power of the negative integer {1} isn't an integer. Make one of "
+     "them a double, as in x ^ {1}.0.",
      BaseType::Value},
     {"KALVEX:function:MissingChoice", "function, type",
-     "{0}: a column of type {1} can't hold a missing value among others. Multiply both sides by "
-     "1.0 "
-     "to choose doubles.",
+     "{0}: a column of type {1} can't hold a missing value among others. Multiply both sides "
+     "by 1.0 to choose doubles.",
      BaseType::Value},
     {"KALVEX:function:Overflow", "function, sum, type",
      "{0}: {1} doesn't fit the type {2}. Multiply the values by 1.0 to add them up as doubles.",
@@ -32,9 +30,8 @@ inline constexpr ErrorRow kFunctionRows[] = {
      "{0} is beyond 2^53, where a double skips whole numbers. The nearest double is {1}.",
      BaseType::Value},
     {"KALVEX:memory:TextTooLarge", "",
-     "The texts of one column are limited to 2 GiB in memory. Filter or reduce the column before "
-     "it "
-     "is gathered.",
+     "The texts of one column are limited to 2 GiB in memory. Filter or reduce the column "
+     "before it is gathered.",
      BaseType::Memory},
 };
 

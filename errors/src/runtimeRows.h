@@ -13,7 +13,7 @@ inline constexpr ErrorRow kRuntimeRows[] = {
     {"KALVEX:array:OperationArity", "operation, expected, actual", "{0} takes {1}, got {2}.",
      BaseType::Type},
     {"KALVEX:array:RowSubscript", "class",
-     "Only all rows of a column can be taken, by the subscript ':', got a {0}.", BaseType::Index},
+     "Only all rows of a column can be taken, with the subscript ':'; got a {0}.", BaseType::Index},
     {"KALVEX:array:OneVariable", "names",
      "The content of exactly one variable can be taken, got {0} names.", BaseType::Value},
     {"KALVEX:array:MaxNumSlices", "operation, rows",
@@ -36,9 +36,8 @@ inline constexpr ErrorRow kRuntimeRows[] = {
     {"KALVEX:array:UnknownColumn", "column, columns",
      "There is no column '{0:short}'. The columns are: {1}.", BaseType::Key},
     {"KALVEX:array:RowsDiffer", "origin, other origin, advice",
-     "The rows of {0} and of {1} are not the same. Both must be rows of one source, filtered in "
-     "the "
-     "same way{2}.",
+     "The rows of {0} and of {1} are not the same. Both must be rows of one source, filtered "
+     "in the same way{2}.",
      BaseType::Value},
     {"KALVEX:array:WrongRowCount", "operation, rows, returned",
      "{0} was given {1} rows and must return the same number, but returned {2}.", BaseType::Value},

@@ -55,10 +55,9 @@ inline constexpr ErrorRow kSourceRows[] = {
      "type {5} can't hold one{7}; give the column the type {6} to read it.",
      BaseType::Value, true},
     {"KALVEX:datastore:NumberTooLarge", "path, row, line, column, text, type, wider type, note",
-     "'{0}', row {1} (line {2}), column '{3:short}': the whole number \"{4}\" is beyond 2^53, up "
-     "to "
-     "which a column of type {5} holds each of them exactly{7}; give the column the type {6} to "
-     "read it.",
+     "'{0}', row {1} (line {2}), column '{3:short}': the whole number \"{4}\" is beyond 2^53, the "
+     "limit of exact whole numbers in type {5}, which the column has{7}; give the column the type "
+     "{6} to read it.",
      BaseType::Value, true},
 
     // Requests.
@@ -68,7 +67,7 @@ inline constexpr ErrorRow kSourceRows[] = {
      "There is no type '{1:short}', which column '{0:short}' should have. The types are: {2}.",
      BaseType::Value, true},
     {"KALVEX:datastore:BadTypeOverride", "text",
-     "The type of a column is given as NAME=TYPE, got '{0}'.", BaseType::Value, true},
+     "Expected the type of a column as NAME=TYPE, got '{0}'.", BaseType::Value, true},
     {"KALVEX:datastore:UnknownSource", "path, files",
      "The saved arrays don't read '{0:short}'. Files that they read: {1}.", BaseType::Key, true},
     {"KALVEX:datastore:SourceGivenTwice", "path, replacement, other replacement",
