@@ -30,7 +30,7 @@ PROGRAMS = {
     "save": ["host", "persistence", "runtime"],
     "persistence": ["runtime", "python"],
     "python": ["python"],
-    "tools": ["formula", "shell"],
+    "tools": ["formula", "shell", "python"],
 }
 # Programs that are a pytest run: the target to build, and the folder of the tests.
 PYTESTS = {
