@@ -21,26 +21,23 @@ PLUS = host.Function("kv.element.plus")
 SUM = host.Function("kv.aggregate.sum")
 
 
+def closure_of(array):
+    return array.get("ValueFuture").get("Promise").get("Closure")
+
+
 class Suspect:
     """A session with the parts of an array from a file loaded without trust."""
 
     def __init__(self, session, saved, own, calls):
         self.session, self.own, self.calls = session, own, calls
-        self.array = session.load_bytes(saved["map"])
-        self.total = session.load_bytes(saved["total"])
-        self.table = session.load_bytes(saved["table"])
-        self.flag = session.load_bytes(saved["flag"])
-        self.lab = session.load_bytes(saved["lab"])
-        self.factory = session.load_bytes(saved["factory"])
-        self.builder = session.load_bytes(saved["builder"])
+        for name, value in saved.items():
+            setattr(self, name, session.load_bytes(value))
         self.future = self.array.get("ValueFuture")
-        self.closure = self.future.get("Promise").get("Closure")
+        self.closure = closure_of(self.array)
         self.operation = self.closure.get("Operation")
         self.function = self.operation.get("FunctionHandle")
         self.handle = self.function.get("Handle")
-        self.datastore = (
-            self.table.get("ValueFuture").get("Promise").get("Closure").get("Operation")
-        ).get("Datastore")
+        self.datastore = closure_of(self.table).get("Operation").get("Datastore")
         self.executor = self.array.get("Executor")
 
     def call(self, name, *args, **kwargs):
@@ -80,6 +77,12 @@ def user_executor(s):
         s.call(EXECUTOR + "PartitionedArrayExecutor.setOverride", np.zeros((0, 0)))
 
 
+def own_operation_in_the_closure(s):
+    operation = closure_of(s.own.table).get("Operation")
+    closure_of(s.table).set("Operation", operation, as_class=LAZY + "Closure")
+    s.gathered("subsrefTabularVar", ":", "x", True, s.table)
+
+
 def new_task(s):
     operation = s.session.new("lab.Operation")
     operation.set("factory", s.factory)
@@ -99,6 +102,7 @@ paths = {
     "execute a graph, by a new executor": lambda s: s.session.new(
         EXECUTOR + "SerialExecutor"
     ).invoke("execute", s.task_graph(), s.promises()),
+    "execute a graph of the file": lambda s: s.executor.invoke("execute", s.graph, s.promises()),
     "elementfun": lambda s: s.gathered("elementfun", PLUS, s.array, 1.0),
     "logicalElementfun": lambda s: s.gathered("logicalElementfun", PLUS, s.array, 1.0),
     "slicefun": lambda s: s.gathered("slicefun", PLUS, s.array, 1.0),
@@ -131,12 +135,14 @@ paths = {
         "feval", 1.0
     ),
     "FunctionHandle.feval": lambda s: s.function.invoke("feval", 1.0),
+    "FunctionHandle.feval of an object": lambda s: s.callable.invoke("feval", 1.0),
     "FunctionHandle.copy": lambda s: s.function.invoke("copy").invoke("feval", 1.0),
     "FunctionHandle.copyWithNewHandle": lambda s: s.function.invoke(
         "copyWithNewHandle", s.handle
     ).invoke("feval", 1.0),
     "copy of the operation": lambda s: s.call("copy", s.operation).invoke("directEvaluate", 1.0),
     "directEvaluate": lambda s: s.operation.invoke("directEvaluate", 1.0),
+    "directEvaluate with a random stream": lambda s: s.random.invoke("directEvaluate", 1.0),
     "directEvaluateImpl": lambda s: s.lab.invoke(
         "directEvaluateImpl", 1.0, as_class=LAZY + "Operation"
     ),
@@ -170,6 +176,7 @@ paths = {
             s.own.x.get("Executor"),
         )
     ),
+    "the closure with an operation of one's own": own_operation_in_the_closure,
     "the source": lambda s: s.gathered("createFromDatastoreBuiltin", s.datastore),
     "a copy of the source": lambda s: s.datastore.invoke("copy"),
     "a new read of the source": lambda s: s.gathered(
@@ -189,7 +196,8 @@ def suspect(tmp_path):
 
     def define(session):
         session.define_function("lab.count", count_calls)
-        session.define_class("lab.Factory", superclasses=[FACTORY], methods={"feval": count_calls})
+        methods = {"feval": count_calls, "getRandStreamForPartition": count_calls}
+        session.define_class("lab.Factory", superclasses=[FACTORY], methods=methods)
         session.define_class(
             "lab.Operation",
             superclasses=[LAZY + "Operation"],
@@ -199,6 +207,7 @@ def suspect(tmp_path):
                     TASK, dependencies, obj.get("factory"), np.zeros((0, 0)), 1.0
                 ),
                 "directEvaluateImpl": count_calls,
+                "feval": count_calls,
             },
             constructor=lambda obj: obj.super_init(LAZY + "Operation", 1.0, 1.0),
         )
@@ -210,14 +219,19 @@ def suspect(tmp_path):
         recorder = Recorder(first, gone)
         mapped = recorder.map(host.Function("lab.count"), recorder.x)
         flag = recorder.map(host.Function("kv.element.gt"), recorder.sum(recorder.x), 0.0)
+        streams = ("RequiresRandState", True, "RandStreamFactory", first.new("lab.Factory"))
+        random = (first.new(OPTIONS, *streams), first.new(FUNCTION, PLUS), 1.0, 1.0)
         values = {
-            "map": mapped,
+            "array": mapped,
             "total": recorder.sum(mapped),
             "table": recorder.table,
             "flag": flag,
             "lab": first.new("lab.Operation"),
             "factory": first.new("lab.Factory"),
             "builder": first.new(BUILDER, 1.0),
+            "callable": first.new(FUNCTION, first.new("lab.Operation")),
+            "random": first.new(LAZY + "SlicewiseOperation", *random),
+            "graph": first.new(LAZY + "LazyTaskGraph", host.ObjectArray(LAZY + "Closure", [])),
         }
         saved = {name: first.save_bytes(value) for name, value in values.items()}
     gone.unlink()

@@ -73,7 +73,7 @@ def test_nested_cells_stay_nested(echo):
 @pytest.mark.parametrize(
     "layout",
     [lambda a: a, np.asfortranarray, lambda a: a.T, lambda a: a[::2, ::-1], lambda a: a[:, :1],
-     lambda a: a.astype(a.dtype.newbyteorder(">")), lambda a: a[:0]],
+     lambda a: np.asfortranarray(a, a.dtype.newbyteorder(">")), lambda a: a[:0]],
     ids=["rows", "columns", "transposed", "strided", "column", "foreign", "empty"],
 )  # fmt: skip
 def test_arrays_keep_type_shape_and_elements(echo, name, layout):

@@ -359,8 +359,8 @@ def test_integers_are_exact(run: Run, expression: str, value) -> None:
 
 
 def test_the_extremes_of_no_rows_are_null_and_so_is_what_is_computed_from_them(run: Run) -> None:
-    (run.folder / "types.csv").write_text("n,l\n100,true\n")
-    questions = ["min(l)", "!min(l)", "min(l) & true", "max(n) + 1", "max(n) == 0"]
+    (run.folder / "types.csv").write_text("n,l,t\n100,true,a\n")
+    questions = ["min(l)", "!min(l)", "min(l) & true", "max(n) + 1", "max(n) == 0", "max(t)"]
     answer = run.query(
         "types.csv", *questions, "--where", "n > 101", "--type", "n=int8", "--type", "l=logical"
     )
@@ -451,6 +451,23 @@ def test_an_interrupt_ends_with_130_and_one_line(run: Run) -> None:
     process.send_signal(signal.SIGINT)
     out, err = process.communicate(timeout=60)
     assert (process.returncode, out, err) == (130, "", "kvbig: interrupted\n")
+
+
+def test_an_interrupt_before_the_evaluation_counts(run: Run) -> None:
+    words = ["query", "small.csv", "sum(x" + "+x" * 3_000 + ")"]
+    process = subprocess.Popen(
+        [run.tool, *words],
+        cwd=run.folder,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        text=True,
+    )
+    caught = 0
+    while not caught >> (signal.SIGINT - 1) & 1:
+        status = Path(f"/proc/{process.pid}/status").read_text()
+        caught = int(status.split("SigCgt:")[1].split()[0], 16)
+    process.send_signal(signal.SIGINT)
+    assert process.communicate(timeout=60) == ("", "kvbig: interrupted\n")
 
 
 def test_explain_prints_the_plan_of_the_query(run: Run) -> None:
