@@ -29,8 +29,17 @@ class Floor:
 
 
 # The rooms of the runtime, in the order in which data flows through them: a room sees those before it.
-HOST_FREE_ROOMS = ("column", "random", "kernel", "aggregate", "source")
-HOST_ROOMS = ("values", "engine", "plan", "driver", "persistence", "classes")
+HOST_FREE_ROOMS = (
+    "column",
+    "random",
+    "kernel",
+    "aggregate",
+    "source",
+    "operator",
+    "engine",
+    "executor",
+)
+HOST_ROOMS = ("values", "plan", "driver", "persistence", "classes")
 
 
 def rooms_of_runtime() -> dict[str, Floor]:

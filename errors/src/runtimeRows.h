@@ -46,6 +46,12 @@ inline constexpr ErrorRow kRuntimeRows[] = {
     {"KALVEX:array:ChunkTypes", "operation, type, rows, other type, other rows",
      "{0} must return one type for all rows, but returned {1} for {2} and {3} for {4}.",
      BaseType::Type},
+    {"KALVEX:array:PartialTypes", "operation, type, other type",
+     "The functions of {0} must return one type in all calls, but returned {1} and {2}.",
+     BaseType::Type},
+    {"KALVEX:executor:BadBytes", "what",
+     "These bytes aren't {0} of this release: they are damaged, or another release wrote them.",
+     BaseType::Value},
     {"KALVEX:array:FunctionFailed", "operation, text", "{0} failed: {1}"},
     {"KALVEX:array:Unexpected", "operation, text",
      "{0} failed in a way that kvbigdata doesn't expect. This is a fault of kvbigdata, not of your "

@@ -4,7 +4,6 @@
 #include <string>
 #include <utility>
 
-#include "aggregate/FixedTree.h"
 #include "aggregate/accumulators.h"
 #include "column/elementTypes.h"
 #include "kv/errors/StepError.h"
@@ -28,15 +27,6 @@ constexpr AggregateFunction kAggregateFunctions[] = {
     {"all", All, "true if all values are true"},
 };
 
-std::string nameOf(AggregateKind kind) {
-  return std::string(std::ranges::find(kAggregateFunctions, kind, &AggregateFunction::kind)->name);
-}
-
-[[noreturn]] void throwMixedTypes(AggregateKind kind, ElementType a, ElementType b) {
-  const std::string types = fmt::format("{} and {}", elementTypeName(a), elementTypeName(b));
-  errors::raiseStep("KALVEX:function:BadTypes", {nameOf(kind), types});
-}
-
 bool isDefined(AggregateKind kind, ElementType input) {
   if (kind == Any || kind == All) {
     return input == ElementType::Logical;
@@ -44,24 +34,16 @@ bool isDefined(AggregateKind kind, ElementType input) {
   return input != ElementType::String || kind == Min || kind == Max || kind == Count;
 }
 
-void checkPartial(AggregateKind kind, const AggregatePartial& first,
-                  const AggregatePartial& partial) {
-  if (partial.kind == kind && partial.rule == first.rule) {
-    return;
-  }
-  errors::raiseStep("KALVEX:function:BadPartial",
-                    {fmt::format("{} expected states of its own kind and rule, got one of {}",
-                                 nameOf(kind), nameOf(partial.kind))});
+}  // namespace
+
+std::string nameOf(AggregateKind kind) {
+  return std::string(std::ranges::find(kAggregateFunctions, kind, &AggregateFunction::kind)->name);
 }
 
-/// A leaf of the tree over partitions.
-struct PartialNode {
-  AggregatePartial partial;
-
-  void merge(const PartialNode& later) { mergePartial(partial, later.partial); }
-};
-
-}  // namespace
+void throwMixedTypes(AggregateKind kind, ElementType a, ElementType b) {
+  const std::string types = fmt::format("{} and {}", elementTypeName(a), elementTypeName(b));
+  errors::raiseStep("KALVEX:function:BadTypes", {nameOf(kind), types});
+}
 
 std::span<const AggregateFunction> aggregateFunctions() { return kAggregateFunctions; }
 
@@ -132,26 +114,6 @@ AggregatePartial AggregateState::finish() {
   accumulator_.reset();
   partial_.hasMissing = partial_.hasMissing || hasMissingColumn_;
   return std::move(partial_);
-}
-
-Column combinePartials(AggregateKind kind, std::span<const AggregatePartial> partials) {
-  FixedTree<PartialNode> tree;
-  AggregatePartial none;
-  none.kind = kind;
-  std::optional<ElementType> type;
-  for (std::size_t i = 0; i < partials.size(); ++i) {
-    checkPartial(kind, partials.front(), partials[i]);
-    if (!partials[i].type) {
-      continue;
-    }
-    if (type && type != partials[i].type) {
-      throwMixedTypes(kind, *type, *partials[i].type);
-    }
-    type = partials[i].type;
-    tree.push(static_cast<std::int64_t>(i), {partials[i]});
-  }
-  const auto total = tree.finish();
-  return answerOf(total ? total->partial : none);
 }
 
 }  // namespace kv::runtime

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "kv/runtime/Aggregates.h"
 
@@ -22,6 +23,11 @@ class AggregateState::Accumulator {
 /// Errors: those of `aggregateType`.
 std::unique_ptr<AggregateState::Accumulator> makeAccumulator(AggregateKind kind, MissingRule rule,
                                                              ElementType type);
+
+std::string nameOf(AggregateKind kind);
+
+/// Errors: "KALVEX:function:BadTypes" with the aggregate and both types.
+[[noreturn]] void throwMixedTypes(AggregateKind kind, ElementType a, ElementType b);
 
 /// Merges the contribution of a later partition into an earlier one of the same kind, rule and
 /// type.

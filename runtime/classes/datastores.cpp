@@ -8,6 +8,7 @@
 #include "kv/runtime/csv.h"
 #include "persistence/MovedTables.h"
 #include "persistence/csvDescription.h"
+#include "plan/failures.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {

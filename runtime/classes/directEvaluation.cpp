@@ -12,11 +12,13 @@
 #include "classes/operationTable.h"
 #include "classes/sessionValues.h"
 #include "driver/Evaluation.h"
-#include "engine/failures.h"
 #include "kv/host/errors.h"
 #include "kv/host/methodWrappers.h"
+#include "plan/builtInFunctions.h"
+#include "plan/failures.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
+#include "values/placesValues.h"
 
 // By the core's rule an elementwise operation whose inputs are there is evaluated at once, and its
 // result is the value of a new promise. The core gives the operation values alone, so the call that
@@ -106,7 +108,7 @@ void evaluateRows(const Call& call, DirectCall& direct) {
   const int wanted = std::max(call.nlhs, 1);
   for (std::size_t i = 0; i < outputs.size() && static_cast<int>(i) < wanted; ++i) {
     call.out(static_cast<int>(i), matrix::sharedCopy(outputs[i].value.get()));
-    direct.metadata.push_back(outputs[i].places ? outputs[i].places->toMetadata() : nullptr);
+    direct.metadata.push_back(outputs[i].places ? toMetadata(*outputs[i].places) : nullptr);
   }
 }
 

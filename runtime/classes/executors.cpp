@@ -13,6 +13,7 @@
 #include "persistence/trust.h"
 #include "plan/ClosureTasks.h"
 #include "plan/Plan.h"
+#include "plan/failures.h"
 #include "plan/missingColumns.h"
 #include "values/hostNames.h"
 

@@ -9,6 +9,7 @@
 #include "kv/runtime/ElementFunctions.h"
 #include "kv/runtime/functionNames.h"
 #include "kv/runtime/runtime.h"
+#include "plan/failures.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
 

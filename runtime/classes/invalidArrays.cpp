@@ -5,9 +5,9 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/sessionValues.h"
-#include "engine/failures.h"
 #include "kv/host/errors.h"
 #include "plan/ClosureTasks.h"
+#include "plan/failures.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -39,7 +39,7 @@ void refuseToRun(const Call& call) {
   try {
     host::raise("KALVEX:bigdata:array:InvalidTallVersion", {host::toText(saved.get())});
   } catch (...) {
-    const OpSpec spec{.kind = OpKind::Recorded, .label = "an array of another release"};
+    const OpSpec spec{.label = "an array of another release"};
     raiseStepFailure(failureOf(std::current_exception()), spec, loadedStack(call.in(1)).get());
   }
 }

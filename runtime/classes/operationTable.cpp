@@ -9,7 +9,9 @@
 
 #include "classes/DatastoreValue.h"
 #include "classes/definitionHelpers.h"
+#include "driver/wholeRuns.h"
 #include "kv/host/errors.h"
+#include "plan/builtInFunctions.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -23,14 +25,15 @@ constexpr std::size_t kMaxCount = 1 << 20;
 
 void describeRead(const kxArray* operation, OpSpec& spec) {
   const Value datastore = host::getProperty(operation, "Datastore");
-  spec.kind = OpKind::Read;
-  spec.source = datastoreOf(datastore.get());
+  const std::shared_ptr<const Datastore> source = datastoreOf(datastore.get());
+  spec.op = makeRead(source);
   spec.isTrusted = host::isTrusted(datastore.get());
-  spec.label = "read " + spec.source->displayName();
+  spec.label = "read " + source->displayName();
 }
 
 void describeFilter(const kxArray* /*operation*/, OpSpec& spec) {
-  spec.kind = OpKind::Filter;
+  spec.op = makeFilter();
+  spec.runWhole = runOperatorOnce;
   spec.label = "filter";
 }
 
@@ -46,50 +49,62 @@ void checkVariable(const Call& call) {
 }
 
 void describeVariable(const kxArray* operation, OpSpec& spec) {
-  spec.kind = OpKind::Variable;
-  spec.variables = host::toTexts(host::getProperty(operation, "Variables").get());
-  spec.content = host::toLogical(host::getProperty(operation, "Content").get());
-  spec.label = fmt::format("column {}", fmt::join(spec.variables, ", "));
+  const std::vector<std::string> names =
+      host::toTexts(host::getProperty(operation, "Variables").get());
+  spec.op = makeVariable(names, host::toLogical(host::getProperty(operation, "Content").get()));
+  spec.runWhole = runOperatorOnce;
+  spec.label = fmt::format("column {}", fmt::join(names, ", "));
 }
 
-void describeFunction(const kxArray* operation, OpSpec& spec, OpKind kind) {
+/// The function_handle of an operation's function.
+Value describeFunction(const kxArray* operation, OpSpec& spec) {
   const Value function = host::getProperty(operation, "FunctionHandle");
-  const Value handle = host::getProperty(function.get(), "Handle");
-  spec.kind = kind;
+  Value handle = host::getProperty(function.get(), "Handle");
   spec.isTrusted = host::isTrusted(function.get()) && host::isTrusted(handle.get());
-  spec.function = builtInFunction(handle.get());
   spec.label = functionLabel(handle.get());
+  return handle;
+}
+
+/// A function of matching rows. One that is built in has one output; the call of the function
+/// refuses more.
+void describeRows(const kxArray* operation, OpSpec& spec, bool givesLogical, bool spreads) {
+  const Value handle = describeFunction(operation, spec);
+  const ElementFunction* function = builtInFunction(handle.get()).element;
+  spec.callsUser = function == nullptr || spec.numOutputs != 1;
+  spec.op = spec.callsUser ? makeCallable(givesLogical, spreads)
+                           : makeElementwise(*function, givesLogical, spreads);
+  spec.runWhole = givesLogical ? callOnRowsForLogical : callOnRows;
 }
 
 void describeLogicalElementwise(const kxArray* operation, OpSpec& spec) {
-  describeElementwise(operation, spec);
-  spec.givesLogical = true;
+  describeRows(operation, spec, true, true);
 }
 
 /// A reduction is built in if both of its functions are the same one of the runtime's, of one input
 /// and one output. Any other calls both functions as they are.
 void describeAggregate(const kxArray* operation, OpSpec& spec) {
-  describeFunction(operation, spec, OpKind::Aggregate);
+  const Value handle = describeFunction(operation, spec);
   const Value reduce = host::getProperty(operation, "ReduceHandle");
-  const Value handle = host::getProperty(reduce.get(), "Handle");
-  spec.isTrusted = spec.isTrusted && host::isTrusted(reduce.get()) && host::isTrusted(handle.get());
-  const OpFunction reducer = builtInFunction(handle.get());
-  const bool isOneFunction = spec.function.aggregate == reducer.aggregate &&
-                             spec.function.missing == reducer.missing && spec.numInputs == 1 &&
-                             spec.numOutputs == 1;
-  spec.function.element = nullptr;
-  if (!isOneFunction) {
-    spec.function = {};
-  }
+  const Value reduceHandle = host::getProperty(reduce.get(), "Handle");
+  spec.isTrusted =
+      spec.isTrusted && host::isTrusted(reduce.get()) && host::isTrusted(reduceHandle.get());
+  const BuiltInFunction function = builtInFunction(handle.get());
+  spec.callsUser = function.aggregate == nullptr ||
+                   function != builtInFunction(reduceHandle.get()) || spec.numInputs != 1 ||
+                   spec.numOutputs != 1;
+  spec.op = spec.callsUser ? makeReduction() : makeAggregate(*function.aggregate, function.missing);
+  spec.runWhole = spec.callsUser ? callAndReduce : callOnRows;
 }
 
 void describeClient(const kxArray* operation, OpSpec& spec) {
-  describeFunction(operation, spec, OpKind::Client);
-  spec.function = {};
+  describeFunction(operation, spec);
+  spec.callsUser = true;
 }
 
 void describeChoice(const kxArray* /*operation*/, OpSpec& spec) {
-  spec.kind = OpKind::Choose;
+  spec.isChoice = true;
+  spec.op = makeSpread();
+  spec.runWhole = passOn;
   spec.label = "choose by a condition";
 }
 
@@ -98,13 +113,14 @@ void makeCacheKey(const Call& call) {
 }
 
 void describeCache(const kxArray* /*operation*/, OpSpec& spec) {
-  spec.kind = OpKind::Pass;
+  spec.op = makePass();
+  spec.runWhole = passOn;
   spec.label = "keep for reuse";
 }
 
 /// Recorded and planned, but not run.
 void describeRecorded(const kxArray* operation, OpSpec& spec) {
-  spec.kind = OpKind::Recorded;
+  spec.isRunnable = false;
   spec.label = kxGetClassName(operation);
 }
 
@@ -238,16 +254,12 @@ host::MethodDefinition constructorOf(const OperationClass& row) {
 }  // namespace
 
 void describeElementwise(const kxArray* operation, OpSpec& spec) {
-  describeFunction(operation, spec, OpKind::Elementwise);
-  spec.function.aggregate = nullptr;
-  if (spec.numOutputs != 1) {  // the call of the function refuses them
-    spec.function.element = nullptr;
-  }
+  describeRows(operation, spec, false, true);
 }
 
 void describeSlicewise(const kxArray* operation, OpSpec& spec) {
-  describeElementwise(operation, spec);
-  spec.spreads = host::toLogical(host::getProperty(operation, "AllowTallDimExpansion").get());
+  describeRows(operation, spec, false,
+               host::toLogical(host::getProperty(operation, "AllowTallDimExpansion").get()));
 }
 
 std::size_t countOf(const kxArray* operation, kcos::NameRef property) {

@@ -6,13 +6,14 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/OpSpec.h"
 #include "kv/host/definitions.h"
 #include "kv/host/values.h"
+#include "plan/OpSpec.h"
 
 namespace kv::runtime {
 
-/// Fills what a class decides of an operation: kind, label and what belongs to the kind.
+/// Fills in what a class decides about an operation: its operator, how it runs on whole values, and
+/// its label.
 using DescribeOperation = void (*)(const kxArray* operation, OpSpec& spec);
 
 /// How many outputs an operation has.

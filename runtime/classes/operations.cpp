@@ -21,8 +21,6 @@ namespace {
 using host::Call;
 using host::Value;
 
-bool endsPass(OpKind kind) { return kind == OpKind::Aggregate || kind == OpKind::Client; }
-
 bool allTrue(const kxArray* logicals) {
   if (kxGetClassID(logicals) != kxLOGICAL_CLASS) {
     host::raise("KALVEX:validateattributes:invalidType",
@@ -67,7 +65,7 @@ void createTasks(const Call& call, FunctionSlots slots, DescribeOperation descri
   spec->origin = originOf(stack.get());
   describe(operation, *spec);
   const Value factory = makeFactory(operation, slots, spec, stack.get());
-  const bool isBroadcast = endsPass(spec->kind) || allTrue(call.in(2));
+  const bool isBroadcast = spec->endsRows() || spec->isClientOnly() || allTrue(call.in(2));
   const Value strategy = isBroadcast ? host::call(kBroadcastStrategy) : host::makeEmptyDouble();
   const Value numOutputs = host::makeDouble(static_cast<double>(spec->numOutputs));
   call.out(

@@ -8,6 +8,7 @@
 #include "classes/definitionHelpers.h"
 #include "driver/StageValue.h"
 #include "kv/host/errors.h"
+#include "plan/OpSpec.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -77,46 +78,75 @@ std::vector<std::size_t> inputsFirst(const BuilderGraph& graph) {
   return order;
 }
 
-std::shared_ptr<const OpSpec> specOf(const kxArray* builder) {
-  if (host::toLogical(host::getProperty(builder, "IsGlobalInput").get())) {
-    auto spec = std::make_shared<OpSpec>();
-    spec->kind = OpKind::Input;
-    spec->label = "input";
-    spec->index =
-        static_cast<std::size_t>(kxGetScalar(host::getProperty(builder, "InputOrdinal").get()));
-    return spec;
-  }
-  const Value factory = host::getProperty(builder, "DataProcessorFactory");
-  return host::nativeValue<OpSpecValue>(factory.get(), kSpecFactory).spec;
-}
-
 /// The stage of a graph, and the factories of its steps.
 struct Lowered {
   Stage stage;
   std::vector<Value> factories;
 };
 
-Lowered lower(const BuilderGraph& graph) {
-  const std::vector<std::size_t> order = inputsFirst(graph);
-  std::vector<std::size_t> stepOf(graph.builders.size());
-  std::vector<StageStep> steps;
-  std::vector<Value> factories;
-  for (const std::size_t builder : order) {
-    stepOf[builder] = steps.size();
-    StageStep step{specOf(graph.builders[builder].get()), {}};
-    for (const std::size_t input : graph.inputs[builder]) {
-      step.inputs.push_back(stepOf[input]);
+/// Makes steps of builders. A global input becomes an input of the stage, and a builder that
+/// selects an output becomes a link to it; the inputs of the root are what the stage gives.
+class Lowering {
+ public:
+  explicit Lowering(const BuilderGraph& graph) : graph_(graph), linkOf_(graph.builders.size()) {}
+
+  Lowered lower() {
+    for (const std::size_t builder : inputsFirst(graph_)) {
+      if (builder != kRoot) {
+        lower(builder);
+      }
     }
-    steps.push_back(std::move(step));
-    factories.push_back(host::getProperty(graph.builders[builder].get(), "DataProcessorFactory"));
+    std::vector<std::size_t> outputs;
+    for (const StepLink& link : inputsOf(kRoot)) {
+      outputs.push_back(link.index);
+    }
+    return {Stage(std::move(steps_), std::move(outputs)), std::move(factories_)};
   }
-  return {Stage(std::move(steps)), std::move(factories)};
-}
+
+ private:
+  static constexpr std::size_t kRoot = 0;
+
+  void lower(std::size_t builder) {
+    const kxArray* object = graph_.builders[builder].get();
+    if (host::toLogical(host::getProperty(object, "IsGlobalInput").get())) {
+      const double ordinal = kxGetScalar(host::getProperty(object, "InputOrdinal").get());
+      linkOf_[builder] = {.isStageInput = true, .index = static_cast<std::size_t>(ordinal) - 1};
+      return;
+    }
+    Value factory = host::getProperty(object, "DataProcessorFactory");
+    const OpSpec& spec = *host::nativeValue<OpSpecValue>(factory.get(), kSpecFactory).spec;
+    if (spec.selects) {
+      linkOf_[builder] = inputsOf(builder).at(0);
+      linkOf_[builder].output = *spec.selects;
+      return;
+    }
+    if (spec.op == nullptr) {
+      host::raise("KALVEX:array:NotRunnable", {spec.label});
+    }
+    linkOf_[builder] = {.index = steps_.size()};
+    steps_.push_back({spec.op, inputsOf(builder), spec.numOutputs, spec.label, spec.origin});
+    factories_.push_back(std::move(factory));
+  }
+
+  std::vector<StepLink> inputsOf(std::size_t builder) const {
+    std::vector<StepLink> links;
+    for (const std::size_t input : graph_.inputs[builder]) {
+      links.push_back(linkOf_[input]);
+    }
+    return links;
+  }
+
+  const BuilderGraph& graph_;
+  std::vector<StepLink> linkOf_;  ///< what each builder's result is
+  std::vector<Step> steps_;
+  std::vector<Value> factories_;
+};
 
 /// buildUnderlyingProcessor(builder): the stage, made from all builders that it needs.
 void buildUnderlyingProcessor(const Call& call) {
   const Value builders = host::call("findAllBuilders", {call.in(0)});
-  Lowered lowered = lower(readGraph(builders.get()));
+  const BuilderGraph graph = readGraph(builders.get());
+  Lowered lowered = Lowering(graph).lower();
   Value composite = host::call(kCompositeGraph, {});
   host::setSlot(composite.get(), "Factories", host::makeCell(std::move(lowered.factories)));
   host::setNativeValue(composite.get(), std::make_unique<StageValue>(std::move(lowered.stage)));

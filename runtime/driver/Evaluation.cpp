@@ -1,19 +1,25 @@
 #include "driver/Evaluation.h"
 
-#include <algorithm>
+#include <arrow/memory_pool.h>
+
 #include <chrono>
+#include <cstdlib>
+#include <iterator>
+#include <numeric>
 #include <optional>
-#include <string>
+#include <string_view>
 #include <utility>
 
 #include "driver/SessionFunctions.h"
-#include "driver/clientTasks.h"
 #include "driver/peakMemory.h"
+#include "driver/wholeRuns.h"
 #include "engine/Unit.h"
-#include "engine/chunkSteps.h"
-#include "engine/failures.h"
+#include "executor/SerialUnits.h"
 #include "kv/host/errors.h"
+#include "plan/condition.h"
+#include "plan/failures.h"
 #include "values/columnValues.h"
+#include "values/placesValues.h"
 
 namespace kv::runtime {
 namespace {
@@ -24,81 +30,46 @@ using host::Value;
 [[noreturn]] void raiseStageFailure(const AssembledStage& assembled,
                                     const errors::FailureRecord& failure) {
   const Value stack = submissionStackOf(assembled.factoryOf(failure.step).get());
-  raiseStepFailure(failure, *assembled.stage().steps()[failure.step].spec, stack.get(),
+  raiseStepFailure(failure, assembled.specOf(failure.step), stack.get(),
                    FailedRows{failure.partition + 1, failure.firstRow + 1, failure.lastRow});
 }
 
-/// Takes in the types that users' functions returned in one more partition.
-void addTypes(std::map<std::size_t, OutputTypes>& types, const UnitResult& result,
-              const AssembledStage& assembled) {
-  for (const auto& [step, ofPartition] : result.types) {
-    for (std::size_t output = 0; output < ofPartition.seen().size(); ++output) {
-      const std::optional<OutputTypes::Seen>& seen = ofPartition.seen()[output];
-      if (!seen) {
-        continue;
-      }
-      const OpSpec& spec = *assembled.stage().steps()[step].spec;
-      errors::catchingFailures([&] { types[step].add(spec, output, seen->type, seen->rows); },
-                               [&, number = step](const std::exception_ptr& thrown) {
-                                 errors::FailureRecord failure = errors::recordFailure(thrown);
-                                 failure.step = number;
-                                 failure.partition = seen->rows.partition;
-                                 failure.firstRow = seen->rows.first;
-                                 failure.lastRow = seen->rows.last;
-                                 raiseStageFailure(assembled, failure);
-                               });
-    }
+/// The values of an aggregate.
+std::vector<Value> valuesOf(const MergedSink& merged) {
+  if (merged.reduced != nullptr) {
+    return SessionFunctions::valuesOf(merged.reduced);
   }
+  std::vector<Value> values;
+  for (const Column& column : merged.columns) {
+    values.push_back(toValue(column));
+  }
+  return values;
 }
 
-/// Joins the rows that all partitions kept for one sink.
-WholeValue joinKept(const OpSpec& spec, std::size_t sink, std::vector<UnitResult>& results,
+/// True in the test world in which each stage is run from its bytes.
+bool runStagesFromBytes() {
+  const char* world = std::getenv("KV_STAGE_BYTES");
+  return world != nullptr && std::string_view(world) == "1";
+}
+
+/// Joins the rows that all partitions kept. Those of the unit without rows, which only have types,
+/// join those of the last partition.
+WholeValue joinKept(const OpSpec& spec, std::vector<std::vector<Chunk>> partitions,
                     const std::shared_ptr<const RowCut>& cut) {
-  std::vector<std::vector<Chunk>> partitions;
-  for (UnitResult& result : results) {
-    partitions.push_back(std::move(result.sinks[sink].chunks));
+  if (std::ssize(partitions) > cut->numPartitions()) {
+    const std::vector<Chunk> withoutRows = std::move(partitions.back());
+    partitions.pop_back();
+    partitions.back().insert(partitions.back().end(), withoutRows.begin(), withoutRows.end());
   }
   return joinRows(partitions, cut, describe(spec));
 }
 
 void complete(const Value& promise, const WholeValue& whole) {
   if (whole.places) {
-    const Value metadata = whole.places->toMetadata();
+    const Value metadata = toMetadata(*whole.places);
     host::callMany("hSetMetadata", 0, std::vector<const kxArray*>{promise.get(), metadata.get()});
   }
   host::callMany("setValue", 0, std::vector<const kxArray*>{promise.get(), whole.value.get()});
-}
-
-/// Joins what the chunks of all partitions gave for one output of a user's aggregate.
-Value joinPartials(std::size_t sink, std::size_t output, const std::vector<UnitResult>& results) {
-  std::vector<Column> parts;
-  for (const UnitResult& result : results) {
-    for (const std::vector<Column>& ofChunk : result.sinks[sink].partials) {
-      parts.push_back(ofChunk.at(output));
-    }
-  }
-  return toValue(concatenate(parts));
-}
-
-/// The first function of a user's aggregate that found no row in any chunk is called once, so that
-/// the second has something to reduce.
-void callOnNoRows(const Plan& plan, const std::vector<PassSink>& sinks,
-                  const AssembledStage& assembled, SessionFunctions& functions,
-                  std::vector<UnitResult>& results) {
-  for (std::size_t sink = 0; sink < sinks.size(); ++sink) {
-    const PlanTask& task = plan.task(sinks[sink].task);
-    const bool hasPartials = std::ranges::any_of(
-        results, [sink](const UnitResult& result) { return !result.sinks[sink].partials.empty(); });
-    if (sinks[sink].isAggregate && !task.spec->function.isBuiltIn() && !hasPartials &&
-        !results.empty()) {
-      SinkResult& first = results.front().sinks[sink];
-      withStep(*task.spec, task.factory.get(), [&] {
-        OutputTypes types;
-        first.partials.push_back(
-            functions.call(assembled.stage().outputs()[sink], Chunk{}, first.noRows, types));
-      });
-    }
-  }
 }
 
 [[noreturn]] void refuse(const OpSpec& recorded) {
@@ -141,7 +112,7 @@ std::vector<WholeValue> Evaluation::takeOutputs(int task) {
 void Evaluation::refuseRecordedTasks() const {
   for (int i = 0; i < static_cast<int>(plan_.tasks.size()); ++i) {
     const PlanTask& task = plan_.task(i);
-    if (task.spec->kind == OpKind::Recorded && schedule_.isNeeded(i)) {
+    if (!task.spec->isRunnable && schedule_.isNeeded(i)) {
       withStep(*task.spec, task.factory.get(), [&] { refuse(*task.spec); });
     }
   }
@@ -150,7 +121,7 @@ void Evaluation::refuseRecordedTasks() const {
 void Evaluation::runInClient(int index) {
   cancellation_.throwIfCancelled();
   const PlanTask& task = plan_.task(index);
-  if (task.spec->kind == OpKind::Choose && schedule_.branchOf(index) == Branch::Unknown) {
+  if (task.spec->isChoice && schedule_.branchOf(index) == Branch::Unknown) {
     withStep(*task.spec, task.factory.get(), [&] {
       const WholeValue condition = inputValue(task.inputs[0], values_);
       const bool isTrue = isConditionTrue(toColumn(condition.value.get()));
@@ -158,61 +129,74 @@ void Evaluation::runInClient(int index) {
     });
     return;
   }
-  std::vector<WholeValue> inputs;
+  std::vector<WholeValue> wholes;
+  std::vector<const kxArray*> inputs;
   for (const PlanInput* input : schedule_.inputsOf(index)) {
-    inputs.push_back(inputValue(*input, values_));
+    wholes.push_back(inputValue(*input, values_));
+    inputs.push_back(wholes.back().value.get());
   }
-  withStep(*task.spec, task.factory.get(),
-           [&] { values_[static_cast<std::size_t>(index)] = runClientTask(task, inputs); });
+  withStep(*task.spec, task.factory.get(), [&] {
+    const RunWhole runWhole = task.spec->runWhole != nullptr ? task.spec->runWhole : callOnWholes;
+    values_[static_cast<std::size_t>(index)] =
+        wholeValues(runWhole(*task.spec, task.factory.get(), inputs));
+  });
   schedule_.setDone(index);
 }
 
 void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   const AssembledStage assembled = assembleStage(plan_, schedule_, sinks, values_);
   const Stage& stage = assembled.stage();
-  const StageRows rows(stage, assembled.inputs);
   SessionFunctions functions(assembled);
-  const std::uint64_t number = nextStage_++;
-  std::vector<UnitResult> results;
-  std::map<std::size_t, OutputTypes> types;
-  for (std::int64_t i = 0; i < rows.numPartitions(); ++i) {
-    const Unit unit{.stage = number, .partition = i, .numPartitions = rows.numPartitions()};
-    results.push_back(
-        runUnit(stage, rows, unit.toBytes(), assembled.inputs, functions, cancellation_));
-    addTypes(types, results.back(), assembled);
-    if (const auto& failure = results.back().failure) {
-      raiseStageFailure(assembled, *failure);
+  const ExecutionContext context{arrow::default_memory_pool(), cancellation_};
+  const StageRows rows(stage);
+  OrderedMerge merge(stage, functions);
+  SerialUnits units(runStagesFromBytes());
+  units.begin(stage, functions, context);
+  const auto mergeNext = [&] {
+    if (const auto failed = merge.add(*units.next())) {
+      raiseStageFailure(assembled, *failed);
     }
+  };
+  Unit unit{.stage = nextStage_++, .numPartitions = rows.numPartitions()};
+  for (; unit.partition < unit.numPartitions; ++unit.partition) {
+    units.submit(unit.toBytes());
+    mergeNext();
   }
-  callOnNoRows(plan_, sinks, assembled, functions, results);
-  takeResults(sinks, results, noteRows(rows, stage.readsSource(), results));
+  if (merge.hasUncalledFunction()) {
+    unit.knownTypes = merge.knownTypes();
+    units.submit(unit.toBytes());
+    mergeNext();
+  }
+  takeResults(sinks, merge, noteRows(rows, stage.source() != nullptr, merge));
 }
 
 /// The cut of the rows; what was read of each source is counted once.
 std::shared_ptr<const RowCut> Evaluation::noteRows(const StageRows& rows, bool isData,
-                                                   const std::vector<UnitResult>& results) {
+                                                   const OrderedMerge& merge) {
   auto cut = std::make_shared<RowCut>();
   cut->source = rows.source();
-  const bool isNew = isData && sourcesSeen_.insert(cut->source).second;
-  for (const UnitResult& result : results) {
-    cut->addPartition(result.chunkRows);
-    facts_.rows += isNew ? result.rows : 0;
+  cut->partitionRows = merge.partitionRows();
+  cut->partitionRows.resize(static_cast<std::size_t>(rows.numPartitions()));
+  if (isData && sourcesSeen_.insert(cut->source).second) {
+    facts_.rows =
+        std::accumulate(cut->partitionRows.begin(), cut->partitionRows.end(), facts_.rows);
   }
   return cut;
 }
 
-void Evaluation::takeResults(const std::vector<PassSink>& sinks, std::vector<UnitResult>& results,
+void Evaluation::takeResults(const std::vector<PassSink>& sinks, OrderedMerge& merge,
                              const std::shared_ptr<const RowCut>& cut) {
   for (std::size_t sink = 0; sink < sinks.size(); ++sink) {
     const auto& [index, output, isAggregate] = sinks[sink];
     const PlanTask& task = plan_.task(index);
     std::vector<WholeValue>& values = values_[static_cast<std::size_t>(index)];
     withStep(*task.spec, task.factory.get(), [&, number = output] {
+      MergedSink merged = merge.finish(sink);
       if (sinks[sink].isAggregate) {
-        values = mergeAggregate(task, sink, results);
+        values = wholeValues(valuesOf(merged));
       } else {
         values.resize(task.spec->numOutputs);
-        values[number] = joinKept(*task.spec, sink, results, cut);
+        values[number] = joinKept(*task.spec, std::move(merged.partitions), cut);
       }
     });
     if (isAggregate) {
@@ -221,24 +205,6 @@ void Evaluation::takeResults(const std::vector<PassSink>& sinks, std::vector<Uni
       schedule_.setKept(index, output);
     }
   }
-}
-
-std::vector<WholeValue> Evaluation::mergeAggregate(const PlanTask& task, std::size_t sink,
-                                                   const std::vector<UnitResult>& results) const {
-  if (const AggregateFunction* function = task.spec->function.aggregate) {
-    std::vector<AggregatePartial> partials;
-    for (const UnitResult& result : results) {
-      partials.push_back(AggregatePartial::fromBytes(result.sinks[sink].partial));
-    }
-    std::vector<WholeValue> outputs;
-    outputs.push_back({toValue(combinePartials(function->kind, partials))});
-    return outputs;
-  }
-  std::vector<Value> partials;
-  for (std::size_t output = 0; output < task.spec->numOutputs; ++output) {
-    partials.push_back(joinPartials(sink, output, results));
-  }
-  return reducePartials(task.factory.get(), task.spec->numOutputs, partials);
 }
 
 void Evaluation::completePromises() {

@@ -8,7 +8,7 @@
 
 #include "driver/assembleStage.h"
 #include "driver/wholeValues.h"
-#include "engine/runUnit.h"
+#include "executor/OrderedMerge.h"
 #include "kv/runtime/Cancellation.h"
 #include "plan/Plan.h"
 #include "plan/Schedule.h"
@@ -52,11 +52,9 @@ class Evaluation {
   void runInClient(int task);
   void runStage(const std::vector<PassSink>& sinks);
   std::shared_ptr<const RowCut> noteRows(const StageRows& rows, bool isData,
-                                         const std::vector<UnitResult>& results);
-  void takeResults(const std::vector<PassSink>& sinks, std::vector<UnitResult>& results,
+                                         const OrderedMerge& merge);
+  void takeResults(const std::vector<PassSink>& sinks, OrderedMerge& merge,
                    const std::shared_ptr<const RowCut>& cut);
-  std::vector<WholeValue> mergeAggregate(const PlanTask& task, std::size_t sink,
-                                         const std::vector<UnitResult>& results) const;
   void completePromises();
 
   const Plan& plan_;

@@ -1,10 +1,17 @@
 #include "driver/SessionFunctions.h"
 
+#include <memory>
+#include <utility>
+
 #include "driver/randomStreams.h"
 #include "driver/slicedCalls.h"
-#include "engine/failures.h"
+#include "driver/wholeRuns.h"
+#include "plan/failures.h"
+#include "values/columnValues.h"
 
 namespace kv::runtime {
+
+using host::Value;
 
 std::vector<Column> SessionFunctions::call(std::size_t step, const Chunk& rows,
                                            std::span<const FunctionInput> inputs,
@@ -14,15 +21,48 @@ std::vector<Column> SessionFunctions::call(std::size_t step, const Chunk& rows,
     for (const FunctionInput& input : inputs) {
       arguments.push_back({input.rows, input.rows ? nullptr : stage_.values[input.value].get()});
     }
-    const host::Value factory = stage_.factoryOf(step);
-    const host::Value handle = host::getProperty(factory.get(), "FunctionHandle");
+    const Value factory = stage_.factoryOf(step);
+    const Value handle = host::getProperty(factory.get(), "FunctionHandle");
     PartitionStream& random = streams_[step];
     if (random.partition != rows.partition) {
       random = {rows.partition, streamForPartition(factory.get(), rows.partition)};
     }
     const StreamScope scope(matrix::sharedCopy(random.stream.get()));
-    return callInSlices(*stage_.stage().steps()[step].spec, handle.get(), arguments, rows, types);
+    return callInSlices(stage_.specOf(step), handle.get(), arguments, rows, types);
   });
+}
+
+ReducedValues SessionFunctions::reduce(std::size_t step, std::span<const Column> partials) {
+  return withRecordedErrors([&]() -> ReducedValues {
+    std::vector<Value> values;
+    std::vector<const kxArray*> inputs;
+    for (const Column& partial : partials) {
+      values.push_back(toValue(partial));
+      inputs.push_back(values.back().get());
+    }
+    const Value factory = stage_.factoryOf(step);
+    return std::make_shared<const std::vector<Value>>(
+        reducePartials(factory.get(), stage_.stage().steps()[step].numOutputs, inputs));
+  });
+}
+
+std::vector<Column> SessionFunctions::partialsOf(std::size_t /*step*/,
+                                                 const ReducedValues& reduced) {
+  return withRecordedErrors([&] {
+    std::vector<Column> columns;
+    for (const Value& value : valuesOf(reduced)) {
+      columns.push_back(toColumn(value.get()));
+    }
+    return columns;
+  });
+}
+
+std::vector<Value> SessionFunctions::valuesOf(const ReducedValues& reduced) {
+  std::vector<Value> values;
+  for (const Value& value : *std::static_pointer_cast<const std::vector<Value>>(reduced)) {
+    values.push_back(matrix::sharedCopy(value.get()));
+  }
+  return values;
 }
 
 }  // namespace kv::runtime

@@ -6,25 +6,30 @@
 #include <vector>
 
 #include "driver/assembleStage.h"
-#include "engine/runUnit.h"
+#include "operator/UserFunctions.h"
 
 namespace kv::runtime {
 
-/// Runs users' functions in the current session, through the FunctionHandle of the operation.
+/// Runs users' functions in the current session, through the functions of the operation's factory.
 ///
 /// Lives: the stage outlives it.
 class SessionFunctions final : public UserFunctions {
  public:
   explicit SessionFunctions(const AssembledStage& stage) : stage_(stage) {}
 
-  /// Errors: errors::RecordedError with what the function raises;
-  ///         "KALVEX:array:MissingOutput" if it gives fewer outputs than the operation has.
   std::vector<Column> call(std::size_t step, const Chunk& rows,
                            std::span<const FunctionInput> inputs, OutputTypes& types) override;
 
+  ReducedValues reduce(std::size_t step, std::span<const Column> partials) override;
+
+  std::vector<Column> partialsOf(std::size_t step, const ReducedValues& reduced) override;
+
+  /// The values that `reduce` returned.
+  static std::vector<host::Value> valuesOf(const ReducedValues& reduced);
+
  private:
-  /// The random stream of a step for the partition at hand: one for all its chunks; null where the
-  /// step wants none.
+  /// The random stream of a step for the partition at hand: one for all its calls; null where the
+  /// step needs none.
   struct PartitionStream {
     std::int64_t partition = -1;
     host::Value stream;

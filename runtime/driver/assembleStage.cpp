@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "driver/StageValue.h"
-#include "engine/failures.h"
+#include "plan/failures.h"
 #include "values/chunkValues.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
@@ -36,7 +36,7 @@ class BuilderGraphMaker {
         inputs.push_back(flows(*input) ? outputOf(input->task, input->output)
                                        : inputBuilder(*task.spec, *input));
       }
-      const bool isBranch = task.spec->kind == OpKind::Choose && inputs.size() == 1;
+      const bool isBranch = task.spec->isChoice && inputs.size() == 1;
       ofTask_[static_cast<std::size_t>(index)] =
           isBranch ? std::move(inputs[0]) : builder(inputs, task.factory.get());
     });
@@ -50,11 +50,7 @@ class BuilderGraphMaker {
     }
     std::vector<Value> inputs;
     inputs.push_back(matrix::sharedCopy(ofTask_[at].get()));
-    return specBuilder(inputs,
-                       {.kind = OpKind::Select,
-                        .label = plan_.tasks[at].spec->label,
-                        .origin = plan_.tasks[at].spec->origin,
-                        .index = output},
+    return specBuilder(inputs, {.label = plan_.tasks[at].spec->label, .selects = output},
                        submissionStackOf(plan_.tasks[at].factory.get()).get());
   }
 
@@ -67,7 +63,7 @@ class BuilderGraphMaker {
     std::vector<Value> inputs;
     inputs.push_back(outputOf(sink.task, sink.output));
     const PlanTask& task = plan_.tasks[static_cast<std::size_t>(sink.task)];
-    return specBuilder(inputs, {.kind = OpKind::Collect, .label = "keep rows"},
+    return specBuilder(inputs, {.numInputs = 1, .label = "keep rows", .op = makeCollect()},
                        submissionStackOf(task.factory.get()).get());
   }
 
@@ -108,7 +104,7 @@ class BuilderGraphMaker {
       inputs_.push_back(
           {emptyColumn(ElementType::Double), whole.places, std::move(rows), whole.places->origin});
     } else {
-      const bool isPassed = spec.runsUsersFunction() && isOpaque(whole.value.get());
+      const bool isPassed = spec.callsUser && isOpaque(whole.value.get());
       inputs_.push_back(
           {isPassed ? emptyColumn(ElementType::Unknown) : toColumn(whole.value.get())});
       inputs_.back().isOpaque = isPassed;
@@ -134,6 +130,10 @@ const Stage& AssembledStage::stage() const {
   return host::nativeValue<StageValue>(composite.get(), kCompositeGraph).stage;
 }
 
+const OpSpec& AssembledStage::specOf(std::size_t step) const {
+  return *host::nativeValue<OpSpecValue>(factoryOf(step).get(), kSpecFactory).spec;
+}
+
 Value AssembledStage::factoryOf(std::size_t step) const {
   const Value factories = host::getProperty(composite.get(), "Factories");
   return matrix::sharedCopy(kxGetCell(factories.get(), step));
@@ -149,9 +149,11 @@ AssembledStage assembleStage(const Plan& plan, const Schedule& schedule,
   for (const PassSink& sink : sinks) {
     outputs.push_back(sink.isAggregate ? maker.whole(sink.task) : maker.keptOutput(sink));
   }
-  const Value root =
-      BuilderGraphMaker::specBuilder(outputs, {.kind = OpKind::Outputs, .label = "outputs"});
-  return {host::call("feval", {root.get()}), maker.takeInputs(), maker.takeValues()};
+  const Value root = BuilderGraphMaker::specBuilder(outputs, {.label = "outputs"});
+  Value composite = host::call("feval", {root.get()});
+  host::nativeValue<StageValue>(composite.get(), kCompositeGraph)
+      .stage.setInputs(maker.takeInputs());
+  return {std::move(composite), maker.takeValues()};
 }
 
 }  // namespace kv::runtime

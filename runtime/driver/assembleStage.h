@@ -11,13 +11,13 @@ namespace kv::runtime {
 
 /// A stage, and the values that it reads.
 struct AssembledStage {
-  host::Value composite;  ///< the composite processor; holds the stage
-  std::vector<StageInput> inputs;
-  std::vector<host::Value> values;  ///< of the inputs, as users' functions get them
+  host::Value composite;            ///< the composite processor; holds the stage
+  std::vector<host::Value> values;  ///< of the stage's inputs, as users' functions get them
 
   const Stage& stage() const;
   /// The processor factory of a step.
   host::Value factoryOf(std::size_t step) const;
+  const OpSpec& specOf(std::size_t step) const;
 };
 
 /// Assembles the stage that gives `sinks`, in order, over builders of composite processors. A

@@ -8,7 +8,7 @@
 namespace kv::runtime {
 
 /// A new stream for a partition, counted from 0, at its beginning; null where `factory`, a
-/// processor factory, wants none.
+/// processor factory, needs none.
 host::Value streamForPartition(const kxArray* factory, std::int64_t partition);
 
 /// Puts a stream in force as the session's for the span of its life; null changes nothing.

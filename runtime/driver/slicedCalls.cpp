@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "column/concatenate.h"
 #include "kv/host/errors.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
@@ -38,7 +39,7 @@ std::vector<Column> callOnce(const OpSpec& spec, const kxArray* handle,
     }
     columns.push_back(toColumn(asReturned(matrix::sharedCopy(outputs[i].get())).get()));
     if (columns.back().rows() > 0) {
-      types.add(spec, i, columns.back().type(), rows);
+      types.add(spec.label, i, columns.back().type(), rows);
     }
   }
   return columns;

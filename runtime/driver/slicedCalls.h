@@ -5,12 +5,12 @@
 #include <span>
 #include <vector>
 
-#include "engine/OpSpec.h"
-#include "engine/OutputTypes.h"
 #include "kv/host/values.h"
 #include "kv/runtime/Chunk.h"
+#include "operator/OutputTypes.h"
+#include "plan/OpSpec.h"
 
-/// Users' functions that may take no more than so many rows at a time.
+/// Users' functions that take a limited number of rows at a time.
 namespace kv::runtime {
 
 /// An input of a function: rows, which are sliced, or a value that each call gets as it is.
@@ -20,7 +20,7 @@ struct CallInput {
 };
 
 /// The most rows that the function of a FunctionHandle takes at a time: its MaxNumSlices, rounded
-/// down; the largest count where there is no bound, or where a factory of a user's class stands in
+/// down; the largest count where there is no bound, or where a factory of a user's class takes
 /// its place.
 ///
 /// Errors: "KALVEX:array:MaxNumSlices" with the label of `spec` and the bound, if that is below 1.

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "column/concatenate.h"
 #include "values/chunkValues.h"
 #include "values/columnValues.h"
 
@@ -33,6 +34,14 @@ const Chunk* firstChunk(const std::vector<std::vector<Chunk>>& partitions) {
 }
 
 }  // namespace
+
+std::vector<WholeValue> wholeValues(std::vector<Value> values) {
+  std::vector<WholeValue> wholes;
+  for (Value& value : values) {
+    wholes.push_back({std::move(value)});
+  }
+  return wholes;
+}
 
 WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
                     std::shared_ptr<const RowCut> cut, std::string origin) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/RowPlaces.h"
+#include "column/RowPlaces.h"
 #include "kv/host/values.h"
 #include "kv/runtime/Chunk.h"
 #include "plan/Plan.h"
@@ -13,7 +13,7 @@
 /// Values that are there whole, between passes.
 namespace kv::runtime {
 
-/// A value, and where its rows stood if it was gathered from partitions.
+/// A value, and where its rows were if it was gathered from partitions.
 struct WholeValue {
   host::Value value;
   std::shared_ptr<const RowPlaces> places{};
@@ -22,11 +22,14 @@ struct WholeValue {
 /// Whole values by task and output; null where there is none yet.
 using WholeValues = std::vector<std::vector<WholeValue>>;
 
+/// Values that aren't known to be rows of a source.
+std::vector<WholeValue> wholeValues(std::vector<host::Value> values);
+
 /// Joins what was kept of all partitions, in order: a column, or a table. `origin` made the rows.
 WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
                     std::shared_ptr<const RowCut> cut, std::string origin);
 
-/// The value that a task's input stands for.
+/// The value of a task's input.
 /// Requires: it is there.
 WholeValue inputValue(const PlanInput& input, const WholeValues& values);
 

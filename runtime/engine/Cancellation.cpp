@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "kv/runtime/runtime.h"
-
 namespace kv::runtime {
 
 EvaluationWatch::~EvaluationWatch() = default;

@@ -1,27 +1,15 @@
 #include "engine/Stage.h"
 #include "kv/errors/StepError.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <utility>
 
+#include "kv/errors/StepError.h"
+
 namespace kv::runtime {
 namespace {
-
-/// What a step asks of the table that it reads, given what is asked of the step.
-ColumnNeeds needsOfInput(const OpSpec& spec, const ColumnNeeds& asked) {
-  switch (spec.kind) {
-    case OpKind::Variable:
-      return {false, {spec.variables.begin(), spec.variables.end()}};
-    case OpKind::Filter:
-    case OpKind::Select:
-    case OpKind::Pass:
-      return asked;
-    case OpKind::Choose:
-      return {};
-    default:
-      return {true, {}};
-  }
-}
 
 bool hasAll(const Schema& schema, const std::set<std::string>& names) {
   return std::ranges::all_of(names, [&](const std::string& name) {
@@ -31,56 +19,53 @@ bool hasAll(const Schema& schema, const std::set<std::string>& names) {
 
 }  // namespace
 
-void ColumnNeeds::add(const ColumnNeeds& other) {
-  all = all || other.all;
-  names.insert(other.names.begin(), other.names.end());
+std::string Step::describe() const {
+  return origin.empty() ? label : fmt::format("{} at {}", label, origin);
 }
 
-std::vector<std::string> ColumnNeeds::columnsOf(const Schema& schema) const {
-  std::vector<std::string> columns;
-  for (const ColumnInfo& column : schema) {
-    if (all || names.contains(column.name)) {
-      columns.push_back(column.name);
-    }
-  }
-  return columns;
-}
-
-std::vector<ColumnNeeds> columnNeeds(const std::vector<StageStep>& steps) {
+std::vector<ColumnNeeds> columnNeeds(const std::vector<Step>& steps) {
   std::vector<ColumnNeeds> asked(steps.size());
   for (std::size_t i = steps.size(); i-- > 0;) {
-    for (const std::size_t input : steps[i].inputs) {
-      asked[input].add(needsOfInput(*steps[i].spec, asked[i]));
+    for (std::size_t input = 0; input < steps[i].inputs.size(); ++input) {
+      const StepLink& link = steps[i].inputs[input];
+      if (!link.isStageInput) {
+        asked[link.index].add(steps[i].op->needsOf(input, asked[i]));
+      }
     }
   }
   return asked;
 }
 
-Stage::Stage(std::vector<StageStep> steps) : steps_(std::move(steps)) {
+Stage::Stage(std::vector<Step> steps, std::vector<std::size_t> outputs)
+    : steps_(std::move(steps)), outputs_(std::move(outputs)) {
   findLastUses();
   findSource();
   findColumns();
 }
 
-const Datastore& Stage::source() const {
-  if (source_ == nullptr) {
-    errors::raiseStep("KALVEX:array:NeedsRows", {"a pass"});
-  }
-  return *source_;
+bool Stage::callsUser() const {
+  return std::ranges::any_of(steps_, [](const Step& step) { return step.op->callsUser(); });
 }
 
 void Stage::findLastUses() {
+  std::vector<std::size_t> lastUse(steps_.size());
   for (std::size_t step = 0; step < steps_.size(); ++step) {
-    lastUse_.push_back(step);
-    for (const std::size_t input : steps_[step].inputs) {
-      lastUse_[input] = step;
+    lastUse[step] = step;
+    for (const StepLink& link : steps_[step].inputs) {
+      if (!link.isStageInput) {
+        lastUse[link.index] = step;
+      }
     }
+  }
+  usedUp_.resize(steps_.size());
+  for (std::size_t step = 0; step < steps_.size(); ++step) {
+    usedUp_[lastUse[step]].push_back(step);
   }
 }
 
 void Stage::findSource() {
   for (std::size_t step = 0; step < steps_.size(); ++step) {
-    const std::shared_ptr<const Datastore>& source = steps_[step].spec->source;
+    const std::shared_ptr<const Datastore> source = steps_[step].op->source();
     if (source != nullptr && source_ == nullptr) {
       source_ = source;
       readStep_ = step;
@@ -98,11 +83,11 @@ void Stage::findColumns() {
   const std::vector<ColumnNeeds> asked = columnNeeds(steps_);
   ColumnNeeds ofSource;
   for (std::size_t i = 0; i < steps_.size(); ++i) {
-    if (steps_[i].spec->kind == OpKind::Read) {
+    if (steps_[i].op->source() != nullptr) {
       ofSource.add(asked[i]);
     }
   }
-  // The step that asks for a column that isn't there names all that are.
+  // The step that needs a column that isn't there names all that are.
   if (!hasAll(source_->schema(), ofSource.names)) {
     ofSource.all = true;
   }

@@ -1,53 +1,79 @@
 #include "engine/StageRows.h"
 
+#include <algorithm>
 #include <map>
 #include <optional>
 #include <utility>
 
+#include "column/ChunkBuffer.h"
+#include "column/pieces.h"
+#include "kv/errors/StepError.h"
+
 namespace kv::runtime {
 namespace {
 
-/// The chunks of a cut, with the numbers of their rows and nothing else.
-class CutReader final : public ChunkReader {
+/// The rows of a partition in pieces, with their ordinals and nothing else.
+class OrdinalsReader final : public ChunkReader {
  public:
-  CutReader(std::shared_ptr<const RowCut> cut, std::int64_t partition,
-            const CancellationToken& cancellation)
-      : cut_(std::move(cut)),
-        partition_(partition),
-        next_(cut_->firstChunk[static_cast<std::size_t>(partition)]),
-        last_(cut_->firstChunk[static_cast<std::size_t>(partition) + 1]),
-        cancellation_(cancellation) {}
+  OrdinalsReader(std::int64_t partition, std::int64_t rows, const CancellationToken& cancellation)
+      : partition_(partition), rows_(rows), cancellation_(cancellation) {}
 
   std::optional<Chunk> next() override {
     cancellation_.throwIfCancelled();
-    if (next_ == last_) {
+    if (first_ == rows_) {
       return std::nullopt;
     }
-    const std::int64_t rows = cut_->chunkRows[static_cast<std::size_t>(next_++)];
-    const std::int64_t first = std::exchange(firstRow_, firstRow_ + rows);
-    return Chunk{partition_, RowOrdinals(first, rows), nullptr, {}};
+    const std::int64_t rows = std::min(kPieceRows, rows_ - first_);
+    return Chunk{partition_, RowOrdinals(std::exchange(first_, first_ + rows), rows), nullptr, {}};
   }
 
  private:
-  std::shared_ptr<const RowCut> cut_;
   std::int64_t partition_;
-  std::int64_t next_;
-  std::int64_t last_;
-  std::int64_t firstRow_ = 0;
+  std::int64_t rows_;
+  std::int64_t first_ = 0;
   const CancellationToken& cancellation_;
+};
+
+/// Cuts what another reader gives into pieces.
+class PieceReader final : public ChunkReader {
+ public:
+  PieceReader(std::unique_ptr<ChunkReader> reader, const CancellationToken& cancellation)
+      : reader_(std::move(reader)), cancellation_(cancellation) {}
+
+  std::optional<Chunk> next() override {
+    cancellation_.throwIfCancelled();
+    while (!isAtEnd_ && waiting_.rows() < kPieceRows) {
+      if (std::optional<Chunk> chunk = reader_->next()) {
+        waiting_.push(*std::move(chunk));
+      } else {
+        isAtEnd_ = true;
+      }
+    }
+    const std::int64_t rows = std::min(kPieceRows, waiting_.rows());
+    return rows > 0 ? std::optional(waiting_.take(rows)) : std::nullopt;
+  }
+
+ private:
+  std::unique_ptr<ChunkReader> reader_;
+  const CancellationToken& cancellation_;
+  ChunkBuffer waiting_;
+  bool isAtEnd_ = false;
 };
 
 }  // namespace
 
-StageRows::StageRows(const Stage& stage, std::span<const StageInput> inputs) : stage_(stage) {
-  for (const StageInput& input : inputs) {
-    if (!stage.readsSource() && cut_ == nullptr && input.places) {
+StageRows::StageRows(const Stage& stage) : stage_(stage) {
+  for (const StageInput& input : stage.inputs()) {
+    if (stage.source() == nullptr && cut_ == nullptr && input.places) {
       cut_ = input.places->cut;
     }
   }
-  source_ = cut_ != nullptr ? cut_->source : stage.source().fingerprint();
-  std::map<const RowCut*, bool> isKnown;  // many inputs may share a long cut
-  for (const StageInput& input : inputs) {
+  if (cut_ == nullptr && stage.source() == nullptr) {
+    errors::raiseStep("KALVEX:array:NeedsRows", {"a pass"});
+  }
+  source_ = cut_ != nullptr ? cut_->source : stage.source()->fingerprint();
+  std::map<const RowCut*, bool> isKnown;  // many inputs may share the cut of many partitions
+  for (const StageInput& input : stage.inputs()) {
     const RowCut* cut = input.places ? input.places->cut.get() : nullptr;
     const auto [known, isNew] = isKnown.try_emplace(cut, false);
     if (isNew && cut != nullptr) {
@@ -64,15 +90,18 @@ bool StageRows::hasPlaces(const RowCut& cut) const {
 }
 
 std::int64_t StageRows::numPartitions() const {
-  return cut_ != nullptr ? cut_->numPartitions() : stage_.source().numPartitions();
+  return cut_ != nullptr ? cut_->numPartitions() : stage_.source()->numPartitions();
 }
 
 std::unique_ptr<ChunkReader> StageRows::openPartition(std::int64_t partition,
                                                       const CancellationToken& cancellation) const {
   if (cut_ != nullptr) {
-    return std::make_unique<CutReader>(cut_, partition, cancellation);
+    const std::int64_t rows = cut_->partitionRows[static_cast<std::size_t>(partition)];
+    return std::make_unique<OrdinalsReader>(partition, rows, cancellation);
   }
-  return stage_.source().openPartition(partition, stage_.columns(), cancellation);
+  auto reader = stage_.source()->openPartition(partition, stage_.columns(), cancellation);
+  return stage_.callsUser() ? std::make_unique<PieceReader>(std::move(reader), cancellation)
+                            : std::move(reader);
 }
 
 }  // namespace kv::runtime

@@ -3,10 +3,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <string>
 #include <vector>
 
+#include "column/RowPlaces.h"
 #include "engine/Stage.h"
 #include "kv/runtime/Cancellation.h"
 #include "kv/runtime/Datastore.h"
@@ -14,21 +14,22 @@
 namespace kv::runtime {
 
 /// The rows that flow through a stage: those of the source that it reads, or, in a stage that reads
-/// none, the rows that its inputs were gathered from, in the same partitions and chunks.
+/// none, the rows that its inputs were gathered from.
 ///
 /// Lives: the stage outlives it.
 class StageRows {
  public:
   /// Errors: "KALVEX:array:NeedsRows" if the stage reads nothing and no input has places.
-  StageRows(const Stage& stage, std::span<const StageInput> inputs);
+  explicit StageRows(const Stage& stage);
 
   const std::string& source() const { return source_; }  ///< its fingerprint
   std::int64_t numPartitions() const;
 
-  /// True if the rows of input `number` are in places of these rows.
+  /// True if the rows of the stage's input `number` are in places of these rows.
   bool areRowsOf(std::size_t number) const { return isPlaced_[number]; }
 
-  /// A reader of the columns that the stage asks for; of rows in memory, chunks without columns.
+  /// A reader of the columns that the stage needs; of rows in memory, chunks without columns. Where
+  /// a step calls a function of the user's own, chunks are pieces.
   std::unique_ptr<ChunkReader> openPartition(std::int64_t partition,
                                              const CancellationToken& cancellation) const;
 

@@ -1,64 +1,66 @@
 #include "engine/Unit.h"
 
-#include <fmt/core.h>
+#include <cstddef>
 
-#include <stdexcept>
-#include <type_traits>
+#include "column/bytes.h"
 
 namespace kv::runtime {
 namespace {
 
-constexpr std::string_view kTag = "kvU1";
-constexpr std::size_t kUnitBytes = kTag.size() + 4 * sizeof(std::uint64_t) + sizeof(std::uint32_t);
+constexpr std::uint32_t kTag = 0x3255766B;  // "kvU2"
 
-template <class T>
-void put(std::string& bytes, T value) {
-  auto bits = static_cast<std::make_unsigned_t<T>>(value);
-  for (std::size_t i = 0; i < sizeof(T); ++i) {
-    bytes.push_back(static_cast<char>(bits >> (8 * i) & 0xFF));
+void writeTypes(ByteWriter& bytes, const KnownTypes& known) {
+  bytes.number<std::uint64_t>(known.size());
+  for (const auto& [step, types] : known) {
+    bytes.number<std::uint64_t>(step);
+    bytes.number<std::uint64_t>(types.size());
+    for (const ElementType type : types) {
+      bytes.number(static_cast<std::uint8_t>(type));
+    }
   }
 }
 
-template <class T>
-void take(std::string_view& bytes, T& value) {
-  std::make_unsigned_t<T> bits = 0;
-  for (std::size_t i = sizeof(T); i-- > 0;) {
-    bits = static_cast<std::make_unsigned_t<T>>(bits << 8 | static_cast<unsigned char>(bytes[i]));
+KnownTypes readTypes(ByteReader& bytes) {
+  KnownTypes known;
+  for (std::size_t left = bytes.count(2 * sizeof(std::uint64_t)); left > 0; --left) {
+    std::vector<ElementType>& types = known[bytes.number<std::uint64_t>()];
+    types.resize(bytes.count());
+    for (ElementType& type : types) {
+      type = readElementType(bytes);
+    }
   }
-  value = static_cast<T>(bits);
-  bytes.remove_prefix(sizeof(T));
+  return known;
 }
 
 }  // namespace
 
 std::string Unit::toBytes() const {
-  std::string bytes(kTag);
-  bytes.reserve(kUnitBytes);
-  put(bytes, stage);
-  put(bytes, partition);
-  put(bytes, numPartitions);
-  put(bytes, randomKey);
-  put(bytes, attempt);
-  return bytes;
+  ByteWriter bytes;
+  bytes.number(kTag);
+  bytes.number(attempt);
+  bytes.number(stage);
+  bytes.number(partition);
+  bytes.number(numPartitions);
+  bytes.number(randomKey);
+  writeTypes(bytes, knownTypes);
+  return bytes.take();
 }
 
-Unit Unit::fromBytes(std::string_view bytes) {
-  if (bytes.size() != kUnitBytes || !bytes.starts_with(kTag)) {
-    throw std::invalid_argument(
-        fmt::format("a unit of work has {} bytes and starts with {}, got {} bytes", kUnitBytes,
-                    kTag, bytes.size()));
-  }
-  bytes.remove_prefix(kTag.size());
+Unit Unit::fromBytes(std::string_view content) {
+  ByteReader bytes(content, "a unit of work");
   Unit unit;
-  take(bytes, unit.stage);
-  take(bytes, unit.partition);
-  take(bytes, unit.numPartitions);
-  take(bytes, unit.randomKey);
-  take(bytes, unit.attempt);
-  if (unit.numPartitions < 1 || unit.partition < 0 || unit.partition >= unit.numPartitions) {
-    throw std::invalid_argument(
-        fmt::format("partition of a unit must be at least 0 and below {}, got {}",
-                    unit.numPartitions, unit.partition));
+  if (bytes.number<std::uint32_t>() != kTag) {
+    bytes.refuse();
+  }
+  unit.attempt = bytes.number<std::uint32_t>();
+  unit.stage = bytes.number<std::uint64_t>();
+  unit.partition = bytes.number<std::int64_t>();
+  unit.numPartitions = bytes.number<std::int64_t>();
+  unit.randomKey = bytes.number<std::uint64_t>();
+  unit.knownTypes = readTypes(bytes);
+  bytes.finish();
+  if (unit.numPartitions < 1 || unit.partition < 0 || unit.partition > unit.numPartitions) {
+    bytes.refuse();
   }
   return unit;
 }

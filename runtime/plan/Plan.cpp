@@ -8,11 +8,12 @@
 #include <unordered_map>
 #include <utility>
 
-#include "engine/failures.h"
 #include "kv/host/errors.h"
 #include "plan/ClosureTasks.h"
+#include "plan/failures.h"
 #include "values/chunkValues.h"
 #include "values/hostNames.h"
+#include "values/placesValues.h"
 
 namespace kv::runtime {
 namespace {
@@ -68,7 +69,7 @@ class PlacesReader {
     }
     Known& known = known_[field];
     if (known.rows != *rows || !kxIsSameValue(known.metadata.get(), metadata)) {
-      auto places = RowPlaces::fromMetadata(metadata, *rows);
+      auto places = placesOf(metadata, *rows);
       known = {matrix::sharedCopy(metadata), *rows,
                places ? std::make_shared<const RowPlaces>(*std::move(places)) : nullptr};
     }
@@ -141,7 +142,8 @@ std::unique_ptr<OpSpecValue> specOfUserFactory(const kxArray* task, const kxArra
   }
   const host::Value strategy = host::getProperty(task, "OutputPartitionStrategy");
   auto spec = std::make_shared<OpSpec>();
-  spec->kind = isBroadcast(strategy.get()) ? OpKind::Client : OpKind::Elementwise;
+  spec->callsUser = true;
+  spec->op = isBroadcast(strategy.get()) ? nullptr : makeCallable();
   spec->label = kxGetClassName(factory);
   spec->origin = originOf(stack);
   spec->numInputs = kxGetNumberOfElements(host::getProperty(task, "Dependencies").get());
@@ -193,20 +195,18 @@ PlanTask readTask(const host::Value& object, const Plan& before, const ObjectInd
 /// The inputs whose rows are those of the result: all but the condition of a choice.
 std::span<const PlanInput> rowInputs(const PlanTask& task) {
   const std::span inputs(task.inputs);
-  return inputs.subspan(task.spec->kind == OpKind::Choose ? std::min<std::size_t>(1, inputs.size())
-                                                          : 0);
+  return inputs.subspan(task.spec->isChoice ? std::min<std::size_t>(1, inputs.size()) : 0);
 }
 
 /// Whether a task has rows, and where it runs.
 void placeTask(PlanTask& task, const Plan& plan) {
-  const OpKind kind = task.spec->kind;
+  const OpSpec& spec = *task.spec;
   const bool hasRows =
-      kind == OpKind::Read || std::ranges::any_of(rowInputs(task), [&](const PlanInput& input) {
+      spec.source() != nullptr || std::ranges::any_of(rowInputs(task), [&](const PlanInput& input) {
         return plan.flows(input);
       });
-  const bool endsPass = kind == OpKind::Aggregate || kind == OpKind::Client;
-  task.isPartitioned = hasRows && !endsPass;
-  task.runsInClient = !hasRows || kind == OpKind::Client;
+  task.isPartitioned = hasRows && !spec.endsRows() && !spec.isClientOnly();
+  task.runsInClient = !hasRows || spec.isClientOnly();
 }
 
 /// A task of the plan's own, which does what another of the kind does.
@@ -223,6 +223,10 @@ PlanInput copyOf(const PlanInput& input) {
   return {input.task, input.output, matrix::sharedCopy(input.value.get()), input.places};
 }
 
+bool isFilter(const PlanTask& task) {
+  return task.spec->op != nullptr && task.spec->op->rowEffect() == RowEffect::Filter;
+}
+
 /// Adds tasks to a plan, and finds for each what decides on its rows: the nearest source, filter or
 /// choice. A value that a choice repeats needs these rows, and none of their elements.
 class PlanBuilder {
@@ -232,9 +236,9 @@ class PlanBuilder {
   /// Result: the index of the task.
   int add(PlanTask task) {
     std::optional<PlanInput> decider;
-    if (task.spec->kind == OpKind::Choose && task.isPartitioned) {
+    if (task.spec->isChoice && task.isPartitioned) {
       decider = decideChoice(task);
-    } else if (task.spec->kind != OpKind::Filter) {
+    } else if (!isFilter(task)) {
       decider = firstFlowing(task);
     }
     const int index = push(std::move(task));
@@ -270,10 +274,10 @@ class PlanBuilder {
     return copyOf(*deciders_[index]);
   }
 
-  /// The condition of a filter, filtered by itself, has its rows.
+  /// The condition of a filter, filtered by the same condition, has its rows.
   int decidingTask(int index) {
     const PlanTask& task = plan_.task(index);
-    if (task.spec->kind != OpKind::Filter || task.inputs.empty()) {
+    if (!isFilter(task) || task.inputs.empty()) {
       return index;
     }
     std::vector<PlanInput> keep;

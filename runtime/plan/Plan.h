@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/OpSpec.h"
-#include "engine/RowPlaces.h"
+#include "column/RowPlaces.h"
 #include "kv/host/values.h"
+#include "plan/OpSpec.h"
 
 namespace kv::runtime {
 

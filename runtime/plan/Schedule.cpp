@@ -16,7 +16,7 @@ Schedule::Schedule(const Plan& plan)
     return numbers.try_emplace(fingerprint, static_cast<int>(numbers.size())).first->second;
   };
   for (int task = 0; task < numTasks(); ++task) {
-    if (const auto& source = plan.task(task).spec->source) {
+    if (const auto source = plan.task(task).spec->source()) {
       ownSource_[at(task)] = numberOf(source->fingerprint());
     }
     for (const PlanInput& input : plan.task(task).inputs) {
@@ -53,7 +53,7 @@ std::optional<Round> Schedule::next() {
 Schedule::Inputs Schedule::inputsOf(int index) const {
   const PlanTask& task = plan_.task(index);
   Inputs inputs;
-  if (task.spec->kind != OpKind::Choose) {
+  if (!task.spec->isChoice) {
     for (const PlanInput& input : task.inputs) {
       inputs.push_back(&input);
     }
@@ -102,7 +102,7 @@ std::vector<int> Schedule::upstreamOf(const std::vector<PassSink>& sinks) const 
 /// Rows never flow to the client, nor to the condition of a choice.
 bool Schedule::takesRows(int index, const PlanInput& input) const {
   const PlanTask& task = plan_.task(index);
-  const bool isCondition = task.spec->kind == OpKind::Choose && &input == task.inputs.data();
+  const bool isCondition = task.spec->isChoice && &input == task.inputs.data();
   return !task.runsInClient && !isCondition && plan_.flows(input);
 }
 
@@ -143,8 +143,7 @@ std::vector<int> Schedule::readyClientTasks() const {
   std::vector<bool> willBeThere(plan_.tasks.size(), false);
   std::vector<int> ready;
   for (int task = 0; task < numTasks(); ++task) {
-    const bool isOpen =
-        plan_.task(task).spec->kind == OpKind::Choose && branchOf(task) == Branch::Unknown;
+    const bool isOpen = plan_.task(task).spec->isChoice && branchOf(task) == Branch::Unknown;
     if (!isNeeded(task) || (!isOpen && !plan_.task(task).runsInClient)) {
       continue;
     }
@@ -170,9 +169,9 @@ void Schedule::followRows() {
 }
 
 void Schedule::followRows(int index) {
-  const OpKind kind = plan_.task(index).spec->kind;
-  bool canFlow = kind != OpKind::Choose || branchOf(index) != Branch::Unknown;
-  reads_[at(index)] = kind == OpKind::Read;
+  const OpSpec& spec = *plan_.task(index).spec;
+  bool canFlow = !spec.isChoice || branchOf(index) != Branch::Unknown;
+  reads_[at(index)] = spec.source() != nullptr;
   for (const PlanInput* input : inputsOf(index)) {
     if (!takesRows(index, *input)) {
       canFlow = canFlow && isThere(*input);

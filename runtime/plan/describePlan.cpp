@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "engine/Stage.h"
-#include "engine/chunkSteps.h"
 #include "plan/Plan.h"
 #include "plan/Schedule.h"
+#include "plan/condition.h"
 #include "plan/planSteps.h"
 #include "values/columnValues.h"
 
@@ -80,8 +80,7 @@ class Conditions {
       }
       const PlanTask& planned = plan.task(task);
       const int own = ofTask_[static_cast<std::size_t>(task)];
-      const bool isOpen =
-          planned.spec->kind == OpKind::Choose && schedule.branchOf(task) == Branch::Both;
+      const bool isOpen = planned.spec->isChoice && schedule.branchOf(task) == Branch::Both;
       for (const PlanInput& input : planned.inputs) {
         const auto number = static_cast<int>(&input - planned.inputs.data());
         if (input.task >= 0) {
@@ -166,8 +165,7 @@ class PlanText {
   void writeClientTasks(const std::vector<int>& tasks) {
     for (const int index : tasks) {
       const PlanTask& task = plan_.task(index);
-      const bool isOpen =
-          task.spec->kind == OpKind::Choose && schedule_.branchOf(index) == Branch::Unknown;
+      const bool isOpen = task.spec->isChoice && schedule_.branchOf(index) == Branch::Unknown;
       if (isOpen) {
         schedule_.setBranch(index, knownBranch(task));
       } else {
@@ -220,12 +218,10 @@ class PlanText {
       }
       const OpSpec& spec = *plan_.task(upstream[i]).spec;
       std::string note;
-      if (spec.kind == OpKind::Read) {
-        note = readNote(spec, needs[i]);
-      } else if (spec.kind == OpKind::Aggregate) {
-        note = "reduces all rows";
-      } else if (kept.contains(upstream[i])) {
-        note = "rows are kept";
+      if (kept.contains(upstream[i]) && spec.source() == nullptr) {
+        note = makeCollect()->planNote({});
+      } else if (spec.op != nullptr) {
+        note = spec.op->planNote(needs[i]);
       }
       writeStep(upstream[i], std::move(note));
     }
@@ -236,8 +232,8 @@ class PlanText {
   std::set<int> repeatedSteps(const std::vector<int>& tasks, const std::set<int>& kept) const {
     std::set<int> repeated;
     for (const int task : tasks) {
-      const OpKind kind = plan_.task(task).spec->kind;
-      const bool isEnd = kind == OpKind::Read || kind == OpKind::Aggregate || kept.contains(task);
+      const OpSpec& spec = *plan_.task(task).spec;
+      const bool isEnd = spec.source() != nullptr || spec.endsRows() || kept.contains(task);
       if (!isEnd && lines_[static_cast<std::size_t>(task)] > 0) {
         repeated.insert(task);
       }
@@ -247,19 +243,12 @@ class PlanText {
 
   /// What the tasks of a pass are asked for.
   std::vector<ColumnNeeds> needsOf(const std::vector<int>& tasks, const std::set<int>& kept) const {
-    std::vector<StageStep> steps = stepsOf(plan_, tasks, schedule_);
-    const auto collect = std::make_shared<OpSpec>(OpSpec{.kind = OpKind::Collect});
+    std::vector<Step> steps = stepsOf(plan_, tasks, schedule_);
     for (const int task : kept) {
       const auto step = std::ranges::lower_bound(tasks, task) - tasks.begin();
-      steps.push_back({collect, {static_cast<std::size_t>(step)}});
+      steps.push_back({makeCollect(), {{.index = static_cast<std::size_t>(step)}}});
     }
     return columnNeeds(steps);
-  }
-
-  static std::string readNote(const OpSpec& read, const ColumnNeeds& needs) {
-    const std::size_t all = read.source->schema().size();
-    const std::vector<std::string> columns = needs.columnsOf(read.source->schema());
-    return fmt::format("{} of {} columns: {}", columns.size(), all, fmt::join(columns, ", "));
   }
 
   void writeStep(int index, std::string note) {

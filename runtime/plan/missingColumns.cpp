@@ -1,6 +1,7 @@
 #include "plan/missingColumns.h"
 
 #include <algorithm>
+#include <memory>
 #include <numeric>
 #include <string>
 #include <vector>
@@ -32,12 +33,12 @@ void throwIfMissing(const Datastore& source, const std::string& name) {
 void throwIfColumnsAreMissing(const Plan& plan) {
   std::vector<int> tasks(plan.tasks.size());
   std::iota(tasks.begin(), tasks.end(), 0);
-  const std::vector<StageStep> steps = stepsOf(plan, tasks, Schedule(plan));
+  const std::vector<Step> steps = stepsOf(plan, tasks, Schedule(plan));
   const std::vector<ColumnNeeds> needs = columnNeeds(steps);
   for (std::size_t i = 0; i < steps.size(); ++i) {
-    if (steps[i].spec->source != nullptr) {
+    if (const std::shared_ptr<const Datastore> source = steps[i].op->source()) {
       for (const std::string& name : needs[i].names) {
-        throwIfMissing(*steps[i].spec->source, name);
+        throwIfMissing(*source, name);
       }
     }
   }

@@ -11,7 +11,7 @@ namespace {
 /// True if elements of an input become elements of the result: not of a condition, nor of a branch
 /// that isn't taken.
 bool passesElements(const PlanTask& task, std::size_t input, Branch branch) {
-  if (task.spec->kind != OpKind::Choose) {
+  if (!task.spec->isChoice) {
     return true;
   }
   const bool isTaken = branch == Branch::Unknown || branch == Branch::Both ||
@@ -21,19 +21,19 @@ bool passesElements(const PlanTask& task, std::size_t input, Branch branch) {
 
 }  // namespace
 
-std::vector<StageStep> stepsOf(const Plan& plan, const std::vector<int>& tasks,
-                               const Schedule& schedule) {
-  const auto pass = std::make_shared<const OpSpec>(OpSpec{.kind = OpKind::Pass});
+std::vector<Step> stepsOf(const Plan& plan, const std::vector<int>& tasks,
+                          const Schedule& schedule) {
+  const OperatorPtr pass = makePass();
   std::vector<std::optional<std::size_t>> stepOf(plan.tasks.size());
-  std::vector<StageStep> steps;
+  std::vector<Step> steps;
   for (const int index : tasks) {
     const PlanTask& task = plan.task(index);
-    StageStep step{task.spec->kind == OpKind::Choose ? pass : task.spec, {}};
+    Step step{task.spec->isChoice || task.spec->op == nullptr ? pass : task.spec->op};
     for (std::size_t i = 0; i < task.inputs.size(); ++i) {
       const int from = task.inputs[i].task;
       const auto found = from >= 0 ? stepOf[static_cast<std::size_t>(from)] : std::nullopt;
       if (found && passesElements(task, i, schedule.branchOf(index))) {
-        step.inputs.push_back(*found);
+        step.inputs.push_back({.index = *found});
       }
     }
     stepOf[static_cast<std::size_t>(index)] = steps.size();

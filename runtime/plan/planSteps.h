@@ -13,7 +13,7 @@ namespace kv::runtime {
 /// known.
 ///
 /// `tasks`: in ascending order; inputs from other tasks are left out.
-std::vector<StageStep> stepsOf(const Plan& plan, const std::vector<int>& tasks,
-                               const Schedule& schedule);
+std::vector<Step> stepsOf(const Plan& plan, const std::vector<int>& tasks,
+                          const Schedule& schedule);
 
 }  // namespace kv::runtime

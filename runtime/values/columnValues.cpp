@@ -208,33 +208,4 @@ Column toColumn(const kxArray* wrapped) {
           std::make_shared<ValueBuffer>(matrix::sharedCopy(value), bytes)};
 }
 
-Column repeat(const Column& value, std::int64_t rows) {
-  const auto scalar = arrow::MakeArray(value.data())->GetScalar(0);
-  checkArrow(scalar.status());
-  const auto repeated = arrow::MakeArrayFromScalar(**scalar, rows);
-  checkArrow(repeated.status());
-  return {value.type(), (*repeated)->data()};
-}
-
-Column concatenate(const std::vector<Column>& columns) {
-  const auto hasRows = [](const Column& column) { return column.rows() > 0; };
-  const auto isKnown = [](const Column& column) { return column.type() != ElementType::Unknown; };
-  const auto first = std::ranges::find_if(columns, hasRows);
-  if (first == columns.end()) {
-    const auto known = std::ranges::find_if(columns, isKnown);
-    return known != columns.end() ? *known : emptyColumn(ElementType::Unknown);
-  }
-  arrow::ArrayVector parts;
-  for (const Column& column : std::span(first, columns.end()) | std::views::filter(hasRows)) {
-    assert(column.type() == first->type());
-    parts.push_back(arrow::MakeArray(column.data()));
-  }
-  if (parts.size() == 1) {
-    return *first;
-  }
-  arrow::Result<std::shared_ptr<arrow::Array>> whole = arrow::Concatenate(parts);
-  checkArrow(whole.status());
-  return {first->type(), (*whole)->data()};
-}
-
 }  // namespace kv::runtime

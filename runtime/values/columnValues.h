@@ -1,8 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <vector>
-
 #include "kv/host/values.h"
 #include "kv/runtime/Column.h"
 
@@ -34,15 +31,5 @@ bool isBroadcastArray(const kxArray* value);
 
 /// What a BroadcastArray holds; any other value itself.
 host::Value withoutBroadcast(const kxArray* value);
-
-/// A column of `rows` rows, each the one row of `value`.
-Column repeat(const Column& value, std::int64_t rows);
-
-/// The rows of all columns in order, as one column of the type of those that have rows. Without any
-/// rows, the type is that of the first column whose type is known, or Unknown.
-///
-/// Requires: columns with rows are of one type.
-/// Errors: "KALVEX:memory:TextTooLarge" for texts of more than 2 GiB in all.
-Column concatenate(const std::vector<Column>& columns);
 
 }  // namespace kv::runtime

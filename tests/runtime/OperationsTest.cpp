@@ -6,11 +6,12 @@
 #include <memory>
 
 #include "classes/operationTable.h"
-#include "engine/RowPlaces.h"
+#include "column/RowPlaces.h"
 #include "runtime/RuntimeSession.h"
 #include "support/Worlds.h"
 #include "values/chunkValues.h"
 #include "values/hostNames.h"
+#include "values/placesValues.h"
 
 namespace kv::runtime::test {
 namespace {
@@ -106,13 +107,12 @@ TEST_F(Operations, APlanListsTheStepsOfEarlierPassesOnce) {
 TEST_F(Operations, PositionsOfAnotherCutArentTheRowsOfASource) {
   gather(x);
   gather(y);
-  auto places = *RowPlaces::fromMetadata(host::call("hGetMetadata", {x.get()}).get(), 5);
+  auto places = *placesOf(host::call("hGetMetadata", {x.get()}).get(), 5);
   places.firstRow = {0, 5};
   auto cut = *places.cut;
-  cut.firstChunk = {0, static_cast<std::int64_t>(cut.chunkRows.size())};
+  cut.partitionRows = {5};
   places.cut = std::make_shared<const RowCut>(cut);
-  host::callMany("hSetMetadata", 0,
-                 std::vector<const kxArray*>{x.get(), places.toMetadata().get()});
+  host::callMany("hSetMetadata", 0, std::vector<const kxArray*>{x.get(), toMetadata(places).get()});
   for (const Value& rows : {column(t, "y"), matrix::sharedCopy(y.get())}) {
     const auto error = errorOf([&] { gather(element("plus", rows, x)); });
     EXPECT_EQ(error.identifier, "KALVEX:array:RowsDiffer") << error.message;
@@ -125,10 +125,10 @@ TEST_F(Operations, PositionsOfAnotherCutArentTheRowsOfASource) {
 TEST_F(Operations, ATableIsNeverOneColumnWithoutAType) {
   const Value none = filter(element("gt", x, 100), t);
   host::call("gather", {none.get()});
-  auto places = *RowPlaces::fromMetadata(host::call("hGetMetadata", {none.get()}).get(), 0);
+  auto places = *placesOf(host::call("hGetMetadata", {none.get()}).get(), 0);
   places.isUntyped = true;
   host::callMany("hSetMetadata", 0,
-                 std::vector<const kxArray*>{none.get(), places.toMetadata().get()});
+                 std::vector<const kxArray*>{none.get(), toMetadata(places).get()});
   EXPECT_THAT(gather(column(none, "y")), ElementsAre());
 }
 

@@ -1,4 +1,4 @@
-#include "engine/RowPlaces.h"
+#include "column/RowPlaces.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +9,7 @@
 
 #include "kv/host/session.h"
 #include "runtime/makeColumn.h"
+#include "values/placesValues.h"
 
 namespace kv::runtime {
 namespace {
@@ -33,20 +34,15 @@ std::vector<double> taken(const RowPlaces& places, const Chunk& whole, std::int6
 
 using Numbers = std::vector<double>;
 
-std::shared_ptr<const RowCut> cutOf(std::initializer_list<std::vector<std::int64_t>> partitions) {
-  auto cut = std::make_shared<RowCut>();
-  cut->source = "a source";
-  for (const auto& rows : partitions) {
-    cut->addPartition(rows);
-  }
-  return cut;
+std::shared_ptr<const RowCut> cutOf(std::vector<std::int64_t> partitionRows) {
+  return std::make_shared<const RowCut>(RowCut{"a source", std::move(partitionRows)});
 }
 
 TEST(RowPlaces, GiveTheRowsOfAFilterToTheChunksTheyCameFrom) {
   const RowPlaces places = RowPlaces::ofPartitions(
       {{chunkOf({11, 14}, ordinalsOf({1, 4})), chunkOf({15}, ordinalsOf({5}))},
        {chunkOf({20, 22}, ordinalsOf({0, 2}))}},
-      cutOf({{4, 5}, {3}}));
+      cutOf({9, 3}));
   const Chunk whole = chunkOf({11, 14, 15, 20, 22}, RowOrdinals(0, 5));
   EXPECT_EQ(taken(places, whole, 0, 0, 4), Numbers({11}));
   EXPECT_EQ(taken(places, whole, 0, 4, 5), Numbers({14}));
@@ -61,7 +57,7 @@ TEST(RowPlaces, CutWholeValuesByRowsOnly) {
       {{chunkOf({10}, RowOrdinals(0, 1)), chunkOf({11, 12}, RowOrdinals(1, 2))},
        {},
        {chunkOf({20}, RowOrdinals(0, 1))}},
-      cutOf({{1, 2}, {}, {1}}));
+      cutOf({3, 0, 1}));
   EXPECT_FALSE(places.ordinals.has_value());
   const Chunk whole = chunkOf({10, 11, 12, 20}, RowOrdinals(0, 4));
   EXPECT_EQ(taken(places, whole, 0, 1, 2), Numbers({11}));
@@ -75,25 +71,23 @@ TEST(RowPlaces, AreNotReadFromMetadataThatDoesntFit) {
   host::Session session;
   const host::Session::Scope scope(session);
   const RowPlaces places = RowPlaces::ofPartitions(
-      {{chunkOf({11, 14}, ordinalsOf({1, 4}))}, {chunkOf({20}, RowOrdinals(0, 1))}},
-      cutOf({{4, 5}, {1}}));
+      {{chunkOf({11, 14}, ordinalsOf({1, 4}))}, {chunkOf({20}, RowOrdinals(0, 1))}}, cutOf({9, 1}));
   const auto metadata = [&](auto change) {
     RowPlaces changed = places;
     RowCut cut = *places.cut;
     change(changed, cut);
     changed.cut = std::make_shared<const RowCut>(cut);
-    return RowPlaces::fromMetadata(changed.toMetadata().get(), 3).has_value();
+    return placesOf(toMetadata(changed).get(), 3).has_value();
   };
   EXPECT_TRUE(metadata([](RowPlaces&, RowCut&) {}));
   EXPECT_FALSE(metadata([](RowPlaces& p, RowCut&) { p.firstRow = {0, 2, 4}; })) << "rows";
   EXPECT_FALSE(metadata([](RowPlaces& p, RowCut&) { p.firstRow = {0, 4, 3}; })) << "order";
   EXPECT_FALSE(metadata([](RowPlaces& p, RowCut&) { p.ordinals.reset(); })) << "rows left out";
-  EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.chunkRows = {4, -5, 1}; })) << "negative";
-  EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.chunkRows = {2, 2, 1}; })) << "no room";
-  EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.firstChunk = {0, 3}; })) << "partitions";
-  EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.firstChunk = {0, 4, 3}; })) << "chunks";
-  const host::Value nothing = RowPlaces::ofPartitions({}, cutOf({})).toMetadata();
-  EXPECT_FALSE(RowPlaces::fromMetadata(nothing.get(), 0)) << "no partition";
+  EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.partitionRows = {-9, 1}; })) << "negative";
+  EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.partitionRows = {4, 1}; })) << "no room";
+  EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.partitionRows = {9}; })) << "partitions";
+  const host::Value nothing = toMetadata(RowPlaces::ofPartitions({}, cutOf({})));
+  EXPECT_FALSE(placesOf(nothing.get(), 0)) << "no partition";
 }
 
 }  // namespace

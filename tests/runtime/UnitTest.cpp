@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
+#include "kv/errors/StepError.h"
 
 namespace kv::runtime {
 namespace {
@@ -14,11 +14,19 @@ TEST(Unit, IsSentAsAFewBytesAndNothingElseIsTakenForOne) {
   EXPECT_LT(bytes.size(), 200u);
   EXPECT_EQ(Unit::fromBytes(bytes), unit);
   for (std::size_t length = 0; length < bytes.size(); ++length) {
-    EXPECT_THROW(Unit::fromBytes(bytes.substr(0, length)), std::invalid_argument) << length;
+    EXPECT_THROW(Unit::fromBytes(bytes.substr(0, length)), errors::StepError) << length;
   }
-  EXPECT_THROW(Unit::fromBytes("x" + bytes.substr(1)), std::invalid_argument);
-  const Unit behindTheLast{.partition = 5, .numPartitions = 5};
-  EXPECT_THROW(Unit::fromBytes(behindTheLast.toBytes()), std::invalid_argument);
+  EXPECT_THROW(Unit::fromBytes("x" + bytes.substr(1)), errors::StepError);
+  const Unit withoutRows{
+      .partition = 5, .numPartitions = 5, .knownTypes = {{1, {ElementType::Int8}}, {4, {}}}};
+  EXPECT_EQ(Unit::fromBytes(withoutRows.toBytes()), withoutRows);
+  const Unit behindAll{.partition = 6, .numPartitions = 5};
+  try {
+    Unit::fromBytes(behindAll.toBytes());
+    FAIL() << "there is no such partition";
+  } catch (const errors::StepError& error) {
+    EXPECT_EQ(error.id(), "KALVEX:executor:BadBytes");
+  }
 }
 
 }  // namespace

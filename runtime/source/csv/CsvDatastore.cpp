@@ -9,6 +9,7 @@
 #include "source/PathExpansion.h"
 #include "source/csv/CsvReader.h"
 #include "source/csv/CsvSchema.h"
+#include "source/csv/describeTable.h"
 
 namespace kv::runtime {
 namespace {
@@ -109,6 +110,8 @@ Chunk CsvDatastore::preview(std::int64_t rows) const {
 std::unique_ptr<Datastore> CsvDatastore::copy() const {
   return std::make_unique<CsvDatastore>(*this);
 }
+
+std::string CsvDatastore::describe() const { return describeTable(*table_); }
 
 TypeOverride parseTypeOverride(std::string_view text) {
   const std::size_t sign = text.rfind('=');

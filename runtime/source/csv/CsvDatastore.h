@@ -42,6 +42,7 @@ class CsvDatastore final : public Datastore {
   Chunk preview(std::int64_t rows) const override;
   std::unique_ptr<Datastore> copy() const override;
   const std::string& fingerprint() const override { return fingerprint_; }
+  std::string describe() const override;
   std::string displayName() const override { return table_->name; }
 
  private:

@@ -15,7 +15,14 @@ class Cancelled : public errors::PassThrough {
   const char* what() const noexcept override { return "The evaluation was cancelled."; }
 };
 
-class EvaluationWatch;
+/// A front end's hook into an evaluation: created at its start and destroyed at its end, on the
+/// thread of the evaluation.
+class EvaluationWatch {
+ public:
+  virtual ~EvaluationWatch();
+  /// Called once per chunk, on that thread. May throw a PassThrough, which ends the evaluation.
+  virtual void poll() = 0;
+};
 
 /// The requests to stop evaluations of the process, or of one session. A request applies to the
 /// evaluations in progress, and to one that begins before the first of them has ended; if none is

@@ -82,6 +82,12 @@ class Datastore {
   /// Cost: none; computed once when the source is opened.
   virtual const std::string& fingerprint() const = 0;
 
+  /// What a process needs to open the same source, as bytes: see openSource(). The rows aren't part
+  /// of it, and what was found out by opening the source is.
+  ///
+  /// Errors: std::logic_error for a source that exists in this process only.
+  virtual std::string describe() const = 0;
+
   /// The source under the name that the user gave, such as `flights.csv`, for messages and plans.
   virtual std::string displayName() const = 0;
 };

@@ -33,16 +33,6 @@ void requestInterrupt() noexcept;
 /// running stops the next.
 std::shared_ptr<InterruptRequests> sessionInterrupts();
 
-/// A front end's hook into an evaluation: created at its start and destroyed at its end, on the
-/// thread of the evaluation.
-class EvaluationWatch {
- public:
-  virtual ~EvaluationWatch();
-  /// Called once per chunk, on that thread. May throw a host::PassThrough, which ends the
-  /// evaluation.
-  virtual void poll() = 0;
-};
-
 /// Sets how watches are created, for all sessions of the process; null for no watches.
 /// Threads: before the first evaluation.
 void setEvaluationWatch(std::unique_ptr<EvaluationWatch> (*make)()) noexcept;

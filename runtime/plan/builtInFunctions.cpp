@@ -1,11 +1,9 @@
-#include "engine/OpSpec.h"
+#include "plan/builtInFunctions.h"
 
 #include <fmt/core.h>
 
-#include <algorithm>
 #include <string_view>
 
-#include "foundation/i18n.h"
 #include "kv/runtime/functionNames.h"
 #include "values/hostNames.h"
 
@@ -15,15 +13,6 @@ namespace {
 constexpr std::string_view kElementPrefix = "kv.element.";
 constexpr std::string_view kAggregatePrefix = "kv.aggregate.";
 constexpr std::string_view kPropagateSuffix = ".propagate";
-
-/// No file system has longer names; many operations may share a stack.
-constexpr std::size_t kLongestFileName = 255;
-
-std::string fileNameIn(const kxArray* path) {
-  std::u16string_view text = kxGetChars(path);
-  text.remove_prefix(text.size() - std::min(text.size(), kLongestFileName + 1));
-  return fl::i18n::to_string(text.substr(text.find_last_of(u'/') + 1));
-}
 
 }  // namespace
 
@@ -36,25 +25,8 @@ std::string aggregateFunctionName(std::string_view aggregate, MissingRule missin
                      missing == MissingRule::Propagate ? kPropagateSuffix : "");
 }
 
-std::string describe(const OpSpec& spec) {
-  return spec.origin.empty() ? spec.label : fmt::format("{} at {}", spec.label, spec.origin);
-}
-
-std::string originOf(const kxArray* stack) {
-  if (kxGetClassID(stack) != kxSTRUCT_CLASS || kxIsEmpty(stack)) {
-    return {};
-  }
-  const kxArray* file = kxGetField(stack, 0, "file");
-  const kxArray* line = kxGetField(stack, 0, "line");
-  const bool isText = kxGetClassID(file) == kxCHAR_CLASS && kxGetM(file) <= 1;
-  if (!isText || !kxIsNumeric(line) || !kxIsScalar(line)) {
-    return {};
-  }
-  return fmt::format("{}:{:.0f}", fileNameIn(file), kxGetScalar(line));
-}
-
-OpFunction builtInFunction(const kxArray* handle) {
-  OpFunction function;
+BuiltInFunction builtInFunction(const kxArray* handle) {
+  BuiltInFunction function;
   if (kxGetClassID(handle) != kxFUNCTION_CLASS) {
     return function;
   }
@@ -75,14 +47,14 @@ OpFunction builtInFunction(const kxArray* handle) {
 
 bool isBuiltInHandle(const kxArray* functionHandle) {
   return kxIsA(functionHandle, kFunctionHandle) &&
-         builtInFunction(host::getProperty(functionHandle, "Handle").get()).isBuiltIn();
+         builtInFunction(host::getProperty(functionHandle, "Handle").get()) != BuiltInFunction{};
 }
 
 std::string functionLabel(const kxArray* handle) {
   if (kxGetClassID(handle) != kxFUNCTION_CLASS) {
     return kxGetClassName(handle);
   }
-  const OpFunction function = builtInFunction(handle);
+  const BuiltInFunction function = builtInFunction(handle);
   if (function.element != nullptr) {
     return std::string(function.element->name);
   }

@@ -6,31 +6,23 @@
 #include <string>
 #include <vector>
 
-#include "kv/host/values.h"
 #include "kv/runtime/Chunk.h"
 
 namespace kv::runtime {
 
-/// The partitions and chunks in which a source gives its rows.
+/// The rows of a source that were read: how many each partition has.
 struct RowCut {
-  std::string source{};                     ///< its fingerprint
-  std::vector<std::int64_t> firstChunk{0};  ///< of each partition, and the number of chunks
-  std::vector<std::int64_t> chunkRows{};    ///< of each chunk, partition by partition
+  std::string source{};                       ///< its fingerprint
+  std::vector<std::int64_t> partitionRows{};  ///< of each partition
 
-  void addPartition(const std::vector<std::int64_t>& rows);
   bool operator==(const RowCut&) const = default;
-  std::int64_t numPartitions() const { return static_cast<std::int64_t>(firstChunk.size()) - 1; }
+  std::int64_t numPartitions() const { return static_cast<std::int64_t>(partitionRows.size()); }
 };
 
-/// The row space of a whole value that was gathered from partitions: which rows of which source it
-/// has.
-///
-/// As a host value, the metadata of a promise, it is a structure: "RowCount"; "PartitionRows", an
-/// int64 column of `firstRow`; "Ordinals", an int64 column or `[]`; "Source", "PartitionChunks" and
-/// "ChunkRows", the cut; "Origin"; "IsUntyped".
+/// Which rows of which source a whole value has that was gathered from partitions.
 struct RowPlaces {
   std::vector<std::int64_t> firstRow{};  ///< of each partition, and the number of rows at the end
-  std::optional<Column> ordinals{};      ///< Int64; none if each partition is there from row 0 on
+  std::optional<Column> ordinals{};      ///< Int64; none if each partition has all of its rows
   std::shared_ptr<const RowCut> cut = std::make_shared<const RowCut>();
   std::string origin{};    ///< the operation that made the rows, for messages
   bool isUntyped = false;  ///< of no rows, with a type that isn't known
@@ -39,11 +31,10 @@ struct RowPlaces {
   static RowPlaces ofPartitions(const std::vector<std::vector<Chunk>>& partitions,
                                 std::shared_ptr<const RowCut> cut);
 
-  /// Null for metadata that isn't the places of exactly `rows` rows: anyone may set it.
-  static std::optional<RowPlaces> fromMetadata(const kxArray* metadata, std::size_t rows);
-  host::Value toMetadata() const;
-
   std::int64_t rows() const { return firstRow.back(); }
+
+  /// True if each partition of the cut has the rows that are placed in it.
+  bool fitCut() const;
 
   /// The rows of `whole`, all of whose rows are in these places, that belong to ordinals
   /// [first, last) of a partition.

@@ -5,10 +5,10 @@
 #include <optional>
 #include <utility>
 
-#include "engine/OpSpec.h"
 #include "kv/errors/FailureRecord.h"
 #include "kv/errors/PassThrough.h"
 #include "kv/host/values.h"
+#include "plan/OpSpec.h"
 
 /// How failures leave an evaluation: with an id, the user's line, partition and rows.
 namespace kv::runtime {

@@ -1,4 +1,4 @@
-#include "engine/failures.h"
+#include "plan/failures.h"
 
 #include <string>
 #include <vector>
@@ -46,8 +46,7 @@ Value exceptionObject(const errors::FailureRecord& failure) {
 errors::FailureRecord named(errors::FailureRecord failure, const OpSpec& spec) {
   errors::ErrorRecord& error = failure.error;
   if (error.identifier == errors::kNativeException) {
-    error.identifier =
-        spec.runsUsersFunction() ? "KALVEX:array:FunctionFailed" : "KALVEX:array:Unexpected";
+    error.identifier = spec.callsUser ? "KALVEX:array:FunctionFailed" : "KALVEX:array:Unexpected";
     error.arguments = {spec.label, error.message};
     error.message = errors::formatMessage(error.identifier, error.arguments);
     failure.foreign = nullptr;  // has nothing that the record lacks

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "engine/OpSpec.h"
 #include "kv/runtime/Chunk.h"
 #include "kv/runtime/Column.h"
 
@@ -34,15 +34,20 @@ class OutputTypes {
     GivenRows rows;
   };
 
-  /// Takes in what the function of `spec` returned as output `output` for some rows.
+  /// Notes that the function was called.
+  void noteCall() { wasCalled_ = true; }
+  bool wasCalled() const { return wasCalled_; }
+
+  /// Records what the function of the step `label` returned as output `output` for some rows.
   /// Errors: "KALVEX:array:ChunkTypes" with the label, and both types and rows, if the type isn't
   ///         that of an earlier result.
-  void add(const OpSpec& spec, std::size_t output, ElementType type, const GivenRows& rows);
+  void add(std::string_view label, std::size_t output, ElementType type, const GivenRows& rows);
 
   /// By output; none for an output without rows so far.
   const std::vector<std::optional<Seen>>& seen() const { return seen_; }
 
  private:
+  bool wasCalled_ = false;
   std::vector<std::optional<Seen>> seen_;
 };
 

@@ -1,9 +1,10 @@
-#include "engine/OutputTypes.h"
-#include "kv/errors/StepError.h"
+#include "operator/OutputTypes.h"
 
 #include <fmt/core.h>
 
 #include <algorithm>
+
+#include "kv/errors/StepError.h"
 
 namespace kv::runtime {
 
@@ -19,7 +20,7 @@ std::string GivenRows::describe() const {
   return fmt::format("partition {}, rows {} to {}", partition + 1, first + 1, last);
 }
 
-void OutputTypes::add(const OpSpec& spec, std::size_t output, ElementType type,
+void OutputTypes::add(std::string_view label, std::size_t output, ElementType type,
                       const GivenRows& rows) {
   seen_.resize(std::max(seen_.size(), output + 1));
   std::optional<Seen>& seen = seen_[output];
@@ -27,8 +28,8 @@ void OutputTypes::add(const OpSpec& spec, std::size_t output, ElementType type,
     seen = Seen{type, rows};
   } else if (seen->type != type) {
     errors::raiseStep("KALVEX:array:ChunkTypes",
-                      {spec.label, std::string(elementTypeName(seen->type)), seen->rows.describe(),
-                       std::string(elementTypeName(type)), rows.describe()});
+                      {std::string(label), std::string(elementTypeName(seen->type)),
+                       seen->rows.describe(), std::string(elementTypeName(type)), rows.describe()});
   }
 }
 

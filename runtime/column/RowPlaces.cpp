@@ -1,0 +1,98 @@
+#include "column/RowPlaces.h"
+
+#include <arrow/buffer.h>
+
+#include <algorithm>
+#include <cassert>
+#include <span>
+#include <utility>
+
+#include "column/allocate.h"
+
+namespace kv::runtime {
+namespace {
+
+/// True if the chunks of a partition are its first rows, without a gap.
+bool startsAtZero(const std::vector<Chunk>& chunks) {
+  std::int64_t rows = 0;
+  for (const Chunk& chunk : chunks) {
+    if (chunk.rows() > 0 && !(chunk.ordinals.isRange() && chunk.ordinals.at(0) == rows)) {
+      return false;
+    }
+    rows += chunk.rows();
+  }
+  return true;
+}
+
+/// The ordinals of all rows, as an Int64 column.
+Column ordinalsOf(const std::vector<std::vector<Chunk>>& partitions, std::int64_t rows) {
+  auto buffer = allocateBuffer(rows * static_cast<std::int64_t>(sizeof(std::int64_t)));
+  auto* next = buffer->mutable_data_as<std::int64_t>();
+  for (const std::vector<Chunk>& chunks : partitions) {
+    for (const Chunk& chunk : chunks) {
+      for (std::int64_t row = 0; row < chunk.rows(); ++row) {
+        *next++ = chunk.ordinals.at(row);
+      }
+    }
+  }
+  return {ElementType::Int64, rows, std::move(buffer)};
+}
+
+}  // namespace
+
+RowPlaces RowPlaces::ofPartitions(const std::vector<std::vector<Chunk>>& partitions,
+                                  std::shared_ptr<const RowCut> cut) {
+  RowPlaces places{{0}, std::nullopt, std::move(cut), {}};
+  for (const std::vector<Chunk>& chunks : partitions) {
+    std::int64_t rows = places.firstRow.back();
+    for (const Chunk& chunk : chunks) {
+      rows += chunk.rows();
+    }
+    places.firstRow.push_back(rows);
+  }
+  if (!std::ranges::all_of(partitions, startsAtZero) || !places.fitCut()) {
+    places.ordinals = ordinalsOf(partitions, places.rows());
+  }
+  return places;
+}
+
+bool RowPlaces::fitCut() const {
+  const auto all = ordinals ? ordinals->values<std::int64_t>() : std::span<const std::int64_t>{};
+  for (std::size_t i = 0; i + 1 < firstRow.size(); ++i) {
+    const std::int64_t room = cut->partitionRows[i];
+    const std::int64_t rows = firstRow[i + 1] - firstRow[i];
+    const bool fits = !ordinals
+                          ? rows == room
+                          : rows == 0 || all[static_cast<std::size_t>(firstRow[i + 1] - 1)] < room;
+    if (!fits) {
+      return false;
+    }
+  }
+  return true;
+}
+
+Chunk RowPlaces::take(const Chunk& whole, std::int64_t partition, std::int64_t first,
+                      std::int64_t last) const {
+  const auto at = static_cast<std::size_t>(partition);
+  const std::int64_t begin = firstRow[at];
+  const std::int64_t rows = firstRow[at + 1] - begin;
+  std::int64_t from = std::min(first, rows);
+  std::int64_t count = std::min(last, rows) - from;
+  RowOrdinals taken(from, count);
+  if (ordinals) {
+    const std::span<const std::int64_t> ofPartition = ordinals->values<std::int64_t>().subspan(
+        static_cast<std::size_t>(begin), static_cast<std::size_t>(rows));
+    const auto low = std::lower_bound(ofPartition.begin(), ofPartition.end(), first);
+    const auto high = std::lower_bound(low, ofPartition.end(), last);
+    from = low - ofPartition.begin();
+    count = high - low;
+    taken = RowOrdinals(std::make_shared<const std::vector<std::int64_t>>(low, high));
+  }
+  Chunk chunk{partition, std::move(taken), whole.names, {}};
+  for (const Column& column : whole.columns) {
+    chunk.columns.push_back(column.slice(begin + from, count));
+  }
+  return chunk;
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,113 @@
+#include "column/chunkBytes.h"
+
+#include <arrow/array/util.h>
+#include <arrow/buffer.h>
+#include <arrow/io/memory.h>
+#include <arrow/ipc/options.h>
+#include <arrow/ipc/reader.h>
+#include <arrow/ipc/writer.h>
+#include <arrow/record_batch.h>
+#include <arrow/type.h>
+
+#include <cassert>
+#include <memory>
+#include <utility>
+
+#include "column/allocate.h"
+
+namespace kv::runtime {
+namespace {
+
+template <class T>
+T checked(arrow::Result<T> result) {
+  checkArrow(result.status());
+  return *std::move(result);
+}
+
+std::string toStream(const arrow::RecordBatch& batch) {
+  const auto sink = checked(arrow::io::BufferOutputStream::Create());
+  const auto writer = checked(arrow::ipc::MakeStreamWriter(sink, batch.schema()));
+  checkArrow(writer->WriteRecordBatch(batch));
+  checkArrow(writer->Close());
+  return checked(sink->Finish())->ToString();
+}
+
+/// Errors: std::bad_alloc when memory is short; null for what isn't a stream of one batch.
+std::shared_ptr<arrow::RecordBatch> fromStream(std::string stream, arrow::MemoryPool* pool) {
+  auto options = arrow::ipc::IpcReadOptions::Defaults();
+  options.memory_pool = pool;
+  const auto input =
+      std::make_shared<arrow::io::BufferReader>(arrow::Buffer::FromString(std::move(stream)));
+  const auto reader = arrow::ipc::RecordBatchStreamReader::Open(input, options);
+  throwIfOutOfMemory(reader.status());
+  if (!reader.ok()) {
+    return nullptr;
+  }
+  std::shared_ptr<arrow::RecordBatch> batch;
+  const arrow::Status status = (*reader)->ReadNext(&batch);
+  throwIfOutOfMemory(status);
+  return status.ok() && batch != nullptr && batch->ValidateFull().ok() ? batch : nullptr;
+}
+
+}  // namespace
+
+void writeChunk(const Chunk& chunk, ByteWriter& bytes) {
+  assert(chunk.rows() == 0 || (chunk.ordinals.isRange() && chunk.ordinals.at(0) == 0));
+  arrow::FieldVector fields;
+  std::vector<std::shared_ptr<arrow::ArrayData>> columns;
+  bytes.flag(chunk.names != nullptr);
+  bytes.texts(chunk.names ? *chunk.names : std::vector<std::string>{});
+  bytes.number<std::uint64_t>(chunk.columns.size());
+  for (const Column& column : chunk.columns) {
+    bytes.number(static_cast<std::uint8_t>(column.type()));
+    fields.push_back(arrow::field("", arrowTypeOf(column.type())));
+    columns.push_back(column.data());
+  }
+  bytes.number(chunk.rows());
+  const auto batch =
+      arrow::RecordBatch::Make(arrow::schema(std::move(fields)), chunk.rows(), std::move(columns));
+  bytes.text(toStream(*batch));
+}
+
+Chunk readChunk(ByteReader& bytes, arrow::MemoryPool* pool) {
+  Chunk chunk;
+  const bool isTable = bytes.flag();
+  std::vector<std::string> names = bytes.texts();
+  std::vector<ElementType> types(bytes.count());
+  for (ElementType& type : types) {
+    type = readElementType(bytes);
+  }
+  const auto rows = bytes.number<std::int64_t>();
+  const std::shared_ptr<arrow::RecordBatch> batch = fromStream(bytes.text(), pool);
+  const auto numColumns = static_cast<int>(types.size());
+  if (batch == nullptr || batch->num_columns() != numColumns || batch->num_rows() != rows ||
+      (isTable && names.size() != types.size())) {
+    bytes.refuse();
+  }
+  for (int i = 0; i < numColumns; ++i) {
+    const ElementType type = types[static_cast<std::size_t>(i)];
+    if (!batch->column_data(i)->type->Equals(arrowTypeOf(type))) {
+      bytes.refuse();
+    }
+    chunk.columns.emplace_back(type, batch->column_data(i));
+  }
+  chunk.ordinals = RowOrdinals(0, rows);
+  if (isTable) {
+    chunk.names = std::make_shared<const std::vector<std::string>>(std::move(names));
+  }
+  return chunk;
+}
+
+void writeColumn(const Column& column, ByteWriter& bytes) {
+  writeChunk({0, RowOrdinals(0, column.rows()), nullptr, {column}}, bytes);
+}
+
+Column readColumn(ByteReader& bytes, arrow::MemoryPool* pool) {
+  Chunk chunk = readChunk(bytes, pool);
+  if (chunk.columns.size() != 1) {
+    bytes.refuse();
+  }
+  return std::move(chunk.columns.front());
+}
+
+}  // namespace kv::runtime

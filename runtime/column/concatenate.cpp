@@ -1,0 +1,96 @@
+#include "column/concatenate.h"
+
+#include <arrow/array/concatenate.h>
+#include <arrow/array/util.h>
+#include <arrow/scalar.h>
+
+#include <algorithm>
+#include <cassert>
+#include <memory>
+#include <ranges>
+#include <utility>
+
+#include "column/allocate.h"
+
+namespace kv::runtime {
+namespace {
+
+/// One range if the parts follow on each other, else a list.
+RowOrdinals join(std::span<const Chunk> chunks) {
+  std::int64_t rows = 0;
+  bool isRange = true;
+  for (const Chunk& chunk : chunks) {
+    const RowOrdinals& part = chunk.ordinals;
+    isRange = isRange && (part.rows() == 0 ||
+                          (part.isRange() && part.at(0) == chunks.front().ordinals.at(0) + rows));
+    rows += part.rows();
+  }
+  if (isRange) {
+    return {rows > 0 ? chunks.front().ordinals.at(0) : 0, rows};
+  }
+  auto list = std::make_shared<std::vector<std::int64_t>>();
+  list->reserve(static_cast<std::size_t>(rows));
+  for (const Chunk& chunk : chunks) {
+    for (std::int64_t row = 0; row < chunk.rows(); ++row) {
+      list->push_back(chunk.ordinals.at(row));
+    }
+  }
+  return RowOrdinals(std::move(list));
+}
+
+}  // namespace
+
+Column repeat(const Column& value, std::int64_t rows) {
+  const auto scalar = arrow::MakeArray(value.data())->GetScalar(0);
+  checkArrow(scalar.status());
+  const auto repeated = arrow::MakeArrayFromScalar(**scalar, rows);
+  checkArrow(repeated.status());
+  return {value.type(), (*repeated)->data()};
+}
+
+Column concatenate(const std::vector<Column>& columns) {
+  const auto hasRows = [](const Column& column) { return column.rows() > 0; };
+  const auto isKnown = [](const Column& column) { return column.type() != ElementType::Unknown; };
+  const auto first = std::ranges::find_if(columns, hasRows);
+  if (first == columns.end()) {
+    const auto known = std::ranges::find_if(columns, isKnown);
+    return known != columns.end() ? *known : emptyColumn(ElementType::Unknown);
+  }
+  arrow::ArrayVector parts;
+  for (const Column& column : std::span(first, columns.end()) | std::views::filter(hasRows)) {
+    assert(column.type() == first->type());
+    parts.push_back(arrow::MakeArray(column.data()));
+  }
+  if (parts.size() == 1) {
+    return *first;
+  }
+  arrow::Result<std::shared_ptr<arrow::Array>> whole = arrow::Concatenate(parts);
+  checkArrow(whole.status());
+  return {first->type(), (*whole)->data()};
+}
+
+Chunk concatenate(std::span<const Chunk> chunks) {
+  assert(!chunks.empty());
+  if (chunks.size() == 1) {
+    return chunks.front();
+  }
+  Chunk whole{chunks.front().partition, join(chunks), chunks.front().names, {}};
+  for (std::size_t i = 0; i < chunks.front().columns.size(); ++i) {
+    std::vector<Column> parts;
+    for (const Chunk& chunk : chunks) {
+      parts.push_back(chunk.columns[i]);
+    }
+    whole.columns.push_back(concatenate(parts));
+  }
+  return whole;
+}
+
+Chunk slice(const Chunk& chunk, std::int64_t first, std::int64_t count) {
+  Chunk part{chunk.partition, chunk.ordinals.slice(first, count), chunk.names, {}};
+  for (const Column& column : chunk.columns) {
+    part.columns.push_back(column.slice(first, count));
+  }
+  return part;
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,121 @@
+#include "driver/wholeRuns.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "driver/randomStreams.h"
+#include "driver/slicedCalls.h"
+#include "plan/builtInFunctions.h"
+#include "values/chunkValues.h"
+#include "values/columnValues.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Value;
+
+/// Whose random stream a function of whole values has.
+constexpr std::int64_t kFirstPartition = 0;
+
+std::vector<Value> callHandle(const kxArray* factory, kcos::NameRef slot, std::size_t numOutputs,
+                              const std::vector<const kxArray*>& inputs) {
+  const Value handle = host::getProperty(factory, slot);
+  std::vector<const kxArray*> arguments{handle.get()};
+  arguments.insert(arguments.end(), inputs.begin(), inputs.end());
+  const StreamScope stream(streamForPartition(factory, kFirstPartition));
+  std::vector<Value> outputs = host::callMany("feval", static_cast<int>(numOutputs), arguments);
+  outputs.resize(numOutputs);
+  if (!isBuiltInHandle(handle.get())) {
+    std::ranges::transform(outputs, outputs.begin(),
+                           [](Value& output) { return asReturned(std::move(output)); });
+  }
+  return outputs;
+}
+
+/// True for a column of several rows; a function gets any other value as it is.
+bool isRows(const kxArray* value) {
+  return isColumn(value) && kxGetN(value) == 1 && kxGetM(value) > 1;
+}
+
+}  // namespace
+
+std::vector<Value> callOnWholes(const OpSpec& spec, const kxArray* factory,
+                                const std::vector<const kxArray*>& inputs) {
+  return callHandle(factory, "FunctionHandle", spec.numOutputs, inputs);
+}
+
+std::vector<Value> callOnRows(const OpSpec& spec, const kxArray* factory,
+                              const std::vector<const kxArray*>& inputs) {
+  const Value handle = host::getProperty(factory, "FunctionHandle");
+  const auto maxRows = static_cast<std::size_t>(maxRowsOf(spec, handle.get()));
+  const auto isTooLong = [maxRows](const kxArray* input) {
+    return isRows(input) && kxGetM(input) > maxRows;
+  };
+  if (std::ranges::none_of(inputs, isTooLong)) {
+    return callHandle(factory, "FunctionHandle", spec.numOutputs, inputs);
+  }
+  std::vector<CallInput> arguments;
+  std::int64_t rows = 1;
+  for (const kxArray* input : inputs) {
+    if (isRows(input)) {
+      arguments.push_back({toColumn(input), nullptr});
+      rows = arguments.back().rows->rows();
+    } else {
+      arguments.push_back({std::nullopt, input});
+    }
+  }
+  const StreamScope stream(streamForPartition(factory, kFirstPartition));
+  std::vector<Value> outputs;
+  OutputTypes types;
+  const Chunk all{kFirstPartition, RowOrdinals(0, rows), nullptr, {}};
+  for (const Column& column : callInSlices(spec, handle.get(), arguments, all, types)) {
+    outputs.push_back(toValue(column));
+  }
+  return outputs;
+}
+
+std::vector<Value> callOnRowsForLogical(const OpSpec& spec, const kxArray* factory,
+                                        const std::vector<const kxArray*>& inputs) {
+  std::vector<Value> outputs = callOnRows(spec, factory, inputs);
+  for (const Value& output : outputs) {
+    requireLogical(spec.label, toColumn(output.get()));
+  }
+  return outputs;
+}
+
+std::vector<Value> callAndReduce(const OpSpec& spec, const kxArray* factory,
+                                 const std::vector<const kxArray*>& inputs) {
+  const std::vector<Value> partials = callOnRows(spec, factory, inputs);
+  std::vector<const kxArray*> values;
+  for (const Value& partial : partials) {
+    values.push_back(partial.get());
+  }
+  return reducePartials(factory, spec.numOutputs, values);
+}
+
+std::vector<Value> runOperatorOnce(const OpSpec& spec, const kxArray* /*factory*/,
+                                   const std::vector<const kxArray*>& inputs) {
+  std::vector<Chunk> chunks;
+  for (const kxArray* input : inputs) {
+    chunks.push_back(toChunk(input));
+  }
+  std::vector<Value> outputs;
+  for (const Chunk& chunk : processOnce(*spec.op, spec.label, chunks)) {
+    outputs.push_back(toValue(chunk));
+  }
+  return outputs;
+}
+
+std::vector<Value> passOn(const OpSpec& /*spec*/, const kxArray* /*factory*/,
+                          const std::vector<const kxArray*>& inputs) {
+  std::vector<Value> outputs;
+  outputs.push_back(matrix::sharedCopy(inputs.at(0)));
+  return outputs;
+}
+
+std::vector<Value> reducePartials(const kxArray* factory, std::size_t numOutputs,
+                                  const std::vector<const kxArray*>& partials) {
+  return callHandle(factory, "ReduceHandle", numOutputs, partials);
+}
+
+}  // namespace kv::runtime

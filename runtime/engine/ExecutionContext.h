@@ -1,0 +1,20 @@
+#pragma once
+
+#include <arrow/type_fwd.h>
+
+#include <chrono>
+
+#include "kv/runtime/Cancellation.h"
+
+namespace kv::runtime {
+
+/// What code that runs units depends on besides the units.
+///
+/// Lives: the evaluation outlives it.
+struct ExecutionContext {
+  arrow::MemoryPool* pool;                ///< from which all columns are allocated
+  const CancellationToken& cancellation;  ///< looked at once a chunk
+  std::chrono::steady_clock::time_point (*now)() = std::chrono::steady_clock::now;
+};
+
+}  // namespace kv::runtime

@@ -1,0 +1,96 @@
+#include "executor/OrderedMerge.h"
+
+#include <utility>
+
+#include "kv/errors/PassThrough.h"
+
+namespace kv::runtime {
+
+OrderedMerge::OrderedMerge(const Stage& stage, UserFunctions& functions) : stage_(stage) {
+  for (const std::size_t output : stage.outputs()) {
+    const Step& step = stage.steps()[output];
+    merges_.push_back(step.op->startMerge({output, step.label, functions}));
+  }
+}
+
+std::optional<errors::FailureRecord> OrderedMerge::add(UnitResult result) {
+  const std::int64_t partition = result.partition;
+  early_.emplace(partition, std::move(result));
+  while (!early_.empty() &&
+         early_.begin()->first == static_cast<std::int64_t>(partitionRows_.size())) {
+    UnitResult next = std::move(early_.begin()->second);
+    early_.erase(early_.begin());
+    if (std::optional<errors::FailureRecord> failure = merge(std::move(next))) {
+      return failure;
+    }
+  }
+  return std::nullopt;
+}
+
+/// Types come first: a function that returned two has failed before its results are of use.
+std::optional<errors::FailureRecord> OrderedMerge::merge(UnitResult result) {
+  partitionRows_.push_back(result.rows);
+  if (std::optional<errors::FailureRecord> failure = addTypes(result)) {
+    return failure;
+  }
+  if (result.failure) {
+    return std::move(result.failure);
+  }
+  std::optional<errors::FailureRecord> failure;
+  for (std::size_t sink = 0; sink < merges_.size() && !failure; ++sink) {
+    errors::catchingFailures([&] { merges_[sink]->add(std::move(result.sinks[sink])); },
+                             [&](const std::exception_ptr& thrown) {
+                               failure = errors::recordFailure(thrown);
+                               failure->step = stage_.outputs()[sink];
+                               failure->partition = result.partition;
+                             });
+  }
+  return failure;
+}
+
+std::optional<errors::FailureRecord> OrderedMerge::addTypes(const UnitResult& result) {
+  std::optional<errors::FailureRecord> failure;
+  for (const auto& [step, ofUnit] : result.types) {
+    OutputTypes& known = types_[step];
+    known.noteCall();
+    for (std::size_t output = 0; output < ofUnit.seen().size() && !failure; ++output) {
+      const std::optional<OutputTypes::Seen>& seen = ofUnit.seen()[output];
+      if (!seen) {
+        continue;
+      }
+      errors::catchingFailures(
+          [&] { known.add(stage_.steps()[step].label, output, seen->type, seen->rows); },
+          [&, step = step](const std::exception_ptr& thrown) {
+            failure = errors::recordFailure(thrown);
+            failure->step = step;
+            failure->partition = result.partition;
+            failure->firstRow = seen->rows.first;
+            failure->lastRow = seen->rows.last;
+          });
+    }
+  }
+  return failure;
+}
+
+bool OrderedMerge::hasUncalledFunction() const {
+  for (std::size_t step = 0; step < stage_.steps().size(); ++step) {
+    if (stage_.steps()[step].op->callsUser() && !types_.contains(step)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+KnownTypes OrderedMerge::knownTypes() const {
+  KnownTypes known;
+  for (const auto& [step, types] : types_) {
+    std::vector<ElementType>& ofStep = known[step];
+    for (std::size_t output = 0; output < stage_.steps()[step].numOutputs; ++output) {
+      const bool isKnown = output < types.seen().size() && types.seen()[output];
+      ofStep.push_back(isKnown ? types.seen()[output]->type : ElementType::Unknown);
+    }
+  }
+  return known;
+}
+
+}  // namespace kv::runtime

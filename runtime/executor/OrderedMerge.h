@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "engine/runUnit.h"
+
+namespace kv::runtime {
+
+/// Merges the results of a stage's units in the order of partitions, as they come. A result that
+/// comes early waits; of those merged, only what is in the trees of sinks is kept.
+///
+/// Lives: stage and functions outlive it.
+class OrderedMerge {
+ public:
+  OrderedMerge(const Stage& stage, UserFunctions& functions);
+
+  /// Takes in the result of a unit, in any order.
+  /// Result: the first failure in the order of partitions; none so far otherwise.
+  std::optional<errors::FailureRecord> add(UnitResult result);
+
+  /// Rows of the source, of each partition merged so far.
+  const std::vector<std::int64_t>& partitionRows() const { return partitionRows_; }
+
+  /// True if a function of the stage was called for no row at all.
+  bool hasUncalledFunction() const;
+
+  /// The types that functions have returned, by step.
+  KnownTypes knownTypes() const;
+
+  /// What all units gathered for output `sink` of the stage. Called once for each.
+  /// Errors: those of the operator.
+  MergedSink finish(std::size_t sink) { return merges_[sink]->finish(); }
+
+ private:
+  std::optional<errors::FailureRecord> merge(UnitResult result);
+  std::optional<errors::FailureRecord> addTypes(const UnitResult& result);
+
+  const Stage& stage_;
+  std::vector<std::unique_ptr<SinkMerge>> merges_;
+  std::map<std::int64_t, UnitResult> early_;
+  std::vector<std::int64_t> partitionRows_;
+  std::map<std::size_t, OutputTypes> types_;
+};
+
+}  // namespace kv::runtime

@@ -1,0 +1,78 @@
+#include "operator/Operator.h"
+
+#include <stdexcept>
+
+#include "kv/errors/StepError.h"
+
+namespace kv::runtime {
+namespace {
+
+class StatelessRun final : public StepRun {
+ public:
+  explicit StatelessRun(const StatelessOperator& op) : op_(op) {}
+
+  std::vector<Chunk> process(const StepInputs& inputs) override { return op_.process(inputs); }
+
+ private:
+  const StatelessOperator& op_;
+};
+
+/// For operators that call none.
+class NoFunctions final : public UserFunctions {
+ public:
+  std::vector<Column> call(std::size_t /*step*/, const Chunk& /*rows*/,
+                           std::span<const FunctionInput> /*inputs*/,
+                           OutputTypes& /*types*/) override {
+    refuse();
+  }
+  ReducedValues reduce(std::size_t /*step*/, std::span<const Column> /*partials*/) override {
+    refuse();
+  }
+  std::vector<Column> partialsOf(std::size_t /*step*/, const ReducedValues& /*reduced*/) override {
+    refuse();
+  }
+
+ private:
+  [[noreturn]] static void refuse() {
+    throw std::logic_error("a step that calls no function has called one");
+  }
+};
+
+}  // namespace
+
+void requireLogical(std::string_view label, const Column& result) {
+  if (result.type() != ElementType::Logical) {
+    errors::raiseStep("KALVEX:array:NotLogical",
+                      {std::string(label), std::string(elementTypeName(result.type()))});
+  }
+}
+
+std::vector<Chunk> processOnce(const Operator& op, std::string_view label,
+                               const std::vector<Chunk>& inputs) {
+  std::vector<StepInput> wholes;
+  for (const Chunk& input : inputs) {
+    wholes.push_back({.rows = &input, .origin = "a value in memory"});
+  }
+  NoFunctions functions;
+  OutputTypes types;
+  const std::unique_ptr<StepRun> run = op.start({0, label, inputs.size(), functions, types});
+  return run->process({label, op.spreads(), wholes, inputs.at(0)});
+}
+
+ColumnNeeds Operator::needsOf(std::size_t /*input*/, const ColumnNeeds& /*asked*/) const {
+  return {true, {}};
+}
+
+std::string Operator::planNote(const ColumnNeeds& /*asked*/) const { return {}; }
+
+std::unique_ptr<SinkMerge> Operator::startMerge(const MergeScope& /*scope*/) const {
+  throw std::logic_error("a step that gives rows has nothing to merge");
+}
+
+void Operator::write(ByteWriter& /*bytes*/) const {}
+
+std::unique_ptr<StepRun> StatelessOperator::start(const StepScope& /*scope*/) const {
+  return std::make_unique<StatelessRun>(*this);
+}
+
+}  // namespace kv::runtime

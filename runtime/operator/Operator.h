@@ -1,0 +1,150 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "column/bytes.h"
+#include "kv/runtime/Chunk.h"
+#include "operator/ColumnNeeds.h"
+#include "operator/OutputTypes.h"
+#include "operator/StepInputs.h"
+#include "operator/UserFunctions.h"
+
+// An operator is what one step of a stage does: one class, in one file of this folder. It is
+// described once and immutable; each unit that runs the step starts a StepRun of it, which holds
+// what changes. To add an operator: write its file, declare what makes it in operators.h, and add
+// its row to the table in operators.cpp, by which it is read from bytes.
+
+namespace kv::runtime {
+
+/// What an operator does to rows.
+enum class RowEffect : std::uint8_t {
+  Create,  ///< brings rows into the stage
+  Keep,    ///< a row of output for each row of input
+  Filter,  ///< some of the rows of its inputs, in order
+  End,     ///< no rows: what it gathers leaves the stage when the rows of a partition have ended
+};
+
+/// In the unit without rows, which runs when all others have ended: the types that the functions
+/// of steps have returned, by step. The function of any other step is called once, on no rows.
+using KnownTypes = std::map<std::size_t, std::vector<ElementType>>;
+
+/// The step that a StepRun runs, in one unit.
+///
+/// Lives: longer than the StepRun.
+struct StepScope {
+  std::size_t step = 0;  ///< its number in the stage
+  std::string_view label;
+  std::size_t numOutputs = 1;
+  UserFunctions& functions;
+  OutputTypes& types;  ///< that the step's function has returned in this unit
+  const KnownTypes* typesForNoRows = nullptr;  ///< null but in the unit without rows
+};
+
+/// The step whose results are merged.
+///
+/// Lives: longer than the merge.
+struct MergeScope {
+  std::size_t step = 0;
+  std::string_view label;
+  UserFunctions& functions;
+};
+
+/// What a unit gathered in a step that ends rows.
+struct SinkResult {
+  std::string partial{};        ///< of a built-in aggregate, in its byte form
+  ReducedValues reduced{};      ///< of a user's reduction; null if no row reached it
+  std::vector<Chunk> chunks{};  ///< of rows that are kept
+};
+
+/// What all units gathered together.
+struct MergedSink {
+  std::vector<Column> columns{};                 ///< of a built-in aggregate
+  ReducedValues reduced{};                       ///< of a user's reduction
+  std::vector<std::vector<Chunk>> partitions{};  ///< of rows that are kept
+};
+
+/// One run of a step in a unit.
+class StepRun {
+ public:
+  virtual ~StepRun() = default;
+
+  /// The step's outputs for the next rows, one chunk each; none for a step that ends rows.
+  /// Errors: those of the operator; the unit ends then.
+  virtual std::vector<Chunk> process(const StepInputs& inputs) = 0;
+
+  /// Called once, after the last rows of the partition.
+  virtual SinkResult finish() { return {}; }
+
+  /// The rows that a function of the step was given last, for a failure; null if they are those
+  /// that the step processes.
+  virtual const GivenRows* rowsAtHand() const { return nullptr; }
+};
+
+/// Merges what the units of a stage gathered in one step.
+class SinkMerge {
+ public:
+  virtual ~SinkMerge() = default;
+
+  /// Called for partitions 0, 1, 2 ..., then perhaps for the unit without rows.
+  virtual void add(SinkResult result) = 0;
+  virtual MergedSink finish() = 0;
+};
+
+/// Threads: immutable; may be used by several threads.
+class Operator {
+ public:
+  virtual ~Operator() = default;
+
+  /// Its name in bytes: that of its row in the table of operators.
+  virtual std::string_view kind() const = 0;
+
+  virtual RowEffect rowEffect() const { return RowEffect::Keep; }
+
+  /// True if the step calls a function of the user's own.
+  virtual bool callsUser() const { return false; }
+
+  /// True if an input of one row is repeated for every row of the others.
+  virtual bool spreads() const { return true; }
+
+  /// What the step needs of a table that is its input `input`, when later steps need `asked` of its
+  /// own result.
+  virtual ColumnNeeds needsOf(std::size_t input, const ColumnNeeds& asked) const;
+
+  /// The source that the operator reads; null but for `read`.
+  virtual std::shared_ptr<const Datastore> source() const { return nullptr; }
+
+  /// What a plan says about the step besides its label; `asked`: as above.
+  virtual std::string planNote(const ColumnNeeds& asked) const;
+
+  virtual std::unique_ptr<StepRun> start(const StepScope& scope) const = 0;
+
+  /// Requires: the operator ends rows.
+  virtual std::unique_ptr<SinkMerge> startMerge(const MergeScope& scope) const;
+
+  /// Writes what the operator's row in the table reads again; not its kind.
+  virtual void write(ByteWriter& bytes) const;
+};
+
+/// Refuses a result that isn't logical.
+/// Errors: "KALVEX:array:NotLogical" with the label and the type.
+void requireLogical(std::string_view label, const Column& result);
+
+/// The outputs of an operator that calls no function, for inputs that are whole.
+std::vector<Chunk> processOnce(const Operator& op, std::string_view label,
+                               const std::vector<Chunk>& inputs);
+
+/// An operator without state: the same for each chunk.
+class StatelessOperator : public Operator {
+ public:
+  virtual std::vector<Chunk> process(const StepInputs& inputs) const = 0;
+
+  std::unique_ptr<StepRun> start(const StepScope& scope) const final;
+};
+
+}  // namespace kv::runtime

@@ -1,0 +1,132 @@
+#include "operator/StepInputs.h"
+
+#include <fmt/core.h>
+
+#include <optional>
+
+#include "kv/errors/StepError.h"
+
+namespace kv::runtime {
+namespace {
+
+using errors::raiseStep;
+
+/// True if two chunks of one partition have the same rows of the source.
+bool haveSameRows(const RowOrdinals& a, const RowOrdinals& b) {
+  if (a.rows() != b.rows()) {
+    return false;
+  }
+  if (a.rows() == 0 || (a.isRange() && b.isRange())) {
+    return a.rows() == 0 || a.at(0) == b.at(0);
+  }
+  for (std::int64_t row = 0; row < a.rows(); ++row) {
+    if (a.at(row) != b.at(row)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+const Chunk& StepInputs::chunk(std::size_t input) const {
+  if (isValue(input)) {
+    refuseValue(input);
+  }
+  return *inputs_[input].rows;
+}
+
+const Column& StepInputs::column(std::size_t input) const {
+  const Chunk& rows = chunk(input);
+  if (rows.names != nullptr) {
+    raiseStep("KALVEX:array:NeedsColumn", {std::string(label_)});
+  }
+  return rows.columns.front();
+}
+
+const Chunk& StepInputs::sharedRows() const {
+  std::optional<std::size_t> first;
+  for (std::size_t input = 0; input < size(); ++input) {
+    if (isValue(input)) {
+      continue;
+    }
+    column(input);  // refuses a table
+    if (first) {
+      requireSameRows(*first, input);
+    } else {
+      first = input;
+    }
+  }
+  checkValues();
+  if (!first) {
+    raiseStep("KALVEX:array:NeedsRows", {std::string(label_)});
+  }
+  return *inputs_[*first].rows;
+}
+
+void StepInputs::requireSameRows(std::size_t a, std::size_t b) const {
+  const RowOrdinals& rowsA = chunk(a).ordinals;
+  const RowOrdinals& rowsB = chunk(b).ordinals;
+  if (!haveSameRows(rowsA, rowsB)) {
+    raiseStep("KALVEX:array:RowsDiffer",
+              {std::string(inputs_[a].origin), std::string(inputs_[b].origin), ""});
+  }
+}
+
+void StepInputs::checkValues() const {
+  for (std::size_t input = 0; input < size(); ++input) {
+    const bool isRowValue = isValue(input) && !value(input).isOpaque;
+    if (isRowValue && (value(input).places || value(input).column.rows() != 1 || !spreads_)) {
+      refuseValue(input);
+    }
+  }
+}
+
+/// A value where rows are needed: it has one row, or those of something else.
+void StepInputs::refuseValue(std::size_t input) const {
+  const StageInput& refused = value(input);
+  const std::int64_t rows = refused.places ? refused.places->rows() : refused.column.rows();
+  const bool mayNotSpread = refused.places || rows != 1 || !spreads_;
+  for (std::size_t other = 0; other < size(); ++other) {
+    if (mayNotSpread && !isValue(other)) {
+      const bool mayHaveOneRow = spreads_ && !refused.places;
+      raiseStep("KALVEX:array:RowsDiffer",
+                {fmt::format("{} ({} row{})", inputs_[input].origin, rows, rows == 1 ? "" : "s"),
+                 std::string(inputs_[other].origin),
+                 mayHaveOneRow ? "; a value in memory must have one row" : ""});
+    }
+  }
+  raiseStep("KALVEX:array:NeedsRows", {std::string(label_)});
+}
+
+bool StepInputs::hasUnknown() const {
+  for (std::size_t input = 0; input < size(); ++input) {
+    if (!isValue(input) && column(input).type() == ElementType::Unknown) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::vector<Operand> StepInputs::operands() const {
+  std::vector<Operand> operands;
+  for (std::size_t input = 0; input < size(); ++input) {
+    operands.push_back(isValue(input) ? Operand{value(input).column, true}
+                                      : Operand{column(input)});
+  }
+  return operands;
+}
+
+std::vector<FunctionInput> StepInputs::functionInputs() const {
+  std::vector<FunctionInput> inputs;
+  for (std::size_t input = 0; input < size(); ++input) {
+    if (isValue(input)) {
+      inputs.push_back({std::nullopt, inputs_[input].valueNumber});
+    } else {
+      inputs.push_back({column(input)});
+    }
+  }
+  return inputs;
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "kv/runtime/Chunk.h"
+#include "kv/runtime/Column.h"
+#include "operator/OutputTypes.h"
+
+namespace kv::runtime {
+
+/// An input of a user's function.
+struct FunctionInput {
+  std::optional<Column> rows;  ///< of the chunk at hand; none for a value
+  std::size_t value = 0;       ///< the stage's input that each call gets as the user supplied it
+};
+
+/// What the second function of a user's reduction returned: values that only the code that called
+/// it can read.
+using ReducedValues = std::shared_ptr<const void>;
+
+/// Runs users' functions for the steps of a stage.
+class UserFunctions {
+ public:
+  virtual ~UserFunctions() = default;
+
+  /// Calls the function of step `step` on rows of one partition. `rows` says which rows they are;
+  /// `types` records the types of what the function returns. The rows of a partition come in order.
+  ///
+  /// Result: a column for each output of the step.
+  /// Errors: what the function raises, as it came; "KALVEX:array:MissingOutput"; those of
+  ///         OutputTypes.
+  virtual std::vector<Column> call(std::size_t step, const Chunk& rows,
+                                   std::span<const FunctionInput> inputs, OutputTypes& types) = 0;
+
+  /// Calls the second function of step `step`, a reduction, on partial results, one column for each
+  /// output.
+  /// Errors: what the function raises, as it came.
+  virtual ReducedValues reduce(std::size_t step, std::span<const Column> partials) = 0;
+
+  /// What `reduce` returned as partial results again.
+  /// Errors: "KALVEX:array:NotAColumn" with the shape and class of what is no column.
+  virtual std::vector<Column> partialsOf(std::size_t step, const ReducedValues& reduced) = 0;
+};
+
+}  // namespace kv::runtime

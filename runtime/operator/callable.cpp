@@ -1,0 +1,158 @@
+#include <optional>
+#include <utility>
+
+#include "column/concatenate.h"
+#include "column/pieces.h"
+#include "kv/errors/StepError.h"
+#include "operator/operators.h"
+
+namespace kv::runtime {
+namespace {
+
+class CallableRun final : public StepRun {
+ public:
+  CallableRun(const StepScope& scope, bool givesLogical)
+      : scope_(scope), givesLogical_(givesLogical) {}
+
+  std::vector<Chunk> process(const StepInputs& inputs) override {
+    piece_.reset();
+    const Chunk& rows = inputs.sharedRows();
+    std::vector<Column> columns =
+        rows.rows() > 0 ? callOnPieces(inputs, rows) : resultsWithoutRows(inputs, rows);
+    std::vector<Chunk> chunks;
+    for (Column& column : columns) {
+      chunks.push_back({rows.partition, rows.ordinals, nullptr, {std::move(column)}});
+    }
+    return chunks;
+  }
+
+  const GivenRows* rowsAtHand() const override { return piece_ ? &*piece_ : nullptr; }
+
+ private:
+  /// The rows at hand are of one piece, or of several where rows of the function's inputs are wide.
+  std::vector<Column> callOnPieces(const StepInputs& inputs, const Chunk& rows) {
+    const std::vector<FunctionInput> whole = inputs.functionInputs();
+    const std::int64_t rowsEach = pieceRows(rowTypes(whole));
+    std::vector<std::vector<Column>> parts(scope_.numOutputs);
+    for (std::int64_t first = 0; first < rows.rows();) {
+      const std::int64_t last = endOfPiece(rows.ordinals, first, rowsEach);
+      std::vector<FunctionInput> piece = whole;
+      for (FunctionInput& input : piece) {
+        if (input.rows) {
+          input.rows = input.rows->slice(first, last - first);
+        }
+      }
+      const Chunk given{rows.partition, rows.ordinals.slice(first, last - first), nullptr, {}};
+      std::vector<Column> results = call(given, piece);
+      for (std::size_t i = 0; i < results.size(); ++i) {
+        parts[i].push_back(std::move(results[i]));
+      }
+      first = last;
+    }
+    std::vector<Column> columns;
+    for (const std::vector<Column>& part : parts) {
+      columns.push_back(concatenate(part));
+    }
+    return columns;
+  }
+
+  /// Types of what the function is given rows of.
+  static std::vector<ElementType> rowTypes(const std::vector<FunctionInput>& inputs) {
+    std::vector<ElementType> types;
+    for (const FunctionInput& input : inputs) {
+      if (input.rows) {
+        types.push_back(input.rows->type());
+      }
+    }
+    return types;
+  }
+
+  /// The end of the rows that are in the same piece as row `first`.
+  static std::int64_t endOfPiece(const RowOrdinals& ordinals, std::int64_t first,
+                                 std::int64_t rowsEach) {
+    const std::int64_t nextPiece = (ordinals.at(first) / rowsEach + 1) * rowsEach;
+    std::int64_t low = first + 1;
+    std::int64_t high = ordinals.rows();
+    while (low < high) {
+      const std::int64_t middle = low + (high - low) / 2;
+      (ordinals.at(middle) < nextPiece ? low : high) =
+          ordinals.at(middle) < nextPiece ? middle + 1 : middle;
+    }
+    return low;
+  }
+
+  std::vector<Column> call(const Chunk& rows, const std::vector<FunctionInput>& inputs) {
+    scope_.types.noteCall();
+    piece_ = GivenRows::of(rows);
+    std::vector<Column> columns = scope_.functions.call(scope_.step, rows, inputs, scope_.types);
+    for (const Column& column : columns) {
+      if (column.rows() != rows.rows()) {
+        errors::raiseStep("KALVEX:array:WrongRowCount",
+                          {std::string(scope_.label), std::to_string(rows.rows()),
+                           std::to_string(column.rows())});
+      }
+      if (givesLogical_) {
+        requireLogical(scope_.label, column);
+      }
+    }
+    return columns;
+  }
+
+  /// A function isn't called on no rows, unless there are none in the whole array: then once, so
+  /// that its results have their types.
+  std::vector<Column> resultsWithoutRows(const StepInputs& inputs, const Chunk& rows) {
+    const KnownTypes* known = scope_.typesForNoRows;
+    if (known == nullptr) {
+      const ElementType type = givesLogical_ ? ElementType::Logical : ElementType::Unknown;
+      return std::vector(scope_.numOutputs, emptyColumn(type));
+    }
+    const auto found = known->find(scope_.step);
+    if (found == known->end()) {
+      return call(rows, inputs.functionInputs());
+    }
+    std::vector<Column> columns;
+    for (const ElementType type : found->second) {
+      columns.push_back(emptyColumn(type));
+    }
+    return columns;
+  }
+
+  StepScope scope_;
+  bool givesLogical_;
+  std::optional<GivenRows> piece_;  ///< of the last call
+};
+
+class Callable final : public Operator {
+ public:
+  Callable(bool givesLogical, bool spreads) : givesLogical_(givesLogical), spreads_(spreads) {}
+
+  std::string_view kind() const override { return "callable"; }
+  bool callsUser() const override { return true; }
+  bool spreads() const override { return spreads_; }
+
+  std::unique_ptr<StepRun> start(const StepScope& scope) const override {
+    return std::make_unique<CallableRun>(scope, givesLogical_);
+  }
+
+  void write(ByteWriter& bytes) const override {
+    bytes.flag(givesLogical_);
+    bytes.flag(spreads_);
+  }
+
+ private:
+  bool givesLogical_;
+  bool spreads_;
+};
+
+}  // namespace
+
+OperatorPtr makeCallable(bool givesLogical, bool spreads) {
+  return std::make_shared<Callable>(givesLogical, spreads);
+}
+
+OperatorPtr readCallable(ByteReader& bytes) {
+  const bool givesLogical = bytes.flag();
+  return makeCallable(givesLogical, bytes.flag());
+}
+
+}  // namespace kv::runtime

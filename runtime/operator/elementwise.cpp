@@ -1,0 +1,56 @@
+#include <utility>
+
+#include "operator/operators.h"
+
+namespace kv::runtime {
+namespace {
+
+class Elementwise final : public StatelessOperator {
+ public:
+  Elementwise(const ElementFunction& function, bool givesLogical, bool spreads)
+      : function_(function), givesLogical_(givesLogical), spreads_(spreads) {}
+
+  std::string_view kind() const override { return "elementwise"; }
+  bool spreads() const override { return spreads_; }
+
+  std::vector<Chunk> process(const StepInputs& inputs) const override {
+    const Chunk& rows = inputs.sharedRows();
+    if (inputs.hasUnknown()) {
+      const ElementType type = givesLogical_ ? ElementType::Logical : ElementType::Unknown;
+      return {{rows.partition, rows.ordinals, nullptr, {emptyColumn(type)}}};
+    }
+    Column result = evaluate(function_, inputs.operands(), rows.rows());
+    if (givesLogical_) {
+      requireLogical(inputs.label(), result);
+    }
+    return {{rows.partition, rows.ordinals, nullptr, {std::move(result)}}};
+  }
+
+  void write(ByteWriter& bytes) const override {
+    bytes.text(function_.name);
+    bytes.flag(givesLogical_);
+    bytes.flag(spreads_);
+  }
+
+ private:
+  const ElementFunction& function_;  ///< of the table of element functions
+  bool givesLogical_;
+  bool spreads_;
+};
+
+}  // namespace
+
+OperatorPtr makeElementwise(const ElementFunction& function, bool givesLogical, bool spreads) {
+  return std::make_shared<Elementwise>(function, givesLogical, spreads);
+}
+
+OperatorPtr readElementwise(ByteReader& bytes) {
+  const ElementFunction* function = findElementFunction(bytes.text());
+  if (function == nullptr) {
+    bytes.refuse();
+  }
+  const bool givesLogical = bytes.flag();
+  return makeElementwise(*function, givesLogical, bytes.flag());
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,33 @@
+#include "kv/runtime/selectRows.h"
+#include "operator/operators.h"
+
+namespace kv::runtime {
+namespace {
+
+class Filter final : public StatelessOperator {
+ public:
+  std::string_view kind() const override { return "filter"; }
+  RowEffect rowEffect() const override { return RowEffect::Filter; }
+
+  ColumnNeeds needsOf(std::size_t input, const ColumnNeeds& asked) const override {
+    return input == 0 ? ColumnNeeds{true, {}} : asked;
+  }
+
+  std::vector<Chunk> process(const StepInputs& inputs) const override {
+    const Column& keep = inputs.column(0);
+    const bool isKnown = keep.type() != ElementType::Unknown;
+    std::vector<Chunk> kept;
+    for (std::size_t input = 1; input < inputs.size(); ++input) {
+      inputs.requireSameRows(0, input);
+      const Chunk& chunk = inputs.chunk(input);
+      kept.push_back(isKnown ? selectRows(chunk, keep) : chunk);
+    }
+    return kept;
+  }
+};
+
+}  // namespace
+
+OperatorPtr makeFilter() { return std::make_shared<Filter>(); }
+
+}  // namespace kv::runtime

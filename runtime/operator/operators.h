@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kv/runtime/Aggregates.h"
+#include "kv/runtime/Datastore.h"
+#include "kv/runtime/ElementFunctions.h"
+#include "operator/Operator.h"
+
+/// All operators, one file each.
+namespace kv::runtime {
+
+using OperatorPtr = std::shared_ptr<const Operator>;
+
+/// The rows of a source, as a table.
+OperatorPtr makeRead(std::shared_ptr<const Datastore> source);
+
+/// Columns of a table, by name: a table, or for `isContent` the one column as an array.
+/// Errors of a run: "KALVEX:array:NeedsTable"; "KALVEX:array:UnknownColumn" with the columns that
+///                  the table has.
+OperatorPtr makeVariable(std::vector<std::string> names, bool isContent);
+
+/// A built-in function of matching rows. `givesLogical`: refuses results of another type.
+/// `spreads`: as Operator::spreads.
+/// Errors of a run: those of evaluate(); "KALVEX:array:NotLogical".
+OperatorPtr makeElementwise(const ElementFunction& function, bool givesLogical = false,
+                            bool spreads = true);
+
+/// A user's function of matching rows, which sees the rows in pieces.
+/// Errors of a run: those of UserFunctions::call; "KALVEX:array:WrongRowCount";
+///                  "KALVEX:array:NotLogical".
+OperatorPtr makeCallable(bool givesLogical = false, bool spreads = true);
+
+/// The rows of each input but the first for which the first is true.
+OperatorPtr makeFilter();
+
+/// The input, as it is.
+OperatorPtr makePass();
+
+/// The first input, a value, for every row of the second.
+OperatorPtr makeSpread();
+
+/// A built-in aggregate of all rows.
+OperatorPtr makeAggregate(const AggregateFunction& function, MissingRule missing);
+
+/// A user's reduction of all rows: the first function is called on frames of rows, the second on
+/// up to 64 of its results at a time.
+OperatorPtr makeReduction();
+
+/// All rows, kept as they are.
+OperatorPtr makeCollect();
+
+/// A row of the table of operators: how an operator of that kind is read from bytes.
+struct OperatorKind {
+  std::string_view kind;
+  OperatorPtr (*read)(ByteReader& bytes);
+};
+
+/// Errors: "KALVEX:executor:BadBytes" for a kind that isn't in the table.
+OperatorPtr readOperator(ByteReader& bytes);
+
+/// The kind, then what the operator writes.
+void writeOperator(const Operator& op, ByteWriter& bytes);
+
+// What reads the operators that have options.
+OperatorPtr readRead(ByteReader& bytes);
+OperatorPtr readVariable(ByteReader& bytes);
+OperatorPtr readElementwise(ByteReader& bytes);
+OperatorPtr readCallable(ByteReader& bytes);
+OperatorPtr readAggregate(ByteReader& bytes);
+
+}  // namespace kv::runtime

@@ -1,0 +1,21 @@
+#include "operator/operators.h"
+
+namespace kv::runtime {
+namespace {
+
+class Pass final : public StatelessOperator {
+ public:
+  std::string_view kind() const override { return "pass"; }
+
+  ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& asked) const override {
+    return asked;
+  }
+
+  std::vector<Chunk> process(const StepInputs& inputs) const override { return {inputs.chunk(0)}; }
+};
+
+}  // namespace
+
+OperatorPtr makePass() { return std::make_shared<Pass>(); }
+
+}  // namespace kv::runtime

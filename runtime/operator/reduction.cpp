@@ -1,0 +1,176 @@
+#include <optional>
+#include <utility>
+
+#include "aggregate/ReduceTree.h"
+#include "column/ChunkBuffer.h"
+#include "column/concatenate.h"
+#include "column/pieces.h"
+#include "kv/errors/StepError.h"
+#include "operator/operators.h"
+
+// A user's reduction has two functions. The first makes a partial result of each frame of rows; the
+// second makes one partial result of up to 64 of either function's, stacked output by output. It
+// runs last in each partition and over all partitions, so that it must accept what it returned.
+
+namespace kv::runtime {
+namespace {
+
+/// A partial result: of the first function, or of the second.
+struct Partial {
+  std::vector<Column> columns{};
+  ReducedValues reduced{};
+};
+
+/// The rows of all columns in order.
+/// Errors: "KALVEX:array:PartialTypes" with both types if two columns with rows differ.
+Column stack(std::string_view label, const std::vector<Column>& columns) {
+  const Column* first = nullptr;
+  for (const Column& column : columns) {
+    if (column.rows() == 0) {
+      continue;
+    }
+    if (first == nullptr) {
+      first = &column;
+    } else if (first->type() != column.type()) {
+      errors::raiseStep("KALVEX:array:PartialTypes",
+                        {std::string(label), std::string(elementTypeName(first->type())),
+                         std::string(elementTypeName(column.type()))});
+    }
+  }
+  return concatenate(columns);
+}
+
+/// Reduces partial results of one step to one.
+class Reducer {
+ public:
+  explicit Reducer(const MergeScope& scope) : scope_(scope) {}
+
+  Partial operator()(std::vector<Partial> partials) const {
+    std::vector<std::vector<Column>> parts;
+    for (Partial& partial : partials) {
+      std::vector<Column> columns = partial.reduced != nullptr
+                                        ? scope_.functions.partialsOf(scope_.step, partial.reduced)
+                                        : std::move(partial.columns);
+      parts.resize(columns.size());
+      for (std::size_t i = 0; i < columns.size(); ++i) {
+        parts[i].push_back(std::move(columns[i]));
+      }
+    }
+    std::vector<Column> stacks;
+    for (const std::vector<Column>& part : parts) {
+      stacks.push_back(stack(scope_.label, part));
+    }
+    return {.reduced = scope_.functions.reduce(scope_.step, stacks)};
+  }
+
+ private:
+  MergeScope scope_;
+};
+
+class ReductionRun final : public StepRun {
+ public:
+  explicit ReductionRun(const StepScope& scope)
+      : scope_(scope), tree_(Reducer({scope.step, scope.label, scope.functions}), false) {}
+
+  std::vector<Chunk> process(const StepInputs& inputs) override {
+    const Chunk& rows = inputs.sharedRows();
+    Chunk frame{rows.partition, rows.ordinals, nullptr, {}};
+    inputs_ = inputs.functionInputs();
+    std::vector<ElementType> types;
+    for (FunctionInput& input : inputs_) {
+      if (input.rows) {
+        types.push_back(input.rows->type());
+        frame.columns.push_back(*input.rows);
+      }
+    }
+    if (rows.rows() > 0) {
+      frameRows_ = pieceRows(types);
+      waiting_.push(std::move(frame));
+      while (waiting_.rows() >= frameRows_) {
+        call(waiting_.take(frameRows_));
+      }
+    } else if (mustCallOnNoRows()) {
+      call(frame);
+    }
+    return {};
+  }
+
+  SinkResult finish() override {
+    if (waiting_.rows() > 0) {
+      call(waiting_.take(waiting_.rows()));
+    }
+    std::optional<Partial> root = tree_.finish();
+    return {.reduced = root ? std::move(root->reduced) : nullptr};
+  }
+
+  const GivenRows* rowsAtHand() const override { return frame_ ? &*frame_ : &kNoRows; }
+
+ private:
+  static constexpr GivenRows kNoRows{};
+
+  bool mustCallOnNoRows() const {
+    return scope_.typesForNoRows != nullptr && !scope_.typesForNoRows->contains(scope_.step);
+  }
+
+  void call(const Chunk& frame) {
+    std::size_t column = 0;
+    for (FunctionInput& input : inputs_) {
+      if (input.rows) {
+        input.rows = frame.columns[column++];
+      }
+    }
+    scope_.types.noteCall();
+    frame_ = GivenRows::of(frame);
+    Partial partial{.columns = scope_.functions.call(scope_.step, frame, inputs_, scope_.types)};
+    frame_.reset();
+    tree_.push(std::move(partial));
+  }
+
+  StepScope scope_;
+  std::vector<FunctionInput> inputs_;  ///< of the last call of `process`
+  std::int64_t frameRows_ = kPieceRows;
+  ChunkBuffer waiting_;
+  std::optional<GivenRows> frame_;  ///< while the first function is called on it
+  ReduceTree<Partial> tree_;
+};
+
+class ReductionMerge final : public SinkMerge {
+ public:
+  explicit ReductionMerge(const MergeScope& scope) : tree_(Reducer(scope), true) {}
+
+  void add(SinkResult result) override {
+    if (result.reduced != nullptr) {
+      tree_.push({.reduced = std::move(result.reduced)});
+    }
+  }
+
+  MergedSink finish() override {
+    std::optional<Partial> root = tree_.finish();
+    return {.reduced = root ? std::move(root->reduced) : nullptr};
+  }
+
+ private:
+  ReduceTree<Partial> tree_;
+};
+
+class Reduction final : public Operator {
+ public:
+  std::string_view kind() const override { return "reduction"; }
+  RowEffect rowEffect() const override { return RowEffect::End; }
+  bool callsUser() const override { return true; }
+  std::string planNote(const ColumnNeeds& /*asked*/) const override { return "reduces all rows"; }
+
+  std::unique_ptr<StepRun> start(const StepScope& scope) const override {
+    return std::make_unique<ReductionRun>(scope);
+  }
+
+  std::unique_ptr<SinkMerge> startMerge(const MergeScope& scope) const override {
+    return std::make_unique<ReductionMerge>(scope);
+  }
+};
+
+}  // namespace
+
+OperatorPtr makeReduction() { return std::make_shared<Reduction>(); }
+
+}  // namespace kv::runtime

@@ -1,0 +1,28 @@
+#include "column/concatenate.h"
+#include "operator/operators.h"
+
+namespace kv::runtime {
+namespace {
+
+class SpreadValue final : public StatelessOperator {
+ public:
+  std::string_view kind() const override { return "spread"; }
+
+  /// Of the rows only their number matters.
+  ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& /*asked*/) const override {
+    return {};
+  }
+
+  std::vector<Chunk> process(const StepInputs& inputs) const override {
+    inputs.checkValues();
+    const Chunk& rows = inputs.chunk(1);
+    return {
+        {rows.partition, rows.ordinals, nullptr, {repeat(inputs.value(0).column, rows.rows())}}};
+  }
+};
+
+}  // namespace
+
+OperatorPtr makeSpread() { return std::make_shared<SpreadValue>(); }
+
+}  // namespace kv::runtime

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+
+#include "kv/host/values.h"
+#include "kv/runtime/Aggregates.h"
+#include "kv/runtime/ElementFunctions.h"
+
+/// Which functions of users' operations are the runtime's own.
+namespace kv::runtime {
+
+/// A built-in function; neither for one of the user's own.
+struct BuiltInFunction {
+  const ElementFunction* element = nullptr;
+  const AggregateFunction* aggregate = nullptr;
+  MissingRule missing = MissingRule::Skip;
+
+  bool operator==(const BuiltInFunction&) const = default;
+};
+
+/// The built-in function that a function_handle names, "kv.element.NAME" or "kv.aggregate.NAME",
+/// the latter with ".propagate" after it for the form that propagates missing values.
+BuiltInFunction builtInFunction(const kxArray* handle);
+
+/// True if a FunctionHandle holds a built-in function.
+bool isBuiltInHandle(const kxArray* functionHandle);
+
+/// How plans call the function of a function_handle.
+std::string functionLabel(const kxArray* handle);
+
+}  // namespace kv::runtime

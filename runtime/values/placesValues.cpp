@@ -1,0 +1,130 @@
+#include "values/placesValues.h"
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "values/columnValues.h"
+
+namespace kv::runtime {
+namespace {
+
+using host::Value;
+
+constexpr std::array<std::string_view, 7> kFields{
+    "RowCount", "PartitionRows", "Ordinals", "Source", "SourceRows", "Origin", "IsUntyped"};
+
+/// More rows than a partition has; their sum doesn't overflow.
+constexpr std::int64_t kMaxPartitionRows = std::int64_t{1} << 48;
+
+Value int64Column(std::span<const std::int64_t> numbers) {
+  Value column = matrix::from_kalvex(
+      kxCreateNumericArray(std::array<std::size_t, 2>{numbers.size(), 1}, kxINT64_CLASS));
+  std::copy(numbers.begin(), numbers.end(),
+            static_cast<std::int64_t*>(kxGetMutableData(column.get())));
+  return column;
+}
+
+/// The numbers of an int64 column; none for anything else.
+std::span<const std::int64_t> int64sOf(const kxArray* column) {
+  if (kxGetClassID(column) != kxINT64_CLASS || kxGetN(column) != 1) {
+    return {};
+  }
+  return {static_cast<const std::int64_t*>(kxGetData(column)), kxGetNumberOfElements(column)};
+}
+
+/// True if there is an ordinal for each row, and those of a partition ascend.
+bool ascendInEachPartition(std::span<const std::int64_t> ordinals,
+                           std::span<const std::int64_t> firstRow) {
+  if (ordinals.size() != static_cast<std::size_t>(firstRow.back())) {
+    return false;
+  }
+  for (std::size_t i = 0; i + 1 < firstRow.size(); ++i) {
+    const auto begin = static_cast<std::size_t>(firstRow[i]);
+    const auto ofPartition =
+        ordinals.subspan(begin, static_cast<std::size_t>(firstRow[i + 1]) - begin);
+    if (std::ranges::adjacent_find(ofPartition, std::greater_equal()) != ofPartition.end() ||
+        (!ofPartition.empty() && ofPartition.front() < 0)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+/// True if the numbers ascend from 0 to `last`, equal ones included.
+bool ascendTo(std::span<const std::int64_t> numbers, std::size_t last) {
+  return !numbers.empty() && numbers.front() == 0 && std::ranges::is_sorted(numbers) &&
+         static_cast<std::size_t>(numbers.back()) == last;
+}
+
+std::optional<std::string> textIn(const kxArray* metadata, std::string_view field) {
+  const kxArray* text = kxGetField(metadata, 0, field);
+  const bool isText = text != nullptr && kxIsScalar(text) && Torvane::String::isString(text);
+  return isText ? std::optional(host::toText(text)) : std::nullopt;
+}
+
+std::optional<RowCut> cutIn(const kxArray* metadata, std::size_t numPartitions) {
+  auto source = textIn(metadata, "Source");
+  const auto rows = int64sOf(kxGetField(metadata, 0, "SourceRows"));
+  const bool isCut = source && rows.size() == numPartitions &&
+                     std::ranges::all_of(rows, [](std::int64_t ofPartition) {
+                       return ofPartition >= 0 && ofPartition <= kMaxPartitionRows;
+                     });
+  return isCut ? std::optional(RowCut{*std::move(source), {rows.begin(), rows.end()}})
+               : std::nullopt;
+}
+
+bool isTrue(const kxArray* flag) {
+  return kxGetClassID(flag) == kxLOGICAL_CLASS && kxIsScalar(flag) && *kxGetLogicals(flag);
+}
+
+}  // namespace
+
+std::optional<RowPlaces> placesOf(const kxArray* metadata, std::size_t rows) {
+  if (kxGetClassID(metadata) != kxSTRUCT_CLASS || kxIsEmpty(metadata)) {
+    return std::nullopt;
+  }
+  const auto firstRow = int64sOf(kxGetField(metadata, 0, "PartitionRows"));
+  if (firstRow.size() < 2 || !ascendTo(firstRow, rows)) {
+    return std::nullopt;
+  }
+  std::optional<RowCut> cut = cutIn(metadata, firstRow.size() - 1);
+  if (!cut) {
+    return std::nullopt;
+  }
+  RowPlaces places{{firstRow.begin(), firstRow.end()},
+                   std::nullopt,
+                   std::make_shared<const RowCut>(*std::move(cut)),
+                   textIn(metadata, "Origin").value_or("")};
+  places.isUntyped = rows == 0 && isTrue(kxGetField(metadata, 0, "IsUntyped"));
+  const kxArray* ordinals = kxGetField(metadata, 0, "Ordinals");
+  if (kxGetClassID(ordinals) == kxINT64_CLASS) {
+    if (!ascendInEachPartition(int64sOf(ordinals), firstRow)) {
+      return std::nullopt;
+    }
+    places.ordinals = toColumn(ordinals);
+  }
+  return places.fitCut() ? std::optional(std::move(places)) : std::nullopt;
+}
+
+Value toMetadata(const RowPlaces& places) {
+  Value metadata = matrix::from_kalvex(kxCreateStructMatrix(1, 1, kFields));
+  const auto set = [&](std::string_view field, Value value) {
+    kxSetField(metadata.get(), 0, field, value.release());
+  };
+  set("RowCount", host::makeDouble(static_cast<double>(places.rows())));
+  set("PartitionRows", int64Column(places.firstRow));
+  set("Ordinals", places.ordinals ? toValue(*places.ordinals) : host::makeEmptyDouble());
+  set("Source", host::makeString(places.cut->source));
+  set("SourceRows", int64Column(places.cut->partitionRows));
+  set("Origin", host::makeString(places.origin));
+  set("IsUntyped", host::makeLogical(places.isUntyped));
+  return metadata;
+}
+
+}  // namespace kv::runtime
