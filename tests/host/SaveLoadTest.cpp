@@ -137,6 +137,9 @@ TEST_F(SaveLoad, WhatIsSharedStaysSharedAndIsWrittenOnce) {
   const kxArray* inner = kxGetCell(loaded.get(), 0);
   EXPECT_EQ(kxGetData(kxGetCell(inner, 0)), kxGetData(kxGetCell(inner, 1)));
   EXPECT_EQ(kxGetData(kxGetCell(inner, 0)), kxGetData(kxGetCell(loaded.get(), 1)));
+  const Value a = host::makeDouble(1), b = host::makeDouble(2);
+  EXPECT_EQ(session.saveBytes(cell({a.get(), b.get(), a.get(), b.get()}).get()).size(),
+            session.saveBytes(cell({a.get(), b.get(), b.get(), b.get()}).get()).size());
 }
 
 TEST_F(SaveLoad, ObjectsKeepTheirCyclesAndNoConstructorRuns) {
@@ -231,12 +234,15 @@ TEST_F(SaveLoad, WhatALoadedObjectDoesntHoldOfItsRecordIsNeitherFilledNorChecked
       ClassDefinition unknown;
       unknown.name = "lab.Unknown";
       writer.defineClass(std::make_shared<const ClassDefinition>(unknown));
-      const Value heldObject = host::call("lab.Held");
+      Value heldObject = host::call("lab.Held");
       writer.set(heldObject.get(), "Inner", host::call("lab.Unknown").get());
       writer.defineFunction(
           "lab.Held", [&](const Call& call) { call.out(0, matrix::sharedCopy(heldObject.get())); });
       const Value object = host::call("lab.Recorded");
       bytes = writer.saveBytes(cell({object.get(), object.get()}).get());
+      heldObject = matrix::sharedCopy(object.get());
+      EXPECT_EQ(failure([&] { writer.saveBytes(object.get()); }),
+                "KALVEX:save:NotSaveable | lab.Recorded | its record leads back to itself");
     }
     const host::Session::Scope inside(reader);
     if (takesRecord) {
@@ -303,6 +309,13 @@ TEST_F(SaveLoad, WhatCantBeLoadedIsRefusedByName) {
   const Value gone = call("lab.Node");
   session.deleteObject(gone.get());
   EXPECT_EQ(failure([&] { reload(gone); }), "KALVEX:class:InvalidHandle");
+  ClassDefinition hasty;
+  hasty.name = "lab.Hasty";
+  hasty.constructor =
+      MethodDefinition{.body = [this](const Call& made) { session.saveBytes(made.in(0)); }};
+  define(hasty);
+  EXPECT_EQ(failure([&] { call("lab.Hasty"); }),
+            "KALVEX:save:NotSaveable | lab.Hasty | it is still being made");
 }
 
 TEST_F(SaveLoad, WithoutTrustFunctionsAndGuardedMethodsRefuse) {

@@ -248,7 +248,18 @@ TEST_F(Failures, OfOurOwnHaveIdsAsWell) {
   EXPECT_EQ(idOf([&] { withStep(step, nullptr, [&] { Stage(steps, {}); }); }),
             "KALVEX:array:DifferentSources");
 
-  for (const Value& broken : {host::makeDouble(1), host::makeChars("text")}) {
+  const auto described = [](const char* field, const std::vector<std::string>& texts) {
+    const CsvDatastore source({"t",
+                               {{"a.csv", "/a.csv", 4, 1, true}},
+                               {{"x", ElementType::Double}, {"y", ElementType::Double}}});
+    Value record = describeCsv(source);
+    kxSetField(record.get(), 0, field, host::makeStringColumn(texts).release());
+    return record;
+  };
+  EXPECT_EQ(csvFromDescription(described("ColumnNames", {"a", "b"}).get()).schema[1].name, "b");
+  for (const Value& broken :
+       {host::makeDouble(1), host::makeChars("text"), described("ColumnNames", {"a", "a"}),
+        described("AbsolutePaths", {"/a.csv", "/b.csv"})}) {
     EXPECT_EQ(idOf([&] { csvFromDescription(broken.get()); }), "KALVEX:datastore:BadDescription");
   }
 }

@@ -148,6 +148,12 @@ TEST_F(LoadedGraphRules, RefuseObjectsOfTheRuntimeThatDoNotFit) {
   const Value whole =
       host::call("kalvex.bigdata.internal.executor.ConcatenatedPartitionStrategy", {part.get()});
   EXPECT_EQ(verdict(whole), "loaded");
+  Value deep = matrix::sharedCopy(whole.get());
+  for (int i = 0; i < 1000; ++i) {
+    deep =
+        host::call("kalvex.bigdata.internal.executor.ConcatenatedPartitionStrategy", {deep.get()});
+  }
+  EXPECT_THAT(verdict(deep), HasSubstr("nested 1001 deep"));
   const Value rows =
       host::call("kalvex.bigdata.internal.lazyeval.FilterOperation", {host::makeDouble(1).get()});
   session.set(rows.get(), "NumInputs", host::makeDouble(1).get(),
