@@ -27,6 +27,7 @@ PROGRAMS = {
     "host": ["host", "bigdata"],
     "bigdata": ["bigdata", "array"],
     "runtime": ["runtime", "array"],
+    "rooms": ["runtime", "array"],
     "save": ["host", "persistence", "runtime"],
     "persistence": ["runtime", "python"],
     "python": ["python"],
