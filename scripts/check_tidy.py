@@ -36,8 +36,8 @@ FINDING = re.compile(
     rf"^{re.escape(str(ROOT))}/([^:]+):\d+:\d+: (warning|error): .*$", re.MULTILINE
 )
 
-# Where names are given by the host's interface.
-GIVEN = ("host/include/", "bigdata/public/", "bigdata/util/ErrorIds.h")
+# Where names are given by the host's interface, and tests, whose fixtures read as stories.
+GIVEN = ("tests/", "host/include/", "bigdata/public/", "bigdata/util/ErrorIds.h")
 
 # Every description of a class defines this name for itself; a batch numbers them.
 LOCAL_NAMES = ("registration",)

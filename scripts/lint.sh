@@ -51,6 +51,15 @@ testNames() {
 
 banners() { refuse '^\s*(//|#)\s*([-=*#~])\2\2' '*.h' '*.cpp' '*.py' '*.sh' '*.cmake' '*CMakeLists.txt'; }
 
+# Each namespace opens after a blank line.
+namespaces() {
+  local close
+  close=$(git ls-files '*.h' '*.cpp' | xargs --no-run-if-empty awk '
+    /^namespace / && FNR > 1 && before ~ /^(#include|namespace )/ {print "  " FILENAME ":" FNR}
+    {before = $0}')
+  [[ -z $close ]] || { echo "$close" >&2; return 1; }
+}
+
 # Time is for benches: a slow machine fails no test.
 wallTimes() {
   refuse '(EXPECT|ASSERT)_(LT|LE|GT|GE)\(.*\b(seconds|elapsed|duration)' 'tests/*.cpp' 'tests/*.h' &&
@@ -66,6 +75,7 @@ check "floors" python3 scripts/check_floors.py
 check "file sizes" fileSizes
 check "test names" testNames
 check "no banners" banners
+check "blank lines around namespaces" namespaces
 check "no wall time in tests" wallTimes
 check "error ids in tests" python3 scripts/check_error_ids.py
 [[ ${1:-} != --all ]] || check "clang-tidy" scripts/check_tidy.py

@@ -7,6 +7,7 @@
 #include "kv/errors/StepError.h"
 
 namespace kv::errors {
+
 namespace {
 
 ErrorRecord recordOf(std::string_view id, std::vector<std::string> arguments) {

@@ -13,6 +13,7 @@
 // The tables of all floors are joined and sorted while this file is compiled, so the rows exist
 // before any code runs, and a mistake in one of them stops the build.
 namespace kv::errors {
+
 namespace {
 
 template <std::size_t... Sizes>

@@ -7,6 +7,7 @@
 // Numbers are 64 bits, little end first; a text or a list is preceded by its length. What is read
 // may come from another process: no length is trusted.
 namespace kv::errors {
+
 namespace {
 
 constexpr std::string_view kTag = "kvF1";

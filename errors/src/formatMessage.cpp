@@ -5,6 +5,7 @@
 #include "kv/errors/shownText.h"
 
 namespace kv::errors {
+
 namespace {
 
 constexpr std::string_view kShort = ":short";

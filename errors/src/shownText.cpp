@@ -4,6 +4,7 @@
 #include <cstddef>
 
 namespace kv::errors {
+
 namespace {
 
 constexpr std::size_t kShownBytes = 80;

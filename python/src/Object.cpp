@@ -10,6 +10,7 @@
 #include "values.h"
 
 namespace kv::python {
+
 namespace {
 
 /// Runs `body` on the object's session; exceptions of the host become Python's.

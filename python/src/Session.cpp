@@ -8,6 +8,7 @@
 #include "stacks.h"
 
 namespace kv::python {
+
 namespace {
 
 thread_local const SessionPtr* tInnermost = nullptr;

@@ -22,6 +22,7 @@
 #include "values.h"
 
 namespace kv::python {
+
 namespace {
 
 /// The state of a Python Session.

@@ -8,6 +8,7 @@
 #include "values.h"
 
 namespace kv::python {
+
 namespace {
 
 /// Arguments of a vector call.

@@ -5,6 +5,7 @@
 #include "values.h"
 
 namespace kv::python {
+
 namespace {
 
 /// No function has more outputs.

@@ -8,6 +8,7 @@
 #include "values.h"
 
 namespace kv::python {
+
 namespace {
 
 /// A copy. It can't change, whatever code the conversion of its values runs.

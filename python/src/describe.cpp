@@ -2,6 +2,7 @@
 #include "texts.h"
 
 namespace kv::python {
+
 namespace {
 
 nb::object countOf(int count) {

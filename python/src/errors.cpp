@@ -20,6 +20,7 @@
 #include "values.h"
 
 namespace kv::python {
+
 namespace {
 
 using foundation::core::except::IMsgIDException;

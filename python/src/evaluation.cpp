@@ -10,6 +10,7 @@
 #include "kv/runtime/runtime.h"
 
 namespace kv::python {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;

@@ -8,6 +8,7 @@
 #include <thread>
 
 namespace kv::python {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;

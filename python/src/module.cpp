@@ -11,6 +11,7 @@
 #include "values.h"
 
 namespace kv::python {
+
 namespace {
 
 nb::dict ledger() {

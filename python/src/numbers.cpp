@@ -18,6 +18,7 @@
 #include "values.h"
 
 namespace kv::python {
+
 namespace {
 
 struct NumberType {

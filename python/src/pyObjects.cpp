@@ -6,6 +6,7 @@
 #include "kv/host/stack.h"
 
 namespace kv::python {
+
 namespace {
 
 struct Place {

@@ -13,6 +13,7 @@
 #include "pyObjects.h"
 
 namespace kv::python {
+
 namespace {
 
 std::string_view textOf(PyObject* text) {

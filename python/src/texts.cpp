@@ -3,6 +3,7 @@
 #include <algorithm>
 
 namespace kv::python {
+
 namespace {
 
 template <class T>

@@ -16,6 +16,7 @@
 #include "values.h"
 
 namespace kv::python {
+
 namespace {
 
 using host::Value;

@@ -6,6 +6,7 @@
 #include "values.h"
 
 namespace kv::python {
+
 namespace {
 
 nb::object charsToPython(const kxArray* value) {

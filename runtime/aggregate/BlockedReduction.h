@@ -64,22 +64,30 @@ class BlockedReduction {
   /// by one.
   void addPart(const double* values, std::int64_t ordinal, std::int64_t count) {
     const double* end = values + count;
-    while (values < end && laneOf(ordinal) != 0) lanes_.add(laneOf(ordinal++), *values++);
+    while (values < end && laneOf(ordinal) != 0) {
+      lanes_.add(laneOf(ordinal++), *values++);
+    }
     const std::size_t groups = static_cast<std::size_t>(end - values) / kLanes;
     lanes_.addGroups(values, groups);
     values += groups * kLanes;
-    for (std::size_t lane = 0; values < end; ++lane) lanes_.add(lane, *values++);
+    for (std::size_t lane = 0; values < end; ++lane) {
+      lanes_.add(lane, *values++);
+    }
   }
 
   void openBlock(std::int64_t block) {
-    if (block == block_) return;
+    if (block == block_) {
+      return;
+    }
     assert(block > block_);
     closeBlock();
     block_ = block;
   }
 
   void closeBlock() {
-    if (block_ != kNoBlock) tree_.push(block_, lanes_.close());
+    if (block_ != kNoBlock) {
+      tree_.push(block_, lanes_.close());
+    }
     block_ = kNoBlock;
   }
 

@@ -28,8 +28,12 @@ class FixedTree {
 
   /// The value of the root; empty if there was no leaf.
   std::optional<T> finish() {
-    while (nodes_.size() >= 2) mergeLastPair();
-    if (nodes_.empty()) return std::nullopt;
+    while (nodes_.size() >= 2) {
+      mergeLastPair();
+    }
+    if (nodes_.empty()) {
+      return std::nullopt;
+    }
     return std::move(nodes_.front().value);
   }
 

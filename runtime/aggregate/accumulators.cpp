@@ -70,7 +70,9 @@ class IntegerSumAccumulator final : public Accumulator {
  public:
   void update(const Column& column, const RowOrdinals&) override {
     visitNumeric(column.type(), [&]<class T>() {
-      if constexpr (std::integral<T>) sum_ += sumOf(column.values<T>());
+      if constexpr (std::integral<T>) {
+        sum_ += sumOf(column.values<T>());
+      }
     });
     count_ += column.rows();
   }
@@ -88,7 +90,9 @@ class IntegerSumAccumulator final : public Accumulator {
     WideInteger total = 0;
     for (; !values.empty(); values = values.subspan(std::min(kBlockElements, values.size()))) {
       Sum sum = 0;
-      for (const T value : values.first(std::min(kBlockElements, values.size()))) sum += value;
+      for (const T value : values.first(std::min(kBlockElements, values.size()))) {
+        sum += value;
+      }
       total += sum;
     }
     return total;
@@ -106,9 +110,13 @@ class ExtremeAccumulator final : public Accumulator {
     const auto values = column.values<T>();
     const std::size_t whole = values.size() / kLanes * kLanes;
     for (std::size_t i = 0; i < whole; i += kLanes) {
-      for (std::size_t lane = 0; lane < kLanes; ++lane) take(lane, values[i + lane]);
+      for (std::size_t lane = 0; lane < kLanes; ++lane) {
+        take(lane, values[i + lane]);
+      }
     }
-    for (std::size_t i = whole; i < values.size(); ++i) take(0, values[i]);
+    for (std::size_t i = whole; i < values.size(); ++i) {
+      take(0, values[i]);
+    }
     rows_ += column.rows();
   }
 
@@ -123,17 +131,20 @@ class ExtremeAccumulator final : public Accumulator {
  private:
   static constexpr T start() {
     using Limits = std::numeric_limits<T>;
-    if constexpr (std::floating_point<T>)
+    if constexpr (std::floating_point<T>) {
       return isMin ? Limits::infinity() : -Limits::infinity();
-    else
+    } else {
       return isMin ? Limits::max() : Limits::min();
+    }
   }
 
   /// NaN is neither less nor greater than anything, so it is skipped.
   void take(std::size_t lane, T value) {
     const bool isBetter = isMin ? value < best_[lane] : value > best_[lane];
     best_[lane] = isBetter ? value : best_[lane];
-    if constexpr (std::floating_point<T>) missing_[lane] += value != value ? 1 : 0;
+    if constexpr (std::floating_point<T>) {
+      missing_[lane] += value != value ? 1 : 0;
+    }
   }
 
   std::array<T, kLanes> best_ = startLanes();
@@ -160,7 +171,9 @@ class TextExtremeAccumulator final : public Accumulator {
       }
       const std::string_view text = texts[row];
       const bool isBetter = count_ == 0 || (isMin ? text < best_ : text > best_);
-      if (isBetter) best_.assign(text);
+      if (isBetter) {
+        best_.assign(text);
+      }
       ++count_;
     }
   }
@@ -188,11 +201,15 @@ class CountAccumulator final : public Accumulator {
 
  private:
   static std::int64_t missingOf(const Column& column) {
-    if (column.type() == ElementType::String) return column.data()->GetNullCount();
+    if (column.type() == ElementType::String) {
+      return column.data()->GetNullCount();
+    }
     return visitNumeric(column.type(), [&]<class T>() {
       std::int64_t missing = 0;
       if constexpr (std::floating_point<T>) {
-        for (const T value : column.values<T>()) missing += value != value ? 1 : 0;
+        for (const T value : column.values<T>()) {
+          missing += value != value ? 1 : 0;
+        }
       }
       return missing;
     });
@@ -203,7 +220,9 @@ class CountAccumulator final : public Accumulator {
 
 template <bool isMin>
 std::unique_ptr<Accumulator> makeExtreme(ElementType type) {
-  if (type == ElementType::String) return std::make_unique<TextExtremeAccumulator<isMin>>();
+  if (type == ElementType::String) {
+    return std::make_unique<TextExtremeAccumulator<isMin>>();
+  }
   return visitNumeric(type, []<class T>() -> std::unique_ptr<Accumulator> {
     return std::make_unique<ExtremeAccumulator<T, isMin>>();
   });
@@ -214,7 +233,9 @@ std::unique_ptr<Accumulator> makeFor(AggregateKind kind, ElementType type) {
   switch (kind) {
     case AggregateKind::Sum:
     case AggregateKind::Mean:
-      if (isFloating(type)) return std::make_unique<SumAccumulator<rule>>();
+      if (isFloating(type)) {
+        return std::make_unique<SumAccumulator<rule>>();
+      }
       return std::make_unique<IntegerSumAccumulator>();
     case AggregateKind::Any:
     case AggregateKind::All:

@@ -28,7 +28,9 @@ using LaneCounts = std::array<std::int64_t, kLanes>;
 template <class Merge>
 void mergeLanes(Merge&& merge) {
   for (std::size_t half = kLanes / 2; half > 0; half /= 2) {
-    for (std::size_t lane = 0; lane < half; ++lane) merge(lane, lane + half);
+    for (std::size_t lane = 0; lane < half; ++lane) {
+      merge(lane, lane + half);
+    }
   }
 }
 
@@ -85,12 +87,16 @@ class MomentLanes {
   using Value = Moments;
 
   void add(std::size_t lane, double value) {
-    if (!hasShift_) takeShift(&value, 1);
+    if (!hasShift_) {
+      takeShift(&value, 1);
+    }
     addTo(sums_[lane], squares_[lane], counts_[lane], value);
   }
 
   void addGroups(const double* values, std::size_t groups) {
-    if (!hasShift_) takeShift(values, groups * kLanes);
+    if (!hasShift_) {
+      takeShift(values, groups * kLanes);
+    }
     LaneValues sums = sums_;
     LaneValues squares = squares_;
     LaneCounts counts = counts_;
@@ -125,7 +131,9 @@ class MomentLanes {
 
   void takeShift(const double* values, std::size_t count) {
     const double* found = std::find_if(values, values + count, takesPart);
-    if (found == values + count) return;
+    if (found == values + count) {
+      return;
+    }
     shift_ = *found;
     hasShift_ = true;
   }

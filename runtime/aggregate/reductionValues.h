@@ -39,7 +39,9 @@ struct Moments {
 
   /// Source: Chan, Golub, LeVeque (1979), formulae 1.5.
   void merge(const Moments& later) {
-    if (later.count == 0) return;
+    if (later.count == 0) {
+      return;
+    }
     if (count == 0) {
       *this = later;
       return;

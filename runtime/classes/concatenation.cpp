@@ -18,6 +18,7 @@
 #include "values/hostNames.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using host::Call;

@@ -14,6 +14,7 @@
 #include "values/hostNames.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using host::Call;

@@ -12,6 +12,7 @@
 #include "values/hostNames.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using host::Call;

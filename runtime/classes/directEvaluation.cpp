@@ -26,6 +26,7 @@
 // outputs are belongs in theirs.
 
 namespace kv::runtime {
+
 namespace {
 
 using host::Call;

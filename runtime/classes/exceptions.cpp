@@ -6,6 +6,7 @@
 #include "values/hostNames.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using host::Call;

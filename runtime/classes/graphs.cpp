@@ -15,6 +15,7 @@
 #include "values/hostNames.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using host::Call;

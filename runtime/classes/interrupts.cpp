@@ -8,6 +8,7 @@
 #include "plan/failures.h"
 
 namespace kv::runtime {
+
 namespace {
 
 constinit InterruptRequests processInterrupts;

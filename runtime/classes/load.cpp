@@ -7,6 +7,7 @@
 #include "persistence/validateNesting.h"
 
 namespace kv::runtime {
+
 namespace {
 
 /// Registers the core's builtins under their plain names.

@@ -21,13 +21,17 @@ RowOrdinals RowOrdinals::slice(std::int64_t first, std::int64_t count) const {
 RowOrdinals RowOrdinals::select(const std::vector<std::int64_t>& kept) const {
   auto list = std::make_shared<std::vector<std::int64_t>>();
   list->reserve(kept.size());
-  for (const std::int64_t row : kept) list->push_back(at(row));
+  for (const std::int64_t row : kept) {
+    list->push_back(at(row));
+  }
   return RowOrdinals(std::move(list));
 }
 
 std::int64_t Chunk::byteSize() const {
   std::int64_t bytes = 0;
-  for (const Column& column : columns) bytes += column.byteSize();
+  for (const Column& column : columns) {
+    bytes += column.byteSize();
+  }
   return bytes;
 }
 

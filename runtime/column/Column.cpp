@@ -20,6 +20,7 @@
 #include <utility>
 
 namespace kv::runtime {
+
 namespace {
 
 struct TypeRow {
@@ -57,7 +58,9 @@ std::string_view elementTypeName(ElementType type) { return rowOf(type).name; }
 
 std::optional<ElementType> elementTypeNamed(std::string_view name) {
   for (std::size_t i = 0; i < kDataTypes; ++i) {
-    if (kTypes[i].name == name) return static_cast<ElementType>(i);
+    if (kTypes[i].name == name) {
+      return static_cast<ElementType>(i);
+    }
   }
   return std::nullopt;
 }
@@ -65,7 +68,9 @@ std::optional<ElementType> elementTypeNamed(std::string_view name) {
 std::span<const ElementType> allElementTypes() {
   static const auto types = [] {
     std::array<ElementType, kDataTypes> all{};
-    for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<ElementType>(i);
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      all[i] = static_cast<ElementType>(i);
+    }
     return all;
   }();
   return types;
@@ -105,16 +110,22 @@ bool Column::isMissingText(std::int64_t row) const {
 }
 
 std::string_view Column::text(std::int64_t row) const {
-  if (isMissingText(row)) return {};
+  if (isMissingText(row)) {
+    return {};
+  }
   const auto* offsets = data_->GetValues<std::int32_t>(1);
-  if (offsets[row] == offsets[row + 1]) return {};
+  if (offsets[row] == offsets[row + 1]) {
+    return {};
+  }
   const auto* bytes = data_->buffers[2]->data_as<char>();
   return {bytes + offsets[row], static_cast<std::size_t>(offsets[row + 1] - offsets[row])};
 }
 
 Column Column::slice(std::int64_t first, std::int64_t count) const {
   assert(first >= 0 && count >= 0 && first + count <= rows());
-  if (first == 0 && count == rows()) return *this;
+  if (first == 0 && count == rows()) {
+    return *this;
+  }
   return Column(type_, data_->Slice(first, count));
 }
 
@@ -122,7 +133,9 @@ std::int64_t Column::byteSize() const {
   if (type_ != ElementType::String) {
     return data_->length * static_cast<std::int64_t>(elementSize(type_));
   }
-  if (data_->length == 0) return 0;
+  if (data_->length == 0) {
+    return 0;
+  }
   const auto* offsets = data_->GetValues<std::int32_t>(1);
   const auto offsetBytes = data_->length * static_cast<std::int64_t>(sizeof(std::int32_t));
   return offsets[data_->length] - offsets[0] + offsetBytes + bitmapBytes(*data_);
@@ -137,7 +150,9 @@ const void* Column::rawValues([[maybe_unused]] std::size_t width) const {
 Column emptyColumn(ElementType type) {
   static constexpr std::int32_t kFirstOffset = 0;
   static const auto noBytes = std::make_shared<arrow::Buffer>(nullptr, 0);
-  if (type != ElementType::String) return Column(type, 0, noBytes);
+  if (type != ElementType::String) {
+    return Column(type, 0, noBytes);
+  }
   auto offsets = arrow::Buffer::Wrap(&kFirstOffset, 1);
   return Column(type, arrow::ArrayData::Make(arrow::utf8(), 0, {nullptr, offsets, noBytes}, 0));
 }
@@ -149,7 +164,9 @@ Column missingColumn(ElementType type, std::int64_t rows) {
   const auto made = type == ElementType::Double   ? rowsOf(arrow::DoubleScalar(kNaN))
                     : type == ElementType::Single ? rowsOf(arrow::FloatScalar(float{kNaN}))
                                                   : arrow::MakeArrayOfNull(arrowTypeOf(type), rows);
-  if (!made.ok()) throw std::bad_alloc();
+  if (!made.ok()) {
+    throw std::bad_alloc();
+  }
   return Column(type, (*made)->data());
 }
 

@@ -10,6 +10,7 @@
 #include "column/allocate.h"
 
 namespace kv::runtime {
+
 namespace {
 
 /// True if the chunks of a partition are its first rows, without a gap.

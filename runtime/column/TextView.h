@@ -20,7 +20,9 @@ class TextView {
     offsets_ = data.GetValues<std::int32_t>(1);
     bytes_ = data.buffers[2] ? reinterpret_cast<const char*>(data.buffers[2]->data()) : nullptr;
     offset_ = data.offset;
-    if (data.buffers[0] && data.GetNullCount() > 0) validity_ = data.buffers[0]->data();
+    if (data.buffers[0] && data.GetNullCount() > 0) {
+      validity_ = data.buffers[0]->data();
+    }
   }
 
   bool hasMissing() const { return validity_ != nullptr; }

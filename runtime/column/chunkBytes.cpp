@@ -16,6 +16,7 @@
 #include "column/allocate.h"
 
 namespace kv::runtime {
+
 namespace {
 
 template <class T>

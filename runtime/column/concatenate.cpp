@@ -13,6 +13,7 @@
 #include "column/allocate.h"
 
 namespace kv::runtime {
+
 namespace {
 
 /// One range if the parts follow on each other, else a list.

@@ -1,6 +1,7 @@
 #include "column/pieces.h"
 
 namespace kv::runtime {
+
 namespace {
 
 constexpr std::int64_t kTextBytes = 16;

@@ -9,6 +9,7 @@
 #include "column/allocate.h"
 
 namespace kv::runtime {
+
 namespace {
 
 class ThrowingPool final : public arrow::MemoryPool {

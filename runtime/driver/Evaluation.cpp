@@ -22,6 +22,7 @@
 #include "values/placesValues.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using host::Value;

@@ -14,6 +14,7 @@
 #include "values/hostNames.h"
 
 namespace kv::runtime {
+
 namespace {
 
 constexpr std::int64_t kUnbounded = std::numeric_limits<std::int64_t>::max();

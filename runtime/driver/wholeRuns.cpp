@@ -10,6 +10,7 @@
 #include "values/columnValues.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using host::Value;

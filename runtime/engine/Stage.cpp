@@ -9,6 +9,7 @@
 #include "kv/errors/StepError.h"
 
 namespace kv::runtime {
+
 namespace {
 
 bool hasAll(const Schema& schema, const std::set<std::string>& names) {

@@ -10,6 +10,7 @@
 #include "kv/errors/StepError.h"
 
 namespace kv::runtime {
+
 namespace {
 
 /// The rows of a partition in pieces, with their ordinals and nothing else.

@@ -5,6 +5,7 @@
 #include "column/bytes.h"
 
 namespace kv::runtime {
+
 namespace {
 
 constexpr std::uint32_t kTag = 0x3255766B;  // "kvU2"

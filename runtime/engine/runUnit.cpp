@@ -17,6 +17,7 @@
 // up to the operator.
 
 namespace kv::runtime {
+
 namespace {
 
 /// One run of a unit: its slots and the runs of its steps.

@@ -9,6 +9,7 @@
 // functions aren't part of it: a step finds its function by its number.
 
 namespace kv::runtime {
+
 namespace {
 
 constexpr std::uint32_t kTag = 0x3153766B;  // "kvS1"

@@ -18,16 +18,24 @@ class BlockInput {
         isScalar_(operand.isScalar),
         cast_(blockCast(column_.type(), compute)),
         width_(elementSize(column_.type())) {
-    if (cast_) converted_.resize((isScalar_ ? 1 : kBlockElements) * elementSize(compute));
-    if (cast_ && isScalar_) cast_(elements(0), converted_.data(), 1);
+    if (cast_) {
+      converted_.resize((isScalar_ ? 1 : kBlockElements) * elementSize(compute));
+    }
+    if (cast_ && isScalar_) {
+      cast_(elements(0), converted_.data(), 1);
+    }
   }
 
   bool isScalar() const { return isScalar_; }
 
   /// The elements of [first, first + count), or the scalar; valid until the next call.
   const void* block(std::size_t first, std::size_t count) {
-    if (isScalar_) return converted_.empty() ? elements(0) : converted_.data();
-    if (!cast_) return elements(first);
+    if (isScalar_) {
+      return converted_.empty() ? elements(0) : converted_.data();
+    }
+    if (!cast_) {
+      return elements(first);
+    }
     cast_(elements(first), converted_.data(), count);
     return converted_.data();
   }

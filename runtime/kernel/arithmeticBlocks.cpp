@@ -26,30 +26,33 @@ auto wide(T value) {
 struct Plus {
   template <class T>
   static T apply(T a, T b) {
-    if constexpr (std::integral<T>)
+    if constexpr (std::integral<T>) {
       return static_cast<T>(wide(a) + wide(b));
-    else
+    } else {
       return a + b;
+    }
   }
 };
 
 struct Minus {
   template <class T>
   static T apply(T a, T b) {
-    if constexpr (std::integral<T>)
+    if constexpr (std::integral<T>) {
       return static_cast<T>(wide(a) - wide(b));
-    else
+    } else {
       return a - b;
+    }
   }
 };
 
 struct Times {
   template <class T>
   static T apply(T a, T b) {
-    if constexpr (std::integral<T>)
+    if constexpr (std::integral<T>) {
       return static_cast<T>(wide(a) * wide(b));
-    else
+    } else {
       return a * b;
+    }
   }
 };
 
@@ -63,10 +66,11 @@ struct Rdivide {
 struct Uminus {
   template <class T>
   static T apply(T a) {
-    if constexpr (std::integral<T>)
+    if constexpr (std::integral<T>) {
       return static_cast<T>(0U - wide(a));
-    else
+    } else {
       return -a;
+    }
   }
 };
 
@@ -82,7 +86,9 @@ struct Power {
     auto base = wide(a);
     decltype(base) result = 1;
     for (auto exponent = wide(b); exponent != 0; exponent >>= 1U) {
-      if ((exponent & 1U) != 0) result *= base;
+      if ((exponent & 1U) != 0) {
+        result *= base;
+      }
       base *= base;
     }
     return static_cast<T>(result);
@@ -94,16 +100,24 @@ struct Mod {
   template <std::floating_point T>
   static T apply(T a, T b) {
     const T remainder = std::fmod(a, b);
-    if (b == 0) return remainder;
-    if (remainder == 0) return std::copysign(T{0}, b);
+    if (b == 0) {
+      return remainder;
+    }
+    if (remainder == 0) {
+      return std::copysign(T{0}, b);
+    }
     return (b < 0) != (remainder < 0) ? remainder + b : remainder;
   }
 
   template <std::integral T>
   static T apply(T a, T b) {
-    if (b == 0) return 0;
+    if (b == 0) {
+      return 0;
+    }
     if constexpr (std::is_signed_v<T>) {
-      if (b == -1) return 0;  // the smallest integer divided by -1 traps
+      if (b == -1) {
+        return 0;  // the smallest integer divided by -1 traps
+      }
       const T remainder = static_cast<T>(a % b);
       const bool isOpposite = remainder != 0 && (remainder < 0) != (b < 0);
       return isOpposite ? static_cast<T>(remainder + b) : remainder;
@@ -115,10 +129,11 @@ struct Mod {
 
 template <class T>
 bool isNan(T value) {
-  if constexpr (std::floating_point<T>)
+  if constexpr (std::floating_point<T>) {
     return value != value;
-  else
+  } else {
     return false;
+  }
 }
 
 /// The smaller of two; NaN if either is NaN.

@@ -13,9 +13,15 @@ namespace {
 
 template <ElementType from, ElementType to>
 constexpr bool isPromotion() {
-  if (from == to || to == ElementType::Logical || from == ElementType::Logical) return from != to;
-  if (isFloating(to)) return to == ElementType::Double || !isFloating(from);
-  if (isFloating(from)) return false;
+  if (from == to || to == ElementType::Logical || from == ElementType::Logical) {
+    return from != to;
+  }
+  if (isFloating(to)) {
+    return to == ElementType::Double || !isFloating(from);
+  }
+  if (isFloating(from)) {
+    return false;
+  }
   constexpr std::size_t kWidthFrom = sizeof(ElementOf<from>);
   constexpr std::size_t kWidthTo = sizeof(ElementOf<to>);
   return kWidthFrom < kWidthTo && (isSigned(to) || !isSigned(from));
@@ -38,7 +44,9 @@ template <std::size_t from, std::size_t to>
 constexpr BlockCast castOf() {
   constexpr auto kSource = static_cast<ElementType>(from);
   constexpr auto kTarget = static_cast<ElementType>(to);
-  if constexpr (isPromotion<kSource, kTarget>()) return &castLoop<kSource, kTarget>;
+  if constexpr (isPromotion<kSource, kTarget>()) {
+    return &castLoop<kSource, kTarget>;
+  }
   return nullptr;
 }
 
@@ -59,7 +67,9 @@ constexpr auto kCasts = castTable(std::make_index_sequence<kTypes>());
 }  // namespace
 
 BlockCast blockCast(ElementType from, ElementType to) {
-  if (from == ElementType::String || to == ElementType::String) return nullptr;
+  if (from == ElementType::String || to == ElementType::String) {
+    return nullptr;
+  }
   return kCasts[indexOf(from)][indexOf(to)];
 }
 

@@ -17,24 +17,34 @@ void unaryLoop(const void* input, const void*, void* output, std::size_t count) 
   using Result = decltype(Op::apply(T{}));
   const T* __restrict a = static_cast<const T*>(input);
   Result* __restrict result = static_cast<Result*>(output);
-  for (std::size_t i = 0; i < count; ++i) result[i] = Op::apply(a[i]);
+  for (std::size_t i = 0; i < count; ++i) {
+    result[i] = Op::apply(a[i]);
+  }
 }
 
 template <class Op, class T, Spread spread>
 void binaryLoop(const void* left, const void* right, void* output, std::size_t count) {
   using Result = decltype(Op::apply(T{}, T{}));
-  if (count == 0) return;
+  if (count == 0) {
+    return;
+  }
   const T* __restrict a = static_cast<const T*>(left);
   const T* __restrict b = static_cast<const T*>(right);
   Result* __restrict result = static_cast<Result*>(output);
   if constexpr (spread == Spread::None) {
-    for (std::size_t i = 0; i < count; ++i) result[i] = Op::apply(a[i], b[i]);
+    for (std::size_t i = 0; i < count; ++i) {
+      result[i] = Op::apply(a[i], b[i]);
+    }
   } else if constexpr (spread == Spread::Left) {
     const T x = a[0];
-    for (std::size_t i = 0; i < count; ++i) result[i] = Op::apply(x, b[i]);
+    for (std::size_t i = 0; i < count; ++i) {
+      result[i] = Op::apply(x, b[i]);
+    }
   } else {
     const T y = b[0];
-    for (std::size_t i = 0; i < count; ++i) result[i] = Op::apply(a[i], y);
+    for (std::size_t i = 0; i < count; ++i) {
+      result[i] = Op::apply(a[i], y);
+    }
   }
 }
 

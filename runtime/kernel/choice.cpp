@@ -27,7 +27,9 @@ namespace {
 class SpreadInput {
  public:
   SpreadInput(const Operand& operand, ElementType type) : input_(operand, type) {
-    if (!input_.isScalar()) return;
+    if (!input_.isScalar()) {
+      return;
+    }
     const std::size_t width = elementSize(type);
     spread_.resize(kBlockElements * width);
     for (std::size_t i = 0; i < kBlockElements; ++i) {
@@ -48,7 +50,9 @@ class SpreadInput {
 template <class T>
 void chooseLoop(const std::uint8_t* __restrict condition, const T* __restrict chosen,
                 const T* __restrict other, T* __restrict output, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) output[i] = condition[i] ? chosen[i] : other[i];
+  for (std::size_t i = 0; i < count; ++i) {
+    output[i] = condition[i] ? chosen[i] : other[i];
+  }
 }
 
 /// Texts of an input by row.

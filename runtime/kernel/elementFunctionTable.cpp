@@ -65,7 +65,9 @@ const ElementFunction* findElementFunction(std::string_view name) {
 }
 
 const ElementFunction* findOperator(std::string_view symbol, std::size_t arity) {
-  if (symbol.empty()) return nullptr;
+  if (symbol.empty()) {
+    return nullptr;
+  }
   return findRow(
       [&](const ElementFunction& row) { return row.symbol == symbol && row.arity == arity; });
 }

@@ -51,7 +51,9 @@ void textGe(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* ou
 void textIsMissing(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output) {
   const TextView texts(inputs[0].column);
   const std::int64_t step = inputs[0].isScalar ? 0 : 1;
-  for (std::int64_t row = 0; row < rows; ++row) output[row] = texts.isMissing(row * step);
+  for (std::int64_t row = 0; row < rows; ++row) {
+    output[row] = texts.isMissing(row * step);
+  }
 }
 
 }  // namespace kv::runtime

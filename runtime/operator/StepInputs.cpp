@@ -7,6 +7,7 @@
 #include "kv/errors/StepError.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using errors::raiseStep;

@@ -5,6 +5,7 @@
 #include "operator/operators.h"
 
 namespace kv::runtime {
+
 namespace {
 
 class AggregateRun final : public StepRun {

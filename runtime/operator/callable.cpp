@@ -7,6 +7,7 @@
 #include "operator/operators.h"
 
 namespace kv::runtime {
+
 namespace {
 
 class CallableRun final : public StepRun {

@@ -3,6 +3,7 @@
 #include "operator/operators.h"
 
 namespace kv::runtime {
+
 namespace {
 
 class CollectRun final : public StepRun {

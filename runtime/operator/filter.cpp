@@ -2,6 +2,7 @@
 #include "operator/operators.h"
 
 namespace kv::runtime {
+
 namespace {
 
 class Filter final : public StatelessOperator {

@@ -4,6 +4,7 @@
 #include <array>
 
 namespace kv::runtime {
+
 namespace {
 
 template <OperatorPtr (*make)()>

@@ -1,6 +1,7 @@
 #include "operator/operators.h"
 
 namespace kv::runtime {
+
 namespace {
 
 class Pass final : public StatelessOperator {

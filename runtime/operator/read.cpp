@@ -7,6 +7,7 @@
 #include "source/registry/openSource.h"
 
 namespace kv::runtime {
+
 namespace {
 
 class Read final : public StatelessOperator {

@@ -13,6 +13,7 @@
 // runs last in each partition and over all partitions, so that it must accept what it returned.
 
 namespace kv::runtime {
+
 namespace {
 
 /// A partial result: of the first function, or of the second.

@@ -6,6 +6,7 @@
 #include "operator/operators.h"
 
 namespace kv::runtime {
+
 namespace {
 
 class Variable final : public StatelessOperator {

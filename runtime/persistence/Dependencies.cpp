@@ -4,6 +4,7 @@
 #include <cstdint>
 
 namespace kv::runtime {
+
 namespace {
 
 /// Depth-first search with its own stack: a node is open while the nodes that it needs are visited.

@@ -18,6 +18,7 @@
 #include "source/csv/CsvSchema.h"
 
 namespace kv::runtime {
+
 namespace {
 
 namespace fs = std::filesystem;

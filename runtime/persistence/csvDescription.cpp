@@ -18,6 +18,7 @@
 #include "kv/host/errors.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using host::Value;

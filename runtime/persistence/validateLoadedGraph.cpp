@@ -9,6 +9,7 @@
 #include "persistence/LoadedGraph.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using host::LoadRefusal;

@@ -8,6 +8,7 @@
 #include "foundation/i18n.h"
 
 namespace kv::runtime {
+
 namespace {
 
 /// No file system has longer names; many operations may share a stack.

@@ -16,6 +16,7 @@
 #include "values/placesValues.h"
 
 namespace kv::runtime {
+
 namespace {
 
 /// More outputs than any operation has.

@@ -8,6 +8,7 @@
 #include "values/hostNames.h"
 
 namespace kv::runtime {
+
 namespace {
 
 constexpr std::string_view kElementPrefix = "kv.element.";

@@ -16,6 +16,7 @@
 #include "values/columnValues.h"
 
 namespace kv::runtime {
+
 namespace {
 
 /// Longer texts aren't shown as inputs, and longer rows not lined up with others: many steps may

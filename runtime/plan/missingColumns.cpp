@@ -13,6 +13,7 @@
 #include "plan/planSteps.h"
 
 namespace kv::runtime {
+
 namespace {
 
 void throwIfMissing(const Datastore& source, const std::string& name) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 namespace kv::runtime {
+
 namespace {
 
 /// True if elements of an input become elements of the result: not of a condition, nor of a branch

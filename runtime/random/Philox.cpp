@@ -3,6 +3,7 @@
 #include <cstddef>
 
 namespace kv::runtime {
+
 namespace {
 
 constexpr std::uint32_t kMultiplier0 = 0xD2511F53;

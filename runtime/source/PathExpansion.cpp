@@ -15,6 +15,7 @@
 #include "source/pathProblems.h"
 
 namespace kv::runtime {
+
 namespace {
 
 namespace fs = std::filesystem;

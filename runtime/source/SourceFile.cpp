@@ -12,6 +12,7 @@
 #include "source/pathProblems.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using std::chrono::nanoseconds;

@@ -10,6 +10,7 @@
 #include "source/pathProblems.h"
 
 namespace kv::runtime {
+
 namespace {
 
 /// Repeats a system call as long as signals interrupt it.

@@ -4,6 +4,7 @@
 #include <iterator>
 
 namespace kv::runtime {
+
 namespace {
 
 using namespace std::string_view_literals;

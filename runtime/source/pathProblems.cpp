@@ -12,6 +12,7 @@
 #include "kv/errors/StepError.h"
 
 namespace kv::runtime {
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -8,6 +8,7 @@
 #include "values/columnValues.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using host::Value;

@@ -27,6 +27,7 @@
 #include "values/hostNames.h"
 
 namespace kv::runtime {
+
 namespace {
 
 struct ClassPair {

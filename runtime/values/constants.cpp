@@ -9,6 +9,7 @@
 #include "values/columnValues.h"
 
 namespace kv::runtime {
+
 namespace {
 
 struct ColumnOf {

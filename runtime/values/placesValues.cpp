@@ -12,6 +12,7 @@
 #include "values/columnValues.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using host::Value;

@@ -16,6 +16,7 @@
 #include "kv/host/session.h"
 
 namespace kv::test {
+
 namespace {
 
 using testing::ElementsAre;

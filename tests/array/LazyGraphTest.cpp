@@ -7,6 +7,7 @@
 #include "array/ArrayTest.h"
 
 namespace kv::test {
+
 namespace {
 
 using testing::EndsWith;

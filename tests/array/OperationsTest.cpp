@@ -8,6 +8,7 @@
 #include "array/ArrayTest.h"
 
 namespace kv::test {
+
 namespace {
 
 using testing::ElementsAre;

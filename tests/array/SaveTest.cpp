@@ -11,6 +11,7 @@
 #include "support/SystemCalls.h"
 
 namespace kv::test {
+
 namespace {
 
 using testing::ElementsAre;

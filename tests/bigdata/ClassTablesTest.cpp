@@ -7,6 +7,7 @@
 #include "LazySession.h"
 
 namespace bigdata::lazyeval {
+
 namespace {
 
 using kv::host::MemberDescription;

@@ -11,6 +11,7 @@
 #include "support/Worlds.h"
 
 namespace bigdata {
+
 namespace {
 
 using kv::host::makeDouble;

@@ -6,6 +6,7 @@
 #include "kx/string.h"
 
 namespace bigdata {
+
 namespace {
 
 using executor::FixedNumPartitionStrategy;

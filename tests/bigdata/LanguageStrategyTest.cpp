@@ -6,6 +6,7 @@
 #include "ki/conversions.h"
 
 namespace bigdata {
+
 namespace {
 
 using executor::PartitionStrategy;

@@ -9,6 +9,7 @@
 #include "ki/createManagedObject.h"
 
 namespace bigdata {
+
 namespace {
 
 using kv::host::makeDouble;
@@ -78,7 +79,7 @@ TEST_F(ManagedObjects, LiveAsLongAsSomebodyHoldsThem) {
   session.collect();
   EXPECT_EQ(destroyed, 0);
   EXPECT_EQ(b->getSelf<Node>().get(), b.get());
-  EXPECT_EQ(a.get(), nullptr);
+  EXPECT_EQ(a.get(), nullptr);  // NOLINT(bugprone-use-after-move): it is null then
   EXPECT_FALSE(static_cast<bool>(a));
   EXPECT_EQ(errorOf([&] { a->quiet(); }), "KALVEX:class:InvalidHandle");
   b = nullptr;

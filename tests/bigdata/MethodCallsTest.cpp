@@ -36,6 +36,7 @@ bool recordCallMethod(Name className, Name method, const kcos::COSClient* client
 }
 
 namespace bigdata::lazyeval {
+
 namespace {
 
 using kv::host::makeDouble;

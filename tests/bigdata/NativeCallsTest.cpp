@@ -12,6 +12,7 @@
 #include "lazyeval/reuse.h"
 
 namespace bigdata::lazyeval {
+
 namespace {
 
 constexpr auto kArrayClass = "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray";

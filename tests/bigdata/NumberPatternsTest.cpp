@@ -10,6 +10,7 @@
 #include "support/Worlds.h"
 
 namespace bigdata {
+
 namespace {
 
 using kv::host::makeDouble;

@@ -5,6 +5,7 @@
 #include "kv/bigdata.h"
 
 namespace bigdata {
+
 namespace {
 
 class Startup : public CoreSession {};

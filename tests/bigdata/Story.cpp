@@ -14,6 +14,7 @@
 #include "lazyeval/arrayPersistence.h"
 
 namespace bigdata::lazyeval {
+
 namespace {
 
 using kv::host::makeDouble;
@@ -44,6 +45,17 @@ std::vector<const kxArray*> pointersTo(const std::vector<Value>& values) {
     pointers.push_back(value.get());
   }
   return pointers;
+}
+
+/// A logical row of the values of `flags`.
+Value rowOfFlags(const std::vector<Value>& flags) {
+  const std::size_t dimensions[] = {1, flags.size()};
+  Value row = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxLOGICAL_CLASS));
+  auto* data = static_cast<bool*>(kxGetMutableData(row.get()));
+  for (const Value& flag : flags) {
+    *data++ = kv::host::toLogical(flag.get());
+  }
+  return row;
 }
 
 }  // namespace
@@ -82,12 +94,19 @@ class Story::Reader {
     // Names in backquotes have no implied package.
     return found.front() == '`' ? std::string(found.substr(1, found.size() - 2)) : unfolded(found);
   }
+  double number() {
+    double value = 0;
+    const auto read = std::from_chars(rest.data(), rest.data() + rest.size(), value);
+    rest.remove_prefix(static_cast<std::size_t>(read.ptr - rest.data()));
+    return value;
+  }
+
   std::string until(char end) {
     const std::size_t length = rest.find(end);
     if (length == std::string_view::npos) {
       fail(std::string(1, end));
     }
-    const std::string text(rest.substr(0, length));
+    std::string text(rest.substr(0, length));
     rest.remove_prefix(length + 1);
     return text;
   }
@@ -374,21 +393,10 @@ Value Story::primary(Reader& text, int nlhs) {
     return matrix::sharedCopy(stubbed_->in(number));
   }
   if (text.take("[")) {  // a row of flags
-    const std::vector<Value> flags = list(text, ']');
-    const std::size_t dimensions[] = {1, flags.size()};
-    Value row = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxLOGICAL_CLASS));
-    auto* data = static_cast<bool*>(kxGetMutableData(row.get()));
-    for (const Value& flag : flags) {
-      *data++ = kv::host::toLogical(flag.get());
-    }
-    return row;
+    return rowOfFlags(list(text, ']'));
   }
   if (std::isdigit(static_cast<unsigned char>(first)) != 0 || first == '-') {
-    double number = 0;
-    const char* end = text.rest.data() + text.rest.size();
-    const auto read = std::from_chars(text.rest.data(), end, number);
-    text.rest.remove_prefix(static_cast<std::size_t>(read.ptr - text.rest.data()));
-    return makeDouble(number);
+    return makeDouble(text.number());
   }
   const std::string name = text.word();
   if (text.rest.starts_with('(')) {

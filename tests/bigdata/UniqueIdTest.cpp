@@ -7,6 +7,7 @@
 #include "util/UniqueIdFactory.h"
 
 namespace bigdata {
+
 namespace {
 
 using executor::CompositeDataProcessorBuilder;

@@ -4,6 +4,7 @@
 #include "kv/errors/StepError.h"
 
 namespace kv::errors {
+
 namespace {
 
 TEST(ErrorRows, AreFoundByTheirIds) {

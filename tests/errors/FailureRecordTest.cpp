@@ -8,6 +8,7 @@
 #include "kv/errors/StepError.h"
 
 namespace kv::errors {
+
 namespace {
 
 /// The failure that an exception becomes.

@@ -13,6 +13,7 @@
 #include "support/Worlds.h"
 
 namespace kv::test {
+
 namespace {
 
 /// A number that a process shares with its forked children.

@@ -15,6 +15,7 @@
 #include "kv/host/values.h"
 
 namespace kv::test {
+
 namespace {
 
 struct Plan {

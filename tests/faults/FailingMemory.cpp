@@ -13,6 +13,7 @@
 #include <new>
 
 namespace kv::test {
+
 namespace {
 
 std::atomic<std::int64_t> live{0};

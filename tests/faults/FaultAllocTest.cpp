@@ -11,6 +11,7 @@
 #include "support/Worlds.h"
 
 namespace kv::test {
+
 namespace {
 
 /// Resources of the process that one run of a scenario must give back.

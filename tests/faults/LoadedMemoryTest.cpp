@@ -13,6 +13,7 @@
 #include "support/Worlds.h"
 
 namespace kv::test {
+
 namespace {
 
 using host::format::Section;

@@ -10,6 +10,7 @@
 #include "publicCall.h"
 
 namespace kv::test {
+
 namespace {
 
 /// Records 200 operations of all common kinds; none of them runs.

@@ -11,6 +11,7 @@
 #include "formula/parseFormula.h"
 
 namespace kv::shell {
+
 namespace {
 
 using testing::AllOf;

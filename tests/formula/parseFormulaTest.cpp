@@ -9,6 +9,7 @@
 #include "formula/FormulaError.h"
 
 namespace kv::shell {
+
 namespace {
 
 using testing::HasSubstr;

@@ -1,6 +1,7 @@
 #include "HostSession.h"
 
 namespace kv::test {
+
 namespace {
 
 /// lab.Base has a member of each level; lab.Derived inherits them; lab.Other has none of them.

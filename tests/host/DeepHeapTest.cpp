@@ -4,6 +4,7 @@
 #include "support/SmallStack.h"
 
 namespace kv::test {
+
 namespace {
 
 class DeepHeapTest : public HeapTest {

@@ -2,6 +2,7 @@
 #include "NativeClasses.h"
 
 namespace kv::test {
+
 namespace {
 
 /// One line a member: kind, name, then what the kind has.

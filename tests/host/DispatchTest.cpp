@@ -3,6 +3,7 @@
 #include "support/SmallStack.h"
 
 namespace kv::test {
+
 namespace {
 
 using Dispatch = HostSession;

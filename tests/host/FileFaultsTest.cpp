@@ -12,6 +12,7 @@
 #include "support/TempFolder.h"
 
 namespace kv::test {
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -13,6 +13,7 @@
 #include "support/TempFolder.h"
 
 namespace kv::test {
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -8,6 +8,7 @@
 #include "support/Seed.h"
 
 namespace kv::test {
+
 namespace {
 
 using Id = HeapModel::Id;

@@ -3,6 +3,7 @@
 #include "support/Worlds.h"
 
 namespace kv::test {
+
 namespace {
 
 /// A C++ value that counts how many there are.

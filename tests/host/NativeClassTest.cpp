@@ -3,6 +3,7 @@
 #include "kv/host/methodWrappers.h"
 
 namespace kv::test {
+
 namespace {
 
 /// lab.Derived is entered before its superclass lab.Root, which has an abstract method.

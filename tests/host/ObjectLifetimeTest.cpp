@@ -5,6 +5,7 @@
 #include "host/HeapTest.h"
 
 namespace kv::test {
+
 namespace {
 
 class ObjectLifetimeTest : public HeapTest {

@@ -19,6 +19,7 @@
 // changes of names that weren't synced may be there or not, each on its own, after any operation.
 // The model is that of Pillai et al., "All File Systems Are Not Created Equal" (OSDI 2014).
 namespace kv::test {
+
 namespace {
 
 namespace fs = std::filesystem;

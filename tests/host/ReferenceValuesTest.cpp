@@ -3,6 +3,7 @@
 #include "host/HeapTest.h"
 
 namespace kv::test {
+
 namespace {
 
 /// Values that hold objects: who keeps what alive, from where.

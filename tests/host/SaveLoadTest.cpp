@@ -7,6 +7,7 @@
 #include "NativeClasses.h"
 
 namespace kv::test {
+
 namespace {
 
 using namespace std::string_literals;

@@ -9,6 +9,7 @@
 #include "support/Worlds.h"
 
 namespace kv::test {
+
 namespace {
 
 using Store = foundation::usm::Detail<foundation::usm::scope::Kvm>;

@@ -13,6 +13,7 @@
 #include "kx/string.h"
 
 namespace kv::test {
+
 namespace {
 
 using host::Value;

@@ -9,6 +9,7 @@
 #include "RefittedFile.h"
 
 namespace kv::test {
+
 namespace {
 
 std::string contentsOf(const std::filesystem::path& path) {

@@ -14,6 +14,7 @@
 #include "support/Worlds.h"
 
 namespace kv::test {
+
 namespace {
 
 using Torvane::KException::KExceptionEnvelope;

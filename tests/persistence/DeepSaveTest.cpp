@@ -10,6 +10,7 @@
 #include "support/Worlds.h"
 
 namespace kv::test {
+
 namespace {
 
 constexpr auto kClosure = "kalvex.bigdata.internal.lazyeval.Closure";

@@ -10,6 +10,7 @@
 #include "RawGraph.h"
 
 namespace kv::test {
+
 namespace {
 
 using host::format::Section;

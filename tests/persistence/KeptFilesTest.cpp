@@ -9,6 +9,7 @@
 #include "LoadingSession.h"
 
 namespace kv::test {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -18,8 +19,9 @@ constexpr const char* kLazyClasses[] = {"Closure", "ClosureFuture", "ClosureProm
 /// The number of objects of the lazy graph, by class.
 std::map<std::string, std::size_t> countLazyObjects(LoadingSession& session) {
   std::map<std::string, std::size_t> counts;
-  for (const std::string name : kLazyClasses) {
-    counts[name] = session.host().liveObjects("kalvex.bigdata.internal.lazyeval." + name);
+  for (const char* name : kLazyClasses) {
+    const std::string full = std::string("kalvex.bigdata.internal.lazyeval.") + name;
+    counts[name] = session.host().liveObjects(full);
   }
   return counts;
 }

@@ -3,6 +3,7 @@
 #include <string>
 
 namespace kv::test {
+
 namespace {
 
 const std::string kPackage = "kalvex.bigdata.internal.lazyeval.";

@@ -3,6 +3,7 @@
 #include "LoadingSession.h"
 
 namespace kv::test {
+
 namespace {
 
 TEST(RoundTrip, ALoadedValueIsSavedAsTheSameBytes) {

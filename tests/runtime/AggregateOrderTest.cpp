@@ -14,6 +14,7 @@
 #include "support/Seed.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using enum ElementType;

@@ -12,6 +12,7 @@
 #include "runtime/makeColumn.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using enum ElementType;

@@ -9,6 +9,7 @@
 #include <vector>
 
 namespace kv::runtime {
+
 namespace {
 
 using testing::ElementsAre;

@@ -25,6 +25,7 @@
 #include "support/TempFolder.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using kv::test::TempFolder;

@@ -12,6 +12,7 @@
 #include "support/TempFolder.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using namespace std::string_literals;

@@ -11,6 +11,7 @@
 #include "support/TempFolder.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using kv::test::Fault;

@@ -6,6 +6,7 @@
 #include "runtime/RuntimeSession.h"
 
 namespace kv::runtime::test {
+
 namespace {
 
 using testing::ElementsAre;

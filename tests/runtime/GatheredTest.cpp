@@ -15,6 +15,7 @@
 // Whether a value was gathered before changes no bit of any result.
 
 namespace kv::runtime::test {
+
 namespace {
 
 /// Class, dimensions and elements of a host value.

@@ -9,6 +9,7 @@
 #include "runtime/RuntimeSession.h"
 
 namespace kv::runtime::test {
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -6,6 +6,7 @@
 #include "support/Worlds.h"
 
 namespace kv::runtime::test {
+
 namespace {
 
 /// What a program does in a session: records, evaluates, fails, saves and loads, keeps something

@@ -5,6 +5,7 @@
 #include "runtime/RuntimeSession.h"
 
 namespace kv::runtime::test {
+
 namespace {
 
 constexpr std::string_view kLazy = "kalvex.bigdata.internal.lazyeval.";

@@ -11,6 +11,7 @@
 #include "support/Worlds.h"
 
 namespace kv::runtime::test {
+
 namespace {
 
 using host::format::kHeaderBytes;

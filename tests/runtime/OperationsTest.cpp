@@ -14,6 +14,7 @@
 #include "values/placesValues.h"
 
 namespace kv::runtime::test {
+
 namespace {
 
 using testing::ElementsAre;

@@ -12,6 +12,7 @@
 #include "values/placesValues.h"
 
 namespace kv::runtime {
+
 namespace {
 
 Chunk chunkOf(const std::vector<double>& values, RowOrdinals ordinals) {

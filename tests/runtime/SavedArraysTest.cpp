@@ -11,6 +11,7 @@
 #include "values/hostNames.h"
 
 namespace kv::runtime::test {
+
 namespace {
 
 using ::testing::ElementsAre;

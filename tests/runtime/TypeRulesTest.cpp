@@ -9,6 +9,7 @@
 #include "kv/runtime/ElementFunctions.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using enum ElementType;

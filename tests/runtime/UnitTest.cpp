@@ -5,6 +5,7 @@
 #include "kv/errors/StepError.h"
 
 namespace kv::runtime {
+
 namespace {
 
 TEST(Unit, IsSentAsAFewBytesAndNothingElseIsTakenForOne) {

@@ -12,6 +12,7 @@
 #include "support/Seed.h"
 
 namespace kv::runtime {
+
 namespace {
 
 using testing::ElementsAre;

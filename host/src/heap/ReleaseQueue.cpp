@@ -7,6 +7,7 @@
 #include "heap/Teardown.h"
 
 namespace kv::host {
+
 namespace {
 
 /// The closed session whose remains this thread is taking apart.

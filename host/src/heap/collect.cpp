@@ -9,6 +9,7 @@
 #include "heap/Teardown.h"
 
 namespace kv::host {
+
 namespace {
 
 /// Below these a collection isn't worth it; above, it comes when as much was created as was live.

@@ -6,6 +6,7 @@
 #include <vector>
 
 namespace kcos::internal {
+
 namespace {
 
 using Entry = COSInternedBase::Entry;

@@ -9,6 +9,7 @@
 #include "kv/host/errors.h"
 
 namespace kv::host {
+
 namespace {
 
 using namespace format;

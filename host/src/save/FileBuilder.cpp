@@ -8,6 +8,7 @@
 #include "kx/string.h"
 
 namespace kv::host {
+
 namespace {
 
 using namespace format;

@@ -7,6 +7,7 @@
 #include "foundation/i18n.h"
 
 namespace kv::host {
+
 namespace {
 
 using namespace format;

@@ -16,6 +16,7 @@
 #include "session/properties.h"
 
 namespace kv::host {
+
 namespace {
 
 using namespace format;

@@ -12,6 +12,7 @@
 #include "session/properties.h"
 
 namespace kv::host {
+
 namespace {
 
 using namespace format;

@@ -9,6 +9,7 @@
 #include "value/classIds.h"
 
 namespace kv::host {
+
 namespace {
 
 using namespace format;

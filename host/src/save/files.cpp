@@ -19,6 +19,7 @@
 #include "kv/host/errors.h"
 
 namespace kv::host {
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -8,6 +8,7 @@
 #include "value/counts.h"
 
 namespace kv::host {
+
 namespace {
 
 using namespace format;

@@ -10,6 +10,7 @@
 #include "session/inSession.h"
 
 namespace kv::host {
+
 namespace {
 
 Value valueOf(SessionState& session, std::string_view bytes, bool trusted) {

@@ -7,6 +7,7 @@
 #include "session/ClassTable.h"
 
 namespace kv::host {
+
 namespace {
 
 [[noreturn]] void refuse(const ClassRecord& record, kcos::COSInternedBase superclass,

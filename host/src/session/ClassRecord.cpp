@@ -9,6 +9,7 @@
 #include "session/properties.h"
 
 namespace kv::host {
+
 namespace {
 
 kcos::COSInternedBase shortNameOf(kcos::COSInternedBase name) {

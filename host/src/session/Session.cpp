@@ -20,6 +20,7 @@
 #include "session/running.h"
 
 namespace kv::host {
+
 namespace {
 
 /// How many sessions are open, or `kAlone` for one that keeps its classes per process.

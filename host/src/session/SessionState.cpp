@@ -11,6 +11,7 @@
 #include "session/kException.h"
 
 namespace kv::host {
+
 namespace {
 
 /// KV_STRESS turns stress on for all sessions of the process.

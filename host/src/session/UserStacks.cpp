@@ -5,6 +5,7 @@
 #include "session/SessionState.h"
 
 namespace kv::host {
+
 namespace {
 
 /// The name in a function's signature: "int kv::Foo::bar(double) const" gives "kv::Foo::bar".

@@ -6,6 +6,7 @@
 #include "session/ClassRecord.h"
 
 namespace kv::host {
+
 namespace {
 
 bool hasMember(const ClassRecord& record, kcos::COSInternedBase member) {

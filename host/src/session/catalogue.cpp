@@ -7,6 +7,7 @@
 #include "kv/host/errors.h"
 
 namespace kv::host {
+
 namespace {
 
 /// Texts that libraries have added, by id; they take precedence over the table.

@@ -14,6 +14,7 @@
 #include "session/running.h"
 
 namespace kv::host {
+
 namespace {
 
 using Parts = boost::container::small_vector<const ClassRecord*, 8>;

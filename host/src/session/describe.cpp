@@ -1,6 +1,7 @@
 #include "session/describe.h"
 
 namespace kv::host {
+
 namespace {
 
 const char* formOf(const Method& method) {

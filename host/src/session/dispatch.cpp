@@ -14,6 +14,7 @@
 #include "session/running.h"
 
 namespace kv::host {
+
 namespace {
 
 bool callOnObject(SessionState& session, kcos::COSInternedBase name, const Call& call) {

@@ -11,6 +11,7 @@
 #include "session/SessionState.h"
 
 namespace kv::host {
+
 namespace {
 
 using foundation::core::except::IMsgIDException;

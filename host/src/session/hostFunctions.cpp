@@ -7,6 +7,7 @@
 #include "session/invoke.h"
 
 namespace kv::host {
+
 namespace {
 
 /// A callable isn't saved, only what it was called. Only a function that the program has registered

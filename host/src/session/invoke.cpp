@@ -10,6 +10,7 @@
 #include "session/wrappers.h"
 
 namespace kv::host {
+
 namespace {
 
 /// Inputs as native methods take them.

@@ -8,6 +8,7 @@
 #include "session/properties.h"
 
 namespace kv::host {
+
 namespace {
 
 /// Slots of a KException itself, in the order of its properties; subclasses may have others.

@@ -6,6 +6,7 @@
 #include "session/access.h"
 
 namespace kv::host {
+
 namespace {
 
 Method methodOf(const ClassRecord& record, const MethodDefinition& definition) {

@@ -6,6 +6,7 @@
 #include "session/access.h"
 
 namespace kv::host {
+
 namespace {
 
 using Candidates = boost::container::small_vector<const Method*, 4>;

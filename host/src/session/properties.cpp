@@ -9,6 +9,7 @@
 #include "session/running.h"
 
 namespace kv::host {
+
 namespace {
 
 const PropertyPlace& placeOf(const Object& object, kcos::COSInternedBase name) {

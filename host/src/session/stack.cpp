@@ -6,6 +6,7 @@
 #include <cstdint>
 
 namespace kv::host {
+
 namespace {
 
 constexpr std::size_t kStackReserve = 96 * 1024;

@@ -3,6 +3,7 @@
 #include <array>
 
 namespace kv::host {
+
 namespace {
 
 // By number; 5 isn't in use.

@@ -34,6 +34,7 @@ ArrayPtr createChars(std::string_view utf8) { return createChars(fl::i18n::to_us
 }  // namespace matrix
 
 namespace Torvane::String {
+
 namespace {
 
 StringsPayload* payloadOf(const kxArray* array) noexcept {

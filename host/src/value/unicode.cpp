@@ -3,6 +3,7 @@
 #include "foundation/i18n.h"
 
 namespace fl::i18n {
+
 namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;

@@ -8,6 +8,7 @@
 #include "kv/host/errors.h"
 
 namespace kv::host {
+
 namespace {
 
 Value makeStrings(std::size_t rows, std::size_t columns, std::span<const std::string> utf8) {

@@ -22,6 +22,7 @@
 #include "source/fileFormats.h"
 
 namespace kv::runtime {
+
 namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";

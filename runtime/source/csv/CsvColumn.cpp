@@ -24,6 +24,7 @@
 #include "column/allocate.h"
 
 namespace kv::runtime {
+
 namespace {
 
 /// From here on, neighbouring whole numbers share a double.
@@ -107,7 +108,9 @@ bool hasMissingValue(ElementType type) {
 
 bool mayHoldUnsafeWhole(std::span<const double> values) {
   bool found = false;
-  for (const double value : values) found |= std::abs(value) >= kFirstUnsafeWhole;
+  for (const double value : values) {
+    found |= std::abs(value) >= kFirstUnsafeWhole;
+  }
   return found;
 }
 
@@ -117,9 +120,15 @@ bool isUnsafeWhole(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(characters), text.size()));
   };
   skip(" \t");
-  if (text.starts_with('-') || text.starts_with('+')) text.remove_prefix(1);
-  while (text.ends_with(' ') || text.ends_with('\t')) text.remove_suffix(1);
-  if (text.find_first_not_of("0123456789") != std::string_view::npos) return false;
+  if (text.starts_with('-') || text.starts_with('+')) {
+    text.remove_prefix(1);
+  }
+  while (text.ends_with(' ') || text.ends_with('\t')) {
+    text.remove_suffix(1);
+  }
+  if (text.find_first_not_of("0123456789") != std::string_view::npos) {
+    return false;
+  }
   skip("0");
   return text.size() > kLastSafeWhole.size() ||
          (text.size() == kLastSafeWhole.size() && text > kLastSafeWhole);
@@ -147,7 +156,9 @@ ConvertedColumn CsvColumn::convert(const arrow::csv::BlockParser& block) const {
     return {std::nullopt, FieldFault::Unfit};
   }
   const std::shared_ptr<arrow::ArrayData>& data = (*array)->data();
-  if (!hasMissingValue(type_) && data->GetNullCount() > 0) return {{}, FieldFault::Missing};
+  if (!hasMissingValue(type_) && data->GetNullCount() > 0) {
+    return {{}, FieldFault::Missing};
+  }
   Column column = columnOf(type_, data);
   if (type_ == ElementType::Double && mayHoldUnsafeWhole(column.values<double>()) &&
       holdsUnsafeWhole(block)) {

@@ -12,6 +12,7 @@
 #include "source/csv/describeTable.h"
 
 namespace kv::runtime {
+
 namespace {
 
 /// A table from a saved file has the fingerprint of the saved table.

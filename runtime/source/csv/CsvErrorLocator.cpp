@@ -16,6 +16,7 @@
 #include "source/csv/CsvTypeAdvice.h"
 
 namespace kv::runtime {
+
 namespace {
 
 struct FaultyField {

@@ -16,7 +16,9 @@ CsvReader::CsvReader(const SourceFile& file, std::int64_t partition, const Schem
       names_(std::make_shared<const std::vector<std::string>>(columns)),
       cancellation_(cancellation) {
   // Size and time may agree by chance. Columns are read by position, so the names must match, too.
-  if (blocks_.readHeader() != columnNames(schema)) file.throwChanged();
+  if (blocks_.readHeader() != columnNames(schema)) {
+    file.throwChanged();
+  }
   for (const std::string& name : columns) {
     const std::size_t index = columnIndex(schema, name);
     infos_.push_back(schema[index]);
@@ -27,12 +29,16 @@ CsvReader::CsvReader(const SourceFile& file, std::int64_t partition, const Schem
 std::optional<Chunk> CsvReader::next() {
   cancellation_.throwIfCancelled();
   const std::optional<CsvBlock> block = blocks_.next();
-  if (!block) return std::nullopt;
+  if (!block) {
+    return std::nullopt;
+  }
   Chunk chunk{partition_, RowOrdinals(block->firstRow, block->rows()), names_, {}};
   chunk.columns.reserve(columns_.size());
   for (std::size_t i = 0; i < columns_.size(); ++i) {
     ConvertedColumn converted = columns_[i].convert(*block->fields);
-    if (!converted.column) throwFieldError(blocks_.file(), *block, columns_[i], infos_[i]);
+    if (!converted.column) {
+      throwFieldError(blocks_.file(), *block, columns_[i], infos_[i]);
+    }
     chunk.columns.push_back(*std::move(converted.column));
   }
   return chunk;

@@ -17,6 +17,7 @@
 #include "source/csv/CsvColumn.h"
 
 namespace kv::runtime {
+
 namespace {
 
 /// Bytes that are read at a time from a file of which only the header is needed.

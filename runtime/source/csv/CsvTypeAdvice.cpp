@@ -4,6 +4,7 @@
 #include <vector>
 
 namespace kv::runtime {
+
 namespace {
 
 using enum ElementType;

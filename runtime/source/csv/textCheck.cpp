@@ -6,6 +6,7 @@
 #include <cstdint>
 
 namespace kv::runtime {
+
 namespace {
 
 /// Bytes that are checked together; a constant, so that the compiler vectorises the loop.
@@ -30,8 +31,12 @@ bool continuesCharacter(char c) { return (static_cast<std::uint8_t>(c) & 0xC0U) 
 /// Length of the character that begins with `lead`, by its high bits; 1 for any other byte.
 std::size_t characterBytes(char lead) {
   const auto byte = static_cast<std::uint8_t>(lead);
-  if (byte >= 0xF0) return 4;
-  if (byte >= 0xE0) return 3;
+  if (byte >= 0xF0) {
+    return 4;
+  }
+  if (byte >= 0xE0) {
+    return 3;
+  }
   return byte >= 0xC0 ? 2 : 1;
 }
 
@@ -39,7 +44,9 @@ std::size_t characterBytes(char lead) {
 std::size_t beginOfCutCharacter(std::string_view bytes) {
   for (std::size_t back = 1; back <= std::min<std::size_t>(3, bytes.size()); ++back) {
     const std::size_t at = bytes.size() - back;
-    if (!continuesCharacter(bytes[at])) return characterBytes(bytes[at]) > back ? at : bytes.size();
+    if (!continuesCharacter(bytes[at])) {
+      return characterBytes(bytes[at]) > back ? at : bytes.size();
+    }
   }
   return bytes.size();
 }
@@ -48,7 +55,9 @@ std::size_t goThroughCharacters(std::string_view bytes) {
   std::size_t at = 0;
   while (at < bytes.size()) {
     const std::string_view character = bytes.substr(at, characterBytes(bytes[at]));
-    if (!isText(character)) break;
+    if (!isText(character)) {
+      break;
+    }
     at += character.size();
   }
   return at;

@@ -7,6 +7,7 @@
 #include "source/csv/describeTable.h"
 
 namespace kv::runtime {
+
 namespace {
 
 /// A format, by the first text of its descriptions.
