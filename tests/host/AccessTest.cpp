@@ -113,7 +113,7 @@ TEST_F(Access, ASuperclassReachesWhatItsSubclassMadeOfAProtectedMember) {
             "KALVEX:class:AccessDenied | lab.RealPlan | step");
 }
 
-TEST_F(Access, MembersThatArentThereAreNamedWithTheClassThatWasAsked) {
+TEST_F(Access, MissingMembersAreNamedWithTheClassThatWasAsked) {
   const Value object = call("lab.Derived");
   EXPECT_EQ(failure([&] { get(object, "nothing"); }),
             "KALVEX:class:NoSuchMember | lab.Derived | nothing");
@@ -121,11 +121,11 @@ TEST_F(Access, MembersThatArentThereAreNamedWithTheClassThatWasAsked) {
             "KALVEX:class:NoSuchMember | lab.Derived | nothing");
   EXPECT_EQ(failure([&] { invoke(object, "nothing"); }),
             "KALVEX:class:NoSuchMember | lab.Derived | nothing");
-  EXPECT_EQ(failure([&] { callAs("lab.Nobody", "open", object); }),
-            "KALVEX:UndefinedFunction | lab.Nobody");
+  EXPECT_EQ(failure([&] { callAs("lab.Missing", "open", object); }),
+            "KALVEX:UndefinedFunction | lab.Missing");
 }
 
-TEST_F(Access, ADeletedObjectAnswersNothing) {
+TEST_F(Access, ADeletedObjectIsRefused) {
   const Value object = call("lab.Base");
   session.deleteObject(object.get());
   EXPECT_EQ(failure([&] { get(object, "open"); }), "KALVEX:class:InvalidHandle");

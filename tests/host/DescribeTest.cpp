@@ -5,7 +5,7 @@ namespace kv::test {
 
 namespace {
 
-/// One line a member: kind, name, then what the kind has.
+/// One line per member: kind, name, then what the kind has.
 std::vector<std::string> lines(const host::ClassDescription& description) {
   std::vector<std::string> lines;
   const auto count = [](int value) { return value < 0 ? "variadic" : std::to_string(value); };

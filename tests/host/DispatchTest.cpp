@@ -50,7 +50,7 @@ TEST_F(Dispatch, StrongerMeaningsOfANameComeFirstAndAreSeenAtOnce) {
   EXPECT_EQ(said(name, host::makeDouble(1)), "function, replaced");
 }
 
-TEST_F(Dispatch, TheLeftmostObjectThatHasTheMethodAnswers) {
+TEST_F(Dispatch, TheLeftmostObjectWithTheMethodIsCalled) {
   for (const char* name : {"lab.A", "lab.B", "lab.Mute"}) {
     ClassDefinition definition = thing(name);
     if (std::string(name) != "lab.Mute") {
@@ -84,7 +84,7 @@ TEST_F(Dispatch, FevalLooksAtItsFirstInputAlone) {
             "KALVEX:validateattributes:invalidTy");
 }
 
-TEST_F(Dispatch, OutputsThatNobodyWroteAreNull) {
+TEST_F(Dispatch, OutputsThatWereNotWrittenAreNull) {
   session.defineFunction("silent", [](const Call&) {});
   session.defineFunction("one", says("1"));
   EXPECT_EQ(call("silent"), nullptr);
@@ -95,7 +95,7 @@ TEST_F(Dispatch, OutputsThatNobodyWroteAreNull) {
   EXPECT_NE(session.call("one", 0, {})[0], nullptr) << "a value that came anyway is kept";
 }
 
-TEST_F(Dispatch, ACallThatFailsLeavesNoOutputBehind) {
+TEST_F(Dispatch, AFailingCallLeavesNoOutput) {
   session.defineBuiltin("fails", builtinFails);
   kxArray* output = nullptr;
   EXPECT_EQ(failure([&] { inCallFcn(1, &output, 0, nullptr, "fails"); }),
@@ -154,7 +154,7 @@ TEST_F(Dispatch, CallMethodGoesByClassAndName) {
             "KALVEX:class:AccessDenied | lab.Native | helper");
 }
 
-TEST_F(Dispatch, ARecursionWithoutEndIsAnErrorBeforeTheStackIsUsedUp) {
+TEST_F(Dispatch, InfiniteRecursionIsAnErrorBeforeTheStackIsUsedUp) {
   session.defineFunction("again", forwardsTo("again"));
   EXPECT_EQ(failure([&] { call("again"); }), "KALVEX:RecursionLimit | 1000");
   session.defineFunction("again", says("usable"));

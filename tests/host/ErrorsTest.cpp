@@ -73,13 +73,13 @@ TEST_F(Errors, CarryTheLiveUserStack) {
 
 TEST_F(Errors, AFailingStackProviderHidesNoError) {
   session.setStackProvider([]() -> std::vector<host::Frame> { host::raise("lab:provider"); });
-  const ErrorRecord error = errorOf([&] { call("nobody"); });
+  const ErrorRecord error = errorOf([&] { call("missing"); });
   EXPECT_EQ(error.identifier, "KALVEX:UndefinedFunction");
   EXPECT_TRUE(error.stack.empty());
 }
 
-/// A stack may come from a file.
-TEST_F(Errors, AreReadWhateverStandsInTheirStack) {
+/// A stack may come from a file, with anything in it.
+TEST_F(Errors, AreReadWhateverIsInTheirStack) {
   constexpr std::array<std::string_view, 3> kFields{"file", "name", "line"};
   const Value stack = matrix::from_kalvex(kxCreateStructMatrix(1, 1, kFields));
   const std::array<std::size_t, 2> rows{3, 0};
@@ -112,7 +112,7 @@ TEST_F(Errors, AreObjectsOfTheHost) {
   EXPECT_EQ(record.arguments, std::vector<std::string>{"first"});
   ASSERT_EQ(record.causes.size(), 1u);
   EXPECT_EQ(record.causes[0].message, "Out of memory.");
-  ASSERT_EQ(record.causes[0].causes.size(), 1u) << "a cause stands in what it caused";
+  ASSERT_EQ(record.causes[0].causes.size(), 1u) << "a cause is held by what it caused";
   EXPECT_EQ(record.causes[0].causes[0].identifier, "lab:first");
   EXPECT_EQ(failure([&] { host::throwException(host::makeDouble(1).get()); }).substr(0, 37),
             "KALVEX:validateattributes:invalidType");
@@ -138,13 +138,13 @@ TEST_F(Errors, AnEnvelopeOutlivesItsSession) {
   {
     host::Session shortLived;
     try {
-      shortLived.call("nobody", 1, {});
+      shortLived.call("missing", 1, {});
     } catch (const KExceptionEnvelope& envelope) {
       kept = std::make_unique<KExceptionEnvelope>(envelope);
     }
   }
   ASSERT_NE(kept, nullptr);
-  EXPECT_STREQ(kept->what(), "KALVEX:UndefinedFunction: Undefined function or class 'nobody'.");
+  EXPECT_STREQ(kept->what(), "KALVEX:UndefinedFunction: Undefined function or class 'missing'.");
   EXPECT_EQ(host::errorRecord(*kept).className, "KException");
 }
 

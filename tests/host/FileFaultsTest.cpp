@@ -48,7 +48,7 @@ class FileFaults : public HostSession {
         fault);
   }
 
-  /// What stands at the path: "old", "new", "nothing", or "a part", which never should.
+  /// What is at the path: "old", "new", "nothing", or "a part", which must never be.
   std::string standing() {
     if (!fs::exists(path)) {
       return "nothing";
@@ -145,7 +145,7 @@ void printFigures(const char* what, const Row& row, const std::map<std::string, 
 
 using SaveIo = FileFaults;
 
-TEST_F(SaveIo, AFailingCallOfASaveIsToldAndLeavesTheOldFile) {
+TEST_F(SaveIo, AFailingCallOfASaveIsReportedAndLeavesTheOldFile) {
   for (const Row& row : kFaults) {
     std::map<std::string, int> outcomes;
     for (Fault fault{0, row.kind, row.error}; fault.call < kEndOfWork; ++fault.call) {
@@ -176,7 +176,7 @@ TEST_F(SaveIo, AFailingCallOfASaveIsToldAndLeavesTheOldFile) {
   }
 }
 
-TEST_F(SaveIo, AFailingCallOfALoadIsTold) {
+TEST_F(SaveIo, AFailingCallOfALoadIsReported) {
   save(kOld);
   for (const Row& row : kFaults) {
     std::map<std::string, int> outcomes;

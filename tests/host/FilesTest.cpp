@@ -134,7 +134,7 @@ TEST_F(Files, ThatCantBeWrittenAreLeftAsTheyAre) {
   EXPECT_THAT(names(), ::testing::UnorderedElementsAreArray(before));
 }
 
-/// Root may write to everything, so it takes another user's place for a while.
+/// Root may write to everything, so the test runs as another user for a while.
 class Unprivileged {
  public:
   Unprivileged() { EXPECT_TRUE(::geteuid() != 0 || ::seteuid(kNobody) == 0); }

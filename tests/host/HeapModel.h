@@ -8,8 +8,8 @@
 
 namespace kv::test {
 
-/// What the heap should do, told a second time as simply as can be: plain sets, and a walk from the
-/// roots whenever somebody asks who lives.
+/// What the heap should do, written a second time as simply as possible: plain sets, and a walk
+/// from the roots whenever a test asks what is alive.
 class HeapModel {
  public:
   using Id = std::size_t;
@@ -35,7 +35,7 @@ class HeapModel {
     return objects.size() - 1;
   }
 
-  /// Who is reachable and not deleted.
+  /// The objects that are reachable and not deleted.
   std::set<Id> live() const {
     std::set<Id> reached;
     std::vector<Id> waiting;

@@ -15,7 +15,7 @@ using Id = HeapModel::Id;
 using ValueTree = HeapModel::ValueTree;
 
 /// Random steps on a heap and on its model side by side. Objects are watched through weak
-/// references, so that their storage stays and tells whether they are deleted.
+/// references, so that their storage stays and shows whether they are deleted.
 class ModelRun {
  public:
   ModelRun(Heap& heap, TestClass& objectClass, std::uint64_t seed)
@@ -304,7 +304,7 @@ class ModelRun {
 
 class HeapModelTest : public HeapTest {};
 
-TEST_F(HeapModelTest, RandomStepsLeaveExactlyWhoTheModelSays) {
+TEST_F(HeapModelTest, RandomStepsLeaveExactlyTheModelsObjects) {
   const std::uint64_t firstSeed = drawSeed();
   for (std::size_t run = 0; run < sizes().modelRuns; ++run) {
     const std::uint64_t seed = firstSeed + run;
@@ -314,7 +314,7 @@ TEST_F(HeapModelTest, RandomStepsLeaveExactlyWhoTheModelSays) {
       steps.step();
       if (i == next) {
         steps.compare();
-        next += std::max<std::size_t>(100, i / 50);  // a look costs as much as all that was made
+        next += std::max<std::size_t>(100, i / 50);  // a check costs as much as all that was made
       }
       if (HasFatalFailure()) {
         return;

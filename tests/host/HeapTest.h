@@ -24,7 +24,7 @@ inline kcos::COSInternedBase name(std::string_view text) {
   return kcos::internal::makeInterned(kcos::NameRef::of(text));
 }
 
-/// A class without members: as much as the heap asks of one.
+/// A class without members: no more than the heap needs of one.
 class TestClass final : public host::ObjectClass {
  public:
   explicit TestClass(std::string_view className, std::size_t slots = 0) : id_(name(className)) {

@@ -33,7 +33,7 @@ std::string failure(const std::function<void()>& action);
 /// The bytes of a file, read as a load reads them, whatever they are.
 std::string bytesOf(const std::string& path);
 
-/// A body that gives one text back.
+/// A body that returns one text.
 NativeBody says(std::string text);
 
 /// A body that calls `name` by name with one output and its own inputs.
@@ -66,7 +66,7 @@ class HostSession : public ::testing::Test {
            std::string_view asClass = {}) {
     session.set(object.get(), property, value.get(), asClass);
   }
-  /// What a call says: its one output as a text.
+  /// The one output of a call, as a text.
   template <class... Inputs>
   std::string said(std::string_view name, const Inputs&... inputs) {
     return host::toText(call(name, inputs...).get());

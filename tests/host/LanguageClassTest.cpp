@@ -15,7 +15,7 @@ struct Counted final : host::NativeValue {
 
 class LanguageClasses : public HostSession {
  protected:
-  /// A constructor body that notes the class, and its inputs behind the object.
+  /// A constructor body that notes the class, and its inputs after the object.
   NativeBody notes(std::string name) {
     return [this, name = std::move(name)](const Call& call) {
       log += name + "(" + std::to_string(call.nrhs - 1) + ") ";
@@ -170,7 +170,7 @@ TEST_F(NativeHeirs, TheNativePartComesFromItsConstructorOrFromTheClassInfo) {
   explicitly.constructor = constructor([](const Call& call) {
     const Value four = host::makeDouble(4);
     EXPECT_EQ(kcos::omGetArrayElement(call.in(0), 0)->getInstanceData(id("lab.Native")), nullptr)
-        << "nobody asks the class info at birth";
+        << "the class info isn't called during construction";
     host::constructSuperclass(call.in(0), "lab.Native", {four.get()});
   });
   define(explicitly);

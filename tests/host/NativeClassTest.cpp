@@ -33,7 +33,7 @@ class NativeClasses : public HostSession {
   Value number(double value) { return host::makeDouble(value); }
 };
 
-TEST_F(NativeClasses, AreLinkedByNameInWhateverOrderTheyCame) {
+TEST_F(NativeClasses, AreLinkedByNameInAnyOrder) {
   enterBoth();
   EXPECT_EQ(session.classes(), (std::vector<std::string>{"lab.Derived", "lab.Root"}));
   EXPECT_EQ(failure([&] { call("lab.Derived", number(1)); }),
@@ -150,7 +150,7 @@ TEST_F(NativeObjects, PropertiesReadAndWriteThePart) {
   EXPECT_EQ(host::toDouble(shared.get()), 4);
 }
 
-TEST_F(NativeObjects, AFailingConstructorLeavesNothingBehind) {
+TEST_F(NativeObjects, AFailingConstructorLeavesNothing) {
   const std::size_t before = session.liveObjects("lab.Derived");
   EXPECT_EQ(failure([&] { call("lab.Derived", host::makeChars("no number")); }).substr(0, 37),
             "KALVEX:validateattributes:invalidType");

@@ -175,7 +175,7 @@ inline NativeMethod* partConstructor(std::string_view className, MemberAccess ac
                           NativeMethod::kFree);
 }
 
-/// A method that gives a text back.
+/// A method that returns a text.
 inline NativeFunction answers(std::string text) {
   return [text = std::move(text)](int, COSValue* lhs, int, const COSValue*) {
     lhs[0].array = host::makeChars(text).release();

@@ -79,7 +79,7 @@ TEST_F(ObjectLifetimeTest, EdgesHoldWhateverTheirNumberAndOrderOfWithdrawal) {
   }
 }
 
-TEST_F(ObjectLifetimeTest, ParentOfManyLetsGoOfThemInLinearTime) {
+TEST_F(ObjectLifetimeTest, ParentOfManyReleasesThemInLinearTime) {
   const std::size_t count = sizes().children;
   const COSInterfacePtr parent = make();
   std::vector<COSInterfacePtr> children;
@@ -95,7 +95,7 @@ TEST_F(ObjectLifetimeTest, ParentOfManyLetsGoOfThemInLinearTime) {
   heap.deleteObject(in(parent));
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
   EXPECT_EQ(heap.liveObjects(), 0u);
-  std::printf("children let go: %zu in %.3f s\n", count, seconds.count());
+  std::printf("children released: %zu in %.3f s\n", count, seconds.count());
 }
 
 TEST_F(ObjectLifetimeTest, CycleIsGarbageOnceNothingOutsideReachesIt) {
@@ -132,7 +132,7 @@ TEST_F(ObjectLifetimeTest, FailedConstructionLeavesNothingBehind) {
   EXPECT_EQ(heap.liveObjects(), 0u);
 }
 
-TEST_F(ObjectLifetimeTest, DeleteShowsAtOnceAndLetsGoOfEdges) {
+TEST_F(ObjectLifetimeTest, DeleteIsVisibleAtOnceAndReleasesEdges) {
   const COSInterfacePtr parent = make();
   COSInterfacePtr child = make();
   const COSInterfacePtr seen = weak(child);
@@ -169,7 +169,7 @@ TEST_F(ObjectLifetimeTest, DeleteInsideMembersDestroysWhenTheLastReturns) {
   EXPECT_EQ(destroyed, 1);
 }
 
-TEST_F(ObjectLifetimeTest, ObjectThatNobodyHoldsWaitsForItsRunningMember) {
+TEST_F(ObjectLifetimeTest, UnheldObjectWaitsForItsRunningMember) {
   COSInterfacePtr object = make();
   givePart(object);
   Object& running = in(object);
@@ -247,7 +247,7 @@ TEST_F(ObjectLifetimeTest, EdgesToDeletedChildrenDoNotPileUp) {
   for (std::size_t i = 0; i < 10 * host::Slab::kPlaces && !isStressed(); ++i) {
     const COSInterfacePtr child = make();
     addEdge(parent, child);
-    heap.deleteObject(in(child));  // nobody withdraws the edge of a deleted child
+    heap.deleteObject(in(child));  // no one withdraws the edge of a deleted child
   }
   EXPECT_LT(host::ledger().objects, 100u);
   expectSound();
@@ -272,7 +272,7 @@ TEST_F(ObjectLifetimeTest, SlotsAndOwnedValueGoWithTheObject) {
   EXPECT_EQ(heap.liveObjects(), 0u);
 }
 
-TEST_F(ObjectLifetimeTest, LiveObjectsAreCountedByVeryClass) {
+TEST_F(ObjectLifetimeTest, LiveObjectsAreCountedByExactClass) {
   const COSInterfacePtr a = make();
   const COSInterfacePtr b = make(slotted);
   const COSInterfacePtr c = make(slotted);

@@ -6,7 +6,7 @@ namespace kv::test {
 
 namespace {
 
-/// Values that hold objects: who keeps what alive, from where.
+/// Values that hold objects: what keeps what alive, from where.
 class ReferenceValuesTest : public HeapTest {
  protected:
   /// An object that only the value made of it holds.

@@ -167,19 +167,19 @@ TEST_F(SaveLoad, ObjectsKeepTheirCyclesAndNoConstructorRuns) {
   EXPECT_EQ(host::toDouble(get(next, "Label").get()), 9);
 }
 
-TEST_F(SaveLoad, NativePropertiesGoThroughSettersAndTheClassIsTold) {
-  int told = 0;
+TEST_F(SaveLoad, NativePropertiesGoThroughSettersAndTheClassIsNotified) {
+  int notified = 0;
   enter((new NativeClass("Number", [](COSClass* cls, const COSClient*) {
           cls->addMethod(partConstructor("lab.Number", MemberAccess::Private, 0));
           cls->addMethod(partConstructor("lab.Number", MemberAccess::Public, 1));
           cls->addProperty(new ValueProperty("Value", "lab.Number", MemberAccess::Private));
         }))->onLoaded([&](COSInterface* object) {
-    ++told;
+    ++notified;
     static_cast<Part*>(object->getInstanceData(id("lab.Number")))->value += 0.5;
   }));
   const Value loaded = reload(call("lab.Number", host::makeDouble(3)));
   EXPECT_EQ(host::toDouble(get(loaded, "Value").get()), 3.5);
-  EXPECT_EQ(told, 1);
+  EXPECT_EQ(notified, 1);
 }
 
 /// A class that saves a record, and may make something else of it.
@@ -262,7 +262,7 @@ struct Weight final : host::NativeValue {
   double value;
 };
 
-TEST_F(SaveLoad, AClassSaysHowItsCppValueIsKeptOrItsObjectsCantBeSaved) {
+TEST_F(SaveLoad, AClassDefinesHowItsCppValueIsSavedOrItsObjectsCantBe) {
   ClassDefinition definition;
   definition.name = "lab.Weight";
   define(definition);

@@ -111,7 +111,7 @@ TEST(Sessions, ReturnTheirMemoryToTheSystem) {
 }
 #endif
 
-TEST(Sessions, LeaveNothingBehindWhenTheyAreOpenedUsedAndClosed) {
+TEST(Sessions, LeaveNothingWhenTheyAreOpenedUsedAndClosed) {
   const host::Ledger before = host::ledger();
   Value kept;
   for (std::size_t round = 0; round < sizes().sessions; ++round) {
@@ -130,7 +130,7 @@ TEST(Sessions, LeaveNothingBehindWhenTheyAreOpenedUsedAndClosed) {
     const Value number = host::makeDouble(static_cast<double>(round));
     kept = host::call("lab.Native", {number.get()});
     const host::CallSite site(std::source_location::current());
-    EXPECT_EQ(failure([] { host::call("nobody"); }), "KALVEX:UndefinedFunction | nobody");
+    EXPECT_EQ(failure([] { host::call("missing"); }), "KALVEX:UndefinedFunction | missing");
   }
   EXPECT_EQ(Part::count, 0);
   kept = nullptr;  // a value that outlived its session

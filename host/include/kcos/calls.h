@@ -14,7 +14,7 @@
 /// Calls by name: a method of the leftmost argument that is an object whose class has a method of
 /// that name, a function, a class constructor, a static method "Class.name", a builtin.
 ///
-/// Result: `plhs[0 .. max(nlhs, 1) - 1]` are owned by the caller; what wasn't written is null.
+/// Result: `plhs[0 .. max(nlhs, 1) - 1]` are owned by the caller; outputs not written are null.
 /// Requires: room for max(nlhs, 1) outputs, all null.
 /// Errors: "KALVEX:UndefinedFunction" with the name; what the callee raises, as KExceptionEnvelope.
 KV_HOST_API void inCallFcn(int nlhs, kxArray** plhs, int nrhs, const kxArray* const* prhs,

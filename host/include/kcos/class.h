@@ -20,7 +20,7 @@ class COSClass;
 class COSMethodBase;
 class COSPropT;
 
-/// Who calls: stands for the rights of a class's own code. Given to a class info when its class is
+/// The caller: represents the rights of a class's own code. Given to a class info when its class is
 /// initialised. Owner: the session.
 class COSClient;
 
@@ -29,7 +29,7 @@ enum class MemberAccess : int {
   Protected = 1,
   Private = 2,
   Immutable = 3,  ///< as set access: only a constructor's own code
-  None = 5,       ///< as set access: nobody
+  None = 5,       ///< as set access: no one
 };
 
 /// What the host passes in and out of `invoke`: one array, possibly null.
@@ -73,7 +73,7 @@ class KV_HOST_API COSMethodBase {
   /// wrote to `lhs`, which has room for max(nlhs, 1) values; they belong to the host from then on.
   /// A constructor finds the new object in `lhs[0]`.
   ///
-  /// Requires: for a fixed method, as many inputs as its signature says.
+  /// Requires: for a fixed method, as many inputs as its signature has.
   virtual void invoke(const COSClient* client, int& nlhs, COSValue* lhs, int nrhs,
                       const COSValue* rhs) const = 0;
 
@@ -91,9 +91,9 @@ class KV_HOST_API COSMethodBase {
 
 struct ENoElements {};
 
-/// A source of elements, one at a time; `next` throws ENoElements behind the last one.
+/// A source of elements, one at a time; `next` throws ENoElements after the last one.
 ///
-/// The host frees it with `utFree`, so it is made in memory from `utCalloc`; a count of 1 at birth.
+/// The host frees it with `utFree`, so it is made in memory from `utCalloc`. Its count begins at 1.
 template <class E>
 class EnumerationUtil {
  public:
@@ -173,11 +173,11 @@ class KV_HOST_API COSClassInfo {
   /// The short class name. Lives: as long as the info.
   virtual const char* getClassName() const = 0;
 
-  /// Fills the class; called once a session, when the class is first used.
+  /// Fills the class; called once per session, when the class is first used.
   virtual void initializeClass(COSClass* cls, const COSClient* client) = 0;
 
-  /// Asked where the construction of an object of a subclass ends without a native part: makes one,
-  /// or returns null. The host stores what comes back under the key of this class.
+  /// Called when the construction of an object of a subclass ends without a native part: makes one,
+  /// or returns null. The host stores the result under the key of this class.
   virtual void* createInstanceData(COSInterface* object) = 0;
 
   /// Deletes a native part that this class made. Null does nothing.
@@ -188,15 +188,15 @@ class KV_HOST_API COSClassInfo {
   /// Called after an object has been made by load construction and filled.
   virtual void instanceLoaded(COSInterface* /*object*/) {}
 
-  /// Gives an object that is being saved in a form of the class's own: `record`, a 1-by-1 structure
+  /// Returns an object that is being saved in the class's own form: `record`, a 1-by-1 structure
   /// that the host takes over, and its data type. False: the host saves the stored properties.
   virtual bool customSave(COSInterfacePtr /*object*/, kxArray*& /*record*/,
                           COSInternedBase& /*type*/) {
     return false;
   }
 
-  /// Makes the object that `record` stands for, as `customSave` gave it. An object in the record
-  /// may not be filled yet, so it may be referred to and not be asked anything. False, and nothing
+  /// Makes the object that `record`, as `customSave` returned it, represents. An object in the
+  /// record may not be filled yet: keep references to it, but don't call it. False, and nothing
   /// made: the class has no such form.
   virtual bool customLoad(COSInterfacePtr& /*object*/, const kxArray* /*record*/,
                           COSInternedBase /*type*/) {

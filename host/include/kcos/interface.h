@@ -54,7 +54,7 @@ class COSInterface {
   COSClass* class_;
   void* instanceData_ = nullptr;
   std::uint32_t strongCount_ = 0;   ///< references of type Strong
-  std::uint32_t heldCount_ = 0;     ///< parent edges, slots and payload elements that lead here
+  std::uint32_t heldCount_ = 0;     ///< parent edges, slots and payload elements that refer to it
   std::uint32_t storageCount_ = 0;  ///< references of types Accounted and Weak
   std::uint32_t flags_ = 0;
 
@@ -106,7 +106,7 @@ class COSInterfacePtr {
   }
   ~COSInterfacePtr() { release(); }
 
-  /// Gives the reference up; null afterwards.
+  /// Releases the reference; null afterwards.
   void release() noexcept {
     if (COSInterface* object = std::exchange(object_, nullptr)) {
       object->removeReference(type_);
@@ -135,8 +135,8 @@ class COSInterfacePtr {
 
 // Root records: the host's lifetime graph.
 
-/// The place of an object, or of an array that refers to objects, in the lifetime graph.
-/// Lives: as long as what it stands for.
+/// The node of an object, or of an array that refers to objects, in the lifetime graph.
+/// Lives: as long as that object or array.
 class RootRecordPtr {
  public:
   RootRecordPtr() = default;
@@ -160,7 +160,7 @@ KV_HOST_API RootRecordPtr omGetRootRecord(const COSInterface* object) noexcept;
 [[nodiscard]] KV_HOST_API kxArray* omCreateKCOSMatrix(std::size_t rows, std::size_t columns,
                                                       COSInternedBase classKey);
 
-/// For the maker of an array that nobody shares yet.
+/// For the maker of an array that isn't shared yet.
 KV_HOST_API void omSetArrayElement(kxArray* array, std::size_t index, COSInterface* object);
 
 /// A strong reference to element `index` of an object array; null for an unset element, and where
@@ -188,7 +188,7 @@ KV_HOST_API void kxSetParentRoot(kcos::RootRecordPtr arrayRecord, kcos::RootReco
 
 namespace kcos {
 
-/// Makes an array fit to live inside an object: from here on the array isn't an outside holder of
+/// Prepares an array for life inside an object: from here on the array isn't an outside holder of
 /// what it refers to. `flag` is false.
 /// Errors: std::bad_alloc.
 KV_HOST_API void kcosConvertArrayToInternalInPlace(kxArray* array, bool flag);

@@ -55,7 +55,7 @@ class COSInternedBase {
   constexpr COSInternedBase() = default;
   explicit constexpr COSInternedBase(const Entry* entry) : entry_(entry) {}
 
-  /// True for the default-made name, which stands for "no name".
+  /// True for the default-constructed name, which means "no name".
   bool empty() const { return entry_ == nullptr; }
   std::string_view text() const {
     return entry_ ? std::string_view(entry_->text) : std::string_view();

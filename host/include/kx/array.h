@@ -14,7 +14,7 @@
 /// shared payload.
 ///
 /// 1. An array has a reference count of its own, 0 for one owner. `kxAddReference` adds an owner;
-///    the deleter takes one away.
+///    the deleter removes one.
 /// 2. A shared copy is a new array on the same payload: one allocation and no data.
 /// 3. Payload counts are atomic: a numeric, logical, char or string value may be read and dropped
 ///    by any thread. Arrays that refer to objects belong to their session's thread; dropped
@@ -43,7 +43,7 @@ enum kxClassID : int {
   kxOBJECT_CLASS = 18,
 };
 
-/// Where an array stands; `kxPropertyScope` is that of an array inside an object.
+/// Where an array is held; `kxPropertyScope` is for an array inside an object.
 enum kxVariableScope : int { kxLocalScope = 0, kxPropertyScope = 6 };
 
 namespace matrix {
@@ -53,7 +53,7 @@ KV_HOST_API void destroyArray(kxArray* array) noexcept;
 
 namespace detail {
 
-/// Deleter of an array that is passed about: takes one owner away; the last one destroys.
+/// Deleter of an array with several owners: removes one owner; the last one destroys the array.
 struct kxDestroy_deleter {
   KV_HOST_API void operator()(kxArray* array) const noexcept;
 };
@@ -73,10 +73,10 @@ struct kxDestroy_deleter {
 /// An owned array.
 using ArrayPtr = std::unique_ptr<kxArray, detail::kxDestroy_deleter>;
 
-/// Wraps a raw owned array at once.
+/// Takes the ownership of a raw array.
 inline ArrayPtr from_kalvex(kxArray* array) { return ArrayPtr(array); }
 
-/// Hands an owned array back as raw.
+/// Releases an owned array as a raw one.
 [[nodiscard]] inline kxArray* to_kalvex(ArrayPtr array) { return array.release(); }
 
 /// Another owner of `array`'s payload; null for null.
@@ -114,7 +114,7 @@ KV_HOST_API std::size_t kxGetN(const kxArray* array) noexcept;  ///< product of 
 /// At least two dimensions. Lives: as long as the array.
 KV_HOST_API std::span<const std::size_t> kxGetDimensions(const kxArray* array) noexcept;
 
-/// One more owner of the very array.
+/// Adds an owner to this very array.
 KV_HOST_API void kxAddReference(kxArray* array) noexcept;
 /// The array's own reference count: owners beyond the first.
 KV_HOST_API std::size_t kxGetReferenceCount(const kxArray* array) noexcept;
@@ -144,9 +144,9 @@ KV_HOST_API double kxGetScalar(const kxArray* array) noexcept;
 /// Requires: class logical.
 KV_HOST_API const bool* kxGetLogicals(const kxArray* array) noexcept;
 /// Elements of a numeric, logical or char array; null where there are none.
-/// Lives: as long as the array, since a single element stands in the array itself.
+/// Lives: as long as the array, since a single element is in the array itself.
 KV_HOST_API const void* kxGetData(const kxArray* array) noexcept;
-/// For the maker of an array that nobody shares yet.
+/// For the maker of an array that isn't shared yet.
 KV_HOST_API void* kxGetMutableData(kxArray* array);
 /// Bytes of an element of a numeric, logical or char class; 0 for others.
 KV_HOST_API std::size_t kxGetElementSize(kxClassID classId) noexcept;
@@ -154,10 +154,11 @@ KV_HOST_API std::size_t kxGetElementSize(kxClassID classId) noexcept;
 KV_HOST_API std::u16string_view kxGetChars(const kxArray* array) noexcept;
 
 // Cells and structures.
-// Elements are null until set. Setting takes the value over. Reading lends.
+// Elements are null until set. Setting takes ownership of the value. Reading doesn't pass
+// ownership.
 
 [[nodiscard]] KV_HOST_API kxArray* kxCreateCellMatrix(std::size_t rows, std::size_t columns);
-/// Null also where the array is no cell, or has no such element.
+/// Null also if the array isn't a cell, or has no such element.
 KV_HOST_API const kxArray* kxGetCell(const kxArray* array, std::size_t index) noexcept;
 KV_HOST_API void kxSetCell(kxArray* array, std::size_t index, kxArray* value);
 
@@ -173,9 +174,9 @@ KV_HOST_API const kxArray* kxGetField(const kxArray* array, std::size_t index,
 KV_HOST_API void kxSetField(kxArray* array, std::size_t index, std::string_view field,
                             kxArray* value);
 
-/// Gives the elements of a cell, structure or string array that nobody shares yet other dimensions:
-/// at least two, for as many elements. Those of 1 behind the second are left out.
-/// Errors: std::logic_error.
+/// Gives a cell, structure or string array that isn't shared yet other dimensions: at least two,
+/// for the same number of elements. Trailing dimensions of 1 after the second are dropped. Errors:
+/// std::logic_error.
 KV_HOST_API void kxSetDimensions(kxArray* array, std::span<const std::size_t> dimensions);
 
 // Properties and lifetime.

@@ -18,7 +18,7 @@ KV_HOST_API std::optional<std::u16string_view> getString(const kxArray* array, s
 /// A string array whose elements are missing until they are set.
 KV_HOST_API matrix::ArrayPtr createStringArray(std::size_t rows, std::size_t columns);
 
-/// For the maker of an array that nobody shares yet.
+/// For the maker of an array that isn't shared yet.
 KV_HOST_API void setString(kxArray* array, std::size_t index, std::u16string_view text);
 
 /// The char form: a string scalar gives a char row; one with more elements a cell of char rows.

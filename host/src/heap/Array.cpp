@@ -30,7 +30,7 @@ kxArray::~kxArray() {
       references->home->removeOutside(*references);
     }
     if (payload->arrays.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-      Teardown::bury(payload);
+      Teardown::enqueue(payload);
     }
   }
 }

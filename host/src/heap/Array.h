@@ -13,10 +13,11 @@
 
 /// The header of a value: class, dimensions, and where the elements are. One block of the pool.
 ///
-/// 1. One element of a numeric class, logical or char stands in the header, and so does one object.
-///    An array without elements has nothing but its class. Everything else is a payload.
-/// 2. A header is inside when it was adopted into a property or stands in a slot or a payload, and
-///    outside otherwise. An inside header with further owners counts as both.
+/// 1. A single element of a numeric class, logical or char is in the header, and so is one object.
+///    An array without elements has only its class. Everything else is in a payload.
+/// 2. A header is inside if it was adopted into a property or is in a slot or a payload, and
+/// outside
+///    otherwise. An inside header with further owners counts as both.
 /// 3. Outside headers are strong references of their object, or count in their payload; inside ones
 ///    hold what they refer to without making it a root.
 class kxArray final : public kv::host::Pooled {
@@ -32,7 +33,7 @@ class kxArray final : public kv::host::Pooled {
       : classId_(static_cast<std::uint8_t>(id)), extents{rowCount, columnCount}, bits(0) {
     kv::host::Pool::count(kv::host::Counted::Arrays, 1);
   }
-  /// Lets go of the contents. Only for an array whose home is here; see `matrix::destroyArray`.
+  /// Releases the contents. Only for an array whose home is here; see `matrix::destroyArray`.
   ~kxArray();
   kxArray(const kxArray&) = delete;
   kxArray& operator=(const kxArray&) = delete;
@@ -40,7 +41,7 @@ class kxArray final : public kv::host::Pooled {
   /// A header with the same contents, outside, with one owner.
   kxArray* share() const;
 
-  // Contents. Each is given once, to an empty outside header.
+  // Contents. Each is set once, in an empty outside header.
   void putScalar(const void* element, std::size_t elementBytes) noexcept {
     form = Form::Scalar;
     std::memcpy(&bits, element, elementBytes);
@@ -59,7 +60,7 @@ class kxArray final : public kv::host::Pooled {
     return !isInside || moreOwners.load(std::memory_order_relaxed) != 0;
   }
 
-  /// Moves the header inside, for a taker that owns it alone, or back outside.
+  /// Moves the header inside, for a new holder that is its only owner, or back outside.
   void moveInside() noexcept;
   void moveOutside() noexcept;
   void addOwner() noexcept;

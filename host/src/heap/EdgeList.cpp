@@ -41,7 +41,7 @@ void EdgeList::addToBlock(Object* child) {
 }
 
 bool EdgeList::remove(Object* child) noexcept {
-  // Newest first: most edges go in the order in which they came, or at once.
+  // The block is searched before the inline edges: what was added last is most often removed first.
   if (hasMap()) {
     if (const auto found = map()->find(child); found != map()->end()) {
       if (--found->second == 0) {

@@ -10,7 +10,7 @@ class Object;
 
 /// The counted edges from a parent to its children: two inline, then a block, then a counted map.
 ///
-/// A list of n edges lets go of them, one by one in any order, in O(n).
+/// Removing n edges one by one, in any order, takes O(n).
 class EdgeList {
  public:
   EdgeList() = default;
@@ -33,11 +33,11 @@ class EdgeList {
   template <class Visit>
   void forEach(Visit visit) const;
 
-  /// Calls `visit(child)` at least once for each child: enough to mark by.
+  /// Calls `visit(child)` at least once for each child: enough for marking.
   template <class Visit>
   void forEachChild(Visit visit) const;
 
-  /// Empties the list; `visit(child)` is called once for each edge that goes. It may free objects,
+  /// Empties the list; `visit(child)` is called once for each edge removed. It may free objects,
   /// but must not touch this list.
   template <class Visit>
   void clear(Visit visit) noexcept;
@@ -65,7 +65,7 @@ class EdgeList {
 
   void addToBlock(Object* child);
   void addToMap(Object* child);
-  /// Drops edges to deleted objects, which nobody withdraws, before the block grows.
+  /// Drops edges to deleted objects, which no one withdraws, before the block grows.
   void dropDeleted() noexcept;
   static Block* newBlock(std::uint32_t capacity);
   static void freeBlock(Block* block) noexcept;

@@ -7,10 +7,10 @@ namespace kv::host {
 
 /// What a function handle refers to: a function by its name, or a callable.
 struct FunctionValue {
-  kcos::COSInternedBase name{};  ///< of a callable: what stacks and messages call it
+  kcos::COSInternedBase name{};  ///< of a callable: its name in stacks and messages
   NativeBody body{};             ///< none for a handle of a named function
-  bool isUntrusted = false;      ///< came from a file that nobody vouched for
-  bool standsIn = false;         ///< the name is that of a callable, which wasn't saved
+  bool isUntrusted = false;      ///< came from a file that wasn't trusted
+  bool isPlaceholder = false;    ///< the name is that of a callable, which wasn't saved
 };
 
 /// A 1-by-1 function handle.

@@ -186,7 +186,7 @@ void Heap::disown(kxArray& array) noexcept {
   (array.previous != nullptr ? array.previous->next : parent->extension_->adopted) = array.next;
   array.previous = array.next = nullptr;
   if (parent->isDeleted()) {
-    holdGone(*parent);  // its storage waited for the array
+    holdGone(*parent);  // its storage was kept for the array
   }
 }
 

@@ -14,29 +14,30 @@
 
 namespace kv::host {
 
-/// The objects of one session, and who lives.
+/// The objects of one session, and how long each lives.
 ///
-///  1. Roots are: objects with a strong reference, objects under construction, and what stands in a
-///     reference payload (object array, cell, structure, function handle) that has an outside
-///     header. A header is outside unless it was adopted into a property, or stands in a slot or in
+///  1. Roots are: objects with a strong reference, objects under construction, and the contents
+///     of a reference payload (object array, cell, structure, function handle) that has an outside
+///     header. A header is outside unless it was adopted into a property, or is in a slot or in
 ///     another payload.
 ///  2. A reachable object reaches the children of its edges, its slots and its adopted arrays; a
 ///     reachable payload reaches its elements.
 ///  3. Accounted and weak references keep the storage of an object readable and nothing else.
 ///  4. A deleted object reaches nothing. Its edges are gone at once; its native part, slots and C++
 ///     value are destroyed at once too, or when the last running member of that object returns.
-///  5. An object that has no strong reference and that no edge, slot or payload leads to is deleted
+///  5. An object that has no strong reference and that no edge, slot or payload refers to is
+///  deleted
 ///     at once, through a worklist. What only a cycle holds is found by tracing at safe points.
 ///  6. All garbage of a collection is marked deleted before the first destructor runs.
-///  7. The collector allocates nothing, runs no user code, recurses nowhere and asks no property
+///  7. The collector allocates nothing, runs no user code, never recurses and uses no property
 ///     enumeration. Callables are released from a queue when it is done.
 ///  8. Storage is freed when an object is deleted, its contents are gone and no reference of any
 ///     kind is left. After `close`, remaining storage belongs to the release queue, which outlives
 ///     the heap until the last reference is dropped.
 ///
-/// Threads: one at a time, while it is that thread's current heap. References in arrays that are
-/// dropped elsewhere wait in the release queue for the next safe point; a `COSInterfacePtr` dropped
-/// while another heap is current leaves its object to the next collection.
+/// Threads: one at a time, while it is that thread's current heap. Arrays with references that
+/// are dropped elsewhere wait in the release queue for the next safe point; a `COSInterfacePtr`
+/// dropped while another heap is current leaves its object to the next collection.
 class Heap {
  public:
   struct Options {
@@ -58,7 +59,7 @@ class Heap {
 
   /// The heap of this thread's current session, or null.
   static Heap* current() noexcept { return current_; }
-  /// Result: the one that was current before.
+  /// Result: the heap that was current before.
   static Heap* setCurrent(Heap* heap) noexcept;
   /// The heap of an object, or null if its session is closed.
   static Heap* of(const kcos::COSInterface& object) noexcept;
@@ -68,10 +69,10 @@ class Heap {
   /// A new object under construction, with null slots. A safe point.
   /// Errors: std::bad_alloc; nothing is left behind then.
   Object* allocate(ObjectClass& objectClass);
-  /// From here on the object lives by its references.
+  /// From here on its references keep the object alive.
   void finishConstruction(Object& object) noexcept;
-  /// Says whether the constructor of the native part runs on an object that is made already: nobody
-  /// may ask such a part anything.
+  /// Notes whether the constructor of the native part runs on an object that is made already: such
+  /// a part must not be called.
   void setPartUnfinished(Object& object, bool isUnfinished) noexcept {
     object.flags_ = isUnfinished ? object.flags_ | Object::kPartUnfinished
                                  : object.flags_ & ~Object::kPartUnfinished;
@@ -83,7 +84,7 @@ class Heap {
 
   /// Lives: until the slot is set again or the object is deleted. Null until set.
   const kxArray* slot(const Object& object, std::size_t index) const noexcept;
-  /// Takes the value over (a shared copy of it, if it has more than one owner).
+  /// Takes ownership of the value (of a shared copy of it, if it has more than one owner).
   void setSlot(Object& object, std::size_t index, matrix::ArrayPtr value);
 
   NativeValue* nativeValue(const Object& object) const noexcept;
@@ -91,11 +92,11 @@ class Heap {
 
   // Running and deleting.
 
-  /// Brackets a member of the object that runs.
+  /// Marks that a member of the object runs.
   void enterMember(Object& object) noexcept { object.flags_ += Object::kMemberUnit; }
   void leaveMember(Object& object) noexcept;
 
-  /// Shows at once; see invariant 4. An object that is deleted already stays as it is.
+  /// Visible at once; see invariant 4. An object that is deleted already stays as it is.
   void deleteObject(Object& object) noexcept;
 
   // Edges: see kxAddParentRoot and its family.
@@ -126,7 +127,7 @@ class Heap {
   std::vector<std::string> verify() const;
 
   std::size_t liveObjects() const noexcept { return live_; }
-  /// Objects of that very class. Cost: O(slabs).
+  /// Objects of exactly that class. Cost: O(slabs).
   std::size_t liveObjects(const ObjectClass& objectClass) const noexcept;
 
   bool stress() const noexcept { return options_.stress; }
@@ -140,8 +141,8 @@ class Heap {
   bool destroyNext() noexcept;
   /// Counts bytes of payloads towards the next collection.
   void chargeBytes(std::size_t bytes) noexcept { bytesSinceCollection_ += bytes; }
-  /// Something that held the object is gone: deletes it, or frees its storage, if that was the
-  /// last.
+  /// Called when something stopped holding the object: deletes it, or frees its storage, if that
+  /// was the last.
   static void holdGone(Object& object) noexcept;
 
  private:
@@ -173,8 +174,9 @@ class Heap {
   Counters counters_;
   ReleaseQueue* queue_;  ///< null after close
   std::vector<SlabPtr> slabs_;
-  Slab* available_ = nullptr;       ///< slabs that may have room, last freed into first
-  std::vector<Object*> worklist_;   ///< room for every object: filling it can't fail
+  Slab* available_ =
+      nullptr;  ///< slabs that may have free places, the one freed into last is first
+  std::vector<Object*> worklist_;   ///< has capacity for every object: filling it can't fail
   std::vector<Object*> markStack_;  ///< likewise
   std::size_t live_ = 0;
   std::uint32_t epoch_ = 0;  ///< number of the last collection, as payloads are marked with it
@@ -184,7 +186,7 @@ class Heap {
   std::uint64_t bytesAfterCollection_ = 0;
 };
 
-/// Brackets a member that runs on an object.
+/// Marks that a member of an object runs.
 class MemberScope {
  public:
   MemberScope(Heap& heap, Object& object) noexcept : heap_(heap), object_(object) {

@@ -118,7 +118,7 @@ void HeapVerifier::checkProperties(Object& object) {
   const std::vector<const kcos::COSPropT*> properties = object.objectClass().nativeProperties();
   for (const kcos::COSPropT* property : properties) {
     if (property->flags() == kcos::COSPropT::kDerived) {
-      continue;  // shows what another object holds
+      continue;  // its value belongs to another object
     }
     const std::string name(property->getName().text());
     for (auto objects = property->getReferencedObjects(&object); objects.hasMore();) {
@@ -131,7 +131,7 @@ void HeapVerifier::checkProperties(Object& object) {
       }
     }
   }
-  if (!properties.empty()) {  // a class without any says nothing of its links
+  if (!properties.empty()) {  // a class without properties doesn't report its links
     checkEdges(object, std::move(links));
   }
 }
@@ -160,7 +160,7 @@ void HeapVerifier::checkPayload(const ReferencePayload& payload, bool isListedOu
                       " inside");
   }
   if (isListedOutside != (payload.outside != 0)) {
-    broken_.emplace_back("a payload stands in the wrong list of roots");
+    broken_.emplace_back("a payload is in the wrong list of roots");
   }
 }
 

@@ -10,8 +10,8 @@
 
 namespace kv::host {
 
-/// Counts again what the heap keeps count of, and compares; then asks the native properties what
-/// they refer to, which must be what edges and adopted arrays know.
+/// Counts again what the heap keeps count of, and compares; then compares what the native
+/// properties report to refer to with the edges and adopted arrays.
 class HeapVerifier {
  public:
   explicit HeapVerifier(const Heap& heap) : heap_(heap) {}
@@ -19,7 +19,7 @@ class HeapVerifier {
   std::vector<std::string> run();
 
  private:
-  /// What leads to an object or to a payload from inside the heap.
+  /// How many references lead to an object or a payload from inside the heap.
   template <class T>
   using Counts = std::unordered_map<const T*, std::uint32_t>;
 

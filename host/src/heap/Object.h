@@ -16,7 +16,7 @@ namespace kv::host {
 class Heap;
 
 /// What keeps an object: an outside header or a strong reference, which makes it a root; or an
-/// edge, a slot or an element, which leads to it.
+/// edge, a slot or an element that refers to it.
 enum class Hold { Outside, Inside };
 
 /// What only some objects have: property slots, an owned C++ value, adopted arrays.
@@ -41,12 +41,12 @@ class Object final : public kcos::COSInterface {
   ObjectClass& objectClass() const noexcept { return *static_cast<ObjectClass*>(class_); }
   bool isUnderConstruction() const noexcept { return (flags_ & kUnderConstruction) != 0; }
   void* instanceData() const noexcept { return instanceData_; }
-  /// True for an object that a file brought and nobody vouched for.
+  /// True for an object of a file that was loaded without trust.
   bool isUntrusted() const noexcept { return (flags_ & kUntrusted) != 0; }
   void markUntrusted() noexcept { flags_ |= kUntrusted; }
 
   void addHold(Hold how) noexcept { ++(how == Hold::Outside ? strongCount_ : heldCount_); }
-  /// Deletes the object, when nothing keeps it any more.
+  /// Deletes the object if nothing keeps it any more.
   void removeHold(Hold how) noexcept {
     std::uint32_t& count = how == Hold::Outside ? strongCount_ : heldCount_;
     if (--count == 0) {
@@ -62,7 +62,7 @@ class Object final : public kcos::COSInterface {
   friend class kcos::COSInterface;
 
   static constexpr std::uint32_t kUnderConstruction = 2;
-  static constexpr std::uint32_t kQueued = 4;        ///< stands in the heap's worklist
+  static constexpr std::uint32_t kQueued = 4;        ///< is in the heap's worklist
   static constexpr std::uint32_t kContentsGone = 8;  ///< native part, slots and value destroyed
   static constexpr std::uint32_t kUntrusted = 16;
   static constexpr std::uint32_t kPartUnfinished = 32;   ///< the native part's constructor runs

@@ -11,7 +11,7 @@ namespace kv::host {
 
 class Object;
 
-/// What the heap and the array functions ask of a class. Class records implement it; every
+/// What the heap and the array functions need of a class. Class records implement it; every
 /// `COSClass` of the host is one, so that an object's class is an `ObjectClass` without a cast that
 /// could fail.
 ///
@@ -19,7 +19,7 @@ class Object;
 class ObjectClass : public kcos::COSClass {
  public:
   /// True if `key` names a native class in the chain of this class: the native part of its objects
-  /// answers to it.
+  /// can be viewed as that class.
   bool answersTo(kcos::COSInternedBase key) const noexcept {
     return std::find(nativeChain_.begin(), nativeChain_.end(), key) != nativeChain_.end();
   }

@@ -20,8 +20,8 @@ enum class PayloadKind : std::uint8_t { Data, Strings, Cell, Structure, Objects,
 
 /// What arrays share: the elements of a value. Immutable once it is shared.
 ///
-/// Owner: its arrays, by count; the last one hands it to the teardown of its thread.
-/// Threads: the count is atomic. A payload with a `home` is touched by its session's thread alone.
+/// Owner: its arrays, by count; the last one passes it to the teardown of its thread.
+/// Threads: the count is atomic. Only its session's thread uses a payload with a `home`.
 struct Payload {
   explicit Payload(PayloadKind payloadKind) : kind(payloadKind) {
     Pool::count(Counted::Payloads, 1);
@@ -72,8 +72,8 @@ struct StringsPayload final : Payload {
 
 /// A payload that can refer to objects.
 ///
-/// It gets a home when the first element that does so is set; from then on it stands in one of two
-/// lists of that heap: with outside headers, or with none.
+/// It gets a home when the first element that does so is set; from then on it is in one of two
+/// lists of that heap: payloads with outside headers, and those without.
 struct ReferencePayload : Payload {
   using Payload::Payload;
   ~ReferencePayload() override;

@@ -11,7 +11,8 @@ namespace kv::host {
 
 constinit thread_local Pool::Cache* Pool::cache_ = nullptr;
 
-/// Memory that blocks are cut from, with this at its start; its address is a multiple of its size.
+/// Memory that blocks are taken from, with this at its start; its address is a multiple of its
+/// size.
 struct Pool::Region {
   static constexpr std::size_t kBytes = kHugePageBytes;
 
@@ -28,7 +29,7 @@ struct Pool::Region {
 
 /// What threads share: batches of blocks, all caches, and the caches of threads that ended.
 struct Pool::Depot {
-  /// Less free memory than this is kept.
+  /// Less free memory than this isn't returned.
   static constexpr std::size_t kLeastTrimBytes = 8 * 1024 * 1024;
 
   /// Memory for a batch that was never used.
@@ -55,7 +56,7 @@ struct Pool::Depot {
   std::array<std::atomic<std::int64_t>, kCountedKinds> strayCounts{};
 };
 
-/// Hands a thread's cache on when the thread ends.
+/// Passes a thread's cache on when the thread ends.
 struct Pool::CacheGuard {
   ~CacheGuard() {
     if (Cache* cache = std::exchange(cache_, nullptr)) {
@@ -111,7 +112,7 @@ void Pool::freeSlowly(void* memory, std::size_t bytes) noexcept {
     ::operator delete(memory, std::align_val_t(kStep));
     return;
   }
-  // A thread without a cache gives the block back as a batch of one.
+  // A thread without a cache returns the block as a batch of one.
   auto* const block = new (memory) Block;
   const std::lock_guard lock(depot().mutex);
   depot().put(block, block, 1, listOf(bytes));
@@ -182,7 +183,7 @@ void Pool::Depot::empty(List& list, std::size_t index) noexcept {
 
 template <class Visit>
 void Pool::forEachBlock(Block* batch, Visit visit) noexcept {
-  std::array<Block*, 16> chains{};  // side by side, so that their cache misses overlap
+  std::array<Block*, 16> chains{};  // interleaved, so that their cache misses overlap
   for (bool isDone = false; !isDone;) {
     isDone = true;
     for (Block*& block : chains) {

@@ -7,19 +7,19 @@
 
 namespace kv::host {
 
-/// What the process counts of its memory; see `Ledger`.
+/// What the process counts; see `Ledger`.
 enum class Counted : std::size_t { Objects, Arrays, Payloads, PayloadBytes };
 inline constexpr std::size_t kCountedKinds = 4;
 
-/// Memory for what the host makes and frees by the million: blocks of 64 to 256 bytes, aligned to
-/// 64, from lists of the calling thread; larger ones come from `operator new`.
+/// Memory for the many small objects of the host: blocks of 64 to 256 bytes, aligned to 64, from
+/// lists of the calling thread; larger ones come from `operator new`.
 ///
 /// 1. A block may be freed by any thread. Lists that grow too long go to a depot of the process,
 ///    from which other threads refill.
 /// 2. Memory is mapped in regions. `trim` returns those without a block in use to the system; the
-///    rest waits for what comes next.
+///    rest is kept for reuse.
 /// 3. A build with the address sanitizer takes each block from `operator new`, so that a use after
-///    free is seen; so does one with KV_POOL_BYPASS, so that a test can let each block fail.
+///    free is detected; so does one with KV_POOL_BYPASS, so that a test can make any block fail.
 ///
 /// Threads: any.
 class Pool {
@@ -86,7 +86,7 @@ class Pool {
     Block* first = nullptr;
     std::size_t size = 0;
   };
-  /// What a thread has; after its end, what the next new thread takes over.
+  /// The memory of a thread; after its end, the next new thread takes it over.
   struct Cache {
     std::array<List, kLargest / kStep> lists;
     std::array<std::atomic<std::int64_t>, kCountedKinds> counts{};

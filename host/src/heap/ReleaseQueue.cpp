@@ -10,12 +10,12 @@ namespace kv::host {
 
 namespace {
 
-/// The closed session whose remains this thread is taking apart.
+/// The closed session whose remaining arrays and objects this thread is destroying.
 constinit thread_local const ReleaseQueue* tPosthumous = nullptr;
 
 }  // namespace
 
-/// Lets this thread touch the remains of a closed session; others wait.
+/// Admits this thread to what remains of a closed session; other threads wait.
 class ReleaseQueue::Posthumous {
  public:
   explicit Posthumous(ReleaseQueue& queue) noexcept

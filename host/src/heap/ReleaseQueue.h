@@ -18,8 +18,8 @@ struct ReferencePayload;
 /// Where arrays that refer to a session's objects go when they are dropped on another thread, or
 /// while another session is current; and what is left of a session's heap after it was closed.
 ///
-/// Owner: counted: the heap, each payload that has it as home, and, after close, each object whose
-/// storage is still referenced hold it. The last one frees it.
+/// Owner: counted: the heap, each payload whose home it is, and, after close, each object whose
+/// storage is still referenced. The last one frees it.
 /// Threads: `drop` and `storageGone` any; everything else where `isHere`.
 class ReleaseQueue {
  public:
@@ -30,7 +30,7 @@ class ReleaseQueue {
   /// True if this thread may touch what belongs to the session.
   bool isHere() const noexcept;
 
-  /// Takes an array over that was dropped where its session isn't: it waits for the next safe
+  /// Takes an array that was dropped where its session isn't current: it waits for the next safe
   /// point. After close it is destroyed at once.
   void drop(kxArray* array) noexcept;
 
@@ -43,7 +43,7 @@ class ReleaseQueue {
 
   // Payloads of the session.
 
-  /// Enters a payload that has this queue as home from now on.
+  /// Enters a payload, whose home is this queue from now on.
   void enlist(ReferencePayload& payload) noexcept;
   void forget(ReferencePayload& payload) noexcept;
   void addOutside(ReferencePayload& payload) noexcept;
@@ -58,7 +58,7 @@ class ReleaseQueue {
   /// The heap is closed; `slabs` hold `remaining` objects whose storage is still referenced.
   /// Destroys what was dropped on other threads while the heap closed.
   void inherit(std::vector<SlabPtr> slabs, std::size_t remaining) noexcept;
-  /// Gives up one hold.
+  /// Releases holds on the queue; the last one frees it.
   void release(std::size_t holds = 1) noexcept;
 
  private:

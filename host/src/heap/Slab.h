@@ -15,7 +15,7 @@ class Object;
 class ReleaseQueue;
 
 /// Memory for objects of one heap, with their bitmaps beside them. Aligned to its size, so that an
-/// object's address tells its slab.
+/// object's address gives its slab.
 struct Slab {
   static constexpr std::size_t kBytes = 256 * 1024;
   static constexpr std::size_t kObjectBytes = 64;
@@ -104,7 +104,7 @@ struct Slab {
   }
 };
 
-/// Places begin behind the head of the slab.
+/// Places begin after the head of the slab.
 inline Slab::Slab(Heap& owner, ReleaseQueue& releaseQueue)
     : heap(&owner),
       queue(&releaseQueue),

@@ -22,7 +22,7 @@ Payload* pop(Payload*& list) noexcept {
 
 }  // namespace
 
-void Teardown::bury(Payload* payload) noexcept {
+void Teardown::enqueue(Payload* payload) noexcept {
   Payload** list = &payloads_;
   if (payload->kind == PayloadKind::Function) {
     auto* function = static_cast<FunctionPayload*>(payload);

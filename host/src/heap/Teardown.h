@@ -4,24 +4,25 @@
 
 namespace kv::host {
 
-/// Destroys payloads and objects of a thread one after the other, so that however deeply values and
-/// objects are nested, no destructor calls the next one.
+/// Destroys payloads and objects of a thread one after the other: however deeply values and objects
+/// are nested, no destructor calls the next one.
 ///
 /// Callables are released last, one by one: their destructors are code that isn't the host's and
 /// may do anything.
 class Teardown {
  public:
-  /// Takes over a payload that no array shares any more.
-  static void bury(Payload* payload) noexcept;
+  /// Takes a payload that no array shares any more, and destroys it now or when the teardown that
+  /// runs gets to it.
+  static void enqueue(Payload* payload) noexcept;
 
-  /// Works off everything that waits on this thread; inside a teardown that runs, nothing: that one
-  /// goes on until all is done.
+  /// Destroys everything that is enqueued on this thread. Does nothing inside a running teardown,
+  /// which goes on until all is done.
   static void run() noexcept;
 
   /// True while payloads or objects of this thread are being destroyed.
   static bool isRunning() noexcept { return depth_ != 0; }
 
-  /// Puts off all destruction on this thread to the end of its life.
+  /// Defers all destruction on this thread until it ends.
   class Pause {
    public:
     Pause() noexcept { ++depth_; }
@@ -33,7 +34,7 @@ class Teardown {
     Pause& operator=(const Pause&) = delete;
   };
 
-  /// Works off only what was buried within its life, callables excepted, before it ends.
+  /// Before it ends, destroys only what was enqueued while it lived, except callables.
   class Nested {
    public:
     Nested() noexcept;

@@ -12,7 +12,8 @@ namespace kv::host {
 
 namespace {
 
-/// Below these a collection isn't worth it; above, it comes when as much was created as was live.
+/// Below these a collection isn't worth its time; above, one is due when as much was created as is
+/// live.
 constexpr double kLeastObjects = 16 * 1024;
 constexpr double kLeastBytes = 64.0 * 1024 * 1024;
 

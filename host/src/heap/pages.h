@@ -8,12 +8,12 @@
 
 namespace kv::host {
 
-/// Size, and alignment, of what the processor maps in one piece where the system lets it.
+/// Size and alignment of a huge page.
 inline constexpr std::size_t kHugePageBytes = 2 * 1024 * 1024;
 
-/// `kHugePageBytes` of zeros, aligned to their size, in one huge page if `isHuge`: to fault them in
-/// as small pages costs more than all the rest that is done to an object in its life. Otherwise
-/// only what is touched takes memory.
+/// `kHugePageBytes` of zeros, aligned to their size, in one huge page if `isHuge`: faulting them
+/// in as small pages costs more than all else that is done to an object in its life. Otherwise only
+/// what is touched takes memory.
 /// Errors: std::bad_alloc. Owner: the caller, who returns them with `deletePages`.
 inline void* newPages(bool isHuge) {
   constexpr int kFlags = MAP_PRIVATE | MAP_ANONYMOUS;

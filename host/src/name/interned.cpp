@@ -33,7 +33,7 @@ struct Table {
 /// Where names are looked up, without a lock; null until there is one.
 constinit std::atomic<const Table*> newest = nullptr;
 
-/// The names of the process. Tables that were outgrown stay, since a reader may be in one; together
+/// The names of the process. Outgrown tables are kept, since a reader may be in one; together
 /// they are smaller than the newest.
 class Names {
  public:

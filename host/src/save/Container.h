@@ -17,8 +17,8 @@ using SectionViews = std::array<std::string_view, format::kSections>;
 /// The header of a file that consists of it and the sections, in order.
 std::string headerOf(const Sections& sections);
 
-/// Holds the first `kHeaderBytes` of a file, or all that it has, to the number of its bytes, before
-/// the rest is read.
+/// Checks the first `kHeaderBytes` of a file, or all that it has, against the number of its bytes,
+/// before the rest is read.
 ///
 /// Errors: "KALVEX:load:Corrupt" with "HEAD" or the section, offset and reason.
 void checkHead(std::string_view head, std::uint64_t fileBytes);

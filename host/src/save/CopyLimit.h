@@ -7,9 +7,9 @@
 
 namespace kv::host {
 
-/// How much a load may still copy of values that the file has once: links that a setter keeps as a
-/// list of its own, ids, keys, names. Without a limit, many objects that share one long value would
-/// make far more of a file than it has bytes.
+/// How much a load may still copy of values that the file has once: links that a setter keeps in a
+/// separate list, ids, keys, names. Without a limit, many objects that share one long value would
+/// take far more memory than the file has bytes.
 class CopyLimit {
  public:
   explicit CopyLimit(std::size_t fileBytes) : left_(std::max(fileBytes, format::kCopiedForFree)) {}

@@ -105,7 +105,7 @@ Reference FileBuilder::addPlain(const kxArray* value) {
   return addEntry(entry);
 }
 
-Reference FileBuilder::addFunction(std::string_view functionName, bool standsIn) {
+Reference FileBuilder::addFunction(std::string_view functionName, bool isPlaceholder) {
   if (functionName.size() > kMaxFunctionName) {
     raise("KALVEX:save:NotSaveable",
           {"function_handle",
@@ -114,7 +114,7 @@ Reference FileBuilder::addFunction(std::string_view functionName, bool standsIn)
   return addEntry({.classCode = kxFUNCTION_CLASS,
                    .form = static_cast<std::uint8_t>(ValueForm::Inline),
                    .dimensions = 0,
-                   .flags = standsIn ? kStandsIn : 0,
+                   .flags = isPlaceholder ? kPlaceholder : 0,
                    .payload = name(functionName)});
 }
 
@@ -141,23 +141,23 @@ Reference FileBuilder::addContainer(const kxArray* value,
 /// Adds the entry of a value whose data have been written.
 Reference FileBuilder::addFull(ValueEntry entry, const kxArray* value,
                                const std::vector<Reference>& references) {
-  std::size_t spread =
-      spreadOf(kxGetClassID(value), kxGetDimensions(value).front(), kxGetNumberOfElements(value),
-               section(Section::Data).size() - entry.payload);
+  std::size_t expansion =
+      expansionOf(kxGetClassID(value), kxGetDimensions(value).front(), kxGetNumberOfElements(value),
+                  section(Section::Data).size() - entry.payload);
   for (const Reference reference : references) {
     if (!reference.isNull() && !reference.isObject()) {
-      spread += spreads_[reference.index()];
+      expansion += expansions_[reference.index()];
     }
   }
-  if (spread > kMaxSpread + section(Section::Data).size()) {
-    refuseSpread(value);
+  if (expansion > kMaxExpansion + section(Section::Data).size()) {
+    refuseExpansion(value);
   }
   const Reference made = addEntry(entry);
-  spreads_.back() = spread;
+  expansions_.back() = expansion;
   return made;
 }
 
-void FileBuilder::refuseSpread(const kxArray* value) {
+void FileBuilder::refuseExpansion(const kxArray* value) {
   raise("KALVEX:save:NotSaveable", {kxGetClassName(value), "it has too many elements"});
 }
 
@@ -174,7 +174,7 @@ Reference FileBuilder::addEntry(ValueEntry entry) {
   }
   section(Section::Values) += bytes;
   const Reference made = Reference::value(nextIndex(values_));
-  spreads_.push_back(1);
+  expansions_.push_back(1);
   if (isWhole) {
     small_.emplace(std::move(bytes), made);
   }

@@ -14,8 +14,8 @@ namespace kv::host {
 
 /// The tables of a file while they are filled. Knows nothing of where values and objects come from.
 ///
-/// Errors of all that adds: "KALVEX:CountTooLarge" where a table has more entries than references
-/// can tell apart; std::bad_alloc.
+/// Errors of all functions that add: "KALVEX:CountTooLarge" where a table has more entries than
+/// references can distinguish; std::bad_alloc.
 class FileBuilder {
  public:
   /// Index of a name; the same for the same text.
@@ -33,25 +33,25 @@ class FileBuilder {
   /// A number, logical, character, text array: everything but its references.
   /// Small values that are equal share a place.
   ///
-  /// This and `addContainer` raise "KALVEX:save:NotSaveable" for what no load would take, see
-  /// `kMaxSpread`.
+  /// This and `addContainer` raise "KALVEX:save:NotSaveable" for what no load would accept, see
+  /// `kMaxExpansion`.
   format::Reference addPlain(const kxArray* value);
-  /// A function handle, or the name that stands for a callable.
-  format::Reference addFunction(std::string_view functionName, bool standsIn);
+  /// A function handle, or the name of a callable, which isn't saved itself.
+  format::Reference addFunction(std::string_view functionName, bool isPlaceholder);
   /// A cell, structure or object array, whose elements were added before; `references` in the
   /// order of elements, for structures field by field within an element.
   format::Reference addContainer(const kxArray* value,
                                  const std::vector<format::Reference>& references);
 
   /// Elements of a value that was added, with those of all values in it; 0 for objects.
-  std::size_t spreadAt(format::Reference reference) const {
-    return reference.isNull() || reference.isObject() ? 0 : spreads_[reference.index()];
+  std::size_t expansionAt(format::Reference reference) const {
+    return reference.isNull() || reference.isObject() ? 0 : expansions_[reference.index()];
   }
   /// Errors: "KALVEX:save:NotSaveable", always.
-  [[noreturn]] static void refuseSpread(const kxArray* value);
+  [[noreturn]] static void refuseExpansion(const kxArray* value);
 
   void setRoot(format::Reference root);
-  /// The sections, taken out.
+  /// Moves the sections out.
   Sections take() { return std::move(sections_); }
 
  private:
@@ -68,7 +68,7 @@ class FileBuilder {
   std::uint32_t shapes_ = 0;
   std::uint32_t objects_ = 0;
   std::uint32_t values_ = 0;
-  std::vector<std::size_t> spreads_;  ///< of each value: elements with those of all values in it
+  std::vector<std::size_t> expansions_;  ///< of each value: elements with those of all values in it
   /// Entries that hold their whole value, by their bytes.
   std::unordered_map<std::string, format::Reference> small_;
 };

@@ -21,7 +21,7 @@ Item itemAt(std::string_view bytes, std::size_t index) {
   return item;
 }
 
-/// Takes numbers and texts off the front of a section, never more than is there.
+/// Reads numbers and texts from the beginning of a section, never more than is there.
 class SectionReader {
  public:
   SectionReader(Section section, std::string_view bytes) : section_(section), bytes_(bytes) {}
@@ -119,8 +119,7 @@ format::Reference FileTables::reference(std::uint64_t index) const {
       sections_[static_cast<std::size_t>(Section::References)], static_cast<std::size_t>(index)));
 }
 
-/// No reference and no record belongs to two objects: what is made of them is bounded by the file
-/// then.
+/// No reference and no record belongs to two objects, so the file bounds what is made of them.
 void FileTables::checkObjects() const {
   const std::size_t references =
       sections_[static_cast<std::size_t>(Section::References)].size() / sizeof(std::uint32_t);
@@ -172,7 +171,7 @@ SavedValue FileTables::value(std::size_t index) const {
   const std::string_view data = sections_[static_cast<std::size_t>(Section::Data)];
   const std::string_view from =
       data.substr(std::min<std::uint64_t>(value.entry.payload, data.size()));
-  // More than a value can have are refused by checkValue and not worth being read, over and over.
+  // checkValue refuses more than a value can have; don't read them each time.
   const std::size_t dimensions =
       value.entry.dimensions > kMaxDimensions
           ? 0
@@ -185,7 +184,7 @@ SavedValue FileTables::value(std::size_t index) const {
   return value;
 }
 
-/// No data belong to two values: memory for values is bounded by the file then.
+/// No data belong to two values, so the file bounds the memory for values.
 void FileTables::checkValues() {
   std::size_t left = sections_[static_cast<std::size_t>(Section::Data)].size();
   std::vector<Nesting> nestings(valueCount_);
@@ -219,10 +218,10 @@ void FileTables::checkElements(std::size_t index, std::vector<Nesting>& nestings
       refuseFile(tagOf(Section::Values), index * sizeof(ValueEntry), reason);
     }
   };
-  const std::size_t mostSpread = kMaxSpread + size();
+  const std::size_t mostExpansion = kMaxExpansion + size();
   Nesting& nesting = nestings[index];
-  nesting.spread =
-      spreadOf(value.classId(), value.dimensions.front(), value.elements, copiedBytes_[index]);
+  nesting.expansion =
+      expansionOf(value.classId(), value.dimensions.front(), value.elements, copiedBytes_[index]);
   const std::size_t mostCopied = kCopiedForFree + size();
   forEachReference(value, [&](Reference reference) {
     checkReference(index, reference);
@@ -231,7 +230,7 @@ void FileTables::checkElements(std::size_t index, std::vector<Nesting>& nestings
               "an object array holds something that isn't an object");
       const Nesting& inner = nestings[reference.index()];
       nesting.depth = std::max(nesting.depth, inner.depth);
-      nesting.spread = std::min(nesting.spread + inner.spread, mostSpread + 1);
+      nesting.expansion = std::min(nesting.expansion + inner.expansion, mostExpansion + 1);
       if (value.classId() == kxSTRUCT_CLASS) {
         copiedBytes_[index] =
             std::min(copiedBytes_[index] + copiedBytes_[reference.index()], mostCopied);
@@ -239,7 +238,7 @@ void FileTables::checkElements(std::size_t index, std::vector<Nesting>& nestings
     }
   });
   require(nesting.depth < kMaxNesting, "values are nested too deep");
-  require(nesting.spread <= mostSpread, "values are nested too often");
+  require(nesting.expansion <= mostExpansion, "values are nested too often");
   ++nesting.depth;
 }
 

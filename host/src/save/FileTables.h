@@ -17,11 +17,12 @@ struct SavedShape {
   std::vector<std::uint32_t> properties;
 };
 
-/// The tables of a file, all of whose lengths, counts and references have been checked: whoever
-/// reads them needs no check of his own.
+/// The tables of a file, all of whose lengths, counts and references have been checked: code that
+/// reads them needs no further check.
 ///
 /// A value refers to earlier values only. A record of an object comes before each value that refers
-/// to that object. So values can be made in ascending order, and an object when it is met.
+/// to that object. So values can be made in ascending order, and an object when it is first
+/// referred to.
 class FileTables {
  public:
   /// Lives: as long as the bytes of the sections.
@@ -41,8 +42,8 @@ class FileTables {
   template <class Visit>
   void forEachReference(const SavedValue& value, Visit visit) const;
 
-  /// Bytes of the data that something copies which takes a value apart: the value's own, and those
-  /// of a structure's fields. 0 for what its entry holds, and for objects.
+  /// Bytes of the data that code copies which takes a value apart: the value's own, and those of a
+  /// structure's fields. 0 for what the value's entry holds, and for objects.
   std::size_t copiedBytes(format::Reference reference) const {
     return reference.isNull() || reference.isObject() ? 0 : copiedBytes_[reference.index()];
   }
@@ -51,7 +52,7 @@ class FileTables {
   /// Bytes of all sections.
   std::size_t size() const;
 
-  /// Where the entry of an object stands in its section.
+  /// Offset of the entry of an object in its section.
   static std::size_t objectOffset(std::size_t index) { return index * sizeof(format::ObjectEntry); }
 
  private:
@@ -59,10 +60,10 @@ class FileTables {
   void readShapes(std::string_view bytes);
   void checkObjects() const;
   void checkValues();
-  /// How a value stands with all values in it.
+  /// A value together with all values in it.
   struct Nesting {
     std::size_t depth = 0;
-    std::size_t spread = 0;  ///< elements, those of a shared value as often as it stands there
+    std::size_t expansion = 0;  ///< elements, those of a shared value as often as it occurs
   };
   void checkFunctionName(const SavedValue& value, std::size_t index) const;
   void checkElements(std::size_t index, std::vector<Nesting>& nestings);

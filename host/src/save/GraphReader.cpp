@@ -22,7 +22,7 @@ namespace {
 using namespace format;
 using Torvane::KException::KExceptionEnvelope;
 
-/// What a class's own way to load raises about what stands in a record.
+/// What `customLoad` of a class raises about the contents of a record.
 constexpr std::array<std::string_view, 2> kConversionErrors{
     "KALVEX:validateattributes:invalidType", "KALVEX:string:MustBeStringScalarOrCharacterVector"};
 
@@ -35,8 +35,9 @@ constexpr std::size_t kLeftOutForFree = 1'000'000;
              FileTables::objectOffset(index), reason);
 }
 
-/// Runs `body`, which finds fault with what the file says in the host's own words; `what` tells
-/// what it does with the object. Errors with other ids aren't the file's, nor is want of memory.
+/// Runs `body`, whose errors are about the contents of the file: they become refusals of the file;
+/// `what` names what is done to the object. Errors with other ids aren't the file's fault, and
+/// neither is being out of memory.
 template <class What, class Body>
 void refusing(std::size_t index, What&& what, Body&& body) {
   try {
@@ -121,13 +122,13 @@ Value GraphReader::makeValue(std::uint32_t index) {
       return makeFunctionHandle(FunctionValue{
           .name = interned(file_.name(static_cast<std::uint32_t>(value.entry.payload))),
           .isUntrusted = !trusted_,
-          .standsIn = value.entry.flags == kStandsIn});
+          .isPlaceholder = value.entry.flags == kPlaceholder});
     default:
       return makeNumbers(value);
   }
 }
 
-/// Counts a name that is in the file once and is given to many values.
+/// Counts a name that is in the file once and in many values.
 void GraphReader::countName(std::string_view name, std::uint32_t value) {
   if (name.size() > kNameForFree && !copies_.take(name.size())) {
     refuseFile(kSectionTags[static_cast<std::size_t>(Section::Values)], value * sizeof(ValueEntry),
@@ -167,13 +168,13 @@ Value GraphReader::makeContainer(const SavedValue& value, std::uint32_t index) {
                                         ? kxCreateCellMatrix(rows, columns)
                                         : kxCreateStructMatrix(rows, columns, fields));
   kxSetDimensions(array.get(), dimensionsOf(value));
-  for (std::size_t i = 0; i < range.count; ++i) {  // a structure's elements lie as those of a cell
+  for (std::size_t i = 0; i < range.count; ++i) {  // a structure's payload is laid out as a cell's
     kxSetCell(array.get(), i, take(range.at(value, i)).release());
   }
   return array;
 }
 
-/// What a reference stands for, whose values have been made.
+/// The value of a reference, which has been made.
 Value GraphReader::take(Reference reference) {
   if (reference.isNull()) {
     return nullptr;
@@ -190,7 +191,7 @@ Reference GraphReader::recordOf(std::uint32_t index) const {
   return file_.reference(file_.object(index).firstReference);
 }
 
-/// The object, made now if it wasn't yet: a shell, or what its class makes of its record.
+/// The object, made now if it isn't yet: a shell, or what its class makes of its record.
 Object& GraphReader::objectOf(std::uint32_t index) {
   if (objects_[index].get() == nullptr) {
     makeObject(index);
@@ -216,8 +217,8 @@ void GraphReader::makeObject(std::uint32_t index) {
   }
 }
 
-/// A class may have got properties since the file was saved, and they take memory that no bytes of
-/// the file stand for. A file of objects that leave out nearly all is refused.
+/// A class may have got properties since the file was saved, and they take memory that no bytes in
+/// the file pay for. A file of objects that leave out nearly all is refused.
 void GraphReader::countLeftOut(std::uint32_t index) {
   leftOutBytes_ += shapeOf(index).leftOut * kPropertyBytes;
   if (leftOutBytes_ > std::max(file_.size(), kLeftOutForFree)) {
@@ -237,7 +238,7 @@ kcos::COSInterfacePtr GraphReader::makeFromRecord(std::uint32_t index) {
       }
     });
   } catch (const KExceptionEnvelope& error) {
-    // What a record holds is the file's; all other errors come from what the class asked the host.
+    // The file is responsible for the record; all other errors come from calls of the class.
     const ErrorRecord cause = errorRecord(error);
     if (std::ranges::find(kConversionErrors, cause.identifier) != kConversionErrors.end()) {
       refuseObject(index, cause.message);
@@ -282,7 +283,7 @@ const GraphReader::Shape& GraphReader::shapeOf(std::uint32_t index) {
   return shapes_.emplace(shapeIndex, std::move(shape)).first->second;
 }
 
-/// Queues the objects that a value which is in use leads to.
+/// Queues the objects that a value in use refers to.
 void GraphReader::reach(Reference reference) {
   open_.push_back(reference);
   while (!open_.empty()) {
@@ -317,7 +318,7 @@ void GraphReader::reachObject(std::uint32_t index) {
   }
 }
 
-/// Counts what an object makes of a value for itself.
+/// Counts what an object copies of a value.
 void GraphReader::countCopy(Reference reference, std::uint32_t object) {
   if (!copies_.take(file_.copiedBytes(reference))) {
     refuseObject(object, "many objects copy the same values");
@@ -353,12 +354,12 @@ void GraphReader::fill(std::uint32_t index) {
   if (hasSaved) {
     countCopy(file_.reference(next), index);
   }
-  if (shape.savedForm != nullptr) {  // its class is asked also where a file leaves it out
+  if (shape.savedForm != nullptr) {  // also where the file has nothing saved
     saved_.emplace_back(index, hasSaved ? make(file_.reference(next)) : nullptr);
   }
 }
 
-/// Gives the objects what isn't a property, and tells their classes.
+/// Restores what isn't a property of the objects, and notifies their classes.
 void GraphReader::finish() {
   for (const auto& [index, value] : saved_) {
     const Shape& shape = shapeOf(index);
@@ -373,7 +374,7 @@ void GraphReader::finish() {
   for (const std::uint32_t index : queue_) {
     if (!isRecord(index)) {
       refusing(
-          index, [] { return std::string("the object"); }, [&] { tellLoaded(objectOf(index)); });
+          index, [] { return std::string("the object"); }, [&] { notifyLoaded(objectOf(index)); });
     }
   }
 }

@@ -23,11 +23,11 @@ class ClassRecord;
 ///    that cycles of objects need no care and nothing recurses.
 /// 2. Shells are filled one after the other; filling one may make others.
 /// 3. An object with a record is made by its class from the record. What the record refers to is
-///    filled only if the object that came out holds it: a class may answer a record with another
-///    object, whatever else the record holds.
-/// 4. When all are filled, classes are told, and validators look at the whole.
+///    filled only if the object that came out holds it: a class may return another object for a
+///    record, whatever else the record holds.
+/// 4. When all are filled, classes are notified, and validators check the whole.
 ///
-/// Errors: "KALVEX:load:Corrupt", "KALVEX:load:UnknownClass"; what a class's own way to load
+/// Errors: "KALVEX:load:Corrupt", "KALVEX:load:UnknownClass"; what `customLoad` of a class
 /// raises. What was made is dropped then.
 class GraphReader {
  public:

@@ -17,7 +17,7 @@ namespace {
 
 using namespace format;
 
-/// Values from this size on are worth being written once.
+/// Values of at least this size are written once.
 constexpr std::size_t kSharedBytes = 256;
 
 [[noreturn]] void refuse(const ClassRecord& record, const char* reason) {
@@ -35,8 +35,8 @@ std::size_t elementCount(const kxArray* container) {
   return kxGetNumberOfElements(container) * fields;
 }
 
-/// Element `index` of a container, as a value of its own; null where there is none. A structure's
-/// stand field by field, as in its payload.
+/// Element `index` of a container, as a separate value; null where there is none. A structure's
+/// come field by field, as in its payload.
 Value elementAt(const kxArray* container, std::size_t index) {
   if (container->classId() == kxOBJECT_CLASS) {
     return matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(container, index)));
@@ -60,7 +60,7 @@ Sections GraphWriter::write(const kxArray* root) {
   return file_.take();
 }
 
-/// The payload by which a value is known again; null for one that is written each time.
+/// The payload by which a value is recognised; null for one that is written each time.
 const Payload* GraphWriter::identityOf(const kxArray* value) const {
   const bool isWorth = value->form == kxArray::Form::Payload && value->payload != unshared_ &&
                        (isContainer(value) || value->payload->bytes >= kSharedBytes);
@@ -102,22 +102,22 @@ Reference GraphWriter::add(const kxArray* value) {
   }
 }
 
-/// Whether a value may refer to one that was written before. Where values in values would spread to
-/// more than a load takes, they are written again, and the file is as long as what it spreads to.
+/// Whether a value may refer to one that was written before. Where nested values would expand to
+/// more than a load accepts, they are written again, and the file is as long as its expansion.
 bool GraphWriter::mayShare(const kxArray* value, Reference known) {
-  const std::size_t spread = file_.spreadAt(known);
-  if (stack_.empty() || spread <= kMaxSpread - sharedSpread_) {
-    sharedSpread_ += stack_.empty() ? 0 : spread;
+  const std::size_t expansion = file_.expansionAt(known);
+  if (stack_.empty() || expansion <= kMaxExpansion - sharedExpansion_) {
+    sharedExpansion_ += stack_.empty() ? 0 : expansion;
     return true;
   }
-  rewrittenSpread_ += spread;
-  if (rewrittenSpread_ > kMaxRewritten) {
-    FileBuilder::refuseSpread(value);
+  rewrittenExpansion_ += expansion;
+  if (rewrittenExpansion_ > kMaxRewritten) {
+    FileBuilder::refuseExpansion(value);
   }
   return false;
 }
 
-/// Nothing for what needs elements or a record first.
+/// Empty for what needs its elements or a record first.
 std::optional<Reference> GraphWriter::referenceOf(const kxArray* value) {
   if (value == nullptr) {
     return Reference();
@@ -136,8 +136,8 @@ std::optional<Reference> GraphWriter::referenceOf(const kxArray* value) {
   }
   Reference made;
   if (const FunctionValue* function = functionValue(value)) {
-    made =
-        file_.addFunction(function->name.text(), function->body != nullptr || function->standsIn);
+    made = file_.addFunction(function->name.text(),
+                             function->body != nullptr || function->isPlaceholder);
   } else {
     made = file_.addPlain(value);
   }
@@ -170,7 +170,8 @@ Reference GraphWriter::enqueue(Object& object) {
   return Reference::object(index);
 }
 
-/// Begins a value that `referenceOf` had no answer to; the record of an object has begun there.
+/// Begins a value for which `referenceOf` returned nothing; the record of an object has begun
+/// there.
 void GraphWriter::begin(const kxArray* value) {
   if (scalarObject(value) == nullptr) {
     stack_.push_back({matrix::sharedCopy(value), nullptr, {}});

@@ -15,14 +15,14 @@ namespace kv::host {
 struct SessionState;
 struct SavedForm;
 
-/// The walk that saves: from a value through all values and objects that it leads to. What is
+/// The walk that saves: from a value through all values and objects that it refers to. What is
 /// shared is written once; nothing recurses.
 ///
-/// Values are written behind what they hold, objects after the values that led to them, so that a
-/// chain of objects as long as you like needs a queue and no stack.
+/// Values are written after what they hold, objects after the values that led to them, so that a
+/// chain of objects of any length needs a queue and no stack.
 ///
 /// Errors: "KALVEX:save:NotSaveable" with class and reason; "KALVEX:class:InvalidHandle" for a
-/// deleted object; what a class's own way to save raises.
+/// deleted object; what `customSave` of a class raises.
 class GraphWriter {
  public:
   explicit GraphWriter(SessionState& session) : session_(session) {}
@@ -37,13 +37,13 @@ class GraphWriter {
     Object* recordOf = nullptr;
     std::vector<format::Reference> elements;
   };
-  /// How the objects of a class stand in the file.
+  /// How the objects of a class are written.
   struct Shape {
     std::uint32_t index;
     std::vector<PropertyPlace> places;
     const SavedForm* savedForm;
   };
-  /// A container or large value that was written; it is kept so that no other takes its address.
+  /// A container or large value that was written; it is kept so that its address isn't reused.
   struct Written {
     Value value;
     format::Reference reference;
@@ -67,11 +67,11 @@ class GraphWriter {
   std::vector<Pending> stack_;
   std::unordered_map<const Object*, std::uint32_t> objects_;
   std::vector<kcos::COSInterfacePtr> queue_;  ///< objects that were given an index, in that order
-  std::vector<kcos::COSInterfacePtr> recorded_;  ///< objects that stand in the file as records
+  std::vector<kcos::COSInterfacePtr> recorded_;  ///< objects that are in the file as records
   std::unordered_map<const Payload*, Written> payloads_;
   const Payload* unshared_ = nullptr;  ///< written again where it was written before
-  std::size_t sharedSpread_ = 0;     ///< of values in others that refer to what was written before
-  std::size_t rewrittenSpread_ = 0;  ///< of those that were written again
+  std::size_t sharedExpansion_ = 0;  ///< of values in others that refer to what was written before
+  std::size_t rewrittenExpansion_ = 0;  ///< of those that were written again
   std::unordered_map<const ObjectClass*, Shape> shapes_;
 };
 

@@ -14,9 +14,9 @@ namespace {
 
 using namespace format;
 
-/// What a value counts an element of a container or a text as, whatever it holds.
+/// Bytes that an element of a container, or a text, counts as, whatever it holds.
 constexpr std::size_t kLargestElement = 64;
-/// Neither memory nor a signed size holds more bytes.
+/// More bytes fit neither in memory nor in a signed size.
 constexpr std::size_t kMaxBytes = std::numeric_limits<std::ptrdiff_t>::max();
 
 template <class Number>
@@ -67,7 +67,7 @@ void checkForm(const SavedValue& value, const ValueCheck& check) {
   check.require(id != kxFUNCTION_CLASS || value.form() == ValueForm::Inline,
                 "a function handle is a name");
   check.require(
-      value.entry.flags == 0 || (id == kxFUNCTION_CLASS && value.entry.flags == kStandsIn),
+      value.entry.flags == 0 || (id == kxFUNCTION_CLASS && value.entry.flags == kPlaceholder),
       "the value has a flag that means nothing");
 }
 

@@ -11,7 +11,7 @@
 
 namespace kv::host {
 
-/// A value in a file: its entry, its dimensions, and its contents behind them.
+/// A value in a file: its entry, its dimensions, and the contents that follow them.
 struct SavedValue {
   format::ValueEntry entry{};
   boost::container::small_vector<std::size_t, 4> dimensions{};
@@ -21,9 +21,9 @@ struct SavedValue {
   kxClassID classId() const { return static_cast<kxClassID>(entry.classCode); }
   format::ValueForm form() const { return static_cast<format::ValueForm>(entry.form); }
 
-  /// Number `index` of those that the contents begin with.
+  /// Number `index` of the numbers at the beginning of the contents.
   std::uint32_t number(std::size_t index) const;
-  /// What stands behind `offset` bytes of the contents, as a reference to an element.
+  /// The reference to an element at `offset` bytes of the contents.
   format::ElementCode elementCode(std::size_t offset) const;
 };
 
@@ -39,14 +39,14 @@ struct ReferenceRange {
 };
 ReferenceRange referencesOf(const SavedValue& value);
 
-/// Holds value number `index` against the bytes that are there: class, form, dimensions, and that
+/// Checks value number `index` against the bytes that are there: class, form, dimensions, and that
 /// its contents end within the data. `names`: how many names the file has.
 ///
-/// Result: bytes of the data that are the value's own; 0 for one that stands in its entry.
+/// Result: bytes of the data that are the value's own; 0 for one that is in its entry.
 /// Errors: "KALVEX:load:Corrupt".
 std::size_t checkValue(const SavedValue& value, std::size_t index, std::size_t names);
 
-/// True if a name stands in the list twice.
+/// True if the list has a name twice.
 bool hasTwice(std::vector<std::uint32_t> names);
 
 }  // namespace kv::host

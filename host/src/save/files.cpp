@@ -27,7 +27,7 @@ namespace fs = std::filesystem;
 constexpr std::string_view kLeftoverEnding = ".kvtmp";
 constexpr std::size_t kDigits = 16;
 constexpr std::size_t kLongestName = 255;
-constexpr int kMostLinks = 40;  // in a row, as the kernel has it
+constexpr int kMostLinks = 40;  // in a row, the kernel's limit
 constexpr mode_t kNewFileMode = 0666;
 constexpr mode_t kPermissions = 0777;
 
@@ -48,7 +48,7 @@ auto retried(Call call) {
   return result;
 }
 
-/// The same; any other error ends the work.
+/// The same; any other error is raised.
 template <class Call>
 auto checked(Call call) {
   const auto result = retried(call);
@@ -76,7 +76,7 @@ class Descriptor {
   int number_;
 };
 
-/// Without O_NONBLOCK a pipe would be waited for before anybody could refuse it.
+/// Without O_NONBLOCK, opening a pipe would wait before it could be refused.
 constexpr int kReadFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
 
 Descriptor openOrFail(const fs::path& path, int flags) {
@@ -98,7 +98,7 @@ void sync(const Descriptor& file) {
   checked([&] { return ::fsync(file.get()); });
 }
 
-/// Some file systems keep their folders by themselves and refuse to be asked.
+/// Some file systems sync their folders on their own and refuse the call.
 void syncFolder(const Descriptor& folder) {
   if (retried([&] { return ::fsync(folder.get()); }) == -1 && errno != EINVAL &&
       errno != EOPNOTSUPP) {
@@ -117,7 +117,7 @@ void writeAll(const Descriptor& file, std::string_view bytes) {
   }
 }
 
-/// Refuses what the system's own calls would cut short without a word.
+/// Refuses paths that the system's calls would silently truncate.
 fs::path checkedPath(const std::string& path) {
   if (path.find('\0') != std::string::npos) {
     fail(EINVAL);
@@ -178,7 +178,7 @@ struct CloseFolder {
   void operator()(DIR* folder) const noexcept { ::closedir(folder); }
 };
 
-/// Removes what killed saves left over. What can't be removed doesn't keep this save from its work.
+/// Removes what killed saves left over. What can't be removed doesn't stop this save.
 /// The iterator of std::filesystem isn't used: it ends the process where memory is short.
 void removeLeftovers(const fs::path& target) {
   const std::string stem = stemOf(target);
@@ -190,7 +190,7 @@ void removeLeftovers(const fs::path& target) {
   }
 }
 
-/// The permissions of the file that is to be replaced, or those of a new one.
+/// The permissions of the file to be replaced, or those of a new one.
 struct Permissions {
   mode_t bits = kNewFileMode;
   bool areKept = false;
@@ -240,7 +240,7 @@ class TemporaryFile {
 
 /// Locks the new file. False: another save took it for a leftover in the moment before.
 ///
-/// A file system without locks lets nobody take a leftover away, so it does no harm there to go on.
+/// On a file system without locks no save removes leftovers, so going on does no harm there.
 bool isOurs(const Descriptor& file) {
   return (tryLock(file) || errno != EWOULDBLOCK) && statusOf(file).st_nlink > 0;
 }
@@ -255,7 +255,7 @@ void writeBeside(const fs::path& target, std::span<const std::string_view> piece
     if (!isOurs(temporary.file())) {
       continue;
     }
-    if (permissions.areKept) {  // of which the umask may have taken some
+    if (permissions.areKept) {  // the umask may have removed some
       checked([&] { return ::fchmod(temporary.file().get(), permissions.bits); });
     }
     for (const std::string_view piece : pieces) {

@@ -18,8 +18,8 @@ namespace kv::host {
 ///    file are kept; a new one gets 0666 without the process's umask.
 ///
 /// Errors: "KALVEX:save:CannotWrite" with path and reason; nothing is left beside the target then,
-///         which stands as before. Only when it is the folder that can't be synced, at the very
-///         end, the target is the new file already, whole. A target that may not be written, or
+///         which is as it was before. Only if the folder can't be synced, at the very end, is the
+///         target already the new file, complete. A target that may not be written, or
 ///         isn't a regular file, is refused.
 void writeFileAtomically(const std::string& path, std::span<const std::string_view> pieces);
 

@@ -4,13 +4,13 @@
 
 namespace kv::host {
 
-/// A native method, or a body of a function, method or constructor, runs. Counts how many run
-/// inside one another on this thread, so that a recursion without end becomes an error before it
-/// uses up the native stack.
+/// Marks that a native method, or a body of a function, method or constructor, runs. Counts how
+/// many are nested on this thread, so that infinite recursion becomes an error before it exhausts
+/// the native stack.
 ///
-/// One takes about 2 KiB of stack, through Python too.
+/// Each takes about 2 KiB of stack, through Python too.
 ///
-/// Errors: "KALVEX:RecursionLimit" with the number of bodies that run, when there are `kMaxBodies`,
+/// Errors: "KALVEX:RecursionLimit" with the number of running bodies, when it reaches `kMaxBodies`,
 /// or the thread's stack is low.
 class BodyScope {
  public:

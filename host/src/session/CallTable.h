@@ -12,7 +12,7 @@ namespace kv::host {
 
 class ClassRecord;
 
-/// What a name stands for when it is called, strongest first.
+/// What a name means when it is called, in order of precedence.
 struct Binding {
   std::shared_ptr<const NativeBody> function;
   ClassRecord* classRecord = nullptr;
@@ -23,15 +23,15 @@ struct Binding {
   bool isLibrary = false;  ///< the function was defined by a library, not by the program
 };
 
-/// What the names of a session stand for: one probe finds all.
+/// What the names of a session mean: one probe finds every meaning of a name.
 ///
-/// 1. Bindings stay where they are for the whole session; what they hold follows redefinition.
+/// 1. A binding keeps its address for the whole session; a redefinition changes its contents.
 /// 2. A body that is replaced while calls run is kept until the last of them has returned.
 class CallTable {
  public:
   CallTable();
 
-  /// Null if the name stands for nothing.
+  /// Null if the name means nothing.
   Binding* find(kcos::COSInternedBase name) const noexcept {
     Binding* const* found = names_.find(name);
     return found != nullptr ? *found : nullptr;

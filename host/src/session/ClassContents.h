@@ -9,10 +9,10 @@
 
 namespace kv::host {
 
-/// What a class says itself, apart from what it inherits. Addresses of members are stable.
+/// What a class defines itself, apart from what it inherits. Addresses of members are stable.
 ///
 /// Native: filled once by the class info. Of a language: made from a definition, and replaced as a
-/// whole by a redefinition; the old contents then stay until no call runs that could stand in them.
+/// whole by a redefinition; the old contents are then kept until no call runs that could use them.
 struct ClassContents {
   using Member = std::variant<const Method*, const Property*>;
 
@@ -26,7 +26,7 @@ struct ClassContents {
   std::vector<std::unique_ptr<const kcos::COSPropT>> nativeProperties;
   std::shared_ptr<const ClassDefinition> definition;
 
-  /// Forgets what a native class said before it failed. Allocates nothing.
+  /// Forgets what a native class registered before it failed. Allocates nothing.
   void clear() noexcept {
     superclasses.clear();
     constructors.clear();

@@ -21,7 +21,7 @@ bool isAbstract(const MethodSet& set) {
                      [](const Method* method) { return method->isAbstract; });
 }
 
-/// Inherited overloads of a name: those that came first, unless they only await a body.
+/// Inherited overloads of a name: those of the first superclass, unless they are abstract.
 void inheritMethods(LinkedClass& linked, const LinkedClass& super) {
   super.methods.forEach([&](kcos::COSInternedBase name, const MethodSet& set) {
     MethodSet& mine = linked.methods[name];

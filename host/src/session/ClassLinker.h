@@ -10,11 +10,13 @@ class ClassTable;
 
 /// Links classes with their superclasses by name: makes the tables that calls look into.
 ///
-/// 1. Superclasses are linked first, by a walk that keeps its own stack.
+/// 1. Superclasses are linked first, by a walk with an explicit stack.
 /// 2. A superclass that isn't defined is left out and noted; only making an object needs it.
 /// 3. Of members with one name, the class's own hide inherited ones; of inherited ones, those of
 ///    the leftmost superclass are taken, unless they are abstract and others aren't.
-/// 4. A class has at most one native chain, which is all that its objects' native part answers to.
+/// 4. A class has at most one chain of native superclasses: the native part of its objects is
+/// viewed
+///    as these and no others.
 class ClassLinker {
  public:
   explicit ClassLinker(ClassTable& table) : table_(table) {}

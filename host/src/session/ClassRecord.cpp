@@ -85,7 +85,7 @@ bool ClassRecord::isA(kcos::COSInternedBase className) const noexcept {
     try {
       linked();
     } catch (...) {
-      // A superclass that can't be linked any more: what was known last still holds.
+      // A superclass can't be linked any more: the last state is still valid.
     }
   }
   return className == name_ || linked_.ancestors.contains(className);

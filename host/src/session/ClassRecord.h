@@ -35,7 +35,7 @@ class ClassRecord final : public ObjectClass {
   bool isNative() const noexcept { return info_ != nullptr; }
   bool isSealed() const;
   kcos::COSInternedBase name() const noexcept { return name_; }
-  /// The text behind the last ".": the name of the constructors.
+  /// The text after the last ".": the name of the constructors.
   kcos::COSInternedBase shortName() const noexcept { return shortName_; }
   const kcos::COSClient* client() const noexcept { return &client_; }
 
@@ -44,7 +44,7 @@ class ClassRecord final : public ObjectClass {
   /// "KALVEX:class:InvalidSuperclass" for superclasses that don't fit.
   const LinkedClass& linked() const;
 
-  /// The class's own members, those of a native class being entered now if they weren't yet.
+  /// The class's own members; those of a native class are registered now if they weren't yet.
   const ClassContents& contents() const;
 
   /// Properties of native classes that objects of the class have.

@@ -91,7 +91,7 @@ void ClassTable::makeStale(kcos::COSInternedBase name) noexcept {
   }
 }
 
-/// Instances of subclasses count: their slots follow from this class.
+/// Instances of subclasses count: their slots depend on this class.
 void ClassTable::refuseInstances(const ClassRecord& record) const {
   session_.heap.collect();
   for (const auto& other : records_) {

@@ -26,8 +26,8 @@ class Package final : public kcos::COSPackage {
 
 /// The classes of a session, by full name.
 ///
-/// A change of what a class is makes the links of its heirs stale; they link themselves again when
-/// they are used next. Nothing is linked before it is used, so classes may be entered in any order.
+/// A change of a class makes the links of its subclasses stale; they are linked again at their next
+/// use. Nothing is linked before it is used, so classes may be entered in any order.
 class ClassTable {
  public:
   ClassTable(SessionState& session, CallTable& calls);
@@ -40,7 +40,7 @@ class ClassTable {
   /// Errors: "KALVEX:UndefinedFunction" with the name.
   ClassRecord& require(kcos::COSInternedBase name) const;
 
-  /// Takes the info over. A class that is there already is left as it is.
+  /// Takes ownership of the info. A class that is there already is left as it is.
   void enter(const std::string& fullName, std::unique_ptr<kcos::COSClassInfo> info);
   /// Defines or redefines a class of a language.
   /// Errors: "KALVEX:class:SealedClass", "KALVEX:class:HasInstances",
@@ -56,7 +56,7 @@ class ClassTable {
 
   SessionState& session() const noexcept { return session_; }
 
-  /// Drops what definitions hold of values and callables. The classes answer nothing afterwards.
+  /// Drops what definitions hold of values and callables. The classes are of no use afterwards.
   void clear() noexcept;
 
  private:

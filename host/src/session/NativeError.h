@@ -12,8 +12,8 @@ struct KV_HOST_API OutOfMemoryId {
   static constexpr const char *category = "KALVEX", *key = "OutOfMemory";
 };
 
-/// The error for want of memory where there is none for a KException either: it stays native, and
-/// making it allocates nothing.
+/// The error when memory is out for a KException, too: it stays native, and making it allocates
+/// nothing.
 using OutOfMemory = foundation::core::except::Exception<OutOfMemoryId>;
 
 /// An error of the host where no session can make a KException of it: it stays native.

@@ -27,7 +27,7 @@ namespace {
 std::atomic<int> openSessions{0};
 constexpr int kAlone = -1;
 
-/// Counts a session in; one that keeps its classes per process must be alone.
+/// Counts a new session; one that keeps its classes per process must be the only one.
 void enterProcess(const SessionOptions& options) {
   int open = openSessions;
   int next = 0;
@@ -47,7 +47,7 @@ void leaveProcess(const SessionOptions& options) noexcept {
   }
 }
 
-/// What is defined for the span of its life is a library's.
+/// What is defined while it lives belongs to a library.
 class LibraryScope {
  public:
   explicit LibraryScope(CallTable& calls) : calls_(calls), before_(calls.setLoadingLibrary(true)) {}
@@ -60,7 +60,7 @@ class LibraryScope {
   bool before_;
 };
 
-/// The class whose rights a caller asks for, or else of the body that the call is made in; null for
+/// The class whose rights a call has: the one asked for, or else that of the calling body; null for
 /// public code.
 const ClassRecord* rightsOf(const SessionState& session, std::string_view asClass) {
   return asClass.empty() ? session.caller : &session.classes.require(interned(asClass));

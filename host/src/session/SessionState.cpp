@@ -22,7 +22,7 @@ SessionOptions withEnvironment(SessionOptions options) {
   return options;
 }
 
-/// A session that needed less isn't worth the search for memory that could be returned.
+/// After a session that used less, searching for memory to return isn't worth its time.
 constexpr std::uint64_t kManyObjects = 50'000;
 constexpr std::uint64_t kManyBytes = 64 * 1024 * 1024;
 

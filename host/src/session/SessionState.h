@@ -23,7 +23,7 @@ struct GuardedMethod {
   kcos::COSInternedBase name;
 };
 
-/// A native method that something runs in place of.
+/// A native method that a wrapper runs in place of.
 struct WrappedMethod {
   kcos::COSInternedBase className;
   kcos::COSInternedBase name;
@@ -48,7 +48,7 @@ struct SessionState {
   std::vector<WrappedMethod> wrappedMethods;
   Heap heap;
 
-  /// Whose code runs now: its rights decide about access. Null is public code.
+  /// The class whose code runs now: its rights decide about access. Null is public code.
   const ClassRecord* caller = nullptr;
   /// The innermost of the objects that are being constructed.
   Construction* construction = nullptr;
@@ -65,7 +65,7 @@ inline SessionState* currentSession() noexcept { return detail::tCurrentSession;
 /// Result: the session that was current before.
 SessionState* setCurrentSession(SessionState* session) noexcept;
 
-/// Deletes all objects while classes and store still answer their destructors, then drops what is
+/// Deletes all objects while classes and store still serve their destructors, then drops what is
 /// stored, and then functions and definitions.
 void closeSession(SessionState& session) noexcept;
 

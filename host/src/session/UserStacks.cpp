@@ -72,7 +72,7 @@ UserStacks::Node* UserStacks::liveOf(StackSource& source) {
   source.capture(captured_);
   Node* stack = &nodes_.front();
   if (places_.size() > kMaxPlaces) {
-    places_.clear();  // code that was made and dropped since, and never comes back
+    places_.clear();  // dropped code never comes back
   }
   for (auto place = captured_.rbegin(); place != captured_.rend(); ++place) {
     Node*& to = places_[{stack, place->code, nullptr, static_cast<unsigned>(place->position)}];

@@ -30,7 +30,7 @@ class UserStacks {
   void setProvider(Provider provider) { provider_ = std::move(provider); }
   void setSource(std::unique_ptr<StackSource> source) { source_ = std::move(source); }
 
-  /// Puts a frame on the stack of open call sites.
+  /// Pushes a frame on the stack of open call sites.
   void open(const std::source_location& where);
   void close() noexcept;
 
@@ -46,7 +46,7 @@ class UserStacks {
   void clear() noexcept;
 
  private:
-  /// More are forgotten, and looked up by their frames when they come again.
+  /// Beyond it places are forgotten, and looked up by their frames when they occur again.
   static constexpr std::size_t kMaxPlaces = 64 * 1024;
 
   struct Node {
@@ -54,7 +54,7 @@ class UserStacks {
     const Frame* frame = nullptr;  ///< innermost; null for the empty stack
     Value array;
   };
-  /// A step from a stack to the one with a frame more.
+  /// A step from a stack to the one with one more frame.
   struct Step {
     const Node* from;
     const Frame* frame;
@@ -87,8 +87,8 @@ class UserStacks {
 
   Provider provider_;
   std::unique_ptr<StackSource> source_;
-  std::vector<StackPlace> captured_;  ///< room that is used again
-  bool isAsking_ = false;             ///< the provider runs; an error in it must not ask again
+  std::vector<StackPlace> captured_;  ///< reused memory
+  bool isAsking_ = false;             ///< the provider runs; an error in it must not call it again
   std::unordered_set<Frame, Hash, SameFrame> frames_;
   std::deque<Node> nodes_;
   std::unordered_map<Step, Node*, Hash> steps_;

@@ -56,8 +56,8 @@ void fillDefaults(SessionState& session, const ClassRecord& record, Object& obje
   }
 }
 
-/// The constructor of a native class for no inputs: one that takes none, or else any number; null
-/// if there is neither.
+/// The constructor of a native class for no inputs: one that takes exactly none is preferred to one
+/// that takes any number; null if there is neither.
 const Method* emptyConstructor(const ClassRecord& native) {
   const Method* found = nullptr;
   for (const Method* constructor : native.linked().constructors) {
@@ -68,7 +68,7 @@ const Method* emptyConstructor(const ClassRecord& native) {
   return found;
 }
 
-/// The native part of an object is being made, outside of a construction.
+/// Marks that the native part of an object is being made outside of a construction.
 class UnfinishedPart {
  public:
   UnfinishedPart(Heap& heap, Object& object) noexcept : heap_(heap), object_(object) {
@@ -112,7 +112,7 @@ void makeNativePart(SessionState& session, const Construction& construction,
   }
 }
 
-/// Calls a constructor's body with the object in front of the inputs.
+/// Calls a constructor's body with the object before the inputs.
 void runLanguageConstructor(SessionState& session, const Construction& construction,
                             const ClassRecord& record, const Call& inputs,
                             const ClassRecord* caller) {
@@ -127,7 +127,7 @@ void runLanguageConstructor(SessionState& session, const Construction& construct
   matrix::from_kalvex(dropped);
 }
 
-/// Makes the parts of a class and its superclasses that weren't made yet, superclasses first.
+/// Makes the parts of a class and its superclasses that aren't made yet, superclasses first.
 void makeParts(SessionState& session, Construction& construction, const ClassRecord& record) {
   const auto& lineage = record.linked().lineage;
   const Parts parts(lineage.begin(), lineage.end());
@@ -156,7 +156,7 @@ void runNativeConstructor(SessionState& session, Construction& construction,
   }
   makeParts(session, construction, record);
   if (construction.object().isDeleted()) {
-    raise("KALVEX:class:InvalidHandle");  // nobody would destroy a native part made from here on
+    raise("KALVEX:class:InvalidHandle");  // no code would destroy a native part made from here on
   }
   if (constructor != nullptr) {
     invokeConstructor(session, *constructor, construction.self(), inputs);
@@ -165,8 +165,8 @@ void runNativeConstructor(SessionState& session, Construction& construction,
   }
 }
 
-/// Runs the constructor of `record` with the rights of `caller`, then what it left to the host. A
-/// class without one hands its inputs on to its only superclass.
+/// Runs the constructor of `record` with the rights of `caller`, then the parts that it left to the
+/// host. A class without a constructor passes its inputs on to its only superclass.
 void runConstructor(SessionState& session, Construction& construction, const ClassRecord& asked,
                     const Call& inputs, const ClassRecord* caller) {
   const ClassRecord* record = &asked;

@@ -10,13 +10,13 @@ namespace kv::host {
 
 struct SessionState;
 
-/// How objects come to be.
+/// How objects are constructed.
 ///
 /// 1. The object is made with its slots at their defaults, then the constructor of its class runs.
-/// 2. A constructor of a language may run those of its direct superclasses. What it didn't run is
-///    run by the host, without inputs, before a first use of that superclass's members or at the
-///    end; for the native superclass its class info is asked for a native part instead.
-/// 3. A constructor that fails leaves nothing behind.
+/// 2. A constructor of a language may run those of its direct superclasses. The host
+///    runs those that it didn't, without inputs, before a first use of that superclass's members or
+///    at the end; for the native superclass, the class info makes the native part instead.
+/// 3. A constructor that fails leaves no object.
 
 /// A call of a class's constructor, with the rights of the session's caller.
 ///
@@ -24,22 +24,23 @@ struct SessionState;
 /// "KALVEX:class:AbstractClass", "KALVEX:class:AccessDenied", counts that don't fit.
 void constructObject(SessionState& session, ClassRecord& record, const Call& call);
 
-/// An object without any constructor run: slots at their defaults, no native part. It lives by its
-/// references, of which the result is the first.
+/// An object without any constructor run: slots at their defaults, no native part. Its
+/// references keep it alive; the result is the first.
 /// Errors: "KALVEX:UndefinedFunction" with a superclass that isn't defined.
 kcos::COSInterfacePtr newInstance(SessionState& session, ClassRecord& record);
 
-/// Runs what a native class's superclasses of a language have as constructors, without inputs.
+/// Runs the constructors of a native class's language superclasses, without inputs.
 void constructLanguageParts(SessionState& session, const ClassRecord& record, Object& object);
 
-/// Makes the part of `part` of an object under construction, unless it has been made already.
+/// Runs the constructor of the superclass `part` on an object under construction, unless it has
+/// run.
 void constructPart(SessionState& session, Object& object, const ClassRecord& part);
 
 /// Gives an object the native part that a loader fills: by the constructor without inputs of its
 /// native class, whatever its access, or by the class info.
 void constructShell(SessionState& session, Object& object);
 
-/// An object that is being constructed, for the span of that; the session chains them.
+/// The construction of an object, for as long as it runs; a session chains them.
 class Construction {
  public:
   Construction(SessionState& session, Object& object);

@@ -5,7 +5,7 @@
 
 namespace kv::host {
 
-/// The class as it was registered: its own members, in order. Needs none of its superclasses.
+/// The class as it was registered: its own members, in order. Its superclasses needn't be defined.
 ClassDescription describeClass(const ClassRecord& record);
 
 }  // namespace kv::host

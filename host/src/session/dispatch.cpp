@@ -90,7 +90,7 @@ bool callBuiltin(SessionState& session, const Binding& binding, const Call& call
   return true;
 }
 
-/// Result: false if the binding stands for nothing that can be called.
+/// Result: false if the binding has nothing that can be called.
 bool callBinding(SessionState& session, const Binding& binding, const Call& call) {
   if (binding.function != nullptr) {
     runBody(session, *binding.function, nullptr, call);
@@ -104,12 +104,12 @@ bool callBinding(SessionState& session, const Binding& binding, const Call& call
   return true;
 }
 
-bool standsForNothing(const Binding* binding) {
+bool isUnbound(const Binding* binding) {
   return binding == nullptr || (binding->function == nullptr && binding->classRecord == nullptr &&
                                 binding->staticOwner == nullptr);
 }
 
-/// Frees what a call that fails had written; the caller finds null outputs.
+/// Frees what a failing call had written; the caller finds null outputs.
 class OutputsGuard {
  public:
   explicit OutputsGuard(const Call& call) : call_(call) {}
@@ -145,7 +145,7 @@ void callByName(SessionState& session, kcos::COSInternedBase name, const Call& c
     return;
   }
   const Binding* binding = session.calls.find(name);
-  if (standsForNothing(binding)) {
+  if (isUnbound(binding)) {
     findStaticOwner(session, name);
     binding = session.calls.find(name);
   }

@@ -8,7 +8,7 @@ namespace kv::host {
 class ClassRecord;
 struct SessionState;
 
-/// Calls what `name` stands for, with the rights of the session's caller. In this order: a method
+/// Calls what `name` means, with the rights of the session's caller. In this order: a method
 /// of the leftmost input that is an object whose class has a method of that name, a function, a
 /// class constructor, a static method "Class.name", a builtin.
 ///
@@ -21,7 +21,7 @@ void callByName(SessionState& session, kcos::COSInternedBase name, const Call& c
 bool callMethod(SessionState& session, const ClassRecord& record, kcos::COSInternedBase name,
                 const Call& call);
 
-/// The same as bound calls: what leaves them is a KException, and no output is left written then.
+/// The same as bound calls: errors leave them as KExceptions, and no output is written then.
 void callAtEdge(SessionState& session, kcos::COSInternedBase name, const Call& call);
 bool callMethodAtEdge(SessionState& session, kcos::COSInternedBase className,
                       kcos::COSInternedBase name, const ClassRecord* rights, const Call& call);

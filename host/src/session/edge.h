@@ -4,9 +4,9 @@
 
 namespace kv::host {
 
-/// Throws the exception that is being handled as what may cross an edge of the host: a KException
-/// in its envelope, made by id and arguments if the exception has them; or a PassThrough as it is.
-/// Where no memory is left for a KException, an OutOfMemory.
+/// Throws the exception that is being handled as one that may cross an edge of the host: a
+/// KException in its envelope, made from id and arguments if the exception has them; a PassThrough
+/// unchanged; an OutOfMemory where no memory is left for a KException.
 ///
 /// Requires: called inside a handler.
 [[noreturn]] void throwAtEdge();

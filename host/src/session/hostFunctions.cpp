@@ -10,8 +10,8 @@ namespace kv::host {
 
 namespace {
 
-/// A callable isn't saved, only what it was called. Only a function that the program has registered
-/// takes its place: one of a library that happens to have the name is another function.
+/// A callable isn't saved, only its name. Only a function that the program has registered replaces
+/// it: a library's function that happens to have the name is another function.
 void requireRegistered(const SessionState& session, const FunctionValue& handle) {
   const Binding* binding = session.calls.find(handle.name);
   if (binding == nullptr || binding->function == nullptr || binding->isLibrary) {
@@ -51,7 +51,7 @@ void fevalBuiltin(int nlhs, kxArray** plhs, int nrhs, const kxArray** prhs) {
     const Value alive = matrix::sharedCopy(prhs[0]);
     runBody(session, handle->body, nullptr, call);
   } else {
-    if (handle->standsIn) {
+    if (handle->isPlaceholder) {
       requireRegistered(session, *handle);
     }
     callByName(session, handle->name, call);

@@ -26,7 +26,7 @@ kcos::COSInterfacePtr makeShell(SessionState& session, ClassRecord& record) {
   return object;
 }
 
-void tellLoaded(Object& object) {
+void notifyLoaded(Object& object) {
   if (const ClassRecord* native = classOf(object).linked().native) {
     native->info()->instanceLoaded(&object);
   }
@@ -50,7 +50,7 @@ Value loadInstance(SessionState& session, ClassRecord& record,
   for (const auto& [name, value] : properties) {
     setSlot(loaded.get(), kcos::NameRef::of(name), matrix::sharedCopy(value));
   }
-  tellLoaded(*Object::of(object.get()));
+  notifyLoaded(*Object::of(object.get()));
   return loaded;
 }
 

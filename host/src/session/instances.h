@@ -14,7 +14,7 @@ namespace kv::host {
 struct SessionState;
 
 /// Load construction: an object without a constructor of a language run, its properties set by
-/// their setters in the order given, whatever their access; then told that it was loaded.
+/// their setters in the order given, whatever their access; then notified that it was loaded.
 ///
 /// Errors: "KALVEX:class:NoSuchMember"; "KALVEX:UndefinedFunction" with a missing superclass.
 Value loadInstance(SessionState& session, ClassRecord& record,
@@ -34,8 +34,8 @@ std::vector<PropertyPlace> storedProperties(const ClassRecord& record);
 /// An object with its slots at their defaults and the native part that a loader fills.
 kcos::COSInterfacePtr makeShell(SessionState& session, ClassRecord& record);
 
-/// Tells the native class of a filled shell.
-void tellLoaded(Object& object);
+/// Notifies the native class of a filled shell.
+void notifyLoaded(Object& object);
 
 /// The saved form of the class, inherited or its own; null if it has none.
 const SavedForm* savedFormOf(const ClassRecord& record);

@@ -9,8 +9,8 @@ namespace kv::host {
 struct SessionState;
 
 /// Runs a method whose counts and access have been checked. `target` is the object that the call
-/// was dispatched on; null for a static method. What the inputs are is for the method to check, its
-/// object included: that may stand elsewhere among them.
+/// was dispatched on; null for a static method. The method checks the types of its inputs, its
+/// object included, which may be elsewhere among them.
 ///
 /// Errors: what the method raises.
 void invokeMethod(SessionState& session, const Method& method, const Call& call, Object* target);

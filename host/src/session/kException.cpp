@@ -16,7 +16,7 @@ enum Slot : std::size_t { kIdentifier, kMessage, kStack, kCause, kArguments };
 
 constexpr const char* kProperties[] = {"identifier", "message", "stack", "cause", "arguments"};
 
-/// More causes than this aren't read: a chain that was tied into a ring must end.
+/// More causes than this aren't read: a chain that was made a ring must end.
 constexpr int kMaxCauses = 64;
 
 Value makeTexts(const std::vector<std::string>& texts) {
@@ -41,7 +41,7 @@ void construct(const Call& call) {
   setSlot(self, "arguments", makeTexts(arguments));
 }
 
-/// The text of a slot, or nothing where something else stands in it: an error is read as it is.
+/// The text of a slot; empty if it holds something else: reading an error must not fail.
 std::string textOf(const kxArray* value) {
   const bool isRow = kxGetClassID(value) == kxCHAR_CLASS && kxGetDimensions(value).size() == 2 &&
                      (kxGetM(value) == 1 || (kxGetM(value) == 0 && kxGetN(value) == 0));
@@ -100,7 +100,7 @@ Object* causeOf(const Object& exception) {
              : nullptr;
 }
 
-/// The live stack, or none where its provider fails: an error in an error must not replace it.
+/// The live stack, or none if its provider fails: that error must not replace the one in hand.
 Value liveStack(SessionState& session) {
   try {
     return session.stacks.array();
@@ -120,7 +120,8 @@ std::shared_ptr<const ClassDefinition> kExceptionDefinition() {
           {name, nullptr, MemberAccess::Public, MemberAccess::Protected, {}});
     }
     made->constructor = MethodDefinition{.name = "KException", .body = construct, .arity = {1, 4}};
-    made->savedForm.emplace();  // an exception of another language that it was made of stays behind
+    made->savedForm
+        .emplace();  // the exception of another language that it was made from isn't saved
     return std::shared_ptr<const ClassDefinition>(std::move(made));
   }();
   return definition;

@@ -15,7 +15,7 @@ struct SessionState;
 
 /// The class "KException": what errors are as objects of the host.
 ///
-/// Properties, all read by anybody and set by the class and its subclasses: "identifier" and
+/// Properties, all with public get access, set by the class and its subclasses: "identifier" and
 /// "message" (texts), "stack" (n-by-1 structure), "cause" (a KException, or `[]`), "arguments"
 /// (1-by-n cell of texts). The constructor takes up to three inputs: identifier, message,
 /// arguments.

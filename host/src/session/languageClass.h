@@ -11,8 +11,8 @@ namespace kv::host {
 std::shared_ptr<ClassContents> languageContents(const ClassRecord& record,
                                                 std::shared_ptr<const ClassDefinition> definition);
 
-/// What completes `record` once `completion` is added to `before` (null: nothing): a name that
-/// comes again has its bodies replaced.
+/// What completes `record` once `completion` is added to `before` (null: nothing): the bodies of
+/// a name that comes again are replaced.
 /// Errors: "KALVEX:class:NoSuchMember" for a method that the class doesn't declare.
 std::shared_ptr<CompletedMethods> completedMethods(
     const ClassRecord& record, const CompletedMethods* before,

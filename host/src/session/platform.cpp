@@ -1,4 +1,4 @@
-// What the class interface of the platform leaves to the host: memory, look-ups, packages.
+// What the class interface of the platform requires of the host: memory, look-ups, packages.
 
 #include <cstdlib>
 #include <new>

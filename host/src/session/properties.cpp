@@ -54,7 +54,7 @@ bool maySet(const Object& object, const Property& property, const ClassRecord* c
 
 }  // namespace
 
-// The places come as copies: reading and setting may run code that changes classes.
+// Places are passed as copies: reading and setting may run code that changes classes.
 
 Value readPlace(SessionState& session, Object& object, PropertyPlace place) {
   const Property& property = *place.property;

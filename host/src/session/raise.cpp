@@ -16,7 +16,7 @@ KExceptionEnvelope::KExceptionEnvelope(kcos::COSInterfacePtr thrown) noexcept
     const kv::host::ErrorRecord record = kv::host::readKException(exception_);
     text_ = std::make_shared<const std::string>(record.identifier + ": " + record.message);
   } catch (const std::exception&) {
-    text_ = nullptr;  // no memory for the text: the object says it all
+    text_ = nullptr;  // no memory for the text; the object has it
   }
 }
 

@@ -4,7 +4,7 @@
 
 namespace kv::host {
 
-/// A body runs: with the rights of a class, or of public code (null).
+/// Marks that a body runs, with the rights of a class or of public code (null).
 class RunningScope {
  public:
   RunningScope(SessionState& session, const ClassRecord* rights) noexcept
@@ -24,7 +24,7 @@ class RunningScope {
   const ClassRecord* before_;
 };
 
-/// A member of an object runs; nothing for a null or a deleted object.
+/// Marks that a member of an object runs; does nothing for a null or a deleted object.
 class OptionalMemberScope {
  public:
   OptionalMemberScope(Heap& heap, Object* object) noexcept

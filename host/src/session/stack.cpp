@@ -16,7 +16,7 @@ struct StackRange {
   std::uintptr_t end = 0;
 };
 
-/// The stack of this thread; empty if the system doesn't say.
+/// The stack of this thread; empty if the system doesn't report it.
 StackRange stackOfThread() noexcept {
   pthread_attr_t attributes;
   if (pthread_getattr_np(pthread_self(), &attributes) != 0) {
@@ -35,7 +35,7 @@ StackRange stackOfThread() noexcept {
 bool isStackLow() noexcept {
   static thread_local const StackRange stack = stackOfThread();
   const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-  // A frame elsewhere is on a stack that a library switched to: nothing is known of that one.
+  // A frame elsewhere is on a stack that a library switched to, of which nothing is known.
   return here >= stack.lowest && here < stack.end && here - stack.lowest < kStackReserve;
 }
 

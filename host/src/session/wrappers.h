@@ -9,8 +9,8 @@ namespace kv::host {
 
 struct SessionState;
 
-/// What runs in place of a native method; null for the method itself. Shared, because a wrapper may
-/// replace itself while it runs.
+/// The wrapper that runs in place of a native method; null if the method runs itself. Shared,
+/// because a wrapper may replace itself while it runs.
 std::shared_ptr<const MethodWrapper> wrapperOf(const SessionState& session, const Method& method);
 
 }  // namespace kv::host

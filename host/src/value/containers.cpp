@@ -26,7 +26,7 @@ kxArray* make(kxClassID classId, std::size_t rows, std::size_t columns, Args&&..
   return array;
 }
 
-/// Moves `value` into place `element` of a container that nobody shares yet.
+/// Moves `value` into element `element` of a container that isn't shared yet.
 void store(kxArray* container, kxArray*& element, kxArray* value) {
   matrix::ArrayPtr owned(value);
   if (owned != nullptr && kxGetReferenceCount(owned.get()) != 0) {

@@ -11,11 +11,11 @@ namespace kv::host {
 /// need more bytes than a signed size holds.
 std::size_t columnCount(std::span<const std::size_t> dimensions, std::size_t elementBytes);
 
-/// The number of elements of a matrix whose elements are objects of their own.
+/// The number of elements of a matrix whose elements are separate objects.
 /// Errors: as above.
 std::size_t elementCount(std::size_t rows, std::size_t columns);
 
-/// Without the extents of 1 that stand behind the second.
+/// Without the trailing extents of 1 after the second.
 std::span<const std::size_t> trimmed(std::span<const std::size_t> dimensions) noexcept;
 
 }  // namespace kv::host

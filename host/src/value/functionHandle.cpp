@@ -12,7 +12,7 @@ Value makeFunctionHandle(FunctionValue handle) {
   Value array = matrix::from_kalvex(new kxArray(kxFUNCTION_CLASS, 1, 1));
   array->putPayload(payload.release());
   if (Heap* heap = Heap::current(); heap != nullptr && isCallable) {
-    array->settleIn(heap->queue());  // whatever it captured is dropped where it was made
+    array->settleIn(heap->queue());  // what it captured is dropped in the session that made it
   }
   return array;
 }
@@ -35,7 +35,7 @@ Value makeFunctionHandle(std::string_view name, NativeBody body) {
 
 std::string functionName(const kxArray* handle) {
   const FunctionValue* function = functionValue(handle);
-  const bool isNamed = function != nullptr && function->body == nullptr && !function->standsIn;
+  const bool isNamed = function != nullptr && function->body == nullptr && !function->isPlaceholder;
   return isNamed ? std::string(function->name.text()) : std::string();
 }
 

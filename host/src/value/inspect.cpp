@@ -95,7 +95,7 @@ bool kxIsSameValue(const kxArray* a, const kxArray* b) noexcept {
   }
   const bool hasIdentity = a->form == kxArray::Form::Payload || a->form == kxArray::Form::Object;
   return hasIdentity && a->form == b->form && a->rows() == b->rows() &&
-         a->columns() == b->columns() && a->bits == b->bits;  // the pointer, whatever it is to
+         a->columns() == b->columns() && a->bits == b->bits;  // the pointer, of whichever kind
 }
 
 kxArray* kxGetPropertyShared(const kxArray* array, std::size_t index, kcos::NameRef name) {

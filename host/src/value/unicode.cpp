@@ -10,7 +10,8 @@ constexpr char32_t kReplacement = 0xFFFD;
 
 bool isContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
-/// How long the sequence is that a first byte opens, and the least code point that needs as much.
+/// Length of the sequence that a first byte begins, and the least code point that needs that
+/// length.
 struct SequenceForm {
   std::size_t length;
   char32_t least;
@@ -32,7 +33,7 @@ SequenceForm formOf(unsigned char first) {
   return {0, 0};
 }
 
-/// Takes the code point at the front of `text`; a byte that starts none counts as U+FFFD.
+/// Removes the first code point from `text`; a byte that begins none counts as U+FFFD.
 char32_t takeCodePoint(std::string_view& text) {
   const auto first = static_cast<unsigned char>(text.front());
   const SequenceForm form = formOf(first);

@@ -5,7 +5,7 @@
 namespace kv::host {
 
 /// The object whose constructor runs innermost in the current session; null if none runs. For code
-/// that a constructor calls and that works for the object being made.
+/// that a constructor calls on behalf of the object being constructed.
 KV_HOST_API Value objectUnderConstruction();
 
 }  // namespace kv::host

@@ -46,8 +46,8 @@ struct MethodDefinition {
 struct SavedForm {
   /// The value to save with the object; null for none.
   std::function<Value(const kxArray* object)> save{};
-  /// Gives a loaded object, whose properties are set, its C++ value from what `save` gave; null
-  /// where the file has nothing. Trusts nothing of it, opens nothing and runs no user's code.
+  /// Gives a loaded object, whose properties are set, its C++ value from what `save` returned; null
+  /// where the file has nothing. Must not trust it, open anything or run a user's code.
   /// Errors: any; the file is then refused with its text.
   std::function<void(const kxArray* object, const kxArray* saved)> restore{};
 };

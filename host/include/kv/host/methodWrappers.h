@@ -11,9 +11,9 @@ namespace kv::host {
 /// method itself and is called at most once.
 using MethodWrapper = std::function<void(const Call& call, const std::function<void()>& proceed)>;
 
-/// Lets `wrapper` run in place of the native method `method` of `className` in the current session,
-/// from the next call on. It has the rights of public code. A later wrapper replaces an earlier
-/// one.
+/// Makes `wrapper` run in place of the native method `method` of `className` in the current
+/// session, from the next call on. It has the rights of public code. A later wrapper replaces an
+/// earlier one.
 KV_HOST_API void wrapMethod(std::string_view className, std::string_view method,
                             MethodWrapper wrapper);
 

@@ -53,8 +53,8 @@ struct ClassDescription {
   std::vector<MemberDescription> members;  ///< in the order of registration
 };
 
-/// A place in a front end's code: the same `code` and `position` stand for the same frame for as
-/// long as its source lives.
+/// A place in a front end's code: the same `code` and `position` mean the same frame for as long
+/// as its source lives.
 struct StackPlace {
   const void* code;
   int position;
@@ -66,18 +66,18 @@ class KV_HOST_API StackSource {
   virtual ~StackSource();
   /// Adds the places of the live stack, innermost first.
   virtual void capture(std::vector<StackPlace>& places) = 0;
-  /// The frame of a place that was just captured. Asked once for each place and stack below it,
-  /// and again when the cache of places was cleared.
+  /// The frame of a place that was just captured. Called once for each place and stack below it,
+  /// and again after the cache of places was cleared.
   virtual Frame resolve(const StackPlace& place) = 0;
 };
 
-/// Why a file that was read whole is refused all the same: which of its objects, and what is wrong.
+/// Why a file that was read completely is still refused: which of its objects, and what is wrong.
 struct LoadRefusal {
   std::size_t object;
   std::string reason;
 };
 
-/// Looks at all objects that a file brought, filled, before anybody else sees them. Runs no user's
+/// Checks all objects of a file, which are filled, before any other code sees them. Runs no user's
 /// code.
 using LoadValidator =
     std::function<std::optional<LoadRefusal>(std::span<const kxArray* const> objects)>;
@@ -89,10 +89,9 @@ using OwningBuiltin = void (*)(int nlhs, Value* plhs, int nrhs, const kxArray** 
 /// A session of the host: packages, classes, functions, session store, user stack, collector,
 /// warnings. A process may hold many.
 ///
-/// 1. A session belongs to the thread that made it, or to whoever leases it under a lock.
-/// 2. The platform interface takes no session: it works in the thread's current one, which a
-/// `Scope`
-///    sets and restores at each public edge.
+/// 1. A session belongs to the thread that made it, or to the one that leases it under a lock.
+/// 2. The platform interface takes no session argument: it works in the thread's current session,
+///    which a `Scope` sets and restores at each public entry point.
 /// 3. Closing frees every object; values and references that outlive the session may still be
 ///    dropped, on any thread.
 ///
@@ -106,7 +105,7 @@ class KV_HOST_API Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  /// Makes a session the current one of this thread for the span of its life.
+  /// Makes a session the current one of this thread for as long as the scope lives.
   class KV_HOST_API Scope {
    public:
     explicit Scope(Session& session);
@@ -122,7 +121,7 @@ class KV_HOST_API Session {
   void close() noexcept;
   bool isClosed() const noexcept;
 
-  // Definitions. They hold from the next call on.
+  // Definitions. They take effect with the next call.
   // Errors: "KALVEX:validateattributes:invalidType" for an empty name.
   void defineFunction(std::string_view name, NativeBody body);
   void defineBuiltin(std::string_view name, RawBuiltin builtin);
@@ -135,13 +134,13 @@ class KV_HOST_API Session {
   /// Runs a library's entry point, such as one that enters classes in packages.
   void load(const std::function<void()>& entry);
 
-  // Without `asClass` these have the rights of the class whose body makes the call, elsewhere of
-  // public code.
+  // Without `asClass` these have the rights of the class whose body makes the call; outside of
+  // bodies, those of public code.
 
   /// A call by name, with the rights of `asClass`.
   std::vector<Value> call(std::string_view name, int nlhs, std::span<const kxArray* const> inputs,
                           std::string_view asClass = {});
-  /// A new object of the class, by its constructor, whatever else the name may stand for.
+  /// A new object of the class, by its constructor, whatever else the name may mean.
   Value construct(std::string_view className, std::span<const kxArray* const> inputs,
                   std::string_view asClass = {});
   Value get(const kxArray* object, std::string_view property, std::string_view asClass = {});
@@ -152,7 +151,7 @@ class KV_HOST_API Session {
   void deleteObject(const kxArray* object);
 
   /// Load construction: an object of the class without running a constructor, its stored properties
-  /// set through their setters in the order given, then told that it was loaded.
+  /// set through their setters in the order given, then notified that it was loaded.
   Value loadInstance(std::string_view className,
                      std::span<const std::pair<std::string, const kxArray*>> properties);
   /// Copy construction: a new object of the same class with the same stored properties.
@@ -160,21 +159,21 @@ class KV_HOST_API Session {
 
   // Save and load: see docs/format.md.
 
-  /// Saves a value with all objects that it leads to. The file appears whole or not at all: a crash
-  /// or an error leaves what was there before.
+  /// Saves a value with all objects that it refers to. The file appears whole or not at all: after
+  /// a crash or an error, what was there before is still there.
   /// Errors: "KALVEX:save:NotSaveable" with class and reason; "KALVEX:save:CannotWrite" with path
   /// and reason.
   void save(const std::string& path, const kxArray* value);
-  /// Loads what `save` wrote. Runs no user's code; without `trusted`, functions and operations that
-  /// come out refuse to be evaluated.
+  /// Loads what `save` wrote. Runs no user's code; without `trusted`, the loaded functions and
+  /// operations refuse to be evaluated.
   /// Errors: "KALVEX:load:Corrupt" with section, offset and reason, "KALVEX:load:LaterFormat" with
   /// the file's release and format and ours, "KALVEX:load:UnknownClass" with the class,
-  /// "KALVEX:load:CannotRead" with path and reason; nothing is left behind then.
+  /// "KALVEX:load:CannotRead" with path and reason; nothing is left over then.
   Value load(const std::string& path, bool trusted);
   std::string saveBytes(const kxArray* value);
   Value loadBytes(std::string_view bytes, bool trusted);
 
-  /// What a library that knows its objects' rules checks after each load.
+  /// Adds a check of a library, which knows the rules of its objects, to each load.
   void addLoadValidator(LoadValidator validator);
   /// Declares that calling `method` on an object of `className` evaluates it: refused on an object
   /// that was loaded without trust.
@@ -196,7 +195,7 @@ class KV_HOST_API Session {
   /// The live user stack comes from `provider` while it is set, innermost frame first; otherwise
   /// from the call sites that are open (see CallSite).
   void setStackProvider(std::function<std::vector<Frame>()> provider);
-  /// The same from a source, which goes before a provider.
+  /// The same from a source, which takes precedence over a provider.
   void setStackSource(std::unique_ptr<StackSource> source);
 
   SessionState& state() noexcept { return *state_; }
@@ -208,8 +207,8 @@ class KV_HOST_API Session {
 /// True if this thread has a current session.
 KV_HOST_API bool hasCurrentSession() noexcept;
 
-/// Notes the user's line for the span of a public call of a C++ front end: the frame stands on the
-/// live user stack of the current session. Frames are interned by file, name and line.
+/// Records the user's line during a public call of a C++ front end: the frame is on the live user
+/// stack of the current session. Frames are interned by file, name and line.
 class KV_HOST_API CallSite {
  public:
   explicit CallSite(const std::source_location& where);
@@ -221,7 +220,7 @@ class KV_HOST_API CallSite {
   SessionState* session_;
 };
 
-/// What the process holds: zero when every session is closed and every value dropped.
+/// What the process holds: all zero when every session is closed and every value dropped.
 struct Ledger {
   std::size_t objects = 0;
   std::size_t arrays = 0;

@@ -26,7 +26,7 @@ struct Call {
   int nrhs;
   const kxArray* const* prhs;
 
-  /// Input `index`; null behind the last one.
+  /// Input `index`; null after the last one.
   const kxArray* in(int index) const { return index < nrhs ? prhs[index] : nullptr; }
   /// Sets output `index`, if there is room for it; otherwise the value is dropped.
   void out(int index, Value value) const {
@@ -56,7 +56,7 @@ KV_HOST_API Value makeStringRow(std::span<const std::string> utf8);     ///< 1-b
 
 /// A handle of a named function.
 KV_HOST_API Value makeFunctionHandle(std::string_view name);
-/// A handle of a native callable; `name` is what it is called in stacks and messages.
+/// A handle of a native callable; `name` is its name in stacks and messages.
 KV_HOST_API Value makeFunctionHandle(std::string_view name, NativeBody body);
 
 // Reading values.
@@ -74,16 +74,16 @@ KV_HOST_API std::vector<std::string> toTexts(const kxArray* value);
 
 /// The name that a function handle refers to; empty for a handle of a callable.
 KV_HOST_API std::string functionName(const kxArray* handle);
-/// What the function or callable behind a handle is called in stacks and messages.
+/// The name, in stacks and messages, of the function or callable that a handle refers to.
 KV_HOST_API std::string callableName(const kxArray* handle);
-/// The callable behind a handle; null for a handle of a named function and for other values. A
-/// front end finds its own again by the type of the target. Lives: as long as the array.
+/// The callable that a handle refers to; null for a handle of a named function and for other
+/// values. A front end recognises its own by the type of the target. Lives: as long as the array.
 KV_HOST_API const NativeBody* callableBody(const kxArray* handle) noexcept;
 
 /// False for an object or a function handle that was loaded without trust.
 KV_HOST_API bool isTrusted(const kxArray* value) noexcept;
-/// Refuses an object or a function handle that was loaded without trust; `what` names what was to
-/// be evaluated. Anything else passes. Errors: "KALVEX:load:NotTrusted" with `what`.
+/// Refuses an object or a function handle that was loaded without trust; `what` is the name of what
+/// was to be evaluated. Anything else is accepted. Errors: "KALVEX:load:NotTrusted" with `what`.
 KV_HOST_API void requireTrusted(const kxArray* value, std::string_view what);
 
 // Calls.
@@ -93,12 +93,12 @@ KV_HOST_API Value call(kcos::NameRef name, std::span<const kxArray* const> input
 inline Value call(kcos::NameRef name, std::initializer_list<const kxArray*> inputs = {}) {
   return call(name, std::span(inputs.begin(), inputs.size()));
 }
-/// Calls by name with `nlhs` outputs; what wasn't written is null.
+/// Calls by name with `nlhs` outputs; those not written are null.
 KV_HOST_API std::vector<Value> callMany(kcos::NameRef name, int nlhs,
                                         std::span<const kxArray* const> inputs);
 
 /// True if a library defined a function or builtin of that name: a program that defines another one
-/// takes it away from the library.
+/// replaces that of the library.
 KV_HOST_API bool isLibraryFunction(std::string_view name);
 
 /// Property of a scalar object, by the rights of public code.
@@ -118,7 +118,7 @@ class KV_HOST_API NativeValue {
   virtual ~NativeValue();
 };
 
-/// Hands a C++ value to a scalar object, replacing the one it had.
+/// Passes the ownership of a C++ value to a scalar object, replacing the one it had.
 KV_HOST_API void setNativeValue(const kxArray* object, std::unique_ptr<NativeValue> value);
 /// The C++ value of a scalar object, or null. Lives: as long as the object, until replaced.
 /// Errors: "KALVEX:class:InvalidHandle" for a deleted object.
