@@ -15,7 +15,9 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "kv/host/errors.h"
+#include "plan/Dependencies.h"
 #include "values/hostNames.h"
+#include "values/objects.h"
 
 namespace kv::runtime {
 
@@ -66,10 +68,6 @@ class Parts {
   Value cell_;
 };
 
-// A strategy may be part of many others, and those again of others, so there may be far more
-// occurrences than strategies. A walk visits each strategy once and keeps its pending work in a
-// list, because strategies may be nested deeper than the native stack.
-
 using Strategy = const kcos::COSInterface*;
 
 Strategy objectOf(const kxArray* strategy) { return kcos::omGetArrayElement(strategy, 0).get(); }
@@ -82,56 +80,48 @@ struct Whole {
   Parts parts;
 };
 
-/// Finds the concatenated strategies within a strategy, including itself: each once, after its own
-/// parts.
+/// A concatenated strategy and those inside it: each once, after those that it is made of.
 ///
-/// Errors: "KALVEX:RecursionLimit" with the depth if a strategy is part of itself.
-class DependencyOrder {
- public:
-  explicit DependencyOrder(const kxArray* strategy) {
-    enter(strategy);
-    while (!open_.empty()) {
-      Level& level = open_.back();
-      if (level.next < level.whole.parts.size()) {
-        enter(level.whole.parts[level.next++]);
-      } else {
-        isDone_[objectOf(level.whole.strategy)] = true;
-        wholes_.push_back(std::move(level.whole));
-        open_.pop_back();
+/// A strategy may be part of many others, and those of others again, so there may be far more
+/// places where it occurs than strategies; and they may be nested deeper than the native stack.
+///
+/// Errors: "KALVEX:RecursionLimit" with the number of strategies if one is part of itself.
+std::vector<Whole> partsFirst(const kxArray* strategy) {
+  std::vector<Whole> found;
+  ObjectNumbers numbers;
+  const auto numberOf = [&](const kxArray* whole) {
+    numbers.add(objectOf(whole), found.size());
+    const std::size_t number = *numbers.of(whole);
+    if (number == found.size()) {
+      found.push_back({whole, Parts(whole)});
+    }
+    return number;
+  };
+  numberOf(strategy);
+  Dependencies dependencies;
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    dependencies.addNode();
+    for (std::size_t k = 0; k < found[i].parts.size(); ++k) {
+      if (const kxArray* part = found[i].parts[k]; isConcatenated(part)) {
+        dependencies.addNeed(numberOf(part));
       }
     }
   }
-
-  const std::vector<Whole>& wholes() const { return wholes_; }
-
- private:
-  struct Level {
-    Whole whole;
-    std::size_t next = 0;  ///< the part to enter next
-  };
-
-  void enter(const kxArray* strategy) {
-    if (!isConcatenated(strategy)) {
-      return;
-    }
-    const auto [known, isNew] = isDone_.emplace(objectOf(strategy), false);
-    if (isNew) {
-      open_.push_back({{strategy, Parts(strategy)}});
-    } else if (!known->second) {
-      host::raise("KALVEX:RecursionLimit", {std::to_string(open_.size())});
-    }
+  const DependencyOrder order = orderFrom(dependencies, 0);
+  if (order.onCycle) {
+    host::raise("KALVEX:RecursionLimit", {std::to_string(found.size())});
   }
-
-  std::unordered_map<Strategy, bool> isDone_;
-  std::vector<Level> open_;
-  std::vector<Whole> wholes_;
-};
+  std::vector<Whole> ordered;
+  for (const std::size_t node : order.nodes) {
+    ordered.push_back(std::move(found[node]));
+  }
+  return ordered;
+}
 
 /// The sum of a property over all parts; infinite where one has no maximum.
 double sumOf(const kxArray* strategy, kcos::NameRef property) {
-  const DependencyOrder order(strategy);
   std::unordered_map<Strategy, double> totals;
-  for (const auto& [whole, parts] : order.wholes()) {
+  for (const auto& [whole, parts] : partsFirst(strategy)) {
     double total = 0;
     for (std::size_t i = 0; i < parts.size(); ++i) {
       total += isConcatenated(parts[i]) ? totals.at(objectOf(parts[i]))
@@ -173,13 +163,13 @@ void createPartition(const Call& call) {
   std::size_t first = 1;
   for (std::size_t i = 0; i < parts.size() && index >= first; ++i) {
     const Value size = host::call("numpartitions", {parts[i]});
-    const std::size_t behind = first + host::toCount(size.get(), kMaxPartitions);
-    if (index < behind) {
+    const std::size_t next = first + host::toCount(size.get(), kMaxPartitions);
+    if (index < next) {
       const Value inside = host::makeDouble(static_cast<double>(index - first + 1));
       call.out(0, host::call("createPartition", {parts[i], inside.get(), size.get()}));
       return;
     }
-    first = behind;
+    first = next;
   }
   refuse("PartitionIndex", index, static_cast<double>(count));
 }
@@ -191,9 +181,8 @@ void fixNumPartitions(const Call& call) {
 
 /// resolve(strategy, default, limit, flag): resolves each part separately.
 void resolve(const Call& call) {
-  const DependencyOrder order(call.in(0));
   std::unordered_map<Strategy, Value> resolved;
-  for (const auto& [whole, parts] : order.wholes()) {
+  for (const auto& [whole, parts] : partsFirst(call.in(0))) {
     std::vector<const kxArray*> inputs;
     for (std::size_t i = 0; i < parts.size(); ++i) {
       Value& part = resolved[objectOf(parts[i])];

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -8,8 +7,10 @@
 #include "classes/definitionHelpers.h"
 #include "driver/StageValue.h"
 #include "kv/host/errors.h"
+#include "plan/Dependencies.h"
 #include "plan/OpSpec.h"
 #include "values/hostNames.h"
+#include "values/objects.h"
 
 namespace kv::runtime {
 
@@ -18,65 +19,40 @@ namespace {
 using host::Call;
 using host::Value;
 
-Value builderAt(const kxArray* builders, std::size_t index) {
-  return matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(builders, index)));
-}
-
-/// The graph behind a composite processor, as its builders tell it.
+/// The graph of a composite processor, as its builders describe it.
 struct BuilderGraph {
   std::vector<Value> builders;
-  std::vector<std::vector<std::size_t>> inputs;  ///< of each builder, in the processor's order
+  Dependencies inputs;  ///< of each builder, in the processor's order
 };
 
 /// Reads the builders that findAllBuilders found. The edges of findAllDependencies call them by id,
 /// which two of them may share.
 BuilderGraph readGraph(const kxArray* builders) {
   BuilderGraph graph;
-  std::unordered_map<const kcos::COSInterface*, std::size_t> indexOf;
+  const ObjectNumbers numbers(builders);
   for (std::size_t i = 0; i < kxGetNumberOfElements(builders); ++i) {
-    graph.builders.push_back(builderAt(builders, i));
-    indexOf.emplace(kcos::omGetArrayElement(builders, i).get(), i);
-  }
-  for (const Value& builder : graph.builders) {
-    const Value inputs = host::getProperty(builder.get(), "InputBuilders");
-    std::vector<std::size_t>& indices = graph.inputs.emplace_back();
-    for (std::size_t i = 0; i < kxGetNumberOfElements(inputs.get()); ++i) {
-      const auto found = indexOf.find(kcos::omGetArrayElement(inputs.get(), i).get());
-      if (found == indexOf.end()) {
+    graph.builders.push_back(elementOf(builders, i));
+    graph.inputs.addNode();
+    const Value inputs = host::getProperty(graph.builders.back().get(), "InputBuilders");
+    for (std::size_t k = 0; k < kxGetNumberOfElements(inputs.get()); ++k) {
+      const auto input = numbers.of(kcos::omGetArrayElement(inputs.get(), k).get());
+      if (!input) {
         host::raise("KALVEX:array:NotInGraph", {"builder"});
       }
-      indices.push_back(found->second);
+      graph.inputs.addNeed(*input);
     }
   }
   return graph;
 }
 
-/// An order of the builders in which each stands behind its inputs; the root, builder 0, is last.
+/// An order of the builders in which each comes after its inputs; the root, builder 0, is last.
 /// Errors: an internal error for a builder that is among its own inputs.
 std::vector<std::size_t> inputsFirst(const BuilderGraph& graph) {
-  std::vector<std::size_t> order;
-  std::vector<bool> begun(graph.builders.size(), false);
-  std::vector<bool> done(graph.builders.size(), false);
-  std::vector<std::pair<std::size_t, std::size_t>> stack{{0, 0}};  // builder, next input to look at
-  begun[0] = true;
-  while (!stack.empty()) {
-    auto& [builder, next] = stack.back();
-    if (next < graph.inputs[builder].size()) {
-      const std::size_t input = graph.inputs[builder][next++];
-      if (begun[input] && !done[input]) {
-        host::raise("KALVEX:bigdata:array:InternalError", {"A builder is among its own inputs"});
-      }
-      if (!begun[input]) {
-        begun[input] = true;
-        stack.emplace_back(input, 0);
-      }
-      continue;
-    }
-    done[builder] = true;
-    order.push_back(builder);
-    stack.pop_back();
+  DependencyOrder order = orderFrom(graph.inputs, 0);
+  if (order.onCycle) {
+    host::raise("KALVEX:bigdata:array:InternalError", {"A builder is among its own inputs"});
   }
-  return order;
+  return std::move(order.nodes);
 }
 
 /// The stage of a graph, and the factories of its steps.
@@ -131,7 +107,7 @@ class Lowering {
 
   std::vector<StepLink> inputsOf(std::size_t builder) const {
     std::vector<StepLink> links;
-    for (const std::size_t input : graph_.inputs[builder]) {
+    for (const std::size_t input : graph_.inputs.needsOf(builder)) {
       links.push_back(linkOf_[input]);
     }
     return links;
@@ -172,7 +148,7 @@ void getAllInputIds(const Call& call) {
   const Value builders = host::call("findAllBuilders", {call.in(0)});
   std::vector<std::string> ids;
   for (std::size_t i = 0; i < kxGetNumberOfElements(builders.get()); ++i) {
-    const Value builder = builderAt(builders.get(), i);
+    const Value builder = elementOf(builders.get(), i);
     std::string id = host::toText(host::getProperty(builder.get(), "InputId").get());
     if (!id.empty()) {
       ids.push_back(std::move(id));

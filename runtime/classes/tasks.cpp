@@ -1,7 +1,6 @@
 #include <array>
 #include <atomic>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "classes/classes.h"
@@ -11,6 +10,7 @@
 #include "kv/host/errors.h"
 #include "plan/ClosureTasks.h"
 #include "values/hostNames.h"
+#include "values/objects.h"
 
 namespace kv::runtime {
 
@@ -37,39 +37,28 @@ void constructTask(const Call& call) {
 /// Which task produces the outputs of which closure.
 class TasksOfClosures {
  public:
-  TasksOfClosures(const kxArray* closures, const kxArray* tasks) : tasks_(tasks) {
-    const std::size_t count = kxGetNumberOfElements(closures);
-    for (std::size_t i = 0; i < count; ++i) {
-      indexOf_.emplace(kcos::omGetArrayElement(closures, i).get(), i);
-    }
-  }
+  TasksOfClosures(const kxArray* closures, const kxArray* tasks)
+      : numbers_(closures), tasks_(tasks) {}
 
   Value taskOf(const kxArray* closure) const {
-    const auto found = indexOf_.find(kcos::omGetArrayElement(closure, 0).get());
-    if (found == indexOf_.end() || found->second >= kxGetNumberOfElements(tasks_)) {
+    const auto number = numbers_.of(closure);
+    if (!number || *number >= kxGetNumberOfElements(tasks_)) {
       host::raise("KALVEX:array:NotInGraph", {"closure"});
     }
-    return matrix::from_kalvex(
-        kcos::omCreateKCOSScalar(kcos::omGetArrayElement(tasks_, found->second)));
+    return elementOf(tasks_, *number);
   }
 
  private:
+  ObjectNumbers numbers_;
   const kxArray* tasks_;
-  std::unordered_map<const kcos::COSInterface*, std::size_t> indexOf_;
 };
-
-bool isBroadcastTask(const kxArray* task) {
-  const Value strategy = host::getProperty(task, "OutputPartitionStrategy");
-  return kcos::omIsKCOS(strategy.get()) &&
-         host::toLogical(host::getProperty(strategy.get(), "IsBroadcast").get());
-}
 
 Dependency pendingDependency(const kxArray* promise, const TasksOfClosures& tasks) {
   const Value closure = host::getProperty(promise, "Closure");
   std::vector<Value> entry;
   entry.push_back(tasks.taskOf(closure.get()));
   entry.push_back(host::getProperty(promise, "ArgoutIndex"));
-  const bool isBroadcast = isBroadcastTask(entry[0].get());
+  const bool isBroadcast = hasBroadcastOutput(entry[0].get());
   return {host::makeCell(std::move(entry)), isBroadcast};
 }
 
@@ -94,8 +83,7 @@ void createExecutionTasks(const Call& call) {
   const std::size_t count = kxGetNumberOfElements(futures.get());
   std::vector<Dependency> inputs;
   for (std::size_t i = 0; i < count; ++i) {
-    const Value future =
-        matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(futures.get(), i)));
+    const Value future = elementOf(futures.get(), i);
     const Value promise = host::getProperty(future.get(), "Promise");
     const bool isDone = host::toLogical(host::getProperty(promise.get(), "IsDone").get());
     inputs.push_back(isDone ? completeDependency(promise.get())

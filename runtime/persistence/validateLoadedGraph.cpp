@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "persistence/Dependencies.h"
 #include "persistence/LoadedGraph.h"
+#include "plan/Dependencies.h"
 
 namespace kv::runtime {
 

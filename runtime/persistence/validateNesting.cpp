@@ -3,11 +3,11 @@
 #include <fmt/core.h>
 
 #include <limits>
-#include <unordered_map>
 #include <vector>
 
-#include "persistence/Dependencies.h"
+#include "plan/Dependencies.h"
 #include "values/hostNames.h"
+#include "values/objects.h"
 
 namespace kv::runtime {
 
@@ -33,7 +33,7 @@ class NestedObjects {
   NestedObjects(std::span<const kxArray* const> objects, const NestedClass& nested) {
     for (std::size_t i = 0; i < objects.size(); ++i) {
       if (kxIsA(objects[i], nested.className)) {
-        numbers_.emplace(kcos::omGetArrayElement(objects[i], 0).get(), objectAt_.size());
+        numbers_.add(kcos::omGetArrayElement(objects[i], 0).get(), objectAt_.size());
         objectAt_.push_back(i);
       }
     }
@@ -62,15 +62,14 @@ class NestedObjects {
   }
 
   void addNeed(const kxArray* objects, std::size_t index) {
-    const auto found = numbers_.find(kcos::omGetArrayElement(objects, index).get());
-    if (found != numbers_.end()) {
-      dependencies_.addNeed(found->second);
+    if (const auto number = numbers_.of(kcos::omGetArrayElement(objects, index).get())) {
+      dependencies_.addNeed(*number);
     }
   }
 
   Dependencies dependencies_;
   std::vector<std::size_t> objectAt_;
-  std::unordered_map<const kcos::COSInterface*, std::size_t> numbers_;
+  ObjectNumbers numbers_;
 };
 
 }  // namespace

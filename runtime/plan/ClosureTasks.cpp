@@ -55,20 +55,26 @@ ClosureTasks::ClosureTasks(const kxArray* taskGraph) {
     if (closure.get() == nullptr || task.get() == nullptr) {
       break;  // room for more, or the end
     }
-    indexOf_.emplace(closure.get(), i);
+    numbers_.add(closure.get(), i);
     closures_.push_back(matrix::from_kalvex(kcos::omCreateKCOSScalar(closure)));
     tasks_.push_back(matrix::from_kalvex(kcos::omCreateKCOSScalar(task)));
   }
 }
 
 const kxArray* ClosureTasks::taskOf(const kxArray* closure) const {
-  const auto found = indexOf_.find(kcos::omGetArrayElement(closure, 0).get());
-  if (found == indexOf_.end()) {
+  const auto number = numbers_.of(closure);
+  if (!number) {
     const Value operation = host::getProperty(closure, "Operation");
     host::raise("KALVEX:bigdata:array:InternalError",
                 {"createExecutionTasks of " + kxGetClassName(operation.get()) + " gave no task"});
   }
-  return task(found->second);
+  return task(*number);
+}
+
+bool hasBroadcastOutput(const kxArray* task) {
+  const Value strategy = host::getProperty(task, "OutputPartitionStrategy");
+  return kcos::omIsKCOS(strategy.get()) &&
+         host::toLogical(host::getProperty(strategy.get(), "IsBroadcast").get());
 }
 
 }  // namespace kv::runtime

@@ -2,10 +2,10 @@
 
 #include <array>
 #include <cstddef>
-#include <unordered_map>
 #include <vector>
 
 #include "kv/host/values.h"
+#include "values/objects.h"
 
 namespace kv::runtime {
 
@@ -41,7 +41,10 @@ class ClosureTasks {
  private:
   std::vector<host::Value> closures_;
   std::vector<host::Value> tasks_;
-  std::unordered_map<const kcos::COSInterface*, std::size_t> indexOf_;
+  ObjectNumbers numbers_;
 };
+
+/// Whether the outputs of a task are whole values: its partition strategy is broadcast.
+bool hasBroadcastOutput(const kxArray* task);
 
 }  // namespace kv::runtime

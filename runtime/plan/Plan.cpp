@@ -28,15 +28,6 @@ const kcos::COSInterface* objectOf(const kxArray* scalar) {
   return kcos::omGetArrayElement(scalar, 0);
 }
 
-host::Value elementOf(const kxArray* objects, std::size_t index) {
-  return matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(objects, index)));
-}
-
-bool isBroadcast(const kxArray* strategy) {
-  return kcos::omIsKCOS(strategy) &&
-         host::toLogical(host::getProperty(strategy, "IsBroadcast").get());
-}
-
 [[noreturn]] void refuseDependencies(const kxArray* value) {
   host::raise("KALVEX:validateattributes:invalidType",
               {"The dependencies of a task", "as createExecutionTasks was given them",
@@ -141,10 +132,9 @@ std::unique_ptr<OpSpecValue> specOfUserFactory(const kxArray* task, const kxArra
   if (!kxIsA(factory, kProcessorFactory)) {
     host::raise("KALVEX:array:NotRunnable", {kxGetClassName(factory)});
   }
-  const host::Value strategy = host::getProperty(task, "OutputPartitionStrategy");
   auto spec = std::make_shared<OpSpec>();
   spec->callsUser = true;
-  spec->op = isBroadcast(strategy.get()) ? nullptr : makeCallable();
+  spec->op = hasBroadcastOutput(task) ? nullptr : makeCallable();
   spec->label = kxGetClassName(factory);
   spec->origin = originOf(stack);
   spec->numInputs = kxGetNumberOfElements(host::getProperty(task, "Dependencies").get());
