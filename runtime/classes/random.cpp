@@ -5,6 +5,7 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/sessionValues.h"
+#include "column/elementTypes.h"
 #include "kv/runtime/functionNames.h"
 #include "random/Philox.h"
 #include "values/hostNames.h"
@@ -19,7 +20,7 @@ using host::Value;
 constexpr char kRandStream[] = "RandStream";
 
 /// Seeds are whole numbers that a double holds exactly.
-constexpr std::size_t kMaxSeed = (std::size_t{1} << 53) - 1;
+constexpr std::size_t kMaxSeed = static_cast<std::size_t>(kMaxExactWhole) - 1;
 
 struct StreamValue final : host::NativeValue {
   explicit StreamValue(PhiloxStream value) : stream(value) {}

@@ -8,6 +8,9 @@
 
 namespace kv::runtime {
 
+/// 2^53: all whole numbers up to it are exact as doubles. Beyond, neighbouring ones share a double.
+inline constexpr double kMaxExactWhole = 9007199254740992.0;
+
 /// The C++ types of the numeric element types, in the order of ElementType.
 using NumericTypes =
     std::tuple<std::uint8_t, double, float, std::int8_t, std::uint8_t, std::int16_t, std::uint16_t,

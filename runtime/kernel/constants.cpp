@@ -24,8 +24,6 @@ namespace kv::runtime {
 
 namespace {
 
-constexpr double kLargestExactWhole = 9007199254740992.0;  // 2^53
-
 bool isWeakNumber(const Operand& operand) {
   return operand.isWeak && operand.column.type() != ElementType::String;
 }
@@ -171,7 +169,7 @@ Operand foldingInput(const ElementFunction& function, const Operand& constant) {
 /// True for a double that can be written as an integer; false for -0.
 bool isWhole(double value) {
   const bool isNegativeZero = value == 0 && std::signbit(value);
-  return std::trunc(value) == value && std::abs(value) <= kLargestExactWhole && !isNegativeZero;
+  return std::trunc(value) == value && std::abs(value) <= kMaxExactWhole && !isNegativeZero;
 }
 
 }  // namespace

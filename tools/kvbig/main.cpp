@@ -2,6 +2,7 @@
 // command line; each command is a function in a file of its own. All failures end in one place,
 // which prints the message and chooses the exit code.
 #include <fmt/format.h>
+#include <kv/array.h>
 #include <kv/describe.h>
 #include <unistd.h>
 
@@ -84,7 +85,7 @@ void addQuestion(CLI::App& command, QueryRequest& request) {
       ->allow_extra_args(false);
   command.add_option("--seed", request.seed, "Make the numbers of rand() the same in each run")
       ->type_name("N")
-      ->check(CLI::Range(std::uint64_t{0}, kv::shell::kMaxSeed).description(""));
+      ->check(CLI::Range(std::uint64_t{0}, kv::Session::kMaxSeed).description(""));
 }
 
 void addQuery(CLI::App& app, QueryRequest& request) {

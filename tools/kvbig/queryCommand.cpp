@@ -131,7 +131,7 @@ std::uint64_t seedOf(const QueryRequest& request) {
     return *request.seed;
   }
   std::random_device entropy;
-  return (std::uint64_t{entropy()} << 32 | entropy()) & kMaxSeed;
+  return (std::uint64_t{entropy()} << 32 | entropy()) & Session::kMaxSeed;
 }
 
 std::vector<Array> record(Session& session, Table table, const Query& query) {

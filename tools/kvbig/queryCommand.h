@@ -7,9 +7,6 @@
 
 namespace kv::shell {
 
-/// The largest seed of random numbers: all whole numbers up to it are exact as doubles.
-inline constexpr std::uint64_t kMaxSeed = (std::uint64_t{1} << 53) - 1;
-
 /// The arguments of `kvbig query`, `kvbig explain` or `kvbig save`.
 struct QueryRequest {
   std::string path;

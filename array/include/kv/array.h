@@ -193,6 +193,9 @@ class Session {
  public:
   struct Impl;
 
+  /// The largest seed of random numbers: a double holds all up to it exactly, and the next.
+  static constexpr std::uint64_t kMaxSeed = (std::uint64_t{1} << 53) - 1;
+
   Session();
   ~Session();
   Session(const Session&) = delete;
@@ -212,7 +215,7 @@ class Session {
 
   /// Seeds the random numbers of arrays recorded from now on; the same seed gives the same numbers.
   /// A new session has seed 0.
-  /// Errors: Error "KALVEX:CountTooLarge" for a seed of 2^53 or more.
+  /// Errors: Error "KALVEX:CountTooLarge" for a seed above `kMaxSeed`.
   void seed(std::uint64_t seed, Where where = Where::current());
 
   /// Evaluates several arrays in as few passes as their dependencies allow.

@@ -16,20 +16,19 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <span>
+#include <string>
 #include <string_view>
 #include <utility>
 
 #include "column/allocate.h"
+#include "column/elementTypes.h"
 
 namespace kv::runtime {
 
 namespace {
-
-/// From here on, neighbouring whole numbers share a double.
-constexpr double kFirstUnsafeWhole = 9007199254740992.0;
-constexpr std::string_view kLastSafeWhole = "9007199254740992";
 
 arrow::csv::ConvertOptions numberOptions() {
   arrow::csv::ConvertOptions options;
@@ -109,7 +108,7 @@ bool hasMissingValue(ElementType type) {
 bool mayHoldUnsafeWhole(std::span<const double> values) {
   bool found = false;
   for (const double value : values) {
-    found |= std::abs(value) >= kFirstUnsafeWhole;
+    found |= std::abs(value) >= kMaxExactWhole;
   }
   return found;
 }
@@ -130,8 +129,8 @@ bool isUnsafeWhole(std::string_view text) {
     return false;
   }
   skip("0");
-  return text.size() > kLastSafeWhole.size() ||
-         (text.size() == kLastSafeWhole.size() && text > kLastSafeWhole);
+  static const std::string kLast = std::to_string(static_cast<std::int64_t>(kMaxExactWhole));
+  return text.size() > kLast.size() || (text.size() == kLast.size() && text > kLast);
 }
 
 std::shared_ptr<arrow::csv::Converter> makeConverter(ElementType type) {
