@@ -9,6 +9,7 @@
 
 #include "foundation/i18n.h"
 #include "kv/error.h"
+#include "kv/host/elementTypes.h"
 #include "kx/string.h"
 
 namespace kv {
@@ -24,40 +25,7 @@ std::span<const T> elements(const kxArray* column) {
 /// Result: false, without a call, for a column that isn't numeric.
 template <class Use>
 bool withNumbers(const kxArray* column, Use&& use) {
-  switch (kxGetClassID(column)) {
-    case kxDOUBLE_CLASS:
-      use(elements<double>(column));
-      return true;
-    case kxSINGLE_CLASS:
-      use(elements<float>(column));
-      return true;
-    case kxINT8_CLASS:
-      use(elements<std::int8_t>(column));
-      return true;
-    case kxINT16_CLASS:
-      use(elements<std::int16_t>(column));
-      return true;
-    case kxINT32_CLASS:
-      use(elements<std::int32_t>(column));
-      return true;
-    case kxINT64_CLASS:
-      use(elements<std::int64_t>(column));
-      return true;
-    case kxUINT8_CLASS:
-      use(elements<std::uint8_t>(column));
-      return true;
-    case kxUINT16_CLASS:
-      use(elements<std::uint16_t>(column));
-      return true;
-    case kxUINT32_CLASS:
-      use(elements<std::uint32_t>(column));
-      return true;
-    case kxUINT64_CLASS:
-      use(elements<std::uint64_t>(column));
-      return true;
-    default:
-      return false;
-  }
+  return host::visitNumberType(kxGetClassID(column), [&]<class T>() { use(elements<T>(column)); });
 }
 
 /// The widest type of the same kind as `T`.

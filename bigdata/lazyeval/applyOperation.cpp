@@ -18,6 +18,7 @@
 #include "ki/conversions.h"
 #include "ki/createManagedObject.h"
 #include "ki/hostCalls.h"
+#include "kv/host/rawOutputs.h"
 #include "lazyeval/Closure.h"
 #include "lazyeval/ClosureFuture.h"
 #include "lazyeval/ClosurePromise.h"
@@ -48,27 +49,6 @@ struct SharedParts {
   }
 };
 
-/// Output slots of a raw call; slots that aren't taken are freed.
-class OutputSlots {
- public:
-  explicit OutputSlots(int count) : slots_(static_cast<std::size_t>(std::max(count, 1)), nullptr) {}
-  OutputSlots(const OutputSlots&) = delete;
-  OutputSlots& operator=(const OutputSlots&) = delete;
-  ~OutputSlots() {
-    for (kxArray* slot : slots_) {
-      matrix::from_kalvex(slot).reset();
-    }
-  }
-
-  kxArray** data() { return slots_.data(); }
-  ArrayPtr take(int index) {
-    return matrix::from_kalvex(std::exchange(slots_[static_cast<std::size_t>(index)], nullptr));
-  }
-
- private:
-  boost::container::small_vector<kxArray*, 4> slots_;
-};
-
 bool areAllIndependent(const Futures& futures) {
   return std::ranges::all_of(futures, [](const KalvexManagedPtr<ClosureFuture>& future) {
     return future->getPromise()->isPartitionIndependent();
@@ -82,8 +62,8 @@ bool areAllDone(const Futures& futures) {
 
 void evaluateNow(Operation& operation, const Futures& futures, const SharedParts& parts, int nlhs,
                  kxArray** plhs) {
-  OutputSlots outputs(nlhs);
-  // The promises may receive other values while the operation runs.
+  kv::host::RawOutputs outputs(nlhs);
+  // The promises may get other values while the operation runs.
   boost::container::small_vector<ArrayPtr, 4> values;
   boost::container::small_vector<const kxArray*, 4> inputs;
   values.reserve(futures.size());
@@ -94,7 +74,7 @@ void evaluateNow(Operation& operation, const Futures& futures, const SharedParts
   }
   operation.directEvaluate(nlhs, outputs.data(), static_cast<int>(inputs.size()), inputs.data());
   for (int i = 0; i < nlhs; ++i) {
-    plhs[i] = parts.makeArray(wrapConstant(outputs.take(i)));
+    plhs[i] = parts.makeArray(wrapConstant(outputs.take(static_cast<std::size_t>(i))));
   }
 }
 

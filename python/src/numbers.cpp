@@ -11,9 +11,11 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "interpreter.h"
+#include "kv/host/elementTypes.h"
 #include "pyObjects.h"
 #include "values.h"
 
@@ -28,13 +30,27 @@ struct NumberType {
   std::uint8_t bytes;
 };
 
+template <class T>
+constexpr NumberType numberType(const char* name) {
+  const char kind = std::is_same_v<T, bool>       ? 'b'
+                    : std::is_floating_point_v<T> ? 'f'
+                    : std::is_signed_v<T>         ? 'i'
+                                                  : 'u';
+  return {host::kClassOf<T>, name, kind, sizeof(T)};
+}
+
 constexpr std::array kNumberTypes = {
-    NumberType{kxLOGICAL_CLASS, "bool", 'b', 1},   NumberType{kxDOUBLE_CLASS, "float64", 'f', 8},
-    NumberType{kxSINGLE_CLASS, "float32", 'f', 4}, NumberType{kxINT8_CLASS, "int8", 'i', 1},
-    NumberType{kxINT16_CLASS, "int16", 'i', 2},    NumberType{kxINT32_CLASS, "int32", 'i', 4},
-    NumberType{kxINT64_CLASS, "int64", 'i', 8},    NumberType{kxUINT8_CLASS, "uint8", 'u', 1},
-    NumberType{kxUINT16_CLASS, "uint16", 'u', 2},  NumberType{kxUINT32_CLASS, "uint32", 'u', 4},
-    NumberType{kxUINT64_CLASS, "uint64", 'u', 8},
+    numberType<bool>("bool"),
+    numberType<double>("float64"),
+    numberType<float>("float32"),
+    numberType<std::int8_t>("int8"),
+    numberType<std::int16_t>("int16"),
+    numberType<std::int32_t>("int32"),
+    numberType<std::int64_t>("int64"),
+    numberType<std::uint8_t>("uint8"),
+    numberType<std::uint16_t>("uint16"),
+    numberType<std::uint32_t>("uint32"),
+    numberType<std::uint64_t>("uint64"),
 };
 
 const NumberType& typeOf(kxClassID classId) {

@@ -23,6 +23,7 @@
 #include "column/allocate.h"
 #include "column/elementTypes.h"
 #include "foundation/i18n.h"
+#include "kv/host/elementTypes.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 
@@ -30,42 +31,22 @@ namespace kv::runtime {
 
 namespace {
 
-struct ClassPair {
-  kxClassID classId;
-  ElementType type;
-};
-
-constexpr std::array kClasses{
-    ClassPair{kxLOGICAL_CLASS, ElementType::Logical},
-    ClassPair{kxDOUBLE_CLASS, ElementType::Double},
-    ClassPair{kxSINGLE_CLASS, ElementType::Single},
-    ClassPair{kxINT8_CLASS, ElementType::Int8},
-    ClassPair{kxUINT8_CLASS, ElementType::UInt8},
-    ClassPair{kxINT16_CLASS, ElementType::Int16},
-    ClassPair{kxUINT16_CLASS, ElementType::UInt16},
-    ClassPair{kxINT32_CLASS, ElementType::Int32},
-    ClassPair{kxUINT32_CLASS, ElementType::UInt32},
-    ClassPair{kxINT64_CLASS, ElementType::Int64},
-    ClassPair{kxUINT64_CLASS, ElementType::UInt64},
-    ClassPair{kxDOUBLE_CLASS, ElementType::Unknown},  // as a value; no value comes back as Unknown
-};
-
-std::optional<ElementType> numericType(kxClassID classId) {
-  for (const ClassPair& pair : kClasses) {
-    if (pair.classId == classId) {
-      return pair.type;
-    }
+/// An Unknown column has no rows; as a value it is double.
+kxClassID classOf(ElementType type) {
+  if (type == ElementType::Logical) {
+    return kxLOGICAL_CLASS;
   }
-  return std::nullopt;
+  return type == ElementType::String
+             ? kxSTRING_CLASS
+             : visitNumeric(type, []<class T>() { return host::kClassOf<T>; });
 }
 
-kxClassID classOf(ElementType type) {
-  for (const ClassPair& pair : kClasses) {
-    if (pair.type == type) {
-      return pair.classId;
-    }
-  }
-  return kxSTRING_CLASS;
+/// The type of a numeric or logical class.
+std::optional<ElementType> numericType(kxClassID classId) {
+  const std::span types = allElementTypes();
+  const auto found = std::ranges::find(types, classId, classOf);
+  return found == types.end() || *found == ElementType::String ? std::nullopt
+                                                               : std::optional(*found);
 }
 
 /// The bits of a quiet NaN that means a missing element of the type in its last byte.

@@ -1,3 +1,7 @@
+// What a value in a file may be: which forms its class has, and how many bytes its dimensions
+// require. Products are checked for overflow before they are computed, with the dimensions in any
+// order, since some may be zero.
+
 #include "save/SavedValue.h"
 
 #include <algorithm>
@@ -6,7 +10,6 @@
 #include <string>
 
 #include "save/Container.h"
-#include "value/classIds.h"
 
 namespace kv::host {
 
@@ -49,9 +52,7 @@ class ValueCheck {
   const SavedValue& value_;
 };
 
-bool isInlineClass(kxClassID id) {
-  return id == kxFUNCTION_CLASS || classIdFacts(id).elementBytes != 0;
-}
+bool isInlineClass(kxClassID id) { return id == kxFUNCTION_CLASS || kxGetElementSize(id) != 0; }
 
 bool isKnownClass(std::uint8_t code) {
   return (code >= kxCELL_CLASS && code <= kxCHAR_CLASS) ||
@@ -74,7 +75,7 @@ void checkForm(const SavedValue& value, const ValueCheck& check) {
 /// Neither the product of the dimensions, in the order in which an array is made, nor that of the
 /// columns overflows, whatever zeros there are among them.
 void checkElementCount(const SavedValue& value, const ValueCheck& check) {
-  const std::size_t plain = classIdFacts(value.classId()).elementBytes;  // 0 for containers
+  const std::size_t plain = kxGetElementSize(value.classId());  // 0 for containers
   const std::size_t bytes = plain == 0 ? kLargestElement : std::max<std::size_t>(plain, 8);
   std::size_t limit = kMaxBytes / bytes;
   for (std::size_t i = 1; i < value.dimensions.size(); ++i) {
@@ -150,7 +151,7 @@ std::size_t checkContents(const SavedValue& value, std::size_t names, const Valu
     default:
       return check.requireItems(value.elements, value.form() == ValueForm::Narrow
                                                     ? 1
-                                                    : classIdFacts(value.classId()).elementBytes);
+                                                    : kxGetElementSize(value.classId()));
   }
 }
 

@@ -1,8 +1,13 @@
+// The public face of a session. Each function makes the session current, passes a safe point, and
+// turns native exceptions into KExceptions (`inSession`); what it does is in the files that it
+// calls.
+
 #include "kv/host/session.h"
 
 #include <atomic>
 #include <utility>
 
+#include "kv/host/rawOutputs.h"
 #include "name/names.h"
 #include "session/NativeError.h"
 #include "session/access.h"
@@ -65,31 +70,6 @@ class LibraryScope {
 const ClassRecord* rightsOf(const SessionState& session, std::string_view asClass) {
   return asClass.empty() ? session.caller : &session.classes.require(interned(asClass));
 }
-
-/// Outputs of a call on their way to the caller.
-class Outputs {
- public:
-  explicit Outputs(int nlhs) : raw_(static_cast<std::size_t>(nlhs > 1 ? nlhs : 1), nullptr) {}
-  ~Outputs() {
-    for (kxArray* array : raw_) {
-      matrix::from_kalvex(array);
-    }
-  }
-  Outputs(const Outputs&) = delete;
-  Outputs& operator=(const Outputs&) = delete;
-
-  kxArray** data() { return raw_.data(); }
-  std::vector<Value> take() {
-    std::vector<Value> values;
-    for (kxArray*& array : raw_) {
-      values.push_back(matrix::from_kalvex(std::exchange(array, nullptr)));
-    }
-    return values;
-  }
-
- private:
-  std::vector<kxArray*> raw_;
-};
 
 /// Calls a method on an object, or a static one of its class without it.
 void invokeOn(SessionState& session, Object& object, kcos::COSInternedBase name,
@@ -188,22 +168,22 @@ void Session::guardMethod(std::string_view className, std::string_view method) {
 std::vector<Value> Session::call(std::string_view name, int nlhs,
                                  std::span<const kxArray* const> inputs, std::string_view asClass) {
   return inSession(*this, [&] {
-    Outputs outputs(nlhs);
+    RawOutputs outputs(nlhs);
     const RunningScope running(*state_, rightsOf(*state_, asClass));
     callByName(*state_, interned(name),
                {nlhs, outputs.data(), static_cast<int>(inputs.size()), inputs.data()});
-    return outputs.take();
+    return outputs.takeAll();
   });
 }
 
 Value Session::construct(std::string_view className, std::span<const kxArray* const> inputs,
                          std::string_view asClass) {
   return inSession(*this, [&] {
-    Outputs outputs(1);
+    RawOutputs outputs(1);
     const RunningScope running(*state_, rightsOf(*state_, asClass));
     constructObject(*state_, state_->classes.require(interned(className)),
                     {1, outputs.data(), static_cast<int>(inputs.size()), inputs.data()});
-    return std::move(outputs.take().front());
+    return outputs.take(0);
   });
 }
 
@@ -226,13 +206,13 @@ std::vector<Value> Session::invoke(const kxArray* object, std::string_view metho
                                    std::span<const kxArray* const> inputs,
                                    std::string_view asClass) {
   return inSession(*this, [&] {
-    Outputs outputs(nlhs);
+    RawOutputs outputs(nlhs);
     std::vector<const kxArray*> all{object};
     all.insert(all.end(), inputs.begin(), inputs.end());
     const RunningScope running(*state_, rightsOf(*state_, asClass));
     invokeOn(*state_, requireObject(object), interned(method),
              {nlhs, outputs.data(), static_cast<int>(all.size()), all.data()});
-    return outputs.take();
+    return outputs.takeAll();
   });
 }
 

@@ -1,10 +1,17 @@
+// How a call by name finds its callee. Objects come first, then the one binding of the name, which
+// holds all its other meanings in order of precedence. A name "Class.method" is split at its first
+// call and the result kept in its binding, so that it costs one look-up afterwards. Nothing found
+// here is kept across user code, which may redefine everything.
+
 #include "session/dispatch.h"
 
 #include <algorithm>
+#include <cassert>
 #include <string>
 #include <vector>
 
 #include "kv/host/errors.h"
+#include "kv/host/rawOutputs.h"
 #include "kv/host/session.h"
 #include "session/construction.h"
 #include "session/edge.h"
@@ -167,17 +174,15 @@ bool callMethod(SessionState& session, const ClassRecord& record, kcos::COSInter
 }
 
 Value call(kcos::NameRef name, std::span<const kxArray* const> inputs) {
-  return std::move(callMany(name, 1, inputs).front());
+  RawOutputs outputs(1);
+  inCallFcn(1, outputs.data(), static_cast<int>(inputs.size()), inputs.data(), name);
+  return outputs.take(0);
 }
 
 std::vector<Value> callMany(kcos::NameRef name, int nlhs, std::span<const kxArray* const> inputs) {
-  boost::container::small_vector<kxArray*, 4> raw(static_cast<std::size_t>(std::max(nlhs, 1)));
-  std::vector<Value> outputs(raw.size());
-  inCallFcn(nlhs, raw.data(), static_cast<int>(inputs.size()), inputs.data(), name);
-  for (std::size_t i = 0; i < raw.size(); ++i) {
-    outputs[i] = matrix::from_kalvex(raw[i]);
-  }
-  return outputs;
+  RawOutputs outputs(nlhs);
+  inCallFcn(nlhs, outputs.data(), static_cast<int>(inputs.size()), inputs.data(), name);
+  return outputs.takeAll();
 }
 
 void Call::expect(int maxOutputs, int minInputs, int maxInputs) const {
@@ -211,6 +216,8 @@ bool callMethodAtEdge(SessionState& session, kcos::COSInternedBase className,
 
 void inCallFcn(int nlhs, kxArray** plhs, int nrhs, const kxArray* const* prhs,
                kcos::COSInternedBase name) {
+  assert(std::all_of(plhs, plhs + std::max(nlhs, 1),
+                     [](const kxArray* output) { return output == nullptr; }));
   kv::host::callAtEdge(kv::host::requireSession(), name, {nlhs, plhs, nrhs, prhs});
 }
 

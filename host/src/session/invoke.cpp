@@ -1,7 +1,14 @@
+// How a chosen method runs. Order matters: a part of a half-made object is constructed before its
+// member is used, trust is checked before the method runs, and the object is marked as having a
+// running member for as long as it does, since `delete` inside the member must leave its native
+// part alive until it returns.
+
 #include "session/invoke.h"
 
 #include <algorithm>
+#include <cassert>
 
+#include "kv/host/rawOutputs.h"
 #include "session/BodyScope.h"
 #include "session/construction.h"
 #include "session/objects.h"
@@ -28,38 +35,19 @@ class NativeInputs {
   boost::container::small_vector<kcos::COSValue, 6> values_;
 };
 
-/// Room for what a native method writes; frees what isn't handed over.
-class NativeOutputs {
- public:
-  explicit NativeOutputs(const Call& call)
-      : values_(static_cast<std::size_t>(std::max(call.nlhs, 1))) {}
-  ~NativeOutputs() {
-    for (const kcos::COSValue& value : values_) {
-      matrix::from_kalvex(value.array);
-    }
-  }
-  NativeOutputs(const NativeOutputs&) = delete;
-  NativeOutputs& operator=(const NativeOutputs&) = delete;
-
-  kcos::COSValue* data() { return values_.data(); }
-  void handOver(const Call& call) {
-    for (std::size_t i = 0; i < values_.size(); ++i) {
-      call.plhs[i] = std::exchange(values_[i].array, nullptr);
-    }
-  }
-
- private:
-  boost::container::small_vector<kcos::COSValue, 4> values_;
-};
+using NativeOutputs = OutputSlots<kcos::COSValue>;
 
 void invokeNative(SessionState& session, const Method& method, const Call& call) {
+  assert(method.counts.takes(call.nrhs));
   const NativeInputs inputs(call);
-  NativeOutputs outputs(call);
+  NativeOutputs outputs(call.nlhs);
   int written = call.nlhs;
   const BodyScope inside;
   const RunningScope running(session, nullptr);
   method.native->invoke(method.owner->client(), written, outputs.data(), call.nrhs, inputs.data());
-  outputs.handOver(call);
+  for (std::size_t i = 0; i < outputs.size(); ++i) {
+    call.plhs[i] = outputs.take(i).release();
+  }
 }
 
 }  // namespace
@@ -99,8 +87,7 @@ void invokeMethod(SessionState& session, const Method& method, const Call& call,
 void invokeConstructor(SessionState& session, const Method& method, const kxArray* self,
                        const Call& call) {
   const NativeInputs inputs(call);
-  const Call none{0, nullptr, 0, nullptr};
-  NativeOutputs outputs(none);
+  NativeOutputs outputs(0);
   outputs.data()[0].array = matrix::sharedCopy(self).release();
   int written = 0;
   const RunningScope running(session, nullptr);

@@ -1,3 +1,7 @@
+// Cells, structures and object arrays. Their payload becomes part of the lifetime graph when the
+// first element that refers to objects is set (`settleIn`), and not before: a cell of numbers
+// belongs to no session and may be dropped on any thread.
+
 #include <algorithm>
 #include <memory>
 #include <stdexcept>

@@ -1,10 +1,10 @@
 #include "heap/Array.h"
 #include "heap/Heap.h"
+#include "kv/host/elementTypes.h"
 #include "kv/host/errors.h"
 #include "kx/array.h"
-#include "value/classIds.h"
+#include "value/classNames.h"
 
-using kv::host::classIdFacts;
 using kv::host::ObjectClass;
 
 namespace {
@@ -33,7 +33,7 @@ std::string kxGetClassName(const kxArray* array) {
   if (array != nullptr && array->classId() == kxOBJECT_CLASS) {
     return std::string(objectClassName(*array).text());
   }
-  return std::string(classIdFacts(kxGetClassID(array)).name);
+  return std::string(kv::host::nameOf(kxGetClassID(array)));
 }
 
 bool kxIsA(const kxArray* array, kcos::NameRef className) {
@@ -41,7 +41,7 @@ bool kxIsA(const kxArray* array, kcos::NameRef className) {
     return false;
   }
   if (array->classId() != kxOBJECT_CLASS) {
-    return classIdFacts(array->classId()).name == className.text();
+    return kv::host::nameOf(array->classId()) == className.text();
   }
   const kcos::COSInternedBase asked = kcos::internal::makeInterned(className);
   const kcos::COSInternedBase own = objectClassName(*array);
@@ -55,7 +55,7 @@ bool kxIsA(const kxArray* array, kcos::NameRef className) {
 }
 
 bool kxIsNumeric(const kxArray* array) noexcept {
-  return classIdFacts(kxGetClassID(array)).isNumeric;
+  return kv::host::visitNumberType(kxGetClassID(array), []<class T>() {});
 }
 
 bool kxIsScalar(const kxArray* array) noexcept {

@@ -1,14 +1,14 @@
+#include <cassert>
 #include <limits>
 #include <memory>
 #include <span>
 #include <stdexcept>
 
 #include "heap/Array.h"
+#include "kv/host/elementTypes.h"
 #include "kx/array.h"
-#include "value/classIds.h"
 #include "value/counts.h"
 
-using kv::host::classIdFacts;
 using kv::host::DataPayload;
 using kv::host::trimmed;
 
@@ -22,7 +22,7 @@ kxArray* scalar(kxClassID classId, T value) {
 }
 
 matrix::ArrayPtr makeHeader(std::span<const std::size_t> dimensions, kxClassID classId) {
-  const std::size_t columns = kv::host::columnCount(dimensions, classIdFacts(classId).elementBytes);
+  const std::size_t columns = kv::host::columnCount(dimensions, kxGetElementSize(classId));
   return matrix::from_kalvex(new kxArray(classId, dimensions[0], columns));
 }
 
@@ -59,7 +59,7 @@ kxArray* kxCreateNumericArray(std::span<const std::size_t> allDimensions, kxClas
     return array.release();
   }
   return give(std::move(array), dimensions,
-              std::make_unique<DataPayload>(count * classIdFacts(classId).elementBytes));
+              std::make_unique<DataPayload>(count * kxGetElementSize(classId)));
 }
 
 kxArray* kxCreateBorrowedArray(std::span<const std::size_t> allDimensions, kxClassID classId,
@@ -74,13 +74,14 @@ double kxGetScalar(const kxArray* array) noexcept {
   if (kxIsEmpty(array)) {
     return value;
   }
-  kv::host::withElementType(array->classId(), [&]<class T>(const T*) {
+  kv::host::visitElementType(array->classId(), [&]<class T>() {
     value = static_cast<double>(*static_cast<const T*>(array->data()));
   });
   return value;
 }
 
 const bool* kxGetLogicals(const kxArray* array) noexcept {
+  assert(kxGetClassID(array) == kxLOGICAL_CLASS);
   return static_cast<const bool*>(array->data());
 }
 
@@ -98,7 +99,9 @@ void* kxGetMutableData(kxArray* array) {
 }
 
 std::size_t kxGetElementSize(kxClassID classId) noexcept {
-  return classIdFacts(classId).elementBytes;
+  std::size_t bytes = 0;
+  kv::host::visitElementType(classId, [&]<class T>() { bytes = sizeof(T); });
+  return bytes;
 }
 
 std::u16string_view kxGetChars(const kxArray* array) noexcept {

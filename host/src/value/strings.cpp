@@ -1,5 +1,6 @@
 #include "kx/string.h"
 
+#include <cassert>
 #include <cstring>
 #include <memory>
 
@@ -46,6 +47,7 @@ StringsPayload* payloadOf(const kxArray* array) noexcept {
 bool isString(const kxArray* array) noexcept { return kxGetClassID(array) == kxSTRING_CLASS; }
 
 std::optional<std::u16string_view> getString(const kxArray* array, std::size_t index) {
+  assert(isString(array) && index < kxGetNumberOfElements(array));
   const std::optional<std::u16string>& text = payloadOf(array)->texts[index];
   return text ? std::optional<std::u16string_view>(*text) : std::nullopt;
 }

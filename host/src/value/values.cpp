@@ -1,3 +1,6 @@
+// Reading values for C++ code. All readers accept the same texts (a char row or a string scalar),
+// and refuse everything else with what was expected and what came.
+
 #include "kv/host/values.h"
 
 #include <cmath>

@@ -2,27 +2,20 @@
 
 namespace bigdata::ki::detail {
 
-// One slot more than requested: a method may set one output that the caller didn't ask for.
-RawLists::RawLists(int nlhs, int nrhs, const kcos::COSValue* rhs)
-    : outputs_(static_cast<std::size_t>(std::max(nlhs, 1)) + 1, nullptr) {
+// One slot more than is handed over: a method may fill one output that wasn't asked for.
+RawLists::RawLists(int nlhs, int nrhs, const kcos::COSValue* rhs) : outputs_(nlhs, 1) {
   inputs_.reserve(static_cast<std::size_t>(nrhs));
   for (int i = 0; i < nrhs; ++i) {
     inputs_.push_back(rhs[i].array);
   }
 }
 
-RawLists::~RawLists() {
-  for (kxArray* output : outputs_) {
-    matrix::from_kalvex(output);
-  }
-}
-
 void RawLists::handOver(int& nlhs, kcos::COSValue* lhs) {
-  if (nlhs == 0 && outputs_[0] != nullptr) {
+  if (nlhs == 0 && outputs_.isSet(0)) {
     nlhs = 1;
   }
   for (std::size_t i = 0; i < static_cast<std::size_t>(std::max(nlhs, 0)); ++i) {
-    lhs[i].array = std::exchange(outputs_[i], nullptr);
+    lhs[i].array = outputs_.take(i).release();
   }
 }
 

@@ -9,17 +9,15 @@
 #include "kcos/class.h"
 #include "ki/TypeAwareKalvexManagedConstructInfo.h"
 #include "ki/detail/checkHandle.h"
+#include "kv/host/rawOutputs.h"
 
 namespace bigdata::ki::detail {
 
-/// The lists of one raw call: inputs copied from the host's form, and output slots, which are freed
-/// unless they are handed over. Up to five of each need no allocation.
+/// The lists of one raw call: inputs, copied from the host's form, and output slots. Up to five of
+/// each need no allocation.
 class RawLists {
  public:
   RawLists(int nlhs, int nrhs, const kcos::COSValue* rhs);
-  ~RawLists();
-  RawLists(const RawLists&) = delete;
-  RawLists& operator=(const RawLists&) = delete;
 
   kxArray** outputs() { return outputs_.data(); }
   const kxArray** inputs() { return inputs_.data(); }
@@ -29,7 +27,7 @@ class RawLists {
 
  private:
   boost::container::small_vector<const kxArray*, 5> inputs_;
-  boost::container::small_vector<kxArray*, 5> outputs_;
+  kv::host::RawOutputs outputs_;
 };
 
 /// The common part of all methods with the raw signature.
