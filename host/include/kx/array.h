@@ -170,13 +170,13 @@ KV_HOST_API std::string_view kxGetFieldName(const kxArray* array, std::size_t fi
 /// Null where there is no such field or nothing was set.
 KV_HOST_API const kxArray* kxGetField(const kxArray* array, std::size_t index,
                                       std::string_view field) noexcept;
-/// Requires: a field of that name.
+/// Errors: std::logic_error if there is no such field; the value is freed then.
 KV_HOST_API void kxSetField(kxArray* array, std::size_t index, std::string_view field,
                             kxArray* value);
 
 /// Gives a cell, structure or string array that isn't shared yet other dimensions: at least two,
-/// for the same number of elements. Trailing dimensions of 1 after the second are dropped. Errors:
-/// std::logic_error.
+/// for the same number of elements. Trailing dimensions of 1 after the second are dropped.
+/// Errors: std::logic_error.
 KV_HOST_API void kxSetDimensions(kxArray* array, std::span<const std::size_t> dimensions);
 
 // Properties and lifetime.

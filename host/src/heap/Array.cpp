@@ -1,3 +1,8 @@
+// Headers of values. Most values are single numbers or single objects, so these are in the header
+// itself, which is one block of the pool. The rest of this file keeps the counts that decide what
+// is a root: each change of a header between inside and outside, and of its owners, is accounted
+// for in the object or payload that it refers to.
+
 #include "heap/Array.h"
 
 #include "heap/Heap.h"

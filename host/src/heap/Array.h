@@ -15,9 +15,8 @@
 ///
 /// 1. A single element of a numeric class, logical or char is in the header, and so is one object.
 ///    An array without elements has only its class. Everything else is in a payload.
-/// 2. A header is inside if it was adopted into a property or is in a slot or a payload, and
-/// outside
-///    otherwise. An inside header with further owners counts as both.
+/// 2. A header is inside if it was adopted into a property or is in a slot or a payload, otherwise
+///    outside. An inside header with further owners counts as both.
 /// 3. Outside headers are strong references of their object, or count in their payload; inside ones
 ///    hold what they refer to without making it a root.
 class kxArray final : public kv::host::Pooled {

@@ -1,3 +1,8 @@
+// Most objects have one or two children, some have thousands. Two edges are in the object itself,
+// the next 31 in a block of the pool, and beyond that they are counted in a hash map, so that
+// removing edges one by one stays linear. An edge to a deleted child may never be withdrawn; such
+// edges are dropped before a block grows, or a long-lived parent would collect them without end.
+
 #include "heap/EdgeList.h"
 
 #include <algorithm>

@@ -1,3 +1,10 @@
+// How objects are created, held and deleted. What can be decided by counts is decided at once: an
+// object without a strong reference, edge, slot or element that refers to it is put in a worklist
+// and destroyed by the teardown of its thread. The collector is left with cycles, and a chain of
+// any length is freed without recursion. Everything that destruction needs is reserved when an
+// object is created (the worklist and the mark stack have a place for each), so that deleting can't
+// fail for lack of memory.
+
 #include "heap/Heap.h"
 
 #include <algorithm>

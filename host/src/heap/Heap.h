@@ -25,9 +25,8 @@ namespace kv::host {
 ///  3. Accounted and weak references keep the storage of an object readable and nothing else.
 ///  4. A deleted object reaches nothing. Its edges are gone at once; its native part, slots and C++
 ///     value are destroyed at once too, or when the last running member of that object returns.
-///  5. An object that has no strong reference and that no edge, slot or payload refers to is
-///  deleted
-///     at once, through a worklist. What only a cycle holds is found by tracing at safe points.
+///  5. An object without a strong reference that no edge, slot or payload refers to is deleted at
+///     once, through a worklist. What only a cycle holds is found by tracing at safe points.
 ///  6. All garbage of a collection is marked deleted before the first destructor runs.
 ///  7. The collector allocates nothing, runs no user code, never recurses and uses no property
 ///     enumeration. Callables are released from a queue when it is done.

@@ -1,3 +1,8 @@
+// The heap decides by counts, and a count that is wrong shows much later, as a leak or a use after
+// free. So the stress mode counts everything a second time, from the references themselves, after
+// each collection, and stops at the first difference. It also holds the edges against what the
+// native properties enumerate, which the collector itself never calls.
+
 #include "heap/HeapVerifier.h"
 
 namespace kv::host {

@@ -1,3 +1,9 @@
+// The mark phase. Mark bits are in bitmaps beside the objects and not in their headers: marking
+// then touches one cache line for hundreds of objects, and the sweep finds garbage a word at a
+// time. Objects that are still to be followed wait on a stack of the heap with room for all of
+// them, payloads in a list through themselves, so that marking allocates nothing and recurses
+// nowhere.
+
 #include "heap/Marker.h"
 
 #include <utility>

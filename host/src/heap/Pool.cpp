@@ -1,5 +1,12 @@
+// An allocator for blocks of few sizes that are made and freed by the million, often on different
+// threads. Each thread has a free list for each size and takes no lock; lists that grow too long,
+// or run empty, exchange batches with a depot of the process. Memory comes from the system in
+// aligned regions, so that a block finds its region from its address, and a region without used
+// blocks can be returned.
+
 #include "heap/Pool.h"
 
+#include <cassert>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -223,6 +230,7 @@ void Pool::Depot::sortOutFreeBlocks() noexcept {
 void Pool::Depot::unmapFreeRegions() noexcept {
   for (Region** link = &regions; *link != nullptr;) {
     Region* const region = *link;
+    assert(region->freeBlocks <= region->cutBlocks);
     if (!region->isFree()) {
       region->freeBlocks = 0;
       link = &region->next;

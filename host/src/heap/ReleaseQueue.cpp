@@ -1,3 +1,9 @@
+// Arrays that refer to objects may be dropped on any thread, but only the thread of their session
+// may change the heap. So an array that is dropped elsewhere is put in this queue, under a lock,
+// and destroyed at the session's next safe point. After the session is closed there is no safe
+// point any more: then the dropping thread destroys it at once, one thread at a time. The queue is
+// counted, because values may outlive their session.
+
 #include "heap/ReleaseQueue.h"
 
 #include <utility>

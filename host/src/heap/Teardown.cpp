@@ -1,3 +1,8 @@
+// Destruction without recursion. A destructor that frees the last reference to another payload or
+// object doesn't destroy it but enqueues it, and the outermost call of `run` on the thread works
+// through the queue. Destroying a user's callable may run any code, also code that uses the
+// session, so callables come last, when host structures are consistent again.
+
 #include "heap/Teardown.h"
 
 #include <utility>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -38,6 +39,7 @@ class NameMap {
 
   /// The value of `name`, a default-made one if it is new. Requires: a name that isn't empty.
   V& operator[](kcos::COSInternedBase name) {
+    assert(!name.empty());
     if (2 * (size_ + 1) > entries_.size()) {
       grow();
     }

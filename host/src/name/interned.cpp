@@ -1,3 +1,8 @@
+// Names are looked up far more often than they are new, from all threads. So the table is read
+// without a lock: a slot goes from null to an entry once and never changes again, and when the
+// table is full a larger one replaces it while readers may still be in the old one, which is kept.
+// Only inserting takes the lock.
+
 #include "kcos/interned.h"
 
 #include <atomic>

@@ -1,3 +1,7 @@
+// The outermost layer of a file: a header with the length and checksum of each section. The header
+// is read and checked before memory is requested for the rest, so a file that claims to be large
+// must be large.
+
 #include "save/Container.h"
 
 #define XXH_INLINE_ALL

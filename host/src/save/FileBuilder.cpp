@@ -1,3 +1,7 @@
+// The tables of a file as they grow. Small equal values are written once, found by the bytes of
+// their entry. The expansion of each value is counted as it is added, by the same rule that a load
+// applies, so a value that no load would accept is refused while it can still be named.
+
 #include "save/FileBuilder.h"
 
 #include <algorithm>

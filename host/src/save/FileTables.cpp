@@ -1,3 +1,8 @@
+// Every number in a file is checked here, once, before anything is made of it: lengths against the
+// bytes that are there, references against the tables, nesting and expansion against their limits.
+// Two rules keep the memory of a load in proportion to its file: no bytes and no references belong
+// to two values or objects, and a value refers to earlier ones only.
+
 #include "save/FileTables.h"
 
 #include <algorithm>

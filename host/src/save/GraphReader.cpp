@@ -1,3 +1,9 @@
+// Loading is the part of the host that hostile bytes reach, so it has its checks in three layers:
+// Container (lengths and checksums), FileTables (every count and reference), and this walk, which
+// bounds what objects copy and leave out, and reports what setters refuse as a fault of the file.
+// Cycles need no care: objects are empty shells first and are filled afterwards, through the
+// setters of their properties, and no user's code runs.
+
 #include "save/GraphReader.h"
 
 #include <algorithm>

@@ -1,3 +1,9 @@
+// Saving walks values depth first on an explicit stack, because a value must come after what it
+// holds, and objects breadth first through a queue, because they may form cycles and chains of any
+// length. A value that is shared is written once and referred to; but a file whose shared values
+// would expand beyond what a load accepts is written with copies instead, so that every file that
+// is written can be read.
+
 #include "save/GraphWriter.h"
 
 #include <algorithm>

@@ -1,3 +1,8 @@
+// Replacing a file so that a crash or a power failure at any point leaves the old file or the new
+// one: write beside it, sync, rename, sync the folder. The file beside it is locked while it is
+// written, which is how a later save distinguishes a leftover of a killed process from a file that
+// another process is still writing. Every system call may be interrupted or fail, and is checked.
+
 #include "save/files.h"
 
 #include <dirent.h>

@@ -1,6 +1,7 @@
 #include "save/plainValues.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <string>
 
@@ -33,6 +34,7 @@ Value makeNumbers(const SavedValue& value) {
   }
   void* data = kxGetMutableData(array.get());
   const std::size_t bytes = value.elements * kxGetElementSize(value.classId());
+  assert(value.form() != ValueForm::Full || bytes <= value.contents.size());
   if (value.form() == ValueForm::Inline) {
     std::memcpy(data, &value.entry.payload, bytes);
   } else if (value.form() == ValueForm::Narrow) {

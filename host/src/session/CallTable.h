@@ -49,6 +49,7 @@ class CallTable {
   /// Keeps what is replaced until no call runs.
   void retire(std::shared_ptr<const void> replaced);
   void enterCall() noexcept { ++running_; }
+  bool hasRunningCalls() const noexcept { return running_ != 0; }
   void leaveCall() noexcept {
     if (--running_ == 0 && !retired_.empty()) {
       dropRetired();

@@ -1,3 +1,8 @@
+// Linking makes one flat table per class, of everything it has and inherits, so that a call or a
+// property access is one look-up however deep the hierarchy is. The tables are derived data: they
+// are made again when a superclass changes, and members refer to the contents of their class, which
+// stay where they are.
+
 #include "session/ClassLinker.h"
 
 #include <algorithm>

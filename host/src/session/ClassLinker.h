@@ -14,7 +14,7 @@ class ClassTable;
 /// 2. A superclass that isn't defined is left out and noted; only making an object needs it.
 /// 3. Of members with one name, the class's own hide inherited ones; of inherited ones, those of
 ///    the leftmost superclass are taken, unless they are abstract and others aren't.
-/// 4. A class has at most one chain of native superclasses: the native part of its objects is
+/// 4. A class has at most one chain of native superclasses. The native part of its objects is
 /// viewed
 ///    as these and no others.
 class ClassLinker {

@@ -1,3 +1,8 @@
+// A class of the session, as native class infos see it. It is filled late: members of a native
+// class are registered when it is first used, and links with superclasses are made, or made again,
+// when they are asked for. So classes may be entered in any order, and a class that is never used
+// costs nothing.
+
 #include "session/ClassRecord.h"
 
 #include "kv/host/errors.h"

@@ -2,6 +2,7 @@
 
 #include <malloc.h>
 
+#include <cassert>
 #include <cstdlib>
 #include <cstring>
 
@@ -60,6 +61,7 @@ SessionState& requireSession() {
 }
 
 void closeSession(SessionState& session) noexcept {
+  assert(!session.calls.hasRunningCalls());
   session.isClosed = true;  // callables that are dropped below may ask for the session
   SessionState* before = setCurrentSession(&session);
   session.heap.close();

@@ -1,3 +1,9 @@
+// Each recorded operation keeps the user's stack, so capturing one must be a walk and a few look-
+// ups. Frames are interned, and so are stacks: a stack is a node in a tree whose parent is the
+// stack without its innermost frame. A place in code (an address or a code object, and a line)
+// leads from a node to the next without building its text. The array that users see is built once
+// per distinct stack.
+
 #include "session/UserStacks.h"
 
 #include <string_view>

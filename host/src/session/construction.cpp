@@ -1,3 +1,9 @@
+// Construction is the one operation in which user code, the host and native code alternate on a
+// half-made object: the constructor of a language class decides when to construct its superclasses,
+// may use the object in between, and may do it never. The chain of `Construction` records notes
+// which parts are made, and everything that uses a member first asks for the part of its class. A
+// failure at any point deletes the object, and with it the native part if there is one.
+
 #include "session/construction.h"
 
 #include <algorithm>

@@ -1,7 +1,13 @@
+// The edge between native exceptions and the errors of the host. Inside, code throws C++ exceptions
+// of any type; what leaves a bound call is a KException in its envelope. Where memory is too short
+// even for that, it is an exception that stays native and allocates nothing.
+
 #include "session/edge.h"
 
 #include <cxxabi.h>
 
+#include <cassert>
+#include <exception>
 #include <new>
 
 #include "foundation/exception.h"
@@ -53,6 +59,7 @@ std::vector<std::string> argumentsOf(const IMsgIDException& error) {
 }  // namespace
 
 void throwAtEdge() {
+  assert(std::current_exception() != nullptr);
   try {
     if (currentSession() == nullptr) {
       throw;  // nothing can hold a KException

@@ -1,3 +1,7 @@
+// The class KException. Errors are read with no assumption about their contents: slots may hold
+// anything, causes may form a ring, and the session may be closed. Making one must not fail for
+// another reason than memory, so a failing stack provider gives an error without a stack.
+
 #include "session/kException.h"
 
 #include <limits>
