@@ -1,8 +1,8 @@
 // When to collect, and the collection itself: mark what roots reach (Marker), then sweep. It runs
-// at safe points only: when an object is created, at the end of an evaluation and on request; never
-// while something is being destroyed. A collection is due when as much was created as was live
-// after the last one, in objects and bytes together, so that its cost is a constant for each object
-// created, whatever the size of the heap.
+// at safe points only: when an object is created, when a session is entered from outside and on
+// request; never while something is being destroyed. A collection is due when as much was created
+// as was live after the last one, in objects and bytes together, so that its cost is a constant for
+// each object created, whatever the size of the heap.
 
 #include <algorithm>
 #include <chrono>
