@@ -4,6 +4,7 @@
 #include <cstdint>
 
 namespace kv::runtime {
+
 namespace {
 
 /// Depth first on an explicit stack: a node is open while those that it needs are visited.
