@@ -75,7 +75,9 @@ class Session:
         """The bytes that `save` would write."""
 
     def load_bytes(self, data: bytes | bytearray | memoryview, trusted: bool = False) -> Any:
-        """The value in the bytes of a file, as `load` returns it. Memory other than `bytes` is copied, and need not be contiguous."""
+        """
+        The value in the bytes of a file, as `load` returns it. Memory other than `bytes` is copied, and need not be contiguous.
+        """
 
     def collect(self) -> int:
         """Runs the collector; returns the number of objects freed."""
