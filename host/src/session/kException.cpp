@@ -151,7 +151,7 @@ kcos::COSInterfacePtr exceptionOf(const ErrorRecord& record) {
   const auto make = [&session](const ErrorRecord& one) {
     return makeKException(session, one.identifier, one.message, one.arguments);
   };
-  const kcos::COSInterfacePtr outermost = make(record);
+  kcos::COSInterfacePtr outermost = make(record);
   if (!record.stack.empty()) {
     session.heap.setSlot(*Object::of(outermost), kStack, UserStacks::arrayOf(record.stack));
   }
