@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc)
 PREFIX ?= $(CURDIR)/build/install
 
 .DEFAULT_GOAL := help
-.PHONY: help setup build run test asan fuzz seeded bench format lint install
+.PHONY: help setup build run test asan fuzz seeded bench format lint tidy install
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / {printf "  make %-8s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -37,7 +37,10 @@ format: setup ## Format all sources with clang-format and ruff
 	@git ls-files '*.h' '*.cpp' | xargs clang-format-16 -i
 	@.venv/bin/ruff format --quiet python scripts tests bench
 
-lint: setup ## Check layout, names, types, floors and sizes
+lint: setup ## Check layout, names, types, floors, sizes and wording
+	@scripts/lint.sh
+
+tidy: setup ## The same, and clang-tidy on what has changed since it was last clean
 	@scripts/lint.sh --all
 
 install: build-release ## Install below PREFIX (default build/install)

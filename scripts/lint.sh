@@ -78,5 +78,6 @@ check "no banners" banners
 check "blank lines around namespaces" namespaces
 check "no wall time in tests" wallTimes
 check "error ids in tests" python3 scripts/check_error_ids.py
+check "wording" python3 scripts/check_wording.py
 [[ ${1:-} != --all ]] || check "clang-tidy" scripts/check_tidy.py
 exit $failed

@@ -125,7 +125,7 @@ void describeRecorded(const kxArray* operation, OpSpec& spec) {
   spec.label = kxGetClassName(operation);
 }
 
-/// Stands for what another release saved.
+/// The operation of an array that another release saved.
 void describeInvalid(const kxArray* operation, OpSpec& spec) {
   describeRecorded(operation, spec);
   spec.savedRelease = host::toText(host::getProperty(operation, "SavedVersion").get());

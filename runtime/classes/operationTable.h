@@ -39,7 +39,7 @@ void requireArity(std::string_view className, const OperationArity& arity, std::
 ///
 /// `inputs` says what the constructor takes, in order:
 ///
-/// - "NumInputs", "NumOutputs": the counts. "NumKept": both, where a selection stands in front of
+/// - "NumInputs", "NumOutputs": the counts. "NumKept": both, where a selection comes before
 ///   as many inputs as there are outputs. "NumArrays": both, as many inputs as outputs.
 /// - "DependsOnOnlyHead": that flag, false if it is left out. "Parameters": all that follow.
 /// - "Options": the property of all operations. Any other name: a property of the class.

@@ -9,7 +9,7 @@
 
 #include "kv/runtime/Column.h"
 
-/// Plain values as bytes, little-endian, for what travels between threads, processes and machines.
+/// Plain values as bytes, little-endian, as threads, processes and machines pass them on.
 namespace kv::runtime {
 
 /// Writes values one after the other. Each has a form that ByteReader reads in the same order.
