@@ -51,10 +51,6 @@ Value elementAt(const kxArray* container, std::size_t index) {
       static_cast<const ContainerPayload&>(*container->payload).elements[index]);
 }
 
-bool haveSameShape(const kxArray* a, const kxArray* b) {
-  return a->classId() == b->classId() && std::ranges::equal(kxGetDimensions(a), kxGetDimensions(b));
-}
-
 }  // namespace
 
 Sections GraphWriter::write(const kxArray* root) {
@@ -133,8 +129,7 @@ std::optional<Reference> GraphWriter::referenceOf(const kxArray* value) {
   }
   const Payload* identity = identityOf(value);
   if (const auto known = payloads_.find(identity);
-      known != payloads_.end() && haveSameShape(known->second.value.get(), value) &&
-      mayShare(value, known->second.reference)) {
+      known != payloads_.end() && mayShare(value, known->second.reference)) {
     return known->second.reference;
   }
   if (isContainer(value)) {
