@@ -22,6 +22,7 @@ namespace {
 /// The key of the cache node that produces the array's value.
 ArrayPtr cacheEntryKey(const LazyPartitionedArray& array) {
   const ArrayPtr operation = ki::toArray(array.promise().getClosure()->getOperation());
+  assert(kxIsA(operation.get(), "kalvex.bigdata.internal.lazyeval.CacheOperation"));
   return ki::readHostProperty(operation.get(), "CacheEntryKey");
 }
 

@@ -8,6 +8,7 @@
 #include <kv/userPlace.h>
 
 #include <algorithm>
+#include <cassert>
 #include <iterator>
 #include <optional>
 #include <span>
@@ -45,6 +46,7 @@ class Recorder {
       stack_.push_back(
           std::visit([&](const auto& what) { return record(what, step.place); }, step.what));
     }
+    assert(stack_.size() == 1);
     return std::get<Array>(stack_.back().value.value());
   }
 
@@ -66,6 +68,7 @@ class Recorder {
   }
 
   Part record(const Call& call, Span place) {
+    assert(stack_.size() >= call.inputs);
     const auto first = stack_.end() - static_cast<std::ptrdiff_t>(call.inputs);
     const std::vector<Part> inputs(first, stack_.end());
     stack_.erase(first, stack_.end());

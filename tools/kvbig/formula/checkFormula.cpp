@@ -8,6 +8,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cassert>
 #include <span>
 
 #include "formula/FormulaError.h"
@@ -148,6 +149,7 @@ void checkColumns(const Formula& formula, std::span<const std::string> columns) 
 }
 
 void checkPurpose(const Formula& formula, const Vocabulary& vocabulary, Purpose purpose) {
+  assert(!formula.steps.empty());
   const Rows rows = Checker(formula, vocabulary).run();
   const Span place = formula.steps.back().place;
   if (purpose == Purpose::Condition && rows != Rows::Many) {
