@@ -41,6 +41,13 @@ fileSizes() {
   [[ -z $long ]] || { echo "$long" >&2; return 1; }
 }
 
+# A function fits on a screen; a table that is one may be a little longer.
+functionLengths() {
+  git ls-files '*.h' '*.cpp' '*.py' >build/lint/files &&
+    .venv/bin/lizard --warnings_only -T length=72 -T cyclomatic_complexity=1000 --arguments 1000 \
+      --input_file build/lint/files
+}
+
 # refuse PATTERN FILES...: prints the lines that match, and fails if there are some.
 refuse() { ! git grep -n -P -e "$1" -- "${@:2}" >&2; }
 
@@ -73,6 +80,7 @@ check "ruff" pythonStyle
 check "mypy" pythonTypes
 check "floors" python3 scripts/check_floors.py
 check "file sizes" fileSizes
+check "function lengths" functionLengths
 check "test names" testNames
 check "no banners" banners
 check "blank lines around namespaces" namespaces
