@@ -17,10 +17,6 @@ inline constexpr ErrorRow kFunctionRows[] = {
      "{0}: an integer to the power of the negative integer {1} isn't an integer. Make one of "
      "them a double, as in x ^ {1}.0.",
      BaseType::Value},
-    {"KALVEX:function:MissingChoice", "function, type",
-     "{0}: a column of type {1} can't hold a missing value among others. Multiply both sides "
-     "by 1.0 to choose doubles.",
-     BaseType::Value},
     {"KALVEX:function:Overflow", "function, sum, type",
      "{0}: {1} doesn't fit the type {2}. Multiply the values by 1.0 to add them up as doubles.",
      BaseType::Value},

@@ -29,6 +29,11 @@ inline constexpr ErrorRow kRuntimeRows[] = {
     {"KALVEX:array:Condition", "actual",
      "A choice between two arrays needs a condition that is one logical value, got {0}.",
      BaseType::Value},
+    {"KALVEX:array:MissingField", "row, value, type",
+     "Row {0} is {1}, beyond 2^53, in a column of type {2} with missing values. Outside a column "
+     "these are NaN and all values doubles, which skip whole numbers there. Give missing values a "
+     "value, as in where(ismissing(x), 0, x), or multiply by 1.0 to round.",
+     BaseType::Value},
     {"KALVEX:array:NeedsRows", "operation", "{0} needs an array with rows, got a value in memory.",
      BaseType::Value},
     {"KALVEX:array:NeedsColumn", "operation", "{0} needs one column, got a table.", BaseType::Type},

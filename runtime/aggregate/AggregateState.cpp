@@ -5,9 +5,11 @@
 #include <utility>
 
 #include "aggregate/accumulators.h"
+#include "column/Validity.h"
 #include "column/elementTypes.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/Aggregates.h"
+#include "kv/runtime/selectRows.h"
 
 namespace kv::runtime {
 
@@ -100,8 +102,10 @@ void AggregateState::update(const Column& column, const RowOrdinals& ordinals) {
   if (column.type() != *partial_.type) {
     throwMixedTypes(partial_.kind, *partial_.type, column.type());
   }
-  if (column.isMissing()) {
-    hasMissingColumn_ = true;
+  if (column.isNullable() && column.hasNulls()) {
+    const Chunk values = selectValid(column, ordinals);
+    hasNulls_ = true;
+    accumulator_->update(values.columns.front(), values.ordinals);
   } else {
     accumulator_->update(column, ordinals);
   }
@@ -112,7 +116,7 @@ AggregatePartial AggregateState::finish() {
     accumulator_->finish(partial_);
   }
   accumulator_.reset();
-  partial_.hasMissing = partial_.hasMissing || hasMissingColumn_;
+  partial_.hasMissing = partial_.hasMissing || hasNulls_;
   return std::move(partial_);
 }
 

@@ -19,6 +19,8 @@
 #include <new>
 #include <utility>
 
+#include "column/elementTypes.h"
+
 namespace kv::runtime {
 
 namespace {
@@ -83,8 +85,8 @@ const std::shared_ptr<arrow::DataType>& arrowTypeOf(ElementType type) {
 }
 
 Column::Column(ElementType type, std::shared_ptr<arrow::ArrayData> data)
-    : type_(type), data_(std::move(data)) {
-  assert(data_ && data_->buffers.size() == (type == ElementType::String ? 3U : 2U));
+    : type_(type), isNullable_(isWhole(type) && data->buffers[0]), data_(std::move(data)) {
+  assert(data_->buffers.size() == (type == ElementType::String ? 3U : 2U));
 }
 
 Column::Column(ElementType type, std::int64_t rows, std::shared_ptr<arrow::Buffer> buffer)
@@ -98,19 +100,22 @@ Column::Column(ElementType type, std::int64_t rows, std::shared_ptr<arrow::Buffe
 
 std::int64_t Column::rows() const { return data_->length; }
 
-bool Column::isMissing() const {
-  return type_ != ElementType::String && data_->length > 0 && data_->buffers[0] != nullptr &&
-         data_->GetNullCount() == data_->length;
+Column Column::asNullable() const {
+  Column column = *this;
+  column.isNullable_ = isWhole(type_);
+  return column;
 }
 
-bool Column::isMissingText(std::int64_t row) const {
-  assert(type_ == ElementType::String);
+bool Column::hasNulls() const { return data_->buffers[0] && data_->GetNullCount() > 0; }
+
+bool Column::isNull(std::int64_t row) const {
+  assert(row >= 0 && row < rows());
   const auto bit = static_cast<std::uint64_t>(data_->offset + row);
   return data_->buffers[0] && !arrow::bit_util::GetBit(data_->buffers[0]->data(), bit);
 }
 
 std::string_view Column::text(std::int64_t row) const {
-  if (isMissingText(row)) {
+  if (isNull(row)) {
     return {};
   }
   const auto* offsets = data_->GetValues<std::int32_t>(1);
@@ -126,12 +131,14 @@ Column Column::slice(std::int64_t first, std::int64_t count) const {
   if (first == 0 && count == rows()) {
     return *this;
   }
-  return Column(type_, data_->Slice(first, count));
+  Column part(type_, data_->Slice(first, count));
+  part.isNullable_ = isNullable_;
+  return part;
 }
 
 std::int64_t Column::byteSize() const {
   if (type_ != ElementType::String) {
-    return data_->length * static_cast<std::int64_t>(elementSize(type_));
+    return data_->length * static_cast<std::int64_t>(elementSize(type_)) + bitmapBytes(*data_);
   }
   if (data_->length == 0) {
     return 0;

@@ -24,8 +24,9 @@ struct RowPlaces {
   std::vector<std::int64_t> firstRow{};  ///< of each partition, and the number of rows at the end
   std::optional<Column> ordinals{};      ///< Int64; none if each partition has all of its rows
   std::shared_ptr<const RowCut> cut = std::make_shared<const RowCut>();
-  std::string origin{};    ///< the operation that made the rows, for messages
-  bool isUntyped = false;  ///< of no rows, with a type that isn't known
+  std::string origin{};            ///< the operation that made the rows, for messages
+  bool isUntyped = false;          ///< of no rows, with a type that isn't known
+  std::vector<bool> isNullable{};  ///< of each column of the rows; false after the end
 
   /// The places of rows that were kept, partition by partition, of a source with that cut.
   static RowPlaces ofPartitions(const std::vector<std::vector<Chunk>>& partitions,

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <arrow/array/data.h>
-#include <arrow/util/bit_util.h>
 
 #include <cstdint>
 #include <string_view>
 
+#include "column/Validity.h"
 #include "kv/runtime/Column.h"
 
 namespace kv::runtime {
@@ -15,22 +15,15 @@ namespace kv::runtime {
 /// Requires: the column is of type String, and outlives the view.
 class TextView {
  public:
-  explicit TextView(const Column& column) {
+  explicit TextView(const Column& column) : validity_(column) {
     const arrow::ArrayData& data = *column.data();
     offsets_ = data.GetValues<std::int32_t>(1);
     bytes_ = data.buffers[2] ? reinterpret_cast<const char*>(data.buffers[2]->data()) : nullptr;
-    offset_ = data.offset;
-    if (data.buffers[0] && data.GetNullCount() > 0) {
-      validity_ = data.buffers[0]->data();
-    }
   }
 
-  bool hasMissing() const { return validity_ != nullptr; }
+  bool hasMissing() const { return validity_.hasNulls(); }
 
-  bool isMissing(std::int64_t row) const {
-    return validity_ != nullptr &&
-           !arrow::bit_util::GetBit(validity_, static_cast<std::uint64_t>(offset_ + row));
-  }
+  bool isMissing(std::int64_t row) const { return validity_.isNull(row); }
 
   std::string_view operator[](std::int64_t row) const {
     const std::int32_t begin = offsets_[row];
@@ -40,8 +33,7 @@ class TextView {
  private:
   const std::int32_t* offsets_;
   const char* bytes_;
-  const std::uint8_t* validity_ = nullptr;
-  std::int64_t offset_;
+  Validity validity_;
 };
 
 }  // namespace kv::runtime

@@ -19,6 +19,11 @@ namespace kv::runtime {
 
 namespace {
 
+struct ColumnKind {
+  ElementType type = ElementType::Unknown;
+  bool isNullable = false;
+};
+
 template <class T>
 T checked(arrow::Result<T> result) {
   checkArrow(result.status());
@@ -61,6 +66,7 @@ void writeChunk(const Chunk& chunk, ByteWriter& bytes) {
   bytes.number<std::uint64_t>(chunk.columns.size());
   for (const Column& column : chunk.columns) {
     bytes.number(static_cast<std::uint8_t>(column.type()));
+    bytes.flag(column.isNullable());
     fields.push_back(arrow::field("", arrowTypeOf(column.type())));
     columns.push_back(column.data());
   }
@@ -74,23 +80,25 @@ Chunk readChunk(ByteReader& bytes, arrow::MemoryPool* pool) {
   Chunk chunk;
   const bool isTable = bytes.flag();
   std::vector<std::string> names = bytes.texts();
-  std::vector<ElementType> types(bytes.count());
-  for (ElementType& type : types) {
-    type = readElementType(bytes);
+  std::vector<ColumnKind> kinds(bytes.count());
+  for (ColumnKind& kind : kinds) {
+    kind.type = readElementType(bytes);
+    kind.isNullable = bytes.flag();
   }
   const auto rows = bytes.number<std::int64_t>();
   const std::shared_ptr<arrow::RecordBatch> batch = fromStream(bytes.text(), pool);
-  const auto numColumns = static_cast<int>(types.size());
+  const auto numColumns = static_cast<int>(kinds.size());
   if (batch == nullptr || batch->num_columns() != numColumns || batch->num_rows() != rows ||
-      (isTable && names.size() != types.size())) {
+      (isTable && names.size() != kinds.size())) {
     bytes.refuse();
   }
   for (int i = 0; i < numColumns; ++i) {
-    const ElementType type = types[static_cast<std::size_t>(i)];
+    const auto [type, isNullable] = kinds[static_cast<std::size_t>(i)];
     if (!batch->column_data(i)->type->Equals(arrowTypeOf(type))) {
       bytes.refuse();
     }
-    chunk.columns.emplace_back(type, batch->column_data(i));
+    const Column column(type, batch->column_data(i));
+    chunk.columns.push_back(isNullable ? column.asNullable() : column);
   }
   chunk.ordinals = RowOrdinals(0, rows);
   if (isTable) {

@@ -46,7 +46,8 @@ Column repeat(const Column& value, std::int64_t rows) {
   checkArrow(scalar.status());
   const auto repeated = arrow::MakeArrayFromScalar(**scalar, rows);
   checkArrow(repeated.status());
-  return {value.type(), (*repeated)->data()};
+  const Column column(value.type(), (*repeated)->data());
+  return value.isNullable() ? column.asNullable() : column;
 }
 
 Column concatenate(const std::vector<Column>& columns) {
@@ -65,9 +66,10 @@ Column concatenate(const std::vector<Column>& columns) {
   if (parts.size() == 1) {
     return *first;
   }
-  arrow::Result<std::shared_ptr<arrow::Array>> whole = arrow::Concatenate(parts);
-  checkArrow(whole.status());
-  return {first->type(), (*whole)->data()};
+  arrow::Result<std::shared_ptr<arrow::Array>> joined = arrow::Concatenate(parts);
+  checkArrow(joined.status());
+  const Column whole(first->type(), (*joined)->data());
+  return first->isNullable() ? whole.asNullable() : whole;
 }
 
 Chunk concatenate(std::span<const Chunk> chunks) {

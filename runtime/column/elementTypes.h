@@ -29,6 +29,9 @@ constexpr bool isInteger(ElementType type) {
   return type >= ElementType::Int8 && type <= ElementType::UInt64;
 }
 
+/// True for the types whose missing values are nulls and nothing else.
+constexpr bool isWhole(ElementType type) { return type == ElementType::Logical || isInteger(type); }
+
 /// Requires: isInteger(type). The integer types alternate, signed first.
 constexpr bool isSigned(ElementType type) {
   return (indexOf(type) - indexOf(ElementType::Int8)) % 2 == 0;

@@ -6,7 +6,6 @@
 
 #include <arrow/array/data.h>
 #include <arrow/type.h>
-#include <arrow/util/bit_util.h>
 #include <fmt/format.h>
 
 #include <cstring>
@@ -14,11 +13,11 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "column/TextView.h"
+#include "column/Validity.h"
 #include "column/allocate.h"
 #include "column/elementTypes.h"
 #include "kv/errors/StepError.h"
@@ -52,10 +51,18 @@ Rows keptRows(std::span<const std::uint8_t> keep, std::size_t count) {
   return kept;
 }
 
-Column selectNumbers(const Column& column, const Rows& kept) {
-  if (column.isMissing()) {
-    return column.slice(0, static_cast<std::int64_t>(kept.size()));
+/// The bitmap of the kept rows; none if they have no nulls.
+NullBits selectNulls(const Validity& validity, const Rows& kept) {
+  if (!validity.hasNulls()) {
+    return {};
   }
+  return nullBits(static_cast<std::int64_t>(kept.size()), [&](std::int64_t row) {
+    return validity.isNull(kept[static_cast<std::size_t>(row)]);
+  });
+}
+
+Column selectNumbers(const Column& column, const Rows& kept) {
+  const auto rows = static_cast<std::int64_t>(kept.size());
   auto buffer = allocateBuffer(static_cast<std::int64_t>(kept.size() * elementSize(column.type())));
   visitNumeric(column.type(), [&]<class T>() {
     const T* source = column.values<T>().data();
@@ -64,7 +71,11 @@ Column selectNumbers(const Column& column, const Rows& kept) {
       target[i] = source[kept[i]];
     }
   });
-  return Column(column.type(), static_cast<std::int64_t>(kept.size()), std::move(buffer));
+  if (!column.isNullable()) {
+    return Column(column.type(), rows, std::move(buffer));
+  }
+  return nullableColumn(column.type(), rows, std::move(buffer),
+                        selectNulls(Validity(column), kept));
 }
 
 /// Writes the offsets of the kept texts and returns their number of bytes.
@@ -76,23 +87,6 @@ std::int64_t selectOffsets(const TextView& texts, const Rows& kept, std::int32_t
     offsets[i + 1] = end;
   }
   return end;
-}
-
-/// The validity bits of the kept texts, and how many of them are missing.
-std::pair<std::shared_ptr<arrow::Buffer>, std::int64_t> selectValidity(const TextView& texts,
-                                                                       const Rows& kept) {
-  const auto rows = static_cast<std::int64_t>(kept.size());
-  auto bits = allocateBuffer(arrow::bit_util::BytesForBits(rows));
-  std::memset(bits->mutable_data(), 0, static_cast<std::size_t>(bits->size()));
-  std::int64_t missing = 0;
-  for (std::int64_t i = 0; i < rows; ++i) {
-    const bool isMissing = texts.isMissing(kept[static_cast<std::size_t>(i)]);
-    if (!isMissing) {
-      arrow::bit_util::SetBit(bits->mutable_data(), i);
-    }
-    missing += isMissing ? 1 : 0;
-  }
-  return {std::move(bits), missing};
 }
 
 Column selectTexts(const Column& column, const Rows& kept) {
@@ -107,22 +101,15 @@ Column selectTexts(const Column& column, const Rows& kept) {
       std::memcpy(bytes->mutable_data() + ends[i], text.data(), text.size());
     }
   }
-  std::shared_ptr<arrow::Buffer> validity;
-  std::int64_t missing = 0;
-  if (texts.hasMissing()) {
-    std::tie(validity, missing) = selectValidity(texts, kept);
-  }
+  NullBits nulls = selectNulls(Validity(column), kept);
   return Column(ElementType::String,
-                arrow::ArrayData::Make(arrow::utf8(), rows, {validity, offsets, bytes}, missing));
+                arrow::ArrayData::Make(arrow::utf8(), rows, {std::move(nulls.bits), offsets, bytes},
+                                       nulls.count));
 }
 
-}  // namespace
-
-Chunk selectRows(const Chunk& chunk, const Column& keep) {
-  checkKeep(chunk, keep);
-  const auto flags = keep.values<std::uint8_t>();
-  const auto count =
-      keep.isMissing() ? 0 : std::accumulate(flags.begin(), flags.end(), std::size_t{0});
+/// The rows of `chunk` whose flag is 1, not 0.
+Chunk selectFlagged(const Chunk& chunk, std::span<const std::uint8_t> flags) {
+  const auto count = std::accumulate(flags.begin(), flags.end(), std::size_t{0});
   if (count == flags.size()) {
     return chunk;
   }
@@ -137,6 +124,39 @@ Chunk selectRows(const Chunk& chunk, const Column& keep) {
     result.columns.push_back(isText ? selectTexts(column, kept) : selectNumbers(column, kept));
   }
   return result;
+}
+
+/// A flag for each row for which `isKept(row)`.
+std::vector<std::uint8_t> flagsOf(std::int64_t rows, auto&& isKept) {
+  std::vector<std::uint8_t> flags(static_cast<std::size_t>(rows));
+  for (std::int64_t row = 0; row < rows; ++row) {
+    flags[static_cast<std::size_t>(row)] = isKept(row) ? 1 : 0;
+  }
+  return flags;
+}
+
+}  // namespace
+
+Chunk selectRows(const Chunk& chunk, const Column& keep) {
+  checkKeep(chunk, keep);
+  const auto conditions = keep.values<std::uint8_t>();
+  const Validity validity(keep);
+  if (!validity.hasNulls()) {
+    return selectFlagged(chunk, conditions);
+  }
+  return selectFlagged(chunk, flagsOf(keep.rows(), [&](std::int64_t row) {
+                         return !validity.isNull(row) &&
+                                conditions[static_cast<std::size_t>(row)] != 0;
+                       }));
+}
+
+Chunk selectValid(const Column& column, const RowOrdinals& ordinals) {
+  const Validity validity(column);
+  const Chunk all{0, ordinals, nullptr, {column}};
+  return validity.hasNulls()
+             ? selectFlagged(all, flagsOf(column.rows(),
+                                          [&](std::int64_t row) { return !validity.isNull(row); }))
+             : all;
 }
 
 }  // namespace kv::runtime

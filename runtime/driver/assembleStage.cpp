@@ -1,5 +1,6 @@
 #include "driver/assembleStage.h"
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
@@ -19,6 +20,15 @@ using host::Value;
 /// True for a value that can't be meant as rows: no column, or one that was broadcast.
 bool isOpaque(const kxArray* value) {
   return !isColumn(value) || (kxIsEmpty(value) && kxGetN(value) != 1);
+}
+
+/// A value of a nullable column has the class of its type where nothing is missing.
+void setNullable(Chunk& rows, const std::vector<bool>& isNullable) {
+  for (std::size_t i = 0; i < std::min(rows.columns.size(), isNullable.size()); ++i) {
+    if (isNullable[i]) {
+      rows.columns[i] = rows.columns[i].asNullable();
+    }
+  }
 }
 
 /// Makes the builders of a pass: one for each task that flows in it, one for each value that it
@@ -102,6 +112,7 @@ class BuilderGraphMaker {
       if (whole.places->isUntyped && rows.names == nullptr) {
         rows.columns = {emptyColumn(ElementType::Unknown)};
       }
+      setNullable(rows, whole.places->isNullable);
       inputs_.push_back(
           {emptyColumn(ElementType::Double), whole.places, std::move(rows), whole.places->origin});
     } else {

@@ -20,13 +20,13 @@ namespace {
 constexpr std::int64_t kUnbounded = std::numeric_limits<std::int64_t>::max();
 
 std::vector<Column> callOnce(const OpSpec& spec, const kxArray* handle,
-                             std::span<const CallInput> inputs, const GivenRows& rows,
+                             std::span<const CallInput> inputs, const Chunk& rows,
                              OutputTypes& types) {
   std::vector<host::Value> values;
   std::vector<const kxArray*> arguments{handle};
   for (const CallInput& input : inputs) {
     if (input.rows) {
-      values.push_back(toValue(*input.rows));
+      values.push_back(toArgument(*input.rows, rows.ordinals));
     }
     arguments.push_back(input.rows ? values.back().get() : input.value);
   }
@@ -40,14 +40,14 @@ std::vector<Column> callOnce(const OpSpec& spec, const kxArray* handle,
     }
     columns.push_back(toColumn(asReturned(matrix::sharedCopy(outputs[i].get())).get()));
     if (columns.back().rows() > 0) {
-      types.add(spec.label, i, columns.back().type(), rows);
+      types.add(spec.label, i, columns.back().type(), GivenRows::of(rows));
     }
   }
   return columns;
 }
 
-GivenRows givenRows(const Chunk& rows, std::int64_t first, std::int64_t count) {
-  return GivenRows::of({rows.partition, rows.ordinals.slice(first, count), nullptr, {}});
+Chunk givenRows(const Chunk& rows, std::int64_t first, std::int64_t count) {
+  return {rows.partition, rows.ordinals.slice(first, count), nullptr, {}};
 }
 
 std::vector<CallInput> sliceOf(std::span<const CallInput> inputs, std::int64_t first,
@@ -82,7 +82,7 @@ std::vector<Column> callInSlices(const OpSpec& spec, const kxArray* functionHand
                                  OutputTypes& types) {
   const std::int64_t maxRows = maxRowsOf(spec, functionHandle);
   if (rows.rows() <= maxRows) {
-    return callOnce(spec, functionHandle, inputs, GivenRows::of(rows), types);
+    return callOnce(spec, functionHandle, inputs, rows, types);
   }
   std::vector<std::vector<Column>> parts(spec.numOutputs);
   for (std::int64_t first = 0; first < rows.rows(); first += maxRows) {

@@ -56,6 +56,9 @@ WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
   RowPlaces places = RowPlaces::ofPartitions(partitions, std::move(cut));
   places.isUntyped = std::ranges::any_of(
       whole.columns, [](const Column& column) { return column.type() == ElementType::Unknown; });
+  for (const Column& column : whole.columns) {
+    places.isNullable.push_back(column.isNullable());
+  }
   places.origin = std::move(origin);
   return {toValue(whole), std::make_shared<const RowPlaces>(std::move(places))};
 }

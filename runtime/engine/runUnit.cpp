@@ -126,7 +126,8 @@ Chunk emptyChunk(const Stage& stage, std::int64_t partition) {
   for (const std::string& name : stage.columns()) {
     const Schema& schema = stage.source()->schema();
     const auto found = std::ranges::find(schema, name, &ColumnInfo::name);
-    chunk.columns.push_back(emptyColumn(found->type));
+    const Column column = emptyColumn(found->type);
+    chunk.columns.push_back(found->isNullable ? column.asNullable() : column);
   }
   return chunk;
 }

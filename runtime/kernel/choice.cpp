@@ -89,13 +89,16 @@ Column chooseTexts(const Operand& condition, const Operand& chosen, const Operan
                    std::int64_t rows) {
   const auto conditions = condition.column.values<std::uint8_t>();
   const std::size_t step = condition.isScalar ? 0 : 1;
+  const Validity known(condition.column);
   const Texts left(chosen);
   const Texts right(other);
   arrow::StringBuilder builder;
   checkArrow(builder.Reserve(rows));
   for (std::int64_t row = 0; row < rows; ++row) {
-    const Texts& side = conditions[static_cast<std::size_t>(row) * step] != 0 ? left : right;
-    checkArrow(side.isMissing(row) ? builder.AppendNull() : builder.Append(side.at(row)));
+    const std::size_t at = static_cast<std::size_t>(row) * step;
+    const Texts& side = conditions[at] != 0 ? left : right;
+    const bool isMissing = known.isNull(static_cast<std::int64_t>(at)) || side.isMissing(row);
+    checkArrow(isMissing ? builder.AppendNull() : builder.Append(side.at(row)));
   }
   std::shared_ptr<arrow::ArrayData> data;
   checkArrow(builder.FinishInternal(&data));

@@ -16,6 +16,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "column/Validity.h"
 #include "column/allocate.h"
 #include "column/elementTypes.h"
 #include "kv/errors/StepError.h"
@@ -177,8 +178,11 @@ bool isWhole(double value) {
 void refuseNegativePowers(const ElementFunction& function, const Column& exponents) {
   visitNumeric(exponents.type(), [&]<class T>() {
     if constexpr (std::is_signed_v<T> && std::integral<T>) {
-      const auto isNegative = [](T value) { return value < 0; };
       const auto values = exponents.values<T>();
+      const Validity validity(exponents);
+      const auto isNegative = [&](const T& value) {
+        return value < 0 && !validity.isNull(&value - values.data());
+      };
       const auto found = std::ranges::find_if(values, isNegative);
       if (found == values.end()) {
         return;

@@ -1,8 +1,6 @@
-
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,6 +10,7 @@
 #include "kernel/BlockInput.h"
 #include "kernel/choice.h"
 #include "kernel/constants.h"
+#include "kernel/missingRows.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/ElementFunctions.h"
 
@@ -68,58 +67,25 @@ void evaluateNumbers(const ElementFunction& function, std::span<const Operand> o
   }
 }
 
-bool isMissing(const Operand& operand) { return operand.column.isMissing(); }
+Column choose(std::span<const Operand> inputs, ElementType type, std::int64_t rows) {
+  return type == ElementType::String ? chooseTexts(inputs[0], inputs[1], inputs[2], rows)
+                                     : chooseNumbers(inputs[0], inputs[1], inputs[2], type, rows);
+}
 
-/// NaN instead of a missing integer or logical, for functions that test for missing values.
-std::vector<Operand> withNaNs(std::span<const Operand> inputs) {
-  std::vector<Operand> replaced(inputs.begin(), inputs.end());
-  for (Operand& input : replaced) {
-    if (isMissing(input)) {
-      input.column = missingColumn(ElementType::Double, input.column.rows());
+Column compute(const ElementFunction& function, std::span<const Operand> inputs,
+               const Signature& signature, std::int64_t rows) {
+  const std::size_t width = elementSize(signature.result);
+  auto buffer = allocateBuffer(rows * static_cast<std::int64_t>(width));
+  if (signature.compute == ElementType::String) {
+    function.text(inputs, rows, buffer->mutable_data());
+  } else {
+    if (function.rule == TypeRule::Power && isInteger(signature.compute) && rows > 0) {
+      refuseNegativePowers(function, inputs[1].column);
     }
+    evaluateNumbers(function, inputs, signature.compute, width, static_cast<std::size_t>(rows),
+                    buffer->mutable_data());
   }
-  return replaced;
-}
-
-Column evaluateChoice(const ElementFunction& function, std::span<const Operand> inputs,
-                      ElementType type, std::int64_t rows) {
-  if (type == ElementType::String) {
-    return chooseTexts(inputs[0], inputs[1], inputs[2], rows);
-  }
-  if (isFloating(type)) {
-    const std::vector<Operand> sides = withNaNs(inputs.subspan(1));
-    return chooseNumbers(inputs[0], sides[0], sides[1], type, rows);
-  }
-  const bool isOneMissing = isMissing(inputs[1]);
-  if (isOneMissing == isMissing(inputs[2])) {
-    return isOneMissing ? missingColumn(type, rows)
-                        : chooseNumbers(inputs[0], inputs[1], inputs[2], type, rows);
-  }
-  const std::uint8_t takesMissing = isOneMissing ? 1 : 0;
-  const auto conditions = inputs[0].column.values<std::uint8_t>();
-  if (std::ranges::find(conditions, takesMissing) == conditions.end()) {
-    const Operand& other = inputs[isOneMissing ? 2 : 1];
-    return chooseNumbers(inputs[0], other, other, type, rows);
-  }
-  if (inputs[0].isScalar) {
-    return missingColumn(type, rows);
-  }
-  const std::string name(elementTypeName(type));
-  errors::raiseStep("KALVEX:function:MissingChoice", {std::string(function.name), name});
-}
-
-/// The result for a missing input; empty if the blocks can compute with all inputs.
-std::optional<Column> missingAnswer(const ElementFunction& function,
-                                    std::span<const Operand> inputs, ElementType result,
-                                    std::int64_t rows) {
-  if (std::ranges::none_of(inputs, isMissing)) {
-    return std::nullopt;
-  }
-  if (function.rule == TypeRule::Class) {
-    return evaluate(function, withNaNs(inputs), rows);
-  }
-  const bool choosesSides = function.rule == TypeRule::Choice && !isMissing(inputs[0]);
-  return choosesSides ? std::nullopt : std::optional(missingColumn(result, rows));
+  return Column(signature.result, rows, std::move(buffer));
 }
 
 }  // namespace
@@ -133,24 +99,10 @@ Column evaluate(const ElementFunction& function, std::span<const Operand> writte
     types.push_back({input.column.type()});
   }
   const Signature signature = resolve(function, types);
-  if (auto answer = missingAnswer(function, inputs, signature.result, rows)) {
-    return *answer;
-  }
-  if (function.rule == TypeRule::Choice) {
-    return evaluateChoice(function, inputs, signature.result, rows);
-  }
-  const std::size_t width = elementSize(signature.result);
-  auto buffer = allocateBuffer(rows * static_cast<std::int64_t>(width));
-  if (signature.compute == ElementType::String) {
-    function.text(inputs, rows, buffer->mutable_data());
-  } else {
-    if (function.rule == TypeRule::Power && isInteger(signature.compute) && rows > 0) {
-      refuseNegativePowers(function, inputs[1].column);
-    }
-    evaluateNumbers(function, inputs, signature.compute, width, static_cast<std::size_t>(rows),
-                    buffer->mutable_data());
-  }
-  return Column(signature.result, rows, std::move(buffer));
+  Column computed = function.rule == TypeRule::Choice ? choose(inputs, signature.result, rows)
+                                                      : compute(function, inputs, signature, rows);
+  const bool mayBeMissing = signature.result != ElementType::String && areNullable(inputs);
+  return mayBeMissing ? withMissingRows(function, inputs, std::move(computed)) : computed;
 }
 
 }  // namespace kv::runtime

@@ -13,7 +13,7 @@ bool isConditionTrue(const Column& condition) {
     errors::raiseStep("KALVEX:array:Condition", {fmt::format("{} rows of type {}", condition.rows(),
                                                              elementTypeName(condition.type()))});
   }
-  if (condition.isMissing()) {
+  if (condition.isNull(0)) {
     errors::raiseStep("KALVEX:array:Condition", {"a missing one"});
   }
   return condition.values<std::uint8_t>().front() != 0;

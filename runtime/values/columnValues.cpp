@@ -1,31 +1,24 @@
 #include "values/columnValues.h"
 
 #include <arrow/array/builder_binary.h>
-#include <arrow/array/concatenate.h>
 #include <arrow/array/data.h>
-#include <arrow/array/util.h>
 #include <arrow/buffer.h>
-#include <arrow/result.h>
-#include <arrow/scalar.h>
 #include <fmt/core.h>
 
-#include <algorithm>
 #include <array>
-#include <bit>
-#include <cassert>
 #include <cstdint>
-#include <limits>
 #include <optional>
-#include <ranges>
-#include <span>
+#include <string_view>
 #include <utility>
 
+#include "column/Validity.h"
 #include "column/allocate.h"
 #include "column/elementTypes.h"
 #include "foundation/i18n.h"
 #include "kv/host/elementTypes.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
+#include "values/missingMarks.h"
 
 namespace kv::runtime {
 
@@ -47,38 +40,6 @@ std::optional<ElementType> numericType(kxClassID classId) {
   const auto found = std::ranges::find(types, classId, classOf);
   return found == types.end() || *found == ElementType::String ? std::nullopt
                                                                : std::optional(*found);
-}
-
-/// The bits of a quiet NaN that means a missing element of the type in its last byte.
-constexpr std::uint64_t kMissingBits = 0x7FF8'4B56'0000'0000;
-
-double missingMark(ElementType type) {
-  return std::bit_cast<double>(kMissingBits | static_cast<std::uint64_t>(type));
-}
-
-/// The type of which all elements of a value are marked as missing.
-std::optional<ElementType> missingType(const kxArray* value) {
-  const bool hasDoubles = kxGetClassID(value) == kxDOUBLE_CLASS && !kxIsEmpty(value);
-  if (!hasDoubles) {
-    return std::nullopt;
-  }
-  const std::span numbers(static_cast<const double*>(kxGetData(value)),
-                          kxGetNumberOfElements(value));
-  const auto bits = std::bit_cast<std::uint64_t>(numbers.front());
-  const auto type = static_cast<ElementType>(bits & 0xFF);
-  const bool isMark = (bits & ~std::uint64_t{0xFF}) == kMissingBits &&
-                      (type == ElementType::Logical || isInteger(type));
-  const auto isSame = [bits](double number) {
-    return std::bit_cast<std::uint64_t>(number) == bits;
-  };
-  return isMark && std::ranges::all_of(numbers, isSame) ? std::optional(type) : std::nullopt;
-}
-
-host::Value missingValue(std::size_t rows, double mark) {
-  const std::array<std::size_t, 2> dimensions{rows, 1};
-  host::Value value = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxDOUBLE_CLASS));
-  std::fill_n(static_cast<double*>(kxGetMutableData(value.get())), rows, mark);
-  return value;
 }
 
 /// A buffer over the memory of a host array, which it keeps.
@@ -121,8 +82,8 @@ constexpr int kMaxWrappers = 100;
 
 host::Value toValue(const Column& column) {
   const auto rows = static_cast<std::size_t>(column.rows());
-  if (column.isMissing()) {
-    return missingValue(rows, missingMark(column.type()));
+  if (column.isNullable() && column.hasNulls()) {
+    return toMarkedDoubles(column, RowOrdinals(0, column.rows()));
   }
   if (column.type() != ElementType::String) {
     const std::array<std::size_t, 2> dimensions{rows, 1};
@@ -132,18 +93,19 @@ host::Value toValue(const Column& column) {
   host::Value value = Torvane::String::createStringArray(rows, 1);
   for (std::size_t row = 0; row < rows; ++row) {
     const auto at = static_cast<std::int64_t>(row);
-    if (!column.isMissingText(at)) {
+    if (!column.isNull(at)) {
       Torvane::String::setString(value.get(), row, fl::i18n::to_ustring(column.text(at)));
     }
   }
   return value;
 }
 
+host::Value toArgument(const Column& column, const RowOrdinals& rows) {
+  return column.isNullable() ? toMarkedDoubles(column, rows) : toValue(column);
+}
+
 host::Value asReturned(host::Value value) {
-  if (value == nullptr || !missingType(value.get())) {
-    return value;
-  }
-  return missingValue(kxGetNumberOfElements(value.get()), std::numeric_limits<double>::quiet_NaN());
+  return value == nullptr ? std::move(value) : withoutMarks(std::move(value));
 }
 
 bool isColumn(const kxArray* value) noexcept {
@@ -182,8 +144,8 @@ Column toColumn(const kxArray* wrapped) {
     return textColumn(rows,
                       [&](std::size_t row) { return Torvane::String::getString(value, row); });
   }
-  if (const std::optional<ElementType> missing = missingType(value)) {
-    return missingColumn(*missing, static_cast<std::int64_t>(rows));
+  if (std::optional<Column> column = fromMarkedDoubles(value)) {
+    return *std::move(column);
   }
   const auto bytes = static_cast<std::int64_t>(rows * kxGetElementSize(kxGetClassID(value)));
   return {*numericType(kxGetClassID(value)), static_cast<std::int64_t>(rows),

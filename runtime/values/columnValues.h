@@ -1,18 +1,22 @@
 #pragma once
 
 #include "kv/host/values.h"
-#include "kv/runtime/Column.h"
+#include "kv/runtime/Chunk.h"
 
 /// Columns as host values and back, for user's callables and for results.
 namespace kv::runtime {
 
-// Host values of integers and logicals have no missing elements. A missing column is doubles that
-// are NaN, each with its type in the payload: NaN for users, and `toColumn` gives the same column
-// again, whether the value was kept, gathered, saved or computed a moment ago.
-
-/// An n-by-1 host array of the column's class, or of doubles for a missing or Unknown one. Numeric
-/// and logical memory is borrowed, texts are copied to UTF-16.
+/// An n-by-1 host array of the column's class, or of doubles for an Unknown column and for an
+/// integer or logical one with missing values (missingMarks.h). Numeric and logical memory is
+/// borrowed, texts are copied to UTF-16.
+///
+/// Errors: "KALVEX:array:MissingField" with the row, value and type of a value beyond 2^53 in an
+///         integer column with missing values.
 host::Value toValue(const Column& column);
+
+/// The same for an argument of a user's function, which always gets doubles for a nullable column:
+/// some of its rows are of the same class as all. `rows` says which rows they are, for messages.
+host::Value toArgument(const Column& column, const RowOrdinals& rows);
 
 /// The column of an n-by-1 numeric, logical or string array, a char row or a scalar, or of what a
 /// BroadcastArray holds. Numeric and logical memory is borrowed, texts are copied.

@@ -17,8 +17,9 @@ namespace {
 
 using host::Value;
 
-constexpr std::array<std::string_view, 7> kFields{
-    "RowCount", "PartitionRows", "Ordinals", "Source", "SourceRows", "Origin", "IsUntyped"};
+constexpr std::array<std::string_view, 8> kFields{"RowCount",  "PartitionRows", "Ordinals",
+                                                  "Source",    "SourceRows",    "Origin",
+                                                  "IsUntyped", "IsNullable"};
 
 /// More rows than a partition has; their sum doesn't overflow.
 constexpr std::int64_t kMaxPartitionRows = std::int64_t{1} << 48;
@@ -84,6 +85,22 @@ bool isTrue(const kxArray* flag) {
   return kxGetClassID(flag) == kxLOGICAL_CLASS && kxIsScalar(flag) && *kxGetLogicals(flag);
 }
 
+/// The elements of a logical array; none of anything else.
+std::vector<bool> flagsOf(const kxArray* flags) {
+  if (kxGetClassID(flags) != kxLOGICAL_CLASS) {
+    return {};
+  }
+  const auto* first = kxGetLogicals(flags);
+  return std::vector<bool>(first, first + kxGetNumberOfElements(flags));
+}
+
+Value toFlags(const std::vector<bool>& flags) {
+  Value value = matrix::from_kalvex(
+      kxCreateNumericArray(std::array<std::size_t, 2>{flags.size(), 1}, kxLOGICAL_CLASS));
+  std::ranges::copy(flags, static_cast<bool*>(kxGetMutableData(value.get())));
+  return value;
+}
+
 }  // namespace
 
 std::optional<RowPlaces> placesOf(const kxArray* metadata, std::size_t rows) {
@@ -103,6 +120,7 @@ std::optional<RowPlaces> placesOf(const kxArray* metadata, std::size_t rows) {
                    std::make_shared<const RowCut>(*std::move(cut)),
                    textIn(metadata, "Origin").value_or("")};
   places.isUntyped = rows == 0 && isTrue(kxGetField(metadata, 0, "IsUntyped"));
+  places.isNullable = flagsOf(kxGetField(metadata, 0, "IsNullable"));
   const kxArray* ordinals = kxGetField(metadata, 0, "Ordinals");
   if (kxGetClassID(ordinals) == kxINT64_CLASS) {
     if (!ascendInEachPartition(int64sOf(ordinals), firstRow)) {
@@ -125,6 +143,7 @@ Value toMetadata(const RowPlaces& places) {
   set("SourceRows", int64Column(places.cut->partitionRows));
   set("Origin", host::makeString(places.origin));
   set("IsUntyped", host::makeLogical(places.isUntyped));
+  set("IsNullable", toFlags(places.isNullable));
   return metadata;
 }
 

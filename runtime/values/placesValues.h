@@ -8,7 +8,7 @@
 
 /// Row places as the metadata of a promise: a structure with "RowCount"; "PartitionRows", an int64
 /// column of `firstRow`; "Ordinals", an int64 column or `[]`; "Source" and "SourceRows", the cut;
-/// "Origin"; "IsUntyped".
+/// "Origin"; "IsUntyped"; "IsNullable", a flag for each column.
 namespace kv::runtime {
 
 /// None for metadata that isn't the places of exactly `rows` rows: anyone may set it.

@@ -129,11 +129,12 @@ TEST_F(Operations, ResultsComputedFromTheExtremesOfNoRowsAreMissing) {
   const Array least = min(none.column("n")), lowest = min(none.column("l"));
   for (const bool isGathered : {false, true}) {
     for (const Array& missing : {least, lowest, !lowest, lowest & true, least + 1, least == 0,
-                                 n * least, l | lowest, lowest & (least > 3)}) {
+                                 n * least, l & lowest, lowest & (least > 3)}) {
       EXPECT_TRUE(std::isnan(number(missing))) << isGathered;
       EXPECT_EQ(number(count(missing)), 0) << isGathered;
       EXPECT_EQ(number(kv::isnan(missing)), 1) << isGathered;
     }
+    EXPECT_EQ(number(l | lowest), 1) << isGathered;
     EXPECT_EQ(filter(n, l & !lowest).gather().rows(), 0U);
     session.gather(std::vector{least, lowest});
   }
@@ -142,6 +143,30 @@ TEST_F(Operations, ResultsComputedFromTheExtremesOfNoRowsAreMissing) {
   EXPECT_TRUE(std::isnan(number(!session.open(saved, Trust::Yes).arrays[0].array)));
   const auto next = [](auto in) { return std::vector<double>{in[0][0] + 1}; };
   EXPECT_EQ(number(!map(next, std::vector{lowest})), 0) << "a function's NaN is a number";
+}
+
+TEST_F(Operations, ColumnsOfIntegersAndLogicalsMayHaveMissingValues) {
+  const Table table = read("d,n,l,i\n1,1,true,9007199254740993\n,7,true,7\n3,-3,false,5\n",
+                           {{{"n", "int8"}, {"l", "logical"}, {"i", "int64"}}});
+  const auto holed = [&](const char* name) {
+    const Array column = table.column(name), d = table.column("d");
+    return where(kv::isnan(d), min(filter(column, d > 3)), column);
+  };
+  const Array n = holed("n"), l = holed("l"), i = holed("i");
+  for (const bool isGathered : {false, true}) {
+    EXPECT_THAT(numbers(where(kv::isnan(n), 0, n) + 1), ElementsAre(2, 1, -2)) << isGathered;
+    EXPECT_THAT(numbers(n * 200.0),
+                testing::Pointwise(testing::NanSensitiveDoubleEq(), {200.0, std::nan(""), -600.0}));
+    EXPECT_THAT(numbers(filter(n, !l)), ElementsAre(-3)) << isGathered;
+    EXPECT_EQ(number(sum(n)), -2) << isGathered;
+    EXPECT_TRUE(std::isnan(number(min(n, Missing::Propagate) == -3))) << isGathered;
+    session.gather(std::vector{n, l});
+  }
+  EXPECT_EQ(number(count(i)), 2);
+  EXPECT_THAT(numbers(filter(i, !kv::isnan(i)) % 10), ElementsAre(3, 5));
+  const Error error = errorOf([&] { i.gather(); });
+  EXPECT_EQ(error.identifier(), "KALVEX:array:MissingField");
+  EXPECT_EQ(error.arguments(), (std::vector<std::string>{"1", "9007199254740993", "int64"}));
 }
 
 TEST_F(Operations, ASumOfIntegersNeverWraps) {

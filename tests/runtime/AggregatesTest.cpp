@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cmath>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "kv/errors/StepError.h"
 #include "kv/runtime/Aggregates.h"
 #include "runtime/makeColumn.h"
+#include "support/Seed.h"
 
 namespace kv::runtime {
 
@@ -83,7 +85,10 @@ TEST(Aggregates, AnswersForSmallColumns) {
       {"any", logicals({}), 0, 0, Logical},
       {"all", logicals({}), 1, 1, Logical},
       {"count", texts({"a", std::nullopt}), 1, 1, Int64},
-      // Results computed from a missing integer or logical.
+      // Columns with missing integers and logicals.
+      {"any", numbers(Logical, {0, kNaN, 1}), 1, kNaN, Logical},
+      {"all", numbers(Logical, {1, kNaN, 1}), 1, kNaN, Logical},
+      {"mean", numbers(Logical, {1, kNaN, 0}), 0.5, kNaN, Double},
       {"sum", missingColumn(Int8, 3), 0, kNaN, Int64},
       {"mean", missingColumn(UInt64, 3), kNaN, kNaN, Double},
       {"max", missingColumn(Int8, 3), kNaN, kNaN, Int8},
@@ -100,6 +105,30 @@ TEST(Aggregates, AnswersForSmallColumns) {
       EXPECT_TRUE(isSame(numbersOf(result)[0], expected))
           << row.name << " of " << elementTypeName(row.column.type()) << ": got "
           << numbersOf(result)[0] << ", expected " << expected;
+    }
+  }
+}
+
+TEST(Aggregates, OfIntegersWithMissingValuesAgreeWithThoseOfDoublesWithNaN) {
+  std::mt19937_64 random(kv::test::drawSeed());
+  std::vector<double> values(9000);
+  for (double& value : values) {
+    value = random() % 3 == 0 ? kNaN : static_cast<double>(random() % 100);
+  }
+  for (const AggregateFunction& function : aggregateFunctions()) {
+    if (function.kind == AggregateKind::Any || function.kind == AggregateKind::All) {
+      continue;
+    }
+    for (const MissingRule rule : {Skip, Propagate}) {
+      const Column column = numbers(Int32, values);
+      AggregateState state(function.kind, rule);
+      for (const auto& [first, rows] : {std::pair(0, 17), {17, 5000}, {5017, 3983}}) {
+        state.update(column.slice(first, rows), RowOrdinals(first, rows));
+      }
+      const AggregatePartial partial = state.finish();
+      const double actual = numbersOf(combinePartials(function.kind, {&partial, 1}))[0];
+      const double expected = numbersOf(answer(function.name, rule, {doubles(values)}))[0];
+      EXPECT_TRUE(isSame(actual, expected)) << function.name << ": " << actual << ", " << expected;
     }
   }
 }

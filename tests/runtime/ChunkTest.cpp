@@ -52,9 +52,9 @@ TEST(Column, SlicesShareItsBuffers) {
 
 TEST(Column, OfTextDistinguishesMissingFromEmptyInSlicesToo) {
   const Column part = threeTexts().slice(1, 2);
-  EXPECT_TRUE(part.isMissingText(0));
+  EXPECT_TRUE(part.isNull(0));
   EXPECT_EQ(part.text(0), "");
-  EXPECT_FALSE(part.isMissingText(1));
+  EXPECT_FALSE(part.isNull(1));
   EXPECT_EQ(part.text(1), "ccc");
   EXPECT_EQ(part.byteSize(), 3 + 2 * 4 + 1);
 }

@@ -210,7 +210,7 @@ TEST_F(CsvDatastore, PreviewsTheFirstRowsOfTheFirstFileThatHasSome) {
   const Chunk preview = openCsv({folder_.path()}, {{"t", "string"}})->preview(2);
   EXPECT_EQ(preview.rows(), 2);
   EXPECT_THAT(*preview.names, ElementsAre("x", "t"));
-  EXPECT_TRUE(preview.columns[1].isMissingText(0));
+  EXPECT_TRUE(preview.columns[1].isNull(0));
   EXPECT_EQ(preview.columns[1].text(1), "b");
 }
 

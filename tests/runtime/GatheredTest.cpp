@@ -32,7 +32,9 @@ std::string bytesOf(const kxArray* value) {
   return bytes.append(static_cast<const char*>(kxGetData(value)), size);
 }
 
-/// Two columns of each type over three partitions: one of several chunks, one empty, one small.
+/// Two columns of each type over three partitions: one of several chunks, one empty, one small. The
+/// first column of each type has missing values; those of integers and logicals, except for uint64,
+/// are in few rows of the first partition.
 class Gathered : public RuntimeSession {
  protected:
   using Columns = std::map<std::string, Value>;
@@ -64,9 +66,24 @@ class Gathered : public RuntimeSession {
     const Value keep = element("and", element("ge", n, from), element("lt", n, to));
     Columns made;
     for (const std::string& name : names_) {
-      made[name] = from > 0 || to < kRows ? filter(keep, column(t, name)) : column(t, name);
+      const Value rows = name.ends_with("1") ? withMissing(t, name) : column(t, name);
+      made[name] = from > 0 || to < kRows ? filter(keep, rows) : matrix::sharedCopy(rows.get());
     }
     return made;
+  }
+
+  /// A negative uint64 wraps beyond 2^53, which a value with missing elements can't hold.
+  static Value withMissing(const Value& table, const std::string& name) {
+    const Value rows = column(table, name);
+    if (name.find("int") == std::string::npos && name != "logical1") {
+      return matrix::sharedCopy(rows.get());
+    }
+    const Value n = column(table, "n");
+    const Value none = aggregate("min", filter(element("lt", n, -1), rows));
+    const bool isWhole = name == "uint641";
+    const Value keep = element("or", element("ge", n, isWhole ? 0 : 100), element("ne", rows, 0));
+    const Value handle = host::makeFunctionHandle("kv.element.where");
+    return host::call("elementfun", {handle.get(), keep.get(), rows.get(), none.get()});
   }
 
   static void gatherAll(const Columns& columns) {
@@ -118,7 +135,9 @@ class Gathered : public RuntimeSession {
         }
       }
     }
-    addUsersFunctions(asked, columns.at("double1").get());
+    for (const char* name : {"double1", "int81", "uint641"}) {
+      addUsersFunctions(asked, columns.at(name).get());
+    }
     return asked;
   }
 
@@ -192,10 +211,11 @@ class Gathered : public RuntimeSession {
     return host::call("elementfun", all);
   }
 
-  /// Functions whose results depend on the chunks with which they are called.
+  /// Functions whose results depend on the chunks with which they are called, and on their class.
   static void addUsersFunctions(Questions& asked, const kxArray* x) {
     const Value sizes = host::makeFunctionHandle("sizes", [](const host::Call& call) {
-      const auto size = static_cast<double>(kxGetM(call.in(0)));
+      const bool isDouble = kxGetClassID(call.in(0)) == kxDOUBLE_CLASS;
+      const double size = static_cast<double>(kxGetM(call.in(0))) + (isDouble ? 0.5 : 0);
       const Value same = host::call("kv.element.eq", {call.in(0), call.in(0)});
       call.out(0, host::call("kv.element.where", {same.get(), host::makeDouble(size).get(),
                                                   host::makeDouble(-size).get()}));

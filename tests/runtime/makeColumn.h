@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -14,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "column/Validity.h"
 #include "column/elementTypes.h"
 #include "kv/runtime/Column.h"
 
@@ -21,6 +23,8 @@ namespace kv::runtime {
 
 inline constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 inline constexpr double kInf = std::numeric_limits<double>::infinity();
+
+inline bool isMissing(double value) { return std::isnan(value); }
 
 template <class T>
 Column columnOf(ElementType type, const std::vector<T>& values) {
@@ -45,26 +49,30 @@ inline Column texts(const std::vector<std::optional<std::string>>& values) {
   return Column(ElementType::String, builder.Finish().ValueOrDie()->data());
 }
 
-/// A numeric column of any type, made from doubles that fit it.
+/// A numeric column of any type, made from doubles that fit it; NaN is a missing value.
 inline Column numbers(ElementType type, const std::vector<double>& values) {
   return visitNumeric(type, [&]<class T>() {
+    const bool isNullable = !isFloating(type) && std::ranges::any_of(values, isMissing);
     std::vector<T> converted;
     for (const double value : values) {
-      converted.push_back(static_cast<T>(value));
+      converted.push_back(isNullable && isMissing(value) ? T{1} : static_cast<T>(value));
     }
-    return columnOf(type, converted);
+    const Column column = columnOf(type, converted);
+    return !isNullable ? column
+                       : nullableColumn(type, column.rows(), column.data()->buffers[1],
+                                        nullBits(column.rows(), [&](std::int64_t row) {
+                                          return isMissing(values[static_cast<std::size_t>(row)]);
+                                        }));
   });
 }
 
 /// The elements as doubles; missing ones as NaN.
 inline std::vector<double> numbersOf(const Column& column) {
-  if (column.isMissing()) {
-    return std::vector(static_cast<std::size_t>(column.rows()), kNaN);
-  }
   return visitNumeric(column.type(), [&]<class T>() {
     std::vector<double> values;
     for (const T value : column.values<T>()) {
-      values.push_back(static_cast<double>(value));
+      const bool isNull = column.isNull(static_cast<std::int64_t>(values.size()));
+      values.push_back(isNull ? kNaN : static_cast<double>(value));
     }
     return values;
   });
@@ -73,7 +81,7 @@ inline std::vector<double> numbersOf(const Column& column) {
 inline std::vector<std::optional<std::string>> textsOf(const Column& column) {
   std::vector<std::optional<std::string>> values;
   for (std::int64_t row = 0; row < column.rows(); ++row) {
-    if (column.isMissingText(row)) {
+    if (column.isNull(row)) {
       values.emplace_back();
     } else {
       values.emplace_back(column.text(row));

@@ -57,7 +57,7 @@ inline std::vector<std::string> allTexts(const Datastore& source, const std::str
   readAll(source, {column}, [&all](const Chunk& chunk) {
     const Column& texts = chunk.columns[0];
     for (std::int64_t row = 0; row < texts.rows(); ++row) {
-      all.emplace_back(texts.isMissingText(row) ? "<missing>" : texts.text(row));
+      all.emplace_back(texts.isNull(row) ? "<missing>" : texts.text(row));
     }
   });
   return all;

@@ -59,20 +59,21 @@ TEST(SelectRows, EveryTypeAgreesWithAPlainLoop) {
   Chunk chunk;
   chunk.ordinals = RowOrdinals(7, kRows);
   std::vector<double> values(kRows);
-  std::vector<std::uint8_t> keep(kRows);
+  std::vector<double> keep(kRows);
   std::vector<double> expected;
   for (std::size_t row = 0; row < kRows; ++row) {
-    values[row] = static_cast<double>(random() % 2);
-    keep[row] = random() % 3 == 0;
-    if (keep[row]) {
+    values[row] = random() % 5 == 0 ? kNaN : static_cast<double>(random() % 2);
+    keep[row] = random() % 5 == 0 ? kNaN : static_cast<double>(random() % 2);
+    if (keep[row] == 1) {
       expected.push_back(values[row]);
     }
   }
   for (std::size_t type = 0; type < std::tuple_size_v<NumericTypes>; ++type) {
     chunk.columns.push_back(numbers(static_cast<ElementType>(type), values));
   }
-  for (const Column& column : selectRows(chunk, logicals(keep)).columns) {
-    EXPECT_EQ(numbersOf(column), expected) << elementTypeName(column.type());
+  for (const Column& column : selectRows(chunk, numbers(ElementType::Logical, keep)).columns) {
+    EXPECT_THAT(numbersOf(column), testing::Pointwise(testing::NanSensitiveDoubleEq(), expected))
+        << elementTypeName(column.type());
   }
 }
 

@@ -112,7 +112,7 @@ class AggregateState {
  private:
   AggregatePartial partial_;
   std::unique_ptr<Accumulator> accumulator_;
-  bool hasMissingColumn_ = false;
+  bool hasNulls_ = false;
 };
 
 /// The result from the contributions of partitions 0, 1, 2, ...

@@ -50,8 +50,9 @@ const std::shared_ptr<arrow::DataType>& arrowTypeOf(ElementType type);
 /// 2. A Logical column holds one byte per element, 0 or 1 (Arrow's bool8 layout).
 /// 3. A String column is an Arrow utf8 array; a missing value is a null in its validity bitmap.
 /// 4. An Unknown column has no rows, and the layout of a Double column. It fits every type.
-/// 5. An integer or logical column has nulls either in all rows or in none: in all if it was
-///    computed from a missing scalar, such as the minimum of no rows.
+/// 5. A missing value of an integer or logical column is a null in its validity bitmap. Its element
+///    has no meaning. A column that may have such values is nullable, also where these rows have
+///    none, so that all chunks of it are the same to users' functions.
 ///
 /// A Column is a handle: copies share the buffers. Buffers may belong to a reader, a host value or
 /// a memory pool; the handle keeps them alive.
@@ -59,6 +60,8 @@ const std::shared_ptr<arrow::DataType>& arrowTypeOf(ElementType type);
 /// Threads: may be read by several threads.
 class Column {
  public:
+  /// Nullable if it is an integer or logical column with a validity bitmap.
+  ///
   /// Requires: `data` has the layout of `type`.
   Column(ElementType type, std::shared_ptr<arrow::ArrayData> data);
 
@@ -76,11 +79,17 @@ class Column {
     return {static_cast<const T*>(rawValues(sizeof(T))), static_cast<std::size_t>(rows())};
   }
 
-  /// True if this is an integer or logical column of at least one row, all of them missing.
-  bool isMissing() const;
+  /// True for an integer or logical column that may have missing values.
+  bool isNullable() const { return isNullable_; }
 
-  /// True if element `row` of a String column is missing.
-  bool isMissingText(std::int64_t row) const;
+  /// The same column; an integer or logical one is nullable.
+  Column asNullable() const;
+
+  /// True if the column has nulls. A NaN isn't one.
+  bool hasNulls() const;
+
+  /// True if element `row` is a null.
+  bool isNull(std::int64_t row) const;
 
   /// Element `row` of a String column, UTF-8; empty if it is missing.
   ///
@@ -99,6 +108,7 @@ class Column {
   const void* rawValues(std::size_t width) const;
 
   ElementType type_;
+  bool isNullable_ = false;
   std::shared_ptr<arrow::ArrayData> data_;
 };
 

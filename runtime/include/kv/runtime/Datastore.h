@@ -12,11 +12,12 @@
 
 namespace kv::runtime {
 
-/// A column of a source: its name and the type of its elements.
+/// A column of a source: its name and the type of its elements. All this depends on the data alone.
 struct ColumnInfo {
   std::string name;
   ElementType type = ElementType::Double;
   bool isUndecided = false;  ///< no value was found from which the type could be inferred
+  bool isNullable = false;   ///< of integers or logicals some of which may be missing
 
   bool operator==(const ColumnInfo&) const = default;
 };
@@ -33,8 +34,9 @@ class ChunkReader {
 
   /// The next rows of the partition; empty after the last.
   ///
-  /// Result: the requested columns, in that order, with their names. A chunk has at least one row;
-  ///         how rows are cut into chunks depends only on the source, not on the columns.
+  /// Result: the requested columns, in that order, with their names, nullable where the schema says
+  ///         so. A chunk has at least one row; how rows are cut into chunks depends only on the
+  ///         source, not on the columns.
   /// Errors: errors::StepError if the data can't be read, "KALVEX:datastore:SourceChanged" if the
   /// source
   ///         changed while it was read; Cancelled if the token requests it. After either, the

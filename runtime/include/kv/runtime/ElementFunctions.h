@@ -21,9 +21,11 @@ namespace kv::runtime {
 //    single.
 // 3. `floor`, `ceil` and `round` don't change logical and integer columns.
 // 4. A signed integer column is compared with a uint64 one in their common type, double.
-// 5. A result computed from a missing integer or logical (Column::isMissing) is missing, also that
-//    of a comparison; except for `isnan`, `ismissing`, `isfinite`, and `where` if it chooses the
-//    other side.
+// 5. A row computed from a missing integer or logical is missing, also that of a comparison: NaN if
+//    it is floating, else a null. Exceptions are `isnan`, `ismissing` and `isfinite`, which answer
+//    as for NaN; `where`, which is missing where its condition or the chosen side is; and `and` and
+//    `or`, which are three-valued: false & missing is false, true | missing is true. The result is
+//    nullable if an input is, except for the first three.
 //
 // Everything here may be used by several threads at once.
 
@@ -54,6 +56,9 @@ enum class TypeRule : std::uint8_t {
   Choice,      ///< of three, a logical condition chooses between the others, in their common type
                ///< (which is String for two texts)
 };
+
+/// A logical value that decides the result of a function of two, also if the other is missing.
+enum class Deciding : std::uint8_t { None, False, True };
 
 /// Computes `count` elements of a block.
 ///
@@ -87,6 +92,7 @@ struct ElementFunction {
   const BlockTable* blocks;  ///< null for a choice
   TextFunction text;         ///< null if it isn't defined for texts, and for a choice
   std::string_view summary;
+  Deciding deciding = Deciding::None;
 };
 
 /// The types in which a function computes and returns.
@@ -146,9 +152,8 @@ Operand foldConstants(const ElementFunction& function, std::span<const Operand> 
 /// Result: a column of `rows` rows, of the type that `resolve` gives.
 /// Shapes: an input has `rows` rows, or one if it is scalar.
 /// Errors: those of `adaptConstants`; "KALVEX:function:RowCounts" for an input of another length;
-///         "KALVEX:function:NegativePower" for an integer to the power of a negative integer;
-///         "KALVEX:function:MissingChoice" if `where` would have to mix a missing integer or
-///         logical with other values. std::bad_alloc if memory runs out.
+///         "KALVEX:function:NegativePower" for an integer to the power of a negative integer.
+///         std::bad_alloc if memory runs out.
 Column evaluate(const ElementFunction& function, std::span<const Operand> inputs,
                 std::int64_t rows);
 

@@ -4,12 +4,17 @@
 
 namespace kv::runtime {
 
-/// The rows of `chunk` for which `keep` is true, with their ordinals.
+/// The rows of `chunk` for which `keep` is true and not missing, with their ordinals.
 ///
 /// Result: the chunk itself if every row is kept; otherwise a chunk of new columns, maybe empty.
 /// Shapes: `keep` has `chunk.rows()` rows.
 /// Errors: "KALVEX:function:BadTypes" if `keep` isn't logical; "KALVEX:function:RowCounts" if it
 ///         has a different number of rows.
 Chunk selectRows(const Chunk& chunk, const Column& keep);
+
+/// The rows of `column` that aren't null, as a chunk of one column without nulls.
+///
+/// Requires: `column` has `ordinals.rows()` rows.
+Chunk selectValid(const Column& column, const RowOrdinals& ordinals);
 
 }  // namespace kv::runtime
