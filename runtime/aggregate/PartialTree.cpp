@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "aggregate/accumulators.h"
+#include "aggregate/aggregateTable.h"
 #include "kv/errors/StepError.h"
 
 namespace kv::runtime {

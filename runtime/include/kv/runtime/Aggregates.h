@@ -42,29 +42,6 @@ enum class MissingRule : std::uint8_t {
   Propagate,  ///< the result is missing: arrays; except for `count`, which never counts it
 };
 
-/// One row of the table of aggregates.
-struct AggregateFunction {
-  std::string_view name;
-  AggregateKind kind;
-  std::string_view summary;
-};
-
-/// All aggregates, in the order in which help lists them.
-std::span<const AggregateFunction> aggregateFunctions();
-
-/// The aggregate of that name, or null.
-const AggregateFunction* findAggregateFunction(std::string_view name);
-
-/// The type of the result for a column of type `input`.
-///
-/// For `sum`, as in NumPy: int64 for logicals and signed integers, uint64 for unsigned ones,
-/// otherwise the type of the input. For `mean`, `std` and `var`: single for single, otherwise
-/// double. For `min` and `max`: the type of the input. For `count`: int64. For `any` and `all`:
-/// logical.
-/// Errors: "KALVEX:function:BadTypes" if the aggregate isn't defined for the type:
-///         texts have only `count`, `min` and `max`; `any` and `all` are for logicals.
-ElementType aggregateType(AggregateKind kind, ElementType input);
-
 /// The contribution of one partition to a result: a plain value that can be sent elsewhere.
 ///
 /// `words` by kind: sum and mean of floating values {sum, its rounding error} and std and var
@@ -86,6 +63,43 @@ struct AggregatePartial {
   static AggregatePartial fromBytes(std::string_view bytes);
 };
 
+class Accumulator;
+
+/// One row of the table of aggregates.
+struct AggregateFunction {
+  std::string_view name;
+  AggregateKind kind;
+  std::string_view summary;
+
+  /// The type of the result for a column of this type; empty if it isn't defined for the type.
+  std::optional<ElementType> (*type)(ElementType input);
+
+  /// Accumulates a partition of a type for which the aggregate is defined.
+  std::unique_ptr<Accumulator> (*accumulator)(MissingRule rule, ElementType type);
+
+  /// Merges count, words and text of a later partition of the same type into an earlier one.
+  void (*merge)(AggregatePartial& partial, const AggregatePartial& later);
+
+  /// The result from the contributions of all partitions.
+  Column (*answer)(const AggregatePartial& total);
+};
+
+/// All aggregates, in the order in which help lists them.
+std::span<const AggregateFunction> aggregateFunctions();
+
+/// The aggregate of that name, or null.
+const AggregateFunction* findAggregateFunction(std::string_view name);
+
+/// The type of the result for a column of type `input`.
+///
+/// For `sum`, as in NumPy: int64 for logicals and signed integers, uint64 for unsigned ones,
+/// otherwise the type of the input. For `mean`, `std` and `var`: single for single, otherwise
+/// double. For `min` and `max`: the type of the input. For `count`: int64. For `any` and `all`:
+/// logical.
+/// Errors: "KALVEX:function:BadTypes" if the aggregate isn't defined for the type:
+///         texts have only `count`, `min` and `max`; `any` and `all` are for logicals.
+ElementType aggregateType(AggregateKind kind, ElementType input);
+
 /// Reduces one partition, chunk by chunk.
 ///
 /// Threads: one at a time.
@@ -105,9 +119,6 @@ class AggregateState {
 
   /// The contribution of all rows so far. The state can't be used afterwards.
   AggregatePartial finish();
-
-  /// The accumulator for one kind and type.
-  class Accumulator;
 
  private:
   AggregatePartial partial_;

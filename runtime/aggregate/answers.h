@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+
+#include "kv/runtime/Aggregates.h"
+
+namespace kv::runtime {
+
+// What several aggregates share of their type rules and answers.
+
+/// Single for single and double for other numbers; none for texts.
+std::optional<ElementType> floatingType(ElementType input);
+
+/// True if the values of a partition were missing and the rule propagates it.
+bool isPoisoned(const AggregatePartial& total);
+
+/// The missing value of the result's type.
+Column missingAnswer(const AggregatePartial& total);
+
+/// A result that is computed in double. All zeros become +0, all NaNs the quiet NaN.
+Column floatingAnswer(const AggregatePartial& total, double value);
+
+}  // namespace kv::runtime
