@@ -7,13 +7,16 @@
 
 namespace kv::runtime {
 
-/// Rows of one partition that wait until there are as many as someone needs: cuts chunks anew.
+/// Rows of one partition that wait until enough have come: cuts chunks anew.
 class ChunkBuffer {
  public:
   /// Requires: the columns are those of the chunks before, and the rows come after theirs.
   void push(Chunk chunk);
 
   std::int64_t rows() const { return rows_; }
+
+  /// Rows of the first chunk, which can be taken without a copy; 0 if there are none.
+  std::int64_t frontRows() const { return chunks_.empty() ? 0 : chunks_.front().rows(); }
 
   /// The first `count` rows, which leave the buffer.
   /// Requires: 1 <= count <= rows().

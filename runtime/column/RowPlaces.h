@@ -27,6 +27,7 @@ struct RowPlaces {
   std::string origin{};            ///< the operation that made the rows, for messages
   bool isUntyped = false;          ///< of no rows, with a type that isn't known
   std::vector<bool> isNullable{};  ///< of each column of the rows; false after the end
+  std::int64_t frameRows = 0;  ///< how many rows users' functions are to see; 0: none was asked for
 
   /// The places of rows that were kept, partition by partition, of a source with that cut.
   static RowPlaces ofPartitions(const std::vector<std::vector<Chunk>>& partitions,

@@ -56,13 +56,13 @@ bool runStagesFromBytes() {
 /// Joins the rows that all partitions kept. Those of the unit without rows, which only have types,
 /// join those of the last partition.
 WholeValue joinKept(const OpSpec& spec, std::vector<std::vector<Chunk>> partitions,
-                    const std::shared_ptr<const RowCut>& cut) {
+                    const std::shared_ptr<const RowCut>& cut, std::int64_t frameRows) {
   if (std::ssize(partitions) > cut->numPartitions()) {
     const std::vector<Chunk> withoutRows = std::move(partitions.back());
     partitions.pop_back();
     partitions.back().insert(partitions.back().end(), withoutRows.begin(), withoutRows.end());
   }
-  return joinRows(partitions, cut, describe(spec));
+  return joinRows(partitions, cut, describe(spec), frameRows);
 }
 
 void complete(const Value& promise, const WholeValue& whole) {
@@ -168,7 +168,7 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
     units.submit(unit.toBytes());
     mergeNext();
   }
-  takeResults(sinks, merge, noteRows(rows, stage.source() != nullptr, merge));
+  takeResults(stage, sinks, merge, noteRows(rows, stage.source() != nullptr, merge));
 }
 
 /// The cut of the rows; what was read of each source is counted once.
@@ -185,8 +185,8 @@ std::shared_ptr<const RowCut> Evaluation::noteRows(const StageRows& rows, bool i
   return cut;
 }
 
-void Evaluation::takeResults(const std::vector<PassSink>& sinks, OrderedMerge& merge,
-                             const std::shared_ptr<const RowCut>& cut) {
+void Evaluation::takeResults(const Stage& stage, const std::vector<PassSink>& sinks,
+                             OrderedMerge& merge, const std::shared_ptr<const RowCut>& cut) {
   for (std::size_t sink = 0; sink < sinks.size(); ++sink) {
     const auto& [index, output, isAggregate] = sinks[sink];
     const PlanTask& task = plan_.task(index);
@@ -197,7 +197,8 @@ void Evaluation::takeResults(const std::vector<PassSink>& sinks, OrderedMerge& m
         values = wholeValues(valuesOf(merged));
       } else {
         values.resize(task.spec->numOutputs);
-        values[number] = joinKept(*task.spec, std::move(merged.partitions), cut);
+        values[number] = joinKept(*task.spec, std::move(merged.partitions), cut,
+                                  stage.cutOf(stage.outputs()[sink]).frameRows);
       }
     });
     if (isAggregate) {

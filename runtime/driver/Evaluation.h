@@ -53,7 +53,7 @@ class Evaluation {
   void runStage(const std::vector<PassSink>& sinks);
   std::shared_ptr<const RowCut> noteRows(const StageRows& rows, bool isData,
                                          const OrderedMerge& merge);
-  void takeResults(const std::vector<PassSink>& sinks, OrderedMerge& merge,
+  void takeResults(const Stage& stage, const std::vector<PassSink>& sinks, OrderedMerge& merge,
                    const std::shared_ptr<const RowCut>& cut);
   void completePromises();
 

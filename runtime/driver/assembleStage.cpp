@@ -148,7 +148,7 @@ const OpSpec& AssembledStage::specOf(std::size_t step) const {
 
 Value AssembledStage::factoryOf(std::size_t step) const {
   const Value factories = host::getProperty(composite.get(), "Factories");
-  return matrix::sharedCopy(kxGetCell(factories.get(), step));
+  return matrix::sharedCopy(kxGetCell(factories.get(), factoryNumbers[step]));
 }
 
 AssembledStage assembleStage(const Plan& plan, const Schedule& schedule,
@@ -163,9 +163,15 @@ AssembledStage assembleStage(const Plan& plan, const Schedule& schedule,
   }
   const Value root = BuilderGraphMaker::specBuilder(outputs, {.label = "outputs"});
   Value composite = host::call("feval", {root.get()});
-  host::nativeValue<StageValue>(composite.get(), kCompositeGraph)
-      .stage.setInputs(maker.takeInputs());
-  return {std::move(composite), maker.takeValues()};
+  Stage& stage = host::nativeValue<StageValue>(composite.get(), kCompositeGraph).stage;
+  std::vector<StageInput> inputs = maker.takeInputs();
+  AlignedSteps aligned = alignCuts(stage.steps(), inputs);
+  std::vector<std::size_t> sinkSteps;
+  for (const std::size_t output : stage.outputs()) {
+    sinkSteps.push_back(aligned.placeOf[output]);
+  }
+  stage = Stage(std::move(aligned.steps), std::move(sinkSteps), std::move(inputs));
+  return {std::move(composite), maker.takeValues(), std::move(aligned.madeFor)};
 }
 
 }  // namespace kv::runtime

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include "driver/wholeValues.h"
@@ -11,11 +12,12 @@ namespace kv::runtime {
 
 /// A stage, and the values that it reads.
 struct AssembledStage {
-  host::Value composite;            ///< the composite processor; holds the stage
-  std::vector<host::Value> values;  ///< of the stage's inputs, as users' functions get them
+  host::Value composite;                    ///< the composite processor; holds the stage
+  std::vector<host::Value> values;          ///< of the stage's inputs, as users' functions get them
+  std::vector<std::size_t> factoryNumbers;  ///< by step: which factory of the composite is its own
 
   const Stage& stage() const;
-  /// The processor factory of a step.
+  /// The processor factory of a step; of a flow step between two steps that of the later one.
   host::Value factoryOf(std::size_t step) const;
   const OpSpec& specOf(std::size_t step) const;
 };

@@ -107,10 +107,12 @@ std::vector<Value> runOperatorOnce(const OpSpec& spec, const kxArray* /*factory*
   return outputs;
 }
 
-std::vector<Value> passOn(const OpSpec& /*spec*/, const kxArray* /*factory*/,
+std::vector<Value> passOn(const OpSpec& spec, const kxArray* /*factory*/,
                           const std::vector<const kxArray*>& inputs) {
   std::vector<Value> outputs;
-  outputs.push_back(matrix::sharedCopy(inputs.at(0)));
+  for (std::size_t i = 0; i < spec.numOutputs; ++i) {
+    outputs.push_back(matrix::sharedCopy(inputs.at(i)));
+  }
   return outputs;
 }
 

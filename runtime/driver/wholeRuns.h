@@ -30,7 +30,7 @@ std::vector<host::Value> callAndReduce(const OpSpec& spec, const kxArray* factor
 std::vector<host::Value> runOperatorOnce(const OpSpec& spec, const kxArray* factory,
                                          const std::vector<const kxArray*>& inputs);
 
-/// The value itself; of a choice, the one that was chosen.
+/// The values themselves, one for each output; of a choice, the one that was chosen.
 std::vector<host::Value> passOn(const OpSpec& spec, const kxArray* factory,
                                 const std::vector<const kxArray*>& inputs);
 

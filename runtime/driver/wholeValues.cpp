@@ -45,7 +45,7 @@ std::vector<WholeValue> wholeValues(std::vector<Value> values) {
 }
 
 WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
-                    std::shared_ptr<const RowCut> cut, std::string origin) {
+                    std::shared_ptr<const RowCut> cut, std::string origin, std::int64_t frameRows) {
   Chunk whole;
   if (const Chunk* first = firstChunk(partitions)) {
     whole.names = first->names;
@@ -60,6 +60,7 @@ WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
     places.isNullable.push_back(column.isNullable());
   }
   places.origin = std::move(origin);
+  places.frameRows = frameRows;
   return {toValue(whole), std::make_shared<const RowPlaces>(std::move(places))};
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,9 +26,10 @@ using WholeValues = std::vector<std::vector<WholeValue>>;
 /// Values that aren't known to be rows of a source.
 std::vector<WholeValue> wholeValues(std::vector<host::Value> values);
 
-/// Joins what was kept of all partitions, in order: a column, or a table. `origin` made the rows.
+/// Joins what was kept of all partitions, in order: a column, or a table. `origin` made the rows;
+/// `frameRows`: as in RowPlaces.
 WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
-                    std::shared_ptr<const RowCut> cut, std::string origin);
+                    std::shared_ptr<const RowCut> cut, std::string origin, std::int64_t frameRows);
 
 /// The value of a task's input.
 /// Requires: it is there.

@@ -1,9 +1,9 @@
 #include "engine/Stage.h"
-#include "kv/errors/StepError.h"
 
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "kv/errors/StepError.h"
@@ -26,19 +26,31 @@ std::string Step::describe() const {
 
 std::vector<ColumnNeeds> columnNeeds(const std::vector<Step>& steps) {
   std::vector<ColumnNeeds> asked(steps.size());
+  std::vector<std::vector<ColumnNeeds>> ofPassed(steps.size());  // by output
   for (std::size_t i = steps.size(); i-- > 0;) {
-    for (std::size_t input = 0; input < steps[i].inputs.size(); ++input) {
-      const StepLink& link = steps[i].inputs[input];
+    const Step& step = steps[i];
+    ofPassed[i].resize(step.op->passesInputs() ? step.inputs.size() : 0);
+    for (std::size_t input = 0; input < step.inputs.size(); ++input) {
+      const StepLink& link = step.inputs[input];
       if (!link.isStageInput) {
-        asked[link.index].add(steps[i].op->needsOf(input, asked[i]));
+        const ColumnNeeds& later = ofPassed[i].empty() ? asked[i] : ofPassed[i][input];
+        const ColumnNeeds needs = step.op->needsOf(input, later);
+        asked[link.index].add(needs);
+        if (steps[link.index].op->passesInputs()) {
+          ofPassed[link.index].resize(steps[link.index].inputs.size());
+          ofPassed[link.index].at(link.output).add(needs);
+        }
       }
     }
   }
   return asked;
 }
 
-Stage::Stage(std::vector<Step> steps, std::vector<std::size_t> outputs)
-    : steps_(std::move(steps)), outputs_(std::move(outputs)) {
+Stage::Stage(std::vector<Step> steps, std::vector<std::size_t> outputs,
+             std::vector<StageInput> inputs)
+    : steps_(std::move(steps)), outputs_(std::move(outputs)), inputs_(std::move(inputs)) {
+  findSegments();
+  findOrigins();
   findLastUses();
   findSource();
   findColumns();
@@ -46,6 +58,48 @@ Stage::Stage(std::vector<Step> steps, std::vector<std::size_t> outputs)
 
 bool Stage::callsUser() const {
   return std::ranges::any_of(steps_, [](const Step& step) { return step.op->callsUser(); });
+}
+
+const std::string& Stage::originOf(const StepLink& link) const {
+  const bool isPassed = !link.isStageInput && !passed_[link.index].empty();
+  const StepLink& made = isPassed ? passed_[link.index][link.output] : link;
+  return made.isStageInput ? inputs_[made.index].origin : origins_[made.index];
+}
+
+void Stage::findSegments() {
+  CutFinder finder(inputs_);
+  segments_.resize(1);
+  for (std::size_t step = 0; step < steps_.size(); ++step) {
+    const bool isFlow = steps_[step].op->isFlow();
+    isAligned_ = isAligned_ && (isFlow || finder.isAligned(steps_[step]));
+    cuts_.push_back(finder.add(steps_[step]));
+    segments_.resize(std::max(segments_.size(), cuts_.back().segment + 1));
+    std::set<std::size_t> runsIn;
+    for (const StepLink& link : steps_[step].inputs) {
+      if (isFlow) {
+        runsIn.insert(segmentOf(link));
+      }
+    }
+    if (!isFlow) {
+      runsIn.insert(cuts_.back().segment);
+    }
+    for (const std::size_t segment : runsIn) {
+      segments_[segment].push_back(step);
+    }
+  }
+}
+
+void Stage::findOrigins() {
+  for (const Step& step : steps_) {
+    origins_.push_back(step.describe());
+    passed_.emplace_back();
+    for (const StepLink& link : step.inputs) {
+      if (step.op->passesInputs()) {
+        const bool isPassed = !link.isStageInput && !passed_[link.index].empty();
+        passed_.back().push_back(isPassed ? passed_[link.index][link.output] : link);
+      }
+    }
+  }
 }
 
 void Stage::findLastUses() {

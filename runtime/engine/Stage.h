@@ -3,39 +3,18 @@
 #include <arrow/type_fwd.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "engine/Step.h"
+#include "engine/cuts.h"
 #include "kv/runtime/Datastore.h"
 #include "operator/ColumnNeeds.h"
 #include "operator/StageInput.h"
-#include "operator/operators.h"
 
 namespace kv::runtime {
-
-/// Where an input of a step comes from: an output of an earlier step, or an input of the stage.
-struct StepLink {
-  bool isStageInput = false;
-  std::size_t index = 0;   ///< of the step, or of the stage's input, from 0
-  std::size_t output = 0;  ///< of the step
-
-  bool operator==(const StepLink&) const = default;
-};
-
-/// One step of a stage.
-struct Step {
-  OperatorPtr op;
-  std::vector<StepLink> inputs{};
-  std::size_t numOutputs = 1;
-  std::string label{};   ///< what it does, as plans show it
-  std::string origin{};  ///< the user's line, "file:line"; empty if none is known
-
-  /// What the step is called in messages: its label and, if it is known, the user's line.
-  std::string describe() const;
-};
 
 /// What later steps need of the result of each step; columns that no step needs aren't read.
 ///
@@ -45,23 +24,45 @@ std::vector<ColumnNeeds> columnNeeds(const std::vector<Step>& steps);
 /// The steps between the reading of one source and the results of a pass over it, in an order in
 /// which each comes after its inputs. Results are those of steps that end rows.
 ///
-/// Immutable, apart from `setInputs`; refers to no host object; may be given to any number of
-/// workers, and has a form in bytes.
+/// The steps form segments: segment 0 runs on the chunks of the stage's rows, and each flow step
+/// starts another, which runs on the chunks that it emits.
+///
+/// Immutable; refers to no host object; may be given to any number of workers, and has a form in
+/// bytes.
 class Stage {
  public:
   /// Works out which columns of the source are needed.
   ///
-  /// `outputs`: the steps whose results the stage gives.
+  /// `outputs`: the steps whose results the stage gives. `inputs`: the values that steps take
+  /// besides rows.
   /// Requires: the order of steps above; the outputs end rows.
   /// Errors: "KALVEX:array:DifferentSources" with both names if steps read two sources.
-  Stage(std::vector<Step> steps, std::vector<std::size_t> outputs);
+  Stage(std::vector<Step> steps, std::vector<std::size_t> outputs,
+        std::vector<StageInput> inputs = {});
 
   const std::vector<Step>& steps() const { return steps_; }
   const std::vector<std::size_t>& outputs() const { return outputs_; }
 
-  /// The values that steps take besides rows.
   const std::vector<StageInput>& inputs() const { return inputs_; }
-  void setInputs(std::vector<StageInput> inputs) { inputs_ = std::move(inputs); }
+
+  /// How the rows of a step's result are cut.
+  const Cut& cutOf(std::size_t step) const { return cuts_[step]; }
+
+  /// The segment in which an input of a step is there.
+  std::size_t segmentOf(const StepLink& link) const {
+    return link.isStageInput ? 0 : cuts_[link.index].segment;
+  }
+
+  /// False if a step other than a flow step has rows of two segments: such a stage can't run.
+  bool isAligned() const { return isAligned_; }
+
+  /// For each segment its steps, in order: those that run in it, and the flow steps that take rows
+  /// from it.
+  const std::vector<std::vector<std::size_t>>& segments() const { return segments_; }
+
+  /// What made the rows of an input, as messages show it: the step before those that pass on their
+  /// inputs' rows.
+  const std::string& originOf(const StepLink& link) const;
 
   /// Steps by the last step that reads their results.
   const std::vector<std::size_t>& usedUpAfter(std::size_t step) const { return usedUp_[step]; }
@@ -86,6 +87,8 @@ class Stage {
   static Stage fromBytes(std::string_view bytes, arrow::MemoryPool* pool);
 
  private:
+  void findSegments();
+  void findOrigins();
   void findLastUses();
   void findSource();
   void findColumns();
@@ -93,6 +96,11 @@ class Stage {
   std::vector<Step> steps_;
   std::vector<std::size_t> outputs_;
   std::vector<StageInput> inputs_;
+  std::vector<Cut> cuts_;
+  bool isAligned_ = true;
+  std::vector<std::vector<std::size_t>> segments_;
+  std::vector<std::string> origins_;           ///< of the steps
+  std::vector<std::vector<StepLink>> passed_;  ///< what each step passes on, by output
   std::vector<std::vector<std::size_t>> usedUp_;
   std::shared_ptr<const Datastore> source_;
   std::size_t readStep_ = 0;

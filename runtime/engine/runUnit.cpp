@@ -3,18 +3,24 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cassert>
 #include <exception>
 #include <memory>
-#include <string>
+#include <set>
+#include <string_view>
 #include <utility>
 
 #include "engine/Unit.h"
 #include "kv/errors/PassThrough.h"
 
-// Each chunk of the source goes through all steps before the next is read. A step's outputs stay in
-// its slot until the last step that reads them has run, so that a long chain holds few columns. A
-// value that isn't known to be rows of the stage goes from step to step as it is: what it means is
-// up to the operator.
+// Each chunk of the source goes through all steps of segment 0 before the next is read. A step's
+// outputs stay in its slot until the last step that reads them has run, so that a long chain holds
+// few columns. A value that isn't known to be rows of the stage goes from step to step as it is:
+// what it means is up to the operator.
+//
+// A flow step starts a segment of its own. What it emits is pulled from it and goes through that
+// segment, chunk by chunk; of several flow steps with something to emit the last comes first. So
+// little waits between them, and a long chain of flow steps needs no recursion.
 
 namespace kv::runtime {
 
@@ -23,33 +29,59 @@ namespace {
 /// One run of a unit: its slots and the runs of its steps.
 class UnitRun {
  public:
-  UnitRun(const Stage& stage, const StageRows& rows, const Unit& unit, UserFunctions& functions)
-      : stage_(stage), rows_(rows), slots_(stage.steps().size()), bound_(stage.inputs().size()) {
+  UnitRun(const Stage& stage, const StageRows& rows, const Unit& unit, UserFunctions& functions,
+          const CancellationToken& cancellation)
+      : stage_(stage),
+        rows_(rows),
+        cancellation_(cancellation),
+        runs_(stage.steps().size()),
+        flows_(stage.steps().size()),
+        slots_(stage.steps().size()),
+        bound_(stage.inputs().size()) {
+    assert(stage.isAligned());
     result_.partition = unit.partition;
     for (std::size_t i = 0; i < stage.steps().size(); ++i) {
       const Step& step = stage.steps()[i];
-      origins_.push_back(step.describe());
-      runs_.push_back(step.op->start({i, step.label, step.numOutputs, functions, types_[i],
-                                      unit.isWithoutRows() ? &unit.knownTypes : nullptr}));
+      const StepScope scope{i,
+                            step.label,
+                            step.numOutputs,
+                            functions,
+                            types_[i],
+                            unit.isWithoutRows() ? &unit.knownTypes : nullptr,
+                            stage.cutOf(i).isFramed};
+      if (step.op->isFlow()) {
+        startFlow(step, scope);
+      } else {
+        runs_[i] = step.op->start(scope);
+      }
     }
   }
 
-  /// Takes one chunk of the source through all steps. False after a failure.
+  /// Takes one chunk of the source through all steps.
+  /// Result: true if more are wanted; false after a failure.
   bool advance(const Chunk& source) {
     result_.rows += source.rows();
-    for (std::size_t step = 0; step < stage_.steps().size() && !result_.failure; ++step) {
-      errors::catchingFailures(
-          [&] { process(step, source); },
-          [&](const std::exception_ptr& thrown) { fail(step, thrown, GivenRows::of(source)); });
+    runSegment(0, source);
+    drain();
+    return !result_.failure && (flowSteps_.empty() || wantsMore());
+  }
+
+  /// Notes that all rows have been read: takes what flow steps still hold through the steps that
+  /// come after them.
+  void endRows() {
+    for (const std::size_t step : flowSteps_) {
+      for (std::size_t input = 0; input < stage_.steps()[step].inputs.size(); ++input) {
+        flows_[step]->finishInput(input);
+      }
+      ready_.insert(step);
+      drain();
     }
-    return !result_.failure;
   }
 
   /// Notes that a step failed; `rows` is empty where none are known.
   void fail(std::size_t step, const std::exception_ptr& thrown, GivenRows rows = {}) {
-    if (const GivenRows* ofCall = runs_[step]->rowsAtHand()) {
-      rows = *ofCall;
-    }
+    const GivenRows* ofCall = runs_[step] != nullptr ? runs_[step]->rowsAtHand() : nullptr;
+    rows = ofCall != nullptr ? *ofCall : rows;
     result_.failure = errors::recordFailure(thrown);
     result_.failure->step = step;
     result_.failure->partition = result_.partition;
@@ -73,26 +105,109 @@ class UnitRun {
   }
 
  private:
-  void process(std::size_t step, const Chunk& source) {
+  void startFlow(const Step& step, const StepScope& scope) {
+    std::vector<std::string_view> origins;
+    for (const StepLink& link : step.inputs) {
+      origins.push_back(stage_.originOf(link));
+    }
+    flows_[scope.step] = step.op->startFlow(scope, std::move(origins));
+    flowSteps_.push_back(scope.step);
+  }
+
+  /// Takes rows through the steps of a segment.
+  void runSegment(std::size_t segment, const Chunk& rows) {
+    for (const std::size_t step : stage_.segments()[segment]) {
+      if (result_.failure) {
+        return;
+      }
+      errors::catchingFailures(
+          [&] { process(step, segment, rows); },
+          [&](const std::exception_ptr& thrown) { fail(step, thrown, GivenRows::of(rows)); });
+    }
+  }
+
+  /// Takes what flow steps have to emit through the segments that they start.
+  void drain() {
+    while (!ready_.empty() && !result_.failure) {
+      const std::size_t step = *ready_.rbegin();
+      cancellation_.throwIfCancelled();
+      std::optional<std::vector<Chunk>> emitted;
+      errors::catchingFailures([&] { emitted = flows_[step]->next(); },
+                               [&](const std::exception_ptr& thrown) { fail(step, thrown); });
+      if (emitted) {
+        slots_[step] = *std::move(emitted);
+        const Chunk rows = slots_[step].front();
+        runSegment(stage_.cutOf(step).segment, rows);
+      } else {
+        ready_.erase(step);
+      }
+    }
+  }
+
+  void process(std::size_t step, std::size_t segment, const Chunk& rows) {
     const Step& planned = stage_.steps()[step];
     std::vector<StepInput> inputs;
     inputs.reserve(planned.inputs.size());
     for (const StepLink& link : planned.inputs) {
-      inputs.push_back(link.isStageInput ? boundInput(link.index, source)
-                                         : StepInput{&slots_[link.index].at(link.output), nullptr,
-                                                     0, origins_[link.index]});
+      inputs.push_back(stage_.segmentOf(link) == segment ? inputAt(link, rows)
+                       : link.isStageInput               ? valueAt(link.index)
+                                                         : StepInput{});
     }
-    slots_[step] = runs_[step]->process({planned.label, planned.op->spreads(), inputs, source});
+    const StepInputs given(planned.label, planned.op->spreads(), inputs, rows);
+    if (flows_[step] != nullptr) {
+      push(step, segment, given);
+    } else {
+      slots_[step] = runs_[step]->process(given);
+    }
     for (const std::size_t used : stage_.usedUpAfter(step)) {
       slots_[used].clear();
     }
+  }
+
+  /// Gives a flow step those of its inputs that are there in a segment.
+  void push(std::size_t step, std::size_t segment, const StepInputs& inputs) {
+    for (std::size_t input = 0; input < inputs.size(); ++input) {
+      if (stage_.segmentOf(stage_.steps()[step].inputs[input]) == segment) {
+        flows_[step]->push(input, inputs.chunk(input));
+      }
+    }
+    ready_.insert(step);
+  }
+
+  /// True if further rows of the source may matter to a step that ends rows.
+  bool wantsMore() const {
+    std::vector<bool> isWanted(stage_.segments().size(), false);
+    for (std::size_t segment = isWanted.size(); segment-- > 0;) {
+      isWanted[segment] = std::ranges::any_of(stage_.segments()[segment], [&](std::size_t step) {
+        const Step& planned = stage_.steps()[step];
+        bool wants = planned.op->rowEffect() == RowEffect::End;
+        for (std::size_t i = 0; i < planned.inputs.size() && flows_[step] != nullptr; ++i) {
+          wants = wants || (isWanted[stage_.cutOf(step).segment] && flows_[step]->wantsMore(i) &&
+                            stage_.segmentOf(planned.inputs[i]) == segment);
+        }
+        return wants;
+      });
+    }
+    return isWanted[0];
+  }
+
+  StepInput inputAt(const StepLink& link, const Chunk& rows) {
+    if (link.isStageInput) {
+      return boundInput(link.index, rows);
+    }
+    return {&slots_[link.index].at(link.output), nullptr, 0, stage_.originOf(link)};
+  }
+
+  StepInput valueAt(std::size_t number) const {
+    const StageInput& input = stage_.inputs()[number];
+    return {nullptr, &input, number, input.origin};
   }
 
   /// An input of the stage: the rows that belong to those of `source`, or the value.
   StepInput boundInput(std::size_t number, const Chunk& source) {
     const StageInput& input = stage_.inputs()[number];
     if (!rows_.areRowsOf(number)) {
-      return {nullptr, &input, number, input.origin};
+      return valueAt(number);
     }
     const std::int64_t rows = source.rows();
     const std::int64_t first = rows > 0 ? source.ordinals.at(0) : 0;
@@ -107,9 +222,12 @@ class UnitRun {
 
   const Stage& stage_;
   const StageRows& rows_;
-  std::vector<std::string> origins_;            ///< of the results of steps, for messages
-  std::map<std::size_t, OutputTypes> types_;    ///< by step
-  std::vector<std::unique_ptr<StepRun>> runs_;  ///< of the steps
+  const CancellationToken& cancellation_;
+  std::map<std::size_t, OutputTypes> types_;     ///< by step
+  std::vector<std::unique_ptr<StepRun>> runs_;   ///< of the steps; null for flow steps
+  std::vector<std::unique_ptr<FlowRun>> flows_;  ///< of the flow steps; null for others
+  std::vector<std::size_t> flowSteps_;           ///< in order
+  std::set<std::size_t> ready_;                  ///< flow steps that may have something to emit
   std::vector<std::vector<Chunk>> slots_;    ///< the outputs of the steps, until they are used up
   std::vector<std::optional<Chunk>> bound_;  ///< rows of the stage's inputs
   UnitResult result_;
@@ -146,6 +264,7 @@ void readThrough(UnitRun& run, const Stage& stage, const StageRows& rows, const 
   while (chunk && run.advance(*chunk)) {
     chunk = reader->next();
   }
+  run.endRows();
 }
 
 }  // namespace
@@ -153,7 +272,7 @@ void readThrough(UnitRun& run, const Stage& stage, const StageRows& rows, const 
 UnitResult runUnit(const Stage& stage, const StageRows& rows, std::string_view unitBytes,
                    UserFunctions& functions, const ExecutionContext& context) {
   const Unit unit = Unit::fromBytes(unitBytes);
-  UnitRun run(stage, rows, unit, functions);
+  UnitRun run(stage, rows, unit, functions, context.cancellation);
   errors::catchingFailures(
       [&] { readThrough(run, stage, rows, unit, context); },
       [&](const std::exception_ptr& thrown) { run.fail(stage.readStep(), thrown); });

@@ -12,7 +12,7 @@ namespace kv::runtime {
 
 namespace {
 
-constexpr std::uint32_t kTag = 0x3153766B;  // "kvS1"
+constexpr std::uint32_t kTag = 0x3253766B;  // "kvS2"
 
 /// The least bytes of a link, and of an input.
 constexpr std::size_t kLinkBytes = 1 + 2 * sizeof(std::uint64_t);
@@ -56,6 +56,9 @@ Step stepFrom(ByteReader& bytes, const std::vector<Step>& before) {
   step.numOutputs = bytes.number<std::uint64_t>();
   step.label = bytes.text();
   step.origin = bytes.text();
+  if (step.op->isFlow() && (step.inputs.empty() || step.numOutputs != step.inputs.size())) {
+    bytes.refuse();
+  }
   return step;
 }
 
@@ -84,6 +87,7 @@ void writePlaces(const RowPlaces& places, ByteWriter& bytes) {
   writeNumbers(places.cut->partitionRows, bytes);
   bytes.text(places.origin);
   bytes.flag(places.isUntyped);
+  bytes.number(places.frameRows);
 }
 
 RowPlaces readPlaces(ByteReader& bytes, arrow::MemoryPool* pool) {
@@ -95,8 +99,9 @@ RowPlaces readPlaces(ByteReader& bytes, arrow::MemoryPool* pool) {
   cut.partitionRows = readNumbers(bytes);
   places.origin = bytes.text();
   places.isUntyped = bytes.flag();
+  places.frameRows = bytes.number<std::int64_t>();
   const bool isColumn = !places.ordinals || places.ordinals->type() == ElementType::Int64;
-  if (!isColumn || places.firstRow.size() != cut.partitionRows.size() + 1) {
+  if (!isColumn || places.frameRows < 0 || places.firstRow.size() != cut.partitionRows.size() + 1) {
     bytes.refuse();
   }
   places.cut = std::make_shared<const RowCut>(std::move(cut));
@@ -173,8 +178,10 @@ Stage Stage::fromBytes(std::string_view content, arrow::MemoryPool* pool) {
     }
   }
   bytes.finish();
-  Stage stage(std::move(steps), std::move(outputs));
-  stage.setInputs(std::move(inputs));
+  Stage stage(std::move(steps), std::move(outputs), std::move(inputs));
+  if (!stage.isAligned()) {
+    bytes.refuse();
+  }
   return stage;
 }
 

@@ -66,6 +66,15 @@ ColumnNeeds Operator::needsOf(std::size_t /*input*/, const ColumnNeeds& /*asked*
 
 std::string Operator::planNote(const ColumnNeeds& /*asked*/) const { return {}; }
 
+std::unique_ptr<StepRun> Operator::start(const StepScope& /*scope*/) const {
+  throw std::logic_error("a flow step was started as one that keeps the cut");
+}
+
+std::unique_ptr<FlowRun> Operator::startFlow(const StepScope& /*scope*/,
+                                             std::vector<std::string_view> /*origins*/) const {
+  throw std::logic_error("a step that keeps the cut was started as a flow step");
+}
+
 std::unique_ptr<SinkMerge> Operator::startMerge(const MergeScope& /*scope*/) const {
   throw std::logic_error("a step that gives rows has nothing to merge");
 }

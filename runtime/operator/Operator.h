@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,9 +17,16 @@
 #include "operator/UserFunctions.h"
 
 // An operator is what one step of a stage does: one class, in one file of this folder. It is
-// described once and immutable; each unit that runs the step starts a StepRun of it, which holds
-// what changes. To add an operator: write its file, declare what makes it in operators.h, and add
-// its row to the table in operators.cpp, by which it is read from bytes.
+// described once and immutable; each unit that runs the step starts a run of it, which holds what
+// changes. There are two kinds:
+//
+// 1. Operators whose output rows keep the cut: a StepRun takes a chunk of each input, all of the
+//    same rows, and gives one chunk of each output.
+// 2. Flow operators consume and emit rows freely: a FlowRun takes the chunks of each input as they
+//    come, and emits chunks of its own, which start a new cut.
+//
+// To add an operator: write its file, declare what makes it in operators.h, and add its row to the
+// table in operators.cpp, by which it is read from bytes.
 
 namespace kv::runtime {
 
@@ -44,6 +52,7 @@ struct StepScope {
   UserFunctions& functions;
   OutputTypes& types;  ///< that the step's function has returned in this unit
   const KnownTypes* typesForNoRows = nullptr;  ///< null but in the unit without rows
+  bool isFramed = false;  ///< each chunk is a frame, which a user's function sees as it is
 };
 
 /// The step whose results are merged.
@@ -86,6 +95,32 @@ class StepRun {
   virtual const GivenRows* rowsAtHand() const { return nullptr; }
 };
 
+/// One run of a flow step in a unit.
+///
+/// 1. The chunks of an input come in order; those of different inputs in any order.
+/// 2. `next` is called until it has nothing, after each push and after each end of an input.
+/// 3. At the end of all inputs, at least one chunk has been emitted: one without rows if there are
+///    none, so that results have types.
+class FlowRun {
+ public:
+  virtual ~FlowRun() = default;
+
+  /// Takes the next rows of an input.
+  virtual void push(std::size_t input, const Chunk& rows) = 0;
+
+  /// Notes that all rows of an input have come.
+  virtual void finishInput(std::size_t input) = 0;
+
+  /// The next rows to emit, one chunk for each output, all of the same rows; none until more has
+  /// come.
+  /// Errors: those of the operator; the unit ends then.
+  virtual std::optional<std::vector<Chunk>> next() = 0;
+
+  /// False once further rows of an input don't matter. The source isn't read on when no step wants
+  /// more; the rest of the partition isn't counted then.
+  virtual bool wantsMore(std::size_t /*input*/) const { return true; }
+};
+
 /// Merges what the units of a stage gathered in one step.
 class SinkMerge {
  public:
@@ -106,14 +141,26 @@ class Operator {
 
   virtual RowEffect rowEffect() const { return RowEffect::Keep; }
 
+  /// True for an operator of the second kind.
+  virtual bool isFlow() const { return false; }
+
+  /// True if output i has the rows of input i, unchanged, for each i.
+  virtual bool passesInputs() const { return false; }
+
   /// True if the step calls a function of the user's own.
   virtual bool callsUser() const { return false; }
+
+  /// True if that function can see where its rows end: it is given frames instead of pieces.
+  virtual bool seesFrames() const { return false; }
+
+  /// How many rows users' functions are to see at a time from this step on; 0: as before.
+  virtual std::int64_t frameRows() const { return 0; }
 
   /// True if an input of one row is repeated for every row of the others.
   virtual bool spreads() const { return true; }
 
   /// What the step needs of a table that is its input `input`, when later steps need `asked` of its
-  /// own result.
+  /// own result; of output `input` alone for an operator that passes its inputs.
   virtual ColumnNeeds needsOf(std::size_t input, const ColumnNeeds& asked) const;
 
   /// The source that the operator reads; null but for `read`.
@@ -122,7 +169,14 @@ class Operator {
   /// What a plan says about the step besides its label; `asked`: as above.
   virtual std::string planNote(const ColumnNeeds& asked) const;
 
-  virtual std::unique_ptr<StepRun> start(const StepScope& scope) const = 0;
+  /// Requires: the operator isn't a flow operator.
+  virtual std::unique_ptr<StepRun> start(const StepScope& scope) const;
+
+  /// `origins`: what made each input, for messages.
+  /// Requires: the operator is a flow operator.
+  /// Lives: scope and origins outlive the run.
+  virtual std::unique_ptr<FlowRun> startFlow(const StepScope& scope,
+                                             std::vector<std::string_view> origins) const;
 
   /// Requires: the operator ends rows.
   virtual std::unique_ptr<SinkMerge> startMerge(const MergeScope& scope) const;

@@ -8,11 +8,8 @@
 
 namespace kv::runtime {
 
-namespace {
-
 using errors::raiseStep;
 
-/// True if two chunks of one partition have the same rows of the source.
 bool haveSameRows(const RowOrdinals& a, const RowOrdinals& b) {
   if (a.rows() != b.rows()) {
     return false;
@@ -27,8 +24,6 @@ bool haveSameRows(const RowOrdinals& a, const RowOrdinals& b) {
   }
   return true;
 }
-
-}  // namespace
 
 const Chunk& StepInputs::chunk(std::size_t input) const {
   if (isValue(input)) {

@@ -13,6 +13,9 @@
 
 namespace kv::runtime {
 
+/// True if two chunks of one partition have the same rows of the source.
+bool haveSameRows(const RowOrdinals& a, const RowOrdinals& b);
+
 /// One input of a step: rows, or a value that isn't known to be rows of the stage.
 struct StepInput {
   const Chunk* rows = nullptr;        ///< null for a value
@@ -35,7 +38,8 @@ class StepInputs {
   std::size_t size() const { return inputs_.size(); }
   std::string_view label() const { return label_; }
 
-  /// The rows of the source from which those of all inputs came.
+  /// The rows from which those of all inputs came: those of the source, or those that a flow step
+  /// emitted.
   const Chunk& source() const { return source_; }
 
   bool isValue(std::size_t input) const { return inputs_[input].value != nullptr; }

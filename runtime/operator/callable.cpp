@@ -30,9 +30,13 @@ class CallableRun final : public StepRun {
   const GivenRows* rowsAtHand() const override { return piece_ ? &*piece_ : nullptr; }
 
  private:
-  /// The rows at hand are of one piece, or of several where rows of the function's inputs are wide.
+  /// The rows at hand are a frame; or of one piece, or of several where rows of the function's
+  /// inputs are wide.
   std::vector<Column> callOnPieces(const StepInputs& inputs, const Chunk& rows) {
     const std::vector<FunctionInput> whole = inputs.functionInputs();
+    if (scope_.isFramed) {
+      return call(rows, whole);
+    }
     const std::int64_t rowsEach = pieceRows(rowTypes(whole));
     std::vector<std::vector<Column>> parts(scope_.numOutputs);
     for (std::int64_t first = 0; first < rows.rows();) {

@@ -20,6 +20,8 @@ constexpr std::array kKinds{
     OperatorKind{"filter", readPlain<makeFilter>},
     OperatorKind{"pass", readPlain<makePass>},
     OperatorKind{"spread", readPlain<makeSpread>},
+    OperatorKind{"zip", readPlain<makeZip>},
+    OperatorKind{"frame", readFrame},
     OperatorKind{"aggregate", readAggregate},
     OperatorKind{"reduction", readPlain<makeReduction>},
     OperatorKind{"collect", readPlain<makeCollect>},

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -44,11 +45,21 @@ OperatorPtr makePass();
 /// The first input, a value, for every row of the second.
 OperatorPtr makeSpread();
 
+/// Each input, aligned: from chunks of the same rows that are cut differently, runs of rows that
+/// all inputs have. Errors of a run: "KALVEX:array:RowsDiffer" with the origins of both inputs.
+OperatorPtr makeZip();
+
+/// Each input, aligned, in frames of `frameRows` rows, counted within the partition; the last frame
+/// may be shorter. 0: of as many as pieceRows() gives for the inputs.
+/// Requires: frameRows >= 0.
+/// Errors of a run: as of a zip.
+OperatorPtr makeFrame(std::int64_t frameRows);
+
 /// A built-in aggregate of all rows.
 OperatorPtr makeAggregate(const AggregateFunction& function, MissingRule missing);
 
-/// A user's reduction of all rows: the first function is called on frames of rows, the second on
-/// up to 64 of its results at a time.
+/// A user's reduction of all rows: the first function is called on each chunk, the second on up to
+/// 64 of its results at a time. Its inputs come from a frame step.
 OperatorPtr makeReduction();
 
 /// All rows, kept as they are.
@@ -71,6 +82,7 @@ OperatorPtr readRead(ByteReader& bytes);
 OperatorPtr readVariable(ByteReader& bytes);
 OperatorPtr readElementwise(ByteReader& bytes);
 OperatorPtr readCallable(ByteReader& bytes);
+OperatorPtr readFrame(ByteReader& bytes);
 OperatorPtr readAggregate(ByteReader& bytes);
 
 }  // namespace kv::runtime

@@ -2,15 +2,14 @@
 #include <utility>
 
 #include "aggregate/ReduceTree.h"
-#include "column/ChunkBuffer.h"
 #include "column/concatenate.h"
-#include "column/pieces.h"
 #include "kv/errors/StepError.h"
 #include "operator/operators.h"
 
-// A user's reduction has two functions. The first makes a partial result of each frame of rows; the
-// second makes one partial result of up to 64 of either function's, stacked output by output. It
-// runs last in each partition and over all partitions, so that it must accept what it returned.
+// A user's reduction has two functions. The first makes a partial result of each frame of rows, as
+// a frame step before it cuts them; the second makes one partial result of up to 64 of either
+// function's, stacked output by output. It runs last in each partition and over all partitions, so
+// that it must accept what it returned.
 
 namespace kv::runtime {
 
@@ -74,37 +73,25 @@ class ReductionRun final : public StepRun {
       : scope_(scope), tree_(Reducer({scope.step, scope.label, scope.functions}), false) {}
 
   std::vector<Chunk> process(const StepInputs& inputs) override {
-    const Chunk& rows = inputs.sharedRows();
-    Chunk frame{rows.partition, rows.ordinals, nullptr, {}};
-    inputs_ = inputs.functionInputs();
-    std::vector<ElementType> types;
-    for (FunctionInput& input : inputs_) {
-      if (input.rows) {
-        types.push_back(input.rows->type());
-        frame.columns.push_back(*input.rows);
-      }
-    }
-    if (rows.rows() > 0) {
-      frameRows_ = pieceRows(types);
-      waiting_.push(std::move(frame));
-      while (waiting_.rows() >= frameRows_) {
-        call(waiting_.take(frameRows_));
-      }
-    } else if (mustCallOnNoRows()) {
-      call(frame);
+    const Chunk& frame = inputs.sharedRows();
+    if (frame.rows() > 0 || mustCallOnNoRows()) {
+      scope_.types.noteCall();
+      Partial partial{.columns = scope_.functions.call(scope_.step, frame, inputs.functionInputs(),
+                                                       scope_.types)};
+      isReducing_ = true;
+      tree_.push(std::move(partial));
+      isReducing_ = false;
     }
     return {};
   }
 
   SinkResult finish() override {
-    if (waiting_.rows() > 0) {
-      call(waiting_.take(waiting_.rows()));
-    }
     std::optional<Partial> root = tree_.finish();
     return {.reduced = root ? std::move(root->reduced) : nullptr};
   }
 
-  const GivenRows* rowsAtHand() const override { return frame_ ? &*frame_ : &kNoRows; }
+  /// The second function isn't given rows.
+  const GivenRows* rowsAtHand() const override { return isReducing_ ? &kNoRows : nullptr; }
 
  private:
   static constexpr GivenRows kNoRows{};
@@ -113,26 +100,9 @@ class ReductionRun final : public StepRun {
     return scope_.typesForNoRows != nullptr && !scope_.typesForNoRows->contains(scope_.step);
   }
 
-  void call(const Chunk& frame) {
-    std::size_t column = 0;
-    for (FunctionInput& input : inputs_) {
-      if (input.rows) {
-        input.rows = frame.columns[column++];
-      }
-    }
-    scope_.types.noteCall();
-    frame_ = GivenRows::of(frame);
-    Partial partial{.columns = scope_.functions.call(scope_.step, frame, inputs_, scope_.types)};
-    frame_.reset();
-    tree_.push(std::move(partial));
-  }
-
   StepScope scope_;
-  std::vector<FunctionInput> inputs_;  ///< of the last call of `process`
-  std::int64_t frameRows_ = kPieceRows;
-  ChunkBuffer waiting_;
-  std::optional<GivenRows> frame_;  ///< while the first function is called on it
   ReduceTree<Partial> tree_;
+  bool isReducing_ = false;
 };
 
 class ReductionMerge final : public SinkMerge {
@@ -159,6 +129,7 @@ class Reduction final : public Operator {
   std::string_view kind() const override { return "reduction"; }
   RowEffect rowEffect() const override { return RowEffect::End; }
   bool callsUser() const override { return true; }
+  bool seesFrames() const override { return true; }
   std::string planNote(const ColumnNeeds& /*asked*/) const override { return "reduces all rows"; }
 
   std::unique_ptr<StepRun> start(const StepScope& scope) const override {

@@ -208,7 +208,7 @@ class PlanText {
       }
     }
     const std::vector<int> upstream = schedule_.upstreamOf(sinks);
-    const std::vector<ColumnNeeds> needs = needsOf(upstream, kept);
+    const std::vector<ColumnNeeds> needs = needsOf(upstream, sinks);
     const std::set<int> leftOut = repeatedSteps(upstream, kept);
     for (std::size_t i = 0; i < upstream.size(); ++i) {
       if (leftOut.contains(upstream[i])) {
@@ -243,11 +243,15 @@ class PlanText {
   }
 
   /// What the tasks of a pass are asked for.
-  std::vector<ColumnNeeds> needsOf(const std::vector<int>& tasks, const std::set<int>& kept) const {
+  std::vector<ColumnNeeds> needsOf(const std::vector<int>& tasks,
+                                   const std::vector<PassSink>& sinks) const {
     std::vector<Step> steps = stepsOf(plan_, tasks, schedule_);
-    for (const int task : kept) {
-      const auto step = std::ranges::lower_bound(tasks, task) - tasks.begin();
-      steps.push_back({makeCollect(), {{.index = static_cast<std::size_t>(step)}}});
+    for (const PassSink& sink : sinks) {
+      if (!sink.isAggregate) {
+        const auto step = std::ranges::lower_bound(tasks, sink.task) - tasks.begin();
+        steps.push_back(
+            {makeCollect(), {{.index = static_cast<std::size_t>(step), .output = sink.output}}});
+      }
     }
     return columnNeeds(steps);
   }

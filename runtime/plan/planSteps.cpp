@@ -33,9 +33,9 @@ std::vector<Step> stepsOf(const Plan& plan, const std::vector<int>& tasks,
     for (std::size_t i = 0; i < task.inputs.size(); ++i) {
       const int from = task.inputs[i].task;
       const auto found = from >= 0 ? stepOf[static_cast<std::size_t>(from)] : std::nullopt;
-      if (found && passesElements(task, i, schedule.branchOf(index))) {
-        step.inputs.push_back({.index = *found});
-      }
+      const bool isPassed = found && passesElements(task, i, schedule.branchOf(index));
+      step.inputs.push_back(isPassed ? StepLink{.index = *found, .output = task.inputs[i].output}
+                                     : StepLink{.isStageInput = true});
     }
     stepOf[static_cast<std::size_t>(index)] = steps.size();
     steps.push_back(std::move(step));

@@ -12,7 +12,7 @@ namespace kv::runtime {
 /// on to its branches what is asked of it: to the one that is taken, or to both where that isn't
 /// known.
 ///
-/// `tasks`: in ascending order; inputs from other tasks are left out.
+/// `tasks`: in ascending order; in place of inputs from other tasks are values.
 std::vector<Step> stepsOf(const Plan& plan, const std::vector<int>& tasks,
                           const Schedule& schedule);
 

@@ -17,9 +17,9 @@ namespace {
 
 using host::Value;
 
-constexpr std::array<std::string_view, 8> kFields{"RowCount",  "PartitionRows", "Ordinals",
+constexpr std::array<std::string_view, 9> kFields{"RowCount",  "PartitionRows", "Ordinals",
                                                   "Source",    "SourceRows",    "Origin",
-                                                  "IsUntyped", "IsNullable"};
+                                                  "IsUntyped", "IsNullable",    "FrameRows"};
 
 /// More rows than a partition has; their sum doesn't overflow.
 constexpr std::int64_t kMaxPartitionRows = std::int64_t{1} << 48;
@@ -121,6 +121,8 @@ std::optional<RowPlaces> placesOf(const kxArray* metadata, std::size_t rows) {
                    textIn(metadata, "Origin").value_or("")};
   places.isUntyped = rows == 0 && isTrue(kxGetField(metadata, 0, "IsUntyped"));
   places.isNullable = flagsOf(kxGetField(metadata, 0, "IsNullable"));
+  const auto frameRows = int64sOf(kxGetField(metadata, 0, "FrameRows"));
+  places.frameRows = frameRows.size() == 1 ? std::max<std::int64_t>(frameRows[0], 0) : 0;
   const kxArray* ordinals = kxGetField(metadata, 0, "Ordinals");
   if (kxGetClassID(ordinals) == kxINT64_CLASS) {
     if (!ascendInEachPartition(int64sOf(ordinals), firstRow)) {
@@ -144,6 +146,7 @@ Value toMetadata(const RowPlaces& places) {
   set("Origin", host::makeString(places.origin));
   set("IsUntyped", host::makeLogical(places.isUntyped));
   set("IsNullable", toFlags(places.isNullable));
+  set("FrameRows", int64Column({&places.frameRows, 1}));
   return metadata;
 }
 

@@ -141,8 +141,11 @@ TEST_F(Pieces, AStageCrossesAsBytesAndNothingElseIsTakenForOne) {
   steps.push_back(
       {makeAggregate(*findAggregateFunction("sum"), MissingRule::Skip), {{.index = 3}}});
   steps.push_back({makeCollect(), {{.index = 4}}});
-  Stage stage(std::move(steps), {5, 6, 7});
-  stage.setInputs({{emptyColumn(ElementType::Double)}});
+  steps.push_back({makeFrame(100), {{.index = 3}, {.index = 4}}, 2});
+  steps.push_back({makeZip(), {{.index = 8, .output = 1}, {.index = 0}}, 2});
+  steps.push_back({makeVariable({"x"}, false), {{.index = 9, .output = 1}}});
+  steps.push_back({makeCollect(), {{.index = 10}}});
+  const Stage stage(steps, {5, 6, 7, 11}, {{emptyColumn(ElementType::Double)}});
   const std::string bytes = stage.toBytes();
   arrow::MemoryPool* pool = arrow::default_memory_pool();
   const Stage read = Stage::fromBytes(bytes, pool);
@@ -152,6 +155,9 @@ TEST_F(Pieces, AStageCrossesAsBytesAndNothingElseIsTakenForOne) {
   for (std::size_t length = 0; length < bytes.size(); ++length) {
     EXPECT_THROW(Stage::fromBytes(bytes.substr(0, length), pool), errors::StepError) << length;
   }
+  steps.push_back({makeElementwise(*findElementFunction("gt")), {{.index = 1}, {.index = 8}}});
+  EXPECT_THROW(Stage::fromBytes(Stage(steps, {}).toBytes(), pool), errors::StepError)
+      << "rows that are cut differently go through a zip";
 }
 
 }  // namespace

@@ -1,0 +1,72 @@
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cassert>
+#include <memory>
+#include <utility>
+
+#include "column/pieces.h"
+#include "operator/AlignedRows.h"
+#include "operator/operators.h"
+
+namespace kv::runtime {
+
+namespace {
+
+class FrameRun final : public AlignedFlow {
+ public:
+  FrameRun(std::int64_t frameRows, std::vector<std::string_view> origins)
+      : AlignedFlow(std::move(origins)), frameRows_(frameRows) {}
+
+ private:
+  std::int64_t rowsToEmit(const AlignedRows& waiting) override {
+    if (frameRows_ == 0 && waiting.rows() > 0) {
+      frameRows_ = pieceRows(waiting.types());  // of inputs with rows the types are known
+    }
+    const bool isFull = frameRows_ > 0 && waiting.rows() >= frameRows_;
+    return isFull ? frameRows_ : waiting.isAtEnd() ? waiting.rows() : 0;
+  }
+
+  std::int64_t frameRows_;
+};
+
+class Frame final : public Operator {
+ public:
+  explicit Frame(std::int64_t frameRows) : frameRows_(frameRows) {}
+
+  std::string_view kind() const override { return "frame"; }
+  bool isFlow() const override { return true; }
+  bool passesInputs() const override { return true; }
+  std::int64_t frameRows() const override { return frameRows_; }
+
+  ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& asked) const override {
+    return asked;
+  }
+
+  std::unique_ptr<FlowRun> startFlow(const StepScope& /*scope*/,
+                                     std::vector<std::string_view> origins) const override {
+    return std::make_unique<FrameRun>(frameRows_, std::move(origins));
+  }
+
+  void write(ByteWriter& bytes) const override { bytes.number(frameRows_); }
+
+ private:
+  std::int64_t frameRows_;
+};
+
+}  // namespace
+
+OperatorPtr makeFrame(std::int64_t frameRows) {
+  assert(frameRows >= 0);
+  return std::make_shared<Frame>(frameRows);
+}
+
+OperatorPtr readFrame(ByteReader& bytes) {
+  const auto frameRows = bytes.number<std::int64_t>();
+  if (frameRows < 0) {
+    bytes.refuse();
+  }
+  return makeFrame(frameRows);
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,42 @@
+#include <memory>
+#include <utility>
+
+#include "operator/AlignedRows.h"
+#include "operator/operators.h"
+
+// Where arrays of the same rows that are cut differently meet, a zip aligns them by ordinals: rows
+// of an input that is ahead wait, and what all inputs have goes on in chunks that share buffers.
+
+namespace kv::runtime {
+
+namespace {
+
+class ZipRun final : public AlignedFlow {
+ public:
+  using AlignedFlow::AlignedFlow;
+
+ private:
+  std::int64_t rowsToEmit(const AlignedRows& waiting) override { return waiting.frontRows(); }
+};
+
+class Zip final : public Operator {
+ public:
+  std::string_view kind() const override { return "zip"; }
+  bool isFlow() const override { return true; }
+  bool passesInputs() const override { return true; }
+
+  ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& asked) const override {
+    return asked;
+  }
+
+  std::unique_ptr<FlowRun> startFlow(const StepScope& /*scope*/,
+                                     std::vector<std::string_view> origins) const override {
+    return std::make_unique<ZipRun>(std::move(origins));
+  }
+};
+
+}  // namespace
+
+OperatorPtr makeZip() { return std::make_shared<Zip>(); }
+
+}  // namespace kv::runtime
