@@ -18,6 +18,11 @@ inline constexpr ErrorRow kRuntimeRows[] = {
      "The content of exactly one variable can be taken, got {0} names.", BaseType::Value},
     {"KALVEX:array:MaxNumSlices", "operation, rows",
      "{0} must take at least 1 row at a time, not {1}.", BaseType::Value},
+    {"KALVEX:array:ChunkRows", "rows",
+     "A chunk must have a whole number of rows, at least 1, not {0}.", BaseType::Value},
+    {"KALVEX:array:ResizeParameter", "parameter",
+     "resizechunks takes the number of rows of a chunk and an upper bound for it, but not {0}.",
+     BaseType::Value},
     {"KALVEX:array:DifferentSources", "source, other source",
      "Rows of {0} and of {1} can't be combined: they are different sources.", BaseType::Value},
 

@@ -4,12 +4,17 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <string>
 #include <utility>
 
 #include "classes/DatastoreValue.h"
 #include "classes/definitionHelpers.h"
+#include "column/elementTypes.h"
+#include "column/pieces.h"
 #include "driver/wholeRuns.h"
+#include "kv/errors/shownText.h"
 #include "kv/host/errors.h"
 #include "plan/builtInFunctions.h"
 #include "values/hostNames.h"
@@ -107,6 +112,60 @@ void describeChoice(const kxArray* /*operation*/, OpSpec& spec) {
   spec.op = makeSpread();
   spec.runWhole = passOn;
   spec.label = "choose by a condition";
+}
+
+bool isText(const kxArray* value) {
+  return kxGetClassID(value) == kxCHAR_CLASS
+             ? kxGetM(value) == 1
+             : Torvane::String::isString(value) && kxIsScalar(value);
+}
+
+/// The number in parameter `index` of resizechunks; infinity for an upper bound that is none.
+///
+/// Errors: "KALVEX:array:ResizeParameter" with the name, class or place of anything else;
+///         "KALVEX:array:ChunkRows" with a number that can't be meant.
+double chunkRowsIn(const kxArray* parameter, std::size_t index) {
+  const Value number = kxIsA(parameter, kLocalArray) ? host::getProperty(parameter, "Value")
+                                                     : matrix::sharedCopy(parameter);
+  if (isText(number.get())) {
+    host::raise("KALVEX:array:ResizeParameter",
+                {fmt::format("'{}'", errors::shownText(host::toText(number.get())))});
+  }
+  if (index > 1 || !kxIsNumeric(number.get()) || !kxIsScalar(number.get())) {
+    host::raise("KALVEX:array:ResizeParameter",
+                {index > 1 ? "a third one" : fmt::format("a {}", kxGetClassName(number.get()))});
+  }
+  const double rows = kxGetScalar(number.get());
+  const bool isNoBound = index == 1 && rows == std::numeric_limits<double>::infinity();
+  if (!isNoBound && !(rows >= 1 && rows <= kMaxExactWhole && std::trunc(rows) == rows)) {
+    host::raise("KALVEX:array:ChunkRows", {fmt::format("{}", rows)});
+  }
+  return rows;
+}
+
+/// The rows of a chunk: the first parameter, or the second if that is less.
+/// Errors: those of `chunkRowsIn`.
+std::int64_t chunkRows(const std::vector<const kxArray*>& parameters) {
+  auto rows = static_cast<double>(kPieceRows);
+  for (std::size_t i = 0; i < parameters.size(); ++i) {
+    const double number = chunkRowsIn(parameters[i], i);
+    rows = i == 0 ? number : std::min(rows, number);
+  }
+  return static_cast<std::int64_t>(rows);
+}
+
+void checkResize(const Call& call) { chunkRows({call.prhs + 2, call.prhs + call.nrhs}); }
+
+void describeResize(const kxArray* operation, OpSpec& spec) {
+  const Value cell = host::getProperty(operation, "Parameters");
+  std::vector<const kxArray*> parameters;
+  for (std::size_t i = 0; i < kxGetNumberOfElements(cell.get()); ++i) {
+    parameters.push_back(kxGetCell(cell.get(), i));
+  }
+  const std::int64_t rows = chunkRows(parameters);
+  spec.op = makeFrame(rows);
+  spec.runWhole = passOn;
+  spec.label = fmt::format("resize chunks to {} row{}", rows, rows == 1 ? "" : "s");
 }
 
 void makeCacheKey(const Call& call) {
@@ -318,7 +377,7 @@ std::span<const OperationClass> operationClasses() {
       {"kalvex.bigdata.internal.lazyeval.RepartitionOperation",
        {"OutputPartitionStrategy", "NumKept"}, kSelection, describeRecorded},
       {"kalvex.bigdata.internal.lazyeval.ChunkResizeOperation",
-       {"NumArrays", "Parameters"}, kEachArray, describeRecorded},
+       {"NumArrays", "Parameters"}, kEachArray, describeResize, checkResize},
       {"kalvex.bigdata.internal.lazyeval.SmallTallComparisonOperation",
        {"Options", "FunctionHandle", "Operand", "Flag", "NumInputs", "NumOutputs"},
        kFunction, describeRecorded},

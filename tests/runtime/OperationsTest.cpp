@@ -250,7 +250,6 @@ TEST_F(Operations, UnsupportedOnesArePlannedAndNamedWhenTheyRun) {
       {"partitionheadfun", {handle.get(), x.get()}, "PartitionwiseOperation"},
       {"generalpartitionfun", {handle.get(), x.get()}, "GeneralizedPartitionwiseOperation"},
       {"repartition", {metadata.get(), x.get(), y.get()}, "RepartitionOperation"},
-      {"resizechunks", {x.get(), two.get(), yes.get()}, "ChunkResizeOperation"},
       {"smallTallComparison",
        {handle.get(), two.get(), yes.get(), x.get()},
        "SmallTallComparisonOperation"},
