@@ -38,8 +38,9 @@ HOST_FREE_ROOMS = (
     "operator",
     "engine",
     "executor",
+    "plan",
 )
-HOST_ROOMS = ("values", "plan", "driver", "persistence", "classes")
+HOST_ROOMS = ("values", "driver", "persistence", "classes")
 
 
 def rooms_of_runtime() -> dict[str, Floor]:

@@ -26,6 +26,12 @@ inline constexpr ErrorRow kRuntimeRows[] = {
     {"KALVEX:array:DifferentSources", "source, other source",
      "Rows of {0} and of {1} can't be combined: they are different sources.", BaseType::Value},
 
+    {"KALVEX:optimizer:UnknownRule", "switch, switches",
+     "KV_OPTIMIZER switches off rules of the optimizer, separated by commas; '{0:short}' is none "
+     "of "
+     "them. The switches are: {1}.",
+     BaseType::Value},
+
     // Runs of steps.
     {"KALVEX:array:NotAColumn", "shape, class",
      "Expected a column of numbers, logicals or texts, got a {0} {1}.", BaseType::Type},

@@ -7,8 +7,8 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/sessionValues.h"
+#include "driver/ClosureTasks.h"
 #include "persistence/trust.h"
-#include "plan/ClosureTasks.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {

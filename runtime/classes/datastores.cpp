@@ -4,11 +4,11 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/sessionValues.h"
+#include "driver/failures.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/csv.h"
 #include "persistence/MovedTables.h"
 #include "persistence/csvDescription.h"
-#include "plan/failures.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {

@@ -12,10 +12,11 @@
 #include "classes/operationTable.h"
 #include "classes/sessionValues.h"
 #include "driver/Evaluation.h"
+#include "driver/builtInFunctions.h"
+#include "driver/failures.h"
+#include "driver/readTaskGraph.h"
 #include "kv/host/errors.h"
 #include "kv/host/methodWrappers.h"
-#include "plan/builtInFunctions.h"
-#include "plan/failures.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
 #include "values/placesValues.h"
@@ -96,13 +97,13 @@ void evaluateRows(const Call& call, DirectCall& direct) {
   for (std::size_t i = 0; i < numInputs; ++i) {
     dependencies.push_back(dependencyOf(inputs[i], call.in(static_cast<int>(i) + 1)));
   }
-  const Plan plan = makePlan(tasksOf(call.in(0), std::move(dependencies)));
-  if (const OpSpec& spec = *plan.task(0).spec; !spec.isTrusted) {
+  const ClientPlan client = readTask(tasksOf(call.in(0), std::move(dependencies)));
+  if (const OpSpec& spec = *client.plan.task(0).spec; !spec.isTrusted) {
     host::raise("KALVEX:load:NotTrusted", {spec.label});
   }
   std::vector<WholeValue> outputs;
   asEvaluation([&](const CancellationToken& token) {
-    Evaluation evaluation(plan, token);
+    Evaluation evaluation(client, token);
     evaluation.run();
     outputs = evaluation.takeOutputs(0);
   });

@@ -7,14 +7,16 @@
 #include "classes/definitionHelpers.h"
 #include "classes/interrupts.h"
 #include "classes/sessionValues.h"
+#include "driver/ClosureTasks.h"
 #include "driver/Evaluation.h"
+#include "driver/failures.h"
+#include "driver/readTaskGraph.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/runtime.h"
 #include "persistence/trust.h"
-#include "plan/ClosureTasks.h"
-#include "plan/Plan.h"
-#include "plan/failures.h"
+#include "plan/describePlan.h"
 #include "plan/missingColumns.h"
+#include "plan/rules/rules.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -118,7 +120,7 @@ void execute(const Call& call) {
   const ClosureTasks entries(call.in(1));
   requireTrustedTasks(call.in(1), entries);
   const Value others = otherPromises(call.in(1), entries, call.in(2));
-  const Plan plan = makePlan(call.in(1), call.in(2), others.get());
+  const ClientPlan plan = readTaskGraph(call.in(1), call.in(2), others.get());
   asEvaluation([&](const CancellationToken& token) {
     runtimeState().lastEvaluation = Evaluation(plan, token).run();
   });
@@ -138,6 +140,12 @@ void lastEvaluation(const Call& call) {
   call.out(0, std::move(record));
 }
 
+/// The plan that gathering arrays would run.
+ClientPlan readObjects(const EvaluationObjects& objects) {
+  const Value others = host::makeEmptyDouble();
+  return readTaskGraph(objects.taskGraph.get(), objects.promises.get(), others.get());
+}
+
 /// explain(arrays...): the plan that gathering them would run; reads no data.
 void explain(const Call& call) {
   const EvaluationObjects objects =
@@ -146,9 +154,11 @@ void explain(const Call& call) {
     call.out(0, host::makeString("Everything is there: no pass over the data.\n"));
     return;
   }
-  const Plan plan =
-      makePlan(objects.taskGraph.get(), objects.promises.get(), host::makeEmptyDouble().get());
-  call.out(0, host::makeString(describePlan(plan)));
+  const auto [plan, handles] = readObjects(objects);
+  const ShowValue showValue = [&values = handles.values](std::size_t value) {
+    return shownValue(values[value].get());
+  };
+  call.out(0, host::makeString(describePlan(plan, showValue, rulesInForce())));
 }
 
 /// checkColumns(arrays...): refuses arrays that read a column which their source lacks.
@@ -156,9 +166,7 @@ void checkColumns(const Call& call) {
   const EvaluationObjects objects =
       evaluationObjects({call.prhs, static_cast<std::size_t>(call.nrhs)});
   if (objects.taskGraph != nullptr) {
-    const Plan plan =
-        makePlan(objects.taskGraph.get(), objects.promises.get(), host::makeEmptyDouble().get());
-    throwIfColumnsAreMissing(plan);
+    throwIfColumnsAreMissing(readObjects(objects).plan);
   }
 }
 

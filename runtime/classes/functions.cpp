@@ -5,11 +5,11 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
+#include "driver/failures.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "kv/runtime/functionNames.h"
 #include "kv/runtime/runtime.h"
-#include "plan/failures.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
 

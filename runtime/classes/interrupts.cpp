@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "classes/sessionValues.h"
+#include "driver/failures.h"
 #include "kv/runtime/runtime.h"
-#include "plan/failures.h"
 
 namespace kv::runtime {
 

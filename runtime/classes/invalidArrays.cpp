@@ -5,9 +5,9 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/sessionValues.h"
+#include "driver/ClosureTasks.h"
+#include "driver/failures.h"
 #include "kv/host/errors.h"
-#include "plan/ClosureTasks.h"
-#include "plan/failures.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {

@@ -13,10 +13,9 @@
 #include "classes/definitionHelpers.h"
 #include "column/elementTypes.h"
 #include "column/pieces.h"
-#include "driver/wholeRuns.h"
+#include "driver/builtInFunctions.h"
 #include "kv/errors/shownText.h"
 #include "kv/host/errors.h"
-#include "plan/builtInFunctions.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -39,7 +38,7 @@ void describeRead(const kxArray* operation, OpSpec& spec) {
 
 void describeFilter(const kxArray* /*operation*/, OpSpec& spec) {
   spec.op = makeFilter();
-  spec.runWhole = runOperatorOnce;
+  spec.wholeRun = WholeRun::RunOperator;
   spec.label = "filter";
 }
 
@@ -58,7 +57,7 @@ void describeVariable(const kxArray* operation, OpSpec& spec) {
   const std::vector<std::string> names =
       host::toTexts(host::getProperty(operation, "Variables").get());
   spec.op = makeVariable(names, host::toLogical(host::getProperty(operation, "Content").get()));
-  spec.runWhole = runOperatorOnce;
+  spec.wholeRun = WholeRun::RunOperator;
   spec.label = fmt::format("column {}", fmt::join(names, ", "));
 }
 
@@ -79,7 +78,7 @@ void describeRows(const kxArray* operation, OpSpec& spec, bool givesLogical, boo
   spec.callsUser = function == nullptr || spec.numOutputs != 1;
   spec.op = spec.callsUser ? makeCallable(givesLogical, spreads)
                            : makeElementwise(*function, givesLogical, spreads);
-  spec.runWhole = givesLogical ? callOnRowsForLogical : callOnRows;
+  spec.wholeRun = givesLogical ? WholeRun::CallOnRowsForLogical : WholeRun::CallOnRows;
 }
 
 void describeLogicalElementwise(const kxArray* operation, OpSpec& spec) {
@@ -99,7 +98,7 @@ void describeAggregate(const kxArray* operation, OpSpec& spec) {
                    function != builtInFunction(reduceHandle.get()) || spec.numInputs != 1 ||
                    spec.numOutputs != 1;
   spec.op = spec.callsUser ? makeReduction() : makeAggregate(*function.aggregate, function.missing);
-  spec.runWhole = spec.callsUser ? callAndReduce : callOnRows;
+  spec.wholeRun = spec.callsUser ? WholeRun::CallAndReduce : WholeRun::CallOnRows;
 }
 
 void describeClient(const kxArray* operation, OpSpec& spec) {
@@ -110,7 +109,7 @@ void describeClient(const kxArray* operation, OpSpec& spec) {
 void describeChoice(const kxArray* /*operation*/, OpSpec& spec) {
   spec.isChoice = true;
   spec.op = makeSpread();
-  spec.runWhole = passOn;
+  spec.wholeRun = WholeRun::PassOn;
   spec.label = "choose by a condition";
 }
 
@@ -164,7 +163,7 @@ void describeResize(const kxArray* operation, OpSpec& spec) {
   }
   const std::int64_t rows = chunkRows(parameters);
   spec.op = makeFrame(rows);
-  spec.runWhole = passOn;
+  spec.wholeRun = WholeRun::PassOn;
   spec.label = fmt::format("resize chunks to {} row{}", rows, rows == 1 ? "" : "s");
 }
 
@@ -174,7 +173,7 @@ void makeCacheKey(const Call& call) {
 
 void describeCache(const kxArray* /*operation*/, OpSpec& spec) {
   spec.op = makePass();
-  spec.runWhole = passOn;
+  spec.wholeRun = WholeRun::PassOn;
   spec.label = "keep for reuse";
 }
 

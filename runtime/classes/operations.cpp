@@ -13,6 +13,7 @@
 #include "classes/directEvaluation.h"
 #include "classes/loadedOperations.h"
 #include "classes/operationTable.h"
+#include "driver/OpSpecValue.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {

@@ -5,10 +5,10 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
+#include "driver/OpSpecValue.h"
 #include "driver/StageValue.h"
 #include "kv/host/errors.h"
 #include "plan/Dependencies.h"
-#include "plan/OpSpec.h"
 #include "values/hostNames.h"
 #include "values/objects.h"
 

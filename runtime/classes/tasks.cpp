@@ -6,9 +6,9 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/dependencies.h"
+#include "driver/ClosureTasks.h"
 #include "kv/host/construction.h"
 #include "kv/host/errors.h"
-#include "plan/ClosureTasks.h"
 #include "values/hostNames.h"
 #include "values/objects.h"
 

@@ -11,13 +11,15 @@
 #include <utility>
 
 #include "driver/SessionFunctions.h"
+#include "driver/failures.h"
 #include "driver/peakMemory.h"
 #include "driver/wholeRuns.h"
 #include "engine/Unit.h"
 #include "executor/SerialUnits.h"
 #include "kv/host/errors.h"
 #include "plan/condition.h"
-#include "plan/failures.h"
+#include "plan/lowerPass.h"
+#include "plan/rules/rules.h"
 #include "values/columnValues.h"
 #include "values/placesValues.h"
 
@@ -84,8 +86,19 @@ void complete(const Value& promise, const WholeValue& whole) {
 
 EvaluationFacts nothingToEvaluate() { return {.peakBytes = peakResidentBytes()}; }
 
-Evaluation::Evaluation(const Plan& plan, const CancellationToken& cancellation)
-    : plan_(plan), cancellation_(cancellation), schedule_(plan), values_(plan.tasks.size()) {}
+Evaluation::Evaluation(const ClientPlan& client, const CancellationToken& cancellation)
+    : plan_(client.plan),
+      handles_(client.handles),
+      rules_(rulesInForce()),
+      cancellation_(cancellation),
+      schedule_(plan_),
+      values_(plan_.tasks.size()) {}
+
+/// Runs `action` for a task; a failure becomes one of its step.
+template <class Action>
+void Evaluation::withTask(const PlanTask& task, Action&& action) const {
+  withStep(*task.spec, handles_.factoryOf(task), std::forward<Action>(action));
+}
 
 EvaluationFacts Evaluation::run() {
   const auto start = std::chrono::steady_clock::now();
@@ -96,7 +109,7 @@ EvaluationFacts Evaluation::run() {
     }
     for (const std::vector<PassSink>& sinks : round->passes) {
       const PlanTask& first = plan_.task(sinks.front().task);
-      withStep(*first.spec, first.factory.get(), [&] { runStage(sinks); });
+      withTask(first, [&] { runStage(sinks); });
     }
     facts_.passes += round->readsData ? 1 : 0;
   }
@@ -114,7 +127,7 @@ void Evaluation::refuseRecordedTasks() const {
   for (int i = 0; i < static_cast<int>(plan_.tasks.size()); ++i) {
     const PlanTask& task = plan_.task(i);
     if (!task.spec->isRunnable && schedule_.isNeeded(i)) {
-      withStep(*task.spec, task.factory.get(), [&] { refuse(*task.spec); });
+      withTask(task, [&] { refuse(*task.spec); });
     }
   }
 }
@@ -123,8 +136,8 @@ void Evaluation::runInClient(int index) {
   cancellation_.throwIfCancelled();
   const PlanTask& task = plan_.task(index);
   if (task.spec->isChoice && schedule_.branchOf(index) == Branch::Unknown) {
-    withStep(*task.spec, task.factory.get(), [&] {
-      const WholeValue condition = inputValue(task.inputs[0], values_);
+    withTask(task, [&] {
+      const WholeValue condition = inputValue(task.inputs[0], handles_, values_);
       const bool isTrue = isConditionTrue(toColumn(condition.value.get()));
       schedule_.setBranch(index, isTrue ? Branch::First : Branch::Second);
     });
@@ -133,19 +146,19 @@ void Evaluation::runInClient(int index) {
   std::vector<WholeValue> wholes;
   std::vector<const kxArray*> inputs;
   for (const PlanInput* input : schedule_.inputsOf(index)) {
-    wholes.push_back(inputValue(*input, values_));
+    wholes.push_back(inputValue(*input, handles_, values_));
     inputs.push_back(wholes.back().value.get());
   }
-  withStep(*task.spec, task.factory.get(), [&] {
-    const RunWhole runWhole = task.spec->runWhole != nullptr ? task.spec->runWhole : callOnWholes;
+  withTask(task, [&] {
     values_[static_cast<std::size_t>(index)] =
-        wholeValues(runWhole(*task.spec, task.factory.get(), inputs));
+        wholeValues(runWhole(*task.spec, handles_.factoryOf(task), inputs));
   });
   schedule_.setDone(index);
 }
 
 void Evaluation::runStage(const std::vector<PassSink>& sinks) {
-  const AssembledStage assembled = assembleStage(plan_, schedule_, sinks, values_);
+  const PassGraph pass = lowerPass(plan_, schedule_, sinks, rules_);
+  const AssembledStage assembled = assembleStage(pass, plan_, handles_, values_);
   const Stage& stage = assembled.stage();
   SessionFunctions functions(assembled);
   const ExecutionContext context{arrow::default_memory_pool(), cancellation_};
@@ -191,7 +204,7 @@ void Evaluation::takeResults(const Stage& stage, const std::vector<PassSink>& si
     const auto& [index, output, isAggregate] = sinks[sink];
     const PlanTask& task = plan_.task(index);
     std::vector<WholeValue>& values = values_[static_cast<std::size_t>(index)];
-    withStep(*task.spec, task.factory.get(), [&, number = output] {
+    withTask(task, [&, number = output] {
       MergedSink merged = merge.finish(sink);
       if (sinks[sink].isAggregate) {
         values = wholeValues(valuesOf(merged));
@@ -210,13 +223,13 @@ void Evaluation::takeResults(const Stage& stage, const std::vector<PassSink>& si
 }
 
 void Evaluation::completePromises() {
-  for (const PlanResult& result : plan_.results) {
+  for (std::size_t i = 0; i < handles_.promises.size(); ++i) {
+    const PlanResult& result = plan_.results[i];
     const auto& values = values_[static_cast<std::size_t>(result.task)];
     const bool isThere = result.output < values.size() && values[result.output].value != nullptr;
-    if (isThere && result.promise != nullptr) {
-      const PlanTask& task = plan_.task(result.task);
-      withStep(*task.spec, task.factory.get(),
-               [&] { complete(result.promise, values[result.output]); });
+    if (isThere) {
+      withTask(plan_.task(result.task),
+               [&] { complete(handles_.promises[i], values[result.output]); });
     }
   }
 }

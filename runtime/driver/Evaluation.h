@@ -6,11 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "driver/PlanHandles.h"
 #include "driver/assembleStage.h"
 #include "driver/wholeValues.h"
 #include "executor/OrderedMerge.h"
 #include "kv/runtime/Cancellation.h"
-#include "plan/Plan.h"
+#include "plan/Rule.h"
 #include "plan/Schedule.h"
 
 namespace kv::runtime {
@@ -35,7 +36,8 @@ EvaluationFacts nothingToEvaluate();
 /// Lives: one evaluation; the plan and the token outlive it.
 class Evaluation {
  public:
-  Evaluation(const Plan& plan, const CancellationToken& cancellation);
+  /// Errors: those of rulesInForce().
+  Evaluation(const ClientPlan& client, const CancellationToken& cancellation);
 
   /// Errors: "KALVEX:array:NotRunnable" with the class of an operation that can't be run,
   ///         "KALVEX:bigdata:array:InvalidTallVersion" with the release that saved an array, before
@@ -49,6 +51,8 @@ class Evaluation {
 
  private:
   void refuseRecordedTasks() const;
+  template <class Action>
+  void withTask(const PlanTask& task, Action&& action) const;
   void runInClient(int task);
   void runStage(const std::vector<PassSink>& sinks);
   std::shared_ptr<const RowCut> noteRows(const StageRows& rows, bool isData,
@@ -58,6 +62,8 @@ class Evaluation {
   void completePromises();
 
   const Plan& plan_;
+  const PlanHandles& handles_;
+  const Rules rules_;
   const CancellationToken& cancellation_;
   Schedule schedule_;
   WholeValues values_;

@@ -3,10 +3,10 @@
 #include <memory>
 #include <utility>
 
+#include "driver/failures.h"
 #include "driver/randomStreams.h"
 #include "driver/slicedCalls.h"
 #include "driver/wholeRuns.h"
-#include "plan/failures.h"
 #include "values/columnValues.h"
 
 namespace kv::runtime {

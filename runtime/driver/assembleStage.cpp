@@ -1,15 +1,22 @@
 #include "driver/assembleStage.h"
 
 #include <algorithm>
+#include <cassert>
 #include <memory>
 #include <string>
 #include <utility>
 
+#include "driver/OpSpecValue.h"
 #include "driver/StageValue.h"
-#include "plan/failures.h"
+#include "driver/failures.h"
 #include "values/chunkValues.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
+
+// What a pass runs was decided by lowerPass(); here it only gets a form in the session. The core
+// knows a composite processor as a graph of builders, each with the processor factory that has a
+// step's functions and line, and builds the stage of it. A step that a rule has changed has a
+// factory of its own, with what the step does now; no rule changes a step that calls a function.
 
 namespace kv::runtime {
 
@@ -31,82 +38,88 @@ void setNullable(Chunk& rows, const std::vector<bool>& isNullable) {
   }
 }
 
-/// Makes the builders of a pass: one for each task that flows in it, one for each value that it
-/// reads.
+/// A factory of what a step does, with the line of another, and without functions.
+Value factoryLike(const kxArray* factory, OpSpec spec) {
+  assert(!spec.callsUser);
+  const Value stack = host::getProperty(factory, "SubmissionStack");
+  Value made = host::call(kSpecFactory, {nullptr, nullptr, stack.get()});
+  host::setNativeValue(made.get(),
+                       std::make_unique<OpSpecValue>(std::make_shared<OpSpec>(std::move(spec))));
+  return made;
+}
+
+Value builder(const std::vector<Value>& inputs, const kxArray* factory) {
+  const Value column = matrix::from_kalvex(
+      kcos::omCreateKCOSMatrix(inputs.size(), 1, kcos::internal::makeInterned(kProcessorBuilder)));
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    kcos::omSetArrayElement(column.get(), i, kcos::omGetArrayElement(inputs[i].get(), 0));
+  }
+  return host::call(kProcessorBuilder, {column.get(), factory});
+}
+
 class BuilderGraphMaker {
  public:
-  BuilderGraphMaker(const Plan& plan, const Schedule& schedule, const WholeValues& values)
-      : plan_(plan), schedule_(schedule), values_(values), ofTask_(plan.tasks.size()) {}
+  BuilderGraphMaker(const PassGraph& pass, const Plan& plan, const PlanHandles& handles,
+                    const WholeValues& values)
+      : pass_(pass), plan_(plan), handles_(handles), values_(values) {}
 
-  /// The builders of all partitioned tasks and of the sinks are made in dependency order.
-  void addTask(int index) {
-    const PlanTask& task = plan_.task(index);
-    withStep(*task.spec, task.factory.get(), [&] {
+  void addStep(std::size_t number) {
+    const Step& step = pass_.steps[number];
+    const PlanTask& task = taskOf(number);
+    withStep(*task.spec, handles_.factoryOf(task), [&] {
       std::vector<Value> inputs;
-      for (const PlanInput* input : schedule_.inputsOf(index)) {
-        inputs.push_back(flows(*input) ? outputOf(input->task, input->output)
-                                       : inputBuilder(*task.spec, *input));
+      for (const StepLink& link : step.inputs) {
+        inputs.push_back(link.isStageInput ? inputBuilder(pass_.inputs[link.index])
+                                           : outputOf(link));
       }
-      const bool isBranch = task.spec->isChoice && inputs.size() == 1;
-      ofTask_[static_cast<std::size_t>(index)] =
-          isBranch ? std::move(inputs[0]) : builder(inputs, task.factory.get());
+      const bool isOfTask = step.op == task.spec->op;
+      const Value made = isOfTask ? nullptr : factoryLike(handles_.factoryOf(task), specOf(number));
+      steps_.push_back(builder(inputs, isOfTask ? handles_.factoryOf(task) : made.get()));
     });
   }
 
-  /// The builder of one output of a task.
-  Value outputOf(int index, std::size_t output) const {
-    const auto at = static_cast<std::size_t>(index);
-    if (plan_.tasks[at].spec->numOutputs <= 1) {
-      return matrix::sharedCopy(ofTask_[at].get());
+  Value composite() const {
+    std::vector<Value> outputs;
+    for (const std::size_t step : pass_.outputs) {
+      outputs.push_back(matrix::sharedCopy(steps_[step].get()));
     }
-    std::vector<Value> inputs;
-    inputs.push_back(matrix::sharedCopy(ofTask_[at].get()));
-    return specBuilder(inputs, {.label = plan_.tasks[at].spec->label, .selects = output},
-                       submissionStackOf(plan_.tasks[at].factory.get()).get());
-  }
-
-  Value whole(int index) const {
-    return matrix::sharedCopy(ofTask_[static_cast<std::size_t>(index)].get());
-  }
-
-  /// A builder of the rows of an output that are kept.
-  Value keptOutput(const PassSink& sink) const {
-    std::vector<Value> inputs;
-    inputs.push_back(outputOf(sink.task, sink.output));
-    const PlanTask& task = plan_.tasks[static_cast<std::size_t>(sink.task)];
-    return specBuilder(inputs, {.numInputs = 1, .label = "keep rows", .op = makeCollect()},
-                       submissionStackOf(task.factory.get()).get());
-  }
-
-  /// A builder with a factory of the runtime's own; failures of its step have `stack` (null: none).
-  static Value specBuilder(const std::vector<Value>& inputs, OpSpec spec,
-                           const kxArray* stack = nullptr) {
-    const Value factory = host::call(kSpecFactory, {nullptr, nullptr, stack});
-    host::setNativeValue(factory.get(),
-                         std::make_unique<OpSpecValue>(std::make_shared<OpSpec>(std::move(spec))));
-    return builder(inputs, factory.get());
+    const Value factory = host::call(kSpecFactory, {nullptr, nullptr, nullptr});
+    return host::call("feval", {builder(outputs, factory.get()).get()});
   }
 
   std::vector<StageInput> takeInputs() { return std::move(inputs_); }
   std::vector<Value> takeValues() { return std::move(valuesOfInputs_); }
 
  private:
-  bool flows(const PlanInput& input) const {
-    return input.task >= 0 && plan_.tasks[static_cast<std::size_t>(input.task)].isPartitioned;
+  const PlanTask& taskOf(std::size_t step) const { return plan_.task(pass_.taskOf[step]); }
+
+  OpSpec specOf(std::size_t number) const {
+    const Step& step = pass_.steps[number];
+    OpSpec spec = *taskOf(number).spec;
+    spec.op = step.op;
+    spec.callsUser = step.op->callsUser();
+    spec.numInputs = step.inputs.size();
+    spec.numOutputs = step.numOutputs;
+    spec.label = step.label;
+    spec.origin = step.origin;
+    return spec;
   }
 
-  static Value builder(const std::vector<Value>& inputs, const kxArray* factory) {
-    const Value column = matrix::from_kalvex(kcos::omCreateKCOSMatrix(
-        inputs.size(), 1, kcos::internal::makeInterned(kProcessorBuilder)));
-    for (std::size_t i = 0; i < inputs.size(); ++i) {
-      kcos::omSetArrayElement(column.get(), i, kcos::omGetArrayElement(inputs[i].get(), 0));
+  /// The builder of one output of a step.
+  Value outputOf(const StepLink& link) const {
+    std::vector<Value> inputs;
+    inputs.push_back(matrix::sharedCopy(steps_[link.index].get()));
+    if (pass_.steps[link.index].numOutputs <= 1) {
+      return std::move(inputs[0]);
     }
-    return host::call(kProcessorBuilder, {column.get(), factory});
+    const PlanTask& task = taskOf(link.index);
+    const Value factory =
+        factoryLike(handles_.factoryOf(task), {.label = task.spec->label, .selects = link.output});
+    return builder(inputs, factory.get());
   }
 
-  /// Errors: "KALVEX:array:NotAColumn" for a step of ours that gets anything else.
-  Value inputBuilder(const OpSpec& spec, const PlanInput& input) {
-    const WholeValue whole = inputValue(input, values_);
+  Value inputBuilder(const PassInput& input) {
+    const WholeValue whole = inputValue(input.from, handles_, values_);
     if (whole.places) {
       Chunk rows = toChunk(whole.value.get());
       if (whole.places->isUntyped && rows.names == nullptr) {
@@ -116,22 +129,23 @@ class BuilderGraphMaker {
       inputs_.push_back(
           {emptyColumn(ElementType::Double), whole.places, std::move(rows), whole.places->origin});
     } else {
-      const bool isPassed = spec.callsUser && isOpaque(whole.value.get());
+      const bool isPassed = plan_.task(input.task).spec->callsUser && isOpaque(whole.value.get());
       inputs_.push_back(
           {isPassed ? emptyColumn(ElementType::Unknown) : toColumn(whole.value.get())});
       inputs_.back().isOpaque = isPassed;
       inputs_.back().origin =
-          input.task < 0 ? "a value in memory" : describe(*plan_.task(input.task).spec);
+          input.from.task < 0 ? "a value in memory" : describe(*plan_.task(input.from.task).spec);
     }
     valuesOfInputs_.push_back(withoutBroadcast(whole.value.get()));
     const Value ordinal = host::makeDouble(static_cast<double>(inputs_.size()));
     return host::call(kProcessorBuilder, {ordinal.get()});
   }
 
+  const PassGraph& pass_;
   const Plan& plan_;
-  const Schedule& schedule_;
+  const PlanHandles& handles_;
   const WholeValues& values_;
-  std::vector<Value> ofTask_;
+  std::vector<Value> steps_;  ///< the builder of each step
   std::vector<StageInput> inputs_;
   std::vector<Value> valuesOfInputs_;
 };
@@ -148,30 +162,20 @@ const OpSpec& AssembledStage::specOf(std::size_t step) const {
 
 Value AssembledStage::factoryOf(std::size_t step) const {
   const Value factories = host::getProperty(composite.get(), "Factories");
-  return matrix::sharedCopy(kxGetCell(factories.get(), factoryNumbers[step]));
+  return matrix::sharedCopy(kxGetCell(factories.get(), step));
 }
 
-AssembledStage assembleStage(const Plan& plan, const Schedule& schedule,
-                             const std::vector<PassSink>& sinks, const WholeValues& values) {
-  BuilderGraphMaker maker(plan, schedule, values);
-  for (const int task : schedule.upstreamOf(sinks)) {
-    maker.addTask(task);
+AssembledStage assembleStage(const PassGraph& pass, const Plan& plan, const PlanHandles& handles,
+                             const WholeValues& values) {
+  BuilderGraphMaker maker(pass, plan, handles, values);
+  for (std::size_t step = 0; step < pass.steps.size(); ++step) {
+    maker.addStep(step);
   }
-  std::vector<Value> outputs;
-  for (const PassSink& sink : sinks) {
-    outputs.push_back(sink.isAggregate ? maker.whole(sink.task) : maker.keptOutput(sink));
-  }
-  const Value root = BuilderGraphMaker::specBuilder(outputs, {.label = "outputs"});
-  Value composite = host::call("feval", {root.get()});
+  Value composite = maker.composite();
   Stage& stage = host::nativeValue<StageValue>(composite.get(), kCompositeGraph).stage;
-  std::vector<StageInput> inputs = maker.takeInputs();
-  AlignedSteps aligned = alignCuts(stage.steps(), inputs);
-  std::vector<std::size_t> sinkSteps;
-  for (const std::size_t output : stage.outputs()) {
-    sinkSteps.push_back(aligned.placeOf[output]);
-  }
-  stage = Stage(std::move(aligned.steps), std::move(sinkSteps), std::move(inputs));
-  return {std::move(composite), maker.takeValues(), std::move(aligned.madeFor)};
+  assert(stage.steps().size() == pass.steps.size());
+  stage = Stage(stage.steps(), stage.outputs(), maker.takeInputs());
+  return {std::move(composite), maker.takeValues()};
 }
 
 }  // namespace kv::runtime

@@ -1,11 +1,13 @@
 #include "driver/wholeRuns.h"
 
 #include <algorithm>
+#include <cassert>
+#include <iterator>
 #include <utility>
 
+#include "driver/builtInFunctions.h"
 #include "driver/randomStreams.h"
 #include "driver/slicedCalls.h"
-#include "plan/builtInFunctions.h"
 #include "values/chunkValues.h"
 #include "values/columnValues.h"
 
@@ -37,8 +39,6 @@ std::vector<Value> callHandle(const kxArray* factory, kcos::NameRef slot, std::s
 bool isRows(const kxArray* value) {
   return isColumn(value) && kxGetN(value) == 1 && kxGetM(value) > 1;
 }
-
-}  // namespace
 
 std::vector<Value> callOnWholes(const OpSpec& spec, const kxArray* factory,
                                 const std::vector<const kxArray*>& inputs) {
@@ -114,6 +114,22 @@ std::vector<Value> passOn(const OpSpec& spec, const kxArray* /*factory*/,
     outputs.push_back(matrix::sharedCopy(inputs.at(i)));
   }
   return outputs;
+}
+
+using Run = std::vector<Value> (*)(const OpSpec& spec, const kxArray* factory,
+                                   const std::vector<const kxArray*>& inputs);
+
+/// By WholeRun.
+constexpr Run kRuns[] = {callOnWholes,  callOnRows,      callOnRowsForLogical,
+                         callAndReduce, runOperatorOnce, passOn};
+
+}  // namespace
+
+std::vector<Value> runWhole(const OpSpec& spec, const kxArray* factory,
+                            const std::vector<const kxArray*>& inputs) {
+  const auto run = static_cast<std::size_t>(spec.wholeRun);
+  assert(run < std::size(kRuns));
+  return kRuns[run](spec, factory, inputs);
 }
 
 std::vector<Value> reducePartials(const kxArray* factory, std::size_t numOutputs,

@@ -64,9 +64,10 @@ WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
   return {toValue(whole), std::make_shared<const RowPlaces>(std::move(places))};
 }
 
-WholeValue inputValue(const PlanInput& input, const WholeValues& values) {
+WholeValue inputValue(const PlanInput& input, const PlanHandles& handles,
+                      const WholeValues& values) {
   if (input.task < 0) {
-    return {matrix::sharedCopy(input.value.get()), input.places};
+    return {matrix::sharedCopy(handles.values[input.value].get()), input.places};
   }
   const WholeValue& whole = values[static_cast<std::size_t>(input.task)].at(input.output);
   return {matrix::sharedCopy(whole.value.get()), whole.places};

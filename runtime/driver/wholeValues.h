@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "column/RowPlaces.h"
+#include "driver/PlanHandles.h"
 #include "kv/host/values.h"
 #include "kv/runtime/Chunk.h"
-#include "plan/Plan.h"
 
 /// Values that are there whole, between passes.
 namespace kv::runtime {
@@ -33,6 +33,7 @@ WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
 
 /// The value of a task's input.
 /// Requires: it is there.
-WholeValue inputValue(const PlanInput& input, const WholeValues& values);
+WholeValue inputValue(const PlanInput& input, const PlanHandles& handles,
+                      const WholeValues& values);
 
 }  // namespace kv::runtime

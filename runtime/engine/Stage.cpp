@@ -10,40 +10,8 @@
 
 namespace kv::runtime {
 
-namespace {
-
-bool hasAll(const Schema& schema, const std::set<std::string>& names) {
-  return std::ranges::all_of(names, [&](const std::string& name) {
-    return std::ranges::find(schema, name, &ColumnInfo::name) != schema.end();
-  });
-}
-
-}  // namespace
-
 std::string Step::describe() const {
   return origin.empty() ? label : fmt::format("{} at {}", label, origin);
-}
-
-std::vector<ColumnNeeds> columnNeeds(const std::vector<Step>& steps) {
-  std::vector<ColumnNeeds> asked(steps.size());
-  std::vector<std::vector<ColumnNeeds>> ofPassed(steps.size());  // by output
-  for (std::size_t i = steps.size(); i-- > 0;) {
-    const Step& step = steps[i];
-    ofPassed[i].resize(step.op->passesInputs() ? step.inputs.size() : 0);
-    for (std::size_t input = 0; input < step.inputs.size(); ++input) {
-      const StepLink& link = step.inputs[input];
-      if (!link.isStageInput) {
-        const ColumnNeeds& later = ofPassed[i].empty() ? asked[i] : ofPassed[i][input];
-        const ColumnNeeds needs = step.op->needsOf(input, later);
-        asked[link.index].add(needs);
-        if (steps[link.index].op->passesInputs()) {
-          ofPassed[link.index].resize(steps[link.index].inputs.size());
-          ofPassed[link.index].at(link.output).add(needs);
-        }
-      }
-    }
-  }
-  return asked;
 }
 
 Stage::Stage(std::vector<Step> steps, std::vector<std::size_t> outputs,
@@ -53,7 +21,6 @@ Stage::Stage(std::vector<Step> steps, std::vector<std::size_t> outputs,
   findOrigins();
   findLastUses();
   findSource();
-  findColumns();
 }
 
 bool Stage::callsUser() const {
@@ -67,7 +34,11 @@ const std::string& Stage::originOf(const StepLink& link) const {
 }
 
 void Stage::findSegments() {
-  CutFinder finder(inputs_);
+  InputPlaces places;
+  for (const StageInput& input : inputs_) {
+    places.push_back(input.places.get());
+  }
+  CutFinder finder(std::move(places));
   segments_.resize(1);
   for (std::size_t step = 0; step < steps_.size(); ++step) {
     const bool isFlow = steps_[step].op->isFlow();
@@ -119,34 +90,25 @@ void Stage::findLastUses() {
 }
 
 void Stage::findSource() {
+  ColumnNeeds needs;
   for (std::size_t step = 0; step < steps_.size(); ++step) {
     const std::shared_ptr<const Datastore> source = steps_[step].op->source();
-    if (source != nullptr && source_ == nullptr) {
+    if (source == nullptr) {
+      continue;
+    }
+    if (source_ == nullptr) {
       source_ = source;
       readStep_ = step;
-    } else if (source != nullptr && source->fingerprint() != source_->fingerprint()) {
+    } else if (source->fingerprint() != source_->fingerprint()) {
       errors::raiseStep("KALVEX:array:DifferentSources",
                         {source_->displayName(), source->displayName()});
     }
+    const std::vector<std::string> columns = steps_[step].op->columns();
+    needs.names.insert(columns.begin(), columns.end());
   }
-}
-
-void Stage::findColumns() {
-  if (source_ == nullptr) {
-    return;
+  if (source_ != nullptr) {
+    columns_ = needs.columnsOf(source_->schema());
   }
-  const std::vector<ColumnNeeds> asked = columnNeeds(steps_);
-  ColumnNeeds ofSource;
-  for (std::size_t i = 0; i < steps_.size(); ++i) {
-    if (steps_[i].op->source() != nullptr) {
-      ofSource.add(asked[i]);
-    }
-  }
-  // The step that needs a column that isn't there names all that are.
-  if (!hasAll(source_->schema(), ofSource.names)) {
-    ofSource.all = true;
-  }
-  columns_ = ofSource.columnsOf(source_->schema());
 }
 
 }  // namespace kv::runtime

@@ -16,11 +16,6 @@
 
 namespace kv::runtime {
 
-/// What later steps need of the result of each step; columns that no step needs aren't read.
-///
-/// Requires: each step comes after its inputs.
-std::vector<ColumnNeeds> columnNeeds(const std::vector<Step>& steps);
-
 /// The steps between the reading of one source and the results of a pass over it, in an order in
 /// which each comes after its inputs. Results are those of steps that end rows.
 ///
@@ -31,8 +26,6 @@ std::vector<ColumnNeeds> columnNeeds(const std::vector<Step>& steps);
 /// bytes.
 class Stage {
  public:
-  /// Works out which columns of the source are needed.
-  ///
   /// `outputs`: the steps whose results the stage gives. `inputs`: the values that steps take
   /// besides rows.
   /// Requires: the order of steps above; the outputs end rows.
@@ -73,7 +66,7 @@ class Stage {
   /// The first step that reads the source.
   std::size_t readStep() const { return readStep_; }
 
-  /// Columns to read, in the order of the source's schema.
+  /// Columns to read, in the order of the source's schema: those that any of its steps reads.
   const std::vector<std::string>& columns() const { return columns_; }
 
   /// True if a step calls a function of the user's own.
@@ -91,7 +84,6 @@ class Stage {
   void findOrigins();
   void findLastUses();
   void findSource();
-  void findColumns();
 
   std::vector<Step> steps_;
   std::vector<std::size_t> outputs_;

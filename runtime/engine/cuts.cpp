@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <map>
 #include <tuple>
 
 // What a user's function sees follows from the data and the graph alone. So the number of rows that
@@ -30,9 +31,7 @@ std::vector<std::size_t> CutFinder::rowInputs(const Step& step) const {
   std::vector<std::size_t> rows;
   for (std::size_t input = 0; input < step.inputs.size(); ++input) {
     const StepLink& link = step.inputs[input];
-    const bool isRows = !link.isStageInput ||
-                        (link.index < inputs_.size() && inputs_[link.index].places != nullptr);
-    if (isRows) {
+    if (!link.isStageInput || hasPlaces(link)) {
       rows.push_back(input);
     }
   }
@@ -44,8 +43,7 @@ Cut CutFinder::cutOf(const StepLink& link) const {
   if (!link.isStageInput) {
     return cuts_[link.index];
   }
-  const bool isRows = link.index < inputs_.size() && inputs_[link.index].places != nullptr;
-  return {.frameRows = isRows ? inputs_[link.index].places->frameRows : 0};
+  return {.frameRows = hasPlaces(link) ? inputs_[link.index]->frameRows : 0};
 }
 
 std::int64_t CutFinder::frameRowsOf(const Step& step) const {
@@ -73,7 +71,7 @@ namespace {
 
 class Aligner {
  public:
-  explicit Aligner(std::span<const StageInput> inputs) : finder_(inputs) {}
+  explicit Aligner(InputPlaces inputs) : finder_(std::move(inputs)) {}
 
   AlignedSteps align(std::vector<Step> steps) {
     for (std::size_t number = 0; number < steps.size(); ++number) {
@@ -128,8 +126,8 @@ class Aligner {
 
 }  // namespace
 
-AlignedSteps alignCuts(std::vector<Step> steps, std::span<const StageInput> inputs) {
-  return Aligner(inputs).align(std::move(steps));
+AlignedSteps alignCuts(std::vector<Step> steps, InputPlaces inputs) {
+  return Aligner(std::move(inputs)).align(std::move(steps));
 }
 
 }  // namespace kv::runtime

@@ -2,13 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
-#include <span>
 #include <utility>
 #include <vector>
 
+#include "column/RowPlaces.h"
 #include "engine/Step.h"
-#include "operator/StageInput.h"
 
 /// How the rows of steps are cut into chunks.
 namespace kv::runtime {
@@ -20,12 +18,15 @@ struct Cut {
   bool isFramed = false;       ///< each chunk is such a frame
 };
 
+/// The places of the inputs of a stage; null for a value that isn't known to be rows.
+using InputPlaces = std::vector<const RowPlaces*>;
+
 /// Finds the cut of each step's result, one step after the other.
 ///
-/// Lives: the inputs outlive it.
+/// Lives: the places outlive it.
 class CutFinder {
  public:
-  explicit CutFinder(std::span<const StageInput> inputs) : inputs_(inputs) {}
+  explicit CutFinder(InputPlaces inputs) : inputs_(std::move(inputs)) {}
 
   /// Requires: the step comes after its inputs.
   const Cut& add(const Step& step);
@@ -45,7 +46,11 @@ class CutFinder {
   bool isFramed(const Step& step) const;
 
  private:
-  std::span<const StageInput> inputs_;
+  bool hasPlaces(const StepLink& link) const {
+    return link.isStageInput && link.index < inputs_.size() && inputs_[link.index] != nullptr;
+  }
+
+  InputPlaces inputs_;
   std::vector<Cut> cuts_;  ///< of the steps
   std::size_t segments_ = 1;
 };
@@ -62,6 +67,6 @@ struct AlignedSteps {
 /// rows at a time as was asked for.
 ///
 /// Requires: each step comes after its inputs.
-AlignedSteps alignCuts(std::vector<Step> steps, std::span<const StageInput> inputs);
+AlignedSteps alignCuts(std::vector<Step> steps, InputPlaces inputs);
 
 }  // namespace kv::runtime

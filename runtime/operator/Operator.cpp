@@ -64,8 +64,6 @@ ColumnNeeds Operator::needsOf(std::size_t /*input*/, const ColumnNeeds& /*asked*
   return {true, {}};
 }
 
-std::string Operator::planNote(const ColumnNeeds& /*asked*/) const { return {}; }
-
 std::unique_ptr<StepRun> Operator::start(const StepScope& /*scope*/) const {
   throw std::logic_error("a flow step was started as one that keeps the cut");
 }

@@ -166,8 +166,11 @@ class Operator {
   /// The source that the operator reads; null but for `read`.
   virtual std::shared_ptr<const Datastore> source() const { return nullptr; }
 
-  /// What a plan says about the step besides its label; `asked`: as above.
-  virtual std::string planNote(const ColumnNeeds& asked) const;
+  /// The columns of the source that it reads, in the source's order.
+  virtual std::vector<std::string> columns() const { return {}; }
+
+  /// What a plan says about the step besides its label.
+  virtual std::string planNote() const { return {}; }
 
   /// Requires: the operator isn't a flow operator.
   virtual std::unique_ptr<StepRun> start(const StepScope& scope) const;

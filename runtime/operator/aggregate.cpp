@@ -45,7 +45,7 @@ class Aggregate final : public Operator {
 
   std::string_view kind() const override { return "aggregate"; }
   RowEffect rowEffect() const override { return RowEffect::End; }
-  std::string planNote(const ColumnNeeds& /*asked*/) const override { return "reduces all rows"; }
+  std::string planNote() const override { return "reduces all rows"; }
 
   std::unique_ptr<StepRun> start(const StepScope& /*scope*/) const override {
     return std::make_unique<AggregateRun>(function_.kind, missing_);

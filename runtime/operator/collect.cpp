@@ -33,7 +33,7 @@ class Collect final : public Operator {
  public:
   std::string_view kind() const override { return "collect"; }
   RowEffect rowEffect() const override { return RowEffect::End; }
-  std::string planNote(const ColumnNeeds& /*asked*/) const override { return "rows are kept"; }
+  std::string planNote() const override { return "rows are kept"; }
 
   std::unique_ptr<StepRun> start(const StepScope& /*scope*/) const override {
     return std::make_unique<CollectRun>();

@@ -130,7 +130,7 @@ class Reduction final : public Operator {
   RowEffect rowEffect() const override { return RowEffect::End; }
   bool callsUser() const override { return true; }
   bool seesFrames() const override { return true; }
-  std::string planNote(const ColumnNeeds& /*asked*/) const override { return "reduces all rows"; }
+  std::string planNote() const override { return "reduces all rows"; }
 
   std::unique_ptr<StepRun> start(const StepScope& scope) const override {
     return std::make_unique<ReductionRun>(scope);

@@ -24,6 +24,7 @@ class Zip final : public Operator {
   std::string_view kind() const override { return "zip"; }
   bool isFlow() const override { return true; }
   bool passesInputs() const override { return true; }
+  std::string planNote() const override { return "zips rows that are cut differently"; }
 
   ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& asked) const override {
     return asked;

@@ -2,8 +2,8 @@
 
 #include <memory>
 
+#include "driver/OpSpecValue.h"
 #include "kv/host/errors.h"
-#include "plan/OpSpec.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {

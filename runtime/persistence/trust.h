@@ -1,8 +1,8 @@
 #pragma once
 
+#include "driver/ClosureTasks.h"
 #include "kv/host/session.h"
 #include "kv/host/values.h"
-#include "plan/ClosureTasks.h"
 
 /// Loaded objects may be inspected, planned and saved again. They are evaluated only if they were
 /// loaded with trust, because their operations read files and call functions.

@@ -1,40 +1,40 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
-#include "kv/host/values.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
 
-struct OpSpec;
+/// How an operation runs once, in the client, on whole values (driver/wholeRuns.h).
+enum class WholeRun : std::uint8_t {
+  CallFunction,          ///< its function gets the values as they are
+  CallOnRows,            ///< its function gets matching rows, perhaps only some at a time
+  CallOnRowsForLogical,  ///< the same, and must return logical values
+  CallAndReduce,         ///< its first function gets the values, its second what that returns
+  RunOperator,           ///< its operator gets the values as chunks
+  PassOn,                ///< it returns the values themselves; of a choice, the one that was chosen
+};
 
-/// Runs an operation once, in the client, on whole values.
-///
-/// `factory`: its processor factory, with the functions.
-/// Result: a value for each output.
-using RunWhole = std::vector<host::Value> (*)(const OpSpec& spec, const kxArray* factory,
-                                              const std::vector<const kxArray*>& inputs);
-
-/// An operation as one C++ value, carried by its execution task.
+/// An operation as one plain value, carried by its execution task.
 ///
 /// It refers to no host object; users' functions are in slots of the task's processor factory.
 struct OpSpec {
   std::size_t numInputs = 0;
   std::size_t numOutputs = 1;
-  std::string label{};          ///< what it does, as plans show it
-  std::string origin{};         ///< the user's line, "file:line"; empty if none is known
-  OperatorPtr op{};             ///< how it runs over rows; null if it doesn't
-  RunWhole runWhole = nullptr;  ///< how it runs on whole values; null: its function is called
-  bool callsUser = false;       ///< it calls a function of the user's own
-  bool isTrusted = true;        ///< false where function or source came from a file without trust
-  bool isChoice = false;        ///< the second or the third input, depending on the first
-  bool isRunnable = true;       ///< false for what can be recorded and planned, but not run
-  std::string savedRelease{};   ///< another release saved the array, which can't be run
+  std::string label{};   ///< what it does, as plans show it
+  std::string origin{};  ///< the user's line, "file:line"; empty if none is known
+  OperatorPtr op{};      ///< how it runs over rows; null if it doesn't
+  WholeRun wholeRun = WholeRun::CallFunction;
+  bool callsUser = false;      ///< it calls a function of the user's own
+  bool isTrusted = true;       ///< false where function or source came from a file without trust
+  bool isChoice = false;       ///< the second or the third input, depending on the first
+  bool isRunnable = true;      ///< false for what can be recorded and planned, but not run
+  std::string savedRelease{};  ///< another release saved the array, which can't be run
   std::optional<std::size_t> selects{};  ///< of a builder: it is this output of its only input
 
   /// True if its output is whole once the rows of its inputs have ended.
@@ -47,17 +47,7 @@ struct OpSpec {
   std::shared_ptr<const Datastore> source() const { return op != nullptr ? op->source() : nullptr; }
 };
 
-/// The C++ value of a processor factory.
-struct OpSpecValue final : host::NativeValue {
-  explicit OpSpecValue(std::shared_ptr<const OpSpec> value) : spec(std::move(value)) {}
-
-  std::shared_ptr<const OpSpec> spec;
-};
-
 /// What an operation is called in messages: its label and, if it is known, the user's line.
 std::string describe(const OpSpec& spec);
-
-/// "file:line" of the innermost frame of a stack value; empty for an empty stack.
-std::string originOf(const kxArray* stack);
 
 }  // namespace kv::runtime

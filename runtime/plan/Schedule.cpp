@@ -25,6 +25,11 @@ Schedule::Schedule(const Plan& plan)
       }
     }
   }
+  for (int task = 0; task < numTasks(); ++task) {
+    if (const auto known = plan.task(task).knownCondition) {
+      branches_[at(task)] = *known ? Branch::First : Branch::Second;
+    }
+  }
   for (const PlanResult& result : plan.results) {
     if (!result.isAsked && plan.task(result.task).isPartitioned) {
       notAsked_[at(result.task)].push_back(result.output);

@@ -1,54 +1,28 @@
+#include "plan/describePlan.h"
+
 #include <fmt/core.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
-#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "engine/Stage.h"
-#include "plan/Plan.h"
 #include "plan/Schedule.h"
-#include "plan/condition.h"
-#include "plan/planSteps.h"
-#include "values/columnValues.h"
+#include "plan/lowerPass.h"
+
+// The plan is run as the driver would run it, round by round, except that nothing is computed: each
+// pass is lowered by the function that lowers it for a run, and its steps are printed.
 
 namespace kv::runtime {
 
 namespace {
 
-/// Longer texts aren't shown as inputs, and longer rows not lined up with others: many steps may
-/// share one text, and each row is as wide as the widest.
-constexpr std::size_t kShortText = 40;
+/// Longer rows aren't lined up with others: each row is as wide as the widest.
 constexpr std::size_t kLinedUp = 120;
 
 /// A pass lists up to as many steps that passes before have listed.
 constexpr std::size_t kListedAgain = 3;
-
-bool isShortText(const kxArray* value) {
-  const auto text = Torvane::String::isString(value) && kxIsScalar(value)
-                        ? Torvane::String::getString(value, 0)
-                        : std::nullopt;
-  return text && text->size() <= kShortText;
-}
-
-/// How a step names an input: the number of its line, or the value itself when it is short.
-std::string inputName(const PlanInput& input, const std::vector<int>& lines) {
-  if (input.task >= 0) {
-    return fmt::format("#{}", lines[static_cast<std::size_t>(input.task)]);
-  }
-  const kxArray* value = input.value.get();
-  const bool isNumber = kxIsNumeric(value) || kxGetClassID(value) == kxLOGICAL_CLASS;
-  if (kxIsScalar(value) && isNumber) {
-    return fmt::format("{}", kxGetScalar(value));
-  }
-  if (isShortText(value)) {
-    return fmt::format("\"{}\"", host::toText(value));
-  }
-  return fmt::format("a {}x{} {}", kxGetM(value), kxGetN(value), kxGetClassName(value));
-}
 
 /// A name from a file may hold a line break, and must not add lines to a plan.
 std::string onOneLine(const std::string& text) {
@@ -133,8 +107,12 @@ class Conditions {
 
 class PlanText {
  public:
-  explicit PlanText(const Plan& plan)
-      : plan_(plan), schedule_(plan), lines_(plan.tasks.size(), 0) {}
+  PlanText(const Plan& plan, const ShowValue& showValue, const Rules& rules)
+      : plan_(plan),
+        showValue_(showValue),
+        rules_(rules),
+        schedule_(plan),
+        lines_(plan.tasks.size(), 0) {}
 
   std::string write() {
     int passes = 0;
@@ -166,25 +144,13 @@ class PlanText {
   void writeClientTasks(const std::vector<int>& tasks) {
     for (const int index : tasks) {
       const PlanTask& task = plan_.task(index);
-      const bool isOpen = task.spec->isChoice && schedule_.branchOf(index) == Branch::Unknown;
-      if (isOpen) {
-        schedule_.setBranch(index, knownBranch(task));
+      if (task.spec->isChoice && schedule_.branchOf(index) == Branch::Unknown) {
+        schedule_.setBranch(index, Branch::Both);
       } else {
         schedule_.setDone(index);
         writeStep(index, "once");
       }
     }
-  }
-
-  /// The branch that a condition takes that is there already.
-  static Branch knownBranch(const PlanTask& choice) {
-    const PlanInput& condition = choice.inputs.at(0);
-    if (condition.task >= 0) {
-      return Branch::Both;
-    }
-    const Column value = toColumn(condition.value.get());
-    const bool isLogical = value.type() == ElementType::Logical && value.rows() == 1;
-    return !isLogical ? Branch::Both : isConditionTrue(value) ? Branch::First : Branch::Second;
   }
 
   void writePasses(const std::vector<std::vector<PassSink>>& passes) {
@@ -201,59 +167,48 @@ class PlanText {
   }
 
   void writePass(const std::vector<PassSink>& sinks) {
-    std::set<int> kept;
-    for (const PassSink& sink : sinks) {
-      if (!sink.isAggregate) {
-        kept.insert(sink.task);
+    const PassGraph pass = lowerPass(plan_, schedule_, sinks, rules_);
+    std::vector<std::string> notes(plan_.tasks.size());
+    std::vector<std::string> cuts(plan_.tasks.size());
+    std::set<int> ends;
+    for (std::size_t step = 0; step < pass.steps.size(); ++step) {
+      const Operator& op = *pass.steps[step].op;
+      std::string& note = (op.isFlow() ? cuts : notes)[static_cast<std::size_t>(pass.taskOf[step])];
+      if (note.empty()) {  // a table that is read and kept says what is read
+        note = op.planNote();
+      }
+      if (op.source() != nullptr || op.rowEffect() == RowEffect::End) {
+        ends.insert(pass.taskOf[step]);
       }
     }
-    const std::vector<int> upstream = schedule_.upstreamOf(sinks);
-    const std::vector<ColumnNeeds> needs = needsOf(upstream, sinks);
-    const std::set<int> leftOut = repeatedSteps(upstream, kept);
-    for (std::size_t i = 0; i < upstream.size(); ++i) {
-      if (leftOut.contains(upstream[i])) {
-        if (upstream[i] == *leftOut.begin()) {
-          writeHeading(fmt::format("  and {} steps from above again", leftOut.size()));
-        }
-        continue;
+    const std::set<int> leftOut = repeatedSteps(pass.tasks, ends);
+    for (const int task : pass.tasks) {
+      if (!leftOut.contains(task)) {
+        const auto at = static_cast<std::size_t>(task);
+        const bool areBoth = !notes[at].empty() && !cuts[at].empty();
+        writeStep(task, notes[at] + (areBoth ? ", " : "") + cuts[at]);
+      } else if (task == *leftOut.begin()) {
+        writeHeading(fmt::format("  and {} steps from above again", leftOut.size()));
       }
-      const OpSpec& spec = *plan_.task(upstream[i]).spec;
-      std::string note;
-      if (kept.contains(upstream[i]) && spec.source() == nullptr) {
-        note = makeCollect()->planNote({});
-      } else if (spec.op != nullptr) {
-        note = spec.op->planNote(needs[i]);
-      }
-      writeStep(upstream[i], std::move(note));
     }
   }
 
   /// The steps between reading and results that a pass repeats, if they are more than a few: each
   /// pass over a long chain of operations runs the steps of all passes before.
-  std::set<int> repeatedSteps(const std::vector<int>& tasks, const std::set<int>& kept) const {
+  std::set<int> repeatedSteps(const std::vector<int>& tasks, const std::set<int>& ends) const {
     std::set<int> repeated;
     for (const int task : tasks) {
-      const OpSpec& spec = *plan_.task(task).spec;
-      const bool isEnd = spec.source() != nullptr || spec.endsRows() || kept.contains(task);
-      if (!isEnd && lines_[static_cast<std::size_t>(task)] > 0) {
+      if (!ends.contains(task) && lines_[static_cast<std::size_t>(task)] > 0) {
         repeated.insert(task);
       }
     }
     return repeated.size() > kListedAgain ? repeated : std::set<int>{};
   }
 
-  /// What the tasks of a pass are asked for.
-  std::vector<ColumnNeeds> needsOf(const std::vector<int>& tasks,
-                                   const std::vector<PassSink>& sinks) const {
-    std::vector<Step> steps = stepsOf(plan_, tasks, schedule_);
-    for (const PassSink& sink : sinks) {
-      if (!sink.isAggregate) {
-        const auto step = std::ranges::lower_bound(tasks, sink.task) - tasks.begin();
-        steps.push_back(
-            {makeCollect(), {{.index = static_cast<std::size_t>(step), .output = sink.output}}});
-      }
-    }
-    return columnNeeds(steps);
+  /// How a step names an input: the number of its line, or the value itself.
+  std::string inputName(const PlanInput& input) const {
+    return input.task >= 0 ? fmt::format("#{}", lines_[static_cast<std::size_t>(input.task)])
+                           : showValue_(input.value);
   }
 
   void writeStep(int index, std::string note) {
@@ -264,7 +219,7 @@ class PlanText {
     }
     std::string inputs;
     for (const PlanInput& input : task.inputs) {
-      inputs += (inputs.empty() ? "" : ", ") + inputName(input, lines_);
+      inputs += (inputs.empty() ? "" : ", ") + inputName(input);
     }
     rows_.push_back({fmt::format("  #{:<3} {}{}", line, task.spec->label,
                                  inputs.empty() ? "" : fmt::format("({})", inputs)),
@@ -278,8 +233,8 @@ class PlanText {
       const BranchOf* branch = row.task >= 0 ? conditions.of(row.task) : nullptr;
       if (branch != nullptr) {
         const PlanInput& condition = plan_.task(branch->choice).inputs[0];
-        row.note += fmt::format("{}if {} is {}", row.note.empty() ? "" : ", ",
-                                inputName(condition, lines_), branch->isTrue);
+        row.note += fmt::format("{}if {} is {}", row.note.empty() ? "" : ", ", inputName(condition),
+                                branch->isTrue);
         row.isConditional = true;
       }
     }
@@ -317,6 +272,8 @@ class PlanText {
   };
 
   const Plan& plan_;
+  const ShowValue& showValue_;
+  const Rules& rules_;
   Schedule schedule_;
   std::vector<int> lines_;
   int lastLine_ = 0;
@@ -325,6 +282,8 @@ class PlanText {
 
 }  // namespace
 
-std::string describePlan(const Plan& plan) { return PlanText(plan).write(); }
+std::string describePlan(const Plan& plan, const ShowValue& showValue, const Rules& rules) {
+  return PlanText(plan, showValue, rules).write();
+}
 
 }  // namespace kv::runtime

@@ -2,15 +2,13 @@
 
 #include <algorithm>
 #include <memory>
-#include <numeric>
 #include <string>
 #include <vector>
 
-#include "engine/Stage.h"
 #include "kv/errors/StepError.h"
 #include "kv/errors/shownText.h"
-#include "plan/Schedule.h"
-#include "plan/planSteps.h"
+#include "plan/columnNeeds.h"
+#include "plan/lowerPass.h"
 
 namespace kv::runtime {
 
@@ -32,9 +30,7 @@ void throwIfMissing(const Datastore& source, const std::string& name) {
 }  // namespace
 
 void throwIfColumnsAreMissing(const Plan& plan) {
-  std::vector<int> tasks(plan.tasks.size());
-  std::iota(tasks.begin(), tasks.end(), 0);
-  const std::vector<Step> steps = stepsOf(plan, tasks, Schedule(plan));
+  const std::vector<Step> steps = lowerAll(plan).steps;
   const std::vector<ColumnNeeds> needs = columnNeeds(steps);
   for (std::size_t i = 0; i < steps.size(); ++i) {
     if (const std::shared_ptr<const Datastore> source = steps[i].op->source()) {

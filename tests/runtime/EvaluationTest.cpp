@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "runtime/RuntimeSession.h"
+#include "support/RulesOff.h"
 
 namespace kv::runtime::test {
 
@@ -134,8 +135,26 @@ TEST_F(Evaluation, AFileThatIsOpenedTwiceKeepsTheTypesOfEach) {
   EXPECT_EQ(host::toText(values[1].get()), "9");
 }
 
-TEST_F(Evaluation, ColumnsThatNoResultNeedsArentRead) {
-  const Value t = table({"x,y\n1,2\n", "x,y\n2,not a number\n"});
+TEST_F(Evaluation, ColumnsThatNoResultNeedsAreReadOnlyWithTheRuleOff) {
+  const Value t = table({"x,y,z\n1,2,0\n", "x,y,z\n2,not a number,0\n"});
+  const auto planOf = [&](const char* name) {
+    return host::toText(host::call("kv.explain", {column(t, name).get()}).get());
+  };
+  const auto failure = [&](const char* name) {
+    return errorOf([&] { gather(column(t, name)); }).identifier;
+  };
+  {
+    const kv::test::RulesOff off("-columns");
+    EXPECT_THAT(planOf("x"), HasSubstr("3 of 3 columns: x, y, z"));
+    EXPECT_EQ(failure("x"), "KALVEX:datastore:BadField");
+  }
+  for (const char* wrong : {"columns", "-columns,-fuse", ","}) {
+    const kv::test::RulesOff off(wrong);
+    EXPECT_EQ(failure("x"), "KALVEX:optimizer:UnknownRule");
+    EXPECT_EQ(errorOf([&] { planOf("x"); }).identifier, "KALVEX:optimizer:UnknownRule");
+  }
+  const kv::test::RulesOff none("");
+  EXPECT_THAT(planOf("x"), HasSubstr("1 of 3 columns: x\n"));
   EXPECT_THAT(gather(column(t, "x")), ElementsAre(1, 2));
   EXPECT_EQ(errorOf([&] { gather(column(t, "y")); }).identifier, "KALVEX:datastore:BadField");
   EXPECT_THAT(gather(column(t, "x")), ElementsAre(1, 2)) << "the session stays usable";

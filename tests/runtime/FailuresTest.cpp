@@ -5,11 +5,11 @@
 #include <stdexcept>
 
 #include "column/allocate.h"
+#include "driver/failures.h"
 #include "engine/Stage.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/csv.h"
 #include "persistence/csvDescription.h"
-#include "plan/failures.h"
 #include "runtime/RuntimeSession.h"
 
 namespace kv::runtime::test {

@@ -13,6 +13,7 @@
 #include "kv/runtime/csv.h"
 #include "runtime/RuntimeSession.h"
 #include "runtime/makeColumn.h"
+#include "support/RulesOff.h"
 
 namespace kv::runtime::test {
 
@@ -118,6 +119,7 @@ TEST_F(Flow, FunctionsSeeAsManyRowsAsWereAskedFor) {
 }
 
 TEST_F(Flow, SeveralArraysAreResizedTogetherAndNoMoreIsReadForIt) {
+  const kv::test::RulesOff none("");
   const Value two = host::makeDouble(2);
   const Value bound = host::makeDouble(1);
   const auto both = host::callMany(

@@ -131,7 +131,7 @@ TEST(ReduceTree, ReducesUpTo64InOrderAndEveryResult) {
 }
 
 TEST_F(Pieces, AStageCrossesAsBytesAndNothingElseIsTakenForOne) {
-  std::vector<Step> steps{{makeRead(openCsv({folder.write("a.csv", "x,t\n1,a\n")}))}};
+  std::vector<Step> steps{{makeRead(openCsv({folder.write("a.csv", "x,t\n1,a\n")}), {"x"})}};
   steps.push_back({makeVariable({"x"}, true), {{.index = 0}}, 1, "column x", "a.py:3"});
   steps.push_back({makeElementwise(*findElementFunction("gt")),
                    {{.index = 1}, {.isStageInput = true, .index = 0}}});

@@ -1,4 +1,4 @@
-#include "plan/failures.h"
+#include "driver/failures.h"
 
 #include <string>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "plan/builtInFunctions.h"
+#include "driver/builtInFunctions.h"
 
 #include <fmt/core.h>
 

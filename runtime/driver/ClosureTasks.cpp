@@ -1,4 +1,4 @@
-#include "plan/ClosureTasks.h"
+#include "driver/ClosureTasks.h"
 
 #include <algorithm>
 #include <utility>

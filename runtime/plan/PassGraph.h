@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "engine/Stage.h"
+#include "plan/Plan.h"
+
+namespace kv::runtime {
+
+/// A value that a step of a pass takes besides rows.
+struct PassInput {
+  PlanInput from;  ///< a task whose values are whole, or a value
+  int task = 0;    ///< that takes it
+};
+
+/// What one pass runs, as plain values: a node of the graph of stages. The driver makes the stage
+/// of it that the engine runs, and `explain` prints it; so both come from one lowering.
+struct PassGraph {
+  std::vector<int> tasks{};            ///< whose rows flow, in dependency order
+  std::vector<Step> steps{};           ///< each after its inputs
+  std::vector<int> taskOf{};           ///< of each step
+  std::vector<PassInput> inputs{};     ///< to which the steps' links to stage inputs lead
+  std::vector<std::size_t> outputs{};  ///< the step of each sink
+};
+
+}  // namespace kv::runtime

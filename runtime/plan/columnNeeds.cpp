@@ -1,0 +1,31 @@
+#include "plan/columnNeeds.h"
+
+#include <cassert>
+#include <cstddef>
+
+namespace kv::runtime {
+
+std::vector<ColumnNeeds> columnNeeds(const std::vector<Step>& steps) {
+  std::vector<ColumnNeeds> asked(steps.size());
+  std::vector<std::vector<ColumnNeeds>> ofPassed(steps.size());  // by output
+  for (std::size_t i = steps.size(); i-- > 0;) {
+    const Step& step = steps[i];
+    ofPassed[i].resize(step.op->passesInputs() ? step.inputs.size() : 0);
+    for (std::size_t input = 0; input < step.inputs.size(); ++input) {
+      const StepLink& link = step.inputs[input];
+      if (!link.isStageInput) {
+        assert(link.index < i);
+        const ColumnNeeds& later = ofPassed[i].empty() ? asked[i] : ofPassed[i][input];
+        const ColumnNeeds needs = step.op->needsOf(input, later);
+        asked[link.index].add(needs);
+        if (steps[link.index].op->passesInputs()) {
+          ofPassed[link.index].resize(steps[link.index].inputs.size());
+          ofPassed[link.index].at(link.output).add(needs);
+        }
+      }
+    }
+  }
+  return asked;
+}
+
+}  // namespace kv::runtime

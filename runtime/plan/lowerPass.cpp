@@ -1,0 +1,146 @@
+#include "plan/lowerPass.h"
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "engine/cuts.h"
+
+// A pass is lowered when it is about to run, and not before: only then is it known which branches
+// were chosen and which values are there. Each task looks up the links of its inputs by number, so
+// the cost is that of one walk over the plan.
+
+namespace kv::runtime {
+
+namespace {
+
+class PassLowering {
+ public:
+  PassLowering(const Plan& plan, const Schedule& schedule)
+      : plan_(plan), schedule_(schedule), linkOf_(plan.tasks.size()) {}
+
+  void addTask(int index) {
+    const PlanTask& task = plan_.task(index);
+    StepLink& link = linkOf_[static_cast<std::size_t>(index)];
+    std::vector<StepLink> inputs = inputsOf(index);
+    graph_.tasks.push_back(index);
+    if (isChosen(index) && inputs.size() == 1) {
+      link = inputs[0];
+      return;
+    }
+    const bool isOpen = task.spec->isChoice && !isChosen(index);
+    link = {.index = graph_.steps.size()};
+    addStep(index, {isOpen || task.spec->op == nullptr ? pass_ : task.spec->op, std::move(inputs),
+                    task.spec->numOutputs, task.spec->label, task.spec->origin});
+  }
+
+  /// Adds the step that gives the result of a sink.
+  void addSink(const PassSink& sink) {
+    if (!sink.isAggregate) {
+      const StepLink link = linkOf(sink.task, sink.output);
+      addStep(sink.task,
+              {makeCollect(), {link}, 1, "keep rows", plan_.task(sink.task).spec->origin});
+    }
+    graph_.outputs.push_back(sink.isAggregate ? linkOf(sink.task, 0).index
+                                              : graph_.steps.size() - 1);
+  }
+
+  PassGraph take() { return std::move(graph_); }
+
+ private:
+  bool isChosen(int index) const {
+    const Branch branch = schedule_.branchOf(index);
+    return plan_.task(index).spec->isChoice &&
+           (branch == Branch::First || branch == Branch::Second);
+  }
+
+  void addStep(int task, Step step) {
+    graph_.steps.push_back(std::move(step));
+    graph_.taskOf.push_back(task);
+  }
+
+  std::vector<StepLink> inputsOf(int index) {
+    const PlanTask& task = plan_.task(index);
+    const PlanInput* spread = task.spreadOver ? &*task.spreadOver : nullptr;
+    std::vector<StepLink> links;
+    for (const PlanInput* input : schedule_.inputsOf(index)) {
+      if (input == spread && !isChosen(index)) {
+        continue;  // the rows of a value that may not be chosen
+      }
+      if (input->task >= 0 && plan_.flows(*input)) {
+        links.push_back(linkOf(input->task, input->output));
+      } else {
+        links.push_back({.isStageInput = true, .index = graph_.inputs.size()});
+        graph_.inputs.push_back({*input, index});
+      }
+    }
+    return links;
+  }
+
+  StepLink linkOf(int task, std::size_t output) const {
+    StepLink link = linkOf_[static_cast<std::size_t>(task)];
+    if (plan_.task(task).spec->numOutputs > 1) {
+      link.output = output;
+    }
+    return link;
+  }
+
+  const Plan& plan_;
+  const Schedule& schedule_;
+  const OperatorPtr pass_ = makePass();
+  std::vector<StepLink> linkOf_;  ///< to the result of each task
+  PassGraph graph_;
+};
+
+/// Puts flow steps between steps where rows must be cut anew.
+void alignCuts(PassGraph& graph) {
+  InputPlaces places;
+  for (const PassInput& input : graph.inputs) {
+    places.push_back(input.from.places.get());
+  }
+  AlignedSteps aligned = alignCuts(std::move(graph.steps), std::move(places));
+  graph.steps = std::move(aligned.steps);
+  for (std::size_t& output : graph.outputs) {
+    output = aligned.placeOf[output];
+  }
+  std::vector<int> taskOf;
+  for (const std::size_t step : aligned.madeFor) {
+    taskOf.push_back(graph.taskOf[step]);
+  }
+  graph.taskOf = std::move(taskOf);
+}
+
+}  // namespace
+
+PassGraph lowerPass(const Plan& plan, const Schedule& schedule, const std::vector<PassSink>& sinks,
+                    const Rules& rules) {
+  PassLowering lowering(plan, schedule);
+  for (const int task : schedule.upstreamOf(sinks)) {
+    lowering.addTask(task);
+  }
+  for (const PassSink& sink : sinks) {
+    lowering.addSink(sink);
+  }
+  PassGraph graph = lowering.take();
+  alignCuts(graph);
+  for (const Rule* rule : rules) {
+    rule->apply(graph);
+  }
+  return graph;
+}
+
+PassGraph lowerAll(const Plan& plan) {
+  Schedule schedule(plan);
+  PassLowering lowering(plan, schedule);
+  for (int task = 0; task < static_cast<int>(plan.tasks.size()); ++task) {
+    if (plan.task(task).spec->isChoice && schedule.branchOf(task) == Branch::Unknown) {
+      schedule.setBranch(task, Branch::Both);
+    }
+    if (!plan.task(task).runsInClient) {
+      lowering.addTask(task);
+    }
+  }
+  return lowering.take();
+}
+
+}  // namespace kv::runtime

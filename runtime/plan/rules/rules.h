@@ -1,0 +1,19 @@
+#pragma once
+
+#include "plan/Rule.h"
+
+/// The rules of the optimizer, one file each. To add one: write its file, declare it below, and add
+/// it to the table in rules.cpp.
+namespace kv::runtime {
+
+/// The rules that are switched on: all but those that the environment's KV_OPTIMIZER switches off,
+/// such as "-columns".
+/// Errors: "KALVEX:optimizer:UnknownRule" with what isn't the switch of a rule, and all switches
+///         (StepError).
+Rules rulesInForce();
+
+/// Reads from a source only the columns that a step needs. If a step needs a column that the source
+/// doesn't have, all are read, so that the error of that step can name them.
+void readNeededColumns(PassGraph& graph);
+
+}  // namespace kv::runtime
