@@ -92,6 +92,7 @@ Evaluation::Evaluation(const ClientPlan& client, const CancellationToken& cancel
       rules_(rulesInForce()),
       cancellation_(cancellation),
       schedule_(plan_),
+      rowSpaces_(plan_),
       values_(plan_.tasks.size()) {}
 
 /// Runs `action` for a task; a failure becomes one of its step.
@@ -103,7 +104,7 @@ void Evaluation::withTask(const PlanTask& task, Action&& action) const {
 EvaluationFacts Evaluation::run() {
   const auto start = std::chrono::steady_clock::now();
   while (const std::optional<Round> round = schedule_.next()) {
-    refuseRecordedTasks();
+    refuseWhatCannotRun();
     for (const int task : round->clientTasks) {
       runInClient(task);
     }
@@ -123,11 +124,16 @@ std::vector<WholeValue> Evaluation::takeOutputs(int task) {
   return std::move(values_[static_cast<std::size_t>(task)]);
 }
 
-void Evaluation::refuseRecordedTasks() const {
+void Evaluation::refuseWhatCannotRun() const {
   for (int i = 0; i < static_cast<int>(plan_.tasks.size()); ++i) {
     const PlanTask& task = plan_.task(i);
     if (!task.spec->isRunnable && schedule_.isNeeded(i)) {
       withTask(task, [&] { refuse(*task.spec); });
+    }
+  }
+  for (const RowConflict& conflict : rowSpaces_.conflicts()) {
+    if (schedule_.isNeeded(conflict.task)) {
+      withTask(plan_.task(conflict.task), [&] { rowSpaces_.refuse(conflict); });
     }
   }
 }

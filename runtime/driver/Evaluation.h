@@ -11,6 +11,7 @@
 #include "driver/wholeValues.h"
 #include "executor/OrderedMerge.h"
 #include "kv/runtime/Cancellation.h"
+#include "plan/RowSpaces.h"
 #include "plan/Rule.h"
 #include "plan/Schedule.h"
 
@@ -42,6 +43,8 @@ class Evaluation {
   /// Errors: "KALVEX:array:NotRunnable" with the class of an operation that can't be run,
   ///         "KALVEX:bigdata:array:InvalidTallVersion" with the release that saved an array, before
   ///         anything is run (in a branch that a condition chooses, before that branch);
+  ///         "KALVEX:array:RowsDiffer" and "KALVEX:array:DifferentSources" likewise for rows that
+  ///         can't be combined (see RowSpaces);
   ///         "KALVEX:array:Condition"; Cancelled within a chunk of the token's being set; failures
   ///         of steps (see raiseStepFailure). No promise is completed then.
   EvaluationFacts run();
@@ -50,7 +53,7 @@ class Evaluation {
   std::vector<WholeValue> takeOutputs(int task);
 
  private:
-  void refuseRecordedTasks() const;
+  void refuseWhatCannotRun() const;
   template <class Action>
   void withTask(const PlanTask& task, Action&& action) const;
   void runInClient(int task);
@@ -66,6 +69,7 @@ class Evaluation {
   const Rules rules_;
   const CancellationToken& cancellation_;
   Schedule schedule_;
+  const RowSpaces rowSpaces_;
   WholeValues values_;
   std::set<std::string> sourcesSeen_;
   std::uint64_t nextStage_ = 0;

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 
@@ -146,6 +147,51 @@ std::optional<bool> knownCondition(const kxArray* condition) {
   return isLogical ? std::optional(kxGetLogicals(condition)[0]) : std::nullopt;
 }
 
+/// A constant that the user wrote by its class and content; none for a long one, whose content
+/// isn't worth a look.
+std::optional<Hash128> constantOf(const kxArray* value) {
+  constexpr std::size_t kLongestText = 256;
+  if (!kxIsScalar(value)) {
+    return std::nullopt;
+  }
+  Fingerprint content;
+  content.add(kxGetClassName(value));
+  if (kxIsNumeric(value) || kxGetClassID(value) == kxLOGICAL_CLASS) {
+    const auto* bytes = static_cast<const char*>(kxGetData(value));
+    return content.add(std::string_view(bytes, kxGetElementSize(kxGetClassID(value)))).hash();
+  }
+  const auto text =
+      Torvane::String::isString(value) ? Torvane::String::getString(value, 0) : std::nullopt;
+  const bool isShort = text && text->size() <= kLongestText;
+  return isShort ? std::optional(content.add(host::toText(value)).hash()) : std::nullopt;
+}
+
+/// Which functions a factory has: of the session by name, others by the callable that handles
+/// share. None for a factory of a user's own, and for functions that draw random numbers.
+std::optional<Hash128> functionsOf(const kxArray* factory) {
+  if (kxIsA(factory, kGlobalStateFactory)) {
+    return std::nullopt;
+  }
+  Fingerprint functions;
+  bool isKnown = false;
+  for (const kcos::NameRef slot :
+       {kcos::NameRef("FunctionHandle"), kcos::NameRef("ReduceHandle")}) {
+    const host::Value function = host::getProperty(factory, slot);
+    if (!kxIsA(function.get(), kFunctionHandle)) {
+      continue;
+    }
+    const host::Value handle = host::getProperty(function.get(), "Handle");
+    const std::string name = host::functionName(handle.get());
+    const host::NativeBody* body = host::callableBody(handle.get());
+    if (name.empty() && body == nullptr) {
+      return std::nullopt;
+    }
+    functions.add(name).add(reinterpret_cast<std::int64_t>(body));
+    isKnown = true;
+  }
+  return isKnown ? std::optional(functions.hash()) : std::nullopt;
+}
+
 /// Reads tasks one by one, each after its inputs.
 class TaskReader {
  public:
@@ -154,6 +200,9 @@ class TaskReader {
     task.id = host::toText(host::getProperty(object, "Id").get());
     host::Value factory = readFactory(object, stacks);
     task.spec = host::nativeValue<OpSpecValue>(factory.get(), kSpecFactory).spec;
+    if (task.spec->callsUser) {
+      task.functions = functionsOf(factory.get());
+    }
     task.factory = read_.handles.factories.size();
     read_.handles.factories.push_back(std::move(factory));
     const host::Value dependencies = host::getProperty(object, "Dependencies");
@@ -217,6 +266,11 @@ class TaskReader {
       const kxArray* value = kxGetCell(entry, 0);
       input.value = read_.handles.values.size();
       input.places = places_.read(kxGetCell(entry, 1), value);
+      const kxArray* isConstant = kxGetCell(entry, 2);
+      if (kxGetClassID(isConstant) == kxLOGICAL_CLASS && kxIsScalar(isConstant) &&
+          kxGetLogicals(isConstant)[0]) {
+        input.constant = constantOf(value);
+      }
       read_.handles.values.push_back(matrix::sharedCopy(value));
     } else {
       refuseDependencies(entry);

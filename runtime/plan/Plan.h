@@ -8,6 +8,7 @@
 
 #include "column/RowPlaces.h"
 #include "plan/OpSpec.h"
+#include "source/Fingerprint.h"
 
 namespace kv::runtime {
 
@@ -17,6 +18,7 @@ struct PlanInput {
   std::size_t output = 0;                     ///< of the task
   std::size_t value = 0;                      ///< number of the value
   std::shared_ptr<const RowPlaces> places{};  ///< of a value whose rows are those of a source
+  std::optional<Hash128> constant{};          ///< of a constant that the user wrote: its content
 };
 
 /// An execution task, with what the plan has found out about it.
@@ -25,11 +27,15 @@ struct PlanInput {
 ///    computed anew in each pass that needs it. Values whose places are known flow as well.
 /// 2. Any other task has whole values, once it has run in the client or at the end of a pass.
 struct PlanTask {
-  std::string id;
-  std::shared_ptr<const OpSpec> spec;
+  std::string id{};
+  std::shared_ptr<const OpSpec> spec{};
   std::size_t factory = 0;  ///< number of its processor factory
-  std::vector<PlanInput> inputs;
+  std::vector<PlanInput> inputs{};
   bool isPartitioned = false;
+
+  /// Which functions of the user's own it calls; none if another task that calls the same may give
+  /// other values.
+  std::optional<Hash128> functions{};
 
   /// True if the task runs in the client on whole values, with no chunk in sight.
   bool runsInClient = false;

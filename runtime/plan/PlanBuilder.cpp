@@ -29,7 +29,8 @@ void placeTask(PlanTask& task, const Plan& plan) {
 
 /// A task of the plan's own, which does what another of the kind does.
 PlanTask taskLike(const PlanTask& task, std::vector<PlanInput> inputs) {
-  PlanTask made{task.id, nullptr, task.factory, std::move(inputs), true};
+  PlanTask made{.id = task.id, .factory = task.factory, .inputs = std::move(inputs)};
+  made.isPartitioned = true;
   auto spec = std::make_shared<OpSpec>(*task.spec);
   spec->numInputs = made.inputs.size();
   spec->numOutputs = 1;

@@ -17,9 +17,19 @@ Fingerprint& Fingerprint::add(std::int64_t number) {
   return *this;
 }
 
-std::string Fingerprint::digits() const {
+Fingerprint& Fingerprint::add(const Hash128& hash) {
+  bytes_.append(reinterpret_cast<const char*>(&hash), sizeof(hash));
+  return *this;
+}
+
+Hash128 Fingerprint::hash() const {
   const XXH128_hash_t hash = XXH3_128bits(bytes_.data(), bytes_.size());
-  return fmt::format("{:016x}{:016x}", hash.high64, hash.low64);
+  return {hash.high64, hash.low64};
+}
+
+std::string Fingerprint::digits() const {
+  const auto [high, low] = hash();
+  return fmt::format("{:016x}{:016x}", high, low);
 }
 
 }  // namespace kv::runtime

@@ -92,7 +92,13 @@ TEST_F(Gather, FiltersRowsOfTablesAndArraysAlike) {
 
 TEST_F(Gather, RefusesInputsWhoseRowsDontMatch) {
   const Array x = read("x\n1\n2\n3\n").column("x");
-  const Error error = errorOf([&] { (x + filter(x, x > 1)).gather(); });
+  const Array above = filter(x, x > 1);
+  const Error early = errorOf([&] { (x + above).gather(); });
+  EXPECT_EQ(early.identifier(), "KALVEX:array:RowsDiffer");
+  EXPECT_EQ(early.place().partition, std::nullopt) << "no data was read";
+
+  above.gather();
+  const Error error = errorOf([&] { (x + above).gather(); });
   EXPECT_EQ(error.identifier(), "KALVEX:array:RowsDiffer");
   EXPECT_EQ(error.place().partition, 1);
   EXPECT_EQ(error.place().firstRow, 1);
