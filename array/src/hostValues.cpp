@@ -48,9 +48,22 @@ Value::Texts textsOf(const kxArray* column) {
   return texts;
 }
 
+[[noreturn]] void refuse(const kxArray* value) {
+  raiseError("KALVEX:array:NotAColumn",
+             {fmt::format("{}x{}", kxGetM(value), kxGetN(value)), kxGetClassName(value)});
+}
+
+/// Refuses an array of several columns.
+void requireColumn(const kxArray* value) {
+  if (kxGetN(value) != 1 && !kxIsEmpty(value)) {
+    refuse(value);
+  }
+}
+
 }  // namespace
 
 Value toValue(const kxArray* column) {
+  requireColumn(column);
   if (kxGetClassID(column) == kxLOGICAL_CLASS) {
     return Value(logicalsOf(column));
   }
@@ -64,11 +77,11 @@ Value toValue(const kxArray* column) {
   if (isNumeric) {
     return Value(std::move(data));
   }
-  raiseError("KALVEX:array:NotAColumn",
-             {fmt::format("{}x{}", kxGetM(column), kxGetN(column)), kxGetClassName(column)});
+  refuse(column);
 }
 
 std::span<const double> numbersOf(const kxArray* column, std::vector<double>& store) {
+  requireColumn(column);
   if (kxGetClassID(column) == kxDOUBLE_CLASS) {
     return elements<double>(column);
   }

@@ -16,7 +16,8 @@ Value toValue(const kxArray* column);
 
 /// The numbers of a numeric or logical column of the host: in place if it is double, otherwise
 /// copied to `store`.
-/// Errors: Error "KALVEX:array:NotANumber" with its class for anything else.
+/// Errors: Error "KALVEX:array:NotAColumn" for an array of several columns,
+///         "KALVEX:array:NotANumber" with its class for anything else.
 /// Lives: as long as `column` and `store`.
 std::span<const double> numbersOf(const kxArray* column, std::vector<double>& store);
 

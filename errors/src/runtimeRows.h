@@ -47,7 +47,16 @@ inline constexpr ErrorRow kRuntimeRows[] = {
      BaseType::Value},
     {"KALVEX:array:NeedsRows", "operation", "{0} needs an array with rows, got a value in memory.",
      BaseType::Value},
-    {"KALVEX:array:NeedsColumn", "operation", "{0} needs one column, got a table.", BaseType::Type},
+    {"KALVEX:array:NeedsColumn", "operation, actual", "{0} needs one column, got {1}.",
+     BaseType::Type},
+    {"KALVEX:array:SizesDiffer", "function, size, origin, other size, other origin",
+     "{0}: the sizes {1} of {2} and {3} of {4} don't go together. Dimensions after the first must "
+     "be the same, or 1.",
+     BaseType::Value},
+    {"KALVEX:array:TooManyColumns", "size, limit",
+     "An array of size {0} has more than {1} columns after its first dimension, which is that of "
+     "rows.",
+     BaseType::Value},
     {"KALVEX:array:NeedsTable", "operation", "{0} needs a table, got an array.", BaseType::Type},
     {"KALVEX:array:UnknownColumn", "column, columns",
      "There is no column '{0:short}'. The columns are: {1}.", BaseType::Key},
@@ -62,6 +71,14 @@ inline constexpr ErrorRow kRuntimeRows[] = {
     {"KALVEX:array:ChunkTypes", "operation, type, rows, other type, other rows",
      "{0} must return one type for all rows, but returned {1} for {2} and {3} for {4}.",
      BaseType::Type},
+    {"KALVEX:array:ChunkSizes", "operation, size, rows, other size, other rows",
+     "{0} must return arrays of one size but for their rows, but returned {1} for {2} and {3} for "
+     "{4}.",
+     BaseType::Value},
+    {"KALVEX:array:PartialSizes", "operation, size, other size",
+     "The functions of {0} must return arrays of one size but for their rows, but returned {1} and "
+     "{2}.",
+     BaseType::Value},
     {"KALVEX:array:PartialTypes", "operation, type, other type",
      "The functions of {0} must return one type in all calls, but returned {1} and {2}.",
      BaseType::Type},

@@ -60,6 +60,31 @@ def test_a_function_gets_values_as_they_were_supplied(numbers):
     assert caught.value.identifier == "KALVEX:array:RowsDiffer"
 
 
+def test_a_function_may_return_matrices_and_gets_them_back(numbers):
+    s = numbers.session
+    weights = np.array([[1.0, 10.0]])
+
+    def powers(nargout, chunk):
+        return np.column_stack([chunk.ravel(), chunk.ravel() ** 2])
+
+    def norms(nargout, chunk):
+        return np.hypot(chunk[:, 0], chunk[:, 1])
+
+    both = numbers.map(powers, numbers.x)
+    x = numbers.gather(numbers.x).ravel()
+    weighted = numbers.map(host.Function("kv.element.times"), both, weights)
+    expected = [
+        powers(1, x),
+        powers(1, x) * weights,
+        powers(1, x).sum(axis=0, keepdims=True),
+        norms(1, powers(1, x))[:, None],
+    ]
+    arrays = both, weighted, numbers.sum(both), numbers.map(norms, both)
+    for result, value in zip(s.call("gather", *arrays, nargout=4), expected, strict=True):
+        assert result.shape == value.shape
+        assert np.allclose(result, value, rtol=1e-15)
+
+
 def bounded(s, function, rows):
     return s.new("kalvex.bigdata.internal.FunctionHandle", function, "MaxNumSlices", rows)
 

@@ -6,11 +6,12 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "driver/failures.h"
+#include "kernel/evaluateArrays.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "kv/runtime/functionNames.h"
 #include "kv/runtime/runtime.h"
-#include "values/columnValues.h"
+#include "values/chunkValues.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -20,29 +21,36 @@ namespace {
 using host::Call;
 using host::Value;
 
-/// An element function on whole values: scalars are expanded to the rows of the others.
+/// An element function on whole values: one row is expanded to the rows of the others.
 void applyElementFunction(const ElementFunction& function, const Call& call) {
   const int arity = static_cast<int>(function.arity);
   call.expect(1, arity, arity);
-  std::vector<Operand> operands;
+  std::vector<Chunk> arrays;
+  std::vector<ArrayOperand> operands;
   std::int64_t rows = 1;
   for (int i = 0; i < call.nrhs; ++i) {
-    Column column = toColumn(call.in(i));
-    const bool isScalar = column.rows() == 1;
-    rows = isScalar ? rows : column.rows();
-    operands.push_back({std::move(column), isScalar});
+    arrays.push_back(toArray(call.in(i)));
   }
-  call.out(0, toValue(evaluate(function, operands, rows)));
+  for (const Chunk& array : arrays) {
+    const bool isScalar = array.rows() == 1;
+    rows = isScalar ? rows : array.rows();
+    operands.push_back({&array, isScalar, "an input"});
+  }
+  call.out(0, toValue(evaluateArrays(function, operands, rows)));
 }
 
 /// An aggregate of a whole value, in the same fixed order as for partitions.
 void applyAggregate(const AggregateFunction& function, MissingRule missing, const Call& call) {
   call.expect(1, 1, 1);
-  const Column column = toColumn(call.in(0));
-  AggregateState state(function.kind, missing);
-  state.update(column, RowOrdinals(0, column.rows()));
-  const std::array partials{state.finish()};
-  call.out(0, toValue(combinePartials(function.kind, partials)));
+  const Chunk array = toArray(call.in(0));
+  Chunk answer{.ordinals = RowOrdinals(0, 1), .trailing = array.trailing};
+  for (const Column& column : array.columns) {
+    AggregateState state(function.kind, missing);
+    state.update(column, array.ordinals);
+    const std::array partials{state.finish()};
+    answer.columns.push_back(combinePartials(function.kind, partials));
+  }
+  call.out(0, toValue(answer));
 }
 
 /// copy(value): values are immutable; for an object, the host calls the object's own method.

@@ -89,7 +89,7 @@ Chunk RowPlaces::take(const Chunk& whole, std::int64_t partition, std::int64_t f
     count = high - low;
     taken = RowOrdinals(std::make_shared<const std::vector<std::int64_t>>(low, high));
   }
-  Chunk chunk{partition, std::move(taken), whole.names, {}};
+  Chunk chunk{partition, std::move(taken), whole.names, {}, whole.trailing};
   for (const Column& column : whole.columns) {
     chunk.columns.push_back(column.slice(begin + from, count));
   }

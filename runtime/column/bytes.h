@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "kv/runtime/Column.h"
+#include "kv/runtime/Chunk.h"
 
 /// Plain values as bytes, little-endian, as threads, processes and machines pass them on.
 namespace kv::runtime {
@@ -80,5 +80,9 @@ class ByteReader {
 };
 
 ElementType readElementType(ByteReader& bytes);
+
+/// The trailing dimensions of an array.
+void writeDimensions(const Dimensions& trailing, ByteWriter& bytes);
+Dimensions readDimensions(ByteReader& bytes);
 
 }  // namespace kv::runtime

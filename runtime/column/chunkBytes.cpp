@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "column/allocate.h"
+#include "column/arrays.h"
 
 namespace kv::runtime {
 
@@ -55,6 +56,13 @@ std::shared_ptr<arrow::RecordBatch> fromStream(std::string stream, arrow::Memory
   return status.ok() && batch != nullptr && batch->ValidateFull().ok() ? batch : nullptr;
 }
 
+/// True for the columns of an array with the chunk's trailing dimensions, or for no columns.
+bool isArray(const Chunk& chunk) {
+  return chunk.columns.empty()
+             ? chunk.trailing.empty()
+             : chunk.columns.size() == columnsIn(chunk.trailing) && isOfOneType(chunk);
+}
+
 }  // namespace
 
 void writeChunk(const Chunk& chunk, ByteWriter& bytes) {
@@ -70,6 +78,7 @@ void writeChunk(const Chunk& chunk, ByteWriter& bytes) {
     fields.push_back(arrow::field("", arrowTypeOf(column.type())));
     columns.push_back(column.data());
   }
+  writeDimensions(chunk.trailing, bytes);
   bytes.number(chunk.rows());
   const auto batch =
       arrow::RecordBatch::Make(arrow::schema(std::move(fields)), chunk.rows(), std::move(columns));
@@ -85,6 +94,7 @@ Chunk readChunk(ByteReader& bytes, arrow::MemoryPool* pool) {
     kind.type = readElementType(bytes);
     kind.isNullable = bytes.flag();
   }
+  chunk.trailing = readDimensions(bytes);
   const auto rows = bytes.number<std::int64_t>();
   const std::shared_ptr<arrow::RecordBatch> batch = fromStream(bytes.text(), pool);
   const auto numColumns = static_cast<int>(kinds.size());
@@ -101,6 +111,9 @@ Chunk readChunk(ByteReader& bytes, arrow::MemoryPool* pool) {
     chunk.columns.push_back(isNullable ? column.asNullable() : column);
   }
   chunk.ordinals = RowOrdinals(0, rows);
+  if (isTable ? !chunk.trailing.empty() : !isArray(chunk)) {
+    bytes.refuse();
+  }
   if (isTable) {
     chunk.names = std::make_shared<const std::vector<std::string>>(std::move(names));
   }

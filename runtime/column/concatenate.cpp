@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "column/allocate.h"
+#include "column/arrays.h"
 
 namespace kv::runtime {
 
@@ -72,24 +73,58 @@ Column concatenate(const std::vector<Column>& columns) {
   return first->isNullable() ? whole.asNullable() : whole;
 }
 
-Chunk concatenate(std::span<const Chunk> chunks) {
-  assert(!chunks.empty());
-  if (chunks.size() == 1) {
-    return chunks.front();
+Chunk concatenateArrays(std::span<const Chunk> arrays) {
+  const auto isKnown = [](const Chunk& array) { return array.type() != ElementType::Unknown; };
+  const auto typed = std::ranges::find_if(arrays, [](const Chunk& a) { return a.rows() > 0; });
+  const auto known = typed != arrays.end() ? typed : std::ranges::find_if(arrays, isKnown);
+  if (known == arrays.end()) {
+    return emptyArray({});
   }
-  Chunk whole{chunks.front().partition, join(chunks), chunks.front().names, {}};
-  for (std::size_t i = 0; i < chunks.front().columns.size(); ++i) {
-    std::vector<Column> parts;
-    for (const Chunk& chunk : chunks) {
-      parts.push_back(chunk.columns[i]);
+  std::vector<std::vector<Column>> parts(known->columns.size());
+  std::int64_t rows = 0;
+  for (const Chunk& array : arrays) {
+    rows += array.rows();
+    for (std::size_t i = 0; i < parts.size() && (array.rows() > 0 || &array == &*known); ++i) {
+      parts[i].push_back(array.columns[i]);
     }
-    whole.columns.push_back(concatenate(parts));
+  }
+  Chunk whole{.ordinals = RowOrdinals(0, rows), .trailing = known->trailing};
+  for (const std::vector<Column>& part : parts) {
+    whole.columns.push_back(concatenate(part));
   }
   return whole;
 }
 
+Chunk concatenateTables(std::span<const Chunk> tables) {
+  assert(!tables.empty());
+  Chunk whole{.names = tables.front().names};
+  for (std::size_t i = 0; i < tables.front().columns.size(); ++i) {
+    std::vector<Column> parts;
+    for (const Chunk& table : tables) {
+      parts.push_back(table.columns[i]);
+    }
+    whole.columns.push_back(concatenate(parts));
+  }
+  const std::int64_t rows = whole.columns.empty() ? 0 : whole.columns.front().rows();
+  whole.ordinals = RowOrdinals(0, rows);
+  return whole;
+}
+
+Chunk concatenate(std::span<const Chunk> chunks) {
+  assert(!chunks.empty());
+  const Chunk& first = chunks.front();
+  if (chunks.size() == 1) {
+    return first;
+  }
+  const bool isArray = first.names == nullptr && !first.columns.empty();
+  Chunk whole = isArray ? concatenateArrays(chunks) : concatenateTables(chunks);
+  whole.partition = first.partition;
+  whole.ordinals = join(chunks);
+  return whole;
+}
+
 Chunk slice(const Chunk& chunk, std::int64_t first, std::int64_t count) {
-  Chunk part{chunk.partition, chunk.ordinals.slice(first, count), chunk.names, {}};
+  Chunk part{chunk.partition, chunk.ordinals.slice(first, count), chunk.names, {}, chunk.trailing};
   for (const Column& column : chunk.columns) {
     part.columns.push_back(column.slice(first, count));
   }

@@ -19,9 +19,20 @@ Column repeat(const Column& value, std::int64_t rows);
 /// Errors: "KALVEX:memory:TextTooLarge" for texts of more than 2 GiB in all (StepError).
 Column concatenate(const std::vector<Column>& columns);
 
-/// The rows of all chunks in order.
+/// The rows of all arrays in order, as an array of the type and dimensions of those that have rows,
+/// with ordinals from 0. Without any rows, the type is that of the first array whose type is known.
 ///
-/// Requires: at least one chunk; all have the same columns and partition; ordinals ascend.
+/// Requires: arrays with rows are of one type and have the same trailing dimensions.
+Chunk concatenateArrays(std::span<const Chunk> arrays);
+
+/// The rows of all tables in order, with ordinals from 0.
+///
+/// Requires: at least one table; all have the same columns.
+Chunk concatenateTables(std::span<const Chunk> tables);
+
+/// The rows of all chunks of a partition in order, with their ordinals.
+///
+/// Requires: at least one chunk; all are arrays or tables as above; ordinals ascend.
 Chunk concatenate(std::span<const Chunk> chunks);
 
 /// Rows [first, first + count) of a chunk; shares the buffers.

@@ -118,6 +118,7 @@ Chunk selectFlagged(const Chunk& chunk, std::span<const std::uint8_t> flags) {
   result.partition = chunk.partition;
   result.ordinals = chunk.ordinals.select(kept);
   result.names = chunk.names;
+  result.trailing = chunk.trailing;
   result.columns.reserve(chunk.columns.size());
   for (const Column& column : chunk.columns) {
     const bool isText = column.type() == ElementType::String;

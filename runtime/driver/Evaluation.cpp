@@ -20,6 +20,7 @@
 #include "plan/condition.h"
 #include "plan/lowerPass.h"
 #include "plan/rules/rules.h"
+#include "values/chunkValues.h"
 #include "values/columnValues.h"
 #include "values/placesValues.h"
 
@@ -43,8 +44,8 @@ std::vector<Value> valuesOf(const MergedSink& merged) {
     return SessionFunctions::valuesOf(merged.reduced);
   }
   std::vector<Value> values;
-  for (const Column& column : merged.columns) {
-    values.push_back(toValue(column));
+  for (const Chunk& array : merged.arrays) {
+    values.push_back(toValue(array));
   }
   return values;
 }

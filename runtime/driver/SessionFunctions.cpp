@@ -7,15 +7,15 @@
 #include "driver/randomStreams.h"
 #include "driver/slicedCalls.h"
 #include "driver/wholeRuns.h"
-#include "values/columnValues.h"
+#include "values/chunkValues.h"
 
 namespace kv::runtime {
 
 using host::Value;
 
-std::vector<Column> SessionFunctions::call(std::size_t step, const Chunk& rows,
-                                           std::span<const FunctionInput> inputs,
-                                           OutputTypes& types) {
+std::vector<Chunk> SessionFunctions::call(std::size_t step, const Chunk& rows,
+                                          std::span<const FunctionInput> inputs,
+                                          OutputTypes& types) {
   return withRecordedErrors([&] {
     std::vector<CallInput> arguments;
     for (const FunctionInput& input : inputs) {
@@ -32,11 +32,11 @@ std::vector<Column> SessionFunctions::call(std::size_t step, const Chunk& rows,
   });
 }
 
-ReducedValues SessionFunctions::reduce(std::size_t step, std::span<const Column> partials) {
+ReducedValues SessionFunctions::reduce(std::size_t step, std::span<const Chunk> partials) {
   return withRecordedErrors([&]() -> ReducedValues {
     std::vector<Value> values;
     std::vector<const kxArray*> inputs;
-    for (const Column& partial : partials) {
+    for (const Chunk& partial : partials) {
       values.push_back(toValue(partial));
       inputs.push_back(values.back().get());
     }
@@ -46,14 +46,14 @@ ReducedValues SessionFunctions::reduce(std::size_t step, std::span<const Column>
   });
 }
 
-std::vector<Column> SessionFunctions::partialsOf(std::size_t /*step*/,
-                                                 const ReducedValues& reduced) {
+std::vector<Chunk> SessionFunctions::partialsOf(std::size_t /*step*/,
+                                                const ReducedValues& reduced) {
   return withRecordedErrors([&] {
-    std::vector<Column> columns;
+    std::vector<Chunk> arrays;
     for (const Value& value : valuesOf(reduced)) {
-      columns.push_back(toColumn(value.get()));
+      arrays.push_back(toArray(value.get()));
     }
-    return columns;
+    return arrays;
   });
 }
 

@@ -17,12 +17,12 @@ class SessionFunctions final : public UserFunctions {
  public:
   explicit SessionFunctions(const AssembledStage& stage) : stage_(stage) {}
 
-  std::vector<Column> call(std::size_t step, const Chunk& rows,
-                           std::span<const FunctionInput> inputs, OutputTypes& types) override;
+  std::vector<Chunk> call(std::size_t step, const Chunk& rows,
+                          std::span<const FunctionInput> inputs, OutputTypes& types) override;
 
-  ReducedValues reduce(std::size_t step, std::span<const Column> partials) override;
+  ReducedValues reduce(std::size_t step, std::span<const Chunk> partials) override;
 
-  std::vector<Column> partialsOf(std::size_t step, const ReducedValues& reduced) override;
+  std::vector<Chunk> partialsOf(std::size_t step, const ReducedValues& reduced) override;
 
   /// The values that `reduce` returned.
   static std::vector<host::Value> valuesOf(const ReducedValues& reduced);

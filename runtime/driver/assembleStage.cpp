@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "column/arrays.h"
 #include "driver/OpSpecValue.h"
 #include "driver/StageValue.h"
 #include "driver/failures.h"
@@ -123,15 +124,13 @@ class BuilderGraphMaker {
     if (whole.places) {
       Chunk rows = toChunk(whole.value.get());
       if (whole.places->isUntyped && rows.names == nullptr) {
-        rows.columns = {emptyColumn(ElementType::Unknown)};
+        rows = emptyArray({});
       }
       setNullable(rows, whole.places->isNullable);
-      inputs_.push_back(
-          {emptyColumn(ElementType::Double), whole.places, std::move(rows), whole.places->origin});
+      inputs_.push_back({std::move(rows), whole.places, whole.places->origin});
     } else {
       const bool isPassed = plan_.task(input.task).spec->callsUser && isOpaque(whole.value.get());
-      inputs_.push_back(
-          {isPassed ? emptyColumn(ElementType::Unknown) : toColumn(whole.value.get())});
+      inputs_.push_back({isPassed ? Chunk{} : toArray(whole.value.get())});
       inputs_.back().isOpaque = isPassed;
       inputs_.back().origin =
           input.from.task < 0 ? "a value in memory" : describe(*plan_.task(input.from.task).spec);

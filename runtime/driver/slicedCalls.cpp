@@ -10,6 +10,7 @@
 
 #include "column/concatenate.h"
 #include "kv/host/errors.h"
+#include "values/chunkValues.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
 
@@ -19,31 +20,31 @@ namespace {
 
 constexpr std::int64_t kUnbounded = std::numeric_limits<std::int64_t>::max();
 
-std::vector<Column> callOnce(const OpSpec& spec, const kxArray* handle,
-                             std::span<const CallInput> inputs, const Chunk& rows,
-                             OutputTypes& types) {
+std::vector<Chunk> callOnce(const OpSpec& spec, const kxArray* handle,
+                            std::span<const CallInput> inputs, const Chunk& rows,
+                            OutputTypes& types) {
   std::vector<host::Value> values;
   std::vector<const kxArray*> arguments{handle};
   for (const CallInput& input : inputs) {
     if (input.rows) {
-      values.push_back(toArgument(*input.rows, rows.ordinals));
+      values.push_back(toArgument(*input.rows));
     }
     arguments.push_back(input.rows ? values.back().get() : input.value);
   }
   const std::vector<host::Value> outputs =
       host::callMany("feval", static_cast<int>(spec.numOutputs), arguments);
-  std::vector<Column> columns;
+  std::vector<Chunk> results;
   for (std::size_t i = 0; i < spec.numOutputs; ++i) {
     if (i >= outputs.size() || outputs[i] == nullptr) {
       host::raise("KALVEX:array:MissingOutput",
                   {spec.label, std::to_string(i + 1), std::to_string(spec.numOutputs)});
     }
-    columns.push_back(toColumn(asReturned(matrix::sharedCopy(outputs[i].get())).get()));
-    if (columns.back().rows() > 0) {
-      types.add(spec.label, i, columns.back().type(), GivenRows::of(rows));
+    results.push_back(toArray(asReturned(matrix::sharedCopy(outputs[i].get())).get()));
+    if (results.back().rows() > 0) {
+      types.add(spec.label, i, results.back().arrayType(), GivenRows::of(rows));
     }
   }
-  return columns;
+  return results;
 }
 
 Chunk givenRows(const Chunk& rows, std::int64_t first, std::int64_t count) {
@@ -53,9 +54,9 @@ Chunk givenRows(const Chunk& rows, std::int64_t first, std::int64_t count) {
 std::vector<CallInput> sliceOf(std::span<const CallInput> inputs, std::int64_t first,
                                std::int64_t count) {
   std::vector<CallInput> slices(inputs.begin(), inputs.end());
-  for (CallInput& slice : slices) {
-    if (slice.rows) {
-      slice.rows = slice.rows->slice(first, count);
+  for (CallInput& input : slices) {
+    if (input.rows) {
+      input.rows = slice(*input.rows, first, count);
     }
   }
   return slices;
@@ -77,25 +78,25 @@ std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle) {
   return static_cast<std::int64_t>(bound);
 }
 
-std::vector<Column> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
-                                 std::span<const CallInput> inputs, const Chunk& rows,
-                                 OutputTypes& types) {
+std::vector<Chunk> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
+                                std::span<const CallInput> inputs, const Chunk& rows,
+                                OutputTypes& types) {
   const std::int64_t maxRows = maxRowsOf(spec, functionHandle);
   if (rows.rows() <= maxRows) {
     return callOnce(spec, functionHandle, inputs, rows, types);
   }
-  std::vector<std::vector<Column>> parts(spec.numOutputs);
+  std::vector<std::vector<Chunk>> parts(spec.numOutputs);
   for (std::int64_t first = 0; first < rows.rows(); first += maxRows) {
     const std::int64_t count = std::min(maxRows, rows.rows() - first);
-    std::vector<Column> outputs = callOnce(spec, functionHandle, sliceOf(inputs, first, count),
-                                           givenRows(rows, first, count), types);
+    std::vector<Chunk> outputs = callOnce(spec, functionHandle, sliceOf(inputs, first, count),
+                                          givenRows(rows, first, count), types);
     for (std::size_t i = 0; i < outputs.size(); ++i) {
       parts[i].push_back(std::move(outputs[i]));
     }
   }
-  std::vector<Column> joined;
-  for (const std::vector<Column>& part : parts) {
-    joined.push_back(concatenate(part));
+  std::vector<Chunk> joined;
+  for (const std::vector<Chunk>& part : parts) {
+    joined.push_back(concatenateArrays(part));
   }
   return joined;
 }

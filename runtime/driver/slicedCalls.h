@@ -15,7 +15,7 @@ namespace kv::runtime {
 
 /// An input of a function: rows, which are sliced, or a value that each call gets as it is.
 struct CallInput {
-  std::optional<Column> rows;
+  std::optional<Chunk> rows;  ///< an array
   const kxArray* value = nullptr;
 };
 
@@ -33,8 +33,8 @@ std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle);
 /// Requires: inputs of rows have as many as `rows`.
 /// Errors: what the function raises; "KALVEX:array:MissingOutput"; those of `maxRowsOf` and of
 ///         OutputTypes.
-std::vector<Column> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
-                                 std::span<const CallInput> inputs, const Chunk& rows,
-                                 OutputTypes& types);
+std::vector<Chunk> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
+                                std::span<const CallInput> inputs, const Chunk& rows,
+                                OutputTypes& types);
 
 }  // namespace kv::runtime

@@ -59,7 +59,7 @@ std::vector<Value> callOnRows(const OpSpec& spec, const kxArray* factory,
   std::int64_t rows = 1;
   for (const kxArray* input : inputs) {
     if (isRows(input)) {
-      arguments.push_back({toColumn(input), nullptr});
+      arguments.push_back({toArray(input), nullptr});
       rows = arguments.back().rows->rows();
     } else {
       arguments.push_back({std::nullopt, input});
@@ -69,8 +69,8 @@ std::vector<Value> callOnRows(const OpSpec& spec, const kxArray* factory,
   std::vector<Value> outputs;
   OutputTypes types;
   const Chunk all{kFirstPartition, RowOrdinals(0, rows), nullptr, {}};
-  for (const Column& column : callInSlices(spec, handle.get(), arguments, all, types)) {
-    outputs.push_back(toValue(column));
+  for (const Chunk& output : callInSlices(spec, handle.get(), arguments, all, types)) {
+    outputs.push_back(toValue(output));
   }
   return outputs;
 }
@@ -79,7 +79,7 @@ std::vector<Value> callOnRowsForLogical(const OpSpec& spec, const kxArray* facto
                                         const std::vector<const kxArray*>& inputs) {
   std::vector<Value> outputs = callOnRows(spec, factory, inputs);
   for (const Value& output : outputs) {
-    requireLogical(spec.label, toColumn(output.get()));
+    requireLogical(spec.label, toArray(output.get()));
   }
   return outputs;
 }

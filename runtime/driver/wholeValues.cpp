@@ -1,6 +1,7 @@
 #include "driver/wholeValues.h"
 
 #include <algorithm>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -14,24 +15,16 @@ namespace {
 
 using host::Value;
 
-/// Columns of one name over all chunks.
-Column joinColumn(const std::vector<std::vector<Chunk>>& partitions, std::size_t index) {
-  std::vector<Column> parts;
+/// The rows of all chunks, in order.
+Chunk join(const std::vector<std::vector<Chunk>>& partitions) {
+  std::vector<Chunk> all;
   for (const std::vector<Chunk>& chunks : partitions) {
-    for (const Chunk& chunk : chunks) {
-      parts.push_back(chunk.columns[index]);
-    }
+    all.insert(all.end(), chunks.begin(), chunks.end());
   }
-  return concatenate(parts);
-}
-
-const Chunk* firstChunk(const std::vector<std::vector<Chunk>>& partitions) {
-  for (const std::vector<Chunk>& chunks : partitions) {
-    if (!chunks.empty()) {
-      return &chunks.front();
-    }
+  if (all.empty()) {
+    return {};
   }
-  return nullptr;
+  return all.front().names != nullptr ? concatenateTables(all) : concatenateArrays(all);
 }
 
 }  // namespace
@@ -46,13 +39,7 @@ std::vector<WholeValue> wholeValues(std::vector<Value> values) {
 
 WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
                     std::shared_ptr<const RowCut> cut, std::string origin, std::int64_t frameRows) {
-  Chunk whole;
-  if (const Chunk* first = firstChunk(partitions)) {
-    whole.names = first->names;
-    for (std::size_t i = 0; i < first->columns.size(); ++i) {
-      whole.columns.push_back(joinColumn(partitions, i));
-    }
-  }
+  const Chunk whole = join(partitions);
   RowPlaces places = RowPlaces::ofPartitions(partitions, std::move(cut));
   places.isUntyped = std::ranges::any_of(
       whole.columns, [](const Column& column) { return column.type() == ElementType::Unknown; });

@@ -8,15 +8,16 @@ namespace kv::runtime {
 
 namespace {
 
-constexpr std::uint32_t kTag = 0x3255766B;  // "kvU2"
+constexpr std::uint32_t kTag = 0x3355766B;  // "kvU3"
 
 void writeTypes(ByteWriter& bytes, const KnownTypes& known) {
   bytes.number<std::uint64_t>(known.size());
   for (const auto& [step, types] : known) {
     bytes.number<std::uint64_t>(step);
     bytes.number<std::uint64_t>(types.size());
-    for (const ElementType type : types) {
-      bytes.number(static_cast<std::uint8_t>(type));
+    for (const ArrayType& type : types) {
+      bytes.number(static_cast<std::uint8_t>(type.element));
+      writeDimensions(type.trailing, bytes);
     }
   }
 }
@@ -24,10 +25,11 @@ void writeTypes(ByteWriter& bytes, const KnownTypes& known) {
 KnownTypes readTypes(ByteReader& bytes) {
   KnownTypes known;
   for (std::size_t left = bytes.count(2 * sizeof(std::uint64_t)); left > 0; --left) {
-    std::vector<ElementType>& types = known[bytes.number<std::uint64_t>()];
+    std::vector<ArrayType>& types = known[bytes.number<std::uint64_t>()];
     types.resize(bytes.count());
-    for (ElementType& type : types) {
-      type = readElementType(bytes);
+    for (ArrayType& type : types) {
+      type.element = readElementType(bytes);
+      type.trailing = readDimensions(bytes);
     }
   }
   return known;

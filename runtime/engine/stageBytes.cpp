@@ -109,24 +109,26 @@ RowPlaces readPlaces(ByteReader& bytes, arrow::MemoryPool* pool) {
 }
 
 void writeInput(const StageInput& input, ByteWriter& bytes) {
-  writeColumn(input.column, bytes);
+  writeChunk(input.rows, bytes);
   bytes.flag(input.places != nullptr);
   if (input.places != nullptr) {
     writePlaces(*input.places, bytes);
-    writeChunk(input.rows, bytes);
   }
   bytes.text(input.origin);
   bytes.flag(input.isOpaque);
 }
 
 StageInput readInput(ByteReader& bytes, arrow::MemoryPool* pool) {
-  StageInput input{readColumn(bytes, pool)};
+  StageInput input{readChunk(bytes, pool)};
   if (bytes.flag()) {
     input.places = std::make_shared<const RowPlaces>(readPlaces(bytes, pool));
-    input.rows = readChunk(bytes, pool);
   }
   input.origin = bytes.text();
   input.isOpaque = bytes.flag();
+  const bool hasColumns = !input.rows.columns.empty() || input.rows.names != nullptr;
+  if (input.isOpaque == hasColumns) {
+    bytes.refuse();
+  }
   return input;
 }
 

@@ -84,10 +84,10 @@ bool OrderedMerge::hasUncalledFunction() const {
 KnownTypes OrderedMerge::knownTypes() const {
   KnownTypes known;
   for (const auto& [step, types] : types_) {
-    std::vector<ElementType>& ofStep = known[step];
+    std::vector<ArrayType>& ofStep = known[step];
     for (std::size_t output = 0; output < stage_.steps()[step].numOutputs; ++output) {
       const bool isKnown = output < types.seen().size() && types.seen()[output];
-      ofStep.push_back(isKnown ? types.seen()[output]->type : ElementType::Unknown);
+      ofStep.push_back(isKnown ? types.seen()[output]->type : ArrayType{});
     }
   }
   return known;

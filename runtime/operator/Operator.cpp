@@ -21,15 +21,15 @@ class StatelessRun final : public StepRun {
 /// For operators that call none.
 class NoFunctions final : public UserFunctions {
  public:
-  std::vector<Column> call(std::size_t /*step*/, const Chunk& /*rows*/,
-                           std::span<const FunctionInput> /*inputs*/,
-                           OutputTypes& /*types*/) override {
+  std::vector<Chunk> call(std::size_t /*step*/, const Chunk& /*rows*/,
+                          std::span<const FunctionInput> /*inputs*/,
+                          OutputTypes& /*types*/) override {
     refuse();
   }
-  ReducedValues reduce(std::size_t /*step*/, std::span<const Column> /*partials*/) override {
+  ReducedValues reduce(std::size_t /*step*/, std::span<const Chunk> /*partials*/) override {
     refuse();
   }
-  std::vector<Column> partialsOf(std::size_t /*step*/, const ReducedValues& /*reduced*/) override {
+  std::vector<Chunk> partialsOf(std::size_t /*step*/, const ReducedValues& /*reduced*/) override {
     refuse();
   }
 
@@ -41,7 +41,7 @@ class NoFunctions final : public UserFunctions {
 
 }  // namespace
 
-void requireLogical(std::string_view label, const Column& result) {
+void requireLogical(std::string_view label, const Chunk& result) {
   if (result.type() != ElementType::Logical) {
     errors::raiseStep("KALVEX:array:NotLogical",
                       {std::string(label), std::string(elementTypeName(result.type()))});

@@ -40,7 +40,7 @@ enum class RowEffect : std::uint8_t {
 
 /// In the unit without rows, which runs when all others have ended: the types that the functions
 /// of steps have returned, by step. The function of any other step is called once, on no rows.
-using KnownTypes = std::map<std::size_t, std::vector<ElementType>>;
+using KnownTypes = std::map<std::size_t, std::vector<ArrayType>>;
 
 /// The step that a StepRun runs, in one unit.
 ///
@@ -73,7 +73,7 @@ struct SinkResult {
 
 /// What all units gathered together.
 struct MergedSink {
-  std::vector<Column> columns{};                 ///< of a built-in aggregate
+  std::vector<Chunk> arrays{};                   ///< of a built-in aggregate: of one row
   ReducedValues reduced{};                       ///< of a user's reduction
   std::vector<std::vector<Chunk>> partitions{};  ///< of rows that are kept
 };
@@ -190,7 +190,7 @@ class Operator {
 
 /// Refuses a result that isn't logical.
 /// Errors: "KALVEX:array:NotLogical" with the label and the type.
-void requireLogical(std::string_view label, const Column& result);
+void requireLogical(std::string_view label, const Chunk& result);
 
 /// The outputs of an operator that calls no function, for inputs that are whole.
 std::vector<Chunk> processOnce(const Operator& op, std::string_view label,

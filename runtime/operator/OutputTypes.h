@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "kv/runtime/Chunk.h"
-#include "kv/runtime/Column.h"
 
 namespace kv::runtime {
 
@@ -26,11 +25,12 @@ struct GivenRows {
 };
 
 /// The types of what a user's function has returned so far, output by output. A type counts from
-/// the first result with rows on; each later one must have it too.
+/// the first result with rows on; each later one must have it too, and the same dimensions after
+/// the first.
 class OutputTypes {
  public:
   struct Seen {
-    ElementType type = ElementType::Unknown;
+    ArrayType type{};
     GivenRows rows;
   };
 
@@ -40,8 +40,9 @@ class OutputTypes {
 
   /// Records what the function of the step `label` returned as output `output` for some rows.
   /// Errors: "KALVEX:array:ChunkTypes" with the label, and both types and rows, if the type isn't
-  ///         that of an earlier result.
-  void add(std::string_view label, std::size_t output, ElementType type, const GivenRows& rows);
+  ///         that of an earlier result; "KALVEX:array:ChunkSizes" with both sizes.
+  void add(std::string_view label, std::size_t output, const ArrayType& type,
+           const GivenRows& rows);
 
   /// By output; none for an output without rows so far.
   const std::vector<std::optional<Seen>>& seen() const { return seen_; }

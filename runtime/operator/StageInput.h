@@ -5,17 +5,15 @@
 
 #include "column/RowPlaces.h"
 #include "kv/runtime/Chunk.h"
-#include "kv/runtime/Column.h"
 
 namespace kv::runtime {
 
 /// A value that exists before a pass, as the steps of a stage use it.
 struct StageInput {
-  Column column;                              ///< of a value that isn't known to be rows
-  std::shared_ptr<const RowPlaces> places{};  ///< of a value whose rows are those of a source
-  Chunk rows{};                               ///< such a value, a column or a table
+  Chunk rows{};                               ///< an array or a table; no columns if it is opaque
+  std::shared_ptr<const RowPlaces> places{};  ///< null if they aren't known to be rows of a source
   std::string origin{};                       ///< what made it, for messages
-  bool isOpaque = false;  ///< goes to users' functions as it is; `column` has no meaning
+  bool isOpaque = false;                      ///< goes to users' functions as it is
 };
 
 }  // namespace kv::runtime

@@ -4,6 +4,7 @@
 
 #include <optional>
 
+#include "column/arrays.h"
 #include "kv/errors/StepError.h"
 
 namespace kv::runtime {
@@ -32,10 +33,19 @@ const Chunk& StepInputs::chunk(std::size_t input) const {
   return *inputs_[input].rows;
 }
 
-const Column& StepInputs::column(std::size_t input) const {
+const Chunk& StepInputs::array(std::size_t input) const {
   const Chunk& rows = chunk(input);
   if (rows.names != nullptr) {
-    raiseStep("KALVEX:array:NeedsColumn", {std::string(label_)});
+    raiseStep("KALVEX:array:NeedsColumn", {std::string(label_), "a table"});
+  }
+  return rows;
+}
+
+const Column& StepInputs::column(std::size_t input) const {
+  const Chunk& rows = array(input);
+  if (rows.columns.size() != 1) {
+    raiseStep("KALVEX:array:NeedsColumn",
+              {std::string(label_), fmt::format("an {} array", describeSize(rows.trailing))});
   }
   return rows.columns.front();
 }
@@ -46,7 +56,7 @@ const Chunk& StepInputs::sharedRows() const {
     if (isValue(input)) {
       continue;
     }
-    column(input);  // refuses a table
+    array(input);  // refuses a table
     if (first) {
       requireSameRows(*first, input);
     } else {
@@ -72,7 +82,7 @@ void StepInputs::requireSameRows(std::size_t a, std::size_t b) const {
 void StepInputs::checkValues() const {
   for (std::size_t input = 0; input < size(); ++input) {
     const bool isRowValue = isValue(input) && !value(input).isOpaque;
-    if (isRowValue && (value(input).places || value(input).column.rows() != 1 || !spreads_)) {
+    if (isRowValue && (value(input).places || value(input).rows.rows() != 1 || !spreads_)) {
       refuseValue(input);
     }
   }
@@ -81,7 +91,7 @@ void StepInputs::checkValues() const {
 /// A value where rows are needed: it has one row, or those of something else.
 void StepInputs::refuseValue(std::size_t input) const {
   const StageInput& refused = value(input);
-  const std::int64_t rows = refused.places ? refused.places->rows() : refused.column.rows();
+  const std::int64_t rows = refused.places ? refused.places->rows() : refused.rows.rows();
   const bool mayNotSpread = refused.places || rows != 1 || !spreads_;
   for (std::size_t other = 0; other < size(); ++other) {
     if (mayNotSpread && !isValue(other)) {
@@ -97,18 +107,18 @@ void StepInputs::refuseValue(std::size_t input) const {
 
 bool StepInputs::hasUnknown() const {
   for (std::size_t input = 0; input < size(); ++input) {
-    if (!isValue(input) && column(input).type() == ElementType::Unknown) {
+    if (!isValue(input) && array(input).type() == ElementType::Unknown) {
       return true;
     }
   }
   return false;
 }
 
-std::vector<Operand> StepInputs::operands() const {
-  std::vector<Operand> operands;
+std::vector<ArrayOperand> StepInputs::operands() const {
+  std::vector<ArrayOperand> operands;
   for (std::size_t input = 0; input < size(); ++input) {
-    operands.push_back(isValue(input) ? Operand{value(input).column, true}
-                                      : Operand{column(input)});
+    const Chunk& rows = isValue(input) ? value(input).rows : array(input);
+    operands.push_back({&rows, isValue(input), inputs_[input].origin});
   }
   return operands;
 }
@@ -119,7 +129,7 @@ std::vector<FunctionInput> StepInputs::functionInputs() const {
     if (isValue(input)) {
       inputs.push_back({std::nullopt, inputs_[input].valueNumber});
     } else {
-      inputs.push_back({column(input)});
+      inputs.push_back({array(input)});
     }
   }
   return inputs;

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "kernel/evaluateArrays.h"
 #include "kv/runtime/Chunk.h"
-#include "kv/runtime/ElementFunctions.h"
 #include "operator/StageInput.h"
 #include "operator/UserFunctions.h"
 
@@ -51,11 +51,14 @@ class StepInputs {
   const Chunk& chunk(std::size_t input) const;
 
   /// Errors: those of `chunk`; "KALVEX:array:NeedsColumn" for a table.
+  const Chunk& array(std::size_t input) const;
+
+  /// Errors: those of `array`; "KALVEX:array:NeedsColumn" for an array of several columns.
   const Column& column(std::size_t input) const;
 
   /// The rows that all inputs share; a value goes with any, if it has one row and `spreads` is set,
   /// or is opaque.
-  /// Errors: those of `column`; "KALVEX:array:RowsDiffer" with the origins of both inputs.
+  /// Errors: those of `array`; "KALVEX:array:RowsDiffer" with the origins of both inputs.
   const Chunk& sharedRows() const;
 
   /// Errors: "KALVEX:array:RowsDiffer" with the origins of both inputs.
@@ -68,7 +71,7 @@ class StepInputs {
   bool hasUnknown() const;
 
   /// The inputs of an element function.
-  std::vector<Operand> operands() const;
+  std::vector<ArrayOperand> operands() const;
 
   /// The inputs of a user's function.
   std::vector<FunctionInput> functionInputs() const;

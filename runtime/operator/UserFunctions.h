@@ -7,15 +7,14 @@
 #include <vector>
 
 #include "kv/runtime/Chunk.h"
-#include "kv/runtime/Column.h"
 #include "operator/OutputTypes.h"
 
 namespace kv::runtime {
 
 /// An input of a user's function.
 struct FunctionInput {
-  std::optional<Column> rows;  ///< of the chunk at hand; none for a value
-  std::size_t value = 0;       ///< the stage's input that each call gets as the user supplied it
+  std::optional<Chunk> rows;  ///< an array of the rows at hand; none for a value
+  std::size_t value = 0;      ///< the stage's input that each call gets as the user supplied it
 };
 
 /// What the second function of a user's reduction returned: values that only the code that called
@@ -30,20 +29,20 @@ class UserFunctions {
   /// Calls the function of step `step` on rows of one partition. `rows` says which rows they are;
   /// `types` records the types of what the function returns. The rows of a partition come in order.
   ///
-  /// Result: a column for each output of the step.
+  /// Result: an array for each output of the step, with ordinals from 0.
   /// Errors: what the function raises, as it came; "KALVEX:array:MissingOutput"; those of
   ///         OutputTypes.
-  virtual std::vector<Column> call(std::size_t step, const Chunk& rows,
-                                   std::span<const FunctionInput> inputs, OutputTypes& types) = 0;
+  virtual std::vector<Chunk> call(std::size_t step, const Chunk& rows,
+                                  std::span<const FunctionInput> inputs, OutputTypes& types) = 0;
 
-  /// Calls the second function of step `step`, a reduction, on partial results, one column for each
+  /// Calls the second function of step `step`, a reduction, on partial results, one array for each
   /// output.
   /// Errors: what the function raises, as it came.
-  virtual ReducedValues reduce(std::size_t step, std::span<const Column> partials) = 0;
+  virtual ReducedValues reduce(std::size_t step, std::span<const Chunk> partials) = 0;
 
   /// What `reduce` returned as partial results again.
-  /// Errors: "KALVEX:array:NotAColumn" with the shape and class of what is no column.
-  virtual std::vector<Column> partialsOf(std::size_t step, const ReducedValues& reduced) = 0;
+  /// Errors: "KALVEX:array:NotAColumn" with the shape and class of what is no array.
+  virtual std::vector<Chunk> partialsOf(std::size_t step, const ReducedValues& reduced) = 0;
 };
 
 }  // namespace kv::runtime

@@ -1,7 +1,9 @@
+#include <cassert>
 #include <optional>
 #include <utility>
 
 #include "aggregate/PartialTree.h"
+#include "column/arrays.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -10,32 +12,92 @@ namespace {
 
 class AggregateRun final : public StepRun {
  public:
-  AggregateRun(AggregateKind kind, MissingRule missing) : state_(kind, missing) {}
+  AggregateRun(AggregateKind kind, MissingRule missing) : kind_(kind), missing_(missing) {}
 
   std::vector<Chunk> process(const StepInputs& inputs) override {
-    const Column& column = inputs.column(0);
-    if (column.type() != ElementType::Unknown) {
-      state_.update(column, inputs.chunk(0).ordinals);
+    const Chunk& rows = inputs.array(0);
+    if (rows.type() == ElementType::Unknown) {
+      return {};
+    }
+    if (states_.empty()) {
+      addStates(rows.columns.size());
+      trailing_ = rows.trailing;
+    }
+    assert(rows.trailing == trailing_);
+    for (std::size_t i = 0; i < states_.size(); ++i) {
+      states_[i].update(rows.columns[i], rows.ordinals);
     }
     return {};
   }
 
-  SinkResult finish() override { return {.partial = state_.finish().toBytes()}; }
+  SinkResult finish() override {
+    if (states_.empty()) {
+      addStates(1);
+    }
+    ByteWriter bytes;
+    writeDimensions(trailing_, bytes);
+    for (AggregateState& state : states_) {
+      bytes.text(state.finish().toBytes());
+    }
+    return {.partial = bytes.take()};
+  }
 
  private:
-  AggregateState state_;
+  void addStates(std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+      states_.emplace_back(kind_, missing_);
+    }
+  }
+
+  AggregateKind kind_;
+  MissingRule missing_;
+  Dimensions trailing_;
+  std::vector<AggregateState> states_;  ///< of the columns; none before the first rows
 };
 
 class AnswerMerge final : public SinkMerge {
  public:
-  explicit AnswerMerge(AggregateKind kind) : answer_(kind) {}
+  explicit AnswerMerge(AggregateKind kind) : answers_{PartialTree(kind)} {}
 
-  void add(SinkResult result) override { answer_.add(AggregatePartial::fromBytes(result.partial)); }
+  /// A partition without rows of a known type has one partial, which goes with any dimensions.
+  void add(SinkResult result) override {
+    ByteReader bytes(result.partial, "what an aggregate has gathered");
+    const Dimensions trailing = readDimensions(bytes);
+    std::vector<AggregatePartial> partials;
+    for (std::size_t left = columnsIn(trailing); left > 0; --left) {
+      partials.push_back(AggregatePartial::fromBytes(bytes.text()));
+    }
+    bytes.finish();
+    if (partials.front().type) {
+      setDimensions(trailing, bytes);
+    }
+    partials.resize(answers_.size(), partials.front());
+    for (std::size_t i = 0; i < answers_.size(); ++i) {
+      answers_[i].add(std::move(partials[i]));
+    }
+  }
 
-  MergedSink finish() override { return {.columns = {answer_.finish()}}; }
+  MergedSink finish() override {
+    Chunk answer{.ordinals = RowOrdinals(0, 1), .trailing = trailing_.value_or(Dimensions{})};
+    for (PartialTree& column : answers_) {
+      answer.columns.push_back(column.finish());
+    }
+    return {.arrays = {std::move(answer)}};
+  }
 
  private:
-  PartialTree answer_;
+  void setDimensions(const Dimensions& trailing, const ByteReader& bytes) {
+    if (trailing_ && *trailing_ != trailing) {
+      bytes.refuse();
+    }
+    if (!trailing_) {
+      trailing_ = trailing;
+      answers_.resize(columnsIn(trailing), answers_.front());
+    }
+  }
+
+  std::optional<Dimensions> trailing_;  ///< of the first partition with rows of a known type
+  std::vector<PartialTree> answers_;    ///< of the columns
 };
 
 class Aggregate final : public Operator {

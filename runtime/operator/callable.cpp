@@ -1,6 +1,7 @@
 #include <optional>
 #include <utility>
 
+#include "column/arrays.h"
 #include "column/concatenate.h"
 #include "column/pieces.h"
 #include "kv/errors/StepError.h"
@@ -18,13 +19,13 @@ class CallableRun final : public StepRun {
   std::vector<Chunk> process(const StepInputs& inputs) override {
     piece_.reset();
     const Chunk& rows = inputs.sharedRows();
-    std::vector<Column> columns =
+    std::vector<Chunk> results =
         rows.rows() > 0 ? callOnPieces(inputs, rows) : resultsWithoutRows(inputs, rows);
-    std::vector<Chunk> chunks;
-    for (Column& column : columns) {
-      chunks.push_back({rows.partition, rows.ordinals, nullptr, {std::move(column)}});
+    for (Chunk& result : results) {
+      result.partition = rows.partition;
+      result.ordinals = rows.ordinals;
     }
-    return chunks;
+    return results;
   }
 
   const GivenRows* rowsAtHand() const override { return piece_ ? &*piece_ : nullptr; }
@@ -32,41 +33,41 @@ class CallableRun final : public StepRun {
  private:
   /// The rows at hand are a frame; or of one piece, or of several where rows of the function's
   /// inputs are wide.
-  std::vector<Column> callOnPieces(const StepInputs& inputs, const Chunk& rows) {
+  std::vector<Chunk> callOnPieces(const StepInputs& inputs, const Chunk& rows) {
     const std::vector<FunctionInput> whole = inputs.functionInputs();
     if (scope_.isFramed) {
       return call(rows, whole);
     }
     const std::int64_t rowsEach = pieceRows(rowTypes(whole));
-    std::vector<std::vector<Column>> parts(scope_.numOutputs);
+    std::vector<std::vector<Chunk>> parts(scope_.numOutputs);
     for (std::int64_t first = 0; first < rows.rows();) {
       const std::int64_t last = endOfPiece(rows.ordinals, first, rowsEach);
       std::vector<FunctionInput> piece = whole;
       for (FunctionInput& input : piece) {
         if (input.rows) {
-          input.rows = input.rows->slice(first, last - first);
+          input.rows = slice(*input.rows, first, last - first);
         }
       }
       const Chunk given{rows.partition, rows.ordinals.slice(first, last - first), nullptr, {}};
-      std::vector<Column> results = call(given, piece);
+      std::vector<Chunk> results = call(given, piece);
       for (std::size_t i = 0; i < results.size(); ++i) {
         parts[i].push_back(std::move(results[i]));
       }
       first = last;
     }
-    std::vector<Column> columns;
-    for (const std::vector<Column>& part : parts) {
-      columns.push_back(concatenate(part));
+    std::vector<Chunk> joined;
+    for (const std::vector<Chunk>& part : parts) {
+      joined.push_back(concatenateArrays(part));
     }
-    return columns;
+    return joined;
   }
 
-  /// Types of what the function is given rows of.
+  /// Types of the columns that the function is given rows of.
   static std::vector<ElementType> rowTypes(const std::vector<FunctionInput>& inputs) {
     std::vector<ElementType> types;
     for (const FunctionInput& input : inputs) {
       if (input.rows) {
-        types.push_back(input.rows->type());
+        types.insert(types.end(), input.rows->columns.size(), input.rows->type());
       }
     }
     return types;
@@ -86,40 +87,39 @@ class CallableRun final : public StepRun {
     return low;
   }
 
-  std::vector<Column> call(const Chunk& rows, const std::vector<FunctionInput>& inputs) {
+  std::vector<Chunk> call(const Chunk& rows, const std::vector<FunctionInput>& inputs) {
     scope_.types.noteCall();
     piece_ = GivenRows::of(rows);
-    std::vector<Column> columns = scope_.functions.call(scope_.step, rows, inputs, scope_.types);
-    for (const Column& column : columns) {
-      if (column.rows() != rows.rows()) {
+    std::vector<Chunk> results = scope_.functions.call(scope_.step, rows, inputs, scope_.types);
+    for (const Chunk& result : results) {
+      if (result.rows() != rows.rows()) {
         errors::raiseStep("KALVEX:array:WrongRowCount",
                           {std::string(scope_.label), std::to_string(rows.rows()),
-                           std::to_string(column.rows())});
+                           std::to_string(result.rows())});
       }
       if (givesLogical_) {
-        requireLogical(scope_.label, column);
+        requireLogical(scope_.label, result);
       }
     }
-    return columns;
+    return results;
   }
 
   /// A function isn't called on no rows, unless there are none in the whole array: then once, so
   /// that its results have their types.
-  std::vector<Column> resultsWithoutRows(const StepInputs& inputs, const Chunk& rows) {
+  std::vector<Chunk> resultsWithoutRows(const StepInputs& inputs, const Chunk& rows) {
     const KnownTypes* known = scope_.typesForNoRows;
     if (known == nullptr) {
-      const ElementType type = givesLogical_ ? ElementType::Logical : ElementType::Unknown;
-      return std::vector(scope_.numOutputs, emptyColumn(type));
+      return std::vector(scope_.numOutputs, emptyArray({}));
     }
     const auto found = known->find(scope_.step);
     if (found == known->end()) {
       return call(rows, inputs.functionInputs());
     }
-    std::vector<Column> columns;
-    for (const ElementType type : found->second) {
-      columns.push_back(emptyColumn(type));
+    std::vector<Chunk> results;
+    for (const ArrayType& type : found->second) {
+      results.push_back(emptyArray(type));
     }
-    return columns;
+    return results;
   }
 
   StepScope scope_;

@@ -17,14 +17,15 @@ class Elementwise final : public StatelessOperator {
   std::vector<Chunk> process(const StepInputs& inputs) const override {
     const Chunk& rows = inputs.sharedRows();
     if (inputs.hasUnknown()) {
-      const ElementType type = givesLogical_ ? ElementType::Logical : ElementType::Unknown;
-      return {{rows.partition, rows.ordinals, nullptr, {emptyColumn(type)}}};
+      return {{rows.partition, rows.ordinals, nullptr, {emptyColumn(ElementType::Unknown)}}};
     }
-    Column result = evaluate(function_, inputs.operands(), rows.rows());
+    Chunk result = evaluateArrays(function_, inputs.operands(), rows.rows());
     if (givesLogical_) {
       requireLogical(inputs.label(), result);
     }
-    return {{rows.partition, rows.ordinals, nullptr, {std::move(result)}}};
+    result.partition = rows.partition;
+    result.ordinals = rows.ordinals;
+    return {std::move(result)};
   }
 
   void write(ByteWriter& bytes) const override {

@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "aggregate/ReduceTree.h"
+#include "column/arrays.h"
 #include "column/concatenate.h"
 #include "kv/errors/StepError.h"
 #include "operator/operators.h"
@@ -17,27 +18,34 @@ namespace {
 
 /// A partial result: of the first function, or of the second.
 struct Partial {
-  std::vector<Column> columns{};
+  std::vector<Chunk> arrays{};
   ReducedValues reduced{};
 };
 
-/// The rows of all columns in order.
-/// Errors: "KALVEX:array:PartialTypes" with both types if two columns with rows differ.
-Column stack(std::string_view label, const std::vector<Column>& columns) {
-  const Column* first = nullptr;
-  for (const Column& column : columns) {
-    if (column.rows() == 0) {
+/// The rows of all arrays in order.
+/// Errors: "KALVEX:array:PartialTypes" with both types, or "KALVEX:array:PartialSizes" with both
+///         sizes, if two arrays with rows differ.
+Chunk stack(std::string_view label, const std::vector<Chunk>& arrays) {
+  const Chunk* first = nullptr;
+  for (const Chunk& array : arrays) {
+    if (array.rows() == 0) {
       continue;
     }
     if (first == nullptr) {
-      first = &column;
-    } else if (first->type() != column.type()) {
+      first = &array;
+    }
+    if (first->type() != array.type()) {
       errors::raiseStep("KALVEX:array:PartialTypes",
                         {std::string(label), std::string(elementTypeName(first->type())),
-                         std::string(elementTypeName(column.type()))});
+                         std::string(elementTypeName(array.type()))});
+    }
+    if (first->trailing != array.trailing) {
+      errors::raiseStep(
+          "KALVEX:array:PartialSizes",
+          {std::string(label), describeSize(first->trailing), describeSize(array.trailing)});
     }
   }
-  return concatenate(columns);
+  return concatenateArrays(arrays);
 }
 
 /// Reduces partial results of one step to one.
@@ -46,18 +54,18 @@ class Reducer {
   explicit Reducer(const MergeScope& scope) : scope_(scope) {}
 
   Partial operator()(std::vector<Partial> partials) const {
-    std::vector<std::vector<Column>> parts;
+    std::vector<std::vector<Chunk>> parts;
     for (Partial& partial : partials) {
-      std::vector<Column> columns = partial.reduced != nullptr
-                                        ? scope_.functions.partialsOf(scope_.step, partial.reduced)
-                                        : std::move(partial.columns);
-      parts.resize(columns.size());
-      for (std::size_t i = 0; i < columns.size(); ++i) {
-        parts[i].push_back(std::move(columns[i]));
+      std::vector<Chunk> arrays = partial.reduced != nullptr
+                                      ? scope_.functions.partialsOf(scope_.step, partial.reduced)
+                                      : std::move(partial.arrays);
+      parts.resize(arrays.size());
+      for (std::size_t i = 0; i < arrays.size(); ++i) {
+        parts[i].push_back(std::move(arrays[i]));
       }
     }
-    std::vector<Column> stacks;
-    for (const std::vector<Column>& part : parts) {
+    std::vector<Chunk> stacks;
+    for (const std::vector<Chunk>& part : parts) {
       stacks.push_back(stack(scope_.label, part));
     }
     return {.reduced = scope_.functions.reduce(scope_.step, stacks)};
@@ -76,8 +84,8 @@ class ReductionRun final : public StepRun {
     const Chunk& frame = inputs.sharedRows();
     if (frame.rows() > 0 || mustCallOnNoRows()) {
       scope_.types.noteCall();
-      Partial partial{.columns = scope_.functions.call(scope_.step, frame, inputs.functionInputs(),
-                                                       scope_.types)};
+      Partial partial{.arrays = scope_.functions.call(scope_.step, frame, inputs.functionInputs(),
+                                                      scope_.types)};
       isReducing_ = true;
       tree_.push(std::move(partial));
       isReducing_ = false;

@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "column/concatenate.h"
 #include "operator/operators.h"
 
@@ -17,8 +19,12 @@ class SpreadValue final : public StatelessOperator {
   std::vector<Chunk> process(const StepInputs& inputs) const override {
     inputs.checkValues();
     const Chunk& rows = inputs.chunk(1);
-    return {
-        {rows.partition, rows.ordinals, nullptr, {repeat(inputs.value(0).column, rows.rows())}}};
+    const Chunk& value = inputs.value(0).rows;
+    Chunk repeated{rows.partition, rows.ordinals, nullptr, {}, value.trailing};
+    for (const Column& column : value.columns) {
+      repeated.columns.push_back(repeat(column, rows.rows()));
+    }
+    return {std::move(repeated)};
   }
 };
 

@@ -3,7 +3,8 @@
 #include <arrow/array/builder_binary.h>
 #include <arrow/array/data.h>
 #include <arrow/buffer.h>
-#include <fmt/core.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <array>
 #include <cstdint>
@@ -23,16 +24,6 @@
 namespace kv::runtime {
 
 namespace {
-
-/// An Unknown column has no rows; as a value it is double.
-kxClassID classOf(ElementType type) {
-  if (type == ElementType::Logical) {
-    return kxLOGICAL_CLASS;
-  }
-  return type == ElementType::String
-             ? kxSTRING_CLASS
-             : visitNumeric(type, []<class T>() { return host::kClassOf<T>; });
-}
 
 /// The type of a numeric or logical class.
 std::optional<ElementType> numericType(kxClassID classId) {
@@ -71,8 +62,9 @@ const void* firstElement(const Column& column) {
   return data.buffers[1] ? data.buffers[1]->data() + skipped : nullptr;
 }
 
-bool isCharRow(const kxArray* value) {
-  return kxGetClassID(value) == kxCHAR_CLASS && (kxGetM(value) == 1 || kxIsEmpty(value));
+[[noreturn]] void refuse(const kxArray* value) {
+  host::raise("KALVEX:array:NotAColumn",
+              {fmt::format("{}", fmt::join(kxGetDimensions(value), "x")), kxGetClassName(value)});
 }
 
 /// More wrappers than any value has; one that a file brought may hold itself.
@@ -80,10 +72,19 @@ constexpr int kMaxWrappers = 100;
 
 }  // namespace
 
+kxClassID classOf(ElementType type) {
+  if (type == ElementType::Logical) {
+    return kxLOGICAL_CLASS;
+  }
+  return type == ElementType::String
+             ? kxSTRING_CLASS
+             : visitNumeric(type, []<class T>() { return host::kClassOf<T>; });
+}
+
 host::Value toValue(const Column& column) {
   const auto rows = static_cast<std::size_t>(column.rows());
   if (column.isNullable() && column.hasNulls()) {
-    return toMarkedDoubles(column, RowOrdinals(0, column.rows()));
+    return toMarkedDoubles({.ordinals = RowOrdinals(0, column.rows()), .columns = {column}});
   }
   if (column.type() != ElementType::String) {
     const std::array<std::size_t, 2> dimensions{rows, 1};
@@ -100,21 +101,21 @@ host::Value toValue(const Column& column) {
   return value;
 }
 
-host::Value toArgument(const Column& column, const RowOrdinals& rows) {
-  return column.isNullable() ? toMarkedDoubles(column, rows) : toValue(column);
-}
-
 host::Value asReturned(host::Value value) {
   return value == nullptr ? std::move(value) : withoutMarks(std::move(value));
 }
 
+bool isCharRow(const kxArray* value) noexcept {
+  return kxGetClassID(value) == kxCHAR_CLASS && (kxGetM(value) == 1 || kxIsEmpty(value));
+}
+
+bool isArray(const kxArray* value) noexcept {
+  return isCharRow(value) || numericType(kxGetClassID(value)).has_value() ||
+         Torvane::String::isString(value);
+}
+
 bool isColumn(const kxArray* value) noexcept {
-  if (isCharRow(value)) {
-    return true;
-  }
-  const bool holdsElements =
-      numericType(kxGetClassID(value)).has_value() || Torvane::String::isString(value);
-  return holdsElements && (kxGetN(value) == 1 || kxGetNumberOfElements(value) == 0);
+  return isArray(value) && (isCharRow(value) || kxGetN(value) == 1 || kxIsEmpty(value));
 }
 
 bool isBroadcastArray(const kxArray* value) {
@@ -129,12 +130,17 @@ host::Value withoutBroadcast(const kxArray* value) {
   return held;
 }
 
-Column toColumn(const kxArray* wrapped) {
-  const host::Value held = withoutBroadcast(wrapped);
-  const kxArray* value = held.get();
-  if (!isColumn(value)) {
-    host::raise("KALVEX:array:NotAColumn",
-                {fmt::format("{}x{}", kxGetM(value), kxGetN(value)), kxGetClassName(value)});
+Column toColumn(const kxArray* value) {
+  const host::Value held = withoutBroadcast(value);
+  if (!isColumn(held.get())) {
+    refuse(held.get());
+  }
+  return elementsOf(held.get());
+}
+
+Column elementsOf(const kxArray* value) {
+  if (!isArray(value)) {
+    refuse(value);
   }
   if (isCharRow(value)) {
     return textColumn(1, [&](std::size_t) { return std::optional(kxGetChars(value)); });

@@ -1,10 +1,13 @@
 #pragma once
 
 #include "kv/host/values.h"
-#include "kv/runtime/Chunk.h"
+#include "kv/runtime/Column.h"
 
 /// Columns as host values and back, for user's callables and for results.
 namespace kv::runtime {
+
+/// The class of the elements of a column. An Unknown column has no rows; as a value it is double.
+kxClassID classOf(ElementType type);
 
 /// An n-by-1 host array of the column's class, or of doubles for an Unknown column and for an
 /// integer or logical one with missing values (missingMarks.h). Numeric and logical memory is
@@ -14,12 +17,14 @@ namespace kv::runtime {
 ///         integer column with missing values.
 host::Value toValue(const Column& column);
 
-/// The same for an argument of a user's function, which always gets doubles for a nullable column:
-/// some of its rows are of the same class as all. `rows` says which rows they are, for messages.
-host::Value toArgument(const Column& column, const RowOrdinals& rows);
+/// The elements of a numeric, logical or string array in column-major order, or the text of a char
+/// row. Numeric and logical memory is borrowed, texts are copied.
+///
+/// Errors: "KALVEX:array:NotAColumn" with the shape and class of another value.
+Column elementsOf(const kxArray* value);
 
-/// The column of an n-by-1 numeric, logical or string array, a char row or a scalar, or of what a
-/// BroadcastArray holds. Numeric and logical memory is borrowed, texts are copied.
+/// The column of an n-by-1 array or a char row, or of what a BroadcastArray holds, as `elementsOf`
+/// gives it.
 ///
 /// Errors: "KALVEX:array:NotAColumn" with the shape and class of another value.
 Column toColumn(const kxArray* value);
@@ -28,8 +33,14 @@ Column toColumn(const kxArray* value);
 /// made of a missing input and that kept its payload.
 host::Value asReturned(host::Value value);
 
+/// True if `elementsOf` accepts the value.
+bool isArray(const kxArray* value) noexcept;
+
 /// True if `toColumn` accepts the value.
 bool isColumn(const kxArray* value) noexcept;
+
+/// True for a char row, which is one text.
+bool isCharRow(const kxArray* value) noexcept;
 
 bool isBroadcastArray(const kxArray* value);
 

@@ -4,7 +4,6 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cmath>
 #include <concepts>
@@ -17,6 +16,7 @@
 
 #include "column/Validity.h"
 #include "column/allocate.h"
+#include "column/arrays.h"
 #include "column/elementTypes.h"
 #include "kv/host/errors.h"
 
@@ -101,24 +101,31 @@ host::Value doublesLike(std::span<const std::size_t> dimensions) {
   return matrix::from_kalvex(kxCreateNumericArray(dimensions, kxDOUBLE_CLASS));
 }
 
-}  // namespace
-
-host::Value toMarkedDoubles(const Column& column, const RowOrdinals& rows) {
-  const auto size = static_cast<std::size_t>(column.rows());
-  host::Value value = doublesLike(std::array<std::size_t, 2>{size, 1});
-  auto* numbers = static_cast<double*>(kxGetMutableData(value.get()));
+/// Writes the elements of a column to `numbers`.
+void writeMarkedDoubles(const Column& column, const RowOrdinals& rows, double* numbers) {
   const Validity validity(column);
   const auto mark = std::bit_cast<double>(markOf(column.type()));
   visitNumeric(column.type(), [&]<class T>() {
     if constexpr (std::integral<T>) {
       const auto elements = column.values<T>();
-      for (std::size_t i = 0; i < size; ++i) {
+      for (std::size_t i = 0; i < elements.size(); ++i) {
         const auto row = static_cast<std::int64_t>(i);
         numbers[i] =
             validity.isNull(row) ? mark : exactDouble(+elements[i], rows.at(row), column.type());
       }
     }
   });
+}
+
+}  // namespace
+
+host::Value toMarkedDoubles(const Chunk& array) {
+  host::Value value = doublesLike(dimensionsOf(array));
+  auto* numbers = static_cast<double*>(kxGetMutableData(value.get()));
+  for (const Column& column : array.columns) {
+    writeMarkedDoubles(column, array.ordinals, numbers);
+    numbers += array.rows();
+  }
   return value;
 }
 

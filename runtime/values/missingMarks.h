@@ -11,13 +11,13 @@
 /// been computed.
 namespace kv::runtime {
 
-/// The elements as an n-by-1 array of doubles, missing ones as marked NaNs. `rows` says which rows
-/// they are, for messages.
+/// The elements of an array as doubles, column by column, missing ones as marked NaNs. Its value
+/// has as many rows and columns.
 ///
-/// Requires: column.isNullable().
-/// Errors:   "KALVEX:array:MissingField" with the row, counted from 1, the value and the type of a
-///           value beyond 2^53, where doubles skip whole numbers.
-host::Value toMarkedDoubles(const Column& column, const RowOrdinals& rows);
+/// Requires: the columns are nullable.
+/// Errors:   "KALVEX:array:MissingField" with the ordinal of a row, counted from 1, the value and
+///           the type of a value beyond 2^53, where doubles skip whole numbers.
+host::Value toMarkedDoubles(const Chunk& array);
 
 /// The column of which `toMarkedDoubles` has made the value; none if there is no mark, or if an
 /// element isn't one of the marked type.

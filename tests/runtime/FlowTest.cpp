@@ -219,11 +219,11 @@ class Head final : public Operator {
 
 class NoFunctions final : public UserFunctions {
  public:
-  MOCK_METHOD(std::vector<Column>, call,
+  MOCK_METHOD(std::vector<Chunk>, call,
               (std::size_t, const Chunk&, std::span<const FunctionInput>, OutputTypes&),
               (override));
-  MOCK_METHOD(ReducedValues, reduce, (std::size_t, std::span<const Column>), (override));
-  MOCK_METHOD(std::vector<Column>, partialsOf, (std::size_t, const ReducedValues&), (override));
+  MOCK_METHOD(ReducedValues, reduce, (std::size_t, std::span<const Chunk>), (override));
+  MOCK_METHOD(std::vector<Chunk>, partialsOf, (std::size_t, const ReducedValues&), (override));
 };
 
 TEST_F(Flow, ReadingStopsWhenNoStepWantsMore) {

@@ -144,12 +144,17 @@ TEST_F(Operations, ValuesHaveTheRowsOfTheirColumns) {
   const auto tableOf = [](const Value& a, const Value& b) {
     return host::call("table", {a.get(), b.get()});
   };
-  const Value values[] = {zeros(1, 0), zeros(3, 1), broadcast(zeros(3, 1)), host::makeChars("abc"),
-                          tableOf(zeros(2, 1), zeros(2, 1))};
+  const Value values[] = {zeros(1, 0),
+                          zeros(3, 1),
+                          broadcast(zeros(3, 1)),
+                          host::makeChars("abc"),
+                          tableOf(zeros(2, 1), zeros(2, 1)),
+                          zeros(2, 3),
+                          zeros(0, 3)};
   for (const Value& value : values) {
     EXPECT_EQ(rowsOf(value.get()), toChunk(value.get()).rows());
   }
-  EXPECT_FALSE(rowsOf(zeros(2, 2).get()));
+  EXPECT_FALSE(rowsOf(host::makeCell({}).get()));
   EXPECT_FALSE(rowsOf(tableOf(zeros(1, 1), zeros(1, 0)).get())) << "columns that differ";
 }
 

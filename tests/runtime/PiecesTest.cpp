@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "aggregate/ReduceTree.h"
+#include "column/arrays.h"
 #include "column/pieces.h"
 #include "engine/Stage.h"
 #include "kv/errors/StepError.h"
@@ -145,7 +146,8 @@ TEST_F(Pieces, AStageCrossesAsBytesAndNothingElseIsTakenForOne) {
   steps.push_back({makeZip(), {{.index = 8, .output = 1}, {.index = 0}}, 2});
   steps.push_back({makeVariable({"x"}, false), {{.index = 9, .output = 1}}});
   steps.push_back({makeCollect(), {{.index = 10}}});
-  const Stage stage(steps, {5, 6, 7, 11}, {{emptyColumn(ElementType::Double)}});
+  const Stage stage(steps, {5, 6, 7, 11},
+                    {{emptyArray({ElementType::Int8, {3, 2}})}, {.isOpaque = true}});
   const std::string bytes = stage.toBytes();
   arrow::MemoryPool* pool = arrow::default_memory_pool();
   const Stage read = Stage::fromBytes(bytes, pool);

@@ -18,8 +18,9 @@ TEST(Unit, IsSentAsAFewBytesAndNothingElseIsTakenForOne) {
     EXPECT_THROW(Unit::fromBytes(bytes.substr(0, length)), errors::StepError) << length;
   }
   EXPECT_THROW(Unit::fromBytes("x" + bytes.substr(1)), errors::StepError);
-  const Unit withoutRows{
-      .partition = 5, .numPartitions = 5, .knownTypes = {{1, {ElementType::Int8}}, {4, {}}}};
+  const Unit withoutRows{.partition = 5,
+                         .numPartitions = 5,
+                         .knownTypes = {{1, {{ElementType::Int8, {3, 2}}}}, {4, {}}}};
   EXPECT_EQ(Unit::fromBytes(withoutRows.toBytes()), withoutRows);
   const Unit behindAll{.partition = 6, .numPartitions = 5};
   try {

@@ -222,6 +222,7 @@ class Session {
   ///
   /// Errors: Error of a source ("KALVEX:datastore:..."), of a user's function (its own id and
   /// message, with the line where the array was made), or of inputs with different numbers of rows;
+  /// "KALVEX:array:NotAColumn" for an array of several columns, which a Value can't hold;
   /// "KALVEX:array:TwoSessions"; Interrupted.
   Gathered gather(std::span<const Array> arrays, Where where = Where::current());
 

@@ -46,9 +46,25 @@ class RowOrdinals {
   std::shared_ptr<const std::vector<std::int64_t>> list_;
 };
 
+/// The dimensions of an array after the first, without ones at the end: {} for n-by-1, {3, 2} for
+/// n-by-3-by-2.
+using Dimensions = std::vector<std::int64_t>;
+
+/// The most columns of an array: the product of its trailing dimensions.
+inline constexpr std::int64_t kMaxArrayColumns = 1 << 20;
+
+/// What all chunks of an array have in common.
+struct ArrayType {
+  ElementType element = ElementType::Unknown;  ///< if Unknown, so is `trailing`
+  Dimensions trailing{};
+
+  bool operator==(const ArrayType&) const = default;
+};
+
 /// The rows that are passed from one step to the next at a time.
 ///
-/// 1. All columns of a chunk have `rows()` rows. A chunk of one unnamed column is an array.
+/// 1. All columns of a chunk have `rows()` rows. A chunk without names is an array: a column for
+///    each place in its trailing dimensions, in column-major order, all of one type.
 /// 2. The chunks of a partition come in ascending order of ordinals; no ordinal occurs twice.
 /// 3. A chunk may have no rows: a filter may remove all.
 /// 4. A chunk is immutable; steps make new ones that share buffers where they can.
@@ -56,10 +72,15 @@ class RowOrdinals {
 struct Chunk {
   std::int64_t partition = 0;  ///< of the source, counted from 0
   RowOrdinals ordinals{0, 0};
-  std::shared_ptr<const std::vector<std::string>> names;  ///< of the columns; null for an array
-  std::vector<Column> columns;
+  std::shared_ptr<const std::vector<std::string>> names{};  ///< of the columns; null for an array
+  std::vector<Column> columns{};
+  Dimensions trailing{};  ///< of an array
 
   std::int64_t rows() const { return ordinals.rows(); }
+
+  /// Requires: an array.
+  ElementType type() const { return columns.front().type(); }
+  ArrayType arrayType() const { return {type(), trailing}; }
 
   /// Bytes that the columns occupy; counted against a memory limit.
   std::int64_t byteSize() const;
