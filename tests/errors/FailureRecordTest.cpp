@@ -45,14 +45,14 @@ TEST(FailureRecords, GoThroughBytes) {
 
 TEST(FailureRecords, RefuseBytesThatAreNone) {
   const std::string bytes = fullFailure().toBytes();
-  EXPECT_THROW(FailureRecord::fromBytes(bytes + '\0'), std::invalid_argument);
+  EXPECT_THROW(FailureRecord::fromBytes(bytes + '\0'), StepError);
   for (std::size_t size = 0; size < bytes.size(); ++size) {
-    EXPECT_THROW(FailureRecord::fromBytes(bytes.substr(0, size)), std::invalid_argument) << size;
+    EXPECT_THROW(FailureRecord::fromBytes(bytes.substr(0, size)), StepError) << size;
     std::string broken = bytes;  // a length, perhaps: it must not be believed
     broken[size] = static_cast<char>(0x7F);
     try {
       FailureRecord::fromBytes(broken);
-    } catch (const std::invalid_argument&) {
+    } catch (const StepError&) {
     }
   }
 }

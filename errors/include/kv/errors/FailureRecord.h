@@ -33,8 +33,8 @@ struct FailureRecord {
   /// All but `foreign`.
   std::string toBytes() const;
 
-  /// Errors: std::invalid_argument for bytes that toBytes() didn't make, or that were cut.
-  static FailureRecord fromBytes(std::string_view bytes);
+  /// Errors: "KALVEX:executor:BadBytes" for bytes that toBytes() didn't make, or that were cut.
+  static FailureRecord fromBytes(std::string_view content);
 };
 
 /// An error that was caught where it could be read, in a session or in another language, and goes
