@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "column/elementTypes.h"
+#include "column/pool.h"
 
 namespace kv::runtime {
 
@@ -166,11 +167,12 @@ Column emptyColumn(ElementType type) {
 
 Column missingColumn(ElementType type, std::int64_t rows) {
   const auto rowsOf = [rows](const arrow::Scalar& scalar) {
-    return arrow::MakeArrayFromScalar(scalar, rows);
+    return arrow::MakeArrayFromScalar(scalar, rows, currentPool());
   };
-  const auto made = type == ElementType::Double   ? rowsOf(arrow::DoubleScalar(kNaN))
-                    : type == ElementType::Single ? rowsOf(arrow::FloatScalar(float{kNaN}))
-                                                  : arrow::MakeArrayOfNull(arrowTypeOf(type), rows);
+  const auto made = type == ElementType::Double ? rowsOf(arrow::DoubleScalar(kNaN))
+                    : type == ElementType::Single
+                        ? rowsOf(arrow::FloatScalar(float{kNaN}))
+                        : arrow::MakeArrayOfNull(arrowTypeOf(type), rows, currentPool());
   if (!made.ok()) {
     throw std::bad_alloc();
   }

@@ -6,12 +6,13 @@
 #include <stdexcept>
 #include <string>
 
+#include "column/pool.h"
 #include "kv/errors/StepError.h"
 
 namespace kv::runtime {
 
 std::shared_ptr<arrow::Buffer> allocateBuffer(std::int64_t bytes) {
-  auto buffer = arrow::AllocateBuffer(bytes);
+  auto buffer = arrow::AllocateBuffer(bytes, currentPool());
   if (!buffer.ok()) {
     throw std::bad_alloc();
   }

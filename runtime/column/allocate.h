@@ -11,7 +11,7 @@
 
 namespace kv::runtime {
 
-/// A new buffer of `bytes` bytes with undefined content, from Arrow's default memory pool.
+/// A new buffer of `bytes` bytes with undefined content, from currentPool().
 ///
 /// Errors: std::bad_alloc if memory runs out.
 std::shared_ptr<arrow::Buffer> allocateBuffer(std::int64_t bytes);

@@ -15,6 +15,7 @@
 
 #include "column/allocate.h"
 #include "column/arrays.h"
+#include "column/pool.h"
 
 namespace kv::runtime {
 
@@ -25,6 +26,9 @@ struct ColumnKind {
   bool isNullable = false;
 };
 
+/// Room for a stream at first.
+constexpr std::int64_t kStreamBytes = 4096;
+
 template <class T>
 T checked(arrow::Result<T> result) {
   checkArrow(result.status());
@@ -32,8 +36,10 @@ T checked(arrow::Result<T> result) {
 }
 
 std::string toStream(const arrow::RecordBatch& batch) {
-  const auto sink = checked(arrow::io::BufferOutputStream::Create());
-  const auto writer = checked(arrow::ipc::MakeStreamWriter(sink, batch.schema()));
+  auto options = arrow::ipc::IpcWriteOptions::Defaults();
+  options.memory_pool = currentPool();
+  const auto sink = checked(arrow::io::BufferOutputStream::Create(kStreamBytes, currentPool()));
+  const auto writer = checked(arrow::ipc::MakeStreamWriter(sink, batch.schema(), options));
   checkArrow(writer->WriteRecordBatch(batch));
   checkArrow(writer->Close());
   return checked(sink->Finish())->ToString();

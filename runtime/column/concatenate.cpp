@@ -12,6 +12,7 @@
 
 #include "column/allocate.h"
 #include "column/arrays.h"
+#include "column/pool.h"
 
 namespace kv::runtime {
 
@@ -45,7 +46,7 @@ RowOrdinals join(std::span<const Chunk> chunks) {
 Column repeat(const Column& value, std::int64_t rows) {
   const auto scalar = arrow::MakeArray(value.data())->GetScalar(0);
   checkArrow(scalar.status());
-  const auto repeated = arrow::MakeArrayFromScalar(**scalar, rows);
+  const auto repeated = arrow::MakeArrayFromScalar(**scalar, rows, currentPool());
   checkArrow(repeated.status());
   const Column column(value.type(), (*repeated)->data());
   return value.isNullable() ? column.asNullable() : column;
@@ -67,7 +68,7 @@ Column concatenate(const std::vector<Column>& columns) {
   if (parts.size() == 1) {
     return *first;
   }
-  arrow::Result<std::shared_ptr<arrow::Array>> joined = arrow::Concatenate(parts);
+  arrow::Result<std::shared_ptr<arrow::Array>> joined = arrow::Concatenate(parts, currentPool());
   checkArrow(joined.status());
   const Column whole(first->type(), (*joined)->data());
   return first->isNullable() ? whole.asNullable() : whole;

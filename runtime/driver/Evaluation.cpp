@@ -1,7 +1,5 @@
 #include "driver/Evaluation.h"
 
-#include <arrow/memory_pool.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <iterator>
@@ -10,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "column/pool.h"
 #include "driver/SessionFunctions.h"
 #include "driver/failures.h"
 #include "driver/peakMemory.h"
@@ -168,7 +167,7 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   const AssembledStage assembled = assembleStage(pass, plan_, handles_, values_);
   const Stage& stage = assembled.stage();
   SessionFunctions functions(assembled);
-  const ExecutionContext context{arrow::default_memory_pool(), cancellation_};
+  const ExecutionContext context{currentPool(), cancellation_};
   const StageRows rows(stage);
   OrderedMerge merge(stage, functions);
   SerialUnits units(runStagesFromBytes());

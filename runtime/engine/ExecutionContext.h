@@ -12,7 +12,7 @@ namespace kv::runtime {
 ///
 /// Lives: the evaluation outlives it.
 struct ExecutionContext {
-  arrow::MemoryPool* pool;                ///< from which all columns are allocated
+  arrow::MemoryPool* pool;  ///< from which all columns are allocated; outlives them. See pool.h
   const CancellationToken& cancellation;  ///< looked at once a chunk
   std::chrono::steady_clock::time_point (*now)() = std::chrono::steady_clock::now;
 };

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "column/pool.h"
 #include "engine/Unit.h"
 #include "kv/errors/PassThrough.h"
 
@@ -271,6 +272,7 @@ void readThrough(UnitRun& run, const Stage& stage, const StageRows& rows, const 
 
 UnitResult runUnit(const Stage& stage, const StageRows& rows, std::string_view unitBytes,
                    UserFunctions& functions, const ExecutionContext& context) {
+  const PoolScope pool(context.pool);
   const Unit unit = Unit::fromBytes(unitBytes);
   UnitRun run(stage, rows, unit, functions, context.cancellation);
   errors::catchingFailures(

@@ -17,6 +17,7 @@
 #include "column/TextView.h"
 #include "column/allocate.h"
 #include "column/elementTypes.h"
+#include "column/pool.h"
 #include "kernel/BlockInput.h"
 
 namespace kv::runtime {
@@ -92,7 +93,7 @@ Column chooseTexts(const Operand& condition, const Operand& chosen, const Operan
   const Validity known(condition.column);
   const Texts left(chosen);
   const Texts right(other);
-  arrow::StringBuilder builder;
+  arrow::StringBuilder builder(currentPool());
   checkArrow(builder.Reserve(rows));
   for (std::int64_t row = 0; row < rows; ++row) {
     const std::size_t at = static_cast<std::size_t>(row) * step;

@@ -15,6 +15,7 @@
 #include "column/Validity.h"
 #include "column/allocate.h"
 #include "column/elementTypes.h"
+#include "column/pool.h"
 #include "foundation/i18n.h"
 #include "kv/host/elementTypes.h"
 #include "kv/host/errors.h"
@@ -45,7 +46,7 @@ class ValueBuffer final : public arrow::Buffer {
 };
 
 Column textColumn(std::size_t rows, auto&& textAt) {
-  arrow::StringBuilder builder;
+  arrow::StringBuilder builder(currentPool());
   checkArrow(builder.Reserve(static_cast<std::int64_t>(rows)));
   for (std::size_t row = 0; row < rows; ++row) {
     const std::optional<std::u16string_view> text = textAt(row);

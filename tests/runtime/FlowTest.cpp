@@ -232,6 +232,7 @@ TEST_F(Flow, ReadingStopsWhenNoStepWantsMore) {
     text += "1234567\n";
   }
   const std::string path = folder.write("long.csv", text);
+  const auto pool = arrow::MemoryPool::CreateDefault();
   const auto rowsRead = [&](std::int64_t wanted, bool isAllWanted) {
     std::vector<Step> steps{{makeRead(openCsv({path}))}};
     steps.push_back({std::make_shared<Head>(wanted), {{.index = 0}}});
@@ -245,8 +246,9 @@ TEST_F(Flow, ReadingStopsWhenNoStepWantsMore) {
     const Stage stage(std::move(steps), std::move(outputs));
     NoFunctions functions;
     const CancellationToken never;
-    const UnitResult result = runUnit(stage, StageRows(stage), Unit{}.toBytes(), functions,
-                                      {arrow::default_memory_pool(), never});
+    const UnitResult result =
+        runUnit(stage, StageRows(stage), Unit{}.toBytes(), functions, {pool.get(), never});
+    EXPECT_GT(pool->total_bytes_allocated(), 0);
     EXPECT_FALSE(result.failure);
     EXPECT_GE(std::ssize(result.sinks[0].chunks), std::min(wanted, result.rows) / 10);
     return result.rows;

@@ -1,9 +1,11 @@
+#include <arrow/memory_pool.h>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <map>
 
+#include "column/pool.h"
 #include "foundation/i18n.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/Aggregates.h"
@@ -250,6 +252,18 @@ TEST_F(Gathered, NothingChangesABitOfAnyAnswer) {
     EXPECT_EQ(fact("passes"), 0);
     expectSame(pending, expected, separately(questions(known), 1), ", gathered, separately");
   }
+}
+
+TEST_F(Gathered, AllMemoryOfColumnsComesFromOnePool) {
+  static const auto pool = arrow::MemoryPool::CreateDefault();  // the session outlives the test
+  const std::int64_t allocations = arrow::default_memory_pool()->num_allocations();
+  const PoolScope ofThread(pool.get());
+  const Columns all = columns(30, 90);
+  together(questions(all));
+  gatherAll(all);
+  together(questions(all));
+  EXPECT_EQ(arrow::default_memory_pool()->num_allocations(), allocations);
+  EXPECT_GT(pool->total_bytes_allocated(), 0);
 }
 
 }  // namespace

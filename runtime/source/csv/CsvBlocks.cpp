@@ -13,8 +13,9 @@
 #include <cstring>
 #include <utility>
 
+#include "column/ThrowingPool.h"
 #include "column/allocate.h"
-#include "column/throwingPool.h"
+#include "column/pool.h"
 #include "kv/errors/StepError.h"
 #include "kv/errors/shownText.h"
 #include "source/csv/textCheck.h"
@@ -44,6 +45,16 @@ struct RaggedRow {
                       {file.path, std::to_string(row), std::to_string(line), std::to_string(found),
                        std::to_string(expected), shown});
   }
+};
+
+/// A parser with a pool of its own, in which nothing is left when the parser is gone.
+struct ParserWithPool {
+  ParserWithPool(const arrow::csv::ParseOptions& options, std::int32_t columns,
+                 std::int64_t firstRow, std::int32_t maxRows)
+      : parser(&pool, options, columns, firstRow, maxRows) {}
+
+  ThrowingPool pool{*currentPool()};
+  arrow::csv::BlockParser parser;
 };
 
 }  // namespace
@@ -108,8 +119,8 @@ std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxR
     return arrow::csv::InvalidRowResult::Error;
   };
   CsvBlock block;
-  block.fields = std::make_unique<arrow::csv::BlockParser>(throwingPool(), options_, columns,
-                                                           /*first_row=*/nextRow_ + 1, maxRows);
+  const auto made = std::make_shared<ParserWithPool>(options_, columns, nextRow_ + 1, maxRows);
+  block.fields = {made, &made->parser};
   std::uint32_t parsedBytes = 0;
   const arrow::Status status = block.fields->Parse(unread(), &parsedBytes);
   if (ragged.row > 0) {

@@ -28,7 +28,7 @@ inline constexpr std::size_t kCsvRecordBytes = 16 << 20;
 
 /// Some complete records of a CSV file, split into fields.
 struct CsvBlock {
-  std::unique_ptr<arrow::csv::BlockParser> fields;
+  std::shared_ptr<arrow::csv::BlockParser> fields;
   std::int64_t firstRow = 0;    ///< row of data of the first record, counted from 0
   std::int64_t byteOffset = 0;  ///< of `records` in the file
   std::string_view records;     ///< valid until the next block is requested

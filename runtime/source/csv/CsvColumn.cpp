@@ -25,6 +25,7 @@
 
 #include "column/allocate.h"
 #include "column/elementTypes.h"
+#include "column/pool.h"
 
 namespace kv::runtime {
 
@@ -134,7 +135,7 @@ bool isUnsafeWhole(std::string_view text) {
 }
 
 std::shared_ptr<arrow::csv::Converter> makeConverter(ElementType type) {
-  auto made = arrow::csv::Converter::Make(convertedType(type), optionsFor(type));
+  auto made = arrow::csv::Converter::Make(convertedType(type), optionsFor(type), currentPool());
   throwIfOutOfMemory(made.status());
   return *std::move(made);
 }

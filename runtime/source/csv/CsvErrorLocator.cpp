@@ -9,8 +9,9 @@
 #include <string_view>
 #include <vector>
 
+#include "column/ThrowingPool.h"
 #include "column/allocate.h"
-#include "column/throwingPool.h"
+#include "column/pool.h"
 #include "kv/errors/StepError.h"
 #include "kv/errors/shownText.h"
 #include "source/csv/CsvTypeAdvice.h"
@@ -34,10 +35,11 @@ std::size_t emptyLines(std::string_view records) {
 FaultyField firstFault(const CsvBlock& block, const CsvColumn& column) {
   auto options = arrow::csv::ParseOptions::Defaults();
   options.newlines_in_values = true;
+  ThrowingPool pool(*currentPool());
   std::size_t at = 0;
   for (std::int64_t row = 1; row <= block.rows(); ++row) {
     at += emptyLines(block.records.substr(at));
-    arrow::csv::BlockParser record(throwingPool(), options, block.fields->num_cols(),
+    arrow::csv::BlockParser record(&pool, options, block.fields->num_cols(),
                                    /*first_row=*/row,
                                    /*max_num_rows=*/1);
     std::uint32_t bytes = 0;
