@@ -11,8 +11,10 @@
 #include "engine/Unit.h"
 #include "engine/runUnit.h"
 #include "kv/runtime/csv.h"
+#include "operator/AlignedRows.h"
 #include "runtime/RuntimeSession.h"
 #include "runtime/makeColumn.h"
+#include "runtime/readAll.h"
 #include "support/RulesOff.h"
 
 namespace kv::runtime::test {
@@ -177,6 +179,30 @@ TEST_F(Flow, OnlyRowsAndABoundCanBeAskedFor) {
               host::call("resizechunks", {x.get(), ten.get(), ten.get(), ten.get()});
             }).identifier,
             "KALVEX:array:ResizeParameter");
+}
+
+TEST(AlignedRows, RefuseRowsThatDifferAtOnceOrAtTheEnd) {
+  const auto chunkOf = [](std::vector<std::int64_t> ordinals) {
+    Chunk chunk;
+    chunk.columns = {doubles(Numbers(ordinals.size()))};
+    chunk.ordinals =
+        RowOrdinals(std::make_shared<const std::vector<std::int64_t>>(std::move(ordinals)));
+    return chunk;
+  };
+  for (const auto& [other, same] :
+       {std::pair{chunkOf({0, 2, 3}), 0}, std::pair{chunkOf({0, 1}), 2}}) {
+    AlignedRows rows({"x at a:1", "y at a:2"});
+    rows.push(0, chunkOf({0, 1, 2}));
+    rows.push(1, other);
+    rows.finishInput(0);
+    rows.finishInput(1);
+    if (same > 0) {
+      EXPECT_EQ(rows.take(same)->at(1).rows(), same);
+    }
+    const auto error = stepErrorOf([&] { rows.take(rows.rows()); });
+    EXPECT_EQ(error.id(), "KALVEX:array:RowsDiffer");
+    EXPECT_THAT(error.arguments(), ElementsAre("x at a:1", "y at a:2", ""));
+  }
 }
 
 /// Passes on the first rows, after which it asks for nothing.
