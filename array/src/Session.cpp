@@ -69,4 +69,8 @@ void Session::interrupt() noexcept { impl_->interrupts->add(); }
 
 void interrupt() noexcept { runtime::requestInterrupt(); }
 
+void Session::setThreads(int threads, Where where) {
+  publicCall(*impl_, where, [&] { runtime::setThreads(threads); });
+}
+
 }  // namespace kv

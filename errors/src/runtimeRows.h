@@ -85,6 +85,8 @@ inline constexpr ErrorRow kRuntimeRows[] = {
     {"KALVEX:executor:BadBytes", "what",
      "These bytes aren't {0} of this release: they are damaged, or another release wrote them.",
      BaseType::Value},
+    {"KALVEX:executor:Threads", "given, most",
+     "The number of threads must be a whole number from 1 to {1}, got {0:short}.", BaseType::Value},
     {"KALVEX:array:FunctionFailed", "operation, text", "{0} failed: {1}"},
     {"KALVEX:array:Unexpected", "operation, text",
      "{0} failed in a way that kvbigdata doesn't expect. This is a fault of kvbigdata, not of your "

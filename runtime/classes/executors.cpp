@@ -11,6 +11,7 @@
 #include "driver/Evaluation.h"
 #include "driver/failures.h"
 #include "driver/readTaskGraph.h"
+#include "executor/threadCount.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/runtime.h"
 #include "persistence/trust.h"
@@ -29,7 +30,7 @@ using host::Value;
 void defaultExecutor(const Call& call) {
   RuntimeState& state = runtimeState();
   if (state.defaultExecutor == nullptr) {
-    state.defaultExecutor = host::call(kSerialExecutor);
+    state.defaultExecutor = host::call(kThreadsExecutor);
   }
   call.out(0, matrix::sharedCopy(state.defaultExecutor.get()));
 }
@@ -115,15 +116,33 @@ Value otherPromises(const kxArray* taskGraph, const ClosureTasks& entries, const
   return column;
 }
 
-/// execute(executor, taskGraph, promises): runs the tasks and completes the promises.
-void execute(const Call& call) {
+/// Runs the tasks and completes the promises of a call execute(executor, taskGraph, promises).
+void executeOn(int threads, const Call& call) {
   const ClosureTasks entries(call.in(1));
   requireTrustedTasks(call.in(1), entries);
   const Value others = otherPromises(call.in(1), entries, call.in(2));
   const ClientPlan plan = readTaskGraph(call.in(1), call.in(2), others.get());
   asEvaluation([&](const CancellationToken& token) {
-    runtimeState().lastEvaluation = Evaluation(plan, token).run();
+    runtimeState().lastEvaluation = Evaluation(plan, token, threads).run();
   });
+}
+
+void executeSerially(const Call& call) { executeOn(1, call); }
+
+void executeOnThreads(const Call& call) {
+  const int threads = runtimeState().threads;
+  executeOn(threads > 0 ? threads : defaultThreads(), call);
+}
+
+/// setThreads(n): the number of threads for evaluations of this session; `[]` for the default.
+void setThreadsFunction(const Call& call) {
+  if (kxIsEmpty(call.in(0))) {
+    runtimeState().threads = 0;
+    return;
+  }
+  const double threads = host::toDouble(call.in(0));
+  requireThreads(threads);
+  setThreads(static_cast<int>(threads));
 }
 
 /// lastEvaluation(): a structure that describes the last evaluation of this session.
@@ -172,6 +191,13 @@ void checkColumns(const Call& call) {
 
 }  // namespace
 
+void setThreads(int threads) {
+  if (threads != 0) {
+    requireThreads(threads);
+  }
+  runtimeState().threads = threads;
+}
+
 void defineExecutors(host::Session& session) {
   define(session, {.name = kExecutor,
                    .methods = {
@@ -190,9 +216,13 @@ void defineExecutors(host::Session& session) {
                    }});
   define(session, {.name = kSerialExecutor,
                    .superclasses = {kExecutor},
-                   .methods = {method("execute", execute, 3, 3)}});
+                   .methods = {method("execute", executeSerially, 3, 3)}});
+  define(session, {.name = kThreadsExecutor,
+                   .superclasses = {kExecutor},
+                   .methods = {method("execute", executeOnThreads, 3, 3)}});
   session.defineFunction("keepAlive", [](const Call&) {});
   session.defineFunction("kv.lastEvaluation", lastEvaluation);
+  session.defineFunction("kv.setThreads", setThreadsFunction);
   session.defineFunction("kv.explain", explain);
   session.defineFunction("kv.checkColumns", checkColumns);
 }

@@ -35,6 +35,7 @@ struct RuntimeState {
   host::Value globalStream;      ///< made on first use
   InvalidGraph invalid;
   EvaluationFacts lastEvaluation;
+  int threads = 0;                   ///< for evaluations; 0: the default of the process
   DirectCall* directCall = nullptr;  ///< the call whose operation is to be evaluated; null for none
   std::shared_ptr<InterruptRequests> interrupts = std::make_shared<InterruptRequests>();
   MovedTables* movedTables = nullptr;  ///< while a SourceMoves lives

@@ -13,8 +13,7 @@
 #include "driver/failures.h"
 #include "driver/peakMemory.h"
 #include "driver/wholeRuns.h"
-#include "engine/Unit.h"
-#include "executor/SerialUnits.h"
+#include "executor/runStage.h"
 #include "kv/host/errors.h"
 #include "plan/condition.h"
 #include "plan/lowerPass.h"
@@ -86,11 +85,12 @@ void complete(const Value& promise, const WholeValue& whole) {
 
 EvaluationFacts nothingToEvaluate() { return {.peakBytes = peakResidentBytes()}; }
 
-Evaluation::Evaluation(const ClientPlan& client, const CancellationToken& cancellation)
+Evaluation::Evaluation(const ClientPlan& client, const CancellationToken& cancellation, int threads)
     : plan_(client.plan),
       handles_(client.handles),
       rules_(rulesInForce()),
       cancellation_(cancellation),
+      threads_(threads),
       schedule_(plan_),
       rowSpaces_(plan_),
       values_(plan_.tasks.size()) {}
@@ -170,22 +170,15 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   const ExecutionContext context{currentPool(), cancellation_};
   const StageRows rows(stage);
   OrderedMerge merge(stage, functions);
-  SerialUnits units(runStagesFromBytes());
-  units.begin(stage, functions, context);
-  const auto mergeNext = [&] {
-    if (const auto failed = merge.add(*units.next())) {
-      raiseStageFailure(assembled, *failed);
-    }
-  };
-  Unit unit{.stage = nextStage_++, .numPartitions = rows.numPartitions()};
-  for (; unit.partition < unit.numPartitions; ++unit.partition) {
-    units.submit(unit.toBytes());
-    mergeNext();
+  std::optional<Stage> fromBytes;
+  if (runStagesFromBytes()) {
+    fromBytes = Stage::fromBytes(stage.toBytes(), context.pool);
   }
-  if (merge.hasUncalledFunction()) {
-    unit.knownTypes = merge.knownTypes();
-    units.submit(unit.toBytes());
-    mergeNext();
+  const auto units = makeUnitService(threads_, rows.numPartitions());
+  units->begin(fromBytes ? *fromBytes : stage, functions, context);
+  if (const auto failed =
+          kv::runtime::runStage(*units, merge, nextStage_++, rows.numPartitions())) {
+    raiseStageFailure(assembled, *failed);
   }
   takeResults(stage, sinks, merge, noteRows(rows, stage.source() != nullptr, merge));
 }

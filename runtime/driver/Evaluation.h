@@ -28,17 +28,19 @@ struct EvaluationFacts {
 /// The facts when everything that was asked for is there already.
 EvaluationFacts nothingToEvaluate();
 
-/// Runs a plan by demand, in this thread, and completes the promises of its results.
+/// Runs a plan by demand and completes the promises of its results. Units run on threads of the
+/// evaluation; all that needs the session runs in this one.
 ///
-/// Results of a pass are whole values, which the client's tasks and the next pass read. The
-/// partitions of a source are run in order, and what they give is merged in that order. Values that
+/// Results of a pass are whole values, which the client's tasks and the next pass read. What the
+/// partitions of a source give is merged in their order. Values that
 /// were gathered before run like their source, chunk by chunk, but not as a pass over the data.
 ///
 /// Lives: one evaluation; the plan and the token outlive it.
 class Evaluation {
  public:
+  /// `threads`: how many may run units at a time; 1: the calling thread alone.
   /// Errors: those of rulesInForce().
-  Evaluation(const ClientPlan& client, const CancellationToken& cancellation);
+  Evaluation(const ClientPlan& client, const CancellationToken& cancellation, int threads);
 
   /// Errors: "KALVEX:array:NotRunnable" with the class of an operation that can't be run,
   ///         "KALVEX:bigdata:array:InvalidTallVersion" with the release that saved an array, before
@@ -68,6 +70,7 @@ class Evaluation {
   const PlanHandles& handles_;
   const Rules rules_;
   const CancellationToken& cancellation_;
+  int threads_;
   Schedule schedule_;
   const RowSpaces rowSpaces_;
   WholeValues values_;

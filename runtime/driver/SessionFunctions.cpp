@@ -23,13 +23,19 @@ std::vector<Chunk> SessionFunctions::call(std::size_t step, const Chunk& rows,
     }
     const Value factory = stage_.factoryOf(step);
     const Value handle = host::getProperty(factory.get(), "FunctionHandle");
-    PartitionStream& random = streams_[step];
-    if (random.partition != rows.partition) {
-      random = {rows.partition, streamForPartition(factory.get(), rows.partition)};
-    }
-    const StreamScope scope(matrix::sharedCopy(random.stream.get()));
+    const StreamScope scope(matrix::sharedCopy(streamOf(step, rows.partition, factory.get())));
     return callInSlices(stage_.specOf(step), handle.get(), arguments, rows, types);
   });
+}
+
+const kxArray* SessionFunctions::streamOf(std::size_t step, std::int64_t partition,
+                                          const kxArray* factory) {
+  const auto known = streams_.find({step, partition});
+  if (known != streams_.end()) {
+    return known->second.get();
+  }
+  Value stream = streamForPartition(factory, partition);
+  return streams_.emplace(StepAndPartition(step, partition), std::move(stream)).first->second.get();
 }
 
 ReducedValues SessionFunctions::reduce(std::size_t step, std::span<const Chunk> partials) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "driver/assembleStage.h"
@@ -28,15 +29,14 @@ class SessionFunctions final : public UserFunctions {
   static std::vector<host::Value> valuesOf(const ReducedValues& reduced);
 
  private:
-  /// The random stream of a step for the partition at hand: one for all its calls; null where the
-  /// step needs none.
-  struct PartitionStream {
-    std::int64_t partition = -1;
-    host::Value stream;
-  };
+  const kxArray* streamOf(std::size_t step, std::int64_t partition, const kxArray* factory);
+
+  /// A random stream serves all calls of a step for one partition. Calls for several partitions may
+  /// alternate.
+  using StepAndPartition = std::pair<std::size_t, std::int64_t>;
 
   const AssembledStage& stage_;
-  std::map<std::size_t, PartitionStream> streams_;  ///< by step
+  std::map<StepAndPartition, host::Value> streams_;  ///< null where the step needs none
 };
 
 }  // namespace kv::runtime

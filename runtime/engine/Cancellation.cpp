@@ -28,6 +28,7 @@ CancellationToken::~CancellationToken() {
 
 bool CancellationToken::isCancelled() const noexcept {
   return cancelled_.load(std::memory_order_relaxed) ||
+         (whole_ != nullptr && whole_->isCancelled()) ||
          std::ranges::any_of(heard_, [](const Heard& heard) {
            return heard.requests != nullptr && heard.requests->made() != heard.settled;
          });

@@ -8,10 +8,6 @@ namespace kv::runtime {
 void SerialUnits::begin(const Stage& stage, UserFunctions& functions,
                         const ExecutionContext& context) {
   stage_ = &stage;
-  if (fromBytes_) {
-    readAgain_ = Stage::fromBytes(stage.toBytes(), context.pool);
-    stage_ = &*readAgain_;
-  }
   rows_.emplace(*stage_);
   functions_ = &functions;
   context_ = &context;

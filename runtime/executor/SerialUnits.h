@@ -12,18 +12,14 @@ namespace kv::runtime {
 /// Runs units one after the other, in the thread that asks for results.
 class SerialUnits final : public UnitService {
  public:
-  /// `fromBytes`: run the stage that its bytes describe, as another process would.
-  explicit SerialUnits(bool fromBytes) : fromBytes_(fromBytes) {}
-
   void begin(const Stage& stage, UserFunctions& functions,
              const ExecutionContext& context) override;
   void submit(std::string unit) override { units_.push_back(std::move(unit)); }
   std::optional<UnitResult> next() override;
+  std::int64_t window() const override { return 1; }
   void cancel() override { units_.clear(); }
 
  private:
-  bool fromBytes_;
-  std::optional<Stage> readAgain_;  ///< from its bytes
   const Stage* stage_ = nullptr;
   std::optional<StageRows> rows_;
   UserFunctions* functions_ = nullptr;

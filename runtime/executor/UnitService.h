@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -26,6 +27,10 @@ class UnitService {
   /// The next result; none when all units that were submitted have given theirs.
   /// Errors: those of runUnit().
   virtual std::optional<UnitResult> next() = 0;
+
+  /// How many units may be submitted ahead of those whose results were merged: enough to keep the
+  /// service busy, few enough that early results don't fill the memory.
+  virtual std::int64_t window() const = 0;
 
   /// Drops the units that haven't begun.
   virtual void cancel() = 0;

@@ -46,6 +46,7 @@ inline constexpr char kFixedStrategy[] =
 inline constexpr char kSimplePartition[] = "kalvex.bigdata.internal.executor.SimplePartition";
 inline constexpr char kExecutor[] = "kalvex.bigdata.internal.executor.PartitionedArrayExecutor";
 inline constexpr char kSerialExecutor[] = "kalvex.bigdata.internal.executor.SerialExecutor";
+inline constexpr char kThreadsExecutor[] = "kalvex.bigdata.internal.executor.ThreadsExecutor";
 inline constexpr char kInvalidExecutor[] =
     "kalvex.bigdata.internal.executor.InvalidVersionExecutor";
 inline constexpr char kTaskGraph[] = "kalvex.bigdata.internal.executor.TaskGraph";

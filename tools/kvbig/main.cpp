@@ -68,6 +68,12 @@ CLI::Option* addPlain(CLI::App& command, const std::string& name, Target& target
   return command.add_option(name, target, meaning)->transform(withoutMark, "");
 }
 
+void addThreads(CLI::App& command, std::optional<int>& threads) {
+  command.add_option("--threads", threads, "Use at most so many threads; 1 uses no others")
+      ->type_name("N")
+      ->check(CLI::Range(1, kv::Session::kMaxThreads).description(""));
+}
+
 /// What to compute, over which rows: the same options for all commands that take expressions.
 void addQuestion(CLI::App& command, QueryRequest& request) {
   addPlain(command, "PATH", request.path, "A file, a folder (its *.csv), or a quoted glob")
@@ -86,6 +92,7 @@ void addQuestion(CLI::App& command, QueryRequest& request) {
   command.add_option("--seed", request.seed, "Make the numbers of rand() the same in each run")
       ->type_name("N")
       ->check(CLI::Range(std::uint64_t{0}, kv::Session::kMaxSeed).description(""));
+  addThreads(command, request.threads);
 }
 
 void addQuery(CLI::App& app, QueryRequest& request) {
@@ -129,6 +136,7 @@ void addOpen(CLI::App& app, OpenRequest& request) {
   open->add_flag("--trust", request.trust, "Evaluate: read the files that FILE names");
   open->add_flag("--explain", request.explain, "Print the plan and read no data");
   open->add_flag("--json", request.json, "Print one JSON object");
+  addThreads(*open, request.threads);
   open->callback([&] { kv::shell::runOpen(request); });
 }
 

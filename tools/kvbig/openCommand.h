@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@ struct OpenRequest {
   bool trust = false;             ///< evaluate the arrays
   bool explain = false;           ///< print the plan, evaluate nothing
   bool json = false;
+  std::optional<int> threads;  ///< none: the default
 };
 
 /// Shows the contents of a file of saved arrays, or its plan, without reading any data. With trust,

@@ -199,6 +199,7 @@ void runQuery(const QueryRequest& request) {
   const Query query = readQuery(request);
   Session session;
   session.seed(seedOf(request));
+  session.setThreads(request.threads.value_or(0));
   const Table table = openTable(session, request);
   checkQuery(query, table);
   const std::vector<Array> arrays = record(session, table, query);

@@ -15,6 +15,7 @@ struct QueryRequest {
   std::optional<std::string> where;   ///< none: all rows
   std::vector<std::string> types;     ///< each is `NAME=TYPE`
   std::optional<std::uint64_t> seed;  ///< of random numbers; none: a different one in each run
+  std::optional<int> threads;         ///< none: the default
   bool json = false;
   bool explain = false;               ///< print the plan, evaluate nothing
   bool dot = false;                   ///< print the lazy graph, evaluate nothing

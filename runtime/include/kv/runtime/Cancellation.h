@@ -58,6 +58,9 @@ class CancellationToken {
   /// and polls a watch (null for none). Its end settles the requests made so far.
   /// Lives: no longer than all three.
   CancellationToken(InterruptRequests& process, InterruptRequests& session, EvaluationWatch* watch);
+  /// The token of a part of `whole`: it stops with the whole, or when it is cancelled on its own,
+  /// and polls no watch.
+  explicit CancellationToken(const CancellationToken* whole) noexcept : whole_(whole) {}
   ~CancellationToken();
   CancellationToken(const CancellationToken&) = delete;
   CancellationToken& operator=(const CancellationToken&) = delete;
@@ -77,6 +80,7 @@ class CancellationToken {
 
   std::atomic<bool> cancelled_{false};
   std::array<Heard, 2> heard_{};
+  const CancellationToken* whole_ = nullptr;
   EvaluationWatch* watch_ = nullptr;
   std::thread::id owner_ = std::this_thread::get_id();
 };

@@ -24,6 +24,11 @@ void loadCore(host::Session& session);
 /// The release of this runtime, which the function "version" returns.
 std::string_view release() noexcept;
 
+/// Sets the number of threads that run the units of evaluations of the current session; 0 restores
+/// the default: the environment variable KV_THREADS or, without it, as many as the process may use.
+/// Errors: "KALVEX:executor:Threads" with the number.
+void setThreads(int threads);
+
 /// Asks all evaluations in progress in this process to stop within a chunk; if none is running, the
 /// next one in any session. An evaluation that ends without having seen the request settles it for
 /// those that begin later. Threads: any; may be called from a signal handler.

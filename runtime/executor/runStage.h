@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "executor/OrderedMerge.h"
+#include "executor/UnitService.h"
+
+namespace kv::runtime {
+
+/// The service for stages of `numPartitions` partitions that may use `threads` threads.
+std::unique_ptr<UnitService> makeUnitService(int threads, std::int64_t numPartitions);
+
+/// Runs the units of the stage that the service has begun, one for each partition, and merges their
+/// results; then, if a function of the stage was called for no row at all, the unit without rows.
+///
+/// `number`: of the stage in its evaluation.
+/// Result: the failure of the lowest partition that failed, whichever came first; none if all ran.
+/// Errors: those of UnitService::next.
+std::optional<errors::FailureRecord> runStage(UnitService& units, OrderedMerge& merge,
+                                              std::uint64_t number, std::int64_t numPartitions);
+
+}  // namespace kv::runtime

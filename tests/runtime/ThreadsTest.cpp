@@ -1,0 +1,139 @@
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "executor/threadCount.h"
+#include "kv/errors/StepError.h"
+#include "runtime/RuntimeSession.h"
+
+namespace kv::runtime::test {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class Threads : public RuntimeSession {
+ protected:
+  /// A column over nine files: many rows, none, few; so that later files are done first.
+  Value unevenColumn() {
+    std::vector<std::string> files;
+    for (const int rows : {90'000, 0, 1, 40'000, 3, 0, 33'000, 2, 5'000}) {
+      std::string text = "x\n";
+      for (int row = 0; row < rows; ++row) {
+        text += std::to_string((row * 7919 + rows) % 1000) + ".25\n";
+      }
+      files.push_back(std::move(text));
+    }
+    return column(table({files[0], files[1], files[2], files[3], files[4], files[5], files[6],
+                         files[7], files[8]}),
+                  "x");
+  }
+
+  static Value function(const char* name, host::NativeBody body) {
+    return host::makeFunctionHandle(name, std::move(body));
+  }
+
+  static Value map(const Value& function, const Value& x) {
+    return host::call("elementfun", {function.get(), x.get()});
+  }
+
+  static Value reduce(const Value& x) {
+    const Value mean = function("mean of a frame", [](const host::Call& call) {
+      call.out(0, host::call("kv.aggregate.mean", {call.in(0)}));
+    });
+    const Value sum = function("sum of means", [](const host::Call& call) {
+      call.out(0, host::call("kv.aggregate.sum", {call.in(0)}));
+    });
+    return host::call("aggregatefun", {mean.get(), sum.get(), x.get()});
+  }
+};
+
+TEST_F(Threads, ChangeNoBitOfAnAnswer) {
+  const Value source = unevenColumn();
+  const Value third = function("third", [](const host::Call& call) {
+    call.out(0, host::call("kv.element.rdivide", {call.in(0), host::makeDouble(3).get()}));
+  });
+  std::vector<std::vector<double>> first;
+  for (const int threads : {1, 2, 3, 8}) {
+    setThreads(threads);
+    const Value x = element("times", source, 1.1);
+    const Value few = filter(element("gt", x, 500), x);
+    std::vector<std::vector<double>> answers;
+    for (const Value& answer :
+         {aggregate("std", x), aggregate("mean", few), aggregate("sum", map(third, few)),
+          reduce(few), map(third, element("minus", few, aggregate("mean", x)))}) {
+      answers.push_back(gather(answer));
+    }
+    first = first.empty() ? answers : first;
+    EXPECT_EQ(answers, first) << threads << " threads";
+  }
+}
+
+TEST_F(Threads, TheFailureOfTheLowestPartitionIsRaised) {
+  const Value x = unevenColumn();
+  for (const int threads : {1, 2, 8, 8, 8, 8}) {
+    setThreads(threads);
+    const Value failing = function("failing", [](const host::Call& call) {
+      if (kxGetM(call.in(0)) < 30'000) {
+        host::raiseWithMessage("my:error", "too few");
+      }
+      call.out(0, matrix::sharedCopy(call.in(0)));
+    });
+    const auto error = errorOf([&] { gather(aggregate("sum", map(failing, x))); });
+    EXPECT_EQ(error.identifier, "my:error");
+    EXPECT_THAT(error.message, HasSubstr("partition 1, rows 65537 to 90000")) << threads;
+  }
+}
+
+TEST_F(Threads, FunctionsRunInTheSessionOnTheCallingThread) {
+  setThreads(8);
+  const Value x = unevenColumn();
+  const Value other = column(table({"x\n1\n", "x\n2\n"}), "x");
+  const std::thread::id caller = std::this_thread::get_id();
+  const Value nested = function("nested", [&](const host::Call& call) {
+    EXPECT_EQ(std::this_thread::get_id(), caller);
+    const Value three = host::makeDouble(gather(aggregate("sum", element("plus", other, 0)))[0]);
+    call.out(0, host::call("kv.element.times", {call.in(0), three.get()}));
+  });
+  EXPECT_THAT(gather(aggregate("max", map(nested, x))), ElementsAre(3 * 999.25));
+}
+
+TEST_F(Threads, AnInterruptInACallEndsAllOfThem) {
+  setThreads(8);
+  const Value x = unevenColumn();
+  int calls = 0;
+  const Value interrupting = function("interrupting", [&](const host::Call& call) {
+    requestInterrupt();
+    ++calls;
+    call.out(0, matrix::sharedCopy(call.in(0)));
+  });
+  EXPECT_THROW(gather(aggregate("sum", map(interrupting, x))), Interrupted);
+  EXPECT_EQ(calls, 1);
+  EXPECT_THAT(gather(aggregate("count", x)), ElementsAre(168'006));
+}
+
+TEST_F(Threads, AreCountedInWholeNumbers) {
+  for (const double number : {0.0, -1.0, 1.5, 1025.0}) {
+    const Value given = host::makeDouble(number);
+    const auto error = errorOf([&] { host::call("kv.setThreads", {given.get()}); });
+    EXPECT_EQ(error.identifier, "KALVEX:executor:Threads") << number;
+  }
+  const char* set = std::getenv("KV_THREADS");
+  const std::string before = set != nullptr ? set : "";
+  for (const char* text : {"many", "2x", "0", "-1", "99999999999"}) {
+    ::setenv("KV_THREADS", text, 1);
+    EXPECT_THROW(defaultThreads(), errors::StepError) << text;
+  }
+  ::setenv("KV_THREADS", "3", 1);
+  EXPECT_EQ(defaultThreads(), 3);
+  ::setenv("KV_THREADS", before.c_str(), 1);
+  EXPECT_GE(availableThreads(), 1);
+}
+
+}  // namespace
+
+}  // namespace kv::runtime::test
