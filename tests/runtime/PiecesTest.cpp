@@ -22,6 +22,8 @@ using Sizes = std::vector<double>;
 
 class Pieces : public RuntimeSession {
  protected:
+  Pieces() { setThreads(1); }  // so that calls come in the order of the rows
+
   /// A function that returns what it is given, and records how many rows that was.
   Value recording(Sizes& sizes) {
     return host::makeFunctionHandle("recording", [&sizes](const host::Call& call) {
@@ -40,7 +42,6 @@ class Pieces : public RuntimeSession {
 };
 
 TEST_F(Pieces, AndFramesDependOnRowsAloneNotOnHowTheyAreRead) {
-  setThreads(1);  // so that the calls come in the order of the rows
   const std::string wide(100, 't');  // a block of the file has some 10,000 such rows
   for (const std::string& rest : {std::string("t"), wide}) {
     const Value t = table({rowsUpTo(70'000, rest), rowsUpTo(5, rest), rowsUpTo(0, rest)});
@@ -67,6 +68,18 @@ TEST_F(Pieces, AndFramesDependOnRowsAloneNotOnHowTheyAreRead) {
     EXPECT_THAT(frames, ElementsAre(32'768, 32'768, 4'464, 5));
     EXPECT_THAT(framesOfFew, ElementsAre(32'768, 5'232));
   }
+}
+
+TEST_F(Pieces, OfWideRowsAreShorterAndBeginWhereTheSourceDoes) {
+  const Value x = column(table({rowsUpTo(70'000, "t")}), "x");
+  const Value few = filter(element("gt", x, 16'000), x);
+  Sizes sizes;
+  const Value function = recording(sizes);
+  std::vector<const kxArray*> inputs(41, few.get());  // 320 bytes a row: 16,384 rows
+  inputs[0] = function.get();
+  const Value mapped = std::move(host::callMany("elementfun", 1, inputs).at(0));
+  EXPECT_EQ(gather(aggregate("count", mapped)), Sizes{54'000});
+  EXPECT_THAT(sizes, ElementsAre(384, 16'384, 16'384, 16'384, 4'464));
 }
 
 TEST_F(Pieces, AFunctionThatNoRowReachesIsCalledOnceOnNoRows) {
