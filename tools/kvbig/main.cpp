@@ -69,7 +69,7 @@ CLI::Option* addPlain(CLI::App& command, const std::string& name, Target& target
 }
 
 void addThreads(CLI::App& command, std::optional<int>& threads) {
-  command.add_option("--threads", threads, "Use at most so many threads; 1 uses no others")
+  command.add_option("--threads", threads, "Use at most N threads; 1 starts no others")
       ->type_name("N")
       ->check(CLI::Range(1, kv::Session::kMaxThreads).description(""));
 }
