@@ -100,7 +100,7 @@ FLOORS = {
 
 SYSTEM_HEADERS = (
     "sys/", "glob.h", "unistd.h", "dlfcn.h", "signal.h", "fcntl.h", "pthread.h", "cxxabi.h",
-    "malloc.h", "dirent.h",
+    "malloc.h", "dirent.h", "sched.h",
 )  # fmt: skip
 
 
