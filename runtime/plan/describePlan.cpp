@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "plan/RowSpaces.h"
 #include "plan/Schedule.h"
 #include "plan/lowerPass.h"
 
@@ -32,6 +33,11 @@ std::string onOneLine(const std::string& text) {
     line += byte < 0x20 ? fmt::format("\\x{:02x}", byte) : std::string(1, c);
   }
   return line;
+}
+
+/// Two notes as one; either may be empty.
+std::string joined(const std::string& note, const std::string& more) {
+  return note + (note.empty() || more.empty() ? "" : ", ") + more;
 }
 
 /// A branch of a choice, inside of those of others.
@@ -112,7 +118,12 @@ class PlanText {
         showValue_(showValue),
         rules_(rules),
         schedule_(plan),
-        lines_(plan.tasks.size(), 0) {}
+        lines_(plan.tasks.size(), 0) {
+    const RowSpaces rowSpaces(plan);
+    for (const RowConflict& conflict : rowSpaces.conflicts()) {
+      refused_.insert(conflict.task);
+    }
+  }
 
   std::string write() {
     int passes = 0;
@@ -185,8 +196,8 @@ class PlanText {
     for (const int task : pass.tasks) {
       if (!leftOut.contains(task)) {
         const auto at = static_cast<std::size_t>(task);
-        const bool areBoth = !notes[at].empty() && !cuts[at].empty();
-        writeStep(task, notes[at] + (areBoth ? ", " : "") + cuts[at]);
+        const std::string refused = refused_.contains(task) ? "refused: rows differ" : "";
+        writeStep(task, joined(joined(notes[at], cuts[at]), refused));
       } else if (task == *leftOut.begin()) {
         writeHeading(fmt::format("  and {} steps from above again", leftOut.size()));
       }
@@ -233,8 +244,8 @@ class PlanText {
       const BranchOf* branch = row.task >= 0 ? conditions.of(row.task) : nullptr;
       if (branch != nullptr) {
         const PlanInput& condition = plan_.task(branch->choice).inputs[0];
-        row.note += fmt::format("{}if {} is {}", row.note.empty() ? "" : ", ", inputName(condition),
-                                branch->isTrue);
+        row.note =
+            joined(row.note, fmt::format("if {} is {}", inputName(condition), branch->isTrue));
         row.isConditional = true;
       }
     }
@@ -275,6 +286,7 @@ class PlanText {
   const ShowValue& showValue_;
   const Rules& rules_;
   Schedule schedule_;
+  std::set<int> refused_;  ///< tasks that combine rows of different row spaces
   std::vector<int> lines_;
   int lastLine_ = 0;
   std::vector<Row> rows_;

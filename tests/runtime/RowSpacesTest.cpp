@@ -80,6 +80,8 @@ TEST_F(RowSpaces, RowsOfOthersAreRefusedBeforeAFileIsOpenedAndOnlyIfTheyAreNeede
   for (const auto& file : std::filesystem::directory_iterator(folder.path())) {
     std::filesystem::remove(file);
   }
+  EXPECT_THAT(host::toText(host::call("kv.explain", {wrong.get()}).get()),
+              HasSubstr("refused: rows differ"));
   const auto error = errorOf([&] { gather(aggregate("sum", wrong)); });
   EXPECT_EQ(error.identifier, "KALVEX:array:RowsDiffer");
   EXPECT_THAT(error.arguments, ElementsAre(HasSubstr("filter"), HasSubstr("column y"), ""));
