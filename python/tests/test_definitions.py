@@ -22,6 +22,8 @@ def test_a_function_gives_nothing_one_value_or_several(bare):
     assert bare.call("pack.f", 1.0, nargout=2) == ("one", None)
     assert bare.call("pack.f", 1.0, "x", nargout=3) == ("a", "b", "c")
     assert bare.call("pack.f", 1.0, "x", nargout=0) == "a"
+    bare.define_function("pack.more", lambda nargout: (1.0, object()))
+    assert bare.call("pack.more") == 1.0  # what isn't requested isn't converted
     assert calls[0] == (1, ()) and calls[-1] == (0, (1.0, "x"))
 
 

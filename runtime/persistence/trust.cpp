@@ -32,7 +32,7 @@ void guardCoreEvaluation(host::Session& session) {
 
 void guardRuntimeEvaluation(host::Session& session) {
   session.guardMethod(kDatastore, "copy");
-  session.guardMethod(kProcessorBuilder, "feval");
+  // A processor builder is a factory, too.
   session.guardMethod(kProcessorFactory, "feval");
 }
 
