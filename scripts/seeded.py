@@ -33,13 +33,11 @@ PROGRAMS = {
     "python": ["python"],
     "tools": ["formula", "shell", "python"],
 }
-# Programs that are a pytest run: the target to build, and the folder of the tests.
+# Programs that are a pytest run: the targets to build, and the folder of the tests. The test of an
+# installation needs all targets and isn't run.
 PYTESTS = {
-    "python": ("kvbigdata_host", "python/tests"),
-    "shell": (
-        "kvbig",
-        "tests/shell",
-    ),  # except the test of an installation, which needs all targets
+    "python": (("kvbigdata_host", "kvbig"), "python/tests"),
+    "shell": (("kvbig",), "tests/shell"),
 }
 WITH_STRESS = {"host", "bigdata", "runtime"}
 
@@ -81,13 +79,13 @@ class Look:
     is_stressed: bool = False
 
     @property
-    def target(self) -> str:
-        return PYTESTS[self.program][0] if self.program in PYTESTS else f"test_{self.program}"
+    def targets(self) -> tuple[str, ...]:
+        return PYTESTS[self.program][0] if self.program in PYTESTS else (f"test_{self.program}",)
 
     @property
     def command(self) -> list[str]:
         if self.program not in PYTESTS:
-            return [str(BUILD / "bin" / self.target), f"--gtest_filter={self.tests}"]
+            return [str(BUILD / "bin" / self.targets[0]), f"--gtest_filter={self.tests}"]
         folder = TREE / PYTESTS[self.program][1]
         return [
             str(TREE / ".venv/bin/pytest"),
@@ -191,7 +189,7 @@ def first_failure(look: Look) -> str | None:
         if failed := [line for line in lines if line.startswith(start)]:
             return failed[0].removeprefix(start).split(end_of_name)[0].strip()
     begun = [line.split("]", 1)[1].strip() for line in lines if line.startswith("[ RUN      ]")]
-    return f"{begun[-1] if begun else look.target} {end}"
+    return f"{begun[-1] if begun else look.program} {end}"
 
 
 def prepare(faults: list[Fault], jobs: int) -> None:
@@ -199,8 +197,12 @@ def prepare(faults: list[Fault], jobs: int) -> None:
     copy_tree()
     run_build(["cmake", "--preset", "dev", "-B", str(BUILD)], "the copy can't be configured")
     looks = {look for fault in faults for look in looks_for(fault) if look.tests == "*"}
-    build(sorted({look.target for look in looks}), jobs, "the copy can't be built")
-    for look in sorted(looks, key=lambda look: (look.target, look.is_stressed)):
+    build(
+        sorted({target for look in looks for target in look.targets}),
+        jobs,
+        "the copy can't be built",
+    )
+    for look in sorted(looks, key=lambda look: (look.program, look.is_stressed)):
         if failure := first_failure(look):
             raise SeedError(f"without a fault {failure} fails already")
 
@@ -212,7 +214,7 @@ def find_test(fault: Fault, jobs: int) -> str | None:
     path.write_text(fault.put_into(sound))
     try:
         for look in looks_for(fault):
-            build([look.target], jobs, f"'{fault.name}' can't be built")
+            build(list(look.targets), jobs, f"'{fault.name}' can't be built")
             if failure := first_failure(look):
                 return failure + (" under stress" if look.is_stressed else "")
         return None
