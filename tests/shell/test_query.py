@@ -453,8 +453,9 @@ def test_an_interrupt_ends_with_130_and_one_line(run: Run) -> None:
     assert (process.returncode, out, err) == (130, "", "kvbig: interrupted\n")
 
 
-def test_an_interrupt_before_the_evaluation_counts(run: Run) -> None:
-    words = ["query", "small.csv", "sum(x" + "+x" * 3_000 + ")"]
+@pytest.mark.parametrize("command", [["query"], ["save", "late.kv"]])
+def test_an_interrupt_before_the_evaluation_counts(run: Run, command: list[str]) -> None:
+    words = [*command, "small.csv", "sum(x" + "+x" * 3_000 + ")"]
     process = subprocess.Popen(
         [run.tool, *words],
         cwd=run.folder,
@@ -468,6 +469,7 @@ def test_an_interrupt_before_the_evaluation_counts(run: Run) -> None:
         caught = int(status.split("SigCgt:")[1].split()[0], 16)
     process.send_signal(signal.SIGINT)
     assert process.communicate(timeout=60) == ("", "kvbig: interrupted\n")
+    assert not (run.folder / "late.kv").exists()
 
 
 def test_explain_prints_the_plan_of_the_query(run: Run) -> None:
