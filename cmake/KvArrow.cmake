@@ -16,8 +16,9 @@ endif()
 if(NOT SKBUILD)
   find_package(Arrow QUIET CONFIG)
   find_package(ArrowCompute QUIET CONFIG)  # a separate library since Arrow 21
+  find_package(Parquet QUIET CONFIG)
 endif()
-if(Arrow_FOUND AND ArrowCompute_FOUND)
+if(Arrow_FOUND AND ArrowCompute_FOUND AND Parquet_FOUND)
   message(STATUS "Arrow ${ARROW_VERSION} from the system")
   kv_arrow_from_system()
   # The installed command finds this Arrow where it was linked from.

@@ -5,7 +5,7 @@ function(kv_arrow_from_system)
   if(NOT TARGET kv_arrow)
     add_library(kv_arrow INTERFACE IMPORTED GLOBAL)
     target_link_libraries(kv_arrow INTERFACE
-      Arrow::arrow_shared ArrowCompute::arrow_compute_shared)
+      Arrow::arrow_shared ArrowCompute::arrow_compute_shared Parquet::parquet_shared)
   endif()
 endfunction()
 
@@ -15,7 +15,7 @@ function(kv_arrow_from_folder libraries headers)
     return()
   endif()
   add_library(kv_arrow INTERFACE IMPORTED GLOBAL)
-  foreach(name IN ITEMS arrow arrow_compute)
+  foreach(name IN ITEMS arrow arrow_compute parquet)
     file(GLOB library ${libraries}/lib${name}.so.*)
     if(NOT library)
       message(FATAL_ERROR "No lib${name}.so.* in ${libraries}: run 'make setup' to repair the "

@@ -17,11 +17,12 @@ set(kvArrowHeaderDir ${CMAKE_INSTALL_INCLUDEDIR}/kvbigdata-arrow)
 if(kvArrowLibraryDir)
   # In separate folders, so that a system Arrow in the same prefix isn't changed.
   file(GLOB kvArrowLibraries
-       ${kvArrowWheel}/libarrow.so.* ${kvArrowWheel}/libarrow_compute.so.*)
+       ${kvArrowWheel}/libarrow.so.* ${kvArrowWheel}/libarrow_compute.so.*
+       ${kvArrowWheel}/libparquet.so.*)
   file(GLOB kvArrowLicenses ${kvArrowWheel}-*.dist-info/licenses/*)
   install(FILES ${kvArrowLibraries} DESTINATION ${kvArrowLibraryDir})
   install(FILES ${kvArrowLicenses} DESTINATION ${CMAKE_INSTALL_DOCDIR}/arrow)
-  install(DIRECTORY ${kvArrowWheel}/include/arrow DESTINATION ${kvArrowHeaderDir}
+  install(DIRECTORY ${kvArrowWheel}/include/arrow ${kvArrowWheel}/include/parquet DESTINATION ${kvArrowHeaderDir}
           PATTERN python EXCLUDE)
   set(kvArrowReport "copied from ${kvArrowWheel} to \${CMAKE_INSTALL_PREFIX}/${kvArrowLibraryDir}")
 else()

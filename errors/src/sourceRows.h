@@ -46,6 +46,20 @@ inline constexpr ErrorRow kSourceRows[] = {
      "Files of one table must have the same columns in the same order. '{0}' has: {1}. '{2}' has: "
      "{3}. The first difference: {4}.",
      BaseType::Value, true},
+    {"KALVEX:datastore:DifferentTypes", "path, column, type, first path, its type",
+     "Files of one table must have the same types. Column '{1:short}' has the type {2:short} in "
+     "'{0}' and {4:short} in '{3}'.",
+     BaseType::Value, true},
+    {"KALVEX:datastore:MixedFormats", "path, format, other path, other format",
+     "Files of one table must have one format. '{0}' is {1}, '{2}' is {3}; a pattern such as "
+     "'folder/*.csv' selects files of one.",
+     BaseType::Value, true},
+    {"KALVEX:datastore:BadParquet", "path, reason", "'{0}' can't be read as Parquet: {1}.",
+     BaseType::Value, true},
+    {"KALVEX:datastore:BadColumnData", "path, column, first row, last row, reason",
+     "'{0}', column '{1:short}', rows {2} to {3}: {4}.", BaseType::Value, true},
+    {"KALVEX:datastore:BadText", "path, row, column",
+     "'{0}', row {1}, column '{2:short}': the text isn't UTF-8.", BaseType::Value, true},
     {"KALVEX:datastore:BadField", "path, row, line, column, text, type, wider type, note",
      "'{0}', row {1} (line {2}), column '{3:short}': \"{4}\" isn't a value of type {5}, which the "
      "column has{7}; give the column the type {6} to read it.",
@@ -66,6 +80,14 @@ inline constexpr ErrorRow kSourceRows[] = {
     {"KALVEX:datastore:UnknownType", "column, type, types",
      "There is no type '{1:short}', which column '{0:short}' should have. The types are: {2}.",
      BaseType::Value, true},
+    {"KALVEX:datastore:UnsupportedColumn", "column, type",
+     "Column '{0:short}' has the type {1:short}, which can't be read yet. Numbers, logicals and "
+     "texts can.",
+     BaseType::Type, true},
+    {"KALVEX:datastore:FixedType", "source, column, type, its type",
+     "Column '{1:short}' can't be read as {2:short}: in '{0}', a Parquet file, it has the type "
+     "{3:short}. Types can be set for CSV files only.",
+     BaseType::Value, true},
     {"KALVEX:datastore:BadTypeOverride", "text",
      "Expected the type of a column as NAME=TYPE, got '{0}'.", BaseType::Value, true},
     {"KALVEX:datastore:UnknownSource", "path, files",
@@ -82,8 +104,8 @@ inline constexpr ErrorRow kSourceRows[] = {
      "The executor reads objects of class kalvex.io.Datastore, got a {0}.", BaseType::Type},
     {"KALVEX:datastore:PartitionCount", "property, count, partitions",
      "{0} of a datastore is {1}, but it has {2} partitions.", BaseType::Value},
-    {"KALVEX:datastore:BadDescription", "reason",
-     "A saved description of CSV files is broken: {0}.", BaseType::Value},
+    {"KALVEX:datastore:BadDescription", "reason", "A saved description of files is broken: {0}.",
+     BaseType::Value},
 };
 
 }  // namespace kv::errors

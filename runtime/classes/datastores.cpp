@@ -7,8 +7,11 @@
 #include "driver/failures.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/csv.h"
+#include "kv/runtime/parquet.h"
 #include "persistence/MovedTables.h"
 #include "persistence/csvDescription.h"
+#include "persistence/parquetDescription.h"
+#include "source/csv/CsvDatastore.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -18,16 +21,20 @@ namespace {
 using host::Call;
 using host::Value;
 
-/// CsvDatastore(paths, names of columns, names of their types)
-void constructCsv(const Call& call) {
-  const std::vector<std::string> paths = host::toTexts(call.in(1));
+using Open = std::unique_ptr<Datastore> (*)(const std::vector<std::string>& paths,
+                                            const std::vector<TypeOverride>& types);
+
+/// Opens the files of a call (paths, names of columns, names of their types).
+std::unique_ptr<Datastore> openFor(const Call& call, int first, Open open) {
+  const auto textsOf = [&](int index) {
+    return call.nrhs > index ? host::toTexts(call.in(index)) : std::vector<std::string>{};
+  };
+  const std::vector<std::string> paths = textsOf(first);
   if (paths.empty()) {
-    host::raiseInvalidType("Input", "at least one path", call.in(1));
+    host::raiseInvalidType("Input", "at least one path", call.in(first));
   }
-  const std::vector<std::string> columns =
-      call.nrhs > 2 ? host::toTexts(call.in(2)) : std::vector<std::string>{};
-  const std::vector<std::string> types =
-      call.nrhs > 3 ? host::toTexts(call.in(3)) : std::vector<std::string>{};
+  const std::vector<std::string> columns = textsOf(first + 1);
+  const std::vector<std::string> types = textsOf(first + 2);
   if (columns.size() != types.size()) {
     host::raise("KALVEX:NotEnoughInputs");
   }
@@ -35,7 +42,29 @@ void constructCsv(const Call& call) {
   for (std::size_t i = 0; i < columns.size(); ++i) {
     overrides.push_back({columns[i], types[i]});
   }
-  host::setNativeValue(call.in(0), std::make_unique<DatastoreValue>(openCsv(paths, overrides)));
+  return open(paths, overrides);
+}
+
+/// The constructor of a class of files; without inputs, the object has no source.
+template <Open open>
+void construct(const Call& call) {
+  if (call.nrhs > 1) {
+    host::setNativeValue(call.in(0), std::make_unique<DatastoreValue>(openFor(call, 1, open)));
+  }
+}
+
+/// An object of the class for the format of `source`.
+Value objectOf(std::shared_ptr<const Datastore> source) {
+  const bool isParquet = dynamic_cast<const ParquetDatastore*>(source.get()) != nullptr;
+  Value object = isParquet ? host::call(kParquetDatastore) : host::call(kCsvDatastore);
+  host::setNativeValue(object.get(), std::make_unique<DatastoreValue>(std::move(source)));
+  return object;
+}
+
+/// kv.datastore(paths, names of columns, names of their types): the files in the format they have.
+void openDatastore(const Call& call) {
+  call.expect(1, 1, 3);
+  call.out(0, objectOf(openFor(call, 0, openFiles)));
 }
 
 Value columnTexts(const Call& call, std::string (*textOf)(const ColumnInfo&)) {
@@ -46,14 +75,19 @@ Value columnTexts(const Call& call, std::string (*textOf)(const ColumnInfo&)) {
   return host::makeStringColumn(texts);
 }
 
-void columnNames(const Call& call) {
+void namesOfColumns(const Call& call) {
   call.out(0, columnTexts(call, [](const ColumnInfo& column) { return column.name; }));
 }
 
-void columnTypes(const Call& call) {
+void typesOfColumns(const Call& call) {
   call.out(0, columnTexts(call, [](const ColumnInfo& column) {
              return std::string(elementTypeName(column.type));
            }));
+}
+
+/// Types in the files, where they are other ones; empty texts elsewhere.
+void fileTypesOfColumns(const Call& call) {
+  call.out(0, columnTexts(call, [](const ColumnInfo& column) { return column.fileType; }));
 }
 
 void numPartitions(const Call& call) {
@@ -67,8 +101,8 @@ void displayName(const Call& call) {
 /// The files that are read, with their paths in the file system, whatever the source is called.
 void sourceFiles(const Call& call) {
   std::vector<std::string> paths;
-  if (const auto* csv = dynamic_cast<const CsvDatastore*>(datastoreOf(call.in(0)).get())) {
-    for (const SourceFile& file : csv->table().files) {
+  if (const auto* source = dynamic_cast<const FileDatastore*>(datastoreOf(call.in(0)).get())) {
+    for (const SourceFile& file : source->table().files) {
       paths.push_back(file.absolutePath);
     }
   }
@@ -76,30 +110,42 @@ void sourceFiles(const Call& call) {
 }
 
 /// copy(datastore): sources are immutable, so the copy shares the source.
-void copyDatastore(const Call& call) {
-  Value copied = host::call(kCsvDatastore, {});
-  host::setNativeValue(copied.get(), std::make_unique<DatastoreValue>(datastoreOf(call.in(0))));
-  call.out(0, std::move(copied));
+void copyDatastore(const Call& call) { call.out(0, objectOf(datastoreOf(call.in(0)))); }
+
+/// The source of an object; null for a datastore without one, which is saved without one.
+template <class Source>
+const Source* sourceIn(const kxArray* object) {
+  const auto* value = dynamic_cast<const DatastoreValue*>(host::getNativeValue(object));
+  return value == nullptr ? nullptr : dynamic_cast<const Source*>(value->datastore.get());
 }
 
-/// A datastore without a source, as classes make them, is saved without one.
 Value savedCsv(const kxArray* object) {
-  const auto* value = dynamic_cast<const DatastoreValue*>(host::getNativeValue(object));
-  const auto* csv =
-      value == nullptr ? nullptr : dynamic_cast<const CsvDatastore*>(value->datastore.get());
-  return csv == nullptr ? Value() : describeCsv(*csv);
+  const auto* csv = sourceIn<CsvDatastore>(object);
+  return csv == nullptr ? Value() : describeCsv(csv->table());
+}
+
+Value savedParquet(const kxArray* object) {
+  const auto* parquet = sourceIn<ParquetDatastore>(object);
+  return parquet == nullptr ? Value() : describeParquet(*parquet);
+}
+
+void restore(const kxArray* object, std::shared_ptr<const FileDatastore> source) {
+  if (MovedTables* const moved = runtimeState().movedTables) {
+    source = moved->moved(source);
+  }
+  host::setNativeValue(object, std::make_unique<DatastoreValue>(std::move(source)));
 }
 
 void restoreCsv(const kxArray* object, const kxArray* saved) {
-  if (saved == nullptr) {
-    return;
+  if (saved != nullptr) {
+    restore(object, std::make_shared<CsvDatastore>(csvFromDescription(saved)));
   }
-  CsvDatastore::Table table = csvFromDescription(saved);
-  if (MovedTables* const moved = runtimeState().movedTables) {
-    table = moved->moved(table);
+}
+
+void restoreParquet(const kxArray* object, const kxArray* saved) {
+  if (saved != nullptr) {
+    restore(object, parquetFromDescription(saved));
   }
-  host::setNativeValue(
-      object, std::make_unique<DatastoreValue>(std::make_unique<CsvDatastore>(std::move(table))));
 }
 
 }  // namespace
@@ -107,20 +153,21 @@ void restoreCsv(const kxArray* object, const kxArray* saved) {
 void defineDatastores(host::Session& session) {
   define(session,
          {.name = kDatastore,
-          .properties = {computed("ColumnNames", columnNames), computed("ColumnTypes", columnTypes),
+          .properties = {computed("ColumnNames", namesOfColumns),
+                         computed("ColumnTypes", typesOfColumns),
+                         computed("ColumnFileTypes", fileTypesOfColumns),
                          computed("NumPartitions", numPartitions),
                          computed("DisplayName", displayName), computed("Files", sourceFiles)},
           .methods = {method("copy", copyDatastore, 1, 1)}});
   define(session, {.name = kCsvDatastore,
                    .superclasses = {kDatastore},
-                   .constructor = constructor(
-                       [](const Call& call) {
-                         if (call.nrhs > 1) {
-                           constructCsv(call);
-                         }
-                       },
-                       1, 4),
+                   .constructor = constructor(construct<openCsv>, 1, 4),
                    .savedForm = host::SavedForm{savedCsv, restoreCsv}});
+  define(session, {.name = kParquetDatastore,
+                   .superclasses = {kDatastore},
+                   .constructor = constructor(construct<openParquet>, 1, 4),
+                   .savedForm = host::SavedForm{savedParquet, restoreParquet}});
+  session.defineFunction("kv.datastore", openDatastore);
   session.defineFunction("kalvex.io.datastore.internal.shim.isDatastore", [](const Call& call) {
     call.expect(1, 1, 1);
     call.out(0, host::makeLogical(kxIsScalar(call.in(0)) && kxIsA(call.in(0), kDatastore)));

@@ -24,6 +24,16 @@ bool hasInOrder(const Schema& schema, const std::vector<std::string>& columns) {
   return next == columns.end();
 }
 
+std::vector<std::string> readableColumns(const Schema& schema) {
+  std::vector<std::string> names;
+  for (const ColumnInfo& column : schema) {
+    if (column.isReadable()) {
+      names.push_back(column.name);
+    }
+  }
+  return names;
+}
+
 class Read final : public StatelessOperator {
  public:
   Read(std::shared_ptr<const Datastore> source, std::optional<std::vector<std::string>> columns)
@@ -33,7 +43,7 @@ class Read final : public StatelessOperator {
   RowEffect rowEffect() const override { return RowEffect::Create; }
   std::shared_ptr<const Datastore> source() const override { return source_; }
   std::vector<std::string> columns() const override {
-    return columns_ ? *columns_ : ColumnNeeds{.all = true}.columnsOf(source_->schema());
+    return columns_ ? *columns_ : readableColumns(source_->schema());
   }
 
   std::string planNote() const override {
@@ -51,7 +61,7 @@ class Read final : public StatelessOperator {
 
  private:
   std::shared_ptr<const Datastore> source_;
-  std::optional<std::vector<std::string>> columns_;  ///< none: all
+  std::optional<std::vector<std::string>> columns_;  ///< none: all that can be read
 };
 
 }  // namespace

@@ -4,8 +4,6 @@
 
 #include "persistence/MovedTables.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <optional>
@@ -15,7 +13,6 @@
 #include "kv/errors/StepError.h"
 #include "kv/errors/shownText.h"
 #include "source/PathExpansion.h"
-#include "source/csv/CsvSchema.h"
 
 namespace kv::runtime {
 
@@ -24,12 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 
 using Move = MovedTables::Move;
-using Table = CsvDatastore::Table;
-using Files = std::vector<SourceFile>;
-
-std::string joined(const std::vector<std::string>& texts) {
-  return fmt::format("{}", fmt::join(texts, ", "));
-}
+using Source = MovedTables::Source;
 
 std::string absoluteOf(const std::string& path) {
   std::string absolute = fs::absolute(path).lexically_normal().string();
@@ -65,52 +57,42 @@ std::optional<std::string> nameIn(const Move& move, const SourceFile& file) {
 /// Where the rows of one table come from when some of its files are replaced.
 class Replacement {
  public:
-  void add(std::vector<Move>& moves, const SourceFile& file) {
+  explicit Replacement(const FileDatastore& saved) : saved_(saved) {}
+
+  /// Replaces the file at position `index` of the saved table.
+  void add(std::vector<Move>& moves, std::size_t index) {
     for (Move& move : moves) {
-      if (const auto name = nameIn(move, file)) {
+      if (const auto name = nameIn(move, saved_.table().files[index])) {
         move.isUsed = true;
         return replace(move, *name);
       }
     }
-    places_.push_back({file});
+    places_.push_back({&saved_, index});
     isAnyKept_ = true;
   }
 
-  std::vector<std::string> newPaths() const {
-    std::vector<std::string> paths;
-    for (const Place& place : places_) {
-      if (!place.kept) {
-        paths.push_back(place.newPath);
-      }
-    }
-    return paths;
-  }
-  /// `newFiles`: the result of newPaths().
-  Files files(const Files& newFiles) const {
-    Files files;
-    auto next = newFiles.begin();
-    for (const Place& place : places_) {
-      files.push_back(place.kept ? *place.kept : *next++);
+  const std::vector<std::string>& newPaths() const { return newPaths_; }
+
+  /// `others`: the files at newPaths().
+  std::vector<FileDatastore::FileOf> files(const FileDatastore& others) const {
+    std::vector<FileDatastore::FileOf> files = places_;
+    for (FileDatastore::FileOf& each : files) {
+      each.source = each.source == nullptr ? &others : each.source;
     }
     return files;
   }
   bool isAnyKept() const { return isAnyKept_; }
 
-  /// The sources of new files, from the moves.
-  std::vector<std::string> sources() const {
-    std::vector<std::string> sources;
+  /// The name of a table of new files only.
+  std::string newName() const {
+    std::vector<std::string> paths;
     for (const Move* move : used_) {
-      sources.push_back(move->said.to);
+      paths.push_back(move->said.to);
     }
-    return sources;
+    return tableName(paths, newPaths_.size());
   }
 
  private:
-  struct Place {
-    std::optional<SourceFile> kept{};
-    std::string newPath{};
-  };
-
   void replace(const Move& move, const std::string& name) {
     std::error_code ignored;
     const std::string& to = move.said.to;
@@ -119,24 +101,31 @@ class Replacement {
       used_.push_back(&move);
     }
     if (fs::is_directory(to, ignored)) {
-      places_.push_back({std::nullopt, (fs::path(to) / name).string()});
+      addNew((fs::path(to) / name).string());
     } else if (isFirst) {
-      for (std::string& path : expandPath(to)) {
-        places_.push_back({std::nullopt, std::move(path)});
+      for (const std::string& path : expandPath(to, {})) {
+        addNew(path);
       }
     }
   }
 
-  std::vector<Place> places_;
+  void addNew(const std::string& path) {
+    places_.push_back({nullptr, newPaths_.size()});
+    newPaths_.push_back(path);
+  }
+
+  const FileDatastore& saved_;
+  std::vector<FileDatastore::FileOf> places_;  ///< of a new file, without its source
+  std::vector<std::string> newPaths_;
   std::vector<const Move*> used_;
   bool isAnyKept_ = false;
 };
 
 /// The parts of a table that matter to moves: also its name and the paths as they were given, which
 /// aren't part of its fingerprint.
-std::vector<std::string> keyOf(const Table& table) {
-  std::vector<std::string> key{CsvDatastore(table).fingerprint(), table.name};
-  for (const SourceFile& file : table.files) {
+std::vector<std::string> keyOf(const FileDatastore& source) {
+  std::vector<std::string> key{source.fingerprint(), source.displayName()};
+  for (const SourceFile& file : source.table().files) {
     key.push_back(file.path);
   }
   return key;
@@ -146,32 +135,22 @@ std::vector<std::string> keyOf(const Table& table) {
   errors::raiseStep("KALVEX:datastore:SourceGivenTwice", {second.from, first.to, second.to});
 }
 
-Table replaceFiles(std::vector<Move>& moves, const Table& table) {
-  Replacement replacement;
-  for (const SourceFile& file : table.files) {
-    replacement.add(moves, file);
+Source replaceFiles(std::vector<Move>& moves, const Source& saved) {
+  Replacement replacement(*saved);
+  for (std::size_t i = 0; i < saved->table().files.size(); ++i) {
+    replacement.add(moves, i);
   }
-  const std::vector<std::string> paths = replacement.newPaths();
+  const std::vector<std::string>& paths = replacement.newPaths();
   if (paths.empty()) {
-    return table;
+    return saved;
   }
-  Table moved = CsvDatastore(paths, {}).table();
-  for (ColumnInfo& column : moved.schema) {
-    const auto before = std::ranges::find(table.schema, column.name, &ColumnInfo::name);
-    if (before != table.schema.end()) {
-      column = *before;
-    }
-  }
-  moved.name = joined(replacement.sources());
+  const Source others = saved->openOthers(paths);
   if (replacement.isAnyKept()) {
-    requireSameColumns(paths.front(), columnNames(moved.schema), table.name,
-                       columnNames(table.schema));
-    moved.name = table.name;
-  } else if (paths.size() > 1) {
-    moved.name += fmt::format(" ({} files)", paths.size());
+    requireSameColumns(paths.front(), columnNames(others->schema()), saved->displayName(),
+                       columnNames(saved->schema()));
   }
-  moved.files = replacement.files(moved.files);
-  return moved;
+  return saved->withFiles(replacement.isAnyKept() ? saved->displayName() : replacement.newName(),
+                          *others, replacement.files(*others));
 }
 
 }  // namespace
@@ -187,17 +166,17 @@ MovedTables::MovedTables(std::vector<SourceMove> moves) {
   }
 }
 
-Table MovedTables::moved(const Table& table) {
-  for (const SourceFile& file : table.files) {
+Source MovedTables::moved(const Source& source) {
+  for (const SourceFile& file : source->table().files) {
     filesMet_.insert(file.absolutePath);
   }
-  const std::vector<std::string> key = keyOf(table);
+  const std::vector<std::string> key = keyOf(*source);
   const auto known = known_.find(key);
   if (known != known_.end()) {
     return known->second;
   }
   try {
-    return known_.emplace(key, replaceFiles(moves_, table)).first->second;
+    return known_.emplace(key, replaceFiles(moves_, source)).first->second;
   } catch (...) {
     failure_ = std::current_exception();
     throw;

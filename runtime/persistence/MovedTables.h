@@ -2,12 +2,13 @@
 
 #include <exception>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "kv/runtime/SourceMoves.h"
-#include "source/csv/CsvDatastore.h"
+#include "source/FileDatastore.h"
 
 namespace kv::runtime {
 
@@ -20,12 +21,14 @@ class MovedTables {
     bool isUsed = false;
   };
 
+  using Source = std::shared_ptr<const FileDatastore>;
+
   /// Errors: as SourceMoves.
   explicit MovedTables(std::vector<SourceMove> moves);
 
   /// A table from a file, with its files replaced.
   /// Errors: as for SourceMoves.
-  CsvDatastore::Table moved(const CsvDatastore::Table& table);
+  Source moved(const Source& source);
 
   /// Errors: as for SourceMoves.
   void throwIfUnused() const;
@@ -39,7 +42,7 @@ class MovedTables {
   std::exception_ptr failure_;
   /// By what identifies a table in the file, its name and its paths as they were given: equal
   /// tables stay equal, and their new files are examined once.
-  std::map<std::vector<std::string>, CsvDatastore::Table> known_;
+  std::map<std::vector<std::string>, Source> known_;
 };
 
 }  // namespace kv::runtime

@@ -118,8 +118,7 @@ Schema readSchema(const Description& description) {
 
 }  // namespace
 
-Value describeCsv(const CsvDatastore& datastore) {
-  const CsvDatastore::Table& table = datastore.table();
+Value describeCsv(const FileTable& table) {
   std::vector<std::string> paths, absolute, names, types;
   std::vector<std::int64_t> bytes, modified;
   for (const SourceFile& file : table.files) {
@@ -148,9 +147,9 @@ Value describeCsv(const CsvDatastore& datastore) {
   return record;
 }
 
-CsvDatastore::Table csvFromDescription(const kxArray* record) {
+FileTable csvFromDescription(const kxArray* record) {
   const Description description(record);
-  CsvDatastore::Table table;
+  FileTable table;
   table.name = sized(description.texts(kName), 1, kName).front();
   table.files = readFiles(description);
   table.schema = readSchema(description);

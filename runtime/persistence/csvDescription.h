@@ -1,18 +1,18 @@
 #pragma once
 
 #include "kv/host/values.h"
-#include "source/csv/CsvDatastore.h"
+#include "source/FileTable.h"
 
 /// What is saved of a table of CSV files with an array that reads it: a description, no rows.
 namespace kv::runtime {
 
 /// A 1-by-1 structure with the fields "Name", "Paths", "AbsolutePaths", "Bytes", "Modified", one
 /// element per file, "ColumnNames" and "ColumnTypes".
-host::Value describeCsv(const CsvDatastore& datastore);
+host::Value describeCsv(const FileTable& table);
 
 /// The table of a description made by `describeCsv`. Opens nothing: files are checked when read.
 ///
 /// Errors: "KALVEX:datastore:BadDescription" with the fault.
-CsvDatastore::Table csvFromDescription(const kxArray* description);
+FileTable csvFromDescription(const kxArray* description);
 
 }  // namespace kv::runtime

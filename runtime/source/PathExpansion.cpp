@@ -1,6 +1,8 @@
 #include "source/PathExpansion.h"
 
 #include <dirent.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <glob.h>
 
 #include <algorithm>
@@ -22,11 +24,14 @@ namespace fs = std::filesystem;
 
 bool isPattern(const std::string& path) { return path.find_first_of("*?[") != std::string::npos; }
 
-bool isVisibleCsv(const fs::path& file) {
+using Endings = std::vector<std::string_view>;
+
+bool isVisible(const fs::path& file, const Endings& endings) {
   std::string ending = file.extension().string();
   std::transform(ending.begin(), ending.end(), ending.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return ending == ".csv" && file.filename().string().front() != '.';
+  return std::ranges::find(endings, ending) != endings.end() &&
+         file.filename().string().front() != '.';
 }
 
 struct CloseFolder {
@@ -34,7 +39,7 @@ struct CloseFolder {
 };
 
 /// The iterator of std::filesystem isn't used: it ends the process when memory is short.
-std::vector<std::string> csvFilesIn(const std::string& path) {
+std::vector<std::string> filesIn(const std::string& path, const Endings& endings) {
   const std::unique_ptr<DIR, CloseFolder> folder(::opendir(path.c_str()));
   if (folder == nullptr) {
     throwUnreachable(path, errno);
@@ -44,7 +49,7 @@ std::vector<std::string> csvFilesIn(const std::string& path) {
   while (const dirent* entry = ::readdir(folder.get())) {
     const fs::path file = fs::path(path) / entry->d_name;
     std::error_code ignored;
-    if (isVisibleCsv(file) && !fs::is_directory(file, ignored)) {
+    if (isVisible(file, endings) && !fs::is_directory(file, ignored)) {
       files.push_back(file.string());
     }
     errno = 0;
@@ -91,7 +96,7 @@ std::vector<std::string> filesMatching(const std::string& pattern) {
 }
 
 std::vector<std::string> sortedOrNoFiles(std::vector<std::string> files, const std::string& path,
-                                         const char* reason) {
+                                         const std::string& reason) {
   if (files.empty()) {
     errors::raiseStep("KALVEX:datastore:NoFiles", {path, reason});
   }
@@ -101,13 +106,14 @@ std::vector<std::string> sortedOrNoFiles(std::vector<std::string> files, const s
 
 }  // namespace
 
-std::vector<std::string> expandPath(const std::string& path) {
+std::vector<std::string> expandPath(const std::string& path, const Endings& endings) {
   std::error_code failure;
   const fs::file_status status = fs::status(path, failure);
   if (!failure) {
-    return fs::is_directory(status)
-               ? sortedOrNoFiles(csvFilesIn(path), path, "the folder contains no .csv file")
-               : std::vector<std::string>{path};
+    return fs::is_directory(status) ? sortedOrNoFiles(filesIn(path, endings), path,
+                                                      fmt::format("the folder contains no {} file",
+                                                                  fmt::join(endings, " or ")))
+                                    : std::vector<std::string>{path};
   }
   if (isPattern(path) && status.type() == fs::file_type::not_found) {
     return sortedOrNoFiles(filesMatching(path), path, "no file matches the pattern");

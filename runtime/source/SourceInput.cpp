@@ -72,9 +72,30 @@ SourceInput::SourceInput(SourceFile file) : file_(std::move(file)) {
 SourceInput::~SourceInput() { ::close(descriptor_); }
 
 std::size_t SourceInput::read(char* to, std::size_t bytes) {
+  const std::size_t got = fill(position_, to, bytes);
+  position_ += static_cast<std::int64_t>(got);
+  if (got < bytes) {
+    throwIfReplaced();
+    // A file that ends before its recorded size was cut in a way that its times don't show.
+    if (position_ < opened_.st_size) {
+      throwChangedMeanwhile();
+    }
+  }
+  return got;
+}
+
+void SourceInput::readAt(std::int64_t offset, char* to, std::size_t bytes) const {
+  if (fill(offset, to, bytes) < bytes) {
+    throwChangedMeanwhile();
+  }
+}
+
+std::size_t SourceInput::fill(std::int64_t offset, char* to, std::size_t bytes) const {
   std::size_t got = 0;
   while (got < bytes) {
-    const auto part = uninterrupted([&] { return ::read(descriptor_, to + got, bytes - got); });
+    const auto part = uninterrupted([&] {
+      return ::pread(descriptor_, to + got, bytes - got, offset + static_cast<off_t>(got));
+    });
     if (part < 0) {
       throwUnreachable(file_.path, errno);
     }
@@ -83,11 +104,7 @@ std::size_t SourceInput::read(char* to, std::size_t bytes) {
     }
     got += static_cast<std::size_t>(part);
   }
-  position_ += static_cast<std::int64_t>(got);
   throwIfWritten();
-  if (got < bytes) {
-    throwIfReplaced();
-  }
   return got;
 }
 
@@ -109,8 +126,7 @@ void SourceInput::throwIfReplaced() const {
   if (failure != 0 && !isGone) {
     throwUnreachable(file_.path, failure);
   }
-  // A file that ends before its recorded size was cut in a way that its times don't show.
-  if (isGone || !isSameVersion(now, opened_) || position_ < opened_.st_size) {
+  if (isGone || !isSameVersion(now, opened_)) {
     throwChangedMeanwhile();
   }
 }

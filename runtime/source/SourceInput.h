@@ -9,11 +9,11 @@
 
 namespace kv::runtime {
 
-/// Reads a file from its first byte to its last, and detects if it is written meanwhile.
+/// Reads a file, and detects if it is written meanwhile.
 ///
-/// All bytes that `read` returns were in the file while size, time, inode and status change time
-/// were as when it was opened. At the end, the path must still lead to the same file, so that a
-/// replaced file is detected, too. A change of its permissions or links also counts: it can't be
+/// All bytes that are read were in the file while size, time, inode and status change time were as
+/// when it was opened. At the end, the path must still lead to the same file, so that a replaced
+/// file is detected, too. A change of its permissions or links also counts: it can't be
 /// distinguished from a write that restored size and time.
 ///
 /// Threads: one at a time.
@@ -36,9 +36,20 @@ class SourceInput {
   ///         it was opened, "KALVEX:datastore:FileNotReadable".
   std::size_t read(char* to, std::size_t bytes);
 
- private:
-  void throwIfWritten() const;
+  /// Reads `bytes` bytes from byte `offset` on; doesn't change what `read` reads next.
+  ///
+  /// Requires: 0 <= offset and offset + bytes <= file().bytes.
+  /// Errors:   as for `read`.
+  void readAt(std::int64_t offset, char* to, std::size_t bytes) const;
+
+  /// To be called at the end, unless `read` has reached the end of the file.
+  ///
+  /// Errors: "KALVEX:datastore:SourceChanged" unless the path still leads to the file.
   void throwIfReplaced() const;
+
+ private:
+  std::size_t fill(std::int64_t offset, char* to, std::size_t bytes) const;
+  void throwIfWritten() const;
   [[noreturn]] void throwChangedMeanwhile() const;
 
   SourceFile file_;

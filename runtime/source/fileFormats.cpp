@@ -28,7 +28,7 @@ constexpr Magic kMagics[] = {
     {"BZh"sv, {"compressed with bzip2", "unpack it first (bunzip2)"}},
     {"PK\x03\x04"sv,
      {"a ZIP archive", "unpack it first, or export the spreadsheet (.xlsx) as CSV"}},
-    {"PAR1"sv, {"a Parquet file", "write its rows to a CSV file first"}},
+    {"PAR1"sv, {"a Parquet file", "open it as one"}},
     {"ARROW1"sv, {"an Arrow IPC (Feather) file", "write its rows to a CSV file first"}},
     {"\xFF\xFE\0\0"sv, {"text in UTF-32", "convert it to UTF-8 first (iconv -f UTF-32 -t UTF-8)"}},
     {"\xFF\xFE"sv, kUtf16},

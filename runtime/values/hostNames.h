@@ -59,5 +59,6 @@ inline constexpr char kCompositeGraph[] = "kalvex.bigdata.internal.executor.Comp
 
 inline constexpr char kDatastore[] = "kalvex.io.Datastore";
 inline constexpr char kCsvDatastore[] = "kalvex.io.CsvDatastore";
+inline constexpr char kParquetDatastore[] = "kalvex.io.ParquetDatastore";
 
 }  // namespace kv::runtime

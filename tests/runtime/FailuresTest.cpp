@@ -250,9 +250,9 @@ TEST_F(Failures, OfOurOwnHaveIdsAsWell) {
             "KALVEX:array:DifferentSources");
 
   const auto described = [](const char* field, const std::vector<std::string>& texts) {
-    const CsvDatastore source({"t",
-                               {{"a.csv", "/a.csv", 4, 1, true}},
-                               {{"x", ElementType::Double}, {"y", ElementType::Double}}});
+    const FileTable source{"t",
+                           {{"a.csv", "/a.csv", 4, 1, true}},
+                           {{"x", ElementType::Double}, {"y", ElementType::Double}}};
     Value record = describeCsv(source);
     kxSetField(record.get(), 0, field, host::makeStringColumn(texts).release());
     return record;

@@ -7,6 +7,7 @@
 
 #include "persistence/MovedTables.h"
 #include "runtime/RuntimeSession.h"
+#include "source/csv/CsvDatastore.h"
 #include "support/TempFolder.h"
 #include "values/hostNames.h"
 
@@ -262,9 +263,9 @@ TEST(MovedTables, StayInTheFolderThatWasNamed) {
   const std::string inside = folder.write("new/b/a.csv", "x\n1\n");
   const auto pathOf = [](MovedTables& tables, const std::string& path,
                          const std::string& absolute) {
-    const CsvDatastore::Table table{
-        "t", {{path, absolute, 4, 1, true}}, {{"x", ElementType::Double}}};
-    return tables.moved(table).files.at(0).absolutePath;
+    const auto saved = std::make_shared<const CsvDatastore>(
+        FileTable{"t", {{path, absolute, 4, 1, true}}, {{"x", ElementType::Double}}});
+    return tables.moved(saved)->table().files.at(0).absolutePath;
   };
   const std::pair<std::string, std::string> cases[] = {
       {"/old/b/a.csv", inside},

@@ -1,24 +1,20 @@
 #include "source/csv/CsvDatastore.h"
 
-#include <fmt/format.h>
-
+#include <algorithm>
 #include <utility>
 
-#include "kv/errors/StepError.h"
 #include "source/Fingerprint.h"
-#include "source/PathExpansion.h"
 #include "source/csv/CsvReader.h"
 #include "source/csv/CsvSchema.h"
-#include "source/csv/describeTable.h"
 
 namespace kv::runtime {
 
 namespace {
 
 /// A table from a saved file has the fingerprint of the saved table.
-std::string fingerprintOf(const CsvDatastore::Table& table) {
+std::string fingerprintOf(const FileTable& table) {
   Fingerprint print;
-  print.add("csv").add(static_cast<std::int64_t>(table.files.size()));
+  print.add(kCsvFormat).add(static_cast<std::int64_t>(table.files.size()));
   for (const SourceFile& file : table.files) {
     print.add(file.absolutePath).add(file.bytes).add(file.modified);
   }
@@ -28,49 +24,8 @@ std::string fingerprintOf(const CsvDatastore::Table& table) {
   return print.digits();
 }
 
-std::vector<SourceFile> lookAt(const std::vector<std::string>& paths) {
-  std::vector<SourceFile> files;
-  for (const std::string& path : paths) {
-    for (const std::string& file : expandPath(path)) {
-      files.push_back(SourceFile::stat(file));
-    }
-  }
-  return files;
-}
-
-std::string nameOf(const std::vector<std::string>& paths, std::size_t files) {
-  const std::string name = fmt::format("{}", fmt::join(paths, ", "));
-  return files == 1 ? name : fmt::format("{} ({} files)", name, files);
-}
-
-Chunk chunkWithoutRows(const Schema& schema) {
-  Chunk chunk;
-  chunk.names = std::make_shared<const std::vector<std::string>>(columnNames(schema));
-  for (const ColumnInfo& info : schema) {
-    chunk.columns.push_back(emptyColumn(info.type));
-  }
-  return chunk;
-}
-
-Chunk firstRows(Chunk chunk, std::int64_t rows) {
-  if (rows >= chunk.rows()) {
-    return chunk;
-  }
-  chunk.ordinals = chunk.ordinals.slice(0, rows);
-  for (Column& column : chunk.columns) {
-    column = column.slice(0, rows);
-  }
-  return chunk;
-}
-
-CsvDatastore::Table tableIn(const std::vector<std::string>& paths,
-                            const std::vector<TypeOverride>& types) {
-  if (paths.empty()) {
-    errors::raiseStep("KALVEX:datastore:NoPaths");
-  }
-  CsvDatastore::Table table;
-  table.files = lookAt(paths);
-  table.name = nameOf(paths, table.files.size());
+FileTable tableIn(const std::vector<std::string>& paths, const std::vector<TypeOverride>& types) {
+  FileTable table = lookAtFiles(paths, {".csv"});
   table.schema = readCsvSchema(table.files, types);
   return table;
 }
@@ -81,8 +36,8 @@ CsvDatastore::CsvDatastore(const std::vector<std::string>& paths,
                            const std::vector<TypeOverride>& types)
     : CsvDatastore(tableIn(paths, types)) {}
 
-CsvDatastore::CsvDatastore(Table table)
-    : table_(std::make_shared<const Table>(std::move(table))),
+CsvDatastore::CsvDatastore(FileTable table)
+    : table_(std::make_shared<const FileTable>(std::move(table))),
       fingerprint_(fingerprintOf(*table_)) {}
 
 std::int64_t CsvDatastore::numPartitions() const {
@@ -96,30 +51,45 @@ std::unique_ptr<ChunkReader> CsvDatastore::openPartition(
   return std::make_unique<CsvReader>(file, partition, table_->schema, columns, cancellation);
 }
 
-Chunk CsvDatastore::preview(std::int64_t rows) const {
-  const CancellationToken never;
-  const std::vector<std::string> columns = columnNames(table_->schema);
-  for (std::int64_t partition = 0; partition < numPartitions(); ++partition) {
-    auto chunk = openPartition(partition, columns, never)->next();
-    if (chunk) {
-      return firstRows(*std::move(chunk), rows);
-    }
-  }
-  return chunkWithoutRows(table_->schema);
-}
-
 std::unique_ptr<Datastore> CsvDatastore::copy() const {
   return std::make_unique<CsvDatastore>(*this);
 }
 
-std::string CsvDatastore::describe() const { return describeTable(*table_); }
+std::string CsvDatastore::describe() const {
+  ByteWriter bytes;
+  bytes.text(kCsvFormat);
+  writeTable(bytes, *table_);
+  return bytes.take();
+}
 
-TypeOverride parseTypeOverride(std::string_view text) {
-  const std::size_t sign = text.rfind('=');
-  if (sign == std::string_view::npos) {
-    errors::raiseStep("KALVEX:datastore:BadTypeOverride", {std::string(text)});
+std::shared_ptr<const FileDatastore> CsvDatastore::openOthers(
+    const std::vector<std::string>& paths) const {
+  return std::make_shared<CsvDatastore>(paths, std::vector<TypeOverride>{});
+}
+
+std::shared_ptr<const FileDatastore> CsvDatastore::withFiles(std::string name,
+                                                             const FileDatastore& others,
+                                                             std::span<const FileOf> files) const {
+  FileTable table{std::move(name), {}, others.schema()};
+  for (ColumnInfo& column : table.schema) {
+    const auto before = std::ranges::find(table_->schema, column.name, &ColumnInfo::name);
+    if (before != table_->schema.end()) {
+      column = *before;
+    }
   }
-  return {std::string(text.substr(0, sign)), std::string(text.substr(sign + 1))};
+  for (const FileOf& each : files) {
+    table.files.push_back(each.source->table().files[each.file]);
+  }
+  return std::make_shared<CsvDatastore>(std::move(table));
+}
+
+std::shared_ptr<const Datastore> openDescribedCsv(ByteReader& bytes) {
+  FileTable table = readTable(bytes);
+  const auto isUnknown = [](const ColumnInfo& column) { return !column.isReadable(); };
+  if (std::ranges::any_of(table.schema, isUnknown)) {
+    bytes.refuse();
+  }
+  return std::make_shared<CsvDatastore>(std::move(table));
 }
 
 std::unique_ptr<Datastore> openCsv(const std::vector<std::string>& paths,

@@ -2,53 +2,51 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
-#include <utility>
+#include <string_view>
 #include <vector>
 
-#include "kv/runtime/Datastore.h"
 #include "kv/runtime/csv.h"
-#include "source/SourceFile.h"
+#include "source/FileDatastore.h"
 
 namespace kv::runtime {
 
+/// The first text of a description of CSV files.
+inline constexpr std::string_view kCsvFormat = "csv";
+
 /// CSV files that form one table, one partition per file; see openCsv() for format, types and
 /// errors.
-class CsvDatastore final : public Datastore {
+class CsvDatastore final : public FileDatastore {
  public:
-  /// Everything about the files except their rows.
-  struct Table {
-    std::string name;  ///< the user's name for them
-    std::vector<SourceFile> files;
-    Schema schema;
-  };
-
   /// Requires: `paths` isn't empty.
   CsvDatastore(const std::vector<std::string>& paths, const std::vector<TypeOverride>& types);
 
   /// The table with this description; opens nothing. Each file is compared with its description
   /// when it is read.
-  ///
-  /// Requires: at least one file; names of columns are distinct.
-  explicit CsvDatastore(Table table);
+  explicit CsvDatastore(FileTable table);
 
-  const Table& table() const { return *table_; }
-
-  const Schema& schema() const override { return table_->schema; }
+  const FileTable& table() const override { return *table_; }
   std::int64_t numPartitions() const override;
   std::unique_ptr<ChunkReader> openPartition(std::int64_t partition,
                                              const std::vector<std::string>& columns,
                                              const CancellationToken& cancellation) const override;
-  Chunk preview(std::int64_t rows) const override;
   std::unique_ptr<Datastore> copy() const override;
   const std::string& fingerprint() const override { return fingerprint_; }
   std::string describe() const override;
-  std::string displayName() const override { return table_->name; }
+  std::shared_ptr<const FileDatastore> openOthers(
+      const std::vector<std::string>& paths) const override;
+  std::shared_ptr<const FileDatastore> withFiles(std::string name, const FileDatastore& others,
+                                                 std::span<const FileOf> files) const override;
 
  private:
   /// Immutable, so copies share it.
-  std::shared_ptr<const Table> table_;
+  std::shared_ptr<const FileTable> table_;
   std::string fingerprint_;
 };
+
+/// Reads what follows the name of the format in a description.
+/// Errors: "KALVEX:executor:BadBytes".
+std::shared_ptr<const Datastore> openDescribedCsv(ByteReader& description);
 
 }  // namespace kv::runtime

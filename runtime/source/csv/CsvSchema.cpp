@@ -5,14 +5,11 @@
 #include "source/csv/CsvSchema.h"
 
 #include <arrow/csv/parser.h>
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
-#include "kv/errors/StepError.h"
-#include "kv/errors/shownText.h"
 #include "source/csv/CsvBlocks.h"
 #include "source/csv/CsvColumn.h"
 
@@ -22,29 +19,6 @@ namespace {
 
 /// Bytes that are read at a time from a file of which only the header is needed.
 constexpr std::int64_t kHeaderBytes = 64 * 1024;
-
-using Names = std::vector<std::string>;
-
-ElementType typeNamed(const TypeOverride& wanted) {
-  if (const auto type = elementTypeNamed(wanted.type)) {
-    return *type;
-  }
-  Names known;
-  for (const ElementType type : allElementTypes()) {
-    known.emplace_back(elementTypeName(type));
-  }
-  const std::string types = errors::shownNames(known);
-  errors::raiseStep("KALVEX:datastore:UnknownType", {wanted.column, wanted.type, types});
-}
-
-std::string firstDifference(const Names& names, const Names& expected) {
-  if (names.size() != expected.size()) {
-    return fmt::format("{} columns, not {}", names.size(), expected.size());
-  }
-  const auto [found, other] = std::ranges::mismatch(names, expected);
-  return fmt::format("column {} is '{}', not '{}'", found - names.begin() + 1,
-                     errors::shownText(*found), errors::shownText(*other));
-}
 
 /// Infers the type of one column from the first block with a value in it.
 class ColumnInference {
@@ -104,7 +78,7 @@ void inferTypes(std::span<const SourceFile> files, std::vector<ColumnInference> 
 
 Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
                      std::int64_t inferenceBytes) {
-  const Names names = CsvBlocks(files.front(), kHeaderBytes).readHeader();
+  const std::vector<std::string> names = CsvBlocks(files.front(), kHeaderBytes).readHeader();
   for (const SourceFile& file : files.subspan(1)) {
     requireSameColumns(file.path, CsvBlocks(file, kHeaderBytes).readHeader(), files.front().path,
                        names);
@@ -127,32 +101,6 @@ Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOv
   }
   inferTypes(files, std::move(inferred), inferenceBytes);
   return schema;
-}
-
-void requireSameColumns(const std::string& path, const Names& names, const std::string& first,
-                        const Names& expected) {
-  if (names != expected) {
-    errors::raiseStep("KALVEX:datastore:DifferentColumns",
-                      {path, errors::shownNames(names), first, errors::shownNames(expected),
-                       firstDifference(names, expected)});
-  }
-}
-
-std::size_t columnIndex(const Schema& schema, const std::string& name) {
-  const auto column = std::ranges::find(schema, name, &ColumnInfo::name);
-  if (column != schema.end()) {
-    return static_cast<std::size_t>(column - schema.begin());
-  }
-  const std::string known = errors::shownNames(columnNames(schema));
-  errors::raiseStep("KALVEX:datastore:UnknownColumn", {name, known});
-}
-
-std::vector<std::string> columnNames(const Schema& schema) {
-  std::vector<std::string> names;
-  for (const ColumnInfo& info : schema) {
-    names.push_back(info.name);
-  }
-  return names;
 }
 
 }  // namespace kv::runtime

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <span>
-#include <string>
 #include <vector>
 
 #include "kv/runtime/Datastore.h"
 #include "kv/runtime/csv.h"
-#include "source/SourceFile.h"
+#include "source/FileTable.h"
 
 namespace kv::runtime {
 
@@ -25,17 +24,5 @@ inline constexpr std::int64_t kInferenceBytes = 256 << 20;
 ///         "KALVEX:datastore:UnknownType"; and as for CsvBlocks.
 Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
                      std::int64_t inferenceBytes = kInferenceBytes);
-
-/// Errors: "KALVEX:datastore:DifferentColumns" unless the columns of `path` are those of `first`.
-void requireSameColumns(const std::string& path, const std::vector<std::string>& names,
-                        const std::string& first, const std::vector<std::string>& expected);
-
-/// The position in `schema` of the column `name`.
-///
-/// Errors: "KALVEX:datastore:UnknownColumn" with the existing columns.
-std::size_t columnIndex(const Schema& schema, const std::string& name);
-
-/// The names of the columns, in their order.
-std::vector<std::string> columnNames(const Schema& schema);
 
 }  // namespace kv::runtime

@@ -15,9 +15,12 @@ namespace kv::runtime {
 /// A column of a source: its name and the type of its elements. All this depends on the data alone.
 struct ColumnInfo {
   std::string name;
-  ElementType type = ElementType::Double;
+  ElementType type = ElementType::Double;  ///< Unknown if its values can't be read
   bool isUndecided = false;  ///< no value was found from which the type could be inferred
   bool isNullable = false;   ///< of integers or logicals some of which may be missing
+  std::string fileType{};    ///< the type in the file if it is another one: `decimal128(9, 2)`
+
+  bool isReadable() const { return type != ElementType::Unknown; }
 
   bool operator==(const ColumnInfo&) const = default;
 };
@@ -62,13 +65,15 @@ class Datastore {
   ///
   /// Requires: 0 <= partition < numPartitions().
   /// Errors:   "KALVEX:datastore:SourceChanged" if the source has changed since it was
-  ///           opened, "KALVEX:datastore:UnknownColumn" for a name that isn't in `schema`.
+  ///           opened, "KALVEX:datastore:UnknownColumn" for a name that isn't in `schema`,
+  ///           "KALVEX:datastore:UnsupportedColumn" for a column that can't be read.
   /// Lives:    the reader may outlive this object, but not `cancellation`.
   virtual std::unique_ptr<ChunkReader> openPartition(
       std::int64_t partition, const std::vector<std::string>& columns,
       const CancellationToken& cancellation) const = 0;
 
-  /// The first rows of the source, at most `rows` and at most one chunk; all columns.
+  /// The first rows of the source, at most `rows` and at most one chunk; all columns
+  /// that can be read.
   ///
   /// Requires: rows >= 0.
   /// Errors:   as for `openPartition` and `ChunkReader::next`.

@@ -2,28 +2,16 @@
 
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "kv/runtime/Datastore.h"
+#include "kv/runtime/files.h"
 
 namespace kv::runtime {
-
-/// Sets the type of a column, if the user knows better than the first rows of the file.
-struct TypeOverride {
-  std::string column;
-  std::string type;  ///< as elementTypeName() writes it
-};
-
-/// Reads `NAME=TYPE`; the last `=` separates the two, so a name may contain one.
-///
-/// Errors: "KALVEX:datastore:BadTypeOverride" if there is no `=`.
-TypeOverride parseTypeOverride(std::string_view text);
 
 /// Opens CSV files as one table, one partition per file.
 ///
 /// Each of `paths` is a file, a folder (its `*.csv` files), or a pattern with `*`, `?` and `[...]`
-/// (see expandPaths()). All files have the same columns in the same order.
+/// (see expandPath()). All files have the same columns in the same order.
 ///
 /// Format: UTF-8 with or without a byte order mark, fields separated by commas, records ended by
 /// LF, CRLF or CR (optional for the last), a first record of column names. A field in double quotes

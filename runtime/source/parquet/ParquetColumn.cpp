@@ -1,0 +1,262 @@
+// Arrow's reader gives arrays of many types; a column has one of ours. Buffers are shared where the
+// layout is the same: of integers always, of floating numbers without missing values, of texts with
+// 32-bit offsets.
+
+#include "source/parquet/ParquetColumn.h"
+
+#include <arrow/array.h>
+#include <arrow/array/builder_binary.h>
+#include <arrow/extension_type.h>
+#include <arrow/type.h>
+#include <arrow/util/bitmap_ops.h>
+#include <arrow/util/decimal.h>
+#include <arrow/util/float16.h>
+#include <arrow/util/utf8.h>
+
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <limits>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "column/TextView.h"
+#include "column/allocate.h"
+#include "column/elementTypes.h"
+
+namespace kv::runtime {
+
+namespace {
+
+/// All powers of ten that are exact as doubles.
+constexpr std::array kPowersOfTen{1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                  1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                  1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+template <class T>
+T checked(arrow::Result<T> result) {
+  checkArrow(result.status());
+  return *std::move(result);
+}
+
+bool isText(const arrow::DataType& type) {
+  switch (type.id()) {
+    case arrow::Type::STRING:
+    case arrow::Type::LARGE_STRING:
+    case arrow::Type::STRING_VIEW:
+      return true;
+    case arrow::Type::DICTIONARY:
+      return isText(*static_cast<const arrow::DictionaryType&>(type).value_type());
+    default:
+      return false;
+  }
+}
+
+/// A column of numbers: `valueAt(i)` where row i of the array has a value, otherwise NaN.
+template <class T, class ValueAt>
+Column floatingColumn(ElementType type, const arrow::Array& array, arrow::MemoryPool* pool,
+                      const ValueAt& valueAt) {
+  std::shared_ptr<arrow::Buffer> buffer =
+      checked(arrow::AllocateBuffer(array.length() * static_cast<std::int64_t>(sizeof(T)), pool));
+  auto* values = buffer->mutable_data_as<T>();
+  for (std::int64_t row = 0; row < array.length(); ++row) {
+    values[row] = array.IsNull(row) ? std::numeric_limits<T>::quiet_NaN() : valueAt(row);
+  }
+  return Column(type, array.length(), std::move(buffer));
+}
+
+/// The same values, with NaN for missing ones.
+template <class T>
+Column withNaN(ElementType type, const arrow::Array& array, arrow::MemoryPool* pool) {
+  const arrow::ArrayData& data = *array.data();
+  if (array.null_count() == 0) {
+    return Column(type, arrow::ArrayData::Make(arrowTypeOf(type), data.length,
+                                               {nullptr, data.buffers[1]}, 0, data.offset));
+  }
+  const T* values = data.GetValues<T>(1);
+  return floatingColumn<T>(type, array, pool, [=](std::int64_t row) { return values[row]; });
+}
+
+double nearestDouble(const std::string& digits) {
+  double value = 0;
+  std::from_chars(digits.data(), digits.data() + digits.size(), value);
+  return value;
+}
+
+double nearestDouble(const arrow::Decimal128& decimal, std::int32_t scale) {
+  const auto low = static_cast<std::int64_t>(decimal.low_bits());
+  const bool isShort = decimal.high_bits() == (low < 0 ? -1 : 0) &&
+                       static_cast<double>(low) <= kMaxExactWhole &&
+                       static_cast<double>(low) >= -kMaxExactWhole;
+  if (isShort && scale >= 0 && static_cast<std::size_t>(scale) < kPowersOfTen.size()) {
+    // Both are exact, so the division rounds once.
+    return static_cast<double>(low) / kPowersOfTen[static_cast<std::size_t>(scale)];
+  }
+  return nearestDouble(decimal.ToString(scale));
+}
+
+Column doubleColumn(const arrow::Array& array, arrow::MemoryPool* pool) {
+  constexpr auto type = ElementType::Double;
+  switch (array.type_id()) {
+    case arrow::Type::DECIMAL128: {
+      const auto& decimals = static_cast<const arrow::Decimal128Array&>(array);
+      const auto scale = static_cast<const arrow::DecimalType&>(*array.type()).scale();
+      return floatingColumn<double>(type, array, pool, [&](std::int64_t row) {
+        return nearestDouble(arrow::Decimal128(decimals.GetValue(row)), scale);
+      });
+    }
+    case arrow::Type::DECIMAL256: {
+      const auto& decimals = static_cast<const arrow::Decimal256Array&>(array);
+      return floatingColumn<double>(type, array, pool, [&](std::int64_t row) {
+        return nearestDouble(decimals.FormatValue(row));
+      });
+    }
+    case arrow::Type::NA:
+      return missingColumn(type, array.length());
+    default:
+      return withNaN<double>(type, array, pool);
+  }
+}
+
+Column singleColumn(const arrow::Array& array, arrow::MemoryPool* pool) {
+  if (array.type_id() != arrow::Type::HALF_FLOAT) {
+    return withNaN<float>(ElementType::Single, array, pool);
+  }
+  const auto* bits = array.data()->GetValues<std::uint16_t>(1);
+  return floatingColumn<float>(ElementType::Single, array, pool, [=](std::int64_t row) {
+    return arrow::util::Float16::FromBits(bits[row]).ToFloat();
+  });
+}
+
+/// Arrow's logicals are bits; ours are bytes.
+Column logicalColumn(const arrow::Array& array, arrow::MemoryPool* pool) {
+  const arrow::ArrayData& data = *array.data();
+  std::shared_ptr<arrow::Buffer> bytes = checked(arrow::AllocateBuffer(data.length, pool));
+  const auto& bits = static_cast<const arrow::BooleanArray&>(array);
+  for (std::int64_t row = 0; row < data.length; ++row) {
+    bytes->mutable_data()[row] = bits.Value(row) ? 1 : 0;
+  }
+  std::shared_ptr<arrow::Buffer> validity;
+  if (array.null_count() > 0) {
+    validity = checked(
+        arrow::internal::CopyBitmap(pool, data.buffers[0]->data(), data.offset, data.length));
+  }
+  return Column(
+      ElementType::Logical,
+      arrow::ArrayData::Make(arrowTypeOf(ElementType::Logical), data.length,
+                             {std::move(validity), std::move(bytes)}, array.null_count()));
+}
+
+/// Without a bitmap if no value is missing, so that the column isn't nullable.
+Column integerColumn(ElementType type, const arrow::Array& array) {
+  const arrow::ArrayData& data = *array.data();
+  return Column(type, arrow::ArrayData::Make(
+                          arrowTypeOf(type), data.length,
+                          {array.null_count() > 0 ? data.buffers[0] : nullptr, data.buffers[1]},
+                          array.null_count(), data.offset));
+}
+
+template <class TextAt>
+Column copiedTexts(const arrow::Array& array, arrow::MemoryPool* pool, const TextAt& textAt) {
+  arrow::StringBuilder texts(pool);
+  checkArrow(texts.Reserve(array.length()));
+  for (std::int64_t row = 0; row < array.length(); ++row) {
+    const bool isNull = array.IsNull(row);
+    checkArrow(isNull ? texts.AppendNull() : texts.Append(textAt(row)));
+  }
+  return Column(ElementType::String, checked(texts.Finish())->data());
+}
+
+template <class Array>
+Column copiedTexts(const arrow::Array& array, arrow::MemoryPool* pool) {
+  const auto& texts = static_cast<const Array&>(array);
+  return copiedTexts(array, pool, [&](std::int64_t row) { return texts.GetView(row); });
+}
+
+Column textColumn(const arrow::Array& array, arrow::MemoryPool* pool) {
+  switch (array.type_id()) {
+    case arrow::Type::LARGE_STRING:
+      return copiedTexts<arrow::LargeStringArray>(array, pool);
+    case arrow::Type::STRING_VIEW:
+      return copiedTexts<arrow::StringViewArray>(array, pool);
+    case arrow::Type::DICTIONARY: {
+      const auto& encoded = static_cast<const arrow::DictionaryArray&>(array);
+      const Column words = textColumn(*encoded.dictionary(), pool);
+      const TextView texts(words);
+      return copiedTexts(array, pool,
+                         [&](std::int64_t row) { return texts[encoded.GetValueIndex(row)]; });
+    }
+    default:
+      return Column(ElementType::String, array.data());
+  }
+}
+
+}  // namespace
+
+ElementType elementTypeOf(const arrow::DataType& type) {
+  switch (type.id()) {
+    case arrow::Type::EXTENSION:
+      return elementTypeOf(*static_cast<const arrow::ExtensionType&>(type).storage_type());
+    case arrow::Type::BOOL:
+      return ElementType::Logical;
+    case arrow::Type::DOUBLE:
+    case arrow::Type::DECIMAL128:
+    case arrow::Type::DECIMAL256:
+    case arrow::Type::NA:
+      return ElementType::Double;
+    case arrow::Type::FLOAT:
+    case arrow::Type::HALF_FLOAT:
+      return ElementType::Single;
+    case arrow::Type::INT8:
+      return ElementType::Int8;
+    case arrow::Type::UINT8:
+      return ElementType::UInt8;
+    case arrow::Type::INT16:
+      return ElementType::Int16;
+    case arrow::Type::UINT16:
+      return ElementType::UInt16;
+    case arrow::Type::INT32:
+      return ElementType::Int32;
+    case arrow::Type::UINT32:
+      return ElementType::UInt32;
+    case arrow::Type::INT64:
+      return ElementType::Int64;
+    case arrow::Type::UINT64:
+      return ElementType::UInt64;
+    default:
+      return isText(type) ? ElementType::String : ElementType::Unknown;
+  }
+}
+
+Column toColumn(ElementType type, const arrow::Array& array, arrow::MemoryPool* pool) {
+  if (array.type_id() == arrow::Type::EXTENSION) {
+    return toColumn(type, *static_cast<const arrow::ExtensionArray&>(array).storage(), pool);
+  }
+  switch (type) {
+    case ElementType::Double:
+      return doubleColumn(array, pool);
+    case ElementType::Single:
+      return singleColumn(array, pool);
+    case ElementType::Logical:
+      return logicalColumn(array, pool);
+    case ElementType::String:
+      return textColumn(array, pool);
+    default:
+      return integerColumn(type, array);
+  }
+}
+
+std::optional<std::int64_t> firstNotText(const Column& texts) {
+  static const bool ready = (arrow::util::InitializeUTF8(), true);
+  const TextView view(texts);
+  for (std::int64_t row = 0; ready && row < texts.rows(); ++row) {
+    if (!view.isMissing(row) && !arrow::util::ValidateUTF8(view[row])) {
+      return row;
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace kv::runtime

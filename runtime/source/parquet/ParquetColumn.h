@@ -1,0 +1,28 @@
+#pragma once
+
+#include <arrow/type_fwd.h>
+
+#include <cstdint>
+#include <optional>
+
+#include "kv/runtime/Column.h"
+
+namespace kv::runtime {
+
+/// The element type under which values of an Arrow type are read: the same one for numbers,
+/// logicals and texts; Double for decimals and for a column without values, Single for half floats.
+///
+/// Result: Unknown for other types, such as times and nested ones.
+ElementType elementTypeOf(const arrow::DataType& type);
+
+/// The values of an array as a column of `type`, nullable if it has nulls. A decimal becomes the
+/// nearest double.
+///
+/// Requires: type == elementTypeOf(the array's type), not Unknown.
+/// Errors:   std::bad_alloc; "KALVEX:memory:TextTooLarge".
+Column toColumn(ElementType type, const arrow::Array& array, arrow::MemoryPool* pool);
+
+/// The first row of a String column that isn't UTF-8.
+std::optional<std::int64_t> firstNotText(const Column& texts);
+
+}  // namespace kv::runtime

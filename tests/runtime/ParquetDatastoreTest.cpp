@@ -1,0 +1,427 @@
+#include <arrow/array.h>
+#include <arrow/builder.h>
+#include <arrow/io/memory.h>
+#include <arrow/json/from_string.h>
+#include <arrow/table.h>
+#include <arrow/type.h>
+#include <gmock/gmock.h>
+#include <parquet/arrow/writer.h>
+#include <parquet/properties.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <limits>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "column/allocate.h"
+#include "column/elementTypes.h"
+#include "kv/runtime/csv.h"
+#include "kv/runtime/parquet.h"
+#include "runtime/readAll.h"
+#include "source/parquet/ParquetDatastore.h"
+#include "source/registry/openSource.h"
+#include "support/TempFolder.h"
+
+namespace kv::runtime {
+
+namespace {
+
+using kv::test::TempFolder;
+using test::allTexts;
+using test::allValues;
+using test::readAll;
+using test::stepErrorOf;
+using testing::AnyOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+using ArrayPtr = std::shared_ptr<arrow::Array>;
+using Columns = std::vector<std::pair<std::string, ArrayPtr>>;
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+template <class T>
+T orThrow(arrow::Result<T> result) {
+  checkArrow(result.status());
+  return *std::move(result);
+}
+
+ArrayPtr arrayOf(const std::shared_ptr<arrow::DataType>& type, const std::string& json) {
+  return orThrow(arrow::json::ArrayFromJSONString(type, json));
+}
+
+ArrayPtr doubles(const std::vector<double>& values) {
+  arrow::DoubleBuilder builder;
+  checkArrow(builder.AppendValues(values));
+  return orThrow(builder.Finish());
+}
+
+ArrayPtr texts(const std::vector<std::string>& values) {
+  arrow::StringBuilder builder;
+  checkArrow(builder.AppendValues(values));
+  return orThrow(builder.Finish());
+}
+
+struct WriteOptions {
+  std::int64_t groupRows = 1 << 20;
+  bool hasStatistics = true;
+  arrow::Compression::type compression = arrow::Compression::SNAPPY;
+};
+
+std::string parquetBytes(const Columns& columns, const WriteOptions& options = {}) {
+  arrow::FieldVector fields;
+  arrow::ArrayVector arrays;
+  for (const auto& [name, array] : columns) {
+    fields.push_back(arrow::field(name, array->type()));
+    arrays.push_back(array);
+  }
+  const auto table = arrow::Table::Make(arrow::schema(fields), arrays);
+  parquet::WriterProperties::Builder properties;
+  properties.enable_page_checksum()->compression(options.compression);
+  if (!options.hasStatistics) {
+    properties.disable_statistics();
+  }
+  const auto sink = orThrow(arrow::io::BufferOutputStream::Create());
+  checkArrow(parquet::arrow::WriteTable(
+      *table, arrow::default_memory_pool(), sink, options.groupRows, properties.build(),
+      parquet::ArrowWriterProperties::Builder().store_schema()->build()));
+  return orThrow(sink->Finish())->ToString();
+}
+
+class Parquet : public testing::Test {
+ protected:
+  std::string write(const std::string& name, const Columns& columns,
+                    const WriteOptions& options = {}) {
+    return folder_.write(name, parquetBytes(columns, options));
+  }
+
+  TempFolder folder_;
+};
+
+/// The numbers of a column of any numeric type; NaN for nulls.
+std::vector<double> allNumbers(const Datastore& source, const std::string& column) {
+  std::vector<double> all;
+  readAll(source, {column}, [&all](const Chunk& chunk) {
+    const Column& values = chunk.columns[0];
+    visitNumeric(values.type(), [&]<class T>() {
+      for (std::int64_t row = 0; row < values.rows(); ++row) {
+        const T value = values.values<T>()[static_cast<std::size_t>(row)];
+        all.push_back(values.isNull(row) ? kNaN : static_cast<double>(value));
+      }
+    });
+  });
+  return all;
+}
+
+struct TypedColumn {
+  std::shared_ptr<arrow::DataType> type;
+  const char* json;
+  ElementType read;
+  std::string fileType;
+  std::vector<double> values;
+};
+
+std::vector<TypedColumn> typedColumns() {
+  using enum ElementType;
+  const char* const whole = "[0, 1, null, 100]";
+  const std::vector<double> wholes{0, 1, kNaN, 100};
+  const char* const exact = R"(["0.10", null, "-12345678901234567.89", "0.30"])";
+  const std::vector<double> exacts{0.10, kNaN, -12345678901234567.89, 0.30};
+  return {
+      {arrow::boolean(), "[true, false, null, true]", Logical, "", {1, 0, kNaN, 1}},
+      {arrow::int8(), whole, Int8, "", wholes},
+      {arrow::uint16(), whole, UInt16, "", wholes},
+      {arrow::uint32(), whole, UInt32, "", wholes},
+      {arrow::int64(), whole, Int64, "", wholes},
+      {arrow::uint64(), whole, UInt64, "", wholes},
+      {arrow::float64(), "[0.5, null, -2, 1e300]", Double, "", {0.5, kNaN, -2, 1e300}},
+      {arrow::float32(), "[0.5, null, -2, 8]", Single, "", {0.5, kNaN, -2, 8}},
+      {arrow::float16(), "[0.5, null, -2, 65504]", Single, "halffloat", {0.5, kNaN, -2, 65504}},
+      {arrow::decimal128(19, 2), exact, Double, "decimal128(19, 2)", exacts},
+      {arrow::decimal256(40, 2), exact, Double, "decimal256(40, 2)", exacts},
+      {arrow::null(), "[null, null, null, null]", Double, "null", {kNaN, kNaN, kNaN, kNaN}},
+  };
+}
+
+TEST_F(Parquet, GivesNumbersOfEveryTypeThatCanBeRead) {
+  const std::vector<TypedColumn> typed = typedColumns();
+  Columns columns;
+  for (std::size_t i = 0; i < typed.size(); ++i) {
+    columns.emplace_back("c" + std::to_string(i), arrayOf(typed[i].type, typed[i].json));
+  }
+  for (const std::int64_t groupRows : {1, 3, 100}) {
+    const auto source = openParquet({write("all.parquet", columns, {groupRows, groupRows > 1})});
+    for (std::size_t i = 0; i < typed.size(); ++i) {
+      const ColumnInfo& info = source->schema()[i];
+      EXPECT_EQ(info, (ColumnInfo{columns[i].first, typed[i].read, false, isWhole(typed[i].read),
+                                  typed[i].fileType}));
+      EXPECT_THAT(allNumbers(*source, info.name),
+                  testing::Pointwise(testing::NanSensitiveDoubleEq(), typed[i].values))
+          << typed[i].type->ToString();
+    }
+  }
+  const auto full = openParquet({write("full.parquet", {{"x", arrayOf(arrow::int8(), "[1]")}})});
+  EXPECT_FALSE(full->schema()[0].isNullable) << "the statistics say that there are no nulls";
+}
+
+TEST_F(Parquet, GivesTextsOfEveryEncoding) {
+  const char* const words = R"(["", "a\nb", null, "東京"])";
+  Columns columns;
+  for (const auto& type : {arrow::utf8(), arrow::large_utf8(), arrow::utf8_view(),
+                           arrow::dictionary(arrow::int8(), arrow::utf8())}) {
+    columns.emplace_back("t", arrayOf(type, words));
+  }
+  for (const std::int64_t groupRows : {1, 3, 100}) {
+    const auto source = openParquet({write("t.parquet", columns, {.groupRows = groupRows})});
+    for (const char* name : {"t", "t.2", "t.3", "t.4"}) {
+      EXPECT_THAT(allTexts(*source, name), ElementsAre("", "a\nb", "<missing>", "東京")) << name;
+    }
+  }
+}
+
+TEST_F(Parquet, CutsRowGroupsIntoPartitionsByTheirSizeAlone) {
+  std::vector<double> values(100'000);
+  std::vector<std::string> names;
+  for (std::size_t row = 0; row < values.size(); ++row) {
+    values[row] = static_cast<double>(row);
+    names.push_back("name " + std::to_string(row % 1000));
+  }
+  const Columns columns{{"x", doubles(values)}, {"t", texts(names)}};
+  const std::string path = write("t.parquet", columns, {.groupRows = 7'000});
+  struct Case {
+    std::int64_t bytes;
+    std::int64_t partitions;
+  };
+  const ParquetDatastore whole(std::vector{path});
+  EXPECT_EQ(whole.numPartitions(), 1);
+  for (const Case& each : {Case{1, 15}, Case{200'000, 8}, Case{kParquetPartitionBytes, 1}}) {
+    const ParquetDatastore source(std::vector{path}, {}, each.bytes);
+    EXPECT_EQ(source.numPartitions(), each.partitions);
+    EXPECT_EQ(allValues<double>(source, "x"), values);
+    EXPECT_EQ(allTexts(source, "t"), names);
+    EXPECT_EQ(source.fingerprint() == whole.fingerprint(), each.partitions == 1);
+    std::int64_t rows = 0;
+    readAll(source, {}, [&](const Chunk& chunk) { rows += chunk.rows(); });
+    EXPECT_EQ(rows, 100'000);
+  }
+  const auto several = openParquet({path, write("u.parquet", columns), path});
+  EXPECT_EQ(several->numPartitions(), 3);
+  EXPECT_EQ(allValues<double>(*several, "x").size(), 300'000U);
+}
+
+TEST_F(Parquet, CutsChunksOfWideRowsShorterWhicheverColumnsAreRead) {
+  std::vector<std::string> wide;
+  for (int row = 0; row < 3'000; ++row) {
+    wide.push_back(std::to_string(row) + std::string(10'000, 'w'));
+  }
+  const auto source = openParquet(
+      {write("w.parquet", {{"x", doubles(std::vector<double>(3'000, 1))}, {"t", texts(wide)}})});
+  std::vector<std::int64_t> rows;
+  readAll(*source, {"x"}, [&](const Chunk& chunk) { rows.push_back(chunk.rows()); });
+  EXPECT_EQ(rows, (std::vector<std::int64_t>{256, 256, 256, 256, 256, 256, 256, 256, 256, 256, 256,
+                                             184}));
+  EXPECT_EQ(allTexts(*source, "t"), wide);
+}
+
+TEST_F(Parquet, HasAPartitionWithoutRowsForAFileWithoutRows) {
+  const auto source = openParquet({write("0.parquet", {{"x", doubles({})}})});
+  EXPECT_EQ(source->numPartitions(), 1);
+  EXPECT_EQ(allValues<double>(*source, "x").size(), 0U);
+  EXPECT_EQ(source->preview(3).columns[0].type(), ElementType::Double);
+  const auto more =
+      openParquet({folder_.path("0.parquet"), write("1.parquet", {{"x", doubles({1, 2, 3})}})});
+  EXPECT_EQ(more->preview(2).rows(), 2);
+}
+
+TEST_F(Parquet, RefusesColumnsOfOtherTypesByNameAndReadsTheRest) {
+  const auto when = arrow::timestamp(arrow::TimeUnit::MICRO, "UTC");
+  const auto source =
+      openParquet({write("n.parquet", {{"list", arrayOf(arrow::list(arrow::float64()), "[[1, 2]]")},
+                                       {"when", arrayOf(when, "[5]")},
+                                       {"day", arrayOf(arrow::date32(), "[5]")},
+                                       {"bytes", arrayOf(arrow::binary(), R"(["b"])")},
+                                       {"x", doubles({3})}})});
+  EXPECT_EQ(allValues<double>(*source, "x"), std::vector<double>{3});
+  EXPECT_EQ(source->preview(1).columns.size(), 1U);
+  const std::pair<const char*, const char*> refused[] = {{"list", "list<"},
+                                                         {"when", "timestamp[us, tz=UTC]"},
+                                                         {"day", "date32[day]"},
+                                                         {"bytes", "binary"}};
+  const CancellationToken never;
+  for (const auto& [name, type] : refused) {
+    const auto error = stepErrorOf([&] { source->openPartition(0, {"x", name}, never); });
+    EXPECT_EQ(error.id(), "KALVEX:datastore:UnsupportedColumn");
+    EXPECT_THAT(error.arguments(), ElementsAre(name, StartsWith(type)));
+  }
+}
+
+TEST_F(Parquet, RefusesFilesThatFormNoTable) {
+  const std::string x = write("x.parquet", {{"x", doubles({1})}});
+  const std::string y = write("y.parquet", {{"y", doubles({1})}});
+  const std::string text = write("text.parquet", {{"x", texts({"a"})}});
+  const std::string csv = folder_.write("x.csv", "x\n1\n");
+  const std::string bytes = parquetBytes({{"x", doubles({1})}});
+  const std::string unnamed = folder_.write("unnamed", bytes);
+  const std::string lie = folder_.write("lie.parquet", "x\n1\n");
+  const std::string half = folder_.write("half.parquet", bytes.substr(0, bytes.size() / 2));
+  const std::string tiny = folder_.write("tiny.parquet", "PAR1");
+  std::string longFooter = bytes;
+  std::memset(longFooter.data() + longFooter.size() - 8, 0x7F, 4);
+  const std::string endless = folder_.write("endless.parquet", longFooter);
+  const std::string empty = folder_.write("empty.parquet", "");
+  struct Case {
+    std::vector<std::string> paths;
+    std::vector<TypeOverride> types;
+    std::string id;
+    std::vector<std::string> texts;
+  };
+  const Case cases[] = {
+      {{x, y}, {}, "DifferentColumns", {y, "column 1 is 'y', not 'x'"}},
+      {{x, text}, {}, "DifferentTypes", {text, "'x' has the type string", "double in '" + x}},
+      {{x, csv}, {}, "MixedFormats", {x + "' is Parquet", csv + "' is CSV"}},
+      {{csv, unnamed}, {}, "MixedFormats", {unnamed + "' is Parquet"}},
+      {{folder_.path()}, {}, "MixedFormats", {csv}},
+      {{x}, {{"x", "int64"}}, "FixedType", {"int64", "it has the type double"}},
+      {{x}, {{"z", "int64"}}, "UnknownColumn", {"'z'"}},
+      {{lie}, {}, "BadParquet", {lie, "begins with"}},
+      {{empty}, {}, "BadParquet", {empty, "begins with"}},
+      {{half}, {}, "BadParquet", {half, "copied completely"}},
+      {{tiny}, {}, "BadParquet", {tiny, "copied completely"}},
+      {{endless}, {}, "BadParquet", {endless, "2139062143 bytes"}},
+  };
+  for (const Case& each : cases) {
+    const auto error = stepErrorOf([&] { openFiles(each.paths, each.types); });
+    EXPECT_EQ(error.id(), "KALVEX:datastore:" + each.id);
+    for (const std::string& part : each.texts) {
+      EXPECT_THAT(error.what(), HasSubstr(part));
+    }
+  }
+  EXPECT_EQ(openFiles({unnamed}, {{"x", "double"}})->schema()[0].name, "x");
+  EXPECT_EQ(stepErrorOf([&] { openCsv({x}); }).id(), "KALVEX:datastore:OtherFormat");
+}
+
+/// Whatever byte is wrong: the same values, or an error of ours that names the file.
+TEST_F(Parquet, NeverTrustsAByte) {
+  const Columns columns{{"x", arrayOf(arrow::int64(), "[1, 2, 3, null]")},
+                        {"t", arrayOf(arrow::utf8(), R"(["one", "two", null, "four"])")}};
+  const std::string good = parquetBytes(columns, {.groupRows = 3});
+  std::set<std::string> ids;
+  for (std::size_t at = 0; at < good.size(); ++at) {
+    for (const int change : {0x01, 0x80, 0xFF}) {
+      std::string bytes = good;
+      bytes[at] = static_cast<char>(bytes[at] ^ change);
+      const std::string path = folder_.write("bad.parquet", bytes);
+      // At rest, so that opening doesn't wait for the clock.
+      std::filesystem::last_write_time(
+          path, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+      try {
+        const ParquetDatastore source(std::vector{path}, {}, 1);
+        readAll(source, {"x", "t"}, [](const Chunk&) {});
+        ids.insert("read");
+      } catch (const errors::StepError& error) {
+        EXPECT_THAT(error.id(), StartsWith("KALVEX:datastore:")) << at;
+        ids.insert(error.id().substr(error.id().rfind(':') + 1));
+      } catch (const std::bad_alloc&) {
+        ids.insert("out of memory");
+      }
+    }
+  }
+  EXPECT_TRUE(ids.contains("BadParquet") && ids.contains("BadColumnData"));
+}
+
+TEST_F(Parquet, NamesTheColumnAndTheRowsOfDamagedPages) {
+  std::vector<double> values(70'000);
+  for (std::size_t row = 0; row < values.size(); ++row) {
+    values[row] = static_cast<double>(row) * 1.5;
+  }
+  const std::string good =
+      parquetBytes({{"good", doubles({values.begin(), values.end()})}, {"bad", doubles(values)}},
+                   {.compression = arrow::Compression::UNCOMPRESSED});
+  std::string bytes = good;
+  const double late = values[50'000];
+  const std::string_view needle(reinterpret_cast<const char*>(&late), sizeof late);
+  bytes[bytes.rfind(needle)] ^= 1;
+  const auto source = openParquet({folder_.write("bad.parquet", bytes)});
+  EXPECT_EQ(allValues<double>(*source, "good"), values);
+  const auto error = stepErrorOf([&] { allValues<double>(*source, "bad"); });
+  EXPECT_EQ(error.id(), "KALVEX:datastore:BadColumnData");
+  EXPECT_THAT(error.what(), HasSubstr("bad.parquet', column 'bad', rows "));
+  EXPECT_THAT(error.what(), HasSubstr("a page doesn't match its checksum"));
+  const auto notText = openParquet({write("latin.parquet", {{"t", texts({"a", "caf\xE9"})}})});
+  const auto bad = stepErrorOf([&] { allTexts(*notText, "t"); });
+  EXPECT_EQ(bad.id(), "KALVEX:datastore:BadText");
+  EXPECT_THAT(bad.arguments(), ElementsAre(folder_.path("latin.parquet"), "2", "t"));
+}
+
+TEST_F(Parquet, NoticesAFileThatChanges) {
+  namespace fs = std::filesystem;
+  const std::string one = parquetBytes({{"x", doubles(std::vector<double>(100'000, 1))}});
+  const std::string two = parquetBytes({{"x", doubles(std::vector<double>(100'000, 2))}});
+  ASSERT_EQ(one.size(), two.size());
+  const std::string path = folder_.path("t.parquet");
+  const CancellationToken never;
+  const std::pair<const char*, std::function<void()>> changes[] = {
+      {"is overwritten", [&] { std::ofstream(path, std::ios::in | std::ios::out) << two; }},
+      {"is replaced", [&] { fs::rename(folder_.write("new", two), path); }},
+      {"is removed", [&] { fs::remove(path); }},
+  };
+  for (const auto& [what, change] : changes) {
+    const auto source = openParquet({folder_.write("t.parquet", one)});
+    const auto reader = source->openPartition(0, {"x"}, never);
+    ASSERT_TRUE(reader->next());
+    change();
+    const auto error = stepErrorOf([&] {
+      while (reader->next()) {
+      }
+    });
+    EXPECT_EQ(error.id(), "KALVEX:datastore:SourceChanged") << what;
+    EXPECT_EQ(stepErrorOf([&] { source->copy()->preview(1); }).id(),
+              "KALVEX:datastore:SourceChanged")
+        << what;
+  }
+}
+
+TEST_F(Parquet, IsOpenedFromItsDescription) {
+  const std::string path =
+      write("t.parquet", {{"x", doubles({1, 2, 3})}, {"d", arrayOf(arrow::date32(), "[1, 2, 3]")}},
+            {.groupRows = 2});
+  const ParquetDatastore source(std::vector{path}, {}, 1);
+  const std::string description = source.describe();
+  const auto opened = openSource(description);
+  EXPECT_EQ(opened->schema(), source.schema());
+  EXPECT_EQ(opened->fingerprint(), source.fingerprint());
+  EXPECT_EQ(allValues<double>(*opened, "x"), (std::vector<double>{1, 2, 3}));
+  for (std::size_t size = 0; size < description.size(); ++size) {
+    EXPECT_EQ(stepErrorOf([&] { openSource(description.substr(0, size)); }).id(),
+              "KALVEX:executor:BadBytes");
+  }
+  // A footer that differs while size and time agree.
+  const auto time = std::filesystem::last_write_time(path);
+  std::string bytes = parquetBytes(
+      {{"y", doubles({1, 2, 3})}, {"d", arrayOf(arrow::date32(), "[1, 2, 3]")}}, {.groupRows = 2});
+  ASSERT_EQ(bytes.size(), std::filesystem::file_size(path));
+  folder_.write("t.parquet", bytes);
+  std::filesystem::last_write_time(path, time);
+  EXPECT_EQ(stepErrorOf([&] { allValues<double>(*openSource(description), "x"); }).id(),
+            "KALVEX:datastore:SourceChanged");
+}
+
+TEST_F(Parquet, StopsWithinAChunkWhenCancelled) {
+  const auto source =
+      openParquet({write("t.parquet", {{"x", doubles(std::vector<double>(100'000, 1))}})});
+  CancellationToken token;
+  const auto reader = source->openPartition(0, {"x"}, token);
+  EXPECT_TRUE(reader->next());
+  token.cancel();
+  EXPECT_THROW(reader->next(), Cancelled);
+}
+
+}  // namespace
+}  // namespace kv::runtime
