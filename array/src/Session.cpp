@@ -11,7 +11,9 @@ namespace {
 
 using runtime::ElementType;
 
-host::Value openDatastore(const std::vector<std::string>& paths, const ReadOptions& options) {
+/// `opener`: a class of datastores, or the function that recognises the format.
+host::Value openDatastore(kcos::NameRef opener, const std::vector<std::string>& paths,
+                          const ReadOptions& options) {
   std::vector<std::string> columns;
   std::vector<std::string> types;
   for (const auto& [column, type] : options.types) {
@@ -22,15 +24,30 @@ host::Value openDatastore(const std::vector<std::string>& paths, const ReadOptio
   inputs.give(host::makeStringColumn(paths));
   inputs.give(host::makeStringColumn(columns));
   inputs.give(host::makeStringColumn(types));
-  return host::call("kalvex.io.CsvDatastore", inputs.list());
+  return host::call(opener, inputs.list());
 }
 
-std::vector<ElementType> readTypes(const kxArray* datastore) {
+std::vector<std::string> textsOf(const kxArray* datastore, kcos::NameRef property) {
+  return host::toTexts(host::getProperty(datastore, property).get());
+}
+
+std::shared_ptr<const TableColumns> columnsOf(const kxArray* datastore) {
   std::vector<ElementType> types;
-  for (const std::string& name : host::toTexts(host::getProperty(datastore, "ColumnTypes").get())) {
-    types.push_back(runtime::elementTypeNamed(name).value());
+  for (const std::string& name : textsOf(datastore, "ColumnTypes")) {
+    types.push_back(runtime::elementTypeNamed(name).value_or(ElementType::Unknown));
   }
-  return types;
+  return std::make_shared<const TableColumns>(textsOf(datastore, "ColumnNames"), std::move(types),
+                                              textsOf(datastore, "ColumnFileTypes"));
+}
+
+Table readBy(kcos::NameRef opener, const std::shared_ptr<Session::Impl>& session,
+             const std::vector<std::string>& paths, const ReadOptions& options, Where where) {
+  return publicCall(*session, where, [&] {
+    const host::Value datastore = openDatastore(opener, paths, options);
+    auto rows = host::call("createFromDatastoreBuiltin", {datastore.get()});
+    return Table(std::make_shared<const Table::Handle>(session, std::move(rows),
+                                                       columnsOf(datastore.get())));
+  });
 }
 
 }  // namespace
@@ -44,18 +61,20 @@ Session::~Session() {
 
 Table Session::read(const std::vector<std::string>& paths, const ReadOptions& options,
                     Where where) {
-  return publicCall(*impl_, where, [&] {
-    const host::Value datastore = openDatastore(paths, options);
-    auto names = host::toTexts(host::getProperty(datastore.get(), "ColumnNames").get());
-    auto rows = host::call("createFromDatastoreBuiltin", {datastore.get()});
-    auto columns =
-        std::make_shared<const TableColumns>(std::move(names), readTypes(datastore.get()));
-    return Table(std::make_shared<const Table::Handle>(impl_, std::move(rows), std::move(columns)));
-  });
+  return readBy("kv.datastore", impl_, paths, options, where);
 }
 
 Table Session::read(const std::string& path, const ReadOptions& options, Where where) {
   return translated([&] { return read(std::vector<std::string>{path}, options, where); });
+}
+
+Table Session::readCsv(const std::vector<std::string>& paths, const ReadOptions& options,
+                       Where where) {
+  return readBy("kalvex.io.CsvDatastore", impl_, paths, options, where);
+}
+
+Table Session::readParquet(const std::vector<std::string>& paths, Where where) {
+  return readBy("kalvex.io.ParquetDatastore", impl_, paths, {}, where);
 }
 
 Array Session::constant(const Operand& value) {

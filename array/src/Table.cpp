@@ -7,8 +7,11 @@
 namespace kv {
 
 TableColumns::TableColumns(std::vector<std::string> columnNames,
-                           std::vector<runtime::ElementType> columnTypes)
-    : names(std::move(columnNames)), types(std::move(columnTypes)) {
+                           std::vector<runtime::ElementType> columnTypes,
+                           std::vector<std::string> columnFileTypes)
+    : names(std::move(columnNames)),
+      types(std::move(columnTypes)),
+      fileTypes(std::move(columnFileTypes)) {
   positions.reserve(names.size());
   for (std::size_t i = 0; i < names.size(); ++i) {
     positions.emplace(names[i], i);
@@ -19,10 +22,16 @@ const std::vector<std::string>& Table::columns() const { return handle_->columns
 
 Array Table::column(std::string_view name, Where where) const {
   const TableColumns& all = *handle_->columns;
+  const StackFrame line{where.file_name(), where.function_name(), static_cast<int>(where.line())};
   const auto found = all.positions.find(name);
   if (found == all.positions.end()) {
     raiseError("KALVEX:array:UnknownColumn", {std::string(name), errors::shownNames(all.names)},
-               {{where.file_name(), where.function_name(), static_cast<int>(where.line())}});
+               {line});
+  }
+  const runtime::ElementType type = all.types[found->second];
+  if (type == runtime::ElementType::Unknown) {
+    raiseError("KALVEX:datastore:UnsupportedColumn",
+               {std::string(name), all.fileTypes[found->second]}, {line});
   }
   const auto session = live(handle_->session);
   return publicCall(*session, where, [&] {
@@ -31,8 +40,7 @@ Array Table::column(std::string_view name, Where where) const {
     inputs.give(host::makeChars(name));
     inputs.give(host::makeLogical(true));  // the content of the variable, not a table of it
     inputs.lend(handle_->value);
-    return makeArray(session, host::call("subsrefTabularVar", inputs.list()),
-                     all.types[found->second]);
+    return makeArray(session, host::call("subsrefTabularVar", inputs.list()), type);
   });
 }
 

@@ -28,10 +28,12 @@ struct Array::Handle {
 
 /// The columns of a table, shared by all arrays that are made from it.
 struct TableColumns {
-  TableColumns(std::vector<std::string> columnNames, std::vector<runtime::ElementType> columnTypes);
+  TableColumns(std::vector<std::string> columnNames, std::vector<runtime::ElementType> columnTypes,
+               std::vector<std::string> columnFileTypes);
 
   std::vector<std::string> names;
-  std::vector<runtime::ElementType> types;
+  std::vector<runtime::ElementType> types;  ///< Unknown for a column that can't be read
+  std::vector<std::string> fileTypes;       ///< the types in the files, where they are other ones
   std::unordered_map<std::string_view, std::size_t> positions;  ///< views of `names`
 };
 

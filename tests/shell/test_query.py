@@ -16,7 +16,7 @@ import pytest
 from command import Run
 
 ROWS = 336_776
-OUT_OF_MEMORY = "out of memory|cannot allocate memory"
+OUT_OF_MEMORY = "out of memory|cannot allocate memory|failed to map segment"  # or the loader's
 CLOSURE = "kalvex.bigdata.internal.lazyeval.Closure"
 
 # Computed with Arrow from the same file.

@@ -24,7 +24,8 @@ constexpr std::string_view kSource = "KALVEX:datastore:";
 constexpr std::string_view kRequest[] = {
     "KALVEX:datastore:UnknownColumn",    "KALVEX:datastore:UnknownType",
     "KALVEX:datastore:BadTypeOverride",  "KALVEX:datastore:UnknownSource",
-    "KALVEX:datastore:SourceGivenTwice", "KALVEX:executor:Threads"};
+    "KALVEX:datastore:SourceGivenTwice", "KALVEX:datastore:UnsupportedColumn",
+    "KALVEX:datastore:FixedType",        "KALVEX:executor:Threads"};
 
 /// Errors of a field that would fit another type of its column: argument 3 is the column, 6 the
 /// type.

@@ -40,8 +40,9 @@ constexpr std::string_view kFormulas = R"(Expressions:
 )";
 
 constexpr std::string_view kTypes = R"(Types of columns:
-  double where all fields at the start of the first file are numbers, else string; or, by --type:
+  CSV: double where all fields at the start of the first file are numbers, else string; or, by --type:
   logical double single int8 uint8 int16 uint16 int32 uint32 int64 uint64 string
+  Parquet: those of the file; its times and nested columns can't be read yet
 )";
 
 constexpr std::string_view kExits = R"(Exit codes:

@@ -76,7 +76,7 @@ void addThreads(CLI::App& command, std::optional<int>& threads) {
 
 /// What to compute, over which rows: the same options for all commands that take expressions.
 void addQuestion(CLI::App& command, QueryRequest& request) {
-  addPlain(command, "PATH", request.path, "A file, a folder (its *.csv), or a quoted glob")
+  addPlain(command, "PATH", request.path, "A CSV or Parquet file, a folder, or a quoted glob")
       ->required();
   addPlain(command, "EXPR", request.expressions, "Such as mean(x), or late = mean(x > 60)")
       ->required();
@@ -96,7 +96,7 @@ void addQuestion(CLI::App& command, QueryRequest& request) {
 }
 
 void addQuery(CLI::App& app, QueryRequest& request) {
-  CLI::App* query = app.add_subcommand("query", "Evaluate expressions over a table in CSV files");
+  CLI::App* query = app.add_subcommand("query", "Evaluate expressions over a table in files");
   query->footer(kv::shell::queryHelp());
   addQuestion(*query, request);
   query->add_flag("--json", request.json, "Print one JSON object");

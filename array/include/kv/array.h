@@ -39,7 +39,8 @@ struct Gathered {
 
 /// How a table is read.
 struct ReadOptions {
-  /// Types of columns by name: "double", "single", "int8" ... "uint64", "logical", "string".
+  /// Types of columns by name: "double", "single", "int8" ... "uint64", "logical", "string". A
+  /// Parquet file fixes the types of its columns; others are refused.
   std::map<std::string, std::string> types;
 };
 
@@ -135,7 +136,8 @@ class Table {
   /// Names of the columns, in the order of the files.
   const std::vector<std::string>& columns() const;
 
-  /// Errors: Error "KALVEX:array:UnknownColumn" with the name and the existing columns.
+  /// Errors: Error "KALVEX:array:UnknownColumn" with the name and the existing columns,
+  /// "KALVEX:datastore:UnsupportedColumn" for a column of a Parquet file whose type can't be read.
   Array column(std::string_view name, Where where = Where::current()) const;
 
   /// A uniform random number in [0, 1) for each row; each call gives different numbers. The numbers
@@ -203,13 +205,19 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  /// A table over CSV files. Each path is a file, a folder or a glob; all files have the same
-  /// columns. Reads the headers and the first block.
+  /// A table over CSV or Parquet files. Each path is a file, a folder or a glob; all files have
+  /// one format and the same columns. A file is Parquet if its name ends with `.parquet` or its
+  /// content begins with `PAR1`. Reads the headers and the first block, or the footers.
   /// Errors: Error with an id "KALVEX:datastore:..." that names the file and the fault.
   Table read(const std::vector<std::string>& paths, const ReadOptions& options = {},
              Where where = Where::current());
   Table read(const std::string& path, const ReadOptions& options = {},
              Where where = Where::current());
+
+  /// The same for one format, whatever the files are called.
+  Table readCsv(const std::vector<std::string>& paths, const ReadOptions& options = {},
+                Where where = Where::current());
+  Table readParquet(const std::vector<std::string>& paths, Where where = Where::current());
 
   /// A constant as an array of one row. A result computed from constants only is also a constant,
   /// as if it had been written directly; see Operand.
