@@ -71,26 +71,7 @@ SourceInput::SourceInput(SourceFile file) : file_(std::move(file)) {
 
 SourceInput::~SourceInput() { ::close(descriptor_); }
 
-std::size_t SourceInput::read(char* to, std::size_t bytes) {
-  const std::size_t got = fill(position_, to, bytes);
-  position_ += static_cast<std::int64_t>(got);
-  if (got < bytes) {
-    throwIfReplaced();
-    // A file that ends before its recorded size was cut in a way that its times don't show.
-    if (position_ < opened_.st_size) {
-      throwChangedMeanwhile();
-    }
-  }
-  return got;
-}
-
 void SourceInput::readAt(std::int64_t offset, char* to, std::size_t bytes) const {
-  if (fill(offset, to, bytes) < bytes) {
-    throwChangedMeanwhile();
-  }
-}
-
-std::size_t SourceInput::fill(std::int64_t offset, char* to, std::size_t bytes) const {
   std::size_t got = 0;
   while (got < bytes) {
     const auto part = uninterrupted([&] {
@@ -99,13 +80,12 @@ std::size_t SourceInput::fill(std::int64_t offset, char* to, std::size_t bytes) 
     if (part < 0) {
       throwUnreachable(file_.path, errno);
     }
-    if (part == 0) {
-      break;
+    if (part == 0) {  // the file was cut in a way that its times don't show
+      throwChangedMeanwhile();
     }
     got += static_cast<std::size_t>(part);
   }
   throwIfWritten();
-  return got;
 }
 
 void SourceInput::throwIfWritten() const {

@@ -29,33 +29,25 @@ class SourceInput {
 
   const SourceFile& file() const { return file_; }
 
-  /// Reads the next `bytes` bytes to `to`.
-  ///
-  /// Result: the number of bytes read; fewer than `bytes` only at the end of the file.
-  /// Errors: "KALVEX:datastore:SourceChanged" if the file was written or replaced since
-  ///         it was opened, "KALVEX:datastore:FileNotReadable".
-  std::size_t read(char* to, std::size_t bytes);
-
-  /// Reads `bytes` bytes from byte `offset` on; doesn't change what `read` reads next.
+  /// Reads `bytes` bytes from byte `offset` on.
   ///
   /// Requires: 0 <= offset and offset + bytes <= file().bytes.
-  /// Errors:   as for `read`.
+  /// Errors:   "KALVEX:datastore:SourceChanged" if the file was written or cut since it was
+  ///           opened, "KALVEX:datastore:FileNotReadable".
   void readAt(std::int64_t offset, char* to, std::size_t bytes) const;
 
-  /// To be called at the end, unless `read` has reached the end of the file.
+  /// To be called when all has been read.
   ///
   /// Errors: "KALVEX:datastore:SourceChanged" unless the path still leads to the file.
   void throwIfReplaced() const;
 
  private:
-  std::size_t fill(std::int64_t offset, char* to, std::size_t bytes) const;
   void throwIfWritten() const;
   [[noreturn]] void throwChangedMeanwhile() const;
 
   SourceFile file_;
   int descriptor_ = -1;
   struct stat opened_ {};
-  std::int64_t position_ = 0;
 };
 
 }  // namespace kv::runtime

@@ -254,8 +254,9 @@ TEST_F(CsvDatastore, InfersATypeFromTheFirstBlockOrFileThatHasAValue) {
     EXPECT_EQ(schema[1], (ColumnInfo{"t", each.type, each.isUndecided})) << &each - cases;
   }
   const CancellationToken never;
-  const errors::StepError error =
-      stepErrorOf([&] { CsvReader(files.back(), 1, schema, {"t"}, never).next(); });
+  const errors::StepError error = stepErrorOf([&] {
+    CsvReader(files.back(), {0, files.back().bytes}, 1, schema, {"t"}, never).next();
+  });
   EXPECT_EQ(error.arguments().at(6), "string");
   EXPECT_THAT(error.what(), HasSubstr("because its first values come after those"));
   const auto whole = openCsv({folder_.path("0.csv"), folder_.path("1.csv")});

@@ -35,16 +35,6 @@ struct RaggedRow {
   std::int32_t found = 0;
   std::int32_t expected = 0;
   std::string_view record;  ///< in the buffer that is parsed
-
-  /// `byteOffset`: of the record in the file.
-  [[noreturn]] void raise(const SourceFile& file, std::int64_t byteOffset) const {
-    const std::int64_t line = lineOfOffset(file, byteOffset);
-    const std::string shown =
-        errors::shownText(record.substr(0, record.find_last_not_of("\r\n") + 1));
-    errors::raiseStep("KALVEX:datastore:RaggedRow",
-                      {file.path, std::to_string(row), std::to_string(line), std::to_string(found),
-                       std::to_string(expected), shown});
-  }
 };
 
 /// A parser with a pool of its own, in which nothing is left when the parser is gone.
@@ -57,16 +47,46 @@ struct ParserWithPool {
   arrow::csv::BlockParser parser;
 };
 
+std::shared_ptr<arrow::csv::BlockParser> makeParser(const arrow::csv::ParseOptions& options,
+                                                    std::int32_t columns, std::int64_t firstRow,
+                                                    std::int64_t maxRows) {
+  const auto made = std::make_shared<ParserWithPool>(options, columns, firstRow,
+                                                     static_cast<std::int32_t>(maxRows));
+  return {made, &made->parser};
+}
+
+arrow::csv::ParseOptions parseOptions() {
+  auto options = arrow::csv::ParseOptions::Defaults();
+  options.newlines_in_values = true;
+  return options;
+}
+
 }  // namespace
 
 std::int64_t CsvBlock::rows() const { return fields->num_rows(); }
 
-CsvBlocks::CsvBlocks(SourceFile file, std::int64_t blockBytes)
-    : input_(std::move(file)),
-      blockBytes_(static_cast<std::size_t>(blockBytes)),
-      buffer_(blockBytes_ + 1) {
-  options_.newlines_in_values = true;
+CsvBlock firstRecords(const CsvBlock& block, std::int64_t rows) {
+  CsvBlock first;
+  first.firstRow = block.firstRow;
+  first.byteOffset = block.byteOffset;
+  first.fields = makeParser(parseOptions(), block.fields->num_cols(), block.firstRow + 1, rows);
+  std::uint32_t bytes = 0;
+  checkArrow(first.fields->Parse(block.records, &bytes));
+  first.records = block.records.substr(0, bytes);
+  return first;
 }
+
+CsvBlocks::CsvBlocks(SourceFile file, std::int64_t blockBytes)
+    : CsvBlocks(file, {0, file.bytes}, blockBytes) {}
+
+CsvBlocks::CsvBlocks(SourceFile file, ByteRange range, std::int64_t blockBytes)
+    : input_(std::move(file)),
+      range_(range),
+      blockBytes_(static_cast<std::size_t>(blockBytes)),
+      options_(parseOptions()),
+      buffer_(blockBytes_ + 1),
+      offset_(range.begin),
+      nextByte_(range.begin) {}
 
 CsvBlocks::~CsvBlocks() = default;
 
@@ -88,6 +108,8 @@ std::vector<std::string> CsvBlocks::readHeader() {
   return distinctNames(std::move(names));
 }
 
+void CsvBlocks::skipHeader(std::size_t columns) { columns_ = static_cast<std::int32_t>(columns); }
+
 std::optional<CsvBlock> CsvBlocks::next() { return nextOf(columns_, kCsvBlockRows); }
 
 std::optional<CsvBlock> CsvBlocks::nextOf(std::int32_t columns, std::int32_t maxRows) {
@@ -97,9 +119,12 @@ std::optional<CsvBlock> CsvBlocks::nextOf(std::int32_t columns, std::int32_t max
         return block;
       }
     }
+    if (isBad_) {
+      throwNotText();
+    }
     if (isAtEnd_) {
       if (begin_ < end_) {
-        throwEndlessRecord();
+        throwUnterminated();
       }
       return std::nullopt;
     }
@@ -110,7 +135,7 @@ std::optional<CsvBlock> CsvBlocks::nextOf(std::int32_t columns, std::int32_t max
 std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxRows) {
   mayHoldRecords_ = false;
   skipEmptyLines();
-  if (unread().empty()) {
+  if (readable().empty()) {
     return std::nullopt;
   }
   RaggedRow ragged;
@@ -119,12 +144,15 @@ std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxR
     return arrow::csv::InvalidRowResult::Error;
   };
   CsvBlock block;
-  const auto made = std::make_shared<ParserWithPool>(options_, columns, nextRow_ + 1, maxRows);
-  block.fields = {made, &made->parser};
+  block.fields = makeParser(options_, columns, /*firstRow=*/nextRow_ + 1, maxRows);
   std::uint32_t parsedBytes = 0;
-  const arrow::Status status = block.fields->Parse(unread(), &parsedBytes);
+  const arrow::Status status = block.fields->Parse(readable(), &parsedBytes);
   if (ragged.row > 0) {
-    ragged.raise(file(), offset_ + (ragged.record.data() - unread().data()));
+    const std::int64_t good = ragged.row - 1 - nextRow_;
+    if (good > 0) {
+      return parse(columns, static_cast<std::int32_t>(good));
+    }
+    throwRagged(ragged.row, ragged.found, ragged.expected, ragged.record);
   }
   throwIfOutOfMemory(status);
   // Only for a header does the parser treat a missing complete record as an error.
@@ -132,6 +160,9 @@ std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxR
     return std::nullopt;
   }
   checkArrow(status);
+  if (isFirstTooLong(parsedBytes, columns)) {
+    throwTooLong();
+  }
 
   block.firstRow = nextRow_;
   block.byteOffset = offset_;
@@ -145,22 +176,37 @@ std::optional<CsvBlock> CsvBlocks::parse(std::int32_t columns, std::int32_t maxR
   return block;
 }
 
+/// Only the first record in the buffer may be so long, because the buffer grows for it alone.
+bool CsvBlocks::isFirstTooLong(std::size_t parsedBytes, std::int32_t columns) const {
+  if (parsedBytes <= kCsvRecordBytes) {
+    return false;
+  }
+  std::uint32_t bytes = 0;
+  checkArrow(makeParser(options_, columns, nextRow_ + 1, 1)->Parse(readable(), &bytes));
+  return bytes > kCsvRecordBytes;
+}
+
 void CsvBlocks::refill() {
   if (unread().size() > kCsvRecordBytes) {
-    throwEndlessRecord();
+    throwTooLong();
   }
   std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
   checked_ -= begin_;
   end_ -= begin_;
   begin_ = 0;
   buffer_.resize(std::max(buffer_.size(), end_ + blockBytes_ + 1));
-  const std::size_t got = input_.read(buffer_.data() + end_, blockBytes_);
-  end_ += got;
-  isAtEnd_ = got < blockBytes_;
+  const std::size_t bytes = std::min(blockBytes_, static_cast<std::size_t>(range_.end - nextByte_));
+  input_.readAt(nextByte_, buffer_.data() + end_, bytes);
+  end_ += bytes;
+  nextByte_ += static_cast<std::int64_t>(bytes);
+  isAtEnd_ = nextByte_ == range_.end;
+  if (isAtEnd_) {
+    input_.throwIfReplaced();
+  }
   mayHoldRecords_ = true;
   checkText();
   // At the end of the file, a record without a line end is complete: add one.
-  if (isAtEnd_ && end_ > 0) {
+  if (isAtEnd_ && end_ > 0 && !isBad_) {
     buffer_[end_++] = '\n';
   }
 }
@@ -169,23 +215,31 @@ void CsvBlocks::checkText() {
   const std::string_view unchecked(buffer_.data() + checked_, end_ - checked_);
   const std::size_t good = textLength(unchecked);
   checked_ += good;
-  const bool isCut = !isAtEnd_ && isCutCharacter(unchecked.substr(good));
-  if (good == unchecked.size() || isCut) {
-    return;
+  isBad_ = good < unchecked.size() && (isAtEnd_ || !isCutCharacter(unchecked.substr(good)));
+  const FileFormat* format = isBad_ && offset_ == 0 ? formatOf(unread()) : nullptr;
+  if (format != nullptr) {
+    errors::raiseStep("KALVEX:datastore:OtherFormat", {file().path, format->name, format->advice});
   }
-  const FileFormat* format = offset_ == 0 ? formatOf(unread()) : nullptr;
-  if (format == nullptr) {
-    throwNotText(offset_ + static_cast<std::int64_t>(checked_ - begin_),
-                 static_cast<unsigned char>(unchecked[good]));
-  }
-  errors::raiseStep("KALVEX:datastore:OtherFormat", {file().path, format->name, format->advice});
 }
 
-void CsvBlocks::throwNotText(std::int64_t at, unsigned char byte) const {
+void CsvBlocks::throwNotText() const {
+  const std::int64_t at = offset_ + static_cast<std::int64_t>(checked_ - begin_);
   const std::int64_t line = lineOfOffset(file(), at);
+  const auto byte = static_cast<unsigned char>(buffer_[checked_]);
   errors::raiseStep(
       "KALVEX:datastore:NotText",
       {file().path, std::to_string(line), std::to_string(at), fmt::format("0x{:02X}", byte)});
+}
+
+void CsvBlocks::throwRagged(std::int64_t row, std::int32_t found, std::int32_t expected,
+                            std::string_view record) const {
+  const std::int64_t line = lineOfOffset(file(), offset_ + (record.data() - unread().data()));
+  const std::int64_t inFile = recordsBefore(file(), range_.begin) + row;
+  const std::string shown =
+      errors::shownText(record.substr(0, record.find_last_not_of("\r\n") + 1));
+  errors::raiseStep("KALVEX:datastore:RaggedRow",
+                    {file().path, std::to_string(inFile), std::to_string(line),
+                     std::to_string(found), std::to_string(expected), shown});
 }
 
 void CsvBlocks::skipByteOrderMark() {
@@ -196,7 +250,7 @@ void CsvBlocks::skipByteOrderMark() {
 
 /// Makes sure that nothing is left after the last record, and that a record's line is its own.
 void CsvBlocks::skipEmptyLines() {
-  advance(std::min(unread().find_first_not_of("\r\n"), unread().size()));
+  advance(std::min(readable().find_first_not_of("\r\n"), readable().size()));
 }
 
 void CsvBlocks::advance(std::size_t bytes) {
@@ -204,29 +258,26 @@ void CsvBlocks::advance(std::size_t bytes) {
   offset_ += static_cast<std::int64_t>(bytes);
 }
 
-void CsvBlocks::throwEndlessRecord() const {
-  const std::string& path = file().path;
-  const std::int64_t line = lineOfOffset(file(), offset_);
-  if (isAtEnd_) {
-    errors::raiseStep("KALVEX:datastore:UnterminatedQuote", {path, std::to_string(line)});
-  }
+void CsvBlocks::throwTooLong() const {
   errors::raiseStep("KALVEX:datastore:RecordTooLong",
-                    {path, std::to_string(line), std::to_string(kCsvRecordBytes)});
+                    {file().path, std::to_string(lineOfOffset(file(), offset_)),
+                     std::to_string(kCsvRecordBytes)});
+}
+
+void CsvBlocks::throwUnterminated() const {
+  errors::raiseStep("KALVEX:datastore:UnterminatedQuote",
+                    {file().path, std::to_string(lineOfOffset(file(), offset_))});
 }
 
 std::int64_t lineOfOffset(const SourceFile& file, std::int64_t offset) {
-  SourceInput input(file);
+  const SourceInput input(file);
   std::vector<char> part(static_cast<std::size_t>(std::min(kCsvBlockBytes, offset)));
   std::int64_t line = 1;
   char previous = '\0';
-  for (std::int64_t at = 0; at < offset;) {
-    const auto wanted = std::min<std::int64_t>(kCsvBlockBytes, offset - at);
-    const std::size_t got = input.read(part.data(), static_cast<std::size_t>(wanted));
-    if (got == 0) {
-      break;
-    }
-    at += static_cast<std::int64_t>(got);
-    for (const char c : std::string_view(part.data(), got)) {
+  for (std::int64_t at = 0; at < offset; at += std::ssize(part)) {
+    part.resize(static_cast<std::size_t>(std::min(kCsvBlockBytes, offset - at)));
+    input.readAt(at, part.data(), part.size());
+    for (const char c : part) {
       if (c == '\r' || (c == '\n' && previous != '\r')) {
         ++line;
       }
@@ -234,6 +285,18 @@ std::int64_t lineOfOffset(const SourceFile& file, std::int64_t offset) {
     }
   }
   return line;
+}
+
+std::int64_t recordsBefore(const SourceFile& file, std::int64_t offset) {
+  std::int64_t records = 0;
+  if (offset > 0) {
+    CsvBlocks blocks(file, {0, offset});
+    blocks.readHeader();
+    while (const auto block = blocks.next()) {
+      records += block->rows();
+    }
+  }
+  return records;
 }
 
 }  // namespace kv::runtime

@@ -20,23 +20,41 @@ namespace kv::runtime {
 /// Bytes that are read from a CSV file at a time.
 inline constexpr std::int64_t kCsvBlockBytes = 1 << 20;
 
+/// Bytes that are read at a time where only the header is needed.
+inline constexpr std::int64_t kCsvHeaderBytes = 64 * 1024;
+
 /// Maximum number of records in a block, so that columns of narrow tables stay within a chunk.
 inline constexpr std::int32_t kCsvBlockRows = 32 * 1024;
 
 /// Maximum size of a record; a longer one is taken for a quote that was never closed.
 inline constexpr std::size_t kCsvRecordBytes = 16 << 20;
 
+/// Bytes [begin, end) of a file.
+struct ByteRange {
+  std::int64_t begin = 0;
+  std::int64_t end = 0;
+};
+
 /// Some complete records of a CSV file, split into fields.
 struct CsvBlock {
   std::shared_ptr<arrow::csv::BlockParser> fields;
-  std::int64_t firstRow = 0;    ///< row of data of the first record, counted from 0
+  std::int64_t firstRow = 0;    ///< row of data of the first record in its range, counted from 0
   std::int64_t byteOffset = 0;  ///< of `records` in the file
   std::string_view records;     ///< valid until the next block is requested
 
   std::int64_t rows() const;
 };
 
-/// Reads a CSV file block by block on the calling thread, in bounded memory.
+/// The first `rows` records of a block.
+///
+/// Requires: 1 <= rows <= block.rows().
+/// Lives:    as long as the records of `block`.
+CsvBlock firstRecords(const CsvBlock& block, std::int64_t rows);
+
+/// Reads a range of a CSV file block by block on the calling thread, in bounded memory.
+///
+/// Faults are reported in the order of the records: all records before a faulty one are returned
+/// first, wherever blocks end.
 ///
 /// Arrow's parser splits the fields; this class reads bytes, checks that they are text, and reports
 /// faults of records. It replaces Arrow's reader of whole streams, which reads many blocks ahead on
@@ -46,7 +64,8 @@ struct CsvBlock {
 /// Invariants:
 /// 1. buffer_[begin_, end_) was read but not returned yet. It begins with a record or with empty
 ///    lines, at position `offset_` of the file.
-/// 2. buffer_[begin_, checked_) is text; the rest, if any, is the beginning of one character.
+/// 2. buffer_[begin_, checked_) is text; the rest, if any, is the beginning of one character or, if
+///    `isBad_`, begins with a byte that isn't text.
 class CsvBlocks {
  public:
   /// Opens the file, which must be as recorded in `file`.
@@ -54,6 +73,12 @@ class CsvBlocks {
   /// Requires: blockBytes >= 3, room for a byte order mark.
   /// Errors: as for SourceInput.
   explicit CsvBlocks(SourceFile file, std::int64_t blockBytes = kCsvBlockBytes);
+
+  /// The same for a part of the file.
+  ///
+  /// Requires: a record begins at `range.begin`, or the file; another at `range.end`, or it is the
+  ///           end of the file.
+  CsvBlocks(SourceFile file, ByteRange range, std::int64_t blockBytes = kCsvBlockBytes);
   ~CsvBlocks();
   CsvBlocks(const CsvBlocks&) = delete;
   CsvBlocks& operator=(const CsvBlocks&) = delete;
@@ -63,9 +88,16 @@ class CsvBlocks {
   /// The names of the columns, from the first record of the file, made unique (distinctNames()).
   /// Called once, before `next`.
   ///
+  /// Requires: the range begins with the file.
   /// Errors: "KALVEX:datastore:EmptyFile" if there is no record,
   ///         "KALVEX:datastore:OtherFormat" if the file isn't text at all, and as for `next`.
   std::vector<std::string> readHeader();
+
+  /// For a range after the header, whose record has that many fields; called once, before `next`.
+  void skipHeader(std::size_t columns);
+
+  /// The first byte of the file that wasn't returned yet.
+  std::int64_t offset() const { return offset_; }
 
   /// The next records, at least one and at most kCsvBlockRows; empty after the last.
   ///
@@ -77,15 +109,23 @@ class CsvBlocks {
   std::optional<CsvBlock> parse(std::int32_t columns, std::int32_t maxRows);
   std::optional<CsvBlock> nextOf(std::int32_t columns, std::int32_t maxRows);
   std::string_view unread() const { return {buffer_.data() + begin_, end_ - begin_}; }
+  std::string_view readable() const {
+    return unread().substr(0, (isBad_ ? checked_ : end_) - begin_);
+  }
   void refill();
   void checkText();
-  [[noreturn]] void throwNotText(std::int64_t at, unsigned char byte) const;
+  [[noreturn]] void throwNotText() const;
+  [[noreturn]] void throwRagged(std::int64_t row, std::int32_t found, std::int32_t expected,
+                                std::string_view record) const;
   void skipByteOrderMark();
   void skipEmptyLines();
   void advance(std::size_t bytes);
-  [[noreturn]] void throwEndlessRecord() const;
+  bool isFirstTooLong(std::size_t parsedBytes, std::int32_t columns) const;
+  [[noreturn]] void throwTooLong() const;
+  [[noreturn]] void throwUnterminated() const;
 
   SourceInput input_;
+  ByteRange range_;
   std::size_t blockBytes_;
   arrow::csv::ParseOptions options_;
   std::vector<char> buffer_;
@@ -93,7 +133,9 @@ class CsvBlocks {
   std::size_t end_ = 0;
   std::size_t checked_ = 0;      ///< bytes of the buffer known to be text
   std::int64_t offset_ = 0;      ///< of buffer_[begin_] in the file
-  bool isAtEnd_ = false;         ///< the file has no more bytes
+  std::int64_t nextByte_ = 0;    ///< of the file, to be read
+  bool isAtEnd_ = false;         ///< the range has no more bytes
+  bool isBad_ = false;           ///< buffer_[checked_] isn't text
   bool mayHoldRecords_ = false;  ///< the unread bytes may contain a complete record
   std::int32_t columns_ = 0;
   std::int64_t nextRow_ = 0;
@@ -103,5 +145,10 @@ class CsvBlocks {
 ///
 /// Cost: reads the file up to there.
 std::int64_t lineOfOffset(const SourceFile& file, std::int64_t offset);
+
+/// The number of records of the file before byte `offset`, where one begins; without the header.
+///
+/// Cost: reads the file up to there.
+std::int64_t recordsBefore(const SourceFile& file, std::int64_t offset);
 
 }  // namespace kv::runtime

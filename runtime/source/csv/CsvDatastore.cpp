@@ -1,6 +1,7 @@
 #include "source/csv/CsvDatastore.h"
 
 #include <algorithm>
+#include <deque>
 #include <utility>
 
 #include "source/Fingerprint.h"
@@ -12,7 +13,7 @@ namespace kv::runtime {
 namespace {
 
 /// A table from a saved file has the fingerprint of the saved table.
-std::string fingerprintOf(const FileTable& table) {
+std::string fingerprintOf(const FileTable& table, std::int64_t partitions) {
   Fingerprint print;
   print.add(kCsvFormat).add(static_cast<std::int64_t>(table.files.size()));
   for (const SourceFile& file : table.files) {
@@ -20,6 +21,9 @@ std::string fingerprintOf(const FileTable& table) {
   }
   for (const ColumnInfo& column : table.schema) {
     print.add(column.name).add(elementTypeName(column.type));
+  }
+  if (partitions > std::ssize(table.files)) {
+    print.add(partitions);
   }
   return print.digits();
 }
@@ -32,23 +36,44 @@ FileTable tableIn(const std::vector<std::string>& paths, const std::vector<TypeO
 
 }  // namespace
 
+struct CsvDatastore::State {
+  State(FileTable described, std::int64_t bytes) : table(std::move(described)), rangeBytes(bytes) {
+    for (const SourceFile& file : table.files) {
+      indexes.emplace_back(file, rangeBytes);
+      ends.push_back((ends.empty() ? 0 : ends.back()) + indexes.back().numRanges());
+    }
+    fingerprint = fingerprintOf(table, ends.back());
+  }
+
+  const FileTable table;
+  const std::int64_t rangeBytes;
+  std::deque<CsvIndex> indexes;    ///< one for each file
+  std::vector<std::int64_t> ends;  ///< of each file: the partition after its last one
+  std::string fingerprint;
+};
+
 CsvDatastore::CsvDatastore(const std::vector<std::string>& paths,
-                           const std::vector<TypeOverride>& types)
-    : CsvDatastore(tableIn(paths, types)) {}
+                           const std::vector<TypeOverride>& types, std::int64_t rangeBytes)
+    : CsvDatastore(tableIn(paths, types), rangeBytes) {}
 
-CsvDatastore::CsvDatastore(FileTable table)
-    : table_(std::make_shared<const FileTable>(std::move(table))),
-      fingerprint_(fingerprintOf(*table_)) {}
+CsvDatastore::CsvDatastore(FileTable table, std::int64_t rangeBytes)
+    : state_(std::make_shared<State>(std::move(table), rangeBytes)) {}
 
-std::int64_t CsvDatastore::numPartitions() const {
-  return static_cast<std::int64_t>(table_->files.size());
-}
+const FileTable& CsvDatastore::table() const { return state_->table; }
+
+std::int64_t CsvDatastore::numPartitions() const { return state_->ends.back(); }
+
+const std::string& CsvDatastore::fingerprint() const { return state_->fingerprint; }
 
 std::unique_ptr<ChunkReader> CsvDatastore::openPartition(
     std::int64_t partition, const std::vector<std::string>& columns,
     const CancellationToken& cancellation) const {
-  const SourceFile& file = table_->files.at(static_cast<std::size_t>(partition));
-  return std::make_unique<CsvReader>(file, partition, table_->schema, columns, cancellation);
+  const auto end = std::ranges::upper_bound(state_->ends, partition);
+  const auto file = static_cast<std::size_t>(end - state_->ends.begin());
+  CsvIndex& index = state_->indexes.at(file);
+  const ByteRange range = index.records(partition - (*end - index.numRanges()), cancellation);
+  return std::make_unique<CsvReader>(table().files[file], range, partition, schema(), columns,
+                                     cancellation);
 }
 
 std::unique_ptr<Datastore> CsvDatastore::copy() const {
@@ -58,13 +83,14 @@ std::unique_ptr<Datastore> CsvDatastore::copy() const {
 std::string CsvDatastore::describe() const {
   ByteWriter bytes;
   bytes.text(kCsvFormat);
-  writeTable(bytes, *table_);
+  writeTable(bytes, table());
+  bytes.number(state_->rangeBytes);
   return bytes.take();
 }
 
 std::shared_ptr<const FileDatastore> CsvDatastore::openOthers(
     const std::vector<std::string>& paths) const {
-  return std::make_shared<CsvDatastore>(paths, std::vector<TypeOverride>{});
+  return std::make_shared<CsvDatastore>(paths, std::vector<TypeOverride>{}, state_->rangeBytes);
 }
 
 std::shared_ptr<const FileDatastore> CsvDatastore::withFiles(std::string name,
@@ -72,24 +98,25 @@ std::shared_ptr<const FileDatastore> CsvDatastore::withFiles(std::string name,
                                                              std::span<const FileOf> files) const {
   FileTable table{std::move(name), {}, others.schema()};
   for (ColumnInfo& column : table.schema) {
-    const auto before = std::ranges::find(table_->schema, column.name, &ColumnInfo::name);
-    if (before != table_->schema.end()) {
+    const auto before = std::ranges::find(schema(), column.name, &ColumnInfo::name);
+    if (before != schema().end()) {
       column = *before;
     }
   }
   for (const FileOf& each : files) {
     table.files.push_back(each.source->table().files[each.file]);
   }
-  return std::make_shared<CsvDatastore>(std::move(table));
+  return std::make_shared<CsvDatastore>(std::move(table), state_->rangeBytes);
 }
 
 std::shared_ptr<const Datastore> openDescribedCsv(ByteReader& bytes) {
   FileTable table = readTable(bytes);
   const auto isUnknown = [](const ColumnInfo& column) { return !column.isReadable(); };
-  if (std::ranges::any_of(table.schema, isUnknown)) {
+  const auto rangeBytes = bytes.number<std::int64_t>();
+  if (std::ranges::any_of(table.schema, isUnknown) || rangeBytes < 1) {
     bytes.refuse();
   }
-  return std::make_shared<CsvDatastore>(std::move(table));
+  return std::make_shared<CsvDatastore>(std::move(table), rangeBytes);
 }
 
 std::unique_ptr<Datastore> openCsv(const std::vector<std::string>& paths,

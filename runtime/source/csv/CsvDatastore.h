@@ -9,30 +9,33 @@
 
 #include "kv/runtime/csv.h"
 #include "source/FileDatastore.h"
+#include "source/csv/CsvIndex.h"
 
 namespace kv::runtime {
 
 /// The first text of a description of CSV files.
 inline constexpr std::string_view kCsvFormat = "csv";
 
-/// CSV files that form one table, one partition per file; see openCsv() for format, types and
-/// errors.
+/// CSV files that form one table, one partition per range of a file; see openCsv() for format,
+/// types and errors.
 class CsvDatastore final : public FileDatastore {
  public:
-  /// Requires: `paths` isn't empty.
-  CsvDatastore(const std::vector<std::string>& paths, const std::vector<TypeOverride>& types);
+  /// `rangeBytes`: for tests, to cut small files.
+  explicit CsvDatastore(const std::vector<std::string>& paths,
+                        const std::vector<TypeOverride>& types = {},
+                        std::int64_t rangeBytes = csvRangeBytes());
 
   /// The table with this description; opens nothing. Each file is compared with its description
   /// when it is read.
-  explicit CsvDatastore(FileTable table);
+  explicit CsvDatastore(FileTable table, std::int64_t rangeBytes = csvRangeBytes());
 
-  const FileTable& table() const override { return *table_; }
+  const FileTable& table() const override;
   std::int64_t numPartitions() const override;
   std::unique_ptr<ChunkReader> openPartition(std::int64_t partition,
                                              const std::vector<std::string>& columns,
                                              const CancellationToken& cancellation) const override;
   std::unique_ptr<Datastore> copy() const override;
-  const std::string& fingerprint() const override { return fingerprint_; }
+  const std::string& fingerprint() const override;
   std::string describe() const override;
   std::shared_ptr<const FileDatastore> openOthers(
       const std::vector<std::string>& paths) const override;
@@ -40,9 +43,10 @@ class CsvDatastore final : public FileDatastore {
                                                  std::span<const FileOf> files) const override;
 
  private:
-  /// Immutable, so copies share it.
-  std::shared_ptr<const FileTable> table_;
-  std::string fingerprint_;
+  struct State;
+
+  /// Copies share it.
+  std::shared_ptr<State> state_;
 };
 
 /// Reads what follows the name of the format in a description.

@@ -20,41 +20,9 @@ namespace kv::runtime {
 
 namespace {
 
-struct FaultyField {
-  FieldFault fault = FieldFault::None;
-  std::int64_t row = 0;         ///< of data, counted from 1
-  std::int64_t byteOffset = 0;  ///< of its record in the file
-  std::string text;
-};
-
 /// Skips the empty lines before a record, so that the record's own line is reported.
 std::size_t emptyLines(std::string_view records) {
   return std::min(records.find_first_not_of("\r\n"), records.size());
-}
-
-FaultyField firstFault(const CsvBlock& block, const CsvColumn& column) {
-  auto options = arrow::csv::ParseOptions::Defaults();
-  options.newlines_in_values = true;
-  ThrowingPool pool(*currentPool());
-  std::size_t at = 0;
-  for (std::int64_t row = 1; row <= block.rows(); ++row) {
-    at += emptyLines(block.records.substr(at));
-    arrow::csv::BlockParser record(&pool, options, block.fields->num_cols(),
-                                   /*first_row=*/row,
-                                   /*max_num_rows=*/1);
-    std::uint32_t bytes = 0;
-    const arrow::Status status = record.Parse(block.records.substr(at), &bytes);
-    throwIfOutOfMemory(status);
-    if (!status.ok()) {
-      break;
-    }
-    if (const FieldFault fault = column.convert(record).fault; fault != FieldFault::None) {
-      const auto byteOffset = block.byteOffset + static_cast<std::int64_t>(at);
-      return {fault, block.firstRow + row, byteOffset, column.lastText(record)};
-    }
-    at += bytes;
-  }
-  throw std::logic_error("A block of records has a fault that none of its records has.");
 }
 
 const char* idOf(FieldFault fault) {
@@ -80,14 +48,41 @@ const char* originOf(const ColumnInfo& info) {
 
 }  // namespace
 
-void throwFieldError(const SourceFile& file, const CsvBlock& block, const CsvColumn& column,
-                     const ColumnInfo& info) {
-  const FaultyField field = firstFault(block, column);
+FaultyField firstFault(const CsvBlock& block, const std::vector<CsvColumn>& columns) {
+  auto options = arrow::csv::ParseOptions::Defaults();
+  options.newlines_in_values = true;
+  ThrowingPool pool(*currentPool());
+  std::size_t at = 0;
+  for (std::int64_t row = 0; row < block.rows(); ++row) {
+    at += emptyLines(block.records.substr(at));
+    arrow::csv::BlockParser record(&pool, options, block.fields->num_cols(),
+                                   /*first_row=*/row,
+                                   /*max_num_rows=*/1);
+    std::uint32_t bytes = 0;
+    const arrow::Status status = record.Parse(block.records.substr(at), &bytes);
+    throwIfOutOfMemory(status);
+    if (!status.ok()) {
+      break;
+    }
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+      if (const FieldFault fault = columns[i].convert(record).fault; fault != FieldFault::None) {
+        const auto byteOffset = block.byteOffset + static_cast<std::int64_t>(at);
+        return {fault, i, row, byteOffset, columns[i].lastText(record)};
+      }
+    }
+    at += bytes;
+  }
+  throw std::logic_error("A block of records has a fault that none of its records has.");
+}
+
+void throwFieldError(const SourceFile& file, std::int64_t rangeBegin, const CsvBlock& block,
+                     const FaultyField& field, const CsvColumn& column, const ColumnInfo& info) {
+  const std::int64_t row = recordsBefore(file, rangeBegin) + block.firstRow + field.row + 1;
   const std::int64_t line = lineOfOffset(file, field.byteOffset);
   const std::string text = errors::shownText(field.text);
   const std::string type(elementTypeName(info.type));
   const std::string wider(elementTypeName(typeThatHolds(block, column)));
-  errors::raiseStep(idOf(field.fault), {file.path, std::to_string(field.row), std::to_string(line),
+  errors::raiseStep(idOf(field.fault), {file.path, std::to_string(row), std::to_string(line),
                                         info.name, text, type, wider, originOf(info)});
 }
 

@@ -9,15 +9,22 @@
 
 namespace kv::runtime {
 
-CsvReader::CsvReader(const SourceFile& file, std::int64_t partition, const Schema& schema,
-                     const std::vector<std::string>& columns, const CancellationToken& cancellation)
-    : blocks_(file),
+CsvReader::CsvReader(const SourceFile& file, ByteRange range, std::int64_t partition,
+                     const Schema& schema, const std::vector<std::string>& columns,
+                     const CancellationToken& cancellation)
+    : blocks_(file, range),
+      rangeBegin_(range.begin),
       partition_(partition),
       names_(std::make_shared<const std::vector<std::string>>(columns)),
       cancellation_(cancellation) {
+  const bool hasHeader = range.begin == 0;
   // Size and time may agree by chance. Columns are read by position, so the names must match, too.
-  if (blocks_.readHeader() != columnNames(schema)) {
+  if ((hasHeader ? blocks_.readHeader() : CsvBlocks(file, kCsvHeaderBytes).readHeader()) !=
+      columnNames(schema)) {
     file.throwChanged();
+  }
+  if (!hasHeader) {
+    blocks_.skipHeader(schema.size());
   }
   for (const std::string& name : columns) {
     const std::size_t index = columnIndex(schema, name);
@@ -26,20 +33,36 @@ CsvReader::CsvReader(const SourceFile& file, std::int64_t partition, const Schem
   }
 }
 
+CsvReader::~CsvReader() = default;
+
 std::optional<Chunk> CsvReader::next() {
   cancellation_.throwIfCancelled();
-  const std::optional<CsvBlock> block = blocks_.next();
+  if (faulty_) {
+    const std::size_t column = faulty_->field.column;
+    throwFieldError(blocks_.file(), rangeBegin_, faulty_->block, faulty_->field, columns_[column],
+                    infos_[column]);
+  }
+  std::optional<CsvBlock> block = blocks_.next();
   if (!block) {
     return std::nullopt;
   }
-  Chunk chunk{partition_, RowOrdinals(block->firstRow, block->rows()), names_, {}};
+  if (auto chunk = converted(*block)) {
+    return chunk;
+  }
+  const FaultyField field = firstFault(*block, columns_);
+  faulty_ = {*std::move(block), field};
+  return field.row == 0 ? next() : converted(firstRecords(faulty_->block, field.row));
+}
+
+std::optional<Chunk> CsvReader::converted(const CsvBlock& block) const {
+  Chunk chunk{partition_, RowOrdinals(block.firstRow, block.rows()), names_, {}};
   chunk.columns.reserve(columns_.size());
-  for (std::size_t i = 0; i < columns_.size(); ++i) {
-    ConvertedColumn converted = columns_[i].convert(*block->fields);
-    if (!converted.column) {
-      throwFieldError(blocks_.file(), *block, columns_[i], infos_[i]);
+  for (const CsvColumn& column : columns_) {
+    ConvertedColumn values = column.convert(*block.fields);
+    if (!values.column) {
+      return std::nullopt;
     }
-    chunk.columns.push_back(*std::move(converted.column));
+    chunk.columns.push_back(*std::move(values.column));
   }
   return chunk;
 }

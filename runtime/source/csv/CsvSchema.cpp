@@ -17,9 +17,6 @@ namespace kv::runtime {
 
 namespace {
 
-/// Bytes that are read at a time from a file of which only the header is needed.
-constexpr std::int64_t kHeaderBytes = 64 * 1024;
-
 /// Infers the type of one column from the first block with a value in it.
 class ColumnInference {
  public:
@@ -78,9 +75,9 @@ void inferTypes(std::span<const SourceFile> files, std::vector<ColumnInference> 
 
 Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
                      std::int64_t inferenceBytes) {
-  const std::vector<std::string> names = CsvBlocks(files.front(), kHeaderBytes).readHeader();
+  const std::vector<std::string> names = CsvBlocks(files.front(), kCsvHeaderBytes).readHeader();
   for (const SourceFile& file : files.subspan(1)) {
-    requireSameColumns(file.path, CsvBlocks(file, kHeaderBytes).readHeader(), files.front().path,
+    requireSameColumns(file.path, CsvBlocks(file, kCsvHeaderBytes).readHeader(), files.front().path,
                        names);
   }
   Schema schema;

@@ -1,11 +1,10 @@
 #include "source/parquet/ParquetDatastore.h"
 
-#include <arrow/memory_pool.h>
-
 #include <algorithm>
 #include <cassert>
 #include <utility>
 
+#include "column/pool.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/parquet.h"
 #include "source/Fingerprint.h"
@@ -182,7 +181,7 @@ std::unique_ptr<ChunkReader> ParquetDatastore::openPartition(
     std::int64_t partition, const std::vector<std::string>& columns,
     const CancellationToken& cancellation) const {
   const Place& place = state_->places.at(static_cast<std::size_t>(partition));
-  ParquetRequest request{partition, place.groups, {}, arrow::default_memory_pool()};
+  ParquetRequest request{partition, place.groups, {}, currentPool()};
   for (const std::string& name : columns) {
     request.columns.push_back(schema()[columnIndex(schema(), name)]);
     const ColumnInfo& column = request.columns.back();

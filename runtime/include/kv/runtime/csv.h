@@ -8,7 +8,10 @@
 
 namespace kv::runtime {
 
-/// Opens CSV files as one table, one partition per file.
+/// Opens CSV files as one table.
+///
+/// Partitions: ranges of 32 MiB of a file, each moved to the beginnings of records. A record
+/// belongs to the range in which it begins. A smaller file is one partition.
 ///
 /// Each of `paths` is a file, a folder (its `*.csv` files), or a pattern with `*`, `?` and `[...]`
 /// (see expandPath()). All files have the same columns in the same order.

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace kv::runtime {
+
+/// What the text before a byte of a CSV file means for the bytes after it, as Arrow's parser reads
+/// them: a quote opens a quoted field only where a field begins, and what follows the closing quote
+/// of a field is plain text, quotes included.
+enum class CsvState : std::uint8_t {
+  RecordStart,    ///< a record begins here, or an empty line
+  FieldStart,     ///< after a comma
+  Unquoted,       ///< in plain text
+  Quoted,         ///< in a quoted field: commas, line ends are text
+  QuoteInQuoted,  ///< after a quote in a quoted field: the first of two, or the closing one
+};
+
+/// The state after the byte `c`.
+CsvState next(CsvState before, char c);
+
+/// What a run of bytes does to the state, whatever it was before: the text of a range has to be
+/// examined only once, and before the ranges that precede it.
+class CsvTransition {
+ public:
+  /// Adds the bytes that follow.
+  ///
+  /// Cost: bytes other than quotes at the speed of memchr.
+  void append(std::string_view bytes);
+
+  CsvState after(CsvState before) const { return after_[static_cast<std::size_t>(before)]; }
+
+ private:
+  std::array<CsvState, 5> after_{CsvState::RecordStart, CsvState::FieldStart, CsvState::Unquoted,
+                                 CsvState::Quoted, CsvState::QuoteInQuoted};
+};
+
+}  // namespace kv::runtime
