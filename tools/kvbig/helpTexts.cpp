@@ -35,7 +35,8 @@ constexpr std::string_view kFormulas = R"(Expressions:
   name = mean(x)      names the result
   |   &   !   == != < <= > >=   + -   * / %   unary -   ^
                       operators, those that bind least first
-  Missing values are skipped by aggregates, and a comparison with one is false.
+  Missing values are skipped by aggregates. A comparison with one is false; where integers or
+  logicals are missing, as in Parquet files, it is missing, too.
   Put -- before an expression that starts with -, after all options: -- '-mean(x)'
 )";
 
