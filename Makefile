@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc)
 PREFIX ?= $(CURDIR)/build/install
 
 .DEFAULT_GOAL := help
-.PHONY: help setup build run test asan fuzz seeded bench format lint tidy install
+.PHONY: help setup build run test asan tsan fuzz seeded bench format lint tidy install
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / {printf "  make %-8s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -21,6 +21,9 @@ test: build-dev ## Build, then run all tests
 
 asan: build-asan ## Run all tests under the sanitizers
 	ctest --preset asan --parallel $(JOBS)
+
+tsan: build-tsan ## Run the tests of what threads share under the thread sanitizer
+	ctest --preset tsan --parallel $(JOBS)
 
 fuzz: build-fuzz ## Load mutated files for a minute; findings are kept in build/fuzz
 	@mkdir -p build/fuzz/corpus
@@ -48,6 +51,7 @@ install: build-release ## Install below PREFIX (default build/install)
 
 build-release: targets = kvbig kvhost kvbigdata kvruntime kvarray
 build-fuzz: targets = fuzz_load
+build-tsan: targets = test_host test_runtime test_array
 build-%: setup
 	@[ -f build/$*/build.ninja ] || cmake --preset $*
 	cmake --build --preset $* --parallel $(JOBS) $(addprefix --target ,$(targets))
