@@ -22,16 +22,18 @@ const std::vector<std::string>& Table::columns() const { return handle_->columns
 
 Array Table::column(std::string_view name, Where where) const {
   const TableColumns& all = *handle_->columns;
-  const StackFrame line{where.file_name(), where.function_name(), static_cast<int>(where.line())};
+  const auto line = [&] {  // made when it is needed: it allocates
+    return StackFrame{where.file_name(), where.function_name(), static_cast<int>(where.line())};
+  };
   const auto found = all.positions.find(name);
   if (found == all.positions.end()) {
     raiseError("KALVEX:array:UnknownColumn", {std::string(name), errors::shownNames(all.names)},
-               {line});
+               {line()});
   }
   const runtime::ElementType type = all.types[found->second];
   if (type == runtime::ElementType::Unknown) {
     raiseError("KALVEX:datastore:UnsupportedColumn",
-               {std::string(name), all.fileTypes[found->second]}, {line});
+               {std::string(name), all.fileTypes[found->second]}, {line()});
   }
   const auto session = live(handle_->session);
   return publicCall(*session, where, [&] {
