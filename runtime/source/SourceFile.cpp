@@ -27,16 +27,9 @@ nanoseconds sinceEpoch(const timespec& time) {
   return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
 }
 
-/// The time that the file system would give to a file that is written now.
-nanoseconds timeOfWrites() {
-  timespec now{};
-  ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
-  return sinceEpoch(now);
-}
-
 /// True if a write in the same tick of the clock as the last one would leave the same time.
-bool mayKeepItsTime(const struct stat& status) {
-  const nanoseconds ahead = sinceEpoch(status.st_mtim) - timeOfWrites();
+bool mayKeepItsTime(const struct stat& status, nanoseconds now) {
+  const nanoseconds ahead = sinceEpoch(status.st_mtim) - now;
   return ahead >= nanoseconds(0) && ahead < kLongestTick;
 }
 
@@ -58,9 +51,15 @@ struct stat statusOf(const std::string& path) {
 
 }  // namespace
 
-SourceFile SourceFile::stat(const std::string& path) {
+nanoseconds SourceFile::timeOfWrites() {
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  return sinceEpoch(now);
+}
+
+SourceFile SourceFile::stat(const std::string& path, Clock now) {
   struct stat status = statusOf(path);
-  for (int attempts = 1; mayKeepItsTime(status); ++attempts) {
+  for (int attempts = 1; mayKeepItsTime(status, now()); ++attempts) {
     if (attempts == kMaxAttempts) {
       throwNotReadable(path, "it is being written; try again when it is complete");
     }
