@@ -4,6 +4,7 @@
 #include "kv/host/session.h"
 #include "kv/runtime/Column.h"
 #include "kv/runtime/runtime.h"
+#include "kv/runtime/threads.h"
 
 namespace kv {
 
@@ -51,6 +52,8 @@ Table readBy(kcos::NameRef opener, const std::shared_ptr<Session::Impl>& session
 }
 
 }  // namespace
+
+const int Session::kMaxThreads = runtime::kMaxThreads;
 
 Session::Session() : impl_(translated([] { return std::make_shared<Impl>(); })) {}
 

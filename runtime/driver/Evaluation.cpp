@@ -178,8 +178,8 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   if (runStagesFromBytes()) {
     fromBytes = Stage::fromBytes(stage.toBytes(), context.pool);
   }
-  const auto units = makeUnitService(threads_, rows.numPartitions());
-  units->begin(fromBytes ? *fromBytes : stage, functions, context);
+  const auto units = makeUnitService(threads_, rows.numPartitions(),
+                                     {fromBytes ? *fromBytes : stage, functions, context});
   if (const auto failed =
           kv::runtime::runStage(*units, merge, nextStage_++, rows.numPartitions())) {
     raiseStageFailure(assembled, *failed);

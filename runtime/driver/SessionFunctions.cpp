@@ -63,6 +63,10 @@ std::vector<Chunk> SessionFunctions::partialsOf(std::size_t /*step*/,
   });
 }
 
+void SessionFunctions::endPartition(std::int64_t partition) {
+  std::erase_if(streams_, [&](const auto& stream) { return stream.first.second == partition; });
+}
+
 std::vector<Value> SessionFunctions::valuesOf(const ReducedValues& reduced) {
   std::vector<Value> values;
   for (const Value& value : *std::static_pointer_cast<const std::vector<Value>>(reduced)) {

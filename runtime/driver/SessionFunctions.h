@@ -25,6 +25,8 @@ class SessionFunctions final : public UserFunctions {
 
   std::vector<Chunk> partialsOf(std::size_t step, const ReducedValues& reduced) override;
 
+  void endPartition(std::int64_t partition) override;
+
   /// The values that `reduce` returned.
   static std::vector<host::Value> valuesOf(const ReducedValues& reduced);
 

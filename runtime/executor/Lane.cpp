@@ -6,7 +6,7 @@
 #include "kv/runtime/Cancellation.h"
 
 // A waiting call is on the stack of its worker, which leaves only when the client has finished it
-// or closed the lane. Both happen on the client thread, so a call never runs after its worker has
+// or cancelled it. Both happen on the client thread, so a call never runs after its worker has
 // left.
 
 namespace kv::runtime {
@@ -15,7 +15,7 @@ void Lane::run(std::int64_t partition, const std::function<void(UserFunctions&)>
   Waiting waiting{partition, call};
   {
     const std::lock_guard lock(mutex_);
-    if (isClosed_) {
+    if (partition > lastPartition_) {
       throw Cancelled();
     }
     waiting_.push_back(&waiting);
@@ -51,14 +51,17 @@ bool Lane::serve() {
   return true;
 }
 
-void Lane::close() noexcept {
+void Lane::cancelAfter(std::int64_t partition) noexcept {
   const std::lock_guard lock(mutex_);
-  isClosed_ = true;
-  for (Waiting* waiting : waiting_) {
+  lastPartition_ = partition;
+  std::erase_if(waiting_, [partition](Waiting* waiting) {
+    if (waiting->partition <= partition) {
+      return false;
+    }
     waiting->thrown = std::make_exception_ptr(Cancelled());
     waiting->isDone = true;
-  }
-  waiting_.clear();
+    return true;
+  });
   done_.notify_all();
 }
 

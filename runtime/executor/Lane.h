@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <limits>
 #include <mutex>
 #include <span>
 #include <vector>
@@ -15,7 +16,7 @@ namespace kv::runtime {
 /// Where workers hand the calls of users' functions to the client thread, the one that evaluates:
 /// functions run there, one at a time, in the user's own session.
 ///
-/// Threads: workers call; the client serves and closes. Lives: longer than its callers.
+/// Threads: workers call; the client serves and cancels. Lives: longer than its callers.
 class Lane {
  public:
   /// `functions`: called on the client thread. `onCall`: wakes the client; called on workers.
@@ -24,7 +25,7 @@ class Lane {
 
   /// Runs `call` on the client thread and waits for it.
   ///
-  /// Errors: those of the call, as they came; Cancelled once the lane is closed.
+  /// Errors: those of the call, as they came; Cancelled once calls for the partition are cancelled.
   void run(std::int64_t partition, const std::function<void(UserFunctions&)>& call);
 
   /// Client: true if a call is waiting.
@@ -36,8 +37,8 @@ class Lane {
   /// Errors: a PassThrough that the function throws, for instance an interrupt.
   bool serve();
 
-  /// Client: ends the waiting calls and refuses later ones.
-  void close() noexcept;
+  /// Client: ends the waiting calls for partitions after `partition` and refuses later ones.
+  void cancelAfter(std::int64_t partition) noexcept;
 
  private:
   struct Waiting {
@@ -55,7 +56,7 @@ class Lane {
   mutable std::mutex mutex_;
   std::condition_variable done_;
   std::vector<Waiting*> waiting_;
-  bool isClosed_ = false;
+  std::int64_t lastPartition_ = std::numeric_limits<std::int64_t>::max();  ///< that isn't cancelled
 };
 
 /// Users' functions as the worker that runs a unit sees them.

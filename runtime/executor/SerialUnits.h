@@ -1,7 +1,6 @@
 #pragma once
 
 #include <deque>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -12,18 +11,19 @@ namespace kv::runtime {
 /// Runs units one after the other, in the thread that asks for results.
 class SerialUnits final : public UnitService {
  public:
-  void begin(const Stage& stage, UserFunctions& functions,
-             const ExecutionContext& context) override;
+  /// Errors: those of StageRows.
+  explicit SerialUnits(const StageScope& scope) : scope_(scope), rows_(scope.stage) {}
+
   void submit(std::string unit) override { units_.push_back(std::move(unit)); }
   std::optional<UnitResult> next() override;
   std::int64_t window() const override { return 1; }
-  void cancel() override { units_.clear(); }
+
+  /// There are none: at most one unit is submitted at a time.
+  void cancelAfter(std::int64_t /*partition*/) override {}
 
  private:
-  const Stage* stage_ = nullptr;
-  std::optional<StageRows> rows_;
-  UserFunctions* functions_ = nullptr;
-  const ExecutionContext* context_ = nullptr;
+  StageScope scope_;
+  StageRows rows_;
   std::deque<std::string> units_;
 };
 

@@ -2,7 +2,6 @@
 
 #include <pthread.h>
 
-#include <cassert>
 #include <chrono>
 #include <csignal>
 #include <system_error>
@@ -39,11 +38,18 @@ class BlockedSignals {
 
 }  // namespace
 
+ThreadUnits::ThreadUnits(int threads, const StageScope& scope) : ThreadUnits(scope) {
+  startThreads(threads);
+}
+
+ThreadUnits::ThreadUnits(const StageScope& scope)
+    : scope_(scope), rows_(scope.stage), lane_(scope.functions, [this] {
+        const std::lock_guard lock(mutex_);  // so that the client is waiting, or has yet to look
+        forClient_.notify_one();
+      }) {}
+
 ThreadUnits::~ThreadUnits() {
-  if (stop_) {
-    stop_->cancel();
-    lane_->close();
-  }
+  cancelAfter(-1);
   {
     const std::lock_guard lock(mutex_);
     isEnding_ = true;
@@ -51,23 +57,11 @@ ThreadUnits::~ThreadUnits() {
   forWorkers_.notify_all();
 }
 
-void ThreadUnits::begin(const Stage& stage, UserFunctions& functions,
-                        const ExecutionContext& context) {
-  stage_ = &stage;
-  context_ = &context;
-  rows_.emplace(stage);
-  stop_.emplace(&context.cancellation);
-  lane_.emplace(functions, [this] {
-    const std::lock_guard lock(mutex_);  // so that the client is waiting, or has yet to look
-    forClient_.notify_one();
-  });
-  startThreads();
-}
-
-void ThreadUnits::startThreads() {
+void ThreadUnits::startThreads(int threads) {
   const BlockedSignals blocked;
-  threads_.reserve(static_cast<std::size_t>(numThreads_));
-  while (std::ssize(threads_) < numThreads_) {
+  threads_.reserve(static_cast<std::size_t>(threads));
+  running_.reserve(static_cast<std::size_t>(threads));
+  while (std::ssize(threads_) < threads) {
     try {
       threads_.emplace_back([this] { work(); });
     } catch (const std::system_error&) {
@@ -80,11 +74,11 @@ void ThreadUnits::startThreads() {
 }
 
 void ThreadUnits::submit(std::string unit) {
-  assert(stage_ != nullptr);
+  const std::int64_t partition = Unit::fromBytes(unit).partition;
   {
     const std::lock_guard lock(mutex_);
     results_.reserve(numPending_ + 1);
-    units_.push_back(std::move(unit));
+    units_.push_back({partition, std::move(unit)});
     ++numPending_;
   }
   forWorkers_.notify_one();
@@ -92,11 +86,14 @@ void ThreadUnits::submit(std::string unit) {
 
 std::optional<UnitResult> ThreadUnits::next() {
   while (true) {
-    context_->cancellation.throwIfCancelled();
-    while (lane_->serve()) {
-      context_->cancellation.throwIfCancelled();
+    scope_.context.cancellation.throwIfCancelled();
+    while (lane_.serve()) {
+      scope_.context.cancellation.throwIfCancelled();
     }
     std::optional<Finished> finished = waitForResult();
+    if (finished) {
+      scope_.functions.endPartition(finished->partition);
+    }
     if (finished && finished->thrown != nullptr) {
       std::rethrow_exception(std::move(finished->thrown));
     }
@@ -114,7 +111,7 @@ std::optional<UnitResult> ThreadUnits::next() {
 std::optional<ThreadUnits::Finished> ThreadUnits::waitForResult() {
   std::unique_lock lock(mutex_);
   forClient_.wait_for(lock, kPollInterval,
-                      [&] { return !results_.empty() || numPending_ == 0 || lane_->hasCalls(); });
+                      [&] { return !results_.empty() || numPending_ == 0 || lane_.hasCalls(); });
   if (results_.empty()) {
     return std::nullopt;
   }
@@ -124,44 +121,71 @@ std::optional<ThreadUnits::Finished> ThreadUnits::waitForResult() {
   return finished;
 }
 
-void ThreadUnits::cancel() {
-  const std::lock_guard lock(mutex_);
-  numPending_ -= units_.size();
-  units_.clear();
+void ThreadUnits::cancelAfter(std::int64_t partition) {
+  const auto isAfter = [partition](const auto& unit) { return unit.partition > partition; };
+  {
+    const std::lock_guard lock(mutex_);
+    lastPartition_ = partition;
+    numPending_ -= std::erase_if(units_, isAfter) + std::erase_if(results_, isAfter);
+    for (Running* unit : running_) {
+      if (isAfter(*unit)) {
+        unit->stop.cancel();
+      }
+    }
+  }
+  lane_.cancelAfter(partition);
 }
 
 void ThreadUnits::work() noexcept {
-  while (const std::optional<std::string> unit = takeUnit()) {
-    Finished finished = run(*unit);
-    {
-      const std::lock_guard lock(mutex_);
-      results_.push_back(std::move(finished));  // has room
-    }
-    forClient_.notify_one();
+  while (const std::optional<Submitted> submitted = takeUnit()) {
+    Running running{submitted->partition, CancellationToken(&scope_.context.cancellation)};
+    begin(running);
+    finish(running, run(*submitted, running));
   }
 }
 
-std::optional<std::string> ThreadUnits::takeUnit() {
+std::optional<ThreadUnits::Submitted> ThreadUnits::takeUnit() {
   std::unique_lock lock(mutex_);
   forWorkers_.wait(lock, [&] { return isEnding_ || !units_.empty(); });
   if (isEnding_) {
     return std::nullopt;
   }
-  std::string unit = std::move(units_.front());
+  Submitted unit = std::move(units_.front());
   units_.pop_front();
   return unit;
 }
 
-ThreadUnits::Finished ThreadUnits::run(const std::string& unit) {
-  Finished finished;
+void ThreadUnits::begin(Running& unit) {
+  const std::lock_guard lock(mutex_);
+  running_.push_back(&unit);  // has room
+  if (unit.partition > lastPartition_) {
+    unit.stop.cancel();
+  }
+}
+
+ThreadUnits::Finished ThreadUnits::run(const Submitted& submitted, const Running& running) {
+  Finished finished{submitted.partition};
   try {
-    LaneFunctions functions(*lane_, Unit::fromBytes(unit).partition);
-    const ExecutionContext context{context_->pool, *stop_, context_->now};
-    finished.result = runUnit(*stage_, *rows_, unit, functions, context);
+    LaneFunctions functions(lane_, submitted.partition);
+    const ExecutionContext context{scope_.context.pool, running.stop, scope_.context.now};
+    finished.result = runUnit(scope_.stage, rows_, submitted.unit, functions, context);
   } catch (...) {
     finished.thrown = std::current_exception();
   }
   return finished;
+}
+
+void ThreadUnits::finish(const Running& unit, Finished finished) {
+  {
+    const std::lock_guard lock(mutex_);
+    std::erase(running_, &unit);
+    if (unit.partition > lastPartition_) {
+      --numPending_;
+    } else {
+      results_.push_back(std::move(finished));  // has room
+    }
+  }
+  forClient_.notify_one();
 }
 
 }  // namespace kv::runtime

@@ -5,6 +5,7 @@
 #include <deque>
 #include <exception>
 #include <iterator>
+#include <limits>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -20,51 +21,62 @@ namespace kv::runtime {
 /// submitted. Users' functions are called on the client thread, inside `next`.
 ///
 /// Lives: within one stage of an evaluation. Its end stops the units in progress within a chunk.
-/// Threads: its functions are called on the client thread.
 class ThreadUnits final : public UnitService {
  public:
   /// `threads`: at least 1; fewer are used where the system refuses more.
-  explicit ThreadUnits(int threads) : numThreads_(threads) {}
+  /// Errors: std::system_error if no thread can be started; those of StageRows.
+  ThreadUnits(int threads, const StageScope& scope);
   ~ThreadUnits() override;
 
-  /// Errors: those of UnitService; std::system_error if no thread can be started.
-  void begin(const Stage& stage, UserFunctions& functions,
-             const ExecutionContext& context) override;
   void submit(std::string unit) override;
 
   /// Errors: those of UnitService; Cancelled, or what the watch or a function throws past errors.
   std::optional<UnitResult> next() override;
   std::int64_t window() const override { return kUnitsPerThread * std::ssize(threads_); }
-  void cancel() override;
+  void cancelAfter(std::int64_t partition) override;
 
  private:
   static constexpr std::int64_t kUnitsPerThread = 4;
 
+  struct Submitted {
+    std::int64_t partition;
+    std::string unit;
+  };
+
+  /// A unit in progress; on the stack of its worker.
+  struct Running {
+    std::int64_t partition;
+    CancellationToken stop;
+  };
+
   /// A result, or the exception that ended the unit.
   struct Finished {
+    std::int64_t partition;
     std::optional<UnitResult> result{};
     std::exception_ptr thrown{};
   };
 
-  void startThreads();
+  explicit ThreadUnits(const StageScope& scope);
+  void startThreads(int threads);
   void work() noexcept;
-  std::optional<std::string> takeUnit();
-  Finished run(const std::string& unit);
+  std::optional<Submitted> takeUnit();
+  void begin(Running& unit);
+  Finished run(const Submitted& submitted, const Running& running);
+  void finish(const Running& unit, Finished finished);
   std::optional<Finished> waitForResult();
 
-  int numThreads_;
-  const Stage* stage_ = nullptr;
-  const ExecutionContext* context_ = nullptr;
-  std::optional<StageRows> rows_;
-  std::optional<Lane> lane_;
-  std::optional<CancellationToken> stop_;
+  StageScope scope_;
+  StageRows rows_;
+  Lane lane_;
 
   std::mutex mutex_;
   std::condition_variable forWorkers_;  ///< there are units, or it is the end
   std::condition_variable forClient_;   ///< there are results or calls of functions
-  std::deque<std::string> units_;
+  std::deque<Submitted> units_;
+  std::vector<Running*> running_;
   std::vector<Finished> results_;  ///< has room for all units in progress
   std::size_t numPending_ = 0;     ///< units that were submitted and haven't been returned
+  std::int64_t lastPartition_ = std::numeric_limits<std::int64_t>::max();  ///< that isn't cancelled
   bool isEnding_ = false;
   std::vector<std::jthread> threads_;
 };

@@ -8,23 +8,29 @@
 
 namespace kv::runtime {
 
+/// The stage whose units are run, and what they need besides.
+///
+/// Lives: longer than the service that runs them.
+struct StageScope {
+  const Stage& stage;
+  UserFunctions& functions;  ///< called on the client thread, the one that evaluates
+  const ExecutionContext& context;
+};
+
 /// Runs the units of one stage: in this thread, in others, or elsewhere.
 ///
-/// 1. `begin` comes first, once; then units are submitted in ascending order of partitions.
+/// 1. Units are submitted in ascending order of partitions.
 /// 2. Results may come in any order; OrderedMerge restores that of partitions.
-/// 3. After `cancel` no further result comes.
+///
+/// Threads: called on the client thread.
 class UnitService {
  public:
   virtual ~UnitService() = default;
 
-  /// Lives: all three outlive the service.
-  virtual void begin(const Stage& stage, UserFunctions& functions,
-                     const ExecutionContext& context) = 0;
-
   /// Takes a unit in its byte form.
   virtual void submit(std::string unit) = 0;
 
-  /// The next result; none when all units that were submitted have given theirs.
+  /// The next result; none when all units that were submitted have returned theirs.
   /// Errors: those of runUnit().
   virtual std::optional<UnitResult> next() = 0;
 
@@ -32,8 +38,10 @@ class UnitService {
   /// service busy, few enough that early results don't fill the memory.
   virtual std::int64_t window() const = 0;
 
-  /// Drops the units that haven't begun.
-  virtual void cancel() = 0;
+  /// Cancels the units of the partitions after `partition`, whose results aren't needed any more:
+  /// those that haven't begun never do, those in progress end within a chunk, and none has a
+  /// result.
+  virtual void cancelAfter(std::int64_t partition) = 0;
 };
 
 }  // namespace kv::runtime

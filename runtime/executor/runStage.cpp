@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <system_error>
+#include <utility>
 
 #include "engine/Unit.h"
 #include "executor/SerialUnits.h"
@@ -9,23 +11,34 @@
 
 namespace kv::runtime {
 
-std::unique_ptr<UnitService> makeUnitService(int threads, std::int64_t numPartitions) {
+std::unique_ptr<UnitService> makeUnitService(int threads, std::int64_t numPartitions,
+                                             const StageScope& scope) {
   const auto useful = static_cast<int>(std::min<std::int64_t>(threads, numPartitions));
-  if (useful <= 1) {
-    return std::make_unique<SerialUnits>();
+  if (useful > 1) {
+    try {
+      return std::make_unique<ThreadUnits>(useful, scope);
+    } catch (const std::system_error&) {
+      // The system refuses even one thread.
+    }
   }
-  return std::make_unique<ThreadUnits>(useful);
+  return std::make_unique<SerialUnits>(scope);
 }
 
 std::optional<errors::FailureRecord> runStage(UnitService& units, OrderedMerge& merge,
                                               std::uint64_t number, std::int64_t numPartitions) {
   Unit unit{.stage = number, .numPartitions = numPartitions};
-  while (std::ssize(merge.partitionRows()) < numPartitions) {
-    const std::int64_t end = std::ssize(merge.partitionRows()) + units.window();
-    for (; unit.partition < std::min(numPartitions, end); ++unit.partition) {
+  std::int64_t end = numPartitions;  // partitions after one that failed aren't needed
+  while (std::ssize(merge.partitionRows()) < end) {
+    const std::int64_t last = std::ssize(merge.partitionRows()) + units.window();
+    for (; unit.partition < std::min(end, last); ++unit.partition) {
       units.submit(unit.toBytes());
     }
-    if (auto failure = merge.add(*units.next())) {
+    UnitResult result = *units.next();
+    if (result.failure) {
+      end = result.partition + 1;
+      units.cancelAfter(result.partition);
+    }
+    if (auto failure = merge.add(std::move(result))) {
       return failure;
     }
   }

@@ -9,11 +9,13 @@
 
 namespace kv::runtime {
 
-/// The service for stages of `numPartitions` partitions that may use `threads` threads.
-std::unique_ptr<UnitService> makeUnitService(int threads, std::int64_t numPartitions);
+/// The service for a stage of `numPartitions` partitions that may use `threads` threads; fewer are
+/// used where the system refuses more.
+std::unique_ptr<UnitService> makeUnitService(int threads, std::int64_t numPartitions,
+                                             const StageScope& scope);
 
-/// Runs the units of the stage that the service has begun, one for each partition, and merges their
-/// results; then, if a function of the stage was called for no row at all, the unit without rows.
+/// Runs the units of the service's stage, one for each partition, and merges their results; then,
+/// if a function of the stage was called for no row at all, the unit without rows.
 ///
 /// `number`: of the stage in its evaluation.
 /// Result: the failure of the lowest partition that failed, whichever came first; none if all ran.

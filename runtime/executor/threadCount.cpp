@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "kv/errors/StepError.h"
+#include "kv/runtime/threads.h"
 
 namespace kv::runtime {
 

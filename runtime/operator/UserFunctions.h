@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
@@ -43,6 +44,9 @@ class UserFunctions {
   /// What `reduce` returned as partial results again.
   /// Errors: "KALVEX:array:NotAColumn" with the shape and class of what is no array.
   virtual std::vector<Chunk> partialsOf(std::size_t step, const ReducedValues& reduced) = 0;
+
+  /// Drops what is kept between the calls for a partition, whose unit has ended.
+  virtual void endPartition(std::int64_t /*partition*/) {}
 };
 
 }  // namespace kv::runtime

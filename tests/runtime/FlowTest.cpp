@@ -12,6 +12,7 @@
 #include "engine/runUnit.h"
 #include "kv/runtime/csv.h"
 #include "operator/AlignedRows.h"
+#include "runtime/NoFunctions.h"
 #include "runtime/RuntimeSession.h"
 #include "runtime/makeColumn.h"
 #include "runtime/readAll.h"
@@ -244,15 +245,6 @@ class Head final : public Operator {
   };
 
   std::int64_t rows_;
-};
-
-class NoFunctions final : public UserFunctions {
- public:
-  MOCK_METHOD(std::vector<Chunk>, call,
-              (std::size_t, const Chunk&, std::span<const FunctionInput>, OutputTypes&),
-              (override));
-  MOCK_METHOD(ReducedValues, reduce, (std::size_t, std::span<const Chunk>), (override));
-  MOCK_METHOD(std::vector<Chunk>, partialsOf, (std::size_t, const ReducedValues&), (override));
 };
 
 TEST_F(Flow, ReadingStopsWhenNoStepWantsMore) {

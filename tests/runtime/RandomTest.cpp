@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "random/Philox.h"
 #include "runtime/RuntimeSession.h"
 
@@ -103,6 +105,21 @@ TEST_F(Random, EachPartitionDrawsFromItsOwnStreamAndTheSessionsStaysAsItWas) {
   EXPECT_TRUE(kxIsSameValue(host::call("RandStream.getGlobalStream").get(), global.get()));
 
   EXPECT_EQ(gather(noisy(drawn, factory)), expected) << "evaluated at once";
+}
+
+TEST_F(Random, TheStreamOfAPartitionEndsWithIt) {
+  setThreads(1);
+  const Value t = table({"x\n1\n", "x\n2\n", "x\n3\n", "x\n4\n", "x\n5\n", "x\n6\n"});
+  const Value global = host::call("RandStream.getGlobalStream");
+  const std::size_t others = session.liveObjects("RandStream");
+  std::size_t most = 0;
+  const Value counting = host::makeFunctionHandle("counting", [&](const host::Call& call) {
+    most = std::max(most, session.liveObjects("RandStream") - others);
+    call.out(0, matrix::sharedCopy(call.in(0)));
+  });
+  const Value options = optionsWith(factoryOf(1));
+  gather(host::call("elementfun", {options.get(), counting.get(), column(t, "x").get()}));
+  EXPECT_EQ(most, 1u);
 }
 
 TEST_F(Random, AUsersProcessorFactoryDrawsFromItsPartitionsStream) {

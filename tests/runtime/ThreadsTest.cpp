@@ -1,12 +1,22 @@
 #include <gmock/gmock.h>
+#include <pthread.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
+#include <functional>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "column/pool.h"
+#include "executor/runStage.h"
 #include "executor/threadCount.h"
 #include "kv/errors/StepError.h"
+#include "operator/operators.h"
+#include "runtime/NoFunctions.h"
 #include "runtime/RuntimeSession.h"
 
 namespace kv::runtime::test {
@@ -114,6 +124,123 @@ TEST_F(Threads, AnInterruptInACallEndsAllOfThem) {
   EXPECT_THROW(gather(aggregate("sum", map(interrupting, x))), Interrupted);
   EXPECT_EQ(calls, 1);
   EXPECT_THAT(gather(aggregate("count", x)), ElementsAre(168'006));
+}
+
+/// A source of partitions of one row; a test decides when each can be opened.
+class PacedSource final : public Datastore {
+ public:
+  using Open = std::function<void(std::int64_t partition, const CancellationToken& cancellation)>;
+
+  PacedSource(std::int64_t numPartitions, Open open)
+      : numPartitions_(numPartitions), open_(std::move(open)) {}
+
+  const Schema& schema() const override { return schema_; }
+  std::int64_t numPartitions() const override { return numPartitions_; }
+  std::unique_ptr<ChunkReader> openPartition(std::int64_t partition,
+                                             const std::vector<std::string>& /*columns*/,
+                                             const CancellationToken& cancellation) const override {
+    open_(partition, cancellation);
+    return std::make_unique<Row>(partition);
+  }
+  Chunk preview(std::int64_t /*rows*/) const override { return {}; }
+  std::unique_ptr<Datastore> copy() const override {
+    return std::make_unique<PacedSource>(numPartitions_, open_);
+  }
+  const std::string& fingerprint() const override { return fingerprint_; }
+  std::string describe() const override { throw std::logic_error("in this process only"); }
+  std::string displayName() const override { return fingerprint_; }
+
+ private:
+  class Row final : public ChunkReader {
+   public:
+    explicit Row(std::int64_t partition) : partition_(partition) {}
+    std::optional<Chunk> next() override {
+      const bool isFirst = std::exchange(left_, 0) > 0;
+      return isFirst ? std::optional(Chunk{partition_, RowOrdinals(0, 1), nullptr, {}})
+                     : std::nullopt;
+    }
+
+   private:
+    std::int64_t partition_;
+    int left_ = 1;
+  };
+
+  std::int64_t numPartitions_;
+  Open open_;
+  Schema schema_;
+  std::string fingerprint_ = "paced";
+};
+
+/// The failure with which the units of such a source end, on some threads.
+std::optional<errors::FailureRecord> runUnits(int threads, std::int64_t numPartitions,
+                                              PacedSource::Open open) {
+  const auto source = std::make_shared<PacedSource>(numPartitions, std::move(open));
+  const Stage stage({{makeRead(source)}, {makeCollect(), {{.index = 0}}}}, {1});
+  NoFunctions functions;
+  const CancellationToken never;
+  const ExecutionContext context{currentPool(), never};
+  OrderedMerge merge(stage, functions);
+  const auto units = makeUnitService(threads, numPartitions, {stage, functions, context});
+  return runStage(*units, merge, 0, numPartitions);
+}
+
+/// Waits for a condition, which comes within a minute on any machine.
+template <class Condition>
+bool comes(Condition&& condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (!condition() && std::chrono::steady_clock::now() < end) {
+    std::this_thread::yield();
+  }
+  return condition();
+}
+
+TEST(Units, RunAtMostFourPerThreadAheadOfTheMerge) {
+  std::atomic<int> opened = 0;
+  const auto failure = runUnits(2, 40, [&](std::int64_t partition, const CancellationToken&) {
+    ++opened;
+    if (partition == 0) {
+      EXPECT_TRUE(comes([&] { return opened == 8; }));
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      EXPECT_EQ(opened, 8);
+    }
+  });
+  EXPECT_FALSE(failure);
+  EXPECT_EQ(opened, 40);
+}
+
+TEST(Units, AfterOneThatFailedAreCancelledAndThoseBeforeItFinish) {
+  std::atomic<int> opened = 0;
+  std::atomic<bool> isCancelled = false;
+  const auto failure = runUnits(4, 40, [&](std::int64_t partition, const CancellationToken& token) {
+    ++opened;
+    EXPECT_TRUE(comes([&] { return opened >= 4; }));
+    if (partition == 1) {
+      throw std::runtime_error("one");
+    }
+    if (partition == 0) {
+      EXPECT_TRUE(comes([&] { return isCancelled.load(); })) << "before partition 0 has ended";
+      throw std::runtime_error("zero");
+    }
+    EXPECT_TRUE(comes([&] { return token.isCancelled(); }));
+    isCancelled = true;
+    token.throwIfCancelled();
+  });
+  ASSERT_TRUE(failure);
+  EXPECT_EQ(failure->error.message, "zero");
+  EXPECT_LE(opened, 5) << "one may begin before the client knows of the failure";
+}
+
+TEST(Units, RunOnTheCallingThreadWhereTheSystemStartsNone) {
+  pthread_attr_t before;
+  pthread_getattr_default_np(&before);
+  pthread_attr_t beyondMemory = before;
+  pthread_attr_setstacksize(&beyondMemory, std::size_t{1} << 56);
+  pthread_setattr_default_np(&beyondMemory);
+  int opened = 0;
+  const auto failure = runUnits(8, 40, [&](std::int64_t, const CancellationToken&) { ++opened; });
+  pthread_setattr_default_np(&before);
+  EXPECT_FALSE(failure);
+  EXPECT_EQ(opened, 40);
 }
 
 TEST_F(Threads, AreCountedInWholeNumbers) {

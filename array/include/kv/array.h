@@ -198,7 +198,7 @@ class Session {
   /// The largest seed of random numbers: a double holds all up to it exactly, and the next.
   static constexpr std::uint64_t kMaxSeed = (std::uint64_t{1} << 53) - 1;
 
-  static constexpr int kMaxThreads = 1024;
+  static const int kMaxThreads;
 
   Session();
   ~Session();
@@ -231,7 +231,7 @@ class Session {
   /// Sets how many threads evaluations of this session may use; 1 is the calling thread alone, 0
   /// the default: the environment variable KV_THREADS or, without it, as many as the process may
   /// use. No answer depends on it, to the bit.
-  /// Errors: Error "KALVEX:executor:Threads" with the number unless it is from 0 to 1024.
+  /// Errors: Error "KALVEX:executor:Threads" with the number unless it is from 0 to kMaxThreads.
   void setThreads(int threads, Where where = Where::current());
 
   /// Evaluates several arrays in as few passes as their dependencies allow.
