@@ -82,6 +82,7 @@ FLOORS = {
     ),
     **rooms_of_runtime(),
     "array/include": Floor("array/include", ("array/include",)),
+    "array/formula": Floor("array/formula", ("array",), ("array/include",), ("fmt",)),
     "array": Floor(
         "array",
         ("array/src",),
@@ -91,10 +92,12 @@ FLOORS = {
     "python/src": Floor(
         "python/src",
         ("python/src",),
-        ("runtime/include", "host/include"),
+        ("array/include", "array/formula", "runtime/include", "host/include"),
         ("arrow", "nanobind", "Python.h"),
     ),
-    "tools/kvbig": Floor("tools/kvbig", ("tools/kvbig",), ("array/include",), ("CLI", "fmt")),
+    "tools/kvbig": Floor(
+        "tools/kvbig", ("tools/kvbig",), ("array/include", "array/formula"), ("CLI", "fmt")
+    ),
     "examples": Floor("examples", ("examples",), ("array/include",)),
 }
 

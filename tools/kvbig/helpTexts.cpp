@@ -5,7 +5,7 @@
 
 #include <string_view>
 
-#include "recordFormula.h"
+#include "formula/recordFormula.h"
 
 namespace kv::shell {
 

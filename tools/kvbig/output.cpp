@@ -110,6 +110,11 @@ std::string typeOption(std::string_view column, std::string_view type) {
   return fmt::format("--type '{}={}'", quoted, type);
 }
 
+std::string typeAdvice(std::string_view column, std::string_view type) {
+  return column.size() <= kLongestAdvised ? typeOption(column, type)
+                                          : fmt::format("--type with its name and \"={}\"", type);
+}
+
 std::size_t displayWidth(std::string_view text) {
   const auto startsCharacter = [](char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;

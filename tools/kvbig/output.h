@@ -36,4 +36,7 @@ inline constexpr std::size_t kLongestAdvised = 80;
 /// The option that sets a column's type, as it is typed in a shell: `--type 'x=int64'`.
 std::string typeOption(std::string_view column, std::string_view type);
 
+/// The same for any name; a name that is too long to repeat is described.
+std::string typeAdvice(std::string_view column, std::string_view type);
+
 }  // namespace kv::shell

@@ -20,10 +20,10 @@
 #include "formula/FormulaError.h"
 #include "formula/checkFormula.h"
 #include "formula/parseFormula.h"
+#include "formula/recordFormula.h"
 #include "graphAsDot.h"
 #include "interrupts.h"
 #include "output.h"
-#include "recordFormula.h"
 #include "results.h"
 
 namespace kv::shell {
@@ -136,12 +136,12 @@ std::uint64_t seedOf(const QueryRequest& request) {
 
 std::vector<Array> record(Session& session, Table table, const Query& query) {
   if (query.where) {
-    table = keepRows(session, table, *query.where, kWhereSource);
+    table = keepRows(session, table, *query.where, kWhereSource, typeAdvice);
   }
   std::vector<Array> arrays;
   for (std::size_t i = 0; i < query.formulas.size(); ++i) {
     const Formula& formula = query.formulas[i];
-    arrays.push_back(recordFormula(session, table, formula, sourceOf(query, i)));
+    arrays.push_back(recordFormula(session, table, formula, sourceOf(query, i), typeAdvice));
   }
   return arrays;
 }

@@ -2,7 +2,7 @@
 // The position of each step is recorded as the user's line, so that errors, also those of a later
 // evaluation, can mark the part of the formula that caused them.
 
-#include "recordFormula.h"
+#include "formula/recordFormula.h"
 
 #include <fmt/format.h>
 #include <kv/userPlace.h>
@@ -18,7 +18,6 @@
 #include "formula/FormulaError.h"
 #include "formula/tokens.h"
 #include "formula/utf8.h"
-#include "output.h"
 
 namespace kv::shell {
 
@@ -33,8 +32,9 @@ StackFrame placeOf(const Step& step, const std::string& source) {
 /// Processes the steps of a formula; results that haven't been used yet are on a stack.
 class Recorder {
  public:
-  Recorder(Session& session, const Table& table, const Formula& formula, const std::string& source)
-      : session_(session), table_(table), formula_(formula), source_(source) {
+  Recorder(Session& session, const Table& table, const Formula& formula, const std::string& source,
+           TypeAdvice advice)
+      : session_(session), table_(table), formula_(formula), source_(source), advice_(advice) {
     for (const FunctionFacts& facts : aggregates()) {
       aggregates_.push_back(facts.name);
     }
@@ -110,7 +110,7 @@ class Recorder {
 
   /// A column is text as soon as one field of the first block isn't a number, and is read as
   /// numbers if it has no values at all.
-  static std::string adviceOnTypes(const std::string& function, const std::vector<Part>& inputs) {
+  std::string adviceOnTypes(const std::string& function, const std::vector<Part>& inputs) const {
     std::string advice;
     bool hasText = false;
     for (const Part& input : inputs) {
@@ -133,13 +133,10 @@ class Recorder {
     return advice.substr(0, advice.find_last_not_of('\n') + 1);
   }
 
-  static std::string adviceOnColumn(const std::string& column, std::string_view held,
-                                    std::string_view meant, std::string_view type) {
-    const std::string advice = column.size() <= kLongestAdvised
-                                   ? typeOption(column, type)
-                                   : fmt::format("--type with its name and \"={}\"", type);
+  std::string adviceOnColumn(const std::string& column, std::string_view held,
+                             std::string_view meant, std::string_view type) const {
     return fmt::format("{} is a column of {}. To read it as {}: {}.\n",
-                       shortened(columnAsWritten(column)), held, meant, advice);
+                       shortened(columnAsWritten(column)), held, meant, advice_(column, type));
   }
 
   /// Comparisons do, and so does the choice between values.
@@ -168,6 +165,7 @@ class Recorder {
   const Table& table_;
   const Formula& formula_;
   const std::string& source_;
+  TypeAdvice advice_;
   std::vector<std::string> aggregates_;
   std::vector<Part> stack_;
 };
@@ -192,13 +190,13 @@ Vocabulary arrayVocabulary() {
 }
 
 Array recordFormula(Session& session, const Table& table, const Formula& formula,
-                    const std::string& source) {
-  return Recorder(session, table, formula, source).run();
+                    const std::string& source, TypeAdvice advice) {
+  return Recorder(session, table, formula, source, advice).run();
 }
 
 Table keepRows(Session& session, const Table& table, const Formula& condition,
-               const std::string& source) {
-  const Array keep = recordFormula(session, table, condition, source);
+               const std::string& source, TypeAdvice advice) {
+  const Array keep = recordFormula(session, table, condition, source, advice);
   const Step& last = condition.steps.back();
   if (keep.type() != "logical") {
     throw FormulaError(condition.text, last.place,
