@@ -82,7 +82,7 @@ std::string AggregatePartial::toBytes() const {
 AggregatePartial AggregatePartial::fromBytes(std::string_view bytes) {
   checkHead(bytes);
   AggregatePartial partial;
-  partial.kind = static_cast<AggregateKind>(boundedByte(bytes, 1, AggregateKind::All));
+  partial.kind = static_cast<AggregateKind>(boundedByte(bytes, 1, AggregateKind::VarP));
   partial.rule = static_cast<MissingRule>(boundedByte(bytes, 2, MissingRule::Propagate));
   if (byteAt(bytes, 3) != kNoType) {
     partial.type = static_cast<ElementType>(boundedByte(bytes, 3, ElementType::String));

@@ -11,8 +11,8 @@
 namespace kv::runtime {
 
 std::span<const AggregateFunction> aggregateFunctions() {
-  static const AggregateFunction table[] = {kSum, kMean, kMin, kMax, kCount,
-                                            kStd, kVar,  kAny, kAll};
+  static const AggregateFunction table[] = {kSum, kMean, kMin, kMax,  kCount, kStd,
+                                            kVar, kAny,  kAll, kStdP, kVarP};
   return table;
 }
 

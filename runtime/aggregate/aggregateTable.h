@@ -17,6 +17,8 @@ extern const AggregateFunction kStd;    // variance.cpp
 extern const AggregateFunction kVar;    // variance.cpp
 extern const AggregateFunction kAny;    // truth.cpp
 extern const AggregateFunction kAll;    // truth.cpp
+extern const AggregateFunction kStdP;   // variance.cpp
+extern const AggregateFunction kVarP;   // variance.cpp
 
 const AggregateFunction& aggregateFunction(AggregateKind kind);
 

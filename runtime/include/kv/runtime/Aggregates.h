@@ -34,7 +34,19 @@ namespace kv::runtime {
 inline constexpr std::int64_t kReductionBlock = 4096;
 inline constexpr std::int64_t kReductionLanes = 8;
 
-enum class AggregateKind : std::uint8_t { Sum, Mean, Min, Max, Count, Std, Var, Any, All };
+enum class AggregateKind : std::uint8_t {
+  Sum,
+  Mean,
+  Min,
+  Max,
+  Count,
+  Std,
+  Var,
+  Any,
+  All,
+  StdP,
+  VarP
+};
 
 /// How a missing value (NaN, or a missing text) affects the result.
 enum class MissingRule : std::uint8_t {
@@ -44,9 +56,10 @@ enum class MissingRule : std::uint8_t {
 
 /// The contribution of one partition to a result: a plain value that can be sent elsewhere.
 ///
-/// `words` by kind: sum and mean of floating values {sum, its rounding error} and std and var
-/// {mean, sum of squared deviations} as bits of doubles; sum and mean of integers a 128-bit sum,
-/// low half first; min and max the extreme, widened to 64 bits; any and all {number of true}.
+/// `words` by kind: sum and mean of floating values {sum, its rounding error} and std and var, also
+/// stdp and varp, {mean, sum of squared deviations} as bits of doubles; sum and mean of integers a
+/// 128-bit sum, low half first; min and max the extreme, widened to 64 bits; any and all {number of
+/// true}.
 struct AggregatePartial {
   AggregateKind kind = AggregateKind::Count;
   MissingRule rule = MissingRule::Skip;
@@ -93,10 +106,9 @@ const AggregateFunction* findAggregateFunction(std::string_view name);
 /// The type of the result for a column of type `input`.
 ///
 /// For `sum`, as in NumPy: int64 for logicals and signed integers, uint64 for unsigned ones,
-/// otherwise the type of the input. For `mean`, `std` and `var`: single for single, otherwise
-/// double. For `min` and `max`: the type of the input. For `count`: int64. For `any` and `all`:
-/// logical.
-/// Errors: "KALVEX:function:BadTypes" if the aggregate isn't defined for the type:
+/// otherwise the type of the input. For `mean`, `std`, `var`, `stdp` and `varp`: single for single,
+/// otherwise double. For `min` and `max`: the type of the input. For `count`: int64. For `any` and
+/// `all`: logical. Errors: "KALVEX:function:BadTypes" if the aggregate isn't defined for the type:
 ///         texts have only `count`, `min` and `max`; `any` and `all` are for logicals.
 ElementType aggregateType(AggregateKind kind, ElementType input);
 
@@ -130,7 +142,7 @@ class AggregateState {
 ///
 /// Result: a column of one row, of the type that `aggregateType` gives. For no values, `sum` and
 ///         `count` are 0, `any` is false, `all` is true, and the others are missing; for one value,
-///         `std` and `var` (both with n - 1) are missing.
+///         `std` and `var` (both with n - 1) are missing, and `stdp` and `varp` (with n) are 0.
 /// Errors: "KALVEX:function:Overflow" with function, sum and type if a sum of integers doesn't fit
 ///         its type; "KALVEX:function:BadTypes" if partitions are of different types;
 ///         "KALVEX:function:BadPartial" if one is of another kind or rule.
