@@ -20,6 +20,14 @@ TableColumns::TableColumns(std::vector<std::string> columnNames,
 
 const std::vector<std::string>& Table::columns() const { return handle_->columns->names; }
 
+std::vector<std::string> Table::columnTypes() const {
+  std::vector<std::string> types;
+  for (const runtime::ElementType type : handle_->columns->types) {
+    types.emplace_back(runtime::elementTypeName(type));
+  }
+  return types;
+}
+
 Array Table::column(std::string_view name, Where where) const {
   const TableColumns& all = *handle_->columns;
   const auto line = [&] {  // made when it is needed: it allocates
@@ -42,7 +50,8 @@ Array Table::column(std::string_view name, Where where) const {
     inputs.give(host::makeChars(name));
     inputs.give(host::makeLogical(true));  // the content of the variable, not a table of it
     inputs.lend(handle_->value);
-    return makeArray(session, host::call("subsrefTabularVar", inputs.list()), type);
+    return makeArray(session, host::call("subsrefTabularVar", inputs.list()), type,
+                     RowTraits{.isColumn = true});
   });
 }
 

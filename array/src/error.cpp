@@ -17,6 +17,30 @@ Error::Error(std::string identifier, const std::string& message, std::vector<std
 
 Error::~Error() = default;
 
+ErrorBase errorBase(std::string_view identifier) noexcept {
+  const errors::ErrorRow* row = errors::findErrorRow(identifier);
+  if (row == nullptr) {
+    return ErrorBase::Runtime;
+  }
+  switch (row->base) {
+    case errors::BaseType::Value:
+      return ErrorBase::Value;
+    case errors::BaseType::Type:
+      return ErrorBase::Type;
+    case errors::BaseType::Key:
+      return ErrorBase::Key;
+    case errors::BaseType::Index:
+      return ErrorBase::Index;
+    case errors::BaseType::Memory:
+      return ErrorBase::Memory;
+    case errors::BaseType::System:
+      return ErrorBase::System;
+    case errors::BaseType::Runtime:
+      break;
+  }
+  return ErrorBase::Runtime;
+}
+
 void raiseError(std::string_view identifier, std::vector<std::string> arguments,
                 std::vector<StackFrame> stack) {
   assert(errors::fitsRow(identifier, arguments.size()));

@@ -1,7 +1,8 @@
+#include "evaluation.h"
+
 #include <cstdint>
 #include <utility>
 
-#include "handles.h"
 #include "hostValues.h"
 
 namespace kv {
@@ -16,6 +17,23 @@ CallInputs asInputs(std::span<const Array> arrays) {
   return inputs;
 }
 
+Gathered gatherIn(Session::Impl& session, std::span<const Array> arrays, const Where& where) {
+  return publicCall(session, where, [&] {
+    Gathered gathered;
+    for (const host::Value& output : gatherValues(arrays)) {
+      gathered.values.push_back(toValue(output.get()));
+    }
+    gathered.facts = lastFacts();
+    return gathered;
+  });
+}
+
+}  // namespace
+
+std::vector<host::Value> gatherValues(std::span<const Array> arrays) {
+  return host::callMany("gather", static_cast<int>(arrays.size()), asInputs(arrays).list());
+}
+
 Facts lastFacts() {
   const host::Value facts = host::call("kv.lastEvaluation");
   const auto field = [&](std::string_view name) {
@@ -25,26 +43,11 @@ Facts lastFacts() {
           field("seconds"), static_cast<std::int64_t>(field("peakBytes"))};
 }
 
-Gathered gatherIn(Session::Impl& session, std::span<const Array> arrays, const Where& where) {
-  return publicCall(session, where, [&] {
-    const auto outputs =
-        host::callMany("gather", static_cast<int>(arrays.size()), asInputs(arrays).list());
-    Gathered gathered;
-    for (const host::Value& output : outputs) {
-      gathered.values.push_back(toValue(output.get()));
-    }
-    gathered.facts = lastFacts();
-    return gathered;
-  });
-}
-
 void requireOwn(const Session::Impl& session, std::span<const Array> arrays) {
   if (sessionOf(arrays).get() != &session) {
     raiseTwoSessions();
   }
 }
-
-}  // namespace
 
 Gathered Session::gather(std::span<const Array> arrays, Where where) {
   if (arrays.empty()) {

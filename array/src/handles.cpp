@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "kv/errors/shownText.h"
 #include "kv/runtime/Column.h"
 #include "kv/runtime/constants.h"
 
@@ -25,16 +26,26 @@ struct ToOperand {
 
 runtime::Operand operandOf(const Operand& input) { return std::visit(ToOperand(), input.value()); }
 
-Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value, ElementType type) {
+RowTraits traitsOf(std::span<const Array> inputs) {
+  RowTraits traits{.isScalar = true, .isColumn = false};
+  for (const Array& input : inputs) {
+    traits.isScalar = traits.isScalar && input.isScalar();
+    traits.isColumn = traits.isColumn || input.isColumn();
+  }
+  return traits;
+}
+
+Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value, ElementType type,
+                RowTraits traits) {
   return Array(
-      std::make_shared<const Array::Handle>(session, std::move(value), type, std::nullopt));
+      std::make_shared<const Array::Handle>(session, std::move(value), type, std::nullopt, traits));
 }
 
 Array makeConstant(const std::weak_ptr<Session::Impl>& session, const runtime::Operand& constant) {
   const host::Value value = runtime::recordedValue(constant);
   return Array(std::make_shared<const Array::Handle>(
       session, host::call("createFromConstantBuiltin", {value.get()}), constant.column.type(),
-      constant));
+      constant, RowTraits{.isScalar = true}));
 }
 
 std::shared_ptr<Session::Impl> sessionOf(std::span<const Array> arrays) {
@@ -52,6 +63,18 @@ std::shared_ptr<Session::Impl> sessionOf(std::span<const Array> arrays) {
 
 void raiseTwoSessions() { raiseError("KALVEX:array:TwoSessions"); }
 
+ElementType requireType(std::string_view name) {
+  const auto type = runtime::elementTypeNamed(name);
+  if (!type) {
+    std::vector<std::string> names;
+    for (const ElementType each : runtime::allElementTypes()) {
+      names.emplace_back(runtime::elementTypeName(each));
+    }
+    raiseError("KALVEX:array:UnknownType", {std::string(name), errors::shownNames(names)});
+  }
+  return *type;
+}
+
 void requireLogical(const Array& keep) {
   if (keep.handle().type == ElementType::Logical) {
     return;
@@ -60,5 +83,9 @@ void requireLogical(const Array& keep) {
 }
 
 std::string_view Array::type() const { return runtime::elementTypeName(handle_->type); }
+
+bool Array::isScalar() const { return handle_->traits.isScalar; }
+
+bool Array::isColumn() const { return handle_->traits.isColumn; }
 
 }  // namespace kv

@@ -15,6 +15,15 @@
 
 namespace kv {
 
+/// What is known of an array's rows when it is recorded.
+struct RowTraits {
+  bool isScalar = false;
+  bool isColumn = false;
+};
+
+/// Those of what is computed row by row from `inputs`.
+RowTraits traitsOf(std::span<const Array> inputs);
+
 /// Holds its host object strongly. The host can release it from whichever thread drops it.
 struct Array::Handle {
   std::weak_ptr<Session::Impl> session;
@@ -24,6 +33,7 @@ struct Array::Handle {
   runtime::ElementType type;
   /// A weak scalar, if the array is a constant that the user wrote.
   std::optional<runtime::Operand> constant;
+  RowTraits traits{};
 };
 
 /// The columns of a table, shared by all arrays that are made from it.
@@ -44,7 +54,7 @@ struct Table::Handle {
 };
 
 Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value,
-                runtime::ElementType type);
+                runtime::ElementType type, RowTraits traits);
 
 /// An array that holds the constant, a weak scalar.
 Array makeConstant(const std::weak_ptr<Session::Impl>& session, const runtime::Operand& constant);
@@ -72,6 +82,9 @@ class CallInputs {
 std::shared_ptr<Session::Impl> sessionOf(std::span<const Array> arrays);
 
 [[noreturn]] void raiseTwoSessions();
+
+/// The type of that name. Errors: "KALVEX:array:UnknownType".
+runtime::ElementType requireType(std::string_view name);
 
 /// Errors: "KALVEX:array:NotLogical".
 void requireLogical(const Array& keep);

@@ -48,19 +48,19 @@ Value::Texts textsOf(const kxArray* column) {
   return texts;
 }
 
-[[noreturn]] void refuse(const kxArray* value) {
-  raiseError("KALVEX:array:NotAColumn",
-             {fmt::format("{}x{}", kxGetM(value), kxGetN(value)), kxGetClassName(value)});
-}
-
 /// Refuses an array of several columns.
 void requireColumn(const kxArray* value) {
   if (kxGetN(value) != 1 && !kxIsEmpty(value)) {
-    refuse(value);
+    raiseNotAColumn(value);
   }
 }
 
 }  // namespace
+
+void raiseNotAColumn(const kxArray* value) {
+  raiseError("KALVEX:array:NotAColumn",
+             {fmt::format("{}x{}", kxGetM(value), kxGetN(value)), kxGetClassName(value)});
+}
 
 Value toValue(const kxArray* column) {
   requireColumn(column);
@@ -77,7 +77,7 @@ Value toValue(const kxArray* column) {
   if (isNumeric) {
     return Value(std::move(data));
   }
-  refuse(column);
+  raiseNotAColumn(column);
 }
 
 std::span<const double> numbersOf(const kxArray* column, std::vector<double>& store) {

@@ -14,6 +14,9 @@ namespace kv {
 /// numbers, logicals or texts.
 Value toValue(const kxArray* column);
 
+/// Raises "KALVEX:array:NotAColumn" with dimensions and class of `value`.
+[[noreturn]] void raiseNotAColumn(const kxArray* value);
+
 /// The numbers of a numeric or logical column of the host: in place if it is double, otherwise
 /// copied to `store`.
 /// Errors: Error "KALVEX:array:NotAColumn" for an array of several columns,

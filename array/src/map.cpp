@@ -112,7 +112,8 @@ Array map(std::string name, BlockFunction function, std::span<const Array> input
     for (const Array& input : inputs) {
       call.lend(input.handle().value);
     }
-    return makeArray(session, host::call("elementfun", call.list()), runtime::ElementType::Double);
+    return makeArray(session, host::call("elementfun", call.list()), runtime::ElementType::Double,
+                     traitsOf(inputs));
   });
 }
 

@@ -58,7 +58,8 @@ Array apply(std::string_view function, std::span<const Operand> inputs, Where wh
   if (row == nullptr) {
     raiseUnknownFunction("element function", function);
   }
-  const auto session = translated([&] { return sessionOf(arraysAmong(inputs)); });
+  const std::vector<Array> arrays = translated([&] { return arraysAmong(inputs); });
+  const auto session = sessionOf(arrays);
   return publicCall(*session, where, [&] {
     std::vector<runtime::Operand> operands;
     for (const Operand& input : inputs) {
@@ -78,7 +79,7 @@ Array apply(std::string_view function, std::span<const Operand> inputs, Where wh
         call.lend(std::get<Array>(inputs[i].value()).handle().value);
       }
     }
-    return makeArray(session, host::call("elementfun", call.list()), type);
+    return makeArray(session, host::call("elementfun", call.list()), type, traitsOf(arrays));
   });
 }
 
@@ -95,7 +96,8 @@ Array aggregate(std::string_view name, const Array& input, Missing missing, Wher
     const auto handle = host::makeFunctionHandle(runtime::aggregateFunctionName(name, rule));
     auto result =
         host::call("aggregatefun", {handle.get(), handle.get(), input.handle().value.get()});
-    return makeArray(session, std::move(result), type);
+    return makeArray(session, std::move(result), type,
+                     RowTraits{.isScalar = true, .isColumn = input.isColumn()});
   });
 }
 
@@ -104,7 +106,8 @@ Array filter(const Array& input, const Array& keep, Where where) {
   const auto session = sessionOf(std::array{input, keep});
   return publicCall(*session, where, [&] {
     auto rows = host::call("filterslices", {keep.handle().value.get(), input.handle().value.get()});
-    return makeArray(session, std::move(rows), input.handle().type);
+    return makeArray(session, std::move(rows), input.handle().type,
+                     RowTraits{.isColumn = input.isColumn()});
   });
 }
 

@@ -82,6 +82,8 @@ const Error kOutOfMemory("KALVEX:OutOfMemory", errors::formatMessage("KALVEX:Out
     throw Error(error.id(), error.what(), error.arguments());
   } catch (const runtime::Interrupted&) {
     throw Interrupted();
+  } catch (const host::PassThrough&) {
+    throw;  // of the front end's own
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const std::exception& error) {

@@ -37,7 +37,8 @@ Array Table::rand(Where where) const {
     call.give(randomOptions());
     call.give(host::makeFunctionHandle(runtime::kRandomRowsFunction));
     call.lend(counted.handle().value);
-    return makeArray(session, host::call("elementfun", call.list()), ElementType::Double);
+    return makeArray(session, host::call("elementfun", call.list()), ElementType::Double,
+                     RowTraits{.isColumn = true});
   });
 }
 

@@ -23,6 +23,8 @@ using runtime::ElementType;
 constexpr std::string_view kNames = "Names";
 constexpr std::string_view kTypes = "Types";
 constexpr std::string_view kAreWeak = "AreWeak";  ///< constants that the user wrote
+constexpr std::string_view kAreScalars = "AreScalars";
+constexpr std::string_view kAreColumns = "AreColumns";
 constexpr std::string_view kArrays = "Arrays";
 
 constexpr kcos::NameRef kArrayClass = "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray";
@@ -36,12 +38,13 @@ void requireDistinctNames(std::span<const NamedArray> arrays) {
   }
 }
 
-host::Value logicalColumn(std::span<const NamedArray> arrays) {
+template <class Property>
+host::Value logicalColumn(std::span<const NamedArray> arrays, Property&& property) {
   const std::size_t dimensions[] = {arrays.size(), 1};
   host::Value column = matrix::from_kalvex(kxCreateNumericArray(dimensions, kxLOGICAL_CLASS));
   auto* flags = static_cast<bool*>(kxGetMutableData(column.get()));
   for (const NamedArray& named : arrays) {
-    *flags++ = named.array.handle().constant.has_value();
+    *flags++ = property(named.array);
   }
   return column;
 }
@@ -54,14 +57,18 @@ host::Value recordOf(std::span<const NamedArray> arrays) {
     types.emplace_back(named.array.type());
     values.push_back(matrix::sharedCopy(named.array.handle().value.get()));
   }
-  constexpr std::string_view kFields[] = {kNames, kTypes, kAreWeak, kArrays};
+  constexpr std::string_view kFields[] = {kNames,      kTypes,      kAreWeak,
+                                          kAreScalars, kAreColumns, kArrays};
   host::Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, kFields));
   const auto set = [&](std::string_view field, host::Value value) {
     kxSetField(record.get(), 0, field, value.release());
   };
   set(kNames, host::makeStringColumn(names));
   set(kTypes, host::makeStringColumn(types));
-  set(kAreWeak, logicalColumn(arrays));
+  const auto isWeak = [](const Array& array) { return array.handle().constant.has_value(); };
+  set(kAreWeak, logicalColumn(arrays, isWeak));
+  set(kAreScalars, logicalColumn(arrays, [](const Array& array) { return array.isScalar(); }));
+  set(kAreColumns, logicalColumn(arrays, [](const Array& array) { return array.isColumn(); }));
   set(kArrays, host::makeCell(std::move(values)));
   return record;
 }
@@ -95,6 +102,8 @@ class Record {
     const auto names = textsIn(kNames);
     const auto types = textsIn(kTypes);
     const bool* areWeak = kxGetLogicals(sized(kAreWeak, kxLOGICAL_CLASS));
+    const bool* areScalars = flagsIn(kAreScalars);
+    const bool* areColumns = flagsIn(kAreColumns);
     const kxArray* values = sized(kArrays, kxCELL_CLASS);
     std::vector<NamedArray> arrays;
     for (std::size_t i = 0; i < count_; ++i) {
@@ -104,9 +113,11 @@ class Record {
       if (!isArray || !type) {
         raiseNotArrays(path_);
       }
-      arrays.push_back({names[i], areWeak[i]
-                                      ? constantIn(session, value, path_)
-                                      : makeArray(session, matrix::sharedCopy(value), *type)});
+      const RowTraits traits{.isScalar = areScalars != nullptr && areScalars[i],
+                             .isColumn = areColumns != nullptr && areColumns[i]};
+      arrays.push_back(
+          {names[i], areWeak[i] ? constantIn(session, value, path_)
+                                : makeArray(session, matrix::sharedCopy(value), *type, traits)});
     }
     requireDistinctNames(arrays);
     return arrays;
@@ -126,6 +137,11 @@ class Record {
       raiseNotArrays(path_);
     }
     return found;
+  }
+  /// Null if the file was written by a release without this field.
+  const bool* flagsIn(std::string_view name) const {
+    const bool isKnown = kxGetField(value_, 0, name) != nullptr;
+    return isKnown ? kxGetLogicals(sized(name, kxLOGICAL_CLASS)) : nullptr;
   }
   std::vector<std::string> textsIn(std::string_view name) const {
     const kxArray* texts = sized(name, kxSTRING_CLASS);

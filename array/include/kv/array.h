@@ -136,6 +136,9 @@ class Table {
   /// Names of the columns, in the order of the files.
   const std::vector<std::string>& columns() const;
 
+  /// The types of the columns, in the same order; "unknown" for one that can't be read.
+  std::vector<std::string> columnTypes() const;
+
   /// Errors: Error "KALVEX:array:UnknownColumn" with the name and the existing columns,
   /// "KALVEX:datastore:UnsupportedColumn" for a column of a Parquet file whose type can't be read.
   Array column(std::string_view name, Where where = Where::current()) const;
@@ -222,6 +225,12 @@ class Session {
   /// A constant as an array of one row. A result computed from constants only is also a constant,
   /// as if it had been written directly; see Operand.
   Array constant(const Operand& value);
+
+  /// The number or logical as an array of one row with elements of `type`. It never adapts, unlike
+  /// `constant`.
+  /// Errors: Error "KALVEX:array:UnknownType"; "KALVEX:array:NotANumber" for texts;
+  /// "KALVEX:function:OutOfRange" for a value that doesn't fit integers of that type.
+  Array scalar(const Operand& value, std::string_view type, Where where = Where::current());
 
   /// Seeds the random numbers of arrays recorded from now on; the same seed gives the same numbers.
   /// A new session has seed 0.

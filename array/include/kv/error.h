@@ -56,6 +56,13 @@ class Error : public std::runtime_error {
   std::shared_ptr<const Details> details_;
 };
 
+/// The kind of error that an id denotes, for front ends that derive their errors from those of
+/// their language.
+enum class ErrorBase : std::uint8_t { Runtime, Value, Type, Key, Index, Memory, System };
+
+/// Result: Runtime for an id that isn't the product's.
+ErrorBase errorBase(std::string_view identifier) noexcept;
+
 /// Throws the Error of an id of the product, with the text of the id filled in.
 ///
 /// Requires: `arguments` are those of the id, in their order.

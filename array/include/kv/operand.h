@@ -33,6 +33,14 @@ class Array {
   /// Type of the elements: "double", "single", "int8" ... "uint64", "logical", "string".
   std::string_view type() const;
 
+  /// True if it has one row, which goes with any rows: a constant, an aggregate, and what was
+  /// computed from these alone.
+  bool isScalar() const;
+
+  /// True for a column of a table, and for what was computed from one. Front ends whose arrays
+  /// propagate missing values let columns skip them.
+  bool isColumn() const;
+
   /// Evaluates this array alone.
   /// Errors: see Session::gather.
   Value gather(Where where = Where::current()) const;

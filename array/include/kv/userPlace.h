@@ -1,5 +1,8 @@
 #pragma once
 
+#include <memory>
+#include <vector>
+
 #include "kv/array.h"
 
 namespace kv {
@@ -20,5 +23,25 @@ class UserPlace {
  private:
   Session& session_;
 };
+
+/// A place in a front end's code: the same `code` and `position` mean the same frame for as long as
+/// its stack lives.
+struct CodePlace {
+  const void* code = nullptr;
+  int position = 0;
+};
+
+/// The live stack of a front end's users, for a language with a stack of its own.
+class UserStack {
+ public:
+  virtual ~UserStack();
+  /// Adds the places of the calling thread's stack, innermost first.
+  virtual void capture(std::vector<CodePlace>& places) = 0;
+  /// The frame of a place that was just captured.
+  virtual StackFrame resolve(const CodePlace& place) = 0;
+};
+
+/// Takes the lines of what is recorded in `session` from `stack`, from now on.
+void setUserStack(Session& session, std::unique_ptr<UserStack> stack);
 
 }  // namespace kv

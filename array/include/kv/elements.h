@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "kv/array.h"
+
+/// Results as elements of their own type, without a copy of numbers, for front ends that have
+/// arrays of their own.
+namespace kv {
+
+/// Numbers or logicals in memory, column-major.
+struct NumberElements {
+  std::string_view type;  ///< "double", "single", "int8" ... "uint64", "logical" (a byte, 0 or 1)
+  const void* data = nullptr;
+  std::shared_ptr<const void> owner;  ///< of `data`, which no one changes
+};
+
+/// Texts as Arrow's large_utf8 has them.
+struct TextElements {
+  std::vector<std::int64_t> offsets;   ///< one more than rows
+  std::string bytes;                   ///< UTF-8
+  std::vector<std::uint8_t> validity;  ///< a bit per row, lowest first, 0 if missing
+};
+
+/// A result in memory.
+///
+/// The missing values of an array of integers or logicals are NaN, and then `elements` are doubles.
+struct Elements {
+  std::string_view type;  ///< of the array
+  bool isScalar = false;
+  std::vector<std::size_t> dimensions;  ///< at least two; the first is that of the rows
+  std::variant<NumberElements, TextElements> elements;
+};
+
+struct GatheredElements {
+  std::vector<Elements> values;  ///< one per array, in order
+  Facts facts;
+};
+
+/// Evaluates several arrays in as few passes as their dependencies allow.
+/// Errors: those of Session::gather, except that arrays may have several columns.
+GatheredElements gatherElements(Session& session, std::span<const Array> arrays,
+                                Where where = Where::current());
+
+/// The function of a front end's user on a chunk of each input; inputs have as many rows as each
+/// other, or one. It returns as many rows.
+using ElementsFunction = std::function<Elements(std::vector<Elements> inputs)>;
+
+/// A user's own function on arrays of any types, run chunk by chunk; gives elements of `type`. If
+/// it throws, gathering throws the same error, with the line of this call, the partition and the
+/// rows.
+/// Errors: Error "KALVEX:array:UnknownType", "KALVEX:array:NoArray", "KALVEX:array:TwoSessions";
+///         when gathered, "KALVEX:array:WrongRowCount" if it returns more or fewer rows, and
+///         "KALVEX:array:WrongType" if it returns elements of another type.
+Array mapElements(std::string name, ElementsFunction function, std::span<const Array> inputs,
+                  std::string_view type, Where where = Where::current());
+
+}  // namespace kv

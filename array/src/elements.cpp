@@ -1,0 +1,119 @@
+#include "kv/elements.h"
+
+#include <algorithm>
+#include <cassert>
+#include <iterator>
+#include <utility>
+
+#include "elementValues.h"
+#include "evaluation.h"
+#include "foundation/i18n.h"
+#include "hostValues.h"
+#include "kv/runtime/Column.h"
+#include "kx/string.h"
+
+namespace kv {
+
+namespace {
+
+using runtime::ElementType;
+
+TextElements textsOf(const kxArray* texts) {
+  const std::size_t rows = kxGetNumberOfElements(texts);
+  TextElements elements;
+  elements.offsets.reserve(rows + 1);
+  elements.offsets.push_back(0);
+  elements.validity.resize((rows + 7) / 8);
+  for (std::size_t row = 0; row < rows; ++row) {
+    if (const auto text = Torvane::String::getString(texts, row)) {
+      elements.bytes += fl::i18n::to_string(*text);
+      elements.validity[row / 8] |= static_cast<std::uint8_t>(1U << (row % 8));
+    }
+    elements.offsets.push_back(static_cast<std::int64_t>(elements.bytes.size()));
+  }
+  return elements;
+}
+
+struct NumberClass {
+  std::string_view type;
+  kxClassID id;
+};
+
+constexpr NumberClass kNumberClasses[] = {
+    {"double", kxDOUBLE_CLASS}, {"single", kxSINGLE_CLASS}, {"logical", kxLOGICAL_CLASS},
+    {"int8", kxINT8_CLASS},     {"uint8", kxUINT8_CLASS},   {"int16", kxINT16_CLASS},
+    {"uint16", kxUINT16_CLASS}, {"int32", kxINT32_CLASS},   {"uint32", kxUINT32_CLASS},
+    {"int64", kxINT64_CLASS},   {"uint64", kxUINT64_CLASS},
+};
+
+/// Null for a value that isn't numeric.
+const NumberClass* numberClassOf(const kxArray* value) {
+  const auto found = std::ranges::find(kNumberClasses, kxGetClassID(value), &NumberClass::id);
+  return found == std::end(kNumberClasses) ? nullptr : found;
+}
+
+NumberElements numbersOf(host::Value value, std::string_view type) {
+  const std::shared_ptr<kxArray> owner(value.release(),
+                                       [](kxArray* array) { (void)matrix::from_kalvex(array); });
+  return {type, kxGetData(owner.get()), owner};
+}
+
+host::Value valueOf(const NumberElements& numbers, std::span<const std::size_t> dimensions) {
+  const auto found = std::ranges::find(kNumberClasses, numbers.type, &NumberClass::type);
+  assert(found != std::end(kNumberClasses));
+  return matrix::from_kalvex(
+      kxCreateBorrowedArray(dimensions, found->id, numbers.data, numbers.owner));
+}
+
+host::Value valueOf(const TextElements& texts, std::span<const std::size_t>) {
+  const std::size_t rows = texts.offsets.size() - 1;
+  host::Value made = Torvane::String::createStringArray(rows, 1);
+  for (std::size_t row = 0; row < rows; ++row) {
+    if ((texts.validity[row / 8] >> (row % 8) & 1U) != 0) {
+      const auto first = static_cast<std::size_t>(texts.offsets[row]);
+      const auto last = static_cast<std::size_t>(texts.offsets[row + 1]);
+      Torvane::String::setString(made.get(), row,
+                                 fl::i18n::to_ustring(texts.bytes.substr(first, last - first)));
+    }
+  }
+  return made;
+}
+
+}  // namespace
+
+Elements toElements(host::Value value, std::string_view type, bool isScalar) {
+  const auto dimensions = kxGetDimensions(value.get());
+  Elements elements{type, isScalar, {dimensions.begin(), dimensions.end()}, {}};
+  if (Torvane::String::isString(value.get())) {
+    elements.elements = textsOf(value.get());
+  } else if (const NumberClass* found = numberClassOf(value.get())) {
+    elements.elements = numbersOf(std::move(value), found->type);
+  } else {
+    raiseNotAColumn(value.get());
+  }
+  return elements;
+}
+
+host::Value toValue(const Elements& elements) {
+  return std::visit([&](const auto& each) { return valueOf(each, elements.dimensions); },
+                    elements.elements);
+}
+
+GatheredElements gatherElements(Session& session, std::span<const Array> arrays, Where where) {
+  if (arrays.empty()) {
+    return {};
+  }
+  requireOwn(session.impl(), arrays);
+  return publicCall(session.impl(), where, [&] {
+    GatheredElements gathered;
+    std::vector<host::Value> outputs = gatherValues(arrays);
+    for (std::size_t i = 0; i < arrays.size(); ++i) {
+      gathered.values.push_back(
+          toElements(std::move(outputs[i]), arrays[i].type(), arrays[i].isScalar()));
+    }
+    gathered.facts = lastFacts();
+    return gathered;
+  });
+}
+
+}  // namespace kv
