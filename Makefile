@@ -14,7 +14,7 @@ setup: ## Install what the project needs (quick if everything is installed)
 build: build-dev ## Build everything for everyday work (build/dev)
 
 run: build-release ## Build, then a short tour on 336,776 flights
-	@scripts/tour.sh build/release/bin/kvbig
+	@PYTHONPATH=build/release/python scripts/tour.sh build/release/bin/kvbig .venv/bin/python
 
 test: build-dev ## Build, then run all tests
 	ctest --preset dev --parallel $(JOBS)
@@ -49,7 +49,7 @@ tidy: setup ## The same, and clang-tidy on what has changed since it was last cl
 install: build-release ## Install below PREFIX (default build/install)
 	cmake --install build/release --prefix $(PREFIX)
 
-build-release: targets = kvbig kvhost kvbigdata kvruntime kvarray
+build-release: targets = kvbig kvhost kvbigdata kvruntime kvarray kvbigdata_host
 build-fuzz: targets = fuzz_load
 build-tsan: targets = test_host test_runtime test_array
 build-%: setup

@@ -31,7 +31,7 @@ pythonStyle() {
 # Two runs, since both folders of tests have a conftest.py.
 pythonTypes() {
   local mypy=(.venv/bin/mypy --cache-dir build/lint/mypy --no-error-summary)
-  "${mypy[@]}" python/kvbigdata python/tests bench && "${mypy[@]}" scripts tests/shell
+  "${mypy[@]}" --strict python/kvbigdata && "${mypy[@]}" python/kvbigdata python/tests bench && "${mypy[@]}" scripts tests/shell
 }
 
 fileSizes() {

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # A short tour on a real table: shows each command, then runs it.
-#   scripts/tour.sh <path of kvbig>
+#   scripts/tour.sh <path of kvbig> [<interpreter with the package kvbigdata>]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 readonly kTool=$1
 readonly kFlights=data/flights.csv
+readonly kPython=${2:-}  # with the package; nothing to leave it out
 
 say() { printf '\n# %s\n' "$1"; }
 
@@ -36,6 +37,18 @@ show query $kFlights 'std(dep_delay - mean(dep_delay))'
 
 say "The plan of a query: what would be read and done. No data is read."
 show query $kFlights 'mean(dep_delay)' 'late = mean(arr_delay > 60)' --where 'origin == "JFK"' --explain
+
+# ask <lines>: lines of Python, shown as they are typed.
+ask() {
+  printf '>>> %s\n' "${@//$'\n'/$'\n... '}"
+  "$kPython" -c "$(printf '%s\n' "${@:1:$#-1}" "print(repr(${*: -1}))")"
+}
+
+if [[ -n $kPython ]]; then
+  say "The same from Python."
+  ask 'import kvbigdata as kv' 'flights = kv.read("data/flights.csv")' \
+    'late = (flights.arr_delay > 60).mean()' 'late.compute()'
+fi
 
 say "The same for scripts."
 show query $kFlights 'mean(dep_delay)' 'late = mean(arr_delay > 60)' --json

@@ -23,18 +23,7 @@ Values are converted as follows:
 Anything else raises TypeError. The host's errors are raised as Error.
 """
 
-import atexit as _atexit
-
-try:
-    from . import _host
-except ImportError as error:
-    if "libarrow" not in str(error):
-        raise
-    # Arrow's libraries aren't in this package: let pyarrow load its own.
-    import pyarrow.dataset as _dataset  # noqa: F401
-    import pyarrow.parquet as _parquet  # noqa: F401
-
-    from . import _host
+from . import _host as _host
 from ._host import Function, Object, Session, ledger
 from ._records import Error, Frame, Property, Warning
 from ._values import Cell, Chars, ObjectArray, String, StringArray, StructArray
@@ -60,5 +49,3 @@ __all__ = [
 for _class in (globals()[name] for name in __all__):
     if isinstance(_class, type):
         _class.__module__ = __name__
-
-_atexit.register(_host.close_all)

@@ -3,12 +3,14 @@
 
 #include <utility>
 
-#include "Function.h"
-#include "Object.h"
-#include "bindSession.h"
-#include "evaluation.h"
+#include "array/arrayCalls.h"
+#include "host/Function.h"
+#include "host/Object.h"
+#include "host/Session.h"
+#include "host/bindSession.h"
+#include "host/evaluation.h"
+#include "host/values.h"
 #include "kv/host/session.h"
-#include "values.h"
 
 namespace kv::python {
 
@@ -24,16 +26,22 @@ nb::dict ledger() {
   return result;
 }
 
+void closeAll() {
+  SharedSession::closeAll();
+  ArraySession::closeAll();
+}
+
 void bindModule(nb::module_& module) {
   watchEvaluations();
   bindSession(module);
   bindObject(module);
   bindFunction(module);
   bindNumbers(module);
+  bindArrays(module);
   module.def("ledger", ledger, nb::sig("def ledger() -> dict[str, int]"),
              "What the process holds: counts of objects, arrays and payloads, and bytes. All are "
              "zero when every session is closed and every value is dropped.");
-  module.def("close_all", SharedSession::closeAll,
+  module.def("close_all", closeAll,
              "For the end of the interpreter: stops other threads where they use the host, and "
              "closes the sessions that are still open.");
 }

@@ -1,5 +1,6 @@
 """Fixtures that the tests of the Python package share."""
 
+import kvbigdata as kv
 import pytest
 from kvbigdata import host
 
@@ -25,6 +26,13 @@ class Recorder:
 
     def gather(self, array):
         return self.session.call("gather", array)
+
+
+@pytest.fixture
+def arrays():
+    """A session of arrays, so that nothing is left when the test ends."""
+    with kv.session() as opened:
+        yield opened
 
 
 @pytest.fixture

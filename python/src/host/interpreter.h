@@ -36,6 +36,9 @@ class Entry : public ModuleScope {
   Entry();
 };
 
+/// True if the calling thread has the lock.
+bool hasInterpreterLock() noexcept;
+
 /// Takes the lock; does nothing if the thread has it already.
 class Lock {
  public:

@@ -29,15 +29,6 @@ bool isStopped() noexcept {
   return ending != std::thread::id() && ending != std::this_thread::get_id();
 }
 
-bool hasLock() noexcept {
-#if PY_VERSION_HEX >= 0x030D0000
-  PyThreadState* const current = PyThreadState_GetUnchecked();
-#else
-  PyThreadState* const current = _PyThreadState_UncheckedGet();
-#endif
-  return current != nullptr && current == PyGILState_GetThisThreadState();
-}
-
 void sleepWithLockIfStopped() noexcept {
   if (isStopped()) {
     PyEval_SaveThread();
@@ -49,6 +40,15 @@ void sleepWithLockIfStopped() noexcept {
 [[maybe_unused]] const int kAtFork = pthread_atfork(nullptr, nullptr, [] { scopes = tScopes; });
 
 }  // namespace
+
+bool hasInterpreterLock() noexcept {
+#if PY_VERSION_HEX >= 0x030D0000
+  PyThreadState* const current = PyThreadState_GetUnchecked();
+#else
+  PyThreadState* const current = _PyThreadState_UncheckedGet();
+#endif
+  return current != nullptr && current == PyGILState_GetThisThreadState();
+}
 
 void sleepForGood() noexcept {
   scopes -= std::exchange(tScopes, 0);
@@ -82,7 +82,7 @@ Entry::Entry() {
 }
 
 Lock::Lock() noexcept {
-  if (!hasLock()) {
+  if (!hasInterpreterLock()) {
     sleepIfStopped();
   }
   try {

@@ -30,11 +30,14 @@ enum class Known {
   NumpyArray,
   NumpyGeneric,
   MaskedArray,
-  CopyToColumns,  ///< an array -> a copy of it, column-major, in native byte order
-  OwnerOf,        ///< an array -> the owner of its memory; None if it may be written
-  ArrayOf,        ///< (dimensions, name of its type, memory) -> an array, column-major
-  EmptyArray,     ///< (dimensions, name of its type) -> an array without elements, read-only
-  NumpyScalar,    ///< (name of its type, bytes) -> a scalar
+  CopyToColumns,      ///< an array -> a copy of it, column-major, in native byte order
+  OwnerOf,            ///< an array -> the owner of its memory; None if it may be written
+  ArrayOf,            ///< (dimensions, name of its type, memory) -> an array, column-major
+  EmptyArray,         ///< (dimensions, name of its type) -> an array without elements, read-only
+  NumpyScalar,        ///< (name of its type, bytes) -> a scalar
+  CallChunkFunction,  ///< (function, inputs, type) -> the parts of its result
+  AnnotateError,      ///< (exception, frames, place): adds notes on where it was recorded
+  MakeArrayError,     ///< the parts of an error of array/ -> its exception
 };
 
 /// Requires: the interpreter's lock. Errors: those of the import.

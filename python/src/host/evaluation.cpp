@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 
 #include "errors.h"
 #include "interpreter.h"
@@ -21,6 +22,12 @@ constexpr auto kBetweenPolls = std::chrono::milliseconds(50);
 
 class Watch : public runtime::EvaluationWatch {
  public:
+  Watch() {
+    if (hasInterpreterLock()) {
+      unlocked_.emplace();
+    }
+  }
+
   void poll() override {
     sleepIfStopped();
     if (Clock::now() < nextPoll_) {
@@ -35,7 +42,7 @@ class Watch : public runtime::EvaluationWatch {
   }
 
  private:
-  Unlock unlocked_;
+  std::optional<Unlock> unlocked_;
   Clock::time_point nextPoll_ = Clock::now() + kBetweenPolls;
 };
 

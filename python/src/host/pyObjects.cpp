@@ -34,6 +34,9 @@ constexpr std::array kPlaces = {
     Place{"kvbigdata._values", "array_of"},
     Place{"kvbigdata._values", "empty_array"},
     Place{"kvbigdata._values", "numpy_scalar"},
+    Place{"kvbigdata._chunks", "call"},
+    Place{"kvbigdata._errors", "annotate"},
+    Place{"kvbigdata._errors", "make_error"},
 };
 
 }  // namespace

@@ -1,0 +1,238 @@
+"""`kv.Array`: an array that is recorded and computed on request."""
+
+import sys
+from collections.abc import Iterator
+from typing import TYPE_CHECKING, Any, ClassVar
+
+import numpy as np
+
+from . import _chunks, _functions, _reduce, _ufuncs
+from ._errors import array_error, shown_line
+from ._evaluate import compute
+from ._host import ArrayHandle, filter_array
+from ._operands import operand
+from ._types import dtype_of
+
+if TYPE_CHECKING:
+    from ._session import Session
+
+
+class Array:
+    """An array that is recorded and computed on request: a column, or made from columns.
+
+    Its first dimension, the rows, is the long one. Operators and NumPy's functions record what is
+    to be done and read nothing; `compute()` reads the data and returns NumPy's arrays and scalars.
+
+    >>> t = kv.read("data/flights.csv")
+    >>> late = t.arr_delay > 60
+    >>> late.dtype, late.ndim
+    (dtype('bool'), 1)
+    >>> late.mean().compute()
+    np.float64(0.08251478727700311)
+    """
+
+    __slots__ = ("__weakref__", "_handle", "_session")
+    __array_priority__ = 1000
+    __hash__: ClassVar[None]  # type: ignore[assignment]
+
+    def __init__(self, handle: ArrayHandle, session: "Session"):
+        self._handle = handle
+        self._session = session
+
+    # What is known of it.
+
+    @property
+    def dtype(self) -> Any:
+        """NumPy's type of the elements."""
+        return dtype_of(self._handle.type)
+
+    @property
+    def ndim(self) -> int:
+        """0 for an aggregate or a constant, else 1."""
+        return 0 if self._handle.is_scalar else 1
+
+    @property
+    def shape(self) -> tuple[int | None, ...]:
+        """The number of rows, None while it isn't known."""
+        return () if self._handle.is_scalar else (None,)
+
+    @property
+    def size(self) -> int | None:
+        """The number of elements, None while it isn't known."""
+        return 1 if self._handle.is_scalar else None
+
+    @property
+    def nbytes(self) -> int | None:
+        """The bytes of the elements in memory, None while the number of rows isn't known."""
+        size = self.size
+        return None if size is None else size * int(self.dtype.itemsize)
+
+    def __repr__(self) -> str:
+        sources, file, line = self._handle.origin
+        source = f" from {', '.join(sources)}" if sources else ""
+        place = f", recorded in {shown_line(file, line)}" if file else ""
+        return f"<kv.Array {self._handle.type} {self.shape}{source}{place}>"
+
+    # Evaluation.
+
+    def compute(self) -> Any:
+        """The value: an ndarray, or a NumPy scalar if it has no dimension.
+
+        The array is read-only, because its memory is kept as the value of this array; `.copy()`
+        gives one that can be changed.
+
+        >>> kv.read("data/flights.csv").distance.max().compute()
+        np.float64(4983.0)
+        """
+        return compute(self)
+
+    def explain(self) -> str:
+        """The plan that `compute()` would run. Reads no data."""
+        return self._session._native.explain([self._handle])
+
+    def item(self) -> Any:
+        """The value of an array of one row as a Python scalar."""
+        return self._only("item()").item()
+
+    def _only(self, use: str, error: str = "KALVEX:array:NotAScalar") -> Any:
+        """The one value that `use` needs."""
+        if not self._handle.is_scalar:
+            raise array_error(error, use)
+        return np.asarray(compute(self))
+
+    def __bool__(self) -> bool:
+        return bool(self._only("bool()", "KALVEX:array:TruthValue"))
+
+    def __int__(self) -> int:
+        return int(self._only("int()"))
+
+    def __float__(self) -> float:
+        return float(self._only("float()"))
+
+    # NumPy's protocols.
+
+    def __array__(self, dtype: Any = None, copy: bool | None = None) -> Any:
+        if copy is False:
+            raise array_error("KALVEX:array:CopyNeeded")
+        # A function written in Python that isn't overridden, or whose other argument this is.
+        caller = sys._getframe(1)
+        if caller.f_globals.get("__name__", "").partition(".")[0] == "numpy":
+            raise _functions.refuse_function("np", caller.f_code.co_name)
+        return np.array(compute(self), dtype=dtype)
+
+    def __array_ufunc__(self, ufunc: np.ufunc, method: str, *inputs: Any, **options: Any) -> Any:
+        return _ufuncs.call_ufunc(ufunc, method, *inputs, **options)
+
+    def __array_function__(
+        self, function: Any, types: Any, args: tuple[Any, ...], kwargs: dict[str, Any]
+    ) -> Any:
+        return _functions.call_function(function, args, kwargs)
+
+    # As a sequence.
+
+    def __len__(self) -> int:
+        if self._handle.is_scalar:
+            raise array_error("KALVEX:array:NotIterable", "len()", "It has no dimension.")
+        raise array_error("KALVEX:array:UnknownLength")
+
+    def __iter__(self) -> Iterator[Any]:
+        raise array_error(
+            "KALVEX:array:NotIterable", "Iteration", "Use for row in x.compute() if it fits memory."
+        )
+
+    def __contains__(self, value: Any) -> bool:
+        raise array_error("KALVEX:array:NotIterable", "in", "Use (x == value).any().compute().")
+
+    def __setitem__(self, key: Any, value: Any) -> None:
+        raise array_error("KALVEX:array:ReadOnly")
+
+    def __getitem__(self, key: Any) -> "Array":
+        """The rows for which `key`, a logical array of as many rows, is true.
+
+        >>> t = kv.read("data/flights.csv")
+        >>> t.dep_delay[t.origin == "JFK"].mean().compute()
+        np.float64(12.112159099217665)
+        """
+        if not isinstance(key, Array):
+            advice = "A logical array with the same rows selects rows."
+            raise array_error("KALVEX:array:NotSupported", f"x[{type(key).__name__}]", advice)
+        return Array(filter_array(self._handle, key._handle), self._session)
+
+    def filter(self, keep: "Array") -> "Array":
+        """The same as `x[keep]`."""
+        return self[keep]
+
+    # Operators.
+
+    __add__ = _ufuncs.operator(np.add)
+    __radd__ = _ufuncs.reflected(np.add)
+    __sub__ = _ufuncs.operator(np.subtract)
+    __rsub__ = _ufuncs.reflected(np.subtract)
+    __mul__ = _ufuncs.operator(np.multiply)
+    __rmul__ = _ufuncs.reflected(np.multiply)
+    __truediv__ = _ufuncs.operator(np.true_divide)
+    __rtruediv__ = _ufuncs.reflected(np.true_divide)
+    __mod__ = _ufuncs.operator(np.remainder)
+    __rmod__ = _ufuncs.reflected(np.remainder)
+    __pow__ = _ufuncs.operator(np.power)
+    __rpow__ = _ufuncs.reflected(np.power)
+    __and__ = _ufuncs.operator(np.bitwise_and)
+    __rand__ = _ufuncs.reflected(np.bitwise_and)
+    __or__ = _ufuncs.operator(np.bitwise_or)
+    __ror__ = _ufuncs.reflected(np.bitwise_or)
+    __xor__ = _ufuncs.operator(np.bitwise_xor)
+    __rxor__ = _ufuncs.reflected(np.bitwise_xor)
+    __lt__ = _ufuncs.operator(np.less)
+    __le__ = _ufuncs.operator(np.less_equal)
+    __gt__ = _ufuncs.operator(np.greater)
+    __ge__ = _ufuncs.operator(np.greater_equal)
+    __eq__ = _ufuncs.operator(np.equal)  # type: ignore[assignment]
+    __ne__ = _ufuncs.operator(np.not_equal)  # type: ignore[assignment]
+
+    def __neg__(self) -> "Array":
+        return _ufuncs.negative(self)
+
+    def __pos__(self) -> "Array":
+        return self
+
+    def __abs__(self) -> "Array":
+        return _ufuncs.absolute(self)
+
+    def __invert__(self) -> "Array":
+        return _ufuncs.invert(self)
+
+    def __floordiv__(self, other: Any) -> "Array":
+        raise _ufuncs.refuse_ufunc(np.floor_divide, "__call__")
+
+    __rfloordiv__ = __floordiv__
+
+    def round(self, decimals: int = 0) -> "Array":
+        """The nearest whole numbers, halves to even."""
+        return _reduce.round(self, decimals)
+
+    def clip(self, min: Any = None, max: Any = None) -> "Array":
+        """The values, those below `min` and above `max` replaced by these."""
+        return _reduce.clip(self, min, max)
+
+    map_chunks = _chunks.map_chunks
+
+    # Reductions: the functions of the same names in `_reduce`.
+
+    sum = _reduce.sum
+    mean = _reduce.mean
+    min = _reduce.min
+    max = _reduce.max
+    std = _reduce.std
+    var = _reduce.var
+    any = _reduce.any
+    all = _reduce.all
+    ptp = _reduce.ptp
+    count = _reduce.count
+
+
+def operand_array(value: Any, session: "Session") -> Array:
+    """A scalar as an array of one row."""
+    native = operand(value, session, "constant")
+    if not isinstance(native, ArrayHandle):
+        native = session._native.constant(native)
+    return Array(native, session)

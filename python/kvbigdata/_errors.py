@@ -1,0 +1,171 @@
+"""Errors of arrays: what went wrong, with which values, and on which line of the user's code."""
+
+import linecache
+import os
+import sys
+from types import FrameType
+from typing import Any, NamedTuple
+
+from . import _host
+
+_PACKAGE = os.path.dirname(__file__) + os.sep
+
+Frames = list[tuple[str, str, int]]
+
+
+class Where(NamedTuple):
+    """A line of the user's code."""
+
+    file: str
+    line: int
+    text: str
+
+
+class Error(Exception):
+    """An error of kvbigdata. Each is also of the built-in type that fits it.
+
+    identifier: such as "KALVEX:array:UnknownColumn".
+    arguments: list of str, the values in the message.
+    where: the user's line that it is about, as `Where(file, line, text)`, or None if unknown.
+    """
+
+    def __init__(
+        self,
+        identifier: str = "",
+        message: str = "",
+        arguments: list[str] | None = None,
+        where: Where | None = None,
+    ):
+        super().__init__(message)
+        self.identifier = identifier
+        self.message = message
+        self.arguments = arguments or []
+        self.where = where
+
+    def __str__(self) -> str:
+        return self.message
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        notes = {"__notes__": self.__notes__} if hasattr(self, "__notes__") else {}
+        return type(self), (self.identifier, self.message, self.arguments, self.where), notes
+
+
+class InvalidValueError(Error, ValueError):
+    """A value, or the data of a file, isn't what was expected."""
+
+
+class InvalidTypeError(Error, TypeError):
+    """An operation isn't defined for the types that it was given."""
+
+
+class RowSpaceError(InvalidValueError):
+    """Arrays with different rows can't be combined."""
+
+
+class FormulaError(InvalidValueError):
+    """A formula can't be used; the message marks the place."""
+
+
+class UnknownLengthError(InvalidTypeError):
+    """The number of rows isn't known before the data was read."""
+
+
+class UnknownNameError(Error, KeyError):
+    """There is no column, or nothing else, of that name."""
+
+
+class PositionError(Error, IndexError):
+    """A position is out of range."""
+
+
+class OutOfMemoryError(Error, MemoryError):
+    """A result or an evaluation doesn't fit the memory that it may use."""
+
+
+class SourceError(Error, OSError):
+    """A file can't be found or read, or has changed."""
+
+
+_BY_BASE: dict[str, type[Error]] = {
+    "value": InvalidValueError,
+    "type": InvalidTypeError,
+    "key": UnknownNameError,
+    "index": PositionError,
+    "memory": OutOfMemoryError,
+    "system": SourceError,
+}
+
+_BY_IDENTIFIER: dict[str, type[Error]] = {
+    "KALVEX:array:RowsDiffer": RowSpaceError,
+    "KALVEX:array:DifferentSources": RowSpaceError,
+    "KALVEX:array:BadFormula": FormulaError,
+    "KALVEX:array:UnknownLength": UnknownLengthError,
+}
+
+
+def _where(frames: Frames) -> Where | None:
+    if not frames:
+        return None
+    file, _, line = frames[0]
+    return Where(file, line, linecache.getline(file, line).strip())
+
+
+def _place(partition: int | None, first: int | None, last: int | None) -> str:
+    rows = "" if first is None else f", rows {first} to {last}"
+    return "" if partition is None else f"partition {partition}{rows}"
+
+
+def make_error(
+    identifier: str,
+    message: str,
+    arguments: list[str],
+    base: str,
+    frames: Frames,
+    place: tuple[int | None, int | None, int | None],
+    cause: Error | None,
+) -> Error:
+    """The exception for the parts of an error. Called by the extension."""
+    made = _BY_IDENTIFIER.get(identifier, _BY_BASE.get(base, Error))
+    error = made(identifier, message, arguments, _where(frames))
+    annotate(error, frames, place)
+    error.__cause__ = cause
+    return error
+
+
+def annotate(
+    error: BaseException, frames: Frames, place: tuple[int | None, int | None, int | None]
+) -> None:
+    """Adds where it was recorded and where in the data it happened. Called by the extension."""
+    for note in (recorded_note(frames), _place(*place)):
+        if note:
+            error.add_note(note)
+
+
+def live_line() -> Where | None:
+    """The line of the user's code that runs now."""
+    frame: FrameType | None = sys._getframe(1)
+    while frame is not None and frame.f_code.co_filename.startswith(_PACKAGE):
+        frame = frame.f_back
+    return frame and Where(frame.f_code.co_filename, frame.f_lineno, "")
+
+
+def shown_line(file: str, line: int) -> str:
+    """A line as `repr` shows it."""
+    text = linecache.getline(file, line).strip()
+    return f"{file}, line {line}" + (f": {text}" if text else "")
+
+
+def recorded_note(frames: Frames) -> str:
+    """Where something was recorded, for an error that is raised on another line."""
+    where = _where(frames)
+    live = _host.python_stack()
+    if where is None or (live and live[0][0] == where.file and live[0][2] == where.line):
+        return ""
+    return f"recorded in {shown_line(where.file, where.line)}"
+
+
+def array_error(identifier: str, *arguments: object) -> Error:
+    """An error of the catalogue, about the line that runs now."""
+    made = _host.array_error(identifier, [str(argument) for argument in arguments])
+    assert isinstance(made, Error)
+    return made

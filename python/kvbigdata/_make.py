@@ -1,0 +1,45 @@
+"""Opening files."""
+
+import os
+from collections.abc import Iterable, Mapping
+from typing import Any
+
+from ._session import current
+from ._table import Table
+from ._types import types_by_name
+
+Path = str | os.PathLike[str]
+
+
+def _listed(paths: Path | Iterable[Path]) -> list[str]:
+    given = [paths] if isinstance(paths, (str, os.PathLike)) else list(paths)
+    return [os.fspath(path) for path in given]
+
+
+def read(paths: Path | Iterable[Path], types: Mapping[str, Any] | None = None) -> Table:
+    """A table over CSV or Parquet files; the format is recognised.
+
+    paths: a file, a folder, a pattern such as "data/*.csv", or several of these.
+    types: types of columns of CSV files by name, such as {"id": "int64"}, where the type that the
+        first rows suggest isn't the right one.
+
+    Reads the headers and the first block, or the footers; nothing else until something is computed.
+
+    >>> t = kv.read("data/flights.csv", types={"flight": "int32"})
+    >>> t.flight.dtype
+    dtype('int32')
+    """
+    session = current()
+    return Table(session._native.read(_listed(paths), types_by_name(types)), session)
+
+
+def read_csv(paths: Path | Iterable[Path], types: Mapping[str, Any] | None = None) -> Table:
+    """The same for CSV files, whatever they are called."""
+    session = current()
+    return Table(session._native.read_csv(_listed(paths), types_by_name(types)), session)
+
+
+def read_parquet(paths: Path | Iterable[Path]) -> Table:
+    """The same for Parquet files, whatever they are called."""
+    session = current()
+    return Table(session._native.read_parquet(_listed(paths)), session)

@@ -1,0 +1,199 @@
+"""Reductions of all rows to one, and a few functions made from others.
+
+Each is a function of the package and a method of arrays. `skipna` says whether missing values are
+skipped; unless it is given, columns of tables skip them and other arrays propagate them.
+"""
+
+from collections.abc import Callable
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+
+from . import _ufuncs
+from ._errors import array_error
+from ._host import filter_array, reduce
+from ._operands import apply
+
+if TYPE_CHECKING:
+    from ._array import Array
+
+
+def _refuse(name: str, argument: str, advice: str) -> Exception:
+    return array_error("KALVEX:array:NotSupported", f"{argument}= of {name}", advice)
+
+
+def _check(name: str, x: Any, axis: Any, options: dict[str, Any]) -> None:
+    """Refuses arguments of NumPy's that don't exist here, unless they have no effect."""
+    is_known = axis is None or (isinstance(axis, int) and axis in (0, -1)) or axis == (0,)
+    if not is_known or (axis is not None and x.ndim == 0):
+        raise _refuse(name, "axis", f"The array has {x.ndim} dimension(s).")
+    for option, value in options.items():
+        if option not in ("dtype", "out", "keepdims", "initial", "mean", "correction"):
+            raise TypeError(f"{name}() got an unexpected keyword argument '{option}'")
+        if value is not None and value is not False:
+            raise _refuse(name, option, "Leave it out.")
+
+
+def _reduced(
+    name: str, x: Any, axis: Any, where: Any, skipna: bool | None, options: dict[str, Any]
+) -> "Array":
+    from ._array import Array
+
+    if not isinstance(x, Array):
+        raise array_error("KALVEX:array:NoArray")
+    _check(name, x, axis, options)
+    handle = x._handle
+    if isinstance(where, Array):
+        handle = filter_array(handle, where._handle)
+    elif where is not True:
+        raise _refuse(name, "where", "It must be a logical array with the same rows.")
+    skip = handle.is_column if skipna is None else skipna
+    return Array(reduce(name, handle, skip), x._session)
+
+
+def sum(
+    x: Any, axis: Any = None, *, where: Any = True, skipna: bool | None = None, **options: Any
+) -> "Array":
+    """The sum. Of integers and logicals it is exact, and an error if it doesn't fit 64 bits."""
+    return _reduced("sum", x, axis, where, skipna, options)
+
+
+def mean(
+    x: Any, axis: Any = None, *, where: Any = True, skipna: bool | None = None, **options: Any
+) -> "Array":
+    """The mean.
+
+    >>> t = kv.read("data/flights.csv")
+    >>> kv.mean(t.dep_delay).compute() == np.mean(t.dep_delay).compute() == t.dep_delay.mean().compute()
+    np.True_
+    """
+    return _reduced("mean", x, axis, where, skipna, options)
+
+
+def min(
+    x: Any, axis: Any = None, *, where: Any = True, skipna: bool | None = None, **options: Any
+) -> "Array":
+    """The least value or, of texts, the first."""
+    return _reduced("min", x, axis, where, skipna, options)
+
+
+def max(
+    x: Any, axis: Any = None, *, where: Any = True, skipna: bool | None = None, **options: Any
+) -> "Array":
+    """The greatest value or, of texts, the last."""
+    return _reduced("max", x, axis, where, skipna, options)
+
+
+def any(
+    x: Any, axis: Any = None, *, where: Any = True, skipna: bool | None = None, **options: Any
+) -> "Array":
+    """Whether a value is true; a number is if it isn't zero."""
+    return _reduced("any", _as_logical(x), axis, where, skipna, options)
+
+
+def all(
+    x: Any, axis: Any = None, *, where: Any = True, skipna: bool | None = None, **options: Any
+) -> "Array":
+    """Whether all values are true; a number is if it isn't zero."""
+    return _reduced("all", _as_logical(x), axis, where, skipna, options)
+
+
+def var(
+    x: Any,
+    axis: Any = None,
+    *,
+    ddof: int = 0,
+    where: Any = True,
+    skipna: bool | None = None,
+    **options: Any,
+) -> "Array":
+    """The variance; the sum of squares is divided by the number of values less `ddof`, 0 or 1."""
+    return _spread("var", x, axis, ddof, where, skipna, options)
+
+
+def std(
+    x: Any,
+    axis: Any = None,
+    *,
+    ddof: int = 0,
+    where: Any = True,
+    skipna: bool | None = None,
+    **options: Any,
+) -> "Array":
+    """The standard deviation, the root of `kv.var`.
+
+    >>> t = kv.read("data/flights.csv")
+    >>> t.dep_delay.std(ddof=1).compute()
+    np.float64(40.21006089212995)
+    """
+    return _spread("std", x, axis, ddof, where, skipna, options)
+
+
+def _spread(
+    name: str, x: Any, axis: Any, ddof: Any, where: Any, skipna: bool | None, options: Any
+) -> "Array":
+    correction = options.pop("correction", None)
+    if isinstance(correction, (int, float)):
+        ddof = correction
+    if ddof not in (0, 1):
+        raise _refuse(name, "ddof", "0 and 1 are available.")
+    return _reduced(name if ddof == 1 else f"{name}p", x, axis, where, skipna, options)
+
+
+def count(x: Any, *, where: Any = True) -> "Array":
+    """The number of values that aren't missing."""
+    return _reduced("count", x, None, where, True, {})
+
+
+def count_nonzero(x: Any, axis: Any = None, *, keepdims: bool = False) -> "Array":
+    """The number of values that aren't zero."""
+    return _reduced("sum", _as_logical(x), axis, True, True, {"keepdims": keepdims})
+
+
+def ptp(x: Any, axis: Any = None, *, skipna: bool | None = None, **options: Any) -> "Array":
+    """The greatest value less the least."""
+    return _ufuncs.subtract(
+        max(x, axis, skipna=skipna, **options), min(x, axis, skipna=skipna, **options)
+    )
+
+
+def _skipping(name: str) -> Any:
+    reduction: Callable[..., Array] = globals()[name]
+
+    def function(x: Any, axis: Any = None, **options: Any) -> "Array":
+        return reduction(x, axis, skipna=True, **options)
+
+    function.__name__ = function.__qualname__ = f"nan{name}"
+    function.__doc__ = f"As `kv.{name}`, and missing values are skipped."
+    return function
+
+
+nansum, nanmean, nanmin, nanmax = (_skipping(name) for name in ("sum", "mean", "min", "max"))
+nanstd, nanvar = (_skipping(name) for name in ("std", "var"))
+
+
+def _as_logical(x: Any) -> Any:
+    return x if getattr(x, "dtype", None) == np.bool_ else _ufuncs.not_equal(x, 0)
+
+
+def where(condition: Any, x: Any, y: Any) -> "Array":
+    """For each row, `x` where `condition` is true, otherwise `y`.
+
+    >>> t = kv.read("data/flights.csv")
+    >>> kv.where(t.dep_delay > 0, t.dep_delay, 0).mean().compute()
+    np.float64(15.015271278238354)
+    """
+    return apply("where", condition, x, y)
+
+
+def round(x: Any, decimals: int = 0) -> "Array":
+    """The nearest whole numbers, halves to even."""
+    if decimals != 0:
+        raise _refuse("round", "decimals", "Use kv.round(x * 10 ** n) / 10 ** n.")
+    return apply("round", x)
+
+
+def clip(x: Any, min: Any = None, max: Any = None) -> "Array":
+    """The values, those below `min` and above `max` replaced by these."""
+    above = x if min is None else _ufuncs.maximum(x, min)
+    return above if max is None else _ufuncs.minimum(above, max)

@@ -1,0 +1,72 @@
+"""Results: from what the extension returns to NumPy and Arrow."""
+
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+
+from ._types import TEXT, dtype_of, name_of
+
+if TYPE_CHECKING:
+    import pyarrow as pa
+
+
+def _is_widened(kind: str, payload: Any) -> bool:
+    """Whether integers or logicals came as doubles, in which NaN is a missing value."""
+    return kind not in ("double", "single") and payload.dtype == np.float64
+
+
+def _arrow_texts(payload: tuple[Any, Any, Any]) -> Any:
+    import pyarrow as pa
+
+    offsets, data, validity = payload
+    buffers = [pa.py_buffer(validity), pa.py_buffer(offsets), pa.py_buffer(data)]
+    return pa.Array.from_buffers(pa.large_string(), len(offsets) - 1, buffers)
+
+
+def _array(kind: str, payload: Any) -> Any:
+    if kind == "string":
+        return np.array(_arrow_texts(payload).to_pylist(), dtype=TEXT)
+    if kind == "logical" and _is_widened(kind, payload):
+        return np.where(np.isnan(payload), None, payload != 0)
+    return payload
+
+
+def to_numpy(value: tuple[str, bool, Any]) -> Any:
+    """An ndarray, read-only; for a result of one row without dimensions, a NumPy scalar."""
+    kind, is_scalar, payload = value
+    array = _array(kind, payload)
+    if not is_scalar:
+        return array
+    first = array[0] if array.ndim == 1 else array.reshape(array.shape[1:])
+    return np.bool_(first) if kind == "logical" and first is not None else first
+
+
+def from_numpy(array: Any) -> tuple[str, Any]:
+    """The type of an array and its elements as the extension takes them: a copy, column-major."""
+    kind = name_of(array.dtype, "The result")
+    if kind != "string":
+        return kind, np.array(array, dtype=dtype_of(kind), order="F")
+    import pyarrow as pa
+
+    texts = pa.array(array.tolist(), pa.large_string())
+    validity, offsets, data = texts.buffers()
+    count = len(texts)
+    bits = np.full((count + 7) // 8, 255, np.uint8)
+    if validity is not None:
+        bits = np.frombuffer(validity, np.uint8, len(bits))
+    places = np.frombuffer(offsets, np.int64, count + 1) if offsets else np.zeros(1, np.int64)
+    content = np.frombuffer(data, np.uint8) if data else np.zeros(0, np.uint8)
+    return kind, (places, content, bits)
+
+
+def to_arrow(value: tuple[str, bool, Any]) -> "pa.Array":
+    """An Arrow array; missing integers, logicals and texts are nulls."""
+    import pyarrow as pa
+
+    kind, _, payload = value
+    if kind == "string":
+        return _arrow_texts(payload).cast(pa.string())
+    if not _is_widened(kind, payload):
+        return pa.array(payload)
+    is_missing = np.isnan(payload)
+    return pa.array(np.where(is_missing, 0, payload).astype(dtype_of(kind)), mask=is_missing)

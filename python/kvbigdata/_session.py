@@ -1,0 +1,149 @@
+"""The session in which arrays live, options, and evaluation."""
+
+import contextlib
+import os
+import threading
+from collections.abc import Iterator
+from contextvars import ContextVar, Token
+from types import TracebackType
+from typing import Any, NamedTuple
+
+from ._errors import array_error
+from ._host import ArrayHandle, ArraySession
+
+
+class Facts(NamedTuple):
+    """What an evaluation did."""
+
+    rows: int
+    passes: int
+    seconds: float
+    peak_bytes: int
+
+
+class Session:
+    """A session of its own: its arrays can't be combined with those of another.
+
+    As a context manager it is the one in which sources are opened, and it is closed at the end.
+
+    >>> with kv.session():
+    ...     print(kv.read("data/flights.csv").dep_delay.max().compute())
+    1301.0
+    """
+
+    def __init__(self) -> None:
+        self._native = ArraySession()
+        self._facts = Facts(0, 0, 0.0, 0)
+        self.threads = 0
+        self._tokens: list[Token[Session | None]] = []
+
+    def __enter__(self) -> "Session":
+        self._tokens.append(_current.set(self))
+        return self
+
+    def __exit__(
+        self,
+        kind: type[BaseException] | None,
+        error: BaseException | None,
+        traceback: TracebackType | None,
+    ) -> None:
+        _current.reset(self._tokens.pop())
+        self.close()
+
+    def close(self) -> None:
+        """Frees everything that it holds. Its arrays can't be used any more."""
+        self._native.close()
+
+    def set_threads(self, threads: int) -> None:
+        """Sets the number of threads of evaluations; see `kv.options`."""
+        self._native.set_threads(threads)
+        self.threads = threads
+
+    def evaluate(self, handles: list[ArrayHandle]) -> list[Any]:
+        """The results of some arrays, as the extension returns them."""
+        if _is_guarded.get() or os.environ.get("KV_NO_COMPUTE", "0") not in ("", "0"):
+            raise array_error("KALVEX:array:NoCompute")
+        values, facts = self._native.compute(handles)
+        self._facts = Facts(*facts)
+        return values
+
+
+_current: ContextVar[Session | None] = ContextVar("kvbigdata_session", default=None)
+_is_guarded: ContextVar[bool] = ContextVar("kvbigdata_no_compute", default=False)
+_lock = threading.Lock()
+_default: list[Session] = []
+
+
+def current() -> Session:
+    """The session of the innermost `with kv.session()`, or the default one."""
+    session = _current.get()
+    if session is not None:
+        return session
+    if not _default:
+        with _lock:
+            if not _default:
+                _default.append(Session())
+    return _default[0]
+
+
+def session() -> Session:
+    """A new session. Without one, all arrays live in a default session."""
+    return Session()
+
+
+def facts() -> Facts:
+    """What the last evaluation did: rows read, passes over the data, seconds, peak memory.
+
+    >>> kv.read("data/flights.csv").dep_delay.mean().compute()
+    np.float64(12.639070257304708)
+    >>> kv.facts().rows, kv.facts().passes
+    (336776, 1)
+    """
+    return current()._facts
+
+
+@contextlib.contextmanager
+def no_compute() -> Iterator[None]:
+    """Makes every evaluation in the block an error. `KV_NO_COMPUTE=1` does so everywhere.
+
+    >>> with kv.no_compute():
+    ...     kv.read("data/flights.csv").dep_delay.mean().compute()
+    Traceback (most recent call last):
+    kvbigdata.Error: Nothing may be computed here: the call is in kv.no_compute(), or KV_NO_COMPUTE is set.
+    """
+    token = _is_guarded.set(True)
+    try:
+        yield
+    finally:
+        _is_guarded.reset(token)
+
+
+class _Options:
+    """Options that hold from the call on or, as a context manager, until the end of the block."""
+
+    def __init__(self, session: Session, threads: int):
+        self._session = session
+        self._threads = threads
+
+    def __enter__(self) -> None:
+        return None
+
+    def __exit__(self, *exception: object) -> None:
+        self._session.set_threads(self._threads)
+
+
+def options(*, threads: int | None = None) -> _Options:
+    """Sets options of the current session, for good or as a context manager.
+
+    threads: how many threads evaluations may use; 0 is the default: KV_THREADS or as many as the
+        process may use. No answer depends on it.
+
+    >>> with kv.options(threads=1):
+    ...     kv.read("data/flights.csv").dep_delay.max().compute()
+    np.float64(1301.0)
+    """
+    session = current()
+    before = _Options(session, session.threads)
+    if threads is not None:
+        session.set_threads(threads)
+    return before

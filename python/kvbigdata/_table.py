@@ -1,0 +1,142 @@
+"""`kv.Table`: an ordered set of named arrays of one row space."""
+
+from collections.abc import Callable, Iterator
+from typing import TYPE_CHECKING, Any, ClassVar
+
+from ._array import Array
+from ._errors import array_error, live_line, shown_line
+from ._evaluate import compute
+from ._host import TableHandle
+from ._types import dtype_of
+
+if TYPE_CHECKING:
+    from ._session import Session
+
+Condition = Array | str | Callable[["Table"], Array]
+
+
+class Table:
+    """Named columns with the same rows, read on request.
+
+    A column is `t["name"]` or `t.name`; methods take precedence over columns in `t.name`.
+
+    >>> t = kv.read("data/flights.csv")
+    >>> t.columns[:3]
+    ['year', 'month', 'day']
+    >>> t.filter("dep_delay > 60 & origin == 'JFK'").distance.count().compute()
+    np.int64(8401)
+    """
+
+    __slots__ = ("__weakref__", "_handle", "_line", "_session")
+    __hash__: ClassVar[None]  # type: ignore[assignment]
+
+    def __init__(self, handle: TableHandle, session: "Session"):
+        self._handle = handle
+        self._session = session
+        self._line = live_line()
+
+    @property
+    def columns(self) -> list[str]:
+        """The names of the columns, in order."""
+        return list(self._handle.columns)
+
+    @property
+    def dtypes(self) -> dict[str, Any]:
+        """NumPy's type of each column; None for a column whose type can't be read."""
+        kinds = zip(self._handle.columns, self._handle.types, strict=True)
+        return {name: None if kind == "unknown" else dtype_of(kind) for name, kind in kinds}
+
+    def __repr__(self) -> str:
+        sources = ", ".join(self._handle.sources)
+        lines = [f"<kv.Table of {len(self.columns)} columns from {sources}"]
+        kinds = zip(self._handle.columns, self._handle.types, strict=True)
+        lines += [f"  {name}: {kind}" for name, kind in kinds]
+        if self._line is not None:
+            lines.append(f"  recorded in {shown_line(self._line.file, self._line.line)}")
+        return "\n".join(lines) + ">"
+
+    def __dir__(self) -> list[str]:
+        return [*object.__dir__(self), *(name for name in self.columns if name.isidentifier())]
+
+    def _ipython_key_completions_(self) -> list[str]:
+        return self.columns
+
+    # Columns and rows.
+
+    def __getattr__(self, name: str) -> Array:
+        if name.startswith("__"):
+            raise AttributeError(name)
+        try:
+            return self._column(name)
+        except KeyError as error:
+            raise AttributeError(str(error), name=name, obj=self) from None
+
+    def __getitem__(self, key: Any) -> Any:
+        """A column by its name, or the rows for which a logical array is true."""
+        if isinstance(key, str):
+            return self._column(key)
+        if isinstance(key, Array):
+            return self.filter(key)
+        advice = "A name gives a column, a logical array selects rows."
+        raise array_error("KALVEX:array:NotSupported", f"t[{type(key).__name__}]", advice)
+
+    def _column(self, name: str) -> Array:
+        return Array(self._handle.column(name), self._session)
+
+    def filter(self, condition: Condition) -> "Table":
+        """The rows for which `condition` is true; missing is false.
+
+        condition: a logical array, a function of the table that returns one, or a formula.
+
+        >>> t = kv.read("data/flights.csv")
+        >>> kv.compute(
+        ...     t.filter(t.month == 1).month.count(),
+        ...     t.filter(lambda t: t.month == 1).month.count(),
+        ...     t.filter("month == 1").month.count(),
+        ... )
+        (np.int64(27004), np.int64(27004), np.int64(27004))
+        """
+        if isinstance(condition, str):
+            native = self._session._native.filter_by_text(self._handle, condition)
+            return Table(native, self._session)
+        keep = condition if isinstance(condition, Array) else condition(self)
+        if not isinstance(keep, Array):
+            raise array_error("KALVEX:array:NotLogical", "A filter", type(keep).__name__)
+        return Table(self._handle.filter(keep._handle), self._session)
+
+    # Evaluation.
+
+    def compute(self) -> Any:
+        """All columns as a `pyarrow.Table`."""
+        return compute(self)
+
+    def explain(self) -> str:
+        """The plan that `compute()` would run. Reads no data."""
+        handles = [self._column(name)._handle for name in self.columns]
+        return self._session._native.explain(handles)
+
+    # What a table isn't.
+
+    def __len__(self) -> int:
+        raise array_error(
+            "KALVEX:array:NotIterable", "len() of a table", "Use t[name].count_rows()."
+        )
+
+    def __iter__(self) -> Iterator[Any]:
+        raise array_error(
+            "KALVEX:array:NotIterable", "Iteration of a table", "Use for name in t.columns."
+        )
+
+    def __contains__(self, value: Any) -> bool:
+        raise array_error("KALVEX:array:NotIterable", "in a table", "Use name in t.columns.")
+
+    def __bool__(self) -> bool:
+        raise array_error("KALVEX:array:TruthValue", "bool() of a table")
+
+    def __array__(self, dtype: Any = None, copy: bool | None = None) -> Any:
+        raise array_error(
+            "KALVEX:array:NotIterable", "np.asarray of a table", "Use a column or t.compute()."
+        )
+
+    def __setitem__(self, key: Any, value: Any) -> None:
+        raise array_error("KALVEX:array:ReadOnly")

@@ -1,0 +1,50 @@
+"""Element types: the names that the library uses, and NumPy's and Arrow's types."""
+
+from typing import Any
+
+import numpy as np
+import numpy.typing as npt
+
+from ._errors import array_error
+
+TEXT = np.dtypes.StringDType(na_object=None)
+
+_NAMES = {
+    "double": np.dtype(np.float64),
+    "single": np.dtype(np.float32),
+    "logical": np.dtype(np.bool_),
+    **{
+        f"{sign}int{bits}": np.dtype(f"{sign}int{bits}")
+        for sign in ("", "u")
+        for bits in (8, 16, 32, 64)
+    },
+    "string": TEXT,
+}
+_BY_DTYPE = {dtype: name for name, dtype in _NAMES.items() if name != "string"}
+
+
+def dtype_of(name: str) -> Any:
+    """NumPy's type for the name of an element type."""
+    return _NAMES[name]
+
+
+def name_of(dtype: npt.DTypeLike, what: str) -> str:
+    """The name of the element type that holds NumPy's `dtype`.
+
+    Raises InvalidTypeError, with `what` it is the type of, if there is none.
+    """
+    given = np.dtype(dtype) if dtype is not str else TEXT
+    if given.kind in "UT":
+        return "string"
+    native = given.newbyteorder("=")
+    if native not in _BY_DTYPE:
+        raise array_error("KALVEX:array:UnsupportedType", what, given)
+    return _BY_DTYPE[native]
+
+
+def types_by_name(types: Any) -> dict[str, str]:
+    """Types of columns as the library names them; those of NumPy and Python are accepted."""
+    return {
+        column: kind if isinstance(kind, str) and kind in _NAMES else name_of(kind, column)
+        for column, kind in (types or {}).items()
+    }

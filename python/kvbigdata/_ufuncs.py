@@ -1,0 +1,244 @@
+"""Element functions: the operators of arrays, `kv.sqrt` and the like, and NumPy's ufuncs."""
+
+from collections.abc import Callable
+from typing import TYPE_CHECKING, Any, Protocol
+
+import numpy as np
+
+from ._errors import array_error
+from ._operands import apply
+
+if TYPE_CHECKING:
+    from ._array import Array
+
+
+class ElementFunction(Protocol):
+    """A function that works row by row."""
+
+    def __call__(self, *inputs: Any) -> "Array": ...
+
+
+def _is_logical(value: Any) -> bool:
+    return value is True or value is False or getattr(value, "dtype", None) == np.bool_
+
+
+def _bitwise(name: str, symbol: str) -> Callable[..., "Array"]:
+    """A function of logicals. Of integers NumPy's would work on bits."""
+
+    def function(*inputs: Any) -> "Array":
+        if not all(_is_logical(each) for each in inputs):
+            advice = f"Only logical arrays go with {symbol}; compare with something first."
+            raise array_error("KALVEX:array:NotSupported", f"{symbol} of bits", advice)
+        return apply(name, *inputs)
+
+    return function
+
+
+def _not_logical(name: str, symbol: str, advice: str) -> Callable[..., "Array"]:
+    """An arithmetic function that NumPy refuses for logicals."""
+
+    def function(*inputs: Any) -> "Array":
+        if all(_is_logical(each) for each in inputs):
+            raise array_error("KALVEX:array:NotSupported", f"{symbol} of logicals", advice)
+        return apply(name, *inputs)
+
+    return function
+
+
+def _isinf(x: Any) -> "Array":
+    return apply("not", apply("or", apply("isfinite", x), apply("isnan", x)))
+
+
+def _plain(name: str) -> Callable[..., "Array"]:
+    return lambda *inputs: apply(name, *inputs)
+
+
+# NumPy's ufuncs and what does the same here.
+_FUNCTIONS: dict[np.ufunc, Callable[..., "Array"]] = {
+    np.add: _plain("plus"),
+    np.subtract: _not_logical("minus", "-", "Use a ^ b."),
+    np.multiply: _plain("times"),
+    np.true_divide: _plain("rdivide"),
+    np.power: _plain("power"),
+    np.remainder: _plain("mod"),
+    np.negative: _not_logical("uminus", "-", "Use ~x."),
+    np.positive: lambda x: x,
+    np.equal: _plain("eq"),
+    np.not_equal: _plain("ne"),
+    np.less: _plain("lt"),
+    np.less_equal: _plain("le"),
+    np.greater: _plain("gt"),
+    np.greater_equal: _plain("ge"),
+    np.logical_and: _plain("and"),
+    np.logical_or: _plain("or"),
+    np.logical_xor: _plain("xor"),
+    np.logical_not: _plain("not"),
+    np.bitwise_and: _bitwise("and", "&"),
+    np.bitwise_or: _bitwise("or", "|"),
+    np.bitwise_xor: _bitwise("xor", "^"),
+    np.invert: _bitwise("not", "~"),
+    np.absolute: _plain("abs"),
+    np.sign: _plain("sign"),
+    np.sqrt: _plain("sqrt"),
+    np.square: lambda x: apply("times", x, x),
+    np.exp: _plain("exp"),
+    np.log: _plain("log"),
+    np.log2: _plain("log2"),
+    np.log10: _plain("log10"),
+    np.sin: _plain("sin"),
+    np.cos: _plain("cos"),
+    np.tan: _plain("tan"),
+    np.floor: _plain("floor"),
+    np.ceil: _plain("ceil"),
+    np.rint: _plain("round"),
+    np.isnan: _plain("isnan"),
+    np.isfinite: _plain("isfinite"),
+    np.isinf: _isinf,
+    np.minimum: _plain("minimum"),
+    np.maximum: _plain("maximum"),
+}
+
+# What `np.add.reduce(x)` and the like mean.
+_REDUCTIONS = {
+    np.add: "sum",
+    np.minimum: "min",
+    np.maximum: "max",
+    np.logical_and: "all",
+    np.logical_or: "any",
+}
+
+# Where something near exists for a ufunc that isn't there.
+_NEAREST = {
+    "floor_divide": "Use kv.floor(a / b).",
+    "divmod": "Use kv.floor(a / b) and a % b.",
+    "fmod": "Use a % b, which has the sign of b.",
+    "float_power": "Use a ** b.",
+    "fabs": "Use kv.abs(x).",
+    "fmin": "Use kv.minimum(a, b), in which NaN wins.",
+    "fmax": "Use kv.maximum(a, b), in which NaN wins.",
+    "cbrt": "Use x ** (1 / 3).",
+    "exp2": "Use 2.0 ** x.",
+    "expm1": "Use kv.exp(x) - 1.",
+    "log1p": "Use kv.log(1 + x).",
+    "reciprocal": "Use 1 / x.",
+    "trunc": "Use kv.sign(x) * kv.floor(kv.abs(x)).",
+    "matmul": "Use (a * b).sum().",
+    "vecdot": "Use (a * b).sum().",
+    "hypot": "Use kv.sqrt(a * a + b * b).",
+    "deg2rad": "Use x * (kv.pi / 180).",
+    "radians": "Use x * (kv.pi / 180).",
+    "rad2deg": "Use x * (180 / kv.pi).",
+    "degrees": "Use x * (180 / kv.pi).",
+}
+
+
+def refuse_ufunc(ufunc: np.ufunc, method: str) -> Exception:
+    name = ufunc.__name__ if method == "__call__" else f"{ufunc.__name__}.{method}"
+    advice = _NEAREST.get(ufunc.__name__, "") if method == "__call__" else ""
+    return array_error(
+        "KALVEX:array:NotSupported",
+        f"np.{name}",
+        advice or "x.map_chunks(fn) applies any function, np.asarray(x) computes the array.",
+    )
+
+
+def call_ufunc(ufunc: np.ufunc, method: str, *inputs: Any, **options: Any) -> Any:
+    """What `Array.__array_ufunc__` does."""
+    from ._array import Array
+
+    if options.pop("out", None) is not None:
+        raise array_error(
+            "KALVEX:array:NotSupported", f"out= of np.{ufunc.__name__}", "Use x = np.f(x)."
+        )
+    if method == "reduce" and ufunc in _REDUCTIONS and isinstance(inputs[0], Array):
+        return getattr(inputs[0], _REDUCTIONS[ufunc])(**options)
+    if method != "__call__" or ufunc not in _FUNCTIONS:
+        raise refuse_ufunc(ufunc, method)
+    mask = options.pop("where", True)
+    if options or mask is not True:
+        name = next(iter(options), "where")
+        raise array_error(
+            "KALVEX:array:NotSupported",
+            f"{name}= of np.{ufunc.__name__}",
+            "Use kv.where(mask, np.f(x), x)." if name == "where" else "Leave it out.",
+        )
+    return _FUNCTIONS[ufunc](*inputs)
+
+
+def operator(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
+    """The method of an operator of two operands."""
+    function = _FUNCTIONS[ufunc]
+    return lambda self, other: function(self, other)
+
+
+def reflected(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
+    """The same with the operands the other way round."""
+    function = _FUNCTIONS[ufunc]
+    return lambda self, other: function(other, self)
+
+
+def _public(ufunc: np.ufunc, name: str) -> ElementFunction:
+    function = _FUNCTIONS[ufunc]
+
+    def call(*inputs: Any) -> "Array":
+        from ._array import Array
+
+        if len(inputs) != ufunc.nin:
+            raise array_error("KALVEX:function:BadArity", name, ufunc.nin, len(inputs))
+        if not any(isinstance(each, Array) for each in inputs):
+            raise array_error("KALVEX:array:NoArray")
+        return function(*inputs)
+
+    call.__name__ = call.__qualname__ = name
+    call.__module__ = "kvbigdata"
+    call.__doc__ = f"As `numpy.{name}`, row by row; records the call and reads nothing."
+    return call
+
+
+# Under NumPy's names.
+add = _public(np.add, "add")
+subtract = _public(np.subtract, "subtract")
+multiply = _public(np.multiply, "multiply")
+true_divide = _public(np.true_divide, "true_divide")
+power = _public(np.power, "power")
+remainder = _public(np.remainder, "remainder")
+negative = _public(np.negative, "negative")
+positive = _public(np.positive, "positive")
+equal = _public(np.equal, "equal")
+not_equal = _public(np.not_equal, "not_equal")
+less = _public(np.less, "less")
+less_equal = _public(np.less_equal, "less_equal")
+greater = _public(np.greater, "greater")
+greater_equal = _public(np.greater_equal, "greater_equal")
+logical_and = _public(np.logical_and, "logical_and")
+logical_or = _public(np.logical_or, "logical_or")
+logical_xor = _public(np.logical_xor, "logical_xor")
+logical_not = _public(np.logical_not, "logical_not")
+bitwise_and = _public(np.bitwise_and, "bitwise_and")
+bitwise_or = _public(np.bitwise_or, "bitwise_or")
+bitwise_xor = _public(np.bitwise_xor, "bitwise_xor")
+invert = _public(np.invert, "invert")
+absolute = _public(np.absolute, "absolute")
+sign = _public(np.sign, "sign")
+sqrt = _public(np.sqrt, "sqrt")
+square = _public(np.square, "square")
+exp = _public(np.exp, "exp")
+log = _public(np.log, "log")
+log2 = _public(np.log2, "log2")
+log10 = _public(np.log10, "log10")
+sin = _public(np.sin, "sin")
+cos = _public(np.cos, "cos")
+tan = _public(np.tan, "tan")
+floor = _public(np.floor, "floor")
+ceil = _public(np.ceil, "ceil")
+rint = _public(np.rint, "rint")
+isnan = _public(np.isnan, "isnan")
+isfinite = _public(np.isfinite, "isfinite")
+isinf = _public(np.isinf, "isinf")
+minimum = _public(np.minimum, "minimum")
+maximum = _public(np.maximum, "maximum")
+abs = _public(np.absolute, "abs")
+pow = _public(np.power, "pow")
+divide = _public(np.true_divide, "divide")
+mod = _public(np.remainder, "mod")
+bitwise_invert = _public(np.invert, "bitwise_invert")

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <nanobind/nanobind.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/interpreter.h"
+#include "kv/array.h"
+
+/// How Python calls array/: without the interpreter's lock, and with errors as Python's exceptions.
+///
+/// A call that waits for a session may wait for another thread's evaluation, which needs the
+/// interpreter's lock for users' functions and signals. So no call keeps it.
+namespace kv::python {
+
+namespace nb = nanobind;
+
+/// Where the line of an error comes from.
+enum class Line {
+  Live,      ///< the call itself: what is recorded is refused where it is written
+  Recorded,  ///< the operation that failed, if the error has its line
+};
+
+/// Throws the current C++ exception as a Python one. Requires: the interpreter's lock.
+[[noreturn]] void throwArrayError(Line line);
+
+/// The exception for an id of the catalogue, about the line that runs now.
+nb::object makeArrayError(const std::string& identifier, std::vector<std::string> arguments);
+
+/// The live Python stack without frames of this package, as tuples of file, name and line,
+/// innermost first.
+nb::list liveFrames();
+
+/// Marks a call in progress. Errors: "KALVEX:session:Forked" in a child of a process with sessions.
+class ArrayCall {
+ public:
+  ArrayCall();
+  ~ArrayCall();
+  ArrayCall(const ArrayCall&) = delete;
+  ArrayCall& operator=(const ArrayCall&) = delete;
+
+ private:
+  Entry entry_;
+};
+
+/// Runs `body` without the interpreter's lock.
+template <class Body>
+auto inArrays(Line line, Body&& body) {
+  try {
+    const ArrayCall call;
+    const Unlock unlocked;
+    return std::forward<Body>(body)();
+  } catch (nb::python_error&) {
+    throw;
+  } catch (...) {
+    throwArrayError(line);
+  }
+}
+
+/// A session as Python holds it.
+class ArraySession {
+ public:
+  /// The session until it is closed.
+  struct Slot {
+    std::atomic<std::shared_ptr<kv::Session>> session;
+  };
+
+  ArraySession();
+
+  /// Errors: "KALVEX:session:Closed".
+  std::shared_ptr<kv::Session> session() const;
+
+  /// Frees everything once no call uses the session. Does nothing if it is closed already.
+  void close();
+
+  /// For the end of the interpreter: closes all, unless a call is in progress on a thread that
+  /// doesn't return to Python.
+  static void closeAll();
+
+ private:
+  std::shared_ptr<Slot> slot_;
+};
+
+void bindArrays(nb::module_& module);
+
+}  // namespace kv::python

@@ -1,0 +1,216 @@
+// The classes and functions of array/ as kvbigdata's Python modules call them: one short function
+// each that converts inputs and outputs. Nothing is decided here.
+
+#include <nanobind/nanobind.h>
+#include <nanobind/stl/map.h>
+#include <nanobind/stl/string.h>
+#include <nanobind/stl/vector.h>
+
+#include <algorithm>
+#include <map>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "array/arrayCalls.h"
+#include "array/chunkFunction.h"
+#include "array/formulas.h"
+#include "array/operands.h"
+#include "array/results.h"
+#include "formula/nearNames.h"
+#include "host/texts.h"
+#include "kv/error.h"
+#include "kv/lazyGraph.h"
+
+namespace kv::python {
+
+namespace {
+
+using Paths = std::vector<std::string>;
+using Types = std::map<std::string, std::string>;
+
+Table read(const ArraySession& self, const Paths& paths, const Types& types) {
+  return inArrays(Line::Live, [&] { return self.session()->read(paths, {types}); });
+}
+
+Table readCsv(const ArraySession& self, const Paths& paths, const Types& types) {
+  return inArrays(Line::Live, [&] { return self.session()->readCsv(paths, {types}); });
+}
+
+Table readParquet(const ArraySession& self, const Paths& paths) {
+  return inArrays(Line::Live, [&] { return self.session()->readParquet(paths); });
+}
+
+Array constant(const ArraySession& self, nb::handle value) {
+  const Operand operand = toOperand(value);
+  return inArrays(Line::Live, [&] { return self.session()->constant(operand); });
+}
+
+Array scalar(const ArraySession& self, nb::handle value, const std::string& type) {
+  const Operand operand = toOperand(value);
+  return inArrays(Line::Live, [&] { return self.session()->scalar(operand, type); });
+}
+
+void setThreads(const ArraySession& self, int threads) {
+  inArrays(Line::Live, [&] { self.session()->setThreads(threads); });
+}
+
+nb::tuple compute(const ArraySession& self, const nb::list& handles) {
+  const std::vector<Array> arrays = toArrays(handles);
+  const GatheredElements gathered =
+      inArrays(Line::Recorded, [&] { return gatherElements(*self.session(), arrays); });
+  nb::list values;
+  for (const Elements& each : gathered.values) {
+    values.append(toPython(each));
+  }
+  return nb::make_tuple(values, toPython(gathered.facts));
+}
+
+std::string explain(const ArraySession& self, const nb::list& handles) {
+  const std::vector<Array> arrays = toArrays(handles);
+  return inArrays(Line::Live, [&] { return self.session()->explain(arrays); });
+}
+
+Array applyFunction(const std::string& name, const nb::list& inputs) {
+  const std::vector<Operand> operands = toOperands(inputs);
+  return inArrays(Line::Live, [&] { return kv::apply(name, operands); });
+}
+
+Array reduce(const std::string& name, const Array& input, bool skipMissing) {
+  const Missing missing = skipMissing ? Missing::Skip : Missing::Propagate;
+  return inArrays(Line::Live, [&] { return aggregate(name, input, missing); });
+}
+
+Array mapChunks(const std::string& name, nb::handle function, const nb::list& inputs,
+                const std::string& type) {
+  const std::vector<Array> arrays = toArrays(inputs);
+  const ElementsFunction body = chunkFunction(function, type);
+  return inArrays(Line::Live, [&] { return mapElements(name, body, arrays, type); });
+}
+
+Array filterArray(const Array& input, const Array& keep) {
+  return inArrays(Line::Live, [&] { return filter(input, keep); });
+}
+
+Table filterTable(const Table& table, const Array& keep) {
+  return inArrays(Line::Live, [&] { return table.filter(keep); });
+}
+
+/// The error with the columns that the user may have meant.
+Error withNearNames(const Error& error, const std::string& name, const Table& table) {
+  std::string message = error.what();
+  for (const std::string& near : shell::nearNames(name, table.columns())) {
+    message += (message == error.what() ? " Did you mean '" : " or '") + near + "'";
+  }
+  message += message == error.what() ? "" : "?";
+  return {error.identifier(), message, error.arguments(), error.stack()};
+}
+
+Array column(const Table& table, const std::string& name) {
+  return inArrays(Line::Live, [&] {
+    try {
+      return table.column(name);
+    } catch (const Error& error) {
+      if (error.identifier() != "KALVEX:array:UnknownColumn") {
+        throw;
+      }
+      throw withNearNames(error, name, table);
+    }
+  });
+}
+
+Array evaluateText(const ArraySession& self, const Table& table, const std::string& text) {
+  return inArrays(Line::Live, [&] { return recordText(*self.session(), table, text); });
+}
+
+Table filterByText(const ArraySession& self, const Table& table, const std::string& text) {
+  return inArrays(Line::Live, [&] { return keepRowsByText(*self.session(), table, text); });
+}
+
+/// The files that an array reads, and the line that recorded it.
+nb::tuple originOf(const Array& array) {
+  const auto [files, place] = inArrays(Line::Live, [&] {
+    const std::span<const Array> alone(&array, 1);
+    const LazyGraph graph = lazyGraph(alone);
+    StackFrame last;
+    for (const LazyGraph::Node& node : graph.nodes) {
+      last = node.kind == LazyGraph::Kind::Closure ? node.place : last;
+    }
+    return std::pair(sourceFiles(alone), last);
+  });
+  nb::list names;
+  for (const std::string& file : files) {
+    names.append(toPython(file));
+  }
+  return nb::make_tuple(names, toPython(place.file), place.line);
+}
+
+/// The files that a table reads, by a column that can be read.
+nb::object sourcesOf(const Table& table) {
+  const std::vector<std::string> types = table.columnTypes();
+  const auto found = std::ranges::find_if(types, [](auto& type) { return type != "unknown"; });
+  if (found == types.end()) {
+    return nb::list();
+  }
+  const auto index = static_cast<std::size_t>(found - types.begin());
+  return originOf(column(table, table.columns()[index]))[0];
+}
+
+std::string typeOf(const Array& array) { return std::string(array.type()); }
+
+void bindSession(nb::module_& module) {
+  nb::class_<ArraySession>(module, "ArraySession", "A session of arrays.")
+      .def(nb::init<>())
+      .def("close", &ArraySession::close)
+      .def("read", read, nb::arg("paths"), nb::arg("types"))
+      .def("read_csv", readCsv, nb::arg("paths"), nb::arg("types"))
+      .def("read_parquet", readParquet, nb::arg("paths"))
+      .def("constant", constant, nb::sig("def constant(self, value: object) -> ArrayHandle"))
+      .def("scalar", scalar, nb::sig("def scalar(self, value: object, type: str) -> ArrayHandle"))
+      .def("set_threads", setThreads, nb::arg("threads"))
+      .def("record_text", evaluateText, nb::arg("table"), nb::arg("formula"))
+      .def("filter_by_text", filterByText, nb::arg("table"), nb::arg("formula"))
+      .def("compute", compute,
+           nb::sig("def compute(self, arrays: list[ArrayHandle]) -> "
+                   "tuple[list[tuple[str, bool, object]], tuple[int, int, float, int]]"))
+      .def("explain", explain, nb::sig("def explain(self, arrays: list[ArrayHandle]) -> str"));
+}
+
+void bindHandles(nb::module_& module) {
+  nb::class_<Array>(module, "ArrayHandle", "An array of array/.")
+      .def_prop_ro("type", typeOf)
+      .def_prop_ro("origin", originOf, nb::sig("def origin(self) -> tuple[list[str], str, int]"))
+      .def_prop_ro("is_scalar", &Array::isScalar)
+      .def_prop_ro("is_column", &Array::isColumn);
+  nb::class_<Table>(module, "TableHandle", "A table of array/.")
+      .def_prop_ro("columns", [](const Table& table) { return table.columns(); })
+      .def_prop_ro("sources", sourcesOf, nb::sig("def sources(self) -> list[str]"))
+      .def_prop_ro("types", &Table::columnTypes)
+      .def("column", column, nb::arg("name"))
+      .def("filter", filterTable, nb::arg("keep"));
+}
+
+void bindFunctions(nb::module_& module) {
+  module.def("apply_function", applyFunction,
+             nb::sig("def apply_function(name: str, inputs: list[object]) -> ArrayHandle"));
+  module.def("reduce", reduce, nb::arg("name"), nb::arg("input"), nb::arg("skip_missing"));
+  module.def("filter_array", filterArray, nb::arg("input"), nb::arg("keep"));
+  module.def("map_chunks", mapChunks,
+             nb::sig("def map_chunks(name: str, function: object, inputs: list[ArrayHandle], "
+                     "type: str) -> ArrayHandle"));
+  module.def("array_error", makeArrayError, nb::arg("identifier"), nb::arg("arguments"));
+  module.def("python_stack", liveFrames,
+             nb::sig("def python_stack() -> list[tuple[str, str, int]]"));
+}
+
+}  // namespace
+
+void bindArrays(nb::module_& module) {
+  bindResults(module);
+  bindHandles(module);
+  bindSession(module);
+  bindFunctions(module);
+}
+
+}  // namespace kv::python

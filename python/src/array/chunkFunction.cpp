@@ -1,0 +1,163 @@
+// An exception of a user's function is passed on by the runtime as a plain value, perhaps as bytes.
+// So it waits here, under a number that its error carries as its last argument.
+
+#include "array/chunkFunction.h"
+
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <span>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "array/results.h"
+#include "host/errors.h"
+#include "host/interpreter.h"
+#include "host/pyObjects.h"
+#include "host/texts.h"
+
+namespace kv::python {
+
+namespace {
+
+constexpr std::string_view kPrefix = "KALVEX:python:";
+
+/// More exceptions than this wait only if evaluations ended by others; then the oldest is dropped.
+constexpr std::size_t kMostRaised = 64;
+
+std::map<std::size_t, SharedPyObject>& raised() {
+  static auto& exceptions = *new std::map<std::size_t, SharedPyObject>();
+  return exceptions;
+}
+
+[[noreturn]] void throwIntoArrays(nb::python_error& error) {
+  const nb::handle exception = error.value();
+  if (PyObject_IsInstance(exception.ptr(), PyExc_Exception) != 1) {
+    throw PythonPassThrough(share(exception));
+  }
+  static std::size_t last = 0;
+  raised().emplace(++last, share(exception));
+  if (raised().size() > kMostRaised) {
+    raised().erase(raised().begin());
+  }
+  const std::string type = toUtf8(exception.type().attr("__name__"), "__name__");
+  std::string text;
+  try {
+    text = toUtf8(nb::str(exception), "text");
+  } catch (nb::python_error& failure) {
+    failure.discard_as_unraisable("an exception that can't be converted to text");
+  }
+  throw Error(std::string(kPrefix) + type, text, {std::to_string(last)});
+}
+
+/// The memory of a NumPy array, column-major.
+class Buffer {
+ public:
+  explicit Buffer(nb::handle array) {
+    if (PyObject_GetBuffer(array.ptr(), &view_, PyBUF_F_CONTIGUOUS | PyBUF_FORMAT) != 0) {
+      throw nb::python_error();
+    }
+  }
+  ~Buffer() { PyBuffer_Release(&view_); }
+  Buffer(const Buffer&) = delete;
+  Buffer& operator=(const Buffer&) = delete;
+
+  const void* data() const { return view_.buf; }
+  std::vector<std::size_t> dimensions() const { return {view_.shape, view_.shape + view_.ndim}; }
+  template <class T>
+  std::span<const T> elements() const {
+    return {static_cast<const T*>(view_.buf), static_cast<std::size_t>(view_.len) / sizeof(T)};
+  }
+
+ private:
+  Py_buffer view_{};
+};
+
+/// `array` is one that no one else changes.
+NumberElements numbersOf(nb::handle array, std::vector<std::size_t>& dimensions) {
+  const Buffer buffer(array);
+  dimensions = buffer.dimensions();
+  return {"", buffer.data(), share(array)};
+}
+
+template <class T>
+std::vector<T> vectorOf(nb::handle array) {
+  const Buffer buffer(array);
+  const auto elements = buffer.elements<T>();
+  return {elements.begin(), elements.end()};
+}
+
+/// What `_chunks.call` returned: the name of a type, and a NumPy array or the three of texts.
+Elements toElements(nb::handle returned) {
+  const auto result = nb::cast<nb::tuple>(returned);
+  Elements elements;
+  const std::string type = toUtf8(result[0], "a type");
+  elements.type = nameOfType(type);
+  if (type == "string") {
+    const auto parts = nb::cast<nb::tuple>(result[1]);
+    const auto bytes = vectorOf<std::uint8_t>(parts[1]);
+    TextElements texts{vectorOf<std::int64_t>(parts[0]), std::string(bytes.begin(), bytes.end()),
+                       vectorOf<std::uint8_t>(parts[2])};
+    elements.dimensions = {texts.offsets.size() - 1, 1};
+    elements.elements = std::move(texts);
+    return elements;
+  }
+  NumberElements numbers = numbersOf(result[1], elements.dimensions);
+  numbers.type = elements.type;
+  elements.elements = std::move(numbers);
+  elements.dimensions.resize(elements.dimensions.size() < 2 ? 2 : elements.dimensions.size(), 1);
+  return elements;
+}
+
+class ChunkFunction {
+ public:
+  ChunkFunction(nb::handle function, std::string type)
+      : function_(share(function)), type_(std::move(type)) {}
+
+  Elements operator()(const std::vector<Elements>& inputs) const {
+    const ModuleScope scope;
+    const Lock lock;
+    try {
+      nb::list values;
+      for (const Elements& input : inputs) {
+        values.append(toPython(input));
+      }
+      const nb::handle call = known(Known::CallChunkFunction);
+      const nb::object result =
+          inUserCode([&] { return call(nb::handle(function_.get()), values, toPython(type_)); });
+      return toElements(result);
+    } catch (nb::python_error& error) {
+      throwIntoArrays(error);
+    }
+  }
+
+ private:
+  SharedPyObject function_;
+  std::string type_;
+};
+
+}  // namespace
+
+ElementsFunction chunkFunction(nb::handle function, const std::string& type) {
+  return ChunkFunction(function, type);
+}
+
+nb::object originalOf(const Error& error) {
+  if (!std::string_view(error.identifier()).starts_with(kPrefix) || error.arguments().empty()) {
+    return {};
+  }
+  const std::string& token = error.arguments().back();
+  std::size_t number = 0;
+  std::from_chars(token.data(), token.data() + token.size(), number);
+  const auto found = raised().find(number);
+  if (found == raised().end()) {
+    return {};
+  }
+  nb::object exception = nb::borrow(found->second.get());
+  raised().erase(found);
+  return exception;
+}
+
+}  // namespace kv::python

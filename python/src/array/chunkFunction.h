@@ -1,0 +1,25 @@
+#pragma once
+
+#include <nanobind/nanobind.h>
+
+#include <string>
+
+#include "kv/elements.h"
+#include "kv/error.h"
+
+namespace kv::python {
+
+namespace nb = nanobind;
+
+/// A Python function of chunks as array/ calls it, on any thread: `kvbigdata._chunks` converts its
+/// inputs and its result. An exception that it raises becomes an Error of its type and text, and
+/// comes back by `originalOf`.
+///
+/// `type` is the type of the elements that it must return.
+ElementsFunction chunkFunction(nb::handle function, const std::string& type);
+
+/// The Python exception from which an error was made; null for any other error. Each comes back
+/// once. Requires: the interpreter's lock.
+nb::object originalOf(const Error& error);
+
+}  // namespace kv::python

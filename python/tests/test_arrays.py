@@ -1,0 +1,287 @@
+"""Arrays and tables as a user of NumPy meets them."""
+
+import doctest
+import operator
+import os
+import pickle
+import warnings
+from pathlib import Path
+
+import kvbigdata as kv
+import numpy as np
+import pyarrow as pa
+import pyarrow.parquet as pq
+import pytest
+
+ROOT = Path(__file__).resolve().parents[2]
+ROWS = {
+    "x": [1.0, 4.0, None, -2.5],
+    "n": [3, 0, -7, 100],
+    "b": [True, False, None, True],
+    "word": ["a", None, "", "ü"],
+}
+TYPES = {"x": pa.float64(), "n": pa.int8(), "b": pa.bool_(), "word": pa.string()}
+
+
+pytestmark = pytest.mark.usefixtures("arrays")
+
+
+@pytest.fixture
+def arrow():
+    return pa.table({name: pa.array(ROWS[name], kind) for name, kind in TYPES.items()})
+
+
+@pytest.fixture
+def table(arrow, tmp_path, arrays):
+    path = tmp_path / "rows.parquet"
+    pq.write_table(arrow, path)
+    return kv.read(path)
+
+
+X = np.array([1.0, 4.0, np.nan, -2.5])
+N = np.array([3, 0, -7, 100], dtype=np.int8)
+
+
+def check(actual, expected):
+    assert actual.dtype == expected.dtype
+    np.testing.assert_array_equal(actual, expected)
+
+
+@pytest.mark.parametrize(
+    "function",
+    [
+        lambda x, n: x + n,
+        lambda x, n: 2 - n,
+        lambda x, n: n * np.float32(1.5),
+        lambda x, n: n / np.int8(4),
+        lambda x, n: n % 7,
+        lambda x, n: n**2,
+        lambda x, n: -n,
+        lambda x, n: abs(n),
+        lambda x, n: 1 / x,
+        lambda x, n: (x > 0) & ~(n == 3),
+        lambda x, n: (x > 0) | np.logical_not(n),
+        lambda x, n: np.array([True])[0] ^ (n > 0),
+        lambda x, n: np.sqrt(abs(x)) + np.exp(x) - np.square(n),
+        lambda x, n: np.isinf(1 / n),
+        lambda x, n: np.where(n > 0, x, 0),
+        lambda x, n: np.clip(n, -1, 50),
+        lambda x, n: np.maximum(x, n).round(),
+        lambda x, n: np.add(np.int64(3), n),
+    ],
+)
+def test_element_functions_have_the_values_and_types_of_numpy(table, function):
+    with np.errstate(all="ignore"):
+        expected = function(X, N)
+    actual = function(table.x, table.n)
+    assert isinstance(actual, kv.Array)
+    assert actual.dtype == expected.dtype
+    check(actual.compute(), expected)
+
+
+REDUCTIONS = ["sum", "mean", "min", "max", "std", "var", "ptp", "any", "all"]
+
+
+@pytest.mark.parametrize("name", REDUCTIONS)
+def test_reductions_are_functions_methods_and_those_of_numpy(table, name):
+    n = table.n
+    expected = getattr(np, name)(N)
+    results = kv.compute(getattr(kv, name)(n), getattr(n, name)(), getattr(np, name)(n))
+    for result in results:
+        assert type(result) is type(expected) and result == pytest.approx(expected, rel=1e-15)
+
+
+def test_columns_skip_missing_values_and_propagate_them_on_request(table):
+    x = table.x
+    skipped, kept, squares = kv.compute(x.mean(), x.mean(skipna=False), np.nanvar(x))
+    assert skipped == np.nanmean(X) and np.isnan(kept)
+    assert squares == pytest.approx(np.nanvar(X))
+    assert x.std(ddof=1).compute() == pytest.approx(np.nanstd(X, ddof=1))
+    assert kv.compute(x.count(), table.b.sum(), table.word.count()) == (3, 2, 3)
+    assert x.max(where=table.n > 50).compute() == -2.5
+    assert np.add.reduce(table.n).compute() == 96
+
+
+def test_values_keep_their_types_and_what_is_missing(table, arrow):
+    computed = kv.compute(table, {"all": [table.b, table.word, 7]}, table.n.max())
+    assert computed[0].drop(["x"]) == arrow.drop(["x"])
+    check(computed[0]["x"].to_numpy(), X)
+    b, word, seven = computed[1]["all"]
+    assert b.tolist() == ROWS["b"] and seven == 7
+    assert word.tolist() == ROWS["word"] and isinstance(word.dtype, np.dtypes.StringDType)
+    assert type(computed[2]) is np.int8
+    assert table.word.max().compute() == "ü" and table.b.all().compute() is np.False_
+    assert kv.facts().passes >= 1
+    widened = table.filter("n == 0").b.min()
+    assert widened.compute() is np.False_
+    assert table.b[table.n == -7].min().compute() is None
+
+
+def test_rows_are_selected_by_masks_functions_and_formulas(table):
+    for chosen in (
+        table[table.n > 0],
+        table.filter(lambda t: t.n > 0),
+        table.filter("n > 0"),
+    ):
+        assert chosen.columns == table.columns
+        check(chosen["n"].compute(), N[N > 0])
+    check(table.x[table.n > 0].compute(), X[N > 0])
+    with pytest.raises(kv.FormulaError, match="no column") as caught:
+        table.filter("m > 0")
+    assert caught.value.where is not None and caught.value.where.text == 'table.filter("m > 0")'
+    refused("BadFormula", ValueError, lambda: table.filter("n"))
+
+
+def refused(name, base, function):
+    with pytest.raises(base) as caught:
+        function()
+    error = caught.value
+    assert isinstance(error, kv.Error) and error.identifier.rpartition(":")[2] == name
+    assert error.where is None or error.where.file == __file__
+    copy = pickle.loads(pickle.dumps(error))
+    assert (copy.where, str(copy), type(copy)) == (error.where, str(error), type(error))
+    return error
+
+
+def test_errors_are_of_the_built_in_types_and_show_the_users_line(table, tmp_path):
+    unknown = refused("UnknownColumn", KeyError, lambda: table["wrod"])
+    assert "Did you mean 'word'?" in str(unknown)
+    assert unknown.where.text.startswith("unknown = refused")
+    with pytest.raises(AttributeError, match="m"):
+        _ = table.m
+    refused("BadTypes", TypeError, lambda: table.word + 1)
+    refused("NotLogical", TypeError, lambda: table[table.n])
+    refused("FileNotFound", OSError, lambda: kv.read(tmp_path / "no.csv"))
+    refused("UnsupportedType", TypeError, lambda: table.n + np.complex64(1))
+    refused("UnsupportedOperand", TypeError, lambda: table.x == None)  # noqa: E711
+    refused("NotSupported", TypeError, lambda: table.n & 1)
+    refused("NotSupported", TypeError, lambda: table.n // 2)
+    refused("NotSupported", TypeError, lambda: table.n.sum(axis=1))
+    refused("BadArity", TypeError, lambda: kv.sqrt(table.n, 1))
+    refused("UnknownType", ValueError, lambda: table._session._native.scalar(1, "nope"))
+    overflow = table.n.sum() * np.int64(2**62)
+    path = tmp_path / "bad.csv"
+    path.write_text("x\n" + "1\n" * 40_000 + "oops\n")
+    bad = kv.read(path).x
+    error = refused("BadField", ValueError, lambda: bad.sum().compute())
+    assert "oops" in str(error)
+    assert overflow.ndim == 0
+
+
+def test_an_array_is_no_container(table):
+    x, total = table.x, table.n.sum()
+    refused("UnknownLength", TypeError, lambda: len(x))
+    refused("NotIterable", TypeError, lambda: list(x))
+    refused("NotIterable", TypeError, lambda: 1 in x)
+    refused("NotIterable", TypeError, lambda: sorted(x))
+    refused("TruthValue", ValueError, lambda: bool(x))
+    refused("NotAScalar", TypeError, lambda: float(x))
+    refused("ReadOnly", TypeError, lambda: operator.setitem(x, 0, 1))
+    refused("CopyNeeded", ValueError, lambda: np.asarray(x, copy=False))
+    for use in (len, list, np.asarray, lambda t: 1 in t):
+        refused("NotIterable", TypeError, lambda use=use: use(table))
+    refused("TruthValue", ValueError, lambda: bool(table))
+    refused("ReadOnly", TypeError, lambda: operator.setitem(table, "x", 1))
+    assert (bool(total), int(total), float(total), total.item()) == (True, 96, 96.0, 96)
+    assert x.shape == (None,) and x.size is None and x.nbytes is None and total.shape == ()
+    check(np.asarray(x), X)
+    with pytest.raises(TypeError, match="unhashable"):
+        hash(x)
+
+
+def test_recording_and_looking_compute_nothing(table, monkeypatch):
+    with kv.no_compute():
+        mean = table.filter("n > 0").x.mean()
+        for shown in (table, table.x, mean):
+            assert "rows.parquet" in repr(shown) and "test_arrays.py, line" in repr(shown)
+        assert mean.explain() and table.explain()
+        refused("NoCompute", kv.Error, mean.compute)
+        refused("NoCompute", kv.Error, lambda: np.asarray(table.x))
+    assert mean.compute() == -0.75
+    monkeypatch.setenv("KV_NO_COMPUTE", "1")
+    refused("NoCompute", kv.Error, mean.compute)
+
+
+def test_functions_of_the_user_see_chunks_of_any_type(table):
+    x, word, b = table.x, table.word, table.b
+    seen = []
+
+    def longer(words, sizes):
+        seen.append((words.dtype, sizes.dtype))
+        return [None if w is None else w * int(abs(n)) for w, n in zip(words, sizes, strict=True)]
+
+    doubled, named, flags, inner = kv.compute(
+        x.map_chunks(lambda v: v * 2),
+        word.map_chunks(longer, table.n, dtype=str),
+        b.map_chunks(lambda v: [each is None for each in v], dtype=bool),
+        x.map_chunks(lambda v: v + table.n.max().compute()),
+    )
+    check(doubled, X * 2)
+    assert named.tolist() == ["aaa", None, "", "ü" * 100]
+    assert seen[0] == (named.dtype, np.int8)
+    check(flags, np.array([False, False, True, False]))
+    check(inner, X + 100)
+
+
+def test_an_exception_of_a_users_function_is_raised_itself(table):
+    failure = ValueError("no")
+
+    def fail(values):
+        raise failure
+
+    failing = table.x.map_chunks(fail) + 1
+    with pytest.raises(ValueError, match="no") as caught:
+        failing.compute()
+    assert caught.value is failure
+    notes = failure.__notes__
+    assert "table.x.map_chunks(fail)" in notes[0] and "partition 1, rows 1 to 4" in notes[1]
+    assert any(entry.name == "fail" for entry in caught.traceback)
+    with pytest.raises(KeyboardInterrupt):
+        table.x.map_chunks(lambda v: (_ for _ in ()).throw(KeyboardInterrupt)).compute()
+    wrong = table.x.map_chunks(lambda v: v > 0)
+    assert "logical" in str(refused("WrongType", TypeError, wrong.compute))
+    short = table.x.map_chunks(lambda v: v[:2])
+    refused("WrongRowCount", ValueError, short.compute)
+    refused("NoFunction", TypeError, lambda: table.x.map_chunks(3))
+    refused("NotSupported", TypeError, lambda: table.x.map_chunks(abs, rows="any"))
+    assert table.x.sum().compute() == 2.5
+
+
+def test_sessions_are_separate_and_can_be_closed(tmp_path):
+    path = tmp_path / "x.csv"
+    path.write_text("x\n1\n2\n")
+    outside = kv.read(path).x
+    with kv.session():
+        inside = kv.read(path).x
+        assert inside.sum().compute() == 3
+        refused("TwoSessions", ValueError, lambda: inside + outside)
+    refused("Closed", kv.Error, lambda: inside + 1)
+    with kv.options(threads=1):
+        assert outside.sum().compute() == 3
+
+
+def test_a_child_of_a_fork_gets_a_clear_error(table):
+    table.x.sum().compute()
+    reader, writer = os.pipe()
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", DeprecationWarning)
+        child = os.fork()
+    if child == 0:
+        try:
+            table.x.sum()
+        except kv.Error as error:
+            os.write(writer, error.identifier.encode())
+        finally:
+            os._exit(0)
+    os.close(writer)
+    with os.fdopen(reader) as report:
+        assert report.read() == "KALVEX:session:Forked"
+    assert os.waitpid(child, 0) == (child, 0)
+    assert table.x.sum().compute() == 2.5
+
+
+def test_examples_in_documentation_are_true(monkeypatch):
+    monkeypatch.chdir(ROOT)
+    names = {"kv": kv, "np": np}
+    found = doctest.testmod(kv, extraglobs=names)
+    assert found.failed == 0 and found.attempted > 20
