@@ -312,7 +312,7 @@ def test_an_interrupt_stops_between_chunks_and_leaves_the_session_usable(many, a
     seconds = time.monotonic() - started
     total = many.sum(chain)
     with pytest.raises(KeyboardInterrupt):
-        alarm(seconds / 4)
+        alarm(seconds / 20)
         many.gather(total)
     # An interrupt between the evaluation and the next line of Python would be too late.
     assert not total.get("ValueFuture").get("Promise").get("IsDone")

@@ -1,4 +1,4 @@
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -88,11 +88,14 @@ TEST_F(CsvFaults, AFailingCallIsReportedOrHasNoConsequence) {
           },
           fault);
       ++outcomes[*run.outcome];
-      const std::string& call = whole.calls[fault.call];
+      // The allocator's calls depend on time: the fault may meet another call than in the whole
+      // run, even one of the second reading, or none.
+      const std::string call = fault.call < run.calls.size() ? run.calls[fault.call] : "other";
       const bool mayFail = row.error != 0 && !(row.error == EINTR && call == "pread");
-      ASSERT_THAT(*run.outcome, testing::AnyOf("read, then read",
-                                               mayFail ? "reported, then read" : "read, then read"))
-          << row.name << " at " << call << ", call " << fault.call;
+      const bool isReported =
+          *run.outcome == "reported, then read" || *run.outcome == "read, then reported";
+      ASSERT_TRUE(*run.outcome == "read, then read" || (mayFail && isReported))
+          << *run.outcome << ": " << row.name << " at " << call << ", call " << fault.call;
     }
     std::printf("csv-io, %s:", row.name);
     for (const auto& [outcome, count] : outcomes) {

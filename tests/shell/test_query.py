@@ -436,6 +436,14 @@ def test_a_reader_that_closes_the_pipe_ends_the_command_silently(run: Run) -> No
     assert process.wait() == -signal.SIGPIPE
 
 
+def wait_until_caught(process: subprocess.Popen[str]) -> None:
+    """Returns when the process has a handler for interrupts."""
+    caught = 0
+    while not caught >> (signal.SIGINT - 1) & 1:
+        status = Path(f"/proc/{process.pid}/status").read_text()
+        caught = int(status.split("SigCgt:")[1].split()[0], 16)
+
+
 def test_an_interrupt_ends_with_130_and_one_line(run: Run) -> None:
     block = "x,y\n" + "1.25,2\n" * 5_000_000
     (run.folder / "large.csv").write_text(block)
@@ -447,7 +455,8 @@ def test_an_interrupt_ends_with_130_and_one_line(run: Run) -> None:
         stderr=subprocess.PIPE,
         text=True,
     )
-    time.sleep(1.0)
+    wait_until_caught(process)
+    time.sleep(0.5)
     process.send_signal(signal.SIGINT)
     out, err = process.communicate(timeout=60)
     assert (process.returncode, out, err) == (130, "", "kvbig: interrupted\n")
@@ -463,10 +472,7 @@ def test_an_interrupt_before_the_evaluation_counts(run: Run, command: list[str])
         stderr=subprocess.PIPE,
         text=True,
     )
-    caught = 0
-    while not caught >> (signal.SIGINT - 1) & 1:
-        status = Path(f"/proc/{process.pid}/status").read_text()
-        caught = int(status.split("SigCgt:")[1].split()[0], 16)
+    wait_until_caught(process)
     process.send_signal(signal.SIGINT)
     assert process.communicate(timeout=60) == ("", "kvbig: interrupted\n")
     assert not (run.folder / "late.kv").exists()
