@@ -12,6 +12,10 @@
 #include "classes/operationTable.h"
 #include "values/hostNames.h"
 
+// A loaded file may hold what no program can record. Two such forms would hurt: a closure with
+// other inputs than its operation, since operators index them without a check, and a long text that
+// many closures share, since a plan repeats it for each and a small file could become gigabytes.
+
 namespace kv::runtime {
 
 namespace {

@@ -18,6 +18,11 @@
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 
+// What an operation object of the host means is read here, once, when its closure becomes a task.
+// After that the plan and the engine know operators only, so a new operation is a row of the table
+// at the end with a function that describes it. The describing functions refuse what can't run,
+// since the user's line is still known then.
+
 namespace kv::runtime {
 
 namespace {

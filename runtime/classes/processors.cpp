@@ -12,6 +12,11 @@
 #include "values/hostNames.h"
 #include "values/objects.h"
 
+// The core describes a stage as a graph of builder objects, in which ids may repeat and edges name
+// what they connect. It is translated in two steps: into numbers of nodes, by identity, then into
+// the engine's links, in an order in which inputs come first. Builders that only pass something on
+// (the global inputs, selections of one output) become links and cost nothing when the stage runs.
+
 namespace kv::runtime {
 
 namespace {

@@ -9,6 +9,11 @@
 #include "column/pieces.h"
 #include "kv/errors/StepError.h"
 
+// The rows of a stage come from its source or, if it has none, from values whose places agree. In
+// the second case only ordinals are read, and each value contributes its own rows by them. Users'
+// functions must see the same rows together for any reader, so with them rows are cut into pieces
+// here, before the first step.
+
 namespace kv::runtime {
 
 namespace {

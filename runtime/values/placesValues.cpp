@@ -11,6 +11,10 @@
 
 #include "values/columnValues.h"
 
+// The places of a value are saved and pass through the host as a structure, which anyone can write.
+// So nothing in it is believed: numbers that would index past an array, or sum up to more than
+// fits, are refused here, since the engine doesn't check them again for each row.
+
 namespace kv::runtime {
 
 namespace {
