@@ -41,13 +41,26 @@ std::shared_ptr<const TableColumns> columnsOf(const kxArray* datastore) {
                                               textsOf(datastore, "ColumnFileTypes"));
 }
 
+/// The rows of a datastore: those of its files, as they are read.
+std::shared_ptr<const RowSpace> rowsOf(const kxArray* datastore) {
+  std::string key;
+  constexpr kcos::NameRef kParts[] = {"Files", "ColumnNames", "ColumnTypes"};
+  for (const kcos::NameRef property : kParts) {
+    for (const std::string& text : textsOf(datastore, property)) {
+      key += std::to_string(text.size()) + ':' + text;
+    }
+  }
+  return std::make_shared<const RowSpace>(
+      key, host::toText(host::getProperty(datastore, "DisplayName").get()), std::nullopt);
+}
+
 Table readBy(kcos::NameRef opener, const std::shared_ptr<Session::Impl>& session,
              const std::vector<std::string>& paths, const ReadOptions& options, Where where) {
   return publicCall(*session, where, [&] {
     const host::Value datastore = openDatastore(opener, paths, options);
     auto rows = host::call("createFromDatastoreBuiltin", {datastore.get()});
-    return Table(std::make_shared<const Table::Handle>(session, std::move(rows),
-                                                       columnsOf(datastore.get())));
+    return Table(std::make_shared<const Table::Handle>(
+        session, std::move(rows), columnsOf(datastore.get()), rowsOf(datastore.get())));
   });
 }
 

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <array>
 #include <string>
 #include <utility>
 
@@ -17,6 +19,19 @@ TableColumns::TableColumns(std::vector<std::string> columnNames,
     positions.emplace(names[i], i);
   }
 }
+
+namespace {
+
+/// The same array; columns skip missing values.
+Array asColumn(const Array& array) {
+  RowTraits traits = array.handle().traits;
+  traits.isColumn = true;
+  return Array(std::make_shared<const Array::Handle>(
+      array.handle().session, matrix::sharedCopy(array.handle().value.get()), array.handle().type,
+      array.handle().constant, std::move(traits)));
+}
+
+}  // namespace
 
 const std::vector<std::string>& Table::columns() const { return handle_->columns->names; }
 
@@ -43,6 +58,9 @@ Array Table::column(std::string_view name, Where where) const {
     raiseError("KALVEX:datastore:UnsupportedColumn",
                {std::string(name), all.fileTypes[found->second]}, {line()});
   }
+  if (handle_->value == nullptr) {
+    return handle_->arrays[found->second];
+  }
   const auto session = live(handle_->session);
   return publicCall(*session, where, [&] {
     CallInputs inputs;
@@ -51,7 +69,9 @@ Array Table::column(std::string_view name, Where where) const {
     inputs.give(host::makeLogical(true));  // the content of the variable, not a table of it
     inputs.lend(handle_->value);
     return makeArray(session, host::call("subsrefTabularVar", inputs.list()), type,
-                     RowTraits{.isColumn = true});
+                     RowTraits{.isColumn = true,
+                               .rows = handle_->rows,
+                               .made = keyOf(name, handle_->rows ? handle_->rows->key() : 0)});
   });
 }
 
@@ -61,10 +81,60 @@ Table Table::filter(const Array& keep, Where where) const {
   if (live(keep.handle().session) != session) {
     raiseTwoSessions();
   }
+  if (handle_->value == nullptr) {
+    std::vector<NamedArray> columns;
+    for (std::size_t i = 0; i < handle_->arrays.size(); ++i) {
+      columns.push_back({handle_->columns->names[i], kv::filter(handle_->arrays[i], keep, where)});
+    }
+    return tableOf(columns, where);
+  }
   return publicCall(*session, where, [&] {
+    const Array all = makeArray(session, matrix::sharedCopy(handle_->value.get()),
+                                runtime::ElementType::Unknown, RowTraits{.rows = handle_->rows});
+    RowTraits traits = traitsOfFiltered(all, keep, where);
     auto rows = host::call("filterslices", {keep.handle().value.get(), handle_->value.get()});
-    return Table(std::make_shared<const Table::Handle>(session, std::move(rows), handle_->columns));
+    return Table(std::make_shared<const Table::Handle>(session, std::move(rows), handle_->columns,
+                                                       std::move(traits.rows)));
   });
+}
+
+Table tableOf(std::span<const NamedArray> columns, Where where) {
+  std::vector<std::string> names;
+  std::vector<runtime::ElementType> types;
+  std::vector<Array> arrays;
+  for (const NamedArray& column : columns) {
+    if (std::ranges::find(names, column.name) != names.end()) {
+      raiseError("KALVEX:array:SameName", {column.name});
+    }
+    names.push_back(column.name);
+    types.push_back(column.array.handle().type);
+    arrays.push_back(asColumn(column.array));
+  }
+  const auto session = sessionOf(arrays);
+  requireSameRows(arrays, where);
+  const auto known = std::ranges::find_if(
+      arrays, [](const Array& array) { return array.handle().traits.rows != nullptr; });
+  return translated([&] {
+    std::vector<std::string> fileTypes(names.size());
+    return Table(std::make_shared<const Table::Handle>(
+        session, nullptr,
+        std::make_shared<const TableColumns>(std::move(names), std::move(types),
+                                             std::move(fileTypes)),
+        known == arrays.end() ? nullptr : known->handle().traits.rows, std::move(arrays)));
+  });
+}
+
+Array countRows(const Array& array, Where where) {
+  const Array isMissing = kv::apply("ismissing", std::array{Operand(array, where)}, where);
+  return kv::count(isMissing, where);
+}
+
+void settle(const Array& array, Where where) {
+  const auto& rows = array.handle().traits.rows;
+  if (rows != nullptr && !rows->count()) {
+    const Value count = countRows(array, where).gather(where);
+    rows->setCount(std::get<Value::Integers>(count.data()).front());
+  }
 }
 
 }  // namespace kv

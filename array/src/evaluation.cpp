@@ -31,7 +31,15 @@ Gathered gatherIn(Session::Impl& session, std::span<const Array> arrays, const W
 }  // namespace
 
 std::vector<host::Value> gatherValues(std::span<const Array> arrays) {
-  return host::callMany("gather", static_cast<int>(arrays.size()), asInputs(arrays).list());
+  std::vector<host::Value> values =
+      host::callMany("gather", static_cast<int>(arrays.size()), asInputs(arrays).list());
+  for (std::size_t i = 0; i < arrays.size(); ++i) {
+    const RowTraits& traits = arrays[i].handle().traits;
+    if (!traits.isScalar && traits.rows != nullptr) {
+      traits.rows->setCount(static_cast<std::int64_t>(kxGetM(values[i].get())));
+    }
+  }
+  return values;
 }
 
 Facts lastFacts() {

@@ -26,15 +26,6 @@ struct ToOperand {
 
 runtime::Operand operandOf(const Operand& input) { return std::visit(ToOperand(), input.value()); }
 
-RowTraits traitsOf(std::span<const Array> inputs) {
-  RowTraits traits{.isScalar = true, .isColumn = false};
-  for (const Array& input : inputs) {
-    traits.isScalar = traits.isScalar && input.isScalar();
-    traits.isColumn = traits.isColumn || input.isColumn();
-  }
-  return traits;
-}
-
 Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value, ElementType type,
                 RowTraits traits) {
   return Array(
@@ -45,7 +36,7 @@ Array makeConstant(const std::weak_ptr<Session::Impl>& session, const runtime::O
   const host::Value value = runtime::recordedValue(constant);
   return Array(std::make_shared<const Array::Handle>(
       session, host::call("createFromConstantBuiltin", {value.get()}), constant.column.type(),
-      constant, RowTraits{.isScalar = true}));
+      constant, RowTraits{.isScalar = true, .made = uniqueKey()}));
 }
 
 std::shared_ptr<Session::Impl> sessionOf(std::span<const Array> arrays) {
@@ -83,6 +74,11 @@ void requireLogical(const Array& keep) {
 }
 
 std::string_view Array::type() const { return runtime::elementTypeName(handle_->type); }
+
+std::optional<std::int64_t> Array::rows() const {
+  const RowTraits& traits = handle_->traits;
+  return traits.isScalar ? 1 : traits.rows != nullptr ? traits.rows->count() : std::nullopt;
+}
 
 bool Array::isScalar() const { return handle_->traits.isScalar; }
 

@@ -8,21 +8,13 @@
 #include <unordered_map>
 #include <vector>
 
+#include "RowSpace.h"
 #include "kv/array.h"
 #include "kv/host/values.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "publicCall.h"
 
 namespace kv {
-
-/// What is known of an array's rows when it is recorded.
-struct RowTraits {
-  bool isScalar = false;
-  bool isColumn = false;
-};
-
-/// Those of what is computed row by row from `inputs`.
-RowTraits traitsOf(std::span<const Array> inputs);
 
 /// Holds its host object strongly. The host can release it from whichever thread drops it.
 struct Array::Handle {
@@ -49,8 +41,10 @@ struct TableColumns {
 
 struct Table::Handle {
   std::weak_ptr<Session::Impl> session;
-  host::Value value;  ///< an array of rows with all columns
+  host::Value value;  ///< an array of rows with all columns; null if it is made of arrays
   std::shared_ptr<const TableColumns> columns;
+  std::shared_ptr<const RowSpace> rows;
+  std::vector<Array> arrays{};  ///< the columns, if it is made of arrays
 };
 
 Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value,

@@ -113,7 +113,7 @@ Array map(std::string name, BlockFunction function, std::span<const Array> input
       call.lend(input.handle().value);
     }
     return makeArray(session, host::call("elementfun", call.list()), runtime::ElementType::Double,
-                     traitsOf(inputs));
+                     traitsOfUnique(inputs, where));
   });
 }
 

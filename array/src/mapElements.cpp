@@ -87,7 +87,8 @@ Array mapElements(std::string name, ElementsFunction function, std::span<const A
     for (const Array& input : inputs) {
       call.lend(input.handle().value);
     }
-    return makeArray(session, host::call("elementfun", call.list()), element, traitsOf(inputs));
+    return makeArray(session, host::call("elementfun", call.list()), element,
+                     traitsOfUnique(inputs, where));
   });
 }
 

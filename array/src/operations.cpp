@@ -70,6 +70,7 @@ Array apply(std::string_view function, std::span<const Operand> inputs, Where wh
     }
     const std::vector<runtime::Operand> adapted = runtime::adaptConstants(*row, operands);
     const ElementType type = resultType(*row, adapted);
+    RowTraits traits = traitsOf(function, inputs, where);
     CallInputs call;
     call.give(host::makeFunctionHandle(runtime::elementFunctionName(function)));
     for (std::size_t i = 0; i < inputs.size(); ++i) {
@@ -79,7 +80,7 @@ Array apply(std::string_view function, std::span<const Operand> inputs, Where wh
         call.lend(std::get<Array>(inputs[i].value()).handle().value);
       }
     }
-    return makeArray(session, host::call("elementfun", call.list()), type, traitsOf(arrays));
+    return makeArray(session, host::call("elementfun", call.list()), type, std::move(traits));
   });
 }
 
@@ -97,7 +98,7 @@ Array aggregate(std::string_view name, const Array& input, Missing missing, Wher
     auto result =
         host::call("aggregatefun", {handle.get(), handle.get(), input.handle().value.get()});
     return makeArray(session, std::move(result), type,
-                     RowTraits{.isScalar = true, .isColumn = input.isColumn()});
+                     traitsOfAggregate(runtime::aggregateFunctionName(name, rule), input));
   });
 }
 
@@ -105,9 +106,9 @@ Array filter(const Array& input, const Array& keep, Where where) {
   requireLogical(keep);
   const auto session = sessionOf(std::array{input, keep});
   return publicCall(*session, where, [&] {
+    RowTraits traits = traitsOfFiltered(input, keep, where);
     auto rows = host::call("filterslices", {keep.handle().value.get(), input.handle().value.get()});
-    return makeArray(session, std::move(rows), input.handle().type,
-                     RowTraits{.isColumn = input.isColumn()});
+    return makeArray(session, std::move(rows), input.handle().type, std::move(traits));
   });
 }
 

@@ -38,7 +38,7 @@ Array Table::rand(Where where) const {
     call.give(host::makeFunctionHandle(runtime::kRandomRowsFunction));
     call.lend(counted.handle().value);
     return makeArray(session, host::call("elementfun", call.list()), ElementType::Double,
-                     RowTraits{.isColumn = true});
+                     RowTraits{.isColumn = true, .rows = handle_->rows, .made = uniqueKey()});
   });
 }
 

@@ -91,7 +91,7 @@ Array Session::scalar(const Operand& value, std::string_view type, Where where) 
   return publicCall(*impl_, where, [&] {
     const host::Value number = scalarOf(value, element, type);
     return makeArray(impl_, host::call("createFromConstantBuiltin", {number.get()}), element,
-                     RowTraits{.isScalar = true});
+                     RowTraits{.isScalar = true, .made = uniqueKey()});
   });
 }
 

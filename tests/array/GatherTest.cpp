@@ -93,17 +93,36 @@ TEST_F(Gather, FiltersRowsOfTablesAndArraysAlike) {
 TEST_F(Gather, RefusesInputsWhoseRowsDontMatch) {
   const Array x = read("x\n1\n2\n3\n").column("x");
   const Array above = filter(x, x > 1);
-  const Error early = errorOf([&] { (x + above).gather(); });
-  EXPECT_EQ(early.identifier(), "KALVEX:array:RowsDiffer");
-  EXPECT_EQ(early.place().partition, std::nullopt) << "no data was read";
-
-  above.gather();
-  const Error error = errorOf([&] { (x + above).gather(); });
-  EXPECT_EQ(error.identifier(), "KALVEX:array:RowsDiffer");
-  EXPECT_EQ(error.place().partition, 1);
-  EXPECT_EQ(error.place().firstRow, 1);
-  EXPECT_EQ(error.place().lastRow, 3);
+  for (const bool isGathered : {false, true}) {
+    const Error error = errorOf([&] { x + above; });
+    EXPECT_EQ(error.identifier(), "KALVEX:array:RowsDiffer") << isGathered;
+    EXPECT_THAT(error.stack().front().file, testing::EndsWith("GatherTest.cpp"));
+    EXPECT_THAT(error.what(), testing::HasSubstr("filtered by the condition recorded"));
+    EXPECT_EQ(errorOf([&] { filter(above, x > 1); }).identifier(), "KALVEX:array:RowsDiffer");
+    EXPECT_THAT(numbers(above + filter(x, x > 1)), ElementsAre(4, 6)) << "the same condition";
+    above.gather();
+  }
+  const Array other = session.read(folder.write("other.csv", "x\n1\n2\n3\n")).column("x");
+  EXPECT_EQ(errorOf([&] { x + other; }).identifier(), "KALVEX:array:DifferentSources");
   EXPECT_EQ(number(sum(x)), 6) << "the session stays usable";
+}
+
+TEST_F(Gather, CountsRowsOnRequest) {
+  const Array x = read("x\n1\nNA\n3\n").column("x");
+  const Array above = filter(x, x > 1);
+  EXPECT_EQ(x.rows(), std::nullopt);
+  EXPECT_EQ(number(countRows(x)), 3);
+  settle(x);
+  EXPECT_EQ((x + 1).rows(), 3);
+  EXPECT_EQ(above.rows(), std::nullopt);
+  above.gather();
+  EXPECT_EQ((above * 2).rows(), 1);
+  const Table table = tableOf(std::vector<NamedArray>{{"x", x}, {"twice", x * 2}});
+  EXPECT_THAT(numbers(table.filter(x > 1).column("twice")), ElementsAre(6));
+  EXPECT_EQ(errorOf([&] {
+              tableOf(std::vector<NamedArray>{{"x", x}, {"x", x}});
+            }).identifier(),
+            "KALVEX:array:SameName");
 }
 
 TEST_F(Gather, ReportsWhatIsWrongWithAFile) {

@@ -50,7 +50,9 @@ using BlockFunction =
     std::function<std::vector<double>(std::span<const std::span<const double>> inputs)>;
 
 /// Applies an element function by name ("plus", "abs", "eq", ...): see `elementFunctions`.
-/// Errors: Error "KALVEX:array:UnknownFunction" with the name; "KALVEX:function:BadArity" and
+/// Errors: Error "KALVEX:array:RowsDiffer" or "KALVEX:array:DifferentSources", with the lines of
+/// both, for arrays that don't have the same rows; "KALVEX:array:UnknownFunction" with the name;
+/// "KALVEX:function:BadArity" and
 /// "KALVEX:function:BadTypes" for inputs for which it isn't defined; "KALVEX:array:NoArray" if no
 /// input is an array; "KALVEX:array:TwoSessions" for arrays of different sessions;
 /// "KALVEX:function:OutOfRange" for a constant that doesn't fit the integers with which it is
@@ -161,6 +163,19 @@ struct NamedArray {
   std::string name;
   Array array;
 };
+
+/// A table of arrays with the same rows, as columns in that order.
+/// Errors: Error "KALVEX:array:NoArray", "KALVEX:array:SameName", "KALVEX:array:TwoSessions";
+/// "KALVEX:array:RowsDiffer" or "KALVEX:array:DifferentSources" for other rows.
+Table tableOf(std::span<const NamedArray> columns, Where where = Where::current());
+
+/// The number of rows, as an array of one row; nothing is counted yet.
+Array countRows(const Array& array, Where where = Where::current());
+
+/// Counts the rows unless their number is known; afterwards `rows()` of this array, and of those
+/// made from it row by row, returns it. Does nothing for an opened array.
+/// Errors: those of Session::gather.
+void settle(const Array& array, Where where = Where::current());
 
 /// Whether the person who opens a file trusts what evaluating its arrays would do.
 enum class Trust : std::uint8_t {

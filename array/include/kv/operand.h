@@ -3,6 +3,7 @@
 #include <concepts>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <source_location>
 #include <string>
 #include <string_view>
@@ -32,6 +33,10 @@ class Array {
 
   /// Type of the elements: "double", "single", "int8" ... "uint64", "logical", "string".
   std::string_view type() const;
+
+  /// The number of rows, if it is known: from the source, or because an evaluation has counted
+  /// them.
+  std::optional<std::int64_t> rows() const;
 
   /// True if it has one row, which goes with any rows: a constant, an aggregate, and what was
   /// computed from these alone.

@@ -1,0 +1,176 @@
+#include "RowSpace.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <boost/container_hash/hash.hpp>
+#include <type_traits>
+#include <utility>
+#include <variant>
+
+#include "handles.h"
+#include "kv/lazyGraph.h"
+
+namespace kv {
+
+namespace {
+
+std::size_t keyOf(const Operand& input) {
+  return std::visit(
+      []<class T>(const T& value) -> std::size_t {
+        if constexpr (std::is_same_v<T, Array>) {
+          return value.handle().traits.made;
+        } else {
+          std::size_t key = boost::hash<std::string_view>()(typeid(T).name());
+          boost::hash_combine(key, value);
+          return key;
+        }
+      },
+      input.value());
+}
+
+/// Where an array was recorded, for messages; empty if it isn't known.
+std::string placeOf(const Array& array) {
+  StackFrame place;
+  for (const LazyGraph::Node& node : lazyGraph(std::span(&array, 1)).nodes) {
+    place = node.kind == LazyGraph::Kind::Closure ? node.place : place;
+  }
+  return place.file.empty() ? "" : fmt::format(" in {}, line {}", place.file, place.line);
+}
+
+std::string originOf(const Array& array) {
+  const RowSpace& rows = *array.handle().traits.rows;
+  std::string origin = fmt::format("an array recorded{} (rows of {}", placeOf(array), rows.name());
+  for (const Array& filter : rows.filters()) {
+    origin += fmt::format(", filtered by the condition recorded{}", placeOf(filter));
+  }
+  return origin + ")";
+}
+
+[[noreturn]] void refuse(const Array& array, const Array& other, const Where& where) {
+  const RowSpace& rows = *array.handle().traits.rows;
+  const RowSpace& otherRows = *other.handle().traits.rows;
+  const StackFrame line{where.file_name(), where.function_name(), static_cast<int>(where.line())};
+  if (!rows.isOfSameSource(otherRows)) {
+    raiseError("KALVEX:array:DifferentSources", {originOf(array), originOf(other)}, {line});
+  }
+  raiseError(
+      "KALVEX:array:RowsDiffer",
+      {originOf(array), originOf(other), "; filter the table first, or both by one condition"},
+      {line});
+}
+
+/// True if the rows go with any others, or the run has to decide.
+bool goesWithAny(const Array& array) {
+  const auto& rows = array.handle().traits.rows;
+  return array.isScalar() || rows == nullptr || rows->count() == 1;
+}
+
+RowTraits combined(std::span<const Array> inputs, const Where& where) {
+  requireSameRows(inputs, where);
+  RowTraits traits{.isScalar = true};
+  bool isKnown = true;
+  for (const Array& input : inputs) {
+    const RowTraits& own = input.handle().traits;
+    traits.isScalar = traits.isScalar && own.isScalar;
+    traits.isColumn = traits.isColumn || own.isColumn;
+    isKnown = isKnown && (own.isScalar || own.rows != nullptr);
+    if (own.rows != nullptr && (traits.rows == nullptr || traits.rows->count() == 1)) {
+      traits.rows = own.rows;
+    }
+  }
+  traits.rows = isKnown ? traits.rows : nullptr;
+  return traits;
+}
+
+}  // namespace
+
+RowSpace::RowSpace(std::string_view key, std::string name, std::optional<std::int64_t> count)
+    : source_(boost::hash<std::string_view>()(key)),
+      key_(source_),
+      name_(std::move(name)),
+      count_(count.value_or(-1)) {}
+
+RowSpace::RowSpace(const RowSpace& input, const Array& keep)
+    : source_(input.source_), key_(input.key_), name_(input.name_), filters_(input.filters_) {
+  const std::size_t made = keep.handle().traits.made;
+  boost::hash_combine(key_, made != 0 ? made : uniqueKey());
+  if (filters_.size() == kMostFilters) {
+    filters_.erase(filters_.begin());
+  }
+  filters_.push_back(keep);
+}
+
+std::optional<std::int64_t> RowSpace::count() const {
+  const std::int64_t count = count_;
+  return count < 0 ? std::nullopt : std::optional(count);
+}
+
+RowTraits traitsOf(std::string_view function, std::span<const Operand> inputs, const Where& where) {
+  std::vector<Array> arrays;
+  std::size_t made = boost::hash<std::string_view>()(function);
+  bool isKnown = true;
+  for (const Operand& input : inputs) {
+    const std::size_t key = keyOf(input);
+    isKnown = isKnown && key != 0;
+    boost::hash_combine(made, key);
+    if (const auto* array = std::get_if<Array>(&input.value())) {
+      arrays.push_back(*array);
+    }
+  }
+  RowTraits traits = combined(arrays, where);
+  traits.made = isKnown ? made : 0;
+  return traits;
+}
+
+RowTraits traitsOfUnique(std::span<const Array> inputs, const Where& where) {
+  RowTraits traits = combined(inputs, where);
+  traits.made = uniqueKey();
+  return traits;
+}
+
+RowTraits traitsOfAggregate(std::string_view aggregate, const Array& input) {
+  const RowTraits& own = input.handle().traits;
+  std::size_t made = own.made == 0 ? 0 : keyOf(aggregate, own.made);
+  if (made != 0 && own.rows != nullptr) {
+    boost::hash_combine(made, own.rows->key());
+  }
+  return {.isScalar = true, .isColumn = own.isColumn, .rows = nullptr, .made = made};
+}
+
+void requireSameRows(std::span<const Array> arrays, const Where& where) {
+  const Array* first = nullptr;
+  for (const Array& array : arrays) {
+    if (goesWithAny(array)) {
+      continue;
+    }
+    if (first != nullptr && !first->handle().traits.rows->isSame(*array.handle().traits.rows)) {
+      refuse(*first, array, where);
+    }
+    first = first == nullptr ? &array : first;
+  }
+}
+
+RowTraits traitsOfFiltered(const Array& input, const Array& keep, const Where& where) {
+  requireSameRows(std::array{input, keep}, where);
+  const RowTraits& own = input.handle().traits;
+  RowTraits traits{.isColumn = own.isColumn};
+  if (own.rows != nullptr && keep.handle().traits.rows != nullptr) {
+    traits.rows = std::make_shared<const RowSpace>(*own.rows, keep);
+    traits.made = own.made == 0 ? 0 : keyOf("filter", own.made);
+  }
+  return traits;
+}
+
+std::size_t uniqueKey() {
+  static std::atomic<std::size_t> last{0};
+  return keyOf("unique", ++last);
+}
+
+std::size_t keyOf(std::string_view name, std::size_t part) {
+  std::size_t key = boost::hash<std::string_view>()(name);
+  boost::hash_combine(key, part);
+  return key;
+}
+
+}  // namespace kv

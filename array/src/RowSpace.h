@@ -1,0 +1,86 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kv/operand.h"
+#include "kv/runtime/ElementFunctions.h"
+
+namespace kv {
+
+/// The rows of arrays as far as they are known when these are recorded: those of a source, and the
+/// conditions that filtered them. So arrays with different rows are refused where the user combines
+/// them. A run compares the rows anyway, so that equal keys by chance do no harm.
+///
+/// Threads: any.
+class RowSpace {
+ public:
+  /// The rows of a source. `key` identifies them, `name` is for messages.
+  RowSpace(std::string_view key, std::string name, std::optional<std::int64_t> count);
+
+  /// The rows of `input` for which `keep` is true.
+  RowSpace(const RowSpace& input, const Array& keep);
+
+  bool isSame(const RowSpace& other) const { return key_ == other.key_; }
+  bool isOfSameSource(const RowSpace& other) const { return source_ == other.source_; }
+
+  /// How many they are, once that is known.
+  std::optional<std::int64_t> count() const;
+  void setCount(std::int64_t count) const { count_ = count; }
+
+  std::size_t key() const { return key_; }
+  const std::string& name() const { return name_; }
+  /// The conditions of the last filters, at most `kMostFilters`.
+  const std::vector<Array>& filters() const { return filters_; }
+
+  static constexpr std::size_t kMostFilters = 8;
+
+ private:
+  std::size_t source_;
+  std::size_t key_;
+  std::string name_;
+  std::vector<Array> filters_;
+  mutable std::atomic<std::int64_t> count_{-1};
+};
+
+/// What is known of an array's rows and values when it is recorded.
+struct RowTraits {
+  bool isScalar = false;
+  bool isColumn = false;
+  std::shared_ptr<const RowSpace> rows{};  ///< null for a scalar, and if they aren't known
+  std::size_t made = 0;  ///< the same for arrays that are made in the same way; 0: not known
+};
+
+/// Those of what `function` computes row by row from `inputs`; constants are among them.
+/// Errors: those of requireSameRows.
+RowTraits traitsOf(std::string_view function, std::span<const Operand> inputs, const Where& where);
+
+/// Those of what a user's function computes from `inputs`: no other array is made in the same way.
+/// Errors: those of requireSameRows.
+RowTraits traitsOfUnique(std::span<const Array> inputs, const Where& where);
+
+/// Those of an aggregate of `input`.
+RowTraits traitsOfAggregate(std::string_view aggregate, const Array& input);
+
+/// Refuses arrays whose rows are known to differ.
+/// Errors: "KALVEX:array:RowsDiffer", "KALVEX:array:DifferentSources" with the lines of both.
+void requireSameRows(std::span<const Array> arrays, const Where& where);
+
+/// Those of the rows of `input` for which `keep` is true.
+/// Errors: those of requireSameRows.
+RowTraits traitsOfFiltered(const Array& input, const Array& keep, const Where& where);
+
+/// A key that no other array has.
+std::size_t uniqueKey();
+
+/// A key of `name` and of a part.
+std::size_t keyOf(std::string_view name, std::size_t part);
+
+}  // namespace kv
