@@ -21,6 +21,7 @@ from ._errors import (
     PositionError,
     RowSpaceError,
     SourceError,
+    UnknownAttributeError,
     UnknownLengthError,
     UnknownNameError,
     Where,
@@ -49,6 +50,7 @@ from ._reduce import (
     var,
     where,
 )
+from ._saving import open, save
 from ._session import Facts, Session, facts, no_compute, options, session
 from ._table import Table
 from ._ufuncs import (
@@ -113,6 +115,7 @@ __all__ = [
     "Session",
     "SourceError",
     "Table",
+    "UnknownAttributeError",
     "UnknownLengthError",
     "UnknownNameError",
     "Where",
@@ -167,6 +170,7 @@ __all__ = [
     "negative",
     "no_compute",
     "not_equal",
+    "open",
     "options",
     "positive",
     "pow",
@@ -178,6 +182,7 @@ __all__ = [
     "remainder",
     "rint",
     "round",
+    "save",
     "session",
     "sign",
     "sin",

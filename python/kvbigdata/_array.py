@@ -6,11 +6,14 @@ from typing import TYPE_CHECKING, Any, ClassVar
 
 import numpy as np
 
-from . import _chunks, _functions, _reduce, _ufuncs
+from . import _chunks, _functions, _reduce, _saving, _ufuncs
 from ._errors import array_error, shown_line
 from ._evaluate import compute
 from ._host import ArrayHandle, filter_array
+from ._host import count_rows as native_count_rows
+from ._host import settle as native_settle
 from ._operands import operand
+from ._session import check_guard
 from ._types import dtype_of
 
 if TYPE_CHECKING:
@@ -54,18 +57,39 @@ class Array:
     @property
     def shape(self) -> tuple[int | None, ...]:
         """The number of rows, None while it isn't known."""
-        return () if self._handle.is_scalar else (None,)
+        return () if self._handle.is_scalar else (self._handle.rows,)
 
     @property
     def size(self) -> int | None:
         """The number of elements, None while it isn't known."""
-        return 1 if self._handle.is_scalar else None
+        return self._handle.rows
 
     @property
     def nbytes(self) -> int | None:
         """The bytes of the elements in memory, None while the number of rows isn't known."""
         size = self.size
         return None if size is None else size * int(self.dtype.itemsize)
+
+    def count_rows(self) -> "Array":
+        """The number of rows as an array of one row: it can be computed with other results.
+
+        >>> kv.read("data/flights.csv").origin.count_rows().compute()
+        np.int64(336776)
+        """
+        return Array(native_count_rows(self._handle), self._session)
+
+    def settle(self) -> "Array":
+        """Counts the rows now, unless their number is known, and returns this array.
+
+        Afterwards `len()` and `shape` of all arrays with these rows are known.
+
+        >>> t = kv.read("data/flights.csv")
+        >>> t.origin.shape, t.origin.settle().shape
+        ((None,), (336776,))
+        """
+        check_guard()
+        native_settle(self._handle)
+        return self
 
     def __repr__(self) -> str:
         sources, file, line = self._handle.origin
@@ -133,7 +157,13 @@ class Array:
     def __len__(self) -> int:
         if self._handle.is_scalar:
             raise array_error("KALVEX:array:NotIterable", "len()", "It has no dimension.")
-        raise array_error("KALVEX:array:UnknownLength")
+        rows = self._handle.rows
+        if rows is None:
+            raise array_error("KALVEX:array:UnknownLength")
+        return rows
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return _saving.from_bytes, (_saving.to_bytes(self),)
 
     def __iter__(self) -> Iterator[Any]:
         raise array_error(

@@ -74,6 +74,14 @@ class UnknownNameError(Error, KeyError):
     """There is no column, or nothing else, of that name."""
 
 
+class UnknownAttributeError(UnknownNameError, AttributeError):
+    """There is no column of the name that was used as an attribute."""
+
+    @classmethod
+    def of(cls, error: UnknownNameError) -> "UnknownAttributeError":
+        return cls(error.identifier, error.message, error.arguments, error.where)
+
+
 class PositionError(Error, IndexError):
     """A position is out of range."""
 

@@ -61,8 +61,7 @@ class Session:
 
     def evaluate(self, handles: list[ArrayHandle]) -> list[Any]:
         """The results of some arrays, as the extension returns them."""
-        if _is_guarded.get() or os.environ.get("KV_NO_COMPUTE", "0") not in ("", "0"):
-            raise array_error("KALVEX:array:NoCompute")
+        check_guard()
         values, facts = self._native.compute(handles)
         self._facts = Facts(*facts)
         return values
@@ -84,6 +83,12 @@ def current() -> Session:
             if not _default:
                 _default.append(Session())
     return _default[0]
+
+
+def check_guard() -> None:
+    """Refuses to compute in `kv.no_compute()`."""
+    if _is_guarded.get() or os.environ.get("KV_NO_COMPUTE", "0") not in ("", "0"):
+        raise array_error("KALVEX:array:NoCompute")
 
 
 def session() -> Session:

@@ -1,17 +1,18 @@
 """`kv.Table`: an ordered set of named arrays of one row space."""
 
-from collections.abc import Callable, Iterator
+from collections.abc import Callable, Iterator, Mapping
 from typing import TYPE_CHECKING, Any, ClassVar
 
 from ._array import Array
-from ._errors import array_error, live_line, shown_line
+from ._errors import UnknownAttributeError, UnknownNameError, array_error, live_line, shown_line
 from ._evaluate import compute
-from ._host import TableHandle
+from ._host import TableHandle, table_of
 from ._types import dtype_of
 
 if TYPE_CHECKING:
     from ._session import Session
 
+Column = Array | str | Callable[["Table"], Array]
 Condition = Array | str | Callable[["Table"], Array]
 
 
@@ -68,15 +69,17 @@ class Table:
             raise AttributeError(name)
         try:
             return self._column(name)
-        except KeyError as error:
-            raise AttributeError(str(error), name=name, obj=self) from None
+        except UnknownNameError as error:
+            raise UnknownAttributeError.of(error) from None
 
     def __getitem__(self, key: Any) -> Any:
-        """A column by its name, or the rows for which a logical array is true."""
+        """A column by its name, some columns by a list, or the rows for which an array is true."""
         if isinstance(key, str):
             return self._column(key)
         if isinstance(key, Array):
             return self.filter(key)
+        if isinstance(key, list) and all(isinstance(name, str) for name in key):
+            return self.select(*key)
         advice = "A name gives a column, a logical array selects rows."
         raise array_error("KALVEX:array:NotSupported", f"t[{type(key).__name__}]", advice)
 
@@ -103,6 +106,51 @@ class Table:
         if not isinstance(keep, Array):
             raise array_error("KALVEX:array:NotLogical", "A filter", type(keep).__name__)
         return Table(self._handle.filter(keep._handle), self._session)
+
+    def select(self, *names: str) -> "Table":
+        """The columns of these names, in this order; `t[["a", "b"]]` is the same."""
+        return self._with({name: self._column(name) for name in names})
+
+    def drop(self, *names: str) -> "Table":
+        """All columns but those of these names."""
+        for name in names:
+            self._column(name)  # refuses an unknown one
+        return self._with({n: self._column(n) for n in self.columns if n not in names})
+
+    def rename(self, names: Mapping[str, str]) -> "Table":
+        """The table with other names for columns: `names` maps old ones to new ones."""
+        for name in names:
+            self._column(name)
+        columns = [(names.get(name, name), self._column(name)) for name in self.columns]
+        handles = [column._handle for _, column in columns]
+        return Table(table_of([name for name, _ in columns], handles), self._session)
+
+    def assign(self, **columns: Column) -> "Table":
+        """The table with more columns, or others in the place of those of the same names.
+
+        Each is an array, a function of the table that returns one, or a formula.
+
+        >>> t = kv.read("data/flights.csv")
+        >>> t = t.assign(gain="dep_delay - arr_delay", speed=lambda t: t.distance / t.air_time)
+        >>> t.gain.mean().compute()
+        np.float64(5.659779367762446)
+        """
+        made = {name: self._made(column) for name, column in columns.items()}
+        return self._with({**{name: self._column(name) for name in self.columns}, **made})
+
+    def _made(self, column: Column) -> Array:
+        if isinstance(column, str):
+            return Array(self._session._native.record_text(self._handle, column), self._session)
+        array = column if isinstance(column, Array) else column(self)
+        if not isinstance(array, Array):
+            raise array_error(
+                "KALVEX:array:UnsupportedOperand", "a column of a table", type(array).__name__
+            )
+        return array
+
+    def _with(self, columns: dict[str, Array]) -> "Table":
+        handles = [column._handle for column in columns.values()]
+        return Table(table_of(list(columns), handles), self._session)
 
     # Evaluation.
 

@@ -3,6 +3,7 @@
 
 #include <nanobind/nanobind.h>
 #include <nanobind/stl/map.h>
+#include <nanobind/stl/optional.h>
 #include <nanobind/stl/string.h>
 #include <nanobind/stl/vector.h>
 
@@ -29,6 +30,15 @@ namespace {
 
 using Paths = std::vector<std::string>;
 using Types = std::map<std::string, std::string>;
+
+std::vector<NamedArray> named(const std::vector<std::string>& names, const nb::list& handles) {
+  const std::vector<Array> arrays = toArrays(handles);
+  std::vector<NamedArray> pairs;
+  for (std::size_t i = 0; i < arrays.size(); ++i) {
+    pairs.push_back({names.at(i), arrays[i]});
+  }
+  return pairs;
+}
 
 Table read(const ArraySession& self, const Paths& paths, const Types& types) {
   return inArrays(Line::Live, [&] { return self.session()->read(paths, {types}); });
@@ -67,6 +77,22 @@ nb::tuple compute(const ArraySession& self, const nb::list& handles) {
   return nb::make_tuple(values, toPython(gathered.facts));
 }
 
+void saveArrays(const ArraySession& self, const std::string& path,
+                const std::vector<std::string>& names, const nb::list& handles) {
+  const std::vector<NamedArray> arrays = named(names, handles);
+  inArrays(Line::Live, [&] { self.session()->save(path, arrays); });
+}
+
+nb::tuple openArrays(const ArraySession& self, const std::string& path, bool trust) {
+  const Opened opened = inArrays(
+      Line::Live, [&] { return self.session()->open(path, trust ? Trust::Yes : Trust::No); });
+  nb::list arrays;
+  for (const NamedArray& each : opened.arrays) {
+    arrays.append(nb::make_tuple(toPython(each.name), each.array));
+  }
+  return nb::make_tuple(arrays, opened.warnings);
+}
+
 std::string explain(const ArraySession& self, const nb::list& handles) {
   const std::vector<Array> arrays = toArrays(handles);
   return inArrays(Line::Live, [&] { return self.session()->explain(arrays); });
@@ -80,6 +106,19 @@ Array applyFunction(const std::string& name, const nb::list& inputs) {
 Array reduce(const std::string& name, const Array& input, bool skipMissing) {
   const Missing missing = skipMissing ? Missing::Skip : Missing::Propagate;
   return inArrays(Line::Live, [&] { return aggregate(name, input, missing); });
+}
+
+Table tableOfArrays(const std::vector<std::string>& names, const nb::list& handles) {
+  const std::vector<NamedArray> columns = named(names, handles);
+  return inArrays(Line::Live, [&] { return tableOf(columns); });
+}
+
+Array rowCount(const Array& array) {
+  return inArrays(Line::Live, [&] { return countRows(array); });
+}
+
+void settleRows(const Array& array) {
+  inArrays(Line::Recorded, [&] { settle(array); });
 }
 
 Array mapChunks(const std::string& name, nb::handle function, const nb::list& inputs,
@@ -174,6 +213,12 @@ void bindSession(nb::module_& module) {
       .def("compute", compute,
            nb::sig("def compute(self, arrays: list[ArrayHandle]) -> "
                    "tuple[list[tuple[str, bool, object]], tuple[int, int, float, int]]"))
+      .def("save", saveArrays,
+           nb::sig("def save(self, path: str, names: list[str], arrays: list[ArrayHandle]) -> "
+                   "None"))
+      .def("open", openArrays,
+           nb::sig("def open(self, path: str, trust: bool) -> "
+                   "tuple[list[tuple[str, ArrayHandle]], list[str]]"))
       .def("explain", explain, nb::sig("def explain(self, arrays: list[ArrayHandle]) -> str"));
 }
 
@@ -181,6 +226,7 @@ void bindHandles(nb::module_& module) {
   nb::class_<Array>(module, "ArrayHandle", "An array of array/.")
       .def_prop_ro("type", typeOf)
       .def_prop_ro("origin", originOf, nb::sig("def origin(self) -> tuple[list[str], str, int]"))
+      .def_prop_ro("rows", &Array::rows)
       .def_prop_ro("is_scalar", &Array::isScalar)
       .def_prop_ro("is_column", &Array::isColumn);
   nb::class_<Table>(module, "TableHandle", "A table of array/.")
@@ -199,6 +245,10 @@ void bindFunctions(nb::module_& module) {
   module.def("map_chunks", mapChunks,
              nb::sig("def map_chunks(name: str, function: object, inputs: list[ArrayHandle], "
                      "type: str) -> ArrayHandle"));
+  module.def("table_of", tableOfArrays,
+             nb::sig("def table_of(names: list[str], arrays: list[ArrayHandle]) -> TableHandle"));
+  module.def("count_rows", rowCount, nb::arg("array"));
+  module.def("settle", settleRows, nb::arg("array"));
   module.def("array_error", makeArrayError, nb::arg("identifier"), nb::arg("arguments"));
   module.def("python_stack", liveFrames,
              nb::sig("def python_stack() -> list[tuple[str, str, int]]"));
