@@ -41,6 +41,19 @@ Column ordinalsOf(const std::vector<std::vector<Chunk>>& partitions, std::int64_
 
 }  // namespace
 
+std::optional<PositionCut> RowCut::positions() const {
+  std::int64_t rows = 0;
+  for (const std::int64_t ofPartition : partitionRows) {
+    if (ofPartition < 0 || ofPartition > kMaxPositions - rows) {
+      return std::nullopt;
+    }
+    rows += ofPartition;
+  }
+  return !partitionRows.empty() && source == PositionCut::rowSpaceOf(rows)
+             ? std::optional(PositionCut(partitionRows))
+             : std::nullopt;
+}
+
 RowPlaces RowPlaces::ofPartitions(const std::vector<std::vector<Chunk>>& partitions,
                                   std::shared_ptr<const RowCut> cut) {
   RowPlaces places{{0}, std::nullopt, std::move(cut), {}};
@@ -70,6 +83,41 @@ bool RowPlaces::fitCut() const {
     }
   }
   return true;
+}
+
+RowPlaces RowPlaces::inCut(const PositionCut& other) const {
+  RowPlaces places = *this;
+  RowCut newCut{cut->source, {}};
+  places.firstRow = {0};
+  for (std::int64_t partition = 0; partition < other.numPartitions(); ++partition) {
+    newCut.partitionRows.push_back(other.end(partition) - other.begin(partition));
+    places.firstRow.push_back(other.end(partition));
+  }
+  places.cut = std::make_shared<const RowCut>(std::move(newCut));
+  if (!ordinals) {
+    return places;
+  }
+  // Positions ascend through all partitions; those of a partition are counted from its first.
+  auto buffer = allocateBuffer(ordinals->rows() * static_cast<std::int64_t>(sizeof(std::int64_t)));
+  auto* moved = buffer->mutable_data_as<std::int64_t>();
+  const std::span<const std::int64_t> own = ordinals->values<std::int64_t>();
+  std::int64_t row = 0;
+  std::int64_t begin = 0;
+  std::int64_t to = 0;
+  for (std::size_t i = 0; i + 1 < firstRow.size(); begin += cut->partitionRows[i++]) {
+    for (; row < firstRow[i + 1]; ++row) {
+      const std::int64_t position = begin + own[static_cast<std::size_t>(row)];
+      for (; position >= other.end(to); ++to) {
+        places.firstRow[static_cast<std::size_t>(to) + 1] = row;
+      }
+      moved[row] = position - other.begin(to);
+    }
+  }
+  for (; to < other.numPartitions(); ++to) {
+    places.firstRow[static_cast<std::size_t>(to) + 1] = row;
+  }
+  places.ordinals = Column(ElementType::Int64, row, std::move(buffer));
+  return places;
 }
 
 Chunk RowPlaces::take(const Chunk& whole, std::int64_t partition, std::int64_t first,

@@ -7,16 +7,20 @@
 #include <vector>
 
 #include "kv/runtime/Chunk.h"
+#include "kv/runtime/PositionCut.h"
 
 namespace kv::runtime {
 
 /// The rows of a source that were read: how many each partition has.
 struct RowCut {
-  std::string source{};                       ///< its fingerprint
+  std::string source{};                       ///< its row space
   std::vector<std::int64_t> partitionRows{};  ///< of each partition
 
   bool operator==(const RowCut&) const = default;
   std::int64_t numPartitions() const { return static_cast<std::int64_t>(partitionRows.size()); }
+
+  /// The same as a cut of positions, if the rows are positions.
+  std::optional<PositionCut> positions() const;
 };
 
 /// Which rows of which source a whole value has that was gathered from partitions.
@@ -37,6 +41,10 @@ struct RowPlaces {
 
   /// True if each partition of the cut has the rows that are placed in it.
   bool fitCut() const;
+
+  /// The places of the same rows in another cut of their positions.
+  /// Requires: cut->positions(), with as many rows.
+  RowPlaces inCut(const PositionCut& other) const;
 
   /// The rows of `whole`, all of whose rows are in these places, that belong to ordinals
   /// [first, last) of a partition.

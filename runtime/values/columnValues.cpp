@@ -14,6 +14,7 @@
 
 #include "column/Validity.h"
 #include "column/allocate.h"
+#include "column/borrowed.h"
 #include "column/elementTypes.h"
 #include "column/pool.h"
 #include "foundation/i18n.h"
@@ -89,8 +90,9 @@ host::Value toValue(const Column& column) {
   }
   if (column.type() != ElementType::String) {
     const std::array<std::size_t, 2> dimensions{rows, 1};
-    return matrix::from_kalvex(kxCreateBorrowedArray(dimensions, classOf(column.type()),
-                                                     firstElement(column), column.data()));
+    const Column kept = owned(column);  // a user may keep the value for any time
+    return matrix::from_kalvex(
+        kxCreateBorrowedArray(dimensions, classOf(kept.type()), firstElement(kept), kept.data()));
   }
   host::Value value = Torvane::String::createStringArray(rows, 1);
   for (std::size_t row = 0; row < rows; ++row) {
