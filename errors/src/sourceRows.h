@@ -99,12 +99,28 @@ inline constexpr ErrorRow kSourceRows[] = {
      "'{0}' has no column '{1:short}', which a saved array reads; it has: {2}.", BaseType::Key,
      true},
 
+    // Arrays in memory.
+    {"KALVEX:datastore:TooManyRows", "rows, most",
+     "An array has from 0 to {1} rows; {0} are asked for.", BaseType::Value},
+    {"KALVEX:datastore:Partitions", "reason", "The rows can't be cut into partitions: {0}.",
+     BaseType::Value},
+    {"KALVEX:datastore:OutOfRange", "type, start, step, rows",
+     "The type {0} can't hold {3} numbers from {1} in steps of {2}.", BaseType::Value},
+    {"KALVEX:datastore:ZeroStep", "", "The step of a progression can't be 0.", BaseType::Value},
+    {"KALVEX:datastore:EmptyRange", "low, high",
+     "Random whole numbers need a low end below the high end, got {0} and {1}.", BaseType::Value},
+    {"KALVEX:datastore:BadArrow", "reason", "The Arrow data can't be used: {0}.", BaseType::Value},
+    {"KALVEX:datastore:NotSaveable", "source",
+     "What reads {0} can't be saved, because the file would contain no rows. Write the rows to a "
+     "file and read that, or gather the array: gathered values are saved.",
+     BaseType::Value},
+
     // Datastores as objects.
     {"KALVEX:datastore:NotSupported", "class",
      "The executor reads objects of class kalvex.io.Datastore, got a {0}.", BaseType::Type},
     {"KALVEX:datastore:PartitionCount", "property, count, partitions",
      "{0} of a datastore is {1}, but it has {2} partitions.", BaseType::Value},
-    {"KALVEX:datastore:BadDescription", "reason", "A saved description of files is broken: {0}.",
+    {"KALVEX:datastore:BadDescription", "reason", "A saved description of a source is broken: {0}.",
      BaseType::Value},
 };
 

@@ -12,6 +12,8 @@
 
 namespace kv::runtime {
 
+class ArrayDatastore;
+
 /// A column of a source: its name and the type of its elements. All this depends on the data alone.
 struct ColumnInfo {
   std::string name;
@@ -83,11 +85,26 @@ class Datastore {
   virtual std::unique_ptr<Datastore> copy() const = 0;
 
   /// The identity of the source: of everything that determines its rows, their partitions and their
-  /// types. Equal for two datastores exactly if their arrays can be combined row by row in one
-  /// pass.
+  /// types.
   ///
   /// Cost: none; computed once when the source is opened.
   virtual const std::string& fingerprint() const = 0;
+
+  /// The identity of the rows alone, without what they hold: equal for two datastores exactly if
+  /// their arrays can be combined row by row.
+  virtual const std::string& rowSpace() const { return fingerprint(); }
+
+  /// The number of rows of a partition; empty if only reading it can find out.
+  ///
+  /// Requires: 0 <= partition < numPartitions().
+  /// Cost:     none; reads nothing.
+  virtual std::optional<std::int64_t> knownRows(std::int64_t /*partition*/) const {
+    return std::nullopt;
+  }
+
+  /// This source if its rows are positions: such sources can be read from any position on, and side
+  /// by side if they have the same number of rows. Null for any other.
+  virtual const ArrayDatastore* asArrays() const { return nullptr; }
 
   /// What a process needs to open the same source, as bytes: see openSource(). The rows aren't part
   /// of it, and what was found out by opening the source is.
