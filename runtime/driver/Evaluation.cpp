@@ -184,7 +184,7 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
           kv::runtime::runStage(*units, merge, nextStage_++, rows.numPartitions())) {
     raiseStageFailure(assembled, *failed);
   }
-  takeResults(stage, sinks, merge, noteRows(rows, stage.source() != nullptr, merge));
+  takeResults(stage, sinks, merge, noteRows(rows, !stage.sources().empty(), merge));
 }
 
 /// The cut of the rows; what was read of each source is counted once.

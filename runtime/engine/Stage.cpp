@@ -20,7 +20,7 @@ Stage::Stage(std::vector<Step> steps, std::vector<std::size_t> outputs,
   findSegments();
   findOrigins();
   findLastUses();
-  findSource();
+  findSources();
 }
 
 bool Stage::callsUser() const {
@@ -89,25 +89,32 @@ void Stage::findLastUses() {
   }
 }
 
-void Stage::findSource() {
-  ColumnNeeds needs;
+void Stage::findSources() {
+  std::vector<ColumnNeeds> needs;
   for (std::size_t step = 0; step < steps_.size(); ++step) {
     const std::shared_ptr<const Datastore> source = steps_[step].op->source();
     if (source == nullptr) {
       continue;
     }
-    if (source_ == nullptr) {
-      source_ = source;
-      readStep_ = step;
-    } else if (source->fingerprint() != source_->fingerprint()) {
-      errors::raiseStep("KALVEX:array:DifferentSources",
-                        {source_->displayName(), source->displayName()});
+    const auto known = std::ranges::find(
+        sources_, source->fingerprint(),
+        [](const StageSource& each) -> const std::string& { return each.store->fingerprint(); });
+    const auto number = static_cast<std::size_t>(known - sources_.begin());
+    if (known == sources_.end()) {
+      sources_.push_back({source});
+      needs.emplace_back();
     }
+    const Datastore& first = *sources_.front().store;
+    if (source->rowSpace() != first.rowSpace()) {
+      errors::raiseStep("KALVEX:array:DifferentSources",
+                        {first.displayName(), source->displayName()});
+    }
+    sourceOf_[step] = number;
     const std::vector<std::string> columns = steps_[step].op->columns();
-    needs.names.insert(columns.begin(), columns.end());
+    needs[number].names.insert(columns.begin(), columns.end());
   }
-  if (source_ != nullptr) {
-    columns_ = needs.columnsOf(source_->schema());
+  for (std::size_t i = 0; i < sources_.size(); ++i) {
+    sources_[i].columns = needs[i].columnsOf(sources_[i].store->schema());
   }
 }
 

@@ -3,6 +3,7 @@
 #include <arrow/type_fwd.h>
 
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -16,11 +17,18 @@
 
 namespace kv::runtime {
 
+/// A source that a stage reads.
+struct StageSource {
+  std::shared_ptr<const Datastore> store{};
+  std::vector<std::string> columns{};  ///< to read, in the order of the schema: all that steps need
+};
+
 /// The steps between the reading of one source and the results of a pass over it, in an order in
 /// which each comes after its inputs. Results are those of steps that end rows.
 ///
 /// The steps form segments: segment 0 runs on the chunks of the stage's rows, and each flow step
-/// starts another, which runs on the chunks that it emits.
+/// starts another, which runs on the chunks that it emits. Arrays in memory that have the same rows
+/// are read side by side.
 ///
 /// Immutable; refers to no host object; may be given to any number of workers, and has a form in
 /// bytes.
@@ -29,7 +37,7 @@ class Stage {
   /// `outputs`: the steps whose results the stage gives. `inputs`: the values that steps take
   /// besides rows.
   /// Requires: the order of steps above; the outputs end rows.
-  /// Errors: "KALVEX:array:DifferentSources" with both names if steps read two sources.
+  /// Errors: "KALVEX:array:DifferentSources" with both names if steps read sources of other rows.
   Stage(std::vector<Step> steps, std::vector<std::size_t> outputs,
         std::vector<StageInput> inputs = {});
 
@@ -60,14 +68,15 @@ class Stage {
   /// Steps by the last step that reads their results.
   const std::vector<std::size_t>& usedUpAfter(std::size_t step) const { return usedUp_[step]; }
 
-  /// The source; null if no step reads one.
-  const Datastore* source() const { return source_.get(); }
+  /// The sources that steps read; none if all rows are in its inputs.
+  const std::vector<StageSource>& sources() const { return sources_; }
 
-  /// The first step that reads the source.
-  std::size_t readStep() const { return readStep_; }
+  /// The number of the source that a step reads.
+  /// Requires: the step reads one.
+  std::size_t sourceOf(std::size_t step) const { return sourceOf_.at(step); }
 
-  /// Columns to read, in the order of the source's schema: those that any of its steps reads.
-  const std::vector<std::string>& columns() const { return columns_; }
+  /// The first step that reads a source.
+  std::size_t readStep() const { return sourceOf_.empty() ? 0 : sourceOf_.begin()->first; }
 
   /// True if a step calls a function of the user's own.
   bool callsUser() const;
@@ -83,7 +92,7 @@ class Stage {
   void findSegments();
   void findOrigins();
   void findLastUses();
-  void findSource();
+  void findSources();
 
   std::vector<Step> steps_;
   std::vector<std::size_t> outputs_;
@@ -94,9 +103,8 @@ class Stage {
   std::vector<std::string> origins_;           ///< of the steps
   std::vector<std::vector<StepLink>> passed_;  ///< what each step passes on, by output
   std::vector<std::vector<std::size_t>> usedUp_;
-  std::shared_ptr<const Datastore> source_;
-  std::size_t readStep_ = 0;
-  std::vector<std::string> columns_;
+  std::vector<StageSource> sources_;
+  std::map<std::size_t, std::size_t> sourceOf_;  ///< of the steps that read
 };
 
 }  // namespace kv::runtime

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <map>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "column/ChunkBuffer.h"
 #include "column/pieces.h"
 #include "kv/errors/StepError.h"
+#include "source/memory/ArrayDatastore.h"
 
 // The rows of a stage come from its source or, if it has none, from values whose places agree. In
 // the second case only ordinals are read, and each value contributes its own rows by them. Users'
@@ -18,19 +20,20 @@ namespace kv::runtime {
 
 namespace {
 
-/// The rows of a partition in pieces, with their ordinals and nothing else.
-class OrdinalsReader final : public ChunkReader {
+/// Chunks of a partition without columns, in pieces.
+class OrdinalsReader final : public StageReader {
  public:
   OrdinalsReader(std::int64_t partition, std::int64_t rows, const CancellationToken& cancellation)
       : partition_(partition), rows_(rows), cancellation_(cancellation) {}
 
-  std::optional<Chunk> next() override {
+  std::vector<Chunk> next() override {
     cancellation_.throwIfCancelled();
     if (first_ == rows_) {
-      return std::nullopt;
+      return {};
     }
     const std::int64_t rows = std::min(kPieceRows, rows_ - first_);
-    return Chunk{partition_, RowOrdinals(std::exchange(first_, first_ + rows), rows), nullptr, {}};
+    return {
+        Chunk{partition_, RowOrdinals(std::exchange(first_, first_ + rows), rows), nullptr, {}}};
   }
 
  private:
@@ -40,13 +43,29 @@ class OrdinalsReader final : public ChunkReader {
   const CancellationToken& cancellation_;
 };
 
+class SourceReader final : public StageReader {
+ public:
+  explicit SourceReader(std::unique_ptr<ChunkReader> reader) : reader_(std::move(reader)) {}
+
+  std::vector<Chunk> next() override {
+    std::vector<Chunk> chunks;
+    if (std::optional<Chunk> chunk = reader_->next()) {
+      chunks.push_back(*std::move(chunk));
+    }
+    return chunks;
+  }
+
+ private:
+  std::unique_ptr<ChunkReader> reader_;
+};
+
 /// Cuts what another reader gives into pieces.
-class PieceReader final : public ChunkReader {
+class PieceReader final : public StageReader {
  public:
   PieceReader(std::unique_ptr<ChunkReader> reader, const CancellationToken& cancellation)
       : reader_(std::move(reader)), cancellation_(cancellation) {}
 
-  std::optional<Chunk> next() override {
+  std::vector<Chunk> next() override {
     cancellation_.throwIfCancelled();
     while (!isAtEnd_ && waiting_.rows() < kPieceRows) {
       if (std::optional<Chunk> chunk = reader_->next()) {
@@ -55,8 +74,11 @@ class PieceReader final : public ChunkReader {
         isAtEnd_ = true;
       }
     }
-    const std::int64_t rows = std::min(kPieceRows, waiting_.rows());
-    return rows > 0 ? std::optional(waiting_.take(rows)) : std::nullopt;
+    std::vector<Chunk> chunks;
+    if (waiting_.rows() > 0) {
+      chunks.push_back(waiting_.take(std::min(kPieceRows, waiting_.rows())));
+    }
+    return chunks;
   }
 
  private:
@@ -66,26 +88,73 @@ class PieceReader final : public ChunkReader {
   bool isAtEnd_ = false;
 };
 
+/// Arrays in memory, side by side.
+class ArraysReader final : public StageReader {
+ public:
+  explicit ArraysReader(PositionReader reader) : reader_(std::move(reader)) {}
+
+  std::vector<Chunk> next() override { return reader_.next(); }
+
+ private:
+  PositionReader reader_;
+};
+
 }  // namespace
 
 StageRows::StageRows(const Stage& stage) : stage_(stage) {
-  for (const StageInput& input : stage.inputs()) {
-    if (stage.source() == nullptr && cut_ == nullptr && input.places) {
+  findRows();
+  findPlaces();
+}
+
+void StageRows::findRows() {
+  for (const StageInput& input : stage_.inputs()) {
+    if (stage_.sources().empty() && cut_ == nullptr && input.places) {
       cut_ = input.places->cut;
     }
   }
-  if (cut_ == nullptr && stage.source() == nullptr) {
+  if (cut_ == nullptr && stage_.sources().empty()) {
     errors::raiseStep("KALVEX:array:NeedsRows", {"a pass"});
   }
-  source_ = cut_ != nullptr ? cut_->source : stage.source()->fingerprint();
-  std::map<const RowCut*, bool> isKnown;  // many inputs may share the cut of many partitions
-  for (const StageInput& input : stage.inputs()) {
-    const RowCut* cut = input.places ? input.places->cut.get() : nullptr;
-    const auto [known, isNew] = isKnown.try_emplace(cut, false);
-    if (isNew && cut != nullptr) {
-      known->second = hasPlaces(*cut);
+  source_ = cut_ != nullptr ? cut_->source : stage_.sources().front().store->rowSpace();
+  const auto refine = [&](const PositionCut& cut) {
+    positions_ = positions_ ? positions_->refined(cut) : cut;
+  };
+  for (const StageSource& source : stage_.sources()) {
+    if (const ArrayDatastore* arrays = source.store->asArrays()) {
+      refine(arrays->cut());
     }
-    isPlaced_.push_back(known->second);
+  }
+  std::set<const RowCut*> seen;  // many inputs may share the cut of many partitions
+  for (const StageInput& input : stage_.inputs()) {
+    if (input.places && input.places->cut->source == source_ &&
+        seen.insert(input.places->cut.get()).second) {
+      if (const auto cut = input.places->cut->positions()) {
+        refine(*cut);
+      }
+    }
+  }
+}
+
+void StageRows::findPlaces() {
+  std::map<const RowCut*, bool> isKnown;
+  for (const StageInput& input : stage_.inputs()) {
+    std::shared_ptr<const RowPlaces> places = input.places;
+    if (places && positions_) {
+      const auto cut = places->cut->source == source_ ? places->cut->positions() : std::nullopt;
+      if (cut && *cut != *positions_) {
+        places = std::make_shared<const RowPlaces>(places->inCut(*positions_));
+      }
+      places_.push_back(cut ? std::move(places) : nullptr);
+      continue;
+    }
+    if (places) {
+      const auto [known, isNew] = isKnown.try_emplace(places->cut.get(), false);
+      if (isNew) {
+        known->second = hasPlaces(*places->cut);
+      }
+      places = known->second ? std::move(places) : nullptr;
+    }
+    places_.push_back(std::move(places));
   }
 }
 
@@ -96,18 +165,36 @@ bool StageRows::hasPlaces(const RowCut& cut) const {
 }
 
 std::int64_t StageRows::numPartitions() const {
-  return cut_ != nullptr ? cut_->numPartitions() : stage_.source()->numPartitions();
+  if (positions_) {
+    return positions_->numPartitions();
+  }
+  return cut_ != nullptr ? cut_->numPartitions() : stage_.sources().front().store->numPartitions();
 }
 
-std::unique_ptr<ChunkReader> StageRows::openPartition(std::int64_t partition,
+std::unique_ptr<StageReader> StageRows::openPartition(std::int64_t partition,
                                                       const CancellationToken& cancellation) const {
   if (cut_ != nullptr) {
-    const std::int64_t rows = cut_->partitionRows[static_cast<std::size_t>(partition)];
+    const std::int64_t rows = positions_ ? positions_->end(partition) - positions_->begin(partition)
+                                         : cut_->partitionRows[static_cast<std::size_t>(partition)];
     return std::make_unique<OrdinalsReader>(partition, rows, cancellation);
   }
-  auto reader = stage_.source()->openPartition(partition, stage_.columns(), cancellation);
-  return stage_.callsUser() ? std::make_unique<PieceReader>(std::move(reader), cancellation)
-                            : std::move(reader);
+  if (positions_) {
+    std::vector<ArrayRows> arrays;
+    std::int64_t chunkRows = kPieceRows;
+    for (const StageSource& source : stage_.sources()) {
+      arrays.push_back(source.store->asArrays()->select(source.columns));
+      chunkRows = stage_.callsUser() ? kPieceRows
+                                     : std::min(chunkRows, source.store->asArrays()->chunkRows());
+    }
+    return std::make_unique<ArraysReader>(
+        PositionReader(std::move(arrays), *positions_, partition, chunkRows, cancellation));
+  }
+  const StageSource& source = stage_.sources().front();
+  auto reader = source.store->openPartition(partition, source.columns, cancellation);
+  if (stage_.callsUser()) {
+    return std::make_unique<PieceReader>(std::move(reader), cancellation);
+  }
+  return std::make_unique<SourceReader>(std::move(reader));
 }
 
 }  // namespace kv::runtime

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,8 +14,20 @@
 
 namespace kv::runtime {
 
-/// The rows that flow through a stage: those of the source that it reads, or, in a stage that reads
-/// none, the rows that its inputs were gathered from.
+/// Reads the rows of a stage in one partition.
+class StageReader {
+ public:
+  virtual ~StageReader() = default;
+
+  /// The next rows, a chunk of the same rows for each source of the stage; for a stage that reads
+  /// none, one chunk without columns. None after the last rows.
+  /// Errors: as for ChunkReader::next.
+  virtual std::vector<Chunk> next() = 0;
+};
+
+/// The rows that flow through a stage: those of the sources that it reads, or, in a stage that
+/// reads none, the rows that its inputs were gathered from. Positions are cut where any of the
+/// sources and inputs is.
 ///
 /// Lives: the stage outlives it.
 class StageRows {
@@ -22,24 +35,27 @@ class StageRows {
   /// Errors: "KALVEX:array:NeedsRows" if the stage reads nothing and no input has places.
   explicit StageRows(const Stage& stage);
 
-  const std::string& source() const { return source_; }  ///< its fingerprint
+  const std::string& source() const { return source_; }  ///< its row space
   std::int64_t numPartitions() const;
 
-  /// True if the rows of the stage's input `number` are in places of these rows.
-  bool areRowsOf(std::size_t number) const { return isPlaced_[number]; }
+  /// The places of the stage's input `number` among these rows; null if they aren't its rows.
+  const RowPlaces* placesOf(std::size_t number) const { return places_[number].get(); }
 
-  /// A reader of the columns that the stage needs; of rows in memory, chunks without columns. Where
-  /// a step calls a function of the user's own, chunks are pieces.
-  std::unique_ptr<ChunkReader> openPartition(std::int64_t partition,
+  /// A reader of the columns that the stage needs. Where a step calls a function of the user's own,
+  /// chunks are pieces.
+  std::unique_ptr<StageReader> openPartition(std::int64_t partition,
                                              const CancellationToken& cancellation) const;
 
  private:
+  void findRows();
+  void findPlaces();
   bool hasPlaces(const RowCut& cut) const;
 
   const Stage& stage_;
-  std::shared_ptr<const RowCut> cut_;  ///< of rows in memory; null where the stage reads a source
+  std::shared_ptr<const RowCut> cut_;     ///< of gathered rows; null where the stage reads a source
+  std::optional<PositionCut> positions_;  ///< if the rows are positions
   std::string source_;
-  std::vector<bool> isPlaced_;  ///< of each input
+  std::vector<std::shared_ptr<const RowPlaces>> places_;  ///< of each input, or null
 };
 
 }  // namespace kv::runtime

@@ -13,6 +13,7 @@
 #include "column/pool.h"
 #include "engine/Unit.h"
 #include "kv/errors/PassThrough.h"
+#include "source/memory/ArrayDatastore.h"
 
 // Each chunk of the source goes through all steps of segment 0 before the next is read. A step's
 // outputs stay in its slot until the last step that reads them has run, so that a long chain holds
@@ -58,11 +59,12 @@ class UnitRun {
     }
   }
 
-  /// Takes one chunk of the source through all steps.
+  /// Takes rows through all steps: a chunk of each source.
   /// Result: true if more are wanted; false after a failure.
-  bool advance(const Chunk& source) {
-    result_.rows += source.rows();
-    runSegment(0, source);
+  bool advance(const std::vector<Chunk>& sources) {
+    result_.rows += sources.front().rows();
+    sources_ = &sources;
+    runSegment(0, sources.front());
     drain();
     return !result_.failure && (flowSteps_.empty() || wantsMore());
   }
@@ -154,7 +156,9 @@ class UnitRun {
                        : link.isStageInput               ? valueAt(link.index)
                                                          : StepInput{});
     }
-    const StepInputs given(planned.label, planned.op->spreads(), inputs, rows);
+    const bool isRead = planned.op->source() != nullptr;
+    const StepInputs given(planned.label, planned.op->spreads(), inputs,
+                           isRead ? (*sources_)[stage_.sourceOf(step)] : rows);
     if (flows_[step] != nullptr) {
       push(step, segment, given);
     } else {
@@ -207,12 +211,13 @@ class UnitRun {
   /// An input of the stage: the rows that belong to those of `source`, or the value.
   StepInput boundInput(std::size_t number, const Chunk& source) {
     const StageInput& input = stage_.inputs()[number];
-    if (!rows_.areRowsOf(number)) {
+    const RowPlaces* places = rows_.placesOf(number);
+    if (places == nullptr) {
       return valueAt(number);
     }
     const std::int64_t rows = source.rows();
     const std::int64_t first = rows > 0 ? source.ordinals.at(0) : 0;
-    bound_[number] = input.places->take(input.rows, partitionOf(source), first, first + rows);
+    bound_[number] = places->take(input.rows, partitionOf(source), first, first + rows);
     return {&*bound_[number], nullptr, 0, input.origin};
   }
 
@@ -224,6 +229,7 @@ class UnitRun {
   const Stage& stage_;
   const StageRows& rows_;
   const CancellationToken& cancellation_;
+  const std::vector<Chunk>* sources_ = nullptr;  ///< the rows at hand, of each source
   std::map<std::size_t, OutputTypes> types_;     ///< by step
   std::vector<std::unique_ptr<StepRun>> runs_;   ///< of the steps; null for flow steps
   std::vector<std::unique_ptr<FlowRun>> flows_;  ///< of the flow steps; null for others
@@ -234,36 +240,46 @@ class UnitRun {
   UnitResult result_;
 };
 
-/// A chunk without rows, so that results of a source without rows have their types.
-Chunk emptyChunk(const Stage& stage, std::int64_t partition) {
+/// A chunk of a source without rows, so that results have their types.
+Chunk emptyChunk(const StageSource& source, std::int64_t partition) {
+  if (const ArrayDatastore* arrays = source.store->asArrays()) {
+    return arrays->select(source.columns).read(partition, 0, RowOrdinals(0, 0));
+  }
   Chunk chunk;
   chunk.partition = partition;
-  if (stage.source() == nullptr) {
-    return chunk;
-  }
-  chunk.names = std::make_shared<const std::vector<std::string>>(stage.columns());
-  for (const std::string& name : stage.columns()) {
-    const Schema& schema = stage.source()->schema();
-    const auto found = std::ranges::find(schema, name, &ColumnInfo::name);
+  chunk.names = std::make_shared<const std::vector<std::string>>(source.columns);
+  for (const std::string& name : source.columns) {
+    const auto found = std::ranges::find(source.store->schema(), name, &ColumnInfo::name);
     const Column column = emptyColumn(found->type);
     chunk.columns.push_back(found->isNullable ? column.asNullable() : column);
   }
   return chunk;
 }
 
+std::vector<Chunk> emptyChunks(const Stage& stage, std::int64_t partition) {
+  std::vector<Chunk> chunks;
+  for (const StageSource& source : stage.sources()) {
+    chunks.push_back(emptyChunk(source, partition));
+  }
+  if (chunks.empty()) {
+    chunks.push_back({.partition = partition});
+  }
+  return chunks;
+}
+
 void readThrough(UnitRun& run, const Stage& stage, const StageRows& rows, const Unit& unit,
                  const ExecutionContext& context) {
-  std::unique_ptr<ChunkReader> reader;
-  std::optional<Chunk> chunk;
+  std::unique_ptr<StageReader> reader;
+  std::vector<Chunk> chunks;
   if (!unit.isWithoutRows()) {
     reader = rows.openPartition(unit.partition, context.cancellation);
-    chunk = reader->next();
+    chunks = reader->next();
   }
-  if (!chunk) {
-    run.advance(emptyChunk(stage, unit.partition));
+  if (chunks.empty()) {
+    run.advance(emptyChunks(stage, unit.partition));
   }
-  while (chunk && run.advance(*chunk)) {
-    chunk = reader->next();
+  while (!chunks.empty() && run.advance(chunks)) {
+    chunks = reader->next();
   }
   run.endRows();
 }

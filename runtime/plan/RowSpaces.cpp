@@ -60,9 +60,7 @@ class Mix {
   bool isCertain_ = true;
 };
 
-Provenance ofSource(const std::string& fingerprint) {
-  return Mix("source").add(fingerprint).take();
-}
+Provenance ofSource(const std::string& identity) { return Mix("source").add(identity).take(); }
 
 /// True if rows are certain to be others.
 bool areOthers(const RowSpace& a, const RowSpace& b) {
@@ -170,7 +168,7 @@ RowSpace RowSpaces::spaceOf(int index) const {
   const PlanTask& task = plan_.task(index);
   const OpSpec& spec = *task.spec;
   if (const auto source = spec.source()) {
-    const Provenance rows = ofSource(source->fingerprint());
+    const Provenance rows = ofSource(source->rowSpace());
     return {.rows = rows, .source = rows.hash, .store = source.get()};
   }
   const std::vector<const PlanInput*> inputs = flowingInputs(index);

@@ -17,17 +17,15 @@ Schedule::Schedule(const Plan& plan)
       branches_(plan.tasks.size(), Branch::Unknown),
       notAsked_(plan.tasks.size()),
       ownSource_(plan.tasks.size(), -1) {
-  std::map<std::string, int> numbers;
-  const auto numberOf = [&](const std::string& fingerprint) {
-    return numbers.try_emplace(fingerprint, static_cast<int>(numbers.size())).first->second;
-  };
   for (int task = 0; task < numTasks(); ++task) {
+    int& own = ownSource_[at(task)];
     if (const auto source = plan.task(task).spec->source()) {
-      ownSource_[at(task)] = numberOf(source->fingerprint());
+      own = sources_.numberOf(*source);
     }
     for (const PlanInput& input : plan.task(task).inputs) {
-      if (input.places && ownSource_[at(task)] < 0) {
-        ownSource_[at(task)] = numberOf(input.places->cut->source);
+      if (input.places) {
+        const int placed = sources_.numberOf(*input.places->cut);
+        own = own < 0 ? placed : sources_.combined(own, placed);
       }
     }
   }
@@ -189,8 +187,12 @@ void Schedule::followRows(int index) {
     } else if (input->task >= 0) {
       const std::size_t from = at(input->task);
       canFlow = canFlow && canFlow_[from];
-      if (reads_[from] || source_[at(index)] < 0) {
-        source_[at(index)] = source_[from];
+      int& source = source_[at(index)];
+      if (source < 0 || source_[from] < 0) {
+        source = std::max(source, source_[from]);
+      } else {
+        source = reads_[from] ? sources_.combined(source_[from], source)
+                              : sources_.combined(source, source_[from]);
       }
       reads_[at(index)] = reads_[at(index)] || reads_[from];
     }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "plan/Plan.h"
+#include "plan/RowSources.h"
 
 namespace kv::runtime {
 
@@ -79,6 +80,7 @@ class Schedule {
   Round readyPasses();
 
   const Plan& plan_;
+  RowSources sources_;
   std::vector<bool> isDone_;
   std::set<std::pair<int, std::size_t>> kept_;
   std::vector<Branch> branches_;

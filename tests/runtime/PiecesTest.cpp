@@ -166,7 +166,7 @@ TEST_F(Pieces, AStageCrossesAsBytesAndNothingElseIsTakenForOne) {
   arrow::MemoryPool* pool = arrow::default_memory_pool();
   const Stage read = Stage::fromBytes(bytes, pool);
   EXPECT_EQ(read.toBytes(), bytes);
-  EXPECT_THAT(read.columns(), ElementsAre("x"));
+  EXPECT_THAT(read.sources().front().columns, ElementsAre("x"));
   EXPECT_EQ(read.steps()[1].describe(), "column x at a.py:3");
   for (std::size_t length = 0; length < bytes.size(); ++length) {
     EXPECT_THROW(Stage::fromBytes(bytes.substr(0, length), pool), errors::StepError) << length;

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -21,16 +22,20 @@ bool hasAll(const Schema& schema, const std::set<std::string>& names) {
 // needs.
 void readNeededColumns(PassGraph& graph) {
   const std::vector<ColumnNeeds> asked = columnNeeds(graph.steps);
-  ColumnNeeds ofSource;
+  std::map<std::string, ColumnNeeds> ofSources;  // by fingerprint
   for (std::size_t i = 0; i < graph.steps.size(); ++i) {
-    if (graph.steps[i].op->source() != nullptr) {
-      ofSource.add(asked[i]);
+    if (const auto source = graph.steps[i].op->source()) {
+      ofSources[source->fingerprint()].add(asked[i]);
     }
   }
   for (Step& step : graph.steps) {
     const auto source = step.op->source();
-    if (source != nullptr && hasAll(source->schema(), ofSource.names)) {
-      step.op = makeRead(source, ofSource.columnsOf(source->schema()));
+    if (source == nullptr) {
+      continue;
+    }
+    const ColumnNeeds& needs = ofSources.at(source->fingerprint());
+    if (hasAll(source->schema(), needs.names)) {
+      step.op = makeRead(source, needs.columnsOf(source->schema()));
     }
   }
 }
