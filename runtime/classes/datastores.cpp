@@ -1,3 +1,4 @@
+#include <optional>
 #include <vector>
 
 #include "classes/DatastoreValue.h"
@@ -7,11 +8,16 @@
 #include "driver/failures.h"
 #include "kv/host/errors.h"
 #include "kv/runtime/csv.h"
+#include "kv/runtime/datastoreObject.h"
+#include "kv/runtime/memory.h"
 #include "kv/runtime/parquet.h"
 #include "persistence/MovedTables.h"
 #include "persistence/csvDescription.h"
 #include "persistence/parquetDescription.h"
+#include "persistence/savedSource.h"
 #include "source/csv/CsvDatastore.h"
+#include "source/memory/ArrayDatastore.h"
+#include "values/chunkValues.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -53,18 +59,30 @@ void construct(const Call& call) {
   }
 }
 
-/// An object of the class for the format of `source`.
-Value objectOf(std::shared_ptr<const Datastore> source) {
-  const bool isParquet = dynamic_cast<const ParquetDatastore*>(source.get()) != nullptr;
-  Value object = isParquet ? host::call(kParquetDatastore) : host::call(kCsvDatastore);
-  host::setNativeValue(object.get(), std::make_unique<DatastoreValue>(std::move(source)));
-  return object;
+/// ArrayDatastore(value, sizes of its partitions): an array or a table of the host.
+void constructArrays(const Call& call) {
+  if (call.nrhs == 1) {
+    return;
+  }
+  CutRequest request;
+  if (call.nrhs > 2) {
+    const kxArray* sizes = call.in(2);
+    if (kxGetClassID(sizes) != kxDOUBLE_CLASS) {
+      host::raiseInvalidType("Input", "double", sizes);
+    }
+    for (std::size_t i = 0; i < kxGetNumberOfElements(sizes); ++i) {
+      const Value size = host::makeDouble(static_cast<const double*>(kxGetData(sizes))[i]);
+      request.sizes.push_back(static_cast<std::int64_t>(host::toCount(size.get(), kMaxPositions)));
+    }
+  }
+  host::setNativeValue(call.in(0),
+                       std::make_unique<DatastoreValue>(openChunk(toChunk(call.in(1)), request)));
 }
 
 /// kv.datastore(paths, names of columns, names of their types): the files in the format they have.
 void openDatastore(const Call& call) {
   call.expect(1, 1, 3);
-  call.out(0, objectOf(openFor(call, 0, openFiles)));
+  call.out(0, datastoreObject(openFor(call, 0, openFiles)));
 }
 
 Value columnTexts(const Call& call, std::string (*textOf)(const ColumnInfo&)) {
@@ -94,6 +112,21 @@ void numPartitions(const Call& call) {
   call.out(0, host::makeDouble(static_cast<double>(datastoreOf(call.in(0))->numPartitions())));
 }
 
+/// The number of rows; empty if it isn't known without reading them.
+void numRows(const Call& call) {
+  const Datastore& source = *datastoreOf(call.in(0));
+  std::int64_t rows = 0;
+  for (std::int64_t partition = 0; partition < source.numPartitions(); ++partition) {
+    const std::optional<std::int64_t> known = source.knownRows(partition);
+    if (!known) {
+      call.out(0, host::makeEmptyDouble());
+      return;
+    }
+    rows += *known;
+  }
+  call.out(0, host::makeDouble(static_cast<double>(rows)));
+}
+
 void displayName(const Call& call) {
   call.out(0, host::makeChars(datastoreOf(call.in(0))->displayName()));
 }
@@ -110,7 +143,7 @@ void sourceFiles(const Call& call) {
 }
 
 /// copy(datastore): sources are immutable, so the copy shares the source.
-void copyDatastore(const Call& call) { call.out(0, objectOf(datastoreOf(call.in(0)))); }
+void copyDatastore(const Call& call) { call.out(0, datastoreObject(datastoreOf(call.in(0)))); }
 
 /// The source of an object; null for a datastore without one, which is saved without one.
 template <class Source>
@@ -136,6 +169,29 @@ void restore(const kxArray* object, std::shared_ptr<const FileDatastore> source)
   host::setNativeValue(object, std::make_unique<DatastoreValue>(std::move(source)));
 }
 
+/// Of arrays in memory the rows aren't saved, and nothing else would lead to them.
+Value savedArrays(const kxArray* object) {
+  const auto* arrays = sourceIn<ArrayDatastore>(object);
+  if (arrays == nullptr) {
+    return Value();
+  }
+  if (!arrays->isGenerated()) {
+    host::raise("KALVEX:datastore:NotSaveable", {arrays->displayName()});
+  }
+  return savedDescription(arrays->describe());
+}
+
+void restoreArrays(const kxArray* object, const kxArray* saved) {
+  if (saved == nullptr) {
+    return;
+  }
+  std::shared_ptr<const Datastore> source = openSaved(saved);
+  if (source->asArrays() == nullptr || !source->asArrays()->isGenerated()) {
+    host::raise("KALVEX:datastore:BadDescription", {"generated arrays are expected"});
+  }
+  host::setNativeValue(object, std::make_unique<DatastoreValue>(std::move(source)));
+}
+
 void restoreCsv(const kxArray* object, const kxArray* saved) {
   if (saved != nullptr) {
     restore(object, std::make_shared<CsvDatastore>(csvFromDescription(saved)));
@@ -150,13 +206,22 @@ void restoreParquet(const kxArray* object, const kxArray* saved) {
 
 }  // namespace
 
+Value datastoreObject(std::shared_ptr<const Datastore> source) {
+  const bool isParquet = dynamic_cast<const ParquetDatastore*>(source.get()) != nullptr;
+  Value object = source->asArrays() != nullptr ? host::call(kArrayDatastore)
+                 : isParquet                   ? host::call(kParquetDatastore)
+                                               : host::call(kCsvDatastore);
+  host::setNativeValue(object.get(), std::make_unique<DatastoreValue>(std::move(source)));
+  return object;
+}
+
 void defineDatastores(host::Session& session) {
   define(session,
          {.name = kDatastore,
           .properties = {computed("ColumnNames", namesOfColumns),
                          computed("ColumnTypes", typesOfColumns),
                          computed("ColumnFileTypes", fileTypesOfColumns),
-                         computed("NumPartitions", numPartitions),
+                         computed("NumPartitions", numPartitions), computed("NumRows", numRows),
                          computed("DisplayName", displayName), computed("Files", sourceFiles)},
           .methods = {method("copy", copyDatastore, 1, 1)}});
   define(session, {.name = kCsvDatastore,
@@ -167,6 +232,10 @@ void defineDatastores(host::Session& session) {
                    .superclasses = {kDatastore},
                    .constructor = constructor(construct<openParquet>, 1, 4),
                    .savedForm = host::SavedForm{savedParquet, restoreParquet}});
+  define(session, {.name = kArrayDatastore,
+                   .superclasses = {kDatastore},
+                   .constructor = constructor(constructArrays, 1, 3),
+                   .savedForm = host::SavedForm{savedArrays, restoreArrays}});
   session.defineFunction("kv.datastore", openDatastore);
   session.defineFunction("kalvex.io.datastore.internal.shim.isDatastore", [](const Call& call) {
     call.expect(1, 1, 1);

@@ -4,6 +4,8 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "kv/host/errors.h"
+#include "kv/runtime/datastoreObject.h"
+#include "source/memory/ArrayDatastore.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -18,10 +20,19 @@ void constructPartition(const Call& call) {
   host::setSlot(call.in(0), "NumPartitions", matrix::sharedCopy(call.in(2)));
 }
 
+/// The rows of arrays in memory without their columns: what a strategy needs of them. So it keeps
+/// no memory, and can be saved with a value that was gathered.
+Value positionsOf(std::string name, PositionCut cut) {
+  return datastoreObject(
+      std::make_shared<const ArrayDatastore>(ArrayTable{std::move(name), std::move(cut)}));
+}
+
 void constructStrategy(const Call& call) {
   host::constructSuperclass(call.in(0), kPartitionStrategy, {});
-  datastoreOf(call.in(1));
-  host::setSlot(call.in(0), "Datastore", matrix::sharedCopy(call.in(1)));
+  const ArrayDatastore* arrays = datastoreOf(call.in(1))->asArrays();
+  host::setSlot(call.in(0), "Datastore",
+                arrays != nullptr ? positionsOf(arrays->displayName(), arrays->cut())
+                                  : matrix::sharedCopy(call.in(1)));
 }
 
 const Datastore& sourceOf(const kxArray* strategy) {
@@ -72,23 +83,31 @@ void fixNumPartitions(const Call& call) {
 void returnSelf(const Call& call) { call.out(0, matrix::sharedCopy(call.in(0))); }
 
 bool areCompatible(const kxArray* a, const kxArray* b) {
-  return kxIsA(b, kDatastoreStrategy) && sourceOf(a).fingerprint() == sourceOf(b).fingerprint();
+  return kxIsA(b, kDatastoreStrategy) && sourceOf(a).rowSpace() == sourceOf(b).rowSpace();
 }
 
 void typedIsCompatible(const Call& call) {
   call.out(0, host::makeLogical(areCompatible(call.in(0), call.in(1))));
 }
 
-/// Two sources are never aligned by chance: their content must be the same.
+/// Two sources are never aligned by chance: their rows must be the same.
 void throwIfIncompatible(const Call& call) {
   if (!areCompatible(call.in(0), call.in(1))) {
     host::raise("KALVEX:bigdata:array:IncompatibleTallIndexing");
   }
 }
 
+/// Of arrays in memory with different cuts, the strategy that has the cuts of both.
 void typedAlign(const Call& call) {
   throwIfIncompatible(call);
-  returnSelf(call);
+  const ArrayDatastore* arrays = sourceOf(call.in(0)).asArrays();
+  const ArrayDatastore* others = sourceOf(call.in(1)).asArrays();
+  if (arrays == nullptr || others == nullptr || arrays->cut() == others->cut()) {
+    returnSelf(call);
+    return;
+  }
+  const Value rows = positionsOf(arrays->displayName(), arrays->cut().refined(others->cut()));
+  call.out(0, host::call(kDatastoreStrategy, {rows.get()}));
 }
 
 void isKnownSinglePartition(const Call& call) {

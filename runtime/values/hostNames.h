@@ -60,5 +60,6 @@ inline constexpr char kCompositeGraph[] = "kalvex.bigdata.internal.executor.Comp
 inline constexpr char kDatastore[] = "kalvex.io.Datastore";
 inline constexpr char kCsvDatastore[] = "kalvex.io.CsvDatastore";
 inline constexpr char kParquetDatastore[] = "kalvex.io.ParquetDatastore";
+inline constexpr char kArrayDatastore[] = "kalvex.io.ArrayDatastore";
 
 }  // namespace kv::runtime
