@@ -32,13 +32,12 @@ std::vector<std::string> textsOf(const kxArray* datastore, kcos::NameRef propert
   return host::toTexts(host::getProperty(datastore, property).get());
 }
 
-std::shared_ptr<const TableColumns> columnsOf(const kxArray* datastore) {
-  std::vector<ElementType> types;
-  for (const std::string& name : textsOf(datastore, "ColumnTypes")) {
-    types.push_back(runtime::elementTypeNamed(name).value_or(ElementType::Unknown));
-  }
-  return std::make_shared<const TableColumns>(textsOf(datastore, "ColumnNames"), std::move(types),
-                                              textsOf(datastore, "ColumnFileTypes"));
+/// The number of rows, if it is known without reading them.
+std::optional<std::int64_t> countOf(const kxArray* datastore) {
+  const host::Value rows = host::getProperty(datastore, "NumRows");
+  return kxIsEmpty(rows.get())
+             ? std::nullopt
+             : std::optional(static_cast<std::int64_t>(host::toDouble(rows.get())));
 }
 
 /// The rows of a datastore: those of its files, as they are read.
@@ -51,7 +50,7 @@ std::shared_ptr<const RowSpace> rowsOf(const kxArray* datastore) {
     }
   }
   return std::make_shared<const RowSpace>(
-      key, host::toText(host::getProperty(datastore, "DisplayName").get()), std::nullopt);
+      key, host::toText(host::getProperty(datastore, "DisplayName").get()), countOf(datastore));
 }
 
 Table readBy(kcos::NameRef opener, const std::shared_ptr<Session::Impl>& session,
@@ -65,6 +64,15 @@ Table readBy(kcos::NameRef opener, const std::shared_ptr<Session::Impl>& session
 }
 
 }  // namespace
+
+std::shared_ptr<const TableColumns> columnsOf(const kxArray* datastore) {
+  std::vector<ElementType> types;
+  for (const std::string& name : textsOf(datastore, "ColumnTypes")) {
+    types.push_back(runtime::elementTypeNamed(name).value_or(ElementType::Unknown));
+  }
+  return std::make_shared<const TableColumns>(textsOf(datastore, "ColumnNames"), std::move(types),
+                                              textsOf(datastore, "ColumnFileTypes"));
+}
 
 const int Session::kMaxThreads = runtime::kMaxThreads;
 

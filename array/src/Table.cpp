@@ -43,6 +43,10 @@ std::vector<std::string> Table::columnTypes() const {
   return types;
 }
 
+std::optional<std::int64_t> Table::rows() const {
+  return handle_->rows != nullptr ? handle_->rows->count() : std::nullopt;
+}
+
 Array Table::column(std::string_view name, Where where) const {
   const TableColumns& all = *handle_->columns;
   const auto line = [&] {  // made when it is needed: it allocates
@@ -68,10 +72,12 @@ Array Table::column(std::string_view name, Where where) const {
     inputs.give(host::makeChars(name));
     inputs.give(host::makeLogical(true));  // the content of the variable, not a table of it
     inputs.lend(handle_->value);
-    return makeArray(session, host::call("subsrefTabularVar", inputs.list()), type,
-                     RowTraits{.isColumn = true,
-                               .rows = handle_->rows,
-                               .made = keyOf(name, handle_->rows ? handle_->rows->key() : 0)});
+    return makeArray(
+        session, host::call("subsrefTabularVar", inputs.list()), type,
+        RowTraits{
+            .isColumn = true,
+            .rows = handle_->rows,
+            .made = keyOf(name, handle_->source + (handle_->rows ? handle_->rows->key() : 0))});
   });
 }
 
@@ -94,7 +100,8 @@ Table Table::filter(const Array& keep, Where where) const {
     RowTraits traits = traitsOfFiltered(all, keep, where);
     auto rows = host::call("filterslices", {keep.handle().value.get(), handle_->value.get()});
     return Table(std::make_shared<const Table::Handle>(session, std::move(rows), handle_->columns,
-                                                       std::move(traits.rows)));
+                                                       std::move(traits.rows), std::vector<Array>{},
+                                                       handle_->source));
   });
 }
 

@@ -45,7 +45,11 @@ struct Table::Handle {
   std::shared_ptr<const TableColumns> columns;
   std::shared_ptr<const RowSpace> rows;
   std::vector<Array> arrays{};  ///< the columns, if it is made of arrays
+  std::size_t source = 0;       ///< identifies the values, where the rows alone don't
 };
+
+/// The names and types of the columns of a datastore of the host.
+std::shared_ptr<const TableColumns> columnsOf(const kxArray* datastore);
 
 Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value,
                 runtime::ElementType type, RowTraits traits);

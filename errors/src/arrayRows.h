@@ -8,6 +8,10 @@ namespace kv::errors {
 inline constexpr ErrorRow kArrayRows[] = {
     {"KALVEX:array:NoArray", "", "At least one input must be an array.", BaseType::Value},
     {"KALVEX:array:TwoSessions", "", "The arrays belong to different sessions.", BaseType::Value},
+    {"KALVEX:array:LengthsDiffer", "rows, other rows",
+     "Arrays of {0} and of {1} rows can't be combined row by row.", BaseType::Value},
+    {"KALVEX:array:BadShape", "shape, reason", "An array can't have the shape ({0}): {1}.",
+     BaseType::Value},
     {"KALVEX:array:UnknownType", "type, types", "There is no type '{0:short}'. The types are: {1}.",
      BaseType::Value},
     {"KALVEX:array:WrongType", "function, returned, type",

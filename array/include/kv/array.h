@@ -4,14 +4,18 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "kv/error.h"
+#include "kv/memory.h"
 #include "kv/operand.h"
 #include "kv/value.h"
+
+struct ArrowArrayStream;
 
 /// Arrays larger than memory, from C++: a session, tables read from files, arrays that record
 /// mathematics, and the gathering of results. Nothing is read until results are requested. Results
@@ -141,6 +145,9 @@ class Table {
   /// The types of the columns, in the same order; "unknown" for one that can't be read.
   std::vector<std::string> columnTypes() const;
 
+  /// The number of rows, if it is known without reading them.
+  std::optional<std::int64_t> rows() const;
+
   /// Errors: Error "KALVEX:array:UnknownColumn" with the name and the existing columns,
   /// "KALVEX:datastore:UnsupportedColumn" for a column of a Parquet file whose type can't be read.
   Array column(std::string_view name, Where where = Where::current()) const;
@@ -237,6 +244,70 @@ class Session {
                 Where where = Where::current());
   Table readParquet(const std::vector<std::string>& paths, Where where = Where::current());
 
+  /// A table over columns in memory, which are borrowed (see Memory). The columns have as many rows
+  /// and one dimension.
+  /// Errors: Error "KALVEX:array:LengthsDiffer", "KALVEX:array:SameName", "KALVEX:array:BadShape",
+  /// "KALVEX:array:UnknownType"; "KALVEX:datastore:Partitions" for sizes that don't fit the rows.
+  Table fromColumns(std::vector<NamedMemory> columns, const Partitions& partitions = {},
+                    Where where = Where::current());
+
+  /// An array over memory of any dimensions, which is borrowed (see Memory).
+  /// Errors: as for fromColumns.
+  Array fromMemory(Memory memory, const Partitions& partitions = {},
+                   Where where = Where::current());
+
+  /// A table over all that a stream of Arrow's C interface has, which is taken whole and at once.
+  /// Its memory is borrowed, and released with the last array that reads it. The types are those
+  /// that Parquet files may have; columns of others can't be read.
+  /// Errors: Error "KALVEX:datastore:BadArrow" with the reason that the producer gives;
+  /// "KALVEX:datastore:Partitions".
+  Table fromArrow(ArrowArrayStream* stream, const Partitions& partitions = {},
+                  Where where = Where::current());
+
+  /// The rows from `start` by `step` up to `stop`, which isn't one of them, as numpy.arange gives
+  /// them: int64 if all three are whole, otherwise double, unless the options name a type.
+  /// Generated arrays take no memory. All that have as many rows, and arrays in memory, can be
+  /// combined row by row.
+  /// Errors: Error "KALVEX:datastore:ZeroStep"; "KALVEX:datastore:OutOfRange" for whole numbers
+  /// that don't fit the type; "KALVEX:datastore:TooManyRows" beyond 2^53.
+  template <Number A, Number B, Number C = int>
+  Array arange(A start, B stop, C step = 1, const GeneratedOptions& options = {},
+               Where where = Where::current()) {
+    if constexpr (std::integral<A> && std::integral<B> && std::integral<C>) {
+      return arangeOf(static_cast<std::int64_t>(start), static_cast<std::int64_t>(stop),
+                      static_cast<std::int64_t>(step), options, where);
+    } else {
+      return arangeOf(static_cast<double>(start), static_cast<double>(stop),
+                      static_cast<double>(step), options, where);
+    }
+  }
+
+  /// `rows` doubles at equal distances from `start` to `stop`, which is the last unless
+  /// `hasEndpoint` is false, as numpy.linspace gives them.
+  Array linspace(double start, double stop, std::int64_t rows, bool hasEndpoint = true,
+                 const Partitions& partitions = {}, Where where = Where::current());
+
+  /// `rows` rows whose elements are all `value`, a constant; zeros and ones are doubles unless the
+  /// options name a type.
+  /// Errors: Error "KALVEX:function:OutOfRange" if the type can't hold the value.
+  Array full(std::int64_t rows, const Operand& value, const GeneratedOptions& options = {});
+  Array zeros(std::int64_t rows, const GeneratedOptions& options = {},
+              Where where = Where::current());
+  Array ones(std::int64_t rows, const GeneratedOptions& options = {},
+             Where where = Where::current());
+
+  /// Random numbers: uniform ones in [0, 1); normal ones of mean 0 and standard deviation 1; whole
+  /// ones, int64, from `low` up to `high`, which isn't one of them. Each call gives different
+  /// numbers. They depend only on the session's seed, the calls before this one, the partition, and
+  /// the row within it. See seed().
+  /// Errors: Error "KALVEX:datastore:EmptyRange" unless low < high.
+  Array random(std::int64_t rows, const GeneratedOptions& options = {},
+               Where where = Where::current());
+  Array randomNormal(std::int64_t rows, const GeneratedOptions& options = {},
+                     Where where = Where::current());
+  Array randomIntegers(std::int64_t rows, std::int64_t low, std::int64_t high,
+                       const GeneratedOptions& options = {}, Where where = Where::current());
+
   /// A constant as an array of one row. A result computed from constants only is also a constant,
   /// as if it had been written directly; see Operand.
   Array constant(const Operand& value);
@@ -311,9 +382,18 @@ class Session {
   /// Threads: any, without waiting for the session's lock; may be called from a signal handler.
   void interrupt() noexcept;
 
+  /// Releases now what no array uses any more, such as the owners of borrowed memory; otherwise
+  /// that happens while later arrays are recorded.
+  void collect(Where where = Where::current());
+
   Impl& impl() { return *impl_; }
 
  private:
+  Array arangeOf(std::int64_t start, std::int64_t stop, std::int64_t step,
+                 const GeneratedOptions& options, Where where);
+  Array arangeOf(double start, double stop, double step, const GeneratedOptions& options,
+                 Where where);
+
   std::shared_ptr<Impl> impl_;
 };
 

@@ -32,8 +32,8 @@ class PositionCut {
   /// Requires: at least one; none is negative; their sum is at most kMaxPositions.
   explicit PositionCut(const std::vector<std::int64_t>& partitionRows);
 
-  /// Partitions of kPartitionRows rows; of the largest power of two that fits in kPartitionBytes
-  /// where a row has so many bytes.
+  /// Partitions of kPartitionRows rows of `rowBytes` bytes each; where that is more than
+  /// kPartitionBytes, of the largest power of two that isn't.
   static PositionCut ofRows(std::int64_t rows, std::int64_t rowBytes);
 
   std::int64_t rows() const { return rows_; }
