@@ -38,6 +38,9 @@ show query $kFlights 'std(dep_delay - mean(dep_delay))'
 say "The plan of a query: what would be read and done. No data is read."
 show query $kFlights 'mean(dep_delay)' 'late = mean(arr_delay > 60)' --where 'origin == "JFK"' --explain
 
+say "The same for scripts."
+show query $kFlights 'mean(dep_delay)' 'late = mean(arr_delay > 60)' --json
+
 # ask <lines>: lines of Python, shown as they are typed.
 ask() {
   printf '>>> %s\n' "${@//$'\n'/$'\n... '}"
@@ -45,10 +48,7 @@ ask() {
 }
 
 if [[ -n $kPython ]]; then
-  say "The same from Python."
+  say "A query of that kind from Python."
   ask 'import kvbigdata as kv' 'flights = kv.read("data/flights.csv")' \
     'late = (flights.arr_delay > 60).mean()' 'late.compute()'
 fi
-
-say "The same for scripts."
-show query $kFlights 'mean(dep_delay)' 'late = mean(arr_delay > 60)' --json

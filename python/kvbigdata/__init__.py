@@ -28,6 +28,7 @@ from ._errors import (
 )
 from ._evaluate import compute
 from ._make import read, read_csv, read_parquet
+from ._memory import arange, asarray, from_arrow, from_numpy, from_pandas, full, ones, table, zeros
 from ._reduce import (
     all,
     any,
@@ -124,6 +125,8 @@ __all__ = [
     "add",
     "all",
     "any",
+    "arange",
+    "asarray",
     "bitwise_and",
     "bitwise_invert",
     "bitwise_or",
@@ -139,6 +142,10 @@ __all__ = [
     "exp",
     "facts",
     "floor",
+    "from_arrow",
+    "from_numpy",
+    "from_pandas",
+    "full",
     "greater",
     "greater_equal",
     "invert",
@@ -170,6 +177,7 @@ __all__ = [
     "negative",
     "no_compute",
     "not_equal",
+    "ones",
     "open",
     "options",
     "positive",
@@ -191,10 +199,12 @@ __all__ = [
     "std",
     "subtract",
     "sum",
+    "table",
     "tan",
     "true_divide",
     "var",
     "where",
+    "zeros",
 ]
 
 # They are public here, whatever file defines them.

@@ -144,6 +144,24 @@ def test_tables_are_made_from_columns_of_the_same_rows(table):
     refused("UnsupportedOperand", TypeError, lambda: table.assign(y=lambda t: 3))
 
 
+def test_arrays_are_made_of_memory_and_generated(arrow):
+    values = np.array([[1, 2, 3], [4, 5, 6]], dtype=np.int16)[:, 1]
+    memory = kv.from_numpy(values)
+    assert memory.shape == (2,) and len(memory) == 2 and memory.dtype == np.int16
+    check((memory + kv.asarray([1.5, 2.5])).compute(), np.array([3.5, 7.5]))
+    check((kv.arange(2, 9, 3) - kv.ones(3, dtype=int)).compute(), np.array([1, 4, 7]))
+    check(kv.arange(0.0, 1.0, 0.25).compute(), np.arange(0, 1, 0.25))
+    check(kv.full(3, 7).compute(), np.full(3, 7))
+    words = kv.asarray(["a", None, "ü"])
+    assert words.compute().tolist() == ["a", None, "ü"]
+    assert np.isnan(kv.asarray([1.0, np.nan]).sum().compute()), "arrays propagate NaN"
+    made = kv.table({"a": [1.0, np.nan], "b": kv.zeros(2)})
+    assert made.a.sum().compute() == 1 and made.columns == ["a", "b"]
+    check(kv.from_arrow(arrow).n.compute(), N)
+    refused("DifferentSources", kv.RowSpaceError, lambda: kv.arange(3) + kv.arange(4))
+    refused("UnsupportedType", TypeError, lambda: kv.asarray(np.array([1j])))
+
+
 def test_other_rows_are_refused_where_they_are_combined(table, tmp_path):
     above = table.n > 0
     path = tmp_path / "other.csv"

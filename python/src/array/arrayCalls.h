@@ -87,4 +87,7 @@ class ArraySession {
 
 void bindArrays(nb::module_& module);
 
+/// Adds arrays in memory and generated ones to the class of sessions.
+void bindMemory(nb::class_<ArraySession>& session);
+
 }  // namespace kv::python

@@ -199,8 +199,9 @@ nb::object sourcesOf(const Table& table) {
 std::string typeOf(const Array& array) { return std::string(array.type()); }
 
 void bindSession(nb::module_& module) {
-  nb::class_<ArraySession>(module, "ArraySession", "A session of arrays.")
-      .def(nb::init<>())
+  nb::class_<ArraySession> session(module, "ArraySession", "A session of arrays.");
+  bindMemory(session);
+  session.def(nb::init<>())
       .def("close", &ArraySession::close)
       .def("read", read, nb::arg("paths"), nb::arg("types"))
       .def("read_csv", readCsv, nb::arg("paths"), nb::arg("types"))
