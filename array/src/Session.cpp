@@ -116,4 +116,12 @@ void Session::setThreads(int threads, Where where) {
   publicCall(*impl_, where, [&] { runtime::setThreads(threads); });
 }
 
+void Session::setMemoryLimit(std::int64_t bytes, Where where) {
+  publicCall(*impl_, where, [&] { runtime::setMemoryLimit(bytes); });
+}
+
+void Session::setMemoryLimit(std::string_view limit, Where where) {
+  publicCall(*impl_, where, [&] { runtime::setMemoryLimit(limit); });
+}
+
 }  // namespace kv

@@ -47,8 +47,13 @@ Facts lastFacts() {
   const auto field = [&](std::string_view name) {
     return host::toDouble(kxGetField(facts.get(), 0, name));
   };
-  return {static_cast<std::int64_t>(field("rows")), static_cast<int>(field("passes")),
-          field("seconds"), static_cast<std::int64_t>(field("peakBytes"))};
+  const auto bytes = [&](std::string_view name) { return static_cast<std::int64_t>(field(name)); };
+  return {static_cast<std::int64_t>(field("rows")),
+          static_cast<int>(field("passes")),
+          field("seconds"),
+          bytes("peakBytes"),
+          bytes("memoryPeakBytes"),
+          bytes("memoryLimitBytes")};
 }
 
 void requireOwn(const Session::Impl& session, std::span<const Array> arrays) {

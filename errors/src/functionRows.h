@@ -29,6 +29,14 @@ inline constexpr ErrorRow kFunctionRows[] = {
      "The texts of one column are limited to 2 GiB in memory. Filter or reduce the column "
      "before it is gathered.",
      BaseType::Memory},
+    {"KALVEX:memory:LimitTooSmall", "operation, need, limit",
+     "{0} needs at least {1} of memory with what is in use already; the limit is {2}. Set a higher "
+     "one: --memory, KV_MEMORY_LIMIT or kv.setMemoryLimit.",
+     BaseType::Memory},
+    {"KALVEX:memory:ResultTooLarge", "operation, need, limit",
+     "The result of {0} needs at least {1} of memory; the limit is {2}. Write it to a file or take "
+     "the first rows, or reduce it.",
+     BaseType::Memory},
 };
 
 }  // namespace kv::errors

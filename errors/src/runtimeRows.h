@@ -87,6 +87,10 @@ inline constexpr ErrorRow kRuntimeRows[] = {
      BaseType::Value},
     {"KALVEX:executor:Threads", "given, most",
      "The number of threads must be a whole number from 1 to {1}, got {0:short}.", BaseType::Value},
+    {"KALVEX:memory:Limit", "given, least",
+     "The memory limit must be a number of bytes, at least {1}, such as 512MB, 1.5GiB or 64000000, "
+     "got {0:short}. The units are kB, MB, GB, TB, and KiB, MiB, GiB, TiB for powers of 1024.",
+     BaseType::Value},
     {"KALVEX:array:FunctionFailed", "operation, text", "{0} failed: {1}"},
     {"KALVEX:array:Unexpected", "operation, text",
      "{0} failed in a way that kvbigdata doesn't expect. This is a fault of kvbigdata, not of your "

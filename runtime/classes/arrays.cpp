@@ -6,6 +6,7 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
+#include "classes/sessionMemory.h"
 #include "classes/sessionValues.h"
 #include "driver/ClosureTasks.h"
 #include "persistence/trust.h"
@@ -75,7 +76,7 @@ void gather(const Call& call) {
   const EvaluationObjects objects =
       evaluationObjects({call.prhs, static_cast<std::size_t>(call.nrhs)});
   if (objects.taskGraph == nullptr) {
-    runtimeState().lastEvaluation = nothingToEvaluate();
+    noteEvaluation(nothingToEvaluate());
   } else {
     requireTrustedTasks(objects.taskGraph.get(), ClosureTasks(objects.taskGraph.get()));
     host::callMany("execute", 0,

@@ -6,6 +6,7 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "classes/interrupts.h"
+#include "classes/sessionMemory.h"
 #include "classes/sessionValues.h"
 #include "driver/ClosureTasks.h"
 #include "driver/Evaluation.h"
@@ -127,7 +128,7 @@ void executeOn(int threads, const Call& call) {
   const Value others = otherPromises(call.in(1), entries, call.in(2));
   const ClientPlan plan = readTaskGraph(call.in(1), call.in(2), others.get());
   asEvaluation([&](const CancellationToken& token) {
-    runtimeState().lastEvaluation = Evaluation(plan, token, threads).run();
+    noteEvaluation(Evaluation(plan, token, threads).run());
   });
 }
 
@@ -151,11 +152,15 @@ void setThreadsFunction(const Call& call) {
 
 /// lastEvaluation(): a structure that describes the last evaluation of this session.
 void lastEvaluation(const Call& call) {
-  constexpr std::array<std::string_view, 4> kFields{"rows", "passes", "seconds", "peakBytes"};
+  constexpr std::array<std::string_view, 6> kFields{
+      "rows", "passes", "seconds", "peakBytes", "memoryPeakBytes", "memoryLimitBytes"};
   const EvaluationFacts& facts = runtimeState().lastEvaluation;
-  const std::array<double, 4> numbers{static_cast<double>(facts.rows),
-                                      static_cast<double>(facts.passes), facts.seconds,
-                                      static_cast<double>(facts.peakBytes)};
+  const std::array<double, 6> numbers{static_cast<double>(facts.rows),
+                                      static_cast<double>(facts.passes),
+                                      facts.seconds,
+                                      static_cast<double>(facts.peakBytes),
+                                      static_cast<double>(facts.memoryPeakBytes),
+                                      static_cast<double>(facts.memoryLimitBytes)};
   Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, kFields));
   for (std::size_t i = 0; i < kFields.size(); ++i) {
     kxSetField(record.get(), 0, kFields[i], host::makeDouble(numbers[i]).release());
@@ -227,6 +232,7 @@ void defineExecutors(host::Session& session) {
   session.defineFunction("keepAlive", [](const Call&) {});
   session.defineFunction("kv.lastEvaluation", lastEvaluation);
   session.defineFunction("kv.setThreads", setThreadsFunction);
+  session.defineFunction("kv.setMemoryLimit", setMemoryLimitFunction);
   session.defineFunction("kv.explain", explain);
   session.defineFunction("kv.checkColumns", checkColumns);
 }

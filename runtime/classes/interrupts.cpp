@@ -3,7 +3,9 @@
 #include <atomic>
 #include <memory>
 
+#include "classes/sessionMemory.h"
 #include "classes/sessionValues.h"
+#include "column/pool.h"
 #include "driver/failures.h"
 #include "kv/runtime/runtime.h"
 
@@ -26,6 +28,7 @@ void asEvaluation(const std::function<void(const CancellationToken&)>& action) {
   const auto make = makeWatch.load();
   const std::unique_ptr<EvaluationWatch> watch = make != nullptr ? make() : nullptr;
   const CancellationToken token(processInterrupts, *runtimeState().interrupts, watch.get());
+  const PoolScope pool(&ledgerOfEvaluation());
   try {
     withStep({.label = "The evaluation"}, nullptr, [&] { action(token); });
   } catch (const Cancelled&) {

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
 #include <typeinfo>
 #include <vector>
 
+#include "column/MemoryLedger.h"
 #include "driver/Evaluation.h"
 #include "foundation/usm.h"
 #include "kv/host/values.h"
@@ -35,7 +37,9 @@ struct RuntimeState {
   host::Value globalStream;      ///< made on first use
   InvalidGraph invalid;
   EvaluationFacts lastEvaluation;
-  int threads = 0;                   ///< for evaluations; 0: the default of the process
+  int threads = 0;               ///< for evaluations; 0: the default of the process
+  std::int64_t memoryLimit = 0;  ///< in bytes; 0: the default of the process
+  MemoryLedger::Owner ledger = MemoryLedger::open(*arrow::default_memory_pool());
   DirectCall* directCall = nullptr;  ///< the call whose operation is to be evaluated; null for none
   std::shared_ptr<InterruptRequests> interrupts = std::make_shared<InterruptRequests>();
   MovedTables* movedTables = nullptr;  ///< while a SourceMoves lives

@@ -3,11 +3,13 @@
 #include <cassert>
 #include <utility>
 
+#include "column/pool.h"
+
 namespace kv::runtime {
 
 RowOrdinals::RowOrdinals(std::int64_t first, std::int64_t rows) : first_(first), rows_(rows) {}
 
-RowOrdinals::RowOrdinals(std::shared_ptr<const std::vector<std::int64_t>> list)
+RowOrdinals::RowOrdinals(std::shared_ptr<const OrdinalList> list)
     : first_(0), rows_(static_cast<std::int64_t>(list->size())), list_(std::move(list)) {}
 
 RowOrdinals RowOrdinals::slice(std::int64_t first, std::int64_t count) const {
@@ -19,7 +21,7 @@ RowOrdinals RowOrdinals::slice(std::int64_t first, std::int64_t count) const {
 }
 
 RowOrdinals RowOrdinals::select(const std::vector<std::int64_t>& kept) const {
-  auto list = std::make_shared<std::vector<std::int64_t>>();
+  auto list = std::make_shared<OrdinalList>(currentResource());
   list->reserve(kept.size());
   for (const std::int64_t row : kept) {
     list->push_back(at(row));

@@ -7,7 +7,9 @@
 #include <span>
 #include <utility>
 
+#include "column/ResultBuffer.h"
 #include "column/allocate.h"
+#include "column/pool.h"
 
 namespace kv::runtime {
 
@@ -25,18 +27,21 @@ bool startsAtZero(const std::vector<Chunk>& chunks) {
   return true;
 }
 
-/// The ordinals of all rows, as an Int64 column.
-Column ordinalsOf(const std::vector<std::vector<Chunk>>& partitions, std::int64_t rows) {
-  auto buffer = allocateBuffer(rows * static_cast<std::int64_t>(sizeof(std::int64_t)));
-  auto* next = buffer->mutable_data_as<std::int64_t>();
-  for (const std::vector<Chunk>& chunks : partitions) {
-    for (const Chunk& chunk : chunks) {
+/// The ordinals of all rows, as an Int64 column. Chunks lose theirs, since both together may be
+/// more than a memory limit allows.
+Column takeOrdinals(std::vector<std::vector<Chunk>>& partitions, std::int64_t rows) {
+  constexpr std::int64_t kBytes = sizeof(std::int64_t);
+  ResultBuffer ordinals(rows * kBytes);
+  for (std::vector<Chunk>& chunks : partitions) {
+    for (Chunk& chunk : chunks) {
+      auto* next = reinterpret_cast<std::int64_t*>(ordinals.next(chunk.rows() * kBytes));
       for (std::int64_t row = 0; row < chunk.rows(); ++row) {
         *next++ = chunk.ordinals.at(row);
       }
+      chunk.ordinals = RowOrdinals(0, chunk.rows());
     }
   }
-  return {ElementType::Int64, rows, std::move(buffer)};
+  return {ElementType::Int64, rows, ordinals.finish()};
 }
 
 }  // namespace
@@ -54,7 +59,7 @@ std::optional<PositionCut> RowCut::positions() const {
              : std::nullopt;
 }
 
-RowPlaces RowPlaces::ofPartitions(const std::vector<std::vector<Chunk>>& partitions,
+RowPlaces RowPlaces::ofPartitions(std::vector<std::vector<Chunk>>& partitions,
                                   std::shared_ptr<const RowCut> cut) {
   RowPlaces places{{0}, std::nullopt, std::move(cut), {}};
   for (const std::vector<Chunk>& chunks : partitions) {
@@ -65,7 +70,7 @@ RowPlaces RowPlaces::ofPartitions(const std::vector<std::vector<Chunk>>& partiti
     places.firstRow.push_back(rows);
   }
   if (!std::ranges::all_of(partitions, startsAtZero) || !places.fitCut()) {
-    places.ordinals = ordinalsOf(partitions, places.rows());
+    places.ordinals = takeOrdinals(partitions, places.rows());
   }
   return places;
 }
@@ -135,7 +140,7 @@ Chunk RowPlaces::take(const Chunk& whole, std::int64_t partition, std::int64_t f
     const auto high = std::lower_bound(low, ofPartition.end(), last);
     from = low - ofPartition.begin();
     count = high - low;
-    taken = RowOrdinals(std::make_shared<const std::vector<std::int64_t>>(low, high));
+    taken = RowOrdinals(std::make_shared<const OrdinalList>(low, high, currentResource()));
   }
   Chunk chunk{partition, std::move(taken), whole.names, {}, whole.trailing};
   for (const Column& column : whole.columns) {

@@ -33,8 +33,9 @@ struct RowPlaces {
   std::vector<bool> isNullable{};  ///< of each column of the rows; false after the end
   std::int64_t frameRows = 0;  ///< how many rows users' functions are to see; 0: none was asked for
 
-  /// The places of rows that were kept, partition by partition, of a source with that cut.
-  static RowPlaces ofPartitions(const std::vector<std::vector<Chunk>>& partitions,
+  /// The places of rows that were kept, partition by partition, of a source with that cut. The
+  /// chunks have no ordinals afterwards.
+  static RowPlaces ofPartitions(std::vector<std::vector<Chunk>>& partitions,
                                 std::shared_ptr<const RowCut> cut);
 
   std::int64_t rows() const { return firstRow.back(); }

@@ -31,7 +31,7 @@ RowOrdinals join(std::span<const Chunk> chunks) {
   if (isRange) {
     return {rows > 0 ? chunks.front().ordinals.at(0) : 0, rows};
   }
-  auto list = std::make_shared<std::vector<std::int64_t>>();
+  auto list = std::make_shared<OrdinalList>(currentResource());
   list->reserve(static_cast<std::size_t>(rows));
   for (const Chunk& chunk : chunks) {
     for (std::int64_t row = 0; row < chunk.rows(); ++row) {

@@ -8,12 +8,14 @@
 #include <string_view>
 #include <utility>
 
+#include "column/MemoryLedger.h"
 #include "column/pool.h"
 #include "driver/SessionFunctions.h"
 #include "driver/failures.h"
 #include "driver/peakMemory.h"
 #include "driver/wholeRuns.h"
 #include "executor/runStage.h"
+#include "kv/errors/StepError.h"
 #include "kv/host/errors.h"
 #include "plan/condition.h"
 #include "plan/lowerPass.h"
@@ -67,7 +69,7 @@ WholeValue joinKept(const OpSpec& spec, std::vector<std::vector<Chunk>> partitio
     partitions.pop_back();
     partitions.back().insert(partitions.back().end(), withoutRows.begin(), withoutRows.end());
   }
-  return joinRows(partitions, cut, describe(spec), frameRows);
+  return joinRows(std::move(partitions), cut, describe(spec), frameRows);
 }
 
 void complete(const Value& promise, const WholeValue& whole) {
@@ -101,8 +103,8 @@ Evaluation::Evaluation(const ClientPlan& client, const CancellationToken& cancel
 
 /// Runs `action` for a task; a failure becomes one of its step.
 template <class Action>
-void Evaluation::withTask(const PlanTask& task, Action&& action) const {
-  withStep(*task.spec, handles_.factoryOf(task), std::forward<Action>(action));
+void Evaluation::withTask(const PlanTask& task, Action&& action, std::string_view memoryId) const {
+  withStep(*task.spec, handles_.factoryOf(task), std::forward<Action>(action), memoryId);
 }
 
 EvaluationFacts Evaluation::run() {
@@ -173,6 +175,7 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   SessionFunctions functions(assembled);
   const ExecutionContext context{currentPool(), cancellation_};
   const StageRows rows(stage);
+  refuseLargeResults(sinks, knownResultBytes(stage, rows, functions, context));
   OrderedMerge merge(stage, functions);
   std::optional<Stage> fromBytes;
   if (runStagesFromBytes()) {
@@ -180,11 +183,27 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   }
   const auto units = makeUnitService(threads_, rows.numPartitions(),
                                      {fromBytes ? *fromBytes : stage, functions, context});
-  if (const auto failed =
-          kv::runtime::runStage(*units, merge, nextStage_++, rows.numPartitions())) {
+  if (const auto failed = kv::runtime::runStage(*units, merge, rows, nextStage_++)) {
     raiseStageFailure(assembled, *failed);
   }
   takeResults(stage, sinks, merge, noteRows(rows, !stage.sources().empty(), merge));
+}
+
+/// Refuses rows of a known size that the memory limit doesn't allow, before they are read.
+void Evaluation::refuseLargeResults(const std::vector<PassSink>& sinks,
+                                    const std::vector<std::int64_t>& bytes) const {
+  const MemoryLedger* ledger = currentLedger();
+  std::int64_t need = ledger != nullptr ? ledger->bytes_allocated() : 0;
+  for (std::size_t sink = 0; sink < sinks.size() && ledger != nullptr; ++sink) {
+    need += bytes[sink];
+    if (bytes[sink] > 0 && need > ledger->limit()) {
+      const PlanTask& task = plan_.task(sinks[sink].task);
+      withTask(task, [&] {
+        errors::raiseStep(kResultTooLarge,
+                          {task.spec->label, shownBytes(need), shownBytes(ledger->limit())});
+      });
+    }
+  }
 }
 
 /// The cut of the rows; what was read of each source is counted once.
@@ -207,7 +226,7 @@ void Evaluation::takeResults(const Stage& stage, const std::vector<PassSink>& si
     const auto& [index, output, isAggregate] = sinks[sink];
     const PlanTask& task = plan_.task(index);
     std::vector<WholeValue>& values = values_[static_cast<std::size_t>(index)];
-    withTask(task, [&, number = output] {
+    const auto take = [&, number = output] {
       MergedSink merged = merge.finish(sink);
       if (sinks[sink].isAggregate) {
         values = wholeValues(valuesOf(merged));
@@ -216,7 +235,8 @@ void Evaluation::takeResults(const Stage& stage, const std::vector<PassSink>& si
         values[number] = joinKept(*task.spec, std::move(merged.partitions), cut,
                                   stage.cutOf(stage.outputs()[sink]).frameRows);
       }
-    });
+    };
+    withTask(task, take, isAggregate ? kLimitTooSmall : kResultTooLarge);
     if (isAggregate) {
       schedule_.setDone(index);
     } else {

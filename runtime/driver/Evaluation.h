@@ -4,11 +4,13 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "driver/PlanHandles.h"
 #include "driver/assembleStage.h"
 #include "driver/wholeValues.h"
+#include "engine/memoryFailures.h"
 #include "executor/OrderedMerge.h"
 #include "kv/runtime/Cancellation.h"
 #include "plan/RowSpaces.h"
@@ -19,10 +21,12 @@ namespace kv::runtime {
 
 /// What an evaluation did.
 struct EvaluationFacts {
-  std::int64_t rows = 0;       ///< read from the sources, each source counted once
-  int passes = 0;              ///< over the data
-  double seconds = 0;          ///< wall time
-  std::int64_t peakBytes = 0;  ///< peak resident memory of the process so far
+  std::int64_t rows = 0;              ///< read from the sources, each source counted once
+  int passes = 0;                     ///< over the data
+  double seconds = 0;                 ///< wall time
+  std::int64_t peakBytes = 0;         ///< peak resident memory of the process so far
+  std::int64_t memoryPeakBytes = 0;   ///< the most of the limited memory that the session has used
+  std::int64_t memoryLimitBytes = 0;  ///< of the session
 };
 
 /// The facts when everything that was asked for is there already.
@@ -57,9 +61,12 @@ class Evaluation {
  private:
   void refuseWhatCannotRun() const;
   template <class Action>
-  void withTask(const PlanTask& task, Action&& action) const;
+  void withTask(const PlanTask& task, Action&& action,
+                std::string_view memoryId = kLimitTooSmall) const;
   void runInClient(int task);
   void runStage(const std::vector<PassSink>& sinks);
+  void refuseLargeResults(const std::vector<PassSink>& sinks,
+                          const std::vector<std::int64_t>& bytes) const;
   std::shared_ptr<const RowCut> noteRows(const StageRows& rows, bool isData,
                                          const OrderedMerge& merge);
   void takeResults(const Stage& stage, const std::vector<PassSink>& sinks, OrderedMerge& merge,

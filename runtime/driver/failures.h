@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <exception>
 #include <optional>
+#include <string_view>
 #include <utility>
 
+#include "engine/memoryFailures.h"
 #include "kv/errors/FailureRecord.h"
 #include "kv/errors/PassThrough.h"
 #include "kv/host/values.h"
@@ -52,11 +54,16 @@ host::Value submissionStackOf(const kxArray* factory);
                                    const std::optional<FailedRows>& rows = std::nullopt);
 
 /// Runs `action` for the step of `spec` and `factory`; a failure becomes one of that step.
+/// Errors: besides those above, `memoryId` if a memory limit was the cause (see nameRefusal).
 template <class Action>
-auto withStep(const OpSpec& spec, const kxArray* factory, Action&& action) -> decltype(action()) {
+auto withStep(const OpSpec& spec, const kxArray* factory, Action&& action,
+              std::string_view memoryId = kLimitTooSmall) -> decltype(action()) {
+  const RefusalWatch watch;
   return errors::catchingFailures(
       std::forward<Action>(action), [&](const std::exception_ptr& thrown) -> decltype(action()) {
-        raiseStepFailure(failureOf(thrown), spec, submissionStackOf(factory).get());
+        errors::FailureRecord failure = failureOf(thrown);
+        nameRefusal(failure, memoryId, spec.label, watch.refusal());
+        raiseStepFailure(failure, spec, submissionStackOf(factory).get());
       });
 }
 

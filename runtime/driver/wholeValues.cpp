@@ -1,11 +1,12 @@
 #include "driver/wholeValues.h"
 
 #include <algorithm>
+#include <iterator>
 #include <span>
 #include <string>
 #include <utility>
 
-#include "column/concatenate.h"
+#include "column/joinChunks.h"
 #include "values/chunkValues.h"
 #include "values/columnValues.h"
 
@@ -16,15 +17,13 @@ namespace {
 using host::Value;
 
 /// The rows of all chunks, in order.
-Chunk join(const std::vector<std::vector<Chunk>>& partitions) {
+Chunk join(std::vector<std::vector<Chunk>> partitions) {
   std::vector<Chunk> all;
-  for (const std::vector<Chunk>& chunks : partitions) {
-    all.insert(all.end(), chunks.begin(), chunks.end());
+  for (std::vector<Chunk>& chunks : partitions) {
+    std::ranges::move(chunks, std::back_inserter(all));
   }
-  if (all.empty()) {
-    return {};
-  }
-  return all.front().names != nullptr ? concatenateTables(all) : concatenateArrays(all);
+  partitions.clear();
+  return all.empty() ? Chunk{} : joinChunks(std::move(all));
 }
 
 }  // namespace
@@ -37,10 +36,10 @@ std::vector<WholeValue> wholeValues(std::vector<Value> values) {
   return wholes;
 }
 
-WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
-                    std::shared_ptr<const RowCut> cut, std::string origin, std::int64_t frameRows) {
-  const Chunk whole = join(partitions);
+WholeValue joinRows(std::vector<std::vector<Chunk>> partitions, std::shared_ptr<const RowCut> cut,
+                    std::string origin, std::int64_t frameRows) {
   RowPlaces places = RowPlaces::ofPartitions(partitions, std::move(cut));
+  const Chunk whole = join(std::move(partitions));
   places.isUntyped = std::ranges::any_of(
       whole.columns, [](const Column& column) { return column.type() == ElementType::Unknown; });
   for (const Column& column : whole.columns) {

@@ -28,8 +28,8 @@ std::vector<WholeValue> wholeValues(std::vector<host::Value> values);
 
 /// Joins what was kept of all partitions, in order: a column, or a table. `origin` made the rows;
 /// `frameRows`: as in RowPlaces.
-WholeValue joinRows(const std::vector<std::vector<Chunk>>& partitions,
-                    std::shared_ptr<const RowCut> cut, std::string origin, std::int64_t frameRows);
+WholeValue joinRows(std::vector<std::vector<Chunk>> partitions, std::shared_ptr<const RowCut> cut,
+                    std::string origin, std::int64_t frameRows);
 
 /// The value of a task's input.
 /// Requires: it is there.

@@ -171,6 +171,26 @@ std::int64_t StageRows::numPartitions() const {
   return cut_ != nullptr ? cut_->numPartitions() : stage_.sources().front().store->numPartitions();
 }
 
+std::optional<std::int64_t> StageRows::knownRows(std::int64_t partition) const {
+  if (positions_) {
+    return positions_->end(partition) - positions_->begin(partition);
+  }
+  return cut_ != nullptr ? cut_->partitionRows[static_cast<std::size_t>(partition)]
+                         : stage_.sources().front().store->knownRows(partition);
+}
+
+/// Users' functions have values of their own, and what they return.
+std::int64_t StageRows::estimateBytes(std::int64_t partition) const {
+  const std::int64_t steps = std::ssize(stage_.steps()) * kChunkBytesPerColumn;
+  std::int64_t readers = 0;
+  for (const StageSource& source : stage_.sources()) {
+    // Sources of positions may have partitions of their own, all of one size.
+    const std::int64_t ofSource = positions_ ? 0 : partition;
+    readers += source.store->estimateBytes(ofSource, source.columns);
+  }
+  return (stage_.callsUser() ? 2 : 1) * (readers + steps);
+}
+
 std::unique_ptr<StageReader> StageRows::openPartition(std::int64_t partition,
                                                       const CancellationToken& cancellation) const {
   if (cut_ != nullptr) {

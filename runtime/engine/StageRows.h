@@ -41,6 +41,13 @@ class StageRows {
   /// The places of the stage's input `number` among these rows; null if they aren't its rows.
   const RowPlaces* placesOf(std::size_t number) const { return places_[number].get(); }
 
+  /// The number of rows of a partition, if it is known before they are read.
+  std::optional<std::int64_t> knownRows(std::int64_t partition) const;
+
+  /// About how many bytes of memory the unit of a partition needs: those of the reader, and a chunk
+  /// of what each step makes.
+  std::int64_t estimateBytes(std::int64_t partition) const;
+
   /// A reader of the columns that the stage needs. Where a step calls a function of the user's own,
   /// chunks are pieces.
   std::unique_ptr<StageReader> openPartition(std::int64_t partition,

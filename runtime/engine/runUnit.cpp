@@ -92,6 +92,15 @@ class UnitRun {
     result_.failure->lastRow = rows.last;
   }
 
+  /// Bytes of the rows that steps have kept.
+  std::int64_t keptBytes() const {
+    std::int64_t bytes = 0;
+    for (const std::size_t output : stage_.outputs()) {
+      bytes += runs_[output]->keptBytes();
+    }
+    return bytes;
+  }
+
   UnitResult finish() {
     for (const std::size_t output : stage_.outputs()) {
       if (!result_.failure) {
@@ -289,12 +298,19 @@ void readThrough(UnitRun& run, const Stage& stage, const StageRows& rows, const 
 UnitResult runUnit(const Stage& stage, const StageRows& rows, std::string_view unitBytes,
                    UserFunctions& functions, const ExecutionContext& context) {
   const PoolScope pool(context.pool);
+  const RefusalWatch watch;
   const Unit unit = Unit::fromBytes(unitBytes);
   UnitRun run(stage, rows, unit, functions, context.cancellation);
   errors::catchingFailures(
       [&] { readThrough(run, stage, rows, unit, context); },
       [&](const std::exception_ptr& thrown) { run.fail(stage.readStep(), thrown); });
-  return run.finish();
+  const std::int64_t keptBytes = run.keptBytes();
+  UnitResult result = run.finish();
+  if (result.failure) {
+    result.refusal = watch.refusal();
+    result.keptBytes = keptBytes;
+  }
+  return result;
 }
 
 }  // namespace kv::runtime

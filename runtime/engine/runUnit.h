@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "column/MemoryLedger.h"
 #include "engine/ExecutionContext.h"
 #include "engine/Stage.h"
 #include "engine/StageRows.h"
@@ -23,6 +24,8 @@ struct UnitResult {
   std::vector<SinkResult> sinks{};             ///< by output of the stage
   std::map<std::size_t, OutputTypes> types{};  ///< of the functions that were called, by step
   std::optional<errors::FailureRecord> failure{};
+  std::optional<Refusal> refusal{};  ///< of memory, while a unit ran that failed
+  std::int64_t keptBytes = 0;        ///< of rows that were kept until then
 };
 
 /// Streams one partition through a stage: chunk by chunk, from the stage's rows to its outputs.

@@ -27,6 +27,23 @@ std::optional<errors::FailureRecord> OrderedMerge::add(UnitResult result) {
   return std::nullopt;
 }
 
+std::vector<std::int64_t> OrderedMerge::dropEarly() {
+  std::vector<std::int64_t> partitions;
+  for (const auto& [partition, result] : early_) {
+    partitions.push_back(partition);
+  }
+  early_.clear();
+  return partitions;
+}
+
+std::int64_t OrderedMerge::keptBytes() const {
+  std::int64_t bytes = 0;
+  for (const auto& merge : merges_) {
+    bytes += merge->keptBytes();
+  }
+  return bytes;
+}
+
 /// Types come first: a function that returned two has failed before its results are of use.
 std::optional<errors::FailureRecord> OrderedMerge::merge(UnitResult result) {
   partitionRows_.push_back(result.rows);

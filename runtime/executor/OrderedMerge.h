@@ -19,9 +19,21 @@ class OrderedMerge {
  public:
   OrderedMerge(const Stage& stage, UserFunctions& functions);
 
+  const Stage& stage() const { return stage_; }
+
   /// Takes in the result of a unit, in any order.
   /// Result: the first failure in the order of partitions; none so far otherwise.
   std::optional<errors::FailureRecord> add(UnitResult result);
+
+  /// True if there are results of partitions after one that hasn't come yet.
+  bool hasEarly() const { return !early_.empty(); }
+
+  /// Drops those results; they must come again.
+  /// Result: their partitions.
+  std::vector<std::int64_t> dropEarly();
+
+  /// Bytes of the rows that are kept of the partitions merged so far.
+  std::int64_t keptBytes() const;
 
   /// Rows of the source, of each partition merged so far.
   const std::vector<std::int64_t>& partitionRows() const { return partitionRows_; }

@@ -16,6 +16,7 @@ class SerialUnits final : public UnitService {
 
   void submit(std::string unit) override { units_.push_back(std::move(unit)); }
   std::optional<UnitResult> next() override;
+  std::int64_t threads() const override { return 1; }
   std::int64_t window() const override { return 1; }
 
   /// There are none: at most one unit is submitted at a time.

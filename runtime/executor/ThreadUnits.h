@@ -32,6 +32,7 @@ class ThreadUnits final : public UnitService {
 
   /// Errors: those of UnitService; Cancelled, or what the watch or a function throws past errors.
   std::optional<UnitResult> next() override;
+  std::int64_t threads() const override { return std::ssize(threads_); }
   std::int64_t window() const override { return kUnitsPerThread * std::ssize(threads_); }
   void cancelAfter(std::int64_t partition) override;
 

@@ -34,6 +34,9 @@ class UnitService {
   /// Errors: those of runUnit().
   virtual std::optional<UnitResult> next() = 0;
 
+  /// How many units may run at the same time.
+  virtual std::int64_t threads() const = 0;
+
   /// How many units may be submitted ahead of those whose results were merged: enough to keep the
   /// service busy, few enough that early results don't fill the memory.
   virtual std::int64_t window() const = 0;

@@ -19,8 +19,11 @@ std::unique_ptr<UnitService> makeUnitService(int threads, std::int64_t numPartit
 ///
 /// `number`: of the stage in its evaluation.
 /// Result: the failure of the lowest partition that failed, whichever came first; none if all ran.
+///         Of memory that a limit didn't allow: "KALVEX:memory:ResultTooLarge" if rows that are
+///         kept need a quarter of it, else "KALVEX:memory:LimitTooSmall", whatever else ran (see
+///         Admission).
 /// Errors: those of UnitService::next.
 std::optional<errors::FailureRecord> runStage(UnitService& units, OrderedMerge& merge,
-                                              std::uint64_t number, std::int64_t numPartitions);
+                                              const StageRows& rows, std::uint64_t number);
 
 }  // namespace kv::runtime

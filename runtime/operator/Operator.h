@@ -90,6 +90,9 @@ class StepRun {
   /// Called once, after the last rows of the partition.
   virtual SinkResult finish() { return {}; }
 
+  /// Bytes of the rows that the step has kept for the result.
+  virtual std::int64_t keptBytes() const { return 0; }
+
   /// The rows that a function of the step was given last, for a failure; null if they are those
   /// that the step processes.
   virtual const GivenRows* rowsAtHand() const { return nullptr; }
@@ -129,6 +132,9 @@ class SinkMerge {
   /// Called for partitions 0, 1, 2 ..., then perhaps for the unit without rows.
   virtual void add(SinkResult result) = 0;
   virtual MergedSink finish() = 0;
+
+  /// Bytes of the rows that were kept of all partitions so far.
+  virtual std::int64_t keptBytes() const { return 0; }
 };
 
 /// Threads: immutable; may be used by several threads.
@@ -149,6 +155,9 @@ class Operator {
 
   /// True if the step calls a function of the user's own.
   virtual bool callsUser() const { return false; }
+
+  /// True if all rows of its input leave the stage.
+  virtual bool keepsRows() const { return false; }
 
   /// True if that function can see where its rows end: it is given frames instead of pieces.
   virtual bool seesFrames() const { return false; }

@@ -8,8 +8,10 @@
 #include <utility>
 #include <vector>
 
+#include "column/ResultBuffer.h"
 #include "column/arrays.h"
 #include "column/elementTypes.h"
+#include "column/joinChunks.h"
 #include "kv/host/errors.h"
 #include "values/columnValues.h"
 #include "values/missingMarks.h"
@@ -72,18 +74,36 @@ Value textsOf(const Chunk& array) {
   return value;
 }
 
+/// Of numbers or logicals; a large one counts against the memory limit.
+Value largeElementsOf(const Chunk& array, std::int64_t bytes) {
+  ResultBuffer elements(bytes);
+  for (const Column& column : array.columns) {
+    const Value values = toValue(column);
+    elements.append(kxGetData(values.get()),
+                    column.rows() * static_cast<std::int64_t>(elementSize(column.type())));
+  }
+  const std::shared_ptr<arrow::Buffer> all = elements.finish();
+  return matrix::from_kalvex(
+      kxCreateBorrowedArray(dimensionsOf(array), classOf(array.type()), all->data(), all));
+}
+
 /// Of numbers or logicals.
 Value elementsOf(const Chunk& array) {
+  const auto bytes = static_cast<std::int64_t>(static_cast<std::size_t>(array.rows()) *
+                                               array.columns.size() * elementSize(array.type()));
+  if (bytes >= kLargeResultBytes) {
+    return largeElementsOf(array, bytes);
+  }
   Value value =
       matrix::from_kalvex(kxCreateNumericArray(dimensionsOf(array), classOf(array.type())));
   auto* target = static_cast<char*>(kxGetMutableData(value.get()));
   for (const Column& column : array.columns) {
     const Value elements = toValue(column);
-    const auto bytes = static_cast<std::size_t>(column.rows()) * elementSize(column.type());
-    if (bytes > 0) {
-      std::memcpy(target, kxGetData(elements.get()), bytes);
+    const auto ofColumn = static_cast<std::size_t>(column.rows()) * elementSize(column.type());
+    if (ofColumn > 0) {
+      std::memcpy(target, kxGetData(elements.get()), ofColumn);
     }
-    target += bytes;
+    target += ofColumn;
   }
   return value;
 }

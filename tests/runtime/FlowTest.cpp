@@ -186,11 +186,11 @@ TEST_F(Flow, OnlyRowsAndABoundCanBeAskedFor) {
 }
 
 TEST(AlignedRows, RefuseRowsThatDifferAtOnceOrAtTheEnd) {
-  const auto chunkOf = [](std::vector<std::int64_t> ordinals) {
+  const auto chunkOf = [](const std::vector<std::int64_t>& ordinals) {
     Chunk chunk;
     chunk.columns = {doubles(Numbers(ordinals.size()))};
     chunk.ordinals =
-        RowOrdinals(std::make_shared<const std::vector<std::int64_t>>(std::move(ordinals)));
+        RowOrdinals(std::make_shared<const OrdinalList>(ordinals.begin(), ordinals.end()));
     return chunk;
   };
   for (const auto& [other, same] :

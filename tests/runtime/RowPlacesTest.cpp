@@ -22,8 +22,8 @@ Chunk chunkOf(const std::vector<double>& values, RowOrdinals ordinals) {
   return chunk;
 }
 
-RowOrdinals ordinalsOf(std::vector<std::int64_t> ordinals) {
-  return RowOrdinals(std::make_shared<const std::vector<std::int64_t>>(std::move(ordinals)));
+RowOrdinals ordinalsOf(std::initializer_list<std::int64_t> ordinals) {
+  return RowOrdinals(std::make_shared<const OrdinalList>(ordinals));
 }
 
 std::vector<double> taken(const RowPlaces& places, const Chunk& whole, std::int64_t partition,
@@ -39,11 +39,15 @@ std::shared_ptr<const RowCut> cutOf(std::vector<std::int64_t> partitionRows) {
   return std::make_shared<const RowCut>(RowCut{"a source", std::move(partitionRows)});
 }
 
+RowPlaces placesIn(std::vector<std::vector<Chunk>> partitions, std::shared_ptr<const RowCut> cut) {
+  return RowPlaces::ofPartitions(partitions, std::move(cut));
+}
+
 TEST(RowPlaces, GiveTheRowsOfAFilterToTheChunksTheyCameFrom) {
-  const RowPlaces places = RowPlaces::ofPartitions(
-      {{chunkOf({11, 14}, ordinalsOf({1, 4})), chunkOf({15}, ordinalsOf({5}))},
-       {chunkOf({20, 22}, ordinalsOf({0, 2}))}},
-      cutOf({9, 3}));
+  const RowPlaces places =
+      placesIn({{chunkOf({11, 14}, ordinalsOf({1, 4})), chunkOf({15}, ordinalsOf({5}))},
+                {chunkOf({20, 22}, ordinalsOf({0, 2}))}},
+               cutOf({9, 3}));
   const Chunk whole = chunkOf({11, 14, 15, 20, 22}, RowOrdinals(0, 5));
   EXPECT_EQ(taken(places, whole, 0, 0, 4), Numbers({11}));
   EXPECT_EQ(taken(places, whole, 0, 4, 5), Numbers({14}));
@@ -54,11 +58,11 @@ TEST(RowPlaces, GiveTheRowsOfAFilterToTheChunksTheyCameFrom) {
 }
 
 TEST(RowPlaces, CutWholeValuesByRowsOnly) {
-  const RowPlaces places = RowPlaces::ofPartitions(
-      {{chunkOf({10}, RowOrdinals(0, 1)), chunkOf({11, 12}, RowOrdinals(1, 2))},
-       {},
-       {chunkOf({20}, RowOrdinals(0, 1))}},
-      cutOf({3, 0, 1}));
+  const RowPlaces places =
+      placesIn({{chunkOf({10}, RowOrdinals(0, 1)), chunkOf({11, 12}, RowOrdinals(1, 2))},
+                {},
+                {chunkOf({20}, RowOrdinals(0, 1))}},
+               cutOf({3, 0, 1}));
   EXPECT_FALSE(places.ordinals.has_value());
   const Chunk whole = chunkOf({10, 11, 12, 20}, RowOrdinals(0, 4));
   EXPECT_EQ(taken(places, whole, 0, 1, 2), Numbers({11}));
@@ -71,7 +75,7 @@ TEST(RowPlaces, CutWholeValuesByRowsOnly) {
 TEST(RowPlaces, AreNotReadFromMetadataThatDoesntFit) {
   host::Session session;
   const host::Session::Scope scope(session);
-  const RowPlaces places = RowPlaces::ofPartitions(
+  const RowPlaces places = placesIn(
       {{chunkOf({11, 14}, ordinalsOf({1, 4}))}, {chunkOf({20}, RowOrdinals(0, 1))}}, cutOf({9, 1}));
   const auto metadata = [&](auto change) {
     RowPlaces changed = places;
@@ -87,7 +91,7 @@ TEST(RowPlaces, AreNotReadFromMetadataThatDoesntFit) {
   EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.partitionRows = {-9, 1}; })) << "negative";
   EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.partitionRows = {4, 1}; })) << "no room";
   EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.partitionRows = {9}; })) << "partitions";
-  const host::Value nothing = toMetadata(RowPlaces::ofPartitions({}, cutOf({})));
+  const host::Value nothing = toMetadata(placesIn({}, cutOf({})));
   EXPECT_FALSE(placesOf(nothing.get(), 0)) << "no partition";
 }
 

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "column/MemoryLedger.h"
+#include "column/allocate.h"
 #include "column/pool.h"
 #include "executor/runStage.h"
 #include "executor/threadCount.h"
@@ -181,7 +183,7 @@ std::optional<errors::FailureRecord> runUnits(int threads, std::int64_t numParti
   const ExecutionContext context{currentPool(), never};
   OrderedMerge merge(stage, functions);
   const auto units = makeUnitService(threads, numPartitions, {stage, functions, context});
-  return runStage(*units, merge, 0, numPartitions);
+  return runStage(*units, merge, StageRows(stage), 0);
 }
 
 /// Waits for a condition, which comes within a minute on any machine.
@@ -192,6 +194,40 @@ bool comes(Condition&& condition) {
     std::this_thread::yield();
   }
   return condition();
+}
+
+TEST(Units, RunAgainAloneIfMemoryWasRefused) {
+  const auto ledger = MemoryLedger::open(*arrow::default_memory_pool());
+  ledger->setLimit(1'200'000);
+  const PoolScope pool(ledger.get());
+  std::atomic<int> opened = 0;
+  std::atomic<bool> isSecondOpen = false;
+  const auto failure = runUnits(2, 4, [&](std::int64_t partition, const CancellationToken&) {
+    ++opened;
+    isSecondOpen = isSecondOpen || partition == 1;
+    EXPECT_TRUE(comes([&] { return isSecondOpen.load(); }));
+    const auto held = allocateBuffer(700'000);
+    EXPECT_TRUE(comes([&] { return ledger->refusals() > 0; }));
+  });
+  EXPECT_FALSE(failure.has_value());
+  EXPECT_GT(opened, 4);
+  EXPECT_LE(ledger->max_memory(), ledger->limit());
+}
+
+TEST(Units, FailForLackOfMemoryOnAnyNumberOfThreadsAlike) {
+  const auto ledger = MemoryLedger::open(*arrow::default_memory_pool());
+  ledger->setLimit(1'200'000);
+  const PoolScope pool(ledger.get());
+  for (const int threads : {1, 2, 8}) {
+    const auto failure =
+        runUnits(threads, 9, [&](std::int64_t partition, const CancellationToken&) {
+          const auto held = allocateBuffer(partition == 5 ? 2'000'000 : 400'000);
+        });
+    ASSERT_TRUE(failure.has_value()) << threads;
+    EXPECT_EQ(failure->partition, 5);
+    EXPECT_EQ(failure->error.identifier, "KALVEX:memory:LimitTooSmall");
+    EXPECT_THAT(failure->error.arguments, ElementsAre("", "2.0 MB", "1.2 MB")) << threads;
+  }
 }
 
 TEST(Units, RunAtMostFourPerThreadAheadOfTheMerge) {

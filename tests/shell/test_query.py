@@ -205,7 +205,8 @@ def test_people_get_an_aligned_table_and_a_line_of_facts(run: Run) -> None:
         "mean(y - y / 0)  -Inf",
     ]
     assert blank == ""
-    assert re.fullmatch(r"3 rows, 1 pass, \d+\.\d\d s, peak memory \d+\.\d MB", facts)
+    memory = r"peak memory \d+\.\d MB, data \d\.\d MB \(limit \d+\.\d [MG]B\)"
+    assert re.fullmatch(rf"3 rows, 1 pass, \d+\.\d\d s, {memory}", facts)
 
 
 def test_a_text_from_a_file_cant_drive_the_terminal(run: Run) -> None:
@@ -377,6 +378,20 @@ def test_results_that_cant_be_written_end_with_4(run: Run, words: list[str]) -> 
         )
     assert done.returncode == 4
     assert "No space left" in done.stderr
+
+
+def test_a_memory_limit_holds_or_is_refused_with_what_is_needed(run: Run) -> None:
+    words = ("query", "flights.csv", "mean(dep_delay)", "--json", "--memory")
+    answer = json.loads(run(*words, "16MiB").stdout)
+    assert answer["results"] == pytest.approx({"mean(dep_delay)": 12.639070257304708}, rel=1e-14)
+    assert 0 < answer["memory_peak_bytes"] <= answer["memory_limit_bytes"] == 16 << 20
+    small = run(*words, "1MB")
+    assert small.returncode == 4
+    assert "needs at least" in small.stderr
+    assert "the limit is 1.0 MB" in small.stderr
+    unknown = run(*words, "lots")
+    assert unknown.returncode == 2
+    assert "got lots" in unknown.stderr
 
 
 def test_peak_memory_is_that_of_the_command(run: Run) -> None:

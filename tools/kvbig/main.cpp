@@ -74,6 +74,11 @@ void addThreads(CLI::App& command, std::optional<int>& threads) {
       ->check(CLI::Range(1, kv::Session::kMaxThreads).description(""));
 }
 
+void addMemory(CLI::App& command, std::optional<std::string>& memory) {
+  command.add_option("--memory", memory, "Use at most SIZE for data, such as 512MB or 2GiB")
+      ->type_name("SIZE");
+}
+
 /// What to compute, over which rows: the same options for all commands that take expressions.
 void addQuestion(CLI::App& command, QueryRequest& request) {
   addPlain(command, "PATH", request.path, "A CSV or Parquet file, a folder, or a quoted glob")
@@ -93,6 +98,7 @@ void addQuestion(CLI::App& command, QueryRequest& request) {
       ->type_name("N")
       ->check(CLI::Range(std::uint64_t{0}, kv::Session::kMaxSeed).description(""));
   addThreads(command, request.threads);
+  addMemory(command, request.memory);
 }
 
 void addQuery(CLI::App& app, QueryRequest& request) {
@@ -137,6 +143,7 @@ void addOpen(CLI::App& app, OpenRequest& request) {
   open->add_flag("--explain", request.explain, "Print the plan and read no data");
   open->add_flag("--json", request.json, "Print one JSON object");
   addThreads(*open, request.threads);
+  addMemory(*open, request.memory);
   open->callback([&] { kv::shell::runOpen(request); });
 }
 

@@ -139,6 +139,9 @@ void requireOneRowEach(const std::vector<std::string>& labels, const Gathered& g
 void runOpen(const OpenRequest& request) {
   Session session;
   session.setThreads(request.threads.value_or(0));
+  if (request.memory) {
+    session.setMemoryLimit(*request.memory);
+  }
   const Opened opened = openFile(session, request);
   for (const std::string& warning : opened.warnings) {
     warn(warning);

@@ -200,6 +200,9 @@ void runQuery(const QueryRequest& request) {
   Session session;
   session.seed(seedOf(request));
   session.setThreads(request.threads.value_or(0));
+  if (request.memory) {
+    session.setMemoryLimit(*request.memory);
+  }
   const Table table = openTable(session, request);
   checkQuery(query, table);
   const std::vector<Array> arrays = record(session, table, query);

@@ -78,15 +78,22 @@ std::string grouped(std::int64_t number) {
   return digits;
 }
 
+/// "12.3 MB", "25.3 GB".
+std::string shownBytes(std::int64_t bytes) {
+  constexpr double kMegabyte = 1e6;
+  constexpr double kGigabyte = 1e9;
+  const auto number = static_cast<double>(bytes);
+  return number < 10 * kGigabyte ? fmt::format("{:.1f} MB", number / kMegabyte)
+                                 : fmt::format("{:.1f} GB", number / kGigabyte);
+}
+
 std::string factsLine(const Facts& facts) {
-  constexpr double kBytesPerMegabyte = 1e6;
-  const std::string memory =
-      facts.peakBytes == 0 ? ""
-                           : fmt::format(", peak memory {:.1f} MB",
-                                         static_cast<double>(facts.peakBytes) / kBytesPerMegabyte);
-  return fmt::format("{} row{}, {} pass{}, {:.2f} s{}\n", grouped(facts.rows),
+  const std::string process =
+      facts.peakBytes == 0 ? "" : fmt::format(", peak memory {}", shownBytes(facts.peakBytes));
+  return fmt::format("{} row{}, {} pass{}, {:.2f} s{}, data {} (limit {})\n", grouped(facts.rows),
                      facts.rows == 1 ? "" : "s", facts.passes, facts.passes == 1 ? "" : "es",
-                     facts.seconds, memory);
+                     facts.seconds, process, shownBytes(facts.memoryPeakBytes),
+                     shownBytes(facts.memoryLimitBytes));
 }
 
 }  // namespace
@@ -123,8 +130,9 @@ std::string resultsAsJson(const std::vector<std::string>& labels, const Gathered
   const Facts& facts = gathered.facts;
   return fmt::format(
       "{{\"results\": {{{}}}, \"rows\": {}, \"passes\": {}, \"seconds\": {}, \"peak_bytes\": "
-      "{}}}\n",
-      results, facts.rows, facts.passes, facts.seconds, facts.peakBytes);
+      "{}, \"memory_peak_bytes\": {}, \"memory_limit_bytes\": {}}}\n",
+      results, facts.rows, facts.passes, facts.seconds, facts.peakBytes, facts.memoryPeakBytes,
+      facts.memoryLimitBytes);
 }
 
 std::string planAsText(std::string plan, bool json) {

@@ -30,10 +30,12 @@ enum class Missing : std::uint8_t {
 
 /// What an evaluation did.
 struct Facts {
-  std::int64_t rows = 0;       ///< rows read from sources in the first pass over each
-  int passes = 0;              ///< over the data; 0 if everything was available already
-  double seconds = 0;          ///< wall time
-  std::int64_t peakBytes = 0;  ///< peak resident memory of the process so far; 0: unknown
+  std::int64_t rows = 0;              ///< rows read from sources in the first pass over each
+  int passes = 0;                     ///< over the data; 0 if everything was available already
+  double seconds = 0;                 ///< wall time
+  std::int64_t peakBytes = 0;         ///< peak resident memory of the process so far; 0: unknown
+  std::int64_t memoryPeakBytes = 0;   ///< the most of its limit that the session has used so far
+  std::int64_t memoryLimitBytes = 0;  ///< see Session::setMemoryLimit
 };
 
 struct Gathered {
@@ -328,6 +330,16 @@ class Session {
   /// use. No answer depends on it, to the bit.
   /// Errors: Error "KALVEX:executor:Threads" with the number unless it is from 0 to kMaxThreads.
   void setThreads(int threads, Where where = Where::current());
+
+  /// Sets how many bytes of memory the data of evaluations and of kept values of this session may
+  /// use; 0 is the default: the environment variable KV_MEMORY_LIMIT or, without it, half of the
+  /// memory that the process may use. Where it doesn't suffice, gathering raises
+  /// "KALVEX:memory:LimitTooSmall" or "KALVEX:memory:ResultTooLarge" with what is needed.
+  /// Errors: Error "KALVEX:memory:Limit" with the number if it is below 1 MB.
+  void setMemoryLimit(std::int64_t bytes, Where where = Where::current());
+
+  /// The same for a text with a unit, such as "512MB" (10^6 bytes) or "1.5GiB" (2^30).
+  void setMemoryLimit(std::string_view limit, Where where = Where::current());
 
   /// Evaluates several arrays in as few passes as their dependencies allow.
   ///

@@ -84,7 +84,7 @@ CsvBlocks::CsvBlocks(SourceFile file, ByteRange range, std::int64_t blockBytes)
       range_(range),
       blockBytes_(static_cast<std::size_t>(blockBytes)),
       options_(parseOptions()),
-      buffer_(blockBytes_ + 1),
+      buffer_(blockBytes_ + 1, currentResource()),
       offset_(range.begin),
       nextByte_(range.begin) {}
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <memory_resource>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -128,7 +129,7 @@ class CsvBlocks {
   ByteRange range_;
   std::size_t blockBytes_;
   arrow::csv::ParseOptions options_;
-  std::vector<char> buffer_;
+  std::pmr::vector<char> buffer_;
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
   std::size_t checked_ = 0;      ///< bytes of the buffer known to be text

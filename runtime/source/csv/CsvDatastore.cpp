@@ -76,6 +76,12 @@ std::unique_ptr<ChunkReader> CsvDatastore::openPartition(
                                      cancellation);
 }
 
+/// A block as it is read, as it is split, and the places of its fields; then its columns.
+std::int64_t CsvDatastore::estimateBytes(std::int64_t partition,
+                                         const std::vector<std::string>& columns) const {
+  return 3 * kCsvBlockBytes + Datastore::estimateBytes(partition, columns);
+}
+
 std::unique_ptr<Datastore> CsvDatastore::copy() const {
   return std::make_unique<CsvDatastore>(*this);
 }

@@ -34,6 +34,8 @@ class CsvDatastore final : public FileDatastore {
   std::unique_ptr<ChunkReader> openPartition(std::int64_t partition,
                                              const std::vector<std::string>& columns,
                                              const CancellationToken& cancellation) const override;
+  std::int64_t estimateBytes(std::int64_t partition,
+                             const std::vector<std::string>& columns) const override;
   std::unique_ptr<Datastore> copy() const override;
   const std::string& fingerprint() const override;
   std::string describe() const override;

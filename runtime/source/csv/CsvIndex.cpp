@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "column/pool.h"
 #include "source/SourceInput.h"
 #include "source/csv/CsvBlocks.h"
 
@@ -27,7 +28,8 @@ constexpr std::int64_t kLongestSearch =
 template <class Visit>
 void visitBytes(const SourceInput& input, std::int64_t begin, std::int64_t end, std::int64_t step,
                 const Visit& visit) {
-  std::vector<char> part(static_cast<std::size_t>(std::min(step, std::max(end - begin, 0L))));
+  std::pmr::vector<char> part(static_cast<std::size_t>(std::min(step, std::max(end - begin, 0L))),
+                              currentResource());
   for (std::int64_t at = begin; at < end; at += step) {
     const auto bytes = static_cast<std::size_t>(std::min(step, end - at));
     input.readAt(at, part.data(), bytes);

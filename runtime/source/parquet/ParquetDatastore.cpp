@@ -203,6 +203,17 @@ std::unique_ptr<ChunkReader> ParquetDatastore::openPartition(
                                          cancellation);
 }
 
+std::optional<std::int64_t> ParquetDatastore::knownRows(std::int64_t partition) const {
+  return state_->places.at(static_cast<std::size_t>(partition)).groups.rows;
+}
+
+/// A page of each column, compressed and not, and its values.
+std::int64_t ParquetDatastore::estimateBytes(std::int64_t partition,
+                                             const std::vector<std::string>& columns) const {
+  constexpr std::int64_t kPages = 2 << 20;
+  return std::ssize(columns) * kPages + Datastore::estimateBytes(partition, columns);
+}
+
 std::unique_ptr<Datastore> ParquetDatastore::copy() const {
   return std::make_unique<ParquetDatastore>(*this);
 }

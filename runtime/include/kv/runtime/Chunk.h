@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <memory_resource>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,9 @@ namespace kv::runtime {
 
 /// Bytes per column that a source aims at in a chunk, so that chunks stay in cache.
 inline constexpr std::int64_t kChunkBytesPerColumn = 256 * 1024;
+
+/// Ordinals, in memory that counts against a limit.
+using OrdinalList = std::pmr::vector<std::int64_t>;
 
 /// The positions of a chunk's rows in their partition of the source, counted from 0, ascending.
 ///
@@ -22,7 +26,7 @@ class RowOrdinals {
   RowOrdinals(std::int64_t first, std::int64_t rows);
 
   /// The ordinals in `list`, which must ascend.
-  explicit RowOrdinals(std::shared_ptr<const std::vector<std::int64_t>> list);
+  explicit RowOrdinals(std::shared_ptr<const OrdinalList> list);
 
   std::int64_t rows() const { return rows_; }
 
@@ -43,7 +47,7 @@ class RowOrdinals {
  private:
   std::int64_t first_;
   std::int64_t rows_;
-  std::shared_ptr<const std::vector<std::int64_t>> list_;
+  std::shared_ptr<const OrdinalList> list_;
 };
 
 /// The dimensions of an array after the first, without ones at the end: {} for n-by-1, {3, 2} for

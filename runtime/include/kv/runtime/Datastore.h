@@ -106,6 +106,13 @@ class Datastore {
   /// by side if they have the same number of rows. Null for any other.
   virtual const ArrayDatastore* asArrays() const { return nullptr; }
 
+  /// About how many bytes of memory a reader of some columns of a partition needs at a time.
+  ///
+  /// Requires: 0 <= partition < numPartitions(); the columns are in `schema`.
+  /// Cost:     none; reads nothing.
+  virtual std::int64_t estimateBytes(std::int64_t partition,
+                                     const std::vector<std::string>& columns) const;
+
   /// What a process needs to open the same source, as bytes: see openSource(). The rows aren't part
   /// of it, and what was found out by opening the source is.
   ///

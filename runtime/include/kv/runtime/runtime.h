@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string_view>
 
@@ -28,6 +29,15 @@ std::string_view release() noexcept;
 /// the default: the environment variable KV_THREADS or, without it, as many as the process may use.
 /// Errors: "KALVEX:executor:Threads" with the number.
 void setThreads(int threads);
+
+/// Sets how many bytes of memory the data of evaluations and of kept values of the current session
+/// may use; 0 restores the default: the environment variable KV_MEMORY_LIMIT or, without it, half
+/// of the memory that the process may use. Errors: "KALVEX:memory:Limit" with the number if it is
+/// below 1 MB.
+void setMemoryLimit(std::int64_t bytes);
+
+/// The same for a text with a unit, such as "512MB" or "1.5GiB".
+void setMemoryLimit(std::string_view limit);
 
 /// Asks all evaluations in progress in this process to stop within a chunk; if none is running, the
 /// next one in any session. An evaluation that ends without having seen the request settles it for

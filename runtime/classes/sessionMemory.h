@@ -1,0 +1,20 @@
+#pragma once
+
+#include "column/MemoryLedger.h"
+#include "driver/Evaluation.h"
+#include "kv/host/session.h"
+
+/// The memory of the current session.
+namespace kv::runtime {
+
+/// The ledger of the session, with the limit that holds for an evaluation that begins.
+/// Errors: those of defaultMemoryLimit().
+MemoryLedger& ledgerOfEvaluation();
+
+/// Keeps the facts of an evaluation that ended, with those of the session's memory.
+void noteEvaluation(EvaluationFacts facts);
+
+/// kv.setMemoryLimit(limit): a number of bytes, or a text such as "512MB"; `[]` for the default.
+void setMemoryLimitFunction(const host::Call& call);
+
+}  // namespace kv::runtime

@@ -1,0 +1,119 @@
+#include "executor/memoryLimit.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "column/MemoryLedger.h"
+#include "kv/errors/StepError.h"
+
+namespace kv::runtime {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::int64_t kUnlimited = std::numeric_limits<std::int64_t>::max();
+
+struct Unit {
+  std::string_view name;
+  double bytes;
+};
+
+constexpr Unit kUnits[] = {{"", 1},           {"b", 1},         {"kb", 1e3},   {"mb", 1e6},
+                           {"gb", 1e9},       {"tb", 1e12},     {"kib", 1024}, {"mib", 1L << 20},
+                           {"gib", 1L << 30}, {"tib", 1L << 40}};
+
+[[noreturn]] void refuse(std::string given) {
+  errors::raiseStep("KALVEX:memory:Limit", {std::move(given), shownBytes(kLeastMemoryLimit)});
+}
+
+std::int64_t checked(double bytes, std::string given) {
+  if (!(bytes >= static_cast<double>(kLeastMemoryLimit) &&
+        bytes < static_cast<double>(kUnlimited))) {
+    refuse(std::move(given));
+  }
+  return static_cast<std::int64_t>(bytes);
+}
+
+/// The number in a file; unlimited for "max", and without the file.
+std::int64_t grantedBy(const fs::path& file) {
+  std::ifstream text(file);
+  std::int64_t bytes = 0;
+  return text >> bytes ? bytes : kUnlimited;
+}
+
+/// The least that a group and those above it grant. In a container the mount may be the group
+/// itself, whose name is that outside.
+std::int64_t grantedBy(fs::path group, const fs::path& name, const char* file) {
+  std::int64_t granted = grantedBy(group / file);
+  for (const fs::path& part : name.relative_path()) {
+    group /= part;
+    granted = std::min(granted, grantedBy(group / file));
+  }
+  return granted;
+}
+
+}  // namespace
+
+std::int64_t availableMemory(const fs::path& root) {
+  const fs::path mount = root / "sys/fs/cgroup";
+  std::int64_t granted = std::int64_t{::sysconf(_SC_PHYS_PAGES)} * ::sysconf(_SC_PAGESIZE);
+  std::ifstream groups(root / "proc/self/cgroup");
+  for (std::string line; std::getline(groups, line);) {  // "<number>:<controllers>:<name>"
+    const std::size_t first = line.find(':');
+    const std::size_t second = line.find(':', first + 1);
+    if (second == std::string::npos) {
+      continue;
+    }
+    const std::string controllers = "," + line.substr(first + 1, second - first - 1) + ",";
+    const fs::path name = line.substr(second + 1);
+    if (controllers == ",,") {
+      granted = std::min({granted, grantedBy(mount, name, "memory.max"),
+                          grantedBy(mount / "unified", name, "memory.max")});
+    } else if (controllers.find(",memory,") != std::string::npos) {
+      granted = std::min(granted, grantedBy(mount / "memory", name, "memory.limit_in_bytes"));
+    }
+  }
+  return granted;
+}
+
+std::int64_t defaultMemoryLimit() {
+  const char* setting = std::getenv("KV_MEMORY_LIMIT");
+  if (setting == nullptr || *setting == '\0') {
+    static const std::int64_t available = availableMemory();
+    return std::max(available / 2, kLeastMemoryLimit);
+  }
+  try {
+    return memoryLimitOf(setting);
+  } catch (const errors::StepError&) {
+    refuse("KV_MEMORY_LIMIT=" + std::string(setting));
+  }
+}
+
+std::int64_t memoryLimitOf(std::string_view text) {
+  double number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number, std::chars_format::fixed);
+  std::string name(rest, end);
+  name.erase(0, std::min(name.find_first_not_of(' '), name.size()));
+  std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });
+  const auto* unit = std::ranges::find(kUnits, name, &Unit::name);
+  if (error != std::errc() || unit == std::end(kUnits)) {
+    refuse(std::string(text));
+  }
+  return checked(number * unit->bytes, std::string(text));
+}
+
+std::int64_t memoryLimitOf(double bytes) { return checked(bytes, fmt::format("{}", bytes)); }
+
+}  // namespace kv::runtime
