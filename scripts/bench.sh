@@ -27,6 +27,8 @@ fi
 PYTHONPATH=$kBuild/python:$kBuild/peers .venv/bin/python bench/from_python.py "$kResults/python.json"
 echo "== whole processes"
 python3 scripts/measure_processes.py "$kBuild" "$kResults/processes.json"
+echo "== memory"
+.venv/bin/python scripts/measure_memory.py "$kBuild" "$kResults/memory.json"
 python3 scripts/profile_recording.py "$kBuild/bin/bench_recording" "$kResults/profile.json"
 python3 scripts/performance_table.py "$kResults" docs/performance.md
 cat docs/performance.md

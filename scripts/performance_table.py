@@ -39,6 +39,7 @@ class Results:
                 if run["run_type"] == "iteration":
                     self._runs.setdefault(run["run_name"].split("/iterations")[0], []).append(run)
         self.processes = json.loads((folder / "processes.json").read_text())
+        self.memory = json.loads((folder / "memory.json").read_text())
         self.profile = json.loads((folder / "profile.json").read_text())
 
     def values(self, run: str, field: str) -> list[float]:
@@ -123,6 +124,14 @@ def process_ratio(results: Results) -> list[float]:
 def added_memory(results: Results) -> list[float]:
     sides = results.processes
     return [(sides["copies"]["peak_bytes"] - sides["ours"]["peak_bytes"]) / MIB]
+
+
+def resident(query: int) -> Callable[[Results], list[float]]:
+    return lambda results: [results.memory["queries"][query]["resident_bytes"] / MIB]
+
+
+def share_of_allowance(results: Results) -> list[float]:
+    return [max(run["share_of_allowance"] for run in results.memory["limits"])]
 
 
 def footprint(field: str) -> Callable[[Results], list[float]]:
@@ -256,6 +265,18 @@ SECTIONS = {
             added_memory,
             "{:.0f} MiB",
             32,
+        ),
+    ],
+    "Memory of whole processes, two threads": [
+        Figure(
+            "filter, means and deviations of 8 columns, 1 GiB (CSV)", resident(0), "{:.0f} MiB", 100
+        ),
+        Figure("the same, 2 GiB", resident(1), "{:.0f} MiB", 100),
+        Figure(
+            "under limits of 64 to 256 MiB: anonymous memory, as a share of 1.15 limits + 16 MiB",
+            share_of_allowance,
+            "{:.2f}",
+            1,
         ),
     ],
 }

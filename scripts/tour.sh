@@ -35,6 +35,9 @@ show query $kFlights 'mean(dep_delay)' 'count(dep_delay)' --where 'origin == "JF
 say "An answer that depends on another answer takes a second pass."
 show query $kFlights 'std(dep_delay - mean(dep_delay))'
 
+say "At most two threads, and 16 MB for data; the last line shows how much was needed."
+show query $kFlights 'std(dep_delay - mean(dep_delay))' --threads 2 --memory 16MB
+
 say "The plan of a query: what would be read and done. No data is read."
 show query $kFlights 'mean(dep_delay)' 'late = mean(arr_delay > 60)' --where 'origin == "JFK"' --explain
 
