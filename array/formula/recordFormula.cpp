@@ -85,7 +85,9 @@ class Recorder {
       if (!isOfFormula) {
         throw;
       }
-      throw FormulaError(formula_.text, place, error.what(), adviceOnTypes(call.function, inputs));
+      const bool isOfTypes = error.identifier() == "KALVEX:function:BadTypes";
+      throw FormulaError(formula_.text, place, error.what(),
+                         isOfTypes ? adviceOnTypes(call.function, inputs) : "");
     }
   }
 

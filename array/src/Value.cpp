@@ -1,6 +1,7 @@
 #include "kv/value.h"
 
 #include "kv/error.h"
+#include "kv/runtime/times.h"
 
 namespace kv {
 
@@ -13,6 +14,10 @@ double Value::number(std::size_t row) const {
       [&]<class T>(const T& column) -> double {
         if constexpr (std::is_same_v<T, Texts>) {
           raiseError("KALVEX:array:NotANumber", {"string"});
+        } else if constexpr (std::is_same_v<T, Moments>) {
+          raiseError("KALVEX:array:NotANumber", {"datetime"});
+        } else if constexpr (std::is_same_v<T, Durations>) {
+          raiseError("KALVEX:array:NotANumber", {"duration"});
         } else {
           return static_cast<double>(column.at(row));
         }
@@ -24,7 +29,15 @@ std::optional<std::string> Value::text(std::size_t row) const {
   if (const auto* texts = std::get_if<Texts>(&data_)) {
     return texts->at(row);
   }
-  raiseError("KALVEX:array:NotAText", {"a number"});
+  raiseError("KALVEX:array:NotAText", {isTime() ? "a time" : "a number"});
+}
+
+std::string isoText(Value::Moment moment) {
+  return runtime::formatMoment(moment.time_since_epoch().count());
+}
+
+std::string isoText(std::chrono::microseconds duration) {
+  return runtime::formatDuration(duration.count());
 }
 
 }  // namespace kv

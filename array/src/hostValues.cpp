@@ -10,6 +10,8 @@
 #include "foundation/i18n.h"
 #include "kv/error.h"
 #include "kv/host/elementTypes.h"
+#include "kv/runtime/timeValues.h"
+#include "kv/runtime/times.h"
 #include "kx/string.h"
 
 namespace kv {
@@ -48,9 +50,22 @@ Value::Texts textsOf(const kxArray* column) {
   return texts;
 }
 
+/// Times whose missing values are empty.
+template <class Times>
+Times timesOf(const kxArray* microseconds) {
+  Times times;
+  for (const std::int64_t time : elements<std::int64_t>(microseconds)) {
+    using Time = typename Times::value_type::value_type;
+    const Time known{std::chrono::microseconds(time)};
+    times.push_back(time == runtime::kNaT ? std::nullopt : std::optional(known));
+  }
+  return times;
+}
+
 /// Refuses an array of several columns.
 void requireColumn(const kxArray* value) {
-  if (kxGetN(value) != 1 && !kxIsEmpty(value)) {
+  const kxArray* shaped = runtime::shapedElements(value);
+  if (kxGetN(shaped) != 1 && !kxIsEmpty(shaped)) {
     raiseNotAColumn(value);
   }
 }
@@ -69,6 +84,12 @@ Value toValue(const kxArray* column) {
   }
   if (Torvane::String::isString(column)) {
     return Value(textsOf(column));
+  }
+  if (const runtime::TimeArray* times = runtime::timesIn(column)) {
+    const kxArray* microseconds = times->microseconds.get();
+    return times->type == runtime::ElementType::DateTime
+               ? Value(timesOf<Value::Moments>(microseconds))
+               : Value(timesOf<Value::Durations>(microseconds));
   }
   Value::Data data;
   const bool isNumeric = withNumbers(column, [&]<class T>(std::span<const T> numbers) {

@@ -87,12 +87,13 @@ void requireFunction(const BlockFunction& function) {
   }
 }
 
-void refuseTexts(std::span<const Array> inputs) {
+void requireNumbers(std::span<const Array> inputs) {
+  using enum runtime::ElementType;
   for (const Array& input : inputs) {
-    if (input.handle().type != runtime::ElementType::String) {
-      continue;
+    const runtime::ElementType type = input.handle().type;
+    if (type == String || type == DateTime || type == Duration) {
+      raiseError("KALVEX:array:NotANumber", {std::string(input.type())});
     }
-    raiseError("KALVEX:array:NotANumber", {"string"});
   }
 }
 
@@ -105,7 +106,7 @@ Array map(BlockFunction function, std::span<const Array> inputs, Where where) {
 Array map(std::string name, BlockFunction function, std::span<const Array> inputs, Where where) {
   const auto session = sessionOf(inputs);
   requireFunction(function);
-  refuseTexts(inputs);
+  requireNumbers(inputs);
   return publicCall(*session, where, [&] {
     CallInputs call;
     call.give(host::makeFunctionHandle(std::move(name), bodyOf(std::move(function))));

@@ -8,6 +8,10 @@ namespace kv::errors {
 inline constexpr ErrorRow kFunctionRows[] = {
     {"KALVEX:function:BadArity", "function, expected, actual",
      "The number of inputs of {0} must be {1}, got {2}.", BaseType::Type},
+    {"KALVEX:function:BadTime", "function, text",
+     "{0} combines a time with the text '{1}', which isn't a date and time such as "
+     "2013-06-01T05:15:30 or a duration such as PT1H30M.",
+     BaseType::Value},
     {"KALVEX:function:BadTypes", "function, types", "{0} is not defined for {1}.", BaseType::Type},
     {"KALVEX:function:RowCounts", "function, expected, actual", "{0} expected {1} rows, got {2}.",
      BaseType::Value},

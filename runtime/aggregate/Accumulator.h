@@ -9,7 +9,7 @@ class Accumulator {
  public:
   virtual ~Accumulator() = default;
 
-  /// Requires: an integer or logical column has no nulls.
+  /// Requires: an integer or logical column has no nulls, and one of times no kNaT.
   virtual void update(const Column& column, const RowOrdinals& ordinals) = 0;
 
   /// Writes count, words, text and `hasMissing`.

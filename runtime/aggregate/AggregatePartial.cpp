@@ -85,7 +85,10 @@ AggregatePartial AggregatePartial::fromBytes(std::string_view bytes) {
   partial.kind = static_cast<AggregateKind>(boundedByte(bytes, 1, AggregateKind::VarP));
   partial.rule = static_cast<MissingRule>(boundedByte(bytes, 2, MissingRule::Propagate));
   if (byteAt(bytes, 3) != kNoType) {
-    partial.type = static_cast<ElementType>(boundedByte(bytes, 3, ElementType::String));
+    partial.type = static_cast<ElementType>(boundedByte(bytes, 3, ElementType::Duration));
+    if (partial.type == ElementType::Unknown) {
+      throwBadPartial("its type is unknown");
+    }
     aggregateType(partial.kind, *partial.type);
   }
   partial.hasMissing = boundedByte(bytes, 4, 1) != 0;

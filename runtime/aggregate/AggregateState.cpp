@@ -4,6 +4,7 @@
 #include "aggregate/Accumulator.h"
 #include "aggregate/aggregateTable.h"
 #include "column/Validity.h"
+#include "column/elementTypes.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/selectRows.h"
@@ -33,9 +34,10 @@ void AggregateState::update(const Column& column, const RowOrdinals& ordinals) {
   if (column.type() != *partial_.type) {
     throwMixedTypes(partial_.kind, *partial_.type, column.type());
   }
-  if (column.isNullable() && column.hasNulls()) {
+  const bool mayHoldMissing = isTime(column.type()) || (column.isNullable() && column.hasNulls());
+  if (mayHoldMissing) {
     const Chunk values = selectValid(column, ordinals);
-    hasNulls_ = true;
+    hasMissing_ = hasMissing_ || values.rows() < column.rows();
     accumulator_->update(values.columns.front(), values.ordinals);
   } else {
     accumulator_->update(column, ordinals);
@@ -47,7 +49,7 @@ AggregatePartial AggregateState::finish() {
     accumulator_->finish(partial_);
   }
   accumulator_.reset();
-  partial_.hasMissing = partial_.hasMissing || hasNulls_;
+  partial_.hasMissing = partial_.hasMissing || hasMissing_;
   return std::move(partial_);
 }
 

@@ -4,11 +4,12 @@
 #include <limits>
 
 #include "column/allocate.h"
+#include "column/elementTypes.h"
 
 namespace kv::runtime {
 
 std::optional<ElementType> floatingType(ElementType input) {
-  if (input == ElementType::String) {
+  if (!isNumeric(input)) {
     return std::nullopt;
   }
   return input == ElementType::Single ? ElementType::Single : ElementType::Double;

@@ -8,7 +8,7 @@ namespace kv::runtime {
 
 // What several aggregates share of their type rules and answers.
 
-/// Single for single and double for other numbers; none for texts.
+/// Single for single and double for other numbers; none for texts and times.
 std::optional<ElementType> floatingType(ElementType input);
 
 /// True if the values of a partition were missing and the rule propagates it.

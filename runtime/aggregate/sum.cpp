@@ -17,10 +17,10 @@ namespace kv::runtime {
 namespace {
 
 std::optional<ElementType> typeOfSum(ElementType input) {
-  if (input == ElementType::String) {
+  if (input == ElementType::String || input == ElementType::DateTime) {
     return std::nullopt;
   }
-  if (isFloating(input)) {
+  if (isFloating(input) || input == ElementType::Duration) {
     return input;
   }
   return isInteger(input) && !isSigned(input) ? ElementType::UInt64 : ElementType::Int64;

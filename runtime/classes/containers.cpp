@@ -11,6 +11,7 @@
 #include "classes/definitionHelpers.h"
 #include "kv/errors/shownText.h"
 #include "kv/host/errors.h"
+#include "kv/runtime/timeValues.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -121,7 +122,7 @@ std::size_t heightOf(const kxArray* column) {
   if (kxIsA(column, "categorical")) {
     return kxGetM(host::getProperty(column, "Codes").get());
   }
-  return kxGetM(column);
+  return kxGetM(shapedElements(column));
 }
 
 /// table(column, ..., "VariableNames", names): columns of the same length, one name per column.
@@ -180,7 +181,7 @@ void checkLoadedTable(const kxArray* table) {
     if (column == nullptr) {
       host::raiseInvalidType("Input", "column", column);
     }
-    // A categorical knows its height only when it has been filled, which may happen later.
+    // An object knows its height only when it has been filled, which may happen later.
     if (!kcos::omIsKCOS(column) && static_cast<double>(kxGetM(column)) != height) {
       raiseCountMismatch("KALVEX:table:UnequalHeights", static_cast<std::size_t>(height),
                          kxGetM(column));

@@ -40,6 +40,7 @@ void load(host::Session& session) {
     defineRandom(session);
     defineExceptions(session);
     defineContainers(session);
+    defineTimes(session);
     defineGraphs(session);
     defineDatastores(session);
     definePartitioning(session);

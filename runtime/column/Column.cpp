@@ -13,6 +13,7 @@
 #include <arrow/type_fwd.h>
 #include <arrow/util/bit_util.h>
 
+#include <algorithm>
 #include <array>
 #include <cassert>
 #include <limits>
@@ -21,6 +22,7 @@
 
 #include "column/elementTypes.h"
 #include "column/pool.h"
+#include "kv/runtime/times.h"
 
 namespace kv::runtime {
 
@@ -32,6 +34,16 @@ struct TypeRow {
   const std::shared_ptr<arrow::DataType>& (*arrowType)();
 };
 
+const std::shared_ptr<arrow::DataType>& microseconds() {
+  static const auto type = arrow::timestamp(arrow::TimeUnit::MICRO);
+  return type;
+}
+
+const std::shared_ptr<arrow::DataType>& durations() {
+  static const auto type = arrow::duration(arrow::TimeUnit::MICRO);
+  return type;
+}
+
 /// Indexed by ElementType. A Logical column is a run of bytes, which Arrow calls uint8.
 constexpr std::array kTypes{
     TypeRow{"logical", 1, &arrow::uint8},   TypeRow{"double", 8, &arrow::float64},
@@ -40,11 +52,21 @@ constexpr std::array kTypes{
     TypeRow{"uint16", 2, &arrow::uint16},   TypeRow{"int32", 4, &arrow::int32},
     TypeRow{"uint32", 4, &arrow::uint32},   TypeRow{"int64", 8, &arrow::int64},
     TypeRow{"uint64", 8, &arrow::uint64},   TypeRow{"string", 0, &arrow::utf8},
-    TypeRow{"unknown", 8, &arrow::float64},
+    TypeRow{"unknown", 8, &arrow::float64}, TypeRow{"datetime", 8, &microseconds},
+    TypeRow{"duration", 8, &durations},
 };
 
-/// Unknown comes last and has no Arrow type.
-constexpr std::size_t kDataTypes = kTypes.size() - 1;
+/// All but Unknown.
+constexpr auto kDataTypes = [] {
+  std::array<ElementType, kTypes.size() - 1> all{};
+  std::size_t next = 0;
+  for (std::size_t i = 0; i < kTypes.size(); ++i) {
+    if (static_cast<ElementType>(i) != ElementType::Unknown) {
+      all[next++] = static_cast<ElementType>(i);
+    }
+  }
+  return all;
+}();
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
@@ -60,24 +82,11 @@ std::int64_t bitmapBytes(const arrow::ArrayData& data) {
 std::string_view elementTypeName(ElementType type) { return rowOf(type).name; }
 
 std::optional<ElementType> elementTypeNamed(std::string_view name) {
-  for (std::size_t i = 0; i < kDataTypes; ++i) {
-    if (kTypes[i].name == name) {
-      return static_cast<ElementType>(i);
-    }
-  }
-  return std::nullopt;
+  const auto* found = std::ranges::find(kDataTypes, name, elementTypeName);
+  return found == kDataTypes.end() ? std::nullopt : std::optional(*found);
 }
 
-std::span<const ElementType> allElementTypes() {
-  static const auto types = [] {
-    std::array<ElementType, kDataTypes> all{};
-    for (std::size_t i = 0; i < all.size(); ++i) {
-      all[i] = static_cast<ElementType>(i);
-    }
-    return all;
-  }();
-  return types;
-}
+std::span<const ElementType> allElementTypes() { return kDataTypes; }
 
 std::size_t elementSize(ElementType type) { return rowOf(type).size; }
 
@@ -169,14 +178,16 @@ Column missingColumn(ElementType type, std::int64_t rows) {
   const auto rowsOf = [rows](const arrow::Scalar& scalar) {
     return arrow::MakeArrayFromScalar(scalar, rows, currentPool());
   };
-  const auto made = type == ElementType::Double ? rowsOf(arrow::DoubleScalar(kNaN))
-                    : type == ElementType::Single
-                        ? rowsOf(arrow::FloatScalar(float{kNaN}))
-                        : arrow::MakeArrayOfNull(arrowTypeOf(type), rows, currentPool());
+  const auto made = type == ElementType::Double   ? rowsOf(arrow::DoubleScalar(kNaN))
+                    : type == ElementType::Single ? rowsOf(arrow::FloatScalar(float{kNaN}))
+                    : isTime(type)                ? rowsOf(arrow::Int64Scalar(kNaT))
+                                   : arrow::MakeArrayOfNull(arrowTypeOf(type), rows, currentPool());
   if (!made.ok()) {
     throw std::bad_alloc();
   }
-  return Column(type, (*made)->data());
+  auto data = (*made)->data();
+  data->type = arrowTypeOf(type);
+  return Column(type, std::move(data));
 }
 
 }  // namespace kv::runtime

@@ -4,7 +4,7 @@ namespace kv::runtime {
 
 ElementType readElementType(ByteReader& bytes) {
   const auto number = bytes.number<std::uint8_t>();
-  if (number > static_cast<std::uint8_t>(ElementType::Unknown)) {
+  if (number > static_cast<std::uint8_t>(ElementType::Duration)) {
     bytes.refuse();
   }
   return static_cast<ElementType>(number);

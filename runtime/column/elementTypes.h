@@ -32,12 +32,20 @@ constexpr bool isInteger(ElementType type) {
 /// True for the types whose missing values are nulls and nothing else.
 constexpr bool isWhole(ElementType type) { return type == ElementType::Logical || isInteger(type); }
 
+/// True for moments and durations, whose elements are whole microseconds.
+constexpr bool isTime(ElementType type) {
+  return type == ElementType::DateTime || type == ElementType::Duration;
+}
+
+/// True for numbers and logicals.
+constexpr bool isNumeric(ElementType type) { return isFloating(type) || isWhole(type); }
+
 /// Requires: isInteger(type). The integer types alternate, signed first.
 constexpr bool isSigned(ElementType type) {
   return (indexOf(type) - indexOf(ElementType::Int8)) % 2 == 0;
 }
 
-/// Calls `visit.template operator()<T>()` with the C++ type of a numeric element type.
+/// Calls `visit.template operator()<T>()` with the C++ type of an element; std::int64_t for times.
 ///
 /// Requires: type is not String.
 template <class Visitor>
@@ -59,6 +67,8 @@ auto visitNumeric(ElementType type, Visitor&& visit) {
     case ElementType::UInt32:
       return visit.template operator()<std::uint32_t>();
     case ElementType::Int64:
+    case ElementType::DateTime:
+    case ElementType::Duration:
       return visit.template operator()<std::int64_t>();
     case ElementType::UInt64:
       return visit.template operator()<std::uint64_t>();

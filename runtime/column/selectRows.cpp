@@ -21,6 +21,7 @@
 #include "column/allocate.h"
 #include "column/elementTypes.h"
 #include "kv/errors/StepError.h"
+#include "kv/runtime/times.h"
 
 namespace kv::runtime {
 
@@ -154,6 +155,12 @@ Chunk selectRows(const Chunk& chunk, const Column& keep) {
 Chunk selectValid(const Column& column, const RowOrdinals& ordinals) {
   const Validity validity(column);
   const Chunk all{0, ordinals, nullptr, {column}};
+  if (isTime(column.type())) {
+    const auto times = column.values<std::int64_t>();
+    return selectFlagged(all, flagsOf(column.rows(), [&](std::int64_t row) {
+                           return times[static_cast<std::size_t>(row)] != kNaT;
+                         }));
+  }
   return validity.hasNulls()
              ? selectFlagged(all, flagsOf(column.rows(),
                                           [&](std::int64_t row) { return !validity.isNull(row); }))

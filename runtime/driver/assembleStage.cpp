@@ -10,6 +10,7 @@
 #include "driver/OpSpecValue.h"
 #include "driver/StageValue.h"
 #include "driver/failures.h"
+#include "kv/runtime/timeValues.h"
 #include "values/chunkValues.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
@@ -27,7 +28,8 @@ using host::Value;
 
 /// True for a value that can't be meant as rows: no column, or one that was broadcast.
 bool isOpaque(const kxArray* value) {
-  return !isColumn(value) || (kxIsEmpty(value) && kxGetN(value) != 1);
+  const kxArray* shaped = shapedElements(value);
+  return !isColumn(value) || (kxIsEmpty(shaped) && kxGetN(shaped) != 1);
 }
 
 /// A value of a nullable column has the class of its type where nothing is missing.

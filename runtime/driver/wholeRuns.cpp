@@ -8,6 +8,7 @@
 #include "driver/builtInFunctions.h"
 #include "driver/randomStreams.h"
 #include "driver/slicedCalls.h"
+#include "kv/runtime/timeValues.h"
 #include "values/chunkValues.h"
 #include "values/columnValues.h"
 
@@ -37,7 +38,8 @@ std::vector<Value> callHandle(const kxArray* factory, kcos::NameRef slot, std::s
 
 /// True for a column of several rows; a function gets any other value as it is.
 bool isRows(const kxArray* value) {
-  return isColumn(value) && kxGetN(value) == 1 && kxGetM(value) > 1;
+  const kxArray* shaped = shapedElements(value);
+  return isColumn(value) && kxGetN(shaped) == 1 && kxGetM(shaped) > 1;
 }
 
 std::vector<Value> callOnWholes(const OpSpec& spec, const kxArray* factory,
@@ -50,7 +52,7 @@ std::vector<Value> callOnRows(const OpSpec& spec, const kxArray* factory,
   const Value handle = host::getProperty(factory, "FunctionHandle");
   const auto maxRows = static_cast<std::size_t>(maxRowsOf(spec, handle.get()));
   const auto isTooLong = [maxRows](const kxArray* input) {
-    return isRows(input) && kxGetM(input) > maxRows;
+    return isRows(input) && kxGetM(shapedElements(input)) > maxRows;
   };
   if (std::ranges::none_of(inputs, isTooLong)) {
     return callHandle(factory, "FunctionHandle", spec.numOutputs, inputs);

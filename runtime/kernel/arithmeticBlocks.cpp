@@ -155,17 +155,18 @@ struct Maximum {
 }  // namespace
 
 // For logical values, plus is "or", times is "and", and minus isn't defined.
-const BlockTable kPlusBlocks = binaryLogical<Maximum>(binaryIntegers<Plus>(binaryFloating<Plus>()));
-const BlockTable kMinusBlocks = binaryIntegers<Minus>(binaryFloating<Minus>());
+const BlockTable kPlusBlocks =
+    binaryTimes<Plus>(binaryLogical<Maximum>(binaryIntegers<Plus>(binaryFloating<Plus>())));
+const BlockTable kMinusBlocks = binaryTimes<Minus>(binaryIntegers<Minus>(binaryFloating<Minus>()));
 const BlockTable kTimesBlocks =
-    binaryLogical<Minimum>(binaryIntegers<Times>(binaryFloating<Times>()));
+    binaryTimes<Times>(binaryLogical<Minimum>(binaryIntegers<Times>(binaryFloating<Times>())));
 const BlockTable kRdivideBlocks = binaryFloating<Rdivide>();
 const BlockTable kPowerBlocks = binaryIntegers<Power>(binaryFloating<Power>());
 const BlockTable kModBlocks = binaryIntegers<Mod>(binaryFloating<Mod>());
-const BlockTable kUminusBlocks = unaryIntegers<Uminus>(unaryFloating<Uminus>());
-const BlockTable kMinimumBlocks =
-    binaryLogical<Minimum>(binaryIntegers<Minimum>(binaryFloating<Minimum>()));
-const BlockTable kMaximumBlocks =
-    binaryLogical<Maximum>(binaryIntegers<Maximum>(binaryFloating<Maximum>()));
+const BlockTable kUminusBlocks = unaryTimes<Uminus>(unaryIntegers<Uminus>(unaryFloating<Uminus>()));
+const BlockTable kMinimumBlocks = binaryTimes<Minimum>(
+    binaryLogical<Minimum>(binaryIntegers<Minimum>(binaryFloating<Minimum>())));
+const BlockTable kMaximumBlocks = binaryTimes<Maximum>(
+    binaryLogical<Maximum>(binaryIntegers<Maximum>(binaryFloating<Maximum>())));
 
 }  // namespace kv::runtime

@@ -2,10 +2,12 @@
 
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <type_traits>
 #include <utility>
 
 #include "column/elementTypes.h"
+#include "kv/runtime/times.h"
 
 namespace kv::runtime {
 
@@ -64,11 +66,26 @@ constexpr auto castTable(std::index_sequence<from...>) {
 
 constexpr auto kCasts = castTable(std::make_index_sequence<kTypes>());
 
+void timesToDouble(const void* input, void* output, std::size_t count) {
+  const auto* __restrict source = static_cast<const std::int64_t*>(input);
+  auto* __restrict target = static_cast<double*>(output);
+  for (std::size_t i = 0; i < count; ++i) {
+    target[i] = source[i] == kNaT ? std::numeric_limits<double>::quiet_NaN()
+                                  : static_cast<double>(source[i]);
+  }
+}
+
 }  // namespace
 
 BlockCast blockCast(ElementType from, ElementType to) {
   if (from == ElementType::String || to == ElementType::String) {
     return nullptr;
+  }
+  if (isTime(from)) {
+    return to == ElementType::Double ? &timesToDouble : nullptr;
+  }
+  if (isTime(to)) {
+    return blockCast(from, ElementType::Int64);
   }
   return kCasts[indexOf(from)][indexOf(to)];
 }

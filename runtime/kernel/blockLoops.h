@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "column/elementTypes.h"
 #include "kv/runtime/ElementFunctions.h"
+#include "kv/runtime/times.h"
 
 namespace kv::runtime {
 
@@ -46,6 +48,11 @@ void binaryLoop(const void* left, const void* right, void* output, std::size_t c
       result[i] = Op::apply(a[i], y);
     }
   }
+}
+
+/// The row of a computing type in a BlockTable.
+constexpr std::size_t blockRow(ElementType type) {
+  return type == ElementType::Duration ? kNumericTypes : indexOf(type);
 }
 
 /// Sets the loops of `Op` over the C++ type of each given element type.
@@ -96,6 +103,37 @@ constexpr BlockTable unaryLogical(BlockTable table = {}) {
 template <class Op>
 constexpr BlockTable binaryLogical(BlockTable table = {}) {
   return binaryBlocks<Op, ElementType::Logical>(table);
+}
+
+/// `Op` of microseconds; missing if an input is. A logical result is false instead.
+template <class Op>
+struct OfTimes {
+  using Time = std::int64_t;
+
+  static auto apply(Time a) { return a == kNaT ? kNaT : Op::apply(a); }
+  static auto apply(Time a, Time b) {
+    const auto result = Op::apply(a, b);
+    using Result = std::remove_cv_t<decltype(result)>;
+    constexpr auto kMissing = static_cast<Result>(sizeof(Result) == sizeof(Time) ? kNaT : 0);
+    const bool isMissing = (a == kNaT) | (b == kNaT);
+    return isMissing ? kMissing : result;
+  }
+};
+
+template <class Op>
+constexpr BlockTable unaryTimes(BlockTable table = {}) {
+  table[blockRow(ElementType::Duration)] = {&unaryLoop<OfTimes<Op>, std::int64_t>, nullptr,
+                                            nullptr};
+  return table;
+}
+
+template <class Op>
+constexpr BlockTable binaryTimes(BlockTable table = {}) {
+  using Time = std::int64_t;
+  table[blockRow(ElementType::Duration)] = {&binaryLoop<OfTimes<Op>, Time, Spread::None>,
+                                            &binaryLoop<OfTimes<Op>, Time, Spread::Left>,
+                                            &binaryLoop<OfTimes<Op>, Time, Spread::Right>};
+  return table;
 }
 
 }  // namespace kv::runtime

@@ -73,7 +73,7 @@ struct Not {
 
 template <class Op>
 constexpr BlockTable comparison() {
-  return binaryLogical<Op>(binaryIntegers<Op>(binaryFloating<Op>()));
+  return binaryTimes<Op>(binaryLogical<Op>(binaryIntegers<Op>(binaryFloating<Op>())));
 }
 
 }  // namespace

@@ -20,6 +20,8 @@
 #include "column/allocate.h"
 #include "column/elementTypes.h"
 #include "kv/errors/StepError.h"
+#include "kv/errors/shownText.h"
+#include "kv/runtime/times.h"
 
 namespace kv::runtime {
 
@@ -124,6 +126,31 @@ Operand asWhole(const Operand& constant, bool meetsIntegers) {
   return meetsIntegers ? beyondAll(constant) : constant;
 }
 
+/// The moment or duration that a text means.
+/// Errors: "KALVEX:function:BadTime".
+Operand timeOf(const ElementFunction& function, std::string_view text) {
+  if (looksLikeDuration(text)) {
+    if (const auto duration = parseDuration(text)) {
+      return scalarOf(ElementType::Duration, *duration);
+    }
+  } else if (const auto moment = parseMoment(text)) {
+    return scalarOf(ElementType::DateTime, moment->microseconds);
+  }
+  errors::raiseStep("KALVEX:function:BadTime",
+                    {std::string(function.name), errors::shownText(text)});
+}
+
+/// Constants that are combined with times: texts become times, and numbers keep their types.
+void adaptToTimes(const ElementFunction& function, std::vector<Operand>& inputs) {
+  for (Operand& input : inputs) {
+    const bool isTimeText = input.isWeak && input.column.type() == ElementType::String;
+    if (isTimeText) {
+      input = timeOf(function, input.column.text(0));
+    }
+    input.isWeak = false;
+  }
+}
+
 bool isFloatingColumn(const Operand& input) {
   return !input.isWeak && isFloating(input.column.type());
 }
@@ -196,6 +223,11 @@ void refuseNegativePowers(const ElementFunction& function, const Column& exponen
 std::vector<Operand> adaptConstants(const ElementFunction& function,
                                     std::span<const Operand> inputs) {
   std::vector<Operand> adapted(inputs.begin(), inputs.end());
+  if (std::ranges::any_of(inputs,
+                          [](const Operand& input) { return isTime(input.column.type()); })) {
+    adaptToTimes(function, adapted);
+    return adapted;
+  }
   if (std::ranges::none_of(inputs, isWeakNumber)) {
     return adapted;
   }

@@ -13,6 +13,7 @@
 #include "kernel/missingRows.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/ElementFunctions.h"
+#include "kv/runtime/times.h"
 
 namespace kv::runtime {
 
@@ -67,6 +68,20 @@ void evaluateNumbers(const ElementFunction& function, std::span<const Operand> o
   }
 }
 
+/// Microseconds that were computed in double, in place: towards zero, and missing where they don't
+/// fit.
+void doublesToTimes(std::uint8_t* elements, std::int64_t rows) {
+  static_assert(sizeof(double) == sizeof(std::int64_t));
+  constexpr double kBeyond = 0x1p63;
+  for (std::int64_t row = 0; row < rows; ++row, elements += sizeof(double)) {
+    double number = 0;
+    std::memcpy(&number, elements, sizeof(number));
+    const bool fits = number > -kBeyond && number < kBeyond;
+    const std::int64_t time = fits ? static_cast<std::int64_t>(number) : kNaT;
+    std::memcpy(elements, &time, sizeof(time));
+  }
+}
+
 Column choose(std::span<const Operand> inputs, ElementType type, std::int64_t rows) {
   return type == ElementType::String ? chooseTexts(inputs[0], inputs[1], inputs[2], rows)
                                      : chooseNumbers(inputs[0], inputs[1], inputs[2], type, rows);
@@ -84,6 +99,9 @@ Column compute(const ElementFunction& function, std::span<const Operand> inputs,
     }
     evaluateNumbers(function, inputs, signature.compute, width, static_cast<std::size_t>(rows),
                     buffer->mutable_data());
+    if (isTime(signature.result) && signature.compute == ElementType::Double) {
+      doublesToTimes(buffer->mutable_data(), rows);
+    }
   }
   return Column(signature.result, rows, std::move(buffer));
 }

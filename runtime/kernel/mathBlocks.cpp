@@ -144,7 +144,8 @@ constexpr BlockTable rounding() {
 
 }  // namespace
 
-const BlockTable kAbsBlocks = unaryLogical<Same>(unaryIntegers<Abs>(unaryFloating<Abs>()));
+const BlockTable kAbsBlocks =
+    unaryTimes<Abs>(unaryLogical<Same>(unaryIntegers<Abs>(unaryFloating<Abs>())));
 const BlockTable kSignBlocks = unaryIntegers<Sign>(unaryFloating<Sign>());
 const BlockTable kSqrtBlocks = unaryFloating<Sqrt>();
 const BlockTable kExpBlocks = unaryFloating<Exp>();

@@ -9,6 +9,7 @@
 #include <arrow/buffer.h>
 
 #include <algorithm>
+#include <concepts>
 #include <cstddef>
 #include <limits>
 #include <utility>
@@ -17,6 +18,7 @@
 #include "column/Validity.h"
 #include "column/elementTypes.h"
 #include "kernel/blockCasts.h"
+#include "kv/runtime/times.h"
 
 namespace kv::runtime {
 
@@ -59,17 +61,21 @@ class InputTruth {
   std::vector<std::uint8_t> truths_;
 };
 
-/// The computed elements with nulls, or NaN, in the rows for which `isNull(row)`.
+/// The computed elements with nulls, NaN or kNaT in the rows for which `isNull(row)`.
 Column nulled(Column computed, auto&& isNull) {
   const auto& elements = computed.data()->buffers[1];
-  if (!isFloating(computed.type())) {
+  if (isWhole(computed.type())) {
     return nullableColumn(computed.type(), computed.rows(), elements,
                           nullBits(computed.rows(), isNull));
   }
   visitNumeric(computed.type(), [&]<class T>() {
     T* values = elements->mutable_data_as<T>();
+    T missing = std::numeric_limits<T>::quiet_NaN();
+    if constexpr (std::same_as<T, std::int64_t>) {
+      missing = kNaT;
+    }
     for (std::int64_t row = 0; row < computed.rows(); ++row) {
-      values[row] = isNull(row) ? std::numeric_limits<T>::quiet_NaN() : values[row];
+      values[row] = isNull(row) ? missing : values[row];
     }
   });
   return computed;

@@ -4,9 +4,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
 #include <string>
 
 #include "column/elementTypes.h"
+#include "kernel/blockLoops.h"
+#include "kernel/timeRules.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/ElementFunctions.h"
 
@@ -108,6 +111,8 @@ Signature applyRule(TypeRule rule, ElementType common) {
   return {common, common};
 }
 
+bool isOfTime(const OperandType& type) { return isTime(type.type); }
+
 bool isText(const OperandType& type) { return type.type == ElementType::String; }
 
 /// The type of the chosen values; the condition doesn't affect it.
@@ -121,7 +126,10 @@ Signature resolveChoice(const ElementFunction& function, std::span<const Operand
   if (std::ranges::all_of(sides, isText)) {
     return {ElementType::String, ElementType::String};
   }
-  if (std::ranges::any_of(sides, isText)) {
+  if (sides[0].type == sides[1].type && isOfTime(sides[0])) {
+    return {sides[0].type, sides[0].type};
+  }
+  if (std::ranges::any_of(sides, isText) || std::ranges::any_of(sides, isOfTime)) {
     throwBadTypes(function, types);
   }
   return applyRule(function.rule, commonType(sides));
@@ -168,6 +176,12 @@ Signature resolve(const ElementFunction& function, std::span<const OperandType> 
     }
     return {ElementType::String, ElementType::Logical};
   }
+  if (std::ranges::any_of(types, isOfTime)) {
+    if (const std::optional<Signature> signature = resolveTimes(function, types)) {
+      return *signature;
+    }
+    throwBadTypes(function, types);
+  }
   const Signature signature = applyRule(function.rule, commonType(types));
   if (!blockFunction(function, signature.compute, Spread::None)) {
     throwBadTypes(function, types);
@@ -179,7 +193,7 @@ BlockFunction blockFunction(const ElementFunction& function, ElementType compute
   if (compute == ElementType::String || function.blocks == nullptr) {
     return nullptr;
   }
-  return (*function.blocks)[indexOf(compute)][static_cast<std::size_t>(spread)];
+  return (*function.blocks)[blockRow(compute)][static_cast<std::size_t>(spread)];
 }
 
 }  // namespace kv::runtime

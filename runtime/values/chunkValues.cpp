@@ -13,6 +13,7 @@
 #include "column/elementTypes.h"
 #include "column/joinChunks.h"
 #include "kv/host/errors.h"
+#include "kv/runtime/timeValues.h"
 #include "values/columnValues.h"
 #include "values/missingMarks.h"
 
@@ -31,7 +32,8 @@ std::optional<std::size_t> rowsOfArray(const kxArray* value) {
   if (isCharRow(held.get())) {
     return 1;
   }
-  return kxIsEmpty(held.get()) ? 0 : kxGetM(held.get());
+  const kxArray* shaped = shapedElements(held.get());
+  return kxIsEmpty(shaped) ? 0 : kxGetM(shaped);
 }
 
 /// The dimensions after the first; none of a char row, or if one of them is 0.
@@ -42,7 +44,7 @@ Dimensions trailingOf(const kxArray* array) {
   }
   Dimensions trailing;
   std::size_t most = kMaxArrayColumns;
-  const auto sizes = kxGetDimensions(array).subspan(1);
+  const auto sizes = kxGetDimensions(shapedElements(array)).subspan(1);
   if (std::ranges::find(sizes, std::size_t{0}) != sizes.end()) {
     return {};
   }
@@ -74,12 +76,12 @@ Value textsOf(const Chunk& array) {
   return value;
 }
 
-/// Of numbers or logicals; a large one counts against the memory limit.
+/// The elements of a large array; they count against the memory limit.
 Value largeElementsOf(const Chunk& array, std::int64_t bytes) {
   ResultBuffer elements(bytes);
   for (const Column& column : array.columns) {
     const Value values = toValue(column);
-    elements.append(kxGetData(values.get()),
+    elements.append(kxGetData(shapedElements(values.get())),
                     column.rows() * static_cast<std::int64_t>(elementSize(column.type())));
   }
   const std::shared_ptr<arrow::Buffer> all = elements.finish();
@@ -87,25 +89,27 @@ Value largeElementsOf(const Chunk& array, std::int64_t bytes) {
       kxCreateBorrowedArray(dimensionsOf(array), classOf(array.type()), all->data(), all));
 }
 
-/// Of numbers or logicals.
-Value elementsOf(const Chunk& array) {
-  const auto bytes = static_cast<std::int64_t>(static_cast<std::size_t>(array.rows()) *
-                                               array.columns.size() * elementSize(array.type()));
-  if (bytes >= kLargeResultBytes) {
-    return largeElementsOf(array, bytes);
-  }
+Value smallElementsOf(const Chunk& array) {
   Value value =
       matrix::from_kalvex(kxCreateNumericArray(dimensionsOf(array), classOf(array.type())));
   auto* target = static_cast<char*>(kxGetMutableData(value.get()));
   for (const Column& column : array.columns) {
     const Value elements = toValue(column);
-    const auto ofColumn = static_cast<std::size_t>(column.rows()) * elementSize(column.type());
-    if (ofColumn > 0) {
-      std::memcpy(target, kxGetData(elements.get()), ofColumn);
+    const auto bytes = static_cast<std::size_t>(column.rows()) * elementSize(column.type());
+    if (bytes > 0) {
+      std::memcpy(target, kxGetData(shapedElements(elements.get())), bytes);
     }
-    target += ofColumn;
+    target += bytes;
   }
   return value;
+}
+
+/// Of any type but texts.
+Value elementsOf(const Chunk& array) {
+  const auto bytes = static_cast<std::int64_t>(static_cast<std::size_t>(array.rows()) *
+                                               array.columns.size() * elementSize(array.type()));
+  Value value = bytes >= kLargeResultBytes ? largeElementsOf(array, bytes) : smallElementsOf(array);
+  return isTime(array.type()) ? makeTimes(array.type(), std::move(value)) : std::move(value);
 }
 
 /// `asDoubles`: with marks of missing elements.

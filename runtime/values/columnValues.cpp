@@ -20,6 +20,7 @@
 #include "foundation/i18n.h"
 #include "kv/host/elementTypes.h"
 #include "kv/host/errors.h"
+#include "kv/runtime/timeValues.h"
 #include "values/hostNames.h"
 #include "values/missingMarks.h"
 
@@ -64,6 +65,22 @@ const void* firstElement(const Column& column) {
   return data.buffers[1] ? data.buffers[1]->data() + skipped : nullptr;
 }
 
+/// A host array over the elements of a column that aren't texts.
+host::Value numbersOf(const Column& column) {
+  const std::array<std::size_t, 2> dimensions{static_cast<std::size_t>(column.rows()), 1};
+  const Column kept = owned(column);  // a user may keep the value for any time
+  return matrix::from_kalvex(
+      kxCreateBorrowedArray(dimensions, classOf(kept.type()), firstElement(kept), kept.data()));
+}
+
+/// A column over the elements of a numeric array.
+Column columnOver(ElementType type, const kxArray* numbers) {
+  const std::size_t rows = kxGetNumberOfElements(numbers);
+  const auto bytes = static_cast<std::int64_t>(rows * kxGetElementSize(kxGetClassID(numbers)));
+  return {type, static_cast<std::int64_t>(rows),
+          std::make_shared<ValueBuffer>(matrix::sharedCopy(numbers), bytes)};
+}
+
 [[noreturn]] void refuse(const kxArray* value) {
   host::raise("KALVEX:array:NotAColumn",
               {fmt::format("{}", fmt::join(kxGetDimensions(value), "x")), kxGetClassName(value)});
@@ -84,16 +101,16 @@ kxClassID classOf(ElementType type) {
 }
 
 host::Value toValue(const Column& column) {
-  const auto rows = static_cast<std::size_t>(column.rows());
   if (column.isNullable() && column.hasNulls()) {
     return toMarkedDoubles({.ordinals = RowOrdinals(0, column.rows()), .columns = {column}});
   }
-  if (column.type() != ElementType::String) {
-    const std::array<std::size_t, 2> dimensions{rows, 1};
-    const Column kept = owned(column);  // a user may keep the value for any time
-    return matrix::from_kalvex(
-        kxCreateBorrowedArray(dimensions, classOf(kept.type()), firstElement(kept), kept.data()));
+  if (isTime(column.type())) {
+    return makeTimes(column.type(), numbersOf(column));
   }
+  if (column.type() != ElementType::String) {
+    return numbersOf(column);
+  }
+  const auto rows = static_cast<std::size_t>(column.rows());
   host::Value value = Torvane::String::createStringArray(rows, 1);
   for (std::size_t row = 0; row < rows; ++row) {
     const auto at = static_cast<std::int64_t>(row);
@@ -112,13 +129,14 @@ bool isCharRow(const kxArray* value) noexcept {
   return kxGetClassID(value) == kxCHAR_CLASS && (kxGetM(value) == 1 || kxIsEmpty(value));
 }
 
-bool isArray(const kxArray* value) noexcept {
+bool isArray(const kxArray* value) {
   return isCharRow(value) || numericType(kxGetClassID(value)).has_value() ||
-         Torvane::String::isString(value);
+         Torvane::String::isString(value) || timesIn(value) != nullptr;
 }
 
-bool isColumn(const kxArray* value) noexcept {
-  return isArray(value) && (isCharRow(value) || kxGetN(value) == 1 || kxIsEmpty(value));
+bool isColumn(const kxArray* value) {
+  const kxArray* shaped = shapedElements(value);
+  return isArray(value) && (isCharRow(value) || kxGetN(shaped) == 1 || kxIsEmpty(shaped));
 }
 
 bool isBroadcastArray(const kxArray* value) {
@@ -148,17 +166,17 @@ Column elementsOf(const kxArray* value) {
   if (isCharRow(value)) {
     return textColumn(1, [&](std::size_t) { return std::optional(kxGetChars(value)); });
   }
-  const std::size_t rows = kxGetNumberOfElements(value);
+  if (const TimeArray* times = timesIn(value)) {
+    return columnOver(times->type, times->microseconds.get());
+  }
   if (Torvane::String::isString(value)) {
-    return textColumn(rows,
+    return textColumn(kxGetNumberOfElements(value),
                       [&](std::size_t row) { return Torvane::String::getString(value, row); });
   }
   if (std::optional<Column> column = fromMarkedDoubles(value)) {
     return *std::move(column);
   }
-  const auto bytes = static_cast<std::int64_t>(rows * kxGetElementSize(kxGetClassID(value)));
-  return {*numericType(kxGetClassID(value)), static_cast<std::int64_t>(rows),
-          std::make_shared<ValueBuffer>(matrix::sharedCopy(value), bytes)};
+  return columnOver(*numericType(kxGetClassID(value)), value);
 }
 
 }  // namespace kv::runtime

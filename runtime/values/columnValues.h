@@ -6,10 +6,12 @@
 /// Columns as host values and back, for user's callables and for results.
 namespace kv::runtime {
 
-/// The class of the elements of a column. An Unknown column has no rows; as a value it is double.
+/// The class of the elements of a column; int64 for times. An Unknown column has no rows; as a
+/// value it is double.
 kxClassID classOf(ElementType type);
 
-/// An n-by-1 host array of the column's class, or of doubles for an Unknown column and for an
+/// An n-by-1 host array of the column's class, an object of class "datetime" or "duration"
+/// (timeValues.h), or doubles for an Unknown column and for an
 /// integer or logical one with missing values (missingMarks.h). Numeric and logical memory is
 /// borrowed, texts are copied to UTF-16.
 ///
@@ -17,8 +19,8 @@ kxClassID classOf(ElementType type);
 ///         integer column with missing values.
 host::Value toValue(const Column& column);
 
-/// The elements of a numeric, logical or string array in column-major order, or the text of a char
-/// row. Numeric and logical memory is borrowed, texts are copied.
+/// The elements of a numeric, logical or string array or of times in column-major order, or the
+/// text of a char row. Numeric and logical memory is borrowed, texts are copied.
 ///
 /// Errors: "KALVEX:array:NotAColumn" with the shape and class of another value.
 Column elementsOf(const kxArray* value);
@@ -34,10 +36,10 @@ Column toColumn(const kxArray* value);
 host::Value asReturned(host::Value value);
 
 /// True if `elementsOf` accepts the value.
-bool isArray(const kxArray* value) noexcept;
+bool isArray(const kxArray* value);
 
 /// True if `toColumn` accepts the value.
-bool isColumn(const kxArray* value) noexcept;
+bool isColumn(const kxArray* value);
 
 /// True for a char row, which is one text.
 bool isCharRow(const kxArray* value) noexcept;

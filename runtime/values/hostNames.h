@@ -57,6 +57,9 @@ inline constexpr char kProcessorBuilder[] =
     "kalvex.bigdata.internal.executor.CompositeDataProcessorBuilder";
 inline constexpr char kCompositeGraph[] = "kalvex.bigdata.internal.executor.CompositeGraph";
 
+inline constexpr char kDateTime[] = "datetime";
+inline constexpr char kDuration[] = "duration";
+
 inline constexpr char kDatastore[] = "kalvex.io.Datastore";
 inline constexpr char kCsvDatastore[] = "kalvex.io.CsvDatastore";
 inline constexpr char kParquetDatastore[] = "kalvex.io.ParquetDatastore";

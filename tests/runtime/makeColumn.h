@@ -18,6 +18,7 @@
 #include "column/Validity.h"
 #include "column/elementTypes.h"
 #include "kv/runtime/Column.h"
+#include "kv/runtime/times.h"
 
 namespace kv::runtime {
 
@@ -49,13 +50,14 @@ inline Column texts(const std::vector<std::optional<std::string>>& values) {
   return Column(ElementType::String, builder.Finish().ValueOrDie()->data());
 }
 
-/// A numeric column of any type, made from doubles that fit it; NaN is a missing value.
+/// A column of numbers or times of any type, made from doubles that fit it; NaN is missing.
 inline Column numbers(ElementType type, const std::vector<double>& values) {
   return visitNumeric(type, [&]<class T>() {
-    const bool isNullable = !isFloating(type) && std::ranges::any_of(values, isMissing);
+    const bool isNullable = isWhole(type) && std::ranges::any_of(values, isMissing);
     std::vector<T> converted;
     for (const double value : values) {
-      converted.push_back(isNullable && isMissing(value) ? T{1} : static_cast<T>(value));
+      const T marked = isTime(type) ? static_cast<T>(kNaT) : T{1};
+      converted.push_back(!isFloating(type) && isMissing(value) ? marked : static_cast<T>(value));
     }
     const Column column = columnOf(type, converted);
     return !isNullable ? column
@@ -71,7 +73,8 @@ inline std::vector<double> numbersOf(const Column& column) {
   return visitNumeric(column.type(), [&]<class T>() {
     std::vector<double> values;
     for (const T value : column.values<T>()) {
-      const bool isNull = column.isNull(static_cast<std::int64_t>(values.size()));
+      const bool isNull = column.isNull(static_cast<std::int64_t>(values.size())) ||
+                          (isTime(column.type()) && value == static_cast<T>(kNaT));
       values.push_back(isNull ? kNaN : static_cast<double>(value));
     }
     return values;

@@ -46,7 +46,22 @@ struct Written {
     return text ? printable(*text) : "missing";
   }
 
+  std::string operator()(const Value::Moments& column) const {
+    const auto& moment = column.at(0);
+    return time(moment ? std::optional(isoText(*moment)) : std::nullopt);
+  }
+  std::string operator()(const Value::Durations& column) const {
+    const auto& duration = column.at(0);
+    return time(duration ? std::optional(isoText(*duration)) : std::nullopt);
+  }
+
  private:
+  std::string time(const std::optional<std::string>& text) const {
+    if (isJson) {
+      return text ? jsonText(*text) : "null";
+    }
+    return text.value_or("NaT");
+  }
   std::string infinity(bool isPositive) const {
     if (isJson) {
       return isPositive ? "\"Infinity\"" : "\"-Infinity\"";
@@ -66,7 +81,8 @@ std::size_t widthBeforePoint(const std::string& written) {
 }
 
 std::size_t widthAtPoint(const Value& value, const std::string& written) {
-  return value.isText() || value.isLogical() ? displayWidth(written) : widthBeforePoint(written);
+  return value.isText() || value.isTime() || value.isLogical() ? displayWidth(written)
+                                                               : widthBeforePoint(written);
 }
 
 /// Writes 336776 as 336,776.

@@ -48,7 +48,7 @@ enum class AggregateKind : std::uint8_t {
   VarP
 };
 
-/// How a missing value (NaN, or a missing text) affects the result.
+/// How a missing value (NaN, kNaT, a null or a missing text) affects the result.
 enum class MissingRule : std::uint8_t {
   Skip,       ///< not at all: tables
   Propagate,  ///< the result is missing: arrays; except for `count`, which never counts it
@@ -107,9 +107,11 @@ const AggregateFunction* findAggregateFunction(std::string_view name);
 ///
 /// For `sum`, as in NumPy: int64 for logicals and signed integers, uint64 for unsigned ones,
 /// otherwise the type of the input. For `mean`, `std`, `var`, `stdp` and `varp`: single for single,
-/// otherwise double. For `min` and `max`: the type of the input. For `count`: int64. For `any` and
-/// `all`: logical. Errors: "KALVEX:function:BadTypes" if the aggregate isn't defined for the type:
-///         texts have only `count`, `min` and `max`; `any` and `all` are for logicals.
+/// otherwise double; the mean of durations is one, towards zero. For `min` and `max`: the type of
+/// the input. For `count`: int64. For `any` and `all`: logical.
+/// Errors: "KALVEX:function:BadTypes" if the aggregate isn't defined for the type:
+///         texts and datetimes have only `count`, `min` and `max`, durations `sum` and `mean` as
+///         well; `any` and `all` are for logicals.
 ElementType aggregateType(AggregateKind kind, ElementType input);
 
 /// Reduces one partition, chunk by chunk.
@@ -135,7 +137,7 @@ class AggregateState {
  private:
   AggregatePartial partial_;
   std::unique_ptr<Accumulator> accumulator_;
-  bool hasNulls_ = false;
+  bool hasMissing_ = false;  ///< nulls or kNaT, which the accumulator isn't given
 };
 
 /// The result from the contributions of partitions 0, 1, 2, ...

@@ -24,11 +24,13 @@ enum class ElementType : std::uint8_t {
   Int64,
   UInt64,
   String,
-  Unknown,  ///< of no rows: a function's result type isn't known before it was given rows
+  Unknown,   ///< of no rows: a function's result type isn't known before it was given rows
+  DateTime,  ///< a moment; appended, since the number of a type is part of stored states
+  Duration,
 };
 
-/// Name of a type as users write it: "logical", "double", "single", "int8" ... "uint64", "string";
-/// "unknown", which users can't write, for Unknown.
+/// Name of a type as users write it: "logical", "double", "single", "int8" ... "uint64", "string",
+/// "datetime", "duration"; "unknown", which users can't write, for Unknown.
 std::string_view elementTypeName(ElementType type);
 
 /// The type with the name `name`; empty if there is none.
@@ -40,7 +42,8 @@ std::span<const ElementType> allElementTypes();
 /// Bytes of one element in a column's buffer; 0 for String.
 std::size_t elementSize(ElementType type);
 
-/// Arrow's type of a column's buffers; uint8 for Logical, for which Arrow has no byte-wide type.
+/// Arrow's type of a column's buffers; uint8 for Logical, for which Arrow has no byte-wide type;
+/// microseconds for DateTime, without a time zone, and Duration.
 const std::shared_ptr<arrow::DataType>& arrowTypeOf(ElementType type);
 
 /// A column: an immutable run of elements of one type, in Arrow's layout.
@@ -53,6 +56,8 @@ const std::shared_ptr<arrow::DataType>& arrowTypeOf(ElementType type);
 /// 5. A missing value of an integer or logical column is a null in its validity bitmap. Its element
 ///    has no meaning. A column that may have such values is nullable, also where these rows have
 ///    none, so that all chunks of it are the same to users' functions.
+/// 6. A DateTime column has microseconds since 1970-01-01T00:00:00 UTC, a Duration column
+///    microseconds, as 64-bit integers. The smallest integer, kNaT, is a missing value.
 ///
 /// A Column is a handle: copies share the buffers. Buffers may belong to a reader, a host value or
 /// a memory pool; the handle keeps them alive.
@@ -71,7 +76,7 @@ class Column {
   ElementType type() const { return type_; }
   std::int64_t rows() const;
 
-  /// The elements of a numeric or logical column; `T` has the width of the type.
+  /// The elements of a column of any type but String; `T` has the width of the type.
   ///
   /// Lives: as long as a handle to the column.
   template <class T>
@@ -115,7 +120,7 @@ class Column {
 /// A column of no rows.
 Column emptyColumn(ElementType type);
 
-/// A column of `rows` missing values: NaN for floating types, nulls for others.
+/// A column of `rows` missing values: NaN for floating types, kNaT for times, nulls for others.
 ///
 /// Errors: std::bad_alloc if memory runs out.
 Column missingColumn(ElementType type, std::int64_t rows);

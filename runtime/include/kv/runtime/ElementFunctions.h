@@ -27,6 +27,12 @@ namespace kv::runtime {
 //    `or`, which are three-valued: false & missing is false, true | missing is true. The result is
 //    nullable if an input is, except for the first three.
 //
+// 6. Moments and durations follow NumPy's datetime64 and timedelta64: the difference of two moments
+//    is a duration, durations are added to moments and to each other, multiplied and divided by
+//    numbers (towards zero), and divided by each other, which gives a double. The smaller and the
+//    larger of two are missing if either is. What doesn't fit wraps, or is missing if it was
+//    computed in double.
+//
 // Everything here may be used by several threads at once.
 
 /// An input of an element function.
@@ -34,7 +40,8 @@ struct Operand {
   Column column;
   bool isScalar = false;  ///< a column of one row that applies to every row
   bool isWeak = false;  ///< a constant that the user wrote, of type Logical, Int64, UInt64, Double
-                        ///< or String: a number adapts to the types with which it is combined
+                        ///< or String: a number adapts to the types with which it is combined,
+                        ///< and a text to a moment or duration
 };
 
 /// The properties of an input on which the result type depends.
@@ -74,10 +81,13 @@ enum class Spread : std::uint8_t { None, Left, Right };
 /// Number of elements in a block, which stay in the innermost cache.
 inline constexpr std::size_t kBlockElements = 4096;
 
-inline constexpr std::size_t kNumericTypes = 11;  ///< all of ElementType but String and Unknown
+inline constexpr std::size_t kNumericTypes = 11;  ///< numbers and logicals
+
+/// The computing types of blocks: numbers, logicals, and whole microseconds, under Duration.
+inline constexpr std::size_t kBlockTypes = kNumericTypes + 1;
 
 /// The block functions of an element function by computing type and spread; null if there is none.
-using BlockTable = std::array<std::array<BlockFunction, 3>, kNumericTypes>;
+using BlockTable = std::array<std::array<BlockFunction, 3>, kBlockTypes>;
 
 /// Computes all rows of text inputs into `output`, one byte per row.
 using TextFunction = void (*)(std::span<const Operand> inputs, std::int64_t rows,
@@ -95,7 +105,8 @@ struct ElementFunction {
   Deciding deciding = Deciding::None;
 };
 
-/// The types in which a function computes and returns.
+/// The types in which a function computes and returns. Moments and durations are computed as
+/// Duration, or as Double, with NaN for a missing one.
 struct Signature {
   ElementType compute = ElementType::Double;
   ElementType result = ElementType::Double;
@@ -112,7 +123,7 @@ const ElementFunction* findOperator(std::string_view symbol, std::size_t arity);
 
 /// The common type of two numeric types, as in `numpy.promote_types`.
 ///
-/// Requires: neither is String.
+/// Requires: both are numbers or logicals.
 ElementType promoteTypes(ElementType a, ElementType b);
 
 /// The computing type and result type of `function` for inputs of the given types.
@@ -132,8 +143,10 @@ BlockFunction blockFunction(const ElementFunction& function, ElementType compute
 /// constants of a call when it records the call.
 ///
 /// An integer column is compared exactly with any whole number: one beyond its range becomes an
-/// infinity.
-/// Errors: those of `resolve`; "KALVEX:function:OutOfRange" for a constant that doesn't fit the
+/// infinity. A text combined with a time is parsed as a moment, or as a duration if it begins with
+/// P (times.h).
+/// Errors: those of `resolve`; "KALVEX:function:BadTime" for a text that is neither;
+/// "KALVEX:function:OutOfRange" for a constant that doesn't fit the
 ///         integers with which it is combined; "KALVEX:array:NotExact" for a whole number that
 ///         would have to become a double but isn't exact as one; "KALVEX:function:NegativePower".
 std::vector<Operand> adaptConstants(const ElementFunction& function,

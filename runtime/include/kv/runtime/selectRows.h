@@ -12,7 +12,7 @@ namespace kv::runtime {
 ///         has a different number of rows.
 Chunk selectRows(const Chunk& chunk, const Column& keep);
 
-/// The rows of `column` that aren't null, as a chunk of one column without nulls.
+/// The rows of `column` that are neither null nor kNaT, as a chunk of one column.
 ///
 /// Requires: `column` has `ordinals.rows()` rows.
 Chunk selectValid(const Column& column, const RowOrdinals& ordinals);
