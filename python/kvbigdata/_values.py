@@ -51,6 +51,13 @@ def numpy_scalar(type_name: str, data: bytes) -> Any:
     return np.frombuffer(data, dtype=type_name)[0]
 
 
+def microseconds_of(array: Any) -> NDArray[np.int64]:
+    """The elements of an array of datetime64 or timedelta64 of any unit, in microseconds."""
+    array = np.asarray(array)
+    elements: NDArray[np.int64] = array.astype(f"{array.dtype.kind}8[us]", copy=False).view("i8")
+    return elements
+
+
 class ListsItsOwn(type):
     """The type of classes with many inherited members; `dir` and help list only their own ones."""
 

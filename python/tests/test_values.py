@@ -122,6 +122,19 @@ def test_views_of_memory_that_no_one_writes_are_borrowed(echo):
             back.setflags(write=True)
 
 
+@pytest.mark.parametrize("unit", ["D", "s", "us", "ns"])
+def test_times_come_back_in_microseconds(session, unit):
+    session.define_function("echo", lambda nargout, value: (value,))
+    moments = np.array([["2013-06-01", "NaT"], ["1969-12-31", "2400-02-29"]], f"M8[{unit}]")
+    for times in (moments[:, 0], moments, moments - moments[0, 0], moments[:0, 0]):
+        back = session.call("echo", times)
+        expected = times.astype(f"{times.dtype.kind}8[us]").reshape(back.shape)
+        assert back.dtype == expected.dtype and not back.flags.writeable
+        np.testing.assert_array_equal(back, expected)
+    assert session.call("echo", moments[0, 0]) == np.datetime64("2013-06-01T00:00:00", "us")
+    assert np.isnat(session.call("echo", np.timedelta64("NaT")))
+
+
 def test_misaligned_memory_is_copied(echo):
     array = np.frombuffer(bytes(25), offset=1)
     assert not array.flags.aligned and echo(array).flags.aligned

@@ -16,6 +16,8 @@
 
 #include "interpreter.h"
 #include "kv/host/elementTypes.h"
+#include "kv/host/errors.h"
+#include "kv/runtime/timeValues.h"
 #include "pyObjects.h"
 #include "values.h"
 
@@ -99,7 +101,8 @@ class Buffer {
     const nb::object type = array.attr("dtype");
     PyErr_Format(PyExc_TypeError,
                  "an array or scalar of type %S isn't accepted; expected bool, int8 to int64, "
-                 "uint8 to uint64, float32 or float64",
+                 "uint8 to uint64, float32, float64, datetime64 or timedelta64 (which need the "
+                 "runtime)",
                  type.ptr());
     throw nb::python_error();
   }
@@ -203,6 +206,19 @@ host::Value arrayToHost(nb::handle array, bool mayBorrow) {
   return copied(view, type->classId);
 }
 
+/// Their classes are the runtime's, so a session without it refuses them.
+host::Value timesToHost(runtime::ElementType type, nb::handle array) {
+  host::Value microseconds = arrayToHost(known(Known::Microseconds)(array), false);
+  try {
+    return runtime::makeTimes(type, std::move(microseconds));
+  } catch (const Torvane::KException::KExceptionEnvelope& error) {
+    if (host::errorRecord(error).identifier == "KALVEX:UndefinedFunction") {
+      Buffer::refuse(array);
+    }
+    throw;
+  }
+}
+
 nb::object scalarToPython(const kxArray* value) {
   switch (kxGetClassID(value)) {
     case kxDOUBLE_CLASS:
@@ -232,10 +248,14 @@ host::Value numbersToHost(nb::handle array) {
   if (!isPlain && isA(array, Known::MaskedArray)) {
     throw nb::type_error("a masked array isn't accepted: fill it first");
   }
-  if (isA(array, Known::NumpyGeneric)) {
-    return arrayToHost(array.attr("__array__")(), false);
+  const nb::object elements =
+      isA(array, Known::NumpyGeneric) ? array.attr("__array__")() : nb::borrow(array);
+  const std::string kind = nb::cast<std::string>(elements.attr("dtype").attr("kind"));
+  if (kind == "M") {
+    return timesToHost(runtime::ElementType::DateTime, elements);
   }
-  return arrayToHost(array, false);
+  return kind == "m" ? timesToHost(runtime::ElementType::Duration, elements)
+                     : arrayToHost(elements, false);
 }
 
 nb::object numbersToPython(const kxArray* value) {
@@ -247,6 +267,11 @@ nb::object numbersToPython(const kxArray* value) {
     return known(Known::EmptyArray)(shapeOf(value), type);
   }
   return known(Known::ArrayOf)(shapeOf(value), type, Memory{matrix::sharedCopy(value)});
+}
+
+nb::object timesToPython(const runtime::TimeArray& times) {
+  const bool isMoment = times.type == runtime::ElementType::DateTime;
+  return numbersToPython(times.microseconds.get()).attr("view")(isMoment ? "M8[us]" : "m8[us]");
 }
 
 void bindNumbers(nb::module_& module) {

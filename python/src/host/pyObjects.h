@@ -38,6 +38,7 @@ enum class Known {
   CallChunkFunction,  ///< (function, inputs, type) -> the parts of its result
   AnnotateError,      ///< (exception, frames, place): adds notes on where it was recorded
   MakeArrayError,     ///< the parts of an error of array/ -> its exception
+  Microseconds,       ///< an array of datetime64 or timedelta64 -> its elements in microseconds
 };
 
 /// Requires: the interpreter's lock. Errors: those of the import.

@@ -95,6 +95,9 @@ nb::object objectAt(const kxArray* value, std::size_t index) {
 }
 
 nb::object objectsToPython(const kxArray* value) {
+  if (const runtime::TimeArray* times = runtime::timesIn(value)) {
+    return timesToPython(*times);
+  }
   if (kxIsScalar(value) && kcos::omGetArrayElement(value, 0).get() != nullptr) {
     return Object::wrap(matrix::sharedCopy(value));
   }
