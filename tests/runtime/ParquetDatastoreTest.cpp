@@ -133,6 +133,8 @@ std::vector<TypedColumn> typedColumns() {
   const char* const whole = "[0, 1, null, 100]";
   const std::vector<double> wholes{0, 1, kNaN, 100};
   const char* const exact = R"(["0.10", null, "-12345678901234567.89", "0.30"])";
+  constexpr double kNone = std::numeric_limits<std::int64_t>::min();
+  constexpr double kDay = 86'400e6;
   const std::vector<double> exacts{0.10, kNaN, -12345678901234567.89, 0.30};
   return {
       {arrow::boolean(), "[true, false, null, true]", Logical, "", {1, 0, kNaN, 1}},
@@ -146,6 +148,31 @@ std::vector<TypedColumn> typedColumns() {
       {arrow::float16(), "[0.5, null, -2, 65504]", Single, "halffloat", {0.5, kNaN, -2, 65504}},
       {arrow::decimal128(19, 2), exact, Double, "decimal128(19, 2)", exacts},
       {arrow::decimal256(40, 2), exact, Double, "decimal256(40, 2)", exacts},
+      {arrow::timestamp(arrow::TimeUnit::SECOND),
+       "[1, null, -2, 3]",
+       DateTime,
+       "timestamp[ms]",
+       {1e6, kNone, -2e6, 3e6}},
+      {arrow::timestamp(arrow::TimeUnit::MICRO),
+       "[1, null, -2, 3]",
+       DateTime,
+       "",
+       {1, kNone, -2, 3}},
+      {arrow::timestamp(arrow::TimeUnit::NANO, "Europe/Berlin"),
+       "[1999, null, -1, 3000]",
+       DateTime,
+       "timestamp[ns, tz=Europe/Berlin]",
+       {1, kNone, -1, 3}},
+      {arrow::date32(),
+       "[1, null, -1, 20000]",
+       DateTime,
+       "date32[day]",
+       {kDay, kNone, -kDay, 20000 * kDay}},
+      {arrow::duration(arrow::TimeUnit::MILLI),
+       "[1, null, -2, 3]",
+       Duration,
+       "duration[ms]",
+       {1e3, kNone, -2e3, 3e3}},
       {arrow::null(), "[null, null, null, null]", Double, "null", {kNaN, kNaN, kNaN, kNaN}},
   };
 }
@@ -241,19 +268,16 @@ TEST_F(Parquet, HasAPartitionWithoutRowsForAFileWithoutRows) {
 }
 
 TEST_F(Parquet, RefusesColumnsOfOtherTypesByNameAndReadsTheRest) {
-  const auto when = arrow::timestamp(arrow::TimeUnit::MICRO, "UTC");
+  const auto hour = arrow::time64(arrow::TimeUnit::MICRO);
   const auto source =
       openParquet({write("n.parquet", {{"list", arrayOf(arrow::list(arrow::float64()), "[[1, 2]]")},
-                                       {"when", arrayOf(when, "[5]")},
-                                       {"day", arrayOf(arrow::date32(), "[5]")},
+                                       {"hour", arrayOf(hour, "[5]")},
                                        {"bytes", arrayOf(arrow::binary(), R"(["b"])")},
                                        {"x", doubles({3})}})});
   EXPECT_EQ(allValues<double>(*source, "x"), std::vector<double>{3});
   EXPECT_EQ(source->preview(1).columns.size(), 1U);
-  const std::pair<const char*, const char*> refused[] = {{"list", "list<"},
-                                                         {"when", "timestamp[us, tz=UTC]"},
-                                                         {"day", "date32[day]"},
-                                                         {"bytes", "binary"}};
+  const std::pair<const char*, const char*> refused[] = {
+      {"list", "list<"}, {"hour", "time64[us]"}, {"bytes", "binary"}};
   const CancellationToken never;
   for (const auto& [name, type] : refused) {
     const auto error = stepErrorOf([&] { source->openPartition(0, {"x", name}, never); });
@@ -354,6 +378,10 @@ TEST_F(Parquet, NamesTheColumnAndTheRowsOfDamagedPages) {
   EXPECT_EQ(error.id(), "KALVEX:datastore:BadColumnData");
   EXPECT_THAT(error.what(), HasSubstr("bad.parquet', column 'bad', rows "));
   EXPECT_THAT(error.what(), HasSubstr("a page doesn't match its checksum"));
+  const auto tooLate =
+      openParquet({write("late.parquet", {{"d", arrayOf(arrow::date32(), "[0, 2000000000]")}})});
+  EXPECT_THAT(stepErrorOf([&] { allValues<std::int64_t>(*tooLate, "d"); }).what(),
+              HasSubstr("doesn't fit 64-bit microseconds"));
   const auto notText = openParquet({write("latin.parquet", {{"t", texts({"a", "caf\xE9"})}})});
   const auto bad = stepErrorOf([&] { allTexts(*notText, "t"); });
   EXPECT_EQ(bad.id(), "KALVEX:datastore:BadText");

@@ -1,5 +1,6 @@
 """Parquet files that pyarrow wrote, read by the command."""
 
+import os
 from datetime import datetime
 from pathlib import Path
 
@@ -76,7 +77,12 @@ def test_a_folder_and_a_pattern_are_one_table(parts: Run) -> None:
     expected = {"sum(x)": sum(i for i in range(12) if i % 3 < 2), "n": 8, "w": 8}
     for path in ("parts", "parts/*.parquet"):
         assert parts.results(path, *words) == expected
-    assert "1 of 4 columns: x" in parts("explain", "parts", "mean(x)").stdout
+    on = {**os.environ, "KV_OPTIMIZER": ""}
+    assert "1 of 4 columns: x" in parts("explain", "parts", "mean(x)", env=on).stdout
+    assert parts.results("parts", "n = count(when)", "last = max(when)") == {
+        "n": 12,
+        "last": "2026-01-12T00:00:00",
+    }
 
 
 def test_a_saved_query_reads_moved_files(parts: Run) -> None:
@@ -99,7 +105,6 @@ def test_mistakes_are_named(parts: Run) -> None:
         (parts.folder / "parts" / "0.parquet").read_bytes()[:-9]
     )
     cases = (
-        ("parts/0.parquet", "count(when)", 2, "Column 'when' has the type timestamp[us]"),
         ("parts/0.parquet", "count(nested)", 2, "'nested' has the type list<"),
         ("parts/0.parquet", "count(y)", 2, "y"),
         ("parts", "count(x)", 3, "'parts/0.parquet' is Parquet, 'parts/a.csv' is CSV"),

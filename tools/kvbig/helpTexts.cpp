@@ -31,6 +31,7 @@ constexpr std::string_view kFormulas = R"(Expressions:
   x  `odd name`       columns; write odd names in backquotes
   60  1.5e3  "JFK"    numbers; texts in " or ', with \" \' \\ \n \r \t
   true  false         logicals
+  "2013-06-01T05:15"  with a datetime, a moment; "PT1H30M" with a time, a duration
   x * 2  x * 2.0      of integers: 2 takes the type of x, 2.0 makes it double
   name = mean(x)      names the result
   |   &   !   == != < <= > >=   + -   * / %   unary -   ^
@@ -41,9 +42,10 @@ constexpr std::string_view kFormulas = R"(Expressions:
 )";
 
 constexpr std::string_view kTypes = R"(Types of columns:
-  CSV: double where all fields at the start of the first file are numbers, else string; or, by --type:
-  logical double single int8 uint8 int16 uint16 int32 uint32 int64 uint64 string
-  Parquet: those of the file; its times and nested columns can't be read yet
+  CSV: double where all fields at the start of the first file are numbers, datetime where they are
+  moments by ISO 8601, else string; or, by --type:
+  logical double single int8 uint8 int16 uint16 int32 uint32 int64 uint64 string datetime duration
+  Parquet: those of the file; its times of day and nested columns can't be read
 )";
 
 constexpr std::string_view kExits = R"(Exit codes:

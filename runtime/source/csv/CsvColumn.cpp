@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <span>
 #include <string>
@@ -26,6 +27,7 @@
 #include "column/allocate.h"
 #include "column/elementTypes.h"
 #include "column/pool.h"
+#include "kv/runtime/times.h"
 
 namespace kv::runtime {
 
@@ -114,30 +116,38 @@ bool mayHoldUnsafeWhole(std::span<const double> values) {
   return found;
 }
 
+std::string_view trimmed(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t";
+  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+  return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+}
+
 /// True for the text of a whole number beyond 2^53: an optional sign, and digits.
 bool isUnsafeWhole(std::string_view text) {
-  const auto skip = [&text](std::string_view characters) {
-    text.remove_prefix(std::min(text.find_first_not_of(characters), text.size()));
-  };
-  skip(" \t");
+  text = trimmed(text);
   if (text.starts_with('-') || text.starts_with('+')) {
     text.remove_prefix(1);
-  }
-  while (text.ends_with(' ') || text.ends_with('\t')) {
-    text.remove_suffix(1);
   }
   if (text.find_first_not_of("0123456789") != std::string_view::npos) {
     return false;
   }
-  skip("0");
+  text.remove_prefix(std::min(text.find_first_not_of('0'), text.size()));
   static const std::string kLast = std::to_string(static_cast<std::int64_t>(kMaxExactWhole));
   return text.size() > kLast.size() || (text.size() == kLast.size() && text > kLast);
 }
 
 std::shared_ptr<arrow::csv::Converter> makeConverter(ElementType type) {
+  if (isTime(type)) {
+    return nullptr;
+  }
   auto made = arrow::csv::Converter::Make(convertedType(type), optionsFor(type), currentPool());
   throwIfOutOfMemory(made.status());
   return *std::move(made);
+}
+
+bool isMissingTime(std::string_view text) {
+  constexpr std::string_view kMissing[] = {"", "NA", "NaT", "NaN", "null"};
+  return std::ranges::find(kMissing, text) != std::end(kMissing);
 }
 
 std::string_view viewOf(const std::uint8_t* text, std::uint32_t size) {
@@ -150,6 +160,9 @@ CsvColumn::CsvColumn(std::int32_t index, ElementType type)
     : index_(index), type_(type), converter_(makeConverter(type)) {}
 
 ConvertedColumn CsvColumn::convert(const arrow::csv::BlockParser& block) const {
+  if (isTime(type_)) {
+    return convertTimes(block);
+  }
   const auto array = converter_->Convert(block, index_);
   if (!array.ok()) {
     throwIfOutOfMemory(array.status());
@@ -164,7 +177,35 @@ ConvertedColumn CsvColumn::convert(const arrow::csv::BlockParser& block) const {
       holdsUnsafeWhole(block)) {
     return {std::nullopt, FieldFault::TooLarge};
   }
-  return {std::move(column), FieldFault::None};
+  return {std::move(column)};
+}
+
+ConvertedColumn CsvColumn::convertTimes(const arrow::csv::BlockParser& block) const {
+  const std::int64_t rows = block.num_rows();
+  auto buffer = allocateBuffer(rows * static_cast<std::int64_t>(sizeof(std::int64_t)));
+  auto* next = buffer->mutable_data_as<std::int64_t>();
+  bool fits = true;
+  bool hasOffsets = false;
+  const auto add = [&](const std::uint8_t* field, std::uint32_t size, auto...) {
+    const std::string_view text = trimmed(viewOf(field, size));
+    if (isMissingTime(text)) {
+      *next++ = kNaT;
+    } else if (type_ == ElementType::Duration) {
+      const auto duration = parseDuration(text);
+      fits = fits && duration;
+      *next++ = duration.value_or(kNaT);
+    } else {
+      const auto moment = parseMoment(text);
+      fits = fits && moment;
+      hasOffsets = hasOffsets || (moment && moment->hasOffset);
+      *next++ = moment ? moment->microseconds : kNaT;
+    }
+    return fits ? arrow::Status::OK() : arrow::Status::Invalid("not a time");
+  };
+  if (!block.VisitColumn(index_, add).ok()) {
+    return {std::nullopt, FieldFault::Unfit};
+  }
+  return {Column(type_, rows, std::move(buffer)), FieldFault::None, hasOffsets};
 }
 
 bool CsvColumn::holdsUnsafeWhole(const arrow::csv::BlockParser& block) const {

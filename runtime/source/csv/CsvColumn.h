@@ -26,9 +26,11 @@ enum class FieldFault {
 struct ConvertedColumn {
   std::optional<Column> column;  ///< empty if and only if there is a fault
   FieldFault fault = FieldFault::None;
+  bool hasOffsets = false;  ///< some moments have an offset from UTC
 };
 
-/// Converts the text of one column of a CSV file to values, with Arrow's converter for the type.
+/// Converts the text of one column of a CSV file to values, with Arrow's converter for the type;
+/// times as in times.h.
 ///
 /// Threads: one at a time.
 class CsvColumn {
@@ -46,11 +48,12 @@ class CsvColumn {
   std::string lastText(const arrow::csv::BlockParser& block) const;
 
  private:
+  ConvertedColumn convertTimes(const arrow::csv::BlockParser& block) const;
   bool holdsUnsafeWhole(const arrow::csv::BlockParser& block) const;
 
   std::int32_t index_;
   ElementType type_;
-  std::shared_ptr<arrow::csv::Converter> converter_;
+  std::shared_ptr<arrow::csv::Converter> converter_;  ///< null for times
 };
 
 }  // namespace kv::runtime

@@ -21,7 +21,9 @@ namespace {
 class ColumnInference {
  public:
   ColumnInference(std::size_t index, ColumnInfo& info)
-      : numbers_(static_cast<std::int32_t>(index), ElementType::Double), info_(&info) {
+      : numbers_(static_cast<std::int32_t>(index), ElementType::Double),
+        moments_(static_cast<std::int32_t>(index), ElementType::DateTime),
+        info_(&info) {
     info_->isUndecided = true;
   }
 
@@ -33,17 +35,25 @@ class ColumnInference {
     }
     info_->isUndecided = false;
     // A number that is too large is reported when it is read; it doesn't make the column text.
-    info_->type = converted.fault == FieldFault::Unfit ? ElementType::String : ElementType::Double;
+    if (converted.fault == FieldFault::Unfit) {
+      decideText(moments_.convert(*block.fields));
+    }
     return true;
   }
 
  private:
+  void decideText(const ConvertedColumn& moments) {
+    info_->type = moments.column ? ElementType::DateTime : ElementType::String;
+    info_->fileType = moments.hasOffsets ? "text with offsets from UTC" : "";
+  }
+
   static bool isAllMissing(const Column& column) {
     return std::ranges::all_of(column.values<double>(),
                                [](double value) { return std::isnan(value); });
   }
 
   CsvColumn numbers_;
+  CsvColumn moments_;
   ColumnInfo* info_;
 };
 

@@ -27,7 +27,7 @@ const std::vector<Wider>& widerTypes() {
       {UInt32, {UInt64, Int64, Double}},
       {Int64, {UInt64, Double}},
       {UInt64, {Int64, Double}},
-      {Double, {Int64, UInt64}},
+      {Double, {Int64, UInt64, DateTime}},
   };
   return table;
 }

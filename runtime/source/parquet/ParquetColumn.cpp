@@ -25,6 +25,7 @@
 #include "column/TextView.h"
 #include "column/allocate.h"
 #include "column/elementTypes.h"
+#include "kv/runtime/times.h"
 
 namespace kv::runtime {
 
@@ -130,6 +131,71 @@ Column singleColumn(const arrow::Array& array, arrow::MemoryPool* pool) {
   });
 }
 
+/// The unit of an array of times: `microseconds` = value * times / by.
+struct TimeUnit {
+  std::int64_t times = 1;
+  std::int64_t by = 1;
+};
+
+TimeUnit timeUnitOf(arrow::TimeUnit::type unit) {
+  switch (unit) {
+    case arrow::TimeUnit::SECOND:
+      return {kMicrosecondsPerSecond, 1};
+    case arrow::TimeUnit::MILLI:
+      return {1000, 1};
+    case arrow::TimeUnit::MICRO:
+      return {};
+    case arrow::TimeUnit::NANO:
+      break;
+  }
+  return {1, 1000};
+}
+
+std::optional<TimeUnit> timeUnitOf(const arrow::DataType& type) {
+  switch (type.id()) {
+    case arrow::Type::TIMESTAMP:
+      return timeUnitOf(static_cast<const arrow::TimestampType&>(type).unit());
+    case arrow::Type::DURATION:
+      return timeUnitOf(static_cast<const arrow::DurationType&>(type).unit());
+    case arrow::Type::DATE32:
+      return TimeUnit{86'400 * kMicrosecondsPerSecond, 1};
+    case arrow::Type::DATE64:
+      return TimeUnit{1000, 1};
+    default:
+      return std::nullopt;
+  }
+}
+
+/// Calls `visit` with the values of an array of times as their integers.
+void visitTimes(const arrow::Array& array, auto&& visit) {
+  if (array.type_id() == arrow::Type::DATE32) {
+    visit(array.data()->GetValues<std::int32_t>(1));
+  } else {
+    visit(array.data()->GetValues<std::int64_t>(1));
+  }
+}
+
+/// Shares the buffer of microseconds without missing values.
+Column timeColumn(ElementType type, const arrow::Array& array, arrow::MemoryPool* pool) {
+  const auto [times, by] = *timeUnitOf(*array.type());
+  const arrow::ArrayData& data = *array.data();
+  if (times == by && array.null_count() == 0) {
+    return Column(type, arrow::ArrayData::Make(arrowTypeOf(type), data.length,
+                                               {nullptr, data.buffers[1]}, 0, data.offset));
+  }
+  std::shared_ptr<arrow::Buffer> buffer = checked(
+      arrow::AllocateBuffer(data.length * static_cast<std::int64_t>(sizeof(std::int64_t)), pool));
+  auto* microseconds = buffer->mutable_data_as<std::int64_t>();
+  visitTimes(array, [&](const auto* values) {
+    for (std::int64_t row = 0; row < data.length; ++row) {
+      const std::int64_t value = array.IsNull(row) ? 0 : values[row] * times;
+      const std::int64_t whole = value / by - (value % by < 0 ? 1 : 0);
+      microseconds[row] = array.IsNull(row) ? kNaT : whole;
+    }
+  });
+  return Column(type, data.length, std::move(buffer));
+}
+
 /// Arrow's logicals are bits; ours are bytes.
 Column logicalColumn(const arrow::Array& array, arrow::MemoryPool* pool) {
   const arrow::ArrayData& data = *array.data();
@@ -225,6 +291,12 @@ ElementType elementTypeOf(const arrow::DataType& type) {
       return ElementType::Int64;
     case arrow::Type::UINT64:
       return ElementType::UInt64;
+    case arrow::Type::TIMESTAMP:
+    case arrow::Type::DATE32:
+    case arrow::Type::DATE64:
+      return ElementType::DateTime;
+    case arrow::Type::DURATION:
+      return ElementType::Duration;
     default:
       return isText(type) ? ElementType::String : ElementType::Unknown;
   }
@@ -243,9 +315,29 @@ Column toColumn(ElementType type, const arrow::Array& array, arrow::MemoryPool* 
       return logicalColumn(array, pool);
     case ElementType::String:
       return textColumn(array, pool);
+    case ElementType::DateTime:
+    case ElementType::Duration:
+      return timeColumn(type, array, pool);
     default:
       return integerColumn(type, array);
   }
+}
+
+std::optional<std::int64_t> firstBeyondTimes(const arrow::Array& array) {
+  const std::optional<TimeUnit> unit = timeUnitOf(*array.type());
+  if (!unit || unit->times == 1) {
+    return std::nullopt;
+  }
+  const std::int64_t most = std::numeric_limits<std::int64_t>::max() / unit->times;
+  std::optional<std::int64_t> found;
+  visitTimes(array, [&](const auto* values) {
+    for (std::int64_t row = 0; row < array.length() && !found; ++row) {
+      if ((values[row] > most || values[row] < -most) && !array.IsNull(row)) {
+        found = row;
+      }
+    }
+  });
+  return found;
 }
 
 std::optional<std::int64_t> firstNotText(const Column& texts) {

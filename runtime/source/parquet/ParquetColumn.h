@@ -10,17 +10,21 @@
 namespace kv::runtime {
 
 /// The element type under which values of an Arrow type are read: the same one for numbers,
-/// logicals and texts; Double for decimals and for a column without values, Single for half floats.
+/// logicals and texts; Double for decimals and for a column without values, Single for half floats,
+/// DateTime for dates and timestamps, Duration for durations, whatever their unit.
 ///
-/// Result: Unknown for other types, such as times and nested ones.
+/// Result: Unknown for other types, such as times of day and nested ones.
 ElementType elementTypeOf(const arrow::DataType& type);
 
 /// The values of an array as a column of `type`, nullable if it has nulls. A decimal becomes the
-/// nearest double.
+/// nearest double; a time is rounded to microseconds, towards the past.
 ///
-/// Requires: type == elementTypeOf(the array's type), not Unknown.
+/// Requires: firstBeyondTimes(array) is none; type == elementTypeOf(the array's type), not Unknown.
 /// Errors:   std::bad_alloc; "KALVEX:memory:TextTooLarge".
 Column toColumn(ElementType type, const arrow::Array& array, arrow::MemoryPool* pool);
+
+/// The first row of an array of times that is beyond 64-bit microseconds.
+std::optional<std::int64_t> firstBeyondTimes(const arrow::Array& array);
 
 /// The first row of a String column that isn't UTF-8.
 std::optional<std::int64_t> firstNotText(const Column& texts);

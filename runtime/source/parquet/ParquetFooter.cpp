@@ -82,7 +82,7 @@ bool mayHoldNulls(const parquet::FileMetaData& metadata, int leaf) {
 
 void readColumns(ParquetFooter& footer) {
   parquet::arrow::SchemaManifest manifest;
-  const parquet::ArrowReaderProperties properties;
+  const parquet::ArrowReaderProperties properties = parquetProperties();
   PARQUET_THROW_NOT_OK(parquet::arrow::SchemaManifest::Make(
       footer.metadata->schema(), footer.metadata->key_value_metadata(), properties, &manifest));
   std::vector<std::string> names;
@@ -117,6 +117,14 @@ void checkRows(const parquet::FileMetaData& metadata) {
 }
 
 }  // namespace
+
+parquet::ArrowReaderProperties parquetProperties() {
+  parquet::ArrowReaderProperties properties(/*use_threads=*/false);
+  properties.set_pre_buffer(false);
+  properties.set_arrow_extensions_enabled(false);
+  properties.set_coerce_int96_timestamp_unit(arrow::TimeUnit::MICRO);
+  return properties;
+}
 
 std::shared_ptr<const ParquetFooter> ParquetFooter::read(const SourceInput& input) {
   const std::string bytes = footerBytes(input);

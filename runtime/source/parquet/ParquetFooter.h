@@ -9,13 +9,18 @@
 #include "source/SourceInput.h"
 
 namespace parquet {
+class ArrowReaderProperties;
 class FileMetaData;
-}
+}  // namespace parquet
 
 namespace kv::runtime {
 
 /// Uncompressed bytes up to which consecutive row groups form one partition.
 inline constexpr std::int64_t kParquetPartitionBytes = 64 << 20;
+
+/// How Arrow's types are made of a file's types, and columns read: by one thread, without code of
+/// extension types, and with timestamps of 96 bits as microseconds.
+parquet::ArrowReaderProperties parquetProperties();
 
 /// Row groups [first, end) of a file, which form a partition.
 struct RowGroups {

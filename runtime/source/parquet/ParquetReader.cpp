@@ -116,10 +116,8 @@ void ParquetReader::open() {
     properties.enable_buffered_stream();
     properties.set_buffer_size(kStreamBytes);
   }
-  parquet::ArrowReaderProperties arrowProperties(/*use_threads=*/false);
+  parquet::ArrowReaderProperties arrowProperties = parquetProperties();
   arrowProperties.set_batch_size(chunkRows_);
-  arrowProperties.set_pre_buffer(false);
-  arrowProperties.set_arrow_extensions_enabled(false);
   parquet::arrow::FileReaderBuilder builder;
   PARQUET_THROW_NOT_OK(builder.Open(input_, properties, footer_->metadata));
   builder.memory_pool(request_.pool)->properties(arrowProperties);
@@ -182,6 +180,9 @@ std::optional<Column> ParquetReader::nextBatch(std::size_t column) {
   const arrow::Array& array = *batch->column(0);
   if (elementTypeOf(*array.type()) != info.type || !array.Validate().ok()) {
     raiseBadData(column, "its pages can't be decoded, so the file is damaged");
+  }
+  if (firstBeyondTimes(array)) {
+    raiseBadData(column, "it has a time that doesn't fit 64-bit microseconds");
   }
   Column values = toColumn(info.type, array, request_.pool);
   if (info.type == ElementType::String) {
