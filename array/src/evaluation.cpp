@@ -47,13 +47,10 @@ Facts lastFacts() {
   const auto field = [&](std::string_view name) {
     return host::toDouble(kxGetField(facts.get(), 0, name));
   };
-  const auto bytes = [&](std::string_view name) { return static_cast<std::int64_t>(field(name)); };
-  return {static_cast<std::int64_t>(field("rows")),
-          static_cast<int>(field("passes")),
-          field("seconds"),
-          bytes("peakBytes"),
-          bytes("memoryPeakBytes"),
-          bytes("memoryLimitBytes")};
+  const auto whole = [&](std::string_view name) { return static_cast<std::int64_t>(field(name)); };
+  return {whole("rows"),       static_cast<int>(field("passes")), field("seconds"),
+          whole("peakBytes"),  whole("memoryPeakBytes"),          whole("memoryLimitBytes"),
+          whole("skippedRows")};
 }
 
 void requireOwn(const Session::Impl& session, std::span<const Array> arrays) {

@@ -7,9 +7,11 @@ import threading
 import time
 
 import numpy as np
+import pyarrow as pa
 import pytest
 from conftest import EXECUTOR, LAZY
 from kvbigdata import host
+from pyarrow import parquet as pq
 
 
 def here():
@@ -396,3 +398,40 @@ def test_types_and_missing_values_do_not_depend_on_gathering(session, tmp_path):
         for nothing in (missing, element("not", missing), element("and", missing, True)):
             assert math.isnan(session.call("gather", nothing))
         session.call("gather", n, both, missing, nargout=3)
+
+
+def test_skipped_row_groups_change_neither_pieces_nor_times(session, tmp_path, monkeypatch):
+    rows = np.arange(120_000)
+    table = pa.table({"x": rows, "when": rows.astype("M8[h]").astype("M8[us]")})
+    pq.write_table(table, tmp_path / "t.parquet", row_group_size=7_001)
+    read = session.call(
+        "createFromDatastoreBuiltin", session.call("kv.datastore", str(tmp_path / "t.parquet"))
+    )
+
+    def column(name, table):
+        return session.call("subsrefTabularVar", ":", name, True, table)
+
+    def kept(function, value):
+        keep = session.call(
+            "elementfun", host.Function(f"kv.element.{function}"), column("x", read), value
+        )
+        return column("when", session.call("filterslices", keep, read))
+
+    pieces = {"": [], "-prune": []}
+    skipped = {}
+    for switches, given in pieces.items():
+        monkeypatch.setenv("KV_OPTIMIZER", switches)
+        for function, value in (("ge", 60_000), ("lt", 30_000), ("eq", 100_000), ("gt", 10**6)):
+
+            def later(nargout, moments, given=given):
+                given.append(moments)
+                return moments + np.timedelta64(1, "D")
+
+            array = session.call("elementfun", later, kept(function, np.int64(value)))
+            given.append(session.call("gather", array))
+        skipped[switches] = session.call("kv.lastEvaluation")["skippedRows"]
+    assert skipped == {"": 120_000.0, "-prune": 0.0}
+    assert [piece.shape for piece in pieces[""]] == [piece.shape for piece in pieces["-prune"]]
+    for piece, other in zip(*pieces.values(), strict=True):
+        assert piece.dtype == "M8[us]"
+        np.testing.assert_array_equal(piece, other)

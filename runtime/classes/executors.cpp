@@ -1,5 +1,10 @@
+#include <algorithm>
+#include <array>
 #include <memory>
+#include <ranges>
+#include <string_view>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "classes/arrays.h"
@@ -152,18 +157,21 @@ void setThreadsFunction(const Call& call) {
 
 /// lastEvaluation(): a structure that describes the last evaluation of this session.
 void lastEvaluation(const Call& call) {
-  constexpr std::array<std::string_view, 6> kFields{
-      "rows", "passes", "seconds", "peakBytes", "memoryPeakBytes", "memoryLimitBytes"};
   const EvaluationFacts& facts = runtimeState().lastEvaluation;
-  const std::array<double, 6> numbers{static_cast<double>(facts.rows),
-                                      static_cast<double>(facts.passes),
-                                      facts.seconds,
-                                      static_cast<double>(facts.peakBytes),
-                                      static_cast<double>(facts.memoryPeakBytes),
-                                      static_cast<double>(facts.memoryLimitBytes)};
-  Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, kFields));
-  for (std::size_t i = 0; i < kFields.size(); ++i) {
-    kxSetField(record.get(), 0, kFields[i], host::makeDouble(numbers[i]).release());
+  const std::array<std::pair<std::string_view, double>, 7> fields{{
+      {"rows", static_cast<double>(facts.rows)},
+      {"passes", static_cast<double>(facts.passes)},
+      {"seconds", facts.seconds},
+      {"peakBytes", static_cast<double>(facts.peakBytes)},
+      {"memoryPeakBytes", static_cast<double>(facts.memoryPeakBytes)},
+      {"memoryLimitBytes", static_cast<double>(facts.memoryLimitBytes)},
+      {"skippedRows", static_cast<double>(facts.skippedRows)},
+  }};
+  std::array<std::string_view, fields.size()> names;
+  std::ranges::copy(std::views::keys(fields), names.begin());
+  Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, names));
+  for (const auto& [name, number] : fields) {
+    kxSetField(record.get(), 0, name, host::makeDouble(number).release());
   }
   call.out(0, std::move(record));
 }

@@ -27,6 +27,7 @@ struct EvaluationFacts {
   std::int64_t peakBytes = 0;         ///< peak resident memory of the process so far
   std::int64_t memoryPeakBytes = 0;   ///< the most of the limited memory that the session has used
   std::int64_t memoryLimitBytes = 0;  ///< of the session
+  std::int64_t skippedRows = 0;       ///< of the sources, left out by statistics, in all passes
 };
 
 /// The facts when everything that was asked for is there already.

@@ -7,8 +7,10 @@
 #include <utility>
 
 #include "column/ChunkBuffer.h"
+#include "column/concatenate.h"
 #include "column/pieces.h"
 #include "kv/errors/StepError.h"
+#include "kv/runtime/ElementFunctions.h"
 #include "source/memory/ArrayDatastore.h"
 
 // The rows of a stage come from its source or, if it has none, from values whose places agree. In
@@ -55,11 +57,13 @@ class SourceReader final : public StageReader {
     return chunks;
   }
 
+  std::int64_t skippedRows() const override { return reader_->skippedRows(); }
+
  private:
   std::unique_ptr<ChunkReader> reader_;
 };
 
-/// Cuts what another reader gives into pieces.
+/// Cuts what another reader gives into pieces, which lack the rows that the reader leaves out.
 class PieceReader final : public StageReader {
  public:
   PieceReader(std::unique_ptr<ChunkReader> reader, const CancellationToken& cancellation)
@@ -67,25 +71,41 @@ class PieceReader final : public StageReader {
 
   std::vector<Chunk> next() override {
     cancellation_.throwIfCancelled();
-    while (!isAtEnd_ && waiting_.rows() < kPieceRows) {
-      if (std::optional<Chunk> chunk = reader_->next()) {
-        waiting_.push(*std::move(chunk));
-      } else {
-        isAtEnd_ = true;
+    ChunkBuffer piece;
+    std::int64_t end = 0;  // of the piece
+    while (true) {
+      if (!rest_) {
+        rest_ = reader_->next();
+      }
+      if (!rest_ || (piece.rows() > 0 && rest_->ordinals.at(0) >= end)) {
+        return taken(piece);
+      }
+      const std::int64_t first = rest_->ordinals.at(0);
+      end = (first / kPieceRows + 1) * kPieceRows;
+      const std::int64_t rows = std::min(rest_->rows(), end - first);
+      piece.push(slice(*rest_, 0, rows));
+      rest_ = rows < rest_->rows() ? std::optional(slice(*rest_, rows, rest_->rows() - rows))
+                                   : std::nullopt;
+      if (first + rows == end) {
+        return taken(piece);
       }
     }
+  }
+
+  std::int64_t skippedRows() const override { return reader_->skippedRows(); }
+
+ private:
+  static std::vector<Chunk> taken(ChunkBuffer& piece) {
     std::vector<Chunk> chunks;
-    if (waiting_.rows() > 0) {
-      chunks.push_back(waiting_.take(std::min(kPieceRows, waiting_.rows())));
+    if (piece.rows() > 0) {
+      chunks.push_back(piece.take(piece.rows()));
     }
     return chunks;
   }
 
- private:
   std::unique_ptr<ChunkReader> reader_;
   const CancellationToken& cancellation_;
-  ChunkBuffer waiting_;
-  bool isAtEnd_ = false;
+  std::optional<Chunk> rest_;  ///< of the last chunk
 };
 
 /// Arrays in memory, side by side.
@@ -104,6 +124,7 @@ class ArraysReader final : public StageReader {
 StageRows::StageRows(const Stage& stage) : stage_(stage) {
   findRows();
   findPlaces();
+  findConditions();
 }
 
 void StageRows::findRows() {
@@ -155,6 +176,34 @@ void StageRows::findPlaces() {
       places = known->second ? std::move(places) : nullptr;
     }
     places_.push_back(std::move(places));
+  }
+}
+
+/// Reads of one source get the same rows, so only conditions that all of them have count, and of
+/// these the ones with a single value. A stage may come from anyone, so nothing is taken for
+/// granted.
+void StageRows::findConditions() {
+  std::optional<std::vector<ReadCondition>> common;
+  for (const Step& step : stage_.steps()) {
+    if (step.op->source() == nullptr) {
+      continue;
+    }
+    const std::vector<ReadCondition> conditions = step.op->conditions();
+    if (common && conditions != *common) {
+      return;
+    }
+    common = conditions;
+  }
+  for (const ReadCondition& condition : common.value_or(std::vector<ReadCondition>())) {
+    const ElementFunction* comparison = findElementFunction(condition.comparison);
+    const StageInput* input =
+        condition.value < stage_.inputs().size() ? &stage_.inputs()[condition.value] : nullptr;
+    const bool isValue = input != nullptr && input->places == nullptr && !input->isOpaque &&
+                         input->rows.names == nullptr && input->rows.columns.size() == 1 &&
+                         input->rows.rows() == 1;
+    if (comparison != nullptr && isValue) {
+      conditions_.push_back({condition.column, comparison, input->rows.columns.front()});
+    }
   }
 }
 
@@ -210,7 +259,8 @@ std::unique_ptr<StageReader> StageRows::openPartition(std::int64_t partition,
         PositionReader(std::move(arrays), *positions_, partition, chunkRows, cancellation));
   }
   const StageSource& source = stage_.sources().front();
-  auto reader = source.store->openPartition(partition, source.columns, cancellation);
+  auto reader =
+      source.store->openPartitionWhere(partition, source.columns, conditions_, cancellation);
   if (stage_.callsUser()) {
     return std::make_unique<PieceReader>(std::move(reader), cancellation);
   }

@@ -23,6 +23,9 @@ class StageReader {
   /// none, one chunk without columns. None after the last rows.
   /// Errors: as for ChunkReader::next.
   virtual std::vector<Chunk> next() = 0;
+
+  /// As of ChunkReader.
+  virtual std::int64_t skippedRows() const { return 0; }
 };
 
 /// The rows that flow through a stage: those of the sources that it reads, or, in a stage that
@@ -48,8 +51,8 @@ class StageRows {
   /// of what each step makes.
   std::int64_t estimateBytes(std::int64_t partition) const;
 
-  /// A reader of the columns that the stage needs. Where a step calls a function of the user's own,
-  /// chunks are pieces.
+  /// A reader of the columns that the stage needs, without rows that the conditions of its reads
+  /// leave out. Where a step calls a function of the user's own, chunks are pieces.
   std::unique_ptr<StageReader> openPartition(std::int64_t partition,
                                              const CancellationToken& cancellation) const;
 
@@ -57,12 +60,14 @@ class StageRows {
   void findRows();
   void findPlaces();
   bool hasPlaces(const RowCut& cut) const;
+  void findConditions();
 
   const Stage& stage_;
   std::shared_ptr<const RowCut> cut_;     ///< of gathered rows; null where the stage reads a source
   std::optional<PositionCut> positions_;  ///< if the rows are positions
   std::string source_;
   std::vector<std::shared_ptr<const RowPlaces>> places_;  ///< of each input, or null
+  std::vector<RowCondition> conditions_;
 };
 
 }  // namespace kv::runtime

@@ -81,6 +81,12 @@ class UnitRun {
     }
   }
 
+  /// Notes how many rows were left out.
+  void addSkipped(std::int64_t rows) {
+    result_.rows += rows;
+    result_.skippedRows += rows;
+  }
+
   /// Notes that a step failed; `rows` is empty where none are known.
   void fail(std::size_t step, const std::exception_ptr& thrown, GivenRows rows = {}) {
     const GivenRows* ofCall = runs_[step] != nullptr ? runs_[step]->rowsAtHand() : nullptr;
@@ -290,6 +296,7 @@ void readThrough(UnitRun& run, const Stage& stage, const StageRows& rows, const 
   while (!chunks.empty() && run.advance(chunks)) {
     chunks = reader->next();
   }
+  run.addSkipped(reader != nullptr ? reader->skippedRows() : 0);
   run.endRows();
 }
 

@@ -20,7 +20,8 @@ namespace kv::runtime {
 /// What one unit gave.
 struct UnitResult {
   std::int64_t partition = 0;
-  std::int64_t rows = 0;                       ///< of the source
+  std::int64_t rows = 0;                       ///< of the source, skipped ones included
+  std::int64_t skippedRows = 0;                ///< that weren't read
   std::vector<SinkResult> sinks{};             ///< by output of the stage
   std::map<std::size_t, OutputTypes> types{};  ///< of the functions that were called, by step
   std::optional<errors::FailureRecord> failure{};

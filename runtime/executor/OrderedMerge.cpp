@@ -47,6 +47,7 @@ std::int64_t OrderedMerge::keptBytes() const {
 /// Types come first: a function that returned two has failed before its results are of use.
 std::optional<errors::FailureRecord> OrderedMerge::merge(UnitResult result) {
   partitionRows_.push_back(result.rows);
+  skippedRows_ += result.skippedRows;
   if (std::optional<errors::FailureRecord> failure = addTypes(result)) {
     return failure;
   }

@@ -38,6 +38,9 @@ class OrderedMerge {
   /// Rows of the source, of each partition merged so far.
   const std::vector<std::int64_t>& partitionRows() const { return partitionRows_; }
 
+  /// Rows of these that weren't read.
+  std::int64_t skippedRows() const { return skippedRows_; }
+
   /// True if a function of the stage was called for no row at all.
   bool hasUncalledFunction() const;
 
@@ -56,6 +59,7 @@ class OrderedMerge {
   std::vector<std::unique_ptr<SinkMerge>> merges_;
   std::map<std::int64_t, UnitResult> early_;
   std::vector<std::int64_t> partitionRows_;
+  std::int64_t skippedRows_ = 0;
   std::map<std::size_t, OutputTypes> types_;
 };
 

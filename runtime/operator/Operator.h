@@ -30,6 +30,15 @@
 
 namespace kv::runtime {
 
+/// A condition that all rows of a source must fulfil to matter.
+struct ReadCondition {
+  std::string column;
+  std::string comparison;  ///< `lt`, `le`, `gt`, `ge` or `eq`
+  std::size_t value = 0;   ///< the number of the stage's input with which the column is compared
+
+  bool operator==(const ReadCondition&) const = default;
+};
+
 /// What an operator does to rows.
 enum class RowEffect : std::uint8_t {
   Create,  ///< brings rows into the stage
@@ -177,6 +186,18 @@ class Operator {
 
   /// The columns of the source that it reads, in the source's order.
   virtual std::vector<std::string> columns() const { return {}; }
+
+  /// The conditions of `read`.
+  virtual std::vector<ReadCondition> conditions() const { return {}; }
+
+  /// The function of matching rows that the step is; null for any other step.
+  virtual const ElementFunction* elementFunction() const { return nullptr; }
+
+  /// True if the step takes columns of a table, its only input.
+  virtual bool takesColumns() const { return false; }
+
+  /// The name of the column that the step takes out of a table, as an array; none for a table.
+  virtual std::optional<std::string> contentColumn() const { return std::nullopt; }
 
   /// What a plan says about the step besides its label.
   virtual std::string planNote() const { return {}; }

@@ -13,6 +13,7 @@ class Elementwise final : public StatelessOperator {
 
   std::string_view kind() const override { return "elementwise"; }
   bool spreads() const override { return spreads_; }
+  const ElementFunction* elementFunction() const override { return &function_; }
 
   std::vector<Chunk> process(const StepInputs& inputs) const override {
     const Chunk& rows = inputs.sharedRows();

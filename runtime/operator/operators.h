@@ -17,10 +17,13 @@ namespace kv::runtime {
 
 using OperatorPtr = std::shared_ptr<const Operator>;
 
-/// The rows of a source, as a table of the named columns, or of all.
-/// Requires: the columns are those of the source, in its order.
+/// The rows of a source, as a table of the named columns, or of all. Rows may be left out for which
+/// a condition isn't true.
+/// Requires: the columns are those of the source, in its order; those of the conditions can be
+/// read.
 OperatorPtr makeRead(std::shared_ptr<const Datastore> source);
-OperatorPtr makeRead(std::shared_ptr<const Datastore> source, std::vector<std::string> columns);
+OperatorPtr makeRead(std::shared_ptr<const Datastore> source, std::vector<std::string> columns,
+                     std::vector<ReadCondition> conditions = {});
 
 /// Columns of a table, by name: a table, or for `isContent` the one column as an array.
 /// Errors of a run: "KALVEX:array:NeedsTable"; "KALVEX:array:UnknownColumn" with the columns that

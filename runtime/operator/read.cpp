@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cassert>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "operator/operators.h"
@@ -34,10 +35,18 @@ std::vector<std::string> readableColumns(const Schema& schema) {
   return names;
 }
 
+bool isReadable(const Schema& schema, const std::string& name) {
+  const auto column = std::ranges::find(schema, name, &ColumnInfo::name);
+  return column != schema.end() && column->isReadable();
+}
+
 class Read final : public StatelessOperator {
  public:
-  Read(std::shared_ptr<const Datastore> source, std::optional<std::vector<std::string>> columns)
-      : source_(std::move(source)), columns_(std::move(columns)) {}
+  Read(std::shared_ptr<const Datastore> source, std::optional<std::vector<std::string>> columns,
+       std::vector<ReadCondition> conditions)
+      : source_(std::move(source)),
+        columns_(std::move(columns)),
+        conditions_(std::move(conditions)) {}
 
   std::string_view kind() const override { return "read"; }
   RowEffect rowEffect() const override { return RowEffect::Create; }
@@ -48,31 +57,48 @@ class Read final : public StatelessOperator {
 
   std::string planNote() const override {
     const std::vector<std::string> read = columns();
-    return fmt::format("{} of {} columns: {}", read.size(), source_->schema().size(),
-                       fmt::join(read, ", "));
+    std::string note = fmt::format("{} of {} columns: {}", read.size(), source_->schema().size(),
+                                   fmt::join(read, ", "));
+    std::set<std::string> names;
+    for (const ReadCondition& condition : conditions_) {
+      names.insert(condition.column);
+    }
+    return names.empty()
+               ? note
+               : fmt::format("{}; skips rows by statistics of {}", note, fmt::join(names, ", "));
   }
+
+  std::vector<ReadCondition> conditions() const override { return conditions_; }
 
   std::vector<Chunk> process(const StepInputs& inputs) const override { return {inputs.source()}; }
 
   void write(ByteWriter& bytes) const override {
     bytes.text(source_->describe());
     bytes.texts(columns());
+    bytes.number<std::uint64_t>(conditions_.size());
+    for (const ReadCondition& condition : conditions_) {
+      bytes.text(condition.column);
+      bytes.text(condition.comparison);
+      bytes.number<std::uint64_t>(condition.value);
+    }
   }
 
  private:
   std::shared_ptr<const Datastore> source_;
   std::optional<std::vector<std::string>> columns_;  ///< none: all that can be read
+  std::vector<ReadCondition> conditions_;
 };
 
 }  // namespace
 
 OperatorPtr makeRead(std::shared_ptr<const Datastore> source) {
-  return std::make_shared<Read>(std::move(source), std::nullopt);
+  return std::make_shared<Read>(std::move(source), std::nullopt, std::vector<ReadCondition>());
 }
 
-OperatorPtr makeRead(std::shared_ptr<const Datastore> source, std::vector<std::string> columns) {
+OperatorPtr makeRead(std::shared_ptr<const Datastore> source, std::vector<std::string> columns,
+                     std::vector<ReadCondition> conditions) {
   assert(hasInOrder(source->schema(), columns));
-  return std::make_shared<Read>(std::move(source), std::move(columns));
+  return std::make_shared<Read>(std::move(source), std::move(columns), std::move(conditions));
 }
 
 OperatorPtr readRead(ByteReader& bytes) {
@@ -81,7 +107,16 @@ OperatorPtr readRead(ByteReader& bytes) {
   if (!hasInOrder(source->schema(), columns)) {
     bytes.refuse();
   }
-  return makeRead(std::move(source), std::move(columns));
+  std::vector<ReadCondition> conditions(bytes.count(3 * sizeof(std::uint64_t)));
+  for (ReadCondition& condition : conditions) {
+    condition.column = bytes.text();
+    condition.comparison = bytes.text();
+    condition.value = bytes.number<std::uint64_t>();
+    if (!isReadable(source->schema(), condition.column)) {
+      bytes.refuse();
+    }
+  }
+  return makeRead(std::move(source), std::move(columns), std::move(conditions));
 }
 
 }  // namespace kv::runtime

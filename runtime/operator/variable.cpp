@@ -16,6 +16,10 @@ class Variable final : public StatelessOperator {
         isContent_(isContent) {}
 
   std::string_view kind() const override { return "variable"; }
+  bool takesColumns() const override { return true; }
+  std::optional<std::string> contentColumn() const override {
+    return isContent_ ? std::optional(names_->front()) : std::nullopt;
+  }
 
   ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& /*asked*/) const override {
     return {false, {names_->begin(), names_->end()}};

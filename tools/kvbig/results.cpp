@@ -106,10 +106,12 @@ std::string shownBytes(std::int64_t bytes) {
 std::string factsLine(const Facts& facts) {
   const std::string process =
       facts.peakBytes == 0 ? "" : fmt::format(", peak memory {}", shownBytes(facts.peakBytes));
-  return fmt::format("{} row{}, {} pass{}, {:.2f} s{}, data {} (limit {})\n", grouped(facts.rows),
-                     facts.rows == 1 ? "" : "s", facts.passes, facts.passes == 1 ? "" : "es",
-                     facts.seconds, process, shownBytes(facts.memoryPeakBytes),
-                     shownBytes(facts.memoryLimitBytes));
+  const std::string skipped =
+      facts.skippedRows == 0 ? "" : fmt::format(" ({} skipped)", grouped(facts.skippedRows));
+  return fmt::format("{} row{}{}, {} pass{}, {:.2f} s{}, data {} (limit {})\n", grouped(facts.rows),
+                     facts.rows == 1 ? "" : "s", skipped, facts.passes,
+                     facts.passes == 1 ? "" : "es", facts.seconds, process,
+                     shownBytes(facts.memoryPeakBytes), shownBytes(facts.memoryLimitBytes));
 }
 
 }  // namespace
@@ -146,9 +148,9 @@ std::string resultsAsJson(const std::vector<std::string>& labels, const Gathered
   const Facts& facts = gathered.facts;
   return fmt::format(
       "{{\"results\": {{{}}}, \"rows\": {}, \"passes\": {}, \"seconds\": {}, \"peak_bytes\": "
-      "{}, \"memory_peak_bytes\": {}, \"memory_limit_bytes\": {}}}\n",
+      "{}, \"memory_peak_bytes\": {}, \"memory_limit_bytes\": {}, \"skipped_rows\": {}}}\n",
       results, facts.rows, facts.passes, facts.seconds, facts.peakBytes, facts.memoryPeakBytes,
-      facts.memoryLimitBytes);
+      facts.memoryLimitBytes, facts.skippedRows);
 }
 
 std::string planAsText(std::string plan, bool json) {

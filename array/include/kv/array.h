@@ -36,6 +36,7 @@ struct Facts {
   std::int64_t peakBytes = 0;         ///< peak resident memory of the process so far; 0: unknown
   std::int64_t memoryPeakBytes = 0;   ///< the most of its limit that the session has used so far
   std::int64_t memoryLimitBytes = 0;  ///< see Session::setMemoryLimit
+  std::int64_t skippedRows = 0;  ///< rows that statistics of the files ruled out, in all passes
 };
 
 struct Gathered {
@@ -45,8 +46,8 @@ struct Gathered {
 
 /// How a table is read.
 struct ReadOptions {
-  /// Types of columns by name: "double", "single", "int8" ... "uint64", "logical", "string". A
-  /// Parquet file fixes the types of its columns; others are refused.
+  /// Types of columns by name: "double", "single", "int8" ... "uint64", "logical", "string",
+  /// "datetime", "duration". A Parquet file fixes the types of its columns; others are refused.
   std::map<std::string, std::string> types;
 };
 

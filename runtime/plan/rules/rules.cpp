@@ -15,6 +15,7 @@ namespace {
 
 constexpr Rule kRules[] = {
     {"columns", readNeededColumns},
+    {"prune", skipRowGroups},
 };
 
 [[noreturn]] void refuseSwitch(std::string_view word) {

@@ -180,8 +180,14 @@ const std::string& ParquetDatastore::fingerprint() const { return state_->finger
 std::unique_ptr<ChunkReader> ParquetDatastore::openPartition(
     std::int64_t partition, const std::vector<std::string>& columns,
     const CancellationToken& cancellation) const {
+  return openPartitionWhere(partition, columns, {}, cancellation);
+}
+
+std::unique_ptr<ChunkReader> ParquetDatastore::openPartitionWhere(
+    std::int64_t partition, const std::vector<std::string>& columns,
+    const std::vector<RowCondition>& conditions, const CancellationToken& cancellation) const {
   const Place& place = state_->places.at(static_cast<std::size_t>(partition));
-  ParquetRequest request{partition, place.groups, {}, currentPool()};
+  ParquetRequest request{partition, place.groups, {}, conditions, currentPool()};
   for (const std::string& name : columns) {
     request.columns.push_back(schema()[columnIndex(schema(), name)]);
     const ColumnInfo& column = request.columns.back();

@@ -50,6 +50,11 @@ class ParquetDatastore final : public FileDatastore {
   std::optional<std::int64_t> knownRows(std::int64_t partition) const override;
   std::int64_t estimateBytes(std::int64_t partition,
                              const std::vector<std::string>& columns) const override;
+  bool canSkipRows() const override { return true; }
+  std::unique_ptr<ChunkReader> openPartitionWhere(
+      std::int64_t partition, const std::vector<std::string>& columns,
+      const std::vector<RowCondition>& conditions,
+      const CancellationToken& cancellation) const override;
   std::unique_ptr<Datastore> copy() const override;
   const std::string& fingerprint() const override;
   std::string describe() const override;

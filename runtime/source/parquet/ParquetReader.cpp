@@ -20,6 +20,7 @@
 #include "kv/errors/StepError.h"
 #include "source/FileTable.h"
 #include "source/parquet/ParquetColumn.h"
+#include "source/parquet/ParquetStatistics.h"
 
 namespace kv::runtime {
 
@@ -103,16 +104,16 @@ ParquetReader::~ParquetReader() = default;
 
 void ParquetReader::open() {
   chunkRows_ = chunkRowsOf(*footer_, request_.groups);
+  findRuns();
   if (request_.columns.empty()) {
     return;
   }
-  std::vector<int> leaves;
   for (const std::string& name : *names_) {
-    leaves.push_back(footer_->leaves[columnIndex(footer_->schema, name)]);
+    leaves_.push_back(footer_->leaves[columnIndex(footer_->schema, name)]);
   }
   parquet::ReaderProperties properties(request_.pool);
   properties.set_page_checksum_verification(true);
-  if (compressedBytes(*footer_, request_.groups, leaves) > kWholeBytes) {
+  if (compressedBytes(*footer_, request_.groups, leaves_) > kWholeBytes) {
     properties.enable_buffered_stream();
     properties.set_buffer_size(kStreamBytes);
   }
@@ -122,22 +123,65 @@ void ParquetReader::open() {
   PARQUET_THROW_NOT_OK(builder.Open(input_, properties, footer_->metadata));
   builder.memory_pool(request_.pool)->properties(arrowProperties);
   PARQUET_ASSIGN_OR_THROW(file_, builder.Build());
+  columns_.resize(leaves_.size());
+}
 
-  std::vector<int> groups(static_cast<std::size_t>(request_.groups.end - request_.groups.first));
-  std::iota(groups.begin(), groups.end(), request_.groups.first);
-  for (const int leaf : leaves) {
-    columns_.emplace_back();
-    PARQUET_ASSIGN_OR_THROW(columns_.back().batches, file_->GetRecordBatchReader(groups, {leaf}));
+/// The row groups that may have a row which fulfils all conditions.
+void ParquetReader::findRuns() {
+  std::int64_t row = 0;
+  for (std::int32_t group = request_.groups.first; group < request_.groups.end; ++group) {
+    const std::int64_t rows = footer_->metadata->RowGroup(group)->num_rows();
+    const bool isSkipped =
+        std::ranges::any_of(request_.conditions, [&](const RowCondition& condition) {
+          return holdsNoRow(*footer_, group, condition, request_.pool);
+        });
+    const bool isRead = !isSkipped && rows > 0;
+    if (isRead && (runs_.empty() || runs_.back().end != group)) {
+      runs_.push_back({group, group, row, 0});
+    }
+    if (isRead) {
+      runs_.back().end = group + 1;
+      runs_.back().rows += rows;
+    }
+    row += rows;
+  }
+}
+
+/// Opens readers of the next run, after the rows that come before it.
+void ParquetReader::startRun() {
+  const Run& run = runs_[run_];
+  skippedRows_ += run.firstRow - nextRow_;
+  nextRow_ = run.firstRow;
+  std::vector<int> groups(static_cast<std::size_t>(run.end - run.first));
+  std::iota(groups.begin(), groups.end(), run.first);
+  for (std::size_t column = 0; column < columns_.size(); ++column) {
+    const arrow::Status status = statusOf(*input_, [&] {
+      return file_->GetRecordBatchReader(groups, {leaves_[column]})
+          .Value(&columns_[column].batches);
+    });
+    if (!status.ok()) {
+      raiseBadData(column, reasonOf(status));
+    }
+    columns_[column].rest.reset();
   }
 }
 
 std::optional<Chunk> ParquetReader::next() {
   cancellation_.throwIfCancelled();
-  const std::int64_t rows = std::min(chunkRows_, request_.groups.rows - nextRow_);
-  if (rows == 0) {
+  while (run_ < runs_.size() && nextRow_ == runs_[run_].firstRow + runs_[run_].rows) {
+    ++run_;
+  }
+  if (run_ == runs_.size()) {
+    skippedRows_ += request_.groups.rows - std::exchange(nextRow_, request_.groups.rows);
     input_->source().throwIfReplaced();
     return std::nullopt;
   }
+  if (nextRow_ <= runs_[run_].firstRow) {
+    startRun();
+  }
+  // As chunks would be if nothing was skipped.
+  const std::int64_t rows = std::min(chunkRows_ - nextRow_ % chunkRows_,
+                                     runs_[run_].firstRow + runs_[run_].rows - nextRow_);
   Chunk chunk{request_.partition, RowOrdinals(nextRow_, rows), names_, {}};
   chunk.columns.reserve(columns_.size());
   for (std::size_t column = 0; column < columns_.size(); ++column) {
@@ -152,7 +196,8 @@ Column ParquetReader::take(std::size_t column, std::int64_t rows) {
   std::vector<Column> parts;
   std::int64_t missing = rows;
   while (missing > 0) {
-    std::optional<Column> next = rest ? std::exchange(rest, std::nullopt) : nextBatch(column);
+    std::optional<Column> next =
+        rest ? std::exchange(rest, std::nullopt) : nextBatch(column, nextRow_ + rows - missing);
     if (!next) {
       raiseBadData(column, "it has fewer rows than the file");
     }
@@ -166,7 +211,7 @@ Column ParquetReader::take(std::size_t column, std::int64_t rows) {
   return parts.size() == 1 ? std::move(parts.front()) : concatenate(parts);
 }
 
-std::optional<Column> ParquetReader::nextBatch(std::size_t column) {
+std::optional<Column> ParquetReader::nextBatch(std::size_t column, std::int64_t firstRow) {
   std::shared_ptr<arrow::RecordBatch> batch;
   const arrow::Status status =
       statusOf(*input_, [&] { return columns_[column].batches->ReadNext(&batch); });
@@ -187,7 +232,7 @@ std::optional<Column> ParquetReader::nextBatch(std::size_t column) {
   Column values = toColumn(info.type, array, request_.pool);
   if (info.type == ElementType::String) {
     if (const auto row = firstNotText(values)) {
-      const std::int64_t inFile = request_.groups.firstRow + nextRow_ + *row + 1;
+      const std::int64_t inFile = request_.groups.firstRow + firstRow + *row + 1;
       errors::raiseStep("KALVEX:datastore:BadText",
                         {input_->source().file().path, std::to_string(inFile), info.name});
     }

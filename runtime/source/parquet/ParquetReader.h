@@ -21,9 +21,10 @@ namespace kv::runtime {
 
 /// A partition of Parquet files, and what is read of it.
 struct ParquetRequest {
-  std::int64_t partition = 0;  ///< of the table
-  RowGroups groups;            ///< of the file
-  Schema columns;              ///< of the file that are requested, in that order
+  std::int64_t partition = 0;            ///< of the table
+  RowGroups groups;                      ///< of the file
+  Schema columns;                        ///< of the file that are requested, in that order
+  std::vector<RowCondition> conditions;  ///< row groups without a row that fulfils them are skipped
   arrow::MemoryPool* pool = nullptr;
 };
 
@@ -42,6 +43,8 @@ class ParquetReader final : public ChunkReader {
   ///         be decoded or don't match their checksum, "KALVEX:datastore:BadText".
   std::optional<Chunk> next() override;
 
+  std::int64_t skippedRows() const override { return skippedRows_; }
+
  private:
   /// A column while it is read; columns are read independently, so that a fault has a column.
   struct ColumnRun {
@@ -49,9 +52,19 @@ class ParquetReader final : public ChunkReader {
     std::optional<Column> rest;  ///< rows that were read but not passed on yet
   };
 
+  /// Row groups [first, end) that are read, one after the other.
+  struct Run {
+    std::int32_t first = 0;
+    std::int32_t end = 0;
+    std::int64_t firstRow = 0;  ///< of the partition
+    std::int64_t rows = 0;
+  };
+
   void open();
+  void findRuns();
+  void startRun();
   Column take(std::size_t column, std::int64_t rows);
-  std::optional<Column> nextBatch(std::size_t column);
+  std::optional<Column> nextBatch(std::size_t column, std::int64_t firstRow);
   [[noreturn]] void raiseBadData(std::size_t column, const std::string& reason) const;
 
   std::shared_ptr<ParquetInput> input_;
@@ -62,7 +75,11 @@ class ParquetReader final : public ChunkReader {
   std::int64_t chunkRows_;
   std::unique_ptr<parquet::arrow::FileReader> file_;
   std::vector<ColumnRun> columns_;
+  std::vector<int> leaves_;   ///< of the columns
+  std::vector<Run> runs_;     ///< in order
+  std::size_t run_ = 0;       ///< the one that is read, or the next
   std::int64_t nextRow_ = 0;  ///< of the partition
+  std::int64_t skippedRows_ = 0;
 };
 
 }  // namespace kv::runtime

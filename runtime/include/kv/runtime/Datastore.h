@@ -30,6 +30,15 @@ struct ColumnInfo {
 /// The columns of a source, in the order of the source; names are distinct.
 using Schema = std::vector<ColumnInfo>;
 
+struct ElementFunction;
+
+/// A condition on the rows of a source: a comparison of a column with a value.
+struct RowCondition {
+  std::string column;
+  const ElementFunction* comparison = nullptr;  ///< `lt`, `le`, `gt`, `ge` or `eq`
+  Column value;                                 ///< of one row
+};
+
 /// Reads one partition of a source from its first row to its last, once.
 ///
 /// Threads: one at a time; readers of one source may run at the same time.
@@ -48,6 +57,9 @@ class ChunkReader {
   ///         reader can only be destroyed.
   /// Lives:  a chunk may outlive the reader; the reader keeps none.
   virtual std::optional<Chunk> next() = 0;
+
+  /// The number of rows so far that were left out before the last row returned, or before the end.
+  virtual std::int64_t skippedRows() const { return 0; }
 };
 
 /// A source of rows that is cut into partitions, each of which can be read separately.
@@ -73,6 +85,20 @@ class Datastore {
   virtual std::unique_ptr<ChunkReader> openPartition(
       std::int64_t partition, const std::vector<std::string>& columns,
       const CancellationToken& cancellation) const = 0;
+
+  /// True if `openPartitionWhere` may leave out rows.
+  virtual bool canSkipRows() const { return false; }
+
+  /// The same reader, which may leave out rows for which a condition isn't true; the ordinals of
+  /// the others are the same.
+  ///
+  /// Requires: the columns of `conditions` are in `schema` and can be read.
+  virtual std::unique_ptr<ChunkReader> openPartitionWhere(
+      std::int64_t partition, const std::vector<std::string>& columns,
+      const std::vector<RowCondition>& /*conditions*/,
+      const CancellationToken& cancellation) const {
+    return openPartition(partition, columns, cancellation);
+  }
 
   /// The first rows of the source, at most `rows` and at most one chunk; all columns
   /// that can be read.
