@@ -13,8 +13,8 @@ namespace kv::runtime {
 
 namespace {
 
-/// Bytes that are examined at a time: they stay in a processor's cache.
-constexpr std::int64_t kScanBytes = 256 * 1024;
+/// Bytes that are examined at a time: they stay in the cache next to a processor.
+constexpr std::int64_t kScanBytes = 64 * 1024;
 
 /// Bytes in which the next record is looked for at a time.
 constexpr std::int64_t kSearchBytes = 16 * 1024;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -27,14 +25,13 @@ class CsvTransition {
  public:
   /// Adds the bytes that follow.
   ///
-  /// Cost: bytes other than quotes at the speed of memchr.
+  /// Cost: bytes without quotes at the speed of memchr; some nanoseconds for a quote.
   void append(std::string_view bytes);
 
-  CsvState after(CsvState before) const { return after_[static_cast<std::size_t>(before)]; }
+  CsvState after(CsvState before) const;
 
  private:
-  std::array<CsvState, 5> after_{CsvState::RecordStart, CsvState::FieldStart, CsvState::Unquoted,
-                                 CsvState::Quoted, CsvState::QuoteInQuoted};
+  std::uint8_t number_ = 0;  ///< of a map of states
 };
 
 }  // namespace kv::runtime
