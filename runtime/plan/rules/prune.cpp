@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -173,6 +174,16 @@ class PassedConditions {
   std::vector<std::size_t> firstLike_;  ///< of each input, the first that is the same value
 };
 
+bool readsSeveral(const PassGraph& graph) {
+  std::set<std::string> sources;
+  for (const Step& step : graph.steps) {
+    if (const auto source = step.op->source()) {
+      sources.insert(source->fingerprint());
+    }
+  }
+  return sources.size() > 1;
+}
+
 bool isRow(const PassInput& input) { return input.from.places != nullptr; }
 
 bool hasColumns(const Schema& schema, const Conditions& conditions) {
@@ -184,9 +195,10 @@ bool hasColumns(const Schema& schema, const Conditions& conditions) {
 
 }  // namespace
 
-// Rows in memory that flow beside those of the source would miss their partners.
+// Rows in memory, or of another source, that flow beside those of the source would miss their
+// partners.
 void skipRowGroups(PassGraph& graph) {
-  if (std::ranges::any_of(graph.inputs, isRow)) {
+  if (std::ranges::any_of(graph.inputs, isRow) || readsSeveral(graph)) {
     return;
   }
   const Conditions conditions = PassedConditions(graph).find();
