@@ -11,6 +11,7 @@
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "kv/runtime/functionNames.h"
+#include "kv/runtime/timeValues.h"
 #include "runtime/RuntimeSession.h"
 #include "support/Worlds.h"
 
@@ -22,7 +23,9 @@ namespace {
 
 /// Class, dimensions and elements of a host value.
 std::string bytesOf(const kxArray* value) {
-  std::string bytes = fmt::format("{} {} ", kxGetClassName(value), kxGetM(value));
+  std::string bytes = fmt::format("{} ", kxGetClassName(value));
+  value = shapedElements(value);
+  bytes += fmt::format("{} ", kxGetM(value));
   if (Torvane::String::isString(value)) {
     for (std::size_t i = 0; i < kxGetNumberOfElements(value); ++i) {
       const auto text = Torvane::String::getString(value, i);
@@ -182,6 +185,11 @@ class Gathered : public RuntimeSession {
         if (type == ElementType::String) {
           rows += fmt::format(",{},{}", a == 0 ? "" : std::string(1, static_cast<char>('a' + a)),
                               static_cast<char>('a' + b));
+        } else if (type == ElementType::DateTime) {
+          rows +=
+              fmt::format(",{},2013-06-0{}", a == 0 ? "" : fmt::format("2013-06-0{}", a), b + 1);
+        } else if (type == ElementType::Duration) {
+          rows += fmt::format(",{},-PT{}H", a == 0 ? "" : fmt::format("PT{}S", a), b);
         } else if (type == ElementType::Logical) {
           rows += fmt::format(",{},{}", a % 2, b % 2);
         } else if (type == ElementType::Double || type == ElementType::Single) {
