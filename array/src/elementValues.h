@@ -8,7 +8,8 @@
 namespace kv {
 
 /// A value of the host as elements that share its memory.
-/// Errors: Error "KALVEX:array:NotAColumn" unless it is an array of numbers, logicals or texts.
+/// Errors: Error "KALVEX:array:NotAColumn" unless it is an array of numbers, logicals, times
+///         or texts.
 Elements toElements(host::Value value, std::string_view type, bool isScalar);
 
 /// Elements as a value of the host, which shares the memory of numbers.

@@ -10,6 +10,7 @@
 #include "foundation/i18n.h"
 #include "hostValues.h"
 #include "kv/runtime/Column.h"
+#include "kv/runtime/timeValues.h"
 #include "kx/string.h"
 
 namespace kv {
@@ -59,6 +60,11 @@ NumberElements numbersOf(host::Value value, std::string_view type) {
 }
 
 host::Value valueOf(const NumberElements& numbers, std::span<const std::size_t> dimensions) {
+  const auto type = runtime::elementTypeNamed(numbers.type);
+  if (type == ElementType::DateTime || type == ElementType::Duration) {
+    return runtime::makeTimes(*type, matrix::from_kalvex(kxCreateBorrowedArray(
+                                         dimensions, kxINT64_CLASS, numbers.data, numbers.owner)));
+  }
   const auto found = std::ranges::find(kNumberClasses, numbers.type, &NumberClass::type);
   assert(found != std::end(kNumberClasses));
   return matrix::from_kalvex(
@@ -82,10 +88,13 @@ host::Value valueOf(const TextElements& texts, std::span<const std::size_t>) {
 }  // namespace
 
 Elements toElements(host::Value value, std::string_view type, bool isScalar) {
-  const auto dimensions = kxGetDimensions(value.get());
+  const auto dimensions = kxGetDimensions(runtime::shapedElements(value.get()));
   Elements elements{type, isScalar, {dimensions.begin(), dimensions.end()}, {}};
   if (Torvane::String::isString(value.get())) {
     elements.elements = textsOf(value.get());
+  } else if (const runtime::TimeArray* times = runtime::timesIn(value.get())) {
+    elements.elements = numbersOf(matrix::sharedCopy(times->microseconds.get()),
+                                  runtime::elementTypeName(times->type));
   } else if (const NumberClass* found = numberClassOf(value.get())) {
     elements.elements = numbersOf(std::move(value), found->type);
   } else {

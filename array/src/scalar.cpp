@@ -8,6 +8,7 @@
 #include "handles.h"
 #include "kv/host/elementTypes.h"
 #include "kv/runtime/Column.h"
+#include "kv/runtime/timeValues.h"
 
 namespace kv {
 
@@ -79,6 +80,9 @@ host::Value scalarOf(const Operand& value, ElementType type, std::string_view na
       return scalarOf<std::int64_t>(value, name);
     case ElementType::UInt64:
       return scalarOf<std::uint64_t>(value, name);
+    case ElementType::DateTime:
+    case ElementType::Duration:
+      return runtime::makeTimes(type, scalarOf<std::int64_t>(value, name));
     default:
       raiseError("KALVEX:array:NotANumber", {std::string(name)});
   }

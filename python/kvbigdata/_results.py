@@ -45,7 +45,8 @@ def from_numpy(array: Any) -> tuple[str, Any]:
     """The type of an array and its elements as the extension takes them: a copy, column-major."""
     kind = name_of(array.dtype, "The result")
     if kind != "string":
-        return kind, np.array(array, dtype=dtype_of(kind), order="F")
+        elements = np.array(array, dtype=dtype_of(kind), order="F")
+        return kind, elements.view(np.int64) if elements.dtype.kind in "mM" else elements
     import pyarrow as pa
 
     texts = pa.array(array.tolist(), pa.large_string())

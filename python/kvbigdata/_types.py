@@ -18,8 +18,11 @@ _NAMES = {
         for sign in ("", "u")
         for bits in (8, 16, 32, 64)
     },
+    "datetime": np.dtype("datetime64[us]"),
+    "duration": np.dtype("timedelta64[us]"),
     "string": TEXT,
 }
+_TIMES = {"M": "datetime", "m": "duration"}
 _BY_DTYPE = {dtype: name for name, dtype in _NAMES.items() if name != "string"}
 
 
@@ -36,6 +39,8 @@ def name_of(dtype: npt.DTypeLike, what: str) -> str:
     given = np.dtype(dtype) if dtype is not str else TEXT
     if given.kind in "UT":
         return "string"
+    if given.kind in _TIMES:
+        return _TIMES[given.kind]
     native = given.newbyteorder("=")
     if native not in _BY_DTYPE:
         raise array_error("KALVEX:array:UnsupportedType", what, given)

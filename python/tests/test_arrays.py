@@ -5,6 +5,7 @@ import operator
 import os
 import pickle
 import warnings
+from datetime import date, datetime, timedelta, timezone
 from pathlib import Path
 
 import kvbigdata as kv
@@ -350,3 +351,22 @@ def test_examples_in_documentation_are_true(monkeypatch):
     names = {"kv": kv, "np": np}
     found = doctest.testmod(kv, extraglobs=names)
     assert found.failed == 0 and found.attempted > 20
+
+
+def test_times_are_those_of_numpy(tmp_path, arrays):
+    when = np.array(["2013-06-01T05:15", "NaT", "2013-06-02"], "M8[us]")
+    pq.write_table(pa.table({"when": pa.array(when, pa.timestamp("ns"))}), tmp_path / "t.parquet")
+    x = kv.read(tmp_path / "t.parquet").when
+    day = np.timedelta64(1, "D")
+    check(x.compute(), when)
+    check((x + day).compute(), when + day)
+    check((x - x.min()).compute(), when - when[0])
+    check(
+        (x - datetime(2013, 6, 1, 2, tzinfo=timezone(timedelta(hours=2)))).compute(),
+        when - np.datetime64("2013-06-01"),
+    )
+    check((x > "2013-06-01T12:00").compute(), when > np.datetime64("2013-06-01T12:00"))
+    check(((x - date(2013, 6, 1)) / np.timedelta64(1, "h")).compute(), np.array([5.25, np.nan, 24]))
+    assert x.max().compute() == when[2] and x.dtype == when.dtype
+    later = x.map_chunks(lambda moments: moments + day, dtype="M8[ns]")
+    check(later.compute(), when + day)

@@ -16,9 +16,11 @@
 /// arrays of their own.
 namespace kv {
 
-/// Numbers or logicals in memory, column-major.
+/// Numbers, logicals or times in memory, column-major.
 struct NumberElements {
-  std::string_view type;  ///< "double", "single", "int8" ... "uint64", "logical" (a byte, 0 or 1)
+  /// "double", "single", "int8" ... "uint64", "logical" (a byte, 0 or 1), "datetime" and "duration"
+  /// (microseconds as int64, the smallest one if missing).
+  std::string_view type;
   const void* data = nullptr;
   std::shared_ptr<const void> owner;  ///< of `data`, which no one changes
 };

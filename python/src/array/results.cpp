@@ -38,10 +38,19 @@ struct NumberType {
 };
 
 constexpr NumberType kNumberTypes[] = {
-    {"double", "float64", 8}, {"single", "float32", 4}, {"logical", "bool", 1},
-    {"int8", "int8", 1},      {"uint8", "uint8", 1},    {"int16", "int16", 2},
-    {"uint16", "uint16", 2},  {"int32", "int32", 4},    {"uint32", "uint32", 4},
-    {"int64", "int64", 8},    {"uint64", "uint64", 8},
+    {"double", "float64", 8},
+    {"single", "float32", 4},
+    {"logical", "bool", 1},
+    {"int8", "int8", 1},
+    {"uint8", "uint8", 1},
+    {"int16", "int16", 2},
+    {"uint16", "uint16", 2},
+    {"int32", "int32", 4},
+    {"uint32", "uint32", 4},
+    {"int64", "int64", 8},
+    {"uint64", "uint64", 8},
+    {"datetime", "datetime64[us]", 8},
+    {"duration", "timedelta64[us]", 8},
 };
 
 const NumberType& numberType(std::string_view name) {
