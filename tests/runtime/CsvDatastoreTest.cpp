@@ -70,7 +70,7 @@ TEST_F(CsvDatastore, InfersNumbersAndTextsAndFillsMissingFields) {
                         {"text", ElementType::String},
                         {"mixed", ElementType::String},
                         {"nothing", ElementType::Double, true},
-                        {"when", ElementType::String}};
+                        {"when", ElementType::DateTime}};
   EXPECT_EQ(source->schema(), expected);
   EXPECT_THAT(allValues<double>(*source, "number"), doubles({1, kNaN, kNaN, kNaN, -2500}));
   EXPECT_THAT(allValues<double>(*source, "nothing"), doubles({kNaN, kNaN, kNaN, kNaN, kNaN}));

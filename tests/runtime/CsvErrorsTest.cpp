@@ -179,7 +179,8 @@ TEST(CsvErrors, NameWhatDoesntExist) {
     std::vector<std::string> arguments;
   };
   const std::string types =
-      "logical, double, single, int8, uint8, int16, uint16, int32, uint32, int64, uint64, string";
+      "logical, double, single, int8, uint8, int16, uint16, int32, uint32, int64, uint64, string, "
+      "datetime, duration";
   const Case cases[] = {
       {{folder.path("none.csv")}, {}, "FileNotFound", {folder.path("none.csv")}},
       {{folder.path("none*")},
