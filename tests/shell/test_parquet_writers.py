@@ -52,7 +52,7 @@ def by_pyarrow(table: pa.Table, path: Path, **options: Any) -> None:
 
 
 def by_polars(table: pa.Table, path: Path) -> None:
-    pl.from_arrow(table).write_parquet(path, row_group_size=333)
+    pl.DataFrame(table).write_parquet(path, row_group_size=333)
 
 
 def by_duckdb(table: pa.Table, path: Path) -> None:
