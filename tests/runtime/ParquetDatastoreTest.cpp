@@ -235,8 +235,13 @@ TEST_F(Parquet, CutsRowGroupsIntoPartitionsByTheirSizeAlone) {
     EXPECT_EQ(allTexts(source, "t"), names);
     EXPECT_EQ(source.fingerprint() == whole.fingerprint(), each.partitions == 1);
     std::int64_t rows = 0;
+    std::int64_t known = 0;
     readAll(source, {}, [&](const Chunk& chunk) { rows += chunk.rows(); });
+    for (std::int64_t partition = 0; partition < source.numPartitions(); ++partition) {
+      known += source.knownRows(partition).value();
+    }
     EXPECT_EQ(rows, 100'000);
+    EXPECT_EQ(known, rows);
   }
   const auto several = openParquet({path, write("u.parquet", columns), path});
   EXPECT_EQ(several->numPartitions(), 3);
