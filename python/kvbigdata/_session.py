@@ -13,12 +13,20 @@ from ._host import ArrayHandle, ArraySession
 
 
 class Facts(NamedTuple):
-    """What an evaluation did."""
+    """What an evaluation did.
 
-    rows: int
-    passes: int
-    seconds: float
-    peak_bytes: int
+    `rows` were read in `passes` over the data, and `skipped_rows` were ruled out by statistics of
+    the files. `peak_bytes` is the peak resident memory of the process so far, `memory_peak_bytes`
+    the most of `memory_limit_bytes` that the session has used so far.
+    """
+
+    rows: int = 0
+    passes: int = 0
+    seconds: float = 0.0
+    peak_bytes: int = 0
+    memory_peak_bytes: int = 0
+    memory_limit_bytes: int = 0
+    skipped_rows: int = 0
 
 
 class Session:
@@ -33,8 +41,8 @@ class Session:
 
     def __init__(self) -> None:
         self._native = ArraySession()
-        self._facts = Facts(0, 0, 0.0, 0)
-        self.threads = 0
+        self._facts = Facts()
+        self._settings: dict[str, Any] = {"threads": 0, "memory_limit": 0}
         self._tokens: list[Token[Session | None]] = []
 
     def __enter__(self) -> "Session":
@@ -54,10 +62,17 @@ class Session:
         """Frees everything that it holds. Its arrays can't be used any more."""
         self._native.close()
 
-    def set_threads(self, threads: int) -> None:
-        """Sets the number of threads of evaluations; see `kv.options`."""
-        self._native.set_threads(threads)
-        self.threads = threads
+    def set(self, settings: dict[str, Any]) -> dict[str, Any]:
+        """Sets options and returns what they were; see `kv.options`."""
+        before = {name: self._settings[name] for name in settings}
+        setters = {
+            "threads": self._native.set_threads,
+            "memory_limit": self._native.set_memory_limit,
+        }
+        for name, value in settings.items():
+            setters[name](value)
+            self._settings[name] = value
+        return before
 
     def evaluate(self, handles: list[ArrayHandle]) -> list[Any]:
         """The results of some arrays, as the extension returns them."""
@@ -126,29 +141,29 @@ def no_compute() -> Iterator[None]:
 class _Options:
     """Options that hold from the call on or, as a context manager, until the end of the block."""
 
-    def __init__(self, session: Session, threads: int):
+    def __init__(self, session: Session, settings: dict[str, Any]):
         self._session = session
-        self._threads = threads
+        self._before = session.set(settings)
 
     def __enter__(self) -> None:
         return None
 
     def __exit__(self, *exception: object) -> None:
-        self._session.set_threads(self._threads)
+        self._session.set(self._before)
 
 
-def options(*, threads: int | None = None) -> _Options:
+def options(*, threads: int | None = None, memory_limit: int | str | None = None) -> _Options:
     """Sets options of the current session, for good or as a context manager.
 
     threads: how many threads evaluations may use; 0 is the default: KV_THREADS or as many as the
         process may use. No answer depends on it.
+    memory_limit: how many bytes of memory data and results may use, or a text with a unit, such as
+        "512MB" (512 x 10^6) or "2GiB" (2 x 2^30); 0 is the default: KV_MEMORY_LIMIT or half of
+        what the process may use.
 
-    >>> with kv.options(threads=1):
+    >>> with kv.options(threads=1, memory_limit="256MB"):
     ...     kv.read("data/flights.csv").dep_delay.max().compute()
     np.float64(1301.0)
     """
-    session = current()
-    before = _Options(session, session.threads)
-    if threads is not None:
-        session.set_threads(threads)
-    return before
+    given = {"threads": threads, "memory_limit": memory_limit}
+    return _Options(current(), {name: value for name, value in given.items() if value is not None})

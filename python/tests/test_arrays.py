@@ -174,8 +174,11 @@ def test_other_rows_are_refused_where_they_are_combined(table, tmp_path):
     check((table.x[above] - table.x.min()).compute(), X[N > 0] + 2.5)
 
 
-def test_the_number_of_rows_is_known_once_it_was_counted(table):
-    x, above = table.x, table[table.n > 0].word
+def test_the_number_of_rows_is_known_once_it_was_counted(table, tmp_path):
+    assert table.x.shape == (4,), "the footer of the file has it"
+    (tmp_path / "rows.csv").write_text("x,n\n1,1\n2,2\n3,-3\n4,-4\n")
+    table = kv.read(tmp_path / "rows.csv")
+    x, above = table.x, table[table.n > 0].n
     assert kv.compute(x.count_rows(), above.count_rows()) == (4, 2)
     assert x.shape == (None,)
     assert len(x.settle()) == 4 and (x + 1).shape == table.n.shape == (4,) and x.nbytes == 32
@@ -235,8 +238,9 @@ def test_errors_are_of_the_built_in_types_and_show_the_users_line(table, tmp_pat
 
 
 def test_an_array_is_no_container(table):
-    x, total = table.x, table.n.sum()
-    refused("UnknownLength", TypeError, lambda: len(x))
+    x, total, above = table.x, table.n.sum(), table.x[table.n > 0]
+    assert len(x) == 4 and x.size == 4 and x.nbytes == 32
+    refused("UnknownLength", TypeError, lambda: len(above))
     refused("NotIterable", TypeError, lambda: list(x))
     refused("NotIterable", TypeError, lambda: 1 in x)
     refused("NotIterable", TypeError, lambda: sorted(x))
@@ -249,7 +253,8 @@ def test_an_array_is_no_container(table):
     refused("TruthValue", ValueError, lambda: bool(table))
     refused("ReadOnly", TypeError, lambda: operator.setitem(table, "x", 1))
     assert (bool(total), int(total), float(total), total.item()) == (True, 96, 96.0, 96)
-    assert x.shape == (None,) and x.size is None and x.nbytes is None and total.shape == ()
+    assert above.shape == (None,) and above.size is None and above.nbytes is None
+    assert total.shape == ()
     check(np.asarray(x), X)
     with pytest.raises(TypeError, match="unhashable"):
         hash(x)
@@ -322,8 +327,12 @@ def test_sessions_are_separate_and_can_be_closed(tmp_path):
         assert inside.sum().compute() == 3
         refused("TwoSessions", ValueError, lambda: inside + outside)
     refused("Closed", kv.Error, lambda: inside + 1)
-    with kv.options(threads=1):
+    with kv.options(threads=1, memory_limit="64MiB"):
         assert outside.sum().compute() == 3
+        assert kv.facts().memory_limit_bytes == 64 << 20
+    outside.max().compute()
+    assert kv.facts().memory_limit_bytes != 64 << 20
+    refused("Limit", ValueError, lambda: kv.options(memory_limit="lots"))
 
 
 def test_a_child_of_a_fork_gets_a_clear_error(table):

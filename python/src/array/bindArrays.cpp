@@ -5,6 +5,7 @@
 #include <nanobind/stl/map.h>
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/string.h>
+#include <nanobind/stl/variant.h>
 #include <nanobind/stl/vector.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <span>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "array/arrayCalls.h"
@@ -64,6 +66,12 @@ Array scalar(const ArraySession& self, nb::handle value, const std::string& type
 
 void setThreads(const ArraySession& self, int threads) {
   inArrays(Line::Live, [&] { self.session()->setThreads(threads); });
+}
+
+void setMemoryLimit(const ArraySession& self,
+                    const std::variant<std::int64_t, std::string>& limit) {
+  const auto set = [&](const auto& bytes) { self.session()->setMemoryLimit(bytes); };
+  inArrays(Line::Live, [&] { std::visit(set, limit); });
 }
 
 nb::tuple compute(const ArraySession& self, const nb::list& handles) {
@@ -209,6 +217,7 @@ void bindSession(nb::module_& module) {
       .def("constant", constant, nb::sig("def constant(self, value: object) -> ArrayHandle"))
       .def("scalar", scalar, nb::sig("def scalar(self, value: object, type: str) -> ArrayHandle"))
       .def("set_threads", setThreads, nb::arg("threads"))
+      .def("set_memory_limit", setMemoryLimit, nb::arg("limit"))
       .def("record_text", evaluateText, nb::arg("table"), nb::arg("formula"))
       .def("filter_by_text", filterByText, nb::arg("table"), nb::arg("formula"))
       .def("compute", compute,
