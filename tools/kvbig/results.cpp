@@ -41,11 +41,10 @@ struct Written {
   std::string operator()(const Value::Texts& column) const {
     const std::optional<std::string>& text = column.at(0);
     if (isJson) {
-      return text ? jsonText(*text) : "null";
+      return inJson(text);
     }
     return text ? printable(*text) : "missing";
   }
-
   std::string operator()(const Value::Moments& column) const {
     const auto& moment = column.at(0);
     return time(moment ? std::optional(isoText(*moment)) : std::nullopt);
@@ -56,11 +55,11 @@ struct Written {
   }
 
  private:
+  static std::string inJson(const std::optional<std::string>& text) {
+    return text ? jsonText(*text) : "null";
+  }
   std::string time(const std::optional<std::string>& text) const {
-    if (isJson) {
-      return text ? jsonText(*text) : "null";
-    }
-    return text.value_or("NaT");
+    return isJson ? inJson(text) : text.value_or("NaT");
   }
   std::string infinity(bool isPositive) const {
     if (isJson) {
