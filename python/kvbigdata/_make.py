@@ -12,7 +12,7 @@ Path = str | os.PathLike[str]
 
 
 def _listed(paths: Path | Iterable[Path]) -> list[str]:
-    given = [paths] if isinstance(paths, (str, os.PathLike)) else list(paths)
+    given = list(paths) if isinstance(paths, Iterable) and not isinstance(paths, str) else [paths]
     return [os.fspath(path) for path in given]
 
 

@@ -7,11 +7,12 @@ import numpy as np
 import numpy.typing as npt
 
 from ._array import Array
+from ._errors import array_error
 from ._host import table_of
 from ._operands import operand
-from ._session import current
+from ._session import Session, current
 from ._table import Table
-from ._types import name_of
+from ._types import dtype_of, name_of
 
 
 def from_numpy(x: npt.ArrayLike, chunk_rows: int | None = None, copy: bool = False) -> Array:
@@ -21,14 +22,31 @@ def from_numpy(x: npt.ArrayLike, chunk_rows: int | None = None, copy: bool = Fal
 
     chunk_rows: rows of a partition, the pieces on which threads work.
     """
-    session = current()
-    array = np.array(x) if copy else np.asarray(x)
+    return over(np.array(x) if copy else np.asarray(x), current(), chunk_rows or 0)
+
+
+def over(array: npt.NDArray[Any], session: Session, chunk_rows: int = 0) -> Array:
+    """An array over the memory of `array`, of one dimension; 0 rows: as many as usual."""
+    if array.ndim > 1:
+        advice = "Make one of each column: kv.from_numpy(x[:, 0])."
+        raise array_error(
+            "KALVEX:array:NotSupported", f"An ndarray of {array.ndim} dimensions", advice
+        )
     kind = name_of(array.dtype if array.dtype != object else str, "The array")
-    rows = chunk_rows or 0
     if kind == "string":
-        return Array(session._native.from_texts(array.tolist(), rows), session)
+        return Array(session._native.from_texts(array.tolist(), chunk_rows), session)
+    if array.dtype.kind in "mM":
+        return _over_times(array.astype(dtype_of(kind)), session)
     native = np.asarray(array, dtype=array.dtype.newbyteorder("="))
-    return Array(session._native.from_numpy(native, kind, rows), session)
+    return Array(session._native.from_numpy(native, kind, chunk_rows), session)
+
+
+def _over_times(array: npt.NDArray[Any], session: Session) -> Array:
+    import pyarrow as pa
+
+    stream = pa.table({"times": array}).__arrow_c_stream__()
+    times: Array = Table(session._native.from_stream(stream), session)["times"]
+    return times
 
 
 def asarray(x: Any, dtype: npt.DTypeLike | None = None) -> Array:
@@ -90,6 +108,8 @@ def arange(
 
 def full(n: int, fill_value: Any, dtype: npt.DTypeLike | None = None) -> Array:
     """`n` rows that all have one value."""
+    if not isinstance(n, int | np.integer):
+        raise array_error("KALVEX:array:NotSupported", f"The shape {n!r}", "Give a number of rows.")
     session = current()
     return Array(session._native.full(n, fill_value, _type(dtype)), session)
 

@@ -1,4 +1,7 @@
-"""Inputs of operations: arrays, Python's scalars, which adapt, and NumPy's, which don't."""
+"""Inputs of operations: arrays, Python's scalars, which adapt, and NumPy's, which don't.
+
+An ndarray is an array in memory: it goes with others of as many rows by position.
+"""
 
 from datetime import UTC, date, datetime, timedelta
 from typing import TYPE_CHECKING, Any
@@ -34,6 +37,10 @@ def operand(value: Any, session: "Session", function: str) -> Any:
         return value
     if isinstance(value, np.ndarray) and value.ndim == 0:
         value = value[()]
+    if isinstance(value, np.ndarray):
+        from ._memory import over
+
+        return over(value.copy(), session)._handle
     if isinstance(value, date | timedelta):
         value = _numpy_time(value)
     if isinstance(value, np.str_):

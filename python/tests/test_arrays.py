@@ -150,6 +150,10 @@ def test_arrays_are_made_of_memory_and_generated(arrow):
     memory = kv.from_numpy(values)
     assert memory.shape == (2,) and len(memory) == 2 and memory.dtype == np.int16
     check((memory + kv.asarray([1.5, 2.5])).compute(), np.array([3.5, 7.5]))
+    check((memory - np.array([1, 1])).compute(), np.array([1, 4]))
+    check((np.array([1, 1]) - memory).compute(), np.array([-1, -4]))
+    days = np.array(["2024-02-29", "NaT", "1969-12-31"], dtype="M8[D]")
+    check(kv.from_numpy(days).compute(), days.astype("M8[us]"))
     check((kv.arange(2, 9, 3) - kv.ones(3, dtype=int)).compute(), np.array([1, 4, 7]))
     check(kv.arange(0.0, 1.0, 0.25).compute(), np.arange(0, 1, 0.25))
     check(kv.full(3, 7).compute(), np.full(3, 7))
@@ -160,7 +164,12 @@ def test_arrays_are_made_of_memory_and_generated(arrow):
     assert made.a.sum().compute() == 1 and made.columns == ["a", "b"]
     check(kv.from_arrow(arrow).n.compute(), N)
     refused("DifferentSources", kv.RowSpaceError, lambda: kv.arange(3) + kv.arange(4))
+    refused("DifferentSources", kv.RowSpaceError, lambda: kv.arange(3) + np.arange(4))
     refused("UnsupportedType", TypeError, lambda: kv.asarray(np.array([1j])))
+    refused("NotSupported", TypeError, lambda: kv.from_numpy(np.ones((2, 3))))
+    refused("NotSupported", TypeError, lambda: kv.zeros((2, 3)))
+    with pytest.raises(TypeError, match="not int"):
+        kv.read(5)
 
 
 def test_other_rows_are_refused_where_they_are_combined(table, tmp_path):
