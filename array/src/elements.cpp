@@ -75,7 +75,7 @@ host::Value valueOf(const TextElements& texts, std::span<const std::size_t>) {
   const std::size_t rows = texts.offsets.size() - 1;
   host::Value made = Torvane::String::createStringArray(rows, 1);
   for (std::size_t row = 0; row < rows; ++row) {
-    if ((texts.validity[row / 8] >> (row % 8) & 1U) != 0) {
+    if ((unsigned{texts.validity[row / 8]} >> (row % 8) & 1U) != 0) {
       const auto first = static_cast<std::size_t>(texts.offsets[row]);
       const auto last = static_cast<std::size_t>(texts.offsets[row + 1]);
       Torvane::String::setString(made.get(), row,
