@@ -26,25 +26,19 @@ SIZES_GIB = (1.0, 2.0)
 # Evaluates under a limit, in Python: the command has no results of many rows.
 WORKER = """
 import json, sys
-from kvbigdata import host
+import kvbigdata as kv
 path, limit, rows = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
-with host.Session() as s:
-    s.call("kv.setMemoryLimit", limit)
-    s.call("kv.setThreads", 2)
-    source = s.call("kalvex.io.CsvDatastore", host.StringArray([path]))
-    table = s.call("createFromDatastoreBuiltin", source)
-    x, y = (s.call("subsrefTabularVar", ":", name, True, table) for name in ("c0", "c1"))
-    few = s.call("filterslices", s.call("elementfun", s.function("kv.element.lt"), x, 0.0), y)
-    print("idle", flush=True)
-    sys.stdin.readline()
-    outcome = "done"
-    try:
-        s.call("gather", few if rows else s.call("aggregatefun", s.function("kv.aggregate.sum"),
-                                                s.function("kv.aggregate.sum"), y))
-    except MemoryError as error:
-        outcome = error.identifier
-    facts = s.call("kv.lastEvaluation")
-    print(json.dumps({"outcome": outcome}), flush=True)
+kv.options(memory_limit=limit, threads=2)
+table = kv.read_csv(path)
+answer = table["c1"][table["c0"] < 0] if rows else table["c1"].sum()
+print("idle", flush=True)
+sys.stdin.readline()
+outcome = "done"
+try:
+    answer.compute()
+except MemoryError as error:
+    outcome = error.identifier
+print(json.dumps({"outcome": outcome}), flush=True)
 """
 
 
