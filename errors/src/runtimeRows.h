@@ -91,6 +91,12 @@ inline constexpr ErrorRow kRuntimeRows[] = {
      "The memory limit must be a number of bytes, at least {1}, such as 512MB, 1.5GiB or 64000000, "
      "got {0:short}. The units are kB, MB, GB, TB, and KiB, MiB, GiB, TiB for powers of 1024.",
      BaseType::Value},
+    {"KALVEX:executor:Partition", "strategy, partition, count, created, own, source",
+     "{0} created partition {1} of {2} as {3}. It must be a SimplePartition, i of n, or a "
+     "SourcePartition of the {4} partitions of {5:short}.",
+     BaseType::Value},
+    {"KALVEX:executor:PartitionCount", "strategy, count, most",
+     "{0} has {1} partitions; it must have from 1 to {2}.", BaseType::Value},
     {"KALVEX:array:FunctionFailed", "operation, text", "{0} failed: {1}"},
     {"KALVEX:array:Unexpected", "operation, text",
      "{0} failed in a way that kvbigdata doesn't expect. This is a fault of kvbigdata, not of your "

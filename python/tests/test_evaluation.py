@@ -400,13 +400,15 @@ def test_types_and_missing_values_do_not_depend_on_gathering(session, tmp_path):
         session.call("gather", n, both, missing, nargout=3)
 
 
-def test_skipped_row_groups_change_neither_pieces_nor_times(session, tmp_path, monkeypatch):
+@pytest.mark.parametrize("partitions", [1, 2])
+def test_skipped_row_groups_change_neither_pieces_nor_times(
+    session, tmp_path, monkeypatch, partitions
+):
     rows = np.arange(120_000)
     table = pa.table({"x": rows, "when": rows.astype("M8[h]").astype("M8[us]")})
-    pq.write_table(table, tmp_path / "t.parquet", row_group_size=7_001)
-    read = session.call(
-        "createFromDatastoreBuiltin", session.call("kv.datastore", str(tmp_path / "t.parquet"))
-    )
+    for file, part in enumerate([table[:50_000], table[50_000:]]):
+        pq.write_table(part, tmp_path / f"{file}.parquet", row_group_size=7_001)
+    read = session.call("kv.read", session.call("kv.datastore", str(tmp_path)), float(partitions))
 
     def column(name, table):
         return session.call("subsrefTabularVar", ":", name, True, table)

@@ -14,6 +14,7 @@
 #include "column/elementTypes.h"
 #include "column/pieces.h"
 #include "driver/builtInFunctions.h"
+#include "driver/partitionSource.h"
 #include "kv/errors/shownText.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
@@ -35,7 +36,9 @@ constexpr std::size_t kMaxCount = 1 << 20;
 
 void describeRead(const kxArray* operation, OpSpec& spec) {
   const Value datastore = host::getProperty(operation, "Datastore");
-  const std::shared_ptr<const Datastore> source = datastoreOf(datastore.get());
+  const Value strategy = host::getProperty(operation, "PartitionStrategy");
+  const std::shared_ptr<const Datastore> source =
+      partitionSource(datastoreOf(datastore.get()), strategy.get());
   spec.op = makeRead(source);
   spec.isTrusted = host::isTrusted(datastore.get());
   spec.label = "read " + source->displayName();
@@ -284,6 +287,8 @@ void construct(const OperationClass& row, const Call& call) {
     const std::string_view name = row.inputs[i];
     if (name == "Parameters") {
       properties.emplace_back(name, cellOfInputs(call, position));
+    } else if (name == "PartitionStrategy" && call.nrhs <= position) {
+      properties.emplace_back(name, host::makeEmptyDouble());
     } else if (!counts.take(name, call.in(position))) {
       properties.emplace_back(name, matrix::sharedCopy(call.in(position)));
     }
@@ -310,7 +315,7 @@ host::MethodDefinition constructorOf(const OperationClass& row) {
   const int count = static_cast<int>(row.inputs.size()) + 1;  // the object too
   const std::string_view last = row.inputs.empty() ? std::string_view() : row.inputs.back();
   const bool isOpen = last == "Parameters";
-  const bool isOptional = last == "DependsOnOnlyHead";
+  const bool isOptional = last == "DependsOnOnlyHead" || last == "PartitionStrategy";
   return constructor([&row](const Call& call) { construct(row, call); },
                      isOpen || isOptional ? count - 1 : count, isOpen ? -1 : count);
 }
@@ -345,7 +350,7 @@ void requireArity(std::string_view className, const OperationArity& arity, std::
 std::span<const OperationClass> operationClasses() {
   // clang-format off
   static const std::vector<OperationClass> classes{
-      {kReadOperation, {"Datastore", "NumOutputs"}, kSource, describeRead},
+      {kReadOperation, {"Datastore", "NumOutputs", "PartitionStrategy"}, kSource, describeRead},
       {"kalvex.bigdata.internal.lazyeval.FilterOperation",
        {"NumKept"}, kSelection, describeFilter},
       {"kalvex.bigdata.internal.lazyeval.LogicalRowSubsrefOperation",

@@ -41,7 +41,8 @@ void requireArity(std::string_view className, const OperationArity& arity, std::
 ///
 /// - "NumInputs", "NumOutputs": the counts. "NumKept": both, where a selection comes before
 ///   as many inputs as there are outputs. "NumArrays": both, as many inputs as outputs.
-/// - "DependsOnOnlyHead": that flag, false if it is left out. "Parameters": all that follow.
+/// - "DependsOnOnlyHead": that flag, false if it is left out. "PartitionStrategy": how the source
+///   is cut, empty if it is left out. "Parameters": all that follow.
 /// - "Options": the property of all operations. Any other name: a property of the class.
 struct OperationClass {
   const char* name;

@@ -27,6 +27,24 @@ Value positionsOf(std::string name, PositionCut cut) {
       std::make_shared<const ArrayDatastore>(ArrayTable{std::move(name), std::move(cut)}));
 }
 
+/// SourcePartition(first, count): own partitions of a source, from `first` on, which counts from 1.
+void constructSourcePartition(const Call& call) {
+  host::setSlot(call.in(0), "First", matrix::sharedCopy(call.in(1)));
+  host::setSlot(call.in(0), "Count", matrix::sharedCopy(call.in(2)));
+}
+
+/// kv.read(datastore, partitioning): an array that reads the datastore as a strategy cuts it.
+/// `partitioning` is whatever a PartitionMetadata is made of.
+void readPartitioned(const Call& call) {
+  call.expect(1, 2, 2);
+  datastoreOf(call.in(0));
+  const Value metadata = host::call(kPartitionMetadata, {call.in(1)});
+  const Value strategy = host::getProperty(metadata.get(), "Strategy");
+  const Value one = host::makeDouble(1);
+  const Value operation = host::call(kReadOperation, {call.in(0), one.get(), strategy.get()});
+  call.out(0, host::call("applyOperationBuiltin", {operation.get(), metadata.get()}));
+}
+
 void constructStrategy(const Call& call) {
   host::constructSuperclass(call.in(0), kPartitionStrategy, {});
   const ArrayDatastore* arrays = datastoreOf(call.in(1))->asArrays();
@@ -120,6 +138,10 @@ void definePartitioning(host::Session& session) {
   define(session, {.name = kSimplePartition,
                    .properties = {readOnly("PartitionIndex"), readOnly("NumPartitions")},
                    .constructor = constructor(constructPartition, 3, 3)});
+  define(session, {.name = kSourcePartition,
+                   .properties = {readOnly("First"), readOnly("Count")},
+                   .constructor = constructor(constructSourcePartition, 3, 3)});
+  session.defineFunction("kv.read", readPartitioned);
   define(session,
          {.name = kDatastoreStrategy,
           .superclasses = {kPartitionStrategy},
@@ -128,7 +150,9 @@ void definePartitioning(host::Session& session) {
                          computed("IsDatastorePartitioning", constant(true)),
                          computed("IsBroadcast", constant(false)),
                          computed("MaxNumReadFailures",
-                                  [](const Call& call) { call.out(0, host::makeDouble(0)); }),
+                                  [](const Call& call) {
+                                    call.out(0, host::makeDouble(kMaxReadFailures));
+                                  }),
                          readOnly("Datastore")},
           .constructor = constructor(constructStrategy, 2, 2),
           .methods = {method("createPartition", createPartition, 3, 4),

@@ -240,7 +240,13 @@ std::int64_t StageRows::estimateBytes(std::int64_t partition) const {
   return (stage_.callsUser() ? 2 : 1) * (readers + steps);
 }
 
+SourceRange StageRows::rangeOf(std::int64_t partition) const {
+  return cut_ != nullptr || positions_ ? SourceRange{partition, 1}
+                                       : stage_.sources().front().store->rangeOf(partition);
+}
+
 std::unique_ptr<StageReader> StageRows::openPartition(std::int64_t partition,
+                                                      const SourceRange& range,
                                                       const CancellationToken& cancellation) const {
   if (cut_ != nullptr) {
     const std::int64_t rows = positions_ ? positions_->end(partition) - positions_->begin(partition)
@@ -260,7 +266,7 @@ std::unique_ptr<StageReader> StageRows::openPartition(std::int64_t partition,
   }
   const StageSource& source = stage_.sources().front();
   auto reader =
-      source.store->openPartitionWhere(partition, source.columns, conditions_, cancellation);
+      source.store->openRange({partition, range, source.columns, conditions_}, cancellation);
   if (stage_.callsUser()) {
     return std::make_unique<PieceReader>(std::move(reader), cancellation);
   }

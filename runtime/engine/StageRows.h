@@ -53,8 +53,11 @@ class StageRows {
 
   /// A reader of the columns that the stage needs, without rows that the conditions of its reads
   /// leave out. Where a step calls a function of the user's own, chunks are pieces.
-  std::unique_ptr<StageReader> openPartition(std::int64_t partition,
+  std::unique_ptr<StageReader> openPartition(std::int64_t partition, const SourceRange& range,
                                              const CancellationToken& cancellation) const;
+
+  /// What a unit carries of its partition.
+  SourceRange rangeOf(std::int64_t partition) const;
 
  private:
   void findRows();

@@ -8,7 +8,7 @@ namespace kv::runtime {
 
 namespace {
 
-constexpr std::uint32_t kTag = 0x3355766B;  // "kvU3"
+constexpr std::uint32_t kTag = 0x3455766B;  // "kvU4"
 
 void writeTypes(ByteWriter& bytes, const KnownTypes& known) {
   bytes.number<std::uint64_t>(known.size());
@@ -44,6 +44,8 @@ std::string Unit::toBytes() const {
   bytes.number(stage);
   bytes.number(partition);
   bytes.number(numPartitions);
+  bytes.number(range.first);
+  bytes.number(range.count);
   bytes.number(randomKey);
   writeTypes(bytes, knownTypes);
   return bytes.take();
@@ -59,6 +61,8 @@ Unit Unit::fromBytes(std::string_view content) {
   unit.stage = bytes.number<std::uint64_t>();
   unit.partition = bytes.number<std::int64_t>();
   unit.numPartitions = bytes.number<std::int64_t>();
+  unit.range.first = bytes.number<std::int64_t>();
+  unit.range.count = bytes.number<std::int64_t>();
   unit.randomKey = bytes.number<std::uint64_t>();
   unit.knownTypes = readTypes(bytes);
   bytes.finish();

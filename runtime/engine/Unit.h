@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "kv/runtime/Datastore.h"
 #include "operator/Operator.h"
 
 namespace kv::runtime {
@@ -18,6 +19,7 @@ struct Unit {
   std::uint64_t stage = 0;     ///< number of the stage in its evaluation
   std::int64_t partition = 0;  ///< counted from 0
   std::int64_t numPartitions = 1;
+  SourceRange range{};          ///< what the partition consists of
   std::uint64_t randomKey = 0;  ///< of the evaluation's random streams
   std::uint32_t attempt = 0;    ///< counted from 0
   KnownTypes knownTypes{};      ///< of the unit without rows: what functions have returned
@@ -26,7 +28,7 @@ struct Unit {
 
   bool isWithoutRows() const { return partition == numPartitions; }
 
-  /// A tag, then the members, little-endian: 48 bytes, and the known types.
+  /// A tag, then the members, little-endian: 64 bytes, and the known types.
   std::string toBytes() const;
 
   /// Errors: "KALVEX:executor:BadBytes" for bytes that `toBytes` didn't make.

@@ -13,7 +13,7 @@
 #include "column/pool.h"
 #include "engine/Unit.h"
 #include "kv/errors/PassThrough.h"
-#include "source/memory/ArrayDatastore.h"
+#include "source/ReadRetries.h"
 
 // Each chunk of the source goes through all steps of segment 0 before the next is read. A step's
 // outputs stay in its slot until the last step that reads them has run, so that a long chain holds
@@ -255,26 +255,11 @@ class UnitRun {
   UnitResult result_;
 };
 
-/// A chunk of a source without rows, so that results have their types.
-Chunk emptyChunk(const StageSource& source, std::int64_t partition) {
-  if (const ArrayDatastore* arrays = source.store->asArrays()) {
-    return arrays->select(source.columns).read(partition, 0, RowOrdinals(0, 0));
-  }
-  Chunk chunk;
-  chunk.partition = partition;
-  chunk.names = std::make_shared<const std::vector<std::string>>(source.columns);
-  for (const std::string& name : source.columns) {
-    const auto found = std::ranges::find(source.store->schema(), name, &ColumnInfo::name);
-    const Column column = emptyColumn(found->type);
-    chunk.columns.push_back(found->isNullable ? column.asNullable() : column);
-  }
-  return chunk;
-}
-
+/// Chunks of the sources without rows, so that results have their types.
 std::vector<Chunk> emptyChunks(const Stage& stage, std::int64_t partition) {
   std::vector<Chunk> chunks;
   for (const StageSource& source : stage.sources()) {
-    chunks.push_back(emptyChunk(source, partition));
+    chunks.push_back(source.store->emptyChunk(partition, source.columns));
   }
   if (chunks.empty()) {
     chunks.push_back({.partition = partition});
@@ -287,7 +272,7 @@ void readThrough(UnitRun& run, const Stage& stage, const StageRows& rows, const 
   std::unique_ptr<StageReader> reader;
   std::vector<Chunk> chunks;
   if (!unit.isWithoutRows()) {
-    reader = rows.openPartition(unit.partition, context.cancellation);
+    reader = rows.openPartition(unit.partition, unit.range, context.cancellation);
     chunks = reader->next();
   }
   if (chunks.empty()) {
@@ -305,6 +290,8 @@ void readThrough(UnitRun& run, const Stage& stage, const StageRows& rows, const 
 UnitResult runUnit(const Stage& stage, const StageRows& rows, std::string_view unitBytes,
                    UserFunctions& functions, const ExecutionContext& context) {
   const PoolScope pool(context.pool);
+  const ReadRetries retries(
+      stage.sources().empty() ? 0 : stage.sources().front().store->maxReadFailures());
   const RefusalWatch watch;
   const Unit unit = Unit::fromBytes(unitBytes);
   UnitRun run(stage, rows, unit, functions, context.cancellation);

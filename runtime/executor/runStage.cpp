@@ -72,6 +72,7 @@ std::optional<errors::FailureRecord> runStage(UnitService& units, OrderedMerge& 
     const std::int64_t last = std::ssize(merge.partitionRows()) + units.window();
     while (const std::optional<std::int64_t> partition = admission.next(std::min(end, last))) {
       unit.partition = *partition;
+      unit.range = rows.rangeOf(*partition);
       units.submit(unit.toBytes());
     }
     UnitResult result = *units.next();

@@ -17,7 +17,7 @@ std::unique_ptr<UnitService> makeUnitService(int threads, std::int64_t numPartit
 /// Runs the units of the service's stage, one for each partition, and merges their results; then,
 /// if a function of the stage was called for no row at all, the unit without rows.
 ///
-/// `number`: of the stage in its evaluation.
+/// `number`: of the stage in its evaluation. `rows`: those of the stage.
 /// Result: the failure of the lowest partition that failed, whichever came first; none if all ran.
 ///         Of memory that a limit didn't allow: "KALVEX:memory:ResultTooLarge" if rows that are
 ///         kept need a quarter of it, else "KALVEX:memory:LimitTooSmall", whatever else ran (see

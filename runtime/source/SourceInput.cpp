@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "kv/errors/StepError.h"
+#include "source/ReadRetries.h"
 #include "source/pathProblems.h"
 
 namespace kv::runtime {
@@ -77,6 +78,9 @@ void SourceInput::readAt(std::int64_t offset, char* to, std::size_t bytes) const
     const auto part = uninterrupted([&] {
       return ::pread(descriptor_, to + got, bytes - got, offset + static_cast<off_t>(got));
     });
+    if (part < 0 && ReadRetries::take(errno)) {
+      continue;
+    }
     if (part < 0) {
       throwUnreachable(file_.path, errno);
     }

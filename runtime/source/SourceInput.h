@@ -33,7 +33,7 @@ class SourceInput {
   ///
   /// Requires: 0 <= offset and offset + bytes <= file().bytes.
   /// Errors:   "KALVEX:datastore:SourceChanged" if the file was written or cut since it was
-  ///           opened, "KALVEX:datastore:FileNotReadable".
+  ///           opened, "KALVEX:datastore:FileNotReadable" when no retry is left, see ReadRetries.
   void readAt(std::int64_t offset, char* to, std::size_t bytes) const;
 
   /// To be called when all has been read.

@@ -44,6 +44,7 @@ inline constexpr char kConcatenatedStrategy[] =
 inline constexpr char kFixedStrategy[] =
     "kalvex.bigdata.internal.executor.FixedNumPartitionStrategy";
 inline constexpr char kSimplePartition[] = "kalvex.bigdata.internal.executor.SimplePartition";
+inline constexpr char kSourcePartition[] = "kalvex.bigdata.internal.executor.SourcePartition";
 inline constexpr char kExecutor[] = "kalvex.bigdata.internal.executor.PartitionedArrayExecutor";
 inline constexpr char kSerialExecutor[] = "kalvex.bigdata.internal.executor.SerialExecutor";
 inline constexpr char kThreadsExecutor[] = "kalvex.bigdata.internal.executor.ThreadsExecutor";

@@ -198,6 +198,10 @@ TEST_F(ArraysOfTheHost, AreSourcesOfAnyDimensions) {
   EXPECT_EQ(static_cast<const double*>(kxGetData(sums.get()))[1], 44);
   EXPECT_EQ(kxGetM(results[1].get()), 4U);
   EXPECT_EQ(static_cast<const double*>(kxGetData(results[1].get()))[7], 7);
+  for (const double count : {1, 2, 5}) {
+    const Value cut = host::makeDouble(count);
+    EXPECT_EQ(gather(host::call("kv.read", {source.get(), cut.get()})), gather(array)) << count;
+  }
 }
 
 }  // namespace

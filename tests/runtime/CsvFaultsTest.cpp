@@ -1,12 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <map>
 #include <system_error>
+#include <tuple>
 
 #include "kv/runtime/csv.h"
 #include "runtime/readAll.h"
+#include "source/ReadRetries.h"
 #include "source/SourceFile.h"
 #include "support/SystemCalls.h"
 #include "support/TempFolder.h"
@@ -103,6 +106,25 @@ TEST_F(CsvFaults, AFailingCallIsReportedOrHasNoConsequence) {
     }
     std::printf(" each as it must be\n");
     EXPECT_EQ(outcomes.contains("reported, then read"), row.error != 0);
+  }
+}
+
+TEST_F(CsvFaults, AReadThatFailedIsRepeatedAsOftenAsAllowed) {
+  const TracedRun whole = runTraced([&] { return outcomeOf(""); });
+  const auto last = std::ranges::find(whole.calls.rbegin(), whole.calls.rend(), "pread");
+  const auto call = static_cast<std::size_t>(whole.calls.rend() - last) - 1;
+  for (const auto& [retries, error, outcome] :
+       {std::tuple(0, EIO, "reported"), std::tuple(1, EIO, "read"),
+        std::tuple(1, EISDIR, "reported")}) {
+    const auto read = [&, most = retries, reason = std::generic_category().message(error)] {
+      const ReadRetries inForce(most);
+      return outcomeOf(reason);
+    };
+    TracedRun run;
+    do {  // the allocator's calls depend on time: the fault may meet another one
+      run = runTraced(read, Fault{call, Fault::Kind::fail, error});
+    } while (call >= run.calls.size() || run.calls[call] != "pread");
+    EXPECT_EQ(run.outcome, outcome) << retries << " retries of " << error;
   }
 }
 

@@ -9,8 +9,12 @@ namespace kv::runtime {
 namespace {
 
 TEST(Unit, IsSentAsAFewBytesAndNothingElseIsTakenForOne) {
-  const Unit unit{
-      .stage = 7, .partition = 3, .numPartitions = 1234, .randomKey = ~0ull, .attempt = 2};
+  const Unit unit{.stage = 7,
+                  .partition = 3,
+                  .numPartitions = 1234,
+                  .range = {17, 4},
+                  .randomKey = ~0ull,
+                  .attempt = 2};
   const std::string bytes = unit.toBytes();
   EXPECT_LT(bytes.size(), 200u);
   EXPECT_EQ(Unit::fromBytes(bytes), unit);

@@ -82,6 +82,14 @@ std::int64_t CsvDatastore::estimateBytes(std::int64_t partition,
   return 3 * kCsvBlockBytes + Datastore::estimateBytes(partition, columns);
 }
 
+std::shared_ptr<const Datastore> CsvDatastore::cutFiner(std::int64_t count) const {
+  std::int64_t bytes = 0;
+  for (const SourceFile& file : table().files) {
+    bytes += file.bytes;
+  }
+  return std::make_shared<CsvDatastore>(table(), std::max<std::int64_t>(bytes / count, 1));
+}
+
 std::unique_ptr<Datastore> CsvDatastore::copy() const {
   return std::make_unique<CsvDatastore>(*this);
 }

@@ -36,6 +36,7 @@ class CsvDatastore final : public FileDatastore {
                                              const CancellationToken& cancellation) const override;
   std::int64_t estimateBytes(std::int64_t partition,
                              const std::vector<std::string>& columns) const override;
+  std::shared_ptr<const Datastore> cutFiner(std::int64_t count) const override;
   std::unique_ptr<Datastore> copy() const override;
   const std::string& fingerprint() const override;
   std::string describe() const override;

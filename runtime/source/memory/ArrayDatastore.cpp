@@ -216,6 +216,11 @@ Chunk ArrayDatastore::preview(std::int64_t rows) const {
   return select(columns).read(0, 0, RowOrdinals(0, shown));
 }
 
+Chunk ArrayDatastore::emptyChunk(std::int64_t partition,
+                                 const std::vector<std::string>& columns) const {
+  return select(columns).read(partition, 0, RowOrdinals(0, 0));
+}
+
 Chunk ArrayRows::read(std::int64_t partition, std::int64_t first,
                       const RowOrdinals& ordinals) const {
   Chunk chunk{partition, ordinals, names_, {}, trailing_};

@@ -76,6 +76,7 @@ class ArrayDatastore final : public Datastore {
                                              const std::vector<std::string>& columns,
                                              const CancellationToken& cancellation) const override;
   Chunk preview(std::int64_t rows) const override;
+  Chunk emptyChunk(std::int64_t partition, const std::vector<std::string>& columns) const override;
   std::unique_ptr<Datastore> copy() const override;
   const std::string& fingerprint() const override;
   const std::string& rowSpace() const override;

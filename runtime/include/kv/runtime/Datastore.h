@@ -62,6 +62,25 @@ class ChunkReader {
   virtual std::int64_t skippedRows() const { return 0; }
 };
 
+/// How many reads of a partition are repeated where no strategy says otherwise.
+inline constexpr int kMaxReadFailures = 3;
+
+/// Consecutive partitions of a source, [first, first + count).
+struct SourceRange {
+  std::int64_t first = 0;
+  std::int64_t count = 1;
+
+  bool operator==(const SourceRange&) const = default;
+};
+
+/// What a unit reads of a source.
+struct RangeRequest {
+  std::int64_t partition = 0;  ///< that the chunks are of
+  SourceRange range{};         ///< what it consists of
+  std::vector<std::string> columns{};
+  std::vector<RowCondition> conditions{};  ///< see openPartitionWhere
+};
+
 /// A source of rows that is cut into partitions, each of which can be read separately.
 ///
 /// The number of partitions, and the rows in each, depend only on the data.
@@ -100,12 +119,38 @@ class Datastore {
     return openPartition(partition, columns, cancellation);
   }
 
+  /// What partition `partition` consists of, in partitions of the original where this source was
+  /// cut in another way. A unit carries it.
+  virtual SourceRange rangeOf(std::int64_t partition) const { return {partition, 1}; }
+
+  /// `openPartitionWhere` where the partition's range is known from a unit.
+  virtual std::unique_ptr<ChunkReader> openRange(const RangeRequest& request,
+                                                 const CancellationToken& cancellation) const {
+    return openPartitionWhere(request.partition, request.columns, request.conditions, cancellation);
+  }
+
+  /// How many reads of a partition may be repeated after a failure that may pass, such as EIO.
+  virtual int maxReadFailures() const { return kMaxReadFailures; }
+
+  /// The same rows in at least `count` partitions, some of which may be empty; null if the source
+  /// can't be cut finer than it is.
+  ///
+  /// Requires: count > numPartitions().
+  virtual std::shared_ptr<const Datastore> cutFiner(std::int64_t /*count*/) const {
+    return nullptr;
+  }
+
   /// The first rows of the source, at most `rows` and at most one chunk; all columns
   /// that can be read.
   ///
   /// Requires: rows >= 0.
   /// Errors:   as for `openPartition` and `ChunkReader::next`.
   virtual Chunk preview(std::int64_t rows) const = 0;
+
+  /// A chunk of the named columns without rows.
+  ///
+  /// Requires: the columns are in `schema` and can be read.
+  virtual Chunk emptyChunk(std::int64_t partition, const std::vector<std::string>& columns) const;
 
   /// An equal datastore that can be used and destroyed independently of this one.
   virtual std::unique_ptr<Datastore> copy() const = 0;
