@@ -79,7 +79,8 @@ const int Session::kMaxThreads = runtime::kMaxThreads;
 Session::Session() : impl_(translated([] { return std::make_shared<Impl>(); })) {}
 
 Session::~Session() {
-  const std::lock_guard lease(impl_->mutex);
+  std::unique_lock lease(impl_->mutex);
+  impl_->idle.wait(lease, [&] { return impl_->paused == 0; });
   impl_->host.close();
 }
 

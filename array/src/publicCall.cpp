@@ -17,6 +17,7 @@
 #include "foundation/i18n.h"
 #include "kv/errors/ErrorRow.h"
 #include "kv/errors/StepError.h"
+#include "kv/host/SessionPause.h"
 #include "kv/host/errors.h"
 #include "kv/host/values.h"
 #include "kv/runtime/runtime.h"
@@ -92,13 +93,68 @@ const Error kOutOfMemory("KALVEX:OutOfMemory", errors::formatMessage("KALVEX:Out
   }
 }
 
+/// What a public call does while its units run: other threads may make calls of their own.
+class Pausing final : public runtime::SessionLease::Released {
+ public:
+  explicit Pausing(Session::Impl& session)
+      : session_(session), where_(session.where), stack_(host::call("userStackBuiltin")) {
+    session_.frame = nullptr;
+    session_.site.reset();
+    paused_.emplace();
+    session_.depth = 0;
+    ++session_.paused;
+    session_.mutex.unlock();
+  }
+
+  ~Pausing() override {
+    session_.mutex.lock();
+    session_.depth = 1;
+    if (--session_.paused == 0) {
+      session_.idle.notify_all();
+    }
+    paused_.reset();
+    session_.where = where_;
+    try {
+      session_.site.emplace(*where_);
+      session_.frame = host::call("kalvex.bigdata.internal.InternalStackFrame", {stack_.get()});
+    } catch (...) {
+      // Out of memory: what is recorded until the call ends has no line.
+    }
+  }
+
+ private:
+  Session::Impl& session_;
+  const Where* where_;
+  host::Value stack_;
+  std::optional<host::SessionPause> paused_;
+};
+
+class Lease final : public runtime::SessionLease {
+ public:
+  explicit Lease(Session::Impl& session) : session_(session) {}
+
+  bool isReleasable() const noexcept override { return session_.depth == 1; }
+
+  std::unique_ptr<Released> release() noexcept override {
+    try {
+      return isReleasable() ? std::make_unique<Pausing>(session_) : nullptr;
+    } catch (...) {
+      return nullptr;  // out of memory
+    }
+  }
+
+ private:
+  Session::Impl& session_;
+};
+
 }  // namespace
 
-Session::Impl::Impl() {
+Session::Impl::Impl() : lease(std::make_unique<Lease>(*this)) {
   const host::Session::Scope scope(host);
   translated([&] {
     runtime::load(host);
     interrupts = runtime::sessionInterrupts();
+    runtime::setSessionLease(lease.get());
   });
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <source_location>
 #include <utility>
 
@@ -9,6 +11,7 @@
 #include "kv/host/session.h"
 #include "kv/host/values.h"
 #include "kv/runtime/Cancellation.h"
+#include "kv/runtime/SessionLease.h"
 
 namespace kv {
 
@@ -18,7 +21,15 @@ struct Session::Impl {
 
   /// Recursive, because a user's function may record arrays while it is evaluated.
   std::recursive_mutex mutex;
+  int depth = 0;                     ///< public calls of the thread that has the lock
+  int paused = 0;                    ///< public calls of threads that have released the session
+  std::condition_variable_any idle;  ///< no call is paused
   host::Session host;
+  // Of the outermost public call; dropped before the session.
+  const Where* where = nullptr;
+  std::optional<host::CallSite> site;
+  host::Value frame;  ///< holds the user's stack
+  std::unique_ptr<runtime::SessionLease> lease;
   std::shared_ptr<runtime::InterruptRequests> interrupts;  ///< set once
 };
 
@@ -41,18 +52,59 @@ auto translated(Body&& body) -> decltype(body()) {
   }
 }
 
+/// The lease of a session with the right to use it: one public call, perhaps within another.
+class CallScope {
+ public:
+  explicit CallScope(Session::Impl& session) : session_(session), lock_(session.mutex) {
+    ++session_.depth;
+  }
+  ~CallScope() { --session_.depth; }
+  CallScope(const CallScope&) = delete;
+  CallScope& operator=(const CallScope&) = delete;
+
+ private:
+  Session::Impl& session_;
+  std::lock_guard<std::recursive_mutex> lock_;
+};
+
+/// The user's line of a public call, and the user's stack: that of the outermost one, which stays
+/// as it is until the call ends.
+class CallFrame {
+ public:
+  CallFrame(Session::Impl& session, const Where& where) : session_(session) {
+    if (session.depth > 1) {
+      nested_.emplace(where);
+    } else {
+      session.where = &where;
+      session.site.emplace(where);
+      session.frame = host::call("kalvex.bigdata.internal.InternalStackFrame");
+    }
+  }
+  ~CallFrame() {
+    if (session_.depth == 1) {
+      session_.frame = nullptr;
+      session_.site.reset();
+    }
+  }
+  CallFrame(const CallFrame&) = delete;
+  CallFrame& operator=(const CallFrame&) = delete;
+
+ private:
+  Session::Impl& session_;
+  std::optional<host::CallSite> nested_;
+};
+
 /// Runs `body` as one public call: the session is leased and current, the user's line is on its
 /// stack, and what the call captures as the user's stack doesn't change until the call ends.
 template <class Body>
 auto publicCall(Session::Impl& session, const Where& where, Body&& body) {
-  const std::lock_guard lease(session.mutex);
+  const CallScope lease(session);
   if (session.host.isClosed()) {
     raiseClosed();
   }
   const host::Session::Scope scope(session.host);
   return translated([&] {
-    const host::CallSite site(where);
-    const host::Value frame = host::call("kalvex.bigdata.internal.InternalStackFrame");
+    const CallFrame frame(session, where);
     return body();
   });
 }

@@ -103,7 +103,7 @@ void evaluateRows(const Call& call, DirectCall& direct) {
   }
   std::vector<WholeValue> outputs;
   asEvaluation([&](const CancellationToken& token) {
-    Evaluation evaluation(client, token, 1);
+    Evaluation evaluation(client, token);
     evaluation.run();
     outputs = evaluation.takeOutputs(0);
   });

@@ -133,7 +133,7 @@ void executeOn(int threads, const Call& call) {
   const Value others = otherPromises(call.in(1), entries, call.in(2));
   const ClientPlan plan = readTaskGraph(call.in(1), call.in(2), others.get());
   asEvaluation([&](const CancellationToken& token) {
-    noteEvaluation(Evaluation(plan, token, threads).run());
+    noteEvaluation(Evaluation(plan, token, {threads, runtimeState().lease}).run());
   });
 }
 
@@ -214,6 +214,8 @@ void setThreads(int threads) {
   }
   runtimeState().threads = threads;
 }
+
+void setSessionLease(SessionLease* lease) { runtimeState().lease = lease; }
 
 void defineExecutors(host::Session& session) {
   define(session, {.name = kExecutor,

@@ -40,6 +40,7 @@ struct RuntimeState {
   int threads = 0;               ///< for evaluations; 0: the default of the process
   std::int64_t memoryLimit = 0;  ///< in bytes; 0: the default of the process
   MemoryLedger::Owner ledger = MemoryLedger::open(*arrow::default_memory_pool());
+  SessionLease* lease = nullptr;     ///< for evaluations; null: none
   DirectCall* directCall = nullptr;  ///< the call whose operation is to be evaluated; null for none
   std::shared_ptr<InterruptRequests> interrupts = std::make_shared<InterruptRequests>();
   MovedTables* movedTables = nullptr;  ///< while a SourceMoves lives

@@ -72,7 +72,11 @@ WholeValue joinKept(const OpSpec& spec, std::vector<std::vector<Chunk>> partitio
   return joinRows(std::move(partitions), cut, describe(spec), frameRows);
 }
 
+/// Does nothing if another thread's evaluation has completed the promise meanwhile.
 void complete(const Value& promise, const WholeValue& whole) {
+  if (host::toLogical(host::getProperty(promise.get(), "IsDone").get())) {
+    return;
+  }
   if (whole.places) {
     const Value metadata = toMetadata(*whole.places);
     host::callMany("hSetMetadata", 0, std::vector<const kxArray*>{promise.get(), metadata.get()});
@@ -91,12 +95,14 @@ void complete(const Value& promise, const WholeValue& whole) {
 
 EvaluationFacts nothingToEvaluate() { return {.peakBytes = peakResidentBytes()}; }
 
-Evaluation::Evaluation(const ClientPlan& client, const CancellationToken& cancellation, int threads)
+Evaluation::Evaluation(const ClientPlan& client, const CancellationToken& cancellation,
+                       EvaluationSetup setup)
     : plan_(client.plan),
       handles_(client.handles),
       rules_(rulesInForce()),
       cancellation_(cancellation),
-      threads_(threads),
+      threads_(setup.threads),
+      lease_(setup.lease),
       schedule_(plan_),
       rowSpaces_(plan_),
       values_(plan_.tasks.size()) {}
@@ -182,7 +188,7 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
     fromBytes = Stage::fromBytes(stage.toBytes(), context.pool);
   }
   const auto units = makeUnitService(threads_, rows.numPartitions(),
-                                     {fromBytes ? *fromBytes : stage, functions, context});
+                                     {fromBytes ? *fromBytes : stage, functions, context, lease_});
   if (const auto failed = kv::runtime::runStage(*units, merge, rows, nextStage_++)) {
     raiseStageFailure(assembled, *failed);
   }

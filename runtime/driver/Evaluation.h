@@ -13,6 +13,7 @@
 #include "engine/memoryFailures.h"
 #include "executor/OrderedMerge.h"
 #include "kv/runtime/Cancellation.h"
+#include "kv/runtime/SessionLease.h"
 #include "plan/RowSpaces.h"
 #include "plan/Rule.h"
 #include "plan/Schedule.h"
@@ -30,6 +31,12 @@ struct EvaluationFacts {
   std::int64_t skippedRows = 0;       ///< of the sources, left out by statistics, in all passes
 };
 
+/// What an evaluation may use.
+struct EvaluationSetup {
+  int threads = 1;                ///< that may run units at a time; 1: the calling thread alone
+  SessionLease* lease = nullptr;  ///< what to release while units run; null for nothing
+};
+
 /// The facts when everything that was asked for is there already.
 EvaluationFacts nothingToEvaluate();
 
@@ -43,9 +50,9 @@ EvaluationFacts nothingToEvaluate();
 /// Lives: one evaluation; the plan and the token outlive it.
 class Evaluation {
  public:
-  /// `threads`: how many may run units at a time; 1: the calling thread alone.
   /// Errors: those of rulesInForce().
-  Evaluation(const ClientPlan& client, const CancellationToken& cancellation, int threads);
+  Evaluation(const ClientPlan& client, const CancellationToken& cancellation,
+             EvaluationSetup setup = {});
 
   /// Errors: "KALVEX:array:NotRunnable" with the class of an operation that can't be run,
   ///         "KALVEX:bigdata:array:InvalidTallVersion" with the release that saved an array, before
@@ -78,7 +85,8 @@ class Evaluation {
   const PlanHandles& handles_;
   const Rules rules_;
   const CancellationToken& cancellation_;
-  int threads_;
+  const int threads_;
+  SessionLease* const lease_;
   Schedule schedule_;
   const RowSpaces rowSpaces_;
   WholeValues values_;

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "executor/LeasedFunctions.h"
+
 namespace kv::runtime {
 
 std::optional<UnitResult> SerialUnits::next() {
@@ -10,7 +12,11 @@ std::optional<UnitResult> SerialUnits::next() {
   }
   const std::string unit = std::move(units_.front());
   units_.pop_front();
-  UnitResult result = runUnit(scope_.stage, rows_, unit, scope_.functions, scope_.context);
+  UnitResult result;
+  {
+    LeasedFunctions functions(scope_.functions, scope_.lease);
+    result = runUnit(scope_.stage, rows_, unit, functions, scope_.context);
+  }
   scope_.functions.endPartition(result.partition);
   return result;
 }

@@ -55,6 +55,8 @@ ThreadUnits::~ThreadUnits() {
     isEnding_ = true;
   }
   forWorkers_.notify_all();
+  const auto released = scope_.lease != nullptr ? scope_.lease->release() : nullptr;
+  threads_.clear();
 }
 
 void ThreadUnits::startThreads(int threads) {
@@ -107,11 +109,20 @@ std::optional<UnitResult> ThreadUnits::next() {
   }
 }
 
-/// None if there is something else to do, or after a while.
+/// None if there is something else to do, or after a while. The session is released while it waits.
 std::optional<ThreadUnits::Finished> ThreadUnits::waitForResult() {
+  const auto hasWork = [&] { return !results_.empty() || numPending_ == 0 || lane_.hasCalls(); };
   std::unique_lock lock(mutex_);
-  forClient_.wait_for(lock, kPollInterval,
-                      [&] { return !results_.empty() || numPending_ == 0 || lane_.hasCalls(); });
+  if (!hasWork()) {
+    lock.unlock();
+    const auto released = scope_.lease != nullptr ? scope_.lease->release() : nullptr;
+    lock.lock();
+    forClient_.wait_for(lock, kPollInterval, hasWork);
+    lock.unlock();  // before the end of `released`, which may wait
+  }
+  if (!lock.owns_lock()) {
+    lock.lock();
+  }
   if (results_.empty()) {
     return std::nullopt;
   }

@@ -218,30 +218,46 @@ TEST_F(Lifetime, ArraysMayOutliveTheirSessionAndBeDroppedOnAnyThread) {
   EXPECT_EQ(after.payloadBytes, before.payloadBytes);
 }
 
-TEST_F(Lifetime, ThreadsMayShareASession) {
-  TempFolder folder;
-  Session session;
-  const Array x = session.read(folder.write("t.csv", "x\n1\n2\n")).column("x");
-  std::vector<double> sums(4);
-  {
-    std::vector<std::jthread> threads;
-    for (double& total : sums) {
-      threads.emplace_back([&total, &x] {
-        for (int i = 0; i < 25; ++i) {
-          total += sum(x + i).gather().number();
-        }
-      });
-    }
-  }
-  EXPECT_THAT(sums, testing::Each(25 * 3 + 2 * (24 * 25 / 2)));
-}
-
 /// Returns the rows unchanged, after `atBlock`.
 BlockFunction passing(std::function<void()> atBlock) {
   return [atBlock](std::span<const std::span<const double>> in) {
     atBlock();
     return std::vector<double>(in[0].begin(), in[0].end());
   };
+}
+
+TEST_F(Lifetime, ThreadsMayShareASession) {
+  std::string rows = "x\n";
+  for (int i = 0; i < 40'000; ++i) {
+    rows += std::to_string(i % 10) + "\n";
+  }
+  TempFolder folder;
+  Session session;
+  const Array x =
+      session.read({folder.write("a.csv", rows), folder.write("b.csv", rows)}).column("x");
+  const Array common = mean(x * x);
+  std::atomic<int> running = 0;
+  const auto alone = [&] {
+    EXPECT_EQ(++running, 1) << "calls of functions have the session for themselves";
+    --running;
+  };
+  const auto share = [&](int thread) {
+    for (int i = 0; i < 4; ++i) {
+      const Array mine = x + thread;
+      EXPECT_EQ(sum(map(passing(alone), std::vector{mine})).gather().number(),
+                80'000 * (4.5 + thread));
+      EXPECT_EQ(common.gather().number(), 28.5);
+      const auto line = std::source_location::current().line() + 1;
+      const Array failing = map(passing([] { throw std::runtime_error("no"); }), std::vector{mine});
+      const Error error = errorOf([&] { (i % 2 == 0 ? sum(failing) : failing).gather(); });
+      ASSERT_FALSE(error.stack().empty());
+      EXPECT_EQ(error.stack()[0].line, static_cast<int>(line)) << "the line of another thread";
+    }
+  };
+  std::vector<std::jthread> threads;
+  for (int thread = 0; thread < 8; ++thread) {
+    threads.emplace_back(share, thread);
+  }
 }
 
 TEST_F(Lifetime, AnInterruptAtAnyChunkStopsWithinOneAndLeavesTheSessionUsable) {

@@ -175,14 +175,15 @@ class PacedSource final : public Datastore {
 
 /// The failure with which the units of such a source end, on some threads.
 std::optional<errors::FailureRecord> runUnits(int threads, std::int64_t numPartitions,
-                                              PacedSource::Open open) {
+                                              PacedSource::Open open,
+                                              SessionLease* lease = nullptr) {
   const auto source = std::make_shared<PacedSource>(numPartitions, std::move(open));
   const Stage stage({{makeRead(source)}, {makeCollect(), {{.index = 0}}}}, {1});
   NoFunctions functions;
   const CancellationToken never;
   const ExecutionContext context{currentPool(), never};
   OrderedMerge merge(stage, functions);
-  const auto units = makeUnitService(threads, numPartitions, {stage, functions, context});
+  const auto units = makeUnitService(threads, numPartitions, {stage, functions, context, lease});
   return runStage(*units, merge, StageRows(stage), 0);
 }
 
@@ -264,6 +265,35 @@ TEST(Units, AfterOneThatFailedAreCancelledAndThoseBeforeItFinish) {
   ASSERT_TRUE(failure);
   EXPECT_EQ(failure->error.message, "zero");
   EXPECT_LE(opened, 5) << "one may begin before the client knows of the failure";
+}
+
+/// Notes whether the session is released.
+class NotedLease final : public SessionLease {
+ public:
+  bool isReleasable() const noexcept override { return true; }
+  std::unique_ptr<Released> release() noexcept override {
+    return std::make_unique<Noted>(isReleased);
+  }
+
+  std::atomic<bool> isReleased = false;
+
+ private:
+  struct Noted final : Released {
+    explicit Noted(std::atomic<bool>& flag) : isReleased(flag) { isReleased = true; }
+    ~Noted() override { isReleased = false; }
+    std::atomic<bool>& isReleased;
+  };
+};
+
+TEST(Units, RunWhileTheSessionIsReleased) {
+  for (const int threads : {1, 4}) {
+    NotedLease lease;
+    const auto open = [&](std::int64_t, const CancellationToken&) {
+      EXPECT_TRUE(comes([&] { return lease.isReleased.load(); }));
+    };
+    EXPECT_FALSE(runUnits(threads, 10, open, &lease));
+    EXPECT_FALSE(lease.isReleased);
+  }
 }
 
 TEST(Units, RunOnTheCallingThreadWhereTheSystemStartsNone) {
