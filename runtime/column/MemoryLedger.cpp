@@ -11,6 +11,17 @@
 
 namespace kv::runtime {
 
+namespace {
+
+// Allocators keep what was freed for a while, to use it again. So that a process stays near its
+// limit, a thread has them return it after each share of the limit that it has freed.
+constexpr std::int64_t kReleasedShare = 16;
+constexpr std::int64_t kLeastReleased = std::int64_t{8} << 20;
+
+thread_local std::int64_t freedHere = 0;
+
+}  // namespace
+
 MemoryLedger::Owner MemoryLedger::open(arrow::MemoryPool& memory) {
   return Owner(new MemoryLedger(memory));
 }
@@ -51,6 +62,11 @@ arrow::Status MemoryLedger::Reallocate(std::int64_t oldSize, std::int64_t newSiz
 void MemoryLedger::Free(std::uint8_t* buffer, std::int64_t size, std::int64_t alignment) {
   memory_.Free(buffer, size, alignment);
   discharge(size);
+  freedHere += size;
+  if (freedHere >= std::max(kLeastReleased, limit() / kReleasedShare)) {
+    freedHere = 0;
+    memory_.ReleaseUnused();
+  }
   releaseHolder();
 }
 

@@ -1,10 +1,29 @@
+#include <algorithm>
 #include <utility>
 
+#include "column/concatenate.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
 
 namespace {
+
+/// Chunks are joined to pieces of this size. Otherwise the small buffers of a result that grows lie
+/// among those that each unit frees, and keep the allocator from giving that memory back.
+constexpr std::int64_t kJoinedBytes = std::int64_t{4} << 20;
+
+bool haveOneType(const Column& a, const Column& b) {
+  return a.type() == b.type() && a.isNullable() == b.isNullable();
+}
+
+bool haveSameNames(const Chunk& a, const Chunk& b) {
+  return a.names == b.names || (a.names != nullptr && b.names != nullptr && *a.names == *b.names);
+}
+
+bool canBeJoined(const Chunk& a, const Chunk& b) {
+  return haveSameNames(a, b) && a.trailing == b.trailing &&
+         std::ranges::equal(a.columns, b.columns, haveOneType);
+}
 
 std::int64_t bytesOf(const Chunk& chunk) {
   const std::int64_t listed = chunk.ordinals.isRange() ? 0 : chunk.rows();
@@ -14,16 +33,36 @@ std::int64_t bytesOf(const Chunk& chunk) {
 class CollectRun final : public StepRun {
  public:
   std::vector<Chunk> process(const StepInputs& inputs) override {
-    chunks_.push_back(inputs.chunk(0));
-    keptBytes_ += bytesOf(chunks_.back());
+    const Chunk& chunk = inputs.chunk(0);
+    if (pendingBytes_ >= kJoinedBytes ||
+        (!pending_.empty() && !canBeJoined(pending_.front(), chunk))) {
+      joinPending();
+    }
+    const std::int64_t bytes = bytesOf(chunk);
+    pending_.push_back(chunk);
+    keptBytes_ += bytes;
+    pendingBytes_ += bytes;
     return {};
   }
 
   std::int64_t keptBytes() const override { return keptBytes_; }
 
-  SinkResult finish() override { return {.chunks = std::move(chunks_)}; }
+  SinkResult finish() override {
+    joinPending();
+    return {.chunks = std::move(chunks_)};
+  }
 
  private:
+  void joinPending() {
+    if (!pending_.empty()) {
+      chunks_.push_back(concatenate(pending_));
+      pending_.clear();
+      pendingBytes_ = 0;
+    }
+  }
+
+  std::vector<Chunk> pending_;
+  std::int64_t pendingBytes_ = 0;
   std::vector<Chunk> chunks_;
   std::int64_t keptBytes_ = 0;
 };
