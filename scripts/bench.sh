@@ -25,6 +25,8 @@ if ! cmp -s bench/requirements.txt "$kBuild/peers/requirements.txt"; then
   cp bench/requirements.txt "$kBuild/peers"
 fi
 PYTHONPATH=$kBuild/python:$kBuild/peers .venv/bin/python bench/from_python.py "$kResults/python.json"
+echo "== queries"
+PYTHONPATH=$kBuild/python .venv/bin/python bench/queries.py "$kResults/queries.json"
 echo "== whole processes"
 python3 scripts/measure_processes.py "$kBuild" "$kResults/processes.json"
 echo "== memory"

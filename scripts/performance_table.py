@@ -40,6 +40,7 @@ class Results:
                     self._runs.setdefault(run["run_name"].split("/iterations")[0], []).append(run)
         self.processes = json.loads((folder / "processes.json").read_text())
         self.memory = json.loads((folder / "memory.json").read_text())
+        self.queries = json.loads((folder / "queries.json").read_text())["seconds"]
         self.profile = json.loads((folder / "profile.json").read_text())
 
     def values(self, run: str, field: str) -> list[float]:
@@ -124,6 +125,46 @@ def process_ratio(results: Results) -> list[float]:
 def added_memory(results: Results) -> list[float]:
     sides = results.processes
     return [(sides["copies"]["peak_bytes"] - sides["ours"]["peak_bytes"]) / MIB]
+
+
+def query(side: str) -> Callable[[Results], list[float]]:
+    return lambda results: results.queries[side]
+
+
+def relative_query(side: str, other: str) -> Callable[[Results], list[float]]:
+    """The time of one side relative to that of another, round by round, since they took turns."""
+
+    def measure(results: Results) -> list[float]:
+        both = zip(results.queries[side], results.queries[other], strict=True)
+        return [ours / theirs for ours, theirs in both]
+
+    return measure
+
+
+def query_figures(kind: str, name: str, against_polars: float | None) -> list[Figure]:
+    ours, polars = f"{kind}/ours2", f"{kind}/polars"
+    return [
+        Figure(name, query(ours), "{:.2f} s"),
+        Figure("Polars, streaming", query(polars), "{:.2f} s"),
+        Figure("ours against Polars", relative_query(ours, polars), "{:.2f} times", against_polars),
+        Figure(
+            "two threads against one",
+            relative_query(ours, f"{kind}/ours1"),
+            "{:.2f} times",
+            1 / 1.8,
+        ),
+    ]
+
+
+def per_step(threads: int) -> Callable[[Results], list[float]]:
+    """The time that a chunk takes at each step of a chain of 20, beside a unit without steps."""
+
+    def measure(results: Results) -> list[float]:
+        units = statistics.median(results.nanoseconds(f"dispatch/{threads}/0/real_time"))
+        chains = results.nanoseconds(f"dispatch/{threads}/20/real_time")
+        return [(chain - units) / 20_000 for chain in chains]
+
+    return measure
 
 
 def resident(query: int) -> Callable[[Results], list[float]]:
@@ -266,6 +307,18 @@ SECTIONS = {
             "{:.0f} MiB",
             32,
         ),
+    ],
+    "Means and deviations of 8 columns of doubles where the first is positive, 1 GiB of CSV": [
+        *query_figures("csv", "ours from CSV, two threads", 1),
+        *query_figures("parquet", "ours from Parquet (snappy)", 1 / 0.95),
+        *query_figures("memory", "ours from memory", None),
+        Figure("NumPy from memory, one thread", query("memory/numpy"), "{:.2f} s"),
+    ],
+    "Units and chunks of one row": [
+        Figure("a unit, one thread", microseconds("dispatch/1/0/real_time"), "{:.2f} us", 5),
+        Figure("a unit, two threads", microseconds("dispatch/2/0/real_time"), "{:.2f} us", 5),
+        Figure("a chunk at a step, one thread", per_step(1), "{:.2f} us", 1),
+        Figure("a chunk at a step, two threads", per_step(2), "{:.2f} us", 1),
     ],
     "Memory of whole processes, two threads": [
         Figure(
