@@ -10,7 +10,9 @@
 
 #include "handles.h"
 #include "hostValues.h"
+#include "kv/callMode.h"
 #include "kv/host/errors.h"
+#include "kv/host/freeFunctions.h"
 #include "kv/runtime/runtime.h"
 
 namespace kv {
@@ -104,12 +106,19 @@ Array map(BlockFunction function, std::span<const Array> inputs, Where where) {
 }
 
 Array map(std::string name, BlockFunction function, std::span<const Array> inputs, Where where) {
+  return map(std::move(name), std::move(function), inputs, CallMode::Session, where);
+}
+
+Array map(std::string name, BlockFunction function, std::span<const Array> inputs, CallMode mode,
+          Where where) {
   const auto session = sessionOf(inputs);
   requireFunction(function);
   requireNumbers(inputs);
   return publicCall(*session, where, [&] {
     CallInputs call;
-    call.give(host::makeFunctionHandle(std::move(name), bodyOf(std::move(function))));
+    const auto calls =
+        mode == CallMode::AnyThread ? host::CallMode::AnyThread : host::CallMode::Session;
+    call.give(host::makeFunctionHandle(name, bodyOf(std::move(function)), calls));
     for (const Array& input : inputs) {
       call.lend(input.handle().value);
     }

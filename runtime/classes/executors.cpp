@@ -19,6 +19,7 @@
 #include "driver/readTaskGraph.h"
 #include "executor/threadCount.h"
 #include "kv/host/errors.h"
+#include "kv/host/freeFunctions.h"
 #include "kv/runtime/runtime.h"
 #include "persistence/trust.h"
 #include "plan/describePlan.h"
@@ -126,6 +127,34 @@ Value otherPromises(const kxArray* taskGraph, const ClosureTasks& entries, const
   return column;
 }
 
+/// Opens sessions for free functions: with what the program has defined, stopped as the current
+/// session is, and within its memory limit. An evaluation that a function starts there uses one
+/// thread.
+WorkerSessions::Open workerOpener() {
+  const RuntimeState& own = runtimeState();
+  return [definitions = host::ProgramDefinitions::ofCurrent(), interrupts = own.interrupts,
+          ledger = own.ledger.get(), memoryLimit = own.memoryLimit] {
+    auto session = std::make_unique<host::Session>();
+    const host::Session::Scope scope(*session);
+    load(*session);
+    definitions.defineIn(*session);
+    RuntimeState& state = runtimeState();
+    state.threads = 1;
+    state.interrupts = interrupts;
+    state.ledger = ledger->share();
+    state.memoryLimit = memoryLimit;
+    return session;
+  };
+}
+
+/// What an evaluation of the current session may use. Where it keeps the session, its functions run
+/// in the lane: on a worker one might wait for the session.
+EvaluationSetup setupWith(int threads) {
+  SessionLease* lease = runtimeState().lease;
+  const bool hasWorkers = threads > 1 && (lease == nullptr || lease->isReleasable());
+  return {threads, lease, hasWorkers ? workerOpener() : nullptr};
+}
+
 /// Runs the tasks and completes the promises of a call execute(executor, taskGraph, promises).
 void executeOn(int threads, const Call& call) {
   const ClosureTasks entries(call.in(1));
@@ -133,7 +162,7 @@ void executeOn(int threads, const Call& call) {
   const Value others = otherPromises(call.in(1), entries, call.in(2));
   const ClientPlan plan = readTaskGraph(call.in(1), call.in(2), others.get());
   asEvaluation([&](const CancellationToken& token) {
-    noteEvaluation(Evaluation(plan, token, {threads, runtimeState().lease}).run());
+    noteEvaluation(Evaluation(plan, token, setupWith(threads)).run());
   });
 }
 

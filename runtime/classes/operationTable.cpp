@@ -75,6 +75,7 @@ Value describeFunction(const kxArray* operation, OpSpec& spec) {
   Value handle = host::getProperty(function.get(), "Handle");
   spec.isTrusted = host::isTrusted(function.get()) && host::isTrusted(handle.get());
   spec.label = functionLabel(handle.get());
+  spec.isFree = isFreeFunction(handle.get());
   return handle;
 }
 

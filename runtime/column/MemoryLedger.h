@@ -22,7 +22,7 @@ struct Refusal {
 /// the limit. What is allocated through it at a time is never more than the limit. As a resource it
 /// is the same pool for containers.
 ///
-/// Owner: its owner, and every buffer that was allocated from it: a value that is kept may outlive
+/// Owner: its owners, and every buffer that was allocated from it: a value that is kept may outlive
 ///        its session. With the last of them it is gone.
 /// Threads: any.
 class MemoryLedger final : public arrow::MemoryPool, public std::pmr::memory_resource {
@@ -35,6 +35,12 @@ class MemoryLedger final : public arrow::MemoryPool, public std::pmr::memory_res
   /// A ledger over `memory`, without a limit.
   /// Lives: `memory` outlives it.
   static Owner open(arrow::MemoryPool& memory);
+
+  /// One more owner, of another session that uses this memory.
+  Owner share() noexcept {
+    holders_.fetch_add(1);
+    return Owner(this);
+  }
 
   /// May be less than what is in use: nothing can be allocated then until enough is free.
   void setLimit(std::int64_t bytes) noexcept { limit_.store(bytes); }
@@ -82,7 +88,7 @@ class MemoryLedger final : public arrow::MemoryPool, public std::pmr::memory_res
   std::atomic<std::int64_t> allocations_{0};
   std::atomic<std::int64_t> refusals_{0};
   std::atomic<std::int64_t> lastNeed_{0};
-  std::atomic<std::int64_t> holders_{1};  ///< the owner, and the buffers
+  std::atomic<std::int64_t> holders_{1};  ///< the owners, and the buffers
 };
 
 /// Bytes that are used by other means than a pool, and count as if they were allocated from a

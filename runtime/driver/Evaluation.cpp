@@ -10,6 +10,7 @@
 
 #include "column/MemoryLedger.h"
 #include "column/pool.h"
+#include "driver/FreeCalls.h"
 #include "driver/SessionFunctions.h"
 #include "driver/failures.h"
 #include "driver/peakMemory.h"
@@ -103,6 +104,7 @@ Evaluation::Evaluation(const ClientPlan& client, const CancellationToken& cancel
       cancellation_(cancellation),
       threads_(setup.threads),
       lease_(setup.lease),
+      workers_(std::move(setup.openWorker)),
       schedule_(plan_),
       rowSpaces_(plan_),
       values_(plan_.tasks.size()) {}
@@ -187,8 +189,10 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   if (runStagesFromBytes()) {
     fromBytes = Stage::fromBytes(stage.toBytes(), context.pool);
   }
-  const auto units = makeUnitService(threads_, rows.numPartitions(),
-                                     {fromBytes ? *fromBytes : stage, functions, context, lease_});
+  const FreeCalls freeCalls(assembled, workers_);
+  const auto units =
+      makeUnitService(threads_, rows.numPartitions(),
+                      {fromBytes ? *fromBytes : stage, functions, context, lease_, &freeCalls});
   if (const auto failed = kv::runtime::runStage(*units, merge, rows, nextStage_++)) {
     raiseStageFailure(assembled, *failed);
   }

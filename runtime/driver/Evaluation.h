@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "driver/PlanHandles.h"
+#include "driver/WorkerSessions.h"
 #include "driver/assembleStage.h"
 #include "driver/wholeValues.h"
 #include "engine/memoryFailures.h"
@@ -33,8 +34,9 @@ struct EvaluationFacts {
 
 /// What an evaluation may use.
 struct EvaluationSetup {
-  int threads = 1;                ///< that may run units at a time; 1: the calling thread alone
-  SessionLease* lease = nullptr;  ///< what to release while units run; null for nothing
+  int threads = 1;                    ///< that may run units at a time; 1: the calling thread alone
+  SessionLease* lease = nullptr;      ///< what to release while units run; null for nothing
+  WorkerSessions::Open openWorker{};  ///< makes sessions for free functions; null for none
 };
 
 /// The facts when everything that was asked for is there already.
@@ -87,6 +89,7 @@ class Evaluation {
   const CancellationToken& cancellation_;
   const int threads_;
   SessionLease* const lease_;
+  WorkerSessions workers_;
   Schedule schedule_;
   const RowSpaces rowSpaces_;
   WholeValues values_;

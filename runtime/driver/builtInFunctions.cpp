@@ -4,6 +4,7 @@
 
 #include <string_view>
 
+#include "kv/host/freeFunctions.h"
 #include "kv/runtime/functionNames.h"
 #include "values/hostNames.h"
 
@@ -49,6 +50,11 @@ BuiltInFunction builtInFunction(const kxArray* handle) {
 bool isBuiltInHandle(const kxArray* functionHandle) {
   return kxIsA(functionHandle, kFunctionHandle) &&
          builtInFunction(host::getProperty(functionHandle, "Handle").get()) != BuiltInFunction{};
+}
+
+bool isFreeFunction(const kxArray* handle) {
+  return host::callMode(handle) == host::CallMode::AnyThread ||
+         builtInFunction(handle) != BuiltInFunction{};
 }
 
 std::string functionLabel(const kxArray* handle) {

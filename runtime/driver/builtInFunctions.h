@@ -25,6 +25,9 @@ BuiltInFunction builtInFunction(const kxArray* handle);
 /// True if a FunctionHandle holds a built-in function.
 bool isBuiltInHandle(const kxArray* functionHandle);
 
+/// True if the function of a function_handle may run in any session, on any thread.
+bool isFreeFunction(const kxArray* handle);
+
 /// How plans call the function of a function_handle.
 std::string functionLabel(const kxArray* handle);
 

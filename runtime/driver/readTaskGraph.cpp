@@ -12,6 +12,7 @@
 #include "driver/OpSpecValue.h"
 #include "driver/failures.h"
 #include "kv/host/errors.h"
+#include "kv/host/freeFunctions.h"
 #include "plan/PlanBuilder.h"
 #include "values/chunkValues.h"
 #include "values/hostNames.h"
@@ -216,7 +217,7 @@ class TaskReader {
       refuseDependencies(dependencies.get());
     }
     for (std::size_t i = 0; i < count; ++i) {
-      task.inputs.push_back(readInput(kxGetCell(dependencies.get(), i)));
+      task.inputs.push_back(readInput(kxGetCell(dependencies.get(), i), task.spec->isFree));
     }
     if (count != task.spec->numInputs) {
       host::raise("KALVEX:array:OperationArity",
@@ -257,7 +258,7 @@ class TaskReader {
  private:
   /// One entry of a task's dependencies: {task, output from 1} or {value, metadata, whether it is a
   /// constant}. Users' own tasks bring it, too.
-  PlanInput readInput(const kxArray* entry) {
+  PlanInput readInput(const kxArray* entry, bool isFree) {
     PlanInput input;
     const std::size_t parts = numCells(entry);
     if (parts == 2) {
@@ -276,6 +277,7 @@ class TaskReader {
           kxGetLogicals(isConstant)[0]) {
         input.constant = constantOf(value);
       }
+      input.staysInSession = isFree && !host::isCarryable(value);
       read_.handles.values.push_back(matrix::sharedCopy(value));
     } else {
       refuseDependencies(entry);

@@ -1,8 +1,15 @@
 #include "kv/runtime/Cancellation.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace kv::runtime {
+
+namespace {
+
+thread_local const CancellationToken* unitOfThread = nullptr;
+
+}  // namespace
 
 EvaluationWatch::~EvaluationWatch() = default;
 
@@ -16,6 +23,7 @@ void InterruptRequests::settle() noexcept {
 CancellationToken::CancellationToken(InterruptRequests& process, InterruptRequests& session,
                                      EvaluationWatch* watch)
     : heard_{Heard{&process, process.settled()}, Heard{&session, session.settled()}},
+      whole_(unitOfThread),
       watch_(watch) {}
 
 CancellationToken::~CancellationToken() {
@@ -33,6 +41,11 @@ bool CancellationToken::isCancelled() const noexcept {
            return heard.requests != nullptr && heard.requests->made() != heard.settled;
          });
 }
+
+CancellationScope::CancellationScope(const CancellationToken& unit) noexcept
+    : outer_(std::exchange(unitOfThread, &unit)) {}
+
+CancellationScope::~CancellationScope() { unitOfThread = outer_; }
 
 void CancellationToken::throwIfCancelled() const {
   if (isCancelled()) {

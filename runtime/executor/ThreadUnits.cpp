@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "engine/Unit.h"
+#include "executor/WorkerFunctions.h"
 
 // Two queues under one lock: units go to the workers, results come back. The client thread waits in
 // `next` for a result, a call of a user's function, or its next look at interrupts. Which worker
@@ -55,6 +56,7 @@ ThreadUnits::~ThreadUnits() {
     isEnding_ = true;
   }
   forWorkers_.notify_all();
+  // A free function that runs may need the session, too, before it can end.
   const auto released = scope_.lease != nullptr ? scope_.lease->release() : nullptr;
   threads_.clear();
 }
@@ -148,10 +150,11 @@ void ThreadUnits::cancelAfter(std::int64_t partition) {
 }
 
 void ThreadUnits::work() noexcept {
+  std::unique_ptr<UserFunctions> free;
   while (const std::optional<Submitted> submitted = takeUnit()) {
     Running running{submitted->partition, CancellationToken(&scope_.context.cancellation)};
     begin(running);
-    finish(running, run(*submitted, running));
+    finish(running, run(*submitted, running, free));
   }
 }
 
@@ -174,10 +177,13 @@ void ThreadUnits::begin(Running& unit) {
   }
 }
 
-ThreadUnits::Finished ThreadUnits::run(const Submitted& submitted, const Running& running) {
+ThreadUnits::Finished ThreadUnits::run(const Submitted& submitted, const Running& running,
+                                       std::unique_ptr<UserFunctions>& free) {
   Finished finished{submitted.partition};
+  const CancellationScope scope(running.stop);
   try {
-    LaneFunctions functions(lane_, submitted.partition);
+    LaneFunctions lane(lane_, submitted.partition);
+    WorkerFunctions functions(lane, scope_.freeFunctions, free);
     const ExecutionContext context{scope_.context.pool, running.stop, scope_.context.now};
     finished.result = runUnit(scope_.stage, rows_, submitted.unit, functions, context);
   } catch (...) {

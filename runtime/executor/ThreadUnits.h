@@ -6,6 +6,7 @@
 #include <exception>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -18,7 +19,8 @@
 namespace kv::runtime {
 
 /// Runs units on threads of its own, which begin the units in the order in which they were
-/// submitted. Users' functions are called on the client thread, inside `next`.
+/// submitted. Users' functions are called on the client thread, inside `next`, free ones on the
+/// workers.
 ///
 /// Lives: within one stage of an evaluation. Its end stops the units in progress within a chunk.
 class ThreadUnits final : public UnitService {
@@ -62,7 +64,8 @@ class ThreadUnits final : public UnitService {
   void work() noexcept;
   std::optional<Submitted> takeUnit();
   void begin(Running& unit);
-  Finished run(const Submitted& submitted, const Running& running);
+  Finished run(const Submitted& submitted, const Running& running,
+               std::unique_ptr<UserFunctions>& free);
   void finish(const Running& unit, Finished finished);
   std::optional<Finished> waitForResult();
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "engine/runUnit.h"
+#include "executor/FreeFunctions.h"
 #include "kv/runtime/SessionLease.h"
 
 namespace kv::runtime {
@@ -16,7 +17,8 @@ struct StageScope {
   const Stage& stage;
   UserFunctions& functions;  ///< called on the client thread, the one that evaluates
   const ExecutionContext& context;
-  SessionLease* lease = nullptr;  ///< released while units run; null for none
+  SessionLease* lease = nullptr;                 ///< released while units run; null for none
+  const FreeFunctions* freeFunctions = nullptr;  ///< null for none
 };
 
 /// Runs the units of one stage: in this thread, in others, or elsewhere.

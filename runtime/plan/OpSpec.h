@@ -31,6 +31,7 @@ struct OpSpec {
   OperatorPtr op{};      ///< how it runs over rows; null if it doesn't
   WholeRun wholeRun = WholeRun::CallFunction;
   bool callsUser = false;      ///< it calls a function of the user's own
+  bool isFree = false;         ///< that function may run on any thread, see host/freeFunctions.h
   bool isTrusted = true;       ///< false where function or source came from a file without trust
   bool isChoice = false;       ///< the second or the third input, depending on the first
   bool isRunnable = true;      ///< false for what can be recorded and planned, but not run

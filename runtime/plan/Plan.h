@@ -19,6 +19,7 @@ struct PlanInput {
   std::size_t value = 0;                      ///< number of the value
   std::shared_ptr<const RowPlaces> places{};  ///< of a value whose rows are those of a source
   std::optional<Hash128> constant{};          ///< of a constant that the user wrote: its content
+  bool staysInSession = false;  ///< a value that other sessions can't be given, such as an object
 };
 
 /// An execution task, with what the plan has found out about it.

@@ -188,6 +188,12 @@ class PlanText {
       if (note.empty()) {  // a table that is read and kept says what is read
         note = op.planNote();
       }
+      if (op.callsUser()) {
+        const PlanTask& task = plan_.task(pass.taskOf[step]);
+        const bool isFree = task.spec->isFree && task.functions &&
+                            std::ranges::none_of(task.inputs, &PlanInput::staysInSession);
+        note = joined(note, isFree ? "called on the workers" : "called in the lane");
+      }
       if (op.source() != nullptr || op.rowEffect() == RowEffect::End) {
         ends.insert(pass.taskOf[step]);
       }

@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <kv/callMode.h>
 #include <kv/describe.h>
 
 #include <algorithm>
@@ -258,6 +259,43 @@ TEST_F(Lifetime, ThreadsMayShareASession) {
   for (int thread = 0; thread < 8; ++thread) {
     threads.emplace_back(share, thread);
   }
+}
+
+TEST_F(Lifetime, AFunctionOnAnyThreadMayGather) {
+  std::string rows = "x\n";
+  for (int i = 0; i < 100'000; ++i) {
+    rows += "1\n";
+  }
+  TempFolder folder;
+  Session session;
+  session.setThreads(2);
+  const Array x =
+      session.read({folder.write("a.csv", rows), folder.write("b.csv", rows)}).column("x");
+  const std::thread::id caller = std::this_thread::get_id();
+  const auto nested = [&](std::span<const std::span<const double>> in) {
+    EXPECT_NE(std::this_thread::get_id(), caller);
+    return std::vector<double>(in[0].size(), mean(x + 1).gather().number());
+  };
+  EXPECT_EQ(sum(map("nested", nested, std::vector{x}, CallMode::AnyThread)).gather().number(),
+            400'000);
+  // An evaluation in the lane keeps the session, so the functions that it calls run there.
+  const auto outer = [&](std::span<const std::span<const double>> in) {
+    const auto inner = [&](std::span<const std::span<const double>> block) {
+      return std::vector<double>(block[0].size(), mean(x + 1).gather().number());
+    };
+    const Array nestedInLane = max(map("inner", inner, std::vector{x}, CallMode::AnyThread));
+    return std::vector<double>(in[0].size(), nestedInLane.gather().number());
+  };
+  EXPECT_EQ(max(map(outer, std::vector{x})).gather().number(), 2);
+  const auto failing = passing([] { throw std::runtime_error("no"); });
+  const auto error = [&](CallMode mode) {
+    return errorOf([&] { sum(map("failing", failing, std::vector{x}, mode)).gather(); });
+  };
+  const Error lane = error(CallMode::Session);
+  const Error free = error(CallMode::AnyThread);
+  EXPECT_STREQ(free.what(), lane.what());
+  EXPECT_EQ(free.identifier(), lane.identifier());
+  EXPECT_EQ(free.stack().at(0).line, lane.stack().at(0).line);
 }
 
 TEST_F(Lifetime, AnInterruptAtAnyChunkStopsWithinOneAndLeavesTheSessionUsable) {

@@ -21,6 +21,7 @@
 #include "session/kException.h"
 #include "session/objects.h"
 #include "session/overloads.h"
+#include "session/programDefinitions.h"
 #include "session/properties.h"
 #include "session/running.h"
 
@@ -55,13 +56,22 @@ void leaveProcess(const SessionOptions& options) noexcept {
 /// What is defined while it lives belongs to a library.
 class LibraryScope {
  public:
-  explicit LibraryScope(CallTable& calls) : calls_(calls), before_(calls.setLoadingLibrary(true)) {}
-  ~LibraryScope() { calls_.setLoadingLibrary(before_); }
+  explicit LibraryScope(SessionState& session)
+      : calls_(session.calls),
+        journal_(ProgramJournal::of(session)),
+        before_(calls_.setLoadingLibrary(true)) {
+    ++journal_.librariesLoading;
+  }
+  ~LibraryScope() {
+    --journal_.librariesLoading;
+    calls_.setLoadingLibrary(before_);
+  }
   LibraryScope(const LibraryScope&) = delete;
   LibraryScope& operator=(const LibraryScope&) = delete;
 
  private:
   CallTable& calls_;
+  ProgramJournal& journal_;
   bool before_;
 };
 
@@ -129,7 +139,11 @@ Session::Scope::~Scope() {
 }
 
 void Session::defineFunction(std::string_view name, NativeBody body) {
-  inSession(*this, [&] { state_->calls.defineFunction(requireName(name), std::move(body)); });
+  inSession(*this, [&] {
+    const kcos::COSInternedBase function = requireName(name);
+    ProgramJournal::of(*state_).note(function);
+    state_->calls.defineFunction(function, std::move(body));
+  });
 }
 
 void Session::defineBuiltin(std::string_view name, RawBuiltin builtin) {
@@ -141,16 +155,22 @@ void Session::defineBuiltin(std::string_view name, OwningBuiltin builtin) {
 }
 
 void Session::defineClass(std::shared_ptr<const ClassDefinition> definition) {
-  inSession(*this, [&] { state_->classes.define(std::move(definition)); });
+  inSession(*this, [&] {
+    state_->classes.define(definition);
+    ProgramJournal::of(*state_).note(std::move(definition));
+  });
 }
 
 void Session::completeClass(std::shared_ptr<const ClassCompletion> completion) {
-  inSession(*this, [&] { state_->classes.complete(std::move(completion)); });
+  inSession(*this, [&] {
+    state_->classes.complete(completion);
+    ProgramJournal::of(*state_).note(std::move(completion));
+  });
 }
 
 void Session::load(const std::function<void()>& entry) {
   inSession(*this, [&] {
-    const LibraryScope library(state_->calls);
+    const LibraryScope library(*state_);
     entry();
   });
 }

@@ -55,8 +55,9 @@ class CancellationToken {
   /// A token for reading outside of evaluations.
   CancellationToken() = default;
   /// The token of an evaluation that begins: it stops at requests of its process and its session,
-  /// and polls a watch (null for none). Its end settles the requests made so far.
-  /// Lives: no longer than all three.
+  /// and polls a watch (null for none). If a unit's function starts it, it stops with that unit
+  /// (see CancellationScope). Its end settles the requests made so far. Lives: no longer than all
+  /// three.
   CancellationToken(InterruptRequests& process, InterruptRequests& session, EvaluationWatch* watch);
   /// The token of a part of `whole`: it stops with the whole, or when it is cancelled on its own,
   /// and polls no watch.
@@ -83,6 +84,19 @@ class CancellationToken {
   const CancellationToken* whole_ = nullptr;
   EvaluationWatch* watch_ = nullptr;
   std::thread::id owner_ = std::this_thread::get_id();
+};
+
+/// Makes the token of a unit that of its thread as long as this lives: evaluations that begin on
+/// the thread stop with the unit.
+class CancellationScope {
+ public:
+  explicit CancellationScope(const CancellationToken& unit) noexcept;
+  ~CancellationScope();
+  CancellationScope(const CancellationScope&) = delete;
+  CancellationScope& operator=(const CancellationScope&) = delete;
+
+ private:
+  const CancellationToken* outer_;
 };
 
 }  // namespace kv::runtime
