@@ -10,6 +10,8 @@
 
 #include "RowSpace.h"
 #include "kv/array.h"
+#include "kv/callMode.h"
+#include "kv/host/freeFunctions.h"
 #include "kv/host/values.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "publicCall.h"
@@ -83,6 +85,10 @@ std::shared_ptr<Session::Impl> sessionOf(std::span<const Array> arrays);
 
 /// The type of that name. Errors: "KALVEX:array:UnknownType".
 runtime::ElementType requireType(std::string_view name);
+
+inline host::CallMode hostMode(CallMode mode) {
+  return mode == CallMode::AnyThread ? host::CallMode::AnyThread : host::CallMode::Session;
+}
 
 /// Errors: "KALVEX:array:NotLogical".
 void requireLogical(const Array& keep);

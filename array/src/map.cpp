@@ -10,9 +10,7 @@
 
 #include "handles.h"
 #include "hostValues.h"
-#include "kv/callMode.h"
 #include "kv/host/errors.h"
-#include "kv/host/freeFunctions.h"
 #include "kv/runtime/runtime.h"
 
 namespace kv {
@@ -116,9 +114,7 @@ Array map(std::string name, BlockFunction function, std::span<const Array> input
   requireNumbers(inputs);
   return publicCall(*session, where, [&] {
     CallInputs call;
-    const auto calls =
-        mode == CallMode::AnyThread ? host::CallMode::AnyThread : host::CallMode::Session;
-    call.give(host::makeFunctionHandle(name, bodyOf(std::move(function)), calls));
+    call.give(host::makeFunctionHandle(name, bodyOf(std::move(function)), hostMode(mode)));
     for (const Array& input : inputs) {
       call.lend(input.handle().value);
     }

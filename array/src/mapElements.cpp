@@ -36,9 +36,7 @@ std::size_t rowsOf(const std::vector<Elements>& inputs) {
 /// A user's function with what is known of it when it is recorded.
 class Body {
  public:
-  Body(std::string name, ElementsFunction function, std::span<const Array> inputs,
-       std::string_view type)
-      : name_(std::move(name)), function_(std::move(function)), type_(type) {
+  Body(MappedFunction function, std::span<const Array> inputs) : mapped_(std::move(function)) {
     for (const Array& input : inputs) {
       inputTypes_.emplace_back(input.type());
     }
@@ -57,33 +55,31 @@ class Body {
  private:
   Elements checkedResult(std::vector<Elements> inputs) const {
     const std::size_t rows = rowsOf(inputs);
-    Elements result = function_(std::move(inputs));
+    Elements result = mapped_.function(std::move(inputs));
     if (result.dimensions.front() != rows) {
       raiseError("KALVEX:array:WrongRowCount",
-                 {name_, std::to_string(rows), std::to_string(result.dimensions.front())});
+                 {mapped_.name, std::to_string(rows), std::to_string(result.dimensions.front())});
     }
-    if (result.type != type_) {
-      raiseError("KALVEX:array:WrongType", {name_, std::string(result.type), type_});
+    if (result.type != mapped_.type) {
+      raiseError("KALVEX:array:WrongType", {mapped_.name, std::string(result.type), mapped_.type});
     }
     return result;
   }
 
-  std::string name_;
-  ElementsFunction function_;
-  std::string type_;
+  MappedFunction mapped_;
   std::vector<std::string> inputTypes_;
 };
 
 }  // namespace
 
-Array mapElements(std::string name, ElementsFunction function, std::span<const Array> inputs,
-                  std::string_view type, Where where) {
+Array mapElements(MappedFunction function, std::span<const Array> inputs, Where where) {
   const auto session = sessionOf(inputs);
-  const ElementType element = requireType(type);
+  const ElementType element = requireType(function.type);
   return publicCall(*session, where, [&] {
-    Body body(name, std::move(function), inputs, type);
+    const std::string name = function.name;
+    const host::CallMode mode = hostMode(function.mode);
     CallInputs call;
-    call.give(host::makeFunctionHandle(std::move(name), std::move(body)));
+    call.give(host::makeFunctionHandle(name, Body(std::move(function), inputs), mode));
     for (const Array& input : inputs) {
       call.lend(input.handle().value);
     }

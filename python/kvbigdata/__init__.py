@@ -12,6 +12,7 @@ possible. Names and meanings are NumPy's for arrays. `kvbigdata.host` is the emb
 
 from . import _load as _load  # isort: skip  (makes the libraries of the extension available)
 from ._array import Array
+from ._chunks import function
 from ._errors import (
     Error,
     FormulaError,
@@ -146,6 +147,7 @@ __all__ = [
     "from_numpy",
     "from_pandas",
     "full",
+    "function",
     "greater",
     "greater_equal",
     "invert",

@@ -1,9 +1,14 @@
 """Arrays and tables as a user of NumPy meets them."""
 
+import contextvars
 import doctest
+import itertools
 import operator
 import os
 import pickle
+import re
+import signal
+import threading
 import warnings
 from datetime import date, datetime, timedelta, timezone
 from pathlib import Path
@@ -325,6 +330,46 @@ def test_an_exception_of_a_users_function_is_raised_itself(table):
     refused("NoFunction", TypeError, lambda: table.x.map_chunks(3))
     refused("NotSupported", TypeError, lambda: table.x.map_chunks(abs, rows="any"))
     assert table.x.sum().compute() == 2.5
+
+
+def test_functions_are_called_on_several_threads_at_once_unless_serial():
+    numbers = np.arange(100_000.0)
+    x = kv.from_numpy(numbers, chunk_rows=25_000)
+    both = threading.Barrier(2, timeout=60)
+    level = contextvars.ContextVar("level")
+    kept = threading.local()
+    threads = []
+
+    def meet(values):
+        both.wait()
+        kept.calls = getattr(kept, "calls", 0) + 1
+        threads.append((threading.get_ident(), kept.calls))
+        return values + level.get() + x.max().compute()
+
+    @kv.function(serial=True, name="alone")
+    def serial(values):
+        assert threading.get_ident() == threading.main_thread().ident
+        return values + x.max().compute()
+
+    level.set(1)
+    with kv.options(threads=2):
+        check(x.map_chunks(meet).compute(), numbers + 100_000)
+        check(x.map_chunks(serial).compute(), numbers + 99_999)
+        assert "called on the workers" in x.map_chunks(meet).explain()
+        assert re.search("alone.*called in the lane", x.map_chunks(serial).explain())
+        assert len({thread for thread, _ in threads}) == 2 and max(threads)[1] == 2
+
+        with np.errstate(all="raise"), pytest.raises(FloatingPointError) as caught:
+            x.map_chunks(lambda values: values / (values < 50_000)).compute()
+        assert caught.value.__notes__[-1] == "partition 3, rows 1 to 25000"
+
+        interrupt = threading.Timer(
+            0.3, signal.pthread_kill, [threading.get_ident(), signal.SIGINT]
+        )
+        interrupt.start()
+        with pytest.raises(KeyboardInterrupt):
+            x.map_chunks(lambda values: sum(0 for _ in itertools.count())).compute()
+        assert x.max().compute() == 99_999
 
 
 def test_sessions_are_separate_and_can_be_closed(tmp_path):

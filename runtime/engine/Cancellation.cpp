@@ -42,10 +42,16 @@ bool CancellationToken::isCancelled() const noexcept {
          });
 }
 
+EvaluationWatch* CancellationToken::watch() const noexcept {
+  return watch_ != nullptr || whole_ == nullptr ? watch_ : whole_->watch();
+}
+
 CancellationScope::CancellationScope(const CancellationToken& unit) noexcept
     : outer_(std::exchange(unitOfThread, &unit)) {}
 
 CancellationScope::~CancellationScope() { unitOfThread = outer_; }
+
+const CancellationToken* CancellationScope::current() noexcept { return unitOfThread; }
 
 void CancellationToken::throwIfCancelled() const {
   if (isCancelled()) {

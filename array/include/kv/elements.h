@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kv/array.h"
+#include "kv/callMode.h"
 
 /// Results as elements of their own type, without a copy of numbers, for front ends that have
 /// arrays of their own.
@@ -56,13 +57,20 @@ GatheredElements gatherElements(Session& session, std::span<const Array> arrays,
 /// other, or one. It returns as many rows.
 using ElementsFunction = std::function<Elements(std::vector<Elements> inputs)>;
 
-/// A user's own function on arrays of any types, run chunk by chunk; gives elements of `type`. If
-/// it throws, gathering throws the same error, with the line of this call, the partition and the
-/// rows.
+/// Such a function, and what is known of it.
+struct MappedFunction {
+  std::string name;  ///< for plans and messages
+  ElementsFunction function;
+  std::string type;  ///< of the elements that it returns
+  CallMode mode = CallMode::Session;
+};
+
+/// A user's own function on arrays of any types, run chunk by chunk. If it throws, gathering throws
+/// the same error, with the line of this call, the partition and the rows.
 /// Errors: Error "KALVEX:array:UnknownType", "KALVEX:array:NoArray", "KALVEX:array:TwoSessions";
 ///         when gathered, "KALVEX:array:WrongRowCount" if it returns more or fewer rows, and
 ///         "KALVEX:array:WrongType" if it returns elements of another type.
-Array mapElements(std::string name, ElementsFunction function, std::span<const Array> inputs,
-                  std::string_view type, Where where = Where::current());
+Array mapElements(MappedFunction function, std::span<const Array> inputs,
+                  Where where = Where::current());
 
 }  // namespace kv

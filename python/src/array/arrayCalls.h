@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/evaluation.h"
 #include "host/interpreter.h"
 #include "kv/array.h"
 
@@ -50,6 +51,7 @@ class ArrayCall {
 /// Runs `body` without the interpreter's lock.
 template <class Body>
 auto inArrays(Line line, Body&& body) {
+  const CallContext context(line == Line::Recorded);
   try {
     const ArrayCall call;
     const Unlock unlocked;

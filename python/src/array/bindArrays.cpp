@@ -130,10 +130,11 @@ void settleRows(const Array& array) {
 }
 
 Array mapChunks(const std::string& name, nb::handle function, const nb::list& inputs,
-                const std::string& type) {
+                const std::string& type, bool isSerial) {
   const std::vector<Array> arrays = toArrays(inputs);
-  const ElementsFunction body = chunkFunction(function, type);
-  return inArrays(Line::Live, [&] { return mapElements(name, body, arrays, type); });
+  const CallMode mode = isSerial ? CallMode::Session : CallMode::AnyThread;
+  const MappedFunction mapped{name, chunkFunction(function, type), type, mode};
+  return inArrays(Line::Live, [&] { return mapElements(mapped, arrays); });
 }
 
 Array filterArray(const Array& input, const Array& keep) {
@@ -254,7 +255,7 @@ void bindFunctions(nb::module_& module) {
   module.def("filter_array", filterArray, nb::arg("input"), nb::arg("keep"));
   module.def("map_chunks", mapChunks,
              nb::sig("def map_chunks(name: str, function: object, inputs: list[ArrayHandle], "
-                     "type: str) -> ArrayHandle"));
+                     "type: str, serial: bool) -> ArrayHandle"));
   module.def("table_of", tableOfArrays,
              nb::sig("def table_of(names: list[str], arrays: list[ArrayHandle]) -> TableHandle"));
   module.def("count_rows", rowCount, nb::arg("array"));

@@ -1,12 +1,11 @@
 // An exception of a user's function is passed on by the runtime as a plain value, perhaps as bytes.
-// So it waits here, under a number that its error carries as its last argument.
+// So the call that evaluates keeps it, under a number that its error has as an argument.
 
 #include "array/chunkFunction.h"
 
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -14,6 +13,7 @@
 
 #include "array/results.h"
 #include "host/errors.h"
+#include "host/evaluation.h"
 #include "host/interpreter.h"
 #include "host/pyObjects.h"
 #include "host/texts.h"
@@ -24,23 +24,10 @@ namespace {
 
 constexpr std::string_view kPrefix = "KALVEX:python:";
 
-/// More exceptions than this wait only if evaluations ended by others; then the oldest is dropped.
-constexpr std::size_t kMostRaised = 64;
-
-std::map<std::size_t, SharedPyObject>& raised() {
-  static auto& exceptions = *new std::map<std::size_t, SharedPyObject>();
-  return exceptions;
-}
-
-[[noreturn]] void throwIntoArrays(nb::python_error& error) {
+[[noreturn]] void throwIntoArrays(nb::python_error& error, CallContext* caller) {
   const nb::handle exception = error.value();
   if (PyObject_IsInstance(exception.ptr(), PyExc_Exception) != 1) {
     throw PythonPassThrough(share(exception));
-  }
-  static std::size_t last = 0;
-  raised().emplace(++last, share(exception));
-  if (raised().size() > kMostRaised) {
-    raised().erase(raised().begin());
   }
   const std::string type = toUtf8(exception.type().attr("__name__"), "__name__");
   std::string text;
@@ -49,7 +36,11 @@ std::map<std::size_t, SharedPyObject>& raised() {
   } catch (nb::python_error& failure) {
     failure.discard_as_unraisable("an exception that can't be converted to text");
   }
-  throw Error(std::string(kPrefix) + type, text, {std::to_string(last)});
+  std::vector<std::string> arguments;
+  if (caller != nullptr) {
+    arguments.push_back(std::to_string(caller->keep(exception)));
+  }
+  throw Error(std::string(kPrefix) + type, text, std::move(arguments));
 }
 
 /// The memory of a NumPy array, column-major.
@@ -118,7 +109,9 @@ class ChunkFunction {
 
   Elements operator()(const std::vector<Elements>& inputs) const {
     const ModuleScope scope;
+    keepThreadState();
     const Lock lock;
+    const UserCall userCall;
     try {
       nb::list values;
       for (const Elements& input : inputs) {
@@ -129,7 +122,7 @@ class ChunkFunction {
           inUserCode([&] { return call(nb::handle(function_.get()), values, toPython(type_)); });
       return toElements(result);
     } catch (nb::python_error& error) {
-      throwIntoArrays(error);
+      throwIntoArrays(error, userCall.caller());
     }
   }
 
@@ -151,13 +144,8 @@ nb::object originalOf(const Error& error) {
   const std::string& token = error.arguments().back();
   std::size_t number = 0;
   std::from_chars(token.data(), token.data() + token.size(), number);
-  const auto found = raised().find(number);
-  if (found == raised().end()) {
-    return {};
-  }
-  nb::object exception = nb::borrow(found->second.get());
-  raised().erase(found);
-  return exception;
+  const CallContext* caller = CallContext::current();
+  return caller != nullptr ? caller->raised(number) : nb::object();
 }
 
 }  // namespace kv::python

@@ -18,8 +18,8 @@ namespace nb = nanobind;
 /// `type` is the type of the elements that it must return.
 ElementsFunction chunkFunction(nb::handle function, const std::string& type);
 
-/// The Python exception from which an error was made; null for any other error. Each comes back
-/// once. Requires: the interpreter's lock.
+/// The Python exception from which an error of this thread's call was made; null for any other.
+/// Requires: the interpreter's lock.
 nb::object originalOf(const Error& error);
 
 }  // namespace kv::python

@@ -1,13 +1,13 @@
 #include "evaluation.h"
 
-#include <nanobind/nanobind.h>
-
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include "errors.h"
-#include "interpreter.h"
 #include "kv/runtime/runtime.h"
 
 namespace kv::python {
@@ -20,9 +20,13 @@ using Clock = std::chrono::steady_clock;
 /// the interpreter is busy, which releases the lock only every 5 ms.
 constexpr auto kBetweenPolls = std::chrono::milliseconds(50);
 
+thread_local CallContext* tCall = nullptr;
+
+}  // namespace
+
 class Watch : public runtime::EvaluationWatch {
  public:
-  Watch() {
+  Watch() : caller_(tCall) {
     if (hasInterpreterLock()) {
       unlocked_.emplace();
     }
@@ -37,19 +41,88 @@ class Watch : public runtime::EvaluationWatch {
     const Lock lock;
     if (PyErr_CheckSignals() != 0) {
       const nb::python_error raised;
+      for (const unsigned long thread : calling_) {
+        PyThreadState_SetAsyncExc(thread, PyExc_KeyboardInterrupt);
+      }
       throw PythonPassThrough(share(raised.value()));
     }
   }
 
+  /// The call that began the evaluation, and outlives it; null for none.
+  CallContext* caller() const { return caller_; }
+
+  /// The workers that are in users' functions. Requires: the interpreter's lock.
+  std::vector<unsigned long>& calling() { return calling_; }
+
  private:
   std::optional<Unlock> unlocked_;
   Clock::time_point nextPoll_ = Clock::now() + kBetweenPolls;
+  CallContext* caller_;
+  std::vector<unsigned long> calling_;
 };
 
+namespace {
+
 std::unique_ptr<runtime::EvaluationWatch> makeWatch() { return std::make_unique<Watch>(); }
+
+Watch* watchOfWorker() {
+  const runtime::CancellationToken* unit = runtime::CancellationScope::current();
+  return unit != nullptr ? dynamic_cast<Watch*>(unit->watch()) : nullptr;
+}
+
+nb::object checked(PyObject* created) {
+  if (created == nullptr) {
+    throw nb::python_error();
+  }
+  return nb::steal(created);
+}
 
 }  // namespace
 
 void watchEvaluations() { runtime::setEvaluationWatch(makeWatch); }
+
+CallContext::CallContext(bool hasWorkers)
+    : variables_(hasWorkers ? checked(PyContext_CopyCurrent()) : nb::object()),
+      outer_(std::exchange(tCall, this)) {}
+
+CallContext::~CallContext() { tCall = outer_; }
+
+CallContext* CallContext::current() noexcept { return tCall; }
+
+std::size_t CallContext::keep(nb::handle exception) {
+  raised_.push_back(nb::borrow(exception));
+  return raised_.size() - 1;
+}
+
+nb::object CallContext::raised(std::size_t number) const {
+  return number < raised_.size() ? raised_[number] : nb::object();
+}
+
+UserCall::UserCall() : watch_(watchOfWorker()) {
+  if (watch_ == nullptr) {
+    return;
+  }
+  if (watch_->caller() != nullptr && watch_->caller()->variables() != nullptr) {
+    variables_ = checked(PyContext_Copy(watch_->caller()->variables()));
+    if (PyContext_Enter(variables_.ptr()) != 0) {
+      throw nb::python_error();
+    }
+  }
+  watch_->calling().push_back(PyThread_get_thread_ident());
+}
+
+UserCall::~UserCall() {
+  if (watch_ == nullptr) {
+    return;
+  }
+  const unsigned long thread = PyThread_get_thread_ident();
+  std::erase(watch_->calling(), thread);
+  PyThreadState_SetAsyncExc(thread, nullptr);  // one that the function didn't get to see
+  if (variables_.is_valid()) {
+    PyContext_Exit(variables_.ptr());
+  }
+}
+
+CallContext* UserCall::caller() const { return watch_ != nullptr ? watch_->caller() : tCall; }
 
 }  // namespace kv::python

@@ -36,6 +36,30 @@ void sleepWithLockIfStopped() noexcept {
   }
 }
 
+class ThreadState {
+ public:
+  ThreadState() noexcept : outer_(PyGILState_Ensure()), state_(PyEval_SaveThread()) {}
+  ~ThreadState() {
+    if (!nanobind::is_alive()) {
+      return;
+    }
+    const ModuleScope scope;
+    sleepIfStopped();
+    try {
+      PyEval_RestoreThread(state_);
+    } catch (const abi::__forced_unwind&) {
+      sleepForGood();
+    }
+    PyGILState_Release(outer_);  // deletes the state, which may run users' finalizers
+  }
+  ThreadState(const ThreadState&) = delete;
+  ThreadState& operator=(const ThreadState&) = delete;
+
+ private:
+  PyGILState_STATE outer_;
+  PyThreadState* state_;
+};
+
 /// A child of `fork` has only this thread.
 [[maybe_unused]] const int kAtFork = pthread_atfork(nullptr, nullptr, [] { scopes = tScopes; });
 
@@ -112,6 +136,13 @@ UserScope::~UserScope() {
   tScopes = depth_;
   scopes += depth_;
   sleepWithLockIfStopped();
+}
+
+void keepThreadState() {
+  if (PyGILState_GetThisThreadState() == nullptr) {
+    sleepIfStopped();
+    static thread_local const ThreadState state;
+  }
 }
 
 bool stopOtherThreads() {

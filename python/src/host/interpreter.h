@@ -51,6 +51,10 @@ class Lock {
   PyGILState_STATE state_;
 };
 
+/// Keeps the interpreter's state of a thread that Python hasn't started until the thread ends, so
+/// that what functions store in `threading.local` is still there in later calls.
+void keepThreadState();
+
 /// Runs `body` with the lock and the right to run user code, if the interpreter is alive. For
 /// objects that may be dropped at any time, on any thread.
 template <class Body>

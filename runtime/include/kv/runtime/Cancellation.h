@@ -72,6 +72,9 @@ class CancellationToken {
   /// Errors: Cancelled if a stop was requested; whatever the watch throws.
   void throwIfCancelled() const;
 
+  /// The watch of the evaluation of whose whole this is a part; null if it has none.
+  EvaluationWatch* watch() const noexcept;
+
  private:
   /// Requests, and how many of them were settled when the evaluation began.
   struct Heard {
@@ -94,6 +97,9 @@ class CancellationScope {
   ~CancellationScope();
   CancellationScope(const CancellationScope&) = delete;
   CancellationScope& operator=(const CancellationScope&) = delete;
+
+  /// The token of this thread's unit; null outside of units, and on the thread of an evaluation.
+  static const CancellationToken* current() noexcept;
 
  private:
   const CancellationToken* outer_;
