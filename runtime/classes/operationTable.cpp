@@ -110,6 +110,38 @@ void describeAggregate(const kxArray* operation, OpSpec& spec) {
   spec.wholeRun = spec.callsUser ? WholeRun::CallAndReduce : WholeRun::CallOnRows;
 }
 
+/// A step by key is built in if both of its functions are the same one of the runtime's, of one
+/// array and with one result, or none of which it needs.
+void describeByKey(const kxArray* operation, OpSpec& spec) {
+  const Value handle = describeFunction(operation, spec);
+  const Value reduce = host::getProperty(operation, "ReduceHandle");
+  const Value reduceHandle = host::getProperty(reduce.get(), "Handle");
+  spec.isTrusted =
+      spec.isTrusted && host::isTrusted(reduce.get()) && host::isTrusted(reduceHandle.get());
+  const BuiltInFunction function = builtInFunction(handle.get());
+  const bool isBuiltIn = function.group != nullptr &&
+                         function == builtInFunction(reduceHandle.get()) && spec.numOutputs <= 2 &&
+                         (spec.numInputs == 2 || function.group->countsRows);
+  spec.callsUser = !isBuiltIn;
+  spec.op = isBuiltIn ? makeGroups({{function.group, function.missing, 0}}) : makeKeyedReduction();
+  spec.wholeRun = isBuiltIn ? WholeRun::RunOperator : WholeRun::CallByKey;
+  spec.label += " by key";
+}
+
+/// Where the metadata doesn't fix the number of partitions, it is 1.
+void describeRepartition(const kxArray* operation, OpSpec& spec) {
+  const Value strategy = host::getProperty(operation, "OutputPartitionStrategy");
+  const Value one = host::makeDouble(1);
+  const Value most = host::makeDouble(static_cast<double>(kMaxMadePartitions));
+  const Value resolved = host::call(
+      "resolve", {strategy.get(), one.get(), most.get(), host::makeLogical(false).get()});
+  const Value partitions = host::getProperty(resolved.get(), "MinNumPartitions");
+  spec.op = makeRepartition(static_cast<std::int64_t>(
+      host::toCount(partitions.get(), static_cast<std::size_t>(kMaxMadePartitions))));
+  spec.wholeRun = WholeRun::RunOperator;
+  spec.label = "repartition";
+}
+
 void describeClient(const kxArray* operation, OpSpec& spec) {
   describeFunction(operation, spec);
   spec.callsUser = true;
@@ -373,7 +405,7 @@ std::span<const OperationClass> operationClasses() {
        {}, kOneToOne, describeCache, makeCacheKey},
       {"kalvex.bigdata.internal.lazyeval.AggregateByKeyOperation",
        {"Options", "FunctionHandle", "ReduceHandle", "NumInputs", "NumOutputs"},
-       kReduction, describeRecorded},
+       kReduction, describeByKey},
       {"kalvex.bigdata.internal.lazyeval.ChunkwiseOperation",
        {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeRecorded},
       {"kalvex.bigdata.internal.lazyeval.FixedChunkwiseOperation",
@@ -385,7 +417,7 @@ std::span<const OperationClass> operationClasses() {
       {"kalvex.bigdata.internal.lazyeval.GeneralizedPartitionwiseOperation",
        {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeRecorded},
       {"kalvex.bigdata.internal.lazyeval.RepartitionOperation",
-       {"OutputPartitionStrategy", "NumKept"}, kSelection, describeRecorded},
+       {"OutputPartitionStrategy", "NumKept"}, kSelection, describeRepartition},
       {"kalvex.bigdata.internal.lazyeval.ChunkResizeOperation",
        {"NumArrays", "Parameters"}, kEachArray, describeResize, checkResize},
       {"kalvex.bigdata.internal.lazyeval.SmallTallComparisonOperation",

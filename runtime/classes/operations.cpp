@@ -67,7 +67,8 @@ void createTasks(const Call& call, FunctionSlots slots, DescribeOperation descri
   spec->origin = originOf(stack.get());
   describe(operation, *spec);
   const Value factory = makeFactory(operation, slots, spec, stack.get());
-  const bool isBroadcast = spec->endsRows() || spec->isClientOnly() || allTrue(call.in(2));
+  const bool isBroadcast =
+      (spec->endsRows() && !spec->makesRows()) || spec->isClientOnly() || allTrue(call.in(2));
   const Value strategy = isBroadcast ? host::call(kBroadcastStrategy) : host::makeEmptyDouble();
   const Value numOutputs = host::makeDouble(static_cast<double>(spec->numOutputs));
   call.out(

@@ -1,8 +1,10 @@
 #include "driver/Evaluation.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <iterator>
+#include <map>
 #include <numeric>
 #include <optional>
 #include <string_view>
@@ -53,6 +55,15 @@ std::vector<Value> valuesOf(const MergedSink& merged) {
     values.push_back(toValue(array));
   }
   return values;
+}
+
+/// The keys, and the values of one task from number `first` on.
+std::vector<Chunk> arraysOf(const MergedSink& merged, std::size_t first, std::size_t numOutputs) {
+  std::vector<Chunk> arrays{merged.arrays.front()};
+  for (std::size_t output = 1; output < numOutputs; ++output) {
+    arrays.push_back(merged.arrays[std::min(first + output, merged.arrays.size() - 1)]);
+  }
+  return arrays;
 }
 
 /// True in the test world in which each stage is run from its bytes.
@@ -183,7 +194,7 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   SessionFunctions functions(assembled);
   const ExecutionContext context{currentPool(), cancellation_};
   const StageRows rows(stage);
-  refuseLargeResults(sinks, knownResultBytes(stage, rows, functions, context));
+  refuseLargeResults(sinks, pass.sinks, knownResultBytes(stage, rows, functions, context));
   OrderedMerge merge(stage, functions);
   std::optional<Stage> fromBytes;
   if (runStagesFromBytes()) {
@@ -196,17 +207,19 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   if (const auto failed = kv::runtime::runStage(*units, merge, rows, nextStage_++)) {
     raiseStageFailure(assembled, *failed);
   }
-  takeResults(stage, sinks, merge, noteRows(rows, !stage.sources().empty(), merge));
+  takeResults(stage, sinks, pass.sinks, merge, noteRows(rows, !stage.sources().empty(), merge));
 }
 
 /// Refuses rows of a known size that the memory limit doesn't allow, before they are read.
 void Evaluation::refuseLargeResults(const std::vector<PassSink>& sinks,
+                                    const std::vector<SinkPlace>& places,
                                     const std::vector<std::int64_t>& bytes) const {
   const MemoryLedger* ledger = currentLedger();
   std::int64_t need = ledger != nullptr ? ledger->bytes_allocated() : 0;
   for (std::size_t sink = 0; sink < sinks.size() && ledger != nullptr; ++sink) {
-    need += bytes[sink];
-    if (bytes[sink] > 0 && need > ledger->limit()) {
+    const std::int64_t ofSink = bytes[places[sink].output];
+    need += ofSink;
+    if (ofSink > 0 && need > ledger->limit()) {
       const PlanTask& task = plan_.task(sinks[sink].task);
       withTask(task, [&] {
         errors::raiseStep(kResultTooLarge,
@@ -232,19 +245,28 @@ std::shared_ptr<const RowCut> Evaluation::noteRows(const StageRows& rows, bool i
 }
 
 void Evaluation::takeResults(const Stage& stage, const std::vector<PassSink>& sinks,
-                             OrderedMerge& merge, const std::shared_ptr<const RowCut>& cut) {
+                             const std::vector<SinkPlace>& places, OrderedMerge& merge,
+                             const std::shared_ptr<const RowCut>& cut) {
+  std::map<std::size_t, MergedSink> merged;  // by output: several sinks may have one
   for (std::size_t sink = 0; sink < sinks.size(); ++sink) {
     const auto& [index, output, isAggregate] = sinks[sink];
+    const auto& [place, firstValue] = places[sink];
     const PlanTask& task = plan_.task(index);
     std::vector<WholeValue>& values = values_[static_cast<std::size_t>(index)];
-    const auto take = [&, number = output] {
-      MergedSink merged = merge.finish(sink);
-      if (sinks[sink].isAggregate) {
-        values = wholeValues(valuesOf(merged));
+    const auto take = [&, number = output, place = place, first = firstValue] {
+      if (!merged.contains(place)) {
+        merged.emplace(place, merge.finish(place));
+      }
+      MergedSink& result = merged.at(place);
+      if (task.makesRows) {
+        values = madeRows(arraysOf(result, first, task.spec->numOutputs), result.partitionRows,
+                          rowSpaces_.nameOf(index), describe(*task.spec));
+      } else if (task.spec->endsRows()) {
+        values = wholeValues(valuesOf(result));
       } else {
         values.resize(task.spec->numOutputs);
-        values[number] = joinKept(*task.spec, std::move(merged.partitions), cut,
-                                  stage.cutOf(stage.outputs()[sink]).frameRows);
+        values[number] = joinKept(*task.spec, std::move(result.partitions), cut,
+                                  stage.cutOf(stage.outputs()[place]).frameRows);
       }
     };
     withTask(task, take, isAggregate ? kLimitTooSmall : kResultTooLarge);

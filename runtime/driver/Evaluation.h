@@ -75,11 +75,12 @@ class Evaluation {
                 std::string_view memoryId = kLimitTooSmall) const;
   void runInClient(int task);
   void runStage(const std::vector<PassSink>& sinks);
-  void refuseLargeResults(const std::vector<PassSink>& sinks,
+  void refuseLargeResults(const std::vector<PassSink>& sinks, const std::vector<SinkPlace>& places,
                           const std::vector<std::int64_t>& bytes) const;
   std::shared_ptr<const RowCut> noteRows(const StageRows& rows, bool isData,
                                          const OrderedMerge& merge);
-  void takeResults(const Stage& stage, const std::vector<PassSink>& sinks, OrderedMerge& merge,
+  void takeResults(const Stage& stage, const std::vector<PassSink>& sinks,
+                   const std::vector<SinkPlace>& places, OrderedMerge& merge,
                    const std::shared_ptr<const RowCut>& cut);
   void completePromises();
 

@@ -48,7 +48,7 @@ ReducedValues SessionFunctions::reduce(std::size_t step, std::span<const Chunk> 
     }
     const Value factory = stage_.factoryOf(step);
     return std::make_shared<const std::vector<Value>>(
-        reducePartials(factory.get(), stage_.stage().steps()[step].numOutputs, inputs));
+        reducePartials(factory.get(), stage_.specOf(step).functionOutputs(), inputs));
   });
 }
 

@@ -43,6 +43,7 @@ BuiltInFunction builtInFunction(const kxArray* handle) {
       function.missing = MissingRule::Propagate;
     }
     function.aggregate = findAggregateFunction(rest);
+    function.group = findGroupFunction(rest);
   }
   return function;
 }
@@ -65,8 +66,8 @@ std::string functionLabel(const kxArray* handle) {
   if (function.element != nullptr) {
     return std::string(function.element->name);
   }
-  if (function.aggregate != nullptr) {
-    return fmt::format("{}{}", function.aggregate->name,
+  if (function.group != nullptr) {
+    return fmt::format("{}{}", function.group->name,
                        function.missing == MissingRule::Propagate ? " (missing propagate)" : "");
   }
   const std::string name = host::callableName(handle);

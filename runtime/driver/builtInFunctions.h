@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "exchange/GroupFold.h"
 #include "kv/host/values.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/ElementFunctions.h"
@@ -13,6 +14,7 @@ namespace kv::runtime {
 struct BuiltInFunction {
   const ElementFunction* element = nullptr;
   const AggregateFunction* aggregate = nullptr;
+  const GroupFunction* group = nullptr;  ///< of all aggregates, and of some that are none
   MissingRule missing = MissingRule::Skip;
 
   bool operator==(const BuiltInFunction&) const = default;

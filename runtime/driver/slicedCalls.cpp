@@ -32,12 +32,12 @@ std::vector<Chunk> callOnce(const OpSpec& spec, const kxArray* handle,
     arguments.push_back(input.rows ? values.back().get() : input.value);
   }
   const std::vector<host::Value> outputs =
-      host::callMany("feval", static_cast<int>(spec.numOutputs), arguments);
+      host::callMany("feval", static_cast<int>(spec.functionOutputs()), arguments);
   std::vector<Chunk> results;
-  for (std::size_t i = 0; i < spec.numOutputs; ++i) {
+  for (std::size_t i = 0; i < spec.functionOutputs(); ++i) {
     if (i >= outputs.size() || outputs[i] == nullptr) {
       host::raise("KALVEX:array:MissingOutput",
-                  {spec.label, std::to_string(i + 1), std::to_string(spec.numOutputs)});
+                  {spec.label, std::to_string(i + 1), std::to_string(spec.functionOutputs())});
     }
     results.push_back(toArray(asReturned(matrix::sharedCopy(outputs[i].get())).get()));
     if (results.back().rows() > 0) {
@@ -85,7 +85,7 @@ std::vector<Chunk> callInSlices(const OpSpec& spec, const kxArray* functionHandl
   if (rows.rows() <= maxRows) {
     return callOnce(spec, functionHandle, inputs, rows, types);
   }
-  std::vector<std::vector<Chunk>> parts(spec.numOutputs);
+  std::vector<std::vector<Chunk>> parts(spec.functionOutputs());
   for (std::int64_t first = 0; first < rows.rows(); first += maxRows) {
     const std::int64_t count = std::min(maxRows, rows.rows() - first);
     std::vector<Chunk> outputs = callOnce(spec, functionHandle, sliceOf(inputs, first, count),

@@ -96,17 +96,69 @@ std::vector<Value> callAndReduce(const OpSpec& spec, const kxArray* factory,
   return reducePartials(factory, spec.numOutputs, values);
 }
 
-std::vector<Value> runOperatorOnce(const OpSpec& spec, const kxArray* /*factory*/,
-                                   const std::vector<const kxArray*>& inputs) {
+/// The functions of an operation that runs on whole values.
+class WholeFunctions final : public UserFunctions {
+ public:
+  WholeFunctions(const OpSpec& spec, const kxArray* factory) : spec_(spec), factory_(factory) {}
+
+  std::vector<Chunk> call(std::size_t /*step*/, const Chunk& rows,
+                          std::span<const FunctionInput> inputs, OutputTypes& types) override {
+    std::vector<CallInput> arguments;
+    for (const FunctionInput& input : inputs) {
+      arguments.push_back({input.rows, nullptr});
+    }
+    const Value handle = host::getProperty(factory_, "FunctionHandle");
+    return callInSlices(spec_, handle.get(), arguments, rows, types);
+  }
+
+  ReducedValues reduce(std::size_t /*step*/, std::span<const Chunk> partials) override {
+    std::vector<Value> values;
+    std::vector<const kxArray*> inputs;
+    for (const Chunk& partial : partials) {
+      values.push_back(toValue(partial));
+      inputs.push_back(values.back().get());
+    }
+    return std::make_shared<const std::vector<Value>>(
+        reducePartials(factory_, spec_.functionOutputs(), inputs));
+  }
+
+  std::vector<Chunk> partialsOf(std::size_t /*step*/, const ReducedValues& reduced) override {
+    std::vector<Chunk> arrays;
+    for (const Value& value : *std::static_pointer_cast<const std::vector<Value>>(reduced)) {
+      arrays.push_back(toArray(value.get()));
+    }
+    return arrays;
+  }
+
+ private:
+  const OpSpec& spec_;
+  const kxArray* factory_;
+};
+
+std::vector<Value> runOnce(const OpSpec& spec, const std::vector<const kxArray*>& inputs,
+                           UserFunctions* functions) {
   std::vector<Chunk> chunks;
   for (const kxArray* input : inputs) {
     chunks.push_back(toChunk(input));
   }
   std::vector<Value> outputs;
-  for (const Chunk& chunk : processOnce(*spec.op, spec.label, chunks)) {
+  for (const Chunk& chunk : processOnce(*spec.op, spec.label, chunks, functions)) {
     outputs.push_back(toValue(chunk));
   }
+  outputs.resize(std::min(outputs.size(), spec.numOutputs));
   return outputs;
+}
+
+std::vector<Value> runOperatorOnce(const OpSpec& spec, const kxArray* /*factory*/,
+                                   const std::vector<const kxArray*>& inputs) {
+  return runOnce(spec, inputs, nullptr);
+}
+
+std::vector<Value> callByKey(const OpSpec& spec, const kxArray* factory,
+                             const std::vector<const kxArray*>& inputs) {
+  WholeFunctions functions(spec, factory);
+  const StreamScope stream(streamForPartition(factory, kFirstPartition));
+  return runOnce(spec, inputs, &functions);
 }
 
 std::vector<Value> passOn(const OpSpec& spec, const kxArray* /*factory*/,
@@ -123,7 +175,8 @@ using Run = std::vector<Value> (*)(const OpSpec& spec, const kxArray* factory,
 
 /// By WholeRun.
 constexpr Run kRuns[] = {callOnWholes,  callOnRows,      callOnRowsForLogical,
-                         callAndReduce, runOperatorOnce, passOn};
+                         callAndReduce, runOperatorOnce, callByKey,
+                         passOn};
 
 }  // namespace
 

@@ -26,6 +26,16 @@ Chunk join(std::vector<std::vector<Chunk>> partitions) {
   return all.empty() ? Chunk{} : joinChunks(std::move(all));
 }
 
+/// A value with its places, completed by what they say about its types.
+WholeValue placed(const Chunk& whole, RowPlaces places) {
+  places.isUntyped = std::ranges::any_of(
+      whole.columns, [](const Column& column) { return column.type() == ElementType::Unknown; });
+  for (const Column& column : whole.columns) {
+    places.isNullable.push_back(column.isNullable());
+  }
+  return {toValue(whole), std::make_shared<const RowPlaces>(std::move(places))};
+}
+
 }  // namespace
 
 std::vector<WholeValue> wholeValues(std::vector<Value> values) {
@@ -39,15 +49,32 @@ std::vector<WholeValue> wholeValues(std::vector<Value> values) {
 WholeValue joinRows(std::vector<std::vector<Chunk>> partitions, std::shared_ptr<const RowCut> cut,
                     std::string origin, std::int64_t frameRows) {
   RowPlaces places = RowPlaces::ofPartitions(partitions, std::move(cut));
-  const Chunk whole = join(std::move(partitions));
-  places.isUntyped = std::ranges::any_of(
-      whole.columns, [](const Column& column) { return column.type() == ElementType::Unknown; });
-  for (const Column& column : whole.columns) {
-    places.isNullable.push_back(column.isNullable());
-  }
   places.origin = std::move(origin);
   places.frameRows = frameRows;
-  return {toValue(whole), std::make_shared<const RowPlaces>(std::move(places))};
+  return placed(join(std::move(partitions)), std::move(places));
+}
+
+std::vector<WholeValue> madeRows(const std::vector<Chunk>& arrays,
+                                 std::vector<std::int64_t> partitionRows, std::string rowSpace,
+                                 const std::string& origin) {
+  if (partitionRows.empty()) {
+    std::int64_t left = arrays.front().rows();
+    do {
+      partitionRows.push_back(std::min(kMadeRows, left));
+      left -= partitionRows.back();
+    } while (left > 0);
+  }
+  RowPlaces places{.firstRow = {0}, .origin = origin};
+  for (const std::int64_t rows : partitionRows) {
+    places.firstRow.push_back(places.rows() + rows);
+  }
+  auto cut = std::make_shared<RowCut>(RowCut{std::move(rowSpace), std::move(partitionRows)});
+  places.cut = std::move(cut);
+  std::vector<WholeValue> values;
+  for (const Chunk& array : arrays) {
+    values.push_back(placed(array, places));
+  }
+  return values;
 }
 
 WholeValue inputValue(const PlanInput& input, const PlanHandles& handles,

@@ -31,6 +31,15 @@ std::vector<WholeValue> wholeValues(std::vector<host::Value> values);
 WholeValue joinRows(std::vector<std::vector<Chunk>> partitions, std::shared_ptr<const RowCut> cut,
                     std::string origin, std::int64_t frameRows);
 
+/// The arrays of as many rows that a task made, as the rows of a source of its own, `rowSpace`,
+/// whose partitions have `partitionRows`, or, if there are none, kMadeRows. `origin` made them.
+std::vector<WholeValue> madeRows(const std::vector<Chunk>& arrays,
+                                 std::vector<std::int64_t> partitionRows, std::string rowSpace,
+                                 const std::string& origin);
+
+/// Rows of a partition of those that a task made: the cut depends on the rows alone.
+inline constexpr std::int64_t kMadeRows = 1 << 20;
+
 /// The value of a task's input.
 /// Requires: it is there.
 WholeValue inputValue(const PlanInput& input, const PlanHandles& handles,

@@ -49,15 +49,22 @@ void requireLogical(std::string_view label, const Chunk& result) {
 }
 
 std::vector<Chunk> processOnce(const Operator& op, std::string_view label,
-                               const std::vector<Chunk>& inputs) {
+                               const std::vector<Chunk>& inputs, UserFunctions* functions) {
   std::vector<StepInput> wholes;
   for (const Chunk& input : inputs) {
     wholes.push_back({.rows = &input, .origin = "a value in memory"});
   }
-  NoFunctions functions;
+  NoFunctions none;
+  UserFunctions& called = functions != nullptr ? *functions : none;
   OutputTypes types;
-  const std::unique_ptr<StepRun> run = op.start({0, label, inputs.size(), functions, types});
-  return run->process({label, op.spreads(), wholes, inputs.at(0)});
+  const std::unique_ptr<StepRun> run = op.start({0, label, inputs.size(), called, types});
+  std::vector<Chunk> outputs = run->process({label, op.spreads(), wholes, inputs.at(0)});
+  if (op.rowEffect() != RowEffect::End) {
+    return outputs;
+  }
+  const std::unique_ptr<SinkMerge> merge = op.startMerge({0, label, called});
+  merge->add(run->finish());
+  return merge->finish().arrays;
 }
 
 ColumnNeeds Operator::needsOf(std::size_t /*input*/, const ColumnNeeds& /*asked*/) const {

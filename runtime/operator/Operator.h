@@ -30,6 +30,8 @@
 
 namespace kv::runtime {
 
+struct GroupedValue;
+
 /// A condition that all rows of a source must fulfil to matter.
 struct ReadCondition {
   std::string column;
@@ -82,9 +84,10 @@ struct SinkResult {
 
 /// What all units gathered together.
 struct MergedSink {
-  std::vector<Chunk> arrays{};                   ///< of a built-in aggregate: of one row
+  std::vector<Chunk> arrays{};                   ///< of one row, or those that were made
   ReducedValues reduced{};                       ///< of a user's reduction
   std::vector<std::vector<Chunk>> partitions{};  ///< of rows that are kept
+  std::vector<std::int64_t> partitionRows{};     ///< of made rows; none if they are cut by number
 };
 
 /// One run of a step in a unit.
@@ -168,6 +171,16 @@ class Operator {
   /// True if all rows of its input leave the stage.
   virtual bool keepsRows() const { return false; }
 
+  /// True if what the step gathers are rows again, of a row space of their own: those of its first
+  /// input decide on it.
+  virtual bool makesRows() const { return false; }
+
+  /// Into how many partitions the step puts the rows that it makes; 0: their number decides.
+  virtual std::int64_t madePartitions() const { return 0; }
+
+  /// The functions of a step by key that calls none of the user's; null for any other step.
+  virtual const std::vector<GroupedValue>* groupedValues() const { return nullptr; }
+
   /// True if that function can see where its rows end: it is given frames instead of pieces.
   virtual bool seesFrames() const { return false; }
 
@@ -222,9 +235,10 @@ class Operator {
 /// Errors: "KALVEX:array:NotLogical" with the label and the type.
 void requireLogical(std::string_view label, const Chunk& result);
 
-/// The outputs of an operator that calls no function, for inputs that are whole.
+/// The outputs of an operator for inputs that are whole; `functions`: null if it calls none.
 std::vector<Chunk> processOnce(const Operator& op, std::string_view label,
-                               const std::vector<Chunk>& inputs);
+                               const std::vector<Chunk>& inputs,
+                               UserFunctions* functions = nullptr);
 
 /// An operator without state: the same for each chunk.
 class StatelessOperator : public Operator {

@@ -123,9 +123,9 @@ std::vector<ArrayOperand> StepInputs::operands() const {
   return operands;
 }
 
-std::vector<FunctionInput> StepInputs::functionInputs() const {
+std::vector<FunctionInput> StepInputs::functionInputs(std::size_t first) const {
   std::vector<FunctionInput> inputs;
-  for (std::size_t input = 0; input < size(); ++input) {
+  for (std::size_t input = first; input < size(); ++input) {
     if (isValue(input)) {
       inputs.push_back({std::nullopt, inputs_[input].valueNumber});
     } else {

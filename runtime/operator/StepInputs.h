@@ -73,8 +73,8 @@ class StepInputs {
   /// The inputs of an element function.
   std::vector<ArrayOperand> operands() const;
 
-  /// The inputs of a user's function.
-  std::vector<FunctionInput> functionInputs() const;
+  /// The inputs of a user's function: those from `first` on.
+  std::vector<FunctionInput> functionInputs(std::size_t first = 0) const;
 
  private:
   [[noreturn]] void refuseValue(std::size_t input) const;

@@ -24,6 +24,9 @@ constexpr std::array kKinds{
     OperatorKind{"frame", readFrame},
     OperatorKind{"aggregate", readAggregate},
     OperatorKind{"reduction", readPlain<makeReduction>},
+    OperatorKind{"groups", readGroups},
+    OperatorKind{"keyedReduction", readPlain<makeKeyedReduction>},
+    OperatorKind{"repartition", readRepartition},
     OperatorKind{"collect", readPlain<makeCollect>},
 };
 

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "exchange/GroupFold.h"
 #include "kv/runtime/Aggregates.h"
 #include "kv/runtime/Datastore.h"
 #include "kv/runtime/ElementFunctions.h"
@@ -67,6 +68,26 @@ OperatorPtr makeAggregate(const AggregateFunction& function, MissingRule missing
 /// 64 of its results at a time. Its inputs come from a frame step.
 OperatorPtr makeReduction();
 
+/// A row for each key among the rows of the first input, an array or a table, ascending: the keys,
+/// and functions of the rows that have them, of the other inputs. Those are numbered from 0.
+/// Errors of a run: "KALVEX:function:BadTypes"; "KALVEX:function:Overflow".
+OperatorPtr makeGroups(std::vector<GroupedValue> values);
+
+/// A user's reduction of the rows of each key of the first input, likewise: the first function is
+/// called on the rows that a key has in a frame, without the keys, and returns one row; the second
+/// on up to 64 of these rows. Its inputs come from a frame step.
+/// Errors of a run: those of the functions; "KALVEX:array:WrongRowCount" for another number of
+/// rows.
+OperatorPtr makeKeyedReduction();
+
+/// The rows of all inputs but the first, in the partition whose number, from 1, the first has: in
+/// the order of source partitions, then of their rows.
+/// Requires: 1 <= partitions <= kMaxMadePartitions.
+/// Errors of a run: "KALVEX:array:PartitionIndex" with the row and its number;
+///                  "KALVEX:function:BadTypes" for what isn't a number.
+OperatorPtr makeRepartition(std::int64_t partitions);
+inline constexpr std::int64_t kMaxMadePartitions = 1 << 20;
+
 /// All rows, kept as they are.
 OperatorPtr makeCollect();
 
@@ -89,5 +110,7 @@ OperatorPtr readElementwise(ByteReader& bytes);
 OperatorPtr readCallable(ByteReader& bytes);
 OperatorPtr readFrame(ByteReader& bytes);
 OperatorPtr readAggregate(ByteReader& bytes);
+OperatorPtr readGroups(ByteReader& bytes);
+OperatorPtr readRepartition(ByteReader& bytes);
 
 }  // namespace kv::runtime

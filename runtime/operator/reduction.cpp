@@ -2,10 +2,8 @@
 #include <utility>
 
 #include "aggregate/ReduceTree.h"
-#include "column/arrays.h"
-#include "column/concatenate.h"
-#include "kv/errors/StepError.h"
 #include "operator/operators.h"
+#include "operator/partials.h"
 
 // A user's reduction has two functions. The first makes a partial result of each frame of rows, as
 // a frame step before it cuts them; the second makes one partial result of up to 64 of either
@@ -15,65 +13,6 @@
 namespace kv::runtime {
 
 namespace {
-
-/// A partial result: of the first function, or of the second.
-struct Partial {
-  std::vector<Chunk> arrays{};
-  ReducedValues reduced{};
-};
-
-/// The rows of all arrays in order.
-/// Errors: "KALVEX:array:PartialTypes" with both types, or "KALVEX:array:PartialSizes" with both
-///         sizes, if two arrays with rows differ.
-Chunk stack(std::string_view label, const std::vector<Chunk>& arrays) {
-  const Chunk* first = nullptr;
-  for (const Chunk& array : arrays) {
-    if (array.rows() == 0) {
-      continue;
-    }
-    if (first == nullptr) {
-      first = &array;
-    }
-    if (first->type() != array.type()) {
-      errors::raiseStep("KALVEX:array:PartialTypes",
-                        {std::string(label), std::string(elementTypeName(first->type())),
-                         std::string(elementTypeName(array.type()))});
-    }
-    if (first->trailing != array.trailing) {
-      errors::raiseStep(
-          "KALVEX:array:PartialSizes",
-          {std::string(label), describeSize(first->trailing), describeSize(array.trailing)});
-    }
-  }
-  return concatenateArrays(arrays);
-}
-
-/// Reduces partial results of one step to one.
-class Reducer {
- public:
-  explicit Reducer(const MergeScope& scope) : scope_(scope) {}
-
-  Partial operator()(std::vector<Partial> partials) const {
-    std::vector<std::vector<Chunk>> parts;
-    for (Partial& partial : partials) {
-      std::vector<Chunk> arrays = partial.reduced != nullptr
-                                      ? scope_.functions.partialsOf(scope_.step, partial.reduced)
-                                      : std::move(partial.arrays);
-      parts.resize(arrays.size());
-      for (std::size_t i = 0; i < arrays.size(); ++i) {
-        parts[i].push_back(std::move(arrays[i]));
-      }
-    }
-    std::vector<Chunk> stacks;
-    for (const std::vector<Chunk>& part : parts) {
-      stacks.push_back(stack(scope_.label, part));
-    }
-    return {.reduced = scope_.functions.reduce(scope_.step, stacks)};
-  }
-
- private:
-  MergeScope scope_;
-};
 
 class ReductionRun final : public StepRun {
  public:

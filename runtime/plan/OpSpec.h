@@ -17,6 +17,7 @@ enum class WholeRun : std::uint8_t {
   CallOnRowsForLogical,  ///< the same, and must return logical values
   CallAndReduce,         ///< its first function gets the values, its second what that returns
   RunOperator,           ///< its operator gets the values as chunks
+  CallByKey,             ///< its operator gets the values as chunks, and calls its functions
   PassOn,                ///< it returns the values themselves; of a choice, the one that was chosen
 };
 
@@ -40,6 +41,14 @@ struct OpSpec {
 
   /// True if its output is whole once the rows of its inputs have ended.
   bool endsRows() const { return op != nullptr && op->rowEffect() == RowEffect::End; }
+
+  /// True if that output has rows of its own, one for each key.
+  bool makesRows() const { return op != nullptr && op->makesRows(); }
+
+  /// Outputs of its functions. Those that get the rows of a key don't return the keys.
+  std::size_t functionOutputs() const {
+    return makesRows() && numOutputs > 0 ? numOutputs - 1 : numOutputs;
+  }
 
   /// True if it runs in the client alone.
   bool isClientOnly() const { return op == nullptr && isRunnable; }

@@ -14,6 +14,12 @@ struct PassInput {
   int task = 0;    ///< that takes it
 };
 
+/// Where the results of a sink are.
+struct SinkPlace {
+  std::size_t output = 0;      ///< number of the pass's output
+  std::size_t firstValue = 0;  ///< of a step by key, which may have the values of several sinks
+};
+
 /// What one pass runs, as plain values: a node of the graph of stages. The driver makes the stage
 /// of it that the engine runs, and `explain` prints it; so both come from one lowering.
 struct PassGraph {
@@ -21,7 +27,8 @@ struct PassGraph {
   std::vector<Step> steps{};           ///< each after its inputs
   std::vector<int> taskOf{};           ///< of each step
   std::vector<PassInput> inputs{};     ///< to which the steps' links to stage inputs lead
-  std::vector<std::size_t> outputs{};  ///< the step of each sink
+  std::vector<std::size_t> outputs{};  ///< the steps whose results it gives, each once
+  std::vector<SinkPlace> sinks{};
 };
 
 }  // namespace kv::runtime

@@ -26,13 +26,16 @@ struct PlanInput {
 ///
 /// 1. A task is partitioned if its result has rows in partitions: it flows in chunks, and is
 ///    computed anew in each pass that needs it. Values whose places are known flow as well.
-/// 2. Any other task has whole values, once it has run in the client or at the end of a pass.
+/// 2. A task that makes rows, such as a step by key, ends a pass; its results are whole and rows at
+///    once: they flow in later passes, as values whose places are known do.
+/// 3. Any other task has whole values, once it has run in the client or at the end of a pass.
 struct PlanTask {
   std::string id{};
   std::shared_ptr<const OpSpec> spec{};
   std::size_t factory = 0;  ///< number of its processor factory
   std::vector<PlanInput> inputs{};
   bool isPartitioned = false;
+  bool makesRows = false;
 
   /// Which functions of the user's own it calls; none if another task that calls the same may give
   /// other values.
@@ -64,9 +67,19 @@ struct Plan {
 
   const PlanTask& task(int index) const { return tasks[static_cast<std::size_t>(index)]; }
 
-  /// True if an input's rows flow in chunks.
+  /// True if an input has rows, which flow in chunks.
   bool flows(const PlanInput& input) const {
-    return input.task >= 0 ? task(input.task).isPartitioned : input.places != nullptr;
+    return input.task < 0 ? input.places != nullptr : flowsInPass(input) || makesRows(input);
+  }
+
+  /// True if these rows are computed in the pass that they flow in.
+  bool flowsInPass(const PlanInput& input) const {
+    return input.task >= 0 && task(input.task).isPartitioned;
+  }
+
+  /// True if these rows are there before the pass that they flow in.
+  bool makesRows(const PlanInput& input) const {
+    return input.task >= 0 && task(input.task).makesRows;
   }
 };
 

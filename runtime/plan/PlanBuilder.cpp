@@ -30,6 +30,7 @@ void placeTask(PlanTask& task, const Plan& plan) {
         return plan.flows(input);
       });
   task.isPartitioned = hasRows && !spec.endsRows() && !spec.isClientOnly();
+  task.makesRows = hasRows && spec.makesRows();
   task.runsInClient = !hasRows || spec.isClientOnly();
 }
 
@@ -59,7 +60,7 @@ int PlanBuilder::add(PlanTask task) {
   std::optional<PlanInput> decider;
   if (task.spec->isChoice && task.isPartitioned) {
     decider = decideChoice(task);
-  } else if (!isFilter(task)) {
+  } else if (!isFilter(task) && !task.makesRows) {
     decider = firstFlowing(task);
   }
   const int index = push(std::move(task));

@@ -107,6 +107,21 @@ void RowSpaces::refuse(const RowConflict& conflict) const {
                                                 originOf(conflict.other, areOfOthers), ""});
 }
 
+std::string RowSpaces::nameOf(int index) const {
+  return Fingerprint().add("groups").add(keysOf(index).hash).digits();
+}
+
+/// Of the keys of a task that makes rows: their values and rows.
+Provenance RowSpaces::keysOf(int index) const {
+  const PlanTask& task = plan_.task(index);
+  const std::vector<const PlanInput*> inputs = flowingInputs(index);
+  return Mix("keys")
+      .add(valueOf(task.inputs[0]))
+      .add(spaceOf(*surestOf(inputs)).rows)
+      .add(task.spec->op->madePartitions())
+      .take();
+}
+
 Provenance RowSpaces::valueOf(const PlanInput& input) const {
   if (input.task >= 0) {
     return values_[static_cast<std::size_t>(input.task)].at(input.output);
@@ -143,7 +158,10 @@ std::vector<Provenance> RowSpaces::valuesOf(int index) const {
     made.add(valueOf(input));
   }
   const Provenance whole = made.take();
-  for (std::size_t output = 0; output < spec.numOutputs; ++output) {
+  if (task.makesRows && spec.op->madePartitions() == 0) {
+    outputs.push_back(Mix("keys of groups").add(keysOf(index)).take());
+  }
+  for (std::size_t output = outputs.size(); output < spec.numOutputs; ++output) {
     const auto number = static_cast<std::int64_t>(output);
     outputs.push_back(output == 0 ? whole : Mix("output").add(whole).add(number).take());
   }
@@ -174,6 +192,11 @@ RowSpace RowSpaces::spaceOf(int index) const {
   const std::vector<const PlanInput*> inputs = flowingInputs(index);
   if (inputs.empty()) {
     return {};
+  }
+  if (task.makesRows) {
+    const Provenance rows = ofSource(nameOf(index));
+    return keysOf(index).isCertain ? RowSpace{.rows = rows, .source = rows.hash}
+                                   : RowSpace{.rows = {rows.hash, false}};
   }
   RowSpace space = spaceOf(*surestOf(inputs));
   const bool areSame = std::ranges::all_of(

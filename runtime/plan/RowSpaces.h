@@ -39,6 +39,11 @@ class RowSpaces {
 
   const std::vector<RowConflict>& conflicts() const { return conflicts_; }
 
+  /// The row space of the rows that a task makes, as a text that names it in places: the same for
+  /// all tasks by the same keys.
+  /// Requires: the task makes rows.
+  std::string nameOf(int task) const;
+
   /// Refuses a conflict.
   /// Errors: "KALVEX:array:DifferentSources" with the names of both sources;
   ///         "KALVEX:array:RowsDiffer" with the origins of both inputs (StepError).
@@ -46,6 +51,7 @@ class RowSpaces {
 
  private:
   void add(int task);
+  Provenance keysOf(int task) const;
   Provenance valueOf(const PlanInput& input) const;
   std::vector<Provenance> valuesOf(int task) const;
   RowSpace spaceOf(const PlanInput& input) const;

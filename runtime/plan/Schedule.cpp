@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "plan/RowSpaces.h"
+
 // A round is two walks over the plan, in arrays by task. Backward from the results that are
 // missing: a task that is needed needs its inputs, either whole or flowing, and of a choice only
 // those of its branch. Forward: a task can run if all that it takes whole is there and all that
@@ -17,18 +19,7 @@ Schedule::Schedule(const Plan& plan)
       branches_(plan.tasks.size(), Branch::Unknown),
       notAsked_(plan.tasks.size()),
       ownSource_(plan.tasks.size(), -1) {
-  for (int task = 0; task < numTasks(); ++task) {
-    int& own = ownSource_[at(task)];
-    if (const auto source = plan.task(task).spec->source()) {
-      own = sources_.numberOf(*source);
-    }
-    for (const PlanInput& input : plan.task(task).inputs) {
-      if (input.places) {
-        const int placed = sources_.numberOf(*input.places->cut);
-        own = own < 0 ? placed : sources_.combined(own, placed);
-      }
-    }
-  }
+  findOwnSources();
   for (int task = 0; task < numTasks(); ++task) {
     if (const auto known = plan.task(task).knownCondition) {
       branches_[at(task)] = *known ? Branch::First : Branch::Second;
@@ -37,6 +28,23 @@ Schedule::Schedule(const Plan& plan)
   for (const PlanResult& result : plan.results) {
     if (!result.isAsked && plan.task(result.task).isPartitioned) {
       notAsked_[at(result.task)].push_back(result.output);
+    }
+  }
+}
+
+void Schedule::findOwnSources() {
+  const RowSpaces rowSpaces(plan_);
+  for (int task = 0; task < numTasks(); ++task) {
+    int& own = ownSource_[at(task)];
+    if (const auto source = plan_.task(task).spec->source()) {
+      own = sources_.numberOf(*source);
+    }
+    for (const PlanInput& input : plan_.task(task).inputs) {
+      if (input.places || plan_.makesRows(input)) {
+        const int placed = input.places ? sources_.numberOf(*input.places->cut)
+                                        : sources_.numberOf(rowSpaces.nameOf(input.task));
+        own = own < 0 ? placed : sources_.combined(own, placed);
+      }
     }
   }
 }
@@ -108,11 +116,13 @@ std::vector<int> Schedule::upstreamOf(const std::vector<PassSink>& sinks) const 
   return upstream;
 }
 
-/// Rows never flow to the client, nor to the condition of a choice.
+/// Rows never flow to the client, nor to the condition of a choice. Those that another task makes
+/// are needed whole before.
 bool Schedule::takesRows(int index, const PlanInput& input) const {
   const PlanTask& task = plan_.task(index);
   const bool isCondition = task.spec->isChoice && &input == task.inputs.data();
-  return !task.runsInClient && !isCondition && plan_.flows(input);
+  return !task.runsInClient && !isCondition &&
+         (input.task < 0 ? plan_.flows(input) : plan_.flowsInPass(input));
 }
 
 void Schedule::want(int task, std::size_t output) {

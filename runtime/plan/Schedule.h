@@ -71,6 +71,7 @@ class Schedule {
   bool isThere(int task, std::size_t output) const {
     return task < 0 || isDone_[at(task)] || kept_.contains({task, output});
   }
+  void findOwnSources();
   bool takesRows(int task, const PlanInput& input) const;
   void findNeeds();
   void want(int task, std::size_t output);
@@ -85,7 +86,7 @@ class Schedule {
   std::set<std::pair<int, std::size_t>> kept_;
   std::vector<Branch> branches_;
   std::vector<std::vector<std::size_t>> notAsked_;  ///< outputs to keep where their rows flow
-  std::vector<int> ownSource_;  ///< of a task that reads, or takes a placed value; else -1
+  std::vector<int> ownSource_;  ///< of a task that reads, or takes rows that are there; else -1
 
   // Of the round at hand, by task.
   std::vector<bool> flows_;                       ///< its rows flow to what is needed

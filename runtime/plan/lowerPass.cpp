@@ -36,6 +36,7 @@ class PassLowering {
 
   /// Adds the step that gives the result of a sink.
   void addSink(const PassSink& sink) {
+    graph_.sinks.push_back({graph_.outputs.size()});
     if (!sink.isAggregate) {
       const StepLink link = linkOf(sink.task, sink.output);
       addStep(sink.task,
@@ -67,7 +68,7 @@ class PassLowering {
       if (input == spread && !isChosen(index)) {
         continue;  // the rows of a value that may not be chosen
       }
-      if (input->task >= 0 && plan_.flows(*input)) {
+      if (plan_.flowsInPass(*input)) {
         links.push_back(linkOf(input->task, input->output));
       } else {
         links.push_back({.isStageInput = true, .index = graph_.inputs.size()});
@@ -93,10 +94,11 @@ class PassLowering {
 };
 
 /// Puts flow steps between steps where rows must be cut anew.
-void alignCuts(PassGraph& graph) {
+void alignCuts(PassGraph& graph, const Plan& plan) {
+  static const RowPlaces kMadeRows{};  // all that matters is that they are rows
   InputPlaces places;
   for (const PassInput& input : graph.inputs) {
-    places.push_back(input.from.places.get());
+    places.push_back(plan.makesRows(input.from) ? &kMadeRows : input.from.places.get());
   }
   AlignedSteps aligned = alignCuts(std::move(graph.steps), std::move(places));
   graph.steps = std::move(aligned.steps);
@@ -122,7 +124,7 @@ PassGraph lowerPass(const Plan& plan, const Schedule& schedule, const std::vecto
     lowering.addSink(sink);
   }
   PassGraph graph = lowering.take();
-  alignCuts(graph);
+  alignCuts(graph, plan);
   for (const Rule* rule : rules) {
     rule->apply(graph);
   }

@@ -241,20 +241,17 @@ TEST_F(Operations, UnsupportedOnesArePlannedAndNamedWhenTheyRun) {
   const Value handle = host::makeFunctionHandle("mine", [](const host::Call&) {});
   const Value two = host::makeDouble(2);
   const Value yes = host::makeLogical(true);
-  const Value metadata = host::call("kalvex.bigdata.internal.PartitionMetadata", {two.get()});
   struct Case {
     kcos::NameRef method;
     std::vector<const kxArray*> inputs;
     std::string_view operation;
   };
   const Case cases[] = {
-      {"reducebykeyfun", {handle.get(), x.get(), y.get()}, "AggregateByKeyOperation"},
       {"chunkfun", {handle.get(), x.get()}, "ChunkwiseOperation"},
       {"fixedchunkfun", {two.get(), handle.get(), x.get()}, "FixedChunkwiseOperation"},
       {"partitionfun", {handle.get(), x.get()}, "PartitionwiseOperation"},
       {"partitionheadfun", {handle.get(), x.get()}, "PartitionwiseOperation"},
       {"generalpartitionfun", {handle.get(), x.get()}, "GeneralizedPartitionwiseOperation"},
-      {"repartition", {metadata.get(), x.get(), y.get()}, "RepartitionOperation"},
       {"smallTallComparison",
        {handle.get(), two.get(), yes.get(), x.get()},
        "SmallTallComparisonOperation"},

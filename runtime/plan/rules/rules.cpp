@@ -16,6 +16,7 @@ namespace {
 constexpr Rule kRules[] = {
     {"columns", readNeededColumns},
     {"prune", skipRowGroups},
+    {"groups", shareGroups},
 };
 
 [[noreturn]] void refuseSwitch(std::string_view word) {

@@ -16,6 +16,9 @@ Rules rulesInForce();
 /// doesn't have, all are read, so that the error of that step can name them.
 void readNeededColumns(PassGraph& graph);
 
+/// Runs several operations by the same keys as one step.
+void shareGroups(PassGraph& graph);
+
 /// Lets a source leave out rows that a filter would drop: where all rows go through filters before
 /// they are used otherwise, the read gets the conditions `column op value` that all of these rows
 /// must fulfil. The filters stay.

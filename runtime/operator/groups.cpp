@@ -1,0 +1,118 @@
+#include <utility>
+#include <vector>
+
+#include "aggregate/FixedTree.h"
+#include "exchange/GroupTable.h"
+#include "operator/operators.h"
+
+// Rows by key. A unit folds its rows into a table of groups, whose states leave it; the tables of
+// all partitions are merged in a fixed tree, and the groups sorted by key at the end. So each group
+// is folded in the order of its rows, whatever else is in the table.
+
+namespace kv::runtime {
+
+namespace {
+
+class GroupsRun final : public StepRun {
+ public:
+  GroupsRun(std::span<const GroupedValue> values) : table_(values) {}
+
+  std::vector<Chunk> process(const StepInputs& inputs) override {
+    const Chunk& keys = inputs.chunk(0);
+    std::vector<Chunk> arrays;
+    for (std::size_t input = 1; input < inputs.size(); ++input) {
+      arrays.push_back(inputs.array(input));
+      inputs.requireSameRows(0, input);
+    }
+    table_.add(keys, arrays);
+    return {};
+  }
+
+  SinkResult finish() override {
+    GroupBytes bytes = table_.toBytes();
+    return {.partial = std::move(bytes.layout), .chunks = {std::move(bytes.states)}};
+  }
+
+ private:
+  GroupTable table_;
+};
+
+class GroupsMerge final : public SinkMerge {
+ public:
+  explicit GroupsMerge(std::span<const GroupedValue> values) : values_(values) {}
+
+  void add(SinkResult result) override {
+    GroupBytes bytes{std::move(result.partial), std::move(result.chunks.at(0))};
+    tree_.push(numAdded_++, {GroupTable::fromBytes(values_, std::move(bytes))});
+  }
+
+  MergedSink finish() override {
+    const std::optional<Node> root = tree_.finish();
+    return {.arrays = root ? root->table.answers() : GroupTable(values_).answers()};
+  }
+
+ private:
+  struct Node {
+    GroupTable table;
+    void merge(const Node& later) { table.merge(later.table); }
+  };
+
+  std::span<const GroupedValue> values_;
+  FixedTree<Node> tree_;
+  std::int64_t numAdded_ = 0;
+};
+
+class Groups final : public Operator {
+ public:
+  explicit Groups(std::vector<GroupedValue> values) : values_(std::move(values)) {}
+
+  std::string_view kind() const override { return "groups"; }
+  const std::vector<GroupedValue>* groupedValues() const override { return &values_; }
+  RowEffect rowEffect() const override { return RowEffect::End; }
+  bool makesRows() const override { return true; }
+  std::string planNote() const override { return "a row for each key"; }
+
+  std::unique_ptr<StepRun> start(const StepScope& /*scope*/) const override {
+    return std::make_unique<GroupsRun>(values_);
+  }
+
+  std::unique_ptr<SinkMerge> startMerge(const MergeScope& /*scope*/) const override {
+    return std::make_unique<GroupsMerge>(values_);
+  }
+
+  void write(ByteWriter& bytes) const override {
+    bytes.number<std::uint64_t>(values_.size());
+    for (const GroupedValue& value : values_) {
+      bytes.text(value.function->name);
+      bytes.flag(value.missing == MissingRule::Propagate);
+      bytes.number<std::uint64_t>(value.input);
+    }
+  }
+
+ private:
+  std::vector<GroupedValue> values_;
+};
+
+/// The least bytes of a value: the length of a name, a flag, a number.
+constexpr std::size_t kValueBytes = 2 * sizeof(std::uint64_t) + 1;
+
+}  // namespace
+
+OperatorPtr makeGroups(std::vector<GroupedValue> values) {
+  return std::make_shared<Groups>(std::move(values));
+}
+
+OperatorPtr readGroups(ByteReader& bytes) {
+  std::vector<GroupedValue> values(bytes.count(kValueBytes));
+  for (GroupedValue& value : values) {
+    value.function = findGroupFunction(bytes.text());
+    if (value.function == nullptr) {
+      bytes.refuse();
+    }
+    value.missing = bytes.flag() ? MissingRule::Propagate : MissingRule::Skip;
+    value.input = bytes.number<std::uint64_t>();
+  }
+  return makeGroups(std::move(values));
+}
+
+}  // namespace kv::runtime
