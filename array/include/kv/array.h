@@ -141,6 +141,7 @@ class Table {
   struct Handle;
 
   explicit Table(std::shared_ptr<const Handle> handle) : handle_(std::move(handle)) {}
+  const Handle& handle() const { return *handle_; }
 
   /// Names of the columns, in the order of the files.
   const std::vector<std::string>& columns() const;
