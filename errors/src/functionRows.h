@@ -35,7 +35,7 @@ inline constexpr ErrorRow kFunctionRows[] = {
      BaseType::Memory},
     {"KALVEX:memory:LimitTooSmall", "operation, need, limit",
      "{0} needs at least {1} of memory with what is in use already; the limit is {2}. Set a higher "
-     "one: --memory, KV_MEMORY_LIMIT or kv.setMemoryLimit.",
+     "one: --memory, kv.options(memory_limit=), KV_MEMORY_LIMIT or kv.setMemoryLimit.",
      BaseType::Memory},
     {"KALVEX:memory:ResultTooLarge", "operation, need, limit",
      "The result of {0} needs at least {1} of memory; the limit is {2}. Write it to a file or take "

@@ -19,6 +19,7 @@
 #include "driver/wholeRuns.h"
 #include "executor/runStage.h"
 #include "kv/errors/StepError.h"
+#include "kv/host/collectGarbage.h"
 #include "kv/host/errors.h"
 #include "plan/condition.h"
 #include "plan/lowerPass.h"
@@ -96,6 +97,19 @@ void complete(const Value& promise, const WholeValue& whole) {
   host::callMany("setValue", 0, std::vector<const kxArray*>{promise.get(), whole.value.get()});
 }
 
+bool isOfMemory(const errors::FailureRecord& failure) {
+  return failure.error.identifier == kLimitTooSmall || failure.error.identifier == kResultTooLarge;
+}
+
+/// Frees values that only cycles of objects hold.
+/// Result: true if there is more memory within the limit.
+bool freeGarbage() {
+  const MemoryLedger* ledger = currentLedger();
+  const std::int64_t before = ledger != nullptr ? ledger->bytes_allocated() : 0;
+  host::collectGarbage();
+  return ledger != nullptr && ledger->bytes_allocated() < before;
+}
+
 [[noreturn]] void refuse(const OpSpec& recorded) {
   if (recorded.savedRelease.empty()) {
     host::raise("KALVEX:array:NotRunnable", {recorded.label});
@@ -128,6 +142,10 @@ void Evaluation::withTask(const PlanTask& task, Action&& action, std::string_vie
 
 EvaluationFacts Evaluation::run() {
   const auto start = std::chrono::steady_clock::now();
+  const MemoryLedger* ledger = currentLedger();
+  if (ledger != nullptr && ledger->bytes_allocated() > ledger->limit() / 2) {
+    freeGarbage();
+  }
   while (const std::optional<Round> round = schedule_.next()) {
     refuseWhatCannotRun();
     for (const int task : round->clientTasks) {
@@ -187,14 +205,28 @@ void Evaluation::runInClient(int index) {
   schedule_.setDone(index);
 }
 
+/// A stage that the memory limit didn't allow runs again if there was garbage.
 void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   const PassGraph pass = lowerPass(plan_, schedule_, sinks, rules_);
   const AssembledStage assembled = assembleStage(pass, plan_, handles_, values_);
+  std::optional<errors::FailureRecord> failed = runUnits(assembled, sinks, pass.sinks);
+  if (failed && isOfMemory(*failed) && freeGarbage()) {
+    failed = runUnits(assembled, sinks, pass.sinks);
+  }
+  if (failed) {
+    raiseStageFailure(assembled, *failed);
+  }
+}
+
+/// Runs the units of a stage and, unless one fails, takes their results.
+std::optional<errors::FailureRecord> Evaluation::runUnits(const AssembledStage& assembled,
+                                                          const std::vector<PassSink>& sinks,
+                                                          const std::vector<SinkPlace>& places) {
   const Stage& stage = assembled.stage();
   SessionFunctions functions(assembled);
   const ExecutionContext context{currentPool(), cancellation_};
   const StageRows rows(stage);
-  refuseLargeResults(sinks, pass.sinks, knownResultBytes(stage, rows, functions, context));
+  refuseLargeResults(sinks, places, knownResultBytes(stage, rows, functions, context));
   OrderedMerge merge(stage, functions);
   std::optional<Stage> fromBytes;
   if (runStagesFromBytes()) {
@@ -204,10 +236,11 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   const auto units =
       makeUnitService(threads_, rows.numPartitions(),
                       {fromBytes ? *fromBytes : stage, functions, context, lease_, &freeCalls});
-  if (const auto failed = kv::runtime::runStage(*units, merge, rows, nextStage_++)) {
-    raiseStageFailure(assembled, *failed);
+  auto failed = kv::runtime::runStage(*units, merge, rows, nextStage_++);
+  if (!failed) {
+    takeResults(stage, sinks, places, merge, noteRows(rows, !stage.sources().empty(), merge));
   }
-  takeResults(stage, sinks, pass.sinks, merge, noteRows(rows, !stage.sources().empty(), merge));
+  return failed;
 }
 
 /// Refuses rows of a known size that the memory limit doesn't allow, before they are read.
@@ -215,6 +248,10 @@ void Evaluation::refuseLargeResults(const std::vector<PassSink>& sinks,
                                     const std::vector<SinkPlace>& places,
                                     const std::vector<std::int64_t>& bytes) const {
   const MemoryLedger* ledger = currentLedger();
+  const std::int64_t all = std::accumulate(bytes.begin(), bytes.end(), std::int64_t{0});
+  if (all > 0 && ledger != nullptr && all > ledger->limit() - ledger->bytes_allocated()) {
+    freeGarbage();
+  }
   std::int64_t need = ledger != nullptr ? ledger->bytes_allocated() : 0;
   for (std::size_t sink = 0; sink < sinks.size() && ledger != nullptr; ++sink) {
     const std::int64_t ofSink = bytes[places[sink].output];

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -75,6 +76,9 @@ class Evaluation {
                 std::string_view memoryId = kLimitTooSmall) const;
   void runInClient(int task);
   void runStage(const std::vector<PassSink>& sinks);
+  std::optional<errors::FailureRecord> runUnits(const AssembledStage& assembled,
+                                                const std::vector<PassSink>& sinks,
+                                                const std::vector<SinkPlace>& places);
   void refuseLargeResults(const std::vector<PassSink>& sinks, const std::vector<SinkPlace>& places,
                           const std::vector<std::int64_t>& bytes) const;
   std::shared_ptr<const RowCut> noteRows(const StageRows& rows, bool isData,

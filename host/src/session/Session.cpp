@@ -7,6 +7,7 @@
 #include <atomic>
 #include <utility>
 
+#include "kv/host/collectGarbage.h"
 #include "kv/host/rawOutputs.h"
 #include "name/names.h"
 #include "session/NativeError.h"
@@ -270,6 +271,8 @@ std::vector<std::string> Session::classes() const {
   }
   return names;
 }
+
+std::size_t collectGarbage() { return requireSession().heap.collect(); }
 
 std::size_t Session::collect() {
   const Scope scope(*this);
