@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc)
 PREFIX ?= $(CURDIR)/build/install
 
 .DEFAULT_GOAL := help
-.PHONY: help setup build run test asan tsan fuzz seeded bench format lint tidy install
+.PHONY: help setup build run test asan tsan tsan-quick fuzz seeded bench format lint tidy install
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / {printf "  make %-8s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -24,6 +24,11 @@ asan: build-asan ## Run all tests under the sanitizers
 
 tsan: build-tsan ## Run the tests of what threads share under the thread sanitizer
 	ctest --preset tsan --parallel $(JOBS)
+
+tsan-quick: setup ## Run a few of them, in a small program
+	@[ -f build/tsan/build.ninja ] || cmake --preset tsan
+	cmake --build --preset tsan --parallel $(JOBS) --target test_shared
+	ctest --preset tsan-quick --parallel $(JOBS)
 
 fuzz: build-fuzz ## Load mutated files for a minute; findings are kept in build/fuzz
 	@mkdir -p build/fuzz/corpus
