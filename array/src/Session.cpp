@@ -121,6 +121,14 @@ void Session::setMemoryLimit(std::int64_t bytes, Where where) {
   publicCall(*impl_, where, [&] { runtime::setMemoryLimit(bytes); });
 }
 
+void Session::setScratch(const std::string& folder, std::string_view limit, Where where) {
+  publicCall(*impl_, where, [&] {
+    const host::Value path = host::makeString(folder);
+    const host::Value size = host::makeString(limit);
+    host::callMany("kv.setScratch", 0, std::vector<const kxArray*>{path.get(), size.get()});
+  });
+}
+
 void Session::setMemoryLimit(std::string_view limit, Where where) {
   publicCall(*impl_, where, [&] { runtime::setMemoryLimit(limit); });
 }

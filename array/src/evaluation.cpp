@@ -48,9 +48,15 @@ Facts lastFacts() {
     return host::toDouble(kxGetField(facts.get(), 0, name));
   };
   const auto whole = [&](std::string_view name) { return static_cast<std::int64_t>(field(name)); };
-  return {whole("rows"),       static_cast<int>(field("passes")), field("seconds"),
-          whole("peakBytes"),  whole("memoryPeakBytes"),          whole("memoryLimitBytes"),
-          whole("skippedRows")};
+  return {whole("rows"),
+          static_cast<int>(field("passes")),
+          field("seconds"),
+          whole("peakBytes"),
+          whole("memoryPeakBytes"),
+          whole("memoryLimitBytes"),
+          whole("skippedRows"),
+          whole("spilledBytes"),
+          static_cast<int>(field("spillLevels"))};
 }
 
 void requireOwn(const Session::Impl& session, std::span<const Array> arrays) {

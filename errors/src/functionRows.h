@@ -33,6 +33,13 @@ inline constexpr ErrorRow kFunctionRows[] = {
      "The texts of one column are limited to 2 GiB in memory. Filter or reduce the column "
      "before it is gathered.",
      BaseType::Memory},
+    {"KALVEX:spill:NoSpace", "folder, bytes",
+     "There is no more space for what doesn't fit in memory in the scratch folder '{0}', where it "
+     "has {1}. Set another folder (--scratch, KV_SCRATCH or kv.setScratch), or allow more memory.",
+     BaseType::System},
+    {"KALVEX:spill:Failed", "folder, reason",
+     "The scratch folder '{0}', for what doesn't fit in memory, can't be used: {1}.",
+     BaseType::System},
     {"KALVEX:memory:LimitTooSmall", "operation, need, limit",
      "{0} needs at least {1} of memory with what is in use already; the limit is {2}. Set a higher "
      "one: --memory, kv.options(memory_limit=), KV_MEMORY_LIMIT or kv.setMemoryLimit.",

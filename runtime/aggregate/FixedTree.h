@@ -26,6 +26,25 @@ class FixedTree {
     nodes_.push_back({number, std::move(leaf)});
   }
 
+  /// The values that haven't been merged with others yet, each under the number of one of its
+  /// leaves: pushed in this order, they make the same tree again. The tree has no leaf then.
+  std::vector<std::pair<std::int64_t, T>> takeNodes() {
+    std::vector<std::pair<std::int64_t, T>> taken;
+    for (Node& node : nodes_) {
+      taken.emplace_back(node.number, std::move(node.value));
+    }
+    nodes_.clear();
+    return taken;
+  }
+
+  /// Calls `visit(value)` for each of these values.
+  template <class Visit>
+  void forEach(Visit&& visit) const {
+    for (const Node& node : nodes_) {
+      visit(node.value);
+    }
+  }
+
   /// The value of the root; empty if there was no leaf.
   std::optional<T> finish() {
     while (nodes_.size() >= 2) {

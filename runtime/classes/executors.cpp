@@ -152,7 +152,7 @@ WorkerSessions::Open workerOpener() {
 EvaluationSetup setupWith(int threads) {
   SessionLease* lease = runtimeState().lease;
   const bool hasWorkers = threads > 1 && (lease == nullptr || lease->isReleasable());
-  return {threads, lease, hasWorkers ? workerOpener() : nullptr};
+  return {threads, lease, hasWorkers ? workerOpener() : nullptr, scratchOfEvaluation()};
 }
 
 /// Runs the tasks and completes the promises of a call execute(executor, taskGraph, promises).
@@ -187,7 +187,7 @@ void setThreadsFunction(const Call& call) {
 /// lastEvaluation(): a structure that describes the last evaluation of this session.
 void lastEvaluation(const Call& call) {
   const EvaluationFacts& facts = runtimeState().lastEvaluation;
-  const std::array<std::pair<std::string_view, double>, 7> fields{{
+  const std::array<std::pair<std::string_view, double>, 9> fields{{
       {"rows", static_cast<double>(facts.rows)},
       {"passes", static_cast<double>(facts.passes)},
       {"seconds", facts.seconds},
@@ -195,6 +195,8 @@ void lastEvaluation(const Call& call) {
       {"memoryPeakBytes", static_cast<double>(facts.memoryPeakBytes)},
       {"memoryLimitBytes", static_cast<double>(facts.memoryLimitBytes)},
       {"skippedRows", static_cast<double>(facts.skippedRows)},
+      {"spilledBytes", static_cast<double>(facts.spilledBytes)},
+      {"spillLevels", static_cast<double>(facts.spillLevels)},
   }};
   std::array<std::string_view, fields.size()> names;
   std::ranges::copy(std::views::keys(fields), names.begin());
@@ -272,6 +274,7 @@ void defineExecutors(host::Session& session) {
   session.defineFunction("kv.lastEvaluation", lastEvaluation);
   session.defineFunction("kv.setThreads", setThreadsFunction);
   session.defineFunction("kv.setMemoryLimit", setMemoryLimitFunction);
+  session.defineFunction("kv.setScratch", setScratchFunction);
   session.defineFunction("kv.explain", explain);
   session.defineFunction("kv.checkColumns", checkColumns);
 }

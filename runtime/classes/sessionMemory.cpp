@@ -3,6 +3,7 @@
 #include "classes/interrupts.h"
 #include "classes/sessionValues.h"
 #include "executor/memoryLimit.h"
+#include "executor/scratchSettings.h"
 #include "kv/runtime/runtime.h"
 
 namespace kv::runtime {
@@ -36,5 +37,33 @@ void setMemoryLimit(std::int64_t bytes) {
 }
 
 void setMemoryLimit(std::string_view limit) { runtimeState().memoryLimit = memoryLimitOf(limit); }
+
+/// An input that may be left out, or `[]`.
+static std::string textOf(const host::Call& call, int input) {
+  return call.nrhs > input && !kxIsEmpty(call.in(input)) ? host::toText(call.in(input)) : "";
+}
+
+ScratchSettings scratchOfEvaluation() {
+  const RuntimeState& state = runtimeState();
+  ScratchSettings settings = defaultScratch();
+  if (!state.scratchFolder.empty()) {
+    settings.folder = state.scratchFolder;
+  }
+  if (state.scratchLimit > 0) {
+    settings.limitBytes = state.scratchLimit;
+  }
+  return settings;
+}
+
+void setScratchFunction(const host::Call& call) {
+  const std::string folder = textOf(call, 0);
+  if (!folder.empty()) {
+    requireScratchFolder(folder);
+  }
+  const std::string limit = textOf(call, 1);
+  const std::int64_t limitBytes = limit.empty() ? 0 : memoryLimitOf(limit);
+  runtimeState().scratchFolder = folder;
+  runtimeState().scratchLimit = limitBytes;
+}
 
 }  // namespace kv::runtime

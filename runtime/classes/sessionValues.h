@@ -37,8 +37,10 @@ struct RuntimeState {
   host::Value globalStream;      ///< made on first use
   InvalidGraph invalid;
   EvaluationFacts lastEvaluation;
-  int threads = 0;               ///< for evaluations; 0: the default of the process
-  std::int64_t memoryLimit = 0;  ///< in bytes; 0: the default of the process
+  int threads = 0;                ///< for evaluations; 0: the default of the process
+  std::int64_t memoryLimit = 0;   ///< in bytes; 0: the default of the process
+  std::string scratchFolder;      ///< empty: the default of the process
+  std::int64_t scratchLimit = 0;  ///< in bytes; 0: the default of the process
   MemoryLedger::Owner ledger = MemoryLedger::open(*arrow::default_memory_pool());
   SessionLease* lease = nullptr;     ///< for evaluations; null: none
   DirectCall* directCall = nullptr;  ///< the call whose operation is to be evaluated; null for none

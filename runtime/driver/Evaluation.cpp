@@ -129,6 +129,8 @@ Evaluation::Evaluation(const ClientPlan& client, const CancellationToken& cancel
       cancellation_(cancellation),
       threads_(setup.threads),
       lease_(setup.lease),
+      scratch_(std::move(setup.scratch.folder), setup.scratch.limitBytes,
+               setup.scratch.spillsAlways, cancellation),
       workers_(std::move(setup.openWorker)),
       schedule_(plan_),
       rowSpaces_(plan_),
@@ -146,6 +148,7 @@ EvaluationFacts Evaluation::run() {
   if (ledger != nullptr && ledger->bytes_allocated() > ledger->limit() / 2) {
     freeGarbage();
   }
+  const ScratchScope scratch(usableScratch());
   while (const std::optional<Round> round = schedule_.next()) {
     refuseWhatCannotRun();
     for (const int task : round->clientTasks) {
@@ -160,6 +163,8 @@ EvaluationFacts Evaluation::run() {
   completePromises();
   facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   facts_.peakBytes = peakResidentBytes();
+  facts_.spilledBytes = scratch_.spilledBytes();
+  facts_.spillLevels = scratch_.levels();
   return facts_;
 }
 
@@ -224,7 +229,8 @@ std::optional<errors::FailureRecord> Evaluation::runUnits(const AssembledStage& 
                                                           const std::vector<SinkPlace>& places) {
   const Stage& stage = assembled.stage();
   SessionFunctions functions(assembled);
-  const ExecutionContext context{currentPool(), cancellation_};
+  const ExecutionContext context{
+      .pool = currentPool(), .cancellation = cancellation_, .scratch = usableScratch()};
   const StageRows rows(stage);
   refuseLargeResults(sinks, places, knownResultBytes(stage, rows, functions, context));
   OrderedMerge merge(stage, functions);

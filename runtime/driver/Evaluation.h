@@ -13,7 +13,9 @@
 #include "driver/assembleStage.h"
 #include "driver/wholeValues.h"
 #include "engine/memoryFailures.h"
+#include "exchange/Scratch.h"
 #include "executor/OrderedMerge.h"
+#include "executor/scratchSettings.h"
 #include "kv/runtime/Cancellation.h"
 #include "kv/runtime/SessionLease.h"
 #include "plan/RowSpaces.h"
@@ -31,6 +33,8 @@ struct EvaluationFacts {
   std::int64_t memoryPeakBytes = 0;   ///< the most of the limited memory that the session has used
   std::int64_t memoryLimitBytes = 0;  ///< of the session
   std::int64_t skippedRows = 0;       ///< of the sources, left out by statistics, in all passes
+  std::int64_t spilledBytes = 0;      ///< written to scratch files
+  int spillLevels = 0;                ///< how often the same rows were spilled, at most
 };
 
 /// What an evaluation may use.
@@ -38,6 +42,7 @@ struct EvaluationSetup {
   int threads = 1;                    ///< that may run units at a time; 1: the calling thread alone
   SessionLease* lease = nullptr;      ///< what to release while units run; null for nothing
   WorkerSessions::Open openWorker{};  ///< makes sessions for free functions; null for none
+  ScratchSettings scratch{};          ///< where to put what doesn't fit in memory
 };
 
 /// The facts when everything that was asked for is there already.
@@ -70,6 +75,7 @@ class Evaluation {
   std::vector<WholeValue> takeOutputs(int task);
 
  private:
+  Scratch* usableScratch() { return scratch_.folder().empty() ? nullptr : &scratch_; }
   void refuseWhatCannotRun() const;
   template <class Action>
   void withTask(const PlanTask& task, Action&& action,
@@ -94,6 +100,7 @@ class Evaluation {
   const CancellationToken& cancellation_;
   const int threads_;
   SessionLease* const lease_;
+  Scratch scratch_;
   WorkerSessions workers_;
   Schedule schedule_;
   const RowSpaces rowSpaces_;

@@ -12,6 +12,7 @@
 
 #include "column/pool.h"
 #include "engine/Unit.h"
+#include "exchange/Scratch.h"
 #include "kv/errors/PassThrough.h"
 #include "source/ReadRetries.h"
 
@@ -290,6 +291,7 @@ void readThrough(UnitRun& run, const Stage& stage, const StageRows& rows, const 
 UnitResult runUnit(const Stage& stage, const StageRows& rows, std::string_view unitBytes,
                    UserFunctions& functions, const ExecutionContext& context) {
   const PoolScope pool(context.pool);
+  const ScratchScope scratch(context.scratch);
   const ReadRetries retries(
       stage.sources().empty() ? 0 : stage.sources().front().store->maxReadFailures());
   const RefusalWatch watch;

@@ -77,6 +77,18 @@ std::shared_ptr<arrow::Array> sortable(const Column& column) {
       arrow::int64(), column.rows(), {std::move(nulls.bits), std::move(buffer)}, nulls.count));
 }
 
+/// The columns as Arrow's table takes them.
+compute::ExecBatch canonicalBatch(const std::vector<Column>& columns,
+                                  [[maybe_unused]] const std::vector<ElementType>& types) {
+  assert(columns.size() == types.size());
+  compute::ExecBatch batch({}, columns.front().rows());
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    assert(columns[i].type() == types[i]);
+    batch.values.emplace_back(canonicalKeys(columns[i]).data());
+  }
+  return batch;
+}
+
 void initializeArrow() {
   static const arrow::Status status = compute::Initialize();
   checkArrow(status);
@@ -104,20 +116,30 @@ GroupKeys& GroupKeys::operator=(GroupKeys&&) noexcept = default;
 std::int64_t GroupKeys::size() const { return grouper_->num_groups(); }
 
 std::span<const std::uint32_t> GroupKeys::numbersOf(const std::vector<Column>& columns) {
-  assert(columns.size() == types_.size());
-  std::vector<Column> canonical;
-  compute::ExecBatch batch({}, columns.front().rows());
   for (std::size_t i = 0; i < columns.size(); ++i) {
-    assert(columns[i].type() == types_[i]);
     isNullable_[i] = isNullable_[i] || columns[i].isNullable();
-    canonical.push_back(canonicalKeys(columns[i]));
-    batch.values.emplace_back(canonical.back().data());
   }
+  const compute::ExecBatch batch = canonicalBatch(columns, types_);
   if (batch.length == 0) {
     return {};
   }
   numbers_ = checked(grouper_->Consume(compute::ExecSpan(batch)));
   return {numbers_.array()->GetValues<std::uint32_t>(1), static_cast<std::size_t>(batch.length)};
+}
+
+std::vector<std::uint32_t> GroupKeys::find(const std::vector<Column>& columns) {
+  const compute::ExecBatch batch = canonicalBatch(columns, types_);
+  std::vector<std::uint32_t> numbers(static_cast<std::size_t>(batch.length), kUnknown);
+  if (size() > 0 && batch.length > 0) {
+    const arrow::Datum found = checked(grouper_->Lookup(compute::ExecSpan(batch)));
+    const Column column(ElementType::UInt32, found.array());
+    const Validity validity(column);
+    const auto values = column.values<std::uint32_t>();
+    for (std::size_t row = 0; row < numbers.size(); ++row) {
+      numbers[row] = validity.isNull(static_cast<std::int64_t>(row)) ? kUnknown : values[row];
+    }
+  }
+  return numbers;
 }
 
 std::vector<Column> GroupKeys::keys() const {

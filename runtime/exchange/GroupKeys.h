@@ -2,6 +2,7 @@
 
 #include <arrow/datum.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -40,6 +41,12 @@ class GroupKeys {
   /// Lives: until the next call.
   /// Errors: std::bad_alloc; the keys can't be used afterwards.
   std::span<const std::uint32_t> numbersOf(const std::vector<Column>& columns);
+
+  /// The same without new ones: `kUnknown` for a key that isn't among them.
+  static constexpr std::uint32_t kUnknown = UINT32_MAX;
+  std::vector<std::uint32_t> find(const std::vector<Column>& columns);
+
+  bool isNullable(std::size_t column) const { return isNullable_[column]; }
 
   /// The keys by number, a column for each of theirs.
   std::vector<Column> keys() const;

@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <cassert>
+#include <iterator>
 #include <utility>
 
 #include "column/arrays.h"
 #include "column/bytes.h"
+#include "column/elementTypes.h"
+#include "kv/errors/StepError.h"
 
 namespace kv::runtime {
 
@@ -24,14 +27,15 @@ bool isUntyped(const std::vector<Column>& columns) {
       columns, [](const Column& column) { return column.type() == ElementType::Unknown; });
 }
 
-/// What the keys are, without rows.
-Chunk shapeOf(const Chunk& keys) {
-  Chunk shape{.names = keys.names, .trailing = keys.trailing};
-  for (const Column& column : keys.columns) {
-    const Column none = emptyColumn(column.type());
-    shape.columns.push_back(column.isNullable() ? none.asNullable() : none);
+Chunk rowsAt(const Chunk& chunk, const std::vector<std::uint64_t>& places) {
+  const Column taken(ElementType::UInt64, std::ssize(places),
+                     arrow::Buffer::Wrap(places.data(), places.size()));
+  Chunk rows{
+      .ordinals = RowOrdinals(0, taken.rows()), .names = chunk.names, .trailing = chunk.trailing};
+  for (const Column& column : chunk.columns) {
+    rows.columns.push_back(takeRows(column, taken));
   }
-  return shape;
+  return rows;
 }
 
 /// Where each number is among `numbers`, which are all up to some.
@@ -51,12 +55,6 @@ GroupTable::GroupTable(std::span<const GroupedValue> values) {
   }
 }
 
-void GroupTable::open(const std::vector<ElementType>& keyTypes) {
-  if (!keyTypes.empty()) {
-    keys_.emplace(keyTypes);
-  }
-}
-
 void GroupTable::openValue(Value& value, ElementType type, Dimensions trailing) {
   groupFunctionType(*value.what.function, type);  // refuses undefined combinations
   value.type = type;
@@ -66,23 +64,75 @@ void GroupTable::openValue(Value& value, ElementType type, Dimensions trailing) 
   }
 }
 
-void GroupTable::add(const Chunk& keys, std::span<const Chunk> arrays) {
+bool GroupTable::open(const Chunk& keys, std::span<const Chunk> arrays) {
   const bool isOfUnknown = std::ranges::any_of(
       arrays, [](const Chunk& array) { return array.type() == ElementType::Unknown; });
   if (keys.columns.empty() || isUntyped(keys.columns) || isOfUnknown) {
-    return;
+    return false;
   }
   if (!keys_) {
-    open(typesOf(keys.columns));
-    keyShape_ = shapeOf(keys);
+    keys_.emplace(typesOf(keys.columns));
+    keyShape_ = withoutRows(keys);
     for (Value& value : values_) {
       const bool takesArray = !value.what.function->countsRows;
+      if (takesArray && value.what.input >= arrays.size()) {
+        errors::raiseStep("KALVEX:executor:BadBytes", {"a step by key"});
+      }
       const Chunk* array = takesArray ? &arrays[value.what.input] : nullptr;
       openValue(value, takesArray ? array->type() : ElementType::Int64,
                 takesArray ? array->trailing : Dimensions{});
     }
   }
-  const std::span<const std::uint32_t> groups = keys_->numbersOf(keys.columns);
+  return true;
+}
+
+void GroupTable::openLike(const GroupTable& other) {
+  keys_.emplace(other.keys_->types());
+  keyShape_ = other.keyShape_;
+  for (std::size_t i = 0; i < values_.size(); ++i) {
+    openValue(values_[i], other.values_[i].type, other.values_[i].trailing);
+  }
+}
+
+GroupTable GroupTable::emptied() const {
+  std::vector<GroupedValue> values;
+  std::ranges::transform(values_, std::back_inserter(values), &Value::what);
+  GroupTable table(values);
+  if (keys_) {
+    table.openLike(*this);
+  }
+  return table;
+}
+
+void GroupTable::add(const Chunk& keys, std::span<const Chunk> arrays) {
+  fold(keys_->numbersOf(keys.columns), keys, arrays);
+}
+
+std::vector<std::uint64_t> GroupTable::addKnown(const Chunk& keys, std::span<const Chunk> arrays) {
+  std::vector<std::uint64_t> unknown;
+  std::vector<std::uint64_t> known;
+  std::vector<std::uint32_t> groups;
+  const std::vector<std::uint32_t> found = keys_->find(keys.columns);
+  for (std::size_t row = 0; row < found.size(); ++row) {
+    (found[row] == GroupKeys::kUnknown ? unknown : known).push_back(row);
+    if (found[row] != GroupKeys::kUnknown) {
+      groups.push_back(found[row]);
+    }
+  }
+  if (unknown.empty()) {
+    fold(groups, keys, arrays);
+  } else if (!known.empty()) {
+    std::vector<Chunk> ofKnown;
+    for (const Chunk& array : arrays) {
+      ofKnown.push_back(rowsAt(array, known));
+    }
+    fold(groups, rowsAt(keys, known), ofKnown);
+  }
+  return unknown;
+}
+
+void GroupTable::fold(std::span<const std::uint32_t> groups, const Chunk& keys,
+                      std::span<const Chunk> arrays) {
   for (Value& value : values_) {
     const std::vector<Column>& columns =
         value.what.function->countsRows ? keys.columns : arrays[value.what.input].columns;
@@ -93,16 +143,29 @@ void GroupTable::add(const Chunk& keys, std::span<const Chunk> arrays) {
   }
 }
 
+/// What Arrow's table takes for a group besides its key; states grow by doubling.
+std::int64_t GroupTable::byteSize() const {
+  constexpr std::int64_t kTableBytes = 28;
+  constexpr std::int64_t kTextBytes = 32;
+  std::int64_t ofGroup = kTableBytes;
+  for (const ElementType type : keys_ ? keys_->types() : std::vector<ElementType>{}) {
+    ofGroup +=
+        type == ElementType::String ? kTextBytes : static_cast<std::int64_t>(elementSize(type));
+  }
+  for (const Value& value : values_) {
+    for (const auto& column : value.columns) {
+      ofGroup += 2 * static_cast<std::int64_t>(column->numStates() * sizeof(std::uint64_t));
+    }
+  }
+  return groups() * ofGroup;
+}
+
 void GroupTable::merge(const GroupTable& later) {
   if (!later.keys_) {
     return;
   }
   if (!keys_) {
-    open(later.keys_->types());
-    keyShape_ = later.keyShape_;
-    for (std::size_t i = 0; i < values_.size(); ++i) {
-      openValue(values_[i], later.values_[i].type, later.values_[i].trailing);
-    }
+    openLike(later);
   }
   const std::span<const std::uint32_t> groups = keys_->numbersOf(later.keys_->keys());
   for (std::size_t i = 0; i < values_.size(); ++i) {
@@ -124,6 +187,9 @@ GroupBytes GroupTable::toBytes() const {
     writeDimensions(keyShape_.trailing, layout);
     bytes.states.columns = keys_->keys();
     layout.number<std::uint64_t>(bytes.states.columns.size());
+    for (const Column& key : bytes.states.columns) {
+      layout.flag(key.isNullable());
+    }
     for (const Value& value : values_) {
       layout.number(static_cast<std::uint8_t>(value.type));
       writeDimensions(value.trailing, layout);
@@ -157,10 +223,13 @@ GroupTable GroupTable::fromBytes(std::span<const GroupedValue> values, GroupByte
   if (numKeys == 0 || numKeys > columns.size() || isUntyped(bytes.states.columns)) {
     layout.refuse();
   }
-  const std::vector<Column> keys(columns.begin(), columns.begin() + static_cast<long>(numKeys));
+  std::vector<Column> keys;
+  for (const Column& key : columns.first(numKeys)) {
+    keys.push_back(layout.flag() ? key.asNullable() : key);
+  }
   columns = columns.subspan(numKeys);
-  table.open(typesOf(keys));
-  table.keyShape_.columns = shapeOf({.columns = keys}).columns;
+  table.keys_.emplace(typesOf(keys));
+  table.keyShape_.columns = withoutRows({.columns = keys}).columns;
   const std::vector<std::uint64_t> places = placesByNumber(table.keys_->numbersOf(keys));
   if (table.keys_->size() != bytes.states.rows()) {
     layout.refuse();
@@ -192,23 +261,43 @@ std::vector<Chunk> GroupTable::answers() const {
     arrays.resize(values_.size() + 1, emptyArray({}));
     return arrays;
   }
-  const std::vector<Column> keys = keys_->keys();
-  const Column order = ascendingOrder(keys);
-  const auto arrange = [&](const std::vector<Column>& columns, const Chunk& like) {
-    Chunk array{
-        .ordinals = RowOrdinals(0, groups()), .names = like.names, .trailing = like.trailing};
-    for (const Column& column : columns) {
-      array.columns.push_back(takeRows(column, order));
-    }
-    arrays.push_back(std::move(array));
-  };
-  arrange(keys, keyShape_);
+  const RowOrdinals rows(0, groups());
+  arrays.push_back({0, rows, keyShape_.names, keys_->keys(), keyShape_.trailing});
   for (const Value& value : values_) {
-    std::vector<Column> columns;
+    arrays.push_back({.ordinals = rows, .trailing = value.trailing});
     for (const auto& column : value.columns) {
-      columns.push_back(column->answers());
+      arrays.back().columns.push_back(column->answers());
     }
-    arrange(columns, {.trailing = value.trailing});
+  }
+  return inOrderOfKeys(std::move(arrays));
+}
+
+std::size_t keyColumnsOf(const GroupBytes& bytes) {
+  ByteReader layout(bytes.layout, "the groups of a unit");
+  if (!layout.flag()) {
+    return 0;
+  }
+  layout.flag();
+  layout.texts();
+  readDimensions(layout);
+  return layout.number<std::uint64_t>();
+}
+
+Chunk withoutRows(const Chunk& chunk) {
+  Chunk shape{.names = chunk.names, .trailing = chunk.trailing};
+  for (const Column& column : chunk.columns) {
+    const Column none = emptyColumn(column.type());
+    shape.columns.push_back(column.isNullable() ? none.asNullable() : none);
+  }
+  return shape;
+}
+
+std::vector<Chunk> inOrderOfKeys(std::vector<Chunk> arrays) {
+  const Column order = ascendingOrder(arrays.front().columns);
+  for (Chunk& array : arrays) {
+    for (Column& column : array.columns) {
+      column = takeRows(column, order);
+    }
   }
   return arrays;
 }

@@ -184,7 +184,8 @@ ThreadUnits::Finished ThreadUnits::run(const Submitted& submitted, const Running
   try {
     LaneFunctions lane(lane_, submitted.partition);
     WorkerFunctions functions(lane, scope_.freeFunctions, free);
-    const ExecutionContext context{scope_.context.pool, running.stop, scope_.context.now};
+    const ExecutionContext context{scope_.context.pool, running.stop, scope_.context.now,
+                                   scope_.context.scratch};
     finished.result = runUnit(scope_.stage, rows_, submitted.unit, functions, context);
   } catch (...) {
     finished.thrown = std::current_exception();

@@ -1,8 +1,7 @@
 #include <utility>
 #include <vector>
 
-#include "aggregate/FixedTree.h"
-#include "exchange/GroupTable.h"
+#include "exchange/GroupFolder.h"
 #include "operator/operators.h"
 
 // Rows by key. A unit folds its rows into a table of groups, whose states leave it; the tables of
@@ -15,7 +14,7 @@ namespace {
 
 class GroupsRun final : public StepRun {
  public:
-  GroupsRun(std::span<const GroupedValue> values) : table_(values) {}
+  explicit GroupsRun(std::span<const GroupedValue> values) : folder_(values) {}
 
   std::vector<Chunk> process(const StepInputs& inputs) override {
     const Chunk& keys = inputs.chunk(0);
@@ -24,42 +23,34 @@ class GroupsRun final : public StepRun {
       arrays.push_back(inputs.array(input));
       inputs.requireSameRows(0, input);
     }
-    table_.add(keys, arrays);
+    folder_.add(keys, arrays);
     return {};
   }
 
   SinkResult finish() override {
-    GroupBytes bytes = table_.toBytes();
-    return {.partial = std::move(bytes.layout), .chunks = {std::move(bytes.states)}};
+    GroupFolder::Groups groups = folder_.finish();
+    return {.partial = std::move(groups.bytes.layout),
+            .reduced = std::move(groups.spilled),
+            .chunks = {std::move(groups.bytes.states)}};
   }
 
  private:
-  GroupTable table_;
+  GroupFolder folder_;
 };
 
 class GroupsMerge final : public SinkMerge {
  public:
-  explicit GroupsMerge(std::span<const GroupedValue> values) : values_(values) {}
+  explicit GroupsMerge(std::span<const GroupedValue> values) : merger_(values) {}
 
   void add(SinkResult result) override {
-    GroupBytes bytes{std::move(result.partial), std::move(result.chunks.at(0))};
-    tree_.push(numAdded_++, {GroupTable::fromBytes(values_, std::move(bytes))});
+    const auto spilled = std::static_pointer_cast<const SpilledGroups>(result.reduced);
+    merger_.add({{std::move(result.partial), std::move(result.chunks.at(0))}, spilled});
   }
 
-  MergedSink finish() override {
-    const std::optional<Node> root = tree_.finish();
-    return {.arrays = root ? root->table.answers() : GroupTable(values_).answers()};
-  }
+  MergedSink finish() override { return {.arrays = merger_.answers()}; }
 
  private:
-  struct Node {
-    GroupTable table;
-    void merge(const Node& later) { table.merge(later.table); }
-  };
-
-  std::span<const GroupedValue> values_;
-  FixedTree<Node> tree_;
-  std::int64_t numAdded_ = 0;
+  GroupMerger merger_;
 };
 
 class Groups final : public Operator {

@@ -1,6 +1,9 @@
 #include <gmock/gmock.h>
 #include <kv/groups.h>
 
+#include <bit>
+#include <cstdlib>
+
 #include "ArrayTest.h"
 
 namespace kv::test {
@@ -49,6 +52,38 @@ TEST_F(GroupsTest, WrongKeysAndFunctionsAreRefusedWhereTheyAreWritten) {
             }),
             "KALVEX:array:UnknownFunction");
   EXPECT_EQ(idOf([&] { grouped.column("x") + t.column("x"); }), "KALVEX:array:DifferentSources");
+}
+
+/// With 2 MB the groups don't fit in their part of the memory.
+TEST_F(GroupsTest, AnswersHaveTheSameBitsWhereverTheyAreComputed) {
+  std::vector<std::uint64_t> expected;
+  for (const char* spill : {"", "always"}) {
+    setenv("KV_SPILL", spill, 1);
+    for (const int threads : {1, 8}) {
+      for (const char* limit : {"1GB", "2MB"}) {
+        SCOPED_TRACE(testing::Message() << threads << " threads, " << limit << " " << spill);
+        session.setThreads(threads);
+        session.setMemoryLimit(std::string_view(limit));
+        const Array i = session.arange(0, 20'000, 1, {.partitions = {.rows = 5'000}});
+        const Table rows =
+            tableOf(std::vector<NamedArray>{{"k", i * 7919 % 4'001}, {"x", sqrt(i)}});
+        const Table grouped =
+            groupBy(rows, {"k"}).agg({{"s", "std", "x"}, {"m", "mean", "x"}, {"f", "first", "x"}});
+        const Gathered gathered =
+            session.gather(std::vector{sum(grouped.column("s")), max(grouped.column("m")),
+                                       sum(grouped.column("k") * grouped.column("f"))});
+        const bool isSpilled = *spill != '\0' || std::string_view(limit) == "2MB";
+        EXPECT_EQ(gathered.facts.spilledBytes > 0, isSpilled);
+        std::vector<std::uint64_t> bits;
+        for (const Value& value : gathered.values) {
+          bits.push_back(std::bit_cast<std::uint64_t>(value.number()));
+        }
+        expected = expected.empty() ? bits : expected;
+        EXPECT_EQ(bits, expected);
+      }
+    }
+  }
+  unsetenv("KV_SPILL");
 }
 
 }  // namespace

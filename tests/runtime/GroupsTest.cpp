@@ -4,13 +4,18 @@
 
 #include <array>
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <numeric>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "column/chunkBytes.h"
 #include "column/concatenate.h"
+#include "exchange/Scratch.h"
+#include "kv/errors/StepError.h"
 #include "operator/operators.h"
 #include "runtime/NoFunctions.h"
 #include "runtime/RuntimeSession.h"
@@ -186,9 +191,26 @@ std::vector<GroupedValue> functionsFor(ElementType type) {
   return values;
 }
 
-void check(Rows rows, ElementType valueType) {
+std::string bytesOf(const std::vector<Chunk>& arrays) {
+  ByteWriter bytes;
+  for (const Chunk& array : arrays) {
+    writeChunk(array, bytes);
+  }
+  return bytes.take();
+}
+
+void check(Rows rows, ElementType valueType, bool spills) {
   const std::vector<GroupedValue> functions = functionsFor(valueType);
+  Rows again = rows;
   const std::vector<Chunk> answers = rows.run(*makeGroups(functions));
+  if (spills) {
+    const CancellationToken never;
+    TempFolder folder;
+    Scratch scratch(folder.path(), INT64_MAX, true, never);
+    const ScratchScope scope(&scratch);
+    EXPECT_EQ(bytesOf(again.run(*makeGroups(functions))), bytesOf(answers)) << "spilled";
+    EXPECT_EQ(scratch.spilledBytes() > 0, !rows.reference().empty());
+  }
   ASSERT_EQ(answers.front().rows(), std::ssize(rows.reference()));
   if (rows.reference().empty()) {
     return;
@@ -201,7 +223,7 @@ void check(Rows rows, ElementType valueType) {
     std::size_t group = 0;
     for (const auto& [key, values] : rows.reference()) {
       SCOPED_TRACE(fmt::format("{} {} of group {}", function->name, int(rule), group));
-      for (std::size_t part = 0; part < key.size(); ++part) {
+      for (std::size_t part = 0; part < key.size() && i == 0; ++part) {
         EXPECT_TRUE(isSame(valuesOf(answers[0].columns[part])[group], key[part] + 0.0));
       }
       double answer = expected(function->name, rule, values);
@@ -223,10 +245,27 @@ TEST(Groups, AreThoseOfAPlainReference) {
          {ElementType::Double, ElementType::Int16, ElementType::String, ElementType::Logical,
           ElementType::UInt64, ElementType::Duration}) {
       SCOPED_TRACE(fmt::format("{} by {}", elementTypeName(value), elementTypeName(key)));
-      check(Rows(++seed, {key}, value), value);
-      check(Rows(++seed, {ElementType::DateTime, key, ElementType::Double}, value), value);
+      check(Rows(++seed, {key}, value), value, false);
+      check(Rows(++seed, {ElementType::DateTime, key, ElementType::Double}, value), value,
+            value == ElementType::Double || value == ElementType::String);
     }
   }
+}
+
+TEST(Groups, AFullScratchFolderIsAnErrorWithFolderAndBytes) {
+  const CancellationToken never;
+  TempFolder folder;
+  Scratch scratch(folder.path(), 3000, true, never);
+  const ScratchScope scope(&scratch);
+  try {
+    Rows(7, {ElementType::Double}, ElementType::Double)
+        .run(*makeGroups(functionsFor(ElementType::Double)));
+    FAIL() << "3000 bytes were enough";
+  } catch (const errors::StepError& error) {
+    EXPECT_EQ(error.id(), "KALVEX:spill:NoSpace");
+    EXPECT_EQ(error.arguments().front(), folder.path());
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
 class ByKey : public RuntimeSession {
@@ -260,6 +299,24 @@ TEST_F(ByKey, ResultsAreRowsOfTheirOwn) {
     const auto error = errorOf([&] { gather(element("plus", sums[1], *other)); });
     EXPECT_THAT(error.identifier, testing::StartsWith("KALVEX:")) << error.message;
   }
+}
+
+TEST_F(ByKey, WhatWasSpilledIsCountedAndLeavesNothing) {
+  const TempFolder scratch;
+  const Value path = host::makeString(scratch.path());
+  host::callMany("kv.setScratch", 0, std::vector{path.get()});
+  const auto sums = byKey("sum", k, x);
+  const std::vector<double> expected = gather(sums[1]);
+  setenv("KV_SPILL", "always", 1);
+  EXPECT_EQ(gather(byKey("sum", k, element("plus", x, 0))[1]), expected);
+  EXPECT_GT(fact("spilledBytes"), 0);
+  EXPECT_GE(fact("spillLevels"), 1);
+  unsetenv("KV_SPILL");
+  EXPECT_TRUE(std::filesystem::is_empty(scratch.path()));
+  const Value none = host::makeString(scratch.path() + "/none");
+  EXPECT_EQ(
+      errorOf([&] { host::callMany("kv.setScratch", 0, std::vector{none.get()}); }).identifier,
+      "KALVEX:spill:Failed");
 }
 
 TEST_F(ByKey, RowsGoToThePartitionsOfAnIndex) {

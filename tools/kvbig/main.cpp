@@ -74,9 +74,12 @@ void addThreads(CLI::App& command, std::optional<int>& threads) {
       ->check(CLI::Range(1, kv::Session::kMaxThreads).description(""));
 }
 
-void addMemory(CLI::App& command, std::optional<std::string>& memory) {
+void addMemory(CLI::App& command, std::optional<std::string>& memory,
+               std::optional<std::string>& scratch) {
   command.add_option("--memory", memory, "Use at most SIZE for data, such as 512MB or 2GiB")
       ->type_name("SIZE");
+  command.add_option("--scratch", scratch, "Put what doesn't fit in memory into this folder")
+      ->type_name("DIR");
 }
 
 /// What to compute, over which rows: the same options for all commands that take expressions.
@@ -98,7 +101,7 @@ void addQuestion(CLI::App& command, QueryRequest& request) {
       ->type_name("N")
       ->check(CLI::Range(std::uint64_t{0}, kv::Session::kMaxSeed).description(""));
   addThreads(command, request.threads);
-  addMemory(command, request.memory);
+  addMemory(command, request.memory, request.scratch);
 }
 
 void addQuery(CLI::App& app, QueryRequest& request) {
@@ -143,7 +146,7 @@ void addOpen(CLI::App& app, OpenRequest& request) {
   open->add_flag("--explain", request.explain, "Print the plan and read no data");
   open->add_flag("--json", request.json, "Print one JSON object");
   addThreads(*open, request.threads);
-  addMemory(*open, request.memory);
+  addMemory(*open, request.memory, request.scratch);
   open->callback([&] { kv::shell::runOpen(request); });
 }
 

@@ -142,6 +142,9 @@ void runOpen(const OpenRequest& request) {
   if (request.memory) {
     session.setMemoryLimit(*request.memory);
   }
+  if (request.scratch) {
+    session.setScratch(*request.scratch);
+  }
   const Opened opened = openFile(session, request);
   for (const std::string& warning : opened.warnings) {
     warn(warning);

@@ -13,8 +13,9 @@ struct OpenRequest {
   bool trust = false;             ///< evaluate the arrays
   bool explain = false;           ///< print the plan, evaluate nothing
   bool json = false;
-  std::optional<int> threads;         ///< none: the default
-  std::optional<std::string> memory;  ///< such as "512MB"; none: the default
+  std::optional<int> threads;          ///< none: the default
+  std::optional<std::string> memory;   ///< such as "512MB"; none: the default
+  std::optional<std::string> scratch;  ///< a folder; none: the default
 };
 
 /// Shows the contents of a file of saved arrays, or its plan, without reading any data. With trust,

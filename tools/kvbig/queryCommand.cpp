@@ -203,6 +203,9 @@ void runQuery(const QueryRequest& request) {
   if (request.memory) {
     session.setMemoryLimit(*request.memory);
   }
+  if (request.scratch) {
+    session.setScratch(*request.scratch);
+  }
   const Table table = openTable(session, request);
   checkQuery(query, table);
   const std::vector<Array> arrays = record(session, table, query);

@@ -12,11 +12,12 @@ struct QueryRequest {
   std::string path;
   std::vector<std::string> furtherPaths;
   std::vector<std::string> expressions;
-  std::optional<std::string> where;   ///< none: all rows
-  std::vector<std::string> types;     ///< each is `NAME=TYPE`
-  std::optional<std::uint64_t> seed;  ///< of random numbers; none: a different one in each run
-  std::optional<int> threads;         ///< none: the default
-  std::optional<std::string> memory;  ///< such as "512MB"; none: the default
+  std::optional<std::string> where;    ///< none: all rows
+  std::vector<std::string> types;      ///< each is `NAME=TYPE`
+  std::optional<std::uint64_t> seed;   ///< of random numbers; none: a different one in each run
+  std::optional<int> threads;          ///< none: the default
+  std::optional<std::string> memory;   ///< such as "512MB"; none: the default
+  std::optional<std::string> scratch;  ///< a folder; none: the default
   bool json = false;
   bool explain = false;               ///< print the plan, evaluate nothing
   bool dot = false;                   ///< print the lazy graph, evaluate nothing

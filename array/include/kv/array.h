@@ -36,7 +36,9 @@ struct Facts {
   std::int64_t peakBytes = 0;         ///< peak resident memory of the process so far; 0: unknown
   std::int64_t memoryPeakBytes = 0;   ///< the most of its limit that the session has used so far
   std::int64_t memoryLimitBytes = 0;  ///< see Session::setMemoryLimit
-  std::int64_t skippedRows = 0;  ///< rows that statistics of the files ruled out, in all passes
+  std::int64_t skippedRows = 0;   ///< rows that statistics of the files ruled out, in all passes
+  std::int64_t spilledBytes = 0;  ///< written to scratch files, since they didn't fit in memory
+  int spillLevels = 0;            ///< how often the same rows were spilled, at most
 };
 
 struct Gathered {
@@ -342,6 +344,14 @@ class Session {
 
   /// The same for a text with a unit, such as "512MB" (10^6 bytes) or "1.5GiB" (2^30).
   void setMemoryLimit(std::string_view limit, Where where = Where::current());
+
+  /// Sets the folder for what doesn't fit in memory, and how many bytes of it may be used at a
+  /// time, as a text with a unit. Empty ones are the defaults: the environment variables KV_SCRATCH
+  /// and KV_SCRATCH_LIMIT or, without them, the system's folder for temporary files, and no limit.
+  /// The files have no names, so that none is ever left. Errors: Error "KALVEX:spill:Failed" with
+  /// what isn't a folder, "KALVEX:memory:Limit".
+  void setScratch(const std::string& folder, std::string_view limit = {},
+                  Where where = Where::current());
 
   /// Evaluates several arrays in as few passes as their dependencies allow.
   ///
