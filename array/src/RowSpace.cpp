@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <boost/container_hash/hash.hpp>
 #include <type_traits>
@@ -63,23 +64,63 @@ std::string originOf(const Array& array) {
 /// True if the rows go with any others, or the run has to decide.
 bool goesWithAny(const Array& array) {
   const auto& rows = array.handle().traits.rows;
-  return array.isScalar() || rows == nullptr || rows->count() == 1;
+  return array.isScalar() || rows == nullptr || !rows->isOfKnownSource() || rows->count() == 1;
+}
+
+std::string sizeOf(const Array& array) {
+  std::string size = array.isScalar() ? "1" : "n";
+  for (const std::int64_t extent : array.trailing()) {
+    size += "-by-" + std::to_string(extent);
+  }
+  return array.trailing().empty() ? size + "-by-1" : size;
+}
+
+/// The dimensions after that of rows of what is computed from arrays element by element: one that
+/// is 1, or that an array doesn't have, has the size that it has in the others.
+std::vector<std::int64_t> expandedTrailing(std::string_view function,
+                                           std::span<const Array> inputs) {
+  std::vector<std::int64_t> common;
+  for (const Array& input : inputs) {
+    const std::vector<std::int64_t>& own = input.trailing();
+    common.resize(std::max(common.size(), own.size()), 1);
+    for (std::size_t i = 0; i < own.size(); ++i) {
+      if (own[i] != 1 && common[i] != 1 && own[i] != common[i]) {
+        const auto other = std::ranges::find_if(inputs, [&](const Array& each) {
+          return i < each.trailing().size() && each.trailing()[i] == common[i];
+        });
+        raiseError("KALVEX:array:SizesDiffer",
+                   {std::string(function), sizeOf(*other), "an array recorded" + placeOf(*other),
+                    sizeOf(input), "an array recorded" + placeOf(input)});
+      }
+      common[i] = own[i] == 1 ? common[i] : own[i];
+    }
+  }
+  return common;
+}
+
+/// True if it isn't known which rows of several are the same.
+bool areUncertain(std::span<const Array> inputs, const RowSpace& rows) {
+  return std::ranges::any_of(inputs, [&](const Array& input) {
+    const RowTraits& own = input.handle().traits;
+    return !own.isScalar &&
+           (own.rows == nullptr || (!own.rows->isOfKnownSource() && !own.rows->isSame(rows)));
+  });
 }
 
 RowTraits combined(std::span<const Array> inputs, const Where& where) {
   requireSameRows(inputs, where);
   RowTraits traits{.isScalar = true};
-  bool isKnown = true;
   for (const Array& input : inputs) {
     const RowTraits& own = input.handle().traits;
     traits.isScalar = traits.isScalar && own.isScalar;
     traits.isColumn = traits.isColumn || own.isColumn;
-    isKnown = isKnown && (own.isScalar || own.rows != nullptr);
     if (own.rows != nullptr && (traits.rows == nullptr || traits.rows->count() == 1)) {
       traits.rows = own.rows;
     }
   }
-  traits.rows = isKnown ? traits.rows : nullptr;
+  if (traits.rows != nullptr && areUncertain(inputs, *traits.rows)) {
+    traits.rows = std::make_shared<const RowSpace>(std::nullopt);
+  }
   return traits;
 }
 
@@ -91,8 +132,15 @@ RowSpace::RowSpace(std::string_view key, std::string name, std::optional<std::in
       name_(std::move(name)),
       count_(count.value_or(-1)) {}
 
+RowSpace::RowSpace(std::optional<std::int64_t> count)
+    : source_(uniqueKey()), key_(source_), isOfKnownSource_(false), count_(count.value_or(-1)) {}
+
 RowSpace::RowSpace(const RowSpace& input, const Array& keep)
-    : source_(input.source_), key_(input.key_), name_(input.name_), filters_(input.filters_) {
+    : source_(input.source_),
+      key_(input.key_),
+      isOfKnownSource_(input.isOfKnownSource_),
+      name_(input.name_),
+      filters_(input.filters_) {
   const std::size_t made = keep.handle().traits.made;
   boost::hash_combine(key_, made != 0 ? made : uniqueKey());
   if (filters_.size() == kMostFilters) {
@@ -120,6 +168,7 @@ RowTraits traitsOf(std::string_view function, std::span<const Operand> inputs, c
   }
   RowTraits traits = combined(arrays, where);
   traits.made = isKnown ? made : 0;
+  traits.trailing = expandedTrailing(function, arrays);
   return traits;
 }
 
@@ -129,13 +178,17 @@ RowTraits traitsOfUnique(std::span<const Array> inputs, const Where& where) {
   return traits;
 }
 
-RowTraits traitsOfAggregate(std::string_view aggregate, const Array& input) {
+RowTraits traitsOfAggregate(std::string_view aggregate, const Array& input, bool isWhole) {
   const RowTraits& own = input.handle().traits;
   std::size_t made = own.made == 0 ? 0 : keyOf(aggregate, own.made);
   if (made != 0 && own.rows != nullptr) {
     boost::hash_combine(made, own.rows->key());
   }
-  return {.isScalar = true, .isColumn = own.isColumn, .rows = nullptr, .made = made};
+  return {.isScalar = true,
+          .isColumn = own.isColumn,
+          .rows = nullptr,
+          .made = made,
+          .trailing = isWhole ? std::vector<std::int64_t>() : own.trailing};
 }
 
 void requireSameRows(std::span<const Array> arrays, const Where& where) {
@@ -154,7 +207,7 @@ void requireSameRows(std::span<const Array> arrays, const Where& where) {
 RowTraits traitsOfFiltered(const Array& input, const Array& keep, const Where& where) {
   requireSameRows(std::array{input, keep}, where);
   const RowTraits& own = input.handle().traits;
-  RowTraits traits{.isColumn = own.isColumn};
+  RowTraits traits{.isColumn = own.isColumn, .trailing = own.trailing};
   if (own.rows != nullptr && keep.handle().traits.rows != nullptr) {
     traits.rows = std::make_shared<const RowSpace>(*own.rows, keep);
     traits.made = own.made == 0 ? 0 : keyOf("filter", own.made);

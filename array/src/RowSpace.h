@@ -25,8 +25,14 @@ class RowSpace {
   /// The rows of a source. `key` identifies them, `name` is for messages.
   RowSpace(std::string_view key, std::string name, std::optional<std::int64_t> count);
 
+  /// The rows of a source that isn't known: that of an opened array.
+  explicit RowSpace(std::optional<std::int64_t> count);
+
   /// The rows of `input` for which `keep` is true.
   RowSpace(const RowSpace& input, const Array& keep);
+
+  /// False if only a run can find out whether others are the same.
+  bool isOfKnownSource() const { return isOfKnownSource_; }
 
   bool isSame(const RowSpace& other) const { return key_ == other.key_; }
   bool isOfSameSource(const RowSpace& other) const { return source_ == other.source_; }
@@ -45,6 +51,7 @@ class RowSpace {
  private:
   std::size_t source_;
   std::size_t key_;
+  bool isOfKnownSource_ = true;
   std::string name_;
   std::vector<Array> filters_;
   mutable std::atomic<std::int64_t> count_{-1};
@@ -56,18 +63,19 @@ struct RowTraits {
   bool isColumn = false;
   std::shared_ptr<const RowSpace> rows{};  ///< null for a scalar, and if they aren't known
   std::size_t made = 0;  ///< the same for arrays that are made in the same way; 0: not known
+  std::vector<std::int64_t> trailing{};  ///< dimensions after that of rows
 };
 
 /// Those of what `function` computes row by row from `inputs`; constants are among them.
-/// Errors: those of requireSameRows.
+/// Errors: those of requireSameRows; "KALVEX:array:SizesDiffer".
 RowTraits traitsOf(std::string_view function, std::span<const Operand> inputs, const Where& where);
 
 /// Those of what a user's function computes from `inputs`: no other array is made in the same way.
 /// Errors: those of requireSameRows.
 RowTraits traitsOfUnique(std::span<const Array> inputs, const Where& where);
 
-/// Those of an aggregate of `input`.
-RowTraits traitsOfAggregate(std::string_view aggregate, const Array& input);
+/// Those of an aggregate of `input`, of all its elements if `isWhole`.
+RowTraits traitsOfAggregate(std::string_view aggregate, const Array& input, bool isWhole);
 
 /// Refuses arrays whose rows are known to differ.
 /// Errors: "KALVEX:array:RowsDiffer", "KALVEX:array:DifferentSources" with the lines of both.

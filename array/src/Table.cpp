@@ -26,9 +26,7 @@ namespace {
 Array asColumn(const Array& array) {
   RowTraits traits = array.handle().traits;
   traits.isColumn = true;
-  return Array(std::make_shared<const Array::Handle>(
-      array.handle().session, matrix::sharedCopy(array.handle().value.get()), array.handle().type,
-      array.handle().constant, std::move(traits)));
+  return withTraits(array, std::move(traits));
 }
 
 }  // namespace
@@ -82,7 +80,7 @@ Array Table::column(std::string_view name, Where where) const {
 }
 
 Table Table::filter(const Array& keep, Where where) const {
-  requireLogical(keep);
+  requireCondition(keep);
   const auto session = live(handle_->session);
   if (live(keep.handle().session) != session) {
     raiseTwoSessions();
@@ -113,6 +111,7 @@ Table tableOf(std::span<const NamedArray> columns, Where where) {
     if (std::ranges::find(names, column.name) != names.end()) {
       raiseError("KALVEX:array:SameName", {column.name});
     }
+    requireColumn("A column of a table", column.array);
     names.push_back(column.name);
     types.push_back(column.array.handle().type);
     arrays.push_back(asColumn(column.array));
@@ -133,7 +132,9 @@ Table tableOf(std::span<const NamedArray> columns, Where where) {
 
 Array countRows(const Array& array, Where where) {
   const Array isMissing = kv::apply("ismissing", std::array{Operand(array, where)}, where);
-  return kv::count(isMissing, where);
+  const Array counts = kv::count(isMissing, where);  // of each column of an array
+  return array.trailing().empty() ? counts
+                                  : aggregate("min", counts, Reduction{.isWhole = true}, where);
 }
 
 void settle(const Array& array, Where where) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <span>
 #include <string_view>
 
 #include "kv/elements.h"
@@ -7,10 +9,11 @@
 
 namespace kv {
 
-/// A value of the host as elements that share its memory.
+/// A value of the host as elements of rows of these dimensions that share its memory.
 /// Errors: Error "KALVEX:array:NotAColumn" unless it is an array of numbers, logicals, times
 ///         or texts.
-Elements toElements(host::Value value, std::string_view type, bool isScalar);
+Elements toElements(host::Value value, std::string_view type,
+                    std::span<const std::int64_t> trailing, bool isScalar);
 
 /// Elements as a value of the host, which shares the memory of numbers.
 host::Value toValue(const Elements& elements);

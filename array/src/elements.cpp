@@ -87,9 +87,10 @@ host::Value valueOf(const TextElements& texts, std::span<const std::size_t>) {
 
 }  // namespace
 
-Elements toElements(host::Value value, std::string_view type, bool isScalar) {
-  const auto dimensions = kxGetDimensions(runtime::shapedElements(value.get()));
-  Elements elements{type, isScalar, {dimensions.begin(), dimensions.end()}, {}};
+Elements toElements(host::Value value, std::string_view type,
+                    std::span<const std::int64_t> trailing, bool isScalar) {
+  Elements elements{type, isScalar, {kxGetM(runtime::shapedElements(value.get()))}, {}};
+  elements.dimensions.insert(elements.dimensions.end(), trailing.begin(), trailing.end());
   if (Torvane::String::isString(value.get())) {
     elements.elements = textsOf(value.get());
   } else if (const runtime::TimeArray* times = runtime::timesIn(value.get())) {
@@ -104,8 +105,22 @@ Elements toElements(host::Value value, std::string_view type, bool isScalar) {
 }
 
 host::Value toValue(const Elements& elements) {
-  return std::visit([&](const auto& each) { return valueOf(each, elements.dimensions); },
-                    elements.elements);
+  std::vector<std::size_t> dimensions = elements.dimensions;
+  dimensions.resize(std::max<std::size_t>(dimensions.size(), 2), 1);
+  return std::visit([&](const auto& each) { return valueOf(each, dimensions); }, elements.elements);
+}
+
+Array constantRow(Session& session, const Elements& row, Where where) {
+  assert(row.dimensions.front() == 1);
+  const auto& impl = session.shared();
+  return publicCall(*impl, where, [&] {
+    const host::Value value = toValue(row);
+    return makeArray(impl, host::call("createFromConstantBuiltin", {value.get()}),
+                     requireType(row.type),
+                     RowTraits{.isScalar = true,
+                               .made = uniqueKey(),
+                               .trailing = {row.dimensions.begin() + 1, row.dimensions.end()}});
+  });
 }
 
 GatheredElements gatherElements(Session& session, std::span<const Array> arrays, Where where) {
@@ -117,8 +132,8 @@ GatheredElements gatherElements(Session& session, std::span<const Array> arrays,
     GatheredElements gathered;
     std::vector<host::Value> outputs = gatherValues(arrays);
     for (std::size_t i = 0; i < arrays.size(); ++i) {
-      gathered.values.push_back(
-          toElements(std::move(outputs[i]), arrays[i].type(), arrays[i].isScalar()));
+      gathered.values.push_back(toElements(std::move(outputs[i]), arrays[i].type(),
+                                           arrays[i].trailing(), arrays[i].isScalar()));
     }
     gathered.facts = lastFacts();
     return gathered;

@@ -89,7 +89,8 @@ Table GroupBy::agg(std::span<const GroupColumn> columns, Where where) const {
       const bool isSkipped = column.missing == Missing::Skip;
       const auto rule = isSkipped ? runtime::MissingRule::Skip : runtime::MissingRule::Propagate;
       CallInputs inputs;
-      inputs.give(host::makeFunctionHandle(runtime::aggregateFunctionName(column.function, rule)));
+      inputs.give(
+          host::makeFunctionHandle(runtime::aggregateFunctionName(column.function, {rule})));
       inputs.lend(keys);
       ElementType type = ElementType::Int64;
       if (!function.countsRows) {
@@ -103,8 +104,7 @@ Table GroupBy::agg(std::span<const GroupColumn> columns, Where where) const {
     }
     if (columns.empty()) {
       CallInputs inputs;
-      inputs.give(host::makeFunctionHandle(
-          runtime::aggregateFunctionName("size", runtime::MissingRule::Skip)));
+      inputs.give(host::makeFunctionHandle(runtime::aggregateFunctionName("size", {})));
       inputs.lend(keys);
       keyRows = host::call("reducebykeyfun", inputs.list());
     }

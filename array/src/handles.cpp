@@ -1,5 +1,7 @@
 #include "handles.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 
 #include "kv/errors/shownText.h"
@@ -66,11 +68,26 @@ ElementType requireType(std::string_view name) {
   return *type;
 }
 
-void requireLogical(const Array& keep) {
-  if (keep.handle().type == ElementType::Logical) {
-    return;
+void requireCondition(const Array& keep) {
+  if (keep.handle().type != ElementType::Logical) {
+    raiseError("KALVEX:array:NotLogical", {"A filter", std::string(keep.type())});
   }
-  raiseError("KALVEX:array:NotLogical", {"A filter", std::string(keep.type())});
+  requireColumn("A filter", keep);
+}
+
+void requireColumn(std::string_view operation, const Array& array) {
+  if (!array.trailing().empty()) {
+    const std::size_t dimensions = array.trailing().size() + 1;
+    raiseError("KALVEX:array:NeedsColumn",
+               {std::string(operation), fmt::format("an array of {} dimensions", dimensions)});
+  }
+}
+
+Array withTraits(const Array& array, RowTraits traits) {
+  const Array::Handle& handle = array.handle();
+  return Array(
+      std::make_shared<const Array::Handle>(handle.session, matrix::sharedCopy(handle.value.get()),
+                                            handle.type, handle.constant, std::move(traits)));
 }
 
 std::string_view Array::type() const { return runtime::elementTypeName(handle_->type); }
@@ -79,6 +96,8 @@ std::optional<std::int64_t> Array::rows() const {
   const RowTraits& traits = handle_->traits;
   return traits.isScalar ? 1 : traits.rows != nullptr ? traits.rows->count() : std::nullopt;
 }
+
+const std::vector<std::int64_t>& Array::trailing() const { return handle_->traits.trailing; }
 
 bool Array::isScalar() const { return handle_->traits.isScalar; }
 

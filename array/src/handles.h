@@ -90,7 +90,13 @@ inline host::CallMode hostMode(CallMode mode) {
   return mode == CallMode::AnyThread ? host::CallMode::AnyThread : host::CallMode::Session;
 }
 
-/// Errors: "KALVEX:array:NotLogical".
-void requireLogical(const Array& keep);
+/// Errors: "KALVEX:array:NotLogical", "KALVEX:array:NeedsColumn".
+void requireCondition(const Array& keep);
+
+/// Errors: "KALVEX:array:NeedsColumn" with the operation for an array of several dimensions.
+void requireColumn(std::string_view operation, const Array& array);
+
+/// The same array with other traits.
+Array withTraits(const Array& array, RowTraits traits);
 
 }  // namespace kv

@@ -130,11 +130,13 @@ std::shared_ptr<const RowSpace> rowsOf(const runtime::Datastore& source, std::in
 }
 
 Array arrayOf(const std::shared_ptr<Session::Impl>& session, const Source& source,
-              std::int64_t rows) {
+              std::int64_t rows, std::vector<std::int64_t> trailing = {}) {
   const host::Value datastore = runtime::datastoreObject(source);
-  return makeArray(session, host::call("createFromDatastoreBuiltin", {datastore.get()}),
-                   source->schema().front().type,
-                   RowTraits{.rows = rowsOf(*source, rows), .made = uniqueKey()});
+  return makeArray(
+      session, host::call("createFromDatastoreBuiltin", {datastore.get()}),
+      source->schema().front().type,
+      RowTraits{
+          .rows = rowsOf(*source, rows), .made = uniqueKey(), .trailing = std::move(trailing)});
 }
 
 Table memoryTable(const std::shared_ptr<Session::Impl>& session, const Source& source) {
@@ -201,8 +203,9 @@ Array randomArray(const std::shared_ptr<Session::Impl>& session, runtime::Random
     }
     const runtime::Dimensions trailing = trailingOf(rows, options);
     numbers.seed = drawnSeed();
-    return arrayOf(
-        session, runtime::openRandom(numbers, rows, trailing, requestOf(options.partitions)), rows);
+    return arrayOf(session,
+                   runtime::openRandom(numbers, rows, trailing, requestOf(options.partitions)),
+                   rows, options.trailing);
   });
 }
 
@@ -237,7 +240,7 @@ Array Session::fromMemory(Memory memory, const Partitions& partitions, Where whe
     return arrayOf(impl_,
                    runtime::openArray(std::move(columns), shape.front(), trailingOf(shape),
                                       requestOf(partitions)),
-                   shape.front());
+                   shape.front(), {shape.begin() + 1, shape.end()});
   });
 }
 
@@ -305,7 +308,7 @@ Array Session::full(std::int64_t rows, const Operand& value, const GeneratedOpti
     return arrayOf(impl_,
                    runtime::openFull(written.column, type, rows, trailingOf(rows, options),
                                      requestOf(options.partitions)),
-                   rows);
+                   rows, options.trailing);
   });
 }
 

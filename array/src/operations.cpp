@@ -4,6 +4,7 @@
 // constants: an operation on constants only is computed at once and can adapt again later.
 
 #include <algorithm>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -85,25 +86,33 @@ Array apply(std::string_view function, std::span<const Operand> inputs, Where wh
 }
 
 Array aggregate(std::string_view name, const Array& input, Missing missing, Where where) {
+  return aggregate(name, input, Reduction{.missing = missing}, where);
+}
+
+Array aggregate(std::string_view name, const Array& input, const Reduction& reduction,
+                Where where) {
   const auto* row = runtime::findAggregateFunction(name);
   if (row == nullptr) {
     raiseUnknownFunction("aggregate", name);
   }
-  const auto rule =
-      missing == Missing::Skip ? runtime::MissingRule::Skip : runtime::MissingRule::Propagate;
+  const bool skips = reduction.missing == Missing::Skip;
+  const runtime::AggregateForm form{
+      skips ? runtime::MissingRule::Skip : runtime::MissingRule::Propagate, reduction.isWhole,
+      reduction.needsRows};
   const auto session = live(input.handle().session);
   return publicCall(*session, where, [&] {
     const ElementType type = runtime::aggregateType(row->kind, input.handle().type);
-    const auto handle = host::makeFunctionHandle(runtime::aggregateFunctionName(name, rule));
+    const std::string function = runtime::aggregateFunctionName(name, form);
+    const auto handle = host::makeFunctionHandle(function);
     auto result =
         host::call("aggregatefun", {handle.get(), handle.get(), input.handle().value.get()});
     return makeArray(session, std::move(result), type,
-                     traitsOfAggregate(runtime::aggregateFunctionName(name, rule), input));
+                     traitsOfAggregate(function, input, form.isWhole));
   });
 }
 
 Array filter(const Array& input, const Array& keep, Where where) {
-  requireLogical(keep);
+  requireCondition(keep);
   const auto session = sessionOf(std::array{input, keep});
   return publicCall(*session, where, [&] {
     RowTraits traits = traitsOfFiltered(input, keep, where);

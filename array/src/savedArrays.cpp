@@ -2,8 +2,13 @@
 // come from anyone and may hold any value, so every field is checked for class, size and content
 // before it is used, and the same error is raised for whatever is wrong.
 
+#include <algorithm>
+#include <charconv>
+#include <optional>
 #include <set>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -25,7 +30,10 @@ constexpr std::string_view kTypes = "Types";
 constexpr std::string_view kAreWeak = "AreWeak";  ///< constants that the user wrote
 constexpr std::string_view kAreScalars = "AreScalars";
 constexpr std::string_view kAreColumns = "AreColumns";
+constexpr std::string_view kShapes = "Shapes";  ///< the rows, if they are known, and the others
 constexpr std::string_view kArrays = "Arrays";
+
+constexpr std::string_view kUnknownRows = "?";
 
 constexpr kcos::NameRef kArrayClass = "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray";
 
@@ -49,16 +57,62 @@ host::Value logicalColumn(std::span<const NamedArray> arrays, Property&& propert
   return column;
 }
 
+/// What is known of the dimensions of an array, as "1000,3"; "?,3" if its rows aren't counted.
+std::string shapeText(const Array& array) {
+  const auto rows = array.isScalar() ? std::optional(std::int64_t{1}) : array.rows();
+  std::string text = rows ? std::to_string(*rows) : std::string(kUnknownRows);
+  for (const std::int64_t extent : array.trailing()) {
+    text += ',' + std::to_string(extent);
+  }
+  return text;
+}
+
+/// The number that `text` is.
+std::optional<std::int64_t> wholeNumber(std::string_view text, std::int64_t least) {
+  std::int64_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [read, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && read == end && number >= least ? std::optional(number)
+                                                                : std::nullopt;
+}
+
+/// Rows and other dimensions from a text of `shapeText`; none if it isn't one.
+struct Shape {
+  std::optional<std::int64_t> rows;
+  std::vector<std::int64_t> trailing;
+};
+std::optional<Shape> shapeIn(std::string_view text) {
+  Shape shape;
+  std::size_t end = std::min(text.find(','), text.size());
+  if (text.substr(0, end) != kUnknownRows) {
+    shape.rows = wholeNumber(text.substr(0, end), 0);
+    if (!shape.rows) {
+      return std::nullopt;
+    }
+  }
+  while (end < text.size()) {
+    const std::size_t first = end + 1;
+    end = std::min(text.find(',', first), text.size());
+    const auto extent = wholeNumber(text.substr(first, end - first), 1);
+    if (!extent) {
+      return std::nullopt;
+    }
+    shape.trailing.push_back(*extent);
+  }
+  return shape;
+}
+
 host::Value recordOf(std::span<const NamedArray> arrays) {
-  std::vector<std::string> names, types;
+  std::vector<std::string> names, types, shapes;
   std::vector<host::Value> values;
   for (const NamedArray& named : arrays) {
     names.push_back(named.name);
     types.emplace_back(named.array.type());
+    shapes.push_back(shapeText(named.array));
     values.push_back(matrix::sharedCopy(named.array.handle().value.get()));
   }
-  constexpr std::string_view kFields[] = {kNames,      kTypes,      kAreWeak,
-                                          kAreScalars, kAreColumns, kArrays};
+  constexpr std::string_view kFields[] = {kNames,      kTypes,  kAreWeak, kAreScalars,
+                                          kAreColumns, kShapes, kArrays};
   host::Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, kFields));
   const auto set = [&](std::string_view field, host::Value value) {
     kxSetField(record.get(), 0, field, value.release());
@@ -69,6 +123,7 @@ host::Value recordOf(std::span<const NamedArray> arrays) {
   set(kAreWeak, logicalColumn(arrays, isWeak));
   set(kAreScalars, logicalColumn(arrays, [](const Array& array) { return array.isScalar(); }));
   set(kAreColumns, logicalColumn(arrays, [](const Array& array) { return array.isColumn(); }));
+  set(kShapes, host::makeStringColumn(shapes));
   set(kArrays, host::makeCell(std::move(values)));
   return record;
 }
@@ -104,17 +159,24 @@ class Record {
     const bool* areWeak = kxGetLogicals(sized(kAreWeak, kxLOGICAL_CLASS));
     const bool* areScalars = flagsIn(kAreScalars);
     const bool* areColumns = flagsIn(kAreColumns);
+    const bool hasShapes = kxGetField(value_, 0, kShapes) != nullptr;
+    const auto shapes = hasShapes ? textsIn(kShapes) : std::vector<std::string>(count_, "?");
     const kxArray* values = sized(kArrays, kxCELL_CLASS);
     std::vector<NamedArray> arrays;
     for (std::size_t i = 0; i < count_; ++i) {
       const kxArray* value = kxGetCell(values, i);
       const std::optional<ElementType> type = runtime::elementTypeNamed(types[i]);
       const bool isArray = kcos::omIsKCOS(value) && kxIsScalar(value) && kxIsA(value, kArrayClass);
-      if (!isArray || !type) {
+      const std::optional<Shape> shape = shapeIn(shapes[i]);
+      if (!isArray || !type || !shape) {
         raiseNotArrays(path_);
       }
-      const RowTraits traits{.isScalar = areScalars != nullptr && areScalars[i],
-                             .isColumn = areColumns != nullptr && areColumns[i]};
+      RowTraits traits{.isScalar = areScalars != nullptr && areScalars[i],
+                       .isColumn = areColumns != nullptr && areColumns[i],
+                       .trailing = shape->trailing};
+      if (!traits.isScalar) {
+        traits.rows = std::make_shared<const RowSpace>(shape->rows);
+      }
       arrays.push_back(
           {names[i], areWeak[i] ? constantIn(session, value, path_)
                                 : makeArray(session, matrix::sharedCopy(value), *type, traits)});

@@ -18,6 +18,14 @@ inline constexpr ErrorRow kArrayRows[] = {
      "{0} returned elements of type {1}, but its result was recorded as {2}; give the type of the "
      "result with the function.",
      BaseType::Type},
+    {"KALVEX:array:WrongShape", "function, shape, returned",
+     "{0} was recorded with rows of shape {1}, but returned rows of shape {2}; give the shape of a "
+     "row of the result with the function.",
+     BaseType::Value},
+    {"KALVEX:array:NotBroadcast", "function, dimensions, other dimensions",
+     "{0}: arrays of {1} and of {2} dimensions don't go together row by row. Give the one with "
+     "fewer dimensions more of them, as in x[:, None].",
+     BaseType::Value},
     {"KALVEX:array:NoFunction", "", "Expected a function, got an empty one.", BaseType::Type},
     {"KALVEX:array:UnknownFunction", "name, kind", "There is no {1} \"{0}\".", BaseType::Value},
     {"KALVEX:array:NameTaken", "name", "\"{0}\" can't be used as the name of a user function.",

@@ -82,6 +82,8 @@ inline constexpr ErrorRow kRuntimeRows[] = {
      "The functions of {0} must return arrays of one size but for their rows, but returned {1} and "
      "{2}.",
      BaseType::Value},
+    {"KALVEX:array:NoRows", "function", "There are no rows, and {0} of no rows has no value.",
+     BaseType::Value},
     {"KALVEX:array:PartialTypes", "operation, type, other type",
      "The functions of {0} must return one type in all calls, but returned {1} and {2}.",
      BaseType::Type},

@@ -29,7 +29,23 @@ from ._errors import (
 )
 from ._evaluate import compute
 from ._make import read, read_csv, read_parquet
-from ._memory import arange, asarray, from_arrow, from_numpy, from_pandas, full, ones, table, zeros
+from ._memory import (
+    arange,
+    asarray,
+    empty,
+    empty_like,
+    from_arrow,
+    from_numpy,
+    from_pandas,
+    full,
+    full_like,
+    linspace,
+    ones,
+    ones_like,
+    table,
+    zeros,
+    zeros_like,
+)
 from ._reduce import (
     all,
     any,
@@ -139,6 +155,8 @@ __all__ = [
     "count",
     "count_nonzero",
     "divide",
+    "empty",
+    "empty_like",
     "equal",
     "exp",
     "facts",
@@ -147,6 +165,7 @@ __all__ = [
     "from_numpy",
     "from_pandas",
     "full",
+    "full_like",
     "function",
     "greater",
     "greater_equal",
@@ -156,6 +175,7 @@ __all__ = [
     "isnan",
     "less",
     "less_equal",
+    "linspace",
     "log",
     "log2",
     "log10",
@@ -180,6 +200,7 @@ __all__ = [
     "no_compute",
     "not_equal",
     "ones",
+    "ones_like",
     "open",
     "options",
     "positive",
@@ -207,6 +228,7 @@ __all__ = [
     "var",
     "where",
     "zeros",
+    "zeros_like",
 ]
 
 # They are public here, whatever file defines them.

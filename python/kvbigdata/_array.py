@@ -1,15 +1,17 @@
 """`kv.Array`: an array that is recorded and computed on request."""
 
+import math
 import sys
 from collections.abc import Iterator
 from typing import TYPE_CHECKING, Any, ClassVar
 
 import numpy as np
+import numpy.typing as npt
 
-from . import _chunks, _functions, _reduce, _saving, _ufuncs
+from . import _casts, _chunks, _functions, _reduce, _saving, _ufuncs
 from ._errors import array_error, shown_line
 from ._evaluate import compute
-from ._host import ArrayHandle, filter_array
+from ._host import ArrayHandle, filter_array, with_dimension
 from ._host import count_rows as native_count_rows
 from ._host import settle as native_settle
 from ._operands import operand
@@ -51,18 +53,20 @@ class Array:
 
     @property
     def ndim(self) -> int:
-        """0 for an aggregate or a constant, else 1."""
-        return 0 if self._handle.is_scalar else 1
+        """The number of dimensions: 0 for an aggregate of a column."""
+        return len(self._handle.trailing) + (not self._handle.is_scalar)
 
     @property
     def shape(self) -> tuple[int | None, ...]:
-        """The number of rows, None while it isn't known."""
-        return () if self._handle.is_scalar else (self._handle.rows,)
+        """The number of rows, None while it isn't known, and the other dimensions."""
+        rows = () if self._handle.is_scalar else (self._handle.rows,)
+        return (*rows, *self._handle.trailing)
 
     @property
     def size(self) -> int | None:
         """The number of elements, None while it isn't known."""
-        return self._handle.rows
+        rows = self._handle.rows
+        return None if rows is None else rows * math.prod(self._handle.trailing)
 
     @property
     def nbytes(self) -> int | None:
@@ -120,7 +124,7 @@ class Array:
 
     def _only(self, use: str, error: str = "KALVEX:array:NotAScalar") -> Any:
         """The one value that `use` needs."""
-        if not self._handle.is_scalar:
+        if self.ndim > 0:
             raise array_error(error, use)
         return np.asarray(compute(self))
 
@@ -155,9 +159,9 @@ class Array:
     # As a sequence.
 
     def __len__(self) -> int:
-        if self._handle.is_scalar:
+        if self.ndim == 0:
             raise array_error("KALVEX:array:NotIterable", "len()", "It has no dimension.")
-        rows = self._handle.rows
+        rows = self.shape[0]
         if rows is None:
             raise array_error("KALVEX:array:UnknownLength")
         return rows
@@ -179,11 +183,15 @@ class Array:
     def __getitem__(self, key: Any) -> "Array":
         """The rows for which `key`, a logical array of as many rows, is true.
 
+        `x[:, None]` of a column has another dimension, of 1, so that it goes with n-by-k arrays.
+
         >>> t = kv.read("data/flights.csv")
         >>> t.dep_delay[t.origin == "JFK"].mean().compute()
         np.float64(12.112159099217665)
         """
         if not isinstance(key, Array):
+            if key == (Ellipsis, None) or (self.ndim == 1 and key == (slice(None), None)):
+                return Array(with_dimension(self._handle), self._session)
             advice = "A logical array with the same rows selects rows."
             raise array_error("KALVEX:array:NotSupported", f"x[{type(key).__name__}]", advice)
         return Array(filter_array(self._handle, key._handle), self._session)
@@ -235,6 +243,14 @@ class Array:
         raise _ufuncs.refuse_ufunc(np.floor_divide, "__call__")
 
     __rfloordiv__ = __floordiv__
+
+    def astype(self, dtype: npt.DTypeLike) -> "Array":
+        """The values as another type, as `numpy.ndarray.astype`.
+
+        What the type can't hold, such as NaN in integers, is a FloatingPointError when it is
+        computed.
+        """
+        return _casts.astype(self, dtype)
 
     def round(self, decimals: int = 0) -> "Array":
         """The nearest whole numbers, halves to even."""

@@ -88,6 +88,7 @@ def map_chunks(
     function: Callable[..., Any],
     *more: "Array",
     dtype: npt.DTypeLike | None = None,
+    shape: tuple[int, ...] | None = None,
     rows: str = "same",
 ) -> "Array":
     """What a function of your own returns for the rows, chunk by chunk.
@@ -96,6 +97,8 @@ def map_chunks(
         returns an array of as many rows. A chunk is what is left of 32,768 rows of the source.
         Several threads call it at once unless `kv.function(serial=True)` says otherwise.
     dtype: the type of what it returns; the type of this array unless given.
+    shape: the shape of a row of what it returns, such as (3,), or () for a column; that of a row
+        of this array unless given.
 
     >>> t = kv.read("data/flights.csv")
     >>> t.distance.map_chunks(lambda miles: miles * 1.609344).max().compute()
@@ -113,6 +116,8 @@ def map_chunks(
         )
     inputs = [x, *more]
     kind = x._handle.type if dtype is None else name_of(dtype, "The result")
+    trailing = x._handle.trailing if shape is None else list(shape)
     name, serial = _settings(function)
     handles = [each._handle for each in inputs]
-    return Array(native_map_chunks(name, function, handles, kind, serial), x._session)
+    made = native_map_chunks(name, function, handles, kind, serial, trailing)
+    return Array(made, x._session)

@@ -11,6 +11,13 @@ import numpy as np
 from . import _reduce
 from ._errors import array_error
 
+
+def _memory() -> Any:
+    from . import _memory as module
+
+    return module
+
+
 _SAME: dict[Callable[..., Any], Callable[..., Any]] = {
     np.sum: _reduce.sum,
     np.mean: _reduce.mean,
@@ -33,6 +40,10 @@ _SAME: dict[Callable[..., Any], Callable[..., Any]] = {
     np.round: _reduce.round,
     np.around: _reduce.round,
     np.clip: _reduce.clip,
+    np.zeros_like: lambda a, dtype=None: _memory().zeros_like(a, dtype),
+    np.ones_like: lambda a, dtype=None: _memory().ones_like(a, dtype),
+    np.empty_like: lambda a, dtype=None: _memory().empty_like(a, dtype),
+    np.full_like: lambda a, value, dtype=None: _memory().full_like(a, value, dtype),
     np.shape: lambda a: a.shape,
     np.ndim: lambda a: a.ndim,
     np.array_repr: lambda arr, *_, **__: repr(arr),

@@ -16,12 +16,21 @@ def _listed(paths: Path | Iterable[Path]) -> list[str]:
     return [os.fspath(path) for path in given]
 
 
-def read(paths: Path | Iterable[Path], types: Mapping[str, Any] | None = None) -> Table:
+def _selected(table: Table, columns: Iterable[str] | None) -> Table:
+    return table if columns is None else table.select(*columns)
+
+
+def read(
+    paths: Path | Iterable[Path],
+    types: Mapping[str, Any] | None = None,
+    columns: Iterable[str] | None = None,
+) -> Table:
     """A table over CSV or Parquet files; the format is recognised.
 
     paths: a file, a folder, a pattern such as "data/*.csv", or several of these.
     types: types of columns of CSV files by name, such as {"id": "int64"}, where the type that the
         first rows suggest isn't the right one.
+    columns: names of the columns of the table, in their order; all unless given.
 
     Reads the headers and the first block, or the footers; nothing else until something is computed.
 
@@ -30,16 +39,22 @@ def read(paths: Path | Iterable[Path], types: Mapping[str, Any] | None = None) -
     dtype('int32')
     """
     session = current()
-    return Table(session._native.read(_listed(paths), types_by_name(types)), session)
+    table = Table(session._native.read(_listed(paths), types_by_name(types)), session)
+    return _selected(table, columns)
 
 
-def read_csv(paths: Path | Iterable[Path], types: Mapping[str, Any] | None = None) -> Table:
+def read_csv(
+    paths: Path | Iterable[Path],
+    types: Mapping[str, Any] | None = None,
+    columns: Iterable[str] | None = None,
+) -> Table:
     """The same for CSV files, whatever they are called."""
     session = current()
-    return Table(session._native.read_csv(_listed(paths), types_by_name(types)), session)
+    table = Table(session._native.read_csv(_listed(paths), types_by_name(types)), session)
+    return _selected(table, columns)
 
 
-def read_parquet(paths: Path | Iterable[Path]) -> Table:
+def read_parquet(paths: Path | Iterable[Path], columns: Iterable[str] | None = None) -> Table:
     """The same for Parquet files, whatever they are called."""
     session = current()
-    return Table(session._native.read_parquet(_listed(paths)), session)
+    return _selected(Table(session._native.read_parquet(_listed(paths)), session), columns)

@@ -8,11 +8,14 @@ import numpy.typing as npt
 
 from ._array import Array
 from ._errors import array_error
-from ._host import table_of
-from ._operands import operand
+from ._host import ArrayHandle, table_of
+from ._operands import apply, operand
+from ._results import from_numpy as from_elements
 from ._session import Session, current
 from ._table import Table
 from ._types import dtype_of, name_of
+
+Shape = int | tuple[int, ...]
 
 
 def from_numpy(x: npt.ArrayLike, chunk_rows: int | None = None, copy: bool = False) -> Array:
@@ -26,27 +29,25 @@ def from_numpy(x: npt.ArrayLike, chunk_rows: int | None = None, copy: bool = Fal
 
 
 def over(array: npt.NDArray[Any], session: Session, chunk_rows: int = 0) -> Array:
-    """An array over the memory of `array`, of one dimension; 0 rows: as many as usual."""
-    if array.ndim > 1:
-        advice = "Make one of each column: kv.from_numpy(x[:, 0])."
-        raise array_error(
-            "KALVEX:array:NotSupported", f"An ndarray of {array.ndim} dimensions", advice
-        )
+    """An array over the memory of `array`; 0 rows: as many as usual."""
     kind = name_of(array.dtype if array.dtype != object else str, "The array")
+    if array.ndim == 0 or (kind == "string" and array.ndim > 1):
+        what = f"An ndarray of {array.ndim} dimensions and type {array.dtype}"
+        advice = "Texts are columns of one dimension." if array.ndim else "Use kv.asarray(x)."
+        raise array_error("KALVEX:array:NotSupported", what, advice)
     if kind == "string":
         return Array(session._native.from_texts(array.tolist(), chunk_rows), session)
     if array.dtype.kind in "mM":
-        return _over_times(array.astype(dtype_of(kind)), session)
-    native = np.asarray(array, dtype=array.dtype.newbyteorder("="))
+        native = array.astype(dtype_of(kind), copy=False).view(np.int64)
+    else:
+        native = np.asarray(array, dtype=array.dtype.newbyteorder("="))
     return Array(session._native.from_numpy(native, kind, chunk_rows), session)
 
 
-def _over_times(array: npt.NDArray[Any], session: Session) -> Array:
-    import pyarrow as pa
-
-    stream = pa.table({"times": array}).__arrow_c_stream__()
-    times: Array = Table(session._native.from_stream(stream), session)["times"]
-    return times
+def row(array: npt.NDArray[Any], ndim: int, session: Session) -> ArrayHandle:
+    """A row of `ndim` dimensions that goes with any rows."""
+    shaped = array.reshape((1,) * (1 + ndim - array.ndim) + array.shape)
+    return session._native.row(from_elements(shaped))
 
 
 def asarray(x: Any, dtype: npt.DTypeLike | None = None) -> Array:
@@ -106,19 +107,85 @@ def arange(
     return Array(session._native.arange(first, last, step, _type(dtype)), session)
 
 
-def full(n: int, fill_value: Any, dtype: npt.DTypeLike | None = None) -> Array:
-    """`n` rows that all have one value."""
-    if not isinstance(n, int | np.integer):
-        raise array_error("KALVEX:array:NotSupported", f"The shape {n!r}", "Give a number of rows.")
+def linspace(
+    start: float,
+    stop: float,
+    num: int = 50,
+    endpoint: bool = True,
+    *,
+    dtype: npt.DTypeLike | None = None,
+) -> Array:
+    """As `numpy.linspace`; takes no memory."""
     session = current()
-    return Array(session._native.full(n, fill_value, _type(dtype)), session)
+    made = Array(session._native.linspace(float(start), float(stop), num, endpoint), session)
+    return made if dtype is None else made.astype(dtype)
 
 
-def zeros(n: int, dtype: npt.DTypeLike | None = None) -> Array:
-    """`n` zeros."""
-    return full(n, 0.0, dtype)
+def full(shape: Shape, fill_value: Any, dtype: npt.DTypeLike | None = None) -> Array:
+    """An array that has one value everywhere; takes no memory.
+
+    shape: a number of rows, or a tuple of it and other dimensions.
+
+    >>> kv.full((2, 3), 7).compute()
+    array([[7, 7, 7],
+           [7, 7, 7]])
+    """
+    sizes = shape if isinstance(shape, tuple) else (shape,)
+    if not sizes or not all(isinstance(size, int | np.integer) for size in sizes):
+        advice = "Give a number of rows, or a tuple of it and other dimensions."
+        raise array_error("KALVEX:array:NotSupported", f"The shape {shape!r}", advice)
+    session = current()
+    value = operand(fill_value, session, "full")
+    rows, *trailing = (int(size) for size in sizes)
+    if not isinstance(value, ArrayHandle):
+        return Array(session._native.full(rows, value, _type(dtype), trailing), session)
+    return full_like(full(shape, False), fill_value, dtype)
 
 
-def ones(n: int, dtype: npt.DTypeLike | None = None) -> Array:
-    """`n` ones."""
-    return full(n, 1.0, dtype)
+def zeros(shape: Shape, dtype: npt.DTypeLike | None = None) -> Array:
+    """An array of zeros."""
+    return full(shape, 0.0, dtype)
+
+
+def ones(shape: Shape, dtype: npt.DTypeLike | None = None) -> Array:
+    """An array of ones."""
+    return full(shape, 1.0, dtype)
+
+
+def empty(shape: Shape, dtype: npt.DTypeLike | None = None) -> Array:
+    """The same as `kv.zeros`: arrays never change, so they have a value from the beginning."""
+    return zeros(shape, dtype)
+
+
+def full_like(x: Array, fill_value: Any, dtype: npt.DTypeLike | None = None) -> Array:
+    """An array with the rows and the shape of `x` that has one value everywhere.
+
+    >>> x = kv.read("data/flights.csv").dep_delay
+    >>> (x - kv.full_like(x, 3)).max().compute()
+    np.float64(1298.0)
+    """
+    if not isinstance(x, Array):
+        raise array_error("KALVEX:array:NoArray")
+    if np.ndim(fill_value) > 0 or isinstance(fill_value, Array):
+        raise array_error("KALVEX:array:NotSupported", "A fill value of rows", "Use x * 0 + value.")
+    value = fill_value
+    if dtype is None and not isinstance(fill_value, np.generic):
+        dtype = x.dtype
+    if dtype is not None and name_of(dtype, "The result") != "string":
+        value = np.dtype(dtype).type(fill_value)
+    return apply("where", apply("ismissing", x), value, value)
+
+
+def zeros_like(x: Array, dtype: npt.DTypeLike | None = None) -> Array:
+    """Zeros with the rows and the shape of `x`."""
+    return full_like(x, 0, dtype)
+
+
+def ones_like(x: Array, dtype: npt.DTypeLike | None = None) -> Array:
+    """Ones with the rows and the shape of `x`."""
+    return full_like(x, 1, dtype)
+
+
+def empty_like(x: Array, dtype: npt.DTypeLike | None = None) -> Array:
+    """The same as `kv.zeros_like`."""
+    return zeros_like(x, dtype)

@@ -3,6 +3,7 @@
 An ndarray is an array in memory: it goes with others of as many rows by position.
 """
 
+from collections.abc import Iterable
 from datetime import UTC, date, datetime, timedelta
 from typing import TYPE_CHECKING, Any
 
@@ -28,8 +29,20 @@ def _numpy_time(value: date | timedelta) -> Any:
     return np.datetime64(value, "us")
 
 
-def operand(value: Any, session: "Session", function: str) -> Any:
-    """What the extension takes for `value`: a handle or a plain scalar."""
+def _over(array: np.ndarray, session: "Session", others: "list[Array]") -> ArrayHandle:
+    """An ndarray beside arrays: of as many rows as they, or of one that goes with all of them."""
+    from ._memory import over, row
+
+    has_rows = any(not x._handle.is_scalar for x in others)
+    ndim = max((x.ndim for x in others), default=0)
+    if has_rows and array.ndim == ndim and array.shape[0] == 1:
+        array = array[0]
+    in_row = ndim - 1 if has_rows else ndim
+    return row(array, in_row, session) if array.ndim <= in_row else over(array, session)._handle
+
+
+def operand(value: Any, session: "Session", function: str, others: "Iterable[Array]" = ()) -> Any:
+    """What the extension takes for `value`, an operand beside `others`: a handle or a scalar."""
     handle = getattr(value, "_handle", None)
     if type(handle) is ArrayHandle:
         return handle
@@ -38,9 +51,7 @@ def operand(value: Any, session: "Session", function: str) -> Any:
     if isinstance(value, np.ndarray) and value.ndim == 0:
         value = value[()]
     if isinstance(value, np.ndarray):
-        from ._memory import over
-
-        return over(value.copy(), session)._handle
+        return _over(value.copy(), session, list(others))
     if isinstance(value, date | timedelta):
         value = _numpy_time(value)
     if isinstance(value, np.str_):
@@ -59,6 +70,7 @@ def apply(name: str, *inputs: Any) -> "Array":
     """Records an element function; at least one input is an array."""
     from ._array import Array
 
-    session = next(x._session for x in inputs if isinstance(x, Array))
-    operands = [operand(x, session, name) for x in inputs]
+    arrays = [x for x in inputs if isinstance(x, Array)]
+    session = arrays[0]._session
+    operands = [operand(x, session, name, arrays) for x in inputs]
     return Array(apply_function(name, operands), session)

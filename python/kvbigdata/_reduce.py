@@ -22,16 +22,31 @@ def _refuse(name: str, argument: str, advice: str) -> Exception:
     return array_error("KALVEX:array:NotSupported", f"{argument}= of {name}", advice)
 
 
-def _check(name: str, x: Any, axis: Any, options: dict[str, Any]) -> None:
+def _check(name: str, options: dict[str, Any]) -> None:
     """Refuses arguments of NumPy's that don't exist here, unless they have no effect."""
-    is_known = axis is None or (isinstance(axis, int) and axis in (0, -1)) or axis == (0,)
-    if not is_known or (axis is not None and x.ndim == 0):
-        raise _refuse(name, "axis", f"The array has {x.ndim} dimension(s).")
     for option, value in options.items():
         if option not in ("dtype", "out", "keepdims", "initial", "mean", "correction"):
             raise TypeError(f"{name}() got an unexpected keyword argument '{option}'")
         if value is not None and value is not False:
             raise _refuse(name, option, "Leave it out.")
+
+
+def _is_whole(name: str, x: "Array", axis: Any) -> bool:
+    """Whether all elements are reduced to one; otherwise the rows to one row."""
+    ndim = x.ndim
+    given = axis if isinstance(axis, tuple) else (axis,)
+    if axis is None:
+        return ndim > 1 or x._handle.is_scalar
+    places = {a + ndim if a < 0 else a for a in given if isinstance(a, (int, np.integer))}
+    if len(places) != len(given) or not places <= set(range(ndim)):
+        raise _refuse(name, "axis", f"The array has {ndim} dimension(s).")
+    if len(places) == ndim:
+        return ndim > 1 or x._handle.is_scalar
+    if places == {0} and not x._handle.is_scalar:
+        return False
+    shape = tuple(size for place, size in enumerate(x.shape) if place not in places | {0})
+    advice = f"axis=0 and axis=None are available, and x.map_chunks(lambda rows: rows.{name}(axis={axis}), shape={shape}) does the rest."
+    raise _refuse(name, "axis", advice)
 
 
 def _reduced(
@@ -41,14 +56,17 @@ def _reduced(
 
     if not isinstance(x, Array):
         raise array_error("KALVEX:array:NoArray")
-    _check(name, x, axis, options)
+    _check(name, options)
+    is_whole = _is_whole(name, x, axis)
     handle = x._handle
     if isinstance(where, Array):
+        if x.ndim > 1:
+            raise _refuse(name, "where", "Select the rows first: x[where].")
         handle = filter_array(handle, where._handle)
     elif where is not True:
         raise _refuse(name, "where", "It must be a logical array with the same rows.")
     skip = handle.is_column if skipna is None else skipna
-    return Array(reduce(name, handle, skip), x._session)
+    return Array(reduce(name, handle, skip, is_whole), x._session)
 
 
 def sum(
@@ -73,14 +91,14 @@ def mean(
 def min(
     x: Any, axis: Any = None, *, where: Any = True, skipna: bool | None = None, **options: Any
 ) -> "Array":
-    """The least value or, of texts, the first."""
+    """The least value or, of texts, the first. Of no rows it is a ValueError when computed."""
     return _reduced("min", x, axis, where, skipna, options)
 
 
 def max(
     x: Any, axis: Any = None, *, where: Any = True, skipna: bool | None = None, **options: Any
 ) -> "Array":
-    """The greatest value or, of texts, the last."""
+    """The greatest value or, of texts, the last. Of no rows it is a ValueError when computed."""
     return _reduced("max", x, axis, where, skipna, options)
 
 
@@ -140,9 +158,9 @@ def _spread(
     return _reduced(name if ddof == 1 else f"{name}p", x, axis, where, skipna, options)
 
 
-def count(x: Any, *, where: Any = True) -> "Array":
+def count(x: Any, axis: Any = None, *, where: Any = True) -> "Array":
     """The number of values that aren't missing."""
-    return _reduced("count", x, None, where, True, {})
+    return _reduced("count", x, axis, where, True, {})
 
 
 def count_nonzero(x: Any, axis: Any = None, *, keepdims: bool = False) -> "Array":

@@ -37,7 +37,9 @@ def to_numpy(value: tuple[str, bool, Any]) -> Any:
     array = _array(kind, payload)
     if not is_scalar:
         return array
-    first = array[0] if array.ndim == 1 else array.reshape(array.shape[1:])
+    first = array[0]
+    if isinstance(first, np.ndarray):
+        return first
     return np.bool_(first) if kind == "logical" and first is not None else first
 
 

@@ -45,8 +45,20 @@ def _not_logical(name: str, symbol: str, advice: str) -> Callable[..., "Array"]:
     return function
 
 
+def _not_equal(a: Any, b: Any) -> "Array":
+    """In arrays a missing value differs from everything, as NaN does in NumPy."""
+    if any(getattr(getattr(x, "_handle", None), "is_column", False) for x in (a, b)):
+        return apply("ne", a, b)
+    return apply("not", apply("eq", a, b))
+
+
 def _isinf(x: Any) -> "Array":
     return apply("not", apply("or", apply("isfinite", x), apply("isnan", x)))
+
+
+def _square(x: Any) -> "Array":
+    number = x.astype(np.int8) if _is_logical(x) else x
+    return apply("times", number, number)
 
 
 def _plain(name: str) -> Callable[..., "Array"]:
@@ -64,7 +76,7 @@ _FUNCTIONS: dict[np.ufunc, Callable[..., "Array"]] = {
     np.negative: _not_logical("uminus", "-", "Use ~x."),
     np.positive: lambda x: x,
     np.equal: _plain("eq"),
-    np.not_equal: _plain("ne"),
+    np.not_equal: _not_equal,
     np.less: _plain("lt"),
     np.less_equal: _plain("le"),
     np.greater: _plain("gt"),
@@ -80,7 +92,7 @@ _FUNCTIONS: dict[np.ufunc, Callable[..., "Array"]] = {
     np.absolute: _plain("abs"),
     np.sign: _plain("sign"),
     np.sqrt: _plain("sqrt"),
-    np.square: lambda x: apply("times", x, x),
+    np.square: _square,
     np.exp: _plain("exp"),
     np.log: _plain("log"),
     np.log2: _plain("log2"),

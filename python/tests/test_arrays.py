@@ -171,10 +171,92 @@ def test_arrays_are_made_of_memory_and_generated(arrow):
     refused("DifferentSources", kv.RowSpaceError, lambda: kv.arange(3) + kv.arange(4))
     refused("DifferentSources", kv.RowSpaceError, lambda: kv.arange(3) + np.arange(4))
     refused("UnsupportedType", TypeError, lambda: kv.asarray(np.array([1j])))
-    refused("NotSupported", TypeError, lambda: kv.from_numpy(np.ones((2, 3))))
-    refused("NotSupported", TypeError, lambda: kv.zeros((2, 3)))
+    refused("NotSupported", TypeError, lambda: kv.from_numpy(np.array([["a"]])))
+    refused("NotSupported", TypeError, lambda: kv.zeros(2.5))
+    for made, like in (
+        (kv.full(2, np.datetime64("2024-02-29")), np.full(2, np.datetime64("2024-02-29", "us"))),
+        (kv.linspace(0, 9, 4, dtype=int), np.linspace(0, 9, 4, dtype=int)),
+        (np.full_like(memory, 2.7), np.full_like(values, 2.7)),
+        (kv.ones_like(memory, dtype=float), np.ones(2)),
+        (kv.zeros((2, 3), dtype=np.int8), np.zeros((2, 3), dtype=np.int8)),
+    ):
+        check(made.compute(), like)
     with pytest.raises(TypeError, match="not int"):
         kv.read(5)
+
+
+MATRIX = np.array([[1, -2, 3], [4, 5, -6], [7, 8, 9], [-128, 0, 100]], dtype=np.int8)
+
+
+@pytest.mark.parametrize(
+    "function",
+    [
+        lambda x, v: x - x.mean(axis=0),
+        lambda x, v: np.sqrt(abs(x) * 1.0) + v[:, None],
+        lambda x, v: x * np.array([1, 2, 3]) + np.array([[0.5]]),
+        lambda x, v: (x + np.ones(x.shape)) / MATRIX[:1],
+        lambda x, v: x[v > 1],
+        lambda x, v: x[v > 9].sum(axis=0),
+        lambda x, v: np.sum(x, axis=(0, 1)) - x.min(axis=-2),
+        lambda x, v: x.max(axis=0).std(),
+        lambda x, v: np.nanvar(x / (x - 4), axis=None),
+        lambda x, v: (x > 3).any(axis=0),
+        lambda x, v: np.count_nonzero(x, axis=0) + np.ptp(x),
+        lambda x, v: x[..., None] - v[:, None][..., None],
+        lambda x, v: np.where(x > v[:, None], x, 0),
+    ],
+)
+@pytest.mark.usefixtures("arrays")
+def test_arrays_of_several_dimensions_are_those_of_numpy(function):
+    v = np.arange(4.0)
+    with np.errstate(all="ignore"):
+        expected = function(MATRIX, v)
+    actual = function(kv.from_numpy(MATRIX, chunk_rows=3), kv.from_numpy(v))
+    assert (actual.ndim, actual.dtype) == (expected.ndim, expected.dtype)
+    assert actual.shape[1:] == expected.shape[1:]
+    actual = actual.compute()
+    assert actual.shape == expected.shape
+    np.testing.assert_allclose(actual, expected, rtol=1e-14)
+
+
+@pytest.mark.usefixtures("arrays")
+def test_what_several_dimensions_dont_allow_is_refused_with_advice(tmp_path):
+    x = kv.from_numpy(MATRIX)
+    v = kv.arange(4)
+    assert "x[:, None]" in str(refused("NotBroadcast", ValueError, lambda: x * v))
+    assert "map_chunks" in str(refused("NotSupported", TypeError, lambda: x.sum(axis=1)))
+    refused("SizesDiffer", ValueError, lambda: x + np.ones((4, 2)))
+    refused("NeedsColumn", TypeError, lambda: x[x > 1])
+    refused("NeedsColumn", TypeError, lambda: kv.table({"x": x}))
+    refused("NotSupported", TypeError, lambda: x.sum(where=v > 1))
+    error = refused("WrongShape", ValueError, x.map_chunks(lambda c: c[:, 0]).compute)
+    assert error.arguments[1:] == ["(3,)", "()"]
+    sums = x.map_chunks(lambda c: c.sum(axis=1), shape=(), dtype=int)
+    check(sums.compute(), MATRIX.sum(axis=1))
+    pairs = v.map_chunks(lambda c: np.stack([c, c], axis=1), shape=(2,))
+    check(pairs.compute(), np.stack([np.arange(4)] * 2, axis=1))
+    kv.save(tmp_path / "x.kv", x=kv.ones((4, 3)), y=kv.arange(4)[v > 1])
+    opened = kv.open(tmp_path / "x.kv", trust=True)
+    assert opened["x"].shape == (4, 3) and opened["y"].shape == (None,)
+    assert x[v > 1].count_rows().compute() == 2 == len((opened["y"] + 1).settle())
+
+
+@pytest.mark.usefixtures("arrays")
+def test_the_edges_are_those_of_numpy():
+    x = np.array([1.0, np.nan, 0.0])
+    lazy = kv.from_numpy(x, chunk_rows=1)
+    check((lazy != 1).compute(), x != 1)
+    check((kv.table({"x": x}).x != 1).compute(), np.array([False, False, True]))
+    assert lazy.any().compute() and np.count_nonzero(lazy).compute() == 2
+    for dtype in (np.float32, np.int64, bool, str):
+        cast = lazy[lazy == lazy].astype(dtype).compute()
+        assert cast.tolist() == x[[0, 2]].astype(dtype).tolist()
+    with pytest.raises(FloatingPointError, match="invalid value"):
+        lazy.astype(int).compute()
+    for none in (lazy[lazy > 5], kv.zeros(0), kv.zeros((0, 2))):
+        refused("NoRows", ValueError, none.min().compute)
+        refused("NoRows", ValueError, none.max(axis=0).compute)
+    assert np.isnan(np.nanmax(lazy[lazy != lazy]).compute()), "there are rows"
 
 
 def test_other_rows_are_refused_where_they_are_combined(table, tmp_path):

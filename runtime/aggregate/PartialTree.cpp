@@ -33,9 +33,9 @@ void PartialTree::add(AggregatePartial partial) {
   tree_.push(number, {std::move(partial)});
 }
 
-Column PartialTree::finish() {
+AggregatePartial PartialTree::finish() {
   const auto total = tree_.finish();
-  return answerOf(total ? total->partial : none_);
+  return total ? total->partial : none_;
 }
 
 Column combinePartials(AggregateKind kind, std::span<const AggregatePartial> partials) {
@@ -43,7 +43,7 @@ Column combinePartials(AggregateKind kind, std::span<const AggregatePartial> par
   for (const AggregatePartial& partial : partials) {
     tree.add(partial);
   }
-  return tree.finish();
+  return answerOf(tree.finish());
 }
 
 }  // namespace kv::runtime

@@ -17,8 +17,8 @@ class PartialTree {
   /// Errors: those of combinePartials() but for "KALVEX:function:Overflow".
   void add(AggregatePartial partial);
 
-  /// The answer, as combinePartials() gives it. The tree is used up.
-  Column finish();
+  /// The contribution of all partitions. The tree is used up.
+  AggregatePartial finish();
 
  private:
   /// A leaf, or what leaves were merged to.

@@ -1,10 +1,14 @@
 #include "aggregate/answers.h"
 
 #include <cmath>
+#include <cstddef>
 #include <limits>
+#include <utility>
 
+#include "aggregate/aggregateTable.h"
 #include "column/allocate.h"
 #include "column/elementTypes.h"
+#include "kv/errors/StepError.h"
 
 namespace kv::runtime {
 
@@ -22,6 +26,25 @@ bool isPoisoned(const AggregatePartial& total) {
 Column missingAnswer(const AggregatePartial& total) {
   const ElementType type = total.type.value_or(ElementType::Double);
   return missingColumn(aggregateType(total.kind, type), 1);
+}
+
+Chunk answersOf(std::vector<AggregatePartial> totals, const AggregateForm& form,
+                Dimensions trailing) {
+  if (form.isWhole) {
+    for (std::size_t i = 1; i < totals.size(); ++i) {
+      mergePartial(totals.front(), totals[i]);
+    }
+    totals.resize(1);
+    trailing.clear();
+  }
+  Chunk answer{.ordinals = RowOrdinals(0, 1), .trailing = std::move(trailing)};
+  for (const AggregatePartial& total : totals) {
+    if (form.needsRows && total.count == 0 && !total.hasMissing) {
+      errors::raiseStep("KALVEX:array:NoRows", {nameOf(total.kind)});
+    }
+    answer.columns.push_back(answerOf(total));
+  }
+  return answer;
 }
 
 Column floatingAnswer(const AggregatePartial& total, double value) {

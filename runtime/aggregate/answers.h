@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <vector>
 
 #include "kv/runtime/Aggregates.h"
 
@@ -16,6 +17,14 @@ bool isPoisoned(const AggregatePartial& total);
 
 /// The missing value of the result's type.
 Column missingAnswer(const AggregatePartial& total);
+
+/// The results for the columns of an array of these dimensions, from the contributions of all
+/// partitions to each: one row.
+///
+/// Errors: those of combinePartials(); "KALVEX:array:NoRows" with the aggregate if `form` needs
+///         rows.
+Chunk answersOf(std::vector<AggregatePartial> totals, const AggregateForm& form,
+                Dimensions trailing);
 
 /// A result that is computed in double. All zeros become +0, all NaNs the quiet NaN.
 Column floatingAnswer(const AggregatePartial& total, double value);

@@ -1,8 +1,9 @@
 #include <algorithm>
-#include <array>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "aggregate/answers.h"
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "driver/failures.h"
@@ -40,17 +41,32 @@ void applyElementFunction(const ElementFunction& function, const Call& call) {
 }
 
 /// An aggregate of a whole value, in the same fixed order as for partitions.
-void applyAggregate(const AggregateFunction& function, MissingRule missing, const Call& call) {
+void applyAggregate(const AggregateFunction& function, const AggregateForm& form,
+                    const Call& call) {
   call.expect(1, 1, 1);
   const Chunk array = toArray(call.in(0));
-  Chunk answer{.ordinals = RowOrdinals(0, 1), .trailing = array.trailing};
+  std::vector<AggregatePartial> totals;
   for (const Column& column : array.columns) {
-    AggregateState state(function.kind, missing);
+    AggregateState state(function.kind, form.missing);
     state.update(column, array.ordinals);
-    const std::array partials{state.finish()};
-    answer.columns.push_back(combinePartials(function.kind, partials));
+    totals.push_back(state.finish());
   }
-  call.out(0, toValue(answer));
+  call.out(0, toValue(answersOf(std::move(totals), form, array.trailing)));
+}
+
+/// The forms in which there is a function of an aggregate.
+std::vector<AggregateForm> formsOf(AggregateKind kind) {
+  std::vector<AggregateForm> forms;
+  const bool isExtreme = kind == AggregateKind::Min || kind == AggregateKind::Max;
+  for (const MissingRule missing : {MissingRule::Skip, MissingRule::Propagate}) {
+    for (const bool isWhole : {false, true}) {
+      forms.push_back({missing, isWhole, false});
+      if (isExtreme) {
+        forms.push_back({missing, isWhole, true});
+      }
+    }
+  }
+  return forms;
 }
 
 /// copy(value): values are immutable; for an object, the host calls the object's own method.
@@ -71,10 +87,10 @@ void defineBuiltInFunctions(host::Session& session) {
                            [&function](const Call& call) { applyElementFunction(function, call); });
   }
   for (const AggregateFunction& function : aggregateFunctions()) {
-    for (const MissingRule missing : {MissingRule::Skip, MissingRule::Propagate}) {
+    for (const AggregateForm& form : formsOf(function.kind)) {
       session.defineFunction(
-          aggregateFunctionName(function.name, missing),
-          [&function, missing](const Call& call) { applyAggregate(function, missing, call); });
+          aggregateFunctionName(function.name, form),
+          [&function, form](const Call& call) { applyAggregate(function, form, call); });
     }
   }
 }

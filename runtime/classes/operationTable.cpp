@@ -106,7 +106,7 @@ void describeAggregate(const kxArray* operation, OpSpec& spec) {
   spec.callsUser = function.aggregate == nullptr ||
                    function != builtInFunction(reduceHandle.get()) || spec.numInputs != 1 ||
                    spec.numOutputs != 1;
-  spec.op = spec.callsUser ? makeReduction() : makeAggregate(*function.aggregate, function.missing);
+  spec.op = spec.callsUser ? makeReduction() : makeAggregate(*function.aggregate, function.form);
   spec.wholeRun = spec.callsUser ? WholeRun::CallAndReduce : WholeRun::CallOnRows;
 }
 
@@ -123,7 +123,8 @@ void describeByKey(const kxArray* operation, OpSpec& spec) {
                          function == builtInFunction(reduceHandle.get()) && spec.numOutputs <= 2 &&
                          (spec.numInputs == 2 || function.group->countsRows);
   spec.callsUser = !isBuiltIn;
-  spec.op = isBuiltIn ? makeGroups({{function.group, function.missing, 0}}) : makeKeyedReduction();
+  spec.op =
+      isBuiltIn ? makeGroups({{function.group, function.form.missing, 0}}) : makeKeyedReduction();
   spec.wholeRun = isBuiltIn ? WholeRun::RunOperator : WholeRun::CallByKey;
   spec.label += " by key";
 }

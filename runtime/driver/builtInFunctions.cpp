@@ -15,6 +15,15 @@ namespace {
 constexpr std::string_view kElementPrefix = "kv.element.";
 constexpr std::string_view kAggregatePrefix = "kv.aggregate.";
 constexpr std::string_view kPropagateSuffix = ".propagate";
+constexpr std::string_view kWholeSuffix = ".whole";
+constexpr std::string_view kRowsSuffix = ".rows";
+
+/// Removes `suffix` from `name`; false if it doesn't end with it.
+bool takeSuffix(std::string_view& name, std::string_view suffix) {
+  const bool isThere = name.ends_with(suffix);
+  name.remove_suffix(isThere ? suffix.size() : 0);
+  return isThere;
+}
 
 }  // namespace
 
@@ -22,9 +31,10 @@ std::string elementFunctionName(std::string_view function) {
   return fmt::format("{}{}", kElementPrefix, function);
 }
 
-std::string aggregateFunctionName(std::string_view aggregate, MissingRule missing) {
-  return fmt::format("{}{}{}", kAggregatePrefix, aggregate,
-                     missing == MissingRule::Propagate ? kPropagateSuffix : "");
+std::string aggregateFunctionName(std::string_view aggregate, const AggregateForm& form) {
+  return fmt::format("{}{}{}{}{}", kAggregatePrefix, aggregate,
+                     form.missing == MissingRule::Propagate ? kPropagateSuffix : "",
+                     form.isWhole ? kWholeSuffix : "", form.needsRows ? kRowsSuffix : "");
 }
 
 BuiltInFunction builtInFunction(const kxArray* handle) {
@@ -38,10 +48,10 @@ BuiltInFunction builtInFunction(const kxArray* handle) {
     function.element = findElementFunction(rest.substr(kElementPrefix.size()));
   } else if (rest.starts_with(kAggregatePrefix)) {
     rest.remove_prefix(kAggregatePrefix.size());
-    if (rest.ends_with(kPropagateSuffix)) {
-      rest.remove_suffix(kPropagateSuffix.size());
-      function.missing = MissingRule::Propagate;
-    }
+    function.form.needsRows = takeSuffix(rest, kRowsSuffix);
+    function.form.isWhole = takeSuffix(rest, kWholeSuffix);
+    function.form.missing =
+        takeSuffix(rest, kPropagateSuffix) ? MissingRule::Propagate : MissingRule::Skip;
     function.aggregate = findAggregateFunction(rest);
     function.group = findGroupFunction(rest);
   }
@@ -67,8 +77,9 @@ std::string functionLabel(const kxArray* handle) {
     return std::string(function.element->name);
   }
   if (function.group != nullptr) {
-    return fmt::format("{}{}", function.group->name,
-                       function.missing == MissingRule::Propagate ? " (missing propagate)" : "");
+    return fmt::format(
+        "{}{}{}", function.group->name, function.form.isWhole ? " of all columns" : "",
+        function.form.missing == MissingRule::Propagate ? " (missing propagate)" : "");
   }
   const std::string name = host::callableName(handle);
   if (name == kRandomRowsFunction) {

@@ -15,13 +15,12 @@ struct BuiltInFunction {
   const ElementFunction* element = nullptr;
   const AggregateFunction* aggregate = nullptr;
   const GroupFunction* group = nullptr;  ///< of all aggregates, and of some that are none
-  MissingRule missing = MissingRule::Skip;
+  AggregateForm form{};
 
   bool operator==(const BuiltInFunction&) const = default;
 };
 
-/// The built-in function that a function_handle names, "kv.element.NAME" or "kv.aggregate.NAME",
-/// the latter with ".propagate" after it for the form that propagates missing values.
+/// The built-in function that a function_handle names: see functionNames.h.
 BuiltInFunction builtInFunction(const kxArray* handle);
 
 /// True if a FunctionHandle holds a built-in function.

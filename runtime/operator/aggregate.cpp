@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "aggregate/PartialTree.h"
+#include "aggregate/answers.h"
 #include "column/arrays.h"
 #include "operator/operators.h"
 
@@ -57,7 +58,8 @@ class AggregateRun final : public StepRun {
 
 class AnswerMerge final : public SinkMerge {
  public:
-  explicit AnswerMerge(AggregateKind kind) : answers_{PartialTree(kind)} {}
+  AnswerMerge(AggregateKind kind, const AggregateForm& form)
+      : form_(form), columns_{PartialTree(kind)} {}
 
   /// A partition without rows of a known type has one partial, which goes with any dimensions.
   void add(SinkResult result) override {
@@ -71,18 +73,18 @@ class AnswerMerge final : public SinkMerge {
     if (partials.front().type) {
       setDimensions(trailing, bytes);
     }
-    partials.resize(answers_.size(), partials.front());
-    for (std::size_t i = 0; i < answers_.size(); ++i) {
-      answers_[i].add(std::move(partials[i]));
+    partials.resize(columns_.size(), partials.front());
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+      columns_[i].add(std::move(partials[i]));
     }
   }
 
   MergedSink finish() override {
-    Chunk answer{.ordinals = RowOrdinals(0, 1), .trailing = trailing_.value_or(Dimensions{})};
-    for (PartialTree& column : answers_) {
-      answer.columns.push_back(column.finish());
+    std::vector<AggregatePartial> totals;
+    for (PartialTree& column : columns_) {
+      totals.push_back(column.finish());
     }
-    return {.arrays = {std::move(answer)}};
+    return {.arrays = {answersOf(std::move(totals), form_, trailing_.value_or(Dimensions{}))}};
   }
 
  private:
@@ -92,45 +94,48 @@ class AnswerMerge final : public SinkMerge {
     }
     if (!trailing_) {
       trailing_ = trailing;
-      answers_.resize(columnsIn(trailing), answers_.front());
+      columns_.resize(columnsIn(trailing), columns_.front());
     }
   }
 
+  AggregateForm form_;
   std::optional<Dimensions> trailing_;  ///< of the first partition with rows of a known type
-  std::vector<PartialTree> answers_;    ///< of the columns
+  std::vector<PartialTree> columns_;
 };
 
 class Aggregate final : public Operator {
  public:
-  Aggregate(const AggregateFunction& function, MissingRule missing)
-      : function_(function), missing_(missing) {}
+  Aggregate(const AggregateFunction& function, const AggregateForm& form)
+      : function_(function), form_(form) {}
 
   std::string_view kind() const override { return "aggregate"; }
   RowEffect rowEffect() const override { return RowEffect::End; }
   std::string planNote() const override { return "reduces all rows"; }
 
   std::unique_ptr<StepRun> start(const StepScope& /*scope*/) const override {
-    return std::make_unique<AggregateRun>(function_.kind, missing_);
+    return std::make_unique<AggregateRun>(function_.kind, form_.missing);
   }
 
   std::unique_ptr<SinkMerge> startMerge(const MergeScope& /*scope*/) const override {
-    return std::make_unique<AnswerMerge>(function_.kind);
+    return std::make_unique<AnswerMerge>(function_.kind, form_);
   }
 
   void write(ByteWriter& bytes) const override {
     bytes.text(function_.name);
-    bytes.flag(missing_ == MissingRule::Propagate);
+    bytes.flag(form_.missing == MissingRule::Propagate);
+    bytes.flag(form_.isWhole);
+    bytes.flag(form_.needsRows);
   }
 
  private:
   const AggregateFunction& function_;  ///< of the table of aggregates
-  MissingRule missing_;
+  AggregateForm form_;
 };
 
 }  // namespace
 
-OperatorPtr makeAggregate(const AggregateFunction& function, MissingRule missing) {
-  return std::make_shared<Aggregate>(function, missing);
+OperatorPtr makeAggregate(const AggregateFunction& function, const AggregateForm& form) {
+  return std::make_shared<Aggregate>(function, form);
 }
 
 OperatorPtr readAggregate(ByteReader& bytes) {
@@ -138,7 +143,10 @@ OperatorPtr readAggregate(ByteReader& bytes) {
   if (function == nullptr) {
     bytes.refuse();
   }
-  return makeAggregate(*function, bytes.flag() ? MissingRule::Propagate : MissingRule::Skip);
+  AggregateForm form{bytes.flag() ? MissingRule::Propagate : MissingRule::Skip};
+  form.isWhole = bytes.flag();
+  form.needsRows = bytes.flag();
+  return makeAggregate(*function, form);
 }
 
 }  // namespace kv::runtime

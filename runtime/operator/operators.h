@@ -62,7 +62,7 @@ OperatorPtr makeZip();
 OperatorPtr makeFrame(std::int64_t frameRows);
 
 /// A built-in aggregate of all rows.
-OperatorPtr makeAggregate(const AggregateFunction& function, MissingRule missing);
+OperatorPtr makeAggregate(const AggregateFunction& function, const AggregateForm& form);
 
 /// A user's reduction of all rows: the first function is called on each chunk, the second on up to
 /// 64 of its results at a time. Its inputs come from a frame step.

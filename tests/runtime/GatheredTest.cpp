@@ -134,7 +134,7 @@ class Gathered : public RuntimeSession {
           ask(asked, function.name, name, [&] {
             aggregateType(function.kind, type);
             const Value handle =
-                host::makeFunctionHandle(aggregateFunctionName(function.name, rule));
+                host::makeFunctionHandle(aggregateFunctionName(function.name, {rule}));
             return host::call("aggregatefun", {handle.get(), handle.get(), x});
           });
         }

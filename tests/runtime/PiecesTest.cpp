@@ -154,7 +154,7 @@ TEST_F(Pieces, AStageCrossesAsBytesAndNothingElseIsTakenForOne) {
   steps.push_back({makeCallable(), {{.index = 3}}});
   steps.push_back({makeReduction(), {{.index = 4}}});
   steps.push_back(
-      {makeAggregate(*findAggregateFunction("sum"), MissingRule::Skip), {{.index = 3}}});
+      {makeAggregate(*findAggregateFunction("sum"), {MissingRule::Skip}), {{.index = 3}}});
   steps.push_back({makeCollect(), {{.index = 4}}});
   steps.push_back({makeFrame(100), {{.index = 3}, {.index = 4}}, 2});
   steps.push_back({makeZip(), {{.index = 8, .output = 1}, {.index = 0}}, 2});

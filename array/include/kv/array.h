@@ -28,6 +28,13 @@ enum class Missing : std::uint8_t {
   Propagate,  ///< as array functions do: a NaN among the inputs makes the result NaN
 };
 
+/// What an aggregate makes of what.
+struct Reduction {
+  Missing missing = Missing::Skip;
+  bool isWhole = false;    ///< all elements to one, not the rows of an n-by-k array to 1-by-k
+  bool needsRows = false;  ///< of min and max: of no rows there is an error, not a missing value
+};
+
 /// What an evaluation did.
 struct Facts {
   std::int64_t rows = 0;              ///< rows read from sources in the first pass over each
@@ -60,7 +67,8 @@ using BlockFunction =
 
 /// Applies an element function by name ("plus", "abs", "eq", ...): see `elementFunctions`.
 /// Errors: Error "KALVEX:array:RowsDiffer" or "KALVEX:array:DifferentSources", with the lines of
-/// both, for arrays that don't have the same rows; "KALVEX:array:UnknownFunction" with the name;
+/// both, for arrays that don't have the same rows; "KALVEX:array:SizesDiffer" for arrays whose
+/// other dimensions differ and aren't 1; "KALVEX:array:UnknownFunction" with the name;
 /// "KALVEX:function:BadArity" and
 /// "KALVEX:function:BadTypes" for inputs for which it isn't defined; "KALVEX:array:NoArray" if no
 /// input is an array; "KALVEX:array:TwoSessions" for arrays of different sessions;
@@ -77,8 +85,14 @@ Array apply(std::string_view function, std::span<const Operand> inputs,
 Array aggregate(std::string_view name, const Array& input, Missing missing = Missing::Skip,
                 Where where = Where::current());
 
-/// The rows of `input` where `keep`, a logical array with the same number of rows, is true.
-/// Errors: Error "KALVEX:array:NotLogical" with the type of `keep`.
+/// The same in another form.
+/// Errors: those above; when gathered, "KALVEX:array:NoRows".
+Array aggregate(std::string_view name, const Array& input, const Reduction& reduction,
+                Where where = Where::current());
+
+/// The rows of `input` where `keep`, a logical column with the same number of rows, is true.
+/// Errors: Error "KALVEX:array:NotLogical" with the type of `keep`; "KALVEX:array:NeedsColumn" with
+///         its size.
 Array filter(const Array& input, const Array& keep, Where where = Where::current());
 
 /// A user's own function, run on numbers chunk by chunk; gives doubles. If it throws, gathering
@@ -179,14 +193,15 @@ struct NamedArray {
 
 /// A table of arrays with the same rows, as columns in that order.
 /// Errors: Error "KALVEX:array:NoArray", "KALVEX:array:SameName", "KALVEX:array:TwoSessions";
-/// "KALVEX:array:RowsDiffer" or "KALVEX:array:DifferentSources" for other rows.
+/// "KALVEX:array:RowsDiffer" or "KALVEX:array:DifferentSources" for other rows;
+/// "KALVEX:array:NeedsColumn" for an array of more dimensions.
 Table tableOf(std::span<const NamedArray> columns, Where where = Where::current());
 
 /// The number of rows, as an array of one row; nothing is counted yet.
 Array countRows(const Array& array, Where where = Where::current());
 
 /// Counts the rows unless their number is known; afterwards `rows()` of this array, and of those
-/// made from it row by row, returns it. Does nothing for an opened array.
+/// made from it row by row, returns it.
 /// Errors: those of Session::gather.
 void settle(const Array& array, Where where = Where::current());
 
@@ -411,6 +426,7 @@ class Session {
   void collect(Where where = Where::current());
 
   Impl& impl() { return *impl_; }
+  const std::shared_ptr<Impl>& shared() const { return impl_; }
 
  private:
   Array arangeOf(std::int64_t start, std::int64_t stop, std::int64_t step,

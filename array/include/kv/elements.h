@@ -39,7 +39,7 @@ struct TextElements {
 struct Elements {
   std::string_view type;  ///< of the array
   bool isScalar = false;
-  std::vector<std::size_t> dimensions;  ///< at least two; the first is that of the rows
+  std::vector<std::size_t> dimensions;  ///< of rows, and those of Array::trailing()
   std::variant<NumberElements, TextElements> elements;
 };
 
@@ -63,14 +63,28 @@ struct MappedFunction {
   ElementsFunction function;
   std::string type;  ///< of the elements that it returns
   CallMode mode = CallMode::Session;
+  std::vector<std::int64_t> trailing{};  ///< the dimensions of a row of what it returns
 };
 
 /// A user's own function on arrays of any types, run chunk by chunk. If it throws, gathering throws
 /// the same error, with the line of this call, the partition and the rows.
 /// Errors: Error "KALVEX:array:UnknownType", "KALVEX:array:NoArray", "KALVEX:array:TwoSessions";
 ///         when gathered, "KALVEX:array:WrongRowCount" if it returns more or fewer rows, and
-///         "KALVEX:array:WrongType" if it returns elements of another type.
+///         "KALVEX:array:WrongType" or "KALVEX:array:WrongShape" if it returns other rows.
 Array mapElements(MappedFunction function, std::span<const Array> inputs,
                   Where where = Where::current());
+
+/// One row in memory as an array that goes with any rows. It never adapts.
+/// Requires: the first of its dimensions is 1.
+Array constantRow(Session& session, const Elements& row, Where where = Where::current());
+
+/// The array with a dimension of 1 after its last.
+Array withDimension(const Array& array);
+
+/// Refuses arrays that NumPy would align by their last dimensions and not by rows: each must have
+/// as many dimensions as the others, or, if it has no rows, as many as their rows, or none.
+/// Errors: Error "KALVEX:array:NotBroadcast" with the function and both numbers of dimensions.
+void requireSameDimensions(std::string_view function, std::span<const Operand> inputs,
+                           Where where = Where::current());
 
 }  // namespace kv

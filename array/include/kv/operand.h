@@ -10,6 +10,7 @@
 #include <type_traits>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include "kv/value.h"
 
@@ -37,6 +38,9 @@ class Array {
   /// The number of rows, if it is known: from the source, or because an evaluation has counted
   /// them.
   std::optional<std::int64_t> rows() const;
+
+  /// The dimensions after that of rows: {} for a column, {3} for an n-by-3 array.
+  const std::vector<std::int64_t>& trailing() const;
 
   /// True if it has one row, which goes with any rows: a constant, an aggregate, and what was
   /// computed from these alone.

@@ -108,12 +108,16 @@ std::string explain(const ArraySession& self, const nb::list& handles) {
 
 Array applyFunction(const std::string& name, const nb::list& inputs) {
   const std::vector<Operand> operands = toOperands(inputs);
-  return inArrays(Line::Live, [&] { return kv::apply(name, operands); });
+  return inArrays(Line::Live, [&] {
+    requireSameDimensions(name, operands);
+    return kv::apply(name, operands);
+  });
 }
 
-Array reduce(const std::string& name, const Array& input, bool skipMissing) {
-  const Missing missing = skipMissing ? Missing::Skip : Missing::Propagate;
-  return inArrays(Line::Live, [&] { return aggregate(name, input, missing); });
+Array reduce(const std::string& name, const Array& input, bool skipMissing, bool isWhole) {
+  const bool needsRows = name == "min" || name == "max";
+  const Reduction reduction{skipMissing ? Missing::Skip : Missing::Propagate, isWhole, needsRows};
+  return inArrays(Line::Live, [&] { return aggregate(name, input, reduction); });
 }
 
 Table tableOfArrays(const std::vector<std::string>& names, const nb::list& handles) {
@@ -130,10 +134,11 @@ void settleRows(const Array& array) {
 }
 
 Array mapChunks(const std::string& name, nb::handle function, const nb::list& inputs,
-                const std::string& type, bool isSerial) {
+                const std::string& type, bool isSerial,
+                const std::vector<std::int64_t>& shape) {
   const std::vector<Array> arrays = toArrays(inputs);
   const CallMode mode = isSerial ? CallMode::Session : CallMode::AnyThread;
-  const MappedFunction mapped{name, chunkFunction(function, type), type, mode};
+  const MappedFunction mapped{name, chunkFunction(function, type), type, mode, shape};
   return inArrays(Line::Live, [&] { return mapElements(mapped, arrays); });
 }
 
@@ -238,6 +243,7 @@ void bindHandles(nb::module_& module) {
       .def_prop_ro("type", typeOf)
       .def_prop_ro("origin", originOf, nb::sig("def origin(self) -> tuple[list[str], str, int]"))
       .def_prop_ro("rows", &Array::rows)
+      .def_prop_ro("trailing", &Array::trailing)
       .def_prop_ro("is_scalar", &Array::isScalar)
       .def_prop_ro("is_column", &Array::isColumn);
   nb::class_<Table>(module, "TableHandle", "A table of array/.")
@@ -251,11 +257,13 @@ void bindHandles(nb::module_& module) {
 void bindFunctions(nb::module_& module) {
   module.def("apply_function", applyFunction,
              nb::sig("def apply_function(name: str, inputs: list[object]) -> ArrayHandle"));
-  module.def("reduce", reduce, nb::arg("name"), nb::arg("input"), nb::arg("skip_missing"));
+  module.def("reduce", reduce, nb::arg("name"), nb::arg("input"), nb::arg("skip_missing"),
+             nb::arg("is_whole"));
+  module.def("with_dimension", &withDimension, nb::arg("array"));
   module.def("filter_array", filterArray, nb::arg("input"), nb::arg("keep"));
   module.def("map_chunks", mapChunks,
              nb::sig("def map_chunks(name: str, function: object, inputs: list[ArrayHandle], "
-                     "type: str, serial: bool) -> ArrayHandle"));
+                     "type: str, serial: bool, shape: Sequence[int]) -> ArrayHandle"));
   module.def("table_of", tableOfArrays,
              nb::sig("def table_of(names: list[str], arrays: list[ArrayHandle]) -> TableHandle"));
   module.def("count_rows", rowCount, nb::arg("array"));

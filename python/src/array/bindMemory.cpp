@@ -2,6 +2,7 @@
 
 #include <nanobind/nanobind.h>
 #include <nanobind/stl/string.h>
+#include <nanobind/stl/vector.h>
 
 #include <cstdint>
 #include <string>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "array/arrayCalls.h"
+#include "array/chunkFunction.h"
 #include "array/operands.h"
 #include "array/results.h"
 #include "host/interpreter.h"
@@ -80,9 +82,21 @@ Array generate(const ArraySession& self, nb::handle start, nb::handle stop, nb::
   return inArrays(Line::Live, [&] { return self.session()->arange(first, last, by, options); });
 }
 
-Array fill(const ArraySession& self, std::int64_t rows, nb::handle value, const std::string& type) {
+Array linspace(const ArraySession& self, double start, double stop, std::int64_t rows,
+               bool hasEndpoint) {
+  return inArrays(Line::Live,
+                  [&] { return self.session()->linspace(start, stop, rows, hasEndpoint); });
+}
+
+Array row(const ArraySession& self, nb::handle elements) {
+  const Elements one = toElements(elements);
+  return inArrays(Line::Live, [&] { return constantRow(*self.session(), one); });
+}
+
+Array fill(const ArraySession& self, std::int64_t rows, nb::handle value, const std::string& type,
+           const std::vector<std::int64_t>& trailing) {
   const Operand operand = toOperand(value);
-  const GeneratedOptions options{.type = type};
+  const GeneratedOptions options{.type = type, .trailing = trailing};
   return inArrays(Line::Live, [&] { return self.session()->full(rows, operand, options); });
 }
 
@@ -105,7 +119,11 @@ void bindMemory(nb::class_<ArraySession>& session) {
            nb::sig("def arange(self, start: float, stop: float, step: float, type: str) -> "
                    "ArrayHandle"))
       .def("full", fill,
-           nb::sig("def full(self, rows: int, value: object, type: str) -> ArrayHandle"))
+           nb::sig("def full(self, rows: int, value: object, type: str, trailing: Sequence[int]) "
+                   "-> ArrayHandle"))
+      .def("linspace", linspace, nb::arg("start"), nb::arg("stop"), nb::arg("rows"),
+           nb::arg("has_endpoint"))
+      .def("row", row, nb::sig("def row(self, elements: tuple[str, object]) -> ArrayHandle"))
       .def("from_stream", fromStream,
            nb::sig("def from_stream(self, stream: object) -> TableHandle"));
 }

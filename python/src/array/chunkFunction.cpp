@@ -80,7 +80,8 @@ std::vector<T> vectorOf(nb::handle array) {
   return {elements.begin(), elements.end()};
 }
 
-/// What `_chunks.call` returned: the name of a type, and a NumPy array or the three of texts.
+}  // namespace
+
 Elements toElements(nb::handle returned) {
   const auto result = nb::cast<nb::tuple>(returned);
   Elements elements;
@@ -91,16 +92,17 @@ Elements toElements(nb::handle returned) {
     const auto bytes = vectorOf<std::uint8_t>(parts[1]);
     TextElements texts{vectorOf<std::int64_t>(parts[0]), std::string(bytes.begin(), bytes.end()),
                        vectorOf<std::uint8_t>(parts[2])};
-    elements.dimensions = {texts.offsets.size() - 1, 1};
+    elements.dimensions = {texts.offsets.size() - 1};
     elements.elements = std::move(texts);
     return elements;
   }
   NumberElements numbers = numbersOf(result[1], elements.dimensions);
   numbers.type = elements.type;
   elements.elements = std::move(numbers);
-  elements.dimensions.resize(elements.dimensions.size() < 2 ? 2 : elements.dimensions.size(), 1);
   return elements;
 }
+
+namespace {
 
 class ChunkFunction {
  public:

@@ -18,6 +18,10 @@ namespace nb = nanobind;
 /// `type` is the type of the elements that it must return.
 ElementsFunction chunkFunction(nb::handle function, const std::string& type);
 
+/// The elements of a tuple that `kvbigdata._results.from_numpy` made. The array must be one that no
+/// one else changes. Requires: the interpreter's lock.
+Elements toElements(nb::handle returned);
+
 /// The Python exception from which an error of this thread's call was made; null for any other.
 /// Requires: the interpreter's lock.
 nb::object originalOf(const Error& error);

@@ -57,13 +57,12 @@ const NumberType& numberType(std::string_view name) {
   return *std::ranges::find(kNumberTypes, name, &NumberType::name);
 }
 
-/// A column-major array over memory that `owner` keeps. A column has one dimension.
+/// A column-major array over memory that `owner` keeps.
 nb::object arrayOver(const void* data, std::span<const std::size_t> dimensions,
                      const NumberType& type, std::shared_ptr<const void> owner) {
-  const bool isColumn = dimensions.size() == 2 && dimensions.back() == 1;
   nb::list shape;
   std::size_t bytes = type.bytes;
-  for (const std::size_t extent : dimensions.first(isColumn ? 1 : dimensions.size())) {
+  for (const std::size_t extent : dimensions) {
     shape.append(extent);
     bytes *= extent;
   }

@@ -54,6 +54,15 @@ enum class MissingRule : std::uint8_t {
   Propagate,  ///< the result is missing: arrays; except for `count`, which never counts it
 };
 
+/// What is reduced to what.
+struct AggregateForm {
+  MissingRule missing = MissingRule::Skip;
+  bool isWhole = false;    ///< all columns of an array to one value, not each to its own
+  bool needsRows = false;  ///< of no rows there is an error instead of a missing value: min, max
+
+  bool operator==(const AggregateForm&) const = default;
+};
+
 /// The contribution of one partition to a result: a plain value that can be sent elsewhere.
 ///
 /// `words` by kind: sum and mean of floating values {sum, its rounding error} and std and var, also

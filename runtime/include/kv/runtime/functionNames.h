@@ -12,9 +12,9 @@ namespace kv::runtime {
 /// "kv.element.plus" and so on.
 std::string elementFunctionName(std::string_view function);
 
-/// "kv.aggregate.mean", or "kv.aggregate.mean.propagate" for the form that propagates missing
-/// values.
-std::string aggregateFunctionName(std::string_view aggregate, MissingRule missing);
+/// "kv.aggregate.mean", followed by ".propagate" for the form that propagates missing values,
+/// ".whole" for that of all columns, and ".rows" for that which needs rows.
+std::string aggregateFunctionName(std::string_view aggregate, const AggregateForm& form);
 
 /// A uniform random number for each row of its one input, from the stream in force, which is that
 /// of its partition.
