@@ -8,8 +8,10 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "kv/host/values.h"
 #include "kv/operand.h"
 #include "kv/runtime/ElementFunctions.h"
 
@@ -41,6 +43,11 @@ class RowSpace {
   std::optional<std::int64_t> count() const;
   void setCount(std::int64_t count) const { count_ = count; }
 
+  /// The metadata of a whole value with these rows; null while their partitions aren't known.
+  /// Threads: with the session leased.
+  const kxArray* places() const { return places_.get(); }
+  void setPlaces(host::Value metadata) const { places_ = std::move(metadata); }
+
   std::size_t key() const { return key_; }
   const std::string& name() const { return name_; }
   /// The conditions of the last filters, at most `kMostFilters`.
@@ -55,6 +62,7 @@ class RowSpace {
   std::string name_;
   std::vector<Array> filters_;
   mutable std::atomic<std::int64_t> count_{-1};
+  mutable host::Value places_;
 };
 
 /// What is known of an array's rows and values when it is recorded.

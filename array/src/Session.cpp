@@ -49,8 +49,12 @@ std::shared_ptr<const RowSpace> rowsOf(const kxArray* datastore) {
       key += std::to_string(text.size()) + ':' + text;
     }
   }
-  return std::make_shared<const RowSpace>(
+  auto rows = std::make_shared<const RowSpace>(
       key, host::toText(host::getProperty(datastore, "DisplayName").get()), countOf(datastore));
+  if (rows->count()) {
+    rows->setPlaces(host::call("kv.rowPlaces", {datastore}));
+  }
+  return rows;
 }
 
 Table readBy(kcos::NameRef opener, const std::shared_ptr<Session::Impl>& session,
@@ -59,7 +63,8 @@ Table readBy(kcos::NameRef opener, const std::shared_ptr<Session::Impl>& session
     const host::Value datastore = openDatastore(opener, paths, options);
     auto rows = host::call("createFromDatastoreBuiltin", {datastore.get()});
     return Table(std::make_shared<const Table::Handle>(
-        session, std::move(rows), columnsOf(datastore.get()), rowsOf(datastore.get())));
+        session, std::move(rows), columnsOf(datastore.get()), rowsOf(datastore.get()),
+        std::vector<Array>{}, std::size_t{0}, host::call("kv.firstRows", {datastore.get()})));
   });
 }
 

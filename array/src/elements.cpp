@@ -123,6 +123,43 @@ Array constantRow(Session& session, const Elements& row, Where where) {
   });
 }
 
+std::vector<Elements> firstRows(const Table& table) {
+  const Table::Handle& handle = table.handle();
+  if (handle.firstRows == nullptr || !kxIsA(handle.firstRows.get(), "table")) {
+    return {};
+  }
+  const auto session = live(handle.session);
+  return publicCall(*session, Where::current(), [&] {
+    const host::Value columns = host::getProperty(handle.firstRows.get(), "Columns");
+    std::vector<Elements> rows;
+    for (std::size_t i = 0; i < kxGetNumberOfElements(columns.get()); ++i) {
+      const std::string_view type = runtime::elementTypeName(handle.columns->types[i]);
+      rows.push_back(toElements(matrix::sharedCopy(kxGetCell(columns.get(), i)), type, {}, false));
+    }
+    return rows;
+  });
+}
+
+bool canPlaceBeside(const Array& array) {
+  const auto& rows = array.handle().traits.rows;
+  return rows != nullptr && rows->places() != nullptr;
+}
+
+Array placeBeside(const Array& array, const Elements& elements, Where where) {
+  const auto session = live(array.handle().session);
+  return publicCall(*session, where, [&] {
+    const auto& rows = array.handle().traits.rows;
+    const host::Value value = toValue(elements);
+    host::Value made = host::call("createFromConstantBuiltin", {value.get()});
+    host::callMany("hSetMetadata", 0, std::vector<const kxArray*>{made.get(), rows->places()});
+    return makeArray(
+        session, std::move(made), requireType(elements.type),
+        RowTraits{.rows = rows,
+                  .made = uniqueKey(),
+                  .trailing = {elements.dimensions.begin() + 1, elements.dimensions.end()}});
+  });
+}
+
 GatheredElements gatherElements(Session& session, std::span<const Array> arrays, Where where) {
   if (arrays.empty()) {
     return {};

@@ -30,12 +30,27 @@ Gathered gatherIn(Session::Impl& session, std::span<const Array> arrays, const W
 
 }  // namespace
 
+/// Where the rows of a gathered array are, unless a filter has left some out.
+void notePlaces(const Array& array) {
+  const RowSpace& rows = *array.handle().traits.rows;
+  if (!rows.filters().empty()) {
+    return;
+  }
+  host::Value metadata = host::call("hGetMetadata", {array.handle().value.get()});
+  if (kxGetClassID(metadata.get()) == kxSTRUCT_CLASS) {
+    rows.setPlaces(std::move(metadata));
+  }
+}
+
 std::vector<host::Value> gatherValues(std::span<const Array> arrays) {
   std::vector<host::Value> values =
       host::callMany("gather", static_cast<int>(arrays.size()), asInputs(arrays).list());
   for (std::size_t i = 0; i < arrays.size(); ++i) {
     const RowTraits& traits = arrays[i].handle().traits;
     if (!traits.isScalar && traits.rows != nullptr) {
+      if (!traits.rows->count()) {
+        notePlaces(arrays[i]);
+      }
       traits.rows->setCount(static_cast<std::int64_t>(kxGetM(values[i].get())));
     }
   }

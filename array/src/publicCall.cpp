@@ -39,8 +39,10 @@ ErrorPlace placeOf(const kcos::COSInterfacePtr& thrown) {
   if (thrown->isDeleted() || !kxIsA(exception.get(), "kalvex.bigdata.BigDataException")) {
     return {};
   }
+  const host::Value file = host::getSlot(exception.get(), "file");
   return {numberIn(exception.get(), "partition"), numberIn(exception.get(), "firstRow"),
-          numberIn(exception.get(), "lastRow")};
+          numberIn(exception.get(), "lastRow"),
+          kxGetClassID(file.get()) == kxCHAR_CLASS ? host::toText(file.get()) : std::string()};
 }
 
 Error toError(const host::ErrorRecord& record, const ErrorPlace& place = {}) {

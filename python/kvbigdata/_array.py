@@ -15,6 +15,7 @@ from ._host import ArrayHandle, filter_array, with_dimension
 from ._host import count_rows as native_count_rows
 from ._host import settle as native_settle
 from ._operands import operand
+from ._results import shown_rows
 from ._session import check_guard
 from ._types import dtype_of
 
@@ -36,13 +37,14 @@ class Array:
     np.float64(0.08251478727700311)
     """
 
-    __slots__ = ("__weakref__", "_handle", "_session")
+    __slots__ = ("__weakref__", "_first", "_handle", "_session")
     __array_priority__ = 1000
     __hash__: ClassVar[None]  # type: ignore[assignment]
 
-    def __init__(self, handle: ArrayHandle, session: "Session"):
+    def __init__(self, handle: ArrayHandle, session: "Session", first: Any = None):
         self._handle = handle
         self._session = session
+        self._first = first  # some of the first rows, of a column that opening has seen
 
     # What is known of it.
 
@@ -99,7 +101,8 @@ class Array:
         sources, file, line = self._handle.origin
         source = f" from {', '.join(sources)}" if sources else ""
         place = f", recorded in {shown_line(file, line)}" if file else ""
-        return f"<kv.Array {self._handle.type} {self.shape}{source}{place}>"
+        rows = "" if self._first is None else f" [{shown_rows(self._first)}, ...]"
+        return f"<kv.Array {self._handle.type} {self.shape}{rows}{source}{place}>"
 
     # Evaluation.
 

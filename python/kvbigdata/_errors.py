@@ -118,9 +118,13 @@ def _where(frames: Frames) -> Where | None:
     return Where(file, line, linecache.getline(file, line).strip())
 
 
-def _place(partition: int | None, first: int | None, last: int | None) -> str:
+Place = tuple[int | None, int | None, int | None, str]
+
+
+def _place(partition: int | None, first: int | None, last: int | None, file: str) -> str:
     rows = "" if first is None else f", rows {first} to {last}"
-    return "" if partition is None else f"partition {partition}{rows}"
+    source = f" of {file}" if file else ""
+    return "" if partition is None else f"partition {partition}{rows}{source}"
 
 
 def make_error(
@@ -129,7 +133,7 @@ def make_error(
     arguments: list[str],
     base: str,
     frames: Frames,
-    place: tuple[int | None, int | None, int | None],
+    place: Place,
     cause: Error | None,
 ) -> Error:
     """The exception for the parts of an error. Called by the extension."""
@@ -140,9 +144,7 @@ def make_error(
     return error
 
 
-def annotate(
-    error: BaseException, frames: Frames, place: tuple[int | None, int | None, int | None]
-) -> None:
+def annotate(error: BaseException, frames: Frames, place: Place) -> None:
     """Adds where it was recorded and where in the data it happened. Called by the extension."""
     for note in (recorded_note(frames), _place(*place)):
         if note:

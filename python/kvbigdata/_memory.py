@@ -172,7 +172,8 @@ def full_like(x: Array, fill_value: Any, dtype: npt.DTypeLike | None = None) -> 
     if dtype is None and not isinstance(fill_value, np.generic):
         dtype = x.dtype
     if dtype is not None and name_of(dtype, "The result") != "string":
-        value = np.dtype(dtype).type(fill_value)
+        scalar: Any = np.dtype(dtype).type
+        value = scalar(fill_value)
     return apply("where", apply("ismissing", x), value, value)
 
 

@@ -10,7 +10,8 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 
 from ._errors import array_error
-from ._host import ArrayHandle, apply_function
+from ._host import ArrayHandle, apply_function, place_beside
+from ._results import from_numpy
 from ._types import dtype_of, name_of
 
 if TYPE_CHECKING:
@@ -38,16 +39,21 @@ def _over(array: np.ndarray, session: "Session", others: "list[Array]") -> Array
     if has_rows and array.ndim == ndim and array.shape[0] == 1:
         array = array[0]
     in_row = ndim - 1 if has_rows else ndim
-    return row(array, in_row, session) if array.ndim <= in_row else over(array, session)._handle
+    if array.ndim <= in_row:
+        return row(array, in_row, session)
+    for x in others:
+        if x._handle.can_place_beside and x._handle.rows == len(array):
+            return place_beside(x._handle, from_numpy(array))
+    return over(array, session)._handle
 
 
 def operand(value: Any, session: "Session", function: str, others: "Iterable[Array]" = ()) -> Any:
     """What the extension takes for `value`, an operand beside `others`: a handle or a scalar."""
+    if type(value) in _WEAK:
+        return value
     handle = getattr(value, "_handle", None)
     if type(handle) is ArrayHandle:
         return handle
-    if type(value) in _WEAK:
-        return value
     if isinstance(value, np.ndarray) and value.ndim == 0:
         value = value[()]
     if isinstance(value, np.ndarray):

@@ -1,5 +1,6 @@
 """Results: from what the extension returns to NumPy and Arrow."""
 
+from collections.abc import Mapping
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -43,6 +44,11 @@ def to_numpy(value: tuple[str, bool, Any]) -> Any:
     return np.bool_(first) if kind == "logical" and first is not None else first
 
 
+def shown_rows(rows: Any) -> str:
+    """Some rows on one line."""
+    return ", ".join("missing" if row is None else str(row) for row in rows.tolist())
+
+
 def from_numpy(array: Any) -> tuple[str, Any]:
     """The type of an array and its elements as the extension takes them: a copy, column-major."""
     kind = name_of(array.dtype, "The result")
@@ -60,6 +66,16 @@ def from_numpy(array: Any) -> tuple[str, Any]:
     places = np.frombuffer(offsets, np.int64, count + 1) if offsets else np.zeros(1, np.int64)
     content = np.frombuffer(data, np.uint8) if data else np.zeros(0, np.uint8)
     return kind, (places, content, bits)
+
+
+def arrow_schema(kinds: Mapping[str, str]) -> "pa.Schema":
+    """The schema of columns with these element types, by name, as `to_arrow` makes them."""
+    import pyarrow as pa
+
+    def arrow_type(kind: str) -> Any:
+        return pa.string() if kind == "string" else pa.from_numpy_dtype(dtype_of(kind))
+
+    return pa.schema([(name, arrow_type(kind)) for name, kind in kinds.items()])
 
 
 def to_arrow(value: tuple[str, bool, Any]) -> "pa.Array":

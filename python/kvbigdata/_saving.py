@@ -1,7 +1,6 @@
 """Saving what was recorded, and opening it: files of arrays, and pickles."""
 
 import os
-import tempfile
 import warnings
 from pathlib import Path
 from typing import TYPE_CHECKING
@@ -45,6 +44,8 @@ def _opened(path: str, trust: bool, session: Session) -> "dict[str, Array]":
 
 def to_bytes(array: "Array") -> bytes:
     """The saved form of an array."""
+    import tempfile  # only here: it takes long to import
+
     with tempfile.TemporaryDirectory() as folder:
         path = Path(folder, "array.kv")
         array._session._native.save(str(path), ["array"], [array._handle])
@@ -53,6 +54,8 @@ def to_bytes(array: "Array") -> bytes:
 
 def from_bytes(data: bytes) -> "Array":
     """The array of a saved form, in the current session. Who loads a pickle trusts it."""
+    import tempfile
+
     with tempfile.TemporaryDirectory() as folder:
         path = Path(folder, "array.kv")
         path.write_bytes(data)

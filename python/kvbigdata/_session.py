@@ -8,6 +8,7 @@ from contextvars import ContextVar, Token
 from types import TracebackType
 from typing import Any, NamedTuple
 
+from . import _progress
 from ._errors import array_error
 from ._host import ArrayHandle, ArraySession
 
@@ -42,7 +43,7 @@ class Session:
     def __init__(self) -> None:
         self._native = ArraySession()
         self._facts = Facts()
-        self._settings: dict[str, Any] = {"threads": 0, "memory_limit": 0}
+        self._settings: dict[str, Any] = {"threads": 0, "memory_limit": 0, "progress": None}
         self._tokens: list[Token[Session | None]] = []
 
     def __enter__(self) -> "Session":
@@ -68,6 +69,7 @@ class Session:
         setters = {
             "threads": self._native.set_threads,
             "memory_limit": self._native.set_memory_limit,
+            "progress": _progress.set_mode,
         }
         for name, value in settings.items():
             setters[name](value)
@@ -152,7 +154,12 @@ class _Options:
         self._session.set(self._before)
 
 
-def options(*, threads: int | None = None, memory_limit: int | str | None = None) -> _Options:
+def options(
+    *,
+    threads: int | None = None,
+    memory_limit: int | str | None = None,
+    progress: bool | None = None,
+) -> _Options:
     """Sets options of the current session, for good or as a context manager.
 
     threads: how many threads evaluations may use; 0 is the default: KV_THREADS or as many as the
@@ -160,10 +167,13 @@ def options(*, threads: int | None = None, memory_limit: int | str | None = None
     memory_limit: how many bytes of memory data and results may use, or a text with a unit, such as
         "512MB" (512 x 10^6) or "2GiB" (2 x 2^30); 0 is the default: KV_MEMORY_LIMIT or half of
         what the process may use.
+    progress: whether evaluations of any session that take more than half a second show how far
+        they have come. Unless it is given, they do so in terminals and notebooks; KV_PROGRESS=0
+        turns it off.
 
     >>> with kv.options(threads=1, memory_limit="256MB"):
     ...     kv.read("data/flights.csv").dep_delay.max().compute()
     np.float64(1301.0)
     """
-    given = {"threads": threads, "memory_limit": memory_limit}
+    given = {"threads": threads, "memory_limit": memory_limit, "progress": progress}
     return _Options(current(), {name: value for name, value in given.items() if value is not None})

@@ -7,10 +7,14 @@ from ._array import Array
 from ._errors import UnknownAttributeError, UnknownNameError, array_error, live_line, shown_line
 from ._evaluate import compute
 from ._host import TableHandle, table_of
+from ._results import arrow_schema, shown_rows, to_numpy
 from ._types import dtype_of
 
 if TYPE_CHECKING:
     from ._session import Session
+
+_BATCH_ROWS = 65_536
+_MOST_SHOWN = 100
 
 Column = Array | str | Callable[["Table"], Array]
 Condition = Array | str | Callable[["Table"], Array]
@@ -28,13 +32,14 @@ class Table:
     np.int64(8401)
     """
 
-    __slots__ = ("__weakref__", "_handle", "_line", "_session")
+    __slots__ = ("__weakref__", "_first", "_handle", "_line", "_session")
     __hash__: ClassVar[None]  # type: ignore[assignment]
 
     def __init__(self, handle: TableHandle, session: "Session"):
         self._handle = handle
         self._session = session
         self._line = live_line()
+        self._first: dict[str, Any] | None = None
 
     @property
     def columns(self) -> list[str]:
@@ -50,8 +55,14 @@ class Table:
     def __repr__(self) -> str:
         sources = ", ".join(self._handle.sources)
         lines = [f"<kv.Table of {len(self.columns)} columns from {sources}"]
-        kinds = zip(self._handle.columns, self._handle.types, strict=True)
-        lines += [f"  {name}: {kind}" for name, kind in kinds]
+        kinds = list(zip(self._handle.columns, self._handle.types, strict=True))
+        shown = [f"  {name}: {kind}" for name, kind in kinds]
+        first = self._first_rows()
+        width = min(max((len(line) for line in shown), default=0), 40)
+        for line, (name, _) in zip(shown, kinds, strict=True):
+            rows = f"  [{shown_rows(first[name])}, ...]" if name in first else ""
+            whole = line.ljust(width) + rows if rows else line
+            lines.append(whole if len(whole) <= _MOST_SHOWN else whole[: _MOST_SHOWN - 3] + "...")
         if self._line is not None:
             lines.append(f"  recorded in {shown_line(self._line.file, self._line.line)}")
         return "\n".join(lines) + ">"
@@ -84,7 +95,15 @@ class Table:
         raise array_error("KALVEX:array:NotSupported", f"t[{type(key).__name__}]", advice)
 
     def _column(self, name: str) -> Array:
-        return Array(self._handle.column(name), self._session)
+        return Array(self._handle.column(name), self._session, self._first_rows().get(name))
+
+    def _first_rows(self) -> dict[str, Any]:
+        """Some of the first rows by column, if opening the source has seen them."""
+        if self._first is None:
+            self._first = dict(
+                zip(self._handle.columns, map(to_numpy, self._handle.first_rows), strict=False)
+            )
+        return self._first
 
     def filter(self, condition: Condition) -> "Table":
         """The rows for which `condition` is true; missing is false.
@@ -150,7 +169,9 @@ class Table:
 
     def _with(self, columns: dict[str, Array]) -> "Table":
         handles = [column._handle for column in columns.values()]
-        return Table(table_of(list(columns), handles), self._session)
+        made = Table(table_of(list(columns), handles), self._session)
+        made._first = {n: x._first for n, x in columns.items() if x._first is not None}
+        return made
 
     # Evaluation.
 
@@ -162,6 +183,31 @@ class Table:
         """The plan that `compute()` would run. Reads no data."""
         handles = [self._column(name)._handle for name in self.columns]
         return self._session._native.explain(handles)
+
+    # Arrow's protocols.
+
+    def _schema(self) -> Any:
+        return arrow_schema({name: self._column(name)._handle.type for name in self.columns})
+
+    def _batches(self) -> Iterator[Any]:
+        yield from self.compute().to_batches(max_chunksize=_BATCH_ROWS)
+
+    def __arrow_c_schema__(self) -> Any:
+        """The types of the columns. Reads no data."""
+        return self._schema().__arrow_c_schema__()
+
+    def __arrow_c_stream__(self, requested_schema: Any = None) -> Any:
+        """The rows in batches. They are computed, within the memory limit, for the first batch.
+
+        >>> import pyarrow as pa
+        >>> t = kv.read("data/flights.csv", columns=["origin", "distance"])
+        >>> pa.table(t.filter("distance > 4970")).num_rows
+        342
+        """
+        import pyarrow as pa
+
+        reader = pa.RecordBatchReader.from_batches(self._schema(), self._batches())
+        return reader.__arrow_c_stream__(requested_schema)
 
     # What a table isn't.
 

@@ -6,6 +6,7 @@ from typing import TYPE_CHECKING, Any, Protocol
 import numpy as np
 
 from ._errors import array_error
+from ._host import apply_function
 from ._operands import apply
 
 if TYPE_CHECKING:
@@ -65,49 +66,54 @@ def _plain(name: str) -> Callable[..., "Array"]:
     return lambda *inputs: apply(name, *inputs)
 
 
-# NumPy's ufuncs and what does the same here.
+# NumPy's ufuncs and the element functions that do the same here.
+_NAMES: dict[np.ufunc, str] = {
+    np.add: "plus",
+    np.multiply: "times",
+    np.true_divide: "rdivide",
+    np.power: "power",
+    np.remainder: "mod",
+    np.equal: "eq",
+    np.less: "lt",
+    np.less_equal: "le",
+    np.greater: "gt",
+    np.greater_equal: "ge",
+    np.logical_and: "and",
+    np.logical_or: "or",
+    np.logical_xor: "xor",
+    np.logical_not: "not",
+    np.absolute: "abs",
+    np.sign: "sign",
+    np.sqrt: "sqrt",
+    np.exp: "exp",
+    np.log: "log",
+    np.log2: "log2",
+    np.log10: "log10",
+    np.sin: "sin",
+    np.cos: "cos",
+    np.tan: "tan",
+    np.floor: "floor",
+    np.ceil: "ceil",
+    np.rint: "round",
+    np.isnan: "isnan",
+    np.isfinite: "isfinite",
+    np.minimum: "minimum",
+    np.maximum: "maximum",
+}
+
+# The ufuncs, with those that are made of others or refuse something.
 _FUNCTIONS: dict[np.ufunc, Callable[..., "Array"]] = {
-    np.add: _plain("plus"),
+    **{ufunc: _plain(name) for ufunc, name in _NAMES.items()},
     np.subtract: _not_logical("minus", "-", "Use a ^ b."),
-    np.multiply: _plain("times"),
-    np.true_divide: _plain("rdivide"),
-    np.power: _plain("power"),
-    np.remainder: _plain("mod"),
     np.negative: _not_logical("uminus", "-", "Use ~x."),
     np.positive: lambda x: x,
-    np.equal: _plain("eq"),
     np.not_equal: _not_equal,
-    np.less: _plain("lt"),
-    np.less_equal: _plain("le"),
-    np.greater: _plain("gt"),
-    np.greater_equal: _plain("ge"),
-    np.logical_and: _plain("and"),
-    np.logical_or: _plain("or"),
-    np.logical_xor: _plain("xor"),
-    np.logical_not: _plain("not"),
     np.bitwise_and: _bitwise("and", "&"),
     np.bitwise_or: _bitwise("or", "|"),
     np.bitwise_xor: _bitwise("xor", "^"),
     np.invert: _bitwise("not", "~"),
-    np.absolute: _plain("abs"),
-    np.sign: _plain("sign"),
-    np.sqrt: _plain("sqrt"),
     np.square: _square,
-    np.exp: _plain("exp"),
-    np.log: _plain("log"),
-    np.log2: _plain("log2"),
-    np.log10: _plain("log10"),
-    np.sin: _plain("sin"),
-    np.cos: _plain("cos"),
-    np.tan: _plain("tan"),
-    np.floor: _plain("floor"),
-    np.ceil: _plain("ceil"),
-    np.rint: _plain("round"),
-    np.isnan: _plain("isnan"),
-    np.isfinite: _plain("isfinite"),
     np.isinf: _isinf,
-    np.minimum: _plain("minimum"),
-    np.maximum: _plain("maximum"),
 }
 
 # What `np.add.reduce(x)` and the like mean.
@@ -178,9 +184,24 @@ def call_ufunc(ufunc: np.ufunc, method: str, *inputs: Any, **options: Any) -> An
 
 
 def operator(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
-    """The method of an operator of two operands."""
+    """The method of an operator of two operands; quick where both need no conversion."""
     function = _FUNCTIONS[ufunc]
-    return lambda self, other: function(self, other)
+    if ufunc not in _NAMES:
+        return lambda self, other: function(self, other)
+    name = _NAMES[ufunc]
+
+    def method(self: Any, other: Any) -> "Array":
+        kind = type(other)
+        if kind is int or kind is float:
+            operand = other
+        elif kind is type(self):
+            operand = other._handle
+        else:
+            return function(self, other)
+        made: Array = type(self)(apply_function(name, [self._handle, operand]), self._session)
+        return made
+
+    return method
 
 
 def reflected(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:

@@ -2,19 +2,24 @@
 
 import contextvars
 import doctest
+import io
 import itertools
 import operator
 import os
 import pickle
 import re
 import signal
+import sys
 import threading
+import time
 import warnings
 from datetime import date, datetime, timedelta, timezone
 from pathlib import Path
 
+import duckdb
 import kvbigdata as kv
 import numpy as np
+import polars as pl
 import pyarrow as pa
 import pyarrow.parquet as pq
 import pytest
@@ -259,6 +264,43 @@ def test_the_edges_are_those_of_numpy():
     assert np.isnan(np.nanmax(lazy[lazy != lazy]).compute()), "there are rows"
 
 
+def test_ndarrays_go_with_the_rows_of_files_by_position(tmp_path):
+    numbers = np.arange(100_000)
+    pq.write_table(
+        pa.table({"x": numbers, "y": numbers % 7}), tmp_path / "t.parquet", row_group_size=9_999
+    )
+    t = kv.read(tmp_path / "t.parquet")
+    later = numbers[::-1] * 0.5
+    check((t.x + later).compute(), numbers + later)
+    check(
+        (later[:, None] - t.x[:, None])[t.y == 3].compute(),
+        (later - numbers)[numbers % 7 == 3, None],
+    )
+    refused("DifferentSources", kv.RowSpaceError, lambda: t.x + later[1:])
+    (tmp_path / "t.csv").write_text("x\n" + "".join(f"{x}\n" for x in numbers))
+    x = kv.read(tmp_path / "t.csv").x
+    refused("DifferentSources", kv.RowSpaceError, lambda: x + later)
+    x.compute()
+    check((x * later).compute(), numbers * later)
+
+
+def test_other_libraries_take_tables_by_arrows_protocol(table, arrow):
+    more = table.assign(day=table.n * np.timedelta64(1, "D"), big=table.x > 0)
+    with kv.no_compute():
+        schema = pa.schema(more)
+        stream = pa.RecordBatchReader.from_stream(more)
+    assert stream.schema == schema
+    taken = stream.read_all()
+    assert taken.drop(["x"]) == more.compute().drop(["x"])
+    assert taken.select(["n", "b", "word"]) == arrow.select(["n", "b", "word"])
+    assert pl.DataFrame(more.drop("day"))["n"].to_list() == ROWS["n"]
+    query = duckdb.from_arrow(pa.RecordBatchReader.from_stream(table.filter("n > 0")))
+    assert query.sum("n").fetchall() == [(103,)]
+    failing = table.select("n").assign(y=table.x.map_chunks(lambda v: 1 / 0))
+    with pytest.raises(Exception, match="division by zero"):
+        pa.table(failing)
+
+
 def test_other_rows_are_refused_where_they_are_combined(table, tmp_path):
     above = table.n > 0
     path = tmp_path / "other.csv"
@@ -356,6 +398,18 @@ def test_an_array_is_no_container(table):
         hash(x)
 
 
+def test_repr_shows_rows_that_opening_has_read(tmp_path):
+    path = tmp_path / "rows.csv"
+    path.write_text("x,when,word\n1.5,2024-02-29,a\n,,\n" + "3,2024-03-01,b\n" * 9)
+    t = kv.read(path)
+    path.unlink()
+    assert "x: double       [1.5, nan, 3.0, 3.0, 3.0, ...]" in repr(t)
+    assert "[2024-02-29 00:00:00, missing, " in repr(t.select("when"))
+    assert "[a, missing, b, b, b, ...]" in repr(t.word)
+    shown = repr(t.x + 1) + repr(t.filter("x > 1"))
+    assert "nan" not in shown
+
+
 def test_recording_and_looking_compute_nothing(table, monkeypatch):
     with kv.no_compute():
         mean = table.filter("n > 0").x.mean()
@@ -401,7 +455,8 @@ def test_an_exception_of_a_users_function_is_raised_itself(table):
         failing.compute()
     assert caught.value is failure
     notes = failure.__notes__
-    assert "table.x.map_chunks(fail)" in notes[0] and "partition 1, rows 1 to 4" in notes[1]
+    assert "table.x.map_chunks(fail)" in notes[0]
+    assert notes[1].startswith("partition 1, rows 1 to 4 of ") and "rows.parquet" in notes[1]
     assert any(entry.name == "fail" for entry in caught.traceback)
     with pytest.raises(KeyboardInterrupt):
         table.x.map_chunks(lambda v: (_ for _ in ()).throw(KeyboardInterrupt)).compute()
@@ -452,6 +507,27 @@ def test_functions_are_called_on_several_threads_at_once_unless_serial():
         with pytest.raises(KeyboardInterrupt):
             x.map_chunks(lambda values: sum(0 for _ in itertools.count())).compute()
         assert x.max().compute() == 99_999
+
+
+class Terminal(io.StringIO):
+    def isatty(self):
+        return True
+
+
+@pytest.mark.usefixtures("arrays")
+def test_progress_is_shown_in_a_terminal_and_cleared(monkeypatch):
+    monkeypatch.setattr(sys, "stderr", Terminal())
+    x = kv.from_numpy(np.arange(9), chunk_rows=1)
+    slow = x.map_chunks(lambda values: time.sleep(0.1) or values)
+    with kv.options(threads=1):
+        assert slow.sum().compute() == 36
+    shown = sys.stderr.getvalue().split("\r")
+    assert any("of 9 partitions" in line for line in shown)
+    assert shown[-2].strip() == "" and shown[-1] == "", "it is cleared"
+    monkeypatch.setattr(sys, "stderr", Terminal())
+    with kv.options(progress=False, threads=1):
+        slow.max().compute()
+    assert sys.stderr.getvalue() == ""
 
 
 def test_sessions_are_separate_and_can_be_closed(tmp_path):

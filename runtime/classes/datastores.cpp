@@ -19,6 +19,7 @@
 #include "source/memory/ArrayDatastore.h"
 #include "values/chunkValues.h"
 #include "values/hostNames.h"
+#include "values/placesValues.h"
 
 namespace kv::runtime {
 
@@ -125,6 +126,36 @@ void numRows(const Call& call) {
     rows += *known;
   }
   call.out(0, host::makeDouble(static_cast<double>(rows)));
+}
+
+/// kv.rowPlaces(datastore): the metadata of a whole value that has a row for each row of the
+/// source, in their order; empty if the rows of its partitions aren't known.
+void rowPlaces(const Call& call) {
+  call.expect(1, 1, 1);
+  const Datastore& source = *datastoreOf(call.in(0));
+  RowPlaces places{.firstRow = {0}, .origin = source.displayName()};
+  auto cut = std::make_shared<RowCut>();
+  cut->source = source.rowSpace();
+  for (std::int64_t partition = 0; partition < source.numPartitions(); ++partition) {
+    const std::optional<std::int64_t> rows = source.knownRows(partition);
+    if (!rows) {
+      call.out(0, host::makeEmptyDouble());
+      return;
+    }
+    cut->partitionRows.push_back(*rows);
+    places.firstRow.push_back(places.firstRow.back() + *rows);
+  }
+  places.cut = std::move(cut);
+  call.out(0, toMetadata(places));
+}
+
+/// kv.firstRows(datastore): some of its first rows as a table, if they were read when it was
+/// opened; otherwise empty. Opens no file.
+void firstRows(const Call& call) {
+  call.expect(1, 1, 1);
+  const auto* csv = dynamic_cast<const CsvDatastore*>(datastoreOf(call.in(0)).get());
+  const bool isKnown = csv != nullptr && csv->firstRows().rows() > 0;
+  call.out(0, isKnown ? toValue(csv->firstRows()) : host::makeEmptyDouble());
 }
 
 void displayName(const Call& call) {
@@ -237,6 +268,8 @@ void defineDatastores(host::Session& session) {
                    .constructor = constructor(constructArrays, 1, 3),
                    .savedForm = host::SavedForm{savedArrays, restoreArrays}});
   session.defineFunction("kv.datastore", openDatastore);
+  session.defineFunction("kv.rowPlaces", rowPlaces);
+  session.defineFunction("kv.firstRows", firstRows);
   session.defineFunction("kalvex.io.datastore.internal.shim.isDatastore", [](const Call& call) {
     call.expect(1, 1, 1);
     call.out(0, host::makeLogical(kxIsScalar(call.in(0)) && kxIsA(call.in(0), kDatastore)));

@@ -64,7 +64,8 @@ void throwForCaller(const Call& call) {
 void defineExceptions(host::Session& session) {
   define(session, {.name = kBigDataException,
                    .superclasses = {"KException"},
-                   .properties = {readOnly("partition"), readOnly("firstRow"), readOnly("lastRow")},
+                   .properties = {readOnly("partition"), readOnly("firstRow"), readOnly("lastRow"),
+                                  readOnly("file")},
                    .constructor = constructor([](const Call&) {}, 1, 1),
                    .methods = {
                        staticMethod("build", build, 1, 1),

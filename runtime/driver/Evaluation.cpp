@@ -40,10 +40,11 @@ using host::Value;
 
 /// Raises the failure of a step of a stage with the line where its operation was recorded.
 [[noreturn]] void raiseStageFailure(const AssembledStage& assembled,
-                                    const errors::FailureRecord& failure) {
+                                    const errors::FailureRecord& failure, const StageRows& rows) {
   const Value stack = submissionStackOf(assembled.factoryOf(failure.step).get());
   raiseStepFailure(failure, assembled.specOf(failure.step), stack.get(),
-                   FailedRows{failure.partition + 1, failure.firstRow + 1, failure.lastRow});
+                   FailedRows{failure.partition + 1, failure.firstRow + 1, failure.lastRow,
+                              rows.fileOf(failure.partition)});
 }
 
 /// The values of an aggregate.
@@ -214,24 +215,25 @@ void Evaluation::runInClient(int index) {
 void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   const PassGraph pass = lowerPass(plan_, schedule_, sinks, rules_);
   const AssembledStage assembled = assembleStage(pass, plan_, handles_, values_);
-  std::optional<errors::FailureRecord> failed = runUnits(assembled, sinks, pass.sinks);
+  const StageRows rows(assembled.stage());
+  std::optional<errors::FailureRecord> failed = runUnits(assembled, rows, sinks, pass.sinks);
   if (failed && isOfMemory(*failed) && freeGarbage()) {
-    failed = runUnits(assembled, sinks, pass.sinks);
+    failed = runUnits(assembled, rows, sinks, pass.sinks);
   }
   if (failed) {
-    raiseStageFailure(assembled, *failed);
+    raiseStageFailure(assembled, *failed, rows);
   }
 }
 
 /// Runs the units of a stage and, unless one fails, takes their results.
 std::optional<errors::FailureRecord> Evaluation::runUnits(const AssembledStage& assembled,
+                                                          const StageRows& rows,
                                                           const std::vector<PassSink>& sinks,
                                                           const std::vector<SinkPlace>& places) {
   const Stage& stage = assembled.stage();
   SessionFunctions functions(assembled);
   const ExecutionContext context{
       .pool = currentPool(), .cancellation = cancellation_, .scratch = usableScratch()};
-  const StageRows rows(stage);
   refuseLargeResults(sinks, places, knownResultBytes(stage, rows, functions, context));
   OrderedMerge merge(stage, functions);
   std::optional<Stage> fromBytes;

@@ -83,6 +83,7 @@ class Evaluation {
   void runInClient(int task);
   void runStage(const std::vector<PassSink>& sinks);
   std::optional<errors::FailureRecord> runUnits(const AssembledStage& assembled,
+                                                const StageRows& rows,
                                                 const std::vector<PassSink>& sinks,
                                                 const std::vector<SinkPlace>& places);
   void refuseLargeResults(const std::vector<PassSink>& sinks, const std::vector<SinkPlace>& places,

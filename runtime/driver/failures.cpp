@@ -109,6 +109,7 @@ void raiseStepFailure(const errors::FailureRecord& failure, const OpSpec& spec,
                   host::makeDouble(static_cast<double>(rows->partition)));
   } else if (rows && !hasRows) {
     attachRows(exception.get(), *rows);
+    host::setSlot(exception.get(), "file", host::makeChars(rows->file));
   }
   host::throwException(exception.get());
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <exception>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -35,6 +36,7 @@ struct FailedRows {
   std::int64_t partition = 0;  ///< counted from 1
   std::int64_t first = 0;      ///< rows of the partition, counted from 1, both included;
   std::int64_t last = 0;       ///< below `first` where no rows are known
+  std::string file{};          ///< in which the partition begins; empty for none
 };
 
 /// The stack of the line that recorded the operation behind a processor factory; null for none.

@@ -240,6 +240,11 @@ std::int64_t StageRows::estimateBytes(std::int64_t partition) const {
   return (stage_.callsUser() ? 2 : 1) * (readers + steps);
 }
 
+std::string StageRows::fileOf(std::int64_t partition) const {
+  const bool isFile = cut_ == nullptr && !positions_ && partition < numPartitions();
+  return isFile ? stage_.sources().front().store->fileOf(partition) : std::string();
+}
+
 SourceRange StageRows::rangeOf(std::int64_t partition) const {
   return cut_ != nullptr || positions_ ? SourceRange{partition, 1}
                                        : stage_.sources().front().store->rangeOf(partition);

@@ -56,6 +56,9 @@ class StageRows {
   std::unique_ptr<StageReader> openPartition(std::int64_t partition, const SourceRange& range,
                                              const CancellationToken& cancellation) const;
 
+  /// As of Datastore, of the first source; empty for gathered rows.
+  std::string fileOf(std::int64_t partition) const;
+
   /// What a unit carries of its partition.
   SourceRange rangeOf(std::int64_t partition) const;
 

@@ -10,6 +10,7 @@
 #include "executor/Admission.h"
 #include "executor/SerialUnits.h"
 #include "executor/ThreadUnits.h"
+#include "kv/runtime/Progress.h"
 
 namespace kv::runtime {
 
@@ -66,6 +67,7 @@ bool postpones(const UnitResult& result, bool wasAlone, Admission& admission, Or
 std::optional<errors::FailureRecord> runStage(UnitService& units, OrderedMerge& merge,
                                               const StageRows& rows, std::uint64_t number) {
   Admission admission(rows, units.threads());
+  ProgressScope progress(static_cast<std::int64_t>(number) + 1, rows.numPartitions());
   Unit unit{.stage = number, .numPartitions = rows.numPartitions()};
   std::int64_t end = rows.numPartitions();  // partitions after one that failed aren't needed
   while (std::ssize(merge.partitionRows()) < end) {
@@ -88,6 +90,7 @@ std::optional<errors::FailureRecord> runStage(UnitService& units, OrderedMerge& 
     if (auto failure = merge.add(std::move(result))) {
       return failure;
     }
+    progress.setUnits(std::ssize(merge.partitionRows()));
   }
   if (!merge.hasUncalledFunction()) {
     return std::nullopt;

@@ -25,6 +25,12 @@ class FileDatastore : public Datastore {
   const Schema& schema() const override { return table().schema; }
   std::string displayName() const override { return table().name; }
 
+  /// The position in the table of the file in which a partition is.
+  virtual std::size_t fileNumber(std::int64_t partition) const = 0;
+  std::string fileOf(std::int64_t partition) const override {
+    return table().files[fileNumber(partition)].path;
+  }
+
   /// The first rows of all columns that can be read.
   Chunk preview(std::int64_t rows) const override;
 

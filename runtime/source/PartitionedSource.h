@@ -39,6 +39,9 @@ class PartitionedSource final : public Datastore {
   std::unique_ptr<ChunkReader> openRange(const RangeRequest& request,
                                          const CancellationToken& cancellation) const override;
   std::optional<std::int64_t> knownRows(std::int64_t partition) const override;
+  std::string fileOf(std::int64_t partition) const override {
+    return original_->fileOf(rangeOf(partition).first);
+  }
   std::int64_t estimateBytes(std::int64_t partition,
                              const std::vector<std::string>& columns) const override;
   int maxReadFailures() const override { return maxReadFailures_; }

@@ -78,6 +78,19 @@ Array mapElements(MappedFunction function, std::span<const Array> inputs,
 /// Requires: the first of its dimensions is 1.
 Array constantRow(Session& session, const Elements& row, Where where = Where::current());
 
+/// Some of the first rows of a table that was just opened, by column, as far as opening it has read
+/// them; empty for any other table. Opens no file.
+std::vector<Elements> firstRows(const Table& table);
+
+/// True if elements in memory can be placed beside the rows of an array of a file: these are all
+/// rows of its source, and it is known how many each partition has: from the footers of Parquet
+/// files, or once a column has been gathered.
+bool canPlaceBeside(const Array& array);
+
+/// Elements in memory as an array with the rows of `array`, by position.
+/// Requires: canPlaceBeside(array); as many rows.
+Array placeBeside(const Array& array, const Elements& elements, Where where = Where::current());
+
 /// The array with a dimension of 1 after its last.
 Array withDimension(const Array& array);
 

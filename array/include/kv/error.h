@@ -22,6 +22,7 @@ struct ErrorPlace {
   std::optional<std::int64_t> partition{};
   std::optional<std::int64_t> firstRow{};  ///< in the partition, of those that failed together
   std::optional<std::int64_t> lastRow{};   ///< included
+  std::string file{};                      ///< in which the partition begins; empty for none
 };
 
 /// An error of the product: id, message, arguments, the user's stack, the place in the data and the

@@ -42,7 +42,7 @@ nb::object numberOrNone(const std::optional<std::int64_t>& number) {
 nb::tuple placeOf(const Error& error) {
   const ErrorPlace& place = error.place();
   return nb::make_tuple(numberOrNone(place.partition), numberOrNone(place.firstRow),
-                        numberOrNone(place.lastRow));
+                        numberOrNone(place.lastRow), toPython(place.file));
 }
 
 nb::object toException(const Error& error, Line line) {

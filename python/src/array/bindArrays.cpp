@@ -134,12 +134,16 @@ void settleRows(const Array& array) {
 }
 
 Array mapChunks(const std::string& name, nb::handle function, const nb::list& inputs,
-                const std::string& type, bool isSerial,
-                const std::vector<std::int64_t>& shape) {
+                const std::string& type, bool isSerial, const std::vector<std::int64_t>& shape) {
   const std::vector<Array> arrays = toArrays(inputs);
   const CallMode mode = isSerial ? CallMode::Session : CallMode::AnyThread;
   const MappedFunction mapped{name, chunkFunction(function, type), type, mode, shape};
   return inArrays(Line::Live, [&] { return mapElements(mapped, arrays); });
+}
+
+Array placed(const Array& array, nb::handle elements) {
+  const Elements given = toElements(elements);
+  return inArrays(Line::Live, [&] { return placeBeside(array, given); });
 }
 
 Array filterArray(const Array& input, const Array& keep) {
@@ -210,6 +214,14 @@ nb::object sourcesOf(const Table& table) {
   return originOf(column(table, table.columns()[index]))[0];
 }
 
+nb::list firstRowsOf(const Table& table) {
+  nb::list columns;
+  for (const Elements& each : inArrays(Line::Live, [&] { return firstRows(table); })) {
+    columns.append(toPython(each));
+  }
+  return columns;
+}
+
 std::string typeOf(const Array& array) { return std::string(array.type()); }
 
 void bindSession(nb::module_& module) {
@@ -244,12 +256,15 @@ void bindHandles(nb::module_& module) {
       .def_prop_ro("origin", originOf, nb::sig("def origin(self) -> tuple[list[str], str, int]"))
       .def_prop_ro("rows", &Array::rows)
       .def_prop_ro("trailing", &Array::trailing)
+      .def_prop_ro("can_place_beside", &canPlaceBeside)
       .def_prop_ro("is_scalar", &Array::isScalar)
       .def_prop_ro("is_column", &Array::isColumn);
   nb::class_<Table>(module, "TableHandle", "A table of array/.")
       .def_prop_ro("columns", [](const Table& table) { return table.columns(); })
       .def_prop_ro("sources", sourcesOf, nb::sig("def sources(self) -> list[str]"))
       .def_prop_ro("types", &Table::columnTypes)
+      .def_prop_ro("first_rows", firstRowsOf,
+                   nb::sig("def first_rows(self) -> list[tuple[str, bool, object]]"))
       .def("column", column, nb::arg("name"))
       .def("filter", filterTable, nb::arg("keep"));
 }
@@ -259,6 +274,9 @@ void bindFunctions(nb::module_& module) {
              nb::sig("def apply_function(name: str, inputs: list[object]) -> ArrayHandle"));
   module.def("reduce", reduce, nb::arg("name"), nb::arg("input"), nb::arg("skip_missing"),
              nb::arg("is_whole"));
+  module.def("place_beside", placed,
+             nb::sig("def place_beside(array: ArrayHandle, elements: tuple[str, object]) -> "
+                     "ArrayHandle"));
   module.def("with_dimension", &withDimension, nb::arg("array"));
   module.def("filter_array", filterArray, nb::arg("input"), nb::arg("keep"));
   module.def("map_chunks", mapChunks,

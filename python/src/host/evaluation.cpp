@@ -8,13 +8,18 @@
 #include <vector>
 
 #include "errors.h"
+#include "kv/runtime/Progress.h"
 #include "kv/runtime/runtime.h"
+#include "pyObjects.h"
 
 namespace kv::python {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+/// An evaluation that takes less shows no progress.
+constexpr auto kBeforeProgress = std::chrono::milliseconds(500);
 
 /// Often enough for a person at a keyboard, and seldom enough not to slow down the evaluation when
 /// the interpreter is busy, which releases the lock only every 5 ms.
@@ -32,6 +37,15 @@ class Watch : public runtime::EvaluationWatch {
     }
   }
 
+  ~Watch() override {
+    if (isShown_) {
+      const Lock lock;
+      show({}, 0);
+    }
+  }
+  Watch(const Watch&) = delete;
+  Watch& operator=(const Watch&) = delete;
+
   void poll() override {
     sleepIfStopped();
     if (Clock::now() < nextPoll_) {
@@ -39,6 +53,7 @@ class Watch : public runtime::EvaluationWatch {
     }
     nextPoll_ = Clock::now() + kBetweenPolls;
     const Lock lock;
+    showProgress();
     if (PyErr_CheckSignals() != 0) {
       const nb::python_error raised;
       for (const unsigned long thread : calling_) {
@@ -55,8 +70,32 @@ class Watch : public runtime::EvaluationWatch {
   std::vector<unsigned long>& calling() { return calling_; }
 
  private:
+  /// Requires: the interpreter's lock.
+  void showProgress() {
+    const runtime::Progress& progress = runtime::currentProgress();
+    const Clock::duration elapsed = Clock::now() - start_;
+    if (elapsed < kBeforeProgress || progress.stage == 0) {
+      return;
+    }
+    isShown_ = true;
+    show(progress, std::chrono::duration<double>(elapsed).count());
+  }
+
+  /// A failure to show something doesn't end an evaluation.
+  void show(const runtime::Progress& progress, double seconds) {
+    const auto id = reinterpret_cast<std::size_t>(this);
+    try {
+      const nb::handle line = known(Known::ShowProgress);
+      inUserCode([&] { line(id, progress.stage, progress.units, progress.numUnits, seconds); });
+    } catch (nb::python_error& failure) {
+      failure.discard_as_unraisable("the progress of an evaluation");
+    }
+  }
+
+  Clock::time_point start_ = Clock::now();
+  Clock::time_point nextPoll_ = start_ + kBetweenPolls;
+  bool isShown_ = false;
   std::optional<Unlock> unlocked_;
-  Clock::time_point nextPoll_ = Clock::now() + kBetweenPolls;
   CallContext* caller_;
   std::vector<unsigned long> calling_;
 };

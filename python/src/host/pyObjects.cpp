@@ -37,6 +37,7 @@ constexpr std::array kPlaces = {
     Place{"kvbigdata._chunks", "call"},
     Place{"kvbigdata._errors", "annotate"},
     Place{"kvbigdata._errors", "make_error"},
+    Place{"kvbigdata._progress", "show"},
     Place{"kvbigdata._values", "microseconds_of"},
 };
 

@@ -38,6 +38,7 @@ enum class Known {
   CallChunkFunction,  ///< (function, inputs, type) -> the parts of its result
   AnnotateError,      ///< (exception, frames, place): adds notes on where it was recorded
   MakeArrayError,     ///< the parts of an error of array/ -> its exception
+  ShowProgress,       ///< (watch, stage, its units so far, all of them, seconds)
   Microseconds,       ///< an array of datetime64 or timedelta64 -> its elements in microseconds
 };
 

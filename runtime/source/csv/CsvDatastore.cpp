@@ -13,6 +13,9 @@ namespace kv::runtime {
 namespace {
 
 /// A table from a saved file has the fingerprint of the saved table.
+/// As many as fit on a screen next to other things.
+constexpr std::int64_t kFirstRows = 5;
+
 std::string fingerprintOf(const FileTable& table, std::int64_t partitions) {
   Fingerprint print;
   print.add(kCsvFormat).add(static_cast<std::int64_t>(table.files.size()));
@@ -50,14 +53,19 @@ struct CsvDatastore::State {
   std::deque<CsvIndex> indexes;    ///< one for each file
   std::vector<std::int64_t> ends;  ///< of each file: the partition after its last one
   std::string fingerprint;
+  Chunk firstRows{};
 };
 
 CsvDatastore::CsvDatastore(const std::vector<std::string>& paths,
                            const std::vector<TypeOverride>& types, std::int64_t rangeBytes)
-    : CsvDatastore(tableIn(paths, types), rangeBytes) {}
+    : CsvDatastore(tableIn(paths, types), rangeBytes) {
+  state_->firstRows = firstCsvRows(table().files.front(), schema(), kFirstRows);
+}
 
 CsvDatastore::CsvDatastore(FileTable table, std::int64_t rangeBytes)
     : state_(std::make_shared<State>(std::move(table), rangeBytes)) {}
+
+const Chunk& CsvDatastore::firstRows() const { return state_->firstRows; }
 
 const FileTable& CsvDatastore::table() const { return state_->table; }
 
@@ -68,12 +76,17 @@ const std::string& CsvDatastore::fingerprint() const { return state_->fingerprin
 std::unique_ptr<ChunkReader> CsvDatastore::openPartition(
     std::int64_t partition, const std::vector<std::string>& columns,
     const CancellationToken& cancellation) const {
-  const auto end = std::ranges::upper_bound(state_->ends, partition);
-  const auto file = static_cast<std::size_t>(end - state_->ends.begin());
+  const std::size_t file = fileNumber(partition);
   CsvIndex& index = state_->indexes.at(file);
-  const ByteRange range = index.records(partition - (*end - index.numRanges()), cancellation);
+  const std::int64_t first = state_->ends[file] - index.numRanges();
+  const ByteRange range = index.records(partition - first, cancellation);
   return std::make_unique<CsvReader>(table().files[file], range, partition, schema(), columns,
                                      cancellation);
+}
+
+std::size_t CsvDatastore::fileNumber(std::int64_t partition) const {
+  return static_cast<std::size_t>(std::ranges::upper_bound(state_->ends, partition) -
+                                  state_->ends.begin());
 }
 
 /// A block as it is read, as it is split, and the places of its fields; then its columns.

@@ -34,6 +34,10 @@ class CsvDatastore final : public FileDatastore {
   std::unique_ptr<ChunkReader> openPartition(std::int64_t partition,
                                              const std::vector<std::string>& columns,
                                              const CancellationToken& cancellation) const override;
+  /// Some of the first rows, read when the files were opened; none for an opened description.
+  const Chunk& firstRows() const;
+
+  std::size_t fileNumber(std::int64_t partition) const override;
   std::int64_t estimateBytes(std::int64_t partition,
                              const std::vector<std::string>& columns) const override;
   std::shared_ptr<const Datastore> cutFiner(std::int64_t count) const override;

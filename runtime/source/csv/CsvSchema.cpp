@@ -10,6 +10,7 @@
 #include <cmath>
 #include <utility>
 
+#include "kv/errors/StepError.h"
 #include "source/csv/CsvBlocks.h"
 #include "source/csv/CsvColumn.h"
 
@@ -81,7 +82,36 @@ void inferTypes(std::span<const SourceFile> files, std::vector<ColumnInference> 
   }
 }
 
+/// Errors: those of CsvBlocks.
+Chunk firstRowsIn(CsvBlocks blocks, const Schema& schema, std::int64_t rows) {
+  blocks.readHeader();
+  const std::optional<CsvBlock> block = blocks.next();
+  if (!block) {
+    return {};
+  }
+  const CsvBlock first = firstRecords(*block, std::min(rows, block->rows()));
+  Chunk chunk{.ordinals = RowOrdinals(0, first.rows())};
+  chunk.names = std::make_shared<const std::vector<std::string>>(columnNames(schema));
+  for (std::size_t index = 0; index < schema.size(); ++index) {
+    const CsvColumn column(static_cast<std::int32_t>(index), schema[index].type);
+    ConvertedColumn converted = column.convert(*first.fields);
+    if (!converted.column) {
+      return {};
+    }
+    chunk.columns.push_back(*std::move(converted.column));
+  }
+  return chunk;
+}
+
 }  // namespace
+
+Chunk firstCsvRows(const SourceFile& file, const Schema& schema, std::int64_t rows) {
+  try {
+    return firstRowsIn(CsvBlocks(file, kCsvHeaderBytes), schema, rows);
+  } catch (const errors::StepError&) {
+    return {};
+  }
+}
 
 Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
                      std::int64_t inferenceBytes) {

@@ -25,4 +25,8 @@ inline constexpr std::int64_t kInferenceBytes = 256 << 20;
 Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
                      std::int64_t inferenceBytes = kInferenceBytes);
 
+/// The first rows of a file, at most `rows`, for people to look at; none if they can't be read:
+/// reading the values raises the error.
+Chunk firstCsvRows(const SourceFile& file, const Schema& schema, std::int64_t rows);
+
 }  // namespace kv::runtime

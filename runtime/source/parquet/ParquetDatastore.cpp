@@ -177,6 +177,10 @@ std::int64_t ParquetDatastore::numPartitions() const {
 
 const std::string& ParquetDatastore::fingerprint() const { return state_->fingerprint; }
 
+std::size_t ParquetDatastore::fileNumber(std::int64_t partition) const {
+  return state_->places.at(static_cast<std::size_t>(partition)).file;
+}
+
 std::unique_ptr<ChunkReader> ParquetDatastore::openPartition(
     std::int64_t partition, const std::vector<std::string>& columns,
     const CancellationToken& cancellation) const {

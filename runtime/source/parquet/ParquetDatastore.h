@@ -49,6 +49,7 @@ class ParquetDatastore final : public FileDatastore {
                                              const std::vector<std::string>& columns,
                                              const CancellationToken& cancellation) const override;
   std::optional<std::int64_t> knownRows(std::int64_t partition) const override;
+  std::size_t fileNumber(std::int64_t partition) const override;
   std::int64_t estimateBytes(std::int64_t partition,
                              const std::vector<std::string>& columns) const override;
   bool canSkipRows() const override { return true; }

@@ -173,6 +173,11 @@ class Datastore {
     return std::nullopt;
   }
 
+  /// The path of the file in which a partition begins; empty for rows that aren't in files.
+  ///
+  /// Requires: 0 <= partition < numPartitions().
+  virtual std::string fileOf(std::int64_t /*partition*/) const { return {}; }
+
   /// This source if its rows are positions: such sources can be read from any position on, and side
   /// by side if they have the same number of rows. Null for any other.
   virtual const ArrayDatastore* asArrays() const { return nullptr; }
