@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""The cost of the host from Python, compared with other lazy arrays; in Google Benchmark's JSON.
+"""The cost of arrays and of the host from Python, compared with other lazy arrays; in Google
+Benchmark's JSON.
 
     bench/from_python.py <out.json>
 
@@ -10,6 +11,8 @@ repetition measures all of them once. Times are processor time of this thread.
 import gc
 import json
 import os
+import resource
+import subprocess
 import sys
 import tempfile
 import time
@@ -18,6 +21,7 @@ from contextlib import contextmanager
 from pathlib import Path
 
 import dask.array
+import kvbigdata as kv
 import mlx.core
 import numpy as np
 from kvbigdata import host
@@ -117,6 +121,17 @@ def file_of_rows():
         os.unlink(file.name)
 
 
+def measure_import() -> float:
+    """The time of `import kvbigdata` in a new interpreter, less that of an empty program."""
+    seconds = []
+    for code in ("pass", "import kvbigdata"):
+        start = resource.getrusage(resource.RUSAGE_CHILDREN)
+        subprocess.run([sys.executable, "-c", code], check=True)
+        end = resource.getrusage(resource.RUSAGE_CHILDREN)
+        seconds.append(end.ru_utime + end.ru_stime - start.ru_utime - start.ru_stime)
+    return seconds[1] - seconds[0]
+
+
 def sides(ours: Host) -> dict[str, Measure]:
     mlx.core.set_default_device(mlx.core.cpu)
     zeros = mlx.core.zeros(10)
@@ -125,7 +140,13 @@ def sides(ours: Host) -> dict[str, Measure]:
     readonly = np.zeros(MIB // 8)
     readonly.setflags(write=False)
     version = "version"
+    hundred = np.arange(100.0)
+    column = kv.asarray(hundred)
     return {
+        "python/recordArray": lambda: per_item(CHAIN, lambda: add_ones(column, CHAIN)),
+        "python/recordSum": repeat(1000, column.sum),
+        "python/computeSum": repeat(100, lambda: kv.asarray(hundred).sum().compute()),
+        "python/import": measure_import,
         "python/record": ours.measure_recording,
         "python/recordMlx": lambda: per_item(CHAIN, lambda: add_ones(zeros, CHAIN)),
         "python/recordDask": lambda: per_item(DASK_CHAIN, lambda: add_ones(lazy, DASK_CHAIN)),

@@ -34,6 +34,9 @@ pythonTypes() {
   "${mypy[@]}" --strict python/kvbigdata && "${mypy[@]}" python/kvbigdata python/tests bench && "${mypy[@]}" scripts tests/shell
 }
 
+# The rules of pyright, from a package that needs no network.
+pythonRules() { .venv/bin/basedpyright --project pyproject.toml --pythonpath .venv/bin/python >build/lint/pyright || { cat build/lint/pyright >&2; return 1; }; }
+
 fileSizes() {
   local long
   long=$(git ls-files '*.h' '*.cpp' '*.py' '*.sh' | xargs --no-run-if-empty wc -l |
@@ -78,6 +81,7 @@ check "clang-format" layout
 check "ruff format" pythonLayout
 check "ruff" pythonStyle
 check "mypy" pythonTypes
+check "pyright" pythonRules
 check "floors" python3 scripts/check_floors.py
 check "file sizes" fileSizes
 check "function lengths" functionLengths

@@ -251,6 +251,27 @@ SECTIONS = {
             40,
         ),
     ],
+    "From Python": [
+        Figure(
+            "recording `x = x + 1` on a `kv.Array`",
+            microseconds("python/recordArray"),
+            "{:.2f} us",
+            5,
+        ),
+        Figure("recording `x.sum()`", microseconds("python/recordSum"), "{:.2f} us", 5),
+        Figure(
+            "`kv.asarray(x).sum().compute()` of 100 rows",
+            microseconds("python/computeSum"),
+            "{:.0f} us",
+            300,
+        ),
+        Figure(
+            "`import kvbigdata`, warm",
+            lambda results: [time / 1e6 for time in results.nanoseconds("python/import")],
+            "{:.0f} ms",
+            250,
+        ),
+    ],
     "From Python, through `kvbigdata.host`": [
         Figure(
             "recording `x = x + 1`, by name",
