@@ -88,6 +88,33 @@ void gather(const Call& call) {
   }
 }
 
+/// True if the inputs of clientforeach end with "Ordered" and a logical.
+bool endsWithOrder(const Call& call) {
+  const kxArray* name = call.nrhs > 2 ? call.in(call.nrhs - 2) : nullptr;
+  return name != nullptr && kxGetClassID(name) == kxCHAR_CLASS && kxGetChars(name) == u"Ordered";
+}
+
+/// isStopped = clientforeach(f, x...): calls f(info, chunks...) in the client for the frames of all
+/// arrays, in the order of partitions, until it returns true. With "Ordered", false at the end, in
+/// the order in which they come.
+void clientForeach(const Call& call) {
+  const bool hasOrder = endsWithOrder(call);
+  const bool isOrdered = !hasOrder || host::toLogical(call.in(call.nrhs - 1));
+  const int numArrays = call.nrhs - 1 - (hasOrder ? 2 : 0);
+  Value function = matrix::sharedCopy(call.in(0));
+  if (!kxIsA(function.get(), kFunctionHandle)) {
+    function = host::call(kFunctionHandle, {function.get()});
+  }
+  const Value ordered = host::makeLogical(isOrdered);
+  const Value count = host::makeDouble(numArrays);
+  const Value operation =
+      host::call(kForeachOperation, {function.get(), ordered.get(), count.get()});
+  std::vector<const kxArray*> inputs{operation.get()};
+  inputs.insert(inputs.end(), call.prhs + 1, call.prhs + 1 + numArrays);
+  const Value stopped = host::call("applyOperationBuiltin", inputs);
+  call.out(0, host::call("gather", {stopped.get()}));
+}
+
 /// broadcast(value): an array with the value, once it is available, for every partition.
 void broadcast(const Call& call) {
   call.expect(1, 1, 1);
@@ -132,7 +159,7 @@ void defineArrays(host::Session& session) {
                    .constructor = constructor(constructWrapper, 2, 2)});
   session.defineFunction(kBroadcast, broadcast);
   complete(session, kLazyArray,
-           {method("gather", gather, 1, -1),
+           {method("gather", gather, 1, -1), method("clientforeach", clientForeach, 2, -1),
             method("getEvaluationObjects", getEvaluationObjects, 1, -1)});
 }
 

@@ -124,6 +124,11 @@ void directEvaluate(const Call& call) {
   const Value function = host::getProperty(call.in(0), "FunctionHandle");
   std::vector<const kxArray*> inputs(call.prhs, call.prhs + call.nrhs);
   inputs[0] = function.get();
+  std::vector<Value> plain;
+  for (std::size_t i = 1; i < inputs.size() && !passesTagged(call.in(0)); ++i) {
+    plain.push_back(withoutBroadcast(inputs[i]));
+    inputs[i] = plain.back().get();
+  }
   std::vector<Value> outputs = errors::catchingFailures(
       [&] { return host::callMany("feval", call.nlhs, inputs); },
       [&](const std::exception_ptr& failure) -> std::vector<Value> {

@@ -75,7 +75,8 @@ Value describeFunction(const kxArray* operation, OpSpec& spec) {
   Value handle = host::getProperty(function.get(), "Handle");
   spec.isTrusted = host::isTrusted(function.get()) && host::isTrusted(handle.get());
   spec.label = functionLabel(handle.get());
-  spec.isFree = isFreeFunction(handle.get());
+  spec.passesTagged = builtInFunction(handle.get()) == BuiltInFunction{} && passesTagged(operation);
+  spec.isFree = isFreeFunction(handle.get()) && !spec.passesTagged;  // which needs the session
   return handle;
 }
 
@@ -85,13 +86,57 @@ void describeRows(const kxArray* operation, OpSpec& spec, bool givesLogical, boo
   const Value handle = describeFunction(operation, spec);
   const ElementFunction* function = builtInFunction(handle.get()).element;
   spec.callsUser = function == nullptr || spec.numOutputs != 1;
-  spec.op = spec.callsUser ? makeCallable(givesLogical, spreads)
+  spec.op = spec.callsUser ? makeCallable({.givesLogical = givesLogical, .spreads = spreads})
                            : makeElementwise(*function, givesLogical, spreads);
   spec.wholeRun = givesLogical ? WholeRun::CallOnRowsForLogical : WholeRun::CallOnRows;
 }
 
 void describeLogicalElementwise(const kxArray* operation, OpSpec& spec) {
   describeRows(operation, spec, true, true);
+}
+
+/// A function that checks frames, whatever it is.
+void describeAssertion(const kxArray* operation, OpSpec& spec) {
+  describeFunction(operation, spec);
+  spec.callsUser = true;
+  spec.op = makeCallable({.seesFrames = true});
+  spec.wholeRun = WholeRun::CallOnRows;
+}
+
+/// A function that makes rows of its own.
+void describeNewRows(const kxArray* operation, OpSpec& spec, OperatorPtr op) {
+  describeFunction(operation, spec);
+  spec.callsUser = true;
+  spec.op = std::move(op);
+  spec.wholeRun = WholeRun::RunFlow;
+}
+
+void describeChunkwise(const kxArray* operation, OpSpec& spec) {
+  describeNewRows(operation, spec, makeChunkwise(0));
+}
+
+void describePartitionwise(const kxArray* operation, OpSpec& spec) {
+  describeNewRows(operation, spec, makePartitionwise());
+}
+
+void describeGeneralPartitionwise(const kxArray* operation, OpSpec& spec) {
+  describeNewRows(operation, spec, makeGeneralPartitionwise());
+}
+
+/// Errors: "KALVEX:array:ChunkRows" with a number that can't be meant.
+std::int64_t checkedChunkRows(double rows) {
+  if (!(rows >= 1 && rows <= kMaxExactWhole && std::trunc(rows) == rows)) {
+    host::raise("KALVEX:array:ChunkRows", {fmt::format("{}", rows)});
+  }
+  return static_cast<std::int64_t>(rows);
+}
+
+void checkFixedChunks(const Call& call) { checkedChunkRows(kxGetScalar(call.in(2))); }
+
+void describeFixedChunkwise(const kxArray* operation, OpSpec& spec) {
+  const double rows = kxGetScalar(host::getProperty(operation, "NumSlices").get());
+  describeNewRows(operation, spec, makeChunkwise(checkedChunkRows(rows)));
+  spec.label += fmt::format(", {} row{} at a time", rows, rows == 1 ? "" : "s");
 }
 
 /// A reduction is built in if both of its functions are the same one of the runtime's, of one input
@@ -178,10 +223,7 @@ double chunkRowsIn(const kxArray* parameter, std::size_t index) {
   }
   const double rows = kxGetScalar(number.get());
   const bool isNoBound = index == 1 && rows == std::numeric_limits<double>::infinity();
-  if (!isNoBound && !(rows >= 1 && rows <= kMaxExactWhole && std::trunc(rows) == rows)) {
-    host::raise("KALVEX:array:ChunkRows", {fmt::format("{}", rows)});
-  }
-  return rows;
+  return isNoBound ? rows : static_cast<double>(checkedChunkRows(rows));
 }
 
 /// The rows of a chunk: the first parameter, or the second if that is less.
@@ -225,6 +267,33 @@ void describeRecorded(const kxArray* operation, OpSpec& spec) {
   spec.label = kxGetClassName(operation);
 }
 
+/// A count of rows, from 0.
+/// Errors: "KALVEX:array:HeadRows" with any other number.
+std::int64_t headRows(double rows) {
+  if (!(rows >= 0 && rows <= kMaxExactWhole && std::trunc(rows) == rows)) {
+    host::raise("KALVEX:array:HeadRows", {fmt::format("{}", rows)});
+  }
+  return static_cast<std::int64_t>(rows);
+}
+
+void checkHead(const Call& call) { headRows(kxGetScalar(call.in(2))); }
+
+void describeHead(const kxArray* operation, OpSpec& spec) {
+  const std::int64_t rows = headRows(kxGetScalar(host::getProperty(operation, "NumRows").get()));
+  spec.op = makeHead(rows, spec.numInputs);
+  spec.wholeRun = WholeRun::RunOperator;
+  spec.label = fmt::format("first {} row{}", rows, rows == 1 ? "" : "s");
+}
+
+void describeForeach(const kxArray* operation, OpSpec& spec) {
+  describeFunction(operation, spec);
+  spec.callsUser = true;
+  spec.isFree = false;  // it is called in the client
+  spec.op =
+      makeDeliver(spec.numInputs, host::toLogical(host::getProperty(operation, "IsOrdered").get()));
+  spec.wholeRun = WholeRun::HandOver;
+}
+
 /// The operation of an array that another release saved.
 void describeInvalid(const kxArray* operation, OpSpec& spec) {
   describeRecorded(operation, spec);
@@ -239,6 +308,7 @@ constexpr OperationArity kChoice{3, 3, OutputRule::One};
 constexpr OperationArity kSelection{2, kAny, OutputRule::PerKept};
 constexpr OperationArity kEachArray{0, kAny, OutputRule::PerInput};
 constexpr OperationArity kFunction{};
+constexpr OperationArity kHandedOver{1, kAny, OutputRule::One};
 constexpr OperationArity kReduction{1, kAny, OutputRule::Any};
 
 [[noreturn]] void raiseArity(std::string_view className, const std::string& expected,
@@ -314,7 +384,8 @@ Value cellOfInputs(const Call& call, int first) {
 }
 
 void construct(const OperationClass& row, const Call& call) {
-  Counts counts{host::makeDouble(static_cast<double>(row.arity.minInputs)), host::makeDouble(1)};
+  Counts counts{host::makeDouble(static_cast<double>(row.arity.minInputs)), host::makeDouble(1),
+                host::makeLogical(row.supportsPreview)};
   std::vector<std::pair<std::string_view, Value>> properties;
   for (std::size_t i = 0; i < row.inputs.size(); ++i) {
     const int position = static_cast<int>(i) + 1;  // behind the object
@@ -356,6 +427,12 @@ host::MethodDefinition constructorOf(const OperationClass& row) {
 
 }  // namespace
 
+bool passesTagged(const kxArray* operation) {
+  const Value options = host::getSlot(operation, "Options");
+  return kcos::omIsKCOS(options.get()) && !kxIsEmpty(options.get()) &&
+         host::toLogical(host::getProperty(options.get(), "PassTaggedInputs").get());
+}
+
 void describeElementwise(const kxArray* operation, OpSpec& spec) {
   describeRows(operation, spec, false, true);
 }
@@ -384,48 +461,54 @@ void requireArity(std::string_view className, const OperationArity& arity, std::
 std::span<const OperationClass> operationClasses() {
   // clang-format off
   static const std::vector<OperationClass> classes{
-      {kReadOperation, {"Datastore", "NumOutputs", "PartitionStrategy"}, kSource, describeRead},
+      {kReadOperation, {"Datastore", "NumOutputs", "PartitionStrategy"}, kSource, describeRead,
+       nullptr, true},
       {"kalvex.bigdata.internal.lazyeval.FilterOperation",
-       {"NumKept"}, kSelection, describeFilter},
+       {"NumKept"}, kSelection, describeFilter, nullptr, true},
       {"kalvex.bigdata.internal.lazyeval.LogicalRowSubsrefOperation",
        {"NumKept"}, kSelection, describeFilter},
       {kVariableOperation,
        {"NumInputs", "NumOutputs", "Content", "Rows", "Variables"}, kOneToOne, describeVariable,
-       checkVariable},
+       checkVariable, true},
       {"kalvex.bigdata.internal.lazyeval.LogicalElementwiseOperation",
        {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction,
-       describeLogicalElementwise},
+       describeLogicalElementwise, nullptr, true},
       {"kalvex.bigdata.internal.lazyeval.AggregateOperation",
        {"Options", "FunctionHandle", "ReduceHandle", "NumInputs", "NumOutputs"},
        kReduction, describeAggregate},
       {"kalvex.bigdata.internal.lazyeval.NonPartitionedOperation",
        {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeClient},
       {"kalvex.bigdata.internal.lazyeval.TernaryOperation",
-       {}, kChoice, describeChoice},
+       {}, kChoice, describeChoice, nullptr, true},
       {kCacheOperation,
        {}, kOneToOne, describeCache, makeCacheKey},
       {"kalvex.bigdata.internal.lazyeval.AggregateByKeyOperation",
        {"Options", "FunctionHandle", "ReduceHandle", "NumInputs", "NumOutputs"},
        kReduction, describeByKey},
       {"kalvex.bigdata.internal.lazyeval.ChunkwiseOperation",
-       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeRecorded},
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeChunkwise},
       {"kalvex.bigdata.internal.lazyeval.FixedChunkwiseOperation",
        {"Options", "NumSlices", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction,
-       describeRecorded},
+       describeFixedChunkwise, checkFixedChunks},
       {"kalvex.bigdata.internal.lazyeval.PartitionwiseOperation",
        {"Options", "FunctionHandle", "NumInputs", "NumOutputs", "DependsOnOnlyHead"},
-       kFunction, describeRecorded},
+       kFunction, describePartitionwise},
       {"kalvex.bigdata.internal.lazyeval.GeneralizedPartitionwiseOperation",
-       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeRecorded},
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction,
+       describeGeneralPartitionwise},
       {"kalvex.bigdata.internal.lazyeval.RepartitionOperation",
        {"OutputPartitionStrategy", "NumKept"}, kSelection, describeRepartition},
       {"kalvex.bigdata.internal.lazyeval.ChunkResizeOperation",
        {"NumArrays", "Parameters"}, kEachArray, describeResize, checkResize},
       {"kalvex.bigdata.internal.lazyeval.SmallTallComparisonOperation",
        {"Options", "FunctionHandle", "Operand", "Flag", "NumInputs", "NumOutputs"},
-       kFunction, describeRecorded},
+       kFunction, describeElementwise},
       {"kalvex.bigdata.internal.lazyeval.AdaptorAssertionOperation",
-       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeRecorded},
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeAssertion},
+      {kHeadOperation,
+       {"NumArrays", "NumRows"}, kEachArray, describeHead, checkHead, true},
+      {kForeachOperation,
+       {"FunctionHandle", "IsOrdered", "NumInputs"}, kHandedOver, describeForeach},
       {kInvalidOperation,
        {"SavedVersion"}, kSource, describeInvalid},
   };

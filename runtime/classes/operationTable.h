@@ -50,6 +50,7 @@ struct OperationClass {
   OperationArity arity;  ///< an operation has `minInputs` where the constructor isn't given a count
   DescribeOperation describe;
   void (*check)(const host::Call& call) = nullptr;  ///< of the constructor's inputs
+  bool supportsPreview = false;  ///< what it gives for some of the rows is part of the whole
 };
 
 /// The operations that are language classes.
@@ -60,6 +61,9 @@ std::size_t countOf(const kxArray* operation, kcos::NameRef property);
 
 /// The class of a row, but for its methods. A loaded object is held to the row's arity.
 host::ClassDefinition definitionOf(const OperationClass& row);
+
+/// True if the options of an operation ask for values that are tagged as broadcast.
+bool passesTagged(const kxArray* operation);
 
 // The operations that are native classes and completed here.
 void describeElementwise(const kxArray* operation, OpSpec& spec);

@@ -14,6 +14,7 @@
 #include "classes/loadedOperations.h"
 #include "classes/operationTable.h"
 #include "driver/OpSpecValue.h"
+#include "values/columnValues.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -33,18 +34,36 @@ bool allTrue(const kxArray* logicals) {
   return count > 0 && std::all_of(flags, flags + count, [](bool flag) { return flag; });
 }
 
-/// The properties of an operation that hold functions.
-struct FunctionSlots {
+/// What an operation has in its properties.
+struct Holdings {
   bool function = false;
   bool reduction = false;
+  bool operand = false;
 };
+
+/// The inputs of a task, with the operand that the operation itself has: after the others, or
+/// before them if its flag is set. A user's function gets it as it is, whatever it is.
+Value withOperand(const kxArray* operation, const kxArray* dependencies, const OpSpec& spec) {
+  Value operand = host::getProperty(operation, "Operand");
+  std::vector<Value> entry;
+  entry.push_back(spec.callsUser ? asBroadcast(operand.get()) : std::move(operand));
+  entry.push_back(host::makeEmptyDouble());
+  entry.push_back(host::makeLogical(true));
+  std::vector<Value> entries;
+  for (std::size_t i = 0; i < kxGetNumberOfElements(dependencies); ++i) {
+    entries.push_back(matrix::sharedCopy(kxGetCell(dependencies, i)));
+  }
+  const bool isFirst = host::toLogical(host::getProperty(operation, "Flag").get());
+  entries.insert(isFirst ? entries.begin() : entries.end(), host::makeCell(std::move(entry)));
+  return host::makeCell(std::move(entries));
+}
 
 /// The processor factory of an operation: its description, its functions and its line, with random
 /// streams if its options require them.
-Value makeFactory(const kxArray* operation, FunctionSlots slots,
+Value makeFactory(const kxArray* operation, Holdings holds,
                   const std::shared_ptr<const OpSpec>& spec, const kxArray* stack) {
-  const Value function = slots.function ? host::getProperty(operation, "FunctionHandle") : nullptr;
-  const Value reduction = slots.reduction ? host::getProperty(operation, "ReduceHandle") : nullptr;
+  const Value function = holds.function ? host::getProperty(operation, "FunctionHandle") : nullptr;
+  const Value reduction = holds.reduction ? host::getProperty(operation, "ReduceHandle") : nullptr;
   const Value factory = host::call(kSpecFactory, {function.get(), reduction.get(), stack});
   host::setNativeValue(factory.get(), std::make_unique<OpSpecValue>(spec));
   return host::call("addGlobalState", {operation, factory.get()});
@@ -56,7 +75,7 @@ Value makeFactory(const kxArray* operation, FunctionSlots slots,
 /// input.
 /// Errors: "KALVEX:array:OperationArity" if the number of dependencies differs from the operation's
 ///         number of inputs, which a closure doesn't check.
-void createTasks(const Call& call, FunctionSlots slots, DescribeOperation describe) {
+void createTasks(const Call& call, Holdings holds, DescribeOperation describe) {
   const kxArray* operation = call.in(0);
   auto spec = std::make_shared<OpSpec>();
   spec->numInputs = countOf(operation, "NumInputs");
@@ -66,19 +85,24 @@ void createTasks(const Call& call, FunctionSlots slots, DescribeOperation descri
   const Value stack = host::getProperty(operation, "Stack");
   spec->origin = originOf(stack.get());
   describe(operation, *spec);
-  const Value factory = makeFactory(operation, slots, spec, stack.get());
+  Value dependencies = matrix::sharedCopy(call.in(1));
+  if (holds.operand) {
+    dependencies = withOperand(operation, dependencies.get(), *spec);
+    ++spec->numInputs;
+  }
+  const Value factory = makeFactory(operation, holds, spec, stack.get());
   const bool isBroadcast =
       (spec->endsRows() && !spec->makesRows()) || spec->isClientOnly() || allTrue(call.in(2));
   const Value strategy = isBroadcast ? host::call(kBroadcastStrategy) : host::makeEmptyDouble();
   const Value numOutputs = host::makeDouble(static_cast<double>(spec->numOutputs));
-  call.out(
-      0, host::call(kExecutionTask, {call.in(1), factory.get(), strategy.get(), numOutputs.get()}));
+  call.out(0, host::call(kExecutionTask,
+                         {dependencies.get(), factory.get(), strategy.get(), numOutputs.get()}));
 }
 
-host::MethodDefinition taskMethod(FunctionSlots slots, DescribeOperation describe) {
+host::MethodDefinition taskMethod(Holdings holds, DescribeOperation describe) {
   return method(
       "createExecutionTasks",
-      [slots, describe](const Call& call) { createTasks(call, slots, describe); }, 3, 3);
+      [holds, describe](const Call& call) { createTasks(call, holds, describe); }, 3, 3);
 }
 
 /// getCheckedFunctionHandle(operation): the function_handle inside.
@@ -108,11 +132,11 @@ void defineOperations(host::Session& session) {
       return std::ranges::find(row.inputs, input) != row.inputs.end();
     };
     host::ClassDefinition definition = definitionOf(row);
-    definition.methods.push_back(
-        taskMethod({takes("FunctionHandle"), takes("ReduceHandle")}, row.describe));
+    definition.methods.push_back(taskMethod(
+        {takes("FunctionHandle"), takes("ReduceHandle"), takes("Operand")}, row.describe));
     define(session, std::move(definition));
   }
-  const FunctionSlots oneFunction{.function = true};
+  const Holdings oneFunction{.function = true};
   complete(session, kElementwiseOperation,
            {taskMethod(oneFunction, describeElementwise),
             method("directEvaluateImpl", directEvaluate, 1, -1),
@@ -120,6 +144,10 @@ void defineOperations(host::Session& session) {
   complete(session, kSlicewiseOperation,
            {taskMethod(oneFunction, describeSlicewise),
             method("getCheckedFunctionHandle", getCheckedFunctionHandle, 1, 1)});
+  complete(session, kOperation,
+           {protectedMethod(
+               "isInputBroadcast",
+               [](const Call& call) { call.out(0, matrix::sharedCopy(call.in(1))); }, 2, 2)});
   session.addLoadValidator(validateOperations);
   define(session, {.name = kCacheEntryKey,
                    .properties = {readOnly("Id"), readOnly("OldId")},

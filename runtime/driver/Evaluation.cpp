@@ -68,6 +68,13 @@ std::vector<Chunk> arraysOf(const MergedSink& merged, std::size_t first, std::si
   return arrays;
 }
 
+/// The cut of the rows that a step of the stage has made.
+std::shared_ptr<const RowCut> cutOfMade(const Stage& stage, std::size_t step,
+                                        const OrderedMerge& merge, const RowCut& source) {
+  return std::make_shared<const RowCut>(
+      RowCut{stage.steps()[step].rowSpace, merge.madeRows(step, source.numPartitions())});
+}
+
 /// True in the test world in which each stage is run from its bytes.
 bool runStagesFromBytes() {
   const char* world = std::getenv("KV_STAGE_BYTES");
@@ -235,7 +242,7 @@ std::optional<errors::FailureRecord> Evaluation::runUnits(const AssembledStage& 
   const ExecutionContext context{
       .pool = currentPool(), .cancellation = cancellation_, .scratch = usableScratch()};
   refuseLargeResults(sinks, places, knownResultBytes(stage, rows, functions, context));
-  OrderedMerge merge(stage, functions);
+  OrderedMerge merge(stage, functions, rows.numPartitions());
   std::optional<Stage> fromBytes;
   if (runStagesFromBytes()) {
     fromBytes = Stage::fromBytes(stage.toBytes(), context.pool);
@@ -310,8 +317,10 @@ void Evaluation::takeResults(const Stage& stage, const std::vector<PassSink>& si
         values = wholeValues(valuesOf(result));
       } else {
         values.resize(task.spec->numOutputs);
-        values[number] = joinKept(*task.spec, std::move(result.partitions), cut,
-                                  stage.cutOf(stage.outputs()[place]).frameRows);
+        const Cut& kept = stage.cutOf(stage.outputs()[place]);
+        values[number] = joinKept(*task.spec, std::move(result.partitions),
+                                  kept.madeBy ? cutOfMade(stage, *kept.madeBy, merge, *cut) : cut,
+                                  kept.frameRows);
       }
     };
     withTask(task, take, isAggregate ? kLimitTooSmall : kResultTooLarge);

@@ -1,9 +1,11 @@
 #include "driver/FreeCalls.h"
 
 #include <algorithm>
+#include <type_traits>
 #include <utility>
 
 #include "driver/failures.h"
+#include "driver/partitionCalls.h"
 #include "driver/slicedCalls.h"
 #include "kv/host/freeFunctions.h"
 #include "values/hostNames.h"
@@ -30,12 +32,21 @@ class FreeCalls::Caller final : public UserFunctions {
 
   std::vector<Chunk> call(std::size_t step, const Chunk& rows,
                           std::span<const FunctionInput> inputs, OutputTypes& types) override {
-    const host::Session::Scope scope(*session_);
-    try {
-      return withRecordedErrors([&] { return callHere(step, rows, inputs, types); });
-    } catch (const errors::RecordedError& error) {
-      throw errors::RecordedError(error.record(), nullptr);  // its object ends with the session
-    }
+    return here([&] {
+      const Function& function = calls_.functions_.at(step);
+      return callInSlices(function.spec, handleOf(step, function), argumentsOf(inputs), rows,
+                          types);
+    });
+  }
+
+  PartitionResults callPartition(std::size_t step, const Chunk& rows,
+                                 std::span<const FunctionInput> inputs, const PartitionPlace& place,
+                                 bool returnsUnused, OutputTypes& types) override {
+    return here([&] {
+      const Function& function = calls_.functions_.at(step);
+      return callOnPartition(function.spec, handleOf(step, function), argumentsOf(inputs), rows,
+                             place, returnsUnused, types);
+    });
   }
 
   /// The second functions of reductions are called in the lane.
@@ -47,14 +58,22 @@ class FreeCalls::Caller final : public UserFunctions {
   }
 
  private:
-  std::vector<Chunk> callHere(std::size_t step, const Chunk& rows,
-                              std::span<const FunctionInput> inputs, OutputTypes& types) {
+  template <class Call>
+  std::invoke_result_t<Call> here(Call&& call) {
+    const host::Session::Scope scope(*session_);
+    try {
+      return withRecordedErrors(std::forward<Call>(call));
+    } catch (const errors::RecordedError& error) {
+      throw errors::RecordedError(error.record(), nullptr);  // its object ends with the session
+    }
+  }
+
+  std::vector<CallInput> argumentsOf(std::span<const FunctionInput> inputs) {
     std::vector<CallInput> arguments;
     for (const FunctionInput& input : inputs) {
       arguments.push_back({input.rows, input.rows ? nullptr : valueOf(input.value)});
     }
-    const Function& function = calls_.functions_.at(step);
-    return callInSlices(function.spec, handleOf(step, function), arguments, rows, types);
+    return arguments;
   }
 
   const kxArray* valueOf(std::size_t number) {

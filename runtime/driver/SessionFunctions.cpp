@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "driver/failures.h"
+#include "driver/partitionCalls.h"
 #include "driver/randomStreams.h"
 #include "driver/slicedCalls.h"
 #include "driver/wholeRuns.h"
@@ -17,15 +18,33 @@ std::vector<Chunk> SessionFunctions::call(std::size_t step, const Chunk& rows,
                                           std::span<const FunctionInput> inputs,
                                           OutputTypes& types) {
   return withRecordedErrors([&] {
-    std::vector<CallInput> arguments;
-    for (const FunctionInput& input : inputs) {
-      arguments.push_back({input.rows, input.rows ? nullptr : stage_.values[input.value].get()});
-    }
+    const std::vector<CallInput> arguments = argumentsOf(inputs);
     const Value factory = stage_.factoryOf(step);
     const Value handle = host::getProperty(factory.get(), "FunctionHandle");
     const StreamScope scope(matrix::sharedCopy(streamOf(step, rows.partition, factory.get())));
     return callInSlices(stage_.specOf(step), handle.get(), arguments, rows, types);
   });
+}
+
+PartitionResults SessionFunctions::callPartition(std::size_t step, const Chunk& rows,
+                                                 std::span<const FunctionInput> inputs,
+                                                 const PartitionPlace& place, bool returnsUnused,
+                                                 OutputTypes& types) {
+  return withRecordedErrors([&] {
+    const Value factory = stage_.factoryOf(step);
+    const Value handle = host::getProperty(factory.get(), "FunctionHandle");
+    const StreamScope scope(matrix::sharedCopy(streamOf(step, rows.partition, factory.get())));
+    return callOnPartition(stage_.specOf(step), handle.get(), argumentsOf(inputs), rows, place,
+                           returnsUnused, types);
+  });
+}
+
+std::vector<CallInput> SessionFunctions::argumentsOf(std::span<const FunctionInput> inputs) const {
+  std::vector<CallInput> arguments;
+  for (const FunctionInput& input : inputs) {
+    arguments.push_back({input.rows, input.rows ? nullptr : stage_.values[input.value].get()});
+  }
+  return arguments;
 }
 
 const kxArray* SessionFunctions::streamOf(std::size_t step, std::int64_t partition,

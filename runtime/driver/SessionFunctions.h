@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "driver/assembleStage.h"
+#include "driver/slicedCalls.h"
 #include "operator/UserFunctions.h"
 
 namespace kv::runtime {
@@ -21,6 +22,10 @@ class SessionFunctions final : public UserFunctions {
   std::vector<Chunk> call(std::size_t step, const Chunk& rows,
                           std::span<const FunctionInput> inputs, OutputTypes& types) override;
 
+  PartitionResults callPartition(std::size_t step, const Chunk& rows,
+                                 std::span<const FunctionInput> inputs, const PartitionPlace& place,
+                                 bool returnsUnused, OutputTypes& types) override;
+
   ReducedValues reduce(std::size_t step, std::span<const Chunk> partials) override;
 
   std::vector<Chunk> partialsOf(std::size_t step, const ReducedValues& reduced) override;
@@ -31,6 +36,7 @@ class SessionFunctions final : public UserFunctions {
   static std::vector<host::Value> valuesOf(const ReducedValues& reduced);
 
  private:
+  std::vector<CallInput> argumentsOf(std::span<const FunctionInput> inputs) const;
   const kxArray* streamOf(std::size_t step, std::int64_t partition, const kxArray* factory);
 
   /// A random stream serves all calls of a step for one partition. Calls for several partitions may

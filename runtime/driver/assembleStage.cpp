@@ -137,7 +137,9 @@ class BuilderGraphMaker {
       inputs_.back().origin =
           input.from.task < 0 ? "a value in memory" : describe(*plan_.task(input.from.task).spec);
     }
-    valuesOfInputs_.push_back(withoutBroadcast(whole.value.get()));
+    valuesOfInputs_.push_back(plan_.task(input.task).spec->passesTagged
+                                  ? asBroadcast(whole.value.get())
+                                  : withoutBroadcast(whole.value.get()));
     const Value ordinal = host::makeDouble(static_cast<double>(inputs_.size()));
     return host::call(kProcessorBuilder, {ordinal.get()});
   }

@@ -86,7 +86,7 @@ class PlacesReader {
   std::unordered_map<const kxArray*, Known> known_;  ///< by field: copies share one
 };
 
-/// The lines where the operations of a graph's output tasks were recorded.
+/// The closures of a graph's output tasks, and the lines where their operations were recorded.
 class RecordedStacks {
  public:
   RecordedStacks() = default;
@@ -98,15 +98,27 @@ class RecordedStacks {
 
   /// Null for a task of no closure, such as an inner one of several.
   host::Value of(const kxArray* task) const {
-    const auto found = indexOf_.find(objectOf(task));
-    return found == indexOf_.end()
+    const kxArray* closure = closureOf(task);
+    return closure == nullptr
                ? nullptr
-               : host::getProperty(
-                     host::getProperty(entries_->closure(found->second), "Operation").get(),
-                     "Stack");
+               : host::getProperty(host::getProperty(closure, "Operation").get(), "Stack");
+  }
+
+  /// The name of the rows that a task makes of its own: they are those of its closure, however
+  /// often it is run, and of no other.
+  std::string rowSpaceOf(const kxArray* task) const {
+    const kxArray* closure = closureOf(task);
+    return "rows of " + host::toText(closure == nullptr
+                                         ? host::getProperty(task, "Id").get()
+                                         : host::getProperty(closure, "IdStr").get());
   }
 
  private:
+  const kxArray* closureOf(const kxArray* task) const {
+    const auto found = indexOf_.find(objectOf(task));
+    return found == indexOf_.end() ? nullptr : entries_->closure(found->second);
+  }
+
   const ClosureTasks* entries_ = nullptr;
   std::unordered_map<const kcos::COSInterface*, std::size_t> indexOf_;
 };
@@ -208,6 +220,9 @@ class TaskReader {
     task.spec = host::nativeValue<OpSpecValue>(factory.get(), kSpecFactory).spec;
     if (task.spec->callsUser) {
       task.functions = functionsOf(factory.get());
+    }
+    if (renewsRows(task)) {
+      task.rowSpace = stacks.rowSpaceOf(object);
     }
     task.factory = read_.handles.factories.size();
     read_.handles.factories.push_back(std::move(factory));

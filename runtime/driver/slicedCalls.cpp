@@ -35,14 +35,8 @@ std::vector<Chunk> callOnce(const OpSpec& spec, const kxArray* handle,
       host::callMany("feval", static_cast<int>(spec.functionOutputs()), arguments);
   std::vector<Chunk> results;
   for (std::size_t i = 0; i < spec.functionOutputs(); ++i) {
-    if (i >= outputs.size() || outputs[i] == nullptr) {
-      host::raise("KALVEX:array:MissingOutput",
-                  {spec.label, std::to_string(i + 1), std::to_string(spec.functionOutputs())});
-    }
-    results.push_back(toArray(asReturned(matrix::sharedCopy(outputs[i].get())).get()));
-    if (results.back().rows() > 0) {
-      types.add(spec.label, i, results.back().arrayType(), GivenRows::of(rows));
-    }
+    const kxArray* value = i < outputs.size() ? outputs[i].get() : nullptr;
+    results.push_back(takeResult(spec, i, value, rows, types));
   }
   return results;
 }
@@ -78,10 +72,28 @@ std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle) {
   return static_cast<std::int64_t>(bound);
 }
 
+Chunk takeResult(const OpSpec& spec, std::size_t output, const kxArray* value, const Chunk& rows,
+                 OutputTypes& types) {
+  if (value == nullptr) {
+    host::raise("KALVEX:array:MissingOutput",
+                {spec.label, std::to_string(output + 1), std::to_string(spec.functionOutputs())});
+  }
+  Chunk result = toArray(asReturned(matrix::sharedCopy(value)).get());
+  if (result.rows() > 0) {
+    types.add(spec.label, output, result.arrayType(), GivenRows::of(rows));
+  }
+  return result;
+}
+
 std::vector<Chunk> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
                                 std::span<const CallInput> inputs, const Chunk& rows,
                                 OutputTypes& types) {
-  const std::int64_t maxRows = maxRowsOf(spec, functionHandle);
+  return callInSlices(spec, functionHandle, inputs, rows, types, maxRowsOf(spec, functionHandle));
+}
+
+std::vector<Chunk> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
+                                std::span<const CallInput> inputs, const Chunk& rows,
+                                OutputTypes& types, std::int64_t maxRows) {
   if (rows.rows() <= maxRows) {
     return callOnce(spec, functionHandle, inputs, rows, types);
   }

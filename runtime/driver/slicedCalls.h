@@ -26,6 +26,13 @@ struct CallInput {
 /// Errors: "KALVEX:array:MaxNumSlices" with the label of `spec` and the bound, if that is below 1.
 std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle);
 
+/// What a function returned as output `output` of `spec` for these rows.
+///
+/// `value`: null if it returned nothing.
+/// Errors: "KALVEX:array:MissingOutput"; those of OutputTypes.
+Chunk takeResult(const OpSpec& spec, std::size_t output, const kxArray* value, const Chunk& rows,
+                 OutputTypes& types);
+
 /// Calls the function of a FunctionHandle on the rows of the inputs, as many at a time as it takes,
 /// in order, and joins what it gives, output by output.
 ///
@@ -36,5 +43,11 @@ std::int64_t maxRowsOf(const OpSpec& spec, const kxArray* functionHandle);
 std::vector<Chunk> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
                                 std::span<const CallInput> inputs, const Chunk& rows,
                                 OutputTypes& types);
+
+/// The same with `maxRows` rows at a time.
+/// Requires: maxRows >= 1.
+std::vector<Chunk> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
+                                std::span<const CallInput> inputs, const Chunk& rows,
+                                OutputTypes& types, std::int64_t maxRows);
 
 }  // namespace kv::runtime

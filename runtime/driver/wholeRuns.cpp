@@ -1,13 +1,20 @@
 #include "driver/wholeRuns.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cassert>
 #include <iterator>
+#include <optional>
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "driver/builtInFunctions.h"
 #include "driver/randomStreams.h"
 #include "driver/slicedCalls.h"
+#include "driver/wholeFlows.h"
+#include "kv/errors/StepError.h"
 #include "kv/runtime/timeValues.h"
 #include "values/chunkValues.h"
 #include "values/columnValues.h"
@@ -21,11 +28,22 @@ using host::Value;
 /// Whose random stream a function of whole values has.
 constexpr std::int64_t kFirstPartition = 0;
 
+/// Values as a function gets them: what is broadcast is tagged only if that was asked for.
+std::vector<Value> argumentsOf(const OpSpec& spec, const std::vector<const kxArray*>& inputs) {
+  std::vector<Value> arguments;
+  for (const kxArray* input : inputs) {
+    arguments.push_back(spec.passesTagged ? matrix::sharedCopy(input) : withoutBroadcast(input));
+  }
+  return arguments;
+}
+
 std::vector<Value> callHandle(const kxArray* factory, kcos::NameRef slot, std::size_t numOutputs,
-                              const std::vector<const kxArray*>& inputs) {
+                              const std::vector<Value>& inputs) {
   const Value handle = host::getProperty(factory, slot);
   std::vector<const kxArray*> arguments{handle.get()};
-  arguments.insert(arguments.end(), inputs.begin(), inputs.end());
+  for (const Value& input : inputs) {
+    arguments.push_back(input.get());
+  }
   const StreamScope stream(streamForPartition(factory, kFirstPartition));
   std::vector<Value> outputs = host::callMany("feval", static_cast<int>(numOutputs), arguments);
   outputs.resize(numOutputs);
@@ -42,39 +60,72 @@ bool isRows(const kxArray* value) {
   return isColumn(value) && kxGetN(shaped) == 1 && kxGetM(shaped) > 1;
 }
 
-std::vector<Value> callOnWholes(const OpSpec& spec, const kxArray* factory,
-                                const std::vector<const kxArray*>& inputs) {
-  return callHandle(factory, "FunctionHandle", spec.numOutputs, inputs);
+std::vector<Value> shared(const std::vector<const kxArray*>& values) {
+  std::vector<Value> copies;
+  for (const kxArray* value : values) {
+    copies.push_back(matrix::sharedCopy(value));
+  }
+  return copies;
 }
 
-std::vector<Value> callOnRows(const OpSpec& spec, const kxArray* factory,
-                              const std::vector<const kxArray*>& inputs) {
+std::vector<Value> callOnWholes(const OpSpec& spec, const kxArray* factory,
+                                const std::vector<const kxArray*>& inputs) {
+  return callHandle(factory, "FunctionHandle", spec.numOutputs, shared(inputs));
+}
+
+/// Refuses inputs of different lengths for a function that takes no value for all rows.
+void requireEqualRows(const std::vector<const kxArray*>& inputs) {
+  std::optional<std::size_t> rows;
+  for (const kxArray* input : inputs) {
+    const std::optional<std::size_t> own = isBroadcastArray(input) ? std::nullopt : rowsOf(input);
+    if (own && rows && *own != *rows) {
+      const auto origin = [](std::size_t count) {
+        return fmt::format("a value in memory ({} row{})", count, count == 1 ? "" : "s");
+      };
+      errors::raiseStep("KALVEX:array:RowsDiffer", {origin(*rows), origin(*own), ""});
+    }
+    rows = own ? own : rows;
+  }
+}
+
+/// Calls a function on at most `maxRows` rows of its inputs at a time.
+std::vector<Value> callOnSlices(const OpSpec& spec, const kxArray* factory,
+                                const std::vector<const kxArray*>& inputs, std::int64_t maxRows) {
   const Value handle = host::getProperty(factory, "FunctionHandle");
-  const auto maxRows = static_cast<std::size_t>(maxRowsOf(spec, handle.get()));
   const auto isTooLong = [maxRows](const kxArray* input) {
-    return isRows(input) && kxGetM(shapedElements(input)) > maxRows;
+    return isRows(input) && std::cmp_greater(kxGetM(shapedElements(input)), maxRows);
   };
   if (std::ranges::none_of(inputs, isTooLong)) {
-    return callHandle(factory, "FunctionHandle", spec.numOutputs, inputs);
+    return callHandle(factory, "FunctionHandle", spec.numOutputs, argumentsOf(spec, inputs));
   }
+  const std::vector<Value> given = argumentsOf(spec, inputs);
   std::vector<CallInput> arguments;
   std::int64_t rows = 1;
-  for (const kxArray* input : inputs) {
-    if (isRows(input)) {
-      arguments.push_back({toArray(input), nullptr});
+  for (const Value& input : given) {
+    if (isRows(input.get())) {
+      arguments.push_back({toArray(input.get()), nullptr});
       rows = arguments.back().rows->rows();
     } else {
-      arguments.push_back({std::nullopt, input});
+      arguments.push_back({std::nullopt, input.get()});
     }
   }
   const StreamScope stream(streamForPartition(factory, kFirstPartition));
   std::vector<Value> outputs;
   OutputTypes types;
   const Chunk all{kFirstPartition, RowOrdinals(0, rows), nullptr, {}};
-  for (const Chunk& output : callInSlices(spec, handle.get(), arguments, all, types)) {
+  for (const Chunk& output : callInSlices(spec, handle.get(), arguments, all, types, maxRows)) {
     outputs.push_back(toValue(output));
   }
   return outputs;
+}
+
+std::vector<Value> callOnRows(const OpSpec& spec, const kxArray* factory,
+                              const std::vector<const kxArray*>& inputs) {
+  if (!spec.op->spreads()) {
+    requireEqualRows(inputs);
+  }
+  const Value handle = host::getProperty(factory, "FunctionHandle");
+  return callOnSlices(spec, factory, inputs, maxRowsOf(spec, handle.get()));
 }
 
 std::vector<Value> callOnRowsForLogical(const OpSpec& spec, const kxArray* factory,
@@ -96,10 +147,10 @@ std::vector<Value> callAndReduce(const OpSpec& spec, const kxArray* factory,
   return reducePartials(factory, spec.numOutputs, values);
 }
 
-/// The functions of an operation that runs on whole values.
-class WholeFunctions final : public UserFunctions {
+/// The functions of an operation by key that runs on whole values.
+class KeyedFunctions final : public UserFunctions {
  public:
-  WholeFunctions(const OpSpec& spec, const kxArray* factory) : spec_(spec), factory_(factory) {}
+  KeyedFunctions(const OpSpec& spec, const kxArray* factory) : spec_(spec), factory_(factory) {}
 
   std::vector<Chunk> call(std::size_t /*step*/, const Chunk& rows,
                           std::span<const FunctionInput> inputs, OutputTypes& types) override {
@@ -109,6 +160,13 @@ class WholeFunctions final : public UserFunctions {
     }
     const Value handle = host::getProperty(factory_, "FunctionHandle");
     return callInSlices(spec_, handle.get(), arguments, rows, types);
+  }
+
+  PartitionResults callPartition(std::size_t /*step*/, const Chunk& /*rows*/,
+                                 std::span<const FunctionInput> /*inputs*/,
+                                 const PartitionPlace& /*place*/, bool /*returnsUnused*/,
+                                 OutputTypes& /*types*/) override {
+    throw std::logic_error("an operation by key called a function of partitions");
   }
 
   ReducedValues reduce(std::size_t /*step*/, std::span<const Chunk> partials) override {
@@ -156,7 +214,7 @@ std::vector<Value> runOperatorOnce(const OpSpec& spec, const kxArray* /*factory*
 
 std::vector<Value> callByKey(const OpSpec& spec, const kxArray* factory,
                              const std::vector<const kxArray*>& inputs) {
-  WholeFunctions functions(spec, factory);
+  KeyedFunctions functions(spec, factory);
   const StreamScope stream(streamForPartition(factory, kFirstPartition));
   return runOnce(spec, inputs, &functions);
 }
@@ -174,9 +232,9 @@ using Run = std::vector<Value> (*)(const OpSpec& spec, const kxArray* factory,
                                    const std::vector<const kxArray*>& inputs);
 
 /// By WholeRun.
-constexpr Run kRuns[] = {callOnWholes,  callOnRows,      callOnRowsForLogical,
-                         callAndReduce, runOperatorOnce, callByKey,
-                         passOn};
+constexpr Run kRuns[] = {callOnWholes,    callOnRows, callOnRowsForLogical,
+                         runFlow,         handOver,   callAndReduce,
+                         runOperatorOnce, callByKey,  passOn};
 
 }  // namespace
 
@@ -189,7 +247,7 @@ std::vector<Value> runWhole(const OpSpec& spec, const kxArray* factory,
 
 std::vector<Value> reducePartials(const kxArray* factory, std::size_t numOutputs,
                                   const std::vector<const kxArray*>& partials) {
-  return callHandle(factory, "ReduceHandle", numOutputs, partials);
+  return callHandle(factory, "ReduceHandle", numOutputs, shared(partials));
 }
 
 }  // namespace kv::runtime

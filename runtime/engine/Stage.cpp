@@ -39,12 +39,17 @@ void Stage::findSegments() {
     places.push_back(input.places.get());
   }
   CutFinder finder(std::move(places));
+  for (const Step& step : steps_) {
+    isAligned_ = isAligned_ && (step.op->isFlow() || finder.isAligned(step));
+    cuts_.push_back(finder.add(step));
+  }
+  for (std::size_t input = 0; input < inputs_.size(); ++input) {
+    inputCuts_.push_back(finder.cutOf({.isStageInput = true, .index = input}));
+  }
   segments_.resize(1);
   for (std::size_t step = 0; step < steps_.size(); ++step) {
     const bool isFlow = steps_[step].op->isFlow();
-    isAligned_ = isAligned_ && (isFlow || finder.isAligned(steps_[step]));
-    cuts_.push_back(finder.add(steps_[step]));
-    segments_.resize(std::max(segments_.size(), cuts_.back().segment + 1));
+    segments_.resize(std::max(segments_.size(), cuts_[step].segment + 1));
     std::set<std::size_t> runsIn;
     for (const StepLink& link : steps_[step].inputs) {
       if (isFlow) {
@@ -52,7 +57,7 @@ void Stage::findSegments() {
       }
     }
     if (!isFlow) {
-      runsIn.insert(cuts_.back().segment);
+      runsIn.insert(cuts_[step].segment);
     }
     for (const std::size_t segment : runsIn) {
       segments_[segment].push_back(step);

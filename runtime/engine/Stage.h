@@ -51,8 +51,11 @@ class Stage {
 
   /// The segment in which an input of a step is there.
   std::size_t segmentOf(const StepLink& link) const {
-    return link.isStageInput ? 0 : cuts_[link.index].segment;
+    return (link.isStageInput ? inputCuts_[link.index] : cuts_[link.index]).segment;
   }
+
+  /// True if an input's rows are those that a step of the stage makes.
+  bool isMade(std::size_t input) const { return inputCuts_[input].madeBy.has_value(); }
 
   /// False if a step other than a flow step has rows of two segments: such a stage can't run.
   bool isAligned() const { return isAligned_; }
@@ -98,6 +101,7 @@ class Stage {
   std::vector<std::size_t> outputs_;
   std::vector<StageInput> inputs_;
   std::vector<Cut> cuts_;
+  std::vector<Cut> inputCuts_;
   bool isAligned_ = true;
   std::vector<std::vector<std::size_t>> segments_;
   std::vector<std::string> origins_;           ///< of the steps

@@ -128,8 +128,9 @@ StageRows::StageRows(const Stage& stage) : stage_(stage) {
 }
 
 void StageRows::findRows() {
-  for (const StageInput& input : stage_.inputs()) {
-    if (stage_.sources().empty() && cut_ == nullptr && input.places) {
+  for (std::size_t i = 0; i < stage_.inputs().size() && stage_.sources().empty(); ++i) {
+    const StageInput& input = stage_.inputs()[i];
+    if (cut_ == nullptr && input.places && !stage_.isMade(i)) {
       cut_ = input.places->cut;
     }
   }
@@ -158,8 +159,13 @@ void StageRows::findRows() {
 
 void StageRows::findPlaces() {
   std::map<const RowCut*, bool> isKnown;
-  for (const StageInput& input : stage_.inputs()) {
-    std::shared_ptr<const RowPlaces> places = input.places;
+  for (std::size_t i = 0; i < stage_.inputs().size(); ++i) {
+    std::shared_ptr<const RowPlaces> places = stage_.inputs()[i].places;
+    if (stage_.isMade(i)) {
+      const bool fits = places->cut->numPartitions() == numPartitions();
+      places_.push_back(fits ? std::move(places) : nullptr);
+      continue;
+    }
     if (places && positions_) {
       const auto cut = places->cut->source == source_ ? places->cut->positions() : std::nullopt;
       if (cut && *cut != *positions_) {

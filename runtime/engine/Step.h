@@ -23,8 +23,9 @@ struct Step {
   OperatorPtr op;
   std::vector<StepLink> inputs{};
   std::size_t numOutputs = 1;
-  std::string label{};   ///< what it does, as plans show it
-  std::string origin{};  ///< the user's line, "file:line"; empty if none is known
+  std::string label{};     ///< what it does, as plans show it
+  std::string origin{};    ///< the user's line, "file:line"; empty if none is known
+  std::string rowSpace{};  ///< of the rows that the step makes; empty if it makes none
 
   /// What the step is called in messages: its label and, if it is known, the user's line.
   std::string describe() const;

@@ -24,6 +24,12 @@ const Cut& CutFinder::add(const Step& step) {
     }
     cut.isFramed = isFramed(step) && step.op->rowEffect() != RowEffect::Filter;
   }
+  if (step.op->rowEffect() == RowEffect::Renew) {
+    cut.madeBy = cuts_.size();
+    made_.emplace(step.rowSpace, cut);
+  } else if (const std::vector<std::size_t> rows = rowInputs(step); !rows.empty()) {
+    cut.madeBy = cutOf(step.inputs[rows.front()]).madeBy;
+  }
   return cuts_.emplace_back(cut);
 }
 
@@ -43,7 +49,16 @@ Cut CutFinder::cutOf(const StepLink& link) const {
   if (!link.isStageInput) {
     return cuts_[link.index];
   }
-  return {.frameRows = hasPlaces(link) ? inputs_[link.index]->frameRows : 0};
+  if (!hasPlaces(link)) {
+    return {};
+  }
+  const RowPlaces& places = *inputs_[link.index];
+  Cut cut{.frameRows = places.frameRows};
+  if (const auto made = made_.find(places.cut->source); made != made_.end()) {
+    cut.segment = made->second.segment;
+    cut.madeBy = made->second.madeBy;
+  }
+  return cut;
 }
 
 std::int64_t CutFinder::frameRowsOf(const Step& step) const {

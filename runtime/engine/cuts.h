@@ -2,6 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -16,6 +19,7 @@ struct Cut {
   std::size_t segment = 0;     ///< 0: as the stage's rows come; else as a flow step emits them
   std::int64_t frameRows = 0;  ///< how many rows users' functions are to see; 0: none was asked for
   bool isFramed = false;       ///< each chunk is such a frame
+  std::optional<std::size_t> madeBy{};  ///< the step that made the rows; none: those of the stage
 };
 
 /// The places of the inputs of a stage; null for a value that isn't known to be rows.
@@ -28,7 +32,8 @@ class CutFinder {
  public:
   explicit CutFinder(InputPlaces inputs) : inputs_(std::move(inputs)) {}
 
-  /// Requires: the step comes after its inputs.
+  /// Requires: the step comes after its inputs, and after the one that makes the rows of values
+  ///           whose places are among them.
   const Cut& add(const Step& step);
 
   /// True if all inputs of the step that have rows are in one segment.
@@ -51,7 +56,8 @@ class CutFinder {
   }
 
   InputPlaces inputs_;
-  std::vector<Cut> cuts_;  ///< of the steps
+  std::vector<Cut> cuts_;            ///< of the steps
+  std::map<std::string, Cut> made_;  ///< of the steps that make rows, by row space
   std::size_t segments_ = 1;
 };
 

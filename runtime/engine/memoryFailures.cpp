@@ -23,7 +23,7 @@ bool hasAllRows(const Stage& stage, std::size_t step) {
       return true;
     }
     const auto input = std::ranges::find(planned.inputs, false, &StepLink::isStageInput);
-    if (planned.op->rowEffect() == RowEffect::Filter || input == planned.inputs.end()) {
+    if (planned.op->rowEffect() != RowEffect::Keep || input == planned.inputs.end()) {
       return false;
     }
     step = input->index;

@@ -51,7 +51,9 @@ class UnitRun {
                             functions,
                             types_[i],
                             unit.isWithoutRows() ? &unit.knownTypes : nullptr,
-                            stage.cutOf(i).isFramed};
+                            stage.cutOf(i).isFramed,
+                            stage.cutOf(i).frameRows,
+                            unit.numPartitions};
       if (step.op->isFlow()) {
         startFlow(step, scope);
       } else {
@@ -67,7 +69,7 @@ class UnitRun {
     sources_ = &sources;
     runSegment(0, sources.front());
     drain();
-    return !result_.failure && (flowSteps_.empty() || wantsMore());
+    return !result_.failure && wantsMore();
   }
 
   /// Notes that all rows have been read: takes what flow steps still hold through the steps that
@@ -90,7 +92,8 @@ class UnitRun {
 
   /// Notes that a step failed; `rows` is empty where none are known.
   void fail(std::size_t step, const std::exception_ptr& thrown, GivenRows rows = {}) {
-    const GivenRows* ofCall = runs_[step] != nullptr ? runs_[step]->rowsAtHand() : nullptr;
+    const GivenRows* ofCall =
+        flows_[step] != nullptr ? flows_[step]->rowsAtHand() : runs_[step]->rowsAtHand();
     rows = ofCall != nullptr ? *ofCall : rows;
     result_.failure = errors::recordFailure(thrown);
     result_.failure->step = step;
@@ -125,11 +128,15 @@ class UnitRun {
 
  private:
   void startFlow(const Step& step, const StepScope& scope) {
-    std::vector<std::string_view> origins;
+    std::vector<FlowInput> inputs;
     for (const StepLink& link : step.inputs) {
-      origins.push_back(stage_.originOf(link));
+      inputs.push_back({stage_.originOf(link)});
+      if (isValue(link) && step.op->takesValues()) {
+        inputs.back().value = &stage_.inputs()[link.index];
+        inputs.back().valueNumber = link.index;
+      }
     }
-    flows_[scope.step] = step.op->startFlow(scope, std::move(origins));
+    flows_[scope.step] = step.op->startFlow(scope, inputs);
     flowSteps_.push_back(scope.step);
   }
 
@@ -156,6 +163,9 @@ class UnitRun {
       if (emitted) {
         slots_[step] = *std::move(emitted);
         const Chunk rows = slots_[step].front();
+        if (stage_.steps()[step].op->rowEffect() == RowEffect::Renew) {
+          result_.madeRows[step] += rows.rows();
+        }
         runSegment(stage_.cutOf(step).segment, rows);
       } else {
         ready_.erase(step);
@@ -187,8 +197,12 @@ class UnitRun {
 
   /// Gives a flow step those of its inputs that are there in a segment.
   void push(std::size_t step, std::size_t segment, const StepInputs& inputs) {
+    const Step& planned = stage_.steps()[step];
     for (std::size_t input = 0; input < inputs.size(); ++input) {
-      if (stage_.segmentOf(stage_.steps()[step].inputs[input]) == segment) {
+      const StepLink& link = planned.inputs[input];
+      if (isValue(link) && planned.op->takesValues()) {
+        inputs.checkValue(input);
+      } else if (stage_.segmentOf(link) == segment) {
         flows_[step]->push(input, inputs.chunk(input));
       }
     }
@@ -201,7 +215,7 @@ class UnitRun {
     for (std::size_t segment = isWanted.size(); segment-- > 0;) {
       isWanted[segment] = std::ranges::any_of(stage_.segments()[segment], [&](std::size_t step) {
         const Step& planned = stage_.steps()[step];
-        bool wants = planned.op->rowEffect() == RowEffect::End;
+        bool wants = planned.op->rowEffect() == RowEffect::End && runs_[step]->wantsMore();
         for (std::size_t i = 0; i < planned.inputs.size() && flows_[step] != nullptr; ++i) {
           wants = wants || (isWanted[stage_.cutOf(step).segment] && flows_[step]->wantsMore(i) &&
                             stage_.segmentOf(planned.inputs[i]) == segment);
@@ -210,6 +224,11 @@ class UnitRun {
       });
     }
     return isWanted[0];
+  }
+
+  /// True for an input of the stage that isn't known to be rows of it.
+  bool isValue(const StepLink& link) const {
+    return link.isStageInput && rows_.placesOf(link.index) == nullptr;
   }
 
   StepInput inputAt(const StepLink& link, const Chunk& rows) {

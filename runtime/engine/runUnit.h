@@ -20,10 +20,11 @@ namespace kv::runtime {
 /// What one unit gave.
 struct UnitResult {
   std::int64_t partition = 0;
-  std::int64_t rows = 0;                       ///< of the source, skipped ones included
-  std::int64_t skippedRows = 0;                ///< that weren't read
-  std::vector<SinkResult> sinks{};             ///< by output of the stage
-  std::map<std::size_t, OutputTypes> types{};  ///< of the functions that were called, by step
+  std::int64_t rows = 0;                           ///< of the source, skipped ones included
+  std::int64_t skippedRows = 0;                    ///< that weren't read
+  std::map<std::size_t, std::int64_t> madeRows{};  ///< by step that makes rows of its own
+  std::vector<SinkResult> sinks{};                 ///< by output of the stage
+  std::map<std::size_t, OutputTypes> types{};      ///< of the functions that were called, by step
   std::optional<errors::FailureRecord> failure{};
   std::optional<Refusal> refusal{};  ///< of memory, while a unit ran that failed
   std::int64_t keptBytes = 0;        ///< of rows that were kept until then

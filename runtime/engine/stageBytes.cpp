@@ -5,14 +5,14 @@
 #include "engine/Stage.h"
 
 // A stage in bytes: a tag with the version of the form, the steps (operator, links, number of
-// outputs, label, origin), the steps whose results it gives, and its inputs with their rows. Users'
-// functions aren't part of it: a step finds its function by its number.
+// outputs, label, origin, row space), the steps whose results it gives, and its inputs with their
+// rows. Users' functions aren't part of it: a step finds its function by its number.
 
 namespace kv::runtime {
 
 namespace {
 
-constexpr std::uint32_t kTag = 0x3253766B;  // "kvS2"
+constexpr std::uint32_t kTag = 0x3353766B;  // "kvS3"
 
 /// The least bytes of a link, and of an input.
 constexpr std::size_t kLinkBytes = 1 + 2 * sizeof(std::uint64_t);
@@ -46,6 +46,7 @@ void writeStep(const Step& step, ByteWriter& bytes) {
   bytes.number<std::uint64_t>(step.numOutputs);
   bytes.text(step.label);
   bytes.text(step.origin);
+  bytes.text(step.rowSpace);
 }
 
 Step stepFrom(ByteReader& bytes, const std::vector<Step>& before) {
@@ -56,7 +57,10 @@ Step stepFrom(ByteReader& bytes, const std::vector<Step>& before) {
   step.numOutputs = bytes.number<std::uint64_t>();
   step.label = bytes.text();
   step.origin = bytes.text();
-  if (step.op->isFlow() && (step.inputs.empty() || step.numOutputs != step.inputs.size())) {
+  step.rowSpace = bytes.text();
+  const bool lacksOutputs =
+      step.op->passesInputs() ? step.numOutputs != step.inputs.size() : step.numOutputs == 0;
+  if (step.op->isFlow() && (step.inputs.empty() || lacksOutputs)) {
     bytes.refuse();
   }
   return step;

@@ -91,6 +91,17 @@ std::vector<Chunk> LaneFunctions::call(std::size_t step, const Chunk& rows,
   return arrays;
 }
 
+PartitionResults LaneFunctions::callPartition(std::size_t step, const Chunk& rows,
+                                              std::span<const FunctionInput> inputs,
+                                              const PartitionPlace& place, bool returnsUnused,
+                                              OutputTypes& types) {
+  PartitionResults results;
+  lane_.run(partition_, [&](UserFunctions& client) {
+    results = client.callPartition(step, rows, inputs, place, returnsUnused, types);
+  });
+  return results;
+}
+
 ReducedValues LaneFunctions::reduce(std::size_t step, std::span<const Chunk> partials) {
   ReducedValues reduced;
   lane_.run(partition_, [&](UserFunctions& client) { reduced = client.reduce(step, partials); });

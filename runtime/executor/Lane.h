@@ -66,6 +66,9 @@ class LaneFunctions final : public UserFunctions {
 
   std::vector<Chunk> call(std::size_t step, const Chunk& rows,
                           std::span<const FunctionInput> inputs, OutputTypes& types) override;
+  PartitionResults callPartition(std::size_t step, const Chunk& rows,
+                                 std::span<const FunctionInput> inputs, const PartitionPlace& place,
+                                 bool returnsUnused, OutputTypes& types) override;
   ReducedValues reduce(std::size_t step, std::span<const Chunk> partials) override;
   std::vector<Chunk> partialsOf(std::size_t step, const ReducedValues& reduced) override;
 

@@ -25,6 +25,12 @@ class LeasedFunctions final : public UserFunctions {
     const Taken taken(*this);
     return functions_.call(step, rows, inputs, types);
   }
+  PartitionResults callPartition(std::size_t step, const Chunk& rows,
+                                 std::span<const FunctionInput> inputs, const PartitionPlace& place,
+                                 bool returnsUnused, OutputTypes& types) override {
+    const Taken taken(*this);
+    return functions_.callPartition(step, rows, inputs, place, returnsUnused, types);
+  }
   ReducedValues reduce(std::size_t step, std::span<const Chunk> partials) override {
     const Taken taken(*this);
     return functions_.reduce(step, partials);

@@ -1,22 +1,24 @@
 #include "executor/OrderedMerge.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "kv/errors/PassThrough.h"
 
 namespace kv::runtime {
 
-OrderedMerge::OrderedMerge(const Stage& stage, UserFunctions& functions) : stage_(stage) {
+OrderedMerge::OrderedMerge(const Stage& stage, UserFunctions& functions, std::int64_t numPartitions)
+    : stage_(stage) {
   for (const std::size_t output : stage.outputs()) {
     const Step& step = stage.steps()[output];
-    merges_.push_back(step.op->startMerge({output, step.label, functions}));
+    merges_.push_back(step.op->startMerge({output, step.label, functions, numPartitions}));
   }
 }
 
 std::optional<errors::FailureRecord> OrderedMerge::add(UnitResult result) {
   const std::int64_t partition = result.partition;
   early_.emplace(partition, std::move(result));
-  while (!early_.empty() &&
+  while (!early_.empty() && wantsMore() &&
          early_.begin()->first == static_cast<std::int64_t>(partitionRows_.size())) {
     UnitResult next = std::move(early_.begin()->second);
     early_.erase(early_.begin());
@@ -25,6 +27,11 @@ std::optional<errors::FailureRecord> OrderedMerge::add(UnitResult result) {
     }
   }
   return std::nullopt;
+}
+
+bool OrderedMerge::wantsMore() const {
+  return merges_.empty() ||
+         std::ranges::any_of(merges_, [](const auto& merge) { return merge->wantsMore(); });
 }
 
 std::vector<std::int64_t> OrderedMerge::dropEarly() {
@@ -48,6 +55,9 @@ std::int64_t OrderedMerge::keptBytes() const {
 std::optional<errors::FailureRecord> OrderedMerge::merge(UnitResult result) {
   partitionRows_.push_back(result.rows);
   skippedRows_ += result.skippedRows;
+  for (const auto& [step, rows] : result.madeRows) {
+    madeRows_[step][result.partition] = rows;
+  }
   if (std::optional<errors::FailureRecord> failure = addTypes(result)) {
     return failure;
   }
@@ -88,6 +98,17 @@ std::optional<errors::FailureRecord> OrderedMerge::addTypes(const UnitResult& re
     }
   }
   return failure;
+}
+
+std::vector<std::int64_t> OrderedMerge::madeRows(std::size_t step,
+                                                 std::int64_t numPartitions) const {
+  std::vector<std::int64_t> rows(static_cast<std::size_t>(numPartitions));
+  const auto made = madeRows_.find(step);
+  for (const auto& [partition, count] :
+       made != madeRows_.end() ? made->second : std::map<std::int64_t, std::int64_t>{}) {
+    rows[static_cast<std::size_t>(std::min(partition, numPartitions - 1))] += count;
+  }
+  return rows;
 }
 
 bool OrderedMerge::hasUncalledFunction() const {

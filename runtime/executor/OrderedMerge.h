@@ -17,13 +17,16 @@ namespace kv::runtime {
 /// Lives: stage and functions outlive it.
 class OrderedMerge {
  public:
-  OrderedMerge(const Stage& stage, UserFunctions& functions);
+  OrderedMerge(const Stage& stage, UserFunctions& functions, std::int64_t numPartitions);
 
   const Stage& stage() const { return stage_; }
 
   /// Takes in the result of a unit, in any order.
   /// Result: the first failure in the order of partitions; none so far otherwise.
   std::optional<errors::FailureRecord> add(UnitResult result);
+
+  /// False once no step wants the results of further partitions.
+  bool wantsMore() const;
 
   /// True if there are results of partitions after one that hasn't come yet.
   bool hasEarly() const { return !early_.empty(); }
@@ -37,6 +40,10 @@ class OrderedMerge {
 
   /// Rows of the source, of each partition merged so far.
   const std::vector<std::int64_t>& partitionRows() const { return partitionRows_; }
+
+  /// Rows that a step has made of its own, of each partition; those of the unit without rows count
+  /// as the last partition's.
+  std::vector<std::int64_t> madeRows(std::size_t step, std::int64_t numPartitions) const;
 
   /// Rows of these that weren't read.
   std::int64_t skippedRows() const { return skippedRows_; }
@@ -59,6 +66,7 @@ class OrderedMerge {
   std::vector<std::unique_ptr<SinkMerge>> merges_;
   std::map<std::int64_t, UnitResult> early_;
   std::vector<std::int64_t> partitionRows_;
+  std::map<std::size_t, std::map<std::int64_t, std::int64_t>> madeRows_;  ///< by step, partition
   std::int64_t skippedRows_ = 0;
   std::map<std::size_t, OutputTypes> types_;
 };

@@ -20,13 +20,12 @@ class WorkerFunctions final : public UserFunctions {
 
   std::vector<Chunk> call(std::size_t step, const Chunk& rows,
                           std::span<const FunctionInput> inputs, OutputTypes& types) override {
-    if (free_ == nullptr || !free_->isFree(step)) {
-      return lane_.call(step, rows, inputs, types);
-    }
-    if (opened_ == nullptr) {
-      opened_ = free_->open();
-    }
-    return opened_->call(step, rows, inputs, types);
+    return functionsOf(step).call(step, rows, inputs, types);
+  }
+  PartitionResults callPartition(std::size_t step, const Chunk& rows,
+                                 std::span<const FunctionInput> inputs, const PartitionPlace& place,
+                                 bool returnsUnused, OutputTypes& types) override {
+    return functionsOf(step).callPartition(step, rows, inputs, place, returnsUnused, types);
   }
   ReducedValues reduce(std::size_t step, std::span<const Chunk> partials) override {
     return lane_.reduce(step, partials);
@@ -36,6 +35,17 @@ class WorkerFunctions final : public UserFunctions {
   }
 
  private:
+  /// Those that call the function of a step.
+  UserFunctions& functionsOf(std::size_t step) {
+    if (free_ == nullptr || !free_->isFree(step)) {
+      return lane_;
+    }
+    if (opened_ == nullptr) {
+      opened_ = free_->open();
+    }
+    return *opened_;
+  }
+
   UserFunctions& lane_;
   const FreeFunctions* free_;
   std::unique_ptr<UserFunctions>& opened_;

@@ -91,6 +91,10 @@ std::optional<errors::FailureRecord> runStage(UnitService& units, OrderedMerge& 
       return failure;
     }
     progress.setUnits(std::ssize(merge.partitionRows()));
+    if (!merge.wantsMore()) {
+      units.cancelAfter(-1);
+      return std::nullopt;
+    }
   }
   if (!merge.hasUncalledFunction()) {
     return std::nullopt;

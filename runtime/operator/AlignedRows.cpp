@@ -7,9 +7,18 @@
 #include <utility>
 
 #include "column/concatenate.h"
+#include "column/pieces.h"
 #include "kv/errors/StepError.h"
 
 namespace kv::runtime {
+
+std::vector<std::string_view> originsOf(std::span<const FlowInput> inputs) {
+  std::vector<std::string_view> origins;
+  for (const FlowInput& input : inputs) {
+    origins.push_back(input.origin);
+  }
+  return origins;
+}
 
 void AlignedRows::push(std::size_t input, const Chunk& rows) {
   if (!hasTaken_) {
@@ -51,6 +60,14 @@ std::optional<std::vector<Chunk>> AlignedRows::take(std::int64_t count) {
   const bool isNews = count > 0 || !hasTaken_;
   hasTaken_ = true;
   return isNews ? std::optional(std::move(taken)) : std::nullopt;
+}
+
+std::int64_t AlignedRows::rowsOfFrame(std::int64_t& frameRows) const {
+  if (frameRows == 0 && rows() > 0) {
+    frameRows = pieceRows(types());  // of inputs with rows the types are known
+  }
+  const bool isFull = frameRows > 0 && rows() >= frameRows;
+  return isFull ? frameRows : isAtEnd() ? rows() : 0;
 }
 
 std::vector<ElementType> AlignedRows::types() const {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -12,6 +13,9 @@
 #include "operator/Operator.h"
 
 namespace kv::runtime {
+
+/// What made each input, for messages.
+std::vector<std::string_view> originsOf(std::span<const FlowInput> inputs);
 
 /// The waiting rows of several inputs that have the same rows, cut differently.
 class AlignedRows {
@@ -40,6 +44,10 @@ class AlignedRows {
   /// Requires: 1 <= count <= rows(), or isAtEnd() and count == 0.
   /// Errors: "KALVEX:array:RowsDiffer" with the origins of two inputs whose rows differ.
   std::optional<std::vector<Chunk>> take(std::int64_t count);
+
+  /// How many rows are in the next frame: `frameRows` of them, or fewer at the end; 0 until they
+  /// have come. `frameRows` is 0 until it is known: then as many as pieceRows() gives.
+  std::int64_t rowsOfFrame(std::int64_t& frameRows) const;
 
   /// The types of the columns of all inputs, as far as they are known.
   std::vector<ElementType> types() const;

@@ -1,5 +1,6 @@
 #include "operator/Operator.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "kv/errors/StepError.h"
@@ -26,6 +27,12 @@ class NoFunctions final : public UserFunctions {
                           OutputTypes& /*types*/) override {
     refuse();
   }
+  PartitionResults callPartition(std::size_t /*step*/, const Chunk& /*rows*/,
+                                 std::span<const FunctionInput> /*inputs*/,
+                                 const PartitionPlace& /*place*/, bool /*returnsUnused*/,
+                                 OutputTypes& /*types*/) override {
+    refuse();
+  }
   ReducedValues reduce(std::size_t /*step*/, std::span<const Chunk> /*partials*/) override {
     refuse();
   }
@@ -50,15 +57,23 @@ void requireLogical(std::string_view label, const Chunk& result) {
 
 std::vector<Chunk> processOnce(const Operator& op, std::string_view label,
                                const std::vector<Chunk>& inputs, UserFunctions* functions) {
+  const auto rows = std::ranges::max_element(inputs, {}, &Chunk::rows)->rows();
+  std::vector<StageInput> values;
+  values.reserve(inputs.size());
   std::vector<StepInput> wholes;
   for (const Chunk& input : inputs) {
+    const bool isValue = input.rows() == 1 && rows > 1;
     wholes.push_back({.rows = &input, .origin = "a value in memory"});
+    if (isValue) {
+      values.push_back({input});
+      wholes.back() = {.value = &values.back(), .origin = "a value in memory"};
+    }
   }
   NoFunctions none;
   UserFunctions& called = functions != nullptr ? *functions : none;
   OutputTypes types;
   const std::unique_ptr<StepRun> run = op.start({0, label, inputs.size(), called, types});
-  std::vector<Chunk> outputs = run->process({label, op.spreads(), wholes, inputs.at(0)});
+  std::vector<Chunk> outputs = run->process({label, op.spreads(), wholes, inputs.front()});
   if (op.rowEffect() != RowEffect::End) {
     return outputs;
   }
@@ -76,7 +91,7 @@ std::unique_ptr<StepRun> Operator::start(const StepScope& /*scope*/) const {
 }
 
 std::unique_ptr<FlowRun> Operator::startFlow(const StepScope& /*scope*/,
-                                             std::vector<std::string_view> /*origins*/) const {
+                                             std::span<const FlowInput> /*inputs*/) const {
   throw std::logic_error("a step that keeps the cut was started as a flow step");
 }
 

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "kv/runtime/Chunk.h"
 #include "operator/ColumnNeeds.h"
 #include "operator/OutputTypes.h"
+#include "operator/StageInput.h"
 #include "operator/StepInputs.h"
 #include "operator/UserFunctions.h"
 
@@ -46,6 +48,7 @@ enum class RowEffect : std::uint8_t {
   Create,  ///< brings rows into the stage
   Keep,    ///< a row of output for each row of input
   Filter,  ///< some of the rows of its inputs, in order
+  Renew,   ///< rows of its own, made from those of its inputs in each partition
   End,     ///< no rows: what it gathers leaves the stage when the rows of a partition have ended
 };
 
@@ -63,7 +66,16 @@ struct StepScope {
   UserFunctions& functions;
   OutputTypes& types;  ///< that the step's function has returned in this unit
   const KnownTypes* typesForNoRows = nullptr;  ///< null but in the unit without rows
-  bool isFramed = false;  ///< each chunk is a frame, which a user's function sees as it is
+  bool isFramed = false;       ///< each chunk is a frame, which a user's function sees as it is
+  std::int64_t frameRows = 0;  ///< how many rows functions are to see; 0: none was asked for
+  std::int64_t numPartitions = 1;
+};
+
+/// An input of a flow step: rows that come in chunks, or a value.
+struct FlowInput {
+  std::string_view origin{};          ///< what made it, for messages
+  const StageInput* value = nullptr;  ///< null for rows
+  std::size_t valueNumber = 0;        ///< of the value among the stage's inputs
 };
 
 /// The step whose results are merged.
@@ -73,13 +85,14 @@ struct MergeScope {
   std::size_t step = 0;
   std::string_view label;
   UserFunctions& functions;
+  std::int64_t numPartitions = 1;
 };
 
 /// What a unit gathered in a step that ends rows.
 struct SinkResult {
   std::string partial{};        ///< of a built-in aggregate, in its byte form
   ReducedValues reduced{};      ///< of a user's reduction; null if no row reached it
-  std::vector<Chunk> chunks{};  ///< of rows that are kept
+  std::vector<Chunk> chunks{};  ///< of rows that are kept, or of frames: one for each input
 };
 
 /// What all units gathered together.
@@ -101,6 +114,9 @@ class StepRun {
 
   /// Called once, after the last rows of the partition.
   virtual SinkResult finish() { return {}; }
+
+  /// Of a step that ends rows: false once further rows don't matter, as of a FlowRun.
+  virtual bool wantsMore() const { return true; }
 
   /// Bytes of the rows that the step has kept for the result.
   virtual std::int64_t keptBytes() const { return 0; }
@@ -134,6 +150,9 @@ class FlowRun {
   /// False once further rows of an input don't matter. The source isn't read on when no step wants
   /// more; the rest of the partition isn't counted then.
   virtual bool wantsMore(std::size_t /*input*/) const { return true; }
+
+  /// The rows that a function of the step was given last, for a failure; null if there are none.
+  virtual const GivenRows* rowsAtHand() const { return nullptr; }
 };
 
 /// Merges what the units of a stage gathered in one step.
@@ -144,6 +163,10 @@ class SinkMerge {
   /// Called for partitions 0, 1, 2 ..., then perhaps for the unit without rows.
   virtual void add(SinkResult result) = 0;
   virtual MergedSink finish() = 0;
+
+  /// False once the results of further partitions don't matter. They aren't read when no step of
+  /// the stage wants more.
+  virtual bool wantsMore() const { return true; }
 
   /// Bytes of the rows that were kept of all partitions so far.
   virtual std::int64_t keptBytes() const { return 0; }
@@ -164,6 +187,12 @@ class Operator {
 
   /// True if output i has the rows of input i, unchanged, for each i.
   virtual bool passesInputs() const { return false; }
+
+  /// True for a flow operator some of whose inputs may be values.
+  virtual bool takesValues() const { return false; }
+
+  /// False if the inputs of the step may have different rows.
+  virtual bool combinesRows() const { return true; }
 
   /// True if the step calls a function of the user's own.
   virtual bool callsUser() const { return false; }
@@ -218,11 +247,10 @@ class Operator {
   /// Requires: the operator isn't a flow operator.
   virtual std::unique_ptr<StepRun> start(const StepScope& scope) const;
 
-  /// `origins`: what made each input, for messages.
   /// Requires: the operator is a flow operator.
-  /// Lives: scope and origins outlive the run.
+  /// Lives: what scope and inputs refer to outlives the run.
   virtual std::unique_ptr<FlowRun> startFlow(const StepScope& scope,
-                                             std::vector<std::string_view> origins) const;
+                                             std::span<const FlowInput> inputs) const;
 
   /// Requires: the operator ends rows.
   virtual std::unique_ptr<SinkMerge> startMerge(const MergeScope& scope) const;
@@ -235,7 +263,9 @@ class Operator {
 /// Errors: "KALVEX:array:NotLogical" with the label and the type.
 void requireLogical(std::string_view label, const Chunk& result);
 
-/// The outputs of an operator for inputs that are whole; `functions`: null if it calls none.
+/// The outputs of an operator for inputs that are whole; `functions`: null if it calls none. An
+/// input of a single row beside longer ones is a value for all of their rows.
+/// Requires: at least one input.
 std::vector<Chunk> processOnce(const Operator& op, std::string_view label,
                                const std::vector<Chunk>& inputs,
                                UserFunctions* functions = nullptr);

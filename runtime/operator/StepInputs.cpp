@@ -42,7 +42,10 @@ const Chunk& StepInputs::array(std::size_t input) const {
 }
 
 const Column& StepInputs::column(std::size_t input) const {
-  const Chunk& rows = array(input);
+  if (isValue(input)) {
+    checkValue(input);
+  }
+  const Chunk& rows = isValue(input) ? value(input).rows : array(input);
   if (rows.columns.size() != 1) {
     raiseStep("KALVEX:array:NeedsColumn",
               {std::string(label_), fmt::format("an {} array", describeSize(rows.trailing))});
@@ -81,10 +84,16 @@ void StepInputs::requireSameRows(std::size_t a, std::size_t b) const {
 
 void StepInputs::checkValues() const {
   for (std::size_t input = 0; input < size(); ++input) {
-    const bool isRowValue = isValue(input) && !value(input).isOpaque;
-    if (isRowValue && (value(input).places || value(input).rows.rows() != 1 || !spreads_)) {
-      refuseValue(input);
+    if (isValue(input)) {
+      checkValue(input);
     }
+  }
+}
+
+void StepInputs::checkValue(std::size_t input) const {
+  const StageInput& given = value(input);
+  if (!given.isOpaque && (given.places || given.rows.rows() != 1 || !spreads_)) {
+    refuseValue(input);
   }
 }
 

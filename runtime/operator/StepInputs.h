@@ -53,7 +53,9 @@ class StepInputs {
   /// Errors: those of `chunk`; "KALVEX:array:NeedsColumn" for a table.
   const Chunk& array(std::size_t input) const;
 
-  /// Errors: those of `array`; "KALVEX:array:NeedsColumn" for an array of several columns.
+  /// Of a value that goes with any rows its one row.
+  /// Errors: those of `array` and of `checkValue`; "KALVEX:array:NeedsColumn" for an array of
+  ///         several columns.
   const Column& column(std::size_t input) const;
 
   /// The rows that all inputs share; a value goes with any, if it has one row and `spreads` is set,
@@ -66,6 +68,8 @@ class StepInputs {
 
   /// Refuses values that don't go with any rows, as `sharedRows` does.
   void checkValues() const;
+  /// The same for one. Requires: isValue(input).
+  void checkValue(std::size_t input) const;
 
   /// True if the type of one of the inputs with rows isn't known; it has no rows then.
   bool hasUnknown() const;

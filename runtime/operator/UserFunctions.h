@@ -18,6 +18,20 @@ struct FunctionInput {
   std::size_t value = 0;      ///< the stage's input that each call gets as the user supplied it
 };
 
+/// What a function of partitions is told of its place, besides rows.
+struct PartitionPlace {
+  std::int64_t numPartitions = 1;
+  std::vector<std::int64_t> firstRow{};  ///< of each input: in the partition, from 0
+  std::vector<bool> isLast{};            ///< of each input: no more rows come
+};
+
+/// What a function of partitions returned.
+struct PartitionResults {
+  bool isFinished = false;
+  std::vector<Chunk> outputs{};                ///< as of UserFunctions::call
+  std::vector<std::optional<Chunk>> unused{};  ///< rows to get again, by input with rows
+};
+
 /// What the second function of a user's reduction returned: values that only the code that called
 /// it can read.
 using ReducedValues = std::shared_ptr<const void>;
@@ -35,6 +49,16 @@ class UserFunctions {
   ///         OutputTypes.
   virtual std::vector<Chunk> call(std::size_t step, const Chunk& rows,
                                   std::span<const FunctionInput> inputs, OutputTypes& types) = 0;
+
+  /// Calls the function of step `step`, which is told its place in the partition and returns first
+  /// whether it is finished; where `returnsUnused` is set, then a cell with an entry for each
+  /// input, of rows that it wants to get again.
+  ///
+  /// Errors: as of `call`; "KALVEX:array:PartitionResult" with what isn't as above.
+  virtual PartitionResults callPartition(std::size_t step, const Chunk& rows,
+                                         std::span<const FunctionInput> inputs,
+                                         const PartitionPlace& place, bool returnsUnused,
+                                         OutputTypes& types) = 0;
 
   /// Calls the second function of step `step`, a reduction, on partial results, one array for each
   /// output.

@@ -1,10 +1,10 @@
 #include <optional>
 #include <utility>
 
-#include "column/arrays.h"
 #include "column/concatenate.h"
 #include "column/pieces.h"
 #include "kv/errors/StepError.h"
+#include "operator/StepFunction.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -14,10 +14,10 @@ namespace {
 class CallableRun final : public StepRun {
  public:
   CallableRun(const StepScope& scope, bool givesLogical)
-      : scope_(scope), givesLogical_(givesLogical) {}
+      : scope_(scope), function_(scope), givesLogical_(givesLogical) {}
 
   std::vector<Chunk> process(const StepInputs& inputs) override {
-    piece_.reset();
+    function_.forget();
     const Chunk& rows = inputs.sharedRows();
     std::vector<Chunk> results =
         rows.rows() > 0 ? callOnPieces(inputs, rows) : resultsWithoutRows(inputs, rows);
@@ -28,7 +28,7 @@ class CallableRun final : public StepRun {
     return results;
   }
 
-  const GivenRows* rowsAtHand() const override { return piece_ ? &*piece_ : nullptr; }
+  const GivenRows* rowsAtHand() const override { return function_.rowsAtHand(); }
 
  private:
   /// The rows at hand are a frame; or of one piece, or of several where rows of the function's
@@ -88,9 +88,7 @@ class CallableRun final : public StepRun {
   }
 
   std::vector<Chunk> call(const Chunk& rows, const std::vector<FunctionInput>& inputs) {
-    scope_.types.noteCall();
-    piece_ = GivenRows::of(rows);
-    std::vector<Chunk> results = scope_.functions.call(scope_.step, rows, inputs, scope_.types);
+    std::vector<Chunk> results = function_.call(rows, inputs);
     for (const Chunk& result : results) {
       if (result.rows() != rows.rows()) {
         errors::raiseStep("KALVEX:array:WrongRowCount",
@@ -104,60 +102,48 @@ class CallableRun final : public StepRun {
     return results;
   }
 
-  /// A function isn't called on no rows, unless there are none in the whole array: then once, so
-  /// that its results have their types.
   std::vector<Chunk> resultsWithoutRows(const StepInputs& inputs, const Chunk& rows) {
-    const KnownTypes* known = scope_.typesForNoRows;
-    if (known == nullptr) {
-      return std::vector(scope_.numOutputs, emptyArray({}));
-    }
-    const auto found = known->find(scope_.step);
-    if (found == known->end()) {
-      return call(rows, inputs.functionInputs());
-    }
-    std::vector<Chunk> results;
-    for (const ArrayType& type : found->second) {
-      results.push_back(emptyArray(type));
-    }
-    return results;
+    std::optional<std::vector<Chunk>> known = function_.resultsWithoutRows();
+    return known ? *std::move(known) : call(rows, inputs.functionInputs());
   }
 
   StepScope scope_;
+  StepFunction function_;
   bool givesLogical_;
-  std::optional<GivenRows> piece_;  ///< of the last call
 };
 
 class Callable final : public Operator {
  public:
-  Callable(bool givesLogical, bool spreads) : givesLogical_(givesLogical), spreads_(spreads) {}
+  explicit Callable(CallableRules rules) : rules_(rules) {}
 
   std::string_view kind() const override { return "callable"; }
   bool callsUser() const override { return true; }
-  bool spreads() const override { return spreads_; }
+  bool spreads() const override { return rules_.spreads; }
+  bool seesFrames() const override { return rules_.seesFrames; }
 
   std::unique_ptr<StepRun> start(const StepScope& scope) const override {
-    return std::make_unique<CallableRun>(scope, givesLogical_);
+    return std::make_unique<CallableRun>(scope, rules_.givesLogical);
   }
 
   void write(ByteWriter& bytes) const override {
-    bytes.flag(givesLogical_);
-    bytes.flag(spreads_);
+    bytes.flag(rules_.givesLogical);
+    bytes.flag(rules_.spreads);
+    bytes.flag(rules_.seesFrames);
   }
 
  private:
-  bool givesLogical_;
-  bool spreads_;
+  CallableRules rules_;
 };
 
 }  // namespace
 
-OperatorPtr makeCallable(bool givesLogical, bool spreads) {
-  return std::make_shared<Callable>(givesLogical, spreads);
-}
+OperatorPtr makeCallable(CallableRules rules) { return std::make_shared<Callable>(rules); }
 
 OperatorPtr readCallable(ByteReader& bytes) {
-  const bool givesLogical = bytes.flag();
-  return makeCallable(givesLogical, bytes.flag());
+  CallableRules rules{.givesLogical = bytes.flag()};
+  rules.spreads = bytes.flag();
+  rules.seesFrames = bytes.flag();
+  return makeCallable(rules);
 }
 
 }  // namespace kv::runtime

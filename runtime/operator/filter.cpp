@@ -1,3 +1,4 @@
+#include "column/concatenate.h"
 #include "kv/runtime/selectRows.h"
 #include "operator/operators.h"
 
@@ -19,11 +20,21 @@ class Filter final : public StatelessOperator {
     const bool isKnown = keep.type() != ElementType::Unknown;
     std::vector<Chunk> kept;
     for (std::size_t input = 1; input < inputs.size(); ++input) {
-      inputs.requireSameRows(0, input);
       const Chunk& chunk = inputs.chunk(input);
+      if (inputs.isValue(0)) {
+        kept.push_back(isTrue(keep) ? chunk : slice(chunk, 0, 0));
+        continue;
+      }
+      inputs.requireSameRows(0, input);
       kept.push_back(isKnown ? selectRows(chunk, keep) : chunk);
     }
     return kept;
+  }
+
+ private:
+  /// Whether a condition that is one value keeps rows.
+  static bool isTrue(const Column& keep) {
+    return selectRows({.ordinals = RowOrdinals(0, 1), .columns = {keep}}, keep).rows() == 1;
   }
 };
 

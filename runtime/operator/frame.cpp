@@ -1,11 +1,6 @@
-#include <fmt/core.h>
-
-#include <algorithm>
 #include <cassert>
 #include <memory>
-#include <utility>
 
-#include "column/pieces.h"
 #include "operator/AlignedRows.h"
 #include "operator/operators.h"
 
@@ -15,16 +10,12 @@ namespace {
 
 class FrameRun final : public AlignedFlow {
  public:
-  FrameRun(std::int64_t frameRows, std::vector<std::string_view> origins)
-      : AlignedFlow(std::move(origins)), frameRows_(frameRows) {}
+  FrameRun(std::int64_t frameRows, std::span<const FlowInput> inputs)
+      : AlignedFlow(originsOf(inputs)), frameRows_(frameRows) {}
 
  private:
   std::int64_t rowsToEmit(const AlignedRows& waiting) override {
-    if (frameRows_ == 0 && waiting.rows() > 0) {
-      frameRows_ = pieceRows(waiting.types());  // of inputs with rows the types are known
-    }
-    const bool isFull = frameRows_ > 0 && waiting.rows() >= frameRows_;
-    return isFull ? frameRows_ : waiting.isAtEnd() ? waiting.rows() : 0;
+    return waiting.rowsOfFrame(frameRows_);
   }
 
   std::int64_t frameRows_;
@@ -44,8 +35,8 @@ class Frame final : public Operator {
   }
 
   std::unique_ptr<FlowRun> startFlow(const StepScope& /*scope*/,
-                                     std::vector<std::string_view> origins) const override {
-    return std::make_unique<FrameRun>(frameRows_, std::move(origins));
+                                     std::span<const FlowInput> inputs) const override {
+    return std::make_unique<FrameRun>(frameRows_, inputs);
   }
 
   void write(ByteWriter& bytes) const override { bytes.number(frameRows_); }

@@ -22,11 +22,16 @@ constexpr std::array kKinds{
     OperatorKind{"spread", readPlain<makeSpread>},
     OperatorKind{"zip", readPlain<makeZip>},
     OperatorKind{"frame", readFrame},
+    OperatorKind{"chunkwise", readChunkwise},
+    OperatorKind{"partitionwise", readPlain<makePartitionwise>},
+    OperatorKind{"generalPartitionwise", readPlain<makeGeneralPartitionwise>},
     OperatorKind{"aggregate", readAggregate},
     OperatorKind{"reduction", readPlain<makeReduction>},
     OperatorKind{"groups", readGroups},
     OperatorKind{"keyedReduction", readPlain<makeKeyedReduction>},
     OperatorKind{"repartition", readRepartition},
+    OperatorKind{"head", readHead},
+    OperatorKind{"deliver", readDeliver},
     OperatorKind{"collect", readPlain<makeCollect>},
 };
 

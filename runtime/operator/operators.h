@@ -37,12 +37,20 @@ OperatorPtr makeVariable(std::vector<std::string> names, bool isContent);
 OperatorPtr makeElementwise(const ElementFunction& function, bool givesLogical = false,
                             bool spreads = true);
 
-/// A user's function of matching rows, which sees the rows in pieces.
+/// What is asked of a user's function of matching rows.
+struct CallableRules {
+  bool givesLogical = false;  ///< refuses results of another type
+  bool spreads = true;        ///< as Operator::spreads
+  bool seesFrames = false;    ///< as Operator::seesFrames
+};
+
+/// A user's function of matching rows, which sees the rows in pieces or frames.
 /// Errors of a run: those of UserFunctions::call; "KALVEX:array:WrongRowCount";
 ///                  "KALVEX:array:NotLogical".
-OperatorPtr makeCallable(bool givesLogical = false, bool spreads = true);
+OperatorPtr makeCallable(CallableRules rules = {});
 
-/// The rows of each input but the first for which the first is true.
+/// The rows of each input but the first for which the first is true; all or none of them if that is
+/// one value.
 OperatorPtr makeFilter();
 
 /// The input, as it is.
@@ -60,6 +68,25 @@ OperatorPtr makeZip();
 /// Requires: frameRows >= 0.
 /// Errors of a run: as of a zip.
 OperatorPtr makeFrame(std::int64_t frameRows);
+
+/// A user's function of chunks, which returns any number of rows; all its outputs have the same.
+/// Chunks have exactly `chunkRows` rows of the partition, the last one perhaps fewer. 0: they are
+/// frames.
+/// Requires: chunkRows >= 0.
+/// Errors of a run: as of a zip; those of UserFunctions::call; "KALVEX:array:OutputRows".
+OperatorPtr makeChunkwise(std::int64_t chunkRows);
+
+/// A user's function of partitions, which returns any number of rows for each frame; all its
+/// outputs have the same. It is called until it is finished. Errors of a run: as of a zip; those of
+/// UserFunctions::callPartition; "KALVEX:array:OutputRows".
+OperatorPtr makePartitionwise();
+
+/// The same for inputs that needn't have the same rows. Rows that the function hasn't used come
+/// before the next frame.
+/// Errors of a run: those of a function of partitions; "KALVEX:array:UnusedRows" for rows that it
+///                  wasn't given; "KALVEX:array:NothingConsumed" if it would be called with the
+///                  same rows again.
+OperatorPtr makeGeneralPartitionwise();
 
 /// A built-in aggregate of all rows.
 OperatorPtr makeAggregate(const AggregateFunction& function, const AggregateForm& form);
@@ -88,6 +115,16 @@ OperatorPtr makeKeyedReduction();
 OperatorPtr makeRepartition(std::int64_t partitions);
 inline constexpr std::int64_t kMaxMadePartitions = 1 << 20;
 
+/// The first `rows` rows of each input, over all partitions. No more is read than that needs.
+/// Requires: rows >= 0; numInputs >= 1.
+OperatorPtr makeHead(std::int64_t rows, std::size_t numInputs);
+
+/// A user's function in the client, which is handed the frames of all inputs until it is finished:
+/// in the order of partitions, or in that in which they come. Gives whether it was finished.
+/// Requires: numInputs >= 1.
+/// Errors of a run: those of UserFunctions::callPartition.
+OperatorPtr makeDeliver(std::size_t numInputs, bool isOrdered);
+
 /// All rows, kept as they are.
 OperatorPtr makeCollect();
 
@@ -109,8 +146,11 @@ OperatorPtr readVariable(ByteReader& bytes);
 OperatorPtr readElementwise(ByteReader& bytes);
 OperatorPtr readCallable(ByteReader& bytes);
 OperatorPtr readFrame(ByteReader& bytes);
+OperatorPtr readChunkwise(ByteReader& bytes);
 OperatorPtr readAggregate(ByteReader& bytes);
 OperatorPtr readGroups(ByteReader& bytes);
 OperatorPtr readRepartition(ByteReader& bytes);
+OperatorPtr readHead(ByteReader& bytes);
+OperatorPtr readDeliver(ByteReader& bytes);
 
 }  // namespace kv::runtime

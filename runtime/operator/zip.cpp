@@ -1,5 +1,4 @@
 #include <memory>
-#include <utility>
 
 #include "operator/AlignedRows.h"
 #include "operator/operators.h"
@@ -13,7 +12,7 @@ namespace {
 
 class ZipRun final : public AlignedFlow {
  public:
-  using AlignedFlow::AlignedFlow;
+  explicit ZipRun(std::span<const FlowInput> inputs) : AlignedFlow(originsOf(inputs)) {}
 
  private:
   std::int64_t rowsToEmit(const AlignedRows& waiting) override { return waiting.frontRows(); }
@@ -31,8 +30,8 @@ class Zip final : public Operator {
   }
 
   std::unique_ptr<FlowRun> startFlow(const StepScope& /*scope*/,
-                                     std::vector<std::string_view> origins) const override {
-    return std::make_unique<ZipRun>(std::move(origins));
+                                     std::span<const FlowInput> inputs) const override {
+    return std::make_unique<ZipRun>(inputs);
   }
 };
 

@@ -15,6 +15,8 @@ enum class WholeRun : std::uint8_t {
   CallFunction,          ///< its function gets the values as they are
   CallOnRows,            ///< its function gets matching rows, perhaps only some at a time
   CallOnRowsForLogical,  ///< the same, and must return logical values
+  RunFlow,               ///< as on the rows of one partition
+  HandOver,              ///< its function is handed the values as the only chunk there is
   CallAndReduce,         ///< its first function gets the values, its second what that returns
   RunOperator,           ///< its operator gets the values as chunks
   CallByKey,             ///< its operator gets the values as chunks, and calls its functions
@@ -33,6 +35,7 @@ struct OpSpec {
   WholeRun wholeRun = WholeRun::CallFunction;
   bool callsUser = false;      ///< it calls a function of the user's own
   bool isFree = false;         ///< that function may run on any thread, see host/freeFunctions.h
+  bool passesTagged = false;   ///< values for all rows reach its function as BroadcastArray
   bool isTrusted = true;       ///< false where function or source came from a file without trust
   bool isChoice = false;       ///< the second or the third input, depending on the first
   bool isRunnable = true;      ///< false for what can be recorded and planned, but not run

@@ -47,9 +47,17 @@ struct PlanTask {
   /// Of a choice whose condition is a value: whether that is true.
   std::optional<bool> knownCondition{};
 
+  /// Of a task that makes rows of its own: their row space.
+  std::string rowSpace{};
+
   /// Of a choice between rows and a value: the rows for which the value is repeated.
   std::optional<PlanInput> spreadOver{};
 };
+
+/// True if a task's result has rows of its own, made from those of its inputs.
+inline bool renewsRows(const PlanTask& task) {
+  return task.spec->op != nullptr && task.spec->op->rowEffect() == RowEffect::Renew;
+}
 
 /// An output of a task that the evaluation is to complete.
 struct PlanResult {

@@ -60,7 +60,7 @@ int PlanBuilder::add(PlanTask task) {
   std::optional<PlanInput> decider;
   if (task.spec->isChoice && task.isPartitioned) {
     decider = decideChoice(task);
-  } else if (!isFilter(task) && !task.makesRows) {
+  } else if (!isFilter(task) && !task.makesRows && !renewsRows(task)) {
     decider = firstFlowing(task);
   }
   const int index = push(std::move(task));
@@ -96,13 +96,16 @@ PlanInput PlanBuilder::deciderOf(const PlanInput& input) {
   return *deciders_[index];
 }
 
-/// The condition of a filter, filtered by the same condition, has its rows.
+/// The condition of a filter, filtered by the same condition, has its rows. With one value for all
+/// rows as its condition, they are those that decide on the rows that it filters.
 int PlanBuilder::decidingTask(int index) {
   const PlanTask& task = plan_.task(index);
   if (!isFilter(task) || task.inputs.empty()) {
     return index;
   }
-  return push(taskLike(task, {task.inputs[0], task.inputs[0]}));
+  const PlanInput condition = task.inputs[0];
+  const PlanInput rows = plan_.flows(condition) ? condition : *firstFlowing(task);
+  return push(taskLike(plan_.task(index), {condition, rows}));
 }
 
 /// Of a choice between rows and a value, the rows; of two that aren't the same, a choice again.

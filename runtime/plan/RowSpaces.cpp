@@ -83,7 +83,8 @@ void RowSpaces::add(int index) {
   values_.push_back(valuesOf(index));
   spaces_.push_back(spaceOf(index));
   const std::vector<const PlanInput*> inputs = flowingInputs(index);
-  if (task.runsInClient || task.spec->isChoice || inputs.size() < 2) {
+  const bool combinesRows = task.spec->op == nullptr || task.spec->op->combinesRows();
+  if (task.runsInClient || task.spec->isChoice || inputs.size() < 2 || !combinesRows) {
     return;
   }
   const PlanInput* surest = surestOf(inputs);
@@ -197,6 +198,10 @@ RowSpace RowSpaces::spaceOf(int index) const {
     const Provenance rows = ofSource(nameOf(index));
     return keysOf(index).isCertain ? RowSpace{.rows = rows, .source = rows.hash}
                                    : RowSpace{.rows = {rows.hash, false}};
+  }
+  if (renewsRows(task)) {
+    const Provenance rows = ofSource(task.rowSpace);
+    return {.rows = rows, .source = rows.hash};
   }
   RowSpace space = spaceOf(*surestOf(inputs));
   const bool areSame = std::ranges::all_of(

@@ -1,10 +1,13 @@
 #include "plan/lowerPass.h"
 
+#include <map>
 #include <memory>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "engine/cuts.h"
+#include "plan/Dependencies.h"
 
 // A pass is lowered when it is about to run, and not before: only then is it known which branches
 // were chosen and which values are there. Each task looks up the links of its inputs by number, so
@@ -31,7 +34,7 @@ class PassLowering {
     const bool isOpen = task.spec->isChoice && !isChosen(index);
     link = {.index = graph_.steps.size()};
     addStep(index, {isOpen || task.spec->op == nullptr ? pass_ : task.spec->op, std::move(inputs),
-                    task.spec->numOutputs, task.spec->label, task.spec->origin});
+                    task.spec->numOutputs, task.spec->label, task.spec->origin, task.rowSpace});
   }
 
   /// Adds the step that gives the result of a sink.
@@ -112,12 +115,50 @@ void alignCuts(PassGraph& graph, const Plan& plan) {
   graph.taskOf = std::move(taskOf);
 }
 
+/// The tasks of a pass in an order in which what takes values comes after the task that makes rows
+/// like theirs.
+std::vector<int> inRowOrder(const Plan& plan, const Schedule& schedule, std::vector<int> tasks) {
+  std::map<int, std::size_t> nodes;
+  std::map<std::string_view, std::size_t> makers;
+  for (std::size_t node = 0; node < tasks.size(); ++node) {
+    nodes.emplace(tasks[node], node);
+    if (renewsRows(plan.task(tasks[node]))) {
+      makers.emplace(plan.task(tasks[node]).rowSpace, node);
+    }
+  }
+  if (makers.empty()) {
+    return tasks;
+  }
+  Dependencies dependencies;
+  for (const int task : tasks) {
+    dependencies.addNode();
+    for (const PlanInput* input : schedule.inputsOf(task)) {
+      const auto maker = input->places ? makers.find(input->places->cut->source) : makers.end();
+      if (const auto node = nodes.find(input->task); node != nodes.end()) {
+        dependencies.addNeed(node->second);
+      } else if (maker != makers.end()) {
+        dependencies.addNeed(maker->second);
+      }
+    }
+  }
+  dependencies.addNode();
+  for (std::size_t node = 0; node < tasks.size(); ++node) {
+    dependencies.addNeed(node);
+  }
+  const DependencyOrder order = orderFrom(dependencies, tasks.size());
+  std::vector<int> ordered;
+  for (std::size_t i = 0; i < tasks.size() && !order.onCycle; ++i) {
+    ordered.push_back(tasks[order.nodes[i]]);
+  }
+  return order.onCycle ? tasks : ordered;
+}
+
 }  // namespace
 
 PassGraph lowerPass(const Plan& plan, const Schedule& schedule, const std::vector<PassSink>& sinks,
                     const Rules& rules) {
   PassLowering lowering(plan, schedule);
-  for (const int task : schedule.upstreamOf(sinks)) {
+  for (const int task : inRowOrder(plan, schedule, schedule.upstreamOf(sinks))) {
     lowering.addTask(task);
   }
   for (const PassSink& sink : sinks) {

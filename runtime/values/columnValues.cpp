@@ -151,6 +151,10 @@ host::Value withoutBroadcast(const kxArray* value) {
   return held;
 }
 
+host::Value asBroadcast(const kxArray* value) {
+  return isBroadcastArray(value) ? matrix::sharedCopy(value) : host::call(kBroadcastArray, {value});
+}
+
 Column toColumn(const kxArray* value) {
   const host::Value held = withoutBroadcast(value);
   if (!isColumn(held.get())) {

@@ -49,4 +49,7 @@ bool isBroadcastArray(const kxArray* value);
 /// What a BroadcastArray holds; any other value itself.
 host::Value withoutBroadcast(const kxArray* value);
 
+/// A BroadcastArray of a value; one that is such an array itself.
+host::Value asBroadcast(const kxArray* value);
+
 }  // namespace kv::runtime

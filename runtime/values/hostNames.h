@@ -30,6 +30,9 @@ inline constexpr char kReadOperation[] = "kalvex.bigdata.internal.lazyeval.ReadO
 inline constexpr char kCacheOperation[] = "kalvex.bigdata.internal.lazyeval.CacheOperation";
 inline constexpr char kVariableOperation[] =
     "kalvex.bigdata.internal.lazyeval.SubsrefTabularVarOperation";
+inline constexpr char kHeadOperation[] = "kalvex.bigdata.internal.lazyeval.HeadOperation";
+inline constexpr char kForeachOperation[] =
+    "kalvex.bigdata.internal.lazyeval.ClientForeachOperation";
 inline constexpr char kCacheEntryKey[] = "kalvex.bigdata.internal.lazyeval.CacheEntryKey";
 inline constexpr char kGlobalStateFactory[] =
     "kalvex.bigdata.internal.lazyeval.GlobalStateProcessorFactory";

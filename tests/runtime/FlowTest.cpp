@@ -218,7 +218,7 @@ class Head final : public Operator {
   bool isFlow() const override { return true; }
 
   std::unique_ptr<FlowRun> startFlow(const StepScope& /*scope*/,
-                                     std::vector<std::string_view> /*origins*/) const override {
+                                     std::span<const FlowInput> /*inputs*/) const override {
     return std::make_unique<Run>(rows_);
   }
 

@@ -15,6 +15,10 @@ class NoFunctions final : public UserFunctions {
   MOCK_METHOD(std::vector<Chunk>, call,
               (std::size_t, const Chunk&, std::span<const FunctionInput>, OutputTypes&),
               (override));
+  MOCK_METHOD(PartitionResults, callPartition,
+              (std::size_t, const Chunk&, std::span<const FunctionInput>, const PartitionPlace&,
+               bool, OutputTypes&),
+              (override));
   MOCK_METHOD(ReducedValues, reduce, (std::size_t, std::span<const Chunk>), (override));
   MOCK_METHOD(std::vector<Chunk>, partialsOf, (std::size_t, const ReducedValues&), (override));
 };

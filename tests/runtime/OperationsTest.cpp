@@ -237,39 +237,6 @@ TEST_F(Operations, MarkingForReuseLeavesTheValueAndTiesKeys) {
   EXPECT_THAT(gather(aggregate("sum", x)), ElementsAre(15));
 }
 
-TEST_F(Operations, UnsupportedOnesArePlannedAndNamedWhenTheyRun) {
-  const Value handle = host::makeFunctionHandle("mine", [](const host::Call&) {});
-  const Value two = host::makeDouble(2);
-  const Value yes = host::makeLogical(true);
-  struct Case {
-    kcos::NameRef method;
-    std::vector<const kxArray*> inputs;
-    std::string_view operation;
-  };
-  const Case cases[] = {
-      {"chunkfun", {handle.get(), x.get()}, "ChunkwiseOperation"},
-      {"fixedchunkfun", {two.get(), handle.get(), x.get()}, "FixedChunkwiseOperation"},
-      {"partitionfun", {handle.get(), x.get()}, "PartitionwiseOperation"},
-      {"partitionheadfun", {handle.get(), x.get()}, "PartitionwiseOperation"},
-      {"generalpartitionfun", {handle.get(), x.get()}, "GeneralizedPartitionwiseOperation"},
-      {"smallTallComparison",
-       {handle.get(), two.get(), yes.get(), x.get()},
-       "SmallTallComparisonOperation"},
-      {"assertAdaptorCorrect", {handle.get(), x.get()}, "AdaptorAssertionOperation"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.operation);
-    const Value array = host::call(c.method, c.inputs);
-    EXPECT_THAT(host::toText(host::call("kv.explain", {array.get()}).get()),
-                HasSubstr(std::string(c.operation)));
-    const auto error = errorOf([&] { gather(array); });
-    EXPECT_EQ(error.identifier, "KALVEX:array:NotRunnable");
-    EXPECT_THAT(error.arguments,
-                ElementsAre("kalvex.bigdata.internal.lazyeval." + std::string(c.operation)));
-  }
-  EXPECT_THAT(gather(x), ElementsAre(1, 2, 3, 4, 5)) << "the session stays usable";
-}
-
 TEST_F(Operations, TheLazyGraphIsADigraph) {
   const Value sum = aggregate("sum", x);
   const Value shown = host::call("kalvex.bigdata.internal.optimizer.ClosureGraph", {sum.get()});

@@ -182,7 +182,7 @@ std::optional<errors::FailureRecord> runUnits(int threads, std::int64_t numParti
   NoFunctions functions;
   const CancellationToken never;
   const ExecutionContext context{currentPool(), never};
-  OrderedMerge merge(stage, functions);
+  OrderedMerge merge(stage, functions, 9);
   const auto units = makeUnitService(threads, numPartitions, {stage, functions, context, lease});
   return runStage(*units, merge, StageRows(stage), 0);
 }

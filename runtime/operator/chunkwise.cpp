@@ -1,0 +1,74 @@
+#include <cassert>
+#include <memory>
+#include <utility>
+
+#include "operator/NewRows.h"
+#include "operator/operators.h"
+
+// A function of chunks gets frames of the rows that are left, and returns as many rows as it likes.
+// These are rows of their own, numbered in each partition from 0.
+
+namespace kv::runtime {
+
+namespace {
+
+class ChunkwiseRun final : public FramedFunction {
+ public:
+  using FramedFunction::FramedFunction;
+
+  std::optional<std::vector<Chunk>> next() override {
+    const std::optional<std::vector<Chunk>> frame = nextFrame();
+    if (!frame) {
+      return std::nullopt;
+    }
+    const Chunk& rows = frame->front();
+    std::optional<std::vector<Chunk>> results;
+    if (rows.rows() == 0) {
+      results = function().resultsWithoutRows();
+    }
+    if (!results) {
+      results = function().call(rows, arguments(*frame));
+    }
+    return numbered(*std::move(results), rows.partition);
+  }
+};
+
+class Chunkwise final : public Operator {
+ public:
+  explicit Chunkwise(std::int64_t chunkRows) : chunkRows_(chunkRows) {}
+
+  std::string_view kind() const override { return "chunkwise"; }
+  RowEffect rowEffect() const override { return RowEffect::Renew; }
+  bool isFlow() const override { return true; }
+  bool takesValues() const override { return true; }
+  bool callsUser() const override { return true; }
+  bool seesFrames() const override { return true; }
+  std::string planNote() const override { return "makes new rows"; }
+
+  std::unique_ptr<FlowRun> startFlow(const StepScope& scope,
+                                     std::span<const FlowInput> inputs) const override {
+    return std::make_unique<ChunkwiseRun>(scope, chunkRows_, inputs);
+  }
+
+  void write(ByteWriter& bytes) const override { bytes.number(chunkRows_); }
+
+ private:
+  std::int64_t chunkRows_;
+};
+
+}  // namespace
+
+OperatorPtr makeChunkwise(std::int64_t chunkRows) {
+  assert(chunkRows >= 0);
+  return std::make_shared<Chunkwise>(chunkRows);
+}
+
+OperatorPtr readChunkwise(ByteReader& bytes) {
+  const auto chunkRows = bytes.number<std::int64_t>();
+  if (chunkRows < 0) {
+    bytes.refuse();
+  }
+  return makeChunkwise(chunkRows);
+}
+
+}  // namespace kv::runtime

@@ -1,0 +1,93 @@
+#include <memory>
+#include <utility>
+
+#include "column/concatenate.h"
+#include "operator/NewRows.h"
+#include "operator/operators.h"
+
+// A function of partitions gets the frames of a partition one by one, is told where it is, and
+// returns any number of rows and whether it is finished. While it isn't, it is called again: after
+// the last rows with none. So it is called in each partition, also in one without rows. A frame
+// waits until it is known whether it is the last.
+
+namespace kv::runtime {
+
+namespace {
+
+class PartitionwiseRun final : public FramedFunction {
+ public:
+  PartitionwiseRun(const StepScope& scope, std::span<const FlowInput> inputs)
+      : FramedFunction(scope, 0, inputs), place_{scope.numPartitions, {0}, {false}} {}
+
+  void push(std::size_t input, const Chunk& rows) override {
+    if (!isFinished_) {
+      FramedFunction::push(input, rows);
+    }
+  }
+
+  std::optional<std::vector<Chunk>> next() override {
+    if (isFinished_ || (!waiting().isAtEnd() && waiting().rows() <= rowsOfFrame())) {
+      return std::nullopt;
+    }
+    if (std::optional<std::vector<Chunk>> frame = nextFrame()) {
+      frame_ = *std::move(frame);
+    } else if (!waiting().isAtEnd()) {
+      return std::nullopt;
+    } else {
+      frame_ = withoutRows(frame_);
+    }
+    if (frame_.front().partition == place_.numPartitions) {  // of the unit without rows
+      isFinished_ = true;
+      if (auto known = function().resultsWithoutRows()) {
+        return numbered(*std::move(known), place_.numPartitions);
+      }
+    }
+    return call();
+  }
+
+  bool wantsMore(std::size_t /*input*/) const override { return !isFinished_; }
+
+ private:
+  static std::vector<Chunk> withoutRows(std::vector<Chunk> frame) {
+    for (Chunk& rows : frame) {
+      rows = slice(rows, rows.rows(), 0);
+    }
+    return frame;
+  }
+
+  std::vector<Chunk> call() {
+    const Chunk& rows = frame_.front();
+    place_.isLast[0] = waiting().isAtEnd() && waiting().rows() == 0;
+    PartitionResults results =
+        function().callPartition(rows, arguments(frame_), place_, /*returnsUnused=*/false);
+    place_.firstRow[0] += rows.rows();
+    isFinished_ = results.isFinished;
+    return numbered(std::move(results.outputs), rows.partition);
+  }
+
+  PartitionPlace place_;
+  std::vector<Chunk> frame_;
+  bool isFinished_ = false;
+};
+
+class Partitionwise final : public Operator {
+ public:
+  std::string_view kind() const override { return "partitionwise"; }
+  RowEffect rowEffect() const override { return RowEffect::Renew; }
+  bool isFlow() const override { return true; }
+  bool takesValues() const override { return true; }
+  bool callsUser() const override { return true; }
+  bool seesFrames() const override { return true; }
+  std::string planNote() const override { return "makes new rows"; }
+
+  std::unique_ptr<FlowRun> startFlow(const StepScope& scope,
+                                     std::span<const FlowInput> inputs) const override {
+    return std::make_unique<PartitionwiseRun>(scope, inputs);
+  }
+};
+
+}  // namespace
+
+OperatorPtr makePartitionwise() { return std::make_shared<Partitionwise>(); }
+
+}  // namespace kv::runtime
