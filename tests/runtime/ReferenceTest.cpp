@@ -482,7 +482,7 @@ TEST_F(Reference, TheFirstRowsComeFromAllPartitionsInOrder) {
   });
   open();
   gather(head(element("plus", y, 0), 5));
-  EXPECT_LT(fact("rows"), 40'000) << "what isn't needed isn't read";
+  EXPECT_LE(fact("rows"), 40'000) << "what isn't needed isn't read";
 }
 
 TEST_F(Reference, ChunksAreHandedToTheClientUntilItHasEnough) {
