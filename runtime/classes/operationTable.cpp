@@ -309,7 +309,7 @@ constexpr OperationArity kSelection{2, kAny, OutputRule::PerKept};
 constexpr OperationArity kEachArray{0, kAny, OutputRule::PerInput};
 constexpr OperationArity kFunction{};
 constexpr OperationArity kHandedOver{1, kAny, OutputRule::One};
-constexpr OperationArity kReduction{1, kAny, OutputRule::Any};
+constexpr OperationArity kRowFunction{1, kAny, OutputRule::Any};
 
 [[noreturn]] void raiseArity(std::string_view className, const std::string& expected,
                              std::size_t count) {
@@ -388,7 +388,7 @@ void construct(const OperationClass& row, const Call& call) {
                 host::makeLogical(row.supportsPreview)};
   std::vector<std::pair<std::string_view, Value>> properties;
   for (std::size_t i = 0; i < row.inputs.size(); ++i) {
-    const int position = static_cast<int>(i) + 1;  // behind the object
+    const int position = static_cast<int>(i) + 1;  // after the object
     const std::string_view name = row.inputs[i];
     if (name == "Parameters") {
       properties.emplace_back(name, cellOfInputs(call, position));
@@ -475,7 +475,7 @@ std::span<const OperationClass> operationClasses() {
        describeLogicalElementwise, nullptr, true},
       {"kalvex.bigdata.internal.lazyeval.AggregateOperation",
        {"Options", "FunctionHandle", "ReduceHandle", "NumInputs", "NumOutputs"},
-       kReduction, describeAggregate},
+       kRowFunction, describeAggregate},
       {"kalvex.bigdata.internal.lazyeval.NonPartitionedOperation",
        {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeClient},
       {"kalvex.bigdata.internal.lazyeval.TernaryOperation",
@@ -484,17 +484,17 @@ std::span<const OperationClass> operationClasses() {
        {}, kOneToOne, describeCache, makeCacheKey},
       {"kalvex.bigdata.internal.lazyeval.AggregateByKeyOperation",
        {"Options", "FunctionHandle", "ReduceHandle", "NumInputs", "NumOutputs"},
-       kReduction, describeByKey},
+       kRowFunction, describeByKey},
       {"kalvex.bigdata.internal.lazyeval.ChunkwiseOperation",
-       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction, describeChunkwise},
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kRowFunction, describeChunkwise},
       {"kalvex.bigdata.internal.lazyeval.FixedChunkwiseOperation",
-       {"Options", "NumSlices", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction,
+       {"Options", "NumSlices", "FunctionHandle", "NumInputs", "NumOutputs"}, kRowFunction,
        describeFixedChunkwise, checkFixedChunks},
       {"kalvex.bigdata.internal.lazyeval.PartitionwiseOperation",
        {"Options", "FunctionHandle", "NumInputs", "NumOutputs", "DependsOnOnlyHead"},
-       kFunction, describePartitionwise},
+       kRowFunction, describePartitionwise},
       {"kalvex.bigdata.internal.lazyeval.GeneralizedPartitionwiseOperation",
-       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kFunction,
+       {"Options", "FunctionHandle", "NumInputs", "NumOutputs"}, kRowFunction,
        describeGeneralPartitionwise},
       {"kalvex.bigdata.internal.lazyeval.RepartitionOperation",
        {"OutputPartitionStrategy", "NumKept"}, kSelection, describeRepartition},

@@ -20,16 +20,19 @@ namespace {
 
 /// One range if the parts follow on each other, else a list.
 RowOrdinals join(std::span<const Chunk> chunks) {
+  std::int64_t first = 0;
   std::int64_t rows = 0;
   bool isRange = true;
   for (const Chunk& chunk : chunks) {
     const RowOrdinals& part = chunk.ordinals;
-    isRange = isRange && (part.rows() == 0 ||
-                          (part.isRange() && part.at(0) == chunks.front().ordinals.at(0) + rows));
-    rows += part.rows();
+    if (part.rows() > 0) {
+      first = rows == 0 ? part.at(0) : first;
+      isRange = isRange && part.isRange() && part.at(0) == first + rows;
+      rows += part.rows();
+    }
   }
   if (isRange) {
-    return {rows > 0 ? chunks.front().ordinals.at(0) : 0, rows};
+    return {first, rows};
   }
   auto list = std::make_shared<OrdinalList>(currentResource());
   list->reserve(static_cast<std::size_t>(rows));

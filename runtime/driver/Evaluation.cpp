@@ -224,7 +224,9 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   const AssembledStage assembled = assembleStage(pass, plan_, handles_, values_);
   const StageRows rows(assembled.stage());
   std::optional<errors::FailureRecord> failed = runUnits(assembled, rows, sinks, pass.sinks);
-  if (failed && isOfMemory(*failed) && freeGarbage()) {
+  const bool mayRepeat = std::ranges::none_of(
+      assembled.stage().steps(), [](const Step& step) { return step.op->hasSideEffects(); });
+  if (failed && isOfMemory(*failed) && mayRepeat && freeGarbage()) {
     failed = runUnits(assembled, rows, sinks, pass.sinks);
   }
   if (failed) {

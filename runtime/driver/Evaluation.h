@@ -52,8 +52,8 @@ EvaluationFacts nothingToEvaluate();
 /// evaluation; all that needs the session runs in this one.
 ///
 /// Results of a pass are whole values, which the client's tasks and the next pass read. What the
-/// partitions of a source give is merged in their order. Values that
-/// were gathered before run like their source, chunk by chunk, but not as a pass over the data.
+/// partitions of a source give is merged in their order. Values that were gathered before run like
+/// their source, chunk by chunk, but not as a pass over the data.
 ///
 /// Lives: one evaluation; the plan and the token outlive it.
 class Evaluation {

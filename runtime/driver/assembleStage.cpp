@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -16,9 +17,12 @@
 #include "values/hostNames.h"
 
 // What a pass runs was decided by lowerPass(); here it only gets a form in the session. The core
-// knows a composite processor as a graph of builders, each with the processor factory that has a
-// step's functions and line, and builds the stage of it. A step that a rule has changed has a
-// factory of its own, with what the step does now; no rule changes a step that calls a function.
+// defines a stage as a composite processor: it links a graph of builders, each with the processor
+// factory that has a step's functions and line, and calls buildUnderlyingProcessor, which makes
+// steps of builders again: the same steps, perhaps in another order in which each comes after its
+// inputs. Inputs of the stage keep their numbers, to which the conditions of reads refer. A step
+// that a rule has changed has a factory of its own, with what the step does now; no rule changes a
+// step that calls a function.
 
 namespace kv::runtime {
 
@@ -51,6 +55,10 @@ Value factoryLike(const kxArray* factory, OpSpec spec) {
   return made;
 }
 
+const kcos::COSInterface* objectOf(const kxArray* scalar) {
+  return kcos::omGetArrayElement(scalar, 0).get();
+}
+
 Value builder(const std::vector<Value>& inputs, const kxArray* factory) {
   const Value column = matrix::from_kalvex(
       kcos::omCreateKCOSMatrix(inputs.size(), 1, kcos::internal::makeInterned(kProcessorBuilder)));
@@ -64,16 +72,23 @@ class BuilderGraphMaker {
  public:
   BuilderGraphMaker(const PassGraph& pass, const Plan& plan, const PlanHandles& handles,
                     const WholeValues& values)
-      : pass_(pass), plan_(plan), handles_(handles), values_(values) {}
+      : pass_(pass),
+        plan_(plan),
+        handles_(handles),
+        values_(values),
+        inputs_(pass.inputs.size()),
+        valuesOfInputs_(pass.inputs.size()) {}
 
   void addStep(std::size_t number) {
     const Step& step = pass_.steps[number];
     const PlanTask& task = taskOf(number);
+    if (!step.rowSpace.empty()) {
+      rowSpaces_.emplace(objectOf(handles_.factoryOf(task)), step.rowSpace);
+    }
     withStep(*task.spec, handles_.factoryOf(task), [&] {
       std::vector<Value> inputs;
       for (const StepLink& link : step.inputs) {
-        inputs.push_back(link.isStageInput ? inputBuilder(pass_.inputs[link.index])
-                                           : outputOf(link));
+        inputs.push_back(link.isStageInput ? inputBuilder(link.index) : outputOf(link));
       }
       const bool isOfTask = step.op == task.spec->op;
       const Value made = isOfTask ? nullptr : factoryLike(handles_.factoryOf(task), specOf(number));
@@ -88,6 +103,15 @@ class BuilderGraphMaker {
     }
     const Value factory = host::call(kSpecFactory, {nullptr, nullptr, nullptr});
     return host::call("feval", {builder(outputs, factory.get()).get()});
+  }
+
+  /// The steps that came of the builders, which don't know the rows that a step makes.
+  std::vector<Step> withRowSpaces(std::vector<Step> steps, const kxArray* factories) const {
+    for (std::size_t step = 0; step < steps.size(); ++step) {
+      const auto found = rowSpaces_.find(objectOf(kxGetCell(factories, step)));
+      steps[step].rowSpace = found != rowSpaces_.end() ? found->second : "";
+    }
+    return steps;
   }
 
   std::vector<StageInput> takeInputs() { return std::move(inputs_); }
@@ -121,7 +145,9 @@ class BuilderGraphMaker {
     return builder(inputs, factory.get());
   }
 
-  Value inputBuilder(const PassInput& input) {
+  /// The builder of an input of the stage, whose value is noted.
+  Value inputBuilder(std::size_t index) {
+    const PassInput& input = pass_.inputs[index];
     const WholeValue whole = inputValue(input.from, handles_, values_);
     if (whole.places) {
       Chunk rows = toChunk(whole.value.get());
@@ -129,18 +155,18 @@ class BuilderGraphMaker {
         rows = emptyArray({});
       }
       setNullable(rows, whole.places->isNullable);
-      inputs_.push_back({std::move(rows), whole.places, whole.places->origin});
+      inputs_[index] = {std::move(rows), whole.places, whole.places->origin};
     } else {
       const bool isPassed = plan_.task(input.task).spec->callsUser && isOpaque(whole.value.get());
-      inputs_.push_back({isPassed ? Chunk{} : toArray(whole.value.get())});
-      inputs_.back().isOpaque = isPassed;
-      inputs_.back().origin =
+      inputs_[index] = {isPassed ? Chunk{} : toArray(whole.value.get())};
+      inputs_[index].isOpaque = isPassed;
+      inputs_[index].origin =
           input.from.task < 0 ? "a value in memory" : describe(*plan_.task(input.from.task).spec);
     }
-    valuesOfInputs_.push_back(plan_.task(input.task).spec->passesTagged
-                                  ? asBroadcast(whole.value.get())
-                                  : withoutBroadcast(whole.value.get()));
-    const Value ordinal = host::makeDouble(static_cast<double>(inputs_.size()));
+    valuesOfInputs_[index] = plan_.task(input.task).spec->passesTagged
+                                 ? asBroadcast(whole.value.get())
+                                 : withoutBroadcast(whole.value.get());
+    const Value ordinal = host::makeDouble(static_cast<double>(index + 1));
     return host::call(kProcessorBuilder, {ordinal.get()});
   }
 
@@ -148,7 +174,8 @@ class BuilderGraphMaker {
   const Plan& plan_;
   const PlanHandles& handles_;
   const WholeValues& values_;
-  std::vector<Value> steps_;  ///< the builder of each step
+  std::vector<Value> steps_;                                    ///< the builder of each step
+  std::map<const kcos::COSInterface*, std::string> rowSpaces_;  ///< of steps, by their factory
   std::vector<StageInput> inputs_;
   std::vector<Value> valuesOfInputs_;
 };
@@ -177,7 +204,9 @@ AssembledStage assembleStage(const PassGraph& pass, const Plan& plan, const Plan
   Value composite = maker.composite();
   Stage& stage = host::nativeValue<StageValue>(composite.get(), kCompositeGraph).stage;
   assert(stage.steps().size() == pass.steps.size());
-  stage = Stage(stage.steps(), stage.outputs(), maker.takeInputs());
+  const Value factories = host::getProperty(composite.get(), "Factories");
+  stage = Stage(maker.withRowSpaces(stage.steps(), factories.get()), stage.outputs(),
+                maker.takeInputs());
   return {std::move(composite), maker.takeValues()};
 }
 

@@ -10,7 +10,7 @@
 /// Which functions of users' operations are the runtime's own.
 namespace kv::runtime {
 
-/// A built-in function; neither for one of the user's own.
+/// A built-in function; neither for a user-defined one.
 struct BuiltInFunction {
   const ElementFunction* element = nullptr;
   const AggregateFunction* aggregate = nullptr;

@@ -5,7 +5,7 @@
 #include "driver/slicedCalls.h"
 #include "operator/UserFunctions.h"
 
-/// Users' functions that are told where in a partition their rows are.
+/// Users' functions that are given the place of their rows in a partition.
 namespace kv::runtime {
 
 /// Calls the function of a FunctionHandle: f(info, inputs...) returns [isFinished, outputs...], or

@@ -3,12 +3,26 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cassert>
 #include <set>
 #include <utility>
 
 #include "kv/errors/StepError.h"
 
 namespace kv::runtime {
+
+namespace {
+
+[[maybe_unused]] bool comeAfterTheirInputs(const std::vector<Step>& steps) {
+  std::size_t number = 0;
+  return std::ranges::all_of(steps, [&number](const Step& step) {
+    const std::size_t own = number++;
+    return std::ranges::all_of(
+        step.inputs, [own](const StepLink& link) { return link.isStageInput || link.index < own; });
+  });
+}
+
+}  // namespace
 
 std::string Step::describe() const {
   return origin.empty() ? label : fmt::format("{} at {}", label, origin);
@@ -17,6 +31,10 @@ std::string Step::describe() const {
 Stage::Stage(std::vector<Step> steps, std::vector<std::size_t> outputs,
              std::vector<StageInput> inputs)
     : steps_(std::move(steps)), outputs_(std::move(outputs)), inputs_(std::move(inputs)) {
+  assert(comeAfterTheirInputs(steps_));
+  assert(std::ranges::all_of(outputs_, [this](std::size_t step) {
+    return steps_[step].op->rowEffect() == RowEffect::End;
+  }));
   findSegments();
   findOrigins();
   findLastUses();
@@ -39,11 +57,15 @@ void Stage::findSegments() {
     places.push_back(input.places.get());
   }
   CutFinder finder(std::move(places));
+  std::size_t numInputs = inputs_.size();  // steps may name more, whose values aren't there yet
   for (const Step& step : steps_) {
     isAligned_ = isAligned_ && (step.op->isFlow() || finder.isAligned(step));
     cuts_.push_back(finder.add(step));
+    for (const StepLink& link : step.inputs) {
+      numInputs = link.isStageInput ? std::max(numInputs, link.index + 1) : numInputs;
+    }
   }
-  for (std::size_t input = 0; input < inputs_.size(); ++input) {
+  for (std::size_t input = 0; input < numInputs; ++input) {
     inputCuts_.push_back(finder.cutOf({.isStageInput = true, .index = input}));
   }
   segments_.resize(1);

@@ -81,7 +81,7 @@ class Stage {
   /// The first step that reads a source.
   std::size_t readStep() const { return sourceOf_.empty() ? 0 : sourceOf_.begin()->first; }
 
-  /// True if a step calls a function of the user's own.
+  /// True if a step calls a user-defined function.
   bool callsUser() const;
 
   /// All that a process needs to run the stage, but for users' functions.

@@ -25,7 +25,7 @@ class OrderedMerge {
   /// Result: the first failure in the order of partitions; none so far otherwise.
   std::optional<errors::FailureRecord> add(UnitResult result);
 
-  /// False once no step wants the results of further partitions.
+  /// False once no step needs the results of further partitions.
   bool wantsMore() const;
 
   /// True if there are results of partitions after one that hasn't come yet.

@@ -18,7 +18,7 @@ struct FunctionInput {
   std::size_t value = 0;      ///< the stage's input that each call gets as the user supplied it
 };
 
-/// What a function of partitions is told of its place, besides rows.
+/// The place of rows in a partition, which a function of partitions is given.
 struct PartitionPlace {
   std::int64_t numPartitions = 1;
   std::vector<std::int64_t> firstRow{};  ///< of each input: in the partition, from 0
@@ -50,9 +50,9 @@ class UserFunctions {
   virtual std::vector<Chunk> call(std::size_t step, const Chunk& rows,
                                   std::span<const FunctionInput> inputs, OutputTypes& types) = 0;
 
-  /// Calls the function of step `step`, which is told its place in the partition and returns first
+  /// Calls the function of step `step`, which is given its place in the partition and returns first
   /// whether it is finished; where `returnsUnused` is set, then a cell with an entry for each
-  /// input, of rows that it wants to get again.
+  /// input, of rows that it is to get again.
   ///
   /// Errors: as of `call`; "KALVEX:array:PartitionResult" with what isn't as above.
   virtual PartitionResults callPartition(std::size_t step, const Chunk& rows,

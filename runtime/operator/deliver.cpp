@@ -128,6 +128,7 @@ class Deliver final : public Operator {
   std::string_view kind() const override { return "deliver"; }
   RowEffect rowEffect() const override { return RowEffect::End; }
   bool callsUser() const override { return true; }
+  bool hasSideEffects() const override { return true; }
   bool seesFrames() const override { return true; }
   std::string planNote() const override {
     return isOrdered_ ? "in the order of partitions" : "in any order of partitions";

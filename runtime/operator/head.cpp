@@ -8,7 +8,7 @@
 #include "operator/operators.h"
 
 // The first rows of all partitions together. A unit keeps as many of its first rows, since it
-// doesn't know how many come before; the merge takes what is missing, in order, and wants no more
+// doesn't know how many come before; the merge takes what is missing, in order, and needs no more
 // partitions when all are there. So little more is read than what they need.
 
 namespace kv::runtime {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -399,6 +400,59 @@ TEST_F(Arity, OfEveryOperationIsCheckedWhereItIsMadePlannedAndLoaded) {
   }
   EXPECT_GT(outcomes["KALVEX:array:OperationArity"], 0);
   EXPECT_GT(outcomes["KALVEX:load:Corrupt"], 0);
+}
+
+TEST_F(Operations, WhatCannotRunIsRefusedByName) {
+  const auto function = [](int numOutputs, auto firstOutput) {
+    return host::makeFunctionHandle("mine", [=](const host::Call& call) {
+      call.out(0, firstOutput());
+      for (int i = 1; i < numOutputs; ++i) {
+        call.out(i, matrix::sharedCopy(call.in(1)));
+      }
+    });
+  };
+  const auto isFinished = [] { return host::makeLogical(false); };
+  const Value counts = function(2, [] { return host::makeDouble(1); });
+  const Value returnsColumn = function(3, isFinished);
+  const Value returnsMore = host::makeFunctionHandle("mine", [&](const host::Call& call) {
+    call.out(0, isFinished());
+    std::vector<Value> unused;
+    unused.push_back(host::makeStringColumn(std::vector<std::string>{"more", "than", "given"}));
+    call.out(1, host::makeCell(std::move(unused)));
+    call.out(2, matrix::sharedCopy(call.in(1)));
+  });
+  const Value builder = host::call(kProcessorBuilder, {host::makeDouble(1).get()});
+  const auto withoutSpec = [](const Value& input) {
+    const Value factory = host::call(kSpecFactory, {nullptr, nullptr, nullptr});
+    return host::call(kProcessorBuilder, {input.get(), factory.get()});
+  };
+  const struct {
+    const char* id;
+    std::function<void()> run;
+  } cases[] = {
+      {"KALVEX:array:PartitionResult",
+       [&] {
+         gather(host::call("partitionfun", {counts.get(), x.get()}));
+       }},
+      {"KALVEX:array:PartitionResult",
+       [&] {
+         gather(host::call("generalpartitionfun", {returnsColumn.get(), x.get()}));
+       }},
+      {"KALVEX:array:UnusedRows",
+       [&] {
+         gather(host::call("generalpartitionfun", {returnsMore.get(), x.get()}));
+       }},
+      {"KALVEX:array:HeadRows",
+       [] {
+         host::call("kalvex.bigdata.internal.lazyeval.HeadOperation",
+                    {host::makeDouble(1).get(), host::makeDouble(0.5).get()});
+       }},
+      {"KALVEX:array:NotRunnable",
+       [&] { host::call("feval", {withoutSpec(withoutSpec(builder)).get()}); }},
+  };
+  for (const auto& [id, run] : cases) {
+    EXPECT_EQ(errorOf(run).identifier, id);
+  }
 }
 
 }  // namespace

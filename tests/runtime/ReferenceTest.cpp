@@ -137,7 +137,7 @@ class Reference : public RuntimeSession {
     });
   }
 
-  /// What a function of partitions is told: the fields in order, flags as 1.
+  /// What a function of partitions is given: the fields in order, flags as 1.
   struct Info {
     Rows all;
     bool isLast = false;  ///< of the first input
@@ -386,7 +386,7 @@ TEST_F(Reference, FunctionsOfPartitionsAreCalledUntilTheyAreFinished) {
     add(static_cast<double>(rows.size() + 1), 0, true);
     return all;
   });
-  const Value tell = partitionFunction([](const Info& info, const std::vector<Rows>& in) {
+  const Value report = partitionFunction([](const Info& info, const std::vector<Rows>& in) {
     Rows row = info.all;
     row.push_back(static_cast<double>(in[0].size()));
     return Returned{info.isLast && in[0].empty(), {row}, {}};
@@ -401,7 +401,7 @@ TEST_F(Reference, FunctionsOfPartitionsAreCalledUntilTheyAreFinished) {
   expectEqual({
       {"where rows are",
        [&] {
-         return host::call("partitionfun", {tell.get(), resized(x, 700).get()});
+         return host::call("partitionfun", {report.get(), resized(x, 700).get()});
        },
        joined(places)},
       {"the head of each partition",
