@@ -40,9 +40,7 @@ double count(int number) { return number; }
 
 /// The number of inputs after the first. Without inputs it wraps to a number that constructors
 /// refuse.
-std::size_t countBehindFirst(const RawCall& call) {
-  return static_cast<std::size_t>(call.nrhs) - 1;
-}
+std::size_t countAfterFirst(const RawCall& call) { return static_cast<std::size_t>(call.nrhs) - 1; }
 
 void apply(KalvexManagedPtr<Operation> operation, MetadataPtr metadata, const RawCall& call) {
   applyOperation(std::move(operation), std::move(metadata), call.nlhs, call.plhs, call.nrhs,
@@ -139,13 +137,13 @@ void subsrefTabularVar(ArrayPtr first, ArrayPtr second, bool flag, const RawCall
 }
 
 void filterslices(const RawCall& call) {
-  apply(makeOperation("kalvex.bigdata.internal.lazyeval.FilterOperation", countBehindFirst(call)),
+  apply(makeOperation("kalvex.bigdata.internal.lazyeval.FilterOperation", countAfterFirst(call)),
         kFromInputs, call);
 }
 
 void logicalRowSubsref(const RawCall& call) {
   apply(makeOperation("kalvex.bigdata.internal.lazyeval.LogicalRowSubsrefOperation",
-                      countBehindFirst(call)),
+                      countAfterFirst(call)),
         kFromInputs, call);
 }
 
@@ -221,7 +219,7 @@ void alignpartitions(const RawCall& call) {
 
 void repartition(MetadataPtr metadata, const RawCall& call) {
   auto operation = makeOperation("kalvex.bigdata.internal.lazyeval.RepartitionOperation",
-                                 ki::toArray(metadata->getStrategy()), countBehindFirst(call));
+                                 ki::toArray(metadata->getStrategy()), countAfterFirst(call));
   apply(std::move(operation), std::move(metadata), call);
 }
 

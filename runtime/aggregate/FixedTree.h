@@ -1,6 +1,7 @@
 #pragma once
 
 #include <bit>
+#include <cassert>
 #include <cstdint>
 #include <optional>
 #include <utility>
@@ -20,6 +21,7 @@ class FixedTree {
  public:
   /// Requires: `number` is above those of earlier calls, and not negative.
   void push(std::int64_t number, T leaf) {
+    assert(number >= 0 && (nodes_.empty() || nodes_.back().number < number));
     while (nodes_.size() >= 2 && lastPairLevel() < meetLevel(nodes_.back().number, number)) {
       mergeLastPair();
     }

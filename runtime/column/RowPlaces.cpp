@@ -91,6 +91,7 @@ bool RowPlaces::fitCut() const {
 }
 
 RowPlaces RowPlaces::inCut(const PositionCut& other) const {
+  assert(cut->positions().has_value());
   RowPlaces places = *this;
   RowCut newCut{cut->source, {}};
   places.firstRow = {0};
@@ -127,6 +128,7 @@ RowPlaces RowPlaces::inCut(const PositionCut& other) const {
 
 Chunk RowPlaces::take(const Chunk& whole, std::int64_t partition, std::int64_t first,
                       std::int64_t last) const {
+  assert(partition >= 0 && partition < cut->numPartitions());
   const auto at = static_cast<std::size_t>(partition);
   const std::int64_t begin = firstRow[at];
   const std::int64_t rows = firstRow[at + 1] - begin;

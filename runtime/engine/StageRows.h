@@ -52,7 +52,7 @@ class StageRows {
   std::int64_t estimateBytes(std::int64_t partition) const;
 
   /// A reader of the columns that the stage needs, without rows that the conditions of its reads
-  /// leave out. Where a step calls a function of the user's own, chunks are pieces.
+  /// leave out. Where a step calls a user-defined function, chunks are pieces.
   std::unique_ptr<StageReader> openPartition(std::int64_t partition, const SourceRange& range,
                                              const CancellationToken& cancellation) const;
 

@@ -69,7 +69,7 @@ struct AlignedSteps {
 };
 
 /// Puts flow steps between steps where rows must be cut anew: a zip where a step has inputs of
-/// different cuts; frames before a function of the user's that sees frames, or is to see as many
+/// different cuts; frames before a user-defined function that sees frames, or is to see as many
 /// rows at a time as was asked for.
 ///
 /// Requires: each step comes after its inputs.

@@ -24,7 +24,7 @@ bool nameRefusal(errors::FailureRecord& failure, std::string_view id, std::strin
                  const std::optional<Refusal>& refusal);
 
 /// The bytes of the rows that each output of a stage keeps, if that is known before they are read:
-/// 0 for one that keeps none or few, or whose rows a filter or a function of the user's determines.
+/// 0 for one that keeps none or few, or whose rows a filter or a user-defined function determines.
 ///
 /// `functions`: aren't called. Cost: as for a chunk without rows.
 std::vector<std::int64_t> knownResultBytes(const Stage& stage, const StageRows& rows,

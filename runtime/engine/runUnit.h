@@ -34,8 +34,7 @@ struct UnitResult {
 ///
 /// `unitBytes` is a unit in its byte form.
 /// Errors: Cancelled within a chunk of the token's being set; "KALVEX:executor:BadBytes" for bytes
-/// that aren't a unit.
-///         All other errors are returned as a failure.
+///         that aren't a unit. All other errors are returned as a failure.
 UnitResult runUnit(const Stage& stage, const StageRows& rows, std::string_view unitBytes,
                    UserFunctions& functions, const ExecutionContext& context);
 

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <concepts>
 #include <cstdint>
@@ -257,6 +258,7 @@ std::vector<Operand> adaptConstants(const ElementFunction& function,
 }
 
 Operand foldConstants(const ElementFunction& function, std::span<const Operand> inputs) {
+  assert(std::ranges::all_of(inputs, &Operand::isWeak));
   std::vector<Operand> numbers;
   bool areWhole = keepsWholes(function.rule);
   for (const Operand& input : inputs) {

@@ -51,25 +51,13 @@ constexpr ElementFunction kElementFunctions[] = {
 };
 // clang-format on
 
-const ElementFunction* findRow(auto&& isWanted) {
-  const auto* found = std::ranges::find_if(kElementFunctions, isWanted);
-  return found == std::end(kElementFunctions) ? nullptr : found;
-}
-
 }  // namespace
 
 std::span<const ElementFunction> elementFunctions() { return kElementFunctions; }
 
 const ElementFunction* findElementFunction(std::string_view name) {
-  return findRow([&](const ElementFunction& row) { return row.name == name; });
-}
-
-const ElementFunction* findOperator(std::string_view symbol, std::size_t arity) {
-  if (symbol.empty()) {
-    return nullptr;
-  }
-  return findRow(
-      [&](const ElementFunction& row) { return row.symbol == symbol && row.arity == arity; });
+  const auto* found = std::ranges::find(kElementFunctions, name, &ElementFunction::name);
+  return found == std::end(kElementFunctions) ? nullptr : found;
 }
 
 }  // namespace kv::runtime

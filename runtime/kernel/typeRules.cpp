@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cassert>
 #include <optional>
 #include <string>
 
@@ -147,6 +148,7 @@ void checkArity(const ElementFunction& function, std::size_t count) {
 }  // namespace
 
 ElementType promoteTypes(ElementType a, ElementType b) {
+  assert(isNumeric(a) && isNumeric(b));
   if (a == b || b == ElementType::Logical) {
     return a;
   }

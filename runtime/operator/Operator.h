@@ -47,9 +47,12 @@ struct ReadCondition {
 enum class RowEffect : std::uint8_t {
   Create,  ///< brings rows into the stage
   Keep,    ///< a row of output for each row of input
-  Filter,  ///< some of the rows of its inputs, in order
-  Renew,   ///< rows of its own, made from those of its inputs in each partition
-  End,     ///< no rows: what it gathers leaves the stage when the rows of a partition have ended
+  /// Rows chosen one by one, in order: those for which input 0, a logical, is true. Output i has
+  /// the chosen rows of input i + 1. Rules rely on all of this; an operator that chooses otherwise,
+  /// such as the first rows of a partition, renews them.
+  Filter,
+  Renew,  ///< rows of its own, made from those of its inputs in each partition
+  End,    ///< no rows: what it gathers leaves the stage when the rows of a partition have ended
 };
 
 /// In the unit without rows, which runs when all others have ended: the types that the functions
@@ -194,8 +197,11 @@ class Operator {
   /// False if the inputs of the step may have different rows.
   virtual bool combinesRows() const { return true; }
 
-  /// True if the step calls a function of the user's own.
+  /// True if the step calls a user-defined function.
   virtual bool callsUser() const { return false; }
+
+  /// True if each run of the step shows outside of it, so that it must not be repeated.
+  virtual bool hasSideEffects() const { return false; }
 
   /// True if all rows of its input leave the stage.
   virtual bool keepsRows() const { return false; }

@@ -33,7 +33,7 @@ struct OpSpec {
   std::string origin{};  ///< the user's line, "file:line"; empty if none is known
   OperatorPtr op{};      ///< how it runs over rows; null if it doesn't
   WholeRun wholeRun = WholeRun::CallFunction;
-  bool callsUser = false;      ///< it calls a function of the user's own
+  bool callsUser = false;      ///< it calls a user-defined function
   bool isFree = false;         ///< that function may run on any thread, see host/freeFunctions.h
   bool passesTagged = false;   ///< values for all rows reach its function as BroadcastArray
   bool isTrusted = true;       ///< false where function or source came from a file without trust

@@ -37,7 +37,7 @@ struct PlanTask {
   bool isPartitioned = false;
   bool makesRows = false;
 
-  /// Which functions of the user's own it calls; none if another task that calls the same may give
+  /// Which user-defined functions it calls; none if another task that calls the same may give
   /// other values.
   std::optional<Hash128> functions{};
 

@@ -1,6 +1,7 @@
 #include "random/normal.h"
 
 #include <array>
+#include <cassert>
 #include <cmath>
 #include <cstddef>
 #include <numbers>
@@ -82,6 +83,7 @@ constexpr std::array kFarTailBelow{1.0,
 }  // namespace
 
 double normalQuantile(double p) {
+  assert(p > 0 && p < 1);
   const double q = p - 0.5;
   if (std::abs(q) <= 0.425) {
     const double r = 0.180625 - q * q;

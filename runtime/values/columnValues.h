@@ -31,7 +31,7 @@ Column elementsOf(const kxArray* value);
 /// Errors: "KALVEX:array:NotAColumn" with the shape and class of another value.
 Column toColumn(const kxArray* value);
 
-/// The value that a function of the user's returned: NaNs are NaNs, also those that arithmetic has
+/// The value that a user-defined function returned: NaNs are NaNs, also those that arithmetic has
 /// made of a missing input and that kept its payload.
 host::Value asReturned(host::Value value);
 

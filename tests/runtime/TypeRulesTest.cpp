@@ -136,17 +136,12 @@ TEST(TypeRules, AnErrorNamesTheFunctionAndTheTypes) {
   }
 }
 
-TEST(ElementFunctionTable, RowsAreFoundByNameAndOperator) {
+TEST(ElementFunctionTable, RowsAreFoundByName) {
   for (const ElementFunction& row : elementFunctions()) {
     EXPECT_EQ(findElementFunction(row.name), &row) << row.name;
-    const bool hasOperator = !row.symbol.empty();
-    EXPECT_EQ(findOperator(row.symbol, row.arity), hasOperator ? &row : nullptr) << row.name;
     EXPECT_FALSE(row.summary.empty()) << row.name;
   }
-  EXPECT_EQ(findOperator("-", 1)->name, "uminus");
-  EXPECT_EQ(findOperator("-", 2)->name, "minus");
   EXPECT_EQ(findElementFunction("sinus"), nullptr);
-  EXPECT_EQ(findOperator("", 2), nullptr);
 }
 
 }  // namespace

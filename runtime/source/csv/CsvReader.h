@@ -16,10 +16,10 @@ namespace kv::runtime {
 /// are split into fields but not converted.
 class CsvReader final : public ChunkReader {
  public:
-  /// Requires: `range` is that of a CsvIndex, or the whole file; `columns` are in `schema`;
-  /// `cancellation` outlives the reader. Errors:   "KALVEX:datastore:SourceChanged" if `file` isn't
-  /// as recorded or has other
-  ///           columns than `schema`, "KALVEX:datastore:UnknownColumn"; as for CsvBlocks.
+  /// Requires: `range` is that of a CsvIndex, or the whole file; `columns` are in `schema`.
+  /// Errors:   "KALVEX:datastore:SourceChanged" if `file` isn't as recorded or has other columns
+  ///           than `schema`, "KALVEX:datastore:UnknownColumn"; as for CsvBlocks.
+  /// Lives:    `cancellation` outlives the reader.
   CsvReader(const SourceFile& file, ByteRange range, std::int64_t partition, const Schema& schema,
             const std::vector<std::string>& columns, const CancellationToken& cancellation);
   ~CsvReader() override;

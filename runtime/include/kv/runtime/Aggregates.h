@@ -17,7 +17,6 @@ namespace kv::runtime {
 // The result is bit-identical however rows are cut into chunks and wherever a partition is
 // computed:
 //
-//
 // 1. The rows of a partition are grouped into blocks of kReductionBlock ordinals and, within a
 //    block, into kReductionLanes lanes: lane = ordinal % kReductionLanes. A lane is summed in
 //    ascending order. A row removed by a filter leaves its place empty.

@@ -52,9 +52,8 @@ class ChunkReader {
   ///         so. A chunk has at least one row; how rows are cut into chunks depends only on the
   ///         source, not on the columns.
   /// Errors: errors::StepError if the data can't be read, "KALVEX:datastore:SourceChanged" if the
-  /// source
-  ///         changed while it was read; Cancelled if the token requests it. After either, the
-  ///         reader can only be destroyed.
+  ///         source changed while it was read; Cancelled if the token requests it. After either,
+  ///         the reader can only be destroyed.
   /// Lives:  a chunk may outlive the reader; the reader keeps none.
   virtual std::optional<Chunk> next() = 0;
 

@@ -118,9 +118,6 @@ std::span<const ElementFunction> elementFunctions();
 /// The function of that name, or null.
 const ElementFunction* findElementFunction(std::string_view name);
 
-/// The function of an operator in a formula (`-` with arity 1 is `uminus`), or null.
-const ElementFunction* findOperator(std::string_view symbol, std::size_t arity);
-
 /// The common type of two numeric types, as in `numpy.promote_types`.
 ///
 /// Requires: both are numbers or logicals.
@@ -146,9 +143,9 @@ BlockFunction blockFunction(const ElementFunction& function, ElementType compute
 /// infinity. A text combined with a time is parsed as a moment, or as a duration if it begins with
 /// P (times.h).
 /// Errors: those of `resolve`; "KALVEX:function:BadTime" for a text that is neither;
-/// "KALVEX:function:OutOfRange" for a constant that doesn't fit the
-///         integers with which it is combined; "KALVEX:array:NotExact" for a whole number that
-///         would have to become a double but isn't exact as one; "KALVEX:function:NegativePower".
+///         "KALVEX:function:OutOfRange" for a constant that doesn't fit the integers with which it
+///         is combined; "KALVEX:array:NotExact" for a whole number that would have to become a
+///         double but isn't exact as one; "KALVEX:function:NegativePower".
 std::vector<Operand> adaptConstants(const ElementFunction& function,
                                     std::span<const Operand> inputs);
 
