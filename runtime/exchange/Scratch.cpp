@@ -87,8 +87,6 @@ class ScratchFile::Sink final : public arrow::io::OutputStream {
   int error() const { return error_; }
   std::int64_t written() const { return written_; }
 
-  std::shared_ptr<arrow::ipc::RecordBatchWriter> writer{};
-
  private:
   arrow::Status failed(int error) {
     error_ = error;
@@ -103,6 +101,7 @@ class ScratchFile::Sink final : public arrow::io::OutputStream {
 
 class ScratchFile::Batches {
  public:
+  std::shared_ptr<arrow::ipc::RecordBatchWriter> writer{};
   std::shared_ptr<arrow::ipc::RecordBatchReader> reader{};
 };
 
@@ -144,20 +143,21 @@ void ScratchFile::append(const std::vector<Column>& columns) {
     options.codec = checked(arrow::util::Codec::Create(arrow::Compression::LZ4_FRAME));
     auto writer = arrow::ipc::MakeStreamWriter(sink_, schema, options);
     check(writer.status());
-    sink_->writer = *std::move(writer);
+    batches_ = std::make_unique<Batches>();
+    batches_->writer = *std::move(writer);
   }
   const auto batch = arrow::RecordBatch::Make(schema, columns.front().rows(), std::move(data));
-  check(sink_->writer->WriteRecordBatch(*batch));
+  check(batches_->writer->WriteRecordBatch(*batch));
   ++numBatches_;
 }
 
 std::optional<std::vector<Column>> ScratchFile::next() {
   scratch_.cancellation_.throwIfCancelled();
-  if (sink_ == nullptr) {
+  if (batches_ == nullptr) {
     return std::nullopt;
   }
-  if (batches_ == nullptr) {
-    check(sink_->writer->Close());
+  if (batches_->reader == nullptr) {
+    check(batches_->writer->Close());
     const int file = ::lseek(file_, 0, SEEK_SET) == 0 ? ::dup(file_) : -1;
     if (file < 0) {
       raiseFailed(scratch_.folder(), errno);
@@ -169,7 +169,6 @@ std::optional<std::vector<Column>> ScratchFile::next() {
     check(input.status());
     auto reader = arrow::ipc::RecordBatchStreamReader::Open(*input, options);
     check(reader.status());
-    batches_ = std::make_unique<Batches>();
     batches_->reader = *std::move(reader);
   }
   std::shared_ptr<arrow::RecordBatch> batch;
