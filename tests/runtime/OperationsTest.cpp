@@ -8,6 +8,7 @@
 
 #include "classes/operationTable.h"
 #include "column/RowPlaces.h"
+#include "driver/OpSpecValue.h"
 #include "runtime/RuntimeSession.h"
 #include "support/Worlds.h"
 #include "values/chunkValues.h"
@@ -422,8 +423,9 @@ TEST_F(Operations, WhatCannotRunIsRefusedByName) {
     call.out(2, matrix::sharedCopy(call.in(1)));
   });
   const Value builder = host::call(kProcessorBuilder, {host::makeDouble(1).get()});
-  const auto withoutSpec = [](const Value& input) {
+  const auto unrunnable = [](const Value& input) {
     const Value factory = host::call(kSpecFactory, {nullptr, nullptr, nullptr});
+    host::setNativeValue(factory.get(), std::make_unique<OpSpecValue>(std::make_shared<OpSpec>()));
     return host::call(kProcessorBuilder, {input.get(), factory.get()});
   };
   const struct {
@@ -448,7 +450,7 @@ TEST_F(Operations, WhatCannotRunIsRefusedByName) {
                     {host::makeDouble(1).get(), host::makeDouble(0.5).get()});
        }},
       {"KALVEX:array:NotRunnable",
-       [&] { host::call("feval", {withoutSpec(withoutSpec(builder)).get()}); }},
+       [&] { host::call("feval", {unrunnable(unrunnable(builder)).get()}); }},
   };
   for (const auto& [id, run] : cases) {
     EXPECT_EQ(errorOf(run).identifier, id);
