@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cassert>
 #include <cstddef>
@@ -130,7 +131,7 @@ class StateFold : public GroupFold {
     }
     if (propagates_) {
       auto buffer = allocateBuffer(rows);
-      std::memcpy(buffer->mutable_data(), isMissing_.data(), isMissing_.size());
+      std::ranges::copy(isMissing_, buffer->mutable_data());
       columns.emplace_back(ElementType::Logical, rows, std::move(buffer));
     }
     return columns;
