@@ -123,19 +123,23 @@ void describeGeneralPartitionwise(const kxArray* operation, OpSpec& spec) {
   describeNewRows(operation, spec, makeGeneralPartitionwise());
 }
 
-/// Errors: "KALVEX:array:ChunkRows" with a number that can't be meant.
-std::int64_t checkedChunkRows(double rows) {
-  if (!(rows >= 1 && rows <= kMaxExactWhole && std::trunc(rows) == rows)) {
-    host::raise("KALVEX:array:ChunkRows", {fmt::format("{}", rows)});
+/// A number of rows. Errors: the id with any other number than a whole one from `least` on.
+std::int64_t rowCount(double rows, double least, const char* id) {
+  if (!(rows >= least && rows <= kMaxExactWhole && std::trunc(rows) == rows)) {
+    host::raise(id, {fmt::format("{}", rows)});
   }
   return static_cast<std::int64_t>(rows);
 }
 
-void checkFixedChunks(const Call& call) { checkedChunkRows(kxGetScalar(call.in(2))); }
+std::int64_t fixedChunkRows(const kxArray* rows) {
+  return rowCount(kxGetScalar(rows), 1, "KALVEX:array:ChunkRows");
+}
+
+void checkFixedChunks(const Call& call) { fixedChunkRows(call.in(2)); }
 
 void describeFixedChunkwise(const kxArray* operation, OpSpec& spec) {
-  const double rows = kxGetScalar(host::getProperty(operation, "NumSlices").get());
-  describeNewRows(operation, spec, makeChunkwise(checkedChunkRows(rows)));
+  const std::int64_t rows = fixedChunkRows(host::getProperty(operation, "NumSlices").get());
+  describeNewRows(operation, spec, makeChunkwise(rows));
   spec.label += fmt::format(", {} row{} at a time", rows, rows == 1 ? "" : "s");
 }
 
@@ -223,7 +227,7 @@ double chunkRowsIn(const kxArray* parameter, std::size_t index) {
   }
   const double rows = kxGetScalar(number.get());
   const bool isNoBound = index == 1 && rows == std::numeric_limits<double>::infinity();
-  return isNoBound ? rows : static_cast<double>(checkedChunkRows(rows));
+  return isNoBound ? rows : static_cast<double>(rowCount(rows, 1, "KALVEX:array:ChunkRows"));
 }
 
 /// The rows of a chunk: the first parameter, or the second if that is less.
@@ -261,25 +265,14 @@ void describeCache(const kxArray* /*operation*/, OpSpec& spec) {
   spec.label = "keep for reuse";
 }
 
-/// Recorded and planned, but not run.
-void describeRecorded(const kxArray* operation, OpSpec& spec) {
-  spec.isRunnable = false;
-  spec.label = kxGetClassName(operation);
+std::int64_t headRows(const kxArray* rows) {
+  return rowCount(kxGetScalar(rows), 0, "KALVEX:array:HeadRows");
 }
 
-/// A count of rows, from 0.
-/// Errors: "KALVEX:array:HeadRows" with any other number.
-std::int64_t headRows(double rows) {
-  if (!(rows >= 0 && rows <= kMaxExactWhole && std::trunc(rows) == rows)) {
-    host::raise("KALVEX:array:HeadRows", {fmt::format("{}", rows)});
-  }
-  return static_cast<std::int64_t>(rows);
-}
-
-void checkHead(const Call& call) { headRows(kxGetScalar(call.in(2))); }
+void checkHead(const Call& call) { headRows(call.in(2)); }
 
 void describeHead(const kxArray* operation, OpSpec& spec) {
-  const std::int64_t rows = headRows(kxGetScalar(host::getProperty(operation, "NumRows").get()));
+  const std::int64_t rows = headRows(host::getProperty(operation, "NumRows").get());
   spec.op = makeHead(rows, spec.numInputs);
   spec.wholeRun = WholeRun::RunOperator;
   spec.label = fmt::format("first {} row{}", rows, rows == 1 ? "" : "s");
@@ -296,7 +289,7 @@ void describeForeach(const kxArray* operation, OpSpec& spec) {
 
 /// The operation of an array that another release saved.
 void describeInvalid(const kxArray* operation, OpSpec& spec) {
-  describeRecorded(operation, spec);
+  spec.isRunnable = false;
   spec.savedRelease = host::toText(host::getProperty(operation, "SavedVersion").get());
   spec.label = fmt::format("an array that release {} saved", spec.savedRelease);
 }

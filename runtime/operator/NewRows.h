@@ -2,10 +2,12 @@
 
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "operator/AlignedRows.h"
+#include "operator/Operator.h"
 #include "operator/StepFunction.h"
 
 namespace kv::runtime {
@@ -43,6 +45,17 @@ class NewRows {
 
  private:
   std::int64_t next_ = 0;
+};
+
+/// An operator whose function makes rows of its own.
+class NewRowsOperator : public Operator {
+ public:
+  RowEffect rowEffect() const final { return RowEffect::Renew; }
+  bool isFlow() const final { return true; }
+  bool takesValues() const final { return true; }
+  bool callsUser() const final { return true; }
+  bool seesFrames() const final { return true; }
+  std::string planNote() const final { return "makes new rows"; }
 };
 
 /// A flow step that calls a user's function on frames of rows that all inputs share.

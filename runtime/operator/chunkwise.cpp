@@ -33,17 +33,11 @@ class ChunkwiseRun final : public FramedFunction {
   }
 };
 
-class Chunkwise final : public Operator {
+class Chunkwise final : public NewRowsOperator {
  public:
   explicit Chunkwise(std::int64_t chunkRows) : chunkRows_(chunkRows) {}
 
   std::string_view kind() const override { return "chunkwise"; }
-  RowEffect rowEffect() const override { return RowEffect::Renew; }
-  bool isFlow() const override { return true; }
-  bool takesValues() const override { return true; }
-  bool callsUser() const override { return true; }
-  bool seesFrames() const override { return true; }
-  std::string planNote() const override { return "makes new rows"; }
 
   std::unique_ptr<FlowRun> startFlow(const StepScope& scope,
                                      std::span<const FlowInput> inputs) const override {

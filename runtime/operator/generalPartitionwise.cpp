@@ -149,16 +149,10 @@ class GeneralRun final : public FlowRun {
   bool isFinished_ = false;
 };
 
-class GeneralPartitionwise final : public Operator {
+class GeneralPartitionwise final : public NewRowsOperator {
  public:
   std::string_view kind() const override { return "generalPartitionwise"; }
-  RowEffect rowEffect() const override { return RowEffect::Renew; }
-  bool isFlow() const override { return true; }
-  bool takesValues() const override { return true; }
   bool combinesRows() const override { return false; }
-  bool callsUser() const override { return true; }
-  bool seesFrames() const override { return true; }
-  std::string planNote() const override { return "makes new rows"; }
 
   std::unique_ptr<FlowRun> startFlow(const StepScope& scope,
                                      std::span<const FlowInput> inputs) const override {

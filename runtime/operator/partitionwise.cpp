@@ -70,15 +70,9 @@ class PartitionwiseRun final : public FramedFunction {
   bool isFinished_ = false;
 };
 
-class Partitionwise final : public Operator {
+class Partitionwise final : public NewRowsOperator {
  public:
   std::string_view kind() const override { return "partitionwise"; }
-  RowEffect rowEffect() const override { return RowEffect::Renew; }
-  bool isFlow() const override { return true; }
-  bool takesValues() const override { return true; }
-  bool callsUser() const override { return true; }
-  bool seesFrames() const override { return true; }
-  std::string planNote() const override { return "makes new rows"; }
 
   std::unique_ptr<FlowRun> startFlow(const StepScope& scope,
                                      std::span<const FlowInput> inputs) const override {
