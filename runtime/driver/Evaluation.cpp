@@ -225,7 +225,7 @@ void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   const StageRows rows(assembled.stage());
   std::optional<errors::FailureRecord> failed = runUnits(assembled, rows, sinks, pass.sinks);
   const bool mayRepeat = std::ranges::none_of(
-      assembled.stage().steps(), [](const Step& step) { return step.op->hasSideEffects(); });
+      assembled.stage().steps(), [](const Step& step) { return step.op->facts().hasSideEffects; });
   if (failed && isOfMemory(*failed) && mayRepeat && freeGarbage()) {
     failed = runUnits(assembled, rows, sinks, pass.sinks);
   }

@@ -110,7 +110,7 @@ FreeCalls::FreeCalls(const AssembledStage& stage, WorkerSessions& sessions)
     const auto isCarryable = [&](const StepLink& link) {
       return !link.isStageInput || host::isCarryable(stage.values[link.index].get());
     };
-    if (steps[step].op->callsUser() && std::ranges::all_of(steps[step].inputs, isCarryable)) {
+    if (steps[step].op->facts().callsUser && std::ranges::all_of(steps[step].inputs, isCarryable)) {
       add(step, stage.factoryOf(step).get());
     }
   }

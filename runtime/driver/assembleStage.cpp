@@ -124,7 +124,7 @@ class BuilderGraphMaker {
     const Step& step = pass_.steps[number];
     OpSpec spec = *taskOf(number).spec;
     spec.op = step.op;
-    spec.callsUser = step.op->callsUser();
+    spec.callsUser = step.op->facts().callsUser;
     spec.numInputs = step.inputs.size();
     spec.numOutputs = step.numOutputs;
     spec.label = step.label;

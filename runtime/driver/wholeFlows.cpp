@@ -1,6 +1,7 @@
 #include "driver/wholeFlows.h"
 
 #include <algorithm>
+#include <cassert>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -85,12 +86,14 @@ std::vector<Value> runFlow(const OpSpec& spec, const kxArray* factory,
   WholeFunctions functions(spec, factory, values);
   OutputTypes types;
   const KnownTypes none;
-  const std::unique_ptr<FlowRun> run = spec.op->startFlow({.label = spec.label,
-                                                           .numOutputs = spec.numOutputs,
-                                                           .functions = functions,
-                                                           .types = types,
-                                                           .typesForNoRows = &none},
-                                                          given);
+  const auto* flow = spec.op->as<FlowOperator>();
+  assert(flow != nullptr);
+  const std::unique_ptr<FlowRun> run = flow->start({.label = spec.label,
+                                                    .numOutputs = spec.numOutputs,
+                                                    .functions = functions,
+                                                    .types = types,
+                                                    .typesForNoRows = &none},
+                                                   given);
   for (std::size_t i = 0; i < inputs.size(); ++i) {
     if (given[i].value == nullptr) {
       run->push(i, toChunk(values[i].get()));

@@ -16,6 +16,7 @@
 #include "driver/wholeFlows.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/timeValues.h"
+#include "operator/processOnce.h"
 #include "values/chunkValues.h"
 #include "values/columnValues.h"
 
@@ -121,7 +122,7 @@ std::vector<Value> callOnSlices(const OpSpec& spec, const kxArray* factory,
 
 std::vector<Value> callOnRows(const OpSpec& spec, const kxArray* factory,
                               const std::vector<const kxArray*>& inputs) {
-  if (!spec.op->spreads()) {
+  if (!spec.op->facts().spreads) {
     requireEqualRows(inputs);
   }
   const Value handle = host::getProperty(factory, "FunctionHandle");

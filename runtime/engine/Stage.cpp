@@ -33,7 +33,7 @@ Stage::Stage(std::vector<Step> steps, std::vector<std::size_t> outputs,
     : steps_(std::move(steps)), outputs_(std::move(outputs)), inputs_(std::move(inputs)) {
   assert(comeAfterTheirInputs(steps_));
   assert(std::ranges::all_of(outputs_, [this](std::size_t step) {
-    return steps_[step].op->rowEffect() == RowEffect::End;
+    return steps_[step].op->as<SinkOperator>() != nullptr;
   }));
   findSegments();
   findOrigins();
@@ -42,7 +42,7 @@ Stage::Stage(std::vector<Step> steps, std::vector<std::size_t> outputs,
 }
 
 bool Stage::callsUser() const {
-  return std::ranges::any_of(steps_, [](const Step& step) { return step.op->callsUser(); });
+  return std::ranges::any_of(steps_, [](const Step& step) { return step.op->facts().callsUser; });
 }
 
 const std::string& Stage::originOf(const StepLink& link) const {
@@ -59,7 +59,7 @@ void Stage::findSegments() {
   CutFinder finder(std::move(places));
   std::size_t numInputs = inputs_.size();  // steps may name more, whose values aren't there yet
   for (const Step& step : steps_) {
-    isAligned_ = isAligned_ && (step.op->isFlow() || finder.isAligned(step));
+    isAligned_ = isAligned_ && (isFlow(*step.op) || finder.isAligned(step));
     cuts_.push_back(finder.add(step));
     for (const StepLink& link : step.inputs) {
       numInputs = link.isStageInput ? std::max(numInputs, link.index + 1) : numInputs;
@@ -70,15 +70,15 @@ void Stage::findSegments() {
   }
   segments_.resize(1);
   for (std::size_t step = 0; step < steps_.size(); ++step) {
-    const bool isFlow = steps_[step].op->isFlow();
+    const bool startsSegment = isFlow(*steps_[step].op);
     segments_.resize(std::max(segments_.size(), cuts_[step].segment + 1));
     std::set<std::size_t> runsIn;
     for (const StepLink& link : steps_[step].inputs) {
-      if (isFlow) {
+      if (startsSegment) {
         runsIn.insert(segmentOf(link));
       }
     }
-    if (!isFlow) {
+    if (!startsSegment) {
       runsIn.insert(cuts_[step].segment);
     }
     for (const std::size_t segment : runsIn) {
@@ -92,7 +92,7 @@ void Stage::findOrigins() {
     origins_.push_back(step.describe());
     passed_.emplace_back();
     for (const StepLink& link : step.inputs) {
-      if (step.op->passesInputs()) {
+      if (step.op->facts().passesInputs) {
         const bool isPassed = !link.isStageInput && !passed_[link.index].empty();
         passed_.back().push_back(isPassed ? passed_[link.index][link.output] : link);
       }
@@ -119,10 +119,11 @@ void Stage::findLastUses() {
 void Stage::findSources() {
   std::vector<ColumnNeeds> needs;
   for (std::size_t step = 0; step < steps_.size(); ++step) {
-    const std::shared_ptr<const Datastore> source = steps_[step].op->source();
-    if (source == nullptr) {
+    const auto* read = steps_[step].op->as<ReadOperator>();
+    if (read == nullptr) {
       continue;
     }
+    const std::shared_ptr<const Datastore> source = read->source();
     const auto known = std::ranges::find(
         sources_, source->fingerprint(),
         [](const StageSource& each) -> const std::string& { return each.store->fingerprint(); });
@@ -137,7 +138,7 @@ void Stage::findSources() {
                         {first.displayName(), source->displayName()});
     }
     sourceOf_[step] = number;
-    const std::vector<std::string> columns = steps_[step].op->columns();
+    const std::vector<std::string> columns = read->columns();
     needs[number].names.insert(columns.begin(), columns.end());
   }
   for (std::size_t i = 0; i < sources_.size(); ++i) {

@@ -191,10 +191,11 @@ void StageRows::findPlaces() {
 void StageRows::findConditions() {
   std::optional<std::vector<ReadCondition>> common;
   for (const Step& step : stage_.steps()) {
-    if (step.op->source() == nullptr) {
+    const auto* read = step.op->as<ReadOperator>();
+    if (read == nullptr) {
       continue;
     }
-    const std::vector<ReadCondition> conditions = step.op->conditions();
+    const std::vector<ReadCondition> conditions = read->conditions();
     if (common && conditions != *common) {
       return;
     }

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "kv/runtime/Datastore.h"
-#include "operator/Operator.h"
+#include "operator/runs.h"
 
 namespace kv::runtime {
 

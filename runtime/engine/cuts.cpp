@@ -14,17 +14,18 @@ namespace kv::runtime {
 
 const Cut& CutFinder::add(const Step& step) {
   Cut cut{.frameRows = frameRowsOf(step)};
-  if (step.op->isFlow()) {
+  const OperatorFacts& facts = step.op->facts();
+  if (isFlow(*step.op)) {
     cut.segment = segments_++;
-    cut.isFramed = step.op->frameRows() > 0;
-    cut.frameRows = cut.isFramed ? step.op->frameRows() : cut.frameRows;
+    cut.isFramed = facts.frameRows > 0;
+    cut.frameRows = cut.isFramed ? facts.frameRows : cut.frameRows;
   } else {
     for (const std::size_t input : rowInputs(step)) {
       cut.segment = std::max(cut.segment, cutOf(step.inputs[input]).segment);
     }
-    cut.isFramed = isFramed(step) && step.op->rowEffect() != RowEffect::Filter;
+    cut.isFramed = isFramed(step) && facts.rows != RowEffect::Filter;
   }
-  if (step.op->rowEffect() == RowEffect::Renew) {
+  if (facts.rows == RowEffect::Renew) {
     cut.madeBy = cuts_.size();
     made_.emplace(step.rowSpace, cut);
   } else if (const std::vector<std::size_t> rows = rowInputs(step); !rows.empty()) {
@@ -94,7 +95,7 @@ class Aligner {
       for (StepLink& link : step.inputs) {
         link.index = link.isStageInput ? link.index : aligned_.placeOf.at(link.index);
       }
-      if (!step.op->isFlow()) {
+      if (!isFlow(*step.op)) {
         alignInputs(step, number);
       }
       aligned_.placeOf.push_back(add(std::move(step), number));
@@ -107,7 +108,8 @@ class Aligner {
   void alignInputs(Step& step, std::size_t number) {
     const std::vector<std::size_t> rows = finder_.rowInputs(step);
     const std::int64_t frameRows = finder_.frameRowsOf(step);
-    const bool needsFrames = step.op->callsUser() && (frameRows > 0 || step.op->seesFrames());
+    const OperatorFacts& facts = step.op->facts();
+    const bool needsFrames = facts.callsUser && (frameRows > 0 || facts.seesFrames);
     const bool fits = needsFrames ? finder_.isFramed(step) : finder_.isAligned(step);
     if (rows.empty() || fits) {
       return;

@@ -19,11 +19,11 @@ constexpr std::int64_t kFewRows = 10'000;
 bool hasAllRows(const Stage& stage, std::size_t step) {
   for (;;) {
     const Step& planned = stage.steps()[step];
-    if (planned.op->rowEffect() == RowEffect::Create) {
+    if (planned.op->facts().rows == RowEffect::Create) {
       return true;
     }
     const auto input = std::ranges::find(planned.inputs, false, &StepLink::isStageInput);
-    if (planned.op->rowEffect() != RowEffect::Keep || input == planned.inputs.end()) {
+    if (planned.op->facts().rows != RowEffect::Keep || input == planned.inputs.end()) {
       return false;
     }
     step = input->index;
@@ -73,7 +73,7 @@ std::vector<std::int64_t> knownResultBytes(const Stage& stage, const StageRows& 
   std::vector<std::int64_t> bytes(stage.outputs().size());
   const auto keepsAll = [&](std::size_t output) {
     const Step& step = stage.steps()[output];
-    return step.op->keepsRows() && !step.inputs.front().isStageInput &&
+    return step.op->facts().gathered == Gathered::AllRows && !step.inputs.front().isStageInput &&
            hasAllRows(stage, step.inputs.front().index);
   };
   if (stage.callsUser() || std::ranges::none_of(stage.outputs(), keepsAll)) {

@@ -38,7 +38,6 @@ class UnitRun {
         rows_(rows),
         cancellation_(cancellation),
         runs_(stage.steps().size()),
-        flows_(stage.steps().size()),
         slots_(stage.steps().size()),
         bound_(stage.inputs().size()) {
     assert(stage.isAligned());
@@ -54,11 +53,7 @@ class UnitRun {
                             stage.cutOf(i).isFramed,
                             stage.cutOf(i).frameRows,
                             unit.numPartitions};
-      if (step.op->isFlow()) {
-        startFlow(step, scope);
-      } else {
-        runs_[i] = step.op->start(scope);
-      }
+      start(step, scope);
     }
   }
 
@@ -77,7 +72,7 @@ class UnitRun {
   void endRows() {
     for (const std::size_t step : flowSteps_) {
       for (std::size_t input = 0; input < stage_.steps()[step].inputs.size(); ++input) {
-        flows_[step]->finishInput(input);
+        runs_[step].flow->finishInput(input);
       }
       ready_.insert(step);
       drain();
@@ -92,8 +87,8 @@ class UnitRun {
 
   /// Notes that a step failed; `rows` is empty where none are known.
   void fail(std::size_t step, const std::exception_ptr& thrown, GivenRows rows = {}) {
-    const GivenRows* ofCall =
-        flows_[step] != nullptr ? flows_[step]->rowsAtHand() : runs_[step]->rowsAtHand();
+    const OperatorRun* run = runs_[step].any();
+    const GivenRows* ofCall = run != nullptr ? run->rowsAtHand() : nullptr;
     rows = ofCall != nullptr ? *ofCall : rows;
     result_.failure = errors::recordFailure(thrown);
     result_.failure->step = step;
@@ -106,7 +101,7 @@ class UnitRun {
   std::int64_t keptBytes() const {
     std::int64_t bytes = 0;
     for (const std::size_t output : stage_.outputs()) {
-      bytes += runs_[output]->keptBytes();
+      bytes += runs_[output].sink->keptBytes();
     }
     return bytes;
   }
@@ -114,7 +109,7 @@ class UnitRun {
   UnitResult finish() {
     for (const std::size_t output : stage_.outputs()) {
       if (!result_.failure) {
-        errors::catchingFailures([&] { result_.sinks.push_back(runs_[output]->finish()); },
+        errors::catchingFailures([&] { result_.sinks.push_back(runs_[output].sink->finish()); },
                                  [&](const std::exception_ptr& thrown) { fail(output, thrown); });
       }
     }
@@ -127,17 +122,41 @@ class UnitRun {
   }
 
  private:
-  void startFlow(const Step& step, const StepScope& scope) {
+  /// The run of a step, by the kind of its operator; none for one that reads.
+  struct Run {
+    std::unique_ptr<StepRun> step{};
+    std::unique_ptr<FlowRun> flow{};
+    std::unique_ptr<SinkRun> sink{};
+
+    const OperatorRun* any() const {
+      return step != nullptr   ? static_cast<const OperatorRun*>(step.get())
+             : flow != nullptr ? static_cast<const OperatorRun*>(flow.get())
+                               : sink.get();
+    }
+  };
+
+  void start(const Step& step, const StepScope& scope) {
+    Run& run = runs_[scope.step];
+    if (const auto* keeper = step.op->as<StepOperator>()) {
+      run.step = keeper->start(scope);
+    } else if (const auto* flow = step.op->as<FlowOperator>()) {
+      run.flow = flow->start(scope, flowInputs(step));
+      flowSteps_.push_back(scope.step);
+    } else if (const auto* sink = step.op->as<SinkOperator>()) {
+      run.sink = sink->start(scope);
+    }
+  }
+
+  std::vector<FlowInput> flowInputs(const Step& step) const {
     std::vector<FlowInput> inputs;
     for (const StepLink& link : step.inputs) {
       inputs.push_back({stage_.originOf(link)});
-      if (isValue(link) && step.op->takesValues()) {
+      if (isValue(link) && step.op->facts().takesValues) {
         inputs.back().value = &stage_.inputs()[link.index];
         inputs.back().valueNumber = link.index;
       }
     }
-    flows_[scope.step] = step.op->startFlow(scope, inputs);
-    flowSteps_.push_back(scope.step);
+    return inputs;
   }
 
   /// Takes rows through the steps of a segment.
@@ -158,12 +177,12 @@ class UnitRun {
       const std::size_t step = *ready_.rbegin();
       cancellation_.throwIfCancelled();
       std::optional<std::vector<Chunk>> emitted;
-      errors::catchingFailures([&] { emitted = flows_[step]->next(); },
+      errors::catchingFailures([&] { emitted = runs_[step].flow->next(); },
                                [&](const std::exception_ptr& thrown) { fail(step, thrown); });
       if (emitted) {
         slots_[step] = *std::move(emitted);
         const Chunk rows = slots_[step].front();
-        if (stage_.steps()[step].op->rowEffect() == RowEffect::Renew) {
+        if (stage_.steps()[step].op->facts().rows == RowEffect::Renew) {
           result_.madeRows[step] += rows.rows();
         }
         runSegment(stage_.cutOf(step).segment, rows);
@@ -175,6 +194,7 @@ class UnitRun {
 
   void process(std::size_t step, std::size_t segment, const Chunk& rows) {
     const Step& planned = stage_.steps()[step];
+    const Run& run = runs_[step];
     std::vector<StepInput> inputs;
     inputs.reserve(planned.inputs.size());
     for (const StepLink& link : planned.inputs) {
@@ -182,13 +202,15 @@ class UnitRun {
                        : link.isStageInput               ? valueAt(link.index)
                                                          : StepInput{});
     }
-    const bool isRead = planned.op->source() != nullptr;
-    const StepInputs given(planned.label, planned.op->spreads(), inputs,
-                           isRead ? (*sources_)[stage_.sourceOf(step)] : rows);
-    if (flows_[step] != nullptr) {
+    const StepInputs given(planned.label, planned.op->facts().spreads, inputs);
+    if (run.step != nullptr) {
+      slots_[step] = run.step->process(given);
+    } else if (run.flow != nullptr) {
       push(step, segment, given);
+    } else if (run.sink != nullptr) {
+      run.sink->process(given);
     } else {
-      slots_[step] = runs_[step]->process(given);
+      slots_[step].assign(1, (*sources_)[stage_.sourceOf(step)]);
     }
     for (const std::size_t used : stage_.usedUpAfter(step)) {
       slots_[used].clear();
@@ -200,10 +222,10 @@ class UnitRun {
     const Step& planned = stage_.steps()[step];
     for (std::size_t input = 0; input < inputs.size(); ++input) {
       const StepLink& link = planned.inputs[input];
-      if (isValue(link) && planned.op->takesValues()) {
+      if (isValue(link) && planned.op->facts().takesValues) {
         inputs.checkValue(input);
       } else if (stage_.segmentOf(link) == segment) {
-        flows_[step]->push(input, inputs.chunk(input));
+        runs_[step].flow->push(input, inputs.chunk(input));
       }
     }
     ready_.insert(step);
@@ -214,11 +236,12 @@ class UnitRun {
     std::vector<bool> isWanted(stage_.segments().size(), false);
     for (std::size_t segment = isWanted.size(); segment-- > 0;) {
       isWanted[segment] = std::ranges::any_of(stage_.segments()[segment], [&](std::size_t step) {
-        const Step& planned = stage_.steps()[step];
-        bool wants = planned.op->rowEffect() == RowEffect::End && runs_[step]->wantsMore();
-        for (std::size_t i = 0; i < planned.inputs.size() && flows_[step] != nullptr; ++i) {
-          wants = wants || (isWanted[stage_.cutOf(step).segment] && flows_[step]->wantsMore(i) &&
-                            stage_.segmentOf(planned.inputs[i]) == segment);
+        const std::vector<StepLink>& inputs = stage_.steps()[step].inputs;
+        const Run& run = runs_[step];
+        bool wants = run.sink != nullptr && run.sink->wantsMore();
+        for (std::size_t i = 0; i < inputs.size() && run.flow != nullptr; ++i) {
+          wants = wants || (isWanted[stage_.cutOf(step).segment] && run.flow->wantsMore(i) &&
+                            stage_.segmentOf(inputs[i]) == segment);
         }
         return wants;
       });
@@ -266,8 +289,7 @@ class UnitRun {
   const CancellationToken& cancellation_;
   const std::vector<Chunk>* sources_ = nullptr;  ///< the rows at hand, of each source
   std::map<std::size_t, OutputTypes> types_;     ///< by step
-  std::vector<std::unique_ptr<StepRun>> runs_;   ///< of the steps; null for flow steps
-  std::vector<std::unique_ptr<FlowRun>> flows_;  ///< of the flow steps; null for others
+  std::vector<Run> runs_;                        ///< of the steps
   std::vector<std::size_t> flowSteps_;           ///< in order
   std::set<std::size_t> ready_;                  ///< flow steps that may have something to emit
   std::vector<std::vector<Chunk>> slots_;    ///< the outputs of the steps, until they are used up

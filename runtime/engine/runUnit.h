@@ -12,8 +12,8 @@
 #include "engine/Stage.h"
 #include "engine/StageRows.h"
 #include "kv/errors/FailureRecord.h"
-#include "operator/Operator.h"
 #include "operator/OutputTypes.h"
+#include "operator/runs.h"
 
 namespace kv::runtime {
 

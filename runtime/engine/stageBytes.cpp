@@ -59,8 +59,8 @@ Step stepFrom(ByteReader& bytes, const std::vector<Step>& before) {
   step.origin = bytes.text();
   step.rowSpace = bytes.text();
   const bool lacksOutputs =
-      step.op->passesInputs() ? step.numOutputs != step.inputs.size() : step.numOutputs == 0;
-  if (step.op->isFlow() && (step.inputs.empty() || lacksOutputs)) {
+      step.op->facts().passesInputs ? step.numOutputs != step.inputs.size() : step.numOutputs == 0;
+  if (isFlow(*step.op) && (step.inputs.empty() || lacksOutputs)) {
     bytes.refuse();
   }
   return step;
@@ -168,7 +168,7 @@ Stage Stage::fromBytes(std::string_view content, arrow::MemoryPool* pool) {
   std::vector<std::size_t> outputs;
   for (std::size_t left = bytes.count(sizeof(std::uint64_t)); left > 0; --left) {
     outputs.push_back(bytes.below(steps.size()));
-    if (steps[outputs.back()].op->rowEffect() != RowEffect::End) {
+    if (steps[outputs.back()].op->as<SinkOperator>() == nullptr) {
       bytes.refuse();
     }
   }

@@ -1,6 +1,7 @@
 #include "executor/OrderedMerge.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 #include "kv/errors/PassThrough.h"
@@ -11,7 +12,9 @@ OrderedMerge::OrderedMerge(const Stage& stage, UserFunctions& functions, std::in
     : stage_(stage) {
   for (const std::size_t output : stage.outputs()) {
     const Step& step = stage.steps()[output];
-    merges_.push_back(step.op->startMerge({output, step.label, functions, numPartitions}));
+    const auto* sink = step.op->as<SinkOperator>();
+    assert(sink != nullptr);
+    merges_.push_back(sink->startMerge({output, step.label, functions, numPartitions}));
   }
 }
 
@@ -113,7 +116,7 @@ std::vector<std::int64_t> OrderedMerge::madeRows(std::size_t step,
 
 bool OrderedMerge::hasUncalledFunction() const {
   for (std::size_t step = 0; step < stage_.steps().size(); ++step) {
-    if (stage_.steps()[step].op->callsUser() && !types_.contains(step)) {
+    if (stage_.steps()[step].op->facts().callsUser && !types_.contains(step)) {
       return true;
     }
   }

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "column/ChunkBuffer.h"
-#include "operator/Operator.h"
+#include "operator/runs.h"
 
 namespace kv::runtime {
 

@@ -48,14 +48,18 @@ class NewRows {
 };
 
 /// An operator whose function makes rows of its own.
-class NewRowsOperator : public Operator {
+class NewRowsOperator : public FlowOperator {
  public:
-  RowEffect rowEffect() const final { return RowEffect::Renew; }
-  bool isFlow() const final { return true; }
-  bool takesValues() const final { return true; }
-  bool callsUser() const final { return true; }
-  bool seesFrames() const final { return true; }
   std::string planNote() const final { return "makes new rows"; }
+
+ protected:
+  explicit NewRowsOperator(std::string_view kind, bool combinesRows = true)
+      : FlowOperator({.kind = kind,
+                      .rows = RowEffect::Renew,
+                      .callsUser = true,
+                      .seesFrames = true,
+                      .combinesRows = combinesRows,
+                      .takesValues = true}) {}
 };
 
 /// A flow step that calls a user's function on frames of rows that all inputs share.

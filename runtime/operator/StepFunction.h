@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "operator/Operator.h"
+#include "operator/scopes.h"
 
 namespace kv::runtime {
 

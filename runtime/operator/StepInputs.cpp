@@ -26,6 +26,13 @@ bool haveSameRows(const RowOrdinals& a, const RowOrdinals& b) {
   return true;
 }
 
+void requireLogical(std::string_view label, const Chunk& result) {
+  if (result.type() != ElementType::Logical) {
+    raiseStep("KALVEX:array:NotLogical",
+              {std::string(label), std::string(elementTypeName(result.type()))});
+  }
+}
+
 const Chunk& StepInputs::chunk(std::size_t input) const {
   if (isValue(input)) {
     refuseValue(input);

@@ -16,6 +16,10 @@ namespace kv::runtime {
 /// True if two chunks of one partition have the same rows of the source.
 bool haveSameRows(const RowOrdinals& a, const RowOrdinals& b);
 
+/// Refuses a result that isn't logical.
+/// Errors: "KALVEX:array:NotLogical" with the label and the type.
+void requireLogical(std::string_view label, const Chunk& result);
+
 /// One input of a step: rows, or a value that isn't known to be rows of the stage.
 struct StepInput {
   const Chunk* rows = nullptr;        ///< null for a value
@@ -31,16 +35,11 @@ class StepInputs {
  public:
   /// `label`: what the step does, for messages. `spreads`: a value of one row is repeated for every
   /// row.
-  StepInputs(std::string_view label, bool spreads, std::span<const StepInput> inputs,
-             const Chunk& source)
-      : label_(label), spreads_(spreads), inputs_(inputs), source_(source) {}
+  StepInputs(std::string_view label, bool spreads, std::span<const StepInput> inputs)
+      : label_(label), spreads_(spreads), inputs_(inputs) {}
 
   std::size_t size() const { return inputs_.size(); }
   std::string_view label() const { return label_; }
-
-  /// The rows from which those of all inputs came: those of the source, or those that a flow step
-  /// emitted.
-  const Chunk& source() const { return source_; }
 
   bool isValue(std::size_t input) const { return inputs_[input].value != nullptr; }
 
@@ -86,7 +85,6 @@ class StepInputs {
   std::string_view label_;
   bool spreads_;
   std::span<const StepInput> inputs_;
-  const Chunk& source_;
 };
 
 }  // namespace kv::runtime

@@ -11,14 +11,14 @@ namespace kv::runtime {
 
 namespace {
 
-class AggregateRun final : public StepRun {
+class AggregateRun final : public SinkRun {
  public:
   AggregateRun(AggregateKind kind, MissingRule missing) : kind_(kind), missing_(missing) {}
 
-  std::vector<Chunk> process(const StepInputs& inputs) override {
+  void process(const StepInputs& inputs) override {
     const Chunk& rows = inputs.array(0);
     if (rows.type() == ElementType::Unknown) {
-      return {};
+      return;
     }
     if (states_.empty()) {
       addStates(rows.columns.size());
@@ -28,7 +28,6 @@ class AggregateRun final : public StepRun {
     for (std::size_t i = 0; i < states_.size(); ++i) {
       states_[i].update(rows.columns[i], rows.ordinals);
     }
-    return {};
   }
 
   SinkResult finish() override {
@@ -103,16 +102,14 @@ class AnswerMerge final : public SinkMerge {
   std::vector<PartialTree> columns_;
 };
 
-class Aggregate final : public Operator {
+class Aggregate final : public SinkOperator {
  public:
   Aggregate(const AggregateFunction& function, const AggregateForm& form)
-      : function_(function), form_(form) {}
+      : SinkOperator({.kind = "aggregate"}), function_(function), form_(form) {}
 
-  std::string_view kind() const override { return "aggregate"; }
-  RowEffect rowEffect() const override { return RowEffect::End; }
   std::string planNote() const override { return "reduces all rows"; }
 
-  std::unique_ptr<StepRun> start(const StepScope& /*scope*/) const override {
+  std::unique_ptr<SinkRun> start(const StepScope& /*scope*/) const override {
     return std::make_unique<AggregateRun>(function_.kind, form_.missing);
   }
 

@@ -112,27 +112,27 @@ class CallableRun final : public StepRun {
   bool givesLogical_;
 };
 
-class Callable final : public Operator {
+class Callable final : public StepOperator {
  public:
-  explicit Callable(CallableRules rules) : rules_(rules) {}
-
-  std::string_view kind() const override { return "callable"; }
-  bool callsUser() const override { return true; }
-  bool spreads() const override { return rules_.spreads; }
-  bool seesFrames() const override { return rules_.seesFrames; }
+  explicit Callable(CallableRules rules)
+      : StepOperator({.kind = "callable",
+                      .callsUser = true,
+                      .seesFrames = rules.seesFrames,
+                      .spreads = rules.spreads}),
+        givesLogical_(rules.givesLogical) {}
 
   std::unique_ptr<StepRun> start(const StepScope& scope) const override {
-    return std::make_unique<CallableRun>(scope, rules_.givesLogical);
+    return std::make_unique<CallableRun>(scope, givesLogical_);
   }
 
   void write(ByteWriter& bytes) const override {
-    bytes.flag(rules_.givesLogical);
-    bytes.flag(rules_.spreads);
-    bytes.flag(rules_.seesFrames);
+    bytes.flag(givesLogical_);
+    bytes.flag(facts().spreads);
+    bytes.flag(facts().seesFrames);
   }
 
  private:
-  CallableRules rules_;
+  bool givesLogical_;
 };
 
 }  // namespace

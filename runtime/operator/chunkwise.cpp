@@ -35,12 +35,11 @@ class ChunkwiseRun final : public FramedFunction {
 
 class Chunkwise final : public NewRowsOperator {
  public:
-  explicit Chunkwise(std::int64_t chunkRows) : chunkRows_(chunkRows) {}
+  explicit Chunkwise(std::int64_t chunkRows)
+      : NewRowsOperator("chunkwise"), chunkRows_(chunkRows) {}
 
-  std::string_view kind() const override { return "chunkwise"; }
-
-  std::unique_ptr<FlowRun> startFlow(const StepScope& scope,
-                                     std::span<const FlowInput> inputs) const override {
+  std::unique_ptr<FlowRun> start(const StepScope& scope,
+                                 std::span<const FlowInput> inputs) const override {
     return std::make_unique<ChunkwiseRun>(scope, chunkRows_, inputs);
   }
 

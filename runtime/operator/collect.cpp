@@ -30,9 +30,9 @@ std::int64_t bytesOf(const Chunk& chunk) {
   return chunk.byteSize() + listed * static_cast<std::int64_t>(sizeof(std::int64_t));
 }
 
-class CollectRun final : public StepRun {
+class CollectRun final : public SinkRun {
  public:
-  std::vector<Chunk> process(const StepInputs& inputs) override {
+  void process(const StepInputs& inputs) override {
     const Chunk& chunk = inputs.chunk(0);
     if (pendingBytes_ >= kJoinedBytes ||
         (!pending_.empty() && !canBeJoined(pending_.front(), chunk))) {
@@ -42,7 +42,6 @@ class CollectRun final : public StepRun {
     pending_.push_back(chunk);
     keptBytes_ += bytes;
     pendingBytes_ += bytes;
-    return {};
   }
 
   std::int64_t keptBytes() const override { return keptBytes_; }
@@ -85,14 +84,13 @@ class CollectMerge final : public SinkMerge {
   std::int64_t keptBytes_ = 0;
 };
 
-class Collect final : public Operator {
+class Collect final : public SinkOperator {
  public:
-  std::string_view kind() const override { return "collect"; }
-  RowEffect rowEffect() const override { return RowEffect::End; }
-  bool keepsRows() const override { return true; }
+  Collect() : SinkOperator({.kind = "collect", .gathered = Gathered::AllRows}) {}
+
   std::string planNote() const override { return "rows are kept"; }
 
-  std::unique_ptr<StepRun> start(const StepScope& /*scope*/) const override {
+  std::unique_ptr<SinkRun> start(const StepScope& /*scope*/) const override {
     return std::make_unique<CollectRun>();
   }
 

@@ -34,16 +34,15 @@ struct Delivery {
   }
 };
 
-class KeepFrames final : public StepRun {
+class KeepFrames final : public SinkRun {
  public:
   explicit KeepFrames(OutputTypes& types) { types.noteCall(); }
 
-  std::vector<Chunk> process(const StepInputs& inputs) override {
+  void process(const StepInputs& inputs) override {
     inputs.sharedRows();  // refuses what isn't matching rows
     for (std::size_t input = 0; input < inputs.size() && inputs.chunk(0).rows() > 0; ++input) {
       frames_.push_back(inputs.array(input));
     }
-    return {};
   }
 
   SinkResult finish() override { return {.chunks = std::move(frames_)}; }
@@ -53,13 +52,13 @@ class KeepFrames final : public StepRun {
 };
 
 /// Hands frames over as they come; each waits for the next, which shows whether it is the last.
-class GiveFrames final : public StepRun {
+class GiveFrames final : public SinkRun {
  public:
   explicit GiveFrames(const StepScope& scope)
       : delivery_{{scope.step, scope.label, scope.functions, scope.numPartitions}},
         types_(scope.types) {}
 
-  std::vector<Chunk> process(const StepInputs& inputs) override {
+  void process(const StepInputs& inputs) override {
     types_.noteCall();
     inputs.sharedRows();
     if (inputs.chunk(0).rows() > 0 && !delivery_.isStopped) {
@@ -68,7 +67,6 @@ class GiveFrames final : public StepRun {
         waiting_.push_back(inputs.array(input));
       }
     }
-    return {};
   }
 
   SinkResult finish() override {
@@ -121,20 +119,19 @@ class DeliverMerge final : public SinkMerge {
   std::size_t numInputs_;
 };
 
-class Deliver final : public Operator {
+class Deliver final : public SinkOperator {
  public:
-  Deliver(std::size_t numInputs, bool isOrdered) : numInputs_(numInputs), isOrdered_(isOrdered) {}
+  Deliver(std::size_t numInputs, bool isOrdered)
+      : SinkOperator(
+            {.kind = "deliver", .callsUser = true, .seesFrames = true, .hasSideEffects = true}),
+        numInputs_(numInputs),
+        isOrdered_(isOrdered) {}
 
-  std::string_view kind() const override { return "deliver"; }
-  RowEffect rowEffect() const override { return RowEffect::End; }
-  bool callsUser() const override { return true; }
-  bool hasSideEffects() const override { return true; }
-  bool seesFrames() const override { return true; }
   std::string planNote() const override {
     return isOrdered_ ? "in the order of partitions" : "in any order of partitions";
   }
 
-  std::unique_ptr<StepRun> start(const StepScope& scope) const override {
+  std::unique_ptr<SinkRun> start(const StepScope& scope) const override {
     if (isOrdered_) {
       return std::make_unique<KeepFrames>(scope.types);
     }

@@ -9,11 +9,10 @@ namespace {
 class Elementwise final : public StatelessOperator {
  public:
   Elementwise(const ElementFunction& function, bool givesLogical, bool spreads)
-      : function_(function), givesLogical_(givesLogical), spreads_(spreads) {}
-
-  std::string_view kind() const override { return "elementwise"; }
-  bool spreads() const override { return spreads_; }
-  const ElementFunction* elementFunction() const override { return &function_; }
+      : StatelessOperator(
+            {.kind = "elementwise", .spreads = spreads, .elementFunction = &function}),
+        function_(function),
+        givesLogical_(givesLogical) {}
 
   std::vector<Chunk> process(const StepInputs& inputs) const override {
     const Chunk& rows = inputs.sharedRows();
@@ -32,13 +31,12 @@ class Elementwise final : public StatelessOperator {
   void write(ByteWriter& bytes) const override {
     bytes.text(function_.name);
     bytes.flag(givesLogical_);
-    bytes.flag(spreads_);
+    bytes.flag(facts().spreads);
   }
 
  private:
   const ElementFunction& function_;  ///< of the table of element functions
   bool givesLogical_;
-  bool spreads_;
 };
 
 }  // namespace

@@ -8,8 +8,7 @@ namespace {
 
 class Filter final : public StatelessOperator {
  public:
-  std::string_view kind() const override { return "filter"; }
-  RowEffect rowEffect() const override { return RowEffect::Filter; }
+  Filter() : StatelessOperator({.kind = "filter", .rows = RowEffect::Filter}) {}
 
   ColumnNeeds needsOf(std::size_t input, const ColumnNeeds& asked) const override {
     return input == 0 ? ColumnNeeds{true, {}} : asked;

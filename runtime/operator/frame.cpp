@@ -21,28 +21,21 @@ class FrameRun final : public AlignedFlow {
   std::int64_t frameRows_;
 };
 
-class Frame final : public Operator {
+class Frame final : public FlowOperator {
  public:
-  explicit Frame(std::int64_t frameRows) : frameRows_(frameRows) {}
-
-  std::string_view kind() const override { return "frame"; }
-  bool isFlow() const override { return true; }
-  bool passesInputs() const override { return true; }
-  std::int64_t frameRows() const override { return frameRows_; }
+  explicit Frame(std::int64_t frameRows)
+      : FlowOperator({.kind = "frame", .passesInputs = true, .frameRows = frameRows}) {}
 
   ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& asked) const override {
     return asked;
   }
 
-  std::unique_ptr<FlowRun> startFlow(const StepScope& /*scope*/,
-                                     std::span<const FlowInput> inputs) const override {
-    return std::make_unique<FrameRun>(frameRows_, inputs);
+  std::unique_ptr<FlowRun> start(const StepScope& /*scope*/,
+                                 std::span<const FlowInput> inputs) const override {
+    return std::make_unique<FrameRun>(facts().frameRows, inputs);
   }
 
-  void write(ByteWriter& bytes) const override { bytes.number(frameRows_); }
-
- private:
-  std::int64_t frameRows_;
+  void write(ByteWriter& bytes) const override { bytes.number(facts().frameRows); }
 };
 
 }  // namespace

@@ -151,11 +151,10 @@ class GeneralRun final : public FlowRun {
 
 class GeneralPartitionwise final : public NewRowsOperator {
  public:
-  std::string_view kind() const override { return "generalPartitionwise"; }
-  bool combinesRows() const override { return false; }
+  GeneralPartitionwise() : NewRowsOperator("generalPartitionwise", /*combinesRows=*/false) {}
 
-  std::unique_ptr<FlowRun> startFlow(const StepScope& scope,
-                                     std::span<const FlowInput> inputs) const override {
+  std::unique_ptr<FlowRun> start(const StepScope& scope,
+                                 std::span<const FlowInput> inputs) const override {
     return std::make_unique<GeneralRun>(scope, inputs);
   }
 };

@@ -12,11 +12,11 @@ namespace kv::runtime {
 
 namespace {
 
-class GroupsRun final : public StepRun {
+class GroupsRun final : public SinkRun {
  public:
   explicit GroupsRun(std::span<const GroupedValue> values) : folder_(values) {}
 
-  std::vector<Chunk> process(const StepInputs& inputs) override {
+  void process(const StepInputs& inputs) override {
     const Chunk& keys = inputs.chunk(0);
     std::vector<Chunk> arrays;
     for (std::size_t input = 1; input < inputs.size(); ++input) {
@@ -24,7 +24,6 @@ class GroupsRun final : public StepRun {
       inputs.requireSameRows(0, input);
     }
     folder_.add(keys, arrays);
-    return {};
   }
 
   SinkResult finish() override {
@@ -53,17 +52,16 @@ class GroupsMerge final : public SinkMerge {
   GroupMerger merger_;
 };
 
-class Groups final : public Operator {
+class Groups final : public SinkOperator {
  public:
-  explicit Groups(std::vector<GroupedValue> values) : values_(std::move(values)) {}
+  explicit Groups(std::vector<GroupedValue> values)
+      : SinkOperator({.kind = "groups", .gathered = Gathered::NewRows}),
+        values_(std::move(values)) {}
 
-  std::string_view kind() const override { return "groups"; }
   const std::vector<GroupedValue>* groupedValues() const override { return &values_; }
-  RowEffect rowEffect() const override { return RowEffect::End; }
-  bool makesRows() const override { return true; }
   std::string planNote() const override { return "a row for each key"; }
 
-  std::unique_ptr<StepRun> start(const StepScope& /*scope*/) const override {
+  std::unique_ptr<SinkRun> start(const StepScope& /*scope*/) const override {
     return std::make_unique<GroupsRun>(values_);
   }
 

@@ -15,11 +15,11 @@ namespace kv::runtime {
 
 namespace {
 
-class HeadRun final : public StepRun {
+class HeadRun final : public SinkRun {
  public:
   explicit HeadRun(std::int64_t rows) : rowsLeft_(rows) {}
 
-  std::vector<Chunk> process(const StepInputs& inputs) override {
+  void process(const StepInputs& inputs) override {
     const std::int64_t rows = std::min(rowsLeft_, inputs.chunk(0).rows());
     const bool isNews = rows > 0 || kept_.empty();
     for (std::size_t input = 0; input < inputs.size() && isNews; ++input) {
@@ -27,7 +27,6 @@ class HeadRun final : public StepRun {
       kept_.push_back(slice(inputs.chunk(input), 0, rows));
     }
     rowsLeft_ -= rows;
-    return {};
   }
 
   SinkResult finish() override { return {.chunks = std::move(kept_)}; }
@@ -73,19 +72,18 @@ class HeadMerge final : public SinkMerge {
   std::vector<std::vector<Chunk>> inputs_;  ///< the chunks of each
 };
 
-class Head final : public Operator {
+class Head final : public SinkOperator {
  public:
-  Head(std::int64_t rows, std::size_t numInputs) : rows_(rows), numInputs_(numInputs) {}
+  Head(std::int64_t rows, std::size_t numInputs)
+      : SinkOperator({.kind = "head"}), rows_(rows), numInputs_(numInputs) {}
 
-  std::string_view kind() const override { return "head"; }
-  RowEffect rowEffect() const override { return RowEffect::End; }
   std::string planNote() const override { return "stops when these rows are there"; }
 
   ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& asked) const override {
     return asked;
   }
 
-  std::unique_ptr<StepRun> start(const StepScope& /*scope*/) const override {
+  std::unique_ptr<SinkRun> start(const StepScope& /*scope*/) const override {
     return std::make_unique<HeadRun>(rows_);
   }
   std::unique_ptr<SinkMerge> startMerge(const MergeScope& /*scope*/) const override {

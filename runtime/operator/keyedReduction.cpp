@@ -121,12 +121,12 @@ class KeyedTrees {
   std::vector<ReduceTree<Partial>> trees_;
 };
 
-class KeyedReductionRun final : public StepRun {
+class KeyedReductionRun final : public SinkRun {
  public:
   explicit KeyedReductionRun(const StepScope& scope)
       : scope_(scope), trees_({scope.step, scope.label, scope.functions}, false) {}
 
-  std::vector<Chunk> process(const StepInputs& inputs) override {
+  void process(const StepInputs& inputs) override {
     const Chunk& keys = inputs.chunk(0);
     for (std::size_t input = 1; input < inputs.size(); ++input) {
       if (!inputs.isValue(input)) {
@@ -140,7 +140,6 @@ class KeyedReductionRun final : public StepRun {
     } else if (mustCallOnNoRows()) {
       callOnNoRows(keys, inputs.functionInputs(1));
     }
-    return {};
   }
 
   SinkResult finish() override {
@@ -247,16 +246,17 @@ class KeyedReductionMerge final : public SinkMerge {
   std::vector<Chunk> withoutRows_;
 };
 
-class KeyedReduction final : public Operator {
+class KeyedReduction final : public SinkOperator {
  public:
-  std::string_view kind() const override { return "keyedReduction"; }
-  RowEffect rowEffect() const override { return RowEffect::End; }
-  bool makesRows() const override { return true; }
-  bool callsUser() const override { return true; }
-  bool seesFrames() const override { return true; }
+  KeyedReduction()
+      : SinkOperator({.kind = "keyedReduction",
+                      .gathered = Gathered::NewRows,
+                      .callsUser = true,
+                      .seesFrames = true}) {}
+
   std::string planNote() const override { return "a row for each key"; }
 
-  std::unique_ptr<StepRun> start(const StepScope& scope) const override {
+  std::unique_ptr<SinkRun> start(const StepScope& scope) const override {
     return std::make_unique<KeyedReductionRun>(scope);
   }
 

@@ -47,7 +47,7 @@ OperatorPtr readOperator(ByteReader& bytes) {
 }
 
 void writeOperator(const Operator& op, ByteWriter& bytes) {
-  bytes.text(op.kind());
+  bytes.text(op.facts().kind);
   op.write(bytes);
 }
 

@@ -16,8 +16,6 @@
 /// All operators, one file each.
 namespace kv::runtime {
 
-using OperatorPtr = std::shared_ptr<const Operator>;
-
 /// The rows of a source, as a table of the named columns, or of all. Rows may be left out for which
 /// a condition isn't true.
 /// Requires: the columns are those of the source, in its order; those of the conditions can be
@@ -32,7 +30,7 @@ OperatorPtr makeRead(std::shared_ptr<const Datastore> source, std::vector<std::s
 OperatorPtr makeVariable(std::vector<std::string> names, bool isContent);
 
 /// A built-in function of matching rows. `givesLogical`: refuses results of another type.
-/// `spreads`: as Operator::spreads.
+/// `spreads`: as OperatorFacts::spreads.
 /// Errors of a run: those of evaluate(); "KALVEX:array:NotLogical".
 OperatorPtr makeElementwise(const ElementFunction& function, bool givesLogical = false,
                             bool spreads = true);
@@ -40,8 +38,8 @@ OperatorPtr makeElementwise(const ElementFunction& function, bool givesLogical =
 /// What is asked of a user's function of matching rows.
 struct CallableRules {
   bool givesLogical = false;  ///< refuses results of another type
-  bool spreads = true;        ///< as Operator::spreads
-  bool seesFrames = false;    ///< as Operator::seesFrames
+  bool spreads = true;        ///< as OperatorFacts::spreads
+  bool seesFrames = false;    ///< as OperatorFacts::seesFrames
 };
 
 /// A user's function of matching rows, which sees the rows in pieces or frames.

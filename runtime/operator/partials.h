@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "operator/Operator.h"
+#include "operator/scopes.h"
 
 /// Partial results of users' reductions.
 namespace kv::runtime {

@@ -72,10 +72,10 @@ class PartitionwiseRun final : public FramedFunction {
 
 class Partitionwise final : public NewRowsOperator {
  public:
-  std::string_view kind() const override { return "partitionwise"; }
+  Partitionwise() : NewRowsOperator("partitionwise") {}
 
-  std::unique_ptr<FlowRun> startFlow(const StepScope& scope,
-                                     std::span<const FlowInput> inputs) const override {
+  std::unique_ptr<FlowRun> start(const StepScope& scope,
+                                 std::span<const FlowInput> inputs) const override {
     return std::make_unique<PartitionwiseRun>(scope, inputs);
   }
 };

@@ -6,8 +6,7 @@ namespace {
 
 class Pass final : public StatelessOperator {
  public:
-  std::string_view kind() const override { return "pass"; }
-  bool passesInputs() const override { return true; }
+  Pass() : StatelessOperator({.kind = "pass", .passesInputs = true}) {}
 
   ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& asked) const override {
     return asked;

@@ -40,16 +40,15 @@ bool isReadable(const Schema& schema, const std::string& name) {
   return column != schema.end() && column->isReadable();
 }
 
-class Read final : public StatelessOperator {
+class Read final : public ReadOperator {
  public:
   Read(std::shared_ptr<const Datastore> source, std::optional<std::vector<std::string>> columns,
        std::vector<ReadCondition> conditions)
-      : source_(std::move(source)),
+      : ReadOperator({.kind = "read"}),
+        source_(std::move(source)),
         columns_(std::move(columns)),
         conditions_(std::move(conditions)) {}
 
-  std::string_view kind() const override { return "read"; }
-  RowEffect rowEffect() const override { return RowEffect::Create; }
   std::shared_ptr<const Datastore> source() const override { return source_; }
   std::vector<std::string> columns() const override {
     return columns_ ? *columns_ : readableColumns(source_->schema());
@@ -69,8 +68,6 @@ class Read final : public StatelessOperator {
   }
 
   std::vector<ReadCondition> conditions() const override { return conditions_; }
-
-  std::vector<Chunk> process(const StepInputs& inputs) const override { return {inputs.source()}; }
 
   void write(ByteWriter& bytes) const override {
     bytes.text(source_->describe());

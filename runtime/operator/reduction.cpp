@@ -14,12 +14,12 @@ namespace kv::runtime {
 
 namespace {
 
-class ReductionRun final : public StepRun {
+class ReductionRun final : public SinkRun {
  public:
   explicit ReductionRun(const StepScope& scope)
       : scope_(scope), tree_(Reducer({scope.step, scope.label, scope.functions}), false) {}
 
-  std::vector<Chunk> process(const StepInputs& inputs) override {
+  void process(const StepInputs& inputs) override {
     const Chunk& frame = inputs.sharedRows();
     if (frame.rows() > 0 || mustCallOnNoRows()) {
       scope_.types.noteCall();
@@ -29,7 +29,6 @@ class ReductionRun final : public StepRun {
       tree_.push(std::move(partial));
       isReducing_ = false;
     }
-    return {};
   }
 
   SinkResult finish() override {
@@ -71,15 +70,13 @@ class ReductionMerge final : public SinkMerge {
   ReduceTree<Partial> tree_;
 };
 
-class Reduction final : public Operator {
+class Reduction final : public SinkOperator {
  public:
-  std::string_view kind() const override { return "reduction"; }
-  RowEffect rowEffect() const override { return RowEffect::End; }
-  bool callsUser() const override { return true; }
-  bool seesFrames() const override { return true; }
+  Reduction() : SinkOperator({.kind = "reduction", .callsUser = true, .seesFrames = true}) {}
+
   std::string planNote() const override { return "reduces all rows"; }
 
-  std::unique_ptr<StepRun> start(const StepScope& scope) const override {
+  std::unique_ptr<SinkRun> start(const StepScope& scope) const override {
     return std::make_unique<ReductionRun>(scope);
   }
 

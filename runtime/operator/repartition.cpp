@@ -90,11 +90,11 @@ class Targets {
 };
 
 /// What a unit gathers: a target and a chunk of each input, again and again.
-class RepartitionRun final : public StepRun {
+class RepartitionRun final : public SinkRun {
  public:
   explicit RepartitionRun(std::int64_t partitions) : partitions_(partitions) {}
 
-  std::vector<Chunk> process(const StepInputs& inputs) override {
+  void process(const StepInputs& inputs) override {
     const Column& index = inputs.column(0);
     if (index.type() == ElementType::String || isTime(index.type())) {
       errors::raiseStep("KALVEX:function:BadTypes",
@@ -112,7 +112,6 @@ class RepartitionRun final : public StepRun {
         targets_.add(target, input - 1, rowsAt(inputs.chunk(input), places));
       }
     }
-    return {};
   }
 
   SinkResult finish() override {
@@ -177,30 +176,28 @@ class RepartitionMerge final : public SinkMerge {
   Targets targets_;
 };
 
-class Repartition final : public Operator {
+class Repartition final : public SinkOperator {
  public:
-  explicit Repartition(std::int64_t partitions) : partitions_(partitions) {}
+  explicit Repartition(std::int64_t partitions)
+      : SinkOperator(
+            {.kind = "repartition", .gathered = Gathered::NewRows, .madePartitions = partitions}) {}
 
-  std::string_view kind() const override { return "repartition"; }
-  RowEffect rowEffect() const override { return RowEffect::End; }
-  bool makesRows() const override { return true; }
-  std::int64_t madePartitions() const override { return partitions_; }
   std::string planNote() const override {
-    return fmt::format("rows of {} other partition{}", partitions_, partitions_ == 1 ? "" : "s");
+    return fmt::format("rows of {} other partition{}", partitions(), partitions() == 1 ? "" : "s");
   }
 
-  std::unique_ptr<StepRun> start(const StepScope& /*scope*/) const override {
-    return std::make_unique<RepartitionRun>(partitions_);
+  std::unique_ptr<SinkRun> start(const StepScope& /*scope*/) const override {
+    return std::make_unique<RepartitionRun>(partitions());
   }
 
   std::unique_ptr<SinkMerge> startMerge(const MergeScope& /*scope*/) const override {
-    return std::make_unique<RepartitionMerge>(partitions_);
+    return std::make_unique<RepartitionMerge>(partitions());
   }
 
-  void write(ByteWriter& bytes) const override { bytes.number(partitions_); }
+  void write(ByteWriter& bytes) const override { bytes.number(partitions()); }
 
  private:
-  std::int64_t partitions_;
+  std::int64_t partitions() const { return facts().madePartitions; }
 };
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace {
 
 class SpreadValue final : public StatelessOperator {
  public:
-  std::string_view kind() const override { return "spread"; }
+  SpreadValue() : StatelessOperator({.kind = "spread"}) {}
 
   /// Of the rows only their number matters.
   ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& /*asked*/) const override {

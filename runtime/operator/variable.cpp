@@ -12,17 +12,14 @@ namespace {
 class Variable final : public StatelessOperator {
  public:
   Variable(std::vector<std::string> names, bool isContent)
-      : names_(std::make_shared<const std::vector<std::string>>(std::move(names))),
-        isContent_(isContent) {}
+      : StatelessOperator({.kind = "variable"}),
+        taken_{std::move(names), isContent},
+        names_(std::make_shared<const std::vector<std::string>>(taken_.names)) {}
 
-  std::string_view kind() const override { return "variable"; }
-  bool takesColumns() const override { return true; }
-  std::optional<std::string> contentColumn() const override {
-    return isContent_ ? std::optional(names_->front()) : std::nullopt;
-  }
+  const TakenColumns* takenColumns() const override { return &taken_; }
 
   ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& /*asked*/) const override {
-    return {false, {names_->begin(), names_->end()}};
+    return {false, {taken_.names.begin(), taken_.names.end()}};
   }
 
   std::vector<Chunk> process(const StepInputs& inputs) const override {
@@ -30,8 +27,8 @@ class Variable final : public StatelessOperator {
     if (table.names == nullptr) {
       errors::raiseStep("KALVEX:array:NeedsTable", {std::string(inputs.label())});
     }
-    Chunk taken{table.partition, table.ordinals, isContent_ ? nullptr : names_, {}};
-    for (const std::string& name : *names_) {
+    Chunk taken{table.partition, table.ordinals, taken_.isContent ? nullptr : names_, {}};
+    for (const std::string& name : taken_.names) {
       const auto found = std::ranges::find(*table.names, name);
       if (found == table.names->end()) {
         errors::raiseStep("KALVEX:array:UnknownColumn",
@@ -44,13 +41,14 @@ class Variable final : public StatelessOperator {
   }
 
   void write(ByteWriter& bytes) const override {
-    bytes.texts(*names_);
-    bytes.flag(isContent_);
+    bytes.texts(taken_.names);
+    bytes.flag(taken_.isContent);
   }
 
  private:
-  std::shared_ptr<const std::vector<std::string>> names_;
-  bool isContent_;
+  TakenColumns taken_;
+  std::shared_ptr<const std::vector<std::string>>
+      names_;  ///< of a table's columns, shared by chunks
 };
 
 }  // namespace

@@ -18,19 +18,18 @@ class ZipRun final : public AlignedFlow {
   std::int64_t rowsToEmit(const AlignedRows& waiting) override { return waiting.frontRows(); }
 };
 
-class Zip final : public Operator {
+class Zip final : public FlowOperator {
  public:
-  std::string_view kind() const override { return "zip"; }
-  bool isFlow() const override { return true; }
-  bool passesInputs() const override { return true; }
+  Zip() : FlowOperator({.kind = "zip", .passesInputs = true}) {}
+
   std::string planNote() const override { return "zips rows that are cut differently"; }
 
   ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& asked) const override {
     return asked;
   }
 
-  std::unique_ptr<FlowRun> startFlow(const StepScope& /*scope*/,
-                                     std::span<const FlowInput> inputs) const override {
+  std::unique_ptr<FlowRun> start(const StepScope& /*scope*/,
+                                 std::span<const FlowInput> inputs) const override {
     return std::make_unique<ZipRun>(inputs);
   }
 };

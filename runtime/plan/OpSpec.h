@@ -43,10 +43,10 @@ struct OpSpec {
   std::optional<std::size_t> selects{};  ///< of a builder: it is this output of its only input
 
   /// True if its output is whole once the rows of its inputs have ended.
-  bool endsRows() const { return op != nullptr && op->rowEffect() == RowEffect::End; }
+  bool endsRows() const { return op != nullptr && op->facts().rows == RowEffect::End; }
 
   /// True if that output has rows of its own, one for each key.
-  bool makesRows() const { return op != nullptr && op->makesRows(); }
+  bool makesRows() const { return op != nullptr && op->facts().gathered == Gathered::NewRows; }
 
   /// Outputs of its functions. Those that get the rows of a key don't return the keys.
   std::size_t functionOutputs() const {
@@ -57,7 +57,10 @@ struct OpSpec {
   bool isClientOnly() const { return op == nullptr && isRunnable; }
 
   /// The source that it reads; null if it reads none.
-  std::shared_ptr<const Datastore> source() const { return op != nullptr ? op->source() : nullptr; }
+  std::shared_ptr<const Datastore> source() const {
+    const auto* read = op != nullptr ? op->as<ReadOperator>() : nullptr;
+    return read != nullptr ? read->source() : nullptr;
+  }
 };
 
 /// What an operation is called in messages: its label and, if it is known, the user's line.

@@ -56,7 +56,7 @@ struct PlanTask {
 
 /// True if a task's result has rows of its own, made from those of its inputs.
 inline bool renewsRows(const PlanTask& task) {
-  return task.spec->op != nullptr && task.spec->op->rowEffect() == RowEffect::Renew;
+  return task.spec->op != nullptr && task.spec->op->facts().rows == RowEffect::Renew;
 }
 
 /// An output of a task that the evaluation is to complete.

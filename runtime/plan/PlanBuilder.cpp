@@ -47,7 +47,7 @@ PlanTask taskLike(const PlanTask& task, std::vector<PlanInput> inputs) {
 }
 
 bool isFilter(const PlanTask& task) {
-  return task.spec->op != nullptr && task.spec->op->rowEffect() == RowEffect::Filter;
+  return task.spec->op != nullptr && task.spec->op->facts().rows == RowEffect::Filter;
 }
 
 }  // namespace

@@ -83,7 +83,7 @@ void RowSpaces::add(int index) {
   values_.push_back(valuesOf(index));
   spaces_.push_back(spaceOf(index));
   const std::vector<const PlanInput*> inputs = flowingInputs(index);
-  const bool combinesRows = task.spec->op == nullptr || task.spec->op->combinesRows();
+  const bool combinesRows = task.spec->op == nullptr || task.spec->op->facts().combinesRows;
   if (task.runsInClient || task.spec->isChoice || inputs.size() < 2 || !combinesRows) {
     return;
   }
@@ -119,7 +119,7 @@ Provenance RowSpaces::keysOf(int index) const {
   return Mix("keys")
       .add(valueOf(task.inputs[0]))
       .add(spaceOf(*surestOf(inputs)).rows)
-      .add(task.spec->op->madePartitions())
+      .add(task.spec->op->facts().madePartitions)
       .take();
 }
 
@@ -137,7 +137,7 @@ std::vector<Provenance> RowSpaces::valuesOf(int index) const {
   const PlanTask& task = plan_.task(index);
   const OpSpec& spec = *task.spec;
   std::vector<Provenance> outputs;
-  if (spec.op != nullptr && spec.op->passesInputs()) {
+  if (spec.op != nullptr && spec.op->facts().passesInputs) {
     for (const PlanInput& input : task.inputs) {
       outputs.push_back(valueOf(input));
     }
@@ -159,7 +159,7 @@ std::vector<Provenance> RowSpaces::valuesOf(int index) const {
     made.add(valueOf(input));
   }
   const Provenance whole = made.take();
-  if (task.makesRows && spec.op->madePartitions() == 0) {
+  if (task.makesRows && spec.op->facts().madePartitions == 0) {
     outputs.push_back(Mix("keys of groups").add(keysOf(index)).take());
   }
   for (std::size_t output = outputs.size(); output < spec.numOutputs; ++output) {
@@ -209,7 +209,7 @@ RowSpace RowSpaces::spaceOf(int index) const {
   if (spec.isChoice && !areSame) {
     return {.rows = Mix("choice").add(static_cast<std::int64_t>(index)).setUncertain().take()};
   }
-  if (spec.op != nullptr && spec.op->rowEffect() == RowEffect::Filter) {
+  if (spec.op != nullptr && spec.op->facts().rows == RowEffect::Filter) {
     space.rows = Mix("filter").add(space.rows).add(valueOf(task.inputs[0])).take();
   }
   return space;
@@ -242,7 +242,7 @@ std::string RowSpaces::originOf(const PlanInput& input, bool withRows) const {
   const PlanInput* made = &input;
   while (made->task >= 0) {
     const PlanTask& task = plan_.task(made->task);
-    if (task.spec->op == nullptr || !task.spec->op->passesInputs()) {
+    if (task.spec->op == nullptr || !task.spec->op->facts().passesInputs) {
       return describe(*task.spec);
     }
     made = &task.inputs.at(made->output);

@@ -9,7 +9,7 @@ namespace {
 
 /// False for a choice that isn't made yet: it passes one of its inputs.
 bool passesEachInput(const Step& step) {
-  return step.op->passesInputs() && step.numOutputs == step.inputs.size();
+  return step.op->facts().passesInputs && step.numOutputs == step.inputs.size();
 }
 
 }  // namespace

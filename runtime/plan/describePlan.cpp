@@ -184,17 +184,17 @@ class PlanText {
     std::set<int> ends;
     for (std::size_t step = 0; step < pass.steps.size(); ++step) {
       const Operator& op = *pass.steps[step].op;
-      std::string& note = (op.isFlow() ? cuts : notes)[static_cast<std::size_t>(pass.taskOf[step])];
+      std::string& note = (isFlow(op) ? cuts : notes)[static_cast<std::size_t>(pass.taskOf[step])];
       if (note.empty()) {  // a table that is read and kept says what is read
         note = op.planNote();
       }
-      if (op.callsUser()) {
+      if (op.facts().callsUser) {
         const PlanTask& task = plan_.task(pass.taskOf[step]);
         const bool isFree = task.spec->isFree && task.functions &&
                             std::ranges::none_of(task.inputs, &PlanInput::staysInSession);
         note = joined(note, isFree ? "called on the workers" : "called in the lane");
       }
-      if (op.source() != nullptr || op.rowEffect() == RowEffect::End) {
+      if (op.as<ReadOperator>() != nullptr || op.as<SinkOperator>() != nullptr) {
         ends.insert(pass.taskOf[step]);
       }
     }

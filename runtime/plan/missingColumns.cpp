@@ -33,9 +33,9 @@ void throwIfColumnsAreMissing(const Plan& plan) {
   const std::vector<Step> steps = lowerAll(plan).steps;
   const std::vector<ColumnNeeds> needs = columnNeeds(steps);
   for (std::size_t i = 0; i < steps.size(); ++i) {
-    if (const std::shared_ptr<const Datastore> source = steps[i].op->source()) {
+    if (const auto* read = steps[i].op->as<ReadOperator>()) {
       for (const std::string& name : needs[i].names) {
-        throwIfMissing(*source, name);
+        throwIfMissing(*read->source(), name);
       }
     }
   }

@@ -210,15 +210,12 @@ TEST(AlignedRows, RefuseRowsThatDifferAtOnceOrAtTheEnd) {
 }
 
 /// Passes on the first rows, after which it asks for nothing.
-class Head final : public Operator {
+class Head final : public FlowOperator {
  public:
-  explicit Head(std::int64_t rows) : rows_(rows) {}
+  explicit Head(std::int64_t rows) : FlowOperator({.kind = "head"}), rows_(rows) {}
 
-  std::string_view kind() const override { return "head"; }
-  bool isFlow() const override { return true; }
-
-  std::unique_ptr<FlowRun> startFlow(const StepScope& /*scope*/,
-                                     std::span<const FlowInput> /*inputs*/) const override {
+  std::unique_ptr<FlowRun> start(const StepScope& /*scope*/,
+                                 std::span<const FlowInput> /*inputs*/) const override {
     return std::make_unique<Run>(rows_);
   }
 

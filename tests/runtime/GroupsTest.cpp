@@ -128,7 +128,8 @@ class Rows {
   const Reference& reference() const { return reference_; }
 
   /// The answers of an operator, fed with chunks and partitions of random sizes.
-  std::vector<Chunk> run(const Operator& op) {
+  std::vector<Chunk> run(const Operator& groups) {
+    const auto& op = *groups.as<SinkOperator>();
     NoFunctions functions;
     const auto merge = op.startMerge({0, "groups", functions});
     Chunk keys{.ordinals = RowOrdinals(0, std::ssize(values_))};
@@ -147,7 +148,7 @@ class Rows {
         const Chunk part = slice(keys, first, count);
         const Chunk partValue = slice(value, first, count);
         const StepInput inputs[] = {{.rows = &part}, {.rows = &partValue}};
-        unit->process({"groups", true, inputs, part});
+        unit->process({"groups", true, inputs});
         first += count;
       }
       merge->add(unit->finish());

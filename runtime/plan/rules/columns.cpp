@@ -24,15 +24,16 @@ void readNeededColumns(PassGraph& graph) {
   const std::vector<ColumnNeeds> asked = columnNeeds(graph.steps);
   std::map<std::string, ColumnNeeds> ofSources;  // by fingerprint
   for (std::size_t i = 0; i < graph.steps.size(); ++i) {
-    if (const auto source = graph.steps[i].op->source()) {
-      ofSources[source->fingerprint()].add(asked[i]);
+    if (const auto* read = graph.steps[i].op->as<ReadOperator>()) {
+      ofSources[read->source()->fingerprint()].add(asked[i]);
     }
   }
   for (Step& step : graph.steps) {
-    const auto source = step.op->source();
-    if (source == nullptr) {
+    const auto* read = step.op->as<ReadOperator>();
+    if (read == nullptr) {
       continue;
     }
+    const auto source = read->source();
     const ColumnNeeds& needs = ofSources.at(source->fingerprint());
     if (hasAll(source->schema(), needs.names)) {
       step.op = makeRead(source, needs.columnsOf(source->schema()));

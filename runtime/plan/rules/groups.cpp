@@ -13,6 +13,12 @@ namespace kv::runtime {
 
 namespace {
 
+/// Null for a step that isn't by key, or calls users' functions.
+const std::vector<GroupedValue>* groupedValues(const Step& step) {
+  const auto* sink = step.op->as<SinkOperator>();
+  return sink != nullptr ? sink->groupedValues() : nullptr;
+}
+
 /// Several steps as one, in the place of the last.
 class Merged {
  public:
@@ -22,7 +28,7 @@ class Merged {
   /// Result: where the values of the step begin.
   std::size_t add(const Step& step) {
     const std::size_t first = values_.size();
-    for (GroupedValue value : *step.op->groupedValues()) {
+    for (GroupedValue value : *groupedValues(step)) {
       if (!value.function->countsRows) {
         value.input = inputOf(step.inputs.at(value.input + 1));
       }
@@ -82,7 +88,7 @@ void removeSteps(PassGraph& graph, const std::vector<bool>& isRemoved) {
 void shareGroups(PassGraph& graph) {
   std::map<StepLink, std::vector<std::size_t>> byKeys;
   for (std::size_t i = 0; i < graph.steps.size(); ++i) {
-    if (graph.steps[i].op->groupedValues() != nullptr) {
+    if (groupedValues(graph.steps[i]) != nullptr) {
       byKeys[graph.steps[i].inputs.front()].push_back(i);
     }
   }

@@ -36,6 +36,13 @@ std::string_view exchanged(std::string_view comparison) {
   return found == std::end(kComparisons) ? std::string_view() : found->second;
 }
 
+bool isFilter(const Step& step) { return step.op->facts().rows == RowEffect::Filter; }
+
+const TakenColumns* takenColumns(const Step& step) {
+  const auto* keeper = step.op->as<StepOperator>();
+  return keeper != nullptr ? keeper->takenColumns() : nullptr;
+}
+
 class PassedConditions {
  public:
   explicit PassedConditions(const PassGraph& graph) : graph_(graph), passed_(graph.steps.size()) {
@@ -52,7 +59,7 @@ class PassedConditions {
   Conditions find() {
     for (std::size_t step = 0; step < graph_.steps.size(); ++step) {
       const Step& planned = graph_.steps[step];
-      if (planned.op->source() != nullptr) {
+      if (planned.op->as<ReadOperator>() != nullptr) {
         passed_[step] = Conditions();
       } else if (isFollowed(planned)) {
         passed_[step] = conditionsAfter(planned);
@@ -67,10 +74,9 @@ class PassedConditions {
   /// True for a step that gives the same for a row whichever others there are, and has no other
   /// effect. A power may fail for a row.
   bool isFollowed(const Step& step) const {
-    const ElementFunction* function = step.op->elementFunction();
+    const ElementFunction* function = step.op->facts().elementFunction;
     const bool isFollowedKind = (function != nullptr && function->rule != TypeRule::Power) ||
-                                step.op->takesColumns() ||
-                                step.op->rowEffect() == RowEffect::Filter;
+                                takenColumns(step) != nullptr || isFilter(step);
     return isFollowedKind && std::ranges::all_of(step.inputs, [this](const StepLink& link) {
              return link.isStageInput || passed_[link.index].has_value();
            });
@@ -98,7 +104,7 @@ class PassedConditions {
         addTo(all, *passed_[link.index]);
       }
     }
-    if (step.op->rowEffect() == RowEffect::Filter) {
+    if (isFilter(step)) {
       addTo(all, conjunctsOf(step.inputs.front()));
     }
     return all;
@@ -121,7 +127,7 @@ class PassedConditions {
       const StepLink link = open.back();
       open.pop_back();
       const ElementFunction* function =
-          link.isStageInput ? nullptr : graph_.steps[link.index].op->elementFunction();
+          link.isStageInput ? nullptr : graph_.steps[link.index].op->facts().elementFunction;
       if (function == nullptr || function->arity != 2) {
         continue;
       }
@@ -152,14 +158,13 @@ class PassedConditions {
     std::optional<std::string> name;
     while (!link.isStageInput) {
       const Step& step = graph_.steps[link.index];
-      if (step.op->source() != nullptr) {
+      if (step.op->as<ReadOperator>() != nullptr) {
         return name;
       }
-      if (step.op->takesColumns()) {
-        name = name ? name : step.op->contentColumn();
+      if (const TakenColumns* taken = takenColumns(step)) {
+        name = name || !taken->isContent ? name : taken->names.front();
         link = step.inputs.front();
-      } else if (step.op->rowEffect() == RowEffect::Filter &&
-                 step.inputs.size() > link.output + 1) {
+      } else if (isFilter(step) && step.inputs.size() > link.output + 1) {
         link = step.inputs[link.output + 1];
       } else {
         return std::nullopt;
@@ -177,8 +182,8 @@ class PassedConditions {
 bool readsSeveral(const PassGraph& graph) {
   std::set<std::string> sources;
   for (const Step& step : graph.steps) {
-    if (const auto source = step.op->source()) {
-      sources.insert(source->fingerprint());
+    if (const auto* read = step.op->as<ReadOperator>()) {
+      sources.insert(read->source()->fingerprint());
     }
   }
   return sources.size() > 1;
@@ -203,11 +208,11 @@ void skipRowGroups(PassGraph& graph) {
   }
   const Conditions conditions = PassedConditions(graph).find();
   for (Step& step : graph.steps) {
-    const auto source = step.op->source();
-    const bool mayBeUsed = source != nullptr && source->canSkipRows() && !conditions.empty() &&
-                           hasColumns(source->schema(), conditions);
+    const auto* read = step.op->as<ReadOperator>();
+    const bool mayBeUsed = read != nullptr && read->source()->canSkipRows() &&
+                           !conditions.empty() && hasColumns(read->source()->schema(), conditions);
     if (mayBeUsed) {
-      step.op = makeRead(source, step.op->columns(), conditions);
+      step.op = makeRead(read->source(), read->columns(), conditions);
     }
   }
 }
