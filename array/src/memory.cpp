@@ -13,6 +13,7 @@
 #include "kv/runtime/constants.h"
 #include "kv/runtime/datastoreObject.h"
 #include "kv/runtime/memory.h"
+#include "kv/runtime/runtime.h"
 
 namespace kv {
 
@@ -244,9 +245,12 @@ Array Session::fromMemory(Memory memory, const Partitions& partitions, Where whe
   });
 }
 
-Table Session::fromArrow(ArrowArrayStream* stream, const Partitions& partitions, Where where) {
+Table Session::fromArrow(ArrowArrayStream* stream, const Partitions& partitions,
+                         StreamMemory memory, Where where) {
   return sourceCall(*impl_, where, [&] {
-    return memoryTable(impl_, runtime::openArrow(stream, requestOf(partitions)));
+    auto* const ledger =
+        memory == StreamMemory::Collected ? &runtime::ledgerOfEvaluation() : nullptr;
+    return memoryTable(impl_, runtime::openArrow(stream, requestOf(partitions), ledger));
   });
 }
 

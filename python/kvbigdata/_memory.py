@@ -66,9 +66,25 @@ def asarray(x: Any, dtype: npt.DTypeLike | None = None) -> Array:
 
 
 def from_arrow(obj: Any) -> Table:
-    """A table of anything with `__arrow_c_stream__`, such as a `pyarrow.Table`, which is borrowed."""
+    """A table of anything with `__arrow_c_stream__`, which is taken at once and whole.
+
+    Tables of pyarrow, Polars and pandas are borrowed: their memory isn't copied. The rows of other
+    streams, such as those of a query or a reader, are collected within the memory limit.
+
+    Raises kv.Error, also a MemoryError, if they don't fit.
+
+    >>> import pyarrow
+    >>> kv.from_arrow(pyarrow.table({"a": [1, 2, 3]})).a.sum().compute()
+    np.int64(6)
+    """
     session = current()
-    return Table(session._native.from_stream(obj.__arrow_c_stream__()), session)
+    stream = obj.__arrow_c_stream__()
+    return Table(session._native.from_stream(stream, not _holds_its_rows(obj)), session)
+
+
+def _holds_its_rows(obj: Any) -> bool:
+    library = type(obj).__module__.partition(".")[0]
+    return library in {"pyarrow", "polars", "pandas"} and hasattr(obj, "__len__")
 
 
 def from_pandas(frame: Any) -> Table:

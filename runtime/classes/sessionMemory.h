@@ -7,10 +7,6 @@
 /// The memory of the current session.
 namespace kv::runtime {
 
-/// The ledger of the session, with the limit that holds for an evaluation that begins.
-/// Errors: those of defaultMemoryLimit().
-MemoryLedger& ledgerOfEvaluation();
-
 /// Keeps the facts of an evaluation that ended, with those of the session's memory.
 void noteEvaluation(EvaluationFacts facts);
 

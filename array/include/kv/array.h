@@ -278,12 +278,12 @@ class Session {
                    Where where = Where::current());
 
   /// A table over all that a stream of Arrow's C interface has, which is taken whole and at once.
-  /// Its memory is borrowed, and released with the last array that reads it. The types are those
-  /// that Parquet files may have; columns of others can't be read.
+  /// Its memory is released with the last array that reads it. The types are those that Parquet
+  /// files may have; columns of others can't be read.
   /// Errors: Error "KALVEX:datastore:BadArrow" with the reason that the producer gives;
-  /// "KALVEX:datastore:Partitions".
+  /// "KALVEX:datastore:Partitions"; "KALVEX:memory:LimitTooSmall" for a stream that is collected.
   Table fromArrow(ArrowArrayStream* stream, const Partitions& partitions = {},
-                  Where where = Where::current());
+                  StreamMemory memory = StreamMemory::Borrowed, Where where = Where::current());
 
   /// The rows from `start` by `step` up to `stop`, which isn't one of them, as numpy.arange gives
   /// them: int64 if all three are whole, otherwise double, unless the options name a type.

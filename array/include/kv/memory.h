@@ -14,6 +14,12 @@
 
 namespace kv {
 
+/// Whose memory the arrays of a stream are.
+enum class StreamMemory : std::uint8_t {
+  Borrowed,   ///< of a table that exists besides the stream
+  Collected,  ///< made for the stream: it counts under the session's memory limit
+};
+
 /// How the rows of an array in memory are cut into partitions, the pieces that threads work on.
 /// Without a request: 2^20 rows, fewer where they take more than 64 MiB. Arrays of as many rows go
 /// together however they are cut.

@@ -100,9 +100,10 @@ Array fill(const ArraySession& self, std::int64_t rows, nb::handle value, const 
   return inArrays(Line::Live, [&] { return self.session()->full(rows, operand, options); });
 }
 
-Table fromStream(const ArraySession& self, const nb::capsule& stream) {
+Table fromStream(const ArraySession& self, const nb::capsule& stream, bool isCollected) {
   auto* const arrow = static_cast<ArrowArrayStream*>(stream.data("arrow_array_stream"));
-  return inArrays(Line::Live, [&] { return self.session()->fromArrow(arrow); });
+  const auto memory = isCollected ? StreamMemory::Collected : StreamMemory::Borrowed;
+  return inArrays(Line::Live, [&] { return self.session()->fromArrow(arrow, {}, memory); });
 }
 
 }  // namespace
@@ -125,7 +126,7 @@ void bindMemory(nb::class_<ArraySession>& session) {
            nb::arg("has_endpoint"))
       .def("row", row, nb::sig("def row(self, elements: tuple[str, object]) -> ArrayHandle"))
       .def("from_stream", fromStream,
-           nb::sig("def from_stream(self, stream: object) -> TableHandle"));
+           nb::sig("def from_stream(self, stream: object, is_collected: bool) -> TableHandle"));
 }
 
 }  // namespace kv::python

@@ -7,12 +7,15 @@
 #include <arrow/c/bridge.h>
 #include <arrow/record_batch.h>
 #include <arrow/type.h>
+#include <arrow/util/byte_size.h>
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <new>
 #include <string>
 #include <utility>
 
+#include "column/MemoryLedger.h"
 #include "column/allocate.h"
 #include "column/borrowed.h"
 #include "column/concatenate.h"
@@ -42,11 +45,14 @@ T delivered(arrow::Result<T> result) {
   return *std::move(result);
 }
 
+using Charge = std::shared_ptr<MemoryCharge>;
+
 /// A column that arrived in several arrays.
 class ArrowColumn final : public ArrayColumn {
  public:
-  explicit ArrowColumn(const arrow::DataType& type)
-      : type_(elementTypeOf(type)),
+  explicit ArrowColumn(const arrow::DataType& type, Charge charge = nullptr)
+      : charge_(std::move(charge)),
+        type_(elementTypeOf(type)),
         foreignType_(type_ == ElementType::Unknown ? type.ToString() : "") {}
 
   /// Errors: "KALVEX:datastore:BadArrow" for an array that contradicts itself, or holds bytes that
@@ -98,6 +104,7 @@ class ArrowColumn final : public ArrayColumn {
     return asBorrowed(toColumn(type_, array, currentPool()));
   }
 
+  Charge charge_;  ///< for the arrays of all columns
   ElementType type_;
   std::string foreignType_;
   bool isNullable_ = false;
@@ -127,12 +134,23 @@ std::shared_ptr<const Datastore> tableOf(const arrow::Schema& schema, ArrowColum
                                                      {columns.begin(), columns.end()}});
 }
 
-ArrowColumns columnsOf(const arrow::Schema& schema) {
+ArrowColumns columnsOf(const arrow::Schema& schema, const Charge& charge = nullptr) {
   ArrowColumns columns;
   for (const auto& field : schema.fields()) {
-    columns.push_back(std::make_shared<ArrowColumn>(*field->type()));
+    columns.push_back(std::make_shared<ArrowColumn>(*field->type(), charge));
   }
   return columns;
+}
+
+void addTo(MemoryCharge& charge, const arrow::RecordBatch& batch, const MemoryLedger* ledger) {
+  try {
+    charge.add(delivered(arrow::util::ReferencedBufferSize(batch)));
+  } catch (const std::bad_alloc&) {
+    const Refusal refusal = ledger->lastRefusal();
+    errors::raiseStep("KALVEX:memory:LimitTooSmall",
+                      {"an Arrow stream that is collected", shownBytes(refusal.needBytes),
+                       shownBytes(refusal.limitBytes)});
+  }
 }
 
 void add(const arrow::RecordBatch& batch, const ArrowColumns& columns) {
@@ -143,11 +161,14 @@ void add(const arrow::RecordBatch& batch, const ArrowColumns& columns) {
 
 }  // namespace
 
-std::shared_ptr<const Datastore> openArrow(ArrowArrayStream* stream, const CutRequest& request) {
+std::shared_ptr<const Datastore> openArrow(ArrowArrayStream* stream, const CutRequest& request,
+                                           MemoryLedger* ledger) {
   const auto reader = delivered(arrow::ImportRecordBatchReader(stream));
-  ArrowColumns columns = columnsOf(*reader->schema());
+  const auto charge = std::make_shared<MemoryCharge>(ledger);
+  ArrowColumns columns = columnsOf(*reader->schema(), charge);
   std::int64_t rows = 0;
   while (const auto batch = delivered(reader->Next())) {
+    addTo(*charge, *batch, ledger);
     add(*batch, columns);
     rows += batch->num_rows();
   }

@@ -22,6 +22,8 @@ struct ArrowSchema;
 /// together, however each is cut.
 namespace kv::runtime {
 
+class MemoryLedger;
+
 /// How rows are cut into partitions: no request means PositionCut::ofRows().
 struct CutRequest {
   std::int64_t partitionRows = 0;     ///< of each partition but the last; 0: not requested
@@ -59,12 +61,15 @@ std::shared_ptr<const Datastore> openArray(std::vector<MemoryColumn> columns, st
 std::shared_ptr<const Datastore> openChunk(const Chunk& chunk, const CutRequest& request = {});
 
 /// A table over all that a stream of Arrow's C interface has; takes the stream, at once and whole.
-/// The memory of its arrays is borrowed from the producer and released with the source.
+/// The memory of its arrays is released with the source. It is borrowed from the producer, or, with
+/// a ledger, counts there: a stream that makes its rows when it is asked for them has no other
+/// owner.
 ///
 /// Types, names: as for openParquet(). Errors: "KALVEX:datastore:BadArrow" with the producer's
-/// reason, also if the stream doesn't give record batches; those of openColumns().
-std::shared_ptr<const Datastore> openArrow(ArrowArrayStream* stream,
-                                           const CutRequest& request = {});
+/// reason, also if the stream doesn't give record batches; "KALVEX:memory:LimitTooSmall" if the
+/// ledger's limit doesn't allow the next batch; those of openColumns().
+std::shared_ptr<const Datastore> openArrow(ArrowArrayStream* stream, const CutRequest& request = {},
+                                           MemoryLedger* ledger = nullptr);
 
 /// The same for one array of the C interface: a table for a structure, an array of one column for
 /// any other. Takes both.

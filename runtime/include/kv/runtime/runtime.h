@@ -12,6 +12,8 @@
 /// datastores.
 namespace kv::runtime {
 
+class MemoryLedger;
+
 /// Registers everything in a session: the core's classes and builtins, the runtime's classes and
 /// functions, and their message texts.
 ///
@@ -38,6 +40,10 @@ void setMemoryLimit(std::int64_t bytes);
 
 /// The same for a text with a unit, such as "512MB" or "1.5GiB".
 void setMemoryLimit(std::string_view limit);
+
+/// The ledger of the current session, with the limit that holds for an evaluation that begins.
+/// Errors: "KALVEX:memory:Limit" for what KV_MEMORY_LIMIT is.
+MemoryLedger& ledgerOfEvaluation();
 
 /// Asks all evaluations in progress in this process to stop within a chunk; if none is running, the
 /// next one in any session. An evaluation that ends without having seen the request settles it for
