@@ -6,16 +6,14 @@
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
 #include "driver/OpSpecValue.h"
-#include "driver/StageValue.h"
 #include "kv/host/errors.h"
 #include "plan/Dependencies.h"
 #include "values/hostNames.h"
 #include "values/objects.h"
 
-// The core describes a stage as a graph of builder objects, in which ids may repeat and edges name
-// what they connect. It is translated in two steps: into numbers of nodes, by identity, then into
-// the engine's links, in an order in which inputs come first. Builders that only pass something on
-// (the global inputs, selections of one output) become links and cost nothing when the stage runs.
+// The core describes a composite processor as a graph of builder objects, in which ids may repeat
+// and edges name what they connect. Here it gets the methods that the core leaves to its host. Our
+// own passes need no such objects: the driver makes a stage of the steps of a plan.
 
 namespace kv::runtime {
 
@@ -60,78 +58,33 @@ std::vector<std::size_t> inputsFirst(const BuilderGraph& graph) {
   return std::move(order.nodes);
 }
 
-/// The stage of a graph, and the factories of its steps.
-struct Lowered {
-  Stage stage;
-  std::vector<Value> factories;
-};
-
-/// Makes steps of builders. A global input becomes an input of the stage, and a builder that
-/// selects an output becomes a link to it; the inputs of the root are what the stage gives.
-class Lowering {
- public:
-  explicit Lowering(const BuilderGraph& graph) : graph_(graph), linkOf_(graph.builders.size()) {}
-
-  Lowered lower() {
-    for (const std::size_t builder : inputsFirst(graph_)) {
-      if (builder != kRoot) {
-        lower(builder);
-      }
-    }
-    std::vector<std::size_t> outputs;
-    for (const StepLink& link : inputsOf(kRoot)) {
-      outputs.push_back(link.index);
-    }
-    return {Stage(std::move(steps_), std::move(outputs)), std::move(factories_)};
+/// The factory of a builder's processor.
+/// Errors: "KALVEX:array:NotRunnable" with what an operation is that doesn't run over rows.
+Value factoryOf(const kxArray* builder) {
+  Value factory = host::getProperty(builder, "DataProcessorFactory");
+  const OpSpec& spec = *host::nativeValue<OpSpecValue>(factory.get(), kSpecFactory).spec;
+  if (spec.op == nullptr) {
+    host::raise("KALVEX:array:NotRunnable", {spec.label});
   }
+  return factory;
+}
 
- private:
-  static constexpr std::size_t kRoot = 0;
-
-  void lower(std::size_t builder) {
-    const kxArray* object = graph_.builders[builder].get();
-    if (host::toLogical(host::getProperty(object, "IsGlobalInput").get())) {
-      const double ordinal = kxGetScalar(host::getProperty(object, "InputOrdinal").get());
-      linkOf_[builder] = {.isStageInput = true, .index = static_cast<std::size_t>(ordinal) - 1};
-      return;
-    }
-    Value factory = host::getProperty(object, "DataProcessorFactory");
-    const OpSpec& spec = *host::nativeValue<OpSpecValue>(factory.get(), kSpecFactory).spec;
-    if (spec.selects) {
-      linkOf_[builder] = inputsOf(builder).at(0);
-      linkOf_[builder].output = *spec.selects;
-      return;
-    }
-    if (spec.op == nullptr) {
-      host::raise("KALVEX:array:NotRunnable", {spec.label});
-    }
-    linkOf_[builder] = {.index = steps_.size()};
-    steps_.push_back({spec.op, inputsOf(builder), spec.numOutputs, spec.label, spec.origin});
-    factories_.push_back(std::move(factory));
-  }
-
-  std::vector<StepLink> inputsOf(std::size_t builder) const {
-    std::vector<StepLink> links;
-    for (const std::size_t input : graph_.inputs.needsOf(builder)) {
-      links.push_back(linkOf_[input]);
-    }
-    return links;
-  }
-
-  const BuilderGraph& graph_;
-  std::vector<StepLink> linkOf_;  ///< what each builder's result is
-  std::vector<Step> steps_;
-  std::vector<Value> factories_;
-};
-
-/// buildUnderlyingProcessor(builder): the stage, made from all builders that it needs.
+/// buildUnderlyingProcessor(builder): the factories of all inner builders that it needs, in an
+/// order in which each comes after its inputs.
 void buildUnderlyingProcessor(const Call& call) {
+  constexpr std::size_t kRoot = 0;
   const Value builders = host::call("findAllBuilders", {call.in(0)});
   const BuilderGraph graph = readGraph(builders.get());
-  Lowered lowered = Lowering(graph).lower();
+  std::vector<Value> factories;
+  for (const std::size_t number : inputsFirst(graph)) {
+    const kxArray* builder = graph.builders[number].get();
+    const bool isInput = host::toLogical(host::getProperty(builder, "IsGlobalInput").get());
+    if (number != kRoot && !isInput) {
+      factories.push_back(factoryOf(builder));
+    }
+  }
   Value composite = host::call(kCompositeGraph, {});
-  host::setSlot(composite.get(), "Factories", host::makeCell(std::move(lowered.factories)));
-  host::setNativeValue(composite.get(), std::make_unique<StageValue>(std::move(lowered.stage)));
+  host::setSlot(composite.get(), "Factories", host::makeCell(std::move(factories)));
   call.out(0, std::move(composite));
 }
 

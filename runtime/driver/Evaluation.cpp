@@ -41,7 +41,7 @@ using host::Value;
 /// Raises the failure of a step of a stage with the line where its operation was recorded.
 [[noreturn]] void raiseStageFailure(const AssembledStage& assembled,
                                     const errors::FailureRecord& failure, const StageRows& rows) {
-  const Value stack = submissionStackOf(assembled.factoryOf(failure.step).get());
+  const Value stack = submissionStackOf(assembled.factoryOf(failure.step));
   raiseStepFailure(failure, assembled.specOf(failure.step), stack.get(),
                    FailedRows{failure.partition + 1, failure.firstRow + 1, failure.lastRow,
                               rows.fileOf(failure.partition)});
@@ -222,10 +222,10 @@ void Evaluation::runInClient(int index) {
 void Evaluation::runStage(const std::vector<PassSink>& sinks) {
   const PassGraph pass = lowerPass(plan_, schedule_, sinks, rules_);
   const AssembledStage assembled = assembleStage(pass, plan_, handles_, values_);
-  const StageRows rows(assembled.stage());
+  const StageRows rows(assembled.stage);
   std::optional<errors::FailureRecord> failed = runUnits(assembled, rows, sinks, pass.sinks);
   const bool mayRepeat = std::ranges::none_of(
-      assembled.stage().steps(), [](const Step& step) { return step.op->facts().hasSideEffects; });
+      assembled.stage.steps(), [](const Step& step) { return step.op->facts().hasSideEffects; });
   if (failed && isOfMemory(*failed) && mayRepeat && freeGarbage()) {
     failed = runUnits(assembled, rows, sinks, pass.sinks);
   }
@@ -239,7 +239,7 @@ std::optional<errors::FailureRecord> Evaluation::runUnits(const AssembledStage& 
                                                           const StageRows& rows,
                                                           const std::vector<PassSink>& sinks,
                                                           const std::vector<SinkPlace>& places) {
-  const Stage& stage = assembled.stage();
+  const Stage& stage = assembled.stage;
   SessionFunctions functions(assembled);
   const ExecutionContext context{
       .pool = currentPool(), .cancellation = cancellation_, .scratch = usableScratch()};

@@ -105,13 +105,13 @@ class FreeCalls::Caller final : public UserFunctions {
 
 FreeCalls::FreeCalls(const AssembledStage& stage, WorkerSessions& sessions)
     : stage_(stage), sessions_(sessions) {
-  const std::vector<Step>& steps = stage.stage().steps();
+  const std::vector<Step>& steps = stage.stage.steps();
   for (std::size_t step = 0; sessions.canOpen() && step < steps.size(); ++step) {
     const auto isCarryable = [&](const StepLink& link) {
       return !link.isStageInput || host::isCarryable(stage.values[link.index].get());
     };
     if (steps[step].op->facts().callsUser && std::ranges::all_of(steps[step].inputs, isCarryable)) {
-      add(step, stage.factoryOf(step).get());
+      add(step, stage.factoryOf(step));
     }
   }
 }

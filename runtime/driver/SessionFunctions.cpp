@@ -19,9 +19,9 @@ std::vector<Chunk> SessionFunctions::call(std::size_t step, const Chunk& rows,
                                           OutputTypes& types) {
   return withRecordedErrors([&] {
     const std::vector<CallInput> arguments = argumentsOf(inputs);
-    const Value factory = stage_.factoryOf(step);
-    const Value handle = host::getProperty(factory.get(), "FunctionHandle");
-    const StreamScope scope(matrix::sharedCopy(streamOf(step, rows.partition, factory.get())));
+    const kxArray* factory = stage_.factoryOf(step);
+    const Value handle = host::getProperty(factory, "FunctionHandle");
+    const StreamScope scope(matrix::sharedCopy(streamOf(step, rows.partition, factory)));
     return callInSlices(stage_.specOf(step), handle.get(), arguments, rows, types);
   });
 }
@@ -31,9 +31,9 @@ PartitionResults SessionFunctions::callPartition(std::size_t step, const Chunk& 
                                                  const PartitionPlace& place, bool returnsUnused,
                                                  OutputTypes& types) {
   return withRecordedErrors([&] {
-    const Value factory = stage_.factoryOf(step);
-    const Value handle = host::getProperty(factory.get(), "FunctionHandle");
-    const StreamScope scope(matrix::sharedCopy(streamOf(step, rows.partition, factory.get())));
+    const kxArray* factory = stage_.factoryOf(step);
+    const Value handle = host::getProperty(factory, "FunctionHandle");
+    const StreamScope scope(matrix::sharedCopy(streamOf(step, rows.partition, factory)));
     return callOnPartition(stage_.specOf(step), handle.get(), argumentsOf(inputs), rows, place,
                            returnsUnused, types);
   });
@@ -65,9 +65,9 @@ ReducedValues SessionFunctions::reduce(std::size_t step, std::span<const Chunk> 
       values.push_back(toValue(partial));
       inputs.push_back(values.back().get());
     }
-    const Value factory = stage_.factoryOf(step);
+    const kxArray* factory = stage_.factoryOf(step);
     return std::make_shared<const std::vector<Value>>(
-        reducePartials(factory.get(), stage_.specOf(step).functionOutputs(), inputs));
+        reducePartials(factory, stage_.specOf(step).functionOutputs(), inputs));
   });
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <vector>
 
 #include "driver/PlanHandles.h"
@@ -10,19 +11,20 @@
 
 namespace kv::runtime {
 
-/// A stage, and the values that it reads.
+/// A stage, and the session's side of it.
+///
+/// Lives: the handles outlive it.
 struct AssembledStage {
-  host::Value composite;            ///< the composite processor; holds the stage
-  std::vector<host::Value> values;  ///< of the stage's inputs, as users' functions get them
+  Stage stage;
+  std::vector<host::Value> values;  ///< of its inputs, as users' functions get them
+  std::vector<std::shared_ptr<const OpSpec>> specs{};  ///< of its steps
+  std::vector<const kxArray*> factories{};             ///< of its steps: have functions and line
 
-  const Stage& stage() const;
-  /// The processor factory of a step.
-  host::Value factoryOf(std::size_t step) const;
-  const OpSpec& specOf(std::size_t step) const;
+  const OpSpec& specOf(std::size_t step) const { return *specs[step]; }
+  const kxArray* factoryOf(std::size_t step) const { return factories[step]; }
 };
 
-/// Makes the stage of a pass over builders of composite processors: one for each step and each
-/// input.
+/// The stage of a pass, with the values that its steps take.
 ///
 /// Requires: the whole values that the pass takes are in `values`.
 /// Errors: "KALVEX:array:NotAColumn" for a step of ours that gets anything else.

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "operator/operators.h"
@@ -40,7 +39,6 @@ struct OpSpec {
   bool isChoice = false;       ///< the second or the third input, depending on the first
   bool isRunnable = true;      ///< false for what can be recorded and planned, but not run
   std::string savedRelease{};  ///< another release saved the array, which can't be run
-  std::optional<std::size_t> selects{};  ///< of a builder: it is this output of its only input
 
   /// True if its output is whole once the rows of its inputs have ended.
   bool endsRows() const { return op != nullptr && op->facts().rows == RowEffect::End; }

@@ -20,8 +20,8 @@ struct SinkPlace {
   std::size_t firstValue = 0;  ///< of a step by key, which may have the values of several sinks
 };
 
-/// What one pass runs, as plain values: a node of the graph of stages. The driver makes the stage
-/// of it that the engine runs, and `explain` prints it; so both come from one lowering.
+/// What one pass runs, as plain values: a node of the graph of stages. Its steps are those of the
+/// stage that the engine runs, number by number, and `explain` prints them.
 struct PassGraph {
   std::vector<int> tasks{};            ///< whose rows flow, in dependency order
   std::vector<Step> steps{};           ///< each after its inputs

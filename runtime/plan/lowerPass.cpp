@@ -96,6 +96,27 @@ class PassLowering {
   PassGraph graph_;
 };
 
+/// Leaves those steps, by their numbers, in this order.
+/// Requires: each comes after its inputs; all outputs are among them.
+void takeSteps(PassGraph& graph, const std::vector<std::size_t>& order) {
+  std::vector<std::size_t> placeOf(graph.steps.size());
+  std::vector<Step> steps;
+  std::vector<int> taskOf;
+  for (const std::size_t number : order) {
+    placeOf[number] = steps.size();
+    steps.push_back(std::move(graph.steps[number]));
+    taskOf.push_back(graph.taskOf[number]);
+    for (StepLink& link : steps.back().inputs) {
+      link.index = link.isStageInput ? link.index : placeOf[link.index];
+    }
+  }
+  for (std::size_t& output : graph.outputs) {
+    output = placeOf[output];
+  }
+  graph.steps = std::move(steps);
+  graph.taskOf = std::move(taskOf);
+}
+
 /// Puts flow steps between steps where rows must be cut anew.
 void alignCuts(PassGraph& graph, const Plan& plan) {
   static const RowPlaces kMadeRows{};  // all that matters is that they are rows
@@ -113,6 +134,38 @@ void alignCuts(PassGraph& graph, const Plan& plan) {
     taskOf.push_back(graph.taskOf[step]);
   }
   graph.taskOf = std::move(taskOf);
+}
+
+/// Puts each step right before the first that reads its result, which leaves few columns at hand at
+/// a time, and drops steps that no result needs. A step that takes values with the rows of another
+/// comes after that one, too.
+void orderByUse(PassGraph& graph) {
+  std::map<std::string_view, std::size_t> makers;
+  Dependencies dependencies;
+  for (std::size_t step = 0; step < graph.steps.size(); ++step) {
+    dependencies.addNode();
+    for (const StepLink& link : graph.steps[step].inputs) {
+      if (!link.isStageInput) {
+        dependencies.addNeed(link.index);
+        continue;
+      }
+      const auto& places = graph.inputs[link.index].from.places;
+      const auto maker = places ? makers.find(places->cut->source) : makers.end();
+      if (maker != makers.end()) {
+        dependencies.addNeed(maker->second);
+      }
+    }
+    if (!graph.steps[step].rowSpace.empty()) {
+      makers.emplace(graph.steps[step].rowSpace, step);
+    }
+  }
+  dependencies.addNode();
+  for (const std::size_t output : graph.outputs) {
+    dependencies.addNeed(output);
+  }
+  std::vector<std::size_t> order = orderFrom(dependencies, graph.steps.size()).nodes;
+  order.pop_back();  // the node of all outputs
+  takeSteps(graph, order);
 }
 
 /// The tasks of a pass in an order in which what takes values comes after the task that makes rows
@@ -169,6 +222,7 @@ PassGraph lowerPass(const Plan& plan, const Schedule& schedule, const std::vecto
   for (const Rule* rule : rules) {
     rule->apply(graph);
   }
+  orderByUse(graph);
   return graph;
 }
 

@@ -309,10 +309,12 @@ TEST_F(Reference, NewRowsGoTogetherWhateverWasGatheredBefore) {
        [&] {
          const auto outputs = largeOnes();
          const Value keep = gatheredFirst(element("gt", outputs[1], 50));
-         return filter(keep, outputs[0]);
+         const Value first = gatheredFirst(matrix::sharedCopy(outputs[0].get()));
+         return element("plus", filter(keep, first), filter(keep, outputs[1]));
        },
-       joined(
-           eachPart(largeX, largeY, [](const Rows& a, const Rows& k) { return where(a, k, 50); }))},
+       joined(eachPart(
+           largeX, largeY,
+           [](const Rows& a, const Rows& k) { return plus(where(a, k, 50), where(k, k, 50)); }))},
       {"functions of new rows",
        [&] {
          const auto outputs = largeOnes();

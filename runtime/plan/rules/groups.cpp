@@ -7,7 +7,8 @@
 #include "plan/rules/rules.h"
 
 // Steps by the same keys become one, which is put at the end: no step takes what another ends. Its
-// values are those of each step, in order, so the results of a step are a run of them.
+// values are those of each step, in order, so the results of a step are a run of them. The steps
+// that it replaces have no reader then, and lowering drops them.
 
 namespace kv::runtime {
 
@@ -58,31 +59,6 @@ class Merged {
   std::vector<GroupedValue> values_;
 };
 
-/// Removes steps that no other reads.
-void removeSteps(PassGraph& graph, const std::vector<bool>& isRemoved) {
-  std::vector<std::size_t> placeOf(graph.steps.size());
-  std::size_t next = 0;
-  for (std::size_t i = 0; i < graph.steps.size(); ++i) {
-    placeOf[i] = next;
-    if (isRemoved[i]) {
-      continue;
-    }
-    for (StepLink& link : graph.steps[i].inputs) {
-      link.index = link.isStageInput ? link.index : placeOf[link.index];
-    }
-    if (next != i) {
-      graph.steps[next] = std::move(graph.steps[i]);
-      graph.taskOf[next] = graph.taskOf[i];
-    }
-    ++next;
-  }
-  graph.steps.resize(next);
-  graph.taskOf.resize(next);
-  for (std::size_t& output : graph.outputs) {
-    output = placeOf[output];
-  }
-}
-
 }  // namespace
 
 void shareGroups(PassGraph& graph) {
@@ -92,7 +68,6 @@ void shareGroups(PassGraph& graph) {
       byKeys[graph.steps[i].inputs.front()].push_back(i);
     }
   }
-  std::vector<bool> isRemoved(graph.steps.size(), false);
   std::map<std::size_t, std::pair<std::size_t, std::size_t>> mergedOf;  // step, first value
   for (const auto& [keys, steps] : byKeys) {
     if (steps.size() < 2) {
@@ -101,11 +76,9 @@ void shareGroups(PassGraph& graph) {
     Merged merged(graph.steps[steps.front()]);
     for (const std::size_t step : steps) {
       mergedOf[step] = {graph.steps.size(), merged.add(graph.steps[step])};
-      isRemoved[step] = true;
     }
     graph.steps.push_back(merged.take());
     graph.taskOf.push_back(graph.taskOf[steps.front()]);
-    isRemoved.push_back(false);
   }
   std::vector<std::size_t> outputs;
   for (SinkPlace& sink : graph.sinks) {
@@ -120,7 +93,6 @@ void shareGroups(PassGraph& graph) {
     }
   }
   graph.outputs = std::move(outputs);
-  removeSteps(graph, isRemoved);
 }
 
 }  // namespace kv::runtime
