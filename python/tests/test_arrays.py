@@ -1,7 +1,6 @@
 """Arrays and tables as a user of NumPy meets them."""
 
 import contextvars
-import doctest
 import io
 import itertools
 import operator
@@ -14,7 +13,6 @@ import threading
 import time
 import warnings
 from datetime import date, datetime, timedelta, timezone
-from pathlib import Path
 
 import duckdb
 import kvbigdata as kv
@@ -24,7 +22,6 @@ import pyarrow as pa
 import pyarrow.parquet as pq
 import pytest
 
-ROOT = Path(__file__).resolve().parents[2]
 ROWS = {
     "x": [1.0, 4.0, None, -2.5],
     "n": [3, 0, -7, 100],
@@ -211,7 +208,6 @@ MATRIX = np.array([[1, -2, 3], [4, 5, -6], [7, 8, 9], [-128, 0, 100]], dtype=np.
         lambda x, v: np.where(x > v[:, None], x, 0),
     ],
 )
-@pytest.mark.usefixtures("arrays")
 def test_arrays_of_several_dimensions_are_those_of_numpy(function):
     v = np.arange(4.0)
     with np.errstate(all="ignore"):
@@ -224,7 +220,6 @@ def test_arrays_of_several_dimensions_are_those_of_numpy(function):
     np.testing.assert_allclose(actual, expected, rtol=1e-14)
 
 
-@pytest.mark.usefixtures("arrays")
 def test_what_several_dimensions_dont_allow_is_refused_with_advice(tmp_path):
     x = kv.from_numpy(MATRIX)
     v = kv.arange(4)
@@ -246,7 +241,6 @@ def test_what_several_dimensions_dont_allow_is_refused_with_advice(tmp_path):
     assert x[v > 1].count_rows().compute() == 2 == len((opened["y"] + 1).settle())
 
 
-@pytest.mark.usefixtures("arrays")
 def test_the_edges_are_those_of_numpy():
     x = np.array([1.0, np.nan, 0.0])
     lazy = kv.from_numpy(x, chunk_rows=1)
@@ -514,7 +508,6 @@ class Terminal(io.StringIO):
         return True
 
 
-@pytest.mark.usefixtures("arrays")
 def test_progress_is_shown_in_a_terminal_and_cleared(monkeypatch):
     monkeypatch.setattr(sys, "stderr", Terminal())
     x = kv.from_numpy(np.arange(9), chunk_rows=1)
@@ -582,13 +575,6 @@ def test_a_child_of_a_fork_gets_a_clear_error(table):
         assert report.read() == "KALVEX:session:Forked"
     assert os.waitpid(child, 0) == (child, 0)
     assert table.x.sum().compute() == 2.5
-
-
-def test_examples_in_documentation_are_true(monkeypatch):
-    monkeypatch.chdir(ROOT)
-    names = {"kv": kv, "np": np}
-    found = doctest.testmod(kv, extraglobs=names)
-    assert found.failed == 0 and found.attempted > 20
 
 
 def test_times_are_those_of_numpy(tmp_path, arrays):

@@ -1,10 +1,13 @@
-"""Examples in docs/ print what the pages say."""
+"""Examples in docs/ and in docstrings print what they say."""
 
+import doctest
 import pathlib
 import re
 import subprocess
 import sys
 
+import kvbigdata as kv
+import numpy as np
 import pytest
 
 CHECKOUT = pathlib.Path(__file__).parents[2]
@@ -20,3 +23,10 @@ def test_examples_print_what_the_page_says(page: str) -> None:
             [sys.executable, "-c", code], cwd=CHECKOUT, capture_output=True, text=True, check=False
         )
         assert (run.stdout, run.stderr) == (printed, "")
+
+
+@pytest.mark.usefixtures("arrays")
+def test_examples_in_docstrings_are_true(monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.chdir(CHECKOUT)
+    found = doctest.testmod(kv, extraglobs={"kv": kv, "np": np})
+    assert found.failed == 0 and found.attempted > 20
