@@ -35,6 +35,7 @@ HOST_FREE_ROOMS = (
     "kernel",
     "aggregate",
     "source",
+    "sink",
     "exchange",
     "operator",
     "engine",

@@ -8,6 +8,7 @@
 #include "kv/errors/ErrorRow.h"
 #include "pythonRows.h"
 #include "runtimeRows.h"
+#include "sinkRows.h"
 #include "sourceRows.h"
 
 // The tables of all floors are joined and sorted while this file is compiled, so the rows exist
@@ -26,7 +27,7 @@ consteval auto joinSorted(const ErrorRow (&... tables)[Sizes]) {
 }
 
 constexpr auto kRows = joinSorted(kHostRows, kCoreRows, kSourceRows, kFunctionRows, kRuntimeRows,
-                                  kArrayRows, kPythonRows);
+                                  kSinkRows, kArrayRows, kPythonRows);
 
 /// True if each "{" of the text opens the place of an argument that the row has.
 constexpr bool hasFittingPlaces(const ErrorRow& row) {

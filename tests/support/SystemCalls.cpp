@@ -53,6 +53,9 @@ const std::map<unsigned long long, std::string>& fileCalls() {
       {SYS_lseek, "lseek"},
       {SYS_getdents64, "getdents64"},
       {SYS_ftruncate, "ftruncate"},
+      {SYS_pwrite64, "pwrite"},
+      {SYS_mkdir, "mkdir"},
+      {SYS_rmdir, "rmdir"},
   };
   return names;
 }

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "column/bytes.h"
+#include "kv/runtime/Chunk.h"
+
+namespace kv::runtime {
+
+/// Where rows are written, and how. A plain value, part of a stage.
+struct WriteTarget {
+  std::string path{};     ///< absolute, without a slash at the end
+  std::string format{};   ///< a name in the table of formats
+  bool isFolder = false;  ///< a folder with a file for each partition; otherwise one file
+  bool overwrites = false;
+  std::vector<std::string> names{};  ///< of the columns of a table; none for an array
+  std::string token{};               ///< identifies this run of the sink; 32 hexadecimal digits
+
+  bool operator==(const WriteTarget&) const = default;
+
+  void write(ByteWriter& bytes) const;
+
+  /// Errors: "KALVEX:executor:BadBytes".
+  static WriteTarget read(ByteReader& bytes);
+};
+
+/// The target that a path means. A path with an ending of the format is a file; any other, and one
+/// that ends with a slash, is a folder. `format`: a name; if it is empty, the ending decides, and
+/// Parquet is the format of a folder.
+///
+/// Result: made absolute; without names.
+/// Errors: "KALVEX:sink:UnknownFormat" for a name, or the ending of a path, that no format has;
+///         "KALVEX:sink:OtherFormat" for the ending of another format than the given one.
+WriteTarget targetOf(const std::string& path, std::string_view format, bool overwrites);
+
+/// Refuses a target that can't be written, before any row is read.
+///
+/// `sourceFiles`: the files that are read to compute the rows, or anything else in the same graph.
+/// Errors: "KALVEX:sink:OverSource" with the file, if it is one of them or a folder above it;
+///         "KALVEX:sink:TargetExists"; "KALVEX:sink:NotReplaceable" with the reason, for anything
+///         but a file, or a folder that a sink wrote; "KALVEX:sink:CannotWrite".
+void checkTarget(const WriteTarget& target, std::span<const std::string> sourceFiles);
+
+/// The name of the file in a folder that lists all others.
+inline constexpr std::string_view kManifestName = "_kv_manifest.json";
+
+}  // namespace kv::runtime

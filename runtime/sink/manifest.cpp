@@ -1,0 +1,61 @@
+#include "sink/manifest.h"
+
+#include <fmt/format.h>
+
+#include <string_view>
+
+namespace kv::runtime {
+
+namespace {
+
+constexpr int kManifestVersion = 1;
+
+std::string quoted(std::string_view text) {
+  std::string json = "\"";
+  for (const char letter : text) {
+    if (letter == '"' || letter == '\\') {
+      json += '\\';
+      json += letter;
+    } else if (static_cast<unsigned char>(letter) < 0x20) {
+      json += fmt::format("\\u{:04x}", static_cast<unsigned>(letter));
+    } else {
+      json += letter;
+    }
+  }
+  return json + '"';
+}
+
+}  // namespace
+
+std::string manifestOf(const WriteTarget& target, const SinkSchema& schema,
+                       std::span<const WrittenPart> parts) {
+  std::string columns;
+  for (std::size_t i = 0; i < schema.types.size(); ++i) {
+    columns += fmt::format(R"({}    {{"name": {}, "type": "{}"}})", i == 0 ? "" : ",\n",
+                           schema.isArray() ? "null" : quoted(schema.names[i]),
+                           elementTypeName(schema.types[i]));
+  }
+  std::string files;
+  std::int64_t rows = 0;
+  for (const WrittenPart& part : parts) {
+    files += fmt::format(R"({}    {{"name": {}, "rows": {}, "bytes": {}}})",
+                         files.empty() ? "" : ",\n", quoted(part.name), part.rows, part.bytes);
+    rows += part.rows;
+  }
+  return fmt::format(R"({{
+  "writer": "kvbigdata {}",
+  "version": {},
+  "format": "{}",
+  "rows": {},
+  "columns": [
+{}
+  ],
+  "files": [
+{}
+  ]
+}}
+)",
+                     KV_VERSION, kManifestVersion, target.format, rows, columns, files);
+}
+
+}  // namespace kv::runtime
