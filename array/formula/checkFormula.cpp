@@ -157,7 +157,7 @@ void checkPurpose(const Formula& formula, const Vocabulary& vocabulary, Purpose 
                        formula.isNamed ? "Write == to compare."
                                        : "A condition uses columns, as in dep_delay > 60.");
   }
-  if (purpose == Purpose::Result && rows == Rows::Constant) {
+  if (purpose != Purpose::Condition && rows == Rows::Constant) {
     throw FormulaError(formula.text, place, "this formula uses no column");
   }
   if (purpose == Purpose::Result && rows == Rows::Many) {

@@ -26,6 +26,7 @@ struct Vocabulary {
 enum class Purpose : std::uint8_t {
   Result,     ///< one value
   Condition,  ///< a value for each row
+  Column,     ///< rows to write: a value for each, or one for all
 };
 
 /// Refuses what is wrong for any columns: an unknown function, a wrong number of inputs, an

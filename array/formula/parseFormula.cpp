@@ -321,4 +321,18 @@ class Parser {
 
 Formula parseFormula(std::string_view text) { return Parser(text).run(); }
 
+std::vector<std::string> splitFormulas(std::string_view list) {
+  std::vector<std::string> formulas;
+  std::size_t begin = 0;
+  int depth = 0;
+  for (const Token& token : tokenize(list)) {
+    depth += token.isSymbol("(") ? 1 : token.isSymbol(")") ? -1 : 0;
+    if ((token.isSymbol(",") && depth <= 0) || token.kind == Token::Kind::End) {
+      formulas.push_back(trimmed(list.substr(begin, token.place.begin - begin)));
+      begin = token.place.end;
+    }
+  }
+  return formulas;
+}
+
 }  // namespace kv::shell

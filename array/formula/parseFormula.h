@@ -1,6 +1,8 @@
 #pragma once
 
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "formula/Formula.h"
 
@@ -22,5 +24,9 @@ inline constexpr int kDeepestNesting = 500;
 /// Errors: FormulaError with the place, also for nesting deeper than `kDeepestNesting`.
 /// Cost: O(length); native recursion as deep as the nesting.
 Formula parseFormula(std::string_view text);
+
+/// The formulas of a list, which are separated by commas outside of parentheses.
+/// Errors: FormulaError for what isn't a token.
+std::vector<std::string> splitFormulas(std::string_view list);
 
 }  // namespace kv::shell

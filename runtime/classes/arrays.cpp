@@ -10,6 +10,7 @@
 #include "classes/sessionValues.h"
 #include "driver/ClosureTasks.h"
 #include "persistence/trust.h"
+#include "sink/WriteTarget.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -115,6 +116,23 @@ void clientForeach(const Call& call) {
   call.out(0, host::call("gather", {stopped.get()}));
 }
 
+/// rows = kv.write(path, format, overwrites, names, x...): the number of rows, once those of the
+/// arrays are written, as the columns of a table with these names. Without names there is one
+/// array.
+void writeRows(const Call& call) {
+  call.expect(1, 5, -1);
+  const WriteTarget target =
+      targetOf(host::toText(call.in(0)), host::toText(call.in(1)), host::toLogical(call.in(2)));
+  const Value path = host::makeString(target.path + (target.isFolder ? "/" : ""));
+  const int numArrays = call.nrhs - 4;
+  const Value count = host::makeDouble(numArrays);
+  const Value operation =
+      host::call(kWriteOperation, {path.get(), call.in(1), call.in(2), call.in(3), count.get()});
+  std::vector<const kxArray*> inputs{operation.get()};
+  inputs.insert(inputs.end(), call.prhs + 4, call.prhs + call.nrhs);
+  call.out(0, host::call("applyOperationBuiltin", inputs));
+}
+
 /// broadcast(value): an array with the value, once it is available, for every partition.
 void broadcast(const Call& call) {
   call.expect(1, 1, 1);
@@ -158,6 +176,7 @@ void defineArrays(host::Session& session) {
                    .properties = {readOnly("Value")},
                    .constructor = constructor(constructWrapper, 2, 2)});
   session.defineFunction(kBroadcast, broadcast);
+  session.defineFunction("kv.write", writeRows);
   complete(session, kLazyArray,
            {method("gather", gather, 1, -1), method("clientforeach", clientForeach, 2, -1),
             method("getEvaluationObjects", getEvaluationObjects, 1, -1)});

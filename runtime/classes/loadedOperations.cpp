@@ -100,6 +100,7 @@ constexpr Shown kShown[] = {
     {kReadOperation, "Datastore"},
     {kVariableOperation, "Variables"},
     {kInvalidOperation, "SavedVersion"},
+    {kWriteOperation, "Path"},
 };
 
 /// What is shown of an operation, and the object that contains it: a datastore or the operation.

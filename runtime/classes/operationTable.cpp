@@ -287,6 +287,43 @@ void describeForeach(const kxArray* operation, OpSpec& spec) {
   spec.wholeRun = WholeRun::HandOver;
 }
 
+[[noreturn]] void raiseArity(std::string_view className, const std::string& expected,
+                             std::size_t count) {
+  host::raise("KALVEX:array:OperationArity",
+              {std::string(className), expected, std::to_string(count)});
+}
+
+std::string counted(std::size_t count, const char* what) {
+  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
+/// The target of an operation that writes, which a file may have been made to hold anything in.
+WriteTarget targetIn(const kxArray* path, const kxArray* format, const kxArray* overwrites,
+                     const kxArray* names, std::size_t numInputs) {
+  WriteTarget target =
+      targetOf(host::toText(path), host::toText(format), host::toLogical(overwrites));
+  target.names = host::toTexts(names);
+  const std::size_t expected = std::max<std::size_t>(target.names.size(), 1);
+  if (numInputs != expected) {
+    raiseArity(kWriteOperation, counted(expected, "input"), numInputs);
+  }
+  return target;
+}
+
+void checkWrite(const Call& call) {
+  targetIn(call.in(1), call.in(2), call.in(3), call.in(4), host::toCount(call.in(5), kMaxCount));
+}
+
+void describeWrite(const kxArray* operation, OpSpec& spec) {
+  const auto property = [&](kcos::NameRef name) { return host::getProperty(operation, name); };
+  WriteTarget target =
+      targetIn(property("Path").get(), property("Format").get(), property("IsOverwriting").get(),
+               property("Names").get(), spec.numInputs);
+  spec.label = "write " + target.path;
+  spec.op = makeWrite(std::move(target));
+  spec.wholeRun = WholeRun::RunOperator;
+}
+
 /// The operation of an array that another release saved.
 void describeInvalid(const kxArray* operation, OpSpec& spec) {
   spec.isRunnable = false;
@@ -303,16 +340,6 @@ constexpr OperationArity kEachArray{0, kAny, OutputRule::PerInput};
 constexpr OperationArity kFunction{};
 constexpr OperationArity kHandedOver{1, kAny, OutputRule::One};
 constexpr OperationArity kRowFunction{1, kAny, OutputRule::Any};
-
-[[noreturn]] void raiseArity(std::string_view className, const std::string& expected,
-                             std::size_t count) {
-  host::raise("KALVEX:array:OperationArity",
-              {std::string(className), expected, std::to_string(count)});
-}
-
-std::string counted(std::size_t count, const char* what) {
-  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
-}
 
 std::size_t outputsFor(OutputRule rule, std::size_t numInputs, std::size_t numOutputs) {
   switch (rule) {
@@ -502,6 +529,9 @@ std::span<const OperationClass> operationClasses() {
        {"NumArrays", "NumRows"}, kEachArray, describeHead, checkHead, true},
       {kForeachOperation,
        {"FunctionHandle", "IsOrdered", "NumInputs"}, kHandedOver, describeForeach},
+      {kWriteOperation,
+       {"Path", "Format", "IsOverwriting", "Names", "NumInputs"}, kHandedOver, describeWrite,
+       checkWrite},
       {kInvalidOperation,
        {"SavedVersion"}, kSource, describeInvalid},
   };

@@ -157,6 +157,7 @@ EvaluationFacts Evaluation::run() {
     freeGarbage();
   }
   const ScratchScope scratch(usableScratch());
+  refuseTargets();
   while (const std::optional<Round> round = schedule_.next()) {
     refuseWhatCannotRun();
     for (const int task : round->clientTasks) {
@@ -190,6 +191,26 @@ void Evaluation::refuseWhatCannotRun() const {
   for (const RowConflict& conflict : rowSpaces_.conflicts()) {
     if (schedule_.isNeeded(conflict.task)) {
       withTask(plan_.task(conflict.task), [&] { rowSpaces_.refuse(conflict); });
+    }
+  }
+}
+
+/// Refuses to write over a file that the same graph reads, or over what may not be replaced.
+void Evaluation::refuseTargets() const {
+  std::vector<std::string> sourceFiles;
+  for (const PlanTask& task : plan_.tasks) {
+    const auto source = task.spec->source();
+    for (std::int64_t i = 0; source != nullptr && i < source->numPartitions(); ++i) {
+      if (std::string file = source->fileOf(i);
+          !file.empty() && (sourceFiles.empty() || sourceFiles.back() != file)) {
+        sourceFiles.push_back(std::move(file));
+      }
+    }
+  }
+  for (const PlanTask& task : plan_.tasks) {
+    const auto* sink = task.spec->op != nullptr ? task.spec->op->as<SinkOperator>() : nullptr;
+    if (sink != nullptr && sink->target() != nullptr) {
+      withTask(task, [&] { checkTarget(*sink->target(), sourceFiles); });
     }
   }
 }

@@ -76,6 +76,7 @@ class Evaluation {
 
  private:
   Scratch* usableScratch() { return scratch_.folder().empty() ? nullptr : &scratch_; }
+  void refuseTargets() const;
   void refuseWhatCannotRun() const;
   template <class Action>
   void withTask(const PlanTask& task, Action&& action,

@@ -109,7 +109,7 @@ class Aligner {
     const std::vector<std::size_t> rows = finder_.rowInputs(step);
     const std::int64_t frameRows = finder_.frameRowsOf(step);
     const OperatorFacts& facts = step.op->facts();
-    const bool needsFrames = facts.callsUser && (frameRows > 0 || facts.seesFrames);
+    const bool needsFrames = facts.seesFrames || (facts.callsUser && frameRows > 0);
     const bool fits = needsFrames ? finder_.isFramed(step) : finder_.isAligned(step);
     if (rows.empty() || fits) {
       return;

@@ -52,7 +52,8 @@ class UnitRun {
                             unit.isWithoutRows() ? &unit.knownTypes : nullptr,
                             stage.cutOf(i).isFramed,
                             stage.cutOf(i).frameRows,
-                            unit.numPartitions};
+                            unit.numPartitions,
+                            unit.partition};
       start(step, scope);
     }
   }

@@ -32,6 +32,7 @@
 namespace kv::runtime {
 
 struct GroupedValue;
+struct WriteTarget;
 
 enum class OperatorForm : std::uint8_t { Read, Step, Flow, Sink };
 
@@ -151,6 +152,9 @@ class SinkOperator : public Operator {
 
   /// The functions of a step by key that calls none of the user's; null for any other step.
   virtual const std::vector<GroupedValue>* groupedValues() const { return nullptr; }
+
+  /// Where the step writes rows; null for any other step.
+  virtual const WriteTarget* target() const { return nullptr; }
 
  protected:
   explicit SinkOperator(OperatorFacts facts);

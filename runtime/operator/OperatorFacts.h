@@ -39,7 +39,7 @@ struct OperatorFacts {
   std::int64_t madePartitions = 0;
 
   bool callsUser = false;       ///< it calls a user-defined function
-  bool seesFrames = false;      ///< that function can see where its rows end: it gets frames
+  bool seesFrames = false;      ///< it can see where its rows end: it gets frames
   bool hasSideEffects = false;  ///< each run shows outside of it, so that none may be repeated
 
   bool spreads = true;        ///< an input of one row is repeated for every row of the others

@@ -32,6 +32,7 @@ constexpr std::array kKinds{
     OperatorKind{"repartition", readRepartition},
     OperatorKind{"head", readHead},
     OperatorKind{"deliver", readDeliver},
+    OperatorKind{"write", readWrite},
     OperatorKind{"collect", readPlain<makeCollect>},
 };
 

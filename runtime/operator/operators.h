@@ -12,6 +12,7 @@
 #include "kv/runtime/Datastore.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "operator/Operator.h"
+#include "sink/WriteTarget.h"
 
 /// All operators, one file each.
 namespace kv::runtime {
@@ -123,6 +124,11 @@ OperatorPtr makeHead(std::int64_t rows, std::size_t numInputs);
 /// Errors of a run: those of UserFunctions::callPartition.
 OperatorPtr makeDeliver(std::size_t numInputs, bool isOrdered);
 
+/// The rows of all inputs as the columns of a table, or of the only input as an array, in files.
+/// Gives the number of rows.
+/// Errors of a run: those of the formats, of the target and of its files: "KALVEX:sink:...".
+OperatorPtr makeWrite(WriteTarget target);
+
 /// All rows, kept as they are.
 OperatorPtr makeCollect();
 
@@ -150,5 +156,6 @@ OperatorPtr readGroups(ByteReader& bytes);
 OperatorPtr readRepartition(ByteReader& bytes);
 OperatorPtr readHead(ByteReader& bytes);
 OperatorPtr readDeliver(ByteReader& bytes);
+OperatorPtr readWrite(ByteReader& bytes);
 
 }  // namespace kv::runtime

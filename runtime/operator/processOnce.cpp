@@ -64,9 +64,9 @@ std::vector<Chunk> processOnce(const Operator& op, std::string_view label,
   }
   const auto* sink = op.as<SinkOperator>();
   assert(sink != nullptr);
+  const std::unique_ptr<SinkMerge> merge = sink->startMerge({0, label, called});
   const std::unique_ptr<SinkRun> run = sink->start(scope);
   run->process(given);
-  const std::unique_ptr<SinkMerge> merge = sink->startMerge({0, label, called});
   merge->add(run->finish());
   return merge->finish().arrays;
 }

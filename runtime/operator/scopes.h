@@ -30,6 +30,7 @@ struct StepScope {
   bool isFramed = false;       ///< each chunk is a frame, which a user's function sees as it is
   std::int64_t frameRows = 0;  ///< how many rows functions are to see; 0: none was asked for
   std::int64_t numPartitions = 1;
+  std::int64_t partition = 0;  ///< that of the unit
 };
 
 /// An input of a flow step: rows that come in chunks, or a value.

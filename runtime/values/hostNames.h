@@ -33,6 +33,7 @@ inline constexpr char kVariableOperation[] =
 inline constexpr char kHeadOperation[] = "kalvex.bigdata.internal.lazyeval.HeadOperation";
 inline constexpr char kForeachOperation[] =
     "kalvex.bigdata.internal.lazyeval.ClientForeachOperation";
+inline constexpr char kWriteOperation[] = "kalvex.bigdata.internal.lazyeval.WriteOperation";
 inline constexpr char kCacheEntryKey[] = "kalvex.bigdata.internal.lazyeval.CacheEntryKey";
 inline constexpr char kGlobalStateFactory[] =
     "kalvex.bigdata.internal.lazyeval.GlobalStateProcessorFactory";

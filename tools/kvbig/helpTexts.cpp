@@ -19,6 +19,8 @@ constexpr std::string_view kExamples = R"(Examples:
   kvbig query 'flight*.csv' 'sum(distance)' --type distance=int64 --json
   kvbig query flights.csv 'mean(dep_delay)' --where 'rand() < 0.01' --seed 7
   kvbig query flights.csv 'max(dep_delay)' --explain
+  kvbig query flights.csv --where 'arr_delay > 60' -o late.parquet
+  kvbig query flights.csv --select 'origin, gain = dep_delay - arr_delay' -o gains --format csv
   kvbig explain flights.csv 'std(dep_delay - mean(dep_delay))' --dot
   kvbig save late.kv flights.csv 'late = mean(arr_delay > 60)'
   kvbig open late.kv

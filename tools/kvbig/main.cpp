@@ -83,11 +83,12 @@ void addMemory(CLI::App& command, std::optional<std::string>& memory,
 }
 
 /// What to compute, over which rows: the same options for all commands that take expressions.
-void addQuestion(CLI::App& command, QueryRequest& request) {
+CLI::Option* addQuestion(CLI::App& command, QueryRequest& request) {
   addPlain(command, "PATH", request.path, "A CSV or Parquet file, a folder, or a quoted glob")
       ->required();
-  addPlain(command, "EXPR", request.expressions, "Such as mean(x), or late = mean(x > 60)")
-      ->required();
+  CLI::Option* expressions =
+      addPlain(command, "EXPR", request.expressions, "Such as mean(x), or late = mean(x > 60)")
+          ->required();
   command
       .add_option("-f,--file", request.furtherPaths, "One more path with rows of the same table")
       ->type_name("PATH")
@@ -102,12 +103,27 @@ void addQuestion(CLI::App& command, QueryRequest& request) {
       ->check(CLI::Range(std::uint64_t{0}, kv::Session::kMaxSeed).description(""));
   addThreads(command, request.threads);
   addMemory(command, request.memory, request.scratch);
+  return expressions;
+}
+
+/// Where to write rows, which need no expression.
+void addOutput(CLI::App& command, QueryRequest& request, CLI::Option& expressions) {
+  expressions.required(false);
+  command
+      .add_option("-o,--output", request.output,
+                  "Write rows to this file, or to a folder with a file for each partition")
+      ->type_name("PATH");
+  command.add_option("--select", request.select, "Write these columns: 'x, double = y * 2'")
+      ->type_name("EXPRS");
+  command.add_option("--format", request.format, "Write parquet, csv, ipc or npy")
+      ->type_name("NAME");
+  command.add_flag("--overwrite", request.overwrite, "Replace an older output");
 }
 
 void addQuery(CLI::App& app, QueryRequest& request) {
   CLI::App* query = app.add_subcommand("query", "Evaluate expressions over a table in files");
   query->footer(kv::shell::queryHelp());
-  addQuestion(*query, request);
+  addOutput(*query, request, *addQuestion(*query, request));
   query->add_flag("--json", request.json, "Print one JSON object");
   query->add_flag("--explain", request.explain, "Print the plan and read no data");
   query->callback([&] { kv::shell::runQuery(request); });
@@ -116,7 +132,7 @@ void addQuery(CLI::App& app, QueryRequest& request) {
 void addExplain(CLI::App& app, QueryRequest& request) {
   CLI::App* explain = app.add_subcommand("explain", "Show what a query would do; reads no data");
   explain->footer(kv::shell::queryHelp());
-  addQuestion(*explain, request);
+  addOutput(*explain, request, *addQuestion(*explain, request));
   CLI::Option* json = explain->add_flag("--json", request.json, "Print the plan as JSON");
   explain->add_flag("--dot", request.dot, "Print the lazy graph as DOT, for Graphviz")
       ->excludes(json);

@@ -32,6 +32,7 @@ namespace {
 
 struct Query {
   std::vector<Formula> formulas;
+  std::vector<Formula> columns;  ///< to write; none: all
   std::optional<Formula> where;
 };
 
@@ -68,17 +69,47 @@ Formula readFormula(const std::string& text, const Vocabulary& vocabulary) {
   });
 }
 
+std::vector<Formula> readFormulas(const std::vector<std::string>& texts,
+                                  const Vocabulary& vocabulary, const char* what) {
+  std::vector<Formula> formulas;
+  std::set<std::string> labels;
+  for (const std::string& text : texts) {
+    formulas.push_back(readFormula(text, vocabulary));
+    // A column that is taken as it is keeps its name, also one in backquotes.
+    if (const auto* column = std::get_if<Column>(&formulas.back().steps.front().what);
+        column != nullptr && formulas.back().steps.size() == 1 && !formulas.back().isNamed) {
+      formulas.back().label = column->name;
+    }
+    const std::string& label = formulas.back().label;
+    if (!labels.insert(label).second) {
+      throw UsageError(
+          fmt::format("two {} are named \"{}\"\nName one of them differently: name = expression.",
+                      what, label));
+    }
+  }
+  return formulas;
+}
+
+void requirePurpose(const QueryRequest& request) {
+  if (!request.output && request.expressions.empty()) {
+    throw UsageError("EXPR is required, unless -o writes rows\nSee \"kvbig query --help\".");
+  }
+  if (!request.output && (request.select || request.overwrite || !request.format.empty())) {
+    throw UsageError(
+        "--select, --format and --overwrite are about rows to write\n"
+        "Give a file or folder for them: -o PATH.");
+  }
+}
+
 Query readQuery(const QueryRequest& request) {
   const Vocabulary vocabulary = arrayVocabulary();
+  requirePurpose(request);
   Query query;
-  std::set<std::string> labels;
-  for (const std::string& text : request.expressions) {
-    query.formulas.push_back(readFormula(text, vocabulary));
-    const std::string& label = query.formulas.back().label;
-    if (!labels.insert(label).second) {
-      throw UsageError(fmt::format(
-          "two results are named \"{}\"\nName one of them differently: name = expression.", label));
-    }
+  query.formulas = readFormulas(request.expressions, vocabulary, "results");
+  if (request.select) {
+    query.columns = readFormulas(
+        readingFormula(*request.select, [&] { return splitFormulas(*request.select); }), vocabulary,
+        "columns");
   }
   if (request.where) {
     query.where = readFormula(*request.where, vocabulary);
@@ -121,6 +152,9 @@ void checkQuery(const Query& query, const Table& table) {
   for (const Formula& formula : query.formulas) {
     check(formula, Purpose::Result);
   }
+  for (const Formula& formula : query.columns) {
+    check(formula, Purpose::Column);
+  }
   if (query.where) {
     check(*query.where, Purpose::Condition);
   }
@@ -134,7 +168,24 @@ std::uint64_t seedOf(const QueryRequest& request) {
   return (std::uint64_t{entropy()} << 32 | entropy()) & Session::kMaxSeed;
 }
 
-std::vector<Array> record(Session& session, Table table, const Query& query) {
+const std::string kRowsWritten = "rows written";
+
+/// The number of rows, which are written when it is gathered.
+Array recordOutput(Session& session, const Table& table, const Query& query,
+                   const QueryRequest& request) {
+  std::vector<NamedArray> columns;
+  for (const Formula& formula : query.columns) {
+    columns.push_back(
+        {formula.label, recordFormula(session, table, formula,
+                                      fmt::format("column {}", formula.label), typeAdvice)});
+  }
+  const UserPlace here(session, {"-o", "", 1});
+  const WriteOptions options{request.format, request.overwrite, false};
+  return session.write(columns.empty() ? table : tableOf(columns), *request.output, options);
+}
+
+std::vector<Array> record(Session& session, Table table, const Query& query,
+                          const QueryRequest& request) {
   if (query.where) {
     table = keepRows(session, table, *query.where, kWhereSource, typeAdvice);
   }
@@ -142,6 +193,9 @@ std::vector<Array> record(Session& session, Table table, const Query& query) {
   for (std::size_t i = 0; i < query.formulas.size(); ++i) {
     const Formula& formula = query.formulas[i];
     arrays.push_back(recordFormula(session, table, formula, sourceOf(query, i), typeAdvice));
+  }
+  if (request.output) {
+    arrays.push_back(recordOutput(session, table, query, request));
   }
   return arrays;
 }
@@ -154,6 +208,9 @@ Gathered evaluate(Session& session, const std::vector<Array>& arrays, const Quer
     Error marked = query.where ? markedError(error, *query.where, kWhereSource) : error;
     for (std::size_t i = 0; i < query.formulas.size(); ++i) {
       marked = markedError(marked, query.formulas[i], sourceOf(query, i));
+    }
+    for (const Formula& formula : query.columns) {
+      marked = markedError(marked, formula, fmt::format("column {}", formula.label));
     }
     throw marked;
   }
@@ -208,11 +265,14 @@ void runQuery(const QueryRequest& request) {
   }
   const Table table = openTable(session, request);
   checkQuery(query, table);
-  const std::vector<Array> arrays = record(session, table, query);
+  const std::vector<Array> arrays = record(session, table, query, request);
   throwIfInterrupted();
   std::vector<std::string> labels;
   for (const Formula& formula : query.formulas) {
     labels.push_back(formula.label);
+  }
+  if (request.output) {
+    labels.push_back(kRowsWritten);
   }
   if (request.saveTo) {
     return save(session, *request.saveTo, arrays, labels);

@@ -13,6 +13,10 @@ struct QueryRequest {
   std::vector<std::string> furtherPaths;
   std::vector<std::string> expressions;
   std::optional<std::string> where;    ///< none: all rows
+  std::optional<std::string> output;   ///< a file or folder for rows; none: write no rows
+  std::optional<std::string> select;   ///< the columns to write, as formulas; none: all
+  std::string format;                  ///< of the output; empty: by the ending of its name
+  bool overwrite = false;              ///< an older output
   std::vector<std::string> types;      ///< each is `NAME=TYPE`
   std::optional<std::uint64_t> seed;   ///< of random numbers; none: a different one in each run
   std::optional<int> threads;          ///< none: the default
@@ -24,8 +28,8 @@ struct QueryRequest {
   std::optional<std::string> saveTo;  ///< save the recorded arrays here, evaluate nothing
 };
 
-/// Evaluates all expressions together and prints the results; or only prints the plan or the graph,
-/// or saves the recorded arrays.
+/// Evaluates all expressions together, writes rows, and prints the results; or only prints the plan
+/// or the graph, or saves the recorded arrays.
 ///
 /// Formulas are checked before a file is opened, and columns before the data is read.
 /// Errors: FormulaError, UsageError, Error, Interrupted.

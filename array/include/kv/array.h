@@ -234,6 +234,14 @@ struct Opened {
   std::vector<std::string> warnings;  ///< for example about arrays that another release saved
 };
 
+/// How rows are written.
+struct WriteOptions {
+  /// "parquet", "csv", "ipc" or "npy". Empty: the ending of the path decides; a folder has Parquet.
+  std::string format{};
+  bool overwrite = false;  ///< replaces what a sink wrote there before
+  bool compute = true;     ///< writes at once, not when the number of rows is gathered
+};
+
 /// Where arrays live: the native core and its runtime, loaded. A process may have many sessions.
 ///
 /// Threads: any; calls take the session's lock, so one runs at a time.
@@ -375,6 +383,26 @@ class Session {
   /// "KALVEX:array:NotAColumn" for an array of several columns, which a Value can't hold;
   /// "KALVEX:array:TwoSessions"; Interrupted.
   Gathered gather(std::span<const Array> arrays, Where where = Where::current());
+
+  /// Writes the rows of a table to files: all at once or nothing. A path with the ending of the
+  /// format (.parquet, .csv, .arrow, .feather, .ipc, .npy) is one file, in the order of the rows;
+  /// any other is a folder, with a file for each partition that has rows and a manifest,
+  /// `_kv_manifest.json`. The bytes depend on the data alone, not on threads or memory.
+  ///
+  /// Result: the number of rows; with `compute` false, an array that writes when it is gathered,
+  ///         and shares its pass over the files with others that are gathered together.
+  /// Errors: Error "KALVEX:sink:UnknownFormat", "KALVEX:sink:OtherFormat"; when it writes,
+  ///         "KALVEX:sink:TargetExists", "KALVEX:sink:NotReplaceable", "KALVEX:sink:OverSource" for
+  ///         a file from which the rows come, "KALVEX:sink:CannotWrite" with path and reason,
+  ///         "KALVEX:sink:NoSpace", "KALVEX:sink:UnsupportedType" and "KALVEX:sink:MixedTypes" for
+  ///         columns that the format can't hold, "KALVEX:sink:MissingValue"; those of gather.
+  Array write(const Table& table, const std::string& path, const WriteOptions& options = {},
+              Where where = Where::current());
+
+  /// The same for an array of any dimensions, as a .npy file or a folder of these.
+  /// Errors: those above; "KALVEX:array:NeedsTable" for another format.
+  Array write(const Array& array, const std::string& path, const WriteOptions& options = {},
+              Where where = Where::current());
 
   /// The plan that `gather` would run, as text; reads no data.
   std::string explain(std::span<const Array> arrays, Where where = Where::current());

@@ -28,6 +28,9 @@ namespace kv::runtime {
 namespace {
 
 constexpr std::int64_t kRowGroupRows = 131'072;
+/// A column with more different values is written as it is. The tables in which they are looked up
+/// would take many times the memory of the values.
+constexpr std::int64_t kDictionaryBytes = std::int64_t{128} << 10;
 constexpr std::int64_t kMagicBytes = 4;  ///< at the beginning of a file
 
 std::shared_ptr<parquet::WriterProperties> writerProperties() {
@@ -35,6 +38,7 @@ std::shared_ptr<parquet::WriterProperties> writerProperties() {
       .memory_pool(currentPool())
       ->compression(parquet::Compression::ZSTD)
       ->max_row_group_length(kRowGroupRows)
+      ->dictionary_pagesize_limit(kDictionaryBytes)
       ->build();
 }
 
