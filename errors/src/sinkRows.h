@@ -12,6 +12,8 @@ inline constexpr ErrorRow kSinkRows[] = {
      BaseType::Value},
     {"KALVEX:sink:OtherFormat", "path, its format, format",
      "'{0}' has the ending of the format {1}, but {2} is to be written.", BaseType::Value},
+    {"KALVEX:sink:Mode", "mode", "mode must be \"error\" or \"overwrite\", got \"{0:short}\".",
+     BaseType::Value},
     {"KALVEX:sink:TargetExists", "path",
      "'{0}' exists already. Choose another path, or ask for it to be overwritten.",
      BaseType::System, true},

@@ -18,12 +18,13 @@ from ._operands import operand
 from ._results import shown_rows
 from ._session import check_guard
 from ._types import dtype_of
+from ._writing import ArrayWriting
 
 if TYPE_CHECKING:
     from ._session import Session
 
 
-class Array:
+class Array(ArrayWriting):
     """An array that is recorded and computed on request: a column, or made from columns.
 
     Its first dimension, the rows, is the long one. Operators and NumPy's functions record what is

@@ -9,6 +9,7 @@ from ._evaluate import compute
 from ._host import TableHandle, table_of
 from ._results import arrow_schema, shown_rows, to_numpy
 from ._types import dtype_of
+from ._writing import TableWriting
 
 if TYPE_CHECKING:
     from ._session import Session
@@ -20,7 +21,7 @@ Column = Array | str | Callable[["Table"], Array]
 Condition = Array | str | Callable[["Table"], Array]
 
 
-class Table:
+class Table(TableWriting):
     """Named columns with the same rows, read on request.
 
     A column is `t["name"]` or `t.name`; methods take precedence over columns in `t.name`.

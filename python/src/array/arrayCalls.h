@@ -92,4 +92,7 @@ void bindArrays(nb::module_& module);
 /// Adds arrays in memory and generated ones to the class of sessions.
 void bindMemory(nb::class_<ArraySession>& session);
 
+/// Adds what writes rows to files.
+void bindWriting(nb::class_<ArraySession>& session);
+
 }  // namespace kv::python

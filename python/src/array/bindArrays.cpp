@@ -227,6 +227,7 @@ std::string typeOf(const Array& array) { return std::string(array.type()); }
 void bindSession(nb::module_& module) {
   nb::class_<ArraySession> session(module, "ArraySession", "A session of arrays.");
   bindMemory(session);
+  bindWriting(session);
   session.def(nb::init<>())
       .def("close", &ArraySession::close)
       .def("read", read, nb::arg("paths"), nb::arg("types"))
