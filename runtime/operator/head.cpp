@@ -79,10 +79,6 @@ class Head final : public SinkOperator {
 
   std::string planNote() const override { return "stops when these rows are there"; }
 
-  ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& asked) const override {
-    return asked;
-  }
-
   std::unique_ptr<SinkRun> start(const StepScope& /*scope*/) const override {
     return std::make_unique<HeadRun>(rows_);
   }
