@@ -19,6 +19,7 @@
 #include <limits>
 #include <new>
 #include <utility>
+#include <vector>
 
 #include "column/elementTypes.h"
 #include "column/pool.h"
@@ -164,14 +165,30 @@ const void* Column::rawValues([[maybe_unused]] std::size_t width) const {
   return data_->buffers[1]->data() + skipped;
 }
 
-Column emptyColumn(ElementType type) {
+namespace {
+
+Column madeEmpty(ElementType type) {
   static constexpr std::int32_t kFirstOffset = 0;
-  static const auto noBytes = std::make_shared<arrow::Buffer>(nullptr, 0);
+  const auto noBytes = std::make_shared<arrow::Buffer>(nullptr, 0);
   if (type != ElementType::String) {
     return Column(type, 0, noBytes);
   }
   auto offsets = arrow::Buffer::Wrap(&kFirstOffset, 1);
   return Column(type, arrow::ArrayData::Make(arrow::utf8(), 0, {nullptr, offsets, noBytes}, 0));
+}
+
+}  // namespace
+
+/// Recording an operation asks for the type of each input, so these are made once.
+Column emptyColumn(ElementType type) {
+  static const std::vector<Column> all = [] {
+    std::vector<Column> columns;
+    for (std::size_t i = 0; i < kTypes.size(); ++i) {
+      columns.push_back(madeEmpty(static_cast<ElementType>(i)));
+    }
+    return columns;
+  }();
+  return all[indexOf(type)];
 }
 
 Column missingColumn(ElementType type, std::int64_t rows) {
