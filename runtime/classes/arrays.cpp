@@ -9,6 +9,7 @@
 #include "classes/sessionMemory.h"
 #include "classes/sessionValues.h"
 #include "driver/ClosureTasks.h"
+#include "driver/frames.h"
 #include "persistence/trust.h"
 #include "sink/WriteTarget.h"
 #include "values/hostNames.h"
@@ -106,13 +107,8 @@ void clientForeach(const Call& call) {
   if (!kxIsA(function.get(), kFunctionHandle)) {
     function = host::call(kFunctionHandle, {function.get()});
   }
-  const Value ordered = host::makeLogical(isOrdered);
-  const Value count = host::makeDouble(numArrays);
-  const Value operation =
-      host::call(kForeachOperation, {function.get(), ordered.get(), count.get()});
-  std::vector<const kxArray*> inputs{operation.get()};
-  inputs.insert(inputs.end(), call.prhs + 1, call.prhs + 1 + numArrays);
-  const Value stopped = host::call("applyOperationBuiltin", inputs);
+  const Value stopped = recordForeach(function.get(), isOrdered,
+                                      {call.prhs + 1, static_cast<std::size_t>(numArrays)});
   call.out(0, host::call("gather", {stopped.get()}));
 }
 

@@ -81,6 +81,16 @@ bool runStagesFromBytes() {
   return world != nullptr && std::string_view(world) == "1";
 }
 
+/// One thread for a stage whose units keep all rows of their partitions, if these would take a good
+/// part of the memory.
+int threadsFor(const Stage& stage, int threads) {
+  constexpr std::int64_t kLeastBytes = std::int64_t{256} << 20;  // four partitions
+  const MemoryLedger* ledger = currentLedger();
+  const bool keeps = std::ranges::any_of(
+      stage.steps(), [](const Step& step) { return step.op->facts().keepsForOrder; });
+  return keeps && ledger != nullptr && ledger->limit() < kLeastBytes ? 1 : threads;
+}
+
 /// Joins the rows that all partitions kept. Those of the unit without rows, which only have types,
 /// join those of the last partition.
 WholeValue joinKept(const OpSpec& spec, std::vector<std::vector<Chunk>> partitions,
@@ -272,7 +282,7 @@ std::optional<errors::FailureRecord> Evaluation::runUnits(const AssembledStage& 
   }
   const FreeCalls freeCalls(assembled, workers_);
   const auto units =
-      makeUnitService(threads_, rows.numPartitions(),
+      makeUnitService(threadsFor(stage, threads_), rows.numPartitions(),
                       {fromBytes ? *fromBytes : stage, functions, context, lease_, &freeCalls});
   auto failed = kv::runtime::runStage(*units, merge, rows, nextStage_++);
   if (!failed) {

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "driver/frames.h"
 #include "kv/host/errors.h"
 #include "values/chunkValues.h"
 
@@ -89,6 +90,9 @@ PartitionResults callOnPartition(const OpSpec& spec, const kxArray* functionHand
                                  std::span<const CallInput> inputs, const Chunk& rows,
                                  const PartitionPlace& place, bool returnsUnused,
                                  OutputTypes& types) {
+  if (FrameReceiver* receiver = receiverOf(functionHandle)) {
+    return {.isFinished = !receiver->take(columnsOf(inputs))};
+  }
   std::vector<Value> values;
   values.push_back(infoOf(rows.partition, place));
   for (const CallInput& input : inputs) {

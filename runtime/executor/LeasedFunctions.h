@@ -40,6 +40,8 @@ class LeasedFunctions final : public UserFunctions {
     return functions_.partialsOf(step, reduced);
   }
 
+  bool runsInOrder() const override { return true; }
+
  private:
   struct Taken {
     explicit Taken(LeasedFunctions& functions) : of(functions) { of.released_.reset(); }

@@ -40,6 +40,7 @@ struct OperatorFacts {
 
   bool callsUser = false;       ///< it calls a user-defined function
   bool seesFrames = false;      ///< it can see where its rows end: it gets frames
+  bool keepsForOrder = false;   ///< units keep rows for their turn, unless they run one by one
   bool hasSideEffects = false;  ///< each run shows outside of it, so that none may be repeated
 
   bool spreads = true;        ///< an input of one row is repeated for every row of the others

@@ -69,6 +69,9 @@ class UserFunctions {
   /// Errors: "KALVEX:array:NotAColumn" with the shape and class of what is no array.
   virtual std::vector<Chunk> partialsOf(std::size_t step, const ReducedValues& reduced) = 0;
 
+  /// True if the units of the stage run one after the other, in the order of partitions.
+  virtual bool runsInOrder() const { return false; }
+
   /// Drops what is kept between the calls for a partition, whose unit has ended.
   virtual void endPartition(std::int64_t /*partition*/) {}
 };

@@ -6,7 +6,7 @@
 
 // Frames go to a function in the client, in the order of partitions. A unit keeps its frames, and
 // the merge hands them over; since few units run ahead of the merge, no more wait than those have.
-// Where order doesn't matter, a unit hands its frames over itself.
+// Where order doesn't matter, or units run one by one, a unit hands its frames over itself.
 
 namespace kv::runtime {
 
@@ -122,8 +122,11 @@ class DeliverMerge final : public SinkMerge {
 class Deliver final : public SinkOperator {
  public:
   Deliver(std::size_t numInputs, bool isOrdered)
-      : SinkOperator(
-            {.kind = "deliver", .callsUser = true, .seesFrames = true, .hasSideEffects = true}),
+      : SinkOperator({.kind = "deliver",
+                      .callsUser = true,
+                      .seesFrames = true,
+                      .keepsForOrder = isOrdered,
+                      .hasSideEffects = true}),
         numInputs_(numInputs),
         isOrdered_(isOrdered) {}
 
@@ -132,7 +135,7 @@ class Deliver final : public SinkOperator {
   }
 
   std::unique_ptr<SinkRun> start(const StepScope& scope) const override {
-    if (isOrdered_) {
+    if (isOrdered_ && !scope.functions.runsInOrder()) {
       return std::make_unique<KeepFrames>(scope.types);
     }
     return std::make_unique<GiveFrames>(scope);
