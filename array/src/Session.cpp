@@ -84,6 +84,7 @@ const int Session::kMaxThreads = runtime::kMaxThreads;
 Session::Session() : impl_(translated([] { return std::make_shared<Impl>(); })) {}
 
 Session::~Session() {
+  impl_->streams.stopAll();
   std::unique_lock lease(impl_->mutex);
   impl_->idle.wait(lease, [&] { return impl_->paused == 0; });
   impl_->host.close();

@@ -250,7 +250,11 @@ Table Session::fromArrow(ArrowArrayStream* stream, const Partitions& partitions,
   return sourceCall(*impl_, where, [&] {
     auto* const ledger =
         memory == StreamMemory::Collected ? &runtime::ledgerOfEvaluation() : nullptr;
-    return memoryTable(impl_, runtime::openArrow(stream, requestOf(partitions), ledger));
+    const auto read = [&] {
+      const auto released = impl_->lease->release();  // the producer may need the session
+      return runtime::openArrow(stream, requestOf(partitions), ledger);
+    };
+    return memoryTable(impl_, read());
   });
 }
 

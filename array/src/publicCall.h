@@ -7,6 +7,7 @@
 #include <source_location>
 #include <utility>
 
+#include "OpenStream.h"
 #include "kv/array.h"
 #include "kv/host/session.h"
 #include "kv/host/values.h"
@@ -31,6 +32,7 @@ struct Session::Impl {
   host::Value frame;  ///< holds the user's stack
   std::unique_ptr<runtime::SessionLease> lease;
   std::shared_ptr<runtime::InterruptRequests> interrupts;  ///< set once
+  OpenStreams streams;
 };
 
 /// Rethrows the current exception as one of this layer: errors of the host and the runtime become
