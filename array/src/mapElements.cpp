@@ -22,13 +22,13 @@ using runtime::ElementType;
 
 using Trailing = std::vector<std::int64_t>;
 
-/// What of the inputs is known when a function is recorded.
-struct InputType {
+/// What is known of an input or an output when a function is recorded.
+struct ValueType {
   std::string type;
   Trailing trailing;
 };
 
-std::vector<Elements> inputsOf(const host::Call& call, const std::vector<InputType>& types) {
+std::vector<Elements> inputsOf(const host::Call& call, const std::vector<ValueType>& types) {
   std::vector<Elements> inputs;
   for (std::size_t i = 0; i < types.size(); ++i) {
     const kxArray* input = call.in(static_cast<int>(i));
@@ -53,17 +53,23 @@ std::size_t rowsOf(const std::vector<Elements>& inputs) {
 }
 
 /// A user's function with what is known of it when it is recorded.
-class Body {
- public:
-  Body(MappedFunction function, std::span<const Array> inputs) : mapped_(std::move(function)) {
-    for (const Array& input : inputs) {
-      inputTypes_.push_back({std::string(input.type()), input.trailing()});
-    }
-  }
+struct Mapped {
+  std::string name;
+  TableFunction function;
+  std::vector<ValueType> inputs;
+  std::vector<ValueType> outputs;
+  CallMode mode;
+  ReturnedRows rows;
 
   void operator()(const host::Call& call) const {
     try {
-      call.out(0, toValue(checkedResult(inputsOf(call, inputTypes_))));
+      std::vector<Elements> given = inputsOf(call, inputs);
+      const std::size_t givenRows = rowsOf(given);
+      const std::vector<Elements> results = function(std::move(given));
+      for (std::size_t i = 0; i < outputs.size(); ++i) {
+        check(results.at(i), outputs[i], givenRows);
+        call.out(static_cast<int>(i), toValue(results[i]));
+      }
     } catch (const Error& error) {
       host::raiseWithMessage(error.identifier(), error.what(), error.arguments());
     } catch (const Interrupted&) {
@@ -72,45 +78,105 @@ class Body {
   }
 
  private:
-  Elements checkedResult(std::vector<Elements> inputs) const {
-    const std::size_t rows = rowsOf(inputs);
-    Elements result = mapped_.function(std::move(inputs));
-    if (result.dimensions.front() != rows) {
+  void check(const Elements& result, const ValueType& expected, std::size_t givenRows) const {
+    const std::size_t returnedRows = result.dimensions.front();
+    if (rows == ReturnedRows::Same && returnedRows != givenRows) {
       raiseError("KALVEX:array:WrongRowCount",
-                 {mapped_.name, std::to_string(rows), std::to_string(result.dimensions.front())});
+                 {name, std::to_string(givenRows), std::to_string(returnedRows)});
     }
-    if (result.type != mapped_.type) {
-      raiseError("KALVEX:array:WrongType", {mapped_.name, std::string(result.type), mapped_.type});
+    if (result.type != expected.type) {
+      raiseError("KALVEX:array:WrongType", {name, std::string(result.type), expected.type});
     }
     const Trailing returned(result.dimensions.begin() + 1, result.dimensions.end());
-    if (returned != mapped_.trailing) {
-      raiseError("KALVEX:array:WrongShape",
-                 {mapped_.name, shapeOf(mapped_.trailing), shapeOf(returned)});
+    if (returned != expected.trailing) {
+      raiseError("KALVEX:array:WrongShape", {name, shapeOf(expected.trailing), shapeOf(returned)});
     }
-    return result;
   }
-
-  MappedFunction mapped_;
-  std::vector<InputType> inputTypes_;
 };
+
+std::vector<ValueType> typesOf(std::span<const Array> arrays) {
+  std::vector<ValueType> types;
+  for (const Array& array : arrays) {
+    types.push_back({std::string(array.type()), array.trailing()});
+  }
+  return types;
+}
+
+/// Those of rows that a function makes of its own.
+RowTraits traitsOfNew(const RowTraits& inputs, const std::string& name) {
+  const std::size_t key = uniqueKey();
+  return {.isColumn = inputs.isColumn,
+          .rows = std::make_shared<const RowSpace>(
+              fmt::format("rows {}", key), fmt::format("what {} returned", name), std::nullopt),
+          .made = key};
+}
+
+/// Records the function; an array for each output.
+std::vector<Array> record(Mapped mapped, std::span<const Array> inputs, const Where& where) {
+  const auto session = sessionOf(inputs);
+  std::vector<ElementType> elements;
+  for (const ValueType& output : mapped.outputs) {
+    elements.push_back(requireType(output.type));
+  }
+  return publicCall(*session, where, [&] {
+    const bool isSame = mapped.rows == ReturnedRows::Same;
+    const std::vector<ValueType> outputs = mapped.outputs;
+    RowTraits traits = traitsOfUnique(inputs, where);
+    traits = isSame ? std::move(traits) : traitsOfNew(traits, mapped.name);
+    CallInputs call;
+    const std::string name = mapped.name;
+    const host::CallMode mode = hostMode(mapped.mode);
+    call.give(host::makeFunctionHandle(name, std::move(mapped), mode));
+    for (const Array& input : inputs) {
+      call.lend(input.handle().value);
+    }
+    std::vector<host::Value> values =
+        host::callMany(isSame ? kcos::NameRef("elementfun") : kcos::NameRef("chunkfun"),
+                       static_cast<int>(outputs.size()), call.list());
+    std::vector<Array> arrays;
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+      RowTraits own = traits;
+      own.made = uniqueKey();
+      own.trailing = outputs[i].trailing;
+      arrays.push_back(makeArray(session, std::move(values[i]), elements[i], std::move(own)));
+    }
+    return arrays;
+  });
+}
 
 }  // namespace
 
 Array mapElements(MappedFunction function, std::span<const Array> inputs, Where where) {
-  const auto session = sessionOf(inputs);
-  const ElementType element = requireType(function.type);
-  return publicCall(*session, where, [&] {
-    const std::string name = function.name;
-    const host::CallMode mode = hostMode(function.mode);
-    RowTraits traits = traitsOfUnique(inputs, where);
-    traits.trailing = function.trailing;
-    CallInputs call;
-    call.give(host::makeFunctionHandle(name, Body(std::move(function), inputs), mode));
-    for (const Array& input : inputs) {
-      call.lend(input.handle().value);
-    }
-    return makeArray(session, host::call("elementfun", call.list()), element, std::move(traits));
-  });
+  const TableFunction body = [single = std::move(function.function)](std::vector<Elements> given) {
+    return std::vector<Elements>{single(std::move(given))};
+  };
+  return record({function.name,
+                 body,
+                 typesOf(inputs),
+                 {{function.type, function.trailing}},
+                 function.mode,
+                 function.rows},
+                inputs, where)
+      .front();
+}
+
+Table mapTable(MappedTable function, const Table& table, Where where) {
+  std::vector<Array> inputs;
+  for (const std::string& column : table.columns()) {
+    inputs.push_back(table.column(column, where));
+  }
+  std::vector<ValueType> outputs;
+  for (const MappedColumn& column : function.columns) {
+    outputs.push_back({column.type, {}});
+  }
+  std::vector<Array> arrays = record({function.name, std::move(function.function), typesOf(inputs),
+                                      std::move(outputs), function.mode, function.rows},
+                                     inputs, where);
+  std::vector<NamedArray> columns;
+  for (std::size_t i = 0; i < arrays.size(); ++i) {
+    columns.push_back({function.columns[i].name, std::move(arrays[i])});
+  }
+  return tableOf(columns, where);
 }
 
 Array withDimension(const Array& array) {

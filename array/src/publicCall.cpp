@@ -21,6 +21,7 @@
 #include "kv/host/errors.h"
 #include "kv/host/values.h"
 #include "kv/runtime/runtime.h"
+#include "rowFunctions.h"
 
 namespace kv {
 
@@ -155,6 +156,7 @@ Session::Impl::Impl() : lease(std::make_unique<Lease>(*this)) {
   const host::Session::Scope scope(host);
   translated([&] {
     runtime::load(host);
+    defineRowFunctions(host);
     interrupts = runtime::sessionInterrupts();
     runtime::setSessionLease(lease.get());
   });

@@ -38,6 +38,7 @@ inline constexpr ErrorRow kArrayRows[] = {
      "{0} takes arrays, numbers, logicals and texts, got {1}.", BaseType::Type},
     {"KALVEX:array:NotSupported", "function, advice",
      "{0} isn't available for arrays that aren't computed. {1}", BaseType::Type},
+    {"KALVEX:array:BadIndex", "index, shape", "The index {0} doesn't fit {1}.", BaseType::Index},
     {"KALVEX:array:NoCompute", "",
      "Nothing may be computed here: the call is in kv.no_compute(), or KV_NO_COMPUTE is set."},
     {"KALVEX:array:UnknownLength", "",

@@ -54,8 +54,15 @@ GatheredElements gatherElements(Session& session, std::span<const Array> arrays,
                                 Where where = Where::current());
 
 /// The function of a front end's user on a chunk of each input; inputs have as many rows as each
-/// other, or one. It returns as many rows.
+/// other, or one. It returns as many rows,
+/// unless it is said to return any number.
 using ElementsFunction = std::function<Elements(std::vector<Elements> inputs)>;
+
+/// Which rows a function of chunks returns.
+enum class ReturnedRows : std::uint8_t {
+  Same,  ///< as many as it is given: what is left of 32,768 rows of the source
+  Any,   ///< any number for 32,768 rows that are left; they are rows of their own
+};
 
 /// Such a function, and what is known of it.
 struct MappedFunction {
@@ -64,6 +71,7 @@ struct MappedFunction {
   std::string type;  ///< of the elements that it returns
   CallMode mode = CallMode::Session;
   std::vector<std::int64_t> trailing{};  ///< the dimensions of a row of what it returns
+  ReturnedRows rows = ReturnedRows::Same;
 };
 
 /// A user's own function on arrays of any types, run chunk by chunk. If it throws, gathering throws
@@ -73,6 +81,29 @@ struct MappedFunction {
 ///         "KALVEX:array:WrongType" or "KALVEX:array:WrongShape" if it returns other rows.
 Array mapElements(MappedFunction function, std::span<const Array> inputs,
                   Where where = Where::current());
+
+/// The function of a front end's user on a chunk of each column of a table; it returns columns of
+/// the same number of rows each.
+using TableFunction = std::function<std::vector<Elements>(std::vector<Elements> columns)>;
+
+/// A column that such a function returns.
+struct MappedColumn {
+  std::string name;
+  std::string type;
+};
+
+/// Such a function, and what is known of it.
+struct MappedTable {
+  std::string name;  ///< for plans and messages
+  TableFunction function;
+  std::vector<MappedColumn> columns;
+  CallMode mode = CallMode::Session;
+  ReturnedRows rows = ReturnedRows::Same;
+};
+
+/// A user's own function on all columns of a table, run chunk by chunk.
+/// Errors: as for mapElements; Error "KALVEX:array:SameName" for columns that it returns.
+Table mapTable(MappedTable function, const Table& table, Where where = Where::current());
 
 /// One row in memory as an array that goes with any rows. It never adapts.
 /// Requires: the first of its dimensions is 1.
