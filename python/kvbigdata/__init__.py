@@ -28,6 +28,7 @@ from ._errors import (
     Where,
 )
 from ._evaluate import compute
+from ._groups import Grouped
 from ._make import read, read_csv, read_parquet
 from ._memory import (
     arange,
@@ -125,6 +126,7 @@ __all__ = [
     "Error",
     "Facts",
     "FormulaError",
+    "Grouped",
     "InvalidTypeError",
     "InvalidValueError",
     "OutOfMemoryError",

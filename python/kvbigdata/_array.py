@@ -8,14 +8,14 @@ from typing import TYPE_CHECKING, Any, ClassVar
 import numpy as np
 import numpy.typing as npt
 
-from . import _casts, _chunks, _functions, _reduce, _saving, _ufuncs
+from . import _casts, _chunks, _functions, _index, _reduce, _saving, _ufuncs
 from ._errors import array_error, shown_line
 from ._evaluate import compute
-from ._host import ArrayHandle, filter_array, with_dimension
+from ._host import ArrayHandle, array_stream
 from ._host import count_rows as native_count_rows
 from ._host import settle as native_settle
 from ._operands import operand
-from ._results import shown_rows
+from ._results import arrow_schema, shown_rows, stream_with, to_arrow
 from ._session import check_guard
 from ._types import dtype_of
 from ._writing import ArrayWriting
@@ -122,6 +122,34 @@ class Array(ArrayWriting):
         """The plan that `compute()` would run. Reads no data."""
         return self._session._native.explain([self._handle])
 
+    def to_numpy(self) -> Any:
+        """The same as `compute()`."""
+        return compute(self)
+
+    def to_arrow(self) -> Any:
+        """The value as a `pyarrow.Array`; missing integers, logicals and texts are nulls.
+
+        >>> kv.asarray(["a", None]).to_arrow().null_count
+        1
+        """
+        if self.ndim > 1:
+            advice = "x[:, j] is a column of it."
+            raise array_error("KALVEX:array:NotSupported", "to_arrow of several dimensions", advice)
+        return to_arrow(self._session.evaluate([self._handle])[0])
+
+    def __arrow_c_schema__(self) -> Any:
+        """The type of the elements. Reads no data."""
+        return arrow_schema({"": self._handle.type}).field(0).__arrow_c_schema__()
+
+    def __arrow_c_stream__(self, requested_schema: Any = None) -> Any:
+        """The rows in batches, computed as they are pulled.
+
+        >>> pa.chunked_array(kv.arange(100_000)).num_chunks
+        4
+        """
+        stream = array_stream(self._handle, check_guard, self._session.note)
+        return stream if requested_schema is None else stream_with(self, stream, requested_schema)
+
     def item(self) -> Any:
         """The value of an array of one row as a Python scalar."""
         return self._only("item()").item()
@@ -185,20 +213,22 @@ class Array(ArrayWriting):
         raise array_error("KALVEX:array:ReadOnly")
 
     def __getitem__(self, key: Any) -> "Array":
-        """The rows for which `key`, a logical array of as many rows, is true.
+        """Rows, and places within rows, by NumPy's rules.
 
-        `x[:, None]` of a column has another dimension, of 1, so that it goes with n-by-k arrays.
+        `x[mask]` has the rows for which a logical array is true, `x[:n]` the first `n`. Of n-by-k
+        arrays, `x[:, j]` and `x[:, a:b]` have some columns. `x[:, None]` has another dimension.
 
         >>> t = kv.read("data/flights.csv")
         >>> t.dep_delay[t.origin == "JFK"].mean().compute()
         np.float64(12.112159099217665)
+        >>> t.origin[:2].compute().tolist()
+        ['EWR', 'LGA']
+        >>> x = kv.from_numpy(np.arange(6).reshape(2, 3))
+        >>> x[:, 1:].compute()
+        array([[1, 2],
+               [4, 5]])
         """
-        if not isinstance(key, Array):
-            if key == (Ellipsis, None) or (self.ndim == 1 and key == (slice(None), None)):
-                return Array(with_dimension(self._handle), self._session)
-            advice = "A logical array with the same rows selects rows."
-            raise array_error("KALVEX:array:NotSupported", f"x[{type(key).__name__}]", advice)
-        return Array(filter_array(self._handle, key._handle), self._session)
+        return _index.index(self, key)
 
     def filter(self, keep: "Array") -> "Array":
         """The same as `x[keep]`."""

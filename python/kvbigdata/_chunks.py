@@ -1,7 +1,7 @@
 """Users' functions, called chunk by chunk."""
 
 import functools
-from collections.abc import Callable
+from collections.abc import Callable, Mapping
 from typing import TYPE_CHECKING, Any, NamedTuple, TypeVar, overload
 
 import numpy as np
@@ -9,11 +9,13 @@ import numpy.typing as npt
 
 from ._errors import array_error
 from ._host import map_chunks as native_map_chunks
-from ._results import from_numpy, to_numpy
+from ._host import map_table as native_map_table
+from ._results import from_arrow_column, from_numpy, to_arrow, to_numpy
 from ._types import name_of
 
 if TYPE_CHECKING:
     from ._array import Array
+    from ._table import Table
 
 
 F = TypeVar("F", bound=Callable[..., Any])
@@ -83,6 +85,49 @@ def call(function: Callable[..., Any], values: list[Any], kind: str) -> tuple[st
     return from_numpy(result)
 
 
+def _arrow_table(result: Any, name: str) -> Any:
+    """What a function of batches returned, as a table."""
+    import pyarrow as pa
+
+    if isinstance(result, Mapping):
+        return pa.table(dict(result))
+    if hasattr(result, "__arrow_c_stream__") or hasattr(result, "__arrow_c_array__"):
+        return pa.table(result)
+    raise TypeError(
+        f"{name} must return an Arrow table or batch, or a dict of arrays, "
+        f"but returned {type(result).__name__}"
+    )
+
+
+def call_on_table(
+    function: Callable[..., Any],
+    values: list[Any],
+    kinds: tuple[list[str], list[tuple[str, str]]],
+) -> list[tuple[str, Any]]:
+    """The columns that `function` returns for a batch. Called by the extension."""
+    import pyarrow as pa
+
+    names, expected = kinds
+    name = _settings(function).name
+    batch = pa.RecordBatch.from_arrays([to_arrow(value) for value in values], names=names)
+    made = _arrow_table(function(batch), name)
+    wanted = [column for column, _ in expected]
+    if sorted(made.column_names) != sorted(wanted):
+        raise ValueError(
+            f"{name} returned the columns {made.column_names}, not {wanted}; "
+            "dtypes= of map_chunks names those that it returns, with their types"
+        )
+    return [from_arrow_column(made.column(column)) for column in wanted]
+
+
+def _has_same_rows(rows: str) -> bool:
+    if rows not in ("same", "any"):
+        raise array_error(
+            "KALVEX:array:NotSupported", f"rows={rows!r} of map_chunks", 'Use "same" or "any".'
+        )
+    return rows == "same"
+
+
 def map_chunks(
     x: "Array",
     function: Callable[..., Any],
@@ -99,25 +144,60 @@ def map_chunks(
     dtype: the type of what it returns; the type of this array unless given.
     shape: the shape of a row of what it returns, such as (3,), or () for a column; that of a row
         of this array unless given.
+    rows: "any" if it returns any number of rows. Then a chunk has 32,768 rows, the last of a
+        partition fewer, whatever was filtered, and the result has rows of its own.
 
     >>> t = kv.read("data/flights.csv")
     >>> t.distance.map_chunks(lambda miles: miles * 1.609344).max().compute()
     np.float64(8019.361152)
+    >>> longest = t.distance.map_chunks(lambda miles: np.sort(miles)[-2:], rows="any")
+    >>> longest.count_rows().compute(), longest.max().compute()
+    (np.int64(22), np.float64(4983.0))
     """
     from ._array import Array
 
     if not callable(function):
         raise array_error("KALVEX:array:NoFunction")
-    if rows != "same":
-        raise array_error(
-            "KALVEX:array:NotSupported",
-            f"rows={rows!r} of map_chunks",
-            'With rows="same", the function returns as many rows as it gets.',
-        )
+    same_rows = _has_same_rows(rows)
     inputs = [x, *more]
     kind = x._handle.type if dtype is None else name_of(dtype, "The result")
     trailing = x._handle.trailing if shape is None else list(shape)
     name, serial = _settings(function)
     handles = [each._handle for each in inputs]
-    made = native_map_chunks(name, function, handles, kind, serial, trailing)
+    made = native_map_chunks(name, function, handles, kind, serial, trailing, same_rows)
     return Array(made, x._session)
+
+
+def map_table_chunks(
+    table: "Table",
+    function: Callable[..., Any],
+    dtypes: Mapping[str, npt.DTypeLike] | None = None,
+    rows: str = "same",
+) -> "Table":
+    """What a function of your own returns for the rows of the table, batch by batch.
+
+    function: is called with a `pyarrow.RecordBatch` of all columns, and returns a table or batch
+        of Arrow, of anything with Arrow's protocol such as a data frame, or a dict of arrays.
+        Several threads call it at once unless `kv.function(serial=True)` says otherwise.
+    dtypes: the names and types of the columns that it returns; those of this table unless given.
+    rows: "same" if it returns as many rows as it gets: then its columns go with those of this
+        table. "any" if it returns any number; then they have rows of their own.
+
+    >>> t = kv.read("data/flights.csv", columns=["distance", "air_time"])
+    >>> speed = lambda batch: {"speed": pc.divide(batch["distance"], batch["air_time"])}
+    >>> t.map_chunks(speed, dtypes={"speed": "float64"}).speed.max().compute()
+    np.float64(11.723076923076922)
+    >>> far = t.map_chunks(lambda batch: batch.filter(pc.field("distance") > 4970), rows="any")
+    >>> far.distance.count().compute()
+    np.int64(342)
+    """
+    from ._table import Table
+
+    if not callable(function):
+        raise array_error("KALVEX:array:NoFunction")
+    same_rows = _has_same_rows(rows)
+    given = table.dtypes if dtypes is None else dtypes
+    columns = [(name, name_of(dtype, f"Column {name}")) for name, dtype in given.items()]
+    name, serial = _settings(function)
+    made = native_map_table(name, function, table._handle, columns, serial, same_rows)
+    return Table(made, table._session)

@@ -6,13 +6,13 @@ import importlib
 NEEDED = "pyarrow >=26.0,<26.1"
 
 
-def _load_arrow() -> None:
-    """Arrow's libraries aren't where this package looks for them: lets pyarrow load its own."""
+def _installed() -> str:
+    """What is there instead of what is needed."""
     try:
-        for module in ("pyarrow", "pyarrow.dataset", "pyarrow.parquet"):
-            importlib.import_module(module)
-    except ImportError as error:
-        raise ImportError(f"kvbigdata needs {NEEDED}, which isn't installed.") from error
+        version = importlib.import_module("pyarrow").__version__
+    except ImportError:
+        return "which isn't installed"
+    return f"but pyarrow {version} is installed"
 
 
 def _load() -> None:
@@ -21,14 +21,13 @@ def _load() -> None:
     except ImportError as error:
         if "libarrow" not in str(error):
             raise
-        _load_arrow()
+        # Arrow's libraries aren't where this package looks for them: lets pyarrow load its own.
         try:
+            for module in ("pyarrow", "pyarrow.dataset", "pyarrow.parquet"):
+                importlib.import_module(module)
             from . import _host
         except ImportError as again:
-            import pyarrow as pa
-
-            installed = f"but pyarrow {pa.__version__} is installed"
-            raise ImportError(f"kvbigdata needs {NEEDED}, {installed}.") from again
+            raise ImportError(f"kvbigdata needs {NEEDED}, {_installed()}.") from again
     atexit.register(_host.close_all)
 
 

@@ -11,7 +11,7 @@ import numpy as np
 
 from . import _ufuncs
 from ._errors import array_error
-from ._host import filter_array, reduce
+from ._host import filter_array, reduce, reduce_rows
 from ._operands import apply
 
 if TYPE_CHECKING:
@@ -31,22 +31,26 @@ def _check(name: str, options: dict[str, Any]) -> None:
             raise _refuse(name, option, "Leave it out.")
 
 
-def _is_whole(name: str, x: "Array", axis: Any) -> bool:
-    """Whether all elements are reduced to one; otherwise the rows to one row."""
+_ROWS, _ALL = "rows", "all"
+
+
+def _places(name: str, x: "Array", axis: Any) -> str | list[int]:
+    """What is reduced: the rows, all elements, or some dimensions of each row, counted from 1."""
     ndim = x.ndim
-    given = axis if isinstance(axis, tuple) else (axis,)
+    has_rows = not x._handle.is_scalar
     if axis is None:
-        return ndim > 1 or x._handle.is_scalar
+        return _ALL if ndim > 1 or not has_rows else _ROWS
+    given = axis if isinstance(axis, tuple) else (axis,)
     places = {a + ndim if a < 0 else a for a in given if isinstance(a, (int, np.integer))}
     if len(places) != len(given) or not places <= set(range(ndim)):
         raise _refuse(name, "axis", f"The array has {ndim} dimension(s).")
     if len(places) == ndim:
-        return ndim > 1 or x._handle.is_scalar
-    if places == {0} and not x._handle.is_scalar:
-        return False
-    shape = tuple(size for place, size in enumerate(x.shape) if place not in places | {0})
-    advice = f"axis=0 and axis=None are available, and x.map_chunks(lambda rows: rows.{name}(axis={axis}), shape={shape}) does the rest."
-    raise _refuse(name, "axis", advice)
+        return _ALL if ndim > 1 or not has_rows else _ROWS
+    if has_rows and places == {0}:
+        return _ROWS
+    if has_rows and 0 in places:
+        raise _refuse(name, "axis", "Reduce the rows, axis=0, and the others one after the other.")
+    return sorted(place + (not has_rows) for place in places)
 
 
 def _reduced(
@@ -56,8 +60,9 @@ def _reduced(
 
     if not isinstance(x, Array):
         raise array_error("KALVEX:array:NoArray")
+    places = _places(name, x, axis)
+    keeps = isinstance(places, list) and options.pop("keepdims", False) is True
     _check(name, options)
-    is_whole = _is_whole(name, x, axis)
     handle = x._handle
     if isinstance(where, Array):
         if x.ndim > 1:
@@ -66,7 +71,9 @@ def _reduced(
     elif where is not True:
         raise _refuse(name, "where", "It must be a logical array with the same rows.")
     skip = handle.is_column if skipna is None else skipna
-    return Array(reduce(name, handle, skip, is_whole), x._session)
+    if isinstance(places, list):
+        return Array(reduce_rows(name, handle, places, keeps, skip), x._session)
+    return Array(reduce(name, handle, skip, places == _ALL), x._session)
 
 
 def sum(

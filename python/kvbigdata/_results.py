@@ -57,7 +57,11 @@ def from_numpy(array: Any) -> tuple[str, Any]:
         return kind, elements.view(np.int64) if elements.dtype.kind in "mM" else elements
     import pyarrow as pa
 
-    texts = pa.array(array.tolist(), pa.large_string())
+    return kind, _text_parts(pa.array(array.tolist(), pa.large_string()))
+
+
+def _text_parts(texts: "pa.Array") -> tuple[Any, Any, Any]:
+    """Offsets, bytes and validity of texts of Arrow's large strings, without an offset."""
     validity, offsets, data = texts.buffers()
     count = len(texts)
     bits = np.full((count + 7) // 8, 255, np.uint8)
@@ -65,7 +69,22 @@ def from_numpy(array: Any) -> tuple[str, Any]:
         bits = np.frombuffer(validity, np.uint8, len(bits))
     places = np.frombuffer(offsets, np.int64, count + 1) if offsets else np.zeros(1, np.int64)
     content = np.frombuffer(data, np.uint8) if data else np.zeros(0, np.uint8)
-    return kind, (places, content, bits)
+    return places, content, bits
+
+
+def from_arrow_column(column: Any) -> tuple[str, Any]:
+    """The type of a column of an Arrow table and its elements as the extension takes them."""
+    import pyarrow as pa
+
+    kind = column.type
+    if pa.types.is_dictionary(kind):
+        column, kind = column.cast(kind.value_type), kind.value_type
+    if pa.types.is_string(kind) or pa.types.is_large_string(kind) or pa.types.is_string_view(kind):
+        texts = pa.concat_arrays(
+            [*column.cast(pa.large_string()).chunks, pa.array([], pa.large_string())]
+        )
+        return "string", _text_parts(texts)
+    return from_numpy(column.to_numpy())
 
 
 def arrow_schema(kinds: Mapping[str, str]) -> "pa.Schema":
@@ -76,6 +95,19 @@ def arrow_schema(kinds: Mapping[str, str]) -> "pa.Schema":
         return pa.string() if kind == "string" else pa.from_numpy_dtype(dtype_of(kind))
 
     return pa.schema([(name, arrow_type(kind)) for name, kind in kinds.items()])
+
+
+def stream_with(rows: Any, stream: Any, requested_schema: Any) -> Any:
+    """A stream of the rows in the types that its consumer asks for."""
+    import pyarrow as pa
+
+    class _Rows:
+        def __arrow_c_stream__(self, requested_schema: Any = None) -> Any:
+            return stream
+
+    if rows.__class__.__name__ == "Table":
+        return pa.RecordBatchReader.from_stream(_Rows()).__arrow_c_stream__(requested_schema)
+    return pa.chunked_array(_Rows()).__arrow_c_stream__(requested_schema)
 
 
 def to_arrow(value: tuple[str, bool, Any]) -> "pa.Array":

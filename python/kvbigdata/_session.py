@@ -80,8 +80,12 @@ class Session:
         """The results of some arrays, as the extension returns them."""
         check_guard()
         values, facts = self._native.compute(handles)
-        self._facts = Facts(*facts)
+        self.note(facts)
         return values
+
+    def note(self, facts: tuple[Any, ...]) -> None:
+        """Keeps what an evaluation did, for `kv.facts()`."""
+        self._facts = Facts(*facts)
 
 
 _current: ContextVar[Session | None] = ContextVar("kvbigdata_session", default=None)

@@ -4,17 +4,19 @@ from collections.abc import Callable, Iterator, Mapping
 from typing import TYPE_CHECKING, Any, ClassVar
 
 from ._array import Array
+from ._chunks import map_table_chunks
 from ._errors import UnknownAttributeError, UnknownNameError, array_error, live_line, shown_line
 from ._evaluate import compute
-from ._host import TableHandle, table_of
-from ._results import arrow_schema, shown_rows, to_numpy
+from ._groups import group_by
+from ._host import TableHandle, head_table, table_of, table_stream
+from ._results import arrow_schema, shown_rows, stream_with, to_numpy
+from ._session import check_guard
 from ._types import dtype_of
 from ._writing import TableWriting
 
 if TYPE_CHECKING:
     from ._session import Session
 
-_BATCH_ROWS = 65_536
 _MOST_SHOWN = 100
 
 Column = Array | str | Callable[["Table"], Array]
@@ -153,10 +155,22 @@ class Table(TableWriting):
         >>> t = kv.read("data/flights.csv")
         >>> t = t.assign(gain="dep_delay - arr_delay", speed=lambda t: t.distance / t.air_time)
         >>> t.gain.mean().compute()
-        np.float64(5.659779367762446)
+        np.float64(5.659778949490753)
         """
         made = {name: self._made(column) for name, column in columns.items()}
         return self._with({**{name: self._column(name) for name in self.columns}, **made})
+
+    def head(self, n: int = 5) -> "Table":
+        """The first `n` rows; no more is read than these need.
+
+        >>> kv.read("data/flights.csv", columns=["carrier", "flight"]).head(2).compute().to_pylist()
+        [{'carrier': 'UA', 'flight': 1545.0}, {'carrier': 'UA', 'flight': 1714.0}]
+        """
+        return Table(head_table(self._handle, n), self._session)
+
+    map_chunks = map_table_chunks
+
+    group_by = group_by
 
     def _made(self, column: Column) -> Array:
         if isinstance(column, str):
@@ -180,6 +194,20 @@ class Table(TableWriting):
         """All columns as a `pyarrow.Table`."""
         return compute(self)
 
+    def to_arrow(self) -> Any:
+        """The same as `compute()`."""
+        return compute(self)
+
+    def to_pandas(self) -> Any:
+        """All columns as a `pandas.DataFrame`; texts are strings."""
+        return self.compute().to_pandas()
+
+    def to_polars(self) -> Any:
+        """All columns as a `polars.DataFrame`."""
+        import polars as pl
+
+        return pl.from_arrow(self.compute())
+
     def explain(self) -> str:
         """The plan that `compute()` would run. Reads no data."""
         handles = [self._column(name)._handle for name in self.columns]
@@ -190,25 +218,20 @@ class Table(TableWriting):
     def _schema(self) -> Any:
         return arrow_schema({name: self._column(name)._handle.type for name in self.columns})
 
-    def _batches(self) -> Iterator[Any]:
-        yield from self.compute().to_batches(max_chunksize=_BATCH_ROWS)
-
     def __arrow_c_schema__(self) -> Any:
         """The types of the columns. Reads no data."""
         return self._schema().__arrow_c_schema__()
 
     def __arrow_c_stream__(self, requested_schema: Any = None) -> Any:
-        """The rows in batches. They are computed, within the memory limit, for the first batch.
+        """The rows in batches, computed as they are pulled: however many there are, few are in
+        memory at a time.
 
-        >>> import pyarrow as pa
         >>> t = kv.read("data/flights.csv", columns=["origin", "distance"])
         >>> pa.table(t.filter("distance > 4970")).num_rows
         342
         """
-        import pyarrow as pa
-
-        reader = pa.RecordBatchReader.from_batches(self._schema(), self._batches())
-        return reader.__arrow_c_stream__(requested_schema)
+        stream = table_stream(self._handle, check_guard, self._session.note)
+        return stream if requested_schema is None else stream_with(self, stream, requested_schema)
 
     # What a table isn't.
 

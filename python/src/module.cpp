@@ -32,6 +32,9 @@ void closeAll() {
 }
 
 void bindModule(nb::module_& module) {
+#ifdef NDEBUG
+  nb::set_leak_warnings(false);  // other libraries may keep tables past the end of the interpreter
+#endif
   watchEvaluations();
   bindSession(module);
   bindObject(module);

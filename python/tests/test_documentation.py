@@ -8,6 +8,8 @@ import sys
 
 import kvbigdata as kv
 import numpy as np
+import pyarrow as pa
+import pyarrow.compute as pc
 import pytest
 
 CHECKOUT = pathlib.Path(__file__).parents[2]
@@ -26,7 +28,11 @@ def test_examples_print_what_the_page_says(page: str) -> None:
 
 
 @pytest.mark.usefixtures("arrays")
-def test_examples_in_docstrings_are_true(monkeypatch: pytest.MonkeyPatch) -> None:
+@pytest.mark.parametrize("name", kv.__all__)
+def test_examples_in_docstrings_are_true(name: str, monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.chdir(CHECKOUT)
-    found = doctest.testmod(kv, extraglobs={"kv": kv, "np": np})
-    assert found.failed == 0 and found.attempted > 20
+    runner = doctest.DocTestRunner()
+    names = {"kv": kv, "np": np, "pa": pa, "pc": pc}
+    for example in doctest.DocTestFinder().find(getattr(kv, name), name, module=False, globs=names):
+        runner.run(example)
+    assert runner.summarize().failed == 0

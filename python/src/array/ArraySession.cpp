@@ -16,6 +16,7 @@ namespace {
 std::atomic<int> callsInProgress{0};
 std::atomic<bool> hasSessions{false};
 std::atomic<bool> isForked{false};
+std::atomic<bool> isEnding{false};
 
 /// In a child of `fork`, the threads of the sessions are gone, and a lock may be held forever.
 [[maybe_unused]] const int kAtFork =
@@ -38,6 +39,12 @@ ArrayCall::ArrayCall() {
 }
 
 ArrayCall::~ArrayCall() { --callsInProgress; }
+
+BackgroundCall::BackgroundCall() noexcept { ++callsInProgress; }
+
+BackgroundCall::~BackgroundCall() { --callsInProgress; }
+
+bool BackgroundCall::isAbandoned() noexcept { return isEnding || isForked; }
 
 ArraySession::ArraySession()
     : slot_(inArrays(Line::Live, [] {
@@ -64,6 +71,7 @@ void ArraySession::close() {
 }
 
 void ArraySession::closeAll() {
+  isEnding = true;
   if (callsInProgress > 0 || isForked) {
     return;
   }

@@ -48,6 +48,20 @@ class ArrayCall {
   Entry entry_;
 };
 
+/// Marks that an evaluation may be in progress on a thread that isn't Python's. May end on another
+/// thread.
+class BackgroundCall {
+ public:
+  BackgroundCall() noexcept;
+  ~BackgroundCall();
+  BackgroundCall(const BackgroundCall&) = delete;
+  BackgroundCall& operator=(const BackgroundCall&) = delete;
+
+  /// True where such evaluations may never end: at the end of the interpreter, and in a child of a
+  /// process with sessions.
+  static bool isAbandoned() noexcept;
+};
+
 /// Runs `body` without the interpreter's lock.
 template <class Body>
 auto inArrays(Line line, Body&& body) {
@@ -88,6 +102,9 @@ class ArraySession {
 };
 
 void bindArrays(nb::module_& module);
+
+/// Adds what takes rows, places in rows, or tables apart.
+void bindRows(nb::module_& module);
 
 /// Adds arrays in memory and generated ones to the class of sessions.
 void bindMemory(nb::class_<ArraySession>& session);

@@ -21,6 +21,7 @@
 #include "array/formulas.h"
 #include "array/operands.h"
 #include "array/results.h"
+#include "array/streams.h"
 #include "formula/nearNames.h"
 #include "host/texts.h"
 #include "kv/error.h"
@@ -134,10 +135,12 @@ void settleRows(const Array& array) {
 }
 
 Array mapChunks(const std::string& name, nb::handle function, const nb::list& inputs,
-                const std::string& type, bool isSerial, const std::vector<std::int64_t>& shape) {
+                const std::string& type, bool isSerial, const std::vector<std::int64_t>& shape,
+                bool hasSameRows) {
   const std::vector<Array> arrays = toArrays(inputs);
   const CallMode mode = isSerial ? CallMode::Session : CallMode::AnyThread;
-  const MappedFunction mapped{name, chunkFunction(function, type), type, mode, shape};
+  const ReturnedRows rows = hasSameRows ? ReturnedRows::Same : ReturnedRows::Any;
+  const MappedFunction mapped{name, chunkFunction(function, type), type, mode, shape, rows};
   return inArrays(Line::Live, [&] { return mapElements(mapped, arrays); });
 }
 
@@ -282,7 +285,8 @@ void bindFunctions(nb::module_& module) {
   module.def("filter_array", filterArray, nb::arg("input"), nb::arg("keep"));
   module.def("map_chunks", mapChunks,
              nb::sig("def map_chunks(name: str, function: object, inputs: list[ArrayHandle], "
-                     "type: str, serial: bool, shape: Sequence[int]) -> ArrayHandle"));
+                     "type: str, serial: bool, shape: Sequence[int], same_rows: bool) -> "
+                     "ArrayHandle"));
   module.def("table_of", tableOfArrays,
              nb::sig("def table_of(names: list[str], arrays: list[ArrayHandle]) -> TableHandle"));
   module.def("count_rows", rowCount, nb::arg("array"));
@@ -299,6 +303,8 @@ void bindArrays(nb::module_& module) {
   bindHandles(module);
   bindSession(module);
   bindFunctions(module);
+  bindRows(module);
+  bindStreams(module);
 }
 
 }  // namespace kv::python

@@ -3,6 +3,9 @@
 
 #include "array/chunkFunction.h"
 
+#include <nanobind/stl/string.h>
+#include <nanobind/stl/vector.h>
+
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
@@ -104,12 +107,16 @@ Elements toElements(nb::handle returned) {
 
 namespace {
 
-class ChunkFunction {
+/// What a Python function returns for some inputs, by way of a function of `_chunks` that converts
+/// both and takes `kind` as well.
+class PythonCall {
  public:
-  ChunkFunction(nb::handle function, std::string type)
-      : function_(share(function)), type_(std::move(type)) {}
+  PythonCall(Known call, nb::handle function, nb::handle kind)
+      : call_(call), function_(share(function)), kind_(share(kind)) {}
 
-  Elements operator()(const std::vector<Elements>& inputs) const {
+  /// `convert` gets what was returned.
+  template <class Convert>
+  auto operator()(const std::vector<Elements>& inputs, const Convert& convert) const {
     const ModuleScope scope;
     keepThreadState();
     const Lock lock;
@@ -119,24 +126,45 @@ class ChunkFunction {
       for (const Elements& input : inputs) {
         values.append(toPython(input));
       }
-      const nb::handle call = known(Known::CallChunkFunction);
-      const nb::object result =
-          inUserCode([&] { return call(nb::handle(function_.get()), values, toPython(type_)); });
-      return toElements(result);
+      const nb::handle call = known(call_);
+      const nb::object result = inUserCode(
+          [&] { return call(nb::handle(function_.get()), values, nb::handle(kind_.get())); });
+      return convert(result);
     } catch (nb::python_error& error) {
       throwIntoArrays(error, userCall.caller());
     }
   }
 
  private:
+  Known call_;
   SharedPyObject function_;
-  std::string type_;
+  SharedPyObject kind_;
 };
 
 }  // namespace
 
 ElementsFunction chunkFunction(nb::handle function, const std::string& type) {
-  return ChunkFunction(function, type);
+  const PythonCall call(Known::CallChunkFunction, function, toPython(type));
+  return [call](const std::vector<Elements>& inputs) { return call(inputs, toElements); };
+}
+
+TableFunction tableFunction(nb::handle function, std::vector<std::string> names,
+                            const std::vector<MappedColumn>& columns) {
+  nb::list returned;
+  for (const MappedColumn& column : columns) {
+    returned.append(nb::make_tuple(toPython(column.name), toPython(column.type)));
+  }
+  const nb::tuple kind = nb::make_tuple(names, returned);
+  const PythonCall call(Known::CallTableFunction, function, kind);
+  return [call](const std::vector<Elements>& inputs) {
+    return call(inputs, [](nb::handle result) {
+      std::vector<Elements> made;
+      for (const nb::handle column : result) {
+        made.push_back(toElements(column));
+      }
+      return made;
+    });
+  };
 }
 
 nb::object originalOf(const Error& error) {

@@ -3,6 +3,7 @@
 #include <nanobind/nanobind.h>
 
 #include <string>
+#include <vector>
 
 #include "kv/elements.h"
 #include "kv/error.h"
@@ -17,6 +18,10 @@ namespace nb = nanobind;
 ///
 /// `type` is the type of the elements that it must return.
 ElementsFunction chunkFunction(nb::handle function, const std::string& type);
+
+/// The same for a function of chunks of a table, which returns columns of these names and types.
+TableFunction tableFunction(nb::handle function, std::vector<std::string> names,
+                            const std::vector<MappedColumn>& columns);
 
 /// The elements of a tuple that `kvbigdata._results.from_numpy` made. The array must be one that no
 /// one else changes. Requires: the interpreter's lock.

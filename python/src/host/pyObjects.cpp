@@ -35,6 +35,7 @@ constexpr std::array kPlaces = {
     Place{"kvbigdata._values", "empty_array"},
     Place{"kvbigdata._values", "numpy_scalar"},
     Place{"kvbigdata._chunks", "call"},
+    Place{"kvbigdata._chunks", "call_on_table"},
     Place{"kvbigdata._errors", "annotate"},
     Place{"kvbigdata._errors", "make_error"},
     Place{"kvbigdata._progress", "show"},

@@ -36,6 +36,7 @@ enum class Known {
   EmptyArray,         ///< (dimensions, name of its type) -> an array without elements, read-only
   NumpyScalar,        ///< (name of its type, bytes) -> a scalar
   CallChunkFunction,  ///< (function, inputs, type) -> the parts of its result
+  CallTableFunction,  ///< (function, columns, their names and those returned) -> parts of columns
   AnnotateError,      ///< (exception, frames, place): adds notes on where it was recorded
   MakeArrayError,     ///< the parts of an error of array/ -> its exception
   ShowProgress,       ///< (watch, stage, its units so far, all of them, seconds)
