@@ -73,7 +73,7 @@ std::vector<std::int64_t> knownResultBytes(const Stage& stage, const StageRows& 
   std::vector<std::int64_t> bytes(stage.outputs().size());
   const auto keepsAll = [&](std::size_t output) {
     const Step& step = stage.steps()[output];
-    return step.op->facts().gathered == Gathered::AllRows && !step.inputs.front().isStageInput &&
+    return step.op->facts().sinkRows == SinkRows::Kept && !step.inputs.front().isStageInput &&
            hasAllRows(stage, step.inputs.front().index);
   };
   if (stage.callsUser() || std::ranges::none_of(stage.outputs(), keepsAll)) {

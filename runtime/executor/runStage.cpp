@@ -39,7 +39,7 @@ void nameMemory(UnitResult& result, const OrderedMerge& merge) {
   const std::int64_t keptBytes = merge.keptBytes() + result.keptBytes;
   if (result.refusal && keptBytes > result.refusal->needBytes / 4) {
     const std::size_t sink = *std::ranges::find_if(stage.outputs(), [&](std::size_t output) {
-      return stage.steps()[output].op->facts().gathered == Gathered::AllRows;
+      return stage.steps()[output].op->facts().sinkRows == SinkRows::Kept;
     });
     if (nameRefusal(*result.failure, kResultTooLarge,
                     stage.originOf(stage.steps()[sink].inputs.front()), result.refusal)) {

@@ -19,11 +19,11 @@ enum class RowEffect : std::uint8_t {
   End,    ///< no rows: what it gathers leaves the stage when the rows of a partition have ended
 };
 
-/// What a step that ends rows gives once all partitions have ended.
-enum class Gathered : std::uint8_t {
-  Values,   ///< values without rows of a row space, such as an aggregate
-  AllRows,  ///< the rows of its input as they are
-  NewRows,  ///< rows of a row space of their own: those of its first input decide on it
+/// Which rows a step that ends rows gives once all partitions have ended.
+enum class SinkRows : std::uint8_t {
+  None,  ///< none: values, such as that of an aggregate
+  Kept,  ///< all rows of its input as they are
+  Made,  ///< rows of a row space of their own: those of its first input decide on it
 };
 
 /// What planning, rules and the engine must know of an operator without running it: one plain value
@@ -33,7 +33,7 @@ struct OperatorFacts {
   std::string_view kind{};
 
   RowEffect rows = RowEffect::Keep;  ///< Create for each read, End for each sink
-  Gathered gathered = Gathered::Values;
+  SinkRows sinkRows = SinkRows::None;
 
   /// Into how many partitions the step puts the rows that it makes; 0: their number decides.
   std::int64_t madePartitions = 0;

@@ -250,7 +250,7 @@ class KeyedReduction final : public SinkOperator {
  public:
   KeyedReduction()
       : SinkOperator({.kind = "keyedReduction",
-                      .gathered = Gathered::NewRows,
+                      .sinkRows = SinkRows::Made,
                       .callsUser = true,
                       .seesFrames = true}) {}
 

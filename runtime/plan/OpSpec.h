@@ -44,7 +44,7 @@ struct OpSpec {
   bool endsRows() const { return op != nullptr && op->facts().rows == RowEffect::End; }
 
   /// True if that output has rows of its own, one for each key.
-  bool makesRows() const { return op != nullptr && op->facts().gathered == Gathered::NewRows; }
+  bool makesRows() const { return op != nullptr && op->facts().sinkRows == SinkRows::Made; }
 
   /// Outputs of its functions. Those that get the rows of a key don't return the keys.
   std::size_t functionOutputs() const {
