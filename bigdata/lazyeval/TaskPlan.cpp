@@ -39,7 +39,7 @@ class Planner {
   void add(const KalvexManagedPtr<Closure>& closure) {
     Closures dependencies = closure->getDirectDependencies();
     sort(dependencies);
-    const ArrayPtr created = createExecutionTasks(closure, dependencies);
+    const ArrayPtr created = tasksFromHost(closure, dependencies);
     append(created.get(), *closure);
     planned_.emplace(closure.get(), Planned{tasks_.back(), closureTasks_.size()});
     closureTasks_.push_back(
@@ -74,8 +74,8 @@ class Planner {
     return found == planned_.end() ? planned_.size() : found->second.position;
   }
 
-  ArrayPtr createExecutionTasks(const KalvexManagedPtr<Closure>& closure,
-                                const Closures& dependencies) const {
+  ArrayPtr tasksFromHost(const KalvexManagedPtr<Closure>& closure,
+                         const Closures& dependencies) const {
     const ArrayPtr closureArray = ki::toArray(closure);
     const ArrayPtr dependencyArray = ki::toArray(dependencies);
     const ArrayPtr inputTasks = tasksOf(dependencies);

@@ -18,6 +18,6 @@ struct Dependency {
 Dependency completeDependency(const kxArray* promise);
 
 /// The tasks of an operation with these inputs.
-host::Value tasksOf(const kxArray* operation, std::vector<Dependency> inputs);
+host::Value tasksOfOperation(const kxArray* operation, std::vector<Dependency> inputs);
 
 }  // namespace kv::runtime

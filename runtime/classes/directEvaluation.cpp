@@ -8,8 +8,8 @@
 
 #include "classes/classes.h"
 #include "classes/dependencies.h"
+#include "classes/describeOperations.h"
 #include "classes/interrupts.h"
-#include "classes/operationTable.h"
 #include "classes/sessionValues.h"
 #include "driver/Evaluation.h"
 #include "driver/builtInFunctions.h"
@@ -97,7 +97,7 @@ void evaluateRows(const Call& call, DirectCall& direct) {
   for (std::size_t i = 0; i < numInputs; ++i) {
     dependencies.push_back(dependencyOf(inputs[i], call.in(static_cast<int>(i) + 1)));
   }
-  const ClientPlan client = readTask(tasksOf(call.in(0), std::move(dependencies)));
+  const ClientPlan client = readTask(tasksOfOperation(call.in(0), std::move(dependencies)));
   if (const OpSpec& spec = *client.plan.task(0).spec; !spec.isTrusted) {
     host::raise("KALVEX:load:NotTrusted", {spec.label});
   }

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "classes/DatastoreValue.h"
+#include "classes/operationConstructor.h"
 #include "classes/operationTable.h"
 #include "values/hostNames.h"
 

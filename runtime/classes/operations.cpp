@@ -10,8 +10,10 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
+#include "classes/describeOperations.h"
 #include "classes/directEvaluation.h"
 #include "classes/loadedOperations.h"
+#include "classes/operationConstructor.h"
 #include "classes/operationTable.h"
 #include "driver/OpSpecValue.h"
 #include "values/columnValues.h"
@@ -69,13 +71,13 @@ Value makeFactory(const kxArray* operation, Holdings holds,
   return host::call("addGlobalState", {operation, factory.get()});
 }
 
-/// createExecutionTasks(operation, dependencies, isInputBroadcast): one task.
+/// An operation's createExecutionTasks(operation, dependencies, isInputBroadcast): one task.
 ///
 /// `dependencies`: a cell with one entry per input, see Plan; `isInputBroadcast`: one logical per
 /// input.
 /// Errors: "KALVEX:array:OperationArity" if the number of dependencies differs from the operation's
 ///         number of inputs, which a closure doesn't check.
-void createTasks(const Call& call, Holdings holds, DescribeOperation describe) {
+void taskOfOperation(const Call& call, Holdings holds, DescribeOperation describe) {
   const kxArray* operation = call.in(0);
   auto spec = std::make_shared<OpSpec>();
   spec->numInputs = countOf(operation, "NumInputs");
@@ -102,7 +104,7 @@ void createTasks(const Call& call, Holdings holds, DescribeOperation describe) {
 host::MethodDefinition taskMethod(Holdings holds, DescribeOperation describe) {
   return method(
       "createExecutionTasks",
-      [holds, describe](const Call& call) { createTasks(call, holds, describe); }, 3, 3);
+      [holds, describe](const Call& call) { taskOfOperation(call, holds, describe); }, 3, 3);
 }
 
 /// getCheckedFunctionHandle(operation): the function_handle inside.

@@ -12,6 +12,11 @@
 #include "values/hostNames.h"
 #include "values/objects.h"
 
+// The core asks for the tasks of a closure in two steps, both by the name createExecutionTasks. The
+// static method of the task graph, which is here, gets the closure and the tasks that are there
+// already; it finds the inputs of the closure among them and calls the method of the closure's
+// operation (operations.cpp, or a user's own class), which makes the tasks.
+
 namespace kv::runtime {
 
 namespace {
@@ -75,8 +80,8 @@ void noteClosure(const kxArray* closure, const kxArray* tasks) {
                      kcos::omGetArrayElement(tasks, count - 1));
 }
 
-/// createExecutionTasks(closure, closures it depends on, their tasks, profiling)
-void createExecutionTasks(const Call& call) {
+/// The task graph's createExecutionTasks(closure, closures it depends on, their tasks, profiling).
+void tasksOfClosure(const Call& call) {
   const Value futures = host::getProperty(call.in(0), "InputFutures");
   const Value operation = host::getProperty(call.in(0), "Operation");
   const TasksOfClosures tasks(call.in(1), call.in(2));
@@ -89,7 +94,7 @@ void createExecutionTasks(const Call& call) {
     inputs.push_back(isDone ? completeDependency(promise.get())
                             : pendingDependency(promise.get(), tasks));
   }
-  Value created = tasksOf(operation.get(), std::move(inputs));
+  Value created = tasksOfOperation(operation.get(), std::move(inputs));
   noteClosure(call.in(0), created.get());
   call.out(0, std::move(created));
 }
@@ -106,7 +111,7 @@ Dependency completeDependency(const kxArray* promise) {
   return {host::makeCell(std::move(entry)), isBroadcast};
 }
 
-Value tasksOf(const kxArray* operation, std::vector<Dependency> inputs) {
+Value tasksOfOperation(const kxArray* operation, std::vector<Dependency> inputs) {
   std::vector<Value> entries;
   const Value isBroadcast = matrix::from_kalvex(
       kxCreateNumericArray(std::array<std::size_t, 2>{1, inputs.size()}, kxLOGICAL_CLASS));
@@ -132,8 +137,7 @@ void defineTasks(host::Session& session) {
           .properties = {readOnly("Id"), readOnly("Dependencies"), readOnly("DataProcessorFactory"),
                          readOnly("OutputPartitionStrategy"), readOnly("NumOutputs")},
           .constructor = constructor(constructTask, 5, 5)});
-  complete(session, kLazyTaskGraph,
-           {staticMethod("createExecutionTasks", createExecutionTasks, 4, 4)});
+  complete(session, kLazyTaskGraph, {staticMethod("createExecutionTasks", tasksOfClosure, 4, 4)});
 }
 
 }  // namespace kv::runtime
