@@ -13,6 +13,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "formula/FormulaError.h"
@@ -27,6 +28,11 @@ constexpr char kRandom[] = "rand";
 
 StackFrame placeOf(const Step& step, const std::string& source) {
   return {source, "", static_cast<int>(step.place.begin) + 1};
+}
+
+/// Of the name of an element type: int8 to int64, uint8 to uint64.
+bool isIntegerType(std::string_view type) {
+  return type.starts_with("int") || type.starts_with("uint");
 }
 
 /// Processes the steps of a formula; results that haven't been used yet are on a stack.
@@ -96,9 +102,9 @@ class Recorder {
   void refuseRounded(const std::string& function, const std::vector<Part>& inputs) const {
     const auto isInteger = [](const Part& input) {
       const auto* array = std::get_if<Array>(&input.value.value());
-      return array != nullptr && array->type().find("int") != std::string_view::npos;
+      return array != nullptr && isIntegerType(array->type());
     };
-    if (takesTexts(function) && function != "where" && std::ranges::any_of(inputs, isInteger)) {
+    if (factsOf(function).isComparison && std::ranges::any_of(inputs, isInteger)) {
       return;
     }
     for (const Part& input : inputs) {
@@ -128,7 +134,8 @@ class Recorder {
     }
     for (const Part& input : inputs) {
       const auto* array = std::get_if<Array>(&input.value.value());
-      if (hasText && takesTexts(function) && !input.column.empty() && array->type() == "double") {
+      if (hasText && factsOf(function).takesTexts && !input.column.empty() &&
+          array->type() == "double") {
         advice += adviceOnColumn(input.column, "numbers, or has no values", "text", "string");
       }
     }
@@ -141,10 +148,11 @@ class Recorder {
                        shortened(columnAsWritten(column)), held, meant, advice_(column, type));
   }
 
-  /// Comparisons do, and so does the choice between values.
-  static bool takesTexts(const std::string& function) {
-    constexpr std::string_view kFunctions[] = {"eq", "ne", "lt", "le", "gt", "ge", "where"};
-    return std::ranges::find(kFunctions, function) != std::end(kFunctions);
+  /// What is known of a function of rows; nothing of an aggregate.
+  const FunctionFacts& factsOf(const std::string& function) const {
+    static const FunctionFacts kNone;
+    const auto found = std::ranges::find(functions_, function, &FunctionFacts::name);
+    return found != functions_.end() ? *found : kNone;
   }
 
   Array recordCall(const std::string& function, std::vector<Operand> inputs) {
@@ -168,6 +176,7 @@ class Recorder {
   const Formula& formula_;
   const std::string& source_;
   TypeAdvice advice_;
+  std::vector<FunctionFacts> functions_ = elementFunctions();
   std::vector<std::string> aggregates_;
   std::vector<Part> stack_;
 };

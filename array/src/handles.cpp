@@ -15,18 +15,20 @@ namespace {
 using runtime::ElementType;
 
 struct ToOperand {
-  runtime::Operand operator()(const Array& array) const {
+  runtime::ColumnOperand operator()(const Array& array) const {
     const auto& handle = array.handle();
-    return handle.constant ? *handle.constant : runtime::Operand{emptyColumn(handle.type)};
+    return handle.constant ? *handle.constant : runtime::ColumnOperand{emptyColumn(handle.type)};
   }
-  runtime::Operand operator()(const auto& constant) const {
+  runtime::ColumnOperand operator()(const auto& constant) const {
     return runtime::writtenOperand(constant);
   }
 };
 
 }  // namespace
 
-runtime::Operand operandOf(const Operand& input) { return std::visit(ToOperand(), input.value()); }
+runtime::ColumnOperand operandOf(const Operand& input) {
+  return std::visit(ToOperand(), input.value());
+}
 
 Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value, ElementType type,
                 RowTraits traits) {
@@ -34,7 +36,8 @@ Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value, 
       std::make_shared<const Array::Handle>(session, std::move(value), type, std::nullopt, traits));
 }
 
-Array makeConstant(const std::weak_ptr<Session::Impl>& session, const runtime::Operand& constant) {
+Array makeConstant(const std::weak_ptr<Session::Impl>& session,
+                   const runtime::ColumnOperand& constant) {
   const host::Value value = runtime::recordedValue(constant);
   return Array(std::make_shared<const Array::Handle>(
       session, host::call("createFromConstantBuiltin", {value.get()}), constant.column.type(),

@@ -26,7 +26,7 @@ struct Array::Handle {
   /// them.
   runtime::ElementType type;
   /// A weak scalar, if the array is a constant that the user wrote.
-  std::optional<runtime::Operand> constant;
+  std::optional<runtime::ColumnOperand> constant;
   RowTraits traits{};
 };
 
@@ -58,10 +58,11 @@ Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value,
                 runtime::ElementType type, RowTraits traits);
 
 /// An array that holds the constant, a weak scalar.
-Array makeConstant(const std::weak_ptr<Session::Impl>& session, const runtime::Operand& constant);
+Array makeConstant(const std::weak_ptr<Session::Impl>& session,
+                   const runtime::ColumnOperand& constant);
 
 /// An input as the type rules see it: a column without rows for an array, otherwise a weak scalar.
-runtime::Operand operandOf(const Operand& input);
+runtime::ColumnOperand operandOf(const Operand& input);
 
 /// Inputs of a call by name, including values that were made for this call.
 class CallInputs {

@@ -308,7 +308,7 @@ Array Session::linspace(double start, double stop, std::int64_t rows, bool hasEn
 
 Array Session::full(std::int64_t rows, const Operand& value, const GeneratedOptions& options) {
   return sourceCall(*impl_, value.where(), [&] {
-    const runtime::Operand written = operandOf(value);
+    const runtime::ColumnOperand written = operandOf(value);
     if (!written.isWeak) {
       host::raise("KALVEX:array:NotANumber", {"an array"});
     }

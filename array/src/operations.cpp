@@ -24,15 +24,15 @@ using runtime::ElementType;
 }
 
 ElementType resultType(const runtime::ElementFunction& function,
-                       std::span<const runtime::Operand> inputs) {
+                       std::span<const runtime::ColumnOperand> inputs) {
   std::vector<runtime::OperandType> types;
-  for (const runtime::Operand& input : inputs) {
+  for (const runtime::ColumnOperand& input : inputs) {
     types.push_back({input.column.type()});
   }
   return runtime::resolve(function, types).result;
 }
 
-bool isConstant(const runtime::Operand& input) { return input.isWeak; }
+bool isConstant(const runtime::ColumnOperand& input) { return input.isWeak; }
 
 std::vector<Array> arraysAmong(std::span<const Operand> operands) {
   std::vector<Array> arrays;
@@ -62,14 +62,14 @@ Array apply(std::string_view function, std::span<const Operand> inputs, Where wh
   const std::vector<Array> arrays = translated([&] { return arraysAmong(inputs); });
   const auto session = sessionOf(arrays);
   return publicCall(*session, where, [&] {
-    std::vector<runtime::Operand> operands;
+    std::vector<runtime::ColumnOperand> operands;
     for (const Operand& input : inputs) {
       operands.push_back(operandOf(input));
     }
     if (inputs.size() == row->arity && std::ranges::all_of(operands, isConstant)) {
       return makeConstant(session, runtime::foldConstants(*row, operands));
     }
-    const std::vector<runtime::Operand> adapted = runtime::adaptConstants(*row, operands);
+    const std::vector<runtime::ColumnOperand> adapted = runtime::adaptConstants(*row, operands);
     const ElementType type = resultType(*row, adapted);
     RowTraits traits = traitsOf(function, inputs, where);
     CallInputs call;
@@ -169,8 +169,9 @@ Array var(const Array& a, Missing missing, Where where) {
 std::vector<FunctionFacts> elementFunctions() {
   std::vector<FunctionFacts> facts;
   for (const runtime::ElementFunction& row : runtime::elementFunctions()) {
-    facts.push_back(
-        {std::string(row.name), std::string(row.symbol), row.arity, std::string(row.summary)});
+    facts.push_back({std::string(row.name), std::string(row.symbol), row.arity,
+                     std::string(row.summary), row.takesTexts(),
+                     row.rule == runtime::TypeRule::Comparison});
   }
   return facts;
 }

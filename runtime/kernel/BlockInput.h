@@ -13,7 +13,7 @@ namespace kv::runtime {
 /// A numeric input that is read block by block, converted to the computing type if needed.
 class BlockInput {
  public:
-  BlockInput(const Operand& operand, ElementType compute)
+  BlockInput(const ColumnOperand& operand, ElementType compute)
       : column_(operand.column),
         isScalar_(operand.isScalar),
         cast_(blockCast(column_.type(), compute)),

@@ -27,7 +27,7 @@ namespace {
 /// An input whose scalar is repeated over a block, so that one loop serves every mix of scalars.
 class SpreadInput {
  public:
-  SpreadInput(const Operand& operand, ElementType type) : input_(operand, type) {
+  SpreadInput(const ColumnOperand& operand, ElementType type) : input_(operand, type) {
     if (!input_.isScalar()) {
       return;
     }
@@ -58,7 +58,8 @@ void chooseLoop(const std::uint8_t* __restrict condition, const T* __restrict ch
 
 /// Texts of an input by row.
 struct Texts {
-  explicit Texts(const Operand& operand) : view(operand.column), step(operand.isScalar ? 0 : 1) {}
+  explicit Texts(const ColumnOperand& operand)
+      : view(operand.column), step(operand.isScalar ? 0 : 1) {}
 
   bool isMissing(std::int64_t row) const { return view.isMissing(row * step); }
   std::string_view at(std::int64_t row) const { return view[row * step]; }
@@ -69,8 +70,8 @@ struct Texts {
 
 }  // namespace
 
-Column chooseNumbers(const Operand& condition, const Operand& chosen, const Operand& other,
-                     ElementType type, std::int64_t rows) {
+Column chooseNumbers(const ColumnOperand& condition, const ColumnOperand& chosen,
+                     const ColumnOperand& other, ElementType type, std::int64_t rows) {
   auto buffer = allocateBuffer(rows * static_cast<std::int64_t>(elementSize(type)));
   SpreadInput conditions(condition, ElementType::Logical);
   SpreadInput left(chosen, type);
@@ -86,8 +87,8 @@ Column chooseNumbers(const Operand& condition, const Operand& chosen, const Oper
   return Column(type, rows, std::move(buffer));
 }
 
-Column chooseTexts(const Operand& condition, const Operand& chosen, const Operand& other,
-                   std::int64_t rows) {
+Column chooseTexts(const ColumnOperand& condition, const ColumnOperand& chosen,
+                   const ColumnOperand& other, std::int64_t rows) {
   const auto conditions = condition.column.values<std::uint8_t>();
   const std::size_t step = condition.isScalar ? 0 : 1;
   const Validity known(condition.column);

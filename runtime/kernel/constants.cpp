@@ -28,16 +28,16 @@ namespace kv::runtime {
 
 namespace {
 
-bool isWeakNumber(const Operand& operand) {
+bool isWeakNumber(const ColumnOperand& operand) {
   return operand.isWeak && operand.column.type() != ElementType::String;
 }
 
-Operand scalarOf(ElementType type, auto value, bool isWeak = false) {
+ColumnOperand scalarOf(ElementType type, auto value, bool isWeak = false) {
   return {scalarColumn(type, value), true, isWeak};
 }
 
 /// Calls `visit(value)` with a weak number: std::uint8_t, std::int64_t, std::uint64_t or double.
-auto visitConstant(const Operand& operand, auto&& visit) {
+auto visitConstant(const ColumnOperand& operand, auto&& visit) {
   switch (operand.column.type()) {
     case ElementType::Int64:
       return visit(operand.column.values<std::int64_t>()[0]);
@@ -66,7 +66,7 @@ bool fits(Value value, ElementType type) {
   });
 }
 
-std::string textOf(const Operand& constant) {
+std::string textOf(const ColumnOperand& constant) {
   return visitConstant(constant, [](auto value) { return fmt::format("{}", value); });
 }
 
@@ -90,7 +90,7 @@ void requireExact(Value whole) {
 ///
 /// Requires: it fits.
 /// Errors: "KALVEX:array:NotExact".
-Operand constantAs(const Operand& constant, ElementType type) {
+ColumnOperand constantAs(const ColumnOperand& constant, ElementType type) {
   return visitConstant(constant, [&](auto value) {
     if (type == ElementType::Logical) {
       return scalarOf(type, static_cast<std::uint8_t>(value != 0));
@@ -103,14 +103,14 @@ Operand constantAs(const Operand& constant, ElementType type) {
 }
 
 /// A constant that is beyond all integers.
-Operand beyondAll(const Operand& constant) {
+ColumnOperand beyondAll(const ColumnOperand& constant) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
   const bool isBelow = visitConstant(constant, [](auto value) { return value < 0; });
   return scalarOf(ElementType::Double, isBelow ? -kInfinity : kInfinity, true);
 }
 
 /// A double with a whole value as an integer, so that it is compared with integers exactly.
-Operand asWhole(const Operand& constant, bool meetsIntegers) {
+ColumnOperand asWhole(const ColumnOperand& constant, bool meetsIntegers) {
   if (constant.column.type() != ElementType::Double) {
     return constant;
   }
@@ -129,7 +129,7 @@ Operand asWhole(const Operand& constant, bool meetsIntegers) {
 
 /// The moment or duration that a text means.
 /// Errors: "KALVEX:function:BadTime".
-Operand timeOf(const ElementFunction& function, std::string_view text) {
+ColumnOperand timeOf(const ElementFunction& function, std::string_view text) {
   if (looksLikeDuration(text)) {
     if (const auto duration = parseDuration(text)) {
       return scalarOf(ElementType::Duration, *duration);
@@ -142,8 +142,8 @@ Operand timeOf(const ElementFunction& function, std::string_view text) {
 }
 
 /// Constants that are combined with times: texts become times, and numbers keep their types.
-void adaptToTimes(const ElementFunction& function, std::vector<Operand>& inputs) {
-  for (Operand& input : inputs) {
+void adaptToTimes(const ElementFunction& function, std::vector<ColumnOperand>& inputs) {
+  for (ColumnOperand& input : inputs) {
     const bool isTimeText = input.isWeak && input.column.type() == ElementType::String;
     if (isTimeText) {
       input = timeOf(function, input.column.text(0));
@@ -152,11 +152,12 @@ void adaptToTimes(const ElementFunction& function, std::vector<Operand>& inputs)
   }
 }
 
-bool isFloatingColumn(const Operand& input) {
+bool isFloatingColumn(const ColumnOperand& input) {
   return !input.isWeak && isFloating(input.column.type());
 }
 
-Operand adapt(const ElementFunction& function, const Operand& constant, ElementType compute) {
+ColumnOperand adapt(const ElementFunction& function, const ColumnOperand& constant,
+                    ElementType compute) {
   if (visitConstant(constant, [&](auto value) { return fits(value, compute); })) {
     return constantAs(constant, compute);
   }
@@ -168,9 +169,9 @@ Operand adapt(const ElementFunction& function, const Operand& constant, ElementT
                     {std::string(function.name), textOf(constant), type});
 }
 
-ElementType computingType(const ElementFunction& function, std::span<const Operand> inputs) {
+ElementType computingType(const ElementFunction& function, std::span<const ColumnOperand> inputs) {
   std::vector<OperandType> types;
-  for (const Operand& input : inputs) {
+  for (const ColumnOperand& input : inputs) {
     types.push_back({input.column.type(), isWeakNumber(input)});
   }
   return resolve(function, types).compute;
@@ -188,11 +189,12 @@ bool keepsWholes(TypeRule rule) {
 }
 
 /// A numeric constant in the form in which constants are combined.
-Operand foldingInput(const ElementFunction& function, const Operand& constant) {
+ColumnOperand foldingInput(const ElementFunction& function, const ColumnOperand& constant) {
   const ElementType type = constant.column.type();
   const bool stays = type == ElementType::String ||
                      (type == ElementType::Logical && !computesInNumbers(function.rule));
-  return stays ? Operand{constant.column, true, false} : constantAs(constant, ElementType::Double);
+  return stays ? ColumnOperand{constant.column, true, false}
+               : constantAs(constant, ElementType::Double);
 }
 
 /// True for a double that can be written as an integer; false for -0.
@@ -221,11 +223,11 @@ void refuseNegativePowers(const ElementFunction& function, const Column& exponen
   });
 }
 
-std::vector<Operand> adaptConstants(const ElementFunction& function,
-                                    std::span<const Operand> inputs) {
-  std::vector<Operand> adapted(inputs.begin(), inputs.end());
+std::vector<ColumnOperand> adaptConstants(const ElementFunction& function,
+                                          std::span<const ColumnOperand> inputs) {
+  std::vector<ColumnOperand> adapted(inputs.begin(), inputs.end());
   if (std::ranges::any_of(inputs,
-                          [](const Operand& input) { return isTime(input.column.type()); })) {
+                          [](const ColumnOperand& input) { return isTime(input.column.type()); })) {
     adaptToTimes(function, adapted);
     return adapted;
   }
@@ -234,7 +236,7 @@ std::vector<Operand> adaptConstants(const ElementFunction& function,
   }
   const bool compares = function.rule == TypeRule::Comparison;
   const bool meetsIntegers = std::ranges::none_of(inputs, isFloatingColumn);
-  for (Operand& input : adapted) {
+  for (ColumnOperand& input : adapted) {
     if (compares && isWeakNumber(input)) {
       input = asWhole(input, meetsIntegers);
     }
@@ -251,17 +253,18 @@ std::vector<Operand> adaptConstants(const ElementFunction& function,
       refuseNegativePowers(function, adapted[i].column);
     }
   }
-  for (Operand& input : adapted) {
+  for (ColumnOperand& input : adapted) {
     input.isWeak = false;
   }
   return adapted;
 }
 
-Operand foldConstants(const ElementFunction& function, std::span<const Operand> inputs) {
-  assert(std::ranges::all_of(inputs, &Operand::isWeak));
-  std::vector<Operand> numbers;
+ColumnOperand foldConstants(const ElementFunction& function,
+                            std::span<const ColumnOperand> inputs) {
+  assert(std::ranges::all_of(inputs, &ColumnOperand::isWeak));
+  std::vector<ColumnOperand> numbers;
   bool areWhole = keepsWholes(function.rule);
-  for (const Operand& input : inputs) {
+  for (const ColumnOperand& input : inputs) {
     areWhole = areWhole && input.column.type() != ElementType::Double;
     numbers.push_back(foldingInput(function, input));
   }

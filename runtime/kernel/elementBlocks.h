@@ -47,12 +47,12 @@ extern const BlockTable kIsnanBlocks;
 extern const BlockTable kIsfiniteBlocks;
 
 // textFunctions.cpp: compare by the order of UTF-8 bytes; false if a text is missing.
-void textEq(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output);
-void textNe(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output);
-void textLt(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output);
-void textLe(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output);
-void textGt(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output);
-void textGe(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output);
-void textIsMissing(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output);
+void textEq(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);
+void textNe(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);
+void textLt(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);
+void textLe(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);
+void textGt(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);
+void textGe(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);
+void textIsMissing(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);
 
 }  // namespace kv::runtime

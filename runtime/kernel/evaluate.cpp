@@ -19,7 +19,7 @@ namespace kv::runtime {
 
 namespace {
 
-void checkRows(const ElementFunction& function, const Operand& input, std::int64_t expected) {
+void checkRows(const ElementFunction& function, const ColumnOperand& input, std::int64_t expected) {
   const std::int64_t rows = input.column.rows();
   if (rows == expected) {
     return;
@@ -35,7 +35,7 @@ Spread spreadOf(std::span<const BlockInput> inputs) {
   return inputs[0].isScalar() ? Spread::Left : Spread::Right;
 }
 
-void runBlocks(BlockFunction function, std::span<BlockInput> inputs, std::size_t rows,
+void runBlocks(BlockKernel function, std::span<BlockInput> inputs, std::size_t rows,
                std::size_t resultWidth, std::uint8_t* output) {
   for (std::size_t first = 0; first < rows; first += kBlockElements) {
     const std::size_t count = std::min(kBlockElements, rows - first);
@@ -52,16 +52,16 @@ void spreadFirst(std::uint8_t* output, std::size_t width, std::size_t rows) {
   }
 }
 
-void evaluateNumbers(const ElementFunction& function, std::span<const Operand> operands,
+void evaluateNumbers(const ElementFunction& function, std::span<const ColumnOperand> operands,
                      ElementType compute, std::size_t resultWidth, std::size_t rows,
                      std::uint8_t* output) {
   std::vector<BlockInput> inputs;
   inputs.reserve(operands.size());
-  for (const Operand& operand : operands) {
+  for (const ColumnOperand& operand : operands) {
     inputs.emplace_back(operand, compute);
   }
   const bool allScalar = std::ranges::all_of(inputs, &BlockInput::isScalar);
-  const BlockFunction blocks = blockFunction(function, compute, spreadOf(inputs));
+  const BlockKernel blocks = blockKernel(function, compute, spreadOf(inputs));
   runBlocks(blocks, inputs, allScalar ? std::min<std::size_t>(rows, 1) : rows, resultWidth, output);
   if (allScalar) {
     spreadFirst(output, resultWidth, rows);
@@ -82,12 +82,12 @@ void doublesToTimes(std::uint8_t* elements, std::int64_t rows) {
   }
 }
 
-Column choose(std::span<const Operand> inputs, ElementType type, std::int64_t rows) {
+Column choose(std::span<const ColumnOperand> inputs, ElementType type, std::int64_t rows) {
   return type == ElementType::String ? chooseTexts(inputs[0], inputs[1], inputs[2], rows)
                                      : chooseNumbers(inputs[0], inputs[1], inputs[2], type, rows);
 }
 
-Column compute(const ElementFunction& function, std::span<const Operand> inputs,
+Column compute(const ElementFunction& function, std::span<const ColumnOperand> inputs,
                const Signature& signature, std::int64_t rows) {
   const std::size_t width = elementSize(signature.result);
   auto buffer = allocateBuffer(rows * static_cast<std::int64_t>(width));
@@ -108,11 +108,11 @@ Column compute(const ElementFunction& function, std::span<const Operand> inputs,
 
 }  // namespace
 
-Column evaluate(const ElementFunction& function, std::span<const Operand> written,
+Column evaluate(const ElementFunction& function, std::span<const ColumnOperand> written,
                 std::int64_t rows) {
-  const std::vector<Operand> inputs = adaptConstants(function, written);
+  const std::vector<ColumnOperand> inputs = adaptConstants(function, written);
   std::vector<OperandType> types;
-  for (const Operand& input : inputs) {
+  for (const ColumnOperand& input : inputs) {
     checkRows(function, input, input.isScalar ? 1 : rows);
     types.push_back({input.column.type()});
   }

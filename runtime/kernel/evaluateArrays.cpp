@@ -50,7 +50,7 @@ Chunk evaluateArrays(const ElementFunction& function, std::span<const ArrayOpera
   }
   const std::size_t numColumns = columnsIn(result.trailing);
   for (std::size_t column = 0; column < numColumns; ++column) {
-    std::vector<Operand> operands;
+    std::vector<ColumnOperand> operands;
     for (std::size_t i = 0; i < inputs.size(); ++i) {
       operands.push_back(
           {inputs[i].array->columns[columnsOfInputs[i][column]], inputs[i].isScalar});

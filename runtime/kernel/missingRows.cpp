@@ -27,7 +27,7 @@ namespace {
 /// The nulls of an input by row.
 class InputNulls {
  public:
-  explicit InputNulls(const Operand& operand)
+  explicit InputNulls(const ColumnOperand& operand)
       : validity_(operand.column), step_(operand.isScalar ? 0 : 1) {}
 
   bool isNull(std::int64_t row) const { return validity_.isNull(row * step_); }
@@ -40,7 +40,7 @@ class InputNulls {
 /// The truth of an input by row: any value but zero is true.
 class InputTruth {
  public:
-  explicit InputTruth(const Operand& operand)
+  explicit InputTruth(const ColumnOperand& operand)
       : nulls_(operand),
         step_(operand.isScalar ? 0 : 1),
         truths_(static_cast<std::size_t>(operand.column.rows())) {
@@ -82,8 +82,8 @@ Column nulled(Column computed, auto&& isNull) {
 }
 
 /// What the function answers for NaN, in the rows that are missing.
-Column answeredAsNaN(const ElementFunction& function, const Operand& input, Column computed) {
-  const Operand nan{missingColumn(ElementType::Double, 1), true};
+Column answeredAsNaN(const ElementFunction& function, const ColumnOperand& input, Column computed) {
+  const ColumnOperand nan{missingColumn(ElementType::Double, 1), true};
   const Column answer = evaluate(function, {&nan, 1}, 1);
   const InputNulls nulls(input);
   auto* answers = computed.data()->buffers[1]->mutable_data_as<std::uint8_t>();
@@ -93,7 +93,7 @@ Column answeredAsNaN(const ElementFunction& function, const Operand& input, Colu
   return computed;
 }
 
-Column chosen(std::span<const Operand> inputs, Column computed) {
+Column chosen(std::span<const ColumnOperand> inputs, Column computed) {
   const InputTruth condition(inputs[0]);
   const InputNulls sides[] = {InputNulls(inputs[1]), InputNulls(inputs[2])};
   return nulled(std::move(computed), [&](std::int64_t row) {
@@ -102,7 +102,7 @@ Column chosen(std::span<const Operand> inputs, Column computed) {
 }
 
 /// Of two logical values, one of which may decide alone.
-Column decided(bool deciding, std::span<const Operand> inputs, Column computed) {
+Column decided(bool deciding, std::span<const ColumnOperand> inputs, Column computed) {
   const InputTruth left(inputs[0]);
   const InputTruth right(inputs[1]);
   auto* values = computed.data()->buffers[1]->mutable_data_as<std::uint8_t>();
@@ -115,13 +115,13 @@ Column decided(bool deciding, std::span<const Operand> inputs, Column computed) 
 
 }  // namespace
 
-bool areNullable(std::span<const Operand> inputs) {
-  return std::ranges::any_of(inputs, &Column::isNullable, &Operand::column);
+bool areNullable(std::span<const ColumnOperand> inputs) {
+  return std::ranges::any_of(inputs, &Column::isNullable, &ColumnOperand::column);
 }
 
-Column withMissingRows(const ElementFunction& function, std::span<const Operand> inputs,
+Column withMissingRows(const ElementFunction& function, std::span<const ColumnOperand> inputs,
                        Column computed) {
-  const auto isMissingSome = [](const Operand& input) {
+  const auto isMissingSome = [](const ColumnOperand& input) {
     return input.column.isNullable() && input.column.hasNulls();
   };
   if (std::ranges::none_of(inputs, isMissingSome)) {

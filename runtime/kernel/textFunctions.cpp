@@ -9,7 +9,7 @@ namespace kv::runtime {
 namespace {
 
 template <class Compare>
-void compareTexts(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output) {
+void compareTexts(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output) {
   const TextView left(inputs[0].column);
   const TextView right(inputs[1].column);
   const std::int64_t leftStep = inputs[0].isScalar ? 0 : 1;
@@ -24,31 +24,31 @@ void compareTexts(std::span<const Operand> inputs, std::int64_t rows, std::uint8
 
 }  // namespace
 
-void textEq(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output) {
+void textEq(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output) {
   compareTexts<std::equal_to<>>(inputs, rows, output);
 }
 
-void textNe(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output) {
+void textNe(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output) {
   compareTexts<std::not_equal_to<>>(inputs, rows, output);
 }
 
-void textLt(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output) {
+void textLt(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output) {
   compareTexts<std::less<>>(inputs, rows, output);
 }
 
-void textLe(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output) {
+void textLe(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output) {
   compareTexts<std::less_equal<>>(inputs, rows, output);
 }
 
-void textGt(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output) {
+void textGt(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output) {
   compareTexts<std::greater<>>(inputs, rows, output);
 }
 
-void textGe(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output) {
+void textGe(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output) {
   compareTexts<std::greater_equal<>>(inputs, rows, output);
 }
 
-void textIsMissing(std::span<const Operand> inputs, std::int64_t rows, std::uint8_t* output) {
+void textIsMissing(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output) {
   const TextView texts(inputs[0].column);
   const std::int64_t step = inputs[0].isScalar ? 0 : 1;
   for (std::int64_t row = 0; row < rows; ++row) {

@@ -185,13 +185,13 @@ Signature resolve(const ElementFunction& function, std::span<const OperandType> 
     throwBadTypes(function, types);
   }
   const Signature signature = applyRule(function.rule, commonType(types));
-  if (!blockFunction(function, signature.compute, Spread::None)) {
+  if (!blockKernel(function, signature.compute, Spread::None)) {
     throwBadTypes(function, types);
   }
   return signature;
 }
 
-BlockFunction blockFunction(const ElementFunction& function, ElementType compute, Spread spread) {
+BlockKernel blockKernel(const ElementFunction& function, ElementType compute, Spread spread) {
   if (compute == ElementType::String || function.blocks == nullptr) {
     return nullptr;
   }

@@ -31,11 +31,11 @@ bool isWritable(ElementType type) {
 
 }  // namespace
 
-Operand writtenOperand(const WrittenConstant& constant) {
+ColumnOperand writtenOperand(const WrittenConstant& constant) {
   return {std::visit(ColumnOf(), constant), true, true};
 }
 
-Operand writtenOperand(const kxArray* saved) {
+ColumnOperand writtenOperand(const kxArray* saved) {
   Column column = toColumn(saved);
   if (column.rows() != 1 || !isWritable(column.type())) {
     host::raise("KALVEX:array:NotAColumn",
@@ -44,6 +44,6 @@ Operand writtenOperand(const kxArray* saved) {
   return {std::move(column), true, true};
 }
 
-host::Value recordedValue(const Operand& scalar) { return toValue(scalar.column); }
+host::Value recordedValue(const ColumnOperand& scalar) { return toValue(scalar.column); }
 
 }  // namespace kv::runtime

@@ -21,9 +21,9 @@ using enum ElementType;
 
 constexpr double kTiny = std::numeric_limits<double>::denorm_min();
 
-Column call(std::string_view function, const std::vector<Operand>& inputs) {
+Column call(std::string_view function, const std::vector<ColumnOperand>& inputs) {
   std::int64_t rows = 1;
-  for (const Operand& input : inputs) {
+  for (const ColumnOperand& input : inputs) {
     if (!input.isScalar) {
       rows = input.column.rows();
     }
@@ -32,13 +32,15 @@ Column call(std::string_view function, const std::vector<Operand>& inputs) {
 }
 
 /// A constant that the user wrote: a C++ integer is a whole number, a double isn't.
-Operand constant(double value) { return {doubles({value}), true, true}; }
-Operand constant(std::uint64_t value) { return {columnOf(UInt64, std::vector{value}), true, true}; }
-Operand constant(int value) {
+ColumnOperand constant(double value) { return {doubles({value}), true, true}; }
+ColumnOperand constant(std::uint64_t value) {
+  return {columnOf(UInt64, std::vector{value}), true, true};
+}
+ColumnOperand constant(int value) {
   return {columnOf(Int64, std::vector<std::int64_t>{value}), true, true};
 }
 
-std::string idOfError(std::string_view function, const std::vector<Operand>& inputs) {
+std::string idOfError(std::string_view function, const std::vector<ColumnOperand>& inputs) {
   try {
     call(function, inputs);
   } catch (const errors::StepError& error) {
@@ -63,7 +65,7 @@ struct Truth {
 
 void checkTruths(const std::vector<Truth>& truths, ElementType type) {
   for (const Truth& truth : truths) {
-    std::vector<Operand> inputs;
+    std::vector<ColumnOperand> inputs;
     inputs.push_back({numbers(type, truth.left)});
     if (!truth.right.empty()) {
       inputs.push_back({numbers(type, truth.right)});
@@ -174,7 +176,7 @@ TEST(ElementFunctions, TextsCompareByTheirBytes) {
       {"gt", {0, 1, 0, 0, 0, 1, 1}, {0, 1, 0, 0, 0, 1, 1}, {0, 0, 1, 0, 1, 0, 0}},
       {"ge", {1, 1, 0, 0, 0, 1, 1}, {1, 1, 0, 0, 0, 1, 1}, {1, 0, 1, 0, 1, 0, 0}},
   };
-  const Operand a{texts({"a"}), true, true};
+  const ColumnOperand a{texts({"a"}), true, true};
   for (const auto& row : kCases) {
     const std::string name(row.function);
     expectSame(numbersOf(call(name, {{left}, {right}})), row.ofTwo, name);
@@ -187,10 +189,10 @@ TEST(ElementFunctions, TextsCompareByTheirBytes) {
 }
 
 TEST(ElementFunctions, ConstantsAdaptToTheTypeOfTheColumn) {
-  const Operand bytes{numbers(Int8, {100, -1})};
+  const ColumnOperand bytes{numbers(Int8, {100, -1})};
   const struct {
     std::string_view function;
-    std::vector<Operand> inputs;
+    std::vector<ColumnOperand> inputs;
     ElementType type;
     std::vector<double> expected;
   } kCases[] = {
@@ -217,11 +219,11 @@ TEST(ElementFunctions, ConstantsAdaptToTheTypeOfTheColumn) {
 
 TEST(ElementFunctions, IntegersAreComparedExactlyWithAnyConstant) {
   constexpr std::int64_t kBeyondDouble = 9007199254740993;  // 2^53 + 1
-  const Operand large{columnOf<std::int64_t>(Int64, {kBeyondDouble, -kBeyondDouble})};
-  const Operand largest{columnOf<std::uint64_t>(UInt64, {18446744073709551615U, 0})};
+  const ColumnOperand large{columnOf<std::int64_t>(Int64, {kBeyondDouble, -kBeyondDouble})};
+  const ColumnOperand largest{columnOf<std::uint64_t>(UInt64, {18446744073709551615U, 0})};
   const struct {
     std::string_view function;
-    std::vector<Operand> inputs;
+    std::vector<ColumnOperand> inputs;
     std::vector<double> expected;
   } kCases[] = {
       {"gt", {large, constant(9007199254740992.0)}, {1, 0}},
@@ -239,7 +241,7 @@ TEST(ElementFunctions, IntegersAreComparedExactlyWithAnyConstant) {
   for (const auto& row : kCases) {
     expectSame(numbersOf(call(row.function, row.inputs)), row.expected, std::string(row.function));
   }
-  const Operand beyond = constant(std::uint64_t{kBeyondDouble});
+  const ColumnOperand beyond = constant(std::uint64_t{kBeyondDouble});
   EXPECT_EQ(idOfError("lt", {{doubles({1})}, beyond}), "KALVEX:array:NotExact");
   EXPECT_EQ(idOfError("rdivide", {large, beyond}), "KALVEX:array:NotExact");
 }
@@ -247,7 +249,7 @@ TEST(ElementFunctions, IntegersAreComparedExactlyWithAnyConstant) {
 TEST(ElementFunctions, ConstantsCombineToOneConstant) {
   const struct {
     std::string_view function;
-    std::vector<Operand> inputs;
+    std::vector<ColumnOperand> inputs;
     ElementType type;
     double expected;
   } kCases[] = {
@@ -261,7 +263,7 @@ TEST(ElementFunctions, ConstantsCombineToOneConstant) {
       {"sqrt", {{logicals({1}), true, true}}, Double, 1},
   };
   for (const auto& row : kCases) {
-    const Operand folded = foldConstants(*findElementFunction(row.function), row.inputs);
+    const ColumnOperand folded = foldConstants(*findElementFunction(row.function), row.inputs);
     EXPECT_TRUE(folded.isWeak && folded.isScalar) << row.function;
     EXPECT_EQ(folded.column.type(), row.type) << row.function;
     expectSame(numbersOf(folded.column), {row.expected}, std::string(row.function));
@@ -289,7 +291,7 @@ double rowOf(const ElementFunction& function, const std::vector<ElementType>& ty
     const double deciding = function.name == "or";
     return isKnown(deciding) ? deciding : isUnknown ? kNaN : 1 - deciding;
   }
-  std::vector<Operand> inputs;
+  std::vector<ColumnOperand> inputs;
   for (std::size_t i = 0; i < values.size(); ++i) {
     inputs.push_back({numbers(types[i], {isUnknown ? 1 : values[i]})});
   }
@@ -314,7 +316,7 @@ TEST(ElementFunctions, MissingIntegersAndLogicalsAgreeWithAPlainReference) {
     for (int round = 0; round < 12; ++round) {
       std::vector<ElementType> types;
       std::vector<OperandType> operands;
-      std::vector<Operand> inputs;
+      std::vector<ColumnOperand> inputs;
       std::vector<std::vector<double>> values;
       for (std::size_t i = 0; i < function.arity; ++i) {
         const bool isCondition = i == 0 && function.rule == TypeRule::Choice;
@@ -358,10 +360,10 @@ TEST(ElementFunctions, MissingExponentsAndConditionsOfTextsAreNotLookedAt) {
 }
 
 TEST(ElementFunctions, AChoiceTakesEachRowFromOneSide) {
-  const Operand flags{logicals({1, 0, 1, 0})};
-  const Operand bytes{numbers(Int8, {1, 2, 3, 4})};
+  const ColumnOperand flags{logicals({1, 0, 1, 0})};
+  const ColumnOperand bytes{numbers(Int8, {1, 2, 3, 4})};
   const struct {
-    std::vector<Operand> inputs;
+    std::vector<ColumnOperand> inputs;
     ElementType type;
     std::vector<double> expected;
   } kCases[] = {
@@ -378,7 +380,7 @@ TEST(ElementFunctions, AChoiceTakesEachRowFromOneSide) {
   }
   using Texts = std::vector<std::optional<std::string>>;
   const Column words = texts({"skipped", "a", std::nullopt, std::nullopt, "d"}).slice(1, 4);
-  const Operand other{texts({"other"}), true};
+  const ColumnOperand other{texts({"other"}), true};
   EXPECT_EQ(textsOf(call("where", {flags, {words}, other})),
             (Texts{"a", "other", std::nullopt, "other"}));
   EXPECT_EQ(textsOf(call("where", {flags, other, {words}})), (Texts{"other", {}, "other", "d"}));
@@ -393,13 +395,13 @@ TEST(ElementFunctions, AChoiceGoesOverBlockEdgesInEveryMixOfScalars) {
     count.push_back(static_cast<double>(row));
   }
   const auto mixed = [](const Column& column, bool isScalar) {
-    return Operand{isScalar ? column.slice(6, 1) : column, isScalar};
+    return ColumnOperand{isScalar ? column.slice(6, 1) : column, isScalar};
   };
   for (const unsigned scalars : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U}) {
     const bool isScalar[] = {(scalars & 1) != 0, (scalars & 2) != 0, (scalars & 4) != 0};
-    const std::vector<Operand> inputs = {mixed(numbers(Logical, condition), isScalar[0]),
-                                         mixed(numbers(Int32, count), isScalar[1]),
-                                         mixed(numbers(Single, count), isScalar[2])};
+    const std::vector<ColumnOperand> inputs = {mixed(numbers(Logical, condition), isScalar[0]),
+                                               mixed(numbers(Int32, count), isScalar[1]),
+                                               mixed(numbers(Single, count), isScalar[2])};
     const auto all = numbersOf(evaluate(*findElementFunction("where"), inputs, kRows));
     for (std::size_t row = 0; row < kRows; ++row) {
       const bool isTrue = condition[isScalar[0] ? 6 : row] == 1;
@@ -410,17 +412,17 @@ TEST(ElementFunctions, AChoiceGoesOverBlockEdgesInEveryMixOfScalars) {
 }
 
 TEST(ElementFunctions, BadInputsAreRefused) {
-  const Operand bytes{numbers(Int8, {1, 2})};
+  const ColumnOperand bytes{numbers(Int8, {1, 2})};
   EXPECT_EQ(idOfError("plus", {bytes, constant(300)}), "KALVEX:function:OutOfRange");
   EXPECT_EQ(idOfError("power", {bytes, constant(-1)}), "KALVEX:function:NegativePower");
   EXPECT_EQ(idOfError("power", {bytes, {numbers(Int16, {1, -3})}}),
             "KALVEX:function:NegativePower");
-  const std::vector<Operand> noRows{{numbers(Int8, {})}, {numbers(Int8, {-1}), true}};
+  const std::vector<ColumnOperand> noRows{{numbers(Int8, {})}, {numbers(Int8, {-1}), true}};
   EXPECT_EQ(evaluate(*findElementFunction("power"), noRows, 0).rows(), 0);
   EXPECT_EQ(idOfError("plus", {bytes, {doubles({1, 2, 3})}}), "KALVEX:function:RowCounts");
   EXPECT_EQ(idOfError("plus", {bytes, {doubles({1, 2}), true}}), "KALVEX:function:RowCounts");
   EXPECT_EQ(idOfError("plus", {{texts({"a", "b"})}, bytes}), "KALVEX:function:BadTypes");
-  const Operand flags{logicals({1, 0})};
+  const ColumnOperand flags{logicals({1, 0})};
   EXPECT_EQ(idOfError("where", {flags, bytes, constant(300)}), "KALVEX:function:OutOfRange");
   EXPECT_EQ(idOfError("where", {flags, bytes, {doubles({1})}}), "KALVEX:function:RowCounts");
 }
@@ -445,12 +447,12 @@ TEST(ElementFunctions, BlocksConversionsAndSpreadsAgreeWithSingleRows) {
       const Column right = numbers(static_cast<ElementType>(b), small(kRows));
       for (const auto* function : {&minus, &le}) {
         for (const int spread : {0, 1, 2, 3}) {
-          const Operand x{spread & 1 ? left.slice(7, 1) : left, (spread & 1) != 0};
-          const Operand y{spread & 2 ? right.slice(9, 1) : right, (spread & 2) != 0};
+          const ColumnOperand x{spread & 1 ? left.slice(7, 1) : left, (spread & 1) != 0};
+          const ColumnOperand y{spread & 2 ? right.slice(9, 1) : right, (spread & 2) != 0};
           const auto all = numbersOf(evaluate(*function, std::vector{x, y}, kRows));
           for (const std::int64_t row : {std::int64_t{0}, std::int64_t{4095}, std::int64_t{4098}}) {
-            const Operand xRow{x.isScalar ? x.column : left.slice(row, 1)};
-            const Operand yRow{y.isScalar ? y.column : right.slice(row, 1)};
+            const ColumnOperand xRow{x.isScalar ? x.column : left.slice(row, 1)};
+            const ColumnOperand yRow{y.isScalar ? y.column : right.slice(row, 1)};
             const auto one = numbersOf(evaluate(*function, std::vector{xRow, yRow}, 1));
             ASSERT_TRUE(isSame(all[static_cast<std::size_t>(row)], one[0]))
                 << function->name << " of " << elementTypeName(left.type()) << " and "
@@ -460,7 +462,7 @@ TEST(ElementFunctions, BlocksConversionsAndSpreadsAgreeWithSingleRows) {
       }
     }
   }
-  EXPECT_EQ(evaluate(minus, std::vector<Operand>{{doubles({})}, constant(1)}, 0).rows(), 0);
+  EXPECT_EQ(evaluate(minus, std::vector<ColumnOperand>{{doubles({})}, constant(1)}, 0).rows(), 0);
 }
 
 }  // namespace

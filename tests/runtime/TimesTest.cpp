@@ -92,11 +92,11 @@ TEST(Times, AreComputedAsInNumpy) {
   const Column moments = times({"2013-06-01", "NaT", "2013-06-03T12:00"});
   const Column hours = times({"PT1H", "PT2H", "NaT"});
   const Column ints = numbers(ElementType::Int32, {2, -3, kNaN});
-  const Operand day{texts({"2013-06-02"}), true, true};
-  const Operand hour{texts({"PT1H"}), true, true};
-  const auto all = [](const Column& column) { return Operand{column}; };
-  const auto weak = [](double number) { return Operand{doubles({number}), true, true}; };
-  const std::tuple<const char*, std::vector<Operand>, std::vector<std::string>> cases[] = {
+  const ColumnOperand day{texts({"2013-06-02"}), true, true};
+  const ColumnOperand hour{texts({"PT1H"}), true, true};
+  const auto all = [](const Column& column) { return ColumnOperand{column}; };
+  const auto weak = [](double number) { return ColumnOperand{doubles({number}), true, true}; };
+  const std::tuple<const char*, std::vector<ColumnOperand>, std::vector<std::string>> cases[] = {
       {"minus", {all(moments), day}, {"-P1D", "NaT", "P1DT12H"}},
       {"plus", {all(hours), all(moments)}, {"2013-06-01T01:00:00", "NaT", "NaT"}},
       {"minus", {all(moments), hour}, {"2013-05-31T23:00:00", "NaT", "2013-06-03T11:00:00"}},
@@ -129,12 +129,12 @@ TEST(Times, AreComputedAsInNumpy) {
 }
 
 TEST(Times, MeetNoOtherTypes) {
-  const Operand moments{times({"2013-06-01"})};
-  const Operand hours{times({"PT1H"})};
-  const Operand one{doubles({1}), true, true};
-  const Operand word{texts({"1 June"}), true, true};
-  const Operand column{texts({"2013-06-01"})};
-  const std::tuple<const char*, std::vector<Operand>, const char*> cases[] = {
+  const ColumnOperand moments{times({"2013-06-01"})};
+  const ColumnOperand hours{times({"PT1H"})};
+  const ColumnOperand one{doubles({1}), true, true};
+  const ColumnOperand word{texts({"1 June"}), true, true};
+  const ColumnOperand column{texts({"2013-06-01"})};
+  const std::tuple<const char*, std::vector<ColumnOperand>, const char*> cases[] = {
       {"plus", {moments, moments}, "BadTypes"}, {"lt", {moments, hours}, "BadTypes"},
       {"minus", {hours, moments}, "BadTypes"},  {"lt", {moments, one}, "BadTypes"},
       {"plus", {moments, one}, "BadTypes"},     {"eq", {moments, column}, "BadTypes"},

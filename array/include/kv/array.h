@@ -141,12 +141,14 @@ Array count(const Array& a, Where where = Where::current());
 Array std(const Array& a, Missing missing = Missing::Skip, Where where = Where::current());
 Array var(const Array& a, Missing missing = Missing::Skip, Where where = Where::current());
 
-/// Name, number of inputs and purpose of each function that formulas and `apply` know.
+/// What is known of each function that formulas and `apply` know.
 struct FunctionFacts {
   std::string name;
   std::string symbol;  ///< its operator in a formula; empty if it has none
   std::size_t inputs = 0;
-  std::string summary;
+  std::string summary;        ///< its purpose
+  bool takesTexts = false;    ///< it is defined for texts
+  bool isComparison = false;  ///< it compares two values, and gives a logical
 };
 std::vector<FunctionFacts> elementFunctions();
 std::vector<FunctionFacts> aggregates();

@@ -89,7 +89,7 @@ std::optional<Bounds> boundsOf(const ParquetFooter& footer, int group, std::size
 }
 
 bool isTrue(std::string_view comparison, const Column& bound, const Column& value) {
-  const Operand inputs[] = {{bound, true}, {value, true}};
+  const ColumnOperand inputs[] = {{bound, true}, {value, true}};
   return evaluate(*findElementFunction(comparison), inputs, 1).values<std::uint8_t>()[0] != 0;
 }
 

@@ -36,7 +36,7 @@ namespace kv::runtime {
 // Everything here may be used by several threads at once.
 
 /// An input of an element function.
-struct Operand {
+struct ColumnOperand {
   Column column;
   bool isScalar = false;  ///< a column of one row that applies to every row
   bool isWeak = false;  ///< a constant that the user wrote, of type Logical, Int64, UInt64, Double
@@ -72,8 +72,7 @@ enum class Deciding : std::uint8_t { None, False, True };
 /// `left` and `right` are elements of the computing type (`right` is null for a function of one
 /// input), `output` of the result type; logical is one byte, 0 or 1.
 /// Requires: the output overlaps no input.
-using BlockFunction = void (*)(const void* left, const void* right, void* output,
-                               std::size_t count);
+using BlockKernel = void (*)(const void* left, const void* right, void* output, std::size_t count);
 
 /// Which input of a block is a single element that applies to all.
 enum class Spread : std::uint8_t { None, Left, Right };
@@ -87,10 +86,10 @@ inline constexpr std::size_t kNumericTypes = 11;  ///< numbers and logicals
 inline constexpr std::size_t kBlockTypes = kNumericTypes + 1;
 
 /// The block functions of an element function by computing type and spread; null if there is none.
-using BlockTable = std::array<std::array<BlockFunction, 3>, kBlockTypes>;
+using BlockTable = std::array<std::array<BlockKernel, 3>, kBlockTypes>;
 
 /// Computes all rows of text inputs into `output`, one byte per row.
-using TextFunction = void (*)(std::span<const Operand> inputs, std::int64_t rows,
+using TextFunction = void (*)(std::span<const ColumnOperand> inputs, std::int64_t rows,
                               std::uint8_t* output);
 
 /// One row of the table of element functions.
@@ -103,6 +102,9 @@ struct ElementFunction {
   TextFunction text;         ///< null if it isn't defined for texts, and for a choice
   std::string_view summary;
   Deciding deciding = Deciding::None;
+
+  /// True if some of its inputs may be texts. A choice passes them on.
+  bool takesTexts() const { return text != nullptr || rule == TypeRule::Choice; }
 };
 
 /// The types in which a function computes and returns. Moments and durations are computed as
@@ -133,7 +135,7 @@ ElementType promoteTypes(ElementType a, ElementType b);
 Signature resolve(const ElementFunction& function, std::span<const OperandType> types);
 
 /// The block function for a computing type that `resolve` returned; null for String.
-BlockFunction blockFunction(const ElementFunction& function, ElementType compute, Spread spread);
+BlockKernel blockKernel(const ElementFunction& function, ElementType compute, Spread spread);
 
 /// `inputs` with each weak one converted to the type in which it is used, and no longer weak. Only
 /// the types of the other inputs matter, so these may have no rows: a front end converts the
@@ -146,8 +148,8 @@ BlockFunction blockFunction(const ElementFunction& function, ElementType compute
 ///         "KALVEX:function:OutOfRange" for a constant that doesn't fit the integers with which it
 ///         is combined; "KALVEX:array:NotExact" for a whole number that would have to become a
 ///         double but isn't exact as one; "KALVEX:function:NegativePower".
-std::vector<Operand> adaptConstants(const ElementFunction& function,
-                                    std::span<const Operand> inputs);
+std::vector<ColumnOperand> adaptConstants(const ElementFunction& function,
+                                          std::span<const ColumnOperand> inputs);
 
 /// The result of `function` for constants only: one constant, as if the user had written it.
 ///
@@ -155,7 +157,7 @@ std::vector<Operand> adaptConstants(const ElementFunction& function,
 /// whole number again, except for quotients and mathematical functions.
 /// Requires: all inputs are weak scalars.
 /// Errors: as for `adaptConstants`.
-Operand foldConstants(const ElementFunction& function, std::span<const Operand> inputs);
+ColumnOperand foldConstants(const ElementFunction& function, std::span<const ColumnOperand> inputs);
 
 /// Applies `function` to `rows` rows.
 ///
@@ -164,7 +166,7 @@ Operand foldConstants(const ElementFunction& function, std::span<const Operand> 
 /// Errors: those of `adaptConstants`; "KALVEX:function:RowCounts" for an input of another length;
 ///         "KALVEX:function:NegativePower" for an integer to the power of a negative integer.
 ///         std::bad_alloc if memory runs out.
-Column evaluate(const ElementFunction& function, std::span<const Operand> inputs,
+Column evaluate(const ElementFunction& function, std::span<const ColumnOperand> inputs,
                 std::int64_t rows);
 
 }  // namespace kv::runtime

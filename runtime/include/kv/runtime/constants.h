@@ -15,14 +15,14 @@ namespace kv::runtime {
 using WrittenConstant = std::variant<bool, std::int64_t, std::uint64_t, double, std::string>;
 
 /// The constant as a weak scalar: Logical, Int64, UInt64, Double or String.
-Operand writtenOperand(const WrittenConstant& constant);
+ColumnOperand writtenOperand(const WrittenConstant& constant);
 
 /// The scalar that a front end saved as a constant.
 ///
 /// Errors: "KALVEX:array:NotAColumn" for any other value.
-Operand writtenOperand(const kxArray* saved);
+ColumnOperand writtenOperand(const kxArray* saved);
 
 /// A scalar as the host value that is recorded.
-host::Value recordedValue(const Operand& scalar);
+host::Value recordedValue(const ColumnOperand& scalar);
 
 }  // namespace kv::runtime
