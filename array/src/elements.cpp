@@ -149,6 +149,7 @@ Array placeBeside(const Array& array, const Elements& elements, Where where) {
   const auto session = live(array.handle().session);
   return publicCall(*session, where, [&] {
     const auto& rows = array.handle().traits.rows;
+    assert(rows != nullptr && rows->places() != nullptr);
     const host::Value value = toValue(elements);
     host::Value made = host::call("createFromConstantBuiltin", {value.get()});
     host::callMany("hSetMetadata", 0, std::vector<const kxArray*>{made.get(), rows->places()});

@@ -9,7 +9,7 @@ namespace kv {
 
 /// Evaluates arrays of the session.
 /// Result: one value per array, in order.
-/// Requires: called within a public call.
+/// Threads: within a public call, which leases the session.
 std::vector<host::Value> gatherValues(std::span<const Array> arrays);
 
 /// What the last evaluation of the current session did.

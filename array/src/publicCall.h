@@ -38,7 +38,7 @@ struct Session::Impl {
 /// Rethrows the current exception as one of this layer: errors of the host and the runtime become
 /// Error with all their details, an interrupt becomes Interrupted, lack of memory becomes the Error
 /// "KALVEX:OutOfMemory", and any other C++ exception the Error "KALVEX:array:Unexpected".
-/// Requires: called in a catch clause, within the scope of the session.
+/// Threads: in a catch clause, within the scope of the session.
 [[noreturn]] void rethrowAsOurs();
 
 /// Raises "KALVEX:session:Closed".

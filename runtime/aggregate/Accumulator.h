@@ -9,7 +9,8 @@ class Accumulator {
  public:
   virtual ~Accumulator() = default;
 
-  /// Requires: an integer or logical column has no nulls, and one of times no kNaT.
+  /// `column`: without nulls, if it is of integers or logicals, and without kNaT, if it is of
+  /// times: AggregateState leaves these rows out.
   virtual void update(const Column& column, const RowOrdinals& ordinals) = 0;
 
   /// Writes count, words, text and `hasMissing`.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <concepts>
 #include <cstring>
 #include <limits>
@@ -129,6 +130,7 @@ std::unique_ptr<Accumulator> makeExtremeAccumulator(MissingRule, ElementType typ
 /// Requires: both have values.
 template <bool isMin>
 bool isBetterExtreme(const AggregatePartial& candidate, const AggregatePartial& best) {
+  assert(candidate.count > 0 && best.count > 0);
   const auto isBetter = [](const auto& a, const auto& b) { return isMin ? a < b : a > b; };
   if (best.type == ElementType::String) {
     return isBetter(candidate.text, best.text);

@@ -1,5 +1,6 @@
 #include <array>
 #include <atomic>
+#include <cassert>
 #include <string>
 #include <vector>
 
@@ -102,6 +103,7 @@ void tasksOfClosure(const Call& call) {
 }  // namespace
 
 Dependency completeDependency(const kxArray* promise) {
+  assert(host::toLogical(host::getProperty(promise, "IsDone").get()));
   std::vector<Value> entry;
   entry.push_back(host::getProperty(promise, "CachedValue"));
   entry.push_back(host::getProperty(promise, "Metadata"));

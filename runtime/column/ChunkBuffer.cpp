@@ -10,6 +10,7 @@ namespace kv::runtime {
 
 void ChunkBuffer::push(Chunk chunk) {
   if (chunk.rows() > 0) {
+    assert(chunks_.empty() || chunks_.back().columns.size() == chunk.columns.size());
     rows_ += chunk.rows();
     chunks_.push_back(std::move(chunk));
   }

@@ -49,7 +49,7 @@ class MemoryLedger final : public arrow::MemoryPool, public std::pmr::memory_res
   /// The number of allocations that the limit didn't allow.
   std::int64_t refusals() const noexcept { return refusals_.load(); }
 
-  /// The last of them. Requires: there was one.
+  /// The last of them; nothing that has a meaning if there was none.
   Refusal lastRefusal() const noexcept { return {lastNeed_.load(), limit()}; }
 
   /// Errors: Status::OutOfMemory for what would exceed the limit, and as for the other pool.

@@ -59,7 +59,10 @@ PositionCut::PositionCut(std::int64_t rows, std::int64_t partitionRows)
 
 PositionCut::PositionCut(const std::vector<std::int64_t>& partitionRows)
     : PositionCut(std::accumulate(partitionRows.begin(), partitionRows.end(), std::int64_t{0}),
-                  summed(partitionRows)) {}
+                  summed(partitionRows)) {
+  assert(!partitionRows.empty() && rows_ <= kMaxPositions);
+  assert(std::ranges::all_of(partitionRows, [](std::int64_t rows) { return rows >= 0; }));
+}
 
 PositionCut::PositionCut(std::int64_t rows, std::vector<std::int64_t> ends)
     : rows_(rows), partitionRows_(regularSize(ends)) {

@@ -2,6 +2,7 @@
 
 #include <arrow/array/data.h>
 
+#include <cassert>
 #include <cstdint>
 #include <string_view>
 
@@ -12,10 +13,12 @@ namespace kv::runtime {
 
 /// The rows of a String column with direct access to its buffers, for loops over many rows.
 ///
-/// Requires: the column is of type String, and outlives the view.
+/// Requires: the column is of type String.
+/// Lives:    not longer than the column.
 class TextView {
  public:
   explicit TextView(const Column& column) : validity_(column) {
+    assert(column.type() == ElementType::String);
     const arrow::ArrayData& data = *column.data();
     offsets_ = data.GetValues<std::int32_t>(1);
     bytes_ = data.buffers[2] ? reinterpret_cast<const char*>(data.buffers[2]->data()) : nullptr;

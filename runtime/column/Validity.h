@@ -15,7 +15,7 @@ namespace kv::runtime {
 
 /// The nulls of a column with direct access to its bitmap, for loops over many rows.
 ///
-/// Requires: the column outlives the view.
+/// Lives: not longer than the column.
 class Validity {
  public:
   explicit Validity(const Column& column)

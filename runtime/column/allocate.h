@@ -2,6 +2,7 @@
 
 #include <arrow/buffer.h>
 
+#include <cassert>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -32,6 +33,7 @@ void checkArrow(const arrow::Status& status);
 /// Requires: `T` is the C++ type of an element of `type`.
 template <class T>
 Column scalarColumn(ElementType type, T value) {
+  assert(sizeof(T) == elementSize(type));
   auto buffer = allocateBuffer(sizeof(T));
   std::memcpy(buffer->mutable_data(), &value, sizeof(T));
   return Column(type, 1, std::move(buffer));

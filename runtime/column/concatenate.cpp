@@ -87,6 +87,7 @@ Chunk concatenateArrays(std::span<const Chunk> arrays) {
   std::vector<std::vector<Column>> parts(known->columns.size());
   std::int64_t rows = 0;
   for (const Chunk& array : arrays) {
+    assert(array.rows() == 0 || array.trailing == known->trailing);
     rows += array.rows();
     for (std::size_t i = 0; i < parts.size() && (array.rows() > 0 || &array == &*known); ++i) {
       parts[i].push_back(array.columns[i]);
@@ -105,6 +106,7 @@ Chunk concatenateTables(std::span<const Chunk> tables) {
   for (std::size_t i = 0; i < tables.front().columns.size(); ++i) {
     std::vector<Column> parts;
     for (const Chunk& table : tables) {
+      assert(table.columns.size() == whole.names->size());
       parts.push_back(table.columns[i]);
     }
     whole.columns.push_back(concatenate(parts));

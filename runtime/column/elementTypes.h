@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstdint>
 #include <tuple>
 #include <utility>
@@ -42,6 +43,7 @@ constexpr bool isNumeric(ElementType type) { return isFloating(type) || isWhole(
 
 /// Requires: isInteger(type). The integer types alternate, signed first.
 constexpr bool isSigned(ElementType type) {
+  assert(isInteger(type));
   return (indexOf(type) - indexOf(ElementType::Int8)) % 2 == 0;
 }
 
@@ -50,6 +52,7 @@ constexpr bool isSigned(ElementType type) {
 /// Requires: type is not String.
 template <class Visitor>
 auto visitNumeric(ElementType type, Visitor&& visit) {
+  assert(type != ElementType::String);
   switch (type) {
     case ElementType::Double:
     case ElementType::Unknown:

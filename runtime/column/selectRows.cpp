@@ -8,6 +8,7 @@
 #include <arrow/type.h>
 #include <fmt/format.h>
 
+#include <cassert>
 #include <cstring>
 #include <numeric>
 #include <span>
@@ -153,6 +154,7 @@ Chunk selectRows(const Chunk& chunk, const Column& keep) {
 }
 
 Chunk selectValid(const Column& column, const RowOrdinals& ordinals) {
+  assert(column.rows() == ordinals.rows());
   const Validity validity(column);
   const Chunk all{0, ordinals, nullptr, {column}};
   if (isTime(column.type())) {

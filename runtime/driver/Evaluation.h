@@ -71,7 +71,7 @@ class Evaluation {
   ///         of steps (see raiseStepFailure). No promise is completed then.
   EvaluationFacts run();
 
-  /// The outputs of a task that ran. Requires: they were results, or needed whole.
+  /// The outputs of a task that ran, as far as they were results or needed whole; null for others.
   std::vector<WholeValue> takeOutputs(int task);
 
  private:

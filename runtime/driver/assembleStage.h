@@ -26,7 +26,7 @@ struct AssembledStage {
 
 /// The stage of a pass, with the values that its steps take.
 ///
-/// Requires: the whole values that the pass takes are in `values`.
+/// Requires: the whole values that the pass takes are in `values`, see inputValue().
 /// Errors: "KALVEX:array:NotAColumn" for a step of ours that gets anything else.
 AssembledStage assembleStage(const PassGraph& pass, const Plan& plan, const PlanHandles& handles,
                              const WholeValues& values);

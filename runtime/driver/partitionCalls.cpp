@@ -1,6 +1,7 @@
 #include "driver/partitionCalls.h"
 
 #include <array>
+#include <cassert>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -93,6 +94,7 @@ PartitionResults callOnPartition(const OpSpec& spec, const kxArray* functionHand
   if (FrameReceiver* receiver = receiverOf(functionHandle)) {
     return {.isFinished = !receiver->take(columnsOf(inputs))};
   }
+  assert(rows.partition >= 0 && rows.partition <= place.numPartitions);
   std::vector<Value> values;
   values.push_back(infoOf(rows.partition, place));
   for (const CallInput& input : inputs) {

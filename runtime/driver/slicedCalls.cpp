@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -94,6 +95,10 @@ std::vector<Chunk> callInSlices(const OpSpec& spec, const kxArray* functionHandl
 std::vector<Chunk> callInSlices(const OpSpec& spec, const kxArray* functionHandle,
                                 std::span<const CallInput> inputs, const Chunk& rows,
                                 OutputTypes& types, std::int64_t maxRows) {
+  assert(maxRows >= 1);
+  assert(std::ranges::all_of(inputs, [&rows](const CallInput& input) {
+    return !input.rows || input.rows->rows() == rows.rows();
+  }));
   if (rows.rows() <= maxRows) {
     return callOnce(spec, functionHandle, inputs, rows, types);
   }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cassert>
 #include <memory>
-#include <stdexcept>
 #include <utility>
 
 #include "column/concatenate.h"
@@ -38,13 +37,6 @@ class WholeFunctions final : public UserFunctions {
                                  bool returnsUnused, OutputTypes& types) override {
     return callOnPartition(spec_, handle_.get(), argumentsOf(inputs), rows, place, returnsUnused,
                            types);
-  }
-
-  ReducedValues reduce(std::size_t /*step*/, std::span<const Chunk> /*partials*/) override {
-    throw std::logic_error("a flow operator reduced rows");
-  }
-  std::vector<Chunk> partialsOf(std::size_t /*step*/, const ReducedValues& /*reduced*/) override {
-    throw std::logic_error("a flow operator reduced rows");
   }
 
  private:

@@ -6,7 +6,6 @@
 #include <cassert>
 #include <iterator>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -161,13 +160,6 @@ class KeyedFunctions final : public UserFunctions {
     }
     const Value handle = host::getProperty(factory_, "FunctionHandle");
     return callInSlices(spec_, handle.get(), arguments, rows, types);
-  }
-
-  PartitionResults callPartition(std::size_t /*step*/, const Chunk& /*rows*/,
-                                 std::span<const FunctionInput> /*inputs*/,
-                                 const PartitionPlace& /*place*/, bool /*returnsUnused*/,
-                                 OutputTypes& /*types*/) override {
-    throw std::logic_error("an operation by key called a function of partitions");
   }
 
   ReducedValues reduce(std::size_t /*step*/, std::span<const Chunk> partials) override {

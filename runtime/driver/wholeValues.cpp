@@ -1,6 +1,7 @@
 #include "driver/wholeValues.h"
 
 #include <algorithm>
+#include <cassert>
 #include <iterator>
 #include <span>
 #include <string>
@@ -83,6 +84,7 @@ WholeValue inputValue(const PlanInput& input, const PlanHandles& handles,
     return {matrix::sharedCopy(handles.values[input.value].get()), input.places};
   }
   const WholeValue& whole = values[static_cast<std::size_t>(input.task)].at(input.output);
+  assert(whole.value != nullptr);
   return {matrix::sharedCopy(whole.value.get()), whole.places};
 }
 

@@ -2,6 +2,7 @@
 
 #include <arrow/type_fwd.h>
 
+#include <cassert>
 #include <cstddef>
 #include <map>
 #include <memory>
@@ -76,7 +77,10 @@ class Stage {
 
   /// The number of the source that a step reads.
   /// Requires: the step reads one.
-  std::size_t sourceOf(std::size_t step) const { return sourceOf_.at(step); }
+  std::size_t sourceOf(std::size_t step) const {
+    assert(sourceOf_.contains(step));
+    return sourceOf_.at(step);
+  }
 
   /// The first step that reads a source.
   std::size_t readStep() const { return sourceOf_.empty() ? 0 : sourceOf_.begin()->first; }

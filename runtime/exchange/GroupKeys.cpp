@@ -83,7 +83,7 @@ compute::ExecBatch canonicalBatch(const std::vector<Column>& columns,
   assert(columns.size() == types.size());
   compute::ExecBatch batch({}, columns.front().rows());
   for (std::size_t i = 0; i < columns.size(); ++i) {
-    assert(columns[i].type() == types[i]);
+    assert(columns[i].type() == types[i] && columns[i].rows() == columns.front().rows());
     batch.values.emplace_back(canonicalKeys(columns[i]).data());
   }
   return batch;
@@ -100,6 +100,7 @@ GroupKeys::GroupKeys(std::vector<ElementType> types)
     : types_(std::move(types)),
       isNullable_(types_.size(), false),
       context_(std::make_unique<compute::ExecContext>(contextOfThread())) {
+  assert(!types_.empty());
   initializeArrow();
   std::vector<arrow::TypeHolder> arrowTypes;
   for (const ElementType type : types_) {
@@ -165,10 +166,12 @@ Column canonicalKeys(const Column& column) {
 
 /// Sorting is stable, so the first column comes last.
 Column ascendingOrder(const std::vector<Column>& columns) {
+  assert(!columns.empty());
   initializeArrow();
   compute::ExecContext context = contextOfThread();
   std::optional<Column> order;
   for (auto column = columns.rbegin(); column != columns.rend(); ++column) {
+    assert(column->rows() == columns.front().rows());
     const Column rows = order ? takeRows(*column, *order) : *column;
     const auto places = checked(
         compute::SortIndices(*sortable(rows), compute::ArraySortOptions::Defaults(), &context));

@@ -83,6 +83,7 @@ bool GroupTable::open(const Chunk& keys, std::span<const Chunk> arrays) {
                 takesArray ? array->trailing : Dimensions{});
     }
   }
+  assert(typesOf(keys.columns) == keys_->types());
   return true;
 }
 
@@ -105,6 +106,9 @@ GroupTable GroupTable::emptied() const {
 }
 
 void GroupTable::add(const Chunk& keys, std::span<const Chunk> arrays) {
+  assert(keys_.has_value());
+  assert(std::ranges::all_of(arrays,
+                             [&keys](const Chunk& array) { return array.rows() == keys.rows(); }));
   fold(keys_->numbersOf(keys.columns), keys, arrays);
 }
 

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
@@ -127,6 +128,8 @@ void ScratchFile::check(const arrow::Status& status) const {
 }
 
 void ScratchFile::append(const std::vector<Column>& columns) {
+  assert(batches_ == nullptr || batches_->reader == nullptr);
+  assert(sink_ == nullptr || std::ranges::equal(columns, types_, {}, &Column::type));
   arrow::FieldVector fields;
   std::vector<std::shared_ptr<arrow::ArrayData>> data;
   for (const Column& column : columns) {

@@ -157,6 +157,7 @@ class StateFold : public GroupFold {
   /// Adds the rows that aren't missing: `take(state, row)`.
   template <class T, class Take>
   void addRows(std::span<const std::uint32_t> groups, const Column& rows, Take&& take) {
+    assert(std::ssize(groups) == rows.rows());
     State* const states = states_.data();
     const bool propagates = propagates_;
     std::uint8_t* const isMissing = isMissing_.data();

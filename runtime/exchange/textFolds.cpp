@@ -26,6 +26,7 @@ class TextPickFold final : public GroupFold {
   void resize(std::int64_t groups) override { picked_.resize(static_cast<std::size_t>(groups)); }
 
   void add(std::span<const std::uint32_t> groups, const Column& rows) override {
+    assert(std::ssize(groups) == rows.rows());
     const TextView texts(rows);
     for (std::size_t row = 0; row < groups.size(); ++row) {
       const auto at = static_cast<std::int64_t>(row);

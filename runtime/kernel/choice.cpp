@@ -7,6 +7,7 @@
 #include <arrow/array/builder_binary.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -72,6 +73,7 @@ struct Texts {
 
 Column chooseNumbers(const ColumnOperand& condition, const ColumnOperand& chosen,
                      const ColumnOperand& other, ElementType type, std::int64_t rows) {
+  assert(condition.column.type() == ElementType::Logical);
   auto buffer = allocateBuffer(rows * static_cast<std::int64_t>(elementSize(type)));
   SpreadInput conditions(condition, ElementType::Logical);
   SpreadInput left(chosen, type);

@@ -88,7 +88,6 @@ void requireExact(Value whole) {
 
 /// The constant as a scalar of type `type`, no longer weak.
 ///
-/// Requires: it fits.
 /// Errors: "KALVEX:array:NotExact".
 ColumnOperand constantAs(const ColumnOperand& constant, ElementType type) {
   return visitConstant(constant, [&](auto value) {

@@ -9,6 +9,7 @@
 #include <arrow/buffer.h>
 
 #include <algorithm>
+#include <cassert>
 #include <concepts>
 #include <cstddef>
 #include <limits>
@@ -121,6 +122,7 @@ bool areNullable(std::span<const ColumnOperand> inputs) {
 
 Column withMissingRows(const ElementFunction& function, std::span<const ColumnOperand> inputs,
                        Column computed) {
+  assert(areNullable(inputs) && computed.type() != ElementType::String);
   const auto isMissingSome = [](const ColumnOperand& input) {
     return input.column.isNullable() && input.column.hasNulls();
   };

@@ -1,6 +1,7 @@
 #include "kernel/timeRules.h"
 
 #include <algorithm>
+#include <cassert>
 #include <iterator>
 #include <string_view>
 
@@ -54,6 +55,8 @@ ElementType kindOf(ElementType type) {
 
 std::optional<Signature> resolveTimes(const ElementFunction& function,
                                       std::span<const OperandType> types) {
+  assert(std::ranges::any_of(types, isTime, &OperandType::type));
+  assert(function.rule != TypeRule::Choice);
   if (function.rule == TypeRule::Class) {
     return Signature{Double, Logical};
   }

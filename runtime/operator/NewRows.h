@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <optional>
 #include <span>
 #include <string>
@@ -23,7 +24,10 @@ class MixedInputs {
   bool hasRows(std::size_t input) const { return inputs_[input].value == nullptr; }
 
   /// The place of an input among those with rows. Requires: hasRows(input).
-  std::size_t placeOf(std::size_t input) const { return placeOf_[input]; }
+  std::size_t placeOf(std::size_t input) const {
+    assert(hasRows(input));
+    return placeOf_[input];
+  }
 
   /// The arguments of the function for these rows of each input that has any.
   /// Errors: "KALVEX:array:NeedsColumn" with the label for a table.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <span>
 #include <string>
@@ -44,7 +45,10 @@ class StepInputs {
   bool isValue(std::size_t input) const { return inputs_[input].value != nullptr; }
 
   /// Requires: isValue(input).
-  const StageInput& value(std::size_t input) const { return *inputs_[input].value; }
+  const StageInput& value(std::size_t input) const {
+    assert(isValue(input));
+    return *inputs_[input].value;
+  }
 
   /// Errors: "KALVEX:array:NeedsRows" or "KALVEX:array:RowsDiffer" for a value.
   const Chunk& chunk(std::size_t input) const;

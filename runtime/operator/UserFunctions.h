@@ -36,7 +36,8 @@ struct PartitionResults {
 /// it can read.
 using ReducedValues = std::shared_ptr<const void>;
 
-/// Runs users' functions for the steps of a stage.
+/// Runs users' functions for the steps of a stage. Those that aren't overridden are for stages none
+/// of whose steps call them.
 class UserFunctions {
  public:
   virtual ~UserFunctions() = default;
@@ -48,7 +49,7 @@ class UserFunctions {
   /// Errors: what the function raises, as it came; "KALVEX:array:MissingOutput"; those of
   ///         OutputTypes.
   virtual std::vector<Chunk> call(std::size_t step, const Chunk& rows,
-                                  std::span<const FunctionInput> inputs, OutputTypes& types) = 0;
+                                  std::span<const FunctionInput> inputs, OutputTypes& types);
 
   /// Calls the function of step `step`, which is given its place in the partition and returns first
   /// whether it is finished; where `returnsUnused` is set, then a cell with an entry for each
@@ -58,16 +59,16 @@ class UserFunctions {
   virtual PartitionResults callPartition(std::size_t step, const Chunk& rows,
                                          std::span<const FunctionInput> inputs,
                                          const PartitionPlace& place, bool returnsUnused,
-                                         OutputTypes& types) = 0;
+                                         OutputTypes& types);
 
   /// Calls the second function of step `step`, a reduction, on partial results, one array for each
   /// output.
   /// Errors: what the function raises, as it came.
-  virtual ReducedValues reduce(std::size_t step, std::span<const Chunk> partials) = 0;
+  virtual ReducedValues reduce(std::size_t step, std::span<const Chunk> partials);
 
   /// What `reduce` returned as partial results again.
   /// Errors: "KALVEX:array:NotAColumn" with the shape and class of what is no array.
-  virtual std::vector<Chunk> partialsOf(std::size_t step, const ReducedValues& reduced) = 0;
+  virtual std::vector<Chunk> partialsOf(std::size_t step, const ReducedValues& reduced);
 
   /// True if the units of the stage run one after the other, in the order of partitions.
   virtual bool runsInOrder() const { return false; }

@@ -1,3 +1,4 @@
+#include <cassert>
 #include <memory>
 #include <utility>
 
@@ -157,6 +158,7 @@ class Deliver final : public SinkOperator {
 }  // namespace
 
 OperatorPtr makeDeliver(std::size_t numInputs, bool isOrdered) {
+  assert(numInputs > 0);
   return std::make_shared<Deliver>(numInputs, isOrdered);
 }
 

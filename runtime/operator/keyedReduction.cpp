@@ -1,6 +1,7 @@
 #include <arrow/buffer.h>
 
 #include <algorithm>
+#include <cassert>
 #include <map>
 #include <optional>
 #include <string>
@@ -68,6 +69,7 @@ class KeyedTrees {
 
   /// The number of each row's group. Requires: columns of known types.
   std::span<const std::uint32_t> groupsOf(const Chunk& keys) {
+    assert(!isUntyped(keys));
     if (!keys_) {
       keys_.emplace(typesOf(keys));
       names_ = keys.names;

@@ -3,40 +3,8 @@
 #include <algorithm>
 #include <cassert>
 #include <memory>
-#include <stdexcept>
 
 namespace kv::runtime {
-
-namespace {
-
-/// For operators that call none.
-class NoFunctions final : public UserFunctions {
- public:
-  std::vector<Chunk> call(std::size_t /*step*/, const Chunk& /*rows*/,
-                          std::span<const FunctionInput> /*inputs*/,
-                          OutputTypes& /*types*/) override {
-    refuse();
-  }
-  PartitionResults callPartition(std::size_t /*step*/, const Chunk& /*rows*/,
-                                 std::span<const FunctionInput> /*inputs*/,
-                                 const PartitionPlace& /*place*/, bool /*returnsUnused*/,
-                                 OutputTypes& /*types*/) override {
-    refuse();
-  }
-  ReducedValues reduce(std::size_t /*step*/, std::span<const Chunk> /*partials*/) override {
-    refuse();
-  }
-  std::vector<Chunk> partialsOf(std::size_t /*step*/, const ReducedValues& /*reduced*/) override {
-    refuse();
-  }
-
- private:
-  [[noreturn]] static void refuse() {
-    throw std::logic_error("a step that calls no function has called one");
-  }
-};
-
-}  // namespace
 
 std::vector<Chunk> processOnce(const Operator& op, std::string_view label,
                                const std::vector<Chunk>& inputs, UserFunctions* functions) {
@@ -54,7 +22,7 @@ std::vector<Chunk> processOnce(const Operator& op, std::string_view label,
       wholes.back() = {.value = &values.back(), .origin = "a value in memory"};
     }
   }
-  NoFunctions none;
+  UserFunctions none;
   UserFunctions& called = functions != nullptr ? *functions : none;
   OutputTypes types;
   const StepScope scope{0, label, inputs.size(), called, types};

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <iterator>
 #include <limits>
@@ -203,6 +204,7 @@ class Repartition final : public SinkOperator {
 }  // namespace
 
 OperatorPtr makeRepartition(std::int64_t partitions) {
+  assert(partitions >= 1 && partitions <= kMaxMadePartitions);
   return std::make_shared<Repartition>(partitions);
 }
 

@@ -18,7 +18,7 @@ class RowSources {
  public:
   int numberOf(const Datastore& source);
   int numberOf(const RowCut& cut);
-  /// Of rows that a task makes. Requires: that are no positions.
+  /// Of rows that a task makes, which aren't positions.
   int numberOf(const std::string& rowSpace) { return add(rowSpace, std::nullopt); }
 
   /// The number for rows of both: of positions their refined cut, otherwise `a`.

@@ -109,6 +109,7 @@ void RowSpaces::refuse(const RowConflict& conflict) const {
 }
 
 std::string RowSpaces::nameOf(int index) const {
+  assert(plan_.task(index).makesRows);
   return Fingerprint().add("groups").add(keysOf(index).hash).digits();
 }
 

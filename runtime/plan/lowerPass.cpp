@@ -1,5 +1,6 @@
 #include "plan/lowerPass.h"
 
+#include <cassert>
 #include <map>
 #include <memory>
 #include <string_view>
@@ -108,10 +109,12 @@ void takeSteps(PassGraph& graph, const std::vector<std::size_t>& order) {
     taskOf.push_back(graph.taskOf[number]);
     for (StepLink& link : steps.back().inputs) {
       link.index = link.isStageInput ? link.index : placeOf[link.index];
+      assert(link.isStageInput || link.index + 1 < steps.size());
     }
   }
   for (std::size_t& output : graph.outputs) {
     output = placeOf[output];
+    assert(output < steps.size());
   }
   graph.steps = std::move(steps);
   graph.taskOf = std::move(taskOf);

@@ -1,6 +1,7 @@
 #include "kv/runtime/Datastore.h"
 
 #include <algorithm>
+#include <cassert>
 #include <iterator>
 
 namespace kv::runtime {
@@ -11,6 +12,7 @@ Chunk Datastore::emptyChunk(std::int64_t partition, const std::vector<std::strin
   chunk.names = std::make_shared<const std::vector<std::string>>(columns);
   for (const std::string& name : columns) {
     const auto found = std::ranges::find(schema(), name, &ColumnInfo::name);
+    assert(found != schema().end());
     const Column column = emptyColumn(found->type);
     chunk.columns.push_back(found->isNullable ? column.asNullable() : column);
   }

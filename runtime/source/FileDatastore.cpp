@@ -1,6 +1,7 @@
 #include "source/FileDatastore.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 #include "column/concatenate.h"
@@ -8,6 +9,7 @@
 namespace kv::runtime {
 
 Chunk FileDatastore::preview(std::int64_t rows) const {
+  assert(rows >= 0);
   std::vector<std::string> columns;
   Chunk none;
   for (const ColumnInfo& info : schema()) {

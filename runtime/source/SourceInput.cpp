@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cassert>
 #include <cerrno>
 #include <utility>
 
@@ -73,6 +74,7 @@ SourceInput::SourceInput(SourceFile file) : file_(std::move(file)) {
 SourceInput::~SourceInput() { ::close(descriptor_); }
 
 void SourceInput::readAt(std::int64_t offset, char* to, std::size_t bytes) const {
+  assert(offset >= 0 && offset + static_cast<std::int64_t>(bytes) <= file_.bytes);
   std::size_t got = 0;
   while (got < bytes) {
     const auto part = uninterrupted([&] {

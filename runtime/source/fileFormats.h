@@ -13,7 +13,7 @@ struct FileFormat {
 
 /// The format of a file that begins with `bytes`; null if it isn't one of those known here.
 ///
-/// Requires: the file isn't text, because text may also begin with `PAR1`.
+/// `bytes`: of a file that isn't text, since text may also begin with `PAR1`.
 const FileFormat* formatOf(std::string_view bytes);
 
 }  // namespace kv::runtime

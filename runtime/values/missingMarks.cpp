@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cassert>
 #include <cmath>
 #include <concepts>
 #include <cstddef>
@@ -126,6 +127,7 @@ void writeMarkedDoubles(const Column& column, const RowOrdinals& rows, double* n
 }  // namespace
 
 host::Value toMarkedDoubles(const Chunk& array) {
+  assert(std::ranges::all_of(array.columns, &Column::isNullable));
   host::Value value = doublesLike(dimensionsOf(array));
   auto* numbers = static_cast<double*>(kxGetMutableData(value.get()));
   for (const Column& column : array.columns) {

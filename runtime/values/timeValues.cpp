@@ -1,10 +1,14 @@
 #include "kv/runtime/timeValues.h"
 
+#include <cassert>
+
+#include "column/elementTypes.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
 
 host::Value makeTimes(ElementType type, host::Value microseconds) {
+  assert(isTime(type) && kxGetClassID(microseconds.get()) == kxINT64_CLASS);
   return type == ElementType::Duration ? host::call(kDuration, {microseconds.get()})
                                        : host::call(kDateTime, {microseconds.get()});
 }

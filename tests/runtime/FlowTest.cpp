@@ -12,7 +12,6 @@
 #include "engine/runUnit.h"
 #include "kv/runtime/csv.h"
 #include "operator/AlignedRows.h"
-#include "runtime/NoFunctions.h"
 #include "runtime/RuntimeSession.h"
 #include "runtime/makeColumn.h"
 #include "runtime/readAll.h"
@@ -262,7 +261,7 @@ TEST_F(Flow, ReadingStopsWhenNoStepWantsMore) {
       outputs.push_back(4);
     }
     const Stage stage(std::move(steps), std::move(outputs));
-    NoFunctions functions;
+    UserFunctions functions;
     const CancellationToken never;
     const UnitResult result =
         runUnit(stage, StageRows(stage), Unit{}.toBytes(), functions, {pool.get(), never});

@@ -17,7 +17,6 @@
 #include "exchange/Scratch.h"
 #include "kv/errors/StepError.h"
 #include "operator/operators.h"
-#include "runtime/NoFunctions.h"
 #include "runtime/RuntimeSession.h"
 #include "runtime/makeColumn.h"
 #include "values/placesValues.h"
@@ -130,7 +129,7 @@ class Rows {
   /// The answers of an operator, fed with chunks and partitions of random sizes.
   std::vector<Chunk> run(const Operator& groups) {
     const auto& op = *groups.as<SinkOperator>();
-    NoFunctions functions;
+    UserFunctions functions;
     const auto merge = op.startMerge({0, "groups", functions});
     Chunk keys{.ordinals = RowOrdinals(0, std::ssize(values_))};
     keys.names = std::make_shared<const std::vector<std::string>>(keys_.size(), "key");

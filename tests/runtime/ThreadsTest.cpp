@@ -18,7 +18,6 @@
 #include "executor/threadCount.h"
 #include "kv/errors/StepError.h"
 #include "operator/operators.h"
-#include "runtime/NoFunctions.h"
 #include "runtime/RuntimeSession.h"
 
 namespace kv::runtime::test {
@@ -179,7 +178,7 @@ std::optional<errors::FailureRecord> runUnits(int threads, std::int64_t numParti
                                               SessionLease* lease = nullptr) {
   const auto source = std::make_shared<PacedSource>(numPartitions, std::move(open));
   const Stage stage({{makeRead(source)}, {makeCollect(), {{.index = 0}}}}, {1});
-  NoFunctions functions;
+  UserFunctions functions;
   const CancellationToken never;
   const ExecutionContext context{currentPool(), never};
   OrderedMerge merge(stage, functions, 9);

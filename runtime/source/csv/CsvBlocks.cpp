@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <utility>
 
@@ -66,6 +67,7 @@ arrow::csv::ParseOptions parseOptions() {
 std::int64_t CsvBlock::rows() const { return fields->num_rows(); }
 
 CsvBlock firstRecords(const CsvBlock& block, std::int64_t rows) {
+  assert(rows >= 1 && rows <= block.rows());
   CsvBlock first;
   first.firstRow = block.firstRow;
   first.byteOffset = block.byteOffset;
@@ -86,11 +88,14 @@ CsvBlocks::CsvBlocks(SourceFile file, ByteRange range, std::int64_t blockBytes)
       options_(parseOptions()),
       buffer_(blockBytes_ + 1, currentResource()),
       offset_(range.begin),
-      nextByte_(range.begin) {}
+      nextByte_(range.begin) {
+  assert(blockBytes >= 3);
+}
 
 CsvBlocks::~CsvBlocks() = default;
 
 std::vector<std::string> CsvBlocks::readHeader() {
+  assert(range_.begin == 0);
   refill();
   skipByteOrderMark();
   const std::optional<CsvBlock> header = nextOf(kAnyColumns, /*maxRows=*/1);

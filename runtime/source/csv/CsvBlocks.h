@@ -77,8 +77,8 @@ class CsvBlocks {
 
   /// The same for a part of the file.
   ///
-  /// Requires: a record begins at `range.begin`, or the file; another at `range.end`, or it is the
-  ///           end of the file.
+  /// `range`: a record begins at its begin, or the file; another at its end, or the file ends
+  /// there.
   CsvBlocks(SourceFile file, ByteRange range, std::int64_t blockBytes = kCsvBlockBytes);
   ~CsvBlocks();
   CsvBlocks(const CsvBlocks&) = delete;

@@ -1,6 +1,7 @@
 #include "source/csv/CsvDatastore.h"
 
 #include <algorithm>
+#include <cassert>
 #include <deque>
 #include <utility>
 
@@ -85,6 +86,7 @@ std::unique_ptr<ChunkReader> CsvDatastore::openPartition(
 }
 
 std::size_t CsvDatastore::fileNumber(std::int64_t partition) const {
+  assert(partition >= 0 && partition < numPartitions());
   return static_cast<std::size_t>(std::ranges::upper_bound(state_->ends, partition) -
                                   state_->ends.begin());
 }
@@ -96,6 +98,7 @@ std::int64_t CsvDatastore::estimateBytes(std::int64_t partition,
 }
 
 std::shared_ptr<const Datastore> CsvDatastore::cutFiner(std::int64_t count) const {
+  assert(count > numPartitions());
   std::int64_t bytes = 0;
   for (const SourceFile& file : table().files) {
     bytes += file.bytes;

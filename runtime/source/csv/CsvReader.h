@@ -16,7 +16,7 @@ namespace kv::runtime {
 /// are split into fields but not converted.
 class CsvReader final : public ChunkReader {
  public:
-  /// Requires: `range` is that of a CsvIndex, or the whole file; `columns` are in `schema`.
+  /// `range`: that of a CsvIndex, or the whole file.
   /// Errors:   "KALVEX:datastore:SourceChanged" if `file` isn't as recorded or has other columns
   ///           than `schema`, "KALVEX:datastore:UnknownColumn"; as for CsvBlocks.
   /// Lives:    `cancellation` outlives the reader.

@@ -1,6 +1,7 @@
 #include "source/csv/CsvTypeAdvice.h"
 
 #include <algorithm>
+#include <cassert>
 #include <vector>
 
 namespace kv::runtime {
@@ -35,6 +36,7 @@ const std::vector<Wider>& widerTypes() {
 }  // namespace
 
 ElementType typeThatHolds(const CsvBlock& block, const CsvColumn& column) {
+  assert(!column.convert(*block.fields).column);
   const auto row = std::ranges::find(widerTypes(), column.type(), &Wider::type);
   if (row == widerTypes().end()) {
     return String;

@@ -206,6 +206,7 @@ ArrayRows ArrayDatastore::select(const std::vector<std::string>& columns) const 
 }
 
 Chunk ArrayDatastore::preview(std::int64_t rows) const {
+  assert(rows >= 0);
   std::vector<std::string> columns;
   for (const ColumnInfo& info : schema()) {
     if (info.isReadable()) {

@@ -101,8 +101,8 @@ class ArrayDatastore final : public Datastore {
 /// Reads a partition of several such sources side by side, in one cut.
 class PositionReader {
  public:
-  /// `chunkRows`: rows to read at a time.
-  /// Requires: `cut` has the rows of the sources. Lives: `cancellation` outlives it.
+  /// `chunkRows`: rows to read at a time. `cut`: of the rows of the sources.
+  /// Lives: `cancellation` outlives it.
   PositionReader(std::vector<ArrayRows> sources, const PositionCut& cut, std::int64_t partition,
                  std::int64_t chunkRows, const CancellationToken& cancellation);
 

@@ -67,6 +67,7 @@ void requireSameSchema(const std::string& path, const Schema& schema, const std:
 ///
 /// Requires: the columns are the same.
 void addNullable(Schema& schema, const Schema& more) {
+  assert(schema.size() == more.size());
   for (std::size_t i = 0; i < schema.size(); ++i) {
     schema[i].isNullable |= more[i].isNullable;
   }

@@ -134,7 +134,7 @@ class AggregateState {
 
   /// Adds the rows of one chunk.
   ///
-  /// Requires: `column` has `ordinals.rows()` rows; ordinals ascend over all calls.
+  /// Requires: ordinals ascend over all calls.
   /// Errors: those of `aggregateType`; "KALVEX:function:BadTypes" if the type differs from that of
   ///         earlier chunks; "KALVEX:function:RowCounts".
   void update(const Column& column, const RowOrdinals& ordinals);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstdint>
 #include <memory>
 #include <memory_resource>
@@ -35,6 +36,7 @@ class RowOrdinals {
 
   /// Requires: 0 <= row < rows().
   std::int64_t at(std::int64_t row) const {
+    assert(row >= 0 && row < rows_);
     return list_ ? (*list_)[static_cast<std::size_t>(first_ + row)] : first_ + row;
   }
 
@@ -83,7 +85,10 @@ struct Chunk {
   std::int64_t rows() const { return ordinals.rows(); }
 
   /// Requires: an array.
-  ElementType type() const { return columns.front().type(); }
+  ElementType type() const {
+    assert(!columns.empty());
+    return columns.front().type();
+  }
   ArrayType arrayType() const { return {type(), trailing}; }
 
   /// Bytes that the columns occupy; counted against a memory limit.
