@@ -1,3 +1,7 @@
+// Rows are known by keys: of a source its identity, of filtered rows a hash of the rows before and
+// of what the condition was made from. So `x[x > 0] * y[x > 0]` is accepted and `x[x > 0] + x`
+// refused where it is written. Where a key can't be known, the run decides.
+
 #include "RowSpace.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,6 @@
+// Values of any type between the public interface and the host: `Elements` own or borrow plain
+// memory, so that a front end needs neither Arrow nor the host to make or read them.
+
 #include "kv/elements.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// Aggregates by key are recorded one by one, with the same keys; the plan runs them as one step.
+// So the rows of their results are known to go together.
+
 #include "kv/groups.h"
 
 #include <fmt/format.h>

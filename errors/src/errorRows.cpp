@@ -1,3 +1,6 @@
+// The tables of all floors are joined and sorted while this file is compiled, so the rows exist
+// before any code runs, and a mistake in one of them stops the build.
+
 #include <array>
 #include <iterator>
 
@@ -11,8 +14,6 @@
 #include "sinkRows.h"
 #include "sourceRows.h"
 
-// The tables of all floors are joined and sorted while this file is compiled, so the rows exist
-// before any code runs, and a mistake in one of them stops the build.
 namespace kv::errors {
 
 namespace {

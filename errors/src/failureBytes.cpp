@@ -1,10 +1,10 @@
+// The byte form: a tag, the place, then the error and its causes as a list, the outermost first.
+// What is read may come from another process: no length is trusted.
+
 #include <algorithm>
 
 #include "kv/errors/FailureRecord.h"
 #include "kv/errors/bytes.h"
-
-// The byte form: a tag, the place, then the error and its causes as a list, the outermost first.
-// What is read may come from another process: no length is trusted.
 
 namespace kv::errors {
 

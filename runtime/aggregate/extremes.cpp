@@ -1,3 +1,6 @@
+// Smallest and largest values of numbers and texts. Which rows come together doesn't matter, so
+// unlike sums they need no fixed blocks; lanes only allow vector instructions.
+
 #include <arrow/array/data.h>
 #include <arrow/type.h>
 

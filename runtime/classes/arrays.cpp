@@ -1,3 +1,6 @@
+// The functions of arrays that the core leaves to its host, or that take several arrays at once:
+// gather, clientforeach, broadcast.
+
 #include "classes/arrays.h"
 
 #include <algorithm>

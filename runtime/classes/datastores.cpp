@@ -1,3 +1,7 @@
+// Datastores as the core sees them: objects of a host class whose C++ part is a source. Besides
+// the methods that the core calls there are functions by which front ends open, describe and
+// combine sources.
+
 #include <optional>
 #include <vector>
 

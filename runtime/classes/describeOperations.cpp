@@ -1,3 +1,8 @@
+// What an operation object of the host means is read here, once, when its closure becomes a task.
+// After that the plan and the engine know operators only. The describing functions refuse what
+// can't run, since the user's line is still known then; what a constructor can refuse, the check of
+// the class refuses there.
+
 #include "classes/describeOperations.h"
 
 #include <fmt/core.h>
@@ -21,11 +26,6 @@
 #include "kv/errors/shownText.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
-
-// What an operation object of the host means is read here, once, when its closure becomes a task.
-// After that the plan and the engine know operators only. The describing functions refuse what
-// can't run, since the user's line is still known then; what a constructor can refuse, the check of
-// the class refuses there.
 
 namespace kv::runtime {
 

@@ -1,3 +1,8 @@
+// By the core's rule an elementwise operation whose inputs are there is evaluated at once, and its
+// result is the value of a new promise. The core gives the operation values alone, so the call that
+// records it is watched: which rows the inputs are is noted in their promises, and which rows the
+// outputs are belongs in theirs.
+
 #include "classes/directEvaluation.h"
 
 #include <algorithm>
@@ -20,11 +25,6 @@
 #include "values/columnValues.h"
 #include "values/hostNames.h"
 #include "values/placesValues.h"
-
-// By the core's rule an elementwise operation whose inputs are there is evaluated at once, and its
-// result is the value of a new promise. The core gives the operation values alone, so the call that
-// records it is watched: which rows the inputs are is noted in their promises, and which rows the
-// outputs are belongs in theirs.
 
 namespace kv::runtime {
 

@@ -1,3 +1,7 @@
+// Both executors run the same evaluation and differ in its number of threads, so the classes
+// contain no logic of their own. Besides the promises asked for, an evaluation completes those
+// whose values are whole anyway or are marked for reuse: a later plan then starts from them.
+
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -26,10 +30,6 @@
 #include "plan/missingColumns.h"
 #include "plan/rules/rules.h"
 #include "values/hostNames.h"
-
-// Both executors run the same evaluation and differ in its number of threads, so the classes
-// contain no logic of their own. Besides the promises asked for, an evaluation completes those
-// whose values are whole anyway or are marked for reuse: a later plan then starts from them.
 
 namespace kv::runtime {
 

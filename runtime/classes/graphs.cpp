@@ -1,3 +1,6 @@
+// Two small classes of the host's library that ClosureGraph needs to show a lazy graph:
+// categorical and digraph.
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>

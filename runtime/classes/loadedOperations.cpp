@@ -1,3 +1,7 @@
+// A loaded file may hold what no program can record. Two such forms would hurt: a closure with
+// other inputs than its operation, since operators index them without a check, and a long text that
+// many closures share, since a plan repeats it for each and a small file could become gigabytes.
+
 #include "classes/loadedOperations.h"
 
 #include <fmt/core.h>
@@ -12,10 +16,6 @@
 #include "classes/operationConstructor.h"
 #include "classes/operationTable.h"
 #include "values/hostNames.h"
-
-// A loaded file may hold what no program can record. Two such forms would hurt: a closure with
-// other inputs than its operation, since operators index them without a check, and a long text that
-// many closures share, since a plan repeats it for each and a small file could become gigabytes.
 
 namespace kv::runtime {
 

@@ -1,3 +1,6 @@
+// The constructor of an operation class follows from the inputs that its row names, which are a
+// small language: some are counts or flags of the base class, all others are properties.
+
 #include "classes/operationConstructor.h"
 
 #include <algorithm>
@@ -10,9 +13,6 @@
 #include "classes/definitionHelpers.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
-
-// The constructor of an operation class follows from the inputs that its row names, which are a
-// small language: some are counts or flags of the base class, all others are properties.
 
 namespace kv::runtime {
 

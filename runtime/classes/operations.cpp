@@ -1,3 +1,7 @@
+// How an operation becomes a task: its class describes it as an OpSpec, its functions and its line
+// go to a processor factory, and both to an ExecutionTask. Classes with a row in the table have no
+// other code; the native classes of the core are completed here with the same method.
+
 #include <fmt/core.h>
 
 #include <algorithm>

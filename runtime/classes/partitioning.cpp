@@ -1,3 +1,6 @@
+// Partition strategies of sources, which the core asks how rows are cut: by the files of a source,
+// by ranges that a user chose, or by the cuts of arrays in memory, which may be combined.
+
 #include <limits>
 
 #include "classes/DatastoreValue.h"

@@ -1,3 +1,7 @@
+// The core describes a composite processor as a graph of builder objects, in which ids may repeat
+// and edges name what they connect. Here it gets the methods that the core leaves to its host. Our
+// own passes need no such objects: the driver makes a stage of the steps of a plan.
+
 #include <algorithm>
 #include <string>
 #include <utility>
@@ -10,10 +14,6 @@
 #include "plan/Dependencies.h"
 #include "values/hostNames.h"
 #include "values/objects.h"
-
-// The core describes a composite processor as a graph of builder objects, in which ids may repeat
-// and edges name what they connect. Here it gets the methods that the core leaves to its host. Our
-// own passes need no such objects: the driver makes a stage of the steps of a plan.
 
 namespace kv::runtime {
 

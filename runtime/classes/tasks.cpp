@@ -1,3 +1,8 @@
+// The core asks for the tasks of a closure in two steps, both by the name createExecutionTasks. The
+// static method of the task graph, which is here, gets the closure and the tasks that are there
+// already; it finds the inputs of the closure among them and calls the method of the closure's
+// operation (operations.cpp, or a user's own class), which makes the tasks.
+
 #include <array>
 #include <atomic>
 #include <cassert>
@@ -12,11 +17,6 @@
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 #include "values/objects.h"
-
-// The core asks for the tasks of a closure in two steps, both by the name createExecutionTasks. The
-// static method of the task graph, which is here, gets the closure and the tasks that are there
-// already; it finds the inputs of the closure among them and calls the method of the closure's
-// operation (operations.cpp, or a user's own class), which makes the tasks.
 
 namespace kv::runtime {
 

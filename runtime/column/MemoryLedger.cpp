@@ -1,3 +1,6 @@
+// Bytes are charged before they are allocated, in one atomic step, so that threads together never
+// exceed the limit. The ledger lives as long as anything that was allocated from it.
+
 #include "column/MemoryLedger.h"
 
 #include <arrow/status.h>

@@ -1,3 +1,6 @@
+// Most cuts are regular: they need no list, so that an array of 10^12 generated rows costs nothing.
+// Each cut has one form: ends that are regular are never listed.
+
 #include "kv/runtime/PositionCut.h"
 
 #include <fmt/core.h>
@@ -9,9 +12,6 @@
 #include <numeric>
 #include <span>
 #include <utility>
-
-// Most cuts are regular: they need no list, so that an array of 10^12 generated rows costs nothing.
-// Each cut has one form: ends that are regular are never listed.
 
 namespace kv::runtime {
 

@@ -1,3 +1,6 @@
+// The system provides the pages of a mapping when they are first written. So a mapping of the whole
+// size costs nothing at first.
+
 #include "column/ResultBuffer.h"
 
 #include <sys/mman.h>
@@ -8,9 +11,6 @@
 #include <new>
 
 #include "column/pool.h"
-
-// The system provides the pages of a mapping when they are first written. So a mapping of the whole
-// size costs nothing at first.
 
 namespace kv::runtime {
 

@@ -1,3 +1,7 @@
+// A gathered value keeps the places of its rows: the cut of its source, and ordinals where rows
+// are missing. By these its rows can flow again with those of the source, in the same partitions
+// and chunks.
+
 #include "column/RowPlaces.h"
 
 #include <arrow/buffer.h>

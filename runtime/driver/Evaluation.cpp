@@ -1,3 +1,7 @@
+// Round by round, what the schedule finds is run here: tasks of the client at once, a pass as a
+// stage whose units are submitted one by one and merged as they end. Whole values are kept by task
+// until the end; only then are promises completed, all or none.
+
 #include "driver/Evaluation.h"
 
 #include <algorithm>
@@ -27,10 +31,6 @@
 #include "values/chunkValues.h"
 #include "values/columnValues.h"
 #include "values/placesValues.h"
-
-// Round by round, what the schedule finds is run here: tasks of the client at once, a pass as a
-// stage whose units are submitted one by one and merged as they end. Whole values are kept by task
-// until the end; only then are promises completed, all or none.
 
 namespace kv::runtime {
 

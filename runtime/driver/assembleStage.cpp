@@ -1,3 +1,8 @@
+// What a pass runs was decided by lowerPass(); here its steps get what belongs to the session: the
+// values that they take, as columns of the engine and as users' functions get them, and the
+// processor factories that have those functions. A step that a rule has changed has a description
+// of its own; no rule changes a step that calls a function.
+
 #include "driver/assembleStage.h"
 
 #include <algorithm>
@@ -10,11 +15,6 @@
 #include "kv/runtime/timeValues.h"
 #include "values/chunkValues.h"
 #include "values/columnValues.h"
-
-// What a pass runs was decided by lowerPass(); here its steps get what belongs to the session: the
-// values that they take, as columns of the engine and as users' functions get them, and the
-// processor factories that have those functions. A step that a rule has changed has a description
-// of its own; no rule changes a step that calls a function.
 
 namespace kv::runtime {
 

@@ -1,3 +1,6 @@
+// A function that takes rows in C++ needs no values of the host. So it is none: a name takes its
+// place in the graph, and the call goes to the receiver of the thread that evaluates.
+
 #include "driver/frames.h"
 
 #include <algorithm>
@@ -6,9 +9,6 @@
 #include "column/concatenate.h"
 #include "values/chunkValues.h"
 #include "values/hostNames.h"
-
-// A function that takes rows in C++ needs no values of the host. So it is none: a name takes its
-// place in the graph, and the call goes to the receiver of the thread that evaluates.
 
 namespace kv::runtime {
 

@@ -1,3 +1,8 @@
+// The only place that reads a task graph of the session. Tasks come in dependency order. Each
+// becomes plain values of the plan; what they can't express, such as objects and the contents of
+// values, goes to the handles, and the plan has its number. Users' own classes may bring tasks,
+// too, and a file may have damaged them, so nothing about their dependencies is taken for granted.
+
 #include "driver/readTaskGraph.h"
 
 #include <algorithm>
@@ -17,11 +22,6 @@
 #include "values/chunkValues.h"
 #include "values/hostNames.h"
 #include "values/placesValues.h"
-
-// The only place that reads a task graph of the session. Tasks come in dependency order. Each
-// becomes plain values of the plan; what they can't express, such as objects and the contents of
-// values, goes to the handles, and the plan has its number. Users' own classes may bring tasks,
-// too, and a file may have damaged them, so nothing about their dependencies is taken for granted.
 
 namespace kv::runtime {
 

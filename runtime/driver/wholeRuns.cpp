@@ -1,3 +1,7 @@
+// What an operation does when all its inputs are whole values: in the client, without chunks. The
+// table at the end has a function for each way in which an operation may run so. The results must
+// be those of a run over rows, so built-in operations use the same operators.
+
 #include "driver/wholeRuns.h"
 
 #include <fmt/core.h>

@@ -1,3 +1,8 @@
+// The rows of a stage come from its source or, if it has none, from values whose places agree. In
+// the second case only ordinals are read, and each value contributes its own rows by them. Users'
+// functions must see the same rows together for any reader, so with them rows are cut into pieces
+// here, before the first step.
+
 #include "engine/StageRows.h"
 
 #include <algorithm>
@@ -12,11 +17,6 @@
 #include "kv/errors/StepError.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "source/memory/ArrayDatastore.h"
-
-// The rows of a stage come from its source or, if it has none, from values whose places agree. In
-// the second case only ordinals are read, and each value contributes its own rows by them. Users'
-// functions must see the same rows together for any reader, so with them rows are cut into pieces
-// here, before the first step.
 
 namespace kv::runtime {
 

@@ -1,14 +1,14 @@
+// What a user's function sees follows from the data and the graph alone. So the number of rows that
+// was asked for with resizechunks goes along with an array like its rows: through filters, zips and
+// even values that were gathered. A function gets frames of as many rows of what it is applied to;
+// only where the rows aren't cut like that yet, a frame step is put before it.
+
 #include "engine/cuts.h"
 
 #include <algorithm>
 #include <cassert>
 #include <map>
 #include <tuple>
-
-// What a user's function sees follows from the data and the graph alone. So the number of rows that
-// was asked for with resizechunks goes along with an array like its rows: through filters, zips and
-// even values that were gathered. A function gets frames of as many rows of what it is applied to;
-// only where the rows aren't cut like that yet, a frame step is put before it.
 
 namespace kv::runtime {
 

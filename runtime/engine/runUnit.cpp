@@ -1,3 +1,12 @@
+// Each chunk of the source goes through all steps of segment 0 before the next is read. A step's
+// outputs stay in its slot until the last step that reads them has run, so that a long chain holds
+// few columns. A value that isn't known to be rows of the stage goes from step to step as it is:
+// what it means is up to the operator.
+//
+// A flow step starts a segment of its own. What it emits is pulled from it and goes through that
+// segment, chunk by chunk; of several flow steps with something to emit the last comes first. So
+// little waits between them, and a long chain of flow steps needs no recursion.
+
 #include "engine/runUnit.h"
 
 #include <fmt/core.h>
@@ -15,15 +24,6 @@
 #include "exchange/Scratch.h"
 #include "kv/errors/PassThrough.h"
 #include "source/ReadRetries.h"
-
-// Each chunk of the source goes through all steps of segment 0 before the next is read. A step's
-// outputs stay in its slot until the last step that reads them has run, so that a long chain holds
-// few columns. A value that isn't known to be rows of the stage goes from step to step as it is:
-// what it means is up to the operator.
-//
-// A flow step starts a segment of its own. What it emits is pulled from it and goes through that
-// segment, chunk by chunk; of several flow steps with something to emit the last comes first. So
-// little waits between them, and a long chain of flow steps needs no recursion.
 
 namespace kv::runtime {
 

@@ -1,12 +1,12 @@
+// A stage in bytes: a tag with the version of the form, the steps (operator, links, number of
+// outputs, label, origin, row space), the steps whose results it gives, and its inputs with their
+// rows. Users' functions aren't part of it: a step finds its function by its number.
+
 #include <utility>
 
 #include "column/bytes.h"
 #include "column/chunkBytes.h"
 #include "engine/Stage.h"
-
-// A stage in bytes: a tag with the version of the form, the steps (operator, links, number of
-// outputs, label, origin, row space), the steps whose results it gives, and its inputs with their
-// rows. Users' functions aren't part of it: a step finds its function by its number.
 
 namespace kv::runtime {
 

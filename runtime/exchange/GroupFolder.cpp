@@ -1,3 +1,9 @@
+// A group-by that doesn't fit in memory. The table of groups is frozen when it has grown to a
+// unit's share of the limit; from then on, rows of new keys go to one of 32 scratch files by the
+// hash of their key. Each file is folded in the same way afterwards, by other bits of the hash, so
+// that every group is one fold over its rows in their order, spilled or not. Partitions are merged
+// slot by slot.
+
 #include "exchange/GroupFolder.h"
 
 #include <algorithm>

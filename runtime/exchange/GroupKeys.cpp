@@ -1,3 +1,6 @@
+// Arrow's Grouper numbers keys fast, but takes -0 and 0, and each bit pattern of NaN, for keys of
+// their own. So columns get one form before they reach it.
+
 #include "exchange/GroupKeys.h"
 
 #include <arrow/array/array_base.h>

@@ -1,3 +1,7 @@
+// Numbers of groups come from the keys, and each function keeps its states in an array by that
+// number. So a chunk is folded column by column, and two tables are merged by looking up the keys
+// of one in the other.
+
 #include "exchange/GroupTable.h"
 
 #include <arrow/buffer.h>

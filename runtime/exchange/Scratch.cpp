@@ -1,3 +1,6 @@
+// A file is opened without a name (O_TMPFILE), or unlinked at once where the file system can't do
+// that: so a process that is killed leaves nothing either.
+
 #include "exchange/Scratch.h"
 
 #include <arrow/array/data.h>
@@ -24,9 +27,6 @@
 #include "column/allocate.h"
 #include "column/pool.h"
 #include "kv/errors/StepError.h"
-
-// A file is opened without a name (O_TMPFILE), or unlinked at once where the file system can't do
-// that: so a process that is killed leaves nothing either.
 
 namespace kv::runtime {
 

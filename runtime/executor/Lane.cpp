@@ -1,13 +1,13 @@
+// A waiting call is on the stack of its worker, which leaves only when the client has finished it
+// or cancelled it. Both happen on the client thread, so a call never runs after its worker has
+// left.
+
 #include "executor/Lane.h"
 
 #include <algorithm>
 #include <utility>
 
 #include "kv/runtime/Cancellation.h"
-
-// A waiting call is on the stack of its worker, which leaves only when the client has finished it
-// or cancelled it. Both happen on the client thread, so a call never runs after its worker has
-// left.
 
 namespace kv::runtime {
 

@@ -1,3 +1,7 @@
+// Two queues under one lock: units go to the workers, results come back. The client thread waits in
+// `next` for a result, a call of a user's function, or its next look at interrupts. Which worker
+// ran a unit, and when, can't be seen in its result; OrderedMerge restores the order of partitions.
+
 #include "executor/ThreadUnits.h"
 
 #include <pthread.h>
@@ -9,10 +13,6 @@
 
 #include "engine/Unit.h"
 #include "executor/WorkerFunctions.h"
-
-// Two queues under one lock: units go to the workers, results come back. The client thread waits in
-// `next` for a result, a call of a user's function, or its next look at interrupts. Which worker
-// ran a unit, and when, can't be seen in its result; OrderedMerge restores the order of partitions.
 
 namespace kv::runtime {
 

@@ -1,3 +1,6 @@
+// What an operator may take for granted of its inputs is checked here, once for all operators,
+// with the messages that a user sees.
+
 #include "operator/StepInputs.h"
 
 #include <fmt/core.h>

@@ -1,12 +1,12 @@
+// A function of chunks gets frames of the rows that are left, and returns as many rows as it likes.
+// These are rows of their own, numbered in each partition from 0.
+
 #include <cassert>
 #include <memory>
 #include <utility>
 
 #include "operator/NewRows.h"
 #include "operator/operators.h"
-
-// A function of chunks gets frames of the rows that are left, and returns as many rows as it likes.
-// These are rows of their own, numbered in each partition from 0.
 
 namespace kv::runtime {
 

@@ -1,13 +1,13 @@
+// Frames go to a function in the client, in the order of partitions. A unit keeps its frames, and
+// the merge hands them over; since few units run ahead of the merge, no more wait than those have.
+// Where order doesn't matter, or units run one by one, a unit hands its frames over itself.
+
 #include <cassert>
 #include <memory>
 #include <utility>
 
 #include "column/allocate.h"
 #include "operator/operators.h"
-
-// Frames go to a function in the client, in the order of partitions. A unit keeps its frames, and
-// the merge hands them over; since few units run ahead of the merge, no more wait than those have.
-// Where order doesn't matter, or units run one by one, a unit hands its frames over itself.
 
 namespace kv::runtime {
 

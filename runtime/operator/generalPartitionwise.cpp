@@ -1,3 +1,8 @@
+// The same for inputs that needn't have the same rows: each has frames of its own, and an input
+// that has ended comes without rows. The function returns rows that it is to get again, which
+// come before the next frame of their input. So that it sees the same however rows are read, it is
+// called when each input has a whole frame, or has ended.
+
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -10,11 +15,6 @@
 #include "kv/errors/StepError.h"
 #include "operator/NewRows.h"
 #include "operator/operators.h"
-
-// The same for inputs that needn't have the same rows: each has frames of its own, and an input
-// that has ended comes without rows. The function returns rows that it is to get again, which
-// come before the next frame of their input. So that it sees the same however rows are read, it is
-// called when each input has a whole frame, or has ended.
 
 namespace kv::runtime {
 

@@ -1,12 +1,12 @@
+// Rows by key. A unit folds its rows into a table of groups, whose states leave it; the tables of
+// all partitions are merged in a fixed tree, and the groups sorted by key at the end. So each group
+// is folded in the order of its rows, whatever else is in the table.
+
 #include <utility>
 #include <vector>
 
 #include "exchange/GroupFolder.h"
 #include "operator/operators.h"
-
-// Rows by key. A unit folds its rows into a table of groups, whose states leave it; the tables of
-// all partitions are merged in a fixed tree, and the groups sorted by key at the end. So each group
-// is folded in the order of its rows, whatever else is in the table.
 
 namespace kv::runtime {
 

@@ -1,3 +1,7 @@
+// The first rows of all partitions together. A unit keeps as many of its first rows, since it
+// doesn't know how many come before; the merge takes what is missing, in order, and needs no more
+// partitions when all are there. So little more is read than what they need.
+
 #include <algorithm>
 #include <cassert>
 #include <memory>
@@ -6,10 +10,6 @@
 #include "column/concatenate.h"
 #include "column/joinChunks.h"
 #include "operator/operators.h"
-
-// The first rows of all partitions together. A unit keeps as many of its first rows, since it
-// doesn't know how many come before; the merge takes what is missing, in order, and needs no more
-// partitions when all are there. So little more is read than what they need.
 
 namespace kv::runtime {
 

@@ -1,3 +1,7 @@
+// Users' functions by key. Of each frame, the first function gets the rows of one key at a time, in
+// order and without the keys, and returns one row. The second makes one row of up to 64 of these,
+// in a tree for each key: over the frames of a partition, then over partitions.
+
 #include <arrow/buffer.h>
 
 #include <algorithm>
@@ -14,10 +18,6 @@
 #include "kv/errors/StepError.h"
 #include "operator/operators.h"
 #include "operator/partials.h"
-
-// Users' functions by key. Of each frame, the first function gets the rows of one key at a time, in
-// order and without the keys, and returns one row. The second makes one row of up to 64 of these,
-// in a tree for each key: over the frames of a partition, then over partitions.
 
 namespace kv::runtime {
 

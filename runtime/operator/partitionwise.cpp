@@ -1,14 +1,14 @@
+// A function of partitions gets the frames of a partition one by one, is given its place, and
+// returns any number of rows and whether it is finished. While it isn't, it is called again: after
+// the last rows with none. So it is called in each partition, also in one without rows. A frame
+// waits until it is known whether it is the last.
+
 #include <memory>
 #include <utility>
 
 #include "column/concatenate.h"
 #include "operator/NewRows.h"
 #include "operator/operators.h"
-
-// A function of partitions gets the frames of a partition one by one, is given its place, and
-// returns any number of rows and whether it is finished. While it isn't, it is called again: after
-// the last rows with none. So it is called in each partition, also in one without rows. A frame
-// waits until it is known whether it is the last.
 
 namespace kv::runtime {
 

@@ -1,14 +1,14 @@
+// A user's reduction has two functions. The first makes a partial result of each frame of rows, as
+// a frame step before it cuts them; the second makes one partial result of up to 64 of either
+// function's, stacked output by output. It runs last in each partition and over all partitions, so
+// that it must accept what it returned.
+
 #include <optional>
 #include <utility>
 
 #include "aggregate/ReduceTree.h"
 #include "operator/operators.h"
 #include "operator/partials.h"
-
-// A user's reduction has two functions. The first makes a partial result of each frame of rows, as
-// a frame step before it cuts them; the second makes one partial result of up to 64 of either
-// function's, stacked output by output. It runs last in each partition and over all partitions, so
-// that it must accept what it returned.
 
 namespace kv::runtime {
 

@@ -1,3 +1,6 @@
+// Rows to the partitions that an index names. Each unit sorts its rows by target; a target has
+// those of source partition 0 first, in their order, then those of partition 1, and so on.
+
 #include <arrow/buffer.h>
 #include <fmt/format.h>
 
@@ -18,9 +21,6 @@
 #include "exchange/GroupKeys.h"
 #include "kv/errors/StepError.h"
 #include "operator/operators.h"
-
-// Rows to the partitions that an index names. Each unit sorts its rows by target; a target has
-// those of source partition 0 first, in their order, then those of partition 1, and so on.
 
 namespace kv::runtime {
 

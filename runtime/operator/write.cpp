@@ -1,3 +1,8 @@
+// A unit writes the rows of its partition to a file of its own. The merge gives the files of all
+// units their place, and the target its name once the last one is there. A run leaves nothing
+// unless it succeeds, so it may be repeated. The rows come in frames: how a source is read can't be
+// seen in the files.
+
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -6,11 +11,6 @@
 #include "column/concatenate.h"
 #include "operator/operators.h"
 #include "sink/PartWriter.h"
-
-// A unit writes the rows of its partition to a file of its own. The merge gives the files of all
-// units their place, and the target its name once the last one is there. A run leaves nothing
-// unless it succeeds, so it may be repeated. The rows come in frames: how a source is read can't be
-// seen in the files.
 
 namespace kv::runtime {
 

@@ -1,10 +1,10 @@
+// Where arrays of the same rows that are cut differently meet, a zip aligns them by ordinals: rows
+// of an input that is ahead wait, and what all inputs have goes on in chunks that share buffers.
+
 #include <memory>
 
 #include "operator/AlignedRows.h"
 #include "operator/operators.h"
-
-// Where arrays of the same rows that are cut differently meet, a zip aligns them by ordinals: rows
-// of an input that is ahead wait, and what all inputs have goes on in chunks that share buffers.
 
 namespace kv::runtime {
 

@@ -1,3 +1,9 @@
+// A value that a choice repeats has no rows of its own. It gets those of the other branch, and all
+// that is needed of them is their number. So they must not be those of a user's function, which
+// would be called for nothing, but those of what decides on them: the source or filter that they
+// come from. A filter's own outputs may be expensive; its condition, filtered as they are, has the
+// same rows. Such tasks are added only where a choice needs them.
+
 #include "plan/PlanBuilder.h"
 
 #include <algorithm>
@@ -5,12 +11,6 @@
 #include <memory>
 #include <span>
 #include <utility>
-
-// A value that a choice repeats has no rows of its own. It gets those of the other branch, and all
-// that is needed of them is their number. So they must not be those of a user's function, which
-// would be called for nothing, but those of what decides on them: the source or filter that they
-// come from. A filter's own outputs may be expensive; its condition, filtered as they are, has the
-// same rows. Such tasks are added only where a choice needs them.
 
 namespace kv::runtime {
 

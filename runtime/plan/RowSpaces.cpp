@@ -1,3 +1,14 @@
+// Rows go together if they are those of one source, changed in the same way. What changed them is
+// known before anything runs: a filter by its condition, and the condition by the operations that
+// made it. So each value gets a hash of its operation, with its options, and of the hashes of its
+// inputs; and rows get one of their source and of the conditions that they went through. A filter
+// that is recorded twice has the same hash. Users' functions are the same only if they are the same
+// object, and what draws random numbers is the same only as itself.
+//
+// Of a value that was computed in an earlier evaluation it isn't known what made it. What depends
+// on it is uncertain: it isn't refused here, and the run compares the numbers of the rows. The run
+// always does, so that two hashes that are equal by chance can't combine other rows.
+
 #include "plan/RowSpaces.h"
 
 #include <fmt/core.h>
@@ -10,17 +21,6 @@
 
 #include "column/bytes.h"
 #include "kv/errors/StepError.h"
-
-// Rows go together if they are those of one source, changed in the same way. What changed them is
-// known before anything runs: a filter by its condition, and the condition by the operations that
-// made it. So each value gets a hash of its operation, with its options, and of the hashes of its
-// inputs; and rows get one of their source and of the conditions that they went through. A filter
-// that is recorded twice has the same hash. Users' functions are the same only if they are the same
-// object, and what draws random numbers is the same only as itself.
-//
-// Of a value that was computed in an earlier evaluation it isn't known what made it. What depends
-// on it is uncertain: it isn't refused here, and the run compares the numbers of the rows. The run
-// always does, so that two hashes that are equal by chance can't combine other rows.
 
 namespace kv::runtime {
 

@@ -1,15 +1,15 @@
+// A round is two walks over the plan, in arrays by task. Backward from the results that are
+// missing: a task that is needed needs its inputs, either whole or flowing, and of a choice only
+// those of its branch. Forward: a task can run if all that it takes whole is there and all that
+// flows to it can run. Nothing is kept from one round to the next but what is done, so that a
+// branch that becomes known needs no repair of earlier decisions.
+
 #include "plan/Schedule.h"
 
 #include <algorithm>
 #include <stdexcept>
 
 #include "plan/RowSpaces.h"
-
-// A round is two walks over the plan, in arrays by task. Backward from the results that are
-// missing: a task that is needed needs its inputs, either whole or flowing, and of a choice only
-// those of its branch. Forward: a task can run if all that it takes whole is there and all that
-// flows to it can run. Nothing is kept from one round to the next but what is done, so that a
-// branch that becomes known needs no repair of earlier decisions.
 
 namespace kv::runtime {
 

@@ -1,3 +1,6 @@
+// The plan is run as the driver would run it, round by round, except that nothing is computed: each
+// pass is lowered by the function that lowers it for a run, and its steps are printed.
+
 #include "plan/describePlan.h"
 
 #include <fmt/core.h>
@@ -11,9 +14,6 @@
 #include "plan/RowSpaces.h"
 #include "plan/Schedule.h"
 #include "plan/lowerPass.h"
-
-// The plan is run as the driver would run it, round by round, except that nothing is computed: each
-// pass is lowered by the function that lowers it for a run, and its steps are printed.
 
 namespace kv::runtime {
 

@@ -1,3 +1,7 @@
+// A pass is lowered when it is about to run, and not before: only then is it known which branches
+// were chosen and which values are there. Each task looks up the links of its inputs by number, so
+// the cost is that of one walk over the plan.
+
 #include "plan/lowerPass.h"
 
 #include <cassert>
@@ -9,10 +13,6 @@
 
 #include "engine/cuts.h"
 #include "plan/Dependencies.h"
-
-// A pass is lowered when it is about to run, and not before: only then is it known which branches
-// were chosen and which values are there. Each task looks up the links of its inputs by number, so
-// the cost is that of one walk over the plan.
 
 namespace kv::runtime {
 

@@ -1,3 +1,7 @@
+// Another source, cut as a user's strategy says: several partitions as one, or some of them only.
+// Rows are numbered through in each new partition, so a reader passes from one of the source's
+// partitions to the next.
+
 #include "source/PartitionedSource.h"
 
 #include <cassert>

@@ -1,3 +1,7 @@
+// Arrays and tables between the engine and the host. A column of numbers without missing elements
+// shares its memory with the host value; anything else is copied: texts, arrays of several
+// columns, and nullable columns, which become doubles with marks.
+
 #include "values/chunkValues.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// Single columns between the engine and the host: which class has which type, and how they share
+// memory. A borrowed buffer keeps the value that it came from.
+
 #include "values/columnValues.h"
 
 #include <arrow/array/builder_binary.h>

@@ -1,3 +1,9 @@
+// The host's arrays have no place for missing elements, but users' functions get such arrays. So a
+// nullable column becomes doubles in which a missing element is a NaN whose bits name the column's
+// type: arithmetic treats it as any NaN, and an element that comes back unchanged is known again. A
+// result is taken for such a column only if it holds a mark and all other elements fit its type;
+// anything else is what it seems, doubles.
+
 #include "values/missingMarks.h"
 
 #include <arrow/buffer.h>
@@ -20,12 +26,6 @@
 #include "column/arrays.h"
 #include "column/elementTypes.h"
 #include "kv/host/errors.h"
-
-// The host's arrays have no place for missing elements, but users' functions get such arrays. So a
-// nullable column becomes doubles in which a missing element is a NaN whose bits name the column's
-// type: arithmetic treats it as any NaN, and an element that comes back unchanged is known again. A
-// result is taken for such a column only if it holds a mark and all other elements fit its type;
-// anything else is what it seems, doubles.
 
 namespace kv::runtime {
 

@@ -1,3 +1,7 @@
+// The places of a value are saved and pass through the host as a structure, which anyone can write.
+// So nothing in it is believed: numbers that would index past an array, or sum up to more than
+// fits, are refused here, since the engine doesn't check them again for each row.
+
 #include "values/placesValues.h"
 
 #include <algorithm>
@@ -10,10 +14,6 @@
 #include <utility>
 
 #include "values/columnValues.h"
-
-// The places of a value are saved and pass through the host as a structure, which anyone can write.
-// So nothing in it is believed: numbers that would index past an array, or sum up to more than
-// fits, are refused here, since the engine doesn't check them again for each row.
 
 namespace kv::runtime {
 

@@ -1,3 +1,6 @@
+// Results as people and as programs read them: numbers aligned at their point, or JSON with the
+// same digits.
+
 #include "results.h"
 
 #include <fmt/format.h>

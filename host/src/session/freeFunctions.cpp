@@ -1,12 +1,12 @@
+// Numbers and texts have no home: sessions may share them. Containers and handles belong to a
+// session, so `carry` makes them anew around the same numbers and texts.
+
 #include "kv/host/freeFunctions.h"
 
 #include <cassert>
 
 #include "session/SessionState.h"
 #include "session/programDefinitions.h"
-
-// Numbers and texts have no home: sessions may share them. Containers and handles belong to a
-// session, so `carry` makes them anew around the same numbers and texts.
 
 namespace kv::host {
 

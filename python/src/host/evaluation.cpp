@@ -1,3 +1,7 @@
+// While an evaluation runs without the interpreter's lock, Python must still get its signals and
+// see progress. The calling thread takes the lock a few times a second for both; a signal handler
+// that raises ends the evaluation.
+
 #include "evaluation.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Which threads may run Python, and until when. A thread that asks for the lock of an interpreter
+// that has ended would be ended in the middle of our code. So code that may run Python is counted;
+// the end of the interpreter waits a while for it, and a thread that comes later sleeps for good.
+
 #include "interpreter.h"
 
 #include <pthread.h>

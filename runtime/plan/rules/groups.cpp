@@ -1,3 +1,7 @@
+// Steps by the same keys become one, which is put at the end: no step takes what another ends. Its
+// values are those of each step, in order, so the results of a step are a run of them. The steps
+// that it replaces have no reader then, and lowering drops them.
+
 #include <algorithm>
 #include <map>
 #include <tuple>
@@ -5,10 +9,6 @@
 #include <vector>
 
 #include "plan/rules/rules.h"
-
-// Steps by the same keys become one, which is put at the end: no step takes what another ends. Its
-// values are those of each step, in order, so the results of a step are a run of them. The steps
-// that it replaces have no reader then, and lowering drops them.
 
 namespace kv::runtime {
 

@@ -1,3 +1,9 @@
+// A row group may be skipped if no row of it can get through the filters between the read and
+// everything else. So from the reads on, the rule follows the rows through steps that do nothing
+// but compute on rows, and notes for each step the conditions that its rows have passed. Where a
+// row leaves these steps, for an aggregate or a user-defined function, its conditions count; what
+// all such rows have passed is given to the read. The filters stay as they are.
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -11,12 +17,6 @@
 #include <vector>
 
 #include "plan/rules/rules.h"
-
-// A row group may be skipped if no row of it can get through the filters between the read and
-// everything else. So from the reads on, the rule follows the rows through steps that do nothing
-// but compute on rows, and notes for each step the conditions that its rows have passed. Where a
-// row leaves these steps, for an aggregate or a user-defined function, its conditions count; what
-// all such rows have passed is given to the read. The filters stay as they are.
 
 namespace kv::runtime {
 

@@ -1,3 +1,6 @@
+// Partitions are byte ranges of each file, whose number follows from the sizes of the files alone.
+// Where the records of a range begin is found when the range is opened.
+
 #include "source/csv/CsvDatastore.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Ranges are examined in order as partitions are opened, by whichever thread comes first; others
+// wait for it only if they need the same range. The state at a cut is that of all ranges before
+// it, composed. From there a few bytes are looked at to find the next record.
+
 #include "source/csv/CsvIndex.h"
 
 #include <algorithm>

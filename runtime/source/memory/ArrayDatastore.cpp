@@ -1,3 +1,7 @@
+// Memory has no name that another process knows, so arrays in memory are identified by a token: a
+// random number of the process and a counter. A description leads to them through a list of all
+// that are alive. Generated arrays are identified, and described, by what generates them.
+
 #include "source/memory/ArrayDatastore.h"
 
 #include <fmt/core.h>
@@ -17,10 +21,6 @@
 #include "kv/errors/shownText.h"
 #include "source/Fingerprint.h"
 #include "source/memory/generators.h"
-
-// Memory has no name that another process knows, so arrays in memory are identified by a token: a
-// random number of the process and a counter. A description leads to them through a list of all
-// that are alive. Generated arrays are identified, and described, by what generates them.
 
 namespace kv::runtime {
 

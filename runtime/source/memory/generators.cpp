@@ -1,3 +1,6 @@
+// A generated element is a function of its position, so that any rows can be made at any time, by
+// any thread, in any cut. Each kind is one class: what it computes, and its form in bytes.
+
 #include "source/memory/generators.h"
 
 #include <arrow/array/builder_binary.h>
@@ -26,9 +29,6 @@
 #include "kv/runtime/memory.h"
 #include "source/memory/ArrayDatastore.h"
 #include "source/memory/cutOf.h"
-
-// A generated element is a function of its position, so that any rows can be made at any time, by
-// any thread, in any cut. Each kind is one class: what it computes, and its form in bytes.
 
 namespace kv::runtime {
 

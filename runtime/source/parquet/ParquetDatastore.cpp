@@ -1,3 +1,7 @@
+// Partitions are runs of row groups, which follow from the footers alone. A footer is parsed once,
+// when its file is opened or, for a table from a description, when the first of its partitions is,
+// and given to all readers.
+
 #include "source/parquet/ParquetDatastore.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// What a file says of itself, and may say wrongly: sizes, types and numbers of rows are checked
+// here before anything relies on them.
+
 #include "source/parquet/ParquetFooter.h"
 
 #include <arrow/status.h>
