@@ -221,8 +221,9 @@ class RowStream final : public OpenStream,
 
   void end(Ending ending) noexcept {
     const std::lock_guard lock(mutex_);
-    ending_ = isStopped_ && ending.code == 0 ? Ending{ECANCELED, "the stream was stopped"}
-                                             : std::move(ending);
+    const bool hasFailed = ending.code != 0 && ending.code != EINTR;  // a stop interrupts
+    ending_ =
+        isStopped_ && !hasFailed ? Ending{ECANCELED, "the stream was stopped"} : std::move(ending);
     isDone_ = true;
     changed_.notify_all();
   }
