@@ -19,6 +19,7 @@ Array writeArrays(Session& session, std::span<const Array> arrays,
     inputs.give(host::makeString(options.format));
     inputs.give(host::makeLogical(options.overwrite));
     inputs.give(host::makeStringColumn(names));
+    inputs.give(host::makeStringColumn(options.partitionBy));
     for (const Array& array : arrays) {
       inputs.lend(array.handle().value);
     }

@@ -1,12 +1,14 @@
 """Writing rows to files."""
 
 import os
+from collections.abc import Sequence
 from typing import Any, Literal
 
 from ._errors import array_error
 
 Path = str | os.PathLike[str]
 Mode = Literal["error", "overwrite"]
+Keys = str | Sequence[str] | None
 
 
 class TableWriting:
@@ -16,6 +18,7 @@ class TableWriting:
     folder with a file for each partition. It appears whole or not at all.
 
     mode: "error" refuses a path that exists; "overwrite" replaces what was written there before.
+    partition_by: columns whose values name folders, `key=value/`, instead of being in the files.
     compute: False returns an array that writes when it is computed, and shares its pass with others
         in `kv.compute`.
 
@@ -24,7 +27,9 @@ class TableWriting:
 
     __slots__ = ()
 
-    def write_parquet(self, path: Path, mode: Mode = "error", compute: bool = True) -> Any:
+    def write_parquet(
+        self, path: Path, mode: Mode = "error", partition_by: Keys = None, compute: bool = True
+    ) -> Any:
         """Writes Parquet, with zstd and statistics; see `kv.Table`.
 
         >>> t = kv.read("data/flights.csv")
@@ -35,19 +40,25 @@ class TableWriting:
         >>> kv.compute(t.arr_delay.max(), done)
         (np.float64(1272.0), np.int64(27789))
         """
-        return _write(self, path, "parquet", mode, compute)
+        return _write(self, path, "parquet", mode, compute, partition_by)
 
-    def write_csv(self, path: Path, mode: Mode = "error", compute: bool = True) -> Any:
+    def write_csv(
+        self, path: Path, mode: Mode = "error", partition_by: Keys = None, compute: bool = True
+    ) -> Any:
         """Writes CSV with a header, in UTF-8; missing values are empty fields."""
-        return _write(self, path, "csv", mode, compute)
+        return _write(self, path, "csv", mode, compute, partition_by)
 
-    def write_ipc(self, path: Path, mode: Mode = "error", compute: bool = True) -> Any:
+    def write_ipc(
+        self, path: Path, mode: Mode = "error", partition_by: Keys = None, compute: bool = True
+    ) -> Any:
         """Writes Arrow's IPC file format (`.arrow`, `.feather`, `.ipc`), not compressed."""
-        return _write(self, path, "ipc", mode, compute)
+        return _write(self, path, "ipc", mode, compute, partition_by)
 
-    def write_npy(self, path: Path, mode: Mode = "error", compute: bool = True) -> Any:
+    def write_npy(
+        self, path: Path, mode: Mode = "error", partition_by: Keys = None, compute: bool = True
+    ) -> Any:
         """Writes columns of one type as an n-by-k array, for `numpy.load`."""
-        return _write(self, path, "npy", mode, compute)
+        return _write(self, path, "npy", mode, compute, partition_by)
 
 
 class ArrayWriting:
@@ -68,7 +79,9 @@ class ArrayWriting:
         return _write(self, path, "npy", mode, compute)
 
 
-def _write(rows: Any, path: Path, format: str, mode: str, compute: bool) -> Any:
+def _write(
+    rows: Any, path: Path, format: str, mode: str, compute: bool, partition_by: Keys = None
+) -> Any:
     """The number of rows, or an array that writes them when it is computed."""
     from ._array import Array
     from ._table import Table
@@ -77,5 +90,7 @@ def _write(rows: Any, path: Path, format: str, mode: str, compute: bool) -> Any:
         raise array_error("KALVEX:sink:Mode", str(mode))
     session = rows._session
     record = session._native.write_table if isinstance(rows, Table) else session._native.write_array
-    written = Array(record(rows._handle, os.fspath(path), format, mode == "overwrite"), session)
+    keys = [partition_by] if isinstance(partition_by, str) else list(partition_by or ())
+    handle = record(rows._handle, os.fspath(path), format, mode == "overwrite", keys)
+    written = Array(handle, session)
     return written.item() if compute else written

@@ -47,6 +47,9 @@ def test_a_folder_and_another_answer_share_a_pass(tmp_path: Path) -> None:
     assert kv.compute(table.x.sum(), done)[1] == 3
     assert kv.facts().passes == 1
     assert pq.read_table(tmp_path / "out").num_rows == 3
+    table.write_csv(tmp_path / "keyed", partition_by="s")
+    folders = sorted(path.name for path in (tmp_path / "keyed").iterdir())
+    assert folders == ["_kv_manifest.json", "s=%C3%BC", "s=__HIVE_DEFAULT_PARTITION__", "s=a"]
 
 
 def test_what_exists_is_replaced_only_if_that_is_asked_for(tmp_path: Path) -> None:

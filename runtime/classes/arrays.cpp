@@ -115,20 +115,20 @@ void clientForeach(const Call& call) {
   call.out(0, host::call("gather", {stopped.get()}));
 }
 
-/// rows = kv.write(path, format, overwrites, names, x...): the number of rows, once those of the
-/// arrays are written, as the columns of a table with these names. Without names there is one
-/// array.
+/// rows = kv.write(path, format, overwrites, names, partitionBy, x...): the number of rows, once
+/// those of the arrays are written, as the columns of a table with these names. Without names there
+/// is one array.
 void writeRows(const Call& call) {
-  call.expect(1, 5, -1);
+  call.expect(1, 6, -1);
   const WriteTarget target =
       targetOf(host::toText(call.in(0)), host::toText(call.in(1)), host::toLogical(call.in(2)));
   const Value path = host::makeString(target.path + (target.isFolder ? "/" : ""));
-  const int numArrays = call.nrhs - 4;
+  const int numArrays = call.nrhs - 5;
   const Value count = host::makeDouble(numArrays);
-  const Value operation =
-      host::call(kWriteOperation, {path.get(), call.in(1), call.in(2), call.in(3), count.get()});
+  const Value operation = host::call(
+      kWriteOperation, {path.get(), call.in(1), call.in(2), call.in(3), call.in(4), count.get()});
   std::vector<const kxArray*> inputs{operation.get()};
-  inputs.insert(inputs.end(), call.prhs + 4, call.prhs + call.nrhs);
+  inputs.insert(inputs.end(), call.prhs + 5, call.prhs + call.nrhs);
   call.out(0, host::call("applyOperationBuiltin", inputs));
 }
 

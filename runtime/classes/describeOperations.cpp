@@ -119,10 +119,10 @@ std::int64_t headRows(const kxArray* rows) {
 
 /// The target of an operation that writes, which a file may have been made to hold anything in.
 WriteTarget targetIn(const kxArray* path, const kxArray* format, const kxArray* overwrites,
-                     const kxArray* names, std::size_t numInputs) {
+                     const kxArray* names, const kxArray* partitionBy, std::size_t numInputs) {
   WriteTarget target =
       targetOf(host::toText(path), host::toText(format), host::toLogical(overwrites));
-  target.names = host::toTexts(names);
+  setColumns(target, host::toTexts(names), host::toTexts(partitionBy));
   const std::size_t expected = std::max<std::size_t>(target.names.size(), 1);
   requireArity(kWriteOperation, {expected, expected}, numInputs, 1);
   return target;
@@ -301,14 +301,15 @@ void describeForeach(const kxArray* operation, OpSpec& spec) {
 }
 
 void checkWrite(const Call& call) {
-  targetIn(call.in(1), call.in(2), call.in(3), call.in(4), host::toCount(call.in(5), kMaxCount));
+  targetIn(call.in(1), call.in(2), call.in(3), call.in(4), call.in(5),
+           host::toCount(call.in(6), kMaxCount));
 }
 
 void describeWrite(const kxArray* operation, OpSpec& spec) {
   const auto property = [&](kcos::NameRef name) { return host::getProperty(operation, name); };
   WriteTarget target =
       targetIn(property("Path").get(), property("Format").get(), property("IsOverwriting").get(),
-               property("Names").get(), spec.numInputs);
+               property("Names").get(), property("PartitionBy").get(), spec.numInputs);
   spec.label = "write " + target.path;
   spec.op = makeWrite(std::move(target));
   spec.wholeRun = WholeRun::RunOperator;

@@ -74,7 +74,7 @@ std::span<const OperationClass> operationClasses() {
       {kForeachOperation,
        {"FunctionHandle", "IsOrdered", "NumInputs"}, kHandedOver, describeForeach},
       {kWriteOperation,
-       {"Path", "Format", "IsOverwriting", "Names", "NumInputs"}, kHandedOver, describeWrite,
+       {"Path", "Format", "IsOverwriting", "Names", "PartitionBy", "NumInputs"}, kHandedOver, describeWrite,
        checkWrite},
       {kInvalidOperation,
        {"SavedVersion"}, kSource, describeInvalid},

@@ -19,6 +19,7 @@ namespace kv::runtime {
 namespace {
 
 constexpr std::int64_t kWaitingBytes = std::int64_t{256} << 10;
+constexpr std::int64_t kSeldomBytes = std::int64_t{64} << 10;
 constexpr mode_t kNewFileMode = 0666;
 
 /// Makes a system call until no signal interrupts it.
@@ -62,24 +63,45 @@ void raiseCannotWrite(const std::string& path, int error, std::int64_t bytes) {
   raiseCannotWrite(path, std::generic_category().message(error), bytes);
 }
 
-OutputFile::OutputFile(const std::string& path, std::string target)
-    : target_(std::move(target)), waiting_(allocateBuffer(kWaitingBytes)) {
-  file_ = retried([&] {
-    return ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kNewFileMode);
-  });
+/// Calls `call` with the file's descriptor; -1 if it can't be opened.
+template <class Call>
+auto OutputFile::withFile(int flags, Call&& call) {
   if (file_ < 0) {
+    file_ = retried([&] {
+      return ::open(path_.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | flags, kNewFileMode);
+    });
+  }
+  const auto result = file_ < 0 ? -1 : call();
+  if (open_ == OpenFile::Seldom && file_ >= 0) {
+    const int error = errno;
+    ::close(std::exchange(file_, -1));
+    errno = error;
+  }
+  return result;
+}
+
+OutputFile::OutputFile(std::string path, std::string target, OpenFile open)
+    : path_(std::move(path)),
+      target_(std::move(target)),
+      open_(open),
+      waiting_(allocateBuffer(open == OpenFile::Seldom ? kSeldomBytes : kWaitingBytes)) {
+  if (withFile(O_CREAT | O_TRUNC, [] { return 0; }) != 0) {
     raiseCannotWrite(target_, errno, 0);
   }
 }
 
-OutputFile::~OutputFile() { ::close(file_); }
+OutputFile::~OutputFile() {
+  if (file_ >= 0) {
+    ::close(file_);
+  }
+}
 
 arrow::Status OutputFile::Write(const void* data, std::int64_t bytes) {
-  if (waitingBytes_ + bytes > kWaitingBytes) {
+  if (waitingBytes_ + bytes > waiting_->size()) {
     ARROW_RETURN_NOT_OK(Flush());
   }
   bytes_ += bytes;
-  if (bytes > kWaitingBytes) {
+  if (bytes > waiting_->size()) {
     return writeOut(static_cast<const char*>(data), bytes);
   }
   if (bytes > 0) {
@@ -95,13 +117,16 @@ arrow::Status OutputFile::Flush() {
 
 arrow::Status OutputFile::writeOut(const char* data, std::int64_t bytes) {
   while (bytes > 0 && error_ == 0) {
-    const ssize_t done =
-        retried([&] { return ::write(file_, data, static_cast<std::size_t>(bytes)); });
+    const ssize_t done = withFile(0, [&] {
+      return retried(
+          [&] { return ::pwrite(file_, data, static_cast<std::size_t>(bytes), onDisk_); });
+    });
     if (done <= 0) {
       return failed(done == 0 ? EIO : errno);
     }
     data += done;
     bytes -= done;
+    onDisk_ += done;
   }
   return error_ == 0 ? arrow::Status::OK() : failed(error_);
 }
@@ -118,7 +143,9 @@ void OutputFile::put(std::string_view bytes) {
 void OutputFile::putFirst(std::string_view bytes) {
   check(Flush());
   const auto size = static_cast<ssize_t>(bytes.size());
-  if (retried([&] { return ::pwrite(file_, bytes.data(), bytes.size(), 0); }) != size) {
+  const ssize_t done = withFile(
+      0, [&] { return retried([&] { return ::pwrite(file_, bytes.data(), bytes.size(), 0); }); });
+  if (done != size) {
     raiseCannotWrite(target_, errno, bytes_);
   }
 }
@@ -138,7 +165,7 @@ void OutputFile::append(const std::string& path, std::int64_t first, std::int64_
   }
   check(Flush());
   while (first < last) {
-    const std::int64_t wanted = std::min(kWaitingBytes, last - first);
+    const std::int64_t wanted = std::min(waiting_->size(), last - first);
     const ssize_t read = retried([&] {
       return ::pread(input.get(), waiting_->mutable_data(), static_cast<std::size_t>(wanted),
                      first);
@@ -154,7 +181,7 @@ void OutputFile::append(const std::string& path, std::int64_t first, std::int64_
 
 void OutputFile::sync() {
   check(Flush());
-  if (retried([&] { return ::fsync(file_); }) != 0) {
+  if (withFile(0, [&] { return retried([&] { return ::fsync(file_); }); }) != 0) {
     raiseCannotWrite(target_, errno, bytes_);
   }
 }

@@ -15,6 +15,9 @@ namespace kv::runtime {
 [[noreturn]] void raiseCannotWrite(const std::string& path, int error, std::int64_t bytes);
 [[noreturn]] void raiseCannotWrite(const std::string& path, std::string reason, std::int64_t bytes);
 
+/// Whether a file is kept open while it is written. Of many files, each is opened for some bytes.
+enum class OpenFile : std::uint8_t { Always, Seldom };
+
 /// A new file, which Arrow's writers write to. It notes why it couldn't be written, which a status
 /// of Arrow doesn't carry.
 ///
@@ -24,7 +27,7 @@ class OutputFile final : public arrow::io::OutputStream {
   /// `path`: in a staging folder; a file of that name is replaced, a link isn't followed.
   /// `target`: the user's path, for messages.
   /// Errors: as `raiseCannotWrite`.
-  OutputFile(const std::string& path, std::string target);
+  OutputFile(std::string path, std::string target, OpenFile open = OpenFile::Always);
   ~OutputFile() override;
 
   arrow::Status Write(const void* data, std::int64_t bytes) override;
@@ -60,11 +63,16 @@ class OutputFile final : public arrow::io::OutputStream {
   }
 
  private:
+  template <class Call>
+  auto withFile(int flags, Call&& call);
   arrow::Status failed(int error);
   arrow::Status writeOut(const char* data, std::int64_t bytes);
 
+  std::string path_;
   std::string target_;
-  int file_;
+  OpenFile open_;
+  int file_ = -1;
+  std::int64_t onDisk_ = 0;
   int error_ = 0;
   std::int64_t bytes_ = 0;
   std::shared_ptr<arrow::Buffer> waiting_;  ///< small writes, joined

@@ -140,7 +140,7 @@ std::string stagedPath(const WriteTarget& target) { return stagingPath(target) +
 std::string piecesPath(const WriteTarget& target) { return stagingPath(target) + "/pieces"; }
 
 void makeFolder(const std::string& path, const WriteTarget& target) {
-  if (::mkdir(path.c_str(), kNewFolderMode) != 0) {
+  if (::mkdir(path.c_str(), kNewFolderMode) != 0 && errno != EEXIST) {
     raiseCannotWrite(target.path, errno, 0);
   }
 }
@@ -176,8 +176,11 @@ StagingFolder::~StagingFolder() {
   ::close(folder_);
 }
 
-void StagingFolder::commit() {
+void StagingFolder::commit(const std::vector<std::string>& folders) {
   const std::string content = stagedPath(target_);
+  for (const std::string& folder : folders) {
+    syncFolder(content + '/' + folder, target_);
+  }
   if (target_.isFolder) {
     syncFolder(content, target_);
   }

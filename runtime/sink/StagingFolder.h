@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "sink/WriteTarget.h"
 
@@ -25,11 +26,12 @@ class StagingFolder {
   StagingFolder(const StagingFolder&) = delete;
   StagingFolder& operator=(const StagingFolder&) = delete;
 
-  /// Gives the content the target's name. All its files are synced.
+  /// Gives the content the target's name. All its files are synced; `folders` are those in it, the
+  /// deepest first.
   /// Errors: those of checkTarget(), if something took the name in the meantime;
   ///         "KALVEX:sink:CannotWrite". The target is as it was then; only if the folder above it
   ///         can't be synced, at the very end, is it already the new one.
-  void commit();
+  void commit(const std::vector<std::string>& folders);
 
  private:
   const WriteTarget& target_;
@@ -43,6 +45,7 @@ std::string stagedPath(const WriteTarget& target);
 /// A folder for the pieces of a file, beside it in the staging folder.
 std::string piecesPath(const WriteTarget& target);
 
+/// Makes a folder unless there is one.
 /// Errors: "KALVEX:sink:CannotWrite" with the target's path.
 void makeFolder(const std::string& path, const WriteTarget& target);
 

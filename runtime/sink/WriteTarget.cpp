@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -14,6 +15,7 @@
 #include <utility>
 
 #include "kv/errors/StepError.h"
+#include "kv/errors/shownText.h"
 #include "sink/RowWriter.h"
 
 namespace kv::runtime {
@@ -115,6 +117,7 @@ void WriteTarget::write(ByteWriter& bytes) const {
   bytes.flag(isFolder);
   bytes.flag(overwrites);
   bytes.texts(names);
+  bytes.texts(partitionBy);
   bytes.text(token);
 }
 
@@ -123,13 +126,38 @@ WriteTarget WriteTarget::read(ByteReader& bytes) {
   target.isFolder = bytes.flag();
   target.overwrites = bytes.flag();
   target.names = bytes.texts();
+  target.partitionBy = bytes.texts();
   target.token = bytes.text();
   const bool isToken = target.token.size() == kTokenDigits &&
                        target.token.find_first_not_of("0123456789abcdef") == std::string::npos;
-  if (!isToken || findSinkFormat(target.format) == nullptr || !target.path.starts_with('/')) {
+  const bool areKeys = std::ranges::all_of(target.partitionBy, [&](const std::string& key) {
+    return std::ranges::find(target.names, key) != target.names.end();
+  });
+  if (!isToken || !areKeys || findSinkFormat(target.format) == nullptr ||
+      !target.path.starts_with('/')) {
     bytes.refuse();
   }
   return target;
+}
+
+void setColumns(WriteTarget& target, std::vector<std::string> names,
+                std::vector<std::string> partitionBy) {
+  for (const std::string& key : partitionBy) {
+    if (std::ranges::find(names, key) == names.end()) {
+      errors::raiseStep("KALVEX:array:UnknownColumn", {key, errors::shownNames(names)});
+    }
+    if (std::ranges::count(partitionBy, key) > 1) {
+      errors::raiseStep("KALVEX:array:SameName", {key});
+    }
+  }
+  if (!partitionBy.empty() && !target.isFolder) {
+    errors::raiseStep("KALVEX:sink:NeedsFolder", {target.path});
+  }
+  if (!partitionBy.empty() && partitionBy.size() == names.size()) {
+    errors::raiseStep("KALVEX:sink:OnlyKeys", {errors::shownNames(names)});
+  }
+  target.names = std::move(names);
+  target.partitionBy = std::move(partitionBy);
 }
 
 WriteTarget targetOf(const std::string& path, std::string_view format, bool overwrites) {

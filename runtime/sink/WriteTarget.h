@@ -18,8 +18,9 @@ struct WriteTarget {
   std::string format{};   ///< a name in the table of formats
   bool isFolder = false;  ///< a folder with a file for each partition; otherwise one file
   bool overwrites = false;
-  std::vector<std::string> names{};  ///< of the columns of a table; none for an array
-  std::string token{};               ///< identifies this run of the sink; 32 hexadecimal digits
+  std::vector<std::string> names{};        ///< of the columns of a table; none for an array
+  std::vector<std::string> partitionBy{};  ///< of the names, those whose values name folders
+  std::string token{};  ///< identifies this run of the sink; 32 hexadecimal digits
 
   bool operator==(const WriteTarget&) const = default;
 
@@ -28,6 +29,14 @@ struct WriteTarget {
   /// Errors: "KALVEX:executor:BadBytes".
   static WriteTarget read(ByteReader& bytes);
 };
+
+/// Sets the columns of a target.
+///
+/// Errors: "KALVEX:array:UnknownColumn" for a key that isn't a column; "KALVEX:array:SameName" for
+///         one that is given twice; "KALVEX:sink:NeedsFolder" for keys of a single file;
+///         "KALVEX:sink:OnlyKeys" if all columns are keys.
+void setColumns(WriteTarget& target, std::vector<std::string> names,
+                std::vector<std::string> partitionBy);
 
 /// The target that a path means. A path with an ending of the format is a file; any other, and one
 /// that ends with a slash, is a folder. `format`: a name; if it is empty, the ending decides, and

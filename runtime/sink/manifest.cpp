@@ -27,20 +27,22 @@ std::string quoted(std::string_view text) {
 
 }  // namespace
 
-std::string manifestOf(const WriteTarget& target, const SinkSchema& schema,
-                       std::span<const WrittenPart> parts) {
+std::string manifestOf(const WriteTarget& target, const SinkSchema& schema, std::int64_t rows,
+                       std::span<const WrittenFile> written) {
   std::string columns;
   for (std::size_t i = 0; i < schema.types.size(); ++i) {
     columns += fmt::format(R"({}    {{"name": {}, "type": "{}"}})", i == 0 ? "" : ",\n",
                            schema.isArray() ? "null" : quoted(schema.names[i]),
                            elementTypeName(schema.types[i]));
   }
+  std::string keys;
+  for (const std::string& key : target.partitionBy) {
+    keys += (keys.empty() ? "" : ", ") + quoted(key);
+  }
   std::string files;
-  std::int64_t rows = 0;
-  for (const WrittenPart& part : parts) {
+  for (const WrittenFile& part : written) {
     files += fmt::format(R"({}    {{"name": {}, "rows": {}, "bytes": {}}})",
                          files.empty() ? "" : ",\n", quoted(part.name), part.rows, part.bytes);
-    rows += part.rows;
   }
   return fmt::format(R"({{
   "writer": "kvbigdata {}",
@@ -50,12 +52,13 @@ std::string manifestOf(const WriteTarget& target, const SinkSchema& schema,
   "columns": [
 {}
   ],
+  "partitionBy": [{}],
   "files": [
 {}
   ]
 }}
 )",
-                     KV_VERSION, kManifestVersion, target.format, rows, columns, files);
+                     KV_VERSION, kManifestVersion, target.format, rows, columns, keys, files);
 }
 
 }  // namespace kv::runtime

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string>
 
@@ -8,8 +9,8 @@
 namespace kv::runtime {
 
 /// The text of a folder's manifest, JSON: what wrote it, the format, the rows, the columns with
-/// their types, and the files with their rows and bytes.
-std::string manifestOf(const WriteTarget& target, const SinkSchema& schema,
-                       std::span<const WrittenPart> parts);
+/// their types, the keys, and the files with their rows and bytes.
+std::string manifestOf(const WriteTarget& target, const SinkSchema& schema, std::int64_t rows,
+                       std::span<const WrittenFile> files);
 
 }  // namespace kv::runtime

@@ -233,6 +233,49 @@ TEST_F(Sink, ReplacesOnlyWhatASinkMayReplace) {
   EXPECT_EQ(stepErrorOf([&] { checkTarget(target, {&part, 1}); }).id(), "KALVEX:sink:OverSource");
 }
 
+TEST_F(Sink, FoldersAreNamedByTheValuesOfKeys) {
+  const std::vector<Chunk> parts{
+      rowsOf({texts({"a/b", std::nullopt, "a/b", "ü"}), doubles({1, 2, 3, 4}),
+              numbers(ElementType::Int8, {7, 7, 7, kNaN})}),
+      rowsOf({texts({"ü", ""}), doubles({5, 6}), numbers(ElementType::Int8, {kNaN, -1})})};
+  const Names names{"k=", "x", "n"};
+  WriteTarget target = targetOf(folder.path("a"), "csv", false);
+  setColumns(target, names, {"k=", "n"});
+  EXPECT_EQ(writeParts(target, names, parts), 6);
+  const std::string missing = "__HIVE_DEFAULT_PARTITION__";
+  const std::string umlaut = "a/k%3D=%C3%BC/n=" + missing;
+  std::map<std::string, std::string> content;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder.path("a"))) {
+    if (entry.path().extension() == ".csv") {
+      content[fs::relative(entry.path(), folder.path())] = contentOf(entry.path());
+    }
+  }
+  EXPECT_THAT(content, ::testing::UnorderedElementsAre(
+                           std::pair("a/k%3D=a%2Fb/n=7/part-00000.csv", "\"x\"\n1\n3\n"),
+                           std::pair("a/k%3D=" + missing + "/n=7/part-00000.csv", "\"x\"\n2\n"),
+                           std::pair(umlaut + "/part-00000.csv", "\"x\"\n4\n"),
+                           std::pair(umlaut + "/part-00001.csv", "\"x\"\n5\n"),
+                           std::pair("a/k%3D=/n=-1/part-00001.csv", "\"x\"\n6\n")));
+  const auto idOf = [&](const std::string& path, const Names& keys) {
+    WriteTarget other = targetOf(folder.path(path), "", false);
+    return stepErrorOf([&] { setColumns(other, names, keys); }).id();
+  };
+  EXPECT_EQ(idOf("b", {"none"}), "KALVEX:array:UnknownColumn");
+  EXPECT_EQ(idOf("b", {"x", "x"}), "KALVEX:array:SameName");
+  EXPECT_EQ(idOf("b.csv", {"x"}), "KALVEX:sink:NeedsFolder");
+  EXPECT_EQ(idOf("b", names), "KALVEX:sink:OnlyKeys");
+  std::vector<double> many(kMostFolders + 1);
+  std::iota(many.begin(), many.end(), 0.0);
+  WriteTarget wide = targetOf(folder.path("b"), "", false);
+  setColumns(wide, {"x", "y"}, {"x"});
+  const std::vector<Chunk> rows{rowsOf({doubles(many), doubles(many)})};
+  EXPECT_EQ(stepErrorOf([&] {
+              writeParts(wide, {"x", "y"}, rows);
+            }).id(),
+            "KALVEX:sink:TooManyFolders");
+  EXPECT_THAT(entriesOf(folder.path()), ElementsAre("a"));
+}
+
 /// A staging folder is removed unless a run of a sink holds its lock.
 TEST_F(Sink, TheNextRunRemovesWhatAKilledOneLeft) {
   const std::string left = ".kv-0123456789abcdef0123456789abcdef";
@@ -340,7 +383,7 @@ TEST_F(SinkFaults, AFailingCallIsReportedAndLeavesTheOldOrTheNew) {
           break;
         }
         const std::string& call = run.calls[fault.call];
-        const bool mustFail = row.error != 0 && (call == "write" || call == "fsync" ||
+        const bool mustFail = row.error != 0 && (call == "pwrite" || call == "fsync" ||
                                                  call == "mkdir" || call == "renameat2");
         failures += *run.outcome == "written" ? 0 : 1;
         ASSERT_THAT(*run.outcome, AnyOf("written", row.id + path)) << call;

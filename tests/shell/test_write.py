@@ -74,6 +74,9 @@ def test_columns_are_selected_and_computed_in_one_pass(run: Run) -> None:
     assert np.load(run.folder / "a.npy").tolist() == [[1, 0.5], [2, 1], [3, 1.5], [4, 2]]
     run.query("in.parquet", "--select", "t2 = t", "--where", "t < t + d", "-o", "t.npy")
     assert np.load(run.folder / "t.npy").dtype == "datetime64[us]"
+    run.query("in.parquet", "--partition-by", "s", "--partition-by", "ok", "-o", "by")
+    keyed = ds.dataset(run.folder / "by", partitioning="hive").to_table()
+    assert keyed.sort_by("f")["s"].to_pylist() == TEXTS
     plan = run("query", "in.parquet", "-o", "b.csv", "--explain")
     assert f"write {run.folder}/b.csv" in plan.stdout and not (run.folder / "b.csv").exists()
 
@@ -88,6 +91,7 @@ def test_columns_are_selected_and_computed_in_one_pass(run: Run) -> None:
         (["in.parquet", "-o", "a.csv", "--select", "f,, x"], 2, "empty"),
         (["in.parquet", "-o", "a.txt"], 4, "'.txt'"),
         (["in.parquet", "-o", "in.parquet", "--overwrite"], 4, "is read to compute"),
+        (["in.parquet", "-o", "a.csv", "--partition-by", "s"], 4, "ending of a file"),
         (["in.parquet", "-o", "a.npy"], 4, "holds one type"),
         (["in.parquet", "-o", "a.npy", "--select", "n"], 4, "missing value, as in row 2"),
     ],

@@ -132,7 +132,7 @@ class Tracer {
       registers.orig_rax = static_cast<unsigned long long>(-1);  // no system call
       write(registers);
     } else if (isHere(Fault::Kind::shorten) &&
-               (calls_.back() == "read" || calls_.back() == "write")) {
+               (calls_.back() == "read" || calls_.back() == "write" || calls_.back() == "pwrite")) {
       registers.rdx = std::max(1ULL, registers.rdx / 2);
       write(registers);
     }

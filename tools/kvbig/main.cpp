@@ -117,6 +117,11 @@ void addOutput(CLI::App& command, QueryRequest& request, CLI::Option& expression
       ->type_name("EXPRS");
   command.add_option("--format", request.format, "Write parquet, csv, ipc or npy")
       ->type_name("NAME");
+  command
+      .add_option("--partition-by", request.partitionBy,
+                  "Write a folder NAME=VALUE for each value of this column")
+      ->type_name("NAME")
+      ->allow_extra_args(false);
   command.add_flag("--overwrite", request.overwrite, "Replace an older output");
 }
 

@@ -21,7 +21,8 @@ namespace kv::shell {
 namespace {
 
 constexpr std::string_view kHint =
-    "Nothing was evaluated. With --trust, the arrays are evaluated and the files above are read.\n"
+    "Nothing was evaluated. With --trust, the arrays are evaluated and the files above are read;\n"
+    "what the plan writes is written.\n"
     "Use it only for arrays whose origin you trust.\n";
 
 /// Types are aligned in a column as wide as the longest name, up to this width.

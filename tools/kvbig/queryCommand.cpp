@@ -94,9 +94,10 @@ void requirePurpose(const QueryRequest& request) {
   if (!request.output && request.expressions.empty()) {
     throw UsageError("EXPR is required, unless -o writes rows\nSee \"kvbig query --help\".");
   }
-  if (!request.output && (request.select || request.overwrite || !request.format.empty())) {
+  if (!request.output && (request.select || request.overwrite || !request.format.empty() ||
+                          !request.partitionBy.empty())) {
     throw UsageError(
-        "--select, --format and --overwrite are about rows to write\n"
+        "--select, --format, --partition-by and --overwrite are about rows to write\n"
         "Give a file or folder for them: -o PATH.");
   }
 }
@@ -180,7 +181,7 @@ Array recordOutput(Session& session, const Table& table, const Query& query,
                                       fmt::format("column {}", formula.label), typeAdvice)});
   }
   const UserPlace here(session, {"-o", "", 1});
-  const WriteOptions options{request.format, request.overwrite, false};
+  const WriteOptions options{request.format, request.overwrite, request.partitionBy, false};
   return session.write(columns.empty() ? table : tableOf(columns), *request.output, options);
 }
 

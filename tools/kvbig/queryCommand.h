@@ -12,16 +12,17 @@ struct QueryRequest {
   std::string path;
   std::vector<std::string> furtherPaths;
   std::vector<std::string> expressions;
-  std::optional<std::string> where;    ///< none: all rows
-  std::optional<std::string> output;   ///< a file or folder for rows; none: write no rows
-  std::optional<std::string> select;   ///< the columns to write, as formulas; none: all
-  std::string format;                  ///< of the output; empty: by the ending of its name
-  bool overwrite = false;              ///< an older output
-  std::vector<std::string> types;      ///< each is `NAME=TYPE`
-  std::optional<std::uint64_t> seed;   ///< of random numbers; none: a different one in each run
-  std::optional<int> threads;          ///< none: the default
-  std::optional<std::string> memory;   ///< such as "512MB"; none: the default
-  std::optional<std::string> scratch;  ///< a folder; none: the default
+  std::optional<std::string> where;      ///< none: all rows
+  std::optional<std::string> output;     ///< a file or folder for rows; none: write no rows
+  std::optional<std::string> select;     ///< the columns to write, as formulas; none: all
+  std::string format;                    ///< of the output; empty: by the ending of its name
+  std::vector<std::string> partitionBy;  ///< columns whose values name folders of the output
+  bool overwrite = false;                ///< an older output
+  std::vector<std::string> types;        ///< each is `NAME=TYPE`
+  std::optional<std::uint64_t> seed;     ///< of random numbers; none: a different one in each run
+  std::optional<int> threads;            ///< none: the default
+  std::optional<std::string> memory;     ///< such as "512MB"; none: the default
+  std::optional<std::string> scratch;    ///< a folder; none: the default
   bool json = false;
   bool explain = false;               ///< print the plan, evaluate nothing
   bool dot = false;                   ///< print the lazy graph, evaluate nothing

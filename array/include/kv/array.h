@@ -241,7 +241,9 @@ struct WriteOptions {
   /// "parquet", "csv", "ipc" or "npy". Empty: the ending of the path decides; a folder has Parquet.
   std::string format{};
   bool overwrite = false;  ///< replaces what a sink wrote there before
-  bool compute = true;     ///< writes at once, not when the number of rows is gathered
+  /// Columns whose values name folders, `key=value/`, instead of being written to the files.
+  std::vector<std::string> partitionBy{};
+  bool compute = true;  ///< writes at once, not when the number of rows is gathered
 };
 
 /// Where arrays live: the native core and its runtime, loaded. A process may have many sessions.
@@ -397,7 +399,9 @@ class Session {
   ///         "KALVEX:sink:TargetExists", "KALVEX:sink:NotReplaceable", "KALVEX:sink:OverSource" for
   ///         a file from which the rows come, "KALVEX:sink:CannotWrite" with path and reason,
   ///         "KALVEX:sink:NoSpace", "KALVEX:sink:UnsupportedType" and "KALVEX:sink:MixedTypes" for
-  ///         columns that the format can't hold, "KALVEX:sink:MissingValue"; those of gather.
+  ///         columns that the format can't hold, "KALVEX:sink:MissingValue";
+  ///         "KALVEX:sink:NeedsFolder", "KALVEX:sink:OnlyKeys", "KALVEX:sink:TooManyFolders" and
+  ///         "KALVEX:array:UnknownColumn" for `partitionBy`; those of gather.
   Array write(const Table& table, const std::string& path, const WriteOptions& options = {},
               Where where = Where::current());
 
