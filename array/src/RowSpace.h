@@ -48,6 +48,10 @@ class RowSpace {
   const kxArray* places() const { return places_.get(); }
   void setPlaces(host::Value metadata) const { places_ = std::move(metadata); }
 
+  /// True if they are all rows of files.
+  bool isOfFiles() const { return isOfFiles_ && filters_.empty(); }
+  void setOfFiles() { isOfFiles_ = true; }
+
   std::size_t key() const { return key_; }
   const std::string& name() const { return name_; }
   /// The conditions of the last filters, at most `kMostFilters`.
@@ -59,6 +63,7 @@ class RowSpace {
   std::size_t source_;
   std::size_t key_;
   bool isOfKnownSource_ = true;
+  bool isOfFiles_ = false;
   std::string name_;
   std::vector<Array> filters_;
   mutable std::atomic<std::int64_t> count_{-1};

@@ -49,8 +49,9 @@ std::shared_ptr<const RowSpace> rowsOf(const kxArray* datastore) {
       key += std::to_string(text.size()) + ':' + text;
     }
   }
-  auto rows = std::make_shared<const RowSpace>(
+  auto rows = std::make_shared<RowSpace>(
       key, host::toText(host::getProperty(datastore, "DisplayName").get()), countOf(datastore));
+  rows->setOfFiles();
   if (rows->count()) {
     rows->setPlaces(host::call("kv.rowPlaces", {datastore}));
   }

@@ -142,6 +142,14 @@ void settle(const Array& array, Where where) {
   if (rows != nullptr && !rows->count()) {
     const Value count = countRows(array, where).gather(where);
     rows->setCount(std::get<Value::Integers>(count.data()).front());
+    if (rows->isOfFiles()) {
+      publicCall(*live(array.handle().session), where, [&] {
+        host::Value places = host::call("kv.readPlaces", {host::makeString(rows->name()).get()});
+        if (kxGetClassID(places.get()) == kxSTRUCT_CLASS) {
+          rows->setPlaces(std::move(places));
+        }
+      });
+    }
   }
 }
 

@@ -48,7 +48,7 @@ std::vector<host::Value> gatherValues(std::span<const Array> arrays) {
   for (std::size_t i = 0; i < arrays.size(); ++i) {
     const RowTraits& traits = arrays[i].handle().traits;
     if (!traits.isScalar && traits.rows != nullptr) {
-      if (!traits.rows->count()) {
+      if (traits.rows->places() == nullptr) {
         notePlaces(arrays[i]);
       }
       traits.rows->setCount(static_cast<std::int64_t>(kxGetM(values[i].get())));

@@ -38,6 +38,10 @@ inline constexpr ErrorRow kArrayRows[] = {
      "{0} takes arrays, numbers, logicals and texts, got {1}.", BaseType::Type},
     {"KALVEX:array:NotSupported", "function, advice",
      "{0} isn't available for arrays that aren't computed. {1}", BaseType::Type},
+    {"KALVEX:array:NoPlace", "rows",
+     "An ndarray of {0} rows goes with rows of a file by position once their number is known: "
+     "x.settle() counts them. Rows that a condition keeps have no positions; filter both by it.",
+     BaseType::Value},
     {"KALVEX:array:BadIndex", "index, shape", "The index {0} doesn't fit {1}.", BaseType::Index},
     {"KALVEX:array:NoCompute", "",
      "Nothing may be computed here: the call is in kv.no_compute(), or KV_NO_COMPUTE is set."},

@@ -106,6 +106,7 @@ _BY_BASE: dict[str, type[Error]] = {
 _BY_IDENTIFIER: dict[str, type[Error]] = {
     "KALVEX:array:RowsDiffer": RowSpaceError,
     "KALVEX:array:DifferentSources": RowSpaceError,
+    "KALVEX:array:NoPlace": RowSpaceError,
     "KALVEX:array:BadFormula": FormulaError,
     "KALVEX:array:UnknownLength": UnknownLengthError,
 }

@@ -44,6 +44,8 @@ def _over(array: np.ndarray, session: "Session", others: "list[Array]") -> Array
     for x in others:
         if x._handle.can_place_beside and x._handle.rows == len(array):
             return place_beside(x._handle, from_numpy(array))
+    if any(x._handle.rows is None for x in others):
+        raise array_error("KALVEX:array:NoPlace", len(array))
     return over(array, session)._handle
 
 

@@ -273,9 +273,12 @@ def test_ndarrays_go_with_the_rows_of_files_by_position(tmp_path):
     refused("DifferentSources", kv.RowSpaceError, lambda: t.x + later[1:])
     (tmp_path / "t.csv").write_text("x\n" + "".join(f"{x}\n" for x in numbers))
     x = kv.read(tmp_path / "t.csv").x
-    refused("DifferentSources", kv.RowSpaceError, lambda: x + later)
-    x.compute()
+    assert "settle()" in str(refused("NoPlace", kv.RowSpaceError, lambda: x + later))
+    refused("NoPlace", kv.RowSpaceError, lambda: x[x > 0] + later)
+    x.settle()
     check((x * later).compute(), numbers * later)
+    check(x[later > 2].compute(), numbers[later > 2] * 1.0)
+    refused("DifferentSources", kv.RowSpaceError, lambda: x + later[1:])
 
 
 def test_other_libraries_take_tables_by_arrows_protocol(table, arrow):

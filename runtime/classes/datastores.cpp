@@ -132,12 +132,20 @@ void numRows(const Call& call) {
   call.out(0, host::makeDouble(static_cast<double>(rows)));
 }
 
-/// kv.rowPlaces(datastore): the metadata of a whole value that has a row for each row of the
-/// source, in their order; empty if the rows of its partitions aren't known.
+/// The metadata of a whole value that has a row for each row of a source, in their order.
+Value placesOfAll(std::shared_ptr<const RowCut> cut, std::string origin) {
+  RowPlaces places{.firstRow = {0}, .origin = std::move(origin)};
+  for (const std::int64_t rows : cut->partitionRows) {
+    places.firstRow.push_back(places.firstRow.back() + rows);
+  }
+  places.cut = std::move(cut);
+  return toMetadata(places);
+}
+
+/// kv.rowPlaces(datastore): that metadata; empty if the rows of its partitions aren't known.
 void rowPlaces(const Call& call) {
   call.expect(1, 1, 1);
   const Datastore& source = *datastoreOf(call.in(0));
-  RowPlaces places{.firstRow = {0}, .origin = source.displayName()};
   auto cut = std::make_shared<RowCut>();
   cut->source = source.rowSpace();
   for (std::int64_t partition = 0; partition < source.numPartitions(); ++partition) {
@@ -147,10 +155,17 @@ void rowPlaces(const Call& call) {
       return;
     }
     cut->partitionRows.push_back(*rows);
-    places.firstRow.push_back(places.firstRow.back() + *rows);
   }
-  places.cut = std::move(cut);
-  call.out(0, toMetadata(places));
+  call.out(0, placesOfAll(std::move(cut), source.displayName()));
+}
+
+/// kv.readPlaces(): that metadata of the source that the last evaluation read, with `origin` for
+/// messages; empty unless it read one.
+void readPlaces(const Call& call) {
+  call.expect(1, 1, 1);
+  const std::shared_ptr<const RowCut>& cut = runtimeState().lastEvaluation.cut;
+  call.out(0,
+           cut == nullptr ? host::makeEmptyDouble() : placesOfAll(cut, host::toText(call.in(0))));
 }
 
 /// kv.firstRows(datastore): some of its first rows as a table, if they were read when it was
@@ -273,6 +288,7 @@ void defineDatastores(host::Session& session) {
                    .savedForm = host::SavedForm{savedArrays, restoreArrays}});
   session.defineFunction("kv.datastore", openDatastore);
   session.defineFunction("kv.rowPlaces", rowPlaces);
+  session.defineFunction("kv.readPlaces", readPlaces);
   session.defineFunction("kv.firstRows", firstRows);
   session.defineFunction("kalvex.io.datastore.internal.shim.isDatastore", [](const Call& call) {
     call.expect(1, 1, 1);

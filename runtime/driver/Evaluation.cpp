@@ -323,6 +323,7 @@ std::shared_ptr<const RowCut> Evaluation::noteRows(const StageRows& rows, bool i
   cut->partitionRows.resize(static_cast<std::size_t>(rows.numPartitions()));
   facts_.skippedRows += merge.skippedRows();
   if (isData && sourcesSeen_.insert(cut->source).second) {
+    facts_.cut = sourcesSeen_.size() == 1 ? cut : nullptr;
     facts_.rows =
         std::accumulate(cut->partitionRows.begin(), cut->partitionRows.end(), facts_.rows);
   }

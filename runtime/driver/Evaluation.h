@@ -35,6 +35,7 @@ struct EvaluationFacts {
   std::int64_t skippedRows = 0;       ///< of the sources, left out by statistics, in all passes
   std::int64_t spilledBytes = 0;      ///< written to scratch files
   int spillLevels = 0;                ///< how often the same rows were spilled, at most
+  std::shared_ptr<const RowCut> cut{};  ///< of the one source that was read; null for several
 };
 
 /// What an evaluation may use.
