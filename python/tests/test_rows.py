@@ -1,9 +1,12 @@
 """Rows that are pulled, selected, grouped and returned by functions of tables."""
 
 import gc
+import os
+import signal
 import subprocess
 import sys
 import threading
+import time
 
 import duckdb
 import kvbigdata as kv
@@ -99,6 +102,23 @@ def test_errors_of_streams_name_what_failed_and_where(wide):
         closed.read_all()
     with pytest.raises(TypeError, match="2 dimensions"):
         pa.chunked_array(kv.zeros((3, 2)))
+
+
+def test_an_interrupt_ends_a_stream():
+    calls = []
+    slow = kv.function(lambda b: calls.append(b) or time.sleep(0.1) or b, serial=True)
+    t = kv.table({"a": np.arange(4_000_000)})
+    threading.Timer(0.3, os.kill, (os.getpid(), signal.SIGINT)).start()
+
+    def pull():
+        try:
+            pa.table(t.map_chunks(slow))
+        except OSError:
+            time.sleep(5)  # Python raises what came while the consumer waited
+
+    with pytest.raises(KeyboardInterrupt):
+        pull()
+    assert len(calls) < 100 and t.a.max().compute() == 3_999_999
 
 
 def test_a_process_ends_while_a_stream_is_open(tmp_path):

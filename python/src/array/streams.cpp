@@ -35,8 +35,8 @@ struct Held {
 
 Held& heldBy(ArrowArrayStream* stream) { return *static_cast<Held*>(stream->private_data); }
 
-/// True while this thread waits for rows and had the interpreter's lock before.
-thread_local bool tHadLock = false;
+/// Python handles signals on this thread only.
+unsigned long mainThread = 0;
 
 /// Calls `body` without the interpreter's lock.
 template <class Body>
@@ -46,14 +46,12 @@ void withoutLock(Body&& body) {
     return;
   }
   const Unlock unlocked;
-  tHadLock = true;
   body();
-  tHadLock = false;
 }
 
 /// Takes an interrupt that came while the main thread waits; Python raises it once that goes on.
 bool isUninterrupted() {
-  if (!tHadLock) {
+  if (PyThread_get_thread_ident() != mainThread) {
     return true;
   }
   const Lock lock;
@@ -69,8 +67,12 @@ bool isUninterrupted() {
   return false;
 }
 
-/// False if the evaluation may not begin. Takes the lock.
-bool mayBegin(Held& held) {
+/// False if the evaluation may not begin or go on. Takes the lock.
+bool mayPull(Held& held) {
+  if (BackgroundCall::isAbandoned()) {
+    held.refusal = "The stream belongs to the process that opened it, before it ends.";
+    return false;
+  }
   if (held.atBegin == nullptr) {
     return held.refusal.empty();
   }
@@ -92,7 +94,7 @@ int getSchema(ArrowArrayStream* stream, ArrowSchema* schema) {
 int getNext(ArrowArrayStream* stream, ArrowArray* batch) {
   Held& held = heldBy(stream);
   *batch = {};
-  if (!mayBegin(held)) {
+  if (!mayPull(held)) {
     return EPERM;
   }
   int code = 0;
@@ -167,6 +169,8 @@ nb::object streamOf(const Rows& rows, nb::handle atBegin, nb::handle atEnd) {
 }  // namespace
 
 void bindStreams(nb::module_& module) {
+  mainThread = nb::cast<unsigned long>(
+      nb::module_::import_("threading").attr("main_thread")().attr("ident"));
   module.def(
       "table_stream", streamOf<Table>,
       nb::sig("def table_stream(table: TableHandle, at_begin: object, at_end: object) -> object"));
