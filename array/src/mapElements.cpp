@@ -1,3 +1,6 @@
+// A function of a front end takes elements and returns elements. The types of what it returns are
+// declared when it is recorded, because later operations rely on them, and checked at every call.
+
 #include <fmt/format.h>
 
 #include <algorithm>

@@ -15,7 +15,8 @@ inline constexpr ErrorRow kSinkRows[] = {
     {"KALVEX:sink:Mode", "mode", "mode must be \"error\" or \"overwrite\", got \"{0:short}\".",
      BaseType::Value},
     {"KALVEX:sink:TargetExists", "path",
-     "'{0}' exists already. Choose another path, or ask for it to be overwritten.",
+     "'{0}' exists already. Choose another path, or overwrite it (--overwrite, "
+     "mode=\"overwrite\").",
      BaseType::System, true},
     {"KALVEX:sink:NotReplaceable", "path, reason", "'{0}' can't be overwritten: {1}.",
      BaseType::System, true},

@@ -61,8 +61,9 @@ def _places(x: "Array", parts: list[Any]) -> "Array":
     places = np.arange(math.prod(trailing)).reshape(trailing, order="F")
     try:
         picked = np.asarray(places[tuple(parts)])
-    except IndexError as error:
-        raise array_error("KALVEX:array:BadIndex", error, f"rows of shape {trailing}") from None
+    except IndexError:
+        index = ", ".join(map(str, parts))
+        raise array_error("KALVEX:array:BadIndex", index, f"rows of shape {trailing}") from None
     if picked.size == 0:
         raise _refuse("An index that selects nothing", "Leave it out.")
     made = select_places(x._handle, picked.ravel(order="F").tolist(), list(picked.shape))

@@ -1,3 +1,6 @@
+// Arrow's writers make many small writes; they are joined here, so that the disk sees few large
+// ones. An error of the system is kept: a status of Arrow has no room for its number.
+
 #include "sink/OutputFile.h"
 
 #include <fcntl.h>

@@ -1,3 +1,7 @@
+// A unit knows the types of its rows only when the first come, so its file is opened then, and a
+// partition without rows has none. What the client makes of the parts depends on their order alone:
+// not on which were written first.
+
 #include "sink/PartWriter.h"
 
 #include <fmt/format.h>

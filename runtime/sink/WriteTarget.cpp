@@ -1,3 +1,6 @@
+// A path is turned into a target once, where the user writes it. Whether the target may be written
+// is checked twice: before anything is read, and again right before the content takes its name.
+
 #include "sink/WriteTarget.h"
 
 #include <dirent.h>
