@@ -38,6 +38,12 @@ show query $kFlights 'std(dep_delay - mean(dep_delay))'
 say "At most two threads, and 16 MB for data; the last line shows how much was needed."
 show query $kFlights 'std(dep_delay - mean(dep_delay))' --threads 2 --memory 16MB
 
+say "Rows can be written too, here to a Parquet file, which can be asked in turn."
+readonly kLong=build/long_flights.parquet
+show query $kFlights --select 'carrier, arr_delay, gain = dep_delay - arr_delay' \
+  --where 'distance > 1000' -o $kLong --overwrite
+show query $kLong 'mean(gain)' 'max(arr_delay)' --threads 2
+
 say "The plan of a query: what would be read and done. No data is read."
 show query $kFlights 'mean(dep_delay)' 'late = mean(arr_delay > 60)' --where 'origin == "JFK"' --explain
 
