@@ -60,6 +60,7 @@ class Watch : public runtime::EvaluationWatch {
     showProgress();
     if (PyErr_CheckSignals() != 0) {
       const nb::python_error raised;
+      isInterrupted_ = true;
       for (const unsigned long thread : calling_) {
         PyThreadState_SetAsyncExc(thread, PyExc_KeyboardInterrupt);
       }
@@ -72,6 +73,9 @@ class Watch : public runtime::EvaluationWatch {
 
   /// The workers that are in users' functions. Requires: the interpreter's lock.
   std::vector<unsigned long>& calling() { return calling_; }
+
+  /// True once an interrupt has been raised in those. Requires: the interpreter's lock.
+  bool isInterrupted() const { return isInterrupted_; }
 
  private:
   /// Requires: the interpreter's lock.
@@ -102,6 +106,7 @@ class Watch : public runtime::EvaluationWatch {
   std::optional<Unlock> unlocked_;
   CallContext* caller_;
   std::vector<unsigned long> calling_;
+  bool isInterrupted_ = false;
 };
 
 namespace {
@@ -144,6 +149,9 @@ nb::object CallContext::raised(std::size_t number) const {
 UserCall::UserCall() : watch_(watchOfWorker()) {
   if (watch_ == nullptr) {
     return;
+  }
+  if (watch_->isInterrupted()) {
+    throw runtime::Cancelled();  // the interrupt could not reach a function that begins now
   }
   if (watch_->caller() != nullptr && watch_->caller()->variables() != nullptr) {
     variables_ = checked(PyContext_Copy(watch_->caller()->variables()));

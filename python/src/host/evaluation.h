@@ -54,6 +54,7 @@ class CallContext {
 /// Requires: the interpreter's lock at begin and end.
 class UserCall {
  public:
+  /// Errors: runtime::Cancelled if the evaluation was interrupted already.
   UserCall();
   ~UserCall();
   UserCall(const UserCall&) = delete;
