@@ -6,7 +6,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <utility>
 #include <vector>
+
+#include "column/allocate.h"
+#include "column/concatenate.h"
 
 namespace kv::runtime {
 
@@ -39,6 +43,20 @@ TEST(RowOrdinals, SurviveFiltersAndSlicesInAnyOrder) {
   EXPECT_THAT(listOf(filtered.slice(1, 3)), ElementsAre(104, 106, 107));
   EXPECT_THAT(listOf(filtered.slice(1, 3).select({0, 2})), ElementsAre(104, 107));
   EXPECT_THAT(listOf(range.slice(4, 4).select({})), ElementsAre());
+}
+
+TEST(Chunk, JoinedOnesKeepTheirOrdinals) {
+  const auto joined = [](std::int64_t second) {
+    std::vector<Chunk> chunks;
+    for (const auto& [first, rows] : {std::pair<std::int64_t, int>{3, 2}, {9, 0}, {second, 1}}) {
+      chunks.push_back(
+          {0, RowOrdinals(first, rows), nullptr, {missingColumn(ElementType::Double, rows)}});
+    }
+    return concatenate(chunks).ordinals;
+  };
+  EXPECT_TRUE(joined(5).isRange());
+  EXPECT_THAT(listOf(joined(5)), ElementsAre(3, 4, 5));
+  EXPECT_THAT(listOf(joined(7)), ElementsAre(3, 4, 7));
 }
 
 TEST(Column, SlicesShareItsBuffers) {

@@ -160,6 +160,13 @@ TEST_F(Failures, AFunctionOfOneTypeMayMeetChunksWithoutRows) {
   }
   EXPECT_EQ(kxGetClassID(valueOf(isNine(5)).get()), kxLOGICAL_CLASS);
   EXPECT_EQ(kxGetClassID(valueOf(isNine(20)).get()), kxLOGICAL_CLASS) << "called once, on no rows";
+
+  const Value same = host::makeFunctionHandle(
+      "same", [](const host::Call& call) { call.out(0, matrix::sharedCopy(call.in(0))); });
+  const Value none =
+      filter(element("gt", x, 20), map(typed([](const kxArray*) { return "ge"; }), x));
+  EXPECT_EQ(kxGetClassID(valueOf(map(same, none)).get()), kxLOGICAL_CLASS)
+      << "the type that the first function returned for rows";
 }
 
 TEST_F(Failures, AFunctionMustReturnOneTypeForAllRows) {
