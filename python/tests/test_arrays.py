@@ -520,6 +520,10 @@ def test_progress_is_shown_in_a_terminal_and_cleared(monkeypatch):
     shown = sys.stderr.getvalue().split("\r")
     assert any("of 9 partitions" in line for line in shown)
     assert shown[-2].strip() == "" and shown[-1] == "", "it is cleared"
+    interrupt = threading.Timer(0.8, signal.pthread_kill, [threading.get_ident(), signal.SIGINT])
+    interrupt.start()
+    with pytest.raises(KeyboardInterrupt):  # the line is all of Python that runs meanwhile
+        kv.zeros(20_000_000_000).sum().compute()
     monkeypatch.setattr(sys, "stderr", Terminal())
     with kv.options(progress=False, threads=1):
         slow.max().compute()

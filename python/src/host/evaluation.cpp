@@ -44,7 +44,11 @@ class Watch : public runtime::EvaluationWatch {
   ~Watch() override {
     if (isShown_) {
       const Lock lock;
-      show({}, 0);
+      try {
+        show({}, 0);
+      } catch (const nb::python_error&) {
+        PyErr_SetInterrupt();  // again, now that the evaluation has ended
+      }
     }
   }
   Watch(const Watch&) = delete;
@@ -57,14 +61,13 @@ class Watch : public runtime::EvaluationWatch {
     }
     nextPoll_ = Clock::now() + kBetweenPolls;
     const Lock lock;
-    showProgress();
     if (PyErr_CheckSignals() != 0) {
-      const nb::python_error raised;
-      isInterrupted_ = true;
-      for (const unsigned long thread : calling_) {
-        PyThreadState_SetAsyncExc(thread, PyExc_KeyboardInterrupt);
-      }
-      throw PythonPassThrough(share(raised.value()));
+      endWith(nb::python_error());
+    }
+    try {
+      showProgress();
+    } catch (const nb::python_error& raised) {
+      endWith(raised);
     }
   }
 
@@ -78,6 +81,15 @@ class Watch : public runtime::EvaluationWatch {
   bool isInterrupted() const { return isInterrupted_; }
 
  private:
+  /// Ends the evaluation with what a signal handler raised, and users' functions on workers too.
+  [[noreturn]] void endWith(const nb::python_error& raised) {
+    isInterrupted_ = true;
+    for (const unsigned long thread : calling_) {
+      PyThreadState_SetAsyncExc(thread, PyExc_KeyboardInterrupt);
+    }
+    throw PythonPassThrough(share(raised.value()));
+  }
+
   /// Requires: the interpreter's lock.
   void showProgress() {
     const runtime::Progress& progress = runtime::currentProgress();
@@ -89,13 +101,16 @@ class Watch : public runtime::EvaluationWatch {
     show(progress, std::chrono::duration<double>(elapsed).count());
   }
 
-  /// A failure to show something doesn't end an evaluation.
+  /// A failure to show something doesn't end an evaluation; an interrupt while it is shown does.
   void show(const runtime::Progress& progress, double seconds) {
     const auto id = reinterpret_cast<std::size_t>(this);
     try {
       const nb::handle line = known(Known::ShowProgress);
       inUserCode([&] { line(id, progress.stage, progress.units, progress.numUnits, seconds); });
     } catch (nb::python_error& failure) {
+      if (!failure.matches(PyExc_Exception)) {
+        throw;
+      }
       failure.discard_as_unraisable("the progress of an evaluation");
     }
   }
