@@ -547,23 +547,6 @@ def test_sessions_are_separate_and_can_be_closed(tmp_path):
     refused("Limit", ValueError, lambda: kv.options(memory_limit="lots"))
 
 
-def test_what_does_not_fit_is_refused_before_it_is_read_or_collected(tmp_path):
-    rows = pa.table({"x": np.arange(200_000.0)})
-    path = tmp_path / "rows.parquet"
-    pq.write_table(rows, path)
-    x = kv.read(path).x
-    path.unlink()  # whatever reads it fails otherwise
-    with kv.session(), kv.options(memory_limit="1MB"):
-        borrowed = kv.from_arrow(rows).x
-        reader = pa.RecordBatchReader.from_batches(rows.schema, rows.to_batches(max_chunksize=1000))
-        refused("LimitTooSmall", MemoryError, lambda: kv.from_arrow(reader))
-        few = pa.RecordBatchReader.from_batches(rows.schema, rows.slice(0, 1000).to_batches())
-        assert kv.from_arrow(few).x.sum().compute() == 499_500
-        assert borrowed.max().compute() == 199_999
-    with kv.options(memory_limit="1MB"):
-        refused("ResultTooLarge", MemoryError, lambda: x.compute())
-
-
 def test_a_child_of_a_fork_gets_a_clear_error(table):
     table.x.sum().compute()
     reader, writer = os.pipe()

@@ -287,3 +287,22 @@ def test_groups_have_sorted_keys_and_a_group_of_missing_ones(tmp_path):
             wrong()
         assert isinstance(caught.value, kv.Error)
     gc.collect()
+
+
+def test_what_does_not_fit_is_refused_before_it_is_read_or_collected(tmp_path):
+    rows = pa.table({"x": np.arange(200_000.0)})
+    path = tmp_path / "rows.parquet"
+    pq.write_table(rows, path)
+    x = kv.read(path).x
+    path.unlink()  # whatever reads it fails otherwise
+    with kv.session(), kv.options(memory_limit="1MB"):
+        borrowed = kv.from_arrow(rows).x
+        reader = pa.RecordBatchReader.from_batches(rows.schema, rows.to_batches(max_chunksize=1000))
+        with pytest.raises(MemoryError, match="collected needs at least"):
+            kv.from_arrow(reader)
+        few = pa.RecordBatchReader.from_batches(rows.schema, rows.slice(0, 1000).to_batches())
+        assert kv.from_arrow(few).x.sum().compute() == 499_500
+        assert borrowed.max().compute() == 199_999
+    with kv.options(memory_limit="1MB"), pytest.raises(MemoryError) as caught:
+        x.compute()
+    assert caught.value.identifier == "KALVEX:memory:ResultTooLarge"
