@@ -18,6 +18,7 @@ namespace kv::runtime::test {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using Sizes = std::vector<double>;
 
 class Pieces : public RuntimeSession {
@@ -80,6 +81,16 @@ TEST_F(Pieces, OfWideRowsAreShorterAndBeginWhereTheSourceDoes) {
   const Value mapped = std::move(host::callMany("elementfun", 1, inputs).at(0));
   EXPECT_EQ(gather(aggregate("count", mapped)), Sizes{54'000});
   EXPECT_THAT(sizes, ElementsAre(384, 16'384, 16'384, 16'384, 4'464));
+
+  const Value failing = host::makeFunctionHandle("failing", [](const host::Call& call) {
+    if (kxGetM(call.in(0)) > 384) {
+      host::raiseWithMessage("test:Failed", "too many", {});
+    }
+    call.out(0, matrix::sharedCopy(call.in(0)));
+  });
+  inputs[0] = failing.get();
+  const Value failed = std::move(host::callMany("elementfun", 1, inputs).at(0));
+  EXPECT_THAT(errorOf([&] { gather(failed); }).message, HasSubstr("rows 16385 to 32768"));
 }
 
 TEST_F(Pieces, AFunctionThatNoRowReachesIsCalledOnceOnNoRows) {
