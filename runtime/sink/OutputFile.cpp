@@ -16,6 +16,7 @@
 
 #include "column/allocate.h"
 #include "kv/errors/StepError.h"
+#include "sink/retried.h"
 
 namespace kv::runtime {
 
@@ -24,16 +25,6 @@ namespace {
 constexpr std::int64_t kWaitingBytes = std::int64_t{256} << 10;
 constexpr std::int64_t kSeldomBytes = std::int64_t{64} << 10;
 constexpr mode_t kNewFileMode = 0666;
-
-/// Makes a system call until no signal interrupts it.
-template <class Call>
-auto retried(Call call) {
-  auto result = call();
-  while (result == -1 && errno == EINTR) {
-    result = call();
-  }
-  return result;
-}
 
 class InputFile {
  public:

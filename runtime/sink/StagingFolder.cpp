@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "sink/OutputFile.h"
+#include "sink/retried.h"
 
 namespace kv::runtime {
 
@@ -32,15 +33,6 @@ constexpr std::size_t kTokenDigits = 32;
 constexpr mode_t kPrivate = 0700;
 constexpr mode_t kNewFolderMode = 0777;
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
-template <class Call>
-auto retried(Call call) {
-  auto result = call();
-  while (result == -1 && errno == EINTR) {
-    result = call();
-  }
-  return result;
-}
 
 int openFolder(const std::string& path) {
   return retried([&] { return ::open(path.c_str(), kFolderFlags); });
