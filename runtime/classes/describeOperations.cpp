@@ -197,14 +197,19 @@ void describeFixedChunkwise(const kxArray* operation, OpSpec& spec) {
   spec.label += fmt::format(", {} row{} at a time", rows, rows == 1 ? "" : "s");
 }
 
+/// The function that reduces what the operation's first one returned; it must be trusted, too.
+Value describeReduce(const kxArray* operation, OpSpec& spec) {
+  const Value reduce = host::getProperty(operation, "ReduceHandle");
+  Value handle = host::getProperty(reduce.get(), "Handle");
+  spec.isTrusted = spec.isTrusted && host::isTrusted(reduce.get()) && host::isTrusted(handle.get());
+  return handle;
+}
+
 /// A reduction is built in if both of its functions are the same one of the runtime's, of one input
 /// and one output. Any other calls both functions as they are.
 void describeAggregate(const kxArray* operation, OpSpec& spec) {
   const Value handle = describeFunction(operation, spec);
-  const Value reduce = host::getProperty(operation, "ReduceHandle");
-  const Value reduceHandle = host::getProperty(reduce.get(), "Handle");
-  spec.isTrusted =
-      spec.isTrusted && host::isTrusted(reduce.get()) && host::isTrusted(reduceHandle.get());
+  const Value reduceHandle = describeReduce(operation, spec);
   const BuiltInFunction function = builtInFunction(handle.get());
   spec.callsUser = function.aggregate == nullptr ||
                    function != builtInFunction(reduceHandle.get()) || spec.numInputs != 1 ||
@@ -217,10 +222,7 @@ void describeAggregate(const kxArray* operation, OpSpec& spec) {
 /// array and with one result, or none of which it needs.
 void describeByKey(const kxArray* operation, OpSpec& spec) {
   const Value handle = describeFunction(operation, spec);
-  const Value reduce = host::getProperty(operation, "ReduceHandle");
-  const Value reduceHandle = host::getProperty(reduce.get(), "Handle");
-  spec.isTrusted =
-      spec.isTrusted && host::isTrusted(reduce.get()) && host::isTrusted(reduceHandle.get());
+  const Value reduceHandle = describeReduce(operation, spec);
   const BuiltInFunction function = builtInFunction(handle.get());
   const bool isBuiltIn = function.group != nullptr &&
                          function == builtInFunction(reduceHandle.get()) && spec.numOutputs <= 2 &&
