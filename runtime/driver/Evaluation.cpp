@@ -47,6 +47,27 @@ using host::Value;
                               rows.fileOf(failure.partition)});
 }
 
+std::vector<const PlanTask*> tasksThatWrite(const Plan& plan) {
+  std::vector<const PlanTask*> writers;
+  for (const PlanTask& task : plan.tasks) {
+    const auto* sink = task.spec->op != nullptr ? task.spec->op->as<SinkOperator>() : nullptr;
+    if (sink != nullptr && sink->target() != nullptr) {
+      writers.push_back(&task);
+    }
+  }
+  return writers;
+}
+
+std::vector<std::string> filesRead(const Plan& plan) {
+  std::vector<std::string> files;
+  for (const PlanTask& task : plan.tasks) {
+    if (const auto source = task.spec->source()) {
+      std::ranges::move(source->files(), std::back_inserter(files));
+    }
+  }
+  return files;
+}
+
 /// The values of an aggregate.
 std::vector<Value> valuesOf(const MergedSink& merged) {
   if (merged.reduced != nullptr) {
@@ -207,21 +228,13 @@ void Evaluation::refuseWhatCannotRun() const {
 
 /// Refuses to write over a file that the same graph reads, or over what may not be replaced.
 void Evaluation::refuseTargets() const {
-  std::vector<std::string> sourceFiles;
-  for (const PlanTask& task : plan_.tasks) {
-    const auto source = task.spec->source();
-    for (std::int64_t i = 0; source != nullptr && i < source->numPartitions(); ++i) {
-      if (std::string file = source->fileOf(i);
-          !file.empty() && (sourceFiles.empty() || sourceFiles.back() != file)) {
-        sourceFiles.push_back(std::move(file));
-      }
-    }
+  const std::vector<const PlanTask*> writers = tasksThatWrite(plan_);
+  if (writers.empty()) {
+    return;
   }
-  for (const PlanTask& task : plan_.tasks) {
-    const auto* sink = task.spec->op != nullptr ? task.spec->op->as<SinkOperator>() : nullptr;
-    if (sink != nullptr && sink->target() != nullptr) {
-      withTask(task, [&] { checkTarget(*sink->target(), sourceFiles); });
-    }
+  const std::vector<std::string> files = filesRead(plan_);
+  for (const PlanTask* task : writers) {
+    withTask(*task, [&] { checkTarget(*task->spec->op->as<SinkOperator>()->target(), files); });
   }
 }
 

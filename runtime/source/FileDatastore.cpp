@@ -2,11 +2,18 @@
 
 #include <algorithm>
 #include <cassert>
+#include <iterator>
 #include <utility>
 
 #include "column/concatenate.h"
 
 namespace kv::runtime {
+
+std::vector<std::string> FileDatastore::files() const {
+  std::vector<std::string> paths;
+  std::ranges::transform(table().files, std::back_inserter(paths), &SourceFile::path);
+  return paths;
+}
 
 Chunk FileDatastore::preview(std::int64_t rows) const {
   assert(rows >= 0);

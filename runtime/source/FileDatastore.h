@@ -31,6 +31,8 @@ class FileDatastore : public Datastore {
     return table().files[fileNumber(partition)].path;
   }
 
+  std::vector<std::string> files() const override;
+
   /// The first rows of all columns that can be read.
   Chunk preview(std::int64_t rows) const override;
 

@@ -42,6 +42,7 @@ class PartitionedSource final : public Datastore {
   std::string fileOf(std::int64_t partition) const override {
     return original_->fileOf(rangeOf(partition).first);
   }
+  std::vector<std::string> files() const override { return original_->files(); }
   std::int64_t estimateBytes(std::int64_t partition,
                              const std::vector<std::string>& columns) const override;
   int maxReadFailures() const override { return maxReadFailures_; }

@@ -177,6 +177,9 @@ class Datastore {
   /// Requires: 0 <= partition < numPartitions().
   virtual std::string fileOf(std::int64_t /*partition*/) const { return {}; }
 
+  /// The paths of all its files; none for rows that aren't in files.
+  virtual std::vector<std::string> files() const { return {}; }
+
   /// This source if its rows are positions: such sources can be read from any position on, and side
   /// by side if they have the same number of rows. Null for any other.
   virtual const ArrayDatastore* asArrays() const { return nullptr; }
