@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <functional>
 #include <span>
 #include <utility>
 
@@ -18,6 +19,33 @@
 namespace kv::runtime {
 
 namespace {
+
+/// More rows than a partition has; their sum doesn't overflow.
+constexpr std::int64_t kMaxPartitionRows = std::int64_t{1} << 48;
+
+/// True if there is an ordinal for each row, and those of a partition ascend.
+bool ascendInEachPartition(std::span<const std::int64_t> ordinals,
+                           std::span<const std::int64_t> firstRow) {
+  if (ordinals.size() != static_cast<std::size_t>(firstRow.back())) {
+    return false;
+  }
+  for (std::size_t i = 0; i + 1 < firstRow.size(); ++i) {
+    const auto begin = static_cast<std::size_t>(firstRow[i]);
+    const auto ofPartition =
+        ordinals.subspan(begin, static_cast<std::size_t>(firstRow[i + 1]) - begin);
+    if (std::ranges::adjacent_find(ofPartition, std::greater_equal()) != ofPartition.end() ||
+        (!ofPartition.empty() && ofPartition.front() < 0)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+/// True if the numbers ascend from 0 to `last`, equal ones included.
+bool ascendTo(std::span<const std::int64_t> numbers, std::int64_t last) {
+  return !numbers.empty() && numbers.front() == 0 && std::ranges::is_sorted(numbers) &&
+         numbers.back() == last;
+}
 
 /// True if the chunks of a partition are its first rows, without a gap.
 bool startsAtZero(const std::vector<Chunk>& chunks) {
@@ -79,6 +107,17 @@ RowPlaces RowPlaces::ofPartitions(std::vector<std::vector<Chunk>>& partitions,
   return places;
 }
 
+bool RowPlaces::fit(std::int64_t rows) const {
+  const bool isCut = firstRow.size() == cut->partitionRows.size() + 1 &&
+                     std::ranges::all_of(cut->partitionRows, [](std::int64_t ofPartition) {
+                       return ofPartition >= 0 && ofPartition <= kMaxPartitionRows;
+                     });
+  return isCut && ascendTo(firstRow, rows) &&
+         (!ordinals || ascendInEachPartition(ordinals->values<std::int64_t>(), firstRow)) &&
+         fitCut();
+}
+
+/// True if each partition of the cut has the rows that are placed in it.
 bool RowPlaces::fitCut() const {
   const auto all = ordinals ? ordinals->values<std::int64_t>() : std::span<const std::int64_t>{};
   for (std::size_t i = 0; i + 1 < firstRow.size(); ++i) {

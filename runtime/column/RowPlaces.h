@@ -40,8 +40,11 @@ struct RowPlaces {
 
   std::int64_t rows() const { return firstRow.back(); }
 
-  /// True if each partition of the cut has the rows that are placed in it.
-  bool fitCut() const;
+  /// True if a value of that many rows can be in these places: for each partition of the cut there
+  /// are rows that it has, in ascending order. Places that anyone may have written are checked with
+  /// this before they are used.
+  /// Requires: the ordinals are Int64.
+  bool fit(std::int64_t rows) const;
 
   /// The places of the same rows in another cut of their positions.
   /// Requires: cut->positions(), with as many rows.
@@ -52,6 +55,9 @@ struct RowPlaces {
   /// Requires: 0 <= partition < cut->numPartitions().
   Chunk take(const Chunk& whole, std::int64_t partition, std::int64_t first,
              std::int64_t last) const;
+
+ private:
+  bool fitCut() const;
 };
 
 }  // namespace kv::runtime

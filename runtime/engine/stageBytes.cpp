@@ -94,7 +94,8 @@ void writePlaces(const RowPlaces& places, ByteWriter& bytes) {
   bytes.number(places.frameRows);
 }
 
-RowPlaces readPlaces(ByteReader& bytes, arrow::MemoryPool* pool) {
+/// The places of a value with that many rows.
+RowPlaces readPlaces(std::int64_t rows, ByteReader& bytes, arrow::MemoryPool* pool) {
   RowPlaces places{readNumbers(bytes)};
   if (bytes.flag()) {
     places.ordinals = readColumn(bytes, pool);
@@ -105,10 +106,10 @@ RowPlaces readPlaces(ByteReader& bytes, arrow::MemoryPool* pool) {
   places.isUntyped = bytes.flag();
   places.frameRows = bytes.number<std::int64_t>();
   const bool isColumn = !places.ordinals || places.ordinals->type() == ElementType::Int64;
-  if (!isColumn || places.frameRows < 0 || places.firstRow.size() != cut.partitionRows.size() + 1) {
+  places.cut = std::make_shared<const RowCut>(std::move(cut));
+  if (!isColumn || places.frameRows < 0 || !places.fit(rows)) {
     bytes.refuse();
   }
-  places.cut = std::make_shared<const RowCut>(std::move(cut));
   return places;
 }
 
@@ -125,7 +126,7 @@ void writeInput(const StageInput& input, ByteWriter& bytes) {
 StageInput readInput(ByteReader& bytes, arrow::MemoryPool* pool) {
   StageInput input{readChunk(bytes, pool)};
   if (bytes.flag()) {
-    input.places = std::make_shared<const RowPlaces>(readPlaces(bytes, pool));
+    input.places = std::make_shared<const RowPlaces>(readPlaces(input.rows.rows(), bytes, pool));
   }
   input.origin = bytes.text();
   input.isOpaque = bytes.flag();

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -25,9 +24,6 @@ constexpr std::array<std::string_view, 9> kFields{"RowCount",  "PartitionRows", 
                                                   "Source",    "SourceRows",    "Origin",
                                                   "IsUntyped", "IsNullable",    "FrameRows"};
 
-/// More rows than a partition has; their sum doesn't overflow.
-constexpr std::int64_t kMaxPartitionRows = std::int64_t{1} << 48;
-
 Value int64Column(std::span<const std::int64_t> numbers) {
   Value column = matrix::from_kalvex(
       kxCreateNumericArray(std::array<std::size_t, 2>{numbers.size(), 1}, kxINT64_CLASS));
@@ -44,45 +40,10 @@ std::span<const std::int64_t> int64sOf(const kxArray* column) {
   return {static_cast<const std::int64_t*>(kxGetData(column)), kxGetNumberOfElements(column)};
 }
 
-/// True if there is an ordinal for each row, and those of a partition ascend.
-bool ascendInEachPartition(std::span<const std::int64_t> ordinals,
-                           std::span<const std::int64_t> firstRow) {
-  if (ordinals.size() != static_cast<std::size_t>(firstRow.back())) {
-    return false;
-  }
-  for (std::size_t i = 0; i + 1 < firstRow.size(); ++i) {
-    const auto begin = static_cast<std::size_t>(firstRow[i]);
-    const auto ofPartition =
-        ordinals.subspan(begin, static_cast<std::size_t>(firstRow[i + 1]) - begin);
-    if (std::ranges::adjacent_find(ofPartition, std::greater_equal()) != ofPartition.end() ||
-        (!ofPartition.empty() && ofPartition.front() < 0)) {
-      return false;
-    }
-  }
-  return true;
-}
-
-/// True if the numbers ascend from 0 to `last`, equal ones included.
-bool ascendTo(std::span<const std::int64_t> numbers, std::size_t last) {
-  return !numbers.empty() && numbers.front() == 0 && std::ranges::is_sorted(numbers) &&
-         static_cast<std::size_t>(numbers.back()) == last;
-}
-
 std::optional<std::string> textIn(const kxArray* metadata, std::string_view field) {
   const kxArray* text = kxGetField(metadata, 0, field);
   const bool isText = text != nullptr && kxIsScalar(text) && Torvane::String::isString(text);
   return isText ? std::optional(host::toText(text)) : std::nullopt;
-}
-
-std::optional<RowCut> cutIn(const kxArray* metadata, std::size_t numPartitions) {
-  auto source = textIn(metadata, "Source");
-  const auto rows = int64sOf(kxGetField(metadata, 0, "SourceRows"));
-  const bool isCut = source && rows.size() == numPartitions &&
-                     std::ranges::all_of(rows, [](std::int64_t ofPartition) {
-                       return ofPartition >= 0 && ofPartition <= kMaxPartitionRows;
-                     });
-  return isCut ? std::optional(RowCut{*std::move(source), {rows.begin(), rows.end()}})
-               : std::nullopt;
 }
 
 bool isTrue(const kxArray* flag) {
@@ -112,16 +73,15 @@ std::optional<RowPlaces> placesOf(const kxArray* metadata, std::size_t rows) {
     return std::nullopt;
   }
   const auto firstRow = int64sOf(kxGetField(metadata, 0, "PartitionRows"));
-  if (firstRow.size() < 2 || !ascendTo(firstRow, rows)) {
-    return std::nullopt;
-  }
-  std::optional<RowCut> cut = cutIn(metadata, firstRow.size() - 1);
-  if (!cut) {
+  const auto sourceRows = int64sOf(kxGetField(metadata, 0, "SourceRows"));
+  std::optional<std::string> source = textIn(metadata, "Source");
+  if (!source || sourceRows.empty()) {
     return std::nullopt;
   }
   RowPlaces places{{firstRow.begin(), firstRow.end()},
                    std::nullopt,
-                   std::make_shared<const RowCut>(*std::move(cut)),
+                   std::make_shared<const RowCut>(
+                       RowCut{*std::move(source), {sourceRows.begin(), sourceRows.end()}}),
                    textIn(metadata, "Origin").value_or("")};
   places.isUntyped = rows == 0 && isTrue(kxGetField(metadata, 0, "IsUntyped"));
   places.isNullable = flagsOf(kxGetField(metadata, 0, "IsNullable"));
@@ -129,12 +89,13 @@ std::optional<RowPlaces> placesOf(const kxArray* metadata, std::size_t rows) {
   places.frameRows = frameRows.size() == 1 ? std::max<std::int64_t>(frameRows[0], 0) : 0;
   const kxArray* ordinals = kxGetField(metadata, 0, "Ordinals");
   if (kxGetClassID(ordinals) == kxINT64_CLASS) {
-    if (!ascendInEachPartition(int64sOf(ordinals), firstRow)) {
+    if (kxGetN(ordinals) != 1) {
       return std::nullopt;
     }
     places.ordinals = toColumn(ordinals);
   }
-  return places.fitCut() ? std::optional(std::move(places)) : std::nullopt;
+  return places.fit(static_cast<std::int64_t>(rows)) ? std::optional(std::move(places))
+                                                     : std::nullopt;
 }
 
 Value toMetadata(const RowPlaces& places) {

@@ -1,5 +1,6 @@
 #include "column/RowPlaces.h"
 
+#include <arrow/memory_pool.h>
 #include <gtest/gtest.h>
 
 #include <initializer_list>
@@ -7,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "engine/Stage.h"
+#include "kv/errors/StepError.h"
 #include "kv/host/session.h"
 #include "runtime/makeColumn.h"
 #include "values/placesValues.h"
@@ -71,26 +74,47 @@ TEST(RowPlaces, CutWholeValuesByRowsOnly) {
   EXPECT_EQ(taken(places, whole, 2, 0, 9), Numbers({20}));
 }
 
-/// Any code may set the metadata of a promise.
-TEST(RowPlaces, AreNotReadFromMetadataThatDoesntFit) {
+/// True if a stage with a value in these places can be read from its bytes.
+bool crossAsBytes(const RowPlaces& places, const std::vector<double>& values) {
+  std::vector<Step> steps{{makeCollect(), {{.isStageInput = true}}}};
+  const Stage stage(std::move(steps), {0},
+                    {{chunkOf(values, RowOrdinals(0, std::ssize(values))),
+                      std::make_shared<const RowPlaces>(places)}});
+  try {
+    Stage::fromBytes(stage.toBytes(), arrow::default_memory_pool());
+    return true;
+  } catch (const errors::StepError& error) {
+    EXPECT_EQ(error.id(), "KALVEX:executor:BadBytes");
+    return false;
+  }
+}
+
+/// Any code may set the metadata of a promise, and any process may send a stage.
+TEST(RowPlaces, AreReadFromMetadataAndBytesOnlyIfTheyFit) {
   host::Session session;
   const host::Session::Scope scope(session);
   const RowPlaces places = placesIn(
       {{chunkOf({11, 14}, ordinalsOf({1, 4}))}, {chunkOf({20}, RowOrdinals(0, 1))}}, cutOf({9, 1}));
-  const auto metadata = [&](auto change) {
+  const auto areRead = [&](auto change) {
     RowPlaces changed = places;
     RowCut cut = *places.cut;
     change(changed, cut);
     changed.cut = std::make_shared<const RowCut>(cut);
-    return placesOf(toMetadata(changed).get(), 3).has_value();
+    const bool fromMetadata = placesOf(toMetadata(changed).get(), 3).has_value();
+    EXPECT_EQ(crossAsBytes(changed, {11, 14, 20}), fromMetadata);
+    return fromMetadata;
   };
-  EXPECT_TRUE(metadata([](RowPlaces&, RowCut&) {}));
-  EXPECT_FALSE(metadata([](RowPlaces& p, RowCut&) { p.firstRow = {0, 2, 4}; })) << "rows";
-  EXPECT_FALSE(metadata([](RowPlaces& p, RowCut&) { p.firstRow = {0, 4, 3}; })) << "order";
-  EXPECT_FALSE(metadata([](RowPlaces& p, RowCut&) { p.ordinals.reset(); })) << "rows left out";
-  EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.partitionRows = {-9, 1}; })) << "negative";
-  EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.partitionRows = {4, 1}; })) << "no room";
-  EXPECT_FALSE(metadata([](RowPlaces&, RowCut& c) { c.partitionRows = {9}; })) << "partitions";
+  EXPECT_TRUE(areRead([](RowPlaces&, RowCut&) {}));
+  EXPECT_FALSE(areRead([](RowPlaces& p, RowCut&) { p.firstRow = {0, 2, 4}; })) << "rows";
+  EXPECT_FALSE(areRead([](RowPlaces& p, RowCut&) { p.firstRow = {0, 4, 3}; })) << "order";
+  EXPECT_FALSE(areRead([](RowPlaces& p, RowCut&) { p.ordinals.reset(); })) << "rows left out";
+  EXPECT_FALSE(areRead([](RowPlaces&, RowCut& c) { c.partitionRows = {-9, 1}; })) << "negative";
+  EXPECT_FALSE(areRead([](RowPlaces&, RowCut& c) { c.partitionRows = {4, 1}; })) << "no room";
+  EXPECT_FALSE(areRead([](RowPlaces&, RowCut& c) { c.partitionRows = {9}; })) << "partitions";
+  EXPECT_FALSE(areRead([](RowPlaces& p, RowCut& c) {
+    p = {{0, 3}};
+    c.partitionRows = {3, 9};
+  })) << "a partition without places";
   const host::Value nothing = toMetadata(placesIn({}, cutOf({})));
   EXPECT_FALSE(placesOf(nothing.get(), 0)) << "no partition";
 }
