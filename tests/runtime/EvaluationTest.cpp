@@ -40,6 +40,9 @@ TEST_F(Evaluation, GatheredAndPendingValuesCombineRowByRow) {
   EXPECT_THAT(gather(element("plus", kept, keptY)), ElementsAre(11, 33, 44, 55));
   const Value computedAtOnce = element("times", kept, 2);
   EXPECT_THAT(gather(element("plus", computedAtOnce, keptY)), ElementsAre(12, 36, 48, 60));
+  const Value centred = element("minus", kept, aggregate("mean", column(t, "x")));
+  EXPECT_THAT(gather(element("plus", keptY, centred)), ElementsAre(8, 30, 41, 52));
+  EXPECT_EQ(fact("passes"), 2) << "for the mean, and for the rows of y";
 }
 
 TEST_F(Evaluation, AValueWithoutRowsAndTypeStaysSoWhenGathered) {
@@ -156,6 +159,8 @@ TEST_F(Evaluation, ColumnsThatNoResultNeedsAreReadOnlyWithTheRuleOff) {
   const kv::test::RulesOff none("");
   EXPECT_THAT(planOf("x"), HasSubstr("1 of 3 columns: x\n"));
   EXPECT_THAT(gather(column(t, "x")), ElementsAre(1, 2));
+  const Value kept = filter(element("gt", column(t, "x"), 1), t);
+  EXPECT_THAT(gather(column(kept, "x")), ElementsAre(2));
   EXPECT_EQ(errorOf([&] { gather(column(t, "y")); }).identifier, "KALVEX:datastore:BadField");
   EXPECT_THAT(gather(column(t, "x")), ElementsAre(1, 2)) << "the session stays usable";
 }

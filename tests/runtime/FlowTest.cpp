@@ -185,18 +185,19 @@ TEST_F(Flow, OnlyRowsAndABoundCanBeAskedFor) {
 }
 
 TEST(AlignedRows, RefuseRowsThatDifferAtOnceOrAtTheEnd) {
-  const auto chunkOf = [](const std::vector<std::int64_t>& ordinals) {
+  const auto chunkOf = [](RowOrdinals ordinals) {
     Chunk chunk;
-    chunk.columns = {doubles(Numbers(ordinals.size()))};
-    chunk.ordinals =
-        RowOrdinals(std::make_shared<const OrdinalList>(ordinals.begin(), ordinals.end()));
+    chunk.columns = {doubles(Numbers(static_cast<std::size_t>(ordinals.rows())))};
+    chunk.ordinals = std::move(ordinals);
     return chunk;
   };
+  const RowOrdinals first(0, 3);
   for (const auto& [other, same] :
-       {std::pair{chunkOf({0, 2, 3}), 0}, std::pair{chunkOf({0, 1}), 2}}) {
+       {std::pair{first.select({0, 2}), 0}, std::pair{RowOrdinals(1, 3), 0},
+        std::pair{first.select({0, 1}), 2}}) {
     AlignedRows rows({"x at a:1", "y at a:2"});
-    rows.push(0, chunkOf({0, 1, 2}));
-    rows.push(1, other);
+    rows.push(0, chunkOf(first));
+    rows.push(1, chunkOf(other));
     rows.finishInput(0);
     rows.finishInput(1);
     if (same > 0) {

@@ -47,6 +47,11 @@ TEST_F(Operations, AConditionThatIsOneValueChoosesAnArray) {
   const auto error = errorOf([&] { gather(choose(element("gt", x, 2), x, y)); });
   EXPECT_EQ(error.identifier, "KALVEX:array:Condition");
   EXPECT_THAT(error.arguments, ElementsAre("5 rows of type logical"));
+  gather(y);
+  const Value rows = host::call("gather", {y.get()});  // of no source any more
+  EXPECT_THAT(errorOf([&] { gather(choose(isLong, rows, x)); }).arguments,
+              ElementsAre("a value in memory (5 rows)", HasSubstr("read"),
+                          "; a value in memory must have one row"));
 }
 
 TEST_F(Operations, OnlyTheChosenBranchRuns) {
