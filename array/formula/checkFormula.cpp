@@ -100,23 +100,9 @@ class Checker {
   Span place_;
 };
 
-/// A likely reason why a file has only one column: its fields have another separator.
-std::string adviceOnSeparator(std::span<const std::string> columns) {
-  if (columns.size() != 1) {
-    return {};
-  }
-  const std::size_t found = columns.front().find_first_of(";\t|");
-  if (found == std::string::npos) {
-    return {};
-  }
-  const char separator = columns.front()[found];
-  return fmt::format("Fields must be separated by commas; this file seems to use {}.\n",
-                     separator == '\t' ? "tabs" : fmt::format("\"{}\"", separator));
-}
-
 std::string adviceOnColumn(const std::string& wanted, std::span<const std::string> columns) {
-  std::string advice = adviceOnSeparator(columns);
-  if (advice.empty() && nearNames(wanted, columns).empty()) {
+  std::string advice;
+  if (nearNames(wanted, columns).empty()) {
     advice = fmt::format("If it is a text, put it in quotes: \"{}\".\n", shortened(wanted));
   }
   return advice + listNames("columns", wanted, columns, columnAsWritten);

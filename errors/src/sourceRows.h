@@ -25,15 +25,14 @@ inline constexpr ErrorRow kSourceRows[] = {
      BaseType::System, true},
 
     // What is in a file.
-    {"KALVEX:datastore:EmptyFile", "path",
-     "The file '{0}' is empty; a header with the names of the columns was expected.",
+    {"KALVEX:datastore:EmptyFile", "path, expected", "The file '{0}' is empty; {1} was expected.",
      BaseType::Value, true},
     {"KALVEX:datastore:NotText", "path, line, offset, byte",
      "'{0}', line {1}: the byte {3} at offset {2} isn't text in UTF-8.", BaseType::Value, true},
     {"KALVEX:datastore:OtherFormat", "path, format, advice",
      "The file '{0}' isn't CSV in UTF-8: it is {1}; {2}.", BaseType::Value, true},
-    {"KALVEX:datastore:RaggedRow", "path, row, line, fields, expected, record",
-     "'{0}', row {1} (line {2}): the number of fields must be {4}, as in the header, got {3}: {5}",
+    {"KALVEX:datastore:RaggedRow", "path, row, line, fields, expected, record, where, note",
+     "'{0}', row {1} (line {2}): the number of fields must be {4}, as in the {6}, got {3}{7}: {5}",
      BaseType::Value, true},
     {"KALVEX:datastore:UnterminatedQuote", "path, line",
      "'{0}', line {1}: a quote that is opened in the record that begins here is never closed.",
@@ -42,9 +41,10 @@ inline constexpr ErrorRow kSourceRows[] = {
      "'{0}', line {1}: the record that begins here is longer than {2} bytes; is there a quote that "
      "is never closed?",
      BaseType::Value, true},
-    {"KALVEX:datastore:DifferentColumns", "path, columns, first path, its columns, difference",
+    {"KALVEX:datastore:DifferentColumns",
+     "path, columns, first path, its columns, difference, note",
      "Files of one table must have the same columns in the same order. '{0}' has: {1}. '{2}' has: "
-     "{3}. The first difference: {4}.",
+     "{3}. The first difference: {4}{5}.",
      BaseType::Value, true},
     {"KALVEX:datastore:DifferentTypes", "path, column, type, first path, its type",
      "Files of one table must have the same types. Column '{1:short}' has the type {2:short} in "
@@ -88,6 +88,13 @@ inline constexpr ErrorRow kSourceRows[] = {
      "Column '{1:short}' can't be read as {2:short}: in '{0}', a Parquet file, it has the type "
      "{3:short}. Types can be set for CSV files only.",
      BaseType::Value, true},
+    {"KALVEX:datastore:FixedFormat", "source, format, option",
+     "'{0}' is {1}; {2} can be set for CSV files only.", BaseType::Value, true},
+    {"KALVEX:datastore:BadSeparator", "text",
+     "A separator is one ASCII character other than a quote and a line end, or 'tab', got '{0}'.",
+     BaseType::Value, true},
+    {"KALVEX:datastore:BadPattern", "column, pattern, reason",
+     "Column '{0:short}': '{1:short}' isn't a pattern of moments: {2}.", BaseType::Value, true},
     {"KALVEX:datastore:BadTypeOverride", "text",
      "Expected the type of a column as NAME=TYPE, got '{0}'.", BaseType::Value, true},
     {"KALVEX:datastore:UnknownSource", "path, files",

@@ -32,10 +32,26 @@ namespace {
 using host::Call;
 using host::Value;
 
-using Open = std::unique_ptr<Datastore> (*)(const std::vector<std::string>& paths,
-                                            const std::vector<TypeOverride>& types);
+using Open = std::unique_ptr<Datastore> (*)(const FileRequest& request);
 
-/// Opens the files of a call (paths, names of columns, names of their types).
+/// How CSV is written, by a call's inputs (separator, whether there is a header, markers of missing
+/// values), from input `first` on; each may be left out, and a marker that isn't a text is none.
+CsvFormat formatFor(const Call& call, int first) {
+  CsvFormat format;
+  if (call.nrhs > first) {
+    format.separator = separatorNamed(host::toText(call.in(first)));
+  }
+  if (call.nrhs > first + 1) {
+    format.hasHeader = host::toLogical(call.in(first + 1));
+  }
+  if (call.nrhs > first + 2 && Torvane::String::isString(call.in(first + 2))) {
+    format.missing = host::toTexts(call.in(first + 2));
+  }
+  return format;
+}
+
+/// Opens the files of a call (paths, names of columns, names of their types, and how CSV is
+/// written).
 std::unique_ptr<Datastore> openFor(const Call& call, int first, Open open) {
   const auto textsOf = [&](int index) {
     return call.nrhs > index ? host::toTexts(call.in(index)) : std::vector<std::string>{};
@@ -53,7 +69,15 @@ std::unique_ptr<Datastore> openFor(const Call& call, int first, Open open) {
   for (std::size_t i = 0; i < columns.size(); ++i) {
     overrides.push_back({columns[i], types[i]});
   }
-  return open(paths, overrides);
+  return open({paths, std::move(overrides), formatFor(call, first + 3)});
+}
+
+std::unique_ptr<Datastore> openCsvFiles(const FileRequest& request) {
+  return openCsv(request.paths, request.types, request.csv);
+}
+
+std::unique_ptr<Datastore> openParquetFiles(const FileRequest& request) {
+  return openParquet(request.paths, request.types);
 }
 
 /// The constructor of a class of files; without inputs, the object has no source.
@@ -84,9 +108,10 @@ void constructArrays(const Call& call) {
                        std::make_unique<DatastoreValue>(openChunk(toChunk(call.in(1)), request)));
 }
 
-/// kv.datastore(paths, names of columns, names of their types): the files in the format they have.
+/// kv.datastore(paths, names of columns, names of their types, separator, whether there is a
+/// header, markers of missing values): the files in the format they have.
 void openDatastore(const Call& call) {
-  call.expect(1, 1, 3);
+  call.expect(1, 1, 6);
   call.out(0, datastoreObject(openFor(call, 0, openFiles)));
 }
 
@@ -177,6 +202,10 @@ void firstRows(const Call& call) {
   call.out(0, isKnown ? toValue(csv->firstRows()) : host::makeEmptyDouble());
 }
 
+void formatNoteOf(const Call& call) {
+  call.out(0, host::makeChars(datastoreOf(call.in(0))->formatNote()));
+}
+
 void displayName(const Call& call) {
   call.out(0, host::makeChars(datastoreOf(call.in(0))->displayName()));
 }
@@ -204,7 +233,7 @@ const Source* sourceIn(const kxArray* object) {
 
 Value savedCsv(const kxArray* object) {
   const auto* csv = sourceIn<CsvDatastore>(object);
-  return csv == nullptr ? Value() : describeCsv(csv->table());
+  return csv == nullptr ? Value() : describeCsv({csv->table(), csv->format()});
 }
 
 Value savedParquet(const kxArray* object) {
@@ -272,15 +301,16 @@ void defineDatastores(host::Session& session) {
                          computed("ColumnTypes", typesOfColumns),
                          computed("ColumnFileTypes", fileTypesOfColumns),
                          computed("NumPartitions", numPartitions), computed("NumRows", numRows),
-                         computed("DisplayName", displayName), computed("Files", sourceFiles)},
+                         computed("DisplayName", displayName), computed("FormatNote", formatNoteOf),
+                         computed("Files", sourceFiles)},
           .methods = {method("copy", copyDatastore, 1, 1)}});
   define(session, {.name = kCsvDatastore,
                    .superclasses = {kDatastore},
-                   .constructor = constructor(construct<openCsv>, 1, 4),
+                   .constructor = constructor(construct<openCsvFiles>, 1, 7),
                    .savedForm = host::SavedForm{savedCsv, restoreCsv}});
   define(session, {.name = kParquetDatastore,
                    .superclasses = {kDatastore},
-                   .constructor = constructor(construct<openParquet>, 1, 4),
+                   .constructor = constructor(construct<openParquetFiles>, 1, 4),
                    .savedForm = host::SavedForm{savedParquet, restoreParquet}});
   define(session, {.name = kArrayDatastore,
                    .superclasses = {kDatastore},

@@ -58,6 +58,9 @@ class Read final : public ReadOperator {
     const std::vector<std::string> read = columns();
     std::string note = fmt::format("{} of {} columns: {}", read.size(), source_->schema().size(),
                                    fmt::join(read, ", "));
+    if (const std::string format = source_->formatNote(); !format.empty()) {
+      note += "; " + format;
+    }
     std::set<std::string> names;
     for (const ReadCondition& condition : conditions_) {
       names.insert(condition.column);

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
@@ -15,7 +16,9 @@
 #include <utility>
 #include <vector>
 
+#include "kv/errors/StepError.h"
 #include "kv/host/errors.h"
+#include "persistence/savedSource.h"
 
 namespace kv::runtime {
 
@@ -30,6 +33,7 @@ constexpr std::string_view kBytes = "Bytes";
 constexpr std::string_view kModified = "Modified";
 constexpr std::string_view kColumnNames = "ColumnNames";
 constexpr std::string_view kColumnTypes = "ColumnTypes";
+constexpr std::string_view kFormat = "Format";
 
 [[noreturn]] void refuse(std::string_view what) {
   host::raise("KALVEX:datastore:BadDescription", {std::string(what)});
@@ -70,6 +74,19 @@ class Description {
       refuse(field);
     }
     return {static_cast<const std::int64_t*>(kxGetData(value)), kxGetNumberOfElements(value)};
+  }
+
+  /// The bytes of a field that may be absent.
+  std::optional<std::string_view> bytes(std::string_view field) const {
+    const kxArray* value = kxGetField(record_, 0, field);
+    if (value == nullptr) {
+      return std::nullopt;
+    }
+    if (kxGetClassID(value) != kxUINT8_CLASS) {
+      refuse(field);
+    }
+    return std::string_view(static_cast<const char*>(kxGetData(value)),
+                            kxGetNumberOfElements(value));
   }
 
  private:
@@ -116,9 +133,32 @@ Schema readSchema(const Description& description) {
   return schema;
 }
 
+/// Files from before there were others are written in the usual way.
+CsvFormat readFormatOf(const Description& description) {
+  const auto bytes = description.bytes(kFormat);
+  if (!bytes) {
+    return usualFormat();
+  }
+  try {
+    ByteReader reader(*bytes, "the format of CSV files");
+    CsvFormat format = readFormat(reader);
+    reader.finish();
+    return format;
+  } catch (const errors::StepError&) {
+    refuse(kFormat);
+  }
+}
+
+Value formatBytes(const CsvFormat& format) {
+  ByteWriter bytes;
+  writeFormat(bytes, format);
+  return savedDescription(bytes.take());
+}
+
 }  // namespace
 
-Value describeCsv(const FileTable& table) {
+Value describeCsv(const CsvTable& csv) {
+  const FileTable& table = csv.files;
   std::vector<std::string> paths, absolute, names, types;
   std::vector<std::int64_t> bytes, modified;
   for (const SourceFile& file : table.files) {
@@ -131,9 +171,12 @@ Value describeCsv(const FileTable& table) {
     names.push_back(column.name);
     types.emplace_back(elementTypeName(column.type));
   }
-  constexpr std::array kFields{kName,     kPaths,       kAbsolutePaths, kBytes,
-                               kModified, kColumnNames, kColumnTypes};
-  Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, kFields));
+  std::vector fields{kName, kPaths, kAbsolutePaths, kBytes, kModified, kColumnNames, kColumnTypes};
+  const bool isUsual = csv.format == usualFormat();
+  if (!isUsual) {
+    fields.push_back(kFormat);
+  }
+  Value record = matrix::from_kalvex(kxCreateStructMatrix(1, 1, fields));
   const auto set = [&](std::string_view field, Value value) {
     kxSetField(record.get(), 0, field, value.release());
   };
@@ -144,16 +187,19 @@ Value describeCsv(const FileTable& table) {
   set(kModified, int64Column(modified));
   set(kColumnNames, host::makeStringColumn(names));
   set(kColumnTypes, host::makeStringColumn(types));
+  if (!isUsual) {
+    set(kFormat, formatBytes(csv.format));
+  }
   return record;
 }
 
-FileTable csvFromDescription(const kxArray* record) {
+CsvTable csvFromDescription(const kxArray* record) {
   const Description description(record);
   FileTable table;
   table.name = sized(description.texts(kName), 1, kName).front();
   table.files = readFiles(description);
   table.schema = readSchema(description);
-  return table;
+  return {std::move(table), readFormatOf(description)};
 }
 
 }  // namespace kv::runtime

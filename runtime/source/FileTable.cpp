@@ -81,11 +81,11 @@ ElementType typeNamed(const TypeOverride& wanted) {
 }
 
 void requireSameColumns(const std::string& path, const Names& names, const std::string& first,
-                        const Names& expected) {
+                        const Names& expected, const std::string& note) {
   if (names != expected) {
     errors::raiseStep("KALVEX:datastore:DifferentColumns",
                       {path, errors::shownNames(names), first, errors::shownNames(expected),
-                       firstDifference(names, expected)});
+                       firstDifference(names, expected), note});
   }
 }
 

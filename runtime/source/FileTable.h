@@ -42,9 +42,11 @@ std::size_t columnIndex(const Schema& schema, const std::string& name);
 /// Errors: "KALVEX:datastore:UnknownType" with the existing types.
 ElementType typeNamed(const TypeOverride& wanted);
 
+/// `note`: what the message adds about how the columns were found.
 /// Errors: "KALVEX:datastore:DifferentColumns" unless the columns of `path` are those of `first`.
 void requireSameColumns(const std::string& path, const std::vector<std::string>& names,
-                        const std::string& first, const std::vector<std::string>& expected);
+                        const std::string& first, const std::vector<std::string>& expected,
+                        const std::string& note = {});
 
 /// A table as bytes.
 void writeTable(ByteWriter& bytes, const FileTable& table);

@@ -56,6 +56,7 @@ class PartitionedSource final : public Datastore {
   /// The ranges aren't part of it: units carry them.
   std::string describe() const override;
   std::string displayName() const override { return original_->displayName(); }
+  std::string formatNote() const override { return original_->formatNote(); }
 
  private:
   friend std::shared_ptr<const Datastore> openDescribedPartitions(

@@ -25,7 +25,7 @@ struct FileContent {
 
 /// Fields of all records, column by column within a block.
 FileContent readInBlocksOf(std::int64_t bytes, const SourceFile& file) {
-  CsvBlocks blocks(file, bytes);
+  CsvBlocks blocks(CsvFile{file, usualFormat()}, bytes);
   FileContent content;
   content.header = blocks.readHeader();
   while (const auto block = blocks.next()) {

@@ -248,12 +248,13 @@ TEST_F(CsvDatastore, InfersATypeFromTheFirstBlockOrFileThatHasAValue) {
       const std::string name = std::to_string(files.size()) + ".csv";
       files.push_back(SourceFile::stat(folder_.write(name, text)));
     }
-    schema = readCsvSchema(files, {}, each.inferenceBytes);
+    schema = readCsvSchema(files, {}, usualFormat(), each.inferenceBytes);
     EXPECT_EQ(schema[1], (ColumnInfo{"t", each.type, each.isUndecided})) << &each - cases;
   }
   const CancellationToken never;
   const errors::StepError error = stepErrorOf([&] {
-    CsvReader(files.back(), {0, files.back().bytes}, 1, schema, {"t"}, never).next();
+    CsvReader({files.back(), usualFormat()}, {0, files.back().bytes}, 1, schema, {"t"}, never)
+        .next();
   });
   EXPECT_EQ(error.arguments().at(6), "string");
   EXPECT_THAT(error.what(), HasSubstr("because its first values come after those"));

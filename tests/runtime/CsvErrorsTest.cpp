@@ -210,7 +210,7 @@ TEST(CsvErrors, NameWhatDoesntExist) {
       {{file, other},
        {},
        "DifferentColumns",
-       {other, "y, x", file, "x, y", "column 1 is 'y', not 'x'"}},
+       {other, "y, x", file, "x, y", "column 1 is 'y', not 'x'", ""}},
       {{file}, {{"z", "double"}}, "UnknownColumn", {"z", "x, y"}},
       {{file}, {{"x", "float"}}, "UnknownType", {"x", "float", types}},
   };

@@ -73,7 +73,7 @@ class CsvRanges : public testing::Test {
     ASSERT_EQ(whole.numPartitions(), 1);
     const Outcome expected = outcomeOf(whole);
     for (std::int64_t bytes = 1; bytes <= std::ssize(text); ++bytes) {
-      const CsvDatastore cut(std::vector{path}, types, bytes);
+      const CsvDatastore cut(std::vector{path}, types, {}, bytes);
       EXPECT_EQ(cut.numPartitions(), (std::ssize(text) + bytes - 1) / bytes);
       const Outcome outcome = outcomeOf(cut);
       EXPECT_EQ(outcome.rows, expected.rows) << "in ranges of " << bytes << ":\n" << text;
@@ -150,7 +150,7 @@ TEST_F(CsvRanges, AreFoundByManyThreadsAtOnce) {
   const std::string path = write(text);
   const std::vector<std::string> expected = outcomeOf(CsvDatastore(std::vector{path}, kTexts)).rows;
   ASSERT_EQ(expected.size(), 20'000U);
-  const CsvDatastore cut(std::vector{path}, kTexts, 1'000);
+  const CsvDatastore cut(std::vector{path}, kTexts, {}, 1'000);
   std::vector<std::vector<std::string>> found(8);
   {
     std::vector<std::jthread> threads;
@@ -166,7 +166,7 @@ TEST_F(CsvRanges, AreFoundByManyThreadsAtOnce) {
 TEST_F(CsvRanges, ArePartOfTheDescriptionAndTheIdentity) {
   const std::string path = write("a,b\n1,2\n3,4\n");
   const CsvDatastore whole(std::vector{path}, kTexts);
-  const CsvDatastore cut(std::vector{path}, kTexts, 5);
+  const CsvDatastore cut(std::vector{path}, kTexts, {}, 5);
   EXPECT_NE(cut.fingerprint(), whole.fingerprint());
   const auto opened = openSource(cut.describe());
   EXPECT_EQ(opened->numPartitions(), 3);

@@ -208,7 +208,9 @@ TEST_F(Failures, AreTheSameFromTheirBytes) {
   const host::CallSite here(std::source_location::current());
   const OpSpec step{.label = "mine"};
   const std::function<void()> throwers[] = {
-      [] { errors::raiseStep("KALVEX:datastore:EmptyFile", {"a.csv"}); },
+      [] {
+        errors::raiseStep("KALVEX:datastore:EmptyFile", {"a.csv", "a record"});
+      },
       [] { errors::raiseStep("KALVEX:array:NeedsTable", {"mine"}); },
       [] { throw std::runtime_error("a text"); },
       [] { throw std::bad_alloc(); },
@@ -257,17 +259,19 @@ TEST_F(Failures, OfOurOwnHaveIdsAsWell) {
             "KALVEX:array:DifferentSources");
 
   const auto described = [](const char* field, const std::vector<std::string>& texts) {
-    const FileTable source{"t",
+    const CsvTable source{{"t",
                            {{"a.csv", "/a.csv", 4, 1, true}},
-                           {{"x", ElementType::Double}, {"y", ElementType::Double}}};
+                           {{"x", ElementType::Double}, {"y", ElementType::Double}}},
+                          {.separator = ';'}};
     Value record = describeCsv(source);
     kxSetField(record.get(), 0, field, host::makeStringColumn(texts).release());
     return record;
   };
-  EXPECT_EQ(csvFromDescription(described("ColumnNames", {"a", "b"}).get()).schema[1].name, "b");
+  EXPECT_EQ(csvFromDescription(described("ColumnNames", {"a", "b"}).get()).files.schema[1].name,
+            "b");
   for (const Value& broken :
        {host::makeDouble(1), host::makeChars("text"), described("ColumnNames", {"a", "a"}),
-        described("AbsolutePaths", {"/a.csv", "/b.csv"})}) {
+        described("AbsolutePaths", {"/a.csv", "/b.csv"}), described("Format", {";"})}) {
     EXPECT_EQ(idOf([&] { csvFromDescription(broken.get()); }), "KALVEX:datastore:BadDescription");
   }
 }

@@ -326,13 +326,16 @@ TEST_F(Parquet, RefusesFilesThatFormNoTable) {
       {{endless}, {}, "BadParquet", {endless, "2139062143 bytes"}},
   };
   for (const Case& each : cases) {
-    const auto error = stepErrorOf([&] { openFiles(each.paths, each.types); });
+    const auto error = stepErrorOf([&] { openFiles({each.paths, each.types}); });
     EXPECT_EQ(error.id(), "KALVEX:datastore:" + each.id);
     for (const std::string& part : each.texts) {
       EXPECT_THAT(error.what(), HasSubstr(part));
     }
   }
-  EXPECT_EQ(openFiles({unnamed}, {{"x", "double"}})->schema()[0].name, "x");
+  const auto fixed = stepErrorOf([&] { openFiles({{x}, {}, {.hasHeader = false}}); });
+  EXPECT_EQ(fixed.id(), "KALVEX:datastore:FixedFormat");
+  EXPECT_THAT(fixed.what(), HasSubstr("is Parquet; the lack of a header can be set for CSV"));
+  EXPECT_EQ(openFiles({{unnamed}, {{"x", "double"}}})->schema()[0].name, "x");
   EXPECT_EQ(stepErrorOf([&] { openCsv({x}); }).id(), "KALVEX:datastore:OtherFormat");
 }
 

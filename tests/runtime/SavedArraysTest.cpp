@@ -263,8 +263,8 @@ TEST(MovedTables, StayInTheFolderThatWasNamed) {
   const std::string inside = folder.write("new/b/a.csv", "x\n1\n");
   const auto pathOf = [](MovedTables& tables, const std::string& path,
                          const std::string& absolute) {
-    const auto saved = std::make_shared<const CsvDatastore>(
-        FileTable{"t", {{path, absolute, 4, 1, true}}, {{"x", ElementType::Double}}});
+    const auto saved = std::make_shared<const CsvDatastore>(CsvTable{
+        {"t", {{path, absolute, 4, 1, true}}, {{"x", ElementType::Double}}}, usualFormat()});
     return tables.moved(saved)->table().files.at(0).absolutePath;
   };
   const std::pair<std::string, std::string> cases[] = {

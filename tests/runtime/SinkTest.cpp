@@ -111,7 +111,7 @@ TEST_F(Sink, WrittenTablesOpenAgainWithTheSameRowsTypesAndOrder) {
     const std::string path = folder.path(name);
     EXPECT_EQ(writeParts(targetOf(path, format, false), names, chunks), 5);
     const bool isCsv = name == "a.csv" || format == "csv";
-    const auto source = openFiles({path}, isCsv ? types : std::vector<TypeOverride>{});
+    const auto source = openFiles({{path}, isCsv ? types : std::vector<TypeOverride>{}});
     EXPECT_EQ(test::namesOf(*source), names);
     std::map<std::string, std::vector<std::optional<std::string>>> actual;
     test::readAll(*source, names, [&](const Chunk& chunk) {
@@ -132,7 +132,7 @@ TEST_F(Sink, MissingIntegersAndLogicalsAreKeptInParquet) {
   for (const ElementType type : {ElementType::Logical, ElementType::Int8, ElementType::UInt64}) {
     const std::string path = folder.path(std::string(elementTypeName(type)) + ".parquet");
     writeParts(targetOf(path, "", false), {"x"}, {rowsOf({numbers(type, {1, kNaN, 0})})});
-    test::readAll(*openFiles({path}), {"x"}, [](const Chunk& chunk) {
+    test::readAll(*openFiles({{path}}), {"x"}, [](const Chunk& chunk) {
       EXPECT_THAT(shown(chunk.columns[0]), ElementsAre("1.000000", std::nullopt, "0.000000"));
     });
   }
@@ -150,7 +150,7 @@ TEST_F(Sink, ParquetFilesAreJoinedByRowGroups) {
   }
   const std::string path = folder.path("a.parquet");
   EXPECT_EQ(writeParts(targetOf(path, "", false), {"x"}, parts), 300'000);
-  const auto source = openFiles({path});
+  const auto source = openFiles({{path}});
   EXPECT_EQ(test::allValues<double>(*source, "x"), values);
   const CancellationToken never;
   const RowCondition above{"x", findElementFunction("gt"), doubles({290'000})};
@@ -326,7 +326,7 @@ class SinkFaults : public Sink {
     if (!fs::exists(path)) {
       return "nothing";
     }
-    const std::vector<double> values = test::allValues<double>(*openFiles({path}), "x");
+    const std::vector<double> values = test::allValues<double>(*openFiles({{path}}), "x");
     return values == std::vector<double>(4, 1)   ? "old"
            : values == std::vector<double>(4, 2) ? "new"
                                                  : "a part";

@@ -169,13 +169,6 @@ def test_advice_can_be_copied(run: Run) -> None:
     assert 'See "kvbig query --help".' in run("query", "--nonsense").stderr
 
 
-def test_another_separator_is_reported(run: Run) -> None:
-    (run.folder / "semicolons.csv").write_text("x;y\n1;2\n")
-    assert 'this file seems to use ";"' in run.refusal("semicolons.csv", "sum(x)")
-    (run.folder / "tabs.csv").write_text("x\ty\n1\t2\n")
-    assert "to use tabs" in run.refusal("tabs.csv", "sum(x)")
-
-
 def test_help_lists_all_types(run: Run) -> None:
     refusal = run.refusal("small.csv", "sum(x)", "--type", "x=float")
     (listed,) = re.findall(r"types are: ([a-z0-9, ]+)\.", refusal)

@@ -27,7 +27,6 @@ namespace kv::runtime {
 
 namespace {
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::int32_t kAnyColumns = -1;
 
 /// Arrow's report of a row with too few or too many fields.
@@ -56,36 +55,51 @@ std::shared_ptr<arrow::csv::BlockParser> makeParser(const arrow::csv::ParseOptio
   return {made, &made->parser};
 }
 
-arrow::csv::ParseOptions parseOptions() {
-  auto options = arrow::csv::ParseOptions::Defaults();
-  options.newlines_in_values = true;
-  return options;
+/// The names of `columns` columns that a file doesn't name: `column_1`, `column_2`, ...
+std::vector<std::string> numberedNames(std::int32_t columns) {
+  std::vector<std::string> names;
+  for (std::int32_t column = 1; column <= columns; ++column) {
+    names.push_back(fmt::format("column_{}", column));
+  }
+  return names;
+}
+
+std::vector<std::string> namesIn(const CsvBlock& header) {
+  std::vector<std::string> names;
+  const auto take = [&names](const std::uint8_t* text, std::uint32_t size, auto...) {
+    names.emplace_back(reinterpret_cast<const char*>(text), size);
+    return arrow::Status::OK();
+  };
+  checkArrow(header.fields->VisitLastRow(take));
+  return distinctNames(std::move(names));
 }
 
 }  // namespace
 
 std::int64_t CsvBlock::rows() const { return fields->num_rows(); }
 
-CsvBlock firstRecords(const CsvBlock& block, std::int64_t rows) {
+CsvBlock firstRecords(const CsvBlock& block, std::int64_t rows, const CsvFormat& format) {
   assert(rows >= 1 && rows <= block.rows());
   CsvBlock first;
   first.firstRow = block.firstRow;
   first.byteOffset = block.byteOffset;
-  first.fields = makeParser(parseOptions(), block.fields->num_cols(), block.firstRow + 1, rows);
+  first.fields =
+      makeParser(parseOptions(format), block.fields->num_cols(), block.firstRow + 1, rows);
   std::uint32_t bytes = 0;
   checkArrow(first.fields->Parse(block.records, &bytes));
   first.records = block.records.substr(0, bytes);
   return first;
 }
 
-CsvBlocks::CsvBlocks(SourceFile file, std::int64_t blockBytes)
-    : CsvBlocks(file, {0, file.bytes}, blockBytes) {}
+CsvBlocks::CsvBlocks(CsvFile file, std::int64_t blockBytes)
+    : CsvBlocks(file, {0, file.file.bytes}, blockBytes) {}
 
-CsvBlocks::CsvBlocks(SourceFile file, ByteRange range, std::int64_t blockBytes)
-    : input_(std::move(file)),
+CsvBlocks::CsvBlocks(CsvFile file, ByteRange range, std::int64_t blockBytes)
+    : file_(std::move(file)),
+      input_(file_.file),
       range_(range),
       blockBytes_(static_cast<std::size_t>(blockBytes)),
-      options_(parseOptions()),
+      options_(parseOptions(file_.format)),
       buffer_(blockBytes_ + 1, currentResource()),
       offset_(range.begin),
       nextByte_(range.begin) {
@@ -100,17 +114,24 @@ std::vector<std::string> CsvBlocks::readHeader() {
   skipByteOrderMark();
   const std::optional<CsvBlock> header = nextOf(kAnyColumns, /*maxRows=*/1);
   if (!header) {
-    errors::raiseStep("KALVEX:datastore:EmptyFile", {file().path});
+    errors::raiseStep(
+        "KALVEX:datastore:EmptyFile",
+        {path(), file_.format.hasHeader ? "a header with the names of the columns" : "a record"});
   }
-  std::vector<std::string> names;
-  const auto take = [&names](const std::uint8_t* text, std::uint32_t size, auto...) {
-    names.emplace_back(reinterpret_cast<const char*>(text), size);
-    return arrow::Status::OK();
-  };
-  checkArrow(header->fields->VisitLastRow(take));
   columns_ = header->fields->num_cols();
   nextRow_ = 0;
-  return distinctNames(std::move(names));
+  if (file_.format.hasHeader) {
+    return namesIn(*header);
+  }
+  putBack(*header);
+  return numberedNames(columns_);
+}
+
+/// Makes the first record the next one again.
+void CsvBlocks::putBack(const CsvBlock& first) {
+  begin_ -= first.records.size();
+  offset_ -= static_cast<std::int64_t>(first.records.size());
+  mayHoldRecords_ = true;
 }
 
 void CsvBlocks::skipHeader(std::size_t columns) { columns_ = static_cast<std::int32_t>(columns); }
@@ -223,28 +244,29 @@ void CsvBlocks::checkText() {
   isBad_ = good < unchecked.size() && (isAtEnd_ || !isCutCharacter(unchecked.substr(good)));
   const FileFormat* format = isBad_ && offset_ == 0 ? formatOf(unread()) : nullptr;
   if (format != nullptr) {
-    errors::raiseStep("KALVEX:datastore:OtherFormat", {file().path, format->name, format->advice});
+    errors::raiseStep("KALVEX:datastore:OtherFormat", {path(), format->name, format->advice});
   }
 }
 
 void CsvBlocks::throwNotText() const {
   const std::int64_t at = offset_ + static_cast<std::int64_t>(checked_ - begin_);
-  const std::int64_t line = lineOfOffset(file(), at);
+  const std::int64_t line = lineOfOffset(file_.file, at);
   const auto byte = static_cast<unsigned char>(buffer_[checked_]);
-  errors::raiseStep(
-      "KALVEX:datastore:NotText",
-      {file().path, std::to_string(line), std::to_string(at), fmt::format("0x{:02X}", byte)});
+  errors::raiseStep("KALVEX:datastore:NotText", {path(), std::to_string(line), std::to_string(at),
+                                                 fmt::format("0x{:02X}", byte)});
 }
 
 void CsvBlocks::throwRagged(std::int64_t row, std::int32_t found, std::int32_t expected,
                             std::string_view record) const {
-  const std::int64_t line = lineOfOffset(file(), offset_ + (record.data() - unread().data()));
-  const std::int64_t inFile = recordsBefore(file(), range_.begin) + row;
+  const std::int64_t line = lineOfOffset(file_.file, offset_ + (record.data() - unread().data()));
+  const std::int64_t inFile = recordsBefore(file_, range_.begin) + row;
   const std::string shown =
       errors::shownText(record.substr(0, record.find_last_not_of("\r\n") + 1));
-  errors::raiseStep("KALVEX:datastore:RaggedRow",
-                    {file().path, std::to_string(inFile), std::to_string(line),
-                     std::to_string(found), std::to_string(expected), shown});
+  errors::raiseStep(
+      "KALVEX:datastore:RaggedRow",
+      {path(), std::to_string(inFile), std::to_string(line), std::to_string(found),
+       std::to_string(expected), shown, file_.format.hasHeader ? "header" : "first record",
+       separatorNote(file_.format)});
 }
 
 void CsvBlocks::skipByteOrderMark() {
@@ -264,14 +286,14 @@ void CsvBlocks::advance(std::size_t bytes) {
 }
 
 void CsvBlocks::throwTooLong() const {
-  errors::raiseStep("KALVEX:datastore:RecordTooLong",
-                    {file().path, std::to_string(lineOfOffset(file(), offset_)),
-                     std::to_string(kCsvRecordBytes)});
+  errors::raiseStep(
+      "KALVEX:datastore:RecordTooLong",
+      {path(), std::to_string(lineOfOffset(file_.file, offset_)), std::to_string(kCsvRecordBytes)});
 }
 
 void CsvBlocks::throwUnterminated() const {
   errors::raiseStep("KALVEX:datastore:UnterminatedQuote",
-                    {file().path, std::to_string(lineOfOffset(file(), offset_))});
+                    {path(), std::to_string(lineOfOffset(file_.file, offset_))});
 }
 
 std::int64_t lineOfOffset(const SourceFile& file, std::int64_t offset) {
@@ -292,7 +314,7 @@ std::int64_t lineOfOffset(const SourceFile& file, std::int64_t offset) {
   return line;
 }
 
-std::int64_t recordsBefore(const SourceFile& file, std::int64_t offset) {
+std::int64_t recordsBefore(const CsvFile& file, std::int64_t offset) {
   std::int64_t records = 0;
   if (offset > 0) {
     CsvBlocks blocks(file, {0, offset});

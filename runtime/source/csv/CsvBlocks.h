@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "source/SourceInput.h"
+#include "source/csv/CsvFile.h"
 
 namespace arrow::csv {
 class BlockParser;
@@ -46,11 +47,11 @@ struct CsvBlock {
   std::int64_t rows() const;
 };
 
-/// The first `rows` records of a block.
+/// The first `rows` records of a block of a file with this format.
 ///
 /// Requires: 1 <= rows <= block.rows().
 /// Lives:    as long as the records of `block`.
-CsvBlock firstRecords(const CsvBlock& block, std::int64_t rows);
+CsvBlock firstRecords(const CsvBlock& block, std::int64_t rows, const CsvFormat& format);
 
 /// Reads a range of a CSV file block by block on the calling thread, in bounded memory.
 ///
@@ -73,21 +74,21 @@ class CsvBlocks {
   ///
   /// Requires: blockBytes >= 3, room for a byte order mark.
   /// Errors: as for SourceInput.
-  explicit CsvBlocks(SourceFile file, std::int64_t blockBytes = kCsvBlockBytes);
+  explicit CsvBlocks(CsvFile file, std::int64_t blockBytes = kCsvBlockBytes);
 
   /// The same for a part of the file.
   ///
   /// `range`: a record begins at its begin, or the file; another at its end, or the file ends
   /// there.
-  CsvBlocks(SourceFile file, ByteRange range, std::int64_t blockBytes = kCsvBlockBytes);
+  CsvBlocks(CsvFile file, ByteRange range, std::int64_t blockBytes = kCsvBlockBytes);
   ~CsvBlocks();
   CsvBlocks(const CsvBlocks&) = delete;
   CsvBlocks& operator=(const CsvBlocks&) = delete;
 
-  const SourceFile& file() const { return input_.file(); }
+  const CsvFile& file() const { return file_; }
 
   /// The names of the columns, from the first record of the file, made unique (distinctNames()).
-  /// Called once, before `next`.
+  /// Called once, before `next`, which returns that record in a file without a header.
   ///
   /// Requires: the range begins with the file.
   /// Errors: "KALVEX:datastore:EmptyFile" if there is no record,
@@ -124,7 +125,10 @@ class CsvBlocks {
   bool isFirstTooLong(std::size_t parsedBytes, std::int32_t columns) const;
   [[noreturn]] void throwTooLong() const;
   [[noreturn]] void throwUnterminated() const;
+  void putBack(const CsvBlock& first);
+  const std::string& path() const { return file_.file.path; }
 
+  CsvFile file_;
   SourceInput input_;
   ByteRange range_;
   std::size_t blockBytes_;
@@ -147,9 +151,9 @@ class CsvBlocks {
 /// Cost: reads the file up to there.
 std::int64_t lineOfOffset(const SourceFile& file, std::int64_t offset);
 
-/// The number of records of the file before byte `offset`, where one begins; without the header.
+/// The number of rows of data in the file before byte `offset`, where one begins.
 ///
 /// Cost: reads the file up to there.
-std::int64_t recordsBefore(const SourceFile& file, std::int64_t offset);
+std::int64_t recordsBefore(const CsvFile& file, std::int64_t offset);
 
 }  // namespace kv::runtime

@@ -33,27 +33,31 @@ namespace kv::runtime {
 
 namespace {
 
-arrow::csv::ConvertOptions numberOptions() {
-  arrow::csv::ConvertOptions options;
-  options.null_values = {"", "NA", "NaN", "null"};
-  options.true_values = {"1", "true", "True", "TRUE"};
-  options.false_values = {"0", "false", "False", "FALSE"};
-  return options;
+using Markers = std::vector<std::string>;
+
+/// The fields that are missing values in a column.
+Markers markersOf(ElementType type, const std::optional<Markers>& missing) {
+  Markers markers{""};
+  if (missing) {
+    markers.insert(markers.end(), missing->begin(), missing->end());
+  } else if (type != ElementType::String) {
+    markers.insert(markers.end(), {"NA", "NaN", "null"});
+  }
+  if (isTime(type)) {
+    markers.emplace_back("NaT");  // a value of the type, as NaN is one of double
+  }
+  return markers;
 }
 
-arrow::csv::ConvertOptions textOptions() {
-  arrow::csv::ConvertOptions options;
-  options.check_utf8 = false;  // CsvBlocks has checked all bytes
-  options.null_values = {""};
-  options.strings_can_be_null = true;
+std::shared_ptr<const arrow::csv::ConvertOptions> optionsFor(
+    ElementType type, const std::optional<Markers>& missing) {
+  auto options = std::make_shared<arrow::csv::ConvertOptions>();
+  options->check_utf8 = false;  // CsvBlocks has checked all bytes
+  options->strings_can_be_null = true;
+  options->null_values = markersOf(type, missing);
+  options->true_values = {"1", "true", "True", "TRUE"};
+  options->false_values = {"0", "false", "False", "FALSE"};
   return options;
-}
-
-/// A converter keeps a reference to its options, so these live as long as the process.
-const arrow::csv::ConvertOptions& optionsFor(ElementType type) {
-  static const arrow::csv::ConvertOptions numbers = numberOptions();
-  static const arrow::csv::ConvertOptions texts = textOptions();
-  return type == ElementType::String ? texts : numbers;
 }
 
 std::shared_ptr<arrow::DataType> convertedType(ElementType type) {
@@ -136,18 +140,15 @@ bool isUnsafeWhole(std::string_view text) {
   return text.size() > kLast.size() || (text.size() == kLast.size() && text > kLast);
 }
 
-std::shared_ptr<arrow::csv::Converter> makeConverter(ElementType type) {
+/// `options`: live as long as the converter.
+std::shared_ptr<arrow::csv::Converter> makeConverter(ElementType type,
+                                                     const arrow::csv::ConvertOptions& options) {
   if (isTime(type)) {
     return nullptr;
   }
-  auto made = arrow::csv::Converter::Make(convertedType(type), optionsFor(type), currentPool());
+  auto made = arrow::csv::Converter::Make(convertedType(type), options, currentPool());
   throwIfOutOfMemory(made.status());
   return *std::move(made);
-}
-
-bool isMissingTime(std::string_view text) {
-  constexpr std::string_view kMissing[] = {"", "NA", "NaT", "NaN", "null"};
-  return std::ranges::find(kMissing, text) != std::end(kMissing);
 }
 
 std::string_view viewOf(const std::uint8_t* text, std::uint32_t size) {
@@ -156,8 +157,30 @@ std::string_view viewOf(const std::uint8_t* text, std::uint32_t size) {
 
 }  // namespace
 
-CsvColumn::CsvColumn(std::int32_t index, ElementType type)
-    : index_(index), type_(type), converter_(makeConverter(type)) {}
+CsvColumn::CsvColumn(std::int32_t index, ElementType type, std::optional<Markers> missing)
+    : index_(index),
+      type_(type),
+      missing_(std::move(missing)),
+      options_(optionsFor(type, missing_)),
+      converter_(makeConverter(type, *options_)) {}
+
+CsvColumn::CsvColumn(std::int32_t index, const ColumnInfo& info, const CsvFormat& format)
+    : CsvColumn(index, info.type, format.missing) {
+  const auto pattern = format.patterns.find(info.name);
+  if (pattern != format.patterns.end()) {
+    pattern_.emplace(pattern->second);
+  }
+}
+
+CsvColumn CsvColumn::as(ElementType type) const {
+  CsvColumn other(index_, type, missing_);
+  other.pattern_ = pattern_;
+  return other;
+}
+
+std::optional<ParsedMoment> CsvColumn::momentIn(std::string_view text) const {
+  return pattern_ ? pattern_->parse(text) : parseMoment(text);
+}
 
 ConvertedColumn CsvColumn::convert(const arrow::csv::BlockParser& block) const {
   if (isTime(type_)) {
@@ -186,16 +209,17 @@ ConvertedColumn CsvColumn::convertTimes(const arrow::csv::BlockParser& block) co
   auto* next = buffer->mutable_data_as<std::int64_t>();
   bool fits = true;
   bool hasOffsets = false;
+  const Markers& missing = options_->null_values;
   const auto add = [&](const std::uint8_t* field, std::uint32_t size, auto...) {
     const std::string_view text = trimmed(viewOf(field, size));
-    if (isMissingTime(text)) {
+    if (std::ranges::find(missing, text) != missing.end()) {
       *next++ = kNaT;
     } else if (type_ == ElementType::Duration) {
       const auto duration = parseDuration(text);
       fits = fits && duration;
       *next++ = duration.value_or(kNaT);
     } else {
-      const auto moment = parseMoment(text);
+      const auto moment = momentIn(text);
       fits = fits && moment;
       hasOffsets = hasOffsets || (moment && moment->hasOffset);
       *next++ = moment ? moment->microseconds : kNaT;

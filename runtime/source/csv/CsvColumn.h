@@ -4,12 +4,17 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
-#include "kv/runtime/Column.h"
+#include "kv/runtime/CsvFormat.h"
+#include "kv/runtime/Datastore.h"
+#include "source/csv/MomentPattern.h"
 
 namespace arrow::csv {
 class BlockParser;
 class Converter;
+struct ConvertOptions;
 }  // namespace arrow::csv
 
 namespace kv::runtime {
@@ -30,13 +35,16 @@ struct ConvertedColumn {
 };
 
 /// Converts the text of one column of a CSV file to values, with Arrow's converter for the type;
-/// times as in times.h.
+/// times as in times.h, or by a pattern.
 ///
 /// Threads: one at a time.
 class CsvColumn {
  public:
-  /// For fields of column `index`, counted from 0, of the file.
-  CsvColumn(std::int32_t index, ElementType type);
+  /// For fields of column `index`, counted from 0, of a file in this format.
+  CsvColumn(std::int32_t index, const ColumnInfo& info, const CsvFormat& format);
+
+  /// The same column, read as another type.
+  CsvColumn as(ElementType type) const;
 
   std::int32_t index() const { return index_; }
   ElementType type() const { return type_; }
@@ -48,12 +56,17 @@ class CsvColumn {
   std::string lastText(const arrow::csv::BlockParser& block) const;
 
  private:
+  CsvColumn(std::int32_t index, ElementType type, std::optional<std::vector<std::string>> missing);
+  std::optional<ParsedMoment> momentIn(std::string_view text) const;
   ConvertedColumn convertTimes(const arrow::csv::BlockParser& block) const;
   bool holdsUnsafeWhole(const arrow::csv::BlockParser& block) const;
 
   std::int32_t index_;
   ElementType type_;
-  std::shared_ptr<arrow::csv::Converter> converter_;  ///< null for times
+  std::optional<std::vector<std::string>> missing_;  ///< markers that the user set
+  std::optional<MomentPattern> pattern_;
+  std::shared_ptr<const arrow::csv::ConvertOptions> options_;  ///< the converter refers to them
+  std::shared_ptr<arrow::csv::Converter> converter_;           ///< null for times
 };
 
 }  // namespace kv::runtime

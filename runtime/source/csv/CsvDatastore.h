@@ -9,6 +9,7 @@
 
 #include "kv/runtime/csv.h"
 #include "source/FileDatastore.h"
+#include "source/csv/CsvFile.h"
 #include "source/csv/CsvIndex.h"
 
 namespace kv::runtime {
@@ -22,14 +23,16 @@ class CsvDatastore final : public FileDatastore {
  public:
   /// `rangeBytes`: for tests, to cut small files.
   explicit CsvDatastore(const std::vector<std::string>& paths,
-                        const std::vector<TypeOverride>& types = {},
+                        const std::vector<TypeOverride>& types = {}, const CsvFormat& format = {},
                         std::int64_t rangeBytes = csvRangeBytes());
 
   /// The table with this description; opens nothing. Each file is compared with its description
   /// when it is read.
-  explicit CsvDatastore(FileTable table, std::int64_t rangeBytes = csvRangeBytes());
+  explicit CsvDatastore(CsvTable table, std::int64_t rangeBytes = csvRangeBytes());
 
   const FileTable& table() const override;
+  const CsvFormat& format() const;
+  std::string formatNote() const override { return kv::runtime::formatNote(format()); }
   std::int64_t numPartitions() const override;
   std::unique_ptr<ChunkReader> openPartition(std::int64_t partition,
                                              const std::vector<std::string>& columns,

@@ -1,6 +1,5 @@
 #include "source/csv/CsvErrorLocator.h"
 
-#include <arrow/csv/options.h>
 #include <arrow/csv/parser.h>
 
 #include <algorithm>
@@ -40,7 +39,10 @@ const char* idOf(FieldFault fault) {
 }
 
 /// Why the column has the type that the field doesn't fit, if that isn't obvious.
-const char* originOf(const ColumnInfo& info) {
+std::string originOf(const ColumnInfo& info, const CsvFormat& format) {
+  if (const auto pattern = format.patterns.find(info.name); pattern != format.patterns.end()) {
+    return " by the pattern " + pattern->second;
+  }
   return info.isUndecided
              ? " because its first values come after those from which types are inferred"
              : "";
@@ -48,9 +50,9 @@ const char* originOf(const ColumnInfo& info) {
 
 }  // namespace
 
-FaultyField firstFault(const CsvBlock& block, const std::vector<CsvColumn>& columns) {
-  auto options = arrow::csv::ParseOptions::Defaults();
-  options.newlines_in_values = true;
+FaultyField firstFault(const CsvBlock& block, const std::vector<CsvColumn>& columns,
+                       const CsvFormat& format) {
+  const arrow::csv::ParseOptions options = parseOptions(format);
   ThrowingPool pool(*currentPool());
   std::size_t at = 0;
   for (std::int64_t row = 0; row < block.rows(); ++row) {
@@ -75,15 +77,15 @@ FaultyField firstFault(const CsvBlock& block, const std::vector<CsvColumn>& colu
   throw std::logic_error("A block of records has a fault that none of its records has.");
 }
 
-void throwFieldError(const SourceFile& file, std::int64_t rangeBegin, const CsvBlock& block,
+void throwFieldError(const CsvFile& file, std::int64_t rangeBegin, const CsvBlock& block,
                      const FaultyField& field, const CsvColumn& column, const ColumnInfo& info) {
   const std::int64_t row = recordsBefore(file, rangeBegin) + block.firstRow + field.row + 1;
-  const std::int64_t line = lineOfOffset(file, field.byteOffset);
+  const std::int64_t line = lineOfOffset(file.file, field.byteOffset);
   const std::string text = errors::shownText(field.text);
   const std::string type(elementTypeName(info.type));
   const std::string wider(elementTypeName(typeThatHolds(block, column)));
-  errors::raiseStep(idOf(field.fault), {file.path, std::to_string(row), std::to_string(line),
-                                        info.name, text, type, wider, originOf(info)});
+  errors::raiseStep(idOf(field.fault), {file.file.path, std::to_string(row), std::to_string(line),
+                                        info.name, text, type, wider, originOf(info, file.format)});
 }
 
 }  // namespace kv::runtime

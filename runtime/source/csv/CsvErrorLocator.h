@@ -23,8 +23,10 @@ struct FaultyField {
 /// The field of the first record that has a fault, and of its fields the one whose column comes
 /// first. Reads the block again record by record, which keeps the reading of good blocks fast.
 ///
+/// `format`:  of the file to which the block belongs.
 /// Requires: converting `block` by one of `columns` has a fault.
-FaultyField firstFault(const CsvBlock& block, const std::vector<CsvColumn>& columns);
+FaultyField firstFault(const CsvBlock& block, const std::vector<CsvColumn>& columns,
+                       const CsvFormat& format);
 
 /// Reports a field that `firstFault` has found.
 ///
@@ -33,7 +35,7 @@ FaultyField firstFault(const CsvBlock& block, const std::vector<CsvColumn>& colu
 /// Errors: always "KALVEX:datastore:BadField", "KALVEX:datastore:MissingField" or
 ///         "KALVEX:datastore:NumberTooLarge".
 /// Cost:   reads the file up to the field, to count rows and lines.
-[[noreturn]] void throwFieldError(const SourceFile& file, std::int64_t rangeBegin,
+[[noreturn]] void throwFieldError(const CsvFile& file, std::int64_t rangeBegin,
                                   const CsvBlock& block, const FaultyField& field,
                                   const CsvColumn& column, const ColumnInfo& info);
 

@@ -51,32 +51,32 @@ std::int64_t csvRangeBytes() {
   return bytes > 0 ? bytes : kCsvRangeBytes;
 }
 
-CsvIndex::CsvIndex(SourceFile file, std::int64_t rangeBytes)
+CsvIndex::CsvIndex(CsvFile file, std::int64_t rangeBytes)
     : file_(std::move(file)),
       rangeBytes_(rangeBytes),
       numRanges_(std::max<std::int64_t>(
-          1, file_.bytes / rangeBytes + (file_.bytes % rangeBytes != 0 ? 1 : 0))) {}
+          1, fileBytes() / rangeBytes + (fileBytes() % rangeBytes != 0 ? 1 : 0))) {}
 
 ByteRange CsvIndex::records(std::int64_t index, const CancellationToken& cancellation) {
   if (numRanges_ == 1) {
-    return {0, file_.bytes};
+    return {0, fileBytes()};
   }
   const auto begin = recordAtCut(index, cancellation);
   const auto end = recordAtCut(index + 1, cancellation);
   // Without a next record, the one before the cut can't be read, and is reported by its range.
-  return {begin.value_or(file_.bytes), end.value_or(file_.bytes)};
+  return {begin.value_or(fileBytes()), end.value_or(fileBytes())};
 }
 
 /// Where range `index` begins before it is moved to a record.
 std::int64_t CsvIndex::cut(std::int64_t index) const {
-  return std::min(index * rangeBytes_, file_.bytes);
+  return std::min(index * rangeBytes_, fileBytes());
 }
 
 /// Where the first record begins at or after a cut; empty if none does within a record's length.
 std::optional<std::int64_t> CsvIndex::recordAtCut(std::int64_t index,
                                                   const CancellationToken& cancellation) {
   if (index == 0 || index == numRanges_) {
-    return index == 0 ? 0 : file_.bytes;
+    return index == 0 ? 0 : fileBytes();
   }
   const std::int64_t offset = std::max(cut(index), headerEnd());
   examine(index, cancellation);
@@ -98,7 +98,7 @@ std::int64_t CsvIndex::headerEnd() {
     CsvBlocks blocks(file_, kCsvHeaderBytes);
     blocks.readHeader();
     lock.lock();
-    headerEnd_ = std::min(blocks.offset(), file_.bytes);  // a line end may have been added
+    headerEnd_ = std::min(blocks.offset(), fileBytes());  // a line end may have been added
   }
   return headerEnd_;
 }
@@ -139,9 +139,9 @@ void CsvIndex::examine(std::int64_t end, const CancellationToken& cancellation) 
 }
 
 CsvTransition CsvIndex::transitionOf(std::int64_t index, const CancellationToken& cancellation) {
-  CsvTransition transition;
+  CsvTransition transition(file_.format.separator);
   const std::int64_t begin = std::max(cut(index), headerEnd());
-  const SourceInput input(file_);
+  const SourceInput input(file_.file);
   visitBytes(input, begin, cut(index + 1), kScanBytes, [&](std::int64_t, std::string_view bytes) {
     cancellation.throwIfCancelled();
     transition.append(bytes);
@@ -157,14 +157,14 @@ std::optional<std::int64_t> CsvIndex::firstRecordFrom(std::int64_t offset, CsvSt
   }
   const std::int64_t limit = offset + kLongestSearch;
   std::optional<std::int64_t> found;
-  if (limit >= file_.bytes) {
-    found = file_.bytes;
+  if (limit >= fileBytes()) {
+    found = fileBytes();
   }
-  const SourceInput input(file_);
-  visitBytes(input, offset, std::min(file_.bytes, limit), kSearchBytes,
+  const SourceInput input(file_.file);
+  visitBytes(input, offset, std::min(fileBytes(), limit), kSearchBytes,
              [&](std::int64_t at, std::string_view bytes) {
                for (std::size_t i = 0; i < bytes.size(); ++i) {
-                 state = next(state, bytes[i]);
+                 state = next(state, bytes[i], file_.format.separator);
                  if (state == CsvState::RecordStart) {
                    found = at + static_cast<std::int64_t>(i) + 1;
                    return false;

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "kv/runtime/Cancellation.h"
-#include "source/SourceFile.h"
 #include "source/csv/CsvBlocks.h"
+#include "source/csv/CsvFile.h"
 #include "source/csv/CsvTransition.h"
 
 namespace kv::runtime {
@@ -29,7 +29,7 @@ std::int64_t csvRangeBytes();
 /// Threads: any; several examine different ranges at the same time.
 class CsvIndex {
  public:
-  CsvIndex(SourceFile file, std::int64_t rangeBytes);
+  CsvIndex(CsvFile file, std::int64_t rangeBytes);
 
   /// At least 1; depends on the size of the file alone.
   std::int64_t numRanges() const { return numRanges_; }
@@ -54,7 +54,9 @@ class CsvIndex {
   CsvTransition transitionOf(std::int64_t index, const CancellationToken& cancellation);
   std::optional<std::int64_t> firstRecordFrom(std::int64_t offset, CsvState state) const;
 
-  const SourceFile file_;
+  std::int64_t fileBytes() const { return file_.file.bytes; }
+
+  const CsvFile file_;
   const std::int64_t rangeBytes_;
   const std::int64_t numRanges_;
   std::mutex mutex_;  ///< of what follows

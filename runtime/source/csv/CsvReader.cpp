@@ -9,7 +9,7 @@
 
 namespace kv::runtime {
 
-CsvReader::CsvReader(const SourceFile& file, ByteRange range, std::int64_t partition,
+CsvReader::CsvReader(const CsvFile& file, ByteRange range, std::int64_t partition,
                      const Schema& schema, const std::vector<std::string>& columns,
                      const CancellationToken& cancellation)
     : blocks_(file, range),
@@ -17,19 +17,19 @@ CsvReader::CsvReader(const SourceFile& file, ByteRange range, std::int64_t parti
       partition_(partition),
       names_(std::make_shared<const std::vector<std::string>>(columns)),
       cancellation_(cancellation) {
-  const bool hasHeader = range.begin == 0;
+  const bool isFirst = range.begin == 0;
   // Size and time may agree by chance. Columns are read by position, so the names must match, too.
-  if ((hasHeader ? blocks_.readHeader() : CsvBlocks(file, kCsvHeaderBytes).readHeader()) !=
+  if ((isFirst ? blocks_.readHeader() : CsvBlocks(file, kCsvHeaderBytes).readHeader()) !=
       columnNames(schema)) {
-    file.throwChanged();
+    file.file.throwChanged();
   }
-  if (!hasHeader) {
+  if (!isFirst) {
     blocks_.skipHeader(schema.size());
   }
   for (const std::string& name : columns) {
     const std::size_t index = columnIndex(schema, name);
     infos_.push_back(schema[index]);
-    columns_.emplace_back(static_cast<std::int32_t>(index), schema[index].type);
+    columns_.emplace_back(static_cast<std::int32_t>(index), schema[index], file.format);
   }
 }
 
@@ -49,9 +49,10 @@ std::optional<Chunk> CsvReader::next() {
   if (auto chunk = converted(*block)) {
     return chunk;
   }
-  const FaultyField field = firstFault(*block, columns_);
+  const FaultyField field = firstFault(*block, columns_, blocks_.file().format);
   faulty_ = {*std::move(block), field};
-  return field.row == 0 ? next() : converted(firstRecords(faulty_->block, field.row));
+  return field.row == 0 ? next()
+                        : converted(firstRecords(faulty_->block, field.row, blocks_.file().format));
 }
 
 std::optional<Chunk> CsvReader::converted(const CsvBlock& block) const {

@@ -20,7 +20,7 @@ class CsvReader final : public ChunkReader {
   /// Errors:   "KALVEX:datastore:SourceChanged" if `file` isn't as recorded or has other columns
   ///           than `schema`, "KALVEX:datastore:UnknownColumn"; as for CsvBlocks.
   /// Lives:    `cancellation` outlives the reader.
-  CsvReader(const SourceFile& file, ByteRange range, std::int64_t partition, const Schema& schema,
+  CsvReader(const CsvFile& file, ByteRange range, std::int64_t partition, const Schema& schema,
             const std::vector<std::string>& columns, const CancellationToken& cancellation);
   ~CsvReader() override;
 

@@ -21,9 +21,9 @@ namespace {
 /// Infers the type of one column from the first block with a value in it.
 class ColumnInference {
  public:
-  ColumnInference(std::size_t index, ColumnInfo& info)
-      : numbers_(static_cast<std::int32_t>(index), ElementType::Double),
-        moments_(static_cast<std::int32_t>(index), ElementType::DateTime),
+  ColumnInference(std::size_t index, ColumnInfo& info, const CsvFormat& format)
+      : numbers_(static_cast<std::int32_t>(index), {info.name, ElementType::Double}, format),
+        moments_(numbers_.as(ElementType::DateTime)),
         info_(&info) {
     info_->isUndecided = true;
   }
@@ -59,14 +59,14 @@ class ColumnInference {
 };
 
 /// Reads no more than it must, usually only the first block of the first file.
-void inferTypes(std::span<const SourceFile> files, std::vector<ColumnInference> columns,
-                std::int64_t inferenceBytes) {
+void inferTypes(std::span<const SourceFile> files, const CsvFormat& format,
+                std::vector<ColumnInference> columns, std::int64_t inferenceBytes) {
   std::int64_t bytes = 0;
   for (const SourceFile& file : files) {
     if (columns.empty()) {
       return;
     }
-    CsvBlocks blocks(file);
+    CsvBlocks blocks(CsvFile{file, format});
     blocks.readHeader();
     while (!columns.empty()) {
       const std::optional<CsvBlock> block = blocks.next();
@@ -89,11 +89,11 @@ Chunk firstRowsIn(CsvBlocks blocks, const Schema& schema, std::int64_t rows) {
   if (!block) {
     return {};
   }
-  const CsvBlock first = firstRecords(*block, std::min(rows, block->rows()));
+  const CsvBlock first = firstRecords(*block, std::min(rows, block->rows()), blocks.file().format);
   Chunk chunk{.ordinals = RowOrdinals(0, first.rows())};
   chunk.names = std::make_shared<const std::vector<std::string>>(columnNames(schema));
   for (std::size_t index = 0; index < schema.size(); ++index) {
-    const CsvColumn column(static_cast<std::int32_t>(index), schema[index].type);
+    const CsvColumn column(static_cast<std::int32_t>(index), schema[index], blocks.file().format);
     ConvertedColumn converted = column.convert(*first.fields);
     if (!converted.column) {
       return {};
@@ -105,7 +105,7 @@ Chunk firstRowsIn(CsvBlocks blocks, const Schema& schema, std::int64_t rows) {
 
 }  // namespace
 
-Chunk firstCsvRows(const SourceFile& file, const Schema& schema, std::int64_t rows) {
+Chunk firstCsvRows(const CsvFile& file, const Schema& schema, std::int64_t rows) {
   try {
     return firstRowsIn(CsvBlocks(file, kCsvHeaderBytes), schema, rows);
   } catch (const errors::StepError&) {
@@ -114,11 +114,13 @@ Chunk firstCsvRows(const SourceFile& file, const Schema& schema, std::int64_t ro
 }
 
 Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
-                     std::int64_t inferenceBytes) {
-  const std::vector<std::string> names = CsvBlocks(files.front(), kCsvHeaderBytes).readHeader();
+                     const CsvFormat& format, std::int64_t inferenceBytes) {
+  const auto namesIn = [&](const SourceFile& file) {
+    return CsvBlocks(CsvFile{file, format}, kCsvHeaderBytes).readHeader();
+  };
+  const std::vector<std::string> names = namesIn(files.front());
   for (const SourceFile& file : files.subspan(1)) {
-    requireSameColumns(file.path, CsvBlocks(file, kCsvHeaderBytes).readHeader(), files.front().path,
-                       names);
+    requireSameColumns(file.path, namesIn(file), files.front().path, names, separatorNote(format));
   }
   Schema schema;
   for (const std::string& name : names) {
@@ -129,14 +131,18 @@ Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOv
     const std::size_t index = columnIndex(schema, wanted.column);
     schema[index].type = typeNamed(wanted);
     isFixed[index] = true;
+    if (const auto pattern = format.patterns.find(wanted.column);
+        pattern != format.patterns.end()) {
+      schema[index].fileType = "text by the pattern " + pattern->second;
+    }
   }
   std::vector<ColumnInference> inferred;
   for (std::size_t index = 0; index < schema.size(); ++index) {
     if (!isFixed[index]) {
-      inferred.emplace_back(index, schema[index]);
+      inferred.emplace_back(index, schema[index], format);
     }
   }
-  inferTypes(files, std::move(inferred), inferenceBytes);
+  inferTypes(files, format, std::move(inferred), inferenceBytes);
   return schema;
 }
 

@@ -6,6 +6,7 @@
 #include "kv/runtime/Datastore.h"
 #include "kv/runtime/csv.h"
 #include "source/FileTable.h"
+#include "source/csv/CsvFile.h"
 
 namespace kv::runtime {
 
@@ -18,15 +19,15 @@ inline constexpr std::int64_t kInferenceBytes = 256 << 20;
 ///
 /// Result:   a column without a value in the first `inferenceBytes`, counted to the end of a block,
 ///           is undecided.
-/// Requires: at least one file.
+/// Requires: at least one file; the separator of `format` is known.
 /// Errors: "KALVEX:datastore:DifferentColumns" if the header of a file has other columns
 ///         than the first, or in another order; "KALVEX:datastore:UnknownColumn",
 ///         "KALVEX:datastore:UnknownType"; and as for CsvBlocks.
 Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
-                     std::int64_t inferenceBytes = kInferenceBytes);
+                     const CsvFormat& format, std::int64_t inferenceBytes = kInferenceBytes);
 
 /// The first rows of a file, at most `rows`, for people to look at; none if they can't be read:
 /// reading the values raises the error.
-Chunk firstCsvRows(const SourceFile& file, const Schema& schema, std::int64_t rows);
+Chunk firstCsvRows(const CsvFile& file, const Schema& schema, std::int64_t rows);
 
 }  // namespace kv::runtime

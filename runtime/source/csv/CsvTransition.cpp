@@ -22,8 +22,8 @@ constexpr std::size_t kStates = 5;
 constexpr std::array kAfterQuote{Quoted, Quoted, Unquoted, QuoteInQuoted, Quoted};
 
 /// The state outside quotes after a byte that isn't one.
-constexpr CsvState afterPlain(char c) {
-  return c == '\n' || c == '\r' ? RecordStart : c == ',' ? FieldStart : Unquoted;
+constexpr CsvState afterPlain(char c, char separator) {
+  return c == '\n' || c == '\r' ? RecordStart : c == separator ? FieldStart : Unquoted;
 }
 
 using StateMap = std::array<CsvState, kStates>;
@@ -90,16 +90,8 @@ constexpr Transitions findTransitions() {
 constexpr Transitions kTransitions = findTransitions();
 
 /// By its last byte.
-constexpr auto kTextOf = [] {
-  std::array<std::uint8_t, 256> texts{};
-  for (std::size_t byte = 0; byte < texts.size(); ++byte) {
-    texts[byte] = static_cast<std::uint8_t>(afterPlain(static_cast<char>(byte))) + 1;
-  }
-  return texts;
-}();
-
-std::uint8_t textOf(const char* begin, const char* end) {
-  return begin == end ? std::uint8_t{0} : kTextOf[static_cast<std::uint8_t>(end[-1])];
+std::size_t textOf(const char* begin, const char* end, char separator) {
+  return begin == end ? 0 : static_cast<std::size_t>(afterPlain(end[-1], separator)) + 1;
 }
 
 /// The first quote, or `end`. Where all fields are quoted, the next one is a few bytes ahead, and a
@@ -127,11 +119,11 @@ const char* findQuote(const char* at, const char* end) {
 
 }  // namespace
 
-CsvState next(CsvState before, char c) {
+CsvState next(CsvState before, char c, char separator) {
   if (c == '"') {
     return kAfterQuote[static_cast<std::size_t>(before)];
   }
-  return before == Quoted ? Quoted : afterPlain(c);
+  return before == Quoted ? Quoted : afterPlain(c, separator);
 }
 
 CsvState CsvTransition::after(CsvState before) const {
@@ -145,7 +137,7 @@ void CsvTransition::append(std::string_view bytes) {
   while (at != end) {
     const char* quote = findQuote(at, end);
     const Transitions::Row& row = kTransitions.rows[number];
-    const std::uint8_t text = textOf(at, quote);
+    const std::size_t text = textOf(at, quote, separator_);
     number = quote == end ? row.afterText[text] : row.afterTextAndQuote[text];
     at = quote == end ? end : quote + 1;
   }

@@ -42,7 +42,7 @@ ElementType typeThatHolds(const CsvBlock& block, const CsvColumn& column) {
     return String;
   }
   const auto holds = [&](ElementType type) {
-    return CsvColumn(column.index(), type).convert(*block.fields).column.has_value();
+    return column.as(type).convert(*block.fields).column.has_value();
   };
   const auto found = std::ranges::find_if(row->types, holds);
   return found == row->types.end() ? String : *found;

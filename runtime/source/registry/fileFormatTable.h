@@ -18,15 +18,21 @@ struct SourceFormat {
   std::string_view shown;  ///< for messages
   std::string_view ending;
   std::string_view magic;  ///< how its files begin
-  std::unique_ptr<Datastore> (*open)(const std::vector<std::string>& paths,
-                                     const std::vector<TypeOverride>& types);
+  std::unique_ptr<Datastore> (*open)(const FileRequest& request);
   std::shared_ptr<const Datastore> (*openDescribed)(ByteReader& description);
 };
 
 /// The first is that of files which have neither the ending nor the magic of another.
 inline constexpr std::array kSourceFormats{
-    SourceFormat{kCsvFormat, "CSV", ".csv", "", openCsv, openDescribedCsv},
-    SourceFormat{kParquetFormat, "Parquet", ".parquet", "PAR1", openParquet, openDescribedParquet},
+    SourceFormat{kCsvFormat, "CSV", ".csv", "",
+                 [](const FileRequest& request) {
+                   return openCsv(request.paths, request.types, request.csv);
+                 },
+                 openDescribedCsv},
+    SourceFormat{
+        kParquetFormat, "Parquet", ".parquet", "PAR1",
+        [](const FileRequest& request) { return openParquet(request.paths, request.types); },
+        openDescribedParquet},
 };
 
 }  // namespace kv::runtime

@@ -62,6 +62,13 @@ const SourceFormat& formatOfFiles(const std::vector<std::string>& paths) {
   return common == nullptr ? kSourceFormats.front() : *common;
 }
 
+/// What a format that isn't the default sets, for messages.
+const char* optionIn(const CsvFormat& format) {
+  return format.separator != '\0' ? "a separator"
+         : !format.hasHeader      ? "the lack of a header"
+                                  : "the markers of missing values";
+}
+
 }  // namespace
 
 TypeOverride parseTypeOverride(std::string_view text) {
@@ -72,9 +79,13 @@ TypeOverride parseTypeOverride(std::string_view text) {
   return {std::string(text.substr(0, sign)), std::string(text.substr(sign + 1))};
 }
 
-std::unique_ptr<Datastore> openFiles(const std::vector<std::string>& paths,
-                                     const std::vector<TypeOverride>& types) {
-  return formatOfFiles(paths).open(paths, types);
+std::unique_ptr<Datastore> openFiles(const FileRequest& request) {
+  const SourceFormat& format = formatOfFiles(request.paths);
+  if (&format != &kSourceFormats.front() && request.csv != CsvFormat()) {
+    errors::raiseStep("KALVEX:datastore:FixedFormat",
+                      {request.paths.front(), std::string(format.shown), optionIn(request.csv)});
+  }
+  return format.open(request);
 }
 
 }  // namespace kv::runtime

@@ -199,6 +199,10 @@ class Datastore {
 
   /// The source under the name that the user gave, such as `flights.csv`, for messages and plans.
   virtual std::string displayName() const = 0;
+
+  /// How its files are written, for plans, such as `separated by tabs`; empty if that is obvious.
+  /// Sources of equal files and columns have equal rows only if this is equal.
+  virtual std::string formatNote() const { return {}; }
 };
 
 }  // namespace kv::runtime

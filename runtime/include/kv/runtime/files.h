@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "kv/runtime/CsvFormat.h"
 #include "kv/runtime/Datastore.h"
 
 namespace kv::runtime {
@@ -12,7 +13,14 @@ namespace kv::runtime {
 /// Sets the type of a column, if the user knows better than the first rows of a CSV file.
 struct TypeOverride {
   std::string column;
-  std::string type;  ///< as elementTypeName() writes it
+  std::string type;  ///< as elementTypeName() writes it, or `datetime(PATTERN)`, see openCsv()
+};
+
+/// Files to be opened as one table.
+struct FileRequest {
+  std::vector<std::string> paths;
+  std::vector<TypeOverride> types{};
+  CsvFormat csv{};  ///< only CSV files may have another than the default
 };
 
 /// Reads `NAME=TYPE`; the last `=` separates the two, so a name may contain one.
@@ -22,11 +30,11 @@ TypeOverride parseTypeOverride(std::string_view text);
 
 /// Opens files as one table, in the format that they have: see openCsv() and openParquet().
 ///
-/// Each of `paths` is a file, a folder (its `*.csv` and `*.parquet` files), or a pattern. A file is
+/// Each path is a file, a folder (its `*.csv` and `*.parquet` files), or a pattern. A file is
 /// Parquet if its name ends with `.parquet` or its content begins with `PAR1`, otherwise CSV.
 ///
-/// Errors: "KALVEX:datastore:MixedFormats" for files of two formats; those of the formats.
-std::unique_ptr<Datastore> openFiles(const std::vector<std::string>& paths,
-                                     const std::vector<TypeOverride>& types = {});
+/// Errors: "KALVEX:datastore:MixedFormats" for files of two formats, "KALVEX:datastore:FixedFormat"
+///         if they aren't CSV and `request` says how CSV is written; those of the formats.
+std::unique_ptr<Datastore> openFiles(const FileRequest& request);
 
 }  // namespace kv::runtime
