@@ -25,6 +25,12 @@ host::Value openDatastore(kcos::NameRef opener, const std::vector<std::string>& 
   inputs.give(host::makeStringColumn(paths));
   inputs.give(host::makeStringColumn(columns));
   inputs.give(host::makeStringColumn(types));
+  if (!options.separator.empty() || !options.hasHeader || options.missing) {
+    inputs.give(host::makeString(options.separator));
+    inputs.give(host::makeLogical(options.hasHeader));
+    inputs.give(options.missing ? host::makeStringColumn(*options.missing)
+                                : host::makeEmptyDouble());
+  }
   return host::call(opener, inputs.list());
 }
 
@@ -49,6 +55,7 @@ std::shared_ptr<const RowSpace> rowsOf(const kxArray* datastore) {
       key += std::to_string(text.size()) + ':' + text;
     }
   }
+  key += host::toText(host::getProperty(datastore, "FormatNote").get());
   auto rows = std::make_shared<RowSpace>(
       key, host::toText(host::getProperty(datastore, "DisplayName").get()), countOf(datastore));
   rows->setOfFiles();

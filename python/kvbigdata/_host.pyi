@@ -179,6 +179,11 @@ class Memory:
 class ElementMemory:
     """The elements of a result, to which arrays refer."""
 
+class ReadOptions:
+    """How files are read."""
+
+    def __init__(self, types: Mapping[str, str], separator: str, has_header: bool, missing: Sequence[str] | None) -> None: ...
+
 class ArrayHandle:
     """An array of array/."""
 
@@ -247,9 +252,9 @@ class ArraySession:
 
     def close(self) -> None: ...
 
-    def read(self, paths: Sequence[str], types: Mapping[str, str]) -> TableHandle: ...
+    def read(self, paths: Sequence[str], options: ReadOptions) -> TableHandle: ...
 
-    def read_csv(self, paths: Sequence[str], types: Mapping[str, str]) -> TableHandle: ...
+    def read_csv(self, paths: Sequence[str], options: ReadOptions) -> TableHandle: ...
 
     def read_parquet(self, paths: Sequence[str]) -> TableHandle: ...
 

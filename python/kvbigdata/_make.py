@@ -4,6 +4,7 @@ import os
 from collections.abc import Iterable, Mapping
 from typing import Any
 
+from . import _host
 from ._session import current
 from ._table import Table
 from ._types import types_by_name
@@ -16,6 +17,18 @@ def _listed(paths: Path | Iterable[Path]) -> list[str]:
     return [os.fspath(path) for path in given]
 
 
+def _options(
+    types: Mapping[str, Any] | None,
+    separator: str | None,
+    header: bool,
+    missing: str | Iterable[str] | None,
+) -> _host.ReadOptions:
+    markers = [missing] if isinstance(missing, str) else missing
+    return _host.ReadOptions(
+        types_by_name(types), separator or "", header, None if markers is None else list(markers)
+    )
+
+
 def _selected(table: Table, columns: Iterable[str] | None) -> Table:
     return table if columns is None else table.select(*columns)
 
@@ -24,13 +37,23 @@ def read(
     paths: Path | Iterable[Path],
     types: Mapping[str, Any] | None = None,
     columns: Iterable[str] | None = None,
+    *,
+    separator: str | None = None,
+    header: bool = True,
+    missing: str | Iterable[str] | None = None,
 ) -> Table:
     """A table over CSV or Parquet files; the format is recognised.
 
     paths: a file, a folder, a pattern such as "data/*.csv", or several of these.
     types: types of columns of CSV files by name, such as {"id": "int64"}, where the type that the
-        first rows suggest isn't the right one.
+        first rows suggest isn't the right one. Moments that aren't written by ISO 8601 have a pattern
+        of strptime: {"day": "datetime(%d.%m.%Y)"}, with %f for a fraction of a second.
     columns: names of the columns of the table, in their order; all unless given.
+    separator: what separates the fields of CSV files, one ASCII character; comma, tab, semicolon and
+        bar are detected.
+    header: False for CSV files without names of columns; these are then column_1, column_2 and so on.
+    missing: fields of CSV files that are missing values, in all columns, besides empty ones; "NA",
+        "NaN" and "null" in columns of numbers and times unless given.
 
     Reads the headers and the first block, or the footers; nothing else until something is computed.
 
@@ -39,19 +62,23 @@ def read(
     dtype('int32')
     """
     session = current()
-    table = Table(session._native.read(_listed(paths), types_by_name(types)), session)
-    return _selected(table, columns)
+    options = _options(types, separator, header, missing)
+    return _selected(Table(session._native.read(_listed(paths), options), session), columns)
 
 
 def read_csv(
     paths: Path | Iterable[Path],
     types: Mapping[str, Any] | None = None,
     columns: Iterable[str] | None = None,
+    *,
+    separator: str | None = None,
+    header: bool = True,
+    missing: str | Iterable[str] | None = None,
 ) -> Table:
     """The same for CSV files, whatever they are called."""
     session = current()
-    table = Table(session._native.read_csv(_listed(paths), types_by_name(types)), session)
-    return _selected(table, columns)
+    options = _options(types, separator, header, missing)
+    return _selected(Table(session._native.read_csv(_listed(paths), options), session), columns)
 
 
 def read_parquet(paths: Path | Iterable[Path], columns: Iterable[str] | None = None) -> Table:

@@ -50,6 +50,11 @@ def name_of(dtype: npt.DTypeLike, what: str) -> str:
 def types_by_name(types: Any) -> dict[str, str]:
     """Types of columns as the library names them; those of NumPy and Python are accepted."""
     return {
-        column: kind if isinstance(kind, str) and kind in _NAMES else name_of(kind, column)
+        column: kind if isinstance(kind, str) and _is_name(kind) else name_of(kind, column)
         for column, kind in (types or {}).items()
     }
+
+
+def _is_name(kind: str) -> bool:
+    """Whether a text is a name of the library, or of moments with their pattern."""
+    return kind in _NAMES or kind.startswith("datetime(")

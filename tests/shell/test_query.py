@@ -169,6 +169,25 @@ def test_advice_can_be_copied(run: Run) -> None:
     assert 'See "kvbig query --help".' in run("query", "--nonsense").stderr
 
 
+def test_a_file_says_how_it_is_written_or_the_user_does(run: Run) -> None:
+    (run.folder / "semicolons.csv").write_text("x;day\n1;31.12.2013\nN/A;NULL\n")
+    (run.folder / "tabs.txt").write_text("1\t2\n3\tNULL\n")
+    plan = run("explain", "semicolons.csv", "max(x)").stdout
+    assert "1 of 2 columns: x; separated by semicolons" in plan
+    words = ["--missing", "NULL,N/A", "--type", "day=datetime(%d.%m.%Y)"]
+    assert run.results("semicolons.csv", "sum(x)", "max(day)", *words) == {
+        "sum(x)": 1,
+        "max(day)": "2013-12-31T00:00:00",
+    }
+    words = ["tabs.txt", "sum(column_1 * column_2)", "--no-header", "--missing", "NULL"]
+    assert run.results(*words) == run.results(*words, "--separator", "tab")
+    assert run("save", "t.kv", *words, "--separator", "\\t").returncode == 0
+    saved = run("open", "t.kv", "--trust", "--json").stdout
+    assert json.loads(saved)["results"] == {"sum(column_1 * column_2)": 2}
+    assert "other than a quote" in run.refusal("small.csv", "sum(x)", "--separator", "ab")
+    assert "pattern of moments" in run.refusal("small.csv", "sum(x)", "--type", "x=datetime(%q)")
+
+
 def test_help_lists_all_types(run: Run) -> None:
     refusal = run.refusal("small.csv", "sum(x)", "--type", "x=float")
     (listed,) = re.findall(r"types are: ([a-z0-9, ]+)\.", refusal)

@@ -21,15 +21,13 @@ namespace {
 constexpr std::string_view kSource = "KALVEX:datastore:";
 
 /// Errors of the datastore that are faults of the request, not of the data.
-constexpr std::string_view kRequest[] = {"KALVEX:datastore:UnknownColumn",
-                                         "KALVEX:datastore:UnknownType",
-                                         "KALVEX:datastore:BadTypeOverride",
-                                         "KALVEX:datastore:UnknownSource",
-                                         "KALVEX:datastore:SourceGivenTwice",
-                                         "KALVEX:datastore:UnsupportedColumn",
-                                         "KALVEX:datastore:FixedType",
-                                         "KALVEX:executor:Threads",
-                                         "KALVEX:memory:Limit"};
+constexpr std::string_view kRequest[] = {
+    "KALVEX:datastore:UnknownColumn",    "KALVEX:datastore:UnknownType",
+    "KALVEX:datastore:BadTypeOverride",  "KALVEX:datastore:UnknownSource",
+    "KALVEX:datastore:SourceGivenTwice", "KALVEX:datastore:UnsupportedColumn",
+    "KALVEX:datastore:FixedType",        "KALVEX:datastore:FixedFormat",
+    "KALVEX:datastore:BadSeparator",     "KALVEX:datastore:BadPattern",
+    "KALVEX:executor:Threads",           "KALVEX:memory:Limit"};
 
 /// Errors of a field that would fit another type of its column: argument 3 is the column, 6 the
 /// type.

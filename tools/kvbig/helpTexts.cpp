@@ -47,6 +47,7 @@ constexpr std::string_view kTypes = R"(Types of columns:
   CSV: double where all fields at the start of the first file are numbers, datetime where they are
   moments by ISO 8601, else string; or, by --type:
   logical double single int8 uint8 int16 uint16 int32 uint32 int64 uint64 string datetime duration
+  datetime(%d.%m.%Y)  moments by a pattern of strptime, with %f for a fraction of a second
   Parquet: those of the file; its times of day and nested columns can't be read
 )";
 

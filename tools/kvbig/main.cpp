@@ -98,6 +98,14 @@ CLI::Option* addQuestion(CLI::App& command, QueryRequest& request) {
   command.add_option("--type", request.types, "Set the type of a column; the types are below")
       ->type_name("NAME=TYPE")
       ->allow_extra_args(false);
+  command
+      .add_option("--separator", request.separator, "What separates fields of CSV; else detected")
+      ->type_name("CHAR");
+  command.add_flag("--no-header", request.noHeader, "Name the columns of CSV column_1, column_2");
+  command
+      .add_option("--missing", request.missing, "Fields of CSV that are missing values: 'NULL,N/A'")
+      ->type_name("TEXTS")
+      ->allow_extra_args(false);
   command.add_option("--seed", request.seed, "Make the numbers of rand() the same in each run")
       ->type_name("N")
       ->check(CLI::Range(std::uint64_t{0}, kv::Session::kMaxSeed).description(""));

@@ -118,9 +118,24 @@ Query readQuery(const QueryRequest& request) {
   return query;
 }
 
-ReadOptions readOptions(const std::vector<std::string>& types) {
-  ReadOptions options;
-  for (const std::string& text : types) {
+/// Splits at commas.
+void addMarkers(const std::string& text, std::vector<std::string>& markers) {
+  for (std::size_t begin = 0; begin <= text.size();) {
+    const std::size_t end = std::min(text.find(',', begin), text.size());
+    markers.push_back(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+}
+
+ReadOptions readOptions(const QueryRequest& request) {
+  ReadOptions options{.separator = request.separator, .hasHeader = !request.noHeader};
+  if (!request.missing.empty()) {
+    options.missing.emplace();
+  }
+  for (const std::string& text : request.missing) {
+    addMarkers(text, *options.missing);
+  }
+  for (const std::string& text : request.types) {
     const std::size_t equals = text.rfind('=');  // a column's name may contain one
     if (equals == std::string::npos || equals == 0 || equals + 1 == text.size()) {
       throw UsageError(fmt::format("--type expects NAME=TYPE, got \"{}\"", text));
@@ -134,7 +149,7 @@ ReadOptions readOptions(const std::vector<std::string>& types) {
 }
 
 Table openTable(Session& session, const QueryRequest& request) {
-  const ReadOptions options = readOptions(request.types);
+  const ReadOptions options = readOptions(request);
   std::vector<std::string> paths = {request.path};
   paths.insert(paths.end(), request.furtherPaths.begin(), request.furtherPaths.end());
   const UserPlace here(session, {"PATH", "", 1});

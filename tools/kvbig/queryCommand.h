@@ -19,6 +19,9 @@ struct QueryRequest {
   std::vector<std::string> partitionBy;  ///< columns whose values name folders of the output
   bool overwrite = false;                ///< an older output
   std::vector<std::string> types;        ///< each is `NAME=TYPE`
+  std::string separator;                 ///< of CSV; empty: the one that it shows
+  bool noHeader = false;                 ///< of CSV
+  std::vector<std::string> missing;      ///< each is markers of missing values in CSV: `NULL,N/A`
   std::optional<std::uint64_t> seed;     ///< of random numbers; none: a different one in each run
   std::optional<int> threads;            ///< none: the default
   std::optional<std::string> memory;     ///< such as "512MB"; none: the default

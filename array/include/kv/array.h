@@ -56,8 +56,22 @@ struct Gathered {
 /// How a table is read.
 struct ReadOptions {
   /// Types of columns by name: "double", "single", "int8" ... "uint64", "logical", "string",
-  /// "datetime", "duration". A Parquet file fixes the types of its columns; others are refused.
-  std::map<std::string, std::string> types;
+  /// "datetime", "duration"; "datetime(%d.%m.%Y)" for moments written by a pattern of strptime,
+  /// with %f for a fraction of a second. A Parquet file fixes the types of its columns; others are
+  /// refused.
+  std::map<std::string, std::string> types{};
+
+  /// What separates the fields of CSV files: one ASCII character, "tab" or "\t"; if it is empty,
+  /// the one that the first records show, of comma, tab, semicolon and bar.
+  std::string separator{};
+
+  /// The first record of a CSV file has the names of its columns; without it, they are column_1,
+  /// column_2, ...
+  bool hasHeader = true;
+
+  /// Fields of CSV files that are missing values in all columns, besides empty ones; none: NA, NaN
+  /// and null in columns of numbers and times.
+  std::optional<std::vector<std::string>> missing{};
 };
 
 /// The function of a block of rows: takes one span per input, all of the same length, and returns
@@ -266,7 +280,8 @@ class Session {
   /// A table over CSV or Parquet files. Each path is a file, a folder or a glob; all files have
   /// one format and the same columns. A file is Parquet if its name ends with `.parquet` or its
   /// content begins with `PAR1`. Reads the headers and the first block, or the footers.
-  /// Errors: Error with an id "KALVEX:datastore:..." that names the file and the fault.
+  /// Errors: Error with an id "KALVEX:datastore:..." that names the file and the fault;
+  /// "KALVEX:datastore:FixedFormat" for options about CSV where the files are Parquet.
   Table read(const std::vector<std::string>& paths, const ReadOptions& options = {},
              Where where = Where::current());
   Table read(const std::string& path, const ReadOptions& options = {},

@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <map>
+#include <new>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -43,12 +45,17 @@ std::vector<NamedArray> named(const std::vector<std::string>& names, const nb::l
   return pairs;
 }
 
-Table read(const ArraySession& self, const Paths& paths, const Types& types) {
-  return inArrays(Line::Live, [&] { return self.session()->read(paths, {types}); });
+Table read(const ArraySession& self, const Paths& paths, const ReadOptions& options) {
+  return inArrays(Line::Live, [&] { return self.session()->read(paths, options); });
 }
 
-Table readCsv(const ArraySession& self, const Paths& paths, const Types& types) {
-  return inArrays(Line::Live, [&] { return self.session()->readCsv(paths, {types}); });
+Table readCsv(const ArraySession& self, const Paths& paths, const ReadOptions& options) {
+  return inArrays(Line::Live, [&] { return self.session()->readCsv(paths, options); });
+}
+
+void setOptions(ReadOptions* self, const Types& types, const std::string& separator, bool hasHeader,
+                const std::optional<Paths>& missing) {
+  new (self) ReadOptions{types, separator, hasHeader, missing};
 }
 
 Table readParquet(const ArraySession& self, const Paths& paths) {
@@ -233,8 +240,8 @@ void bindSession(nb::module_& module) {
   bindWriting(session);
   session.def(nb::init<>())
       .def("close", &ArraySession::close)
-      .def("read", read, nb::arg("paths"), nb::arg("types"))
-      .def("read_csv", readCsv, nb::arg("paths"), nb::arg("types"))
+      .def("read", read, nb::arg("paths"), nb::arg("options"))
+      .def("read_csv", readCsv, nb::arg("paths"), nb::arg("options"))
       .def("read_parquet", readParquet, nb::arg("paths"))
       .def("constant", constant, nb::sig("def constant(self, value: object) -> ArrayHandle"))
       .def("scalar", scalar, nb::sig("def scalar(self, value: object, type: str) -> ArrayHandle"))
@@ -255,6 +262,9 @@ void bindSession(nb::module_& module) {
 }
 
 void bindHandles(nb::module_& module) {
+  nb::class_<ReadOptions>(module, "ReadOptions", "How files are read.")
+      .def("__init__", setOptions, nb::arg("types"), nb::arg("separator"), nb::arg("has_header"),
+           nb::arg("missing").none());
   nb::class_<Array>(module, "ArrayHandle", "An array of array/.")
       .def_prop_ro("type", typeOf)
       .def_prop_ro("origin", originOf, nb::sig("def origin(self) -> tuple[list[str], str, int]"))
