@@ -22,8 +22,8 @@ namespace kv::shell {
 namespace {
 
 // Longest first, so that `<=` isn't read as `<` and `=`.
-constexpr std::string_view kSymbols[] = {"==", "!=", "<=", ">=", "+", "-", "*", "/", "%", "^",
-                                         "<",  ">",  "&",  "|",  "!", "(", ")", ",", "="};
+constexpr std::string_view kOperatorTexts[] = {"==", "!=", "<=", ">=", "+", "-", "*", "/", "%", "^",
+                                               "<",  ">",  "&",  "|",  "!", "(", ")", ",", "="};
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
@@ -194,7 +194,7 @@ class Tokenizer {
              fmt::format("Did you mean {}?", foreign.here));
       }
     }
-    for (const std::string_view known : kSymbols) {
+    for (const std::string_view known : kOperatorTexts) {
       if (rest.starts_with(known)) {
         at_ += known.size();
         return {Token::Kind::Symbol, std::string(known), {}, {at_ - known.size(), at_}};

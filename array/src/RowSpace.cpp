@@ -20,7 +20,7 @@ namespace kv {
 
 namespace {
 
-std::size_t keyOf(const Operand& input) {
+std::size_t keyOfInput(const Operand& input) {
   return std::visit(
       []<class T>(const T& value) -> std::size_t {
         if constexpr (std::is_same_v<T, Array>) {
@@ -163,7 +163,7 @@ RowTraits traitsOf(std::string_view function, std::span<const Operand> inputs, c
   std::size_t made = boost::hash<std::string_view>()(function);
   bool isKnown = true;
   for (const Operand& input : inputs) {
-    const std::size_t key = keyOf(input);
+    const std::size_t key = keyOfInput(input);
     isKnown = isKnown && key != 0;
     boost::hash_combine(made, key);
     if (const auto* array = std::get_if<Array>(&input.value())) {

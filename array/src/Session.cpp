@@ -34,7 +34,7 @@ host::Value openDatastore(kcos::NameRef opener, const std::vector<std::string>& 
   return host::call(opener, inputs.list());
 }
 
-std::vector<std::string> textsOf(const kxArray* datastore, kcos::NameRef property) {
+std::vector<std::string> namesOf(const kxArray* datastore, kcos::NameRef property) {
   return host::toTexts(host::getProperty(datastore, property).get());
 }
 
@@ -51,7 +51,7 @@ std::shared_ptr<const RowSpace> rowsOf(const kxArray* datastore) {
   std::string key;
   constexpr kcos::NameRef kParts[] = {"Files", "ColumnNames", "ColumnTypes"};
   for (const kcos::NameRef property : kParts) {
-    for (const std::string& text : textsOf(datastore, property)) {
+    for (const std::string& text : namesOf(datastore, property)) {
       key += std::to_string(text.size()) + ':' + text;
     }
   }
@@ -80,11 +80,11 @@ Table readBy(kcos::NameRef opener, const std::shared_ptr<Session::Impl>& session
 
 std::shared_ptr<const TableColumns> columnsOf(const kxArray* datastore) {
   std::vector<ElementType> types;
-  for (const std::string& name : textsOf(datastore, "ColumnTypes")) {
+  for (const std::string& name : namesOf(datastore, "ColumnTypes")) {
     types.push_back(runtime::elementTypeNamed(name).value_or(ElementType::Unknown));
   }
-  return std::make_shared<const TableColumns>(textsOf(datastore, "ColumnNames"), std::move(types),
-                                              textsOf(datastore, "ColumnFileTypes"));
+  return std::make_shared<const TableColumns>(namesOf(datastore, "ColumnNames"), std::move(types),
+                                              namesOf(datastore, "ColumnFileTypes"));
 }
 
 const int Session::kMaxThreads = runtime::kMaxThreads;

@@ -22,7 +22,7 @@ namespace {
 
 using runtime::ElementType;
 
-TextElements textsOf(const kxArray* texts) {
+TextElements textElements(const kxArray* texts) {
   const std::size_t rows = kxGetNumberOfElements(texts);
   TextElements elements;
   elements.offsets.reserve(rows + 1);
@@ -56,7 +56,7 @@ const NumberClass* numberClassOf(const kxArray* value) {
   return found == std::end(kNumberClasses) ? nullptr : found;
 }
 
-NumberElements numbersOf(host::Value value, std::string_view type) {
+NumberElements numberElements(host::Value value, std::string_view type) {
   const std::shared_ptr<kxArray> owner(value.release(),
                                        [](kxArray* array) { (void)matrix::from_kalvex(array); });
   return {type, kxGetData(owner.get()), owner};
@@ -95,12 +95,12 @@ Elements toElements(host::Value value, std::string_view type,
   Elements elements{type, isScalar, {kxGetM(runtime::shapedElements(value.get()))}, {}};
   elements.dimensions.insert(elements.dimensions.end(), trailing.begin(), trailing.end());
   if (Torvane::String::isString(value.get())) {
-    elements.elements = textsOf(value.get());
+    elements.elements = textElements(value.get());
   } else if (const runtime::TimeArray* times = runtime::timesIn(value.get())) {
-    elements.elements = numbersOf(matrix::sharedCopy(times->microseconds.get()),
-                                  runtime::elementTypeName(times->type));
+    elements.elements = numberElements(matrix::sharedCopy(times->microseconds.get()),
+                                       runtime::elementTypeName(times->type));
   } else if (const NumberClass* found = numberClassOf(value.get())) {
-    elements.elements = numbersOf(std::move(value), found->type);
+    elements.elements = numberElements(std::move(value), found->type);
   } else {
     raiseNotAColumn(value.get());
   }

@@ -76,7 +76,7 @@ std::int64_t fixedChunkRows(const kxArray* rows) {
   return rowCount(kxGetScalar(rows), 1, "KALVEX:array:ChunkRows");
 }
 
-bool isText(const kxArray* value) {
+bool isRowOfText(const kxArray* value) {
   return kxGetClassID(value) == kxCHAR_CLASS
              ? kxGetM(value) == 1
              : Torvane::String::isString(value) && kxIsScalar(value);
@@ -89,7 +89,7 @@ bool isText(const kxArray* value) {
 double chunkRowsIn(const kxArray* parameter, std::size_t index) {
   const Value number = kxIsA(parameter, kLocalArray) ? host::getProperty(parameter, "Value")
                                                      : matrix::sharedCopy(parameter);
-  if (isText(number.get())) {
+  if (isRowOfText(number.get())) {
     host::raise("KALVEX:array:ResizeParameter",
                 {fmt::format("'{}'", errors::shownText(host::toText(number.get())))});
   }

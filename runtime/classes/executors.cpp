@@ -73,7 +73,7 @@ void checkSameExecutor(const Call& call) {
 }
 
 /// numPartitions(executor, strategy): the strategy's own number.
-void numPartitions(const Call& call) { call.out(0, host::call("numpartitions", {call.in(1)})); }
+void numPartitionsOf(const Call& call) { call.out(0, host::call("numpartitions", {call.in(1)})); }
 
 /// The tasks whose output leaves the graph with its own strategy: whole values.
 std::unordered_set<const kcos::COSInterface*> wholeOutputs(const kxArray* taskGraph) {
@@ -257,7 +257,7 @@ void defineExecutors(host::Session& session) {
                        staticMethod("checkDatastoreSupportForDefault", checkDatastore, 1, 1),
                        method(
                            "keepAlive", [](const Call&) {}, 1, 1),
-                       method("numPartitions", numPartitions, 2, 2),
+                       method("numPartitions", numPartitionsOf, 2, 2),
                        method(
                            "checkIsValidNow",
                            [](const Call& call) { call.out(0, host::makeLogical(true)); }, 1, 1),

@@ -107,7 +107,7 @@ void drawForRows(const Call& call) {
 
 /// RandStreamFactory(seed): without a seed, one is drawn from the session's stream, so that no two
 /// operations share numbers.
-void constructFactory(const Call& call) {
+void constructRandomFactory(const Call& call) {
   const std::size_t seed = call.nrhs > 1 ? host::toCount(call.in(1), kMaxSeed)
                                          : streamOf(globalStream()).nextBits() & kMaxSeed;
   host::setSlot(call.in(0), "Seed", host::makeDouble(static_cast<double>(seed)));
@@ -131,7 +131,7 @@ void defineRandom(host::Session& session) {
                    .savedForm = host::SavedForm{savedStream, restoreStream}});
   define(session, {.name = kRandStreamFactory,
                    .properties = {readOnly("Seed")},
-                   .constructor = constructor(constructFactory, 1, 2),
+                   .constructor = constructor(constructRandomFactory, 1, 2),
                    .methods = {method("getRandStreamForPartition", getStreamForPartition, 2, 2)}});
   session.defineFunction("rand", drawFromGlobal);
   session.defineFunction(kRandomRowsFunction, drawForRows);

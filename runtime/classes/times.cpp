@@ -29,7 +29,7 @@ void construct(const Call& call) {
   setElements<type>(call.in(0), call.in(1));
 }
 
-Value elementsOf(const kxArray* object) {
+Value microsecondsOf(const kxArray* object) {
   return matrix::sharedCopy(
       host::nativeValue<TimeArray>(object, "scalar datetime or duration").microseconds.get());
 }
@@ -37,10 +37,10 @@ Value elementsOf(const kxArray* object) {
 template <ElementType type>
 host::ClassDefinition timeClass(const char* name) {
   return {.name = name,
-          .properties = {computed("Microseconds",
-                                  [](const Call& call) { call.out(0, elementsOf(call.in(0))); })},
+          .properties = {computed(
+              "Microseconds", [](const Call& call) { call.out(0, microsecondsOf(call.in(0))); })},
           .constructor = constructor(construct<type>, 2, 2),
-          .savedForm = host::SavedForm{elementsOf, setElements<type>}};
+          .savedForm = host::SavedForm{microsecondsOf, setElements<type>}};
 }
 
 }  // namespace

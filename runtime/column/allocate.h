@@ -1,6 +1,7 @@
 #pragma once
 
 #include <arrow/buffer.h>
+#include <arrow/result.h>
 
 #include <cassert>
 #include <cstdint>
@@ -27,6 +28,13 @@ void throwIfOutOfMemory(const arrow::Status& status);
 ///         text in one column; std::logic_error for a status that only a fault of
 ///         ours can cause.
 void checkArrow(const arrow::Status& status);
+
+/// What `result` holds. Errors: as for a status.
+template <class T>
+T checkArrow(arrow::Result<T> result) {
+  checkArrow(result.status());
+  return *std::move(result);
+}
 
 /// A column of one row that holds `value`.
 ///

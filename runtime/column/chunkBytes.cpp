@@ -29,20 +29,14 @@ struct ColumnKind {
 /// Room for a stream at first.
 constexpr std::int64_t kStreamBytes = 4096;
 
-template <class T>
-T checked(arrow::Result<T> result) {
-  checkArrow(result.status());
-  return *std::move(result);
-}
-
 std::string toStream(const arrow::RecordBatch& batch) {
   auto options = arrow::ipc::IpcWriteOptions::Defaults();
   options.memory_pool = currentPool();
-  const auto sink = checked(arrow::io::BufferOutputStream::Create(kStreamBytes, currentPool()));
-  const auto writer = checked(arrow::ipc::MakeStreamWriter(sink, batch.schema(), options));
+  const auto sink = checkArrow(arrow::io::BufferOutputStream::Create(kStreamBytes, currentPool()));
+  const auto writer = checkArrow(arrow::ipc::MakeStreamWriter(sink, batch.schema(), options));
   checkArrow(writer->WriteRecordBatch(batch));
   checkArrow(writer->Close());
-  return checked(sink->Finish())->ToString();
+  return checkArrow(sink->Finish())->ToString();
 }
 
 /// Errors: std::bad_alloc when memory is short; null for what isn't a stream of one batch.

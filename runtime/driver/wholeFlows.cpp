@@ -55,7 +55,7 @@ class WholeFunctions final : public UserFunctions {
 };
 
 /// True for a column of several rows, or of none.
-bool isRows(const kxArray* value) {
+bool isColumnOfRows(const kxArray* value) {
   return !isBroadcastArray(value) && isColumn(value) && rowsOf(value).value_or(1) != 1;
 }
 
@@ -66,12 +66,12 @@ std::vector<Value> runFlow(const OpSpec& spec, const kxArray* factory,
   std::vector<Value> values;
   std::vector<FlowInput> given(inputs.size(), {"a value in memory"});
   const StageInput opaque{.isOpaque = true};
-  const auto first = std::ranges::find_if(inputs, isRows);
+  const auto first = std::ranges::find_if(inputs, isColumnOfRows);
   for (std::size_t i = 0; i < inputs.size(); ++i) {
     values.push_back(spec.passesTagged ? matrix::sharedCopy(inputs[i])
                                        : withoutBroadcast(inputs[i]));
     const bool isFirstOfNone = first == inputs.end() && i == 0 && isColumn(values[i].get());
-    if (!isRows(inputs[i]) && !isFirstOfNone) {
+    if (!isColumnOfRows(inputs[i]) && !isFirstOfNone) {
       given[i] = {"a value in memory", &opaque, i};
     }
   }

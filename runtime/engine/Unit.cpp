@@ -8,7 +8,7 @@ namespace kv::runtime {
 
 namespace {
 
-constexpr std::uint32_t kTag = 0x3455766B;  // "kvU4"
+constexpr std::uint32_t kUnitTag = 0x3455766B;  // "kvU4"
 
 void writeTypes(ByteWriter& bytes, const KnownTypes& known) {
   bytes.number<std::uint64_t>(known.size());
@@ -39,7 +39,7 @@ KnownTypes readTypes(ByteReader& bytes) {
 
 std::string Unit::toBytes() const {
   ByteWriter bytes;
-  bytes.number(kTag);
+  bytes.number(kUnitTag);
   bytes.number(attempt);
   bytes.number(stage);
   bytes.number(partition);
@@ -54,7 +54,7 @@ std::string Unit::toBytes() const {
 Unit Unit::fromBytes(std::string_view content) {
   ByteReader bytes(content, "a unit of work");
   Unit unit;
-  if (bytes.number<std::uint32_t>() != kTag) {
+  if (bytes.number<std::uint32_t>() != kUnitTag) {
     bytes.refuse();
   }
   unit.attempt = bytes.number<std::uint32_t>();

@@ -12,7 +12,7 @@ namespace kv::runtime {
 
 namespace {
 
-constexpr std::uint32_t kTag = 0x3353766B;  // "kvS3"
+constexpr std::uint32_t kStageTag = 0x3353766B;  // "kvS3"
 
 /// The least bytes of a link, and of an input.
 constexpr std::size_t kLinkBytes = 1 + 2 * sizeof(std::uint64_t);
@@ -141,7 +141,7 @@ StageInput readInput(ByteReader& bytes, arrow::MemoryPool* pool) {
 
 std::string Stage::toBytes() const {
   ByteWriter bytes;
-  bytes.number(kTag);
+  bytes.number(kStageTag);
   bytes.number<std::uint64_t>(steps_.size());
   for (const Step& step : steps_) {
     writeStep(step, bytes);
@@ -159,7 +159,7 @@ std::string Stage::toBytes() const {
 
 Stage Stage::fromBytes(std::string_view content, arrow::MemoryPool* pool) {
   ByteReader bytes(content, "a stage");
-  if (bytes.number<std::uint32_t>() != kTag) {
+  if (bytes.number<std::uint32_t>() != kStageTag) {
     bytes.refuse();
   }
   std::vector<Step> steps;

@@ -31,12 +31,6 @@ namespace {
 
 namespace compute = arrow::compute;
 
-template <class T>
-T checked(arrow::Result<T> result) {
-  checkArrow(result.status());
-  return *std::move(result);
-}
-
 compute::ExecContext contextOfThread() {
   compute::ExecContext context(currentPool());
   context.set_use_threads(false);
@@ -110,7 +104,7 @@ GroupKeys::GroupKeys(std::vector<ElementType> types)
     assert(type != ElementType::Unknown);
     arrowTypes.emplace_back(arrowTypeOf(type));
   }
-  grouper_ = checked(compute::Grouper::Make(arrowTypes, context_.get()));
+  grouper_ = checkArrow(compute::Grouper::Make(arrowTypes, context_.get()));
 }
 
 GroupKeys::~GroupKeys() = default;
@@ -127,7 +121,7 @@ std::span<const std::uint32_t> GroupKeys::numbersOf(const std::vector<Column>& c
   if (batch.length == 0) {
     return {};
   }
-  numbers_ = checked(grouper_->Consume(compute::ExecSpan(batch)));
+  numbers_ = checkArrow(grouper_->Consume(compute::ExecSpan(batch)));
   return {numbers_.array()->GetValues<std::uint32_t>(1), static_cast<std::size_t>(batch.length)};
 }
 
@@ -135,7 +129,7 @@ std::vector<std::uint32_t> GroupKeys::find(const std::vector<Column>& columns) {
   const compute::ExecBatch batch = canonicalBatch(columns, types_);
   std::vector<std::uint32_t> numbers(static_cast<std::size_t>(batch.length), kUnknown);
   if (size() > 0 && batch.length > 0) {
-    const arrow::Datum found = checked(grouper_->Lookup(compute::ExecSpan(batch)));
+    const arrow::Datum found = checkArrow(grouper_->Lookup(compute::ExecSpan(batch)));
     const Column column(ElementType::UInt32, found.array());
     const Validity validity(column);
     const auto values = column.values<std::uint32_t>();
@@ -147,7 +141,7 @@ std::vector<std::uint32_t> GroupKeys::find(const std::vector<Column>& columns) {
 }
 
 std::vector<Column> GroupKeys::keys() const {
-  const compute::ExecBatch batch = checked(grouper_->GetUniques());
+  const compute::ExecBatch batch = checkArrow(grouper_->GetUniques());
   std::vector<Column> columns;
   for (std::size_t i = 0; i < types_.size(); ++i) {
     auto data = batch.values[i].array();
@@ -176,7 +170,7 @@ Column ascendingOrder(const std::vector<Column>& columns) {
   for (auto column = columns.rbegin(); column != columns.rend(); ++column) {
     assert(column->rows() == columns.front().rows());
     const Column rows = order ? takeRows(*column, *order) : *column;
-    const auto places = checked(
+    const auto places = checkArrow(
         compute::SortIndices(*sortable(rows), compute::ArraySortOptions::Defaults(), &context));
     const Column next(ElementType::UInt64, places->data());
     order = order ? takeRows(*order, next) : next;
@@ -188,8 +182,8 @@ Column takeRows(const Column& column, const Column& places) {
   initializeArrow();
   compute::ExecContext context = contextOfThread();
   const arrow::Datum taken =
-      checked(compute::Take(arrow::Datum(column.data()), arrow::Datum(places.data()),
-                            compute::TakeOptions::NoBoundsCheck(), &context));
+      checkArrow(compute::Take(arrow::Datum(column.data()), arrow::Datum(places.data()),
+                               compute::TakeOptions::NoBoundsCheck(), &context));
   auto data = taken.array();
   if (data->GetNullCount() == 0 && data->buffers[0] != nullptr) {
     data = data->Copy();

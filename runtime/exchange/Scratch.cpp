@@ -34,12 +34,6 @@ namespace {
 
 thread_local Scratch* current = nullptr;
 
-template <class T>
-T checked(arrow::Result<T> result) {
-  checkArrow(result.status());
-  return *std::move(result);
-}
-
 [[noreturn]] void raiseFailed(const std::string& folder, int error) {
   errors::raiseStep("KALVEX:spill:Failed", {folder, std::generic_category().message(error)});
 }
@@ -143,7 +137,7 @@ void ScratchFile::append(const std::vector<Column>& columns) {
     auto options = arrow::ipc::IpcWriteOptions::Defaults();
     options.memory_pool = currentPool();
     options.use_threads = false;
-    options.codec = checked(arrow::util::Codec::Create(arrow::Compression::LZ4_FRAME));
+    options.codec = checkArrow(arrow::util::Codec::Create(arrow::Compression::LZ4_FRAME));
     auto writer = arrow::ipc::MakeStreamWriter(sink_, schema, options);
     check(writer.status());
     batches_ = std::make_unique<Batches>();

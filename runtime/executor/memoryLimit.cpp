@@ -24,29 +24,29 @@ namespace fs = std::filesystem;
 
 constexpr std::int64_t kUnlimited = std::numeric_limits<std::int64_t>::max();
 
-struct Unit {
+struct ByteUnit {
   std::string_view name;
   double bytes;
 };
 
-constexpr Unit kUnits[] = {{"", 1},           {"b", 1},         {"kb", 1e3},   {"mb", 1e6},
-                           {"gb", 1e9},       {"tb", 1e12},     {"kib", 1024}, {"mib", 1L << 20},
-                           {"gib", 1L << 30}, {"tib", 1L << 40}};
+constexpr ByteUnit kUnits[] = {
+    {"", 1},      {"b", 1},      {"kb", 1e3},       {"mb", 1e6},       {"gb", 1e9},
+    {"tb", 1e12}, {"kib", 1024}, {"mib", 1L << 20}, {"gib", 1L << 30}, {"tib", 1L << 40}};
 
-[[noreturn]] void refuse(std::string given) {
+[[noreturn]] void refuseLimit(std::string given) {
   errors::raiseStep("KALVEX:memory:Limit", {std::move(given), shownBytes(kLeastMemoryLimit)});
 }
 
 std::int64_t checked(double bytes, std::string given) {
   if (!(bytes >= static_cast<double>(kLeastMemoryLimit) &&
         bytes < static_cast<double>(kUnlimited))) {
-    refuse(std::move(given));
+    refuseLimit(std::move(given));
   }
   return static_cast<std::int64_t>(bytes);
 }
 
 /// The number in a file; unlimited for "max", and without the file.
-std::int64_t grantedBy(const fs::path& file) {
+std::int64_t grantedBytes(const fs::path& file) {
   std::ifstream text(file);
   std::int64_t bytes = 0;
   return text >> bytes ? bytes : kUnlimited;
@@ -54,11 +54,11 @@ std::int64_t grantedBy(const fs::path& file) {
 
 /// The least that a group and those above it grant. In a container the mount may be the group
 /// itself, whose name is that outside.
-std::int64_t grantedBy(fs::path group, const fs::path& name, const char* file) {
-  std::int64_t granted = grantedBy(group / file);
+std::int64_t grantedBytes(fs::path group, const fs::path& name, const char* file) {
+  std::int64_t granted = grantedBytes(group / file);
   for (const fs::path& part : name.relative_path()) {
     group /= part;
-    granted = std::min(granted, grantedBy(group / file));
+    granted = std::min(granted, grantedBytes(group / file));
   }
   return granted;
 }
@@ -78,10 +78,10 @@ std::int64_t availableMemory(const fs::path& root) {
     const std::string controllers = "," + line.substr(first + 1, second - first - 1) + ",";
     const fs::path name = line.substr(second + 1);
     if (controllers == ",,") {
-      granted = std::min({granted, grantedBy(mount, name, "memory.max"),
-                          grantedBy(mount / "unified", name, "memory.max")});
+      granted = std::min({granted, grantedBytes(mount, name, "memory.max"),
+                          grantedBytes(mount / "unified", name, "memory.max")});
     } else if (controllers.find(",memory,") != std::string::npos) {
-      granted = std::min(granted, grantedBy(mount / "memory", name, "memory.limit_in_bytes"));
+      granted = std::min(granted, grantedBytes(mount / "memory", name, "memory.limit_in_bytes"));
     }
   }
   return granted;
@@ -96,7 +96,7 @@ std::int64_t defaultMemoryLimit() {
   try {
     return memoryLimitOf(setting);
   } catch (const errors::StepError&) {
-    refuse("KV_MEMORY_LIMIT=" + std::string(setting));
+    refuseLimit("KV_MEMORY_LIMIT=" + std::string(setting));
   }
 }
 
@@ -107,9 +107,9 @@ std::int64_t memoryLimitOf(std::string_view text) {
   std::string name(rest, end);
   name.erase(0, std::min(name.find_first_not_of(' '), name.size()));
   std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });
-  const auto* unit = std::ranges::find(kUnits, name, &Unit::name);
+  const auto* unit = std::ranges::find(kUnits, name, &ByteUnit::name);
   if (error != std::errc() || unit == std::end(kUnits)) {
-    refuse(std::string(text));
+    refuseLimit(std::string(text));
   }
   return checked(number * unit->bytes, std::string(text));
 }

@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-[[noreturn]] void refuse(std::string given) {
+[[noreturn]] void refuseThreads(std::string given) {
   errors::raiseStep("KALVEX:executor:Threads", {std::move(given), std::to_string(kMaxThreads)});
 }
 
@@ -33,7 +33,7 @@ int processors() {
 }
 
 /// What a group's `cpu.max` grants: "max 100000" or "<microseconds> <of a period>".
-double grantedBy(const fs::path& group) {
+double grantedQuota(const fs::path& group) {
   std::ifstream file(group / "cpu.max");
   double quota = 0;
   double period = 0;
@@ -44,7 +44,7 @@ double grantedBy(const fs::path& group) {
 /// The least that the process's group or one of those above it grants.
 double grantedProcessors() {
   const fs::path root("/sys/fs/cgroup");
-  double granted = grantedBy(root);
+  double granted = grantedQuota(root);
   std::ifstream groups("/proc/self/cgroup");
   for (std::string line; std::getline(groups, line);) {
     constexpr std::string_view kUnified = "0::/";
@@ -54,7 +54,7 @@ double grantedProcessors() {
     fs::path group = root;
     for (const fs::path& part : fs::path(line.substr(kUnified.size()))) {
       group /= part;
-      granted = std::min(granted, grantedBy(group));
+      granted = std::min(granted, grantedQuota(group));
     }
   }
   return granted;
@@ -77,14 +77,14 @@ int defaultThreads() {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), threads);
   if (error != std::errc() || end != text.data() + text.size() || threads < 1 ||
       threads > kMaxThreads) {
-    refuse("KV_THREADS=" + std::string(text));
+    refuseThreads("KV_THREADS=" + std::string(text));
   }
   return threads;
 }
 
 void requireThreads(double threads) {
   if (!(threads >= 1 && threads <= kMaxThreads && std::floor(threads) == threads)) {
-    refuse(fmt::format("{}", threads));
+    refuseThreads(fmt::format("{}", threads));
   }
 }
 

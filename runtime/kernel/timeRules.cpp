@@ -44,7 +44,7 @@ constexpr TimeRule kRules[] = {
 
 constexpr std::string_view kOfOneDuration[] = {"uminus", "abs"};
 
-ElementType kindOf(ElementType type) {
+ElementType timeKindOf(ElementType type) {
   if (isWhole(type)) {
     return Int64;
   }
@@ -70,8 +70,8 @@ std::optional<Signature> resolveTimes(const ElementFunction& function,
                                           : std::nullopt;
   }
   const auto* rule = std::ranges::find_if(kRules, [&](const TimeRule& row) {
-    return row.function == function.name && row.left == kindOf(types[0].type) &&
-           row.right == kindOf(types[1].type);
+    return row.function == function.name && row.left == timeKindOf(types[0].type) &&
+           row.right == timeKindOf(types[1].type);
   });
   return rule == std::end(kRules) ? std::nullopt : std::optional(rule->signature);
 }

@@ -49,9 +49,10 @@ struct BranchOf {
 };
 
 /// Which tasks are needed only if conditions that aren't known yet turn out in a certain way.
-class Conditions {
+class BranchConditions {
  public:
-  Conditions(const Plan& plan, const Schedule& schedule) : ofTask_(plan.tasks.size(), kUnused) {
+  BranchConditions(const Plan& plan, const Schedule& schedule)
+      : ofTask_(plan.tasks.size(), kUnused) {
     for (const PlanResult& result : plan.results) {
       use(result.task, kAlways);
     }
@@ -245,7 +246,7 @@ class PlanText {
 
   /// Adds to the steps of a branch what it depends on.
   void writeConditions() {
-    const Conditions conditions(plan_, schedule_);
+    const BranchConditions conditions(plan_, schedule_);
     for (Row& row : rows_) {
       const BranchOf* branch = row.task >= 0 ? conditions.of(row.task) : nullptr;
       if (branch != nullptr) {

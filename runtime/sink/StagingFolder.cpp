@@ -29,7 +29,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view kPrefix = ".kv-";
-constexpr std::size_t kTokenDigits = 32;
 constexpr mode_t kPrivate = 0700;
 constexpr mode_t kNewFolderMode = 0777;
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;

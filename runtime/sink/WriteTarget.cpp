@@ -27,8 +27,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kTokenDigits = 32;
-
 std::string newToken() {
   std::random_device device;
   std::string token(kTokenDigits, '0');

@@ -12,6 +12,9 @@
 
 namespace kv::runtime {
 
+/// The length of a token.
+inline constexpr std::size_t kTokenDigits = 32;
+
 /// Where rows are written, and how. A plain value, part of a stage.
 struct WriteTarget {
   std::string path{};     ///< absolute, without a slash at the end
@@ -20,7 +23,7 @@ struct WriteTarget {
   bool overwrites = false;
   std::vector<std::string> names{};        ///< of the columns of a table; none for an array
   std::vector<std::string> partitionBy{};  ///< of the names, those whose values name folders
-  std::string token{};  ///< identifies this run of the sink; 32 hexadecimal digits
+  std::string token{};  ///< identifies this run of the sink; kTokenDigits hexadecimal digits
 
   bool operator==(const WriteTarget&) const = default;
 

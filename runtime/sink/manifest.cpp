@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kManifestVersion = 1;
 
-std::string quoted(std::string_view text) {
+std::string jsonText(std::string_view text) {
   std::string json = "\"";
   for (const char letter : text) {
     if (letter == '"' || letter == '\\') {
@@ -32,17 +32,17 @@ std::string manifestOf(const WriteTarget& target, const SinkSchema& schema, std:
   std::string columns;
   for (std::size_t i = 0; i < schema.types.size(); ++i) {
     columns += fmt::format(R"({}    {{"name": {}, "type": "{}"}})", i == 0 ? "" : ",\n",
-                           schema.isArray() ? "null" : quoted(schema.names[i]),
+                           schema.isArray() ? "null" : jsonText(schema.names[i]),
                            elementTypeName(schema.types[i]));
   }
   std::string keys;
   for (const std::string& key : target.partitionBy) {
-    keys += (keys.empty() ? "" : ", ") + quoted(key);
+    keys += (keys.empty() ? "" : ", ") + jsonText(key);
   }
   std::string files;
   for (const WrittenFile& part : written) {
     files += fmt::format(R"({}    {{"name": {}, "rows": {}, "bytes": {}}})",
-                         files.empty() ? "" : ",\n", quoted(part.name), part.rows, part.bytes);
+                         files.empty() ? "" : ",\n", jsonText(part.name), part.rows, part.bytes);
   }
   return fmt::format(R"({{
   "writer": "kvbigdata {}",

@@ -24,7 +24,8 @@ constexpr std::string_view kMessage =
 void requireAddressSpace() {
   void* const tried = mmap(nullptr, kNeededBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (tried == MAP_FAILED) {
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kMessage.data(), kMessage.size());
+    [[maybe_unused]] const ssize_t written =
+        ::write(STDERR_FILENO, kMessage.data(), kMessage.size());
     _exit(kFailed);
   }
   munmap(tried, kNeededBytes);

@@ -39,7 +39,7 @@ std::string description(const kxArray* value) {
 }
 
 /// Nothing where `value` isn't a char row or a string scalar with a text.
-std::optional<std::u16string_view> textOf(const kxArray* value) {
+std::optional<std::u16string_view> utf16Of(const kxArray* value) {
   if (kxGetClassID(value) == kxCHAR_CLASS && kxGetDimensions(value).size() == 2 &&
       (kxGetM(value) == 1 || (kxGetM(value) == 0 && kxGetN(value) == 0))) {
     return kxGetChars(value);
@@ -60,7 +60,7 @@ void appendText(std::vector<std::string>& texts, std::optional<std::u16string_vi
 }
 
 /// The object in a scalar object array.
-Object& scalarObject(const kxArray* array) {
+Object& objectInScalar(const kxArray* array) {
   const Object* object =
       kcos::omIsKCOS(array) && kxIsScalar(array) && array->form == kxArray::Form::Object
           ? array->object
@@ -125,7 +125,7 @@ std::size_t toCount(const kxArray* value, std::size_t limit) {
 }
 
 std::string toText(const kxArray* value) {
-  const std::optional<std::u16string_view> text = textOf(value);
+  const std::optional<std::u16string_view> text = utf16Of(value);
   if (!text) {
     raiseInvalidType("Input", "text", value);
   }
@@ -140,10 +140,10 @@ std::vector<std::string> toTexts(const kxArray* value) {
     }
   } else if (kxGetClassID(value) == kxCELL_CLASS) {
     for (std::size_t i = 0; i < kxGetNumberOfElements(value); ++i) {
-      appendText(texts, textOf(kxGetCell(value, i)), value);
+      appendText(texts, utf16Of(kxGetCell(value, i)), value);
     }
   } else {
-    appendText(texts, textOf(value), value);
+    appendText(texts, utf16Of(value), value);
   }
   return texts;
 }
@@ -156,12 +156,12 @@ void raiseInvalidType(std::string_view role, std::string_view expected, const kx
 NativeValue::~NativeValue() = default;
 
 void setNativeValue(const kxArray* object, std::unique_ptr<NativeValue> value) {
-  Object& target = scalarObject(object);
+  Object& target = objectInScalar(object);
   heapOf(target).setNativeValue(target, std::move(value));
 }
 
 NativeValue* getNativeValue(const kxArray* object) {
-  const Object& target = scalarObject(object);
+  const Object& target = objectInScalar(object);
   return heapOf(target).nativeValue(target);
 }
 

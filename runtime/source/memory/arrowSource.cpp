@@ -32,7 +32,7 @@ namespace kv::runtime {
 
 namespace {
 
-[[noreturn]] void refuse(std::string reason) {
+[[noreturn]] void refuseArrow(std::string reason) {
   errors::raiseStep("KALVEX:datastore:BadArrow", {std::move(reason)});
 }
 
@@ -40,7 +40,7 @@ template <class T>
 T delivered(arrow::Result<T> result) {
   throwIfOutOfMemory(result.status());
   if (!result.ok()) {
-    refuse(result.status().message());
+    refuseArrow(result.status().message());
   }
   return *std::move(result);
 }
@@ -91,11 +91,11 @@ class ArrowColumn final : public ArrayColumn {
   void check(const arrow::Array& array) const {
     const arrow::Status status = array.Validate();
     if (!status.ok()) {
-      refuse(status.message());
+      refuseArrow(status.message());
     }
     if (type_ == ElementType::String && array.type_id() == arrow::Type::STRING) {
       if (const auto row = firstNotText(Column(type_, array.data()))) {
-        refuse(fmt::format("row {} of an array of texts isn't UTF-8", *row + 1));
+        refuseArrow(fmt::format("row {} of an array of texts isn't UTF-8", *row + 1));
       }
     }
   }
@@ -187,7 +187,7 @@ std::shared_ptr<const Datastore> openArrow(ArrowSchema* schema, ArrowArray* arra
   const auto values = delivered(arrow::ImportArray(array, type));
   auto column = std::make_shared<ArrowColumn>(*type);
   if (column->type() == ElementType::Unknown) {
-    refuse(fmt::format("arrays of type {} can't be read", type->ToString()));
+    refuseArrow(fmt::format("arrays of type {} can't be read", type->ToString()));
   }
   column->add(values);
   PositionCut cut = cutOf(values->length(), bytesOf({column}), request);

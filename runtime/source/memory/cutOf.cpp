@@ -10,7 +10,7 @@ namespace kv::runtime {
 
 namespace {
 
-[[noreturn]] void refuse(std::string reason) {
+[[noreturn]] void refusePartitions(std::string reason) {
   errors::raiseStep("KALVEX:datastore:Partitions", {std::move(reason)});
 }
 
@@ -22,7 +22,7 @@ PositionCut cutOf(std::int64_t rows, std::int64_t rowBytes, const CutRequest& re
                       {std::to_string(rows), std::to_string(kMaxPositions)});
   }
   if (request.partitionRows < 0) {
-    refuse(fmt::format("a partition has at least 1 row, got {}", request.partitionRows));
+    refusePartitions(fmt::format("a partition has at least 1 row, got {}", request.partitionRows));
   }
   if (request.sizes.empty()) {
     return request.partitionRows > 0 ? PositionCut(rows, request.partitionRows)
@@ -31,13 +31,13 @@ PositionCut cutOf(std::int64_t rows, std::int64_t rowBytes, const CutRequest& re
   std::int64_t left = rows;
   for (const std::int64_t size : request.sizes) {
     if (size < 0 || size > left) {
-      refuse(size < 0 ? fmt::format("a partition has at least 0 rows, got {}", size)
-                      : fmt::format("the sizes are more than the {} rows", rows));
+      refusePartitions(size < 0 ? fmt::format("a partition has at least 0 rows, got {}", size)
+                                : fmt::format("the sizes are more than the {} rows", rows));
     }
     left -= size;
   }
   if (left > 0) {
-    refuse(fmt::format("the sizes are {} fewer than the {} rows", left, rows));
+    refusePartitions(fmt::format("the sizes are {} fewer than the {} rows", left, rows));
   }
   return PositionCut(request.sizes);
 }

@@ -36,12 +36,6 @@ constexpr std::array kPowersOfTen{1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                   1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                   1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
-template <class T>
-T checked(arrow::Result<T> result) {
-  checkArrow(result.status());
-  return *std::move(result);
-}
-
 bool isText(const arrow::DataType& type) {
   switch (type.id()) {
     case arrow::Type::STRING:
@@ -59,8 +53,8 @@ bool isText(const arrow::DataType& type) {
 template <class T, class ValueAt>
 Column floatingColumn(ElementType type, const arrow::Array& array, arrow::MemoryPool* pool,
                       const ValueAt& valueAt) {
-  std::shared_ptr<arrow::Buffer> buffer =
-      checked(arrow::AllocateBuffer(array.length() * static_cast<std::int64_t>(sizeof(T)), pool));
+  std::shared_ptr<arrow::Buffer> buffer = checkArrow(
+      arrow::AllocateBuffer(array.length() * static_cast<std::int64_t>(sizeof(T)), pool));
   auto* values = buffer->mutable_data_as<T>();
   for (std::int64_t row = 0; row < array.length(); ++row) {
     values[row] = array.IsNull(row) ? std::numeric_limits<T>::quiet_NaN() : valueAt(row);
@@ -183,7 +177,7 @@ Column timeColumn(ElementType type, const arrow::Array& array, arrow::MemoryPool
     return Column(type, arrow::ArrayData::Make(arrowTypeOf(type), data.length,
                                                {nullptr, data.buffers[1]}, 0, data.offset));
   }
-  std::shared_ptr<arrow::Buffer> buffer = checked(
+  std::shared_ptr<arrow::Buffer> buffer = checkArrow(
       arrow::AllocateBuffer(data.length * static_cast<std::int64_t>(sizeof(std::int64_t)), pool));
   auto* microseconds = buffer->mutable_data_as<std::int64_t>();
   visitTimes(array, [&](const auto* values) {
@@ -199,14 +193,14 @@ Column timeColumn(ElementType type, const arrow::Array& array, arrow::MemoryPool
 /// Arrow's logicals are bits; ours are bytes.
 Column logicalColumn(const arrow::Array& array, arrow::MemoryPool* pool) {
   const arrow::ArrayData& data = *array.data();
-  std::shared_ptr<arrow::Buffer> bytes = checked(arrow::AllocateBuffer(data.length, pool));
+  std::shared_ptr<arrow::Buffer> bytes = checkArrow(arrow::AllocateBuffer(data.length, pool));
   const auto& bits = static_cast<const arrow::BooleanArray&>(array);
   for (std::int64_t row = 0; row < data.length; ++row) {
     bytes->mutable_data()[row] = bits.Value(row) ? 1 : 0;
   }
   std::shared_ptr<arrow::Buffer> validity;
   if (array.null_count() > 0) {
-    validity = checked(
+    validity = checkArrow(
         arrow::internal::CopyBitmap(pool, data.buffers[0]->data(), data.offset, data.length));
   }
   return Column(
@@ -232,7 +226,7 @@ Column copiedTexts(const arrow::Array& array, arrow::MemoryPool* pool, const Tex
     const bool isNull = array.IsNull(row);
     checkArrow(isNull ? texts.AppendNull() : texts.Append(textAt(row)));
   }
-  return Column(ElementType::String, checked(texts.Finish())->data());
+  return Column(ElementType::String, checkArrow(texts.Finish())->data());
 }
 
 template <class Array>
