@@ -28,6 +28,7 @@ PROGRAMS = {
     "bigdata": ["bigdata", "array"],
     "runtime": ["runtime", "array"],
     "rooms": ["runtime", "array"],
+    "data": ["runtime", "array", "shell", "python"],
     "save": ["host", "persistence", "runtime"],
     "persistence": ["runtime", "python"],
     "python": ["python"],
@@ -110,11 +111,17 @@ def load_faults(parts: list[str]) -> list[Fault]:
     ]
 
 
+def has_tests(program: str, seen_by: str) -> bool:
+    """Whether `seen_by` is meant for this program: a file that it has, or a filter."""
+    if program in PYTESTS:
+        return (ROOT / PYTESTS[program][1] / seen_by).is_file()
+    return not seen_by.endswith(".py")
+
+
 def looks_for(fault: Fault) -> list[Look]:
     """The runs for a fault: first those that should detect it, then those that take longer."""
     programs = PROGRAMS[fault.floor]
-    is_file = fault.seen_by.endswith(".py")
-    first = next(program for program in programs if (program in PYTESTS) == is_file)
+    first = next(program for program in programs if has_tests(program, fault.seen_by))
     others = [program for program in programs if program != first]
     looks = [Look(first, fault.seen_by), Look(first)]
     looks += [Look(first, is_stressed=True)] if first in WITH_STRESS else []

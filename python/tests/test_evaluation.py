@@ -413,11 +413,12 @@ def test_skipped_row_groups_change_neither_pieces_nor_times(
     def column(name, table):
         return session.call("subsrefTabularVar", ":", name, True, table)
 
+    def keep(function, value):
+        name = host.Function(f"kv.element.{function}")
+        return session.call("elementfun", name, column("x", read), np.int64(value))
+
     def kept(function, value):
-        keep = session.call(
-            "elementfun", host.Function(f"kv.element.{function}"), column("x", read), value
-        )
-        return column("when", session.call("filterslices", keep, read))
+        return column("when", session.call("filterslices", keep(function, value), read))
 
     pieces = {"": [], "-prune": []}
     skipped = {}
@@ -429,9 +430,17 @@ def test_skipped_row_groups_change_neither_pieces_nor_times(
                 given.append(moments)
                 return moments + np.timedelta64(1, "D")
 
-            array = session.call("elementfun", later, kept(function, np.int64(value)))
+            array = session.call("elementfun", later, kept(function, value))
             given.append(session.call("gather", array))
         skipped[switches] = session.call("kv.lastEvaluation")["skippedRows"]
+        every = keep("ge", 0)
+        session.call("gather", every)  # so only the run can compare the rows
+        all_rows = column("when", session.call("filterslices", every, read))
+        late = kept("ge", 14_002)  # the other rows are two row groups
+        same = session.call("elementfun", host.Function("kv.element.eq"), all_rows, late)
+        with pytest.raises(host.Error) as refused:
+            session.call("gather", same)
+        assert refused.value.identifier == "KALVEX:array:RowsDiffer"
     assert skipped == {"": 120_000.0, "-prune": 0.0}
     assert [piece.shape for piece in pieces[""]] == [piece.shape for piece in pieces["-prune"]]
     for piece, other in zip(*pieces.values(), strict=True):

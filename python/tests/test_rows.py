@@ -289,6 +289,18 @@ def test_groups_have_sorted_keys_and_a_group_of_missing_ones(tmp_path):
     gc.collect()
 
 
+@pytest.mark.parametrize("switches", ["", "-prune"])
+def test_rows_that_any_result_needs_are_not_skipped(tmp_path, monkeypatch, switches):
+    monkeypatch.setenv("KV_OPTIMIZER", switches)
+    x = np.arange(20_000)
+    pq.write_table(pa.table({"x": x}), tmp_path / "x.parquet", row_group_size=7_000)
+    t = kv.read(tmp_path / "x.parquet")
+    late = t.x >= 14_000  # the last row group
+    assert kv.compute(t.x[late].sum(), t.x.sum()) == (x[14_000:].sum(), x.sum())
+    with pytest.raises(kv.Error, match="negative"):  # in the first row group
+        kv.compute((1 ** (t.x - 100))[late].max())
+
+
 def test_what_does_not_fit_is_refused_before_it_is_read_or_collected(tmp_path):
     rows = pa.table({"x": np.arange(200_000.0)})
     path = tmp_path / "rows.parquet"

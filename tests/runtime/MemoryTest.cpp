@@ -44,6 +44,17 @@ TEST(MemoryLedger, NeverHasMoreThanItsLimit) {
   EXPECT_LE(ledger->max_memory(), 1000);
 }
 
+TEST(MemoryLedger, CountsNothingThatTheSystemRefuses) {
+  const auto system = MemoryLedger::open(*arrow::default_memory_pool());
+  system->setLimit(1000);
+  const auto ledger = MemoryLedger::open(*system);
+  EXPECT_TRUE(arrow::AllocateBuffer(1001, ledger.get()).status().IsOutOfMemory());
+  EXPECT_EQ(ledger->bytes_allocated(), 0);
+  const auto buffer = *arrow::AllocateResizableBuffer(640, ledger.get());
+  EXPECT_TRUE(buffer->Resize(1001).IsOutOfMemory());
+  EXPECT_EQ(ledger->bytes_allocated(), 640);
+}
+
 TEST(MemoryLedger, LivesAsLongAsItsLastBuffer) {
   auto ledger = MemoryLedger::open(*arrow::default_memory_pool());
   const std::int64_t before = arrow::default_memory_pool()->bytes_allocated();

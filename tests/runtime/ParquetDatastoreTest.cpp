@@ -15,6 +15,7 @@
 #include <fstream>
 #include <functional>
 #include <limits>
+#include <numeric>
 #include <set>
 #include <string>
 #include <utility>
@@ -22,6 +23,7 @@
 
 #include "column/allocate.h"
 #include "column/elementTypes.h"
+#include "kv/runtime/ElementFunctions.h"
 #include "kv/runtime/csv.h"
 #include "kv/runtime/parquet.h"
 #include "runtime/readAll.h"
@@ -41,6 +43,7 @@ using test::stepErrorOf;
 using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Pair;
 using testing::StartsWith;
 
 using ArrayPtr = std::shared_ptr<arrow::Array>;
@@ -262,6 +265,25 @@ TEST_F(Parquet, CutsChunksOfWideRowsShorterWhicheverColumnsAreRead) {
   EXPECT_EQ(allTexts(*source, "t"), wide);
 }
 
+TEST_F(Parquet, SkipsRowGroupsAndCutsTheRestAsIfAllWereRead) {
+  std::vector<double> values(100'000);
+  std::iota(values.begin(), values.end(), 0);
+  const auto source =
+      openParquet({write("t.parquet", {{"x", doubles(values)}}, {.groupRows = 7'000})});
+  const Column bound(ElementType::Double, 1,
+                     arrow::Buffer::FromVector(std::vector<double>{50'000}));
+  const CancellationToken never;
+  const auto reader =
+      source->openPartitionWhere(0, {"x"}, {{"x", findElementFunction("ge"), bound}}, never);
+  std::vector<std::pair<std::int64_t, std::int64_t>> chunks;
+  while (const auto chunk = reader->next()) {
+    chunks.emplace_back(chunk->ordinals.at(0), chunk->rows());
+    EXPECT_EQ(chunk->columns[0].values<double>()[0], static_cast<double>(chunks.back().first));
+  }
+  EXPECT_THAT(chunks, ElementsAre(Pair(49'000, 16'536), Pair(65'536, 32'768), Pair(98'304, 1'696)));
+  EXPECT_EQ(reader->skippedRows(), 49'000);
+}
+
 TEST_F(Parquet, HasAPartitionWithoutRowsForAFileWithoutRows) {
   const auto source = openParquet({write("0.parquet", {{"x", doubles({})}})});
   EXPECT_EQ(source->numPartitions(), 1);
@@ -386,10 +408,11 @@ TEST_F(Parquet, NamesTheColumnAndTheRowsOfDamagedPages) {
   EXPECT_EQ(error.id(), "KALVEX:datastore:BadColumnData");
   EXPECT_THAT(error.what(), HasSubstr("bad.parquet', column 'bad', rows "));
   EXPECT_THAT(error.what(), HasSubstr("a page doesn't match its checksum"));
-  const auto tooLate =
-      openParquet({write("late.parquet", {{"d", arrayOf(arrow::date32(), "[0, 2000000000]")}})});
-  EXPECT_THAT(stepErrorOf([&] { allValues<std::int64_t>(*tooLate, "d"); }).what(),
-              HasSubstr("doesn't fit 64-bit microseconds"));
+  for (const char* days : {"[0, 2000000000]", "[0, -2000000000]"}) {
+    const auto far = openParquet({write("far.parquet", {{"d", arrayOf(arrow::date32(), days)}})});
+    EXPECT_THAT(stepErrorOf([&] { allValues<std::int64_t>(*far, "d"); }).what(),
+                HasSubstr("doesn't fit 64-bit microseconds"));
+  }
   const auto notText = openParquet({write("latin.parquet", {{"t", texts({"a", "caf\xE9"})}})});
   const auto bad = stepErrorOf([&] { allTexts(*notText, "t"); });
   EXPECT_EQ(bad.id(), "KALVEX:datastore:BadText");

@@ -14,6 +14,7 @@
 #include "column/MemoryLedger.h"
 #include "column/allocate.h"
 #include "column/pool.h"
+#include "executor/Admission.h"
 #include "executor/runStage.h"
 #include "executor/threadCount.h"
 #include "kv/errors/StepError.h"
@@ -242,6 +243,37 @@ TEST(Units, RunAtMostFourPerThreadAheadOfTheMerge) {
   });
   EXPECT_FALSE(failure);
   EXPECT_EQ(opened, 40);
+}
+
+TEST(Units, StartIfThoseInProgressFitTogether) {
+  const auto ledger = MemoryLedger::open(*arrow::default_memory_pool());
+  const PoolScope pool(ledger.get());
+  const auto source = std::make_shared<PacedSource>(9, nullptr);
+  const Stage stage({{makeRead(source)}, {makeCollect(), {{.index = 0}}}}, {1});
+  const StageRows rows(stage);
+  const std::int64_t bytes = rows.estimateBytes(0);
+  Admission admission(rows, 2);
+  ledger->setLimit(2 * bytes - 1);
+  EXPECT_EQ(admission.next(9), 0);
+  EXPECT_EQ(admission.next(9), std::nullopt);
+  ledger->setLimit(2 * bytes);
+  EXPECT_EQ(admission.next(9), 1);
+  EXPECT_EQ(admission.next(9), 2) << "it waits for a thread, and needs no memory yet";
+  for (const std::int64_t partition : {1, 0, 2}) {
+    EXPECT_FALSE(admission.finish(partition)) << "it wasn't alone";
+  }
+  EXPECT_EQ(admission.next(9), 3);
+  EXPECT_TRUE(admission.finish(3));
+}
+
+TEST(Units, AreMergedInTheOrderOfPartitions) {
+  const Stage stage({}, {});
+  UserFunctions functions;
+  OrderedMerge merge(stage, functions, 3);
+  for (const std::int64_t partition : {2, 1, 0}) {
+    EXPECT_FALSE(merge.add({.partition = partition, .rows = 10 + partition}));
+  }
+  EXPECT_THAT(merge.partitionRows(), ElementsAre(10, 11, 12));
 }
 
 TEST(Units, AfterOneThatFailedAreCancelledAndThoseBeforeItFinish) {
