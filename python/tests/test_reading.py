@@ -1,7 +1,11 @@
 """Files as other tools write them."""
 
+import bz2
+import gzip
+
 import kvbigdata as kv
 import numpy as np
+import pyarrow as pa
 import pytest
 
 pytestmark = pytest.mark.usefixtures("arrays")
@@ -27,3 +31,22 @@ def test_csv_is_read_as_it_is_written(tmp_path):
     assert bare.column_1.sum().compute() == 3
     with pytest.raises(ValueError, match="other than a quote"):
         kv.read(path, separator=";;")
+
+
+def test_compressed_csv_is_read_as_its_text(tmp_path):
+    text = b"x;y\n" + b"".join(b"%d;%d\n" % (i, i % 7) for i in range(100_000))
+    half = len(text) // 2
+    (tmp_path / "a.csv.gz").write_bytes(gzip.compress(text[:half]) + gzip.compress(text[half:]))
+    (tmp_path / "a.csv.bz2").write_bytes(bz2.compress(text))
+    for name, codec in {"a.csv.zst": "zstd", "a.csv.lz4": "lz4"}.items():
+        with pa.CompressedOutputStream(str(tmp_path / name), codec) as out:
+            out.write(text)
+    for name in ["a.csv.gz", "a.csv.bz2", "a.csv.zst", "a.csv.lz4"]:
+        t = kv.read(tmp_path / name)
+        assert kv.compute([t.x.sum(), t.y.max()]) == [sum(range(100_000)), 6]
+    assert kv.read(tmp_path).x.count_rows().compute() == 400_000
+    kv.save(tmp_path / "sum.kv", total=kv.read(tmp_path / "a.csv.gz").x.sum())
+    assert kv.open(tmp_path / "sum.kv", trust=True)["total"].compute() == sum(range(100_000))
+    (tmp_path / "cut.gz").write_bytes(gzip.compress(text)[:-9])
+    with pytest.raises(ValueError, match=r"cut.gz' can't be uncompressed: near byte \d+ .* gzip"):
+        kv.read(tmp_path / "cut.gz").x.sum().compute()

@@ -233,7 +233,7 @@ const Source* sourceIn(const kxArray* object) {
 
 Value savedCsv(const kxArray* object) {
   const auto* csv = sourceIn<CsvDatastore>(object);
-  return csv == nullptr ? Value() : describeCsv({csv->table(), csv->format()});
+  return csv == nullptr ? Value() : describeCsv(csv->csv());
 }
 
 Value savedParquet(const kxArray* object) {

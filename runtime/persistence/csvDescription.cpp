@@ -134,24 +134,24 @@ Schema readSchema(const Description& description) {
 }
 
 /// Files from before there were others are written in the usual way.
-CsvFormat readFormatOf(const Description& description) {
+CsvTable withFormat(const Description& description, FileTable files) {
   const auto bytes = description.bytes(kFormat);
   if (!bytes) {
-    return usualFormat();
+    return {std::move(files), usualFormat()};
   }
   try {
     ByteReader reader(*bytes, "the format of CSV files");
-    CsvFormat format = readFormat(reader);
+    CsvTable table = readFormat(reader, std::move(files));
     reader.finish();
-    return format;
+    return table;
   } catch (const errors::StepError&) {
     refuse(kFormat);
   }
 }
 
-Value formatBytes(const CsvFormat& format) {
+Value formatBytes(const CsvTable& table) {
   ByteWriter bytes;
-  writeFormat(bytes, format);
+  writeFormat(bytes, table);
   return savedDescription(bytes.take());
 }
 
@@ -172,7 +172,7 @@ Value describeCsv(const CsvTable& csv) {
     types.emplace_back(elementTypeName(column.type));
   }
   std::vector fields{kName, kPaths, kAbsolutePaths, kBytes, kModified, kColumnNames, kColumnTypes};
-  const bool isUsual = csv.format == usualFormat();
+  const bool isUsual = csv.format == usualFormat() && csv.compressions.empty();
   if (!isUsual) {
     fields.push_back(kFormat);
   }
@@ -188,7 +188,7 @@ Value describeCsv(const CsvTable& csv) {
   set(kColumnNames, host::makeStringColumn(names));
   set(kColumnTypes, host::makeStringColumn(types));
   if (!isUsual) {
-    set(kFormat, formatBytes(csv.format));
+    set(kFormat, formatBytes(csv));
   }
   return record;
 }
@@ -199,7 +199,7 @@ CsvTable csvFromDescription(const kxArray* record) {
   table.name = sized(description.texts(kName), 1, kName).front();
   table.files = readFiles(description);
   table.schema = readSchema(description);
-  return {std::move(table), readFormatOf(description)};
+  return withFormat(description, std::move(table));
 }
 
 }  // namespace kv::runtime

@@ -9,8 +9,10 @@
 #include <cctype>
 #include <cerrno>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <new>
+#include <set>
 #include <system_error>
 
 #include "kv/errors/StepError.h"
@@ -26,12 +28,36 @@ bool isPattern(const std::string& path) { return path.find_first_of("*?[") != st
 
 using Endings = std::vector<std::string_view>;
 
-bool isVisible(const fs::path& file, const Endings& endings) {
+std::string lowerEnding(const fs::path& file) {
   std::string ending = file.extension().string();
   std::transform(ending.begin(), ending.end(), ending.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return std::ranges::find(endings, ending) != endings.end() &&
+  return ending;
+}
+
+/// The file without the ending of its compression, for CSV; others are returned as they are.
+fs::path uncompressed(const fs::path& file) {
+  constexpr std::string_view kCompressed[] = {".gz", ".bz2", ".zst", ".lz4"};
+  const bool isCompressed =
+      std::ranges::find(kCompressed, lowerEnding(file)) != std::end(kCompressed) &&
+      lowerEnding(file.stem()) == ".csv";
+  return isCompressed ? file.parent_path() / file.stem() : file;
+}
+
+bool isVisible(const fs::path& file, const Endings& endings) {
+  return std::ranges::find(endings, lowerEnding(uncompressed(file))) != endings.end() &&
          file.filename().string().front() != '.';
+}
+
+/// Errors: "KALVEX:datastore:TwoForms" for a file and its compressed form.
+void requireOneForm(const std::vector<std::string>& files) {
+  const std::set<std::string> all(files.begin(), files.end());
+  for (const std::string& file : files) {
+    const std::string plain = uncompressed(file).string();
+    if (plain != file && all.contains(plain)) {
+      errors::raiseStep("KALVEX:datastore:TwoForms", {plain, file});
+    }
+  }
 }
 
 struct CloseFolder {
@@ -57,6 +83,7 @@ std::vector<std::string> filesIn(const std::string& path, const Endings& endings
   if (errno != 0) {
     throwUnreachable(path, errno);
   }
+  requireOneForm(files);
   return files;
 }
 

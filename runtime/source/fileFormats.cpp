@@ -19,13 +19,10 @@ struct Magic {
 
 /// Of two with the same beginning, the longer one comes first.
 constexpr Magic kMagics[] = {
-    {"\x1F\x8B"sv, {"compressed with gzip", "unpack it first (gunzip)"}},
-    {"\x28\xB5\x2F\xFD"sv, {"compressed with zstd", "unpack it first (unzstd)"}},
+    {"\x1F\x8B"sv, {"compressed twice", "unpack it first (gunzip)"}},
     {"\xFD"
      "7zXZ"sv,
      {"compressed with xz", "unpack it first (unxz)"}},
-    {"\x04\x22\x4D\x18"sv, {"compressed with lz4", "unpack it first (unlz4)"}},
-    {"BZh"sv, {"compressed with bzip2", "unpack it first (bunzip2)"}},
     {"PK\x03\x04"sv,
      {"a ZIP archive", "unpack it first, or export the spreadsheet (.xlsx) as CSV"}},
     {"PAR1"sv, {"a Parquet file", "open it as one"}},

@@ -240,21 +240,20 @@ TEST_F(CsvDatastore, InfersATypeFromTheFirstBlockOrFileThatHasAValue) {
       {{noValues, "x,t\n1,a\n"}, ElementType::String, false, kFile + 1},
       {{noValues, "x,t\n1,a\n"}, ElementType::Double, true, kFile},
   };
-  std::vector<SourceFile> files;
+  std::vector<CsvFile> files;
   Schema schema;
   for (const Case& each : cases) {
     files.clear();
     for (const std::string& text : each.files) {
       const std::string name = std::to_string(files.size()) + ".csv";
-      files.push_back(SourceFile::stat(folder_.write(name, text)));
+      files.push_back({SourceFile::stat(folder_.write(name, text)), usualFormat()});
     }
-    schema = readCsvSchema(files, {}, usualFormat(), each.inferenceBytes);
+    schema = readCsvSchema(files, {}, each.inferenceBytes);
     EXPECT_EQ(schema[1], (ColumnInfo{"t", each.type, each.isUndecided})) << &each - cases;
   }
   const CancellationToken never;
   const errors::StepError error = stepErrorOf([&] {
-    CsvReader({files.back(), usualFormat()}, {0, files.back().bytes}, 1, schema, {"t"}, never)
-        .next();
+    CsvReader(files.back(), {0, files.back().file.bytes}, 1, schema, {"t"}, never).next();
   });
   EXPECT_EQ(error.arguments().at(6), "string");
   EXPECT_THAT(error.what(), HasSubstr("because its first values come after those"));

@@ -130,7 +130,8 @@ TEST_F(CsvFormats, DetectTheSeparatorFromTheFirstRecords) {
       {std::string(40'000, ',') + std::string(40'000, ';'), ','},
   };
   for (const auto& [text, separator] : files) {
-    EXPECT_EQ(detectSeparator(SourceFile::stat(write(text))), separator) << text.substr(0, 50);
+    EXPECT_EQ(detectSeparator({SourceFile::stat(write(text)), {}}), separator)
+        << text.substr(0, 50);
   }
 }
 

@@ -262,13 +262,16 @@ TEST_F(Failures, OfOurOwnHaveIdsAsWell) {
     const CsvTable source{{"t",
                            {{"a.csv", "/a.csv", 4, 1, true}},
                            {{"x", ElementType::Double}, {"y", ElementType::Double}}},
-                          {.separator = ';'}};
+                          {.separator = ';'},
+                          {Compression::Gzip}};
     Value record = describeCsv(source);
     kxSetField(record.get(), 0, field, host::makeStringColumn(texts).release());
     return record;
   };
   EXPECT_EQ(csvFromDescription(described("ColumnNames", {"a", "b"}).get()).files.schema[1].name,
             "b");
+  EXPECT_EQ(csvFromDescription(described("ColumnNames", {"a", "b"}).get()).compressions,
+            std::vector{Compression::Gzip});
   for (const Value& broken :
        {host::makeDouble(1), host::makeChars("text"), described("ColumnNames", {"a", "a"}),
         described("AbsolutePaths", {"/a.csv", "/b.csv"}), described("Format", {";"})}) {

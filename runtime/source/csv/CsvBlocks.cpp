@@ -55,6 +55,11 @@ std::shared_ptr<arrow::csv::BlockParser> makeParser(const arrow::csv::ParseOptio
   return {made, &made->parser};
 }
 
+/// What an offset in a compressed file refers to.
+const char* placeNote(const CsvFile& file) {
+  return file.isCompressed() ? " of the uncompressed text" : "";
+}
+
 /// The names of `columns` columns that a file doesn't name: `column_1`, `column_2`, ...
 std::vector<std::string> numberedNames(std::int32_t columns) {
   std::vector<std::string> names;
@@ -96,13 +101,12 @@ CsvBlocks::CsvBlocks(CsvFile file, std::int64_t blockBytes)
 
 CsvBlocks::CsvBlocks(CsvFile file, ByteRange range, std::int64_t blockBytes)
     : file_(std::move(file)),
-      input_(file_.file),
       range_(range),
+      text_(openText(file_, range)),
       blockBytes_(static_cast<std::size_t>(blockBytes)),
       options_(parseOptions(file_.format)),
       buffer_(blockBytes_ + 1, currentResource()),
-      offset_(range.begin),
-      nextByte_(range.begin) {
+      offset_(range.begin) {
   assert(blockBytes >= 3);
 }
 
@@ -221,14 +225,8 @@ void CsvBlocks::refill() {
   end_ -= begin_;
   begin_ = 0;
   buffer_.resize(std::max(buffer_.size(), end_ + blockBytes_ + 1));
-  const std::size_t bytes = std::min(blockBytes_, static_cast<std::size_t>(range_.end - nextByte_));
-  input_.readAt(nextByte_, buffer_.data() + end_, bytes);
-  end_ += bytes;
-  nextByte_ += static_cast<std::int64_t>(bytes);
-  isAtEnd_ = nextByte_ == range_.end;
-  if (isAtEnd_) {
-    input_.throwIfReplaced();
-  }
+  end_ += text_->read(buffer_.data() + end_, blockBytes_);
+  isAtEnd_ = text_->isAtEnd();
   mayHoldRecords_ = true;
   checkText();
   // At the end of the file, a record without a line end is complete: add one.
@@ -250,15 +248,16 @@ void CsvBlocks::checkText() {
 
 void CsvBlocks::throwNotText() const {
   const std::int64_t at = offset_ + static_cast<std::int64_t>(checked_ - begin_);
-  const std::int64_t line = lineOfOffset(file_.file, at);
+  const std::int64_t line = lineOfOffset(file_, at);
   const auto byte = static_cast<unsigned char>(buffer_[checked_]);
-  errors::raiseStep("KALVEX:datastore:NotText", {path(), std::to_string(line), std::to_string(at),
-                                                 fmt::format("0x{:02X}", byte)});
+  errors::raiseStep("KALVEX:datastore:NotText",
+                    {path(), std::to_string(line), fmt::format("{}{}", at, placeNote(file_)),
+                     fmt::format("0x{:02X}", byte)});
 }
 
 void CsvBlocks::throwRagged(std::int64_t row, std::int32_t found, std::int32_t expected,
                             std::string_view record) const {
-  const std::int64_t line = lineOfOffset(file_.file, offset_ + (record.data() - unread().data()));
+  const std::int64_t line = lineOfOffset(file_, offset_ + (record.data() - unread().data()));
   const std::int64_t inFile = recordsBefore(file_, range_.begin) + row;
   const std::string shown =
       errors::shownText(record.substr(0, record.find_last_not_of("\r\n") + 1));
@@ -288,22 +287,22 @@ void CsvBlocks::advance(std::size_t bytes) {
 void CsvBlocks::throwTooLong() const {
   errors::raiseStep(
       "KALVEX:datastore:RecordTooLong",
-      {path(), std::to_string(lineOfOffset(file_.file, offset_)), std::to_string(kCsvRecordBytes)});
+      {path(), std::to_string(lineOfOffset(file_, offset_)), std::to_string(kCsvRecordBytes)});
 }
 
 void CsvBlocks::throwUnterminated() const {
   errors::raiseStep("KALVEX:datastore:UnterminatedQuote",
-                    {path(), std::to_string(lineOfOffset(file_.file, offset_))});
+                    {path(), std::to_string(lineOfOffset(file_, offset_))});
 }
 
-std::int64_t lineOfOffset(const SourceFile& file, std::int64_t offset) {
-  const SourceInput input(file);
-  std::vector<char> part(static_cast<std::size_t>(std::min(kCsvBlockBytes, offset)));
+std::int64_t lineOfOffset(const CsvFile& file, std::int64_t offset) {
+  const std::unique_ptr<CsvText> text = openText(file, {0, file.file.bytes});
+  std::vector<char> part;
   std::int64_t line = 1;
   char previous = '\0';
-  for (std::int64_t at = 0; at < offset; at += std::ssize(part)) {
+  for (std::int64_t at = 0; at < offset && !text->isAtEnd(); at += std::ssize(part)) {
     part.resize(static_cast<std::size_t>(std::min(kCsvBlockBytes, offset - at)));
-    input.readAt(at, part.data(), part.size());
+    part.resize(text->read(part.data(), part.size()));
     for (const char c : part) {
       if (c == '\r' || (c == '\n' && previous != '\r')) {
         ++line;

@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "source/SourceInput.h"
 #include "source/csv/CsvFile.h"
+#include "source/csv/CsvText.h"
 
 namespace arrow::csv {
 class BlockParser;
@@ -30,12 +30,6 @@ inline constexpr std::int32_t kCsvBlockRows = 32 * 1024;
 
 /// Maximum size of a record; a longer one is taken for a quote that was never closed.
 inline constexpr std::size_t kCsvRecordBytes = 16 << 20;
-
-/// Bytes [begin, end) of a file.
-struct ByteRange {
-  std::int64_t begin = 0;
-  std::int64_t end = 0;
-};
 
 /// Some complete records of a CSV file, split into fields.
 struct CsvBlock {
@@ -73,7 +67,7 @@ class CsvBlocks {
   /// Opens the file, which must be as recorded in `file`.
   ///
   /// Requires: blockBytes >= 3, room for a byte order mark.
-  /// Errors: as for SourceInput.
+  /// Errors: as for CsvText.
   explicit CsvBlocks(CsvFile file, std::int64_t blockBytes = kCsvBlockBytes);
 
   /// The same for a part of the file.
@@ -129,8 +123,8 @@ class CsvBlocks {
   const std::string& path() const { return file_.file.path; }
 
   CsvFile file_;
-  SourceInput input_;
-  ByteRange range_;
+  ByteRange range_;  ///< its end counts only if the file isn't compressed
+  std::unique_ptr<CsvText> text_;
   std::size_t blockBytes_;
   arrow::csv::ParseOptions options_;
   std::pmr::vector<char> buffer_;
@@ -138,7 +132,6 @@ class CsvBlocks {
   std::size_t end_ = 0;
   std::size_t checked_ = 0;      ///< bytes of the buffer known to be text
   std::int64_t offset_ = 0;      ///< of buffer_[begin_] in the file
-  std::int64_t nextByte_ = 0;    ///< of the file, to be read
   bool isAtEnd_ = false;         ///< the range has no more bytes
   bool isBad_ = false;           ///< buffer_[checked_] isn't text
   bool mayHoldRecords_ = false;  ///< the unread bytes may contain a complete record
@@ -149,7 +142,7 @@ class CsvBlocks {
 /// The line of the file that contains byte `offset`, counted from 1, for messages.
 ///
 /// Cost: reads the file up to there.
-std::int64_t lineOfOffset(const SourceFile& file, std::int64_t offset);
+std::int64_t lineOfOffset(const CsvFile& file, std::int64_t offset);
 
 /// The number of rows of data in the file before byte `offset`, where one begins.
 ///

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cassert>
 #include <deque>
+#include <iterator>
 #include <utility>
 
 #include "kv/errors/StepError.h"
@@ -17,6 +18,9 @@
 namespace kv::runtime {
 
 namespace {
+
+/// What a library that uncompresses may keep.
+constexpr std::int64_t kUnpackingBytes = 8 << 20;
 
 /// As many as fit on a screen next to other things.
 constexpr std::int64_t kFirstRows = 5;
@@ -35,9 +39,9 @@ std::string fingerprintOf(const CsvTable& csv, std::int64_t partitions) {
   if (partitions > std::ssize(table.files)) {
     print.add(partitions);
   }
-  if (csv.format != usualFormat()) {
+  if (csv.format != usualFormat() || !csv.compressions.empty()) {
     ByteWriter bytes;
-    writeFormat(bytes, csv.format);
+    writeFormat(bytes, csv);
     print.add(bytes.take());
   }
   return print.digits();
@@ -61,23 +65,36 @@ std::vector<TypeOverride> takePatterns(std::vector<TypeOverride> types, CsvForma
   return types;
 }
 
+/// None if no file is compressed.
+std::vector<Compression> unlessAllPlain(std::vector<Compression> compressions) {
+  const bool isAny =
+      std::ranges::any_of(compressions, [](Compression each) { return each != Compression::None; });
+  return isAny ? compressions : std::vector<Compression>{};
+}
+
 CsvTable tableIn(const std::vector<std::string>& paths, const std::vector<TypeOverride>& types,
-                 CsvFormat format) {
-  FileTable table = lookAtFiles(paths, {".csv"});
+                 const CsvFormat& format) {
+  CsvTable table{lookAtFiles(paths, {".csv"}), format};
+  std::ranges::transform(table.files.files, std::back_inserter(table.compressions), compressionOf);
+  table.compressions = unlessAllPlain(std::move(table.compressions));
   if (format.separator == '\0') {
-    format.separator = detectSeparator(table.files.front());
+    table.format.separator = detectSeparator(table.at(0));
   }
-  const std::vector<TypeOverride> plainTypes = takePatterns(types, format);
-  table.schema = readCsvSchema(table.files, plainTypes, format);
-  return {std::move(table), std::move(format)};
+  const std::vector<TypeOverride> plainTypes = takePatterns(types, table.format);
+  std::vector<CsvFile> files;
+  for (std::size_t i = 0; i < table.files.files.size(); ++i) {
+    files.push_back(table.at(i));
+  }
+  table.files.schema = readCsvSchema(files, plainTypes);
+  return table;
 }
 
 }  // namespace
 
 struct CsvDatastore::State {
   State(CsvTable described, std::int64_t bytes) : table(std::move(described)), rangeBytes(bytes) {
-    for (const SourceFile& file : table.files.files) {
-      indexes.emplace_back(CsvFile{file, table.format}, rangeBytes);
+    for (std::size_t file = 0; file < table.files.files.size(); ++file) {
+      indexes.emplace_back(table.at(file), rangeBytes);
       ends.push_back((ends.empty() ? 0 : ends.back()) + indexes.back().numRanges());
     }
     fingerprint = fingerprintOf(table, ends.back());
@@ -95,8 +112,7 @@ CsvDatastore::CsvDatastore(const std::vector<std::string>& paths,
                            const std::vector<TypeOverride>& types, const CsvFormat& format,
                            std::int64_t rangeBytes)
     : CsvDatastore(tableIn(paths, types, format), rangeBytes) {
-  state_->firstRows =
-      firstCsvRows({table().files.front(), state_->table.format}, schema(), kFirstRows);
+  state_->firstRows = firstCsvRows(state_->table.at(0), schema(), kFirstRows);
 }
 
 CsvDatastore::CsvDatastore(CsvTable table, std::int64_t rangeBytes)
@@ -106,7 +122,7 @@ const Chunk& CsvDatastore::firstRows() const { return state_->firstRows; }
 
 const FileTable& CsvDatastore::table() const { return state_->table.files; }
 
-const CsvFormat& CsvDatastore::format() const { return state_->table.format; }
+const CsvTable& CsvDatastore::csv() const { return state_->table; }
 
 std::int64_t CsvDatastore::numPartitions() const { return state_->ends.back(); }
 
@@ -119,8 +135,8 @@ std::unique_ptr<ChunkReader> CsvDatastore::openPartition(
   CsvIndex& index = state_->indexes.at(file);
   const std::int64_t first = state_->ends[file] - index.numRanges();
   const ByteRange range = index.records(partition - first, cancellation);
-  return std::make_unique<CsvReader>(CsvFile{table().files[file], format()}, range, partition,
-                                     schema(), columns, cancellation);
+  return std::make_unique<CsvReader>(state_->table.at(file), range, partition, schema(), columns,
+                                     cancellation);
 }
 
 std::size_t CsvDatastore::fileNumber(std::int64_t partition) const {
@@ -132,14 +148,18 @@ std::size_t CsvDatastore::fileNumber(std::int64_t partition) const {
 /// A block as it is read, as it is split, and the places of its fields; then its columns.
 std::int64_t CsvDatastore::estimateBytes(std::int64_t partition,
                                          const std::vector<std::string>& columns) const {
-  return 3 * kCsvBlockBytes + Datastore::estimateBytes(partition, columns);
+  const std::int64_t library = csv().compressions.empty() ? 0 : kUnpackingBytes;
+  return library + 3 * kCsvBlockBytes + Datastore::estimateBytes(partition, columns);
 }
 
 std::shared_ptr<const Datastore> CsvDatastore::cutFiner(std::int64_t count) const {
   assert(count > numPartitions());
-  std::int64_t bytes = 0;
-  for (const SourceFile& file : table().files) {
-    bytes += file.bytes;
+  std::int64_t bytes = 0;  // of files that can be cut
+  for (std::size_t file = 0; file < table().files.size(); ++file) {
+    bytes += csv().at(file).isCompressed() ? 0 : table().files[file].bytes;
+  }
+  if (bytes == 0 && !csv().compressions.empty()) {
+    return nullptr;
   }
   return std::make_shared<CsvDatastore>(state_->table, std::max<std::int64_t>(bytes / count, 1));
 }
@@ -153,13 +173,13 @@ std::string CsvDatastore::describe() const {
   bytes.text(kCsvFormat);
   writeTable(bytes, table());
   bytes.number(state_->rangeBytes);
-  writeFormat(bytes, format());
+  writeFormat(bytes, csv());
   return bytes.take();
 }
 
 std::shared_ptr<const FileDatastore> CsvDatastore::openOthers(
     const std::vector<std::string>& paths) const {
-  return std::make_shared<CsvDatastore>(paths, std::vector<TypeOverride>{}, format(),
+  return std::make_shared<CsvDatastore>(paths, std::vector<TypeOverride>{}, csv().format,
                                         state_->rangeBytes);
 }
 
@@ -173,10 +193,14 @@ std::shared_ptr<const FileDatastore> CsvDatastore::withFiles(std::string name,
       column = *before;
     }
   }
+  CsvTable csvTable{std::move(table), csv().format};
   for (const FileOf& each : files) {
-    table.files.push_back(each.source->table().files[each.file]);
+    const CsvFile file = dynamic_cast<const CsvDatastore&>(*each.source).csv().at(each.file);
+    csvTable.files.files.push_back(file.file);
+    csvTable.compressions.push_back(file.compression);
   }
-  return std::make_shared<CsvDatastore>(CsvTable{std::move(table), format()}, state_->rangeBytes);
+  csvTable.compressions = unlessAllPlain(std::move(csvTable.compressions));
+  return std::make_shared<CsvDatastore>(std::move(csvTable), state_->rangeBytes);
 }
 
 std::shared_ptr<const Datastore> openDescribedCsv(ByteReader& bytes) {
@@ -186,7 +210,7 @@ std::shared_ptr<const Datastore> openDescribedCsv(ByteReader& bytes) {
   if (std::ranges::any_of(table.schema, isUnknown) || rangeBytes < 1) {
     bytes.refuse();
   }
-  return std::make_shared<CsvDatastore>(CsvTable{std::move(table), readFormat(bytes)}, rangeBytes);
+  return std::make_shared<CsvDatastore>(readFormat(bytes, std::move(table)), rangeBytes);
 }
 
 std::unique_ptr<Datastore> openCsv(const std::vector<std::string>& paths,

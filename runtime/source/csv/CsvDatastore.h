@@ -31,8 +31,8 @@ class CsvDatastore final : public FileDatastore {
   explicit CsvDatastore(CsvTable table, std::int64_t rangeBytes = csvRangeBytes());
 
   const FileTable& table() const override;
-  const CsvFormat& format() const;
-  std::string formatNote() const override { return kv::runtime::formatNote(format()); }
+  const CsvTable& csv() const;
+  std::string formatNote() const override { return kv::runtime::formatNote(csv().format); }
   std::int64_t numPartitions() const override;
   std::unique_ptr<ChunkReader> openPartition(std::int64_t partition,
                                              const std::vector<std::string>& columns,

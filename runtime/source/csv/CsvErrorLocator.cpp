@@ -80,7 +80,7 @@ FaultyField firstFault(const CsvBlock& block, const std::vector<CsvColumn>& colu
 void throwFieldError(const CsvFile& file, std::int64_t rangeBegin, const CsvBlock& block,
                      const FaultyField& field, const CsvColumn& column, const ColumnInfo& info) {
   const std::int64_t row = recordsBefore(file, rangeBegin) + block.firstRow + field.row + 1;
-  const std::int64_t line = lineOfOffset(file.file, field.byteOffset);
+  const std::int64_t line = lineOfOffset(file, field.byteOffset);
   const std::string text = errors::shownText(field.text);
   const std::string type(elementTypeName(info.type));
   const std::string wider(elementTypeName(typeThatHolds(block, column)));

@@ -6,14 +6,16 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
+#include <memory>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "column/pool.h"
 #include "kv/errors/StepError.h"
 #include "kv/errors/shownText.h"
-#include "source/SourceInput.h"
+#include "source/csv/CsvText.h"
 #include "source/csv/CsvTransition.h"
 #include "source/csv/MomentPattern.h"
 
@@ -22,7 +24,7 @@ namespace kv::runtime {
 namespace {
 
 /// Bytes from which the separator is detected.
-constexpr std::int64_t kDetectedBytes = 64 * 1024;
+constexpr std::size_t kDetectedBytes = 64 * 1024;
 
 /// Of several that give as many fields, the first is taken.
 constexpr std::array kDetected{',', '\t', ';', '|'};
@@ -113,12 +115,11 @@ arrow::csv::ParseOptions parseOptions(const CsvFormat& format) {
   return options;
 }
 
-char detectSeparator(const SourceFile& file) {
-  const SourceInput input(file);
-  std::pmr::vector<char> bytes(static_cast<std::size_t>(std::min(kDetectedBytes, file.bytes)),
-                               currentResource());
-  input.readAt(0, bytes.data(), bytes.size());
-  if (std::ssize(bytes) == file.bytes) {
+char detectSeparator(const CsvFile& file) {
+  const std::unique_ptr<CsvText> input = openText(file, {0, file.file.bytes});
+  std::pmr::vector<char> bytes(kDetectedBytes, currentResource());
+  bytes.resize(input->read(bytes.data(), bytes.size()));
+  if (bytes.size() < kDetectedBytes) {
     bytes.push_back('\n');  // the last record may have no line end
   }
   std::string_view text(bytes.data(), bytes.size());
@@ -160,7 +161,8 @@ std::string formatNote(const CsvFormat& format) {
   return fmt::format("{}", fmt::join(notes, "; "));
 }
 
-void writeFormat(ByteWriter& bytes, const CsvFormat& format) {
+void writeFormat(ByteWriter& bytes, const CsvTable& table) {
+  const CsvFormat& format = table.format;
   assert(isSeparator(format.separator));
   bytes.number(static_cast<std::uint8_t>(format.separator));
   bytes.flag(format.hasHeader);
@@ -171,9 +173,13 @@ void writeFormat(ByteWriter& bytes, const CsvFormat& format) {
     bytes.text(column);
     bytes.text(pattern);
   }
+  bytes.number<std::uint64_t>(table.compressions.size());
+  for (const Compression compression : table.compressions) {
+    bytes.number<std::uint64_t>(static_cast<std::uint64_t>(compression));
+  }
 }
 
-CsvFormat readFormat(ByteReader& bytes) {
+CsvTable readFormat(ByteReader& bytes, FileTable files) {
   CsvFormat format;
   format.separator = static_cast<char>(bytes.number<std::uint8_t>());
   format.hasHeader = bytes.flag();
@@ -194,7 +200,14 @@ CsvFormat readFormat(ByteReader& bytes) {
   if (!isSeparator(format.separator) || (!hasMissing && !missing.empty())) {
     bytes.refuse();
   }
-  return format;
+  std::vector<Compression> compressions(bytes.count(sizeof(std::uint64_t)));
+  for (Compression& compression : compressions) {
+    compression = static_cast<Compression>(bytes.below(kCompressions));
+  }
+  if (!compressions.empty() && compressions.size() != files.files.size()) {
+    bytes.refuse();
+  }
+  return {std::move(files), std::move(format), std::move(compressions)};
 }
 
 }  // namespace kv::runtime

@@ -2,25 +2,44 @@
 
 #include <arrow/csv/options.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "column/bytes.h"
 #include "kv/runtime/CsvFormat.h"
+#include "source/CompressedInput.h"
 #include "source/FileTable.h"
 
 namespace kv::runtime {
 
-/// A CSV file, and how it is written.
+/// Bytes [begin, end) of a file.
+struct ByteRange {
+  std::int64_t begin = 0;
+  std::int64_t end = 0;
+};
+
+/// A CSV file, and how it is written. Places in a compressed file are those in its text.
 struct CsvFile {
   SourceFile file;
   CsvFormat format;  ///< its separator is known
+  Compression compression = Compression::None;
+
+  bool isCompressed() const { return compression != Compression::None; }
 };
 
-/// CSV files that form one table, and how all of them are written.
+/// CSV files that form one table, and how they are written.
 struct CsvTable {
   FileTable files;
-  CsvFormat format;  ///< its separator is known
+  CsvFormat format;                         ///< its separator is known
+  std::vector<Compression> compressions{};  ///< of each file; none if no file is compressed
+
+  CsvFile at(std::size_t file) const {
+    return {files.files[file], format,
+            compressions.empty() ? Compression::None : compressions[file]};
+  }
 };
 
 /// The format without anything unusual: commas, and a header.
@@ -36,9 +55,9 @@ arrow::csv::ParseOptions parseOptions(const CsvFormat& format);
 /// fields, outside quotes. One that gives the second record as many takes precedence, and one that
 /// isn't in the second record at all doesn't count. Comma if there is none.
 ///
-/// Errors: as for SourceInput.
+/// Errors: as for CsvText.
 /// Cost:   reads the first 64 KiB.
-char detectSeparator(const SourceFile& file);
+char detectSeparator(const CsvFile& file);
 
 /// "; fields are separated by semicolons" for messages; empty for commas.
 std::string separatorNote(const CsvFormat& format);
@@ -46,11 +65,13 @@ std::string separatorNote(const CsvFormat& format);
 /// What isn't usual in a format, for people; different for different formats. Empty for the usual.
 std::string formatNote(const CsvFormat& format);
 
+/// How the files of a table are written: its format and compressions.
+///
 /// Requires: the separator is known.
-void writeFormat(ByteWriter& bytes, const CsvFormat& format);
+void writeFormat(ByteWriter& bytes, const CsvTable& table);
 
-/// Reads what writeFormat() wrote.
+/// The table of files that are written as writeFormat() wrote.
 /// Errors: "KALVEX:executor:BadBytes", also for a separator or pattern that can't be one.
-CsvFormat readFormat(ByteReader& bytes);
+CsvTable readFormat(ByteReader& bytes, FileTable files);
 
 }  // namespace kv::runtime

@@ -54,8 +54,10 @@ std::int64_t csvRangeBytes() {
 CsvIndex::CsvIndex(CsvFile file, std::int64_t rangeBytes)
     : file_(std::move(file)),
       rangeBytes_(rangeBytes),
-      numRanges_(std::max<std::int64_t>(
-          1, fileBytes() / rangeBytes + (fileBytes() % rangeBytes != 0 ? 1 : 0))) {}
+      numRanges_(file_.isCompressed()
+                     ? 1
+                     : std::max<std::int64_t>(1, fileBytes() / rangeBytes +
+                                                     (fileBytes() % rangeBytes != 0 ? 1 : 0))) {}
 
 ByteRange CsvIndex::records(std::int64_t index, const CancellationToken& cancellation) {
   if (numRanges_ == 1) {

@@ -31,7 +31,7 @@ class CsvIndex {
  public:
   CsvIndex(CsvFile file, std::int64_t rangeBytes);
 
-  /// At least 1; depends on the size of the file alone.
+  /// At least 1; depends on the size of the file alone. A compressed file is one range.
   std::int64_t numRanges() const { return numRanges_; }
 
   /// The bytes of the records of range `index`; the header is in the first.

@@ -59,14 +59,14 @@ class ColumnInference {
 };
 
 /// Reads no more than it must, usually only the first block of the first file.
-void inferTypes(std::span<const SourceFile> files, const CsvFormat& format,
-                std::vector<ColumnInference> columns, std::int64_t inferenceBytes) {
+void inferTypes(std::span<const CsvFile> files, std::vector<ColumnInference> columns,
+                std::int64_t inferenceBytes) {
   std::int64_t bytes = 0;
-  for (const SourceFile& file : files) {
+  for (const CsvFile& file : files) {
     if (columns.empty()) {
       return;
     }
-    CsvBlocks blocks(CsvFile{file, format});
+    CsvBlocks blocks(file);
     blocks.readHeader();
     while (!columns.empty()) {
       const std::optional<CsvBlock> block = blocks.next();
@@ -113,14 +113,16 @@ Chunk firstCsvRows(const CsvFile& file, const Schema& schema, std::int64_t rows)
   }
 }
 
-Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
-                     const CsvFormat& format, std::int64_t inferenceBytes) {
-  const auto namesIn = [&](const SourceFile& file) {
-    return CsvBlocks(CsvFile{file, format}, kCsvHeaderBytes).readHeader();
+Schema readCsvSchema(std::span<const CsvFile> files, const std::vector<TypeOverride>& types,
+                     std::int64_t inferenceBytes) {
+  const CsvFormat& format = files.front().format;
+  const auto namesIn = [](const CsvFile& file) {
+    return CsvBlocks(file, kCsvHeaderBytes).readHeader();
   };
   const std::vector<std::string> names = namesIn(files.front());
-  for (const SourceFile& file : files.subspan(1)) {
-    requireSameColumns(file.path, namesIn(file), files.front().path, names, separatorNote(format));
+  for (const CsvFile& file : files.subspan(1)) {
+    requireSameColumns(file.file.path, namesIn(file), files.front().file.path, names,
+                       separatorNote(format));
   }
   Schema schema;
   for (const std::string& name : names) {
@@ -142,7 +144,7 @@ Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOv
       inferred.emplace_back(index, schema[index], format);
     }
   }
-  inferTypes(files, format, std::move(inferred), inferenceBytes);
+  inferTypes(files, std::move(inferred), inferenceBytes);
   return schema;
 }
 

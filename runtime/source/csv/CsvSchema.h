@@ -19,12 +19,12 @@ inline constexpr std::int64_t kInferenceBytes = 256 << 20;
 ///
 /// Result:   a column without a value in the first `inferenceBytes`, counted to the end of a block,
 ///           is undecided.
-/// Requires: at least one file; the separator of `format` is known.
+/// Requires: at least one file; all have one format.
 /// Errors: "KALVEX:datastore:DifferentColumns" if the header of a file has other columns
 ///         than the first, or in another order; "KALVEX:datastore:UnknownColumn",
 ///         "KALVEX:datastore:UnknownType"; and as for CsvBlocks.
-Schema readCsvSchema(std::span<const SourceFile> files, const std::vector<TypeOverride>& types,
-                     const CsvFormat& format, std::int64_t inferenceBytes = kInferenceBytes);
+Schema readCsvSchema(std::span<const CsvFile> files, const std::vector<TypeOverride>& types,
+                     std::int64_t inferenceBytes = kInferenceBytes);
 
 /// The first rows of a file, at most `rows`, for people to look at; none if they can't be read:
 /// reading the values raises the error.

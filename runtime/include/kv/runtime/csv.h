@@ -13,8 +13,11 @@ namespace kv::runtime {
 /// Partitions: ranges of 32 MiB of a file, each moved to the beginnings of records. A record
 /// belongs to the range in which it begins. A smaller file is one partition.
 ///
-/// Each of `paths` is a file, a folder (its `*.csv` files), or a pattern with `*`, `?` and `[...]`
-/// (see expandPath()). All files have the same columns in the same order.
+/// A file may be compressed with gzip, bzip2, zstd or lz4, which its first bytes show; it is one
+/// partition. Rows and lines in errors are those of its text.
+///
+/// Each of `paths` is a file, a folder (its `*.csv`, `*.csv.gz`, ... files), or a pattern with `*`,
+/// `?` and `[...]` (see expandPath()). All files have the same columns in the same order.
 ///
 /// Format: UTF-8 with or without a byte order mark, fields separated by commas, tabs, semicolons or
 /// bars, records ended by LF, CRLF or CR (optional for the last), a first record of column names. A
