@@ -71,7 +71,7 @@ MetadataPtr makeArbitraryMetadata() {
 
 /// The promise of an input that is a lazy array; null for any other input.
 ClosurePromise* promiseOf(const kxArray* input) {
-  if (!kxIsA(input, ki::hostClassName<LazyPartitionedArray>())) {
+  if (!kxIsA(input, ki::classKey<LazyPartitionedArray>())) {
     return nullptr;
   }
   return &ki::fromArray<KalvexManagedPtr<LazyPartitionedArray>>(input)->promise();

@@ -25,9 +25,7 @@ namespace {
 
 using LazyArrayPtr = KalvexManagedPtr<LazyPartitionedArray>;
 
-bool isMetadata(const kxArray* value) {
-  return kxIsA(value, ki::hostClassName<PartitionMetadata>());
-}
+bool isMetadata(const kxArray* value) { return kxIsA(value, ki::classKey<PartitionMetadata>()); }
 
 /// A failure is reported with the stack of the caller.
 ArrayPtr copyDatastore(const ArrayPtr& datastore) {

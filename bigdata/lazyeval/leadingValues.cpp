@@ -39,7 +39,7 @@ const kxArray* RawInputs::next() {
 template <>
 OptionsPtr takeLeading<OptionsPtr>(RawInputs& inputs) {
   const bool isGiven =
-      inputs.nrhs > 0 && kxIsA(inputs.prhs[0], ki::hostClassName<PartitionedArrayOptions>());
+      inputs.nrhs > 0 && kxIsA(inputs.prhs[0], ki::classKey<PartitionedArrayOptions>());
   OptionsPtr options = isGiven ? ki::fromArray<OptionsPtr>(inputs.next())
                                : ki::createManagedObject<PartitionedArrayOptions>();
   if (options->getRequiresRandState() && kxIsEmpty(options->getRandStreamFactory())) {
@@ -52,7 +52,7 @@ OptionsPtr takeLeading<OptionsPtr>(RawInputs& inputs) {
 template <>
 KalvexManagedPtr<FunctionHandle> takeLeading<KalvexManagedPtr<FunctionHandle>>(RawInputs& inputs) {
   const kxArray* input = inputs.next();
-  if (kxIsA(input, ki::hostClassName<FunctionHandle>())) {
+  if (kxIsA(input, ki::classKey<FunctionHandle>())) {
     return ki::fromArray<KalvexManagedPtr<FunctionHandle>>(input);
   }
   if (kxGetClassID(input) != kxFUNCTION_CLASS) {

@@ -29,7 +29,7 @@ using LazyArrayPtr = KalvexManagedPtr<LazyPartitionedArray>;
 constexpr kcos::NameRef kBroadcastArray = "kalvex.bigdata.internal.BroadcastArray";
 
 bool isLazyArray(const kxArray* value) {
-  return kxIsA(value, ki::hostClassName<LazyPartitionedArray>());
+  return kxIsA(value, ki::classKey<LazyPartitionedArray>());
 }
 
 ArrayPtr valueProperty(const kxArray* wrapper) { return ki::readHostProperty(wrapper, "Value"); }

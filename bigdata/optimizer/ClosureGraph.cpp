@@ -24,7 +24,7 @@ ClosureGraph::ClosureGraph(const ki::KalvexManagedConstructInfo& info, int nrhs,
                            const kxArray** prhs)
     : KalvexManagedObject(info) {
   for (int i = 0; i < nrhs; ++i) {
-    if (!kxIsA(prhs[i], ki::hostClassName<lazyeval::LazyPartitionedArray>())) {
+    if (!kxIsA(prhs[i], ki::classKey<lazyeval::LazyPartitionedArray>())) {
       throwInternalError(
           "ClosureGraph expects all inputs to be of type "
           "kalvex.bigdata.internal.lazyeval.LazyPartitionedArray");

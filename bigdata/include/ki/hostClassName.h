@@ -15,10 +15,11 @@ constexpr kcos::NameRef hostClassName() {
   return T::kHostClassName;
 }
 
-/// The interned full class name of `T`.
+/// The interned full class name of `T`, looked up once per process.
 template <class T>
 kcos::COSInternedBase classKey() {
-  return kcos::internal::makeInterned(hostClassName<T>());
+  static const kcos::COSInternedBase key = kcos::internal::makeInterned(hostClassName<T>());
+  return key;
 }
 
 }  // namespace bigdata::ki

@@ -103,6 +103,7 @@ KV_HOST_API kxClassID kxGetClassID(const kxArray* array) noexcept;
 KV_HOST_API std::string kxGetClassName(const kxArray* array);
 
 /// True if the class of `array` is `className`, or, for objects, a subclass of it.
+KV_HOST_API bool kxIsA(const kxArray* array, kcos::COSInternedBase className);
 KV_HOST_API bool kxIsA(const kxArray* array, kcos::NameRef className);
 
 KV_HOST_API bool kxIsNumeric(const kxArray* array) noexcept;  ///< not logical, not char

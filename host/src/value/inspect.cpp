@@ -36,22 +36,28 @@ std::string kxGetClassName(const kxArray* array) {
   return std::string(kv::host::nameOf(kxGetClassID(array)));
 }
 
-bool kxIsA(const kxArray* array, kcos::NameRef className) {
+bool kxIsA(const kxArray* array, kcos::COSInternedBase className) {
   if (array == nullptr) {
     return false;
   }
   if (array->classId() != kxOBJECT_CLASS) {
     return kv::host::nameOf(array->classId()) == className.text();
   }
-  const kcos::COSInternedBase asked = kcos::internal::makeInterned(className);
   const kcos::COSInternedBase own = objectClassName(*array);
-  if (own == asked) {
+  if (own == className) {
     return true;
   }
   const kcos::COSClass* objectClass = array->form == kxArray::Form::Object
                                           ? array->object->getClassObject()
                                           : kcos::COSClass::getClass(own);
-  return objectClass != nullptr && static_cast<const ObjectClass*>(objectClass)->isA(asked);
+  return objectClass != nullptr && static_cast<const ObjectClass*>(objectClass)->isA(className);
+}
+
+bool kxIsA(const kxArray* array, kcos::NameRef className) {
+  if (array == nullptr || array->classId() != kxOBJECT_CLASS) {
+    return array != nullptr && kv::host::nameOf(array->classId()) == className.text();
+  }
+  return kxIsA(array, kcos::internal::makeInterned(className));
 }
 
 bool kxIsNumeric(const kxArray* array) noexcept {

@@ -4,7 +4,7 @@
 
 namespace bigdata::ki::detail {
 
-ManagedElement scalarElement(const kxArray* array, kcos::NameRef className) {
+ManagedElement scalarElement(const kxArray* array, kcos::COSInternedBase className) {
   if (array == nullptr || (kxIsEmpty(array) && kxGetClassID(array) == kxDOUBLE_CLASS)) {
     return {};
   }
@@ -14,7 +14,7 @@ ManagedElement scalarElement(const kxArray* array, kcos::NameRef className) {
   return elementAt(array, 0, className);
 }
 
-std::size_t countElements(const kxArray* array, kcos::NameRef className) {
+std::size_t countElements(const kxArray* array, kcos::COSInternedBase className) {
   if (array == nullptr) {
     return 0;
   }
@@ -24,10 +24,10 @@ std::size_t countElements(const kxArray* array, kcos::NameRef className) {
   return kxGetNumberOfElements(array);
 }
 
-ManagedElement elementAt(const kxArray* array, std::size_t index, kcos::NameRef className) {
+ManagedElement elementAt(const kxArray* array, std::size_t index, kcos::COSInternedBase className) {
   ManagedElement element{kcos::omGetArrayElement(array, index), nullptr};
   if (element.object != nullptr && !element.object->isDeleted()) {
-    element.raw = element.object->getInstanceData(kcos::internal::makeInterned(className));
+    element.raw = element.object->getInstanceData(className);
   }
   return element;
 }
@@ -36,9 +36,8 @@ ArrayPtr scalarOf(const kcos::COSInterfacePtr& object) {
   return object == nullptr ? nullptr : matrix::from_kalvex(kcos::omCreateKCOSScalar(object));
 }
 
-ObjectColumn::ObjectColumn(std::size_t rows, kcos::NameRef className)
-    : array_(matrix::from_kalvex(
-          kcos::omCreateKCOSMatrix(rows, 1, kcos::internal::makeInterned(className)))) {}
+ObjectColumn::ObjectColumn(std::size_t rows, kcos::COSInternedBase className)
+    : array_(matrix::from_kalvex(kcos::omCreateKCOSMatrix(rows, 1, className))) {}
 
 void ObjectColumn::set(std::size_t row, kcos::COSInterface* object) {
   kcos::omSetArrayElement(array_.get(), row, object);

@@ -22,13 +22,13 @@ struct ManagedElement {
 /// The object in a scalar object array; none for null and for `[]` of class double.
 /// Errors: "KALVEX:validateattributes:invalidType" with "scalar " and the class name, and the class
 ///         of the value.
-ManagedElement scalarElement(const kxArray* array, kcos::NameRef className);
+ManagedElement scalarElement(const kxArray* array, kcos::COSInternedBase className);
 
 /// Number of elements of an object array; 0 for null.
 /// Errors: "KALVEX:validateattributes:invalidType" with the class name and the value's class.
-std::size_t countElements(const kxArray* array, kcos::NameRef className);
+std::size_t countElements(const kxArray* array, kcos::COSInternedBase className);
 
-ManagedElement elementAt(const kxArray* array, std::size_t index, kcos::NameRef className);
+ManagedElement elementAt(const kxArray* array, std::size_t index, kcos::COSInternedBase className);
 
 /// A scalar array that refers to the object; null for null.
 ArrayPtr scalarOf(const kcos::COSInterfacePtr& object);
@@ -36,7 +36,7 @@ ArrayPtr scalarOf(const kcos::COSInterfacePtr& object);
 /// An n-by-1 object array.
 class ObjectColumn {
  public:
-  ObjectColumn(std::size_t rows, kcos::NameRef className);
+  ObjectColumn(std::size_t rows, kcos::COSInternedBase className);
   void set(std::size_t row, kcos::COSInterface* object);
   ArrayPtr take() && { return std::move(array_); }
 
@@ -52,7 +52,7 @@ KalvexManagedPtr<T> managedPtr(const ManagedElement& element) {
 template <class T>
 struct Conversion<KalvexManagedPtr<T>> {
   static KalvexManagedPtr<T> fromArray(const kxArray* array) {
-    return managedPtr<T>(scalarElement(array, hostClassName<T>()));
+    return managedPtr<T>(scalarElement(array, classKey<T>()));
   }
   static ArrayPtr toArray(const KalvexManagedPtr<T>& value) {
     return scalarOf(kcos::COSInterfacePtr(value.interface(), kcos::COSReferenceType::Strong));
@@ -67,16 +67,16 @@ struct Conversion<PropertyPtr<T>> {
 template <class T>
 struct Conversion<std::vector<KalvexManagedPtr<T>>> {
   static std::vector<KalvexManagedPtr<T>> fromArray(const kxArray* array) {
-    const std::size_t count = countElements(array, hostClassName<T>());
+    const std::size_t count = countElements(array, classKey<T>());
     std::vector<KalvexManagedPtr<T>> values;
     values.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
-      values.push_back(managedPtr<T>(elementAt(array, i, hostClassName<T>())));
+      values.push_back(managedPtr<T>(elementAt(array, i, classKey<T>())));
     }
     return values;
   }
   static ArrayPtr toArray(const std::vector<KalvexManagedPtr<T>>& values) {
-    ObjectColumn column(values.size(), hostClassName<T>());
+    ObjectColumn column(values.size(), classKey<T>());
     for (std::size_t i = 0; i < values.size(); ++i) {
       column.set(i, values[i].interface());
     }
@@ -87,7 +87,7 @@ struct Conversion<std::vector<KalvexManagedPtr<T>>> {
 template <class T>
 struct Conversion<std::vector<PropertyPtr<T>>> {
   static ArrayPtr toArray(const std::vector<PropertyPtr<T>>& values) {
-    ObjectColumn column(values.size(), hostClassName<T>());
+    ObjectColumn column(values.size(), classKey<T>());
     for (std::size_t i = 0; i < values.size(); ++i) {
       column.set(i, values[i].child());
     }
@@ -105,11 +105,11 @@ struct ManagedReference {
 template <class T>
 struct Conversion<ManagedReference<T>> {
   static ManagedReference<T> fromArray(const kxArray* array) {
-    constexpr kcos::NameRef kName = hostClassName<T>();
-    if (countElements(array, kName) == 0) {
-      raiseInvalidInput(kName.text(), kxGetClassName(array));
+    const kcos::COSInternedBase name = classKey<T>();
+    if (countElements(array, name) == 0) {
+      raiseInvalidInput(name.text(), kxGetClassName(array));
     }
-    return {managedPtr<T>(elementAt(array, 0, kName))};
+    return {managedPtr<T>(elementAt(array, 0, name))};
   }
 };
 
