@@ -241,6 +241,7 @@ void constructObject(SessionState& session, ClassRecord& record, const Call& cal
   }
   Object& object = *session.heap.allocate(record);
   const kcos::COSInterfacePtr holder(&object, kcos::COSReferenceType::Strong);
+  Value made;
   try {
     Construction construction(session, object);
     fillDefaults(session, record, object);
@@ -248,12 +249,13 @@ void constructObject(SessionState& session, ClassRecord& record, const Call& cal
     if (const ClassRecord* native = record.linked().native) {
       makeNativePart(session, construction, *native);
     }
+    made = construction.takeSelf();
   } catch (...) {
     session.heap.abandonConstruction(object);
     throw;
   }
   session.heap.finishConstruction(object);
-  call.out(0, arrayOf(object));
+  call.out(0, std::move(made));
 }
 
 kcos::COSInterfacePtr newInstance(SessionState& session, ClassRecord& record) {

@@ -53,6 +53,8 @@ class Construction {
 
   Object& object() const noexcept { return object_; }
   const kxArray* self() const noexcept { return self_.get(); }
+  /// The result of a construction that is complete.
+  Value takeSelf() noexcept { return std::move(self_); }
 
   bool hasMade(const ClassRecord& part) const noexcept;
   void markMade(const ClassRecord& part) { made_.push_back(&part); }

@@ -20,17 +20,6 @@ int looseness(const Method& method) {
   return method.counts.isExact() ? 0 : method.counts.maxInputs >= 0 ? 1 : 2;
 }
 
-const Method* closest(const Candidates& candidates, int inputs) {
-  const Method* best = nullptr;
-  for (const Method* method : candidates) {
-    if (method->counts.takes(inputs) &&
-        (best == nullptr || looseness(*method) < looseness(*best))) {
-      best = method;
-    }
-  }
-  return best;
-}
-
 /// Outputs are checked first, then too many inputs, then too few.
 [[noreturn]] void raiseCounts(const Candidates& candidates, int outputs, int inputs) {
   const auto all = [&](auto&& test) {
@@ -51,30 +40,36 @@ const Method* chooseOverload(const MethodSet& set, MethodKind kind, int outputs,
                              const ClassRecord* caller) {
   Candidates candidates;
   const Method* denied = nullptr;
+  const Method* closest = nullptr;
+  bool isVisible = false;
   for (const Method* method : set) {
     if (!isOfKind(*method, kind)) {
       continue;
     }
-    if (mayAccess(method->access, *method->owner, method->name, caller)) {
-      candidates.push_back(method);
-    } else {
+    if (!mayAccess(method->access, *method->owner, method->name, caller)) {
       denied = denied != nullptr ? denied : method;
+      continue;
+    }
+    isVisible = true;
+    if (!method->hasBody()) {
+      continue;
+    }
+    candidates.push_back(method);
+    if (method->counts.takes(inputs) &&
+        (closest == nullptr || looseness(*method) < looseness(*closest))) {
+      closest = method;
     }
   }
-  if (candidates.empty() && denied != nullptr) {
+  if (!isVisible && denied != nullptr) {
     raiseAccessDenied(*denied->owner, denied->name);
   }
-  candidates.erase(std::remove_if(candidates.begin(), candidates.end(),
-                                  [](const Method* method) { return !method->hasBody(); }),
-                   candidates.end());
   if (candidates.empty()) {
     return nullptr;
   }
-  const Method* chosen = closest(candidates, inputs);
-  if (chosen == nullptr || !chosen->counts.gives(outputs)) {
+  if (closest == nullptr || !closest->counts.gives(outputs)) {
     raiseCounts(candidates, outputs, inputs);
   }
-  return chosen;
+  return closest;
 }
 
 }  // namespace kv::host
