@@ -75,6 +75,13 @@ class kxArray final : public kv::host::Pooled {
                ? static_cast<kv::host::ReferencePayload*>(payload)
                : nullptr;
   }
+  /// False where it doesn't, and never will: a payload that is shared doesn't change.
+  bool mayReferToObjects() const noexcept {
+    const kv::host::ReferencePayload* references = referencePayload();
+    return references == nullptr || references->home != nullptr ||
+           (references->kind != kv::host::PayloadKind::Function &&
+            references->arrays.load(std::memory_order_relaxed) == 1);
+  }
   kv::host::DataPayload* dataPayload() const noexcept {
     return static_cast<kv::host::DataPayload*>(payload);
   }

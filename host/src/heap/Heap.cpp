@@ -169,7 +169,7 @@ void Heap::removeEdge(Object& parent, Object& child) noexcept {
 void Heap::adopt(Object& parent, kxArray& array) {
   disown(array);
   array.moveInside();
-  if ((parent.flags_ & Object::kContentsGone) != 0) {
+  if ((parent.flags_ & Object::kContentsGone) != 0 || !array.mayReferToObjects()) {
     return;
   }
   kxArray*& first = extensionOf(parent).adopted;
@@ -226,12 +226,25 @@ void Heap::enqueue(Object& object) noexcept {
   }
 }
 
+/// What a collection found is cold memory: its objects, and what they hold, are asked for ahead.
+void Heap::prefetchNext() const noexcept {
+  constexpr std::size_t kObject = 8;
+  constexpr std::size_t kContents = 4;
+  if (const std::size_t size = worklist_.size(); size >= kObject) {
+    __builtin_prefetch(worklist_[size - kObject], 1);
+    const Object& soon = *worklist_[size - kContents];
+    __builtin_prefetch(soon.instanceData_, 1);
+    __builtin_prefetch(soon.extension_.get(), 1);
+  }
+}
+
 bool Heap::destroyNext() noexcept {
   if (worklist_.empty()) {
     return false;
   }
   Object& object = *worklist_.back();
   worklist_.pop_back();
+  prefetchNext();
   if (object.isDeleted() || !object.isHeld()) {
     if (!object.isDeleted()) {
       markDeleted(object);

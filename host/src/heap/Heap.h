@@ -105,7 +105,7 @@ class Heap {
   static bool hasEdge(const Object& parent, const Object& child) noexcept {
     return parent.edges_.count(&child) != 0;
   }
-  /// Puts an inside array into the parent's list of adopted arrays.
+  /// Puts an inside array into the parent's list of adopted arrays, if it may refer to objects.
   /// Errors: std::bad_alloc.
   void adopt(Object& parent, kxArray& array);
   /// Takes an array out of its parent's list.
@@ -159,6 +159,7 @@ class Heap {
   // Deletion
   void markDeleted(Object& object) noexcept;
   void enqueue(Object& object) noexcept;
+  void prefetchNext() const noexcept;
   void destroyContents(Object& object) noexcept;
   ObjectExtension& extensionOf(Object& object);
 

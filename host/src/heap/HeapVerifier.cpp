@@ -131,7 +131,8 @@ void HeapVerifier::checkProperties(Object& object) {
     }
     for (auto arrays = property->getReferencedArrays(&object); arrays.hasMore();) {
       const kxArray* array = arrays.next();
-      if (array != nullptr && kxHasRootRecord(array) && array->parent != &object) {
+      const bool isAdopted = array == nullptr || array->parent == &object;
+      if (!isAdopted && kxHasRootRecord(array) && array->home() != nullptr) {
         report(object, "refers by " + name + " to an array that it didn't adopt");
       }
     }

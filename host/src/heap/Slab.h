@@ -33,7 +33,9 @@ struct Slab {
   void* take() noexcept {
     if (freePlaces != nullptr) {
       ++usedPlaces;
-      return std::exchange(freePlaces, *static_cast<void**>(freePlaces));
+      void* const taken = std::exchange(freePlaces, *static_cast<void**>(freePlaces));
+      __builtin_prefetch(freePlaces, 1);  // mostly freed long ago, and needed soon
+      return taken;
     }
     if (nextPlace == kPlaces) {
       return nullptr;
