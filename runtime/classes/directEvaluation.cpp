@@ -38,9 +38,9 @@ Value donePromise(const kxArray* input) {
   if (!kcos::omIsKCOS(input) || !kxIsA(input, kLazyArray)) {
     return nullptr;
   }
-  Value promise = host::getProperty(host::getProperty(input, "ValueFuture").get(), "Promise");
-  const bool isDone = host::toLogical(host::getProperty(promise.get(), "IsDone").get());
-  return isDone ? std::move(promise) : nullptr;
+  const Value future = host::getProperty(input, "ValueFuture");
+  const bool isDone = host::toLogical(host::getProperty(future.get(), "IsDone").get());
+  return isDone ? host::getProperty(future.get(), "Promise") : nullptr;
 }
 
 /// True if a lazy array is complete and has rows of a source.

@@ -28,13 +28,15 @@ bool takeSuffix(std::string_view& name, std::string_view suffix) {
 }  // namespace
 
 std::string elementFunctionName(std::string_view function) {
-  return fmt::format("{}{}", kElementPrefix, function);
+  return std::string(kElementPrefix).append(function);
 }
 
 std::string aggregateFunctionName(std::string_view aggregate, const AggregateForm& form) {
-  return fmt::format("{}{}{}{}{}", kAggregatePrefix, aggregate,
-                     form.missing == MissingRule::Propagate ? kPropagateSuffix : "",
-                     form.isWhole ? kWholeSuffix : "", form.needsRows ? kRowsSuffix : "");
+  std::string name(kAggregatePrefix);
+  name.append(aggregate);
+  name.append(form.missing == MissingRule::Propagate ? kPropagateSuffix : "");
+  name.append(form.isWhole ? kWholeSuffix : "");
+  return name.append(form.needsRows ? kRowsSuffix : "");
 }
 
 BuiltInFunction builtInFunction(const kxArray* handle) {

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <boost/container/small_vector.hpp>
 #include <cassert>
 #include <cmath>
 #include <concepts>
@@ -28,25 +29,38 @@ namespace kv::runtime {
 
 namespace {
 
-bool isWeakNumber(const ColumnOperand& operand) {
-  return operand.isWeak && operand.column.type() != ElementType::String;
+template <class T>
+T valueIn(const RecordedOperand& number) {
+  T value;
+  std::memcpy(&value, &number.bits, sizeof(value));
+  return value;
+}
+
+bool isWeakNumber(const RecordedOperand& operand) {
+  return operand.isWeak && operand.type != ElementType::String;
 }
 
 ColumnOperand scalarOf(ElementType type, auto value, bool isWeak = false) {
   return {scalarColumn(type, value), true, isWeak};
 }
 
+ColumnOperand scalarOf(const RecordedOperand& number) {
+  return visitNumeric(number.type, [&]<class T>() {
+    return scalarOf(number.type, valueIn<T>(number), number.isWeak);
+  });
+}
+
 /// Calls `visit(value)` with a weak number: std::uint8_t, std::int64_t, std::uint64_t or double.
-auto visitConstant(const ColumnOperand& operand, auto&& visit) {
-  switch (operand.column.type()) {
+auto visitConstant(const RecordedOperand& number, auto&& visit) {
+  switch (number.type) {
     case ElementType::Int64:
-      return visit(operand.column.values<std::int64_t>()[0]);
+      return visit(valueIn<std::int64_t>(number));
     case ElementType::UInt64:
-      return visit(operand.column.values<std::uint64_t>()[0]);
+      return visit(valueIn<std::uint64_t>(number));
     case ElementType::Double:
-      return visit(operand.column.values<double>()[0]);
+      return visit(valueIn<double>(number));
     default:
-      return visit(operand.column.values<std::uint8_t>()[0]);
+      return visit(valueIn<std::uint8_t>(number));
   }
 }
 
@@ -66,7 +80,7 @@ bool fits(Value value, ElementType type) {
   });
 }
 
-std::string textOf(const ColumnOperand& constant) {
+std::string textOf(const RecordedOperand& constant) {
   return visitConstant(constant, [](auto value) { return fmt::format("{}", value); });
 }
 
@@ -86,42 +100,57 @@ void requireExact(Value whole) {
   }
 }
 
-/// The constant as a scalar of type `type`, no longer weak.
+[[noreturn]] void raiseNegativePower(const ElementFunction& function, auto exponent) {
+  errors::raiseStep("KALVEX:function:NegativePower",
+                    {std::string(function.name), fmt::format("{}", exponent)});
+}
+
+void refuseNegativePower(const ElementFunction& function, const RecordedOperand& exponent) {
+  visitNumeric(exponent.type, [&]<class T>() {
+    if constexpr (std::is_signed_v<T> && std::integral<T>) {
+      if (valueIn<T>(exponent) < 0) {
+        raiseNegativePower(function, valueIn<T>(exponent));
+      }
+    }
+  });
+}
+
+/// The constant as a number of type `type`, no longer weak.
 ///
 /// Errors: "KALVEX:array:NotExact".
-ColumnOperand constantAs(const ColumnOperand& constant, ElementType type) {
+RecordedOperand constantAs(const RecordedOperand& constant, ElementType type) {
   return visitConstant(constant, [&](auto value) {
     if (type == ElementType::Logical) {
-      return scalarOf(type, static_cast<std::uint8_t>(value != 0));
+      return numberOf(type, static_cast<std::uint8_t>(value != 0));
     }
     if (isFloating(type)) {
       requireExact(value);
     }
-    return visitNumeric(type, [&]<class T>() { return scalarOf(type, static_cast<T>(value)); });
+    return visitNumeric(type, [&]<class T>() { return numberOf(type, static_cast<T>(value)); });
   });
 }
 
 /// A constant that is beyond all integers.
-ColumnOperand beyondAll(const ColumnOperand& constant) {
+RecordedOperand beyondAll(const RecordedOperand& constant) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
   const bool isBelow = visitConstant(constant, [](auto value) { return value < 0; });
-  return scalarOf(ElementType::Double, isBelow ? -kInfinity : kInfinity, true);
+  return numberOf(ElementType::Double, isBelow ? -kInfinity : kInfinity, true);
 }
 
 /// A double with a whole value as an integer, so that it is compared with integers exactly.
-ColumnOperand asWhole(const ColumnOperand& constant, bool meetsIntegers) {
-  if (constant.column.type() != ElementType::Double) {
+RecordedOperand asWhole(const RecordedOperand& constant, bool meetsIntegers) {
+  if (constant.type != ElementType::Double) {
     return constant;
   }
-  const double value = constant.column.values<double>()[0];
+  const auto value = valueIn<double>(constant);
   if (std::trunc(value) != value) {
     return constant;
   }
   if (value >= -0x1p63 && value < 0x1p63) {
-    return scalarOf(ElementType::Int64, static_cast<std::int64_t>(value), true);
+    return numberOf(ElementType::Int64, static_cast<std::int64_t>(value), true);
   }
   if (value >= 0 && value < 0x1p64) {
-    return scalarOf(ElementType::UInt64, static_cast<std::uint64_t>(value), true);
+    return numberOf(ElementType::UInt64, static_cast<std::uint64_t>(value), true);
   }
   return meetsIntegers ? beyondAll(constant) : constant;
 }
@@ -151,12 +180,12 @@ void adaptToTimes(const ElementFunction& function, std::vector<ColumnOperand>& i
   }
 }
 
-bool isFloatingColumn(const ColumnOperand& input) {
-  return !input.isWeak && isFloating(input.column.type());
+bool isFloatingColumn(const RecordedOperand& input) {
+  return !input.isWeak && isFloating(input.type);
 }
 
-ColumnOperand adapt(const ElementFunction& function, const ColumnOperand& constant,
-                    ElementType compute) {
+RecordedOperand adapt(const ElementFunction& function, const RecordedOperand& constant,
+                      ElementType compute) {
   if (visitConstant(constant, [&](auto value) { return fits(value, compute); })) {
     return constantAs(constant, compute);
   }
@@ -168,12 +197,13 @@ ColumnOperand adapt(const ElementFunction& function, const ColumnOperand& consta
                     {std::string(function.name), textOf(constant), type});
 }
 
-ElementType computingType(const ElementFunction& function, std::span<const ColumnOperand> inputs) {
-  std::vector<OperandType> types;
-  for (const ColumnOperand& input : inputs) {
-    types.push_back({input.column.type(), isWeakNumber(input)});
+ElementType computingType(const ElementFunction& function,
+                          std::span<const RecordedOperand> inputs) {
+  boost::container::small_vector<OperandType, 3> types;
+  for (const RecordedOperand& input : inputs) {
+    types.push_back({input.type, isWeakNumber(input)});
   }
-  return resolve(function, types).compute;
+  return resolve(function, {types.data(), types.size()}).compute;
 }
 
 /// True if logicals count as numbers, since the result would otherwise be of a small type.
@@ -193,7 +223,7 @@ ColumnOperand foldingInput(const ElementFunction& function, const ColumnOperand&
   const bool stays = type == ElementType::String ||
                      (type == ElementType::Logical && !computesInNumbers(function.rule));
   return stays ? ColumnOperand{constant.column, true, false}
-               : constantAs(constant, ElementType::Double);
+               : scalarOf(constantAs(numberOf(constant), ElementType::Double));
 }
 
 /// True for a double that can be written as an integer; false for -0.
@@ -204,6 +234,12 @@ bool isWhole(double value) {
 
 }  // namespace
 
+RecordedOperand numberOf(const ColumnOperand& scalar) {
+  const ElementType type = scalar.column.type();
+  return visitNumeric(
+      type, [&]<class T>() { return numberOf(type, scalar.column.values<T>()[0], scalar.isWeak); });
+}
+
 void refuseNegativePowers(const ElementFunction& function, const Column& exponents) {
   visitNumeric(exponents.type(), [&]<class T>() {
     if constexpr (std::is_signed_v<T> && std::integral<T>) {
@@ -213,13 +249,39 @@ void refuseNegativePowers(const ElementFunction& function, const Column& exponen
         return value < 0 && !validity.isNull(&value - values.data());
       };
       const auto found = std::ranges::find_if(values, isNegative);
-      if (found == values.end()) {
-        return;
+      if (found != values.end()) {
+        raiseNegativePower(function, *found);
       }
-      errors::raiseStep("KALVEX:function:NegativePower",
-                        {std::string(function.name), fmt::format("{}", *found)});
     }
   });
+}
+
+void adaptNumbers(const ElementFunction& function, std::span<RecordedOperand> inputs) {
+  if (std::ranges::none_of(inputs, isWeakNumber)) {
+    return;
+  }
+  const bool compares = function.rule == TypeRule::Comparison;
+  const bool meetsIntegers = std::ranges::none_of(inputs, isFloatingColumn);
+  for (RecordedOperand& input : inputs) {
+    if (compares && isWeakNumber(input)) {
+      input = asWhole(input, meetsIntegers);
+    }
+  }
+  const ElementType compute = computingType(function, inputs);
+  const std::size_t first = function.rule == TypeRule::Choice ? 1 : 0;  // a condition is logical
+  for (std::size_t i = first; i < inputs.size(); ++i) {
+    if (!isWeakNumber(inputs[i])) {
+      continue;
+    }
+    inputs[i] = adapt(function, inputs[i], compute);
+    const bool isExponent = function.rule == TypeRule::Power && i == 1;
+    if (isExponent) {
+      refuseNegativePower(function, inputs[i]);
+    }
+  }
+  for (RecordedOperand& input : inputs) {
+    input.isWeak = false;
+  }
 }
 
 std::vector<ColumnOperand> adaptConstants(const ElementFunction& function,
@@ -230,30 +292,21 @@ std::vector<ColumnOperand> adaptConstants(const ElementFunction& function,
     adaptToTimes(function, adapted);
     return adapted;
   }
-  if (std::ranges::none_of(inputs, isWeakNumber)) {
+  boost::container::small_vector<RecordedOperand, 3> operands;
+  for (const ColumnOperand& input : inputs) {
+    const RecordedOperand type{input.column.type(), input.isWeak};
+    operands.push_back(isWeakNumber(type) ? numberOf(input) : type);
+  }
+  if (std::ranges::none_of(operands, isWeakNumber)) {
     return adapted;
   }
-  const bool compares = function.rule == TypeRule::Comparison;
-  const bool meetsIntegers = std::ranges::none_of(inputs, isFloatingColumn);
-  for (ColumnOperand& input : adapted) {
-    if (compares && isWeakNumber(input)) {
-      input = asWhole(input, meetsIntegers);
+  adaptNumbers(function, {operands.data(), operands.size()});
+  for (std::size_t i = 0; i < adapted.size(); ++i) {
+    const bool isNumber = inputs[i].isWeak && inputs[i].column.type() != ElementType::String;
+    if (isNumber) {
+      adapted[i] = scalarOf(operands[i]);
     }
-  }
-  const ElementType compute = computingType(function, adapted);
-  const std::size_t first = function.rule == TypeRule::Choice ? 1 : 0;  // a condition is logical
-  for (std::size_t i = first; i < adapted.size(); ++i) {
-    if (!isWeakNumber(adapted[i])) {
-      continue;
-    }
-    adapted[i] = adapt(function, adapted[i], compute);
-    const bool isExponent = function.rule == TypeRule::Power && i == 1;
-    if (isExponent) {
-      refuseNegativePowers(function, adapted[i].column);
-    }
-  }
-  for (ColumnOperand& input : adapted) {
-    input.isWeak = false;
+    adapted[i].isWeak = false;
   }
   return adapted;
 }

@@ -2,9 +2,12 @@
 
 #include <fmt/core.h>
 
+#include <array>
+#include <cstring>
 #include <type_traits>
 
 #include "column/allocate.h"
+#include "kernel/constants.h"
 #include "kv/host/errors.h"
 #include "values/columnValues.h"
 
@@ -12,13 +15,13 @@ namespace kv::runtime {
 
 namespace {
 
+ElementType typeOf(bool) { return ElementType::Logical; }
+ElementType typeOf(std::int64_t) { return ElementType::Int64; }
+ElementType typeOf(std::uint64_t) { return ElementType::UInt64; }
+ElementType typeOf(double) { return ElementType::Double; }
+
 struct ColumnOf {
-  Column operator()(bool value) const {
-    return scalarColumn(ElementType::Logical, static_cast<std::uint8_t>(value));
-  }
-  Column operator()(std::int64_t value) const { return scalarColumn(ElementType::Int64, value); }
-  Column operator()(std::uint64_t value) const { return scalarColumn(ElementType::UInt64, value); }
-  Column operator()(double value) const { return scalarColumn(ElementType::Double, value); }
+  Column operator()(auto value) const { return scalarColumn(typeOf(value), value); }
   Column operator()(const std::string& value) const {
     return toColumn(host::makeString(value).get());
   }
@@ -45,5 +48,29 @@ ColumnOperand writtenOperand(const kxArray* saved) {
 }
 
 host::Value recordedValue(const ColumnOperand& scalar) { return toValue(scalar.column); }
+
+RecordedOperand recordedOperand(const WrittenConstant& constant) {
+  return std::visit(
+      []<class T>(const T& value) {
+        if constexpr (std::is_same_v<T, std::string>) {
+          return RecordedOperand{ElementType::String, true};
+        } else {
+          return numberOf(typeOf(value), value, true);
+        }
+      },
+      constant);
+}
+
+RecordedOperand recordedOperand(const ColumnOperand& constant) {
+  return constant.column.type() == ElementType::String ? RecordedOperand{ElementType::String, true}
+                                                       : numberOf(constant);
+}
+
+host::Value recordedValue(const RecordedOperand& number) {
+  constexpr std::array<std::size_t, 2> kOne{1, 1};
+  host::Value value = matrix::from_kalvex(kxCreateNumericArray(kOne, classOf(number.type)));
+  std::memcpy(kxGetMutableData(value.get()), &number.bits, elementSize(number.type));
+  return value;
+}
 
 }  // namespace kv::runtime

@@ -50,6 +50,14 @@ struct OperandType {
   bool isWeak = false;
 };
 
+/// An input as it is when a call is recorded: the type of a column, or a constant number. Unlike a
+/// column of one row, it takes no memory of its own.
+struct RecordedOperand {
+  ElementType type = ElementType::Double;
+  bool isWeak = false;     ///< as of a ColumnOperand
+  std::uint64_t bits = 0;  ///< of a constant number: the element, in the first bytes
+};
+
 /// How a function determines its types.
 enum class TypeRule : std::uint8_t {
   Promoted,    ///< computed and returned in the common type
@@ -150,6 +158,11 @@ BlockKernel blockKernel(const ElementFunction& function, ElementType compute, Sp
 ///         double but isn't exact as one; "KALVEX:function:NegativePower".
 std::vector<ColumnOperand> adaptConstants(const ElementFunction& function,
                                           std::span<const ColumnOperand> inputs);
+
+/// The same in place, for inputs without times. Weak texts stay as they are.
+///
+/// Errors: as for `adaptConstants`.
+void adaptNumbers(const ElementFunction& function, std::span<RecordedOperand> inputs);
 
 /// The result of `function` for constants only: one constant, as if the user had written it.
 ///

@@ -25,4 +25,11 @@ ColumnOperand writtenOperand(const kxArray* saved);
 /// A scalar as the host value that is recorded.
 host::Value recordedValue(const ColumnOperand& scalar);
 
+/// The same constant without a column; of a text only the type.
+RecordedOperand recordedOperand(const WrittenConstant& constant);
+RecordedOperand recordedOperand(const ColumnOperand& constant);
+
+/// A number as the host value that is recorded. Requires: it isn't a text.
+host::Value recordedValue(const RecordedOperand& number);
+
 }  // namespace kv::runtime
