@@ -158,17 +158,14 @@ std::optional<std::int64_t> RowSpace::count() const {
   return count < 0 ? std::nullopt : std::optional(count);
 }
 
-RowTraits traitsOf(std::string_view function, std::span<const Operand> inputs, const Where& where) {
-  std::vector<Array> arrays;
+RowTraits traitsOf(std::string_view function, std::span<const Operand> inputs,
+                   std::span<const Array> arrays, const Where& where) {
   std::size_t made = boost::hash<std::string_view>()(function);
   bool isKnown = true;
   for (const Operand& input : inputs) {
     const std::size_t key = keyOfInput(input);
     isKnown = isKnown && key != 0;
     boost::hash_combine(made, key);
-    if (const auto* array = std::get_if<Array>(&input.value())) {
-      arrays.push_back(*array);
-    }
   }
   RowTraits traits = combined(arrays, where);
   traits.made = isKnown ? made : 0;

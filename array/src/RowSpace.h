@@ -79,9 +79,10 @@ struct RowTraits {
   std::vector<std::int64_t> trailing{};  ///< dimensions after that of rows
 };
 
-/// Those of what `function` computes row by row from `inputs`; constants are among them.
+/// Those of what `function` computes row by row from `inputs`, of which `arrays` aren't constants.
 /// Errors: those of requireSameRows; "KALVEX:array:SizesDiffer".
-RowTraits traitsOf(std::string_view function, std::span<const Operand> inputs, const Where& where);
+RowTraits traitsOf(std::string_view function, std::span<const Operand> inputs,
+                   std::span<const Array> arrays, const Where& where);
 
 /// Those of what a user's function computes from `inputs`: no other array is made in the same way.
 /// Errors: those of requireSameRows.

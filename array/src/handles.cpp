@@ -24,16 +24,41 @@ struct ToOperand {
   }
 };
 
+struct ToRecorded {
+  runtime::RecordedOperand operator()(const Array& array) const {
+    const auto& handle = array.handle();
+    return handle.constant ? runtime::recordedOperand(*handle.constant)
+                           : runtime::RecordedOperand{handle.type};
+  }
+  runtime::RecordedOperand operator()(const std::string&) const {
+    return {ElementType::String, true};
+  }
+  runtime::RecordedOperand operator()(auto number) const {
+    return runtime::recordedOperand(number);
+  }
+};
+
+/// True if both are of one session, closed or not.
+bool areOfOneSession(const Array& a, const Array& b) {
+  const auto& first = a.handle().session;
+  const auto& second = b.handle().session;
+  return !first.owner_before(second) && !second.owner_before(first);
+}
+
 }  // namespace
 
 runtime::ColumnOperand operandOf(const Operand& input) {
   return std::visit(ToOperand(), input.value());
 }
 
+runtime::RecordedOperand recordedOperand(const Operand& input) {
+  return std::visit(ToRecorded(), input.value());
+}
+
 Array makeArray(const std::weak_ptr<Session::Impl>& session, host::Value value, ElementType type,
                 RowTraits traits) {
-  return Array(
-      std::make_shared<const Array::Handle>(session, std::move(value), type, std::nullopt, traits));
+  return Array(std::make_shared<const Array::Handle>(session, std::move(value), type, std::nullopt,
+                                                     std::move(traits)));
 }
 
 Array makeConstant(const std::weak_ptr<Session::Impl>& session,
@@ -50,7 +75,8 @@ std::shared_ptr<Session::Impl> sessionOf(std::span<const Array> arrays) {
   }
   auto session = live(arrays.front().handle().session);
   for (const Array& array : arrays) {
-    if (live(array.handle().session) != session) {
+    if (!areOfOneSession(array, arrays.front())) {
+      live(array.handle().session);  // the error of a closed session comes first
       raiseTwoSessions();
     }
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <boost/container/small_vector.hpp>
 #include <memory>
 #include <optional>
 #include <span>
@@ -64,20 +65,28 @@ Array makeConstant(const std::weak_ptr<Session::Impl>& session,
 /// An input as the type rules see it: a column without rows for an array, otherwise a weak scalar.
 runtime::ColumnOperand operandOf(const Operand& input);
 
-/// Inputs of a call by name, including values that were made for this call.
+/// The same without columns.
+runtime::RecordedOperand recordedOperand(const Operand& input);
+
+/// Inputs of a call by name, including values that were made for this call. A few need no
+/// allocation.
 class CallInputs {
  public:
-  void lend(const host::Value& value) { list_.push_back(value.get()); }
+  void lend(const kxArray* value) { list_.push_back(value); }
+  void lend(const host::Value& value) { lend(value.get()); }
   void give(host::Value value) {
     list_.push_back(value.get());
     owned_.push_back(std::move(value));
   }
-  std::span<const kxArray* const> list() const { return list_; }
+  std::span<const kxArray* const> list() const { return {list_.data(), list_.size()}; }
 
  private:
-  std::vector<host::Value> owned_;
-  std::vector<const kxArray*> list_;
+  boost::container::small_vector<host::Value, 4> owned_;
+  boost::container::small_vector<const kxArray*, 4> list_;
 };
+
+/// The arrays of a call. A few need no allocation.
+using Arrays = boost::container::small_vector<Array, 3>;
 
 /// The session that the arrays in `arrays` share.
 /// Errors: "KALVEX:array:NoArray" if there is none, "KALVEX:array:TwoSessions".

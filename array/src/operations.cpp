@@ -23,19 +23,60 @@ using runtime::ElementType;
   raiseError("KALVEX:array:UnknownFunction", {std::string(name), std::string(kind)});
 }
 
-ElementType resultType(const runtime::ElementFunction& function,
-                       std::span<const runtime::ColumnOperand> inputs) {
-  std::vector<runtime::OperandType> types;
-  for (const runtime::ColumnOperand& input : inputs) {
-    types.push_back({input.column.type()});
-  }
-  return runtime::resolve(function, types).result;
+using RecordedOperands = boost::container::small_vector<runtime::RecordedOperand, 3>;
+
+bool isConstant(const runtime::RecordedOperand& input) { return input.isWeak; }
+
+bool isTextOrTime(const runtime::RecordedOperand& input) {
+  return input.type == ElementType::String || input.type == ElementType::DateTime ||
+         input.type == ElementType::Duration;
 }
 
-bool isConstant(const runtime::ColumnOperand& input) { return input.isWeak; }
+std::vector<runtime::ColumnOperand> columnsOf(std::span<const Operand> inputs) {
+  std::vector<runtime::ColumnOperand> columns;
+  for (const Operand& input : inputs) {
+    columns.push_back(operandOf(input));
+  }
+  return columns;
+}
 
-std::vector<Array> arraysAmong(std::span<const Operand> operands) {
-  std::vector<Array> arrays;
+/// The inputs of a call as they are recorded, with constants in the types to which they adapt.
+struct AdaptedInputs {
+  boost::container::small_vector<runtime::OperandType, 3> types;
+  CallInputs values;
+};
+
+void addInput(AdaptedInputs& adapted, ElementType type, const Operand& input, bool isConstant,
+              auto&& recorded) {
+  adapted.types.push_back({type});
+  if (isConstant) {
+    adapted.values.give(runtime::recordedValue(recorded));
+  } else {
+    adapted.values.lend(std::get<Array>(input.value()).handle().value.get());
+  }
+}
+
+/// Errors: those of runtime::adaptConstants.
+void addInputs(AdaptedInputs& adapted, const runtime::ElementFunction& function,
+               std::span<const Operand> inputs, const RecordedOperands& operands) {
+  const bool needsColumns =
+      std::ranges::any_of(operands, isTextOrTime) && std::ranges::any_of(operands, isConstant);
+  if (needsColumns) {
+    const auto columns = runtime::adaptConstants(function, columnsOf(inputs));
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+      addInput(adapted, columns[i].column.type(), inputs[i], isConstant(operands[i]), columns[i]);
+    }
+    return;
+  }
+  RecordedOperands numbers = operands;
+  runtime::adaptNumbers(function, {numbers.data(), numbers.size()});
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    addInput(adapted, numbers[i].type, inputs[i], isConstant(operands[i]), numbers[i]);
+  }
+}
+
+Arrays arraysAmong(std::span<const Operand> operands) {
+  Arrays arrays;
   for (const Operand& operand : operands) {
     if (const auto* array = std::get_if<Array>(&operand.value())) {
       arrays.push_back(*array);
@@ -59,29 +100,24 @@ Array apply(std::string_view function, std::span<const Operand> inputs, Where wh
   if (row == nullptr) {
     raiseUnknownFunction("element function", function);
   }
-  const std::vector<Array> arrays = translated([&] { return arraysAmong(inputs); });
-  const auto session = sessionOf(arrays);
+  const Arrays arrays = translated([&] { return arraysAmong(inputs); });
+  const auto session = sessionOf({arrays.data(), arrays.size()});
   return publicCall(*session, where, [&] {
-    std::vector<runtime::ColumnOperand> operands;
+    RecordedOperands operands;
     for (const Operand& input : inputs) {
-      operands.push_back(operandOf(input));
+      operands.push_back(recordedOperand(input));
     }
     if (inputs.size() == row->arity && std::ranges::all_of(operands, isConstant)) {
-      return makeConstant(session, runtime::foldConstants(*row, operands));
+      return makeConstant(session, runtime::foldConstants(*row, columnsOf(inputs)));
     }
-    const std::vector<runtime::ColumnOperand> adapted = runtime::adaptConstants(*row, operands);
-    const ElementType type = resultType(*row, adapted);
-    RowTraits traits = traitsOf(function, inputs, where);
-    CallInputs call;
-    call.give(host::makeFunctionHandle(runtime::elementFunctionName(function)));
-    for (std::size_t i = 0; i < inputs.size(); ++i) {
-      if (isConstant(operands[i])) {
-        call.give(runtime::recordedValue(adapted[i]));
-      } else {
-        call.lend(std::get<Array>(inputs[i].value()).handle().value);
-      }
-    }
-    return makeArray(session, host::call("elementfun", call.list()), type, std::move(traits));
+    AdaptedInputs adapted;
+    adapted.values.lend(session->functions.of(*row));
+    addInputs(adapted, *row, inputs, operands);
+    const ElementType type =
+        runtime::resolve(*row, {adapted.types.data(), adapted.types.size()}).result;
+    RowTraits traits = traitsOf(function, inputs, {arrays.data(), arrays.size()}, where);
+    return makeArray(session, host::call("elementfun", adapted.values.list()), type,
+                     std::move(traits));
   });
 }
 
@@ -103,9 +139,8 @@ Array aggregate(std::string_view name, const Array& input, const Reduction& redu
   return publicCall(*session, where, [&] {
     const ElementType type = runtime::aggregateType(row->kind, input.handle().type);
     const std::string function = runtime::aggregateFunctionName(name, form);
-    const auto handle = host::makeFunctionHandle(function);
-    auto result =
-        host::call("aggregatefun", {handle.get(), handle.get(), input.handle().value.get()});
+    const kxArray* handle = session->functions.of(*row, form);
+    auto result = host::call("aggregatefun", {handle, handle, input.handle().value.get()});
     return makeArray(session, std::move(result), type,
                      traitsOfAggregate(function, input, form.isWhole));
   });

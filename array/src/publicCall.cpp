@@ -4,6 +4,7 @@
 
 #include "publicCall.h"
 
+#include <atomic>
 #include <cassert>
 #include <cstdint>
 #include <new>
@@ -67,6 +68,8 @@ Error toError(const foundation::core::except::IMsgIDException& native) {
   const std::string identifier = native.get_error_id();
   return {identifier, host::catalogueText(identifier, arguments), arguments};
 }
+
+std::atomic<std::unique_ptr<Waiting> (*)()> makeWaiting = nullptr;
 
 /// Constructed early, while memory is available.
 const Error kOutOfMemory("KALVEX:OutOfMemory", errors::formatMessage("KALVEX:OutOfMemory", {}));
@@ -172,5 +175,14 @@ void rethrowAsOurs() {
 }
 
 void raiseClosed() { raiseError("KALVEX:session:Closed"); }
+
+Waiting::~Waiting() = default;
+
+void setWaiting(std::unique_ptr<Waiting> (*begin)()) { makeWaiting = begin; }
+
+std::unique_ptr<Waiting> beginWaiting() {
+  const auto make = makeWaiting.load();
+  return make != nullptr ? make() : nullptr;
+}
 
 }  // namespace kv

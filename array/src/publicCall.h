@@ -7,12 +7,14 @@
 #include <source_location>
 #include <utility>
 
+#include "FunctionHandles.h"
 #include "OpenStream.h"
 #include "kv/array.h"
 #include "kv/host/session.h"
 #include "kv/host/values.h"
 #include "kv/runtime/Cancellation.h"
 #include "kv/runtime/SessionLease.h"
+#include "kv/waiting.h"
 
 namespace kv {
 
@@ -32,6 +34,7 @@ struct Session::Impl {
   host::Value frame;  ///< holds the user's stack
   std::unique_ptr<runtime::SessionLease> lease;
   std::shared_ptr<runtime::InterruptRequests> interrupts;  ///< set once
+  FunctionHandles functions;
   OpenStreams streams;
 };
 
@@ -40,6 +43,9 @@ struct Session::Impl {
 /// "KALVEX:OutOfMemory", and any other C++ exception the Error "KALVEX:array:Unexpected".
 /// Threads: in a catch clause, within the scope of the session.
 [[noreturn]] void rethrowAsOurs();
+
+/// What the front end does while a call waits; may be null.
+std::unique_ptr<Waiting> beginWaiting();
 
 /// Raises "KALVEX:session:Closed".
 [[noreturn]] void raiseClosed();
@@ -57,7 +63,12 @@ auto translated(Body&& body) -> decltype(body()) {
 /// The lease of a session with the right to use it: one public call, perhaps within another.
 class CallScope {
  public:
-  explicit CallScope(Session::Impl& session) : session_(session), lock_(session.mutex) {
+  explicit CallScope(Session::Impl& session)
+      : session_(session), lock_(session.mutex, std::try_to_lock) {
+    if (!lock_.owns_lock()) {
+      const auto waiting = beginWaiting();
+      lock_.lock();
+    }
     ++session_.depth;
   }
   ~CallScope() { --session_.depth; }
@@ -66,7 +77,7 @@ class CallScope {
 
  private:
   Session::Impl& session_;
-  std::lock_guard<std::recursive_mutex> lock_;
+  std::unique_lock<std::recursive_mutex> lock_;
 };
 
 /// The user's line of a public call, and the user's stack: that of the outermost one, which stays
