@@ -76,9 +76,8 @@ def operand(value: Any, session: "Session", function: str, others: "Iterable[Arr
 
 def apply(name: str, *inputs: Any) -> "Array":
     """Records an element function; at least one input is an array."""
-    from ._array import Array
-
-    arrays = [x for x in inputs if isinstance(x, Array)]
+    arrays = [x for x in inputs if type(getattr(x, "_handle", None)) is ArrayHandle]
     session = arrays[0]._session
     operands = [operand(x, session, name, arrays) for x in inputs]
-    return Array(apply_function(name, operands), session)
+    made: Array = type(arrays[0])(apply_function(name, operands), session)
+    return made

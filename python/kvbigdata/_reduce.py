@@ -11,7 +11,7 @@ import numpy as np
 
 from . import _ufuncs
 from ._errors import array_error
-from ._host import filter_array, reduce, reduce_rows
+from ._host import ArrayHandle, filter_array, reduce, reduce_rows
 from ._operands import apply
 
 if TYPE_CHECKING:
@@ -56,10 +56,20 @@ def _places(name: str, x: "Array", axis: Any) -> str | list[int]:
 def _reduced(
     name: str, x: Any, axis: Any, where: Any, skipna: bool | None, options: dict[str, Any]
 ) -> "Array":
+    handle = getattr(x, "_handle", None)
+    if type(handle) is not ArrayHandle:
+        raise array_error("KALVEX:array:NoArray")
+    if axis is None and where is True and not options:
+        made: Array = type(x)(reduce(name, handle, skipna), x._session)
+        return made
+    return _reduced_by(name, x, axis, where, skipna, options)
+
+
+def _reduced_by(
+    name: str, x: Any, axis: Any, where: Any, skipna: bool | None, options: dict[str, Any]
+) -> "Array":
     from ._array import Array
 
-    if not isinstance(x, Array):
-        raise array_error("KALVEX:array:NoArray")
     places = _places(name, x, axis)
     keeps = isinstance(places, list) and options.pop("keepdims", False) is True
     _check(name, options)

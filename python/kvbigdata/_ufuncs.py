@@ -6,7 +6,7 @@ from typing import TYPE_CHECKING, Any, Protocol
 import numpy as np
 
 from ._errors import array_error
-from ._host import apply_function
+from ._host import ArrayHandle, apply_to_two
 from ._operands import apply
 
 if TYPE_CHECKING:
@@ -183,31 +183,67 @@ def call_ufunc(ufunc: np.ufunc, method: str, *inputs: Any, **options: Any) -> An
     return _FUNCTIONS[ufunc](*inputs)
 
 
-def operator(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
+def _has_number(handle: ArrayHandle, other: Any) -> bool:
+    return handle.type != "logical"
+
+
+def _are_logicals(handle: ArrayHandle, other: Any) -> bool:
+    return handle.type == "logical" and type(other) is ArrayHandle and other.type == "logical"
+
+
+# Operators of ufuncs that refuse something, and which operands they surely accept.
+_ACCEPTED: dict[np.ufunc, tuple[str, Callable[[ArrayHandle, Any], bool]]] = {
+    np.subtract: ("minus", _has_number),
+    np.bitwise_and: ("and", _are_logicals),
+    np.bitwise_or: ("or", _are_logicals),
+    np.bitwise_xor: ("xor", _are_logicals),
+}
+
+
+def _operator(ufunc: np.ufunc, is_reflected: bool) -> Callable[[Any, Any], "Array"]:
     """The method of an operator of two operands; quick where both need no conversion."""
     function = _FUNCTIONS[ufunc]
-    if ufunc not in _NAMES:
-        return lambda self, other: function(self, other)
-    name = _NAMES[ufunc]
+
+    def convert(self: Any, other: Any) -> "Array":
+        return function(other, self) if is_reflected else function(self, other)
+
+    if ufunc not in _NAMES and ufunc not in _ACCEPTED:
+        return convert
+    name, accepts = _ACCEPTED.get(ufunc) or (_NAMES[ufunc], None)
+    make = object.__new__
 
     def method(self: Any, other: Any) -> "Array":
-        kind = type(other)
-        if kind is int or kind is float:
+        kind = type(self)
+        if type(other) is float or type(other) is int:
             operand = other
-        elif kind is type(self):
+        elif type(other) is kind:
             operand = other._handle
         else:
-            return function(self, other)
-        made: Array = type(self)(apply_function(name, [self._handle, operand]), self._session)
+            return convert(self, other)
+        handle = self._handle
+        if accepts is not None and not accepts(handle, operand):
+            return convert(self, other)
+        made: Array = make(kind)  # without a call of __init__, which takes as long as all of this
+        made._handle = (
+            apply_to_two(name, operand, handle)
+            if is_reflected
+            else apply_to_two(name, handle, operand)
+        )
+        made._session = self._session
+        made._first = None
         return made
 
     return method
 
 
+def operator(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
+    """The method of an operator of two operands."""
+    return _operator(ufunc, is_reflected=False)
+
+
 def reflected(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
     """The same with the operands the other way round."""
-    function = _FUNCTIONS[ufunc]
-    return lambda self, other: function(other, self)
+    return _operator(ufunc, is_reflected=True)
 
 
 def _public(ufunc: np.ufunc, name: str) -> ElementFunction:

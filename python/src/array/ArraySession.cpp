@@ -8,6 +8,7 @@
 #include "array/arrayCalls.h"
 #include "array/userStack.h"
 #include "kv/error.h"
+#include "kv/waiting.h"
 
 namespace kv::python {
 
@@ -29,7 +30,18 @@ std::vector<std::weak_ptr<ArraySession::Slot>>& openSlots() {
   return slots;
 }
 
+class WaitingUnlocked final : public Waiting {
+ private:
+  Unlock unlocked_;
+};
+
 }  // namespace
+
+void releaseLockWhileWaiting() {
+  setWaiting([]() -> std::unique_ptr<Waiting> {
+    return hasInterpreterLock() ? std::make_unique<WaitingUnlocked>() : nullptr;
+  });
+}
 
 ArrayCall::ArrayCall() {
   if (isForked) {

@@ -5,17 +5,20 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "host/evaluation.h"
 #include "host/interpreter.h"
 #include "kv/array.h"
 
-/// How Python calls array/: without the interpreter's lock, and with errors as Python's exceptions.
+/// How Python calls array/: with errors as Python's exceptions, and without the interpreter's lock.
 ///
 /// A call that waits for a session may wait for another thread's evaluation, which needs the
-/// interpreter's lock for users' functions and signals. So no call keeps it.
+/// interpreter's lock for users' functions and signals. So no call keeps it while it waits. Calls
+/// that only record something keep it otherwise, because they take less time than the lock does.
 namespace kv::python {
 
 namespace nb = nanobind;
@@ -62,13 +65,14 @@ class BackgroundCall {
   static bool isAbandoned() noexcept;
 };
 
-/// Runs `body` without the interpreter's lock.
-template <class Body>
+namespace detail {
+
+template <bool kKeepsLock, class Body>
 auto inArrays(Line line, Body&& body) {
   const CallContext context(line == Line::Recorded);
   try {
     const ArrayCall call;
-    const Unlock unlocked;
+    [[maybe_unused]] const std::conditional_t<kKeepsLock, std::monostate, Unlock> unlocked{};
     return std::forward<Body>(body)();
   } catch (nb::python_error&) {
     throw;
@@ -76,6 +80,24 @@ auto inArrays(Line line, Body&& body) {
     throwArrayError(line);
   }
 }
+
+}  // namespace detail
+
+/// Runs `body` without the interpreter's lock.
+template <class Body>
+auto inArrays(Line line, Body&& body) {
+  return detail::inArrays<false>(line, std::forward<Body>(body));
+}
+
+/// Runs `body`, which records something and neither reads nor computes much. It has the
+/// interpreter's lock unless it waits for the session.
+template <class Body>
+auto recorded(Body&& body) {
+  return detail::inArrays<true>(Line::Live, std::forward<Body>(body));
+}
+
+/// Makes calls that wait for a session release the interpreter's lock.
+void releaseLockWhileWaiting();
 
 /// A session as Python holds it.
 class ArraySession {

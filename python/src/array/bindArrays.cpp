@@ -9,6 +9,7 @@
 #include <nanobind/stl/vector.h>
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <new>
 #include <optional>
@@ -114,18 +115,31 @@ std::string explain(const ArraySession& self, const nb::list& handles) {
   return inArrays(Line::Live, [&] { return self.session()->explain(arrays); });
 }
 
-Array applyFunction(const std::string& name, const nb::list& inputs) {
-  const std::vector<Operand> operands = toOperands(inputs);
-  return inArrays(Line::Live, [&] {
+Array applyToOperands(const std::string& name, std::span<const Operand> operands) {
+  return recorded([&] {
     requireSameDimensions(name, operands);
     return kv::apply(name, operands);
   });
 }
 
-Array reduce(const std::string& name, const Array& input, bool skipMissing, bool isWhole) {
+Array applyFunction(const std::string& name, const nb::list& inputs) {
+  return applyToOperands(name, toOperands(inputs));
+}
+
+Array applyToTwo(const std::string& name, nb::handle left, nb::handle right) {
+  return applyToOperands(name, std::array{toOperand(left), toOperand(right)});
+}
+
+/// Unless they are given, columns of tables skip missing values and other arrays propagate them,
+/// and all elements of an array of several dimensions are reduced.
+Array reduce(const std::string& name, const Array& input, std::optional<bool> skipMissing,
+             std::optional<bool> isWhole) {
+  const bool skips = skipMissing.value_or(input.isColumn());
   const bool needsRows = name == "min" || name == "max";
-  const Reduction reduction{skipMissing ? Missing::Skip : Missing::Propagate, isWhole, needsRows};
-  return inArrays(Line::Live, [&] { return aggregate(name, input, reduction); });
+  const Reduction reduction{skips ? Missing::Skip : Missing::Propagate,
+                            isWhole.value_or(input.isScalar() || !input.trailing().empty()),
+                            needsRows};
+  return recorded([&] { return aggregate(name, input, reduction); });
 }
 
 Table tableOfArrays(const std::vector<std::string>& names, const nb::list& handles) {
@@ -157,7 +171,7 @@ Array placed(const Array& array, nb::handle elements) {
 }
 
 Array filterArray(const Array& input, const Array& keep) {
-  return inArrays(Line::Live, [&] { return filter(input, keep); });
+  return recorded([&] { return filter(input, keep); });
 }
 
 Table filterTable(const Table& table, const Array& keep) {
@@ -286,8 +300,10 @@ void bindHandles(nb::module_& module) {
 void bindFunctions(nb::module_& module) {
   module.def("apply_function", applyFunction,
              nb::sig("def apply_function(name: str, inputs: list[object]) -> ArrayHandle"));
-  module.def("reduce", reduce, nb::arg("name"), nb::arg("input"), nb::arg("skip_missing"),
-             nb::arg("is_whole"));
+  module.def("apply_to_two", applyToTwo,
+             nb::sig("def apply_to_two(name: str, left: object, right: object) -> ArrayHandle"));
+  module.def("reduce", reduce, nb::arg("name"), nb::arg("input"),
+             nb::arg("skip_missing") = nb::none(), nb::arg("is_whole") = nb::none());
   module.def("place_beside", placed,
              nb::sig("def place_beside(array: ArrayHandle, elements: tuple[str, object]) -> "
                      "ArrayHandle"));
@@ -309,6 +325,7 @@ void bindFunctions(nb::module_& module) {
 }  // namespace
 
 void bindArrays(nb::module_& module) {
+  releaseLockWhileWaiting();
   bindResults(module);
   bindHandles(module);
   bindSession(module);

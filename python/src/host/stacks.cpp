@@ -65,8 +65,8 @@ void walkFrames(Visit&& visit) {
   }
 }
 
-/// A number, as a pointer, that identifies a code object forever. (An address can be reused for
-/// other code, and keeping all captured code alive would be a leak.)
+/// A number, as a pointer, that identifies a code object forever; null for code of this package.
+/// (An address can be reused for other code, and keeping all captured code alive would be a leak.)
 const void* idOf(PyCodeObject* code) {
 #if PY_VERSION_HEX >= 0x030C0000
   static const Py_ssize_t index = PyUnstable_Eval_RequestCodeExtraIndex(nullptr);
@@ -77,16 +77,17 @@ const void* idOf(PyCodeObject* code) {
   const auto get = _PyCode_GetExtra;
   const auto set = _PyCode_SetExtra;
 #endif
-  static std::uintptr_t last = 0;
+  static constexpr std::uintptr_t kOurs = 1;
+  static std::uintptr_t last = kOurs;
   auto* const object = reinterpret_cast<PyObject*>(code);
   void* id = nullptr;
   if (get(object, index, &id) != 0 || id == nullptr) {
-    id = reinterpret_cast<void*>(++last);
+    id = reinterpret_cast<void*>(isOurs(code) ? kOurs : ++last);
     if (set(object, index, id) != 0) {
       PyErr_Clear();  // the next capture assigns another number
     }
   }
-  return id;
+  return reinterpret_cast<std::uintptr_t>(id) == kOurs ? nullptr : id;
 }
 
 /// A place is the number of a code object and an offset in it.
@@ -96,8 +97,7 @@ class PythonFrames : public host::StackSource {
     latest_.clear();
     ifAlive([&] {
       walkFrames([&](PyCodeObject* code, PyFrameObject* frame) {
-        if (!isOurs(code)) {
-          const void* id = idOf(code);
+        if (const void* id = idOf(code)) {
           latest_.emplace_back(id, code);
           places.push_back({id, PyFrame_GetLasti(frame)});
         }
