@@ -8,10 +8,3 @@ if(KV_SANITIZE)
   endif()
   add_link_options(-fsanitize=${KV_SANITIZE})
 endif()
-
-if(KV_SANITIZE STREQUAL "thread")
-  # Headers that most files include are parsed once for each target: the build takes half the time.
-  target_precompile_headers(kv_warnings INTERFACE
-    <algorithm> <atomic> <chrono> <condition_variable> <cstdint> <functional> <map> <memory> <mutex>
-    <optional> <ranges> <set> <span> <string> <string_view> <thread> <unordered_map> <utility> <vector>)
-endif()

@@ -19,6 +19,13 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 
+# Presets whose builds start from nothing compile the sources of a target in groups (unity builds):
+# most of the time is spent on headers. In such a group a name without linkage occurs once, and a
+# type without linkage is reported wherever it is used. In the tests each file has its own names.
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_compile_options(-Wno-subobject-linkage)
+endif()
+
 find_program(KV_CCACHE ccache)
 if(KV_CCACHE)
   # Paths below the root are hashed as relative ones, so that all build folders share the cache.

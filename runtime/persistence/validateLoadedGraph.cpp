@@ -13,7 +13,7 @@ namespace kv::runtime {
 namespace {
 
 using host::LoadRefusal;
-using Refusal = std::optional<LoadRefusal>;
+using MaybeRefusal = std::optional<LoadRefusal>;
 
 bool isMissing(std::size_t link) { return link == LoadedGraph::kNothing; }
 
@@ -23,8 +23,8 @@ class GraphRules {
   explicit GraphRules(const LoadedGraph& graph)
       : graph_(graph), makers_(graph.promises().size(), LoadedGraph::kNothing) {}
 
-  Refusal check() {
-    Refusal refusal;
+  MaybeRefusal check() {
+    MaybeRefusal refusal;
     // The makers are known only when all closures have been visited.
     for (std::size_t i = 0; i < graph_.closures().size() && !refusal; ++i) {
       refusal = checkClosure(graph_.closures()[i]);
@@ -39,7 +39,7 @@ class GraphRules {
   }
 
  private:
-  Refusal checkClosure(const LoadedGraph::Closure& closure) {
+  MaybeRefusal checkClosure(const LoadedGraph::Closure& closure) {
     if (std::ranges::any_of(graph_.inputsOf(closure), isMissing)) {
       return LoadRefusal{closure.object, "an input of a Closure is missing"};
     }
@@ -53,14 +53,15 @@ class GraphRules {
       if (promise == nullptr) {
         return LoadRefusal{closure.object, "an output of a Closure is missing"};
       }
-      if (Refusal refusal = takeOutput(closure, *promise)) {
+      if (MaybeRefusal refusal = takeOutput(closure, *promise)) {
         return refusal;
       }
     }
     return std::nullopt;
   }
 
-  Refusal takeOutput(const LoadedGraph::Closure& closure, const LoadedGraph::Promise& promise) {
+  MaybeRefusal takeOutput(const LoadedGraph::Closure& closure,
+                          const LoadedGraph::Promise& promise) {
     std::size_t& maker = makers_[static_cast<std::size_t>(&promise - graph_.promises().data())];
     if (!isMissing(maker)) {
       return LoadRefusal{promise.object, maker == closure.object
@@ -77,7 +78,7 @@ class GraphRules {
     return std::nullopt;
   }
 
-  Refusal checkPromise(const LoadedGraph::Promise& promise, std::size_t maker) const {
+  MaybeRefusal checkPromise(const LoadedGraph::Promise& promise, std::size_t maker) const {
     if (isMissing(promise.closure)) {
       if (!promise.isDone) {
         return LoadRefusal{promise.object, "a pending ClosurePromise has no closure"};
@@ -92,7 +93,7 @@ class GraphRules {
     return std::nullopt;
   }
 
-  Refusal checkFuture(const LoadedGraph::Future& future) const {
+  MaybeRefusal checkFuture(const LoadedGraph::Future& future) const {
     const LoadedGraph::Promise* promise = graph_.promiseAt(future.promise);
     if (promise == nullptr || promise->future != future.object) {
       return LoadRefusal{future.object, "the promise of a ClosureFuture has another future"};
@@ -123,12 +124,12 @@ Dependencies dependenciesIn(const LoadedGraph& graph) {
 
 }  // namespace
 
-Refusal validateLoadedGraph(std::span<const kxArray* const> objects) {
+MaybeRefusal validateLoadedGraph(std::span<const kxArray* const> objects) {
   LoadedGraph graph;
-  if (Refusal refusal = graph.read(objects)) {
+  if (MaybeRefusal refusal = graph.read(objects)) {
     return refusal;
   }
-  if (Refusal refusal = GraphRules(graph).check()) {
+  if (MaybeRefusal refusal = GraphRules(graph).check()) {
     return refusal;
   }
   if (const auto onCycle = measureNesting(dependenciesIn(graph)).onCycle) {
