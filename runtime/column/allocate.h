@@ -25,8 +25,7 @@ void throwIfOutOfMemory(const arrow::Status& status);
 /// Turns a status of Arrow into one of our exceptions, without Arrow's text.
 ///
 /// Errors: std::bad_alloc if memory runs out; "KALVEX:memory:TextTooLarge" for more than 2 GiB of
-///         text in one column; std::logic_error for a status that only a fault of
-///         ours can cause.
+///         text in one column; std::logic_error for a status that only a fault of ours can cause.
 void checkArrow(const arrow::Status& status);
 
 /// What `result` holds. Errors: as for a status.

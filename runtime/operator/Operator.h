@@ -23,8 +23,7 @@
 // 3. FlowOperator: consumes and emits rows freely. Its run takes the chunks of each input as they
 //    come, and emits chunks of its own, which start a new cut.
 // 4. SinkOperator: ends rows. Its run gathers something of a partition, and a merge makes the
-// result
-//    of what all partitions gathered.
+//    result of what all partitions gathered.
 //
 // To add an operator: write its file, declare what makes it in operators.h, and add its row to the
 // table in operators.cpp, by which it is read from bytes.

@@ -1,7 +1,7 @@
-// The same for inputs that needn't have the same rows: each has frames of its own, and an input
-// that has ended comes without rows. The function returns rows that it is to get again, which
-// come before the next frame of their input. So that it sees the same however rows are read, it is
-// called when each input has a whole frame, or has ended.
+// A function of partitions (see partitionwise.cpp) whose inputs needn't have the same rows: each
+// has frames of its own, and an input that has ended comes without rows. The function may return
+// rows that it hasn't used, which come again before the next frame of their input. So that it sees
+// the same however rows are read, it is called when each input has a whole frame, or has ended.
 
 #include <algorithm>
 #include <array>

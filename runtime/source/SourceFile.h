@@ -23,8 +23,8 @@ struct SourceFile {
   ///
   /// @param now   the time since the epoch that the file system would give to a write now
   ///
-  /// Errors: "KALVEX:datastore:FileNotFound"; "KALVEX:datastore:FileNotReadable", also
-  ///         if the file was being written at each of a hundred attempts.
+  /// Errors: "KALVEX:datastore:FileNotFound"; "KALVEX:datastore:FileNotReadable", also if the file
+  ///         was being written at each of a hundred attempts.
   /// Cost:   waits for the next tick of the file system's clock (up to 10 ms, or 50 ms if that
   ///         clock is ahead of this machine's) if the file was written in the current one; 100 ms
   ///         or more before it fails for a file that is being written.

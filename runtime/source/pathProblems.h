@@ -19,8 +19,7 @@ namespace kv::runtime {
 [[noreturn]] void throwUnreachable(const std::string& path, int error);
 
 /// Errors: "KALVEX:datastore:FileNotReadable" if `status` is that of a pipe, a device, a socket or
-/// a
-///         folder: a source is read several times and must be a regular file.
+///         a folder: a source is read several times and must be a regular file.
 void throwUnlessRegular(const std::string& path, const struct stat& status);
 
 }  // namespace kv::runtime

@@ -11,9 +11,8 @@ namespace kv::runtime {
 kxClassID classOf(ElementType type);
 
 /// An n-by-1 host array of the column's class, an object of class "datetime" or "duration"
-/// (timeValues.h), or doubles for an Unknown column and for an
-/// integer or logical one with missing values (missingMarks.h). Numeric and logical memory is
-/// borrowed, texts are copied to UTF-16.
+/// (timeValues.h), or doubles for an Unknown column and for an integer or logical one with missing
+/// values (missingMarks.h). Numeric and logical memory is borrowed, texts are copied to UTF-16.
 ///
 /// Errors: "KALVEX:array:MissingField" with the row, value and type of a value beyond 2^53 in an
 ///         integer column with missing values.

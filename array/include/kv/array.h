@@ -85,9 +85,8 @@ using BlockFunction =
 /// other dimensions differ and aren't 1; "KALVEX:array:UnknownFunction" with the name;
 /// "KALVEX:function:BadArity" and "KALVEX:function:BadTypes" for inputs for which it isn't defined;
 /// "KALVEX:array:NoArray" if no input is an array; "KALVEX:array:TwoSessions" for arrays of
-/// different sessions;
-/// "KALVEX:function:OutOfRange" for a constant that doesn't fit the integers with which it is
-/// combined, "KALVEX:function:NegativePower" for integers to a negative power, and
+/// different sessions; "KALVEX:function:OutOfRange" for a constant that doesn't fit the integers
+/// with which it is combined, "KALVEX:function:NegativePower" for integers to a negative power, and
 /// "KALVEX:array:NotExact" for a whole number beyond 2^53 that would have to become a double.
 Array apply(std::string_view function, std::span<const Operand> inputs,
             Where where = Where::current());

@@ -14,8 +14,7 @@ namespace kv {
 /// elements of a row in column-major order.
 ///
 /// Errors: Error "KALVEX:array:NotANumber" for an array of texts; "KALVEX:array:BadIndex" with a
-/// place
-///         that rows don't have.
+///         place that rows don't have.
 Array selectPlaces(const Array& array, std::span<const std::int64_t> places,
                    std::vector<std::int64_t> trailing, Where where = Where::current());
 
@@ -31,8 +30,7 @@ struct RowReduction {
 /// are added up in the order of places, floating ones as doubles.
 ///
 /// Errors: Error "KALVEX:array:UnknownFunction"; "KALVEX:function:BadTypes", also for texts and
-/// times;
-///         when gathered, "KALVEX:function:Overflow".
+///         times; when gathered, "KALVEX:function:Overflow".
 Array aggregateRows(std::string_view name, const Array& array, const RowReduction& reduction,
                     Where where = Where::current());
 

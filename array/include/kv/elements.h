@@ -54,8 +54,7 @@ GatheredElements gatherElements(Session& session, std::span<const Array> arrays,
                                 Where where = Where::current());
 
 /// The function of a front end's user on a chunk of each input; inputs have as many rows as each
-/// other, or one. It returns as many rows,
-/// unless it is said to return any number.
+/// other, or one. It returns as many rows, unless it is said to return any number.
 using ElementsFunction = std::function<Elements(std::vector<Elements> inputs)>;
 
 /// Which rows a function of chunks returns.

@@ -33,8 +33,7 @@ class GroupBy {
   /// The keys, ascending, and the columns, a row for each key. What is computed of several such
   /// tables by the same keys takes one step.
   /// Errors: Error "KALVEX:array:UnknownColumn"; "KALVEX:array:SameName";
-  /// "KALVEX:function:BadTypes";
-  ///         "KALVEX:array:UnknownFunction".
+  ///         "KALVEX:function:BadTypes"; "KALVEX:array:UnknownFunction".
   Table agg(std::span<const GroupColumn> columns, Where where = Where::current()) const;
   Table agg(std::initializer_list<GroupColumn> columns, Where where = Where::current()) const {
     return agg(std::span(columns.begin(), columns.size()), where);

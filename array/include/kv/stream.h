@@ -24,14 +24,12 @@ struct StreamHooks {
 /// closing the session, ends the evaluation within a chunk.
 ///
 /// Types: as of `Session::fromArrow`; logicals are bits, missing integers, logicals, texts and
-/// times
-///        are nulls, and missing floating values NaN.
+///        times are nulls, and missing floating values NaN.
 /// Errors: Error "KALVEX:array:NeedsColumn" for an array of several dimensions, those of
 ///         `Table::column`. Those of the evaluation are the stream's last error, whose text names
 ///         the line, the partition and the rows.
 /// Threads: a stream is pulled and released on any thread, one at a time. A thread that is in a
-/// call
-///          of the session, such as a user's function, gets all rows when it pulls the first.
+///          call of the session, such as a user's function, gets all rows when it pulls the first.
 void toStream(const Table& table, ArrowArrayStream* stream, StreamHooks hooks = {},
               Where where = Where::current());
 void toStream(const Array& column, ArrowArrayStream* stream, StreamHooks hooks = {},

@@ -15,8 +15,7 @@ class ClassTable;
 /// 3. Of members with one name, the class's own hide inherited ones; of inherited ones, those of
 ///    the leftmost superclass are taken, unless they are abstract and others aren't.
 /// 4. A class has at most one chain of native superclasses. The native part of its objects is
-/// viewed
-///    as these and no others.
+///    viewed as these and no others.
 class ClassLinker {
  public:
   explicit ClassLinker(ClassTable& table) : table_(table) {}

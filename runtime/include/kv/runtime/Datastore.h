@@ -139,8 +139,8 @@ class Datastore {
     return nullptr;
   }
 
-  /// The first rows of the source, at most `rows` and at most one chunk; all columns
-  /// that can be read.
+  /// The first rows of the source, at most `rows` and at most one chunk; all columns that can be
+  /// read.
   ///
   /// Requires: rows >= 0.
   /// Errors:   as for `openPartition` and `ChunkReader::next`.

@@ -33,16 +33,15 @@ struct SourceMove {
 /// Threads: that of the session.
 class SourceMoves {
  public:
-  /// Errors: "KALVEX:datastore:SourceGivenTwice" when two moves have the same `from`,
-  /// also
-  ///         if it is written in two ways; with it and both `to`.
+  /// Errors: "KALVEX:datastore:SourceGivenTwice" when two moves have the same `from`, also if it is
+  ///         written in two ways; with it and both `to`.
   explicit SourceMoves(std::vector<SourceMove> moves);
   ~SourceMoves();
   SourceMoves(const SourceMoves&) = delete;
   SourceMoves& operator=(const SourceMoves&) = delete;
 
-  /// Errors: "KALVEX:datastore:UnknownSource" with the first `from` that no table read,
-  ///         and the files that were read.
+  /// Errors: "KALVEX:datastore:UnknownSource" with the first `from` that no table read, and the
+  ///         files that were read.
   void throwIfUnused() const;
 
   /// To be called when a load has failed, since the load reports each failure of an object as a

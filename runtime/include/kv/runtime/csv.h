@@ -45,8 +45,8 @@ namespace kv::runtime {
 /// `True`, `TRUE`, `False`, `FALSE`.
 ///
 /// Errors: errors::StepError if a path leads to nothing, a file can't be read, isn't text, has no
-/// header or
-///         other columns than the first, or `types` name a column or a type that doesn't exist.
+///         header or other columns than the first, or `types` name a column or a type that doesn't
+///         exist.
 /// Cost:   reads the header of each file and the first block of the first. Further blocks and files
 ///         are read only while a column has no value and `types` don't fix it: up to 256 MiB where
 ///         one is empty throughout, a second or two.

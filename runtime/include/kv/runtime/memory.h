@@ -80,8 +80,7 @@ std::shared_ptr<const Datastore> openArrow(ArrowSchema* schema, ArrowArray* arra
 /// number after it.
 ///
 /// Errors: "KALVEX:datastore:OutOfRange" for integers that don't all fit the type;
-/// "...:TooManyRows",
-///         "...:Partitions".
+///         "...:TooManyRows", "...:Partitions".
 std::shared_ptr<const Datastore> openArange(ElementType type, double start, double next,
                                             std::int64_t rows, const CutRequest& request = {});
 std::shared_ptr<const Datastore> openArange(ElementType type, std::int64_t start, std::int64_t step,
