@@ -1,3 +1,7 @@
+// A table is one of two things: one array of rows, of which a column is taken by name when it is
+// asked for, as for files; or a list of arrays with the same rows. In both cases names and types
+// are known here, so that a wrong name is an error on the line that uses it, before it is recorded.
+
 #include <algorithm>
 #include <array>
 #include <string>

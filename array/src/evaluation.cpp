@@ -1,3 +1,7 @@
+// Here arrays become values. All arrays of a `gather` go to the host in one call, so that they
+// share passes. What an evaluation finds out about rows, their number and their places, is noted
+// in the row space, which an array shares with those that are made from it row by row.
+
 #include "evaluation.h"
 
 #include <cstdint>

@@ -1,3 +1,8 @@
+// A built-in aggregate: a unit reduces the rows of its partition to one partial result per column,
+// which leaves it as bytes, and the merge combines these in a tree that the numbers of partitions
+// define. A partition that had no rows doesn't know how many columns there are; it contributes one
+// partial result, which is taken for each of them.
+
 #include <cassert>
 #include <optional>
 #include <utility>

@@ -1,3 +1,7 @@
+// A user's function of matching rows. It is given pieces or frames (column/pieces.h): where they
+// end follows from the data alone, so that how the rows were read can't be seen in its answer. Its
+// results have the rows of its inputs, and so their ordinals.
+
 #include <optional>
 #include <utility>
 

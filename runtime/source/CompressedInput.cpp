@@ -1,3 +1,8 @@
+// A compressed file can only be read from its first byte to its last: blocks of packed bytes go to
+// the library, which unpacks them into the caller's memory. When that is full, the library may hold
+// bytes for which no further input is needed (`mayHoldMore_`), so the end of the file isn't yet the
+// end of the text. A file that ends within a stream is an error, never a shorter table.
+
 #include "source/CompressedInput.h"
 
 #include <algorithm>

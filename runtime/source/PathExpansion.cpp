@@ -1,3 +1,7 @@
+// What a path means depends on what exists: a file of exactly that name comes before a pattern, so
+// that names with `*` or `[` can be given. Whatever might hold further files but can't be read is
+// an error, since an answer over some of the files would look like any other.
+
 #include "source/PathExpansion.h"
 
 #include <dirent.h>

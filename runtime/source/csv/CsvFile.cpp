@@ -1,3 +1,7 @@
+// How a CSV file is written, apart from its rows. The separator is found by the same state machine
+// that later finds where records begin, so that both agree on what a quote means. The byte form is
+// part of a stage and of a saved file, which may be damaged: each field is checked as it is read.
+
 #include "source/csv/CsvFile.h"
 
 #include <fmt/format.h>
