@@ -74,7 +74,9 @@ struct Pool::CacheGuard {
 };
 
 Pool::Depot& Pool::depot() noexcept {
-  static Depot& process = *new Depot;  // never destroyed: values may be dropped at exit
+  // Never destroyed: values may be dropped at exit. Not allocated: an array may be counted first.
+  alignas(Depot) static std::byte place[sizeof(Depot)];
+  static Depot& process = *new (place) Depot;
   return process;
 }
 
