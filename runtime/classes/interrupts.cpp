@@ -33,6 +33,11 @@ void asEvaluation(const std::function<void(const CancellationToken&)>& action) {
     withStep({.label = "The evaluation"}, nullptr, [&] { action(token); });
   } catch (const Cancelled&) {
     throw Interrupted();
+  } catch (...) {
+    if (token.isCancelled()) {  // an interrupt counts for more than a failure at the same time
+      throw Interrupted();
+    }
+    throw;
   }
 }
 

@@ -139,11 +139,17 @@ TEST_F(FreeFunctions, FailAsInTheLane) {
     EXPECT_EQ(free.message, lane.message);
     EXPECT_EQ(free.stack.size(), lane.stack.size());
   }
-  const auto interrupting = [](const host::Call& call) {
-    requestInterrupt();
-    call.out(0, matrix::sharedCopy(call.in(0)));
-  };
-  EXPECT_THROW(gather(aggregate("sum", map(CallMode::AnyThread, interrupting, {&x}))), Interrupted);
+  for (const bool fails : {false, true}) {
+    const auto interrupting = [fails](const host::Call& call) {
+      requestInterrupt();
+      if (fails) {
+        host::raiseWithMessage("my:error", "interrupted, too");
+      }
+      call.out(0, matrix::sharedCopy(call.in(0)));
+    };
+    EXPECT_THROW(gather(aggregate("sum", map(CallMode::AnyThread, interrupting, {&x}))),
+                 Interrupted);
+  }
   EXPECT_THAT(gather(aggregate("sum", x)), ElementsAre(kSum));
 }
 

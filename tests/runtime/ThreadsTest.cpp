@@ -115,17 +115,24 @@ TEST_F(Threads, FunctionsRunInTheSessionOnTheCallingThread) {
 }
 
 TEST_F(Threads, AnInterruptInACallEndsAllOfThem) {
-  setThreads(8);
   const Value x = unevenColumn();
-  int calls = 0;
-  const Value interrupting = function("interrupting", [&](const host::Call& call) {
-    requestInterrupt();
-    ++calls;
-    call.out(0, matrix::sharedCopy(call.in(0)));
-  });
-  EXPECT_THROW(gather(aggregate("sum", map(interrupting, x))), Interrupted);
-  EXPECT_EQ(calls, 1);
-  EXPECT_THAT(gather(aggregate("count", x)), ElementsAre(168'006));
+  for (const int threads : {1, 8}) {
+    for (const bool fails : {false, true}) {
+      setThreads(threads);
+      int calls = 0;
+      const Value interrupting = function("interrupting", [&](const host::Call& call) {
+        requestInterrupt();
+        ++calls;
+        if (fails) {
+          host::raiseWithMessage("my:error", "interrupted, too");
+        }
+        call.out(0, matrix::sharedCopy(call.in(0)));
+      });
+      EXPECT_THROW(gather(aggregate("sum", map(interrupting, x))), Interrupted);
+      EXPECT_EQ(calls, 1);
+      EXPECT_THAT(gather(aggregate("count", x)), ElementsAre(168'006));
+    }
+  }
 }
 
 /// A source of partitions of one row; a test decides when each can be opened.
