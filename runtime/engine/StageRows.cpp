@@ -14,6 +14,7 @@
 #include "column/ChunkBuffer.h"
 #include "column/concatenate.h"
 #include "column/pieces.h"
+#include "engine/ShortChunks.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "source/memory/ArrayDatastore.h"
@@ -267,7 +268,7 @@ std::unique_ptr<StageReader> StageRows::openPartition(std::int64_t partition,
   }
   if (positions_) {
     std::vector<ArrayRows> arrays;
-    std::int64_t chunkRows = kPieceRows;
+    std::int64_t chunkRows = stage_.callsUser() ? kPieceRows : std::min(kPieceRows, maxChunkRows());
     for (const StageSource& source : stage_.sources()) {
       arrays.push_back(source.store->asArrays()->select(source.columns));
       chunkRows = stage_.callsUser() ? kPieceRows
@@ -277,8 +278,8 @@ std::unique_ptr<StageReader> StageRows::openPartition(std::int64_t partition,
         PositionReader(std::move(arrays), *positions_, partition, chunkRows, cancellation));
   }
   const StageSource& source = stage_.sources().front();
-  auto reader =
-      source.store->openRange({partition, range, source.columns, conditions_}, cancellation);
+  auto reader = inShortChunks(
+      source.store->openRange({partition, range, source.columns, conditions_}, cancellation));
   if (stage_.callsUser()) {
     return std::make_unique<PieceReader>(std::move(reader), cancellation);
   }
