@@ -56,7 +56,7 @@ install: build-release ## Install below PREFIX (default build/install)
 
 build-release: targets = kvbig kvhost kvbigdata kvruntime kvarray kvbigdata_host
 build-fuzz: targets = fuzz_load
-build-tsan: targets = test_host test_runtime test_array
+build-tsan: targets = test_host test_runtime test_array test_shared
 build-%: setup
 	@[ -f build/$*/build.ninja ] || cmake --preset $*
 	cmake --build --preset $* --parallel $(JOBS) $(addprefix --target ,$(targets))
