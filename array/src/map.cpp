@@ -118,7 +118,8 @@ Array map(std::string name, BlockFunction function, std::span<const Array> input
     for (const Array& input : inputs) {
       call.lend(input.handle().value);
     }
-    return makeArray(session, host::call("elementfun", call.list()), runtime::ElementType::Double,
+    // A user's function isn't evaluated while it is recorded, even if its inputs are there.
+    return makeArray(session, host::call("slicefun", call.list()), runtime::ElementType::Double,
                      traitsOfUnique(inputs, where));
   });
 }

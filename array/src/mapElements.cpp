@@ -133,8 +133,9 @@ std::vector<Array> record(Mapped mapped, std::span<const Array> inputs, const Wh
     for (const Array& input : inputs) {
       call.lend(input.handle().value);
     }
+    // A user's function isn't evaluated while it is recorded, even if its inputs are there.
     std::vector<host::Value> values =
-        host::callMany(isSame ? kcos::NameRef("elementfun") : kcos::NameRef("chunkfun"),
+        host::callMany(isSame ? kcos::NameRef("slicefun") : kcos::NameRef("chunkfun"),
                        static_cast<int>(outputs.size()), call.list());
     std::vector<Array> arrays;
     for (std::size_t i = 0; i < outputs.size(); ++i) {

@@ -257,6 +257,31 @@ def test_functions_of_tables_return_rows(wide):
         some.x + wide.x
 
 
+def test_recording_calls_no_function_of_the_user_on_computed_arrays():
+    outcomes = []
+    for is_computed in (False, True):
+        x = kv.arange(100_000.0)
+        inputs = (x, x.max(), kv.table({"x": x}))
+        if is_computed:
+            kv.compute(inputs)
+        calls = []
+        with kv.no_compute():
+            mapped = [each.map_chunks(lambda v, c=calls: c.append(len(v)) or v) for each in inputs]
+            failing = [each.map_chunks(lambda v: 1 / 0) for each in inputs]
+            failing.append((x * np.nan).astype(int))
+        assert calls == []
+        values, most, table = kv.compute(mapped)
+        notes = []
+        for each in failing:
+            with pytest.raises(ArithmeticError) as caught:
+                each.compute()
+            notes.append(caught.value.__notes__)
+        outcomes.append((values.tolist(), most, table, sorted(calls), notes))
+    assert outcomes[0] == outcomes[1]
+    assert "failing = [each.map_chunks" in notes[1][0]
+    assert notes[0] == [notes[1][0], "partition 1, rows 1 to 32768"]
+
+
 def test_groups_have_sorted_keys_and_a_group_of_missing_ones(tmp_path):
     rows = pa.table({"k": ["b", None, "a", "b"], "x": [1.0, 2.0, None, 4.0], "n": [1, 2, 3, 4]})
     pq.write_table(rows, tmp_path / "k.parquet")
