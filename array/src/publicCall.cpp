@@ -113,7 +113,7 @@ class Pausing final : public runtime::SessionLease::Released {
   }
 
   ~Pausing() override {
-    session_.mutex.lock();
+    lockSession(session_);
     session_.depth = 1;
     if (--session_.paused == 0) {
       session_.idle.notify_all();
@@ -180,9 +180,18 @@ Waiting::~Waiting() = default;
 
 void setWaiting(std::unique_ptr<Waiting> (*begin)()) { makeWaiting = begin; }
 
-std::unique_ptr<Waiting> beginWaiting() {
-  const auto make = makeWaiting.load();
-  return make != nullptr ? make() : nullptr;
+void lockSession(Session::Impl& session) noexcept {
+  if (session.mutex.try_lock()) {
+    return;
+  }
+  std::unique_ptr<Waiting> waiting;
+  try {
+    const auto make = makeWaiting.load();
+    waiting = make != nullptr ? make() : nullptr;
+  } catch (const std::bad_alloc&) {
+    // It waits without the front end's knowledge.
+  }
+  session.mutex.lock();
 }
 
 }  // namespace kv

@@ -44,8 +44,8 @@ struct Session::Impl {
 /// Threads: in a catch clause, within the scope of the session.
 [[noreturn]] void rethrowAsOurs();
 
-/// What the front end does while a call waits; may be null.
-std::unique_ptr<Waiting> beginWaiting();
+/// Takes the session for this thread; what the front end does while that waits is begun and ended.
+void lockSession(Session::Impl& session) noexcept;
 
 /// Raises "KALVEX:session:Closed".
 [[noreturn]] void raiseClosed();
@@ -63,21 +63,19 @@ auto translated(Body&& body) -> decltype(body()) {
 /// The lease of a session with the right to use it: one public call, perhaps within another.
 class CallScope {
  public:
-  explicit CallScope(Session::Impl& session)
-      : session_(session), lock_(session.mutex, std::try_to_lock) {
-    if (!lock_.owns_lock()) {
-      const auto waiting = beginWaiting();
-      lock_.lock();
-    }
+  explicit CallScope(Session::Impl& session) : session_(session) {
+    lockSession(session);
     ++session_.depth;
   }
-  ~CallScope() { --session_.depth; }
+  ~CallScope() {
+    --session_.depth;
+    session_.mutex.unlock();
+  }
   CallScope(const CallScope&) = delete;
   CallScope& operator=(const CallScope&) = delete;
 
  private:
   Session::Impl& session_;
-  std::unique_lock<std::recursive_mutex> lock_;
 };
 
 /// The user's line of a public call, and the user's stack: that of the outermost one, which stays

@@ -230,6 +230,7 @@ print(sum(host.ledger().values()))
 
 DAEMON = """
 import threading, time
+import kvbigdata as kv
 from kvbigdata import host
 def run():
     session = host.Session(runtime=RUNTIME)
@@ -252,13 +253,14 @@ def evaluate(s, *functions):
     s.call("gather", s.call("aggregatefun", total, total, x))
 rounds = []
 started, released, ended = threading.Event(), threading.Event(), threading.Event()
-threading.Thread(target=run, daemon=True).start()
+for _ in range(3):
+    threading.Thread(target=run, daemon=True).start()
 started.wait()
 time.sleep(0.2)
 host._host.close_all()  # as at the end of the interpreter
 before = len(rounds)
 time.sleep(0.2)
-assert len(rounds) <= before + 1, "the thread goes on"
+assert len(rounds) <= before + 3, "the threads go on"
 """
 
 
@@ -267,7 +269,9 @@ assert len(rounds) <= before + 1, "the thread goes on"
     ["session.call('echo', 1)", "session.call('echo', [[1, {'a': 2}]] * 20)", "time.sleep(1)",
      "session.call('echo', lambda: 1)", "session.call('nothing', 1)",
      "host.Session(runtime=False).close()", "evaluate(session)",
-     "evaluate(session, lambda nargout, x: sum(range(200)) * x)"],
+     "evaluate(session, lambda nargout, x: sum(range(200)) * x)",
+     "kv.zeros(20_000_000_000).sum().compute()",
+     "kv.arange(1_000_000).map_chunks(lambda v: v + 1).sum().compute()"],
 )  # fmt: skip
 def test_a_daemon_thread_neither_ends_the_process_nor_leaks(loop, tmp_path):
     path = tmp_path / "numbers.csv"

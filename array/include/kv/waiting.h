@@ -4,8 +4,8 @@
 
 namespace kv {
 
-/// A call that waits for a session, which another thread uses. A front end derives its own, for
-/// instance to release a lock of its interpreter for that time.
+/// A call or an evaluation that waits for a session, which another thread uses. A front end derives
+/// its own, for instance to release a lock of its interpreter for that time.
 class Waiting {
  public:
   Waiting() = default;
@@ -14,10 +14,10 @@ class Waiting {
   Waiting& operator=(const Waiting&) = delete;
 };
 
-/// Makes each call that has to wait begin with `begin` and, once it has the session, drop the
-/// result; null for nothing. A call that needn't wait makes none.
+/// Makes each wait begin with `begin` and, once the thread has the session, drop the result; null
+/// for nothing. A call that needn't wait makes none.
 ///
-/// Threads: any; `begin` runs on the threads of the calls.
+/// Threads: any; `begin` runs on the threads of the calls. It may throw std::bad_alloc.
 void setWaiting(std::unique_ptr<Waiting> (*begin)());
 
 }  // namespace kv

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "array/arrayCalls.h"
@@ -30,17 +31,25 @@ std::vector<std::weak_ptr<ArraySession::Slot>>& openSlots() {
   return slots;
 }
 
-class WaitingUnlocked final : public Waiting {
+/// The thread that has the session may never return at the end of the interpreter, so the end
+/// doesn't wait for those that wait for it.
+class WaitingOutside final : public Waiting {
+ public:
+  WaitingOutside() {
+    if (hasInterpreterLock()) {
+      unlocked_.emplace();
+    }
+  }
+
  private:
-  Unlock unlocked_;
+  std::optional<Unlock> unlocked_;
+  OutsideScope outside_;
 };
 
 }  // namespace
 
 void releaseLockWhileWaiting() {
-  setWaiting([]() -> std::unique_ptr<Waiting> {
-    return hasInterpreterLock() ? std::make_unique<WaitingUnlocked>() : nullptr;
-  });
+  setWaiting([]() -> std::unique_ptr<Waiting> { return std::make_unique<WaitingOutside>(); });
 }
 
 ArrayCall::ArrayCall() {

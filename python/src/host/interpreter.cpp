@@ -131,6 +131,14 @@ Unlock::~Unlock() {
   }
 }
 
+OutsideScope::OutsideScope() noexcept : depth_(std::exchange(tScopes, 0)) { scopes -= depth_; }
+
+OutsideScope::~OutsideScope() {
+  tScopes = depth_;
+  scopes += depth_;
+  sleepIfStopped();
+}
+
 UserScope::UserScope() noexcept : depth_(tScopes) {
   sleepWithLockIfStopped();
   scopes -= std::exchange(tScopes, 0);

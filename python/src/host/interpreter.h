@@ -14,9 +14,10 @@
 /// thread sleeps until the process ends instead:
 ///
 /// 1. At exit, `stopOtherThreads` waits until every other thread is asleep or outside this module:
-///    in Python, or in user code that the module called.
-/// 2. From then on, a thread that returns from user code, or needs the lock again, sleeps. A thread
-///    that enters the module gets SystemExit.
+///    in Python, in user code that the module called, or waiting for a thread that may be asleep.
+/// 2. From then on, a thread that returns from there, or needs the lock again, sleeps. A thread
+/// that
+///    enters the module gets SystemExit.
 /// 3. Where the lock is taken, and around user code, the unwinding is caught in that frame.
 namespace kv::python {
 
@@ -83,7 +84,20 @@ void sleepIfStopped() noexcept;
 
 [[noreturn]] void sleepForGood() noexcept;
 
-/// Marks that user code runs: during that time the thread is outside this module.
+/// Marks that the thread is outside this module for a while, though it will return.
+/// Requires: the lock isn't held at the end.
+class OutsideScope {
+ public:
+  OutsideScope() noexcept;
+  ~OutsideScope();
+  OutsideScope(const OutsideScope&) = delete;
+  OutsideScope& operator=(const OutsideScope&) = delete;
+
+ private:
+  int depth_;
+};
+
+/// The same while user code runs.
 /// Requires: the lock.
 class UserScope {
  public:
