@@ -16,6 +16,12 @@ class FormulaError : public std::runtime_error {
                std::string_view advice = {});
 };
 
+/// A column that isn't there.
+class UnknownColumn : public FormulaError {
+ public:
+  using FormulaError::FormulaError;
+};
+
 /// The formula on one line and a line with `^` under `place`, both indented.
 ///
 /// Of a long formula only the surroundings of the place are shown. Columns are counted in

@@ -128,9 +128,9 @@ void checkColumns(const Formula& formula, std::span<const std::string> columns) 
     if (column == nullptr || std::ranges::find(columns, column->name) != columns.end()) {
       continue;
     }
-    throw FormulaError(formula.text, step.place,
-                       fmt::format("there is no column \"{}\"", shortened(column->name)),
-                       adviceOnColumn(column->name, columns));
+    throw UnknownColumn(formula.text, step.place,
+                        fmt::format("there is no column \"{}\"", shortened(column->name)),
+                        adviceOnColumn(column->name, columns));
   }
 }
 

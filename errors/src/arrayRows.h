@@ -64,6 +64,7 @@ inline constexpr ErrorRow kArrayRows[] = {
      "An array that isn't computed has no memory to share, so copy=False can't be met.",
      BaseType::Value},
     {"KALVEX:array:BadFormula", "formula, explanation", "{1}", BaseType::Value},
+    {"KALVEX:array:UnknownColumnInFormula", "formula, explanation", "{1}", BaseType::Key},
     {"KALVEX:array:NotANumber", "type", "Expected numbers, got {0}.", BaseType::Type},
     {"KALVEX:array:NotAText", "type", "Expected a text, got {0}.", BaseType::Type},
     {"KALVEX:array:SameName", "name", "Two arrays are named \"{0}\".", BaseType::Value},

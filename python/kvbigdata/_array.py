@@ -175,9 +175,9 @@ class Array(ArrayWriting):
         if copy is False:
             raise array_error("KALVEX:array:CopyNeeded")
         # A function written in Python that isn't overridden, or whose other argument this is.
-        caller = sys._getframe(1)
-        if caller.f_globals.get("__name__", "").partition(".")[0] == "numpy":
-            raise _functions.refuse_function("np", caller.f_code.co_name)
+        caller = _functions.calling_function(sys._getframe(1))
+        if caller is not None:
+            raise _functions.refuse_function(caller)
         return np.array(compute(self), dtype=dtype)
 
     def __array_ufunc__(self, ufunc: np.ufunc, method: str, *inputs: Any, **options: Any) -> Any:

@@ -7,7 +7,7 @@ from typing import TYPE_CHECKING, Any, NamedTuple, TypeVar, overload
 import numpy as np
 import numpy.typing as npt
 
-from ._errors import array_error
+from ._errors import InvalidTypeError, array_error, wrong_type
 from ._host import map_chunks as native_map_chunks
 from ._host import map_table as native_map_table
 from ._results import from_arrow_column, from_numpy, to_arrow, to_numpy
@@ -82,7 +82,10 @@ def call(function: Callable[..., Any], values: list[Any], kind: str) -> tuple[st
         result = result.reshape(1)
     if kind == "string" and result.dtype == object:
         result = result.astype(np.dtypes.StringDType(na_object=None))
-    return from_numpy(result)
+    try:
+        return from_numpy(result)
+    except InvalidTypeError:
+        raise wrong_type(_settings(function).name, result.dtype, kind) from None
 
 
 def _arrow_table(result: Any, name: str) -> Any:
@@ -117,7 +120,14 @@ def call_on_table(
             f"{name} returned the columns {made.column_names}, not {wanted}; "
             "dtypes= of map_chunks names those that it returns, with their types"
         )
-    return [from_arrow_column(made.column(column)) for column in wanted]
+    columns = []
+    for column, kind in expected:
+        try:
+            columns.append(from_arrow_column(made.column(column)))
+        except InvalidTypeError:
+            returned = made.schema.field(column).type
+            raise wrong_type(f"{name}, column {column},", returned, kind) from None
+    return columns
 
 
 def _has_same_rows(rows: str) -> bool:

@@ -74,6 +74,10 @@ class UnknownNameError(Error, KeyError):
     """There is no column, or nothing else, of that name."""
 
 
+class UnknownColumnInFormulaError(FormulaError, UnknownNameError):
+    """A formula uses a column that isn't there."""
+
+
 class UnknownAttributeError(UnknownNameError, AttributeError):
     """There is no column of the name that was used as an attribute."""
 
@@ -108,6 +112,7 @@ _BY_IDENTIFIER: dict[str, type[Error]] = {
     "KALVEX:array:DifferentSources": RowSpaceError,
     "KALVEX:array:NoPlace": RowSpaceError,
     "KALVEX:array:BadFormula": FormulaError,
+    "KALVEX:array:UnknownColumnInFormula": UnknownColumnInFormulaError,
     "KALVEX:array:UnknownLength": UnknownLengthError,
 }
 
@@ -146,10 +151,23 @@ def make_error(
 
 
 def annotate(error: BaseException, frames: Frames, place: Place) -> None:
-    """Adds where it was recorded and where in the data it happened. Called by the extension."""
+    """Adds where it was recorded and where in the data it happened. Called by the extension.
+
+    A function may raise the same object again, in another evaluation.
+    """
+    if isinstance(error, Error) and error.where is None:
+        error.where = _where(frames)
     for note in (recorded_note(frames), _place(*place)):
-        if note:
+        if note and note not in getattr(error, "__notes__", ()):
             error.add_note(note)
+
+
+def wrong_type(name: str, returned: object, expected: str) -> Error:
+    """The error about a function that returned what no array can have. Its line is the one that
+    recorded the function, not the live one."""
+    error = array_error("KALVEX:array:WrongType", name, returned, expected)
+    error.where = None
+    return error
 
 
 def live_line() -> Where | None:

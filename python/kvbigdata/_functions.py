@@ -3,7 +3,9 @@
 Nothing that isn't here is passed on to NumPy, so no function of NumPy loads an array unasked.
 """
 
+import sys
 from collections.abc import Callable
+from types import FrameType
 from typing import Any
 
 import numpy as np
@@ -88,14 +90,51 @@ def _where(condition: Any, *values: Any) -> Any:
 _FUNCTIONS: dict[Callable[..., Any], Callable[..., Any]] = {**_SAME, np.where: _where}
 
 
-def refuse_function(module: str, name: str) -> Exception:
-    """What is raised for a function of NumPy that isn't here."""
-    advice = _NEAREST.get(name, _COMPUTE)
-    return array_error("KALVEX:array:NotSupported", f"{module}.{name}", advice)
+def refuse_function(name: str) -> Exception:
+    """What is raised for a function of NumPy that isn't here, such as "np.linalg.norm"."""
+    advice = _NEAREST.get(name.rpartition(".")[2], _COMPUTE)
+    return array_error("KALVEX:array:NotSupported", name, advice)
 
 
 def _refusal(function: Callable[..., Any]) -> Exception:
-    return refuse_function(function.__module__.replace("numpy", "np", 1), function.__name__)
+    return refuse_function(_short(f"{function.__module__}.{function.__name__}"))
+
+
+def _short(name: str) -> str:
+    return name.replace("numpy", "np", 1)
+
+
+def _package(frame: FrameType) -> str:
+    name: str = frame.f_globals.get("__name__", "")
+    return name.partition(".")[0]
+
+
+def calling_function(frame: FrameType | None) -> str | None:
+    """What the user called of NumPy's functions in Python, such as "np.ma.array" or "np.r_", if
+    `frame` is of one; otherwise None."""
+    outermost = None
+    while frame is not None and _package(frame) in ("numpy", "contextlib"):  # as decorators
+        if _package(frame) == "numpy":
+            outermost = frame
+        frame = frame.f_back
+    return None if outermost is None else _public_name(outermost)
+
+
+def _public_name(frame: FrameType) -> str:
+    """The name of a function of NumPy, of a class for its special methods, or of an object."""
+    owner, _, method = frame.f_code.co_qualname.partition(".")
+    named, instance = frame.f_globals.get(owner), frame.f_locals.get("self")
+    suffix = f".{method}" if method and not method.startswith(("__", "<")) else ""
+    public = ""
+    for part in frame.f_globals["__name__"].split("."):
+        public = f"{public}.{part}" if public else part
+        module = sys.modules.get(public)
+        if named is not None and getattr(module, owner, None) is named:
+            return f"{_short(public)}.{owner}{suffix}"
+        for name, value in vars(module).items():
+            if instance is not None and value is instance:
+                return f"{_short(public)}.{name}{suffix}"
+    return f"np.{owner}{suffix}"
 
 
 def call_function(

@@ -352,6 +352,8 @@ def test_errors_are_of_the_built_in_types_and_show_the_users_line(table, tmp_pat
     assert "Did you mean 'word'?" in str(unknown)
     assert unknown.where.text.startswith("unknown = refused")
     refused("UnknownColumn", AttributeError, lambda: table.wrod)
+    for base in (KeyError, kv.FormulaError, kv.UnknownNameError):
+        refused("UnknownColumnInFormula", base, lambda: table.filter("wrod > 3"))
     assert not hasattr(table, "m")
     refused("BadTypes", TypeError, lambda: table.word + 1)
     refused("NotLogical", TypeError, lambda: table[table.n])
@@ -455,10 +457,19 @@ def test_an_exception_of_a_users_function_is_raised_itself(table):
     assert "table.x.map_chunks(fail)" in notes[0]
     assert notes[1].startswith("partition 1, rows 1 to 4 of ") and "rows.parquet" in notes[1]
     assert any(entry.name == "fail" for entry in caught.traceback)
+    with pytest.raises(ValueError, match="no"):
+        failing.compute()
+    assert failure.__notes__ == notes[:2], "once, though it was raised twice"
     with pytest.raises(KeyboardInterrupt):
         table.x.map_chunks(lambda v: (_ for _ in ()).throw(KeyboardInterrupt)).compute()
     wrong = table.x.map_chunks(lambda v: v > 0)
     assert "logical" in str(refused("WrongType", TypeError, wrong.compute))
+    for wrong in (
+        table.x.map_chunks(lambda v: None),
+        table.map_chunks(lambda v: {"x": [[1]] * len(v)}, {"x": float}),
+    ):
+        error = refused("WrongType", TypeError, wrong.compute)
+        assert "<lambda>" in str(error) and "map_chunks(lambda v: " in error.where.text
     short = table.x.map_chunks(lambda v: v[:2])
     refused("WrongRowCount", ValueError, short.compute)
     refused("NoFunction", TypeError, lambda: table.x.map_chunks(3))

@@ -134,8 +134,14 @@ def test_refusals_name_the_nearest_alternative(x):
         lambda: np.add.outer(x, x): "map_chunks",
         lambda: np.add(x, x, out=np.zeros(3)): "x = np.f(x)",
         lambda: np.sum(x, keepdims=True): "Leave it out",
+        lambda: np.testing.assert_allclose(x, 3): "np.testing.assert_allclose isn't",
+        lambda: np.testing.assert_array_equal(x, x): "np.testing.assert_array_equal isn't",
+        lambda: np.ma.array(x): "np.ma.array isn't",
+        lambda: np.vectorize(abs)(x): "np.vectorize isn't",
+        lambda: np.r_[x, 1]: "np.r_ isn't",
     }
     for call, advice in cases.items():
         with pytest.raises(TypeError) as caught:
             call()
         assert isinstance(caught.value, kv.Error) and advice in str(caught.value)
+        assert caught.value.where.file == __file__

@@ -35,8 +35,8 @@ enum class Line {
 /// The exception for an id of the catalogue, about the line that runs now.
 nb::object makeArrayError(const std::string& identifier, std::vector<std::string> arguments);
 
-/// The live Python stack without frames of this package, as tuples of file, name and line,
-/// innermost first.
+/// The live Python stack without frames of this package and of NumPy, as tuples of file, name
+/// and line, innermost first.
 nb::list liveFrames();
 
 /// Marks a call in progress. Errors: "KALVEX:session:Forked" in a child of a process with sessions.

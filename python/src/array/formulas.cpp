@@ -23,6 +23,8 @@ template <class Body>
 auto explained(const std::string& text, Body&& body) {
   try {
     return body();
+  } catch (const shell::UnknownColumn& error) {
+    raiseError("KALVEX:array:UnknownColumnInFormula", {text, error.what()});
   } catch (const shell::FormulaError& error) {
     raiseError("KALVEX:array:BadFormula", {text, error.what()});
   }

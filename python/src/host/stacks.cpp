@@ -26,23 +26,34 @@ std::string_view textOf(PyObject* text) {
   return {utf8, static_cast<std::size_t>(size)};
 }
 
-/// The folder of this package with its separator; never freed.
-std::string_view packageFolder() {
-  static const std::string& folder = *new std::string([] {
-    const auto file = nb::cast<nb::str>(nb::module_::import_("kvbigdata").attr("__file__"));
-    const std::string_view path = textOf(file.ptr());
-    return std::string(path.substr(0, path.rfind('/') + 1));
-  }());
-  return folder;
+std::string fileOf(const char* module) {
+  const auto file = nb::cast<nb::str>(nb::module_::import_(module).attr("__file__"));
+  return std::string(textOf(file.ptr()));
 }
 
-bool isOurs(PyCodeObject* code) { return textOf(code->co_filename).starts_with(packageFolder()); }
+/// The folder of a package with its separator.
+std::string folderOf(const char* package) {
+  const std::string path = fileOf(package);
+  return path.substr(0, path.rfind('/') + 1);
+}
+
+bool isOurs(PyCodeObject* code) {
+  static const std::string& folder = *new std::string(folderOf("kvbigdata"));  // never freed
+  return textOf(code->co_filename).starts_with(folder);
+}
+
+/// False for code that only passes a user's call on to this package: NumPy, whose functions may
+/// call methods of arrays, and the decorators in it.
+bool isUsers(PyCodeObject* code) {
+  static const std::string& numpy = *new std::string(folderOf("numpy"));
+  static const std::string& decorators = *new std::string(fileOf("contextlib"));
+  const std::string_view file = textOf(code->co_filename);
+  return !isOurs(code) && !file.starts_with(numpy) && file != decorators;
+}
 
 void addFrame(std::vector<host::Frame>& frames, PyCodeObject* code, int line) {
-  if (!isOurs(code)) {
-    frames.push_back(
-        {std::string(textOf(code->co_filename)), std::string(textOf(code->co_name)), line});
-  }
+  frames.push_back(
+      {std::string(textOf(code->co_filename)), std::string(textOf(code->co_name)), line});
 }
 
 template <class T>
@@ -65,8 +76,9 @@ void walkFrames(Visit&& visit) {
   }
 }
 
-/// A number, as a pointer, that identifies a code object forever; null for code of this package.
-/// (An address can be reused for other code, and keeping all captured code alive would be a leak.)
+/// A number, as a pointer, that identifies a code object forever; null for code that isn't the
+/// user's. (An address can be reused for other code, and keeping all captured code alive would be a
+/// leak.)
 const void* idOf(PyCodeObject* code) {
 #if PY_VERSION_HEX >= 0x030C0000
   static const Py_ssize_t index = PyUnstable_Eval_RequestCodeExtraIndex(nullptr);
@@ -77,17 +89,17 @@ const void* idOf(PyCodeObject* code) {
   const auto get = _PyCode_GetExtra;
   const auto set = _PyCode_SetExtra;
 #endif
-  static constexpr std::uintptr_t kOurs = 1;
-  static std::uintptr_t last = kOurs;
+  static constexpr std::uintptr_t kNotUsers = 1;
+  static std::uintptr_t last = kNotUsers;
   auto* const object = reinterpret_cast<PyObject*>(code);
   void* id = nullptr;
   if (get(object, index, &id) != 0 || id == nullptr) {
-    id = reinterpret_cast<void*>(isOurs(code) ? kOurs : ++last);
+    id = reinterpret_cast<void*>(isUsers(code) ? ++last : kNotUsers);
     if (set(object, index, id) != 0) {
       PyErr_Clear();  // the next capture assigns another number
     }
   }
-  return reinterpret_cast<std::uintptr_t>(id) == kOurs ? nullptr : id;
+  return reinterpret_cast<std::uintptr_t>(id) == kNotUsers ? nullptr : id;
 }
 
 /// A place is the number of a code object and an offset in it.
@@ -125,7 +137,9 @@ std::unique_ptr<host::StackSource> makeStackSource() { return std::make_unique<P
 std::vector<host::Frame> pythonStack() {
   std::vector<host::Frame> frames;
   walkFrames([&](PyCodeObject* code, PyFrameObject* frame) {
-    addFrame(frames, code, PyFrame_GetLineNumber(frame));
+    if (isUsers(code)) {
+      addFrame(frames, code, PyFrame_GetLineNumber(frame));
+    }
   });
   return frames;
 }
@@ -136,8 +150,10 @@ std::vector<host::Frame> tracebackFrames(nb::handle exception) {
   while (traceback.is_valid() && !traceback.is_none()) {
     const nb::object frame = traceback.attr("tb_frame");
     const nb::object code = owned(PyFrame_GetCode(frameOf(frame)));
-    addFrame(frames, reinterpret_cast<PyCodeObject*>(code.ptr()),
-             nb::cast<int>(traceback.attr("tb_lineno")));
+    auto* const called = reinterpret_cast<PyCodeObject*>(code.ptr());
+    if (!isOurs(called)) {
+      addFrame(frames, called, nb::cast<int>(traceback.attr("tb_lineno")));
+    }
     traceback = traceback.attr("tb_next");
   }
   std::reverse(frames.begin(), frames.end());
