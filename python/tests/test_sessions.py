@@ -304,8 +304,30 @@ assert not ended.is_set(), "waited for a finalizer of the user's"
 """
 
 
-def test_exit_doesnt_wait_for_a_finalizer_in_a_daemon_thread():
-    done = subprocess.run([sys.executable, "-c", FINALIZER], capture_output=True, text=True)
+WAITING = """
+import threading, time
+import kvbigdata as kv
+from kvbigdata import host
+@kv.function(serial=True)
+def hold(values):
+    started.set()
+    time.sleep(4)
+    ended.set()
+    return values
+started, ended = threading.Event(), threading.Event()
+x = kv.arange(9)
+threading.Thread(target=x.map_chunks(hold).compute, daemon=True).start()
+started.wait()
+threading.Thread(target=x.compute, daemon=True).start()
+time.sleep(0.2)
+host._host.close_all()  # as at the end of the interpreter
+assert not ended.is_set(), "waited for a thread that waits for the session"
+"""
+
+
+@pytest.mark.parametrize("program", [FINALIZER, WAITING])
+def test_exit_doesnt_wait_for_users_code_in_a_daemon_thread(program):
+    done = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True)
     assert (done.returncode, done.stderr) == (0, "")
 
 
