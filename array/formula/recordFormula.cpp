@@ -53,7 +53,7 @@ class Recorder {
           std::visit([&](const auto& what) { return record(what, step.place); }, step.what));
     }
     assert(stack_.size() == 1);
-    return std::get<Array>(stack_.back().value.value());
+    return arrayOf(stack_.back().value);
   }
 
  private:
@@ -155,9 +155,14 @@ class Recorder {
     return found != functions_.end() ? *found : kNone;
   }
 
+  Array arrayOf(const Operand& value) const {
+    const auto* array = std::get_if<Array>(&value.value());
+    return array != nullptr ? *array : session_.constant(value);
+  }
+
   Array recordCall(const std::string& function, std::vector<Operand> inputs) {
     if (std::ranges::find(aggregates_, function) != aggregates_.end()) {
-      return kv::aggregate(function, std::get<Array>(inputs.front().value()));
+      return kv::aggregate(function, arrayOf(inputs.front()));
     }
     if (function == kRandom) {
       return table_.rand();

@@ -68,7 +68,7 @@ std::string originOf(const Array& array) {
 /// True if the rows go with any others, or the run has to decide.
 bool goesWithAny(const Array& array) {
   const auto& rows = array.handle().traits.rows;
-  return array.isScalar() || rows == nullptr || !rows->isOfKnownSource() || rows->count() == 1;
+  return array.isScalar() || rows == nullptr || !rows->isOfKnownSource();
 }
 
 std::string sizeOf(const Array& array) {
@@ -118,9 +118,7 @@ RowTraits combined(std::span<const Array> inputs, const Where& where) {
     const RowTraits& own = input.handle().traits;
     traits.isScalar = traits.isScalar && own.isScalar;
     traits.isColumn = traits.isColumn || own.isColumn;
-    if (own.rows != nullptr && (traits.rows == nullptr || traits.rows->count() == 1)) {
-      traits.rows = own.rows;
-    }
+    traits.rows = traits.rows == nullptr ? own.rows : traits.rows;
   }
   if (traits.rows != nullptr && areUncertain(inputs, *traits.rows)) {
     traits.rows = std::make_shared<const RowSpace>(std::nullopt);

@@ -33,6 +33,22 @@ Array asColumn(const Array& array) {
   return withTraits(array, std::move(traits));
 }
 
+/// Replaces scalars by columns that have their value in each row of the others.
+void repeatScalars(std::vector<Array>& arrays, const Where& where) {
+  const auto isScalar = [](const Array& array) { return array.isScalar(); };
+  const auto rows = std::ranges::find_if_not(arrays, isScalar);
+  if (rows == arrays.end() || std::ranges::none_of(arrays, isScalar)) {
+    return;
+  }
+  const Operand isMissing(kv::apply("ismissing", std::array{Operand(*rows, where)}, where), where);
+  for (Array& array : arrays) {
+    if (array.isScalar()) {
+      const Operand value(array, where);
+      array = kv::apply("where", std::array{isMissing, value, value}, where);
+    }
+  }
+}
+
 }  // namespace
 
 const std::vector<std::string>& Table::columns() const { return handle_->columns->names; }
@@ -117,10 +133,14 @@ Table tableOf(std::span<const NamedArray> columns, Where where) {
     }
     requireColumn("A column of a table", column.array);
     names.push_back(column.name);
-    types.push_back(column.array.handle().type);
-    arrays.push_back(asColumn(column.array));
+    arrays.push_back(column.array);
   }
   const auto session = sessionOf(arrays);
+  repeatScalars(arrays, where);
+  for (Array& array : arrays) {
+    array = asColumn(array);
+    types.push_back(array.handle().type);
+  }
   requireSameRows(arrays, where);
   const auto known = std::ranges::find_if(
       arrays, [](const Array& array) { return array.handle().traits.rows != nullptr; });

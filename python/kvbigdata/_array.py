@@ -156,9 +156,9 @@ class Array(ArrayWriting):
 
     def _only(self, use: str, error: str = "KALVEX:array:NotAScalar") -> Any:
         """The one value that `use` needs."""
-        if self.ndim > 0:
+        if any(extent != 1 for extent in self.shape):
             raise array_error(error, use)
-        return np.asarray(compute(self))
+        return np.asarray(compute(self)).reshape(())
 
     def __bool__(self) -> bool:
         return bool(self._only("bool()", "KALVEX:array:TruthValue"))
@@ -189,6 +189,12 @@ class Array(ArrayWriting):
         return _functions.call_function(function, args, kwargs)
 
     # As a sequence.
+
+    def __copy__(self) -> "Array":
+        return self
+
+    def __deepcopy__(self, memo: Any) -> "Array":
+        return self
 
     def __len__(self) -> int:
         if self.ndim == 0:
@@ -246,7 +252,7 @@ class Array(ArrayWriting):
     __rtruediv__ = _ufuncs.reflected(np.true_divide)
     __mod__ = _ufuncs.operator(np.remainder)
     __rmod__ = _ufuncs.reflected(np.remainder)
-    __pow__ = _ufuncs.operator(np.power)
+    __pow__ = _ufuncs.power_operator()
     __rpow__ = _ufuncs.reflected(np.power)
     __and__ = _ufuncs.operator(np.bitwise_and)
     __rand__ = _ufuncs.reflected(np.bitwise_and)
@@ -265,7 +271,7 @@ class Array(ArrayWriting):
         return _ufuncs.negative(self)
 
     def __pos__(self) -> "Array":
-        return self
+        return _ufuncs.positive(self)
 
     def __abs__(self) -> "Array":
         return _ufuncs.absolute(self)
@@ -310,9 +316,11 @@ class Array(ArrayWriting):
     count = _reduce.count
 
 
-def operand_array(value: Any, session: "Session") -> Array:
-    """A scalar as an array of one row."""
-    native = operand(value, session, "constant")
+def operand_array(
+    value: Any, session: "Session", function: str, others: tuple[Array, ...] = ()
+) -> Array:
+    """An operand beside `others` as an array: an ndarray by position, a scalar of one row."""
+    native = operand(value, session, function, others)
     if not isinstance(native, ArrayHandle):
         native = session._native.constant(native)
     return Array(native, session)

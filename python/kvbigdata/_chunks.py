@@ -141,15 +141,15 @@ def _has_same_rows(rows: str) -> bool:
 def map_chunks(
     x: "Array",
     function: Callable[..., Any],
-    *more: "Array",
+    *more: Any,
     dtype: npt.DTypeLike | None = None,
     shape: tuple[int, ...] | None = None,
     rows: str = "same",
 ) -> "Array":
     """What a function of your own returns for the rows, chunk by chunk.
 
-    function: is called with an ndarray of some rows of this array and of each in `more`, and
-        returns an array of as many rows. A chunk is what is left of 32,768 rows of the source.
+    function: is called with an ndarray of some rows of this array and of each in `more`, arrays
+        or ndarrays of the same rows or scalars, and returns an array of as many rows. A chunk is what is left of 32,768 rows of the source.
         Several threads call it at once unless `kv.function(serial=True)` says otherwise.
     dtype: the type of what it returns; the type of this array unless given.
     shape: the shape of a row of what it returns, such as (3,), or () for a column; that of a row
@@ -164,12 +164,12 @@ def map_chunks(
     >>> longest.count_rows().compute(), longest.max().compute()
     (np.int64(22), np.float64(4983.0))
     """
-    from ._array import Array
+    from ._array import Array, operand_array
 
     if not callable(function):
         raise array_error("KALVEX:array:NoFunction")
     same_rows = _has_same_rows(rows)
-    inputs = [x, *more]
+    inputs = [x, *(operand_array(each, x._session, "map_chunks", (x,)) for each in more)]
     kind = x._handle.type if dtype is None else name_of(dtype, "The result")
     trailing = x._handle.trailing if shape is None else list(shape)
     name, serial = _settings(function)

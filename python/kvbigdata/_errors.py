@@ -110,6 +110,7 @@ _BY_BASE: dict[str, type[Error]] = {
 _BY_IDENTIFIER: dict[str, type[Error]] = {
     "KALVEX:array:RowsDiffer": RowSpaceError,
     "KALVEX:array:DifferentSources": RowSpaceError,
+    "KALVEX:array:LengthsDiffer": RowSpaceError,
     "KALVEX:array:NoPlace": RowSpaceError,
     "KALVEX:array:BadFormula": FormulaError,
     "KALVEX:array:UnknownColumnInFormula": UnknownColumnInFormulaError,
@@ -191,6 +192,12 @@ def recorded_note(frames: Frames) -> str:
     if where is None or (live and live[0][0] == where.file and live[0][2] == where.line):
         return ""
     return f"recorded in {shown_line(where.file, where.line)}"
+
+
+def wrong_input(what: str, expected: str, given: object) -> Error:
+    """An error about an argument that isn't of the expected kind."""
+    shown = str(given) if isinstance(given, str | int | float) else type(given).__name__
+    return array_error("KALVEX:validateattributes:invalidType", what, expected, shown)
 
 
 def array_error(identifier: str, *arguments: object) -> Error:

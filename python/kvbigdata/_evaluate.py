@@ -1,8 +1,10 @@
 """`kv.compute`: several results in one evaluation."""
 
+import copy
 from collections.abc import Callable
 from typing import TYPE_CHECKING, Any
 
+from ._errors import array_error
 from ._results import to_arrow, to_numpy
 
 if TYPE_CHECKING:
@@ -34,13 +36,25 @@ class _Request:
             return lambda results: to_numpy(results[place])
         if isinstance(value, Table):
             return self._plan_table(value)
-        if type(value) is dict:
+        before = len(self.handles)
+        build = self._plan_items(value)
+        return build if len(self.handles) > before else lambda results: value
+
+    def _plan_items(self, value: Any) -> Assemble:
+        """The same of a container, in its own type; of anything else, itself."""
+        if isinstance(value, dict):
             parts = {key: self.plan(each) for key, each in value.items()}
-            return lambda results: {key: build(results) for key, build in parts.items()}
-        if type(value) in (list, tuple):
-            kind = type(value)
+
+            def filled(results: list[Any]) -> Any:
+                made = copy.copy(value)
+                made.update((key, build(results)) for key, build in parts.items())
+                return made
+
+            return filled
+        if isinstance(value, list | tuple):
+            make = getattr(value, "_make", type(value))  # that of a namedtuple
             items = [self.plan(each) for each in value]
-            return lambda results: kind(build(results) for build in items)
+            return lambda results: make(build(results) for build in items)
         return lambda results: value
 
     def _plan_table(self, table: Any) -> Assemble:
@@ -50,7 +64,12 @@ class _Request:
         def build(results: list[Any]) -> Any:
             import pyarrow as pa
 
-            return pa.table({name: to_arrow(results[place]) for name, place in places.items()})
+            made = {name: to_arrow(results[place]) for name, place in places.items()}
+            for column in made.values():  # only a run knows the rows of opened arrays
+                if len(column) != len(next(iter(made.values()))):
+                    rows = len(next(iter(made.values()))), len(column)
+                    raise array_error("KALVEX:array:LengthsDiffer", *rows)
+            return pa.table(made)
 
         return build
 

@@ -3,6 +3,8 @@
 Nothing that isn't here is passed on to NumPy, so no function of NumPy loads an array unasked.
 """
 
+import functools
+import inspect
 import sys
 from collections.abc import Callable
 from types import FrameType
@@ -14,10 +16,13 @@ from . import _reduce
 from ._errors import array_error
 
 
-def _memory() -> Any:
-    from . import _memory as module
+def _like(a: Any, value: Any, dtype: Any, shape: Any) -> Any:
+    from . import _memory
 
-    return module
+    if shape is None:
+        return _memory.full_like(a, value, dtype)
+    sizes = tuple(shape) if isinstance(shape, list) else shape
+    return _memory.full(sizes, value, a.dtype if dtype is None else dtype)
 
 
 _SAME: dict[Callable[..., Any], Callable[..., Any]] = {
@@ -42,10 +47,10 @@ _SAME: dict[Callable[..., Any], Callable[..., Any]] = {
     np.round: _reduce.round,
     np.around: _reduce.round,
     np.clip: _reduce.clip,
-    np.zeros_like: lambda a, dtype=None: _memory().zeros_like(a, dtype),
-    np.ones_like: lambda a, dtype=None: _memory().ones_like(a, dtype),
-    np.empty_like: lambda a, dtype=None: _memory().empty_like(a, dtype),
-    np.full_like: lambda a, value, dtype=None: _memory().full_like(a, value, dtype),
+    np.zeros_like: lambda a, dtype=None, shape=None: _like(a, 0, dtype, shape),
+    np.ones_like: lambda a, dtype=None, shape=None: _like(a, 1, dtype, shape),
+    np.empty_like: lambda a, dtype=None, shape=None: _like(a, 0, dtype, shape),
+    np.full_like: lambda a, fill_value, dtype=None, shape=None: _like(a, fill_value, dtype, shape),
     np.shape: lambda a: a.shape,
     np.ndim: lambda a: a.ndim,
     np.array_repr: lambda arr, *_, **__: repr(arr),
@@ -137,13 +142,48 @@ def _public_name(frame: FrameType) -> str:
     return f"np.{owner}{suffix}"
 
 
+# Arguments of NumPy's that have another name here, and those that change nothing here.
+_RENAMED = {"a_min": "min", "a_max": "max"}
+_IDLE = {"order", "subok", "device"}
+
+
+@functools.cache
+def _signatures(function: Callable[..., Any]) -> tuple[inspect.Signature, Any]:
+    """NumPy's signature, and the names of the parameters here; None if any goes."""
+    here = inspect.signature(_FUNCTIONS[function]).parameters
+    takes_any = any(each.kind is each.VAR_KEYWORD for each in here.values())
+    return inspect.signature(function), None if takes_any else set(here)
+
+
+def _adapted(
+    function: Callable[..., Any], args: tuple[Any, ...], kwargs: dict[str, Any]
+) -> tuple[Any, dict[str, Any]]:
+    """The first argument of a call of NumPy's, and the others that aren't left at their defaults,
+    by their names here."""
+    signature, names = _signatures(function)
+    given = signature.bind(*args, **kwargs).arguments
+    first = given.pop(next(iter(signature.parameters)))
+    given.update(given.pop("kwargs", {}))
+    adapted = {}
+    for name, value in given.items():
+        parameter = signature.parameters.get(name)
+        if name in _IDLE or value is np._NoValue or (parameter and value is parameter.default):
+            continue
+        if name == "out" or (names is not None and _RENAMED.get(name, name) not in names):
+            advice = "Use x = np.f(x)." if name == "out" else "Leave it out."
+            what = f"{name}= of np.{function.__name__}"
+            raise array_error("KALVEX:array:NotSupported", what, advice)
+        adapted[_RENAMED.get(name, name)] = value
+    return first, adapted
+
+
 def call_function(
     function: Callable[..., Any], args: tuple[Any, ...], kwargs: dict[str, Any]
 ) -> Any:
     """What `Array.__array_function__` does."""
     if function not in _FUNCTIONS:
         raise _refusal(function)
-    if kwargs.get("out") is not None:
-        name = f"out= of np.{function.__name__}"
-        raise array_error("KALVEX:array:NotSupported", name, "Use x = np.f(x).")
-    return _FUNCTIONS[function](*args, **kwargs)
+    if function is np.where:
+        return _where(*args)
+    first, options = _adapted(function, args, kwargs)
+    return _FUNCTIONS[function](first, **options)

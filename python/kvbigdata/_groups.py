@@ -1,5 +1,6 @@
 """`t.group_by(...)`: rows by key."""
 
+from collections.abc import Sequence
 from typing import TYPE_CHECKING, Any
 
 from ._errors import array_error
@@ -60,13 +61,16 @@ class Grouped:
         raise array_error("KALVEX:array:NotSupported", f"{name}={what!r} of agg", advice)
 
 
-def group_by(table: "Table", *keys: str) -> Grouped:
+def group_by(table: "Table", *keys: str | Sequence[str]) -> Grouped:
     """The rows by the values of some columns, for `agg`.
 
     >>> t = kv.read("data/flights.csv")
     >>> t.group_by("carrier").agg(late=("arr_delay", "mean")).filter("late > 15").carrier.compute()
     array(['EV', 'F9', 'FL', 'YV'], dtype=StringDType(na_object=None))
     """
-    for key in keys:
+    from ._table import names_of
+
+    names = names_of(keys, "group_by")
+    for key in names:
         table[key]
-    return Grouped(table, keys)
+    return Grouped(table, tuple(names))

@@ -5,6 +5,7 @@ from collections.abc import Iterable, Mapping
 from typing import Any
 
 from . import _host
+from ._errors import array_error
 from ._session import current
 from ._table import Table
 from ._types import types_by_name
@@ -14,6 +15,8 @@ Path = str | os.PathLike[str]
 
 def _listed(paths: Path | Iterable[Path]) -> list[str]:
     given = list(paths) if isinstance(paths, Iterable) and not isinstance(paths, str) else [paths]
+    if not given:
+        raise array_error("KALVEX:validateattributes:invalidType", "Paths", "at least one", "[]")
     return [os.fspath(path) for path in given]
 
 
@@ -29,14 +32,17 @@ def _options(
     )
 
 
-def _selected(table: Table, columns: Iterable[str] | None) -> Table:
-    return table if columns is None else table.select(*columns)
+def _selected(table: Table, columns: str | Iterable[str] | None) -> Table:
+    if columns is None:
+        return table
+    names = columns if isinstance(columns, Iterable) and not isinstance(columns, str) else [columns]
+    return table.select(*names)
 
 
 def read(
     paths: Path | Iterable[Path],
     types: Mapping[str, Any] | None = None,
-    columns: Iterable[str] | None = None,
+    columns: str | Iterable[str] | None = None,
     *,
     separator: str | None = None,
     header: bool = True,
@@ -69,7 +75,7 @@ def read(
 def read_csv(
     paths: Path | Iterable[Path],
     types: Mapping[str, Any] | None = None,
-    columns: Iterable[str] | None = None,
+    columns: str | Iterable[str] | None = None,
     *,
     separator: str | None = None,
     header: bool = True,
@@ -81,7 +87,7 @@ def read_csv(
     return _selected(Table(session._native.read_csv(_listed(paths), options), session), columns)
 
 
-def read_parquet(paths: Path | Iterable[Path], columns: Iterable[str] | None = None) -> Table:
+def read_parquet(paths: Path | Iterable[Path], columns: str | Iterable[str] | None = None) -> Table:
     """The same for Parquet files, whatever they are called."""
     session = current()
     return _selected(Table(session._native.read_parquet(_listed(paths)), session), columns)

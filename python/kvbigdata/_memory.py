@@ -1,18 +1,19 @@
 """Arrays over memory that exists already, and generated arrays."""
 
+import numbers
 from collections.abc import Mapping
 from typing import Any
 
 import numpy as np
 import numpy.typing as npt
 
-from ._array import Array
-from ._errors import array_error
+from ._array import Array, operand_array
+from ._errors import array_error, wrong_input
 from ._host import ArrayHandle, table_of
 from ._operands import apply, operand
 from ._results import from_numpy as from_elements
 from ._session import Session, current
-from ._table import Table
+from ._table import Table, names_of
 from ._types import dtype_of, name_of
 
 Shape = int | tuple[int, ...]
@@ -36,6 +37,10 @@ def over(array: npt.NDArray[Any], session: Session, chunk_rows: int = 0) -> Arra
         advice = "Texts are columns of one dimension." if array.ndim else "Use kv.asarray(x)."
         raise array_error("KALVEX:array:NotSupported", what, advice)
     if kind == "string":
+        if array.dtype == object and not all(x is None or isinstance(x, str) for x in array):
+            other = next(x for x in array if x is not None and not isinstance(x, str))
+            expected = "texts or None (missing numbers are NaN)"
+            raise wrong_input("Elements of an ndarray of objects", expected, other)
         return Array(session._native.from_texts(array.tolist(), chunk_rows), session)
     if array.dtype.kind in "mM":
         native = array.astype(dtype_of(kind), copy=False).view(np.int64)
@@ -57,11 +62,10 @@ def asarray(x: Any, dtype: npt.DTypeLike | None = None) -> Array:
     np.int64(3)
     """
     if isinstance(x, Array):
-        return x
+        return x if dtype is None else x.astype(dtype)
     array = np.asarray(x, dtype=dtype)
     if array.ndim == 0:
-        session = current()
-        return Array(operand(array[()], session, "asarray"), session)
+        return operand_array(array[()], current(), "asarray")
     return from_numpy(array, copy=isinstance(x, np.ndarray))
 
 
@@ -78,6 +82,9 @@ def from_arrow(obj: Any) -> Table:
     np.int64(6)
     """
     session = current()
+    if not hasattr(obj, "__arrow_c_stream__"):
+        expected = "an object with __arrow_c_stream__ (kv.table takes a dict of lists)"
+        raise wrong_input("Input of kv.from_arrow", expected, obj)
     stream = obj.__arrow_c_stream__()
     return Table(session._native.from_stream(stream, not _holds_its_rows(obj)), session)
 
@@ -95,12 +102,15 @@ def from_pandas(frame: Any) -> Table:
 
 
 def table(columns: Mapping[str, Any]) -> Table:
-    """A table of arrays, ndarrays or lists of as many rows.
+    """A table of arrays, ndarrays or lists of as many rows; scalars are repeated.
 
     >>> t = kv.table({"a": [1, 2, 3], "b": np.array([0.5, 1.5, 2.5])})
     >>> t.filter("a > 1").b.sum().compute()
     np.float64(4.0)
     """
+    if not isinstance(columns, Mapping):
+        raise wrong_input("Input of kv.table", "a dict of columns by name", columns)
+    names_of(columns, "kv.table")
     arrays = {name: asarray(column) for name, column in columns.items()}
     handles = [array._handle for array in arrays.values()]
     return Table(table_of(list(arrays), handles), current())
@@ -108,6 +118,11 @@ def table(columns: Mapping[str, Any]) -> Table:
 
 def _type(dtype: npt.DTypeLike | None) -> str:
     return "" if dtype is None else name_of(dtype, "The result")
+
+
+def require_number(given: Any, function: str) -> None:
+    if not isinstance(given, numbers.Real):
+        raise wrong_input(f"Input of {function}", "numbers", given)
 
 
 def arange(
@@ -120,6 +135,8 @@ def arange(
     """
     session = current()
     first, last = (0, start) if stop is None else (start, stop)
+    for number in (first, last, step):
+        require_number(number, "kv.arange")
     return Array(session._native.arange(first, last, step, _type(dtype)), session)
 
 
@@ -133,6 +150,8 @@ def linspace(
 ) -> Array:
     """As `numpy.linspace`; takes no memory."""
     session = current()
+    for number in (start, stop):
+        require_number(number, "kv.linspace")
     made = Array(session._native.linspace(float(start), float(stop), num, endpoint), session)
     return made if dtype is None else made.astype(dtype)
 

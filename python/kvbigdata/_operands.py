@@ -32,7 +32,7 @@ def _numpy_time(value: date | timedelta) -> Any:
 
 def _over(array: np.ndarray, session: "Session", others: "list[Array]") -> ArrayHandle:
     """An ndarray beside arrays: of as many rows as they, or of one that goes with all of them."""
-    from ._memory import over, row
+    from ._memory import row
 
     has_rows = any(not x._handle.is_scalar for x in others)
     ndim = max((x.ndim for x in others), default=0)
@@ -41,6 +41,13 @@ def _over(array: np.ndarray, session: "Session", others: "list[Array]") -> Array
     in_row = ndim - 1 if has_rows else ndim
     if array.ndim <= in_row:
         return row(array, in_row, session)
+    return rows_beside(array, session, others)
+
+
+def rows_beside(array: np.ndarray, session: "Session", others: "list[Array]") -> ArrayHandle:
+    """An ndarray beside arrays of as many rows."""
+    from ._memory import over
+
     for x in others:
         if x._handle.can_place_beside and x._handle.rows == len(array):
             return place_beside(x._handle, from_numpy(array))

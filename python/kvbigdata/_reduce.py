@@ -13,6 +13,7 @@ from . import _ufuncs
 from ._errors import array_error
 from ._host import ArrayHandle, filter_array, reduce, reduce_rows
 from ._operands import apply
+from ._types import dtype_of
 
 if TYPE_CHECKING:
     from ._array import Array
@@ -32,6 +33,7 @@ def _check(name: str, options: dict[str, Any]) -> None:
 
 
 _ROWS, _ALL = "rows", "all"
+_TYPED = {"sum", "mean", "var", "varp", "std", "stdp"}  # whose sums may have a type of their own
 
 
 def _places(name: str, x: "Array", axis: Any) -> str | list[int]:
@@ -70,6 +72,9 @@ def _reduced_by(
 ) -> "Array":
     from ._array import Array
 
+    dtype = options.pop("dtype", None) if name in _TYPED else None
+    if dtype is not None:
+        x = x.astype(dtype)
     places = _places(name, x, axis)
     keeps = isinstance(places, list) and options.pop("keepdims", False) is True
     _check(name, options)
@@ -81,9 +86,14 @@ def _reduced_by(
     elif where is not True:
         raise _refuse(name, "where", "It must be a logical array with the same rows.")
     skip = handle.is_column if skipna is None else skipna
-    if isinstance(places, list):
-        return Array(reduce_rows(name, handle, places, keeps, skip), x._session)
-    return Array(reduce(name, handle, skip, places == _ALL), x._session)
+    made = (
+        reduce_rows(name, handle, places, keeps, skip)
+        if isinstance(places, list)
+        else reduce(name, handle, skip, places == _ALL)
+    )
+    if dtype is not None and dtype_of(made.type) != np.dtype(dtype):
+        raise _refuse(name, "dtype", f"The result is of type {dtype_of(made.type)}.")
+    return Array(made, x._session)
 
 
 def sum(
@@ -223,6 +233,8 @@ def where(condition: Any, x: Any, y: Any) -> "Array":
 
 def round(x: Any, decimals: int = 0) -> "Array":
     """The nearest whole numbers, halves to even."""
+    if getattr(x, "dtype", None) == np.bool_:
+        return _ufuncs.rint(x)
     if decimals != 0:
         raise _refuse("round", "decimals", "Use kv.round(x * 10 ** n) / 10 ** n.")
     return apply("round", x)

@@ -5,6 +5,7 @@ import warnings
 from pathlib import Path
 from typing import TYPE_CHECKING
 
+from ._errors import wrong_input
 from ._session import Session, current
 
 if TYPE_CHECKING:
@@ -19,6 +20,12 @@ def save(path: "str | os.PathLike[str]", **arrays: "Array") -> None:
     >>> kv.open("/tmp/late.kv", trust=True)["late"].compute()
     np.float64(0.08251478727700311)
     """
+    from ._array import Array
+
+    for name, each in arrays.items():
+        if not isinstance(each, Array):
+            expected = "a kv.Array, such as a column of a table or kv.asarray(x)"
+            raise wrong_input(f"{name}= of kv.save", expected, each)
     session = next((each._session for each in arrays.values()), current())
     handles = [each._handle for each in arrays.values()]
     session._native.save(os.fspath(path), list(arrays), handles)

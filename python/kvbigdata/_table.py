@@ -1,14 +1,26 @@
 """`kv.Table`: an ordered set of named arrays of one row space."""
 
-from collections.abc import Callable, Iterator, Mapping
+from collections.abc import Callable, Iterable, Iterator, Mapping, Sequence
+from datetime import date, timedelta
 from typing import TYPE_CHECKING, Any, ClassVar
 
-from ._array import Array
+import numpy as np
+import numpy.typing as npt
+
+from ._array import Array, operand_array
 from ._chunks import map_table_chunks
-from ._errors import UnknownAttributeError, UnknownNameError, array_error, live_line, shown_line
+from ._errors import (
+    UnknownAttributeError,
+    UnknownNameError,
+    array_error,
+    live_line,
+    shown_line,
+    wrong_input,
+)
 from ._evaluate import compute
 from ._groups import group_by
 from ._host import TableHandle, head_table, table_of, table_stream
+from ._operands import rows_beside
 from ._results import arrow_schema, shown_rows, stream_with, to_numpy
 from ._session import check_guard
 from ._types import dtype_of
@@ -19,8 +31,20 @@ if TYPE_CHECKING:
 
 _MOST_SHOWN = 100
 
-Column = Array | str | Callable[["Table"], Array]
-Condition = Array | str | Callable[["Table"], Array]
+Scalar = bool | int | float | np.generic | date | timedelta
+Column = Array | str | Scalar | npt.NDArray[Any] | Callable[["Table"], Any]
+Condition = Array | str | npt.NDArray[np.bool_] | Callable[["Table"], Any]
+
+
+def names_of(given: Iterable[Any], function: str) -> list[str]:
+    """The names that a function was given, one by one or in lists."""
+    names = [
+        name for each in given for name in (each if isinstance(each, list | tuple) else [each])
+    ]
+    for name in names:
+        if not isinstance(name, str):
+            raise wrong_input(f"Input of {function}", "names of columns", name)
+    return names
 
 
 class Table(TableWriting):
@@ -90,7 +114,7 @@ class Table(TableWriting):
         """A column by its name, some columns by a list, or the rows for which an array is true."""
         if isinstance(key, str):
             return self._column(key)
-        if isinstance(key, Array):
+        if isinstance(key, Array | np.ndarray):
             return self.filter(key)
         if isinstance(key, list) and all(isinstance(name, str) for name in key):
             return self.select(*key)
@@ -111,7 +135,8 @@ class Table(TableWriting):
     def filter(self, condition: Condition) -> "Table":
         """The rows for which `condition` is true; missing is false.
 
-        condition: a logical array, a function of the table that returns one, or a formula.
+        condition: a logical array or ndarray, a function of the table that returns one, or a
+            formula.
 
         >>> t = kv.read("data/flights.csv")
         >>> kv.compute(
@@ -124,24 +149,30 @@ class Table(TableWriting):
         if isinstance(condition, str):
             native = self._session._native.filter_by_text(self._handle, condition)
             return Table(native, self._session)
-        keep = condition if isinstance(condition, Array) else condition(self)
+        keep = condition(self) if callable(condition) else condition
+        if isinstance(keep, np.ndarray) and keep.ndim == 1:
+            keep = self._beside(keep)
         if not isinstance(keep, Array):
             raise array_error("KALVEX:array:NotLogical", "A filter", type(keep).__name__)
         return Table(self._handle.filter(keep._handle), self._session)
 
-    def select(self, *names: str) -> "Table":
+    def select(self, *names: str | Sequence[str]) -> "Table":
         """The columns of these names, in this order; `t[["a", "b"]]` is the same."""
-        return self._with({name: self._column(name) for name in names})
+        return self._with({name: self._column(name) for name in names_of(names, "select")})
 
-    def drop(self, *names: str) -> "Table":
+    def drop(self, *names: str | Sequence[str]) -> "Table":
         """All columns but those of these names."""
-        for name in names:
+        dropped = names_of(names, "drop")
+        for name in dropped:
             self._column(name)  # refuses an unknown one
-        return self._with({n: self._column(n) for n in self.columns if n not in names})
+        return self._with({n: self._column(n) for n in self.columns if n not in dropped})
 
     def rename(self, names: Mapping[str, str]) -> "Table":
         """The table with other names for columns: `names` maps old ones to new ones."""
-        for name in names:
+        if not isinstance(names, Mapping):
+            raise wrong_input("Input of rename", "a dict of names", names)
+        names_of(names.values(), "rename")
+        for name in names_of(names, "rename"):
             self._column(name)
         columns = [(names.get(name, name), self._column(name)) for name in self.columns]
         handles = [column._handle for _, column in columns]
@@ -150,7 +181,8 @@ class Table(TableWriting):
     def assign(self, **columns: Column) -> "Table":
         """The table with more columns, or others in the place of those of the same names.
 
-        Each is an array, a function of the table that returns one, or a formula.
+        Each is an array, an ndarray, a scalar for all rows, a function of the table that returns
+        one of these, or a formula.
 
         >>> t = kv.read("data/flights.csv")
         >>> t = t.assign(gain="dep_delay - arr_delay", speed=lambda t: t.distance / t.air_time)
@@ -166,7 +198,9 @@ class Table(TableWriting):
         >>> kv.read("data/flights.csv", columns=["carrier", "flight"]).head(2).compute().to_pylist()
         [{'carrier': 'UA', 'flight': 1545.0}, {'carrier': 'UA', 'flight': 1714.0}]
         """
-        return Table(head_table(self._handle, n), self._session)
+        if not isinstance(n, int | np.integer):
+            raise wrong_input("Input of head", "a number of rows", n)
+        return Table(head_table(self._handle, int(n)), self._session)
 
     map_chunks = map_table_chunks
 
@@ -175,12 +209,17 @@ class Table(TableWriting):
     def _made(self, column: Column) -> Array:
         if isinstance(column, str):
             return Array(self._session._native.record_text(self._handle, column), self._session)
-        array = column if isinstance(column, Array) else column(self)
-        if not isinstance(array, Array):
-            raise array_error(
-                "KALVEX:array:UnsupportedOperand", "a column of a table", type(array).__name__
-            )
-        return array
+        made = column(self) if callable(column) else column
+        if isinstance(made, list | tuple):
+            made = np.asarray(made, dtype=object if None in made else None)
+        if isinstance(made, np.ndarray) and made.ndim > 0:
+            return self._beside(made)
+        return made if isinstance(made, Array) else operand_array(made, self._session, "A column")
+
+    def _beside(self, array: npt.NDArray[Any]) -> Array:
+        """An ndarray with the rows of the table."""
+        others = [self._column(name) for name in self.columns[:1]]
+        return Array(rows_beside(array.copy(), self._session, others), self._session)
 
     def _with(self, columns: dict[str, Array]) -> "Table":
         handles = [column._handle for column in columns.values()]
@@ -232,6 +271,12 @@ class Table(TableWriting):
         """
         stream = table_stream(self._handle, check_guard, self._session.note)
         return stream if requested_schema is None else stream_with(self, stream, requested_schema)
+
+    def __copy__(self) -> "Table":
+        return self
+
+    def __deepcopy__(self, memo: Any) -> "Table":
+        return self
 
     # What a table isn't.
 

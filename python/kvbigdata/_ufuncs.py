@@ -62,6 +62,22 @@ def _square(x: Any) -> "Array":
     return apply("times", number, number)
 
 
+def _rint(x: Any) -> "Array":
+    """The nearest whole number; of integers, the same as a floating-point number."""
+    kind = getattr(x, "dtype", np.dtype(float))
+    if kind.kind not in "biu":
+        return apply("round", x)
+    return apply("times", x, np.float32(1) if kind.itemsize < 4 else np.float64(1))
+
+
+def _positive(x: Any) -> "Array":
+    if x.dtype.kind not in "iufm":
+        kind = "logicals" if _is_logical(x) else f"{x.dtype} values"
+        raise array_error("KALVEX:array:NotSupported", f"+ of {kind}", "Leave it out.")
+    made: Array = x
+    return made
+
+
 def _plain(name: str) -> Callable[..., "Array"]:
     return lambda *inputs: apply(name, *inputs)
 
@@ -94,7 +110,6 @@ _NAMES: dict[np.ufunc, str] = {
     np.tan: "tan",
     np.floor: "floor",
     np.ceil: "ceil",
-    np.rint: "round",
     np.isnan: "isnan",
     np.isfinite: "isfinite",
     np.minimum: "minimum",
@@ -106,7 +121,8 @@ _FUNCTIONS: dict[np.ufunc, Callable[..., "Array"]] = {
     **{ufunc: _plain(name) for ufunc, name in _NAMES.items()},
     np.subtract: _not_logical("minus", "-", "Use a ^ b."),
     np.negative: _not_logical("uminus", "-", "Use ~x."),
-    np.positive: lambda x: x,
+    np.positive: _positive,
+    np.rint: _rint,
     np.not_equal: _not_equal,
     np.bitwise_and: _bitwise("and", "&"),
     np.bitwise_or: _bitwise("or", "|"),
@@ -143,10 +159,10 @@ _NEAREST = {
     "matmul": "Use (a * b).sum().",
     "vecdot": "Use (a * b).sum().",
     "hypot": "Use kv.sqrt(a * a + b * b).",
-    "deg2rad": "Use x * (kv.pi / 180).",
-    "radians": "Use x * (kv.pi / 180).",
-    "rad2deg": "Use x * (180 / kv.pi).",
-    "degrees": "Use x * (180 / kv.pi).",
+    "deg2rad": "Use x * (np.pi / 180).",
+    "radians": "Use x * (np.pi / 180).",
+    "rad2deg": "Use x * (180 / np.pi).",
+    "degrees": "Use x * (180 / np.pi).",
 }
 
 
@@ -169,7 +185,8 @@ def call_ufunc(ufunc: np.ufunc, method: str, *inputs: Any, **options: Any) -> An
             "KALVEX:array:NotSupported", f"out= of np.{ufunc.__name__}", "Use x = np.f(x)."
         )
     if method == "reduce" and ufunc in _REDUCTIONS and isinstance(inputs[0], Array):
-        return getattr(inputs[0], _REDUCTIONS[ufunc])(**options)
+        axis = options.pop("axis", 0 if inputs[0].ndim else None)
+        return getattr(inputs[0], _REDUCTIONS[ufunc])(axis, **options)
     if method != "__call__" or ufunc not in _FUNCTIONS:
         raise refuse_ufunc(ufunc, method)
     mask = options.pop("where", True)
@@ -239,6 +256,18 @@ def _operator(ufunc: np.ufunc, is_reflected: bool) -> Callable[[Any, Any], "Arra
 def operator(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
     """The method of an operator of two operands."""
     return _operator(ufunc, is_reflected=False)
+
+
+def power_operator() -> Callable[[Any, Any], "Array"]:
+    """The method of `**`: of logicals, as in NumPy, `x ** 2` is their square."""
+    power = operator(np.power)
+
+    def method(self: Any, other: Any) -> "Array":
+        if type(other) is int and other == 2 and self._handle.type == "logical":
+            return _square(self)
+        return power(self, other)
+
+    return method
 
 
 def reflected(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:

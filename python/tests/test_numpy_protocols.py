@@ -1,11 +1,13 @@
 """No function of NumPy loads an array without being asked to."""
 
 import collections
+import re
 import types
 
 import kvbigdata as kv
 import numpy as np
 import pytest
+from kvbigdata import _functions, _ufuncs
 from kvbigdata._session import Session
 from numpy.testing import overrides
 
@@ -145,3 +147,22 @@ def test_refusals_name_the_nearest_alternative(x):
             call()
         assert isinstance(caught.value, kv.Error) and advice in str(caught.value)
         assert caught.value.where.file == __file__
+
+
+def test_advice_is_code_that_works(arrays):
+    values = np.array([1.5, 2.0, 0.25])
+    x = a = kv.from_numpy(values)
+    made = {"x": x, "a": a, "b": a + 1.0, "w": a, "mask": a > 1}
+    names = {**made, "kv": kv, "np": np, "v": 1.0, "tolerance": 0.1}
+    checked = 0
+    for name, advice in {**_ufuncs._NEAREST, **_functions._NEAREST}.items():
+        use = re.match(r"Use (?:x = )?(.*?)(?:, (?:which|in which|or) .*| for .*)?\.$", advice)
+        if use is None or " and " in use[1]:
+            continue
+        result = eval(use[1], names).compute()
+        if name in _ufuncs._NEAREST:
+            ufunc = getattr(np, name)
+            expected = ufunc(*[values, values + 1.0][: ufunc.nin])
+            np.testing.assert_allclose(result, expected, rtol=1e-14)
+            checked += 1
+    assert checked > 15

@@ -206,7 +206,8 @@ struct NamedArray {
   Array array;
 };
 
-/// A table of arrays with the same rows, as columns in that order.
+/// A table of arrays with the same rows, as columns in that order. Scalars are repeated for the
+/// rows of the others.
 /// Errors: Error "KALVEX:array:NoArray", "KALVEX:array:SameName", "KALVEX:array:TwoSessions";
 /// "KALVEX:array:RowsDiffer" or "KALVEX:array:DifferentSources" for other rows;
 /// "KALVEX:array:NeedsColumn" for an array of more dimensions.
