@@ -2,6 +2,7 @@
 
 import collections
 import copy
+from pathlib import Path
 
 import kvbigdata as kv
 import numpy as np
@@ -9,6 +10,7 @@ import pyarrow as pa
 import pytest
 
 pytestmark = pytest.mark.usefixtures("arrays")
+FLIGHTS = str(Path(__file__).parents[2] / "data" / "flights.csv")
 
 VALUES = np.array([3, 1, 2], dtype=np.int16)
 FLAGS = np.array([True, False, True])
@@ -115,8 +117,8 @@ def test_containers_keep_their_types(x, table):
         (lambda t: t.a.map_chunks(abs, None), TypeError),
         (lambda t: kv.from_arrow([1]), TypeError),
         (lambda t: kv.asarray([1, None, 3]), TypeError),
-        (lambda t: kv.read("data/flights.csv", columns="orgin"), KeyError),
-        (lambda t: kv.read("data/flights.csv", columns=t.a.size), TypeError),
+        (lambda t: kv.read(FLIGHTS, columns="orgin"), KeyError),
+        (lambda t: kv.read(FLIGHTS, columns=t.a.size), TypeError),
         (lambda t: kv.read([]), TypeError),
         (lambda t: kv.table(t.columns), TypeError),
         (lambda t: kv.arange(t.columns[0]), TypeError),
