@@ -59,13 +59,7 @@ Outcome outcomeOf(const Datastore& source) {
 
 class CsvRanges : public testing::Test {
  protected:
-  /// A file at rest, so that opening it doesn't wait for the clock.
-  std::string write(const std::string& text) {
-    const std::string path = folder_.write("table.csv", text);
-    std::filesystem::last_write_time(
-        path, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
-    return path;
-  }
+  std::string write(const std::string& text) { return folder_.writeAtRest("table.csv", text); }
 
   void expectTheSameForAnyCut(const std::string& text, const std::vector<TypeOverride>& types) {
     const std::string path = write(text);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -25,6 +26,14 @@ class TempFolder {
     std::filesystem::create_directories((path_ / name).parent_path());
     std::ofstream(path_ / name, std::ios::binary) << bytes;
     return path(name);
+  }
+
+  /// The same, of a file at rest, so that opening it doesn't wait for the clock.
+  std::string writeAtRest(std::string_view name, std::string_view bytes) const {
+    std::string written = write(name, bytes);
+    std::filesystem::last_write_time(
+        written, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+    return written;
   }
 
  private:
