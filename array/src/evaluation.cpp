@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "hostValues.h"
+#include "kv/runtime/timeValues.h"
 
 namespace kv {
 
@@ -55,7 +56,8 @@ std::vector<host::Value> gatherValues(std::span<const Array> arrays) {
       if (traits.rows->places() == nullptr) {
         notePlaces(arrays[i]);
       }
-      traits.rows->setCount(static_cast<std::int64_t>(kxGetM(values[i].get())));
+      const kxArray* shaped = runtime::shapedElements(values[i].get());
+      traits.rows->setCount(static_cast<std::int64_t>(kxGetM(shaped)));
     }
   }
   return values;
