@@ -19,7 +19,7 @@ inline constexpr ErrorRow kFunctionRows[] = {
      "{0}: the constant {1} doesn't fit the type {2}.", BaseType::Value},
     {"KALVEX:function:NegativePower", "function, exponent",
      "{0}: an integer to the power of the negative integer {1} isn't an integer. Make one of "
-     "them a double, as in x ^ {1}.0.",
+     "them a double, such as {1}.0.",
      BaseType::Value},
     {"KALVEX:function:Overflow", "function, sum, type",
      "{0}: {1} doesn't fit the type {2}. Multiply the values by 1.0 to add them up as doubles.",

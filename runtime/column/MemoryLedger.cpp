@@ -145,12 +145,17 @@ std::optional<Refusal> RefusalWatch::refusal() const noexcept {
 }
 
 std::string shownBytes(std::int64_t bytes) {
-  constexpr double kMegabyte = 1e6;
-  constexpr double kTenth = kMegabyte / 10;
-  if (static_cast<double>(bytes) < kMegabyte) {
+  constexpr std::string_view kUnits[] = {"MB", "GB", "TB"};
+  constexpr double kThousand = 1000;
+  double number = static_cast<double>(bytes) / (kThousand * kThousand);
+  if (number < 1) {
     return fmt::format("{} bytes", bytes);
   }
-  return fmt::format("{:.1f} MB", std::ceil(static_cast<double>(bytes) / kTenth) / 10);
+  std::size_t unit = 0;
+  for (; unit + 1 < std::size(kUnits) && number >= 10 * kThousand; ++unit) {
+    number /= kThousand;
+  }
+  return fmt::format("{:.1f} {}", std::ceil(number * 10) / 10, kUnits[unit]);
 }
 
 }  // namespace kv::runtime
