@@ -31,13 +31,26 @@ inline constexpr ErrorRow kArrayRows[] = {
     {"KALVEX:array:NameTaken", "name", "\"{0}\" can't be used as the name of a user function.",
      BaseType::Value},
     {"KALVEX:array:UnsupportedType", "what, type",
-     "{0} has the type {1}, which arrays can't have; logicals, integers, floats of 32 and 64 bits "
-     "and texts can be used.",
+     "{0} has the type {1}, which arrays can't have; logicals, integers, floats of 32 and 64 bits, "
+     "texts, moments and durations can be used.",
      BaseType::Type},
     {"KALVEX:array:UnsupportedOperand", "function, type",
      "{0} takes arrays, numbers, logicals and texts, got {1}.", BaseType::Type},
     {"KALVEX:array:NotSupported", "function, advice",
      "{0} isn't available for arrays that aren't computed. {1}", BaseType::Type},
+    {"KALVEX:array:UnknownArgument", "function, argument, arguments",
+     "{0} has no argument '{1}'. Its arguments are: {2}.", BaseType::Type},
+    {"KALVEX:array:BadAxis", "function, axis, dimensions",
+     "{0} along axis {1} isn't possible: the array has {2} dimension(s), counted from 0.",
+     BaseType::Index},
+    {"KALVEX:array:NotAnArray", "type, reason", "NumPy makes no array of this {0}: {1}",
+     BaseType::Value},
+    {"KALVEX:array:WrongResult", "function, expected, returned",
+     "{0} must return {1}, but returned {2}.", BaseType::Type},
+    {"KALVEX:array:WrongColumns", "function, returned, columns",
+     "{0} returned the columns {1}, not {2}; dtypes= of map_chunks names those that it returns, "
+     "with their types.",
+     BaseType::Value},
     {"KALVEX:array:NoPlace", "rows",
      "An ndarray of {0} rows goes with rows of a file by position once their number is known: "
      "x.settle() counts them. Rows that a condition keeps have no positions; filter both by it.",

@@ -14,6 +14,7 @@ from . import _load as _load  # isort: skip  (makes the libraries of the extensi
 from ._array import Array
 from ._chunks import function
 from ._errors import (
+    AxisError,
     Error,
     FormulaError,
     InvalidTypeError,
@@ -124,6 +125,7 @@ from ._ufuncs import (
 
 __all__ = [
     "Array",
+    "AxisError",
     "Error",
     "Facts",
     "FormulaError",

@@ -7,7 +7,7 @@ from typing import TYPE_CHECKING, Any, NamedTuple, TypeVar, overload
 import numpy as np
 import numpy.typing as npt
 
-from ._errors import InvalidTypeError, array_error, wrong_type
+from ._errors import InvalidTypeError, array_error, in_function, wrong_input
 from ._host import map_chunks as native_map_chunks
 from ._host import map_table as native_map_table
 from ._results import from_arrow_column, from_numpy, to_arrow, to_numpy
@@ -64,8 +64,7 @@ def function(f: Any = None, /, *, name: str | None = None, serial: bool = False)
 
 
 def _set(f: Any, *, name: str | None, serial: bool) -> Any:
-    if not callable(f):
-        raise array_error("KALVEX:array:NoFunction")
+    _require_function(f, "Input of kv.function")
     settings = _Settings(name or _settings(f).name, serial)
     try:
         setattr(f, _ATTRIBUTE, settings)
@@ -85,7 +84,8 @@ def call(function: Callable[..., Any], values: list[Any], kind: str) -> tuple[st
     try:
         return from_numpy(result)
     except InvalidTypeError:
-        raise wrong_type(_settings(function).name, result.dtype, kind) from None
+        name = _settings(function).name
+        raise in_function("KALVEX:array:WrongType", name, result.dtype, kind) from None
 
 
 def _arrow_table(result: Any, name: str) -> Any:
@@ -96,10 +96,8 @@ def _arrow_table(result: Any, name: str) -> Any:
         return pa.table(dict(result))
     if hasattr(result, "__arrow_c_stream__") or hasattr(result, "__arrow_c_array__"):
         return pa.table(result)
-    raise TypeError(
-        f"{name} must return an Arrow table or batch, or a dict of arrays, "
-        f"but returned {type(result).__name__}"
-    )
+    expected = "an Arrow table or batch, or a dict of arrays"
+    raise in_function("KALVEX:array:WrongResult", name, expected, type(result).__name__)
 
 
 def call_on_table(
@@ -116,18 +114,35 @@ def call_on_table(
     made = _arrow_table(function(batch), name)
     wanted = [column for column, _ in expected]
     if sorted(made.column_names) != sorted(wanted):
-        raise ValueError(
-            f"{name} returned the columns {made.column_names}, not {wanted}; "
-            "dtypes= of map_chunks names those that it returns, with their types"
-        )
+        returned = ", ".join(made.column_names)
+        raise in_function("KALVEX:array:WrongColumns", name, returned, ", ".join(wanted))
     columns = []
     for column, kind in expected:
         try:
             columns.append(from_arrow_column(made.column(column)))
         except InvalidTypeError:
             returned = made.schema.field(column).type
-            raise wrong_type(f"{name}, column {column},", returned, kind) from None
+            what = f"{name}, column {column},"
+            raise in_function("KALVEX:array:WrongType", what, returned, kind) from None
     return columns
+
+
+def _require_function(given: Any, what: str) -> None:
+    if not callable(given):
+        raise wrong_input(what, "a function", given)
+
+
+def _row_shape(shape: Any) -> list[int]:
+    """The dimensions of a row, where they are given."""
+    sizes = (shape,) if isinstance(shape, int | np.integer) else shape
+    is_shape = isinstance(sizes, tuple | list) and all(
+        isinstance(size, int | np.integer) and size > 0 for size in sizes
+    )
+    if not is_shape:
+        shown = str(shape) if isinstance(shape, tuple | list) else shape
+        expected = "the shape of a row, such as (3,), or () for a column"
+        raise wrong_input("shape= of map_chunks", expected, shown)
+    return [int(size) for size in sizes]
 
 
 def _has_same_rows(rows: str) -> bool:
@@ -166,12 +181,11 @@ def map_chunks(
     """
     from ._array import Array, operand_array
 
-    if not callable(function):
-        raise array_error("KALVEX:array:NoFunction")
+    _require_function(function, "Input of map_chunks")
     same_rows = _has_same_rows(rows)
     inputs = [x, *(operand_array(each, x._session, "map_chunks", (x,)) for each in more)]
     kind = x._handle.type if dtype is None else name_of(dtype, "The result")
-    trailing = x._handle.trailing if shape is None else list(shape)
+    trailing = x._handle.trailing if shape is None else _row_shape(shape)
     name, serial = _settings(function)
     handles = [each._handle for each in inputs]
     made = native_map_chunks(name, function, handles, kind, serial, trailing, same_rows)
@@ -203,10 +217,11 @@ def map_table_chunks(
     """
     from ._table import Table
 
-    if not callable(function):
-        raise array_error("KALVEX:array:NoFunction")
+    _require_function(function, "Input of map_chunks")
     same_rows = _has_same_rows(rows)
     given = table.dtypes if dtypes is None else dtypes
+    if not isinstance(given, Mapping):
+        raise wrong_input("dtypes= of map_chunks", "a dict of types by column", given)
     columns = [(name, name_of(dtype, f"Column {name}")) for name, dtype in given.items()]
     name, serial = _settings(function)
     made = native_map_table(name, function, table._handle, columns, serial, same_rows)

@@ -58,6 +58,10 @@ class InvalidTypeError(Error, TypeError):
     """An operation isn't defined for the types that it was given."""
 
 
+class AxisError(InvalidValueError, IndexError):
+    """An array has no such dimension."""
+
+
 class RowSpaceError(InvalidValueError):
     """Arrays with different rows can't be combined."""
 
@@ -115,7 +119,46 @@ _BY_IDENTIFIER: dict[str, type[Error]] = {
     "KALVEX:array:BadFormula": FormulaError,
     "KALVEX:array:UnknownColumnInFormula": UnknownColumnInFormulaError,
     "KALVEX:array:UnknownLength": UnknownLengthError,
+    "KALVEX:array:BadAxis": AxisError,
 }
+
+# What users of Python write for functions that are called otherwise below.
+_WRITTEN: dict[str, str] = {
+    "plus": "+",
+    "minus": "-",
+    "times": "*",
+    "rdivide": "/",
+    "mod": "%",
+    "power": "**",
+    "uminus": "-",
+    "eq": "==",
+    "ne": "!=",
+    "lt": "<",
+    "le": "<=",
+    "gt": ">",
+    "ge": ">=",
+    "and": "&",
+    "or": "|",
+    "xor": "^",
+    "not": "~",
+    "stdp": "std",
+    "varp": "var",
+}
+_ABOUT_FUNCTIONS = {
+    "KALVEX:array:NotBroadcast",
+    "KALVEX:array:SizesDiffer",
+    "KALVEX:array:UnsupportedOperand",
+}
+
+
+def _as_written(identifier: str, message: str, arguments: list[str]) -> tuple[str, list[str]]:
+    """A message that begins with a function, and its arguments, with the name that Python has."""
+    is_about_function = identifier.startswith("KALVEX:function:") or identifier in _ABOUT_FUNCTIONS
+    if not is_about_function or not arguments or arguments[0] not in _WRITTEN:
+        return message, arguments
+    name, *others = arguments
+    written = _WRITTEN[name]
+    return written + message.removeprefix(name), [written, *others]
 
 
 def _where(frames: Frames) -> Where | None:
@@ -145,6 +188,7 @@ def make_error(
 ) -> Error:
     """The exception for the parts of an error. Called by the extension."""
     made = _BY_IDENTIFIER.get(identifier, _BY_BASE.get(base, Error))
+    message, arguments = _as_written(identifier, message, arguments)
     error = made(identifier, message, arguments, _where(frames))
     annotate(error, frames, place)
     error.__cause__ = cause
@@ -163,10 +207,10 @@ def annotate(error: BaseException, frames: Frames, place: Place) -> None:
             error.add_note(note)
 
 
-def wrong_type(name: str, returned: object, expected: str) -> Error:
-    """The error about a function that returned what no array can have. Its line is the one that
-    recorded the function, not the live one."""
-    error = array_error("KALVEX:array:WrongType", name, returned, expected)
+def in_function(identifier: str, *arguments: object) -> Error:
+    """The error about what a user's function returned. Its line is the one that recorded the
+    function, not the live one."""
+    error = array_error(identifier, *arguments)
     error.where = None
     return error
 

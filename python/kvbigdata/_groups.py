@@ -58,7 +58,7 @@ class Grouped:
             return given[1], given[0]
         what = given if isinstance(given, str) else type(given).__name__
         advice = f'Use "count", or a column and a function: {name}=("x", "mean").'
-        raise array_error("KALVEX:array:NotSupported", f"{name}={what!r} of agg", advice)
+        raise array_error("KALVEX:array:NotSupported", f"{name}={what} of agg", advice)
 
 
 def group_by(table: "Table", *keys: str | Sequence[str]) -> Grouped:

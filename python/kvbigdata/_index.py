@@ -19,13 +19,25 @@ def _refuse(what: str, advice: str) -> Error:
     return array_error("KALVEX:array:NotSupported", what, advice)
 
 
+def _shown(part: Any) -> str:
+    """A part of an index as it is written."""
+    if isinstance(part, tuple):
+        return ", ".join(map(_shown, part))
+    if isinstance(part, slice):
+        ends = ["" if end is None else str(end) for end in (part.start, part.stop, part.step)]
+        return ":".join(ends if ends[2] else ends[:2])
+    if part is Ellipsis:
+        return "..."
+    return str(part) if part is None or np.isscalar(part) else type(part).__name__
+
+
 def _parts(key: Any, ndim: int) -> list[Any]:
     """The parts of an index, with `...` written out, for all dimensions."""
     parts = list(key) if isinstance(key, tuple) else [key]
     spread = [i for i, part in enumerate(parts) if part is Ellipsis]
     given = sum(part is not None and part is not Ellipsis for part in parts)
     if given > ndim or len(spread) > 1:
-        raise array_error("KALVEX:array:BadIndex", key, f"{ndim} dimension(s)")
+        raise array_error("KALVEX:array:BadIndex", f"[{_shown(key)}]", f"{ndim} dimension(s)")
     place = spread[0] if spread else len(parts)
     return [*parts[:place], *[_ALL] * (ndim - given), *parts[place + 1 :]]
 
@@ -44,9 +56,8 @@ def _rows(x: "Array", part: Any) -> "Array":
         part = Array(operand(part, x._session, "x[mask]", others), x._session)
     if isinstance(part, Array):
         return Array(filter_array(x._handle, part._handle), x._session)
-    shown = repr(part) if isinstance(part, slice | int | np.integer) else type(part).__name__
     advice = "x[:n] takes the first rows, x[mask] those for which a logical array is true"
-    raise _refuse(f"x[{shown}]", f"{advice}, x.compute()[...] any.")
+    raise _refuse(f"x[{_shown(part)}]", f"{advice}, x.compute()[...] any.")
 
 
 def _places(x: "Array", parts: list[Any]) -> "Array":
@@ -62,7 +73,7 @@ def _places(x: "Array", parts: list[Any]) -> "Array":
     try:
         picked = np.asarray(places[tuple(parts)])
     except IndexError:
-        index = ", ".join(map(str, parts))
+        index = f"[:, {_shown(tuple(parts))}]"
         raise array_error("KALVEX:array:BadIndex", index, f"rows of shape {trailing}") from None
     if picked.size == 0:
         raise _refuse("An index that selects nothing", "Leave it out.")

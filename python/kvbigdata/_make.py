@@ -5,7 +5,8 @@ from collections.abc import Iterable, Mapping
 from typing import Any
 
 from . import _host
-from ._errors import array_error
+from ._checks import path_text, texts
+from ._errors import array_error, wrong_input
 from ._session import current
 from ._table import Table
 from ._types import types_by_name
@@ -14,10 +15,11 @@ Path = str | os.PathLike[str]
 
 
 def _listed(paths: Path | Iterable[Path]) -> list[str]:
-    given = list(paths) if isinstance(paths, Iterable) and not isinstance(paths, str) else [paths]
+    is_one = isinstance(paths, str | bytes) or not isinstance(paths, Iterable)
+    given: list[Any] = [paths] if is_one else list(paths)  # type: ignore[arg-type]
     if not given:
         raise array_error("KALVEX:validateattributes:invalidType", "Paths", "at least one", "[]")
-    return [os.fspath(path) for path in given]
+    return [path_text(path, "A path") for path in given]
 
 
 def _options(
@@ -26,10 +28,10 @@ def _options(
     header: bool,
     missing: str | Iterable[str] | None,
 ) -> _host.ReadOptions:
-    markers = [missing] if isinstance(missing, str) else missing
-    return _host.ReadOptions(
-        types_by_name(types), separator or "", header, None if markers is None else list(markers)
-    )
+    if not isinstance(separator, str | None):
+        raise wrong_input("separator=", "a text of one character", separator)
+    markers = None if missing is None else texts(missing, "missing=")
+    return _host.ReadOptions(types_by_name(types), separator or "", bool(header), markers)
 
 
 def _selected(table: Table, columns: str | Iterable[str] | None) -> Table:

@@ -1,6 +1,7 @@
 """Arrays over memory that exists already, and generated arrays."""
 
 import numbers
+import sys
 from collections.abc import Mapping
 from typing import Any
 
@@ -8,7 +9,8 @@ import numpy as np
 import numpy.typing as npt
 
 from ._array import Array, operand_array
-from ._errors import array_error, wrong_input
+from ._checks import whole_number
+from ._errors import Error, array_error, wrong_input
 from ._host import ArrayHandle, table_of
 from ._operands import apply, operand
 from ._results import from_numpy as from_elements
@@ -26,7 +28,8 @@ def from_numpy(x: npt.ArrayLike, chunk_rows: int | None = None, copy: bool = Fal
 
     chunk_rows: rows of a partition, the pieces on which threads work.
     """
-    return over(np.array(x) if copy else np.asarray(x), current(), chunk_rows or 0)
+    rows = 0 if chunk_rows is None else whole_number(chunk_rows, "chunk_rows= of kv.from_numpy")
+    return over(np.array(x) if copy else np.asarray(x), current(), rows)
 
 
 def over(array: npt.NDArray[Any], session: Session, chunk_rows: int = 0) -> Array:
@@ -63,7 +66,14 @@ def asarray(x: Any, dtype: npt.DTypeLike | None = None) -> Array:
     """
     if isinstance(x, Array):
         return x if dtype is None else x.astype(dtype)
-    array = np.asarray(x, dtype=dtype)
+    if dtype is not None:
+        name_of(dtype, "The array")
+    try:
+        array = np.asarray(x, dtype=dtype)
+    except Error:
+        raise
+    except (TypeError, ValueError) as error:
+        raise array_error("KALVEX:array:NotAnArray", type(x).__name__, error) from error
     if array.ndim == 0:
         return operand_array(array[()], current(), "asarray")
     return from_numpy(array, copy=isinstance(x, np.ndarray))
@@ -98,6 +108,9 @@ def from_pandas(frame: Any) -> Table:
     """A table of a pandas DataFrame; its index is left out."""
     import pyarrow as pa
 
+    pandas = sys.modules.get("pandas")  # a frame has loaded it
+    if pandas is None or not isinstance(frame, pandas.DataFrame):
+        raise wrong_input("Input of kv.from_pandas", "a pandas.DataFrame", frame)
     return from_arrow(pa.Table.from_pandas(frame, preserve_index=False))
 
 
@@ -108,8 +121,8 @@ def table(columns: Mapping[str, Any]) -> Table:
     >>> t.filter("a > 1").b.sum().compute()
     np.float64(4.0)
     """
-    if not isinstance(columns, Mapping):
-        raise wrong_input("Input of kv.table", "a dict of columns by name", columns)
+    if not isinstance(columns, Mapping) or not columns:
+        raise wrong_input("Input of kv.table", "a dict of columns by name, at least one", columns)
     names_of(columns, "kv.table")
     arrays = {name: asarray(column) for name, column in columns.items()}
     handles = [array._handle for array in arrays.values()]
@@ -208,7 +221,11 @@ def full_like(x: Array, fill_value: Any, dtype: npt.DTypeLike | None = None) -> 
         dtype = x.dtype
     if dtype is not None and name_of(dtype, "The result") != "string":
         scalar: Any = np.dtype(dtype).type
-        value = scalar(fill_value)
+        try:
+            value = scalar(fill_value)
+        except (TypeError, ValueError):
+            expected = f"a value of type {np.dtype(dtype)}"
+            raise wrong_input("The fill value", expected, fill_value) from None
     return apply("where", apply("ismissing", x), value, value)
 
 

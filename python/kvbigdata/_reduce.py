@@ -10,7 +10,7 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 
 from . import _ufuncs
-from ._errors import array_error
+from ._errors import array_error, wrong_input
 from ._host import ArrayHandle, filter_array, reduce, reduce_rows
 from ._operands import apply
 from ._types import dtype_of
@@ -19,21 +19,32 @@ if TYPE_CHECKING:
     from ._array import Array
 
 
+_POPULATION = {"varp": "var", "stdp": "std"}
+
+
 def _refuse(name: str, argument: str, advice: str) -> Exception:
-    return array_error("KALVEX:array:NotSupported", f"{argument}= of {name}", advice)
+    what = f"{argument}= of {_POPULATION.get(name, name)}"
+    return array_error("KALVEX:array:NotSupported", what, advice)
+
+
+def _wrong(name: str, argument: str, expected: str, given: Any) -> Exception:
+    return wrong_input(f"{argument}= of {_POPULATION.get(name, name)}", expected, given)
 
 
 def _check(name: str, options: dict[str, Any]) -> None:
     """Refuses arguments of NumPy's that don't exist here, unless they have no effect."""
     for option, value in options.items():
         if option not in ("dtype", "out", "keepdims", "initial", "mean", "correction"):
-            raise TypeError(f"{name}() got an unexpected keyword argument '{option}'")
+            known = "axis, where, skipna, keepdims, dtype" + ", ddof" * (name in _SPREADS)
+            shown = _POPULATION.get(name, name)
+            raise array_error("KALVEX:array:UnknownArgument", shown, option, known)
         if value is not None and value is not False:
             raise _refuse(name, option, "Leave it out.")
 
 
 _ROWS, _ALL = "rows", "all"
-_TYPED = {"sum", "mean", "var", "varp", "std", "stdp"}  # whose sums may have a type of their own
+_SPREADS = {"var", "varp", "std", "stdp"}
+_TYPED = {"sum", "mean"} | _SPREADS  # whose sums may have a type of their own
 
 
 def _places(name: str, x: "Array", axis: Any) -> str | list[int]:
@@ -43,9 +54,12 @@ def _places(name: str, x: "Array", axis: Any) -> str | list[int]:
     if axis is None:
         return _ALL if ndim > 1 or not has_rows else _ROWS
     given = axis if isinstance(axis, tuple) else (axis,)
-    places = {a + ndim if a < 0 else a for a in given if isinstance(a, (int, np.integer))}
+    whole = [int(a) for a in given if isinstance(a, int | np.integer)]
+    if len(whole) != len(given):
+        raise _wrong(name, "axis", "None, a whole number or a tuple of these", axis)
+    places = {a + ndim if a < 0 else a for a in whole}
     if len(places) != len(given) or not places <= set(range(ndim)):
-        raise _refuse(name, "axis", f"The array has {ndim} dimension(s).")
+        raise array_error("KALVEX:array:BadAxis", _POPULATION.get(name, name), axis, ndim)
     if len(places) == ndim:
         return _ALL if ndim > 1 or not has_rows else _ROWS
     if has_rows and places == {0}:
@@ -84,7 +98,7 @@ def _reduced_by(
             raise _refuse(name, "where", "Select the rows first: x[where].")
         handle = filter_array(handle, where._handle)
     elif where is not True:
-        raise _refuse(name, "where", "It must be a logical array with the same rows.")
+        raise _wrong(name, "where", "a logical array with the same rows", where)
     skip = handle.is_column if skipna is None else skipna
     made = (
         reduce_rows(name, handle, places, keeps, skip)

@@ -1,11 +1,12 @@
 """Element types: the names that the library uses, and NumPy's and Arrow's types."""
 
+from collections.abc import Mapping
 from typing import Any
 
 import numpy as np
 import numpy.typing as npt
 
-from ._errors import array_error
+from ._errors import array_error, wrong_input
 
 TEXT = np.dtypes.StringDType(na_object=None)
 
@@ -36,7 +37,7 @@ def name_of(dtype: npt.DTypeLike, what: str) -> str:
 
     Raises InvalidTypeError, with `what` it is the type of, if there is none.
     """
-    given = np.dtype(dtype) if dtype is not str else TEXT
+    given = _given_dtype(dtype, what) if dtype is not str else TEXT
     if given.kind in "UT":
         return "string"
     if given.kind in _TIMES:
@@ -47,10 +48,26 @@ def name_of(dtype: npt.DTypeLike, what: str) -> str:
     return _BY_DTYPE[native]
 
 
+def _given_dtype(given: Any, what: str) -> Any:
+    try:
+        return np.dtype(given)
+    except (TypeError, ValueError):
+        raise array_error("KALVEX:array:UnsupportedType", what, given) from None
+
+
+def shown_type(name: str) -> str:
+    """An element type as `repr` shows it: NumPy's name of it."""
+    return name if name in ("string", "unknown") else str(dtype_of(name))
+
+
 def types_by_name(types: Any) -> dict[str, str]:
     """Types of columns as the library names them; those of NumPy and Python are accepted."""
+    if types is not None and not isinstance(types, Mapping):
+        raise wrong_input("types=", 'a dict of types by column, such as {"id": "int64"}', types)
     return {
-        column: kind if isinstance(kind, str) and _is_name(kind) else name_of(kind, column)
+        column: kind
+        if isinstance(kind, str) and _is_name(kind)
+        else name_of(kind, f"Column '{column}'")
         for column, kind in (types or {}).items()
     }
 

@@ -258,6 +258,15 @@ def operator(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
     return _operator(ufunc, is_reflected=False)
 
 
+def refused_operator(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
+    """The method of an operator that isn't there: its error names what to use."""
+
+    def method(self: Any, other: Any) -> "Array":
+        raise refuse_ufunc(ufunc, "__call__")
+
+    return method
+
+
 def power_operator() -> Callable[[Any, Any], "Array"]:
     """The method of `**`: of logicals, as in NumPy, `x ** 2` is their square."""
     power = operator(np.power)

@@ -4,6 +4,7 @@ import os
 from collections.abc import Sequence
 from typing import Any, Literal
 
+from ._checks import path_text, texts
 from ._errors import array_error
 
 Path = str | os.PathLike[str]
@@ -90,7 +91,8 @@ def _write(
         raise array_error("KALVEX:sink:Mode", str(mode))
     session = rows._session
     record = session._native.write_table if isinstance(rows, Table) else session._native.write_array
-    keys = [partition_by] if isinstance(partition_by, str) else list(partition_by or ())
-    handle = record(rows._handle, os.fspath(path), format, mode == "overwrite", keys)
+    keys = [] if partition_by is None else texts(partition_by, "partition_by=")
+    file = path_text(path, "The path of a file to write")
+    handle = record(rows._handle, file, format, mode == "overwrite", keys)
     written = Array(handle, session)
     return written.item() if compute else written
