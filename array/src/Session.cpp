@@ -70,9 +70,9 @@ Table readBy(kcos::NameRef opener, const std::shared_ptr<Session::Impl>& session
   return publicCall(*session, where, [&] {
     const host::Value datastore = openDatastore(opener, paths, options);
     auto rows = host::call("createFromDatastoreBuiltin", {datastore.get()});
-    return Table(std::make_shared<const Table::Handle>(
-        session, std::move(rows), columnsOf(datastore.get()), rowsOf(datastore.get()),
-        std::vector<Array>{}, std::size_t{0}, host::call("kv.firstRows", {datastore.get()})));
+    return Table(
+        std::make_shared<const Table::Handle>(session, std::move(rows), columnsOf(datastore.get()),
+                                              rowsOf(datastore.get()), std::vector<Array>{}));
   });
 }
 

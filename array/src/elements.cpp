@@ -126,23 +126,6 @@ Array constantRow(Session& session, const Elements& row, Where where) {
   });
 }
 
-std::vector<Elements> firstRows(const Table& table) {
-  const Table::Handle& handle = table.handle();
-  if (handle.firstRows == nullptr || !kxIsA(handle.firstRows.get(), "table")) {
-    return {};
-  }
-  const auto session = live(handle.session);
-  return publicCall(*session, Where::current(), [&] {
-    const host::Value columns = host::getProperty(handle.firstRows.get(), "Columns");
-    std::vector<Elements> rows;
-    for (std::size_t i = 0; i < kxGetNumberOfElements(columns.get()); ++i) {
-      const std::string_view type = runtime::elementTypeName(handle.columns->types[i]);
-      rows.push_back(toElements(matrix::sharedCopy(kxGetCell(columns.get(), i)), type, {}, false));
-    }
-    return rows;
-  });
-}
-
 bool canPlaceBeside(const Array& array) {
   const auto& rows = array.handle().traits.rows;
   return rows != nullptr && rows->places() != nullptr;

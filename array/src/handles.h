@@ -49,7 +49,6 @@ struct Table::Handle {
   std::shared_ptr<const RowSpace> rows;
   std::vector<Array> arrays{};  ///< the columns, if it is made of arrays
   std::size_t source = 0;       ///< identifies the values, where the rows alone don't
-  host::Value firstRows{};      ///< a table of some of them, if opening the source has read them
 };
 
 /// The names and types of the columns of a datastore of the host.

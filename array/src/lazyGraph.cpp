@@ -93,17 +93,49 @@ host::Value graphOf(std::span<const Array> arrays) {
   return host::getProperty(shown.get(), "Graph");
 }
 
-/// The files that a node of the graph reads; empty unless it is a closure that reads.
-std::vector<std::string> filesOf(const kxArray* node) {
+/// What a node of the graph reads; null unless it is a closure that reads.
+host::Value sourceOf(const kxArray* node) {
   if (!kxIsA(node, kClosure)) {
-    return {};
+    return nullptr;
   }
   const host::Value operation = host::getProperty(node, "Operation");
-  if (!kxIsA(operation.get(), kRead)) {
-    return {};
+  return kxIsA(operation.get(), kRead) ? host::getProperty(operation.get(), "Datastore") : nullptr;
+}
+
+std::vector<std::string> filesOf(const kxArray* source) {
+  return host::toTexts(host::getProperty(source, "Files").get());
+}
+
+/// The files or, of rows in memory, their name.
+std::vector<std::string> namesOf(const kxArray* source) {
+  std::vector<std::string> files = filesOf(source);
+  if (!files.empty()) {
+    return files;
   }
-  const host::Value source = host::getProperty(operation.get(), "Datastore");
-  return host::toTexts(host::getProperty(source.get(), "Files").get());
+  return {host::toText(host::getProperty(source, "DisplayName").get())};
+}
+
+/// The distinct texts that `textsOf` returns for the sources of arrays.
+std::vector<std::string> ofSources(std::span<const Array> arrays, const Where& where,
+                                   std::vector<std::string> (*textsOf)(const kxArray*)) {
+  const auto session = sessionOf(arrays);
+  return publicCall(*session, where, [&] {
+    const host::Value objects = columnOf(graphOf(arrays), "Nodes", "NodeObj");
+    std::vector<std::string> texts;
+    std::set<std::string> known;
+    for (std::size_t i = 0; i < kxGetNumberOfElements(objects.get()); ++i) {
+      const host::Value source = sourceOf(kxGetCell(objects.get(), i));
+      if (source == nullptr) {
+        continue;
+      }
+      for (std::string& text : textsOf(source.get())) {
+        if (known.insert(text).second) {
+          texts.push_back(std::move(text));
+        }
+      }
+    }
+    return texts;
+  });
 }
 
 }  // namespace
@@ -114,20 +146,11 @@ LazyGraph lazyGraph(std::span<const Array> arrays, Where where) {
 }
 
 std::vector<std::string> sourceFiles(std::span<const Array> arrays, Where where) {
-  const auto session = sessionOf(arrays);
-  return publicCall(*session, where, [&] {
-    const host::Value objects = columnOf(graphOf(arrays), "Nodes", "NodeObj");
-    std::vector<std::string> files;
-    std::set<std::string> known;
-    for (std::size_t i = 0; i < kxGetNumberOfElements(objects.get()); ++i) {
-      for (std::string& file : filesOf(kxGetCell(objects.get(), i))) {
-        if (known.insert(file).second) {
-          files.push_back(std::move(file));
-        }
-      }
-    }
-    return files;
-  });
+  return ofSources(arrays, where, filesOf);
+}
+
+std::vector<std::string> sourceNames(std::span<const Array> arrays, Where where) {
+  return ofSources(arrays, where, namesOf);
 }
 
 }  // namespace kv

@@ -8,14 +8,14 @@ from typing import TYPE_CHECKING, Any, ClassVar
 import numpy as np
 import numpy.typing as npt
 
-from . import _casts, _chunks, _functions, _index, _reduce, _saving, _ufuncs
-from ._errors import array_error, shown_line
+from . import _casts, _chunks, _functions, _index, _reduce, _saving, _show, _ufuncs
+from ._errors import array_error
 from ._evaluate import compute
 from ._host import ArrayHandle, array_stream
 from ._host import count_rows as native_count_rows
 from ._host import settle as native_settle
 from ._operands import operand
-from ._results import arrow_schema, shown_rows, stream_with, to_arrow
+from ._results import arrow_schema, stream_with, to_arrow
 from ._session import check_guard
 from ._types import dtype_of
 from ._writing import ArrayWriting
@@ -99,11 +99,7 @@ class Array(ArrayWriting):
         return self
 
     def __repr__(self) -> str:
-        sources, file, line = self._handle.origin
-        source = f" from {', '.join(sources)}" if sources else ""
-        place = f", recorded in {shown_line(file, line)}" if file else ""
-        rows = "" if self._first is None else f" [{shown_rows(self._first)}, ...]"
-        return f"<kv.Array {self._handle.type} {self.shape}{rows}{source}{place}>"
+        return _show.array_text(self)
 
     # Evaluation.
 
@@ -205,7 +201,7 @@ class Array(ArrayWriting):
         return rows
 
     def __reduce__(self) -> tuple[Any, ...]:
-        return _saving.from_bytes, (_saving.to_bytes(self),)
+        return _saving.array_from_bytes, (_saving.to_bytes({"array": self}),)
 
     def __iter__(self) -> Iterator[Any]:
         raise array_error(
@@ -279,10 +275,11 @@ class Array(ArrayWriting):
     def __invert__(self) -> "Array":
         return _ufuncs.invert(self)
 
-    def __floordiv__(self, other: Any) -> "Array":
-        raise _ufuncs.refuse_ufunc(np.floor_divide, "__call__")
-
-    __rfloordiv__ = __floordiv__
+    __floordiv__ = __rfloordiv__ = _ufuncs.refused_operator(np.floor_divide)
+    __divmod__ = __rdivmod__ = _ufuncs.refused_operator(np.divmod)
+    __matmul__ = __rmatmul__ = _ufuncs.refused_operator(np.matmul)
+    __lshift__ = __rlshift__ = _ufuncs.refused_operator(np.left_shift)
+    __rshift__ = __rrshift__ = _ufuncs.refused_operator(np.right_shift)
 
     def astype(self, dtype: npt.DTypeLike) -> "Array":
         """The values as another type, as `numpy.ndarray.astype`.

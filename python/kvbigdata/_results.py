@@ -11,9 +11,9 @@ if TYPE_CHECKING:
     import pyarrow as pa
 
 
-def _is_widened(kind: str, payload: Any) -> bool:
+def is_widened(kind: str, payload: Any) -> bool:
     """Whether integers or logicals came as doubles, in which NaN is a missing value."""
-    return kind not in ("double", "single") and payload.dtype == np.float64
+    return kind not in ("double", "single", "string") and payload.dtype == np.float64
 
 
 def _arrow_texts(payload: tuple[Any, Any, Any]) -> Any:
@@ -24,10 +24,11 @@ def _arrow_texts(payload: tuple[Any, Any, Any]) -> Any:
     return pa.Array.from_buffers(pa.large_string(), len(offsets) - 1, buffers)
 
 
-def _array(kind: str, payload: Any) -> Any:
+def to_array(kind: str, payload: Any) -> Any:
+    """The elements as an ndarray."""
     if kind == "string":
         return np.array(_arrow_texts(payload).to_pylist(), dtype=TEXT)
-    if kind == "logical" and _is_widened(kind, payload):
+    if kind == "logical" and is_widened(kind, payload):
         return np.where(np.isnan(payload), None, payload != 0)
     return payload
 
@@ -35,18 +36,13 @@ def _array(kind: str, payload: Any) -> Any:
 def to_numpy(value: tuple[str, bool, Any]) -> Any:
     """An ndarray, read-only; for a result of one row without dimensions, a NumPy scalar."""
     kind, is_scalar, payload = value
-    array = _array(kind, payload)
+    array = to_array(kind, payload)
     if not is_scalar:
         return array
     first = array[0]
     if isinstance(first, np.ndarray):
         return first
     return np.bool_(first) if kind == "logical" and first is not None else first
-
-
-def shown_rows(rows: Any) -> str:
-    """Some rows on one line."""
-    return ", ".join("missing" if row is None else str(row) for row in rows.tolist())
 
 
 def from_numpy(array: Any) -> tuple[str, Any]:
@@ -117,7 +113,7 @@ def to_arrow(value: tuple[str, bool, Any]) -> "pa.Array":
     kind, _, payload = value
     if kind == "string":
         return _arrow_texts(payload).cast(pa.string())
-    if not _is_widened(kind, payload):
+    if not is_widened(kind, payload):
         return pa.array(payload)
     is_missing = np.isnan(payload)
     return pa.array(np.where(is_missing, 0, payload).astype(dtype_of(kind)), mask=is_missing)

@@ -3,13 +3,14 @@
 import contextlib
 import os
 import threading
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from contextvars import ContextVar, Token
 from types import TracebackType
 from typing import Any, NamedTuple
 
 from . import _progress
-from ._errors import array_error
+from ._checks import path_text, whole_number
+from ._errors import array_error, wrong_input
 from ._host import ArrayHandle, ArraySession
 
 
@@ -18,7 +19,8 @@ class Facts(NamedTuple):
 
     `rows` were read in `passes` over the data, and `skipped_rows` were ruled out by statistics of
     the files. `peak_bytes` is the peak resident memory of the process so far, `memory_peak_bytes`
-    the most of `memory_limit_bytes` that the session has used so far.
+    the most of `memory_limit_bytes` that the session has used so far. `spilled_bytes` were written
+    to scratch files because they didn't fit, `spill_levels` times at most for the same rows.
     """
 
     rows: int = 0
@@ -28,6 +30,8 @@ class Facts(NamedTuple):
     memory_peak_bytes: int = 0
     memory_limit_bytes: int = 0
     skipped_rows: int = 0
+    spilled_bytes: int = 0
+    spill_levels: int = 0
 
 
 class Session:
@@ -43,7 +47,12 @@ class Session:
     def __init__(self) -> None:
         self._native = ArraySession()
         self._facts = Facts()
-        self._settings: dict[str, Any] = {"threads": 0, "memory_limit": 0, "progress": None}
+        self._settings: dict[str, Any] = {
+            "threads": 0,
+            "memory_limit": 0,
+            "scratch": "",
+            "progress": None,
+        }
         self._tokens: list[Token[Session | None]] = []
 
     def __enter__(self) -> "Session":
@@ -66,9 +75,10 @@ class Session:
     def set(self, settings: dict[str, Any]) -> dict[str, Any]:
         """Sets options and returns what they were; see `kv.options`."""
         before = {name: self._settings[name] for name in settings}
-        setters = {
+        setters: dict[str, Callable[[Any], None]] = {
             "threads": self._native.set_threads,
             "memory_limit": self._native.set_memory_limit,
+            "scratch": self._native.set_scratch,
             "progress": _progress.set_mode,
         }
         for name, value in settings.items():
@@ -162,6 +172,7 @@ def options(
     *,
     threads: int | None = None,
     memory_limit: int | str | None = None,
+    scratch: "str | os.PathLike[str] | None" = None,
     progress: bool | None = None,
 ) -> _Options:
     """Sets options of the current session, for good or as a context manager.
@@ -171,6 +182,8 @@ def options(
     memory_limit: how many bytes of memory data and results may use, or a text with a unit, such as
         "512MB" (512 x 10^6) or "2GiB" (2 x 2^30); 0 is the default: KV_MEMORY_LIMIT or half of
         what the process may use.
+    scratch: the folder for what doesn't fit in memory; "" is the default: KV_SCRATCH or the
+        system's folder for temporary files. The files have no names, so none is ever left.
     progress: whether evaluations of any session that take more than half a second show how far
         they have come. Unless it is given, they do so in terminals and notebooks; KV_PROGRESS=0
         turns it off.
@@ -179,5 +192,19 @@ def options(
     ...     kv.read("data/flights.csv").dep_delay.max().compute()
     np.float64(1301.0)
     """
-    given = {"threads": threads, "memory_limit": memory_limit, "progress": progress}
+    given: dict[str, Any] = {
+        "threads": threads,
+        "memory_limit": memory_limit,
+        "scratch": scratch,
+        "progress": progress,
+    }
+    if threads is not None:
+        given["threads"] = whole_number(threads, "threads= of kv.options")
+    if not isinstance(memory_limit, int | str | None):
+        expected = 'a number of bytes, or a text with a unit such as "512MB"'
+        raise wrong_input("memory_limit= of kv.options", expected, memory_limit)
+    if scratch is not None:
+        given["scratch"] = path_text(scratch, "scratch= of kv.options")
+    if not isinstance(progress, bool | None):
+        raise wrong_input("progress= of kv.options", "True or False", progress)
     return _Options(current(), {name: value for name, value in given.items() if value is not None})

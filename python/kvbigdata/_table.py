@@ -2,11 +2,12 @@
 
 from collections.abc import Callable, Iterable, Iterator, Mapping, Sequence
 from datetime import date, timedelta
-from typing import TYPE_CHECKING, Any, ClassVar
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 import numpy.typing as npt
 
+from . import _saving, _show
 from ._array import Array, operand_array
 from ._chunks import map_table_chunks
 from ._errors import (
@@ -14,22 +15,19 @@ from ._errors import (
     UnknownNameError,
     array_error,
     live_line,
-    shown_line,
     wrong_input,
 )
 from ._evaluate import compute
 from ._groups import group_by
 from ._host import TableHandle, head_table, table_of, table_stream
 from ._operands import rows_beside
-from ._results import arrow_schema, shown_rows, stream_with, to_numpy
+from ._results import arrow_schema, stream_with
 from ._session import check_guard
 from ._types import dtype_of
 from ._writing import TableWriting
 
 if TYPE_CHECKING:
     from ._session import Session
-
-_MOST_SHOWN = 100
 
 Scalar = bool | int | float | np.generic | date | timedelta
 Column = Array | str | Scalar | npt.NDArray[Any] | Callable[["Table"], Any]
@@ -59,14 +57,12 @@ class Table(TableWriting):
     np.int64(8401)
     """
 
-    __slots__ = ("__weakref__", "_first", "_handle", "_line", "_session")
-    __hash__: ClassVar[None]  # type: ignore[assignment]
+    __slots__ = ("__weakref__", "_handle", "_line", "_session")
 
     def __init__(self, handle: TableHandle, session: "Session"):
         self._handle = handle
         self._session = session
         self._line = live_line()
-        self._first: dict[str, Any] | None = None
 
     @property
     def columns(self) -> list[str]:
@@ -80,19 +76,10 @@ class Table(TableWriting):
         return {name: None if kind == "unknown" else dtype_of(kind) for name, kind in kinds}
 
     def __repr__(self) -> str:
-        sources = ", ".join(self._handle.sources)
-        lines = [f"<kv.Table of {len(self.columns)} columns from {sources}"]
-        kinds = list(zip(self._handle.columns, self._handle.types, strict=True))
-        shown = [f"  {name}: {kind}" for name, kind in kinds]
-        first = self._first_rows()
-        width = min(max((len(line) for line in shown), default=0), 40)
-        for line, (name, _) in zip(shown, kinds, strict=True):
-            rows = f"  [{shown_rows(first[name])}, ...]" if name in first else ""
-            whole = line.ljust(width) + rows if rows else line
-            lines.append(whole if len(whole) <= _MOST_SHOWN else whole[: _MOST_SHOWN - 3] + "...")
-        if self._line is not None:
-            lines.append(f"  recorded in {shown_line(self._line.file, self._line.line)}")
-        return "\n".join(lines) + ">"
+        return _show.table_text(self)
+
+    def _repr_html_(self) -> str:
+        return _show.table_html(self)
 
     def __dir__(self) -> list[str]:
         return [*object.__dir__(self), *(name for name in self.columns if name.isidentifier())]
@@ -122,15 +109,7 @@ class Table(TableWriting):
         raise array_error("KALVEX:array:NotSupported", f"t[{type(key).__name__}]", advice)
 
     def _column(self, name: str) -> Array:
-        return Array(self._handle.column(name), self._session, self._first_rows().get(name))
-
-    def _first_rows(self) -> dict[str, Any]:
-        """Some of the first rows by column, if opening the source has seen them."""
-        if self._first is None:
-            self._first = dict(
-                zip(self._handle.columns, map(to_numpy, self._handle.first_rows), strict=False)
-            )
-        return self._first
+        return Array(self._handle.column(name), self._session)
 
     def filter(self, condition: Condition) -> "Table":
         """The rows for which `condition` is true; missing is false.
@@ -158,7 +137,10 @@ class Table(TableWriting):
 
     def select(self, *names: str | Sequence[str]) -> "Table":
         """The columns of these names, in this order; `t[["a", "b"]]` is the same."""
-        return self._with({name: self._column(name) for name in names_of(names, "select")})
+        selected = names_of(names, "select")
+        if not selected:
+            raise wrong_input("Input of select", "at least one name of a column", "none")
+        return self._with({name: self._column(name) for name in selected})
 
     def drop(self, *names: str | Sequence[str]) -> "Table":
         """All columns but those of these names."""
@@ -223,9 +205,7 @@ class Table(TableWriting):
 
     def _with(self, columns: dict[str, Array]) -> "Table":
         handles = [column._handle for column in columns.values()]
-        made = Table(table_of(list(columns), handles), self._session)
-        made._first = {n: x._first for n, x in columns.items() if x._first is not None}
-        return made
+        return Table(table_of(list(columns), handles), self._session)
 
     # Evaluation.
 
@@ -271,6 +251,10 @@ class Table(TableWriting):
         """
         stream = table_stream(self._handle, check_guard, self._session.note)
         return stream if requested_schema is None else stream_with(self, stream, requested_schema)
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        arrays = {name: self._column(name) for name in self.columns}
+        return _saving.table_from_bytes, (_saving.to_bytes(arrays),)
 
     def __copy__(self) -> "Table":
         return self

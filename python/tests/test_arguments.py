@@ -3,6 +3,7 @@
 import collections
 import copy
 from pathlib import Path
+from typing import Any
 
 import kvbigdata as kv
 import numpy as np
@@ -12,6 +13,7 @@ import pytest
 pytestmark = pytest.mark.usefixtures("arrays")
 FLIGHTS = str(Path(__file__).parents[2] / "data" / "flights.csv")
 
+untyped: Any = kv  # what a type checker refuses
 VALUES = np.array([3, 1, 2], dtype=np.int16)
 FLAGS = np.array([True, False, True])
 
@@ -132,6 +134,42 @@ def test_containers_keep_their_types(x, table):
         (lambda t: np.max(t.a, initial=3), TypeError),
         (lambda t: np.mean(t.a, dtype=int), TypeError),
         (lambda t: bool(kv.asarray([3, 1]) > 1), ValueError),
+        (lambda t: t.a.astype("nope"), TypeError),
+        (lambda t: kv.zeros(3, "nope"), TypeError),
+        (lambda t: kv.asarray([1], "nope"), TypeError),
+        (lambda t: kv.asarray([[1], [2, 3]]), ValueError),
+        (lambda t: kv.full_like(t.a, "x"), TypeError),
+        (lambda t: kv.sum(t.a, nope=1), TypeError),
+        (lambda t: t.a.mean(ddof=1), TypeError),
+        (lambda t: t.a.sum(axis="a"), TypeError),
+        (lambda t: t.a.sum(axis=3), kv.AxisError),
+        (lambda t: t.a.sum(axis=3), IndexError),
+        (lambda t: untyped.from_numpy(VALUES, chunk_rows="a"), TypeError),
+        (lambda t: kv.from_pandas(3), TypeError),
+        (lambda t: untyped.read(3), TypeError),
+        (lambda t: untyped.read(FLIGHTS, types=3), TypeError),
+        (lambda t: kv.read(FLIGHTS, types={"year": "nope"}), TypeError),
+        (lambda t: untyped.read(FLIGHTS, separator=3), TypeError),
+        (lambda t: untyped.read(FLIGHTS, missing=3), TypeError),
+        (lambda t: untyped.options(threads="a"), TypeError),
+        (lambda t: untyped.options(memory_limit=[]), TypeError),
+        (lambda t: untyped.options(progress="a"), TypeError),
+        (lambda t: untyped.options(scratch=3), TypeError),
+        (lambda t: kv.options(scratch=FLIGHTS), OSError),
+        (lambda t: untyped.open(3), TypeError),
+        (lambda t: t.write_parquet(3), TypeError),
+        (lambda t: t.write_parquet("/tmp/x.parquet", partition_by=3), TypeError),
+        (lambda t: kv.table({}), TypeError),
+        (lambda t: t.select(), TypeError),
+        (lambda t: untyped.function(3), TypeError),
+        (lambda t: t.a.map_chunks(abs, shape="a"), TypeError),
+        (lambda t: t.a.map_chunks(abs, shape=(-3,)), TypeError),
+        (lambda t: t.map_chunks(abs, dtypes=3), TypeError),
+        (lambda t: t.map_chunks(size).compute(), TypeError),
+        (lambda t: t.map_chunks(one).compute(), ValueError),
+        (lambda t: t.a @ t.a, TypeError),
+        (lambda t: t.a << 1, TypeError),
+        (lambda t: divmod(7, t.a), TypeError),
     ],
 )
 def test_what_cant_be_used_is_refused_on_the_users_line(table, call, base):
@@ -139,3 +177,38 @@ def test_what_cant_be_used_is_refused_on_the_users_line(table, call, base):
         call(table)
     assert isinstance(caught.value, kv.Error)
     assert caught.value.where is not None and caught.value.where.file == __file__
+
+
+@pytest.mark.parametrize(
+    ("call", "identifier", "begin"),
+    [
+        (lambda t: t.a + "x", "BadTypes", "+ is not defined for int16 and string"),
+        (lambda t: np.add(t.a, "x"), "BadTypes", "+ is not defined"),
+        (lambda t: t.a > "x", "BadTypes", "> is not defined"),
+        (lambda t: -t.word, "BadTypes", "- is not defined"),
+        (lambda t: t.word.std(), "BadTypes", "std is not defined"),
+        (lambda t: np.maximum(t.a, "x"), "BadTypes", "maximum is not defined"),
+        (lambda t: t.a * None, "UnsupportedOperand", "* takes arrays"),
+        (lambda t: t.a ** -1, "NegativePower", "**: an integer to the power"),
+        (lambda t: t.a[1:2], "NotSupported", "x[1:2] isn't"),
+        (lambda t: t.a[:, 0], "BadIndex", "The index [:, 0] doesn't fit 1 dimension(s)."),
+        (lambda t: t.a.std(nope=1), "UnknownArgument", "std has no argument 'nope'"),
+        (lambda t: kv.asarray([[1], [2, 3]]), "NotAnArray", "NumPy makes no array of this list"),
+        (lambda t: t.map_chunks(size, rows="any").compute(), "WrongResult", "size must return"),
+        (lambda t: t.map_chunks(one, rows="any").compute(), "WrongColumns", "one returned the col"),
+    ],
+)
+def test_messages_name_what_the_user_wrote(table, call, identifier, begin):
+    with pytest.raises(kv.Error) as caught:
+        call(table)
+    assert caught.value.identifier.endswith(f":{identifier}")
+    assert str(caught.value).startswith(begin)
+    assert not caught.value.arguments or caught.value.arguments[0] in str(caught.value)
+
+
+def size(batch):
+    return batch.num_rows
+
+
+def one(batch):
+    return {"z": [1]}

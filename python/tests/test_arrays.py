@@ -183,7 +183,7 @@ def test_arrays_are_made_of_memory_and_generated(arrow):
         (kv.zeros((2, 3), dtype=np.int8), np.zeros((2, 3), dtype=np.int8)),
     ):
         check(made.compute(), like)
-    with pytest.raises(TypeError, match="not int"):
+    with pytest.raises(TypeError, match="a path"):
         kv.read(5)
 
 
@@ -224,7 +224,7 @@ def test_what_several_dimensions_dont_allow_is_refused_with_advice(tmp_path):
     x = kv.from_numpy(MATRIX)
     v = kv.arange(4)
     assert "x[:, None]" in str(refused("NotBroadcast", ValueError, lambda: x * v))
-    refused("NotSupported", TypeError, lambda: x.sum(axis=2))
+    refused("BadAxis", IndexError, lambda: x.sum(axis=2))
     refused("SizesDiffer", ValueError, lambda: x + np.ones((4, 2)))
     refused("NeedsColumn", TypeError, lambda: x[x > 1])
     refused("NeedsColumn", TypeError, lambda: kv.table({"x": x}))
@@ -362,7 +362,7 @@ def test_errors_are_of_the_built_in_types_and_show_the_users_line(table, tmp_pat
     refused("UnsupportedOperand", TypeError, lambda: table.x == None)  # noqa: E711
     refused("NotSupported", TypeError, lambda: table.n & 1)
     refused("NotSupported", TypeError, lambda: table.n // 2)
-    refused("NotSupported", TypeError, lambda: table.n.sum(axis=1))
+    refused("BadAxis", kv.AxisError, lambda: table.n.sum(axis=1))
     refused("BadArity", TypeError, lambda: kv.sqrt(table.n, 1))
     refused("UnknownType", ValueError, lambda: table._session._native.scalar(1, "nope"))
     overflow = table.n.sum() * np.int64(2**62)
@@ -395,18 +395,6 @@ def test_an_array_is_no_container(table):
     check(np.asarray(x), X)
     with pytest.raises(TypeError, match="unhashable"):
         hash(x)
-
-
-def test_repr_shows_rows_that_opening_has_read(tmp_path):
-    path = tmp_path / "rows.csv"
-    path.write_text("x,when,word\n1.5,2024-02-29,a\n,,\n" + "3,2024-03-01,b\n" * 9)
-    t = kv.read(path)
-    path.unlink()
-    assert "x: double       [1.5, nan, 3.0, 3.0, 3.0, ...]" in repr(t)
-    assert "[2024-02-29 00:00:00, missing, " in repr(t.select("when"))
-    assert "[a, missing, b, b, b, ...]" in repr(t.word)
-    shown = repr(t.x + 1) + repr(t.filter("x > 1"))
-    assert "nan" not in shown
 
 
 def test_recording_and_looking_compute_nothing(table, monkeypatch):
@@ -472,7 +460,7 @@ def test_an_exception_of_a_users_function_is_raised_itself(table):
         assert "<lambda>" in str(error) and "map_chunks(lambda v: " in error.where.text
     short = table.x.map_chunks(lambda v: v[:2])
     refused("WrongRowCount", ValueError, short.compute)
-    refused("NoFunction", TypeError, lambda: table.x.map_chunks(3))
+    refused("invalidType", TypeError, lambda: table.x.map_chunks(3))
     refused("NotSupported", TypeError, lambda: table.x.map_chunks(abs, rows="all"))
     assert table.x.sum().compute() == 2.5
 

@@ -193,13 +193,25 @@ void readPlaces(const Call& call) {
            cut == nullptr ? host::makeEmptyDouble() : placesOfAll(cut, host::toText(call.in(0))));
 }
 
-/// kv.firstRows(datastore): some of its first rows as a table, if they were read when it was
-/// opened; otherwise empty. Opens no file.
+/// kv.firstRows(datastore or numbers): a datastore of some of the first rows, if they are in
+/// memory, as those are that were read when a file was opened; otherwise empty. Opens no file.
 void firstRows(const Call& call) {
   call.expect(1, 1, 1);
-  const auto* csv = dynamic_cast<const CsvDatastore*>(datastoreOf(call.in(0)).get());
-  const bool isKnown = csv != nullptr && csv->firstRows().rows() > 0;
-  call.out(0, isKnown ? toValue(csv->firstRows()) : host::makeEmptyDouble());
+  constexpr std::int64_t kMostRows = 5;
+  const kxArray* given = call.in(0);
+  std::optional<Chunk> rows;
+  if (kxIsNumeric(given) || kxGetClassID(given) == kxLOGICAL_CLASS) {
+    rows = openChunk(toChunk(given))->preview(kMostRows);
+  } else if (kcos::omIsKCOS(given) && kxIsA(given, kDatastore)) {
+    const std::shared_ptr<const Datastore> source = datastoreOf(given);
+    if (const auto* csv = dynamic_cast<const CsvDatastore*>(source.get())) {
+      rows = csv->firstRows();
+    } else if (source->asArrays() != nullptr) {
+      rows = source->preview(kMostRows);
+    }
+  }
+  const bool isKnown = rows.has_value() && rows->rows() > 0;
+  call.out(0, isKnown ? datastoreObject(openChunk(*rows)) : host::makeEmptyDouble());
 }
 
 void formatNoteOf(const Call& call) {

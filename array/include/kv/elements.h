@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -108,9 +109,13 @@ Table mapTable(MappedTable function, const Table& table, Where where = Where::cu
 /// Requires: the first of its dimensions is 1.
 Array constantRow(Session& session, const Elements& row, Where where = Where::current());
 
-/// Some of the first rows of a table that was just opened, by column, as far as opening it has read
-/// them; empty for any other table. Opens no file.
-std::vector<Elements> firstRows(const Table& table);
+/// A few of the first rows of arrays: of those made by built-in row-wise steps from rows that
+/// opening the sources has read, or that are in memory. Opens no file, calls no user's function,
+/// and leaves the arrays as they are.
+///
+/// Result: one for each array; none for an array of which no rows are known.
+std::vector<std::optional<Elements>> firstRows(std::span<const Array> arrays,
+                                               Where where = Where::current());
 
 /// True if elements in memory can be placed beside the rows of an array of a file: these are all
 /// rows of its source, and it is known how many each partition has: from the footers of Parquet

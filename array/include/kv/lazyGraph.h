@@ -44,4 +44,7 @@ LazyGraph lazyGraph(std::span<const Array> arrays, Where where = Where::current(
 /// Errors: as lazyGraph.
 std::vector<std::string> sourceFiles(std::span<const Array> arrays, Where where = Where::current());
 
+/// The same and, of rows in memory or generated ones, what messages call them.
+std::vector<std::string> sourceNames(std::span<const Array> arrays, Where where = Where::current());
+
 }  // namespace kv

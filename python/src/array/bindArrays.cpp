@@ -77,6 +77,10 @@ void setThreads(const ArraySession& self, int threads) {
   inArrays(Line::Live, [&] { self.session()->setThreads(threads); });
 }
 
+void setScratch(const ArraySession& self, const std::string& folder) {
+  inArrays(Line::Live, [&] { self.session()->setScratch(folder); });
+}
+
 void setMemoryLimit(const ArraySession& self,
                     const std::variant<std::int64_t, std::string>& limit) {
   const auto set = [&](const auto& bytes) { self.session()->setMemoryLimit(bytes); };
@@ -209,7 +213,7 @@ Table filterByText(const ArraySession& self, const Table& table, const std::stri
   return inArrays(Line::Live, [&] { return keepRowsByText(*self.session(), table, text); });
 }
 
-/// The files that an array reads, and the line that recorded it.
+/// What an array reads, and the line that recorded it.
 nb::tuple originOf(const Array& array) {
   const auto [files, place] = inArrays(Line::Live, [&] {
     const std::span<const Array> alone(&array, 1);
@@ -218,7 +222,7 @@ nb::tuple originOf(const Array& array) {
     for (const LazyGraph::Node& node : graph.nodes) {
       last = node.kind == LazyGraph::Kind::Closure ? node.place : last;
     }
-    return std::pair(sourceFiles(alone), last);
+    return std::pair(sourceNames(alone), last);
   });
   nb::list names;
   for (const std::string& file : files) {
@@ -227,7 +231,7 @@ nb::tuple originOf(const Array& array) {
   return nb::make_tuple(names, toPython(place.file), place.line);
 }
 
-/// The files that a table reads, by a column that can be read.
+/// What a table reads, by a column that can be read.
 nb::object sourcesOf(const Table& table) {
   const std::vector<std::string> types = table.columnTypes();
   const auto found = std::ranges::find_if(types, [](auto& type) { return type != "unknown"; });
@@ -238,12 +242,13 @@ nb::object sourcesOf(const Table& table) {
   return originOf(column(table, table.columns()[index]))[0];
 }
 
-nb::list firstRowsOf(const Table& table) {
-  nb::list columns;
-  for (const Elements& each : inArrays(Line::Live, [&] { return firstRows(table); })) {
-    columns.append(toPython(each));
+nb::list firstRowsOf(const nb::list& handles) {
+  const std::vector<Array> arrays = toArrays(handles);
+  nb::list rows;
+  for (const auto& each : inArrays(Line::Live, [&] { return firstRows(arrays); })) {
+    rows.append(each ? nb::object(toPython(*each)) : nb::none());
   }
-  return columns;
+  return rows;
 }
 
 std::string typeOf(const Array& array) { return std::string(array.type()); }
@@ -261,6 +266,7 @@ void bindSession(nb::module_& module) {
       .def("scalar", scalar, nb::sig("def scalar(self, value: object, type: str) -> ArrayHandle"))
       .def("set_threads", setThreads, nb::arg("threads"))
       .def("set_memory_limit", setMemoryLimit, nb::arg("limit"))
+      .def("set_scratch", setScratch, nb::arg("folder"))
       .def("record_text", evaluateText, nb::arg("table"), nb::arg("formula"))
       .def("filter_by_text", filterByText, nb::arg("table"), nb::arg("formula"))
       .def("compute", compute,
@@ -291,8 +297,6 @@ void bindHandles(nb::module_& module) {
       .def_prop_ro("columns", [](const Table& table) { return table.columns(); })
       .def_prop_ro("sources", sourcesOf, nb::sig("def sources(self) -> list[str]"))
       .def_prop_ro("types", &Table::columnTypes)
-      .def_prop_ro("first_rows", firstRowsOf,
-                   nb::sig("def first_rows(self) -> list[tuple[str, bool, object]]"))
       .def("column", column, nb::arg("name"))
       .def("filter", filterTable, nb::arg("keep"));
 }
@@ -304,6 +308,9 @@ void bindFunctions(nb::module_& module) {
              nb::sig("def apply_to_two(name: str, left: object, right: object) -> ArrayHandle"));
   module.def("reduce", reduce, nb::arg("name"), nb::arg("input"),
              nb::arg("skip_missing") = nb::none(), nb::arg("is_whole") = nb::none());
+  module.def("first_rows", firstRowsOf,
+             nb::sig("def first_rows(arrays: list[ArrayHandle]) -> "
+                     "list[tuple[str, bool, object] | None]"));
   module.def("place_beside", placed,
              nb::sig("def place_beside(array: ArrayHandle, elements: tuple[str, object]) -> "
                      "ArrayHandle"));

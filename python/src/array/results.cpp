@@ -100,7 +100,8 @@ nb::tuple toPython(const Elements& elements) {
 
 nb::tuple toPython(const Facts& facts) {
   return nb::make_tuple(facts.rows, facts.passes, facts.seconds, facts.peakBytes,
-                        facts.memoryPeakBytes, facts.memoryLimitBytes, facts.skippedRows);
+                        facts.memoryPeakBytes, facts.memoryLimitBytes, facts.skippedRows,
+                        facts.spilledBytes, facts.spillLevels);
 }
 
 void bindResults(nb::module_& module) {
