@@ -43,7 +43,7 @@ bench: build-bench ## Measure, and write docs/performance.md
 
 format: setup ## Format all sources with clang-format and ruff
 	@git ls-files '*.h' '*.cpp' | xargs clang-format-16 -i
-	@.venv/bin/ruff format --quiet python scripts tests bench
+	@.venv/bin/ruff format --quiet python scripts tests bench examples
 
 lint: setup ## Check layout, names, types, floors, sizes and wording
 	@scripts/lint.sh

@@ -6,7 +6,7 @@ set -uo pipefail
 cd "$(dirname "$0")/.."
 
 readonly kMostLines=600
-readonly kPython=(python scripts tests bench)
+readonly kPython=(python scripts tests bench examples)
 failed=0
 
 check() {
@@ -31,7 +31,7 @@ pythonStyle() {
 # Two runs, since both folders of tests have a conftest.py.
 pythonTypes() {
   local mypy=(.venv/bin/mypy --cache-dir build/lint/mypy --no-error-summary)
-  "${mypy[@]}" --strict python/kvbigdata && "${mypy[@]}" python/kvbigdata python/tests bench && "${mypy[@]}" scripts tests/shell
+  "${mypy[@]}" --strict python/kvbigdata examples && "${mypy[@]}" python/kvbigdata python/tests bench && "${mypy[@]}" scripts tests/shell
 }
 
 # The rules of pyright, from a package that needs no network.

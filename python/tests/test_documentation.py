@@ -1,5 +1,6 @@
 """Examples in docs/ and in docstrings print what they say."""
 
+import ast
 import doctest
 import pathlib
 import re
@@ -25,6 +26,15 @@ def test_examples_print_what_the_page_says(page: str) -> None:
             [sys.executable, "-c", code], cwd=CHECKOUT, capture_output=True, text=True, check=False
         )
         assert (run.stdout, run.stderr) == (printed, "")
+
+
+@pytest.mark.parametrize("path", sorted((CHECKOUT / "examples").glob("*.py")), ids=lambda p: p.stem)
+def test_programs_print_what_they_begin_with(path: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    said = ast.get_docstring(ast.parse(path.read_text())) or ""
+    run = subprocess.run(
+        [sys.executable, str(path)], cwd=tmp_path, capture_output=True, text=True, check=False
+    )
+    assert (run.stdout.strip(), run.stderr) == (said.partition("Prints:\n")[2], "")
 
 
 @pytest.mark.usefixtures("arrays")
