@@ -189,7 +189,7 @@ def test_what_cant_be_used_is_refused_on_the_users_line(table, call, base):
         (lambda t: t.word.std(), "BadTypes", "std is not defined"),
         (lambda t: np.maximum(t.a, "x"), "BadTypes", "maximum is not defined"),
         (lambda t: t.a * None, "UnsupportedOperand", "* takes arrays"),
-        (lambda t: t.a ** -1, "NegativePower", "**: an integer to the power"),
+        (lambda t: t.a**-1, "NegativePower", "**: an integer to the power"),
         (lambda t: t.a[1:2], "NotSupported", "x[1:2] isn't"),
         (lambda t: t.a[:, 0], "BadIndex", "The index [:, 0] doesn't fit 1 dimension(s)."),
         (lambda t: t.a.std(nope=1), "UnknownArgument", "std has no argument 'nope'"),
