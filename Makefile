@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc)
 PREFIX ?= $(CURDIR)/build/install
 
 .DEFAULT_GOAL := help
-.PHONY: help setup build run test asan tsan tsan-quick fuzz seeded bench format lint tidy install
+.PHONY: help setup build run test asan tsan tsan-quick fuzz seeded bench format lint tidy install wheel
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / {printf "  make %-8s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -53,6 +53,9 @@ tidy: setup ## The same, and clang-tidy on what has changed since it was last cl
 
 install: build-release ## Install below PREFIX (default build/install)
 	cmake --install build/release --prefix $(PREFIX)
+
+wheel: setup ## Install the Python package into a fresh environment and use it
+	@scripts/check_wheel.sh
 
 build-release: targets = kvbig kvhost kvbigdata kvruntime kvarray kvbigdata_host
 build-fuzz: targets = fuzz_load
