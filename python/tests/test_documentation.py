@@ -2,6 +2,7 @@
 
 import ast
 import doctest
+import os
 import pathlib
 import re
 import subprocess
@@ -32,7 +33,12 @@ def test_examples_print_what_the_page_says(page: str) -> None:
 def test_programs_print_what_they_begin_with(path: pathlib.Path, tmp_path: pathlib.Path) -> None:
     said = ast.get_docstring(ast.parse(path.read_text())) or ""
     run = subprocess.run(
-        [sys.executable, str(path)], cwd=tmp_path, capture_output=True, text=True, check=False
+        [sys.executable, str(path)],
+        cwd=tmp_path,
+        env={**os.environ, "PYTHONPATH": str(pathlib.Path(kv.__file__).parents[1])},
+        capture_output=True,
+        text=True,
+        check=False,
     )
     assert (run.stdout.strip(), run.stderr) == (said.partition("Prints:\n")[2], "")
 
