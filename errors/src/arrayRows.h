@@ -59,8 +59,8 @@ inline constexpr ErrorRow kArrayRows[] = {
     {"KALVEX:array:NoCompute", "",
      "Nothing may be computed here: the call is in kv.no_compute(), or KV_NO_COMPUTE is set."},
     {"KALVEX:array:UnknownLength", "",
-     "The number of rows isn't known before they were counted: x.settle() counts now, "
-     "x.count_rows() with other results.",
+     "The number of rows isn't known until they are counted: x.settle() counts them now, "
+     "x.count_rows() together with other results.",
      BaseType::Type},
     {"KALVEX:array:TruthValue", "use",
      "{0} needs one value, but this has a row for each row of its source. Use x.any() or x.all().",

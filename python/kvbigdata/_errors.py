@@ -2,6 +2,7 @@
 
 import linecache
 import os
+import re
 import sys
 from types import FrameType
 from typing import Any, NamedTuple
@@ -66,6 +67,10 @@ class RowSpaceError(InvalidValueError):
     """Arrays with different rows can't be combined."""
 
 
+class NumberRangeError(InvalidValueError, OverflowError):
+    """A number doesn't fit the type that it must have."""
+
+
 class FormulaError(InvalidValueError):
     """A formula can't be used; the message marks the place."""
 
@@ -120,6 +125,8 @@ _BY_IDENTIFIER: dict[str, type[Error]] = {
     "KALVEX:array:UnknownColumnInFormula": UnknownColumnInFormulaError,
     "KALVEX:array:UnknownLength": UnknownLengthError,
     "KALVEX:array:BadAxis": AxisError,
+    "KALVEX:function:OutOfRange": NumberRangeError,
+    "KALVEX:function:Overflow": NumberRangeError,
 }
 
 # What users of Python write for functions that are called otherwise below.
@@ -151,14 +158,38 @@ _ABOUT_FUNCTIONS = {
 }
 
 
-def _as_written(identifier: str, message: str, arguments: list[str]) -> tuple[str, list[str]]:
-    """A message that begins with a function, and its arguments, with the name that Python has."""
+# The arguments of errors in which there are types, and what these are called in NumPy.
+_TYPES_IN = {
+    "KALVEX:function:BadTypes": [1],
+    "KALVEX:function:OutOfRange": [2],
+    "KALVEX:function:Overflow": [2],
+    "KALVEX:array:NotLogical": [1],
+    "KALVEX:array:NotANumber": [0],
+    "KALVEX:array:WrongType": [1, 2],
+}
+_TYPES = {"double": "float64", "single": "float32", "logical": "bool"}
+
+
+def _with_name(identifier: str, message: str, arguments: list[str]) -> tuple[str, list[str]]:
     is_about_function = identifier.startswith("KALVEX:function:") or identifier in _ABOUT_FUNCTIONS
     if not is_about_function or not arguments or arguments[0] not in _WRITTEN:
         return message, arguments
     name, *others = arguments
     written = _WRITTEN[name]
     return written + message.removeprefix(name), [written, *others]
+
+
+def _as_written(identifier: str, message: str, arguments: list[str]) -> tuple[str, list[str]]:
+    """A message and its arguments with the names of functions and types that Python has."""
+    message, arguments = _with_name(identifier, message, arguments)
+    for place in _TYPES_IN.get(identifier, []):
+        given = arguments[place] if place < len(arguments) else ""
+        shown = re.sub(r"\b(double|single|logical)\b", lambda found: _TYPES[found[0]], given)
+        if shown != given:
+            head, _, tail = message.rpartition(given)
+            message = head + shown + tail
+            arguments[place] = shown
+    return message, arguments
 
 
 def _where(frames: Frames) -> Where | None:
@@ -191,8 +222,18 @@ def make_error(
     message, arguments = _as_written(identifier, message, arguments)
     error = made(identifier, message, arguments, _where(frames))
     annotate(error, frames, place)
+    if made is RowSpaceError:
+        _show_lines(error)
     error.__cause__ = cause
     return error
+
+
+def _show_lines(error: Error) -> None:
+    """Adds the text of the lines that a message names, for both sides of what doesn't go together."""
+    shown = dict.fromkeys(re.findall(r"recorded in (.+?), line (\d+)", error.message))
+    for file, line in shown:
+        if linecache.getline(file, int(line)).strip():
+            error.add_note(shown_line(file, int(line)))
 
 
 def annotate(error: BaseException, frames: Frames, place: Place) -> None:

@@ -50,7 +50,7 @@ def text_of(stage: int, units: int, num_units: int, seconds: float) -> str:
     """The line for a stage of which some units are done."""
     done = _BAR * units // max(num_units, 1)
     bar = "#" * done + "-" * (_BAR - done)
-    return f"[{bar}] stage {stage}: {units} of {num_units} partitions, {seconds:.1f} s"
+    return f"[{bar}] stage {stage}: {units:,} of {num_units:,} partitions, {seconds:.1f} s"
 
 
 def _write(text: str) -> None:

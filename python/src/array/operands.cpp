@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "array/arrayCalls.h"
 #include "host/texts.h"
 
 namespace kv::python {
@@ -16,7 +17,11 @@ Operand integerOperand(nb::handle value) {
   }
   const unsigned long long large = PyLong_AsUnsignedLongLong(value.ptr());
   if (PyErr_Occurred() != nullptr) {
-    PyErr_Format(PyExc_OverflowError, "the int %R fits neither int64 nor uint64", value.ptr());
+    PyErr_Clear();
+    const char* type = overflow < 0 ? "int64" : "uint64";
+    const nb::object error =
+        makeArrayError("KALVEX:function:OutOfRange", {"An operand", nb::str(value).c_str(), type});
+    PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(error.ptr())), error.ptr());
     throw nb::python_error();
   }
   return static_cast<std::uint64_t>(large);
