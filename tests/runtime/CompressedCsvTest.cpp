@@ -1,6 +1,3 @@
-#include <arrow/buffer.h>
-#include <arrow/io/compressed.h>
-#include <arrow/io/memory.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -10,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "runtime/fileBytes.h"
 #include "runtime/readAll.h"
 #include "source/csv/CsvDatastore.h"
 #include "source/registry/openSource.h"
@@ -39,12 +37,7 @@ constexpr Compressor kCompressors[] = {
 };
 
 std::string compressed(std::string_view text, const Compressor& with) {
-  const auto codec = *arrow::util::Codec::Create(with.codec);
-  const auto bytes = *arrow::io::BufferOutputStream::Create();
-  const auto stream = *arrow::io::CompressedOutputStream::Make(codec.get(), bytes);
-  EXPECT_TRUE(stream->Write(text.data(), std::ssize(text)).ok());
-  EXPECT_TRUE(stream->Close().ok());
-  return (*bytes->Finish())->ToString();
+  return test::compressed(text, with.codec);
 }
 
 class CompressedCsv : public testing::Test {
