@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "column/MemoryLedger.h"
+#include "executor/controlGroups.h"
 #include "kv/errors/StepError.h"
 
 namespace kv::runtime {
@@ -52,37 +53,16 @@ std::int64_t grantedBytes(const fs::path& file) {
   return text >> bytes ? bytes : kUnlimited;
 }
 
-/// The least that a group and those above it grant. In a container the mount may be the group
-/// itself, whose name is that outside.
-std::int64_t grantedBytes(fs::path group, const fs::path& name, const char* file) {
-  std::int64_t granted = grantedBytes(group / file);
-  for (const fs::path& part : name.relative_path()) {
-    group /= part;
-    granted = std::min(granted, grantedBytes(group / file));
-  }
-  return granted;
-}
-
 }  // namespace
 
 std::int64_t availableMemory(const fs::path& root) {
-  const fs::path mount = root / "sys/fs/cgroup";
   std::int64_t granted = std::int64_t{::sysconf(_SC_PHYS_PAGES)} * ::sysconf(_SC_PAGESIZE);
-  std::ifstream groups(root / "proc/self/cgroup");
-  for (std::string line; std::getline(groups, line);) {  // "<number>:<controllers>:<name>"
-    const std::size_t first = line.find(':');
-    const std::size_t second = line.find(':', first + 1);
-    if (second == std::string::npos) {
-      continue;
-    }
-    const std::string controllers = "," + line.substr(first + 1, second - first - 1) + ",";
-    const fs::path name = line.substr(second + 1);
-    if (controllers == ",,") {
-      granted = std::min({granted, grantedBytes(mount, name, "memory.max"),
-                          grantedBytes(mount / "unified", name, "memory.max")});
-    } else if (controllers.find(",memory,") != std::string::npos) {
-      granted = std::min(granted, grantedBytes(mount / "memory", name, "memory.limit_in_bytes"));
-    }
+  const ControlGroups groups(root, "memory");
+  for (const fs::path& group : groups.v2) {
+    granted = std::min(granted, grantedBytes(group / "memory.max"));
+  }
+  for (const fs::path& group : groups.v1) {
+    granted = std::min(granted, grantedBytes(group / "memory.limit_in_bytes"));
   }
   return granted;
 }

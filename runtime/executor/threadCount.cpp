@@ -7,12 +7,12 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <string>
 #include <string_view>
 
+#include "executor/controlGroups.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/threads.h"
 
@@ -21,6 +21,8 @@ namespace kv::runtime {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr double kUnlimited = std::numeric_limits<double>::infinity();
 
 [[noreturn]] void refuseThreads(std::string given) {
   errors::raiseStep("KALVEX:executor:Threads", {std::move(given), std::to_string(kMaxThreads)});
@@ -32,39 +34,35 @@ int processors() {
   return ::sched_getaffinity(0, sizeof mask, &mask) == 0 ? std::max(CPU_COUNT(&mask), 1) : 1;
 }
 
-/// What a group's `cpu.max` grants: "max 100000" or "<microseconds> <of a period>".
-double grantedQuota(const fs::path& group) {
-  std::ifstream file(group / "cpu.max");
+/// The microseconds of a quota over those of its period; unlimited for "max" and -1, and without
+/// the numbers.
+double shareOf(std::istream& quotaText, std::istream& periodText) {
   double quota = 0;
   double period = 0;
-  return file >> quota >> period && period > 0 ? quota / period
-                                               : std::numeric_limits<double>::infinity();
-}
-
-/// The least that the process's group or one of those above it grants.
-double grantedProcessors() {
-  const fs::path root("/sys/fs/cgroup");
-  double granted = grantedQuota(root);
-  std::ifstream groups("/proc/self/cgroup");
-  for (std::string line; std::getline(groups, line);) {
-    constexpr std::string_view kUnified = "0::/";
-    if (!line.starts_with(kUnified)) {
-      continue;
-    }
-    fs::path group = root;
-    for (const fs::path& part : fs::path(line.substr(kUnified.size()))) {
-      group /= part;
-      granted = std::min(granted, grantedQuota(group));
-    }
-  }
-  return granted;
+  return quotaText >> quota && periodText >> period && quota > 0 && period > 0 ? quota / period
+                                                                               : kUnlimited;
 }
 
 }  // namespace
 
-int availableThreads() {
-  const double granted = std::ceil(std::min(grantedProcessors(), 1.0 * kMaxThreads));
-  return std::clamp(processors(), 1, std::max(static_cast<int>(granted), 1));
+double grantedProcessors(const fs::path& root) {
+  double granted = kUnlimited;
+  const ControlGroups groups(root, "cpu");
+  for (const fs::path& group : groups.v2) {
+    std::ifstream both(group / "cpu.max");
+    granted = std::min(granted, shareOf(both, both));
+  }
+  for (const fs::path& group : groups.v1) {
+    std::ifstream quota(group / "cpu.cfs_quota_us");
+    std::ifstream period(group / "cpu.cfs_period_us");
+    granted = std::min(granted, shareOf(quota, period));
+  }
+  return granted;
+}
+
+int availableThreads(const fs::path& root) {
+  const double granted = std::ceil(std::min(grantedProcessors(root), 1.0 * kMaxThreads));
+  return std::clamp(processors(), 1, static_cast<int>(granted));
 }
 
 int defaultThreads() {

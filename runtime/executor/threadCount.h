@@ -1,10 +1,20 @@
 #pragma once
 
+#include <filesystem>
+
 namespace kv::runtime {
 
+/// Processors that the process's control group and those above it grant, such as 1.5: `cpu.max` in
+/// cgroup v2, `cpu.cfs_quota_us` and `cpu.cfs_period_us` in v1; infinity without a quota.
+///
+/// `root`: where the system's files are.
+double grantedProcessors(const std::filesystem::path& root);
+
 /// The number of threads that the process may use: the processors that it may run on, and at most
-/// the share of them that its control group (cgroup v2) grants. At least 1.
-int availableThreads();
+/// those that its control groups grant, rounded up. At least 1.
+///
+/// `root`: where the system's files are, for tests.
+int availableThreads(const std::filesystem::path& root = "/");
 
 /// The number of threads for evaluations: that of the environment variable KV_THREADS, or else
 /// `availableThreads()`.

@@ -1,10 +1,14 @@
 #include <gmock/gmock.h>
 #include <pthread.h>
+#include <sched.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <functional>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -20,6 +24,7 @@
 #include "kv/errors/StepError.h"
 #include "operator/operators.h"
 #include "runtime/RuntimeSession.h"
+#include "runtime/fileBytes.h"
 
 namespace kv::runtime::test {
 
@@ -30,19 +35,35 @@ using testing::HasSubstr;
 
 class Threads : public RuntimeSession {
  protected:
-  /// A column over nine files: many rows, none, few; so that later files are done first.
-  Value unevenColumn() {
-    std::vector<std::string> files;
-    for (const int rows : {90'000, 0, 1, 40'000, 3, 0, 33'000, 2, 5'000}) {
-      std::string text = "x\n";
-      for (int row = 0; row < rows; ++row) {
-        text += std::to_string((row * 7919 + rows) % 1000) + ".25\n";
-      }
-      files.push_back(std::move(text));
+  static std::string csvOf(const std::vector<double>& x) {
+    std::string text = "x\n";
+    for (const double value : x) {
+      text += std::to_string(static_cast<int>(value)) + ".25\n";
     }
-    return column(table({files[0], files[1], files[2], files[3], files[4], files[5], files[6],
-                         files[7], files[8]}),
-                  "x");
+    return text;
+  }
+
+  static std::string gzipOf(const std::vector<double>& x) {
+    return compressed(csvOf(x), arrow::Compression::GZIP);
+  }
+
+  static std::string parquetOf(const std::vector<double>& x) {
+    return parquetBytes({{"x", doubles(x)}}, {.groupRows = 7'001});
+  }
+
+  /// A column over nine files: many rows, none, few; so that later files are done first.
+  Value unevenColumn(const std::string& ending = ".csv",
+                     std::string (*bytesOf)(const std::vector<double>&) = csvOf) {
+    std::vector<std::string> paths;
+    for (const int rows : {90'000, 0, 1, 40'000, 3, 0, 33'000, 2, 5'000}) {
+      std::vector<double> x;
+      for (int row = 0; row < rows; ++row) {
+        x.push_back((row * 7919 + rows) % 1000 + 0.25);
+      }
+      paths.push_back(folder.writeAtRest(std::to_string(paths.size()) + ending, bytesOf(x)));
+    }
+    const Value source = host::call("kv.datastore", {host::makeStringColumn(paths).get()});
+    return column(host::call("createFromDatastoreBuiltin", {source.get()}), "x");
   }
 
   static Value function(const char* name, host::NativeBody body) {
@@ -65,14 +86,17 @@ class Threads : public RuntimeSession {
 };
 
 TEST_F(Threads, ChangeNoBitOfAnAnswer) {
-  const Value source = unevenColumn();
+  const Value csv = unevenColumn();
+  const Value gzip = unevenColumn(".csv.gz", gzipOf);
+  const Value parquet = unevenColumn(".parquet", parquetOf);
   const Value third = function("third", [](const host::Call& call) {
     call.out(0, host::call("kv.element.rdivide", {call.in(0), host::makeDouble(3).get()}));
   });
   std::vector<std::vector<double>> first;
-  for (const int threads : {1, 2, 3, 8}) {
+  for (const auto& [threads, source] :
+       {std::pair(1, &csv), {2, &csv}, {8, &csv}, {3, &gzip}, {1, &parquet}, {3, &parquet}}) {
     setThreads(threads);
-    const Value x = element("times", source, 1.1);
+    const Value x = element("times", *source, 1.1);
     const Value few = filter(element("gt", x, 500), x);
     std::vector<std::vector<double>> answers;
     for (const Value& answer :
@@ -362,7 +386,62 @@ TEST_F(Threads, AreCountedInWholeNumbers) {
   ::setenv("KV_THREADS", "3", 1);
   EXPECT_EQ(defaultThreads(), 3);
   ::setenv("KV_THREADS", before.c_str(), 1);
-  EXPECT_GE(availableThreads(), 1);
+}
+
+TEST(AvailableThreads, AreAtMostWhatTheControlGroupsGrantAndTheProcessorsOfTheProcess) {
+  const std::string self = "proc/self/cgroup";
+  const std::string v2 = "sys/fs/cgroup/";
+  const std::string v1 = "sys/fs/cgroup/cpu/";
+  const std::string hybrid = "9:name=systemd:/\n4:cpu,cpuacct:/a/b\n1:memory:/\n0::/\n";
+  constexpr double kAll = std::numeric_limits<double>::infinity();
+  struct Case {
+    std::vector<std::pair<std::string, std::string>> files;
+    double granted;
+  };
+  const Case cases[] = {
+      {{}, kAll},
+      {{{self, "0::/a/b\n"}, {v2 + "a/b/cpu.max", "max 100000\n"}}, kAll},
+      {{{self, "0::/a/b\n"}, {v2 + "a/b/cpu.max", "150000 100000\n"}}, 1.5},
+      {{{self, "0::/a/b\n"},
+        {v2 + "a/cpu.max", "20000 100000\n"},
+        {v2 + "a/b/cpu.max", "400000 100000\n"}},
+       0.2},
+      {{{self, "0::/a\n"}, {v2 + "cpu.max", "300000 100000\n"}}, 3},  // the mount of a container
+      {{{self, "0::/a\n"}, {v2 + "unified/a/cpu.max", "300000 100000\n"}}, 3},
+      {{{self, "0::/a\n"}, {v2 + "a/cpu.max", "many\n"}}, kAll},
+      {{{self, hybrid},
+        {v1 + "a/b/cpu.cfs_quota_us", "-1\n"},
+        {v1 + "a/b/cpu.cfs_period_us", "100000\n"}},
+       kAll},
+      {{{self, hybrid},
+        {v1 + "a/b/cpu.cfs_quota_us", "50000\n"},
+        {v1 + "a/b/cpu.cfs_period_us", "25000\n"}},
+       2},
+      {{{self, hybrid},
+        {v1 + "a/cpu.cfs_quota_us", "50000\n"},
+        {v1 + "a/cpu.cfs_period_us", "100000\n"}},
+       0.5},
+      {{{self, hybrid}, {v1 + "cpu.cfs_quota_us", "50000\n"}, {v1 + "cpu.cfs_period_us", "0\n"}},
+       kAll},
+  };
+  cpu_set_t all;
+  CPU_ZERO(&all);
+  ASSERT_EQ(::sched_getaffinity(0, sizeof all, &all), 0);
+  for (const Case& each : cases) {
+    const TempFolder root;
+    for (const auto& [path, text] : each.files) {
+      root.write(path, text);
+    }
+    EXPECT_EQ(grantedProcessors(root.path()), each.granted);
+    EXPECT_EQ(availableThreads(root.path()),
+              std::min<double>(CPU_COUNT(&all), std::ceil(each.granted)));
+  }
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(static_cast<std::size_t>(::sched_getcpu()), &one);
+  ASSERT_EQ(::sched_setaffinity(0, sizeof one, &one), 0);
+  EXPECT_EQ(availableThreads(), 1);
+  ::sched_setaffinity(0, sizeof all, &all);
 }
 
 }  // namespace
