@@ -2,7 +2,7 @@
 
 #include <arrow/api.h>
 #include <arrow/c/bridge.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cmath>
 #include <functional>
@@ -13,6 +13,8 @@
 #include "kv/runtime/memory.h"
 #include "random/normal.h"
 #include "runtime/RuntimeSession.h"
+#include "runtime/fileBytes.h"
+#include "runtime/typedColumns.h"
 #include "source/registry/openSource.h"
 
 namespace kv::runtime::test {
@@ -150,6 +152,54 @@ TEST(ArrowStreams, BecomeTablesOfTheSameRowsAndTypes) {
   EXPECT_EQ(openArrow(&type, &array)->schema().front().type, ElementType::Double);
   ASSERT_TRUE(arrow::ExportArray(*nested, &array, &type).ok());
   EXPECT_EQ(idOf([&] { openArrow(&type, &array); }), "KALVEX:datastore:BadArrow");
+}
+
+/// One array of a table that Arrow delivers.
+std::shared_ptr<const Datastore> inMemory(const ArrayPtr& array) {
+  const auto schema = arrow::schema({arrow::field("c", array->type())});
+  const auto batch = arrow::RecordBatch::Make(schema, array->length(), {array});
+  // In arrays of one and three rows, in partitions of two.
+  const arrow::RecordBatchVector batches{batch->Slice(0, 1), batch->Slice(1)};
+  ArrowArrayStream stream{};
+  checkArrow(arrow::ExportRecordBatchReader(
+      orThrow(arrow::RecordBatchReader::Make(batches, schema)), &stream));
+  return openArrow(&stream, {.partitionRows = 2});
+}
+
+TEST(ArrowStreams, GiveNumbersAndTextsOfEveryType) {
+  for (const TypedColumn& typed : typedColumns()) {
+    SCOPED_TRACE(typed.type->ToString());
+    const auto source = inMemory(arrayOf(typed.type, typed.json));
+    EXPECT_EQ(source->schema(),
+              (Schema{{"c", typed.read, false, isWhole(typed.read), typed.inMemory()}}));
+    EXPECT_THAT(allNumbers(*source, "c"),
+                testing::Pointwise(testing::NanSensitiveDoubleEq(), typed.values));
+  }
+  for (const auto& type : textTypes()) {
+    const auto source = inMemory(arrayOf(type, R"(["", "a\nb", null, "東京"])"));
+    EXPECT_EQ(source->schema(), (Schema{{.name = "c", .type = ElementType::String}}));
+    EXPECT_THAT(allTexts(*source, "c"), testing::ElementsAre("", "a\nb", "<missing>", "東京"));
+  }
+  const auto words = arrayOf(arrow::utf8(), R"([null, "a"])");
+  const auto places = arrayOf(arrow::int8(), "[1, 0, null, 1]");
+  const auto encoded = orThrow(arrow::DictionaryArray::FromArrays(places, words));
+  EXPECT_THAT(allTexts(*inMemory(encoded), "c"),
+              testing::ElementsAre("a", "<missing>", "<missing>", "a"));
+}
+
+TEST(ArrowStreams, AreRefusedWhereTheyHoldBytesThatArentTextOrTimesThatDontFit) {
+  const auto append = [](auto& builder) {
+    ASSERT_TRUE(builder.Append("a").ok() && builder.Append("caf\xE9").ok());
+  };
+  const ArrayPtr bad = built(arrow::StringBuilder(), append);
+  for (const ArrayPtr& refused :
+       {bad, built(arrow::LargeStringBuilder(), append), built(arrow::StringViewBuilder(), append),
+        orThrow(arrow::DictionaryArray::FromArrays(arrayOf(arrow::int8(), "[0]"), bad)),
+        arrayOf(arrow::timestamp(arrow::TimeUnit::SECOND), "[1, 9223372036854775807]"),
+        arrayOf(arrow::date64(), "[-9223372036854775807]")}) {
+    EXPECT_EQ(idOf([&] { inMemory(refused); }), "KALVEX:datastore:BadArrow")
+        << refused->type()->ToString();
+  }
 }
 
 TEST(MemoryDescriptions, LeadToArraysThatAreAlive) {

@@ -19,7 +19,7 @@ class ArrayColumn {
   /// True for integers or logicals some of which may be missing.
   virtual bool isNullable() const { return false; }
 
-  /// Arrow's type if no element type fits; `type()` is Unknown then.
+  /// The type of what the column was made of, where that is another one.
   virtual std::string_view foreignType() const { return {}; }
 
   /// The elements at positions [first, first + count).

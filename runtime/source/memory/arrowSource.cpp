@@ -53,10 +53,10 @@ class ArrowColumn final : public ArrayColumn {
   explicit ArrowColumn(const arrow::DataType& type, Charge charge = nullptr)
       : charge_(std::move(charge)),
         type_(elementTypeOf(type)),
-        foreignType_(type_ == ElementType::Unknown ? type.ToString() : "") {}
+        foreignType_(foreignTypeName(type)) {}
 
   /// Errors: "KALVEX:datastore:BadArrow" for an array that contradicts itself, or holds bytes that
-  /// aren't text.
+  /// aren't text, or times that don't fit.
   void add(std::shared_ptr<arrow::Array> array) {
     if (type_ != ElementType::Unknown) {
       check(*array);
@@ -93,10 +93,14 @@ class ArrowColumn final : public ArrayColumn {
     if (!status.ok()) {
       refuseArrow(status.message());
     }
-    if (type_ == ElementType::String && array.type_id() == arrow::Type::STRING) {
-      if (const auto row = firstNotText(Column(type_, array.data()))) {
+    if (type_ == ElementType::String) {
+      if (const auto row = firstNotText(array)) {
         refuseArrow(fmt::format("row {} of an array of texts isn't UTF-8", *row + 1));
       }
+    }
+    if (const auto row = firstBeyondTimes(array)) {
+      refuseArrow(fmt::format("row {} of an array of {} doesn't fit 64-bit microseconds", *row + 1,
+                              array.type()->ToString()));
     }
   }
 

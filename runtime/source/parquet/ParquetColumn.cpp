@@ -218,13 +218,15 @@ Column integerColumn(ElementType type, const arrow::Array& array) {
                           array.null_count(), data.offset));
 }
 
+/// `textAt(i)`: the text of row i, or none, where the array isn't null.
 template <class TextAt>
 Column copiedTexts(const arrow::Array& array, arrow::MemoryPool* pool, const TextAt& textAt) {
   arrow::StringBuilder texts(pool);
   checkArrow(texts.Reserve(array.length()));
   for (std::int64_t row = 0; row < array.length(); ++row) {
-    const bool isNull = array.IsNull(row);
-    checkArrow(isNull ? texts.AppendNull() : texts.Append(textAt(row)));
+    const std::optional<std::string_view> text =
+        array.IsNull(row) ? std::nullopt : std::optional<std::string_view>(textAt(row));
+    checkArrow(text ? texts.Append(*text) : texts.AppendNull());
   }
   return Column(ElementType::String, checkArrow(texts.Finish())->data());
 }
@@ -245,12 +247,25 @@ Column textColumn(const arrow::Array& array, arrow::MemoryPool* pool) {
       const auto& encoded = static_cast<const arrow::DictionaryArray&>(array);
       const Column words = textColumn(*encoded.dictionary(), pool);
       const TextView texts(words);
-      return copiedTexts(array, pool,
-                         [&](std::int64_t row) { return texts[encoded.GetValueIndex(row)]; });
+      return copiedTexts(array, pool, [&](std::int64_t row) -> std::optional<std::string_view> {
+        const std::int64_t word = encoded.GetValueIndex(row);
+        return texts.isMissing(word) ? std::nullopt : std::optional(texts[word]);
+      });
     }
     default:
       return Column(ElementType::String, array.data());
   }
+}
+
+template <class Array>
+std::optional<std::int64_t> firstNotUtf8(const Array& texts) {
+  static const bool ready = (arrow::util::InitializeUTF8(), true);
+  for (std::int64_t row = 0; ready && row < texts.length(); ++row) {
+    if (!texts.IsNull(row) && !arrow::util::ValidateUTF8(texts.GetView(row))) {
+      return row;
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -296,6 +311,13 @@ ElementType elementTypeOf(const arrow::DataType& type) {
   }
 }
 
+std::string foreignTypeName(const arrow::DataType& type) {
+  const ElementType read = elementTypeOf(type);
+  const bool isSame = read == ElementType::String || read == ElementType::Logical ||
+                      type.Equals(*arrowTypeOf(read));
+  return isSame ? std::string() : type.ToString();
+}
+
 Column toColumn(ElementType type, const arrow::Array& array, arrow::MemoryPool* pool) {
   if (array.type_id() == arrow::Type::EXTENSION) {
     return toColumn(type, *static_cast<const arrow::ExtensionArray&>(array).storage(), pool);
@@ -334,15 +356,19 @@ std::optional<std::int64_t> firstBeyondTimes(const arrow::Array& array) {
   return found;
 }
 
-std::optional<std::int64_t> firstNotText(const Column& texts) {
-  static const bool ready = (arrow::util::InitializeUTF8(), true);
-  const TextView view(texts);
-  for (std::int64_t row = 0; ready && row < texts.rows(); ++row) {
-    if (!view.isMissing(row) && !arrow::util::ValidateUTF8(view[row])) {
-      return row;
-    }
+std::optional<std::int64_t> firstNotText(const arrow::Array& array) {
+  switch (array.type_id()) {
+    case arrow::Type::EXTENSION:
+      return firstNotText(*static_cast<const arrow::ExtensionArray&>(array).storage());
+    case arrow::Type::DICTIONARY:
+      return firstNotText(*static_cast<const arrow::DictionaryArray&>(array).dictionary());
+    case arrow::Type::LARGE_STRING:
+      return firstNotUtf8(static_cast<const arrow::LargeStringArray&>(array));
+    case arrow::Type::STRING_VIEW:
+      return firstNotUtf8(static_cast<const arrow::StringViewArray&>(array));
+    default:
+      return firstNotUtf8(static_cast<const arrow::StringArray&>(array));
   }
-  return std::nullopt;
 }
 
 }  // namespace kv::runtime

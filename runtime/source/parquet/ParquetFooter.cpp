@@ -96,10 +96,8 @@ void readColumns(ParquetFooter& footer) {
   for (const parquet::arrow::SchemaField& field : manifest.schema_fields) {
     const arrow::DataType& type = *field.field->type();
     ColumnInfo info{std::move(names[footer.schema.size()]), elementTypeOf(type)};
-    const bool isSame = info.type == ElementType::String || info.type == ElementType::Logical ||
-                        type.Equals(*arrowTypeOf(info.type));
     info.isNullable = isWhole(info.type) && mayHoldNulls(*footer.metadata, field.column_index);
-    info.fileType = isSame ? std::string() : type.ToString();
+    info.fileType = foreignTypeName(type);
     footer.schema.push_back(std::move(info));
     footer.leaves.push_back(field.column_index);
   }

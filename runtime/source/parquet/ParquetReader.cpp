@@ -5,6 +5,7 @@
 #include "source/parquet/ParquetReader.h"
 
 #include <arrow/array/array_base.h>
+#include <arrow/array/util.h>
 #include <arrow/record_batch.h>
 #include <fmt/format.h>
 #include <parquet/arrow/reader.h>
@@ -231,7 +232,7 @@ std::optional<Column> ParquetReader::nextBatch(std::size_t column, std::int64_t 
   }
   Column values = toColumn(info.type, array, request_.pool);
   if (info.type == ElementType::String) {
-    if (const auto row = firstNotText(values)) {
+    if (const auto row = firstNotText(*arrow::MakeArray(values.data()))) {
       const std::int64_t inFile = request_.groups.firstRow + firstRow + *row + 1;
       errors::raiseStep("KALVEX:datastore:BadText",
                         {input_->source().file().path, std::to_string(inFile), info.name});
