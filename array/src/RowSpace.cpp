@@ -206,7 +206,8 @@ void requireSameRows(std::span<const Array> arrays, const Where& where) {
 RowTraits traitsOfFiltered(const Array& input, const Array& keep, const Where& where) {
   requireSameRows(std::array{input, keep}, where);
   const RowTraits& own = input.handle().traits;
-  RowTraits traits{.isColumn = own.isColumn, .trailing = own.trailing};
+  RowTraits traits{
+      .isColumn = own.isColumn, .trailing = own.trailing, .sourceType = own.sourceType};
   if (own.rows != nullptr && keep.handle().traits.rows != nullptr) {
     traits.rows = std::make_shared<const RowSpace>(*own.rows, keep);
     traits.made = own.made == 0 ? 0 : keyOf("filter", own.made);

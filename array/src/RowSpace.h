@@ -77,6 +77,9 @@ struct RowTraits {
   std::shared_ptr<const RowSpace> rows{};  ///< null for a scalar, and if they aren't known
   std::size_t made = 0;  ///< the same for arrays that are made in the same way; 0: not known
   std::vector<std::int64_t> trailing{};  ///< dimensions after that of rows
+
+  /// The type that the column of a source has there, if it is read as another one; else null.
+  std::shared_ptr<const std::string> sourceType{};
 };
 
 /// Those of what `function` computes row by row from `inputs`, of which `arrays` aren't constants.

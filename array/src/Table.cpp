@@ -24,6 +24,12 @@ TableColumns::TableColumns(std::vector<std::string> columnNames,
   }
 }
 
+std::shared_ptr<const std::string> TableColumns::sourceType(std::size_t column) const {
+  return fileTypes[column].empty()
+             ? nullptr
+             : std::shared_ptr<const std::string>(shared_from_this(), &fileTypes[column]);
+}
+
 namespace {
 
 /// The same array; columns skip missing values.
@@ -61,6 +67,8 @@ std::vector<std::string> Table::columnTypes() const {
   return types;
 }
 
+const std::vector<std::string>& Table::columnNotes() const { return handle_->columns->fileTypes; }
+
 std::optional<std::int64_t> Table::rows() const {
   return handle_->rows != nullptr ? handle_->rows->count() : std::nullopt;
 }
@@ -92,10 +100,10 @@ Array Table::column(std::string_view name, Where where) const {
     inputs.lend(handle_->value);
     return makeArray(
         session, host::call("subsrefTabularVar", inputs.list()), type,
-        RowTraits{
-            .isColumn = true,
-            .rows = handle_->rows,
-            .made = keyOf(name, handle_->source + (handle_->rows ? handle_->rows->key() : 0))});
+        RowTraits{.isColumn = true,
+                  .rows = handle_->rows,
+                  .made = keyOf(name, handle_->source + (handle_->rows ? handle_->rows->key() : 0)),
+                  .sourceType = handle_->columns->sourceType(found->second)});
   });
 }
 
@@ -126,13 +134,16 @@ Table Table::filter(const Array& keep, Where where) const {
 Table tableOf(std::span<const NamedArray> columns, Where where) {
   std::vector<std::string> names;
   std::vector<runtime::ElementType> types;
+  std::vector<std::string> fileTypes;
   std::vector<Array> arrays;
   for (const NamedArray& column : columns) {
     if (std::ranges::find(names, column.name) != names.end()) {
       raiseError("KALVEX:array:SameName", {column.name});
     }
     requireColumn("A column of a table", column.array);
+    const auto& sourceType = column.array.handle().traits.sourceType;
     names.push_back(column.name);
+    fileTypes.push_back(sourceType != nullptr ? *sourceType : "");
     arrays.push_back(column.array);
   }
   const auto session = sessionOf(arrays);
@@ -145,7 +156,6 @@ Table tableOf(std::span<const NamedArray> columns, Where where) {
   const auto known = std::ranges::find_if(
       arrays, [](const Array& array) { return array.handle().traits.rows != nullptr; });
   return translated([&] {
-    std::vector<std::string> fileTypes(names.size());
     return Table(std::make_shared<const Table::Handle>(
         session, nullptr,
         std::make_shared<const TableColumns>(std::move(names), std::move(types),

@@ -32,9 +32,12 @@ struct Array::Handle {
 };
 
 /// The columns of a table, shared by all arrays that are made from it.
-struct TableColumns {
+struct TableColumns : std::enable_shared_from_this<TableColumns> {
   TableColumns(std::vector<std::string> columnNames, std::vector<runtime::ElementType> columnTypes,
                std::vector<std::string> columnFileTypes);
+
+  /// Of RowTraits, for the array of a column.
+  std::shared_ptr<const std::string> sourceType(std::size_t column) const;
 
   std::vector<std::string> names;
   std::vector<runtime::ElementType> types;  ///< Unknown for a column that can't be read

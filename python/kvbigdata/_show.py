@@ -81,9 +81,13 @@ def _columns(table: "Table", most: int | None = None) -> list[_Column]:
     }
     rows = dict(zip(readable, _rows_of([*readable.values()]) if readable else [], strict=True))
     counts = {name: handle.rows for name, handle in readable.items()}
+    shown = [
+        shown_type(kind) + (f" (from {note})" if note else "")
+        for kind, note in zip(kinds, table._handle.notes[:most], strict=True)
+    ]
     return [
-        _Column(name, shown_type(kind), rows.get(name), counts.get(name))
-        for name, kind in zip(names, kinds, strict=True)
+        _Column(name, kind, rows.get(name), counts.get(name))
+        for name, kind in zip(names, shown, strict=True)
     ]
 
 

@@ -75,6 +75,16 @@ class Table(TableWriting):
         kinds = zip(self._handle.columns, self._handle.types, strict=True)
         return {name: None if kind == "unknown" else dtype_of(kind) for name, kind in kinds}
 
+    @property
+    def notes(self) -> dict[str, str]:
+        """The types that columns have in the source where they are read as other ones, by name.
+
+        A decimal is read as a double, a timestamp of any zone as a moment in UTC: the note has the
+        decimal's digits, or the zone.
+        """
+        notes = zip(self._handle.columns, self._handle.notes, strict=True)
+        return {name: note for name, note in notes if note}
+
     def __repr__(self) -> str:
         return _show.table_text(self)
 

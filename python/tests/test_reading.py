@@ -2,11 +2,13 @@
 
 import bz2
 import gzip
+from decimal import Decimal
 
 import kvbigdata as kv
 import numpy as np
 import pyarrow as pa
 import pytest
+from pyarrow import parquet as pq
 
 pytestmark = pytest.mark.usefixtures("arrays")
 
@@ -50,3 +52,20 @@ def test_compressed_csv_is_read_as_its_text(tmp_path):
     (tmp_path / "cut.gz").write_bytes(gzip.compress(text)[:-9])
     with pytest.raises(ValueError, match=r"cut.gz' can't be uncompressed: near byte \d+ .* gzip"):
         kv.read(tmp_path / "cut.gz").x.sum().compute()
+
+
+def test_notes_have_the_types_of_the_source_where_they_are_other_ones(tmp_path):
+    times = pa.array([0, 3600], pa.timestamp("s", tz="Europe/Berlin"))
+    prices = pa.array([Decimal("1.10"), None], pa.decimal128(9, 2))
+    table = pa.table({"x": [1.0, 2.0], "t": times, "price": prices})
+    pq.write_table(table, tmp_path / "a.parquet")
+    for t, zoned in (
+        (kv.read(tmp_path / "a.parquet"), "timestamp[ms, tz=Europe/Berlin]"),
+        (kv.from_arrow(table), "timestamp[s, tz=Europe/Berlin]"),
+    ):
+        assert t.notes == {"t": zoned, "price": "decimal128(9, 2)"}
+        assert t.filter("x > 1").select("x", "t").head(1).notes == {"t": zoned}
+        assert t.rename({"t": "u"}).assign(price="price * 2").filter("x > 1").notes == {"u": zoned}
+        assert f"(from {zoned})" in repr(t) and "x: float64 (" not in repr(t)
+        assert f"t ({zoned})" in t.explain()
+        np.testing.assert_array_equal(t.t.compute(), np.array([0, 3600], "M8[s]"))

@@ -35,6 +35,21 @@ std::vector<std::string> readableColumns(const Schema& schema) {
   return names;
 }
 
+/// The names, and the types that the columns have in the source where these are other ones.
+///
+/// Requires: hasInOrder(schema, names).
+std::vector<std::string> namesWithTypes(const Schema& schema,
+                                        const std::vector<std::string>& names) {
+  std::vector<std::string> shown;
+  auto column = schema.begin();
+  for (const std::string& name : names) {
+    column = std::ranges::find(column, schema.end(), name, &ColumnInfo::name);
+    shown.push_back(column->fileType.empty() ? name
+                                             : fmt::format("{} ({})", name, column->fileType));
+  }
+  return shown;
+}
+
 bool isReadable(const Schema& schema, const std::string& name) {
   const auto column = std::ranges::find(schema, name, &ColumnInfo::name);
   return column != schema.end() && column->isReadable();
@@ -57,7 +72,7 @@ class Read final : public ReadOperator {
   std::string planNote() const override {
     const std::vector<std::string> read = columns();
     std::string note = fmt::format("{} of {} columns: {}", read.size(), source_->schema().size(),
-                                   fmt::join(read, ", "));
+                                   fmt::join(namesWithTypes(source_->schema(), read), ", "));
     if (const std::string format = source_->formatNote(); !format.empty()) {
       note += "; " + format;
     }

@@ -2,6 +2,7 @@
 
 import os
 from datetime import datetime
+from decimal import Decimal
 from pathlib import Path
 
 import pyarrow as pa
@@ -115,3 +116,17 @@ def test_mistakes_are_named(parts: Run) -> None:
     fixed = parts.refusal("parts/0.parquet", "sum(x)", "--type", "x=double")
     assert "it has the type int32" in fixed
     assert parts.results("parts/0.parquet", "sum(x)", "--type", "x=int32") == {"sum(x)": 6}
+
+
+def test_the_plan_names_types_of_the_file_that_are_read_as_other_ones(run: Run) -> None:
+    times = pa.array([0, 3_600_000_000_000], pa.timestamp("ns", tz="Europe/Berlin"))
+    prices = pa.array([Decimal("1.10"), Decimal("2.20")], pa.decimal128(9, 2))
+    table = pa.table({"x": [1.0, 2.0], "t": times, "price": prices})
+    pq.write_table(table, run.folder / "a.parquet")
+    plan = run("explain", "a.parquet", "max(t)", "max(price)", "max(x)").stdout
+    types = "x, t (timestamp[ns, tz=Europe/Berlin]), price (decimal128(9, 2))"
+    assert f"3 of 3 columns: {types}" in plan
+    assert run.results("a.parquet", "t = max(t)", "p = max(price)") == {
+        "t": "1970-01-01T01:00:00",
+        "p": 2.2,
+    }

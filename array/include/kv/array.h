@@ -180,6 +180,11 @@ class Table {
   /// The types of the columns, in the same order; "unknown" for one that can't be read.
   std::vector<std::string> columnTypes() const;
 
+  /// The types that the columns have in the files or in Arrow's memory where they are read as other
+  /// ones, such as "decimal128(9, 2)" or "timestamp[ns, tz=Europe/Berlin]", in the same order;
+  /// empty for a column that is read with the type it has.
+  const std::vector<std::string>& columnNotes() const;
+
   /// The number of rows, if it is known without reading them.
   std::optional<std::int64_t> rows() const;
 

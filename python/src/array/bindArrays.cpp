@@ -297,6 +297,7 @@ void bindHandles(nb::module_& module) {
       .def_prop_ro("columns", [](const Table& table) { return table.columns(); })
       .def_prop_ro("sources", sourcesOf, nb::sig("def sources(self) -> list[str]"))
       .def_prop_ro("types", &Table::columnTypes)
+      .def_prop_ro("notes", &Table::columnNotes)
       .def("column", column, nb::arg("name"))
       .def("filter", filterTable, nb::arg("keep"));
 }
