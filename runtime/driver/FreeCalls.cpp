@@ -58,9 +58,29 @@ class FreeCalls::Caller final : public UserFunctions {
   }
 
  private:
+  /// Collects garbage at the end of a call that has made objects, by an evaluation as a rule:
+  /// values that only cycles of objects hold count towards the limit that all sessions of the
+  /// evaluation share, and no other session could free them.
+  class Collection {
+   public:
+    explicit Collection(Caller& caller) : caller_(caller) {}
+    ~Collection() {
+      if (caller_.session_->liveObjects() > caller_.liveObjects_) {
+        caller_.session_->collect();
+        caller_.liveObjects_ = caller_.session_->liveObjects();
+      }
+    }
+    Collection(const Collection&) = delete;
+    Collection& operator=(const Collection&) = delete;
+
+   private:
+    Caller& caller_;
+  };
+
   template <class Call>
   std::invoke_result_t<Call> here(Call&& call) {
     const host::Session::Scope scope(*session_);
+    const Collection collection(*this);
     try {
       return withRecordedErrors(std::forward<Call>(call));
     } catch (const errors::RecordedError& error) {
@@ -101,6 +121,7 @@ class FreeCalls::Caller final : public UserFunctions {
   std::unique_ptr<host::Session> session_;
   std::map<std::size_t, Value> handles_;  ///< by step
   std::map<std::size_t, Value> values_;   ///< by the stage's input
+  std::size_t liveObjects_ = 0;           ///< after the last collection
 };
 
 FreeCalls::FreeCalls(const AssembledStage& stage, WorkerSessions& sessions)

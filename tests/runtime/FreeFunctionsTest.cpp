@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -118,6 +119,45 @@ TEST_F(FreeFunctions, MayEvaluateInTheirOwnSession) {
   const Value x = manyPieces();
   EXPECT_THAT(gather(aggregate("sum", map(CallMode::AnyThread, body, {&x}))),
               ElementsAre(kSum + 3 * 320'000));
+}
+
+TEST_F(FreeFunctions, ShareValuesInSessionsThatEndWithTheEvaluation) {
+  const Value x = manyPieces();
+  gather(aggregate("sum", x));
+  session.collect();
+  const std::size_t objects = host::ledger().objects;
+  const std::size_t payloadBytes = host::ledger().payloadBytes;
+  {
+    const Value many = matrix::from_kalvex(kxCreateDoubleMatrix(1, 1'000'000, 0));
+    const void* const data = kxGetData(many.get());
+    std::atomic<bool> isShared = true;
+    std::atomic<std::size_t> mostObjects = 0;
+    std::atomic<std::size_t> mostBytes = 0;
+    const auto body = [&](const host::Call& call) {
+      isShared = isShared && kxGetData(call.in(1)) == data;
+      mostObjects = std::max(mostObjects.load(), host::ledger().objects);
+      mostBytes = std::max(mostBytes.load(), host::ledger().payloadBytes);
+      plus(call, host::makeDouble(static_cast<double>(kxGetN(call.in(1)))).get());
+    };
+    std::vector<Value> elements;
+    elements.push_back(matrix::sharedCopy(many.get()));
+    const Value wrapped = host::makeCell(std::move(elements));
+    const auto inCell = [&](const host::Call& call) {
+      const Value same = matrix::sharedCopy(kxGetCell(call.in(1), 0));
+      isShared = isShared && kxGetData(same.get()) == data;
+      plus(call, host::makeDouble(0).get());
+    };
+    EXPECT_THAT(gather(aggregate("sum", map(CallMode::AnyThread, body, {&x, &many}))),
+                ElementsAre(kSum + 320'000e6));
+    EXPECT_THAT(gather(aggregate("sum", map(CallMode::AnyThread, inCell, {&x, &wrapped}))),
+                ElementsAre(kSum));
+    EXPECT_TRUE(isShared);
+    EXPECT_GT(mostObjects, objects);
+    EXPECT_LT(mostBytes, payloadBytes + 2 * 8'000'000);
+  }
+  session.collect();
+  EXPECT_EQ(host::ledger().objects, objects);
+  EXPECT_EQ(host::ledger().payloadBytes, payloadBytes);
 }
 
 TEST_F(FreeFunctions, FailAsInTheLane) {

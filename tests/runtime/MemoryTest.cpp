@@ -9,12 +9,14 @@
 #include "column/MemoryLedger.h"
 #include "executor/memoryLimit.h"
 #include "kv/errors/StepError.h"
+#include "kv/host/freeFunctions.h"
 #include "runtime/RuntimeSession.h"
 
 namespace kv::runtime::test {
 
 namespace {
 
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -180,6 +182,39 @@ TEST_F(Memory, KeptValuesCountAndResultsOfKnownSizeAreRefusedAtOnce) {
   EXPECT_EQ(error.identifier, "KALVEX:memory:ResultTooLarge");
   EXPECT_THAT(error.arguments, ElementsAre(HasSubstr("plus"), "3.2 MB", "3.0 MB"));
   EXPECT_GT(gather(aggregate("sum", x)).at(0), 0);
+}
+
+TEST_F(Memory, EvaluationsInsideOfUsersFunctionsDrawOnTheSameLimit) {
+  const Value many = numbers(2, 200'000);  // 3.2 MB when they are gathered
+  const std::vector<std::string> paths{folder.path("m0.csv"), folder.path("m1.csv")};
+  const Value few = column(table({"x\n1\n", "x\n2\n"}), "x");
+  const auto largest = [&](host::CallMode mode) {
+    const host::NativeBody body = [&paths](const host::Call& call) {
+      const Value files =
+          host::call("kalvex.io.CsvDatastore", {host::makeStringColumn(paths).get()});
+      const Value y = column(host::call("createFromDatastoreBuiltin", {files.get()}), "x");
+      const Value rows = host::makeDouble(static_cast<double>(gather(y).size()));
+      call.out(0, host::call("kv.element.plus", {call.in(0), rows.get()}));
+    };
+    const Value function = host::makeFunctionHandle("gathers", body, mode);
+    const Value all = host::call("elementfun", {function.get(), few.get()});
+    return gather(aggregate("max", all)).at(0);
+  };
+  setMemoryLimit("8MB");
+  for (const int threads : {1, 4}) {
+    for (const auto mode : {host::CallMode::Session, host::CallMode::AnyThread}) {
+      setThreads(threads);
+      EXPECT_EQ(largest(mode), 400'002);
+      const Value kept = element("plus", many, threads);
+      gather(kept);
+      const auto error = errorOf([&] { largest(mode); });
+      EXPECT_THAT(error.identifier,
+                  AnyOf("KALVEX:memory:LimitTooSmall", "KALVEX:memory:ResultTooLarge"));
+      EXPECT_THAT(error.message, HasSubstr("8.0 MB"));
+      EXPECT_THAT(gather(aggregate("max", kept)), ElementsAre(999.5 + threads)) << "still usable";
+    }
+  }
+  EXPECT_LE(fact("memoryPeakBytes"), 8e6);
 }
 
 TEST_F(Memory, TheEnvironmentHasTheDefault) {
