@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <memory>
 #include <string>
@@ -7,6 +9,7 @@
 #include <vector>
 
 #include "runtime/RuntimeSession.h"
+#include "support/SystemCalls.h"
 
 namespace kv::runtime::test {
 
@@ -150,6 +153,56 @@ TEST_F(Partitioning, PartitionsThatMeanNothingAreRefusedBeforeReading) {
             "KALVEX:executor:PartitionCount");
   EXPECT_EQ(errorOf([&] { gather(read(files, host::makeDouble(1e9))); }).identifier,
             "KALVEX:executor:PartitionCount");
+}
+
+/// Reads that fail, one or several times after each other.
+using PartitioningFaults = Partitioning;
+
+TEST_F(PartitioningFaults, AreRepeatedAsOftenAsTheStrategySaysAndFaultsOfTheDataNever) {
+  if (!kv::test::canTrace()) {
+    GTEST_SKIP() << "processes can't be traced here";
+  }
+  setThreads(1);  // the traced one
+  const auto open = [&](const char* text) {
+    const std::string path = folder.writeAtRest("a.csv", text);
+    return host::call("kalvex.io.CsvDatastore", {host::makeChars(path).get()});
+  };
+  const Value files = open("x\n1\n2\n");
+  const Value users =
+      strategy("mine.Patient", 1, [](const host::Call& call) { call.out(0, sourcePart(1, 1)); });
+  const auto outcome = [](const Value& source, const Value& partitioning) -> std::string {
+    try {
+      const Value x = partitioning != nullptr
+                          ? read(source, partitioning)
+                          : column(host::call("createFromDatastoreBuiltin", {source.get()}), "x");
+      return std::to_string(gather(aggregate("sum", x))[0]);
+    } catch (const Torvane::KException::KExceptionEnvelope& envelope) {
+      return host::errorRecord(envelope).identifier;
+    }
+  };
+  const Value own;  // the source's own partitions
+  const Value one = host::makeDouble(1);
+  for (const auto& [partitioning, retries] :
+       {std::pair(&own, 3), std::pair(&one, 0), std::pair(&users, 2)}) {
+    const auto run = [&, by = partitioning] { return outcome(files, *by); };
+    const kv::test::TracedRun whole = kv::test::runTraced(run);
+    ASSERT_EQ(whole.outcome, "3.000000");
+    const auto last = static_cast<std::size_t>(std::ranges::count(whole.calls, "pread")) - 1;
+    for (const auto& [error, times] : {std::pair(EIO, retries), {EIO, retries + 1}, {EISDIR, 1}}) {
+      const kv::test::TracedRun failing = kv::test::runTraced(
+          run, kv::test::Fault{last, kv::test::Fault::Kind::fail, error, times, "pread"});
+      const bool isRead = error == EIO && times <= retries;
+      EXPECT_EQ(failing.outcome, isRead ? "3.000000" : "KALVEX:datastore:FileNotReadable")
+          << times << " times " << error << " with " << retries << " retries";
+    }
+  }
+  const Value wrong = open("x\n1\n2,3\n");
+  const auto reads = [&](const Value& partitioning) {
+    const auto run = kv::test::runTraced([&] { return outcome(wrong, partitioning); });
+    EXPECT_EQ(run.outcome, "KALVEX:datastore:RaggedRow");
+    return std::ranges::count(run.calls, "pread");
+  };
+  EXPECT_EQ(reads(users), reads(one));
 }
 
 }  // namespace

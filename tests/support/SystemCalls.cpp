@@ -110,7 +110,8 @@ class Tracer {
   }
 
   bool isHere(Fault::Kind kind) const {
-    return fault_ && fault_->kind == kind && fault_->call + 1 == calls_.size();
+    return fault_ && fault_->kind == kind && isCounted_ && counted_ > fault_->call &&
+           counted_ - fault_->call <= static_cast<std::size_t>(fault_->times);
   }
 
   void enter() {
@@ -118,6 +119,8 @@ class Tracer {
     const auto name = fileCalls().find(registers.orig_rax);
     const bool isFileCall = name != fileCalls().end();
     calls_.push_back(isFileCall ? name->second : "other");
+    isCounted_ = !fault_ || fault_->only == nullptr || calls_.back() == fault_->only;
+    counted_ += isCounted_ ? 1 : 0;
     current_.reset();
     if (isFileCall && (observer_.before || observer_.after)) {
       current_ = describe(name->second, registers);
@@ -132,7 +135,8 @@ class Tracer {
       registers.orig_rax = static_cast<unsigned long long>(-1);  // no system call
       write(registers);
     } else if (isHere(Fault::Kind::shorten) &&
-               (calls_.back() == "read" || calls_.back() == "write" || calls_.back() == "pwrite")) {
+               (calls_.back() == "read" || calls_.back() == "pread" || calls_.back() == "write" ||
+                calls_.back() == "pwrite")) {
       registers.rdx = std::max(1ULL, registers.rdx / 2);
       write(registers);
     }
@@ -203,6 +207,8 @@ class Tracer {
   const CallObserver& observer_;
   std::optional<FileCall> current_;
   std::vector<std::string> calls_;
+  bool isCounted_ = false;  ///< the current call
+  std::size_t counted_ = 0;
   bool fails_ = false;
 };
 

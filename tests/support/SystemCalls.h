@@ -20,6 +20,8 @@ struct Fault {
   std::size_t call = 0;  ///< its index, counted from the start of the work
   Kind kind = Kind::killBefore;
   int error = 0;
+  int times = 1;               ///< how many calls meet the fault, one after the other
+  const char* only = nullptr;  ///< the name of the calls that are counted; null for all calls
 };
 
 struct TracedRun {
