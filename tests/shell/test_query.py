@@ -122,6 +122,18 @@ def test_each_call_of_rand_has_its_own_numbers_and_keeps_them(run: Run) -> None:
     )
 
 
+def test_the_number_of_threads_changes_no_digit(run: Run) -> None:
+    files = [word for _ in range(5) for word in ("-f", "flights.csv")]
+    words = ["flights.csv", *files, "std(dep_delay - mean(dep_delay))", "m = mean(sin(arr_delay))"]
+    one, two = (run.query(*words, "--threads", count) for count in ("1", "2"))
+    measured = ("seconds", "peak_bytes", "memory_peak_bytes")
+    assert all(one.pop(name) > 0 and two.pop(name) > 0 for name in measured)
+    assert json.dumps(one) == json.dumps(two)
+    for wrong in ("0", "x", "-1", "1.5", "1025", "99999999999999999999"):
+        expected = f'--threads: a whole number from 1 to 1024 is expected, got "{wrong}"\n'
+        assert expected in run.refusal("flights.csv", "mean(distance)", f"--threads={wrong}")
+
+
 def test_nothing_to_average_is_null(run: Run) -> None:
     (run.folder / "empty.csv").write_text("x,y\n")
     answer = run.query("empty.csv", "mean(x)", "count(x)", "sum(x)")

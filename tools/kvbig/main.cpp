@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
 #include <cstdlib>
 #include <optional>
@@ -15,6 +16,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "describeCommand.h"
@@ -68,10 +70,24 @@ CLI::Option* addPlain(CLI::App& command, const std::string& name, Target& target
   return command.add_option(name, target, meaning)->transform(withoutMark, "");
 }
 
+/// Refuses anything but whole numbers of a range.
+CLI::Validator wholeNumber(std::int64_t least, std::int64_t most) {
+  const auto check = [=](const std::string& text) {
+    std::int64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool isGood = error == std::errc() && end == text.data() + text.size() &&
+                        number >= least && number <= most;
+    return isGood ? std::string()
+                  : fmt::format("a whole number from {} to {} is expected, got \"{}\"", least, most,
+                                text);
+  };
+  return CLI::Validator(check, "");
+}
+
 void addThreads(CLI::App& command, std::optional<int>& threads) {
   command.add_option("--threads", threads, "Use at most N threads; 1 starts no others")
       ->type_name("N")
-      ->check(CLI::Range(1, kv::Session::kMaxThreads).description(""));
+      ->check(wholeNumber(1, kv::Session::kMaxThreads));
 }
 
 void addMemory(CLI::App& command, std::optional<std::string>& memory,
@@ -108,7 +124,7 @@ CLI::Option* addQuestion(CLI::App& command, QueryRequest& request) {
       ->allow_extra_args(false);
   command.add_option("--seed", request.seed, "Make the numbers of rand() the same in each run")
       ->type_name("N")
-      ->check(CLI::Range(std::uint64_t{0}, kv::Session::kMaxSeed).description(""));
+      ->check(wholeNumber(0, static_cast<std::int64_t>(kv::Session::kMaxSeed)));
   addThreads(command, request.threads);
   addMemory(command, request.memory, request.scratch);
   return expressions;
