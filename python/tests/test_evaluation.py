@@ -5,6 +5,7 @@ import signal
 import sys
 import threading
 import time
+from pathlib import Path
 
 import numpy as np
 import pyarrow as pa
@@ -205,6 +206,8 @@ class Strategies:
         def run(nargout, strategy, *args):
             self.called.append((name, *args))
             answer = self.ANSWERS[name]
+            if callable(answer):
+                return answer(*args)
             return strategy if answer is None else answer
 
         return run
@@ -256,6 +259,24 @@ def test_a_strategy_written_in_python_decides_what_its_task_sees(many, broadcast
     more = many.gather(many.session.call("applyOperationBuiltin", operation, many.x))
     assert more.shape == (1_000_000, 1) and (more == 2).all()
     assert sum(seen) == 1_000_000 and (len(seen) == 1) is broadcast
+
+
+def test_a_strategy_written_in_python_decides_what_is_read(session, tmp_path):
+    paths = [str(tmp_path / f"{name}.csv") for name in "abc"]
+    for i, path in enumerate(paths):
+        Path(path).write_text(f"x\n{i}\n{i + 10}\n")
+    part = EXECUTOR + "SourcePartition"
+    first_and_count = {1: (3.0, 1.0), 2: (1.0, 2.0), 3: (1.0, 0.0), 4: (3.0, 0.0)}
+    strategies = Strategies(session)
+    strategies.ANSWERS = Strategies.ANSWERS | {
+        "createPartition": lambda index, count: session.new(part, *first_and_count[index])
+    }
+    source = session.call("kalvex.io.CsvDatastore", host.StringArray(paths))
+    table = session.call("kv.read", source, strategies.new())
+    x = session.call("subsrefTabularVar", ":", "x", True, table)
+    assert session.call("gather", x).ravel().tolist() == [2, 12, 0, 10, 1, 11]
+    created = [call for call in strategies.called if call[0] == "createPartition"]
+    assert created == [("createPartition", i, 4.0) for i in (1.0, 2.0, 3.0, 4.0)]
 
 
 def test_the_users_stack_is_pythons(numbers):
