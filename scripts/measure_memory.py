@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Measures the memory of whole processes: that of queries over large files, and that under limits.
+"""Measures the memory of whole processes: that of queries over large files, and that under limits;
+and how much is read of a file that the system doesn't hold.
 
     scripts/measure_memory.py <build folder> <out.json> [<GiB>...]
 
@@ -11,6 +12,7 @@ as much as it had before, 1.15 times the limit and 16 MiB.
 import json
 import os
 import random
+import resource
 import subprocess
 import sys
 import tempfile
@@ -70,8 +72,22 @@ def write_numbers(path: Path, size: int) -> None:
             written += file.write(block)
 
 
+def drop_cached(path: Path) -> None:
+    """Has the system forget what it holds of a file, so that it is read from disk."""
+    with path.open("rb") as file:
+        os.fsync(file.fileno())
+        os.posix_fadvise(file.fileno(), 0, 0, os.POSIX_FADV_DONTNEED)
+
+
+def bytes_from_disk() -> int:
+    """What processes that have ended have read from disk."""
+    return resource.getrusage(resource.RUSAGE_CHILDREN).ru_inblock * 512
+
+
 def query(tool: Path, source: Path) -> dict[str, float]:
     """The query with a filter, means and deviations of all columns, on two threads."""
+    drop_cached(source)
+    before = bytes_from_disk()
     questions = [f"{name}(c{i})" for i in range(COLUMNS) for name in ("mean", "std")]
     words = [str(tool), "query", str(source), *questions, "--where", "c0 > 0", "--threads", "2"]
     process = subprocess.Popen([*words, "--json"], stdout=subprocess.PIPE, text=True)
@@ -80,6 +96,7 @@ def query(tool: Path, source: Path) -> dict[str, float]:
     facts = json.loads(process.stdout.read())
     return {
         "bytes": source.stat().st_size,
+        "bytes_from_disk": bytes_from_disk() - before,
         "seconds": facts["seconds"],
         "resident_bytes": facts["peak_bytes"],
         "anonymous_bytes": anonymous,

@@ -171,6 +171,11 @@ def resident(query: int) -> Callable[[Results], list[float]]:
     return lambda results: [results.memory["queries"][query]["resident_bytes"] / MIB]
 
 
+def share_from_disk(results: Results) -> list[float]:
+    run = results.memory["queries"][0]
+    return [run["bytes_from_disk"] / run["bytes"]]
+
+
 def share_of_allowance(results: Results) -> list[float]:
     return [max(run["share_of_allowance"] for run in results.memory["limits"])]
 
@@ -346,6 +351,12 @@ SECTIONS = {
             "filter, means and deviations of 8 columns, 1 GiB (CSV)", resident(0), "{:.0f} MiB", 100
         ),
         Figure("the same, 2 GiB", resident(1), "{:.0f} MiB", 100),
+        Figure(
+            "the same, 1 GiB: bytes from disk, as a share of the file",
+            share_from_disk,
+            "{:.2f}",
+            1.05,
+        ),
         Figure(
             "under limits of 64 to 256 MiB: anonymous memory, as a share of 1.15 limits + 16 MiB",
             share_of_allowance,
