@@ -36,14 +36,11 @@ std::size_t keyOfInput(const Operand& input) {
 
 /// Where an array was recorded, for messages; empty if it isn't known.
 std::string placeOf(const Array& array) {
-  StackFrame place;
-  for (const LazyGraph::Node& node : lazyGraph(std::span(&array, 1)).nodes) {
-    place = node.kind == LazyGraph::Kind::Closure ? node.place : place;
-  }
+  const StackFrame place = originOf(array).place;
   return place.file.empty() ? "" : fmt::format(" in {}, line {}", place.file, place.line);
 }
 
-std::string originOf(const Array& array) {
+std::string shownOrigin(const Array& array) {
   const RowSpace& rows = *array.handle().traits.rows;
   std::string origin = fmt::format("an array recorded{} (rows of {}", placeOf(array), rows.name());
   for (const Array& filter : rows.filters()) {
@@ -57,12 +54,12 @@ std::string originOf(const Array& array) {
   const RowSpace& otherRows = *other.handle().traits.rows;
   const StackFrame line{where.file_name(), where.function_name(), static_cast<int>(where.line())};
   if (!rows.isOfSameSource(otherRows)) {
-    raiseError("KALVEX:array:DifferentSources", {originOf(array), originOf(other)}, {line});
+    raiseError("KALVEX:array:DifferentSources", {shownOrigin(array), shownOrigin(other)}, {line});
   }
-  raiseError(
-      "KALVEX:array:RowsDiffer",
-      {originOf(array), originOf(other), "; filter the table first, or both by one condition"},
-      {line});
+  raiseError("KALVEX:array:RowsDiffer",
+             {shownOrigin(array), shownOrigin(other),
+              "; filter the table first, or both by one condition"},
+             {line});
 }
 
 /// True if the rows go with any others, or the run has to decide.

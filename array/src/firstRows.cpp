@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "closures.h"
 #include "elementValues.h"
 #include "handles.h"
 #include "kv/elements.h"
@@ -21,7 +22,7 @@ namespace kv {
 namespace {
 
 /// With more steps, the rows aren't shown: looking at an array is quick.
-constexpr std::size_t kMostSteps = 200;
+constexpr std::size_t kMostSteps = 500;
 
 constexpr std::string_view kRead = "kalvex.bigdata.internal.lazyeval.ReadOperation";
 
@@ -50,14 +51,6 @@ bool isRowStep(const kxArray* operation) {
                              [&](std::string_view prefix) { return called.starts_with(prefix); });
 }
 
-const kcos::COSInterface* objectIn(const kxArray* scalar) {
-  return kcos::omGetArrayElement(scalar, 0).get();
-}
-
-host::Value elementOf(const kxArray* objects, std::size_t index) {
-  return matrix::from_kalvex(kcos::omCreateKCOSScalar(kcos::omGetArrayElement(objects, index)));
-}
-
 /// An array that reads the first rows of a source, or of a value; null if none are known.
 host::Value readFirst(const kxArray* source) {
   const host::Value rows = host::call("kv.firstRows", {source});
@@ -70,7 +63,7 @@ class FirstRows {
   /// Null if the rows aren't known.
   const kxArray* of(const kxArray* array) {
     std::vector<host::Value> waiting;
-    waiting.push_back(promiseOf(host::getProperty(array, "ValueFuture").get()));
+    waiting.push_back(promiseOfArray(array));
     const auto* const last = objectIn(waiting.back().get());
     while (!waiting.empty()) {
       if (made_.size() + waiting.size() > kMostSteps) {
@@ -86,24 +79,13 @@ class FirstRows {
   }
 
  private:
-  static host::Value promiseOf(const kxArray* future) {
-    return host::getProperty(future, "Promise");
-  }
-
-  static bool isDone(const kxArray* promise) {
-    return host::toLogical(host::getProperty(promise, "IsDone").get());
-  }
-
   /// Adds those inputs of the step of a promise that aren't made. False if there are none.
   bool addInputs(const kxArray* promise, std::vector<host::Value>& waiting) const {
     if (isDone(promise)) {
       return false;
     }
-    const host::Value closure = host::getProperty(promise, "Closure");
-    const host::Value futures = host::getProperty(closure.get(), "InputFutures");
     const std::size_t before = waiting.size();
-    for (std::size_t i = 0; i < kxGetNumberOfElements(futures.get()); ++i) {
-      host::Value input = promiseOf(elementOf(futures.get(), i).get());
+    for (host::Value& input : inputsOf(closureOf(promise).get())) {
       if (!made_.contains(objectIn(input.get()))) {
         waiting.push_back(std::move(input));
       }
@@ -127,21 +109,19 @@ class FirstRows {
   }
 
   host::Value recorded(const kxArray* promise) const {
-    const host::Value closure = host::getProperty(promise, "Closure");
+    const host::Value closure = closureOf(promise);
     const host::Value operation = host::getProperty(closure.get(), "Operation");
     if (kxGetClassName(operation.get()) == kRead && host::isTrusted(operation.get())) {
       return readFirst(host::getProperty(operation.get(), "Datastore").get());
     }
     CallInputs inputs;
     inputs.lend(operation.get());
-    const host::Value futures = host::getProperty(closure.get(), "InputFutures");
-    for (std::size_t i = 0; i < kxGetNumberOfElements(futures.get()); ++i) {
-      const host::Value& input =
-          made_.at(objectIn(promiseOf(elementOf(futures.get(), i).get()).get()));
-      if (input == nullptr) {
+    for (const host::Value& input : inputsOf(closure.get())) {
+      const host::Value& array = made_.at(objectIn(input.get()));
+      if (array == nullptr) {
         return nullptr;
       }
-      inputs.lend(input);
+      inputs.lend(array);
     }
     if (!isRowStep(operation.get())) {
       return nullptr;

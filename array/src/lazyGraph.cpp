@@ -5,13 +5,15 @@
 #include "kv/lazyGraph.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
-#include <set>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
+#include "closures.h"
 #include "handles.h"
 
 namespace kv {
@@ -54,10 +56,6 @@ LazyGraph::Node nodeOf(const std::string& name, const kxArray* object) {
   return node;
 }
 
-const kcos::COSInterface* objectIn(const kxArray* scalar) {
-  return kcos::omGetArrayElement(scalar, 0).get();
-}
-
 LazyGraph read(const host::Value& graph, std::span<const Array> arrays) {
   LazyGraph read;
   std::map<std::string, std::size_t> numbers;
@@ -93,12 +91,9 @@ host::Value graphOf(std::span<const Array> arrays) {
   return host::getProperty(shown.get(), "Graph");
 }
 
-/// What a node of the graph reads; null unless it is a closure that reads.
-host::Value sourceOf(const kxArray* node) {
-  if (!kxIsA(node, kClosure)) {
-    return nullptr;
-  }
-  const host::Value operation = host::getProperty(node, "Operation");
+/// What a closure reads; null unless it reads a source.
+host::Value sourceOf(const kxArray* closure) {
+  const host::Value operation = host::getProperty(closure, "Operation");
   return kxIsA(operation.get(), kRead) ? host::getProperty(operation.get(), "Datastore") : nullptr;
 }
 
@@ -115,27 +110,39 @@ std::vector<std::string> namesOf(const kxArray* source) {
   return {host::toText(host::getProperty(source, "DisplayName").get())};
 }
 
-/// The distinct texts that `textsOf` returns for the sources of arrays.
-std::vector<std::string> ofSources(std::span<const Array> arrays, const Where& where,
-                                   std::vector<std::string> (*textsOf)(const kxArray*)) {
-  const auto session = sessionOf(arrays);
-  return publicCall(*session, where, [&] {
-    const host::Value objects = columnOf(graphOf(arrays), "Nodes", "NodeObj");
-    std::vector<std::string> texts;
-    std::set<std::string> known;
-    for (std::size_t i = 0; i < kxGetNumberOfElements(objects.get()); ++i) {
-      const host::Value source = sourceOf(kxGetCell(objects.get(), i));
-      if (source == nullptr) {
-        continue;
-      }
-      for (std::string& text : textsOf(source.get())) {
-        if (known.insert(text).second) {
-          texts.push_back(std::move(text));
-        }
-      }
+/// Adds texts that aren't there yet.
+void addNew(std::vector<std::string>& texts, std::vector<std::string> more) {
+  for (std::string& text : more) {
+    if (std::ranges::find(texts, text) == texts.end()) {
+      texts.push_back(std::move(text));
     }
-    return texts;
-  });
+  }
+}
+
+/// What is read to make the promised value, without the tables of the graph, which take longer.
+std::vector<std::string> sourceNames(host::Value promise) {
+  std::vector<std::string> names;
+  std::unordered_set<const kcos::COSInterface*> seen;
+  std::vector<host::Value> waiting;
+  waiting.push_back(std::move(promise));
+  while (!waiting.empty()) {
+    const host::Value next = std::move(waiting.back());
+    waiting.pop_back();
+    if (isDone(next.get())) {
+      continue;
+    }
+    const host::Value closure = closureOf(next.get());
+    if (!seen.insert(objectIn(closure.get())).second) {
+      continue;
+    }
+    if (const host::Value source = sourceOf(closure.get())) {
+      addNew(names, namesOf(source.get()));
+    }
+    std::vector<host::Value> inputs = inputsOf(closure.get());
+    waiting.insert(waiting.end(), std::move_iterator(inputs.rbegin()),
+                   std::move_iterator(inputs.rend()));
+  }
+  return names;
 }
 
 }  // namespace
@@ -146,11 +153,33 @@ LazyGraph lazyGraph(std::span<const Array> arrays, Where where) {
 }
 
 std::vector<std::string> sourceFiles(std::span<const Array> arrays, Where where) {
-  return ofSources(arrays, where, filesOf);
+  const auto session = sessionOf(arrays);
+  return publicCall(*session, where, [&] {
+    const host::Value objects = columnOf(graphOf(arrays), "Nodes", "NodeObj");
+    std::vector<std::string> files;
+    for (std::size_t i = 0; i < kxGetNumberOfElements(objects.get()); ++i) {
+      const kxArray* node = kxGetCell(objects.get(), i);
+      const host::Value source = kxIsA(node, kClosure) ? sourceOf(node) : nullptr;
+      if (source != nullptr) {
+        addNew(files, filesOf(source.get()));
+      }
+    }
+    return files;
+  });
 }
 
-std::vector<std::string> sourceNames(std::span<const Array> arrays, Where where) {
-  return ofSources(arrays, where, namesOf);
+Origin originOf(const Array& array, Where where) {
+  const auto session = sessionOf(std::span(&array, 1));
+  return publicCall(*session, where, [&] {
+    host::Value promise = promiseOfArray(array.handle().value.get());
+    Origin origin;
+    if (!isDone(promise.get())) {
+      const host::Value operation = host::getProperty(closureOf(promise.get()).get(), "Operation");
+      origin.place = placeOf(host::getProperty(operation.get(), "Stack").get());
+    }
+    origin.sources = sourceNames(std::move(promise));
+    return origin;
+  });
 }
 
 }  // namespace kv

@@ -214,21 +214,13 @@ Table filterByText(const ArraySession& self, const Table& table, const std::stri
 }
 
 /// What an array reads, and the line that recorded it.
-nb::tuple originOf(const Array& array) {
-  const auto [files, place] = inArrays(Line::Live, [&] {
-    const std::span<const Array> alone(&array, 1);
-    const LazyGraph graph = lazyGraph(alone);
-    StackFrame last;
-    for (const LazyGraph::Node& node : graph.nodes) {
-      last = node.kind == LazyGraph::Kind::Closure ? node.place : last;
-    }
-    return std::pair(sourceNames(alone), last);
-  });
+nb::tuple originTuple(const Array& array) {
+  const Origin origin = inArrays(Line::Live, [&] { return originOf(array); });
   nb::list names;
-  for (const std::string& file : files) {
-    names.append(toPython(file));
+  for (const std::string& source : origin.sources) {
+    names.append(toPython(source));
   }
-  return nb::make_tuple(names, toPython(place.file), place.line);
+  return nb::make_tuple(names, toPython(origin.place.file), origin.place.line);
 }
 
 /// What a table reads, by a column that can be read.
@@ -239,7 +231,7 @@ nb::object sourcesOf(const Table& table) {
     return nb::list();
   }
   const auto index = static_cast<std::size_t>(found - types.begin());
-  return originOf(column(table, table.columns()[index]))[0];
+  return originTuple(column(table, table.columns()[index]))[0];
 }
 
 nb::list firstRowsOf(const nb::list& handles) {
@@ -287,7 +279,7 @@ void bindHandles(nb::module_& module) {
            nb::arg("missing").none());
   nb::class_<Array>(module, "ArrayHandle", "An array of array/.")
       .def_prop_ro("type", typeOf)
-      .def_prop_ro("origin", originOf, nb::sig("def origin(self) -> tuple[list[str], str, int]"))
+      .def_prop_ro("origin", originTuple, nb::sig("def origin(self) -> tuple[list[str], str, int]"))
       .def_prop_ro("rows", &Array::rows)
       .def_prop_ro("trailing", &Array::trailing)
       .def_prop_ro("can_place_beside", &canPlaceBeside)
