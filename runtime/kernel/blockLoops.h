@@ -105,7 +105,8 @@ constexpr BlockTable binaryLogical(BlockTable table = {}) {
   return binaryBlocks<Op, ElementType::Logical>(table);
 }
 
-/// `Op` of microseconds; missing if an input is. A logical result is false instead.
+/// `Op` of microseconds; missing if an input is. A logical result is false instead, or
+/// `Op::kOfMissing`.
 template <class Op>
 struct OfTimes {
   using Time = std::int64_t;
@@ -114,7 +115,13 @@ struct OfTimes {
   static auto apply(Time a, Time b) {
     const auto result = Op::apply(a, b);
     using Result = std::remove_cv_t<decltype(result)>;
-    constexpr auto kMissing = static_cast<Result>(sizeof(Result) == sizeof(Time) ? kNaT : 0);
+    constexpr auto kMissing = [] {
+      if constexpr (requires { Op::kOfMissing; }) {
+        return Op::kOfMissing;
+      } else {
+        return static_cast<Result>(sizeof(Result) == sizeof(Time) ? kNaT : 0);
+      }
+    }();
     const bool isMissing = (a == kNaT) | (b == kNaT);
     return isMissing ? kMissing : result;
   }

@@ -5,7 +5,8 @@ namespace kv::runtime {
 
 namespace {
 
-// Bitwise operators on purpose: they leave no branch in the loops. All are false for NaN.
+// Bitwise operators on purpose: they leave no branch in the loops. All but Differs are false for
+// NaN.
 
 struct Eq {
   template <class T>
@@ -18,6 +19,14 @@ struct Ne {
   template <class T>
   static std::uint8_t apply(T a, T b) {
     return static_cast<std::uint8_t>((a < b) | (a > b));
+  }
+};
+
+struct Differs {
+  static constexpr std::uint8_t kOfMissing = 1;
+  template <class T>
+  static std::uint8_t apply(T a, T b) {
+    return a != b;
   }
 };
 
@@ -80,6 +89,7 @@ constexpr BlockTable comparison() {
 
 const BlockTable kEqBlocks = comparison<Eq>();
 const BlockTable kNeBlocks = comparison<Ne>();
+const BlockTable kDiffersBlocks = comparison<Differs>();
 const BlockTable kLtBlocks = comparison<Lt>();
 const BlockTable kLeBlocks = comparison<Le>();
 const BlockTable kGtBlocks = comparison<Gt>();

@@ -20,6 +20,7 @@ extern const BlockTable kMaximumBlocks;
 // comparisonBlocks.cpp
 extern const BlockTable kEqBlocks;
 extern const BlockTable kNeBlocks;
+extern const BlockTable kDiffersBlocks;
 extern const BlockTable kLtBlocks;
 extern const BlockTable kLeBlocks;
 extern const BlockTable kGtBlocks;
@@ -46,9 +47,11 @@ extern const BlockTable kRoundBlocks;
 extern const BlockTable kIsnanBlocks;
 extern const BlockTable kIsfiniteBlocks;
 
-// textFunctions.cpp: compare by the order of UTF-8 bytes; false if a text is missing.
+// textFunctions.cpp: compare by the order of UTF-8 bytes; false if a text is missing, except for
+// textDiffers.
 void textEq(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);
 void textNe(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);
+void textDiffers(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);
 void textLt(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);
 void textLe(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);
 void textGt(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output);

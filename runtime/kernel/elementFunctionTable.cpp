@@ -21,6 +21,7 @@ constexpr ElementFunction kElementFunctions[] = {
     {"uminus",   "-",  1, Promoted,   &kUminusBlocks,   nullptr,         "negative"},
     {"eq",       "==", 2, Comparison, &kEqBlocks,       &textEq,         "equal"},
     {"ne",       "!=", 2, Comparison, &kNeBlocks,       &textNe,         "not equal; false with a missing value"},
+    {"differs",  "",   2, Comparison, &kDiffersBlocks,  &textDiffers,    "not equal; true with NaN or a missing text"},
     {"lt",       "<",  2, Comparison, &kLtBlocks,       &textLt,         "less than"},
     {"le",       "<=", 2, Comparison, &kLeBlocks,       &textLe,         "less than or equal"},
     {"gt",       ">",  2, Comparison, &kGtBlocks,       &textGt,         "greater than"},

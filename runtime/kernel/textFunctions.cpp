@@ -8,7 +8,7 @@ namespace kv::runtime {
 
 namespace {
 
-template <class Compare>
+template <class Compare, bool kOfMissing = false>
 void compareTexts(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output) {
   const TextView left(inputs[0].column);
   const TextView right(inputs[1].column);
@@ -18,7 +18,7 @@ void compareTexts(std::span<const ColumnOperand> inputs, std::int64_t rows, std:
     const std::int64_t i = row * leftStep;
     const std::int64_t j = row * rightStep;
     const bool isMissing = left.isMissing(i) || right.isMissing(j);
-    output[row] = !isMissing && Compare()(left[i], right[j]);
+    output[row] = isMissing ? kOfMissing : Compare()(left[i], right[j]);
   }
 }
 
@@ -30,6 +30,10 @@ void textEq(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8
 
 void textNe(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output) {
   compareTexts<std::not_equal_to<>>(inputs, rows, output);
+}
+
+void textDiffers(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output) {
+  compareTexts<std::not_equal_to<>, true>(inputs, rows, output);
 }
 
 void textLt(std::span<const ColumnOperand> inputs, std::int64_t rows, std::uint8_t* output) {

@@ -117,9 +117,10 @@ TEST(ElementFunctions, AComparisonWithAMissingValueIsFalse) {
   const std::vector<double> left{1, 2, 2, kNaN, kNaN, 0, -kInf};
   const std::vector<double> right{2, 1, 2, 1, kNaN, -0.0, kInf};
   const std::vector<Truth> kTruths = {
-      {"eq", left, right, {0, 0, 1, 0, 0, 1, 0}}, {"ne", left, right, {1, 1, 0, 0, 0, 0, 1}},
-      {"lt", left, right, {1, 0, 0, 0, 0, 0, 1}}, {"le", left, right, {1, 0, 1, 0, 0, 1, 1}},
-      {"gt", left, right, {0, 1, 0, 0, 0, 0, 0}}, {"ge", left, right, {0, 1, 1, 0, 0, 1, 0}},
+      {"eq", left, right, {0, 0, 1, 0, 0, 1, 0}},      {"ne", left, right, {1, 1, 0, 0, 0, 0, 1}},
+      {"differs", left, right, {1, 1, 0, 1, 1, 0, 1}}, {"lt", left, right, {1, 0, 0, 0, 0, 0, 1}},
+      {"le", left, right, {1, 0, 1, 0, 0, 1, 1}},      {"gt", left, right, {0, 1, 0, 0, 0, 0, 0}},
+      {"ge", left, right, {0, 1, 1, 0, 0, 1, 0}},
   };
   checkTruths(kTruths, Double);
   checkTruths(kTruths, Single);
@@ -171,6 +172,7 @@ TEST(ElementFunctions, TextsCompareByTheirBytes) {
   } kCases[] = {
       {"eq", {1, 0, 0, 0, 0, 0, 0}, {1, 0, 0, 0, 0, 0, 0}, {1, 0, 0, 0, 0, 0, 0}},
       {"ne", {0, 1, 1, 0, 0, 1, 1}, {0, 1, 1, 0, 1, 1, 1}, {0, 1, 1, 0, 1, 1, 1}},
+      {"differs", {0, 1, 1, 1, 1, 1, 1}, {0, 1, 1, 1, 1, 1, 1}, {0, 1, 1, 1, 1, 1, 1}},
       {"lt", {0, 0, 1, 0, 0, 0, 0}, {0, 0, 1, 0, 1, 0, 0}, {0, 1, 0, 0, 0, 1, 1}},
       {"le", {1, 0, 1, 0, 0, 0, 0}, {1, 0, 1, 0, 1, 0, 0}, {1, 1, 0, 0, 0, 1, 1}},
       {"gt", {0, 1, 0, 0, 0, 1, 1}, {0, 1, 0, 0, 0, 1, 1}, {0, 0, 1, 0, 1, 0, 0}},

@@ -110,6 +110,7 @@ TEST(Times, AreComputedAsInNumpy) {
       {"maximum", {all(moments), day}, {"2013-06-02T00:00:00", "NaT", "2013-06-03T12:00:00"}},
       {"lt", {all(moments), day}, {"1", "0", "0"}},
       {"ne", {all(moments), all(moments)}, {"0", "0", "0"}},
+      {"differs", {all(moments), all(moments)}, {"0", "1", "0"}},
       {"ge", {hour, all(hours)}, {"1", "0", "0"}},
       {"ismissing", {all(moments)}, {"0", "1", "0"}},
       {"isfinite", {all(hours)}, {"1", "1", "0"}},

@@ -16,7 +16,8 @@ namespace kv::runtime {
 // Types, NaN and division follow NumPy: integers wrap, x / 0 is Inf, 0 / 0 is NaN, and nothing
 // traps. The differences are:
 //
-// 1. A comparison with NaN or a missing text is false, also for `ne`.
+// 1. A comparison with NaN, a missing text or a missing time is false, also for `ne`, but not for
+//    `differs`, which is true where `eq` is false.
 // 2. There is no half precision: the mathematical functions of logical and 8-bit columns give
 //    single.
 // 3. `floor`, `ceil` and `round` don't change logical and integer columns.
