@@ -92,7 +92,7 @@ Array Table::column(std::string_view name, Where where) const {
     return handle_->arrays[found->second];
   }
   const auto session = live(handle_->session);
-  return publicCall(*session, where, [&] {
+  return recordingCall(*session, where, [&] {
     CallInputs inputs;
     inputs.give(host::makeChars(":"));  // all rows
     inputs.give(host::makeChars(name));

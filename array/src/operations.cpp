@@ -102,7 +102,7 @@ Array apply(std::string_view function, std::span<const Operand> inputs, Where wh
   }
   const Arrays arrays = translated([&] { return arraysAmong(inputs); });
   const auto session = sessionOf({arrays.data(), arrays.size()});
-  return publicCall(*session, where, [&] {
+  return recordingCall(*session, where, [&] {
     RecordedOperands operands;
     for (const Operand& input : inputs) {
       operands.push_back(recordedOperand(input));
@@ -136,7 +136,7 @@ Array aggregate(std::string_view name, const Array& input, const Reduction& redu
       skips ? runtime::MissingRule::Skip : runtime::MissingRule::Propagate, reduction.isWhole,
       reduction.needsRows};
   const auto session = live(input.handle().session);
-  return publicCall(*session, where, [&] {
+  return recordingCall(*session, where, [&] {
     const ElementType type = runtime::aggregateType(row->kind, input.handle().type);
     const std::string function = runtime::aggregateFunctionName(name, form);
     const kxArray* handle = session->functions.of(*row, form);
@@ -149,7 +149,7 @@ Array aggregate(std::string_view name, const Array& input, const Reduction& redu
 Array filter(const Array& input, const Array& keep, Where where) {
   requireCondition(keep);
   const auto session = sessionOf(std::array{input, keep});
-  return publicCall(*session, where, [&] {
+  return recordingCall(*session, where, [&] {
     RowTraits traits = traitsOfFiltered(input, keep, where);
     auto rows = host::call("filterslices", {keep.handle().value.get(), input.handle().value.get()});
     return makeArray(session, std::move(rows), input.handle().type, std::move(traits));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -10,6 +11,7 @@
 #include "FunctionHandles.h"
 #include "OpenStream.h"
 #include "kv/array.h"
+#include "kv/host/StackHold.h"
 #include "kv/host/session.h"
 #include "kv/host/values.h"
 #include "kv/runtime/Cancellation.h"
@@ -78,21 +80,32 @@ class CallScope {
   Session::Impl& session_;
 };
 
+/// What may run during a public call.
+enum class CallKind : std::uint8_t {
+  Any,
+  Records,  ///< built-in operations are recorded, and no user's code runs
+};
+
 /// The user's line of a public call, and the user's stack: that of the outermost one, which stays
 /// as it is until the call ends.
 class CallFrame {
  public:
-  CallFrame(Session::Impl& session, const Where& where) : session_(session) {
+  CallFrame(Session::Impl& session, const Where& where, CallKind kind) : session_(session) {
     if (session.depth > 1) {
       nested_.emplace(where);
     } else {
       session.where = &where;
       session.site.emplace(where);
-      session.frame = host::call("kalvex.bigdata.internal.InternalStackFrame");
+      if (kind == CallKind::Records) {
+        held_.emplace();
+      } else {
+        session.frame = host::call("kalvex.bigdata.internal.InternalStackFrame");
+      }
     }
   }
   ~CallFrame() {
     if (session_.depth == 1) {
+      held_.reset();
       session_.frame = nullptr;
       session_.site.reset();
     }
@@ -103,11 +116,12 @@ class CallFrame {
  private:
   Session::Impl& session_;
   std::optional<host::CallSite> nested_;
+  std::optional<host::StackHold> held_;
 };
 
 /// Runs `body` as one public call: the session is leased and current, the user's line is on its
 /// stack, and what the call captures as the user's stack doesn't change until the call ends.
-template <class Body>
+template <CallKind kKind = CallKind::Any, class Body>
 auto publicCall(Session::Impl& session, const Where& where, Body&& body) {
   const CallScope lease(session);
   if (session.host.isClosed()) {
@@ -115,9 +129,16 @@ auto publicCall(Session::Impl& session, const Where& where, Body&& body) {
   }
   const host::Session::Scope scope(session.host);
   return translated([&] {
-    const CallFrame frame(session, where);
+    const CallFrame frame(session, where, kKind);
     return body();
   });
+}
+
+/// Runs `body` as one public call that only records built-in operations: the user's stack costs
+/// less.
+template <class Body>
+auto recordingCall(Session::Impl& session, const Where& where, Body&& body) {
+  return publicCall<CallKind::Records>(session, where, std::forward<Body>(body));
 }
 
 /// The session of a handle. Errors: "KALVEX:session:Closed" if it is closed.

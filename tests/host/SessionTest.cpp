@@ -1,11 +1,13 @@
 #include <cstdio>
 #include <fstream>
+#include <optional>
 #include <thread>
 
 #include "HostSession.h"
 #include "NativeClasses.h"
 #include "foundation/exception.h"
 #include "foundation/usm.h"
+#include "kv/host/StackHold.h"
 #include "support/Worlds.h"
 
 namespace kv::test {
@@ -243,6 +245,12 @@ TEST_F(UserStack, ComesFromTheProviderOnceForEachDistinctStack) {
   frames[0].line = 4;
   EXPECT_FALSE(kxIsSameValue(first.get(), stackOf().get()));
   EXPECT_EQ(lines(first)[0], "a.py:inner:3");
+  std::optional<host::StackHold> held(std::in_place);
+  frames[0].line = 5;
+  { const host::StackHold inner; }
+  EXPECT_EQ(lines(stackOf())[0], "a.py:inner:4") << "it is held";
+  held.reset();
+  EXPECT_EQ(lines(stackOf())[0], "a.py:inner:5");
 }
 
 TEST_F(UserStack, ComesFromOpenCallSitesOtherwise) {

@@ -8,6 +8,7 @@
 
 #include <string_view>
 
+#include "kv/host/StackHold.h"
 #include "session/SessionState.h"
 
 namespace kv::host {
@@ -90,7 +91,18 @@ UserStacks::Node* UserStacks::liveOf(StackSource& source) {
   return stack;
 }
 
+bool UserStacks::hold() {
+  if (held_ != nullptr) {
+    return false;
+  }
+  held_ = live();
+  return true;
+}
+
 UserStacks::Node* UserStacks::live() {
+  if (held_ != nullptr) {
+    return held_;
+  }
   if ((!provider_ && !source_) || isAsking_) {
     return current_;
   }
@@ -153,6 +165,18 @@ CallSite::CallSite(const std::source_location& where) : session_(currentSession(
 CallSite::~CallSite() {
   if (session_ != nullptr) {
     session_->stacks.close();
+  }
+}
+
+StackHold::StackHold() : session_(&requireSession()) {
+  if (!session_->stacks.hold()) {
+    session_ = nullptr;
+  }
+}
+
+StackHold::~StackHold() {
+  if (session_ != nullptr) {
+    session_->stacks.release();
   }
 }
 

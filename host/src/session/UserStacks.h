@@ -34,6 +34,11 @@ class UserStacks {
   void open(const std::source_location& where);
   void close() noexcept;
 
+  /// The live stack stays as it is until `release`.
+  /// Result: false if it is held already.
+  bool hold();
+  void release() noexcept { held_ = nullptr; }
+
   /// The live stack, innermost frame first.
   std::vector<Frame> frames();
   /// The live stack as an n-by-1 structure with the fields "file", "name" and "line".
@@ -94,6 +99,7 @@ class UserStacks {
   std::unordered_map<Step, Node*, Hash> steps_;
   std::unordered_map<Place, Node*, Hash> places_;
   Node* current_;
+  Node* held_ = nullptr;
 };
 
 }  // namespace kv::host
