@@ -75,10 +75,6 @@ class DirectCallScope {
 
 void recordElementfun(const Call& call, const std::function<void()>& proceed) {
   DirectCall direct{{call.prhs, static_cast<std::size_t>(call.nrhs)}};
-  if (std::ranges::none_of(direct.inputs, hasPlaces)) {
-    proceed();
-    return;
-  }
   const DirectCallScope scope(direct);
   proceed();
   for (std::size_t i = 0; i < direct.metadata.size(); ++i) {
@@ -117,7 +113,8 @@ void evaluateRows(const Call& call, DirectCall& direct) {
 }  // namespace
 
 void directEvaluate(const Call& call) {
-  if (DirectCall* direct = std::exchange(runtimeState().directCall, nullptr)) {
+  DirectCall* direct = std::exchange(runtimeState().directCall, nullptr);
+  if (direct != nullptr && std::ranges::any_of(direct->inputs, hasPlaces)) {
     evaluateRows(call, *direct);
     return;
   }

@@ -15,7 +15,7 @@
 /// The runtime's data in the session store.
 namespace kv::runtime {
 
-/// A call that may evaluate an operation at once and has rows of a source among its inputs.
+/// A call that may evaluate an operation at once; its inputs may have rows of a source.
 struct DirectCall {
   std::span<const kxArray* const> inputs;  ///< the operation's inputs are the last of them
   std::vector<host::Value> metadata{};     ///< of the outputs, after their evaluation
