@@ -38,14 +38,13 @@ class Array(ArrayWriting):
     np.float64(0.08251478727700311)
     """
 
-    __slots__ = ("__weakref__", "_first", "_handle", "_session")
+    __slots__ = ("__weakref__", "_handle", "_session")
     __array_priority__ = 1000
     __hash__: ClassVar[None]  # type: ignore[assignment]
 
-    def __init__(self, handle: ArrayHandle, session: "Session", first: Any = None):
+    def __init__(self, handle: ArrayHandle, session: "Session"):
         self._handle = handle
         self._session = session
-        self._first = first  # some of the first rows, of a column that opening has seen
 
     # What is known of it.
 
@@ -177,7 +176,7 @@ class Array(ArrayWriting):
         return np.array(compute(self), dtype=dtype)
 
     def __array_ufunc__(self, ufunc: np.ufunc, method: str, *inputs: Any, **options: Any) -> Any:
-        return _ufuncs.call_ufunc(ufunc, method, *inputs, **options)
+        return _ufuncs.call_ufunc(ufunc, method, inputs, options)
 
     def __array_function__(
         self, function: Any, types: Any, args: tuple[Any, ...], kwargs: dict[str, Any]
@@ -263,17 +262,10 @@ class Array(ArrayWriting):
     __eq__ = _ufuncs.operator(np.equal)  # type: ignore[assignment]
     __ne__ = _ufuncs.operator(np.not_equal)  # type: ignore[assignment]
 
-    def __neg__(self) -> "Array":
-        return _ufuncs.negative(self)
-
-    def __pos__(self) -> "Array":
-        return _ufuncs.positive(self)
-
-    def __abs__(self) -> "Array":
-        return _ufuncs.absolute(self)
-
-    def __invert__(self) -> "Array":
-        return _ufuncs.invert(self)
+    __neg__ = _ufuncs.prefix(np.negative)
+    __pos__ = _ufuncs.prefix(np.positive)
+    __abs__ = _ufuncs.prefix(np.absolute)
+    __invert__ = _ufuncs.prefix(np.invert)
 
     __floordiv__ = __rfloordiv__ = _ufuncs.refused_operator(np.floor_divide)
     __divmod__ = __rdivmod__ = _ufuncs.refused_operator(np.divmod)

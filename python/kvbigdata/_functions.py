@@ -147,43 +147,58 @@ _RENAMED = {"a_min": "min", "a_max": "max"}
 _IDLE = {"order", "subok", "device"}
 
 
-@functools.cache
-def _signatures(function: Callable[..., Any]) -> tuple[inspect.Signature, Any]:
-    """NumPy's signature, and the names of the parameters here; None if any goes."""
-    here = inspect.signature(_FUNCTIONS[function]).parameters
-    takes_any = any(each.kind is each.VAR_KEYWORD for each in here.values())
-    return inspect.signature(function), None if takes_any else set(here)
+class _Adapter:
+    """Turns calls of a function of NumPy's, whose arguments NumPy has checked, into calls of the
+    one here: the first argument, and the others that aren't left at their defaults, by their names
+    here."""
+
+    def __init__(self, function: Callable[..., Any]):
+        self._function = function
+        self._here = _FUNCTIONS[function]
+        parameters = inspect.signature(function).parameters.values()
+        self._names = [
+            each.name
+            for each in parameters
+            if each.kind in (each.POSITIONAL_ONLY, each.POSITIONAL_OR_KEYWORD)
+        ]
+        self._defaults = {each.name: each.default for each in parameters}
+        accepted = inspect.signature(self._here).parameters.values()
+        takes_any = any(each.kind is each.VAR_KEYWORD for each in accepted)
+        self._accepted = None if takes_any else {each.name for each in accepted}
+
+    def __call__(self, args: tuple[Any, ...], kwargs: dict[str, Any]) -> Any:
+        given = dict(zip(self._names, args, strict=False))
+        given.update(kwargs)
+        first = given.pop(self._names[0])
+        return self._here(first, **self._adapted(given))
+
+    def _adapted(self, given: dict[str, Any]) -> dict[str, Any]:
+        adapted = {}
+        for name, value in given.items():
+            is_default = name in self._defaults and value is self._defaults[name]
+            if name in _IDLE or value is np._NoValue or is_default:
+                continue
+            renamed = _RENAMED.get(name, name)
+            if name == "out" or (self._accepted is not None and renamed not in self._accepted):
+                advice = "Use x = np.f(x)." if name == "out" else "Leave it out."
+                what = f"{name}= of np.{self._function.__name__}"
+                raise array_error("KALVEX:array:NotSupported", what, advice)
+            adapted[renamed] = value
+        return adapted
 
 
-def _adapted(
-    function: Callable[..., Any], args: tuple[Any, ...], kwargs: dict[str, Any]
-) -> tuple[Any, dict[str, Any]]:
-    """The first argument of a call of NumPy's, and the others that aren't left at their defaults,
-    by their names here."""
-    signature, names = _signatures(function)
-    given = signature.bind(*args, **kwargs).arguments
-    first = given.pop(next(iter(signature.parameters)))
-    given.update(given.pop("kwargs", {}))
-    adapted = {}
-    for name, value in given.items():
-        parameter = signature.parameters.get(name)
-        if name in _IDLE or value is np._NoValue or (parameter and value is parameter.default):
-            continue
-        if name == "out" or (names is not None and _RENAMED.get(name, name) not in names):
-            advice = "Use x = np.f(x)." if name == "out" else "Leave it out."
-            what = f"{name}= of np.{function.__name__}"
-            raise array_error("KALVEX:array:NotSupported", what, advice)
-        adapted[_RENAMED.get(name, name)] = value
-    return first, adapted
+_adapter = functools.cache(_Adapter)
 
 
 def call_function(
     function: Callable[..., Any], args: tuple[Any, ...], kwargs: dict[str, Any]
 ) -> Any:
     """What `Array.__array_function__` does."""
-    if function not in _FUNCTIONS:
+    here = _FUNCTIONS.get(function)
+    if here is None:
         raise _refusal(function)
-    if function is np.where:
+    if here is _where:
         return _where(*args)
-    first, options = _adapted(function, args, kwargs)
-    return _FUNCTIONS[function](first, **options)
+    if len(args) == 1 and not kwargs:
+        return here(args[0])
+    return _adapter(function)(args, kwargs)

@@ -7,7 +7,7 @@ import numpy as np
 
 from ._errors import Error, array_error
 from ._host import filter_array, head_array, select_places, with_dimension
-from ._operands import operand
+from ._operands import is_array, made_like, operand
 
 if TYPE_CHECKING:
     from ._array import Array
@@ -55,7 +55,7 @@ def _rows(x: "Array", part: Any) -> "Array":
         others = [x] if x.ndim == 1 else []
         part = Array(operand(part, x._session, "x[mask]", others), x._session)
     if isinstance(part, Array):
-        return Array(filter_array(x._handle, part._handle), x._session)
+        return made_like(x, filter_array(x._handle, part._handle))
     advice = "x[:n] takes the first rows, x[mask] those for which a logical array is true"
     raise _refuse(f"x[{_shown(part)}]", f"{advice}, x.compute()[...] any.")
 
@@ -83,6 +83,8 @@ def _places(x: "Array", parts: list[Any]) -> "Array":
 
 def index(x: "Array", key: Any) -> "Array":
     """What `x[key]` means."""
+    if is_array(key) and not x._handle.is_scalar:
+        return made_like(x, filter_array(x._handle, key._handle))
     parts = _parts(key, x.ndim)
     if x._handle.is_scalar:
         return _places(x, parts)

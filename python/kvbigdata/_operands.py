@@ -20,6 +20,8 @@ if TYPE_CHECKING:
 
 _WEAK = (bool, int, float, str)
 
+_new = object.__new__
+
 
 def _numpy_time(value: date | timedelta) -> Any:
     """A moment in UTC or a duration, in microseconds."""
@@ -81,10 +83,38 @@ def operand(value: Any, session: "Session", function: str, others: "Iterable[Arr
     raise array_error("KALVEX:array:UnsupportedOperand", function, type(value).__name__)
 
 
+def made_like(x: "Array", handle: ArrayHandle) -> "Array":
+    """An array of the session of `x`; without a call of __init__, which takes longer than this."""
+    made: Array = _new(type(x))
+    made._handle = handle
+    made._session = x._session
+    return made
+
+
+def is_array(value: Any) -> bool:
+    return type(getattr(value, "_handle", None)) is ArrayHandle
+
+
+def is_logical(value: Any) -> bool:
+    handle = getattr(value, "_handle", None)
+    if type(handle) is ArrayHandle:
+        return handle.is_logical
+    return value is True or value is False or getattr(value, "dtype", None) == np.bool_
+
+
 def apply(name: str, *inputs: Any) -> "Array":
     """Records an element function; at least one input is an array."""
-    arrays = [x for x in inputs if type(getattr(x, "_handle", None)) is ArrayHandle]
-    session = arrays[0]._session
-    operands = [operand(x, session, name, arrays) for x in inputs]
-    made: Array = type(arrays[0])(apply_function(name, operands), session)
-    return made
+    arrays: list[Array] = []
+    operands: list[Any] = []
+    are_ready = True
+    for x in inputs:
+        handle = getattr(x, "_handle", None)
+        if type(handle) is ArrayHandle:
+            arrays.append(x)
+            operands.append(handle)
+        else:
+            operands.append(x)
+            are_ready = are_ready and type(x) in _WEAK
+    if not are_ready:
+        operands = [operand(x, arrays[0]._session, name, arrays) for x in inputs]
+    return made_like(arrays[0], apply_function(name, operands))

@@ -12,7 +12,7 @@ import numpy as np
 from . import _ufuncs
 from ._errors import array_error, wrong_input
 from ._host import ArrayHandle, filter_array, reduce, reduce_rows
-from ._operands import apply
+from ._operands import apply, is_logical, made_like
 from ._types import dtype_of
 
 if TYPE_CHECKING:
@@ -76,8 +76,7 @@ def _reduced(
     if type(handle) is not ArrayHandle:
         raise array_error("KALVEX:array:NoArray")
     if axis is None and where is True and not options:
-        made: Array = type(x)(reduce(name, handle, skipna), x._session)
-        return made
+        return made_like(x, reduce(name, handle, skipna))
     return _reduced_by(name, x, axis, where, skipna, options)
 
 
@@ -206,7 +205,8 @@ def count(x: Any, axis: Any = None, *, where: Any = True) -> "Array":
 
 def count_nonzero(x: Any, axis: Any = None, *, keepdims: bool = False) -> "Array":
     """The number of values that aren't zero."""
-    return _reduced("sum", _as_logical(x), axis, True, True, {"keepdims": keepdims})
+    options = {"keepdims": keepdims} if keepdims else {}
+    return _reduced("sum", _as_logical(x), axis, True, True, options)
 
 
 def ptp(x: Any, axis: Any = None, *, skipna: bool | None = None, **options: Any) -> "Array":
@@ -232,7 +232,7 @@ nanstd, nanvar = (_skipping(name) for name in ("std", "var"))
 
 
 def _as_logical(x: Any) -> Any:
-    return x if getattr(x, "dtype", None) == np.bool_ else _ufuncs.not_equal(x, 0)
+    return x if is_logical(x) else _ufuncs.not_equal(x, 0)
 
 
 def where(condition: Any, x: Any, y: Any) -> "Array":
@@ -247,7 +247,7 @@ def where(condition: Any, x: Any, y: Any) -> "Array":
 
 def round(x: Any, decimals: int = 0) -> "Array":
     """The nearest whole numbers, halves to even."""
-    if getattr(x, "dtype", None) == np.bool_:
+    if is_logical(x):
         return _ufuncs.rint(x)
     if decimals != 0:
         raise _refuse("round", "decimals", "Use kv.round(x * 10 ** n) / 10 ** n.")

@@ -6,8 +6,8 @@ from typing import TYPE_CHECKING, Any, Protocol
 import numpy as np
 
 from ._errors import array_error
-from ._host import ArrayHandle, apply_to_two
-from ._operands import apply
+from ._host import ArrayHandle, apply_to_one, apply_to_two
+from ._operands import apply, is_array, is_logical, made_like
 
 if TYPE_CHECKING:
     from ._array import Array
@@ -19,15 +19,15 @@ class ElementFunction(Protocol):
     def __call__(self, *inputs: Any) -> "Array": ...
 
 
-def _is_logical(value: Any) -> bool:
-    return value is True or value is False or getattr(value, "dtype", None) == np.bool_
+General = Callable[..., "Array"]
+Accepts = Callable[..., bool] | None
 
 
 def _bitwise(name: str, symbol: str) -> Callable[..., "Array"]:
     """A function of logicals. Of integers NumPy's would work on bits."""
 
     def function(*inputs: Any) -> "Array":
-        if not all(_is_logical(each) for each in inputs):
+        if not all(is_logical(each) for each in inputs):
             advice = f"Only logical arrays go with {symbol}; compare with something first."
             raise array_error("KALVEX:array:NotSupported", f"{symbol} of bits", advice)
         return apply(name, *inputs)
@@ -39,18 +39,11 @@ def _not_logical(name: str, symbol: str, advice: str) -> Callable[..., "Array"]:
     """An arithmetic function that NumPy refuses for logicals."""
 
     def function(*inputs: Any) -> "Array":
-        if all(_is_logical(each) for each in inputs):
+        if all(is_logical(each) for each in inputs):
             raise array_error("KALVEX:array:NotSupported", f"{symbol} of logicals", advice)
         return apply(name, *inputs)
 
     return function
-
-
-def _not_equal(a: Any, b: Any) -> "Array":
-    """In arrays a missing value differs from everything, as NaN does in NumPy."""
-    if any(getattr(getattr(x, "_handle", None), "is_column", False) for x in (a, b)):
-        return apply("ne", a, b)
-    return apply("not", apply("eq", a, b))
 
 
 def _isinf(x: Any) -> "Array":
@@ -58,7 +51,7 @@ def _isinf(x: Any) -> "Array":
 
 
 def _square(x: Any) -> "Array":
-    number = x.astype(np.int8) if _is_logical(x) else x
+    number = x.astype(np.int8) if is_logical(x) else x
     return apply("times", number, number)
 
 
@@ -72,13 +65,69 @@ def _rint(x: Any) -> "Array":
 
 def _positive(x: Any) -> "Array":
     if x.dtype.kind not in "iufm":
-        kind = "logicals" if _is_logical(x) else f"{x.dtype} values"
+        kind = "logicals" if is_logical(x) else f"{x.dtype} values"
         raise array_error("KALVEX:array:NotSupported", f"+ of {kind}", "Leave it out.")
     made: Array = x
     return made
 
 
-def _plain(name: str) -> Callable[..., "Array"]:
+def _is_number(handle: ArrayHandle, *others: Any) -> bool:
+    return not handle.is_logical
+
+
+def _is_logical(handle: ArrayHandle) -> bool:
+    return handle.is_logical
+
+
+def _are_logicals(handle: ArrayHandle, other: Any) -> bool:
+    return type(other) is ArrayHandle and handle.is_logical and other.is_logical
+
+
+def _method(name: str, accepts: Accepts, general: General, is_reflected: bool) -> General:
+    """An operator of two operands as a method; quick where both need no conversion."""
+
+    def method(self: Any, other: Any) -> "Array":
+        handle, kind = self._handle, type(other)
+        if kind is float or kind is int:
+            operand = other
+        elif kind is type(self):
+            operand = other._handle
+        elif kind is np.float64 and handle.type == "double":
+            operand = float(other)  # whose own type is that of the array
+        else:
+            return general(other, self) if is_reflected else general(self, other)
+        if accepts is not None and not accepts(handle, operand):
+            return general(other, self) if is_reflected else general(self, other)
+        if is_reflected:
+            return made_like(self, apply_to_two(name, operand, handle))
+        return made_like(self, apply_to_two(name, handle, operand))
+
+    return method
+
+
+def _of_one(name: str, accepts: Accepts, general: General) -> General:
+    def function(x: Any) -> "Array":
+        handle = getattr(x, "_handle", None)
+        if type(handle) is not ArrayHandle or not (accepts is None or accepts(handle)):
+            return general(x)
+        return made_like(x, apply_to_one(name, handle))
+
+    return function
+
+
+def _of_two(name: str, accepts: Accepts, general: General) -> General:
+    method = _method(name, accepts, general, is_reflected=False)
+    reflected = _method(name, accepts, general, is_reflected=True)
+
+    def function(a: Any, b: Any) -> "Array":
+        if is_array(a):
+            return method(a, b)
+        return reflected(b, a) if is_array(b) else general(a, b)
+
+    return function
+
+
+def _plain(name: str) -> General:
     return lambda *inputs: apply(name, *inputs)
 
 
@@ -90,6 +139,7 @@ _NAMES: dict[np.ufunc, str] = {
     np.power: "power",
     np.remainder: "mod",
     np.equal: "eq",
+    np.not_equal: "ne",  # "differs", which is true with a missing value, unless of columns
     np.less: "lt",
     np.less_equal: "le",
     np.greater: "gt",
@@ -116,18 +166,26 @@ _NAMES: dict[np.ufunc, str] = {
     np.maximum: "maximum",
 }
 
-# The ufuncs, with those that are made of others or refuse something.
-_FUNCTIONS: dict[np.ufunc, Callable[..., "Array"]] = {
-    **{ufunc: _plain(name) for ufunc, name in _NAMES.items()},
-    np.subtract: _not_logical("minus", "-", "Use a ^ b."),
-    np.negative: _not_logical("uminus", "-", "Use ~x."),
+# Those that refuse something: with which operands they surely don't, and what they do otherwise.
+_REFUSING: dict[np.ufunc, tuple[str, Accepts, General]] = {
+    np.subtract: ("minus", _is_number, _not_logical("minus", "-", "Use a ^ b.")),
+    np.negative: ("uminus", _is_number, _not_logical("uminus", "-", "Use ~x.")),
+    np.bitwise_and: ("and", _are_logicals, _bitwise("and", "&")),
+    np.bitwise_or: ("or", _are_logicals, _bitwise("or", "|")),
+    np.bitwise_xor: ("xor", _are_logicals, _bitwise("xor", "^")),
+    np.invert: ("not", _is_logical, _bitwise("not", "~")),
+}
+
+_RECORDED = {
+    **{ufunc: (name, None, _plain(name)) for ufunc, name in _NAMES.items()},
+    **_REFUSING,
+}
+
+# The ufuncs, with those that are made of others.
+_FUNCTIONS: dict[np.ufunc, General] = {
+    **{ufunc: (_of_one if ufunc.nin == 1 else _of_two)(*row) for ufunc, row in _RECORDED.items()},
     np.positive: _positive,
     np.rint: _rint,
-    np.not_equal: _not_equal,
-    np.bitwise_and: _bitwise("and", "&"),
-    np.bitwise_or: _bitwise("or", "|"),
-    np.bitwise_xor: _bitwise("xor", "^"),
-    np.invert: _bitwise("not", "~"),
     np.square: _square,
     np.isinf: _isinf,
 }
@@ -176,8 +234,12 @@ def refuse_ufunc(ufunc: np.ufunc, method: str) -> Exception:
     )
 
 
-def call_ufunc(ufunc: np.ufunc, method: str, *inputs: Any, **options: Any) -> Any:
+def call_ufunc(
+    ufunc: np.ufunc, method: str, inputs: tuple[Any, ...], options: dict[str, Any]
+) -> Any:
     """What `Array.__array_ufunc__` does."""
+    if method == "__call__" and not options and ufunc in _FUNCTIONS:
+        return _FUNCTIONS[ufunc](*inputs)
     from ._array import Array
 
     if options.pop("out", None) is not None:
@@ -200,62 +262,19 @@ def call_ufunc(ufunc: np.ufunc, method: str, *inputs: Any, **options: Any) -> An
     return _FUNCTIONS[ufunc](*inputs)
 
 
-def _has_number(handle: ArrayHandle, other: Any) -> bool:
-    return handle.type != "logical"
-
-
-def _are_logicals(handle: ArrayHandle, other: Any) -> bool:
-    return handle.type == "logical" and type(other) is ArrayHandle and other.type == "logical"
-
-
-# Operators of ufuncs that refuse something, and which operands they surely accept.
-_ACCEPTED: dict[np.ufunc, tuple[str, Callable[[ArrayHandle, Any], bool]]] = {
-    np.subtract: ("minus", _has_number),
-    np.bitwise_and: ("and", _are_logicals),
-    np.bitwise_or: ("or", _are_logicals),
-    np.bitwise_xor: ("xor", _are_logicals),
-}
-
-
-def _operator(ufunc: np.ufunc, is_reflected: bool) -> Callable[[Any, Any], "Array"]:
-    """The method of an operator of two operands; quick where both need no conversion."""
-    function = _FUNCTIONS[ufunc]
-
-    def convert(self: Any, other: Any) -> "Array":
-        return function(other, self) if is_reflected else function(self, other)
-
-    if ufunc not in _NAMES and ufunc not in _ACCEPTED:
-        return convert
-    name, accepts = _ACCEPTED.get(ufunc) or (_NAMES[ufunc], None)
-    make = object.__new__
-
-    def method(self: Any, other: Any) -> "Array":
-        kind = type(self)
-        if type(other) is float or type(other) is int:
-            operand = other
-        elif type(other) is kind:
-            operand = other._handle
-        else:
-            return convert(self, other)
-        handle = self._handle
-        if accepts is not None and not accepts(handle, operand):
-            return convert(self, other)
-        made: Array = make(kind)  # without a call of __init__, which takes as long as all of this
-        made._handle = (
-            apply_to_two(name, operand, handle)
-            if is_reflected
-            else apply_to_two(name, handle, operand)
-        )
-        made._session = self._session
-        made._first = None
-        return made
-
-    return method
+def prefix(ufunc: np.ufunc) -> Callable[[Any], "Array"]:
+    """The method of an operator of one operand."""
+    return _FUNCTIONS[ufunc]
 
 
 def operator(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
     """The method of an operator of two operands."""
-    return _operator(ufunc, is_reflected=False)
+    return _method(*_RECORDED[ufunc], is_reflected=False)
+
+
+def reflected(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
+    """The same with the operands the other way round."""
+    return _method(*_RECORDED[ufunc], is_reflected=True)
 
 
 def refused_operator(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
@@ -272,27 +291,20 @@ def power_operator() -> Callable[[Any, Any], "Array"]:
     power = operator(np.power)
 
     def method(self: Any, other: Any) -> "Array":
-        if type(other) is int and other == 2 and self._handle.type == "logical":
+        if type(other) is int and other == 2 and self._handle.is_logical:
             return _square(self)
         return power(self, other)
 
     return method
 
 
-def reflected(ufunc: np.ufunc) -> Callable[[Any, Any], "Array"]:
-    """The same with the operands the other way round."""
-    return _operator(ufunc, is_reflected=True)
-
-
 def _public(ufunc: np.ufunc, name: str) -> ElementFunction:
-    function = _FUNCTIONS[ufunc]
+    function, count = _FUNCTIONS[ufunc], ufunc.nin
 
     def call(*inputs: Any) -> "Array":
-        from ._array import Array
-
-        if len(inputs) != ufunc.nin:
-            raise array_error("KALVEX:function:BadArity", name, ufunc.nin, len(inputs))
-        if not any(isinstance(each, Array) for each in inputs):
+        if len(inputs) != count:
+            raise array_error("KALVEX:function:BadArity", name, count, len(inputs))
+        if not (is_array(inputs[0]) or any(is_array(each) for each in inputs)):
             raise array_error("KALVEX:array:NoArray")
         return function(*inputs)
 

@@ -245,6 +245,8 @@ def test_the_edges_are_those_of_numpy():
     x = np.array([1.0, np.nan, 0.0])
     lazy = kv.from_numpy(x, chunk_rows=1)
     check((lazy != 1).compute(), x != 1)
+    for one in (lazy != 1, np.float64(1) - lazy, -lazy, np.sqrt(lazy), lazy.clip(0)):
+        assert one.explain().count("\n  #") == 2, "one step after the source"
     check((kv.table({"x": x}).x != 1).compute(), np.array([False, False, True]))
     assert lazy.any().compute() and np.count_nonzero(lazy).compute() == 2
     for dtype in (np.float32, np.int64, bool, str):

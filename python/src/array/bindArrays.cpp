@@ -15,6 +15,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -119,7 +120,17 @@ std::string explain(const ArraySession& self, const nb::list& handles) {
   return inArrays(Line::Live, [&] { return self.session()->explain(arrays); });
 }
 
-Array applyToOperands(const std::string& name, std::span<const Operand> operands) {
+bool isColumn(const Operand& operand) {
+  const auto* array = std::get_if<Array>(&operand.value());
+  return array != nullptr && array->isColumn();
+}
+
+/// In arrays a missing value differs from everything, as NaN does in NumPy; `ne` of columns of
+/// tables is false with one.
+Array applyToOperands(std::string_view name, std::span<const Operand> operands) {
+  if (name == "ne" && std::ranges::none_of(operands, isColumn)) {
+    name = "differs";
+  }
   return recorded([&] {
     requireSameDimensions(name, operands);
     return kv::apply(name, operands);
@@ -128,6 +139,10 @@ Array applyToOperands(const std::string& name, std::span<const Operand> operands
 
 Array applyFunction(const std::string& name, const nb::list& inputs) {
   return applyToOperands(name, toOperands(inputs));
+}
+
+Array applyToOne(const std::string& name, const Array& input) {
+  return applyToOperands(name, std::array{Operand(input)});
 }
 
 Array applyToTwo(const std::string& name, nb::handle left, nb::handle right) {
@@ -193,7 +208,7 @@ Error withNearNames(const Error& error, const std::string& name, const Table& ta
 }
 
 Array column(const Table& table, const std::string& name) {
-  return inArrays(Line::Live, [&] {
+  return recorded([&] {
     try {
       return table.column(name);
     } catch (const Error& error) {
@@ -280,6 +295,7 @@ void bindHandles(nb::module_& module) {
   nb::class_<Array>(module, "ArrayHandle", "An array of array/.")
       .def_prop_ro("type", typeOf)
       .def_prop_ro("origin", originTuple, nb::sig("def origin(self) -> tuple[list[str], str, int]"))
+      .def_prop_ro("is_logical", [](const Array& array) { return array.type() == "logical"; })
       .def_prop_ro("rows", &Array::rows)
       .def_prop_ro("trailing", &Array::trailing)
       .def_prop_ro("can_place_beside", &canPlaceBeside)
@@ -297,6 +313,7 @@ void bindHandles(nb::module_& module) {
 void bindFunctions(nb::module_& module) {
   module.def("apply_function", applyFunction,
              nb::sig("def apply_function(name: str, inputs: list[object]) -> ArrayHandle"));
+  module.def("apply_to_one", applyToOne, nb::arg("name"), nb::arg("input"));
   module.def("apply_to_two", applyToTwo,
              nb::sig("def apply_to_two(name: str, left: object, right: object) -> ArrayHandle"));
   module.def("reduce", reduce, nb::arg("name"), nb::arg("input"),
