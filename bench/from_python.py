@@ -31,6 +31,7 @@ CHAIN = 10_000
 DASK_CHAIN = 200
 ROWS = 1_000_000
 STEPS = 500
+HELD = 1000
 MIB = 2**20
 
 Measure = Callable[[], float]
@@ -51,6 +52,11 @@ def repeat(count: int, step: Callable[[], object]) -> Measure:
             step()
 
     return lambda: per_item(count, body)
+
+
+def held(step: Callable[[], object]) -> Measure:
+    """As `repeat`, with all results held to the end, as in a program that uses them."""
+    return lambda: per_item(HELD, lambda: [step() for _ in range(HELD)])
 
 
 def add_ones(array, count: int):
@@ -132,7 +138,31 @@ def measure_import() -> float:
     return seconds[1] - seconds[0]
 
 
-def sides(ours: Host) -> dict[str, Measure]:
+def recorded_operations(path: str) -> dict[str, Measure]:
+    """Operations on arrays by the expressions that record them."""
+    x, y = kv.asarray(np.arange(100.0)), kv.asarray(np.ones(100))
+    a, b, t = x > 1, y > 0, kv.read_csv(path)
+    operations = {
+        "x * y": lambda: x * y,
+        "x + x": lambda: x + x,
+        "-x": lambda: -x,
+        "x > 1": lambda: x > 1,
+        "x != 1": lambda: x != 1,
+        "a & b": lambda: a & b,
+        "x[a]": lambda: x[a],
+        "kv.where(a, x, 0)": lambda: kv.where(a, x, 0),
+        "kv.sqrt(x)": lambda: kv.sqrt(x),
+        "np.sqrt(x)": lambda: np.sqrt(x),
+        "x.sum()": lambda: x.sum(),
+        "x.mean()": lambda: x.mean(),
+        "np.mean(x)": lambda: np.mean(x),
+        't["x"]': lambda: t["x"],
+        "t.x": lambda: t.x,
+    }
+    return {f"python/{name}": held(operation) for name, operation in operations.items()}
+
+
+def sides(ours: Host, path: str) -> dict[str, Measure]:
     mlx.core.set_default_device(mlx.core.cpu)
     zeros = mlx.core.zeros(10)
     lazy = dask.array.zeros(10, chunks=5)
@@ -144,7 +174,7 @@ def sides(ours: Host) -> dict[str, Measure]:
     column = kv.asarray(hundred)
     return {
         "python/recordArray": lambda: per_item(CHAIN, lambda: add_ones(column, CHAIN)),
-        "python/recordSum": repeat(1000, column.sum),
+        **recorded_operations(path),
         "python/computeSum": repeat(100, lambda: kv.asarray(hundred).sum().compute()),
         "python/import": measure_import,
         "python/record": ours.measure_recording,
@@ -174,5 +204,5 @@ if __name__ == "__main__":
     if len(sys.argv) != 2:
         sys.exit(__doc__)
     with file_of_rows() as path, host.Session() as session:
-        runs = run(sides(Host(session, path)))
+        runs = run(sides(Host(session, path), path))
     Path(sys.argv[1]).write_text(json.dumps({"benchmarks": runs}, indent=1) + "\n")

@@ -194,6 +194,31 @@ def python_ratio(peer: str) -> Callable[[Results], list[float]]:
     return measure
 
 
+# The operations of bench/from_python.py: on arrays x and y of doubles, a and b of logicals, and a
+# table t.
+RECORDED_FROM_PYTHON = (
+    "x * y",
+    "x + x",
+    "-x",
+    "x > 1",
+    "x != 1",
+    "a & b",
+    "x[a]",
+    "kv.where(a, x, 0)",
+    "kv.sqrt(x)",
+    "np.sqrt(x)",
+    "x.sum()",
+    "x.mean()",
+    "np.mean(x)",
+    't["x"]',
+    "t.x",
+)
+
+
+def recording(operation: str) -> Figure:
+    return Figure(f"recording `{operation}`", microseconds(f"python/{operation}"), "{:.2f} us", 5)
+
+
 SECTIONS = {
     "Recording `x = x + 1`, a chain held at its end": [
         Figure(
@@ -263,7 +288,7 @@ SECTIONS = {
             "{:.2f} us",
             5,
         ),
-        Figure("recording `x.sum()`", microseconds("python/recordSum"), "{:.2f} us", 5),
+        *(recording(operation) for operation in RECORDED_FROM_PYTHON),
         Figure(
             "`kv.asarray(x).sum().compute()` of 100 rows",
             microseconds("python/computeSum"),
