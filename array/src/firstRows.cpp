@@ -24,7 +24,7 @@ namespace {
 /// With more steps, the rows aren't shown: looking at an array is quick.
 constexpr std::size_t kMostSteps = 500;
 
-constexpr std::string_view kRead = "kalvex.bigdata.internal.lazyeval.ReadOperation";
+constexpr std::string_view kReadOperation = "kalvex.bigdata.internal.lazyeval.ReadOperation";
 
 /// Steps that are built in, and work row by row if their function does.
 constexpr std::string_view kRowSteps[] = {
@@ -111,7 +111,7 @@ class FirstRows {
   host::Value recorded(const kxArray* promise) const {
     const host::Value closure = closureOf(promise);
     const host::Value operation = host::getProperty(closure.get(), "Operation");
-    if (kxGetClassName(operation.get()) == kRead && host::isTrusted(operation.get())) {
+    if (kxGetClassName(operation.get()) == kReadOperation && host::isTrusted(operation.get())) {
       return readFirst(host::getProperty(operation.get(), "Datastore").get());
     }
     CallInputs inputs;
