@@ -7,7 +7,7 @@
 #include <variant>
 #include <vector>
 
-namespace kv::shell {
+namespace kv::formula {
 
 /// A position in a formula: its bytes [begin, end).
 struct Span {
@@ -45,4 +45,4 @@ struct Formula {
   std::vector<Step> steps;
 };
 
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-namespace kv::shell {
+namespace kv::formula {
 
 namespace {
 
@@ -79,4 +79,4 @@ FormulaError::FormulaError(std::string_view formula, Span place, std::string_vie
                            std::string_view advice)
     : std::runtime_error(describe(formula, place, sentence, advice)) {}
 
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -6,7 +6,7 @@
 
 #include "formula/Formula.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 /// An error in a formula. `what()` is for the terminal: a sentence, the formula with a mark under
 /// the place, and advice if there is any.
@@ -28,4 +28,4 @@ class UnknownColumn : public FormulaError {
 /// characters, not bytes; control characters are shown as spaces.
 std::string markedFormula(std::string_view formula, Span place);
 
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -17,7 +17,7 @@
 #include "formula/tokens.h"
 #include "formula/utf8.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 namespace {
 
@@ -153,4 +153,4 @@ void checkPurpose(const Formula& formula, const Vocabulary& vocabulary, Purpose 
   }
 }
 
-}  // namespace kv::shell
+}  // namespace kv::formula

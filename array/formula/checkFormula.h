@@ -8,7 +8,7 @@
 
 #include "formula/Formula.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 /// The functions that a formula may call.
 struct Vocabulary {
@@ -43,4 +43,4 @@ void checkColumns(const Formula& formula, std::span<const std::string> columns);
 /// Errors: FormulaError with the place.
 void checkPurpose(const Formula& formula, const Vocabulary& vocabulary, Purpose purpose);
 
-}  // namespace kv::shell
+}  // namespace kv::formula

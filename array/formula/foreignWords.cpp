@@ -4,7 +4,7 @@
 
 #include "formula/utf8.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 namespace {
 
@@ -44,4 +44,4 @@ std::string_view functionHere(std::string_view name) {
   return here.empty() ? name : here;
 }
 
-}  // namespace kv::shell
+}  // namespace kv::formula

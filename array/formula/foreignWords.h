@@ -3,7 +3,7 @@
 #include <span>
 #include <string_view>
 
-namespace kv::shell {
+namespace kv::formula {
 
 /// A word of another language, and its equivalent in a formula.
 struct ForeignWord {
@@ -20,4 +20,4 @@ std::string_view operatorHere(std::string_view word);
 /// The name in formulas of a function such as `avg`; `name` itself if it isn't known.
 std::string_view functionHere(std::string_view name);
 
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-namespace kv::shell {
+namespace kv::formula {
 
 namespace {
 
@@ -27,4 +27,4 @@ bool isInvisible(char32_t character) {
   return range != std::end(kInvisible) && character >= range->first;
 }
 
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -9,7 +9,7 @@
 
 #include "formula/utf8.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 namespace {
 
@@ -95,4 +95,4 @@ std::string listNames(std::string_view kind, std::string_view wanted,
   return text + ".";
 }
 
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-namespace kv::shell {
+namespace kv::formula {
 
 /// The names that the user may have meant by `wanted`, nearest first, at most three.
 ///
@@ -21,4 +21,4 @@ using Spelling = std::string (*)(std::string_view name);
 std::string listNames(std::string_view kind, std::string_view wanted,
                       std::span<const std::string> names, Spelling spelling = nullptr);
 
-}  // namespace kv::shell
+}  // namespace kv::formula

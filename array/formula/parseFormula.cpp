@@ -19,7 +19,7 @@
 #include "formula/tokens.h"
 #include "formula/utf8.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 namespace {
 
@@ -335,4 +335,4 @@ std::vector<std::string> splitFormulas(std::string_view list) {
   return formulas;
 }
 
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -6,7 +6,7 @@
 
 #include "formula/Formula.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 /// The deepest nesting allowed; each parenthesis, call, prefix operator and right operand is a
 /// level.
@@ -29,4 +29,4 @@ Formula parseFormula(std::string_view text);
 /// Errors: FormulaError for what isn't a token.
 std::vector<std::string> splitFormulas(std::string_view list);
 
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -20,7 +20,7 @@
 #include "formula/tokens.h"
 #include "formula/utf8.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 namespace {
 
@@ -238,4 +238,4 @@ Error markedError(const Error& error, const Formula& formula, const std::string&
           error.arguments(), error.stack(), error.cause()};
 }
 
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -9,7 +9,7 @@
 #include "formula/Formula.h"
 #include "formula/checkFormula.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 /// The functions of each row that formulas can use: those of arrays, and `rand`.
 std::vector<FunctionFacts> rowFunctions();
@@ -38,4 +38,4 @@ Table keepRows(Session& session, const Table& table, const Formula& condition,
 /// `formula`.
 Error markedError(const Error& error, const Formula& formula, const std::string& source);
 
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -17,7 +17,7 @@
 #include "formula/foreignWords.h"
 #include "formula/utf8.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 namespace {
 
@@ -241,4 +241,4 @@ std::string columnAsWritten(std::string_view name) {
   return quoted + '`';
 }
 
-}  // namespace kv::shell
+}  // namespace kv::formula

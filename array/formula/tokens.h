@@ -7,7 +7,7 @@
 
 #include "formula/Formula.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 struct Token {
   enum class Kind : std::uint8_t {
@@ -42,4 +42,4 @@ Constant nearestDouble(std::string_view digits);
 /// A column's name as it must be written in a formula: in backquotes unless it is a plain name.
 std::string columnAsWritten(std::string_view name);
 
-}  // namespace kv::shell
+}  // namespace kv::formula

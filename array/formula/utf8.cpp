@@ -6,7 +6,7 @@
 #include <cassert>
 #include <cstdint>
 
-namespace kv::shell {
+namespace kv::formula {
 
 namespace {
 
@@ -92,4 +92,4 @@ std::string shortened(std::string_view text) {
   return fmt::format("{}... ({} bytes)", text.substr(0, end), text.size());
 }
 
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace kv::shell {
+namespace kv::formula {
 
 /// The first byte that isn't part of well-formed UTF-8 (table 3-7 of the Unicode Standard), or
 /// nothing.
@@ -28,4 +28,4 @@ std::string lowered(std::string_view text);
 /// No character is cut.
 std::string shortened(std::string_view text);
 
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -10,7 +10,7 @@
 #include "formula/nearNames.h"
 #include "formula/parseFormula.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 namespace {
 
@@ -97,4 +97,4 @@ TEST(NearNames, FindsSlipsOfTheFingersAndNothingElse) {
 }
 
 }  // namespace
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -8,7 +8,7 @@
 
 #include "formula/FormulaError.h"
 
-namespace kv::shell {
+namespace kv::formula {
 
 namespace {
 
@@ -172,4 +172,4 @@ TEST(ParseFormula, TakesLongFormulasAndRefusesDeepOnes) {
 }
 
 }  // namespace
-}  // namespace kv::shell
+}  // namespace kv::formula

@@ -129,11 +129,11 @@ ClassDescription find(Session& session, const std::string& name) {
       throw;
     }
   }
-  const auto near = nearNames(name, classNames(session));
+  const auto near = formula::nearNames(name, classNames(session));
   const std::string advice = near.empty()
                                  ? std::string("\"kvbig describe\" lists the classes.")
                                  : fmt::format("Did you mean {}?", fmt::join(near, " or "));
-  throw UsageError(fmt::format("there is no class \"{}\"\n{}", shortened(name), advice));
+  throw UsageError(fmt::format("there is no class \"{}\"\n{}", formula::shortened(name), advice));
 }
 
 }  // namespace

@@ -94,7 +94,7 @@ ExitCode describeFailure() {
     throw;
   } catch (const std::bad_alloc&) {
     throw;
-  } catch (const FormulaError& error) {
+  } catch (const formula::FormulaError& error) {
     say(error.what());
     return kWrongUsage;
   } catch (const UsageError& error) {

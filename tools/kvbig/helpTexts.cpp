@@ -69,7 +69,8 @@ std::string generalHelp() { return fmt::format("{}\n{}", kExamples, kExits); }
 
 std::string queryHelp() {
   return fmt::format("{}\n{}\n{}\n{}\n{}\n{}", kFormulas, listed("Aggregates", aggregates()),
-                     listed("Functions of each row", rowFunctions()), kTypes, kExamples, kExits);
+                     listed("Functions of each row", formula::rowFunctions()), kTypes, kExamples,
+                     kExits);
 }
 
 }  // namespace kv::shell

@@ -218,8 +218,8 @@ void refuseUnknownCommand(const CLI::App& app, std::span<char*> words) {
     return;
   }
   throw kv::shell::UsageError(fmt::format("there is no command \"{}\"\n{}",
-                                          kv::shell::shortened(first),
-                                          kv::shell::listNames("commands", first, names)));
+                                          kv::formula::shortened(first),
+                                          kv::formula::listNames("commands", first, names)));
 }
 
 [[noreturn]] void raiseUsageError(const CLI::App& app, const CLI::ParseError& error,

@@ -16,12 +16,14 @@ namespace kv::shell {
 
 namespace {
 
+using formula::Character;
+
 /// Calls `visit` with each character of `text` and its bytes. A byte that isn't UTF-8 is passed as
 /// a character of length 0 with that byte as its code.
 template <class Visit>
 void forEachCharacter(std::string_view text, Visit&& visit) {
   while (!text.empty()) {
-    Character character = firstCharacter(text);
+    Character character = formula::firstCharacter(text);
     if (character.length == 0) {
       character.code = static_cast<unsigned char>(text.front());
     }
@@ -31,7 +33,9 @@ void forEachCharacter(std::string_view text, Visit&& visit) {
   }
 }
 
-bool isEscaped(Character character) { return character.length == 0 || isInvisible(character.code); }
+bool isEscaped(Character character) {
+  return character.length == 0 || formula::isInvisible(character.code);
+}
 
 /// In UTF-16, as JSON requires.
 std::string jsonEscape(char32_t code) {

@@ -30,6 +30,10 @@ namespace kv::shell {
 
 namespace {
 
+using formula::Formula;
+using formula::Purpose;
+using formula::Vocabulary;
+
 struct Query {
   std::vector<Formula> formulas;
   std::vector<Formula> columns;  ///< to write; none: all
@@ -49,7 +53,7 @@ template <class Read>
 auto readingFormula(const std::string& text, Read&& read) {
   try {
     return read();
-  } catch (const FormulaError&) {
+  } catch (const formula::FormulaError&) {
     std::error_code ignored;
     if (!std::filesystem::exists(text, ignored)) {
       throw;
@@ -63,8 +67,8 @@ auto readingFormula(const std::string& text, Read&& read) {
 
 Formula readFormula(const std::string& text, const Vocabulary& vocabulary) {
   return readingFormula(text, [&] {
-    Formula formula = parseFormula(text);
-    checkCalls(formula, vocabulary);
+    Formula formula = formula::parseFormula(text);
+    formula::checkCalls(formula, vocabulary);
     return formula;
   });
 }
@@ -76,7 +80,7 @@ std::vector<Formula> readFormulas(const std::vector<std::string>& texts,
   for (const std::string& text : texts) {
     formulas.push_back(readFormula(text, vocabulary));
     // A column that is taken as it is keeps its name, also one in backquotes.
-    if (const auto* column = std::get_if<Column>(&formulas.back().steps.front().what);
+    if (const auto* column = std::get_if<formula::Column>(&formulas.back().steps.front().what);
         column != nullptr && formulas.back().steps.size() == 1 && !formulas.back().isNamed) {
       formulas.back().label = column->name;
     }
@@ -103,14 +107,14 @@ void requirePurpose(const QueryRequest& request) {
 }
 
 Query readQuery(const QueryRequest& request) {
-  const Vocabulary vocabulary = arrayVocabulary();
+  const Vocabulary vocabulary = formula::arrayVocabulary();
   requirePurpose(request);
   Query query;
   query.formulas = readFormulas(request.expressions, vocabulary, "results");
   if (request.select) {
     query.columns = readFormulas(
-        readingFormula(*request.select, [&] { return splitFormulas(*request.select); }), vocabulary,
-        "columns");
+        readingFormula(*request.select, [&] { return formula::splitFormulas(*request.select); }),
+        vocabulary, "columns");
   }
   if (request.where) {
     query.where = readFormula(*request.where, vocabulary);
@@ -158,11 +162,11 @@ Table openTable(Session& session, const QueryRequest& request) {
 
 /// Columns are checked first: advice on the purpose would be of no use for a mistyped name.
 void checkQuery(const Query& query, const Table& table) {
-  const Vocabulary vocabulary = arrayVocabulary();
+  const Vocabulary vocabulary = formula::arrayVocabulary();
   const auto check = [&](const Formula& formula, Purpose purpose) {
     readingFormula(formula.text, [&] {
-      checkColumns(formula, table.columns());
-      checkPurpose(formula, vocabulary, purpose);
+      formula::checkColumns(formula, table.columns());
+      formula::checkPurpose(formula, vocabulary, purpose);
     });
   };
   for (const Formula& formula : query.formulas) {
@@ -191,9 +195,9 @@ Array recordOutput(Session& session, const Table& table, const Query& query,
                    const QueryRequest& request) {
   std::vector<NamedArray> columns;
   for (const Formula& formula : query.columns) {
-    columns.push_back(
-        {formula.label, recordFormula(session, table, formula,
-                                      fmt::format("column {}", formula.label), typeAdvice)});
+    columns.push_back({formula.label, formula::recordFormula(
+                                          session, table, formula,
+                                          fmt::format("column {}", formula.label), typeAdvice)});
   }
   const UserPlace here(session, {"-o", "", 1});
   const WriteOptions options{request.format, request.overwrite, request.partitionBy, false};
@@ -203,12 +207,13 @@ Array recordOutput(Session& session, const Table& table, const Query& query,
 std::vector<Array> record(Session& session, Table table, const Query& query,
                           const QueryRequest& request) {
   if (query.where) {
-    table = keepRows(session, table, *query.where, kWhereSource, typeAdvice);
+    table = formula::keepRows(session, table, *query.where, kWhereSource, typeAdvice);
   }
   std::vector<Array> arrays;
   for (std::size_t i = 0; i < query.formulas.size(); ++i) {
     const Formula& formula = query.formulas[i];
-    arrays.push_back(recordFormula(session, table, formula, sourceOf(query, i), typeAdvice));
+    arrays.push_back(
+        formula::recordFormula(session, table, formula, sourceOf(query, i), typeAdvice));
   }
   if (request.output) {
     arrays.push_back(recordOutput(session, table, query, request));
@@ -221,12 +226,12 @@ Gathered evaluate(Session& session, const std::vector<Array>& arrays, const Quer
   try {
     return session.gather(arrays);
   } catch (const Error& error) {
-    Error marked = query.where ? markedError(error, *query.where, kWhereSource) : error;
+    Error marked = query.where ? formula::markedError(error, *query.where, kWhereSource) : error;
     for (std::size_t i = 0; i < query.formulas.size(); ++i) {
-      marked = markedError(marked, query.formulas[i], sourceOf(query, i));
+      marked = formula::markedError(marked, query.formulas[i], sourceOf(query, i));
     }
     for (const Formula& formula : query.columns) {
-      marked = markedError(marked, formula, fmt::format("column {}", formula.label));
+      marked = formula::markedError(marked, formula, fmt::format("column {}", formula.label));
     }
     throw marked;
   }

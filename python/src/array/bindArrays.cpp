@@ -200,7 +200,7 @@ Table filterTable(const Table& table, const Array& keep) {
 /// The error with the columns that the user may have meant.
 Error withNearNames(const Error& error, const std::string& name, const Table& table) {
   std::string message = error.what();
-  for (const std::string& near : shell::nearNames(name, table.columns())) {
+  for (const std::string& near : formula::nearNames(name, table.columns())) {
     message += (message == error.what() ? " Did you mean '" : " or '") + near + "'";
   }
   message += message == error.what() ? "" : "?";

@@ -23,18 +23,18 @@ template <class Body>
 auto explained(const std::string& text, Body&& body) {
   try {
     return body();
-  } catch (const shell::UnknownColumn& error) {
+  } catch (const formula::UnknownColumn& error) {
     raiseError("KALVEX:array:UnknownColumnInFormula", {text, error.what()});
-  } catch (const shell::FormulaError& error) {
+  } catch (const formula::FormulaError& error) {
     raiseError("KALVEX:array:BadFormula", {text, error.what()});
   }
 }
 
-shell::Formula checkedFormula(const Table& table, const std::string& text) {
-  const shell::Vocabulary vocabulary = shell::arrayVocabulary();
-  shell::Formula formula = shell::parseFormula(text);
-  shell::checkCalls(formula, vocabulary);
-  shell::checkColumns(formula, table.columns());
+formula::Formula checkedFormula(const Table& table, const std::string& text) {
+  const formula::Vocabulary vocabulary = formula::arrayVocabulary();
+  formula::Formula formula = formula::parseFormula(text);
+  formula::checkCalls(formula, vocabulary);
+  formula::checkColumns(formula, table.columns());
   return formula;
 }
 
@@ -42,16 +42,16 @@ shell::Formula checkedFormula(const Table& table, const std::string& text) {
 
 Array recordText(Session& session, const Table& table, const std::string& text) {
   return explained(text, [&] {
-    return shell::recordFormula(session, table, checkedFormula(table, text), kSource,
-                                typesArgument);
+    return formula::recordFormula(session, table, checkedFormula(table, text), kSource,
+                                  typesArgument);
   });
 }
 
 Table keepRowsByText(Session& session, const Table& table, const std::string& text) {
   return explained(text, [&] {
-    const shell::Formula formula = checkedFormula(table, text);
-    shell::checkPurpose(formula, shell::arrayVocabulary(), shell::Purpose::Condition);
-    return shell::keepRows(session, table, formula, kSource, typesArgument);
+    const formula::Formula formula = checkedFormula(table, text);
+    formula::checkPurpose(formula, formula::arrayVocabulary(), formula::Purpose::Condition);
+    return formula::keepRows(session, table, formula, kSource, typesArgument);
   });
 }
 
