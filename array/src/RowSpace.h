@@ -43,8 +43,8 @@ class RowSpace {
   std::optional<std::int64_t> count() const;
   void setCount(std::int64_t count) const { count_ = count; }
 
-  /// The metadata of a whole value with these rows; null while their partitions aren't known.
-  /// Threads: with the session leased.
+  /// The metadata of a materialised value with these rows; null while their partitions aren't
+  /// known. Threads: with the session leased.
   const kxArray* places() const { return places_.get(); }
   void setPlaces(host::Value metadata) const { places_ = std::move(metadata); }
 

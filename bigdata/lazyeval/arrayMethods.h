@@ -80,7 +80,7 @@ void aggregatebykeyfun(OptionsPtr options, FunctionPtr perChunk, FunctionPtr red
 /// Errors: an internal error, always.
 [[noreturn]] void joinbykey(const RawCall& call);
 
-// Functions of chunks, partitions and whole values.
+// Functions of chunks, partitions and materialised values.
 
 /// Applies a function to chunks.
 void chunkfun(OptionsPtr options, FunctionPtr function, const RawCall& call);
@@ -97,7 +97,7 @@ void partitionfun(OptionsPtr options, FunctionPtr function, const RawCall& call)
 void generalpartitionfun(OptionsPtr options, FunctionPtr function, const RawCall& call);
 void partitionheadfun(OptionsPtr options, FunctionPtr function, const RawCall& call);
 
-/// Applies a function to whole values, in the client; the result is broadcast.
+/// Applies a function to materialised values, in the client; the result is broadcast.
 void clientfun(OptionsPtr options, FunctionPtr function, const RawCall& call);
 
 // Partitioning.

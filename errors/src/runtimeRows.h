@@ -104,6 +104,8 @@ inline constexpr ErrorRow kRuntimeRows[] = {
     {"KALVEX:executor:BadBytes", "what",
      "These bytes aren't {0} of this release: they are damaged, or another release wrote them.",
      BaseType::Value},
+    {"KALVEX:executor:UnitLost", "partition, attempt, reason",
+     "What ran partition {0} was lost in attempt {1}, the last one: {2}."},
     {"KALVEX:executor:Threads", "given, most",
      "The number of threads must be a whole number from 1 to {1}, got {0:short}.", BaseType::Value},
     {"KALVEX:memory:Limit", "given, least",

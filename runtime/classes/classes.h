@@ -18,7 +18,7 @@ void defineDatastores(host::Session& session);        ///< sources of rows
 void defineExceptions(host::Session& session);        ///< errors of users' functions
 void defineContainers(host::Session& session);        ///< containers.Map, table
 void defineTimes(host::Session& session);             ///< datetime, duration
-void defineGraphs(host::Session& session);            ///< digraph, categorical
+void defineGraphValues(host::Session& session);       ///< digraph, categorical
 void defineRandom(host::Session& session);            ///< random streams
 void defineFunctions(host::Session& session);  ///< built-in functions, copy, version, reports
 

@@ -157,7 +157,7 @@ void numRows(const Call& call) {
   call.out(0, host::makeDouble(static_cast<double>(rows)));
 }
 
-/// The metadata of a whole value that has a row for each row of a source, in their order.
+/// The metadata of a materialised value that has a row for each row of a source, in their order.
 Value placesOfAll(std::shared_ptr<const RowCut> cut, std::string origin) {
   RowPlaces places{.firstRow = {0}, .origin = std::move(origin)};
   for (const std::int64_t rows : cut->partitionRows) {

@@ -40,6 +40,7 @@ Value describeFunction(const kxArray* operation, OpSpec& spec) {
   Value handle = host::getProperty(function.get(), "Handle");
   spec.isTrusted = host::isTrusted(function.get()) && host::isTrusted(handle.get());
   spec.label = functionLabel(handle.get());
+  spec.functions = {functionName(handle.get())};
   spec.passesTagged = builtInFunction(handle.get()) == BuiltInFunction{} && passesTagged(operation);
   spec.isFree = isFreeFunction(handle.get()) && !spec.passesTagged;  // which needs the session
   return handle;
@@ -202,6 +203,7 @@ Value describeReduce(const kxArray* operation, OpSpec& spec) {
   const Value reduce = host::getProperty(operation, "ReduceHandle");
   Value handle = host::getProperty(reduce.get(), "Handle");
   spec.isTrusted = spec.isTrusted && host::isTrusted(reduce.get()) && host::isTrusted(handle.get());
+  spec.functions.push_back(functionName(handle.get()));
   return handle;
 }
 

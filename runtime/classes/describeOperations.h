@@ -5,7 +5,8 @@
 #include "plan/OpSpec.h"
 
 /// What the operation classes decide about an operation, one function each: its operator, how it
-/// runs on whole values, and its label. The number of its inputs and outputs is known already.
+/// runs on materialised values, and its label. The number of its inputs and outputs is known
+/// already.
 namespace kv::runtime {
 
 void describeRead(const kxArray* operation, OpSpec& spec);

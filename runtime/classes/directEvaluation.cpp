@@ -97,9 +97,9 @@ void evaluateRows(const Call& call, DirectCall& direct) {
   if (const OpSpec& spec = *client.plan.task(0).spec; !spec.isTrusted) {
     host::raise("KALVEX:load:NotTrusted", {spec.label});
   }
-  std::vector<WholeValue> outputs;
-  asEvaluation([&](const CancellationToken& token) {
-    Evaluation evaluation(client, token);
+  std::vector<MaterialisedValue> outputs;
+  asEvaluation([&](const ExecutionContext& context) {
+    Evaluation evaluation(client, context);
     evaluation.run();
     outputs = evaluation.takeOutputs(0);
   });

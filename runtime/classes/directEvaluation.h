@@ -4,8 +4,8 @@
 
 namespace kv::runtime {
 
-/// directEvaluateImpl(operation, inputs...): applies the function to whole values at once. Rows of
-/// a source are processed chunk by chunk, as in a pass over the source.
+/// directEvaluateImpl(operation, inputs...): applies the function to materialised values at once.
+/// Rows of a source are processed chunk by chunk, as in a pass over the source.
 void directEvaluate(const host::Call& call);
 
 }  // namespace kv::runtime

@@ -75,7 +75,7 @@ void checkSameExecutor(const Call& call) {
 /// numPartitions(executor, strategy): the strategy's own number.
 void numPartitionsOf(const Call& call) { call.out(0, host::call("numpartitions", {call.in(1)})); }
 
-/// The tasks whose output leaves the graph with its own strategy: whole values.
+/// The tasks whose output leaves the graph with its own strategy: materialised values.
 std::unordered_set<const kcos::COSInterface*> wholeOutputs(const kxArray* taskGraph) {
   std::unordered_set<const kcos::COSInterface*> found;
   const Value tasks = host::getProperty(taskGraph, "OutputTasks");
@@ -95,7 +95,7 @@ bool isMarkedForReuse(const kxArray* closure) {
 }
 
 /// The promises that a task graph completes in addition to the requested ones: those of tasks whose
-/// whole values leave the graph, and of values that are marked for reuse.
+/// materialised values leave the graph, and of values that are marked for reuse.
 Value otherPromises(const kxArray* taskGraph, const ClosureTasks& entries, const kxArray* asked) {
   std::vector<kcos::COSInterfacePtr> promises;
   std::unordered_set<const kcos::COSInterface*> seen;
@@ -161,8 +161,8 @@ void executeOn(int threads, const Call& call) {
   requireTrustedTasks(call.in(1), entries);
   const Value others = otherPromises(call.in(1), entries, call.in(2));
   const ClientPlan plan = readTaskGraph(call.in(1), call.in(2), others.get());
-  asEvaluation([&](const CancellationToken& token) {
-    noteEvaluation(Evaluation(plan, token, setupWith(threads)).run());
+  asEvaluation([&](const ExecutionContext& context) {
+    noteEvaluation(Evaluation(plan, context, setupWith(threads)).run());
   });
 }
 

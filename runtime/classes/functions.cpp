@@ -22,7 +22,7 @@ namespace {
 using host::Call;
 using host::Value;
 
-/// An element function on whole values: one row is expanded to the rows of the others.
+/// An element function on materialised values: one row is expanded to the rows of the others.
 void applyElementFunction(const ElementFunction& function, const Call& call) {
   const int arity = static_cast<int>(function.arity);
   call.expect(1, arity, arity);
@@ -40,7 +40,7 @@ void applyElementFunction(const ElementFunction& function, const Call& call) {
   call.out(0, toValue(evaluateArrays(function, operands, rows)));
 }
 
-/// An aggregate of a whole value, in the same fixed order as for partitions.
+/// An aggregate of a materialised value, in the same fixed order as for partitions.
 void applyAggregate(const AggregateFunction& function, const AggregateForm& form,
                     const Call& call) {
   call.expect(1, 1, 1);

@@ -140,7 +140,7 @@ host::NativeBody heightOf(kcos::NameRef property) {
 
 }  // namespace
 
-void defineGraphs(host::Session& session) {
+void defineGraphValues(host::Session& session) {
   define(session,
          {.name = kCategorical,
           .properties = {readOnly("Categories"), readOnly("Codes")},

@@ -5,7 +5,6 @@
 
 #include "classes/sessionMemory.h"
 #include "classes/sessionValues.h"
-#include "column/pool.h"
 #include "driver/failures.h"
 #include "kv/runtime/runtime.h"
 
@@ -24,13 +23,14 @@ void requestInterrupt() noexcept { processInterrupts.add(); }
 
 std::shared_ptr<InterruptRequests> sessionInterrupts() { return runtimeState().interrupts; }
 
-void asEvaluation(const std::function<void(const CancellationToken&)>& action) {
+void asEvaluation(const std::function<void(const ExecutionContext&)>& action) {
   const auto make = makeWatch.load();
   const std::unique_ptr<EvaluationWatch> watch = make != nullptr ? make() : nullptr;
   const CancellationToken token(processInterrupts, *runtimeState().interrupts, watch.get());
-  const PoolScope pool(&ledgerOfEvaluation());
+  const ExecutionContext context{&ledgerOfEvaluation(), token};
+  const ContextScope scope(context);
   try {
-    withStep({.label = "The evaluation"}, nullptr, [&] { action(token); });
+    withStep({.label = "The evaluation"}, nullptr, [&] { action(context); });
   } catch (const Cancelled&) {
     throw Interrupted();
   } catch (...) {

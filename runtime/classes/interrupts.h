@@ -2,14 +2,14 @@
 
 #include <functional>
 
-#include "kv/runtime/Cancellation.h"
+#include "column/ExecutionContext.h"
 
 namespace kv::runtime {
 
-/// Runs `action` as an evaluation of the current session, with its own token and the watch of the
-/// front end.
+/// Runs `action` as an evaluation of the current session, with its own token, the watch of the
+/// front end, and the session's memory.
 ///
 /// Errors: Interrupted if the token was cancelled; all others with an id (see raiseStepFailure).
-void asEvaluation(const std::function<void(const CancellationToken&)>& action);
+void asEvaluation(const std::function<void(const ExecutionContext&)>& action);
 
 }  // namespace kv::runtime

@@ -41,7 +41,7 @@ void load(host::Session& session) {
     defineExceptions(session);
     defineContainers(session);
     defineTimes(session);
-    defineGraphs(session);
+    defineGraphValues(session);
     defineDatastores(session);
     definePartitioning(session);
     defineConcatenation(session);

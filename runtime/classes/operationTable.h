@@ -11,8 +11,8 @@
 
 namespace kv::runtime {
 
-/// Fills in what a class decides about an operation: its operator, how it runs on whole values, and
-/// its label.
+/// Fills in what a class decides about an operation: its operator, how it runs on materialised
+/// values, and its label.
 using DescribeOperation = void (*)(const kxArray* operation, OpSpec& spec);
 
 /// One row of the table of operation classes.

@@ -23,7 +23,7 @@ struct RowCut {
   std::optional<PositionCut> positions() const;
 };
 
-/// Which rows of which source a whole value has that was gathered from partitions.
+/// Which rows of which source a materialised value has that was gathered from partitions.
 struct RowPlaces {
   std::vector<std::int64_t> firstRow{};  ///< of each partition, and the number of rows at the end
   std::optional<Column> ordinals{};      ///< Int64; none if each partition has all of its rows

@@ -8,7 +8,7 @@
 // in which a unit runs, or that of a scope which is open; otherwise, by name, Arrow's default pool.
 // In an evaluation it is the ledger of the session, which has a limit.
 // Every call of Arrow that takes a pool is given this one. It belongs to the thread, so that a
-// column can be made at any depth: runUnit() makes its context's pool the current one.
+// column can be made at any depth: a ContextScope makes its context's pool the current one.
 
 namespace kv::runtime {
 

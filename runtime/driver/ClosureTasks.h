@@ -44,7 +44,7 @@ class ClosureTasks {
   ObjectNumbers numbers_;
 };
 
-/// Whether the outputs of a task are whole values: its partition strategy is broadcast.
+/// Whether the outputs of a task are materialised values: its partition strategy is broadcast.
 bool hasBroadcastOutput(const kxArray* task);
 
 }  // namespace kv::runtime

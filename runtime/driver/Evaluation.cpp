@@ -1,6 +1,6 @@
 // Round by round, what the schedule finds is run here: tasks of the client at once, a pass as a
-// stage whose units are submitted one by one and merged as they end. Whole values are kept by task
-// until the end; only then are promises completed, all or none.
+// stage whose units are submitted one by one and merged as they end. Materialised values are kept
+// by task until the end; only then are promises completed, all or none.
 
 #include "driver/Evaluation.h"
 
@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <iterator>
-#include <map>
 #include <numeric>
 #include <optional>
 #include <string_view>
@@ -18,12 +17,12 @@
 #include "column/pool.h"
 #include "driver/FreeCalls.h"
 #include "driver/SessionFunctions.h"
+#include "driver/evaluationMemory.h"
 #include "driver/failures.h"
 #include "driver/peakMemory.h"
 #include "driver/wholeRuns.h"
 #include "executor/runStage.h"
 #include "kv/errors/StepError.h"
-#include "kv/host/collectGarbage.h"
 #include "kv/host/errors.h"
 #include "plan/condition.h"
 #include "plan/lowerPass.h"
@@ -68,64 +67,8 @@ std::vector<std::string> filesRead(const Plan& plan) {
   return files;
 }
 
-/// The values of an aggregate.
-std::vector<Value> valuesOf(const MergedSink& merged) {
-  if (merged.reduced != nullptr) {
-    return SessionFunctions::valuesOf(merged.reduced);
-  }
-  std::vector<Value> values;
-  for (const Chunk& array : merged.arrays) {
-    values.push_back(toValue(array));
-  }
-  return values;
-}
-
-/// The keys, and the values of one task from number `first` on.
-std::vector<Chunk> arraysOf(const MergedSink& merged, std::size_t first, std::size_t numOutputs) {
-  std::vector<Chunk> arrays{merged.arrays.front()};
-  for (std::size_t output = 1; output < numOutputs; ++output) {
-    arrays.push_back(merged.arrays[std::min(first + output, merged.arrays.size() - 1)]);
-  }
-  return arrays;
-}
-
-/// The cut of the rows that a step of the stage has made.
-std::shared_ptr<const RowCut> cutOfMade(const Stage& stage, std::size_t step,
-                                        const OrderedMerge& merge, const RowCut& source) {
-  return std::make_shared<const RowCut>(
-      RowCut{stage.steps()[step].rowSpace, merge.madeRows(step, source.numPartitions())});
-}
-
-/// True in the test world in which each stage is run from its bytes.
-bool runStagesFromBytes() {
-  const char* world = std::getenv("KV_STAGE_BYTES");
-  return world != nullptr && std::string_view(world) == "1";
-}
-
-/// One thread for a stage whose units keep all rows of their partitions, if these would take a good
-/// part of the memory.
-int threadsFor(const Stage& stage, int threads) {
-  constexpr std::int64_t kLeastBytes = std::int64_t{256} << 20;  // four partitions
-  const MemoryLedger* ledger = currentLedger();
-  const bool keeps = std::ranges::any_of(
-      stage.steps(), [](const Step& step) { return step.op->facts().keepsForOrder; });
-  return keeps && ledger != nullptr && ledger->limit() < kLeastBytes ? 1 : threads;
-}
-
-/// Joins the rows that all partitions kept. Those of the unit without rows, which only have types,
-/// join those of the last partition.
-WholeValue joinKept(const OpSpec& spec, std::vector<std::vector<Chunk>> partitions,
-                    const std::shared_ptr<const RowCut>& cut, std::int64_t frameRows) {
-  if (std::ssize(partitions) > cut->numPartitions()) {
-    const std::vector<Chunk> withoutRows = std::move(partitions.back());
-    partitions.pop_back();
-    partitions.back().insert(partitions.back().end(), withoutRows.begin(), withoutRows.end());
-  }
-  return joinRows(std::move(partitions), cut, describe(spec), frameRows);
-}
-
 /// Does nothing if another thread's evaluation has completed the promise meanwhile.
-void complete(const Value& promise, const WholeValue& whole) {
+void complete(const Value& promise, const MaterialisedValue& whole) {
   if (host::toLogical(host::getProperty(promise.get(), "IsDone").get())) {
     return;
   }
@@ -136,17 +79,12 @@ void complete(const Value& promise, const WholeValue& whole) {
   host::callMany("setValue", 0, std::vector<const kxArray*>{promise.get(), whole.value.get()});
 }
 
-bool isOfMemory(const errors::FailureRecord& failure) {
-  return failure.error.identifier == kLimitTooSmall || failure.error.identifier == kResultTooLarge;
-}
-
-/// Frees values that only cycles of objects hold.
-/// Result: true if there is more memory within the limit.
-bool freeGarbage() {
-  const MemoryLedger* ledger = currentLedger();
-  const std::int64_t before = ledger != nullptr ? ledger->bytes_allocated() : 0;
-  host::collectGarbage();
-  return ledger != nullptr && ledger->bytes_allocated() < before;
+/// In the test world in which nothing of a stage but its bytes is used, to run it and to merge its
+/// results: the stage that they give. Only how its source is cut stays here, and goes with units.
+std::optional<Stage> fromItsBytes(const Stage& stage, const ExecutionContext& context) {
+  const char* world = std::getenv("KV_STAGE_BYTES");
+  const bool isOn = world != nullptr && std::string_view(world) == "1";
+  return isOn ? std::optional(Stage::fromBytes(stage.toBytes(), context.pool)) : std::nullopt;
 }
 
 [[noreturn]] void refuse(const OpSpec& recorded) {
@@ -160,16 +98,16 @@ bool freeGarbage() {
 
 EvaluationFacts nothingToEvaluate() { return {.peakBytes = peakResidentBytes()}; }
 
-Evaluation::Evaluation(const ClientPlan& client, const CancellationToken& cancellation,
+Evaluation::Evaluation(const ClientPlan& client, const ExecutionContext& context,
                        EvaluationSetup setup)
     : plan_(client.plan),
       handles_(client.handles),
       rules_(rulesInForce()),
-      cancellation_(cancellation),
       threads_(setup.threads),
       lease_(setup.lease),
       scratch_(std::move(setup.scratch.folder), setup.scratch.limitBytes,
-               setup.scratch.spillsAlways, cancellation),
+               setup.scratch.spillsAlways, context.cancellation),
+      context_{context.pool, context.cancellation, context.now, usableScratch()},
       workers_(std::move(setup.openWorker)),
       schedule_(plan_),
       rowSpaces_(plan_),
@@ -182,12 +120,9 @@ void Evaluation::withTask(const PlanTask& task, Action&& action, std::string_vie
 }
 
 EvaluationFacts Evaluation::run() {
-  const auto start = std::chrono::steady_clock::now();
-  const MemoryLedger* ledger = currentLedger();
-  if (ledger != nullptr && ledger->bytes_allocated() > ledger->limit() / 2) {
-    freeGarbage();
-  }
-  const ScratchScope scratch(usableScratch());
+  const Clock::time_point start = context_.now();
+  const ContextScope scope(context_);
+  freeGarbageIfHalfIsUsed();
   refuseTargets();
   while (const std::optional<Round> round = schedule_.next()) {
     refuseWhatCannotRun();
@@ -196,19 +131,19 @@ EvaluationFacts Evaluation::run() {
     }
     for (const std::vector<PassSink>& sinks : round->passes) {
       const PlanTask& first = plan_.task(sinks.front().task);
-      withTask(first, [&] { runStage(sinks); });
+      withTask(first, [&] { runPass(sinks); });
     }
     facts_.passes += round->readsData ? 1 : 0;
   }
   completePromises();
-  facts_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  facts_.seconds = std::chrono::duration<double>(context_.now() - start).count();
   facts_.peakBytes = peakResidentBytes();
   facts_.spilledBytes = scratch_.spilledBytes();
   facts_.spillLevels = scratch_.levels();
   return facts_;
 }
 
-std::vector<WholeValue> Evaluation::takeOutputs(int task) {
+std::vector<MaterialisedValue> Evaluation::takeOutputs(int task) {
   return std::move(values_[static_cast<std::size_t>(task)]);
 }
 
@@ -239,17 +174,17 @@ void Evaluation::refuseTargets() const {
 }
 
 void Evaluation::runInClient(int index) {
-  cancellation_.throwIfCancelled();
+  context_.cancellation.throwIfCancelled();
   const PlanTask& task = plan_.task(index);
   if (task.spec->isChoice && schedule_.branchOf(index) == Branch::Unknown) {
     withTask(task, [&] {
-      const WholeValue condition = inputValue(task.inputs[0], handles_, values_);
+      const MaterialisedValue condition = inputValue(task.inputs[0], handles_, values_);
       const bool isTrue = isConditionTrue(toColumn(condition.value.get()));
       schedule_.setBranch(index, isTrue ? Branch::First : Branch::Second);
     });
     return;
   }
-  std::vector<WholeValue> wholes;
+  std::vector<MaterialisedValue> wholes;
   std::vector<const kxArray*> inputs;
   for (const PlanInput* input : schedule_.inputsOf(index)) {
     wholes.push_back(inputValue(*input, handles_, values_));
@@ -257,13 +192,13 @@ void Evaluation::runInClient(int index) {
   }
   withTask(task, [&] {
     values_[static_cast<std::size_t>(index)] =
-        wholeValues(runWhole(*task.spec, handles_.factoryOf(task), inputs));
+        materialisedValues(runWhole(*task.spec, handles_.factoryOf(task), inputs));
   });
   schedule_.setDone(index);
 }
 
-/// A stage that the memory limit didn't allow runs again if there was garbage.
-void Evaluation::runStage(const std::vector<PassSink>& sinks) {
+/// A pass that the memory limit didn't allow runs again if there was garbage.
+void Evaluation::runPass(const std::vector<PassSink>& sinks) {
   const PassGraph pass = lowerPass(plan_, schedule_, sinks, rules_);
   const AssembledStage assembled = assembleStage(pass, plan_, handles_, values_);
   const StageRows rows(assembled.stage);
@@ -283,23 +218,17 @@ std::optional<errors::FailureRecord> Evaluation::runUnits(const AssembledStage& 
                                                           const StageRows& rows,
                                                           const std::vector<PassSink>& sinks,
                                                           const std::vector<SinkPlace>& places) {
-  const Stage& stage = assembled.stage;
   SessionFunctions functions(assembled);
-  const ExecutionContext context{
-      .pool = currentPool(), .cancellation = cancellation_, .scratch = usableScratch()};
-  refuseLargeResults(sinks, places, knownResultBytes(stage, rows, functions, context));
+  refuseLargeResults(sinks, places, knownResultBytes(assembled.stage, rows, functions, context_));
+  const std::optional<Stage> read = fromItsBytes(assembled.stage, context_);
+  const Stage& stage = read ? *read : assembled.stage;
   OrderedMerge merge(stage, functions, rows.numPartitions());
-  std::optional<Stage> fromBytes;
-  if (runStagesFromBytes()) {
-    fromBytes = Stage::fromBytes(stage.toBytes(), context.pool);
-  }
   const FreeCalls freeCalls(assembled, workers_);
-  const auto units =
-      makeUnitService(threadsFor(stage, threads_), rows.numPartitions(),
-                      {fromBytes ? *fromBytes : stage, functions, context, lease_, &freeCalls});
-  auto failed = kv::runtime::runStage(*units, merge, rows, nextStage_++);
+  const auto units = makeUnitService(threadsFor(stage, threads_), rows.numPartitions());
+  auto failed =
+      runStage(*units, {stage, functions, context_, lease_, &freeCalls}, merge, rows, nextStage_++);
   if (!failed) {
-    takeResults(stage, sinks, places, merge, noteRows(rows, !stage.sources().empty(), merge));
+    takeResults(sinks, places, PassResults(stage, merge, noteRows(stage, rows, merge)));
   }
   return failed;
 }
@@ -328,14 +257,14 @@ void Evaluation::refuseLargeResults(const std::vector<PassSink>& sinks,
 }
 
 /// The cut of the rows; what was read of each source is counted once.
-std::shared_ptr<const RowCut> Evaluation::noteRows(const StageRows& rows, bool isData,
+std::shared_ptr<const RowCut> Evaluation::noteRows(const Stage& stage, const StageRows& rows,
                                                    const OrderedMerge& merge) {
   auto cut = std::make_shared<RowCut>();
   cut->source = rows.source();
   cut->partitionRows = merge.partitionRows();
   cut->partitionRows.resize(static_cast<std::size_t>(rows.numPartitions()));
   facts_.skippedRows += merge.skippedRows();
-  if (isData && sourcesSeen_.insert(cut->source).second) {
+  if (!stage.sources().empty() && sourcesSeen_.insert(cut->source).second) {
     facts_.cut = sourcesSeen_.size() == 1 ? cut : nullptr;
     facts_.rows =
         std::accumulate(cut->partitionRows.begin(), cut->partitionRows.end(), facts_.rows);
@@ -343,31 +272,19 @@ std::shared_ptr<const RowCut> Evaluation::noteRows(const StageRows& rows, bool i
   return cut;
 }
 
-void Evaluation::takeResults(const Stage& stage, const std::vector<PassSink>& sinks,
-                             const std::vector<SinkPlace>& places, OrderedMerge& merge,
-                             const std::shared_ptr<const RowCut>& cut) {
-  std::map<std::size_t, MergedSink> merged;  // by output: several sinks may have one
+void Evaluation::takeResults(const std::vector<PassSink>& sinks,
+                             const std::vector<SinkPlace>& places, PassResults results) {
   for (std::size_t sink = 0; sink < sinks.size(); ++sink) {
     const auto& [index, output, isAggregate] = sinks[sink];
-    const auto& [place, firstValue] = places[sink];
     const PlanTask& task = plan_.task(index);
-    std::vector<WholeValue>& values = values_[static_cast<std::size_t>(index)];
-    const auto take = [&, number = output, place = place, first = firstValue] {
-      if (!merged.contains(place)) {
-        merged.emplace(place, merge.finish(place));
-      }
-      MergedSink& result = merged.at(place);
-      if (task.makesRows) {
-        values = madeRows(arraysOf(result, first, task.spec->numOutputs), result.partitionRows,
-                          rowSpaces_.nameOf(index), describe(*task.spec));
-      } else if (task.spec->endsRows()) {
-        values = wholeValues(valuesOf(result));
+    std::vector<MaterialisedValue>& values = values_[static_cast<std::size_t>(index)];
+    const auto take = [&, number = output, isWhole = isAggregate] {
+      if (isWhole) {
+        values = results.allOf(task, places[sink],
+                               task.makesRows ? rowSpaces_.nameOf(index) : std::string());
       } else {
         values.resize(task.spec->numOutputs);
-        const Cut& kept = stage.cutOf(stage.outputs()[place]);
-        values[number] = joinKept(*task.spec, std::move(result.partitions),
-                                  kept.madeBy ? cutOfMade(stage, *kept.madeBy, merge, *cut) : cut,
-                                  kept.frameRows);
+        values[number] = results.rowsOf(task, places[sink]);
       }
     };
     withTask(task, take, isAggregate ? kLimitTooSmall : kResultTooLarge);

@@ -8,15 +8,16 @@
 #include <string_view>
 #include <vector>
 
+#include "column/ExecutionContext.h"
+#include "driver/PassResults.h"
 #include "driver/PlanHandles.h"
 #include "driver/WorkerSessions.h"
 #include "driver/assembleStage.h"
-#include "driver/wholeValues.h"
+#include "driver/materialisedValues.h"
 #include "engine/memoryFailures.h"
 #include "exchange/Scratch.h"
 #include "executor/OrderedMerge.h"
 #include "executor/scratchSettings.h"
-#include "kv/runtime/Cancellation.h"
 #include "kv/runtime/SessionLease.h"
 #include "plan/RowSpaces.h"
 #include "plan/Rule.h"
@@ -28,7 +29,7 @@ namespace kv::runtime {
 struct EvaluationFacts {
   std::int64_t rows = 0;              ///< read from the sources, each source counted once
   int passes = 0;                     ///< over the data
-  double seconds = 0;                 ///< wall time
+  double seconds = 0;                 ///< wall time, by the clock of the context
   std::int64_t peakBytes = 0;         ///< peak resident memory of the process so far
   std::int64_t memoryPeakBytes = 0;   ///< the most of the limited memory that the session has used
   std::int64_t memoryLimitBytes = 0;  ///< of the session
@@ -52,16 +53,16 @@ EvaluationFacts nothingToEvaluate();
 /// Runs a plan by demand and completes the promises of its results. Units run on threads of the
 /// evaluation; all that needs the session runs in this one.
 ///
-/// Results of a pass are whole values, which the client's tasks and the next pass read. What the
-/// partitions of a source give is merged in their order. Values that were gathered before run like
-/// their source, chunk by chunk, but not as a pass over the data.
+/// Results of a pass are materialised values, which the client's tasks and the next pass read. What
+/// the partitions of a source give is merged in their order. Values that were gathered before run
+/// like their source, chunk by chunk, but not as a pass over the data.
 ///
-/// Lives: one evaluation; the plan and the token outlive it.
+/// Lives: one evaluation; the plan and what the context refers to outlive it.
 class Evaluation {
  public:
+  /// `context`: the scratch of `setup` takes the place of its own.
   /// Errors: those of rulesInForce().
-  Evaluation(const ClientPlan& client, const CancellationToken& cancellation,
-             EvaluationSetup setup = {});
+  Evaluation(const ClientPlan& client, const ExecutionContext& context, EvaluationSetup setup = {});
 
   /// Errors: "KALVEX:array:NotRunnable" with the class of an operation that can't be run,
   ///         "KALVEX:bigdata:array:InvalidTallVersion" with the release that saved an array, before
@@ -73,7 +74,7 @@ class Evaluation {
   EvaluationFacts run();
 
   /// The outputs of a task that ran, as far as they were results or needed whole; null for others.
-  std::vector<WholeValue> takeOutputs(int task);
+  std::vector<MaterialisedValue> takeOutputs(int task);
 
  private:
   Scratch* usableScratch() { return scratch_.folder().empty() ? nullptr : &scratch_; }
@@ -83,31 +84,30 @@ class Evaluation {
   void withTask(const PlanTask& task, Action&& action,
                 std::string_view memoryId = kLimitTooSmall) const;
   void runInClient(int task);
-  void runStage(const std::vector<PassSink>& sinks);
+  void runPass(const std::vector<PassSink>& sinks);
   std::optional<errors::FailureRecord> runUnits(const AssembledStage& assembled,
                                                 const StageRows& rows,
                                                 const std::vector<PassSink>& sinks,
                                                 const std::vector<SinkPlace>& places);
   void refuseLargeResults(const std::vector<PassSink>& sinks, const std::vector<SinkPlace>& places,
                           const std::vector<std::int64_t>& bytes) const;
-  std::shared_ptr<const RowCut> noteRows(const StageRows& rows, bool isData,
+  std::shared_ptr<const RowCut> noteRows(const Stage& stage, const StageRows& rows,
                                          const OrderedMerge& merge);
-  void takeResults(const Stage& stage, const std::vector<PassSink>& sinks,
-                   const std::vector<SinkPlace>& places, OrderedMerge& merge,
-                   const std::shared_ptr<const RowCut>& cut);
+  void takeResults(const std::vector<PassSink>& sinks, const std::vector<SinkPlace>& places,
+                   PassResults results);
   void completePromises();
 
   const Plan& plan_;
   const PlanHandles& handles_;
   const Rules rules_;
-  const CancellationToken& cancellation_;
   const int threads_;
   SessionLease* const lease_;
   Scratch scratch_;
+  const ExecutionContext context_;  ///< with that scratch
   WorkerSessions workers_;
   Schedule schedule_;
   const RowSpaces rowSpaces_;
-  WholeValues values_;
+  MaterialisedValues values_;
   std::set<std::string> sourcesSeen_;
   std::uint64_t nextStage_ = 0;
   EvaluationFacts facts_;

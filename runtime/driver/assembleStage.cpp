@@ -53,7 +53,7 @@ std::shared_ptr<const OpSpec> specOf(const Step& step, const PlanTask& task) {
 }
 
 /// An input of a step, as the engine takes it.
-StageInput stageInput(const WholeValue& whole, const PassInput& input, const Plan& plan) {
+StageInput stageInput(const MaterialisedValue& whole, const PassInput& input, const Plan& plan) {
   if (whole.places) {
     Chunk rows = toChunk(whole.value.get());
     if (whole.places->isUntyped && rows.names == nullptr) {
@@ -73,13 +73,13 @@ StageInput stageInput(const WholeValue& whole, const PassInput& input, const Pla
 }  // namespace
 
 AssembledStage assembleStage(const PassGraph& pass, const Plan& plan, const PlanHandles& handles,
-                             const WholeValues& values) {
+                             const MaterialisedValues& values) {
   std::vector<StageInput> inputs;
   std::vector<Value> valuesOfInputs;
   for (const PassInput& input : pass.inputs) {
     const PlanTask& task = plan.task(input.task);
     withStep(*task.spec, handles.factoryOf(task), [&] {
-      const WholeValue whole = inputValue(input.from, handles, values);
+      const MaterialisedValue whole = inputValue(input.from, handles, values);
       inputs.push_back(stageInput(whole, input, plan));
       valuesOfInputs.push_back(task.spec->passesTagged ? asBroadcast(whole.value.get())
                                                        : withoutBroadcast(whole.value.get()));

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "driver/PlanHandles.h"
-#include "driver/wholeValues.h"
+#include "driver/materialisedValues.h"
 #include "engine/Stage.h"
 #include "plan/PassGraph.h"
 
@@ -26,9 +26,9 @@ struct AssembledStage {
 
 /// The stage of a pass, with the values that its steps take.
 ///
-/// Requires: the whole values that the pass takes are in `values`, see inputValue().
+/// Requires: the materialised values that the pass takes are in `values`, see inputValue().
 /// Errors: "KALVEX:array:NotAColumn" for a step of ours that gets anything else.
 AssembledStage assembleStage(const PassGraph& pass, const Plan& plan, const PlanHandles& handles,
-                             const WholeValues& values);
+                             const MaterialisedValues& values);
 
 }  // namespace kv::runtime

@@ -70,6 +70,10 @@ bool isFreeFunction(const kxArray* handle) {
          builtInFunction(handle) != BuiltInFunction{};
 }
 
+std::string functionName(const kxArray* handle) {
+  return kxGetClassID(handle) == kxFUNCTION_CLASS ? host::callableName(handle) : std::string();
+}
+
 std::string functionLabel(const kxArray* handle) {
   if (kxGetClassID(handle) != kxFUNCTION_CLASS) {
     return kxGetClassName(handle);

@@ -29,6 +29,10 @@ bool isBuiltInHandle(const kxArray* functionHandle);
 /// True if the function of a function_handle may run in any session, on any thread.
 bool isFreeFunction(const kxArray* handle);
 
+/// The name of the function of a function_handle, by which it may be found elsewhere; empty for one
+/// without a name, or anything else.
+std::string functionName(const kxArray* handle);
+
 /// How plans call the function of a function_handle.
 std::string functionLabel(const kxArray* handle);
 

@@ -1,4 +1,4 @@
-#include "driver/wholeValues.h"
+#include "driver/materialisedValues.h"
 
 #include <algorithm>
 #include <cassert>
@@ -28,7 +28,7 @@ Chunk join(std::vector<std::vector<Chunk>> partitions) {
 }
 
 /// A value with its places, completed by what they say about its types.
-WholeValue placed(const Chunk& whole, RowPlaces places) {
+MaterialisedValue placed(const Chunk& whole, RowPlaces places) {
   places.isUntyped = std::ranges::any_of(
       whole.columns, [](const Column& column) { return column.type() == ElementType::Unknown; });
   for (const Column& column : whole.columns) {
@@ -39,25 +39,26 @@ WholeValue placed(const Chunk& whole, RowPlaces places) {
 
 }  // namespace
 
-std::vector<WholeValue> wholeValues(std::vector<Value> values) {
-  std::vector<WholeValue> wholes;
+std::vector<MaterialisedValue> materialisedValues(std::vector<Value> values) {
+  std::vector<MaterialisedValue> wholes;
   for (Value& value : values) {
     wholes.push_back({std::move(value)});
   }
   return wholes;
 }
 
-WholeValue joinRows(std::vector<std::vector<Chunk>> partitions, std::shared_ptr<const RowCut> cut,
-                    std::string origin, std::int64_t frameRows) {
+MaterialisedValue joinRows(std::vector<std::vector<Chunk>> partitions,
+                           std::shared_ptr<const RowCut> cut, std::string origin,
+                           std::int64_t frameRows) {
   RowPlaces places = RowPlaces::ofPartitions(partitions, std::move(cut));
   places.origin = std::move(origin);
   places.frameRows = frameRows;
   return placed(join(std::move(partitions)), std::move(places));
 }
 
-std::vector<WholeValue> madeRows(const std::vector<Chunk>& arrays,
-                                 std::vector<std::int64_t> partitionRows, std::string rowSpace,
-                                 const std::string& origin) {
+std::vector<MaterialisedValue> madeRows(const std::vector<Chunk>& arrays,
+                                        std::vector<std::int64_t> partitionRows,
+                                        std::string rowSpace, const std::string& origin) {
   if (partitionRows.empty()) {
     std::int64_t left = arrays.front().rows();
     do {
@@ -71,19 +72,19 @@ std::vector<WholeValue> madeRows(const std::vector<Chunk>& arrays,
   }
   auto cut = std::make_shared<RowCut>(RowCut{std::move(rowSpace), std::move(partitionRows)});
   places.cut = std::move(cut);
-  std::vector<WholeValue> values;
+  std::vector<MaterialisedValue> values;
   for (const Chunk& array : arrays) {
     values.push_back(placed(array, places));
   }
   return values;
 }
 
-WholeValue inputValue(const PlanInput& input, const PlanHandles& handles,
-                      const WholeValues& values) {
+MaterialisedValue inputValue(const PlanInput& input, const PlanHandles& handles,
+                             const MaterialisedValues& values) {
   if (input.task < 0) {
     return {matrix::sharedCopy(handles.values[input.value].get()), input.places};
   }
-  const WholeValue& whole = values[static_cast<std::size_t>(input.task)].at(input.output);
+  const MaterialisedValue& whole = values[static_cast<std::size_t>(input.task)].at(input.output);
   assert(whole.value != nullptr);
   return {matrix::sharedCopy(whole.value.get()), whole.places};
 }

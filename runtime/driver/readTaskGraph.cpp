@@ -124,7 +124,7 @@ class RecordedStacks {
 };
 
 /// What to do with a factory of a user's own class: its "feval" gets a chunk of each input, or
-/// whole values where the task's output is broadcast, and returns the outputs.
+/// materialised values where the task's output is broadcast, and returns the outputs.
 std::unique_ptr<OpSpecValue> specOfUserFactory(const kxArray* task, const kxArray* factory,
                                                const kxArray* stack) {
   if (!kxIsA(factory, kProcessorFactory)) {

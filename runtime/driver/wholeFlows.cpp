@@ -18,7 +18,7 @@ namespace {
 
 using host::Value;
 
-/// The functions of one operation on whole values.
+/// The functions of one operation on materialised values.
 class WholeFunctions final : public UserFunctions {
  public:
   WholeFunctions(const OpSpec& spec, const kxArray* factory, const std::vector<Value>& values)

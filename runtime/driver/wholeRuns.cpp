@@ -1,6 +1,6 @@
-// What an operation does when all its inputs are whole values: in the client, without chunks. The
-// table at the end has a function for each way in which an operation may run so. The results must
-// be those of a run over rows, so built-in operations use the same operators.
+// What an operation does when all its inputs are materialised values: in the client, without
+// chunks. The table at the end has a function for each way in which an operation may run so. The
+// results must be those of a run over rows, so built-in operations use the same operators.
 
 #include "driver/wholeRuns.h"
 
@@ -29,7 +29,7 @@ namespace {
 
 using host::Value;
 
-/// Whose random stream a function of whole values has.
+/// Whose random stream a function of materialised values has.
 constexpr std::int64_t kFirstPartition = 0;
 
 /// Values as a function gets them: what is broadcast is tagged only if that was asked for.
@@ -151,7 +151,7 @@ std::vector<Value> callAndReduce(const OpSpec& spec, const kxArray* factory,
   return reducePartials(factory, spec.numOutputs, values);
 }
 
-/// The functions of an operation by key that runs on whole values.
+/// The functions of an operation by key that runs on materialised values.
 class KeyedFunctions final : public UserFunctions {
  public:
   KeyedFunctions(const OpSpec& spec, const kxArray* factory) : spec_(spec), factory_(factory) {}

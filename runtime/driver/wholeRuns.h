@@ -6,7 +6,7 @@
 #include "kv/host/values.h"
 #include "plan/OpSpec.h"
 
-/// What operations do to whole values that aren't known to be rows of a source.
+/// What operations do to materialised values that aren't known to be rows of a source.
 namespace kv::runtime {
 
 /// Runs an operation once, in the client, as its `wholeRun` says.

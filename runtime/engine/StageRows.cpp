@@ -260,7 +260,8 @@ SourceRange StageRows::rangeOf(std::int64_t partition) const {
 
 std::unique_ptr<StageReader> StageRows::openPartition(std::int64_t partition,
                                                       const SourceRange& range,
-                                                      const CancellationToken& cancellation) const {
+                                                      const ExecutionContext& context) const {
+  const CancellationToken& cancellation = context.cancellation;
   if (cut_ != nullptr) {
     const std::int64_t rows = positions_ ? positions_->end(partition) - positions_->begin(partition)
                                          : cut_->partitionRows[static_cast<std::size_t>(partition)];

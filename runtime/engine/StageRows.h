@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "column/ExecutionContext.h"
 #include "column/RowPlaces.h"
 #include "engine/Stage.h"
-#include "kv/runtime/Cancellation.h"
 #include "kv/runtime/Datastore.h"
 
 namespace kv::runtime {
@@ -53,8 +53,9 @@ class StageRows {
 
   /// A reader of the columns that the stage needs, without rows that the conditions of its reads
   /// leave out. Where a step calls a user-defined function, chunks are pieces.
+  /// Lives: no longer than the cancellation token of the context.
   std::unique_ptr<StageReader> openPartition(std::int64_t partition, const SourceRange& range,
-                                             const CancellationToken& cancellation) const;
+                                             const ExecutionContext& context) const;
 
   /// As of Datastore, of the first source; empty for gathered rows.
   std::string fileOf(std::int64_t partition) const;

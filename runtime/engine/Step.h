@@ -27,6 +27,10 @@ struct Step {
   std::string origin{};    ///< the user's line, "file:line"; empty if none is known
   std::string rowSpace{};  ///< of the rows that the step makes; empty if it makes none
 
+  /// Names of the user's functions that it calls, the one that reduces last; an empty one for a
+  /// function without a name. A process that has no handle of them finds them by these.
+  std::vector<std::string> functions{};
+
   /// What the step is called in messages: its label and, if it is known, the user's line.
   std::string describe() const;
 };

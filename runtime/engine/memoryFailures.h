@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "column/ExecutionContext.h"
 #include "column/MemoryLedger.h"
-#include "engine/ExecutionContext.h"
 #include "engine/StageRows.h"
 #include "kv/errors/FailureRecord.h"
 #include "operator/UserFunctions.h"

@@ -19,9 +19,7 @@
 #include <string_view>
 #include <utility>
 
-#include "column/pool.h"
 #include "engine/Unit.h"
-#include "exchange/Scratch.h"
 #include "kv/errors/PassThrough.h"
 #include "source/ReadRetries.h"
 
@@ -315,7 +313,7 @@ void readThrough(UnitRun& run, const Stage& stage, const StageRows& rows, const 
   std::unique_ptr<StageReader> reader;
   std::vector<Chunk> chunks;
   if (!unit.isWithoutRows()) {
-    reader = rows.openPartition(unit.partition, unit.range, context.cancellation);
+    reader = rows.openPartition(unit.partition, unit.range, context);
     chunks = reader->next();
   }
   if (chunks.empty()) {
@@ -332,8 +330,7 @@ void readThrough(UnitRun& run, const Stage& stage, const StageRows& rows, const 
 
 UnitResult runUnit(const Stage& stage, const StageRows& rows, std::string_view unitBytes,
                    UserFunctions& functions, const ExecutionContext& context) {
-  const PoolScope pool(context.pool);
-  const ScratchScope scratch(context.scratch);
+  const ContextScope scope(context);
   const ReadRetries retries(
       stage.sources().empty() ? 0 : stage.sources().front().store->maxReadFailures());
   const RefusalWatch watch;

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "column/ExecutionContext.h"
 #include "column/MemoryLedger.h"
-#include "engine/ExecutionContext.h"
 #include "engine/Stage.h"
 #include "engine/StageRows.h"
 #include "kv/errors/FailureRecord.h"

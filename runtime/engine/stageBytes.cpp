@@ -1,6 +1,7 @@
 // A stage in bytes: a tag with the version of the form, the steps (operator, links, number of
-// outputs, label, origin, row space), the steps whose results it gives, and its inputs with their
-// rows. Users' functions aren't part of it: a step finds its function by its number.
+// outputs, label, origin, row space, names of users' functions), the steps whose results it gives,
+// and its inputs with their rows. Of users' functions only the names are part of it: in this
+// process a step finds its function by its number.
 
 #include <utility>
 
@@ -12,7 +13,7 @@ namespace kv::runtime {
 
 namespace {
 
-constexpr std::uint32_t kStageTag = 0x3353766B;  // "kvS3"
+constexpr std::uint32_t kStageTag = 0x3453766B;  // "kvS4"
 
 /// The least bytes of a link, and of an input.
 constexpr std::size_t kLinkBytes = 1 + 2 * sizeof(std::uint64_t);
@@ -47,6 +48,7 @@ void writeStep(const Step& step, ByteWriter& bytes) {
   bytes.text(step.label);
   bytes.text(step.origin);
   bytes.text(step.rowSpace);
+  bytes.texts(step.functions);
 }
 
 Step stepFrom(ByteReader& bytes, const std::vector<Step>& before) {
@@ -58,6 +60,7 @@ Step stepFrom(ByteReader& bytes, const std::vector<Step>& before) {
   step.label = bytes.text();
   step.origin = bytes.text();
   step.rowSpace = bytes.text();
+  step.functions = bytes.texts();
   const bool lacksOutputs =
       step.op->facts().passesInputs ? step.numOutputs != step.inputs.size() : step.numOutputs == 0;
   if (isFlow(*step.op) && (step.inputs.empty() || lacksOutputs)) {

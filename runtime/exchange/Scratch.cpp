@@ -23,6 +23,7 @@
 #include <system_error>
 #include <utility>
 
+#include "column/ExecutionContext.h"
 #include "column/MemoryLedger.h"
 #include "column/allocate.h"
 #include "column/pool.h"
@@ -31,8 +32,6 @@
 namespace kv::runtime {
 
 namespace {
-
-thread_local Scratch* current = nullptr;
 
 [[noreturn]] void raiseFailed(const std::string& folder, int error) {
   errors::raiseStep("KALVEX:spill:Failed", {folder, std::generic_category().message(error)});
@@ -204,10 +203,9 @@ void Scratch::noteLevel(int level) {
   }
 }
 
-Scratch* currentScratch() noexcept { return current; }
-
-ScratchScope::ScratchScope(Scratch* scratch) noexcept : outer_(current) { current = scratch; }
-
-ScratchScope::~ScratchScope() { current = outer_; }
+Scratch* currentScratch() noexcept {
+  const ExecutionContext* context = currentContext();
+  return context != nullptr ? context->scratch : nullptr;
+}
 
 }  // namespace kv::runtime

@@ -92,19 +92,7 @@ class Scratch {
   std::atomic<int> levels_{0};
 };
 
-/// The scratch of the evaluation for which this thread works; null if there is none.
+/// The scratch of the context for which this thread works; null if there is none.
 Scratch* currentScratch() noexcept;
-
-/// Makes a scratch the current one of this thread, until the scope ends.
-class ScratchScope {
- public:
-  explicit ScratchScope(Scratch* scratch) noexcept;
-  ~ScratchScope();
-  ScratchScope(const ScratchScope&) = delete;
-  ScratchScope& operator=(const ScratchScope&) = delete;
-
- private:
-  Scratch* outer_;
-};
 
 }  // namespace kv::runtime

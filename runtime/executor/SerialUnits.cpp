@@ -1,23 +1,26 @@
 #include "executor/SerialUnits.h"
 
+#include <cassert>
 #include <utility>
 
 #include "executor/LeasedFunctions.h"
 
 namespace kv::runtime {
 
-std::optional<UnitResult> SerialUnits::next() {
+std::optional<UnitOutcome> SerialUnits::next() {
   if (units_.empty()) {
     return std::nullopt;
   }
+  assert(stage_);
+  const StageScope& scope = stage_->scope;
   const std::string unit = std::move(units_.front());
   units_.pop_front();
   UnitResult result;
   {
-    LeasedFunctions functions(scope_.functions, scope_.lease);
-    result = runUnit(scope_.stage, rows_, unit, functions, scope_.context);
+    LeasedFunctions functions(scope.functions, scope.lease);
+    result = runUnit(scope.stage, stage_->rows, unit, functions, scope.context);
   }
-  scope_.functions.endPartition(result.partition);
+  scope.functions.endPartition(result.partition);
   return result;
 }
 

@@ -11,11 +11,9 @@ namespace kv::runtime {
 /// Runs units one after the other, in the thread that asks for results.
 class SerialUnits final : public UnitService {
  public:
-  /// Errors: those of StageRows.
-  explicit SerialUnits(const StageScope& scope) : scope_(scope), rows_(scope.stage) {}
-
+  void begin(const StageScope& stage) override { stage_.emplace(stage); }
   void submit(std::string unit) override { units_.push_back(std::move(unit)); }
-  std::optional<UnitResult> next() override;
+  std::optional<UnitOutcome> next() override;
   std::int64_t threads() const override { return 1; }
   std::int64_t window() const override { return 1; }
 
@@ -23,8 +21,7 @@ class SerialUnits final : public UnitService {
   void cancelAfter(std::int64_t /*partition*/) override {}
 
  private:
-  StageScope scope_;
-  StageRows rows_;
+  std::optional<BegunStage> stage_;
   std::deque<std::string> units_;
 };
 

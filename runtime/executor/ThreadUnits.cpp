@@ -6,6 +6,7 @@
 
 #include <pthread.h>
 
+#include <cassert>
 #include <chrono>
 #include <csignal>
 #include <system_error>
@@ -39,26 +40,33 @@ class BlockedSignals {
 
 }  // namespace
 
-ThreadUnits::ThreadUnits(int threads, const StageScope& scope) : ThreadUnits(scope) {
-  startThreads(threads);
+ThreadUnits::ThreadUnits(int threads) : ThreadUnits() {
+  assert(threads >= 1);
+  startThreads(threads);  // if it throws, the destructor ends those that it started
 }
 
-ThreadUnits::ThreadUnits(const StageScope& scope)
-    : scope_(scope), rows_(scope.stage), lane_(scope.functions, [this] {
-        const std::lock_guard lock(mutex_);  // so that the client is waiting, or has yet to look
-        forClient_.notify_one();
-      }) {}
-
 ThreadUnits::~ThreadUnits() {
-  cancelAfter(-1);
+  if (stage_) {
+    cancelAfter(-1);
+  }
   {
     const std::lock_guard lock(mutex_);
     isEnding_ = true;
   }
   forWorkers_.notify_all();
   // A free function that runs may need the session, too, before it can end.
-  const auto released = scope_.lease != nullptr ? scope_.lease->release() : nullptr;
+  SessionLease* lease = stage_ ? stage_->scope.lease : nullptr;
+  const auto released = lease != nullptr ? lease->release() : nullptr;
   threads_.clear();
+}
+
+void ThreadUnits::begin(const StageScope& stage) {
+  assert(!stage_);
+  stage_.emplace(stage);
+  lane_.emplace(stage.functions, [this] {
+    const std::lock_guard lock(mutex_);  // so that the client is waiting, or has yet to look
+    forClient_.notify_one();
+  });
 }
 
 void ThreadUnits::startThreads(int threads) {
@@ -88,15 +96,16 @@ void ThreadUnits::submit(std::string unit) {
   forWorkers_.notify_one();
 }
 
-std::optional<UnitResult> ThreadUnits::next() {
+std::optional<UnitOutcome> ThreadUnits::next() {
+  const StageScope& scope = stage_->scope;
   while (true) {
-    scope_.context.cancellation.throwIfCancelled();
-    while (lane_.serve()) {
-      scope_.context.cancellation.throwIfCancelled();
+    scope.context.cancellation.throwIfCancelled();
+    while (lane_->serve()) {
+      scope.context.cancellation.throwIfCancelled();
     }
     std::optional<Finished> finished = waitForResult();
     if (finished) {
-      scope_.functions.endPartition(finished->partition);
+      scope.functions.endPartition(finished->partition);
     }
     if (finished && finished->thrown != nullptr) {
       std::rethrow_exception(std::move(finished->thrown));
@@ -113,11 +122,12 @@ std::optional<UnitResult> ThreadUnits::next() {
 
 /// None if there is something else to do, or after a while. The session is released while it waits.
 std::optional<ThreadUnits::Finished> ThreadUnits::waitForResult() {
-  const auto hasWork = [&] { return !results_.empty() || numPending_ == 0 || lane_.hasCalls(); };
+  const auto hasWork = [&] { return !results_.empty() || numPending_ == 0 || lane_->hasCalls(); };
   std::unique_lock lock(mutex_);
   if (!hasWork()) {
     lock.unlock();
-    const auto released = scope_.lease != nullptr ? scope_.lease->release() : nullptr;
+    SessionLease* lease = stage_->scope.lease;
+    const auto released = lease != nullptr ? lease->release() : nullptr;
     lock.lock();
     forClient_.wait_for(lock, kPollInterval, hasWork);
     lock.unlock();  // before the end of `released`, which may wait
@@ -146,13 +156,13 @@ void ThreadUnits::cancelAfter(std::int64_t partition) {
       }
     }
   }
-  lane_.cancelAfter(partition);
+  lane_->cancelAfter(partition);
 }
 
 void ThreadUnits::work() noexcept {
   std::unique_ptr<UserFunctions> free;
   while (const std::optional<Submitted> submitted = takeUnit()) {
-    Running running{submitted->partition, CancellationToken(&scope_.context.cancellation)};
+    Running running{submitted->partition, CancellationToken(&stage_->scope.context.cancellation)};
     begin(running);
     finish(running, run(*submitted, running, free));
   }
@@ -180,13 +190,14 @@ void ThreadUnits::begin(Running& unit) {
 ThreadUnits::Finished ThreadUnits::run(const Submitted& submitted, const Running& running,
                                        std::unique_ptr<UserFunctions>& free) {
   Finished finished{submitted.partition};
-  const CancellationScope scope(running.stop);
+  const CancellationScope stop(running.stop);
   try {
-    LaneFunctions lane(lane_, submitted.partition);
-    WorkerFunctions functions(lane, scope_.freeFunctions, free);
-    const ExecutionContext context{scope_.context.pool, running.stop, scope_.context.now,
-                                   scope_.context.scratch};
-    finished.result = runUnit(scope_.stage, rows_, submitted.unit, functions, context);
+    const StageScope& scope = stage_->scope;
+    LaneFunctions lane(*lane_, submitted.partition);
+    WorkerFunctions functions(lane, scope.freeFunctions, free);
+    const ExecutionContext context{scope.context.pool, running.stop, scope.context.now,
+                                   scope.context.scratch};
+    finished.result = runUnit(scope.stage, stage_->rows, submitted.unit, functions, context);
   } catch (...) {
     finished.thrown = std::current_exception();
   }

@@ -26,14 +26,15 @@ namespace kv::runtime {
 class ThreadUnits final : public UnitService {
  public:
   /// `threads`: at least 1; fewer are used where the system refuses more.
-  /// Errors: std::system_error if no thread can be started; those of StageRows.
-  ThreadUnits(int threads, const StageScope& scope);
+  /// Errors: std::system_error if no thread can be started.
+  explicit ThreadUnits(int threads);
   ~ThreadUnits() override;
 
+  void begin(const StageScope& stage) override;
   void submit(std::string unit) override;
 
   /// Errors: those of UnitService; Cancelled, or what the watch or a function throws past errors.
-  std::optional<UnitResult> next() override;
+  std::optional<UnitOutcome> next() override;
   std::int64_t threads() const override { return std::ssize(threads_); }
   std::int64_t window() const override { return kUnitsPerThread * std::ssize(threads_); }
   void cancelAfter(std::int64_t partition) override;
@@ -59,7 +60,7 @@ class ThreadUnits final : public UnitService {
     std::exception_ptr thrown{};
   };
 
-  explicit ThreadUnits(const StageScope& scope);
+  ThreadUnits() = default;
   void startThreads(int threads);
   void work() noexcept;
   std::optional<Submitted> takeUnit();
@@ -69,9 +70,8 @@ class ThreadUnits final : public UnitService {
   void finish(const Running& unit, Finished finished);
   std::optional<Finished> waitForResult();
 
-  StageScope scope_;
-  StageRows rows_;
-  Lane lane_;
+  std::optional<BegunStage> stage_;  ///< doesn't change while units run
+  std::optional<Lane> lane_;
 
   std::mutex mutex_;
   std::condition_variable forWorkers_;  ///< there are units, or it is the end

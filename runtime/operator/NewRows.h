@@ -57,8 +57,8 @@ class NewRowsOperator : public FlowOperator {
   std::string planNote() const final { return "makes new rows"; }
 
  protected:
-  explicit NewRowsOperator(std::string_view kind, bool combinesRows = true)
-      : FlowOperator({.kind = kind,
+  explicit NewRowsOperator(std::string_view name, bool combinesRows = true)
+      : FlowOperator({.name = name,
                       .rows = RowEffect::Renew,
                       .callsUser = true,
                       .seesFrames = true,

@@ -30,18 +30,18 @@ ColumnNeeds Operator::needsOf(std::size_t /*input*/, const ColumnNeeds& /*asked*
 void Operator::write(ByteWriter& /*bytes*/) const {}
 
 ReadOperator::ReadOperator(OperatorFacts facts)
-    : Operator(kForm, withRows(facts, RowEffect::Create)) {}
+    : Operator(kKind, withRows(facts, RowEffect::Create)) {}
 
-StepOperator::StepOperator(const OperatorFacts& facts) : Operator(kForm, facts) {
+StepOperator::StepOperator(const OperatorFacts& facts) : Operator(kKind, facts) {
   assert(facts.rows == RowEffect::Keep || facts.rows == RowEffect::Filter);
   assert(!facts.takesValues);
 }
 
-FlowOperator::FlowOperator(const OperatorFacts& facts) : Operator(kForm, facts) {
+FlowOperator::FlowOperator(const OperatorFacts& facts) : Operator(kKind, facts) {
   assert(facts.rows == RowEffect::Keep || facts.rows == RowEffect::Renew);
 }
 
-SinkOperator::SinkOperator(OperatorFacts facts) : Operator(kForm, withRows(facts, RowEffect::End)) {
+SinkOperator::SinkOperator(OperatorFacts facts) : Operator(kKind, withRows(facts, RowEffect::End)) {
   assert(!facts.takesValues);
 }
 

@@ -33,7 +33,7 @@ namespace kv::runtime {
 struct GroupedValue;
 struct WriteTarget;
 
-enum class OperatorForm : std::uint8_t { Read, Step, Flow, Sink };
+enum class OperatorKind : std::uint8_t { Read, Step, Flow, Sink };
 
 /// What operators of all kinds have in common.
 ///
@@ -49,7 +49,7 @@ class Operator {
   /// The operator as one of the four kinds; null if it is of another.
   template <class Kind>
   const Kind* as() const {
-    return form_ == Kind::kForm ? static_cast<const Kind*>(this) : nullptr;
+    return kind_ == Kind::kKind ? static_cast<const Kind*>(this) : nullptr;
   }
 
   /// What the step needs of a table that is its input `input`, when later steps need `asked` of its
@@ -64,10 +64,10 @@ class Operator {
 
  protected:
   /// Only the four kinds derive from it, so that `as` is right.
-  Operator(OperatorForm form, const OperatorFacts& facts) : form_(form), facts_(facts) {}
+  Operator(OperatorKind kind, const OperatorFacts& facts) : kind_(kind), facts_(facts) {}
 
  private:
-  OperatorForm form_;
+  OperatorKind kind_;
   OperatorFacts facts_;
 };
 
@@ -84,7 +84,7 @@ struct ReadCondition {
 
 class ReadOperator : public Operator {
  public:
-  static constexpr OperatorForm kForm = OperatorForm::Read;
+  static constexpr OperatorKind kKind = OperatorKind::Read;
 
   virtual std::shared_ptr<const Datastore> source() const = 0;
 
@@ -105,7 +105,7 @@ struct TakenColumns {
 
 class StepOperator : public Operator {
  public:
-  static constexpr OperatorForm kForm = OperatorForm::Step;
+  static constexpr OperatorKind kKind = OperatorKind::Step;
 
   /// Lives: what the scope refers to outlives the run.
   virtual std::unique_ptr<StepRun> start(const StepScope& scope) const = 0;
@@ -130,7 +130,7 @@ class StatelessOperator : public StepOperator {
 
 class FlowOperator : public Operator {
  public:
-  static constexpr OperatorForm kForm = OperatorForm::Flow;
+  static constexpr OperatorKind kKind = OperatorKind::Flow;
 
   /// Lives: what scope and inputs refer to outlives the run.
   virtual std::unique_ptr<FlowRun> start(const StepScope& scope,
@@ -142,7 +142,7 @@ class FlowOperator : public Operator {
 
 class SinkOperator : public Operator {
  public:
-  static constexpr OperatorForm kForm = OperatorForm::Sink;
+  static constexpr OperatorKind kKind = OperatorKind::Sink;
 
   /// Lives: what the scope refers to outlives the run.
   virtual std::unique_ptr<SinkRun> start(const StepScope& scope) const = 0;

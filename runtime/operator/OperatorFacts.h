@@ -30,7 +30,7 @@ enum class SinkRows : std::uint8_t {
 /// per operator, fixed when the operator is made.
 struct OperatorFacts {
   /// Its name in bytes: that of its row in the table of operators.
-  std::string_view kind{};
+  std::string_view name{};
 
   RowEffect rows = RowEffect::Keep;  ///< Create for each read, End for each sink
   SinkRows sinkRows = SinkRows::None;

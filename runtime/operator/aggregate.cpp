@@ -110,7 +110,7 @@ class AnswerMerge final : public SinkMerge {
 class Aggregate final : public SinkOperator {
  public:
   Aggregate(const AggregateFunction& function, const AggregateForm& form)
-      : SinkOperator({.kind = "aggregate"}), function_(function), form_(form) {}
+      : SinkOperator({.name = "aggregate"}), function_(function), form_(form) {}
 
   std::string planNote() const override { return "reduces all rows"; }
 

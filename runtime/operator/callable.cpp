@@ -119,7 +119,7 @@ class CallableRun final : public StepRun {
 class Callable final : public StepOperator {
  public:
   explicit Callable(CallableRules rules)
-      : StepOperator({.kind = "callable",
+      : StepOperator({.name = "callable",
                       .callsUser = true,
                       .seesFrames = rules.seesFrames,
                       .spreads = rules.spreads}),

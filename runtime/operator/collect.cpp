@@ -86,7 +86,7 @@ class CollectMerge final : public SinkMerge {
 
 class Collect final : public SinkOperator {
  public:
-  Collect() : SinkOperator({.kind = "collect", .sinkRows = SinkRows::Kept}) {}
+  Collect() : SinkOperator({.name = "collect", .sinkRows = SinkRows::Kept}) {}
 
   std::string planNote() const override { return "rows are kept"; }
 

@@ -123,7 +123,7 @@ class DeliverMerge final : public SinkMerge {
 class Deliver final : public SinkOperator {
  public:
   Deliver(std::size_t numInputs, bool isOrdered)
-      : SinkOperator({.kind = "deliver",
+      : SinkOperator({.name = "deliver",
                       .callsUser = true,
                       .seesFrames = true,
                       .keepsForOrder = isOrdered,

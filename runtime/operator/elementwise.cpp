@@ -10,7 +10,7 @@ class Elementwise final : public StatelessOperator {
  public:
   Elementwise(const ElementFunction& function, bool givesLogical, bool spreads)
       : StatelessOperator(
-            {.kind = "elementwise", .spreads = spreads, .elementFunction = &function}),
+            {.name = "elementwise", .spreads = spreads, .elementFunction = &function}),
         function_(function),
         givesLogical_(givesLogical) {}
 

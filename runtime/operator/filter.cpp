@@ -8,7 +8,7 @@ namespace {
 
 class Filter final : public StatelessOperator {
  public:
-  Filter() : StatelessOperator({.kind = "filter", .rows = RowEffect::Filter}) {}
+  Filter() : StatelessOperator({.name = "filter", .rows = RowEffect::Filter}) {}
 
   ColumnNeeds needsOf(std::size_t input, const ColumnNeeds& asked) const override {
     return input == 0 ? ColumnNeeds{true, {}} : asked;

@@ -24,7 +24,7 @@ class FrameRun final : public AlignedFlow {
 class Frame final : public FlowOperator {
  public:
   explicit Frame(std::int64_t frameRows)
-      : FlowOperator({.kind = "frame", .passesInputs = true, .frameRows = frameRows}) {}
+      : FlowOperator({.name = "frame", .passesInputs = true, .frameRows = frameRows}) {}
 
   ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& asked) const override {
     return asked;

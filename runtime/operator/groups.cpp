@@ -55,7 +55,7 @@ class GroupsMerge final : public SinkMerge {
 class Groups final : public SinkOperator {
  public:
   explicit Groups(std::vector<GroupedValue> values)
-      : SinkOperator({.kind = "groups", .sinkRows = SinkRows::Made}), values_(std::move(values)) {}
+      : SinkOperator({.name = "groups", .sinkRows = SinkRows::Made}), values_(std::move(values)) {}
 
   const std::vector<GroupedValue>* groupedValues() const override { return &values_; }
   std::string planNote() const override { return "a row for each key"; }

@@ -75,7 +75,7 @@ class HeadMerge final : public SinkMerge {
 class Head final : public SinkOperator {
  public:
   Head(std::int64_t rows, std::size_t numInputs)
-      : SinkOperator({.kind = "head"}), rows_(rows), numInputs_(numInputs) {}
+      : SinkOperator({.name = "head"}), rows_(rows), numInputs_(numInputs) {}
 
   std::string planNote() const override { return "stops when these rows are there"; }
 

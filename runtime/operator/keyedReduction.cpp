@@ -251,7 +251,7 @@ class KeyedReductionMerge final : public SinkMerge {
 class KeyedReduction final : public SinkOperator {
  public:
   KeyedReduction()
-      : SinkOperator({.kind = "keyedReduction",
+      : SinkOperator({.name = "keyedReduction",
                       .sinkRows = SinkRows::Made,
                       .callsUser = true,
                       .seesFrames = true}) {}

@@ -13,34 +13,34 @@ OperatorPtr readPlain(ByteReader& /*bytes*/) {
 }
 
 constexpr std::array kKinds{
-    OperatorKind{"read", readRead},
-    OperatorKind{"variable", readVariable},
-    OperatorKind{"elementwise", readElementwise},
-    OperatorKind{"callable", readCallable},
-    OperatorKind{"filter", readPlain<makeFilter>},
-    OperatorKind{"pass", readPlain<makePass>},
-    OperatorKind{"spread", readPlain<makeSpread>},
-    OperatorKind{"zip", readPlain<makeZip>},
-    OperatorKind{"frame", readFrame},
-    OperatorKind{"chunkwise", readChunkwise},
-    OperatorKind{"partitionwise", readPlain<makePartitionwise>},
-    OperatorKind{"generalPartitionwise", readPlain<makeGeneralPartitionwise>},
-    OperatorKind{"aggregate", readAggregate},
-    OperatorKind{"reduction", readPlain<makeReduction>},
-    OperatorKind{"groups", readGroups},
-    OperatorKind{"keyedReduction", readPlain<makeKeyedReduction>},
-    OperatorKind{"repartition", readRepartition},
-    OperatorKind{"head", readHead},
-    OperatorKind{"deliver", readDeliver},
-    OperatorKind{"write", readWrite},
-    OperatorKind{"collect", readPlain<makeCollect>},
+    OperatorRow{"read", readRead},
+    OperatorRow{"variable", readVariable},
+    OperatorRow{"elementwise", readElementwise},
+    OperatorRow{"callable", readCallable},
+    OperatorRow{"filter", readPlain<makeFilter>},
+    OperatorRow{"pass", readPlain<makePass>},
+    OperatorRow{"spread", readPlain<makeSpread>},
+    OperatorRow{"zip", readPlain<makeZip>},
+    OperatorRow{"frame", readFrame},
+    OperatorRow{"chunkwise", readChunkwise},
+    OperatorRow{"partitionwise", readPlain<makePartitionwise>},
+    OperatorRow{"generalPartitionwise", readPlain<makeGeneralPartitionwise>},
+    OperatorRow{"aggregate", readAggregate},
+    OperatorRow{"reduction", readPlain<makeReduction>},
+    OperatorRow{"groups", readGroups},
+    OperatorRow{"keyedReduction", readPlain<makeKeyedReduction>},
+    OperatorRow{"repartition", readRepartition},
+    OperatorRow{"head", readHead},
+    OperatorRow{"deliver", readDeliver},
+    OperatorRow{"write", readWrite},
+    OperatorRow{"collect", readPlain<makeCollect>},
 };
 
 }  // namespace
 
 OperatorPtr readOperator(ByteReader& bytes) {
   const std::string kind = bytes.text();
-  const auto* row = std::ranges::find(kKinds, kind, &OperatorKind::kind);
+  const auto* row = std::ranges::find(kKinds, kind, &OperatorRow::name);
   if (row == kKinds.end()) {
     bytes.refuse();
   }
@@ -48,7 +48,7 @@ OperatorPtr readOperator(ByteReader& bytes) {
 }
 
 void writeOperator(const Operator& op, ByteWriter& bytes) {
-  bytes.text(op.facts().kind);
+  bytes.text(op.facts().name);
   op.write(bytes);
 }
 

@@ -133,8 +133,8 @@ OperatorPtr makeWrite(WriteTarget target);
 OperatorPtr makeCollect();
 
 /// A row of the table of operators: how an operator of that kind is read from bytes.
-struct OperatorKind {
-  std::string_view kind;
+struct OperatorRow {
+  std::string_view name;
   OperatorPtr (*read)(ByteReader& bytes);
 };
 

@@ -6,7 +6,7 @@ namespace {
 
 class Pass final : public StatelessOperator {
  public:
-  Pass() : StatelessOperator({.kind = "pass", .passesInputs = true}) {}
+  Pass() : StatelessOperator({.name = "pass", .passesInputs = true}) {}
 
   ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& asked) const override {
     return asked;

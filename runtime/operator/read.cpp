@@ -59,7 +59,7 @@ class Read final : public ReadOperator {
  public:
   Read(std::shared_ptr<const Datastore> source, std::optional<std::vector<std::string>> columns,
        std::vector<ReadCondition> conditions)
-      : ReadOperator({.kind = "read"}),
+      : ReadOperator({.name = "read"}),
         source_(std::move(source)),
         columns_(std::move(columns)),
         conditions_(std::move(conditions)) {}

@@ -72,7 +72,7 @@ class ReductionMerge final : public SinkMerge {
 
 class Reduction final : public SinkOperator {
  public:
-  Reduction() : SinkOperator({.kind = "reduction", .callsUser = true, .seesFrames = true}) {}
+  Reduction() : SinkOperator({.name = "reduction", .callsUser = true, .seesFrames = true}) {}
 
   std::string planNote() const override { return "reduces all rows"; }
 

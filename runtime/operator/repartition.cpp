@@ -181,7 +181,7 @@ class Repartition final : public SinkOperator {
  public:
   explicit Repartition(std::int64_t partitions)
       : SinkOperator(
-            {.kind = "repartition", .sinkRows = SinkRows::Made, .madePartitions = partitions}) {}
+            {.name = "repartition", .sinkRows = SinkRows::Made, .madePartitions = partitions}) {}
 
   std::string planNote() const override {
     return fmt::format("rows of {} other partition{}", partitions(), partitions() == 1 ? "" : "s");

@@ -9,7 +9,7 @@ namespace {
 
 class SpreadValue final : public StatelessOperator {
  public:
-  SpreadValue() : StatelessOperator({.kind = "spread"}) {}
+  SpreadValue() : StatelessOperator({.name = "spread"}) {}
 
   /// Of the rows only their number matters.
   ColumnNeeds needsOf(std::size_t /*input*/, const ColumnNeeds& /*asked*/) const override {

@@ -12,7 +12,7 @@ namespace {
 class Variable final : public StatelessOperator {
  public:
   Variable(std::vector<std::string> names, bool isContent)
-      : StatelessOperator({.kind = "variable"}),
+      : StatelessOperator({.name = "variable"}),
         taken_{std::move(names), isContent},
         names_(std::make_shared<const std::vector<std::string>>(taken_.names)) {}
 

@@ -61,7 +61,7 @@ class WriteMerge final : public SinkMerge {
 class Write final : public SinkOperator {
  public:
   explicit Write(WriteTarget target)
-      : SinkOperator({.kind = "write", .seesFrames = true}), target_(std::move(target)) {}
+      : SinkOperator({.name = "write", .seesFrames = true}), target_(std::move(target)) {}
 
   const WriteTarget* target() const override { return &target_; }
 

@@ -20,7 +20,7 @@ class ZipRun final : public AlignedFlow {
 
 class Zip final : public FlowOperator {
  public:
-  Zip() : FlowOperator({.kind = "zip", .passesInputs = true}) {}
+  Zip() : FlowOperator({.name = "zip", .passesInputs = true}) {}
 
   std::string planNote() const override { return "zips rows that are cut differently"; }
 

@@ -4,12 +4,13 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "operator/operators.h"
 
 namespace kv::runtime {
 
-/// How an operation runs once, in the client, on whole values (driver/wholeRuns.h).
+/// How an operation runs once, in the client, on materialised values (driver/wholeRuns.h).
 enum class WholeRun : std::uint8_t {
   CallFunction,          ///< its function gets the values as they are
   CallOnRows,            ///< its function gets matching rows, perhaps only some at a time
@@ -32,7 +33,8 @@ struct OpSpec {
   std::string origin{};  ///< the user's line, "file:line"; empty if none is known
   OperatorPtr op{};      ///< how it runs over rows; null if it doesn't
   WholeRun wholeRun = WholeRun::CallFunction;
-  bool callsUser = false;      ///< it calls a user-defined function
+  bool callsUser = false;                ///< it calls a user-defined function
+  std::vector<std::string> functions{};  ///< names of all that it calls, see Step
   bool isFree = false;         ///< that function may run on any thread, see host/freeFunctions.h
   bool passesTagged = false;   ///< values for all rows reach its function as BroadcastArray
   bool isTrusted = true;       ///< false where function or source came from a file without trust

@@ -28,7 +28,8 @@ struct PlanInput {
 ///    computed anew in each pass that needs it. Values whose places are known flow as well.
 /// 2. A task that makes rows, such as a step by key, ends a pass; its results are whole and rows at
 ///    once: they flow in later passes, as values whose places are known do.
-/// 3. Any other task has whole values, once it has run in the client or at the end of a pass.
+/// 3. Any other task has materialised values, once it has run in the client or at the end of a
+/// pass.
 struct PlanTask {
   std::string id{};
   std::shared_ptr<const OpSpec> spec{};
@@ -41,7 +42,7 @@ struct PlanTask {
   /// other values.
   std::optional<Hash128> functions{};
 
-  /// True if the task runs in the client on whole values, with no chunk in sight.
+  /// True if the task runs in the client on materialised values, with no chunk in sight.
   bool runsInClient = false;
 
   /// Of a choice whose condition is a value: whether that is true.

@@ -35,7 +35,8 @@ class PassLowering {
     const bool isOpen = task.spec->isChoice && !isChosen(index);
     link = {.index = graph_.steps.size()};
     addStep(index, {isOpen || task.spec->op == nullptr ? pass_ : task.spec->op, std::move(inputs),
-                    task.spec->numOutputs, task.spec->label, task.spec->origin, task.rowSpace});
+                    task.spec->numOutputs, task.spec->label, task.spec->origin, task.rowSpace,
+                    task.spec->callsUser ? task.spec->functions : std::vector<std::string>()});
   }
 
   /// Adds the step that gives the result of a sink.

@@ -7,8 +7,8 @@
 
 #include "kv/errors/StepError.h"
 #include "kv/errors/shownText.h"
-#include "plan/columnNeeds.h"
 #include "plan/lowerPass.h"
+#include "plan/stepNeeds.h"
 
 namespace kv::runtime {
 
@@ -31,7 +31,7 @@ void throwIfMissing(const Datastore& source, const std::string& name) {
 
 void throwIfColumnsAreMissing(const Plan& plan) {
   const std::vector<Step> steps = lowerAll(plan).steps;
-  const std::vector<ColumnNeeds> needs = columnNeeds(steps);
+  const std::vector<ColumnNeeds> needs = needsOfSteps(steps);
   for (std::size_t i = 0; i < steps.size(); ++i) {
     if (const auto* read = steps[i].op->as<ReadOperator>()) {
       for (const std::string& name : needs[i].names) {

@@ -1,4 +1,4 @@
-#include "plan/columnNeeds.h"
+#include "plan/stepNeeds.h"
 
 #include <cassert>
 #include <cstddef>
@@ -14,7 +14,7 @@ bool passesEachInput(const Step& step) {
 
 }  // namespace
 
-std::vector<ColumnNeeds> columnNeeds(const std::vector<Step>& steps) {
+std::vector<ColumnNeeds> needsOfSteps(const std::vector<Step>& steps) {
   std::vector<ColumnNeeds> asked(steps.size());
   std::vector<std::vector<ColumnNeeds>> ofPassed(steps.size());  // by output
   for (std::size_t i = steps.size(); i-- > 0;) {

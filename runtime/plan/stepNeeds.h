@@ -10,6 +10,6 @@ namespace kv::runtime {
 /// What later steps need of the result of each step.
 ///
 /// Requires: each step comes after its inputs.
-std::vector<ColumnNeeds> columnNeeds(const std::vector<Step>& steps);
+std::vector<ColumnNeeds> needsOfSteps(const std::vector<Step>& steps);
 
 }  // namespace kv::runtime

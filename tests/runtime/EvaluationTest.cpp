@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <cmath>
 #include <thread>
 
+#include "column/pool.h"
+#include "driver/Evaluation.h"
 #include "runtime/RuntimeSession.h"
 #include "support/RulesOff.h"
 
@@ -86,6 +89,16 @@ TEST_F(Evaluation, WhichRowsAValueHasIsKnownAndNotCounted) {
             "KALVEX:array:RowsDiffer");
   gather(other);
   EXPECT_EQ(errorOf([&] { element("plus", one, other); }).identifier, "KALVEX:array:RowsDiffer");
+}
+
+TEST_F(Evaluation, TakesItsTimesFromTheClockOfItsContext) {
+  const CancellationToken never;
+  const ClientPlan nothing;
+  const auto now = [] {
+    static int seconds = 0;
+    return Clock::time_point(std::chrono::seconds(seconds += 5));
+  };
+  EXPECT_EQ(runtime::Evaluation(nothing, {currentPool(), never, now}).run().seconds, 5);
 }
 
 TEST_F(Evaluation, ACompleteReductionIsNotComputedAgain) {

@@ -212,7 +212,7 @@ TEST(AlignedRows, RefuseRowsThatDifferAtOnceOrAtTheEnd) {
 /// Passes on the first rows, after which it asks for nothing.
 class Head final : public FlowOperator {
  public:
-  explicit Head(std::int64_t rows) : FlowOperator({.kind = "head"}), rows_(rows) {}
+  explicit Head(std::int64_t rows) : FlowOperator({.name = "head"}), rows_(rows) {}
 
   std::unique_ptr<FlowRun> start(const StepScope& /*scope*/,
                                  std::span<const FlowInput> /*inputs*/) const override {

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "column/ExecutionContext.h"
 #include "column/chunkBytes.h"
 #include "column/concatenate.h"
 #include "exchange/Scratch.h"
@@ -207,7 +208,9 @@ void check(Rows rows, ElementType valueType, bool spills) {
     const CancellationToken never;
     TempFolder folder;
     Scratch scratch(folder.path(), INT64_MAX, true, never);
-    const ScratchScope scope(&scratch);
+    const ExecutionContext context{
+        .pool = currentPool(), .cancellation = never, .scratch = &scratch};
+    const ContextScope scope(context);
     EXPECT_EQ(bytesOf(again.run(*makeGroups(functions))), bytesOf(answers)) << "spilled";
     EXPECT_EQ(scratch.spilledBytes() > 0, !rows.reference().empty());
   }
@@ -256,7 +259,8 @@ TEST(Groups, AFullScratchFolderIsAnErrorWithFolderAndBytes) {
   const CancellationToken never;
   TempFolder folder;
   Scratch scratch(folder.path(), 3000, true, never);
-  const ScratchScope scope(&scratch);
+  const ExecutionContext context{.pool = currentPool(), .cancellation = never, .scratch = &scratch};
+  const ContextScope scope(context);
   try {
     Rows(7, {ElementType::Double}, ElementType::Double)
         .run(*makeGroups(functionsFor(ElementType::Double)));

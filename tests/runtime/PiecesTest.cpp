@@ -164,6 +164,7 @@ TEST_F(Pieces, AStageCrossesAsBytesAndNothingElseIsTakenForOne) {
   steps.push_back({makeFilter(), {{.index = 2}, {.index = 1}}});
   steps.push_back({makeCallable(), {{.index = 3}}});
   steps.push_back({makeReduction(), {{.index = 4}}});
+  steps.back().functions = {"square", ""};
   steps.push_back(
       {makeAggregate(*findAggregateFunction("sum"), {MissingRule::Skip}), {{.index = 3}}});
   steps.push_back({makeCollect(), {{.index = 4}}});
@@ -179,6 +180,7 @@ TEST_F(Pieces, AStageCrossesAsBytesAndNothingElseIsTakenForOne) {
   EXPECT_EQ(read.toBytes(), bytes);
   EXPECT_THAT(read.sources().front().columns, ElementsAre("x"));
   EXPECT_EQ(read.steps()[1].describe(), "column x at a.py:3");
+  EXPECT_THAT(read.steps()[5].functions, ElementsAre("square", ""));
   for (std::size_t length = 0; length < bytes.size(); ++length) {
     EXPECT_THROW(Stage::fromBytes(bytes.substr(0, length), pool), errors::StepError) << length;
   }

@@ -214,8 +214,8 @@ std::optional<errors::FailureRecord> runUnits(int threads, std::int64_t numParti
   const CancellationToken never;
   const ExecutionContext context{currentPool(), never};
   OrderedMerge merge(stage, functions, 9);
-  const auto units = makeUnitService(threads, numPartitions, {stage, functions, context, lease});
-  return runStage(*units, merge, StageRows(stage), 0);
+  const auto units = makeUnitService(threads, numPartitions);
+  return runStage(*units, {stage, functions, context, lease}, merge, StageRows(stage), 0);
 }
 
 /// Waits for a condition, which comes within a minute on any machine.

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "plan/columnNeeds.h"
 #include "plan/rules/rules.h"
+#include "plan/stepNeeds.h"
 
 namespace kv::runtime {
 
@@ -21,7 +21,7 @@ bool hasAll(const Schema& schema, const std::set<std::string>& names) {
 // Several steps may read one source. They get the same rows, and so the columns that any of them
 // needs.
 void readNeededColumns(PassGraph& graph) {
-  const std::vector<ColumnNeeds> asked = columnNeeds(graph.steps);
+  const std::vector<ColumnNeeds> asked = needsOfSteps(graph.steps);
   std::map<std::string, ColumnNeeds> ofSources;  // by fingerprint
   for (std::size_t i = 0; i < graph.steps.size(); ++i) {
     if (const auto* read = graph.steps[i].op->as<ReadOperator>()) {
