@@ -1,5 +1,6 @@
 #include "kv/errors/FailureRecord.h"
 
+#include <cassert>
 #include <new>
 #include <utility>
 
@@ -36,6 +37,7 @@ const std::exception_ptr& RecordedError::foreign() const noexcept { return conte
 const char* RecordedError::what() const noexcept { return content_->record.message.c_str(); }
 
 FailureRecord recordFailure(const std::exception_ptr& thrown) {
+  assert(thrown != nullptr);
   FailureRecord failure;
   try {
     std::rethrow_exception(thrown);

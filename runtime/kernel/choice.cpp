@@ -49,6 +49,13 @@ class SpreadInput {
   std::vector<std::byte> spread_;
 };
 
+/// Whether the elements of a side can be those of a result; a constant that was written adapts.
+[[maybe_unused]] bool becomes(const ColumnOperand& side, ElementType type) {
+  const ElementType own = side.column.type();
+  return side.isWeak || own == type ||
+         (isNumeric(own) && isNumeric(type) && promoteTypes(own, type) == type);
+}
+
 template <class T>
 void chooseLoop(const std::uint8_t* __restrict condition, const T* __restrict chosen,
                 const T* __restrict other, T* __restrict output, std::size_t count) {
@@ -74,6 +81,7 @@ struct Texts {
 Column chooseNumbers(const ColumnOperand& condition, const ColumnOperand& chosen,
                      const ColumnOperand& other, ElementType type, std::int64_t rows) {
   assert(condition.column.type() == ElementType::Logical);
+  assert(becomes(chosen, type) && becomes(other, type));
   auto buffer = allocateBuffer(rows * static_cast<std::int64_t>(elementSize(type)));
   SpreadInput conditions(condition, ElementType::Logical);
   SpreadInput left(chosen, type);
@@ -91,6 +99,7 @@ Column chooseNumbers(const ColumnOperand& condition, const ColumnOperand& chosen
 
 Column chooseTexts(const ColumnOperand& condition, const ColumnOperand& chosen,
                    const ColumnOperand& other, std::int64_t rows) {
+  assert(condition.column.type() == ElementType::Logical);
   const auto conditions = condition.column.values<std::uint8_t>();
   const std::size_t step = condition.isScalar ? 0 : 1;
   const Validity known(condition.column);

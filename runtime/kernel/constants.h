@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstring>
 
 #include "kv/runtime/ElementFunctions.h"
@@ -9,6 +10,7 @@ namespace kv::runtime {
 /// A number as an element of type `type`. Requires: `T` has the width of the type.
 template <class T>
 RecordedOperand numberOf(ElementType type, T value, bool isWeak = false) {
+  assert(sizeof(T) == elementSize(type));
   RecordedOperand number{type, isWeak};
   std::memcpy(&number.bits, &value, sizeof(value));
   return number;

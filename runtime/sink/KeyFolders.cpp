@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cctype>
 #include <cmath>
 #include <string_view>
@@ -60,8 +61,9 @@ std::string textOf(const Column& column, std::int64_t row) {
 
 KeyFolders::KeyFolders(const WriteTarget& target) {
   for (const std::string& name : target.partitionBy) {
-    keys_.push_back(
-        static_cast<std::size_t>(std::ranges::find(target.names, name) - target.names.begin()));
+    const auto place = std::ranges::find(target.names, name);
+    assert(place != target.names.end());
+    keys_.push_back(static_cast<std::size_t>(place - target.names.begin()));
     keyNames_.push_back(encoded(name));
   }
   for (std::size_t i = 0; i < target.names.size(); ++i) {

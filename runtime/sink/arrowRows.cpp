@@ -4,6 +4,8 @@
 #include <arrow/record_batch.h>
 #include <arrow/type.h>
 
+#include <cassert>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -21,6 +23,7 @@ std::shared_ptr<arrow::Schema> arrowSchemaOf(const SinkSchema& schema) {
 
 std::shared_ptr<arrow::RecordBatch> arrowRows(const Chunk& rows,
                                               const std::shared_ptr<arrow::Schema>& schema) {
+  assert(std::ssize(rows.columns) == schema->num_fields());
   std::vector<std::shared_ptr<arrow::ArrayData>> columns;
   for (const Column& column : rows.columns) {
     columns.push_back(exportedData(column));

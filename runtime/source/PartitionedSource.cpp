@@ -4,6 +4,7 @@
 
 #include "source/PartitionedSource.h"
 
+#include <algorithm>
 #include <cassert>
 #include <iterator>
 #include <limits>
@@ -86,9 +87,13 @@ PartitionedSource::PartitionedSource(std::shared_ptr<const Datastore> original,
       maxReadFailures_(maxReadFailures),
       fingerprint_(fingerprintOf(*original_, ranges_)) {
   assert(!ranges_.empty());
+  assert(std::ranges::all_of(ranges_, [this](const SourceRange& range) {
+    return areWithin(range, original_->numPartitions());
+  }));
 }
 
 SourceRange PartitionedSource::rangeOf(std::int64_t partition) const {
+  assert(partition >= 0 && partition < numPartitions_);
   return ranges_.at(static_cast<std::size_t>(partition));
 }
 
@@ -101,6 +106,7 @@ std::unique_ptr<ChunkReader> PartitionedSource::openPartition(
 std::unique_ptr<ChunkReader> PartitionedSource::openPartitionWhere(
     std::int64_t partition, const std::vector<std::string>& columns,
     const std::vector<RowCondition>& conditions, const CancellationToken& cancellation) const {
+  assert(canCheck(conditions));
   return openRange({partition, rangeOf(partition), columns, conditions}, cancellation);
 }
 

@@ -1,6 +1,7 @@
 #include "kv/runtime/constants.h"
 
 #include <fmt/core.h>
+#include <cassert>
 
 #include <array>
 #include <cstring>
@@ -67,6 +68,7 @@ RecordedOperand recordedOperand(const ColumnOperand& constant) {
 }
 
 host::Value recordedValue(const RecordedOperand& number) {
+  assert(number.type != ElementType::String);
   constexpr std::array<std::size_t, 2> kOne{1, 1};
   host::Value value = matrix::from_kalvex(kxCreateNumericArray(kOne, classOf(number.type)));
   std::memcpy(kxGetMutableData(value.get()), &number.bits, elementSize(number.type));

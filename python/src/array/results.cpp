@@ -1,6 +1,7 @@
 #include "array/results.h"
 
 #include <algorithm>
+#include <cassert>
 #include <memory>
 #include <span>
 #include <utility>
@@ -54,7 +55,9 @@ constexpr NumberType kNumberTypes[] = {
 };
 
 const NumberType& numberType(std::string_view name) {
-  return *std::ranges::find(kNumberTypes, name, &NumberType::name);
+  const auto* found = std::ranges::find(kNumberTypes, name, &NumberType::name);
+  assert(found != std::end(kNumberTypes));
+  return *found;
 }
 
 /// A column-major array over memory that `owner` keeps.

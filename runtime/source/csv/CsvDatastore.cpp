@@ -186,6 +186,7 @@ std::shared_ptr<const FileDatastore> CsvDatastore::openOthers(
 std::shared_ptr<const FileDatastore> CsvDatastore::withFiles(std::string name,
                                                              const FileDatastore& others,
                                                              std::span<const FileOf> files) const {
+  assert(dynamic_cast<const CsvDatastore*>(&others) != nullptr);
   FileTable table{std::move(name), {}, others.schema()};
   for (ColumnInfo& column : table.schema) {
     const auto before = std::ranges::find(schema(), column.name, &ColumnInfo::name);

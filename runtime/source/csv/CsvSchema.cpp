@@ -7,6 +7,7 @@
 #include <arrow/csv/parser.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <utility>
 
@@ -115,6 +116,7 @@ Chunk firstCsvRows(const CsvFile& file, const Schema& schema, std::int64_t rows)
 
 Schema readCsvSchema(std::span<const CsvFile> files, const std::vector<TypeOverride>& types,
                      std::int64_t inferenceBytes) {
+  assert(!files.empty());
   const CsvFormat& format = files.front().format;
   const auto namesIn = [](const CsvFile& file) {
     return CsvBlocks(file, kCsvHeaderBytes).readHeader();

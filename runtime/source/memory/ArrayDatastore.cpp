@@ -172,6 +172,7 @@ const std::string& ArrayDatastore::fingerprint() const { return state_->fingerpr
 const std::string& ArrayDatastore::rowSpace() const { return state_->rowSpace; }
 
 std::optional<std::int64_t> ArrayDatastore::knownRows(std::int64_t partition) const {
+  assert(partition >= 0 && partition < numPartitions());
   return cut().end(partition) - cut().begin(partition);
 }
 
@@ -275,6 +276,7 @@ class OneSourceReader final : public ChunkReader {
 std::unique_ptr<ChunkReader> ArrayDatastore::openPartition(
     std::int64_t partition, const std::vector<std::string>& columns,
     const CancellationToken& cancellation) const {
+  assert(partition >= 0 && partition < numPartitions());
   return std::make_unique<OneSourceReader>(
       PositionReader({select(columns)}, cut(), partition, chunkRows(), cancellation));
 }

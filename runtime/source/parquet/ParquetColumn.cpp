@@ -12,6 +12,7 @@
 #include <arrow/util/decimal.h>
 #include <arrow/util/float16.h>
 #include <arrow/util/utf8.h>
+#include <cassert>
 
 #include <array>
 #include <charconv>
@@ -322,6 +323,8 @@ Column toColumn(ElementType type, const arrow::Array& array, arrow::MemoryPool* 
   if (array.type_id() == arrow::Type::EXTENSION) {
     return toColumn(type, *static_cast<const arrow::ExtensionArray&>(array).storage(), pool);
   }
+  assert(type == elementTypeOf(*array.type()) && type != ElementType::Unknown);
+  assert(!firstBeyondTimes(array));
   switch (type) {
     case ElementType::Double:
       return doubleColumn(array, pool);

@@ -195,6 +195,8 @@ std::unique_ptr<ChunkReader> ParquetDatastore::openPartition(
 std::unique_ptr<ChunkReader> ParquetDatastore::openPartitionWhere(
     std::int64_t partition, const std::vector<std::string>& columns,
     const std::vector<RowCondition>& conditions, const CancellationToken& cancellation) const {
+  assert(partition >= 0 && partition < numPartitions());
+  assert(canCheck(conditions));
   const Place& place = state_->places.at(static_cast<std::size_t>(partition));
   ParquetRequest request{partition, place.groups, {}, conditions, currentPool()};
   for (const std::string& name : columns) {
@@ -219,6 +221,7 @@ std::unique_ptr<ChunkReader> ParquetDatastore::openPartitionWhere(
 }
 
 std::optional<std::int64_t> ParquetDatastore::knownRows(std::int64_t partition) const {
+  assert(partition >= 0 && partition < numPartitions());
   return state_->places.at(static_cast<std::size_t>(partition)).groups.rows;
 }
 
@@ -251,6 +254,7 @@ std::shared_ptr<const FileDatastore> ParquetDatastore::openOthers(
 
 std::shared_ptr<const FileDatastore> ParquetDatastore::withFiles(
     std::string name, const FileDatastore& others, std::span<const FileOf> files) const {
+  assert(dynamic_cast<const ParquetDatastore*>(&others) != nullptr);
   ParquetTable merged{{std::move(name), {}, others.schema()}, {}, state_->table.partitionBytes};
   for (ColumnInfo& column : merged.common.schema) {
     const auto before = std::ranges::find(schema(), column.name, &ColumnInfo::name);

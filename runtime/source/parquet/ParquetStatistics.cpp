@@ -12,6 +12,7 @@
 #include <parquet/metadata.h>
 #include <parquet/statistics.h>
 
+#include <cassert>
 #include <cmath>
 #include <memory>
 #include <optional>
@@ -98,6 +99,7 @@ bool isTrue(std::string_view comparison, const Column& bound, const Column& valu
 bool holdsNoRow(const ParquetFooter& footer, int group, const RowCondition& condition,
                 arrow::MemoryPool* pool) {
   const std::size_t column = columnIndex(footer.schema, condition.column);
+  assert(footer.schema[column].isReadable());
   const std::optional<Bounds> bounds = boundsOf(footer, group, column, pool);
   if (!bounds) {
     return false;

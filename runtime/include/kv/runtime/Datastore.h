@@ -113,10 +113,7 @@ class Datastore {
   /// Requires: the columns of `conditions` are in `schema` and can be read.
   virtual std::unique_ptr<ChunkReader> openPartitionWhere(
       std::int64_t partition, const std::vector<std::string>& columns,
-      const std::vector<RowCondition>& /*conditions*/,
-      const CancellationToken& cancellation) const {
-    return openPartition(partition, columns, cancellation);
-  }
+      const std::vector<RowCondition>& conditions, const CancellationToken& cancellation) const;
 
   /// What partition `partition` consists of, in partitions of the original where this source was
   /// cut in another way. A unit carries it.
@@ -203,6 +200,10 @@ class Datastore {
   /// How its files are written, for plans, such as `separated by tabs`; empty if that is obvious.
   /// Sources of equal files and columns have equal rows only if this is equal.
   virtual std::string formatNote() const { return {}; }
+
+ protected:
+  /// For asserts: whether the columns of `conditions` are in `schema` and can be read.
+  bool canCheck(const std::vector<RowCondition>& conditions) const;
 };
 
 }  // namespace kv::runtime
