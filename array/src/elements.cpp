@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <iterator>
 #include <utility>
 
 #include "elementValues.h"
@@ -13,6 +12,7 @@
 #include "foundation/i18n.h"
 #include "hostValues.h"
 #include "kv/runtime/Column.h"
+#include "kv/runtime/elementClasses.h"
 #include "kv/runtime/timeValues.h"
 #include "kx/string.h"
 
@@ -38,24 +38,6 @@ TextElements textElements(const kxArray* texts) {
   return elements;
 }
 
-struct NumberClass {
-  std::string_view type;
-  kxClassID id;
-};
-
-constexpr NumberClass kNumberClasses[] = {
-    {"double", kxDOUBLE_CLASS}, {"single", kxSINGLE_CLASS}, {"logical", kxLOGICAL_CLASS},
-    {"int8", kxINT8_CLASS},     {"uint8", kxUINT8_CLASS},   {"int16", kxINT16_CLASS},
-    {"uint16", kxUINT16_CLASS}, {"int32", kxINT32_CLASS},   {"uint32", kxUINT32_CLASS},
-    {"int64", kxINT64_CLASS},   {"uint64", kxUINT64_CLASS},
-};
-
-/// Null for a value that isn't numeric.
-const NumberClass* numberClassOf(const kxArray* value) {
-  const auto found = std::ranges::find(kNumberClasses, kxGetClassID(value), &NumberClass::id);
-  return found == std::end(kNumberClasses) ? nullptr : found;
-}
-
 NumberElements numberElements(host::Value value, std::string_view type) {
   const std::shared_ptr<kxArray> owner(value.release(),
                                        [](kxArray* array) { (void)matrix::from_kalvex(array); });
@@ -68,10 +50,9 @@ host::Value valueOf(const NumberElements& numbers, std::span<const std::size_t> 
     return runtime::makeTimes(*type, matrix::from_kalvex(kxCreateBorrowedArray(
                                          dimensions, kxINT64_CLASS, numbers.data, numbers.owner)));
   }
-  const auto found = std::ranges::find(kNumberClasses, numbers.type, &NumberClass::type);
-  assert(found != std::end(kNumberClasses));
+  assert(type);
   return matrix::from_kalvex(
-      kxCreateBorrowedArray(dimensions, found->id, numbers.data, numbers.owner));
+      kxCreateBorrowedArray(dimensions, runtime::classOf(*type), numbers.data, numbers.owner));
 }
 
 host::Value valueOf(const TextElements& texts, std::span<const std::size_t>) {
@@ -99,8 +80,8 @@ Elements toElements(host::Value value, std::string_view type,
   } else if (const runtime::TimeArray* times = runtime::timesIn(value.get())) {
     elements.elements = numberElements(matrix::sharedCopy(times->microseconds.get()),
                                        runtime::elementTypeName(times->type));
-  } else if (const NumberClass* found = numberClassOf(value.get())) {
-    elements.elements = numberElements(std::move(value), found->type);
+  } else if (const auto found = runtime::numericTypeOf(kxGetClassID(value.get()))) {
+    elements.elements = numberElements(std::move(value), runtime::elementTypeName(*found));
   } else {
     raiseNotAColumn(value.get());
   }

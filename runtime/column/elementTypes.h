@@ -6,11 +6,9 @@
 #include <utility>
 
 #include "kv/runtime/Column.h"
+#include "kv/runtime/exactWhole.h"
 
 namespace kv::runtime {
-
-/// 2^53: all whole numbers up to it are exact as doubles. Beyond, neighbouring ones share a double.
-inline constexpr double kMaxExactWhole = 9007199254740992.0;
 
 /// The C++ types of the numeric element types, in the order of ElementType.
 using NumericTypes =

@@ -31,14 +31,6 @@ namespace kv::runtime {
 
 namespace {
 
-/// The type of a numeric or logical class.
-std::optional<ElementType> numericType(kxClassID classId) {
-  const std::span types = allElementTypes();
-  const auto found = std::ranges::find(types, classId, classOf);
-  return found == types.end() || *found == ElementType::String ? std::nullopt
-                                                               : std::optional(*found);
-}
-
 /// A buffer over the memory of a host array, which it keeps.
 class ValueBuffer final : public arrow::Buffer {
  public:
@@ -103,6 +95,13 @@ kxClassID classOf(ElementType type) {
              : visitNumeric(type, []<class T>() { return host::kClassOf<T>; });
 }
 
+std::optional<ElementType> numericTypeOf(kxClassID classId) {
+  const std::span types = allElementTypes();
+  const auto found = std::ranges::find(types, classId, classOf);
+  return found == types.end() || *found == ElementType::String ? std::nullopt
+                                                               : std::optional(*found);
+}
+
 host::Value toValue(const Column& column) {
   if (column.isNullable() && column.hasNulls()) {
     return toMarkedDoubles({.ordinals = RowOrdinals(0, column.rows()), .columns = {column}});
@@ -133,7 +132,7 @@ bool isCharRow(const kxArray* value) noexcept {
 }
 
 bool isArray(const kxArray* value) {
-  return isCharRow(value) || numericType(kxGetClassID(value)).has_value() ||
+  return isCharRow(value) || numericTypeOf(kxGetClassID(value)).has_value() ||
          Torvane::String::isString(value) || timesIn(value) != nullptr;
 }
 
@@ -183,7 +182,7 @@ Column elementsOf(const kxArray* value) {
   if (std::optional<Column> column = fromMarkedDoubles(value)) {
     return *std::move(column);
   }
-  return columnOver(*numericType(kxGetClassID(value)), value);
+  return columnOver(*numericTypeOf(kxGetClassID(value)), value);
 }
 
 }  // namespace kv::runtime

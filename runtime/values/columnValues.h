@@ -2,13 +2,10 @@
 
 #include "kv/host/values.h"
 #include "kv/runtime/Column.h"
+#include "kv/runtime/elementClasses.h"
 
 /// Columns as host values and back, for user's callables and for results.
 namespace kv::runtime {
-
-/// The class of the elements of a column; int64 for times. An Unknown column has no rows; as a
-/// value it is double.
-kxClassID classOf(ElementType type);
 
 /// An n-by-1 host array of the column's class, an object of class "datetime" or "duration"
 /// (timeValues.h), or doubles for an Unknown column and for an integer or logical one with missing

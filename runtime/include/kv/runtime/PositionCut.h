@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "kv/errors/bytes.h"
+#include "kv/runtime/exactWhole.h"
 
 namespace kv::runtime {
 
@@ -16,7 +17,7 @@ inline constexpr std::int64_t kPartitionRows = 1 << 20;
 inline constexpr std::int64_t kPartitionBytes = 64 << 20;
 
 /// The most rows of an array in memory: a double holds all counts up to it exactly.
-inline constexpr std::int64_t kMaxPositions = std::int64_t{1} << 53;
+inline constexpr std::int64_t kMaxPositions = static_cast<std::int64_t>(kMaxExactWhole);
 
 /// The positions 0 to n-1, which are the rows of every array of n rows in memory, and their cut
 /// into partitions.
