@@ -4,31 +4,32 @@
 
 #include "rowFunctions.h"
 
+#include <arrow/array/data.h>
+#include <arrow/buffer.h>
+
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstring>
-#include <limits>
 #include <numeric>
 #include <string>
-#include <type_traits>
 #include <utility>
 
 #include "handles.h"
 #include "hostValues.h"
 #include "kv/dimensions.h"
-#include "kv/host/elementTypes.h"
 #include "kv/host/errors.h"
 #include "kv/host/freeFunctions.h"
 #include "kv/runtime/Aggregates.h"
+#include "kv/runtime/elementClasses.h"
 #include "kv/runtime/timeValues.h"
 
 namespace kv {
 
 namespace {
 
-using runtime::AggregateKind;
+using runtime::AggregateFunction;
 using runtime::ElementType;
+using runtime::MissingRule;
 
 constexpr std::string_view kSelect = "kv.rows.select";
 constexpr std::string_view kRowsPrefix = "kv.rows.";
@@ -128,195 +129,17 @@ void select(const host::Call& call) {
                                : runtime::makeTimes(times->type, std::move(selected)));
 }
 
-template <class T>
-bool isMissing(T value) {
-  if constexpr (std::is_floating_point_v<T>) {
-    return std::isnan(value);
-  }
-  return false;
+/// One column of an array, in its memory.
+runtime::Column columnAt(const Columns& columns, std::size_t column, ElementType type) {
+  const std::size_t bytes = columns.rows * runtime::elementSize(type);
+  const auto* first = static_cast<const std::uint8_t*>(kxGetData(columns.elements));
+  return {
+      type, static_cast<std::int64_t>(columns.rows),
+      std::make_shared<arrow::Buffer>(first + column * bytes, static_cast<std::int64_t>(bytes))};
 }
 
-/// Reduces columns to fewer. `target`: the output column of each.
-template <class T>
-class RowReducer {
- public:
-  RowReducer(const Columns& columns, const Places& target, std::size_t numOutputs, bool skips)
-      : columns_(columns), target_(target), numOutputs_(numOutputs), skips_(skips) {}
-
-  /// A value for each row of each output, after `add(value, element)` for each element, or for each
-  /// that isn't missing if these are skipped.
-  template <class A, class Add>
-  std::vector<A> fold(A first, const Add& add) const {
-    return foldAll(first, [&](A& value, T element) {
-      if (!skips_ || !isMissing(element)) {
-        add(value, element);
-      }
-    });
-  }
-
-  std::vector<std::int64_t> counts() const {
-    return fold(std::int64_t{0}, [](std::int64_t& count, T) { ++count; });
-  }
-
-  /// The extreme by `isBefore`; NaN if there is none, or if one is missing and none is skipped.
-  template <class IsBefore>
-  std::vector<T> extremes(const IsBefore& isBefore) const {
-    struct Extreme {
-      T value = std::numeric_limits<T>::quiet_NaN();
-      bool isSet = false;
-      bool isFinal = false;
-    };
-    const auto found = foldAll(Extreme{}, [&](Extreme& extreme, T element) {
-      const bool isNew = !extreme.isSet || isBefore(element, extreme.value);
-      if (!extreme.isFinal && (isMissing(element) ? !skips_ : isNew)) {
-        extreme = {element, true, isMissing(element)};
-      }
-    });
-    std::vector<T> values(found.size());
-    std::ranges::transform(found, values.begin(), &Extreme::value);
-    return values;
-  }
-
-  std::vector<double> means(const std::vector<std::int64_t>& counts) const {
-    std::vector<double> sums =
-        fold(0.0, [](double& sum, T element) { sum += static_cast<double>(element); });
-    for (std::size_t i = 0; i < sums.size(); ++i) {
-      sums[i] /= static_cast<double>(counts[i]);
-    }
-    return sums;
-  }
-
-  /// Divided by the number of values less `ddof`; NaN where that is 0 or less.
-  std::vector<double> variances(std::int64_t ddof) const {
-    const std::vector<std::int64_t> all = counts();
-    const std::vector<double> mean = means(all);
-    std::vector<double> squares(mean.size());
-    forEach([&](std::size_t place, T element) {
-      const double deviation = static_cast<double>(element) - mean[place];
-      squares[place] += skips_ && isMissing(element) ? 0 : deviation * deviation;
-    });
-    for (std::size_t i = 0; i < squares.size(); ++i) {
-      squares[i] = all[i] > ddof ? squares[i] / static_cast<double>(all[i] - ddof)
-                                 : std::numeric_limits<double>::quiet_NaN();
-    }
-    return squares;
-  }
-
- private:
-  /// Calls `use(place, element)` for each element, with the place of its row in its output.
-  template <class Use>
-  void forEach(const Use& use) const {
-    for (std::size_t column = 0; column < columns_.count; ++column) {
-      std::size_t place = target_[column] * columns_.rows;
-      for (const T element : columns_.at<T>(column)) {
-        use(place++, element);
-      }
-    }
-  }
-
-  template <class A, class Add>
-  std::vector<A> foldAll(A first, const Add& add) const {
-    std::vector<A> folded(columns_.rows * numOutputs_, first);
-    forEach([&](std::size_t place, T element) { add(folded[place], element); });
-    return folded;
-  }
-
-  const Columns& columns_;
-  const Places& target_;
-  std::size_t numOutputs_;
-  bool skips_;
-};
-
-std::vector<double> roots(std::vector<double> squares) {
-  std::ranges::transform(squares, squares.begin(), [](double square) { return std::sqrt(square); });
-  return squares;
-}
-
-/// Numbers of the type that an aggregate of `T` has: single for single.
-template <class T>
-host::Value floating(const std::vector<std::size_t>& dimensions, std::vector<double> numbers) {
-  if constexpr (std::is_same_v<T, float>) {
-    return valueOf(dimensions, kxSINGLE_CLASS, std::vector<float>(numbers.begin(), numbers.end()));
-  }
-  return valueOf(dimensions, kxDOUBLE_CLASS, std::move(numbers));
-}
-
-template <class T>
-host::Value sums(const RowReducer<T>& reducer, const std::vector<std::size_t>& dimensions) {
-  if constexpr (std::is_floating_point_v<T>) {
-    return floating<T>(dimensions, reducer.fold(0.0, [](double& sum, T element) {
-      sum += static_cast<double>(element);
-    }));
-  } else {
-    using Sum = std::conditional_t<std::is_signed_v<T> || std::is_same_v<T, bool>, std::int64_t,
-                                   std::uint64_t>;
-    constexpr bool kIsSigned = std::is_signed_v<Sum>;
-    const auto add = [](Sum& sum, T element) {
-      if (__builtin_add_overflow(sum, static_cast<Sum>(element), &sum)) {
-        host::raise("KALVEX:function:Overflow",
-                    {"sum", "a sum of a row", kIsSigned ? "int64" : "uint64"});
-      }
-    };
-    return valueOf(dimensions, kIsSigned ? kxINT64_CLASS : kxUINT64_CLASS,
-                   reducer.fold(Sum{0}, add));
-  }
-}
-
-/// Logicals as bytes, since a vector of them has no memory of its own.
-template <class T>
-host::Value extreme(const RowReducer<T>& reducer, const std::vector<std::size_t>& dimensions,
-                    kxClassID type, bool isMin) {
-  const auto isBefore = [isMin](T a, T b) { return isMin ? a < b : b < a; };
-  if constexpr (std::is_same_v<T, bool>) {
-    return nullptr;
-  } else {
-    return valueOf(dimensions, type, reducer.extremes(isBefore));
-  }
-}
-
-template <class T>
-host::Value truth(const RowReducer<T>& reducer, const std::vector<std::size_t>& dimensions,
-                  bool isAny) {
-  const auto add = [isAny](std::uint8_t& value, T element) {
-    const bool isTrue = element != T{};
-    value = static_cast<std::uint8_t>(isAny ? value != 0 || isTrue : value != 0 && isTrue);
-  };
-  return valueOf(dimensions, kxLOGICAL_CLASS, reducer.fold(static_cast<std::uint8_t>(!isAny), add));
-}
-
-template <class T>
-host::Value reduced(AggregateKind kind, const RowReducer<T>& reducer,
-                    const std::vector<std::size_t>& dimensions, kxClassID type) {
-  switch (kind) {
-    case AggregateKind::Sum:
-      return sums(reducer, dimensions);
-    case AggregateKind::Min:
-      return std::is_same_v<T, bool> ? truth(reducer, dimensions, false)
-                                     : extreme(reducer, dimensions, type, true);
-    case AggregateKind::Max:
-      return std::is_same_v<T, bool> ? truth(reducer, dimensions, true)
-                                     : extreme(reducer, dimensions, type, false);
-    case AggregateKind::Any:
-    case AggregateKind::All:
-      return truth(reducer, dimensions, kind == AggregateKind::Any);
-    case AggregateKind::Count:
-      return valueOf(dimensions, kxINT64_CLASS, reducer.counts());
-    case AggregateKind::Mean:
-      return floating<T>(dimensions, reducer.means(reducer.counts()));
-    case AggregateKind::Var:
-      return floating<T>(dimensions, reducer.variances(1));
-    case AggregateKind::VarP:
-      return floating<T>(dimensions, reducer.variances(0));
-    case AggregateKind::Std:
-      return floating<T>(dimensions, roots(reducer.variances(1)));
-    case AggregateKind::StdP:
-      return floating<T>(dimensions, roots(reducer.variances(0)));
-  }
-  return nullptr;
-}
-
-/// reduce(x, target, trailing)
-void reduce(AggregateKind kind, bool skips, const host::Call& call) {
+/// reduce(x, target, trailing): reduces columns to fewer; `target` has the output column of each.
+void reduce(const AggregateFunction& function, MissingRule missing, const host::Call& call) {
   call.expect(1, 3, 3);
   const Columns columns(call.in(0));
   const Places target = placesIn(call.in(1), columns.count);
@@ -326,22 +149,34 @@ void reduce(AggregateKind kind, bool skips, const host::Call& call) {
   }
   const std::size_t numOutputs = target.empty() ? 0 : std::ranges::max(target) + 1;
   const auto dimensions = dimensionsOf(columns.rows, call.in(2), numOutputs);
-  const kxClassID type = kxGetClassID(call.in(0));
-  const auto use = [&]<class T>() {
-    const bool countsOnly = kind == AggregateKind::Count;
-    const RowReducer<T> reducer(columns, target, numOutputs, skips || countsOnly);
-    call.out(0, reduced(kind, reducer, dimensions, type));
-  };
-  if (type == kxLOGICAL_CLASS) {
-    use.template operator()<bool>();
-  } else if (!host::visitNumberType(type, use)) {
+  const auto type = runtime::numericTypeOf(kxGetClassID(call.in(0)));
+  if (!type) {
     host::raise("KALVEX:array:NotANumber", {kxGetClassName(call.in(0))});
   }
+  std::vector<std::vector<runtime::Column>> sources(numOutputs);
+  for (std::size_t column = 0; column < columns.count; ++column) {
+    sources[target[column]].push_back(columnAt(columns, column, *type));
+  }
+  const ElementType made = runtime::aggregateType(function.kind, *type);
+  const std::size_t columnBytes = columns.rows * runtime::elementSize(made);
+  std::vector<char> elements(columnBytes * numOutputs);
+  for (std::size_t output = 0; output < numOutputs; ++output) {
+    if (sources[output].empty()) {
+      host::raise("KALVEX:array:BadShape",
+                  {std::to_string(numOutputs), "one of them has no columns"});
+    }
+    const runtime::Column results = function.ofRows(sources[output], missing);
+    if (columnBytes > 0) {
+      std::memcpy(elements.data() + output * columnBytes, results.data()->buffers[1]->data(),
+                  columnBytes);
+    }
+  }
+  call.out(0, valueOf(dimensions, runtime::classOf(made), std::move(elements)));
 }
 
-std::string functionName(std::string_view aggregate, bool skips) {
+std::string functionName(std::string_view aggregate, MissingRule missing) {
   return std::string(kRowsPrefix) + std::string(aggregate) +
-         std::string(skips ? std::string_view() : kPropagate);
+         std::string(missing == MissingRule::Skip ? std::string_view() : kPropagate);
 }
 
 /// What is recorded of a function of rows.
@@ -421,11 +256,11 @@ void requireRows(std::int64_t rows) {
 
 void defineRowFunctions(host::Session& session) {
   session.defineFunction(kSelect, select);
-  for (const runtime::AggregateFunction& function : runtime::aggregateFunctions()) {
-    for (const bool skips : {true, false}) {
+  for (const AggregateFunction& function : runtime::aggregateFunctions()) {
+    for (const MissingRule missing : {MissingRule::Skip, MissingRule::Propagate}) {
       session.defineFunction(
-          functionName(function.name, skips),
-          [kind = function.kind, skips](const host::Call& call) { reduce(kind, skips, call); });
+          functionName(function.name, missing),
+          [&function, missing](const host::Call& call) { reduce(function, missing, call); });
     }
   }
 }
@@ -471,11 +306,11 @@ Array aggregateRows(std::string_view name, const Array& array, const RowReductio
       trailing.push_back(isReduced ? 1 : own[axis]);
     }
   }
-  const bool skips = reduction.missing == Missing::Skip;
-  const AggregateKind kind = function->kind;
-  return record({functionName(name, skips),
-                 [kind, skips](const host::Call& call) { reduce(kind, skips, call); }, type,
-                 targetsOf(own, reduction.axes), std::move(trailing)},
+  const MissingRule missing =
+      reduction.missing == Missing::Skip ? MissingRule::Skip : MissingRule::Propagate;
+  return record({functionName(name, missing),
+                 [function, missing](const host::Call& call) { reduce(*function, missing, call); },
+                 type, targetsOf(own, reduction.axes), std::move(trailing)},
                 array, where);
 }
 

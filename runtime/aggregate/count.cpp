@@ -6,6 +6,7 @@
 
 #include "aggregate/Accumulator.h"
 #include "aggregate/aggregateTable.h"
+#include "aggregate/rowFolds.h"
 #include "column/allocate.h"
 #include "column/elementTypes.h"
 
@@ -55,11 +56,17 @@ Column answerOfCount(const AggregatePartial& total) {
   return scalarColumn(ElementType::Int64, total.count);
 }
 
+Column countOfRows(std::span<const Column> columns, MissingRule) {
+  return visitNumeric(columns.front().type(), [&]<class T>() {
+    return columnOfElements(ElementType::Int64, countsOfRows<T>(columns, MissingRule::Skip));
+  });
+}
+
 }  // namespace
 
 const AggregateFunction kCount{
-    "count",       AggregateKind::Count,  "number of values that aren't missing, an integer",
-    &typeOfCount,  &makeCountAccumulator, &mergeCounts,
-    &answerOfCount};
+    "count",        AggregateKind::Count,  "number of values that aren't missing, an integer",
+    &typeOfCount,   &makeCountAccumulator, &mergeCounts,
+    &answerOfCount, &countOfRows};
 
 }  // namespace kv::runtime

@@ -22,6 +22,7 @@
 #include "aggregate/answers.h"
 #include "aggregate/partialWords.h"
 #include "aggregate/reductionLanes.h"
+#include "aggregate/rowFolds.h"
 #include "column/TextView.h"
 #include "column/allocate.h"
 #include "column/elementTypes.h"
@@ -181,6 +182,30 @@ Column answerOfExtreme(const AggregatePartial& total) {
                       [&]<class T>() { return scalarColumn(*total.type, loadExtreme<T>(total)); });
 }
 
+/// The extreme of each row; NaN if there is none, or if one is missing and none is skipped.
+template <bool isMin>
+Column extremeOfRows(std::span<const Column> columns, MissingRule rule) {
+  const ElementType type = columns.front().type();
+  return visitNumeric(type, [&]<class T>() {
+    struct Extreme {
+      T value = std::numeric_limits<T>::quiet_NaN();
+      bool isSet = false;
+      bool isFinal = false;
+    };
+    const auto found = foldRows<T>(columns, Extreme{}, [rule](Extreme& extreme, T element) {
+      const bool isMissing = isMissingElement(element);
+      const bool isBetter =
+          !extreme.isSet || (isMin ? element < extreme.value : extreme.value < element);
+      if (!extreme.isFinal && (isMissing ? rule == MissingRule::Propagate : isBetter)) {
+        extreme = {element, true, isMissing};
+      }
+    });
+    std::vector<T> values(found.size());
+    std::ranges::transform(found, values.begin(), &Extreme::value);
+    return columnOfElements(type, values);
+  });
+}
+
 }  // namespace
 
 const AggregateFunction kMin{"min",
@@ -189,13 +214,17 @@ const AggregateFunction kMin{"min",
                              &typeOfExtreme,
                              &makeExtremeAccumulator<true>,
                              &mergeExtremes<true>,
-                             &answerOfExtreme};
+                             &answerOfExtreme,
+                             &extremeOfRows<true>,
+                             true};
 const AggregateFunction kMax{"max",
                              AggregateKind::Max,
                              "largest value; texts by the order of their bytes",
                              &typeOfExtreme,
                              &makeExtremeAccumulator<false>,
                              &mergeExtremes<false>,
-                             &answerOfExtreme};
+                             &answerOfExtreme,
+                             &extremeOfRows<false>,
+                             true};
 
 }  // namespace kv::runtime

@@ -1,6 +1,7 @@
 #include "aggregate/aggregateTable.h"
 #include "aggregate/answers.h"
 #include "aggregate/partialWords.h"
+#include "aggregate/rowFolds.h"
 #include "aggregate/sums.h"
 #include "column/allocate.h"
 
@@ -23,11 +24,17 @@ Column answerOfMean(const AggregatePartial& total) {
   return floatingAnswer(total, sumOf(total) / static_cast<double>(total.count));
 }
 
+Column meanOfRows(std::span<const Column> columns, MissingRule rule) {
+  const ElementType input = columns.front().type();
+  return visitNumeric(
+      input, [&]<class T>() { return floatingColumn(input, meansOfRows<T>(columns, rule)); });
+}
+
 }  // namespace
 
 const AggregateFunction kMean{
-    "mean",       AggregateKind::Mean, "arithmetic mean; for logicals the share of true",
-    &typeOfMean,  &makeSumAccumulator, &mergeSums,
-    &answerOfMean};
+    "mean",        AggregateKind::Mean, "arithmetic mean; for logicals the share of true",
+    &typeOfMean,   &makeSumAccumulator, &mergeSums,
+    &answerOfMean, &meanOfRows};
 
 }  // namespace kv::runtime

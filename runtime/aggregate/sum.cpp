@@ -3,10 +3,12 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <type_traits>
 
 #include "aggregate/aggregateTable.h"
 #include "aggregate/answers.h"
 #include "aggregate/partialWords.h"
+#include "aggregate/rowFolds.h"
 #include "aggregate/sums.h"
 #include "column/allocate.h"
 #include "column/elementTypes.h"
@@ -50,6 +52,30 @@ Column answerOfSum(const AggregatePartial& total) {
                                      : exactSum<std::int64_t>(total, type);
 }
 
+template <class Sum, class T>
+Column exactSumOfRows(std::span<const Column> columns, ElementType type) {
+  const auto add = [type](Sum& sum, T element) {
+    if (__builtin_add_overflow(sum, static_cast<Sum>(element), &sum)) {
+      errors::raiseStep("KALVEX:function:Overflow",
+                        {"sum", "a sum of a row", std::string(elementTypeName(type))});
+    }
+  };
+  return columnOfElements(type, foldRows<T>(columns, Sum{0}, add));
+}
+
+Column sumOfRows(std::span<const Column> columns, MissingRule rule) {
+  const ElementType input = columns.front().type();
+  return visitNumeric(input, [&]<class T>() {
+    if constexpr (std::is_floating_point_v<T>) {
+      return floatingColumn(input, sumsOfRows<T>(columns, rule));
+    } else {
+      const ElementType type = *typeOfSum(input);
+      return type == ElementType::UInt64 ? exactSumOfRows<std::uint64_t, T>(columns, type)
+                                         : exactSumOfRows<std::int64_t, T>(columns, type);
+    }
+  });
+}
+
 }  // namespace
 
 const AggregateFunction kSum{"sum",
@@ -58,6 +84,7 @@ const AggregateFunction kSum{"sum",
                              &typeOfSum,
                              &makeSumAccumulator,
                              &mergeSums,
-                             &answerOfSum};
+                             &answerOfSum,
+                             &sumOfRows};
 
 }  // namespace kv::runtime

@@ -55,13 +55,12 @@ void applyAggregate(const AggregateFunction& function, const AggregateForm& form
 }
 
 /// The forms in which there is a function of an aggregate.
-std::vector<AggregateForm> formsOf(AggregateKind kind) {
+std::vector<AggregateForm> formsOf(const AggregateFunction& function) {
   std::vector<AggregateForm> forms;
-  const bool isExtreme = kind == AggregateKind::Min || kind == AggregateKind::Max;
   for (const MissingRule missing : {MissingRule::Skip, MissingRule::Propagate}) {
     for (const bool isWhole : {false, true}) {
       forms.push_back({missing, isWhole, false});
-      if (isExtreme) {
+      if (function.canNeedRows) {
         forms.push_back({missing, isWhole, true});
       }
     }
@@ -87,7 +86,7 @@ void defineBuiltInFunctions(host::Session& session) {
                            [&function](const Call& call) { applyElementFunction(function, call); });
   }
   for (const AggregateFunction& function : aggregateFunctions()) {
-    for (const AggregateForm& form : formsOf(function.kind)) {
+    for (const AggregateForm& form : formsOf(function)) {
       session.defineFunction(
           aggregateFunctionName(function.name, form),
           [&function, form](const Call& call) { applyAggregate(function, form, call); });

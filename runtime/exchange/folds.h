@@ -20,7 +20,10 @@ std::unique_ptr<GroupFold> makeMomentFold(MissingRule rule, ElementType type, in
 /// Which value of a group is its result.
 enum class Pick : std::uint8_t { Min, Max, First, Last };
 
-std::unique_ptr<GroupFold> makePickFold(MissingRule rule, ElementType type, Pick pick);
-std::unique_ptr<GroupFold> makeTextPickFold(MissingRule rule, Pick pick);  // textFolds.cpp
+template <Pick pick>
+std::unique_ptr<GroupFold> makePickFold(MissingRule rule, ElementType type);
+
+template <Pick pick>
+std::unique_ptr<GroupFold> makeTextPickFold(MissingRule rule);  // textFolds.cpp
 
 }  // namespace kv::runtime

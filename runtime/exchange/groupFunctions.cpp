@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "aggregate/aggregateTable.h"
 #include "exchange/GroupFold.h"
 #include "exchange/folds.h"
 #include "kv/errors/StepError.h"
@@ -9,18 +10,13 @@ namespace kv::runtime {
 namespace {
 
 /// As the aggregate of all rows.
-template <AggregateKind kind>
+template <const AggregateFunction& aggregate>
 std::optional<ElementType> typeOf(ElementType input) {
-  return aggregateFunctions()[static_cast<std::size_t>(kind)].type(input);
+  return aggregate.type(input);
 }
 
 std::optional<ElementType> typeOfPicked(ElementType input) { return input; }
 std::optional<ElementType> typeOfSize(ElementType /*input*/) { return ElementType::Int64; }
-
-template <Pick pick>
-std::unique_ptr<GroupFold> picked(MissingRule rule, ElementType type) {
-  return makePickFold(rule, type, pick);
-}
 
 template <int lost, bool takesRoot>
 std::unique_ptr<GroupFold> moments(MissingRule rule, ElementType type) {
@@ -29,19 +25,19 @@ std::unique_ptr<GroupFold> moments(MissingRule rule, ElementType type) {
 
 // clang-format off
 constexpr GroupFunction kFunctions[] = {
-    {"sum", "sum of the values; 0 for none", typeOf<AggregateKind::Sum>, makeSumFold},
-    {"mean", "arithmetic mean", typeOf<AggregateKind::Mean>, makeMeanFold},
-    {"min", "smallest value", typeOfPicked, picked<Pick::Min>},
-    {"max", "largest value", typeOfPicked, picked<Pick::Max>},
+    {"sum", "sum of the values; 0 for none", typeOf<kSum>, makeSumFold},
+    {"mean", "arithmetic mean", typeOf<kMean>, makeMeanFold},
+    {"min", "smallest value", typeOfPicked, makePickFold<Pick::Min>},
+    {"max", "largest value", typeOfPicked, makePickFold<Pick::Max>},
     {"count", "number of values that aren't missing", typeOfSize, makeCountFold},
-    {"std", "standard deviation, with n - 1", typeOf<AggregateKind::Std>, moments<1, true>},
-    {"var", "variance, with n - 1", typeOf<AggregateKind::Var>, moments<1, false>},
-    {"any", "true if any value is true", typeOf<AggregateKind::Any>, makeAnyFold},
-    {"all", "true if all values are true", typeOf<AggregateKind::All>, makeAllFold},
-    {"stdp", "standard deviation, with n", typeOf<AggregateKind::StdP>, moments<0, true>},
-    {"varp", "variance, with n", typeOf<AggregateKind::VarP>, moments<0, false>},
-    {"first", "first value", typeOfPicked, picked<Pick::First>},
-    {"last", "last value", typeOfPicked, picked<Pick::Last>},
+    {"std", "standard deviation, with n - 1", typeOf<kStd>, moments<1, true>},
+    {"var", "variance, with n - 1", typeOf<kVar>, moments<1, false>},
+    {"any", "true if any value is true", typeOf<kAny>, makeAnyFold},
+    {"all", "true if all values are true", typeOf<kAll>, makeAllFold},
+    {"stdp", "standard deviation, with n", typeOf<kStdP>, moments<0, true>},
+    {"varp", "variance, with n", typeOf<kVarP>, moments<0, false>},
+    {"first", "first value", typeOfPicked, makePickFold<Pick::First>},
+    {"last", "last value", typeOfPicked, makePickFold<Pick::Last>},
     {"size", "number of rows", typeOfSize, makeSizeFold, true},
 };
 // clang-format on

@@ -95,11 +95,12 @@ class FloatSumFold : public StateFold<FloatSum> {
   bool isMean_;
 };
 
-enum class WholeAnswer : std::uint8_t { Sum, Mean, Any, All };
-
 class WholeSumFold : public StateFold<WholeSum> {
  public:
-  WholeSumFold(MissingRule rule, ElementType type, WholeAnswer answer)
+  /// What is made of the sums.
+  using Answer = Column (WholeSumFold::*)() const;
+
+  WholeSumFold(MissingRule rule, ElementType type, Answer answer)
       : StateFold(rule == MissingRule::Propagate), type_(type), answer_(answer) {}
 
   void add(std::span<const std::uint32_t> groups, const Column& rows) final {
@@ -111,26 +112,8 @@ class WholeSumFold : public StateFold<WholeSum> {
     });
   }
 
-  Column answers() const final {
-    const auto isPoisonedAt = [&](std::size_t group) { return isPoisoned(group); };
-    switch (answer_) {
-      case WholeAnswer::Sum:
-        return sums();
-      case WholeAnswer::Mean:
-        return means();
-      case WholeAnswer::Any:
-        return answerColumn<std::uint8_t>(
-            ElementType::Logical, size(),
-            [&](std::size_t group) { return std::uint8_t{at(group).value() > 0}; }, isPoisonedAt);
-      default:
-        return answerColumn<std::uint8_t>(
-            ElementType::Logical, size(),
-            [&](std::size_t group) { return std::uint8_t{at(group).value() == at(group).count}; },
-            isPoisonedAt);
-    }
-  }
+  Column answers() const final { return (this->*answer_)(); }
 
- private:
   Column sums() const {
     const auto typed = [&]<class T>(ElementType type) {
       return answerColumn<T>(
@@ -160,8 +143,25 @@ class WholeSumFold : public StateFold<WholeSum> {
         [&](std::size_t group) { return isPoisoned(group); });
   }
 
+  Column anys() const {
+    return truths([](const WholeSum& sum) { return sum.value() > 0; });
+  }
+
+  Column alls() const {
+    return truths([](const WholeSum& sum) { return sum.value() == sum.count; });
+  }
+
+ private:
+  template <class IsTrue>
+  Column truths(const IsTrue& isTrue) const {
+    return answerColumn<std::uint8_t>(
+        ElementType::Logical, size(),
+        [&](std::size_t group) { return std::uint8_t{isTrue(at(group))}; },
+        [&](std::size_t group) { return isPoisoned(group); });
+  }
+
   ElementType type_;
-  WholeAnswer answer_;
+  Answer answer_;
 };
 
 class MomentFold : public StateFold<MomentState> {
@@ -236,22 +236,22 @@ std::unique_ptr<GroupFold> makeSumFold(MissingRule rule, ElementType type) {
   if (isFloating(type)) {
     return std::make_unique<FloatSumFold>(rule, type, false);
   }
-  return std::make_unique<WholeSumFold>(rule, type, WholeAnswer::Sum);
+  return std::make_unique<WholeSumFold>(rule, type, &WholeSumFold::sums);
 }
 
 std::unique_ptr<GroupFold> makeMeanFold(MissingRule rule, ElementType type) {
   if (isFloating(type)) {
     return std::make_unique<FloatSumFold>(rule, type, true);
   }
-  return std::make_unique<WholeSumFold>(rule, type, WholeAnswer::Mean);
+  return std::make_unique<WholeSumFold>(rule, type, &WholeSumFold::means);
 }
 
 std::unique_ptr<GroupFold> makeAnyFold(MissingRule rule, ElementType type) {
-  return std::make_unique<WholeSumFold>(rule, type, WholeAnswer::Any);
+  return std::make_unique<WholeSumFold>(rule, type, &WholeSumFold::anys);
 }
 
 std::unique_ptr<GroupFold> makeAllFold(MissingRule rule, ElementType type) {
-  return std::make_unique<WholeSumFold>(rule, type, WholeAnswer::All);
+  return std::make_unique<WholeSumFold>(rule, type, &WholeSumFold::alls);
 }
 
 std::unique_ptr<GroupFold> makeCountFold(MissingRule /*rule*/, ElementType /*type*/) {

@@ -87,29 +87,21 @@ class PickFold final : public StateFold<Picked<Widened<T>, pick>> {
   bool picksMissing_;
 };
 
+}  // namespace
+
 template <Pick pick>
-std::unique_ptr<GroupFold> makeNumberPick(MissingRule rule, ElementType type) {
+std::unique_ptr<GroupFold> makePickFold(MissingRule rule, ElementType type) {
+  if (type == ElementType::String) {
+    return makeTextPickFold<pick>(rule);
+  }
   return visitNumeric(type, [&]<class T>() -> std::unique_ptr<GroupFold> {
     return std::make_unique<PickFold<T, pick>>(rule, type);
   });
 }
 
-}  // namespace
-
-std::unique_ptr<GroupFold> makePickFold(MissingRule rule, ElementType type, Pick pick) {
-  if (type == ElementType::String) {
-    return makeTextPickFold(rule, pick);
-  }
-  switch (pick) {
-    case Pick::Min:
-      return makeNumberPick<Pick::Min>(rule, type);
-    case Pick::Max:
-      return makeNumberPick<Pick::Max>(rule, type);
-    case Pick::First:
-      return makeNumberPick<Pick::First>(rule, type);
-    default:
-      return makeNumberPick<Pick::Last>(rule, type);
-  }
-}
+template std::unique_ptr<GroupFold> makePickFold<Pick::Min>(MissingRule, ElementType);
+template std::unique_ptr<GroupFold> makePickFold<Pick::Max>(MissingRule, ElementType);
+template std::unique_ptr<GroupFold> makePickFold<Pick::First>(MissingRule, ElementType);
+template std::unique_ptr<GroupFold> makePickFold<Pick::Last>(MissingRule, ElementType);
 
 }  // namespace kv::runtime

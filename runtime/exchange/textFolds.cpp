@@ -18,10 +18,10 @@ namespace kv::runtime {
 
 namespace {
 
+template <Pick pick>
 class TextPickFold final : public GroupFold {
  public:
-  TextPickFold(MissingRule rule, Pick pick)
-      : propagates_(rule == MissingRule::Propagate), pick_(pick) {}
+  explicit TextPickFold(MissingRule rule) : propagates_(rule == MissingRule::Propagate) {}
 
   void resize(std::int64_t groups) override { picked_.resize(static_cast<std::size_t>(groups)); }
 
@@ -91,18 +91,13 @@ class TextPickFold final : public GroupFold {
     if (what == What::None || picked.what == What::None) {
       return what != What::None;
     }
-    switch (pick_) {
-      case Pick::First:
-        return false;
-      case Pick::Last:
-        return true;
-      default:
-        break;
+    if constexpr (pick == Pick::First || pick == Pick::Last) {
+      return pick == Pick::Last;
     }
     if (picked.what == What::Missing || what == What::Missing) {
       return picked.what != What::Missing;
     }
-    return pick_ == Pick::Min ? text < textOf(picked) : text > textOf(picked);
+    return pick == Pick::Min ? text < textOf(picked) : text > textOf(picked);
   }
 
   void take(Picked& picked, What what, std::string_view text) {
@@ -158,7 +153,6 @@ class TextPickFold final : public GroupFold {
   }
 
   bool propagates_;
-  Pick pick_;
   std::pmr::vector<Picked> picked_{currentResource()};
   std::pmr::vector<char> bytes_{currentResource()};
   std::size_t waste_ = 0;  ///< bytes of texts that were replaced
@@ -166,8 +160,14 @@ class TextPickFold final : public GroupFold {
 
 }  // namespace
 
-std::unique_ptr<GroupFold> makeTextPickFold(MissingRule rule, Pick pick) {
-  return std::make_unique<TextPickFold>(rule, pick);
+template <Pick pick>
+std::unique_ptr<GroupFold> makeTextPickFold(MissingRule rule) {
+  return std::make_unique<TextPickFold<pick>>(rule);
 }
+
+template std::unique_ptr<GroupFold> makeTextPickFold<Pick::Min>(MissingRule);
+template std::unique_ptr<GroupFold> makeTextPickFold<Pick::Max>(MissingRule);
+template std::unique_ptr<GroupFold> makeTextPickFold<Pick::First>(MissingRule);
+template std::unique_ptr<GroupFold> makeTextPickFold<Pick::Last>(MissingRule);
 
 }  // namespace kv::runtime

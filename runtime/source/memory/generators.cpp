@@ -62,7 +62,7 @@ class Full final : public Generator {
  public:
   explicit Full(Column value) : Generator(value.type()), value_(std::move(value)) {}
 
-  static std::shared_ptr<const ArrayColumn> read(ByteReader& bytes) {
+  static std::shared_ptr<const ArrayColumn> read(ByteReader& bytes, const PositionCut& /*cut*/) {
     const ElementType type = readElementType(bytes);
     if (type == ElementType::Unknown) {
       bytes.refuse();
@@ -106,7 +106,7 @@ class Arange final : public Generator {
   Arange(ElementType type, double start, double next)
       : Generator(type), start_(start), next_(next) {}
 
-  static std::shared_ptr<const ArrayColumn> read(ByteReader& bytes) {
+  static std::shared_ptr<const ArrayColumn> read(ByteReader& bytes, const PositionCut& /*cut*/) {
     const ElementType type = readElementType(bytes);
     const double start = readReal(bytes);
     const double next = readReal(bytes);
@@ -151,7 +151,7 @@ class WholeArange final : public Generator {
         start_(static_cast<std::uint64_t>(start)),
         step_(static_cast<std::uint64_t>(step)) {}
 
-  static std::shared_ptr<const ArrayColumn> read(ByteReader& bytes) {
+  static std::shared_ptr<const ArrayColumn> read(ByteReader& bytes, const PositionCut& /*cut*/) {
     const ElementType type = readElementType(bytes);
     const auto start = bytes.number<std::int64_t>();
     const auto step = bytes.number<std::int64_t>();
@@ -190,7 +190,8 @@ class Linspace final : public Generator {
         rows_(rows),
         hasEndpoint_(hasEndpoint) {}
 
-  static std::shared_ptr<const ArrayColumn> read(ByteReader& bytes, std::int64_t rows) {
+  static std::shared_ptr<const ArrayColumn> read(ByteReader& bytes, const PositionCut& cut) {
+    const std::int64_t rows = cut.rows();
     const double start = readReal(bytes);
     const double stop = readReal(bytes);
     return std::make_shared<Linspace>(start, stop, rows, bytes.flag());
@@ -307,19 +308,20 @@ std::shared_ptr<const Datastore> generated(
 }
 
 std::shared_ptr<const ArrayColumn> readGenerator(ByteReader& bytes, const PositionCut& cut) {
-  switch (static_cast<GeneratorKind>(bytes.number<std::uint8_t>())) {
-    case GeneratorKind::Full:
-      return Full::read(bytes);
-    case GeneratorKind::Arange:
-      return Arange::read(bytes);
-    case GeneratorKind::WholeArange:
-      return WholeArange::read(bytes);
-    case GeneratorKind::Linspace:
-      return Linspace::read(bytes, cut.rows());
-    case GeneratorKind::Random:
-      return readRandomColumn(bytes, cut);
+  using Read = std::shared_ptr<const ArrayColumn> (*)(ByteReader&, const PositionCut&);
+  static constexpr std::pair<GeneratorKind, Read> kReaders[] = {
+      {GeneratorKind::Full, Full::read},
+      {GeneratorKind::Arange, Arange::read},
+      {GeneratorKind::WholeArange, WholeArange::read},
+      {GeneratorKind::Linspace, Linspace::read},
+      {GeneratorKind::Random, readRandomColumn},
+  };
+  const auto kind = static_cast<GeneratorKind>(bytes.number<std::uint8_t>());
+  const auto* row = std::ranges::find(kReaders, kind, &std::pair<GeneratorKind, Read>::first);
+  if (row == std::end(kReaders)) {
+    bytes.refuse();
   }
-  bytes.refuse();
+  return row->second(bytes, cut);
 }
 
 std::shared_ptr<const Datastore> openArange(ElementType type, double start, double next,

@@ -103,6 +103,16 @@ struct AggregateFunction {
 
   /// The result from the contributions of all partitions.
   Column (*answer)(const AggregatePartial& total);
+
+  /// The result in each row of some columns, computed in their order.
+  ///
+  /// Requires: at least one column; all of one type, numeric or logical, and of the same rows;
+  ///           none has nulls.
+  /// Errors: "KALVEX:function:Overflow" as for the result of all rows.
+  Column (*ofRows)(std::span<const Column> columns, MissingRule rule);
+
+  /// True if there are forms of it that need rows, see AggregateForm.
+  bool canNeedRows = false;
 };
 
 /// All aggregates, in the order in which help lists them.
