@@ -13,8 +13,8 @@
 
 #include "classes/classes.h"
 #include "classes/dependencies.h"
-#include "classes/describeOperations.h"
 #include "classes/interrupts.h"
+#include "classes/recordedOperation.h"
 #include "classes/sessionValues.h"
 #include "driver/Evaluation.h"
 #include "driver/builtInFunctions.h"
@@ -130,7 +130,7 @@ void directEvaluate(const Call& call) {
       [&] { return host::callMany("feval", call.nlhs, inputs); },
       [&](const std::exception_ptr& failure) -> std::vector<Value> {
         OpSpec spec;
-        describeElementwise(call.in(0), spec);
+        describeOperation(operationClass(kElementwiseOperation), call.in(0), spec);
         raiseStepFailure(failureOf(failure), spec, host::getProperty(call.in(0), "Stack").get());
       });
   const bool isBuiltIn = isBuiltInHandle(function.get());

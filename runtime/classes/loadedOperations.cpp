@@ -14,7 +14,7 @@
 
 #include "classes/DatastoreValue.h"
 #include "classes/operationConstructor.h"
-#include "classes/operationTable.h"
+#include "operator/operations.h"
 #include "values/hostNames.h"
 
 namespace kv::runtime {
@@ -36,12 +36,9 @@ class OwnClasses {
     const auto id = kcos::omGetArrayElement(operation, 0)->getClassObject()->getClassId();
     const auto [found, isNew] = known_.try_emplace(id);
     if (isNew) {
-      const auto isOf = [&](const OperationClass& row) {
-        return kxIsA(operation, kcos::NameRef::of(std::string_view(row.name)));
-      };
-      found->second = kxIsA(operation, kElementwiseOperation) ||
-                      kxIsA(operation, kSlicewiseOperation) ||
-                      std::ranges::any_of(operationClasses(), isOf);
+      found->second = std::ranges::any_of(operationClasses(), [&](const OperationClass* row) {
+        return kxIsA(operation, kcos::NameRef::of(row->name));
+      });
     }
     return found->second;
   }
@@ -92,27 +89,15 @@ std::size_t textBytes(const kxArray* texts) {
   return kxGetClassID(texts) == kxCHAR_CLASS ? kxGetNumberOfElements(texts) : bytes;
 }
 
-/// What plans show of a class's operations.
-struct Shown {
-  kcos::NameRef className;
-  kcos::NameRef property;
-};
-constexpr Shown kShown[] = {
-    {kReadOperation, "Datastore"},
-    {kVariableOperation, "Variables"},
-    {kInvalidOperation, "SavedVersion"},
-    {kWriteOperation, "Path"},
-};
-
 /// What is shown of an operation, and the object that contains it: a datastore or the operation.
 struct Subject {
   Value object;
   Value shown;
 
   static Subject of(Value operation) {
-    for (const auto& [className, property] : kShown) {
-      if (kxIsA(operation.get(), className)) {
-        Value shown = host::getProperty(operation.get(), property);
+    for (const OperationClass* row : operationClasses()) {
+      if (!row->shownProperty.empty() && kxIsA(operation.get(), kcos::NameRef::of(row->name))) {
+        Value shown = host::getProperty(operation.get(), kcos::NameRef::of(row->shownProperty));
         const bool isObject = kcos::omIsKCOS(shown.get()) && kxIsScalar(shown.get());
         return {matrix::sharedCopy(isObject ? shown.get() : operation.get()), std::move(shown)};
       }

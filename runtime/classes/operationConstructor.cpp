@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "classes/definitionHelpers.h"
+#include "classes/recordedOperation.h"
 #include "kv/host/errors.h"
 #include "values/hostNames.h"
 
@@ -89,8 +90,9 @@ void construct(const OperationClass& row, const Call& call) {
                             {counts.numInputs.get(), counts.numOutputs.get(),
                              counts.supportsPreview.get(), counts.dependsOnOnlyHead.get()});
   checkArity(row, call.in(0));
-  if (row.check != nullptr) {
-    row.check(call);
+  checkInputs(row, call);
+  if (row.hasCacheKey) {
+    host::setSlot(call.in(0), "CacheEntryKey", host::call(kCacheEntryKey));
   }
   for (auto& [name, value] : properties) {
     host::setSlot(call.in(0), kcos::NameRef::of(name), std::move(value));
@@ -119,14 +121,14 @@ std::size_t countOf(const kxArray* operation, kcos::NameRef property) {
 }
 
 host::ClassDefinition definitionOf(const OperationClass& row) {
-  host::ClassDefinition definition{.name = row.name, .superclasses = {kOperation}};
+  host::ClassDefinition definition{.name = std::string(row.name), .superclasses = {kOperation}};
   for (const std::string_view input : row.inputs) {
     if (isProperty(input)) {
       definition.properties.push_back(readOnly(std::string(input)));
     }
   }
-  if (row.madeProperty != nullptr) {
-    definition.properties.push_back(readOnly(row.madeProperty));
+  if (row.hasCacheKey) {
+    definition.properties.push_back(readOnly("CacheEntryKey"));
   }
   definition.constructor = constructorOf(row);
   definition.savedForm = host::SavedForm{

@@ -2,7 +2,9 @@
 
 #include <cstddef>
 
-#include "classes/operationTable.h"
+#include "kv/host/definitions.h"
+#include "kv/host/values.h"
+#include "operator/operations.h"
 
 namespace kv::runtime {
 

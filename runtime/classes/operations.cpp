@@ -1,6 +1,7 @@
 // How an operation becomes a task: its class describes it as an OpSpec, its functions and its line
-// go to a processor factory, and both to an ExecutionTask. Classes with a row in the table have no
-// other code; the native classes of the core are completed here with the same method.
+// go to a processor factory, and both to an ExecutionTask. Classes have no code besides their row
+// in the file of an operator; the native classes of the core are completed here with the same
+// method.
 
 #include <fmt/core.h>
 
@@ -14,11 +15,10 @@
 
 #include "classes/classes.h"
 #include "classes/definitionHelpers.h"
-#include "classes/describeOperations.h"
 #include "classes/directEvaluation.h"
 #include "classes/loadedOperations.h"
 #include "classes/operationConstructor.h"
-#include "classes/operationTable.h"
+#include "classes/recordedOperation.h"
 #include "driver/OpSpecValue.h"
 #include "values/columnValues.h"
 #include "values/hostNames.h"
@@ -81,7 +81,7 @@ Value makeFactory(const kxArray* operation, Holdings holds,
 /// input.
 /// Errors: "KALVEX:array:OperationArity" if the number of dependencies differs from the operation's
 ///         number of inputs, which a closure doesn't check.
-void taskOfOperation(const Call& call, Holdings holds, DescribeOperation describe) {
+void taskOfOperation(const Call& call, Holdings holds, const OperationClass& row) {
   const kxArray* operation = call.in(0);
   auto spec = std::make_shared<OpSpec>();
   spec->numInputs = countOf(operation, "NumInputs");
@@ -90,7 +90,7 @@ void taskOfOperation(const Call& call, Holdings holds, DescribeOperation describ
                kxGetNumberOfElements(call.in(1)), spec->numOutputs);
   const Value stack = host::getProperty(operation, "Stack");
   spec->origin = originOf(stack.get());
-  describe(operation, *spec);
+  describeOperation(row, operation, *spec);
   Value dependencies = matrix::sharedCopy(call.in(1));
   if (holds.operand) {
     dependencies = withOperand(operation, dependencies.get(), *spec);
@@ -105,10 +105,14 @@ void taskOfOperation(const Call& call, Holdings holds, DescribeOperation describ
                          {dependencies.get(), factory.get(), strategy.get(), numOutputs.get()}));
 }
 
-host::MethodDefinition taskMethod(Holdings holds, DescribeOperation describe) {
+host::MethodDefinition taskMethod(const OperationClass& row) {
+  const auto takes = [&row](std::string_view input) {
+    return std::ranges::find(row.inputs, input) != row.inputs.end();
+  };
+  const Holdings holds{takes("FunctionHandle"), takes("ReduceHandle"), takes("Operand")};
   return method(
       "createExecutionTasks",
-      [holds, describe](const Call& call) { taskOfOperation(call, holds, describe); }, 3, 3);
+      [holds, &row](const Call& call) { taskOfOperation(call, holds, row); }, 3, 3);
 }
 
 /// getCheckedFunctionHandle(operation): the function_handle inside.
@@ -133,22 +137,19 @@ void constructKey(const Call& call) {
 }  // namespace
 
 void defineOperations(host::Session& session) {
-  for (const OperationClass& row : operationClasses()) {
-    const auto takes = [&row](std::string_view input) {
-      return std::ranges::find(row.inputs, input) != row.inputs.end();
-    };
-    host::ClassDefinition definition = definitionOf(row);
-    definition.methods.push_back(taskMethod(
-        {takes("FunctionHandle"), takes("ReduceHandle"), takes("Operand")}, row.describe));
-    define(session, std::move(definition));
+  for (const OperationClass* row : operationClasses()) {
+    if (!row->isNative) {
+      host::ClassDefinition definition = definitionOf(*row);
+      definition.methods.push_back(taskMethod(*row));
+      define(session, std::move(definition));
+    }
   }
-  const Holdings oneFunction{.function = true};
   complete(session, kElementwiseOperation,
-           {taskMethod(oneFunction, describeElementwise),
+           {taskMethod(operationClass(kElementwiseOperation)),
             method("directEvaluateImpl", directEvaluate, 1, -1),
             method("getCheckedFunctionHandle", getCheckedFunctionHandle, 1, 1)});
   complete(session, kSlicewiseOperation,
-           {taskMethod(oneFunction, describeSlicewise),
+           {taskMethod(operationClass(kSlicewiseOperation)),
             method("getCheckedFunctionHandle", getCheckedFunctionHandle, 1, 1)});
   complete(session, kOperation,
            {protectedMethod(

@@ -8,7 +8,7 @@
 #include "driver/WorkerSessions.h"
 #include "driver/assembleStage.h"
 #include "executor/FreeFunctions.h"
-#include "plan/OpSpec.h"
+#include "operator/OpSpec.h"
 
 namespace kv::runtime {
 

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "kv/host/values.h"
-#include "plan/OpSpec.h"
+#include "operator/OpSpec.h"
 
 namespace kv::runtime {
 

@@ -2,23 +2,11 @@
 
 #include <string>
 
-#include "exchange/GroupFold.h"
 #include "kv/host/values.h"
-#include "kv/runtime/Aggregates.h"
-#include "kv/runtime/ElementFunctions.h"
+#include "operator/operations.h"
 
 /// Which functions of users' operations are the runtime's own.
 namespace kv::runtime {
-
-/// A built-in function; neither for a user-defined one.
-struct BuiltInFunction {
-  const ElementFunction* element = nullptr;
-  const AggregateFunction* aggregate = nullptr;
-  const GroupFunction* group = nullptr;  ///< of all aggregates, and of some that are none
-  AggregateForm form{};
-
-  bool operator==(const BuiltInFunction&) const = default;
-};
 
 /// The built-in function that a function_handle names: see functionNames.h.
 BuiltInFunction builtInFunction(const kxArray* handle);

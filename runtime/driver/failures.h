@@ -11,7 +11,7 @@
 #include "kv/errors/FailureRecord.h"
 #include "kv/errors/PassThrough.h"
 #include "kv/host/values.h"
-#include "plan/OpSpec.h"
+#include "operator/OpSpec.h"
 
 /// How failures leave an evaluation: with an id, the user's line, partition and rows.
 namespace kv::runtime {

@@ -7,8 +7,8 @@
 
 #include "kv/host/values.h"
 #include "kv/runtime/Chunk.h"
+#include "operator/OpSpec.h"
 #include "operator/OutputTypes.h"
-#include "plan/OpSpec.h"
 
 /// Users' functions that take a limited number of rows at a time.
 namespace kv::runtime {

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "kv/host/values.h"
-#include "plan/OpSpec.h"
+#include "operator/OpSpec.h"
 
 namespace kv::runtime {
 

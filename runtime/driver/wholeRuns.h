@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "kv/host/values.h"
-#include "plan/OpSpec.h"
+#include "operator/OpSpec.h"
 
 /// What operations do to materialised values that aren't known to be rows of a source.
 namespace kv::runtime {

@@ -25,8 +25,8 @@
 // 4. SinkOperator: ends rows. Its run gathers something of a partition, and a merge makes the
 //    result of what all partitions gathered.
 //
-// To add an operator: write its file, declare what makes it in operators.h, and add its row to the
-// table in operators.cpp, by which it is read from bytes.
+// To add an operator: write its file, which ends with its row (operations.h), and name that row in
+// the table in operators.cpp.
 
 namespace kv::runtime {
 
@@ -59,7 +59,7 @@ class Operator {
   /// What a plan says about the step besides its label.
   virtual std::string planNote() const { return {}; }
 
-  /// Writes what the operator's row in the table reads again; not its kind.
+  /// Writes what the operator's row in the table reads again; not its name.
   virtual void write(ByteWriter& bytes) const;
 
  protected:

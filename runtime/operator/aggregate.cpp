@@ -10,6 +10,7 @@
 #include "aggregate/PartialTree.h"
 #include "aggregate/answers.h"
 #include "column/arrays.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -140,6 +141,8 @@ OperatorPtr makeAggregate(const AggregateFunction& function, const AggregateForm
   return std::make_shared<Aggregate>(function, form);
 }
 
+namespace {
+
 OperatorPtr readAggregate(ByteReader& bytes) {
   const AggregateFunction* function = findAggregateFunction(bytes.text());
   if (function == nullptr) {
@@ -149,6 +152,30 @@ OperatorPtr readAggregate(ByteReader& bytes) {
   form.isWhole = bytes.flag();
   form.needsRows = bytes.flag();
   return makeAggregate(*function, form);
+}
+
+/// A reduction is built in if both of its functions are the same one of the runtime's, of one input
+/// and one output. Any other calls both functions as they are.
+void describeAggregate(const RecordedOperation& operation, OpSpec& spec) {
+  const BuiltInFunction function = noteFunction(operation, spec).builtIn;
+  const BuiltInFunction reduction = noteReduction(operation, spec).builtIn;
+  spec.callsUser = function.aggregate == nullptr || function != reduction || spec.numInputs != 1 ||
+                   spec.numOutputs != 1;
+  spec.op = spec.callsUser ? makeReduction() : makeAggregate(*function.aggregate, function.form);
+  spec.wholeRun = spec.callsUser ? WholeRun::CallAndReduce : WholeRun::CallOnRows;
+}
+
+}  // namespace
+
+const OperatorRow& aggregateRow() {
+  static const OperatorRow row{
+      "aggregate",
+      readAggregate,
+      {{.name = "kalvex.bigdata.internal.lazyeval.AggregateOperation",
+        .inputs = {"Options", "FunctionHandle", "ReduceHandle", "NumInputs", "NumOutputs"},
+        .arity = kRowFunction,
+        .describe = describeAggregate}}};
+  return row;
 }
 
 }  // namespace kv::runtime

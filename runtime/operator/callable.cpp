@@ -9,6 +9,7 @@
 #include "column/pieces.h"
 #include "kv/errors/StepError.h"
 #include "operator/StepFunction.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -143,11 +144,33 @@ class Callable final : public StepOperator {
 
 OperatorPtr makeCallable(CallableRules rules) { return std::make_shared<Callable>(rules); }
 
+namespace {
+
 OperatorPtr readCallable(ByteReader& bytes) {
   CallableRules rules{.givesLogical = bytes.flag()};
   rules.spreads = bytes.flag();
   rules.seesFrames = bytes.flag();
   return makeCallable(rules);
+}
+
+/// A function that checks frames, whatever it is.
+void describeAssertion(const RecordedOperation& operation, OpSpec& spec) {
+  noteFunction(operation, spec);
+  spec.callsUser = true;
+  spec.op = makeCallable({.seesFrames = true});
+  spec.wholeRun = WholeRun::CallOnRows;
+}
+
+}  // namespace
+
+const OperatorRow& callableRow() {
+  static const OperatorRow row{
+      "callable",
+      readCallable,
+      {{.name = "kalvex.bigdata.internal.lazyeval.AdaptorAssertionOperation",
+        .inputs = {"Options", "FunctionHandle", "NumInputs", "NumOutputs"},
+        .describe = describeAssertion}}};
+  return row;
 }
 
 }  // namespace kv::runtime

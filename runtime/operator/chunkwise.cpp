@@ -1,11 +1,13 @@
 // A function of chunks gets frames of the rows that are left, and returns as many rows as it likes.
 // These are rows of their own, numbered in each partition from 0.
 
+#include <fmt/format.h>
 #include <cassert>
 #include <memory>
 #include <utility>
 
 #include "operator/NewRows.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -56,12 +58,48 @@ OperatorPtr makeChunkwise(std::int64_t chunkRows) {
   return std::make_shared<Chunkwise>(chunkRows);
 }
 
+namespace {
+
 OperatorPtr readChunkwise(ByteReader& bytes) {
   const auto chunkRows = bytes.number<std::int64_t>();
   if (chunkRows < 0) {
     bytes.refuse();
   }
   return makeChunkwise(chunkRows);
+}
+
+std::int64_t fixedChunkRows(const RecordedOperation& operation) {
+  return rowCount(operation.number("NumSlices"), 1, "KALVEX:array:ChunkRows");
+}
+
+void checkFixedChunks(const RecordedOperation& inputs) { fixedChunkRows(inputs); }
+
+void describeChunkwise(const RecordedOperation& operation, OpSpec& spec) {
+  describeNewRows(operation, spec, makeChunkwise(0));
+}
+
+void describeFixedChunkwise(const RecordedOperation& operation, OpSpec& spec) {
+  const std::int64_t rows = fixedChunkRows(operation);
+  describeNewRows(operation, spec, makeChunkwise(rows));
+  spec.label += fmt::format(", {} at a time", countedRows(rows));
+}
+
+}  // namespace
+
+const OperatorRow& chunkwiseRow() {
+  static const OperatorRow row{
+      "chunkwise",
+      readChunkwise,
+      {{.name = "kalvex.bigdata.internal.lazyeval.ChunkwiseOperation",
+        .inputs = {"Options", "FunctionHandle", "NumInputs", "NumOutputs"},
+        .arity = kRowFunction,
+        .describe = describeChunkwise},
+       {.name = "kalvex.bigdata.internal.lazyeval.FixedChunkwiseOperation",
+        .inputs = {"Options", "NumSlices", "FunctionHandle", "NumInputs", "NumOutputs"},
+        .arity = kRowFunction,
+        .describe = describeFixedChunkwise,
+        .check = checkFixedChunks}}};
+  return row;
 }
 
 }  // namespace kv::runtime

@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "column/concatenate.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -102,5 +103,10 @@ class Collect final : public SinkOperator {
 }  // namespace
 
 OperatorPtr makeCollect() { return std::make_shared<Collect>(); }
+
+const OperatorRow& collectRow() {
+  static const OperatorRow row{"collect", readPlain<makeCollect>};
+  return row;
+}
 
 }  // namespace kv::runtime

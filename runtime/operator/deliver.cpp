@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "column/allocate.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -162,12 +163,34 @@ OperatorPtr makeDeliver(std::size_t numInputs, bool isOrdered) {
   return std::make_shared<Deliver>(numInputs, isOrdered);
 }
 
+namespace {
+
 OperatorPtr readDeliver(ByteReader& bytes) {
   const auto numInputs = bytes.number<std::uint64_t>();
   if (numInputs == 0) {
     bytes.refuse();
   }
   return makeDeliver(numInputs, bytes.flag());
+}
+
+void describeForeach(const RecordedOperation& operation, OpSpec& spec) {
+  noteFunction(operation, spec);
+  spec.callsUser = true;
+  spec.isFree = false;  // it is called in the client
+  spec.op = makeDeliver(spec.numInputs, operation.flag("IsOrdered"));
+  spec.wholeRun = WholeRun::HandOver;
+}
+
+}  // namespace
+
+const OperatorRow& deliverRow() {
+  static const OperatorRow row{"deliver",
+                               readDeliver,
+                               {{.name = "kalvex.bigdata.internal.lazyeval.ClientForeachOperation",
+                                 .inputs = {"FunctionHandle", "IsOrdered", "NumInputs"},
+                                 .arity = kHandedOver,
+                                 .describe = describeForeach}}};
+  return row;
 }
 
 }  // namespace kv::runtime

@@ -1,5 +1,6 @@
 #include "column/concatenate.h"
 #include "kv/runtime/selectRows.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -40,5 +41,31 @@ class Filter final : public StatelessOperator {
 }  // namespace
 
 OperatorPtr makeFilter() { return std::make_shared<Filter>(); }
+
+namespace {
+
+void describeFilter(const RecordedOperation& /*operation*/, OpSpec& spec) {
+  spec.op = makeFilter();
+  spec.wholeRun = WholeRun::RunOperator;
+  spec.label = "filter";
+}
+
+}  // namespace
+
+const OperatorRow& filterRow() {
+  static const OperatorRow row{
+      "filter",
+      readPlain<makeFilter>,
+      {{.name = "kalvex.bigdata.internal.lazyeval.FilterOperation",
+        .inputs = {"NumKept"},
+        .arity = kSelection,
+        .describe = describeFilter,
+        .supportsPreview = true},
+       {.name = "kalvex.bigdata.internal.lazyeval.LogicalRowSubsrefOperation",
+        .inputs = {"NumKept"},
+        .arity = kSelection,
+        .describe = describeFilter}}};
+  return row;
+}
 
 }  // namespace kv::runtime

@@ -14,6 +14,7 @@
 #include "column/pieces.h"
 #include "kv/errors/StepError.h"
 #include "operator/NewRows.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -162,5 +163,24 @@ class GeneralPartitionwise final : public NewRowsOperator {
 }  // namespace
 
 OperatorPtr makeGeneralPartitionwise() { return std::make_shared<GeneralPartitionwise>(); }
+
+namespace {
+
+void describeGeneralPartitionwise(const RecordedOperation& operation, OpSpec& spec) {
+  describeNewRows(operation, spec, makeGeneralPartitionwise());
+}
+
+}  // namespace
+
+const OperatorRow& generalPartitionwiseRow() {
+  static const OperatorRow row{
+      "generalPartitionwise",
+      readPlain<makeGeneralPartitionwise>,
+      {{.name = "kalvex.bigdata.internal.lazyeval.GeneralizedPartitionwiseOperation",
+        .inputs = {"Options", "FunctionHandle", "NumInputs", "NumOutputs"},
+        .arity = kRowFunction,
+        .describe = describeGeneralPartitionwise}}};
+  return row;
+}
 
 }  // namespace kv::runtime

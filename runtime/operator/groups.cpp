@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "exchange/GroupFolder.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -90,6 +91,8 @@ OperatorPtr makeGroups(std::vector<GroupedValue> values) {
   return std::make_shared<Groups>(std::move(values));
 }
 
+namespace {
+
 OperatorPtr readGroups(ByteReader& bytes) {
   std::vector<GroupedValue> values(bytes.count(kValueBytes));
   for (GroupedValue& value : values) {
@@ -101,6 +104,34 @@ OperatorPtr readGroups(ByteReader& bytes) {
     value.input = bytes.number<std::uint64_t>();
   }
   return makeGroups(std::move(values));
+}
+
+/// A step by key is built in if both of its functions are the same one of the runtime's, of one
+/// array and with one result, or none of which it needs.
+void describeByKey(const RecordedOperation& operation, OpSpec& spec) {
+  const BuiltInFunction function = noteFunction(operation, spec).builtIn;
+  const BuiltInFunction reduction = noteReduction(operation, spec).builtIn;
+  const bool isBuiltIn = function.group != nullptr && function == reduction &&
+                         spec.numOutputs <= 2 &&
+                         (spec.numInputs == 2 || function.group->countsRows);
+  spec.callsUser = !isBuiltIn;
+  spec.op =
+      isBuiltIn ? makeGroups({{function.group, function.form.missing, 0}}) : makeKeyedReduction();
+  spec.wholeRun = isBuiltIn ? WholeRun::RunOperator : WholeRun::CallByKey;
+  spec.label += " by key";
+}
+
+}  // namespace
+
+const OperatorRow& groupsRow() {
+  static const OperatorRow row{
+      "groups",
+      readGroups,
+      {{.name = "kalvex.bigdata.internal.lazyeval.AggregateByKeyOperation",
+        .inputs = {"Options", "FunctionHandle", "ReduceHandle", "NumInputs", "NumOutputs"},
+        .arity = kRowFunction,
+        .describe = describeByKey}}};
+  return row;
 }
 
 }  // namespace kv::runtime

@@ -9,6 +9,7 @@
 
 #include "column/concatenate.h"
 #include "column/joinChunks.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -103,6 +104,8 @@ OperatorPtr makeHead(std::int64_t rows, std::size_t numInputs) {
   return std::make_shared<Head>(rows, numInputs);
 }
 
+namespace {
+
 OperatorPtr readHead(ByteReader& bytes) {
   const auto rows = bytes.number<std::int64_t>();
   const auto numInputs = bytes.number<std::uint64_t>();
@@ -110,6 +113,33 @@ OperatorPtr readHead(ByteReader& bytes) {
     bytes.refuse();
   }
   return makeHead(rows, numInputs);
+}
+
+std::int64_t headRows(const RecordedOperation& operation) {
+  return rowCount(operation.number("NumRows"), 0, "KALVEX:array:HeadRows");
+}
+
+void checkHead(const RecordedOperation& inputs) { headRows(inputs); }
+
+void describeHead(const RecordedOperation& operation, OpSpec& spec) {
+  const std::int64_t rows = headRows(operation);
+  spec.op = makeHead(rows, spec.numInputs);
+  spec.wholeRun = WholeRun::RunOperator;
+  spec.label = "first " + countedRows(rows);
+}
+
+}  // namespace
+
+const OperatorRow& headRow() {
+  static const OperatorRow row{"head",
+                               readHead,
+                               {{.name = "kalvex.bigdata.internal.lazyeval.HeadOperation",
+                                 .inputs = {"NumArrays", "NumRows"},
+                                 .arity = kEachArray,
+                                 .describe = describeHead,
+                                 .check = checkHead,
+                                 .supportsPreview = true}}};
+  return row;
 }
 
 }  // namespace kv::runtime

@@ -16,6 +16,7 @@
 #include "column/concatenate.h"
 #include "exchange/GroupKeys.h"
 #include "kv/errors/StepError.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 #include "operator/partials.h"
 
@@ -270,5 +271,10 @@ class KeyedReduction final : public SinkOperator {
 }  // namespace
 
 OperatorPtr makeKeyedReduction() { return std::make_shared<KeyedReduction>(); }
+
+const OperatorRow& keyedReductionRow() {
+  static const OperatorRow row{"keyedReduction", readPlain<makeKeyedReduction>};
+  return row;
+}
 
 }  // namespace kv::runtime

@@ -1,50 +1,64 @@
+// The table of operators and, by them, of the classes of operations that they run.
+
 #include "operator/operators.h"
 
 #include <algorithm>
-#include <array>
+#include <cassert>
+#include <iterator>
+#include <vector>
+
+#include "operator/operations.h"
 
 namespace kv::runtime {
 
+using RowOfOperator = const OperatorRow&();
+
+// Each in the file of its operator.
+RowOfOperator readRow, variableRow, elementwiseRow, callableRow, filterRow, passRow, spreadRow,
+    zipRow, frameRow, chunkwiseRow, partitionwiseRow, generalPartitionwiseRow, aggregateRow,
+    reductionRow, groupsRow, keyedReductionRow, repartitionRow, headRow, deliverRow, writeRow,
+    collectRow, clientOnlyRow;
+
 namespace {
 
-template <OperatorPtr (*make)()>
-OperatorPtr readPlain(ByteReader& /*bytes*/) {
-  return make();
-}
-
-constexpr std::array kKinds{
-    OperatorRow{"read", readRead},
-    OperatorRow{"variable", readVariable},
-    OperatorRow{"elementwise", readElementwise},
-    OperatorRow{"callable", readCallable},
-    OperatorRow{"filter", readPlain<makeFilter>},
-    OperatorRow{"pass", readPlain<makePass>},
-    OperatorRow{"spread", readPlain<makeSpread>},
-    OperatorRow{"zip", readPlain<makeZip>},
-    OperatorRow{"frame", readFrame},
-    OperatorRow{"chunkwise", readChunkwise},
-    OperatorRow{"partitionwise", readPlain<makePartitionwise>},
-    OperatorRow{"generalPartitionwise", readPlain<makeGeneralPartitionwise>},
-    OperatorRow{"aggregate", readAggregate},
-    OperatorRow{"reduction", readPlain<makeReduction>},
-    OperatorRow{"groups", readGroups},
-    OperatorRow{"keyedReduction", readPlain<makeKeyedReduction>},
-    OperatorRow{"repartition", readRepartition},
-    OperatorRow{"head", readHead},
-    OperatorRow{"deliver", readDeliver},
-    OperatorRow{"write", readWrite},
-    OperatorRow{"collect", readPlain<makeCollect>},
+constexpr RowOfOperator* kRows[] = {
+    readRow,        variableRow,   elementwiseRow,   callableRow,
+    filterRow,      passRow,       spreadRow,        zipRow,
+    frameRow,       chunkwiseRow,  partitionwiseRow, generalPartitionwiseRow,
+    aggregateRow,   reductionRow,  groupsRow,        keyedReductionRow,
+    repartitionRow, headRow,       deliverRow,       writeRow,
+    collectRow,     clientOnlyRow,
 };
 
 }  // namespace
 
+std::span<const OperationClass* const> operationClasses() {
+  static const std::vector<const OperationClass*> classes = [] {
+    std::vector<const OperationClass*> all;
+    for (RowOfOperator* row : kRows) {
+      for (const OperationClass& each : row().classes) {
+        all.push_back(&each);
+      }
+    }
+    return all;
+  }();
+  return classes;
+}
+
+const OperationClass& operationClass(std::string_view name) {
+  const auto found = std::ranges::find(operationClasses(), name, &OperationClass::name);
+  assert(found != operationClasses().end());
+  return **found;
+}
+
 OperatorPtr readOperator(ByteReader& bytes) {
-  const std::string kind = bytes.text();
-  const auto* row = std::ranges::find(kKinds, kind, &OperatorRow::name);
-  if (row == kKinds.end()) {
+  const std::string name = bytes.text();
+  const auto* found = std::ranges::find_if(
+      kRows, [&](RowOfOperator* row) { return row().read != nullptr && row().name == name; });
+  if (found == std::end(kRows)) {
     bytes.refuse();
   }
-  return row->read(bytes);
+  return (*found)().read(bytes);
 }
 
 void writeOperator(const Operator& op, ByteWriter& bytes) {

@@ -132,30 +132,10 @@ OperatorPtr makeWrite(WriteTarget target);
 /// All rows, kept as they are.
 OperatorPtr makeCollect();
 
-/// A row of the table of operators: how an operator of that kind is read from bytes.
-struct OperatorRow {
-  std::string_view name;
-  OperatorPtr (*read)(ByteReader& bytes);
-};
-
-/// Errors: "KALVEX:executor:BadBytes" for a kind that isn't in the table.
+/// Errors: "KALVEX:executor:BadBytes" for a name that isn't in the table.
 OperatorPtr readOperator(ByteReader& bytes);
 
-/// The kind, then what the operator writes.
+/// The name, then what the operator writes.
 void writeOperator(const Operator& op, ByteWriter& bytes);
-
-// What reads the operators that have options.
-OperatorPtr readRead(ByteReader& bytes);
-OperatorPtr readVariable(ByteReader& bytes);
-OperatorPtr readElementwise(ByteReader& bytes);
-OperatorPtr readCallable(ByteReader& bytes);
-OperatorPtr readFrame(ByteReader& bytes);
-OperatorPtr readChunkwise(ByteReader& bytes);
-OperatorPtr readAggregate(ByteReader& bytes);
-OperatorPtr readGroups(ByteReader& bytes);
-OperatorPtr readRepartition(ByteReader& bytes);
-OperatorPtr readHead(ByteReader& bytes);
-OperatorPtr readDeliver(ByteReader& bytes);
-OperatorPtr readWrite(ByteReader& bytes);
 
 }  // namespace kv::runtime

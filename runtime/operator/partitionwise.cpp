@@ -8,6 +8,7 @@
 
 #include "column/concatenate.h"
 #include "operator/NewRows.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -83,5 +84,24 @@ class Partitionwise final : public NewRowsOperator {
 }  // namespace
 
 OperatorPtr makePartitionwise() { return std::make_shared<Partitionwise>(); }
+
+namespace {
+
+void describePartitionwise(const RecordedOperation& operation, OpSpec& spec) {
+  describeNewRows(operation, spec, makePartitionwise());
+}
+
+}  // namespace
+
+const OperatorRow& partitionwiseRow() {
+  static const OperatorRow row{
+      "partitionwise",
+      readPlain<makePartitionwise>,
+      {{.name = "kalvex.bigdata.internal.lazyeval.PartitionwiseOperation",
+        .inputs = {"Options", "FunctionHandle", "NumInputs", "NumOutputs", "DependsOnOnlyHead"},
+        .arity = kRowFunction,
+        .describe = describePartitionwise}}};
+  return row;
+}
 
 }  // namespace kv::runtime

@@ -1,3 +1,4 @@
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -18,5 +19,26 @@ class Pass final : public StatelessOperator {
 }  // namespace
 
 OperatorPtr makePass() { return std::make_shared<Pass>(); }
+
+namespace {
+
+void describeCache(const RecordedOperation& /*operation*/, OpSpec& spec) {
+  spec.op = makePass();
+  spec.wholeRun = WholeRun::PassOn;
+  spec.label = "keep for reuse";
+}
+
+}  // namespace
+
+const OperatorRow& passRow() {
+  static const OperatorRow row{"pass",
+                               readPlain<makePass>,
+                               {{.name = "kalvex.bigdata.internal.lazyeval.CacheOperation",
+                                 .inputs = {},
+                                 .arity = kOneToOne,
+                                 .describe = describeCache,
+                                 .hasCacheKey = true}}};
+  return row;
+}
 
 }  // namespace kv::runtime

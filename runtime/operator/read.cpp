@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "operator/operations.h"
 #include "operator/operators.h"
 #include "source/registry/openSource.h"
 
@@ -116,6 +117,8 @@ OperatorPtr makeRead(std::shared_ptr<const Datastore> source, std::vector<std::s
   return std::make_shared<Read>(std::move(source), std::move(columns), std::move(conditions));
 }
 
+namespace {
+
 OperatorPtr readRead(ByteReader& bytes) {
   std::shared_ptr<const Datastore> source = openSource(bytes.text());
   std::vector<std::string> columns = bytes.texts();
@@ -132,6 +135,27 @@ OperatorPtr readRead(ByteReader& bytes) {
     }
   }
   return makeRead(std::move(source), std::move(columns), std::move(conditions));
+}
+
+void describeRead(const RecordedOperation& operation, OpSpec& spec) {
+  const RecordedSource source = operation.source();
+  spec.op = makeRead(source.store);
+  spec.isTrusted = source.isTrusted;
+  spec.label = "read " + source.store->displayName();
+}
+
+}  // namespace
+
+const OperatorRow& readRow() {
+  static const OperatorRow row{"read",
+                               readRead,
+                               {{.name = "kalvex.bigdata.internal.lazyeval.ReadOperation",
+                                 .inputs = {"Datastore", "NumOutputs", "PartitionStrategy"},
+                                 .arity = kSource,
+                                 .describe = describeRead,
+                                 .supportsPreview = true,
+                                 .shownProperty = "Datastore"}}};
+  return row;
 }
 
 }  // namespace kv::runtime

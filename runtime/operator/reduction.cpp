@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "aggregate/ReduceTree.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 #include "operator/partials.h"
 
@@ -88,5 +89,10 @@ class Reduction final : public SinkOperator {
 }  // namespace
 
 OperatorPtr makeReduction() { return std::make_shared<Reduction>(); }
+
+const OperatorRow& reductionRow() {
+  static const OperatorRow row{"reduction", readPlain<makeReduction>};
+  return row;
+}
 
 }  // namespace kv::runtime

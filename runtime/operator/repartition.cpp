@@ -20,6 +20,7 @@
 #include "column/joinChunks.h"
 #include "exchange/GroupKeys.h"
 #include "kv/errors/StepError.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -208,12 +209,32 @@ OperatorPtr makeRepartition(std::int64_t partitions) {
   return std::make_shared<Repartition>(partitions);
 }
 
+namespace {
+
 OperatorPtr readRepartition(ByteReader& bytes) {
   const auto partitions = bytes.number<std::int64_t>();
   if (partitions < 1 || partitions > kMaxMadePartitions) {
     bytes.refuse();
   }
   return makeRepartition(partitions);
+}
+
+void describeRepartition(const RecordedOperation& operation, OpSpec& spec) {
+  spec.op = makeRepartition(operation.partitionsOf("OutputPartitionStrategy", kMaxMadePartitions));
+  spec.wholeRun = WholeRun::RunOperator;
+  spec.label = "repartition";
+}
+
+}  // namespace
+
+const OperatorRow& repartitionRow() {
+  static const OperatorRow row{"repartition",
+                               readRepartition,
+                               {{.name = "kalvex.bigdata.internal.lazyeval.RepartitionOperation",
+                                 .inputs = {"OutputPartitionStrategy", "NumKept"},
+                                 .arity = kSelection,
+                                 .describe = describeRepartition}}};
+  return row;
 }
 
 }  // namespace kv::runtime

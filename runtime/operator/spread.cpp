@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "column/concatenate.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -31,5 +32,27 @@ class SpreadValue final : public StatelessOperator {
 }  // namespace
 
 OperatorPtr makeSpread() { return std::make_shared<SpreadValue>(); }
+
+namespace {
+
+void describeChoice(const RecordedOperation& /*operation*/, OpSpec& spec) {
+  spec.isChoice = true;
+  spec.op = makeSpread();
+  spec.wholeRun = WholeRun::PassOn;
+  spec.label = "choose by a condition";
+}
+
+}  // namespace
+
+const OperatorRow& spreadRow() {
+  static const OperatorRow row{"spread",
+                               readPlain<makeSpread>,
+                               {{.name = "kalvex.bigdata.internal.lazyeval.TernaryOperation",
+                                 .inputs = {},
+                                 .arity = kChoice,
+                                 .describe = describeChoice,
+                                 .supportsPreview = true}}};
+  return row;
+}
 
 }  // namespace kv::runtime

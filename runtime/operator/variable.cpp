@@ -1,8 +1,11 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <algorithm>
 #include <utility>
 
 #include "kv/errors/StepError.h"
 #include "kv/errors/shownText.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -57,6 +60,8 @@ OperatorPtr makeVariable(std::vector<std::string> names, bool isContent) {
   return std::make_shared<Variable>(std::move(names), isContent);
 }
 
+namespace {
+
 OperatorPtr readVariable(ByteReader& bytes) {
   std::vector<std::string> names = bytes.texts();
   const bool isContent = bytes.flag();
@@ -64,6 +69,40 @@ OperatorPtr readVariable(ByteReader& bytes) {
     bytes.refuse();
   }
   return makeVariable(std::move(names), isContent);
+}
+
+void checkVariable(const RecordedOperation& inputs) {
+  const RecordedValue rows = inputs.value("Rows");
+  if (rows.className != "char" || rows.text != ":") {
+    errors::raiseStep("KALVEX:array:RowSubscript", {rows.className});
+  }
+  const std::size_t names = inputs.texts("Variables").size();
+  if (inputs.flag("Content") && names != 1) {
+    errors::raiseStep("KALVEX:array:OneVariable", {fmt::format("{}", names)});
+  }
+}
+
+void describeVariable(const RecordedOperation& operation, OpSpec& spec) {
+  const std::vector<std::string> names = operation.texts("Variables");
+  spec.op = makeVariable(names, operation.flag("Content"));
+  spec.wholeRun = WholeRun::RunOperator;
+  spec.label = fmt::format("column {}", fmt::join(names, ", "));
+}
+
+}  // namespace
+
+const OperatorRow& variableRow() {
+  static const OperatorRow row{
+      "variable",
+      readVariable,
+      {{.name = "kalvex.bigdata.internal.lazyeval.SubsrefTabularVarOperation",
+        .inputs = {"NumInputs", "NumOutputs", "Content", "Rows", "Variables"},
+        .arity = kOneToOne,
+        .describe = describeVariable,
+        .check = checkVariable,
+        .supportsPreview = true,
+        .shownProperty = "Variables"}}};
+  return row;
 }
 
 }  // namespace kv::runtime

@@ -3,12 +3,14 @@
 // unless it succeeds, so it may be repeated. The rows come in frames: how a source is read can't be
 // seen in the files.
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <utility>
 
 #include "column/allocate.h"
 #include "column/concatenate.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 #include "sink/PartWriter.h"
 
@@ -86,6 +88,44 @@ class Write final : public SinkOperator {
 
 OperatorPtr makeWrite(WriteTarget target) { return std::make_shared<Write>(std::move(target)); }
 
+namespace {
+
 OperatorPtr readWrite(ByteReader& bytes) { return makeWrite(WriteTarget::read(bytes)); }
+
+constexpr std::string_view kWriteClass = "kalvex.bigdata.internal.lazyeval.WriteOperation";
+
+/// The target of an operation that writes, which a file may have been made to hold anything in.
+WriteTarget targetIn(const RecordedOperation& operation) {
+  WriteTarget target =
+      targetOf(operation.text("Path"), operation.text("Format"), operation.flag("IsOverwriting"));
+  setColumns(target, operation.texts("Names"), operation.texts("PartitionBy"));
+  const std::size_t expected = std::max<std::size_t>(target.names.size(), 1);
+  requireArity(kWriteClass, {expected, expected}, operation.numInputs(), 1);
+  return target;
+}
+
+void checkWrite(const RecordedOperation& inputs) { targetIn(inputs); }
+
+void describeWrite(const RecordedOperation& operation, OpSpec& spec) {
+  WriteTarget target = targetIn(operation);
+  spec.label = "write " + target.path;
+  spec.op = makeWrite(std::move(target));
+  spec.wholeRun = WholeRun::RunOperator;
+}
+
+}  // namespace
+
+const OperatorRow& writeRow() {
+  static const OperatorRow row{
+      "write",
+      readWrite,
+      {{.name = kWriteClass,
+        .inputs = {"Path", "Format", "IsOverwriting", "Names", "PartitionBy", "NumInputs"},
+        .arity = kHandedOver,
+        .describe = describeWrite,
+        .check = checkWrite,
+        .shownProperty = "Path"}}};
+  return row;
+}
 
 }  // namespace kv::runtime

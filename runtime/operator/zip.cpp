@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "operator/AlignedRows.h"
+#include "operator/operations.h"
 #include "operator/operators.h"
 
 namespace kv::runtime {
@@ -37,5 +38,10 @@ class Zip final : public FlowOperator {
 }  // namespace
 
 OperatorPtr makeZip() { return std::make_shared<Zip>(); }
+
+const OperatorRow& zipRow() {
+  static const OperatorRow row{"zip", readPlain<makeZip>};
+  return row;
+}
 
 }  // namespace kv::runtime

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "column/RowPlaces.h"
-#include "plan/OpSpec.h"
+#include "operator/OpSpec.h"
 #include "source/Fingerprint.h"
 
 namespace kv::runtime {

@@ -21,6 +21,7 @@
 
 #include "column/bytes.h"
 #include "kv/errors/StepError.h"
+#include "operator/operators.h"
 
 namespace kv::runtime {
 

@@ -6,9 +6,9 @@
 #include <map>
 #include <memory>
 
-#include "classes/operationTable.h"
 #include "column/RowPlaces.h"
 #include "driver/OpSpecValue.h"
+#include "operator/operations.h"
 #include "runtime/RuntimeSession.h"
 #include "support/Worlds.h"
 #include "values/chunkValues.h"
@@ -343,7 +343,7 @@ class Arity : public Operations {
                                          : inputFor(name, inputs, outputs));
       arguments.push_back(values.back().get());
     }
-    return host::call(kcos::NameRef::of(std::string_view(row.name)), arguments);
+    return host::call(kcos::NameRef::of(row.name), arguments);
   }
 
   /// Arrays of a new closure of the operation with `inputs` inputs, all `x`.
@@ -391,11 +391,11 @@ TEST_F(Arity, OfEveryOperationIsCheckedWhereItIsMadePlannedAndLoaded) {
       ++outcomes[idOf([&] { session.loadBytes(session.saveBytes(array.get()), true); })];
     }
   };
-  for (const OperationClass& row : operationClasses()) {
-    for (std::size_t inputs = 0; inputs <= 4; ++inputs) {
+  for (const OperationClass* row : operationClasses()) {
+    for (std::size_t inputs = 0; inputs <= 4 && !row->isNative; ++inputs) {
       for (std::size_t outputs = 0; outputs <= 3; ++outputs) {
         for (std::size_t futures = 0; futures <= 4; ++futures) {
-          ++outcomes[idOf([&] { tryAll(row, inputs, outputs, futures); })];
+          ++outcomes[idOf([&] { tryAll(*row, inputs, outputs, futures); })];
         }
       }
     }

@@ -1,10 +1,10 @@
-#include "classes/operationArity.h"
+#include "operator/operationArity.h"
 
 #include <fmt/core.h>
 
 #include <string>
 
-#include "kv/host/errors.h"
+#include "kv/errors/StepError.h"
 
 namespace kv::runtime {
 
@@ -12,8 +12,8 @@ namespace {
 
 [[noreturn]] void raiseArity(std::string_view className, const std::string& expected,
                              std::size_t count) {
-  host::raise("KALVEX:array:OperationArity",
-              {std::string(className), expected, std::to_string(count)});
+  errors::raiseStep("KALVEX:array:OperationArity",
+                    {std::string(className), expected, std::to_string(count)});
 }
 
 std::string counted(std::size_t count, const char* what) {

@@ -1,4 +1,4 @@
-#include "plan/OpSpec.h"
+#include "operator/OpSpec.h"
 
 #include <fmt/core.h>
 

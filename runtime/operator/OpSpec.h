@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "operator/operators.h"
+#include "operator/Operator.h"
 
 namespace kv::runtime {
 

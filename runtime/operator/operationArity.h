@@ -25,6 +25,17 @@ struct OperationArity {
   OutputRule outputs = OutputRule::Any;
 };
 
+inline constexpr OperationArity kSource{0, 0, OutputRule::One};
+inline constexpr OperationArity kOneToOne{1, 1, OutputRule::One};
+inline constexpr OperationArity kChoice{3, 3, OutputRule::One};
+inline constexpr OperationArity kSelection{2, std::numeric_limits<std::size_t>::max(),
+                                           OutputRule::PerKept};
+inline constexpr OperationArity kEachArray{0, std::numeric_limits<std::size_t>::max(),
+                                           OutputRule::PerInput};
+inline constexpr OperationArity kHandedOver{1, std::numeric_limits<std::size_t>::max(),
+                                            OutputRule::One};
+inline constexpr OperationArity kRowFunction{1};
+
 /// Errors: "KALVEX:array:OperationArity" with the class, what it takes and what came.
 void requireArity(std::string_view className, const OperationArity& arity, std::size_t numInputs,
                   std::size_t numOutputs);
