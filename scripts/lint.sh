@@ -76,6 +76,17 @@ wallTimes() {
     refuse 'assert .*(monotonic|perf_counter|time\.time)\(' '*.py'
 }
 
+# Arrow's memory comes from the pool of the context (runtime/column/pool.h), never from a default.
+arrowPools() {
+  local code=('runtime/*.cpp' 'runtime/*.h' 'array/*.cpp' 'array/*.h' 'python/src/*.cpp' 'python/src/*.h')
+  refuse 'default_memory_pool\(|default_io_context\(|default_exec_context\(' "${code[@]}" \
+    ':!runtime/column/pool.cpp' ':!runtime/classes/sessionValues.h' &&
+    refuse '(?<!parquet::)arrow::\w+Builder \w+(;|\{\})|arrow::(AllocateBuffer|AllocateResizableBuffer|AllocateEmptyBitmap)\([^,()]*\)' "${code[@]}" &&
+    refuse 'arrow::(Concatenate|MakeArrayOfNull|MakeArrayFromScalar)\((?!.*[pP]ool)' "${code[@]}" &&
+    refuse 'BufferOutputStream::Create\((?!.*[pP]ool)|ReadableFile::Open\((?!.*[pP]ool)' "${code[@]}" &&
+    refuse 'compute::(Take|Cast|Filter|CallFunction|SortIndices)\((?!.*[cC]ontext)[^;]*\);' "${code[@]}"
+}
+
 mkdir -p build/lint
 check "clang-format" layout
 check "ruff format" pythonLayout
@@ -89,6 +100,7 @@ check "test names" testNames
 check "no banners" banners
 check "blank lines around namespaces" namespaces
 check "no wall time in tests" wallTimes
+check "no default pool of Arrow" arrowPools
 check "error ids in tests" python3 scripts/check_error_ids.py
 check "wording" python3 scripts/check_wording.py
 [[ ${1:-} != --all ]] || check "clang-tidy" scripts/check_tidy.py
