@@ -145,17 +145,17 @@ std::optional<Refusal> RefusalWatch::refusal() const noexcept {
 }
 
 std::string shownBytes(std::int64_t bytes) {
-  constexpr std::string_view kUnits[] = {"MB", "GB", "TB"};
   constexpr double kThousand = 1000;
-  double number = static_cast<double>(bytes) / (kThousand * kThousand);
-  if (number < 1) {
+  const double megabytes = static_cast<double>(bytes) / (kThousand * kThousand);
+  if (megabytes < 1) {
     return fmt::format("{} bytes", bytes);
   }
-  std::size_t unit = 0;
-  for (; unit + 1 < std::size(kUnits) && number >= 10 * kThousand; ++unit) {
-    number /= kThousand;
+  if (megabytes < kThousand) {
+    return fmt::format("{:.1f} MB", std::ceil(megabytes * 10) / 10);
   }
-  return fmt::format("{:.1f} {}", std::ceil(number * 10) / 10, kUnits[unit]);
+  const bool isGigabytes = megabytes < kThousand * kThousand;
+  const double number = megabytes / (isGigabytes ? kThousand : kThousand * kThousand);
+  return fmt::format("{:.2f} {}", std::ceil(number * 100) / 100, isGigabytes ? "GB" : "TB");
 }
 
 }  // namespace kv::runtime

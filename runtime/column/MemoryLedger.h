@@ -122,7 +122,8 @@ class RefusalWatch {
   std::int64_t before_;
 };
 
-/// A number of bytes as messages show it, rounded up: "512 bytes", "64.0 MB".
+/// A number of bytes as messages show it, rounded up: "512 bytes", "64.0 MB",
+/// "12.64 GB", "8.00 TB".
 std::string shownBytes(std::int64_t bytes);
 
 }  // namespace kv::runtime

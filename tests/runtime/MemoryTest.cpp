@@ -139,6 +139,16 @@ class Memory : public RuntimeSession {
   }
 };
 
+TEST(ShownBytes, HaveTheUnitOfTheirSize) {
+  const std::pair<std::int64_t, std::string_view> cases[] = {
+      {999'999, "999999 bytes"},  {1'000'000, "1.0 MB"},        {64'010'001, "64.1 MB"},
+      {4'201'000'000, "4.21 GB"}, {12'640'000'000, "12.64 GB"}, {8'000'000'000'000, "8.00 TB"},
+  };
+  for (const auto& [bytes, shown] : cases) {
+    EXPECT_EQ(shownBytes(bytes), shown);
+  }
+}
+
 TEST_F(Memory, AnEvaluationThatNeedsMoreNamesTheOperation) {
   const Value x = numbers(3, 200'000);
   for (const int threads : {1, 8}) {
