@@ -115,6 +115,8 @@ def apply(name: str, *inputs: Any) -> "Array":
         else:
             operands.append(x)
             are_ready = are_ready and type(x) in _WEAK
+    if not arrays:
+        raise array_error("KALVEX:array:NoArray")
     if not are_ready:
         operands = [operand(x, arrays[0]._session, name, arrays) for x in inputs]
     return made_like(arrays[0], apply_function(name, operands))

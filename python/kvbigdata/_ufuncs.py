@@ -1,6 +1,7 @@
 """Element functions: the operators of arrays, `kv.sqrt` and the like, and NumPy's ufuncs."""
 
 from collections.abc import Callable
+from inspect import Parameter, Signature
 from typing import TYPE_CHECKING, Any, Protocol
 
 import numpy as np
@@ -311,6 +312,9 @@ def _public(ufunc: np.ufunc, name: str) -> ElementFunction:
     call.__name__ = call.__qualname__ = name
     call.__module__ = "kvbigdata"
     call.__doc__ = f"As `numpy.{name}`, row by row; records the call and reads nothing."
+    names = ("x",) if count == 1 else ("x1", "x2")
+    parameters = [Parameter(each, Parameter.POSITIONAL_ONLY) for each in names]
+    call.__signature__ = Signature(parameters)  # type: ignore[attr-defined]
     return call
 
 

@@ -167,6 +167,8 @@ def test_containers_keep_their_types(x, table):
         (lambda t: t.map_chunks(abs, dtypes=3), TypeError),
         (lambda t: t.map_chunks(size).compute(), TypeError),
         (lambda t: t.map_chunks(one).compute(), ValueError),
+        (lambda t: kv.where(True, 1, 2), ValueError),
+        (lambda t: kv.clip(3, 1, 2), ValueError),
         (lambda t: t.a + 2**70, OverflowError),
         (lambda t: t.a - -(2**70), ValueError),
         (lambda t: t.a + 70_000, OverflowError),
