@@ -59,7 +59,7 @@ wheel: setup ## Install the Python package into a fresh environment and use it
 
 build-release: targets = kvbig kvhost kvbigdata kvruntime kvarray kvbigdata_host
 build-fuzz: targets = fuzz_load
-build-tsan: targets = test_host test_runtime test_array test_shared
+build-tsan: targets = test_host test_runtime test_array test_shared kvbig kvbigdata_host
 build-%: setup
 	@[ -f build/$*/build.ninja ] || cmake --preset $*
 	cmake --build --preset $* --parallel $(JOBS) $(addprefix --target ,$(targets))
