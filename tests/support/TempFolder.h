@@ -29,7 +29,10 @@ class TempFolder {
   }
 
   /// The same, of a file at rest, so that opening it doesn't wait for the clock.
+  /// A file of that name is removed first: one that is cut to nothing and written again is flushed
+  /// to the disk by some file systems, which takes longer than a test.
   std::string writeAtRest(std::string_view name, std::string_view bytes) const {
+    std::filesystem::remove(path_ / name);
     std::string written = write(name, bytes);
     std::filesystem::last_write_time(
         written, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
