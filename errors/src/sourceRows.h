@@ -63,6 +63,15 @@ inline constexpr ErrorRow kSourceRows[] = {
      BaseType::Value, true},
     {"KALVEX:datastore:BadParquet", "path, reason", "'{0}' can't be read as Parquet: {1}.",
      BaseType::Value, true},
+    {"KALVEX:datastore:BadIpc", "path, reason", "'{0}' can't be read as Arrow IPC: {1}.",
+     BaseType::Value, true},
+    {"KALVEX:datastore:BadNpy", "path, reason", "'{0}' can't be read as a NumPy array: {1}.",
+     BaseType::Value, true},
+    {"KALVEX:datastore:DifferentArrays", "path, array, first path, its array",
+     "Files of one array must have elements of one type and the same dimensions after that of "
+     "rows. "
+     "'{0}' has {1}, '{2}' has {3}.",
+     BaseType::Value, true},
     {"KALVEX:datastore:BadColumnData", "path, column, first row, last row, reason",
      "'{0}', column '{1:short}', rows {2} to {3}: {4}.", BaseType::Value, true},
     {"KALVEX:datastore:BadText", "path, row, column",
@@ -92,8 +101,9 @@ inline constexpr ErrorRow kSourceRows[] = {
      "texts can.",
      BaseType::Type, true},
     {"KALVEX:datastore:FixedType", "source, column, type, its type",
-     "Column '{1:short}' can't be read as {2:short}: in '{0}', a Parquet file, it has the type "
-     "{3:short}. Types can be set for CSV files only.",
+     "Column '{1:short}' can't be read as {2:short}: in '{0}' it has the type {3:short}. Types can "
+     "be "
+     "set for CSV files only.",
      BaseType::Value, true},
     {"KALVEX:datastore:FixedFormat", "source, format, option",
      "'{0}' is {1}; {2} can be set for CSV files only.", BaseType::Value, true},

@@ -2,6 +2,8 @@
 // the methods that the core calls there are functions by which front ends open, describe and
 // combine sources.
 
+#include <algorithm>
+#include <iterator>
 #include <optional>
 #include <vector>
 
@@ -14,13 +16,15 @@
 #include "kv/runtime/csv.h"
 #include "kv/runtime/datastoreObject.h"
 #include "kv/runtime/memory.h"
-#include "kv/runtime/parquet.h"
+#include "kv/runtime/npy.h"
 #include "persistence/MovedTables.h"
 #include "persistence/csvDescription.h"
-#include "persistence/parquetDescription.h"
 #include "persistence/savedSource.h"
+#include "source/BlockDatastore.h"
 #include "source/csv/CsvDatastore.h"
+#include "source/ipc/ipcBlocks.h"
 #include "source/memory/ArrayDatastore.h"
+#include "source/parquet/parquetBlocks.h"
 #include "values/chunkValues.h"
 #include "values/hostNames.h"
 #include "values/placesValues.h"
@@ -76,8 +80,13 @@ std::unique_ptr<Datastore> openCsvFiles(const FileRequest& request) {
   return openCsv(request.paths, request.types, request.csv);
 }
 
-std::unique_ptr<Datastore> openParquetFiles(const FileRequest& request) {
-  return openParquet(request.paths, request.types);
+template <const BlockFormat& format>
+std::unique_ptr<Datastore> openBlockFiles(const FileRequest& request) {
+  return std::make_unique<BlockDatastore>(format, request.paths, request.types);
+}
+
+std::unique_ptr<Datastore> openNpyFiles(const FileRequest& request) {
+  return openNpy(request.paths);
 }
 
 /// The constructor of a class of files; without inputs, the object has no source.
@@ -106,6 +115,12 @@ void constructArrays(const Call& call) {
   }
   host::setNativeValue(call.in(0),
                        std::make_unique<DatastoreValue>(openChunk(toChunk(call.in(1)), request)));
+}
+
+/// kv.npyDatastore(paths): the files as one array.
+void openNpyDatastore(const Call& call) {
+  call.expect(1, 1, 1);
+  call.out(0, datastoreObject(openFor(call, 0, openNpyFiles)));
 }
 
 /// kv.datastore(paths, names of columns, names of their types, separator, whether there is a
@@ -218,17 +233,24 @@ void formatNoteOf(const Call& call) {
   call.out(0, host::makeChars(datastoreOf(call.in(0))->formatNote()));
 }
 
+/// What arrays of as many rows have in common if the rows are positions; empty otherwise.
+void rowSpaceOf(const Call& call) {
+  const std::shared_ptr<const Datastore> source = datastoreOf(call.in(0));
+  call.out(0, host::makeChars(source->asArrays() == nullptr ? "" : source->rowSpace()));
+}
+
 void displayName(const Call& call) {
   call.out(0, host::makeChars(datastoreOf(call.in(0))->displayName()));
 }
 
 /// The files that are read, with their paths in the file system, whatever the source is called.
 void sourceFiles(const Call& call) {
-  std::vector<std::string> paths;
-  if (const auto* source = dynamic_cast<const FileDatastore*>(datastoreOf(call.in(0)).get())) {
-    for (const SourceFile& file : source->table().files) {
-      paths.push_back(file.absolutePath);
-    }
+  const std::shared_ptr<const Datastore> source = datastoreOf(call.in(0));
+  std::vector<std::string> paths = source->files();
+  if (const auto* files = dynamic_cast<const FileDatastore*>(source.get())) {
+    paths.clear();
+    std::ranges::transform(files->table().files, std::back_inserter(paths),
+                           &SourceFile::absolutePath);
   }
   call.out(0, host::makeStringColumn(paths));
 }
@@ -248,9 +270,9 @@ Value savedCsv(const kxArray* object) {
   return csv == nullptr ? Value() : describeCsv(csv->csv());
 }
 
-Value savedParquet(const kxArray* object) {
-  const auto* parquet = sourceIn<ParquetDatastore>(object);
-  return parquet == nullptr ? Value() : describeParquet(*parquet);
+Value savedBlocks(const kxArray* object) {
+  const auto* files = sourceIn<BlockDatastore>(object);
+  return files == nullptr ? Value() : savedDescription(files->describeForSave());
 }
 
 void restore(const kxArray* object, std::shared_ptr<const FileDatastore> source) {
@@ -260,16 +282,17 @@ void restore(const kxArray* object, std::shared_ptr<const FileDatastore> source)
   host::setNativeValue(object, std::make_unique<DatastoreValue>(std::move(source)));
 }
 
-/// Of arrays in memory the rows aren't saved, and nothing else would lead to them.
+/// Of arrays in memory the rows aren't saved, and nothing else would lead to them; others are
+/// described.
 Value savedArrays(const kxArray* object) {
   const auto* arrays = sourceIn<ArrayDatastore>(object);
   if (arrays == nullptr) {
     return Value();
   }
-  if (!arrays->isGenerated()) {
+  if (!arrays->isDescribed()) {
     host::raise("KALVEX:datastore:NotSaveable", {arrays->displayName()});
   }
-  return savedDescription(arrays->describe());
+  return savedDescription(arrays->describeForSave());
 }
 
 void restoreArrays(const kxArray* object, const kxArray* saved) {
@@ -277,8 +300,8 @@ void restoreArrays(const kxArray* object, const kxArray* saved) {
     return;
   }
   std::shared_ptr<const Datastore> source = openSaved(saved);
-  if (source->asArrays() == nullptr || !source->asArrays()->isGenerated()) {
-    host::raise("KALVEX:datastore:BadDescription", {"generated arrays are expected"});
+  if (source->asArrays() == nullptr || !source->asArrays()->isDescribed()) {
+    host::raise("KALVEX:datastore:BadDescription", {"arrays that aren't in memory are expected"});
   }
   host::setNativeValue(object, std::make_unique<DatastoreValue>(std::move(source)));
 }
@@ -289,19 +312,27 @@ void restoreCsv(const kxArray* object, const kxArray* saved) {
   }
 }
 
-void restoreParquet(const kxArray* object, const kxArray* saved) {
-  if (saved != nullptr) {
-    restore(object, parquetFromDescription(saved));
+template <const BlockFormat& format>
+void restoreBlocks(const kxArray* object, const kxArray* saved) {
+  if (saved == nullptr) {
+    return;
   }
+  auto source = std::dynamic_pointer_cast<const BlockDatastore>(openSaved(saved));
+  if (source == nullptr || &source->format() != &format) {
+    host::raise("KALVEX:datastore:BadDescription",
+                {std::string(format.shown) + " files are expected"});
+  }
+  restore(object, std::move(source));
 }
 
 }  // namespace
 
 Value datastoreObject(std::shared_ptr<const Datastore> source) {
-  const bool isParquet = dynamic_cast<const ParquetDatastore*>(source.get()) != nullptr;
-  Value object = source->asArrays() != nullptr ? host::call(kArrayDatastore)
-                 : isParquet                   ? host::call(kParquetDatastore)
-                                               : host::call(kCsvDatastore);
+  const auto* blocks = dynamic_cast<const BlockDatastore*>(source.get());
+  Value object = source->asArrays() != nullptr          ? host::call(kArrayDatastore)
+                 : blocks == nullptr                    ? host::call(kCsvDatastore)
+                 : &blocks->format() == &kParquetBlocks ? host::call(kParquetDatastore)
+                                                        : host::call(kIpcDatastore);
   host::setNativeValue(object.get(), std::make_unique<DatastoreValue>(std::move(source)));
   return object;
 }
@@ -314,7 +345,7 @@ void defineDatastores(host::Session& session) {
                          computed("ColumnFileTypes", fileTypesOfColumns),
                          computed("NumPartitions", numPartitions), computed("NumRows", numRows),
                          computed("DisplayName", displayName), computed("FormatNote", formatNoteOf),
-                         computed("Files", sourceFiles)},
+                         computed("Files", sourceFiles), computed("RowSpace", rowSpaceOf)},
           .methods = {method("copy", copyDatastore, 1, 1)}});
   define(session, {.name = kCsvDatastore,
                    .superclasses = {kDatastore},
@@ -322,13 +353,18 @@ void defineDatastores(host::Session& session) {
                    .savedForm = host::SavedForm{savedCsv, restoreCsv}});
   define(session, {.name = kParquetDatastore,
                    .superclasses = {kDatastore},
-                   .constructor = constructor(construct<openParquetFiles>, 1, 4),
-                   .savedForm = host::SavedForm{savedParquet, restoreParquet}});
+                   .constructor = constructor(construct<openBlockFiles<kParquetBlocks>>, 1, 4),
+                   .savedForm = host::SavedForm{savedBlocks, restoreBlocks<kParquetBlocks>}});
+  define(session, {.name = kIpcDatastore,
+                   .superclasses = {kDatastore},
+                   .constructor = constructor(construct<openBlockFiles<kIpcBlocks>>, 1, 4),
+                   .savedForm = host::SavedForm{savedBlocks, restoreBlocks<kIpcBlocks>}});
   define(session, {.name = kArrayDatastore,
                    .superclasses = {kDatastore},
                    .constructor = constructor(constructArrays, 1, 3),
                    .savedForm = host::SavedForm{savedArrays, restoreArrays}});
   session.defineFunction("kv.datastore", openDatastore);
+  session.defineFunction("kv.npyDatastore", openNpyDatastore);
   session.defineFunction("kv.rowPlaces", rowPlaces);
   session.defineFunction("kv.readPlaces", readPlaces);
   session.defineFunction("kv.firstRows", firstRows);

@@ -83,6 +83,22 @@ std::vector<std::size_t> expandedColumns(const Dimensions& from, const Dimension
   return columns;
 }
 
+std::vector<std::size_t> rowMajorColumns(const Dimensions& trailing) {
+  std::vector<std::size_t> order{0};
+  std::size_t stride = 1;
+  for (const std::int64_t extent : trailing) {
+    std::vector<std::size_t> next;
+    for (const std::size_t before : order) {
+      for (std::size_t i = 0; i < static_cast<std::size_t>(extent); ++i) {
+        next.push_back(before + i * stride);
+      }
+    }
+    order = std::move(next);
+    stride *= static_cast<std::size_t>(extent);
+  }
+  return order;
+}
+
 bool isOfOneType(const Chunk& array) {
   return std::ranges::all_of(array.columns, [&](const Column& column) {
     return column.type() == array.type() &&

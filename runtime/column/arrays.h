@@ -37,6 +37,10 @@ std::optional<Dimensions> expanded(const Dimensions& a, const Dimensions& b);
 /// Requires: expanded(from, to) == to.
 std::vector<std::size_t> expandedColumns(const Dimensions& from, const Dimensions& to);
 
+/// The columns in the order in which their elements follow one another in a row: the last
+/// dimension varies first there, whereas columns are in column-major order.
+std::vector<std::size_t> rowMajorColumns(const Dimensions& trailing);
+
 /// True for columns that all have the element type of the first.
 bool isOfOneType(const Chunk& array);
 

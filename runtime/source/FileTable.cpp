@@ -89,15 +89,44 @@ void requireSameColumns(const std::string& path, const Names& names, const std::
   }
 }
 
+void requireTypes(const std::string& source, const Schema& schema,
+                  const std::vector<TypeOverride>& types) {
+  for (const TypeOverride& wanted : types) {
+    const ColumnInfo& column = schema[columnIndex(schema, wanted.column)];
+    if (typeNamed(wanted) != column.type) {
+      errors::raiseStep("KALVEX:datastore:FixedType",
+                        {source, column.name, wanted.type, shownType(column)});
+    }
+  }
+}
+
+std::string shownType(const ColumnInfo& column) {
+  return column.isReadable() ? std::string(elementTypeName(column.type)) : column.fileType;
+}
+
+void writeFile(ByteWriter& bytes, const SourceFile& file) {
+  bytes.text(file.path);
+  bytes.text(file.absolutePath);
+  bytes.number(file.bytes);
+  bytes.number(file.modified);
+  bytes.flag(file.isFromSave);
+}
+
+SourceFile readFile(ByteReader& bytes) {
+  SourceFile file;
+  file.path = bytes.text();
+  file.absolutePath = bytes.text();
+  file.bytes = bytes.number<std::int64_t>();
+  file.modified = bytes.number<std::int64_t>();
+  file.isFromSave = bytes.flag();
+  return file;
+}
+
 void writeTable(ByteWriter& bytes, const FileTable& table) {
   bytes.text(table.name);
   bytes.number<std::uint64_t>(table.files.size());
   for (const SourceFile& file : table.files) {
-    bytes.text(file.path);
-    bytes.text(file.absolutePath);
-    bytes.number(file.bytes);
-    bytes.number(file.modified);
-    bytes.flag(file.isFromSave);
+    writeFile(bytes, file);
   }
   bytes.number<std::uint64_t>(table.schema.size());
   for (const ColumnInfo& column : table.schema) {
@@ -114,11 +143,7 @@ FileTable readTable(ByteReader& bytes) {
   table.name = bytes.text();
   table.files.resize(bytes.count(4 * sizeof(std::uint64_t)));
   for (SourceFile& file : table.files) {
-    file.path = bytes.text();
-    file.absolutePath = bytes.text();
-    file.bytes = bytes.number<std::int64_t>();
-    file.modified = bytes.number<std::int64_t>();
-    file.isFromSave = bytes.flag();
+    file = readFile(bytes);
   }
   table.schema.resize(bytes.count(2 * sizeof(std::uint64_t) + 3));
   for (ColumnInfo& column : table.schema) {

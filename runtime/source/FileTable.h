@@ -48,6 +48,20 @@ void requireSameColumns(const std::string& path, const std::vector<std::string>&
                         const std::string& first, const std::vector<std::string>& expected,
                         const std::string& note = {});
 
+/// Types that the user names may only confirm those of a format that fixes them.
+///
+/// Errors: "KALVEX:datastore:FixedType", "KALVEX:datastore:UnknownColumn",
+///         "KALVEX:datastore:UnknownType".
+void requireTypes(const std::string& source, const Schema& schema,
+                  const std::vector<TypeOverride>& types);
+
+/// The type of a column for messages: that in the file if it can't be read.
+std::string shownType(const ColumnInfo& column);
+
+/// A file as bytes.
+void writeFile(ByteWriter& bytes, const SourceFile& file);
+SourceFile readFile(ByteReader& bytes);
+
 /// A table as bytes.
 void writeTable(ByteWriter& bytes, const FileTable& table);
 

@@ -68,6 +68,7 @@ inline constexpr char kDuration[] = "duration";
 inline constexpr char kDatastore[] = "kalvex.io.Datastore";
 inline constexpr char kCsvDatastore[] = "kalvex.io.CsvDatastore";
 inline constexpr char kParquetDatastore[] = "kalvex.io.ParquetDatastore";
+inline constexpr char kIpcDatastore[] = "kalvex.io.IpcDatastore";
 inline constexpr char kArrayDatastore[] = "kalvex.io.ArrayDatastore";
 
 }  // namespace kv::runtime

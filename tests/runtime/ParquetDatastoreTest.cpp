@@ -21,7 +21,8 @@
 #include "runtime/fileBytes.h"
 #include "runtime/readAll.h"
 #include "runtime/typedColumns.h"
-#include "source/parquet/ParquetDatastore.h"
+#include "source/BlockDatastore.h"
+#include "source/parquet/parquetBlocks.h"
 #include "source/registry/openSource.h"
 #include "support/TempFolder.h"
 
@@ -109,10 +110,10 @@ TEST_F(Parquet, CutsRowGroupsIntoPartitionsByTheirSizeAlone) {
     std::int64_t bytes;
     std::int64_t partitions;
   };
-  const ParquetDatastore whole(std::vector{path});
+  const BlockDatastore whole(kParquetBlocks, std::vector{path});
   EXPECT_EQ(whole.numPartitions(), 1);
-  for (const Case& each : {Case{1, 15}, Case{200'000, 8}, Case{kParquetPartitionBytes, 1}}) {
-    const ParquetDatastore source(std::vector{path}, {}, each.bytes);
+  for (const Case& each : {Case{1, 15}, Case{200'000, 8}, Case{kBlockPartitionBytes, 1}}) {
+    const BlockDatastore source(kParquetBlocks, std::vector{path}, {}, each.bytes);
     EXPECT_EQ(source.numPartitions(), each.partitions);
     EXPECT_EQ(allValues<double>(source, "x"), values);
     EXPECT_EQ(allTexts(source, "t"), names);
@@ -247,10 +248,9 @@ TEST_F(Parquet, NeverTrustsAByte) {
                         {"t", arrayOf(arrow::utf8(), R"(["one", "two", null, "four"])")}};
   const std::string good = parquetBytes(columns, {.groupRows = 3});
   const auto outcomeOf = [&](const std::string& bytes) -> std::string {
-    std::filesystem::remove(folder_.path("bad.parquet"));  // writing over it waits for the disk
     const std::string path = folder_.writeAtRest("bad.parquet", bytes);
     try {
-      const ParquetDatastore source(std::vector{path}, {}, 1);
+      const BlockDatastore source(kParquetBlocks, std::vector{path}, {}, 1);
       std::string values;
       for (const double x : allNumbers(source, "x")) {
         values += std::to_string(x) + ", ";
@@ -345,7 +345,7 @@ TEST_F(Parquet, IsOpenedFromItsDescription) {
   const std::string path =
       write("t.parquet", {{"x", doubles({1, 2, 3})}, {"d", arrayOf(arrow::date32(), "[1, 2, 3]")}},
             {.groupRows = 2});
-  const ParquetDatastore source(std::vector{path}, {}, 1);
+  const BlockDatastore source(kParquetBlocks, std::vector{path}, {}, 1);
   const std::string description = source.describe();
   const auto opened = openSource(description);
   EXPECT_EQ(opened->schema(), source.schema());

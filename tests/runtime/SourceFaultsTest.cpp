@@ -14,9 +14,10 @@
 
 #include "runtime/fileBytes.h"
 #include "runtime/readAll.h"
+#include "source/BlockDatastore.h"
 #include "source/SourceFile.h"
 #include "source/csv/CsvDatastore.h"
-#include "source/parquet/ParquetDatastore.h"
+#include "source/parquet/parquetBlocks.h"
 #include "support/Seed.h"
 #include "support/SystemCalls.h"
 #include "support/TempFolder.h"
@@ -100,7 +101,8 @@ const Form kForms[] = {
      }},
     {"parquet", ".parquet", 0, parquetOf,
      [](const std::string& folder) -> std::unique_ptr<Datastore> {
-       return std::make_unique<ParquetDatastore>(Paths{folder}, std::vector<TypeOverride>{}, 1);
+       return std::make_unique<BlockDatastore>(kParquetBlocks, Paths{folder},
+                                               std::vector<TypeOverride>{}, 1);
      }},
 };
 

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "column/allocate.h"
+#include "column/arrays.h"
 #include "column/elementTypes.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/Column.h"
@@ -71,30 +72,12 @@ std::string headerOf(const SinkSchema& schema, std::int64_t rows) {
   return header + text;
 }
 
-/// The columns in the order in which their elements follow one another in a row: the last
-/// dimension varies first, whereas columns are in column-major order.
-std::vector<std::size_t> columnOrder(const Dimensions& trailing) {
-  std::vector<std::size_t> order{0};
-  std::size_t stride = 1;
-  for (const std::int64_t extent : trailing) {
-    std::vector<std::size_t> next;
-    for (const std::size_t before : order) {
-      for (std::size_t i = 0; i < static_cast<std::size_t>(extent); ++i) {
-        next.push_back(before + i * stride);
-      }
-    }
-    order = std::move(next);
-    stride *= static_cast<std::size_t>(extent);
-  }
-  return order;
-}
-
 class NpyWriter final : public RowWriter {
  public:
   NpyWriter(OutputPtr file, SinkSchema schema, bool hasHeader)
       : file_(std::move(file)),
         schema_(std::move(schema)),
-        order_(columnOrder(trailingOf(schema_))),
+        order_(rowMajorColumns(trailingOf(schema_))),
         hasHeader_(hasHeader) {
     if (hasHeader_) {
       file_->put(headerOf(schema_, 0));

@@ -1,6 +1,7 @@
 // Memory has no name that another process knows, so arrays in memory are identified by a token: a
 // random number of the process and a counter. A description leads to them through a list of all
-// that are alive. Generated arrays are identified, and described, by what generates them.
+// that are alive. Generated arrays, and those in files, are identified, and described, by what
+// generates them, or where they are.
 
 #include "source/memory/ArrayDatastore.h"
 
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cassert>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -26,7 +28,7 @@ namespace kv::runtime {
 
 namespace {
 
-enum class Form : std::uint8_t { Memory, Generated };
+enum class Form : std::uint8_t { Memory, Described };
 
 Schema schemaOf(const ArrayTable& table) {
   Schema schema;
@@ -45,6 +47,13 @@ Schema schemaOf(const ArrayTable& table) {
   return schema;
 }
 
+/// What all of the columns are read with; null if there is no such block.
+const ArrayBlock* blockOf(const std::vector<std::shared_ptr<const ArrayColumn>>& columns) {
+  const ArrayBlock* block = columns.empty() ? nullptr : columns.front()->block();
+  const auto isOther = [&](const auto& column) { return column->block() != block; };
+  return std::ranges::any_of(columns, isOther) ? nullptr : block;
+}
+
 std::int64_t chunkRowsOf(const ArrayTable& table) {
   std::vector<ElementType> types;
   for (const auto& column : table.columns) {
@@ -53,21 +62,21 @@ std::int64_t chunkRowsOf(const ArrayTable& table) {
   return pieceRows(types);
 }
 
-bool areGenerated(const ArrayTable& table) {
+bool areDescribed(const ArrayTable& table) {
   return std::ranges::all_of(table.columns,
-                             [](const auto& column) { return column->isGenerated(); });
+                             [](const auto& column) { return column->isDescribed(); });
 }
 
-std::string describeGenerated(const ArrayTable& table) {
+std::string describeArrays(const ArrayTable& table, bool isForSave = false) {
   ByteWriter bytes;
-  bytes.number(static_cast<std::uint8_t>(Form::Generated));
+  bytes.number(static_cast<std::uint8_t>(Form::Described));
   bytes.text(table.name);
   table.cut.write(bytes);
   bytes.texts(table.names);
   writeDimensions(table.trailing, bytes);
   bytes.number<std::uint64_t>(table.columns.size());
   for (const auto& column : table.columns) {
-    column->describe(bytes);
+    isForSave ? column->describeForSave(bytes) : column->describe(bytes);
   }
   return bytes.take();
 }
@@ -83,12 +92,14 @@ std::string describeMemory() {
   return bytes.take();
 }
 
-ArrayTable readGenerated(ByteReader& bytes) {
+ArrayTable readArrays(ByteReader& bytes, ReadFileColumn readFileColumn) {
   std::string name = bytes.text();
   ArrayTable table{std::move(name), PositionCut::read(bytes), bytes.texts(), readDimensions(bytes)};
   table.columns.resize(bytes.count());
+  const ArrayColumn* previous = nullptr;
   for (auto& column : table.columns) {
-    column = readGenerator(bytes, table.cut);
+    column = readGenerator(bytes, table.cut, previous, readFileColumn);
+    previous = column.get();
   }
   const bool isOfOneType = std::ranges::all_of(table.columns, [&](const auto& column) {
     return column->type() == table.columns.front()->type();
@@ -110,15 +121,15 @@ struct ArrayDatastore::State {
         schema(schemaOf(table)),
         rowSpace(table.cut.rowSpace()),
         chunkRows(chunkRowsOf(table)),
-        isGenerated(areGenerated(table)),
-        description(isGenerated ? describeGenerated(table) : describeMemory()),
+        isDescribed(areDescribed(table)),
+        description(isDescribed ? describeArrays(table) : describeMemory()),
         fingerprint(Fingerprint().add(kMemoryFormat).add(description).digits()) {}
 
   const ArrayTable table;
   const Schema schema;
   const std::string rowSpace;
   const std::int64_t chunkRows;
-  const bool isGenerated;
+  const bool isDescribed;
   const std::string description;  ///< after the name of the format
   const std::string fingerprint;
 };
@@ -160,14 +171,14 @@ class ArrayDatastore::Living {
 };
 
 ArrayDatastore::ArrayDatastore(ArrayTable table)
-    : state_(areGenerated(table) ? std::make_shared<const State>(std::move(table))
+    : state_(areDescribed(table) ? std::make_shared<const State>(std::move(table))
                                  : Living::all().add(std::move(table))) {}
 
 const ArrayTable& ArrayDatastore::table() const { return state_->table; }
 const PositionCut& ArrayDatastore::cut() const { return state_->table.cut; }
 const Schema& ArrayDatastore::schema() const { return state_->schema; }
 std::int64_t ArrayDatastore::chunkRows() const { return state_->chunkRows; }
-bool ArrayDatastore::isGenerated() const { return state_->isGenerated; }
+bool ArrayDatastore::isDescribed() const { return state_->isDescribed; }
 const std::string& ArrayDatastore::fingerprint() const { return state_->fingerprint; }
 const std::string& ArrayDatastore::rowSpace() const { return state_->rowSpace; }
 
@@ -184,6 +195,23 @@ std::string ArrayDatastore::describe() const {
   ByteWriter bytes;
   bytes.text(kMemoryFormat);
   return bytes.take() + state_->description;
+}
+
+std::string ArrayDatastore::describeForSave() const {
+  assert(isDescribed());
+  ByteWriter bytes;
+  bytes.text(kMemoryFormat);
+  return bytes.take() + describeArrays(table(), true);
+}
+
+std::vector<std::string> ArrayDatastore::files() const {
+  const auto* block = blockOf(table().columns);
+  return block == nullptr ? std::vector<std::string>{} : block->files();
+}
+
+std::string ArrayDatastore::fileOf(std::int64_t partition) const {
+  const auto* block = blockOf(table().columns);
+  return block == nullptr ? std::string() : block->fileOf(cut().begin(partition));
 }
 
 ArrayRows ArrayDatastore::select(const std::vector<std::string>& columns) const {
@@ -226,6 +254,12 @@ Chunk ArrayDatastore::emptyChunk(std::int64_t partition,
 Chunk ArrayRows::read(std::int64_t partition, std::int64_t first,
                       const RowOrdinals& ordinals) const {
   Chunk chunk{partition, ordinals, names_, {}, trailing_};
+  if (const ArrayBlock* block = blockOf(columns_)) {
+    std::vector<std::size_t> numbers;
+    std::ranges::transform(columns_, std::back_inserter(numbers), &ArrayColumn::numberInBlock);
+    chunk.columns = block->read(first, ordinals.rows(), numbers);
+    return chunk;
+  }
   chunk.columns.reserve(columns_.size());
   for (const auto& column : columns_) {
     chunk.columns.push_back(column->elements(first, ordinals.rows()));
@@ -281,9 +315,10 @@ std::unique_ptr<ChunkReader> ArrayDatastore::openPartition(
       PositionReader({select(columns)}, cut(), partition, chunkRows(), cancellation));
 }
 
-std::shared_ptr<const Datastore> openDescribedArrays(ByteReader& bytes) {
-  if (static_cast<Form>(bytes.number<std::uint8_t>()) == Form::Generated) {
-    return std::make_shared<ArrayDatastore>(readGenerated(bytes));
+std::shared_ptr<const Datastore> openDescribedArrays(ByteReader& bytes,
+                                                     ReadFileColumn readFileColumn) {
+  if (static_cast<Form>(bytes.number<std::uint8_t>()) == Form::Described) {
+    return std::make_shared<ArrayDatastore>(readArrays(bytes, readFileColumn));
   }
   ByteWriter description;
   description.number(static_cast<std::uint8_t>(Form::Memory));

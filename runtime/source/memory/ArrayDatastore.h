@@ -49,8 +49,9 @@ class ArrayRows {
   Dimensions trailing_;
 };
 
-/// Rows that are positions 0 to n-1: arrays in memory, which are borrowed, and generated ones,
-/// which take no memory. Those of n rows have one row space, however they are cut.
+/// Rows that are positions 0 to n-1: arrays in memory, which are borrowed, generated ones, which
+/// take no memory, and files that can be read at any position. Those of n rows have one row space,
+/// however they are cut.
 ///
 /// An array has one column in the schema, without a name, and its chunks have none either.
 class ArrayDatastore final : public Datastore {
@@ -67,8 +68,12 @@ class ArrayDatastore final : public Datastore {
   /// Errors: "KALVEX:datastore:UnknownColumn".
   ArrayRows select(const std::vector<std::string>& columns) const;
 
-  /// True if all columns are generated: such a source can be saved, and opened in any process.
-  bool isGenerated() const;
+  /// True if all columns are computed or in files: such a source can be saved, and opened in any
+  /// process.
+  bool isDescribed() const;
+
+  /// The description to save. Requires: isDescribed().
+  std::string describeForSave() const;
 
   const Schema& schema() const override;
   std::int64_t numPartitions() const override { return cut().numPartitions(); }
@@ -83,6 +88,8 @@ class ArrayDatastore final : public Datastore {
   std::optional<std::int64_t> knownRows(std::int64_t partition) const override;
   const ArrayDatastore* asArrays() const override { return this; }
   std::string displayName() const override { return table().name; }
+  std::vector<std::string> files() const override;
+  std::string fileOf(std::int64_t partition) const override;
 
   /// Of arrays in memory a token, which leads to them in this process as long as they are there.
   std::string describe() const override;
@@ -92,7 +99,8 @@ class ArrayDatastore final : public Datastore {
   class Living;
 
   explicit ArrayDatastore(std::shared_ptr<const State> state) : state_(std::move(state)) {}
-  friend std::shared_ptr<const Datastore> openDescribedArrays(ByteReader& description);
+  friend std::shared_ptr<const Datastore> openDescribedArrays(ByteReader& description,
+                                                              ReadFileColumn readFileColumn);
 
   /// Copies share it.
   std::shared_ptr<const State> state_;
@@ -122,6 +130,7 @@ class PositionReader {
 
 /// Reads what follows the name of the format in a description.
 /// Errors: "KALVEX:executor:BadBytes", also for arrays in memory that are no longer there.
-std::shared_ptr<const Datastore> openDescribedArrays(ByteReader& description);
+std::shared_ptr<const Datastore> openDescribedArrays(ByteReader& description,
+                                                     ReadFileColumn readFileColumn);
 
 }  // namespace kv::runtime

@@ -23,10 +23,10 @@
 #include "column/pool.h"
 #include "kv/errors/StepError.h"
 #include "kv/runtime/memory.h"
+#include "source/arrowColumn.h"
 #include "source/distinctNames.h"
 #include "source/memory/ArrayDatastore.h"
 #include "source/memory/cutOf.h"
-#include "source/parquet/ParquetColumn.h"
 
 namespace kv::runtime {
 

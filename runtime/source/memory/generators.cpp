@@ -307,7 +307,9 @@ std::shared_ptr<const Datastore> generated(
                                                      std::move(columns)});
 }
 
-std::shared_ptr<const ArrayColumn> readGenerator(ByteReader& bytes, const PositionCut& cut) {
+std::shared_ptr<const ArrayColumn> readGenerator(ByteReader& bytes, const PositionCut& cut,
+                                                 const ArrayColumn* previous,
+                                                 ReadFileColumn readFileColumn) {
   using Read = std::shared_ptr<const ArrayColumn> (*)(ByteReader&, const PositionCut&);
   static constexpr std::pair<GeneratorKind, Read> kReaders[] = {
       {GeneratorKind::Full, Full::read},
@@ -317,6 +319,9 @@ std::shared_ptr<const ArrayColumn> readGenerator(ByteReader& bytes, const Positi
       {GeneratorKind::Random, readRandomColumn},
   };
   const auto kind = static_cast<GeneratorKind>(bytes.number<std::uint8_t>());
+  if (kind == GeneratorKind::File) {
+    return readFileColumn(bytes, cut, previous);
+  }
   const auto* row = std::ranges::find(kReaders, kind, &std::pair<GeneratorKind, Read>::first);
   if (row == std::end(kReaders)) {
     bytes.refuse();

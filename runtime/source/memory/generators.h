@@ -12,8 +12,8 @@
 
 namespace kv::runtime {
 
-/// How a generated column is computed; the first byte of its description.
-enum class GeneratorKind : std::uint8_t { Full, Arange, WholeArange, Linspace, Random };
+/// How a column is computed, or where it is; the first byte of its description.
+enum class GeneratorKind : std::uint8_t { Full, Arange, WholeArange, Linspace, Random, File };
 
 /// A column whose elements follow from their positions.
 class Generator : public ArrayColumn {
@@ -21,7 +21,7 @@ class Generator : public ArrayColumn {
   explicit Generator(ElementType type) : type_(type) {}
 
   ElementType type() const override { return type_; }
-  bool isGenerated() const override { return true; }
+  bool isDescribed() const override { return true; }
 
  private:
   ElementType type_;
@@ -32,8 +32,12 @@ std::shared_ptr<const Datastore> generated(std::string name, PositionCut cut, Di
                                            std::vector<std::shared_ptr<const ArrayColumn>> columns);
 
 /// The column that ArrayColumn::describe() described; of an array that is cut like that.
+///
+/// `previous`: the column that was read before; null for the first.
 /// Errors: "KALVEX:executor:BadBytes".
-std::shared_ptr<const ArrayColumn> readGenerator(ByteReader& bytes, const PositionCut& cut);
+std::shared_ptr<const ArrayColumn> readGenerator(ByteReader& bytes, const PositionCut& cut,
+                                                 const ArrayColumn* previous,
+                                                 ReadFileColumn readFileColumn);
 
 /// The same for a column of random numbers, after its kind.
 std::shared_ptr<const ArrayColumn> readRandomColumn(ByteReader& bytes, const PositionCut& cut);

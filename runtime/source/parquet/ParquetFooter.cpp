@@ -22,8 +22,8 @@
 #include "column/elementTypes.h"
 #include "kv/errors/StepError.h"
 #include "source/Fingerprint.h"
+#include "source/arrowColumn.h"
 #include "source/distinctNames.h"
-#include "source/parquet/ParquetColumn.h"
 
 namespace kv::runtime {
 
@@ -103,7 +103,8 @@ void readColumns(ParquetFooter& footer) {
   }
 }
 
-void checkRows(const parquet::FileMetaData& metadata) {
+void readBlocks(ParquetFooter& footer) {
+  const parquet::FileMetaData& metadata = *footer.metadata;
   std::int64_t rows = 0;
   for (int group = 0; group < metadata.num_row_groups(); ++group) {
     const std::int64_t more = metadata.RowGroup(group)->num_rows();
@@ -111,6 +112,8 @@ void checkRows(const parquet::FileMetaData& metadata) {
       throw parquet::ParquetException("row groups have more rows than the file");
     }
     rows += more;
+    footer.blocks.push_back(
+        {more, std::max<std::int64_t>(0, metadata.RowGroup(group)->total_byte_size())});
   }
   if (rows != metadata.num_rows()) {
     throw parquet::ParquetException("row groups have fewer rows than the file");
@@ -137,7 +140,7 @@ std::shared_ptr<const ParquetFooter> ParquetFooter::read(const SourceInput& inpu
     if (footer->metadata->is_encryption_algorithm_set()) {
       refuse(input.file(), "it is encrypted");
     }
-    checkRows(*footer->metadata);
+    readBlocks(*footer);
     readColumns(*footer);
   } catch (const parquet::ParquetStatusException& exception) {
     throwIfOutOfMemory(exception.status());
@@ -146,25 +149,6 @@ std::shared_ptr<const ParquetFooter> ParquetFooter::read(const SourceInput& inpu
     refuse(input.file(), "its footer is damaged");
   }
   return footer;
-}
-
-std::vector<RowGroups> ParquetFooter::partitions(std::int64_t partitionBytes) const {
-  std::vector<RowGroups> runs(1);
-  std::int64_t bytes = 0;
-  for (int group = 0; group < metadata->num_row_groups(); ++group) {
-    const auto facts = metadata->RowGroup(group);
-    const std::int64_t more = std::max<std::int64_t>(0, facts->total_byte_size());
-    RowGroups* run = &runs.back();
-    if (run->first < run->end && more > partitionBytes - bytes) {
-      runs.push_back({group, group, run->firstRow + run->rows, 0});
-      run = &runs.back();
-      bytes = 0;
-    }
-    run->end = group + 1;
-    run->rows += facts->num_rows();
-    bytes += std::min(more, partitionBytes);
-  }
-  return runs;
 }
 
 }  // namespace kv::runtime

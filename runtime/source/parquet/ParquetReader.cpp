@@ -20,7 +20,7 @@
 #include "column/pieces.h"
 #include "kv/errors/StepError.h"
 #include "source/FileTable.h"
-#include "source/parquet/ParquetColumn.h"
+#include "source/arrowColumn.h"
 #include "source/parquet/ParquetStatistics.h"
 
 namespace kv::runtime {
@@ -38,7 +38,7 @@ constexpr std::int64_t kStreamBytes = 256 * 1024;
 
 /// Rows of a chunk: fewer if the values of some column that can be read are long. Depends on all
 /// columns, whichever are requested.
-std::int64_t chunkRowsOf(const ParquetFooter& footer, const RowGroups& groups) {
+std::int64_t chunkRowsOf(const ParquetFooter& footer, const BlockRun& groups) {
   std::int64_t bytesPerRow = 0;
   for (int group = groups.first; group < groups.end; ++group) {
     const auto facts = footer.metadata->RowGroup(group);
@@ -57,7 +57,7 @@ std::int64_t chunkRowsOf(const ParquetFooter& footer, const RowGroups& groups) {
 }
 
 /// The largest sum of compressed bytes that the columns have in a row group.
-std::int64_t compressedBytes(const ParquetFooter& footer, const RowGroups& groups,
+std::int64_t compressedBytes(const ParquetFooter& footer, const BlockRun& groups,
                              const std::vector<int>& leaves) {
   std::int64_t most = 0;
   for (int group = groups.first; group < groups.end; ++group) {
@@ -83,8 +83,8 @@ std::string reasonOf(const arrow::Status& status) {
 
 }  // namespace
 
-ParquetReader::ParquetReader(std::unique_ptr<ParquetInput> input,
-                             std::shared_ptr<const ParquetFooter> footer, ParquetRequest request,
+ParquetReader::ParquetReader(std::unique_ptr<ArrowInput> input,
+                             std::shared_ptr<const ParquetFooter> footer, BlockRequest request,
                              const CancellationToken& cancellation)
     : input_(std::move(input)),
       footer_(std::move(footer)),
@@ -104,7 +104,7 @@ ParquetReader::ParquetReader(std::unique_ptr<ParquetInput> input,
 ParquetReader::~ParquetReader() = default;
 
 void ParquetReader::open() {
-  chunkRows_ = chunkRowsOf(*footer_, request_.groups);
+  chunkRows_ = chunkRowsOf(*footer_, request_.blocks);
   findRuns();
   if (request_.columns.empty()) {
     return;
@@ -114,7 +114,7 @@ void ParquetReader::open() {
   }
   parquet::ReaderProperties properties(request_.pool);
   properties.set_page_checksum_verification(true);
-  if (compressedBytes(*footer_, request_.groups, leaves_) > kWholeBytes) {
+  if (compressedBytes(*footer_, request_.blocks, leaves_) > kWholeBytes) {
     properties.enable_buffered_stream();
     properties.set_buffer_size(kStreamBytes);
   }
@@ -130,7 +130,7 @@ void ParquetReader::open() {
 /// The row groups that may have a row which fulfils all conditions.
 void ParquetReader::findRuns() {
   std::int64_t row = 0;
-  for (std::int32_t group = request_.groups.first; group < request_.groups.end; ++group) {
+  for (std::int32_t group = request_.blocks.first; group < request_.blocks.end; ++group) {
     const std::int64_t rows = footer_->metadata->RowGroup(group)->num_rows();
     const bool isSkipped =
         std::ranges::any_of(request_.conditions, [&](const RowCondition& condition) {
@@ -173,7 +173,7 @@ std::optional<Chunk> ParquetReader::next() {
     ++run_;
   }
   if (run_ == runs_.size()) {
-    skippedRows_ += request_.groups.rows - std::exchange(nextRow_, request_.groups.rows);
+    skippedRows_ += request_.blocks.rows - std::exchange(nextRow_, request_.blocks.rows);
     input_->source().throwIfReplaced();
     return std::nullopt;
   }
@@ -233,7 +233,7 @@ std::optional<Column> ParquetReader::nextBatch(std::size_t column, std::int64_t 
   Column values = toColumn(info.type, array, request_.pool);
   if (info.type == ElementType::String) {
     if (const auto row = firstNotText(*arrow::MakeArray(values.data()))) {
-      const std::int64_t inFile = request_.groups.firstRow + firstRow + *row + 1;
+      const std::int64_t inFile = request_.blocks.firstRow + firstRow + *row + 1;
       errors::raiseStep("KALVEX:datastore:BadText",
                         {input_->source().file().path, std::to_string(inFile), info.name});
     }
@@ -245,9 +245,9 @@ std::optional<Column> ParquetReader::nextBatch(std::size_t column, std::int64_t 
 }
 
 void ParquetReader::raiseBadData(std::size_t column, const std::string& reason) const {
-  const std::int64_t first = request_.groups.firstRow + nextRow_;
+  const std::int64_t first = request_.blocks.firstRow + nextRow_;
   const std::int64_t end =
-      std::min(first + chunkRows_, request_.groups.firstRow + request_.groups.rows);
+      std::min(first + chunkRows_, request_.blocks.firstRow + request_.blocks.rows);
   errors::raiseStep("KALVEX:datastore:BadColumnData",
                     {input_->source().file().path, request_.columns[column].name,
                      std::to_string(first + 1), std::to_string(end), reason});

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "kv/runtime/Datastore.h"
+#include "source/ArrowInput.h"
 #include "source/parquet/ParquetFooter.h"
-#include "source/parquet/ParquetInput.h"
 
 namespace arrow {
 class RecordBatchReader;
@@ -19,15 +19,6 @@ class FileReader;
 
 namespace kv::runtime {
 
-/// A partition of Parquet files, and what is read of it.
-struct ParquetRequest {
-  std::int64_t partition = 0;            ///< of the table
-  RowGroups groups;                      ///< of the file
-  Schema columns;                        ///< of the file that are requested, in that order
-  std::vector<RowCondition> conditions;  ///< row groups without a row that fulfils them are skipped
-  arrow::MemoryPool* pool = nullptr;
-};
-
 /// Reads row groups of one file as a partition, in chunks of up to 32,768 rows; fewer where rows
 /// are wide.
 class ParquetReader final : public ChunkReader {
@@ -35,8 +26,8 @@ class ParquetReader final : public ChunkReader {
   /// Requires: `input` is the file of `footer`, all columns of the request are in it; they outlive
   ///           the reader, as does `cancellation`.
   /// Errors:   "KALVEX:datastore:BadParquet".
-  ParquetReader(std::unique_ptr<ParquetInput> input, std::shared_ptr<const ParquetFooter> footer,
-                ParquetRequest request, const CancellationToken& cancellation);
+  ParquetReader(std::unique_ptr<ArrowInput> input, std::shared_ptr<const ParquetFooter> footer,
+                BlockRequest request, const CancellationToken& cancellation);
   ~ParquetReader() override;
 
   /// Errors: besides those of the interface, "KALVEX:datastore:BadColumnData" for pages that can't
@@ -67,9 +58,9 @@ class ParquetReader final : public ChunkReader {
   std::optional<Column> nextBatch(std::size_t column, std::int64_t firstRow);
   [[noreturn]] void raiseBadData(std::size_t column, const std::string& reason) const;
 
-  std::shared_ptr<ParquetInput> input_;
+  std::shared_ptr<ArrowInput> input_;
   std::shared_ptr<const ParquetFooter> footer_;
-  ParquetRequest request_;
+  BlockRequest request_;
   const CancellationToken& cancellation_;
   std::shared_ptr<const std::vector<std::string>> names_;
   std::int64_t chunkRows_;

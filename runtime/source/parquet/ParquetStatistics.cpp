@@ -23,7 +23,7 @@
 #include "kv/errors/StepError.h"
 #include "kv/runtime/ElementFunctions.h"
 #include "source/FileTable.h"
-#include "source/parquet/ParquetColumn.h"
+#include "source/arrowColumn.h"
 
 namespace kv::runtime {
 

@@ -19,7 +19,7 @@ namespace {
 
 /// The first bytes of a file; fewer if it can't be read, which is reported when it is opened.
 std::string firstBytes(const std::string& path) {
-  std::array<char, 4> bytes{};
+  std::array<char, 6> bytes{};
   const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   const ssize_t got = file < 0 ? 0 : ::read(file, bytes.data(), bytes.size());
   if (file >= 0) {
@@ -34,16 +34,19 @@ const SourceFormat& formatOfFile(const std::string& path) {
                          [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   const std::string begin = firstBytes(path);
   const auto isOf = [&](const SourceFormat& format) {
-    return !format.magic.empty() && (begin == format.magic || ending == format.ending);
+    const auto begins = [&](std::string_view magic) { return begin.starts_with(magic); };
+    return !format.magics.empty() &&
+           (std::ranges::any_of(format.magics, begins) ||
+            std::ranges::find(format.endings, ending) != format.endings.end());
   };
-  const auto* format = std::ranges::find_if(kSourceFormats, isOf);
+  const auto format = std::ranges::find_if(kSourceFormats, isOf);
   return format == kSourceFormats.end() ? kSourceFormats.front() : *format;
 }
 
 const SourceFormat& formatOfFiles(const std::vector<std::string>& paths) {
   std::vector<std::string_view> endings;
   for (const SourceFormat& format : kSourceFormats) {
-    endings.push_back(format.ending);
+    endings.insert(endings.end(), format.endings.begin(), format.endings.end());
   }
   const SourceFormat* common = nullptr;
   std::string first;

@@ -6,7 +6,6 @@
 
 #include "column/bytes.h"
 #include "source/PartitionedSource.h"
-#include "source/memory/ArrayDatastore.h"
 #include "source/registry/fileFormatTable.h"
 
 namespace kv::runtime {
@@ -14,11 +13,11 @@ namespace kv::runtime {
 namespace {
 
 std::shared_ptr<const Datastore> openFormat(const std::string& name, ByteReader& bytes) {
-  const auto* format = std::ranges::find(kSourceFormats, name, &SourceFormat::name);
-  if (format == kSourceFormats.end() && name != kMemoryFormat) {
+  const auto format = std::ranges::find(kSourceFormats, name, &SourceFormat::name);
+  if (format == kSourceFormats.end()) {
     bytes.refuse();
   }
-  return name == kMemoryFormat ? openDescribedArrays(bytes) : format->openDescribed(bytes);
+  return format->openDescribed(bytes);
 }
 
 /// A source whose partitions a strategy decided: what it is made of, and how.

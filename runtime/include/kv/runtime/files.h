@@ -28,10 +28,12 @@ struct FileRequest {
 /// Errors: "KALVEX:datastore:BadTypeOverride" if there is no `=`.
 TypeOverride parseTypeOverride(std::string_view text);
 
-/// Opens files as one table, in the format that they have: see openCsv() and openParquet().
+/// Opens files as one table, in the format that they have: see openCsv(), openParquet(), openIpc()
+/// and openNpyTable().
 ///
-/// Each path is a file, a folder (its `*.csv` and `*.parquet` files), or a pattern. A file is
-/// Parquet if its name ends with `.parquet` or its content begins with `PAR1`, otherwise CSV.
+/// Each path is a file, a folder (its files with an ending of one of the formats), or a pattern.
+/// The format of a file follows from its ending or its first bytes; a file of no other format is
+/// CSV.
 ///
 /// Errors: "KALVEX:datastore:MixedFormats" for files of two formats, "KALVEX:datastore:FixedFormat"
 ///         if they aren't CSV and `request` says how CSV is written; those of the formats.

@@ -2,7 +2,7 @@
 // layout is the same: of integers always, of floating numbers without missing values, of texts with
 // 32-bit offsets.
 
-#include "source/parquet/ParquetColumn.h"
+#include "source/arrowColumn.h"
 
 #include <arrow/array.h>
 #include <arrow/array/builder_binary.h>

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "kv/runtime/Column.h"
+#include "kv/runtime/Datastore.h"
 
 namespace kv::runtime {
 

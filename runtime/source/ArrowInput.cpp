@@ -1,4 +1,4 @@
-#include "source/parquet/ParquetInput.h"
+#include "source/ArrowInput.h"
 
 #include <arrow/buffer.h>
 #include <arrow/status.h>
@@ -12,34 +12,34 @@
 
 namespace kv::runtime {
 
-void ParquetInput::rethrowFailure() const {
+void ArrowInput::rethrowFailure() const {
   if (failure_ != nullptr) {
     std::rethrow_exception(failure_);
   }
 }
 
 /// The file is closed with this object, which Arrow's reader shares.
-arrow::Status ParquetInput::Close() { return arrow::Status::OK(); }
+arrow::Status ArrowInput::Close() { return arrow::Status::OK(); }
 
-arrow::Status ParquetInput::Seek(std::int64_t position) {
+arrow::Status ArrowInput::Seek(std::int64_t position) {
   position_ = position;
   return arrow::Status::OK();
 }
 
-arrow::Result<std::int64_t> ParquetInput::Read(std::int64_t bytes, void* to) {
+arrow::Result<std::int64_t> ArrowInput::Read(std::int64_t bytes, void* to) {
   ARROW_ASSIGN_OR_RAISE(const std::int64_t got, ReadAt(position_, bytes, to));
   position_ += got;
   return got;
 }
 
-arrow::Result<std::shared_ptr<arrow::Buffer>> ParquetInput::Read(std::int64_t bytes) {
+arrow::Result<std::shared_ptr<arrow::Buffer>> ArrowInput::Read(std::int64_t bytes) {
   ARROW_ASSIGN_OR_RAISE(auto buffer, ReadAt(position_, bytes));
   position_ += buffer->size();
   return buffer;
 }
 
-arrow::Result<std::int64_t> ParquetInput::ReadAt(std::int64_t position, std::int64_t bytes,
-                                                 void* to) {
+arrow::Result<std::int64_t> ArrowInput::ReadAt(std::int64_t position, std::int64_t bytes,
+                                               void* to) {
   const std::int64_t got = bytesAt(position, bytes);
   try {
     input_.readAt(position, static_cast<char*>(to), static_cast<std::size_t>(got));
@@ -50,20 +50,20 @@ arrow::Result<std::int64_t> ParquetInput::ReadAt(std::int64_t position, std::int
   return got;
 }
 
-arrow::Result<std::shared_ptr<arrow::Buffer>> ParquetInput::ReadAt(std::int64_t position,
-                                                                   std::int64_t bytes) {
+arrow::Result<std::shared_ptr<arrow::Buffer>> ArrowInput::ReadAt(std::int64_t position,
+                                                                 std::int64_t bytes) {
   const std::int64_t size = bytesAt(position, bytes);
   ARROW_ASSIGN_OR_RAISE(auto buffer, arrow::AllocateBuffer(size, pool_));
   ARROW_RETURN_NOT_OK(ReadAt(position, size, buffer->mutable_data()));
   return std::shared_ptr<arrow::Buffer>(std::move(buffer));
 }
 
-std::int64_t ParquetInput::bytesAt(std::int64_t position, std::int64_t bytes) const {
+std::int64_t ArrowInput::bytesAt(std::int64_t position, std::int64_t bytes) const {
   const std::int64_t end = input_.file().bytes;
   return position < 0 || position > end ? 0 : std::clamp<std::int64_t>(bytes, 0, end - position);
 }
 
-arrow::Status statusOf(const ParquetInput& input, const std::function<arrow::Status()>& action) {
+arrow::Status statusOf(const ArrowInput& input, const std::function<arrow::Status()>& action) {
   arrow::Status status;
   try {
     status = action();

@@ -13,16 +13,16 @@
 
 namespace kv::runtime {
 
-/// A file as Arrow's Parquet reader reads it: by position, never by a memory map.
+/// A file as Arrow's readers read it: by position, never by a memory map.
 ///
 /// Exceptions don't pass through Arrow's code: a read that fails returns a status, and the
 /// exception is kept for `rethrowFailure`.
 ///
 /// Threads: one at a time.
-class ParquetInput final : public arrow::io::RandomAccessFile {
+class ArrowInput final : public arrow::io::RandomAccessFile {
  public:
   /// Errors: as for SourceInput.
-  ParquetInput(const SourceFile& file, arrow::MemoryPool* pool) : input_(file), pool_(pool) {}
+  ArrowInput(const SourceFile& file, arrow::MemoryPool* pool) : input_(file), pool_(pool) {}
 
   const SourceInput& source() const { return input_; }
 
@@ -51,9 +51,10 @@ class ParquetInput final : public arrow::io::RandomAccessFile {
   std::exception_ptr failure_;
 };
 
-/// The status of an action of Arrow's Parquet library, which reports some failures by exceptions.
+/// The status of an action of Arrow's libraries; that of Parquet reports some failures by
+/// exceptions.
 ///
 /// Errors: std::bad_alloc if memory runs out; what a read of `input` threw.
-arrow::Status statusOf(const ParquetInput& input, const std::function<arrow::Status()>& action);
+arrow::Status statusOf(const ArrowInput& input, const std::function<arrow::Status()>& action);
 
 }  // namespace kv::runtime

@@ -9,40 +9,39 @@
 #include <string_view>
 #include <vector>
 
+#include "column/bytes.h"
 #include "kv/runtime/files.h"
+#include "source/BlockFile.h"
 #include "source/FileDatastore.h"
-#include "source/parquet/ParquetFooter.h"
 
 namespace kv::runtime {
 
-/// The first text of a description of Parquet files.
-inline constexpr std::string_view kParquetFormat = "parquet";
-
-/// Everything about Parquet files that form one table except their rows.
-struct ParquetTable {
+/// Everything about files of blocks that form one table except their rows.
+struct BlockFiles {
   /// What is known of a file without opening it again.
   struct File {
-    std::string footerHash;
-    std::vector<RowGroups> partitions;
+    std::string hash;  ///< see BlockFile
+    std::vector<BlockRun> partitions;
   };
 
   FileTable common;
   std::vector<File> files;  ///< one for each file of `common`
-  std::int64_t partitionBytes = kParquetPartitionBytes;
+  std::int64_t partitionBytes = kBlockPartitionBytes;
 };
 
-/// Parquet files that form one table; see openParquet() for partitions, types and errors.
-class ParquetDatastore final : public FileDatastore {
+/// Files of one format that consist of blocks, and form one table: partitions are runs of blocks.
+class BlockDatastore final : public FileDatastore {
  public:
-  /// `partitionBytes`: for tests, to cut small files.
-  explicit ParquetDatastore(const std::vector<std::string>& paths,
-                            const std::vector<TypeOverride>& types = {},
-                            std::int64_t partitionBytes = kParquetPartitionBytes);
+  /// `format`: lives as long as the process. `partitionBytes`: for tests, to cut small files.
+  BlockDatastore(const BlockFormat& format, const std::vector<std::string>& paths,
+                 const std::vector<TypeOverride>& types = {},
+                 std::int64_t partitionBytes = kBlockPartitionBytes);
 
   /// The table with this description; opens nothing. Each file is compared with its description
   /// when it is read.
-  explicit ParquetDatastore(ParquetTable table);
+  BlockDatastore(const BlockFormat& format, BlockFiles table);
 
+  const BlockFormat& format() const { return *format_; }
   const FileTable& table() const override;
   std::int64_t numPartitions() const override;
   std::unique_ptr<ChunkReader> openPartition(std::int64_t partition,
@@ -52,7 +51,7 @@ class ParquetDatastore final : public FileDatastore {
   std::size_t fileNumber(std::int64_t partition) const override;
   std::int64_t estimateBytes(std::int64_t partition,
                              const std::vector<std::string>& columns) const override;
-  bool canSkipRows() const override { return true; }
+  bool canSkipRows() const override { return format_->canSkipBlocks; }
   std::unique_ptr<ChunkReader> openPartitionWhere(
       std::int64_t partition, const std::vector<std::string>& columns,
       const std::vector<RowCondition>& conditions,
@@ -60,25 +59,27 @@ class ParquetDatastore final : public FileDatastore {
   std::unique_ptr<Datastore> copy() const override;
   const std::string& fingerprint() const override;
   std::string describe() const override;
+
+  /// The description to save: a file that is gone is reported as one that a save recorded.
+  std::string describeForSave() const;
   std::shared_ptr<const FileDatastore> openOthers(
       const std::vector<std::string>& paths) const override;
   std::shared_ptr<const FileDatastore> withFiles(std::string name, const FileDatastore& others,
                                                  std::span<const FileOf> files) const override;
 
-  /// The description to save: a file that is gone is reported as one that a save recorded.
-  std::string describeForSave() const;
-
  private:
   struct Opening;
   struct State;
-  explicit ParquetDatastore(Opening opened);
+  BlockDatastore(const BlockFormat& format, Opening opened);
 
+  const BlockFormat* format_;
   /// Copies share it.
   std::shared_ptr<State> state_;
 };
 
 /// Reads what follows the name of the format in a description.
 /// Errors: "KALVEX:executor:BadBytes".
-std::shared_ptr<const Datastore> openDescribedParquet(ByteReader& description);
+std::shared_ptr<const Datastore> openDescribedBlocks(const BlockFormat& format,
+                                                     ByteReader& description);
 
 }  // namespace kv::runtime

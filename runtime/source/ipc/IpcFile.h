@@ -1,0 +1,22 @@
+#pragma once
+
+#include <memory>
+
+#include "source/BlockFile.h"
+
+namespace kv::runtime {
+
+/// A file of record batches in Arrow's IPC format: the file format, also called Feather, whose end
+/// lists the batches, or the stream format.
+struct IpcFile final : BlockFile {
+  bool isStream = false;
+
+  /// Errors: "KALVEX:datastore:BadIpc" with the fault; as for SourceInput.
+  /// Cost:   reads the header of each batch.
+  static std::shared_ptr<const IpcFile> read(const SourceInput& input);
+};
+
+/// Errors: always "KALVEX:datastore:BadIpc".
+[[noreturn]] void refuseIpc(const SourceFile& file, std::string reason);
+
+}  // namespace kv::runtime
