@@ -46,9 +46,13 @@ std::optional<std::int64_t> countOf(const kxArray* datastore) {
              : std::optional(static_cast<std::int64_t>(host::toDouble(rows.get())));
 }
 
-/// The rows of a datastore: those of its files, as they are read.
+/// The rows of a datastore: positions, or those of its files, as they are read.
 std::shared_ptr<const RowSpace> rowsOf(const kxArray* datastore) {
-  std::string key;
+  const std::string name = host::toText(host::getProperty(datastore, "DisplayName").get());
+  std::string key = host::toText(host::getProperty(datastore, "RowSpace").get());
+  if (!key.empty()) {
+    return std::make_shared<const RowSpace>(key, name, countOf(datastore));
+  }
   constexpr kcos::NameRef kParts[] = {"Files", "ColumnNames", "ColumnTypes"};
   for (const kcos::NameRef property : kParts) {
     for (const std::string& text : namesOf(datastore, property)) {
@@ -56,8 +60,7 @@ std::shared_ptr<const RowSpace> rowsOf(const kxArray* datastore) {
     }
   }
   key += host::toText(host::getProperty(datastore, "FormatNote").get());
-  auto rows = std::make_shared<RowSpace>(
-      key, host::toText(host::getProperty(datastore, "DisplayName").get()), countOf(datastore));
+  auto rows = std::make_shared<RowSpace>(key, name, countOf(datastore));
   rows->setOfFiles();
   if (rows->count()) {
     rows->setPlaces(host::call("kv.rowPlaces", {datastore}));
@@ -114,6 +117,10 @@ Table Session::readCsv(const std::vector<std::string>& paths, const ReadOptions&
 
 Table Session::readParquet(const std::vector<std::string>& paths, Where where) {
   return readBy("kalvex.io.ParquetDatastore", impl_, paths, {}, where);
+}
+
+Table Session::readIpc(const std::vector<std::string>& paths, Where where) {
+  return readBy("kalvex.io.IpcDatastore", impl_, paths, {}, where);
 }
 
 Array Session::constant(const Operand& value) {

@@ -1,5 +1,5 @@
-// Arrays in memory and generated ones. The runtime has their sources; here are the defaults of a
-// front end: types, shapes, and numbers of rows.
+// Arrays in memory, generated ones, and those in files that are read by position. The runtime has
+// their sources; here are the defaults of a front end: types, shapes, and numbers of rows.
 
 #include <algorithm>
 #include <cmath>
@@ -13,6 +13,7 @@
 #include "kv/runtime/constants.h"
 #include "kv/runtime/datastoreObject.h"
 #include "kv/runtime/memory.h"
+#include "kv/runtime/npy.h"
 #include "kv/runtime/runtime.h"
 
 namespace kv {
@@ -140,15 +141,20 @@ Array arrayOf(const std::shared_ptr<Session::Impl>& session, const Source& sourc
           .rows = rowsOf(*source, rows), .made = uniqueKey(), .trailing = std::move(trailing)});
 }
 
-Table memoryTable(const std::shared_ptr<Session::Impl>& session, const Source& source) {
+std::int64_t rowsIn(const runtime::Datastore& source) {
   std::int64_t rows = 0;
-  for (std::int64_t partition = 0; partition < source->numPartitions(); ++partition) {
-    rows += source->knownRows(partition).value_or(0);
+  for (std::int64_t partition = 0; partition < source.numPartitions(); ++partition) {
+    rows += source.knownRows(partition).value_or(0);
   }
+  return rows;
+}
+
+Table memoryTable(const std::shared_ptr<Session::Impl>& session, const Source& source) {
   const host::Value datastore = runtime::datastoreObject(source);
   return Table(std::make_shared<const Table::Handle>(
       session, host::call("createFromDatastoreBuiltin", {datastore.get()}),
-      columnsOf(datastore.get()), rowsOf(*source, rows), std::vector<Array>{}, uniqueKey()));
+      columnsOf(datastore.get()), rowsOf(*source, rowsIn(*source)), std::vector<Array>{},
+      uniqueKey()));
 }
 
 /// The number of rows of an arange, as numpy computes it.
@@ -255,6 +261,13 @@ Table Session::fromArrow(ArrowArrayStream* stream, const Partitions& partitions,
       return runtime::openArrow(stream, requestOf(partitions), ledger);
     };
     return memoryTable(impl_, read());
+  });
+}
+
+Array Session::readNpy(const std::vector<std::string>& paths, Where where) {
+  return sourceCall(*impl_, where, [&] {
+    const Source source = runtime::openNpy(paths);
+    return arrayOf(impl_, source, rowsIn(*source), source->emptyChunk(0, {""}).trailing);
   });
 }
 

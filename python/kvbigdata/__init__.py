@@ -32,7 +32,7 @@ from ._errors import (
 )
 from ._evaluate import compute
 from ._groups import Grouped
-from ._make import read, read_csv, read_parquet
+from ._make import read, read_csv, read_ipc, read_npy, read_parquet
 from ._memory import (
     arange,
     asarray,
@@ -217,6 +217,8 @@ __all__ = [
     "ptp",
     "read",
     "read_csv",
+    "read_ipc",
+    "read_npy",
     "read_parquet",
     "remainder",
     "rint",

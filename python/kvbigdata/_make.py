@@ -5,6 +5,7 @@ from collections.abc import Iterable, Mapping
 from typing import Any
 
 from . import _host
+from ._array import Array
 from ._checks import path_text, texts
 from ._errors import array_error, wrong_input
 from ._session import current
@@ -50,7 +51,7 @@ def read(
     header: bool = True,
     missing: str | Iterable[str] | None = None,
 ) -> Table:
-    """A table over CSV or Parquet files; the format is recognised.
+    """A table over files of CSV, Parquet, Arrow IPC (Feather) or NumPy; the format is recognised.
 
     paths: a file, a folder, a pattern such as "data/*.csv", or several of these.
     types: types of columns of CSV files by name, such as {"id": "int64"}, where the type that the
@@ -93,3 +94,24 @@ def read_parquet(paths: Path | Iterable[Path], columns: str | Iterable[str] | No
     """The same for Parquet files, whatever they are called."""
     session = current()
     return _selected(Table(session._native.read_parquet(_listed(paths)), session), columns)
+
+
+def read_ipc(paths: Path | Iterable[Path], columns: str | Iterable[str] | None = None) -> Table:
+    """The same for files of Arrow IPC, also called Feather, and for its streams."""
+    session = current()
+    return _selected(Table(session._native.read_ipc(_listed(paths)), session), columns)
+
+
+def read_npy(paths: Path | Iterable[Path]) -> Array:
+    """An array over .npy files, whose rows follow one another.
+
+    Rows are positions, as in arrays in memory: the array can be combined with any other of as many
+    rows. kv.read makes a table of such files, with the columns column_1, column_2 and so on.
+
+    >>> import numpy as np
+    >>> np.save("x.npy", np.arange(6.0).reshape(3, 2))
+    >>> kv.read_npy("x.npy").sum(axis=0).compute()
+    array([6., 9.])
+    """
+    session = current()
+    return Array(session._native.read_npy(_listed(paths)), session)

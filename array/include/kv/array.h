@@ -282,11 +282,12 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  /// A table over CSV or Parquet files. Each path is a file, a folder or a glob; all files have
-  /// one format and the same columns. A file is Parquet if its name ends with `.parquet` or its
-  /// content begins with `PAR1`. Reads the headers and the first block, or the footers.
+  /// A table over files of CSV, Parquet, Arrow IPC (Feather) or NumPy. Each path is a file, a
+  /// folder or a glob; all files have one format and the same columns. Formats other than CSV are
+  /// recognised by the ending of the name or by how a file begins. Reads the headers and the first
+  /// block, or the footers.
   /// Errors: Error with an id "KALVEX:datastore:..." that names the file and the fault;
-  /// "KALVEX:datastore:FixedFormat" for options about CSV where the files are Parquet.
+  /// "KALVEX:datastore:FixedFormat" for options about CSV where the files are of another format.
   Table read(const std::vector<std::string>& paths, const ReadOptions& options = {},
              Where where = Where::current());
   Table read(const std::string& path, const ReadOptions& options = {},
@@ -296,6 +297,14 @@ class Session {
   Table readCsv(const std::vector<std::string>& paths, const ReadOptions& options = {},
                 Where where = Where::current());
   Table readParquet(const std::vector<std::string>& paths, Where where = Where::current());
+  Table readIpc(const std::vector<std::string>& paths, Where where = Where::current());
+
+  /// An array over NumPy's `.npy` files, whose rows follow one another; `read` makes a table of
+  /// them, with the columns `column_1`, `column_2`, ... Rows are positions, as in arrays in memory,
+  /// so the array can be combined with any other of as many rows.
+  /// Errors: Error "KALVEX:datastore:BadNpy", "KALVEX:datastore:DifferentArrays", or another with
+  /// an id "KALVEX:datastore:..." that names the file and the fault.
+  Array readNpy(const std::vector<std::string>& paths, Where where = Where::current());
 
   /// A table over columns in memory, which are borrowed (see Memory). The columns have as many rows
   /// and one dimension.

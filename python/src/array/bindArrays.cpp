@@ -64,6 +64,14 @@ Table readParquet(const ArraySession& self, const Paths& paths) {
   return inArrays(Line::Live, [&] { return self.session()->readParquet(paths); });
 }
 
+Table readIpc(const ArraySession& self, const Paths& paths) {
+  return inArrays(Line::Live, [&] { return self.session()->readIpc(paths); });
+}
+
+Array readNpy(const ArraySession& self, const Paths& paths) {
+  return inArrays(Line::Live, [&] { return self.session()->readNpy(paths); });
+}
+
 Array constant(const ArraySession& self, nb::handle value) {
   const Operand operand = toOperand(value);
   return inArrays(Line::Live, [&] { return self.session()->constant(operand); });
@@ -269,6 +277,8 @@ void bindSession(nb::module_& module) {
       .def("read", read, nb::arg("paths"), nb::arg("options"))
       .def("read_csv", readCsv, nb::arg("paths"), nb::arg("options"))
       .def("read_parquet", readParquet, nb::arg("paths"))
+      .def("read_ipc", readIpc, nb::arg("paths"))
+      .def("read_npy", readNpy, nb::arg("paths"))
       .def("constant", constant, nb::sig("def constant(self, value: object) -> ArrayHandle"))
       .def("scalar", scalar, nb::sig("def scalar(self, value: object, type: str) -> ArrayHandle"))
       .def("set_threads", setThreads, nb::arg("threads"))
