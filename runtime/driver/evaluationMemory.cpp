@@ -24,10 +24,6 @@ void freeGarbageIfHalfIsUsed() {
   }
 }
 
-bool isOfMemory(const errors::FailureRecord& failure) {
-  return failure.error.identifier == kLimitTooSmall || failure.error.identifier == kResultTooLarge;
-}
-
 int threadsFor(const Stage& stage, int threads) {
   constexpr std::int64_t kLeastBytes = std::int64_t{256} << 20;  // four partitions
   const MemoryLedger* ledger = currentLedger();

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "engine/Stage.h"
-#include "kv/errors/FailureRecord.h"
 
 /// What an evaluation does to stay within its memory limit.
 namespace kv::runtime {
@@ -12,9 +11,6 @@ bool freeGarbage();
 
 /// The same, unless at least half of the limit is free.
 void freeGarbageIfHalfIsUsed();
-
-/// True for a failure that a memory limit caused.
-bool isOfMemory(const errors::FailureRecord& failure);
 
 /// How many of `threads` may run units of a stage: one if its units keep all rows of their
 /// partitions, and these would take a good part of the memory.

@@ -55,6 +55,10 @@ std::int64_t bytesOfRow(const std::vector<Chunk>& chunks) {
 
 }  // namespace
 
+bool isOfMemory(const errors::FailureRecord& failure) {
+  return failure.error.identifier == kLimitTooSmall || failure.error.identifier == kResultTooLarge;
+}
+
 bool nameRefusal(errors::FailureRecord& failure, std::string_view id, std::string_view operation,
                  const std::optional<Refusal>& refusal) {
   if (!refusal || failure.error.identifier != "KALVEX:OutOfMemory") {

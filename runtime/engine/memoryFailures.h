@@ -23,6 +23,9 @@ inline constexpr std::string_view kResultTooLarge = "KALVEX:memory:ResultTooLarg
 bool nameRefusal(errors::FailureRecord& failure, std::string_view id, std::string_view operation,
                  const std::optional<Refusal>& refusal);
 
+/// True for a failure that has one of these ids.
+bool isOfMemory(const errors::FailureRecord& failure);
+
 /// The bytes of the rows that each output of a stage keeps, if that is known before they are read:
 /// 0 for one that keeps none or few, or whose rows a filter or a user-defined function determines.
 ///

@@ -56,8 +56,10 @@ void nameMemory(UnitResult& result, const OrderedMerge& merge) {
 }
 
 /// Puts a unit back that was refused memory, unless it had what it would have had on one thread.
+/// The unit may not know: an evaluation inside of a user's function reports a limit as its error.
 bool postpones(const UnitResult& result, bool wasAlone, Admission& admission, OrderedMerge& merge) {
-  if (!result.refusal || (wasAlone && !merge.hasEarly())) {
+  const bool isRefused = result.refusal || (result.failure && isOfMemory(*result.failure));
+  if (!isRefused || (wasAlone && !merge.hasEarly())) {
     return false;
   }
   admission.postpone(result.partition);
