@@ -167,17 +167,20 @@ TEST_P(SourceFaults, AFailingCallIsReportedWithItsFileOrHasNoConsequence) {
   const std::string folder = folder_.path();
   const TracedRun whole = runTraced([&] { return outcomeOf(folder, ""); });
   ASSERT_EQ(*whole.outcome, "read");
+  std::vector<std::size_t> sourceCalls;
+  for (std::size_t call = 0; call < whole.calls.size(); ++call) {
+    if (whole.calls[call] != "other") {
+      sourceCalls.push_back(call);
+    }
+  }
   constexpr std::size_t kKinds = std::size(kForms) * std::size(kFaults);
   std::mt19937 random(static_cast<std::mt19937::result_type>(kv::test::drawSeed()));
   for (const FaultRow& row : kFaults) {
     const std::string reason = std::generic_category().message(row.error);
     std::map<std::string, int> outcomes;
-    const std::size_t step = 1 + whole.calls.size() * kKinds / kv::test::sizes().faults;
-    for (Fault fault{random() % step, row.kind, row.error}; fault.call < whole.calls.size();
-         fault.call += step) {
-      if (whole.calls[fault.call] == "other") {
-        continue;
-      }
+    const std::size_t step = 1 + sourceCalls.size() * kKinds / kv::test::sizes().faults;
+    for (std::size_t at = random() % step; at < sourceCalls.size(); at += step) {
+      const Fault fault{sourceCalls[at], row.kind, row.error};
       OpenFiles files;
       const TracedRun run = runTraced(
           [&] {
@@ -201,7 +204,9 @@ TEST_P(SourceFaults, AFailingCallIsReportedWithItsFileOrHasNoConsequence) {
       std::printf(" %d %s;", count, outcome.c_str());
     }
     std::printf(" each as it must be\n");
-    EXPECT_TRUE(row.error != EIO || outcomes.contains("FileNotReadable, then read"));
+    constexpr std::size_t kEnough = 8;  // some calls, such as those of the allocator, may fail
+    EXPECT_TRUE(row.error != EIO || sourceCalls.size() / step < kEnough ||
+                outcomes.contains("FileNotReadable, then read"));
   }
 }
 

@@ -236,7 +236,9 @@ TEST(Units, RunAgainAloneIfMemoryWasRefused) {
   std::atomic<bool> isSecondOpen = false;
   const auto failure = runUnits(2, 4, [&](std::int64_t partition, const CancellationToken&) {
     ++opened;
-    isSecondOpen = isSecondOpen || partition == 1;
+    if (partition == 1) {
+      isSecondOpen = true;
+    }
     EXPECT_TRUE(comes([&] { return isSecondOpen.load(); }));
     const auto held = allocateBuffer(700'000);
     EXPECT_TRUE(comes([&] { return ledger->refusals() > 0; }));
