@@ -8,7 +8,8 @@ namespace kv::runtime {
 
 std::unique_ptr<ChunkReader> Datastore::openPartitionWhere(
     std::int64_t partition, const std::vector<std::string>& columns,
-    const std::vector<RowCondition>& conditions, const CancellationToken& cancellation) const {
+    [[maybe_unused]] const std::vector<RowCondition>& conditions,
+    const CancellationToken& cancellation) const {
   assert(canCheck(conditions));
   return openPartition(partition, columns, cancellation);
 }
