@@ -16,7 +16,6 @@
 #include "kv/runtime/csv.h"
 #include "kv/runtime/datastoreObject.h"
 #include "kv/runtime/memory.h"
-#include "kv/runtime/npy.h"
 #include "persistence/MovedTables.h"
 #include "persistence/csvDescription.h"
 #include "persistence/savedSource.h"
@@ -85,10 +84,6 @@ std::unique_ptr<Datastore> openBlockFiles(const FileRequest& request) {
   return std::make_unique<BlockDatastore>(format, request.paths, request.types);
 }
 
-std::unique_ptr<Datastore> openNpyFiles(const FileRequest& request) {
-  return openNpy(request.paths);
-}
-
 /// The constructor of a class of files; without inputs, the object has no source.
 template <Open open>
 void construct(const Call& call) {
@@ -115,12 +110,6 @@ void constructArrays(const Call& call) {
   }
   host::setNativeValue(call.in(0),
                        std::make_unique<DatastoreValue>(openChunk(toChunk(call.in(1)), request)));
-}
-
-/// kv.npyDatastore(paths): the files as one array.
-void openNpyDatastore(const Call& call) {
-  call.expect(1, 1, 1);
-  call.out(0, datastoreObject(openFor(call, 0, openNpyFiles)));
 }
 
 /// kv.datastore(paths, names of columns, names of their types, separator, whether there is a
@@ -364,7 +353,6 @@ void defineDatastores(host::Session& session) {
                    .constructor = constructor(constructArrays, 1, 3),
                    .savedForm = host::SavedForm{savedArrays, restoreArrays}});
   session.defineFunction("kv.datastore", openDatastore);
-  session.defineFunction("kv.npyDatastore", openNpyDatastore);
   session.defineFunction("kv.rowPlaces", rowPlaces);
   session.defineFunction("kv.readPlaces", readPlaces);
   session.defineFunction("kv.firstRows", firstRows);

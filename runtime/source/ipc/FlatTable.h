@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
-#include <span>
 #include <string_view>
 
 namespace kv::runtime {

@@ -1,6 +1,7 @@
 // Where batches are, and how many rows and nulls each has, is read from their headers: the list at
 // the end of a file in the file format, and the messages themselves in a stream. A file that was
-// cut off is found here, not after an hour of reading.
+// cut off is found here, not after an hour of reading; a stream that was cut between two messages
+// can't be, as it needs no mark at its end.
 
 #include "source/ipc/IpcFile.h"
 
@@ -78,10 +79,9 @@ class IpcScan {
     if (magic.starts_with(kOldMagic)) {
       refuse("it is in the first version of Feather; write it again with a current version");
     }
-    file_.isStream = magic != kIpcMagic;
-    file_.isOneRun = file_.isStream;
+    file_.isOneRun = magic != kIpcMagic;
     readSchema();
-    if (file_.isStream) {
+    if (file_.isStream()) {
       scanStream();
     } else {
       readFooter();
@@ -116,7 +116,7 @@ class IpcScan {
     options.use_threads = false;
     std::shared_ptr<arrow::Schema> schema;
     const arrow::Status status = statusOf(*opened, [&] {
-      if (file_.isStream) {
+      if (file_.isStream()) {
         ARROW_ASSIGN_OR_RAISE(const auto reader,
                               arrow::ipc::RecordBatchStreamReader::Open(opened, options));
         schema = reader->schema();
@@ -128,8 +128,8 @@ class IpcScan {
       return arrow::Status::OK();
     });
     if (!status.ok() || schema == nullptr) {
-      refuse(file_.isStream ? "it doesn't begin with a schema, as a file or a stream does"
-                            : "its end, which lists the batches, is damaged or missing");
+      refuse(file_.isStream() ? "it doesn't begin with a schema, as a file or a stream does"
+                              : "its end, which lists the batches, is damaged or missing");
     }
     std::vector<std::string> names = schema->field_names();
     const auto isText = [](const std::string& name) { return arrow::util::ValidateUTF8(name); };

@@ -9,7 +9,8 @@ namespace kv::runtime {
 /// A file of record batches in Arrow's IPC format: the file format, also called Feather, whose end
 /// lists the batches, or the stream format.
 struct IpcFile final : BlockFile {
-  bool isStream = false;
+  /// A stream is read from its beginning, since its dictionaries may change on the way.
+  bool isStream() const { return isOneRun; }
 
   /// Errors: "KALVEX:datastore:BadIpc" with the fault; as for SourceInput.
   /// Cost:   reads the header of each batch.

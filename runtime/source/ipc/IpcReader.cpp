@@ -70,7 +70,7 @@ void IpcReader::open() {
     return;
   }
   const arrow::Status status = statusOf(*input_, [&] {
-    return file_->isStream
+    return file_->isStream()
                ? arrow::ipc::RecordBatchStreamReader::Open(input_, options).Value(&stream_)
                : arrow::ipc::RecordBatchFileReader::Open(input_, options).Value(&batches_);
   });
@@ -84,7 +84,7 @@ std::optional<Chunk> IpcReader::next() {
   const auto end = static_cast<std::size_t>(request_.blocks.end);
   while (block_ < end && row_ == batchRows()) {
     // A stream has to be read up to the batch, even if it has no rows.
-    if (batchRows() == 0 && batch_ == nullptr && file_->isStream) {
+    if (batchRows() == 0 && batch_ == nullptr && file_->isStream()) {
       readBatch();
     }
     batch_.reset();
@@ -114,8 +114,8 @@ void IpcReader::readBatch() {
     return;
   }
   const arrow::Status status = statusOf(*input_, [&] {
-    return file_->isStream ? stream_->ReadNext(&batch_)
-                           : batches_->ReadRecordBatch(static_cast<int>(block_)).Value(&batch_);
+    return file_->isStream() ? stream_->ReadNext(&batch_)
+                             : batches_->ReadRecordBatch(static_cast<int>(block_)).Value(&batch_);
   });
   if (!status.ok() || batch_ == nullptr || batch_->num_rows() != batchRows()) {
     refuseBatch(0, kBadBatch);
